@@ -1,0 +1,43 @@
+#include "core/cgifb.h"
+
+namespace tarn {
+namespace {
+
+enum Number : uint32_t { kCount };
+
+// Copies of the node share the bytes, and scripts read them after every node is gone.
+void keepBytes(Node &buffer, OwnedText block, uint32_t count) {
+  abandon(block.get());
+  buffer.fixed = handleOf(block.release());
+  buffer.ints[kCount] = count;
+}
+
+}  // namespace
+
+Node *newByteBuffer(OwnedText block, uint32_t count) {
+  Node *buffer = newNode(TARN_BYTE_BUFFER_MAGIC);
+  if (buffer && block && count > 0) keepBytes(*buffer, std::move(block), count);
+  return buffer;
+}
+
+TarnStatus fillByteBuffer(Node *buffer, const void *data, uint32_t length) {
+  if (!buffer) return TARN_WRONG_TYPE;
+  if (!data || length == 0) return TARN_BAD_ARGUMENT;
+  OwnedText copy = copyBytes(data, length);
+  emptyNode(*buffer);
+  if (!copy) return TARN_OUT_OF_MEMORY;
+  keepBytes(*buffer, std::move(copy), length);
+  return TARN_OK;
+}
+
+Bytes bytesOf(const Node &buffer) {
+  return {blockAt<char>(buffer.fixed), buffer.ints[kCount]};
+}
+
+}  // namespace tarn
+
+using namespace tarn;
+
+TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t length) {
+  return fillByteBuffer(nodeIn(buffer, TARN_BYTE_BUFFER_MAGIC), data, length);
+}

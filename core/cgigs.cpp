@@ -1,0 +1,274 @@
+#include "core/cgigs.h"
+
+namespace tarn {
+namespace {
+
+// Struct slots are followed without recursion, so that no depth of children can exhaust a stack.
+// Nodes that wait to be released hang on a chain through their `fixed` slots, which nobody reads
+// any more; nodes that wait to be filled, on one through the struct slots of the copies.
+
+// A struct slot holds a child or, parked there through list index 2, a list.
+void hang(TarnHandle child, Node *&chain) {
+  if (GenericList *parked = listAt(child)) {
+    deleteList(parked);
+  } else if (Node *node = blockAt<Node>(child)) {
+    node->fixed = handleOf(chain);
+    chain = node;
+  }
+}
+
+void hangChildren(Node &node, Node *&chain) {
+  for (TarnHandle &child : node.structs) hang(take(child), chain);
+  for (uint32_t &magic : node.childMagics) magic = 0;
+}
+
+// A slot that a script filled with something else than a list keeps it: it is the script's.
+void deleteLists(Node &node) {
+  for (TarnHandle &list : node.lists) TARNGenericList_delete(&list);
+}
+
+void destroyChain(Node *chain) {
+  while (Node *node = chain) {
+    chain = blockAt<Node>(node->fixed);
+    hangChildren(*node, chain);
+    deleteLists(*node);
+    for (char *text : node->strings) std::free(text);
+    std::free(node);
+  }
+}
+
+enum Waiting : uint32_t { kNextCopy, kSource };
+
+// A node that waits to be filled from `source`.
+Node *addShell(const Node &source, Node *&chain) {
+  Node *copy = newNode(source.magic);
+  if (copy) {
+    copy->structs[kNextCopy] = handleOf(chain);
+    copy->structs[kSource] = handleOf(&source);
+    chain = copy;
+  }
+  return copy;
+}
+
+void fillShell(Node &copy, const Node &source, Node *&chain) {
+  for (uint32_t i = 0; i < kListSlots; ++i) {
+    if (const GenericList *list = listAt(source.lists[i]))
+      copy.lists[i] = handleOf(copyList(*list));
+  }
+  for (uint32_t i = 0; i < kStructSlots; ++i) {
+    // A child stored under tag 0 cannot be made anew: creation refuses that tag.
+    const uint32_t magic = source.childMagics[i];
+    const Node *child = magic ? childOf(source, i, magic) : nullptr;
+    copy.structs[i] = child ? handleOf(addShell(*child, chain)) : 0;
+    copy.childMagics[i] = magic;
+  }
+  for (uint32_t i = 0; i < kStringSlots; ++i) {
+    copy.strings[i] = copyText(source.strings[i]).release();
+  }
+  for (uint32_t i = 0; i < kIntSlots; ++i) copy.ints[i] = source.ints[i];
+  copy.doubleValue = source.doubleValue;
+  copy.fixed = source.fixed;
+}
+
+}  // namespace
+
+Node *newNode(uint32_t magic) {
+  auto *node = static_cast<Node *>(std::calloc(1, sizeof(Node)));
+  if (node) node->magic = magic;
+  return node;
+}
+
+Node *copyNode(const Node &source) {
+  Node *chain = nullptr;
+  Node *top = addShell(source, chain);
+  while (Node *copy = chain) {
+    chain = blockAt<Node>(copy->structs[kNextCopy]);
+    fillShell(*copy, *blockAt<const Node>(copy->structs[kSource]), chain);
+  }
+  return top;
+}
+
+void emptyNode(Node &node) {
+  deleteLists(node);
+  Node *chain = nullptr;
+  hangChildren(node, chain);
+  destroyChain(chain);
+  // Strings 2 to 7 survive a clear; scripts read them afterwards.
+  std::free(take(node.strings[0]));
+  std::free(take(node.strings[1]));
+  for (uint32_t &number : node.ints) number = 0;
+  node.doubleValue = 0;
+  node.fixed = 0;
+}
+
+void destroyNode(Node *node) {
+  Node *chain = nullptr;
+  hang(handleOf(node), chain);
+  destroyChain(chain);
+}
+
+void setText(Node &node, uint32_t slot, OwnedText text) {
+  std::free(std::exchange(node.strings[slot], text.release()));
+}
+
+void setChild(Node &node, uint32_t slot, Node *child) {
+  Node *chain = nullptr;
+  hang(std::exchange(node.structs[slot], handleOf(child)), chain);
+  destroyChain(chain);
+  node.childMagics[slot] = child ? child->magic : 0;
+}
+
+}  // namespace tarn
+
+using namespace tarn;
+
+const char *CGIgs_empty_string = "";
+
+// Scripts test the handle for a failed allocation: the status does not tell.
+TarnStatus CGIgs_new(TarnHandle *handle, uint32_t magic) {
+  if (!handle || *handle || magic == 0) return TARN_BAD_ARGUMENT;
+  *handle = handleOf(newNode(magic));
+  return TARN_OK;
+}
+
+TarnStatus CGIgs_delete(TarnHandle *handle, uint32_t magic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  *handle = 0;
+  destroyNode(node);
+  return TARN_OK;
+}
+
+TarnStatus CGIgs_clear(TarnHandle *handle, uint32_t magic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  emptyNode(*node);
+  return TARN_OK;
+}
+
+uint32_t CGIgs_IsA(TarnHandle *handle, uint32_t magic) {
+  const uint32_t found = magicAt(objectIn(handle));
+  return found != 0 && (magic == 0 || magic == found) ? 1 : 0;
+}
+
+TarnStatus CGIgs_clone(TarnHandle *source, TarnHandle *destination, uint32_t magic) {
+  const Node *node = nodeIn(source, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  if (!destination || *destination || magic == 0) return TARN_BAD_ARGUMENT;
+  *destination = handleOf(copyNode(*node));
+  return TARN_OK;
+}
+
+TarnStatus CGIgs_setList(TarnHandle *handle, uint32_t index, TarnHandle *list, uint32_t magic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  // One index too many is accepted: scripts park a list in front of the children with it.
+  if (index > kListSlots) return TARN_BAD_ARGUMENT;
+  TarnHandle &slot = index < kListSlots ? node->lists[index] : node->structs[0];
+  const TarnHandle given = objectIn(list);
+  if (slot == given) return TARN_OK;
+  TARNGenericList_delete(&slot);
+  // A child that stood in the slot is lost; a script may still hold it on loan.
+  if (index == kListSlots) abandon(blockAt<void>(slot));
+  slot = given;
+  return TARN_OK;
+}
+
+TarnStatus CGIgs_setStruct(TarnHandle *handle, uint32_t index, TarnHandle *child, uint32_t magic,
+                           uint32_t childMagic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  const Node *given = nodeIn(child, childMagic);
+  if (!given || index >= kStructSlots) return TARN_BAD_ARGUMENT;
+  // The copy is made without the child that stands in the slot, should `child` be the node itself,
+  // and before that child goes, should `child` be that very one.
+  const TarnHandle before = take(node->structs[index]);
+  Node *copy = childMagic ? copyNode(*given) : nullptr;
+  node->structs[index] = before;
+  setChild(*node, index, copy);
+  node->childMagics[index] = childMagic;
+  return TARN_OK;
+}
+
+TarnStatus CGIgs_setString(TarnHandle *handle, uint32_t index, const char *text, uint32_t magic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  if (index >= kStringSlots) return TARN_BAD_ARGUMENT;
+  setText(*node, index, copyText(text));
+  return TARN_OK;
+}
+
+TarnStatus CGIgs_setNString(TarnHandle *handle, uint32_t index, const void *data, uint32_t size,
+                            uint32_t magic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  if (index >= kStringSlots) return TARN_BAD_ARGUMENT;
+  OwnedText kept = copyBytes(data, size);
+  // Each call takes two blocks and keeps one; programs that watch their allocations see both.
+  if (data) abandon(std::malloc(size));
+  const bool failed = data && !kept;
+  setText(*node, index, std::move(kept));
+  return failed ? TARN_OUT_OF_MEMORY : TARN_OK;
+}
+
+TarnStatus CGIgs_setInt(TarnHandle *handle, uint32_t index, uint32_t value, uint32_t magic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  if (index >= kIntSlots) return TARN_BAD_ARGUMENT;
+  node->ints[index] = value;
+  return TARN_OK;
+}
+
+TarnStatus CGIgs_setFixed(TarnHandle *handle, uintptr_t value, uint32_t magic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  node->fixed = value;
+  return TARN_OK;
+}
+
+TarnStatus CGIgs_setDouble(TarnHandle *handle, uint32_t index, double value, uint32_t magic) {
+  Node *node = nodeIn(handle, magic);
+  if (!node) return TARN_WRONG_TYPE;
+  if (index != 0) return TARN_BAD_ARGUMENT;
+  node->doubleValue = static_cast<float>(value);
+  return TARN_OK;
+}
+
+TarnHandle CGIgs_getList(TarnHandle *handle, uint32_t index, uint32_t magic) {
+  const Node *node = nodeIn(handle, magic);
+  return node && index < kListSlots ? node->lists[index] : 0;
+}
+
+TarnHandle CGIgs_getStruct(TarnHandle *handle, uint32_t index, uint32_t magic) {
+  const Node *node = nodeIn(handle, magic);
+  return node && index < kStructSlots ? node->structs[index] : 0;
+}
+
+uint32_t CGIgs_getMagic(TarnHandle *handle) {
+  return magicAt(objectIn(handle));
+}
+
+uint32_t CGIgs_getChildMagic(TarnHandle *handle, uint32_t index, uint32_t magic) {
+  const Node *node = nodeIn(handle, magic);
+  return node && index < kStructSlots ? node->childMagics[index] : 0;
+}
+
+const char *CGIgs_getString(TarnHandle *handle, uint32_t index, uint32_t magic) {
+  const Node *node = nodeIn(handle, magic);
+  return node && index < kStringSlots ? node->strings[index] : nullptr;
+}
+
+uint32_t CGIgs_getInt(TarnHandle *handle, uint32_t index, uint32_t magic) {
+  const Node *node = nodeIn(handle, magic);
+  return node && index < kIntSlots ? node->ints[index] : 0;
+}
+
+uintptr_t CGIgs_getFixed(TarnHandle *handle, uint32_t magic) {
+  const Node *node = nodeIn(handle, magic);
+  return node ? node->fixed : 0;
+}
+
+double CGIgs_getDouble(TarnHandle *handle, uint32_t index, uint32_t magic) {
+  const Node *node = nodeIn(handle, magic);
+  return node && index == 0 ? static_cast<double>(node->doubleValue) : 0.0;
+}

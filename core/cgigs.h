@@ -1,0 +1,65 @@
+// The typed node behind every object.
+#ifndef TARN_CORE_CGIGS_H
+#define TARN_CORE_CGIGS_H
+
+#include "core/generic_list.h"
+#include "core/handle.h"
+#include "core/memory.h"
+
+namespace tarn {
+
+constexpr uint32_t kListSlots = 2;
+constexpr uint32_t kStructSlots = 3;
+constexpr uint32_t kStringSlots = 8;
+constexpr uint32_t kIntSlots = 3;
+
+// Each type names its own slots by enumerations; the order of the fields is the interface's.
+struct Node {
+  uint32_t magic;
+  TarnHandle lists[kListSlots];
+  TarnHandle structs[kStructSlots];
+  uint32_t childMagics[kStructSlots];
+  char *strings[kStringSlots];
+  uint32_t ints[kIntSlots];
+  float doubleValue;
+  uintptr_t fixed;
+};
+
+// An empty node, or null without memory.
+Node *newNode(uint32_t magic);
+
+// A deep copy but for lists, whose elements are shared, and `fixed`. What memory does not suffice
+// for is absent from the copy; null when that is the node itself.
+Node *copyNode(const Node &source);
+
+// Releases what a node holds and keeps the node; strings 2 to 7 stay.
+void emptyNode(Node &node);
+
+// Releases a node and all it holds.
+void destroyNode(Node *node);
+
+// Replaces a text by one that the node owns from now on; null empties the slot.
+void setText(Node &node, uint32_t slot, OwnedText text);
+
+// Replaces a child by one that the node owns from now on; null empties the slot.
+void setChild(Node &node, uint32_t slot, Node *child);
+
+// The node at this address when it carries the tag (0: any), else null. A generic list is a record
+// of its own: to look for a node's slots in it would read beyond its block.
+inline Node *nodeAt(TarnHandle value, uint32_t magic) {
+  const uint32_t found = magicAt(value);
+  if (found == 0 || found == TARN_GENERIC_LIST_MAGIC) return nullptr;
+  return magic == 0 || magic == found ? blockAt<Node>(value) : nullptr;
+}
+
+inline Node *nodeIn(const TarnHandle *handle, uint32_t magic) {
+  return nodeAt(objectIn(handle), magic);
+}
+
+inline Node *childOf(const Node &node, uint32_t slot, uint32_t magic) {
+  return nodeAt(node.structs[slot], magic);
+}
+
+}  // namespace tarn
+
+#endif

@@ -1,0 +1,183 @@
+#include "core/generic_list.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/memory.h"
+
+namespace tarn {
+namespace {
+
+constexpr uint32_t kStep = 10;
+
+void copyWords(uintptr_t *to, const void *from, uint32_t words) {
+  if (to && from && words > 0) std::memcpy(to, from, words * sizeof(uintptr_t));
+}
+
+// Gives the list an array of at least `words`. It doubles, so that appending costs the same however
+// long the list is, while the capacity that scripts see moves by ten.
+bool makeRoom(GenericList &list, uint32_t words) {
+  if (words <= list.room) return true;
+  const uint32_t room = std::max(words, list.room > UINT32_MAX / 2 ? UINT32_MAX : list.room * 2);
+  auto *data = static_cast<uintptr_t *>(std::calloc(room, sizeof(uintptr_t)));
+  if (!data) return false;
+  copyWords(data, list.data, list.room);
+  std::free(list.data);
+  list.data = data;
+  list.room = room;
+  return true;
+}
+
+// One step of growth. When memory runs out the capacity has grown all the same, the array has not.
+TarnStatus grow(GenericList &list) {
+  if (list.capacity > UINT32_MAX - kStep) return TARN_OUT_OF_MEMORY;
+  list.capacity += kStep;
+  return makeRoom(list, list.capacity) ? TARN_OK : TARN_OUT_OF_MEMORY;
+}
+
+// After a growth that failed the array ends before the capacity; a write beyond it tries again.
+TarnStatus write(GenericList &list, uint32_t index, uintptr_t value) {
+  if (index >= list.room && !makeRoom(list, list.capacity)) return TARN_OUT_OF_MEMORY;
+  list.data[index] = value;
+  return TARN_OK;
+}
+
+void clear(GenericList &list) {
+  if (list.data) std::memset(list.data, 0, list.room * sizeof(uintptr_t));
+  list.count = 0;
+}
+
+}  // namespace
+
+GenericList *newList() {
+  auto *list = static_cast<GenericList *>(std::calloc(1, sizeof(GenericList)));
+  if (list) list->magic = TARN_GENERIC_LIST_MAGIC;
+  return list;
+}
+
+void deleteList(GenericList *list) {
+  std::free(list->data);
+  std::free(list);
+}
+
+GenericList *copyList(const GenericList &source) {
+  GenericList *copy = newList();
+  if (!copy) return nullptr;
+  copy->count = source.count;
+  copy->capacity = source.capacity;
+  if (makeRoom(*copy, source.capacity)) {
+    copyWords(copy->data, source.data, std::min(source.room, source.capacity));
+  }
+  return copy;
+}
+
+TarnStatus append(GenericList *list, uintptr_t value) {
+  if (!list) return TARN_WRONG_TYPE;
+  // A count that ATRNGenericList_init() put above the capacity takes more than one step.
+  while (list->count >= list->capacity) {
+    if (TarnStatus status = grow(*list)) return status;
+  }
+  if (TarnStatus status = write(*list, list->count, value)) return status;
+  ++list->count;
+  return TARN_OK;
+}
+
+}  // namespace tarn
+
+using namespace tarn;
+
+TarnStatus TARNGenericList_new(TarnHandle *handle) {
+  if (!handle || *handle) return TARN_BAD_ARGUMENT;
+  GenericList *list = newList();
+  if (!list) return TARN_OUT_OF_MEMORY;
+  *handle = handleOf(list);
+  return TARN_OK;
+}
+
+// Scripts delete without a look at what they have: anything that is no list is left alone, and that
+// is a success too.
+TarnStatus TARNGenericList_delete(TarnHandle *handle) {
+  if (GenericList *list = listIn(handle)) {
+    *handle = 0;
+    deleteList(list);
+  }
+  return TARN_OK;
+}
+
+TarnStatus TARNGenericList_clear(TarnHandle *handle) {
+  GenericList *list = listIn(handle);
+  if (!list) return TARN_WRONG_TYPE;
+  clear(*list);
+  return TARN_OK;
+}
+
+uint32_t TARNGenericList_IsA(TarnHandle *handle) {
+  return listIn(handle) ? 1 : 0;
+}
+
+// The letters of the prefix are exchanged; scripts link to this name.
+TarnStatus ATRNGenericList_init(TarnHandle *handle, const void *source, uint32_t count,
+                                uint32_t capacity) {
+  GenericList *list = listIn(handle);
+  if (!list) return TARN_WRONG_TYPE;
+  clear(*list);
+  // A script may still read the array that it once borrowed.
+  abandon(take(list->data));
+  list->count = count;
+  list->capacity = capacity;
+  list->room = 0;
+  if (makeRoom(*list, capacity)) copyWords(list->data, source, capacity);
+  return TARN_OK;
+}
+
+TarnStatus TARNGenericList_clone(TarnHandle *source, TarnHandle *destination) {
+  const GenericList *list = listIn(source);
+  if (!list) return TARN_WRONG_TYPE;
+  if (!destination || *destination) return TARN_BAD_ARGUMENT;
+  GenericList *copy = copyList(*list);
+  if (!copy) return TARN_OUT_OF_MEMORY;
+  *destination = handleOf(copy);
+  return TARN_OK;
+}
+
+uint32_t TARNGenericList_getCount(TarnHandle *handle) {
+  const GenericList *list = listIn(handle);
+  return list ? list->count : 0;
+}
+
+uint32_t TARNGenericList_getCapacity(TarnHandle *handle) {
+  const GenericList *list = listIn(handle);
+  return list ? list->capacity : 0;
+}
+
+uintptr_t *TARNGenericList_getData(TarnHandle *handle) {
+  const GenericList *list = listIn(handle);
+  return list ? list->data : nullptr;
+}
+
+TarnStatus TARNGenericList_addDatum(TarnHandle *handle, uintptr_t value) {
+  return append(listIn(handle), value);
+}
+
+uintptr_t TARNGenericList_getByIndex(TarnHandle *handle, uint32_t index) {
+  const GenericList *list = listIn(handle);
+  return list ? elementAt(*list, index) : 0;
+}
+
+TarnStatus TARNGenericList_reserve(TarnHandle *handle, uint32_t n) {
+  GenericList *list = listIn(handle);
+  if (!list) return TARN_WRONG_TYPE;
+  TarnStatus status = TARN_OK;
+  while (list->capacity < n && status == TARN_OK) status = grow(*list);
+  return status;
+}
+
+TarnStatus TARNGenericList_setByIndex(TarnHandle *handle, uint32_t index, uintptr_t value) {
+  GenericList *list = listIn(handle);
+  if (!list) return TARN_WRONG_TYPE;
+  if (index >= list->capacity) return TARN_BAD_ARGUMENT;
+  if (TarnStatus status = write(*list, index, value)) return status;
+  list->count = std::max(list->count, index + 1);
+  return TARN_OK;
+}

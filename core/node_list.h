@@ -1,0 +1,126 @@
+// What the list types share: a node whose list slot 0 holds the addresses of nodes that it owns.
+#ifndef TARN_CORE_NODE_LIST_H
+#define TARN_CORE_NODE_LIST_H
+
+#include "core/cgigs.h"
+
+namespace tarn {
+
+// A list type is its tag, its elements' tag, and how an element is copied and released.
+template <uint32_t kListMagic, uint32_t kElementMagic, auto kCopy = copyNode,
+          auto kRelease = destroyNode>
+struct NodeList {
+  static Node *newList() { return newNode(kListMagic); }
+  static Node *in(const TarnHandle *handle) { return nodeIn(handle, kListMagic); }
+  static Node *at(TarnHandle value) { return nodeAt(value, kListMagic); }
+
+  // Null until something has been added, and for what is no list.
+  static GenericList *elements(const Node *list) {
+    return list ? listAt(list->lists[kElements]) : nullptr;
+  }
+
+  static uint32_t count(const Node *list) {
+    const GenericList *all = elements(list);
+    return all ? all->count : 0;
+  }
+
+  static TarnHandle handleAt(const Node *list, uint32_t index) {
+    const GenericList *all = elements(list);
+    return all ? elementAt(*all, index) : 0;
+  }
+
+  // Null also for an element that came in through a type sharing the list's tag.
+  static Node *nodeAtIndex(const Node *list, uint32_t index) {
+    return nodeAt(handleAt(list, index), kElementMagic);
+  }
+
+  static void reserve(Node *list, uint32_t capacity) {
+    if (elements(list)) TARNGenericList_reserve(&list->lists[kElements], capacity);
+  }
+
+  // Appends an element that the list owns from now on; one that cannot be appended is released.
+  static TarnStatus adopt(Node *list, Node *element) {
+    if (!element) return TARN_OUT_OF_MEMORY;
+    if (list && !elements(list)) list->lists[kElements] = handleOf(tarn::newList());
+    const TarnStatus status = append(elements(list), handleOf(element));
+    if (status != TARN_OK) kRelease(element);
+    return status;
+  }
+
+  // Appends a copy.
+  static TarnStatus add(TarnHandle *list, TarnHandle *element) {
+    Node *target = in(list);
+    if (!target) return TARN_WRONG_TYPE;
+    const Node *source = nodeIn(element, kElementMagic);
+    return source ? adopt(target, kCopy(*source)) : TARN_BAD_ARGUMENT;
+  }
+
+  // Releases the elements; their addresses stay behind in a generic list that is about to go.
+  static void releaseElements(const Node *list) {
+    for (uint32_t i = 0; i < count(list); ++i) {
+      if (Node *element = nodeAtIndex(list, i)) {
+        kRelease(element);
+      } else {
+        // An element of a type that shares the list's tag is refused, and a script may hold it.
+        abandon(blockAt<void>(handleAt(list, i)));
+      }
+    }
+  }
+
+  static void destroy(Node *list) {
+    releaseElements(list);
+    destroyNode(list);
+  }
+
+  static TarnStatus copy(const Node &source, Node *&made) {
+    made = newList();
+    for (uint32_t i = 0; i < count(&source); ++i) {
+      const Node *element = nodeAtIndex(&source, i);
+      const TarnStatus status = element ? adopt(made, kCopy(*element)) : TARN_WRONG_TYPE;
+      if (status != TARN_OK) {
+        destroy(take(made));
+        return status;
+      }
+    }
+    return TARN_OK;
+  }
+
+  // The destination is overwritten, whatever it held.
+  static TarnStatus clone(TarnHandle *source, TarnHandle *destination) {
+    const Node *list = in(source);
+    if (!list) return TARN_WRONG_TYPE;
+    Node *made = nullptr;
+    if (TarnStatus status = copy(*list, made)) return status;
+    if (destination) {
+      *destination = handleOf(made);
+    } else {
+      destroy(made);
+    }
+    return TARN_OK;
+  }
+
+  // Empties the list; the node stays.
+  static TarnStatus clear(TarnHandle *handle) {
+    Node *list = in(handle);
+    if (!list) return TARN_WRONG_TYPE;
+    releaseElements(list);
+    emptyNode(*list);
+    return TARN_OK;
+  }
+
+  // Deletes elements and list, and sets the handle to 0.
+  static TarnStatus remove(TarnHandle *handle) {
+    Node *list = in(handle);
+    if (!list) return TARN_WRONG_TYPE;
+    *handle = 0;
+    destroy(list);
+    return TARN_OK;
+  }
+
+ private:
+  enum List : uint32_t { kElements };
+};
+
+}  // namespace tarn
+
+#endif

@@ -1,0 +1,195 @@
+#include "core/text.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/cgifb.h"
+
+namespace tarn {
+namespace {
+
+constexpr std::string_view kBlanks = " \t\n\r";
+constexpr std::string_view kShellSeparators = ";|<>";
+
+bool isOneOf(char character, std::string_view set) {
+  return std::memchr(set.data(), character, set.size()) != nullptr;
+}
+
+int digitValue(char character) {
+  const int byte = static_cast<unsigned char>(character);
+  return byte > 64 ? (byte & ~0x20) - 55 : byte - 48;
+}
+
+char decode(char high, char low) {
+  return static_cast<char>(digitValue(high) * 16 + digitValue(low));
+}
+
+}  // namespace
+
+char *variable(const char *name) {
+  static char empty[] = "";
+  char *value = name ? std::getenv(name) : nullptr;
+  return value ? value : empty;
+}
+
+int compareTexts(const char *a, const char *b) {
+  if (a && b) return strcasecmp(a, b);
+  return (a ? 1 : 0) - (b ? 1 : 0);
+}
+
+OwnedText unescape(std::string_view text) {
+  OwnedText decoded = newText(text.size());
+  if (!decoded) return nullptr;
+  const auto at = [text](size_t i) { return i < text.size() ? text[i] : '\0'; };
+  char *out = decoded.get();
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%') {
+      *out++ = decode(at(i + 1), at(i + 2));
+      i += 2;
+    } else {
+      *out++ = text[i] == '+' ? ' ' : text[i];
+    }
+  }
+  *out = '\0';
+  return decoded;
+}
+
+std::string_view strip(std::string_view text) {
+  while (!text.empty() && isOneOf(text.front(), kBlanks)) text.remove_prefix(1);
+  while (!text.empty() && isOneOf(text.back(), kBlanks)) text.remove_suffix(1);
+  return text;
+}
+
+const char *find(std::string_view haystack, std::string_view needle) {
+  return static_cast<const char *>(
+      memmem(haystack.data(), haystack.size(), needle.data(), needle.size()));
+}
+
+std::string_view textIn(std::string_view bytes) {
+  return {bytes.data(), strnlen(bytes.data(), bytes.size())};
+}
+
+int32_t toNumber(const char *text) {
+  const long value = std::strtol(text, nullptr, 10);
+  return static_cast<int32_t>(std::clamp<long>(value, INT32_MIN, INT32_MAX));
+}
+
+}  // namespace tarn
+
+using namespace tarn;
+
+int tarn_vasprintf(char **out, const char *format, va_list args) {
+  *out = nullptr;
+  if (!format) return 0;
+  va_list measured;
+  va_copy(measured, args);
+  const int length = std::vsnprintf(nullptr, 0, format, measured);
+  va_end(measured);
+  if (length < 0) return 0;
+  const size_t size = static_cast<size_t>(length) + 1;
+  *out = newZeroedText(size - 1).release();
+  return *out ? std::vsnprintf(*out, size, format, args) : 0;
+}
+
+int tarn_asprintf(char **out, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int length = tarn_vasprintf(out, format, args);
+  va_end(args);
+  return length;
+}
+
+char *safeGetenv(const char *name) {
+  return variable(name);
+}
+
+int stringsAreEqual(const char *a, const char *b) {
+  return compareTexts(a, b);
+}
+
+int nStringsAreEqual(const char *a, const char *b, uint32_t n) {
+  return a && b ? strncasecmp(a, b, n) : compareTexts(a, b);
+}
+
+char *unescapeString(const char *text) {
+  return text ? unescape(text).release() : nullptr;
+}
+
+// No digit is refused; scripts decode with it what they encoded by the same arithmetic.
+unsigned char hexToChar(char high, char low) {
+  return static_cast<unsigned char>(decode(high, low));
+}
+
+int saferSystem(const char *command) {
+  if (!command) return -1;
+  const std::string_view text = command;
+  const auto separators =
+      std::count_if(text.begin(), text.end(), [](char c) { return isOneOf(c, kShellSeparators); });
+  OwnedText escaped = newText(text.size() + static_cast<size_t>(separators));
+  if (char *out = escaped.get()) {
+    for (const char c : text) {
+      if (isOneOf(c, kShellSeparators)) *out++ = '\\';
+      *out++ = c;
+    }
+  }
+  return std::system(escaped.get());
+}
+
+void *memfind(const void *haystack, uint32_t haystackLength, const void *needle,
+              uint32_t needleLength) {
+  if (!haystack || !needle) return nullptr;
+  return memmem(haystack, haystackLength, needle, needleLength);
+}
+
+TarnHandle extractBetween(const void *data, uint32_t length, const char *open, const char *close) {
+  Node *buffer = newNode(TARN_BYTE_BUFFER_MAGIC);
+  if (!data || !open || !close) return handleOf(buffer);
+  const std::string_view all(static_cast<const char *>(data), length);
+  const std::string_view mark = open;
+  const char *found = find(all, mark);
+  if (!found) return handleOf(buffer);
+  const char *start = found + mark.size();
+  // The length is that of the data without `open`, wherever `open` stands: scripts rely on a
+  // `close` being found that much further on. Without one, the byte after the data is taken too.
+  const char *end = find({start, length - mark.size()}, close);
+  if (!end) end = all.data() + length + 1;
+  fillByteBuffer(buffer, start, static_cast<uint32_t>(end - start));
+  return handleOf(buffer);
+}
+
+TarnHandle extractBetween1(const void *data, uint32_t length, const char *delimiter) {
+  return extractBetween(data, length, delimiter, delimiter);
+}
+
+char *stripString(const char *text) {
+  return text ? copyText(strip(text)).release() : nullptr;
+}
+
+char *readString(FILE *stream) {
+  if (!stream) return nullptr;
+  const long count = std::max(readLong(stream), 0L);
+  OwnedText text = newZeroedText(static_cast<uint64_t>(count));
+  // When nothing can be read, the text stays empty.
+  if (text) (void)std::fgets(text.get(), static_cast<int>(std::min<long>(count, INT_MAX)), stream);
+  return text.release();
+}
+
+void writeString(FILE *stream, const char *text) {
+  if (stream && text) std::fprintf(stream, " %s ", text);
+}
+
+long readLong(FILE *stream) {
+  long value = 0;
+  if (!stream || std::fscanf(stream, " %ld ", &value) != 1) return 0;
+  return value;
+}
+
+void writeLong(FILE *stream, long value) {
+  if (stream) std::fprintf(stream, " %ld ", value);
+}

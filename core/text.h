@@ -1,0 +1,36 @@
+// Text utilities in the form in which the library itself uses them: on text that may stand inside
+// a longer one, so that nothing has to be cut out to be looked at.
+#ifndef TARN_CORE_TEXT_H
+#define TARN_CORE_TEXT_H
+
+#include <string_view>
+
+#include "core/memory.h"
+
+namespace tarn {
+
+// An environment variable, or an empty text.
+char *variable(const char *name);
+
+// strcasecmp(), with a null text before any other.
+int compareTexts(const char *a, const char *b);
+
+// Decodes "+" and "%XX". What lies past the end of the text counts as zero bytes.
+OwnedText unescape(std::string_view text);
+
+// The text without the white space around it.
+std::string_view strip(std::string_view text);
+
+// The first occurrence of `needle`, or null.
+const char *find(std::string_view haystack, std::string_view needle);
+
+// The bytes before the first zero byte.
+std::string_view textIn(std::string_view bytes);
+
+// A decimal number as atol() reads it where a long has 32 bits: text beyond that stops at the
+// limit.
+int32_t toNumber(const char *text);
+
+}  // namespace tarn
+
+#endif

@@ -1,0 +1,1109 @@
+/* Tarn: the input side of a CGI script, in C.
+ *
+ * Conventions that hold for every function below:
+ *
+ *  1. Handles. An object is reached through a variable of type TarnHandle that you own. Set it to
+ *     0 before you create an object in it; pass its address to every operation; the matching
+ *     delete sets it back to 0. A null handle address is accepted everywhere and reads as a handle
+ *     that holds nothing.
+ *  2. Statuses. A function that can fail returns a TarnStatus: TARN_OK (0) or one of the codes
+ *     below. The type of a handle is tested before anything else, unless the function says
+ *     otherwise. Getters have no status: they answer 0, a null pointer or 0.0 instead.
+ *  3. Ownership. Putting an object into another one (a child into a node, an entry into a list, a
+ *     cookie list into a header) stores a deep copy. What you passed stays yours, to change or to
+ *     delete.
+ *  4. Lending. A `const char *` or a TarnHandle that a getter or a lookup returns is lent: it
+ *     belongs to the object that holds it and is good until that object is set anew, cleared or
+ *     deleted. To use a lent TarnHandle, keep it in a variable of your own and pass that
+ *     variable's address; never delete through it.
+ *  5. Texts. Texts are bytes that end at the first zero byte, in whatever encoding the browser
+ *     sent; lengths count bytes. Text that a function makes for you is named as such in its
+ *     description and goes to free().
+ *  6. Comparisons of names and values ignore the case of ASCII letters; exceptions say so.
+ *  7. Threads. A script has one. No object may be used from two threads at once; nothing here
+ *     locks.
+ *  8. Your part. A handle that still names a deleted object, a text without its final zero byte, or
+ *     a length beyond your data cannot be detected; everything else can be passed in any order.
+ *
+ * The file reads as C99 and as C++11.
+ */
+#ifndef TARN_H
+#define TARN_H
+
+#include <stdarg.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#if defined(__GNUC__)
+#define TARN_API __attribute__((__visibility__("default")))
+#define TARN_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
+#else
+#define TARN_API
+#define TARN_PRINTF(text, first)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** An object's address, or 0 for none. */
+typedef uintptr_t TarnHandle;
+
+/** The outcome of an operation: one of the codes below. */
+typedef uint32_t TarnStatus;
+
+#define TARN_OK 0u              /* done */
+#define TARN_BAD_ARGUMENT 1u    /* a null argument, an index out of range, a handle in use */
+#define TARN_WRONG_TYPE 2u      /* the handle holds nothing, or an object of another type */
+#define TARN_OUT_OF_MEMORY 4u   /* an allocation failed */
+#define TARN_NOT_IMPLEMENTED 5u /* Tarn_clear() alone */
+#define TARN_NO_ENVIRONMENT 6u  /* Tarn_parseFormInput() alone: nothing to parse under */
+
+/* The type tags, for CGIgs_new(), CGIgs_delete() and the other node operations. Two list types
+ * share a tag and pass each other's type test. */
+#define TARN_GENERIC_LIST_MAGIC 9565u
+#define TARN_BYTE_BUFFER_MAGIC 22878u
+#define TARN_ENVIRONMENT_MAGIC 18238u
+#define TARN_FORM_ENTRY_MAGIC 5471u
+#define TARN_FORM_ENTRY_LIST_MAGIC 206173u
+#define TARN_FORM_FILE_MAGIC 22842u
+#define TARN_FORM_FILE_LIST_MAGIC 206173u
+#define TARN_REQUEST_MAGIC 28658u
+#define TARN_COOKIE_MAGIC 30211u
+#define TARN_COOKIE_LIST_MAGIC 75101u
+#define TARN_HEADER_MAGIC 4979u
+#define TARN_RESPONSE_HEADER_MAGIC 135456u
+#define TARN_MULTIPART_HEADER_MAGIC 19383u
+
+/* ---- Typed node: CGIgs ------------------------------------------------------------------------
+ *
+ * Every object but the generic list is one node: a type tag and fixed slots.
+ *
+ *   slot        indexes   holds
+ *   list        0, 1      a generic list, owned by the node (its elements are not)
+ *   struct      0 .. 2    a child node, owned by the node, with the tag it was stored under
+ *   string      0 .. 7    a text or a run of bytes, owned by the node
+ *   int         0 .. 2    a 32-bit number, signed or unsigned as you read it
+ *   double      0         a real number in single precision
+ *   fixed       (none)    one pointer-sized value that the node never looks at
+ *
+ * The last argument is the tag that the node must carry; 0 accepts any node. A generic list is a
+ * record and not a node: CGIgs_IsA() and CGIgs_getMagic() read its tag, every other operation here
+ * treats it as the wrong type, whatever tag is given.
+ */
+
+/** An empty text, returned by some functions that have no text to give; never free it. */
+TARN_API extern const char *CGIgs_empty_string;
+
+/** Creates an empty node.
+ *
+ *  When memory runs out the status is still TARN_OK and the handle stays 0: test the handle.
+ *
+ *  @param handle  where to put the node; must hold 0
+ *  @param magic   the type tag, not 0
+ *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, or `magic` is 0
+ */
+TARN_API TarnStatus CGIgs_new(TarnHandle *handle, uint32_t magic);
+
+/** Deletes a node with its lists, children and strings, and sets the handle to 0.
+ *
+ *  Elements of its lists are not released, nor is what `fixed` holds.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus CGIgs_delete(TarnHandle *handle, uint32_t magic);
+
+/** Empties a node and keeps it with its tag.
+ *
+ *  Lists, children, numbers, `fixed` and strings 0 and 1 are released or zeroed. Strings 2 to 7
+ *  survive and can still be read.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus CGIgs_clear(TarnHandle *handle, uint32_t magic);
+
+/** Tells whether a handle holds an object with this tag (0: any object).
+ *
+ *  @return 1 or 0
+ */
+TARN_API uint32_t CGIgs_IsA(TarnHandle *handle, uint32_t magic);
+
+/** Copies a node with its children and strings.
+ *
+ *  Lists are copied as lists: the copy's list has the same elements, not copies of them. `fixed` is
+ *  shared too. A string slot filled by CGIgs_setNString() is copied up to its first zero byte. When
+ *  memory runs out for the node itself the status is TARN_OK and `destination` stays 0.
+ *
+ *  @param source       the node to copy
+ *  @param destination  where to put the copy; must hold 0
+ *  @param magic        the tag of `source`; 0 is refused
+ *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or in
+ *          use, or `magic` is 0
+ */
+TARN_API TarnStatus CGIgs_clone(TarnHandle *source, TarnHandle *destination, uint32_t magic);
+
+/** Hands a generic list over to a node.
+ *
+ *  The node owns the list from now on: leave your own handle alone, do not delete through it. A
+ *  list that the slot held is deleted first. Index 2 is accepted and acts on struct slot 0: the
+ * list is parked there, unseen by CGIgs_getList(), until the node is cleared or the slot is set
+ * again; a child that stood there is lost.
+ *
+ *  @param index  0 or 1 (2: see above)
+ *  @param list   the list's handle; null or 0 empties the slot
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 2
+ */
+TARN_API TarnStatus CGIgs_setList(TarnHandle *handle, uint32_t index, TarnHandle *list,
+                                  uint32_t magic);
+
+/** Stores a deep copy of a node as a child.
+ *
+ *  A child that the slot held is deleted. Lists inside the child are copied as CGIgs_clone() copies
+ *  them: both lists then name the same elements. With `childMagic` 0 the slot ends empty.
+ *
+ *  @param index       0 to 2
+ *  @param child       the node to copy; stays yours
+ *  @param magic       the tag of the node
+ *  @param childMagic  the tag of the child
+ *  @return TARN_OK; TARN_WRONG_TYPE for the node; TARN_BAD_ARGUMENT when `child` fails its type
+ *          test or `index` is above 2
+ */
+TARN_API TarnStatus CGIgs_setStruct(TarnHandle *handle, uint32_t index, TarnHandle *child,
+                                    uint32_t magic, uint32_t childMagic);
+
+/** Stores a copy of a text, or empties the slot when `text` is null.
+ *
+ *  When memory runs out the slot is empty and the status is still TARN_OK.
+ *
+ *  @param index  0 to 7
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 7
+ */
+TARN_API TarnStatus CGIgs_setString(TarnHandle *handle, uint32_t index, const char *text,
+                                    uint32_t magic);
+
+/** Stores a copy of `size` bytes in a string slot, or empties the slot when `data` is null.
+ *
+ *  One zero byte follows the copy, so that it can be read as text. Each call also leaves a block of
+ *  `size` bytes allocated to the end of the process.
+ *
+ *  @param index  0 to 7
+ *  @param size   in bytes
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 7; TARN_OUT_OF_MEMORY,
+ *          with the slot empty
+ */
+TARN_API TarnStatus CGIgs_setNString(TarnHandle *handle, uint32_t index, const void *data,
+                                     uint32_t size, uint32_t magic);
+
+/** Stores a number.
+ *
+ *  @param index  0 to 2
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 2
+ */
+TARN_API TarnStatus CGIgs_setInt(TarnHandle *handle, uint32_t index, uint32_t value,
+                                 uint32_t magic);
+
+/** Stores the opaque value; the node never follows or frees it.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus CGIgs_setFixed(TarnHandle *handle, uintptr_t value, uint32_t magic);
+
+/** Stores a real number, rounded to single precision (0.1 reads back as 0.10000000149011612).
+ *
+ *  @param index  0
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is not 0
+ */
+TARN_API TarnStatus CGIgs_setDouble(TarnHandle *handle, uint32_t index, double value,
+                                    uint32_t magic);
+
+/** Lends the list in a slot.
+ *
+ *  @param index  0 or 1
+ *  @return the list; 0 when there is none, for the wrong type or index
+ */
+TARN_API TarnHandle CGIgs_getList(TarnHandle *handle, uint32_t index, uint32_t magic);
+
+/** Lends the child in a slot.
+ *
+ *  @param index  0 to 2
+ *  @return the child; 0 when there is none, for the wrong type or index
+ */
+TARN_API TarnHandle CGIgs_getStruct(TarnHandle *handle, uint32_t index, uint32_t magic);
+
+/** Tells an object's tag.
+ *
+ *  @return the tag; 0 when the handle holds nothing
+ */
+TARN_API uint32_t CGIgs_getMagic(TarnHandle *handle);
+
+/** Tells the tag under which a child was stored.
+ *
+ *  @param index  0 to 2
+ *  @return the tag; 0 when none, for the wrong type or index
+ */
+TARN_API uint32_t CGIgs_getChildMagic(TarnHandle *handle, uint32_t index, uint32_t magic);
+
+/** Lends the text in a slot.
+ *
+ *  @param index  0 to 7
+ *  @return the text; null when there is none, for the wrong type or index
+ */
+TARN_API const char *CGIgs_getString(TarnHandle *handle, uint32_t index, uint32_t magic);
+
+/** Reads a number.
+ *
+ *  @param index  0 to 2
+ *  @return the number; 0 for the wrong type or index
+ */
+TARN_API uint32_t CGIgs_getInt(TarnHandle *handle, uint32_t index, uint32_t magic);
+
+/** Reads the opaque value.
+ *
+ *  @return the value; 0 for the wrong type
+ */
+TARN_API uintptr_t CGIgs_getFixed(TarnHandle *handle, uint32_t magic);
+
+/** Reads the real number, widened exactly.
+ *
+ *  @param index  0
+ *  @return the number; 0.0 for the wrong type or index
+ */
+TARN_API double CGIgs_getDouble(TarnHandle *handle, uint32_t index, uint32_t magic);
+
+/* ---- Generic list: TARNGenericList ------------------------------------------------------------
+ *
+ * A growable array of pointer-sized words. The list never follows, copies or frees what a word
+ * points at. Its capacity passes through 0, 10, 20, 30 ...
+ */
+
+/** Creates an empty list.
+ *
+ *  @param handle  where to put it; must hold 0
+ *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus TARNGenericList_new(TarnHandle *handle);
+
+/** Deletes a list and sets the handle to 0; anything else is left alone. Elements are not freed.
+ *
+ *  @return TARN_OK, always
+ */
+TARN_API TarnStatus TARNGenericList_delete(TarnHandle *handle);
+
+/** Empties a list: every word becomes 0, the capacity stays. Elements are not freed.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus TARNGenericList_clear(TarnHandle *handle);
+
+/** Tells whether a handle holds a generic list.
+ *
+ *  @return 1 or 0
+ */
+TARN_API uint32_t TARNGenericList_IsA(TarnHandle *handle);
+
+/** Fills a list with `capacity` words from `source`. (The name is spelt like this.)
+ *
+ *  The array that the list had is emptied and stays allocated to the end of the process. When
+ *  memory runs out the list has no array and every element reads as 0.
+ *
+ *  @param source    at least `capacity` words; null counts as words of 0
+ *  @param count     the new count, taken as given; elements beyond the capacity read as 0
+ *  @param capacity  the new capacity
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus ATRNGenericList_init(TarnHandle *handle, const void *source, uint32_t count,
+                                         uint32_t capacity);
+
+/** Copies a list; both then hold the same words.
+ *
+ *  @param destination  where to put the copy; must hold 0
+ *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or in
+ *          use; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus TARNGenericList_clone(TarnHandle *source, TarnHandle *destination);
+
+/** Counts the elements.
+ *
+ *  @return the count; 0 for the wrong type
+ */
+TARN_API uint32_t TARNGenericList_getCount(TarnHandle *handle);
+
+/** Tells how many elements fit before the list grows.
+ *
+ *  @return the capacity; 0 for the wrong type
+ */
+TARN_API uint32_t TARNGenericList_getCapacity(TarnHandle *handle);
+
+/** Lends the array, good until the list grows or is deleted.
+ *
+ *  @return the array; null when there is none yet, and for the wrong type
+ */
+TARN_API uintptr_t *TARNGenericList_getData(TarnHandle *handle);
+
+/** Appends a word.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_OUT_OF_MEMORY: the recorded capacity has grown all the
+ *          same, the elements are as they were
+ */
+TARN_API TarnStatus TARNGenericList_addDatum(TarnHandle *handle, uintptr_t value);
+
+/** Reads the element at an index.
+ *
+ *  @return the word; 0 when `index` is not below the count, and for the wrong type
+ */
+TARN_API uintptr_t TARNGenericList_getByIndex(TarnHandle *handle, uint32_t index);
+
+/** Raises the capacity, ten by ten, until it is at least `n`.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus TARNGenericList_reserve(TarnHandle *handle, uint32_t n);
+
+/** Writes the element at an index; beyond the count, the count becomes `index` + 1.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is not below the capacity;
+ *          TARN_OUT_OF_MEMORY after an earlier growth that failed
+ */
+TARN_API TarnStatus TARNGenericList_setByIndex(TarnHandle *handle, uint32_t index, uintptr_t value);
+
+/* ---- Formatted allocation and text utilities ---------------------------------------------------
+ */
+
+/** Formats into a new block.
+ *
+ *  @param out     receives the text, to be freed with free(); null when memory runs out or `format`
+ *                 cannot be formatted
+ *  @param format  as for vprintf()
+ *  @return the length of the text in bytes; 0 when there is none
+ */
+TARN_API int tarn_vasprintf(char **out, const char *format, va_list args) TARN_PRINTF(2, 0);
+
+/** Formats into a new block.
+ *
+ *  @code
+ *  char *text;
+ *  int length = tarn_asprintf(&text, "%d-%s", 7, "x");
+ *  free(text);
+ *  @endcode
+ *
+ *  @param out     as for tarn_vasprintf()
+ *  @param format  as for printf()
+ *  @return as tarn_vasprintf()
+ */
+TARN_API int tarn_asprintf(char **out, const char *format, ...) TARN_PRINTF(2, 3);
+
+/** Reads an environment variable.
+ *
+ *  @param name  may be null
+ *  @return the value itself, as the environment holds it; an empty text when unset; never null;
+ *          not to be freed or changed
+ */
+TARN_API char *safeGetenv(const char *name);
+
+/** Orders two texts, ignoring the case of letters.
+ *
+ *  @return 0 when equal or both null; negative or positive as for strcasecmp(); -1 when only `a` is
+ *          null, 1 when only `b` is
+ */
+TARN_API int stringsAreEqual(const char *a, const char *b);
+
+/** Orders at most `n` bytes of two texts, ignoring the case of letters.
+ *
+ *  @return as stringsAreEqual()
+ */
+TARN_API int nStringsAreEqual(const char *a, const char *b, uint32_t n);
+
+/** Decodes URL-encoded text: "+" becomes a space, "%" and two digits the byte they name.
+ *
+ *  Digits are not checked: see hexToChar(). Missing digits at the end count as zero bytes and end
+ *  the text; so does a decoded zero byte.
+ *
+ *  @param text  stays as it is; may be null
+ *  @return new text, to be freed with free(); null when `text` is null or memory runs out
+ */
+TARN_API char *unescapeString(const char *text);
+
+/** Makes a byte of two hexadecimal digits.
+ *
+ *  No character is refused: from "A" upward a character counts as a letter (bit 0x20 cleared, minus
+ *  55), any other as a digit (minus 48); the sum is cut to eight bits.
+ */
+TARN_API unsigned char hexToChar(char high, char low);
+
+/** Runs a command through the shell with ";", "|", "<" and ">" escaped by a backslash.
+ *
+ *  This is no sanitiser: quotes, "&", "$", backquotes and newlines reach the shell. Never pass it
+ *  text that a visitor sent; use posix_spawn() or execve() with an argument list.
+ *
+ *  @return what system() returns; -1 when `command` is null
+ */
+TARN_API int saferSystem(const char *command);
+
+/** Finds the first occurrence of some bytes in others.
+ *
+ *  @param haystackLength,needleLength  in bytes; an empty needle is found at the start
+ *  @return its address inside `haystack`; null when there is none or either pointer is null
+ */
+TARN_API void *memfind(const void *haystack, uint32_t haystackLength, const void *needle,
+                       uint32_t needleLength);
+
+/** Cuts out the bytes between the first `open` and the `close` that follows it.
+ *
+ *  Without a `close` the bytes run to the end of the data and one byte beyond, normally the text's
+ *  final zero byte. `close` is looked for in as many bytes after `open` as the data has without
+ *  `open`: when `open` is not at the start, that reaches past the data by what stands before
+ *  `open`. `data` must be readable that far.
+ *
+ *  @param length  of `data`, in bytes
+ *  @return a new byte buffer, yours to delete with CGIgs_delete() and TARN_BYTE_BUFFER_MAGIC; it is
+ *          empty when an argument is null, `open` is absent or nothing stands between; 0 when
+ *          memory runs out
+ */
+TARN_API TarnHandle extractBetween(const void *data, uint32_t length, const char *open,
+                                   const char *close);
+
+/** extractBetween() with one delimiter on both sides. */
+TARN_API TarnHandle extractBetween1(const void *data, uint32_t length, const char *delimiter);
+
+/** Copies a text without the spaces, tabs, line feeds and carriage returns around it.
+ *
+ *  @param text  null gives null
+ *  @return new text, to be freed with free(); null when memory runs out
+ */
+TARN_API char *stripString(const char *text);
+
+/** Reads what writeLong() and writeString() wrote: a count, then text.
+ *
+ *  @return at most count - 1 bytes, up to and including a newline, to be freed with free(); an empty
+ *          text for a count below 2; null when `stream` is null or memory runs out
+ */
+TARN_API char *readString(FILE *stream);
+
+/** Writes a space, the text and a space; nothing when either argument is null.
+ *
+ *  @code
+ *  writeLong(stream, (long)strlen(text) + 1);   // so that readString() gives it back whole
+ *  writeString(stream, text);
+ *  @endcode
+ */
+TARN_API void writeString(FILE *stream, const char *text);
+
+/** Reads a decimal number with the white space around it.
+ *
+ *  @return the number; 0 when there is none or `stream` is null
+ */
+TARN_API long readLong(FILE *stream);
+
+/** Writes a space, the number and a space; nothing when `stream` is null. */
+TARN_API void writeLong(FILE *stream, long value);
+
+/* ---- Byte buffer: CGIfb ------------------------------------------------------------------------
+ *
+ * A node (TARN_BYTE_BUFFER_MAGIC) that holds a run of bytes: their address in `fixed`, their count
+ * in int 0. A zero byte follows them. The bytes outlive the node, and copies of the node share
+ * them: they stay to the end of the process.
+ */
+
+/** Fills a byte buffer with a copy of some bytes.
+ *
+ *  @param length  in bytes
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT, contents kept, when `data` is null or
+ *          `length` is 0; TARN_OUT_OF_MEMORY, contents gone
+ */
+TARN_API TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t length);
+
+/* ---- CGI environment: CgiEnv -------------------------------------------------------------------
+ *
+ * A node (TARN_ENVIRONMENT_MAGIC) with what was captured when it was made:
+ *
+ *   int 0      CONTENT_LENGTH, as a signed number; 0 when unset
+ *   int 1      1 when HTTPS is "on", else 0
+ *   struct 0   the body of a POST, a byte buffer; empty when none was read
+ *   struct 1   the cookies of HTTP_COOKIE, a cookie list; empty when unset
+ *
+ * The getters look at the process environment when they are called and never at the handle.
+ */
+
+/** Captures the environment; for a POST with a body, reads CONTENT_LENGTH bytes of standard input.
+ *
+ *  Bytes that do not arrive are zero. The body can be read once in a process. The environment is
+ *  made, and the handle set, also when the body could not be kept.
+ *
+ *  @param handle  where to put it; must hold 0
+ *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, and when CONTENT_LENGTH is
+ *          negative or more than can be allocated (nothing is read then); otherwise what
+ *          CgiEnv_setPostData() says of the body
+ */
+TARN_API TarnStatus CgiEnv_new(TarnHandle *handle);
+
+/** Deletes an environment and sets the handle to 0.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus CgiEnv_delete(TarnHandle *handle);
+
+/** Empties an environment: numbers 0, no body, no cookies. The node stays.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus CgiEnv_clear(TarnHandle *handle);
+
+/** Replaces the body by a copy of some bytes.
+ *
+ *  @param length  in bytes
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT, body kept, when `data` is null or `length`
+ *          is 0; TARN_OUT_OF_MEMORY, body kept
+ */
+TARN_API TarnStatus CgiEnv_setPostData(TarnHandle *handle, const void *data, uint32_t length);
+
+/** Does nothing. @return TARN_OK */
+TARN_API TarnStatus CgiEnv_save(TarnHandle *handle, FILE *stream);
+
+/** Does nothing. @return TARN_OK */
+TARN_API TarnStatus CgiEnv_restore(TarnHandle *handle, FILE *stream);
+
+/* Each getter below reads one variable. Texts are the environment's own: never null, empty when
+ * unset, not to be freed. Numbers are decimal, 0 when unset, and stop at the limits of 32 bits. */
+
+/** SERVER_SOFTWARE. @return lent text, never null */
+TARN_API const char *CgiEnv_getServerSoftware(TarnHandle *handle);
+/** SERVER_NAME. @return lent text, never null */
+TARN_API const char *CgiEnv_getServerName(TarnHandle *handle);
+/** GATEWAY_INTERFACE. @return lent text, never null */
+TARN_API const char *CgiEnv_getGatewayInterface(TarnHandle *handle);
+/** SERVER_PROTOCOL. @return lent text, never null */
+TARN_API const char *CgiEnv_getServerProtocol(TarnHandle *handle);
+/** SERVER_PORT. @return the number; 0 when unset */
+TARN_API int32_t CgiEnv_getServerPort(TarnHandle *handle);
+/** HTTP_COOKIE, the raw header. @return lent text, never null */
+TARN_API const char *CgiEnv_getCookies(TarnHandle *handle);
+/** REQUEST_METHOD. @return lent text, never null */
+TARN_API const char *CgiEnv_getRequestMethod(TarnHandle *handle);
+/** PATH_INFO. @return lent text, never null */
+TARN_API const char *CgiEnv_getPathInfo(TarnHandle *handle);
+/** PATH_TRANSLATED. @return lent text, never null */
+TARN_API const char *CgiEnv_getPathTranslated(TarnHandle *handle);
+/** SCRIPT_NAME. @return lent text, never null */
+TARN_API const char *CgiEnv_getScriptName(TarnHandle *handle);
+/** QUERY_STRING. @return lent text, never null */
+TARN_API const char *CgiEnv_getQueryString(TarnHandle *handle);
+/** CONTENT_LENGTH, in bytes, read afresh. @return the number; 0 when unset */
+TARN_API int32_t CgiEnv_getContentLength(TarnHandle *handle);
+/** CONTENT_TYPE. @return lent text, never null */
+TARN_API const char *CgiEnv_getContentType(TarnHandle *handle);
+/** HTTP_REFERER. @return lent text, never null */
+TARN_API const char *CgiEnv_getReferrer(TarnHandle *handle);
+/** REMOTE_HOST. @return lent text, never null */
+TARN_API const char *CgiEnv_getRemoteHost(TarnHandle *handle);
+/** REMOTE_ADDR. @return lent text, never null */
+TARN_API const char *CgiEnv_getRemoteAddr(TarnHandle *handle);
+/** AUTH_TYPE. @return lent text, never null */
+TARN_API const char *CgiEnv_getAuthType(TarnHandle *handle);
+/** REMOTE_USER. @return lent text, never null */
+TARN_API const char *CgiEnv_getRemoteUser(TarnHandle *handle);
+/** REMOTE_IDENT. @return lent text, never null */
+TARN_API const char *CgiEnv_getRemoteIdent(TarnHandle *handle);
+/** HTTP_ACCEPT. @return lent text, never null */
+TARN_API const char *CgiEnv_getAccept(TarnHandle *handle);
+/** HTTP_USER_AGENT. @return lent text, never null */
+TARN_API const char *CgiEnv_getUserAgent(TarnHandle *handle);
+/** REDIRECT_REQUEST. @return lent text, never null */
+TARN_API const char *CgiEnv_getRedirectRequest(TarnHandle *handle);
+/** REDIRECT_URL. @return lent text, never null */
+TARN_API const char *CgiEnv_getRedirectURL(TarnHandle *handle);
+/** REDIRECT_STATUS. @return lent text, never null */
+TARN_API const char *CgiEnv_getRedirectStatus(TarnHandle *handle);
+
+/* ---- Form entries: FormEntry, FormEntryList ----------------------------------------------------
+ *
+ * An entry (TARN_FORM_ENTRY_MAGIC) is one field of a form: name in string 0 (none for a field
+ * without a name), value in string 1, the value's length in int 0. Create one with CGIgs_new(),
+ * release it with CGIgs_delete().
+ *
+ * A list (TARN_FORM_ENTRY_LIST_MAGIC) owns copies of entries, in order. A value that holds a zero
+ * byte is whole in your own entry; a list's copy ends at that byte, while its length stays.
+ */
+
+/** Sets an entry's name and value.
+ *
+ *  @param name    null: no name
+ *  @param data    the value's bytes; null only with `length` 0
+ *  @param length  in bytes
+ *  @return TARN_OK; TARN_WRONG_TYPE; otherwise as FormEntry_setValue(), with the name set
+ */
+TARN_API TarnStatus FormEntry_init(TarnHandle *entry, const char *name, const void *data,
+                                   uint32_t length);
+
+/** Sets an entry's value; a zero byte is put after it.
+ *
+ *  @param data    null only with `length` 0: an empty text
+ *  @param length  in bytes
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT for null data with a length, and
+ *          TARN_OUT_OF_MEMORY, entry unchanged
+ */
+TARN_API TarnStatus FormEntry_setValue(TarnHandle *entry, const void *data, uint32_t length);
+
+/** Orders two entries by name, then by value.
+ *
+ *  @return negative, 0 or positive; 0 when either is no entry; -1 when the names are to be compared
+ *          and `b` has none, likewise for the values
+ */
+TARN_API int32_t FormEntry_compare(TarnHandle *a, TarnHandle *b);
+
+/** Orders an entry's name against a text.
+ *
+ *  @return as stringsAreEqual(); -1 when `entry` is no entry or `name` is null
+ */
+TARN_API int32_t FormEntry_compareName(TarnHandle *entry, const char *name);
+
+/** Orders an entry's value, read as text, against a text.
+ *
+ *  @return as stringsAreEqual(); -1 when `entry` is no entry or `value` is null
+ */
+TARN_API int32_t FormEntry_compareValue(TarnHandle *entry, const char *value);
+
+/** Copies the value without the white space around it; see stripString().
+ *
+ *  @return new text, to be freed with free(); null when the entry has no value; CGIgs_empty_string,
+ *          not to be freed, when `entry` is no entry
+ */
+TARN_API const char *FormEntry_getStrippedValue(TarnHandle *entry);
+
+/** Reads the value as a decimal number; text that does not fit 32 bits stops at their limits.
+ *
+ *  @return the number, up to the first byte that is no digit; 0 when there is none
+ */
+TARN_API int32_t FormEntry_getIntegerValue(TarnHandle *entry);
+
+/** Reads the value as a real number, as atof() does.
+ *
+ *  @return the number; 0.0 when there is none
+ */
+TARN_API double FormEntry_getDoubleValue(TarnHandle *entry);
+
+/** @return the constant text "Not yet implemented" */
+TARN_API const char *FormEntry_toString(TarnHandle *entry);
+
+/** Appends a copy of an entry to a list.
+ *
+ *  A name that the list already holds is appended again: lookups find the first.
+ *
+ *  @param list   a form entry list (a file list passes too: they share one tag)
+ *  @param entry  the entry to copy
+ *  @return TARN_OK; TARN_WRONG_TYPE when `list` is no list; TARN_BAD_ARGUMENT when `entry` is no
+ *          entry; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus FormEntryList_addEntry(TarnHandle *list, TarnHandle *entry);
+
+/** @return the number of entries; 0 when `list` is no list */
+TARN_API int32_t FormEntryList_getCount(TarnHandle *list);
+
+/** Lends the entry at an index, counted from 0 in order of appending.
+ *
+ *  @return the entry; 0 when `index` is not below the count or `list` is no list
+ */
+TARN_API TarnHandle FormEntryList_getByIndex(TarnHandle *list, uint32_t index);
+
+/** Makes room for `capacity` entries in a list that has had an entry; a fresh list stays as it is.
+ */
+TARN_API void FormEntryList_reserve(TarnHandle *list, uint32_t capacity);
+
+/** Deletes every entry; the list stays, empty.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus FormEntryList_clear(TarnHandle *list);
+
+/** Deletes a list with its entries and sets the handle to 0.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus FormEntryList_delete(TarnHandle *list);
+
+/** Copies a list with its entries.
+ *
+ *  @param destination  receives the copy; what it held is overwritten, not deleted
+ *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or holds something that is no entry;
+ *          TARN_OUT_OF_MEMORY; on failure `destination` is left alone
+ */
+TARN_API TarnStatus FormEntryList_clone(TarnHandle *source, TarnHandle *destination);
+
+/** @return the constant text "Not yet implemented." */
+TARN_API const char *FormEntryList_toHTML(TarnHandle *list);
+
+/* ---- Uploaded files: FormFile, FormFileList ----------------------------------------------------
+ *
+ * A file (TARN_FORM_FILE_MAGIC) is one uploaded file: field name in string 0, the client's file
+ * name in string 1, content type in string 2, the bytes in struct 0, a byte buffer. The file name
+ * is what a stranger sent: it may hold "../", quotes and control bytes.
+ *
+ * A list (TARN_FORM_FILE_LIST_MAGIC) owns copies of files, in order; copies share the bytes.
+ */
+
+/** Fills a file.
+ *
+ *  @param length  of `data`, in bytes; 0 gives a file without bytes
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT, file unchanged, when an argument is null
+ */
+TARN_API TarnStatus FormFile_init(TarnHandle *file, const char *name, const char *fileName,
+                                  const char *contentType, const void *data, uint32_t length);
+
+/** Tells whether field name, file name and content type of two files are equal.
+ *
+ *  @return 0 when they are; 1 when not, or when either is no file. The bytes are not compared.
+ */
+TARN_API uint32_t FormFile_compare(TarnHandle *a, TarnHandle *b);
+
+/** Orders a file's field name against a text.
+ *
+ *  @return as stringsAreEqual(); 1 when `file` is no file or `name` is null
+ */
+TARN_API int32_t FormFile_compareName(TarnHandle *file, const char *name);
+
+/** Writes a file's bytes to a stream; does not flush it.
+ *
+ *  @return 0 when every byte was taken, or there was none, or `file` is no file; 1 when a byte was
+ *          refused (the rest is still tried) or `stream` is null
+ */
+TARN_API uint32_t FormFile_writeToStream(TarnHandle *file, FILE *stream);
+
+/** @return the number of bytes in a file; 0 when `file` is no file */
+TARN_API uint32_t FormFile_getDataLength(TarnHandle *file);
+
+/** Appends a copy of a file to a list.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE when `list` is no list; TARN_BAD_ARGUMENT when `file` is no
+ *          file; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus FormFileList_addEntry(TarnHandle *list, TarnHandle *file);
+
+/** @return the number of files; 0 when `list` is no list */
+TARN_API int32_t FormFileList_getCount(TarnHandle *list);
+
+/** Lends the file at an index, counted from 0 in order of appending.
+ *
+ *  @return the file; 0 when `index` is not below the count or `list` is no list
+ */
+TARN_API TarnHandle FormFileList_getByIndex(TarnHandle *list, uint32_t index);
+
+/** Makes room for `capacity` files in a list that has had a file; a fresh list stays as it is. */
+TARN_API void FormFileList_reserve(TarnHandle *list, uint32_t capacity);
+
+/** Deletes every file and the list itself, and sets the handle to 0.
+ *
+ *  Unlike FormEntryList_clear(), which keeps the list.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus FormFileList_clear(TarnHandle *list);
+
+/** Deletes a list with its files and sets the handle to 0.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus FormFileList_delete(TarnHandle *list);
+
+/** Copies a list with its files; the copies share the bytes.
+ *
+ *  @param destination  receives the copy; what it held is overwritten, not deleted
+ *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or holds something that is no file;
+ *          TARN_OUT_OF_MEMORY; on failure `destination` is left alone
+ */
+TARN_API TarnStatus FormFileList_clone(TarnHandle *source, TarnHandle *destination);
+
+/** @return the constant text "Not yet implemented." */
+TARN_API const char *FormFileList_toHTML(TarnHandle *list);
+
+/* ---- Request: Tarn -----------------------------------------------------------------------------
+ *
+ * A node (TARN_REQUEST_MAGIC): the environment in struct 0, the entry list in struct 1, the file
+ * list in struct 2. Lookups take the first match.
+ */
+
+/** Takes in the request: environment, cookies, body, and the form, parsed.
+ *
+ *  A POST has its body parsed, any other method its query string. A CONTENT_TYPE that begins with
+ *  "multipart/form-data" means multipart, anything else URL-encoded, whatever the method.
+ *
+ *  @code
+ *  TarnHandle request = 0;
+ *  if (Tarn_new(&request) == TARN_OK) {
+ *    TarnHandle name = Tarn_getElementByName(&request, "name");
+ *    ...
+ *  }
+ *  Tarn_delete(&request);
+ *  @endcode
+ *
+ *  @param handle  where to put the request; must hold 0
+ *  @return TARN_BAD_ARGUMENT when `handle` is null or in use; otherwise the status of
+ *          Tarn_parseFormInput(), TARN_OK when there was no body to parse
+ */
+TARN_API TarnStatus Tarn_new(TarnHandle *handle);
+
+/** Deletes a request with all it holds and sets the handle to 0.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus Tarn_delete(TarnHandle *handle);
+
+/** Does nothing. @return TARN_NOT_IMPLEMENTED */
+TARN_API TarnStatus Tarn_clear(TarnHandle *handle);
+
+/** @return the date of this release, "Jul 17 2007" */
+TARN_API const char *Tarn_getCompileDate(TarnHandle *handle);
+/** @return the time of this release, "14:49:31" */
+TARN_API const char *Tarn_getCompileTime(TarnHandle *handle);
+/** @return the version, "1.0.0" */
+TARN_API const char *Tarn_getVersion(TarnHandle *handle);
+/** @return the constant text "Set this to the platform we compiled for" */
+TARN_API const char *Tarn_getHost(TarnHandle *handle);
+
+/** Does nothing. */
+TARN_API void Tarn_save(TarnHandle *handle, FILE *stream);
+/** Does nothing. */
+TARN_API void Tarn_restore(TarnHandle *handle, FILE *stream);
+
+/** Tells whether a checkbox was ticked: its field came with the value "on", in any case.
+ *
+ *  @return 1 or 0
+ */
+TARN_API uint32_t Tarn_queryCheckbox(TarnHandle *handle, const char *name);
+
+/** Lends the first entry with this name.
+ *
+ *  @param name  null finds the first entry without a name
+ *  @return the entry; 0 when there is none
+ */
+TARN_API TarnHandle Tarn_getElementByName(TarnHandle *handle, const char *name);
+
+/** The same as Tarn_getElementByName(): it too compares names, not values. */
+TARN_API TarnHandle Tarn_getElementByValue(TarnHandle *handle, const char *text);
+
+/** Lends the first file whose field has this name.
+ *
+ *  @param name  null finds the first file without a field name
+ *  @return the file; 0 when there is none
+ */
+TARN_API TarnHandle Tarn_getFile(TarnHandle *handle, const char *name);
+
+/** Appends copies of all entries with this name to a list of yours.
+ *
+ *  @param unused       ignored
+ *  @param destination  a form entry list
+ *  @return 1 when an append failed, and the copying ends there; else 0
+ */
+TARN_API uint32_t Tarn_findEntries(TarnHandle *handle, const char *name, uint32_t unused,
+                                   TarnHandle *destination);
+
+/** Parses a form and appends its entries and files to the request.
+ *
+ *  CONTENT_TYPE, at the time of the call, decides between multipart and URL-encoded.
+ *
+ *  @param input   URL-encoded text with its final zero byte, or a multipart body
+ *  @param length  of a multipart body, in bytes; ignored for URL-encoded text
+ *  @return TARN_OK, whatever became of single fields; TARN_BAD_ARGUMENT when `input` is null;
+ *          TARN_NO_ENVIRONMENT when the request has none, or `handle` is no request
+ */
+TARN_API TarnStatus Tarn_parseFormInput(TarnHandle *handle, char *input, uint32_t length);
+
+/** Appends the entry that one "name=value" makes; a text without "=" makes none.
+ *
+ *  @param pair  its "=" is overwritten by a zero byte
+ */
+TARN_API void Tarn_parsePair(TarnHandle *handle, char *pair);
+
+/** Appends the entry or file that one part of a multipart body makes.
+ *
+ *  The value runs from the blank line after the headers to the first CR LF after it. A part without
+ *  a blank line makes nothing; a part with a file name makes a file, any other an entry.
+ *
+ *  @param part    the bytes between two delimiters; a zero byte is written over the first byte of
+ *                 the blank line, in your memory
+ *  @param length  in bytes; nothing is read beyond
+ */
+TARN_API void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t length);
+
+/* ---- Cookies: HTTPCookie, HTTPCookieList -------------------------------------------------------
+ *
+ * A cookie (TARN_COOKIE_MAGIC): name, value, comment, domain, path in strings 0 to 4, max-age in
+ * int 0, the secure flag in int 1. Create one with CGIgs_new(), release it with CGIgs_delete(). A
+ * list (TARN_COOKIE_LIST_MAGIC) owns copies of cookies, in order. Nothing is checked or escaped.
+ */
+
+/** Fills a cookie, after emptying it.
+ *
+ *  @param comment,domain,path  may be null
+ *  @param maxAge               in seconds, kept as 32 bits
+ *  @param secure               0 for no; kept as given
+ *  @return TARN_BAD_ARGUMENT when `name` or `value` is null, tested first; TARN_WRONG_TYPE; TARN_OK
+ */
+TARN_API TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const char *value,
+                                    const char *comment, const char *domain, long maxAge,
+                                    const char *path, int secure);
+
+/** Orders two cookies by name, then by value, byte by byte, in reverse: b against a.
+ *
+ *  @return positive when `a` sorts before `b`, negative when after; 0 when equal or either is no
+ *          cookie. A missing name or value sorts before any text.
+ */
+TARN_API int HTTPCookie_compare(TarnHandle *a, TarnHandle *b);
+
+/** @return the max-age in seconds; 0 when `cookie` is no cookie */
+TARN_API long HTTPCookie_getMaxAge(TarnHandle *cookie);
+
+/** Sets the max-age, in seconds, kept as 32 bits. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTTPCookie_setMaxAge(TarnHandle *cookie, long maxAge);
+
+/** @return the secure flag as it was set; 0 when `cookie` is no cookie */
+TARN_API int HTTPCookie_isSecure(TarnHandle *cookie);
+
+/** Sets the secure flag, kept as given. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTTPCookie_setSecure(TarnHandle *cookie, int secure);
+
+/** Formats a cookie as one line for a log or a debugger; not for a Set-Cookie header.
+ *
+ *  Unset texts print as (null). A copy is kept in the cookie, string 5.
+ *
+ *  @return new text, to be freed with free(); CGIgs_empty_string, not to be freed, when `cookie` is
+ *          no cookie or memory runs out
+ */
+TARN_API const char *HTTPCookie_toString(TarnHandle *cookie);
+
+/** Deletes a list with its cookies and sets the handle to 0. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTTPCookieList_delete(TarnHandle *list);
+
+/** Deletes every cookie; the list stays, empty. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTTPCookieList_clear(TarnHandle *list);
+
+/** Copies a list with its cookies.
+ *
+ *  @param destination  receives the copy; what it held is overwritten, not deleted
+ *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or holds something that is no cookie;
+ *          TARN_OUT_OF_MEMORY; on failure `destination` is left alone
+ */
+TARN_API TarnStatus HTTPCookieList_clone(TarnHandle *source, TarnHandle *destination);
+
+/** Appends a copy of a cookie; equal names are kept.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE when `list` is no list; TARN_BAD_ARGUMENT when `cookie` is no
+ *          cookie; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus HTTPCookieList_addCookie(TarnHandle *list, TarnHandle *cookie);
+
+/** @return the number of cookies; 0 when `list` is no list */
+TARN_API int HTTPCookieList_getCount(TarnHandle *list);
+
+/** Lends the cookie at an index, counted from 0 in order of appending.
+ *
+ *  @return the cookie; 0 when `index` is not below the count or `list` is no list
+ */
+TARN_API TarnHandle HTTPCookieList_getByIndex(TarnHandle *list, uint32_t index);
+
+/** @return the constant text "Not yet implemented." */
+TARN_API const char *HTTPCookieList_toHTML(TarnHandle *list);
+
+/* ---- HTTP headers ------------------------------------------------------------------------------
+ *
+ *   HTTPHeader (TARN_HEADER_MAGIC)                   content type in string 0, cookies in struct 0
+ *   HTTPResponseHeader (TARN_RESPONSE_HEADER_MAGIC)  two texts in strings 0 and 1, a number in int
+ *                                                    0, header lines in list 0, cookies in struct 0
+ *   MultiPartHeader (TARN_MULTIPART_HEADER_MAGIC)    disposition, field name, file name, content
+ *                                                    type in strings 0 to 3
+ *
+ * They hold data; what goes to the browser is for the script to write.
+ */
+
+/** Deletes a header and sets the handle to 0. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTTPHeader_delete(TarnHandle *header);
+
+/** Empties a header; the node stays. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTTPHeader_clear(TarnHandle *header);
+
+/** Fills a header, after emptying it.
+ *
+ *  @param cookies  the list to copy; null stores the content type and answers TARN_BAD_ARGUMENT
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `contentType` is null or `cookies` is
+ *          no cookie list (header unchanged), or `cookies` is null (see above)
+ */
+TARN_API TarnStatus HTTPHeader_init(TarnHandle *header, const char *contentType,
+                                    TarnHandle *cookies);
+
+/** Replaces a header's cookies by a copy of a list.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `cookies` is no cookie list, or could
+ *          not be copied
+ */
+TARN_API TarnStatus HTTPHeader_setCookieList(TarnHandle *header, TarnHandle *cookies);
+
+/** Creates an HTTPHeader for "text/plain", without cookies.
+ *
+ *  @param handle  where to put it; must hold 0
+ *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use; TARN_WRONG_TYPE when memory
+ *          runs out
+ */
+TARN_API TarnStatus HTTPPlainHeader_new(TarnHandle *handle);
+
+/** Deletes a response header and sets the handle to 0. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTTPResponseHeader_delete(TarnHandle *header);
+
+/** Empties a response header; the node stays. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTTPResponseHeader_clear(TarnHandle *header);
+
+/** Fills a response header, after emptying it; does nothing when either text is null.
+ *
+ *  @return TARN_OK, also when nothing was done; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *first, int number,
+                                            const char *second);
+
+/** Lends the generic list of header lines; its words are `char *`, also lent.
+ *
+ *  @return the list; 0 when no line was added or `header` is no response header
+ */
+TARN_API TarnHandle HTTPResponseHeader_getHeaderList(TarnHandle *header);
+
+/** Appends a copy of a header line, as given.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `line` is null; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus HTTPResponseHeader_addHeader(TarnHandle *header, const char *line);
+
+/** Replaces a response header's cookies by a copy of a list.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `cookies` is no cookie list; otherwise
+ *          the status of copying it, with no cookies left
+ */
+TARN_API TarnStatus HTTPResponseHeader_setCookieList(TarnHandle *header, TarnHandle *cookies);
+
+/** Appends a copy of a cookie to a response header's list.
+ *
+ *  A header that has no list yet gets an empty one and the cookie is lost: the first cookie of such
+ *  a header has to be added twice, or set with HTTPResponseHeader_setCookieList().
+ *
+ *  @return TARN_OK, also for the cookie that is lost; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when
+ *          `cookie` is no cookie; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie);
+
+/** Sets the four texts of a part's header; a null text empties its slot.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus MultiPartHeader_init(TarnHandle *header, const char *disposition,
+                                         const char *name, const char *fileName,
+                                         const char *contentType);
+
+/** @return the constant text "Not yet implemented" */
+TARN_API const char *HTTPContentHeader_toString(TarnHandle *header);
+/** @return the constant text "Not implemented." */
+TARN_API const char *HTTPRedirectHeader_toHTML(TarnHandle *header);
+/** @return the constant text "Not implemented yet." */
+TARN_API const char *HTTPResponseHeader_toHTML(TarnHandle *header);
+/** @return the constant text "Not yet implemented" */
+TARN_API const char *HTTPStatusHeader_toHTML(TarnHandle *header);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TARN_H */

@@ -1,0 +1,146 @@
+#include "request/form_entry.h"
+
+#include "core/text.h"
+
+namespace tarn {
+namespace {
+
+enum Text : uint32_t { kName, kValue, kStripped };
+enum Number : uint32_t { kLength };
+
+Node *entryIn(const TarnHandle *handle) {
+  return nodeIn(handle, TARN_FORM_ENTRY_MAGIC);
+}
+
+const char *valueIn(const TarnHandle *handle) {
+  const Node *entry = entryIn(handle);
+  return entry ? entry->strings[kValue] : nullptr;
+}
+
+// No data is an empty text as long as no length is claimed for it.
+TarnStatus copyValue(const void *data, uint32_t length, OwnedText &copy) {
+  if (!data && length > 0) return TARN_BAD_ARGUMENT;
+  copy = copyBytes(data ? data : "", length);
+  return copy ? TARN_OK : TARN_OUT_OF_MEMORY;
+}
+
+void setValue(Node &entry, OwnedText value, uint32_t length) {
+  setText(entry, kValue, std::move(value));
+  entry.ints[kLength] = length;
+}
+
+}  // namespace
+
+Node *newFormEntry(OwnedText name, OwnedText value, uint32_t length) {
+  Node *entry = newNode(TARN_FORM_ENTRY_MAGIC);
+  if (entry) {
+    setText(*entry, kName, std::move(name));
+    setValue(*entry, std::move(value), length);
+  }
+  return entry;
+}
+
+const char *nameOfEntry(const Node &entry) {
+  return entry.strings[kName];
+}
+
+const char *valueOfEntry(const Node &entry) {
+  return entry.strings[kValue];
+}
+
+}  // namespace tarn
+
+using namespace tarn;
+
+TarnStatus FormEntry_init(TarnHandle *entry, const char *name, const void *data, uint32_t length) {
+  Node *node = entryIn(entry);
+  if (!node) return TARN_WRONG_TYPE;
+  // Copied before the name is replaced: the data may be the entry's old name.
+  OwnedText value;
+  const TarnStatus status = copyValue(data, length, value);
+  setText(*node, kName, copyText(name));
+  if (status == TARN_OK) setValue(*node, std::move(value), length);
+  return status;
+}
+
+TarnStatus FormEntry_setValue(TarnHandle *entry, const void *data, uint32_t length) {
+  Node *node = entryIn(entry);
+  if (!node) return TARN_WRONG_TYPE;
+  OwnedText value;
+  if (TarnStatus status = copyValue(data, length, value)) return status;
+  setValue(*node, std::move(value), length);
+  return TARN_OK;
+}
+
+// Two handles that are no entries compare as equal; scripts sort lists with holes by it.
+int32_t FormEntry_compare(TarnHandle *a, TarnHandle *b) {
+  const Node *right = entryIn(b);
+  if (!entryIn(a) || !right) return 0;
+  const int32_t byName = FormEntry_compareName(a, nameOfEntry(*right));
+  return byName != 0 ? byName : FormEntry_compareValue(a, valueOfEntry(*right));
+}
+
+int32_t FormEntry_compareName(TarnHandle *entry, const char *name) {
+  const Node *node = entryIn(entry);
+  return node && name ? compareTexts(nameOfEntry(*node), name) : -1;
+}
+
+int32_t FormEntry_compareValue(TarnHandle *entry, const char *value) {
+  const Node *node = entryIn(entry);
+  return node && value ? compareTexts(valueOfEntry(*node), value) : -1;
+}
+
+const char *FormEntry_getStrippedValue(TarnHandle *entry) {
+  Node *node = entryIn(entry);
+  if (!node) return CGIgs_empty_string;
+  char *stripped = stripString(valueOfEntry(*node));
+  if (valueOfEntry(*node)) setText(*node, kStripped, copyText(stripped));
+  return stripped;
+}
+
+int32_t FormEntry_getIntegerValue(TarnHandle *entry) {
+  const char *value = valueIn(entry);
+  return value ? toNumber(value) : 0;
+}
+
+double FormEntry_getDoubleValue(TarnHandle *entry) {
+  const char *value = valueIn(entry);
+  return value ? std::atof(value) : 0.0;
+}
+
+const char *FormEntry_toString(TarnHandle *) {
+  return "Not yet implemented";
+}
+
+TarnStatus FormEntryList_addEntry(TarnHandle *list, TarnHandle *entry) {
+  return FormEntries::add(list, entry);
+}
+
+int32_t FormEntryList_getCount(TarnHandle *list) {
+  return static_cast<int32_t>(FormEntries::count(FormEntries::in(list)));
+}
+
+TarnHandle FormEntryList_getByIndex(TarnHandle *list, uint32_t index) {
+  return FormEntries::handleAt(FormEntries::in(list), index);
+}
+
+// A fresh list has nothing to reserve in yet and stays without an array.
+void FormEntryList_reserve(TarnHandle *list, uint32_t capacity) {
+  FormEntries::reserve(FormEntries::in(list), capacity);
+}
+
+TarnStatus FormEntryList_clear(TarnHandle *list) {
+  return FormEntries::clear(list);
+}
+
+TarnStatus FormEntryList_delete(TarnHandle *list) {
+  return FormEntries::remove(list);
+}
+
+TarnStatus FormEntryList_clone(TarnHandle *source, TarnHandle *destination) {
+  return FormEntries::clone(source, destination);
+}
+
+const char *FormEntryList_toHTML(TarnHandle *) {
+  return "Not yet implemented.";
+}

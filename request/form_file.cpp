@@ -1,0 +1,130 @@
+#include "request/form_file.h"
+
+#include "core/cgifb.h"
+#include "core/text.h"
+
+namespace tarn {
+namespace {
+
+enum Text : uint32_t { kName, kFileName, kContentType };
+enum Child : uint32_t { kBytes };
+
+Node *fileIn(const TarnHandle *handle) {
+  return nodeIn(handle, TARN_FORM_FILE_MAGIC);
+}
+
+Bytes contentsOf(const Node *file) {
+  const Node *buffer = file ? childOf(*file, kBytes, TARN_BYTE_BUFFER_MAGIC) : nullptr;
+  return buffer ? bytesOf(*buffer) : Bytes{};
+}
+
+void fill(Node &file, FileParts parts) {
+  setText(file, kName, std::move(parts.name));
+  setText(file, kFileName, std::move(parts.fileName));
+  setText(file, kContentType, std::move(parts.contentType));
+  setChild(file, kBytes, newByteBuffer(std::move(parts.data), parts.length));
+}
+
+bool sameText(const Node &a, const Node &b, Text slot) {
+  return compareTexts(a.strings[slot], b.strings[slot]) == 0;
+}
+
+}  // namespace
+
+Node *newFormFile(FileParts parts) {
+  Node *file = newNode(TARN_FORM_FILE_MAGIC);
+  const bool whole = parts.name && parts.fileName && parts.contentType && parts.data;
+  if (file && whole) fill(*file, std::move(parts));
+  return file;
+}
+
+const char *nameOfFile(const Node &file) {
+  return file.strings[kName];
+}
+
+}  // namespace tarn
+
+using namespace tarn;
+
+TarnStatus FormFile_init(TarnHandle *file, const char *name, const char *fileName,
+                         const char *contentType, const void *data, uint32_t length) {
+  Node *node = fileIn(file);
+  if (!node) return TARN_WRONG_TYPE;
+  if (!name || !fileName || !contentType || !data) return TARN_BAD_ARGUMENT;
+  // Copied before the node is emptied: the texts may be the file's own.
+  FileParts parts{copyText(name), copyText(fileName), copyText(contentType),
+                  copyBytes(data, length), length};
+  emptyNode(*node);
+  fill(*node, std::move(parts));
+  return TARN_OK;
+}
+
+uint32_t FormFile_compare(TarnHandle *a, TarnHandle *b) {
+  const Node *left = fileIn(a);
+  const Node *right = fileIn(b);
+  if (!left || !right) return 1;
+  return sameText(*left, *right, kName) && sameText(*left, *right, kFileName) &&
+                 sameText(*left, *right, kContentType)
+             ? 0
+             : 1;
+}
+
+// 1 where FormEntry_compareName() gives -1; scripts know the two apart.
+int32_t FormFile_compareName(TarnHandle *file, const char *name) {
+  const Node *node = fileIn(file);
+  return node && name ? compareTexts(nameOfFile(*node), name) : 1;
+}
+
+uint32_t FormFile_writeToStream(TarnHandle *file, FILE *stream) {
+  const Bytes bytes = contentsOf(fileIn(file));
+  if (!bytes.data || bytes.count == 0) return 0;
+  if (!stream) return 1;
+  uint32_t refused = 0;
+  for (size_t done = 0; done < bytes.count;) {
+    done += std::fwrite(bytes.data + done, 1, bytes.count - done, stream);
+    // A byte that the stream refuses is passed over; the rest is still tried.
+    if (done < bytes.count) {
+      ++done;
+      ++refused;
+    }
+  }
+  return refused > 0 ? 1 : 0;
+}
+
+uint32_t FormFile_getDataLength(TarnHandle *file) {
+  return contentsOf(fileIn(file)).count;
+}
+
+TarnStatus FormFileList_addEntry(TarnHandle *list, TarnHandle *file) {
+  return FormFiles::add(list, file);
+}
+
+int32_t FormFileList_getCount(TarnHandle *list) {
+  return static_cast<int32_t>(FormFiles::count(FormFiles::in(list)));
+}
+
+TarnHandle FormFileList_getByIndex(TarnHandle *list, uint32_t index) {
+  return FormFiles::handleAt(FormFiles::in(list), index);
+}
+
+// A fresh list has nothing to reserve in yet and stays without an array.
+void FormFileList_reserve(TarnHandle *list, uint32_t capacity) {
+  FormFiles::reserve(FormFiles::in(list), capacity);
+}
+
+// Unlike an entry list's clear this one ends the list: scripts test the handle for 0 after it.
+TarnStatus FormFileList_clear(TarnHandle *list) {
+  return FormFiles::remove(list);
+}
+
+TarnStatus FormFileList_delete(TarnHandle *list) {
+  return FormFiles::remove(list);
+}
+
+TarnStatus FormFileList_clone(TarnHandle *source, TarnHandle *destination) {
+  return FormFiles::clone(source, destination);
+}
+
+const char *FormFileList_toHTML(TarnHandle *) {
+  return "Not yet implemented.";
+}

@@ -1,0 +1,111 @@
+#include "request/multipart.h"
+
+#include "core/text.h"
+#include "request/form_entry.h"
+#include "request/form_file.h"
+
+namespace tarn {
+namespace {
+
+constexpr std::string_view kBoundary = "boundary=";
+constexpr std::string_view kLineEnd = "\r\n";
+constexpr std::string_view kBlankLine = "\r\n\r\n";
+
+std::string_view upTo(std::string_view text, const char *end) {
+  return {text.data(), static_cast<size_t>(end - text.data())};
+}
+
+std::string_view after(std::string_view text, const char *start) {
+  return {start, static_cast<size_t>(text.data() + text.size() - start)};
+}
+
+// "--", the boundary and a line end. The boundary is the rest of the content type as it stands,
+// quotes and further parameters included: that is what has to be found in the body.
+OwnedText makeDelimiter(const char *contentType) {
+  const char *found = find(contentType, kBoundary);
+  if (!found) return nullptr;
+  char *text = nullptr;
+  tarn_asprintf(&text, "--%s\r\n", found + kBoundary.size());
+  return OwnedText(text);
+}
+
+// The text between the first `open` and the `close` that follows it, or the end. Nothing between
+// the two counts as nothing found; a text that ends with `open` has an empty one there.
+OwnedText between(std::string_view text, std::string_view open, std::string_view close) {
+  const char *found = find(text, open);
+  if (!found) return nullptr;
+  const std::string_view rest = after(text, found + open.size());
+  const char *end = find(rest, close);
+  if (end == rest.data()) return nullptr;
+  return copyText(end ? upTo(rest, end) : rest);
+}
+
+struct PartHeader {
+  OwnedText name;
+  OwnedText fileName;
+  OwnedText contentType;
+};
+
+// The marks are looked for in the whole part, as far as it is text: a part without a header of its
+// own can find one in its body. `name="` also stands inside `filename="`, so that a file name sent
+// before the field name becomes the field name too. The content type takes in the header lines that
+// follow it.
+PartHeader parseHeader(std::string_view part) {
+  const std::string_view text = textIn(part);
+  PartHeader header{between(text, "name=\"", "\""), between(text, "filename=\"", "\""),
+                    between(text, "Content-Type: ", kBlankLine)};
+  if (header.fileName) header.fileName = unescape(header.fileName.get());
+  return header;
+}
+
+// A file without field name or content type is in the list all the same, empty.
+void addFile(Node *files, PartHeader header, std::string_view value) {
+  OwnedText data = copyBytes(value.data(), value.size());
+  if (!data) return;
+  FormFiles::adopt(files, newFormFile({std::move(header.name), std::move(header.fileName),
+                                       std::move(header.contentType), std::move(data),
+                                       static_cast<uint32_t>(value.size())}));
+}
+
+// The list keeps a value as far as it is text, with the length that was sent.
+void addEntry(Node *entries, PartHeader header, std::string_view value) {
+  OwnedText text = copyText(textIn(value));
+  if (!text) return;
+  FormEntries::adopt(entries, newFormEntry(std::move(header.name), std::move(text),
+                                           static_cast<uint32_t>(value.size())));
+}
+
+}  // namespace
+
+const char *parsePart(FormLists lists, std::string_view part) {
+  const char *blankLine = find(part, kBlankLine);
+  if (!blankLine) return nullptr;
+  // The value is the first line of what follows; without a line end there is none. Scripts get the
+  // first line of a text area, and a file up to its first line end, by this.
+  const std::string_view body = after(part, blankLine + kBlankLine.size());
+  const char *lineEnd = find(body, kLineEnd);
+  const std::string_view value = upTo(body, lineEnd ? lineEnd : body.data());
+  PartHeader header = parseHeader(part);
+  if (header.fileName && *header.fileName) {
+    addFile(lists.files, std::move(header), value);
+  } else {
+    addEntry(lists.entries, std::move(header), value);
+  }
+  return blankLine;
+}
+
+// The end is where no delimiter follows: the last part takes in the closing one, which nothing
+// looks for, and whatever comes after it.
+void parseMultipart(FormLists lists, std::string_view body, const char *contentType) {
+  const OwnedText delimiter = makeDelimiter(contentType);
+  if (!delimiter) return;
+  const std::string_view mark = delimiter.get();
+  const char *found = find(body, mark);
+  while (found) {
+    const std::string_view rest = after(body, found + mark.size());
+    found = find(rest, mark);
+    parsePart(lists, found ? upTo(rest, found) : rest);
+  }
+}
+
+}  // namespace tarn

@@ -1,0 +1,203 @@
+#include <strings.h>
+
+#include <cstdio>
+
+#include "core/cgifb.h"
+#include "core/text.h"
+#include "request/cgi_env.h"
+#include "request/form_entry.h"
+#include "request/form_file.h"
+#include "request/multipart.h"
+
+namespace tarn {
+namespace {
+
+enum Child : uint32_t { kEnvironment, kEntries, kFiles };
+
+constexpr std::string_view kMultipart = "multipart/form-data";
+
+Node *requestIn(const TarnHandle *handle) {
+  return nodeIn(handle, TARN_REQUEST_MAGIC);
+}
+
+FormLists listsOf(const Node *request) {
+  if (!request) return {nullptr, nullptr};
+  return {FormEntries::at(request->structs[kEntries]), FormFiles::at(request->structs[kFiles])};
+}
+
+// A piece without "=" is dropped.
+void parsePair(Node *entries, std::string_view pair) {
+  const size_t equals = pair.find('=');
+  if (equals == std::string_view::npos) return;
+  OwnedText name = unescape({pair.data(), equals});
+  OwnedText value = unescape({pair.data() + equals + 1, pair.size() - equals - 1});
+  const auto length = static_cast<uint32_t>(value ? std::strlen(value.get()) : 0);
+  if (Node *entry = newFormEntry(std::move(name), std::move(value), length)) {
+    FormEntries::adopt(entries, entry);
+  }
+}
+
+// Empty pieces stand before a leading "&" and between two; none follows a trailing one.
+void parsePairs(Node *entries, std::string_view text) {
+  while (!text.empty()) {
+    const size_t ampersand = text.find('&');
+    const bool last = ampersand == std::string_view::npos;
+    parsePair(entries, {text.data(), last ? text.size() : ampersand});
+    text.remove_prefix(last ? text.size() : ampersand + 1);
+  }
+}
+
+// CONTENT_TYPE decides alone; scripts get a query string parsed as multipart by it.
+TarnStatus parseForm(const Node *request, const char *input, uint32_t length) {
+  if (!input) return TARN_BAD_ARGUMENT;
+  if (!request || !request->structs[kEnvironment]) return TARN_NO_ENVIRONMENT;
+  const char *contentType = variable("CONTENT_TYPE");
+  const FormLists lists = listsOf(request);
+  if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
+    parseMultipart(lists, {input, length}, contentType);
+  } else {
+    parsePairs(lists.entries, input);
+  }
+  return TARN_OK;
+}
+
+// A POST has a body or nothing; its query string is not looked at.
+TarnStatus parseRequest(const Node *request, const Node *environment) {
+  if (compareTexts(variable("REQUEST_METHOD"), "post") != 0) {
+    const char *query = variable("QUERY_STRING");
+    return parseForm(request, query, static_cast<uint32_t>(std::strlen(query)));
+  }
+  const Node *body = environment ? bodyOf(*environment) : nullptr;
+  if (!body) return TARN_OK;
+  const Bytes bytes = bytesOf(*body);
+  return parseForm(request, bytes.data, bytes.count);
+}
+
+TarnStatus takeInRequest(TarnHandle *handle) {
+  if (!handle || *handle) return TARN_BAD_ARGUMENT;
+  Node *request = newNode(TARN_REQUEST_MAGIC);
+  *handle = handleOf(request);
+  TarnStatus ignored;
+  Node *environment = newEnvironment(ignored);
+  if (!request) {
+    const TarnStatus status = parseRequest(nullptr, environment);
+    destroyEnvironment(environment);
+    return status;
+  }
+  setChild(*request, kEnvironment, environment);
+  setChild(*request, kEntries, FormEntries::newList());
+  setChild(*request, kFiles, FormFiles::newList());
+  return parseRequest(request, environment);
+}
+
+template <class List>
+TarnHandle firstNamed(const Node *list, const char *(*nameOf)(const Node &), const char *name) {
+  for (uint32_t i = 0; i < List::count(list); ++i) {
+    const Node *element = List::nodeAtIndex(list, i);
+    if (element && compareTexts(nameOf(*element), name) == 0) return handleOf(element);
+  }
+  return 0;
+}
+
+}  // namespace
+}  // namespace tarn
+
+using namespace tarn;
+
+TarnStatus Tarn_new(TarnHandle *handle) {
+  const TarnStatus status = takeInRequest(handle);
+  // A trace that goes nowhere; programs that watch their allocations see it come and go.
+  char *trace = nullptr;
+  tarn_asprintf(&trace, "exiting Tarn_new with ret = %d", static_cast<int>(status));
+  std::free(trace);
+  return status;
+}
+
+TarnStatus Tarn_delete(TarnHandle *handle) {
+  Node *request = requestIn(handle);
+  if (!request) return TARN_WRONG_TYPE;
+  *handle = 0;
+  TarnHandle environment = take(request->structs[kEnvironment]);
+  TarnHandle entries = take(request->structs[kEntries]);
+  TarnHandle files = take(request->structs[kFiles]);
+  CgiEnv_delete(&environment);
+  FormEntryList_delete(&entries);
+  FormFileList_delete(&files);
+  destroyNode(request);
+  return TARN_OK;
+}
+
+TarnStatus Tarn_clear(TarnHandle *) {
+  return TARN_NOT_IMPLEMENTED;
+}
+
+const char *Tarn_getCompileDate(TarnHandle *) {
+  return "Jul 17 2007";
+}
+
+const char *Tarn_getCompileTime(TarnHandle *) {
+  return "14:49:31";
+}
+
+const char *Tarn_getVersion(TarnHandle *) {
+  return "1.0.0";
+}
+
+// Nothing ever fills it in; scripts print it as it stands.
+const char *Tarn_getHost(TarnHandle *) {
+  return "Set this to the platform we compiled for";
+}
+
+void Tarn_save(TarnHandle *, FILE *) {}
+
+void Tarn_restore(TarnHandle *, FILE *) {}
+
+uint32_t Tarn_queryCheckbox(TarnHandle *handle, const char *name) {
+  const Node *entry = nodeAt(Tarn_getElementByName(handle, name), TARN_FORM_ENTRY_MAGIC);
+  return entry && compareTexts(valueOfEntry(*entry), "on") == 0 ? 1 : 0;
+}
+
+TarnHandle Tarn_getElementByName(TarnHandle *handle, const char *name) {
+  return firstNamed<FormEntries>(listsOf(requestIn(handle)).entries, nameOfEntry, name);
+}
+
+// By name, for all it is called: scripts rely on both lookups being one.
+TarnHandle Tarn_getElementByValue(TarnHandle *handle, const char *text) {
+  return Tarn_getElementByName(handle, text);
+}
+
+TarnHandle Tarn_getFile(TarnHandle *handle, const char *name) {
+  return firstNamed<FormFiles>(listsOf(requestIn(handle)).files, nameOfFile, name);
+}
+
+uint32_t Tarn_findEntries(TarnHandle *handle, const char *name, uint32_t, TarnHandle *destination) {
+  const Node *entries = listsOf(requestIn(handle)).entries;
+  // Counted once: the destination may be the request's own list.
+  const uint32_t count = FormEntries::count(entries);
+  for (uint32_t i = 0; i < count; ++i) {
+    const Node *entry = FormEntries::nodeAtIndex(entries, i);
+    if (!entry || compareTexts(nameOfEntry(*entry), name) != 0) continue;
+    TarnHandle source = handleOf(entry);
+    if (FormEntryList_addEntry(destination, &source) != TARN_OK) return 1;
+  }
+  return 0;
+}
+
+TarnStatus Tarn_parseFormInput(TarnHandle *handle, char *input, uint32_t length) {
+  return parseForm(requestIn(handle), input, length);
+}
+
+void Tarn_parsePair(TarnHandle *handle, char *pair) {
+  if (!pair) return;
+  parsePair(listsOf(requestIn(handle)).entries, pair);
+  // Scripts see their text cut into name and value.
+  if (char *equals = std::strchr(pair, '=')) *equals = '\0';
+}
+
+void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t length) {
+  if (!part) return;
+  const std::string_view bytes(reinterpret_cast<const char *>(part), length);
+  const char *blankLine = parsePart(listsOf(requestIn(handle)), bytes);
+  // Scripts see their part end after its last header line.
+  if (blankLine) *const_cast<char *>(blankLine) = '\0';
+}

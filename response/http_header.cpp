@@ -1,0 +1,187 @@
+#include "core/cgigs.h"
+#include "response/http_cookie.h"
+
+namespace tarn {
+namespace {
+
+// Both kinds of header keep their cookies in the same place.
+enum Child : uint32_t { kCookies };
+
+enum HeaderText : uint32_t { kContentType };
+
+enum ResponseText : uint32_t { kFirst, kSecond };
+enum ResponseNumber : uint32_t { kNumber };
+enum ResponseList : uint32_t { kLines };
+
+enum PartText : uint32_t { kDisposition, kFieldName, kFileName, kPartType };
+
+Node *headerIn(const TarnHandle *handle) {
+  return nodeIn(handle, TARN_HEADER_MAGIC);
+}
+
+Node *responseIn(const TarnHandle *handle) {
+  return nodeIn(handle, TARN_RESPONSE_HEADER_MAGIC);
+}
+
+// Cookies go through their list, which owns them; the node would release the list alone.
+void dropCookies(Node &header) {
+  if (Node *cookies = Cookies::at(header.structs[kCookies])) Cookies::releaseElements(cookies);
+  setChild(header, kCookies, nullptr);
+}
+
+// Copied before the old list goes: the new one may be that very list. Without memory for the copy
+// the header ends without cookies.
+TarnStatus replaceCookies(Node &header, const Node &cookies) {
+  Node *copy = nullptr;
+  const TarnStatus status = Cookies::copy(cookies, copy);
+  dropCookies(header);
+  setChild(header, kCookies, copy);
+  return status;
+}
+
+void clear(Node &header) {
+  dropCookies(header);
+  emptyNode(header);
+}
+
+void clearResponse(Node &header) {
+  if (const GenericList *lines = listAt(header.lists[kLines])) {
+    for (uint32_t i = 0; i < lines->count; ++i) std::free(blockAt<char>(elementAt(*lines, i)));
+  }
+  clear(header);
+}
+
+}  // namespace
+}  // namespace tarn
+
+using namespace tarn;
+
+TarnStatus HTTPHeader_delete(TarnHandle *header) {
+  if (TarnStatus status = HTTPHeader_clear(header)) return status;
+  return CGIgs_delete(header, TARN_HEADER_MAGIC);
+}
+
+TarnStatus HTTPHeader_clear(TarnHandle *header) {
+  Node *node = headerIn(header);
+  if (!node) return TARN_WRONG_TYPE;
+  clear(*node);
+  return TARN_OK;
+}
+
+TarnStatus HTTPHeader_init(TarnHandle *header, const char *contentType, TarnHandle *cookies) {
+  Node *node = headerIn(header);
+  if (!node) return TARN_WRONG_TYPE;
+  const Node *list = Cookies::in(cookies);
+  if (!contentType || (cookies && !list)) return TARN_BAD_ARGUMENT;
+  // Copied before the node is emptied: text and list may be the header's own.
+  OwnedText type = copyText(contentType);
+  Node *copy = nullptr;
+  if (list) Cookies::copy(*list, copy);
+  clear(*node);
+  setText(*node, kContentType, std::move(type));
+  setChild(*node, kCookies, copy);
+  // Without a cookie list this is 1, after the content type is stored; scripts expect both.
+  return copy ? TARN_OK : TARN_BAD_ARGUMENT;
+}
+
+TarnStatus HTTPHeader_setCookieList(TarnHandle *header, TarnHandle *cookies) {
+  Node *node = headerIn(header);
+  if (!node) return TARN_WRONG_TYPE;
+  const Node *list = Cookies::in(cookies);
+  if (!list) return TARN_BAD_ARGUMENT;
+  replaceCookies(*node, *list);
+  // The status of storing the copy, not of making it: without one, nothing could be stored.
+  return node->structs[kCookies] ? TARN_OK : TARN_BAD_ARGUMENT;
+}
+
+TarnStatus HTTPPlainHeader_new(TarnHandle *handle) {
+  if (TarnStatus status = CGIgs_new(handle, TARN_HEADER_MAGIC)) return status;
+  return CGIgs_setString(handle, kContentType, "text/plain", TARN_HEADER_MAGIC);
+}
+
+TarnStatus HTTPResponseHeader_delete(TarnHandle *header) {
+  if (TarnStatus status = HTTPResponseHeader_clear(header)) return status;
+  return CGIgs_delete(header, TARN_RESPONSE_HEADER_MAGIC);
+}
+
+TarnStatus HTTPResponseHeader_clear(TarnHandle *header) {
+  Node *node = responseIn(header);
+  if (!node) return TARN_WRONG_TYPE;
+  clearResponse(*node);
+  return TARN_OK;
+}
+
+TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *first, int number,
+                                   const char *second) {
+  Node *node = responseIn(header);
+  if (!node) return TARN_WRONG_TYPE;
+  // Nothing to do is a success; scripts call this with texts that they may not have.
+  if (!first || !second) return TARN_OK;
+  // Copied before the node is emptied: the texts may be the header's own.
+  OwnedText texts[] = {copyText(first), copyText(second)};
+  clearResponse(*node);
+  setText(*node, kFirst, std::move(texts[kFirst]));
+  node->ints[kNumber] = static_cast<uint32_t>(number);
+  setText(*node, kSecond, std::move(texts[kSecond]));
+  return TARN_OK;
+}
+
+TarnHandle HTTPResponseHeader_getHeaderList(TarnHandle *header) {
+  return CGIgs_getList(header, kLines, TARN_RESPONSE_HEADER_MAGIC);
+}
+
+TarnStatus HTTPResponseHeader_addHeader(TarnHandle *header, const char *line) {
+  Node *node = responseIn(header);
+  if (!node) return TARN_WRONG_TYPE;
+  if (!line) return TARN_BAD_ARGUMENT;
+  if (!node->lists[kLines]) node->lists[kLines] = handleOf(newList());
+  OwnedText copy = copyText(line);
+  const TarnStatus status = append(listAt(node->lists[kLines]), handleOf(copy.get()));
+  if (status == TARN_OK) (void)copy.release();
+  return status;
+}
+
+// The status of copying the list, where HTTPHeader_setCookieList() gives that of storing it.
+TarnStatus HTTPResponseHeader_setCookieList(TarnHandle *header, TarnHandle *cookies) {
+  Node *node = responseIn(header);
+  if (!node) return TARN_WRONG_TYPE;
+  const Node *list = Cookies::in(cookies);
+  return list ? replaceCookies(*node, *list) : TARN_BAD_ARGUMENT;
+}
+
+TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie) {
+  Node *node = responseIn(header);
+  if (!node) return TARN_WRONG_TYPE;
+  if (!nodeIn(cookie, TARN_COOKIE_MAGIC)) return TARN_BAD_ARGUMENT;
+  if (node->structs[kCookies]) return Cookies::add(&node->structs[kCookies], cookie);
+  // The first cookie of a header without a list is lost: the header gets an empty list, and scripts
+  // that know it add their first cookie twice.
+  setChild(*node, kCookies, Cookies::newList());
+  return TARN_OK;
+}
+
+TarnStatus MultiPartHeader_init(TarnHandle *header, const char *disposition, const char *name,
+                                const char *fileName, const char *contentType) {
+  if (!nodeIn(header, TARN_MULTIPART_HEADER_MAGIC)) return TARN_WRONG_TYPE;
+  CGIgs_setString(header, kDisposition, disposition, TARN_MULTIPART_HEADER_MAGIC);
+  CGIgs_setString(header, kFieldName, name, TARN_MULTIPART_HEADER_MAGIC);
+  CGIgs_setString(header, kFileName, fileName, TARN_MULTIPART_HEADER_MAGIC);
+  CGIgs_setString(header, kPartType, contentType, TARN_MULTIPART_HEADER_MAGIC);
+  return TARN_OK;
+}
+
+const char *HTTPContentHeader_toString(TarnHandle *) {
+  return "Not yet implemented";
+}
+
+const char *HTTPRedirectHeader_toHTML(TarnHandle *) {
+  return "Not implemented.";
+}
+
+const char *HTTPResponseHeader_toHTML(TarnHandle *) {
+  return "Not implemented yet.";
+}
+
+const char *HTTPStatusHeader_toHTML(TarnHandle *) {
+  return "Not yet implemented";
+}
