@@ -30,9 +30,7 @@ TarnStatus fillByteBuffer(Node *buffer, const void *data, uint32_t length) {
   return TARN_OK;
 }
 
-Bytes bytesOf(const Node &buffer) {
-  return {blockAt<char>(buffer.fixed), buffer.ints[kCount]};
-}
+Bytes bytesOf(const Node &buffer) { return {blockAt<char>(buffer.fixed), buffer.ints[kCount]}; }
 
 }  // namespace tarn
 

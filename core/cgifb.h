@@ -7,12 +7,12 @@
 namespace tarn {
 
 struct Bytes {
-  char *data;  // a zero byte follows; null when there are none
+  char *data;  // null when there are none
   uint32_t count;
 };
 
-// A buffer of the first `count` bytes of a block made by newText(), without copying them; empty
-// when `count` is 0 or there is no block. Null without memory for the node.
+// A buffer of the `count` bytes of a block made by newText(), which are not copied; empty when
+// `count` is 0 or there is no block. Null without memory for the node.
 Node *newByteBuffer(OwnedText block, uint32_t count);
 
 // Fills a buffer with a copy; a null buffer is one of the wrong type.

@@ -22,7 +22,7 @@ void hangChildren(Node &node, Node *&chain) {
   for (uint32_t &magic : node.childMagics) magic = 0;
 }
 
-// A slot that a script filled with something else than a list keeps it: it is the script's.
+// A slot that a script filled with something other than a list keeps it: it is the script's.
 void deleteLists(Node &node) {
   for (TarnHandle &list : node.lists) TARNGenericList_delete(&list);
 }
@@ -35,6 +35,12 @@ void destroyChain(Node *chain) {
     for (char *text : node->strings) std::free(text);
     std::free(node);
   }
+}
+
+void releaseChild(TarnHandle child) {
+  Node *chain = nullptr;
+  hang(child, chain);
+  destroyChain(chain);
 }
 
 enum Waiting : uint32_t { kNextCopy, kSource };
@@ -101,20 +107,14 @@ void emptyNode(Node &node) {
   node.fixed = 0;
 }
 
-void destroyNode(Node *node) {
-  Node *chain = nullptr;
-  hang(handleOf(node), chain);
-  destroyChain(chain);
-}
+void destroyNode(Node *node) { releaseChild(handleOf(node)); }
 
 void setText(Node &node, uint32_t slot, OwnedText text) {
   std::free(std::exchange(node.strings[slot], text.release()));
 }
 
 void setChild(Node &node, uint32_t slot, Node *child) {
-  Node *chain = nullptr;
-  hang(std::exchange(node.structs[slot], handleOf(child)), chain);
-  destroyChain(chain);
+  releaseChild(std::exchange(node.structs[slot], handleOf(child)));
   node.childMagics[slot] = child ? child->magic : 0;
 }
 
@@ -184,8 +184,8 @@ TarnStatus CGIgs_setStruct(TarnHandle *handle, uint32_t index, TarnHandle *child
   // and before that child goes, should `child` be that very one.
   const TarnHandle before = take(node->structs[index]);
   Node *copy = childMagic ? copyNode(*given) : nullptr;
-  node->structs[index] = before;
-  setChild(*node, index, copy);
+  releaseChild(before);
+  node->structs[index] = handleOf(copy);
   node->childMagics[index] = childMagic;
   return TARN_OK;
 }
@@ -244,9 +244,7 @@ TarnHandle CGIgs_getStruct(TarnHandle *handle, uint32_t index, uint32_t magic) {
   return node && index < kStructSlots ? node->structs[index] : 0;
 }
 
-uint32_t CGIgs_getMagic(TarnHandle *handle) {
-  return magicAt(objectIn(handle));
-}
+uint32_t CGIgs_getMagic(TarnHandle *handle) { return magicAt(objectIn(handle)); }
 
 uint32_t CGIgs_getChildMagic(TarnHandle *handle, uint32_t index, uint32_t magic) {
   const Node *node = nodeIn(handle, magic);

@@ -11,6 +11,10 @@ namespace {
 
 constexpr uint32_t kStep = 10;
 
+uintptr_t *newWords(uint32_t words) {
+  return static_cast<uintptr_t *>(std::calloc(words, sizeof(uintptr_t)));
+}
+
 void copyWords(uintptr_t *to, const void *from, uint32_t words) {
   if (to && from && words > 0) std::memcpy(to, from, words * sizeof(uintptr_t));
 }
@@ -19,8 +23,9 @@ void copyWords(uintptr_t *to, const void *from, uint32_t words) {
 // long the list is, while the capacity that scripts see moves by ten.
 bool makeRoom(GenericList &list, uint32_t words) {
   if (words <= list.room) return true;
-  const uint32_t room = std::max(words, list.room > UINT32_MAX / 2 ? UINT32_MAX : list.room * 2);
-  auto *data = static_cast<uintptr_t *>(std::calloc(room, sizeof(uintptr_t)));
+  uint32_t room = std::max(words, list.room > UINT32_MAX / 2 ? UINT32_MAX : list.room * 2);
+  uintptr_t *data = newWords(room);
+  if (!data) data = newWords(room = words);
   if (!data) return false;
   copyWords(data, list.data, list.room);
   std::free(list.data);
@@ -29,11 +34,18 @@ bool makeRoom(GenericList &list, uint32_t words) {
   return true;
 }
 
-// One step of growth. When memory runs out the capacity has grown all the same, the array has not.
-TarnStatus grow(GenericList &list) {
-  if (list.capacity > UINT32_MAX - kStep) return TARN_OUT_OF_MEMORY;
-  list.capacity += kStep;
-  return makeRoom(list, list.capacity) ? TARN_OK : TARN_OUT_OF_MEMORY;
+// Raises the capacity by tens until it is at least `least`, a step at a time as far as scripts see,
+// in one go for the array. When memory runs out the capacity has taken its first step all the same.
+TarnStatus raise(GenericList &list, uint32_t least) {
+  if (list.capacity >= least) return TARN_OK;
+  const uint64_t steps = (uint64_t{least} - list.capacity + kStep - 1) / kStep;
+  const uint64_t wanted = list.capacity + steps * kStep;
+  if (wanted <= UINT32_MAX && makeRoom(list, static_cast<uint32_t>(wanted))) {
+    list.capacity = static_cast<uint32_t>(wanted);
+    return TARN_OK;
+  }
+  if (list.capacity <= UINT32_MAX - kStep) list.capacity += kStep;
+  return TARN_OUT_OF_MEMORY;
 }
 
 // After a growth that failed the array ends before the capacity; a write beyond it tries again.
@@ -74,10 +86,8 @@ GenericList *copyList(const GenericList &source) {
 
 TarnStatus append(GenericList *list, uintptr_t value) {
   if (!list) return TARN_WRONG_TYPE;
-  // A count that ATRNGenericList_init() put above the capacity takes more than one step.
-  while (list->count >= list->capacity) {
-    if (TarnStatus status = grow(*list)) return status;
-  }
+  if (list->count == UINT32_MAX) return TARN_OUT_OF_MEMORY;
+  if (TarnStatus status = raise(*list, list->count + 1)) return status;
   if (TarnStatus status = write(*list, list->count, value)) return status;
   ++list->count;
   return TARN_OK;
@@ -112,9 +122,7 @@ TarnStatus TARNGenericList_clear(TarnHandle *handle) {
   return TARN_OK;
 }
 
-uint32_t TARNGenericList_IsA(TarnHandle *handle) {
-  return listIn(handle) ? 1 : 0;
-}
+uint32_t TARNGenericList_IsA(TarnHandle *handle) { return listIn(handle) ? 1 : 0; }
 
 // The letters of the prefix are exchanged; scripts link to this name.
 TarnStatus ATRNGenericList_init(TarnHandle *handle, const void *source, uint32_t count,
@@ -168,9 +176,7 @@ uintptr_t TARNGenericList_getByIndex(TarnHandle *handle, uint32_t index) {
 TarnStatus TARNGenericList_reserve(TarnHandle *handle, uint32_t n) {
   GenericList *list = listIn(handle);
   if (!list) return TARN_WRONG_TYPE;
-  TarnStatus status = TARN_OK;
-  while (list->capacity < n && status == TARN_OK) status = grow(*list);
-  return status;
+  return raise(*list, n);
 }
 
 TarnStatus TARNGenericList_setByIndex(TarnHandle *handle, uint32_t index, uintptr_t value) {

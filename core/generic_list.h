@@ -12,7 +12,7 @@ struct GenericList {
   uint32_t capacity;  // what the list says it can hold; moves in steps of ten
   uintptr_t *data;
   uint32_t room;  // what `data` really holds: more than the capacity when it grew ahead of it, less
-                  // after a growth that failed. The words that no element uses are 0.
+                  // after a growth that failed
 };
 
 GenericList *newList();
@@ -21,15 +21,14 @@ void deleteList(GenericList *list);
 // The copy has the same words. Without memory for them it has the same count and reads as zeros.
 GenericList *copyList(const GenericList &source);
 
+// A missing list is one of the wrong type.
 TarnStatus append(GenericList *list, uintptr_t value);
 
 inline GenericList *listAt(TarnHandle value) {
   return magicAt(value) == TARN_GENERIC_LIST_MAGIC ? blockAt<GenericList>(value) : nullptr;
 }
 
-inline GenericList *listIn(const TarnHandle *handle) {
-  return listAt(objectIn(handle));
-}
+inline GenericList *listIn(const TarnHandle *handle) { return listAt(objectIn(handle)); }
 
 inline uintptr_t elementAt(const GenericList &list, uint32_t index) {
   return index < list.count && index < list.room ? list.data[index] : 0;

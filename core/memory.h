@@ -10,12 +10,14 @@
 #include <utility>
 
 #if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
+#define TARN_LEAK_SANITIZER
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
-#define __SANITIZE_ADDRESS__ 1
-#include <sanitizer/lsan_interface.h>
+#define TARN_LEAK_SANITIZER
 #endif
+#endif
+#ifdef TARN_LEAK_SANITIZER
+#include <sanitizer/lsan_interface.h>
 #endif
 
 namespace tarn {
@@ -38,7 +40,7 @@ T take(T &slot) {
 // the compiler from dropping an allocation that nothing else uses.
 inline void abandon(const void *block) {
   __asm__ volatile("" : : "r"(block) : "memory");
-#ifdef __SANITIZE_ADDRESS__
+#ifdef TARN_LEAK_SANITIZER
   if (block) __lsan_ignore_object(block);
 #endif
 }
@@ -65,9 +67,7 @@ inline OwnedText copyBytes(const void *bytes, uint64_t length) {
   return copy;
 }
 
-inline OwnedText copyText(std::string_view text) {
-  return copyBytes(text.data(), text.size());
-}
+inline OwnedText copyText(std::string_view text) { return copyBytes(text.data(), text.size()); }
 
 inline OwnedText copyText(const char *text) {
   return text ? copyBytes(text, std::strlen(text)) : nullptr;

@@ -41,7 +41,8 @@ struct NodeList {
   // Appends an element that the list owns from now on; one that cannot be appended is released.
   static TarnStatus adopt(Node *list, Node *element) {
     if (!element) return TARN_OUT_OF_MEMORY;
-    if (list && !elements(list)) list->lists[kElements] = handleOf(tarn::newList());
+    if (list && !list->lists[kElements]) list->lists[kElements] = handleOf(tarn::newList());
+    // Without memory for a list there is nothing to append to, and that is what the status says.
     const TarnStatus status = append(elements(list), handleOf(element));
     if (status != TARN_OK) kRelease(element);
     return status;

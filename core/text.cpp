@@ -85,16 +85,18 @@ int32_t toNumber(const char *text) {
 using namespace tarn;
 
 int tarn_vasprintf(char **out, const char *format, va_list args) {
-  *out = nullptr;
+  if (out) *out = nullptr;
   if (!format) return 0;
   va_list measured;
   va_copy(measured, args);
   const int length = std::vsnprintf(nullptr, 0, format, measured);
   va_end(measured);
   if (length < 0) return 0;
-  const size_t size = static_cast<size_t>(length) + 1;
-  *out = newZeroedText(size - 1).release();
-  return *out ? std::vsnprintf(*out, size, format, args) : 0;
+  OwnedText text = newText(static_cast<uint32_t>(length));
+  if (!text) return 0;
+  std::vsnprintf(text.get(), static_cast<size_t>(length) + 1, format, args);
+  if (out) *out = text.release();
+  return length;
 }
 
 int tarn_asprintf(char **out, const char *format, ...) {
@@ -105,21 +107,15 @@ int tarn_asprintf(char **out, const char *format, ...) {
   return length;
 }
 
-char *safeGetenv(const char *name) {
-  return variable(name);
-}
+char *safeGetenv(const char *name) { return variable(name); }
 
-int stringsAreEqual(const char *a, const char *b) {
-  return compareTexts(a, b);
-}
+int stringsAreEqual(const char *a, const char *b) { return compareTexts(a, b); }
 
 int nStringsAreEqual(const char *a, const char *b, uint32_t n) {
   return a && b ? strncasecmp(a, b, n) : compareTexts(a, b);
 }
 
-char *unescapeString(const char *text) {
-  return text ? unescape(text).release() : nullptr;
-}
+char *unescapeString(const char *text) { return text ? unescape(text).release() : nullptr; }
 
 // No digit is refused; scripts decode with it what they encoded by the same arithmetic.
 unsigned char hexToChar(char high, char low) {
@@ -167,9 +163,7 @@ TarnHandle extractBetween1(const void *data, uint32_t length, const char *delimi
   return extractBetween(data, length, delimiter, delimiter);
 }
 
-char *stripString(const char *text) {
-  return text ? copyText(strip(text)).release() : nullptr;
-}
+char *stripString(const char *text) { return text ? copyText(strip(text)).release() : nullptr; }
 
 char *readString(FILE *stream) {
   if (!stream) return nullptr;

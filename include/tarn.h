@@ -19,11 +19,15 @@
  *  5. Texts. Texts are bytes that end at the first zero byte, in whatever encoding the browser
  *     sent; lengths count bytes. Text that a function makes for you is named as such in its
  *     description and goes to free().
- *  6. Comparisons of names and values ignore the case of ASCII letters; exceptions say so.
+ *  6. Comparisons of names and values ignore the case of letters, as strcasecmp() does; exceptions
+ *     say so.
  *  7. Threads. A script has one. No object may be used from two threads at once; nothing here
  *     locks.
- *  8. Your part. A handle that still names a deleted object, a text without its final zero byte, or
- *     a length beyond your data cannot be detected; everything else can be passed in any order.
+ *  8. Your part. Some mistakes cannot be detected: a handle that still names a deleted object, a
+ *     text without its final zero byte, a length beyond your data, an object given away twice or
+ *     into itself (CGIgs_setList() hands over; a lent list is not yours to hand over), two typed
+ *     lists with the same elements (see CGIgs_clone()) both deleted by their type. Everything else
+ *     can be passed in any order.
  *
  * The file reads as C99 and as C++11.
  */
@@ -100,7 +104,7 @@ TARN_API extern const char *CGIgs_empty_string;
  *  When memory runs out the status is still TARN_OK and the handle stays 0: test the handle.
  *
  *  @param handle  where to put the node; must hold 0
- *  @param magic   the type tag, not 0
+ *  @param magic   the type tag, not 0; TARN_GENERIC_LIST_MAGIC makes an empty list and no node
  *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, or `magic` is 0
  */
 TARN_API TarnStatus CGIgs_new(TarnHandle *handle, uint32_t magic);
@@ -130,15 +134,17 @@ TARN_API uint32_t CGIgs_IsA(TarnHandle *handle, uint32_t magic);
 
 /** Copies a node with its children and strings.
  *
- *  Lists are copied as lists: the copy's list has the same elements, not copies of them. `fixed` is
- *  shared too. A string slot filled by CGIgs_setNString() is copied up to its first zero byte. When
- *  memory runs out for the node itself the status is TARN_OK and `destination` stays 0.
+ *  Lists are copied as lists: the copy's list has the same elements, not copies of them, so of two
+ *  such typed lists only one may be cleared or deleted by its type, the other by CGIgs_delete();
+ *  use FormEntryList_clone() and its like for independent copies. `fixed` is shared too. A string
+ *  slot filled by CGIgs_setNString() is copied up to its first zero byte. When memory runs out for
+ *  the node itself the status is TARN_OK and `destination` stays 0.
  *
  *  @param source       the node to copy
  *  @param destination  where to put the copy; must hold 0
  *  @param magic        the tag of `source`; 0 is refused
- *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or in
- *          use, or `magic` is 0
+ *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or
+ *          in use, or `magic` is 0
  */
 TARN_API TarnStatus CGIgs_clone(TarnHandle *source, TarnHandle *destination, uint32_t magic);
 
@@ -146,11 +152,11 @@ TARN_API TarnStatus CGIgs_clone(TarnHandle *source, TarnHandle *destination, uin
  *
  *  The node owns the list from now on: leave your own handle alone, do not delete through it. A
  *  list that the slot held is deleted first. Index 2 is accepted and acts on struct slot 0: the
- * list is parked there, unseen by CGIgs_getList(), until the node is cleared or the slot is set
- * again; a child that stood there is lost.
+ *  list is parked there, unseen by CGIgs_getList(), until the node is cleared or the slot is set
+ *  again; a child that stood there is lost.
  *
  *  @param index  0 or 1 (2: see above)
- *  @param list   the list's handle; null or 0 empties the slot
+ *  @param list   the list's handle; null or 0 empties the slot. What it names is not checked.
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 2
  */
 TARN_API TarnStatus CGIgs_setList(TarnHandle *handle, uint32_t index, TarnHandle *list,
@@ -183,8 +189,8 @@ TARN_API TarnStatus CGIgs_setString(TarnHandle *handle, uint32_t index, const ch
 
 /** Stores a copy of `size` bytes in a string slot, or empties the slot when `data` is null.
  *
- *  One zero byte follows the copy, so that it can be read as text. Each call also leaves a block of
- *  `size` bytes allocated to the end of the process.
+ *  One zero byte follows the copy, so that it can be read as text. Each call with data also leaves
+ *  a block of `size` bytes allocated to the end of the process.
  *
  *  @param index  0 to 7
  *  @param size   in bytes
@@ -223,7 +229,7 @@ TARN_API TarnStatus CGIgs_setDouble(TarnHandle *handle, uint32_t index, double v
  */
 TARN_API TarnHandle CGIgs_getList(TarnHandle *handle, uint32_t index, uint32_t magic);
 
-/** Lends the child in a slot.
+/** Lends the child in a slot, or the list that is parked there (see CGIgs_setList()).
  *
  *  @param index  0 to 2
  *  @return the child; 0 when there is none, for the wrong type or index
@@ -314,11 +320,12 @@ TARN_API uint32_t TARNGenericList_IsA(TarnHandle *handle);
 TARN_API TarnStatus ATRNGenericList_init(TarnHandle *handle, const void *source, uint32_t count,
                                          uint32_t capacity);
 
-/** Copies a list; both then hold the same words.
+/** Copies a list; both then hold the same words. Without memory for the array alone, the elements
+ *  of the copy read as 0.
  *
  *  @param destination  where to put the copy; must hold 0
- *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or in
- *          use; TARN_OUT_OF_MEMORY
+ *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or
+ *          in use; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus TARNGenericList_clone(TarnHandle *source, TarnHandle *destination);
 
@@ -335,6 +342,8 @@ TARN_API uint32_t TARNGenericList_getCount(TarnHandle *handle);
 TARN_API uint32_t TARNGenericList_getCapacity(TarnHandle *handle);
 
 /** Lends the array, good until the list grows or is deleted.
+ *
+ *  It has as many words as the capacity says, unless a growth has failed.
  *
  *  @return the array; null when there is none yet, and for the wrong type
  */
@@ -372,7 +381,7 @@ TARN_API TarnStatus TARNGenericList_setByIndex(TarnHandle *handle, uint32_t inde
 /** Formats into a new block.
  *
  *  @param out     receives the text, to be freed with free(); null when memory runs out or `format`
- *                 cannot be formatted
+ *                 cannot be formatted. May itself be null: the text is then dropped.
  *  @param format  as for vprintf()
  *  @return the length of the text in bytes; 0 when there is none
  */
@@ -435,7 +444,8 @@ TARN_API unsigned char hexToChar(char high, char low);
  *  This is no sanitiser: quotes, "&", "$", backquotes and newlines reach the shell. Never pass it
  *  text that a visitor sent; use posix_spawn() or execve() with an argument list.
  *
- *  @return what system() returns; -1 when `command` is null
+ *  @return what system() returns, for a null command when memory runs out; -1 when `command` is
+ *          null
  */
 TARN_API int saferSystem(const char *command);
 
@@ -456,8 +466,8 @@ TARN_API void *memfind(const void *haystack, uint32_t haystackLength, const void
  *
  *  @param length  of `data`, in bytes
  *  @return a new byte buffer, yours to delete with CGIgs_delete() and TARN_BYTE_BUFFER_MAGIC; it is
- *          empty when an argument is null, `open` is absent or nothing stands between; 0 when
- *          memory runs out
+ *          empty when an argument is null, `open` is absent, nothing stands between or memory runs
+ *          out for the bytes; 0 when it runs out for the buffer
  */
 TARN_API TarnHandle extractBetween(const void *data, uint32_t length, const char *open,
                                    const char *close);
@@ -472,10 +482,11 @@ TARN_API TarnHandle extractBetween1(const void *data, uint32_t length, const cha
  */
 TARN_API char *stripString(const char *text);
 
-/** Reads what writeLong() and writeString() wrote: a count, then text.
+/** Reads what writeLong() and writeString() wrote: a count, then text. White space at the front of
+ *  the text is lost.
  *
- *  @return at most count - 1 bytes, up to and including a newline, to be freed with free(); an empty
- *          text for a count below 2; null when `stream` is null or memory runs out
+ *  @return at most count - 1 bytes, up to and including a newline, to be freed with free(); an
+ *          empty text for a count below 2; null when `stream` is null or memory runs out
  */
 TARN_API char *readString(FILE *stream);
 
@@ -1023,15 +1034,17 @@ TARN_API TarnStatus HTTPHeader_clear(TarnHandle *header);
  *
  *  @param cookies  the list to copy; null stores the content type and answers TARN_BAD_ARGUMENT
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `contentType` is null or `cookies` is
- *          no cookie list (header unchanged), or `cookies` is null (see above)
+ *          no cookie list (header unchanged), and when `cookies` is null or cannot be copied
+ *          (content type stored, no cookies)
  */
 TARN_API TarnStatus HTTPHeader_init(TarnHandle *header, const char *contentType,
                                     TarnHandle *cookies);
 
 /** Replaces a header's cookies by a copy of a list.
  *
- *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `cookies` is no cookie list, or could
- *          not be copied
+ *  @param cookies  the list to copy
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `cookies` is no cookie list, and, with
+ *          no cookies left, when it cannot be copied
  */
 TARN_API TarnStatus HTTPHeader_setCookieList(TarnHandle *header, TarnHandle *cookies);
 
@@ -1051,12 +1064,16 @@ TARN_API TarnStatus HTTPResponseHeader_clear(TarnHandle *header);
 
 /** Fills a response header, after emptying it; does nothing when either text is null.
  *
+ *  @param first,second  two texts, copied
+ *  @param number        any number
+ *
  *  @return TARN_OK, also when nothing was done; TARN_WRONG_TYPE
  */
 TARN_API TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *first, int number,
                                             const char *second);
 
-/** Lends the generic list of header lines; its words are `char *`, also lent.
+/** Lends the generic list of header lines; its words are `char *`, also lent. A line for which
+ *  there was no memory is null.
  *
  *  @return the list; 0 when no line was added or `header` is no response header
  */
@@ -1064,14 +1081,17 @@ TARN_API TarnHandle HTTPResponseHeader_getHeaderList(TarnHandle *header);
 
 /** Appends a copy of a header line, as given.
  *
+ *  @param line  a text, usually "Name: value"; nothing in it is checked
+ *
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `line` is null; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus HTTPResponseHeader_addHeader(TarnHandle *header, const char *line);
 
 /** Replaces a response header's cookies by a copy of a list.
  *
+ *  @param cookies  the list to copy
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `cookies` is no cookie list; otherwise
- *          the status of copying it, with no cookies left
+ *          the status of copying it
  */
 TARN_API TarnStatus HTTPResponseHeader_setCookieList(TarnHandle *header, TarnHandle *cookies);
 
@@ -1080,12 +1100,15 @@ TARN_API TarnStatus HTTPResponseHeader_setCookieList(TarnHandle *header, TarnHan
  *  A header that has no list yet gets an empty one and the cookie is lost: the first cookie of such
  *  a header has to be added twice, or set with HTTPResponseHeader_setCookieList().
  *
- *  @return TARN_OK, also for the cookie that is lost; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when
- *          `cookie` is no cookie; TARN_OUT_OF_MEMORY
+ *  @param cookie  the cookie to copy
+ *  @return TARN_OK, also for the cookie that is lost; TARN_WRONG_TYPE, also without memory for the
+ *          empty list; TARN_BAD_ARGUMENT when `cookie` is no cookie; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie);
 
-/** Sets the four texts of a part's header; a null text empties its slot.
+/** Sets the four texts of a part's header.
+ *
+ *  @param disposition,name,fileName,contentType  copied; a null one empties its slot
  *
  *  @return TARN_OK; TARN_WRONG_TYPE
  */

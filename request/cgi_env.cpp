@@ -15,13 +15,9 @@ namespace {
 enum Number : uint32_t { kContentLength, kHttps };
 enum Child : uint32_t { kBody, kCookies };
 
-int32_t number(const char *name) {
-  return toNumber(variable(name));
-}
+int32_t number(const char *name) { return toNumber(variable(name)); }
 
-bool isPost() {
-  return strcasecmp(variable("REQUEST_METHOD"), "post") == 0;
-}
+bool isPost() { return strcasecmp(variable("REQUEST_METHOD"), "post") == 0; }
 
 // A signal does not end a body; the end of the input or an error does.
 void readInput(char *block, size_t length) {
@@ -46,9 +42,7 @@ TarnStatus readBody(Node &environment, int32_t length) {
   return body ? TARN_OK : TARN_WRONG_TYPE;
 }
 
-OwnedText clean(std::string_view text) {
-  return unescape(strip(text));
-}
+OwnedText clean(std::string_view text) { return unescape(strip(text)); }
 
 // A token without "=" makes a cookie without name and value, which is in the list all the same.
 Node *parseCookie(std::string_view token) {
@@ -71,9 +65,7 @@ Node *parseCookies(std::string_view header) {
   return list;
 }
 
-Node *environmentIn(const TarnHandle *handle) {
-  return nodeIn(handle, TARN_ENVIRONMENT_MAGIC);
-}
+Node *environmentIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ENVIRONMENT_MAGIC); }
 
 void releaseCookies(const Node &environment) {
   Cookies::releaseElements(Cookies::at(environment.structs[kCookies]));
@@ -146,83 +138,31 @@ TarnStatus CgiEnv_setPostData(TarnHandle *handle, const void *data, uint32_t len
   return TARN_OK;
 }
 
-TarnStatus CgiEnv_save(TarnHandle *, FILE *) {
-  return TARN_OK;
-}
+TarnStatus CgiEnv_save(TarnHandle *, FILE *) { return TARN_OK; }
 
-TarnStatus CgiEnv_restore(TarnHandle *, FILE *) {
-  return TARN_OK;
-}
+TarnStatus CgiEnv_restore(TarnHandle *, FILE *) { return TARN_OK; }
 
-const char *CgiEnv_getServerSoftware(TarnHandle *) {
-  return variable("SERVER_SOFTWARE");
-}
-const char *CgiEnv_getServerName(TarnHandle *) {
-  return variable("SERVER_NAME");
-}
-const char *CgiEnv_getGatewayInterface(TarnHandle *) {
-  return variable("GATEWAY_INTERFACE");
-}
-const char *CgiEnv_getServerProtocol(TarnHandle *) {
-  return variable("SERVER_PROTOCOL");
-}
-int32_t CgiEnv_getServerPort(TarnHandle *) {
-  return number("SERVER_PORT");
-}
-const char *CgiEnv_getCookies(TarnHandle *) {
-  return variable("HTTP_COOKIE");
-}
-const char *CgiEnv_getRequestMethod(TarnHandle *) {
-  return variable("REQUEST_METHOD");
-}
-const char *CgiEnv_getPathInfo(TarnHandle *) {
-  return variable("PATH_INFO");
-}
-const char *CgiEnv_getPathTranslated(TarnHandle *) {
-  return variable("PATH_TRANSLATED");
-}
-const char *CgiEnv_getScriptName(TarnHandle *) {
-  return variable("SCRIPT_NAME");
-}
-const char *CgiEnv_getQueryString(TarnHandle *) {
-  return variable("QUERY_STRING");
-}
-int32_t CgiEnv_getContentLength(TarnHandle *) {
-  return number("CONTENT_LENGTH");
-}
-const char *CgiEnv_getContentType(TarnHandle *) {
-  return variable("CONTENT_TYPE");
-}
-const char *CgiEnv_getReferrer(TarnHandle *) {
-  return variable("HTTP_REFERER");
-}
-const char *CgiEnv_getRemoteHost(TarnHandle *) {
-  return variable("REMOTE_HOST");
-}
-const char *CgiEnv_getRemoteAddr(TarnHandle *) {
-  return variable("REMOTE_ADDR");
-}
-const char *CgiEnv_getAuthType(TarnHandle *) {
-  return variable("AUTH_TYPE");
-}
-const char *CgiEnv_getRemoteUser(TarnHandle *) {
-  return variable("REMOTE_USER");
-}
-const char *CgiEnv_getRemoteIdent(TarnHandle *) {
-  return variable("REMOTE_IDENT");
-}
-const char *CgiEnv_getAccept(TarnHandle *) {
-  return variable("HTTP_ACCEPT");
-}
-const char *CgiEnv_getUserAgent(TarnHandle *) {
-  return variable("HTTP_USER_AGENT");
-}
-const char *CgiEnv_getRedirectRequest(TarnHandle *) {
-  return variable("REDIRECT_REQUEST");
-}
-const char *CgiEnv_getRedirectURL(TarnHandle *) {
-  return variable("REDIRECT_URL");
-}
-const char *CgiEnv_getRedirectStatus(TarnHandle *) {
-  return variable("REDIRECT_STATUS");
-}
+const char *CgiEnv_getServerSoftware(TarnHandle *) { return variable("SERVER_SOFTWARE"); }
+const char *CgiEnv_getServerName(TarnHandle *) { return variable("SERVER_NAME"); }
+const char *CgiEnv_getGatewayInterface(TarnHandle *) { return variable("GATEWAY_INTERFACE"); }
+const char *CgiEnv_getServerProtocol(TarnHandle *) { return variable("SERVER_PROTOCOL"); }
+int32_t CgiEnv_getServerPort(TarnHandle *) { return number("SERVER_PORT"); }
+const char *CgiEnv_getCookies(TarnHandle *) { return variable("HTTP_COOKIE"); }
+const char *CgiEnv_getRequestMethod(TarnHandle *) { return variable("REQUEST_METHOD"); }
+const char *CgiEnv_getPathInfo(TarnHandle *) { return variable("PATH_INFO"); }
+const char *CgiEnv_getPathTranslated(TarnHandle *) { return variable("PATH_TRANSLATED"); }
+const char *CgiEnv_getScriptName(TarnHandle *) { return variable("SCRIPT_NAME"); }
+const char *CgiEnv_getQueryString(TarnHandle *) { return variable("QUERY_STRING"); }
+int32_t CgiEnv_getContentLength(TarnHandle *) { return number("CONTENT_LENGTH"); }
+const char *CgiEnv_getContentType(TarnHandle *) { return variable("CONTENT_TYPE"); }
+const char *CgiEnv_getReferrer(TarnHandle *) { return variable("HTTP_REFERER"); }
+const char *CgiEnv_getRemoteHost(TarnHandle *) { return variable("REMOTE_HOST"); }
+const char *CgiEnv_getRemoteAddr(TarnHandle *) { return variable("REMOTE_ADDR"); }
+const char *CgiEnv_getAuthType(TarnHandle *) { return variable("AUTH_TYPE"); }
+const char *CgiEnv_getRemoteUser(TarnHandle *) { return variable("REMOTE_USER"); }
+const char *CgiEnv_getRemoteIdent(TarnHandle *) { return variable("REMOTE_IDENT"); }
+const char *CgiEnv_getAccept(TarnHandle *) { return variable("HTTP_ACCEPT"); }
+const char *CgiEnv_getUserAgent(TarnHandle *) { return variable("HTTP_USER_AGENT"); }
+const char *CgiEnv_getRedirectRequest(TarnHandle *) { return variable("REDIRECT_REQUEST"); }
+const char *CgiEnv_getRedirectURL(TarnHandle *) { return variable("REDIRECT_URL"); }
+const char *CgiEnv_getRedirectStatus(TarnHandle *) { return variable("REDIRECT_STATUS"); }

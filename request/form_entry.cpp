@@ -8,9 +8,7 @@ namespace {
 enum Text : uint32_t { kName, kValue, kStripped };
 enum Number : uint32_t { kLength };
 
-Node *entryIn(const TarnHandle *handle) {
-  return nodeIn(handle, TARN_FORM_ENTRY_MAGIC);
-}
+Node *entryIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_ENTRY_MAGIC); }
 
 const char *valueIn(const TarnHandle *handle) {
   const Node *entry = entryIn(handle);
@@ -40,13 +38,9 @@ Node *newFormEntry(OwnedText name, OwnedText value, uint32_t length) {
   return entry;
 }
 
-const char *nameOfEntry(const Node &entry) {
-  return entry.strings[kName];
-}
+const char *nameOfEntry(const Node &entry) { return entry.strings[kName]; }
 
-const char *valueOfEntry(const Node &entry) {
-  return entry.strings[kValue];
-}
+const char *valueOfEntry(const Node &entry) { return entry.strings[kValue]; }
 
 }  // namespace tarn
 
@@ -108,9 +102,7 @@ double FormEntry_getDoubleValue(TarnHandle *entry) {
   return value ? std::atof(value) : 0.0;
 }
 
-const char *FormEntry_toString(TarnHandle *) {
-  return "Not yet implemented";
-}
+const char *FormEntry_toString(TarnHandle *) { return "Not yet implemented"; }
 
 TarnStatus FormEntryList_addEntry(TarnHandle *list, TarnHandle *entry) {
   return FormEntries::add(list, entry);
@@ -129,18 +121,12 @@ void FormEntryList_reserve(TarnHandle *list, uint32_t capacity) {
   FormEntries::reserve(FormEntries::in(list), capacity);
 }
 
-TarnStatus FormEntryList_clear(TarnHandle *list) {
-  return FormEntries::clear(list);
-}
+TarnStatus FormEntryList_clear(TarnHandle *list) { return FormEntries::clear(list); }
 
-TarnStatus FormEntryList_delete(TarnHandle *list) {
-  return FormEntries::remove(list);
-}
+TarnStatus FormEntryList_delete(TarnHandle *list) { return FormEntries::remove(list); }
 
 TarnStatus FormEntryList_clone(TarnHandle *source, TarnHandle *destination) {
   return FormEntries::clone(source, destination);
 }
 
-const char *FormEntryList_toHTML(TarnHandle *) {
-  return "Not yet implemented.";
-}
+const char *FormEntryList_toHTML(TarnHandle *) { return "Not yet implemented."; }

@@ -9,9 +9,7 @@ namespace {
 enum Text : uint32_t { kName, kFileName, kContentType };
 enum Child : uint32_t { kBytes };
 
-Node *fileIn(const TarnHandle *handle) {
-  return nodeIn(handle, TARN_FORM_FILE_MAGIC);
-}
+Node *fileIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_FILE_MAGIC); }
 
 Bytes contentsOf(const Node *file) {
   const Node *buffer = file ? childOf(*file, kBytes, TARN_BYTE_BUFFER_MAGIC) : nullptr;
@@ -38,9 +36,7 @@ Node *newFormFile(FileParts parts) {
   return file;
 }
 
-const char *nameOfFile(const Node &file) {
-  return file.strings[kName];
-}
+const char *nameOfFile(const Node &file) { return file.strings[kName]; }
 
 }  // namespace tarn
 
@@ -79,21 +75,18 @@ uint32_t FormFile_writeToStream(TarnHandle *file, FILE *stream) {
   const Bytes bytes = contentsOf(fileIn(file));
   if (!bytes.data || bytes.count == 0) return 0;
   if (!stream) return 1;
-  uint32_t refused = 0;
-  for (size_t done = 0; done < bytes.count;) {
-    done += std::fwrite(bytes.data + done, 1, bytes.count - done, stream);
-    // A byte that the stream refuses is passed over; the rest is still tried.
-    if (done < bytes.count) {
-      ++done;
-      ++refused;
-    }
+  // Byte by byte, since only that tells of a line that a line-buffered stream could not pass on. A
+  // byte that the stream refuses is passed over; the rest is still tried.
+  uint32_t written = 0;
+  flockfile(stream);
+  for (uint32_t i = 0; i < bytes.count; ++i) {
+    if (putc_unlocked(bytes.data[i], stream) != EOF) ++written;
   }
-  return refused > 0 ? 1 : 0;
+  funlockfile(stream);
+  return written == bytes.count ? 0 : 1;
 }
 
-uint32_t FormFile_getDataLength(TarnHandle *file) {
-  return contentsOf(fileIn(file)).count;
-}
+uint32_t FormFile_getDataLength(TarnHandle *file) { return contentsOf(fileIn(file)).count; }
 
 TarnStatus FormFileList_addEntry(TarnHandle *list, TarnHandle *file) {
   return FormFiles::add(list, file);
@@ -113,18 +106,12 @@ void FormFileList_reserve(TarnHandle *list, uint32_t capacity) {
 }
 
 // Unlike an entry list's clear this one ends the list: scripts test the handle for 0 after it.
-TarnStatus FormFileList_clear(TarnHandle *list) {
-  return FormFiles::remove(list);
-}
+TarnStatus FormFileList_clear(TarnHandle *list) { return FormFiles::remove(list); }
 
-TarnStatus FormFileList_delete(TarnHandle *list) {
-  return FormFiles::remove(list);
-}
+TarnStatus FormFileList_delete(TarnHandle *list) { return FormFiles::remove(list); }
 
 TarnStatus FormFileList_clone(TarnHandle *source, TarnHandle *destination) {
   return FormFiles::clone(source, destination);
 }
 
-const char *FormFileList_toHTML(TarnHandle *) {
-  return "Not yet implemented.";
-}
+const char *FormFileList_toHTML(TarnHandle *) { return "Not yet implemented."; }

@@ -16,9 +16,7 @@ enum Child : uint32_t { kEnvironment, kEntries, kFiles };
 
 constexpr std::string_view kMultipart = "multipart/form-data";
 
-Node *requestIn(const TarnHandle *handle) {
-  return nodeIn(handle, TARN_REQUEST_MAGIC);
-}
+Node *requestIn(const TarnHandle *handle) { return nodeIn(handle, TARN_REQUEST_MAGIC); }
 
 FormLists listsOf(const Node *request) {
   if (!request) return {nullptr, nullptr};
@@ -127,26 +125,16 @@ TarnStatus Tarn_delete(TarnHandle *handle) {
   return TARN_OK;
 }
 
-TarnStatus Tarn_clear(TarnHandle *) {
-  return TARN_NOT_IMPLEMENTED;
-}
+TarnStatus Tarn_clear(TarnHandle *) { return TARN_NOT_IMPLEMENTED; }
 
-const char *Tarn_getCompileDate(TarnHandle *) {
-  return "Jul 17 2007";
-}
+const char *Tarn_getCompileDate(TarnHandle *) { return "Jul 17 2007"; }
 
-const char *Tarn_getCompileTime(TarnHandle *) {
-  return "14:49:31";
-}
+const char *Tarn_getCompileTime(TarnHandle *) { return "14:49:31"; }
 
-const char *Tarn_getVersion(TarnHandle *) {
-  return "1.0.0";
-}
+const char *Tarn_getVersion(TarnHandle *) { return "1.0.0"; }
 
 // Nothing ever fills it in; scripts print it as it stands.
-const char *Tarn_getHost(TarnHandle *) {
-  return "Set this to the platform we compiled for";
-}
+const char *Tarn_getHost(TarnHandle *) { return "Set this to the platform we compiled for"; }
 
 void Tarn_save(TarnHandle *, FILE *) {}
 

@@ -10,9 +10,7 @@ namespace {
 enum Text : uint32_t { kName, kValue, kComment, kDomain, kPath, kRendered };
 enum Number : uint32_t { kMaxAge, kSecure };
 
-Node *cookieIn(const TarnHandle *handle) {
-  return nodeIn(handle, TARN_COOKIE_MAGIC);
-}
+Node *cookieIn(const TarnHandle *handle) { return nodeIn(handle, TARN_COOKIE_MAGIC); }
 
 // Byte by byte; a missing text sorts before any other.
 int order(const char *left, const char *right) {
@@ -20,9 +18,7 @@ int order(const char *left, const char *right) {
   return (left ? 1 : 0) - (right ? 1 : 0);
 }
 
-const char *shown(const char *text) {
-  return text ? text : "(null)";
-}
+const char *shown(const char *text) { return text ? text : "(null)"; }
 
 }  // namespace
 
@@ -56,11 +52,12 @@ TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const char *val
   emptyNode(*node);
   // The other slots, the rendered text among them, are emptied by this too.
   for (uint32_t slot = 0; slot < kStringSlots; ++slot) setText(*node, slot, std::move(texts[slot]));
-  HTTPCookie_setMaxAge(cookie, maxAge);
-  return HTTPCookie_setSecure(cookie, secure);
+  node->ints[kMaxAge] = static_cast<uint32_t>(maxAge);
+  node->ints[kSecure] = static_cast<uint32_t>(secure);
+  return TARN_OK;
 }
 
-// The second cookie is tested first and stands on the left: scripts sort newest names first by it.
+// The second cookie is tested first and stands on the left: scripts sort names downward by it.
 int HTTPCookie_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = cookieIn(b);
   const Node *right = cookieIn(a);
@@ -101,13 +98,9 @@ const char *HTTPCookie_toString(TarnHandle *cookie) {
   return text ? text : CGIgs_empty_string;
 }
 
-TarnStatus HTTPCookieList_delete(TarnHandle *list) {
-  return Cookies::remove(list);
-}
+TarnStatus HTTPCookieList_delete(TarnHandle *list) { return Cookies::remove(list); }
 
-TarnStatus HTTPCookieList_clear(TarnHandle *list) {
-  return Cookies::clear(list);
-}
+TarnStatus HTTPCookieList_clear(TarnHandle *list) { return Cookies::clear(list); }
 
 TarnStatus HTTPCookieList_clone(TarnHandle *source, TarnHandle *destination) {
   return Cookies::clone(source, destination);
@@ -125,6 +118,4 @@ TarnHandle HTTPCookieList_getByIndex(TarnHandle *list, uint32_t index) {
   return Cookies::handleAt(Cookies::in(list), index);
 }
 
-const char *HTTPCookieList_toHTML(TarnHandle *) {
-  return "Not yet implemented.";
-}
+const char *HTTPCookieList_toHTML(TarnHandle *) { return "Not yet implemented."; }

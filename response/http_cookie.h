@@ -7,7 +7,7 @@ namespace tarn {
 
 using Cookies = NodeList<TARN_COOKIE_LIST_MAGIC, TARN_COOKIE_MAGIC>;
 
-// A cookie as a browser sends it: a name and a value, either of which may be missing.
+// A cookie as a browser sends it: with name and value, or, when either is missing, with neither.
 Node *newCookie(OwnedText name, OwnedText value);
 
 }  // namespace tarn

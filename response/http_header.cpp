@@ -13,20 +13,17 @@ enum ResponseText : uint32_t { kFirst, kSecond };
 enum ResponseNumber : uint32_t { kNumber };
 enum ResponseList : uint32_t { kLines };
 
-enum PartText : uint32_t { kDisposition, kFieldName, kFileName, kPartType };
+// Followed by the field name, the file name and the content type.
+enum PartText : uint32_t { kDisposition };
 
-Node *headerIn(const TarnHandle *handle) {
-  return nodeIn(handle, TARN_HEADER_MAGIC);
-}
+Node *headerIn(const TarnHandle *handle) { return nodeIn(handle, TARN_HEADER_MAGIC); }
 
-Node *responseIn(const TarnHandle *handle) {
-  return nodeIn(handle, TARN_RESPONSE_HEADER_MAGIC);
-}
+Node *responseIn(const TarnHandle *handle) { return nodeIn(handle, TARN_RESPONSE_HEADER_MAGIC); }
 
-// Cookies go through their list, which owns them; the node would release the list alone.
-void dropCookies(Node &header) {
-  if (Node *cookies = Cookies::at(header.structs[kCookies])) Cookies::releaseElements(cookies);
-  setChild(header, kCookies, nullptr);
+// The node releases the cookie list, but only the list's own type releases the cookies.
+void storeCookies(Node &header, Node *list) {
+  Cookies::releaseElements(Cookies::at(header.structs[kCookies]));
+  setChild(header, kCookies, list);
 }
 
 // Copied before the old list goes: the new one may be that very list. Without memory for the copy
@@ -34,13 +31,12 @@ void dropCookies(Node &header) {
 TarnStatus replaceCookies(Node &header, const Node &cookies) {
   Node *copy = nullptr;
   const TarnStatus status = Cookies::copy(cookies, copy);
-  dropCookies(header);
-  setChild(header, kCookies, copy);
+  storeCookies(header, copy);
   return status;
 }
 
 void clear(Node &header) {
-  dropCookies(header);
+  storeCookies(header, nullptr);
   emptyNode(header);
 }
 
@@ -118,11 +114,12 @@ TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *first, int nu
   // Nothing to do is a success; scripts call this with texts that they may not have.
   if (!first || !second) return TARN_OK;
   // Copied before the node is emptied: the texts may be the header's own.
-  OwnedText texts[] = {copyText(first), copyText(second)};
+  OwnedText firstCopy = copyText(first);
+  OwnedText secondCopy = copyText(second);
   clearResponse(*node);
-  setText(*node, kFirst, std::move(texts[kFirst]));
+  setText(*node, kFirst, std::move(firstCopy));
   node->ints[kNumber] = static_cast<uint32_t>(number);
-  setText(*node, kSecond, std::move(texts[kSecond]));
+  setText(*node, kSecond, std::move(secondCopy));
   return TARN_OK;
 }
 
@@ -157,31 +154,25 @@ TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie) 
   // The first cookie of a header without a list is lost: the header gets an empty list, and scripts
   // that know it add their first cookie twice.
   setChild(*node, kCookies, Cookies::newList());
-  return TARN_OK;
+  return node->structs[kCookies] ? TARN_OK : TARN_WRONG_TYPE;
 }
 
 TarnStatus MultiPartHeader_init(TarnHandle *header, const char *disposition, const char *name,
                                 const char *fileName, const char *contentType) {
-  if (!nodeIn(header, TARN_MULTIPART_HEADER_MAGIC)) return TARN_WRONG_TYPE;
-  CGIgs_setString(header, kDisposition, disposition, TARN_MULTIPART_HEADER_MAGIC);
-  CGIgs_setString(header, kFieldName, name, TARN_MULTIPART_HEADER_MAGIC);
-  CGIgs_setString(header, kFileName, fileName, TARN_MULTIPART_HEADER_MAGIC);
-  CGIgs_setString(header, kPartType, contentType, TARN_MULTIPART_HEADER_MAGIC);
+  Node *node = nodeIn(header, TARN_MULTIPART_HEADER_MAGIC);
+  if (!node) return TARN_WRONG_TYPE;
+  // All are copied before the first slot is set: the texts may be the header's own.
+  OwnedText texts[] = {copyText(disposition), copyText(name), copyText(fileName),
+                       copyText(contentType)};
+  uint32_t slot = kDisposition;
+  for (OwnedText &text : texts) setText(*node, slot++, std::move(text));
   return TARN_OK;
 }
 
-const char *HTTPContentHeader_toString(TarnHandle *) {
-  return "Not yet implemented";
-}
+const char *HTTPContentHeader_toString(TarnHandle *) { return "Not yet implemented"; }
 
-const char *HTTPRedirectHeader_toHTML(TarnHandle *) {
-  return "Not implemented.";
-}
+const char *HTTPRedirectHeader_toHTML(TarnHandle *) { return "Not implemented."; }
 
-const char *HTTPResponseHeader_toHTML(TarnHandle *) {
-  return "Not implemented yet.";
-}
+const char *HTTPResponseHeader_toHTML(TarnHandle *) { return "Not implemented yet."; }
 
-const char *HTTPStatusHeader_toHTML(TarnHandle *) {
-  return "Not yet implemented";
-}
+const char *HTTPStatusHeader_toHTML(TarnHandle *) { return "Not yet implemented"; }
