@@ -10,7 +10,7 @@ namespace tarn {
 template <uint32_t kListMagic, uint32_t kElementMagic, auto kCopy = copyNode,
           auto kRelease = destroyNode>
 struct NodeList {
-  static Node *newList() { return newNode(kListMagic); }
+  static Node *create() { return newNode(kListMagic); }
   static Node *in(const TarnHandle *handle) { return nodeIn(handle, kListMagic); }
   static Node *at(TarnHandle value) { return nodeAt(value, kListMagic); }
 
@@ -34,6 +34,7 @@ struct NodeList {
     return nodeAt(handleAt(list, index), kElementMagic);
   }
 
+  // A fresh list has nothing to reserve in yet and stays without an array.
   static void reserve(Node *list, uint32_t capacity) {
     if (elements(list)) TARNGenericList_reserve(&list->lists[kElements], capacity);
   }
@@ -41,7 +42,7 @@ struct NodeList {
   // Appends an element that the list owns from now on; one that cannot be appended is released.
   static TarnStatus adopt(Node *list, Node *element) {
     if (!element) return TARN_OUT_OF_MEMORY;
-    if (list && !list->lists[kElements]) list->lists[kElements] = handleOf(tarn::newList());
+    if (list && !list->lists[kElements]) list->lists[kElements] = handleOf(newList());
     // Without memory for a list there is nothing to append to, and that is what the status says.
     const TarnStatus status = append(elements(list), handleOf(element));
     if (status != TARN_OK) kRelease(element);
@@ -74,7 +75,7 @@ struct NodeList {
   }
 
   static TarnStatus copy(const Node &source, Node *&made) {
-    made = newList();
+    made = create();
     for (uint32_t i = 0; i < count(&source); ++i) {
       const Node *element = nodeAtIndex(&source, i);
       const TarnStatus status = element ? adopt(made, kCopy(*element)) : TARN_WRONG_TYPE;

@@ -71,6 +71,15 @@ const char *find(std::string_view haystack, std::string_view needle) {
       memmem(haystack.data(), haystack.size(), needle.data(), needle.size()));
 }
 
+bool divide(std::string_view text, char separator, std::string_view &before,
+            std::string_view &after) {
+  const void *found = text.empty() ? nullptr : std::memchr(text.data(), separator, text.size());
+  const char *place = found ? static_cast<const char *>(found) : text.data() + text.size();
+  before = upTo(text, place);
+  after = from(text, found ? place + 1 : place);
+  return found != nullptr;
+}
+
 std::string_view textIn(std::string_view bytes) {
   return {bytes.data(), strnlen(bytes.data(), bytes.size())};
 }

@@ -12,7 +12,7 @@ namespace tarn {
 // An environment variable, or an empty text.
 char *variable(const char *name);
 
-// strcasecmp(), with a null text before any other.
+// strcasecmp(), with a null text before any other; two nulls are equal.
 int compareTexts(const char *a, const char *b);
 
 // Decodes "+" and "%XX". What lies past the end of the text counts as zero bytes.
@@ -23,6 +23,20 @@ std::string_view strip(std::string_view text);
 
 // The first occurrence of `needle`, or null.
 const char *find(std::string_view haystack, std::string_view needle);
+
+// Divides a text at the first separator. Without one, all of it stands before and the result is
+// false. (Views are cut by pointers here and below: substr() would want the C++ runtime.)
+bool divide(std::string_view text, char separator, std::string_view &before,
+            std::string_view &after);
+
+// What stands before, or from, a place inside the text.
+inline std::string_view upTo(std::string_view text, const char *place) {
+  return {text.data(), static_cast<size_t>(place - text.data())};
+}
+
+inline std::string_view from(std::string_view text, const char *place) {
+  return {place, static_cast<size_t>(text.data() + text.size() - place)};
+}
 
 // The bytes before the first zero byte.
 std::string_view textIn(std::string_view bytes);

@@ -21,9 +21,11 @@
  *     description and goes to free().
  *  6. Comparisons of names and values ignore the case of letters, as strcasecmp() does; exceptions
  *     say so.
- *  7. Threads. A script has one. No object may be used from two threads at once; nothing here
+ *  7. Memory. When it runs out a function may also say TARN_WRONG_TYPE: of the inner object that
+ *     could not be made. What was there before is kept unless the function says otherwise.
+ *  8. Threads. A script has one. No object may be used from two threads at once; nothing here
  *     locks.
- *  8. Your part. Some mistakes cannot be detected: a handle that still names a deleted object, a
+ *  9. Your part. Some mistakes cannot be detected: a handle that still names a deleted object, a
  *     text without its final zero byte, a length beyond your data, an object given away twice or
  *     into itself (CGIgs_setList() hands over; a lent list is not yours to hand over), two typed
  *     lists with the same elements (see CGIgs_clone()) both deleted by their type. Everything else
@@ -528,9 +530,13 @@ TARN_API TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t
  * A node (TARN_ENVIRONMENT_MAGIC) with what was captured when it was made:
  *
  *   int 0      CONTENT_LENGTH, as a signed number; 0 when unset
- *   int 1      1 when HTTPS is "on", else 0
+ *   int 1      1 when HTTPS is "on", in lower case, else 0
  *   struct 0   the body of a POST, a byte buffer; empty when none was read
  *   struct 1   the cookies of HTTP_COOKIE, a cookie list; empty when unset
+ *
+ * The cookie header is cut at every ";". A piece makes a cookie with the name before its first "="
+ * and the value after it, both trimmed and URL-decoded; a piece without "=", the empty one after a
+ * trailing ";" included, makes a cookie whose name and value are null.
  *
  * The getters look at the process environment when they are called and never at the handle.
  */
@@ -541,9 +547,10 @@ TARN_API TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t
  *  made, and the handle set, also when the body could not be kept.
  *
  *  @param handle  where to put it; must hold 0
- *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, and when CONTENT_LENGTH is
- *          negative or more than can be allocated (nothing is read then); otherwise what
- *          CgiEnv_setPostData() says of the body
+ *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, without memory for the
+ *          environment (the handle stays 0), and when CONTENT_LENGTH is negative or more than can
+ *          be allocated (nothing is read then); TARN_WRONG_TYPE when the body was read but could
+ *          not be kept
  */
 TARN_API TarnStatus CgiEnv_new(TarnHandle *handle);
 
@@ -562,8 +569,9 @@ TARN_API TarnStatus CgiEnv_clear(TarnHandle *handle);
 /** Replaces the body by a copy of some bytes.
  *
  *  @param length  in bytes
- *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT, body kept, when `data` is null or `length`
- *          is 0; TARN_OUT_OF_MEMORY, body kept
+ *  @return TARN_OK; TARN_WRONG_TYPE, also without memory for a buffer; TARN_BAD_ARGUMENT when
+ *          `data` is null or `length` is 0; TARN_OUT_OF_MEMORY. The old body stays unless all went
+ *          well.
  */
 TARN_API TarnStatus CgiEnv_setPostData(TarnHandle *handle, const void *data, uint32_t length);
 
@@ -675,8 +683,10 @@ TARN_API int32_t FormEntry_compareValue(TarnHandle *entry, const char *value);
 
 /** Copies the value without the white space around it; see stripString().
  *
- *  @return new text, to be freed with free(); null when the entry has no value; CGIgs_empty_string,
- *          not to be freed, when `entry` is no entry
+ *  A copy is kept in the entry, string 2.
+ *
+ *  @return new text, to be freed with free(); null when the entry has no value or memory runs out;
+ *          CGIgs_empty_string, not to be freed, when `entry` is no entry
  */
 TARN_API const char *FormEntry_getStrippedValue(TarnHandle *entry);
 
@@ -745,8 +755,8 @@ TARN_API const char *FormEntryList_toHTML(TarnHandle *list);
 /* ---- Uploaded files: FormFile, FormFileList ----------------------------------------------------
  *
  * A file (TARN_FORM_FILE_MAGIC) is one uploaded file: field name in string 0, the client's file
- * name in string 1, content type in string 2, the bytes in struct 0, a byte buffer. The file name
- * is what a stranger sent: it may hold "../", quotes and control bytes.
+ * name, URL-decoded, in string 1, content type in string 2, the bytes in struct 0, a byte buffer.
+ * The file name is what a stranger sent: it may hold "../", quotes and control bytes.
  *
  * A list (TARN_FORM_FILE_LIST_MAGIC) owns copies of files, in order; copies share the bytes.
  */
@@ -773,8 +783,8 @@ TARN_API int32_t FormFile_compareName(TarnHandle *file, const char *name);
 
 /** Writes a file's bytes to a stream; does not flush it.
  *
- *  @return 0 when every byte was taken, or there was none, or `file` is no file; 1 when a byte was
- *          refused (the rest is still tried) or `stream` is null
+ *  @return 0 when there are no bytes or `file` is no file; else 1 when a byte was refused (the rest
+ *          is still tried) or `stream` is null; else 0
  */
 TARN_API uint32_t FormFile_writeToStream(TarnHandle *file, FILE *stream);
 
@@ -847,7 +857,8 @@ TARN_API const char *FormFileList_toHTML(TarnHandle *list);
  *
  *  @param handle  where to put the request; must hold 0
  *  @return TARN_BAD_ARGUMENT when `handle` is null or in use; otherwise the status of
- *          Tarn_parseFormInput(), TARN_OK when there was no body to parse
+ *          Tarn_parseFormInput(), TARN_OK when there was no body to parse. Without memory for the
+ *          request the handle stays 0.
  */
 TARN_API TarnStatus Tarn_new(TarnHandle *handle);
 
@@ -908,9 +919,14 @@ TARN_API uint32_t Tarn_findEntries(TarnHandle *handle, const char *name, uint32_
 
 /** Parses a form and appends its entries and files to the request.
  *
- *  CONTENT_TYPE, at the time of the call, decides between multipart and URL-encoded.
+ *  CONTENT_TYPE, at the time of the call, decides between multipart and URL-encoded. `input` is
+ *  tested before the handle.
  *
- *  @param input   URL-encoded text with its final zero byte, or a multipart body
+ *  URL-encoded text is cut at every "&" and each piece goes the way of Tarn_parsePair(). A
+ *  multipart body is cut at "--", what follows "boundary=" in CONTENT_TYPE, and CR LF; each part
+ *  goes the way of Tarn_parseMime(). What stands before the first delimiter is skipped.
+ *
+ *  @param input   URL-encoded text with its final zero byte, or a multipart body; left as it is
  *  @param length  of a multipart body, in bytes; ignored for URL-encoded text
  *  @return TARN_OK, whatever became of single fields; TARN_BAD_ARGUMENT when `input` is null;
  *          TARN_NO_ENVIRONMENT when the request has none, or `handle` is no request
@@ -919,17 +935,21 @@ TARN_API TarnStatus Tarn_parseFormInput(TarnHandle *handle, char *input, uint32_
 
 /** Appends the entry that one "name=value" makes; a text without "=" makes none.
  *
+ *  The first "=" divides. Both sides are decoded as unescapeString() does.
+ *
  *  @param pair  its "=" is overwritten by a zero byte
  */
 TARN_API void Tarn_parsePair(TarnHandle *handle, char *pair);
 
 /** Appends the entry or file that one part of a multipart body makes.
  *
- *  The value runs from the blank line after the headers to the first CR LF after it. A part without
- *  a blank line makes nothing; a part with a file name makes a file, any other an entry.
+ *  The value runs from the blank line after the headers to the first CR LF after it; without one it
+ *  is empty. A part without a blank line makes nothing. A part with a file name that is not empty
+ *  makes a file, any other an entry. The file name is decoded as unescapeString() does; a file
+ *  without field name or content type is appended empty.
  *
- *  @param part    the bytes between two delimiters; a zero byte is written over the first byte of
- *                 the blank line, in your memory
+ *  @param part    the bytes between two delimiters; a zero byte is written over the CR that ends
+ *                 the last header line, in your memory
  *  @param length  in bytes; nothing is read beyond
  */
 TARN_API void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t length);

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "core/cgifb.h"
 #include "core/text.h"
@@ -15,52 +17,51 @@ namespace {
 enum Number : uint32_t { kContentLength, kHttps };
 enum Child : uint32_t { kBody, kCookies };
 
-int32_t number(const char *name) { return toNumber(variable(name)); }
-
-bool isPost() { return strcasecmp(variable("REQUEST_METHOD"), "post") == 0; }
+int32_t numberIn(const char *name) { return toNumber(variable(name)); }
 
 // A signal does not end a body; the end of the input or an error does.
-void readInput(char *block, size_t length) {
-  while (length > 0) {
-    const size_t got = std::fread(block, 1, length, stdin);
-    block += got;
-    length -= got;
-    if (length == 0 || std::feof(stdin) || errno != EINTR) return;
+size_t readInput(char *block, size_t length) {
+  size_t arrived = 0;
+  while (arrived < length) {
+    errno = 0;
+    arrived += std::fread(block + arrived, 1, length - arrived, stdin);
+    if (arrived == length || std::feof(stdin) || errno != EINTR) break;
     std::clearerr(stdin);
   }
+  return arrived;
 }
 
 // The body is read into the block that keeps it. What does not arrive is zero.
-TarnStatus readBody(Node &environment, int32_t length) {
+TarnStatus readBody(int32_t length, Capture &capture) {
   if (length < 0) return TARN_BAD_ARGUMENT;
   const auto count = static_cast<uint32_t>(length);
   OwnedText block = newZeroedText(count);
   if (!block) return TARN_BAD_ARGUMENT;
-  readInput(block.get(), count);
+  const std::string_view input(block.get(), readInput(block.get(), count));
   Node *body = newByteBuffer(std::move(block), count);
-  setChild(environment, kBody, body);
-  return body ? TARN_OK : TARN_WRONG_TYPE;
+  if (!body) return TARN_WRONG_TYPE;
+  setChild(*capture.environment, kBody, body);
+  capture.input = input;
+  return TARN_OK;
 }
 
 OwnedText clean(std::string_view text) { return unescape(strip(text)); }
 
 // A token without "=" makes a cookie without name and value, which is in the list all the same.
 Node *parseCookie(std::string_view token) {
-  const size_t equals = token.find('=');
-  if (equals == std::string_view::npos) return newCookie(nullptr, nullptr);
-  return newCookie(clean({token.data(), equals}),
-                   clean({token.data() + equals + 1, token.size() - equals - 1}));
+  std::string_view name;
+  std::string_view value;
+  if (!divide(token, '=', name, value)) return newCookie(nullptr, nullptr);
+  return newCookie(clean(name), clean(value));
 }
 
 // Every ";" ends a token and the end of the header ends the last one; empty tokens count.
 Node *parseCookies(std::string_view header) {
-  Node *list = Cookies::newList();
-  for (size_t semicolon = 0; semicolon != std::string_view::npos;) {
-    semicolon = header.find(';');
-    const std::string_view token(header.data(),
-                                 semicolon == std::string_view::npos ? header.size() : semicolon);
-    if (Node *cookie = parseCookie(token)) Cookies::adopt(list, cookie);
-    if (semicolon != std::string_view::npos) header.remove_prefix(semicolon + 1);
+  Node *list = Cookies::create();
+  for (bool more = true; more;) {
+    std::string_view token;
+    more = divide(header, ';', token, header);
+    Cookies::adopt(list, parseCookie(token));
   }
   return list;
 }
@@ -73,19 +74,22 @@ void releaseCookies(const Node &environment) {
 
 }  // namespace
 
-Node *newEnvironment(TarnStatus &status) {
-  status = TARN_OK;
-  Node *made = newNode(TARN_ENVIRONMENT_MAGIC);
-  if (!made) return nullptr;
-  const int32_t length = number("CONTENT_LENGTH");
-  made->ints[kContentLength] = static_cast<uint32_t>(length);
+bool isPost() { return strcasecmp(variable("REQUEST_METHOD"), "post") == 0; }
+
+Capture captureEnvironment() {
+  Capture capture{newNode(TARN_ENVIRONMENT_MAGIC), TARN_BAD_ARGUMENT, {}};
+  Node *environment = capture.environment;
+  if (!environment) return capture;
+  capture.status = TARN_OK;
+  const int32_t length = numberIn("CONTENT_LENGTH");
+  environment->ints[kContentLength] = static_cast<uint32_t>(length);
   // In lower case only, while the method is taken in any case.
-  made->ints[kHttps] = std::strcmp(variable("HTTPS"), "on") == 0 ? 1 : 0;
-  if (isPost() && length != 0) status = readBody(*made, length);
+  environment->ints[kHttps] = std::strcmp(variable("HTTPS"), "on") == 0 ? 1 : 0;
+  if (isPost() && length != 0) capture.status = readBody(length, capture);
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {
-    setChild(*made, kCookies, parseCookies(cookies));
+    setChild(*environment, kCookies, parseCookies(cookies));
   }
-  return made;
+  return capture;
 }
 
 void destroyEnvironment(Node *environment) {
@@ -94,20 +98,15 @@ void destroyEnvironment(Node *environment) {
   destroyNode(environment);
 }
 
-const Node *bodyOf(const Node &environment) {
-  return childOf(environment, kBody, TARN_BYTE_BUFFER_MAGIC);
-}
-
 }  // namespace tarn
 
 using namespace tarn;
 
 TarnStatus CgiEnv_new(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
-  TarnStatus status;
-  Node *made = newEnvironment(status);
-  *handle = handleOf(made);
-  return made ? status : TARN_BAD_ARGUMENT;
+  const Capture capture = captureEnvironment();
+  *handle = handleOf(capture.environment);
+  return capture.status;
 }
 
 TarnStatus CgiEnv_delete(TarnHandle *handle) {
@@ -146,14 +145,14 @@ const char *CgiEnv_getServerSoftware(TarnHandle *) { return variable("SERVER_SOF
 const char *CgiEnv_getServerName(TarnHandle *) { return variable("SERVER_NAME"); }
 const char *CgiEnv_getGatewayInterface(TarnHandle *) { return variable("GATEWAY_INTERFACE"); }
 const char *CgiEnv_getServerProtocol(TarnHandle *) { return variable("SERVER_PROTOCOL"); }
-int32_t CgiEnv_getServerPort(TarnHandle *) { return number("SERVER_PORT"); }
+int32_t CgiEnv_getServerPort(TarnHandle *) { return numberIn("SERVER_PORT"); }
 const char *CgiEnv_getCookies(TarnHandle *) { return variable("HTTP_COOKIE"); }
 const char *CgiEnv_getRequestMethod(TarnHandle *) { return variable("REQUEST_METHOD"); }
 const char *CgiEnv_getPathInfo(TarnHandle *) { return variable("PATH_INFO"); }
 const char *CgiEnv_getPathTranslated(TarnHandle *) { return variable("PATH_TRANSLATED"); }
 const char *CgiEnv_getScriptName(TarnHandle *) { return variable("SCRIPT_NAME"); }
 const char *CgiEnv_getQueryString(TarnHandle *) { return variable("QUERY_STRING"); }
-int32_t CgiEnv_getContentLength(TarnHandle *) { return number("CONTENT_LENGTH"); }
+int32_t CgiEnv_getContentLength(TarnHandle *) { return numberIn("CONTENT_LENGTH"); }
 const char *CgiEnv_getContentType(TarnHandle *) { return variable("CONTENT_TYPE"); }
 const char *CgiEnv_getReferrer(TarnHandle *) { return variable("HTTP_REFERER"); }
 const char *CgiEnv_getRemoteHost(TarnHandle *) { return variable("REMOTE_HOST"); }

@@ -1,18 +1,25 @@
 #ifndef TARN_REQUEST_CGI_ENV_H
 #define TARN_REQUEST_CGI_ENV_H
 
+#include <string_view>
+
 #include "core/cgigs.h"
 
 namespace tarn {
 
-// Captures the environment and reads the body; null without memory. The status is that of keeping
-// the body.
-Node *newEnvironment(TarnStatus &status);
+// What CgiEnv_new() makes. The input is the body as far as it arrived, kept to the end of the
+// process; null data when there is none.
+struct Capture {
+  Node *environment;
+  TarnStatus status;
+  std::string_view input;
+};
+
+Capture captureEnvironment();
+
+bool isPost();
 
 void destroyEnvironment(Node *environment);
-
-// The byte buffer with the body, or null.
-const Node *bodyOf(const Node &environment);
 
 }  // namespace tarn
 

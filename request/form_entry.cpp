@@ -87,8 +87,10 @@ int32_t FormEntry_compareValue(TarnHandle *entry, const char *value) {
 const char *FormEntry_getStrippedValue(TarnHandle *entry) {
   Node *node = entryIn(entry);
   if (!node) return CGIgs_empty_string;
-  char *stripped = stripString(valueOfEntry(*node));
-  if (valueOfEntry(*node)) setText(*node, kStripped, copyText(stripped));
+  const char *value = valueOfEntry(*node);
+  if (!value) return nullptr;
+  char *stripped = stripString(value);
+  setText(*node, kStripped, copyText(stripped));
   return stripped;
 }
 
@@ -116,7 +118,6 @@ TarnHandle FormEntryList_getByIndex(TarnHandle *list, uint32_t index) {
   return FormEntries::handleAt(FormEntries::in(list), index);
 }
 
-// A fresh list has nothing to reserve in yet and stays without an array.
 void FormEntryList_reserve(TarnHandle *list, uint32_t capacity) {
   FormEntries::reserve(FormEntries::in(list), capacity);
 }

@@ -48,8 +48,11 @@ TarnStatus FormFile_init(TarnHandle *file, const char *name, const char *fileNam
   if (!node) return TARN_WRONG_TYPE;
   if (!name || !fileName || !contentType || !data) return TARN_BAD_ARGUMENT;
   // Copied before the node is emptied: the texts may be the file's own.
-  FileParts parts{copyText(name), copyText(fileName), copyText(contentType),
-                  copyBytes(data, length), length};
+  FileParts parts{.name = copyText(name),
+                  .fileName = copyText(fileName),
+                  .contentType = copyText(contentType),
+                  .data = copyBytes(data, length),
+                  .length = length};
   emptyNode(*node);
   fill(*node, std::move(parts));
   return TARN_OK;
@@ -100,7 +103,6 @@ TarnHandle FormFileList_getByIndex(TarnHandle *list, uint32_t index) {
   return FormFiles::handleAt(FormFiles::in(list), index);
 }
 
-// A fresh list has nothing to reserve in yet and stays without an array.
 void FormFileList_reserve(TarnHandle *list, uint32_t capacity) {
   FormFiles::reserve(FormFiles::in(list), capacity);
 }

@@ -9,15 +9,7 @@ namespace {
 
 constexpr std::string_view kBoundary = "boundary=";
 constexpr std::string_view kLineEnd = "\r\n";
-constexpr std::string_view kBlankLine = "\r\n\r\n";
-
-std::string_view upTo(std::string_view text, const char *end) {
-  return {text.data(), static_cast<size_t>(end - text.data())};
-}
-
-std::string_view after(std::string_view text, const char *start) {
-  return {start, static_cast<size_t>(text.data() + text.size() - start)};
-}
+constexpr std::string_view kHeadersEnd = "\r\n\r\n";
 
 // "--", the boundary and a line end. The boundary is the rest of the content type as it stands,
 // quotes and further parameters included: that is what has to be found in the body.
@@ -34,7 +26,7 @@ OwnedText makeDelimiter(const char *contentType) {
 OwnedText between(std::string_view text, std::string_view open, std::string_view close) {
   const char *found = find(text, open);
   if (!found) return nullptr;
-  const std::string_view rest = after(text, found + open.size());
+  const std::string_view rest = from(text, found + open.size());
   const char *end = find(rest, close);
   if (end == rest.data()) return nullptr;
   return copyText(end ? upTo(rest, end) : rest);
@@ -53,45 +45,39 @@ struct PartHeader {
 PartHeader parseHeader(std::string_view part) {
   const std::string_view text = textIn(part);
   PartHeader header{between(text, "name=\"", "\""), between(text, "filename=\"", "\""),
-                    between(text, "Content-Type: ", kBlankLine)};
+                    between(text, "Content-Type: ", kHeadersEnd)};
   if (header.fileName) header.fileName = unescape(header.fileName.get());
   return header;
-}
-
-// A file without field name or content type is in the list all the same, empty.
-void addFile(Node *files, PartHeader header, std::string_view value) {
-  OwnedText data = copyBytes(value.data(), value.size());
-  if (!data) return;
-  FormFiles::adopt(files, newFormFile({std::move(header.name), std::move(header.fileName),
-                                       std::move(header.contentType), std::move(data),
-                                       static_cast<uint32_t>(value.size())}));
-}
-
-// The list keeps a value as far as it is text, with the length that was sent.
-void addEntry(Node *entries, PartHeader header, std::string_view value) {
-  OwnedText text = copyText(textIn(value));
-  if (!text) return;
-  FormEntries::adopt(entries, newFormEntry(std::move(header.name), std::move(text),
-                                           static_cast<uint32_t>(value.size())));
 }
 
 }  // namespace
 
 const char *parsePart(FormLists lists, std::string_view part) {
-  const char *blankLine = find(part, kBlankLine);
-  if (!blankLine) return nullptr;
+  const char *headersEnd = find(part, kHeadersEnd);
+  if (!headersEnd) return nullptr;
   // The value is the first line of what follows; without a line end there is none. Scripts get the
   // first line of a text area, and a file up to its first line end, by this.
-  const std::string_view body = after(part, blankLine + kBlankLine.size());
+  const std::string_view body = from(part, headersEnd + kHeadersEnd.size());
   const char *lineEnd = find(body, kLineEnd);
   const std::string_view value = upTo(body, lineEnd ? lineEnd : body.data());
+  const auto length = static_cast<uint32_t>(value.size());
   PartHeader header = parseHeader(part);
-  if (header.fileName && *header.fileName) {
-    addFile(lists.files, std::move(header), value);
+  const bool isFile = header.fileName && *header.fileName;
+  // A field's value is kept as far as it is text, with the length that was sent.
+  OwnedText kept = isFile ? copyBytes(value.data(), length) : copyText(textIn(value));
+  if (!kept) return nullptr;
+  if (isFile) {
+    // Without field name or content type it is in the list all the same, empty.
+    FormFiles::adopt(lists.files, newFormFile({.name = std::move(header.name),
+                                               .fileName = std::move(header.fileName),
+                                               .contentType = std::move(header.contentType),
+                                               .data = std::move(kept),
+                                               .length = length}));
   } else {
-    addEntry(lists.entries, std::move(header), value);
+    FormEntries::adopt(lists.entries,
+                       newFormEntry(std::move(header.name), std::move(kept), length));
   }
-  return blankLine;
+  return headersEnd;
 }
 
 // The end is where no delimiter follows: the last part takes in the closing one, which nothing
@@ -102,7 +88,7 @@ void parseMultipart(FormLists lists, std::string_view body, const char *contentT
   const std::string_view mark = delimiter.get();
   const char *found = find(body, mark);
   while (found) {
-    const std::string_view rest = after(body, found + mark.size());
+    const std::string_view rest = from(body, found + mark.size());
     found = find(rest, mark);
     parsePart(lists, found ? upTo(rest, found) : rest);
   }

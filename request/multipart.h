@@ -16,8 +16,8 @@ struct FormLists {
 // Parses a body under its content type. Without "boundary=" there it has no parts.
 void parseMultipart(FormLists lists, std::string_view body, const char *contentType);
 
-// Parses what stands between two delimiters. Gives the place of the blank line after the headers;
-// null when the part was dropped.
+// Parses what stands between two delimiters. Gives the end of the last header line; null when the
+// part was dropped.
 const char *parsePart(FormLists lists, std::string_view part);
 
 }  // namespace tarn

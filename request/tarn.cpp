@@ -1,8 +1,8 @@
 #include <strings.h>
 
-#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
-#include "core/cgifb.h"
 #include "core/text.h"
 #include "request/cgi_env.h"
 #include "request/form_entry.h"
@@ -25,28 +25,27 @@ FormLists listsOf(const Node *request) {
 
 // A piece without "=" is dropped.
 void parsePair(Node *entries, std::string_view pair) {
-  const size_t equals = pair.find('=');
-  if (equals == std::string_view::npos) return;
-  OwnedText name = unescape({pair.data(), equals});
-  OwnedText value = unescape({pair.data() + equals + 1, pair.size() - equals - 1});
-  const auto length = static_cast<uint32_t>(value ? std::strlen(value.get()) : 0);
-  if (Node *entry = newFormEntry(std::move(name), std::move(value), length)) {
-    FormEntries::adopt(entries, entry);
-  }
+  std::string_view name;
+  std::string_view value;
+  if (!divide(pair, '=', name, value)) return;
+  OwnedText text = unescape(value);
+  const auto length = static_cast<uint32_t>(text ? std::strlen(text.get()) : 0);
+  FormEntries::adopt(entries, newFormEntry(unescape(name), std::move(text), length));
 }
 
 // Empty pieces stand before a leading "&" and between two; none follows a trailing one.
 void parsePairs(Node *entries, std::string_view text) {
   while (!text.empty()) {
-    const size_t ampersand = text.find('&');
-    const bool last = ampersand == std::string_view::npos;
-    parsePair(entries, {text.data(), last ? text.size() : ampersand});
-    text.remove_prefix(last ? text.size() : ampersand + 1);
+    std::string_view piece;
+    divide(text, '&', piece, text);
+    parsePair(entries, piece);
   }
 }
 
-// CONTENT_TYPE decides alone; scripts get a query string parsed as multipart by it.
-TarnStatus parseForm(const Node *request, const char *input, uint32_t length) {
+// CONTENT_TYPE decides alone; scripts get a query string parsed as multipart by it. URL-encoded
+// text ends at its first zero byte, whatever the length. Anything in the first slot is an
+// environment here.
+TarnStatus parseForm(const Node *request, const char *input, size_t length) {
   if (!input) return TARN_BAD_ARGUMENT;
   if (!request || !request->structs[kEnvironment]) return TARN_NO_ENVIRONMENT;
   const char *contentType = variable("CONTENT_TYPE");
@@ -59,33 +58,28 @@ TarnStatus parseForm(const Node *request, const char *input, uint32_t length) {
   return TARN_OK;
 }
 
-// A POST has a body or nothing; its query string is not looked at.
-TarnStatus parseRequest(const Node *request, const Node *environment) {
-  if (compareTexts(variable("REQUEST_METHOD"), "post") != 0) {
-    const char *query = variable("QUERY_STRING");
-    return parseForm(request, query, static_cast<uint32_t>(std::strlen(query)));
-  }
-  const Node *body = environment ? bodyOf(*environment) : nullptr;
-  if (!body) return TARN_OK;
-  const Bytes bytes = bytesOf(*body);
-  return parseForm(request, bytes.data, bytes.count);
+// A POST has its body or nothing; its query string is not looked at. Of a body that is shorter than
+// CONTENT_LENGTH only what arrived is parsed: nothing can be found in the zeros after it.
+TarnStatus parseRequest(const Node *request, std::string_view body) {
+  if (isPost()) return body.data() ? parseForm(request, body.data(), body.size()) : TARN_OK;
+  const char *query = variable("QUERY_STRING");
+  return parseForm(request, query, std::strlen(query));
 }
 
-TarnStatus takeInRequest(TarnHandle *handle) {
+// Without memory for the request the environment is read all the same, and its parse finds none.
+TarnStatus takeIn(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
   Node *request = newNode(TARN_REQUEST_MAGIC);
   *handle = handleOf(request);
-  TarnStatus ignored;
-  Node *environment = newEnvironment(ignored);
-  if (!request) {
-    const TarnStatus status = parseRequest(nullptr, environment);
-    destroyEnvironment(environment);
-    return status;
+  const Capture capture = captureEnvironment();
+  if (request) {
+    setChild(*request, kEnvironment, capture.environment);
+    setChild(*request, kEntries, FormEntries::create());
+    setChild(*request, kFiles, FormFiles::create());
+  } else {
+    destroyEnvironment(capture.environment);
   }
-  setChild(*request, kEnvironment, environment);
-  setChild(*request, kEntries, FormEntries::newList());
-  setChild(*request, kFiles, FormFiles::newList());
-  return parseRequest(request, environment);
+  return parseRequest(request, capture.input);
 }
 
 template <class List>
@@ -103,7 +97,7 @@ TarnHandle firstNamed(const Node *list, const char *(*nameOf)(const Node &), con
 using namespace tarn;
 
 TarnStatus Tarn_new(TarnHandle *handle) {
-  const TarnStatus status = takeInRequest(handle);
+  const TarnStatus status = takeIn(handle);
   // A trace that goes nowhere; programs that watch their allocations see it come and go.
   char *trace = nullptr;
   tarn_asprintf(&trace, "exiting Tarn_new with ret = %d", static_cast<int>(status));
@@ -115,12 +109,10 @@ TarnStatus Tarn_delete(TarnHandle *handle) {
   Node *request = requestIn(handle);
   if (!request) return TARN_WRONG_TYPE;
   *handle = 0;
-  TarnHandle environment = take(request->structs[kEnvironment]);
-  TarnHandle entries = take(request->structs[kEntries]);
-  TarnHandle files = take(request->structs[kFiles]);
-  CgiEnv_delete(&environment);
-  FormEntryList_delete(&entries);
-  FormFileList_delete(&files);
+  // Each leaves its slot empty, or untouched when something else stands there, which is the node's.
+  CgiEnv_delete(&request->structs[kEnvironment]);
+  FormEntryList_delete(&request->structs[kEntries]);
+  FormFileList_delete(&request->structs[kFiles]);
   destroyNode(request);
   return TARN_OK;
 }
@@ -185,7 +177,7 @@ void Tarn_parsePair(TarnHandle *handle, char *pair) {
 void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t length) {
   if (!part) return;
   const std::string_view bytes(reinterpret_cast<const char *>(part), length);
-  const char *blankLine = parsePart(listsOf(requestIn(handle)), bytes);
-  // Scripts see their part end after its last header line.
-  if (blankLine) *const_cast<char *>(blankLine) = '\0';
+  const char *headersEnd = parsePart(listsOf(requestIn(handle)), bytes);
+  // Scripts see their part end with its last header line.
+  if (headersEnd) *const_cast<char *>(headersEnd) = '\0';
 }

@@ -153,7 +153,7 @@ TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie) 
   if (node->structs[kCookies]) return Cookies::add(&node->structs[kCookies], cookie);
   // The first cookie of a header without a list is lost: the header gets an empty list, and scripts
   // that know it add their first cookie twice.
-  setChild(*node, kCookies, Cookies::newList());
+  setChild(*node, kCookies, Cookies::create());
   return node->structs[kCookies] ? TARN_OK : TARN_WRONG_TYPE;
 }
 
