@@ -1,0 +1,167 @@
+/* form-echo: shows what a request brought, as a page; as lines for a terminal when the client asks
+ * for text/plain first (curl -H 'Accept: text/plain' ...).
+ *
+ *   cc -std=c99 -o form-echo form-echo.c -ltarn
+ */
+#include <stdio.h>
+#include <string.h>
+#include <tarn.h>
+
+static const struct {
+  const char *name;
+  const char *(*get)(TarnHandle *);
+} variables[] = {
+    {"REQUEST_METHOD", CgiEnv_getRequestMethod},
+    {"SCRIPT_NAME", CgiEnv_getScriptName},
+    {"PATH_INFO", CgiEnv_getPathInfo},
+    {"PATH_TRANSLATED", CgiEnv_getPathTranslated},
+    {"QUERY_STRING", CgiEnv_getQueryString},
+    {"CONTENT_TYPE", CgiEnv_getContentType},
+    {"HTTP_COOKIE", CgiEnv_getCookies},
+    {"HTTP_ACCEPT", CgiEnv_getAccept},
+    {"HTTP_USER_AGENT", CgiEnv_getUserAgent},
+    {"HTTP_REFERER", CgiEnv_getReferrer},
+    {"REMOTE_ADDR", CgiEnv_getRemoteAddr},
+    {"REMOTE_HOST", CgiEnv_getRemoteHost},
+    {"REMOTE_USER", CgiEnv_getRemoteUser},
+    {"REMOTE_IDENT", CgiEnv_getRemoteIdent},
+    {"AUTH_TYPE", CgiEnv_getAuthType},
+    {"REDIRECT_REQUEST", CgiEnv_getRedirectRequest},
+    {"REDIRECT_URL", CgiEnv_getRedirectURL},
+    {"REDIRECT_STATUS", CgiEnv_getRedirectStatus},
+    {"GATEWAY_INTERFACE", CgiEnv_getGatewayInterface},
+    {"SERVER_NAME", CgiEnv_getServerName},
+    {"SERVER_PROTOCOL", CgiEnv_getServerProtocol},
+    {"SERVER_SOFTWARE", CgiEnv_getServerSoftware},
+};
+
+static int plain;
+
+/* Whatever came with the request goes through here: it cannot leave its table cell or its line. */
+static void put(const char *text) {
+  for (text = text ? text : "(none)"; *text; text++) {
+    const unsigned char c = (unsigned char)*text;
+    const int control = c < ' ' || c == 127;
+    if (plain && (control || c == '\\')) {
+      printf("\\x%02x", c);
+    } else if (!plain && control && !strchr("\t\n\r", c)) {
+      fputs("&#xFFFD;", stdout);
+    } else if (!plain && strchr("&<>\"'", c)) {
+      printf("&#%d;", c);
+    } else {
+      putchar(c);
+    }
+  }
+}
+
+static void beginSection(const char *title, int rows) {
+  if (plain) {
+    printf("%s%s\n", title, rows ? "" : ": none");
+  } else {
+    printf("<h2>%s</h2>\n%s\n", title, rows ? "<table>" : "<p>None.</p>");
+  }
+}
+
+static void endSection(int rows) {
+  if (!plain && rows) puts("</table>");
+}
+
+static void beginRow(const char *name) {
+  fputs(plain ? "  " : "<tr><th scope=\"row\">", stdout);
+  put(name);
+  fputs(plain ? " = " : "</th><td>", stdout);
+}
+
+static void endRow(void) { puts(plain ? "" : "</td></tr>"); }
+
+static void showEntries(TarnHandle *request) {
+  TarnHandle entries = CGIgs_getStruct(request, 1, TARN_REQUEST_MAGIC);
+  const int count = FormEntryList_getCount(&entries);
+  beginSection("Entries", count);
+  for (int i = 0; i < count; i++) {
+    TarnHandle entry = FormEntryList_getByIndex(&entries, (uint32_t)i);
+    const char *value = CGIgs_getString(&entry, 1, TARN_FORM_ENTRY_MAGIC);
+    const uint32_t length = CGIgs_getInt(&entry, 0, TARN_FORM_ENTRY_MAGIC);
+    beginRow(CGIgs_getString(&entry, 0, TARN_FORM_ENTRY_MAGIC));
+    put(value);
+    if (value && strlen(value) < length) printf(" (cut at a zero byte; %u bytes)", length);
+    endRow();
+  }
+  endSection(count);
+}
+
+static void showFiles(TarnHandle *request) {
+  TarnHandle files = CGIgs_getStruct(request, 2, TARN_REQUEST_MAGIC);
+  const int count = FormFileList_getCount(&files);
+  beginSection("Files", count);
+  for (int i = 0; i < count; i++) {
+    TarnHandle file = FormFileList_getByIndex(&files, (uint32_t)i);
+    beginRow(CGIgs_getString(&file, 0, TARN_FORM_FILE_MAGIC));
+    put(CGIgs_getString(&file, 1, TARN_FORM_FILE_MAGIC));
+    fputs(", ", stdout);
+    put(CGIgs_getString(&file, 2, TARN_FORM_FILE_MAGIC));
+    printf(", %u bytes", FormFile_getDataLength(&file));
+    endRow();
+  }
+  endSection(count);
+}
+
+static void showCookies(TarnHandle *environment) {
+  TarnHandle cookies = CGIgs_getStruct(environment, 1, TARN_ENVIRONMENT_MAGIC);
+  const int count = HTTPCookieList_getCount(&cookies);
+  beginSection("Cookies", count);
+  for (int i = 0; i < count; i++) {
+    TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, (uint32_t)i);
+    beginRow(CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC));
+    put(CGIgs_getString(&cookie, 1, TARN_COOKIE_MAGIC));
+    endRow();
+  }
+  endSection(count);
+}
+
+static void showVariables(TarnHandle *environment) {
+  beginSection("Variables that are set", 1);
+  for (size_t i = 0; i < sizeof variables / sizeof variables[0]; i++) {
+    const char *value = variables[i].get(environment);
+    if (!*value) continue;
+    beginRow(variables[i].name);
+    put(value);
+    endRow();
+  }
+  beginRow("CONTENT_LENGTH");
+  printf("%d", CgiEnv_getContentLength(environment));
+  endRow();
+  beginRow("SERVER_PORT");
+  printf("%d", CgiEnv_getServerPort(environment));
+  endRow();
+  endSection(1);
+}
+
+int main(void) {
+  TarnHandle request = 0;
+  if (Tarn_new(&request) != TARN_OK) {
+    puts("Status: 500 Internal Server Error\nContent-Type: text/plain\n\nThe form cannot be read.");
+    return 1;
+  }
+  TarnHandle environment = CGIgs_getStruct(&request, 0, TARN_REQUEST_MAGIC);
+  plain = strncmp(CgiEnv_getAccept(&environment), "text/plain", 10) == 0;
+  printf("Content-Type: text/%s; charset=utf-8\nX-Content-Type-Options: nosniff\n\n",
+         plain ? "plain" : "html");
+  if (strcmp(CgiEnv_getRequestMethod(&environment), "HEAD") != 0) {
+    if (!plain) {
+      puts(
+          "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+          "<title>Form echo</title>\n"
+          "<style>th { text-align: left } td { white-space: pre-wrap }</style>\n"
+          "</head>\n<body>\n<h1>What this request brought</h1>");
+    }
+    showEntries(&request);
+    showFiles(&request);
+    showCookies(&environment);
+    showVariables(&environment);
+    if (!plain) puts("</body>\n</html>");
+  }
+  Tarn_delete(&request);
+  return fflush(stdout) == 0 ? 0 : 1;
+}
