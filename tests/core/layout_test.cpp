@@ -1,0 +1,47 @@
+// Debuggers and tools read nodes and lists by the order of their fields.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+
+#include "core/cgigs.h"
+
+namespace tarn {
+namespace {
+
+constexpr size_t kWord = sizeof(uintptr_t);
+
+constexpr size_t aligned(size_t offset) { return (offset + kWord - 1) / kWord * kWord; }
+
+TEST(NodeLayout, HasTheFieldsInTheOrderOfTheInterface) {
+  EXPECT_EQ(0U, offsetof(Node, magic));
+  EXPECT_EQ(kWord, offsetof(Node, lists));
+  EXPECT_EQ(offsetof(Node, lists) + 2 * kWord, offsetof(Node, structs));
+  EXPECT_EQ(offsetof(Node, structs) + 3 * kWord, offsetof(Node, childMagics));
+  EXPECT_EQ(aligned(offsetof(Node, childMagics) + 3 * 4), offsetof(Node, strings));
+  EXPECT_EQ(offsetof(Node, strings) + 8 * kWord, offsetof(Node, ints));
+  EXPECT_EQ(offsetof(Node, ints) + 3 * 4, offsetof(Node, doubleValue));
+  EXPECT_EQ(aligned(offsetof(Node, doubleValue) + 4), offsetof(Node, fixed));
+  EXPECT_EQ(offsetof(Node, fixed) + kWord, sizeof(Node));
+}
+
+TEST(GenericListLayout, HasTheFieldsInTheOrderOfTheInterface) {
+  EXPECT_EQ(0U, offsetof(GenericList, magic));
+  EXPECT_EQ(4U, offsetof(GenericList, count));
+  EXPECT_EQ(8U, offsetof(GenericList, capacity));
+  EXPECT_EQ(aligned(12), offsetof(GenericList, data));
+}
+
+// What CGIgs_new() makes under the list's tag is taken for a list by the list's operations. It is
+// large enough for that and, being all zeros, an empty one.
+TEST(GenericListLayout, FitsIntoANodeThatCarriesItsTag) {
+  ASSERT_LE(sizeof(GenericList), sizeof(Node));
+  TarnHandle handle = 0;
+  ASSERT_EQ(TARN_OK, CGIgs_new(&handle, TARN_GENERIC_LIST_MAGIC));
+  EXPECT_EQ(TARN_OK, TARNGenericList_addDatum(&handle, 7));
+  EXPECT_EQ(7U, TARNGenericList_getByIndex(&handle, 0));
+  EXPECT_EQ(TARN_OK, TARNGenericList_delete(&handle));
+  EXPECT_EQ(0U, handle);
+}
+
+}  // namespace
+}  // namespace tarn

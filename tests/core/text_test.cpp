@@ -1,0 +1,791 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <tarn.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/handles.h"
+#include "support/script.h"
+
+namespace {
+
+using tarn_test::asScript;
+using tarn_test::kSanitized;
+using tarn_test::Node;
+using tarn_test::taken;
+using TextWithoutMemory = tarn_test::WithoutMemory;
+
+// ---- Formatted allocation -----------------------------------------------------------------------
+
+TEST(Asprintf, FormatsIntoANewBlockAndAnswersTheLength) {
+  char *out = nullptr;
+  EXPECT_EQ(3, tarn_asprintf(&out, "%d-%s", 7, "x"));
+  EXPECT_EQ("7-x", taken(out));
+}
+
+TEST(Asprintf, NothingFormattedIsAnEmptyTextOfItsOwn) {
+  char before[] = "before";
+  char *out = before;
+  EXPECT_EQ(0, tarn_asprintf(&out, "%s", ""));
+  EXPECT_NE(before, out);
+  EXPECT_EQ("", taken(out));
+}
+
+TEST(Asprintf, TakesTextOfAnyLength) {
+  const std::string text(1 << 20, 'a');
+  char *out = nullptr;
+  EXPECT_EQ((1 << 20) + 2, tarn_asprintf(&out, "<%s>", text.c_str()));
+  EXPECT_EQ('<' + text + '>', taken(out));
+}
+
+TEST(Asprintf, KnowsEveryConversionOfPrintf) {
+  char *out = nullptr;
+  EXPECT_EQ(35, tarn_asprintf(&out, "%5d|%-4s|%08.3f|%x|%c|%ld|%%", 42, "ab", 3.14159, 255, 'z',
+                              -1234567L));
+  EXPECT_EQ("   42|ab  |0003.142|ff|z|-1234567|%", std::string(out));
+  std::free(out);
+}
+
+TEST(Asprintf, CountsAZeroByteThatItFormats) {
+  char *out = nullptr;
+  ASSERT_EQ(3, tarn_asprintf(&out, "a%cb", 0));
+  EXPECT_EQ(0, std::memcmp("a\0b", out, 4));
+  std::free(out);
+}
+
+TEST(Asprintf, WithoutAFormatMakesNoText) {
+  const char *format = nullptr;
+  char before[] = "before";
+  char *out = before;
+  EXPECT_EQ(0, tarn_asprintf(&out, format, 1));
+  EXPECT_EQ(nullptr, out);
+}
+
+TEST(Asprintf, WhatCannotBeFormattedMakesNoText) {
+  // In the C locale no byte stands for this character.
+  const wchar_t euro[] = L"\x20ac";
+  char before[] = "before";
+  char *out = before;
+  EXPECT_EQ(0, tarn_asprintf(&out, "%ls", euro));
+  EXPECT_EQ(nullptr, out);
+}
+
+TEST(Asprintf, WithoutAPlaceForTheTextAnswersItsLength) {
+  const char *format = nullptr;
+  EXPECT_EQ(4, tarn_asprintf(nullptr, "%d-%s", 42, "x"));
+  EXPECT_EQ(0, tarn_asprintf(nullptr, format, 1));
+}
+
+[[gnu::format(printf, 2, 3)]] int throughVasprintf(char **out, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int length = tarn_vasprintf(out, format, args);
+  va_end(args);
+  return length;
+}
+
+TEST(Vasprintf, FormatsAnArgumentList) {
+  char *out = nullptr;
+  EXPECT_EQ(14, throughVasprintf(&out, "%s=%d;%.2f;%c", "name", 12, 0.125, 'c'));
+  EXPECT_STREQ("name=12;0.12;c", out);
+  std::free(out);
+}
+
+TEST(Vasprintf, WithoutAFormatMakesNoText) {
+  const char *format = nullptr;
+  char before[] = "before";
+  char *out = before;
+  EXPECT_EQ(0, throughVasprintf(&out, format, 1));
+  EXPECT_EQ(nullptr, out);
+}
+
+// ---- The environment ----------------------------------------------------------------------------
+
+TEST(SafeGetenv, LendsTheValueThatTheEnvironmentHolds) {
+  asScript({{"TARN_COLOUR", "green"}}, "", [] {
+    EXPECT_STREQ("green", safeGetenv("TARN_COLOUR"));
+    EXPECT_EQ(std::getenv("TARN_COLOUR"), safeGetenv("TARN_COLOUR"));
+  });
+}
+
+TEST(SafeGetenv, AnUnsetVariableIsAnEmptyText) {
+  asScript({{"TARN_COLOUR", "green"}, {"TARN_EMPTY", ""}}, "", [] {
+    EXPECT_STREQ("", safeGetenv("TARN_COLOR"));
+    EXPECT_STREQ("", safeGetenv("tarn_colour"));
+    EXPECT_STREQ("", safeGetenv("TARN_EMPTY"));
+    EXPECT_STREQ("", safeGetenv(""));
+  });
+}
+
+TEST(SafeGetenv, ANullNameIsAnEmptyText) { EXPECT_STREQ("", safeGetenv(nullptr)); }
+
+// ---- Comparing ----------------------------------------------------------------------------------
+
+TEST(StringsAreEqual, ZeroMeansEqualInAnyCase) {
+  EXPECT_EQ(0, stringsAreEqual("Abc", "aBC"));
+  EXPECT_EQ(0, stringsAreEqual("", ""));
+  EXPECT_NE(0, stringsAreEqual("Abc", "Abd"));
+}
+
+TEST(StringsAreEqual, TheSignOrdersTheTexts) {
+  EXPECT_LT(stringsAreEqual("a", "B"), 0);
+  EXPECT_GT(stringsAreEqual("b", "A"), 0);
+  EXPECT_LT(stringsAreEqual("ab", "abc"), 0);
+  EXPECT_GT(stringsAreEqual("abc", "AB"), 0);
+  EXPECT_LT(stringsAreEqual("", "a"), 0);
+  // Letters are taken as small ones, so "_" sorts before "A"; bytes are never negative.
+  EXPECT_GT(stringsAreEqual("A", "_"), 0);
+  EXPECT_GT(stringsAreEqual("\xe4", "z"), 0);
+}
+
+TEST(StringsAreEqual, OnlyAsciiLettersHaveCases) {
+  EXPECT_NE(0, stringsAreEqual("\xc4", "\xe4"));
+  EXPECT_NE(0, stringsAreEqual("[", "{"));
+  EXPECT_NE(0, stringsAreEqual("@", "`"));
+}
+
+TEST(StringsAreEqual, NullSortsBeforeAnyText) {
+  EXPECT_EQ(0, stringsAreEqual(nullptr, nullptr));
+  EXPECT_EQ(-1, stringsAreEqual(nullptr, "text"));
+  EXPECT_EQ(-1, stringsAreEqual(nullptr, ""));
+  EXPECT_EQ(1, stringsAreEqual("text", nullptr));
+  EXPECT_EQ(1, stringsAreEqual("", nullptr));
+}
+
+TEST(NStringsAreEqual, LooksAtNoMoreThanNBytes) {
+  EXPECT_EQ(0, nStringsAreEqual("Multipart/x", "multipart/Y", 10));
+  EXPECT_GT(0, nStringsAreEqual("Multipart/x", "multipart/Y", 11));
+  EXPECT_LT(0, nStringsAreEqual("multipart/Y", "Multipart/x", 11));
+  EXPECT_EQ(0, nStringsAreEqual("a", "b", 0));
+  const char unended[] = {'a', 'b', 'c'};
+  EXPECT_EQ(0, nStringsAreEqual(unended, "ABCD", 3));
+}
+
+TEST(NStringsAreEqual, EndsWithTheTexts) {
+  EXPECT_EQ(0, nStringsAreEqual("Abc", "aBC", UINT32_MAX));
+  EXPECT_LT(nStringsAreEqual("ab", "abc", UINT32_MAX), 0);
+  EXPECT_GT(nStringsAreEqual("abc", "ab", 3), 0);
+}
+
+TEST(NStringsAreEqual, NullSortsBeforeAnyTextWhateverN) {
+  for (const uint32_t n : {0u, 1u, UINT32_MAX}) {
+    EXPECT_EQ(0, nStringsAreEqual(nullptr, nullptr, n));
+    EXPECT_EQ(-1, nStringsAreEqual(nullptr, "text", n));
+    EXPECT_EQ(1, nStringsAreEqual("text", nullptr, n));
+  }
+}
+
+// ---- URL decoding -------------------------------------------------------------------------------
+
+TEST(HexToChar, ReadsTwoDigitsInEitherCase) {
+  EXPECT_EQ(65, hexToChar('4', '1'));
+  EXPECT_EQ(255, hexToChar('f', 'F'));
+  EXPECT_EQ(0, hexToChar('0', '0'));
+  EXPECT_EQ(0xa9, hexToChar('A', '9'));
+}
+
+TEST(HexToChar, ReadsAnyPairOfBytesByTheSameArithmetic) {
+  // From "A" up a byte is a letter: small letters stand 32 above their capitals.
+  const auto digit = [](int byte) {
+    if (byte < 'A') return byte - '0';
+    const bool small = byte / 32 % 2 == 1;
+    return (small ? byte - 32 : byte) - 'A' + 10;
+  };
+  for (int high = 0; high < 256; ++high) {
+    for (int low = 0; low < 256; ++low) {
+      const int expected = ((digit(high) * 16 + digit(low)) % 256 + 256) % 256;
+      ASSERT_EQ(expected, hexToChar(static_cast<char>(high), static_cast<char>(low)))
+          << high << ' ' << low;
+    }
+  }
+}
+
+TEST(Unescape, DecodesPlusAndPercent) {
+  EXPECT_EQ("a b/cA", taken(unescapeString("a+b%2Fc%41")));
+  EXPECT_EQ(" +%", taken(unescapeString("+%2b%25")));
+  EXPECT_EQ("", taken(unescapeString("")));
+}
+
+TEST(Unescape, CopiesEveryOtherByte) {
+  std::string text;
+  for (int byte = 1; byte < 256; ++byte) {
+    if (byte != '+' && byte != '%') text += static_cast<char>(byte);
+  }
+  EXPECT_EQ(text, taken(unescapeString(text.c_str())));
+}
+
+TEST(Unescape, DecodesEveryByteFromItsTwoDigits) {
+  std::string escaped;
+  std::string expected;
+  for (int byte = 1; byte < 256; ++byte) {
+    char digits[4];
+    std::snprintf(digits, sizeof digits, byte % 2 == 0 ? "%%%02x" : "%%%02X",
+                  static_cast<unsigned>(byte));
+    escaped += digits;
+    expected += static_cast<char>(byte);
+  }
+  EXPECT_EQ(expected, taken(unescapeString(escaped.c_str())));
+}
+
+TEST(Unescape, GivesNullForNull) { EXPECT_EQ(nullptr, unescapeString(nullptr)); }
+
+TEST(Unescape, LeavesItsInputAsItIs) {
+  char text[] = "a+b%41";
+  char *const decoded = unescapeString(text);
+  EXPECT_NE(text, decoded);
+  EXPECT_STREQ("a+b%41", text);
+  std::free(decoded);
+}
+
+TEST(Unescape, ADecodedZeroByteEndsTheText) {
+  EXPECT_EQ("a", taken(unescapeString("a%00b")));
+  EXPECT_EQ("", taken(unescapeString("%00")));
+}
+
+TEST(Unescape, DigitsAreNotChecked) {
+  EXPECT_EQ("S", taken(unescapeString("%zz")));
+  EXPECT_EQ("T1", taken(unescapeString("%%41")));
+  EXPECT_EQ("\xb1", taken(unescapeString("%+1")));
+}
+
+TEST(Unescape, DigitsMissingAtTheEndCountAsZeroBytesAndTheTextEnds) {
+  // Each text stands at the end of its block, where reading on would be noticed.
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"%", "\xd0"},  {"ab%", "ab\xd0"}, {"%4", "\x10"},   {"ab%4", "ab\x10"},
+      {"ab%3", "ab"}, {"%a", "p"},       {"%41%", "A\xd0"}};
+  for (const auto &[text, expected] : cases) {
+    const auto block = std::make_unique<char[]>(text.size() + 1);
+    std::memcpy(block.get(), text.c_str(), text.size() + 1);
+    EXPECT_EQ(expected, taken(unescapeString(block.get()))) << text;
+  }
+}
+
+TEST(Unescape, NothingBehindTheEndOfATextIsReadAsDigits) {
+  EXPECT_EQ("k\xd0", taken(unescapeString("k%\0004141")));
+  EXPECT_EQ("k\x10", taken(unescapeString("k%4\0004141")));
+}
+
+TEST(Unescape, TakesLongText) {
+  std::string escaped;
+  for (int i = 0; i < 100000; ++i) escaped += "%41+";
+  const std::string decoded = taken(unescapeString(escaped.c_str()));
+  ASSERT_EQ(200000u, decoded.size());
+  for (size_t i = 0; i < decoded.size(); ++i) ASSERT_EQ(i % 2 == 0 ? 'A' : ' ', decoded[i]);
+}
+
+// ---- The shell ----------------------------------------------------------------------------------
+
+// Runs `action` with standard output, the shell's included, going to a file; gives what was
+// written.
+std::string outputOf(const std::function<void()> &action) {
+  std::FILE *const file = std::tmpfile();
+  const int terminal = dup(STDOUT_FILENO);
+  dup2(fileno(file), STDOUT_FILENO);
+  action();
+  dup2(terminal, STDOUT_FILENO);
+  close(terminal);
+  std::rewind(file);
+  std::string output;
+  for (int c = std::getc(file); c != EOF; c = std::getc(file)) output += static_cast<char>(c);
+  std::fclose(file);
+  return output;
+}
+
+const tarn_test::Variables kShell = {{"PATH", "/usr/local/bin:/usr/bin:/bin"}};
+
+// The command line as the shell got it for `text`: a command makes the shell show its own argument,
+// and `text` stands in a comment behind it.
+std::string seenByTheShell(const std::string &text) {
+  const std::string command = "cat /proc/$$/cmdline && true #";
+  std::string arguments = outputOf([&] { saferSystem((command + text).c_str()); });
+  if (!arguments.empty()) arguments.pop_back();
+  const size_t start = arguments.rfind('\0') + 1;
+  EXPECT_EQ(command, arguments.substr(start, command.size()));
+  return arguments.substr(start + command.size());
+}
+
+TEST(SaferSystem, HandsTheShellABackslashBeforeEachSeparator) {
+  asScript(kShell, "", [] {
+    EXPECT_EQ("ls\\;rm x\\|y", seenByTheShell("ls;rm x|y"));
+    EXPECT_EQ("a \\<b \\>c \\;\\|\\<\\>", seenByTheShell("a <b >c ;|<>"));
+    EXPECT_EQ("\\;", seenByTheShell(";"));
+  });
+}
+
+TEST(SaferSystem, EscapesNothingElse) {
+  const std::string text = "'a' \"b\" & $c `d` (e) \\ * ? [f] {g} ~ ! # \t %h \x80\xff";
+  asScript(kShell, "", [&] { EXPECT_EQ(text, seenByTheShell(text)); });
+}
+
+TEST(SaferSystem, EscapesASeparatorThatIsEscapedAlreadyOnceMore) {
+  asScript(kShell, "", [] {
+    EXPECT_EQ("a\\\\;b", seenByTheShell("a\\;b"));
+    // The shell now sees a backslash and then a separator that is one.
+    EXPECT_EQ("a\\b", outputOf([] { saferSystem("printf '%s' a\\;printf b"); }));
+  });
+}
+
+TEST(SaferSystem, EscapesThousandsOfSeparators) {
+  std::string text;
+  std::string expected;
+  for (int i = 0; i < 10000; ++i) {
+    text += ";<x";
+    expected += "\\;\\<x";
+  }
+  asScript(kShell, "", [&] { EXPECT_EQ(expected, seenByTheShell(text)); });
+}
+
+TEST(SaferSystem, TheShellTakesSeparatorsAsText) {
+  asScript(kShell, "", [] {
+    EXPECT_EQ("[a;echo][b][|][c]", outputOf([] { saferSystem("printf '[%s]' a;echo b | c"); }));
+    EXPECT_EQ("[x][>][/dev/null]", outputOf([] { saferSystem("printf '[%s]' x > /dev/null"); }));
+    EXPECT_EQ("[x][<][/dev/null]", outputOf([] { saferSystem("printf '[%s]' x < /dev/null"); }));
+  });
+}
+
+TEST(SaferSystem, BackslashesShowInsideTheShellsQuotes) {
+  asScript(kShell, "",
+           [] { EXPECT_EQ("a\\;b", outputOf([] { saferSystem("printf '%s' 'a;b'"); })); });
+}
+
+TEST(SaferSystem, AmpersandsVariablesBackquotesAndNewlinesStillWork) {
+  asScript({{"PATH", "/usr/bin:/bin"}, {"TARN_NAME", "value"}}, "", [] {
+    EXPECT_EQ("1value23", outputOf([] {
+                saferSystem("printf 1 && printf $TARN_NAME\nprintf `printf 2`\nprintf \"3\"");
+              }));
+  });
+}
+
+TEST(SaferSystem, AnswersWhatSystemAnswers) {
+  asScript(kShell, "", [] {
+    EXPECT_EQ(0, saferSystem("true"));
+    EXPECT_EQ(0, saferSystem(""));
+    const int status = saferSystem("exit 3");
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(3, WEXITSTATUS(status));
+  });
+}
+
+TEST(SaferSystem, RefusesNull) { EXPECT_EQ(-1, saferSystem(nullptr)); }
+
+// ---- Searching bytes ----------------------------------------------------------------------------
+
+TEST(Memfind, GivesTheAddressOfTheFirstOccurrence) {
+  const char text[] = "abcdabcd";
+  EXPECT_EQ(text + 2, memfind(text, 4, "cd", 2));
+  EXPECT_EQ(text + 2, memfind(text, 8, "cd", 2));
+  EXPECT_EQ(text, memfind(text, 8, "abcd", 4));
+  EXPECT_EQ(text, memfind(text, 8, text, 8));
+  EXPECT_EQ(text + 7, memfind(text + 4, 4, "d", 1));
+}
+
+TEST(Memfind, GivesNullWhenTheBytesAreNotThere) {
+  EXPECT_EQ(nullptr, memfind("abcd", 4, "abcde", 5));
+  EXPECT_EQ(nullptr, memfind("abcd", 4, "ce", 2));
+  EXPECT_EQ(nullptr, memfind("abcd", 3, "cd", 2));
+  EXPECT_EQ(nullptr, memfind("abcd", 4, "CD", 2));
+  EXPECT_EQ(nullptr, memfind("abcd", 0, "a", 1));
+}
+
+TEST(Memfind, AnEmptyNeedleIsFoundAtTheStart) {
+  const char text[] = "abcd";
+  EXPECT_EQ(text, memfind(text, 4, "", 0));
+  EXPECT_EQ(text, memfind(text, 0, "x", 0));
+}
+
+TEST(Memfind, GivesNullForNull) {
+  EXPECT_EQ(nullptr, memfind(nullptr, 4, "a", 1));
+  EXPECT_EQ(nullptr, memfind("abcd", 4, nullptr, 1));
+  EXPECT_EQ(nullptr, memfind("abcd", 4, nullptr, 0));
+  EXPECT_EQ(nullptr, memfind(nullptr, 0, nullptr, 0));
+}
+
+TEST(Memfind, AFalseStartDoesNotHideAMatch) {
+  const char text[] = "aaabaaab\r\n\r\r\nx";
+  EXPECT_EQ(text + 1, memfind(text, 14, "aab", 3));
+  EXPECT_EQ(text + 10, memfind(text, 14, "\r\r\nx", 4));
+}
+
+TEST(Memfind, ZeroesAndBytesAbove127AreBytesLikeAnyOther) {
+  const char data[] = {'a', '\0', '\xff', '\0', '\xfe', '\0', '\xff', '\x01'};
+  EXPECT_EQ(data + 1, memfind(data, 8, "\0\xff", 2));
+  EXPECT_EQ(data + 3, memfind(data, 8, "\0\xfe\0", 3));
+  EXPECT_EQ(data + 5, memfind(data, 8, "\0\xff\x01", 3));
+  EXPECT_EQ(nullptr, memfind(data, 8, "\xfe\xff", 2));
+}
+
+TEST(Memfind, AgreesWithASearchAtEveryOffset) {
+  // Every needle of up to five bytes from a two-letter alphabet, in a text made of the same.
+  std::string text;
+  for (uint32_t i = 0; i < 64; ++i) text += (i * i / 3 + i / 5) % 2 == 0 ? 'a' : 'b';
+  for (uint32_t length = 1; length <= 5; ++length) {
+    for (uint32_t bits = 0; bits < 1u << length; ++bits) {
+      std::string needle;
+      for (uint32_t i = 0; i < length; ++i) needle += (bits >> i) % 2 == 0 ? 'a' : 'b';
+      const size_t at = text.find(needle);
+      const char *const expected = at == std::string::npos ? nullptr : text.data() + at;
+      EXPECT_EQ(expected, memfind(text.data(), 64, needle.data(), length)) << needle;
+    }
+  }
+}
+
+TEST(Memfind, RepeatedBytesDoNotMakeTheSearchBackUp) {
+  const std::string text(2 << 20, 'a');
+  std::string needle(1 << 20, 'a');
+  needle += 'b';
+  const std::clock_t start = std::clock();
+  EXPECT_EQ(nullptr, memfind(text.data(), 2 << 20, needle.data(), (1 << 20) + 1));
+  EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
+}
+
+// ---- Cutting out between delimiters -------------------------------------------------------------
+
+// The buffer's bytes; the zero byte after them is checked on the way.
+std::string bytesOf(TarnHandle *buffer) {
+  EXPECT_EQ(1u, CGIgs_IsA(buffer, TARN_BYTE_BUFFER_MAGIC));
+  const uint32_t length = CGIgs_getInt(buffer, 0, TARN_BYTE_BUFFER_MAGIC);
+  const auto *data = reinterpret_cast<const char *>(CGIgs_getFixed(buffer, TARN_BYTE_BUFFER_MAGIC));
+  EXPECT_EQ(length == 0, data == nullptr);
+  if (data == nullptr) return {};
+  EXPECT_EQ('\0', data[length]);
+  return {data, length};
+}
+
+// The bytes of a buffer just made, which is deleted.
+std::string taken(TarnHandle made) {
+  Node buffer;
+  buffer.adopt(made);
+  return bytesOf(buffer);
+}
+
+// The data stands in a block that goes on behind it: a close is looked for there too.
+std::string between(std::string data, uint32_t length, const char *open, const char *close) {
+  data.resize(data.size() + length);
+  return taken(extractBetween(data.data(), length, open, close));
+}
+
+std::string between(std::string data, uint32_t length, const char *delimiter) {
+  data.resize(data.size() + length);
+  return taken(extractBetween1(data.data(), length, delimiter));
+}
+
+TEST(ExtractBetween, MakesABufferOfTheBytesBetweenTheDelimiters) {
+  EXPECT_EQ("x", between("[x]", 3, "[", "]"));
+  EXPECT_EQ("x", between("ab[x]cd]", 8, "[", "]"));
+  EXPECT_EQ("value", between("name=\"value\"; more=\"other\"", 26, "name=\"", "\""));
+}
+
+TEST(ExtractBetween, TheBufferIsTheCallers) {
+  TarnHandle first = extractBetween("[x]", 3, "[", "]");
+  TarnHandle second = extractBetween("[x]", 3, "[", "]");
+  EXPECT_NE(first, second);
+  EXPECT_EQ(22878u, CGIgs_getMagic(&first));
+  EXPECT_EQ(TARN_OK, CGIgs_delete(&first, 22878));
+  EXPECT_EQ(TARN_OK, CGIgs_delete(&second, 22878));
+}
+
+TEST(ExtractBetween, TakesTheFirstOpenAndTheFirstCloseAfterIt) {
+  EXPECT_EQ("a[b", between("][a[b]c]", 8, "[", "]"));
+}
+
+TEST(ExtractBetween, KeepsZeroBytes) {
+  EXPECT_EQ(std::string("a\0b", 3), between(std::string("[a\0b]", 5), 5, "[", "]"));
+}
+
+TEST(ExtractBetween, GivesAnEmptyBufferWithoutOpenOrAnythingBetween) {
+  EXPECT_EQ("", between("x]", 2, "[", "]"));
+  EXPECT_EQ("", between("[]", 2, "[", "]"));
+  EXPECT_EQ("", between("", 0, "[", "]"));
+  EXPECT_EQ("", between("[", 1, "[[", "]"));
+}
+
+TEST(ExtractBetween, GivesAnEmptyBufferForAnyNull) {
+  EXPECT_EQ("", taken(extractBetween(nullptr, 3, "[", "]")));
+  EXPECT_EQ("", taken(extractBetween("[x]", 3, nullptr, "]")));
+  EXPECT_EQ("", taken(extractBetween("[x]", 3, "[", nullptr)));
+}
+
+TEST(ExtractBetween, WithoutCloseRunsOneByteBeyondTheData) {
+  EXPECT_EQ(std::string("xy\0", 3), between("[xy", 3, "[", "]"));
+  EXPECT_EQ("xyz", between("[xyz]", 3, "[", "]"));
+  EXPECT_EQ(std::string("\0", 1), between("[", 1, "[", "]"));
+}
+
+TEST(ExtractBetween, LooksForCloseBeyondTheDataByWhatStandsBeforeOpen) {
+  // Five bytes of data, three of them before the open: the close may start three bytes beyond.
+  EXPECT_EQ("xyz", between("abc[xyz]w", 5, "[", "]"));
+  EXPECT_EQ("xy", between("abc[xyzw]", 5, "[", "]"));
+  // With the open at the start the close is looked for in the data alone.
+  EXPECT_EQ("xy", between("[xy]", 2, "[", "]"));
+  EXPECT_EQ("xyz", between("[xyz]", 3, "[", "]"));
+}
+
+TEST(ExtractBetween, WithOpenAtTheStartNothingIsReadBeyondTheByteAfterTheData) {
+  // The block ends right there, where reading on would be noticed.
+  const auto block = std::make_unique<char[]>(4);
+  std::memcpy(block.get(), "[xy", 4);
+  EXPECT_EQ(std::string("xy\0", 3), taken(extractBetween(block.get(), 3, "[", "]")));
+  EXPECT_EQ("", taken(extractBetween(block.get(), 3, "(", "]")));
+}
+
+TEST(ExtractBetween, AnEmptyOpenIsFoundAtTheStartAndAnEmptyCloseRightThere) {
+  EXPECT_EQ("ab", between("ab]c", 4, "", "]"));
+  EXPECT_EQ("", between("[ab]", 4, "[", ""));
+}
+
+TEST(ExtractBetween, DelimitersAreTextsOfAnyLength) {
+  EXPECT_EQ(" body ", between("<!-- body --> <!-- -->", 22, "<!--", "-->"));
+}
+
+TEST(ExtractBetween1, UsesOneDelimiterOnBothSides) {
+  EXPECT_EQ("x", between("|x|", 3, "|"));
+  EXPECT_EQ("b", between("a--b--c--d", 10, "--"));
+  EXPECT_EQ("", between("||", 2, "|"));
+  EXPECT_EQ("", between("ab", 2, "|"));
+}
+
+TEST(ExtractBetween1, WithoutASecondDelimiterRunsOneByteBeyondTheData) {
+  EXPECT_EQ(std::string("xy\0", 3), between("|xy", 3, "|"));
+}
+
+TEST(ExtractBetween1, GivesAnEmptyBufferForNull) {
+  EXPECT_EQ("", taken(extractBetween1(nullptr, 3, "|")));
+  EXPECT_EQ("", taken(extractBetween1("|x|", 3, nullptr)));
+}
+
+// ---- Trimming -----------------------------------------------------------------------------------
+
+TEST(StripString, CutsWhiteSpaceFromBothEndsAndKeepsItInside) {
+  EXPECT_EQ("a b", taken(stripString(" \t a b \r\n")));
+  EXPECT_EQ("a \t\r\n b", taken(stripString("\r\n\t a \t\r\n b")));
+  EXPECT_EQ("a", taken(stripString("a \t\r\n ")));
+  EXPECT_EQ("a", taken(stripString("a")));
+}
+
+TEST(StripString, WhiteSpaceAloneIsAnEmptyText) {
+  for (const char *text : {"", " ", "\t", "\n", "\r", " \t\r\n \t\r\n"}) {
+    EXPECT_EQ("", taken(stripString(text)));
+  }
+}
+
+TEST(StripString, OnlySpaceTabLineFeedAndCarriageReturnAreWhite) {
+  for (const char *text : {"\v", "\f", "\x1f", "\xa0", "\x80", "\x85"}) {
+    EXPECT_EQ(text, taken(stripString((std::string(" ") + text + " ").c_str())));
+  }
+}
+
+TEST(StripString, LeavesItsInputAsItIs) {
+  char text[] = " a ";
+  char *const stripped = stripString(text);
+  EXPECT_STREQ(" a ", text);
+  EXPECT_EQ("a", taken(stripped));
+}
+
+TEST(StripString, GivesNullForNull) { EXPECT_EQ(nullptr, stripString(nullptr)); }
+
+// ---- Numbers and texts on a stream --------------------------------------------------------------
+
+class Stream {
+ public:
+  explicit Stream(const std::string &text = "") : file_(std::tmpfile()) {
+    std::fwrite(text.data(), 1, text.size(), file_);
+    std::rewind(file_);
+  }
+  ~Stream() { std::fclose(file_); }
+  Stream(const Stream &) = delete;
+  Stream &operator=(const Stream &) = delete;
+
+  operator std::FILE *() { return file_; }
+  // From where the stream stands.
+  std::string rest() {
+    std::string text;
+    for (int c = std::getc(file_); c != EOF; c = std::getc(file_)) text += static_cast<char>(c);
+    return text;
+  }
+  std::string all() {
+    std::rewind(file_);
+    return rest();
+  }
+
+ private:
+  std::FILE *file_;
+};
+
+TEST(WriteLong, PutsASpaceOnBothSides) {
+  Stream stream;
+  writeLong(stream, 42);
+  writeLong(stream, -7);
+  writeLong(stream, 0);
+  EXPECT_EQ(" 42  -7  0 ", stream.all());
+}
+
+TEST(WriteString, PutsASpaceOnBothSidesAndEscapesNothing) {
+  Stream stream;
+  writeString(stream, "hi");
+  writeString(stream, "");
+  writeString(stream, "100% %s\n\\\xff");
+  EXPECT_EQ(" hi    100% %s\n\\\xff ", stream.all());
+}
+
+TEST(WriteString, WritesNothingForNull) {
+  Stream stream;
+  writeString(stream, nullptr);
+  EXPECT_EQ("", stream.all());
+  writeString(nullptr, "text");
+  writeString(nullptr, nullptr);
+  writeLong(nullptr, 1);
+}
+
+TEST(ReadLong, SkipsWhiteSpaceOnBothSides) {
+  Stream stream(" \t\n 42 \r\n\v\f x");
+  EXPECT_EQ(42, readLong(stream));
+  EXPECT_EQ("x", stream.rest());
+}
+
+TEST(ReadLong, ReadsWhatWriteLongWrote) {
+  Stream stream;
+  for (const long value : {0L, -1L, LONG_MAX, LONG_MIN, 1234567890L}) writeLong(stream, value);
+  std::rewind(stream);
+  for (const long value : {0L, -1L, LONG_MAX, LONG_MIN, 1234567890L}) {
+    EXPECT_EQ(value, readLong(stream));
+  }
+  EXPECT_EQ(0, readLong(stream));
+}
+
+TEST(ReadLong, StopsAtTheFirstByteThatIsNoDigit) {
+  Stream stream("+12abc");
+  EXPECT_EQ(12, readLong(stream));
+  EXPECT_EQ("abc", stream.rest());
+}
+
+TEST(ReadLong, ReadsDecimalOnly) {
+  Stream stream("010 0x1F");
+  EXPECT_EQ(10, readLong(stream));
+  EXPECT_EQ(0, readLong(stream));
+  EXPECT_EQ("x1F", stream.rest());
+}
+
+TEST(ReadLong, AnswersZeroWhereThereIsNoNumber) {
+  Stream stream("abc");
+  EXPECT_EQ(0, readLong(stream));
+  EXPECT_EQ("abc", stream.rest());
+  Stream empty;
+  EXPECT_EQ(0, readLong(empty));
+  EXPECT_EQ(0, readLong(nullptr));
+}
+
+TEST(ReadString, ReadsBackWhatItsLengthPlusOneAndItsTextWrote) {
+  const std::vector<std::string> texts = {"hi", "two words", "x", std::string(100000, 'y'),
+                                          "\x80\xff"};
+  Stream stream;
+  for (const std::string &text : texts) {
+    writeLong(stream, static_cast<long>(text.size()) + 1);
+    writeString(stream, text.c_str());
+  }
+  std::rewind(stream);
+  for (const std::string &text : texts) EXPECT_EQ(text, taken(readString(stream)));
+}
+
+TEST(ReadString, ReadsOneByteLessThanTheCount) {
+  Stream stream(" 4  abcdef");
+  EXPECT_EQ("abc", taken(readString(stream)));
+  EXPECT_EQ("def", stream.rest());
+}
+
+TEST(ReadString, StopsAfterANewline) {
+  Stream stream(" 20  one\ntwo");
+  EXPECT_EQ("one\n", taken(readString(stream)));
+  EXPECT_EQ("two", stream.rest());
+}
+
+TEST(ReadString, LosesTheWhiteSpaceBeforeTheText) {
+  Stream stream;
+  writeLong(stream, 5);
+  writeString(stream, " \nab");
+  std::rewind(stream);
+  EXPECT_EQ("ab ", taken(readString(stream)));
+}
+
+TEST(ReadString, TakesWhatIsThereWhenTheStreamEnds) {
+  Stream shorter(" 1000 abc");
+  EXPECT_EQ("abc", taken(readString(shorter)));
+  Stream none(" 1000 ");
+  EXPECT_EQ("", taken(readString(none)));
+  Stream empty;
+  EXPECT_EQ("", taken(readString(empty)));
+}
+
+TEST(ReadString, ACountBelowTwoGivesAnEmptyTextAndLeavesTheStreamThere) {
+  for (const char *text : {"1 abc", "0 abc", "-1 abc", "-2147483648 abc", "abc"}) {
+    Stream stream(text);
+    EXPECT_EQ("", taken(readString(stream)));
+    EXPECT_EQ("abc", stream.rest());
+  }
+  Stream lowest(std::to_string(LONG_MIN));
+  EXPECT_EQ("", taken(readString(lowest)));
+}
+
+TEST(ReadString, GivesNullForNull) { EXPECT_EQ(nullptr, readString(nullptr)); }
+
+TEST(ReadString, GivesNullForACountThatCannotBeAllocated) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizer's allocator never returns null";
+  for (const long count : {LONG_MAX, LONG_MAX - 1}) {
+    Stream stream(std::to_string(count) + " abc");
+    EXPECT_EQ(nullptr, readString(stream));
+  }
+}
+
+// ---- Out of memory ------------------------------------------------------------------------------
+
+TEST_F(TextWithoutMemory, AsprintfAnswersZeroAndNull) {
+  const std::string text(5000, 'x');
+  char before[] = "before";
+  char *out = before;
+  int length = -1;
+  tarn_test::withoutMemory([&] { length = tarn_asprintf(&out, "%s", text.c_str()); });
+  EXPECT_EQ(0, length);
+  EXPECT_EQ(nullptr, out);
+}
+
+TEST_F(TextWithoutMemory, WhatMakesATextMakesNone) {
+  const std::string text(5000, 'x');
+  char *decoded = nullptr;
+  char *stripped = nullptr;
+  TarnHandle buffer = 1;
+  tarn_test::withoutMemory([&] {
+    decoded = unescapeString(text.c_str());
+    stripped = stripString(text.c_str());
+    buffer = extractBetween("[x]", 3, "[", "]");
+  });
+  EXPECT_EQ(nullptr, decoded);
+  EXPECT_EQ(nullptr, stripped);
+  EXPECT_EQ(0u, buffer);
+}
+
+TEST_F(TextWithoutMemory, ReadStringMakesNoTextFromAStream) {
+  Stream stream("9 5000 abc");
+  ASSERT_EQ(9, readLong(stream));
+  char *text = nullptr;
+  tarn_test::withoutMemory([&] { text = readString(stream); });
+  EXPECT_EQ(nullptr, text);
+}
+
+TEST_F(TextWithoutMemory, ExtractBetweenWithoutRoomForTheBytesMakesAnEmptyBuffer) {
+  const std::string data = '[' + std::string(100000, 'x') + ']';
+  TarnHandle buffer = 0;
+  tarn_test::withoutMemory([&] { buffer = extractBetween(data.data(), 100002, "[", "]"); },
+                           tarn_test::kLittleMemory);
+  EXPECT_NE(0u, buffer);
+  EXPECT_EQ("", taken(buffer));
+}
+
+}  // namespace

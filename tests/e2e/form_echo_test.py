@@ -1,0 +1,125 @@
+"""The example form-echo shows a request, and shows it as text."""
+
+import os
+import subprocess
+import unittest
+
+from page import Page
+from server import Server
+
+HOSTILE = "\"'><script>alert(1)</script>&amp;<!--"
+PAGE_TAGS = {"html", "head", "meta", "title", "style", "body", "h1", "h2", "p"}
+TABLE_TAGS = {"table", "tr", "th", "td"}
+
+
+def rows(page):
+    return list(zip(page.texts("th"), page.texts("td"), strict=True))
+
+
+class FormEcho(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.server = cls.enterClassContext(Server({"form-echo": os.environ["FORM_ECHO"]}))
+
+    def tearDown(self):
+        self.assertEqual("", self.server.log())
+
+    def ask(self, *arguments, query=""):
+        answer = self.server.curl("/form-echo" + query, *arguments)
+        self.assertEqual(200, answer.status)
+        return answer
+
+    def page(self, *arguments, query=""):
+        answer = self.ask(*arguments, query=query)
+        self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
+        page = Page(answer.body)
+        self.assertLessEqual(page.tags, PAGE_TAGS | TABLE_TAGS)
+        return page
+
+    def lines(self, *arguments, query=""):
+        answer = self.ask("-H", "Accept: text/plain", *arguments, query=query)
+        self.assertEqual("text/plain; charset=utf-8", answer.header("content-type"))
+        return answer.body.decode().splitlines()
+
+    def test_page_shows_entries_files_cookies_and_variables(self):
+        path = self.server.path("notes.txt")
+        with open(path, "wb") as file:
+            file.write(b"13 m")
+        page = self.page("-F", "lake=Llyn Idwal", "-F", f"notes=@{path}", "-b", "guest=Zo%C3%AB")
+        self.assertEqual(
+            ["Entries", "Files", "Cookies", "Variables that are set"], page.texts("h2")
+        )
+        self.assertEqual(
+            [
+                ("lake", "Llyn Idwal"),
+                ("notes", "notes.txt, text/plain, 4 bytes"),
+                ("guest", "Zoë"),
+                ("REQUEST_METHOD", "POST"),
+                ("SCRIPT_NAME", "/form-echo"),
+            ],
+            rows(page)[:5],
+        )
+        self.assertIn(("SERVER_PORT", str(self.server.port)), rows(page))
+
+    def test_page_without_a_form_says_none(self):
+        self.assertEqual(["None."] * 3, self.page().texts("p"))
+
+    def test_page_shows_hostile_text_as_text(self):
+        path = self.server.path("x")
+        with open(path, "wb"):
+            pass
+        page = self.page(
+            *("--form-string", f"{HOSTILE}={HOSTILE}", "-A", HOSTILE, "-b", "<i>=<b>\"'"),
+            *("-F", f"file=@{path};filename=<b>.txt;type=text/<b>"),
+        )
+        shown = dict(rows(page))
+        # curl escapes the quote in a field's name.
+        self.assertEqual(HOSTILE, shown[HOSTILE.replace('"', "%22")])
+        self.assertEqual("<b>\"'", shown["<i>"])
+        self.assertEqual(HOSTILE, shown["HTTP_USER_AGENT"])
+        self.assertEqual("<b>.txt, text/<b>, 0 bytes", shown["file"])
+
+    def test_page_shows_control_characters_as_replacements(self):
+        page = self.page(query="?a=1%01%1b%7f2%09%0a3")
+        self.assertEqual(("a", "1\ufffd\ufffd\ufffd2\t\n3"), rows(page)[0])
+
+    def test_text_view_has_one_line_for_each_item(self):
+        lines = self.lines("-b", "a=1; flag", query="?x=1%0aFiles%1b[0m\\&y=<%26>")
+        self.assertEqual(
+            [
+                "Entries",
+                "  x = 1\\x0aFiles\\x1b[0m\\x5c",
+                "  y = <&>",
+                "Files: none",
+                "Cookies",
+                "  a = 1",
+                "  (none) = (none)",
+                "Variables that are set",
+                "  REQUEST_METHOD = GET",
+            ],
+            lines[:9],
+        )
+
+    def test_value_with_a_zero_byte_is_shown_as_far_as_it_is_text(self):
+        path = self.server.path("zero")
+        with open(path, "wb") as file:
+            file.write(b"ab\0cd")
+        lines = self.lines("-F", f"a=<{path}")
+        self.assertEqual("  a = ab (cut at a zero byte; 5 bytes)", lines[1])
+
+    def test_head_has_no_body(self):
+        answer = self.ask("--head")
+        self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
+        # A server drops such a body; the script itself sends none.
+        script = subprocess.run(
+            [os.environ["FORM_ECHO"]],
+            env={"REQUEST_METHOD": "HEAD"},
+            check=True,
+            capture_output=True,
+        )
+        self.assertTrue(script.stdout.endswith(b"\n\n"))
+        self.assertEqual(1, script.stdout.count(b"\n\n"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,238 @@
+"""The example upload keeps whole files under harmless names, and nothing else."""
+
+import concurrent.futures
+import os
+import re
+import socket
+import tempfile
+import time
+import unittest
+
+import script
+from page import Page
+from server import Server
+
+UPLOAD = os.environ["UPLOAD"]
+HARMLESS = re.compile(r"[A-Za-z0-9_][A-Za-z0-9_.-]*")
+CUT = "Tarn keeps a file up to its first CR LF pair."
+MULTIPART = "multipart/form-data; boundary=XYZ"
+
+
+def multipart(*files):
+    """A body with files, each (name, bytes)."""
+    parts = [
+        b'--XYZ\r\nContent-Disposition: form-data; name="file"; filename="%s"\r\n'
+        b"Content-Type: application/octet-stream\r\n\r\n%s\r\n" % (name.encode(), data)
+        for name, data in files
+    ]
+    return b"".join(parts) + b"--XYZ--\r\n"
+
+
+class Upload(unittest.TestCase):
+    OPTIONS = ""
+
+    def setUp(self):
+        self.server = self.enterContext(
+            Server({"upload": UPLOAD}, {"TARN_UPLOAD_DIR": "around/uploads"}, self.OPTIONS)
+        )
+        self.folder = self.server.path("around/uploads")
+        os.makedirs(self.folder)
+
+    def tearDown(self):
+        self.assertEqual("", self.server.log())
+
+    def kept(self):
+        found = {}
+        for name in os.listdir(self.folder):
+            with open(os.path.join(self.folder, name), "rb") as file:
+                found[name] = file.read()
+        return found
+
+    def upload(self, *arguments, status=200):
+        """Sends what curl's arguments say; gives the items and the paragraphs of the page."""
+        answer = self.server.curl("/upload", *arguments)
+        self.assertEqual(status, answer.status)
+        self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
+        page = Page(answer.body)
+        self.assertEqual(CUT, page.texts("p")[-1])
+        return page.texts("li"), page.texts("p")[:-2]
+
+    def upload_body(self, body, status=200):
+        path = self.server.path("body")
+        with open(path, "wb") as file:
+            file.write(body)
+        kind = f"Content-Type: {MULTIPART}"
+        return self.upload("-H", kind, "--data-binary", f"@{path}", status=status)
+
+    def test_page_has_a_form_that_works(self):
+        page = Page(self.server.curl("/upload").body)
+        (form,) = [element for element in page.elements if element["tag"] == "form"]
+        self.assertEqual("post", form["attributes"]["method"])
+        self.assertEqual("multipart/form-data", form["attributes"]["enctype"])
+        self.assertEqual("file", page.named("file")["attributes"]["type"])
+        self.assertIn("Files", page.texts("label")[0])
+        self.assertEqual({}, self.kept())
+
+    def test_files_are_kept_to_the_last_byte(self):
+        every = bytes(range(256)) * 4000
+        items, _ = self.upload_body(multipart(("every.bin", every), ("none.txt", b"")))
+        self.assertEqual(
+            [
+                "every.bin: kept as every.bin, 1024000 bytes",
+                "none.txt: kept as none.txt, 0 bytes",
+            ],
+            items,
+        )
+        self.assertEqual({"every.bin": every, "none.txt": b""}, self.kept())
+
+    def test_file_with_a_cr_lf_is_kept_as_far_as_tarn_keeps_it(self):
+        items, _ = self.upload_body(multipart(("a.txt", b"one\r\ntwo")))
+        self.assertEqual(["a.txt: kept as a.txt, 3 bytes"], items)
+        self.assertEqual({"a.txt": b"one"}, self.kept())
+
+    def test_hostile_names_become_harmless_ones(self):
+        names = [
+            "../../escape.txt",
+            "/etc/passwd",
+            "..\\..\\windows.ini",
+            "..",
+            ".",
+            "...",
+            "/",
+            ".htaccess",
+            "-rf",
+            "--help",
+            "a b\tc.txt",
+            "<script>alert(1)<script>.html",
+            "$(reboot);`id`&|.sh",
+            "Überblick über 湖.pdf",
+            "%2e%2e%2fescaped",
+            "%0d%0aSet-Cookie: x=y",
+            "x" * 3000,
+            "con%01trol",
+        ]
+        items, _ = self.upload_body(multipart(*((name, name.encode()) for name in names)))
+        self.assertEqual(len(names), len(items))
+        kept = self.kept()
+        self.assertEqual(sorted(name.encode() for name in names), sorted(kept.values()))
+        for name in kept:
+            self.assertTrue(HARMLESS.fullmatch(name), name)
+            self.assertLess(len(name), 120)
+        self.assertEqual(b".htaccess", kept["htaccess"])
+        self.assertEqual(b"/etc/passwd", kept["passwd"])
+        self.assertEqual(b"%2e%2e%2fescaped", kept["escaped"])
+        self.assertEqual(["uploads"], os.listdir(self.server.path("around")))
+        self.assertFalse(os.path.exists(self.server.path("escape.txt")))
+
+    def test_names_are_shown_as_text(self):
+        items, _ = self.upload_body(multipart(("<b>&amp;'.txt", b"1")))
+        self.assertEqual(["<b>&amp;'.txt: kept as _b__amp__.txt, 1 bytes"], items)
+
+    def test_no_file_replaces_another(self):
+        for number in (b"1", b"2", b"3"):
+            self.upload_body(multipart(("a.txt", number)))
+        self.assertEqual({"a.txt": b"1", "2-a.txt": b"2", "3-a.txt": b"3"}, self.kept())
+
+    def test_link_that_waits_under_the_name_is_not_followed(self):
+        outside = self.server.path("outside")
+        os.symlink(outside, os.path.join(self.folder, "a.txt"))
+        self.upload_body(multipart(("a.txt", b"1")))
+        self.assertFalse(os.path.exists(outside))
+        os.remove(os.path.join(self.folder, "a.txt"))
+        self.assertEqual({"2-a.txt": b"1"}, self.kept())
+
+    def test_scripts_that_store_at_the_same_time_lose_nothing(self):
+        def store(number):
+            path = self.server.path(f"{number}.bin")
+            with open(path, "wb") as file:
+                file.write(b"%d" % number * 5000)
+            items, _ = self.upload("-F", f"file=@{path};filename=same.bin")
+            return len(items)
+
+        with concurrent.futures.ThreadPoolExecutor(8) as clients:
+            self.assertEqual([1] * 40, list(clients.map(store, range(40))))
+        self.assertEqual(
+            sorted(b"%d" % number * 5000 for number in range(40)), sorted(self.kept().values())
+        )
+
+    def test_fields_alone_keep_nothing(self):
+        self.assertEqual(([], ["No file came."]), self.upload("-F", "file=text"))
+        self.assertEqual({}, self.kept())
+
+    def test_form_that_is_no_upload_is_refused(self):
+        _, problem = self.upload("-d", "file=text", status=400)
+        self.assertEqual(["The upload did not arrive whole; nothing was kept."], problem)
+
+    def test_file_without_a_type_is_told_as_not_kept(self):
+        body = (
+            b'--XYZ\r\nContent-Disposition: form-data; name="file"; filename="f"\r\n\r\n'
+            b"1\r\n--XYZ--\r\n"
+        )
+        items, _ = self.upload_body(body, status=500)
+        self.assertEqual(["A file without a type: not kept"], items)
+        self.assertEqual({}, self.kept())
+
+    def test_browser_that_hangs_up_leaves_nothing(self):
+        body = multipart(("a.bin", b"a" * 300000), ("b.bin", b"b" * 300000))
+        for length in (100, 200000, 400000, len(body) - 3):
+            with socket.create_connection(("127.0.0.1", self.server.port)) as client:
+                client.sendall(
+                    b"POST /upload HTTP/1.1\r\nHost: localhost\r\n"
+                    b"Content-Type: %s\r\nContent-Length: %d\r\n\r\n"
+                    % (MULTIPART.encode(), len(body))
+                    + body[:length]
+                )
+        time.sleep(0.3)
+        self.upload_body(multipart(("after.txt", b"1")))
+        self.assertEqual({"after.txt": b"1"}, self.kept())
+
+
+class StreamedUpload(Upload):
+    """The same where the script starts before the body is there."""
+
+    OPTIONS = "server.stream-request-body = 2"
+
+
+class UploadAlone(unittest.TestCase):
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+
+    def run_script(self, variables, body=b"", **limits):
+        variables = {"TARN_UPLOAD_DIR": self.folder, **variables}
+        return script.run(UPLOAD, variables, body, **limits)
+
+    def test_body_that_ends_early_is_refused_wherever_it_ends(self):
+        body = multipart(("a.txt", b"0123456789"), ("b.txt", b"0123456789"))
+        for length in range(len(body) - 2):
+            variables = script.post(MULTIPART, body)
+            status, _, page, _ = self.run_script(variables, body[:length])
+            self.assertEqual(400, status, body[:length])
+            self.assertIn(b"did not arrive whole", page)
+        self.assertEqual([], os.listdir(self.folder))
+
+    def test_disk_that_is_full_keeps_no_part_of_a_file(self):
+        body = multipart(("a.bin", b"a" * 5000), ("b.bin", b"b" * 100))
+        status, _, page, log = self.run_script(
+            script.post(MULTIPART, body), body, largest_file=1000
+        )
+        self.assertEqual(500, status)
+        self.assertEqual(
+            ["a.bin: not kept", "b.bin: kept as b.bin, 100 bytes"], Page(page).texts("li")
+        )
+        self.assertEqual(["b.bin"], os.listdir(self.folder))
+        self.assertIn("File too large", log)
+
+    def test_folder_that_is_not_there_is_told(self):
+        for folder in ("", self.folder + "/none"):
+            status, _, page, _ = self.run_script({"TARN_UPLOAD_DIR": folder})
+            self.assertEqual(500, status)
+            self.assertIn("TARN_UPLOAD_DIR", Page(page).texts("p")[0])
+
+    def test_head_has_no_body(self):
+        status, head, page, _ = self.run_script({"REQUEST_METHOD": "HEAD"})
+        self.assertEqual((200, b""), (status, page))
+        self.assertEqual("Content-Type: text/html; charset=utf-8", head[-1])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,113 @@
+// A script may have functions of its own that happen to be named like the library's. The library
+// must not call them.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/script.h"
+#include "tarn.h"
+
+namespace {
+
+int captured = 0;
+
+}  // namespace
+
+extern "C" {
+
+char *safeGetenv(const char *) {
+  ++captured;
+  return nullptr;
+}
+
+int stringsAreEqual(const char *, const char *) { return ++captured; }
+
+int nStringsAreEqual(const char *, const char *, uint32_t) { return ++captured; }
+
+char *unescapeString(const char *) {
+  ++captured;
+  return nullptr;
+}
+
+char *stripString(const char *) {
+  ++captured;
+  return nullptr;
+}
+
+void *memfind(const void *, uint32_t, const void *, uint32_t) {
+  ++captured;
+  return nullptr;
+}
+
+int tarn_asprintf(char **, const char *, ...) { return ++captured; }
+
+int tarn_vasprintf(char **, const char *, va_list) { return ++captured; }
+
+TarnStatus CGIgs_new(TarnHandle *, uint32_t) { return static_cast<TarnStatus>(++captured); }
+
+TarnStatus CGIgs_delete(TarnHandle *, uint32_t) { return static_cast<TarnStatus>(++captured); }
+
+TarnStatus CGIgs_setString(TarnHandle *, uint32_t, const char *, uint32_t) {
+  return static_cast<TarnStatus>(++captured);
+}
+
+TarnStatus CGIgs_setInt(TarnHandle *, uint32_t, uint32_t, uint32_t) {
+  return static_cast<TarnStatus>(++captured);
+}
+
+uint32_t CGIgs_getInt(TarnHandle *, uint32_t, uint32_t) {
+  return static_cast<uint32_t>(++captured);
+}
+
+TarnStatus TARNGenericList_delete(TarnHandle *) { return static_cast<TarnStatus>(++captured); }
+
+TarnStatus TARNGenericList_reserve(TarnHandle *, uint32_t) {
+  return static_cast<TarnStatus>(++captured);
+}
+
+TarnStatus CgiEnv_delete(TarnHandle *) { return static_cast<TarnStatus>(++captured); }
+
+TarnStatus FormEntryList_delete(TarnHandle *) { return static_cast<TarnStatus>(++captured); }
+
+TarnStatus FormFileList_delete(TarnHandle *) { return static_cast<TarnStatus>(++captured); }
+
+TarnHandle Tarn_getElementByName(TarnHandle *, const char *) {
+  return static_cast<TarnHandle>(++captured);
+}
+
+TarnStatus HTTPCookie_setSecure(TarnHandle *, int) { return static_cast<TarnStatus>(++captured); }
+
+int32_t FormEntry_compareName(TarnHandle *, const char *) { return ++captured; }
+}
+
+namespace {
+
+TEST(AScriptsOwnFunctionOfALibraryName, IsNotCalledByTheLibrary) {
+  const std::string body =
+      "--XYZ\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\non\r\n"
+      "--XYZ\r\nContent-Disposition: form-data; name=\"f\"; filename=\"f+1\"\r\n"
+      "Content-Type: text/plain\r\n\r\nbytes\r\n--XYZ--\r\n";
+  tarn_test::Variables variables = tarn_test::post("multipart/form-data; boundary=XYZ", body);
+  variables["HTTP_COOKIE"] = "a=1; b=2";
+  tarn_test::asScript(variables, body, [] {
+    TarnHandle request = 0;
+    EXPECT_EQ(TARN_OK, Tarn_new(&request));
+    EXPECT_EQ(1U, Tarn_queryCheckbox(&request, "A"));
+    EXPECT_NE(0U, Tarn_getElementByValue(&request, "a"));
+    TarnHandle file = Tarn_getFile(&request, "f");
+    EXPECT_EQ(5U, FormFile_getDataLength(&file));
+    TarnHandle entries = CGIgs_getStruct(&request, 1, TARN_REQUEST_MAGIC);
+    TarnHandle entry = FormEntryList_getByIndex(&entries, 0);
+    EXPECT_EQ(0, FormEntry_compare(&entry, &entry));
+    FormEntryList_reserve(&entries, 40);
+    TarnHandle environment = CGIgs_getStruct(&request, 0, TARN_REQUEST_MAGIC);
+    TarnHandle cookies = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+    TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, 0);
+    EXPECT_EQ(TARN_OK, HTTPCookie_init(&cookie, "n", "v", nullptr, nullptr, 1, nullptr, 1));
+    free(const_cast<char *>(HTTPCookie_toString(&cookie)));
+    EXPECT_EQ(TARN_OK, Tarn_delete(&request));
+    EXPECT_EQ(0, captured);
+  });
+}
+
+}  // namespace

@@ -1,0 +1,1071 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "support/form.h"
+#include "support/handles.h"
+#include "support/script.h"
+#include "tarn.h"
+
+namespace tarn_test {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr int32_t kLargest = std::numeric_limits<int32_t>::max();
+constexpr int32_t kSmallest = std::numeric_limits<int32_t>::min();
+constexpr rlim_t kMegabyte = 1 << 20;
+
+struct TextGetter {
+  const char *variable;
+  const char *(*get)(TarnHandle *);
+};
+
+const TextGetter kTextGetters[] = {
+    {"SERVER_SOFTWARE", CgiEnv_getServerSoftware},
+    {"SERVER_NAME", CgiEnv_getServerName},
+    {"GATEWAY_INTERFACE", CgiEnv_getGatewayInterface},
+    {"SERVER_PROTOCOL", CgiEnv_getServerProtocol},
+    {"HTTP_COOKIE", CgiEnv_getCookies},
+    {"REQUEST_METHOD", CgiEnv_getRequestMethod},
+    {"PATH_INFO", CgiEnv_getPathInfo},
+    {"PATH_TRANSLATED", CgiEnv_getPathTranslated},
+    {"SCRIPT_NAME", CgiEnv_getScriptName},
+    {"QUERY_STRING", CgiEnv_getQueryString},
+    {"CONTENT_TYPE", CgiEnv_getContentType},
+    {"HTTP_REFERER", CgiEnv_getReferrer},
+    {"REMOTE_HOST", CgiEnv_getRemoteHost},
+    {"REMOTE_ADDR", CgiEnv_getRemoteAddr},
+    {"AUTH_TYPE", CgiEnv_getAuthType},
+    {"REMOTE_USER", CgiEnv_getRemoteUser},
+    {"REMOTE_IDENT", CgiEnv_getRemoteIdent},
+    {"HTTP_ACCEPT", CgiEnv_getAccept},
+    {"HTTP_USER_AGENT", CgiEnv_getUserAgent},
+    {"REDIRECT_REQUEST", CgiEnv_getRedirectRequest},
+    {"REDIRECT_URL", CgiEnv_getRedirectURL},
+    {"REDIRECT_STATUS", CgiEnv_getRedirectStatus},
+};
+
+struct NumberGetter {
+  const char *variable;
+  int32_t (*get)(TarnHandle *);
+};
+
+const NumberGetter kNumberGetters[] = {
+    {"SERVER_PORT", CgiEnv_getServerPort},
+    {"CONTENT_LENGTH", CgiEnv_getContentLength},
+};
+
+struct Number {
+  const char *text;
+  int32_t value;
+};
+
+// What every number among the variables reads as.
+const Number kNumbers[] = {
+    {"", 0},
+    {"0", 0},
+    {"8080", 8080},
+    {"007", 7},
+    {" 12", 12},
+    {"\t\n\v\f\r 12", 12},
+    {"+5", 5},
+    {"-5", -5},
+    {"- 5", 0},
+    {"+-5", 0},
+    {"12abc", 12},
+    {"12 ", 12},
+    {"1,2", 1},
+    {"1e3", 1},
+    {"3.9", 3},
+    {"0x10", 0},
+    {"abc", 0},
+    {"2147483647", kLargest},
+    {"2147483648", kLargest},
+    {"4294967295", kLargest},
+    {"4294967299", kLargest},
+    {"9223372036854775808", kLargest},
+    {"99999999999999999999", kLargest},
+    {"-2147483648", kSmallest},
+    {"-2147483649", kSmallest},
+    {"-4294967293", kSmallest},
+    {"-99999999999999999999", kSmallest},
+};
+
+Variables postOfLength(const std::string &length) {
+  return {{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", length}};
+}
+
+// The cookies of a request with this header.
+std::optional<Cookies> cookiesFrom(const std::string &header) {
+  setenv("HTTP_COOKIE", header.c_str(), 1);
+  return Environment().cookies();
+}
+
+struct CookieHeader {
+  const char *header;
+  Cookies cookies;
+};
+
+void expectCookies(const std::vector<CookieHeader> &cases) {
+  asScript({}, "", [&] {
+    for (const auto &[header, cookies] : cases) EXPECT_EQ(cookies, cookiesFrom(header)) << header;
+  });
+}
+
+// ---- Creation -----------------------------------------------------------------------------------
+
+TEST(CgiEnv, NewMakesAnEnvironment) {
+  asScript({}, "", [] {
+    TarnHandle handle = 0;
+    EXPECT_EQ(TARN_OK, CgiEnv_new(&handle));
+    EXPECT_TRUE(CGIgs_IsA(&handle, TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(18238U, CGIgs_getMagic(&handle));
+    EXPECT_EQ(TARN_OK, CgiEnv_delete(&handle));
+  });
+}
+
+TEST(CgiEnv, NewRefusesANullHandleAddress) {
+  asScript(postOfLength("5"), "hello", [] {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, CgiEnv_new(nullptr));
+    EXPECT_EQ("hello", restOfStandardInput());
+  });
+}
+
+TEST(CgiEnv, NewRefusesAHandleInUseAndReadsNothing) {
+  asScript(postOfLength("5"), "hello", [] {
+    Node entry(TARN_FORM_ENTRY_MAGIC);
+    const TarnHandle before = entry.value();
+    EXPECT_EQ(TARN_BAD_ARGUMENT, CgiEnv_new(entry));
+    EXPECT_EQ(before, entry.value());
+    EXPECT_TRUE(CGIgs_IsA(entry, TARN_FORM_ENTRY_MAGIC));
+    EXPECT_EQ("hello", restOfStandardInput());
+  });
+}
+
+TEST(CgiEnv, WithoutVariablesEverythingIsZeroOrAbsent) {
+  asScript({}, "", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    EXPECT_EQ(0, environment.contentLength());
+    EXPECT_EQ(0U, environment.https());
+    EXPECT_EQ(kNone, environment.body());
+    EXPECT_EQ(std::nullopt, environment.cookies());
+  });
+}
+
+TEST(CgiEnv, WithEveryVariableEmptyOnlyTheCookieListExists) {
+  Variables variables{{"HTTPS", ""}, {"SERVER_PORT", ""}, {"CONTENT_LENGTH", ""}};
+  for (const TextGetter &getter : kTextGetters) variables[getter.variable] = "";
+  asScript(variables, "", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    EXPECT_EQ(0, environment.contentLength());
+    EXPECT_EQ(0U, environment.https());
+    EXPECT_EQ(kNone, environment.body());
+    EXPECT_EQ((Cookies{{kNone, kNone}}), environment.cookies());
+  });
+}
+
+TEST(CgiEnv, KeepsLengthAndFlagInNumbersBodyAndCookiesInChildrenAndNothingElse) {
+  Variables variables = postOfLength("5");
+  variables["HTTPS"] = "on";
+  variables["HTTP_COOKIE"] = "a=1";
+  variables["CONTENT_TYPE"] = "text/plain";
+  asScript(variables, "hello", [] {
+    Environment environment;
+    TarnHandle *const handle = &environment.handle;
+    EXPECT_EQ(5U, CGIgs_getInt(handle, 0, 18238));
+    EXPECT_EQ(1U, CGIgs_getInt(handle, 1, 18238));
+    EXPECT_EQ(0U, CGIgs_getInt(handle, 2, 18238));
+    EXPECT_EQ(22878U, CGIgs_getChildMagic(handle, 0, 18238));
+    EXPECT_EQ(75101U, CGIgs_getChildMagic(handle, 1, 18238));
+    EXPECT_EQ(0U, CGIgs_getChildMagic(handle, 2, 18238));
+    EXPECT_EQ(0U, CGIgs_getStruct(handle, 2, 18238));
+    EXPECT_EQ(0U, CGIgs_getList(handle, 0, 18238));
+    EXPECT_EQ(0U, CGIgs_getList(handle, 1, 18238));
+    EXPECT_EQ(0U, CGIgs_getFixed(handle, 18238));
+    for (uint32_t i = 0; i < 8; ++i) EXPECT_EQ(nullptr, CGIgs_getString(handle, i, 18238));
+  });
+}
+
+TEST(CgiEnv, HttpsFlagIsOneForExactlyOn) {
+  asScript({}, "", [] {
+    setenv("HTTPS", "on", 1);
+    EXPECT_EQ(1U, Environment().https());
+  });
+}
+
+TEST(CgiEnv, HttpsFlagIsZeroForOnInAnotherCaseOrAnythingElse) {
+  asScript({}, "", [] {
+    for (const char *value : {"ON", "On", "oN", "1", "yes", "on ", " on", "off", ""}) {
+      setenv("HTTPS", value, 1);
+      EXPECT_EQ(0U, Environment().https()) << value;
+    }
+  });
+}
+
+TEST(CgiEnv, ContentLengthIsADecimalNumberThatStopsAtTheLimitsOf32Bits) {
+  asScript({{"REQUEST_METHOD", "GET"}}, "", [] {
+    for (const auto &[text, value] : kNumbers) {
+      setenv("CONTENT_LENGTH", text, 1);
+      Environment environment;
+      EXPECT_EQ(TARN_OK, environment.status) << text;
+      EXPECT_EQ(value, environment.contentLength()) << text;
+      EXPECT_EQ(kNone, environment.body()) << text;
+    }
+  });
+}
+
+// ---- Body ---------------------------------------------------------------------------------------
+
+TEST(CgiEnvBody, OfAPostIsReadWhateverTheCaseOfTheMethod) {
+  for (const char *method : {"POST", "post", "Post", "pOsT"}) {
+    asScript({{"REQUEST_METHOD", method}, {"CONTENT_LENGTH", "5"}}, "hello", [=] {
+      Environment environment;
+      EXPECT_EQ(TARN_OK, environment.status) << method;
+      EXPECT_EQ("hello", environment.body()) << method;
+      EXPECT_EQ(5, environment.contentLength()) << method;
+    });
+  }
+}
+
+TEST(CgiEnvBody, OfAnyOtherMethodStaysOnStandardInput) {
+  for (const char *method : {"GET", "PUT", "HEAD", "POSTS", "POS", " POST", "POST ", ""}) {
+    asScript({{"REQUEST_METHOD", method}, {"CONTENT_LENGTH", "5"}}, "hello", [=] {
+      Environment environment;
+      EXPECT_EQ(TARN_OK, environment.status) << method;
+      EXPECT_EQ(kNone, environment.body()) << method;
+      EXPECT_EQ(5, environment.contentLength()) << method;
+      EXPECT_EQ("hello", restOfStandardInput()) << method;
+    });
+  }
+}
+
+TEST(CgiEnvBody, WithoutARequestMethodStaysOnStandardInput) {
+  asScript({{"CONTENT_LENGTH", "5"}}, "hello", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    EXPECT_EQ(kNone, environment.body());
+    EXPECT_EQ("hello", restOfStandardInput());
+  });
+}
+
+TEST(CgiEnvBody, OfLengthZeroOrNoNumberIsNotRead) {
+  for (const char *length : {"0", "-0", "abc", "", "0x10", "- 5"}) {
+    asScript(postOfLength(length), "hello", [=] {
+      Environment environment;
+      EXPECT_EQ(TARN_OK, environment.status) << length;
+      EXPECT_EQ(0, environment.contentLength()) << length;
+      EXPECT_EQ(kNone, environment.body()) << length;
+      EXPECT_EQ("hello", restOfStandardInput()) << length;
+    });
+  }
+}
+
+TEST(CgiEnvBody, WithoutAContentLengthIsNotRead) {
+  asScript({{"REQUEST_METHOD", "POST"}}, "hello", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    EXPECT_EQ(0, environment.contentLength());
+    EXPECT_EQ(kNone, environment.body());
+    EXPECT_EQ("hello", restOfStandardInput());
+  });
+}
+
+TEST(CgiEnvBody, IsAsLongAsTheNumberAtTheStartOfTheContentLength) {
+  const std::pair<const char *, size_t> cases[] = {{"12abc", 12}, {" 12", 12}, {"\t12", 12},
+                                                   {"+5", 5},     {"1,2", 1},  {"007", 7},
+                                                   {"1e3", 1},    {"3.9", 3}};
+  const std::string sent = "hello, world! and more";
+  for (const auto &[length, count] : cases) {
+    asScript(postOfLength(length), sent, [&, text = length, size = count] {
+      Environment environment;
+      EXPECT_EQ(TARN_OK, environment.status) << text;
+      EXPECT_EQ(sent.substr(0, size), environment.body()) << text;
+      EXPECT_EQ(static_cast<int32_t>(size), environment.contentLength()) << text;
+    });
+  }
+}
+
+TEST(CgiEnvBody, MayHoldAnyBytes) {
+  std::string sent;
+  for (int i = 0; i < 1024; ++i) sent.push_back(static_cast<char>(i));
+  asScript(postOfLength(std::to_string(sent.size())), sent, [&] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    EXPECT_EQ(sent, environment.body());
+  });
+}
+
+TEST(CgiEnvBody, OfZeroBytesOnlyIsKeptWithItsLength) {
+  asScript(postOfLength("3"), "\0\0\0"s, [] { EXPECT_EQ("\0\0\0"s, Environment().body()); });
+}
+
+TEST(CgiEnvBody, ArrivesWholeAtSizesAroundBuffersAndPipes) {
+  for (const size_t size : {1, 2, 3, 4095, 4096, 4097, 65535, 65536, 65537, 3000000}) {
+    std::string sent(size, 'x');
+    for (size_t i = 0; i < size; i += 7) sent[i] = static_cast<char>(i >> 3);
+    asScript(postOfLength(std::to_string(size)), sent, [&] {
+      Environment environment;
+      EXPECT_EQ(TARN_OK, environment.status);
+      EXPECT_TRUE(sent == environment.body()) << size;
+    });
+  }
+}
+
+TEST(CgiEnvBody, LeavesTheRestOfALongerInputReadableByStdio) {
+  asScript(postOfLength("5"), "hello and the rest", [] {
+    EXPECT_EQ("hello", Environment().body());
+    EXPECT_EQ(" and the rest", restOfStandardInput());
+  });
+}
+
+TEST(CgiEnvBody, LeavesTheRestOfAMuchLongerInputReadableByStdio) {
+  const std::string sent = std::string(70000, 'a') + std::string(70000, 'b');
+  asScript(postOfLength("70000"), sent, [&] {
+    EXPECT_TRUE(sent.substr(0, 70000) == Environment().body());
+    EXPECT_TRUE(sent.substr(70000) == restOfStandardInput());
+  });
+}
+
+TEST(CgiEnvBody, BeginsWhereTheScriptStoppedReading) {
+  asScript(postOfLength("5"), "xhello", [] {
+    EXPECT_EQ('x', std::getchar());
+    EXPECT_EQ("hello", Environment().body());
+  });
+}
+
+TEST(CgiEnvBody, ShorterThanDeclaredIsFilledUpWithZeros) {
+  asScript(postOfLength("10"), "hello", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    EXPECT_EQ("hello\0\0\0\0\0"s, environment.body());
+    EXPECT_EQ(10, environment.contentLength());
+  });
+}
+
+TEST(CgiEnvBody, ShorterThanDeclaredNeverShowsWhatTheHeapHeldBefore) {
+  for (const size_t size : {24, 100, 1000, 5000, 60000, 200000}) {
+    asScript(postOfLength(std::to_string(size)), "abc", [=] {
+      void *blocks[20];
+      for (void *&block : blocks) {
+        block = std::malloc(size + 1);
+        std::memset(block, 0xA5, size + 1);
+      }
+      for (void *block : blocks) std::free(block);
+      EXPECT_TRUE("abc" + std::string(size - 3, '\0') == Environment().body()) << size;
+    });
+  }
+}
+
+TEST(CgiEnvBody, ThatNeverArrivesIsAllZeros) {
+  asScript(postOfLength("4"), "", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    EXPECT_EQ("\0\0\0\0"s, environment.body());
+  });
+}
+
+TEST(CgiEnvBody, OfAClosedStandardInputIsAllZeros) {
+  asScript(postOfLength("4"), "hello", [] {
+    close(STDIN_FILENO);
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    EXPECT_EQ("\0\0\0\0"s, environment.body());
+  });
+}
+
+TEST(CgiEnvBody, IsCompleteWithoutWaitingForTheEndOfTheInput) {
+  asScript(postOfLength("5"), "", [] {
+    feedStandardInput("hello and more", After::kOpen);
+    EXPECT_EQ("hello", Environment().body());
+  });
+}
+
+// Starts a sender that writes two halves with a pause between them.
+void feedSlowly(const std::string &first, const std::string &second) {
+  int input[2];
+  ASSERT_EQ(0, pipe(input));
+  const pid_t sender = fork();
+  ASSERT_GE(sender, 0);
+  if (sender == 0) {
+    bool whole = write(input[1], first.data(), first.size()) == static_cast<ssize_t>(first.size());
+    usleep(50000);
+    whole = write(input[1], second.data(), second.size()) == static_cast<ssize_t>(second.size()) &&
+            whole;
+    _exit(whole ? 0 : 1);
+  }
+  ASSERT_EQ(STDIN_FILENO, dup2(input[0], STDIN_FILENO));
+  close(input[0]);
+  close(input[1]);
+}
+
+TEST(CgiEnvBody, ThatArrivesInPiecesIsPutTogether) {
+  asScript(postOfLength("10"), "", [] {
+    feedSlowly("hello", "world");
+    EXPECT_EQ("helloworld", Environment().body());
+    wait(nullptr);
+  });
+}
+
+// A request of which only half has come when signals begin.
+void expectWholeBodyThroughSignals(int flags) {
+  asScript(postOfLength("10"), "", [=] {
+    feedSlowly("hello", "world");
+    static volatile std::sig_atomic_t signals = 0;
+    struct sigaction action {};
+    action.sa_handler = [](int) { signals = signals + 1; };
+    action.sa_flags = flags;
+    ASSERT_EQ(0, sigaction(SIGALRM, &action, nullptr));
+    const itimerval often{{0, 5000}, {0, 5000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_EQ("helloworld", Environment().body());
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_GT(signals, 0);
+    wait(nullptr);
+  });
+}
+
+TEST(CgiEnvBody, ArrivesWholeThroughSignalsThatRestartReading) {
+  expectWholeBodyThroughSignals(SA_RESTART);
+}
+
+TEST(CgiEnvBody, ArrivesWholeThroughSignalsThatInterruptReading) {
+  expectWholeBodyThroughSignals(0);
+}
+
+TEST(CgiEnvBody, OfASecondEnvironmentFindsTheInputConsumed) {
+  asScript(postOfLength("5"), "hello", [] {
+    Environment first;
+    Environment second;
+    EXPECT_EQ("hello", first.body());
+    EXPECT_EQ(TARN_OK, second.status);
+    EXPECT_EQ("\0\0\0\0\0"s, second.body());
+  });
+}
+
+TEST(CgiEnvBody, OfNegativeLengthIsRefusedUnreadButTheEnvironmentIsKept) {
+  const std::pair<const char *, int32_t> cases[] = {{"-1", -1},
+                                                    {"-5", -5},
+                                                    {" -5x", -5},
+                                                    {"-2147483648", kSmallest},
+                                                    {"-4294967293", kSmallest},
+                                                    {"-99999999999999999999", kSmallest}};
+  for (const auto &[length, number] : cases) {
+    Variables variables = postOfLength(length);
+    variables["HTTPS"] = "on";
+    variables["HTTP_COOKIE"] = "a=1";
+    asScript(variables, "hello", [text = length, value = number] {
+      Environment environment;
+      EXPECT_EQ(TARN_BAD_ARGUMENT, environment.status) << text;
+      EXPECT_TRUE(CGIgs_IsA(&environment.handle, TARN_ENVIRONMENT_MAGIC)) << text;
+      EXPECT_EQ(value, environment.contentLength()) << text;
+      EXPECT_EQ(1U, environment.https()) << text;
+      EXPECT_EQ(kNone, environment.body()) << text;
+      EXPECT_EQ((Cookies{{"a", "1"}}), environment.cookies()) << text;
+      EXPECT_EQ("hello", restOfStandardInput()) << text;
+    });
+  }
+}
+
+TEST(CgiEnvBody, TooLargeToAllocateIsRefusedUnreadButTheEnvironmentIsKept) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizer needs the address space that this takes";
+  for (const char *length : {"2147483647", "4294967299", "99999999999999999999"}) {
+    Variables variables = postOfLength(length);
+    variables["HTTP_COOKIE"] = "a=1";
+    asScript(variables, "hello", [=] {
+      const rlimit limit{512 * kMegabyte, 512 * kMegabyte};
+      ASSERT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+      Environment environment;
+      EXPECT_EQ(TARN_BAD_ARGUMENT, environment.status) << length;
+      EXPECT_EQ(kLargest, environment.contentLength()) << length;
+      EXPECT_EQ(kNone, environment.body()) << length;
+      EXPECT_EQ((Cookies{{"a", "1"}}), environment.cookies()) << length;
+      EXPECT_EQ("hello", restOfStandardInput()) << length;
+    });
+  }
+}
+
+TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressesAndNoMemory) {
+  static constexpr uint32_t kDeclared = 1 << 30;
+  if (void *probe = std::malloc(kDeclared + 1UL)) {
+    std::free(probe);
+  } else {
+    GTEST_SKIP() << "no room for the length that is declared";
+  }
+  asScript(postOfLength(std::to_string(kDeclared)), "hello", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, environment.status);
+    TarnHandle body = CGIgs_getStruct(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC);
+    EXPECT_EQ(kDeclared, CGIgs_getInt(&body, 0, TARN_BYTE_BUFFER_MAGIC));
+    const auto *bytes =
+        reinterpret_cast<const char *>(CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC));
+    EXPECT_STREQ("hello", bytes);
+    EXPECT_EQ('\0', bytes[kDeclared]);
+    rusage usage{};
+    ASSERT_EQ(0, getrusage(RUSAGE_SELF, &usage));
+    EXPECT_LT(usage.ru_maxrss, 300 * 1024) << "kilobytes";
+  });
+}
+
+TEST(CgiEnvBody, StaysReadableAfterTheEnvironmentIsGone) {
+  asScript(postOfLength("5"), "hello", [] {
+    const char *bytes = nullptr;
+    {
+      Environment environment;
+      TarnHandle body = CGIgs_getStruct(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC);
+      bytes = reinterpret_cast<const char *>(CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC));
+    }
+    EXPECT_STREQ("hello", bytes);
+  });
+}
+
+// ---- Replacing the body -------------------------------------------------------------------------
+
+TEST(CgiEnvSetPostData, GivesABodyToAnEnvironmentWithoutOne) {
+  asScript({}, "", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, "a\0b", 3));
+    EXPECT_EQ("a\0b"s, environment.body());
+    EXPECT_EQ(22878U, CGIgs_getChildMagic(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(0, environment.contentLength()) << "the captured length is another matter";
+  });
+}
+
+TEST(CgiEnvSetPostData, ReplacesTheBodyAndLeavesTheOldBytesReadable) {
+  asScript(postOfLength("5"), "hello", [] {
+    Environment environment;
+    TarnHandle old = CGIgs_getStruct(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC);
+    const auto *bytes =
+        reinterpret_cast<const char *>(CGIgs_getFixed(&old, TARN_BYTE_BUFFER_MAGIC));
+    EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, "other", 4));
+    EXPECT_EQ("othe", environment.body());
+    EXPECT_EQ(5, environment.contentLength());
+    EXPECT_STREQ("hello", bytes);
+  });
+}
+
+TEST(CgiEnvSetPostData, KeepsACopyOfItsOwn) {
+  asScript({}, "", [] {
+    Environment environment;
+    char data[] = "hello";
+    EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, data, 5));
+    std::memset(data, 'x', 5);
+    EXPECT_EQ("hello", environment.body());
+  });
+}
+
+TEST(CgiEnvSetPostData, TakesTheBodyItAlreadyHolds) {
+  asScript(postOfLength("5"), "hello", [] {
+    Environment environment;
+    TarnHandle body = CGIgs_getStruct(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC);
+    const auto *bytes =
+        reinterpret_cast<const char *>(CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC));
+    EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, bytes + 1, 3));
+    EXPECT_EQ("ell", environment.body());
+  });
+}
+
+TEST(CgiEnvSetPostData, ReadsNoMoreThanItsLength) {
+  asScript({}, "", [] {
+    Environment environment;
+    ExactBlock data("hello");
+    EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, data.bytes(), data.size()));
+    EXPECT_EQ("hello", environment.body());
+  });
+}
+
+TEST(CgiEnvSetPostData, RefusesNullDataAndLengthZeroAndKeepsTheBody) {
+  asScript(postOfLength("5"), "hello", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_BAD_ARGUMENT, CgiEnv_setPostData(&environment.handle, nullptr, 3));
+    EXPECT_EQ("hello", environment.body());
+    EXPECT_EQ(TARN_BAD_ARGUMENT, CgiEnv_setPostData(&environment.handle, "other", 0));
+    EXPECT_EQ("hello", environment.body());
+    EXPECT_EQ(TARN_BAD_ARGUMENT, CgiEnv_setPostData(&environment.handle, nullptr, 0));
+    EXPECT_EQ("hello", environment.body());
+  });
+}
+
+TEST(CgiEnvSetPostData, OnAnythingElseIsTheWrongTypeWhateverTheData) {
+  withEveryHandleBut(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
+    EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_setPostData(handle, "hello", 5));
+    EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_setPostData(handle, nullptr, 0));
+    EXPECT_EQ(0U, CGIgs_getStruct(handle, 0, 0));
+  });
+}
+
+TEST(CgiEnvSetPostData, OutOfMemoryKeepsTheBody) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizer needs the address space that this takes";
+  asScript(postOfLength("5"), "hello", [] {
+    Environment environment;
+    const rlimit limit{512 * kMegabyte, 512 * kMegabyte};
+    ASSERT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+    for (const uint32_t length : {0x7FFFFFFFU, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
+      EXPECT_EQ(TARN_OUT_OF_MEMORY, CgiEnv_setPostData(&environment.handle, "x", length));
+      EXPECT_EQ("hello", environment.body());
+    }
+  });
+}
+
+class CgiEnvWithoutMemory : public WithoutMemory {};
+
+TEST_F(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
+  asScript({{"HTTP_COOKIE", "a=1"}}, "", [] {
+    TarnHandle handle = 0;
+    TarnStatus status = TARN_OK;
+    withoutMemory([&] { status = CgiEnv_new(&handle); });
+    EXPECT_EQ(TARN_BAD_ARGUMENT, status);
+    EXPECT_EQ(0U, handle);
+  });
+}
+
+TEST_F(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
+  asScript(postOfLength("5"), "hello", [] {
+    Environment environment;
+    const std::string data(100000, 'x');
+    TarnStatus status = TARN_OK;
+    withoutMemory(
+        [&] {
+          status = CgiEnv_setPostData(&environment.handle, data.data(),
+                                      static_cast<uint32_t>(data.size()));
+        },
+        data.size());
+    EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+    EXPECT_EQ("hello", environment.body());
+  });
+}
+
+TEST_F(CgiEnvWithoutMemory, EachAllocationFailingInTurnGivesABodyOrAStatusThatSaysThereIsNone) {
+  Variables variables = postOfLength("5");
+  variables["HTTP_COOKIE"] = "a=1; x; b=2";
+  asScript(variables, "", [] {
+    const std::optional<Cookies> all = Cookies{{"a", "1"}, {kNone, kNone}, {"b", "2"}};
+    std::optional<Cookies> cookies;
+    int refused = 0;
+    for (size_t spare = 0; cookies != all; spare += 8) {
+      ASSERT_LT(spare, 100000U) << "with that much the environment is whole";
+      feedStandardInput("hello");
+      TarnHandle handle = 0;
+      TarnStatus status = TARN_OUT_OF_MEMORY;
+      withoutMemory([&] { status = CgiEnv_new(&handle); }, spare);
+      ASSERT_EQ(status == TARN_OK ? Text("hello") : kNone, bodyOf(handle)) << spare;
+      if (!handle) {
+        ASSERT_EQ(TARN_BAD_ARGUMENT, status) << spare;
+      }
+      if (status != TARN_OK) ++refused;
+      cookies = cookiesOf(handle);
+      const TarnStatus expected = handle ? TARN_OK : TARN_WRONG_TYPE;
+      ASSERT_EQ(expected, CgiEnv_delete(&handle)) << spare;
+    }
+    EXPECT_GT(refused, 2);
+  });
+}
+
+// ---- Emptying and deleting ----------------------------------------------------------------------
+
+TEST(CgiEnvClear, EmptiesTheNodeAndKeepsItAnEnvironment) {
+  Variables variables = postOfLength("5");
+  variables["HTTPS"] = "on";
+  variables["HTTP_COOKIE"] = "a=1; b=2; x";
+  asScript(variables, "hello", [] {
+    Environment environment;
+    const TarnHandle before = environment.handle;
+    EXPECT_EQ(TARN_OK, CgiEnv_clear(&environment.handle));
+    EXPECT_EQ(before, environment.handle);
+    EXPECT_TRUE(CGIgs_IsA(&environment.handle, TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(0, environment.contentLength());
+    EXPECT_EQ(0U, environment.https());
+    EXPECT_EQ(kNone, environment.body());
+    EXPECT_EQ(std::nullopt, environment.cookies());
+    EXPECT_EQ(0U, CGIgs_getChildMagic(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getChildMagic(&environment.handle, 1, TARN_ENVIRONMENT_MAGIC));
+  });
+}
+
+TEST(CgiEnvClear, LeavesTheGettersWorkingAndTakesANewBody) {
+  asScript(postOfLength("5"), "hello", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, CgiEnv_clear(&environment.handle));
+    EXPECT_EQ(5, CgiEnv_getContentLength(&environment.handle));
+    EXPECT_STREQ("POST", CgiEnv_getRequestMethod(&environment.handle));
+    EXPECT_EQ(TARN_OK, CgiEnv_clear(&environment.handle)) << "twice";
+    EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, "new", 3));
+    EXPECT_EQ("new", environment.body());
+  });
+}
+
+TEST(CgiEnvClear, WithoutCookiesOrBodySucceeds) {
+  asScript({}, "", [] {
+    Environment environment;
+    EXPECT_EQ(TARN_OK, CgiEnv_clear(&environment.handle));
+    EXPECT_TRUE(CGIgs_IsA(&environment.handle, TARN_ENVIRONMENT_MAGIC));
+  });
+}
+
+TEST(CgiEnvClear, OnAnythingElseIsTheWrongType) {
+  withEveryHandleBut(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
+    const bool filled = CGIgs_setInt(handle, 0, 7, 0) == TARN_OK;
+    EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_clear(handle));
+    EXPECT_EQ(filled ? 7U : 0U, CGIgs_getInt(handle, 0, 0));
+  });
+}
+
+TEST(CgiEnvDelete, SetsTheHandleToZero) {
+  Variables variables = postOfLength("5");
+  variables["HTTP_COOKIE"] = "a=1; b=2";
+  asScript(variables, "hello", [] {
+    TarnHandle handle = 0;
+    ASSERT_EQ(TARN_OK, CgiEnv_new(&handle));
+    EXPECT_EQ(TARN_OK, CgiEnv_delete(&handle));
+    EXPECT_EQ(0U, handle);
+    EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_delete(&handle)) << "twice";
+    EXPECT_EQ(TARN_OK, CgiEnv_new(&handle)) << "and again";
+    EXPECT_EQ(TARN_OK, CgiEnv_delete(&handle));
+  });
+}
+
+TEST(CgiEnvDelete, OnAnythingElseIsTheWrongTypeAndReleasesNothing) {
+  withEveryHandleBut(TARN_ENVIRONMENT_MAGIC,
+                     [](TarnHandle *handle) { EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_delete(handle)); });
+}
+
+TEST(CgiEnv, SaveAndRestoreDoNothing) {
+  Variables variables = postOfLength("5");
+  variables["HTTP_COOKIE"] = "a=1";
+  asScript(variables, "hello", [] {
+    Environment environment;
+    std::FILE *const stream = std::tmpfile();
+    ASSERT_NE(nullptr, stream);
+    std::fputs("text", stream);
+    std::rewind(stream);
+    EXPECT_EQ(TARN_OK, CgiEnv_save(&environment.handle, stream));
+    EXPECT_EQ(0, std::ftell(stream));
+    EXPECT_EQ(TARN_OK, CgiEnv_restore(&environment.handle, stream));
+    EXPECT_EQ(0, std::ftell(stream));
+    char kept[8] = "";
+    EXPECT_EQ(4U, std::fread(kept, 1, sizeof kept, stream));
+    EXPECT_STREQ("text", kept);
+    std::fclose(stream);
+    EXPECT_EQ(TARN_OK, CgiEnv_save(nullptr, nullptr));
+    EXPECT_EQ(TARN_OK, CgiEnv_restore(nullptr, nullptr));
+    EXPECT_EQ("hello", environment.body());
+    EXPECT_EQ((Cookies{{"a", "1"}}), environment.cookies());
+  });
+}
+
+// ---- Getters ------------------------------------------------------------------------------------
+
+TEST(CgiEnvGetters, LendTheTextThatTheProcessEnvironmentHolds) {
+  Variables variables;
+  for (const TextGetter &getter : kTextGetters) {
+    variables[getter.variable] = "value of "s + getter.variable + " \xFF\xC3";
+  }
+  asScript(variables, "", [&] {
+    Environment environment;
+    for (const auto &[variable, get] : kTextGetters) {
+      EXPECT_EQ(variables.at(variable), get(&environment.handle)) << variable;
+      EXPECT_EQ(std::getenv(variable), get(&environment.handle)) << variable;
+    }
+  });
+}
+
+TEST(CgiEnvGetters, GiveAnEmptyTextForAnUnsetVariableAndForAnEmptyOne) {
+  asScript({}, "", [] {
+    Environment environment;
+    for (const auto &[variable, get] : kTextGetters) {
+      ASSERT_NE(nullptr, get(&environment.handle)) << variable;
+      EXPECT_STREQ("", get(&environment.handle)) << variable;
+      setenv(variable, "", 1);
+      EXPECT_STREQ("", get(&environment.handle)) << variable;
+      EXPECT_EQ(std::getenv(variable), get(&environment.handle)) << variable;
+    }
+  });
+}
+
+TEST(CgiEnvGetters, ReadTheirOwnVariableAndNoOther) {
+  asScript({}, "", [] {
+    for (const TextGetter &set : kTextGetters) {
+      setenv(set.variable, "x", 1);
+      for (const TextGetter &read : kTextGetters) {
+        EXPECT_STREQ(read.variable == set.variable ? "x" : "", read.get(nullptr))
+            << read.variable << " with only " << set.variable << " set";
+      }
+      unsetenv(set.variable);
+    }
+  });
+}
+
+TEST(CgiEnvGetters, GiveNumbersThatStopAtTheLimitsOf32Bits) {
+  asScript({}, "", [] {
+    Environment environment;
+    for (const auto &[variable, get] : kNumberGetters) {
+      EXPECT_EQ(0, get(&environment.handle)) << variable << " unset";
+      for (const auto &[text, value] : kNumbers) {
+        setenv(variable, text, 1);
+        EXPECT_EQ(value, get(&environment.handle)) << variable << " " << text;
+      }
+      unsetenv(variable);
+    }
+  });
+}
+
+TEST(CgiEnvGetters, NeverLookAtTheHandle) {
+  Variables variables{{"SERVER_PORT", "8080"}, {"CONTENT_LENGTH", "5"}};
+  for (const TextGetter &getter : kTextGetters) variables[getter.variable] = getter.variable;
+  asScript(variables, "", [] {
+    TarnHandle none = 0;
+    TarnHandle nonsense = 1;
+    for (TarnHandle *handle : {static_cast<TarnHandle *>(nullptr), &none, &nonsense}) {
+      for (const auto &[variable, get] : kTextGetters) EXPECT_STREQ(variable, get(handle));
+      EXPECT_EQ(8080, CgiEnv_getServerPort(handle));
+      EXPECT_EQ(5, CgiEnv_getContentLength(handle));
+    }
+  });
+}
+
+TEST(CgiEnvGetters, ShowChangesMadeAfterCreationWhileTheCapturedValuesStay) {
+  Variables variables = postOfLength("5");
+  variables["HTTPS"] = "on";
+  variables["HTTP_COOKIE"] = "a=1";
+  asScript(variables, "hello", [] {
+    Environment environment;
+    for (const auto &[variable, get] : kTextGetters) {
+      setenv(variable, "changed", 1);
+      EXPECT_STREQ("changed", get(&environment.handle)) << variable;
+      unsetenv(variable);
+      EXPECT_STREQ("", get(&environment.handle)) << variable;
+    }
+    for (const auto &[variable, get] : kNumberGetters) {
+      setenv(variable, "77", 1);
+      EXPECT_EQ(77, get(&environment.handle)) << variable;
+    }
+    setenv("HTTPS", "off", 1);
+    EXPECT_EQ(5, environment.contentLength());
+    EXPECT_EQ(1U, environment.https());
+    EXPECT_EQ("hello", environment.body());
+    EXPECT_EQ((Cookies{{"a", "1"}}), environment.cookies());
+  });
+}
+
+TEST(CgiEnvGetters, TakeALongVariableWhole) {
+  const std::string longText(100000, 'x');
+  asScript({{"CONTENT_TYPE", longText}}, "",
+           [&] { EXPECT_EQ(longText, CgiEnv_getContentType(nullptr)); });
+}
+
+// ---- Cookies ------------------------------------------------------------------------------------
+
+TEST(CgiEnvCookies, AreSplitAtSemicolonsAndTheFirstEqualsSign) {
+  expectCookies({
+      {"a=1", {{"a", "1"}}},
+      {"a=1; b=2", {{"a", "1"}, {"b", "2"}}},
+      {"a=1;b=2;c=3", {{"a", "1"}, {"b", "2"}, {"c", "3"}}},
+      {"a=b=c", {{"a", "b=c"}}},
+      {"a==", {{"a", "="}}},
+      {"a=1,b=2", {{"a", "1,b=2"}}},
+      {"a=1&b=2", {{"a", "1&b=2"}}},
+  });
+}
+
+TEST(CgiEnvCookies, OfAnUnsetHeaderHaveNoList) {
+  asScript({}, "", [] { EXPECT_EQ(std::nullopt, Environment().cookies()); });
+}
+
+TEST(CgiEnvCookies, OfAnEmptyHeaderAreOneWithoutNameAndValue) {
+  expectCookies({{"", {{kNone, kNone}}}});
+}
+
+TEST(CgiEnvCookies, WithoutAnEqualsSignCountButHaveNeitherNameNorValue) {
+  const Cookie blank{kNone, kNone};
+  expectCookies({
+      {"x", {blank}},
+      {"x;y", {blank, blank}},
+      {"a=1;", {{"a", "1"}, blank}},
+      {"a=1; ", {{"a", "1"}, blank}},
+      {";a=1", {blank, {"a", "1"}}},
+      {"a=1;;b=2", {{"a", "1"}, blank, {"b", "2"}}},
+      {"a=1; session; b=2", {{"a", "1"}, blank, {"b", "2"}}},
+      {"%3D", {blank}},
+      {";", {blank, blank}},
+      {";;;", {blank, blank, blank, blank}},
+  });
+}
+
+TEST(CgiEnvCookies, WithNothingOnASideOfTheEqualsSignHaveAnEmptyTextThere) {
+  expectCookies({
+      {"=v", {{"", "v"}}},
+      {"k=", {{"k", ""}}},
+      {"=", {{"", ""}}},
+      {" = ", {{"", ""}}},
+      {"= ; =", {{"", ""}, {"", ""}}},
+  });
+}
+
+TEST(CgiEnvCookies, AreTrimmedOnBothSidesOfTheEqualsSign) {
+  expectCookies({
+      {" a = 1 ", {{"a", "1"}}},
+      {"\t\r\n a\t\r\n =\t\r\n 1\t\r\n ;b=2", {{"a", "1"}, {"b", "2"}}},
+      {"a b = c d", {{"a b", "c d"}}},
+      {"a=\v1\f", {{"a", "\v1\f"}}},
+  });
+}
+
+TEST(CgiEnvCookies, AreDecodedLikeFormData) {
+  expectCookies({
+      {"k=%41", {{"k", "A"}}},
+      {"k=a+b", {{"k", "a b"}}},
+      {"%41+%42=%43", {{"A B", "C"}}},
+      {"k=%e4%E4", {{"k", "\xE4\xE4"}}},
+      {"k=\xFF\x80", {{"k", "\xFF\x80"}}},
+      {"k=\"quoted\"", {{"k", "\"quoted\""}}},
+      {"$Version=1", {{"$Version", "1"}}},
+  });
+}
+
+TEST(CgiEnvCookies, AreTrimmedBeforeDecodingSoThatEncodedBlanksStay) {
+  expectCookies({
+      {"k=+a+", {{"k", " a "}}},
+      {"k=%20a%20", {{"k", " a "}}},
+      {"+k+=%0D%0A", {{" k ", "\r\n"}}},
+      {"k= %09 ", {{"k", "\t"}}},
+  });
+}
+
+TEST(CgiEnvCookies, AreSplitBeforeDecodingSoThatNamesMayHoldSeparators) {
+  expectCookies({
+      {"a%3Db=1", {{"a=b", "1"}}},
+      {"a%3Bb=1%3B2", {{"a;b", "1;2"}}},
+      {"%5F%5FHost-id=1", {{"__Host-id", "1"}}},
+  });
+}
+
+TEST(CgiEnvCookies, EndAtADecodedZeroByte) {
+  expectCookies({
+      {"k=%00z", {{"k", ""}}},
+      {"k=a%00z", {{"k", "a"}}},
+      {"a%00b=1", {{"a", "1"}}},
+      {"%00=1", {{"", "1"}}},
+  });
+}
+
+TEST(CgiEnvCookies, TakeMissingHexadecimalDigitsAsZeroBytes) {
+  expectCookies({
+      {"k=%", {{"k", "\xD0"}}},
+      {"k=%; b=2", {{"k", "\xD0"}, {"b", "2"}}},
+      {"k=%2", {{"k", "\xF0"}}},
+      {"k=%2; b=2", {{"k", "\xF0"}, {"b", "2"}}},
+      {"k%=v", {{"k\xD0", "v"}}},
+      {"k%2=v", {{"k\xF0", "v"}}},
+      {"%=%", {{"\xD0", "\xD0"}}},
+      {"k=%%", {{"k", " "}}},
+      {"k=% ;b=2", {{"k", "\xD0"}, {"b", "2"}}},
+  });
+}
+
+TEST(CgiEnvCookies, DecodeDigitsThatAreNone) {
+  expectCookies({
+      {"k=%zz", {{"k", "S"}}},
+      {"k=%u0041", {{"k", "\xE0\x30\x34\x31"}}},
+      {"k=%%%", {{"k", "E"}}},
+  });
+}
+
+TEST(CgiEnvCookies, OfTheSameNameAreAllKeptInOrder) {
+  expectCookies({{"k=2; K=1; k=3; k=2", {{"k", "2"}, {"K", "1"}, {"k", "3"}, {"k", "2"}}}});
+}
+
+TEST(CgiEnvCookies, HaveNothingButNameAndValue) {
+  asScript({{"HTTP_COOKIE", "a=1; Path=/; Secure; Max-Age=5"}}, "", [] {
+    Environment environment;
+    EXPECT_EQ((Cookies{{"a", "1"}, {"Path", "/"}, {kNone, kNone}, {"Max-Age", "5"}}),
+              environment.cookies());
+    TarnHandle list = CGIgs_getStruct(&environment.handle, 1, TARN_ENVIRONMENT_MAGIC);
+    EXPECT_EQ(0U, HTTPCookieList_getByIndex(&list, 4));
+    for (uint32_t i = 0; i < 4; ++i) {
+      TarnHandle cookie = HTTPCookieList_getByIndex(&list, i);
+      EXPECT_EQ(0, HTTPCookie_getMaxAge(&cookie));
+      EXPECT_EQ(0, HTTPCookie_isSecure(&cookie));
+      for (uint32_t slot = 2; slot < 8; ++slot) {
+        EXPECT_EQ(nullptr, CGIgs_getString(&cookie, slot, TARN_COOKIE_MAGIC)) << slot;
+      }
+    }
+  });
+}
+
+TEST(CgiEnvCookies, LeaveTheHeaderItselfAlone) {
+  asScript({{"HTTP_COOKIE", "a=1; b=%41"}}, "", [] {
+    Environment environment;
+    EXPECT_STREQ("a=1; b=%41", CgiEnv_getCookies(&environment.handle));
+  });
+}
+
+TEST(CgiEnvCookies, OfALongHeaderArriveWhole) {
+  const std::string name(65536, 'n');
+  const std::string value(65536, 'v');
+  asScript({{"HTTP_COOKIE", "a=1; " + name + "=" + value}}, "", [&] {
+    EXPECT_TRUE((Cookies{{"a", "1"}, {name, value}}) == Environment().cookies());
+  });
+}
+
+TEST(CgiEnvCookies, OfAHeaderFullOfSeparatorsAreCountedWithoutDelay) {
+  static constexpr int kSeparators = 1000000;
+  asScript({{"HTTP_COOKIE", std::string(kSeparators, ';')}}, "", [] {
+    limitProcessorTime();
+    Environment environment;
+    TarnHandle list = CGIgs_getStruct(&environment.handle, 1, TARN_ENVIRONMENT_MAGIC);
+    EXPECT_EQ(kSeparators + 1, HTTPCookieList_getCount(&list));
+  });
+}
+
+// The same rules once more, for headers nobody thought of.
+Cookies modelCookies(const std::string &header) {
+  const auto clean = [](const std::string &text) {
+    const char *const blanks = " \t\n\r";
+    const size_t first = text.find_first_not_of(blanks);
+    if (first == std::string::npos) return ""s;
+    return decoded(text.substr(first, text.find_last_not_of(blanks) + 1 - first));
+  };
+  Cookies cookies;
+  for (size_t at = 0; at <= header.size();) {
+    const size_t end = std::min(header.find(';', at), header.size());
+    const std::string token = header.substr(at, end - at);
+    const size_t equals = token.find('=');
+    cookies.push_back(equals == std::string::npos ? Cookie{}
+                                                  : Cookie{clean(token.substr(0, equals)),
+                                                           clean(token.substr(equals + 1))});
+    at = end + 1;
+  }
+  return cookies;
+}
+
+TEST(CgiEnvCookies, FollowTheRulesInRandomHeaders) {
+  asScript({}, "", [] {
+    const std::string pieces[] = {"a",  "B", "=",  ";",   "; ",  " ",
+                                  "\t", "%", "%4", "%00", "%2B", "+"};
+    std::mt19937 random(20070717);
+    for (int round = 0; round < 5000; ++round) {
+      std::string header;
+      for (auto length = random() % 12; length > 0; --length) {
+        header += pieces[random() % std::size(pieces)];
+      }
+      ASSERT_EQ(modelCookies(header), cookiesFrom(header)) << testing::PrintToString(header);
+    }
+  });
+}
+
+}  // namespace
+}  // namespace tarn_test

@@ -1,0 +1,909 @@
+#include <gtest/gtest.h>
+#include <tarn.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "support/handles.h"
+
+namespace {
+
+using tarn_test::Node;
+
+// The slots that a script reads with the node's getters.
+enum Text : uint32_t { kName, kValue, kStripped };
+enum Number : uint32_t { kLength };
+enum Elements : uint32_t { kEntries };
+
+struct Entry : Node {
+  Entry() : Node(TARN_FORM_ENTRY_MAGIC) {}
+  Entry(const char *name, std::string_view value) : Entry() {
+    FormEntry_init(*this, name, value.data(), static_cast<uint32_t>(value.size()));
+  }
+};
+
+struct EntryList : Node {
+  EntryList() : Node(TARN_FORM_ENTRY_LIST_MAGIC) {}
+  ~EntryList() { FormEntryList_delete(*this); }
+};
+
+struct File : Node {
+  File() : Node(TARN_FORM_FILE_MAGIC) {
+    FormFile_init(*this, "photo", "cat.png", "image/png", "meow", 4);
+  }
+};
+
+// Texts that the library makes for the caller.
+using OwnText =
+    std::unique_ptr<const char,
+                    decltype([](const char *text) { std::free(const_cast<char *>(text)); })>;
+
+const char *name(TarnHandle *entry) { return CGIgs_getString(entry, kName, TARN_FORM_ENTRY_MAGIC); }
+
+const char *value(TarnHandle *entry) {
+  return CGIgs_getString(entry, kValue, TARN_FORM_ENTRY_MAGIC);
+}
+
+const char *strippedCopy(TarnHandle *entry) {
+  return CGIgs_getString(entry, kStripped, TARN_FORM_ENTRY_MAGIC);
+}
+
+uint32_t length(TarnHandle *entry) { return CGIgs_getInt(entry, kLength, TARN_FORM_ENTRY_MAGIC); }
+
+TarnHandle entries(TarnHandle *list) {
+  return CGIgs_getList(list, kEntries, TARN_FORM_ENTRY_LIST_MAGIC);
+}
+
+uint32_t capacity(TarnHandle *list) {
+  TarnHandle inner = entries(list);
+  return TARNGenericList_getCapacity(&inner);
+}
+
+void add(TarnHandle *list, const char *entryName, std::string_view entryValue) {
+  Entry entry(entryName, entryValue);
+  ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, entry));
+}
+
+void expectEntry(TarnHandle *list, uint32_t index, const char *entryName, const char *entryValue) {
+  TarnHandle entry = FormEntryList_getByIndex(list, index);
+  EXPECT_STREQ(entryName, name(&entry)) << "at " << index;
+  EXPECT_STREQ(entryValue, value(&entry)) << "at " << index;
+}
+
+// Calls with handles that hold neither an entry nor a list of entries, and sees that they stay as
+// they are: no address at all, nothing, a node of another type, a generic list, which is no node.
+template <typename Call>
+void withEveryStranger(Call call) {
+  Node nothing;
+  Node cookie(TARN_COOKIE_MAGIC);
+  tarn_test::List generic;
+  for (TarnHandle *stranger :
+       {static_cast<TarnHandle *>(nullptr), static_cast<TarnHandle *>(nothing),
+        static_cast<TarnHandle *>(cookie), static_cast<TarnHandle *>(generic)}) {
+    const TarnHandle before = stranger ? *stranger : 0;
+    const uint32_t magic = CGIgs_getMagic(stranger);
+    SCOPED_TRACE(stranger ? "a handle with tag " + std::to_string(magic) : "a null address");
+    call(stranger);
+    EXPECT_EQ(before, stranger ? *stranger : 0);
+    EXPECT_EQ(magic, CGIgs_getMagic(stranger));
+  }
+}
+
+// ---- One entry ----------------------------------------------------------------------------------
+
+TEST(FormEntry, IsBornWithoutNameAndValue) {
+  Entry entry;
+  EXPECT_EQ(5471U, CGIgs_getMagic(entry));
+  EXPECT_EQ(nullptr, name(entry));
+  EXPECT_EQ(nullptr, value(entry));
+  EXPECT_EQ(nullptr, strippedCopy(entry));
+  EXPECT_EQ(0U, length(entry));
+}
+
+TEST(FormEntry, InitKeepsCopiesOfNameAndValue) {
+  char nameText[] = "city";
+  char valueText[] = "Paris";
+  Entry entry;
+  EXPECT_EQ(TARN_OK, FormEntry_init(entry, nameText, valueText, 5));
+  nameText[0] = valueText[0] = '?';
+  EXPECT_STREQ("city", name(entry));
+  EXPECT_STREQ("Paris", value(entry));
+  EXPECT_EQ(5U, length(entry));
+}
+
+TEST(FormEntry, InitAgainReplacesNameAndValue) {
+  Entry entry("city", "Paris");
+  EXPECT_EQ(TARN_OK, FormEntry_init(entry, "country", "Peru", 4));
+  EXPECT_STREQ("country", name(entry));
+  EXPECT_STREQ("Peru", value(entry));
+  EXPECT_EQ(4U, length(entry));
+}
+
+TEST(FormEntry, InitWithoutANameLeavesTheEntryNameless) {
+  Entry entry("city", "Paris");
+  EXPECT_EQ(TARN_OK, FormEntry_init(entry, nullptr, "Lima", 4));
+  EXPECT_EQ(nullptr, name(entry));
+  EXPECT_STREQ("Lima", value(entry));
+}
+
+TEST(FormEntry, InitKeepsAnEmptyNameApartFromNone) {
+  Entry entry("", "x");
+  EXPECT_STREQ("", name(entry));
+}
+
+TEST(FormEntry, InitWithNullDataAndALengthSetsTheNameAndReportsABadArgument) {
+  Entry entry("city", "Paris");
+  EXPECT_EQ(TARN_BAD_ARGUMENT, FormEntry_init(entry, "country", nullptr, 4));
+  EXPECT_STREQ("country", name(entry));
+  EXPECT_STREQ("Paris", value(entry));
+  EXPECT_EQ(5U, length(entry));
+}
+
+TEST(FormEntry, InitOfNoEntryIsWrongTypeWhateverTheArguments) {
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_init(stranger, "name", "value", 5));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_init(stranger, nullptr, nullptr, 5));
+  });
+}
+
+TEST(FormEntry, InitTakesTheEntrysOwnNameAndValue) {
+  Entry entry("city", "Paris");
+  EXPECT_EQ(TARN_OK, FormEntry_init(entry, name(entry), value(entry), 5));
+  EXPECT_STREQ("city", name(entry));
+  EXPECT_STREQ("Paris", value(entry));
+}
+
+TEST(FormEntry, InitExchangesTheEntrysOwnNameAndValue) {
+  Entry entry("city", "Paris");
+  EXPECT_EQ(TARN_OK, FormEntry_init(entry, value(entry), name(entry), 4));
+  EXPECT_STREQ("Paris", name(entry));
+  EXPECT_STREQ("city", value(entry));
+  EXPECT_EQ(4U, length(entry));
+}
+
+TEST(FormEntry, InitTakesTheTailsOfTheEntrysOwnTexts) {
+  Entry entry("the-city", "in-Paris");
+  EXPECT_EQ(TARN_OK, FormEntry_init(entry, name(entry) + 4, value(entry) + 3, 5));
+  EXPECT_STREQ("city", name(entry));
+  EXPECT_STREQ("Paris", value(entry));
+}
+
+TEST(FormEntry, SetValueReplacesTheValueAndKeepsTheName) {
+  Entry entry("city", "Paris");
+  EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, "Oslo", 4));
+  EXPECT_STREQ("city", name(entry));
+  EXPECT_STREQ("Oslo", value(entry));
+  EXPECT_EQ(4U, length(entry));
+}
+
+TEST(FormEntry, SetValueTakesAsManyBytesAsTheLengthSaysAndEndsThemAsText) {
+  Entry entry;
+  EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, "abcdef", 3));
+  EXPECT_STREQ("abc", value(entry));
+  EXPECT_EQ(3U, length(entry));
+}
+
+TEST(FormEntry, SetValueOfLengthZeroStoresAnEmptyText) {
+  for (const char *data : {"", "abc", static_cast<const char *>(nullptr)}) {
+    Entry entry("n", "before");
+    EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, data, 0));
+    EXPECT_STREQ("", value(entry));
+    EXPECT_EQ(0U, length(entry));
+    EXPECT_EQ(0, FormEntry_getIntegerValue(entry));
+  }
+}
+
+TEST(FormEntry, ValueMayHoldAnyBytesAndIsFollowedByAZeroByte) {
+  const std::string_view bytes("\0a\0\xff\r\n\0", 7);
+  Entry entry("raw", bytes);
+  ASSERT_EQ(7U, length(entry));
+  EXPECT_EQ(bytes, std::string_view(value(entry), 7));
+  EXPECT_EQ('\0', value(entry)[7]);
+}
+
+TEST(FormEntry, ValueMayBeAMegabyteLong) {
+  const std::string bytes(1 << 20, 'x');
+  Entry entry("long", bytes);
+  EXPECT_EQ(bytes.size(), length(entry));
+  EXPECT_EQ(bytes, value(entry));
+}
+
+TEST(FormEntry, SetValueRefusesNullDataWithALengthAndKeepsTheEntry) {
+  Entry entry("city", "Paris");
+  for (uint32_t claimed : {1U, 1000U, UINT32_MAX}) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, FormEntry_setValue(entry, nullptr, claimed));
+    EXPECT_STREQ("city", name(entry));
+    EXPECT_STREQ("Paris", value(entry));
+    EXPECT_EQ(5U, length(entry));
+  }
+}
+
+TEST(FormEntry, SetValueOfNoEntryIsWrongTypeWhateverTheArguments) {
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_setValue(stranger, "value", 5));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_setValue(stranger, nullptr, 5));
+  });
+}
+
+TEST(FormEntry, SetValueTakesPartOfItsOwnValue) {
+  Entry entry("greeting", "hello, world");
+  EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, value(entry) + 7, 5));
+  EXPECT_STREQ("world", value(entry));
+  EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, value(entry), 5));
+  EXPECT_STREQ("world", value(entry));
+  EXPECT_EQ(5U, length(entry));
+}
+
+TEST(FormEntry, SetValueTakesItsOwnStrippedCopy) {
+  Entry entry("n", " 42 ");
+  OwnText stripped(FormEntry_getStrippedValue(entry));
+  EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, strippedCopy(entry), 2));
+  EXPECT_STREQ("42", value(entry));
+}
+
+// ---- Comparing entries --------------------------------------------------------------------------
+
+TEST(FormEntry, CompareOrdersByNameBeforeValue) {
+  Entry a("alpha", "2");
+  Entry b("beta", "1");
+  EXPECT_LT(FormEntry_compare(a, b), 0);
+  EXPECT_GT(FormEntry_compare(b, a), 0);
+}
+
+TEST(FormEntry, CompareOrdersEqualNamesByValue) {
+  Entry a("size", "large");
+  Entry b("SIZE", "small");
+  EXPECT_LT(FormEntry_compare(a, b), 0);
+  EXPECT_GT(FormEntry_compare(b, a), 0);
+}
+
+TEST(FormEntry, CompareIgnoresTheCaseOfNamesAndValues) {
+  Entry a("Size", "LARGE");
+  Entry b("sIZE", "large");
+  EXPECT_EQ(0, FormEntry_compare(a, b));
+  EXPECT_EQ(0, FormEntry_compare(a, a));
+}
+
+TEST(FormEntry, CompareReadsValuesUpToTheirFirstZeroByte) {
+  Entry a("n", std::string_view("x\0a", 3));
+  Entry b("n", std::string_view("x\0b", 3));
+  EXPECT_EQ(0, FormEntry_compare(a, b));
+}
+
+TEST(FormEntry, CompareOfHandlesThatHoldNoEntryIsEqual) {
+  Entry entry("n", "x");
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(0, FormEntry_compare(stranger, entry));
+    EXPECT_EQ(0, FormEntry_compare(entry, stranger));
+    EXPECT_EQ(0, FormEntry_compare(stranger, stranger));
+  });
+}
+
+TEST(FormEntry, CompareIsNegativeWheneverTheSecondHasNoName) {
+  Entry named("n", "x");
+  Entry nameless(nullptr, "x");
+  Entry another(nullptr, "x");
+  EXPECT_EQ(-1, FormEntry_compare(named, nameless));
+  EXPECT_EQ(-1, FormEntry_compare(nameless, named));
+  EXPECT_EQ(-1, FormEntry_compare(nameless, another));
+  EXPECT_EQ(-1, FormEntry_compare(another, nameless));
+}
+
+TEST(FormEntry, CompareOfEqualNamesIsNegativeWheneverTheSecondHasNoValue) {
+  Entry full("n", "x");
+  Entry bare;
+  Entry another;
+  CGIgs_setString(bare, kName, "n", TARN_FORM_ENTRY_MAGIC);
+  CGIgs_setString(another, kName, "n", TARN_FORM_ENTRY_MAGIC);
+  EXPECT_EQ(-1, FormEntry_compare(full, bare));
+  EXPECT_EQ(-1, FormEntry_compare(bare, full));
+  EXPECT_EQ(-1, FormEntry_compare(bare, another));
+}
+
+TEST(FormEntry, CompareNameIgnoresCaseAndOrders) {
+  Entry entry("Name", "");
+  EXPECT_EQ(0, FormEntry_compareName(entry, "NAME"));
+  EXPECT_LT(FormEntry_compareName(entry, "other"), 0);
+  EXPECT_GT(FormEntry_compareName(entry, "a name"), 0);
+  EXPECT_GT(FormEntry_compareName(entry, "Nam"), 0);
+  EXPECT_GT(FormEntry_compareName(entry, ""), 0);
+}
+
+TEST(FormEntry, CompareNameFoldsAsciiLettersOnly) {
+  Entry entry("\xc3\x84pfel", "");
+  EXPECT_EQ(0, FormEntry_compareName(entry, "\xc3\x84PFEL"));
+  EXPECT_NE(0, FormEntry_compareName(entry, "\xc3\xa4pfel"));
+}
+
+TEST(FormEntry, CompareNameIsMinusOneWithoutAnEntryOrAName) {
+  Entry entry("n", "x");
+  Entry nameless(nullptr, "x");
+  EXPECT_EQ(-1, FormEntry_compareName(entry, nullptr));
+  EXPECT_EQ(-1, FormEntry_compareName(nameless, nullptr));
+  EXPECT_EQ(-1, FormEntry_compareName(nameless, "n"));
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(-1, FormEntry_compareName(stranger, "n"));
+    EXPECT_EQ(-1, FormEntry_compareName(stranger, nullptr));
+  });
+}
+
+TEST(FormEntry, CompareValueIgnoresCaseAndOrders) {
+  Entry entry("n", "Medium");
+  EXPECT_EQ(0, FormEntry_compareValue(entry, "mEDIUM"));
+  EXPECT_LT(FormEntry_compareValue(entry, "small"), 0);
+  EXPECT_GT(FormEntry_compareValue(entry, "large"), 0);
+}
+
+TEST(FormEntry, CompareValueStopsAtTheFirstZeroByte) {
+  Entry entry("n", std::string_view("on\0off", 6));
+  EXPECT_EQ(0, FormEntry_compareValue(entry, "on"));
+}
+
+TEST(FormEntry, CompareValueIsMinusOneWithoutAnEntryOrAValue) {
+  Entry entry("n", "x");
+  Entry bare;
+  EXPECT_EQ(-1, FormEntry_compareValue(entry, nullptr));
+  EXPECT_EQ(-1, FormEntry_compareValue(bare, nullptr));
+  EXPECT_EQ(-1, FormEntry_compareValue(bare, "x"));
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(-1, FormEntry_compareValue(stranger, "x"));
+    EXPECT_EQ(-1, FormEntry_compareValue(stranger, nullptr));
+  });
+}
+
+// ---- Reading a value ----------------------------------------------------------------------------
+
+TEST(FormEntry, StrippedValueIsTheCallersAndTheValueStaysWhole) {
+  Entry entry("n", "  42 \r\n");
+  OwnText stripped(FormEntry_getStrippedValue(entry));
+  EXPECT_STREQ("42", stripped.get());
+  EXPECT_STREQ("  42 \r\n", value(entry));
+  EXPECT_EQ(7U, length(entry));
+}
+
+TEST(FormEntry, StrippedValueLosesBlanksTabsAndLineEndsAtItsEndsOnly) {
+  const struct {
+    const char *value;
+    const char *stripped;
+  } cases[] = {{"\t\r\n a \t b\t\r\n ", "a \t b"},
+               {"a", "a"},
+               {" a", "a"},
+               {"a ", "a"},
+               {"", ""},
+               {" \t\r\n", ""},
+               {"\va\f", "\va\f"}};
+  for (const auto &[whole, expected] : cases) {
+    Entry entry("n", whole);
+    OwnText stripped(FormEntry_getStrippedValue(entry));
+    EXPECT_STREQ(expected, stripped.get());
+  }
+}
+
+TEST(FormEntry, StrippedValueEndsAtTheFirstZeroByte) {
+  Entry entry("n", std::string_view(" a \0 b ", 7));
+  OwnText stripped(FormEntry_getStrippedValue(entry));
+  EXPECT_STREQ("a", stripped.get());
+}
+
+TEST(FormEntry, StrippedValueOfAnEntryWithoutAValueIsNull) {
+  Entry entry;
+  EXPECT_EQ(nullptr, FormEntry_getStrippedValue(entry));
+}
+
+TEST(FormEntry, StrippedValueOfNoEntryIsTheSharedEmptyText) {
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(CGIgs_empty_string, FormEntry_getStrippedValue(stranger));
+  });
+  EXPECT_STREQ("", CGIgs_empty_string);
+}
+
+TEST(FormEntry, StrippedValueLeavesACopyInTheEntry) {
+  Entry entry("n", " 42 ");
+  OwnText first(FormEntry_getStrippedValue(entry));
+  EXPECT_STREQ("42", strippedCopy(entry));
+  EXPECT_NE(first.get(), strippedCopy(entry));
+  OwnText second(FormEntry_getStrippedValue(entry));
+  EXPECT_STREQ("42", first.get());
+  EXPECT_STREQ("42", second.get());
+  EXPECT_NE(first.get(), second.get());
+}
+
+TEST(FormEntry, CopyOfTheStrippedValueStaysUntilTheNextStripping) {
+  Entry entry("n", " old ");
+  OwnText before(FormEntry_getStrippedValue(entry));
+  FormEntry_init(entry, "m", " new ", 5);
+  EXPECT_STREQ("old", strippedCopy(entry));
+  OwnText after(FormEntry_getStrippedValue(entry));
+  EXPECT_STREQ("new", after.get());
+  EXPECT_STREQ("new", strippedCopy(entry));
+}
+
+TEST(FormEntry, IntegerValueReadsLeadingDecimalDigits) {
+  const struct {
+    const char *value;
+    int32_t number;
+  } cases[] = {{"42", 42}, {"-7", -7}, {"+5", 5},  {" 3.9", 3},         {"12abc", 12},
+               {"abc", 0}, {"", 0},    {"007", 7}, {"0x10", 0},         {"- 7", 0},
+               {"--7", 0}, {"1,2", 1}, {"1e3", 1}, {"\t\n\v\f\r 8", 8}, {"\302\2408", 0}};
+  for (const auto &[text, number] : cases) {
+    Entry entry("n", text);
+    EXPECT_EQ(number, FormEntry_getIntegerValue(entry)) << '"' << text << '"';
+  }
+}
+
+TEST(FormEntry, IntegerValueStopsAtTheLimitsOf32Bits) {
+  const struct {
+    const char *value;
+    int32_t number;
+  } cases[] = {{"2147483647", INT32_MAX},          {"2147483648", INT32_MAX},
+               {"4294967295", INT32_MAX},          {"4294967299", INT32_MAX},
+               {"9223372036854775808", INT32_MAX}, {"99999999999999999999999999", INT32_MAX},
+               {"-2147483648", INT32_MIN},         {"-2147483649", INT32_MIN},
+               {"-4294967299", INT32_MIN},         {"-99999999999999999999999999", INT32_MIN}};
+  for (const auto &[text, number] : cases) {
+    Entry entry("n", text);
+    EXPECT_EQ(number, FormEntry_getIntegerValue(entry)) << text;
+  }
+}
+
+TEST(FormEntry, DoubleValueReadsAsAtofDoes) {
+  const struct {
+    const char *value;
+    double number;
+  } cases[] = {{"3.9", 3.9},   {"-0.5", -0.5}, {" 1e3x", 1000.0},   {"7", 7.0},
+               {".25", 0.25},  {"x", 0.0},     {"", 0.0},           {"0.1", 0.1},
+               {"0x10", 16.0}, {"1,5", 1.0},   {"1e999", HUGE_VAL}, {"-1e999", -HUGE_VAL}};
+  for (const auto &[text, number] : cases) {
+    Entry entry("n", text);
+    EXPECT_EQ(number, FormEntry_getDoubleValue(entry)) << '"' << text << '"';
+  }
+}
+
+TEST(FormEntry, NumbersEndAtTheFirstZeroByte) {
+  Entry entry("n", std::string_view("1\0002.5", 5));
+  EXPECT_EQ(1, FormEntry_getIntegerValue(entry));
+  EXPECT_EQ(1.0, FormEntry_getDoubleValue(entry));
+}
+
+TEST(FormEntry, NumbersAreZeroWithoutAnEntryOrAValue) {
+  Entry bare;
+  EXPECT_EQ(0, FormEntry_getIntegerValue(bare));
+  EXPECT_EQ(0.0, FormEntry_getDoubleValue(bare));
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(0, FormEntry_getIntegerValue(stranger));
+    EXPECT_EQ(0.0, FormEntry_getDoubleValue(stranger));
+  });
+}
+
+TEST(FormEntry, ToStringIsNotYetImplementedForAnyHandle) {
+  Entry entry("n", "x");
+  EXPECT_STREQ("Not yet implemented", FormEntry_toString(entry));
+  EXPECT_EQ(FormEntry_toString(entry), FormEntry_toString(nullptr));
+}
+
+// ---- Lists of entries ---------------------------------------------------------------------------
+
+TEST(FormEntryList, IsBornWithoutEntries) {
+  EntryList list;
+  EXPECT_EQ(206173U, CGIgs_getMagic(list));
+  EXPECT_EQ(0, FormEntryList_getCount(list));
+  EXPECT_EQ(0U, FormEntryList_getByIndex(list, 0));
+  EXPECT_EQ(0U, entries(list));
+}
+
+TEST(FormEntryList, KeepsEntriesInOrderOfAppendingAndRepeatedNamesToo) {
+  EntryList list;
+  add(list, "b", "1");
+  add(list, "a", "2");
+  add(list, "B", "3");
+  add(list, "b", "1");
+  ASSERT_EQ(4, FormEntryList_getCount(list));
+  expectEntry(list, 0, "b", "1");
+  expectEntry(list, 1, "a", "2");
+  expectEntry(list, 2, "B", "3");
+  expectEntry(list, 3, "b", "1");
+}
+
+TEST(FormEntryList, AppendingTwiceMakesTwoCopiesApartFromTheCallersEntry) {
+  EntryList list;
+  Entry entry("n", "x");
+  EXPECT_EQ(TARN_OK, FormEntryList_addEntry(list, entry));
+  EXPECT_EQ(TARN_OK, FormEntryList_addEntry(list, entry));
+  ASSERT_EQ(2, FormEntryList_getCount(list));
+  TarnHandle first = FormEntryList_getByIndex(list, 0);
+  const TarnHandle second = FormEntryList_getByIndex(list, 1);
+  EXPECT_NE(first, second);
+  EXPECT_NE(entry.value(), first);
+  EXPECT_NE(entry.value(), second);
+
+  FormEntry_init(entry, "other", "changed", 7);
+  FormEntry_setValue(&first, "own", 3);
+  expectEntry(list, 0, "n", "own");
+  expectEntry(list, 1, "n", "x");
+  EXPECT_STREQ("changed", value(entry));
+}
+
+TEST(FormEntryList, CopyInListIsCutAtTheFirstZeroByteButKeepsTheFullLength) {
+  EntryList list;
+  Entry entry("raw", std::string_view("ab\0cd", 5));
+  ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, entry));
+  TarnHandle copy = FormEntryList_getByIndex(list, 0);
+  EXPECT_STREQ("ab", value(&copy));
+  EXPECT_EQ(5U, length(&copy));
+  EXPECT_EQ(std::string_view("ab\0cd", 5), std::string_view(value(entry), 5));
+}
+
+TEST(FormEntryList, CopyInListHasTheStrippedTextAndTheMissingTextsOfTheEntry) {
+  EntryList list;
+  Entry entry(nullptr, " 42 ");
+  OwnText stripped(FormEntry_getStrippedValue(entry));
+  ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, entry));
+  ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, Entry()));
+  TarnHandle copy = FormEntryList_getByIndex(list, 0);
+  EXPECT_EQ(nullptr, name(&copy));
+  EXPECT_STREQ("42", strippedCopy(&copy));
+  expectEntry(list, 1, nullptr, nullptr);
+}
+
+TEST(FormEntryList, AppendsAnEntryOfItsOwn) {
+  EntryList list;
+  add(list, "n", "x");
+  for (int copies = 1; copies < 25; ++copies) {
+    TarnHandle lent = FormEntryList_getByIndex(list, 0);
+    ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, &lent));
+  }
+  EXPECT_EQ(25, FormEntryList_getCount(list));
+  expectEntry(list, 24, "n", "x");
+}
+
+TEST(FormEntryList, AddToNoListIsWrongTypeEvenWithoutAnEntry) {
+  Entry entry("n", "x");
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_addEntry(stranger, entry));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_addEntry(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_addEntry(entry, entry));
+}
+
+TEST(FormEntryList, AddOfNoEntryIsABadArgumentAndLeavesTheListAsItIs) {
+  EntryList list;
+  File file;
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, FormEntryList_addEntry(list, stranger));
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, FormEntryList_addEntry(list, file));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, FormEntryList_addEntry(list, list));
+  EXPECT_EQ(0U, entries(list));
+}
+
+TEST(FormEntryList, CountAndIndexOfNoListAreZero) {
+  Entry entry("n", "x");
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(0, FormEntryList_getCount(stranger));
+    EXPECT_EQ(0U, FormEntryList_getByIndex(stranger, 0));
+  });
+  EXPECT_EQ(0, FormEntryList_getCount(entry));
+  EXPECT_EQ(0U, FormEntryList_getByIndex(entry, 0));
+}
+
+TEST(FormEntryList, IndexFromTheCountUpwardFindsNothing) {
+  EntryList list;
+  add(list, "n", "x");
+  EXPECT_NE(0U, FormEntryList_getByIndex(list, 0));
+  for (uint32_t index : {1U, 9U, 10U, 0x80000000U, static_cast<uint32_t>(-1)}) {
+    EXPECT_EQ(0U, FormEntryList_getByIndex(list, index)) << index;
+  }
+}
+
+TEST(FormEntryList, ReserveOnAFreshListDoesNothing) {
+  EntryList list;
+  FormEntryList_reserve(list, 40);
+  EXPECT_EQ(0U, entries(list));
+  EXPECT_EQ(0U, capacity(list));
+  EXPECT_EQ(0, FormEntryList_getCount(list));
+}
+
+TEST(FormEntryList, ReserveMakesRoomInTensOnceThereWasAnEntry) {
+  EntryList list;
+  add(list, "n", "x");
+  EXPECT_EQ(10U, capacity(list));
+  const struct {
+    uint32_t asked;
+    uint32_t capacity;
+  } steps[] = {{0, 10}, {10, 10}, {11, 20}, {40, 40}, {5, 40}, {41, 50}, {4995, 5000}};
+  for (const auto &[asked, expected] : steps) {
+    FormEntryList_reserve(list, asked);
+    EXPECT_EQ(expected, capacity(list)) << "asked for " << asked;
+  }
+  EXPECT_EQ(1, FormEntryList_getCount(list));
+  expectEntry(list, 0, "n", "x");
+}
+
+TEST(FormEntryList, ReserveAfterAClearDoesNothingAgain) {
+  EntryList list;
+  add(list, "n", "x");
+  FormEntryList_clear(list);
+  FormEntryList_reserve(list, 40);
+  EXPECT_EQ(0U, capacity(list));
+}
+
+TEST(FormEntryList, ReserveOnNoListDoesNothing) {
+  withEveryStranger([](TarnHandle *stranger) {
+    FormEntryList_reserve(stranger, 40);
+    EXPECT_EQ(0U, TARNGenericList_getCapacity(stranger));
+  });
+}
+
+TEST(FormEntryList, ClearEmptiesTheListAndKeepsItForMore) {
+  EntryList list;
+  add(list, "a", "1");
+  add(list, "b", "2");
+  const TarnHandle before = list.value();
+  EXPECT_EQ(TARN_OK, FormEntryList_clear(list));
+  EXPECT_EQ(before, list.value());
+  EXPECT_EQ(206173U, CGIgs_getMagic(list));
+  EXPECT_EQ(0, FormEntryList_getCount(list));
+  EXPECT_EQ(0U, entries(list));
+  EXPECT_EQ(0U, FormEntryList_getByIndex(list, 0));
+
+  EXPECT_EQ(TARN_OK, FormEntryList_clear(list));
+  add(list, "c", "3");
+  EXPECT_EQ(1, FormEntryList_getCount(list));
+  expectEntry(list, 0, "c", "3");
+}
+
+TEST(FormEntryList, ClearEmptiesTheRestOfTheNodeToo) {
+  EntryList list;
+  CGIgs_setString(list, 0, "label", TARN_FORM_ENTRY_LIST_MAGIC);
+  CGIgs_setInt(list, 0, 7, TARN_FORM_ENTRY_LIST_MAGIC);
+  EXPECT_EQ(TARN_OK, FormEntryList_clear(list));
+  EXPECT_EQ(nullptr, CGIgs_getString(list, 0, TARN_FORM_ENTRY_LIST_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getInt(list, 0, TARN_FORM_ENTRY_LIST_MAGIC));
+}
+
+TEST(FormEntryList, ClearAndDeleteOfNoListAreWrongType) {
+  Entry entry("n", "x");
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_clear(stranger));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_delete(stranger));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_clear(entry));
+  EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_delete(entry));
+  EXPECT_STREQ("n", name(entry));
+}
+
+TEST(FormEntryList, DeleteSetsTheHandleToZeroAndWorksOnce) {
+  EntryList list;
+  add(list, "n", "x");
+  EXPECT_EQ(TARN_OK, FormEntryList_delete(list));
+  EXPECT_EQ(0U, list.value());
+  EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_delete(list));
+}
+
+TEST(FormEntryList, DeleteTakesAListThatNeverHadAnEntry) {
+  EntryList list;
+  EXPECT_EQ(TARN_OK, FormEntryList_delete(list));
+  EXPECT_EQ(0U, list.value());
+}
+
+TEST(FormEntryList, CloneOwnsCopiesOfTheEntriesInOrder) {
+  EntryList source;
+  add(source, "a", "1");
+  add(source, nullptr, std::string_view("x\0y", 3));
+  TarnHandle copy = 0;
+  ASSERT_EQ(TARN_OK, FormEntryList_clone(source, &copy));
+  ASSERT_EQ(2, FormEntryList_getCount(&copy));
+  EXPECT_NE(FormEntryList_getByIndex(source, 0), FormEntryList_getByIndex(&copy, 0));
+  FormEntryList_delete(source);
+  expectEntry(&copy, 0, "a", "1");
+  expectEntry(&copy, 1, nullptr, "x");
+  TarnHandle cut = FormEntryList_getByIndex(&copy, 1);
+  EXPECT_EQ(3U, length(&cut));
+  FormEntryList_delete(&copy);
+}
+
+TEST(FormEntryList, CloneOfAListWithoutEntriesIsANewEmptyList) {
+  EntryList source;
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_OK, FormEntryList_clone(source, &copy));
+  EXPECT_EQ(1U, CGIgs_IsA(&copy, TARN_FORM_ENTRY_LIST_MAGIC));
+  EXPECT_NE(source.value(), copy);
+  EXPECT_EQ(0, FormEntryList_getCount(&copy));
+  FormEntryList_delete(&copy);
+}
+
+TEST(FormEntryList, CloneOverwritesWhatTheDestinationHeldWithoutDeletingIt) {
+  EntryList source;
+  add(source, "n", "x");
+  Entry held("held", "still here");
+  TarnHandle destination = held.value();
+  ASSERT_EQ(TARN_OK, FormEntryList_clone(source, &destination));
+  EXPECT_EQ(1, FormEntryList_getCount(&destination));
+  EXPECT_STREQ("still here", value(held));
+  FormEntryList_delete(&destination);
+}
+
+TEST(FormEntryList, CloneIntoItsOwnHandleLeavesTheSourceToWhoeverKnowsIt) {
+  EntryList source;
+  add(source, "n", "x");
+  TarnHandle handle = source.value();
+  ASSERT_EQ(TARN_OK, FormEntryList_clone(&handle, &handle));
+  EXPECT_NE(source.value(), handle);
+  expectEntry(&handle, 0, "n", "x");
+  expectEntry(source, 0, "n", "x");
+  FormEntryList_delete(&handle);
+}
+
+TEST(FormEntryList, CloneOfNoListIsWrongTypeAndLeavesTheDestinationAlone) {
+  Entry entry("n", "x");
+  TarnHandle destination = entry.value();
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_clone(stranger, &destination));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_clone(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_clone(entry, &destination));
+  EXPECT_EQ(entry.value(), destination);
+}
+
+TEST(FormEntryList, CloneToANullAddressReportsTheCopying) {
+  EntryList list;
+  add(list, "n", "x");
+  EXPECT_EQ(TARN_OK, FormEntryList_clone(list, nullptr));
+  EXPECT_EQ(1, FormEntryList_getCount(list));
+  expectEntry(list, 0, "n", "x");
+
+  ASSERT_EQ(TARN_OK, FormFileList_addEntry(list, File()));
+  EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_clone(list, nullptr));
+}
+
+TEST(FormEntryList, HoldsThousandsOfEntriesAndGrowsByTens) {
+  constexpr uint32_t kMany = 5001;
+  EntryList list;
+  for (uint32_t i = 0; i < kMany; ++i) add(list, "n", std::to_string(i));
+  ASSERT_EQ(static_cast<int32_t>(kMany), FormEntryList_getCount(list));
+  EXPECT_EQ(5010U, capacity(list));
+
+  TarnHandle copy = 0;
+  ASSERT_EQ(TARN_OK, FormEntryList_clone(list, &copy));
+  for (uint32_t i = 0; i < kMany; ++i) {
+    expectEntry(list, i, "n", std::to_string(i).c_str());
+    expectEntry(&copy, i, "n", std::to_string(i).c_str());
+  }
+  EXPECT_EQ(TARN_OK, FormEntryList_clear(list));
+  EXPECT_EQ(static_cast<int32_t>(kMany), FormEntryList_getCount(&copy));
+  EXPECT_EQ(TARN_OK, FormEntryList_delete(&copy));
+}
+
+TEST(FormEntryList, ToHtmlIsNotYetImplementedForAnyHandle) {
+  EntryList list;
+  EXPECT_STREQ("Not yet implemented.", FormEntryList_toHTML(list));
+  EXPECT_EQ(FormEntryList_toHTML(list), FormEntryList_toHTML(nullptr));
+}
+
+// ---- Lists that hold something else -------------------------------------------------------------
+
+TEST(FormEntryList, PassesForAFileListAndCountsTheFilesInIt) {
+  EntryList list;
+  File file;
+  add(list, "n", "x");
+  EXPECT_EQ(TARN_OK, FormFileList_addEntry(list, file));
+  add(list, "m", "y");
+  EXPECT_EQ(3, FormEntryList_getCount(list));
+  EXPECT_EQ(3, FormFileList_getCount(list));
+  TarnHandle second = FormEntryList_getByIndex(list, 1);
+  EXPECT_EQ(1U, CGIgs_IsA(&second, TARN_FORM_FILE_MAGIC));
+  EXPECT_EQ(FormFileList_getByIndex(list, 2), FormEntryList_getByIndex(list, 2));
+}
+
+TEST(FormEntryList, CloneOfAListWithAFileInItIsWrongTypeAndLeavesTheDestinationAlone) {
+  EntryList list;
+  File file;
+  add(list, "n", "x");
+  ASSERT_EQ(TARN_OK, FormFileList_addEntry(list, file));
+  add(list, "m", "y");
+  TarnHandle destination = file.value();
+  EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_clone(list, &destination));
+  EXPECT_EQ(file.value(), destination);
+  EXPECT_EQ(3, FormEntryList_getCount(list));
+}
+
+TEST(FormEntryList, ClearAndDeleteLeaveAFileInTheListAlive) {
+  for (auto *release : {FormEntryList_clear, FormEntryList_delete}) {
+    EntryList list;
+    add(list, "n", "x");
+    ASSERT_EQ(TARN_OK, FormFileList_addEntry(list, File()));
+    add(list, "m", "y");
+    TarnHandle file = FormFileList_getByIndex(list, 1);
+    EXPECT_EQ(TARN_OK, release(list));
+    EXPECT_EQ(0, FormEntryList_getCount(list));
+    EXPECT_EQ(0, FormFile_compareName(&file, "photo"));
+    EXPECT_EQ(4U, FormFile_getDataLength(&file));
+  }
+}
+
+TEST(FormEntryList, HolesReadAsNothingAndCannotBeCloned) {
+  EntryList list;
+  add(list, "a", "1");
+  TarnHandle inner = entries(list);
+  ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(&inner, 0));
+  add(list, "b", "2");
+  EXPECT_EQ(3, FormEntryList_getCount(list));
+  EXPECT_EQ(0U, FormEntryList_getByIndex(list, 1));
+  expectEntry(list, 2, "b", "2");
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_WRONG_TYPE, FormEntryList_clone(list, &copy));
+  EXPECT_EQ(0U, copy);
+  EXPECT_EQ(TARN_OK, FormEntryList_clear(list));
+  EXPECT_EQ(0, FormEntryList_getCount(list));
+}
+
+// ---- Without memory -----------------------------------------------------------------------------
+
+struct FormEntryWithoutMemory : tarn_test::WithoutMemory {};
+
+TEST_F(FormEntryWithoutMemory, SetValueReportsItAndKeepsTheEntry) {
+  Entry entry("city", "Paris");
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = FormEntry_setValue(entry, "Oslo", 4); });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_STREQ("city", name(entry));
+  EXPECT_STREQ("Paris", value(entry));
+  EXPECT_EQ(5U, length(entry));
+}
+
+TEST_F(FormEntryWithoutMemory, InitReportsItKeepsTheValueAndLosesTheName) {
+  Entry entry("city", "Paris");
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = FormEntry_init(entry, "country", "Peru", 4); });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_EQ(nullptr, name(entry));
+  EXPECT_STREQ("Paris", value(entry));
+}
+
+TEST_F(FormEntryWithoutMemory, StrippedValueIsNull) {
+  Entry entry("n", " 42 ");
+  const char *stripped = "";
+  tarn_test::withoutMemory([&] { stripped = FormEntry_getStrippedValue(entry); });
+  EXPECT_EQ(nullptr, stripped);
+  EXPECT_STREQ(" 42 ", value(entry));
+}
+
+TEST_F(FormEntryWithoutMemory, AddReportsItAndKeepsTheList) {
+  EntryList list;
+  Entry entry("n", "x");
+  add(list, "first", "1");
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = FormEntryList_addEntry(list, entry); });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_EQ(1, FormEntryList_getCount(list));
+  expectEntry(list, 0, "first", "1");
+}
+
+TEST_F(FormEntryWithoutMemory, CopyInListOfAValueTooLargeHasNoneAndKeepsItsLength) {
+  EntryList list;
+  Entry entry("n", std::string(tarn_test::kLittleMemory, 'x'));
+  TarnStatus status = TARN_BAD_ARGUMENT;
+  tarn_test::withoutMemory([&] { status = FormEntryList_addEntry(list, entry); },
+                           tarn_test::kLittleMemory);
+  EXPECT_EQ(TARN_OK, status);
+  expectEntry(list, 0, "n", nullptr);
+  TarnHandle copy = FormEntryList_getByIndex(list, 0);
+  EXPECT_EQ(tarn_test::kLittleMemory, length(&copy));
+}
+
+TEST_F(FormEntryWithoutMemory, CloneReportsItAndLeavesTheDestinationAlone) {
+  EntryList list;
+  Entry held("held", "x");
+  add(list, "n", "x");
+  TarnHandle destination = held.value();
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = FormEntryList_clone(list, &destination); });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_EQ(held.value(), destination);
+}
+
+}  // namespace

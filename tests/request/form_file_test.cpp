@@ -1,0 +1,825 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <tarn.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "support/handles.h"
+
+namespace {
+
+using tarn_test::Node;
+
+// The slots that a script reads with the node's getters.
+enum Text : uint32_t { kName, kFileName, kContentType };
+enum Child : uint32_t { kContents };
+enum Elements : uint32_t { kFiles };
+
+struct File : Node {
+  File() : Node(TARN_FORM_FILE_MAGIC) {}
+  File(const char *name, const char *fileName, const char *contentType, std::string_view data)
+      : File() {
+    FormFile_init(*this, name, fileName, contentType, data.data(),
+                  static_cast<uint32_t>(data.size()));
+  }
+  // One of which only the field name and the bytes matter.
+  File(const char *name, std::string_view data) : File(name, "a.txt", "text/plain", data) {}
+};
+
+struct FileList : Node {
+  FileList() : Node(TARN_FORM_FILE_LIST_MAGIC) {}
+  ~FileList() { FormFileList_delete(*this); }
+};
+
+struct Entry : Node {
+  Entry() : Node(TARN_FORM_ENTRY_MAGIC) { FormEntry_init(*this, "city", "Paris", 5); }
+};
+
+const char *text(TarnHandle *file, Text slot) {
+  return CGIgs_getString(file, slot, TARN_FORM_FILE_MAGIC);
+}
+
+TarnHandle contents(TarnHandle *file) {
+  return CGIgs_getStruct(file, kContents, TARN_FORM_FILE_MAGIC);
+}
+
+const char *bytes(TarnHandle *file) {
+  TarnHandle buffer = contents(file);
+  return reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
+}
+
+std::string_view data(TarnHandle *file) {
+  const char *first = bytes(file);
+  return first ? std::string_view(first, FormFile_getDataLength(file)) : std::string_view();
+}
+
+void expectFile(TarnHandle *file, const char *name, const char *fileName, const char *contentType,
+                std::string_view itsData) {
+  EXPECT_STREQ(name, text(file, kName));
+  EXPECT_STREQ(fileName, text(file, kFileName));
+  EXPECT_STREQ(contentType, text(file, kContentType));
+  EXPECT_EQ(itsData, data(file));
+  EXPECT_EQ(itsData.size(), FormFile_getDataLength(file));
+}
+
+TarnHandle elements(TarnHandle *list) {
+  return CGIgs_getList(list, kFiles, TARN_FORM_FILE_LIST_MAGIC);
+}
+
+uint32_t capacity(TarnHandle *list) {
+  TarnHandle inner = elements(list);
+  return TARNGenericList_getCapacity(&inner);
+}
+
+void add(TarnHandle *list, const char *name, std::string_view itsData) {
+  File file(name, itsData);
+  ASSERT_EQ(TARN_OK, FormFileList_addEntry(list, file));
+}
+
+void expectFileAt(TarnHandle *list, uint32_t index, const char *name, std::string_view itsData) {
+  TarnHandle file = FormFileList_getByIndex(list, index);
+  EXPECT_STREQ(name, text(&file, kName)) << "at " << index;
+  EXPECT_EQ(itsData, data(&file)) << "at " << index;
+}
+
+// Calls with handles that hold neither a file nor a list of files, and sees that they stay as they
+// are: no address at all, nothing, a node of another type, a generic list, which is no node.
+template <typename Call>
+void withEveryStranger(Call call) {
+  Node nothing;
+  Node cookie(TARN_COOKIE_MAGIC);
+  tarn_test::List generic;
+  for (TarnHandle *stranger :
+       {static_cast<TarnHandle *>(nullptr), static_cast<TarnHandle *>(nothing),
+        static_cast<TarnHandle *>(cookie), static_cast<TarnHandle *>(generic)}) {
+    const TarnHandle before = stranger ? *stranger : 0;
+    const uint32_t magic = CGIgs_getMagic(stranger);
+    SCOPED_TRACE(stranger ? "a handle with tag " + std::to_string(magic) : "a null address");
+    call(stranger);
+    EXPECT_EQ(before, stranger ? *stranger : 0);
+    EXPECT_EQ(magic, CGIgs_getMagic(stranger));
+  }
+}
+
+// ---- One file -----------------------------------------------------------------------------------
+
+TEST(FormFile, IsBornWithoutTextsAndBytes) {
+  File file;
+  EXPECT_EQ(22842U, CGIgs_getMagic(file));
+  expectFile(file, nullptr, nullptr, nullptr, "");
+  EXPECT_EQ(0U, contents(file));
+}
+
+TEST(FormFile, InitKeepsCopiesOfTheTextsAndTheBytes) {
+  char name[] = "photo";
+  char fileName[] = "cat.png";
+  char contentType[] = "image/png";
+  char meow[] = "meow";
+  File file;
+  EXPECT_EQ(TARN_OK, FormFile_init(file, name, fileName, contentType, meow, 4));
+  name[0] = fileName[0] = contentType[0] = meow[0] = '?';
+  expectFile(file, "photo", "cat.png", "image/png", "meow");
+}
+
+TEST(FormFile, BytesStandInAByteBufferThatTheFileOwns) {
+  File file("photo", "meow");
+  TarnHandle buffer = contents(file);
+  EXPECT_EQ(22878U, CGIgs_getChildMagic(file, kContents, TARN_FORM_FILE_MAGIC));
+  EXPECT_EQ(22878U, CGIgs_getMagic(&buffer));
+  EXPECT_EQ(4U, CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC));
+  EXPECT_STREQ("meow", bytes(file));
+}
+
+TEST(FormFile, BytesMayHoldZerosAndAreFollowedByOne) {
+  const std::string_view raw("\0\x89PNG\r\n\0", 8);
+  File file("photo", raw);
+  EXPECT_EQ(8U, FormFile_getDataLength(file));
+  EXPECT_EQ(raw, data(file));
+  EXPECT_EQ('\0', bytes(file)[8]);
+}
+
+TEST(FormFile, InitTakesTheClientsTextsAsTheyAre) {
+  const char *hostile = "../../etc/passwd\"; x=\r\n\x01\xff";
+  File file(hostile, hostile, hostile, "x");
+  expectFile(file, hostile, hostile, hostile, "x");
+  File empty("", "", "", "x");
+  expectFile(empty, "", "", "", "x");
+}
+
+TEST(FormFile, InitOfLengthZeroMakesAFileWithoutBytes) {
+  File file;
+  EXPECT_EQ(TARN_OK, FormFile_init(file, "photo", "empty.png", "image/png", "ignored", 0));
+  expectFile(file, "photo", "empty.png", "image/png", "");
+  TarnHandle buffer = contents(file);
+  EXPECT_EQ(1U, CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
+}
+
+TEST(FormFile, InitWithANullArgumentLeavesTheFileAsItIs) {
+  File fresh;
+  File filled("photo", "cat.png", "image/png", "meow");
+  for (uint32_t length : {0U, 1U, UINT32_MAX}) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, FormFile_init(fresh, "n", "f", "t", nullptr, length));
+    EXPECT_EQ(TARN_BAD_ARGUMENT, FormFile_init(filled, "n", "f", "t", nullptr, length));
+  }
+  for (TarnHandle *file : {static_cast<TarnHandle *>(fresh), static_cast<TarnHandle *>(filled)}) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, FormFile_init(file, nullptr, "f", "t", "d", 1));
+    EXPECT_EQ(TARN_BAD_ARGUMENT, FormFile_init(file, "n", nullptr, "t", "d", 1));
+    EXPECT_EQ(TARN_BAD_ARGUMENT, FormFile_init(file, "n", "f", nullptr, "d", 1));
+  }
+  expectFile(fresh, nullptr, nullptr, nullptr, "");
+  EXPECT_EQ(0U, contents(fresh));
+  expectFile(filled, "photo", "cat.png", "image/png", "meow");
+}
+
+TEST(FormFile, InitOfNoFileIsWrongTypeWhateverTheArguments) {
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormFile_init(stranger, "n", "f", "t", "d", 1));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormFile_init(stranger, nullptr, nullptr, nullptr, nullptr, 0));
+  });
+}
+
+TEST(FormFile, InitAgainReplacesEverything) {
+  File file("photo", "cat.png", "image/png", "meow");
+  EXPECT_EQ(TARN_OK, FormFile_init(file, "note", "a.txt", "text/plain", "hello!", 6));
+  expectFile(file, "note", "a.txt", "text/plain", "hello!");
+  EXPECT_EQ(TARN_OK, FormFile_init(file, "note", "b.txt", "text/html", "", 0));
+  expectFile(file, "note", "b.txt", "text/html", "");
+}
+
+TEST(FormFile, InitEmptiesTheRestOfTheNodeUpToItsThirdTextOnly) {
+  File file("photo", "meow");
+  CGIgs_setInt(file, 0, 7, TARN_FORM_FILE_MAGIC);
+  CGIgs_setString(file, 3, "kept", TARN_FORM_FILE_MAGIC);
+  EXPECT_EQ(TARN_OK, FormFile_init(file, "n", "f", "t", "d", 1));
+  EXPECT_EQ(0U, CGIgs_getInt(file, 0, TARN_FORM_FILE_MAGIC));
+  EXPECT_STREQ("kept", CGIgs_getString(file, 3, TARN_FORM_FILE_MAGIC));
+}
+
+TEST(FormFile, InitTakesTheFilesOwnTextsInAnyPlaceAndItsOwnBytes) {
+  File file("photo", "cat.png", "image/png", "meow");
+  EXPECT_EQ(TARN_OK, FormFile_init(file, text(file, kName), text(file, kFileName),
+                                   text(file, kContentType), bytes(file), 4));
+  expectFile(file, "photo", "cat.png", "image/png", "meow");
+  EXPECT_EQ(TARN_OK, FormFile_init(file, text(file, kFileName), text(file, kContentType),
+                                   text(file, kName), bytes(file) + 1, 3));
+  expectFile(file, "cat.png", "image/png", "photo", "eow");
+  EXPECT_EQ(TARN_OK, FormFile_init(file, text(file, kName) + 4, text(file, kName),
+                                   text(file, kFileName) + 6, text(file, kContentType), 5));
+  expectFile(file, "png", "cat.png", "png", "photo");
+}
+
+TEST(FormFile, BytesOutliveTheFileAndItsNextFilling) {
+  const char *first = nullptr;
+  const char *second = nullptr;
+  {
+    File file("photo", "first");
+    first = bytes(file);
+    FormFile_init(file, "photo", "cat.png", "image/png", "second", 6);
+    second = bytes(file);
+  }
+  EXPECT_STREQ("first", first);
+  EXPECT_STREQ("second", second);
+}
+
+TEST(FormFile, ClearOfTheNodeLeavesTheContentTypeBehind) {
+  File file("photo", "cat.png", "image/png", "meow");
+  EXPECT_EQ(TARN_OK, CGIgs_clear(file, TARN_FORM_FILE_MAGIC));
+  expectFile(file, nullptr, nullptr, "image/png", "");
+}
+
+TEST(FormFile, DataLengthIsZeroWithoutAFileOrABuffer) {
+  File file;
+  EXPECT_EQ(0U, FormFile_getDataLength(file));
+  withEveryStranger([](TarnHandle *stranger) { EXPECT_EQ(0U, FormFile_getDataLength(stranger)); });
+}
+
+TEST(FormFile, ChildThatIsNoByteBufferCountsAsNoBytes) {
+  Entry entry;
+  File file("photo", "meow");
+  CGIgs_setStruct(file, kContents, entry, TARN_FORM_FILE_MAGIC, TARN_FORM_ENTRY_MAGIC);
+  EXPECT_EQ(0U, FormFile_getDataLength(file));
+  EXPECT_EQ(0U, FormFile_writeToStream(file, stdout));
+}
+
+TEST(FormFile, ListParkedInPlaceOfTheBytesCountsAsNoBytes) {
+  tarn_test::List parked{1, 2, 3};
+  File file;
+  ASSERT_EQ(TARN_OK, CGIgs_setList(file, 2, parked, TARN_FORM_FILE_MAGIC));
+  parked.forget();
+  EXPECT_EQ(0U, FormFile_getDataLength(file));
+  EXPECT_EQ(0U, FormFile_writeToStream(file, stdout));
+  EXPECT_EQ(TARN_OK, FormFile_init(file, "n", "f", "t", "data", 4));
+  expectFile(file, "n", "f", "t", "data");
+}
+
+// ---- Comparing files ----------------------------------------------------------------------------
+
+TEST(FormFile, CompareIgnoresCaseAndBytes) {
+  File a("photo", "cat.png", "image/png", "meow");
+  File b("PHOTO", "Cat.PNG", "IMAGE/png", "woof woof");
+  EXPECT_EQ(0U, FormFile_compare(a, b));
+  EXPECT_EQ(0U, FormFile_compare(b, a));
+  EXPECT_EQ(0U, FormFile_compare(a, a));
+}
+
+TEST(FormFile, CompareIsOneWhenAnyTextDiffers) {
+  File file("photo", "cat.png", "image/png", "meow");
+  File name("video", "cat.png", "image/png", "meow");
+  File fileName("photo", "dog.png", "image/png", "meow");
+  File contentType("photo", "cat.png", "image/gif", "meow");
+  for (TarnHandle *other : {static_cast<TarnHandle *>(name), static_cast<TarnHandle *>(fileName),
+                            static_cast<TarnHandle *>(contentType)}) {
+    EXPECT_EQ(1U, FormFile_compare(file, other));
+    EXPECT_EQ(1U, FormFile_compare(other, file));
+  }
+}
+
+TEST(FormFile, CompareTakesTwoMissingTextsForEqualAndOneForDifferent) {
+  File empty;
+  File another;
+  File file("", "", "", "");
+  EXPECT_EQ(0U, FormFile_compare(empty, another));
+  EXPECT_EQ(1U, FormFile_compare(empty, file));
+  EXPECT_EQ(1U, FormFile_compare(file, empty));
+}
+
+TEST(FormFile, CompareWithAHandleThatHoldsNoFileIsOne) {
+  File file("photo", "meow");
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(1U, FormFile_compare(file, stranger));
+    EXPECT_EQ(1U, FormFile_compare(stranger, file));
+    EXPECT_EQ(1U, FormFile_compare(stranger, stranger));
+  });
+}
+
+TEST(FormFile, CompareNameIgnoresCaseAndOrders) {
+  File file("Photo", "meow");
+  EXPECT_EQ(0, FormFile_compareName(file, "pHOTO"));
+  EXPECT_LT(FormFile_compareName(file, "video"), 0);
+  EXPECT_GT(FormFile_compareName(file, "audio"), 0);
+  EXPECT_LT(FormFile_compareName(file, "photos"), 0);
+}
+
+TEST(FormFile, CompareNameWithoutAFileOrANameIsOneWhereAnEntrySaysMinusOne) {
+  File file("photo", "meow");
+  Entry entry;
+  EXPECT_EQ(1, FormFile_compareName(file, nullptr));
+  EXPECT_EQ(-1, FormEntry_compareName(entry, nullptr));
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(1, FormFile_compareName(stranger, "photo"));
+    EXPECT_EQ(1, FormFile_compareName(stranger, nullptr));
+    EXPECT_EQ(-1, FormEntry_compareName(stranger, "photo"));
+  });
+}
+
+TEST(FormFile, CompareNameOfAFileWithoutANameOrdersItFirst) {
+  File file;
+  EXPECT_EQ(-1, FormFile_compareName(file, ""));
+  EXPECT_EQ(1, FormFile_compareName(file, nullptr));
+}
+
+// ---- Writing a file out -------------------------------------------------------------------------
+
+using Stream = std::unique_ptr<FILE, decltype([](FILE *stream) { std::fclose(stream); })>;
+
+constexpr char kRefused = '!';
+
+// A device that takes every byte but one kind, and can be asked what it took.
+class Device {
+ public:
+  explicit Device(int buffering)
+      : stream_(fopencookie(this, "w", {nullptr, take, nullptr, nullptr})) {
+    std::setvbuf(stream_.get(), nullptr, buffering, BUFSIZ);
+  }
+  operator FILE *() { return stream_.get(); }
+  const std::string &taken() const { return taken_; }
+
+ private:
+  static ssize_t take(void *self, const char *offered, size_t size) {
+    const std::string_view all(offered, size);
+    const std::string_view good = all.substr(0, all.find(kRefused));
+    static_cast<Device *>(self)->taken_ += good;
+    return static_cast<ssize_t>(good.size());
+  }
+
+  std::string taken_;
+  Stream stream_;
+};
+
+Stream fullDevice(int buffering) {
+  Stream stream(std::fopen("/dev/full", "w"));
+  if (stream) std::setvbuf(stream.get(), nullptr, buffering, BUFSIZ);
+  return stream;
+}
+
+TEST(FormFile, WriteToStreamWritesEveryByteOnce) {
+  std::string all;
+  for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
+  all.erase(all.find(kRefused), 1);
+  for (int buffering : {_IOFBF, _IOLBF, _IONBF}) {
+    File file("raw", all);
+    Device device(buffering);
+    EXPECT_EQ(0U, FormFile_writeToStream(file, device));
+    std::fflush(device);
+    EXPECT_EQ(all, device.taken());
+  }
+}
+
+TEST(FormFile, WriteToStreamWritesFilesLargerThanTheStreamsBuffer) {
+  std::string large;
+  for (uint32_t i = 0; large.size() < 3 * BUFSIZ; ++i) large += std::to_string(i);
+  File file("raw", large);
+  Device device(_IOFBF);
+  EXPECT_EQ(0U, FormFile_writeToStream(file, device));
+  std::fflush(device);
+  EXPECT_EQ(large, device.taken());
+}
+
+TEST(FormFile, WriteToStreamAppendsToWhatTheStreamHas) {
+  File file("photo", "meow");
+  Device device(_IOFBF);
+  std::fputs("cat: ", device);
+  EXPECT_EQ(0U, FormFile_writeToStream(file, device));
+  EXPECT_EQ(0U, FormFile_writeToStream(file, device));
+  std::fputs(".", device);
+  std::fflush(device);
+  EXPECT_EQ("cat: meowmeow.", device.taken());
+}
+
+TEST(FormFile, WriteToStreamDoesNotFlush) {
+  File file("photo", "meow");
+  Device device(_IOFBF);
+  EXPECT_EQ(0U, FormFile_writeToStream(file, device));
+  EXPECT_EQ("", device.taken());
+  std::fflush(device);
+  EXPECT_EQ("meow", device.taken());
+}
+
+TEST(FormFile, WriteToStreamOfNoFileOrNoBytesWritesNothingAndIsZero) {
+  File fresh;
+  File empty("photo", "");
+  Device device(_IONBF);
+  EXPECT_EQ(0U, FormFile_writeToStream(fresh, device));
+  EXPECT_EQ(0U, FormFile_writeToStream(empty, device));
+  withEveryStranger(
+      [&](TarnHandle *stranger) { EXPECT_EQ(0U, FormFile_writeToStream(stranger, device)); });
+  EXPECT_EQ("", device.taken());
+}
+
+TEST(FormFile, WriteToStreamNeedsBothTheBytesAndTheirCount) {
+  Device device(_IONBF);
+  File countless("photo", "meow");
+  TarnHandle buffer = contents(countless);
+  CGIgs_setInt(&buffer, 0, 0, TARN_BYTE_BUFFER_MAGIC);
+  EXPECT_EQ(0U, FormFile_writeToStream(countless, device));
+  File byteless("photo", "meow");
+  buffer = contents(byteless);
+  CGIgs_setFixed(&buffer, 0, TARN_BYTE_BUFFER_MAGIC);
+  EXPECT_EQ(0U, FormFile_writeToStream(byteless, device));
+  EXPECT_EQ("", device.taken());
+}
+
+TEST(FormFile, WriteToStreamOfNoBytesIsZeroEvenToAFullDevice) {
+  File empty("photo", "");
+  Stream stream = fullDevice(_IONBF);
+  ASSERT_TRUE(stream);
+  EXPECT_EQ(0U, FormFile_writeToStream(empty, stream.get()));
+}
+
+TEST(FormFile, WriteToStreamWhoseWritesAllFailIsOne) {
+  File file("photo", "hello");
+  Stream stream = fullDevice(_IONBF);
+  ASSERT_TRUE(stream);
+  EXPECT_EQ(1U, FormFile_writeToStream(file, stream.get()));
+  EXPECT_NE(0, std::ferror(stream.get()));
+}
+
+TEST(FormFile, WriteToAFullDeviceIsOneOnceTheBufferOverflows) {
+  File file("photo", std::string(2 * BUFSIZ, 'x'));
+  Stream stream = fullDevice(_IOFBF);
+  ASSERT_TRUE(stream);
+  EXPECT_EQ(1U, FormFile_writeToStream(file, stream.get()));
+}
+
+TEST(FormFile, WriteToAFullDeviceIsZeroWhileTheBufferTakesTheBytes) {
+  File file("photo", "hello");
+  Stream stream = fullDevice(_IOFBF);
+  ASSERT_TRUE(stream);
+  EXPECT_EQ(0U, FormFile_writeToStream(file, stream.get()));
+  EXPECT_EQ(EOF, std::fflush(stream.get()));
+}
+
+TEST(FormFile, WriteToAFullDeviceByLinesIsOneWhereverALineEnds) {
+  for (const char *before : {"", "begun "}) {
+    for (const char *lines : {"one\ntwo", "one\n", "\n"}) {
+      File file("note", lines);
+      Stream stream = fullDevice(_IOLBF);
+      ASSERT_TRUE(stream);
+      std::fputs(before, stream.get());
+      EXPECT_EQ(1U, FormFile_writeToStream(file, stream.get()))
+          << '"' << before << "\", " << testing::PrintToString(lines);
+    }
+  }
+}
+
+TEST(FormFile, WriteToAStreamForReadingIsOne) {
+  File file("photo", "hello");
+  Stream stream(std::fopen("/dev/null", "r"));
+  ASSERT_TRUE(stream);
+  EXPECT_EQ(1U, FormFile_writeToStream(file, stream.get()));
+}
+
+TEST(FormFile, WriteGoesOnAfterARefusedByteAndIsOne) {
+  const struct {
+    const char *data;
+    const char *taken;
+  } cases[] = {
+      {"ab!cd", "abcd"}, {"!abcd", "abcd"}, {"abcd!", "abcd"}, {"a!!b!c", "abc"}, {"!", ""}};
+  for (const auto &[offered, taken] : cases) {
+    File file("photo", offered);
+    Device device(_IONBF);
+    EXPECT_EQ(1U, FormFile_writeToStream(file, device)) << offered;
+    EXPECT_EQ(taken, device.taken()) << offered;
+  }
+}
+
+TEST(FormFile, WriteToANullStreamIsOneWhenThereAreBytes) {
+  File file("photo", "meow");
+  File empty("photo", "");
+  EXPECT_EQ(1U, FormFile_writeToStream(file, nullptr));
+  EXPECT_EQ(0U, FormFile_writeToStream(empty, nullptr));
+  withEveryStranger(
+      [](TarnHandle *stranger) { EXPECT_EQ(0U, FormFile_writeToStream(stranger, nullptr)); });
+}
+
+// ---- Lists of files -----------------------------------------------------------------------------
+
+TEST(FormFileList, IsBornWithoutFilesAndSharesItsTagWithEntryLists) {
+  FileList list;
+  EXPECT_EQ(206173U, CGIgs_getMagic(list));
+  EXPECT_EQ(1U, CGIgs_IsA(list, TARN_FORM_ENTRY_LIST_MAGIC));
+  EXPECT_EQ(0, FormFileList_getCount(list));
+  EXPECT_EQ(0U, FormFileList_getByIndex(list, 0));
+  EXPECT_EQ(0U, elements(list));
+}
+
+TEST(FormFileList, KeepsFilesInOrderOfAppendingAndRepeatedNamesToo) {
+  FileList list;
+  add(list, "b", "1");
+  add(list, "a", "2");
+  add(list, "b", "1");
+  ASSERT_EQ(3, FormFileList_getCount(list));
+  expectFileAt(list, 0, "b", "1");
+  expectFileAt(list, 1, "a", "2");
+  expectFileAt(list, 2, "b", "1");
+}
+
+TEST(FormFileList, CopyInListStandsApartAndSharesTheBytes) {
+  FileList list;
+  File file("photo", "cat.png", "image/png", "me\0w");
+  ASSERT_EQ(TARN_OK, FormFileList_addEntry(list, file));
+  TarnHandle copy = FormFileList_getByIndex(list, 0);
+  EXPECT_NE(file.value(), copy);
+  EXPECT_NE(contents(file), contents(&copy));
+  EXPECT_EQ(bytes(file), bytes(&copy));
+
+  FormFile_init(file, "note", "a.txt", "text/plain", "changed", 7);
+  expectFile(&copy, "photo", "cat.png", "image/png", "me\0w");
+  CGIgs_delete(file, TARN_FORM_FILE_MAGIC);
+  expectFile(&copy, "photo", "cat.png", "image/png", "me\0w");
+}
+
+TEST(FormFileList, BytesWithZerosAreWholeInTheListsCopy) {
+  const std::string_view raw("a\0b\0c", 5);
+  FileList list;
+  add(list, "raw", raw);
+  expectFileAt(list, 0, "raw", raw);
+}
+
+TEST(FormFileList, AppendingTwiceMakesTwoCopies) {
+  FileList list;
+  File file("photo", "meow");
+  EXPECT_EQ(TARN_OK, FormFileList_addEntry(list, file));
+  EXPECT_EQ(TARN_OK, FormFileList_addEntry(list, file));
+  ASSERT_EQ(2, FormFileList_getCount(list));
+  EXPECT_NE(FormFileList_getByIndex(list, 0), FormFileList_getByIndex(list, 1));
+}
+
+TEST(FormFileList, AppendsAnEmptyFileAndAFileOfItsOwn) {
+  FileList list;
+  File empty;
+  EXPECT_EQ(TARN_OK, FormFileList_addEntry(list, empty));
+  TarnHandle lent = FormFileList_getByIndex(list, 0);
+  EXPECT_EQ(TARN_OK, FormFileList_addEntry(list, &lent));
+  EXPECT_EQ(2, FormFileList_getCount(list));
+  lent = FormFileList_getByIndex(list, 1);
+  expectFile(&lent, nullptr, nullptr, nullptr, "");
+  EXPECT_EQ(0U, contents(&lent));
+}
+
+TEST(FormFileList, AddToNoListIsWrongTypeEvenWithoutAFile) {
+  File file("photo", "meow");
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_addEntry(stranger, file));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_addEntry(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_addEntry(file, file));
+}
+
+TEST(FormFileList, AddOfNoFileIsABadArgumentAndLeavesTheListAsItIs) {
+  FileList list;
+  Entry entry;
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, FormFileList_addEntry(list, stranger));
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, FormFileList_addEntry(list, entry));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, FormFileList_addEntry(list, list));
+  EXPECT_EQ(0U, elements(list));
+}
+
+TEST(FormFileList, CountAndIndexOfNoListAreZero) {
+  File file("photo", "meow");
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(0, FormFileList_getCount(stranger));
+    EXPECT_EQ(0U, FormFileList_getByIndex(stranger, 0));
+  });
+  EXPECT_EQ(0, FormFileList_getCount(file));
+  EXPECT_EQ(0U, FormFileList_getByIndex(file, 0));
+}
+
+TEST(FormFileList, IndexFromTheCountUpwardFindsNothing) {
+  FileList list;
+  add(list, "photo", "meow");
+  EXPECT_NE(0U, FormFileList_getByIndex(list, 0));
+  for (uint32_t index : {1U, 9U, 10U, 0x80000000U, static_cast<uint32_t>(-1)}) {
+    EXPECT_EQ(0U, FormFileList_getByIndex(list, index)) << index;
+  }
+}
+
+TEST(FormFileList, ReserveWorksOnceThereWasAFile) {
+  FileList list;
+  FormFileList_reserve(list, 40);
+  EXPECT_EQ(0U, elements(list));
+  add(list, "photo", "meow");
+  EXPECT_EQ(10U, capacity(list));
+  FormFileList_reserve(list, 31);
+  EXPECT_EQ(40U, capacity(list));
+  FormFileList_reserve(list, 5);
+  EXPECT_EQ(40U, capacity(list));
+  EXPECT_EQ(1, FormFileList_getCount(list));
+  expectFileAt(list, 0, "photo", "meow");
+}
+
+TEST(FormFileList, ReserveOnNoListDoesNothing) {
+  withEveryStranger([](TarnHandle *stranger) {
+    FormFileList_reserve(stranger, 40);
+    EXPECT_EQ(0U, TARNGenericList_getCapacity(stranger));
+  });
+}
+
+TEST(FormFileList, ClearEndsTheListWhereAnEntryListsClearKeepsIt) {
+  FileList list;
+  File file("photo", "meow");
+  add(list, "photo", "meow");
+  EXPECT_EQ(TARN_OK, FormFileList_clear(list));
+  EXPECT_EQ(0U, list.value());
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_addEntry(list, file));
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clear(list));
+
+  FileList other;
+  EXPECT_EQ(TARN_OK, FormEntryList_clear(other));
+  EXPECT_NE(0U, other.value());
+}
+
+TEST(FormFileList, DeleteSetsTheHandleToZeroAndWorksOnce) {
+  FileList list;
+  add(list, "photo", "meow");
+  EXPECT_EQ(TARN_OK, FormFileList_delete(list));
+  EXPECT_EQ(0U, list.value());
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_delete(list));
+}
+
+TEST(FormFileList, ClearAndDeleteTakeAListThatNeverHadAFile) {
+  for (auto *release : {FormFileList_clear, FormFileList_delete}) {
+    FileList list;
+    EXPECT_EQ(TARN_OK, release(list));
+    EXPECT_EQ(0U, list.value());
+  }
+}
+
+TEST(FormFileList, ClearAndDeleteOfNoListAreWrongType) {
+  File file("photo", "meow");
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clear(stranger));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_delete(stranger));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clear(file));
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_delete(file));
+  EXPECT_STREQ("photo", text(file, kName));
+}
+
+TEST(FormFileList, CloneOwnsCopiesOfTheFilesInOrder) {
+  FileList source;
+  add(source, "a", "1");
+  add(source, "b", "");
+  TarnHandle copy = 0;
+  ASSERT_EQ(TARN_OK, FormFileList_clone(source, &copy));
+  ASSERT_EQ(2, FormFileList_getCount(&copy));
+  EXPECT_NE(FormFileList_getByIndex(source, 0), FormFileList_getByIndex(&copy, 0));
+  FormFileList_delete(source);
+  expectFileAt(&copy, 0, "a", "1");
+  expectFileAt(&copy, 1, "b", "");
+  FormFileList_delete(&copy);
+}
+
+TEST(FormFileList, CloneOfAListWithoutFilesIsANewEmptyList) {
+  FileList source;
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_OK, FormFileList_clone(source, &copy));
+  EXPECT_EQ(1U, CGIgs_IsA(&copy, TARN_FORM_FILE_LIST_MAGIC));
+  EXPECT_NE(source.value(), copy);
+  EXPECT_EQ(0, FormFileList_getCount(&copy));
+  FormFileList_delete(&copy);
+}
+
+TEST(FormFileList, CloneOverwritesWhatTheDestinationHeldWithoutDeletingIt) {
+  FileList source;
+  File held("held", "still here");
+  add(source, "photo", "meow");
+  TarnHandle destination = held.value();
+  ASSERT_EQ(TARN_OK, FormFileList_clone(source, &destination));
+  expectFileAt(&destination, 0, "photo", "meow");
+  EXPECT_EQ("still here", data(held));
+  FormFileList_delete(&destination);
+}
+
+TEST(FormFileList, CloneOfNoListIsWrongTypeAndLeavesTheDestinationAlone) {
+  File file("photo", "meow");
+  TarnHandle destination = file.value();
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clone(stranger, &destination));
+    EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clone(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clone(file, &destination));
+  EXPECT_EQ(file.value(), destination);
+}
+
+TEST(FormFileList, CloneToANullAddressReportsTheCopying) {
+  FileList list;
+  add(list, "photo", "meow");
+  EXPECT_EQ(TARN_OK, FormFileList_clone(list, nullptr));
+  expectFileAt(list, 0, "photo", "meow");
+
+  ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, Entry()));
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clone(list, nullptr));
+}
+
+TEST(FormFileList, HoldsThousandsOfFiles) {
+  constexpr uint32_t kMany = 3001;
+  FileList list;
+  for (uint32_t i = 0; i < kMany; ++i) add(list, "f", std::to_string(i));
+  ASSERT_EQ(static_cast<int32_t>(kMany), FormFileList_getCount(list));
+  EXPECT_EQ(3010U, capacity(list));
+
+  TarnHandle copy = 0;
+  ASSERT_EQ(TARN_OK, FormFileList_clone(list, &copy));
+  EXPECT_EQ(TARN_OK, FormFileList_clear(list));
+  for (uint32_t i = 0; i < kMany; ++i) expectFileAt(&copy, i, "f", std::to_string(i));
+  EXPECT_EQ(TARN_OK, FormFileList_delete(&copy));
+}
+
+TEST(FormFileList, ToHtmlIsNotYetImplementedForAnyHandle) {
+  FileList list;
+  EXPECT_STREQ("Not yet implemented.", FormFileList_toHTML(list));
+  EXPECT_EQ(FormFileList_toHTML(list), FormFileList_toHTML(nullptr));
+}
+
+// ---- Lists that hold something else -------------------------------------------------------------
+
+TEST(FormFileList, CloneOfAListWithAnEntryInItIsWrongTypeAndLeavesTheDestinationAlone) {
+  FileList list;
+  add(list, "photo", "meow");
+  ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, Entry()));
+  TarnHandle destination = 0;
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clone(list, &destination));
+  EXPECT_EQ(0U, destination);
+  EXPECT_EQ(2, FormFileList_getCount(list));
+}
+
+TEST(FormFileList, ClearAndDeleteLeaveAnEntryInTheListAlive) {
+  for (auto *release : {FormFileList_clear, FormFileList_delete}) {
+    FileList list;
+    add(list, "photo", "meow");
+    ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, Entry()));
+    add(list, "photo", "purr");
+    TarnHandle entry = FormFileList_getByIndex(list, 1);
+    EXPECT_EQ(TARN_OK, release(list));
+    EXPECT_EQ(0U, list.value());
+    EXPECT_EQ(0, FormEntry_compareName(&entry, "city"));
+    EXPECT_EQ(0, FormEntry_compareValue(&entry, "Paris"));
+  }
+}
+
+TEST(FormFileList, HolesReadAsNothingAndCannotBeCloned) {
+  FileList list;
+  add(list, "photo", "meow");
+  TarnHandle inner = elements(list);
+  ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(&inner, 0));
+  EXPECT_EQ(2, FormFileList_getCount(list));
+  EXPECT_EQ(0U, FormFileList_getByIndex(list, 1));
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_WRONG_TYPE, FormFileList_clone(list, &copy));
+  EXPECT_EQ(0U, copy);
+  EXPECT_EQ(TARN_OK, FormFileList_delete(list));
+}
+
+// ---- Without memory -----------------------------------------------------------------------------
+
+struct FormFileWithoutMemory : tarn_test::WithoutMemory {};
+
+TEST_F(FormFileWithoutMemory, InitSucceedsAndTheFileIsEmpty) {
+  File file("photo", "cat.png", "image/png", "meow");
+  TarnStatus status = TARN_BAD_ARGUMENT;
+  tarn_test::withoutMemory([&] { status = FormFile_init(file, "n", "f", "t", "data", 4); });
+  EXPECT_EQ(TARN_OK, status);
+  expectFile(file, nullptr, nullptr, nullptr, "");
+}
+
+TEST_F(FormFileWithoutMemory, InitWithTooManyBytesSucceedsAndTheFileHasNone) {
+  const std::string large(tarn_test::kLittleMemory, 'x');
+  File file("photo", "cat.png", "image/png", "meow");
+  TarnStatus status = TARN_BAD_ARGUMENT;
+  tarn_test::withoutMemory(
+      [&] {
+        status =
+            FormFile_init(file, "n", "f", "t", large.data(), static_cast<uint32_t>(large.size()));
+      },
+      tarn_test::kLittleMemory);
+  EXPECT_EQ(TARN_OK, status);
+  expectFile(file, "n", "f", "t", "");
+}
+
+TEST_F(FormFileWithoutMemory, AddAndCloneReportIt) {
+  FileList list;
+  File file("photo", "meow");
+  add(list, "photo", "meow");
+  TarnHandle destination = file.value();
+  TarnStatus added = TARN_OK;
+  TarnStatus cloned = TARN_OK;
+  tarn_test::withoutMemory([&] {
+    added = FormFileList_addEntry(list, file);
+    cloned = FormFileList_clone(list, &destination);
+  });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, added);
+  EXPECT_EQ(1, FormFileList_getCount(list));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, cloned);
+  EXPECT_EQ(file.value(), destination);
+}
+
+}  // namespace

@@ -1,0 +1,867 @@
+#include <gtest/gtest.h>
+#include <tarn.h>
+
+#include <climits>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "support/handles.h"
+
+namespace {
+
+using tarn_test::Node;
+
+// The slots that a script reads with the node's getters.
+enum Child : uint32_t { kCookies };
+enum HeaderText : uint32_t { kContentType };
+enum ResponseText : uint32_t { kFirst, kSecond };
+enum ResponseNumber : uint32_t { kNumber };
+enum PartText : uint32_t { kDisposition, kFieldName, kFileName, kPartType };
+
+struct Cookie : Node {
+  explicit Cookie(const char *name) : Node(TARN_COOKIE_MAGIC) {
+    HTTPCookie_init(*this, name, "value", nullptr, nullptr, 0, nullptr, 0);
+  }
+};
+
+struct CookieList : Node {
+  CookieList(std::initializer_list<const char *> names = {}) : Node(TARN_COOKIE_LIST_MAGIC) {
+    for (const char *name : names) HTTPCookieList_addCookie(*this, Cookie(name));
+  }
+  ~CookieList() { HTTPCookieList_delete(*this); }
+};
+
+// A list that cannot be copied: it holds something that is no cookie.
+struct SpoiltList : CookieList {
+  SpoiltList() : CookieList{"a"} {
+    TarnHandle inner = CGIgs_getList(*this, 0, TARN_COOKIE_LIST_MAGIC);
+    TARNGenericList_addDatum(&inner, 0);
+  }
+};
+
+struct Header : Node {
+  Header() : Node(TARN_HEADER_MAGIC) {}
+  ~Header() { HTTPHeader_delete(*this); }
+};
+
+struct Response : Node {
+  Response() : Node(TARN_RESPONSE_HEADER_MAGIC) {}
+  // One with both texts, the number, lines and cookies.
+  static constexpr struct Full {
+  } kFull{};
+  explicit Response(Full) : Response() {
+    HTTPResponseHeader_init(*this, "first", 7, "second");
+    HTTPResponseHeader_addHeader(*this, "X-One: 1");
+    HTTPResponseHeader_addHeader(*this, "X-Two: 2");
+    HTTPResponseHeader_setCookieList(*this, CookieList{"a", "b"});
+  }
+  ~Response() { HTTPResponseHeader_delete(*this); }
+};
+
+struct Part : Node {
+  Part() : Node(TARN_MULTIPART_HEADER_MAGIC) {}
+};
+
+using Texts = std::vector<std::string>;
+
+TarnHandle cookieList(TarnHandle *header) { return CGIgs_getStruct(header, kCookies, 0); }
+
+// Stands for a missing text, so that one is seen where another was expected.
+constexpr const char *kHole = "(none)";
+
+const char *orHole(const char *text) { return text ? text : kHole; }
+
+Texts cookieNames(TarnHandle *header) {
+  TarnHandle list = cookieList(header);
+  Texts names;
+  for (uint32_t i = 0; i < static_cast<uint32_t>(HTTPCookieList_getCount(&list)); ++i) {
+    TarnHandle cookie = HTTPCookieList_getByIndex(&list, i);
+    names.emplace_back(orHole(CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC)));
+  }
+  return names;
+}
+
+const char *line(TarnHandle *response, uint32_t index) {
+  TarnHandle list = HTTPResponseHeader_getHeaderList(response);
+  return reinterpret_cast<const char *>(TARNGenericList_getByIndex(&list, index));
+}
+
+Texts lines(TarnHandle *response) {
+  TarnHandle list = HTTPResponseHeader_getHeaderList(response);
+  Texts texts;
+  for (uint32_t i = 0; i < TARNGenericList_getCount(&list); ++i) {
+    texts.emplace_back(orHole(line(response, i)));
+  }
+  return texts;
+}
+
+const char *contentType(TarnHandle *header) {
+  return CGIgs_getString(header, kContentType, TARN_HEADER_MAGIC);
+}
+
+const char *responseText(TarnHandle *response, ResponseText slot) {
+  return CGIgs_getString(response, slot, TARN_RESPONSE_HEADER_MAGIC);
+}
+
+int number(TarnHandle *response) {
+  return static_cast<int>(CGIgs_getInt(response, kNumber, TARN_RESPONSE_HEADER_MAGIC));
+}
+
+void expectResponse(TarnHandle *response, const char *first, int itsNumber, const char *second,
+                    const Texts &itsLines, const Texts &cookies) {
+  EXPECT_STREQ(first, responseText(response, kFirst));
+  EXPECT_EQ(itsNumber, number(response));
+  EXPECT_STREQ(second, responseText(response, kSecond));
+  EXPECT_EQ(itsLines, lines(response));
+  EXPECT_EQ(cookies, cookieNames(response));
+}
+
+void expectFullResponse(TarnHandle *response) {
+  expectResponse(response, "first", 7, "second", {"X-One: 1", "X-Two: 2"}, {"a", "b"});
+}
+
+const char *partText(TarnHandle *part, uint32_t slot) {
+  return CGIgs_getString(part, slot, TARN_MULTIPART_HEADER_MAGIC);
+}
+
+void expectPart(TarnHandle *part, const char *disposition, const char *name, const char *fileName,
+                const char *type) {
+  EXPECT_STREQ(disposition, partText(part, kDisposition));
+  EXPECT_STREQ(name, partText(part, kFieldName));
+  EXPECT_STREQ(fileName, partText(part, kFileName));
+  EXPECT_STREQ(type, partText(part, kPartType));
+}
+
+// Calls with handles that hold neither a header nor cookies, and sees that they stay as they are:
+// no address at all, nothing, a node of another type, a generic list, which is no node.
+template <typename Call>
+void withEveryStranger(Call call) {
+  Node nothing;
+  Node entry(TARN_FORM_ENTRY_MAGIC);
+  tarn_test::List generic;
+  for (TarnHandle *stranger :
+       {static_cast<TarnHandle *>(nullptr), static_cast<TarnHandle *>(nothing),
+        static_cast<TarnHandle *>(entry), static_cast<TarnHandle *>(generic)}) {
+    const TarnHandle before = stranger ? *stranger : 0;
+    const uint32_t magic = CGIgs_getMagic(stranger);
+    SCOPED_TRACE(stranger ? "a handle with tag " + std::to_string(magic) : "a null address");
+    call(stranger);
+    EXPECT_EQ(before, stranger ? *stranger : 0);
+    EXPECT_EQ(magic, CGIgs_getMagic(stranger));
+  }
+}
+
+// ---- Content header -----------------------------------------------------------------------------
+
+TEST(HTTPHeader, IsBornEmpty) {
+  Header header;
+  EXPECT_EQ(4979U, CGIgs_getMagic(header));
+  EXPECT_EQ(nullptr, contentType(header));
+  EXPECT_EQ(0U, cookieList(header));
+}
+
+TEST(HTTPHeader, InitKeepsCopiesOfContentTypeAndCookies) {
+  Header header;
+  char type[] = "text/html";
+  CookieList cookies{"a", "b"};
+  EXPECT_EQ(TARN_OK, HTTPHeader_init(header, type, cookies));
+  type[0] = '?';
+  EXPECT_NE(cookies.value(), cookieList(header));
+  HTTPCookieList_delete(cookies);
+  EXPECT_STREQ("text/html", contentType(header));
+  EXPECT_EQ((Texts{"a", "b"}), cookieNames(header));
+  EXPECT_EQ(75101U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
+}
+
+TEST(HTTPHeader, InitTakesAListWithoutCookies) {
+  Header header;
+  CookieList empty;
+  EXPECT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", empty));
+  EXPECT_NE(0U, cookieList(header));
+  EXPECT_EQ(Texts{}, cookieNames(header));
+}
+
+TEST(HTTPHeader, InitAgainReplacesContentTypeAndCookies) {
+  Header header;
+  CookieList before{"a", "b"};
+  CookieList after{"c"};
+  EXPECT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", before));
+  EXPECT_EQ(TARN_OK, HTTPHeader_init(header, "text/css", after));
+  EXPECT_STREQ("text/css", contentType(header));
+  EXPECT_EQ(Texts{"c"}, cookieNames(header));
+}
+
+TEST(HTTPHeader, InitWithoutACookieListStoresTheContentTypeAndIsABadArgument) {
+  Header header;
+  CookieList cookies{"a"};
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/html", nullptr));
+  EXPECT_STREQ("text/html", contentType(header));
+
+  EXPECT_EQ(TARN_OK, HTTPHeader_init(header, "text/css", cookies));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/plain", nullptr));
+  EXPECT_STREQ("text/plain", contentType(header));
+  EXPECT_EQ(0U, cookieList(header));
+}
+
+TEST(HTTPHeader, InitWithAHandleThatHoldsNoCookieListChangesNothing) {
+  Header header;
+  CookieList cookies{"a"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
+  withEveryStranger([&](TarnHandle *stranger) {
+    if (stranger == nullptr) return;
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/css", stranger));
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/css", header));
+  EXPECT_STREQ("text/html", contentType(header));
+  EXPECT_EQ(Texts{"a"}, cookieNames(header));
+}
+
+TEST(HTTPHeader, InitWithoutAContentTypeChangesNothing) {
+  Header header;
+  CookieList cookies{"a"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, nullptr, cookies));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, nullptr, nullptr));
+  EXPECT_STREQ("text/html", contentType(header));
+  EXPECT_EQ(Texts{"a"}, cookieNames(header));
+}
+
+TEST(HTTPHeader, InitOfNoHeaderIsWrongTypeWhateverTheArguments) {
+  CookieList cookies{"a"};
+  Response response;
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_init(stranger, "text/html", cookies));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_init(stranger, nullptr, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_init(response, "text/html", cookies));
+}
+
+TEST(HTTPHeader, InitTakesTheHeadersOwnContentTypeAndCookies) {
+  Header header;
+  CookieList cookies{"a", "b"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
+  TarnHandle own = cookieList(header);
+  EXPECT_EQ(TARN_OK, HTTPHeader_init(header, contentType(header) + 5, &own));
+  EXPECT_STREQ("html", contentType(header));
+  EXPECT_EQ((Texts{"a", "b"}), cookieNames(header));
+}
+
+TEST(HTTPHeader, InitWithAListThatCannotBeCopiedStoresTheContentTypeAlone) {
+  Header header;
+  CookieList cookies{"b"};
+  SpoiltList spoilt;
+  ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/css", spoilt));
+  EXPECT_STREQ("text/css", contentType(header));
+  EXPECT_EQ(0U, cookieList(header));
+}
+
+TEST(HTTPHeader, SetCookieListReplacesTheCookiesAlone) {
+  Header header;
+  CookieList first{"a", "b"};
+  CookieList second{"c"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", first));
+  EXPECT_EQ(TARN_OK, HTTPHeader_setCookieList(header, second));
+  EXPECT_STREQ("text/html", contentType(header));
+  EXPECT_EQ(Texts{"c"}, cookieNames(header));
+  EXPECT_EQ(2, HTTPCookieList_getCount(first));
+}
+
+TEST(HTTPHeader, CookiesOutliveTheCallersListAndDoNotFollowIt) {
+  Header header;
+  CookieList cookies{"a"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_setCookieList(header, cookies));
+  HTTPCookieList_addCookie(cookies, Cookie("b"));
+  EXPECT_EQ(Texts{"a"}, cookieNames(header));
+  HTTPCookieList_delete(cookies);
+  EXPECT_EQ(Texts{"a"}, cookieNames(header));
+  EXPECT_EQ(75101U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
+}
+
+TEST(HTTPHeader, SetCookieListTakesTheHeadersOwnCookies) {
+  Header header;
+  CookieList cookies{"a", "b"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_setCookieList(header, cookies));
+  TarnHandle own = cookieList(header);
+  EXPECT_EQ(TARN_OK, HTTPHeader_setCookieList(header, &own));
+  EXPECT_EQ((Texts{"a", "b"}), cookieNames(header));
+}
+
+TEST(HTTPHeader, SetCookieListOfNoListIsABadArgumentAndKeepsTheCookies) {
+  Header header;
+  CookieList cookies{"a"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_setCookieList(header, cookies));
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_setCookieList(header, stranger));
+  });
+  EXPECT_EQ(Texts{"a"}, cookieNames(header));
+}
+
+TEST(HTTPHeader, SetCookieListOfNoHeaderIsWrongTypeEvenWithoutAList) {
+  CookieList cookies{"a"};
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_setCookieList(stranger, cookies));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_setCookieList(stranger, nullptr));
+  });
+}
+
+TEST(HTTPHeader, SetCookieListThatCannotBeCopiedIsABadArgumentAndLeavesNoCookies) {
+  Header header;
+  CookieList cookies{"b"};
+  SpoiltList spoilt;
+  ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_setCookieList(header, spoilt));
+  EXPECT_EQ(0U, cookieList(header));
+  EXPECT_STREQ("text/html", contentType(header));
+}
+
+TEST(HTTPHeader, SetCookieListReplacesWhateverStoodInItsPlace) {
+  CookieList cookies{"a"};
+  Header withChild;
+  ASSERT_EQ(TARN_OK, CGIgs_setStruct(withChild, kCookies, Cookie("lost"), TARN_HEADER_MAGIC,
+                                     TARN_COOKIE_MAGIC));
+  EXPECT_EQ(TARN_OK, HTTPHeader_setCookieList(withChild, cookies));
+  EXPECT_EQ(Texts{"a"}, cookieNames(withChild));
+
+  Header withParkedList;
+  tarn_test::List parked{1, 2, 3};
+  ASSERT_EQ(TARN_OK, CGIgs_setList(withParkedList, 2, parked, TARN_HEADER_MAGIC));
+  parked.forget();
+  EXPECT_EQ(TARN_OK, HTTPHeader_setCookieList(withParkedList, cookies));
+  EXPECT_EQ(Texts{"a"}, cookieNames(withParkedList));
+}
+
+TEST(HTTPHeader, ClearEmptiesTheHeaderAndKeepsItForMore) {
+  Header header;
+  CookieList cookies{"a", "b"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
+  const TarnHandle before = header.value();
+  EXPECT_EQ(TARN_OK, HTTPHeader_clear(header));
+  EXPECT_EQ(before, header.value());
+  EXPECT_EQ(4979U, CGIgs_getMagic(header));
+  EXPECT_EQ(nullptr, contentType(header));
+  EXPECT_EQ(0U, cookieList(header));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
+
+  EXPECT_EQ(TARN_OK, HTTPHeader_clear(header));
+  EXPECT_EQ(TARN_OK, HTTPHeader_init(header, "text/css", cookies));
+  EXPECT_EQ((Texts{"a", "b"}), cookieNames(header));
+}
+
+TEST(HTTPHeader, DeleteSetsTheHandleToZeroAndWorksOnce) {
+  Header header;
+  CookieList cookies{"a", "b"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
+  EXPECT_EQ(TARN_OK, HTTPHeader_delete(header));
+  EXPECT_EQ(0U, header.value());
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_delete(header));
+}
+
+TEST(HTTPHeader, ClearAndDeleteOfNoHeaderAreWrongType) {
+  Response response;
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_clear(stranger));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_delete(stranger));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_clear(response));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_delete(response));
+  EXPECT_NE(0U, response.value());
+}
+
+TEST(HTTPPlainHeader, IsAContentHeaderForPlainTextWithoutCookies) {
+  TarnHandle header = 0;
+  EXPECT_EQ(TARN_OK, HTTPPlainHeader_new(&header));
+  EXPECT_EQ(4979U, CGIgs_getMagic(&header));
+  EXPECT_STREQ("text/plain", contentType(&header));
+  EXPECT_EQ(0U, cookieList(&header));
+
+  CookieList cookies{"a"};
+  EXPECT_EQ(TARN_OK, HTTPHeader_setCookieList(&header, cookies));
+  EXPECT_STREQ("text/plain", contentType(&header));
+  EXPECT_EQ(Texts{"a"}, cookieNames(&header));
+  EXPECT_EQ(TARN_OK, HTTPHeader_delete(&header));
+  EXPECT_EQ(0U, header);
+}
+
+TEST(HTTPPlainHeader, NewIntoAHandleInUseOrANullAddressIsABadArgument) {
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPPlainHeader_new(nullptr));
+  Header header;
+  Cookie cookie("held");
+  tarn_test::List generic;
+  for (TarnHandle *used : {static_cast<TarnHandle *>(header), static_cast<TarnHandle *>(cookie),
+                           static_cast<TarnHandle *>(generic)}) {
+    const TarnHandle before = *used;
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPPlainHeader_new(used));
+    EXPECT_EQ(before, *used);
+  }
+  EXPECT_EQ(nullptr, contentType(header));
+}
+
+// ---- Response header ----------------------------------------------------------------------------
+
+TEST(HTTPResponseHeader, IsBornEmpty) {
+  Response response;
+  EXPECT_EQ(135456U, CGIgs_getMagic(response));
+  expectResponse(response, nullptr, 0, nullptr, {}, {});
+  EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(response));
+  EXPECT_EQ(0U, cookieList(response));
+}
+
+TEST(HTTPResponseHeader, InitKeepsCopiesOfTheTextsAndTheNumber) {
+  char first[] = "first";
+  char second[] = "second";
+  Response response;
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, first, -7, second));
+  first[0] = second[0] = '?';
+  expectResponse(response, "first", -7, "second", {}, {});
+}
+
+TEST(HTTPResponseHeader, InitKeepsEveryNumber) {
+  Response response;
+  for (int value : {0, 1, -1, INT_MAX, INT_MIN}) {
+    EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, "", value, ""));
+    EXPECT_EQ(value, number(response));
+  }
+}
+
+TEST(HTTPResponseHeader, InitAgainDropsLinesAndCookies) {
+  Response response(Response::kFull);
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, "other", 0, ""));
+  expectResponse(response, "other", 0, "", {}, {});
+  EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(response));
+  EXPECT_EQ(0U, cookieList(response));
+}
+
+TEST(HTTPResponseHeader, InitWithoutATextDoesNothingAndSaysItSucceeded) {
+  Response response(Response::kFull);
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, nullptr, 1, "x"));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, "x", 1, nullptr));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, nullptr, 1, nullptr));
+  expectFullResponse(response);
+}
+
+TEST(HTTPResponseHeader, InitOfNoResponseHeaderIsWrongTypeWhateverTheTexts) {
+  Header header;
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_init(stranger, "a", 1, "b"));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_init(stranger, nullptr, 1, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_init(header, "a", 1, "b"));
+}
+
+TEST(HTTPResponseHeader, InitTakesTheHeadersOwnTextsAndLines) {
+  Response response(Response::kFull);
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, responseText(response, kFirst), 7,
+                                             responseText(response, kSecond)));
+  expectResponse(response, "first", 7, "second", {}, {});
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, responseText(response, kSecond), 7,
+                                             responseText(response, kFirst)));
+  expectResponse(response, "second", 7, "first", {}, {});
+
+  HTTPResponseHeader_addHeader(response, "X-One: 1");
+  HTTPResponseHeader_addHeader(response, "X-Two: 2");
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, line(response, 1), 7, line(response, 0)));
+  expectResponse(response, "X-Two: 2", 7, "X-One: 1", {}, {});
+}
+
+TEST(HTTPResponseHeader, ClearEmptiesTheHeaderAndKeepsItForMore) {
+  Response response(Response::kFull);
+  const TarnHandle before = response.value();
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_clear(response));
+  EXPECT_EQ(before, response.value());
+  EXPECT_EQ(135456U, CGIgs_getMagic(response));
+  expectResponse(response, nullptr, 0, nullptr, {}, {});
+  EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(response));
+  EXPECT_EQ(0U, cookieList(response));
+
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_clear(response));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, "X-Three: 3"));
+  EXPECT_EQ(Texts{"X-Three: 3"}, lines(response));
+}
+
+TEST(HTTPResponseHeader, ClearPassesOverHolesAmongTheLines) {
+  Response response;
+  HTTPResponseHeader_addHeader(response, "X-One: 1");
+  TarnHandle list = HTTPResponseHeader_getHeaderList(response);
+  TARNGenericList_addDatum(&list, 0);
+  HTTPResponseHeader_addHeader(response, "X-Two: 2");
+  EXPECT_EQ((Texts{"X-One: 1", kHole, "X-Two: 2"}), lines(response));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_clear(response));
+  EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(response));
+}
+
+TEST(HTTPResponseHeader, DeleteSetsTheHandleToZeroAndWorksOnce) {
+  Response response(Response::kFull);
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_delete(response));
+  EXPECT_EQ(0U, response.value());
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_delete(response));
+}
+
+TEST(HTTPResponseHeader, ClearAndDeleteOfNoResponseHeaderAreWrongType) {
+  Header header;
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_clear(stranger));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_delete(stranger));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_clear(header));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_delete(header));
+  EXPECT_NE(0U, header.value());
+}
+
+TEST(HTTPResponseHeader, AddHeaderKeepsCopiesInOrderAndRepeatedLinesToo) {
+  char text[] = "X-One: 1";
+  Response response;
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, text));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, "X-Two: 2"));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, text));
+  text[0] = '?';
+  EXPECT_EQ((Texts{"X-One: 1", "X-Two: 2", "X-One: 1"}), lines(response));
+  EXPECT_NE(line(response, 0), line(response, 2));
+}
+
+TEST(HTTPResponseHeader, AddHeaderTakesAnyLineAsGiven) {
+  Response response;
+  for (const char *odd : {"", "no colon", "A: b\r\nInjected: c\r\n", " folded", "%s%n"}) {
+    EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, odd));
+  }
+  EXPECT_EQ((Texts{"", "no colon", "A: b\r\nInjected: c\r\n", " folded", "%s%n"}), lines(response));
+}
+
+TEST(HTTPResponseHeader, AddHeaderTakesALineOfTheHeadersOwn) {
+  Response response;
+  HTTPResponseHeader_addHeader(response, "X-One: 1");
+  for (int copies = 1; copies < 25; ++copies) {
+    ASSERT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, line(response, 0)));
+  }
+  EXPECT_EQ(Texts(25, "X-One: 1"), lines(response));
+}
+
+TEST(HTTPResponseHeader, AddHeaderWithoutALineIsABadArgument) {
+  Response response;
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_addHeader(response, nullptr));
+  EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(response));
+}
+
+TEST(HTTPResponseHeader, AddHeaderToNoResponseHeaderIsWrongTypeEvenWithoutALine) {
+  Header header;
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addHeader(stranger, "X-One: 1"));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addHeader(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addHeader(header, "X-One: 1"));
+}
+
+TEST(HTTPResponseHeader, HoldsThousandsOfLines) {
+  Response response;
+  Texts expected;
+  for (int i = 0; i < 5001; ++i) {
+    expected.push_back("X-Line: " + std::to_string(i));
+    ASSERT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, expected.back().c_str()));
+  }
+  EXPECT_EQ(expected, lines(response));
+}
+
+TEST(HTTPResponseHeader, GetHeaderListLendsTheGenericListItself) {
+  Response response(Response::kFull);
+  TarnHandle list = HTTPResponseHeader_getHeaderList(response);
+  EXPECT_EQ(1U, TARNGenericList_IsA(&list));
+  EXPECT_EQ(list, CGIgs_getList(response, 0, TARN_RESPONSE_HEADER_MAGIC));
+  HTTPResponseHeader_addHeader(response, "X-Three: 3");
+  EXPECT_EQ(list, HTTPResponseHeader_getHeaderList(response));
+  EXPECT_EQ(3U, TARNGenericList_getCount(&list));
+}
+
+TEST(HTTPResponseHeader, GetHeaderListOfNoResponseHeaderIsZero) {
+  Header header;
+  tarn_test::List lent;
+  CGIgs_setList(header, 0, lent, TARN_HEADER_MAGIC);
+  lent.forget();
+  EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(header));
+  withEveryStranger(
+      [](TarnHandle *stranger) { EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(stranger)); });
+}
+
+// ---- Cookies of a response header ---------------------------------------------------------------
+
+TEST(HTTPResponseHeader, SetCookieListReplacesTheCookiesAlone) {
+  Response response(Response::kFull);
+  CookieList cookies{"c"};
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_setCookieList(response, cookies));
+  EXPECT_NE(cookies.value(), cookieList(response));
+  HTTPCookieList_delete(cookies);
+  expectResponse(response, "first", 7, "second", {"X-One: 1", "X-Two: 2"}, {"c"});
+  EXPECT_EQ(75101U, CGIgs_getChildMagic(response, kCookies, TARN_RESPONSE_HEADER_MAGIC));
+}
+
+TEST(HTTPResponseHeader, SetCookieListTakesAListWithoutCookies) {
+  Response response(Response::kFull);
+  CookieList empty;
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_setCookieList(response, empty));
+  EXPECT_NE(0U, cookieList(response));
+  EXPECT_EQ(Texts{}, cookieNames(response));
+}
+
+TEST(HTTPResponseHeader, SetCookieListTakesTheHeadersOwnCookies) {
+  Response response(Response::kFull);
+  TarnHandle own = cookieList(response);
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_setCookieList(response, &own));
+  expectFullResponse(response);
+}
+
+TEST(HTTPResponseHeader, SetCookieListOfNoListIsABadArgumentAndKeepsTheCookies) {
+  Response response(Response::kFull);
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_setCookieList(response, stranger));
+  });
+  expectFullResponse(response);
+}
+
+TEST(HTTPResponseHeader, SetCookieListOfNoResponseHeaderIsWrongTypeEvenWithoutAList) {
+  Header header;
+  CookieList cookies{"a"};
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(stranger, cookies));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(header, cookies));
+}
+
+TEST(HTTPResponseHeader, SetCookieListThatCannotBeCopiedSaysWhyAndLeavesNoCookies) {
+  Response response(Response::kFull);
+  SpoiltList spoilt;
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(response, spoilt));
+  EXPECT_EQ(0U, cookieList(response));
+  expectResponse(response, "first", 7, "second", {"X-One: 1", "X-Two: 2"}, {});
+}
+
+TEST(HTTPResponseHeader, AddCookieLosesTheFirstCookieOfAHeaderWithoutAList) {
+  Response response;
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, Cookie("a")));
+  TarnHandle list = cookieList(response);
+  EXPECT_EQ(1U, CGIgs_IsA(&list, TARN_COOKIE_LIST_MAGIC));
+  EXPECT_EQ(75101U, CGIgs_getChildMagic(response, kCookies, TARN_RESPONSE_HEADER_MAGIC));
+  EXPECT_EQ(Texts{}, cookieNames(response));
+
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, Cookie("b")));
+  EXPECT_EQ(Texts{"b"}, cookieNames(response));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, Cookie("c")));
+  EXPECT_EQ((Texts{"b", "c"}), cookieNames(response));
+}
+
+TEST(HTTPResponseHeader, AddCookieLosesTheFirstCookieAgainAfterAClear) {
+  Response response(Response::kFull);
+  HTTPResponseHeader_clear(response);
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, Cookie("a")));
+  EXPECT_EQ(Texts{}, cookieNames(response));
+}
+
+TEST(HTTPResponseHeader, AddCookieKeepsTheFirstCookieOnceAListWasSet) {
+  Response response;
+  CookieList empty;
+  HTTPResponseHeader_setCookieList(response, empty);
+  Cookie cookie("a");
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, cookie));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, cookie));
+  HTTPCookie_init(cookie, "changed", "", nullptr, nullptr, 0, nullptr, 0);
+  EXPECT_EQ((Texts{"a", "a"}), cookieNames(response));
+  EXPECT_EQ(0, HTTPCookieList_getCount(empty));
+}
+
+TEST(HTTPResponseHeader, AddCookieTakesACookieOfTheHeadersOwn) {
+  Response response(Response::kFull);
+  TarnHandle list = cookieList(response);
+  TarnHandle own = HTTPCookieList_getByIndex(&list, 0);
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, &own));
+  EXPECT_EQ((Texts{"a", "b", "a"}), cookieNames(response));
+}
+
+TEST(HTTPResponseHeader, AddCookieOfNoCookieIsABadArgumentAndMakesNoList) {
+  Response response;
+  CookieList cookies{"a"};
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_addCookie(response, stranger));
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_addCookie(response, cookies));
+  EXPECT_EQ(0U, cookieList(response));
+}
+
+TEST(HTTPResponseHeader, AddCookieToNoResponseHeaderIsWrongTypeEvenWithoutACookie) {
+  Header header;
+  Cookie cookie("a");
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addCookie(stranger, cookie));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addCookie(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addCookie(header, cookie));
+}
+
+// ---- Header of a part ---------------------------------------------------------------------------
+
+TEST(MultiPartHeader, IsBornEmpty) {
+  Part part;
+  EXPECT_EQ(19383U, CGIgs_getMagic(part));
+  expectPart(part, nullptr, nullptr, nullptr, nullptr);
+}
+
+TEST(MultiPartHeader, InitKeepsCopiesOfTheFourTexts) {
+  std::string texts[] = {"form-data", "photo", "cat.png", "image/png"};
+  Part part;
+  EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, texts[0].data(), texts[1].data(), texts[2].data(),
+                                          texts[3].data()));
+  for (std::string &text : texts) text[0] = '?';
+  expectPart(part, "form-data", "photo", "cat.png", "image/png");
+}
+
+TEST(MultiPartHeader, InitEmptiesTheSlotOfEachNullText) {
+  Part part;
+  MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
+  EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, "form-data", nullptr, "", nullptr));
+  expectPart(part, "form-data", nullptr, "", nullptr);
+  EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, nullptr, "note", nullptr, "text/plain"));
+  expectPart(part, nullptr, "note", nullptr, "text/plain");
+  EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, nullptr, nullptr, nullptr, nullptr));
+  expectPart(part, nullptr, nullptr, nullptr, nullptr);
+}
+
+TEST(MultiPartHeader, InitLeavesTheRestOfTheNodeAlone) {
+  Part part;
+  CGIgs_setString(part, 4, "kept", TARN_MULTIPART_HEADER_MAGIC);
+  CGIgs_setInt(part, 0, 7, TARN_MULTIPART_HEADER_MAGIC);
+  EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, "a", "b", "c", "d"));
+  EXPECT_STREQ("kept", partText(part, 4));
+  EXPECT_EQ(7U, CGIgs_getInt(part, 0, TARN_MULTIPART_HEADER_MAGIC));
+}
+
+TEST(MultiPartHeader, InitTakesTheHeadersOwnTexts) {
+  Part part;
+  MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
+  EXPECT_EQ(TARN_OK,
+            MultiPartHeader_init(part, partText(part, kDisposition), partText(part, kFieldName),
+                                 partText(part, kFileName) + 4, partText(part, kPartType)));
+  expectPart(part, "form-data", "photo", "png", "image/png");
+}
+
+TEST(MultiPartHeader, InitTakesTheHeadersOwnTextsInOtherPlaces) {
+  Part part;
+  MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
+  EXPECT_EQ(TARN_OK,
+            MultiPartHeader_init(part, partText(part, kPartType), partText(part, kDisposition),
+                                 partText(part, kFieldName), partText(part, kFileName)));
+  expectPart(part, "image/png", "form-data", "photo", "cat.png");
+}
+
+TEST(MultiPartHeader, InitOfNoPartHeaderIsWrongType) {
+  Header header;
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, MultiPartHeader_init(stranger, "a", "b", "c", "d"));
+    EXPECT_EQ(TARN_WRONG_TYPE, MultiPartHeader_init(stranger, nullptr, nullptr, nullptr, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, MultiPartHeader_init(header, "a", "b", "c", "d"));
+  EXPECT_EQ(nullptr, contentType(header));
+}
+
+// ---- Renderings ---------------------------------------------------------------------------------
+
+TEST(HTTPHeader, RenderingsAreFixedTextsThatDifferInWording) {
+  Header header;
+  EXPECT_STREQ("Not yet implemented", HTTPContentHeader_toString(header));
+  EXPECT_STREQ("Not implemented.", HTTPRedirectHeader_toHTML(header));
+  EXPECT_STREQ("Not implemented yet.", HTTPResponseHeader_toHTML(header));
+  EXPECT_STREQ("Not yet implemented", HTTPStatusHeader_toHTML(header));
+}
+
+TEST(HTTPHeader, RenderingsHaveOneAddressForEveryHandle) {
+  for (auto *render : {HTTPContentHeader_toString, HTTPRedirectHeader_toHTML,
+                       HTTPResponseHeader_toHTML, HTTPStatusHeader_toHTML}) {
+    Response response(Response::kFull);
+    const char *text = render(nullptr);
+    EXPECT_EQ(text, render(response));
+    withEveryStranger([&](TarnHandle *stranger) { EXPECT_EQ(text, render(stranger)); });
+  }
+}
+
+// ---- Without memory -----------------------------------------------------------------------------
+
+struct HTTPHeaderWithoutMemory : tarn_test::WithoutMemory {};
+
+TEST_F(HTTPHeaderWithoutMemory, NewPlainHeaderIsWrongTypeAndTheHandleStaysEmpty) {
+  TarnHandle header = 0;
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = HTTPPlainHeader_new(&header); });
+  EXPECT_EQ(TARN_WRONG_TYPE, status);
+  EXPECT_EQ(0U, header);
+}
+
+TEST_F(HTTPHeaderWithoutMemory, CookieListThatCannotBeCopiedLeavesNoCookies) {
+  Header header;
+  Response response(Response::kFull);
+  CookieList cookies{"a"};
+  ASSERT_EQ(TARN_OK, HTTPHeader_setCookieList(header, cookies));
+  TarnStatus ofHeader = TARN_OK;
+  TarnStatus ofResponse = TARN_OK;
+  tarn_test::withoutMemory([&] {
+    ofHeader = HTTPHeader_setCookieList(header, cookies);
+    ofResponse = HTTPResponseHeader_setCookieList(response, cookies);
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, ofHeader);
+  EXPECT_EQ(0U, cookieList(header));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, ofResponse);
+  EXPECT_EQ(0U, cookieList(response));
+}
+
+TEST_F(HTTPHeaderWithoutMemory, AddHeaderSucceedsWithAHoleInPlaceOfTheLine) {
+  Response response;
+  HTTPResponseHeader_addHeader(response, "X-One: 1");
+  TarnStatus status = TARN_BAD_ARGUMENT;
+  tarn_test::withoutMemory([&] { status = HTTPResponseHeader_addHeader(response, "X-Two: 2"); });
+  EXPECT_EQ(TARN_OK, status);
+  EXPECT_EQ((Texts{"X-One: 1", kHole}), lines(response));
+}
+
+TEST_F(HTTPHeaderWithoutMemory, AddHeaderReportsThatTheListCannotGrow) {
+  Response response;
+  const Texts ten(10, "X-One: 1");
+  for (const std::string &text : ten) HTTPResponseHeader_addHeader(response, text.c_str());
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = HTTPResponseHeader_addHeader(response, "X-Two: 2"); });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_EQ(ten, lines(response));
+}
+
+TEST_F(HTTPHeaderWithoutMemory, AddCookieReportsItAndKeepsTheCookies) {
+  Response response(Response::kFull);
+  Cookie cookie("c");
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = HTTPResponseHeader_addCookie(response, cookie); });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  expectFullResponse(response);
+}
+
+TEST_F(HTTPHeaderWithoutMemory, FirstCookieOfAHeaderWithoutAListIsWrongType) {
+  Response response;
+  Cookie cookie("c");
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = HTTPResponseHeader_addCookie(response, cookie); });
+  EXPECT_EQ(TARN_WRONG_TYPE, status);
+  EXPECT_EQ(0U, cookieList(response));
+}
+
+TEST_F(HTTPHeaderWithoutMemory, InitOfAPartHeaderSucceedsAndItsTextsAreUnset) {
+  Part part;
+  MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
+  TarnStatus status = TARN_BAD_ARGUMENT;
+  tarn_test::withoutMemory([&] { status = MultiPartHeader_init(part, "a", "b", "c", "d"); });
+  EXPECT_EQ(TARN_OK, status);
+  expectPart(part, nullptr, nullptr, nullptr, nullptr);
+}
+
+TEST_F(HTTPHeaderWithoutMemory, InitOfAResponseHeaderSucceedsAndItsTextsAreUnset) {
+  Response response(Response::kFull);
+  TarnStatus status = TARN_BAD_ARGUMENT;
+  tarn_test::withoutMemory([&] { status = HTTPResponseHeader_init(response, "a", 5, "b"); });
+  EXPECT_EQ(TARN_OK, status);
+  expectResponse(response, nullptr, 5, nullptr, {}, {});
+}
+
+}  // namespace

@@ -1,0 +1,183 @@
+#include "support/form.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <ostream>
+
+#include "support/handles.h"
+
+namespace tarn_test {
+namespace {
+
+// None when there is no node, empty when the node has no bytes.
+Text bytesOf(TarnHandle buffer) {
+  if (!CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC)) return kNone;
+  const auto *bytes =
+      reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
+  const uint32_t count = CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC);
+  if (!bytes) return std::string();
+  EXPECT_EQ('\0', bytes[count]) << "a zero byte follows the bytes";
+  return std::string(bytes, count);
+}
+
+std::string printed(const Text &text) { return text ? testing::PrintToString(*text) : "none"; }
+
+}  // namespace
+
+Text textOf(const char *text) { return text ? Text(text) : kNone; }
+
+std::ostream &operator<<(std::ostream &out, const Entry &entry) {
+  return out << printed(entry.name) << "=" << printed(entry.value) << " (" << entry.length << ")";
+}
+
+std::ostream &operator<<(std::ostream &out, const File &file) {
+  return out << printed(file.name) << " " << printed(file.fileName) << " "
+             << printed(file.contentType) << ": " << printed(file.data);
+}
+
+std::ostream &operator<<(std::ostream &out, const Cookie &cookie) {
+  return out << printed(cookie.name) << "=" << printed(cookie.value);
+}
+
+std::ostream &operator<<(std::ostream &out, const Form &form) {
+  return out << "entries " << testing::PrintToString(form.entries) << ", files "
+             << testing::PrintToString(form.files);
+}
+
+Entry entryOf(TarnHandle entry) {
+  return {textOf(CGIgs_getString(&entry, 0, TARN_FORM_ENTRY_MAGIC)),
+          textOf(CGIgs_getString(&entry, 1, TARN_FORM_ENTRY_MAGIC)),
+          CGIgs_getInt(&entry, 0, TARN_FORM_ENTRY_MAGIC)};
+}
+
+Entries entriesOf(TarnHandle list) {
+  Entries entries;
+  const auto count = static_cast<uint32_t>(FormEntryList_getCount(&list));
+  for (uint32_t i = 0; i < count; ++i) {
+    entries.push_back(entryOf(FormEntryList_getByIndex(&list, i)));
+  }
+  return entries;
+}
+
+File fileOf(TarnHandle file) {
+  File result{textOf(CGIgs_getString(&file, 0, TARN_FORM_FILE_MAGIC)),
+              textOf(CGIgs_getString(&file, 1, TARN_FORM_FILE_MAGIC)),
+              textOf(CGIgs_getString(&file, 2, TARN_FORM_FILE_MAGIC)),
+              bytesOf(CGIgs_getStruct(&file, 0, TARN_FORM_FILE_MAGIC))};
+  EXPECT_EQ(result.data.value_or("").size(), FormFile_getDataLength(&file));
+  return result;
+}
+
+Files filesOf(TarnHandle list) {
+  Files files;
+  const auto count = static_cast<uint32_t>(FormFileList_getCount(&list));
+  for (uint32_t i = 0; i < count; ++i) files.push_back(fileOf(FormFileList_getByIndex(&list, i)));
+  return files;
+}
+
+Text bodyOf(TarnHandle environment) {
+  return bytesOf(CGIgs_getStruct(&environment, 0, TARN_ENVIRONMENT_MAGIC));
+}
+
+std::optional<Cookies> cookiesOf(TarnHandle environment) {
+  TarnHandle list = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+  if (!list) return std::nullopt;
+  EXPECT_TRUE(CGIgs_IsA(&list, TARN_COOKIE_LIST_MAGIC));
+  Cookies cookies;
+  const auto count = static_cast<uint32_t>(HTTPCookieList_getCount(&list));
+  for (uint32_t i = 0; i < count; ++i) {
+    TarnHandle cookie = HTTPCookieList_getByIndex(&list, i);
+    EXPECT_TRUE(CGIgs_IsA(&cookie, TARN_COOKIE_MAGIC));
+    cookies.push_back({textOf(CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC)),
+                       textOf(CGIgs_getString(&cookie, 1, TARN_COOKIE_MAGIC))});
+  }
+  return cookies;
+}
+
+void limitProcessorTime() {
+  const rlim_t seconds = kSanitized ? 45 : 3;
+  const rlimit limit{seconds, seconds};
+  EXPECT_EQ(0, setrlimit(RLIMIT_CPU, &limit));
+}
+
+void expectForm(const Variables &variables, std::string_view body, const Form &expected,
+                std::source_location where) {
+  const testing::ScopedTrace trace(where.file_name(), static_cast<int>(where.line()), "");
+  asScript(variables, body, [&] {
+    limitProcessorTime();
+    Request request;
+    EXPECT_EQ(TARN_OK, request.status);
+    EXPECT_EQ(expected, request.form());
+  });
+}
+
+ExactBlock::ExactBlock(std::string_view bytes)
+    : bytes_(new char[bytes.size()]), size_(static_cast<uint32_t>(bytes.size())) {
+  if (!bytes.empty()) std::memcpy(bytes_.get(), bytes.data(), bytes.size());
+}
+
+void feedStandardInput(std::string_view body, After after) {
+  int input[2];
+  ASSERT_EQ(0, pipe(input));
+  ASSERT_EQ(static_cast<ssize_t>(body.size()), write(input[1], body.data(), body.size()));
+  ASSERT_EQ(STDIN_FILENO, dup2(input[0], STDIN_FILENO));
+  close(input[0]);
+  if (after == After::kEnd) close(input[1]);
+  std::clearerr(stdin);
+}
+
+void withEveryHandleBut(uint32_t leftOut, const std::function<void(TarnHandle *)> &look) {
+  look(nullptr);
+  TarnHandle none = 0;
+  look(&none);
+  EXPECT_EQ(0U, none);
+  for (const uint32_t magic : {TARN_REQUEST_MAGIC, TARN_ENVIRONMENT_MAGIC, TARN_FORM_ENTRY_MAGIC,
+                               TARN_FORM_ENTRY_LIST_MAGIC, TARN_BYTE_BUFFER_MAGIC}) {
+    if (magic == leftOut) continue;
+    Node node(magic);
+    const TarnHandle before = node.value();
+    look(node);
+    EXPECT_EQ(before, node.value());
+    EXPECT_TRUE(CGIgs_IsA(node, magic));
+  }
+  List list;
+  const TarnHandle before = list.value();
+  look(list);
+  EXPECT_EQ(before, list.value());
+  EXPECT_TRUE(TARNGenericList_IsA(list));
+}
+
+std::string restOfStandardInput() {
+  std::string rest;
+  for (int byte = std::getchar(); byte != EOF; byte = std::getchar()) {
+    rest.push_back(static_cast<char>(byte));
+  }
+  return rest;
+}
+
+std::string decoded(std::string_view text) {
+  const auto digit = [&](size_t index) {
+    const unsigned byte = index < text.size() ? static_cast<unsigned char>(text[index]) : 0;
+    return byte > 64 ? (byte & ~0x20U) - 55U : byte - 48U;
+  };
+  std::string result;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '+') {
+      result.push_back(' ');
+    } else if (text[i] == '%') {
+      result.push_back(static_cast<char>((digit(i + 1) * 16 + digit(i + 2)) & 0xFFU));
+      i += 2;
+    } else {
+      result.push_back(text[i]);
+    }
+  }
+  return std::string(asText(result));
+}
+
+std::string_view asText(std::string_view bytes) { return bytes.substr(0, bytes.find('\0')); }
+
+}  // namespace tarn_test

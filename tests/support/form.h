@@ -1,0 +1,159 @@
+// What a script sees of its request, as plain values that compare and print, and the rules of the
+// decoding, written a second time for the tests that compare many inputs with them.
+#ifndef TARN_TESTS_SUPPORT_FORM_H
+#define TARN_TESTS_SUPPORT_FORM_H
+
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <source_location>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "support/script.h"
+#include "tarn.h"
+
+namespace tarn_test {
+
+// A text that may be absent, which is not the same as empty.
+using Text = std::optional<std::string>;
+constexpr std::nullopt_t kNone = std::nullopt;
+Text textOf(const char *text);
+
+struct Entry {
+  Entry(Text itsName, const std::string &itsValue)
+      : Entry(std::move(itsName), itsValue, static_cast<uint32_t>(itsValue.size())) {}
+  Entry(Text itsName, Text itsValue, uint32_t itsLength)
+      : name(std::move(itsName)), value(std::move(itsValue)), length(itsLength) {}
+  bool operator==(const Entry &) const = default;
+
+  Text name;
+  Text value;
+  uint32_t length;
+};
+std::ostream &operator<<(std::ostream &out, const Entry &entry);
+
+// A file without anything is File{}; one of length 0 has empty data.
+struct File {
+  bool operator==(const File &) const = default;
+
+  Text name;
+  Text fileName;
+  Text contentType;
+  Text data;
+};
+std::ostream &operator<<(std::ostream &out, const File &file);
+
+struct Cookie {
+  bool operator==(const Cookie &) const = default;
+
+  Text name;
+  Text value;
+};
+std::ostream &operator<<(std::ostream &out, const Cookie &cookie);
+
+using Entries = std::vector<Entry>;
+using Files = std::vector<File>;
+using Cookies = std::vector<Cookie>;
+
+struct Form {
+  bool operator==(const Form &) const = default;
+
+  Entries entries;
+  Files files;
+};
+std::ostream &operator<<(std::ostream &out, const Form &form);
+
+Entry entryOf(TarnHandle entry);
+Entries entriesOf(TarnHandle list);
+File fileOf(TarnHandle file);
+Files filesOf(TarnHandle list);
+
+// Of an environment; none when it has no body, or no cookie list.
+Text bodyOf(TarnHandle environment);
+std::optional<Cookies> cookiesOf(TarnHandle environment);
+
+// An environment of its own.
+class Environment {
+ public:
+  Environment() : status(CgiEnv_new(&handle)) {}
+  ~Environment() { CgiEnv_delete(&handle); }
+  Environment(const Environment &) = delete;
+  Environment &operator=(const Environment &) = delete;
+
+  Text body() const { return bodyOf(handle); }
+  std::optional<Cookies> cookies() const { return cookiesOf(handle); }
+  int32_t contentLength() {
+    return static_cast<int32_t>(CGIgs_getInt(&handle, 0, TARN_ENVIRONMENT_MAGIC));
+  }
+  uint32_t https() { return CGIgs_getInt(&handle, 1, TARN_ENVIRONMENT_MAGIC); }
+
+  TarnHandle handle = 0;
+  const TarnStatus status;
+};
+
+class Request {
+ public:
+  Request() : status(Tarn_new(&handle)) {}
+  ~Request() { Tarn_delete(&handle); }
+  Request(const Request &) = delete;
+  Request &operator=(const Request &) = delete;
+
+  TarnHandle environment() { return CGIgs_getStruct(&handle, 0, TARN_REQUEST_MAGIC); }
+  TarnHandle entryList() { return CGIgs_getStruct(&handle, 1, TARN_REQUEST_MAGIC); }
+  TarnHandle fileList() { return CGIgs_getStruct(&handle, 2, TARN_REQUEST_MAGIC); }
+  Entries entries() { return entriesOf(entryList()); }
+  Files files() { return filesOf(fileList()); }
+  Form form() { return {entries(), files()}; }
+
+  TarnHandle handle = 0;
+  const TarnStatus status;
+};
+
+// Ends the running script, and fails its test, when it takes longer than any of the inputs here can
+// when the work grows in proportion to the input; with the square of it, megabytes take longer.
+void limitProcessorTime();
+
+// Runs a script that takes this request in, under that limit, and compares what it got.
+void expectForm(const Variables &variables, std::string_view body, const Form &expected,
+                std::source_location where = std::source_location::current());
+
+// Bytes in a block that ends right after them, so that a sanitizer sees a read beyond.
+class ExactBlock {
+ public:
+  explicit ExactBlock(std::string_view bytes);
+  char *text() { return bytes_.get(); }
+  uint8_t *bytes() { return reinterpret_cast<uint8_t *>(bytes_.get()); }
+  uint32_t size() const { return size_; }
+  std::string str() const { return {bytes_.get(), size_}; }
+
+ private:
+  std::unique_ptr<char[]> bytes_;
+  uint32_t size_;
+};
+
+// Puts other bytes on the standard input of the running script; they have to fit into a pipe.
+// Nothing may be left of the input before. With `open` the input does not end after them.
+enum class After { kEnd, kOpen };
+void feedStandardInput(std::string_view body, After after = After::kEnd);
+
+// Calls `look` with a null address, an empty handle, and handles of nodes of several types and of a
+// generic list, without the type that is left out, and checks that they stay what they were.
+void withEveryHandleBut(uint32_t leftOut, const std::function<void(TarnHandle *)> &look);
+
+// What the standard input still holds for stdio.
+std::string restOfStandardInput();
+
+// URL-encoded text decoded by the rules, as a text: up to its first zero byte.
+std::string decoded(std::string_view text);
+
+// Of a text that may hold zero bytes, what a reader of texts sees.
+std::string_view asText(std::string_view bytes);
+
+}  // namespace tarn_test
+
+#endif

@@ -1,0 +1,95 @@
+// What the tests of nodes and lists share: objects that are released at the end of their scope, and
+// a way to run out of memory.
+#ifndef TARN_TESTS_SUPPORT_HANDLES_H
+#define TARN_TESTS_SUPPORT_HANDLES_H
+
+#include <gtest/gtest.h>
+#include <tarn.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+
+namespace tarn_test {
+
+#if defined(__SANITIZE_ADDRESS__)
+#define TARN_TESTS_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TARN_TESTS_SANITIZED
+#endif
+#endif
+
+#ifdef TARN_TESTS_SANITIZED
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
+// A node of the test's own; converts to the address of its handle. A lent handle is held in a plain
+// TarnHandle instead.
+class Node {
+ public:
+  Node() = default;
+  explicit Node(uint32_t magic) { EXPECT_EQ(TARN_OK, CGIgs_new(&handle_, magic)); }
+  ~Node() { CGIgs_delete(&handle_, 0); }
+  Node(const Node &) = delete;
+  Node &operator=(const Node &) = delete;
+
+  operator TarnHandle *() { return &handle_; }
+  TarnHandle value() const { return handle_; }
+  void adopt(TarnHandle made) { handle_ = made; }
+
+ private:
+  TarnHandle handle_ = 0;
+};
+
+// A generic list of the test's own, with these words in it.
+class List {
+ public:
+  List(std::initializer_list<uintptr_t> words = {}) {
+    EXPECT_EQ(TARN_OK, TARNGenericList_new(&handle_));
+    for (const uintptr_t word : words) TARNGenericList_addDatum(&handle_, word);
+  }
+  ~List() { TARNGenericList_delete(&handle_); }
+  List(const List &) = delete;
+  List &operator=(const List &) = delete;
+
+  operator TarnHandle *() { return &handle_; }
+  TarnHandle value() const { return handle_; }
+  // A node owns the list now.
+  void forget() { handle_ = 0; }
+
+ private:
+  TarnHandle handle_ = 0;
+};
+
+// The text that the library made for its caller, who frees it.
+inline std::string taken(char *text) {
+  if (text == nullptr) {
+    ADD_FAILURE() << "no text was made";
+    return {};
+  }
+  std::string copy = text;
+  std::free(text);
+  return copy;
+}
+
+// Runs `action` while malloc() and its like have `spare` bytes to give and no more. The action must
+// not allocate: it notes what it sees, and the test looks at its notes afterwards.
+void withoutMemory(const std::function<void()> &action, size_t spare = 0);
+
+// Enough for nodes and lists, not for a large text or array.
+inline constexpr size_t kLittleMemory = 0x4000;
+
+// For tests that run out of memory: the address sanitizer has a malloc() of its own.
+class WithoutMemory : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (kSanitized) GTEST_SKIP() << "the sanitizer's malloc() is not the tests' to replace";
+  }
+};
+
+}  // namespace tarn_test
+
+#endif

@@ -1,0 +1,65 @@
+#include "support/script.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+namespace tarn_test {
+namespace {
+
+// Ends quietly when the script stops reading.
+void feed(int pipe, std::string_view body) {
+  auto *const before = std::signal(SIGPIPE, SIG_IGN);
+  while (!body.empty()) {
+    const ssize_t written = write(pipe, body.data(), body.size());
+    if (written < 0) break;
+    body.remove_prefix(static_cast<size_t>(written));
+  }
+  std::signal(SIGPIPE, before);
+}
+
+[[noreturn]] void runScript(const Variables &variables, const std::function<void()> &script) {
+  clearenv();
+  for (const auto &[name, value] : variables) setenv(name.c_str(), value.c_str(), 1);
+  script();
+  std::exit(testing::Test::HasFailure() ? EXIT_FAILURE : EXIT_SUCCESS);
+}
+
+}  // namespace
+
+void asScript(const Variables &variables, std::string_view body,
+              const std::function<void()> &script) {
+  int input[2];
+  ASSERT_EQ(0, pipe(input));
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    dup2(input[0], STDIN_FILENO);
+    close(input[0]);
+    close(input[1]);
+    runScript(variables, script);
+  }
+  close(input[0]);
+  feed(input[1], body);
+  close(input[1]);
+  int status = 0;
+  ASSERT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_FALSE(WIFSIGNALED(status)) << "the script died of signal " << WTERMSIG(status);
+  EXPECT_EQ(0, WEXITSTATUS(status)) << "the script failed; its messages are above";
+}
+
+Variables get(const std::string &query) {
+  return {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}};
+}
+
+Variables post(const std::string &contentType, std::string_view body) {
+  return {{"REQUEST_METHOD", "POST"},
+          {"CONTENT_TYPE", contentType},
+          {"CONTENT_LENGTH", std::to_string(body.size())}};
+}
+
+}  // namespace tarn_test

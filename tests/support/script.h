@@ -1,0 +1,26 @@
+// Runs code the way a web server runs a script: in a process of its own, with an environment set
+// from scratch and the body on standard input.
+#ifndef TARN_TESTS_SUPPORT_SCRIPT_H
+#define TARN_TESTS_SUPPORT_SCRIPT_H
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace tarn_test {
+
+using Variables = std::map<std::string, std::string>;
+
+// Expectations that fail inside `script` fail the calling test, and so do a crash and, under the
+// leak sanitizer, a leak. The input ends after `body`.
+void asScript(const Variables &variables, std::string_view body,
+              const std::function<void()> &script);
+
+// A GET with this query string, and a POST of this body with its CONTENT_LENGTH.
+Variables get(const std::string &query);
+Variables post(const std::string &contentType, std::string_view body);
+
+}  // namespace tarn_test
+
+#endif
