@@ -1,5 +1,7 @@
 #include "core/cgigs.h"
 
+#include "core/tarn_string.h"
+
 namespace tarn {
 namespace {
 
@@ -7,10 +9,12 @@ namespace {
 // Nodes that wait to be released hang on a chain through their `fixed` slots, which nobody reads
 // any more; nodes that wait to be filled, on one through the struct slots of the copies.
 
-// A struct slot holds a child or, parked there through list index 2, a list.
+// A struct slot holds a child or what a script parked there through list index 2: a list, mostly.
 void hang(TarnHandle child, Node *&chain) {
-  if (GenericList *parked = listAt(child)) {
-    deleteList(parked);
+  if (GenericList *list = listAt(child)) {
+    deleteList(list);
+  } else if (String *string = stringAt(child)) {
+    deleteString(string);
   } else if (Node *node = blockAt<Node>(child)) {
     node->fixed = handleOf(chain);
     chain = node;

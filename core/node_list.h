@@ -6,9 +6,16 @@
 
 namespace tarn {
 
-// A list type is its tag, its elements' tag, and how an element is copied and released.
-template <uint32_t kListMagic, uint32_t kElementMagic, auto kCopy = copyNode,
-          auto kRelease = destroyNode>
+inline TarnStatus copyElement(const Node &source, Node *&copy) {
+  copy = copyNode(source);
+  return copy ? TARN_OK : TARN_OUT_OF_MEMORY;
+}
+
+// A list type is its tag, its elements' tag, and how an element is copied and released. A copy that
+// failed gives none.
+template <uint32_t kListMagic, uint32_t kElementMagic,
+          TarnStatus (*kCopy)(const Node &, Node *&) = copyElement,
+          void (*kRelease)(Node *) = destroyNode>
 struct NodeList {
   static Node *create() { return newNode(kListMagic); }
   static Node *in(const TarnHandle *handle) { return nodeIn(handle, kListMagic); }
@@ -49,23 +56,32 @@ struct NodeList {
     return status;
   }
 
+  static TarnStatus addCopy(Node *list, const Node &source) {
+    Node *copy = nullptr;
+    const TarnStatus status = kCopy(source, copy);
+    return status == TARN_OK ? adopt(list, copy) : status;
+  }
+
   // Appends a copy.
   static TarnStatus add(TarnHandle *list, TarnHandle *element) {
     Node *target = in(list);
     if (!target) return TARN_WRONG_TYPE;
     const Node *source = nodeIn(element, kElementMagic);
-    return source ? adopt(target, kCopy(*source)) : TARN_BAD_ARGUMENT;
+    return source ? addCopy(target, *source) : TARN_BAD_ARGUMENT;
+  }
+
+  // The element that goes with the list. One of a type that shares the list's tag is refused and
+  // stays, since a script may hold it.
+  static Node *ownedAt(const Node *list, uint32_t index) {
+    Node *element = nodeAtIndex(list, index);
+    if (!element) abandon(blockAt<void>(handleAt(list, index)));
+    return element;
   }
 
   // Releases the elements; their addresses stay behind in a generic list that is about to go.
   static void releaseElements(const Node *list) {
     for (uint32_t i = 0; i < count(list); ++i) {
-      if (Node *element = nodeAtIndex(list, i)) {
-        kRelease(element);
-      } else {
-        // An element of a type that shares the list's tag is refused, and a script may hold it.
-        abandon(blockAt<void>(handleAt(list, i)));
-      }
+      if (Node *element = ownedAt(list, i)) kRelease(element);
     }
   }
 
@@ -78,7 +94,7 @@ struct NodeList {
     made = create();
     for (uint32_t i = 0; i < count(&source); ++i) {
       const Node *element = nodeAtIndex(&source, i);
-      const TarnStatus status = element ? adopt(made, kCopy(*element)) : TARN_WRONG_TYPE;
+      const TarnStatus status = element ? addCopy(made, *element) : TARN_WRONG_TYPE;
       if (status != TARN_OK) {
         destroy(take(made));
         return status;

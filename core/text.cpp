@@ -43,6 +43,10 @@ int compareTexts(const char *a, const char *b) {
   return (a ? 1 : 0) - (b ? 1 : 0);
 }
 
+int orderTexts(const char *a, const char *b) {
+  return a && b ? std::strcmp(a, b) : compareTexts(a, b);
+}
+
 OwnedText unescape(std::string_view text) {
   OwnedText decoded = newText(text.size());
   if (!decoded) return nullptr;

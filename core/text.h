@@ -15,6 +15,9 @@ char *variable(const char *name);
 // strcasecmp(), with a null text before any other; two nulls are equal.
 int compareTexts(const char *a, const char *b);
 
+// strcmp(), with the same exceptions.
+int orderTexts(const char *a, const char *b);
+
 // Decodes "+" and "%XX". What lies past the end of the text counts as zero bytes.
 OwnedText unescape(std::string_view text);
 

@@ -65,9 +65,10 @@ typedef uint32_t TarnStatus;
 #define TARN_NOT_IMPLEMENTED 5u /* Tarn_clear() alone */
 #define TARN_NO_ENVIRONMENT 6u  /* Tarn_parseFormInput() alone: nothing to parse under */
 
-/* The type tags, for CGIgs_new(), CGIgs_delete() and the other node operations. Two list types
- * share a tag and pass each other's type test. */
+/* The type tags, for CGIgs_new(), CGIgs_delete() and the other node operations. Twice,
+ * two list types share a tag and pass each other's type test. */
 #define TARN_GENERIC_LIST_MAGIC 9565u
+#define TARN_STRING_MAGIC 37181u
 #define TARN_BYTE_BUFFER_MAGIC 22878u
 #define TARN_ENVIRONMENT_MAGIC 18238u
 #define TARN_FORM_ENTRY_MAGIC 5471u
@@ -80,10 +81,14 @@ typedef uint32_t TarnStatus;
 #define TARN_HEADER_MAGIC 4979u
 #define TARN_RESPONSE_HEADER_MAGIC 135456u
 #define TARN_MULTIPART_HEADER_MAGIC 19383u
+#define TARN_ATTRIBUTE_MAGIC 32001u
+#define TARN_ATTRIBUTE_LIST_MAGIC 140637u
+#define TARN_ELEMENT_MAGIC 58413u
+#define TARN_ELEMENT_LIST_MAGIC 140637u
 
 /* ---- Typed node: CGIgs ------------------------------------------------------------------------
  *
- * Every object but the generic list is one node: a type tag and fixed slots.
+ * Every object but the generic list and the string is one node: a type tag and fixed slots.
  *
  *   slot        indexes   holds
  *   list        0, 1      a generic list, owned by the node (its elements are not)
@@ -93,9 +98,9 @@ typedef uint32_t TarnStatus;
  *   double      0         a real number in single precision
  *   fixed       (none)    one pointer-sized value that the node never looks at
  *
- * The last argument is the tag that the node must carry; 0 accepts any node. A generic list is a
- * record and not a node: CGIgs_IsA() and CGIgs_getMagic() read its tag, every other operation here
- * treats it as the wrong type, whatever tag is given.
+ * The last argument is the tag that the node must carry; 0 accepts any node. A generic list and a
+ * string are records and no nodes: CGIgs_IsA() and CGIgs_getMagic() read their tags, every other
+ * operation here treats them as the wrong type, whatever tag is given.
  */
 
 /** An empty text, returned by some functions that have no text to give; never free it. */
@@ -106,7 +111,8 @@ TARN_API extern const char *CGIgs_empty_string;
  *  When memory runs out the status is still TARN_OK and the handle stays 0: test the handle.
  *
  *  @param handle  where to put the node; must hold 0
- *  @param magic   the type tag, not 0; TARN_GENERIC_LIST_MAGIC makes an empty list and no node
+ *  @param magic   the type tag, not 0; under the tag of a generic list or a string the result is an
+ *                 empty one of these, and no node
  *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, or `magic` is 0
  */
 TARN_API TarnStatus CGIgs_new(TarnHandle *handle, uint32_t magic);
@@ -376,6 +382,190 @@ TARN_API TarnStatus TARNGenericList_reserve(TarnHandle *handle, uint32_t n);
  *          TARN_OUT_OF_MEMORY after an earlier growth that failed
  */
 TARN_API TarnStatus TARNGenericList_setByIndex(TarnHandle *handle, uint32_t index, uintptr_t value);
+
+/* ---- Dynamic string: TARNString ----------------------------------------------------------------
+ *
+ * A text that grows. It is a record of its own and not a node: its tag, its capacity in bytes as a
+ * signed number, its buffer. The length is never stored; the text ends at its first zero byte. When
+ * a growth fails for lack of memory the buffer may be gone: the string then reads as an empty text,
+ * and the next write makes a new buffer.
+ */
+
+/** Creates an empty string with a capacity of 16.
+ *
+ *  @param handle  where to put it; must hold 0
+ *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use; TARN_OUT_OF_MEMORY: the
+ *          handle stays 0, or names a string without a buffer
+ */
+TARN_API TarnStatus TARNString_new(TarnHandle *handle);
+
+/** Deletes a string and sets the handle to 0.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus TARNString_delete(TarnHandle *handle);
+
+/** Tells whether a handle holds a string.
+ *
+ *  @return 1 or 0
+ */
+TARN_API uint32_t TARNString_IsA(TarnHandle *handle);
+
+/** Copies a string with the whole of its buffer.
+ *
+ *  @param target  where to put the copy; must hold 0
+ *  @return TARN_OK, also when there was no memory for the buffer; TARN_WRONG_TYPE for `source`;
+ *          TARN_BAD_ARGUMENT when `target` is null or in use; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus TARNString_dup(TarnHandle *source, TarnHandle *target);
+
+/** Replaces the text.
+ *
+ *  A text longer than the capacity makes it the text's length and 16; nothing makes it smaller.
+ *
+ *  @param text  copied; may be the string's own
+ *  @return TARN_OK, also when there was no memory; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `text`
+ *          is null
+ */
+TARN_API TarnStatus TARNString_set(TarnHandle *handle, const char *text);
+
+/** Replaces the text by that of another string.
+ *
+ *  @return as TARNString_set(); TARN_BAD_ARGUMENT when `source` is no string
+ */
+TARN_API TarnStatus TARNString_set_string(TarnHandle *handle, TarnHandle *source);
+
+/** @return the length of the text in bytes; 0 when `handle` is no string */
+TARN_API uint32_t TARNString_length(TarnHandle *handle);
+
+/** Empties the text and sets the capacity to 0, so that the next write makes a new buffer.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus TARNString_clear(TarnHandle *handle);
+
+/** Lends the text, good until the string is changed or deleted.
+ *
+ *  @return the text; an empty one, never to be freed, when `handle` is no string; null when a
+ *          growth that failed has lost the buffer
+ */
+TARN_API const char *TARNString_c_str(TarnHandle *handle);
+
+/** Appends a text.
+ *
+ *  @param text  copied; may be the string's own
+ *  @return as TARNString_appendn()
+ */
+TARN_API TarnStatus TARNString_append(TarnHandle *handle, const char *text);
+
+/** Appends part of a text.
+ *
+ *  @param text,offset,count  as for TARNString_insertn()
+ *  @return TARN_OK; TARN_WRONG_TYPE when the handle holds nothing; TARN_BAD_ARGUMENT when `text` is
+ *          null; otherwise as TARNString_insertn()
+ */
+TARN_API TarnStatus TARNString_appendn(TarnHandle *handle, const char *text, uint32_t offset,
+                                       uint32_t count);
+
+/** Appends the text of another string; what is no string appends nothing and succeeds.
+ *
+ *  @return as TARNString_append(); TARN_BAD_ARGUMENT when `source` has lost its buffer
+ */
+TARN_API TarnStatus TARNString_append_string(TarnHandle *handle, TarnHandle *source);
+
+/** Appends formatted text.
+ *
+ *  @param format  as for printf(); never a text that a visitor sent
+ *  @return as TARNString_append(); TARN_BAD_ARGUMENT when `format` is null, whatever the handle,
+ *          and when nothing could be formatted
+ */
+TARN_API TarnStatus TARNString_append_sprintf(TarnHandle *handle, const char *format, ...)
+    TARN_PRINTF(2, 3);
+
+/** Inserts a text.
+ *
+ *  @param text      copied; may be the string's own
+ *  @param position  in bytes; beyond the text, nothing changes
+ *  @return as TARNString_insertn()
+ */
+TARN_API TarnStatus TARNString_insert(TarnHandle *handle, const char *text, uint32_t position);
+
+/** Inserts part of a text.
+ *
+ *  A capacity that is too small for the new text and its zero byte becomes that size and 16. A
+ *  source that ends before `count` bytes is filled up with zero bytes, and the text ends there.
+ *
+ *  @param text      copied; may be the string's own
+ *  @param offset    in bytes, into `text`; must not lie beyond it
+ *  @param count     in bytes; 0 stands for the length of the whole of `text`
+ *  @param position  in bytes; beyond the text, nothing changes
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `text` is null; TARN_OUT_OF_MEMORY,
+ *          also for a text of 2 GiB: the text is lost
+ */
+TARN_API TarnStatus TARNString_insertn(TarnHandle *handle, const char *text, uint32_t offset,
+                                       uint32_t count, uint32_t position);
+
+/** Inserts formatted text.
+ *
+ *  @param position  as for TARNString_insert()
+ *  @param format    as for printf(); never a text that a visitor sent
+ *  @return as TARNString_insert(); TARN_BAD_ARGUMENT when `format` is null, whatever the handle
+ */
+TARN_API TarnStatus TARNString_insert_sprintf(TarnHandle *handle, uint32_t position,
+                                              const char *format, ...) TARN_PRINTF(3, 4);
+
+/** Removes bytes from the text.
+ *
+ *  @param position  in bytes; beyond the text, nothing changes
+ *  @param count     in bytes; 0, or more than there are, stands for all up to the end
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus TARNString_remove(TarnHandle *handle, uint32_t position, uint32_t count);
+
+/** Makes a string of part of the text.
+ *
+ *  @param start   in bytes; beyond the text, or negative, gives an empty string
+ *  @param count   in bytes; 0, or more than there are, stands for all up to the end
+ *  @param result  where to put the string, which is yours to delete; must hold 0
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_OUT_OF_MEMORY; TARN_BAD_ARGUMENT when `result` is null or
+ *          in use, tested last
+ */
+TARN_API TarnStatus TARNString_substr(TarnHandle *handle, int32_t start, uint32_t count,
+                                      TarnHandle *result);
+
+/** Orders a string's text against a text, byte by byte.
+ *
+ *  @return as strcmp(); -1 when `handle` is no string; 1 when `text` is null
+ */
+TARN_API int32_t TARNString_compare(TarnHandle *handle, const char *text);
+
+/** Orders the texts of two strings, byte by byte.
+ *
+ *  @return as strcmp(); -1 when either is no string
+ */
+TARN_API int32_t TARNString_compare_string(TarnHandle *handle, TarnHandle *other);
+
+/** Writes the text to standard output. @return as TARNString_fprint() */
+TARN_API TarnStatus TARNString_print(TarnHandle *handle);
+
+/** Writes the text to a stream.
+ *
+ *  @return TARN_OK, whatever became of the writing; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when
+ *          `stream` is null; TARN_OUT_OF_MEMORY when the string has lost its buffer
+ */
+TARN_API TarnStatus TARNString_fprint(TarnHandle *handle, FILE *stream);
+
+/** Writes the text and a newline to standard output. @return as TARNString_fprint() */
+TARN_API TarnStatus TARNString_printline(TarnHandle *handle);
+
+/** Writes the text and a newline to a stream. @return as TARNString_fprint() */
+TARN_API TarnStatus TARNString_fprintline(TarnHandle *handle, FILE *stream);
+
+/** Makes the capacity at least the length of the text and `requested` bytes, growing to just that.
+ *
+ *  @return TARN_OK, also when there was no memory and the string is as it was; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus TARNString_reserve(TarnHandle *handle, uint32_t requested);
 
 /* ---- Formatted allocation and text utilities ---------------------------------------------------
  */
@@ -1144,6 +1334,166 @@ TARN_API const char *HTTPRedirectHeader_toHTML(TarnHandle *header);
 TARN_API const char *HTTPResponseHeader_toHTML(TarnHandle *header);
 /** @return the constant text "Not yet implemented" */
 TARN_API const char *HTTPStatusHeader_toHTML(TarnHandle *header);
+
+/* ---- HTML attributes and elements: HTMLAttribute, HTMLElement and their lists ------------------
+ *
+ * An attribute (TARN_ATTRIBUTE_MAGIC): name and value in strings 0 and 1. An element
+ * (TARN_ELEMENT_MAGIC): name in string 0, a second text in string 1, a number in int 0, all set
+ * with the node operations; its attributes in struct 0; its embedded elements in struct 1. Create
+ * them with CGIgs_new(); release an attribute with CGIgs_delete(), an element with
+ * HTMLElement_delete().
+ *
+ * The lists (TARN_ATTRIBUTE_LIST_MAGIC, TARN_ELEMENT_LIST_MAGIC) own copies, in order. They share
+ * one tag and pass each other's type test; what is wrong shows at the first entry. A tree may be of
+ * any depth.
+ */
+
+/** Sets an attribute's name and value.
+ *
+ *  @param name,value  copied; a null one empties its place
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus HTMLAttribute_init(TarnHandle *attribute, const char *name, const char *value);
+
+/** @return the constant text "Not yet implemented." */
+TARN_API const char *HTMLAttribute_toHTML(TarnHandle *attribute);
+
+/** Deletes a list with its attributes and sets the handle to 0. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTMLAttributeList_delete(TarnHandle *list);
+
+/** Deletes every attribute; the list stays, empty. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTMLAttributeList_clear(TarnHandle *list);
+
+/** Copies a list with its attributes.
+ *
+ *  @param destination  receives the copy; what it held is overwritten, not deleted
+ *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or holds something that is no
+ *          attribute; TARN_OUT_OF_MEMORY; on failure `destination` is left alone
+ */
+TARN_API TarnStatus HTMLAttributeList_clone(TarnHandle *source, TarnHandle *destination);
+
+/** Appends a copy of an attribute; equal names are kept.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE when `list` is no list; TARN_BAD_ARGUMENT when `attribute` is
+ *          no attribute; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus HTMLAttributeList_addAttribute(TarnHandle *list, TarnHandle *attribute);
+
+/** @return the number of attributes; 0 when `list` is no list */
+TARN_API int HTMLAttributeList_getCount(TarnHandle *list);
+
+/** Lends the attribute at an index, counted from 0 in order of appending.
+ *
+ *  @return the attribute; 0 when `index` is not below the count or `list` is no list
+ */
+TARN_API TarnHandle HTMLAttributeList_getByIndex(TarnHandle *list, uint32_t index);
+
+/** @return the constant text "Not yet implemented." */
+TARN_API const char *HTMLAttributeList_toHTML(TarnHandle *list);
+
+/** Deletes an element with its whole subtree and sets the handle to 0.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus HTMLElement_delete(TarnHandle *element);
+
+/** Empties an element and deletes its subtree; the node stays. @return TARN_OK; TARN_WRONG_TYPE */
+TARN_API TarnStatus HTMLElement_clear(TarnHandle *element);
+
+/** Copies an element with its whole subtree: names, second texts, numbers, attributes, embedded
+ *  elements; no other slot. When memory runs out for the element itself the status is TARN_OK and
+ *  `destination` stays 0.
+ *
+ *  @param destination  where to put the copy; must hold 0
+ *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or
+ *          in use; otherwise, with what could be copied in `destination`, TARN_WRONG_TYPE when a
+ *          list holds something foreign, TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus HTMLElement_clone(TarnHandle *source, TarnHandle *destination);
+
+/** Orders two elements by name, byte by byte: a against b.
+ *
+ *  @return negative when `a` sorts before `b` or either is no element; 0 or positive otherwise. A
+ *          missing name sorts before any text.
+ */
+TARN_API int HTMLElement_compare(TarnHandle *a, TarnHandle *b);
+
+/** Replaces an element's attributes by a copy of a list.
+ *
+ *  @param attributes  the list to copy
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `attributes` is no list; otherwise the
+ *          status of copying it, with no attributes left
+ */
+TARN_API TarnStatus HTMLElement_setAttributes(TarnHandle *element, TarnHandle *attributes);
+
+/** Appends a copy of an attribute to an element's attributes.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `attribute` is no attribute, and
+ *          without memory for a first list; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus HTMLElement_addAttribute(TarnHandle *element, TarnHandle *attribute);
+
+/** Replaces an element's embedded elements by a copy of a list, subtrees included.
+ *
+ *  @param embedded  the list to copy
+ *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `embedded` is no list; otherwise the
+ *          status of copying it, with no elements left
+ */
+TARN_API TarnStatus HTMLElement_setEmbedded(TarnHandle *element, TarnHandle *embedded);
+
+/** Appends a copy of an element, with its subtree, to the embedded elements of another.
+ *
+ *  To build a deep tree at a cost in proportion to its size, add each child to the lent copy of its
+ *  parent (HTMLElementList_getByIndex()), from the top down: a child is copied when it is added.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE, also without memory for a first list; TARN_BAD_ARGUMENT when
+ *          `child` is no element; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus HTMLElement_addElement(TarnHandle *element, TarnHandle *child);
+
+/** @return the constant text "Not yet implemented" */
+TARN_API const char *HTMLElement_toHTML(TarnHandle *element);
+
+/** Deletes a list with its elements and their subtrees, and sets the handle to 0.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus HTMLElementList_delete(TarnHandle *list);
+
+/** Deletes every element and the list itself, and sets the handle to 0.
+ *
+ *  Unlike HTMLAttributeList_clear(), which keeps the list.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE
+ */
+TARN_API TarnStatus HTMLElementList_clear(TarnHandle *list);
+
+/** Copies a list with its elements and their subtrees.
+ *
+ *  @param destination  receives the copy; what it held is overwritten, not deleted
+ *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or something in it is of a foreign
+ *          type; TARN_OUT_OF_MEMORY; on failure `destination` is left alone
+ */
+TARN_API TarnStatus HTMLElementList_clone(TarnHandle *source, TarnHandle *destination);
+
+/** Appends a copy of an element with its subtree.
+ *
+ *  @return TARN_OK; TARN_WRONG_TYPE when `list` is no list, or something foreign is in the subtree;
+ *          TARN_BAD_ARGUMENT when `element` is no element; TARN_OUT_OF_MEMORY
+ */
+TARN_API TarnStatus HTMLElementList_addElement(TarnHandle *list, TarnHandle *element);
+
+/** @return the number of elements; 0 when `list` is no list */
+TARN_API int HTMLElementList_getCount(TarnHandle *list);
+
+/** Lends the element at an index, counted from 0 in order of appending.
+ *
+ *  @return the element; 0 when `index` is not below the count or `list` is no list
+ */
+TARN_API TarnHandle HTMLElementList_getByIndex(TarnHandle *list, uint32_t index);
+
+/** @return the constant text "Not yet implemented." */
+TARN_API const char *HTMLElementList_toHTML(TarnHandle *list);
 
 #ifdef __cplusplus
 }

@@ -1,7 +1,8 @@
 #include "response/http_cookie.h"
 
 #include <array>
-#include <cstring>
+
+#include "core/text.h"
 
 namespace tarn {
 namespace {
@@ -11,12 +12,6 @@ enum Text : uint32_t { kName, kValue, kComment, kDomain, kPath, kRendered };
 enum Number : uint32_t { kMaxAge, kSecure };
 
 Node *cookieIn(const TarnHandle *handle) { return nodeIn(handle, TARN_COOKIE_MAGIC); }
-
-// Byte by byte; a missing text sorts before any other.
-int order(const char *left, const char *right) {
-  if (left && right) return std::strcmp(left, right);
-  return (left ? 1 : 0) - (right ? 1 : 0);
-}
 
 const char *shown(const char *text) { return text ? text : "(null)"; }
 
@@ -62,8 +57,8 @@ int HTTPCookie_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = cookieIn(b);
   const Node *right = cookieIn(a);
   if (!left || !right) return 0;
-  const int byName = order(left->strings[kName], right->strings[kName]);
-  return byName != 0 ? byName : order(left->strings[kValue], right->strings[kValue]);
+  const int byName = orderTexts(left->strings[kName], right->strings[kName]);
+  return byName != 0 ? byName : orderTexts(left->strings[kValue], right->strings[kValue]);
 }
 
 long HTTPCookie_getMaxAge(TarnHandle *cookie) {

@@ -1,37 +1,126 @@
 #!/usr/bin/env bash
-# Installs the library into a folder of its own and compiles what a user would compile against it:
-# the examples, and the script and the command of the README, word for word.
+# Installs the library into a folder of its own, moves that folder, and builds against it in each way
+# that a user might: by the compiler alone, by pkg-config, and by CMake's find_package(). The script
+# is the README's, and each build of it has to print what the README shows.
 set -euo pipefail
 
+# A compiler comes with the flags that the library was built with, in one argument.
 build=$1 source=$2 cc=$3 cxx=$4
+
+fail() {
+  printf 'installed_test.sh: %s\n' "$*" >&2
+  exit 1
+}
+
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
-
-cmake --install "$build" --prefix "$root/usr" >/dev/null
-library=$(dirname "$(find "$root/usr" -name libtarn.so)")
-export CPATH=$root/usr/include LIBRARY_PATH=$library LD_LIBRARY_PATH=$library
-
-for example in "$source"/examples/*.c; do
-  "$cc" -std=c99 -Wall -Wextra -Wpedantic -Werror "$example" -ltarn -o "$root/example"
-done
-for example in "$source"/examples/*.cpp; do
-  "$cxx" -std=c++17 -Wall -Wextra -Wpedantic -Werror "$example" -ltarn -o "$root/example"
-done
-
 cd "$root"
-awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >greet.c
-command=$(sed -n 's/^\$ \(cc .*greet.*\)/\1/p' "$source/README.md")
-[ -n "$command" ] || { echo "README.md has no command that compiles greet.c"; exit 1; }
-mkdir bin && ln -s "$(command -v "$cc")" bin/cc
-PATH=$root/bin:$PATH bash -c "$command"
-call=$(sed -n 's/^\$ \(.*\.\/greet\)$/\1/p' "$source/README.md")
-shown=$(sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d')
-printed=$(bash -c "$call" | tr -d '\r')
-if [ "$printed" != "$shown" ]; then
-  printf 'README.md shows:\n%s\nthe script prints:\n%s\n' "$shown" "$printed"
-  exit 1
+unset CPATH LIBRARY_PATH LD_LIBRARY_PATH
+
+mkdir bin
+printf '#!/bin/sh\nexec %s "$@"\n' "$cc" >bin/cc
+printf '#!/bin/sh\nexec %s "$@"\n' "$cxx" >bin/c++
+chmod +x bin/*
+export PATH=$root/bin:$PATH
+
+cmake --install "$build" --prefix "$root/installed" >/dev/null
+mv installed moved
+library=$(dirname "$(find "$root/moved" -name libtarn.so)")
+if grep -rIlF -e "$root/installed" -e "$build" -e "$source" moved; then
+  fail 'these files name the folder of the installation or of the build'
 fi
 
-# A C program needs nothing but the C library, whichever Tarn it is linked to.
-"$cc" greet.c "$library/libtarn.a" -o greet-static
-[ "$(bash -c "${call/greet/greet-static}" | tr -d '\r')" = "$shown" ]
+# ---- The README's script -------------------------------------------------------------------------
+
+awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >greet.c
+cp greet.c greet.cpp
+compile=$(sed -n 's/^\$ \(cc .*greet.*\)/\1/p' "$source/README.md")
+call=$(sed -n 's/^\$ \(.*\.\/greet\)$/\1/p' "$source/README.md")
+shown=$(sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d')
+[[ $compile && $call && $shown ]] || fail 'README.md has no greet.c, or no command for it'
+
+# Calls a program in place of the README's, under other variables if more are given.
+greets() {
+  local printed
+  printed=$(env "${@:2}" bash -c "${call/.\/greet/$1}" | tr -d '\r')
+  [ "$printed" = "$shown" ] ||
+    fail "$(printf 'README.md shows:\n%s\n%s prints:\n%s' "$shown" "$1" "$printed")"
+}
+
+# The shared libraries that a program asks for, on one line.
+needs() {
+  readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs
+}
+
+# A program in C asks for exactly these.
+asks_for() {
+  local found
+  found=$(needs "$1")
+  [ "$found" = "$2" ] || fail "$1 needs '$found' and not '$2'"
+}
+
+# ---- By the compiler alone, the folders being where it searches ----------------------------------
+
+by_compiler() {
+  env CPATH="$root/moved/include" LIBRARY_PATH="$library" "$@"
+}
+
+by_compiler bash -c "$compile"
+greets ./greet LD_LIBRARY_PATH="$library"
+asks_for greet 'libtarn.so.1 libc.so.6'
+
+by_compiler cc greet.c -l:libtarn.a -o greet-archive
+greets ./greet-archive
+asks_for greet-archive libc.so.6
+
+strict=(-Wall -Wextra -Wpedantic -Werror)
+for example in "$source"/examples/*.c; do
+  by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn -o example
+done
+for example in "$source"/examples/*.cpp; do
+  by_compiler c++ -std=c++17 "${strict[@]}" "$example" -ltarn -o example
+done
+
+# ---- By pkg-config -------------------------------------------------------------------------------
+
+export PKG_CONFIG_PATH=$library/pkgconfig
+read -ra flags <<<"$(pkg-config --cflags --libs tarn)"
+read -ra static_flags <<<"$(pkg-config --static --cflags --libs tarn)"
+
+cc greet.c "${flags[@]}" -o greet-pkg-config
+greets ./greet-pkg-config LD_LIBRARY_PATH="$library"
+asks_for greet-pkg-config 'libtarn.so.1 libc.so.6'
+
+c++ greet.cpp "${flags[@]}" -o greet-pkg-config++
+greets ./greet-pkg-config++ LD_LIBRARY_PATH="$library"
+
+cc -static greet.c "${static_flags[@]}" -o greet-pkg-config-static
+greets ./greet-pkg-config-static
+asks_for greet-pkg-config-static ''
+
+c++ -static greet.cpp "${static_flags[@]}" -o greet-pkg-config-static++
+greets ./greet-pkg-config-static++
+
+# ---- By find_package() ---------------------------------------------------------------------------
+
+# One project in C, which has no C++ compiler, and one in C++, which has no compiler for C.
+for language in C CXX; do
+  project=find_package-$language
+  mkdir "$project"
+  cp greet.c greet.cpp "$source/tests/installed/CMakeLists.txt" "$project"
+  cmake -S "$project" -B "$project/build" -G Ninja -DLANGUAGE=$language \
+    -DCMAKE_C_COMPILER="$root/bin/cc" -DCMAKE_CXX_COMPILER="$root/bin/c++" --no-warn-unused-cli \
+    -DCMAKE_PREFIX_PATH="$root/moved" >log || { cat log; fail "$project cannot be configured"; }
+  cmake --build "$project/build" >log || { cat log; fail "$project cannot be built"; }
+  grep -qxF "tarn_DIR:PATH=$library/cmake/tarn" "$project/build/CMakeCache.txt" ||
+    fail "$project found another tarn"
+
+  greets "./$project/build/greet-shared"
+  greets "./$project/build/greet-static"
+  [[ " $(needs "$project/build/greet-shared") " == *' libtarn.so.1 '* ]] ||
+    fail "$project: tarn::tarn is not the shared library"
+  [[ $(needs "$project/build/greet-static") != *tarn* ]] ||
+    fail "$project: tarn::tarn_static is not the static library"
+done
+asks_for find_package-C/build/greet-shared 'libtarn.so.1 libc.so.6'
+asks_for find_package-C/build/greet-static libc.so.6

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "core/cgigs.h"
+#include "core/tarn_string.h"
 
 namespace tarn {
 namespace {
@@ -29,6 +30,24 @@ TEST(GenericListLayout, HasTheFieldsInTheOrderOfTheInterface) {
   EXPECT_EQ(4U, offsetof(GenericList, count));
   EXPECT_EQ(8U, offsetof(GenericList, capacity));
   EXPECT_EQ(aligned(12), offsetof(GenericList, data));
+}
+
+TEST(StringLayout, HasTheFieldsInTheOrderOfTheInterface) {
+  EXPECT_EQ(0U, offsetof(String, magic));
+  EXPECT_EQ(4U, offsetof(String, capacity));
+  EXPECT_EQ(8U, offsetof(String, buffer));
+}
+
+// Likewise for the string's tag: an empty string whose buffer is still to be made.
+TEST(StringLayout, FitsIntoANodeThatCarriesItsTag) {
+  ASSERT_LE(sizeof(String), sizeof(Node));
+  TarnHandle handle = 0;
+  ASSERT_EQ(TARN_OK, CGIgs_new(&handle, TARN_STRING_MAGIC));
+  EXPECT_EQ(0U, TARNString_length(&handle));
+  EXPECT_EQ(TARN_OK, TARNString_append(&handle, "text"));
+  EXPECT_STREQ("text", TARNString_c_str(&handle));
+  EXPECT_EQ(TARN_OK, TARNString_delete(&handle));
+  EXPECT_EQ(0U, handle);
 }
 
 // What CGIgs_new() makes under the list's tag is taken for a list by the list's operations. It is

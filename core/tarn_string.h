@@ -1,0 +1,27 @@
+#ifndef TARN_CORE_TARN_STRING_H
+#define TARN_CORE_TARN_STRING_H
+
+#include "core/handle.h"
+
+namespace tarn {
+
+// Scripts read the first three fields by their order.
+struct String {
+  uint32_t magic;
+  int32_t
+      capacity;  // what the string says its buffer holds; 0 after a clear, which keeps the buffer
+  char *buffer;  // null after a growth that failed, and then an empty text
+  size_t room;   // what the buffer really holds, its final zero byte included
+};
+
+void deleteString(String *string);
+
+inline String *stringAt(TarnHandle value) {
+  return magicAt(value) == TARN_STRING_MAGIC ? blockAt<String>(value) : nullptr;
+}
+
+inline String *stringIn(const TarnHandle *handle) { return stringAt(objectIn(handle)); }
+
+}  // namespace tarn
+
+#endif

@@ -1,0 +1,12 @@
+#ifndef TARN_RESPONSE_HTML_ATTRIBUTE_H
+#define TARN_RESPONSE_HTML_ATTRIBUTE_H
+
+#include "core/node_list.h"
+
+namespace tarn {
+
+using Attributes = NodeList<TARN_ATTRIBUTE_LIST_MAGIC, TARN_ATTRIBUTE_MAGIC>;
+
+}  // namespace tarn
+
+#endif
