@@ -44,8 +44,8 @@ void setText(Node &node, uint32_t slot, OwnedText text);
 // Replaces a child by one that the node owns from now on; null empties the slot.
 void setChild(Node &node, uint32_t slot, Node *child);
 
-// The node at this address when it carries the tag (0: any), else null. Generic lists and strings are
-// records of their own: to look for a node's slots in them would read beyond their blocks.
+// The node at this address when it carries the tag (0: any), else null. Generic lists and strings
+// are records of their own: to look for a node's slots in them would read beyond their blocks.
 inline Node *nodeAt(TarnHandle value, uint32_t magic) {
   const uint32_t found = magicAt(value);
   if (found == 0 || found == TARN_GENERIC_LIST_MAGIC || found == TARN_STRING_MAGIC) return nullptr;

@@ -49,14 +49,16 @@ struct NodeList {
   // Appends an element that the list owns from now on; one that cannot be appended is released.
   static TarnStatus adopt(Node *list, Node *element) {
     if (!element) return TARN_OUT_OF_MEMORY;
-    if (list && !list->lists[kElements]) list->lists[kElements] = handleOf(newList());
+    begin(list);
     // Without memory for a list there is nothing to append to, and that is what the status says.
     const TarnStatus status = append(elements(list), handleOf(element));
     if (status != TARN_OK) kRelease(element);
     return status;
   }
 
+  // The list begins before the element is copied: scripts find it, empty, when the copy fails.
   static TarnStatus addCopy(Node *list, const Node &source) {
+    begin(list);
     Node *copy = nullptr;
     const TarnStatus status = kCopy(source, copy);
     return status == TARN_OK ? adopt(list, copy) : status;
@@ -137,6 +139,10 @@ struct NodeList {
 
  private:
   enum List : uint32_t { kElements };
+
+  static void begin(Node *list) {
+    if (list && !list->lists[kElements]) list->lists[kElements] = handleOf(newList());
+  }
 };
 
 }  // namespace tarn

@@ -33,86 +33,113 @@ void loseBuffer(String &string) {
   string.room = 0;
 }
 
-// Gives the string a buffer of this capacity that holds its text.
-bool grow(String &string, int64_t capacity) {
-  OwnedText buffer = newBuffer(capacity);
-  if (!buffer) return false;
-  std::memcpy(buffer.get(), textOf(string), lengthOf(string));
-  install(string, std::move(buffer), capacity);
-  return true;
+// The capacity with which a text of this size is kept: a size that does not fit gets slack too.
+int64_t capacityFor(const String &string, int64_t size) {
+  return size > string.capacity ? size + kSlack : string.capacity;
 }
 
-bool isInside(const String &string, const char *text) {
-  const auto place = reinterpret_cast<uintptr_t>(text);
-  const auto start = reinterpret_cast<uintptr_t>(string.buffer);
-  return string.buffer && place >= start && place < start + string.room;
-}
+bool fits(const String &string, int64_t size) { return string.buffer && size <= string.capacity; }
 
 // Copies up to the source's zero byte and fills up with zero bytes: a source that is shorter than
 // claimed cuts the text there.
 void copyPadded(char *to, const char *from, size_t count) {
-  const size_t length = strnlen(from, count);
-  std::memcpy(to, from, length);
-  std::memset(to + length, 0, count - length);
+  const size_t given = strnlen(from, count);
+  std::memmove(to, from, given);
+  std::memset(to + given, 0, count - given);
 }
 
-// Opens a gap in the text and fills it. Beyond the text there is nothing to move, and what would
-// fall outside the block is not written.
-void place(String &string, const char *source, size_t count, size_t position) {
+// Beyond the text nothing moves, and what would fall outside the block is not written; the last
+// byte of the block stays zero.
+void writeBeyond(char *buffer, size_t room, const char *source, size_t count, size_t position) {
+  const size_t end = room - 1;
+  if (position < end) copyPadded(buffer + position, source, std::min(count, end - position));
+}
+
+// The old buffer goes when the new one is whole, since the source may lie in it.
+bool insertIntoNewBuffer(String &string, int64_t capacity, const char *source, size_t count,
+                         size_t position) {
+  OwnedText made = newBuffer(capacity);
+  if (!made) return false;
+  char *buffer = made.get();
+  const char *text = textOf(string);
   const size_t length = lengthOf(string);
+  const size_t head = std::min(position, length);
+  std::memcpy(buffer, text, head);
   if (position <= length) {
-    char *gap = string.buffer + position;
-    std::memmove(gap + count, gap, length - position + 1);
+    copyPadded(buffer + head, source, count);
+    std::memcpy(buffer + head + count, text + head, length - head);
+  } else {
+    writeBeyond(buffer, static_cast<size_t>(capacity) + 1, source, count, position);
   }
-  if (position < string.room) {
-    copyPadded(string.buffer + position, source, std::min(count, string.room - position));
+  install(string, std::move(made), capacity);
+  return true;
+}
+
+// When the source is the string's own text, what of it stood behind the gap has moved with the
+// tail.
+void insertInPlace(String &string, const char *source, size_t count, size_t position) {
+  const size_t length = lengthOf(string);
+  if (position > length) return writeBeyond(string.buffer, string.room, source, count, position);
+  const auto offset =
+      reinterpret_cast<uintptr_t>(source) - reinterpret_cast<uintptr_t>(string.buffer);
+  const bool own = offset <= length;
+  const size_t given = strnlen(source, count);
+  const size_t unmoved = own && offset < position ? std::min(given, position - offset) : 0;
+  char *gap = string.buffer + position;
+  std::memmove(gap + count, gap, length - position + 1);
+  if (own) {
+    std::memcpy(gap, source, unmoved);
+    std::memcpy(gap + unmoved, source + unmoved + count, given - unmoved);
+    std::memset(gap + given, 0, count - given);
+  } else {
+    copyPadded(gap, source, count);
   }
 }
 
 TarnStatus insert(String &string, const char *source, size_t count, size_t position) {
-  // Copied before anything moves: the source may be the string's own text.
-  OwnedText own;
-  if (isInside(string, source)) {
-    own = newText(count);
-    if (!own) return TARN_OUT_OF_MEMORY;
-    copyPadded(own.get(), source, count);
-    source = own.get();
-  }
-  const auto need = static_cast<int64_t>(lengthOf(string) + count + 1);
-  const bool tooSmall = need > string.capacity;
-  if ((tooSmall || !string.buffer) && !grow(string, tooSmall ? need + kSlack : string.capacity)) {
+  const int64_t need = static_cast<int64_t>(lengthOf(string)) + static_cast<int64_t>(count) + 1;
+  if (fits(string, need)) {
+    insertInPlace(string, source, count, position);
+  } else if (!insertIntoNewBuffer(string, capacityFor(string, need), source, count, position)) {
     loseBuffer(string);
     return TARN_OUT_OF_MEMORY;
   }
-  place(string, source, count, position);
   return TARN_OK;
 }
 
+// Without memory for a text that does not fit, the string ends without one.
 TarnStatus set(String &string, const char *text) {
   const size_t length = std::strlen(text);
-  const auto wanted = static_cast<int64_t>(length);
-  const bool tooSmall = wanted > string.capacity;
-  if (tooSmall || !string.buffer) {
-    const int64_t capacity = tooSmall ? wanted + kSlack : string.capacity;
-    OwnedText buffer = newBuffer(capacity);
-    if (!buffer) {
-      loseBuffer(string);
-      return TARN_OK;
-    }
-    std::memcpy(buffer.get(), text, length + 1);
-    install(string, std::move(buffer), capacity);
-  } else {
+  const auto size = static_cast<int64_t>(length);
+  if (fits(string, size)) {
     std::memmove(string.buffer, text, length + 1);
+    return TARN_OK;
+  }
+  const int64_t capacity = capacityFor(string, size);
+  OwnedText made = newBuffer(capacity);
+  if (made) {
+    std::memcpy(made.get(), text, length + 1);
+    install(string, std::move(made), capacity);
+  } else {
+    loseBuffer(string);
   }
   return TARN_OK;
 }
 
-String *newString(TarnStatus &status) {
-  status = TARN_OUT_OF_MEMORY;
+String *newRecord() {
   auto *string = static_cast<String *>(std::calloc(1, sizeof(String)));
-  if (!string) return nullptr;
-  string->magic = TARN_STRING_MAGIC;
-  if (grow(*string, kFirstCapacity)) status = TARN_OK;
+  if (string) string->magic = TARN_STRING_MAGIC;
+  return string;
+}
+
+String *newString(TarnStatus &status) {
+  String *string = newRecord();
+  if (string) {
+    if (OwnedText buffer = newBuffer(kFirstCapacity)) {
+      install(*string, std::move(buffer), kFirstCapacity);
+    }
+  }
+  status = string && string->buffer ? TARN_OK : TARN_OUT_OF_MEMORY;
   return string;
 }
 
@@ -148,9 +175,8 @@ TarnStatus TARNString_dup(TarnHandle *source, TarnHandle *target) {
   const String *string = stringIn(source);
   if (!string) return TARN_WRONG_TYPE;
   if (!target || *target) return TARN_BAD_ARGUMENT;
-  auto *copy = static_cast<String *>(std::calloc(1, sizeof(String)));
+  String *copy = newRecord();
   if (!copy) return TARN_OUT_OF_MEMORY;
-  copy->magic = TARN_STRING_MAGIC;
   // The whole buffer, not the text alone.
   OwnedText buffer = newBuffer(string->capacity);
   if (buffer) {
@@ -326,7 +352,12 @@ TarnStatus TARNString_reserve(TarnHandle *handle, uint32_t requested) {
   if (!string) return TARN_WRONG_TYPE;
   const size_t length = lengthOf(*string);
   const uint32_t free = static_cast<uint32_t>(string->capacity) - static_cast<uint32_t>(length);
+  if (free >= requested) return TARN_OK;
   // To the byte, without slack. Without memory the string stays as it is.
-  if (free < requested) grow(*string, static_cast<int64_t>(length) + requested);
+  const int64_t capacity = static_cast<int64_t>(length) + requested;
+  if (OwnedText buffer = newBuffer(capacity)) {
+    std::memcpy(buffer.get(), textOf(*string), length);
+    install(*string, std::move(buffer), capacity);
+  }
   return TARN_OK;
 }

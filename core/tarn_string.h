@@ -8,10 +8,12 @@ namespace tarn {
 // Scripts read the first three fields by their order.
 struct String {
   uint32_t magic;
-  int32_t
-      capacity;  // what the string says its buffer holds; 0 after a clear, which keeps the buffer
-  char *buffer;  // null after a growth that failed, and then an empty text
-  size_t room;   // what the buffer really holds, its final zero byte included
+  // What the string says its buffer holds; 0 after a clear, which keeps the buffer.
+  int32_t capacity;
+  // Null after a growth that failed, and then an empty text.
+  char *buffer;
+  // What the buffer really holds; its last byte is always zero.
+  size_t room;
 };
 
 void deleteString(String *string);

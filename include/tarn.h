@@ -21,8 +21,9 @@
  *     description and goes to free().
  *  6. Comparisons of names and values ignore the case of letters, as strcasecmp() does; exceptions
  *     say so.
- *  7. Memory. When it runs out a function may also say TARN_WRONG_TYPE: of the inner object that
- *     could not be made. What was there before is kept unless the function says otherwise.
+ *  7. Memory. When it runs out, a function that makes an object may answer TARN_OK and leave or set
+ *     the handle to 0 (test the handle), and others may say TARN_WRONG_TYPE: of the inner object
+ *     that could not be made. What was there before is kept unless the function says otherwise.
  *  8. Threads. A script has one. No object may be used from two threads at once; nothing here
  *     locks.
  *  9. Your part. Some mistakes cannot be detected: a handle that still names a deleted object, a
@@ -112,7 +113,7 @@ TARN_API extern const char *CGIgs_empty_string;
  *
  *  @param handle  where to put the node; must hold 0
  *  @param magic   the type tag, not 0; under the tag of a generic list or a string the result is an
- *                 empty one of these, and no node
+ *                 empty one of these, without an array or a buffer yet, and no node
  *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, or `magic` is 0
  */
 TARN_API TarnStatus CGIgs_new(TarnHandle *handle, uint32_t magic);
@@ -424,8 +425,8 @@ TARN_API TarnStatus TARNString_dup(TarnHandle *source, TarnHandle *target);
  *  A text longer than the capacity makes it the text's length and 16; nothing makes it smaller.
  *
  *  @param text  copied; may be the string's own
- *  @return TARN_OK, also when there was no memory; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `text`
- *          is null
+ *  @return TARN_OK, also when there was no memory, or the text has 2 GiB, and the string is empty
+ *          now; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `text` is null
  */
 TARN_API TarnStatus TARNString_set(TarnHandle *handle, const char *text);
 
@@ -438,7 +439,8 @@ TARN_API TarnStatus TARNString_set_string(TarnHandle *handle, TarnHandle *source
 /** @return the length of the text in bytes; 0 when `handle` is no string */
 TARN_API uint32_t TARNString_length(TarnHandle *handle);
 
-/** Empties the text and sets the capacity to 0, so that the next write makes a new buffer.
+/** Empties the text and sets the capacity to 0, so that the next text that is not empty makes a new
+ *  buffer.
  *
  *  @return TARN_OK; TARN_WRONG_TYPE
  */
@@ -485,7 +487,7 @@ TARN_API TarnStatus TARNString_append_sprintf(TarnHandle *handle, const char *fo
 /** Inserts a text.
  *
  *  @param text      copied; may be the string's own
- *  @param position  in bytes; beyond the text, nothing changes
+ *  @param position  in bytes; beyond the text, the text stays as it is
  *  @return as TARNString_insertn()
  */
 TARN_API TarnStatus TARNString_insert(TarnHandle *handle, const char *text, uint32_t position);
@@ -498,7 +500,7 @@ TARN_API TarnStatus TARNString_insert(TarnHandle *handle, const char *text, uint
  *  @param text      copied; may be the string's own
  *  @param offset    in bytes, into `text`; must not lie beyond it
  *  @param count     in bytes; 0 stands for the length of the whole of `text`
- *  @param position  in bytes; beyond the text, nothing changes
+ *  @param position  in bytes; beyond the text, the text stays as it is; the capacity may grow
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `text` is null; TARN_OUT_OF_MEMORY,
  *          also for a text of 2 GiB: the text is lost
  */
@@ -526,7 +528,8 @@ TARN_API TarnStatus TARNString_remove(TarnHandle *handle, uint32_t position, uin
  *
  *  @param start   in bytes; beyond the text, or negative, gives an empty string
  *  @param count   in bytes; 0, or more than there are, stands for all up to the end
- *  @param result  where to put the string, which is yours to delete; must hold 0
+ *  @param result  where to put the string, which is yours to delete; must hold 0. Without memory
+ *                 for its text it is empty.
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_OUT_OF_MEMORY; TARN_BAD_ARGUMENT when `result` is null or
  *          in use, tested last
  */
@@ -563,7 +566,8 @@ TARN_API TarnStatus TARNString_fprintline(TarnHandle *handle, FILE *stream);
 
 /** Makes the capacity at least the length of the text and `requested` bytes, growing to just that.
  *
- *  @return TARN_OK, also when there was no memory and the string is as it was; TARN_WRONG_TYPE
+ *  @return TARN_OK, also when there was no memory, or 2 GiB are passed, and the string is as it
+ *          was; TARN_WRONG_TYPE
  */
 TARN_API TarnStatus TARNString_reserve(TarnHandle *handle, uint32_t requested);
 

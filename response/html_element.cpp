@@ -20,8 +20,8 @@ Node *attributesOf(const Node &element) { return Attributes::at(element.structs[
 
 Node *embeddedOf(const Node &element) { return Elements::at(element.structs[kEmbedded]); }
 
-// Trees are walked without recursion, so that no depth can exhaust a stack. Elements that wait to be
-// released hang on a chain through their `fixed` slots, which nobody reads any more; copies that
+// Trees are walked without recursion, so that no depth can exhaust a stack. Elements that wait to
+// be released hang on a chain through their `fixed` slots, which nobody reads any more; copies that
 // wait to be filled, on one through their struct slots, which also name the source.
 
 // Releases the attributes of an element and hangs its children on the chain. The lists' own nodes

@@ -4,13 +4,15 @@
 # is the README's, and each build of it has to print what the README shows.
 set -euo pipefail
 
-# A compiler comes with the flags that the library was built with, in one argument.
+# A compiler is an absolute path, followed by the flags that the library was built with.
 build=$1 source=$2 cc=$3 cxx=$4
 
 fail() {
   printf 'installed_test.sh: %s\n' "$*" >&2
   exit 1
 }
+
+[[ $cc == /* && $cxx == /* ]] || fail 'a compiler is no absolute path'
 
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT

@@ -11,6 +11,7 @@
 namespace {
 
 using tarn_test::Node;
+using tarn_test::withEveryStranger;
 
 // The slots that a script reads with the node's getters.
 enum Child : uint32_t { kCookies };
@@ -131,25 +132,6 @@ void expectPart(TarnHandle *part, const char *disposition, const char *name, con
   EXPECT_STREQ(name, partText(part, kFieldName));
   EXPECT_STREQ(fileName, partText(part, kFileName));
   EXPECT_STREQ(type, partText(part, kPartType));
-}
-
-// Calls with handles that hold neither a header nor cookies, and sees that they stay as they are:
-// no address at all, nothing, a node of another type, a generic list, which is no node.
-template <typename Call>
-void withEveryStranger(Call call) {
-  Node nothing;
-  Node entry(TARN_FORM_ENTRY_MAGIC);
-  tarn_test::List generic;
-  for (TarnHandle *stranger :
-       {static_cast<TarnHandle *>(nullptr), static_cast<TarnHandle *>(nothing),
-        static_cast<TarnHandle *>(entry), static_cast<TarnHandle *>(generic)}) {
-    const TarnHandle before = stranger ? *stranger : 0;
-    const uint32_t magic = CGIgs_getMagic(stranger);
-    SCOPED_TRACE(stranger ? "a handle with tag " + std::to_string(magic) : "a null address");
-    call(stranger);
-    EXPECT_EQ(before, stranger ? *stranger : 0);
-    EXPECT_EQ(magic, CGIgs_getMagic(stranger));
-  }
 }
 
 // ---- Content header -----------------------------------------------------------------------------

@@ -64,6 +64,37 @@ class List {
   TarnHandle handle_ = 0;
 };
 
+// Calls with handles that hold nothing of the type in question, and sees that they stay as they are:
+// no address at all, nothing, a node of a type that only the test knows, with something in every
+// slot that could be taken for the type's own, and the two records that are no nodes.
+template <typename Call>
+void withEveryStranger(Call call) {
+  constexpr uint32_t kNobodysMagic = 4242;
+  Node nothing;
+  Node node(kNobodysMagic);
+  for (uint32_t i = 0; i < 8; ++i) CGIgs_setString(node, i, "strange", kNobodysMagic);
+  for (uint32_t i = 0; i < 3; ++i) CGIgs_setInt(node, i, 7, kNobodysMagic);
+  List within;
+  CGIgs_setList(node, 0, within, kNobodysMagic);
+  within.forget();
+  List list;
+  TarnHandle string = 0;
+  EXPECT_EQ(TARN_OK, TARNString_new(&string));
+  for (TarnHandle *stranger :
+       {static_cast<TarnHandle *>(nullptr), static_cast<TarnHandle *>(nothing),
+        static_cast<TarnHandle *>(node), static_cast<TarnHandle *>(list), &string}) {
+    const TarnHandle before = stranger ? *stranger : 0;
+    const uint32_t magic = CGIgs_getMagic(stranger);
+    SCOPED_TRACE(stranger ? "a handle with tag " + std::to_string(magic) : "a null address");
+    call(stranger);
+    EXPECT_EQ(before, stranger ? *stranger : 0);
+    EXPECT_EQ(magic, CGIgs_getMagic(stranger));
+  }
+  EXPECT_EQ(0U, CGIgs_getStruct(node, 0, kNobodysMagic));
+  EXPECT_STREQ("strange", CGIgs_getString(node, 0, kNobodysMagic));
+  TARNString_delete(&string);
+}
+
 // The text that the library made for its caller, who frees it.
 inline std::string taken(char *text) {
   if (text == nullptr) {

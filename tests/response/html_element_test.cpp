@@ -1,0 +1,1213 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <tarn.h>
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <utility>
+
+#include "support/handles.h"
+#include "support/script.h"
+
+namespace {
+
+using tarn_test::Node;
+using tarn_test::withEveryStranger;
+
+// The slots that a script reads and writes with the node's operations.
+enum Text : uint32_t { kName, kSecond };
+enum Number : uint32_t { kNumber };
+enum Child : uint32_t { kAttributes, kEmbedded };
+enum ListSlot : uint32_t { kInner };
+
+struct Attribute : Node {
+  explicit Attribute(const char *name, const char *value = nullptr) : Node(TARN_ATTRIBUTE_MAGIC) {
+    HTMLAttribute_init(*this, name, value);
+  }
+};
+
+struct Element : Node {
+  Element() : Node(TARN_ELEMENT_MAGIC) {}
+  explicit Element(const char *name) : Element() { setName(name); }
+  Element(const char *name, std::initializer_list<const char *> children) : Element(name) {
+    for (const char *child : children) add(Element(child));
+  }
+  ~Element() { HTMLElement_delete(*this); }
+
+  void setName(const char *name) { CGIgs_setString(*this, kName, name, TARN_ELEMENT_MAGIC); }
+  void add(TarnHandle *child) { ASSERT_EQ(TARN_OK, HTMLElement_addElement(*this, child)); }
+  void addAttribute(const char *name, const char *value = nullptr) {
+    Attribute attribute(name, value);
+    ASSERT_EQ(TARN_OK, HTMLElement_addAttribute(*this, attribute));
+  }
+};
+
+// An empty handle whose element is deleted in the end.
+struct Destination : Node {
+  ~Destination() { HTMLElement_delete(*this); }
+};
+
+struct AttributeList : Node {
+  AttributeList(std::initializer_list<const char *> names = {}) : Node(TARN_ATTRIBUTE_LIST_MAGIC) {
+    for (const char *name : names) {
+      Attribute attribute(name);
+      EXPECT_EQ(TARN_OK, HTMLAttributeList_addAttribute(*this, attribute));
+    }
+  }
+  ~AttributeList() { HTMLAttributeList_delete(*this); }
+};
+
+struct ElementList : Node {
+  ElementList(std::initializer_list<const char *> names = {}) : Node(TARN_ELEMENT_LIST_MAGIC) {
+    for (const char *name : names) add(Element(name));
+  }
+  ~ElementList() { HTMLElementList_delete(*this); }
+
+  void add(TarnHandle *element) { ASSERT_EQ(TARN_OK, HTMLElementList_addElement(*this, element)); }
+};
+
+TarnHandle attributesOf(TarnHandle *element) {
+  return CGIgs_getStruct(element, kAttributes, TARN_ELEMENT_MAGIC);
+}
+
+TarnHandle embeddedOf(TarnHandle *element) {
+  return CGIgs_getStruct(element, kEmbedded, TARN_ELEMENT_MAGIC);
+}
+
+uint32_t attributeCount(TarnHandle *element) {
+  TarnHandle list = attributesOf(element);
+  return static_cast<uint32_t>(HTMLAttributeList_getCount(&list));
+}
+
+uint32_t childCount(TarnHandle *element) {
+  TarnHandle list = embeddedOf(element);
+  return static_cast<uint32_t>(HTMLElementList_getCount(&list));
+}
+
+// Lent.
+TarnHandle childOf(TarnHandle *element, uint32_t index) {
+  TarnHandle list = embeddedOf(element);
+  return HTMLElementList_getByIndex(&list, index);
+}
+
+TarnHandle attributeOf(TarnHandle *element, uint32_t index) {
+  TarnHandle list = attributesOf(element);
+  return HTMLAttributeList_getByIndex(&list, index);
+}
+
+std::string text(TarnHandle node, uint32_t slot) {
+  const char *found = CGIgs_getString(&node, slot, 0);
+  return found ? found : "-";
+}
+
+// A tree in short: ul"second"#7[class=x id=-]{li{} li}. Brackets and braces stand only where there
+// is a list; a missing text is "-", a missing second text and a number of 0 are left out.
+std::string shown(TarnHandle element) {
+  EXPECT_EQ(TARN_ELEMENT_MAGIC, CGIgs_getMagic(&element));
+  std::string all = text(element, kName);
+  if (CGIgs_getString(&element, kSecond, 0)) all += '"' + text(element, kSecond) + '"';
+  const auto number = static_cast<int32_t>(CGIgs_getInt(&element, kNumber, 0));
+  if (number) all += "#" + std::to_string(number);
+  if (attributesOf(&element)) {
+    all += "[";
+    for (uint32_t i = 0; i < attributeCount(&element); ++i) {
+      const TarnHandle attribute = attributeOf(&element, i);
+      all += (i ? " " : "") + text(attribute, kName) + "=" + text(attribute, 1);
+    }
+    all += "]";
+  }
+  if (embeddedOf(&element)) {
+    all += "{";
+    for (uint32_t i = 0; i < childCount(&element); ++i) {
+      all += (i ? " " : "") + shown(childOf(&element, i));
+    }
+    all += "}";
+  }
+  return all;
+}
+
+std::string shown(TarnHandle *element) { return shown(*element); }
+
+std::string listShown(TarnHandle *list) {
+  std::string all;
+  for (uint32_t i = 0; i < static_cast<uint32_t>(HTMLElementList_getCount(list)); ++i) {
+    all += (i ? " " : "") + shown(HTMLElementList_getByIndex(list, i));
+  }
+  return all;
+}
+
+// Two levels with everything that an element has.
+struct Page : Element {
+  Page() : Element("ul") {
+    CGIgs_setString(*this, kSecond, "menu", TARN_ELEMENT_MAGIC);
+    CGIgs_setInt(*this, kNumber, static_cast<uint32_t>(-7), TARN_ELEMENT_MAGIC);
+    addAttribute("class", "x");
+    addAttribute("hidden");
+    Element first("li", {"a"});
+    first.addAttribute("id", "1");
+    add(first);
+    add(Element("li", {"b"}));
+  }
+};
+constexpr const char *kPage = "ul\"menu\"#-7[class=x hidden=-]{li[id=1]{a} li{b}}";
+
+// A script can put any address into the generic list behind a list that it was lent.
+void addForeign(TarnHandle list, TarnHandle address) {
+  TarnHandle inner = CGIgs_getList(&list, kInner, TARN_ELEMENT_LIST_MAGIC);
+  ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(&inner, address));
+}
+
+// ---- One element --------------------------------------------------------------------------------
+
+TEST(HTMLElement, IsBornWithoutAnything) {
+  Element element;
+  EXPECT_EQ(58413U, CGIgs_getMagic(element));
+  EXPECT_EQ("-", shown(element));
+}
+
+TEST(HTMLElement, ToHtmlIsNotYetImplementedForAnyHandleAndHasNoFullStop) {
+  Page page;
+  const char *answer = HTMLElement_toHTML(page);
+  EXPECT_STREQ("Not yet implemented", answer);
+  withEveryStranger([&](TarnHandle *stranger) { EXPECT_EQ(answer, HTMLElement_toHTML(stranger)); });
+  EXPECT_EQ(kPage, shown(page));
+}
+
+// ---- Comparing elements -------------------------------------------------------------------------
+
+TEST(HTMLElement, CompareOrdersByNameUpward) {
+  Element a("a");
+  Element b("b");
+  Element longer("aa");
+  EXPECT_LT(HTMLElement_compare(a, b), 0);
+  EXPECT_GT(HTMLElement_compare(b, a), 0);
+  EXPECT_LT(HTMLElement_compare(a, longer), 0);
+  EXPECT_GT(HTMLElement_compare(b, longer), 0);
+}
+
+TEST(HTMLElement, CompareIsTheOtherWayRoundThanThatOfCookies) {
+  Element a("a");
+  Element b("b");
+  Node cookieA(TARN_COOKIE_MAGIC);
+  Node cookieB(TARN_COOKIE_MAGIC);
+  HTTPCookie_init(cookieA, "a", "", nullptr, nullptr, 0, nullptr, 0);
+  HTTPCookie_init(cookieB, "b", "", nullptr, nullptr, 0, nullptr, 0);
+  EXPECT_LT(HTMLElement_compare(a, b), 0);
+  EXPECT_GT(HTTPCookie_compare(cookieA, cookieB), 0);
+}
+
+TEST(HTMLElement, CompareTellsTheCaseOfLettersAndTakesBytesAsUnsigned) {
+  Element upper("B");
+  Element lower("a");
+  Element high("\xff");
+  EXPECT_LT(HTMLElement_compare(upper, lower), 0);
+  EXPECT_GT(HTMLElement_compare(lower, upper), 0);
+  EXPECT_GT(HTMLElement_compare(high, lower), 0);
+  EXPECT_LT(HTMLElement_compare(lower, high), 0);
+}
+
+TEST(HTMLElement, CompareLooksAtTheNameAlone) {
+  Page page;
+  Element bare("ul");
+  EXPECT_EQ(0, HTMLElement_compare(page, bare));
+  EXPECT_EQ(0, HTMLElement_compare(bare, page));
+  EXPECT_EQ(0, HTMLElement_compare(page, page));
+}
+
+TEST(HTMLElement, CompareWithAHandleThatHoldsNoElementIsMinusOneOnEitherSide) {
+  Element element("a");
+  Attribute attribute("a");
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(-1, HTMLElement_compare(stranger, element));
+    EXPECT_EQ(-1, HTMLElement_compare(element, stranger));
+    EXPECT_EQ(-1, HTMLElement_compare(stranger, stranger));
+  });
+  EXPECT_EQ(-1, HTMLElement_compare(attribute, element));
+  EXPECT_EQ(-1, HTMLElement_compare(element, attribute));
+}
+
+TEST(HTMLElement, CompareOrdersAMissingNameBeforeAnyTextAndTwoAsEqual) {
+  Element nameless;
+  Element another;
+  Element empty("");
+  EXPECT_LT(HTMLElement_compare(nameless, empty), 0);
+  EXPECT_GT(HTMLElement_compare(empty, nameless), 0);
+  EXPECT_EQ(0, HTMLElement_compare(nameless, another));
+}
+
+// ---- Attributes of an element -------------------------------------------------------------------
+
+TEST(HTMLElement, FirstAttributeMakesTheListAndEveryOneIsCopied) {
+  Element element("a");
+  Attribute attribute("href", "/");
+  EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, kAttributes, TARN_ELEMENT_MAGIC));
+  HTMLAttribute_init(attribute, "id", "x");
+  EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
+  CGIgs_delete(attribute, TARN_ATTRIBUTE_MAGIC);
+  EXPECT_EQ("a[href=/ id=x]", shown(element));
+}
+
+TEST(HTMLElement, SameAttributeTwiceIsKeptTwice) {
+  Element element("a");
+  Attribute attribute("id", "x");
+  EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
+  EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
+  EXPECT_EQ("a[id=x id=x]", shown(element));
+  EXPECT_NE(attributeOf(element, 0), attributeOf(element, 1));
+}
+
+TEST(HTMLElement, AddAttributeTakesOneOfItsOwn) {
+  Element element("a");
+  element.addAttribute("id", "x");
+  for (int copies = 1; copies < 25; ++copies) {
+    TarnHandle lent = attributeOf(element, 0);
+    ASSERT_EQ(TARN_OK, HTMLElement_addAttribute(element, &lent));
+  }
+  EXPECT_EQ(25U, attributeCount(element));
+  EXPECT_EQ("x", text(attributeOf(element, 24), 1));
+}
+
+TEST(HTMLElement, LentListsShowWhatIsAddedLater) {
+  Element element("a");
+  element.addAttribute("id", "x");
+  element.add(Element("b"));
+  TarnHandle attributes = attributesOf(element);
+  TarnHandle embedded = embeddedOf(element);
+  element.addAttribute("class");
+  element.add(Element("c"));
+  EXPECT_EQ(2, HTMLAttributeList_getCount(&attributes));
+  EXPECT_EQ("b c", listShown(&embedded));
+  EXPECT_EQ(TARN_OK, HTMLAttributeList_addAttribute(&attributes, Attribute("lang", "en")));
+  EXPECT_EQ(TARN_OK, HTMLElementList_addElement(&embedded, Element("d")));
+  EXPECT_EQ("a[id=x class=- lang=en]{b c d}", shown(element));
+}
+
+TEST(HTMLElement, AddAttributeToNoElementIsWrongTypeEvenWithoutAnAttribute) {
+  Attribute attribute("id", "x");
+  AttributeList list;
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(stranger, attribute));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(list, attribute));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(attribute, attribute));
+}
+
+TEST(HTMLElement, AddOfNoAttributeIsABadArgumentAndMakesNoList) {
+  Element element("a");
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addAttribute(element, stranger));
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addAttribute(element, element));
+  EXPECT_EQ("a", shown(element));
+}
+
+TEST(HTMLElement, SetAttributesStoresACopyOfTheList) {
+  Element element("a");
+  AttributeList list{"id", "class"};
+  EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, list));
+  EXPECT_NE(list.value(), attributesOf(element));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, kAttributes, TARN_ELEMENT_MAGIC));
+  HTMLAttributeList_addAttribute(list, Attribute("later"));
+  EXPECT_EQ("a[id=- class=-]", shown(element));
+  element.addAttribute("own");
+  EXPECT_EQ(3, HTMLAttributeList_getCount(list));
+  HTMLAttributeList_delete(list);
+  EXPECT_EQ("a[id=- class=- own=-]", shown(element));
+}
+
+TEST(HTMLElement, SetAttributesReplacesTheOldOnes) {
+  Element element("a");
+  element.addAttribute("old");
+  EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList{"new"}));
+  EXPECT_EQ("a[new=-]", shown(element));
+  EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList()));
+  EXPECT_EQ("a[]", shown(element));
+  element.addAttribute("again");
+  EXPECT_EQ("a[again=-]", shown(element));
+}
+
+TEST(HTMLElement, SetAttributesTakesTheListThatItLends) {
+  Element element("a");
+  element.addAttribute("id", "x");
+  element.addAttribute("class", "y");
+  TarnHandle lent = attributesOf(element);
+  EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, &lent));
+  EXPECT_EQ("a[id=x class=y]", shown(element));
+}
+
+TEST(HTMLElement, SetAttributesOfNoElementIsWrongTypeEvenWithoutAList) {
+  AttributeList list{"id"};
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(stranger, list));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(list, list));
+}
+
+TEST(HTMLElement, SetAttributesToNoListIsABadArgumentAndKeepsTheOldOnes) {
+  Element element("a");
+  Attribute attribute("id");
+  element.addAttribute("old");
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setAttributes(element, stranger));
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setAttributes(element, attribute));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setAttributes(element, element));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setAttributes(element, Node(TARN_COOKIE_LIST_MAGIC)));
+  EXPECT_EQ(TARN_BAD_ARGUMENT,
+            HTMLElement_setAttributes(element, Node(TARN_FORM_ENTRY_LIST_MAGIC)));
+  EXPECT_EQ("a[old=-]", shown(element));
+}
+
+TEST(HTMLElement, SetAttributesToAnEmptyElementListGivesNoAttributes) {
+  Element element("a");
+  EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, ElementList()));
+  EXPECT_EQ("a[]", shown(element));
+  element.addAttribute("id", "x");
+  EXPECT_EQ("a[id=x]", shown(element));
+}
+
+TEST(HTMLElement, SetAttributesToAListWithAnElementIsWrongTypeAndStoresNothing) {
+  Element element("a");
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, ElementList{"b"}));
+  EXPECT_EQ("a", shown(element));
+  element.addAttribute("id", "x");
+  EXPECT_EQ("a[id=x]", shown(element));
+}
+
+TEST(HTMLElement, SetAttributesThatFailsHasLostTheOldOnes) {
+  Element element("a");
+  element.addAttribute("old");
+  AttributeList mixed{"id"};
+  HTMLElementList_addElement(mixed, Element("b"));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, mixed));
+  EXPECT_EQ("a", shown(element));
+  EXPECT_EQ(2, HTMLAttributeList_getCount(mixed));
+  element.addAttribute("new");
+  EXPECT_EQ("a[new=-]", shown(element));
+}
+
+TEST(HTMLElement, SetAttributesFromItsOwnEmbeddedListIsWrongTypeAndKeepsTheChildren) {
+  Element element("a", {"b"});
+  element.addAttribute("id");
+  TarnHandle embedded = embeddedOf(element);
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, &embedded));
+  EXPECT_EQ("a{b}", shown(element));
+}
+
+// ---- Embedded elements --------------------------------------------------------------------------
+
+TEST(HTMLElement, FirstChildMakesTheListAndStandsAtItsBeginning) {
+  Element element("p");
+  Element child("b");
+  EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, child));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, kEmbedded, TARN_ELEMENT_MAGIC));
+  EXPECT_NE(child.value(), childOf(element, 0));
+  EXPECT_EQ("p{b}", shown(element));
+}
+
+TEST(HTMLElement, ChildrenStandInOrderOfAddingAndEqualNamesAreKept) {
+  Element element("p", {"b", "a", "b"});
+  EXPECT_EQ("p{b a b}", shown(element));
+}
+
+TEST(HTMLElement, ChildInTheTreeAndTheCallersChildGoTheirOwnWays) {
+  Element element("p");
+  Page child;
+  element.add(child);
+  const std::string before = "p{" + std::string(kPage) + "}";
+  EXPECT_EQ(before, shown(element));
+
+  child.setName("changed");
+  child.addAttribute("later");
+  child.add(Element("later"));
+  TarnHandle grandchild = childOf(child, 0);
+  CGIgs_setString(&grandchild, kName, "changed", TARN_ELEMENT_MAGIC);
+  EXPECT_EQ(before, shown(element));
+  HTMLElement_delete(child);
+  EXPECT_EQ(before, shown(element));
+
+  Page other;
+  element.add(other);
+  TarnHandle inTree = childOf(element, 1);
+  HTMLElement_clear(&inTree);
+  EXPECT_EQ(kPage, shown(other));
+  EXPECT_EQ("p{" + std::string(kPage) + " -}", shown(element));
+}
+
+TEST(HTMLElement, TreeIsBuiltFromTheTopThroughLentChildren) {
+  Element table("table", {"tr", "tr"});
+  for (uint32_t row = 0; row < 2; ++row) {
+    TarnHandle lent = childOf(table, row);
+    EXPECT_EQ(TARN_OK, HTMLElement_addElement(&lent, Element("td")));
+    EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(&lent, Attribute("id", row ? "b" : "a")));
+  }
+  EXPECT_EQ("table{tr[id=a]{td} tr[id=b]{td}}", shown(table));
+}
+
+// The list is there, and empty, by the time the element is copied into it.
+TEST(HTMLElement, AddedToItselfHoldsACopyOfWhatItWas) {
+  Element element("a");
+  element.addAttribute("id", "x");
+  EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, element));
+  EXPECT_EQ("a[id=x]{a[id=x]{}}", shown(element));
+  EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, element));
+  EXPECT_EQ("a[id=x]{a[id=x]{} a[id=x]{a[id=x]{}}}", shown(element));
+}
+
+TEST(HTMLElement, AddedToAListBelowItHoldsACopyOfWhatItWas) {
+  Element element("a", {"b"});
+  TarnHandle child = childOf(element, 0);
+  EXPECT_EQ(TARN_OK, HTMLElement_addElement(&child, element));
+  EXPECT_EQ("a{b{a{b{}}}}", shown(element));
+  TarnHandle list = embeddedOf(element);
+  EXPECT_EQ(TARN_OK, HTMLElementList_addElement(&list, element));
+  EXPECT_EQ("a{b{a{b{}}} a{b{a{b{}}}}}", shown(element));
+}
+
+TEST(HTMLElement, AddElementTakesAChildOfItsOwn) {
+  Element element("a");
+  element.add(Page());
+  for (int copies = 1; copies < 25; ++copies) {
+    TarnHandle lent = childOf(element, 0);
+    ASSERT_EQ(TARN_OK, HTMLElement_addElement(element, &lent));
+  }
+  EXPECT_EQ(25U, childCount(element));
+  EXPECT_EQ(kPage, shown(childOf(element, 24)));
+}
+
+TEST(HTMLElement, AddElementToNoElementIsWrongTypeEvenWithoutAChild) {
+  Element element("a");
+  ElementList list;
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(stranger, element));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(list, element));
+}
+
+TEST(HTMLElement, AddOfNoElementIsABadArgumentAndMakesNoList) {
+  Element element("a");
+  ElementList list;
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addElement(element, stranger));
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addElement(element, list));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addElement(element, Attribute("id")));
+  EXPECT_EQ("a", shown(element));
+}
+
+TEST(HTMLElement, AddElementThatCannotBeCopiedIsWrongTypeAndLeavesAnEmptyList) {
+  Attribute foreign("id");
+  Element child("b", {"c"});
+  addForeign(embeddedOf(child), foreign.value());
+  Element element("a");
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, child));
+  EXPECT_EQ("a{}", shown(element));
+  element.add(Element("d"));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, child));
+  EXPECT_EQ("a{d}", shown(element));
+}
+
+TEST(HTMLElement, SetEmbeddedStoresACopyOfTheListWithTheSubtrees) {
+  Element element("div");
+  ElementList list{"p"};
+  list.add(Page());
+  EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, list));
+  EXPECT_NE(list.value(), embeddedOf(element));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, kEmbedded, TARN_ELEMENT_MAGIC));
+  const std::string before = "div{p " + std::string(kPage) + "}";
+  list.add(Element("later"));
+  TarnHandle page = HTMLElementList_getByIndex(list, 1);
+  HTMLElement_clear(&page);
+  EXPECT_EQ(before, shown(element));
+  TarnHandle first = childOf(element, 0);
+  CGIgs_setString(&first, kName, "q", TARN_ELEMENT_MAGIC);
+  EXPECT_EQ("p - later", listShown(list));
+  HTMLElementList_delete(list);
+  EXPECT_EQ("div{q " + std::string(kPage) + "}", shown(element));
+}
+
+TEST(HTMLElement, SetEmbeddedReplacesTheOldElements) {
+  Element element("p", {"old"});
+  EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, ElementList{"new", "newer"}));
+  EXPECT_EQ("p{new newer}", shown(element));
+  EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, ElementList()));
+  EXPECT_EQ("p{}", shown(element));
+  element.add(Element("again"));
+  EXPECT_EQ("p{again}", shown(element));
+}
+
+TEST(HTMLElement, SetEmbeddedTakesTheListThatItLends) {
+  Page page;
+  TarnHandle lent = embeddedOf(page);
+  EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(page, &lent));
+  EXPECT_EQ(kPage, shown(page));
+}
+
+TEST(HTMLElement, SetEmbeddedTakesAListFromBelowAndFromAbove) {
+  Element element("a");
+  element.add(Element("b", {"c", "d"}));
+  TarnHandle child = childOf(element, 0);
+  TarnHandle below = embeddedOf(&child);
+  EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, &below));
+  EXPECT_EQ("a{c d}", shown(element));
+
+  child = childOf(element, 1);
+  TarnHandle above = embeddedOf(element);
+  EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(&child, &above));
+  EXPECT_EQ("a{c d{c d}}", shown(element));
+}
+
+TEST(HTMLElement, SetEmbeddedOfNoElementIsWrongTypeEvenWithoutAList) {
+  ElementList list{"a"};
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(stranger, list));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(list, list));
+}
+
+TEST(HTMLElement, SetEmbeddedToNoListIsABadArgumentAndKeepsTheOldElements) {
+  Element element("p", {"old"});
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, stranger));
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, element));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, Attribute("id")));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, Node(TARN_FORM_FILE_LIST_MAGIC)));
+  EXPECT_EQ("p{old}", shown(element));
+}
+
+TEST(HTMLElement, SetEmbeddedToAnEmptyAttributeListGivesNoElements) {
+  Element element("p");
+  EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, AttributeList()));
+  EXPECT_EQ("p{}", shown(element));
+  element.add(Element("b"));
+  EXPECT_EQ("p{b}", shown(element));
+}
+
+TEST(HTMLElement, SetEmbeddedToAListWithAnAttributeIsWrongTypeAndStoresNothing) {
+  Element element("p");
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, AttributeList{"id"}));
+  EXPECT_EQ("p", shown(element));
+  element.add(Element("b"));
+  EXPECT_EQ("p{b}", shown(element));
+}
+
+TEST(HTMLElement, SetEmbeddedThatFailsHasLostTheOldElements) {
+  Element element("p", {"old"});
+  element.addAttribute("id");
+  ElementList mixed{"a"};
+  HTMLAttributeList_addAttribute(mixed, Attribute("id"));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, mixed));
+  EXPECT_EQ("p[id=-]", shown(element));
+  element.add(Element("new"));
+  EXPECT_EQ("p[id=-]{new}", shown(element));
+}
+
+TEST(HTMLElement, SetEmbeddedToItsOwnListThatCannotBeCopiedLosesIt) {
+  Attribute foreign("id");
+  Element element("p", {"b"});
+  TarnHandle lent = embeddedOf(element);
+  addForeign(lent, foreign.value());
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, &lent));
+  EXPECT_EQ("p", shown(element));
+  EXPECT_EQ("id", text(foreign.value(), kName));
+}
+
+// ---- Copying an element -------------------------------------------------------------------------
+
+TEST(HTMLElement, CloneHasNameSecondTextNumberAttributesAndChildren) {
+  Page page;
+  Destination copy;
+  EXPECT_EQ(TARN_OK, HTMLElement_clone(page, copy));
+  EXPECT_EQ(kPage, shown(copy));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(copy, kAttributes, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(copy, kEmbedded, TARN_ELEMENT_MAGIC));
+  EXPECT_NE(attributesOf(page), attributesOf(copy));
+  EXPECT_NE(attributeOf(page, 0), attributeOf(copy, 0));
+  EXPECT_NE(embeddedOf(page), embeddedOf(copy));
+  EXPECT_NE(childOf(page, 0), childOf(copy, 0));
+}
+
+TEST(HTMLElement, CloneOutlivesItsSourceAndTheSourceItsClone) {
+  Page page;
+  Destination copy;
+  ASSERT_EQ(TARN_OK, HTMLElement_clone(page, copy));
+  EXPECT_EQ(TARN_OK, HTMLElement_delete(page));
+  EXPECT_EQ(kPage, shown(copy));
+
+  Destination another;
+  ASSERT_EQ(TARN_OK, HTMLElement_clone(copy, another));
+  EXPECT_EQ(TARN_OK, HTMLElement_delete(another));
+  EXPECT_EQ(kPage, shown(copy));
+}
+
+TEST(HTMLElement, CloneAndSourceChangeApartAtEveryLevel) {
+  Page page;
+  Destination copy;
+  ASSERT_EQ(TARN_OK, HTMLElement_clone(page, copy));
+  TarnHandle item = childOf(copy, 1);
+  HTMLElement_addElement(&item, Element("c"));
+  TarnHandle attribute = attributeOf(copy, 0);
+  HTMLAttribute_init(&attribute, "class", "y");
+  EXPECT_EQ(kPage, shown(page));
+  item = childOf(page, 0);
+  HTMLElement_clear(&item);
+  EXPECT_EQ("ul\"menu\"#-7[class=y hidden=-]{li[id=1]{a} li{b c}}", shown(copy));
+}
+
+TEST(HTMLElement, CloneKeepsMissingAndEmptyTextsAndListsApart) {
+  Element bare;
+  Element empty("");
+  CGIgs_setString(empty, kSecond, "", TARN_ELEMENT_MAGIC);
+  HTMLElement_setAttributes(empty, AttributeList());
+  HTMLElement_setEmbedded(empty, ElementList());
+  for (const auto &[source, expected] :
+       {std::pair{static_cast<TarnHandle *>(bare), "-"}, {empty, "\"\"[]{}"}}) {
+    TarnHandle copy = 0;
+    EXPECT_EQ(TARN_OK, HTMLElement_clone(source, &copy));
+    EXPECT_EQ(expected, shown(copy));
+    HTMLElement_delete(&copy);
+  }
+}
+
+TEST(HTMLElement, CloneAndAddedCopyLeaveEveryOtherSlotOut) {
+  Element source("a");
+  tarn_test::List list{1, 2, 3};
+  for (uint32_t slot = 2; slot < 8; ++slot) {
+    CGIgs_setString(source, slot, "text", TARN_ELEMENT_MAGIC);
+  }
+  CGIgs_setInt(source, 1, 1, TARN_ELEMENT_MAGIC);
+  CGIgs_setInt(source, 2, 2, TARN_ELEMENT_MAGIC);
+  CGIgs_setDouble(source, 0, 0.5, TARN_ELEMENT_MAGIC);
+  CGIgs_setFixed(source, 4711, TARN_ELEMENT_MAGIC);
+  CGIgs_setList(source, 0, list, TARN_ELEMENT_MAGIC);
+  list.forget();
+  CGIgs_setStruct(source, 2, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
+
+  Destination copy;
+  ASSERT_EQ(TARN_OK, HTMLElement_clone(source, copy));
+  Element parent("p");
+  parent.add(source);
+  for (TarnHandle made : {copy.value(), childOf(parent, 0)}) {
+    EXPECT_EQ("a", shown(made));
+    for (uint32_t slot = 2; slot < 8; ++slot) EXPECT_EQ("-", text(made, slot)) << slot;
+    EXPECT_EQ(0U, CGIgs_getInt(&made, 1, TARN_ELEMENT_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getInt(&made, 2, TARN_ELEMENT_MAGIC));
+    EXPECT_EQ(0.0, CGIgs_getDouble(&made, 0, TARN_ELEMENT_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getFixed(&made, TARN_ELEMENT_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getList(&made, 0, TARN_ELEMENT_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getStruct(&made, 2, TARN_ELEMENT_MAGIC));
+  }
+  EXPECT_EQ(4711U, CGIgs_getFixed(source, TARN_ELEMENT_MAGIC));
+}
+
+TEST(HTMLElement, CloneLooksAtTheSourceFirstAndThenAtTheDestination) {
+  Page page;
+  Element used("used");
+  const TarnHandle before = used.value();
+  TarnHandle empty = 0;
+  withEveryStranger([&](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(stranger, &empty));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(stranger, used));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(stranger, nullptr));
+  });
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(Attribute("id"), &empty));
+  EXPECT_EQ(0U, empty);
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_clone(page, nullptr));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_clone(page, used));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_clone(page, page));
+  EXPECT_EQ(before, used.value());
+  EXPECT_EQ("used", shown(used));
+  EXPECT_EQ(kPage, shown(page));
+}
+
+TEST(HTMLElement, CloneWithAForeignAttributeLeavesTheTextsAndTheNumberInTheDestination) {
+  Element foreign("b");
+  Page page;
+  addForeign(attributesOf(page), foreign.value());
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(page, &copy));
+  EXPECT_EQ("ul\"menu\"#-7", shown(copy));
+  HTMLElement_delete(&copy);
+}
+
+TEST(HTMLElement, CloneWithAForeignChildAtAnyLevelLeavesAllButTheChildrenInTheDestination) {
+  Attribute foreign("id");
+  for (const bool deep : {false, true}) {
+    for (const TarnHandle address : {foreign.value(), TarnHandle{0}}) {
+      Page page;
+      TarnHandle item = childOf(page, 0);
+      addForeign(deep ? embeddedOf(&item) : embeddedOf(page), address);
+      TarnHandle copy = 0;
+      EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(page, &copy));
+      EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", shown(copy));
+      EXPECT_EQ(TARN_OK, HTMLElement_addElement(&copy, Element("li")));
+      EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]{li}", shown(copy));
+      HTMLElement_delete(&copy);
+    }
+  }
+}
+
+TEST(HTMLElement, CloneWithAForeignAttributeFurtherDownLeavesAllButTheChildren) {
+  Element foreign("b");
+  Page page;
+  TarnHandle item = childOf(page, 0);
+  addForeign(attributesOf(&item), foreign.value());
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(page, &copy));
+  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", shown(copy));
+  HTMLElement_delete(&copy);
+}
+
+// ---- Clearing and deleting ----------------------------------------------------------------------
+
+TEST(HTMLElement, ClearEmptiesTheElementAndKeepsItForMore) {
+  Page page;
+  const TarnHandle before = page.value();
+  EXPECT_EQ(TARN_OK, HTMLElement_clear(page));
+  EXPECT_EQ(before, page.value());
+  EXPECT_EQ("-", shown(page));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(page, kAttributes, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(page, kEmbedded, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(TARN_OK, HTMLElement_clear(page));
+
+  page.setName("p");
+  page.addAttribute("id", "x");
+  page.add(Element("b"));
+  EXPECT_EQ("p[id=x]{b}", shown(page));
+}
+
+TEST(HTMLElement, ClearEmptiesTheRestOfTheNodeUpToItsSecondText) {
+  Element element("a");
+  CGIgs_setString(element, 2, "kept", TARN_ELEMENT_MAGIC);
+  CGIgs_setInt(element, 2, 7, TARN_ELEMENT_MAGIC);
+  CGIgs_setFixed(element, 4711, TARN_ELEMENT_MAGIC);
+  CGIgs_setStruct(element, 2, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
+  EXPECT_EQ(TARN_OK, HTMLElement_clear(element));
+  EXPECT_EQ("kept", text(element.value(), 2));
+  EXPECT_EQ(0U, CGIgs_getInt(element, 2, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getFixed(element, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getStruct(element, 2, TARN_ELEMENT_MAGIC));
+}
+
+TEST(HTMLElement, ClearOfALentChildLeavesItInItsPlace) {
+  Page page;
+  TarnHandle item = childOf(page, 0);
+  EXPECT_EQ(TARN_OK, HTMLElement_clear(&item));
+  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]{- li{b}}", shown(page));
+}
+
+TEST(HTMLElement, DeleteSetsTheHandleToZeroAndWorksOnce) {
+  Page page;
+  Element bare;
+  for (TarnHandle *element : {static_cast<TarnHandle *>(page), static_cast<TarnHandle *>(bare)}) {
+    EXPECT_EQ(TARN_OK, HTMLElement_delete(element));
+    EXPECT_EQ(0U, *element);
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_delete(element));
+  }
+}
+
+TEST(HTMLElement, ClearAndDeleteOfNoElementAreWrongType) {
+  ElementList list{"a"};
+  Attribute attribute("id");
+  withEveryStranger([](TarnHandle *stranger) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clear(stranger));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_delete(stranger));
+  });
+  for (TarnHandle *other :
+       {static_cast<TarnHandle *>(list), static_cast<TarnHandle *>(attribute)}) {
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clear(other));
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_delete(other));
+  }
+  EXPECT_EQ("a", listShown(list));
+  EXPECT_EQ("id", text(attribute.value(), kName));
+}
+
+TEST(HTMLElement, ClearAndDeleteLeaveForeignNodesInTheListsAlive) {
+  for (auto *release : {HTMLElement_clear, HTMLElement_delete}) {
+    Page page;
+    Attribute attribute("mine");
+    Element element("mine");
+    TarnHandle item = childOf(page, 0);
+    addForeign(embeddedOf(page), attribute.value());
+    addForeign(embeddedOf(&item), attribute.value());
+    addForeign(attributesOf(page), element.value());
+    addForeign(attributesOf(&item), 0);
+    EXPECT_EQ(TARN_OK, release(page));
+    EXPECT_EQ("mine", text(attribute.value(), kName));
+    EXPECT_EQ("mine", shown(element));
+  }
+}
+
+// ---- Something else in the place of a list ------------------------------------------------------
+
+TEST(HTMLElement, NodeInPlaceOfTheListsIsWrongTypeUntilItIsReplaced) {
+  for (const uint32_t slot : {kAttributes + 0U, kEmbedded + 0U}) {
+    Element element("a");
+    CGIgs_setStruct(element, slot, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
+    TarnHandle copy = 0;
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(element, &copy));
+    EXPECT_EQ("a", shown(copy));
+    HTMLElement_delete(&copy);
+    Element holder("p");
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(holder, element));
+
+    if (slot == kAttributes) {
+      EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(element, Attribute("class")));
+      EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList{"id"}));
+      EXPECT_EQ("a[id=-]", shown(element));
+    } else {
+      EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, Element("b")));
+      EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, ElementList{"b"}));
+      EXPECT_EQ("a{b}", shown(element));
+    }
+  }
+}
+
+TEST(HTMLElement, ListParkedInPlaceOfTheAttributesIsWrongTypeUntilItIsReplaced) {
+  Element element("a", {"b"});
+  tarn_test::List parked{1, 2, 3};
+  ASSERT_EQ(TARN_OK, CGIgs_setList(element, 2, parked, TARN_ELEMENT_MAGIC));
+  parked.forget();
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(element, Attribute("id")));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(element, &copy));
+  EXPECT_EQ("a", shown(copy));
+  HTMLElement_delete(&copy);
+  EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList{"id"}));
+  EXPECT_EQ("a[id=-]{b}", shown(element));
+}
+
+TEST(HTMLElement, ClearAndDeleteTakeSomethingElseInPlaceOfTheLists) {
+  for (auto *release : {HTMLElement_clear, HTMLElement_delete}) {
+    Element element("a");
+    Element parked("b");
+    CGIgs_setStruct(element, kEmbedded, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
+    for (Element *one : {&element, &parked}) {
+      tarn_test::List list{1, 2, 3};
+      ASSERT_EQ(TARN_OK, CGIgs_setList(*one, 2, list, TARN_ELEMENT_MAGIC));
+      list.forget();
+      EXPECT_EQ(TARN_OK, release(*one));
+      EXPECT_TRUE(!one->value() || shown(*one) == "-");
+    }
+  }
+}
+
+// ---- Lists of elements --------------------------------------------------------------------------
+
+TEST(HTMLElementList, CopiesHaveTheSubtreesAndNoOtherSlot) {
+  Page page;
+  CGIgs_setString(page, 2, "left out", TARN_ELEMENT_MAGIC);
+  ElementList list;
+  list.add(page);
+  TarnHandle clone = 0;
+  ASSERT_EQ(TARN_OK, HTMLElementList_clone(list, &clone));
+  HTMLElement_delete(page);
+  for (TarnHandle *holder : {static_cast<TarnHandle *>(list), &clone}) {
+    EXPECT_EQ(kPage, listShown(holder));
+    EXPECT_EQ("-", text(HTMLElementList_getByIndex(holder, 0), 2));
+  }
+  TarnHandle inList = HTMLElementList_getByIndex(list, 0);
+  HTMLElement_addElement(&inList, Element("later"));
+  EXPECT_EQ(kPage, listShown(&clone));
+  HTMLElementList_delete(list);
+  EXPECT_EQ(kPage, listShown(&clone));
+  HTMLElementList_delete(&clone);
+}
+
+TEST(HTMLElementList, ElementThatCannotBeCopiedIsWrongTypeAndNotAdded) {
+  Attribute foreign("id");
+  Element broken("b", {"c"});
+  addForeign(embeddedOf(broken), foreign.value());
+  ElementList list{"a"};
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElementList_addElement(list, broken));
+  EXPECT_EQ("a", listShown(list));
+}
+
+TEST(HTMLElementList, CloneWithAForeignNodeInASubtreeIsWrongTypeAndLeavesTheDestinationAlone) {
+  Attribute foreign("id");
+  ElementList list{"a"};
+  list.add(Element("b", {"c"}));
+  TarnHandle second = HTMLElementList_getByIndex(list, 1);
+  addForeign(embeddedOf(&second), foreign.value());
+  TarnHandle destination = foreign.value();
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElementList_clone(list, &destination));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElementList_clone(list, nullptr));
+  EXPECT_EQ(foreign.value(), destination);
+  EXPECT_EQ(2, HTMLElementList_getCount(list));
+}
+
+TEST(HTMLElementList, ClearEndsTheListWhereAnAttributeListsClearKeepsIt) {
+  ElementList cleared{"a"};
+  EXPECT_EQ(TARN_OK, HTMLElementList_clear(cleared));
+  EXPECT_EQ(0U, cleared.value());
+  AttributeList kept{"id"};
+  EXPECT_EQ(TARN_OK, HTMLAttributeList_clear(kept));
+  EXPECT_NE(0U, kept.value());
+  EXPECT_EQ(0, HTMLAttributeList_getCount(kept));
+  EXPECT_EQ(TARN_OK, HTMLElementList_clear(kept));
+  EXPECT_EQ(0U, kept.value());
+}
+
+// ---- Trees --------------------------------------------------------------------------------------
+
+constexpr uint32_t kLevels = 100000;
+constexpr uint32_t kChildren = 100000;
+
+// Runs `script` on a mebibyte of stack, ten bytes for each level of the trees below.
+void onASmallStack(const std::function<void()> &script) {
+  tarn_test::asScript({}, "", [&] {
+    rlimit small{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_STACK, &small));
+    small.rlim_cur = 1 << 20;
+    ASSERT_EQ(0, setrlimit(RLIMIT_STACK, &small));
+    script();
+  });
+}
+
+// Every level has its number, every hundredth an attribute too.
+void growChain(TarnHandle *root) {
+  TarnHandle level = *root;
+  for (uint32_t depth = 1; depth <= kLevels; ++depth) {
+    Element child("div");
+    CGIgs_setInt(child, kNumber, depth, TARN_ELEMENT_MAGIC);
+    if (depth % 100 == 0) child.addAttribute("id", "x");
+    ASSERT_EQ(TARN_OK, HTMLElement_addElement(&level, child));
+    level = childOf(&level, 0);
+  }
+}
+
+// The end of the chain.
+TarnHandle expectChain(TarnHandle root) {
+  TarnHandle level = root;
+  for (uint32_t depth = 1; depth <= kLevels; ++depth) {
+    EXPECT_EQ(1U, childCount(&level));
+    level = childOf(&level, 0);
+    EXPECT_EQ("div", text(level, kName));
+    EXPECT_EQ(depth % 100 == 0 ? 1U : 0U, attributeCount(&level));
+    if (depth != CGIgs_getInt(&level, kNumber, TARN_ELEMENT_MAGIC)) {
+      ADD_FAILURE() << "at level " << depth;
+      return 0;
+    }
+  }
+  EXPECT_EQ(0U, childCount(&level));
+  return level;
+}
+
+TEST(HTMLElementTree, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
+  onASmallStack([] {
+    Element root("html");
+    growChain(root);
+    expectChain(root.value());
+    TarnHandle copy = 0;
+    EXPECT_EQ(TARN_OK, HTMLElement_clone(root, &copy));
+    EXPECT_EQ(TARN_OK, HTMLElement_delete(root));
+    expectChain(copy);
+    EXPECT_EQ(TARN_OK, HTMLElement_delete(&copy));
+  });
+}
+
+TEST(HTMLElementTree, AHundredThousandLevelsCanBeAddedSetAndCleared) {
+  onASmallStack([] {
+    Element root("html");
+    growChain(root);
+    Element holder("p");
+    EXPECT_EQ(TARN_OK, HTMLElement_addElement(holder, root));
+    expectChain(childOf(holder, 0));
+    TarnHandle own = embeddedOf(holder);
+    EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(holder, &own));
+    expectChain(childOf(holder, 0));
+    EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(holder, ElementList{"b"}));
+    EXPECT_EQ("p{b}", shown(holder));
+    EXPECT_EQ(TARN_OK, HTMLElement_clear(root));
+    EXPECT_EQ("-", shown(root));
+  });
+}
+
+TEST(HTMLElementTree, AHundredThousandLevelsCanBeListed) {
+  onASmallStack([] {
+    Element root("html");
+    growChain(root);
+    ElementList list;
+    list.add(root);
+    TarnHandle copy = 0;
+    EXPECT_EQ(TARN_OK, HTMLElementList_clone(list, &copy));
+    EXPECT_EQ(TARN_OK, HTMLElementList_clear(list));
+    expectChain(HTMLElementList_getByIndex(&copy, 0));
+    EXPECT_EQ(TARN_OK, HTMLElementList_delete(&copy));
+  });
+}
+
+TEST(HTMLElementTree, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
+  onASmallStack([] {
+    Attribute foreign("mine");
+    Element root("html");
+    growChain(root);
+    TarnHandle last = expectChain(root.value());
+    ASSERT_EQ(TARN_OK, HTMLElement_addElement(&last, Element("b")));
+    addForeign(embeddedOf(&last), foreign.value());
+    TarnHandle copy = 0;
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(root, &copy));
+    EXPECT_EQ("html", shown(copy));
+    HTMLElement_delete(&copy);
+    Element holder("p", {"a"});
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(holder, root));
+    EXPECT_EQ("p{a}", shown(holder));
+    TarnHandle chain = embeddedOf(root);
+    EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(holder, &chain));
+    EXPECT_EQ("p", shown(holder));
+    EXPECT_EQ(TARN_OK, HTMLElement_delete(root));
+    EXPECT_EQ("mine", text(foreign.value(), kName));
+  });
+}
+
+TEST(HTMLElementTree, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
+  Element root("ul");
+  Element item("li");
+  item.addAttribute("class", "x");
+  for (uint32_t i = 0; i < kChildren; ++i) {
+    CGIgs_setInt(item, kNumber, i, TARN_ELEMENT_MAGIC);
+    ASSERT_EQ(TARN_OK, HTMLElement_addElement(root, item));
+  }
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_OK, HTMLElement_clone(root, &copy));
+  EXPECT_EQ(TARN_OK, HTMLElement_clear(root));
+  ASSERT_EQ(kChildren, childCount(&copy));
+  for (uint32_t i = 0; i < kChildren; ++i) {
+    TarnHandle child = childOf(&copy, i);
+    ASSERT_EQ(i, CGIgs_getInt(&child, kNumber, TARN_ELEMENT_MAGIC));
+    ASSERT_EQ(1U, attributeCount(&child));
+  }
+  EXPECT_EQ(TARN_OK, HTMLElement_delete(&copy));
+}
+
+void growBush(TarnHandle *element, int levels) {
+  if (levels == 0) return;
+  for (uint32_t i = 0; i < 4; ++i) {
+    Element child(("e" + std::to_string(i)).c_str());
+    if (i % 2) child.addAttribute("level", std::to_string(levels).c_str());
+    ASSERT_EQ(TARN_OK, HTMLElement_addElement(element, child));
+    TarnHandle lent = childOf(element, i);
+    growBush(&lent, levels - 1);
+  }
+}
+
+TEST(HTMLElementTree, BushIsCopiedWithEveryBranchInItsPlace) {
+  Element root("root");
+  growBush(root, 6);
+  const std::string before = shown(root);
+  EXPECT_LT(20000U, before.size());
+  TarnHandle copy = 0;
+  EXPECT_EQ(TARN_OK, HTMLElement_clone(root, &copy));
+  HTMLElement_delete(root);
+  EXPECT_EQ(before, shown(copy));
+  HTMLElement_delete(&copy);
+}
+
+// ---- Without memory -----------------------------------------------------------------------------
+
+struct HTMLElementWithoutMemory : tarn_test::WithoutMemory {};
+
+TEST_F(HTMLElementWithoutMemory, CloneOfTheElementItselfAnswersOkAndLeavesTheDestinationZero) {
+  Page page;
+  TarnHandle copy = 0;
+  TarnStatus status = TARN_BAD_ARGUMENT;
+  tarn_test::withoutMemory([&] { status = HTMLElement_clone(page, &copy); });
+  EXPECT_EQ(TARN_OK, status);
+  EXPECT_EQ(0U, copy);
+}
+
+TEST_F(HTMLElementWithoutMemory, CloneThatRunsOutHalfwayLeavesAllButTheChildrenInTheDestination) {
+  Page page;
+  for (int i = 0; i < 1000; ++i) page.add(Element("li"));
+  TarnHandle copy = 0;
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = HTMLElement_clone(page, &copy); },
+                           tarn_test::kLittleMemory);
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", shown(copy));
+  HTMLElement_delete(&copy);
+}
+
+TEST_F(HTMLElementWithoutMemory, CloneOfATextTooLargeIsWithoutIt) {
+  Page page;
+  page.setName(std::string(tarn_test::kLittleMemory, 'x').c_str());
+  TarnHandle copy = 0;
+  TarnStatus status = TARN_OUT_OF_MEMORY;
+  tarn_test::withoutMemory([&] { status = HTMLElement_clone(page, &copy); },
+                           tarn_test::kLittleMemory);
+  EXPECT_EQ(TARN_OK, status);
+  EXPECT_EQ("-\"menu\"#-7[class=x hidden=-]{li[id=1]{a} li{b}}", shown(copy));
+  HTMLElement_delete(&copy);
+}
+
+TEST_F(HTMLElementWithoutMemory, FirstAttributeIsABadArgumentAndFirstChildAWrongType) {
+  Element element("a");
+  Attribute attribute("id");
+  Element child("b");
+  TarnStatus attributeAdded = TARN_OK;
+  TarnStatus childAdded = TARN_OK;
+  tarn_test::withoutMemory([&] {
+    attributeAdded = HTMLElement_addAttribute(element, attribute);
+    childAdded = HTMLElement_addElement(element, child);
+  });
+  EXPECT_EQ(TARN_BAD_ARGUMENT, attributeAdded);
+  EXPECT_EQ(TARN_WRONG_TYPE, childAdded);
+  EXPECT_EQ("a", shown(element));
+}
+
+TEST_F(HTMLElementWithoutMemory, LaterAttributeOrChildReportsItAndIsNotAdded) {
+  Page page;
+  Attribute attribute("id");
+  Element child("b");
+  TarnStatus attributeAdded = TARN_OK;
+  TarnStatus childAdded = TARN_OK;
+  tarn_test::withoutMemory([&] {
+    attributeAdded = HTMLElement_addAttribute(page, attribute);
+    childAdded = HTMLElement_addElement(page, child);
+  });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, attributeAdded);
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, childAdded);
+  EXPECT_EQ(kPage, shown(page));
+}
+
+TEST_F(HTMLElementWithoutMemory, SettingListsReportsItAndTheOldOnesAreLost) {
+  Page page;
+  AttributeList attributes{"id"};
+  ElementList embedded{"b"};
+  TarnStatus attributesSet = TARN_OK;
+  TarnStatus embeddedSet = TARN_OK;
+  tarn_test::withoutMemory([&] {
+    attributesSet = HTMLElement_setAttributes(page, attributes);
+    embeddedSet = HTMLElement_setEmbedded(page, embedded);
+  });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, attributesSet);
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, embeddedSet);
+  EXPECT_EQ("ul\"menu\"#-7", shown(page));
+}
+
+TEST_F(HTMLElementWithoutMemory, ReleasingTreesNeedsNone) {
+  Page deleted;
+  Page cleared;
+  ElementList list;
+  list.add(Page());
+  TarnStatus statuses[3] = {TARN_OUT_OF_MEMORY, TARN_OUT_OF_MEMORY, TARN_OUT_OF_MEMORY};
+  tarn_test::withoutMemory([&] {
+    statuses[0] = HTMLElement_delete(deleted);
+    statuses[1] = HTMLElement_clear(cleared);
+    statuses[2] = HTMLElementList_clear(list);
+  });
+  for (const TarnStatus status : statuses) EXPECT_EQ(TARN_OK, status);
+  EXPECT_EQ(0U, deleted.value());
+  EXPECT_EQ("-", shown(cleared));
+  EXPECT_EQ(0U, list.value());
+}
+
+}  // namespace
