@@ -738,10 +738,8 @@ TEST(ReadString, GivesNullForNull) { EXPECT_EQ(nullptr, readString(nullptr)); }
 
 TEST(ReadString, GivesNullForACountThatCannotBeAllocated) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer's allocator never returns null";
-  for (const long count : {LONG_MAX, LONG_MAX - 1}) {
-    Stream stream(std::to_string(count) + " abc");
-    EXPECT_EQ(nullptr, readString(stream));
-  }
+  Stream stream(std::to_string(LONG_MAX) + " abc");
+  EXPECT_EQ(nullptr, readString(stream));
 }
 
 // ---- Out of memory ------------------------------------------------------------------------------
