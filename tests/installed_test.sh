@@ -105,24 +105,28 @@ greets ./greet-pkg-config-static++
 
 # ---- By find_package() ---------------------------------------------------------------------------
 
-# One project in C, which has no C++ compiler, and one in C++, which has no compiler for C.
-for language in C CXX; do
-  project=find_package-$language
+# A project in C alone, and one that may mix C and C++, where CMake chooses how to link.
+for languages in C 'C;CXX'; do
+  project=find_package-${languages/;/-}
   mkdir "$project"
   cp greet.c greet.cpp "$source/tests/installed/CMakeLists.txt" "$project"
-  cmake -S "$project" -B "$project/build" -G Ninja -DLANGUAGE=$language \
-    -DCMAKE_C_COMPILER="$root/bin/cc" -DCMAKE_CXX_COMPILER="$root/bin/c++" --no-warn-unused-cli \
-    -DCMAKE_PREFIX_PATH="$root/moved" >log || { cat log; fail "$project cannot be configured"; }
+  cmake -S "$project" -B "$project/build" -G Ninja --no-warn-unused-cli \
+    -DLANGUAGES="$languages" -DCMAKE_PREFIX_PATH="$root/moved" \
+    -DCMAKE_C_COMPILER="$root/bin/cc" -DCMAKE_CXX_COMPILER="$root/bin/c++" >log ||
+    { cat log; fail "$project cannot be configured"; }
   cmake --build "$project/build" >log || { cat log; fail "$project cannot be built"; }
   grep -qxF "tarn_DIR:PATH=$library/cmake/tarn" "$project/build/CMakeCache.txt" ||
     fail "$project found another tarn"
 
-  greets "./$project/build/greet-shared"
-  greets "./$project/build/greet-static"
-  [[ " $(needs "$project/build/greet-shared") " == *' libtarn.so.1 '* ]] ||
-    fail "$project: tarn::tarn is not the shared library"
-  [[ $(needs "$project/build/greet-static") != *tarn* ]] ||
-    fail "$project: tarn::tarn_static is not the static library"
+  greets "./$project/build/c-shared"
+  greets "./$project/build/c-static"
+  asks_for "$project/build/c-shared" 'libtarn.so.1 libc.so.6'
+  asks_for "$project/build/c-static" libc.so.6
 done
-asks_for find_package-C/build/greet-shared 'libtarn.so.1 libc.so.6'
-asks_for find_package-C/build/greet-static libc.so.6
+
+greets "./$project/build/cpp-shared"
+greets "./$project/build/cpp-static"
+[[ " $(needs "$project/build/cpp-shared") " == *' libtarn.so.1 '* ]] ||
+  fail 'in C++, tarn::tarn is not the shared library'
+[[ $(needs "$project/build/cpp-static") != *tarn* ]] ||
+  fail 'in C++, tarn::tarn_static is not the static library'
