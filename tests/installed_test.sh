@@ -19,9 +19,11 @@ trap 'rm -rf "$root"' EXIT
 cd "$root"
 unset CPATH LIBRARY_PATH LD_LIBRARY_PATH
 
+# Some compilers leave out the libraries that a program was linked with in vain. A C++ runtime that
+# nobody needs has to show.
 mkdir bin
-printf '#!/bin/sh\nexec %s "$@"\n' "$cc" >bin/cc
-printf '#!/bin/sh\nexec %s "$@"\n' "$cxx" >bin/c++
+printf '#!/bin/sh\nexec %s -Wl,--no-as-needed "$@"\n' "$cc" >bin/cc
+printf '#!/bin/sh\nexec %s -Wl,--no-as-needed "$@"\n' "$cxx" >bin/c++
 chmod +x bin/*
 export PATH=$root/bin:$PATH
 
