@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Builds the Debian packages twice, in two folders and two environments, and sees the same bytes;
+# then installs them on a new Debian system in a folder of its own, where the README's script is
+# compiled and run, and an example too.
+#
+# Usage: tests/packages_test.sh    (not part of scripts/test: .ci/run calls it)
+set -euo pipefail
+cd -- "$(dirname -- "$0")/.."
+
+fail() {
+  printf 'packages_test.sh: %s\n' "$*" >&2
+  exit 1
+}
+
+root=$(mktemp -d)
+chmod 755 "$root"
+trap 'rm -rf "$root"' EXIT
+
+# ---- Twice the same ------------------------------------------------------------------------------
+
+export DEB_BUILD_OPTIONS=nocheck
+scripts/package "$root/packages"
+mkdir "$root/elsewhere"
+tar -c --exclude-vcs --exclude=./build . | tar -x -C "$root/elsewhere"
+(umask 077 && TZ=Asia/Kathmandu LC_ALL=C.UTF-8 DEB_BUILD_OPTIONS='nocheck parallel=1' \
+  "$root/elsewhere/scripts/package" "$root/again")
+cd "$root/packages"
+for file in *.deb *.dsc *.tar.*; do
+  cmp "$file" "$root/again/$file" || fail "two builds make different bytes of $file"
+done
+
+# ---- What is in them -----------------------------------------------------------------------------
+
+lintian --allow-root --display-info --fail-on error,warning,info ./*.changes
+
+mkdir contents
+for package in *.deb; do dpkg-deb -x "$package" contents; done
+library=$(echo contents/usr/lib/*/libtarn.so.1)
+readelf -d "$library" >dynamic
+for word in 'NEEDED.*libc\.so\.6' BIND_NOW; do
+  grep -q "$word" dynamic || fail "the library's dynamic section has no $word"
+done
+[ "$(grep -c NEEDED dynamic)" = 1 ] || fail 'the library needs more than the C library'
+readelf -lW "$library" | grep -q GNU_RELRO || fail 'the library is not read-only after relocation'
+nm -D --undefined-only "$library" >undefined
+for name in __stack_chk_fail '__[a-z]*_chk'; do
+  grep -q "$name@" undefined || fail "the library was not hardened: it does not call $name"
+done
+
+# ---- On a new system -----------------------------------------------------------------------------
+
+source=$OLDPWD
+awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >greet.c
+call=$(sed -n 's/^\$ \(.*\.\/greet\)$/\1/p' "$source/README.md")
+sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d' >shown
+[[ -s greet.c && $call && -s shown ]] || fail 'README.md has no greet.c, or no call of it'
+cat >on-the-new-system <<END
+#!/bin/sh -eu
+cd /tmp
+apt-get install -q -q -y --no-install-recommends -o Dpkg::Use-Pty=0 /packages/libtarn1_*.deb \
+  /packages/libtarn-dev_*.deb /packages/tarn-doc_*.deb >apt.log </dev/null
+cc /packages/greet.c \$(pkg-config --cflags --libs tarn) -o greet
+$call >/packages/printed
+cc /packages/greet.c \$(pkg-config --cflags tarn) -l:libtarn.a -o greet-archive
+${call/.\/greet/.\/greet-archive} >/packages/printed-archive
+cc /usr/share/doc/tarn-doc/examples/form-echo.c -ltarn -o form-echo
+printf 'a=1&b=x%%20y' | REQUEST_METHOD=POST CONTENT_LENGTH=11 \
+  CONTENT_TYPE=application/x-www-form-urlencoded ./form-echo >/packages/printed-form
+apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-dev tarn-doc >apt.log </dev/null
+find / -xdev -path /packages -prune -o -name '*tarn*' -print >/packages/left
+END
+chmod 755 on-the-new-system
+# shellcheck source=/dev/null
+codename=$(. /etc/os-release && printf '%s' "$VERSION_CODENAME")
+export DEBIAN_FRONTEND=noninteractive
+mmdebstrap --quiet --variant=apt --format=null --include=gcc,libc6-dev,pkg-config \
+  --skip=cleanup/apt/lists \
+  --customize-hook='mkdir "$1/packages" && cp ./*.deb greet.c on-the-new-system "$1/packages"' \
+  --customize-hook='chroot "$1" /packages/on-the-new-system' \
+  --customize-hook='cp "$1"/packages/printed* "$1/packages/left" .' "$codename" - ||
+  fail 'the packages do not work on a new system'
+for printed in printed printed-archive; do
+  tr -d '\r' <"$printed" | cmp - shown || fail "on a new system the README's script prints otherwise"
+done
+grep -q 'x y' printed-form || fail "$(printf 'the example printed:\n%s' "$(cat printed-form)")"
+[ ! -s left ] || fail "$(printf 'these files stay after a removal:\n%s' "$(cat left)")"
+printf 'The packages: twice the same, clean, and at work on a new %s.\n' "$codename"
