@@ -17,7 +17,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 import reference as model
-from reference import ReferenceError, one_line
+from reference import HeaderError, one_line
 
 # Where the functions of others that the texts name are described.
 SECTIONS = {'atof': 3, 'execve': 2, 'free': 3, 'posix_spawn': 3, 'printf': 3, 'strcasecmp': 3,
@@ -109,7 +109,7 @@ class Writer:
                 return f'Xr {content} 3'
             if content in SECTIONS:
                 return f'Xr {content} {SECTIONS[content]}'
-            raise ReferenceError(f'{page.name}: no page describes {content}()')
+            raise HeaderError(f'{page.name}: no page describes {content}()')
         if content in self.types or '*' in content:
             return f'Vt {content}'
         functions = page.family.functions() if page.family else []
@@ -233,7 +233,8 @@ class Writer:
         lines = []
         for text, names in alike.items():
             lines += ['.Pp'] + [f'.Fn {name} ,' for name in names[:-1]] + [f'.Fn {names[-1]}']
-            lines += ['.Bd -filled -offset indent -compact', *self.flow(page, sentence(text)), '.Ed']
+            lines += ['.Bd -filled -offset indent -compact',
+                      *self.flow(page, sentence(text)), '.Ed']
         return lines[1:]
 
     # -- Pages
@@ -287,6 +288,9 @@ class Writer:
         for other in self.pages:
             if other.family:
                 lines += [f'.It Xr {other.name} 3', sentence(other.summary)]
+        lines += ['.El', '.Ss Types', '.Bl -tag -width TarnHandle -compact']
+        for type in self.reference.types:
+            lines += [f'.It Vt {type.name}', *self.blocks(page, type.comment.blocks)]
         lines += ['.El', '.Ss Conventions',
                   *self.blocks(page, self.reference.overview.blocks[1:]),
                   '.Ss Type tags', *self.blocks(page, tags.comment.blocks), '.Pp',
@@ -324,9 +328,9 @@ def read_pages(path: Path, families: list[model.Family]) -> list[Page]:
                   entry['example'], by_title.get(entry.get('family')))
              for entry in entries]
     for title in sorted(by_title.keys() - {entry.get('family') for entry in entries}):
-        raise ReferenceError(f'there is no page for {title}')
+        raise HeaderError(f'there is no page for {title}')
     for title in sorted({entry.get('family', '') for entry in entries} - by_title.keys() - {''}):
-        raise ReferenceError(f'there is no family {title}, and a page for it')
+        raise HeaderError(f'there is no family {title}, and a page for it')
     return pages
 
 
@@ -343,7 +347,7 @@ def main() -> None:
         pages = read_pages(options.pages, reference.families)
         tree = Writer(reference, pages, options.pages.parent / 'examples', options.release,
                       options.date).tree()
-    except ReferenceError as error:
+    except HeaderError as error:
         sys.exit(f'{options.header}: {error}')
     section = options.folder / 'man3'
     section.mkdir(parents=True, exist_ok=True)

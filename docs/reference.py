@@ -10,7 +10,7 @@ import textwrap
 from dataclasses import dataclass, field
 
 
-class ReferenceError(Exception):
+class HeaderError(Exception):
     """The header is not documented as it should be."""
 
 
@@ -149,7 +149,7 @@ PIECE = re.compile(r'''
 
 
 def pieces(text: str):
-    """Yields the kind and the content of each piece of a text; the kind of plain words is 'plain'."""
+    """Yields the kind and the content of each piece of a text; words between are 'plain'."""
     end = 0
     for match in PIECE.finditer(text):
         if match.start() > end:
@@ -227,7 +227,7 @@ def parse_comment(text: str) -> Comment:
 def parse_parameter(text: str) -> Parameter:
     match = re.fullmatch(r'(.*?[\s*])(\w+)', text)
     if not match:
-        raise ReferenceError(f'an argument without a name: {text}')
+        raise HeaderError(f'an argument without a name: {text}')
     return Parameter(match[1].strip(), match[2])
 
 
@@ -248,16 +248,16 @@ def check(family: Family, function: Function) -> None:
     comment = function.comment
     names = {parameter.name for parameter in function.parameters}
     if not comment.blocks:
-        raise ReferenceError('not documented')
+        raise HeaderError('not documented')
     for name in sorted(comment.explained() - names):
-        raise ReferenceError(f'has no argument {name}, and @param explains it')
+        raise HeaderError(f'has no argument {name}, and @param explains it')
     for argument in comment.arguments:
         if not argument.text:
-            raise ReferenceError(f'@param says nothing of {argument.names[0]}')
+            raise HeaderError(f'@param says nothing of {argument.names[0]}')
     for name in sorted(names - comment.explained() - family.comment.explained()):
-        raise ReferenceError(f'no @param explains {name}, here or for the family')
+        raise HeaderError(f'no @param explains {name}, here or for the family')
     if bool(comment.result) == (function.type == 'void'):
-        raise ReferenceError('@return is for functions that return something, for each of them')
+        raise HeaderError('@return is for functions that return something, for each of them')
 
 
 # ---- The header --------------------------------------------------------------------------------
@@ -276,14 +276,14 @@ def items(text: str):
     for match in [*ITEM.finditer(text), None]:
         skipped = text[end:match.start() if match else len(text)].strip()
         if skipped:
-            raise ReferenceError(f'not understood: {skipped}')
+            raise HeaderError(f'not understood: {skipped}')
         if match:
             end = match.end()
             yield match
 
 
 def parse(text: str) -> Reference:
-    """Reads a header; raises ReferenceError with the name of the function that it stumbles on."""
+    """Reads a header; raises HeaderError with the name of the function that it stumbles on."""
     reference = None
     comment = None  # that documents what follows
     for item in items(text):
@@ -307,7 +307,7 @@ def parse(text: str) -> Reference:
                 Constant(item['name'], item['value'], item['text'] or ''))
         elif item['declaration'] and item[0].startswith('typedef'):
             if comment is None:
-                raise ReferenceError(f'line {line}: {item[0]} not documented')
+                raise HeaderError(f'line {line}: {item[0]} not documented')
             declaration = one_line(item[0]).removesuffix(';')
             reference.types.append(Type(declaration.split()[-1], declaration, comment))
         elif item['declaration']:
@@ -317,9 +317,9 @@ def parse(text: str) -> Reference:
                 if isinstance(member, Function):
                     check(family, member)
                 elif not member.comment.blocks:
-                    raise ReferenceError('not documented')
-            except ReferenceError as error:
-                raise ReferenceError(f'line {line}: {member.name}(): {error}') from None
+                    raise HeaderError('not documented')
+            except HeaderError as error:
+                raise HeaderError(f'line {line}: {member.name}(): {error}') from None
             family.members.append(member)
         else:
             continue
@@ -328,5 +328,5 @@ def parse(text: str) -> Reference:
         used = {parameter.name for function in family.functions()
                 for parameter in function.parameters}
         for name in sorted(family.comment.explained() - used):
-            raise ReferenceError(f'{family.title}: no function has an argument {name}')
+            raise HeaderError(f'{family.title}: no function has an argument {name}')
     return reference

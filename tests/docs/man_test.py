@@ -46,6 +46,10 @@ def squeezed(code):
     return re.sub(r'\s*([*(),;])\s*', r'\1', ' '.join(code.split()))
 
 
+def words(text):
+    return ' '.join(re.findall(r'\w+', text.lower()))
+
+
 SHOWN = {name: rendered(name) for name in PAGES}
 
 
@@ -88,6 +92,19 @@ class Pages(unittest.TestCase):
             if not re.search(rf'\bvoid\s+{name}\(', page) and f' {name}(' in page:
                 self.assertRegex(part(page, 'RETURN VALUES'), rf'\b{name}\(\)')
 
+    def test_lose_no_word_of_the_header(self):
+        shown = [f' {words(re.sub(r"(?<=[a-z])[(][23][)]", "", page))} ' for page in SHOWN.values()]
+        comments = re.findall(r'^/\*.*?\*/', HEADER, re.MULTILINE | re.DOTALL)
+        comments[0] = comments[0].partition('\n')[2]  # the title
+        told = [part for comment in comments
+                for part in re.split(r'@param|@return|\n \*\n|-{4}.*', comment)]
+        told += re.findall(r'^#define (TARN_\w+ +\d.*)', HEADER, re.MULTILINE)
+        told = [words(re.sub(r'@\w+|\b(\d+)u\b', r'\1', part)) for part in told]
+        told = [part for part in told if part]
+        self.assertGreater(len(told), 600)
+        for part in told:
+            self.assertTrue(any(f' {part} ' in page for page in shown), part)
+
     def test_are_found_by_man_under_every_name(self):
         names = sorted(FILES)
         found = run(os.environ['MAN'], '-M', SECTION.parent, '-w', *names,
@@ -105,8 +122,8 @@ class Pages(unittest.TestCase):
         # What is said of other manuals depends on the manuals that are installed here.
         for name in PAGES:
             lint = run(os.environ['MANDOC'], '-Tlint', '-Wstyle', SECTION / f'{name}.3').stdout
-            remarks = [line for line in lint.splitlines() if 'referenced manual not found' not in line]
-            self.assertEqual(remarks, [])
+            self.assertEqual([line for line in lint.splitlines()
+                              if 'referenced manual not found' not in line], [])
 
     def test_refer_to_pages_and_functions_that_exist(self):
         library = ctypes.CDLL(None)
