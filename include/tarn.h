@@ -1,6 +1,6 @@
 /* Tarn: the input side of a CGI script, in C.
  *
- * Conventions that hold for every function below:
+ * Conventions that hold for every function:
  *
  *  1. Handles. An object is reached through a variable of type TarnHandle that you own. Set it to
  *     0 before you create an object in it; pass its address to every operation; the matching
@@ -19,8 +19,8 @@
  *  5. Texts. Texts are bytes that end at the first zero byte, in whatever encoding the browser
  *     sent; lengths count bytes. Text that a function makes for you is named as such in its
  *     description and goes to free().
- *  6. Comparisons of names and values ignore the case of letters, as strcasecmp() does; exceptions
- *     say so.
+ *  6. Case. Comparisons of names and values ignore the case of letters, as strcasecmp() does;
+ *     exceptions say so.
  *  7. Memory. When it runs out, a function that makes an object may answer TARN_OK and leave or set
  *     the handle to 0 (test the handle), and others may say TARN_WRONG_TYPE: of the inner object
  *     that could not be made. What was there before is kept unless the function says otherwise.
@@ -32,7 +32,7 @@
  *     lists with the same elements (see CGIgs_clone()) both deleted by their type. Everything else
  *     can be passed in any order.
  *
- * The file reads as C99 and as C++11.
+ * This header reads as C99 and as C++11.
  */
 #ifndef TARN_H
 #define TARN_H
@@ -59,6 +59,7 @@ typedef uintptr_t TarnHandle;
 /** The outcome of an operation: one of the codes below. */
 typedef uint32_t TarnStatus;
 
+/* The statuses mean the same for every function. */
 #define TARN_OK 0u              /* done */
 #define TARN_BAD_ARGUMENT 1u    /* a null argument, an index out of range, a handle in use */
 #define TARN_WRONG_TYPE 2u      /* the handle holds nothing, or an object of another type */
@@ -66,8 +67,8 @@ typedef uint32_t TarnStatus;
 #define TARN_NOT_IMPLEMENTED 5u /* Tarn_clear() alone */
 #define TARN_NO_ENVIRONMENT 6u  /* Tarn_parseFormInput() alone: nothing to parse under */
 
-/* The type tags, for CGIgs_new(), CGIgs_delete() and the other node operations. Twice,
- * two list types share a tag and pass each other's type test. */
+/* The type tags, for CGIgs_new(), CGIgs_delete() and the other node operations. Twice, two list
+ * types share a tag and pass each other's type test. */
 #define TARN_GENERIC_LIST_MAGIC 9565u
 #define TARN_STRING_MAGIC 37181u
 #define TARN_BYTE_BUFFER_MAGIC 22878u
@@ -99,9 +100,12 @@ typedef uint32_t TarnStatus;
  *   double      0         a real number in single precision
  *   fixed       (none)    one pointer-sized value that the node never looks at
  *
- * The last argument is the tag that the node must carry; 0 accepts any node. A generic list and a
- * string are records and no nodes: CGIgs_IsA() and CGIgs_getMagic() read their tags, every other
- * operation here treats them as the wrong type, whatever tag is given.
+ * A generic list and a string are records and no nodes: CGIgs_IsA() and CGIgs_getMagic() read their
+ * tags, every other operation here treats them as the wrong type, whatever tag is given.
+ *
+ * @param handle  the node
+ * @param magic   the tag that the node must carry; 0 accepts any node
+ * @param value   what to store
  */
 
 /** An empty text, returned by some functions that have no text to give; never free it. */
@@ -191,6 +195,7 @@ TARN_API TarnStatus CGIgs_setStruct(TarnHandle *handle, uint32_t index, TarnHand
  *  When memory runs out the slot is empty and the status is still TARN_OK.
  *
  *  @param index  0 to 7
+ *  @param text   copied
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 7
  */
 TARN_API TarnStatus CGIgs_setString(TarnHandle *handle, uint32_t index, const char *text,
@@ -202,6 +207,7 @@ TARN_API TarnStatus CGIgs_setString(TarnHandle *handle, uint32_t index, const ch
  *  a block of `size` bytes allocated to the end of the process.
  *
  *  @param index  0 to 7
+ *  @param data   copied
  *  @param size   in bytes
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 7; TARN_OUT_OF_MEMORY,
  *          with the slot empty
@@ -287,8 +293,12 @@ TARN_API double CGIgs_getDouble(TarnHandle *handle, uint32_t index, uint32_t mag
 
 /* ---- Generic list: TARNGenericList ------------------------------------------------------------
  *
- * A growable array of pointer-sized words. The list never follows, copies or frees what a word
+ * A list is a growable array of pointer-sized words. It never follows, copies or frees what a word
  * points at. Its capacity passes through 0, 10, 20, 30 ...
+ *
+ * @param handle  the list
+ * @param index   counted from 0
+ * @param value   the word
  */
 
 /** Creates an empty list.
@@ -332,6 +342,7 @@ TARN_API TarnStatus ATRNGenericList_init(TarnHandle *handle, const void *source,
 /** Copies a list; both then hold the same words. Without memory for the array alone, the elements
  *  of the copy read as 0.
  *
+ *  @param source       the list to copy
  *  @param destination  where to put the copy; must hold 0
  *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or
  *          in use; TARN_OUT_OF_MEMORY
@@ -373,6 +384,7 @@ TARN_API uintptr_t TARNGenericList_getByIndex(TarnHandle *handle, uint32_t index
 
 /** Raises the capacity, ten by ten, until it is at least `n`.
  *
+ *  @param n  in elements
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus TARNGenericList_reserve(TarnHandle *handle, uint32_t n);
@@ -386,10 +398,14 @@ TARN_API TarnStatus TARNGenericList_setByIndex(TarnHandle *handle, uint32_t inde
 
 /* ---- Dynamic string: TARNString ----------------------------------------------------------------
  *
- * A text that grows. It is a record of its own and not a node: its tag, its capacity in bytes as a
- * signed number, its buffer. The length is never stored; the text ends at its first zero byte. When
- * a growth fails for lack of memory the buffer may be gone: the string then reads as an empty text,
- * and the next write makes a new buffer.
+ * A string is a text that grows. It is a record of its own and not a node: its tag, its capacity in
+ * bytes as a signed number, its buffer. The length is never stored; the text ends at its first zero
+ * byte. When a growth fails for lack of memory the buffer may be gone: the string then reads as an
+ * empty text, and the next write makes a new buffer.
+ *
+ * @param handle  the string
+ * @param source  the other string
+ * @param stream  where to write
  */
 
 /** Creates an empty string with a capacity of 16.
@@ -414,6 +430,7 @@ TARN_API uint32_t TARNString_IsA(TarnHandle *handle);
 
 /** Copies a string with the whole of its buffer.
  *
+ *  @param source  the string to copy
  *  @param target  where to put the copy; must hold 0
  *  @return TARN_OK, also when there was no memory for the buffer; TARN_WRONG_TYPE for `source`;
  *          TARN_BAD_ARGUMENT when `target` is null or in use; TARN_OUT_OF_MEMORY
@@ -436,7 +453,7 @@ TARN_API TarnStatus TARNString_set(TarnHandle *handle, const char *text);
  */
 TARN_API TarnStatus TARNString_set_string(TarnHandle *handle, TarnHandle *source);
 
-/** @return the length of the text in bytes; 0 when `handle` is no string */
+/** Tells the length of the text. @return the length in bytes; 0 when `handle` is no string */
 TARN_API uint32_t TARNString_length(TarnHandle *handle);
 
 /** Empties the text and sets the capacity to 0, so that the next text that is not empty makes a new
@@ -538,12 +555,14 @@ TARN_API TarnStatus TARNString_substr(TarnHandle *handle, int32_t start, uint32_
 
 /** Orders a string's text against a text, byte by byte.
  *
+ *  @param text  the text to compare with
  *  @return as strcmp(); -1 when `handle` is no string; 1 when `text` is null
  */
 TARN_API int32_t TARNString_compare(TarnHandle *handle, const char *text);
 
 /** Orders the texts of two strings, byte by byte.
  *
+ *  @param other  the string to compare with
  *  @return as strcmp(); -1 when either is no string
  */
 TARN_API int32_t TARNString_compare_string(TarnHandle *handle, TarnHandle *other);
@@ -566,12 +585,15 @@ TARN_API TarnStatus TARNString_fprintline(TarnHandle *handle, FILE *stream);
 
 /** Makes the capacity at least the length of the text and `requested` bytes, growing to just that.
  *
+ *  @param requested  in bytes
  *  @return TARN_OK, also when there was no memory, or 2 GiB are passed, and the string is as it
  *          was; TARN_WRONG_TYPE
  */
 TARN_API TarnStatus TARNString_reserve(TarnHandle *handle, uint32_t requested);
 
 /* ---- Formatted allocation and text utilities ---------------------------------------------------
+ *
+ * @param stream  where to read or write; may be null
  */
 
 /** Formats into a new block.
@@ -579,6 +601,7 @@ TARN_API TarnStatus TARNString_reserve(TarnHandle *handle, uint32_t requested);
  *  @param out     receives the text, to be freed with free(); null when memory runs out or `format`
  *                 cannot be formatted. May itself be null: the text is then dropped.
  *  @param format  as for vprintf()
+ *  @param args    as for vprintf()
  *  @return the length of the text in bytes; 0 when there is none
  */
 TARN_API int tarn_vasprintf(char **out, const char *format, va_list args) TARN_PRINTF(2, 0);
@@ -607,6 +630,7 @@ TARN_API char *safeGetenv(const char *name);
 
 /** Orders two texts, ignoring the case of letters.
  *
+ *  @param a,b  either may be null
  *  @return 0 when equal or both null; negative or positive as for strcasecmp(); -1 when only `a` is
  *          null, 1 when only `b` is
  */
@@ -614,6 +638,8 @@ TARN_API int stringsAreEqual(const char *a, const char *b);
 
 /** Orders at most `n` bytes of two texts, ignoring the case of letters.
  *
+ *  @param a,b  either may be null
+ *  @param n    in bytes
  *  @return as stringsAreEqual()
  */
 TARN_API int nStringsAreEqual(const char *a, const char *b, uint32_t n);
@@ -632,6 +658,9 @@ TARN_API char *unescapeString(const char *text);
  *
  *  No character is refused: from "A" upward a character counts as a letter (bit 0x20 cleared, minus
  *  55), any other as a digit (minus 48); the sum is cut to eight bits.
+ *
+ *  @param high,low  the digits
+ *  @return the byte
  */
 TARN_API unsigned char hexToChar(char high, char low);
 
@@ -640,6 +669,7 @@ TARN_API unsigned char hexToChar(char high, char low);
  *  This is no sanitiser: quotes, "&", "$", backquotes and newlines reach the shell. Never pass it
  *  text that a visitor sent; use posix_spawn() or execve() with an argument list.
  *
+ *  @param command  what the shell is to run; may be null
  *  @return what system() returns, for a null command when memory runs out; -1 when `command` is
  *          null
  */
@@ -647,7 +677,9 @@ TARN_API int saferSystem(const char *command);
 
 /** Finds the first occurrence of some bytes in others.
  *
+ *  @param haystack                     where to search
  *  @param haystackLength,needleLength  in bytes; an empty needle is found at the start
+ *  @param needle                       what to find
  *  @return its address inside `haystack`; null when there is none or either pointer is null
  */
 TARN_API void *memfind(const void *haystack, uint32_t haystackLength, const void *needle,
@@ -660,7 +692,9 @@ TARN_API void *memfind(const void *haystack, uint32_t haystackLength, const void
  *  `open`: when `open` is not at the start, that reaches past the data by what stands before
  *  `open`. `data` must be readable that far.
  *
- *  @param length  of `data`, in bytes
+ *  @param data        the bytes to cut from
+ *  @param length      of `data`, in bytes
+ *  @param open,close  the texts on either side
  *  @return a new byte buffer, yours to delete with CGIgs_delete() and TARN_BYTE_BUFFER_MAGIC; it is
  *          empty when an argument is null, `open` is absent, nothing stands between or memory runs
  *          out for the bytes; 0 when it runs out for the buffer
@@ -668,7 +702,12 @@ TARN_API void *memfind(const void *haystack, uint32_t haystackLength, const void
 TARN_API TarnHandle extractBetween(const void *data, uint32_t length, const char *open,
                                    const char *close);
 
-/** extractBetween() with one delimiter on both sides. */
+/** extractBetween() with one delimiter on both sides.
+ *
+ *  @param data,length  as for extractBetween()
+ *  @param delimiter    the text on either side
+ *  @return as extractBetween()
+ */
 TARN_API TarnHandle extractBetween1(const void *data, uint32_t length, const char *delimiter);
 
 /** Copies a text without the spaces, tabs, line feeds and carriage returns around it.
@@ -689,9 +728,12 @@ TARN_API char *readString(FILE *stream);
 /** Writes a space, the text and a space; nothing when either argument is null.
  *
  *  @code
- *  writeLong(stream, (long)strlen(text) + 1);   // so that readString() gives it back whole
+ *  // and one, for readString() to give it back whole
+ *  writeLong(stream, (long)strlen(text) + 1);
  *  writeString(stream, text);
  *  @endcode
+ *
+ *  @param text  may be null
  */
 TARN_API void writeString(FILE *stream, const char *text);
 
@@ -701,18 +743,23 @@ TARN_API void writeString(FILE *stream, const char *text);
  */
 TARN_API long readLong(FILE *stream);
 
-/** Writes a space, the number and a space; nothing when `stream` is null. */
+/** Writes a space, the number and a space; nothing when `stream` is null.
+ *
+ *  @param value  the number
+ */
 TARN_API void writeLong(FILE *stream, long value);
 
 /* ---- Byte buffer: CGIfb ------------------------------------------------------------------------
  *
- * A node (TARN_BYTE_BUFFER_MAGIC) that holds a run of bytes: their address in `fixed`, their count
- * in int 0. A zero byte follows them. The bytes outlive the node, and copies of the node share
- * them: they stay to the end of the process.
+ * A byte buffer is a node (TARN_BYTE_BUFFER_MAGIC) that holds a run of bytes: their address in
+ * `fixed`, their count in int 0. A zero byte follows them. The bytes outlive the node, and copies
+ * of the node share them: they stay to the end of the process.
  */
 
 /** Fills a byte buffer with a copy of some bytes.
  *
+ *  @param buffer  the byte buffer
+ *  @param data    copied
  *  @param length  in bytes
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT, contents kept, when `data` is null or
  *          `length` is 0; TARN_OUT_OF_MEMORY, contents gone
@@ -721,7 +768,7 @@ TARN_API TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t
 
 /* ---- CGI environment: CgiEnv -------------------------------------------------------------------
  *
- * A node (TARN_ENVIRONMENT_MAGIC) with what was captured when it was made:
+ * An environment is a node (TARN_ENVIRONMENT_MAGIC) with what was captured when it was made:
  *
  *   int 0      CONTENT_LENGTH, as a signed number; 0 when unset
  *   int 1      1 when HTTPS is "on", in lower case, else 0
@@ -733,6 +780,9 @@ TARN_API TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t
  * trailing ";" included, makes a cookie whose name and value are null.
  *
  * The getters look at the process environment when they are called and never at the handle.
+ *
+ * @param handle  the environment
+ * @param stream  ignored
  */
 
 /** Captures the environment; for a POST with a body, reads CONTENT_LENGTH bytes of standard input.
@@ -762,6 +812,7 @@ TARN_API TarnStatus CgiEnv_clear(TarnHandle *handle);
 
 /** Replaces the body by a copy of some bytes.
  *
+ *  @param data    copied
  *  @param length  in bytes
  *  @return TARN_OK; TARN_WRONG_TYPE, also without memory for a buffer; TARN_BAD_ARGUMENT when
  *          `data` is null or `length` is 0; TARN_OUT_OF_MEMORY. The old body stays unless all went
@@ -835,6 +886,10 @@ TARN_API const char *CgiEnv_getRedirectStatus(TarnHandle *handle);
  *
  * A list (TARN_FORM_ENTRY_LIST_MAGIC) owns copies of entries, in order. A value that holds a zero
  * byte is whole in your own entry; a list's copy ends at that byte, while its length stays.
+ *
+ * @param entry  the entry
+ * @param list   the list
+ * @param index  counted from 0, in order of appending
  */
 
 /** Sets an entry's name and value.
@@ -858,6 +913,7 @@ TARN_API TarnStatus FormEntry_setValue(TarnHandle *entry, const void *data, uint
 
 /** Orders two entries by name, then by value.
  *
+ *  @param a,b  the entries
  *  @return negative, 0 or positive; 0 when either is no entry; -1 when the names are to be compared
  *          and `b` has none, likewise for the values
  */
@@ -865,12 +921,14 @@ TARN_API int32_t FormEntry_compare(TarnHandle *a, TarnHandle *b);
 
 /** Orders an entry's name against a text.
  *
+ *  @param name  the text to compare with
  *  @return as stringsAreEqual(); -1 when `entry` is no entry or `name` is null
  */
 TARN_API int32_t FormEntry_compareName(TarnHandle *entry, const char *name);
 
 /** Orders an entry's value, read as text, against a text.
  *
+ *  @param value  the text to compare with
  *  @return as stringsAreEqual(); -1 when `entry` is no entry or `value` is null
  */
 TARN_API int32_t FormEntry_compareValue(TarnHandle *entry, const char *value);
@@ -896,7 +954,7 @@ TARN_API int32_t FormEntry_getIntegerValue(TarnHandle *entry);
  */
 TARN_API double FormEntry_getDoubleValue(TarnHandle *entry);
 
-/** @return the constant text "Not yet implemented" */
+/** Not implemented. @return the constant text "Not yet implemented" */
 TARN_API const char *FormEntry_toString(TarnHandle *entry);
 
 /** Appends a copy of an entry to a list.
@@ -910,16 +968,18 @@ TARN_API const char *FormEntry_toString(TarnHandle *entry);
  */
 TARN_API TarnStatus FormEntryList_addEntry(TarnHandle *list, TarnHandle *entry);
 
-/** @return the number of entries; 0 when `list` is no list */
+/** Counts the entries. @return the count; 0 when `list` is no list */
 TARN_API int32_t FormEntryList_getCount(TarnHandle *list);
 
-/** Lends the entry at an index, counted from 0 in order of appending.
+/** Lends the entry at an index.
  *
  *  @return the entry; 0 when `index` is not below the count or `list` is no list
  */
 TARN_API TarnHandle FormEntryList_getByIndex(TarnHandle *list, uint32_t index);
 
 /** Makes room for `capacity` entries in a list that has had an entry; a fresh list stays as it is.
+ *
+ *  @param capacity  in entries
  */
 TARN_API void FormEntryList_reserve(TarnHandle *list, uint32_t capacity);
 
@@ -937,13 +997,14 @@ TARN_API TarnStatus FormEntryList_delete(TarnHandle *list);
 
 /** Copies a list with its entries.
  *
+ *  @param source       the list to copy
  *  @param destination  receives the copy; what it held is overwritten, not deleted
  *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or holds something that is no entry;
  *          TARN_OUT_OF_MEMORY; on failure `destination` is left alone
  */
 TARN_API TarnStatus FormEntryList_clone(TarnHandle *source, TarnHandle *destination);
 
-/** @return the constant text "Not yet implemented." */
+/** Not implemented. @return the constant text "Not yet implemented." */
 TARN_API const char *FormEntryList_toHTML(TarnHandle *list);
 
 /* ---- Uploaded files: FormFile, FormFileList ----------------------------------------------------
@@ -953,11 +1014,16 @@ TARN_API const char *FormEntryList_toHTML(TarnHandle *list);
  * The file name is what a stranger sent: it may hold "../", quotes and control bytes.
  *
  * A list (TARN_FORM_FILE_LIST_MAGIC) owns copies of files, in order; copies share the bytes.
+ *
+ * @param file   the file
+ * @param list   the list
+ * @param index  counted from 0, in order of appending
  */
 
 /** Fills a file.
  *
- *  @param length  of `data`, in bytes; 0 gives a file without bytes
+ *  @param name,fileName,contentType,data  copied
+ *  @param length                          of `data`, in bytes; 0 gives a file without bytes
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT, file unchanged, when an argument is null
  */
 TARN_API TarnStatus FormFile_init(TarnHandle *file, const char *name, const char *fileName,
@@ -965,24 +1031,27 @@ TARN_API TarnStatus FormFile_init(TarnHandle *file, const char *name, const char
 
 /** Tells whether field name, file name and content type of two files are equal.
  *
+ *  @param a,b  the files
  *  @return 0 when they are; 1 when not, or when either is no file. The bytes are not compared.
  */
 TARN_API uint32_t FormFile_compare(TarnHandle *a, TarnHandle *b);
 
 /** Orders a file's field name against a text.
  *
+ *  @param name  the text to compare with
  *  @return as stringsAreEqual(); 1 when `file` is no file or `name` is null
  */
 TARN_API int32_t FormFile_compareName(TarnHandle *file, const char *name);
 
 /** Writes a file's bytes to a stream; does not flush it.
  *
+ *  @param stream  where to write
  *  @return 0 when there are no bytes or `file` is no file; else 1 when a byte was refused (the rest
  *          is still tried) or `stream` is null; else 0
  */
 TARN_API uint32_t FormFile_writeToStream(TarnHandle *file, FILE *stream);
 
-/** @return the number of bytes in a file; 0 when `file` is no file */
+/** Counts a file's bytes. @return the count; 0 when `file` is no file */
 TARN_API uint32_t FormFile_getDataLength(TarnHandle *file);
 
 /** Appends a copy of a file to a list.
@@ -992,16 +1061,19 @@ TARN_API uint32_t FormFile_getDataLength(TarnHandle *file);
  */
 TARN_API TarnStatus FormFileList_addEntry(TarnHandle *list, TarnHandle *file);
 
-/** @return the number of files; 0 when `list` is no list */
+/** Counts the files. @return the count; 0 when `list` is no list */
 TARN_API int32_t FormFileList_getCount(TarnHandle *list);
 
-/** Lends the file at an index, counted from 0 in order of appending.
+/** Lends the file at an index.
  *
  *  @return the file; 0 when `index` is not below the count or `list` is no list
  */
 TARN_API TarnHandle FormFileList_getByIndex(TarnHandle *list, uint32_t index);
 
-/** Makes room for `capacity` files in a list that has had a file; a fresh list stays as it is. */
+/** Makes room for `capacity` files in a list that has had a file; a fresh list stays as it is.
+ *
+ *  @param capacity  in files
+ */
 TARN_API void FormFileList_reserve(TarnHandle *list, uint32_t capacity);
 
 /** Deletes every file and the list itself, and sets the handle to 0.
@@ -1020,19 +1092,24 @@ TARN_API TarnStatus FormFileList_delete(TarnHandle *list);
 
 /** Copies a list with its files; the copies share the bytes.
  *
+ *  @param source       the list to copy
  *  @param destination  receives the copy; what it held is overwritten, not deleted
  *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or holds something that is no file;
  *          TARN_OUT_OF_MEMORY; on failure `destination` is left alone
  */
 TARN_API TarnStatus FormFileList_clone(TarnHandle *source, TarnHandle *destination);
 
-/** @return the constant text "Not yet implemented." */
+/** Not implemented. @return the constant text "Not yet implemented." */
 TARN_API const char *FormFileList_toHTML(TarnHandle *list);
 
 /* ---- Request: Tarn -----------------------------------------------------------------------------
  *
- * A node (TARN_REQUEST_MAGIC): the environment in struct 0, the entry list in struct 1, the file
- * list in struct 2. Lookups take the first match.
+ * A request is a node (TARN_REQUEST_MAGIC): the environment in struct 0, the entry list in struct
+ * 1, the file list in struct 2. Lookups take the first match.
+ *
+ * @param handle  the request
+ * @param name    the field's name
+ * @param stream  ignored
  */
 
 /** Takes in the request: environment, cookies, body, and the form, parsed.
@@ -1065,13 +1142,13 @@ TARN_API TarnStatus Tarn_delete(TarnHandle *handle);
 /** Does nothing. @return TARN_NOT_IMPLEMENTED */
 TARN_API TarnStatus Tarn_clear(TarnHandle *handle);
 
-/** @return the date of this release, "Jul 17 2007" */
+/** Tells the date of this release. @return the text "Jul 17 2007" */
 TARN_API const char *Tarn_getCompileDate(TarnHandle *handle);
-/** @return the time of this release, "14:49:31" */
+/** Tells the time of this release. @return the text "14:49:31" */
 TARN_API const char *Tarn_getCompileTime(TarnHandle *handle);
-/** @return the version, "1.0.0" */
+/** Tells the version. @return the text "1.0.0" */
 TARN_API const char *Tarn_getVersion(TarnHandle *handle);
-/** @return the constant text "Set this to the platform we compiled for" */
+/** Not filled in. @return the constant text "Set this to the platform we compiled for" */
 TARN_API const char *Tarn_getHost(TarnHandle *handle);
 
 /** Does nothing. */
@@ -1092,7 +1169,11 @@ TARN_API uint32_t Tarn_queryCheckbox(TarnHandle *handle, const char *name);
  */
 TARN_API TarnHandle Tarn_getElementByName(TarnHandle *handle, const char *name);
 
-/** The same as Tarn_getElementByName(): it too compares names, not values. */
+/** The same as Tarn_getElementByName(): it too compares names, not values.
+ *
+ *  @param text  the name to look for
+ *  @return as Tarn_getElementByName()
+ */
 TARN_API TarnHandle Tarn_getElementByValue(TarnHandle *handle, const char *text);
 
 /** Lends the first file whose field has this name.
@@ -1150,16 +1231,21 @@ TARN_API void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t l
 
 /* ---- Cookies: HTTPCookie, HTTPCookieList -------------------------------------------------------
  *
- * A cookie (TARN_COOKIE_MAGIC): name, value, comment, domain, path in strings 0 to 4, max-age in
+ * A cookie (TARN_COOKIE_MAGIC) has name, value, comment, domain, path in strings 0 to 4, max-age in
  * int 0, the secure flag in int 1. Create one with CGIgs_new(), release it with CGIgs_delete(). A
  * list (TARN_COOKIE_LIST_MAGIC) owns copies of cookies, in order. Nothing is checked or escaped.
+ *
+ * @param cookie  the cookie
+ * @param list    the list
+ * @param index   counted from 0, in order of appending
+ * @param maxAge  in seconds, kept as 32 bits
+ * @param secure  0 for no; kept as given
  */
 
 /** Fills a cookie, after emptying it.
  *
+ *  @param name,value           copied; neither may be null
  *  @param comment,domain,path  may be null
- *  @param maxAge               in seconds, kept as 32 bits
- *  @param secure               0 for no; kept as given
  *  @return TARN_BAD_ARGUMENT when `name` or `value` is null, tested first; TARN_WRONG_TYPE; TARN_OK
  */
 TARN_API TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const char *value,
@@ -1168,21 +1254,22 @@ TARN_API TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const 
 
 /** Orders two cookies by name, then by value, byte by byte, in reverse: b against a.
  *
+ *  @param a,b  the cookies
  *  @return positive when `a` sorts before `b`, negative when after; 0 when equal or either is no
  *          cookie. A missing name or value sorts before any text.
  */
 TARN_API int HTTPCookie_compare(TarnHandle *a, TarnHandle *b);
 
-/** @return the max-age in seconds; 0 when `cookie` is no cookie */
+/** Reads the max-age. @return the seconds; 0 when `cookie` is no cookie */
 TARN_API long HTTPCookie_getMaxAge(TarnHandle *cookie);
 
-/** Sets the max-age, in seconds, kept as 32 bits. @return TARN_OK; TARN_WRONG_TYPE */
+/** Sets the max-age. @return TARN_OK; TARN_WRONG_TYPE */
 TARN_API TarnStatus HTTPCookie_setMaxAge(TarnHandle *cookie, long maxAge);
 
-/** @return the secure flag as it was set; 0 when `cookie` is no cookie */
+/** Reads the secure flag. @return the flag as it was set; 0 when `cookie` is no cookie */
 TARN_API int HTTPCookie_isSecure(TarnHandle *cookie);
 
-/** Sets the secure flag, kept as given. @return TARN_OK; TARN_WRONG_TYPE */
+/** Sets the secure flag. @return TARN_OK; TARN_WRONG_TYPE */
 TARN_API TarnStatus HTTPCookie_setSecure(TarnHandle *cookie, int secure);
 
 /** Formats a cookie as one line for a log or a debugger; not for a Set-Cookie header.
@@ -1202,6 +1289,7 @@ TARN_API TarnStatus HTTPCookieList_clear(TarnHandle *list);
 
 /** Copies a list with its cookies.
  *
+ *  @param source       the list to copy
  *  @param destination  receives the copy; what it held is overwritten, not deleted
  *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or holds something that is no cookie;
  *          TARN_OUT_OF_MEMORY; on failure `destination` is left alone
@@ -1215,19 +1303,21 @@ TARN_API TarnStatus HTTPCookieList_clone(TarnHandle *source, TarnHandle *destina
  */
 TARN_API TarnStatus HTTPCookieList_addCookie(TarnHandle *list, TarnHandle *cookie);
 
-/** @return the number of cookies; 0 when `list` is no list */
+/** Counts the cookies. @return the count; 0 when `list` is no list */
 TARN_API int HTTPCookieList_getCount(TarnHandle *list);
 
-/** Lends the cookie at an index, counted from 0 in order of appending.
+/** Lends the cookie at an index.
  *
  *  @return the cookie; 0 when `index` is not below the count or `list` is no list
  */
 TARN_API TarnHandle HTTPCookieList_getByIndex(TarnHandle *list, uint32_t index);
 
-/** @return the constant text "Not yet implemented." */
+/** Not implemented. @return the constant text "Not yet implemented." */
 TARN_API const char *HTTPCookieList_toHTML(TarnHandle *list);
 
 /* ---- HTTP headers ------------------------------------------------------------------------------
+ *
+ * A header is a node of one of three types:
  *
  *   HTTPHeader (TARN_HEADER_MAGIC)                   content type in string 0, cookies in struct 0
  *   HTTPResponseHeader (TARN_RESPONSE_HEADER_MAGIC)  two texts in strings 0 and 1, a number in int
@@ -1236,6 +1326,9 @@ TARN_API const char *HTTPCookieList_toHTML(TarnHandle *list);
  *                                                    type in strings 0 to 3
  *
  * They hold data; what goes to the browser is for the script to write.
+ *
+ * @param header   the header
+ * @param cookies  the list to copy
  */
 
 /** Deletes a header and sets the handle to 0. @return TARN_OK; TARN_WRONG_TYPE */
@@ -1246,7 +1339,8 @@ TARN_API TarnStatus HTTPHeader_clear(TarnHandle *header);
 
 /** Fills a header, after emptying it.
  *
- *  @param cookies  the list to copy; null stores the content type and answers TARN_BAD_ARGUMENT
+ *  @param contentType  copied
+ *  @param cookies      the list to copy; null stores the content type and answers TARN_BAD_ARGUMENT
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `contentType` is null or `cookies` is
  *          no cookie list (header unchanged), and when `cookies` is null or cannot be copied
  *          (content type stored, no cookies)
@@ -1256,7 +1350,6 @@ TARN_API TarnStatus HTTPHeader_init(TarnHandle *header, const char *contentType,
 
 /** Replaces a header's cookies by a copy of a list.
  *
- *  @param cookies  the list to copy
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `cookies` is no cookie list, and, with
  *          no cookies left, when it cannot be copied
  */
@@ -1303,7 +1396,6 @@ TARN_API TarnStatus HTTPResponseHeader_addHeader(TarnHandle *header, const char 
 
 /** Replaces a response header's cookies by a copy of a list.
  *
- *  @param cookies  the list to copy
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `cookies` is no cookie list; otherwise
  *          the status of copying it
  */
@@ -1330,26 +1422,31 @@ TARN_API TarnStatus MultiPartHeader_init(TarnHandle *header, const char *disposi
                                          const char *name, const char *fileName,
                                          const char *contentType);
 
-/** @return the constant text "Not yet implemented" */
+/** Not implemented. @return the constant text "Not yet implemented" */
 TARN_API const char *HTTPContentHeader_toString(TarnHandle *header);
-/** @return the constant text "Not implemented." */
+/** Not implemented. @return the constant text "Not implemented." */
 TARN_API const char *HTTPRedirectHeader_toHTML(TarnHandle *header);
-/** @return the constant text "Not implemented yet." */
+/** Not implemented. @return the constant text "Not implemented yet." */
 TARN_API const char *HTTPResponseHeader_toHTML(TarnHandle *header);
-/** @return the constant text "Not yet implemented" */
+/** Not implemented. @return the constant text "Not yet implemented" */
 TARN_API const char *HTTPStatusHeader_toHTML(TarnHandle *header);
 
 /* ---- HTML attributes and elements: HTMLAttribute, HTMLElement and their lists ------------------
  *
- * An attribute (TARN_ATTRIBUTE_MAGIC): name and value in strings 0 and 1. An element
- * (TARN_ELEMENT_MAGIC): name in string 0, a second text in string 1, a number in int 0, all set
- * with the node operations; its attributes in struct 0; its embedded elements in struct 1. Create
- * them with CGIgs_new(); release an attribute with CGIgs_delete(), an element with
+ * An attribute (TARN_ATTRIBUTE_MAGIC) has name and value in strings 0 and 1. An element
+ * (TARN_ELEMENT_MAGIC) has a name in string 0, a second text in string 1, a number in int 0, all
+ * set with the node operations; its attributes in struct 0; its embedded elements in struct 1.
+ * Create them with CGIgs_new(); release an attribute with CGIgs_delete(), an element with
  * HTMLElement_delete().
  *
  * The lists (TARN_ATTRIBUTE_LIST_MAGIC, TARN_ELEMENT_LIST_MAGIC) own copies, in order. They share
  * one tag and pass each other's type test; what is wrong shows at the first entry. A tree may be of
  * any depth.
+ *
+ * @param attribute  the attribute
+ * @param element    the element
+ * @param list       the list
+ * @param index      counted from 0, in order of appending
  */
 
 /** Sets an attribute's name and value.
@@ -1359,7 +1456,7 @@ TARN_API const char *HTTPStatusHeader_toHTML(TarnHandle *header);
  */
 TARN_API TarnStatus HTMLAttribute_init(TarnHandle *attribute, const char *name, const char *value);
 
-/** @return the constant text "Not yet implemented." */
+/** Not implemented. @return the constant text "Not yet implemented." */
 TARN_API const char *HTMLAttribute_toHTML(TarnHandle *attribute);
 
 /** Deletes a list with its attributes and sets the handle to 0. @return TARN_OK; TARN_WRONG_TYPE */
@@ -1370,6 +1467,7 @@ TARN_API TarnStatus HTMLAttributeList_clear(TarnHandle *list);
 
 /** Copies a list with its attributes.
  *
+ *  @param source       the list to copy
  *  @param destination  receives the copy; what it held is overwritten, not deleted
  *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or holds something that is no
  *          attribute; TARN_OUT_OF_MEMORY; on failure `destination` is left alone
@@ -1383,16 +1481,16 @@ TARN_API TarnStatus HTMLAttributeList_clone(TarnHandle *source, TarnHandle *dest
  */
 TARN_API TarnStatus HTMLAttributeList_addAttribute(TarnHandle *list, TarnHandle *attribute);
 
-/** @return the number of attributes; 0 when `list` is no list */
+/** Counts the attributes. @return the count; 0 when `list` is no list */
 TARN_API int HTMLAttributeList_getCount(TarnHandle *list);
 
-/** Lends the attribute at an index, counted from 0 in order of appending.
+/** Lends the attribute at an index.
  *
  *  @return the attribute; 0 when `index` is not below the count or `list` is no list
  */
 TARN_API TarnHandle HTMLAttributeList_getByIndex(TarnHandle *list, uint32_t index);
 
-/** @return the constant text "Not yet implemented." */
+/** Not implemented. @return the constant text "Not yet implemented." */
 TARN_API const char *HTMLAttributeList_toHTML(TarnHandle *list);
 
 /** Deletes an element with its whole subtree and sets the handle to 0.
@@ -1408,6 +1506,7 @@ TARN_API TarnStatus HTMLElement_clear(TarnHandle *element);
  *  elements; no other slot. When memory runs out for the element itself the status is TARN_OK and
  *  `destination` stays 0.
  *
+ *  @param source       the element to copy
  *  @param destination  where to put the copy; must hold 0
  *  @return TARN_OK; TARN_WRONG_TYPE for `source`; TARN_BAD_ARGUMENT when `destination` is null or
  *          in use; otherwise, with what could be copied in `destination`, TARN_WRONG_TYPE when a
@@ -1417,6 +1516,7 @@ TARN_API TarnStatus HTMLElement_clone(TarnHandle *source, TarnHandle *destinatio
 
 /** Orders two elements by name, byte by byte: a against b.
  *
+ *  @param a,b  the elements
  *  @return negative when `a` sorts before `b` or either is no element; 0 or positive otherwise. A
  *          missing name sorts before any text.
  */
@@ -1450,12 +1550,13 @@ TARN_API TarnStatus HTMLElement_setEmbedded(TarnHandle *element, TarnHandle *emb
  *  To build a deep tree at a cost in proportion to its size, add each child to the lent copy of its
  *  parent (HTMLElementList_getByIndex()), from the top down: a child is copied when it is added.
  *
+ *  @param child  the element to copy
  *  @return TARN_OK; TARN_WRONG_TYPE, also without memory for a first list; TARN_BAD_ARGUMENT when
  *          `child` is no element; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus HTMLElement_addElement(TarnHandle *element, TarnHandle *child);
 
-/** @return the constant text "Not yet implemented" */
+/** Not implemented. @return the constant text "Not yet implemented" */
 TARN_API const char *HTMLElement_toHTML(TarnHandle *element);
 
 /** Deletes a list with its elements and their subtrees, and sets the handle to 0.
@@ -1474,6 +1575,7 @@ TARN_API TarnStatus HTMLElementList_clear(TarnHandle *list);
 
 /** Copies a list with its elements and their subtrees.
  *
+ *  @param source       the list to copy
  *  @param destination  receives the copy; what it held is overwritten, not deleted
  *  @return TARN_OK; TARN_WRONG_TYPE when `source` is no list or something in it is of a foreign
  *          type; TARN_OUT_OF_MEMORY; on failure `destination` is left alone
@@ -1487,16 +1589,16 @@ TARN_API TarnStatus HTMLElementList_clone(TarnHandle *source, TarnHandle *destin
  */
 TARN_API TarnStatus HTMLElementList_addElement(TarnHandle *list, TarnHandle *element);
 
-/** @return the number of elements; 0 when `list` is no list */
+/** Counts the elements. @return the count; 0 when `list` is no list */
 TARN_API int HTMLElementList_getCount(TarnHandle *list);
 
-/** Lends the element at an index, counted from 0 in order of appending.
+/** Lends the element at an index.
  *
  *  @return the element; 0 when `index` is not below the count or `list` is no list
  */
 TARN_API TarnHandle HTMLElementList_getByIndex(TarnHandle *list, uint32_t index);
 
-/** @return the constant text "Not yet implemented." */
+/** Not implemented. @return the constant text "Not yet implemented." */
 TARN_API const char *HTMLElementList_toHTML(TarnHandle *list);
 
 #ifdef __cplusplus

@@ -34,6 +34,14 @@ if grep -rIlF -e "$root/installed" -e "$build" -e "$source" moved; then
   fail 'these files name the folder of the installation or of the build'
 fi
 
+# ---- The manual pages ----------------------------------------------------------------------------
+
+if [ -d "$build/docs/man" ]; then
+  found=$(man -M "$(dirname "$(dirname "$(find moved -name tarn.3)")")" -w Tarn_getFile) ||
+    fail 'man does not find Tarn_getFile'
+  [[ $found == */man3/Tarn_new.3 ]] || fail "man takes Tarn_getFile for $found"
+fi
+
 # ---- The README's script -------------------------------------------------------------------------
 
 awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >greet.c

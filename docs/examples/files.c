@@ -1,0 +1,32 @@
+/* A file as a parser makes it, and its way to a stream: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+enum { kFileName = 1, kType = 2 }; /* string slots */
+
+int main(void) {
+  static const char bytes[] = "Deep and cold.\n";
+  TarnHandle file = 0;
+  if (CGIgs_new(&file, TARN_FORM_FILE_MAGIC) != TARN_OK) return 1;
+  FormFile_init(&file, "note", "lake.txt", "text/plain", bytes,
+                sizeof bytes - 1);
+
+  TarnHandle list = 0;
+  CGIgs_new(&list, TARN_FORM_FILE_LIST_MAGIC);
+  FormFileList_addEntry(&list, &file);
+  CGIgs_delete(&file,
+               TARN_FORM_FILE_MAGIC); /* the list has a copy */
+
+  TarnHandle lent = FormFileList_getByIndex(&list, 0);
+  if (FormFile_compareName(&lent, "NOTE") == 0) {
+    printf("%s (%s), %u bytes:\n",
+           CGIgs_getString(&lent, kFileName, TARN_FORM_FILE_MAGIC),
+           CGIgs_getString(&lent, kType, TARN_FORM_FILE_MAGIC),
+           (unsigned)FormFile_getDataLength(&lent));
+    FormFile_writeToStream(&lent, stdout);
+  }
+
+  FormFileList_delete(&list);
+  return 0;
+}

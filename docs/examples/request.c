@@ -1,0 +1,37 @@
+/* All fields of one name, a checkbox, and an uploaded file: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+enum { kValue = 1, kFileName = 1 }; /* string slots */
+
+int main(void) {
+  TarnHandle request = 0;
+  if (Tarn_new(&request) != TARN_OK) return 1;
+
+  printf("Content-Type: text/plain\r\n\r\n");
+
+  TarnHandle tags = 0;
+  CGIgs_new(&tags, TARN_FORM_ENTRY_LIST_MAGIC);
+  Tarn_findEntries(&request, "tag", 0, &tags);
+  for (int32_t i = 0; i < FormEntryList_getCount(&tags); ++i) {
+    TarnHandle tag = FormEntryList_getByIndex(&tags, (uint32_t)i);
+    printf("tag: %s\n",
+           CGIgs_getString(&tag, kValue, TARN_FORM_ENTRY_MAGIC));
+  }
+  FormEntryList_delete(&tags);
+
+  printf("public: %s\n",
+         Tarn_queryCheckbox(&request, "public") ? "yes" : "no");
+
+  TarnHandle photo = Tarn_getFile(&request, "photo");
+  if (photo) {
+    printf(
+        "photo: %u bytes from %s\n",
+        (unsigned)FormFile_getDataLength(&photo),
+        CGIgs_getString(&photo, kFileName, TARN_FORM_FILE_MAGIC));
+  }
+
+  Tarn_delete(&request);
+  return 0;
+}

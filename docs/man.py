@@ -1,0 +1,361 @@
+#!/usr/bin/env python3
+"""Writes the manual pages of section 3 from include/tarn.h and docs/pages.toml.
+
+Usage: man.py --header FILE --pages FILE --release VERSION --date YYYY-MM-DD FOLDER
+
+FOLDER/man3 holds the pages afterwards, and nothing else: one for each family, and for each function
+a page that sends man on to its family's.
+"""
+
+import argparse
+import datetime
+import re
+import sys
+import textwrap
+import tomllib
+from dataclasses import dataclass
+from pathlib import Path
+
+import reference as model
+from reference import HeaderError, one_line
+
+# Where the functions of others that the texts name are described.
+SECTIONS = {'atof': 3, 'execve': 2, 'free': 3, 'posix_spawn': 3, 'printf': 3, 'strcasecmp': 3,
+            'strcmp': 3, 'system': 3, 'vprintf': 3}
+
+CLOSING = '.,:;)]?!'
+WIDTH = 78
+
+
+@dataclass
+class Page:
+    name: str
+    summary: str
+    also: list[str]  # names of types that lead here
+    intro: str
+    example: str
+    family: model.Family | None
+
+    def names(self) -> list[str]:
+        """What the page is found under besides its own name."""
+        members = self.family.names() if self.family else []
+        return [name for name in self.also + members if name != self.name]
+
+
+# ---- mdoc, line by line ------------------------------------------------------------------------
+
+
+def escape(text: str) -> str:
+    """Words of a sentence. A hyphen between letters is one, any other is a minus or a dash."""
+    return re.sub(r'(?<![a-z])-|-(?![a-z])', r'\\-', text.replace('\\', r'\e'))
+
+
+def literal(text: str) -> str:
+    """A line of code, every character of it as it is."""
+    for character, name in (('\\', r'\e'), ('-', r'\-'), ("'", r'\(aq'), ('`', r'\(ga'),
+                            ('^', r'\(ha'), ('~', r'\(ti')):
+        text = text.replace(character, name)
+    return r'\&' + text if text.startswith('.') else text
+
+
+def argument(text: str) -> str:
+    return f'"{text}"' if ' ' in text else text
+
+
+def sentence(text: str) -> str:
+    """A remark of the header's as a sentence of a page."""
+    return text[:1].upper() + text[1:] + ('' if text.endswith(('.', '."')) else '.')
+
+
+def fill(text: str) -> list[str]:
+    """Plain text: each sentence begins a line."""
+    lines = []
+    for part in re.split(r'(?<=[.!?])\s+|(?<=[.!?]\))\s+', text.strip()):
+        lines += textwrap.wrap(part, WIDTH, break_long_words=False, break_on_hyphens=False)
+    return [r'\&' + line if line[0] in ".'" else line for line in lines]
+
+
+def display(lines: list[str]) -> list[str]:
+    return ['.Bd -literal -offset indent', *map(literal, lines), '.Ed']
+
+
+class Writer:
+    """Writes the pages; knows which page describes what."""
+
+    def __init__(self, reference: model.Reference, pages: list[Page], examples: Path,
+                 release: str, date: datetime.date):
+        self.reference = reference
+        self.pages = pages
+        self.examples = examples
+        self.release = release
+        self.date = date
+        self.home = {name: page.name for page in pages for name in [page.name, *page.names()]}
+        self.types = {type.name for type in reference.types}
+        variables = {variable.name for family in reference.families
+                     for variable in family.variables()}
+        self.marked = re.compile(rf'\b({"|".join(sorted(self.types | variables))})\b')
+
+    # -- Texts
+
+    def macro(self, page: Page, kind: str, content: str) -> str:
+        if kind == 'constant':
+            return f'Dv {content}'
+        if kind == 'environment':
+            return f'Ev {content}'
+        if kind == 'function':
+            if self.home.get(content) == page.name:
+                return f'Fn {content}'
+            if content in self.home:
+                return f'Xr {content} 3'
+            if content in SECTIONS:
+                return f'Xr {content} {SECTIONS[content]}'
+            raise HeaderError(f'{page.name}: no page describes {content}()')
+        if content in self.types or '*' in content:
+            return f'Vt {content}'
+        functions = page.family.functions() if page.family else []
+        arguments = {parameter.name for function in functions for parameter in function.parameters}
+        return f'Fa {content}' if content in arguments else f'Va {content}'
+
+    def flow(self, page: Page, text: str) -> list[str]:
+        """A text as lines: words, and a line of its own for each name."""
+        parts: list[str | tuple[str, str]] = ['']  # words and macros in turn
+        for kind, content in model.pieces(text):
+            if kind == 'quotation':
+                parts[-1] += escape(content)
+            elif kind == 'plain':
+                first, *rest = self.marked.split(content)
+                parts[-1] += escape(first)
+                for name, words in zip(rest[::2], rest[1::2]):
+                    parts += [self.macro(page, 'code', name), escape(words)]
+            else:
+                parts += [self.macro(page, kind, content), '']
+
+        lines = []
+        words = parts[0]
+        for macro, after in zip(parts[1::2], parts[2::2]):
+            before, opening = re.fullmatch(r'(.*?)(\S*)', words, re.DOTALL).groups()
+            closing, words = re.fullmatch(r'(\S*)(.*)', after, re.DOTALL).groups()
+            lines += fill(before)
+            line = f'.Pf {opening} {macro}' if opening else f'.{macro}'
+            if closing.strip(CLOSING):
+                line += f' Ns {closing}'
+            elif closing:
+                line += ' ' + ' '.join(closing)
+            lines.append(line)
+        return lines + fill(words)
+
+    def blocks(self, page: Page, blocks: list[model.Block]) -> list[str]:
+        """Blocks with a paragraph's distance between them."""
+        lines = []
+        for block in blocks:
+            if isinstance(block, model.Paragraph):
+                lines += ['.Pp'] + self.flow(page, block.text)
+            elif isinstance(block, model.Code):
+                lines += display(block.lines)
+            elif isinstance(block, model.Table):
+                lines += self.table(page, block)
+            else:
+                lines.append('.Bl -enum')
+                for item in block.items:
+                    name, text = item.split('. ', 1)
+                    lines += ['.It', f'.Em {name} .', *self.flow(page, text)]
+                lines.append('.El')
+        return lines[1:] if lines[:1] == ['.Pp'] else lines
+
+    def table(self, page: Page, table: model.Table) -> list[str]:
+        """Rows of two cells are names and what they mean; wider ones have a line of headings."""
+        if len(table.rows[0]) == 2:
+            width = max(len(row[0]) for row in table.rows)
+            lines = [f'.Bl -tag -width {"x" * min(width, 20)} -offset indent -compact']
+            for name, text in table.rows:
+                lines += [f'.It {name}', *self.flow(page, sentence(text))]
+            return ['.Pp', *lines, '.El']
+        widths = [argument(max(column, key=len)) for column in zip(*table.rows)]
+        lines = [f'.Bl -column {" ".join(widths[:-1])} "" -offset indent']
+        for index, row in enumerate(table.rows):
+            cells = [f'Em {cell}' for cell in row] if index == 0 else row
+            lines.append('.It ' + ' Ta '.join(cells))
+        return lines + ['.El']
+
+    # -- Functions
+
+    def synopsis(self, page: Page) -> list[str]:
+        lines = ['.In tarn.h']
+        for member in page.family.members:
+            if isinstance(member, model.Variable):
+                lines.append(f'.Vt {member.declaration} ;')
+            elif isinstance(member, model.Function):
+                lines += [f'.Ft {member.type}', f'.Fo {member.name}']
+                lines += [f'.Fa {argument(str(parameter))}' for parameter in member.parameters]
+                lines += ['.Fa ...'] * member.variadic + ['.Fc']
+        return lines
+
+    def arguments(self, page: Page, comment: model.Comment) -> list[str]:
+        if not comment.arguments:
+            return []
+        widths = [len(', '.join(argument.names)) for argument in comment.arguments]
+        width = max([width for width in widths if width <= 14], default=6)
+        lines = ['.Pp', f'.Bl -tag -width {"x" * width} -compact']
+        for argument in comment.arguments:
+            lines += ['.It Fa ' + ' , Fa '.join(argument.names),
+                      *self.flow(page, sentence(argument.text))]
+        return lines + ['.El']
+
+    def members(self, page: Page) -> list[str]:
+        """The family's functions, told one by one; after a remark about them all, in short."""
+        lines = ['.Bl -tag -width Ds']
+        short = False
+        for position, member in enumerate(page.family.members):
+            if isinstance(member, model.Note):
+                following = [function.name for function in page.family.members[position + 1:]]
+                width = len(max(following, key=len)) + 2
+                lines += ['.El', '.Pp', *self.blocks(page, member.comment.blocks), '.Pp',
+                          f'.Bl -tag -width {"x" * width} -compact']
+                short = True
+                continue
+            if isinstance(member, model.Variable):
+                lines.append(f'.It Va {member.name}')
+            elif short:
+                lines.append(f'.It Fn {member.name}')
+            else:
+                names = [parameter.name for parameter in member.parameters]
+                lines.append(' '.join(['.It Fn', member.name, *names] + ['...'] * member.variadic))
+            lines += self.blocks(page, member.comment.blocks)
+            lines += self.arguments(page, member.comment)
+        return lines + ['.El']
+
+    def results(self, page: Page) -> list[str]:
+        """Functions that answer alike stand together."""
+        alike: dict[str, list[str]] = {}
+        for function in page.family.functions():
+            if function.comment.result:
+                alike.setdefault(function.comment.result, []).append(function.name)
+        lines = []
+        for text, names in alike.items():
+            lines += ['.Pp'] + [f'.Fn {name} ,' for name in names[:-1]] + [f'.Fn {names[-1]}']
+            lines += ['.Bd -filled -offset indent -compact',
+                      *self.flow(page, sentence(text)), '.Ed']
+        return lines[1:]
+
+    # -- Pages
+
+    def example(self, page: Page) -> list[str]:
+        code = (self.examples / f'{page.example}.c').read_text().splitlines()
+        title, code = re.fullmatch(r'/\* (.*?) \*/\n(.*)', '\n'.join(code), re.DOTALL).groups()
+        transcript = (self.examples / f'{page.example}.txt').read_text().splitlines()
+        return [*self.flow(page, one_line(title)), *display(code.strip().splitlines()),
+                '.Pp', 'Called from a shell:', *display(transcript)]
+
+    def see_also(self, page: Page, lines: list[str]) -> list[str]:
+        """The pages that describe what the lines of this one name, its example's too."""
+        text = '\n'.join(lines)
+        references = {(SECTIONS.get(name, 3), self.home.get(name, name))
+                      for name in re.findall(r'\bXr (\w+) \d', text)}
+        references |= {(3, self.home[name]) for name in re.findall(r'\b(\w+)\(', text)
+                       if name in self.home}
+        references |= {(3, other.name) for other in self.pages
+                       if other.family is None or page.family is None}
+        references = sorted(references - {(3, page.name)},
+                            key=lambda reference: (reference[0], reference[1].lower()))
+        lines = [f'.Xr {name} {section} ,' for section, name in references]
+        return lines[:-1] + [lines[-1].removesuffix(' ,')]
+
+    def head(self, page: Page) -> list[str]:
+        names = [page.name] + page.names()
+        return [r'.\" Made from include/tarn.h by docs/man.py.',
+                f'.Dd {self.date:%B} {self.date.day}, {self.date.year}',
+                f'.Dt {page.name.upper()} 3', f'.Os Tarn {self.release}',
+                '.Sh NAME', *[f'.Nm {name} ,' for name in names[:-1]], f'.Nm {names[-1]}',
+                f'.Nd {page.summary}',
+                '.Sh LIBRARY', 'Tarn', '.Pq libtarn , Fl ltarn']
+
+    def family_page(self, page: Page) -> list[str]:
+        comment = page.family.comment
+        lines = ['.Sh DESCRIPTION', *self.blocks(page, model.blocks(page.intro) + comment.blocks)]
+        if comment.arguments:
+            lines += ['.Pp', 'Where nothing else is said of them, the arguments are:',
+                      *self.arguments(page, comment)]
+        lines += ['.Ss Functions', *self.members(page),
+                  '.Sh RETURN VALUES', *self.results(page),
+                  '.Sh EXAMPLES', *self.example(page)]
+        return [*self.head(page), '.Sh SYNOPSIS', *self.synopsis(page), *lines,
+                '.Sh SEE ALSO', *self.see_also(page, lines)]
+
+    def overview(self, page: Page) -> list[str]:
+        statuses, tags = self.reference.constants
+        lines = ['.Sh DESCRIPTION', *self.blocks(page, model.blocks(page.intro)),
+                 '.Ss Pages', '.Bl -tag -width TARNGenericList(3) -compact']
+        for other in self.pages:
+            if other.family:
+                lines += [f'.It Xr {other.name} 3', sentence(other.summary)]
+        lines += ['.El', '.Ss Types', '.Bl -tag -width TarnHandle -compact']
+        for type in self.reference.types:
+            lines += [f'.It Vt {type.name}', *self.blocks(page, type.comment.blocks)]
+        lines += ['.El', '.Ss Conventions',
+                  *self.blocks(page, self.reference.overview.blocks[1:]),
+                  '.Ss Type tags', *self.blocks(page, tags.comment.blocks), '.Pp',
+                  '.Bl -tag -width TARN_MULTIPART_HEADER_MAGIC -compact']
+        for constant in tags.members:
+            lines += [f'.It Dv {constant.name}', constant.value]
+        lines += ['.El', '.Sh RETURN VALUES', *self.blocks(page, statuses.comment.blocks), '.Pp',
+                  '.Bl -tag -width TARN_NOT_IMPLEMENTED(5) -compact']
+        for constant in statuses.members:
+            lines += [f'.It Dv {constant.name} Pq {constant.value}',
+                      *self.flow(page, sentence(constant.text))]
+        lines += ['.El', '.Sh EXAMPLES', *self.example(page)]
+        return [*self.head(page), '.Sh SYNOPSIS', '.In tarn.h',
+                *[f'.Vt {type.declaration} ;' for type in self.reference.types], *lines,
+                '.Sh SEE ALSO', *self.see_also(page, lines)]
+
+    def tree(self) -> dict[str, list[str]]:
+        """The lines of every page, by its name."""
+        made = {}
+        for page in self.pages:
+            made[page.name] = self.family_page(page) if page.family else self.overview(page)
+            for name in page.names():
+                made[name] = [f'.so man3/{page.name}.3']
+        return made
+
+
+# ---- The command -------------------------------------------------------------------------------
+
+
+def read_pages(path: Path, families: list[model.Family]) -> list[Page]:
+    """The pages of a file: the overview, and one for each family."""
+    entries = tomllib.loads(path.read_text())['page']
+    by_title = {family.title: family for family in families}
+    pages = [Page(entry['name'], entry['summary'], entry.get('also', []), entry.get('intro', ''),
+                  entry['example'], by_title.get(entry.get('family')))
+             for entry in entries]
+    for title in sorted(by_title.keys() - {entry.get('family') for entry in entries}):
+        raise HeaderError(f'there is no page for {title}')
+    for title in sorted({entry.get('family', '') for entry in entries} - by_title.keys() - {''}):
+        raise HeaderError(f'there is no family {title}, and a page for it')
+    return pages
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__.partition('\n')[0])
+    parser.add_argument('--header', type=Path, required=True)
+    parser.add_argument('--pages', type=Path, required=True)
+    parser.add_argument('--release', required=True)
+    parser.add_argument('--date', type=datetime.date.fromisoformat, required=True)
+    parser.add_argument('folder', type=Path)
+    options = parser.parse_args()
+    try:
+        reference = model.parse(options.header.read_text())
+        pages = read_pages(options.pages, reference.families)
+        tree = Writer(reference, pages, options.pages.parent / 'examples', options.release,
+                      options.date).tree()
+    except HeaderError as error:
+        sys.exit(f'{options.header}: {error}')
+    section = options.folder / 'man3'
+    section.mkdir(parents=True, exist_ok=True)
+    for stale in section.iterdir():
+        stale.unlink()
+    for name, lines in tree.items():
+        (section / f'{name}.3').write_text('\n'.join(lines) + '\n')
+
+
+if __name__ == '__main__':
+    main()
