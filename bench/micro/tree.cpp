@@ -1,7 +1,7 @@
 // What HTML trees cost for each element. An element that is added is copied with its subtree, so
-// the order of building decides: from the top down every element is copied once, when it is added to
-// its lent parent; from the bottom up, one level at a time, it is copied again with every ancestor:
-// n * depth copies for a balanced tree, n * n / 2 for a chain.
+// the order of building decides: from the top down every element is copied once, when it is added
+// to its lent parent; from the bottom up, one level at a time, it is copied again with every
+// ancestor: n * depth copies for a balanced tree, n * n / 2 for a chain.
 #include <benchmark/benchmark.h>
 #include <tarn.h>
 
