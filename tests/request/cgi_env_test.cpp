@@ -15,6 +15,7 @@
 
 #include "support/form.h"
 #include "support/handles.h"
+#include "support/rules.h"
 #include "support/script.h"
 #include "tarn.h"
 
@@ -1029,27 +1030,6 @@ TEST(CgiEnvCookies, OfAHeaderFullOfSeparatorsAreCountedWithoutDelay) {
     TarnHandle list = CGIgs_getStruct(&environment.handle, 1, TARN_ENVIRONMENT_MAGIC);
     EXPECT_EQ(kSeparators + 1, HTTPCookieList_getCount(&list));
   });
-}
-
-// The same rules once more, for headers nobody thought of.
-Cookies modelCookies(const std::string &header) {
-  const auto clean = [](const std::string &text) {
-    const char *const blanks = " \t\n\r";
-    const size_t first = text.find_first_not_of(blanks);
-    if (first == std::string::npos) return ""s;
-    return decoded(text.substr(first, text.find_last_not_of(blanks) + 1 - first));
-  };
-  Cookies cookies;
-  for (size_t at = 0; at <= header.size();) {
-    const size_t end = std::min(header.find(';', at), header.size());
-    const std::string token = header.substr(at, end - at);
-    const size_t equals = token.find('=');
-    cookies.push_back(equals == std::string::npos ? Cookie{}
-                                                  : Cookie{clean(token.substr(0, equals)),
-                                                           clean(token.substr(equals + 1))});
-    at = end + 1;
-  }
-  return cookies;
 }
 
 TEST(CgiEnvCookies, FollowTheRulesInRandomHeaders) {

@@ -11,6 +11,7 @@
 
 #include "support/form.h"
 #include "support/handles.h"
+#include "support/rules.h"
 #include "support/script.h"
 #include "tarn.h"
 
@@ -564,21 +565,6 @@ TEST(UrlEncodedForm, DecodesDigitsThatAreNone) {
 
 TEST(UrlEncodedForm, KeepsEveryEntryOfARepeatedName) {
   expectQueries({{"k=1&K=2&k=1&k=", {{"k", "1"}, {"K", "2"}, {"k", "1"}, {"k", ""}}}});
-}
-
-// The same rules once more, for texts nobody thought of.
-Entries modelEntries(const std::string &text) {
-  Entries entries;
-  for (size_t at = 0; at < text.size();) {
-    const size_t end = std::min(text.find('&', at), text.size());
-    const std::string piece = text.substr(at, end - at);
-    const size_t equals = piece.find('=');
-    if (equals != std::string::npos) {
-      entries.emplace_back(decoded(piece.substr(0, equals)), decoded(piece.substr(equals + 1)));
-    }
-    at = end + 1;
-  }
-  return entries;
 }
 
 TEST(UrlEncodedForm, FollowsTheRulesInRandomTexts) {
