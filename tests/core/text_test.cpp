@@ -365,6 +365,38 @@ TEST(SaferSystem, AmpersandsVariablesBackquotesAndNewlinesStillWork) {
   });
 }
 
+TEST(SaferSystem, RunsWhatStandsInSubstitutionsAndOnFurtherLines) {
+  asScript({{"PATH", "/usr/bin:/bin"}, {"TARN_NAME", "a b"}}, "", [] {
+    const std::pair<const char *, const char *> cases[] = {
+        {"printf a\nprintf b", "ab"},
+        {"printf $(printf a)", "a"},
+        {"printf '%s' '$(printf a)`'", "$(printf a)`"},
+        {"printf '[%s]' \"$TARN_NAME\" $TARN_NAME", "[a b][a][b]"},
+        {"printf a & wait", "a"},
+        {"printf '%s' \\'\\\"", "'\""},
+        {"printf '[%s]' $(printf a;printf b)", "[a;printf]"},
+    };
+    for (const auto &[command, output] : cases) {
+      EXPECT_EQ(output, outputOf([text = command] { saferSystem(text); })) << command;
+    }
+  });
+}
+
+TEST(SaferSystem, HandsOverATextThatBeginsWithADashAsSystemDoes) {
+  asScript(kShell, "", [] {
+    // The shell complains.
+    dup2(fileno(std::tmpfile()), STDERR_FILENO);
+    for (const char *text : {"-", "--", "-c true", "-x", "--help"}) {
+      EXPECT_EQ(std::system(text), saferSystem(text)) << text;
+    }
+  });
+}
+
+TEST(SaferSystem, EndsAtAZeroByte) {
+  asScript(kShell, "",
+           [] { EXPECT_EQ("a", outputOf([] { saferSystem("printf a\0; printf b"); })); });
+}
+
 TEST(SaferSystem, AnswersWhatSystemAnswers) {
   asScript(kShell, "", [] {
     EXPECT_EQ(0, saferSystem("true"));
