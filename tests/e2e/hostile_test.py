@@ -93,10 +93,10 @@ class Processes(RulesCase):
 
     def test_boundaries_of_all_kinds(self):
         for parameter in (
-            ["", "; boundary", "; boundary=", "; Boundary=XYZ", "; boundary='XYZ'", '; boundary="XYZ']
-            + ['; boundary="XYZ"', "; boundary=XYZ; charset=x", "; boundary=X YZ"]
-            + ["; boundary=X;YZ", "; charset=x; boundary=XYZ", "; boundary=XYZ; boundary=ABC"]
-            + ["; boundary=%s%n"]
+            ["", "; boundary", "; boundary=", "; Boundary=XYZ", "; boundary='XYZ'"]
+            + ['; boundary="XYZ', '; boundary="XYZ"', "; boundary=XYZ; charset=x"]
+            + ["; boundary=X YZ", "; boundary=X;YZ", "; charset=x; boundary=XYZ"]
+            + ["; boundary=XYZ; boundary=ABC", "; boundary=%s%n"]
             + ["; boundary=" + "-" * count for count in (1, 2, 3, 70, 71, 256, 4091, 8192)]
         ):
             boundary = os.fsencode(parameter.partition("boundary=")[2])
