@@ -19,7 +19,6 @@
 namespace {
 
 using tarn_test::asScript;
-using tarn_test::kSanitized;
 using tarn_test::Node;
 using tarn_test::taken;
 using TextWithoutMemory = tarn_test::WithoutMemory;
@@ -363,6 +362,38 @@ TEST(SaferSystem, AmpersandsVariablesBackquotesAndNewlinesStillWork) {
                 saferSystem("printf 1 && printf $TARN_NAME\nprintf `printf 2`\nprintf \"3\"");
               }));
   });
+}
+
+TEST(SaferSystem, RunsWhatStandsInSubstitutionsAndOnFurtherLines) {
+  asScript({{"PATH", "/usr/bin:/bin"}, {"TARN_NAME", "a b"}}, "", [] {
+    const std::pair<const char *, const char *> cases[] = {
+        {"printf a\nprintf b", "ab"},
+        {"printf $(printf a)", "a"},
+        {"printf '%s' '$(printf a)`'", "$(printf a)`"},
+        {"printf '[%s]' \"$TARN_NAME\" $TARN_NAME", "[a b][a][b]"},
+        {"printf a & wait", "a"},
+        {"printf '%s' \\'\\\"", "'\""},
+        {"printf '[%s]' $(printf a;printf b)", "[a;printf]"},
+    };
+    for (const auto &[command, output] : cases) {
+      EXPECT_EQ(output, outputOf([text = command] { saferSystem(text); })) << command;
+    }
+  });
+}
+
+TEST(SaferSystem, HandsOverATextThatBeginsWithADashAsSystemDoes) {
+  asScript(kShell, "", [] {
+    // The shell complains.
+    dup2(fileno(std::tmpfile()), STDERR_FILENO);
+    for (const char *text : {"-", "--", "-c true", "-x", "--help"}) {
+      EXPECT_EQ(std::system(text), saferSystem(text)) << text;
+    }
+  });
+}
+
+TEST(SaferSystem, EndsAtAZeroByte) {
+  asScript(kShell, "",
+           [] { EXPECT_EQ("a", outputOf([] { saferSystem("printf a\0; printf b"); })); });
 }
 
 TEST(SaferSystem, AnswersWhatSystemAnswers) {
@@ -737,7 +768,6 @@ TEST(ReadString, ACountBelowTwoGivesAnEmptyTextAndLeavesTheStreamThere) {
 TEST(ReadString, GivesNullForNull) { EXPECT_EQ(nullptr, readString(nullptr)); }
 
 TEST(ReadString, GivesNullForACountThatCannotBeAllocated) {
-  if (kSanitized) GTEST_SKIP() << "the sanitizer's allocator never returns null";
   Stream stream(std::to_string(LONG_MAX) + " abc");
   EXPECT_EQ(nullptr, readString(stream));
 }

@@ -4,6 +4,7 @@ Written from the rules of the interface, in another language and another way tha
 that the two can be held against each other. Texts are bytes; None is a text that is not there.
 """
 
+import re
 import urllib.parse
 from typing import NamedTuple
 
@@ -106,66 +107,89 @@ def multipart(content_type, body):
 def form(method, query, content_type, body):
     """Entries and files. A POST brings its body and any other method its query; the content type
     alone tells how to read it."""
-    if method.lower() == "post" and not body:
+    if method.lower() == b"post" and not body:
         return [], []
-    source = body if method.lower() == "post" else query
+    source = body if method.lower() == b"post" else query
     if content_type.lower().startswith(b"multipart/form-data"):
         return multipart(content_type, source)
     return url_encoded(source), []
 
 
-def seen(request, port, script="/probe", document_root=""):
-    """The items that the probe tells of a request, in its order."""
-    path, _, query = request.target.partition("?")
-    headers = {name: value.encode("latin-1") for name, value in request.headers.items()}
-    content_type = headers.get("content-type", b"")
-    cookie = headers.get("cookie")
-    rest = urllib.parse.unquote_to_bytes(path.removeprefix(script))
-    post = request.method.lower() == "post"
-    entries, files = form(request.method, query.encode("latin-1"), content_type, request.body)
+def number(variable):
+    """The decimal number at the start of a text, within 32 bits; 0 without one."""
+    found = re.match(rb"[ \t\n\v\f\r]*([+-]?[0-9]+)", variable)
+    return min(max(int(found[1]), -(2**31)), 2**31 - 1) if found else 0
 
-    def number(value):
-        return str(value).encode()
 
-    items = [
-        ("status", b"0"),
-        ("SERVER_SOFTWARE", b"lighttpd"),
-        ("SERVER_NAME", b"127.0.0.1"),
-        ("GATEWAY_INTERFACE", b"CGI/1.1"),
-        ("SERVER_PROTOCOL", b"HTTP/1.1"),
-        ("SERVER_PORT", number(port)),
-        ("HTTP_COOKIE", cookie or b""),
-        ("REQUEST_METHOD", request.method.encode()),
-        ("PATH_INFO", rest),
-        ("PATH_TRANSLATED", document_root.encode() + rest if rest else b""),
-        ("SCRIPT_NAME", script.encode()),
-        ("QUERY_STRING", query.encode("latin-1")),
-        ("CONTENT_LENGTH", number(len(request.body))),
-        ("CONTENT_TYPE", content_type),
-        ("HTTP_REFERER", headers.get("referer", b"")),
-        ("REMOTE_HOST", b""),
-        ("REMOTE_ADDR", b"127.0.0.1"),
-        ("AUTH_TYPE", b""),
-        ("REMOTE_USER", b""),
-        ("REMOTE_IDENT", b""),
-        ("HTTP_ACCEPT", headers.get("accept", b"")),
-        ("HTTP_USER_AGENT", headers.get("user-agent", b"")),
-        ("REDIRECT_REQUEST", b""),
-        ("REDIRECT_URL", b""),
-        ("REDIRECT_STATUS", b"200"),
-        ("captured.length", number(len(request.body))),
-        ("captured.https", b"0"),
-        ("body", request.body if post and request.body else None),
-    ]
-    items.append(("cookies", b"-1" if cookie is None else number(len(cookies(cookie)))))
+VARIABLES = (
+    "SERVER_SOFTWARE SERVER_NAME GATEWAY_INTERFACE SERVER_PROTOCOL SERVER_PORT HTTP_COOKIE "
+    "REQUEST_METHOD PATH_INFO PATH_TRANSLATED SCRIPT_NAME QUERY_STRING CONTENT_LENGTH CONTENT_TYPE "
+    "HTTP_REFERER REMOTE_HOST REMOTE_ADDR AUTH_TYPE REMOTE_USER REMOTE_IDENT HTTP_ACCEPT "
+    "HTTP_USER_AGENT REDIRECT_REQUEST REDIRECT_URL REDIRECT_STATUS"
+).split()
+NUMBERS = ("SERVER_PORT", "CONTENT_LENGTH")
+
+
+def told(variables, standard_input):
+    """The items that the probe tells, in its order, in an environment of these variables."""
+
+    def value(name):
+        return variables.get(name, b"")
+
+    def digits(count):
+        return str(count).encode()
+
+    length = number(value("CONTENT_LENGTH"))
+    body = None
+    if value("REQUEST_METHOD").lower() == b"post" and length > 0:
+        body = standard_input[:length].ljust(length, b"\0")
+    items = [("status", b"0")]
+    for name in VARIABLES:
+        items.append((name, digits(number(value(name))) if name in NUMBERS else value(name)))
+    items.append(("captured.length", digits(length)))
+    items.append(("captured.https", digits(int(value("HTTPS") == b"on"))))
+    items.append(("body", body))
+    cookie = variables.get("HTTP_COOKIE")
+    items.append(("cookies", b"-1" if cookie is None else digits(len(cookies(cookie)))))
     for each in [] if cookie is None else cookies(cookie):
         items += [("cookie.name", each.name), ("cookie.value", each.value)]
-    items.append(("entries", number(len(entries))))
+    method, query, content_type = map(value, ("REQUEST_METHOD", "QUERY_STRING", "CONTENT_TYPE"))
+    entries, files = form(method, query, content_type, body)
+    items.append(("entries", digits(len(entries))))
     for entry in entries:
         items += [("entry.name", entry.name), ("entry.value", entry.value)]
-        items += [("entry.length", number(entry.length))]
-    items.append(("files", number(len(files))))
+        items += [("entry.length", digits(entry.length))]
+    items.append(("files", digits(len(files))))
     for file in files:
         items += [("file.name", file.name), ("file.fileName", file.file_name)]
         items += [("file.type", file.type), ("file.bytes", file.data)]
     return items
+
+
+def seen(request, port, script="/probe", document_root=""):
+    """The items that the probe tells of a request to lighttpd."""
+    path, _, query = request.target.partition("?")
+    headers = {name: value.encode("latin-1") for name, value in request.headers.items()}
+    rest = urllib.parse.unquote_to_bytes(path.removeprefix(script))
+    variables = {
+        "SERVER_SOFTWARE": b"lighttpd",
+        "SERVER_NAME": b"127.0.0.1",
+        "GATEWAY_INTERFACE": b"CGI/1.1",
+        "SERVER_PROTOCOL": b"HTTP/1.1",
+        "SERVER_PORT": str(port).encode(),
+        "REQUEST_METHOD": request.method.encode(),
+        "PATH_INFO": rest,
+        "PATH_TRANSLATED": document_root.encode() + rest if rest else b"",
+        "SCRIPT_NAME": script.encode(),
+        "QUERY_STRING": query.encode("latin-1"),
+        "CONTENT_LENGTH": str(len(request.body)).encode(),
+        "CONTENT_TYPE": headers.get("content-type", b""),
+        "HTTP_REFERER": headers.get("referer", b""),
+        "REMOTE_ADDR": b"127.0.0.1",
+        "HTTP_ACCEPT": headers.get("accept", b""),
+        "HTTP_USER_AGENT": headers.get("user-agent", b""),
+        "REDIRECT_STATUS": b"200",
+    }
+    if "cookie" in headers:
+        variables["HTTP_COOKIE"] = headers["cookie"]
+    return told(variables, request.body)

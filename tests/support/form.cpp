@@ -98,6 +98,24 @@ std::optional<Cookies> cookiesOf(TarnHandle environment) {
   return cookies;
 }
 
+void Request::empty() {
+  TarnHandle entriesOfIt = entryList();
+  TarnHandle filesOfIt = fileList();
+  FormEntryList_clear(&entriesOfIt);
+  // Clearing a file list would delete the list; its files go one by one, then the words.
+  for (uint32_t i = 0; i < static_cast<uint32_t>(FormFileList_getCount(&filesOfIt)); ++i) {
+    TarnHandle file = FormFileList_getByIndex(&filesOfIt, i);
+    CGIgs_delete(&file, TARN_FORM_FILE_MAGIC);
+  }
+  CGIgs_clear(&filesOfIt, TARN_FORM_FILE_LIST_MAGIC);
+}
+
+Form Request::taken() {
+  Form held = form();
+  empty();
+  return held;
+}
+
 void limitProcessorTime() {
   const rlim_t seconds = kSanitized ? 45 : 3;
   const rlimit limit{seconds, seconds};

@@ -110,6 +110,10 @@ class Request {
   Files files() { return filesOf(fileList()); }
   Form form() { return {entries(), files()}; }
 
+  // Takes all entries and files out of it; the second gives what it held.
+  void empty();
+  Form taken();
+
   TarnHandle handle = 0;
   const TarnStatus status;
 };

@@ -28,7 +28,16 @@ void withoutMemory(const std::function<void()> &action, size_t spare) {
 
 }  // namespace tarn_test
 
-#ifndef TARN_TESTS_SANITIZED
+#ifdef TARN_TESTS_SANITIZED
+
+// Blocks beyond this are refused, as they would be where memory is short, and do not end the test.
+extern "C" const char *__asan_default_options();
+const char *__asan_default_options() {
+  return "allocator_may_return_null=1:max_allocation_size_mb=1536";
+}
+
+#else
+
 extern "C" {
 
 void *__libc_malloc(size_t size);

@@ -1,0 +1,86 @@
+// What strangers sent, on its way into an answer: nothing is checked, changed or interpreted.
+#include <gtest/gtest.h>
+#include <tarn.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "support/form.h"
+#include "support/guarded.h"
+#include "support/handles.h"
+
+namespace tarn_test {
+namespace {
+
+const char *const kInjections[] = {
+    "v\r\nSet-Cookie: admin=1",
+    "v\r\n\r\n<script>",
+    "\r\n",
+    "\n",
+    "\r",
+    "v\n folded",
+    "%0d%0aX: y",
+    "%s%n%d%99999999s",
+    "",
+    ";",
+    "\"",
+    "\xFF\x80\r\n",
+};
+
+TEST(HostileHeaderLine, WithLineEndsIsKeptAsTheOneTextThatItIs) {
+  Node header(TARN_RESPONSE_HEADER_MAGIC);
+  for (const char *injection : kInjections) {
+    GuardedText line(injection);
+    EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(header, line.text()));
+  }
+  TarnHandle lines = HTTPResponseHeader_getHeaderList(header);
+  ASSERT_EQ(std::size(kInjections), TARNGenericList_getCount(&lines));
+  for (uint32_t i = 0; i < std::size(kInjections); ++i) {
+    EXPECT_STREQ(kInjections[i],
+                 reinterpret_cast<const char *>(TARNGenericList_getByIndex(&lines, i)));
+  }
+  EXPECT_STREQ("Not implemented yet.", HTTPResponseHeader_toHTML(header));
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_delete(header));
+}
+
+TEST(HostileHeaderLine, IsKeptLikeTheTextsAndTheContentTypeBesideIt) {
+  for (const char *injection : kInjections) {
+    GuardedText text(injection);
+    Node response(TARN_RESPONSE_HEADER_MAGIC);
+    EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, text.text(), 200, text.text()));
+    EXPECT_STREQ(injection, CGIgs_getString(response, 0, TARN_RESPONSE_HEADER_MAGIC));
+    EXPECT_STREQ(injection, CGIgs_getString(response, 1, TARN_RESPONSE_HEADER_MAGIC));
+    Node header(TARN_HEADER_MAGIC);
+    EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, text.text(), nullptr));
+    EXPECT_STREQ(injection, CGIgs_getString(header, 0, TARN_HEADER_MAGIC));
+  }
+}
+
+TEST(HostileCookieValue, WithLineEndsIsKeptAndRenderedAsItIs) {
+  for (const char *injection : kInjections) {
+    GuardedText text(injection);
+    Node cookie(TARN_COOKIE_MAGIC);
+    EXPECT_EQ(TARN_OK, HTTPCookie_init(cookie, text.text(), text.text(), text.text(), text.text(),
+                                       -1, text.text(), 1));
+    for (uint32_t slot = 0; slot < 5; ++slot) {
+      EXPECT_STREQ(injection, CGIgs_getString(cookie, slot, TARN_COOKIE_MAGIC)) << slot;
+    }
+    const std::string v = injection;
+    EXPECT_EQ("HTTPCookie{name=\"" + v + "\";value=\"" + v + "\";comment=\"" + v + "\";domain=\"" +
+                  v + "\",maxage=-1;path=\"" + v + "\";secure=\"yes\"}",
+              taken(const_cast<char *>(HTTPCookie_toString(cookie))));
+  }
+}
+
+TEST(HostileMarkup, IsKeptAsItIsInAttributesAndElements) {
+  for (const char *injection : {"\"><script>alert(1)</script>", "' onload='x", "\r\n", "%s%n"}) {
+    GuardedText text(injection);
+    Node attribute(TARN_ATTRIBUTE_MAGIC);
+    EXPECT_EQ(TARN_OK, HTMLAttribute_init(attribute, text.text(), text.text()));
+    EXPECT_STREQ(injection, CGIgs_getString(attribute, 0, TARN_ATTRIBUTE_MAGIC));
+    EXPECT_STREQ(injection, CGIgs_getString(attribute, 1, TARN_ATTRIBUTE_MAGIC));
+  }
+}
+
+}  // namespace
+}  // namespace tarn_test

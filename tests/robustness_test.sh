@@ -1,0 +1,62 @@
+#!/bin/bash
+# Usage: robustness_test.sh PAGE BUILD-FOLDER CTEST
+#
+# Every item of the page names tests, every test that it names exists, and every test of what
+# strangers send stands on it.
+set -euo pipefail
+export LC_ALL=C
+page=$1 build=$2 ctest=$3
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+failed=0
+
+fail() {
+  printf '%s\n' "$*" >&2
+  failed=1
+}
+
+# Without the library in front and a type behind the name.
+"$ctest" --test-dir "$build" -N |
+  sed -nE 's/^ *Test +#[0-9]+: //; T; s/^tarn://; s/<.*//; s:/[^.]*\.:.:; p' |
+  sort -u >"$folder/tests"
+# Tests behind a web server are not part of every build.
+with_e2e=no
+if grep -q '^e2e:' "$folder/tests"; then with_e2e=yes; fi
+
+# Prints "name test" for each test that the page names, and "bare item" for each without any.
+awk '
+  function close_item() { if (item != "" && names == 0) print "bare", item }
+  listed && /^(- |[0-9]+\. )/ { close_item(); item = $0; names = 0 }
+  /^#/ { close_item(); item = "" }
+  /^##/ { listed = 1 }
+  listed {
+    rest = $0
+    while (match(rest, /`(e2e:[a-z_]+|[A-Z][A-Za-z0-9]*\.[A-Z][A-Za-z0-9]*)`/)) {
+      print "name", substr(rest, RSTART + 1, RLENGTH - 2)
+      rest = substr(rest, RSTART + RLENGTH)
+      ++names
+    }
+  }
+  END { close_item() }
+' "$page" >"$folder/items"
+sed -n 's/^name //p' "$folder/items" | sort -u >"$folder/named"
+
+while read -r name; do
+  if [[ $name == e2e:* && $with_e2e == no ]]; then continue; fi
+  grep -qxF -- "$name" "$folder/tests" || fail "The page names a test that does not exist: $name"
+done <"$folder/named"
+
+while IFS= read -r item; do
+  fail "No test stands at: $item"
+done < <(sed -nE '/^bare /s/^bare //p' "$folder/items")
+
+while read -r name; do
+  fail "The page does not name the test $name"
+done < <(grep -E '^(Hostile|MemoryEdge)' "$folder/tests" | grep -vxF -f "$folder/named")
+
+sed -nE 's/^([0-9]+)\. .*/\1/p' "$page" >"$folder/numbers"
+if ! diff <(seq 40) "$folder/numbers" >&2; then fail 'The inputs are not numbered from 1 to 40.'; fi
+
+[ "$failed" = 0 ] || exit 1
+printf '%d tests stand on the page.\n' "$(wc -l <"$folder/named")"
