@@ -13,6 +13,7 @@
 #include <random>
 #include <string>
 
+#include "support/failing_memory.h"
 #include "support/form.h"
 #include "support/handles.h"
 #include "support/script.h"
@@ -621,9 +622,7 @@ TEST(CgiEnvSetPostData, OutOfMemoryKeepsTheBody) {
   });
 }
 
-class CgiEnvWithoutMemory : public WithoutMemory {};
-
-TEST_F(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
+TEST(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
   asScript({{"HTTP_COOKIE", "a=1"}}, "", [] {
     TarnHandle handle = 0;
     TarnStatus status = TARN_OK;
@@ -633,7 +632,7 @@ TEST_F(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
   });
 }
 
-TEST_F(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
+TEST(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
     const std::string data(100000, 'x');
@@ -649,7 +648,7 @@ TEST_F(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
   });
 }
 
-TEST_F(CgiEnvWithoutMemory, EachAllocationFailingInTurnGivesABodyOrAStatusThatSaysThereIsNone) {
+TEST(CgiEnvWithoutMemory, EachAllocationFailingInTurnGivesABodyOrAStatusThatSaysThereIsNone) {
   Variables variables = postOfLength("5");
   variables["HTTP_COOKIE"] = "a=1; x; b=2";
   asScript(variables, "", [] {
