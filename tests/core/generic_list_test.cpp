@@ -578,6 +578,25 @@ TEST(ListWithoutMemory, ReserveReportsItAndStopsAtTheStepThatFailed) {
   EXPECT_EQ((Words{1, 2, 3}), wordsOf(filled));
 }
 
+TEST(ListWithoutMemory, ReserveOfMoreThanACapacityCanSayReportsItAndTheCapacityStays) {
+  List list;
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { ATRNGenericList_init(list, nullptr, 0, UINT32_MAX - 5); });
+  tarn_test::withoutMemory([&] { status = TARNGenericList_reserve(list, UINT32_MAX); });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_EQ(UINT32_MAX - 5, TARNGenericList_getCapacity(list));
+}
+
+TEST(ListWithoutMemory, AListThatCountsAllItCanTakesNoWord) {
+  List list;
+  const uintptr_t word = 1;
+  EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, &word, UINT32_MAX, 1));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, TARNGenericList_addDatum(list, 2));
+  EXPECT_EQ(UINT32_MAX, TARNGenericList_getCount(list));
+  EXPECT_EQ(1U, TARNGenericList_getCapacity(list));
+  EXPECT_EQ(1U, TARNGenericList_getByIndex(list, 0));
+}
+
 TEST(ListWithoutMemory, InitLeavesAListWithoutAnArray) {
   const std::vector<uintptr_t> words(1000, 5);
   List list{1, 2, 3};
