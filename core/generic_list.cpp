@@ -16,7 +16,7 @@ uintptr_t *newWords(uint32_t words) {
 }
 
 void copyWords(uintptr_t *to, const void *from, uint32_t words) {
-  if (to && from && words > 0) std::memcpy(to, from, words * sizeof(uintptr_t));
+  if (to && from) std::memcpy(to, from, words * sizeof(uintptr_t));
 }
 
 // Gives the list an array of at least `words`. It doubles, so that appending costs the same however

@@ -21,14 +21,12 @@ int32_t numberIn(const char *name) { return toNumber(variable(name)); }
 
 // A signal does not end a body; the end of the input or an error does.
 size_t readInput(char *block, size_t length) {
-  size_t arrived = 0;
-  while (arrived < length) {
+  for (size_t arrived = 0;;) {
     errno = 0;
     arrived += std::fread(block + arrived, 1, length - arrived, stdin);
-    if (arrived == length || std::feof(stdin) || errno != EINTR) break;
+    if (arrived == length || std::feof(stdin) || errno != EINTR) return arrived;
     std::clearerr(stdin);
   }
-  return arrived;
 }
 
 // The body is read into the block that keeps it. What does not arrive is zero.

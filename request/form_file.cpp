@@ -31,8 +31,7 @@ bool sameText(const Node &a, const Node &b, Text slot) {
 
 Node *newFormFile(FileParts parts) {
   Node *file = newNode(TARN_FORM_FILE_MAGIC);
-  const bool whole = parts.name && parts.fileName && parts.contentType && parts.data;
-  if (file && whole) fill(*file, std::move(parts));
+  if (file && parts.name && parts.contentType) fill(*file, std::move(parts));
   return file;
 }
 

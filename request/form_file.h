@@ -16,7 +16,7 @@ struct FileParts {
   uint32_t length;
 };
 
-// A file of these parts; an empty one when any of them is missing.
+// A file of these parts; an empty one when name or content type is missing.
 Node *newFormFile(FileParts parts);
 
 const char *nameOfFile(const Node &file);

@@ -5,13 +5,13 @@
 #include <cstring>
 #include <string>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 
 namespace {
 
 using tarn_test::List;
 using tarn_test::Node;
-using ByteBufferWithoutMemory = tarn_test::WithoutMemory;
 
 constexpr uint32_t kMagic = 22878;
 
@@ -153,7 +153,7 @@ TEST(ByteBuffer, ACloneSharesTheBytes) {
   EXPECT_EQ(std::string("a\0c", 3), bytesOf(copy));
 }
 
-TEST_F(ByteBufferWithoutMemory, SetDataReportsItAndTheContentsAreGone) {
+TEST(ByteBufferWithoutMemory, SetDataReportsItAndTheContentsAreGone) {
   Node buffer(kMagic);
   CGIfb_setData(buffer, "abc", 3);
   const std::string data(5000, 'x');
@@ -164,7 +164,7 @@ TEST_F(ByteBufferWithoutMemory, SetDataReportsItAndTheContentsAreGone) {
   EXPECT_EQ(0u, CGIgs_getInt(buffer, 0, kMagic));
 }
 
-TEST_F(ByteBufferWithoutMemory, SetDataOfAllThatALengthCanSayReportsIt) {
+TEST(ByteBufferWithoutMemory, SetDataOfAllThatALengthCanSayReportsIt) {
   // Address space that the length covers and no memory stands behind.
   void *const data =
       mmap(nullptr, UINT32_MAX, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);

@@ -12,6 +12,7 @@
 #include <map>
 #include <string>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 #include "support/script.h"
 
@@ -20,7 +21,6 @@ namespace {
 using tarn_test::kSanitized;
 using tarn_test::List;
 using tarn_test::Node;
-using NodeWithoutMemory = tarn_test::WithoutMemory;
 
 constexpr uint32_t kMagic = 4711;
 constexpr uint32_t kOther = 4712;
@@ -1042,7 +1042,7 @@ TEST(NodeTree, ChildrenInEverySlotAreClonedInTheirPlaces) {
 
 // ---- Out of memory ------------------------------------------------------------------------------
 
-TEST_F(NodeWithoutMemory, NewAnswersOkAndLeavesTheHandleZero) {
+TEST(NodeWithoutMemory, NewAnswersOkAndLeavesTheHandleZero) {
   TarnHandle handle = 0;
   TarnStatus status = kHuge;
   tarn_test::withoutMemory([&] { status = CGIgs_new(&handle, kMagic); });
@@ -1050,7 +1050,7 @@ TEST_F(NodeWithoutMemory, NewAnswersOkAndLeavesTheHandleZero) {
   EXPECT_EQ(0u, handle);
 }
 
-TEST_F(NodeWithoutMemory, CloneAnswersOkAndLeavesTheDestinationZero) {
+TEST(NodeWithoutMemory, CloneAnswersOkAndLeavesTheDestinationZero) {
   Node node(kMagic);
   fill(node);
   TarnHandle copy = 0;
@@ -1060,7 +1060,7 @@ TEST_F(NodeWithoutMemory, CloneAnswersOkAndLeavesTheDestinationZero) {
   EXPECT_EQ(0u, copy);
 }
 
-TEST_F(NodeWithoutMemory, SetStringAnswersOkAndEmptiesTheSlot) {
+TEST(NodeWithoutMemory, SetStringAnswersOkAndEmptiesTheSlot) {
   Node node(kMagic);
   CGIgs_setString(node, 0, "old", kMagic);
   const std::string text(5000, 'x');
@@ -1070,7 +1070,7 @@ TEST_F(NodeWithoutMemory, SetStringAnswersOkAndEmptiesTheSlot) {
   EXPECT_EQ(nullptr, CGIgs_getString(node, 0, kMagic));
 }
 
-TEST_F(NodeWithoutMemory, SetNStringReportsItAndEmptiesTheSlot) {
+TEST(NodeWithoutMemory, SetNStringReportsItAndEmptiesTheSlot) {
   Node node(kMagic);
   CGIgs_setString(node, 7, "old", kMagic);
   const std::string data(5000, 'x');
@@ -1080,7 +1080,7 @@ TEST_F(NodeWithoutMemory, SetNStringReportsItAndEmptiesTheSlot) {
   EXPECT_EQ(nullptr, CGIgs_getString(node, 7, kMagic));
 }
 
-TEST_F(NodeWithoutMemory, SetNStringOfAllThatALengthCanSayReportsIt) {
+TEST(NodeWithoutMemory, SetNStringOfAllThatALengthCanSayReportsIt) {
   // Address space that the length covers and no memory stands behind.
   void *const data =
       mmap(nullptr, kHuge, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -1093,7 +1093,7 @@ TEST_F(NodeWithoutMemory, SetNStringOfAllThatALengthCanSayReportsIt) {
   EXPECT_EQ(nullptr, CGIgs_getString(node, 0, kMagic));
 }
 
-TEST_F(NodeWithoutMemory, SetStructAnswersOkAndLeavesTheSlotEmptyUnderTheNewMagic) {
+TEST(NodeWithoutMemory, SetStructAnswersOkAndLeavesTheSlotEmptyUnderTheNewMagic) {
   Node node(kMagic);
   Node child(kChild);
   TarnStatus status = kHuge;
@@ -1103,7 +1103,7 @@ TEST_F(NodeWithoutMemory, SetStructAnswersOkAndLeavesTheSlotEmptyUnderTheNewMagi
   EXPECT_EQ(kChild, CGIgs_getChildMagic(node, 0, kMagic));
 }
 
-TEST_F(NodeWithoutMemory, WhatDoesNotFitIsAbsentFromAClone) {
+TEST(NodeWithoutMemory, WhatDoesNotFitIsAbsentFromAClone) {
   const std::string large(100000, 'x');
   Node node(kMagic);
   Node child(kChild);

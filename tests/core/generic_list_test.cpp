@@ -8,13 +8,13 @@
 #include <numeric>
 #include <vector>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 
 namespace {
 
 using tarn_test::List;
 using tarn_test::Node;
-using ListWithoutMemory = tarn_test::WithoutMemory;
 
 constexpr uint32_t kHuge = std::numeric_limits<uint32_t>::max();
 constexpr uintptr_t kWide = ~uintptr_t{0};
@@ -461,7 +461,7 @@ void addThousand(TarnHandle *list) {
   for (uintptr_t i = 0; i < 1000; ++i) ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(list, i));
 }
 
-TEST_F(ListWithoutMemory, NewAndCloneReportItAndLeaveTheHandleAlone) {
+TEST(ListWithoutMemory, NewAndCloneReportItAndLeaveTheHandleAlone) {
   List list{1};
   TarnHandle fresh = 0;
   TarnHandle copy = 0;
@@ -474,7 +474,7 @@ TEST_F(ListWithoutMemory, NewAndCloneReportItAndLeaveTheHandleAlone) {
   EXPECT_EQ(0u, copy);
 }
 
-TEST_F(ListWithoutMemory, TheFirstWordIsRefusedAndTheCapacityOverstates) {
+TEST(ListWithoutMemory, TheFirstWordIsRefusedAndTheCapacityOverstates) {
   List list;
   std::array<TarnStatus, 2> status{};
   tarn_test::withoutMemory([&] {
@@ -488,7 +488,7 @@ TEST_F(ListWithoutMemory, TheFirstWordIsRefusedAndTheCapacityOverstates) {
   EXPECT_EQ(TARN_OK, TARNGenericList_clear(list));
 }
 
-TEST_F(ListWithoutMemory, AddReportsItAndTheElementsAreAsTheyWere) {
+TEST(ListWithoutMemory, AddReportsItAndTheElementsAreAsTheyWere) {
   List list;
   addThousand(list);
   TarnStatus status = TARN_OK;
@@ -503,7 +503,7 @@ TEST_F(ListWithoutMemory, AddReportsItAndTheElementsAreAsTheyWere) {
   }
 }
 
-TEST_F(ListWithoutMemory, AListThatCouldNotGrowIsWrittenInsideItsArrayOnly) {
+TEST(ListWithoutMemory, AListThatCouldNotGrowIsWrittenInsideItsArrayOnly) {
   List list;
   addThousand(list);
   std::array<TarnStatus, 5> status{};
@@ -521,7 +521,7 @@ TEST_F(ListWithoutMemory, AListThatCouldNotGrowIsWrittenInsideItsArrayOnly) {
   EXPECT_EQ(5u, TARNGenericList_getByIndex(list, 999));
 }
 
-TEST_F(ListWithoutMemory, AListThatCouldNotGrowIsClonedAndClearedAsItIs) {
+TEST(ListWithoutMemory, AListThatCouldNotGrowIsClonedAndClearedAsItIs) {
   List list;
   addThousand(list);
   tarn_test::withoutMemory([&] { addUntilItFails(list); });
@@ -536,7 +536,7 @@ TEST_F(ListWithoutMemory, AListThatCouldNotGrowIsClonedAndClearedAsItIs) {
   EXPECT_EQ(capacity, TARNGenericList_getCapacity(list));
 }
 
-TEST_F(ListWithoutMemory, AListThatCouldNotGrowTakesWordsWhenMemoryIsBack) {
+TEST(ListWithoutMemory, AListThatCouldNotGrowTakesWordsWhenMemoryIsBack) {
   List list;
   addThousand(list);
   tarn_test::withoutMemory([&] { addUntilItFails(list); });
@@ -551,7 +551,7 @@ TEST_F(ListWithoutMemory, AListThatCouldNotGrowTakesWordsWhenMemoryIsBack) {
   EXPECT_EQ(capacity, TARNGenericList_getCapacity(list));
 }
 
-TEST_F(ListWithoutMemory, MemoryForTenMoreIsEnoughToGrow) {
+TEST(ListWithoutMemory, MemoryForTenMoreIsEnoughToGrow) {
   List list;
   addThousand(list);
   tarn_test::withoutMemory([&] { addUntilItFails(list); });
@@ -564,7 +564,7 @@ TEST_F(ListWithoutMemory, MemoryForTenMoreIsEnoughToGrow) {
   EXPECT_EQ(1u, TARNGenericList_getByIndex(list, capacity - 10));
 }
 
-TEST_F(ListWithoutMemory, ReserveReportsItAndStopsAtTheStepThatFailed) {
+TEST(ListWithoutMemory, ReserveReportsItAndStopsAtTheStepThatFailed) {
   List list;
   List filled{1, 2, 3};
   std::array<TarnStatus, 2> status{};
@@ -578,7 +578,26 @@ TEST_F(ListWithoutMemory, ReserveReportsItAndStopsAtTheStepThatFailed) {
   EXPECT_EQ((Words{1, 2, 3}), wordsOf(filled));
 }
 
-TEST_F(ListWithoutMemory, InitLeavesAListWithoutAnArray) {
+TEST(ListWithoutMemory, ReserveOfMoreThanACapacityCanSayReportsItAndTheCapacityStays) {
+  List list;
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { ATRNGenericList_init(list, nullptr, 0, UINT32_MAX - 5); });
+  tarn_test::withoutMemory([&] { status = TARNGenericList_reserve(list, UINT32_MAX); });
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_EQ(UINT32_MAX - 5, TARNGenericList_getCapacity(list));
+}
+
+TEST(ListWithoutMemory, AListThatCountsAllItCanTakesNoWord) {
+  List list;
+  const uintptr_t word = 1;
+  EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, &word, UINT32_MAX, 1));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, TARNGenericList_addDatum(list, 2));
+  EXPECT_EQ(UINT32_MAX, TARNGenericList_getCount(list));
+  EXPECT_EQ(1U, TARNGenericList_getCapacity(list));
+  EXPECT_EQ(1U, TARNGenericList_getByIndex(list, 0));
+}
+
+TEST(ListWithoutMemory, InitLeavesAListWithoutAnArray) {
   const std::vector<uintptr_t> words(1000, 5);
   List list{1, 2, 3};
   std::array<TarnStatus, 2> status{};
@@ -592,7 +611,7 @@ TEST_F(ListWithoutMemory, InitLeavesAListWithoutAnArray) {
   EXPECT_EQ(nullptr, TARNGenericList_getData(list));
 }
 
-TEST_F(ListWithoutMemory, CloneWithoutRoomForTheWordsReadsZeros) {
+TEST(ListWithoutMemory, CloneWithoutRoomForTheWordsReadsZeros) {
   List list;
   for (uint32_t i = 1; i <= 100000; ++i) TARNGenericList_addDatum(list, i);
   TarnHandle copy = 0;

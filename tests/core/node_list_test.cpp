@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 
 namespace {
@@ -582,7 +583,7 @@ TYPED_TEST(NodeListReserve, DoesNothingOnNoList) {
 // ---- Without memory -----------------------------------------------------------------------------
 
 template <typename Type>
-struct NodeListWithoutMemory : tarn_test::WithoutMemory {};
+struct NodeListWithoutMemory : testing::Test {};
 TYPED_TEST_SUITE(NodeListWithoutMemory, AllLists, TypeName);
 
 TYPED_TEST(NodeListWithoutMemory, AddAndCloneReportItAndLeaveEverythingAsItIs) {

@@ -11,13 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "support/failing_memory.h"
 #include "support/form.h"
 #include "support/handles.h"
 
 namespace {
 
 using tarn_test::Node;
-using StringWithoutMemory = tarn_test::WithoutMemory;
 
 // A string of the test's own; converts to the address of its handle.
 class String {
@@ -755,7 +755,7 @@ TarnStatus starved(const Act &act, TarnHandle *handle, size_t spare = tarn_test:
   return status;
 }
 
-TEST_F(StringWithoutMemory, NewReportsItAndLeavesNoStringOrOneWithoutABuffer) {
+TEST(StringWithoutMemory, NewReportsItAndLeavesNoStringOrOneWithoutABuffer) {
   int without[2] = {};
   size_t spare = 0;
   for (String string(nullptr); starved(TARNString_new, string, spare) != TARN_OK; ++spare) {
@@ -775,7 +775,7 @@ TEST_F(StringWithoutMemory, NewReportsItAndLeavesNoStringOrOneWithoutABuffer) {
   EXPECT_EQ(TARN_OUT_OF_MEMORY, starved(TARNString_new, string, spare - 1));
 }
 
-TEST_F(StringWithoutMemory, WhatIsTooLargeToInsertTakesTheTextWithIt) {
+TEST(StringWithoutMemory, WhatIsTooLargeToInsertTakesTheTextWithIt) {
   const std::string much = letters(kMuch);
   for (const Act &act : {append(much), insert(much, 1), appendn("a", 0, kMuch)}) {
     String string("abc");
@@ -785,7 +785,7 @@ TEST_F(StringWithoutMemory, WhatIsTooLargeToInsertTakesTheTextWithIt) {
   }
 }
 
-TEST_F(StringWithoutMemory, WhatFitsIsWrittenAllTheSame) {
+TEST(StringWithoutMemory, WhatFitsIsWrittenAllTheSame) {
   String string("abc");
   for (const Act &act : {append("def"), insert("-", 0), removeBytes(1, 1), reserve(10)}) {
     EXPECT_EQ(TARN_OK, starved(act, string, 0));
@@ -793,7 +793,7 @@ TEST_F(StringWithoutMemory, WhatFitsIsWrittenAllTheSame) {
   EXPECT_STREQ("-bcdef", TARNString_c_str(string));
 }
 
-TEST_F(StringWithoutMemory, SetDoesNotReportItAndLeavesNoText) {
+TEST(StringWithoutMemory, SetDoesNotReportItAndLeavesNoText) {
   String string("abc");
   EXPECT_EQ(TARN_OK, starved(set(letters(kMuch)), string));
   EXPECT_EQ(0U, TARNString_length(string));
@@ -802,21 +802,21 @@ TEST_F(StringWithoutMemory, SetDoesNotReportItAndLeavesNoText) {
   EXPECT_STREQ("text", TARNString_c_str(string));
 }
 
-TEST_F(StringWithoutMemory, ReserveDoesNotReportItAndLeavesTheStringAsItWas) {
+TEST(StringWithoutMemory, ReserveDoesNotReportItAndLeavesTheStringAsItWas) {
   String string("abc");
   EXPECT_EQ(TARN_OK, starved(reserve(100), string, 0));
   EXPECT_STREQ("abc", TARNString_c_str(string));
   EXPECT_EQ(16, capacityOf(string));
 }
 
-TEST_F(StringWithoutMemory, FormattingIsRefusedAsANullTextWouldBe) {
+TEST(StringWithoutMemory, FormattingIsRefusedAsANullTextWouldBe) {
   String string("abc");
   EXPECT_EQ(TARN_BAD_ARGUMENT, starved(appendFormatted("x"), string, 0));
   EXPECT_EQ(TARN_BAD_ARGUMENT, starved(insertFormatted("x", 0), string, 0));
   EXPECT_STREQ("abc", TARNString_c_str(string));
 }
 
-TEST_F(StringWithoutMemory, DupReportsAMissingRecordButNotAMissingBuffer) {
+TEST(StringWithoutMemory, DupReportsAMissingRecordButNotAMissingBuffer) {
   String string(letters(kMuch));
   String copy(nullptr);
   const Act dup = [&](auto *to) { return TARNString_dup(string, to); };
@@ -829,7 +829,7 @@ TEST_F(StringWithoutMemory, DupReportsAMissingRecordButNotAMissingBuffer) {
   EXPECT_STREQ("a", TARNString_c_str(copy));
 }
 
-TEST_F(StringWithoutMemory, SubstrReportsAMissingStringFirstAndNeverAMissingText) {
+TEST(StringWithoutMemory, SubstrReportsAMissingStringFirstAndNeverAMissingText) {
   String string(letters(kMuch));
   String part(nullptr);
   const Act substr = [&](auto *to) { return TARNString_substr(string, 0, 0, to); };

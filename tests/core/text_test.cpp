@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 #include "support/script.h"
 
@@ -21,7 +22,6 @@ namespace {
 using tarn_test::asScript;
 using tarn_test::Node;
 using tarn_test::taken;
-using TextWithoutMemory = tarn_test::WithoutMemory;
 
 // ---- Formatted allocation -----------------------------------------------------------------------
 
@@ -774,7 +774,7 @@ TEST(ReadString, GivesNullForACountThatCannotBeAllocated) {
 
 // ---- Out of memory ------------------------------------------------------------------------------
 
-TEST_F(TextWithoutMemory, AsprintfAnswersZeroAndNull) {
+TEST(TextWithoutMemory, AsprintfAnswersZeroAndNull) {
   const std::string text(5000, 'x');
   char before[] = "before";
   char *out = before;
@@ -784,7 +784,7 @@ TEST_F(TextWithoutMemory, AsprintfAnswersZeroAndNull) {
   EXPECT_EQ(nullptr, out);
 }
 
-TEST_F(TextWithoutMemory, WhatMakesATextMakesNone) {
+TEST(TextWithoutMemory, WhatMakesATextMakesNone) {
   const std::string text(5000, 'x');
   char *decoded = nullptr;
   char *stripped = nullptr;
@@ -799,7 +799,7 @@ TEST_F(TextWithoutMemory, WhatMakesATextMakesNone) {
   EXPECT_EQ(0u, buffer);
 }
 
-TEST_F(TextWithoutMemory, ReadStringMakesNoTextFromAStream) {
+TEST(TextWithoutMemory, ReadStringMakesNoTextFromAStream) {
   Stream stream("9 5000 abc");
   ASSERT_EQ(9, readLong(stream));
   char *text = nullptr;
@@ -807,7 +807,7 @@ TEST_F(TextWithoutMemory, ReadStringMakesNoTextFromAStream) {
   EXPECT_EQ(nullptr, text);
 }
 
-TEST_F(TextWithoutMemory, ExtractBetweenWithoutRoomForTheBytesMakesAnEmptyBuffer) {
+TEST(TextWithoutMemory, ExtractBetweenWithoutRoomForTheBytesMakesAnEmptyBuffer) {
   const std::string data = '[' + std::string(100000, 'x') + ']';
   TarnHandle buffer = 0;
   tarn_test::withoutMemory([&] { buffer = extractBetween(data.data(), 100002, "[", "]"); },

@@ -14,6 +14,7 @@
 #include <random>
 #include <string>
 
+#include "support/failing_memory.h"
 #include "support/form.h"
 #include "support/handles.h"
 #include "support/rules.h"
@@ -107,13 +108,6 @@ const Number kNumbers[] = {
 
 Variables postOfLength(const std::string &length) {
   return {{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", length}};
-}
-
-// From here on. The sanitizer, which needs the address space itself, refuses them from the start.
-void refuseLargeBlocks() {
-  if (kSanitized) return;
-  const rlimit limit{512 * kMegabyte, 512 * kMegabyte};
-  ASSERT_EQ(0, setrlimit(RLIMIT_AS, &limit));
 }
 
 // The cookies of a request with this header.
@@ -629,9 +623,7 @@ TEST(CgiEnvSetPostData, OutOfMemoryKeepsTheBody) {
   });
 }
 
-class CgiEnvWithoutMemory : public WithoutMemory {};
-
-TEST_F(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
+TEST(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
   asScript({{"HTTP_COOKIE", "a=1"}}, "", [] {
     TarnHandle handle = 0;
     TarnStatus status = TARN_OK;
@@ -641,7 +633,7 @@ TEST_F(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
   });
 }
 
-TEST_F(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
+TEST(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
     const std::string data(100000, 'x');
@@ -657,7 +649,7 @@ TEST_F(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
   });
 }
 
-TEST_F(CgiEnvWithoutMemory, EachAllocationFailingInTurnGivesABodyOrAStatusThatSaysThereIsNone) {
+TEST(CgiEnvWithoutMemory, EachAllocationFailingInTurnGivesABodyOrAStatusThatSaysThereIsNone) {
   Variables variables = postOfLength("5");
   variables["HTTP_COOKIE"] = "a=1; x; b=2";
   asScript(variables, "", [] {

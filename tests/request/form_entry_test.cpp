@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 
 namespace {
@@ -470,9 +471,7 @@ TEST(FormEntryList, CopyInListHasTheStrippedTextAndTheMissingNameOfTheEntry) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-struct FormEntryWithoutMemory : tarn_test::WithoutMemory {};
-
-TEST_F(FormEntryWithoutMemory, SetValueReportsItAndKeepsTheEntry) {
+TEST(FormEntryWithoutMemory, SetValueReportsItAndKeepsTheEntry) {
   Entry entry("city", "Paris");
   TarnStatus status = TARN_OK;
   tarn_test::withoutMemory([&] { status = FormEntry_setValue(entry, "Oslo", 4); });
@@ -482,7 +481,7 @@ TEST_F(FormEntryWithoutMemory, SetValueReportsItAndKeepsTheEntry) {
   EXPECT_EQ(5U, length(entry));
 }
 
-TEST_F(FormEntryWithoutMemory, InitReportsItKeepsTheValueAndLosesTheName) {
+TEST(FormEntryWithoutMemory, InitReportsItKeepsTheValueAndLosesTheName) {
   Entry entry("city", "Paris");
   TarnStatus status = TARN_OK;
   tarn_test::withoutMemory([&] { status = FormEntry_init(entry, "country", "Peru", 4); });
@@ -491,7 +490,7 @@ TEST_F(FormEntryWithoutMemory, InitReportsItKeepsTheValueAndLosesTheName) {
   EXPECT_STREQ("Paris", value(entry));
 }
 
-TEST_F(FormEntryWithoutMemory, StrippedValueIsNull) {
+TEST(FormEntryWithoutMemory, StrippedValueIsNull) {
   Entry entry("n", " 42 ");
   const char *stripped = "";
   tarn_test::withoutMemory([&] { stripped = FormEntry_getStrippedValue(entry); });
@@ -499,7 +498,7 @@ TEST_F(FormEntryWithoutMemory, StrippedValueIsNull) {
   EXPECT_STREQ(" 42 ", value(entry));
 }
 
-TEST_F(FormEntryWithoutMemory, CopyInListOfAValueTooLargeHasNoneAndKeepsItsLength) {
+TEST(FormEntryWithoutMemory, CopyInListOfAValueTooLargeHasNoneAndKeepsItsLength) {
   EntryList list;
   Entry entry("n", std::string(tarn_test::kLittleMemory, 'x'));
   TarnStatus status = TARN_BAD_ARGUMENT;

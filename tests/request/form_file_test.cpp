@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 
 namespace {
@@ -494,9 +495,7 @@ TEST(FormFileList, CopyInListOfAFileWithoutBytesHasNone) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-struct FormFileWithoutMemory : tarn_test::WithoutMemory {};
-
-TEST_F(FormFileWithoutMemory, InitSucceedsAndTheFileIsEmpty) {
+TEST(FormFileWithoutMemory, InitSucceedsAndTheFileIsEmpty) {
   File file("photo", "cat.png", "image/png", "meow");
   TarnStatus status = TARN_BAD_ARGUMENT;
   tarn_test::withoutMemory([&] { status = FormFile_init(file, "n", "f", "t", "data", 4); });
@@ -504,7 +503,7 @@ TEST_F(FormFileWithoutMemory, InitSucceedsAndTheFileIsEmpty) {
   expectFile(file, nullptr, nullptr, nullptr, "");
 }
 
-TEST_F(FormFileWithoutMemory, InitWithTooManyBytesSucceedsAndTheFileHasNone) {
+TEST(FormFileWithoutMemory, InitWithTooManyBytesSucceedsAndTheFileHasNone) {
   const std::string large(tarn_test::kLittleMemory, 'x');
   File file("photo", "cat.png", "image/png", "meow");
   TarnStatus status = TARN_BAD_ARGUMENT;

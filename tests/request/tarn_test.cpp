@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 
+#include "support/failing_memory.h"
 #include "support/form.h"
 #include "support/handles.h"
 #include "support/rules.h"
@@ -1087,9 +1088,7 @@ TEST(TarnDelete, ReleasesAListParkedInFrontOfTheChildrenAndALostEnvironmentStays
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-class TarnWithoutMemory : public WithoutMemory {};
-
-TEST_F(TarnWithoutMemory, NewOfAGetFindsNoEnvironmentAndLeavesTheHandleAtZero) {
+TEST(TarnWithoutMemory, NewOfAGetFindsNoEnvironmentAndLeavesTheHandleAtZero) {
   asScript(get("a=1"), "", [] {
     TarnHandle handle = 0;
     TarnStatus status = TARN_OK;
@@ -1099,7 +1098,7 @@ TEST_F(TarnWithoutMemory, NewOfAGetFindsNoEnvironmentAndLeavesTheHandleAtZero) {
   });
 }
 
-TEST_F(TarnWithoutMemory, NewOfAPostParsesNothingAndLeavesTheHandleAtZero) {
+TEST(TarnWithoutMemory, NewOfAPostParsesNothingAndLeavesTheHandleAtZero) {
   asScript(post(kUrlEncoded, "a=1"), "a=1", [] {
     TarnHandle handle = 0;
     TarnStatus status = TARN_OUT_OF_MEMORY;
@@ -1109,7 +1108,7 @@ TEST_F(TarnWithoutMemory, NewOfAPostParsesNothingAndLeavesTheHandleAtZero) {
   });
 }
 
-TEST_F(TarnWithoutMemory, FieldsAreLostAndTheParseSucceeds) {
+TEST(TarnWithoutMemory, FieldsAreLostAndTheParseSucceeds) {
   asScriptOf("a=1", [](Request &request) {
     TarnStatus urlEncoded = TARN_OUT_OF_MEMORY;
     TarnStatus multipart = TARN_OUT_OF_MEMORY;
@@ -1132,7 +1131,7 @@ TEST_F(TarnWithoutMemory, FieldsAreLostAndTheParseSucceeds) {
   });
 }
 
-TEST_F(TarnWithoutMemory, EachAllocationFailingInTurnLeavesWhatCanBeLookedAtAndDeleted) {
+TEST(TarnWithoutMemory, EachAllocationFailingInTurnLeavesWhatCanBeLookedAtAndDeleted) {
   Variables urlEncoded = get("a=1&b=%41&=&k=long+enough+for+a+block+of+its+own");
   urlEncoded["HTTP_COOKIE"] = "a=1; x; b=2";
   Variables multipart = get(field("a", "1") + file("f", "f+1.txt", "data") + field("", "2") + kEnd);

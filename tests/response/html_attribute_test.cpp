@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 
 namespace {
@@ -158,9 +159,7 @@ TEST(HTMLAttributeList, LentAttributeCanBeGivenOtherTextsInItsPlace) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-struct HTMLAttributeWithoutMemory : tarn_test::WithoutMemory {};
-
-TEST_F(HTMLAttributeWithoutMemory, InitSucceedsAndTheTextsAreMissing) {
+TEST(HTMLAttributeWithoutMemory, InitSucceedsAndTheTextsAreMissing) {
   Attribute attribute("n", "v");
   TarnStatus status = TARN_BAD_ARGUMENT;
   tarn_test::withoutMemory([&] { status = HTMLAttribute_init(attribute, "m", "w"); });

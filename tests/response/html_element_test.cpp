@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 #include "support/script.h"
 
@@ -1113,9 +1114,7 @@ TEST(HTMLElementTree, BushIsCopiedWithEveryBranchInItsPlace) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-struct HTMLElementWithoutMemory : tarn_test::WithoutMemory {};
-
-TEST_F(HTMLElementWithoutMemory, CloneOfTheElementItselfAnswersOkAndLeavesTheDestinationZero) {
+TEST(HTMLElementWithoutMemory, CloneOfTheElementItselfAnswersOkAndLeavesTheDestinationZero) {
   Page page;
   TarnHandle copy = 0;
   TarnStatus status = TARN_BAD_ARGUMENT;
@@ -1124,7 +1123,7 @@ TEST_F(HTMLElementWithoutMemory, CloneOfTheElementItselfAnswersOkAndLeavesTheDes
   EXPECT_EQ(0U, copy);
 }
 
-TEST_F(HTMLElementWithoutMemory, CloneThatRunsOutHalfwayLeavesAllButTheChildrenInTheDestination) {
+TEST(HTMLElementWithoutMemory, CloneThatRunsOutHalfwayLeavesAllButTheChildrenInTheDestination) {
   Page page;
   for (int i = 0; i < 1000; ++i) page.add(Element("li"));
   TarnHandle copy = 0;
@@ -1136,7 +1135,7 @@ TEST_F(HTMLElementWithoutMemory, CloneThatRunsOutHalfwayLeavesAllButTheChildrenI
   HTMLElement_delete(&copy);
 }
 
-TEST_F(HTMLElementWithoutMemory, CloneOfATextTooLargeIsWithoutIt) {
+TEST(HTMLElementWithoutMemory, CloneOfATextTooLargeIsWithoutIt) {
   Page page;
   page.setName(std::string(tarn_test::kLittleMemory, 'x').c_str());
   TarnHandle copy = 0;
@@ -1148,7 +1147,7 @@ TEST_F(HTMLElementWithoutMemory, CloneOfATextTooLargeIsWithoutIt) {
   HTMLElement_delete(&copy);
 }
 
-TEST_F(HTMLElementWithoutMemory, FirstAttributeIsABadArgumentAndFirstChildAWrongType) {
+TEST(HTMLElementWithoutMemory, FirstAttributeIsABadArgumentAndFirstChildAWrongType) {
   Element element("a");
   Attribute attribute("id");
   Element child("b");
@@ -1163,7 +1162,7 @@ TEST_F(HTMLElementWithoutMemory, FirstAttributeIsABadArgumentAndFirstChildAWrong
   EXPECT_EQ("a", shown(element));
 }
 
-TEST_F(HTMLElementWithoutMemory, LaterAttributeOrChildReportsItAndIsNotAdded) {
+TEST(HTMLElementWithoutMemory, LaterAttributeOrChildReportsItAndIsNotAdded) {
   Page page;
   Attribute attribute("id");
   Element child("b");
@@ -1178,7 +1177,7 @@ TEST_F(HTMLElementWithoutMemory, LaterAttributeOrChildReportsItAndIsNotAdded) {
   EXPECT_EQ(kPage, shown(page));
 }
 
-TEST_F(HTMLElementWithoutMemory, SettingListsReportsItAndTheOldOnesAreLost) {
+TEST(HTMLElementWithoutMemory, SettingListsReportsItAndTheOldOnesAreLost) {
   Page page;
   AttributeList attributes{"id"};
   ElementList embedded{"b"};
@@ -1193,7 +1192,7 @@ TEST_F(HTMLElementWithoutMemory, SettingListsReportsItAndTheOldOnesAreLost) {
   EXPECT_EQ("ul\"menu\"#-7", shown(page));
 }
 
-TEST_F(HTMLElementWithoutMemory, ReleasingTreesNeedsNone) {
+TEST(HTMLElementWithoutMemory, ReleasingTreesNeedsNone) {
   Page deleted;
   Page cleared;
   ElementList list;

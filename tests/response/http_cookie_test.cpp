@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 
 namespace {
@@ -415,9 +416,7 @@ TEST(HTTPCookieList, CopiesHaveEveryFieldAndTheRenderedText) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-struct HTTPCookieWithoutMemory : tarn_test::WithoutMemory {};
-
-TEST_F(HTTPCookieWithoutMemory, InitSucceedsAndTheTextsAreUnset) {
+TEST(HTTPCookieWithoutMemory, InitSucceedsAndTheTextsAreUnset) {
   FullCookie cookie;
   TarnStatus status = TARN_BAD_ARGUMENT;
   tarn_test::withoutMemory(
@@ -428,7 +427,7 @@ TEST_F(HTTPCookieWithoutMemory, InitSucceedsAndTheTextsAreUnset) {
   EXPECT_EQ(5, HTTPCookie_isSecure(cookie));
 }
 
-TEST_F(HTTPCookieWithoutMemory, ToStringIsTheSharedEmptyTextAndTheRenderedOneIsGone) {
+TEST(HTTPCookieWithoutMemory, ToStringIsTheSharedEmptyTextAndTheRenderedOneIsGone) {
   FullCookie cookie;
   OwnText before(HTTPCookie_toString(cookie));
   const char *made = nullptr;

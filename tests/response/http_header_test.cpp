@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/failing_memory.h"
 #include "support/handles.h"
 
 namespace {
@@ -765,9 +766,7 @@ TEST(HTTPHeader, RenderingsHaveOneAddressForEveryHandle) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-struct HTTPHeaderWithoutMemory : tarn_test::WithoutMemory {};
-
-TEST_F(HTTPHeaderWithoutMemory, NewPlainHeaderIsWrongTypeAndTheHandleStaysEmpty) {
+TEST(HTTPHeaderWithoutMemory, NewPlainHeaderIsWrongTypeAndTheHandleStaysEmpty) {
   TarnHandle header = 0;
   TarnStatus status = TARN_OK;
   tarn_test::withoutMemory([&] { status = HTTPPlainHeader_new(&header); });
@@ -775,7 +774,7 @@ TEST_F(HTTPHeaderWithoutMemory, NewPlainHeaderIsWrongTypeAndTheHandleStaysEmpty)
   EXPECT_EQ(0U, header);
 }
 
-TEST_F(HTTPHeaderWithoutMemory, CookieListThatCannotBeCopiedLeavesNoCookies) {
+TEST(HTTPHeaderWithoutMemory, CookieListThatCannotBeCopiedLeavesNoCookies) {
   Header header;
   Response response(Response::kFull);
   CookieList cookies{"a"};
@@ -792,7 +791,7 @@ TEST_F(HTTPHeaderWithoutMemory, CookieListThatCannotBeCopiedLeavesNoCookies) {
   EXPECT_EQ(0U, cookieList(response));
 }
 
-TEST_F(HTTPHeaderWithoutMemory, AddHeaderSucceedsWithAHoleInPlaceOfTheLine) {
+TEST(HTTPHeaderWithoutMemory, AddHeaderSucceedsWithAHoleInPlaceOfTheLine) {
   Response response;
   HTTPResponseHeader_addHeader(response, "X-One: 1");
   TarnStatus status = TARN_BAD_ARGUMENT;
@@ -801,7 +800,7 @@ TEST_F(HTTPHeaderWithoutMemory, AddHeaderSucceedsWithAHoleInPlaceOfTheLine) {
   EXPECT_EQ((Texts{"X-One: 1", kHole}), lines(response));
 }
 
-TEST_F(HTTPHeaderWithoutMemory, AddHeaderReportsThatTheListCannotGrow) {
+TEST(HTTPHeaderWithoutMemory, AddHeaderReportsThatTheListCannotGrow) {
   Response response;
   const Texts ten(10, "X-One: 1");
   for (const std::string &text : ten) HTTPResponseHeader_addHeader(response, text.c_str());
@@ -811,7 +810,7 @@ TEST_F(HTTPHeaderWithoutMemory, AddHeaderReportsThatTheListCannotGrow) {
   EXPECT_EQ(ten, lines(response));
 }
 
-TEST_F(HTTPHeaderWithoutMemory, AddCookieReportsItAndKeepsTheCookies) {
+TEST(HTTPHeaderWithoutMemory, AddCookieReportsItAndKeepsTheCookies) {
   Response response(Response::kFull);
   Cookie cookie("c");
   TarnStatus status = TARN_OK;
@@ -820,7 +819,7 @@ TEST_F(HTTPHeaderWithoutMemory, AddCookieReportsItAndKeepsTheCookies) {
   expectFullResponse(response);
 }
 
-TEST_F(HTTPHeaderWithoutMemory, FirstCookieOfAHeaderWithoutAListIsWrongType) {
+TEST(HTTPHeaderWithoutMemory, FirstCookieOfAHeaderWithoutAListIsWrongType) {
   Response response;
   Cookie cookie("c");
   TarnStatus status = TARN_OK;
@@ -829,7 +828,7 @@ TEST_F(HTTPHeaderWithoutMemory, FirstCookieOfAHeaderWithoutAListIsWrongType) {
   EXPECT_EQ(0U, cookieList(response));
 }
 
-TEST_F(HTTPHeaderWithoutMemory, InitOfAPartHeaderSucceedsAndItsTextsAreUnset) {
+TEST(HTTPHeaderWithoutMemory, InitOfAPartHeaderSucceedsAndItsTextsAreUnset) {
   Part part;
   MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
   TarnStatus status = TARN_BAD_ARGUMENT;
@@ -838,7 +837,7 @@ TEST_F(HTTPHeaderWithoutMemory, InitOfAPartHeaderSucceedsAndItsTextsAreUnset) {
   expectPart(part, nullptr, nullptr, nullptr, nullptr);
 }
 
-TEST_F(HTTPHeaderWithoutMemory, InitOfAResponseHeaderSucceedsAndItsTextsAreUnset) {
+TEST(HTTPHeaderWithoutMemory, InitOfAResponseHeaderSucceedsAndItsTextsAreUnset) {
   Response response(Response::kFull);
   TarnStatus status = TARN_BAD_ARGUMENT;
   tarn_test::withoutMemory([&] { status = HTTPResponseHeader_init(response, "a", 5, "b"); });

@@ -1,5 +1,4 @@
-// What the tests of nodes and lists share: objects that are released at the end of their scope, and
-// a way to run out of memory.
+// What the tests of nodes and lists share: objects that are released at the end of their scope.
 #ifndef TARN_TESTS_SUPPORT_HANDLES_H
 #define TARN_TESTS_SUPPORT_HANDLES_H
 
@@ -7,7 +6,6 @@
 #include <tarn.h>
 
 #include <cstdlib>
-#include <functional>
 #include <string>
 
 namespace tarn_test {
@@ -105,21 +103,6 @@ inline std::string taken(char *text) {
   std::free(text);
   return copy;
 }
-
-// Runs `action` while malloc() and its like have `spare` bytes to give and no more. The action must
-// not allocate: it notes what it sees, and the test looks at its notes afterwards.
-void withoutMemory(const std::function<void()> &action, size_t spare = 0);
-
-// Enough for nodes and lists, not for a large text or array.
-inline constexpr size_t kLittleMemory = 0x4000;
-
-// For tests that run out of memory: the address sanitizer has a malloc() of its own.
-class WithoutMemory : public testing::Test {
- protected:
-  void SetUp() override {
-    if (kSanitized) GTEST_SKIP() << "the sanitizer's malloc() is not the tests' to replace";
-  }
-};
 
 }  // namespace tarn_test
 

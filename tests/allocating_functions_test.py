@@ -1,0 +1,65 @@
+#!/usr/bin/env python3
+"""Usage: allocating_functions_test.py LIBRARY SOURCE...
+
+Compares the exported functions from whose machine code a call leads to an allocation with those
+that the scenarios in the sources call through FailingMemory.
+"""
+import pathlib
+import re
+import subprocess
+import sys
+
+ALLOCATORS = {"malloc", "calloc", "realloc"}
+
+
+def output(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def calls_of(library):
+    """Which function calls, or jumps to, which."""
+    calls = {}
+    callee_of = re.compile(r"\b(?:call|jmp|j[a-z]+)\s+[0-9a-f]+ <([^>+@]+)(?:@plt)?>$")
+    for line in output("objdump", "--disassemble", "--no-show-raw-insn", library).splitlines():
+        if start := re.match(r"[0-9a-f]+ <([^>]+)>:$", line):
+            callees = calls.setdefault(start[1], set())
+        elif callee := callee_of.search(line):
+            callees.add(callee[1])
+    return calls
+
+
+def allocates(function, calls):
+    seen = set()
+    ahead = [function]
+    while ahead:
+        name = ahead.pop()
+        if name in ALLOCATORS:
+            return True
+        if name not in seen:
+            seen.add(name)
+            ahead += calls.get(name, ())
+    return False
+
+
+def main(library, *sources):
+    calls = calls_of(library)
+    exported = {
+        line.split("@")[0].split()[-1]
+        for line in output("nm", "--dynamic", "--defined-only", library).splitlines()
+        if line.split()[-2] == "T"
+    }
+    allocating = {function for function in exported if allocates(function, calls)}
+    called = set()
+    for source in sources:
+        text = pathlib.Path(source).read_text(encoding="utf-8")
+        called |= set(re.findall(r"memory\.call\(\s*\[&\] \{\s*(?:return )?(\w+)\(", text))
+    for function in sorted(allocating - called):
+        print(f"{function} allocates: no scenario lets that fail")
+    for function in sorted(called - allocating):
+        print(f"{function} is called by a scenario, but does not allocate")
+    print(f"{len(allocating)} of {len(exported)} functions allocate")
+    return 1 if allocating != called or not allocating else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))

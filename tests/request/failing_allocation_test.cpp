@@ -1,0 +1,275 @@
+// The environment, entries, files and whole requests, with each allocation failing in its turn.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "support/failing_memory.h"
+#include "support/object.h"
+#include "support/script.h"
+
+namespace tarn_test {
+namespace {
+
+const std::string kMultipart = "multipart/form-data; boundary=b";
+const std::string kParts =
+    "--b\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n1\r\n"
+    "--b\r\nContent-Disposition: form-data; name=\"f\"; filename=\"f%2B.txt\"\r\n"
+    "Content-Type: text/plain\r\n\r\ndata\r\n"
+    "--b\r\nContent-Disposition: form-data; name=\"c\"\r\n\r\n2\r\n--b--\r\n";
+
+// Both say that memory ran out: the second of an inner list that could not be made.
+bool saysSo(TarnStatus status) { return status == TARN_OUT_OF_MEMORY || status == TARN_WRONG_TYPE; }
+
+struct Entry : Object {
+  explicit Entry(const char *value = "value") : Object(TARN_FORM_ENTRY_MAGIC) {
+    EXPECT_EQ(TARN_OK, FormEntry_init(*this, "name", value, 5));
+  }
+};
+
+struct Entries : Object {
+  Entries() : Object(TARN_FORM_ENTRY_LIST_MAGIC, FormEntryList_delete) {}
+};
+
+struct File : Object {
+  File() : Object(TARN_FORM_FILE_MAGIC) {
+    EXPECT_EQ(TARN_OK, FormFile_init(*this, "name", "file", "type", "bytes", 5));
+  }
+};
+
+struct Files : Object {
+  Files() : Object(TARN_FORM_FILE_LIST_MAGIC, FormFileList_delete) {}
+};
+
+// ---- Entries ------------------------------------------------------------------------------------
+
+TEST(EntryAtEachFailure, InitReportsAMissingValueButNotAMissingName) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    Entry entry("older");
+    const TarnStatus status = memory.call([&] { return FormEntry_init(entry, "new", "newer", 5); });
+    EXPECT_TRUE(status == TARN_OK || (memory.failed() && status == TARN_OUT_OF_MEMORY));
+    EXPECT_STREQ(status == TARN_OK ? "newer" : "older",
+                 CGIgs_getString(entry, 1, TARN_FORM_ENTRY_MAGIC));
+    const char *name = CGIgs_getString(entry, 0, TARN_FORM_ENTRY_MAGIC);
+    EXPECT_TRUE(name ? std::string("new") == name : memory.failed());
+  });
+}
+
+TEST(EntryAtEachFailure, SetValueReportsItAndKeepsTheEntry) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    Entry entry;
+    const std::string before = entry.picture();
+    const TarnStatus status = memory.call([&] { return FormEntry_setValue(entry, "newer", 5); });
+    EXPECT_EQ(memory.failed() ? TARN_OUT_OF_MEMORY : TARN_OK, status);
+    EXPECT_EQ(memory.failed(), entry.picture() == before);
+  });
+}
+
+TEST(EntryAtEachFailure, StrippedValueIsNullOrNotKept) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    Entry entry(" abc ");
+    const char *text = memory.call([&] { return FormEntry_getStrippedValue(entry); });
+    EXPECT_TRUE(text ? std::string("abc") == text : memory.failed());
+    EXPECT_STREQ(memory.failed() ? nullptr : "abc",
+                 CGIgs_getString(entry, 2, TARN_FORM_ENTRY_MAGIC));
+    EXPECT_STREQ(" abc ", CGIgs_getString(entry, 1, TARN_FORM_ENTRY_MAGIC));
+    std::free(const_cast<char *>(text));
+  });
+}
+
+// A list that has grown by one, or says so and has not.
+void expectAdded(FailingMemory &memory, TarnStatus status, int32_t count) {
+  EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+  EXPECT_EQ(status == TARN_OK ? 1 : 0, count);
+}
+
+// A copy that is whole but for texts, or a destination that is left alone.
+void expectCopied(FailingMemory &memory, TarnStatus status, const Object &list,
+                  const Object &copy) {
+  EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+  EXPECT_TRUE(status == TARN_OK || copy.value() == 0);
+  EXPECT_TRUE(memory.failed() || list.picture() == copy.picture());
+}
+
+TEST(EntryListAtEachFailure, AddReserveAndCloneLeaveTheRestAsItWas) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    Entry entry;
+    Entries list;
+    const std::string before = entry.picture();
+    const TarnStatus added = memory.call([&] { return FormEntryList_addEntry(list, entry); });
+    expectAdded(memory, added, FormEntryList_getCount(list));
+    EXPECT_EQ(before, entry.picture());
+    if (added != TARN_OK) FormEntryList_addEntry(list, entry);
+    const std::string listBefore = list.picture();
+    memory.call([&] { FormEntryList_reserve(list, 100); });
+    Object copy(FormEntryList_delete);
+    const TarnStatus cloned = memory.call([&] { return FormEntryList_clone(list, copy); });
+    expectCopied(memory, cloned, list, copy);
+    EXPECT_EQ(listBefore, list.picture());
+  });
+}
+
+// ---- Files --------------------------------------------------------------------------------------
+
+TEST(FileAtEachFailure, InitSucceedsWithWhatThereIsMemoryFor) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    const File whole;
+    Object file(TARN_FORM_FILE_MAGIC);
+    EXPECT_EQ(TARN_OK,
+              memory.call([&] { return FormFile_init(file, "name", "file", "type", "bytes", 5); }));
+    EXPECT_EQ(memory.failed(), file.picture() != whole.picture());
+  });
+}
+
+TEST(FileListAtEachFailure, AddReserveAndCloneLeaveTheRestAsItWas) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    File file;
+    Files list;
+    const std::string before = file.picture();
+    const TarnStatus added = memory.call([&] { return FormFileList_addEntry(list, file); });
+    expectAdded(memory, added, FormFileList_getCount(list));
+    EXPECT_EQ(before, file.picture());
+    if (added != TARN_OK) FormFileList_addEntry(list, file);
+    const std::string listBefore = list.picture();
+    memory.call([&] { FormFileList_reserve(list, 100); });
+    Object copy(FormFileList_delete);
+    const TarnStatus cloned = memory.call([&] { return FormFileList_clone(list, copy); });
+    expectCopied(memory, cloned, list, copy);
+    EXPECT_EQ(listBefore, list.picture());
+  });
+}
+
+// ---- The environment ----------------------------------------------------------------------------
+
+// Standard input with nothing read and no block for reading yet, as a script finds it.
+void freshInput(const std::string &body) {
+  const int input = memfd_create("input", 0);
+  ASSERT_EQ(static_cast<ssize_t>(body.size()), write(input, body.data(), body.size()));
+  const std::string path = "/proc/self/fd/" + std::to_string(input);
+  ASSERT_NE(nullptr, std::freopen(path.c_str(), "r", stdin));
+  close(input);
+}
+
+TEST(EnvironmentAtEachFailure, NewSaysWhenTheBodyIsMissing) {
+  Variables variables = post("text/plain", "hello");
+  variables["HTTP_COOKIE"] = "a=1; x; b=%41";
+  asScript(variables, "", [] {
+    std::string whole;
+    forEachFailingAllocation([&](FailingMemory &memory) {
+      freshInput("hello");
+      Object environment(CgiEnv_delete);
+      const TarnStatus status = memory.call([&] { return CgiEnv_new(environment); });
+      const TarnHandle body = CGIgs_getStruct(environment, 0, TARN_ENVIRONMENT_MAGIC);
+      EXPECT_EQ(body != 0, status == TARN_OK);
+      EXPECT_TRUE(body || status == TARN_BAD_ARGUMENT || status == TARN_WRONG_TYPE);
+      if (!memory.failed()) whole = environment.picture();
+      EXPECT_FALSE(whole.empty());
+    });
+  });
+}
+
+TEST(EnvironmentAtEachFailure, SetPostDataReportsItAndKeepsTheBody) {
+  asScript(post("text/plain", "hello"), "hello", [] {
+    Object environment(CgiEnv_delete);
+    ASSERT_EQ(TARN_OK, CgiEnv_new(environment));
+    forEachFailingAllocation([&](FailingMemory &memory) {
+      ASSERT_EQ(TARN_OK, CgiEnv_setPostData(environment, "old", 3));
+      const std::string before = environment.picture();
+      const TarnStatus status =
+          memory.call([&] { return CgiEnv_setPostData(environment, "new", 3); });
+      EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+      EXPECT_EQ(status != TARN_OK, environment.picture() == before);
+    });
+  });
+}
+
+// ---- Requests -----------------------------------------------------------------------------------
+
+// Takes this request in, whole and with each allocation failing.
+void takeInAtEachFailure(Variables variables, const std::string &body) {
+  variables["HTTP_COOKIE"] = "a=1; x; b=%41";
+  const bool isPost = variables["REQUEST_METHOD"] == "POST";
+  asScript(variables, "", [&] {
+    size_t wholeSize = 0;
+    forEachFailingAllocation([&](FailingMemory &memory) {
+      freshInput(body);
+      Object request(Tarn_delete);
+      const TarnStatus status = memory.call([&] { return Tarn_new(request); });
+      // A body that was not kept is not parsed, and a query without an environment refused.
+      const bool environment = CGIgs_getStruct(request, 0, TARN_REQUEST_MAGIC) != 0;
+      EXPECT_TRUE(status == (environment ? TARN_OK : TARN_NO_ENVIRONMENT) ||
+                  (isPost && !environment && status == TARN_OK));
+      EXPECT_TRUE(memory.failed() || environment);
+      if (wholeSize == 0) wholeSize = request.picture().size();
+      EXPECT_GE(wholeSize, request.picture().size());
+      // Every lookup copes with what is missing.
+      Tarn_queryCheckbox(request, "a");
+      Tarn_getFile(request, "f");
+      EXPECT_TRUE(memory.failed() || Tarn_getElementByName(request, "a"));
+    });
+  });
+}
+
+TEST(RequestAtEachFailure, NewOfAGet) { takeInAtEachFailure(get("a=1&b=%41&=&c"), ""); }
+
+TEST(RequestAtEachFailure, NewOfAUrlEncodedPost) {
+  const std::string body = "a=1&b=%41&=&c";
+  takeInAtEachFailure(post("application/x-www-form-urlencoded", body), body);
+}
+
+TEST(RequestAtEachFailure, NewOfAMultipartPost) {
+  takeInAtEachFailure(post(kMultipart, kParts), kParts);
+}
+
+TEST(RequestAtEachFailure, ParsingSucceedsAndKeepsWhatWasThere) {
+  asScript(get("a=1"), "", [] {
+    forEachFailingAllocation([](FailingMemory &memory) {
+      unsetenv("CONTENT_TYPE");
+      Object request(Tarn_delete);
+      ASSERT_EQ(TARN_OK, Tarn_new(request));
+      const TarnHandle first = Tarn_getElementByName(request, "a");
+      const std::string before = pictureOf(first);
+      char pairs[] = "b=2&c=3";
+      EXPECT_EQ(TARN_OK, memory.call([&] { return Tarn_parseFormInput(request, pairs, 7); }));
+      EXPECT_TRUE(memory.failed() || Tarn_getElementByName(request, "c"));
+      char pair[] = "d=4";
+      memory.call([&] { Tarn_parsePair(request, pair); });
+      EXPECT_TRUE(memory.failed() || Tarn_getElementByName(request, "d"));
+      EXPECT_STREQ("d", pair);
+      uint8_t part[] = "name=\"e\"\r\n\r\n5\r\n";
+      memory.call([&] { Tarn_parseMime(request, part, sizeof part - 1); });
+      EXPECT_TRUE(memory.failed() || Tarn_getElementByName(request, "e"));
+      setenv("CONTENT_TYPE", kMultipart.c_str(), 1);
+      std::string parts = kParts;
+      EXPECT_EQ(TARN_OK, memory.call([&] {
+        return Tarn_parseFormInput(request, parts.data(), static_cast<uint32_t>(parts.size()));
+      }));
+      EXPECT_TRUE(memory.failed() || Tarn_getFile(request, "f"));
+      EXPECT_EQ(kParts, parts);
+      EXPECT_EQ(first, Tarn_getElementByName(request, "a"));
+      EXPECT_EQ(before, pictureOf(first));
+    });
+  });
+}
+
+TEST(RequestAtEachFailure, FindEntriesSaysWhenAnAppendFailed) {
+  asScript(get("a=1&b=2&a=3"), "", [] {
+    forEachFailingAllocation([](FailingMemory &memory) {
+      Object request(Tarn_delete);
+      ASSERT_EQ(TARN_OK, Tarn_new(request));
+      const std::string before = request.picture();
+      Entries found;
+      const uint32_t failed = memory.call([&] { return Tarn_findEntries(request, "a", 0, found); });
+      EXPECT_TRUE(failed == 0 || memory.failed());
+      EXPECT_EQ(failed == 0, FormEntryList_getCount(found) == 2);
+      EXPECT_EQ(before, request.picture());
+    });
+  });
+}
+
+}  // namespace
+}  // namespace tarn_test
