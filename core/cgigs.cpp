@@ -28,7 +28,19 @@ void hangChildren(Node &node, Node *&chain) {
 
 // A slot that a script filled with something other than a list keeps it: it is the script's.
 void deleteLists(Node &node) {
-  for (TarnHandle &list : node.lists) TARNGenericList_delete(&list);
+  for (TarnHandle &slot : node.lists) {
+    if (GenericList *list = listAt(slot)) {
+      slot = 0;
+      deleteList(list);
+    }
+  }
+}
+
+// A text in the node's own block goes with that.
+void releaseText(const Node &node, char *text) {
+  if (!text) return;
+  const uintptr_t offset = handleOf(text) - handleOf(&node + 1);
+  if (offset >= node.room) std::free(text);
 }
 
 void destroyChain(Node *chain) {
@@ -36,7 +48,7 @@ void destroyChain(Node *chain) {
     chain = blockAt<Node>(node->fixed);
     hangChildren(*node, chain);
     deleteLists(*node);
-    for (char *text : node->strings) std::free(text);
+    for (char *text : node->strings) releaseText(*node, text);
     std::free(node);
   }
 }
@@ -82,9 +94,13 @@ void fillShell(Node &copy, const Node &source, Node *&chain) {
 
 }  // namespace
 
-Node *newNode(uint32_t magic) {
-  auto *node = static_cast<Node *>(std::calloc(1, sizeof(Node)));
-  if (node) node->magic = magic;
+Node *newNode(uint32_t magic, size_t room) {
+  if (room > UINT32_MAX || room > PTRDIFF_MAX - sizeof(Node)) return nullptr;
+  auto *node = static_cast<Node *>(std::malloc(sizeof(Node) + room));
+  if (!node) return nullptr;
+  *node = {};
+  node->magic = magic;
+  node->room = static_cast<uint32_t>(room);
   return node;
 }
 
@@ -104,8 +120,7 @@ void emptyNode(Node &node) {
   hangChildren(node, chain);
   destroyChain(chain);
   // Strings 2 to 7 survive a clear; scripts read them afterwards.
-  std::free(take(node.strings[0]));
-  std::free(take(node.strings[1]));
+  for (uint32_t i : {0, 1}) releaseText(node, take(node.strings[i]));
   for (uint32_t &number : node.ints) number = 0;
   node.doubleValue = 0;
   node.fixed = 0;
@@ -114,7 +129,7 @@ void emptyNode(Node &node) {
 void destroyNode(Node *node) { releaseChild(handleOf(node)); }
 
 void setText(Node &node, uint32_t slot, OwnedText text) {
-  std::free(std::exchange(node.strings[slot], text.release()));
+  releaseText(node, std::exchange(node.strings[slot], text.release()));
 }
 
 void setChild(Node &node, uint32_t slot, Node *child) {

@@ -13,20 +13,32 @@ constexpr uint32_t kStructSlots = 3;
 constexpr uint32_t kStringSlots = 8;
 constexpr uint32_t kIntSlots = 3;
 
-// Each type names its own slots by enumerations; the order of the fields is the interface's.
+// Each type names its own slots by enumerations; the order of the fields is the interface's. Texts
+// that a node is made with may stand in the same block, in the room behind the record: a request
+// brings small ones by the thousands, and each block of its own would cost more than its text.
 struct Node {
   uint32_t magic;
   TarnHandle lists[kListSlots];
   TarnHandle structs[kStructSlots];
   uint32_t childMagics[kStructSlots];
+#if UINTPTR_MAX > UINT32_MAX
+  uint32_t room;  // in bytes; it fills a gap, or stands behind the interface's fields
+#endif
   char *strings[kStringSlots];
   uint32_t ints[kIntSlots];
   float doubleValue;
   uintptr_t fixed;
+#if UINTPTR_MAX == UINT32_MAX
+  uint32_t room;
+#endif
 };
 
-// An empty node, or null without memory.
-Node *newNode(uint32_t magic);
+// An empty node with room for texts, which is not zeroed; null without memory.
+Node *newNode(uint32_t magic, size_t room = 0);
+
+// Where the room begins. A text in it goes with the node; it is set by placeText().
+inline char *roomOf(Node &node) { return reinterpret_cast<char *>(&node + 1); }
+inline void placeText(Node &node, uint32_t slot, char *text) { node.strings[slot] = text; }
 
 // A deep copy but for lists, whose elements are shared, and `fixed`. What memory does not suffice
 // for is absent from the copy; null when that is the node itself.

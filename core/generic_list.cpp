@@ -11,8 +11,9 @@ namespace {
 
 constexpr uint32_t kStep = 10;
 
-uintptr_t *newWords(uint32_t words) {
-  return static_cast<uintptr_t *>(std::calloc(words, sizeof(uintptr_t)));
+uintptr_t *resized(uintptr_t *data, uint32_t words) {
+  if (words > PTRDIFF_MAX / sizeof(uintptr_t)) return nullptr;
+  return static_cast<uintptr_t *>(std::realloc(data, words * sizeof(uintptr_t)));
 }
 
 void copyWords(uintptr_t *to, const void *from, uint32_t words) {
@@ -24,11 +25,10 @@ void copyWords(uintptr_t *to, const void *from, uint32_t words) {
 bool makeRoom(GenericList &list, uint32_t words) {
   if (words <= list.room) return true;
   uint32_t room = std::max(words, list.room > UINT32_MAX / 2 ? UINT32_MAX : list.room * 2);
-  uintptr_t *data = newWords(room);
-  if (!data) data = newWords(room = words);
+  uintptr_t *data = resized(list.data, room);
+  if (!data) data = resized(list.data, room = words);
   if (!data) return false;
-  copyWords(data, list.data, list.room);
-  std::free(list.data);
+  std::memset(data + list.room, 0, (room - list.room) * sizeof(uintptr_t));
   list.data = data;
   list.room = room;
   return true;

@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -21,10 +22,17 @@ bool isOneOf(char character, std::string_view set) {
   return std::memchr(set.data(), character, set.size()) != nullptr;
 }
 
-int digitValue(char character) {
-  const int byte = static_cast<unsigned char>(character);
-  return byte > 64 ? (byte & ~0x20) - 55 : byte - 48;
-}
+// No byte is refused: each has a value by the same arithmetic, modulo 256.
+constexpr std::array<uint8_t, 256> kDigitValues = [] {
+  std::array<uint8_t, 256> values{};
+  for (int byte = 0; byte < 256; ++byte) {
+    values[static_cast<size_t>(byte)] =
+        static_cast<uint8_t>(byte > 64 ? (byte & ~0x20) - 55 : byte - 48);
+  }
+  return values;
+}();
+
+int digitValue(char character) { return kDigitValues[static_cast<uint8_t>(character)]; }
 
 char decode(char high, char low) {
   return static_cast<char>(digitValue(high) * 16 + digitValue(low));
@@ -47,20 +55,27 @@ int orderTexts(const char *a, const char *b) {
   return a && b ? std::strcmp(a, b) : compareTexts(a, b);
 }
 
-OwnedText unescape(std::string_view text) {
-  OwnedText decoded = newText(text.size());
-  if (!decoded) return nullptr;
-  const auto at = [text](size_t i) { return i < text.size() ? text[i] : '\0'; };
-  char *out = decoded.get();
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%') {
-      *out++ = decode(at(i + 1), at(i + 2));
-      i += 2;
-    } else {
-      *out++ = text[i] == '+' ? ' ' : text[i];
+char *unescapeTo(char *place, std::string_view text) {
+  const char *in = text.data();
+  const char *const end = in + text.size();
+  char *out = place;
+  while (in < end) {
+    char c = *in++;
+    if (c == '+') c = ' ';
+    if (c == '%') {
+      const char high = in < end ? *in++ : '\0';
+      const char low = in < end ? *in++ : '\0';
+      c = decode(high, low);
     }
+    *out++ = c;
   }
   *out = '\0';
+  return out + 1;
+}
+
+OwnedText unescape(std::string_view text) {
+  OwnedText decoded = newText(text.size());
+  if (decoded) unescapeTo(decoded.get(), text);
   return decoded;
 }
 
@@ -70,18 +85,26 @@ std::string_view strip(std::string_view text) {
   return text;
 }
 
+// The last byte of what is looked for is rare as a rule: a line end, a quotation mark. So that is
+// what is looked for, as long as the places that have it and nothing more do not stand too close.
 const char *find(std::string_view haystack, std::string_view needle) {
+  constexpr size_t kPatience = 2048;
+  constexpr size_t kCostOfMiss = 64;
+  const char *start = haystack.data();
+  const char *const end = start + haystack.size();
+  const size_t before = needle.empty() ? 0 : needle.size() - 1;
+  if (haystack.size() < needle.size()) return nullptr;
+  for (size_t cost = 0; !needle.empty(); ++start, cost += kCostOfMiss + before) {
+    if (cost > kPatience + static_cast<size_t>(start - haystack.data())) break;
+    const size_t left = static_cast<size_t>(end - start);
+    if (left <= before) return nullptr;
+    const void *last = std::memchr(start + before, needle.back(), left - before);
+    if (!last) return nullptr;
+    start = static_cast<const char *>(last) - before;
+    if (std::memcmp(start, needle.data(), before) == 0) return start;
+  }
   return static_cast<const char *>(
-      memmem(haystack.data(), haystack.size(), needle.data(), needle.size()));
-}
-
-bool divide(std::string_view text, char separator, std::string_view &before,
-            std::string_view &after) {
-  const void *found = text.empty() ? nullptr : std::memchr(text.data(), separator, text.size());
-  const char *place = found ? static_cast<const char *>(found) : text.data() + text.size();
-  before = upTo(text, place);
-  after = from(text, found ? place + 1 : place);
-  return found != nullptr;
+      memmem(start, static_cast<size_t>(end - start), needle.data(), needle.size()));
 }
 
 std::string_view textIn(std::string_view bytes) {
@@ -153,7 +176,8 @@ int saferSystem(const char *command) {
 void *memfind(const void *haystack, uint32_t haystackLength, const void *needle,
               uint32_t needleLength) {
   if (!haystack || !needle) return nullptr;
-  return memmem(haystack, haystackLength, needle, needleLength);
+  return const_cast<char *>(find({static_cast<const char *>(haystack), haystackLength},
+                                 {static_cast<const char *>(needle), needleLength}));
 }
 
 TarnHandle extractBetween(const void *data, uint32_t length, const char *open, const char *close) {

@@ -29,12 +29,29 @@ void setValue(Node &entry, OwnedText value, uint32_t length) {
 
 }  // namespace
 
-Node *newFormEntry(OwnedText name, OwnedText value, uint32_t length) {
-  Node *entry = newNode(TARN_FORM_ENTRY_MAGIC);
-  if (entry) {
-    setText(*entry, kName, std::move(name));
-    setValue(*entry, std::move(value), length);
+Node *newFormEntry(std::string_view name, std::string_view value, uint32_t length) {
+  Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2);
+  if (!entry) return nullptr;
+  char *place = roomOf(*entry);
+  if (name.data()) {
+    placeText(*entry, kName, place);
+    place = copyTo(place, name);
   }
+  placeText(*entry, kValue, place);
+  copyTo(place, value);
+  entry->ints[kLength] = length;
+  return entry;
+}
+
+Node *newDecodedFormEntry(std::string_view name, std::string_view value) {
+  Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2);
+  if (!entry) return nullptr;
+  char *place = roomOf(*entry);
+  placeText(*entry, kName, place);
+  place = unescapeTo(place, name);
+  placeText(*entry, kValue, place);
+  unescapeTo(place, value);
+  entry->ints[kLength] = static_cast<uint32_t>(std::strlen(place));
   return entry;
 }
 

@@ -7,8 +7,12 @@ namespace tarn {
 
 using FormEntries = NodeList<TARN_FORM_ENTRY_LIST_MAGIC, TARN_FORM_ENTRY_MAGIC>;
 
-// An entry as a list keeps it: the value as far as it is text, the length as it came.
-Node *newFormEntry(OwnedText name, OwnedText value, uint32_t length);
+// An entry as a list keeps it: the value as far as it is text, the length as it came. A name that
+// is no text at all (null data) is none.
+Node *newFormEntry(std::string_view name, std::string_view value, uint32_t length);
+
+// The same of URL-encoded texts, with the length of the decoded text.
+Node *newDecodedFormEntry(std::string_view name, std::string_view value);
 
 const char *nameOfEntry(const Node &entry);
 const char *valueOfEntry(const Node &entry);

@@ -21,21 +21,22 @@ OwnedText makeDelimiter(const char *contentType) {
   return OwnedText(text);
 }
 
-// The text between the first `open` and the `close` that follows it, or the end. Nothing between
-// the two counts as nothing found; a text that ends with `open` has an empty one there.
-OwnedText between(std::string_view text, std::string_view open, std::string_view close) {
-  const char *found = find(text, open);
-  if (!found) return nullptr;
-  const std::string_view rest = from(text, found + open.size());
+// The text between the first `open` and the `close` that follows it, or the end; the text of the
+// part ends at its first zero byte. Nothing between the two counts as nothing found (null data); a
+// text that ends with `open` has an empty one there.
+std::string_view between(std::string_view part, std::string_view open, std::string_view close) {
+  const char *found = find(part, open);
+  if (!found || !isText(upTo(part, found))) return {};
+  const std::string_view rest = from(part, found + open.size());
   const char *end = find(rest, close);
-  if (end == rest.data()) return nullptr;
-  return copyText(end ? upTo(rest, end) : rest);
+  if (end == rest.data()) return {};
+  return textIn(end ? upTo(rest, end) : rest);
 }
 
 struct PartHeader {
-  OwnedText name;
+  std::string_view name;
   OwnedText fileName;
-  OwnedText contentType;
+  std::string_view contentType;
 };
 
 // The marks are looked for in the whole part, as far as it is text: a part without a header of its
@@ -43,11 +44,9 @@ struct PartHeader {
 // before the field name becomes the field name too. The content type takes in the header lines that
 // follow it.
 PartHeader parseHeader(std::string_view part) {
-  const std::string_view text = textIn(part);
-  PartHeader header{between(text, "name=\"", "\""), between(text, "filename=\"", "\""),
-                    between(text, "Content-Type: ", kHeadersEnd)};
-  if (header.fileName) header.fileName = unescape(header.fileName.get());
-  return header;
+  const std::string_view fileName = between(part, "filename=\"", "\"");
+  return {between(part, "name=\"", "\""), fileName.data() ? unescape(fileName) : nullptr,
+          between(part, "Content-Type: ", kHeadersEnd)};
 }
 
 }  // namespace
@@ -62,20 +61,18 @@ const char *parsePart(FormLists lists, std::string_view part) {
   const std::string_view value = upTo(body, lineEnd ? lineEnd : body.data());
   const auto length = static_cast<uint32_t>(value.size());
   PartHeader header = parseHeader(part);
-  const bool isFile = header.fileName && *header.fileName;
-  // A field's value is kept as far as it is text, with the length that was sent.
-  OwnedText kept = isFile ? copyBytes(value.data(), length) : copyText(textIn(value));
-  if (!kept) return nullptr;
-  if (isFile) {
+  if (header.fileName && *header.fileName) {
+    OwnedText data = copyBytes(value.data(), length);
+    if (!data) return nullptr;
     // Without field name or content type it is in the list all the same, empty.
-    FormFiles::adopt(lists.files, newFormFile({.name = std::move(header.name),
+    FormFiles::adopt(lists.files, newFormFile({.name = copyText(header.name),
                                                .fileName = std::move(header.fileName),
-                                               .contentType = std::move(header.contentType),
-                                               .data = std::move(kept),
+                                               .contentType = copyText(header.contentType),
+                                               .data = std::move(data),
                                                .length = length}));
   } else {
-    FormEntries::adopt(lists.entries,
-                       newFormEntry(std::move(header.name), std::move(kept), length));
+    // The value is kept as far as it is text, with the length that was sent.
+    FormEntries::adopt(lists.entries, newFormEntry(header.name, textIn(value), length));
   }
   return headersEnd;
 }

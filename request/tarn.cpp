@@ -28,9 +28,7 @@ void parsePair(Node *entries, std::string_view pair) {
   std::string_view name;
   std::string_view value;
   if (!divide(pair, '=', name, value)) return;
-  OwnedText text = unescape(value);
-  const auto length = static_cast<uint32_t>(text ? std::strlen(text.get()) : 0);
-  FormEntries::adopt(entries, newFormEntry(unescape(name), std::move(text), length));
+  FormEntries::adopt(entries, newDecodedFormEntry(name, value));
 }
 
 // Empty pieces stand before a leading "&" and between two; none follows a trailing one.
