@@ -6,6 +6,7 @@ from typing import NamedTuple
 BOUNDARY = "----------------------------d74496d66958"
 FILE = 'Content-Disposition: form-data; name="{}"; filename="{}"\r\nContent-Type: {}\r\n\r\n'
 FIELD = 'Content-Disposition: form-data; name="{}"\r\n\r\n'
+BINARY = "application/octet-stream"
 MULTIPART = "multipart/form-data; boundary="
 KIB, MIB = 1 << 10, 1 << 20
 
@@ -100,7 +101,7 @@ def form():
 
 
 def small_upload():
-    return multipart(FIELDS[:2], [File("file", "a.bin", "application/octet-stream", noise(4 * KIB))])
+    return multipart(FIELDS[:2], [File("file", "a.bin", BINARY, noise(4 * KIB))])
 
 
 def pairs(count):
@@ -109,7 +110,7 @@ def pairs(count):
 
 
 def upload(size):
-    return multipart([], [File("file", "a.bin", "application/octet-stream", noise(size))])
+    return multipart([], [File("file", "a.bin", BINARY, noise(size))])
 
 
 def parts(count):
@@ -144,12 +145,13 @@ def near_misses(size):
 
 
 def dashes(size):
+    """The last dashes and the line end after them are the next delimiter: a value without end."""
     boundary = "-" * 70
     body = part(FIELD.format("text"), b"-" * size, boundary) + end(boundary)
-    return post(MULTIPART + boundary, body, [("text", "-" * size)])
+    return post(MULTIPART + boundary, body, [("text", "")])
 
 
 def endless(size):
-    """No line end comes: no value, and no part."""
+    """Without a line end a value is empty."""
     body = part(FIELD.format("text"), letters(size)).removesuffix(b"\r\n")
-    return post(MULTIPART + BOUNDARY, body, [])
+    return post(MULTIPART + BOUNDARY, body, [("text", "")])

@@ -62,12 +62,19 @@ def median(samples):
 def watched(watcher, program, variables, body, answer):
     """Runs a program under another one, which writes no word to standard output."""
     os.lseek(body, 0, os.SEEK_SET)
+    command = [shutil.which(watcher[0]), *watcher[1:], program]
     done = subprocess.run(
-        [*watcher, program], cwd=PROGRAMS, env=variables, stdin=body, capture_output=True, check=False
+        command,
+        cwd=PROGRAMS,
+        env=variables,
+        stdin=body,
+        capture_output=True,
+        text=True,
+        check=False,
     )
-    if done.returncode != 0 or done.stdout.decode("latin-1") != answer:
-        raise SystemExit(f"{' '.join(watcher)} {program}: {done.stdout}{done.stderr.decode()}")
-    return done.stderr.decode()
+    if done.returncode != 0 or done.stdout != answer:
+        raise SystemExit(f"{' '.join(command)} answered\n{done.stdout}\n{done.stderr}")
+    return done.stderr
 
 
 class Instructions(NamedTuple):
@@ -79,7 +86,7 @@ def instructions(*arguments):
     """Counted by callgrind, for which every processor is the same."""
     with tempfile.TemporaryDirectory() as folder:
         output = os.path.join(folder, "out")
-        watcher = [shutil.which("valgrind"), "-q", "--tool=callgrind", "--compress-strings=no"]
+        watcher = ["valgrind", "-q", "--tool=callgrind", "--compress-strings=no"]
         watched([*watcher, f"--callgrind-out-file={output}"], *arguments)
         with open(output, encoding="utf-8") as file:
             text = file.read()
@@ -90,7 +97,7 @@ def instructions(*arguments):
 
 def system_calls(*arguments):
     with tempfile.NamedTemporaryFile("r") as trace:
-        watched([shutil.which("strace"), "-qq", "-f", "--signal=none", "-o", trace.name], *arguments)
+        watched(["strace", "-qq", "-f", "--signal=none", "-o", trace.name], *arguments)
         return len(trace.readlines())
 
 
@@ -101,6 +108,6 @@ class Allocations(NamedTuple):
 
 def allocations(*arguments):
     """Counted by memcheck, which also fails at an access outside a block."""
-    text = watched([shutil.which("valgrind"), "--leak-check=no", "--error-exitcode=99"], *arguments)
+    text = watched(["valgrind", "--leak-check=no", "--error-exitcode=99"], *arguments)
     found = re.search(r"total heap usage: ([\d,]+) allocs, [\d,]+ frees, ([\d,]+) bytes", text)
     return Allocations(*(int(number.replace(",", "")) for number in found.groups()))

@@ -47,6 +47,7 @@ def plot(title, across, up, lines):
     right, bottom = WIDTH - RIGHT, HEIGHT - BOTTOM
     horizontal = Axis([x for x, _ in points], LEFT, right)
     vertical = Axis([y for _, y in points], bottom, TOP)
+    half = (TOP + bottom) / 2
     middle = 'text-anchor="middle"'
     drawn = [
         f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH} {HEIGHT}" '
@@ -54,7 +55,7 @@ def plot(title, across, up, lines):
         f'<rect width="{WIDTH}" height="{HEIGHT}" fill="#ffffff"/>',
         text(LEFT, 24, title, 'font-size="16"'),
         text((LEFT + right) / 2, HEIGHT - 14, across, middle),
-        text(18, (TOP + bottom) / 2, up, f'{middle} transform="rotate(-90 18 {(TOP + bottom) / 2})"'),
+        text(18, half, up, f'{middle} transform="rotate(-90 18 {half})"'),
     ]
     for words, x in horizontal.marks():
         drawn += [line(x, TOP, x, bottom, "#dddddd"), text(x, bottom + 18, words, middle)]
@@ -67,7 +68,7 @@ def plot(title, across, up, lines):
         path = " ".join(f"{x},{y}" for x, y in places)
         drawn.append(f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2"/>')
         drawn += [f'<circle cx="{x}" cy="{y}" r="3.5" fill="{colour}"/>' for x, y in places]
-        y = TOP + 14 + 22 * i
-        drawn.append(f'<rect x="{right + 16}" y="{y - 10}" width="12" height="12" fill="{colour}"/>')
-        drawn.append(text(right + 36, y, name))
+        x, y = right + 16, TOP + 14 + 22 * i
+        drawn.append(f'<rect x="{x}" y="{y - 10}" width="12" height="12" fill="{colour}"/>')
+        drawn.append(text(x + 20, y, name))
     return "\n".join([*drawn, "</svg>", ""])
