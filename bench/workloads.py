@@ -26,26 +26,27 @@ PEER_EVERY = 10
 PEER_BODY = 10 * MIB
 
 
+def runs(script):
+    variables = bodies.query().variables
+    try:
+        done = subprocess.run(script, env=variables, capture_output=True, check=False)
+    except OSError:
+        return False
+    return done.returncode == 0
+
+
 class Options:
     """How many rounds, and with whom. A quick run leaves out what is too large for it."""
 
     def __init__(self, rounds, quick):
         self.given, self.quick = rounds, quick
-        self.peers = {name: self.peer(name) for name in PEERS}
-        self.peers = {name: path for name, path in self.peers.items() if path}
-
-    @staticmethod
-    def peer(name):
-        path = os.path.join(measure.ROOT, "bench/process", PEERS[name])
-        query = bodies.query()
-        try:
-            done = subprocess.run(path, env=query.variables, capture_output=True, check=False)
-            if done.returncode == 0:
-                return path
-        except OSError:
-            pass
-        print(f"{name} is left out: its script does not run here.\n")
-        return None
+        self.peers = {}
+        for name, file in PEERS.items():
+            script = os.path.join(measure.ROOT, "bench/process", file)
+            if runs(script):
+                self.peers[name] = script
+            else:
+                print(f"{name} is left out: its script does not run here.\n")
 
     def rounds(self, usual, quick):
         return self.given or (quick if self.quick else usual)
