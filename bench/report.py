@@ -41,6 +41,7 @@ class Report(NamedTuple):
     data: dict
     lines: dict = {}  # for a plot of growth: points (size, seconds) by candidate
     unit: str = ""  # of the sizes
+    time: str = "wall time"
 
 
 def table(rows, texts=1):
@@ -109,7 +110,7 @@ def picture(name, report):
         candidate: [(size, seconds * 1e3) for size, seconds in line]
         for candidate, line in report.lines.items()
     }
-    return plot.plot(f"{name}: {report.title}", report.unit, "ms of wall time", points)
+    return plot.plot(f"{name}: {report.title}", report.unit, f"ms of {report.time}", points)
 
 
 def sections(reports, pictures):
