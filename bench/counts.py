@@ -1,0 +1,77 @@
+"""Counts what fixed requests cost and compares with counts.json. Usage: see scripts/counts."""
+
+import concurrent.futures
+import json
+import os
+import sys
+
+import bodies
+import measure
+
+RECORDED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "counts.json")
+
+REQUESTS = {
+    "GET, 3 fields": bodies.query,
+    "POST, 3 fields": bodies.form,
+    "upload of 4 KiB": bodies.small_upload,
+    "1,000 pairs": lambda: bodies.pairs(1000),
+    "upload of 256 KiB": lambda: bodies.upload(256 * bodies.KIB),
+    "200 parts": lambda: bodies.parts(200),
+    "64 KiB of escapes": lambda: bodies.escapes(64 * bodies.KIB),
+}
+
+# What may be exceeded, in per cent, until it counts as grown. The rest is exact.
+MARGIN = {"instructions": 2, "instructions in main()": 2}
+
+
+def count(make):
+    request = make()
+    with measure.body_file(request.body) as body:
+        arguments = ("./tarn", request.variables, body, request.answer)
+        instructions = measure.instructions(*arguments)
+        allocations = measure.allocations(*arguments)
+        return {
+            "instructions": instructions.total,
+            "instructions in main()": instructions.main,
+            "system calls": measure.system_calls(*arguments),
+            "allocations": allocations.count,
+            "bytes allocated": allocations.bytes,
+        }
+
+
+def count_all():
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        return dict(zip(REQUESTS, pool.map(count, REQUESTS.values())))
+
+
+def changes(recorded, counted):
+    """Each figure that is another beyond its margin, as (grown, text)."""
+    for name, figures in counted.items():
+        for what, now in figures.items():
+            before = recorded.get(name, {}).get(what, 0)
+            if abs(now - before) > before * MARGIN.get(what, 0) / 100:
+                yield now > before, f"{name}: {what} {before:,} -> {now:,} ({now - before:+,})"
+
+
+def main(arguments):
+    counted = count_all()
+    if arguments == ["--update"]:
+        with open(RECORDED, "w", encoding="utf-8") as file:
+            json.dump(counted, file, indent=2)
+            file.write("\n")
+        return 0
+    with open(RECORDED, encoding="utf-8") as file:
+        recorded = json.load(file)
+    found = list(changes(recorded, counted))
+    for grown, text in found:
+        print("grown:" if grown else "less: ", text)
+    if any(grown for grown, _ in found):
+        return "scripts/counts: a request costs more than bench/counts.json records."
+    print(f"{len(counted)} requests cost no more than bench/counts.json records.")
+    if found:
+        print("scripts/counts --update records that some cost less.")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

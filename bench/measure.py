@@ -1,0 +1,119 @@
+"""Runs the programs in process/ and measures them."""
+
+import contextlib
+import os
+import re
+import shutil
+import statistics
+import subprocess
+import tempfile
+from typing import NamedTuple
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+PROGRAMS = os.path.join(ROOT, "build/bench/bench/process")
+
+
+class Sample(NamedTuple):
+    wall: float  # seconds
+    cpu: float
+    memory: int  # bytes, at most
+    faults: int
+
+
+class Candidate(NamedTuple):
+    name: str
+    program: str  # a path, from PROGRAMS
+    answer: str
+    every: int = 1  # runs in every so manieth round
+
+
+@contextlib.contextmanager
+def body_file(body):
+    """The body as a file in memory: its descriptor."""
+    file = os.memfd_create("body")
+    try:
+        with open(file, "wb", closefd=False) as writer:
+            writer.write(body)
+        yield file
+    finally:
+        os.close(file)
+
+
+def rounds_of(candidates, variables, body, rounds):
+    """The samples of each candidate, which take turns."""
+    arguments = [os.path.join(PROGRAMS, "driver"), str(rounds), str(body)]
+    for candidate in candidates:
+        arguments += [str(candidate.every), candidate.program, candidate.answer]
+    done = subprocess.run(
+        arguments, cwd=PROGRAMS, env=variables, pass_fds=[body], stdout=subprocess.PIPE, check=False
+    )
+    if done.returncode != 0:
+        raise SystemExit("scripts/bench: no figures, for the reason above")
+    samples = {candidate.name: [] for candidate in candidates}
+    for line in done.stdout.splitlines():
+        index, wall, cpu, memory, faults = map(int, line.split())
+        sample = Sample(wall / 1e9, cpu / 1e6, memory * 1024, faults)
+        samples[candidates[index].name].append(sample)
+    return samples
+
+
+def median(samples):
+    return Sample(*(statistics.median(column) for column in zip(*samples)))
+
+
+def watched(watcher, program, variables, body, answer):
+    """Runs a program under another one, which writes no word to standard output."""
+    os.lseek(body, 0, os.SEEK_SET)
+    command = [shutil.which(watcher[0]), *watcher[1:], program]
+    # The loader works on the name of the folder: one that is always as long.
+    with tempfile.TemporaryDirectory(dir="/tmp") as folder:
+        for file in os.listdir(PROGRAMS):
+            os.symlink(os.path.join(PROGRAMS, file), os.path.join(folder, file))
+        done = subprocess.run(
+            command,
+            cwd=folder,
+            env=variables,
+            stdin=body,
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+    if done.returncode != 0 or done.stdout != answer:
+        raise SystemExit(f"{' '.join(command)} answered\n{done.stdout}\n{done.stderr}")
+    return done.stderr
+
+
+class Instructions(NamedTuple):
+    total: int
+    main: int  # in main() and what it calls: without the start of the process
+
+
+def instructions(*arguments):
+    """Counted by callgrind, for which every processor is the same."""
+    with tempfile.TemporaryDirectory() as folder:
+        output = os.path.join(folder, "out")
+        watcher = ["valgrind", "-q", "--tool=callgrind", "--compress-strings=no"]
+        watched([*watcher, f"--callgrind-out-file={output}"], *arguments)
+        with open(output, encoding="utf-8") as file:
+            text = file.read()
+    # A call is two lines after the name of what is called: how often, then where and what it cost.
+    main = re.search(r"^cfn=main$\ncalls=1 .*\n\S+ (\d+)$", text, re.MULTILINE)
+    return Instructions(int(re.search(r"^totals: (\d+)$", text, re.MULTILINE)[1]), int(main[1]))
+
+
+def system_calls(*arguments):
+    with tempfile.NamedTemporaryFile("r") as trace:
+        watched(["strace", "-qq", "-f", "--signal=none", "-o", trace.name], *arguments)
+        return len(trace.readlines())
+
+
+class Allocations(NamedTuple):
+    count: int
+    bytes: int
+
+
+def allocations(*arguments):
+    """Counted by memcheck, which also fails at an access outside a block."""
+    text = watched(["valgrind", "--leak-check=no", "--error-exitcode=99"], *arguments)
+    found = re.search(r"total heap usage: ([\d,]+) allocs, [\d,]+ frees, ([\d,]+) bytes", text)
+    return Allocations(*(int(number.replace(",", "")) for number in found.groups()))

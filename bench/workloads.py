@@ -1,0 +1,338 @@
+"""The workloads, each with the targets that we set ourselves."""
+
+import os
+import re
+import shutil
+import statistics
+import subprocess
+import sys
+import urllib.request
+
+import bodies
+import measure
+import report
+from bodies import MIB
+from report import Report, Target
+
+sys.path.append(os.path.join(measure.ROOT, "tests/e2e"))
+import server  # pylint: disable=wrong-import-position
+
+FLOORS = ["floor", "floor-static", "stub", "c++"]
+SCRIPTS = ["tarn", "tarn-archive", "tarn-static"]
+
+# Other libraries take longer: they run in every so manieth round, and have no larger bodies.
+PEERS = {"CGI.pm": "peer.pl", "Python's cgi": "peer.py"}
+PEER_EVERY = 10
+PEER_BODY = 10 * MIB
+
+
+def runs(script):
+    variables = bodies.query().variables
+    try:
+        done = subprocess.run(script, env=variables, capture_output=True, check=False)
+    except OSError:
+        return False
+    return done.returncode == 0
+
+
+class Options:
+    """How many rounds, and with whom. A quick run leaves out what is too large for it."""
+
+    def __init__(self, rounds, quick):
+        self.given, self.quick = rounds, quick
+        self.peers = {}
+        for name, file in PEERS.items():
+            script = os.path.join(measure.ROOT, "bench/process", file)
+            if runs(script):
+                self.peers[name] = script
+            else:
+                print(f"{name} is left out: its script does not run here.\n")
+
+    def rounds(self, usual, quick):
+        return self.given or (quick if self.quick else usual)
+
+
+def measured(options, request, names, rounds):
+    """The medians and all samples by candidate: those of these names, and the peers."""
+    candidates = [
+        measure.Candidate(name, f"./{name}", request.floor if name in FLOORS else request.answer)
+        for name in names
+    ]
+    if len(request.body) <= PEER_BODY:
+        for name, path in options.peers.items():
+            candidates.append(measure.Candidate(name, path, request.answer, PEER_EVERY))
+    with measure.body_file(request.body) as body:
+        samples = measure.rounds_of(candidates, request.variables, body, rounds)
+    return {name: measure.median(taken) for name, taken in samples.items()}, samples
+
+
+def times_floor(medians, limit):
+    return Target("tarn, × floor", medians["tarn"].wall / medians["floor"].wall, limit)
+
+
+# ---- Short requests ------------------------------------------------------------------------------
+
+
+def counts(request, names):
+    """What does not depend on what else the machine does."""
+    counted = {}
+    with measure.body_file(request.body) as body:
+        for name in names:
+            answer = request.floor if name in FLOORS else request.answer
+            arguments = (f"./{name}", request.variables, body, answer)
+            counted[name] = {
+                "instructions": measure.instructions(*arguments).total,
+                "system calls": measure.system_calls(*arguments),
+            }
+    return counted
+
+
+def short(options, title, request, counted):
+    names = FLOORS + SCRIPTS
+    rounds = options.rounds(1000, 30)
+    medians, samples = measured(options, request, names, rounds)
+    more = counts(request, names) if counted else {}
+    text = f"{rounds} rounds.\n\n{report.processes(medians, more)}"
+    return medians, Report(title, text, [], {"samples": samples, "counts": more})
+
+
+def start(options, title, request):
+    medians, made = short(options, title, request, counted=True)
+    beyond = (medians["tarn"].wall - medians["stub"].wall) * 1e6
+    static = medians["tarn-static"].wall / medians["floor"].wall
+    return made._replace(
+        targets=[
+            Target("tarn beyond stub", beyond, 20, " µs"),
+            Target("tarn-static, × floor", static, 1),
+        ]
+    )
+
+
+def w1(options):
+    return start(options, "a GET with 3 fields", bodies.query())
+
+
+def w2(options):
+    return start(options, "a POST with 3 fields", bodies.form())
+
+
+def w3(options):
+    title = "an upload of 2 fields and a file of 4 KiB"
+    medians, made = short(options, title, bodies.small_upload(), counted=False)
+    return made._replace(targets=[times_floor(medians, 1.2)])
+
+
+# ---- What grows ----------------------------------------------------------------------------------
+
+
+def growing(options, title, unit, make, sizes):
+    """Medians by size, the exponent of tarn and the report. `sizes`: (size, words, rounds); those
+    of fewer than ten rounds are left out of a quick run."""
+    texts, data, medians, lines = [], {}, {}, {}
+    for size, words, usual in sizes:
+        if options.quick and usual < 10:
+            continue
+        request = make(size)
+        rounds = options.rounds(usual, 3)
+        medians[size], data[words] = measured(options, request, ["floor", *SCRIPTS], rounds)
+        sent = f"a body of {report.mebibytes(len(request.body))} MiB"
+        texts.append(f"{words}, {sent}, {rounds} rounds:\n\n{report.processes(medians[size])}")
+        for name, sample in medians[size].items():
+            lines.setdefault(name, []).append((size, sample.wall))
+    lines = {name: points for name, points in lines.items() if len(points) > 1}
+    if lines:
+        texts.append(report.growth(lines))
+    return medians, Report(title, "\n".join(texts), [], data, lines, unit)
+
+
+def exponent_target(made):
+    return Target("tarn, exponent of growth", report.exponent(made.lines["tarn"]), 1.1)
+
+
+def w4(options):
+    sizes = [
+        (10**4, "10,000 pairs", 40),
+        (10**5, "100,000 pairs", 20),
+        (10**6, "1,000,000 pairs", 7),
+    ]
+    medians, made = growing(options, "URL-encoded pairs", "pairs", bodies.pairs, sizes)
+    usual = medians[10**5]
+    memory = (usual["tarn"].memory - usual["floor"].memory) / 10**5
+    return made._replace(
+        targets=[
+            times_floor(usual, 9),
+            Target("tarn, memory a pair beyond the floor's", memory, 260, " bytes"),
+            exponent_target(made),
+        ]
+    )
+
+
+def w5(options):
+    sizes = [(8, "8 MiB", 40), (64, "64 MiB", 20), (256, "256 MiB", 7)]
+    title = "an upload of one file"
+    medians, made = growing(options, title, "MiB", lambda size: bodies.upload(size * MIB), sizes)
+    usual = medians[64]
+    return made._replace(
+        targets=[
+            times_floor(usual, 2.3),
+            Target("tarn, memory a byte sent", usual["tarn"].memory / (64 * MIB), 2.1, " bytes"),
+            exponent_target(made),
+        ]
+    )
+
+
+def w6(options):
+    sizes = [(10**3, "1,000 parts", 40), (10**4, "10,000 parts", 40), (10**5, "100,000 parts", 20)]
+    medians, made = growing(options, "many small parts", "parts", bodies.parts, sizes)
+    return made._replace(targets=[times_floor(medians[10**4], 3), exponent_target(made)])
+
+
+def w7(options):
+    sizes = [(16 * MIB, "16 MiB", 20)]
+    medians, made = growing(options, "one field of escapes", "bytes", bodies.escapes, sizes)
+    usual = medians[16 * MIB]
+    return made._replace(
+        targets=[
+            times_floor(usual, 2.5),
+            Target("tarn, memory a byte sent", usual["tarn"].memory / (16 * MIB), 1.6, " bytes"),
+        ]
+    )
+
+
+# ---- Worst cases ---------------------------------------------------------------------------------
+
+FRIENDLY = {"one long field": bodies.friendly_form, "one text file": bodies.friendly_upload}
+WORST = {
+    "nearly a boundary, over and over": bodies.near_misses,
+    "dashes, and a boundary of dashes": bodies.dashes,
+    "& after &": bodies.ampersands,
+    "a value that never ends": bodies.endless,
+}
+
+
+def w8(options):
+    rounds = options.rounds(10, 3)
+    walls, data = {}, {}
+    rows = [["", "wall, ms", "CPU, ms", "× floor", "× friendliest", "peak, MiB"]]
+    for name, make in (FRIENDLY | WORST).items():
+        request = make(64 * MIB)
+        medians, data[name] = measured(options, request, ["floor", "tarn"], rounds)
+        tarn, floor = medians["tarn"], medians["floor"]
+        walls[name] = tarn.wall
+        friendliest = min(walls[name] for name in FRIENDLY if name in walls)
+        rows.append(
+            [
+                name,
+                report.milliseconds(tarn.wall),
+                report.milliseconds(tarn.cpu),
+                f"{tarn.wall / floor.wall:.2f}",
+                f"{tarn.wall / friendliest:.2f}" if name in WORST else "",
+                report.mebibytes(tarn.memory),
+            ]
+        )
+    text = f"What tarn takes for bodies of 64 MiB, {rounds} rounds.\n\n{report.table(rows)}"
+    targets = [Target(f"{name}, × friendliest", walls[name] / friendliest, 3) for name in WORST]
+    return Report("worst cases", text, targets, data)
+
+
+# ---- HTML trees ----------------------------------------------------------------------------------
+
+
+def tree(options, breadth, elements):
+    """Seconds for cloning and for setting a tree, with deletion of the copy, and all samples.
+
+    The difference between two processes is small beside what a busy machine does to wall time. So
+    it is one of processor time, and at least a step of that clock.
+    """
+    variables = {"ELEMENTS": str(elements), "BREADTH": str(breadth)}
+    candidates = [
+        measure.Candidate(
+            f"tree-{operation}",
+            f"./tree-{operation}",
+            bodies.page(f"{elements} elements, {elements if operation != 'build' else 0} copied"),
+        )
+        for operation in ("build", "clone", "set")
+    ]
+    with measure.body_file(b"") as body:
+        samples = measure.rounds_of(candidates, variables, body, options.rounds(40, 5))
+    build, clone, put = (measure.median(taken).cpu for taken in samples.values())
+    return max(clone - build, 1e-6), max(put - build, 1e-6), samples
+
+
+def w9(options):
+    shapes = [
+        ("breadth 10", 10, 10**4),
+        ("breadth 10", 10, 10**5),
+        ("chain", 1, 10**4),
+        ("chain", 1, 10**5),
+    ]
+    rows = [["", "elements", "clone, delete", "µs an element", "set, delete", "µs an element"]]
+    data, each, lines = {}, {}, {}
+    for shape, breadth, elements in shapes:
+        clone, put, data[f"{shape}, {elements}"] = tree(options, breadth, elements)
+        each[shape, elements] = clone / elements * 1e6
+        lines.setdefault(f"{shape}, clone", []).append((elements, clone))
+        lines.setdefault(f"{shape}, set", []).append((elements, put))
+        cells = [
+            cell
+            for seconds in (clone, put)
+            for cell in (f"{report.milliseconds(seconds)} ms", f"{seconds / elements * 1e6:.3f}")
+        ]
+        rows.append([shape, f"{elements:,}", *cells])
+    text = (
+        "The processor time that a script which copies a tree takes beyond one that only builds "
+        "it.\n\n"
+        f"{report.table(rows)}\n{report.growth(lines)}"
+    )
+    targets = [
+        Target(f"{shape}, {elements:,}: clone and delete an element", value, 2.5, " µs")
+        for (shape, elements), value in each.items()
+    ]
+    return Report("HTML trees", text, targets, data, lines, "elements", "processor time")
+
+
+# ---- Under a web server --------------------------------------------------------------------------
+
+
+def requests_a_second(address, count):
+    """By ab, two requests at a time. Every answer has the length of the first."""
+    command = ["ab", "-q", "-n", str(count), "-c", "2", address]
+    done = subprocess.run(command, capture_output=True, check=True, text=True)
+    complete = int(re.search(r"^Complete requests: +(\d+)$", done.stdout, re.MULTILINE)[1])
+    failed = int(re.search(r"^Failed requests: +(\d+)$", done.stdout, re.MULTILINE)[1])
+    if complete != count or failed or "Non-2xx" in done.stdout:
+        raise SystemExit(f"ab: {done.stdout}")
+    return float(re.search(r"^Requests per second: +([\d.]+) ", done.stdout, re.MULTILINE)[1])
+
+
+def check_answer(address, expected):
+    with urllib.request.urlopen(address) as answer:
+        text = answer.read().decode()
+    if expected not in text:
+        raise SystemExit(f"{address}: {text}")
+
+
+def w10(options):
+    search = os.environ.get("PATH", "") + ":/usr/sbin"
+    os.environ.setdefault("LIGHTTPD", shutil.which("lighttpd", path=search))
+    expected = {"floor": "0 bytes", "form-echo": "cold, clear &#38; deep"}
+    programs = [*expected, "libtarn_here.so"]
+    rounds, count = options.rounds(20, 3), 200 if options.quick else 1000
+    rates = {name: [] for name in expected}
+    with server.Server({name: os.path.join(measure.PROGRAMS, name) for name in programs}) as web:
+        addresses = {n: f"http://127.0.0.1:{web.port}/{n}?{bodies.FORM}" for n in expected}
+        for name, address in addresses.items():
+            check_answer(address, expected[name])
+        for _ in range(rounds):
+            for name, address in addresses.items():
+                rates[name].append(requests_a_second(address, count))
+    medians = {name: statistics.median(taken) for name, taken in rates.items()}
+    rows = [["", "requests a second", "× floor"]]
+    rows += [[n, f"{rate:,.0f}", f"{rate / medians['floor']:.2f}"] for n, rate in medians.items()]
+    text = f"{rounds} rounds of {count} requests, two at a time.\n\n{report.table(rows)}"
+    ratio = medians["form-echo"] / medians["floor"]
+    target = Target("form-echo, × floor", ratio, 0.95, at_least=True)
+    return Report("a form under lighttpd", text, [target], {"requests a second": rates})
+
+
+ALL = {f.__name__.upper(): f for f in (w1, w2, w3, w4, w5, w6, w7, w8, w9, w10)}
