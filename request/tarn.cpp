@@ -31,9 +31,13 @@ void parsePair(Node *entries, std::string_view pair) {
   FormEntries::adopt(entries, newDecodedFormEntry(name, value));
 }
 
-// Empty pieces stand before a leading "&" and between two; none follows a trailing one.
 void parsePairs(Node *entries, std::string_view text) {
   while (!text.empty()) {
+    // A flood of "&" is passed at the pace of a byte, not of a piece.
+    if (text.front() == '&') {
+      text.remove_prefix(1);
+      continue;
+    }
     std::string_view piece;
     divide(text, '&', piece, text);
     parsePair(entries, piece);
