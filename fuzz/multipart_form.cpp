@@ -26,6 +26,9 @@ std::string without(std::string_view bytes, std::initializer_list<std::string_vi
 
 constexpr std::string_view kZero("\0", 1);
 
+// What every boundary begins with.
+const std::string kBoundary = "----form";
+
 // What can stand between the quotes of a part's header, or behind a colon.
 std::string word(std::string_view bytes, const std::string &boundary) {
   return without(bytes, {"\"", "\r", "\n", kZero, "Content-Type: ", "filename=", boundary});
@@ -119,7 +122,7 @@ Form sentAsText(const std::vector<Field> &fields) {
 }  // namespace
 
 void fuzz(Input input) {
-  const std::string boundary = "----form" + without(input.piece(), {"\r", "\n", kZero});
+  const std::string boundary = kBoundary + word(input.piece(), kBoundary);
   const std::vector<Field> fields = fieldsIn(input, boundary);
   const std::string body = multipartOf(fields, boundary);
   {

@@ -166,7 +166,7 @@ void writingAndReading(Input &input) {
          " " + std::to_string(number) + "  " + std::to_string(sent.size() + 1) + "  " + sent + " ");
   Stream in(written);
   EXPECT(readLong(in.file()) == number);
-  // Blanks at the front are taken by the number before, then comes a line or as much as was counted.
+  // The number before takes the blanks at the front; then comes a line, or as much as was counted.
   std::string expected = sent + " ";
   expected.erase(0, expected.find_first_not_of(" \t\n\v\f\r"));
   expected = expected.substr(0, sent.size());
