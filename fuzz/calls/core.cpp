@@ -215,7 +215,8 @@ void changeString(Player &play) {
   TARNString_append(handle, text);
   TARNString_append_string(handle, other);
   TARNString_insert(handle, text, play.input.byte());
-  TARNString_remove(handle, play.input.byte(), play.input.byte());
+  const uint8_t position = play.input.byte();
+  TARNString_remove(handle, position, play.input.byte());
   TARNString_append_sprintf(handle, "%s", "x");
   TARNString_set_string(other, handle);
   TARNString_reserve(handle, play.input.byte());

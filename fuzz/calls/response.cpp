@@ -11,7 +11,10 @@ void changeCookie(Player &play) {
   const bool matches = CGIgs_IsA(handle, TARN_COOKIE_MAGIC);
   const char *name = play.text();
   const char *value = play.text();
-  EXPECT(HTTPCookie_init(handle, name, value, play.text(), play.text(), -1, play.text(), 5) ==
+  const char *comment = play.text();
+  const char *domain = play.text();
+  const char *path = play.text();
+  EXPECT(HTTPCookie_init(handle, name, value, comment, domain, -1, path, 5) ==
          (!name || !value ? TARN_BAD_ARGUMENT
           : !matches      ? TARN_WRONG_TYPE
                           : TARN_OK));
@@ -103,13 +106,20 @@ void changeResponse(Player &play) {
 
 void changePartHeader(Player &play) {
   TarnHandle *handle = play.anyOf(TARN_MULTIPART_HEADER_MAGIC);
-  EXPECT(MultiPartHeader_init(handle, play.text(), play.text(), play.text(), play.text()) ==
+  // Each in a line of its own: compilers differ in the order of arguments.
+  const char *disposition = play.text();
+  const char *name = play.text();
+  const char *fileName = play.text();
+  const char *type = play.text();
+  EXPECT(MultiPartHeader_init(handle, disposition, name, fileName, type) ==
          (CGIgs_IsA(handle, TARN_MULTIPART_HEADER_MAGIC) ? TARN_OK : TARN_WRONG_TYPE));
 }
 
 void changeAttribute(Player &play) {
   TarnHandle *handle = play.anyOf(TARN_ATTRIBUTE_MAGIC);
-  EXPECT(HTMLAttribute_init(handle, play.text(), play.text()) ==
+  const char *name = play.text();
+  const char *value = play.text();
+  EXPECT(HTMLAttribute_init(handle, name, value) ==
          (CGIgs_IsA(handle, TARN_ATTRIBUTE_MAGIC) ? TARN_OK : TARN_WRONG_TYPE));
 }
 
