@@ -1,0 +1,22 @@
+// One part of a multipart body, handed to the parser by itself.
+#include "request.h"
+
+using namespace tarn_fuzz;
+
+void fuzz(Input input) {
+  const Block part(input.rest());
+  const std::string sent(part.view());
+  Script script({}, "");
+  Request request;
+  EXPECT(request.status() == TARN_OK);
+  Tarn_parseMime(request.handle(), reinterpret_cast<const uint8_t *>(part.data()), part.size());
+  Form expected;
+  reference::addPart(expected, sent);
+  expectForm(request, expected);
+
+  // The part is as it was but for the end of its header.
+  std::string after = sent;
+  const size_t headerEnd = sent.find("\r\n\r\n");
+  if (headerEnd != sent.npos) after[headerEnd] = '\0';
+  EXPECT(part.view() == after);
+}

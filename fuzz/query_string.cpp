@@ -1,0 +1,19 @@
+// The query string of a GET. The same text, parsed once more, appends the same entries.
+#include "request.h"
+
+using namespace tarn_fuzz;
+
+void fuzz(Input input) {
+  const CText query(input.rest());
+  Script script({{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query.data()}}, "not read");
+  Request request;
+  EXPECT(request.status() == TARN_OK);
+  Form expected = reference::form("", query.data());
+  expectForm(request, expected);
+  EXPECT(script.unreadInput() == "not read");
+
+  EXPECT(Tarn_parseFormInput(request.handle(), query.data(), 0) == TARN_OK);
+  const std::vector<Entry> once = expected.entries;
+  expected.entries.insert(expected.entries.end(), once.begin(), once.end());
+  EXPECT(request.form() == expected);
+}

@@ -1,0 +1,39 @@
+// Requests as the library has them, for the targets that send one.
+#ifndef TARN_FUZZ_REQUEST_H
+#define TARN_FUZZ_REQUEST_H
+
+#include "reference.h"
+#include "support.h"
+
+namespace tarn_fuzz {
+
+// A request of the script that the process is.
+class Request {
+ public:
+  Request() : status_(Tarn_new(&handle_)) {}
+  Request(const Request &) = delete;
+  Request &operator=(const Request &) = delete;
+  ~Request();
+
+  TarnHandle *handle() { return &handle_; }
+  TarnStatus status() const { return status_; }
+  // The environment, the entry list or the file list.
+  TarnHandle child(uint32_t slot) { return CGIgs_getStruct(&handle_, slot, TARN_REQUEST_MAGIC); }
+  Form form();
+
+ private:
+  TarnHandle handle_ = 0;
+  TarnStatus status_;
+};
+
+Text textOf(const char *text);
+// None when there is no byte buffer, empty when it has no bytes.
+Text bytesOf(TarnHandle buffer);
+Cookies cookiesOf(TarnHandle list);
+
+// Holds a request against the form that it has to have: entries and files, every lookup, copies.
+void expectForm(Request &request, const Form &form);
+
+}  // namespace tarn_fuzz
+
+#endif
