@@ -185,6 +185,7 @@ TEST(HTTPHeader, InitWithoutACookieListStoresTheContentTypeAndIsABadArgument) {
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/plain", nullptr));
   EXPECT_STREQ("text/plain", contentType(header));
   EXPECT_EQ(0U, cookieList(header));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
 }
 
 TEST(HTTPHeader, InitWithAHandleThatHoldsNoCookieListChangesNothing) {
@@ -296,6 +297,7 @@ TEST(HTTPHeader, SetCookieListThatCannotBeCopiedIsABadArgumentAndLeavesNoCookies
   ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_setCookieList(header, spoilt));
   EXPECT_EQ(0U, cookieList(header));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
   EXPECT_STREQ("text/html", contentType(header));
 }
 
