@@ -1,8 +1,8 @@
 #!/bin/bash
 # Usage: robustness_test.sh PAGE BUILD-FOLDER CTEST
 #
-# Every item of the page names tests, every test that it names exists, and every test of what
-# strangers send stands on it.
+# Every item of the page's lists of inputs and cases names tests, every test that the page names
+# exists, and every test of what strangers send stands on it.
 set -euo pipefail
 export LC_ALL=C
 page=$1 build=$2 ctest=$3
@@ -18,7 +18,7 @@ fail() {
 
 # Without the library in front and a type behind the name.
 "$ctest" --test-dir "$build" -N |
-  sed -nE 's/^ *Test +#[0-9]+: //; T; s/^tarn://; s/<.*//; s:/[^.]*\.:.:; p' |
+  sed -nE 's/^ *Test +#[0-9]+: //; T; s/^tarn(_static)?://; s/<.*//; s:/[^.]*\.:.:; p' |
   sort -u >"$folder/tests"
 # Tests behind a web server are not part of every build.
 with_e2e=no
@@ -29,7 +29,7 @@ awk '
   function close_item() { if (item != "" && names == 0) print "bare", item }
   listed && /^(- |[0-9]+\. )/ { close_item(); item = $0; names = 0 }
   /^#/ { close_item(); item = "" }
-  /^##/ { listed = 1 }
+  /^## / { listed = /What strangers send|Defined where/ }
   listed {
     rest = $0
     while (match(rest, /`(e2e:[a-z_]+|[A-Z][A-Za-z0-9]*\.[A-Z][A-Za-z0-9]*)`/)) {

@@ -175,6 +175,16 @@ TEST(HTTPHeader, InitAgainReplacesContentTypeAndCookies) {
   EXPECT_EQ(Texts{"c"}, cookieNames(header));
 }
 
+TEST(HTTPHeader, InitEmptiesTheRestOfTheNode) {
+  Header header;
+  CookieList cookies{"a"};
+  CGIgs_setString(header, 1, "more", TARN_HEADER_MAGIC);
+  CGIgs_setInt(header, 0, 7, TARN_HEADER_MAGIC);
+  EXPECT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
+  EXPECT_EQ(nullptr, CGIgs_getString(header, 1, TARN_HEADER_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getInt(header, 0, TARN_HEADER_MAGIC));
+}
+
 TEST(HTTPHeader, InitWithoutACookieListStoresTheContentTypeAndIsABadArgument) {
   Header header;
   CookieList cookies{"a"};
@@ -185,6 +195,7 @@ TEST(HTTPHeader, InitWithoutACookieListStoresTheContentTypeAndIsABadArgument) {
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/plain", nullptr));
   EXPECT_STREQ("text/plain", contentType(header));
   EXPECT_EQ(0U, cookieList(header));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
 }
 
 TEST(HTTPHeader, InitWithAHandleThatHoldsNoCookieListChangesNothing) {
@@ -296,6 +307,7 @@ TEST(HTTPHeader, SetCookieListThatCannotBeCopiedIsABadArgumentAndLeavesNoCookies
   ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_setCookieList(header, spoilt));
   EXPECT_EQ(0U, cookieList(header));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
   EXPECT_STREQ("text/html", contentType(header));
 }
 
@@ -414,6 +426,15 @@ TEST(HTTPResponseHeader, InitAgainDropsLinesAndCookies) {
   expectResponse(response, "other", 0, "", {}, {});
   EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(response));
   EXPECT_EQ(0U, cookieList(response));
+}
+
+TEST(HTTPResponseHeader, InitEmptiesTheRestOfTheNode) {
+  Response response;
+  CGIgs_setInt(response, 1, 7, TARN_RESPONSE_HEADER_MAGIC);
+  CGIgs_setFixed(response, 7, TARN_RESPONSE_HEADER_MAGIC);
+  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, "first", 0, "second"));
+  EXPECT_EQ(0U, CGIgs_getInt(response, 1, TARN_RESPONSE_HEADER_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getFixed(response, TARN_RESPONSE_HEADER_MAGIC));
 }
 
 TEST(HTTPResponseHeader, InitWithoutATextDoesNothingAndSaysItSucceeded) {
