@@ -315,7 +315,9 @@ def check_answer(address, expected):
 def w10(options):
     search = os.environ.get("PATH", "") + ":/usr/sbin"
     os.environ.setdefault("LIGHTTPD", shutil.which("lighttpd", path=search))
-    expected = {"floor": "0 bytes", "form-echo": "cold, clear &#38; deep"}
+    page = "cold, clear &#38; deep"
+    # form-echo carries the library, as the examples do.
+    expected = {"floor": "0 bytes", "form-echo": page, "form-echo-shared": page}
     programs = [*expected, "libtarn_here.so"]
     rounds, count = options.rounds(20, 3), 200 if options.quick else 1000
     rates = {name: [] for name in expected}
