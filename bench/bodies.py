@@ -155,3 +155,35 @@ def endless(size):
     """Without a line end a value is empty."""
     body = part(FIELD.format("text"), letters(size)).removesuffix(b"\r\n")
     return post(MULTIPART + BOUNDARY, body, [("text", "")])
+
+
+# ---- What strangers send, of any size ------------------------------------------------------------
+
+
+def smallest_pairs(size):
+    count = size // 4
+    return urlencoded(b"&".join([b"k=v"] * count), [("k", "v")] * count)
+
+
+def smallest_parts(size):
+    piece = part(FIELD.format("f"), b"v")
+    count = size // len(piece)
+    return post(MULTIPART + BOUNDARY, piece * count + end(), [("f", "v")] * count)
+
+
+def header_lines(size):
+    lines = b"X-Flood: y\r\n" * (size // 12)
+    body = part('Content-Disposition: form-data; name="text"\r\n', lines + b"\r\nvalue")
+    return post(MULTIPART + BOUNDARY, body + end(), [("text", "value")])
+
+
+def percents(size):
+    """Of three percent signs the first takes the others for digits; they make an "E"."""
+    count = size // 3
+    return urlencoded(b"text=" + b"%%%" * count, [("text", "E" * count)])
+
+
+def semicolons(size):
+    return get("", [])._replace(
+        variables=get("", []).variables | {"HTTP_COOKIE": ";" * size}, body=b""
+    )

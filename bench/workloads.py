@@ -52,13 +52,13 @@ class Options:
         return self.given or (quick if self.quick else usual)
 
 
-def measured(options, request, names, rounds):
+def measured(options, request, names, rounds, peers=True):
     """The medians and all samples by candidate: those of these names, and the peers."""
     candidates = [
         measure.Candidate(name, f"./{name}", request.floor if name in FLOORS else request.answer)
         for name in names
     ]
-    if len(request.body) <= PEER_BODY:
+    if peers and len(request.body) <= PEER_BODY:
         for name, path in options.peers.items():
             candidates.append(measure.Candidate(name, path, request.answer, PEER_EVERY))
     with measure.body_file(request.body) as body:
@@ -235,6 +235,65 @@ def w8(options):
     return Report("worst cases", text, targets, data)
 
 
+# ---- What strangers send, doubled ----------------------------------------------------------------
+
+KIB64 = 1 << 16
+FLOODS = {
+    "pairs, k=v": bodies.smallest_pairs,
+    "& after &": bodies.ampersands,
+    "small parts": bodies.smallest_parts,
+    "header lines in one part": bodies.header_lines,
+    "nearly a boundary, over and over": bodies.near_misses,
+    "% after %": bodies.percents,
+    "one long field": bodies.friendly_form,
+    "one long file": bodies.friendly_upload,
+    "; after ; in the cookies": bodies.semicolons,
+}
+
+
+def w11(options):
+    """Beyond what a request without a field costs: processor time and memory for each byte."""
+    sizes = [KIB64 << step for step in range(0, 5 if options.quick else 11)]
+    # The system hands no much longer variable to a program.
+    cookie_sizes = [KIB64 >> step for step in (4, 3, 2, 1, 0)]
+    nothing = bodies.get("", [])
+    base = measured(options, nothing, ["tarn"], options.rounds(200, 20), peers=False)[0]["tarn"]
+    heading = ["KiB sent", *(f"{size >> 10:,}" for size in sizes)]
+    times, memories = [heading], [heading]
+    lines, data, targets = {}, {}, []
+    for name, make in FLOODS.items():
+        cookies = make is bodies.semicolons
+        cells = {}
+        for size in cookie_sizes if cookies else sizes:
+            rounds = options.rounds(max(3, min(40, (256 << 20) // size)), 3)
+            request = make(size)
+            medians, samples = measured(options, request, ["tarn"], rounds, peers=False)
+            tarn, data[f"{name}, {size}"] = medians["tarn"], samples
+            # At least a step of the clock, and a page.
+            time = max(tarn.cpu - base.cpu, 1e-6)
+            memory = max(tarn.memory - base.memory, 4096)
+            cells[size] = (f"{time / size * 1e9:.1f}", f"{memory / size:.1f}")
+            lines.setdefault(name, []).append((size, time))
+        if cookies:
+            heading = ["KiB of ; in the cookies", *(f"{size >> 10}" for size in cookie_sizes)]
+            flood = [heading]
+            for what, column in zip(["ns a byte", "bytes a byte"], zip(*cells.values())):
+                flood.append([what, *column])
+        else:
+            times.append([name, *(cells[size][0] for size in sizes)])
+            memories.append([name, *(cells[size][1] for size in sizes)])
+        large = [point for point in lines[name] if cookies or point[0] >= 1 << 20] or lines[name]
+        if len(large) > 1:
+            targets.append(Target(f"{name}, exponent of growth", report.exponent(large), 1.1))
+    text = (
+        "Processor time, in ns for each byte sent, beyond that of a request without a field:\n\n"
+        f"{report.table(times)}\nMemory, in bytes for each byte sent:\n\n{report.table(memories)}\n"
+        f"A cookie header, for which the system sets the limit:\n\n{report.table(flood)}\n"
+        "Exponents are taken from 1 MiB on, that of the cookies from the start.\n"
+    )
+    return Report("what strangers send, doubled", text, targets, data, lines, "bytes", "processor time")
+
+
 # ---- HTML trees ----------------------------------------------------------------------------------
 
 
@@ -337,4 +396,4 @@ def w10(options):
     return Report("a form under lighttpd", text, [target], {"requests a second": rates})
 
 
-ALL = {f.__name__.upper(): f for f in (w1, w2, w3, w4, w5, w6, w7, w8, w9, w10)}
+ALL = {f.__name__.upper(): f for f in (w1, w2, w3, w4, w5, w6, w7, w8, w9, w10, w11)}
