@@ -9,7 +9,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <tarn.h>
 #include <unistd.h>
 
@@ -57,20 +56,37 @@ static const char *cookieValue(TarnHandle *request, const char *name) {
   return "";
 }
 
+/* A form holds no zero byte; one whose sender hung up ends in them. */
+static int arrivedWhole(TarnHandle *request) {
+  TarnHandle environment = CGIgs_getStruct(request, 0, TARN_REQUEST_MAGIC);
+  TarnHandle body = CGIgs_getStruct(&environment, 0, TARN_ENVIRONMENT_MAGIC);
+  const uint32_t length = CGIgs_getInt(&body, 0, TARN_BYTE_BUFFER_MAGIC);
+  const char *bytes = (const char *)CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC);
+  return bytes && length && bytes[length - 1];
+}
+
 static int lockFile(int file, short type) {
   struct flock lock = {.l_type = type, .l_whence = SEEK_SET};
   return fcntl(file, F_SETLKW, &lock) == 0;
 }
 
+/* Where the last whole line ends: a script that is killed may leave the beginning of another. */
+static off_t endOfLines(int file) {
+  off_t end = lseek(file, 0, SEEK_END);
+  for (char last; end > 0 && pread(file, &last, 1, end - 1) == 1 && last != '\n';) end--;
+  return end;
+}
+
 /* Adds a line, whole or not at all; the lock ends with the descriptor. */
 static int addLine(const char *path, const char *line, size_t length) {
-  const int file = open(path, O_WRONLY | O_CREAT | O_APPEND, 0600);
-  struct stat before;
-  if (file < 0) return 0;
+  const int file = open(path, O_RDWR | O_CREAT | O_APPEND, 0600);
   int done = 0;
-  if (lockFile(file, F_WRLCK) && fstat(file, &before) == 0) {
-    done = write(file, line, length) == (ssize_t)length && fsync(file) == 0;
-    if (!done && ftruncate(file, before.st_size) != 0) perror("guestbook: a torn line stays");
+  if (file < 0) return 0;
+  if (lockFile(file, F_WRLCK)) {
+    const off_t end = endOfLines(file);
+    done = ftruncate(file, end) == 0 && write(file, line, length) == (ssize_t)length &&
+           fsync(file) == 0;
+    if (!done && ftruncate(file, end) != 0) perror("guestbook: a torn line stays");
   }
   return close(file) == 0 && done;
 }
@@ -96,10 +112,10 @@ static void showEntries(const char *path) {
   const int readable = in && lockFile(fileno(in), F_RDLCK);
   if (!readable) puts("<p>No entries yet.</p>");
   while (readable && getline(&line, &size, in) > 0) {
-    char *space = line + strcspn(line, " \n");
-    space[strcspn(space, "\n")] = '\0';
-    if (!*space) continue;
-    *space = '\0';
+    char *space = strchr(line, ' ');
+    char *end = strchr(line, '\n');
+    if (!space || !end) continue;
+    *space = *end = '\0';
     char *name = unescapeString(line);
     char *message = unescapeString(space + 1);
     fputs("<article><h2>", stdout);
@@ -160,6 +176,9 @@ int main(void) {
   } else if (post && !(fits(name, NAME_BYTES) && fits(message, MESSAGE_BYTES))) {
     status = "400 Bad Request";
     problem = "A short name and a message, please.";
+  } else if (post && !arrivedWhole(&request)) {
+    status = "400 Bad Request";
+    problem = "Your entry did not arrive whole.";
   } else if (post && !addEntry(path, name, message)) {
     status = "500 Internal Server Error";
     problem = "Your entry could not be kept.";

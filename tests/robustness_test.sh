@@ -17,7 +17,7 @@ fail() {
 }
 
 # Without the library in front and a type behind the name.
-"$ctest" --test-dir "$build" -N |
+"$ctest" --test-dir "$build" -C Load -N |
   sed -nE 's/^ *Test +#[0-9]+: //; T; s/^tarn(_static)?://; s/<.*//; s:/[^.]*\.:.:; p' |
   sort -u >"$folder/tests"
 # Tests behind a web server are not part of every build.

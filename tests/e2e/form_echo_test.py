@@ -17,9 +17,11 @@ def rows(page):
 
 
 class FormEcho(unittest.TestCase):
+    SERVER = Server
+
     @classmethod
     def setUpClass(cls):
-        cls.server = cls.enterClassContext(Server({"form-echo": os.environ["FORM_ECHO"]}))
+        cls.server = cls.enterClassContext(cls.SERVER({"form-echo": os.environ["FORM_ECHO"]}))
 
     def tearDown(self):
         self.assertEqual("", self.server.log())

@@ -19,9 +19,11 @@ def entries(page):
 
 
 class Guestbook(unittest.TestCase):
+    SERVER = Server
+
     def setUp(self):
         self.server = self.enterContext(
-            Server({"guestbook": GUESTBOOK}, {"TARN_GUESTBOOK_FILE": "entries"})
+            self.SERVER({"guestbook": GUESTBOOK}, {"TARN_GUESTBOOK_FILE": "entries"})
         )
         self.jar = self.server.path("cookies")
 

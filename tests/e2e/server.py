@@ -1,5 +1,6 @@
-"""lighttpd with scripts under it, and curl to ask it."""
+"""lighttpd or Apache with scripts under it, and curl to ask it."""
 
+import glob
 import os
 import re
 import shutil
@@ -23,6 +24,35 @@ server.http-parseopts = ( "url-normalize" => "disable", "url-ctrls-reject" => "d
 server.modules = ( "mod_setenv", "mod_cgi" )
 cgi.assign = ( "" => "" )
 setenv.add-environment = ( {variables} )
+{options}
+"""
+
+# The same for Apache, as Debian has it: threads, and a daemon that starts the scripts.
+APACHE_CONFIGURATION = """
+ServerRoot "{folder}"
+ServerName localhost
+Listen 127.0.0.1:{port}
+PidFile apache.pid
+DefaultRuntimeDir "{folder}"
+ErrorLog scripts.log
+LogLevel error
+User www-data
+Group www-data
+LoadModule mpm_event_module /usr/lib/apache2/modules/mod_mpm_event.so
+LoadModule cgid_module /usr/lib/apache2/modules/mod_cgid.so
+LoadModule authz_core_module /usr/lib/apache2/modules/mod_authz_core.so
+LoadModule env_module /usr/lib/apache2/modules/mod_env.so
+StartServers 1
+ThreadsPerChild 64
+MaxRequestWorkers 64
+ScriptSock cgid.sock
+DocumentRoot "{folder}/www"
+SetEnv LD_LIBRARY_PATH "{folder}/lib"
+{variables}
+<Directory "{folder}/www">
+  Options ExecCGI
+  SetHandler cgi-script
+</Directory>
 {options}
 """
 
@@ -54,7 +84,7 @@ class Answer(NamedTuple):
 
 
 class Server:
-    """A server in a temporary folder, for a with statement.
+    """lighttpd in a temporary folder, for a with statement.
 
     It listens on a port of its own from the first moment, since it is handed a listening socket.
     """
@@ -84,6 +114,12 @@ class Server:
     def path(self, name):
         return os.path.join(self.folder, name)
 
+    def make_folder(self, name):
+        """A folder that scripts can write, whoever the server lets them be."""
+        os.makedirs(self.path(name))
+        os.chmod(self.path(name), 0o777)
+        return self.path(name)
+
     def _start(self):
         os.mkdir(self.path("www"))
         os.mkdir(self.path("spool"))
@@ -91,21 +127,26 @@ class Server:
             os.symlink(script, self.path(f"www/{name}"))
         with socket.create_server(("127.0.0.1", 0), backlog=128) as listening:
             self.port = listening.getsockname()[1]
-            variables = {name: self.path(value) for name, value in self.variables.items()}
-            configuration = CONFIGURATION.format(
-                folder=self.folder,
-                port=self.port,
-                variables=", ".join(f'"{name}" => "{value}"' for name, value in variables.items()),
-                options=self.options,
-            )
-            with open(self.path("lighttpd.conf"), "w", encoding="utf-8") as file:
-                file.write(configuration)
+            path = self._configure(CONFIGURATION, '"{}" => "{}",')
             self.pid = os.posix_spawn(
                 "/bin/sh",
-                ["sh", "-c", START, os.environ["LIGHTTPD"], file.name],
+                ["sh", "-c", START, os.environ["LIGHTTPD"], path],
                 os.environ,
                 file_actions=[(os.POSIX_SPAWN_DUP2, listening.fileno(), LISTENING)],
             )
+
+    def _configure(self, configuration, setting):
+        variables = {name: self.path(value) for name, value in self.variables.items()}
+        with open(self.path("configuration"), "w", encoding="utf-8") as file:
+            file.write(
+                configuration.format(
+                    folder=self.folder,
+                    port=self.port,
+                    variables="\n".join(setting.format(*item) for item in variables.items()),
+                    options=self.options,
+                )
+            )
+        return file.name
 
     def _stop(self):
         os.kill(self.pid, signal.SIGTERM)
@@ -113,12 +154,12 @@ class Server:
             pid, status = os.waitpid(self.pid, os.WNOHANG)
             if pid:
                 self.pid = 0
-                assert os.WIFEXITED(status), f"lighttpd died: {self.log('error.log')}"
+                assert os.WIFEXITED(status), f"died: {self.log('error.log')}{self.log()}"
                 return
             time.sleep(0.01)
         os.kill(self.pid, signal.SIGKILL)
         os.waitpid(self.pid, 0)
-        raise AssertionError("lighttpd did not stop")
+        raise AssertionError("the server did not stop")
 
     def log(self, name="scripts.log"):
         """What the scripts wrote to standard error (or another log)."""
@@ -127,6 +168,24 @@ class Server:
                 return file.read()
         except FileNotFoundError:
             return ""
+
+    def running(self):
+        """Whether a script is running that has one of the server's variables."""
+        folder = os.fsencode(self.folder)
+        for process in glob.glob("/proc/[0-9]*/environ"):
+            try:
+                if b"GATEWAY_INTERFACE=" in (found := read(process)) and folder in found:
+                    return True
+            except OSError:  # it has ended, or is another user's
+                pass
+        return False
+
+    def wait_for_scripts(self):
+        for _ in range(1000):
+            if not self.running():
+                return
+            time.sleep(0.01)
+        raise AssertionError("a script did not end")
 
     def curl(self, target, *arguments):
         """Sends a request with curl and notes what was sent and what came."""
@@ -141,6 +200,47 @@ class Server:
             )
             status, headers = last_head(read(head))
             return Answer(sent(read(trace)), status, headers, read(body))
+
+
+class Apache(Server):
+    """Started as root, it runs scripts as a user who may not reach the build: they are copied."""
+
+    def _start(self):
+        os.mkdir(self.path("www"))
+        os.mkdir(self.path("lib"))
+        for name, script in self.scripts.items():
+            shutil.copy(script, self.path(f"www/{name}"))
+        shutil.copy(os.environ["LIBRARY"], self.path("lib"))
+        if os.getuid() == 0:
+            shutil.chown(self.folder, "www-data", "www-data")
+        for _ in range(10):
+            with socket.create_server(("127.0.0.1", 0)) as free:
+                self.port = free.getsockname()[1]
+            if self._start_on_port():
+                return
+        raise AssertionError(f"Apache does not start: {super().log()}")
+
+    def log(self, name="scripts.log"):
+        """Apache's own lines begin with the time in brackets."""
+        lines = super().log(name).splitlines(keepends=True)
+        return "".join(line for line in lines if not line.startswith("["))
+
+    def _start_on_port(self):
+        path = self._configure(APACHE_CONFIGURATION, 'SetEnv {} "{}"')
+        apache = shutil.which("apache2", path=os.environ["PATH"] + ":/usr/sbin")
+        self.pid = os.posix_spawnp(
+            "setpriv",
+            ["setpriv", "--pdeathsig", "TERM", apache, "-f", path, "-D", "FOREGROUND"],
+            os.environ,
+        )
+        while os.waitpid(self.pid, os.WNOHANG)[0] == 0:
+            try:
+                socket.create_connection(("127.0.0.1", self.port)).close()
+                return True
+            except ConnectionRefusedError:
+                time.sleep(0.01)
+        self.pid = 0
+        return False
 
 
 def read(path):

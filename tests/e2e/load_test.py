@@ -1,0 +1,131 @@
+"""Many clients at once: each answer tells exactly what its client sent.
+
+TARN_LOAD_REQUESTS says how many requests each server gets, TARN_LOAD_SECONDS after how many seconds
+no further ones are sent.
+"""
+
+import concurrent.futures
+import http.client
+import itertools
+import os
+import random
+import time
+import unittest
+import urllib.parse
+
+from requests_test import MULTIPART, Form, form, items
+from server import Apache, Server
+
+REQUESTS = int(os.environ.get("TARN_LOAD_REQUESTS", "5000"))
+SECONDS = float(os.environ.get("TARN_LOAD_SECONDS", "20"))
+CLIENTS = 32
+KINDS = ("GET", "URL-encoded POST", "multipart POST")
+LETTERS = [*"abcdefghijklmnop", " ", "&", "=", "%", "+", ";", '"', "ä", "湖"]
+
+
+class Client:
+    """Sends requests no two of which are alike, and compares what the script saw."""
+
+    def __init__(self, number, port):
+        self.number = number
+        self.chance = random.Random(number)
+        self.connection = http.client.HTTPConnection("127.0.0.1", port, timeout=100)
+
+    def text(self, most):
+        return "".join(self.chance.choices(LETTERS, k=self.chance.randrange(most))).encode()
+
+    def ask(self, number):
+        """Sends the request of this number; gives its kind."""
+        kind = KINDS[self.chance.randrange(3)]
+        agent = f"client {self.number}, request {number}".encode()
+        entries = [
+            (b"%d-%d" % (number, field), agent + self.text(400))
+            for field in range(self.chance.randrange(1, 6))
+        ]
+        files = []
+        query, body = "", b""
+        headers = {"User-Agent": agent, "Cookie": f"id={number}; client={self.number}"}
+        if kind == "GET":
+            query = urllib.parse.urlencode(entries)
+        elif kind == "URL-encoded POST":
+            body = urllib.parse.urlencode(entries).encode()
+            headers["Content-Type"] = "application/x-www-form-urlencoded"
+        else:
+            data = agent + self.chance.randbytes(self.chance.randrange(20000)).replace(b"\r\n", b"")
+            files = [(b"file", b"%d.bin" % number, b"application/octet-stream", data)]
+            body = self.multipart(entries, files)
+            headers["Content-Type"] = MULTIPART
+        method = "GET" if kind == "GET" else "POST"
+        self.connection.request(method, f"/probe?{query}", body or None, headers)
+        answer = self.connection.getresponse()
+        told = answer.read()
+        assert answer.status == 200, f"{agent}: {answer.status}"
+        seen = items(told)
+        cookies = [(b"id", b"%d" % number), (b"client", b"%d" % self.number)]
+        assert form(seen) == Form(entries, files, cookies), f"{agent}, {kind}: {told[:2000]}"
+        for name, value in (
+            ("REQUEST_METHOD", method.encode()),
+            ("QUERY_STRING", query.encode()),
+            ("CONTENT_LENGTH", b"%d" % len(body)),
+            ("HTTP_USER_AGENT", agent),
+            ("body", body or None),
+        ):
+            assert (name, value) in seen, f"{agent}, {kind}: {name} is not {value[:200]}"
+        return kind
+
+    @staticmethod
+    def multipart(entries, files):
+        parts = [
+            b'--XYZ\r\nContent-Disposition: form-data; name="%s"\r\n\r\n%s\r\n' % entry
+            for entry in entries
+        ] + [
+            b'--XYZ\r\nContent-Disposition: form-data; name="%s"; filename="%s"\r\n'
+            b"Content-Type: %s\r\n\r\n%s\r\n" % file
+            for file in files
+        ]
+        return b"".join(parts) + b"--XYZ--\r\n"
+
+
+class Load(unittest.TestCase):
+    def load(self, server, name):
+        end = time.monotonic() + SECONDS
+        numbers = itertools.count()
+
+        def client(number):
+            kinds = []
+            client = Client(number, server.port)
+            while (request := next(numbers)) < REQUESTS and time.monotonic() < end:
+                kinds.append(client.ask(request))
+            client.connection.close()
+            return kinds
+
+        start = time.monotonic()
+        with concurrent.futures.ThreadPoolExecutor(CLIENTS) as clients:
+            lists = list(clients.map(client, range(CLIENTS)))
+        seconds = time.monotonic() - start
+        made = [kind for kinds in lists for kind in kinds]
+        print(
+            f"{name}: {len(made)} requests by {CLIENTS} clients in {seconds:.1f} s,"
+            f" {len(made) / seconds:.0f} a second, each answered right:",
+            ", ".join(f"{made.count(kind)} {kind}" for kind in KINDS),
+            flush=True,
+        )
+        self.assertTrue(len(made) == REQUESTS or seconds >= SECONDS)
+        for kind in KINDS:
+            self.assertGreater(made.count(kind), 10)
+        self.assertTrue(all(lists), "a client made no request")
+        server.wait_for_scripts()
+        self.assertEqual("", server.log())
+
+    def test_under_lighttpd_brings_no_wrong_answer(self):
+        options = "server.max-keep-alive-idle = 100"
+        with Server({"probe": os.environ["PROBE"]}, {}, options) as server:
+            self.load(server, "lighttpd")
+
+    def test_under_apache_brings_no_wrong_answer(self):
+        with Apache({"probe": os.environ["PROBE"]}, {}, "KeepAliveTimeout 100") as server:
+            self.load(server, "Apache")
+
+
+if __name__ == "__main__":
+    unittest.main()
