@@ -74,6 +74,8 @@ chmod 755 on-the-new-system
 # shellcheck source=/dev/null
 codename=$(. /etc/os-release && printf '%s' "$VERSION_CODENAME")
 export DEBIAN_FRONTEND=noninteractive
+# The hooks expand "$1", the new system's folder.
+# shellcheck disable=SC2016
 mmdebstrap --quiet --variant=apt --format=null --include=gcc,libc6-dev,pkg-config \
   --skip=cleanup/apt/lists \
   --customize-hook='mkdir "$1/packages" && cp ./*.deb greet.c on-the-new-system "$1/packages"' \
