@@ -120,7 +120,7 @@ void emptyNode(Node &node) {
   hangChildren(node, chain);
   destroyChain(chain);
   // Strings 2 to 7 survive a clear; scripts read them afterwards.
-  for (uint32_t i : {0, 1}) releaseText(node, take(node.strings[i]));
+  for (const uint32_t i : {0U, 1U}) releaseText(node, take(node.strings[i]));
   for (uint32_t &number : node.ints) number = 0;
   node.doubleValue = 0;
   node.fixed = 0;

@@ -12,8 +12,9 @@ namespace {
 constexpr uint32_t kStep = 10;
 
 uintptr_t *resized(uintptr_t *data, uint32_t words) {
-  if (words > PTRDIFF_MAX / sizeof(uintptr_t)) return nullptr;
-  return static_cast<uintptr_t *>(std::realloc(data, words * sizeof(uintptr_t)));
+  const uint64_t size = uint64_t{words} * sizeof(uintptr_t);
+  if (size > PTRDIFF_MAX) return nullptr;
+  return static_cast<uintptr_t *>(std::realloc(data, static_cast<size_t>(size)));
 }
 
 void copyWords(uintptr_t *to, const void *from, uint32_t words) {

@@ -96,7 +96,7 @@ const char *find(std::string_view haystack, std::string_view needle) {
   if (haystack.size() < needle.size()) return nullptr;
   for (size_t cost = 0; !needle.empty(); ++start, cost += kCostOfMiss + before) {
     if (cost > kPatience + static_cast<size_t>(start - haystack.data())) break;
-    const size_t left = static_cast<size_t>(end - start);
+    const auto left = static_cast<size_t>(end - start);
     if (left <= before) return nullptr;
     const void *last = std::memchr(start + before, needle.back(), left - before);
     if (!last) return nullptr;
