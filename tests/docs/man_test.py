@@ -66,7 +66,7 @@ class Prototypes(unittest.TestCase):
         for page in SHOWN.values():
             for declaration in self.declarations(page):
                 words = re.escape(squeezed(declaration).removesuffix(';'))
-                self.assertTrue(re.search(rf'[;)}}]{words}(;|__attribute__)', header), declaration)
+                self.assertTrue(re.search(rf'[;)}}] ?{words}(;|__attribute__)', header), declaration)
 
     def test_are_there_once_for_each_export(self):
         shown = collections.Counter()
