@@ -1,0 +1,264 @@
+#!/usr/bin/env python3
+"""Runs a guide as it is printed: writes its files, gives its commands, compares what they print.
+
+Of a guide's fenced blocks, one that begins with
+
+  ```c greet.c    a language and a name, is a file of that name in the guide's folder;
+  ```console      holds commands after "$ ", continued after "> ", each followed by what it prints,
+                  standard output and error together: "…" stands for any text within a line, a
+                  line "…" for any lines;
+
+and any other is text. One bash takes them in the order of the page, in a new folder, as a user for
+whom Tarn is installed, with Tarn's source as ~/tarn and a network of its own. Each command has to
+succeed, and none may leave a process behind. Links have to lead somewhere, `name(3)` to a manual
+page of Tarn's.
+"""
+
+import argparse
+import ctypes
+import difflib
+import os
+import re
+import secrets
+import shlex
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+from typing import NamedTuple
+
+SOURCE = Path(__file__).resolve().parents[2]
+SECONDS_TO_RUN = 100
+SECONDS_TO_END = 3
+NO_STATUS = -1
+PR_SET_CHILD_SUBREAPER = 36
+
+
+class Wrong(Exception):
+    """What is wrong with a guide: line number, text."""
+
+
+class File(NamedTuple):
+    line: int
+    name: str
+    text: str
+
+
+class Command(NamedTuple):
+    line: int
+    text: str
+    shown: slice  # what it prints: these of the page's lines
+
+
+# ---- Reading a guide -----------------------------------------------------------------------------
+
+
+def blocks(page):
+    """The fenced blocks: info string, index of the first line, index of the closing fence."""
+    start = None
+    for index, line in enumerate(page):
+        if start is None and line.lstrip().startswith("```"):
+            if line != line.lstrip():
+                raise Wrong(index + 1, "a fence stands at the margin")
+            start = index + 1
+        elif start is not None and line == "```":
+            yield page[start - 1].removeprefix("```").strip(), start, index
+            start = None
+    if start is not None:
+        raise Wrong(start, "this block does not end")
+
+
+def commands(page, index, end):
+    def skip_while(condition):
+        nonlocal index
+        first = index
+        while index < end and condition(page[index]):
+            index += 1
+        return slice(first, index)
+
+    while index < end:
+        if not page[index].startswith("$ "):
+            raise Wrong(index + 1, 'a block of commands begins with "$ "')
+        first = index
+        index += 1
+        continued = skip_while(lambda line: line.startswith("> "))
+        text = "\n".join(line[2:] for line in page[first : continued.stop])
+        yield Command(first + 1, text, skip_while(lambda line: not line.startswith("$ ")))
+
+
+def steps(page):
+    found = []
+    for info, start, end in blocks(page):
+        words = info.split()
+        if words == ["console"]:
+            found += commands(page, start, end)
+        elif len(words) == 2:
+            found.append(File(start, words[1], "".join(line + "\n" for line in page[start:end])))
+    return found
+
+
+def check_links(guide, page, manual):
+    prose = list(page)
+    for _, start, end in blocks(page):
+        prose[start:end] = [""] * (end - start)
+    for number, line in enumerate(prose, 1):
+        for link in re.findall(r"\]\((?!https?:)([^)#]+)[^)]*\)", line):
+            if not (guide.parent / link).exists():
+                raise Wrong(number, f"{link} does not exist")
+        for name, section in re.findall(r"`([\w-]+)\((\d)\)`", line):
+            if not (manual / f"man{section}/{name}.{section}").exists():
+                raise Wrong(number, f"{name}({section}) is no manual page")
+    if guide.name == "README.md":
+        for other in guide.parent.glob("*.md"):
+            if other != guide and not any(f"]({other.name})" in line for line in prose):
+                raise Wrong(1, f"the index has no link to {other.name}")
+
+
+# ---- Running it ----------------------------------------------------------------------------------
+
+
+def shell_script(todo, copies, mark):
+    """Bash that says after each step the mark and a status, and ends where one is not 0."""
+    script = []
+    for number, step in enumerate(todo):
+        if isinstance(step, File):
+            copy = copies / str(number)
+            copy.write_text(step.text, encoding="utf-8")
+            script.append(f"install -D -m 644 {copy} {shlex.quote(step.name)}")
+        else:
+            script.append(f"eval {shlex.quote(step.text)}")
+        script.append(f'_status=$?; printf "{mark} %d\\n" $_status; ((_status == 0)) || exit')
+    return "\n".join(script) + "\n"
+
+
+def user(home, installed):
+    return {
+        "HOME": str(home),
+        "LANG": "C.UTF-8",
+        "PATH": f"{installed}/bin:/usr/local/bin:/usr/bin:/bin",
+        "LD_LIBRARY_PATH": f"{installed}/lib",
+        "PKG_CONFIG_PATH": f"{installed}/lib/pkgconfig",
+    }
+
+
+def own_network():
+    """What makes a command find every port free; nothing, where the system does not allow it."""
+    rights = [] if os.getuid() == 0 else ["--map-root-user"]
+    unshare = ["unshare", *rights, "--net", "sh", "-c", 'ip link set lo up && exec "$@"', "sh"]
+    allowed = subprocess.run([*unshare, "true"], stderr=subprocess.DEVNULL).returncode == 0
+    return unshare if allowed else []
+
+
+def end_processes():
+    """Ends what the guide has left running, and tells what that is."""
+    left = []
+    deadline = time.monotonic() + SECONDS_TO_END
+    try:
+        while True:
+            if os.waitpid(-1, os.WNOHANG)[0] != 0:
+                continue
+            time.sleep(0.02)
+            if time.monotonic() > deadline:
+                for child in Path(f"/proc/self/task/{os.getpid()}/children").read_text().split():
+                    left.append(Path(f"/proc/{child}/comm").read_text().strip())
+                    os.kill(int(child), signal.SIGKILL)
+                    os.waitpid(int(child), 0)
+    except ChildProcessError:
+        return left
+
+
+def run(todo, installed):
+    """What each step printed, with its status; the last is the first that failed, if one did."""
+    ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
+    mark = secrets.token_hex(16)
+    with tempfile.TemporaryDirectory(prefix="tarn-guide-") as folder:
+        home, copies, printed = (Path(folder) / name for name in ("home", "copies", "printed"))
+        (home / "guide").mkdir(parents=True)
+        (home / "tarn").symlink_to(SOURCE)
+        copies.mkdir()
+        script = Path(folder) / "script"
+        script.write_text(shell_script(todo, copies, mark), encoding="utf-8")
+        with open(printed, "wb") as output:
+            shell = subprocess.Popen(
+                [*own_network(), "bash", script],
+                cwd=home / "guide",
+                env=user(home, installed),
+                stdin=subprocess.DEVNULL,
+                stdout=output,
+                stderr=subprocess.STDOUT,
+                start_new_session=True,
+            )
+            try:
+                shell.wait(SECONDS_TO_RUN)
+            except subprocess.TimeoutExpired:
+                os.killpg(shell.pid, signal.SIGKILL)
+                shell.wait()
+        left = end_processes()
+        text = printed.read_text(encoding="utf-8", errors="replace").replace("\r\n", "\n")
+    *pieces, rest = re.split(f"{mark} ([0-9]+)\n", text)
+    results = [(output, int(status)) for output, status in zip(pieces[::2], pieces[1::2])]
+    if len(results) < len(todo) and (not results or results[-1][1] == 0):
+        results.append((rest, NO_STATUS))
+    return results, left
+
+
+# ---- Comparing -----------------------------------------------------------------------------------
+
+
+def pattern(lines):
+    """Of what a command prints, each line with its end."""
+    return "".join(
+        "(?:.*\n)*?" if line == "…" else "[^\n]*".join(map(re.escape, line.split("…"))) + "\n"
+        for line in lines
+    )
+
+
+def as_it_ran(page, todo, results):
+    """The page with what was printed where it shows something else, and the lines of those steps."""
+    ran, differ = list(page), []
+    for step, (output, _) in reversed(list(zip(todo, results))):
+        shown = step.shown if isinstance(step, Command) else slice(step.line, step.line)
+        lines = output.splitlines()
+        if not re.fullmatch(pattern(page[shown]), "".join(line + "\n" for line in lines)):
+            ran[shown] = lines
+            differ.append(step.line)
+    return ran, differ[::-1]
+
+
+def check(guide, installed, update=False):
+    page = guide.read_text(encoding="utf-8").splitlines()
+    check_links(guide, page, installed / "share/man")
+    todo = steps(page)
+    results, left = run(todo, installed)
+    ran, differ = as_it_ran(page, todo, results)
+    if update:
+        guide.write_text("".join(line + "\n" for line in ran), encoding="utf-8")
+    elif differ:
+        print(*difflib.unified_diff(page, ran, str(guide), "as it ran", lineterm=""), sep="\n")
+    status = results[-1][1] if results else 0
+    if status != 0:
+        ended = "the shell, or did not end" if status == NO_STATUS else f"with status {status}"
+        raise Wrong(todo[len(results) - 1].line, f"ended {ended}")
+    if differ and not update:
+        raise Wrong(differ[0], "printed something else")
+    if left:
+        raise Wrong(len(page), f"still running: {', '.join(left)}")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("installed", type=Path, help="the folder in which Tarn is installed")
+    parser.add_argument("guide", type=Path)
+    parser.add_argument("--update", action="store_true", help="write what is printed to the guide")
+    chosen = parser.parse_args()
+    try:
+        check(chosen.guide, chosen.installed.resolve(), chosen.update)
+    except Wrong as wrong:
+        line, what = wrong.args
+        sys.exit(f"{chosen.guide}:{line}: {what}")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""The runner of the guides sees what is wrong with one."""
+
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+RUNNER = Path(__file__).with_name("guide.py")
+
+
+class Guide(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+
+    def run_guide(self, *lines, name="guide.md", options=()):
+        guide = self.folder / name
+        guide.write_text("".join(line + "\n" for line in lines), encoding="utf-8")
+        ran = subprocess.run(
+            [sys.executable, "-B", RUNNER, *options, os.environ["INSTALLED"], guide],
+            capture_output=True,
+            text=True,
+        )
+        self.output = ran.stdout
+        self.message = ran.stderr.strip().removeprefix(str(self.folder) + "/")
+        return ran.returncode
+
+    def passes(self, *lines):
+        self.assertEqual(self.run_guide(*lines), 0, self.message)
+
+    def fails(self, message, *lines, **options):
+        self.assertEqual(self.run_guide(*lines, **options), 1)
+        self.assertEqual(self.message, message)
+
+    def test_commands_share_a_shell_a_folder_and_the_files_of_the_page(self):
+        self.passes(
+            "# A guide",
+            "```text words",
+            "one",
+            "```",
+            "```console",
+            "$ ls",
+            "words",
+            "$ mkdir inside && cd inside && word=two",
+            "```",
+            "```",
+            "$ false",
+            "```",
+            "```console",
+            "$ cat ../words -; echo $word \\",
+            ">   three",
+            "one",
+            "two three",
+            "```",
+        )
+
+    def test_a_later_file_of_the_same_name_takes_the_place_of_the_first(self):
+        self.passes(
+            *("```text words", "one", "```", "```console", "$ cat words", "one", "```"),
+            *("```text words", "two", "```", "```console", "$ cat words", "two", "```"),
+        )
+
+    def test_dots_stand_for_any_text_and_for_any_lines(self):
+        self.passes(
+            "```console",
+            "$ seq 100 120",
+            "…",
+            "10…",
+            "1…6",
+            "…",
+            "117",
+            "…",
+            "120",
+            "…",
+            "$ printf 'no end'",
+            "no end",
+            "```",
+        )
+
+    def test_dots_within_a_line_do_not_pass_its_end(self):
+        self.fails(
+            "guide.md:2: printed something else", "```console", "$ printf 'a\\nb\\n'", "a…b", "```"
+        )
+
+    def test_other_output_is_a_difference_of_the_page(self):
+        self.fails(
+            "guide.md:3: printed something else",
+            *("One", "```console", "$ echo one; echo two >&2", "one", "three", "$ true", "```"),
+        )
+        self.assertIn("@@ -2,6 +2,6 @@\n", self.output)
+        self.assertIn(" one\n-three\n+two\n $ true\n", self.output)
+
+    def test_output_of_a_command_that_shows_none_is_a_difference(self):
+        self.fails("guide.md:2: printed something else", "```console", "$ echo one", "```")
+
+    def test_a_line_too_few_is_a_difference(self):
+        self.fails("guide.md:2: printed something else", "```console", "$ true", "one", "```")
+
+    def test_a_command_that_fails_ends_the_guide(self):
+        self.fails(
+            "guide.md:3: ended with status 3",
+            *("```console", "$ true", "$ (exit 3)", "$ echo more", "more", "```"),
+        )
+
+    def test_a_file_that_the_page_does_not_have_is_missing(self):
+        self.fails("guide.md:2: ended with status 1", "```console", "$ cat words", "```")
+        self.assertIn("cat: words: No such file or directory", self.output)
+
+    def test_a_command_that_ends_the_shell_fails(self):
+        self.fails(
+            "guide.md:3: ended the shell, or did not end",
+            *("```console", "$ true", "$ exit 0", "$ echo more", "more", "```"),
+        )
+
+    def test_a_process_left_behind_fails_and_is_ended(self):
+        process = self.folder / "process"
+        self.fails(
+            "guide.md:3: still running: sleep",
+            *("```console", f"$ sleep 1234 & echo $! >{process}", "```"),
+        )
+        self.assertFalse(Path("/proc", process.read_text().strip()).exists())
+
+    def test_a_link_that_leads_nowhere_fails(self):
+        (self.folder / "other.md").touch()
+        self.passes("[other](other.md), [part](other.md#part), [far](https://example.org/)")
+        self.fails("guide.md:2: more.md does not exist", "", "[more](more.md)")
+
+    def test_a_manual_page_that_is_not_there_fails(self):
+        self.passes("`Tarn_new(3)`")
+        self.fails("guide.md:1: Tarn_old(3) is no manual page", "`Tarn_old(3)`")
+
+    def test_an_index_that_leaves_out_a_guide_fails(self):
+        (self.folder / "first.md").touch()
+        (self.folder / "second.md").touch()
+        self.fails(
+            "README.md:1: the index has no link to second.md", "[one](first.md)", name="README.md"
+        )
+
+    def test_a_block_that_cannot_be_read_fails(self):
+        self.fails("guide.md:2: this block does not end", "", "```console", "$ true")
+        self.fails("guide.md:2: a fence stands at the margin", "-", "  ```", "  ```")
+        self.fails('guide.md:2: a block of commands begins with "$ "', "```console", "true", "```")
+
+    def test_an_update_writes_what_is_printed(self):
+        page = ["```console", "$ echo one", "two", "$ seq 9", "1", "…", "```"]
+        self.assertEqual(self.run_guide(*page, options=["--update"]), 0)
+        page[2] = "one"
+        self.assertEqual((self.folder / "guide.md").read_text().splitlines(), page)
+
+
+if __name__ == "__main__":
+    unittest.main()
