@@ -216,7 +216,7 @@ def pattern(lines):
 
 
 def as_it_ran(page, todo, results):
-    """The page with what was printed where it shows something else, and the lines of those steps."""
+    """The page with what was printed, where that is something else, and the lines of the steps."""
     ran, differ = list(page), []
     for step, (output, _) in reversed(list(zip(todo, results))):
         shown = step.shown if isinstance(step, Command) else slice(step.line, step.line)
