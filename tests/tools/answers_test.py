@@ -1,0 +1,223 @@
+#!/usr/bin/env python3
+"""What tarn-run shows of a script's output, and what it complains about."""
+
+import os
+import signal
+import subprocess
+import time
+import unittest
+
+from tool import TOOLS, ToolTest
+
+TYPE = b'Content-Type: text/plain\n'
+
+
+class AnswerTest(ToolTest):
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.printing = cls.script('printing', '#!/bin/sh\ncat output\n')
+
+    def answered(self, output, *options):
+        """What is shown, and the complaints, of a script that prints this."""
+        self.file('output', output)
+        ran = self.run_tool(*options, self.printing)
+        self.assertEqual(ran.status, 0)
+        for line in ran.errors:
+            self.assertTrue(line.startswith('tarn-run: '), line)
+        return ran.output, [line.removeprefix('tarn-run: ') for line in ran.errors]
+
+    def shows(self, shown, output, *options):
+        self.assertEqual(self.answered(output, *options), (shown, []))
+
+    def complains(self, complaint, output, *options):
+        """Sent all the same."""
+        shown, complaints = self.answered(output, *options)
+        self.assertNotIn(b'HTTP/1.1 500', shown)
+        self.assertEqual(complaints, [complaint])
+
+    def cannot_use(self, complaint, output):
+        self.assertEqual(self.answered(output), (b'HTTP/1.1 500 Internal Server Error\n\n' + output,
+                                                 [complaint + '; a server answers 500']))
+
+
+class Answer(AnswerTest):
+
+    def test_is_200_without_a_status(self):
+        self.shows(b'HTTP/1.1 200 OK\n' + TYPE + b'\nhello', TYPE + b'\nhello')
+
+    def test_has_the_status_that_the_script_gives(self):
+        self.shows(b'HTTP/1.1 404 Not Found\n' + TYPE + b'\n', b'Status: 404\n' + TYPE + b'\n')
+        self.shows(b'HTTP/1.1 404 Nothing Here\n' + TYPE + b'\n',
+                   TYPE + b'status:404 Nothing Here\n\n')
+        self.shows(b'HTTP/1.1 299\n' + TYPE + b'\n', b'Status: 299\n' + TYPE + b'\n')
+
+    def test_is_302_with_a_location(self):
+        self.shows(b'HTTP/1.1 302 Found\nLocation: /a\n\n', b'Location: /a\n\n')
+        self.shows(b'HTTP/1.1 303 See Other\nLocation: /a\n\n', b'Location: /a\nStatus: 303\n\n')
+
+    def test_has_headers_in_their_order_and_the_body_byte_for_byte(self):
+        body = bytes(range(256)) + b'\r\n\r\n\n'
+        self.shows(b'HTTP/1.1 200 OK\nX-B: 1\nContent-Type: a/b\nX-A: 2:3\n\n' + body,
+                   b'X-B:1\r\nContent-Type:  a/b \r\nX-A: 2:3\r\n\r\n' + body)
+        self.shows(b'HTTP/1.1 200 OK\nContent-Type: a/b\nX: \xc3\xab\tb\n\n',
+                   b'Content-Type: a/b\nX: \xc3\xab\tb\n\r\n')
+
+    def test_may_be_its_body_alone(self):
+        self.shows(b'a\0b', b'Status: 404\n' + TYPE + b'\na\0b', '--body')
+
+    def test_may_be_many_megabytes_to_a_body_that_is_not_read(self):
+        script = self.script('large', f'#!/bin/sh\nexec <&-\nprintf "{TYPE.decode()}\\n"\n'
+                             'head -c 10000000 /dev/zero')
+        ran = self.run_tool('--data-binary', '@-', script, input=bytes(10000000))
+        self.assertEqual((ran.status, len(ran.body), ran.errors), (0, 10000000, []))
+
+    def test_may_end_early_for_a_reader_who_has_seen_enough(self):
+        script = self.script('endless', f'#!/bin/sh\nprintf "{TYPE.decode()}\\n"\n'
+                             'head -c 10000000 /dev/zero')
+        with subprocess.Popen([TOOLS / 'tarn-run', script], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE) as process:
+            process.stdout.close()
+            self.assertEqual((process.wait(60), process.stderr.read()), (-signal.SIGPIPE, b''))
+
+
+class OutputThatIsNoAnswer(AnswerTest):
+
+    def test_is_no_output(self):
+        self.cannot_use('the script printed nothing', b'')
+
+    def test_has_no_header_block(self):
+        self.cannot_use("no header block: the output begins with '<p>hello'", b'<p>hello\n\nyou')
+        self.cannot_use("no header block: the output begins with 'hello'", b'hello')
+        self.cannot_use("no header block: the output begins with 'HTTP/1.1 200 OK'",
+                        b'HTTP/1.1 200 OK\n' + TYPE + b'\n')
+        self.cannot_use('no header block: the output begins with an empty line', b'\nhello')
+        self.cannot_use('no header block: the output begins with an empty line', b'\r\nhello')
+        self.cannot_use("no header block: the output begins with '" + 'a' * 59 + "…'", b'a' * 99)
+        self.cannot_use(r"no header block: the output begins with '\xffë\x00'", b'\xff\xc3\xab\0')
+
+    def test_has_a_header_block_without_an_end(self):
+        self.cannot_use('no empty line ends the header block', TYPE)
+        self.cannot_use('no empty line ends the header block', TYPE + b'X: y')
+
+    def test_has_a_malformed_header(self):
+        for line in (b'<html>', b'X', b'X y: z', b': z', b' folded', b'X : y', b'\xc3\xab: z'):
+            text = repr(line.decode())
+            self.cannot_use(f'line 2 of the header block is no "NAME: VALUE": {text}',
+                            TYPE + line + b'\nY: z\n\nbody')
+
+    def test_has_a_header_with_a_control_character(self):
+        for character in b'\0\1\x1b\r\x7f':
+            line = b'X: a%cb' % character
+            self.cannot_use('line 2 of the header block has a control character: '
+                            f'{line.decode()!r}', TYPE + line + b'\r\n\r\nbody')
+
+    def test_has_a_status_that_is_none(self):
+        for status in (b'', b'20', b'2000', b'OK', b'200OK', b'199', b'600', b'HTTP/1.1 200 OK'):
+            self.cannot_use('the Status is no number from 200 to 599 and a reason: '
+                            f'{status.decode()!r}', b'Status: ' + status + b'\n' + TYPE + b'\n')
+
+
+class Complaint(AnswerTest):
+
+    def test_is_made_of_a_body_without_a_type(self):
+        self.complains('no Content-Type', b'X: y\n\nbody')
+        self.complains('no Content-Type', b'Status: 404\n\n')
+        self.complains('no Content-Type', b'Location: /a\n\nbody')
+        self.complains('no Content-Type', b'X: y\n\nbody', '--body')
+        self.shows(b'HTTP/1.1 204 No Content\n\n', b'Status: 204\n\n')
+        self.shows(b'HTTP/1.1 200 OK\nX: y\n\n', b'X: y\n\n', '-I')
+
+    def test_is_made_of_a_header_that_is_there_twice(self):
+        for name, value in (('Status', '200'), ('Location', '/a'), ('Content-Type', 'a/b'),
+                            ('Content-Length', '4')):
+            twice = f'{name}: {value}\n{name.lower()}: {value}\n'.encode()
+            type = b'' if name == 'Content-Type' else TYPE
+            self.complains(f'2 headers {name}: servers differ in which of them counts',
+                           twice + type + b'\nbody')
+        self.shows(b'HTTP/1.1 200 OK\nSet-Cookie: a=1\nSet-Cookie: b=2\n' + TYPE + b'\n',
+                   b'Set-Cookie: a=1\nSet-Cookie: b=2\n' + TYPE + b'\n')
+
+    def test_is_made_of_a_length_that_is_not_the_bodys(self):
+        for length in ('3', '5', 'x', ''):
+            self.complains(f"Content-Length is '{length}', and the body has 4 bytes",
+                           f'Content-Length: {length}\n'.encode() + TYPE + b'\nbody')
+        self.shows(b'HTTP/1.1 200 OK\nContent-Length: 4\n' + TYPE + b'\nbody',
+                   b'Content-Length: 4\n' + TYPE + b'\nbody')
+        self.shows(b'HTTP/1.1 200 OK\nContent-Length: 4\n' + TYPE + b'\n',
+                   b'Content-Length: 4\n' + TYPE + b'\n', '--request', 'HEAD')
+
+    def test_is_made_of_a_body_where_there_can_be_none(self):
+        self.assertEqual(self.answered(TYPE + b'\nbody', '-I'), (
+            b'HTTP/1.1 200 OK\n' + TYPE + b'\n',
+            ['a server drops the body (4 bytes): an answer to HEAD has none']))
+        for status, reason in ((204, b'No Content'), (304, b'Not Modified')):
+            self.assertEqual(self.answered(b'Status: %d\n' % status + TYPE + b'\nbody'), (
+                b'HTTP/1.1 %d %s\n' % (status, reason) + TYPE + b'\n',
+                [f'a server drops the body (4 bytes): an answer of status {status} has none']))
+
+
+class End(AnswerTest):
+
+    def ended(self, lines, *options):
+        ran = self.run_tool(*options, self.script('script', '#!/bin/sh\n' + lines))
+        return ran.status, ran.output, ran.errors
+
+    def test_with_a_failure_is_told_and_passed_on(self):
+        answer = b'HTTP/1.1 200 OK\n' + TYPE + b'\n'
+        self.assertEqual(self.ended(f'printf "{TYPE.decode()}\\n"; exit 3'), (
+            3, answer, ['tarn-run: the script failed (status 3) after it had answered']))
+        self.assertEqual(self.ended('echo oh no >&2; exit 9'), (
+            9, b'HTTP/1.1 500 Internal Server Error\n\n',
+            ['oh no', 'tarn-run: the script printed nothing; a server answers 500',
+             'tarn-run: the script failed (status 9)']))
+
+    def test_by_a_signal_is_told_and_is_a_status_above_128(self):
+        for number, name in ((11, 'SIGSEGV'), (9, 'SIGKILL')):
+            status, _, errors = self.ended(f'printf "{TYPE.decode()}\\n"; kill -{number} $$')
+            self.assertEqual((status, errors),
+                             (128 + number, [f'tarn-run: killed by signal {number} ({name})']))
+
+    def test_is_not_that_of_a_process_that_prints_later(self):
+        status, output, errors = self.ended(
+            '(until grep -q "^State:.Z" "/proc/$$/status"; do sleep 0.1; done; sleep 1; echo late) &\n'
+            f'printf "{TYPE.decode()}\\n"')
+        self.assertEqual((status, output), (0, b'HTTP/1.1 200 OK\n' + TYPE + b'\nlate\n'))
+        self.assertEqual(errors, [
+            'tarn-run: a process that the script left behind keeps the output open;'
+            ' a server waits for it too',
+            r"tarn-run: output after the script has ended: 'late\n'"])
+
+    def test_of_all_output_is_not_waited_for_when_it_is_closed(self):
+        before = time.monotonic()
+        status, _, errors = self.ended(
+            f'printf "{TYPE.decode()}\\n"; sleep 30 >&- 2>&- & echo $! >sleeping')
+        os.kill(int((self.folder / 'sleeping').read_text()), signal.SIGKILL)
+        self.assertEqual((status, errors), (0, []))
+        self.assertLess(time.monotonic() - before, 29)
+
+
+class Script(AnswerTest):
+
+    def test_that_is_not_there_is_told(self):
+        self.assertEqual(self.refused('./none', status=127), 'tarn-run: ./none: no such file')
+        self.assertEqual(self.refused('.', status=127), 'tarn-run: .: a folder')
+
+    def test_that_cannot_be_run_is_told_with_the_reason(self):
+        self.file('script', '#!/bin/sh\n').chmod(0o644)
+        self.assertEqual(self.refused('script', status=126),
+                         'tarn-run: script: not executable (chmod +x lets a server run it)')
+        for content, reason in (
+            (b'#!/bin/none\n', "its interpreter is not there, or cannot be run: '#!/bin/none'"),
+            (b'#!/bin/sh\r\n', r"its interpreter is not there, or cannot be run: '#!/bin/sh\r'"),
+            (b'hello\n', 'no program of this machine, and no line "#!INTERPRETER" at its'
+                         ' beginning'),
+            (b'', 'no program of this machine, and no line "#!INTERPRETER" at its beginning'),
+        ):
+            self.file('script', content).chmod(0o755)
+            self.assertEqual(self.refused('script', status=126), f'tarn-run: script: {reason}')
+
+
+if __name__ == '__main__':
+    unittest.main()

@@ -1,0 +1,104 @@
+#!/usr/bin/env python3
+"""The options of tarn-run are told alike by its help, its manual page and its completion."""
+
+import os
+import re
+import subprocess
+import unittest
+
+from tool import TOOLS, ToolTest
+
+PAGES = [TOOLS / 'tarn-run.1', TOOLS / 'tarn-record.1']
+COMPLETION = TOOLS / 'completions/tarn-run'
+
+
+def printed(*command, **options):
+    return subprocess.run(command, capture_output=True, text=True, check=True, **options).stdout
+
+
+def options(help):
+    return set(re.findall(r'(?<![\w-])--?[a-zA-Z][a-z-]*', help))
+
+
+class Pages(ToolTest):
+
+    def test_help_fits_a_terminal(self):
+        help = printed(TOOLS / 'tarn-run', '--help', env={'COLUMNS': '300'})
+        self.assertEqual([line for line in help.splitlines() if len(line) > 80], [])
+        self.assertEqual(printed(TOOLS / 'tarn-run', '-h'), help)
+
+    def test_the_version_is_tarns(self):
+        version = os.environ['VERSION']
+        self.assertEqual(printed(TOOLS / 'tarn-run', '--version'), f'tarn-run {version}\n')
+        for page in PAGES:
+            self.assertIn(f'\n.Os Tarn {version}\n', page.read_text())
+        self.assertIn(f'\ntarn-run/{version}\n', PAGES[0].read_text())
+
+    def test_manual_pages_satisfy_mandoc(self):
+        for page in PAGES:
+            lint = subprocess.run([os.environ['MANDOC'], '-Tlint', '-Wstyle', page],
+                                  capture_output=True, text=True, check=False).stdout
+            self.assertEqual([line for line in lint.splitlines()
+                              if 'referenced manual not found' not in line], [])
+
+    def test_the_manual_page_has_every_option_of_the_help_and_no_other(self):
+        page = PAGES[0].read_text()
+        told = re.findall(r'^\.It (Fl .*)', page, re.MULTILINE)
+        told = {'-' + name for line in told for name in re.findall(r'Fl (\S+)', line)}
+        self.assertEqual(told, self.options())
+
+    def test_the_completion_has_every_option_of_the_help_and_no_other(self):
+        self.assertEqual(set(self.completed('-')), self.options())
+
+    def options(self):
+        help = printed(TOOLS / 'tarn-run', '--help')
+        found = {name for line in re.findall(r'^  (-.*?)(?:   |$)', help, re.MULTILINE)
+                 for name in options(line)}
+        self.assertGreater(len(found), 25)
+        return found
+
+    def test_the_manual_page_names_every_variable_that_a_script_has(self):
+        self.file('upload', 'a')
+        given = self.given('-F', 'f=@upload', '-b', 'a=b', '--https', '--path-info', '/a',
+                           env={**os.environ, 'LD_LIBRARY_PATH': '/a'})
+        page = PAGES[0].read_text()
+        for name in given.environment:
+            told = re.search(rf'^\.(It )?Ev {name.decode()}( \.)?$', page, re.MULTILINE)
+            self.assertTrue(told, name)
+
+    def test_the_commands_of_the_examples_run(self):
+        self.file('dawn.jpg', 'a')
+        for name in ('upload', 'greet'):
+            self.script(name, "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n")
+        examples = re.search(r'\.Sh EXAMPLES\n(.*?)\n\.Sh', PAGES[0].read_text(), re.DOTALL)[1]
+        commands = re.findall(r'^tarn-run .*', examples, re.MULTILINE)
+        self.assertEqual(len(commands), 5)
+        for command in commands:
+            if '--exec' not in command:
+                shown = printed('sh', '-ec', command, cwd=self.folder,
+                                env={'PATH': f'{TOOLS}:/usr/bin:/bin'})
+                self.assertTrue(shown.startswith('HTTP/1.1 200 OK\n'), command)
+
+    def completed(self, *words):
+        """What bash offers after these words of a command line."""
+        source = f'. {COMPLETION}; complete -p tarn-run >&2; COMP_WORDS=(tarn-run "$@")\n'
+        source += 'COMP_CWORD=$#; _tarn_run; ((${#COMPREPLY[@]})) && printf "%s\\n" "${COMPREPLY[@]}"'
+        ran = subprocess.run(['bash', '-c', source, 'bash', *words], capture_output=True, text=True,
+                             check=False)
+        self.assertRegex(ran.stderr, r'^complete .*-o default .*-F _tarn_run tarn-run\n$')
+        return ran.stdout.splitlines()
+
+    def test_the_completion_knows_what_is_begun(self):
+        self.assertEqual(self.completed('--data'),
+                         ['--data', '--data-binary', '--data-raw', '--data-urlencode'])
+        self.assertEqual(self.completed('-d', 'a', '--rec'), ['--record'])
+        self.assertEqual(self.completed('-X', 'P'), ['POST', 'PUT', 'PATCH'])
+        self.assertEqual(self.completed('--exec', 'g'), ['gdb'])
+
+    def test_the_completion_leaves_the_rest_to_files(self):
+        for words in (['a'], [''], ['-d', '-'], ['-F', 'a', '=', '@', ''], ['--record', '']):
+            self.assertEqual(self.completed(*words), [])
+
+
+if __name__ == '__main__':
+    unittest.main()

@@ -1,0 +1,281 @@
+#!/usr/bin/env python3
+"""What is recorded, by tarn-run or under a server, is run again as it was."""
+
+import os
+import shutil
+import stat
+import subprocess
+import threading
+import unittest
+
+from tool import TOOLS, ToolTest, dumped
+
+EVERY_BYTE = bytes(range(256))
+
+
+class Record(ToolTest):
+
+    def recorded(self, *options, **more):
+        record = self.folder / 'record'
+        record.unlink(missing_ok=True)
+        return self.given('--record', str(record), *options, **more), record
+
+    def test_is_what_it_is_said_to_be(self):
+        self.recorded('--data-binary', '@-', input=b'\0\0\n')
+        lines = (self.folder / 'record').read_bytes()
+        self.assertTrue(lines.startswith(b'tarn-record 1\nPATH='))
+        self.assertTrue(lines.endswith(b'\0CONTENT_LENGTH=3\0\0\0\0\n'), lines)
+
+    def test_of_any_bytes_is_run_again_exactly(self):
+        for body in (EVERY_BYTE, b'', b'\0', b'\0\0A=1\0', b'tarn-record 1\n', EVERY_BYTE * 10000):
+            given, record = self.recorded('--data-binary', '@-', '--env', b'X=\x01=\xff\n', '-H',
+                                          'X.Y: z', input=body)
+            self.assertEqual(given.body, body)
+            again = self.given('--replay', str(record), env={'PATH': os.environ['PATH'], 'A': 'b'})
+            self.assertEqual(again, given)
+            self.assertEqual(list(again.environment), list(given.environment))
+
+    def test_is_for_its_owner_alone_whatever_was_there_before(self):
+        target = self.file('target', 'kept')
+        for make in (lambda path: None, lambda path: path.write_text('old'),
+                     lambda path: path.symlink_to(target)):
+            record = self.folder / 'record'
+            record.unlink(missing_ok=True)
+            make(record)
+            self.given('--record', 'record')
+            self.assertEqual(stat.S_IMODE(record.lstat().st_mode), 0o600)
+        self.assertEqual(target.read_text(), 'kept')
+
+    def test_may_be_written_by_a_shell(self):
+        shell = "{ echo 'tarn-record 1'; env -0; printf '\\0'; cat; } >by-shell"
+        subprocess.run(['sh', '-c', shell], input=b'a\0b', check=True, cwd=self.folder,
+                       env={'PATH': '/usr/bin:/bin', 'X': 'y z', 'REQUEST_METHOD': 'POST'})
+        given = self.given('--replay', 'by-shell')
+        self.assertEqual((given.environment[b'X'], given.body), (b'y z', b'a\0b'))
+
+    def test_of_a_variable_that_is_set_twice_gives_the_first_as_the_script_saw_it(self):
+        self.file('twice', b'tarn-record 1\nA=1\0A=2\0\0')
+        self.assertEqual(self.given('--replay', 'twice').environment, {b'A': b'1'})
+
+    def test_goes_with_no_option_that_makes_another_request(self):
+        self.recorded()
+        for options in (['-d', 'a'], ['-F', 'a=b'], ['-G'], ['-b', 'a=b'], ['-X', 'PUT'], ['-I'],
+                        ['-H', 'A: b'], ['--query', 'a'], ['--path-info', '/'], ['--https'],
+                        ['--record', 'other']):
+            self.assertIn('--replay brings the whole request',
+                          self.refused('--replay', 'record', *options, 'dump'))
+        given = self.given('--replay', 'record', '--env', 'A=b')
+        self.assertEqual(given.environment[b'A'], b'b')
+
+    def test_that_is_cut_off_or_something_else_is_refused(self):
+        for content in (b'', b'tarn-record 1\n', b'tarn-record 1\nA=b\0', b'A=b\0\0',
+                        b'tarn-record 1\nA\0\0', b'tarn-record 2\nA=b\0\0'):
+            self.file('bad', content)
+            self.assertIn('bad: no record of a request', self.refused('--replay', 'bad', 'dump'))
+
+
+PROGRAM = r"""
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+extern char **environ;
+
+static void crash(const char *text) {
+  *(volatile char *)0 = *text;
+}
+
+int main(int count, char **arguments) {
+  char body[64];
+  size_t length = fread(body, 1, sizeof body - 1, stdin);
+  FILE *file = fopen("seen", "w");
+  for (char **variable = environ; *variable; ++variable) fprintf(file, "%s%c", *variable, 0);
+  fprintf(file, "%c%.*s", 0, (int)length, body);
+  for (int index = 1; index < count; ++index) fprintf(file, "<%s>", arguments[index]);
+  fclose(file);
+  printf("Content-Type: text/plain\r\n\r\nhello");
+  if (length && body[0] == '!') crash(body);
+  if (length && body[0] == '?') printf("%c", *(char *)malloc(1));
+  return 0;
+}
+"""
+
+
+class Exec(ToolTest):
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        source = cls.file('program.c', PROGRAM)
+        subprocess.run([os.environ['CC'], '-g', source, '-o', cls.folder / 'program'], check=True)
+
+    def seen(self):
+        """What the program saw, and its arguments after the body."""
+        return dumped((self.folder / 'seen').read_bytes())
+
+    def test_puts_a_command_before_the_script_and_the_body_at_its_input(self):
+        ran = self.run_tool('-d', 'a=1', '--exec', "sh -c 'exec \"$@\" more' name", './program', 'x')
+        self.assertEqual((ran.status, ran.body, ran.errors), (0, b'hello', []))
+        self.assertEqual(self.seen().body, b'a=1<x><more>')
+        self.assertEqual(self.seen().environment[b'CONTENT_LENGTH'], b'3')
+
+    def test_finds_the_command_where_tarn_run_would(self):
+        self.file('record', b'tarn-record 1\nPATH=/nowhere\0\0a')
+        ran = self.run_tool('--replay', 'record', '--exec', 'env', './program')
+        self.assertEqual((ran.status, ran.errors, self.seen().body), (0, [], b'a'))
+
+    def test_gives_the_status_of_the_command(self):
+        ran = self.run_tool('--exec', 'false', './program')
+        self.assertEqual(ran.status, 1)
+
+    def test_tells_of_a_command_that_is_not_there(self):
+        self.assertEqual(self.refused('--exec', 'no-such-command', './program', status=127),
+                         'tarn-run: --exec no-such-command: no such command')
+
+    @unittest.skipUnless(shutil.which('gdb'), 'gdb is not installed')
+    def test_of_gdb_runs_the_script_with_the_request_and_nothing_else(self):
+        self.run_tool('-d', 'a=$x "1"', '--record', 'record', './program', 'x y', '$z')
+        direct = self.seen()
+        for gdb in ('gdb', 'gdb --args'):
+            (self.folder / 'seen').unlink()
+            ran = self.run_tool('--replay', 'record', '--exec', f'{gdb} -q -batch -ex run',
+                                './program', 'x y', '$z', env={**os.environ, 'TERM': 'dumb'})
+            self.assertEqual(ran.status, 0)
+            self.assertIn(b'Content-Type: text/plain', ran.output)
+            self.assertEqual(self.seen(), direct)
+        self.assertEqual(direct.body, b'a=$x "1"<x y><$z>')
+
+    @unittest.skipUnless(shutil.which('gdb'), 'gdb is not installed')
+    def test_of_gdb_stops_at_a_crash_and_takes_commands_from_its_input(self):
+        ran = self.run_tool('-d', '!', '--exec', 'gdb -q', './program',
+                            input=b'run\nbacktrace\nkill\n')
+        self.assertIn(b'crash (text=', ran.output)
+        self.assertIn(b' in main (', ran.output)
+
+    @unittest.skipUnless(shutil.which('valgrind'), 'Valgrind is not installed')
+    def test_of_valgrind_sees_what_the_script_does_with_its_body(self):
+        valgrind = 'valgrind -q --error-exitcode=9'
+        self.assertEqual(self.run_tool('-d', 'a', '--exec', valgrind, './program').status, 0)
+        ran = self.run_tool('-d', '?', '--exec', valgrind, './program')
+        self.assertEqual(ran.status, 9)
+        self.assertIn('uninitialised', '\n'.join(ran.errors))
+
+
+class UnderAServer(ToolTest):
+    """tarn-record in the place of a script, under lighttpd."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.records = cls.folder / 'records'
+        cls.stand_in('recorded', cls.records, 'dump')
+        cls.stand_in('unrecorded', cls.folder / 'none', 'dump')
+        cls.stand_in('lost', cls.records, 'none')
+        cls.script('failing', "#!/bin/sh\nprintf 'Status: 418\\r\\n\\r\\n'; cat; exit 3\n")
+        cls.stand_in('failing-recorded', cls.records, cls.folder / 'failing')
+        cls.serve(**{name: cls.folder / name for name in (
+            'dump', 'recorded', 'unrecorded', 'lost', 'failing-recorded')})
+
+    @classmethod
+    def stand_in(cls, name, folder, script):
+        cls.script(name, f'#!{TOOLS}/tarn-record {folder}\n{script}\n')
+
+    def setUp(self):
+        self.records.mkdir()
+        self.addCleanup(shutil.rmtree, self.records)
+
+    def record(self):
+        found = list(self.records.iterdir())
+        self.assertEqual(len(found), 1)
+        return found[0]
+
+    def test_a_script_answers_as_without_it(self):
+        plain = self.ask('dump')
+        given = self.ask('recorded')
+        self.assertEqual(given.body, plain.body)
+        self.assertEqual(self.comparable(given), self.comparable(plain))
+
+    def test_a_request_is_recorded_exactly(self):
+        given = self.ask('recorded')
+        again = self.given('--replay', str(self.record()))
+        self.assertEqual(again, given)
+        self.assertEqual(list(again.environment), list(given.environment))
+        self.assertEqual(again.environment[b'CONTENT_LENGTH'], b'%d' % len(again.body))
+
+    def test_a_body_may_be_megabytes(self):
+        self.file('sent', EVERY_BYTE * 20000)
+        given = self.ask('recorded')
+        self.assertEqual(given.body, EVERY_BYTE * 20000)
+        self.assertEqual(self.given('--replay', str(self.record())), given)
+
+    def ask(self, name):
+        if not (self.folder / 'sent').exists():
+            self.file('sent', EVERY_BYTE)
+        self.addCleanup((self.folder / 'sent').unlink, missing_ok=True)
+        answer = self.server.curl(f'/{name}?a=%00', '--data-binary', f'@{self.folder}/sent', '-b',
+                                  'a=b', '-H', b'X-Odd: \xff;\'"$')
+        return dumped(answer.body)
+
+    @staticmethod
+    def comparable(request):
+        return {name: value for name, value in request.environment.items() if name not in
+                (b'REMOTE_PORT', b'SCRIPT_NAME', b'SCRIPT_FILENAME', b'REQUEST_URI')}
+
+    def test_a_record_is_for_the_scripts_user_alone_and_has_no_other_name(self):
+        self.ask('recorded')
+        self.assertEqual(stat.S_IMODE(self.record().stat().st_mode), 0o600)
+        self.assertRegex(self.record().name, r'^\d{8}-\d{6}\.\d{6}-\w{8}$')
+
+    def test_a_query_is_recorded_without_a_body(self):
+        given = dumped(self.server.curl('/recorded?a=1').body)
+        self.assertEqual(given.environment[b'QUERY_STRING'], b'a=1')
+        self.assertEqual(self.given('--replay', str(self.record())), given)
+
+    def test_requests_at_the_same_time_are_recorded_each(self):
+        def ask(number):
+            self.server.curl(f'/recorded?{number}')
+        threads = [threading.Thread(target=ask, args=(number,)) for number in range(8)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        queries = {dumped(path.read_bytes().partition(b'\n')[2]).environment[b'QUERY_STRING']
+                   for path in self.records.iterdir()}
+        self.assertEqual(queries, {b'%d' % number for number in range(8)})
+
+    def test_status_and_output_are_those_of_the_script(self):
+        answer = self.server.curl('/failing-recorded', '-d', 'a\tb')
+        self.assertEqual((answer.status, answer.body), (418, b'a\tb'))
+        ran = self.directly('failing-recorded', {'CONTENT_LENGTH': '2'}, b'xyz')
+        self.assertEqual((ran.returncode, ran.stdout), (3, b'Status: 418\r\n\r\nxy'))
+
+    def test_a_script_is_run_when_its_request_cannot_be_recorded(self):
+        self.assertEqual(self.ask('unrecorded').body, EVERY_BYTE)
+        self.assertIn('tarn-record: not recorded: ', self.server.log())
+        self.assertFalse((self.folder / 'none').exists())
+
+    def test_a_script_that_is_not_there_is_told(self):
+        self.server.curl('/lost')
+        self.server.wait_for_scripts()
+        self.assertIn('none: No such file or directory', self.server.log())
+        self.assertEqual(self.directly('lost', {}, b'').returncode, 127)
+
+    def directly(self, name, environment, body):
+        return subprocess.run([self.folder / name], env=environment, input=body, timeout=60,
+                              capture_output=True, check=False)
+
+    def test_a_length_that_lies_or_is_none_changes_nothing_for_the_script(self):
+        for length, body in (('9', b'abc'), ('0', b'abc'), ('-1', b'abc'), ('x', b'abc'), ('', b'')):
+            ran = self.directly('recorded', {'CONTENT_LENGTH': length}, body)
+            self.assertEqual((ran.stderr, dumped(ran.stdout.partition(b'\r\n\r\n')[2]).body),
+                             (b'', body))
+
+    def test_signals_reach_the_script_as_they_would_without_it(self):
+        self.script('signals', "#!/bin/sh\ngrep ^SigIgn: /proc/self/status\n")
+        self.stand_in('signals-recorded', self.records, 'signals')
+        plain, given = (self.directly(name, {}, b'') for name in ('signals', 'signals-recorded'))
+        self.assertEqual(given.stdout, plain.stdout)
+
+
+if __name__ == '__main__':
+    unittest.main()

@@ -1,0 +1,342 @@
+#!/usr/bin/env python3
+"""What tarn-run hands to a script is what a script has from a server that curl asked."""
+
+import os
+import unittest
+
+from tool import ToolTest, dumped
+
+
+# What is never the same.
+OF_THE_SERVER = {
+    b'DOCUMENT_ROOT', b'HTTP_HOST', b'HTTP_USER_AGENT', b'REMOTE_PORT', b'SCRIPT_FILENAME',
+    b'SERVER_NAME', b'SERVER_PORT', b'SERVER_SOFTWARE',
+}
+
+
+class LikeCurl(ToolTest):
+    """The same options to curl, which asks lighttpd, and to tarn-run."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.serve(dump=cls.dump)
+        for name, content in (
+            ('lines', b'a\r\nb\n\nc=&\xff+%d\r'),
+            ('empty', b''),
+            ('x.html', b'<p>'),
+            ('zero', b'a\0\r\n'),
+            ('x.png', b'\x89PNG\r\n\x1a\n\0'),
+            ('notes.txt', b'two\nlines\n'),
+            ('q"u,o;t\\e', b'q'),
+            ('per%20cent + plus.pdf', b'%PDF'),
+            ('Zoë \xff', b'z'),
+        ):
+            cls.file(name, content)
+        cls.addClassCleanup(os.chdir, os.getcwd())
+        os.chdir(cls.folder)
+
+    def assert_alike(self, *options):
+        sent = self.without_boundary(dumped(self.server.curl('/dump', *options).body))
+        given = self.without_boundary(self.given(*options))
+        self.assertEqual(given.body, sent.body, options)
+        # lighttpd gives scripts no path, a length without a body, and the length twice.
+        left_out = {b'PATH', b'REMOTE_HOST', b'REDIRECT_STATUS', b'HTTP_CONTENT_LENGTH'}
+        if not given.body:
+            left_out.add(b'CONTENT_LENGTH')
+        names = given.environment.keys() - left_out
+        self.assertEqual(names, sent.environment.keys() - left_out, options)
+        for name in names - OF_THE_SERVER:
+            self.assertEqual(given.environment[name], sent.environment[name], (name, options))
+
+    @staticmethod
+    def without_boundary(request):
+        type = request.environment.get(b'CONTENT_TYPE', b'')
+        _, mark, boundary = type.partition(b'boundary=')
+        if not mark:
+            return request
+        request.environment[b'CONTENT_TYPE'] = type.replace(boundary, b'B')
+        return request._replace(body=request.body.replace(boundary, b'B'))
+
+    def test_nothing(self):
+        self.assert_alike()
+
+    def test_data_as_it_is(self):
+        self.assert_alike('-d', 'a=1')
+        self.assert_alike('-d', 'a=1&b=%20+ ', '--data', 'c', '-d', '', '-d', 'd=@')
+        self.assert_alike('-d', '')
+
+    def test_data_from_files(self):
+        self.assert_alike('-d', '@lines', '--data', '@empty')
+        self.assert_alike('--data-binary', '@lines', '--data-binary', 'a=@lines', '--data-binary',
+                          '@zero')
+        self.assert_alike('--data-raw', '@lines', '-d', 'b')
+
+    def test_data_to_be_encoded(self):
+        every = ''.join(map(chr, range(1, 128)))
+        options = ['--data-urlencode', f'={every}', '--data-urlencode', f'n={every}']
+        for data in ('a b', '=a=b', 'n=a=b@c', 'n n=x', '@lines', 'n@lines', 'n@m=lines', 'n=',
+                     '=', '', 'Zoë', 'n=Zoë', b'n=\xff\xfe', 'n@zero'):
+            options += ['--data-urlencode', data]
+        self.assert_alike(*options)
+
+    def test_a_query(self):
+        self.assert_alike('-G', '-d', 'a=1', '--data-urlencode', 'b= &', '-d', '@lines')
+        self.assert_alike('-G')
+
+    def test_fields_in_a_multipart_body(self):
+        options = ['-F', 'a=1', '--form', 'b=2', '-F', 'a=3']
+        for part in ('a=v', 'a=', '=v', 'a=b=c', 'a"b\\c=v', 'a\nb\rc\td=v', 'Zoë=ë', b'a=\xff',
+                     'a= b ', 'a="@b"', 'a="b;c";type=text/x', r'a="q;\"r\\s\t"', 'a="open',
+                     r'a="open\"', 'a=b,c', 'a=b;type=text/x; charset=utf-8', "a='b'",
+                     'a=b;type=text/plain', 'a=v;filename=x.png', 'a=v;filename=x.txt',
+                     'a=v;filename=f;type=a/b', 'a=v;type=a/b;filename=f',
+                     'a=v; type=a/b ; filename=f g ', 'a=<lines', 'a=<notes.txt',
+                     'a=<x.html;type=text/x', 'a=<"q\\"u,o;t\\\\e"', 'a=<zero', 'a=""'):
+            options += ['-F', part]
+        self.assert_alike(*options)
+
+    def test_uploaded_files(self):
+        options = ['-F', 'a=1']
+        for part in ('f=@lines', 'f=@zero', 'f=@empty', 'f=@x.html', 'f=@x.png', 'f=@notes.txt',
+                     f'f=@{self.folder}/x.png', r'f=@"q\"u,o;t\\e"',
+                     'f=@per%20cent + plus.pdf', 'f=@lines;type=text/plain',
+                     'f=@lines;filename=d.png', r'f=@lines;type=a/b;filename="a\"b\\c/d;,"',
+                     'f=@lines; filename= a b.txt ', 'f=@lines;filename=Zoë %22+%.html',
+                     'f=@lines;type=text/x; charset=utf-8;filename=x', 'f=@lines;filename=',
+                     b'f=@Zo\xc3\xab \xc3\xbf'):
+            options += ['-F', part]
+        self.assert_alike(*options)
+
+    def test_a_type_of_ones_own(self):
+        self.assert_alike('-d', '{}', '-H', 'Content-Type: application/json')
+        self.assert_alike('-d', 'a', '-H', 'content-type:')
+        self.assert_alike('-F', 'a=1', '-H', 'Content-Type: multipart/form-data')
+
+    def test_cookies(self):
+        self.assert_alike('-b', 'a=1; b=2')
+        self.assert_alike('--cookie', 'a=1', '-H', 'Cookie: b=2')
+
+    def test_methods(self):
+        self.assert_alike('-X', 'PUT', '-d', 'a')
+        self.assert_alike('-X', 'DELETE')
+
+    def test_headers(self):
+        self.assert_alike('-H', 'X-One: 1', '-H', 'x-two:  a  b ', '-H', 'X-One: 2')
+        self.assert_alike('-H', 'Accept:')
+        self.assert_alike('-H', 'Referer: http://example.org/?a=b', '--header', 'Accept: text/css')
+        self.assert_alike('-H', 'User-Agent: mine')
+
+    def test_a_path_after_the_script(self):
+        for path in ('/', '/a', '/a b/%41é'):
+            sent = dumped(self.server.curl('/dump' + self.quoted(path)).body).environment
+            given = self.given('--path-info', path).environment
+            for name in (b'PATH_INFO', b'REQUEST_URI', b'SCRIPT_NAME', b'QUERY_STRING'):
+                self.assertEqual(given[name], sent[name])
+
+    @staticmethod
+    def quoted(path):
+        return path.replace('%', '%25').replace(' ', '%20').replace('é', '%C3%A9')
+
+
+class Environment(ToolTest):
+
+    def test_is_nothing_but_the_request_and_two_paths(self):
+        variables = {**os.environ, 'HOME': '/', 'LD_LIBRARY_PATH': '/a:/b', 'PATH': '/usr/bin'}
+        self.assertEqual(self.given(env=variables).environment, {
+            b'PATH': b'/usr/bin',
+            b'LD_LIBRARY_PATH': b'/a:/b',
+            b'GATEWAY_INTERFACE': b'CGI/1.1',
+            b'SERVER_SOFTWARE': b'tarn-run/1.0.0',
+            b'SERVER_PROTOCOL': b'HTTP/1.1',
+            b'SERVER_NAME': b'localhost',
+            b'SERVER_ADDR': b'127.0.0.1',
+            b'SERVER_PORT': b'80',
+            b'REQUEST_SCHEME': b'http',
+            b'REMOTE_ADDR': b'127.0.0.1',
+            b'REMOTE_HOST': b'localhost',
+            b'REMOTE_PORT': b'49152',
+            b'DOCUMENT_ROOT': bytes(self.folder),
+            b'SCRIPT_FILENAME': bytes(self.dump),
+            b'SCRIPT_NAME': b'/dump',
+            b'REQUEST_METHOD': b'GET',
+            b'REQUEST_URI': b'/dump',
+            b'QUERY_STRING': b'',
+            b'HTTP_HOST': b'localhost',
+            b'HTTP_USER_AGENT': b'tarn-run/1.0.0',
+            b'HTTP_ACCEPT': b'*/*',
+        })
+
+    def test_without_any_environment_has_a_path_all_the_same(self):
+        self.assertEqual(self.given(env={}).environment[b'PATH'], b'/usr/local/bin:/usr/bin:/bin')
+
+    def test_of_an_encrypted_connection_says_so(self):
+        given = self.given('--https').environment
+        self.assertEqual([given[name] for name in (b'HTTPS', b'SERVER_PORT', b'REQUEST_SCHEME')],
+                         [b'on', b'443', b'https'])
+
+    def test_has_the_variables_that_are_asked_for_instead_of_others(self):
+        given = self.given('--env', 'SERVER_PORT=8080', '--env', 'REMOTE_USER=ada', '--env',
+                           'HTTP_HOST=', '--env', b'X=a=b\xff').environment
+        self.assertEqual([given[name] for name in (b'SERVER_PORT', b'REMOTE_USER', b'HTTP_HOST',
+                                                   b'X')], [b'8080', b'ada', b'', b'a=b\xff'])
+
+    def test_names_the_server_by_the_host_that_was_asked(self):
+        given = self.given('-H', 'Host: example.org:8080').environment
+        self.assertEqual(given[b'SERVER_NAME'], b'example.org')
+        self.assertEqual(given[b'HTTP_HOST'], b'example.org:8080')
+        self.assertEqual(self.given('-H', 'Host:').environment[b'SERVER_NAME'], b'localhost')
+
+    def test_has_the_length_that_is_asked_for(self):
+        given = self.given('-d', 'abc', '-H', 'Content-Length: 99')
+        self.assertEqual((given.environment[b'CONTENT_LENGTH'], given.body), (b'99', b'abc'))
+
+    def test_has_the_method_that_is_asked_for(self):
+        self.run_tool('-I', '--record', 'head', self.dump)
+        self.assertIn(b'\0REQUEST_METHOD=HEAD\0', (self.folder / 'head').read_bytes())
+        given = self.given('-X', 'GET', '-d', 'a=1')
+        self.assertEqual((given.environment[b'REQUEST_METHOD'], given.body), (b'GET', b'a=1'))
+
+    def test_has_a_variable_for_a_header_without_a_value(self):
+        self.assertEqual(self.given('-H', 'X-Empty;').environment[b'HTTP_X_EMPTY'], b'')
+
+    def test_joins_cookies_by_semicolons_and_other_headers_by_commas(self):
+        given = self.given('-b', 'a=1', '-b', 'b=2; c=3', '-H', 'X: 1', '-H', 'x: 2').environment
+        self.assertEqual((given[b'HTTP_COOKIE'], given[b'HTTP_X']), (b'a=1; b=2; c=3', b'1, 2'))
+        given = self.given('-H', 'Cookie: a=1', '-H', 'Cookie: b=2', '-b', 'c=3').environment
+        self.assertEqual(given[b'HTTP_COOKIE'], b'a=1; b=2')
+
+    def test_has_a_query_beside_a_body_or_before_data(self):
+        given = self.given('--query', 'q=%20', '-d', 'a=1')
+        self.assertEqual((given.environment[b'QUERY_STRING'], given.body), (b'q=%20', b'a=1'))
+        self.assertEqual(given.environment[b'REQUEST_URI'], b'/dump?q=%20')
+        given = self.given('--query', 'q=1', '-G', '-d', 'a=1')
+        self.assertEqual(given.environment[b'QUERY_STRING'], b'q=1&a=1')
+
+    def test_has_the_path_in_the_folder_of_the_script(self):
+        given = self.given('--path-info', '/a/b').environment
+        self.assertEqual(given[b'PATH_TRANSLATED'], bytes(self.folder / 'a/b'))
+
+    def test_is_without_a_header_that_would_pass_for_a_setting(self):
+        ran = self.run_tool('-H', 'Proxy: evil', self.dump)
+        self.assertNotIn(b'HTTP_PROXY', ran.output)
+        self.assertEqual(ran.errors,
+                         ['tarn-run: the header Proxy does not reach a script: servers drop it'])
+
+
+class Input(ToolTest):
+
+    def test_of_an_empty_file_is_an_empty_field(self):
+        self.file('empty', '')
+        self.assertEqual(self.given('--data-urlencode', 'n@empty').body, b'n=')
+
+    def test_of_tarn_run_is_data_when_asked(self):
+        self.assertEqual(self.given('-d', '@-', input=b'a\nb').body, b'ab')
+        self.assertEqual(self.given('--data-binary', '@-', input=b'a\nb').body, b'a\nb')
+        self.assertIn(b'\r\n\r\na\nb\r\n', self.given('-F', 'f=@-', input=b'a\nb').body)
+
+    def test_of_a_script_is_not_that_of_tarn_run(self):
+        self.assertEqual(self.given(input=b'secret').body, b'')
+
+    def test_has_the_same_boundary_for_the_same_parts_only(self):
+        types = [self.given('-F', part).environment[b'CONTENT_TYPE'] for part in ('a=1', 'a=1',
+                                                                                 'a=2')]
+        self.assertEqual(types[0], types[1])
+        self.assertNotEqual(types[0], types[2])
+
+    def test_takes_the_type_of_a_file_from_its_name(self):
+        for name, type in (('a.css', 'text/css'), ('a.gz', 'application/octet-stream'),
+                           ('a.tar.gz', 'application/octet-stream'), ('a.JPG', 'image/jpeg'),
+                           ('a', 'application/octet-stream'), ('data:,a.png', 'image/png')):
+            self.file(name, 'x')
+            self.assertIn(f'Content-Type: {type}\r\n'.encode(),
+                          self.given('-F', f'f=@"{name}"').body, name)
+
+    def test_may_be_many_megabytes(self):
+        data = bytes(range(256)) * 40000
+        self.assertEqual(self.given('--data-binary', '@-', input=data).body, data)
+
+
+class Arguments(ToolTest):
+
+    def test_after_the_script_are_the_scripts(self):
+        script = self.script('script', """
+            #!/bin/sh
+            printf 'Content-Type: text/plain\\n\\n'
+            printf '<%s>' "$@"
+        """)
+        ran = self.run_tool(script, '-d', 'a b', '--', '--help', '')
+        self.assertEqual((ran.body, ran.errors), (b'<-d><a b><--><--help><>', []))
+
+    def test_are_files_and_not_names_on_the_path(self):
+        self.assertEqual(dumped(self.run_tool('dump').body).environment[b'SCRIPT_FILENAME'],
+                         bytes(self.dump))
+        self.refused('ls', status=127)
+
+    def test_let_the_script_run_in_its_folder(self):
+        (self.folder / 'inner').mkdir()
+        script = self.script('inner/script', "#!/bin/sh\nprintf 'Content-Type: a/b\\n\\n'; pwd -P")
+        self.assertEqual(self.run_tool('inner/script').body.decode(),
+                         f'{script.parent.resolve()}\n')
+
+
+class Mistakes(ToolTest):
+
+    def test_have_a_status_of_their_own_and_tell_the_reason(self):
+        self.file('bad', 'tarn-record 2\n')
+        for options, reason in (
+            ([], 'arguments are required'),
+            (['--nothing', 'dump'], 'arguments: --nothing'),
+            (['--dat', 'a', 'dump'], 'dat'),
+            (['-d'], '-d/--data: expected one argument'),
+            (['-d', '@none', 'dump'], 'none: No such file or directory'),
+            (['--data-binary', '@none', 'dump'], 'none: No such file or directory'),
+            (['--data-urlencode', 'n@none', 'dump'], 'none: No such file or directory'),
+            (['-F', 'a', 'dump'], 'a: a part is NAME=VALUE'),
+            (['-F', 'a=@none', 'dump'], 'none: No such file or directory'),
+            (['-F', 'a=<none', 'dump'], 'none: No such file or directory'),
+            (['-F', 'a=(b', 'dump'], 'no parts within parts'),
+            (['-F', 'a=@dump,dump', 'dump'], 'one file for each -F'),
+            (['-F', 'a=b;type=text', 'dump'], 'a type is like text/plain'),
+            (['-F', 'a=b;encoder=base64', 'dump'], ';encoder='),
+            (['-F', 'a=b', '-d', 'c', 'dump'], 'neither -d nor -G'),
+            (['-F', 'a=b', '-G', 'dump'], 'neither -d nor -G'),
+            (['-b', 'file', 'dump'], 'file: a cookie is NAME=VALUE'),
+            (['-H', 'nothing', 'dump'], 'nothing: a header is NAME: VALUE'),
+            (['-H', 'a b: c', 'dump'], 'a b: no name of a header'),
+            (['--env', 'A', 'dump'], 'A: a variable is NAME=VALUE'),
+            (['--env', '=A', 'dump'], '=A: a variable is NAME=VALUE'),
+            (['--path-info', 'a', 'dump'], 'a: begins with no "/"'),
+            (['--exec', "a 'b", 'dump'], "a 'b: No closing quotation"),
+            (['--replay', 'none', 'dump'], 'none: No such file or directory'),
+            (['--replay', 'bad', 'dump'], 'bad: no record of a request'),
+            (['--record', 'none/a', 'dump'], 'none/a: No such file or directory'),
+            (['--record', '.', 'dump'], '--record .: '),
+        ):
+            self.assertIn(reason, self.refused(*options), options)
+        self.assertEqual([path.name for path in self.folder.glob('.*')], [])
+
+    def test_of_a_zero_byte_that_no_variable_can_hold_are_told(self):
+        self.file('zero', b'a\0b')
+        ran = self.run_tool('-G', '--data-binary', '@zero', 'dump')
+        self.assertEqual(ran.status, 125)
+        self.assertIn('no variable can hold a zero byte', ran.errors[-1])
+
+    def test_in_a_query_are_told_and_passed_on(self):
+        ran = self.run_tool('-G', '-d', 'a b', 'dump')
+        self.assertEqual(dumped(ran.body).environment[b'QUERY_STRING'], b'a b')
+        self.assertEqual(ran.errors, ['tarn-run: the query has a space or a control character,'
+                                      ' which --data-urlencode encodes'])
+
+    def test_in_a_part_are_told_and_left_out(self):
+        for part, value, reason in (
+            ('a=b;c', b'b', "'c' after \";\" is left out"),
+            ('a="b"c', b'b', "'c' after the quotes is left out"),
+        ):
+            ran = self.run_tool('-F', part, 'dump')
+            self.assertIn(b'\r\n\r\n' + value + b'\r\n', ran.output)
+            self.assertEqual(ran.errors, [f'tarn-run: warning: -F: {reason}'])
+
+
+if __name__ == '__main__':
+    unittest.main()
