@@ -127,6 +127,7 @@ class Guide(unittest.TestCase):
     def test_a_link_that_leads_nowhere_fails(self):
         (self.folder / "other.md").touch()
         self.passes("[other](other.md), [part](other.md#part), [far](https://example.org/)")
+        self.passes("```", "[code](here)", "```")
         self.fails("guide.md:2: more.md does not exist", "", "[more](more.md)")
 
     def test_a_manual_page_that_is_not_there_fails(self):
