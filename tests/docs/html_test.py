@@ -260,17 +260,17 @@ class Tasks(unittest.TestCase):
         mono = float(re.search(r'\.sheet code \{ font-size: (\S+)pt', printed)[1])
         point = 25.4 / 72
         column = (210 - 2 * 10 - 6) / 2
-        lines = 0.0
-        for element in sheet.iter():
-            if element.tag in ('dt', 'dd', 'li', 'h2'):
-                # A letter is at most 0.6 em wide in a monospaced font, about 0.55 in another.
-                width = 0.6 * mono if element.tag == 'dd' else 0.55 * size
-                rows = -(-len(text_of(element)) * width * point // (column - 5))
-                lines += rows + (1 if element.tag == 'h2' else 0)
+        # A letter is 0.6 em wide in a monospaced font, about 0.55 in another.
+        calls = [text_of(call) for call in sheet.findall('.//dd/code')]
+        self.assertEqual([call for call in calls
+                          if len(call) * 0.6 * mono * point > column - 3], [])
+        lines = len(calls) + 2 * len(sheet.findall('.//h2'))
+        for tag in ('dt', 'li'):
+            for element in sheet.iter(tag):
+                lines += -(-len(text_of(element)) * 0.55 * size * point // (column - 5))
+        self.assertGreater(lines, 100)
         title = 20
         self.assertLess(lines * line * point / 2 + title, 0.9 * (297 - 2 * 10))
-        self.assertEqual([text_of(call) for call in sheet.iter('dd')
-                          if len(text_of(call)) * 0.6 * mono * point > column - 3], [])
 
 
 class Search(unittest.TestCase):
