@@ -67,6 +67,7 @@ cc /usr/share/doc/tarn-doc/examples/form-echo.c -ltarn -o form-echo
 printf 'a=1&b=x%%20y' | REQUEST_METHOD=POST CONTENT_LENGTH=11 \
   CONTENT_TYPE=application/x-www-form-urlencoded ./form-echo >/packages/printed-form
 zcat /usr/share/man/man3/Tarn_getFile.3.gz | grep -q 'Nm Tarn_getFile'
+grep -q Tarn_getFile /usr/share/doc/tarn/html/Tarn_getFile.html
 apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-dev tarn-doc >apt.log </dev/null
 find / -xdev -path /packages -prune -o -name '*tarn*' -print >/packages/left
 END
