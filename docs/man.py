@@ -12,34 +12,14 @@ import datetime
 import re
 import sys
 import textwrap
-import tomllib
-from dataclasses import dataclass
 from pathlib import Path
 
 import reference as model
-from reference import HeaderError, one_line
-
-# Where the functions of others that the texts name are described.
-SECTIONS = {'atof': 3, 'execve': 2, 'free': 3, 'posix_spawn': 3, 'printf': 3, 'strcasecmp': 3,
-            'strcmp': 3, 'system': 3, 'vprintf': 3}
+from pages import SECTIONS, Page, read_pages, sentence
+from reference import HeaderError
 
 CLOSING = '.,:;)]?!'
 WIDTH = 78
-
-
-@dataclass
-class Page:
-    name: str
-    summary: str
-    also: list[str]  # names of types that lead here
-    intro: str
-    example: str
-    family: model.Family | None
-
-    def names(self) -> list[str]:
-        """What the page is found under besides its own name."""
-        members = self.family.names() if self.family else []
-        return [name for name in self.also + members if name != self.name]
 
 
 # ---- mdoc, line by line ------------------------------------------------------------------------
@@ -62,11 +42,6 @@ def argument(text: str) -> str:
     return f'"{text}"' if ' ' in text else text
 
 
-def sentence(text: str) -> str:
-    """A remark of the header's as a sentence of a page."""
-    return text[:1].upper() + text[1:] + ('' if text.endswith(('.', '."')) else '.')
-
-
 def fill(text: str) -> list[str]:
     """Plain text: each sentence begins a line."""
     lines = []
@@ -82,11 +57,10 @@ def display(lines: list[str]) -> list[str]:
 class Writer:
     """Writes the pages; knows which page describes what."""
 
-    def __init__(self, reference: model.Reference, pages: list[Page], examples: Path,
-                 release: str, date: datetime.date):
+    def __init__(self, reference: model.Reference, pages: list[Page], release: str,
+                 date: datetime.date):
         self.reference = reference
         self.pages = pages
-        self.examples = examples
         self.release = release
         self.date = date
         self.home = {name: page.name for page in pages for name in [page.name, *page.names()]}
@@ -240,11 +214,9 @@ class Writer:
     # -- Pages
 
     def example(self, page: Page) -> list[str]:
-        code = (self.examples / f'{page.example}.c').read_text().splitlines()
-        title, code = re.fullmatch(r'/\* (.*?) \*/\n(.*)', '\n'.join(code), re.DOTALL).groups()
-        transcript = (self.examples / f'{page.example}.txt').read_text().splitlines()
-        return [*self.flow(page, one_line(title)), *display(code.strip().splitlines()),
-                '.Pp', 'Called from a shell:', *display(transcript)]
+        example = page.examples[0]
+        return [*self.flow(page, example.title), *display(example.code),
+                '.Pp', 'Called from a shell:', *display(example.transcript)]
 
     def see_also(self, page: Page, lines: list[str]) -> list[str]:
         """The pages that describe what the lines of this one name, its example's too."""
@@ -320,20 +292,6 @@ class Writer:
 # ---- The command -------------------------------------------------------------------------------
 
 
-def read_pages(path: Path, families: list[model.Family]) -> list[Page]:
-    """The pages of a file: the overview, and one for each family."""
-    entries = tomllib.loads(path.read_text())['page']
-    by_title = {family.title: family for family in families}
-    pages = [Page(entry['name'], entry['summary'], entry.get('also', []), entry.get('intro', ''),
-                  entry['example'], by_title.get(entry.get('family')))
-             for entry in entries]
-    for title in sorted(by_title.keys() - {entry.get('family') for entry in entries}):
-        raise HeaderError(f'there is no page for {title}')
-    for title in sorted({entry.get('family', '') for entry in entries} - by_title.keys() - {''}):
-        raise HeaderError(f'there is no family {title}, and a page for it')
-    return pages
-
-
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.partition('\n')[0])
     parser.add_argument('--header', type=Path, required=True)
@@ -345,8 +303,7 @@ def main() -> None:
     try:
         reference = model.parse(options.header.read_text())
         pages = read_pages(options.pages, reference.families)
-        tree = Writer(reference, pages, options.pages.parent / 'examples', options.release,
-                      options.date).tree()
+        tree = Writer(reference, pages, options.release, options.date).tree()
     except HeaderError as error:
         sys.exit(f'{options.header}: {error}')
     section = options.folder / 'man3'

@@ -34,12 +34,13 @@ if grep -rIlF -e "$root/installed" -e "$build" -e "$source" moved; then
   fail 'these files name the folder of the installation or of the build'
 fi
 
-# ---- The manual pages ----------------------------------------------------------------------------
+# ---- The reference -------------------------------------------------------------------------------
 
 if [ -d "$build/docs/man" ]; then
   found=$(man -M "$(dirname "$(dirname "$(find moved -name tarn.3)")")" -w Tarn_getFile) ||
     fail 'man does not find Tarn_getFile'
   [[ $found == */man3/Tarn_new.3 ]] || fail "man takes Tarn_getFile for $found"
+  diff -r "$build/docs/html" moved/share/doc/tarn/html || fail 'the reference in HTML is not whole'
 fi
 
 # ---- The README's script -------------------------------------------------------------------------

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""The example of a manual page prints what the page shows.
+"""An example of the reference prints what the reference shows, and calls each function it names.
 
-Usage: examples_test.py TRANSCRIPT PROGRAM
+Usage: examples_test.py SOURCE PROGRAM
 
-The commands of the transcript are run by a shell, beside the program; each has to print what stands
-below it.
+The commands of the transcript beside the source are run by a shell, beside the program; each has to
+print what stands below it. The dynamic linker tells which functions are called.
 """
 
 import os
@@ -14,10 +14,15 @@ import sys
 import tempfile
 from pathlib import Path
 
+EXPORTS = re.findall(r'^    (\w+);$', (Path(__file__).parents[2] / 'cmake/tarn.map').read_text(),
+                     re.MULTILINE)
+
 
 def main():
-    transcript, program = map(Path, sys.argv[1:])
+    source, program = map(Path, sys.argv[1:])
+    transcript = source.with_suffix('.txt')
     shown = transcript.read_text()
+    named = set(re.findall(r'\b(\w+)\(', source.read_text())) & set(EXPORTS)
     commands = re.findall(r'^\$ ((?:.*\\\n)*.*)\n', shown, re.MULTILINE)
     if not any(f'./{program.name}' in command for command in commands):
         sys.exit(f'{transcript} does not call ./{program.name}')
@@ -27,10 +32,16 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         (Path(folder) / program.name).symlink_to(program)
         shell = subprocess.run(['bash', '-c', script], cwd=folder, stdin=subprocess.DEVNULL,
-                               env={'PATH': os.environ['PATH']}, stdout=subprocess.PIPE)
+                               env={'PATH': os.environ['PATH'], 'LD_DEBUG': 'bindings',
+                                    'LD_DEBUG_OUTPUT': f'{folder}/linked'},
+                               stdout=subprocess.PIPE)
+        linked = ''.join(file.read_text() for file in Path(folder).glob('linked.*'))
     printed = shell.stdout.decode().replace('\r\n', '\n')
     if shell.returncode != 0 or printed != shown:
         sys.exit(f'{transcript} shows:\n{shown}\nStatus {shell.returncode}, printed:\n{printed}')
+    called = set(re.findall(rf'binding file \./{program.name} .* symbol `(\w+)\'', linked))
+    if not named or named - called:
+        sys.exit(f'{source} names, and does not call: {", ".join(sorted(named - called))}')
 
 
 main()

@@ -1,0 +1,51 @@
+/* A list of attributes, copied and given to an element: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+enum { kName = 0, kValue = 1 }; /* string slots */
+enum { kAttributes = 0 };       /* struct slots */
+
+static void add(TarnHandle *list, const char *name,
+                const char *value) {
+  TarnHandle attribute = 0;
+  CGIgs_new(&attribute, TARN_ATTRIBUTE_MAGIC);
+  HTMLAttribute_init(&attribute, name, value);
+  HTMLAttributeList_addAttribute(list, &attribute);
+  CGIgs_delete(&attribute, TARN_ATTRIBUTE_MAGIC);
+}
+
+static void print(TarnHandle *list) {
+  printf("%d:", HTMLAttributeList_getCount(list));
+  for (int i = 0; i < HTMLAttributeList_getCount(list); ++i) {
+    TarnHandle each =
+        HTMLAttributeList_getByIndex(list, (uint32_t)i);
+    printf(" %s=\"%s\"",
+           CGIgs_getString(&each, kName, TARN_ATTRIBUTE_MAGIC),
+           CGIgs_getString(&each, kValue, TARN_ATTRIBUTE_MAGIC));
+  }
+  printf("\n");
+}
+
+int main(void) {
+  TarnHandle list = 0, copy = 0, element = 0;
+  CGIgs_new(&list, TARN_ATTRIBUTE_LIST_MAGIC);
+  CGIgs_new(&element, TARN_ELEMENT_MAGIC);
+  if (!list || !element) return 1;
+  add(&list, "class", "lake");
+
+  HTMLAttributeList_clone(&list, &copy);
+  add(&copy, "id", "idwal");
+  HTMLElement_setAttributes(&element, &copy); /* one copy more */
+  HTMLAttributeList_clear(&copy);
+  print(&list);
+  print(&copy);
+  TarnHandle lent =
+      CGIgs_getStruct(&element, kAttributes, TARN_ELEMENT_MAGIC);
+  print(&lent);
+
+  HTMLElement_delete(&element);
+  HTMLAttributeList_delete(&copy);
+  HTMLAttributeList_delete(&list);
+  return 0;
+}

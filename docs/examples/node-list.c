@@ -1,0 +1,25 @@
+/* A list that a node owns from the moment it is given: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+enum { kValleyMagic = 4713, kLakes = 0 };
+
+int main(void) {
+  TarnHandle valley = 0, list = 0;
+  CGIgs_new(&valley, kValleyMagic);
+  if (!valley || TARNGenericList_new(&list) != TARN_OK) return 1;
+
+  TARNGenericList_addDatum(&list, (uintptr_t) "Llyn Idwal");
+  TARNGenericList_addDatum(&list, (uintptr_t) "Llyn Bochlwyd");
+  CGIgs_setList(&valley, kLakes, &list, kValleyMagic);
+  list = 0; /* the node's now */
+
+  TarnHandle lent = CGIgs_getList(&valley, kLakes, kValleyMagic);
+  for (uint32_t i = 0; i < TARNGenericList_getCount(&lent); ++i) {
+    puts((const char *)TARNGenericList_getByIndex(&lent, i));
+  }
+
+  CGIgs_delete(&valley, kValleyMagic); /* and its list */
+  return 0;
+}

@@ -1,0 +1,28 @@
+/* The header of one part of a form, as it would be sent: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+enum { kDisposition, kName, kFileName, kType }; /* string slots */
+
+int main(void) {
+  TarnHandle part = 0;
+  CGIgs_new(&part, TARN_MULTIPART_HEADER_MAGIC);
+  if (MultiPartHeader_init(&part, "form-data", "photo", "lake.png",
+                           "image/png") != TARN_OK) {
+    return 1;
+  }
+
+  printf("Content-Disposition: %s; name=\"%s\"; filename=\"%s\"\n",
+         CGIgs_getString(&part, kDisposition,
+                         TARN_MULTIPART_HEADER_MAGIC),
+         CGIgs_getString(&part, kName, TARN_MULTIPART_HEADER_MAGIC),
+         CGIgs_getString(&part, kFileName,
+                         TARN_MULTIPART_HEADER_MAGIC));
+  printf(
+      "Content-Type: %s\n",
+      CGIgs_getString(&part, kType, TARN_MULTIPART_HEADER_MAGIC));
+
+  CGIgs_delete(&part, TARN_MULTIPART_HEADER_MAGIC);
+  return 0;
+}

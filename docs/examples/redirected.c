@@ -1,0 +1,17 @@
+/* What the server calls for a page that it does not have: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+int main(void) {
+  TarnHandle env = 0;
+  if (CgiEnv_new(&env) != TARN_OK) return 1;
+
+  printf("Status: %s\r\n", CgiEnv_getRedirectStatus(&env));
+  printf("Content-Type: text/plain\r\n\r\n");
+  printf("No page %s here.\n", CgiEnv_getRedirectURL(&env));
+  printf("You asked: %s\n", CgiEnv_getRedirectRequest(&env));
+
+  CgiEnv_delete(&env);
+  return 0;
+}

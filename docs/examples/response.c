@@ -1,0 +1,44 @@
+/* A response header with two texts, a number and cookies: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+enum { kProtocol = 0, kReason = 1 }; /* string slots */
+enum { kStatus = 0 };                /* int slots */
+enum { kCookies = 0 };               /* struct slots */
+
+static int cookie_count(TarnHandle *header) {
+  TarnHandle cookies =
+      CGIgs_getStruct(header, kCookies, TARN_RESPONSE_HEADER_MAGIC);
+  return HTTPCookieList_getCount(&cookies);
+}
+
+int main(void) {
+  TarnHandle header = 0, cookies = 0, cookie = 0;
+  CGIgs_new(&header, TARN_RESPONSE_HEADER_MAGIC);
+  CGIgs_new(&cookies, TARN_COOKIE_LIST_MAGIC);
+  CGIgs_new(&cookie, TARN_COOKIE_MAGIC);
+  if (!header || !cookies || !cookie) return 1;
+
+  HTTPResponseHeader_init(&header, "HTTP/1.1", 404, "Not Found");
+  printf("%s %u %s\n",
+         CGIgs_getString(&header, kProtocol,
+                         TARN_RESPONSE_HEADER_MAGIC),
+         (unsigned)CGIgs_getInt(&header, kStatus,
+                                TARN_RESPONSE_HEADER_MAGIC),
+         CGIgs_getString(&header, kReason,
+                         TARN_RESPONSE_HEADER_MAGIC));
+
+  HTTPCookie_init(&cookie, "lake", "Idwal", NULL, NULL, 0, NULL, 0);
+  HTTPResponseHeader_setCookieList(&header, &cookies);
+  HTTPResponseHeader_addCookie(&header, &cookie);
+  printf("cookies: %d\n", cookie_count(&header));
+
+  HTTPResponseHeader_clear(&header);
+  printf("cookies: %d\n", cookie_count(&header));
+
+  CGIgs_delete(&cookie, TARN_COOKIE_MAGIC);
+  HTTPCookieList_delete(&cookies);
+  HTTPResponseHeader_delete(&header);
+  return 0;
+}

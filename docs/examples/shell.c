@@ -1,0 +1,14 @@
+/* A variable of the environment, and a command of the script's own,
+ * never one of a visitor's: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+int main(void) {
+  printf("home: \"%s\"\n", safeGetenv("LAKE_HOME"));
+  printf("unset: \"%s\"\n", safeGetenv("LAKE_NONE"));
+  fflush(stdout);
+
+  /* Not two commands: the semicolon is escaped. */
+  return saferSystem("echo deep; cold");
+}

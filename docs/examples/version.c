@@ -1,0 +1,12 @@
+/* Which Tarn a script has: */
+
+#include <stdio.h>
+#include <tarn.h>
+
+int main(void) {
+  TarnHandle none = 0; /* they need no request */
+  printf("Tarn %s, %s, %s\n", Tarn_getVersion(&none),
+         Tarn_getCompileDate(&none), Tarn_getCompileTime(&none));
+  printf("platform: %s\n", Tarn_getHost(&none));
+  return 0;
+}
