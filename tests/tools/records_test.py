@@ -5,6 +5,7 @@ import os
 import shutil
 import stat
 import subprocess
+import sys
 import threading
 import unittest
 
@@ -269,6 +270,17 @@ class UnderAServer(ToolTest):
             ran = self.directly('recorded', {'CONTENT_LENGTH': length}, body)
             self.assertEqual((ran.stderr, dumped(ran.stdout.partition(b'\r\n\r\n')[2]).body),
                              (b'', body))
+
+    def test_of_a_variable_that_is_set_twice_the_first_reaches_the_script(self):
+        start = '''if True:
+            import ctypes, sys
+            words = lambda *words: (ctypes.c_char_p * (len(words) + 1))(*words)
+            path = sys.argv[1].encode()
+            ctypes.CDLL(None).execve(path, words(path), words(b'A=1', b'A=2'))'''
+        ran = subprocess.run([sys.executable, '-c', start, self.folder / 'recorded'],
+                             stdin=subprocess.DEVNULL, capture_output=True, check=True)
+        self.assertEqual(dumped(ran.stdout.partition(b'\r\n\r\n')[2]).environment, {b'A': b'1'})
+        self.assertIn(b'\nA=1\0A=2\0', self.record().read_bytes())
 
     def test_signals_reach_the_script_as_they_would_without_it(self):
         self.script('signals', "#!/bin/sh\ngrep ^SigIgn: /proc/self/status\n")

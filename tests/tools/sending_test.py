@@ -230,6 +230,10 @@ class Input(ToolTest):
         self.file('empty', '')
         self.assertEqual(self.given('--data-urlencode', 'n@empty').body, b'n=')
 
+    def test_of_a_file_is_without_zero_bytes_when_it_is_sent_as_text(self):
+        self.file('zero', b'a\0b')
+        self.assertEqual(self.given('-d', '@zero').body, b'ab')
+
     def test_of_tarn_run_is_data_when_asked(self):
         self.assertEqual(self.given('-d', '@-', input=b'a\nb').body, b'ab')
         self.assertEqual(self.given('--data-binary', '@-', input=b'a\nb').body, b'a\nb')
