@@ -115,7 +115,8 @@ class Exec(ToolTest):
         return dumped((self.folder / 'seen').read_bytes())
 
     def test_puts_a_command_before_the_script_and_the_body_at_its_input(self):
-        ran = self.run_tool('-d', 'a=1', '--exec', "sh -c 'exec \"$@\" more' name", './program', 'x')
+        shell = "sh -c 'exec \"$@\" more' name"
+        ran = self.run_tool('-d', 'a=1', '--exec', shell, './program', 'x')
         self.assertEqual((ran.status, ran.body, ran.errors), (0, b'hello', []))
         self.assertEqual(self.seen().body, b'a=1<x><more>')
         self.assertEqual(self.seen().environment[b'CONTENT_LENGTH'], b'3')
@@ -266,7 +267,8 @@ class UnderAServer(ToolTest):
                               capture_output=True, check=False)
 
     def test_a_length_that_lies_or_is_none_changes_nothing_for_the_script(self):
-        for length, body in (('9', b'abc'), ('0', b'abc'), ('-1', b'abc'), ('x', b'abc'), ('', b'')):
+        for length, body in (('9', b'abc'), ('0', b'abc'), ('-1', b'abc'), ('x', b'abc'),
+                             ('', b'')):
             ran = self.directly('recorded', {'CONTENT_LENGTH': length}, body)
             self.assertEqual((ran.stderr, dumped(ran.stdout.partition(b'\r\n\r\n')[2]).body),
                              (b'', body))
