@@ -69,7 +69,8 @@ printf 'a=1&b=x%%20y' | REQUEST_METHOD=POST CONTENT_LENGTH=11 \
   CONTENT_TYPE=application/x-www-form-urlencoded ./form-echo >/packages/printed-form
 tarn-run -d 'a=1&b=x%20y' ./form-echo >/packages/printed-by-run
 zcat /usr/share/man/man3/Tarn_getFile.3.gz | grep -q 'Nm Tarn_getFile'
-apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-dev tarn-doc tarn-tools >apt.log </dev/null
+apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-dev tarn-doc tarn-tools >apt.log \
+  </dev/null
 find / -xdev -path /packages -prune -o -name '*tarn*' -print >/packages/left
 END
 chmod 755 on-the-new-system
@@ -89,7 +90,8 @@ for printed in printed printed-archive; do
 done
 grep -q 'x y' printed-form || fail "$(printf 'the example printed:\n%s' "$(cat printed-form)")"
 for line in 'HTTP/1.1 200 OK' '.*x y.*'; do
-  grep -qx "$line" printed-by-run || fail "$(printf 'tarn-run printed:\n%s' "$(cat printed-by-run)")"
+  grep -qx "$line" printed-by-run ||
+    fail "$(printf 'tarn-run printed:\n%s' "$(cat printed-by-run)")"
 done
 [ ! -s left ] || fail "$(printf 'these files stay after a removal:\n%s' "$(cat left)")"
 printf 'The packages: twice the same, clean, and at work on a new %s.\n' "$codename"
