@@ -114,6 +114,23 @@ asks_for greet-pkg-config-static ''
 c++ -static greet.cpp "${static_flags[@]}" -o greet-pkg-config-static++
 greets ./greet-pkg-config-static++
 
+# ---- The tools -----------------------------------------------------------------------------------
+
+query=$(sed -n "s/^QUERY_STRING='\(.*\)' .*/\1/p" <<<"$call")
+printed=$(LD_LIBRARY_PATH=$library moved/bin/tarn-run --query "$query" ./greet | tr -d '\r')
+[ "$printed" = "HTTP/1.1 200 OK
+$shown" ] || fail "tarn-run prints: $printed"
+printf '#!%s/moved/bin/tarn-record %s\n./greet\n' "$root" "$root/records" >recorded
+chmod +x recorded
+mkdir records
+greets ./recorded LD_LIBRARY_PATH="$library"
+again=$(LD_LIBRARY_PATH='' moved/bin/tarn-run --replay records/* ./greet | tr -d '\r')
+[ "$again" = "$printed" ] ||
+  fail 'tarn-run prints something else for what tarn-record recorded'
+for page in tarn-run tarn-record; do
+  [[ $(man -M moved/share/man -w "$page") == */man1/$page.1 ]] || fail "man does not find $page"
+done
+
 # ---- By find_package() ---------------------------------------------------------------------------
 
 # A project in C alone, and one that may mix C and C++, where CMake chooses how to link.

@@ -58,7 +58,8 @@ cat >on-the-new-system <<END
 #!/bin/sh -eu
 cd /tmp
 apt-get install -q -q -y --no-install-recommends -o Dpkg::Use-Pty=0 /packages/libtarn1_*.deb \
-  /packages/libtarn-dev_*.deb /packages/tarn-doc_*.deb /packages/tarn-tools_*.deb >apt.log </dev/null
+  /packages/libtarn-dev_*.deb /packages/tarn-doc_*.deb /packages/tarn-tools_*.deb >apt.log \
+  </dev/null
 cc /packages/greet.c \$(pkg-config --cflags --libs tarn) -o greet
 $call >/packages/printed
 cc /packages/greet.c \$(pkg-config --cflags tarn) -l:libtarn.a -o greet-archive
@@ -69,7 +70,8 @@ printf 'a=1&b=x%%20y' | REQUEST_METHOD=POST CONTENT_LENGTH=11 \
 tarn-run -d 'a=1&b=x%20y' ./form-echo >/packages/printed-by-run
 zcat /usr/share/man/man3/Tarn_getFile.3.gz | grep -q 'Nm Tarn_getFile'
 grep -q Tarn_getFile /usr/share/doc/tarn/html/Tarn_getFile.html
-apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-dev tarn-doc tarn-tools >apt.log </dev/null
+apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-dev tarn-doc tarn-tools >apt.log \
+  </dev/null
 find / -xdev -path /packages -prune -o -name '*tarn*' -print >/packages/left
 END
 chmod 755 on-the-new-system
@@ -88,7 +90,9 @@ for printed in printed printed-archive; do
   tr -d '\r' <"$printed" | cmp - shown || fail "on a new system the README's script prints otherwise"
 done
 grep -q 'x y' printed-form || fail "$(printf 'the example printed:\n%s' "$(cat printed-form)")"
-grep -qx 'HTTP/1.1 200 OK' printed-by-run && grep -q 'x y' printed-by-run ||
-  fail "$(printf 'tarn-run printed:\n%s' "$(cat printed-by-run)")"
+for line in 'HTTP/1.1 200 OK' '.*x y.*'; do
+  grep -qx "$line" printed-by-run ||
+    fail "$(printf 'tarn-run printed:\n%s' "$(cat printed-by-run)")"
+done
 [ ! -s left ] || fail "$(printf 'these files stay after a removal:\n%s' "$(cat left)")"
 printf 'The packages: twice the same, clean, and at work on a new %s.\n' "$codename"

@@ -181,7 +181,8 @@ class End(AnswerTest):
 
     def test_is_not_that_of_a_process_that_prints_later(self):
         status, output, errors = self.ended(
-            '(until grep -q "^State:.Z" "/proc/$$/status"; do sleep 0.1; done; sleep 1; echo late) &\n'
+            '(until grep -q "^State:.Z" "/proc/$$/status"; do sleep 0.1; done\n'
+            'sleep 1; echo late) &\n'
             f'printf "{TYPE.decode()}\\n"')
         self.assertEqual((status, output), (0, b'HTTP/1.1 200 OK\n' + TYPE + b'\nlate\n'))
         self.assertEqual(errors, [

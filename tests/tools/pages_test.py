@@ -82,11 +82,11 @@ class Pages(ToolTest):
     def completed(self, *words):
         """What bash offers after these words of a command line."""
         source = f'. {COMPLETION}; complete -p tarn-run >&2; COMP_WORDS=(tarn-run "$@")\n'
-        source += 'COMP_CWORD=$#; _tarn_run; ((${#COMPREPLY[@]})) && printf "%s\\n" "${COMPREPLY[@]}"'
+        source += 'COMP_CWORD=$#; _tarn_run; printf "%s\\n" "${COMPREPLY[@]}"'
         ran = subprocess.run(['bash', '-c', source, 'bash', *words], capture_output=True, text=True,
                              check=False)
         self.assertRegex(ran.stderr, r'^complete .*-o default .*-F _tarn_run tarn-run\n$')
-        return ran.stdout.splitlines()
+        return ran.stdout.split()
 
     def test_the_completion_knows_what_is_begun(self):
         self.assertEqual(self.completed('--data'),

@@ -2,6 +2,7 @@
 """What is recorded, by tarn-run or under a server, is run again as it was."""
 
 import os
+import resource
 import shutil
 import stat
 import subprocess
@@ -115,7 +116,8 @@ class Exec(ToolTest):
         return dumped((self.folder / 'seen').read_bytes())
 
     def test_puts_a_command_before_the_script_and_the_body_at_its_input(self):
-        ran = self.run_tool('-d', 'a=1', '--exec', "sh -c 'exec \"$@\" more' name", './program', 'x')
+        shell = "sh -c 'exec \"$@\" more' name"
+        ran = self.run_tool('-d', 'a=1', '--exec', shell, './program', 'x')
         self.assertEqual((ran.status, ran.body, ran.errors), (0, b'hello', []))
         self.assertEqual(self.seen().body, b'a=1<x><more>')
         self.assertEqual(self.seen().environment[b'CONTENT_LENGTH'], b'3')
@@ -255,18 +257,27 @@ class UnderAServer(ToolTest):
         self.assertIn('tarn-record: not recorded: ', self.server.log())
         self.assertFalse((self.folder / 'none').exists())
 
+    def test_a_part_of_a_record_is_never_left(self):
+        limited = {'CONTENT_LENGTH': '3', 'LONG': 'x' * 5000}
+        ran = self.directly('recorded', limited, b'abc', preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_FSIZE, (4000, 4000)))
+        self.assertTrue(ran.stdout.endswith(b'\0\0abc'))
+        self.assertIn(b'tarn-record: not recorded: [Errno 27] File too large', ran.stderr)
+        self.assertEqual(list(self.records.iterdir()), [])
+
     def test_a_script_that_is_not_there_is_told(self):
         self.server.curl('/lost')
         self.server.wait_for_scripts()
         self.assertIn('none: No such file or directory', self.server.log())
         self.assertEqual(self.directly('lost', {}, b'').returncode, 127)
 
-    def directly(self, name, environment, body):
+    def directly(self, name, environment, body, **options):
         return subprocess.run([self.folder / name], env=environment, input=body, timeout=60,
-                              capture_output=True, check=False)
+                              capture_output=True, check=False, **options)
 
     def test_a_length_that_lies_or_is_none_changes_nothing_for_the_script(self):
-        for length, body in (('9', b'abc'), ('0', b'abc'), ('-1', b'abc'), ('x', b'abc'), ('', b'')):
+        for length, body in (('9', b'abc'), ('0', b'abc'), ('-1', b'abc'), ('x', b'abc'),
+                             ('9' * 5000, b'abc'), ('', b'')):
             ran = self.directly('recorded', {'CONTENT_LENGTH': length}, body)
             self.assertEqual((ran.stderr, dumped(ran.stdout.partition(b'\r\n\r\n')[2]).body),
                              (b'', body))

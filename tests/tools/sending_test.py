@@ -269,8 +269,18 @@ class Arguments(ToolTest):
             printf 'Content-Type: text/plain\\n\\n'
             printf '<%s>' "$@"
         """)
-        ran = self.run_tool(script, '-d', 'a b', '--', '--help', '')
-        self.assertEqual((ran.body, ran.errors), (b'<-d><a b><--><--help><>', []))
+        for words in ((script, 'a b', '--', '-d', '--', ''), ('--', script, 'a b', '-d', '--', ''),
+                      ('-d', 'x', script, 'a b', '-b', 'a=b', '--', '-d', '--', '')):
+            ran = self.run_tool(*words)
+            self.assertEqual((ran.body, ran.errors), (b'<a b><-d><--><>', []), words)
+
+    def test_are_options_before_and_after_the_script(self):
+        ran = self.run_tool('-d', 'a=1', './dump', '-d', 'b=2', '--path-info', '/x')
+        given = dumped(ran.body)
+        self.assertEqual((given.environment[b'PATH_INFO'], given.body), (b'/x', b'a=1&b=2'))
+
+    def test_that_begin_with_a_dash_are_written_in_one_word(self):
+        self.assertEqual(self.given('--data=-x').body, b'-x')
 
     def test_are_files_and_not_names_on_the_path(self):
         self.assertEqual(dumped(self.run_tool('dump').body).environment[b'SCRIPT_FILENAME'],
@@ -289,8 +299,10 @@ class Mistakes(ToolTest):
     def test_have_a_status_of_their_own_and_tell_the_reason(self):
         self.file('bad', 'tarn-record 2\n')
         for options, reason in (
-            ([], 'arguments are required'),
+            ([], 'which script?'),
+            (['-d', 'a', '--'], 'which script?'),
             (['--nothing', 'dump'], 'arguments: --nothing'),
+            (['dump', '--nothing'], 'arguments: --nothing'),
             (['--dat', 'a', 'dump'], 'dat'),
             (['-d'], '-d/--data: expected one argument'),
             (['-d', '@none', 'dump'], 'none: No such file or directory'),
