@@ -98,7 +98,7 @@ Node *newNode(uint32_t magic, size_t room) {
   if (room > UINT32_MAX || room > PTRDIFF_MAX - sizeof(Node)) return nullptr;
   auto *node = static_cast<Node *>(std::malloc(sizeof(Node) + room));
   if (!node) return nullptr;
-  *node = {};
+  std::memset(node, 0, sizeof(Node));
   node->magic = magic;
   node->room = static_cast<uint32_t>(room);
   return node;

@@ -11,9 +11,13 @@ inline TarnStatus copyElement(const Node &source, Node *&copy) {
   return copy ? TARN_OK : TARN_OUT_OF_MEMORY;
 }
 
-// A list type is its tag, its elements' tag, and how an element is copied and released. A copy that
-// failed gives none.
-template <uint32_t kListMagic, uint32_t kElementMagic,
+// Whether the generic list is there, empty, while an element is copied: scripts find it when the copy
+// fails, and in the copy of an element that holds the very list it is added to.
+enum class Begins { kBeforeTheCopy, kAfterTheCopy };
+
+// A list type is its tag, its elements' tag, when it begins, and how an element is copied and
+// released. A copy that failed gives none.
+template <uint32_t kListMagic, uint32_t kElementMagic, Begins kBegins = Begins::kBeforeTheCopy,
           TarnStatus (*kCopy)(const Node &, Node *&) = copyElement,
           void (*kRelease)(Node *) = destroyNode>
 struct NodeList {
@@ -56,9 +60,8 @@ struct NodeList {
     return status;
   }
 
-  // The list begins before the element is copied: scripts find it, empty, when the copy fails.
   static TarnStatus addCopy(Node *list, const Node &source) {
-    begin(list);
+    if (kBegins == Begins::kBeforeTheCopy) begin(list);
     Node *copy = nullptr;
     const TarnStatus status = kCopy(source, copy);
     return status == TARN_OK ? adopt(list, copy) : status;

@@ -72,7 +72,9 @@ const char *parsePart(FormLists lists, std::string_view part) {
                                                .length = length}));
   } else {
     // The value is kept as far as it is text, with the length that was sent.
-    FormEntries::adopt(lists.entries, newFormEntry(header.name, textIn(value), length));
+    Node *entry = newFormEntry(header.name, textIn(value), length);
+    if (!entry) return nullptr;
+    FormEntries::adopt(lists.entries, entry);
   }
   return headersEnd;
 }

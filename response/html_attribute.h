@@ -5,7 +5,7 @@
 
 namespace tarn {
 
-using Attributes = NodeList<TARN_ATTRIBUTE_LIST_MAGIC, TARN_ATTRIBUTE_MAGIC>;
+using Attributes = NodeList<TARN_ATTRIBUTE_LIST_MAGIC, TARN_ATTRIBUTE_MAGIC, Begins::kAfterTheCopy>;
 
 }  // namespace tarn
 

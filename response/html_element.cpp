@@ -12,7 +12,8 @@ enum Child : uint32_t { kAttributes, kEmbedded };
 TarnStatus copyTree(const Node &source, Node *&copy);
 void destroyTree(Node *element);
 
-using Elements = NodeList<TARN_ELEMENT_LIST_MAGIC, TARN_ELEMENT_MAGIC, copyTree, destroyTree>;
+using Elements = NodeList<TARN_ELEMENT_LIST_MAGIC, TARN_ELEMENT_MAGIC, Begins::kBeforeTheCopy,
+                          copyTree, destroyTree>;
 
 Node *elementIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ELEMENT_MAGIC); }
 
@@ -106,15 +107,18 @@ TarnStatus fill(Node &copy, const Node &source, Node *&chain) {
   return status == TARN_OK ? copyEmbedded(source, copy, chain) : status;
 }
 
-// The node releases a list, but only the list's own type releases what is in it.
+// The node releases a list, but only the list's own type releases what is in it. A child of another
+// type that a script put there stays as long as there is nothing to take its place.
 void storeAttributes(Node &element, Node *list) {
-  Attributes::releaseElements(attributesOf(element));
-  setChild(element, kAttributes, list);
+  const Node *old = attributesOf(element);
+  Attributes::releaseElements(old);
+  if (old || list) setChild(element, kAttributes, list);
 }
 
 void storeEmbedded(Node &element, Node *list) {
-  Elements::releaseElements(embeddedOf(element));
-  setChild(element, kEmbedded, list);
+  const Node *old = embeddedOf(element);
+  Elements::releaseElements(old);
+  if (old || list) setChild(element, kEmbedded, list);
 }
 
 // Fills a new element. When something in the subtree cannot be copied it stays without embedded

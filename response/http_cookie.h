@@ -5,7 +5,7 @@
 
 namespace tarn {
 
-using Cookies = NodeList<TARN_COOKIE_LIST_MAGIC, TARN_COOKIE_MAGIC>;
+using Cookies = NodeList<TARN_COOKIE_LIST_MAGIC, TARN_COOKIE_MAGIC, Begins::kAfterTheCopy>;
 
 // A cookie as a browser sends it: with name and value, or, when either is missing, with neither.
 Node *newCookie(OwnedText name, OwnedText value);

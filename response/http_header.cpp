@@ -20,19 +20,12 @@ Node *headerIn(const TarnHandle *handle) { return nodeIn(handle, TARN_HEADER_MAG
 
 Node *responseIn(const TarnHandle *handle) { return nodeIn(handle, TARN_RESPONSE_HEADER_MAGIC); }
 
-// The node releases the cookie list, but only the list's own type releases the cookies.
+// The node releases the cookie list, but only the list's own type releases the cookies. A child of
+// another type that a script put there stays as long as there is nothing to take its place.
 void storeCookies(Node &header, Node *list) {
-  Cookies::releaseElements(Cookies::at(header.structs[kCookies]));
-  setChild(header, kCookies, list);
-}
-
-// Copied before the old list goes: the new one may be that very list. Without memory for the copy
-// the header ends without cookies.
-TarnStatus replaceCookies(Node &header, const Node &cookies) {
-  Node *copy = nullptr;
-  const TarnStatus status = Cookies::copy(cookies, copy);
-  storeCookies(header, copy);
-  return status;
+  const Node *old = Cookies::at(header.structs[kCookies]);
+  Cookies::releaseElements(old);
+  if (old || list) setChild(header, kCookies, list);
 }
 
 void clear(Node &header) {
@@ -85,9 +78,12 @@ TarnStatus HTTPHeader_setCookieList(TarnHandle *header, TarnHandle *cookies) {
   if (!node) return TARN_WRONG_TYPE;
   const Node *list = Cookies::in(cookies);
   if (!list) return TARN_BAD_ARGUMENT;
-  replaceCookies(*node, *list);
+  // Copied before the old list goes: the new one may be that very list.
+  Node *copy = nullptr;
+  Cookies::copy(*list, copy);
+  storeCookies(*node, copy);
   // The status of storing the copy, not of making it: without one, nothing could be stored.
-  return node->structs[kCookies] ? TARN_OK : TARN_BAD_ARGUMENT;
+  return copy ? TARN_OK : TARN_BAD_ARGUMENT;
 }
 
 TarnStatus HTTPPlainHeader_new(TarnHandle *handle) {
@@ -143,7 +139,11 @@ TarnStatus HTTPResponseHeader_setCookieList(TarnHandle *header, TarnHandle *cook
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
   const Node *list = Cookies::in(cookies);
-  return list ? replaceCookies(*node, *list) : TARN_BAD_ARGUMENT;
+  if (!list) return TARN_BAD_ARGUMENT;
+  Node *copy = nullptr;
+  const TarnStatus status = Cookies::copy(*list, copy);
+  storeCookies(*node, copy);
+  return status;
 }
 
 TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie) {

@@ -18,6 +18,7 @@ struct Entries {
   static constexpr const char *kTypeName = "Entries";
   static constexpr uint32_t kListMagic = 206173;
   static constexpr uint32_t kElementMagic = 5471;
+  static constexpr bool kBeginsBeforeTheCopy = true;
   static constexpr auto add = FormEntryList_addEntry;
   static constexpr auto getCount = FormEntryList_getCount;
   static constexpr auto getByIndex = FormEntryList_getByIndex;
@@ -32,6 +33,7 @@ struct Files {
   static constexpr const char *kTypeName = "Files";
   static constexpr uint32_t kListMagic = 206173;
   static constexpr uint32_t kElementMagic = 22842;
+  static constexpr bool kBeginsBeforeTheCopy = true;
   static constexpr auto add = FormFileList_addEntry;
   static constexpr auto getCount = FormFileList_getCount;
   static constexpr auto getByIndex = FormFileList_getByIndex;
@@ -46,6 +48,7 @@ struct Cookies {
   static constexpr const char *kTypeName = "Cookies";
   static constexpr uint32_t kListMagic = 75101;
   static constexpr uint32_t kElementMagic = 30211;
+  static constexpr bool kBeginsBeforeTheCopy = false;
   static constexpr auto add = HTTPCookieList_addCookie;
   static constexpr auto getCount = HTTPCookieList_getCount;
   static constexpr auto getByIndex = HTTPCookieList_getByIndex;
@@ -59,6 +62,7 @@ struct Attributes {
   static constexpr const char *kTypeName = "Attributes";
   static constexpr uint32_t kListMagic = 140637;
   static constexpr uint32_t kElementMagic = 32001;
+  static constexpr bool kBeginsBeforeTheCopy = false;
   static constexpr auto add = HTMLAttributeList_addAttribute;
   static constexpr auto getCount = HTMLAttributeList_getCount;
   static constexpr auto getByIndex = HTMLAttributeList_getByIndex;
@@ -72,6 +76,7 @@ struct Elements {
   static constexpr const char *kTypeName = "Elements";
   static constexpr uint32_t kListMagic = 140637;
   static constexpr uint32_t kElementMagic = 58413;
+  static constexpr bool kBeginsBeforeTheCopy = true;
   static constexpr auto add = HTMLElementList_addElement;
   static constexpr auto getCount = HTMLElementList_getCount;
   static constexpr auto getByIndex = HTMLElementList_getByIndex;
@@ -150,6 +155,8 @@ Names namesIn(TarnHandle *list) {
   }
   return names;
 }
+
+enum Child : uint32_t { kFree = 2 };
 
 // ---- All five -----------------------------------------------------------------------------------
 
@@ -580,6 +587,30 @@ TYPED_TEST(NodeListReserve, DoesNothingOnNoList) {
   });
 }
 
+// ---- Elements that are copied with all their children -------------------------------------------
+
+template <typename Type>
+struct NodeListWithinAnElement : testing::Test {};
+using ListsOfWholeNodes = testing::Types<Entries, Files, Cookies, Attributes>;
+TYPED_TEST_SUITE(NodeListWithinAnElement, ListsOfWholeNodes, TypeName);
+
+TYPED_TEST(NodeListWithinAnElement, TakesACopyOfItWithTheListAsItIsAtThatMoment) {
+  Element<TypeParam> element("a");
+  ASSERT_EQ(TARN_OK, CGIgs_setStruct(element, kFree, TypedList<TypeParam>(),
+                                     TypeParam::kElementMagic, TypeParam::kListMagic));
+  TarnHandle list = CGIgs_getStruct(element, kFree, TypeParam::kElementMagic);
+  ASSERT_EQ(TARN_OK, TypeParam::add(&list, element));
+  EXPECT_EQ(Names{"a"}, namesIn<TypeParam>(&list));
+  TarnHandle copy = TypeParam::getByIndex(&list, 0);
+  TarnHandle within = CGIgs_getStruct(&copy, kFree, TypeParam::kElementMagic);
+  EXPECT_EQ(1U, CGIgs_IsA(&within, TypeParam::kListMagic));
+  EXPECT_EQ(TypeParam::kBeginsBeforeTheCopy,
+            CGIgs_getList(&within, kElements, TypeParam::kListMagic) != 0);
+  EXPECT_EQ(0, TypeParam::getCount(&within));
+  // The element's end takes the list, and not what is in it.
+  EXPECT_EQ(TARN_OK, CGIgs_delete(&copy, TypeParam::kElementMagic));
+}
+
 // ---- Without memory -----------------------------------------------------------------------------
 
 template <typename Type>
@@ -600,6 +631,18 @@ TYPED_TEST(NodeListWithoutMemory, AddAndCloneReportItAndLeaveEverythingAsItIs) {
   EXPECT_EQ(TARN_OUT_OF_MEMORY, cloned);
   EXPECT_EQ(Names{"a"}, namesIn<TypeParam>(list));
   EXPECT_EQ(element.value(), destination);
+}
+
+// A cookie or an attribute is copied before its list begins; the others after.
+TYPED_TEST(NodeListWithoutMemory, FirstElementThatCannotBeCopiedLeavesTheListBegunOrNot) {
+  constexpr size_t kEnoughForAGenericList = 64;
+  Element<TypeParam> element("a");
+  TypedList<TypeParam> list;
+  TarnStatus status = TARN_OK;
+  tarn_test::withoutMemory([&] { status = TypeParam::add(list, element); }, kEnoughForAGenericList);
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+  EXPECT_EQ(0, TypeParam::getCount(list));
+  EXPECT_EQ(TypeParam::kBeginsBeforeTheCopy, list.inner() != 0);
 }
 
 TYPED_TEST(NodeListWithoutMemory, CloneThatRunsOutHalfwayLeavesTheDestinationAlone) {

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 #include <string>
 
 #include "support/failing_memory.h"
@@ -159,16 +160,20 @@ TEST(EnvironmentAtEachFailure, NewSaysWhenTheBodyIsMissing) {
   variables["HTTP_COOKIE"] = "a=1; x; b=%41";
   asScript(variables, "", [] {
     std::string whole;
+    std::set<TarnStatus> seen;
     forEachFailingAllocation([&](FailingMemory &memory) {
       freshInput("hello");
       Object environment(CgiEnv_delete);
       const TarnStatus status = memory.call([&] { return CgiEnv_new(environment); });
+      seen.insert(status);
       const TarnHandle body = CGIgs_getStruct(environment, 0, TARN_ENVIRONMENT_MAGIC);
       EXPECT_EQ(body != 0, status == TARN_OK);
       EXPECT_TRUE(body || status == TARN_BAD_ARGUMENT || status == TARN_WRONG_TYPE);
       if (!memory.failed()) whole = environment.picture();
       EXPECT_FALSE(whole.empty());
     });
+    // The second without memory for the bytes, the third without memory for their node.
+    EXPECT_EQ((std::set<TarnStatus>{TARN_OK, TARN_BAD_ARGUMENT, TARN_WRONG_TYPE}), seen);
   });
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "support/failing_memory.h"
 #include "support/handles.h"
@@ -355,6 +356,13 @@ TEST(FormEntry, StrippedValueOfNoEntryIsTheSharedEmptyText) {
     EXPECT_EQ(CGIgs_empty_string, FormEntry_getStrippedValue(stranger));
   });
   EXPECT_STREQ("", CGIgs_empty_string);
+}
+
+TEST(FormEntry, StrippedValueOfNoEntryIsWhatAScriptHasMadeTheSharedEmptyText) {
+  const char *original = std::exchange(CGIgs_empty_string, "nothing");
+  withEveryStranger(
+      [](TarnHandle *stranger) { EXPECT_STREQ("nothing", FormEntry_getStrippedValue(stranger)); });
+  CGIgs_empty_string = original;
 }
 
 TEST(FormEntry, StrippedValueLeavesACopyInTheEntry) {

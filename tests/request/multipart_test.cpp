@@ -6,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "support/failing_memory.h"
 #include "support/form.h"
 #include "support/handles.h"
 #include "support/rules.h"
@@ -812,6 +813,18 @@ TEST(TarnParseMime, WritesAZeroByteOverTheBlankLineOfItsPart) {
     EXPECT_EQ("name=\"a\"\0\n\r\n1\r\n\r\n2\r\n"s, bytes.str());
     EXPECT_STREQ("name=\"a\"", bytes.text());
     EXPECT_EQ((Form{{{"a", "1"}}, {}}), request.form());
+  });
+}
+
+TEST(TarnParseMime, WithoutMemoryMakesNothingAndWritesNothing) {
+  asMultipartScript([](Request &request) {
+    for (const std::string &text :
+         {"name=\"a\"\r\n\r\n1\r\n"s, "name=\"a\"; filename=\"f\"\r\n\r\n1\r\n"s}) {
+      ExactBlock bytes(text);
+      withoutMemory([&] { Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size()); });
+      EXPECT_EQ(text, bytes.str());
+    }
+    EXPECT_EQ(Form{}, request.form());
   });
 }
 

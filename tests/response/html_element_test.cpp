@@ -872,6 +872,19 @@ TEST(HTMLElement, NodeInPlaceOfTheListsIsWrongTypeUntilItIsReplaced) {
   }
 }
 
+TEST(HTMLElement, NodeInPlaceOfTheListsStaysWhenTheNewListCannotBeCopied) {
+  Element element("a");
+  for (const uint32_t slot : {kAttributes + 0U, kEmbedded + 0U}) {
+    CGIgs_setStruct(element, slot, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
+  }
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, ElementList{"b"}));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, AttributeList{"class"}));
+  for (const uint32_t slot : {kAttributes + 0U, kEmbedded + 0U}) {
+    EXPECT_EQ("id", text(CGIgs_getStruct(element, slot, TARN_ELEMENT_MAGIC), kName));
+    EXPECT_EQ(TARN_ATTRIBUTE_MAGIC, CGIgs_getChildMagic(element, slot, TARN_ELEMENT_MAGIC));
+  }
+}
+
 TEST(HTMLElement, ListParkedInPlaceOfTheAttributesIsWrongTypeUntilItIsReplaced) {
   Element element("a", {"b"});
   tarn_test::List parked{1, 2, 3};

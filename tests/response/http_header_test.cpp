@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/failing_memory.h"
@@ -327,6 +328,23 @@ TEST(HTTPHeader, SetCookieListReplacesWhateverStoodInItsPlace) {
   EXPECT_EQ(Texts{"a"}, cookieNames(withParkedList));
 }
 
+TEST(HTTPHeader, SetCookieListThatCannotBeCopiedKeepsAnotherNodeInItsPlace) {
+  SpoiltList spoilt;
+  Header header;
+  Response response;
+  for (auto [node, magic] : {std::pair<TarnHandle *, uint32_t>(header, TARN_HEADER_MAGIC),
+                             {response, TARN_RESPONSE_HEADER_MAGIC}}) {
+    ASSERT_EQ(TARN_OK, CGIgs_setStruct(node, kCookies, Cookie("kept"), magic, TARN_COOKIE_MAGIC));
+    const bool content = magic == TARN_HEADER_MAGIC;
+    EXPECT_EQ(content ? TARN_BAD_ARGUMENT : TARN_WRONG_TYPE,
+              content ? HTTPHeader_setCookieList(node, spoilt)
+                      : HTTPResponseHeader_setCookieList(node, spoilt));
+    TarnHandle kept = CGIgs_getStruct(node, kCookies, magic);
+    EXPECT_STREQ("kept", CGIgs_getString(&kept, 0, TARN_COOKIE_MAGIC));
+    EXPECT_EQ(TARN_COOKIE_MAGIC, CGIgs_getChildMagic(node, kCookies, magic));
+  }
+}
+
 TEST(HTTPHeader, ClearEmptiesTheHeaderAndKeepsItForMore) {
   Header header;
   CookieList cookies{"a", "b"};
@@ -636,6 +654,7 @@ TEST(HTTPResponseHeader, SetCookieListThatCannotBeCopiedSaysWhyAndLeavesNoCookie
   SpoiltList spoilt;
   EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(response, spoilt));
   EXPECT_EQ(0U, cookieList(response));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(response, kCookies, TARN_RESPONSE_HEADER_MAGIC));
   expectResponse(response, "first", 7, "second", {"X-One: 1", "X-Two: 2"}, {});
 }
 
