@@ -1271,7 +1271,11 @@ class ResponseHeader
   /** Appends a line, usually "Name: value". */
   ResponseHeader &add(std::string_view line) &noexcept {
     const detail::Terminated copy(line);
-    require(HTTPResponseHeader_addHeader(&handle_, copy.c_str()) == TARN_OK);
+    const TarnStatus status = HTTPResponseHeader_addHeader(&handle_, copy.c_str());
+    // The status does not tell that there was no memory for the line.
+    TarnHandle lines = HTTPResponseHeader_getHeaderList(&handle_);
+    const std::uint32_t count = TARNGenericList_getCount(&lines);
+    require(status == TARN_OK && TARNGenericList_getByIndex(&lines, count - 1) != 0);
     return *this;
   }
 
