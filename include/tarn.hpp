@@ -26,6 +26,10 @@
 #ifndef TARN_HPP
 #define TARN_HPP
 
+#if __cplusplus < 201703L
+#error "tarn.hpp is C++17: compile with -std=c++17 or a later one"
+#endif
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -725,7 +729,9 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
   }
 
   /** Saves the bytes under safe_name(). See the other save(). */
-  Saved save(std::string_view directory) const noexcept { return save_as(directory, safe_name()); }
+  [[nodiscard]] Saved save(std::string_view directory) const noexcept {
+    return save_as(directory, safe_name());
+  }
 
   /** Saves the bytes as a new file that only the script's user may read and write.
    *
@@ -743,7 +749,7 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
    *  @return the name, and 0 or the errno of what failed: EEXIST when the name is taken; EINVAL
    *          when it is none for a file, or the file has no field()
    */
-  Saved save(std::string_view directory, std::string_view name) const noexcept {
+  [[nodiscard]] Saved save(std::string_view directory, std::string_view name) const noexcept {
     return save_as(directory, FileName(name));
   }
 
@@ -999,7 +1005,10 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   void cookies() const && = delete;
 
   /** The environment with the body. */
-  Environment environment() const &noexcept { return Environment(child(0)); }
+  Environment environment() const &noexcept {
+    const Environment lent(child(0));
+    return lent;
+  }
   void environment() const && = delete;
 
  private:
@@ -1083,7 +1092,8 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
    *  @param format  as for printf(); never a text that a visitor sent
    *  @return false when nothing was appended
    */
-  bool append_format(const char *format, ...) noexcept TARN_PRINTF(2, 3) {
+  bool append_format(const char *format, ...) noexcept  // NOLINT(cert-dcl50-cpp): as printf()
+      TARN_PRINTF(2, 3) {
     va_list args;
     va_start(args, format);
     char *text = nullptr;
@@ -1382,7 +1392,7 @@ class Attribute
 
   /** An attribute with a value that is trusted: a script for `onclick`, a URL of any scheme. It is
    *  escaped too, so that it stays what it is. */
-  Attribute(std::string_view name, Raw value) noexcept : Attribute(name, value.text()) {
+  Attribute(std::string_view name, const Raw &value) noexcept : Attribute(name, value.text()) {
     CGIgs_setInt(&handle_, 0, raw_mark, TARN_ATTRIBUTE_MAGIC);
   }
 };
@@ -1463,7 +1473,7 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
   Element &add(std::nullptr_t) & = delete;
 
   /** Appends markup that is trusted as it stands. */
-  Element &add(Raw markup) &noexcept {
+  Element &add(const Raw &markup) &noexcept {
     return add(Element(detail::TextPiece{markup.text(), raw_mark}));
   }
 
@@ -1521,7 +1531,7 @@ class ElementList : public detail::List<ElementList, Element, Elements, HTMLElem
   ElementList &add(std::nullptr_t) & = delete;
 
   /** Appends markup that is trusted as it stands. */
-  ElementList &add(Raw markup) &noexcept {
+  ElementList &add(const Raw &markup) &noexcept {
     return add(Element(detail::TextPiece{markup.text(), raw_mark}));
   }
 };
