@@ -25,8 +25,6 @@
 #ifndef TARN_HPP
 #define TARN_HPP
 
-#include <strings.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -700,47 +698,45 @@ namespace detail {
 // A text that grows in memory.
 class Buffer {
  public:
-  Buffer() noexcept : stream_(open_memstream(&text_, &size_)) {}
-  ~Buffer() {
-    close();
-    std::free(text_);
-  }
+  Buffer() noexcept = default;
+  ~Buffer() { std::free(text_); }
   Buffer(const Buffer &) = delete;
   Buffer &operator=(const Buffer &) = delete;
 
   Buffer &operator<<(std::string_view text) noexcept {
-    if (stream_ != nullptr) std::fwrite(text.data(), 1, text.size(), stream_);
+    if (text.empty() || !reserve(size_ + text.size() + 1)) return *this;
+    std::memcpy(text_ + size_, text.data(), text.size());
+    size_ += text.size();
+    text_[size_] = '\0';
     return *this;
   }
 
-  void print(const char *format, ...) noexcept TARN_PRINTF(2, 3) {
-    va_list args;
-    va_start(args, format);
-    if (stream_ != nullptr) std::vfprintf(stream_, format, args);
-    va_end(args);
-  }
-
   // What there is by now, good until more is written.
-  std::string_view written() noexcept {
-    if (stream_ == nullptr || std::fflush(stream_) != 0) return {};
-    return {text_, size_};
-  }
+  std::string_view written() const noexcept { return {text_ != nullptr ? text_ : "", size_}; }
 
   Text take() noexcept {
-    if (!close()) return Text("memory has run out");
-    return {std::exchange(text_, nullptr), size_};
+    if (failed_) return Text("memory has run out");
+    room_ = 0;
+    return {std::exchange(text_, nullptr), std::exchange(size_, 0)};
   }
 
  private:
-  bool close() noexcept {
-    if (stream_ == nullptr) return false;
-    const bool whole = std::ferror(stream_) == 0;
-    return std::fclose(std::exchange(stream_, nullptr)) == 0 && whole;
+  // What fails once leaves a gap, and all of it is lost.
+  bool reserve(std::size_t room) noexcept {
+    if (room <= room_ || failed_) return !failed_;
+    const std::size_t grown = room > 2 * room_ ? room : 2 * room_;
+    auto *text = static_cast<char *>(std::realloc(text_, grown));
+    failed_ = text == nullptr;
+    if (failed_) return false;
+    text_ = text;
+    room_ = grown;
+    return true;
   }
 
   char *text_ = nullptr;
   std::size_t size_ = 0;
-  FILE *stream_;
+  std::size_t room_ = 0;
+  bool failed_ = false;
 };
 
 constexpr bool is_among(char c, std::string_view set) noexcept {
@@ -765,14 +761,18 @@ constexpr bool all_of(std::string_view text, Test test) noexcept {
   return true;
 }
 
-// Without regard to the case of letters.
-inline bool begins_with(std::string_view text, std::string_view beginning) noexcept {
-  return text.size() >= beginning.size() &&
-         strncasecmp(text.data(), beginning.data(), beginning.size()) == 0;
+// Without regard to the case of letters, in any locale.
+constexpr bool begins_with(std::string_view text, std::string_view beginning) noexcept {
+  const auto lower = [](char c) { return is_letter(c) ? c | 0x20 : c; };
+  if (text.size() < beginning.size()) return false;
+  for (std::size_t i = 0; i < beginning.size(); ++i) {
+    if (lower(text[i]) != lower(beginning[i])) return false;
+  }
+  return true;
 }
 
 template <std::size_t kCount>
-bool is_one_of(std::string_view name, const std::string_view (&names)[kCount]) noexcept {
+constexpr bool is_one_of(std::string_view name, const std::string_view (&names)[kCount]) noexcept {
   for (const std::string_view one : names) {
     if (name.size() == one.size() && begins_with(name, one)) return true;
   }
@@ -862,7 +862,9 @@ inline void put_attribute(Buffer &out, std::string_view text) noexcept {
 inline void put_url(Buffer &out, std::string_view text) noexcept {
   for (const char c : text) {
     const bool plain = is_alphanumeric(c) || is_among(c, "-._~");
-    out.print(plain ? "%c" : "%%%02X", static_cast<unsigned char>(c));
+    char piece[4];
+    std::snprintf(piece, sizeof piece, plain ? "%c" : "%%%02X", static_cast<unsigned char>(c));
+    out << piece;
   }
 }
 
@@ -1071,11 +1073,14 @@ class Renderer {
 
   // Whether what stands in the element would end it elsewhere. "<!--" can hide a script's end.
   bool ends_elsewhere(std::string_view name) noexcept {
-    std::string_view rest = out_.written();
-    for (rest.remove_prefix(content_start_); !rest.empty(); rest.remove_prefix(1)) {
-      if (begins_with(rest, "<!--") && is_one_of(name, {"script"})) return true;
-      if (!begins_with(rest, "</")) continue;
-      if (begins_with({rest.data() + 2, rest.size() - 2}, name)) return true;
+    const std::string_view written = out_.written();
+    for (std::size_t at = written.find('<', content_start_); at != std::string_view::npos;
+         at = written.find('<', at + 1)) {
+      const std::string_view rest(written.data() + at + 1, written.size() - at - 1);
+      if (begins_with(rest, "!--") && is_one_of(name, {"script"})) return true;
+      if (begins_with(rest, "/") && begins_with({rest.data() + 1, rest.size() - 1}, name)) {
+        return true;
+      }
     }
     return false;
   }
@@ -1106,8 +1111,8 @@ class Renderer {
  *  A browser reads the tree that was built: texts and attributes' values come back as they are, but
  *  for what escape_html() replaces. Trees may be of any depth. Refused are
  *
- *   - names of elements other than letters, digits and "-", and `plaintext`; names of attributes
- *     with blanks, control characters, quotation marks, or any of `/<=>` in them
+ *   - names of elements with more than letters, digits and "-", and `plaintext`; names of attributes
+ *     with blanks, control characters, quotation marks of any kind, or any of "/<=>"
  *   - content in an element that is always empty, such as `br`; elements in `title`, `textarea` and
  *     in those for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
  *   - text in an element for code that is not Raw, and Raw that would end one before its end
@@ -1292,7 +1297,11 @@ class SetCookie {
   void put(detail::Buffer &out) const noexcept {
     out << "Set-Cookie: " << name_ << "=";
     detail::put_url(out, value_);
-    if (max_age_) out.print("; Max-Age=%lld", static_cast<long long>(*max_age_));
+    if (max_age_) {
+      char age[24];
+      std::snprintf(age, sizeof age, "%lld", static_cast<long long>(*max_age_));
+      out << "; Max-Age=" << age;
+    }
     if (!domain_.empty()) out << "; Domain=" << domain_;
     out << "; Path=" << path_;
     if (secure_) out << "; Secure";
@@ -1414,10 +1423,11 @@ class Response {
     if (gmtime_r(&when, &utc) == nullptr || utc.tm_year < -1900 || utc.tm_year > 9999 - 1900) {
       return refuse("a time is none");
     }
-    lines_.print("Last-Modified: %s, %02d %s %04d %02d:%02d:%02d GMT\r\n",
-                 detail::kDays[utc.tm_wday], utc.tm_mday, detail::kMonths[utc.tm_mon],
-                 utc.tm_year + 1900, utc.tm_hour, utc.tm_min, utc.tm_sec);
-    return *this;
+    char date[64];
+    std::snprintf(date, sizeof date, "%s, %02d %s %04d %02d:%02d:%02d GMT",
+                  detail::kDays[utc.tm_wday], utc.tm_mday, detail::kMonths[utc.tm_mon],
+                  utc.tm_year + 1900, utc.tm_hour, utc.tm_min, utc.tm_sec);
+    return header("Last-Modified", date);
   }
 
   /** A name for this state of the content, without its quotation marks. */
