@@ -25,6 +25,11 @@
 #ifndef TARN_HPP
 #define TARN_HPP
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -74,6 +79,12 @@ class Terminated {
   char *text_;
 };
 
+// What a byte buffer holds.
+inline std::string_view bytes_of(TarnHandle buffer) noexcept {
+  const std::uintptr_t bytes = CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC);
+  return {reinterpret_cast<const char *>(bytes), CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC)};
+}
+
 // What all views of nodes share. The C interface takes the address of a handle also to read.
 template <std::uint32_t kMagic>
 class Lent {
@@ -105,6 +116,13 @@ class Lent {
   TarnHandle handle_;
 };
 
+// What an iterator's -> goes through, since the item is made on the spot.
+template <class Item>
+struct Arrow {
+  Item item;
+  const Item *operator->() const noexcept { return &item; }
+};
+
 // What a list lends: an Item for each of its elements, made when it is asked for.
 template <class Item, std::uint32_t kMagic, auto kCount, auto kAt>
 class Range {
@@ -112,16 +130,11 @@ class Range {
   static constexpr std::uint32_t magic = kMagic;
 
   class Iterator {
-    struct Arrow {
-      Item item;
-      const Item *operator->() const noexcept { return &item; }
-    };
-
    public:
     using iterator_category = std::random_access_iterator_tag;
     using value_type = Item;
     using difference_type = std::ptrdiff_t;
-    using pointer = Arrow;
+    using pointer = Arrow<Item>;
     using reference = Item;
 
     Iterator() noexcept = default;
@@ -131,7 +144,7 @@ class Range {
       TarnHandle own = list_;
       return Item(kAt(&own, static_cast<std::uint32_t>(index_)));
     }
-    Arrow operator->() const noexcept { return {**this}; }
+    pointer operator->() const noexcept { return {**this}; }
     Item operator[](difference_type n) const noexcept { return *(*this + n); }
 
     Iterator &operator+=(difference_type n) noexcept {
@@ -189,6 +202,39 @@ class Range {
   TarnHandle list_;
 };
 
+// The generic list of a typed list, which owns what the words in it name; 0 without memory.
+inline TarnHandle words_of(TarnHandle list, std::uint32_t magic) noexcept {
+  if (CGIgs_getList(&list, 0, magic) == 0) {
+    TarnHandle words = 0;
+    TARNGenericList_new(&words);
+    if (CGIgs_setList(&list, 0, &words, magic) != TARN_OK) TARNGenericList_delete(&words);
+  }
+  return CGIgs_getList(&list, 0, magic);
+}
+
+// Hands an object over to a typed list, where the C interface would copy it.
+template <class Element>
+bool hand_over(TarnHandle list, std::uint32_t magic, Element &object) noexcept {
+  TarnHandle words = words_of(list, magic);
+  if (!object || TARNGenericList_addDatum(&words, *object.handle()) != TARN_OK) return false;
+  static_cast<void>(object.release());
+  return true;
+}
+
+// Hands over all that a typed list owns.
+inline bool hand_over_all(TarnHandle list, std::uint32_t magic, TarnHandle from) noexcept {
+  TarnHandle words = words_of(list, magic);
+  TarnHandle given = words_of(from, magic);
+  const std::uint32_t count = TARNGenericList_getCount(&given);
+  const std::uint32_t room = TARNGenericList_getCount(&words) + count;
+  if (given == 0 || TARNGenericList_reserve(&words, room) != TARN_OK) return false;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    TARNGenericList_addDatum(&words, TARNGenericList_getByIndex(&given, i));
+  }
+  TARNGenericList_clear(&given);
+  return true;
+}
+
 // What all owning types share: the object behind the handle goes with them.
 template <class Self, std::uint32_t kMagic, auto kDelete, auto kClone>
 class Owned {
@@ -217,7 +263,7 @@ class Owned {
   [[nodiscard]] Self clone() const noexcept {
     TarnHandle own = handle_;
     TarnHandle made = 0;
-    if (kClone(&own, &made) != TARN_OK) kDelete(&made);
+    if (own == 0 || kClone(&own, &made) != TARN_OK) kDelete(&made);
     return Self(adopt, made);
   }
 
@@ -244,7 +290,29 @@ class Owned {
     require(CGIgs_getString(&handle_, slot, kMagic) != nullptr);
   }
 
+  // Takes an object, or all that a list owns, over into the list in a slot.
+  template <class Children, class Child>
+  void keep(std::uint32_t slot, Child &child) noexcept {
+    require(hand_over(list_in(slot, Children::magic), Children::magic, child));
+  }
+  template <class Children, class List>
+  void keep_all(std::uint32_t slot, List &list) noexcept {
+    require(hand_over_all(list_in(slot, Children::magic), Children::magic, *list.handle()));
+  }
+
   TarnHandle handle_ = 0;
+
+ private:
+  // The list in a slot, which begins empty.
+  TarnHandle list_in(std::uint32_t slot, std::uint32_t magic) noexcept {
+    if (CGIgs_getStruct(&handle_, slot, kMagic) == 0) {
+      TarnHandle empty = 0;
+      CGIgs_new(&empty, magic);
+      CGIgs_setStruct(&handle_, slot, &empty, kMagic, magic);
+      CGIgs_delete(&empty, magic);
+    }
+    return CGIgs_getStruct(&handle_, slot, kMagic);
+  }
 };
 
 // An owning type that is read through a view.
@@ -271,39 +339,6 @@ TarnStatus delete_node(TarnHandle *handle) noexcept {
 template <std::uint32_t kMagic>
 TarnStatus clone_node(TarnHandle *source, TarnHandle *copy) noexcept {
   return CGIgs_clone(source, copy, kMagic);
-}
-
-// The generic list of a typed list, which owns what the words in it name; 0 without memory.
-inline TarnHandle words_of(TarnHandle list, std::uint32_t magic) noexcept {
-  if (CGIgs_getList(&list, 0, magic) == 0) {
-    TarnHandle words = 0;
-    TARNGenericList_new(&words);
-    CGIgs_setList(&list, 0, &words, magic);
-  }
-  return CGIgs_getList(&list, 0, magic);
-}
-
-// Hands an object over to a typed list, where the C interface would copy it.
-template <class Element>
-bool hand_over(TarnHandle list, std::uint32_t magic, Element &object) noexcept {
-  TarnHandle words = words_of(list, magic);
-  if (!object || TARNGenericList_addDatum(&words, *object.handle()) != TARN_OK) return false;
-  static_cast<void>(object.release());
-  return true;
-}
-
-// Hands over all that a typed list owns.
-inline bool hand_over_all(TarnHandle list, std::uint32_t magic, TarnHandle from) noexcept {
-  TarnHandle words = words_of(list, magic);
-  TarnHandle given = words_of(from, magic);
-  const std::uint32_t count = TARNGenericList_getCount(&given);
-  const std::uint32_t room = TARNGenericList_getCount(&words) + count;
-  if (given == 0 || TARNGenericList_reserve(&words, room) != TARN_OK) return false;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    TARNGenericList_addDatum(&words, TARNGenericList_getByIndex(&given, i));
-  }
-  TARNGenericList_clear(&given);
-  return true;
 }
 
 // An owning list. Its elements are lent as views.
@@ -338,6 +373,657 @@ class List : public Object<Self, View, kDelete, kClone> {
 };
 
 }  // namespace detail
+
+// ---- Input: the form ----------------------------------------------------------------------------
+
+namespace detail {
+
+inline bool is_blank(char c) noexcept { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+inline std::optional<std::int64_t> integer_of(std::string_view text, std::int64_t least,
+                                              std::int64_t most) noexcept {
+  const char *from = text.data();
+  const char *end = from + text.size();
+  while (from != end && is_blank(*from)) ++from;
+  while (from != end && is_blank(end[-1])) --end;
+  // A plus sign stands for itself; from_chars() knows the other one.
+  if (end - from > 1 && from[0] == '+' && from[1] != '-') ++from;
+  std::int64_t number = 0;
+  const std::from_chars_result read = std::from_chars(from, end, number);
+  if (read.ec != std::errc() || read.ptr != end || number < least || number > most) {
+    return std::nullopt;
+  }
+  return number;
+}
+
+}  // namespace detail
+
+/** Reads one field of a form. */
+class Entry : public detail::Lent<TARN_FORM_ENTRY_MAGIC> {
+ public:
+  using Lent::Lent;
+
+  /** The field's name.
+   *
+   *  @return a view, good as long as the request; nothing for a field without a name
+   */
+  std::optional<std::string_view> name() const noexcept { return text_in(0); }
+
+  /** The value, up to its first zero byte.
+   *
+   *  @return a view, good as long as the request
+   */
+  std::string_view value() const noexcept { return text_in(1).value_or(std::string_view()); }
+
+  /** Reads the value as a whole number.
+   *
+   *  @param least,most  the numbers that are expected
+   *  @return the number when the value is decimal digits, with a sign in front or not, with white
+   *          space around them or not, and nothing else, and the number is no less than `least` and
+   *          no more than `most`; else nothing
+   */
+  std::optional<std::int64_t> integer(std::int64_t least = INT64_MIN,
+                                      std::int64_t most = INT64_MAX) const noexcept {
+    return detail::integer_of(value(), least, most);
+  }
+
+  /** Reads the value as FormEntry_getIntegerValue() does: up to the first byte that is no digit.
+   *
+   *  @return the number, stopped at the limits of 32 bits; 0 when there is none
+   */
+  std::int32_t number() const noexcept {
+    TarnHandle own = handle_;
+    return FormEntry_getIntegerValue(&own);
+  }
+
+  /** Reads the value as FormEntry_getDoubleValue() does.
+   *
+   *  @return the number; 0.0 when there is none
+   */
+  double real() const noexcept {
+    TarnHandle own = handle_;
+    return FormEntry_getDoubleValue(&own);
+  }
+
+  /** Tells whether the field has this name, in any case. */
+  bool is_named(const char *name) const noexcept {
+    TarnHandle own = handle_;
+    return FormEntry_compareName(&own, name) == 0;
+  }
+};
+
+/** The fields of a form, in order: a random-access range of Entry. */
+using Entries = detail::Range<Entry, TARN_FORM_ENTRY_LIST_MAGIC, FormEntryList_getCount,
+                              FormEntryList_getByIndex>;
+
+/** The values of all fields with one name, in order: a forward range of std::string_view, which
+ *  looks for the next one when it is asked for. */
+class Values {
+ public:
+  class Iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = std::string_view;
+    using difference_type = std::ptrdiff_t;
+    using pointer = detail::Arrow<std::string_view>;
+    using reference = std::string_view;
+
+    Iterator() noexcept = default;
+    Iterator(Entries::Iterator at, Entries::Iterator end, const char *name) noexcept
+        : at_(at), end_(end), name_(name) {
+      pass();
+    }
+
+    std::string_view operator*() const noexcept { return at_->value(); }
+    pointer operator->() const noexcept { return {**this}; }
+    Iterator &operator++() noexcept {
+      ++at_;
+      pass();
+      return *this;
+    }
+    Iterator operator++(int) noexcept {
+      const Iterator before = *this;
+      ++*this;
+      return before;
+    }
+
+    friend bool operator==(Iterator a, Iterator b) noexcept { return a.at_ == b.at_; }
+    friend bool operator!=(Iterator a, Iterator b) noexcept { return a.at_ != b.at_; }
+
+   private:
+    void pass() noexcept {
+      while (at_ != end_ && !at_->is_named(name_)) ++at_;
+    }
+
+    Entries::Iterator at_;
+    Entries::Iterator end_;
+    const char *name_ = nullptr;
+  };
+
+  using value_type = std::string_view;
+  using iterator = Iterator;
+  using const_iterator = Iterator;
+
+  Values(Entries entries, const char *name) noexcept : entries_(entries), name_(name) {}
+
+  bool empty() const noexcept { return begin() == end(); }
+  Iterator begin() const noexcept { return {entries_.begin(), entries_.end(), name_}; }
+  Iterator end() const noexcept { return {entries_.end(), entries_.end(), name_}; }
+
+ private:
+  Entries entries_;
+  const char *name_;
+};
+
+// ---- Input: uploaded files ----------------------------------------------------------------------
+
+/** A name for a file, in a place of its own: at most 255 bytes. */
+class FileName {
+ public:
+  FileName() noexcept = default;
+
+  /** The name, good as long as this object. */
+  std::string_view view() const &noexcept { return {text_, size_}; }
+  std::string_view view() const && = delete;
+  const char *c_str() const &noexcept { return text_; }
+  const char *c_str() const && = delete;
+
+ private:
+  friend class File;
+
+  static constexpr std::size_t most = 255;
+
+  // A name as the script gives it; none when it is no name of a file.
+  explicit FileName(std::string_view name) noexcept {
+    const bool path = name == "." || name == ".." || name.find('/') != std::string_view::npos;
+    if (path || name.size() > most || name.find('\0') != std::string_view::npos) return;
+    add(name);
+  }
+
+  void add(std::string_view piece) noexcept {
+    std::memcpy(text_ + size_, piece.data(), piece.size());
+    size_ += piece.size();
+  }
+
+  char text_[most + 1] = {};
+  std::size_t size_ = 0;
+};
+
+/** What became of a file that was to be saved. */
+class Saved {
+ public:
+  /** Tells whether the file is there, whole, under name(). */
+  explicit operator bool() const noexcept { return error_ == 0; }
+
+  /** Why it is not: a number of <cerrno>, such as EEXIST; 0 when it is. */
+  int error() const noexcept { return error_; }
+
+  /** The name in the directory, also of a file that could not be saved. */
+  const FileName &name() const &noexcept { return name_; }
+  const FileName &name() const && = delete;
+
+ private:
+  friend class File;
+
+  Saved(const FileName &name, int error) noexcept : name_(name), error_(error) {}
+
+  FileName name_;
+  int error_;
+};
+
+namespace detail {
+
+// The length of the UTF-8 sequence at the front of a text, with the character in it; 0 for bytes
+// that are none.
+inline std::size_t character_at(const char *text, std::size_t size, char32_t &character) noexcept {
+  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned first = byte(0);
+  if (first < 0x80) {
+    character = first;
+    return 1;
+  }
+  const std::size_t length = first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  if (length == 0 || first > 0xF4 || length > size) return 0;
+  character = first & (0x7FU >> length);
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0U) != 0x80) return 0;
+    character = character << 6U | (byte(i) & 0x3FU);
+  }
+  // Longer than it had to be, half of a pair, or beyond the last character.
+  const bool wrong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000) ||
+                     (character >= 0xD800 && character <= 0xDFFF) || character > 0x10FFFF;
+  return wrong ? 0 : length;
+}
+
+// Whether a character can stand in the name of a file without harm to whoever lists or copies it.
+inline bool is_harmless(char32_t c) noexcept {
+  if (c < 0x80) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+           c == '-' || c == '_';
+  }
+  // Controls, blanks, and what cannot be seen or turns the direction of writing.
+  const bool hidden = c <= 0xA0 || c == 0xAD || c == 0x61C || (c >= 0x2000 && c <= 0x200F) ||
+                      (c >= 0x2028 && c <= 0x202F) || (c >= 0x205F && c <= 0x206F) || c == 0x3000 ||
+                      c == 0xFEFF || (c >= 0xFFF0 && c <= 0xFFFF) || c >= 0xE0000;
+  return !hidden;
+}
+
+// A descriptor that is closed with its scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int number) noexcept : number_(number) {}
+  ~Descriptor() { close(); }
+  Descriptor(const Descriptor &) = delete;
+  Descriptor &operator=(const Descriptor &) = delete;
+
+  int number() const noexcept { return number_; }
+  bool close() noexcept {
+    const int number = std::exchange(number_, -1);
+    return number < 0 || ::close(number) == 0;
+  }
+
+ private:
+  int number_;
+};
+
+// Each of the following tells whether it succeeded; errno says why it did not.
+
+inline bool write_all(int file, std::string_view bytes) noexcept {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(file, bytes.data(), bytes.size());
+    if (written < 0 && errno != EINTR) return false;
+    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+// Gives a file another name, unless that name is taken.
+inline bool rename_to_free(int directory, const char *from, const char *to) noexcept {
+#ifdef RENAME_NOREPLACE
+  if (::renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return true;
+  // Not every file system can do that.
+  if (errno != EINVAL && errno != ENOSYS) return false;
+#endif
+  if (::linkat(directory, from, directory, to, 0) != 0) return false;
+  ::unlinkat(directory, from, 0);
+  return true;
+}
+
+// A file that is new, under a name that nobody gives to an upload.
+inline int create_temporary(int directory, char (&name)[64]) noexcept {
+  for (unsigned attempt = 0; attempt < 1000; ++attempt) {
+    std::snprintf(name, sizeof name, ".tarn-%ld-%u", static_cast<long>(::getpid()), attempt);
+    const int made =
+        ::openat(directory, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (made >= 0 || errno != EEXIST) return made;
+  }
+  return -1;
+}
+
+// Removes what a failure leaves behind, and fails.
+inline bool give_up(int directory, const char *name) noexcept {
+  const int error = errno;
+  ::unlinkat(directory, name, 0);
+  errno = error;
+  return false;
+}
+
+inline bool save_at(int directory, const char *name, std::string_view bytes) noexcept {
+  char temporary[64];
+  Descriptor file(create_temporary(directory, temporary));
+  if (file.number() < 0) return false;
+  const bool kept = write_all(file.number(), bytes) && ::fsync(file.number()) == 0 &&
+                    file.close() && rename_to_free(directory, temporary, name);
+  if (!kept) return give_up(directory, temporary);
+  // EINVAL: a file system that has nothing to sync in a directory.
+  return ::fsync(directory) == 0 || errno == EINVAL || give_up(directory, name);
+}
+
+}  // namespace detail
+
+/** Reads one uploaded file. Its name and type are what a stranger sent. */
+class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
+ public:
+  using Lent::Lent;
+
+  /** The name of the field that it came in.
+   *
+   *  @return a view, good as long as the request; nothing when the part had no name or no type:
+   *          there is no file name, no type and no byte then either
+   */
+  std::optional<std::string_view> field() const noexcept { return text_in(0); }
+
+  /** The file's name on the visitor's machine, decoded. It may hold "../", quotes and control
+   *  bytes; safe_name() does not.
+   *
+   *  @return as field()
+   */
+  std::optional<std::string_view> name() const noexcept { return text_in(1); }
+
+  /** The content type that the visitor's browser gave it. @return as field() */
+  std::optional<std::string_view> type() const noexcept { return text_in(2); }
+
+  /** The bytes as they came, zero bytes included, up to the first CR LF.
+   *
+   *  @return a view, good to the end of the process; an empty one of an empty file
+   */
+  std::string_view bytes() const noexcept { return detail::bytes_of(child_in(0)); }
+
+  /** Makes a name of name() that is safe in any directory: what stands after the last slash or
+   *  backslash, cut to 200 bytes between characters, without a dot or a dash at the front. Letters,
+   *  digits, ".", "-", "_" and what can be seen beyond ASCII stay; anything else is "_", bytes that
+   *  are not UTF-8 included. When nothing is left the name is "file".
+   */
+  FileName safe_name() const noexcept {
+    std::string_view text = name().value_or(std::string_view());
+    const std::size_t slash = text.find_last_of("/\\");
+    if (slash != std::string_view::npos) text.remove_prefix(slash + 1);
+    FileName made;
+    while (!text.empty()) {
+      char32_t character = 0;
+      const std::size_t length = detail::character_at(text.data(), text.size(), character);
+      const bool harmless = length > 0 && detail::is_harmless(character);
+      const std::string_view piece = harmless ? std::string_view(text.data(), length) : "_";
+      if (made.size_ + piece.size() > 200) break;
+      if (made.size_ > 0 || (character != '.' && character != '-')) made.add(piece);
+      text.remove_prefix(length > 0 ? length : 1);
+    }
+    if (made.size_ == 0) made.add("file");
+    return made;
+  }
+
+  /** Saves the bytes under safe_name(). See the other save(). */
+  Saved save(std::string_view directory) const noexcept { return save_as(directory, safe_name()); }
+
+  /** Saves the bytes as a new file that only the script's user may read and write.
+   *
+   *  They are written under another name, are on the disk when the file gets its own, and that name
+   *  is on the disk when this returns. Nothing that is there is overwritten or followed, be it a
+   *  link. After a failure there is no file.
+   *
+   *  @code
+   *  tarn::Saved saved = file.save("/srv/uploads");
+   *  if (!saved && saved.error() == EEXIST) ...
+   *  @endcode
+   *
+   *  @param directory  where; it must not be a link itself
+   *  @param name       without a slash, at most 255 bytes
+   *  @return the name, and 0 or the errno of what failed: EEXIST when the name is taken; EINVAL
+   *          when it is none for a file, or the file has no field()
+   */
+  Saved save(std::string_view directory, std::string_view name) const noexcept {
+    return save_as(directory, FileName(name));
+  }
+
+ private:
+  Saved save_as(std::string_view directory, const FileName &name) const noexcept {
+    if (name.size_ == 0 || !field()) return {name, EINVAL};
+    // With a slash at its end a link would be followed.
+    while (directory.size() > 1 && directory.back() == '/') directory.remove_suffix(1);
+    const detail::Terminated path(directory);
+    if (path.c_str() == nullptr) return {name, ENOMEM};
+    const detail::Descriptor at(
+        ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const bool done = at.number() >= 0 && detail::save_at(at.number(), name.c_str(), bytes());
+    return {name, done ? 0 : errno};
+  }
+};
+
+/** The files of a form, in order: a random-access range of File. */
+using Files =
+    detail::Range<File, TARN_FORM_FILE_LIST_MAGIC, FormFileList_getCount, FormFileList_getByIndex>;
+
+// ---- Input: cookies -----------------------------------------------------------------------------
+
+/** Reads a cookie. */
+class CookieView : public detail::Lent<TARN_COOKIE_MAGIC> {
+ public:
+  using Lent::Lent;
+
+  /** The name.
+   *
+   *  @return a view, good as long as what the cookie belongs to; nothing for a piece of the cookie
+   *          header that has no "="
+   */
+  std::optional<std::string_view> name() const noexcept { return text_in(0); }
+
+  /** The value. @return as name() */
+  std::optional<std::string_view> value() const noexcept { return text_in(1); }
+
+  /** The comment. @return as name(); nothing unless it was set, as with all that follows */
+  std::optional<std::string_view> comment() const noexcept { return text_in(2); }
+
+  /** The domain. @return as comment() */
+  std::optional<std::string_view> domain() const noexcept { return text_in(3); }
+
+  /** The path. @return as comment() */
+  std::optional<std::string_view> path() const noexcept { return text_in(4); }
+
+  /** The max-age, in seconds; 0 unless it was set. */
+  long max_age() const noexcept {
+    TarnHandle own = handle_;
+    return HTTPCookie_getMaxAge(&own);
+  }
+
+  /** Tells whether the secure flag was set. */
+  bool is_secure() const noexcept { return number_in(1) != 0; }
+};
+
+/** Cookies, in order: a random-access range of CookieView. */
+using Cookies = detail::Range<CookieView, TARN_COOKIE_LIST_MAGIC, HTTPCookieList_getCount,
+                              HTTPCookieList_getByIndex>;
+
+// ---- Input: the environment ---------------------------------------------------------------------
+
+/** Reads the variables that a web server sets, as they are when they are asked for.
+ *
+ *  Texts are the environment's own: views of them are good until a variable is changed, and empty
+ *  for one that is unset; variable() tells the two apart. Numbers are decimal, 0 when unset, and
+ *  stop at the limits of 32 bits. The body and the cookies are those of the request that lent the
+ *  environment; one that you make yourself has none.
+ *
+ *  @code
+ *  if (request.environment().request_method() == "POST") ...
+ *  @endcode
+ */
+class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
+ public:
+  using Lent::Lent;
+  Environment() noexcept : Lent(0) {}
+
+  /** Any variable. @return its value; nothing when it is unset */
+  static std::optional<std::string_view> variable(const char *name) noexcept {
+    return detail::maybe(std::getenv(name));
+  }
+
+  /** SERVER_SOFTWARE. */
+  static std::string_view server_software() noexcept { return CgiEnv_getServerSoftware(nullptr); }
+  /** SERVER_NAME. */
+  static std::string_view server_name() noexcept { return CgiEnv_getServerName(nullptr); }
+  /** GATEWAY_INTERFACE. */
+  static std::string_view gateway_interface() noexcept {
+    return CgiEnv_getGatewayInterface(nullptr);
+  }
+  /** SERVER_PROTOCOL. */
+  static std::string_view server_protocol() noexcept { return CgiEnv_getServerProtocol(nullptr); }
+  /** SERVER_PORT. */
+  static std::int32_t server_port() noexcept { return CgiEnv_getServerPort(nullptr); }
+  /** HTTP_COOKIE, the raw header. */
+  static std::string_view http_cookie() noexcept { return CgiEnv_getCookies(nullptr); }
+  /** REQUEST_METHOD. */
+  static std::string_view request_method() noexcept { return CgiEnv_getRequestMethod(nullptr); }
+  /** PATH_INFO. */
+  static std::string_view path_info() noexcept { return CgiEnv_getPathInfo(nullptr); }
+  /** PATH_TRANSLATED. */
+  static std::string_view path_translated() noexcept { return CgiEnv_getPathTranslated(nullptr); }
+  /** SCRIPT_NAME. */
+  static std::string_view script_name() noexcept { return CgiEnv_getScriptName(nullptr); }
+  /** QUERY_STRING. */
+  static std::string_view query_string() noexcept { return CgiEnv_getQueryString(nullptr); }
+  /** CONTENT_LENGTH, in bytes, read afresh. */
+  static std::int32_t content_length() noexcept { return CgiEnv_getContentLength(nullptr); }
+  /** CONTENT_TYPE. */
+  static std::string_view content_type() noexcept { return CgiEnv_getContentType(nullptr); }
+  /** HTTP_REFERER. */
+  static std::string_view http_referer() noexcept { return CgiEnv_getReferrer(nullptr); }
+  /** REMOTE_HOST. */
+  static std::string_view remote_host() noexcept { return CgiEnv_getRemoteHost(nullptr); }
+  /** REMOTE_ADDR. */
+  static std::string_view remote_addr() noexcept { return CgiEnv_getRemoteAddr(nullptr); }
+  /** AUTH_TYPE. */
+  static std::string_view auth_type() noexcept { return CgiEnv_getAuthType(nullptr); }
+  /** REMOTE_USER. */
+  static std::string_view remote_user() noexcept { return CgiEnv_getRemoteUser(nullptr); }
+  /** REMOTE_IDENT. */
+  static std::string_view remote_ident() noexcept { return CgiEnv_getRemoteIdent(nullptr); }
+  /** HTTP_ACCEPT. */
+  static std::string_view http_accept() noexcept { return CgiEnv_getAccept(nullptr); }
+  /** HTTP_USER_AGENT. */
+  static std::string_view http_user_agent() noexcept { return CgiEnv_getUserAgent(nullptr); }
+  /** REDIRECT_REQUEST. */
+  static std::string_view redirect_request() noexcept { return CgiEnv_getRedirectRequest(nullptr); }
+  /** REDIRECT_URL. */
+  static std::string_view redirect_url() noexcept { return CgiEnv_getRedirectURL(nullptr); }
+  /** REDIRECT_STATUS. */
+  static std::string_view redirect_status() noexcept { return CgiEnv_getRedirectStatus(nullptr); }
+  /** Tells whether HTTPS is "on", in lower case. */
+  static bool https() noexcept { return variable("HTTPS") == "on"; }
+
+  /** The body of a POST as it came; bytes that did not arrive are zero.
+   *
+   *  @return a view, good to the end of the process; nothing when none was read
+   */
+  std::optional<std::string_view> body() const noexcept {
+    const std::string_view bytes = detail::bytes_of(child_in(0));
+    return bytes.empty() ? std::nullopt : std::optional(bytes);
+  }
+
+  /** The cookies, lent by the request; empty when none came. */
+  Cookies cookies() const noexcept { return Cookies(child_in(1)); }
+};
+
+// ---- Input: the request -------------------------------------------------------------------------
+
+/** A request, taken in when it is made: environment, cookies, body, and the form, parsed.
+ *
+ *  Names of fields are compared without regard to case. What it lends lives as long as the request,
+ *  and does not compile on a temporary one.
+ *
+ *  @code
+ *  tarn::Request request;
+ *  std::string_view name = request["name"].value_or("stranger");
+ *  for (std::string_view tag : request.all("tag")) ...
+ *  @endcode
+ */
+class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, nullptr> {
+ public:
+  using Owned::Owned;
+
+  /** Takes the request in, as Tarn_new() does. The body can be read once in a process. */
+  Request() noexcept : status_(Tarn_new(&handle_)) {}
+
+  /** What became of taking it in: as Tarn_new(). */
+  TarnStatus status() const noexcept { return status_; }
+
+  /** Tells whether there is a request, taken in with success. */
+  explicit operator bool() const noexcept { return handle_ != 0 && status_ == TARN_OK; }
+
+  /** A request is not copied. */
+  Request clone() const = delete;
+
+  /** The value of the first field with this name.
+   *
+   *  @return a view; an empty one of a field that was left empty, nothing when there is no field
+   */
+  std::optional<std::string_view> operator[](const char *name) const &noexcept {
+    const std::optional<Entry> found = entry(name);
+    return found ? std::optional(found->value()) : std::nullopt;
+  }
+  void operator[](const char *) const && = delete;
+  void operator[](int) const = delete;
+
+  /** The first field with this name; nothing when there is none. */
+  std::optional<Entry> entry(const char *name) const &noexcept {
+    return first<Entry, Tarn_getElementByName>(name);
+  }
+  void entry(const char *) const && = delete;
+
+  /** The values of all fields with this name, in order. `name` has to live as long as the range. */
+  Values all(const char *name) const &noexcept { return {entries(), name}; }
+  void all(const char *) const && = delete;
+
+  /** Tells whether a checkbox was ticked: the first field with this name is "on", in any case. */
+  bool checked(const char *name) const noexcept {
+    TarnHandle own = handle_;
+    return Tarn_queryCheckbox(&own, name) != 0;
+  }
+
+  /** Reads the first field with this name as a whole number.
+   *
+   *  @param least,most  the numbers that are expected
+   *  @return as Entry::integer(); nothing also when there is no field
+   */
+  std::optional<std::int64_t> integer(const char *name, std::int64_t least = INT64_MIN,
+                                      std::int64_t most = INT64_MAX) const noexcept {
+    const std::optional<Entry> found = entry(name);
+    return found ? found->integer(least, most) : std::nullopt;
+  }
+
+  /** Reads the first field with this name as Entry::number() does; 0 when there is none. */
+  std::int32_t number(const char *name) const noexcept {
+    const std::optional<Entry> found = entry(name);
+    return found ? found->number() : 0;
+  }
+
+  /** All fields, in order. */
+  Entries entries() const &noexcept { return Entries(child(1)); }
+  void entries() const && = delete;
+
+  /** The first file whose field has this name; nothing when there is none. */
+  std::optional<File> file(const char *name) const &noexcept {
+    return first<File, Tarn_getFile>(name);
+  }
+  void file(const char *) const && = delete;
+
+  /** All files, in order. */
+  Files files() const &noexcept { return Files(child(2)); }
+  void files() const && = delete;
+
+  /** The value of the first cookie with this name, decoded. Case counts, as browsers have it.
+   *
+   *  @return a view; nothing when there is no such cookie
+   */
+  std::optional<std::string_view> cookie(const char *name) const &noexcept {
+    for (const CookieView found : cookies()) {
+      if (found.name() == name) return found.value();
+    }
+    return std::nullopt;
+  }
+  void cookie(const char *) const && = delete;
+
+  /** All cookies, in order, with the pieces of the cookie header that have no "=". */
+  Cookies cookies() const &noexcept { return environment().cookies(); }
+  void cookies() const && = delete;
+
+  /** The environment with the body. */
+  Environment environment() const &noexcept { return Environment(child(0)); }
+  void environment() const && = delete;
+
+ private:
+  TarnHandle child(std::uint32_t slot) const noexcept {
+    TarnHandle own = handle_;
+    return CGIgs_getStruct(&own, slot, TARN_REQUEST_MAGIC);
+  }
+
+  template <class Item, auto kFind>
+  std::optional<Item> first(const char *name) const noexcept {
+    TarnHandle own = handle_;
+    const TarnHandle found = kFind(&own, name);
+    return found != 0 ? std::optional<Item>(found) : std::nullopt;
+  }
+
+  TarnStatus status_ = TARN_OK;
+};
 
 // ---- Dynamic string -----------------------------------------------------------------------------
 
@@ -434,6 +1120,224 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
 
   /** Empties the text. */
   void clear() noexcept { remove(0, size()); }
+};
+
+// ---- Cookies and headers ------------------------------------------------------------------------
+
+/** A cookie as an object; tarn::SetCookie is what sends one. Nothing is checked or escaped. */
+class Cookie : public detail::Object<Cookie, CookieView, detail::delete_node<TARN_COOKIE_MAGIC>,
+                                     detail::clone_node<TARN_COOKIE_MAGIC>> {
+ public:
+  using Object::Object;
+
+  /** Makes a cookie of a name and a value. */
+  Cookie(std::string_view name, std::string_view value) noexcept {
+    set_text(0, name);
+    set_text(1, value);
+  }
+
+  /** Sets the comment. */
+  Cookie &comment(std::string_view text) &noexcept { return with_text(2, text); }
+
+  /** Sets the domain. */
+  Cookie &domain(std::string_view text) &noexcept { return with_text(3, text); }
+
+  /** Sets the path. */
+  Cookie &path(std::string_view text) &noexcept { return with_text(4, text); }
+
+  /** Sets the max-age, in seconds, kept as 32 bits. */
+  Cookie &max_age(long seconds) &noexcept {
+    HTTPCookie_setMaxAge(&handle_, seconds);
+    return *this;
+  }
+
+  /** Sets the secure flag. */
+  Cookie &secure(bool is_secure = true) &noexcept {
+    HTTPCookie_setSecure(&handle_, is_secure ? 1 : 0);
+    return *this;
+  }
+
+ private:
+  Cookie &with_text(std::uint32_t slot, std::string_view text) noexcept {
+    set_text(slot, text);
+    return *this;
+  }
+};
+
+/** A list that owns cookies. Equal names are kept. */
+class CookieList : public detail::List<CookieList, Cookie, Cookies, HTTPCookieList_delete,
+                                       HTTPCookieList_clone> {
+ public:
+  using List::List;
+};
+
+namespace detail {
+
+// What a header's lines are lent as; one for which there was no memory is empty.
+inline const char *line_at(TarnHandle *lines, std::uint32_t index) noexcept {
+  const auto *line = reinterpret_cast<const char *>(TARNGenericList_getByIndex(lines, index));
+  return line != nullptr ? line : "";
+}
+
+// A node shares the cookies of a list with its clone; a header has its own.
+
+inline TarnStatus clone_header(TarnHandle *source, TarnHandle *copy) noexcept {
+  CGIgs_new(copy, TARN_HEADER_MAGIC);
+  CGIgs_setString(copy, 0, CGIgs_getString(source, 0, TARN_HEADER_MAGIC), TARN_HEADER_MAGIC);
+  TarnHandle cookies = CGIgs_getStruct(source, 0, TARN_HEADER_MAGIC);
+  return cookies != 0 ? HTTPHeader_setCookieList(copy, &cookies) : TARN_OK;
+}
+
+inline TarnStatus clone_response_header(TarnHandle *source, TarnHandle *copy) noexcept {
+  constexpr std::uint32_t magic = TARN_RESPONSE_HEADER_MAGIC;
+  CGIgs_new(copy, magic);
+  for (const std::uint32_t slot : {0U, 1U}) {
+    CGIgs_setString(copy, slot, CGIgs_getString(source, slot, magic), magic);
+  }
+  CGIgs_setInt(copy, 0, CGIgs_getInt(source, 0, magic), magic);
+  TarnHandle lines = HTTPResponseHeader_getHeaderList(source);
+  for (std::uint32_t i = 0; i < TARNGenericList_getCount(&lines); ++i) {
+    const TarnStatus status = HTTPResponseHeader_addHeader(copy, line_at(&lines, i));
+    if (status != TARN_OK) return status;
+  }
+  TarnHandle cookies = CGIgs_getStruct(source, 0, magic);
+  return cookies != 0 ? HTTPResponseHeader_setCookieList(copy, &cookies) : TARN_OK;
+}
+
+}  // namespace detail
+
+/** Reads a PlainHeader. */
+class PlainHeaderView : public detail::Lent<TARN_HEADER_MAGIC> {
+ public:
+  using Lent::Lent;
+
+  /** The content type. @return a view, good as long as the header */
+  std::optional<std::string_view> content_type() const noexcept { return text_in(0); }
+
+  /** The cookies, lent; empty when there is none. */
+  Cookies cookies() const noexcept { return Cookies(child_in(0)); }
+};
+
+/** A content type with cookies, over HTTPHeader. It holds data; tarn::Response answers. */
+class PlainHeader
+    : public detail::Object<PlainHeader, PlainHeaderView, HTTPHeader_delete, detail::clone_header> {
+ public:
+  using Object::Object;
+
+  explicit PlainHeader(std::string_view content_type = "text/plain") noexcept {
+    set_text(0, content_type);
+  }
+
+  /** Takes a cookie over as the last one. */
+  PlainHeader &add(Cookie &&cookie) &noexcept {
+    keep<Cookies>(0, cookie);
+    return *this;
+  }
+
+  /** Takes over all cookies of a list, which is empty then. */
+  PlainHeader &add(CookieList &&cookies) &noexcept {
+    keep_all<Cookies>(0, cookies);
+    return *this;
+  }
+};
+
+/** The lines of a header, in order: a random-access range of std::string_view. */
+using Lines = detail::Range<std::string_view, TARN_GENERIC_LIST_MAGIC, TARNGenericList_getCount,
+                            detail::line_at>;
+
+/** Reads a ResponseHeader. */
+class ResponseHeaderView : public detail::Lent<TARN_RESPONSE_HEADER_MAGIC> {
+ public:
+  using Lent::Lent;
+
+  /** The first text. @return a view, good as long as the header */
+  std::optional<std::string_view> first() const noexcept { return text_in(0); }
+
+  /** The number. */
+  std::int32_t number() const noexcept { return static_cast<std::int32_t>(number_in(0)); }
+
+  /** The second text. @return as first() */
+  std::optional<std::string_view> second() const noexcept { return text_in(1); }
+
+  /** The lines, lent; empty when there is none. */
+  Lines lines() const noexcept {
+    TarnHandle own = handle_;
+    return Lines(HTTPResponseHeader_getHeaderList(&own));
+  }
+
+  /** The cookies, lent; empty when there is none. */
+  Cookies cookies() const noexcept { return Cookies(child_in(0)); }
+};
+
+/** Two texts, a number, lines and cookies, over HTTPResponseHeader. It holds data; tarn::Response
+ *  answers. Nothing is checked. */
+class ResponseHeader
+    : public detail::Object<ResponseHeader, ResponseHeaderView, HTTPResponseHeader_delete,
+                            detail::clone_response_header> {
+ public:
+  using Object::Object;
+
+  ResponseHeader(std::string_view first, std::int32_t number, std::string_view second) noexcept {
+    set_text(0, first);
+    set_text(1, second);
+    CGIgs_setInt(&handle_, 0, static_cast<std::uint32_t>(number), TARN_RESPONSE_HEADER_MAGIC);
+  }
+
+  /** Appends a line, usually "Name: value". */
+  ResponseHeader &add(std::string_view line) &noexcept {
+    const detail::Terminated copy(line);
+    require(HTTPResponseHeader_addHeader(&handle_, copy.c_str()) == TARN_OK);
+    return *this;
+  }
+
+  /** Takes a cookie over as the last one. */
+  ResponseHeader &add(Cookie &&cookie) &noexcept {
+    keep<Cookies>(0, cookie);
+    return *this;
+  }
+
+  /** Takes over all cookies of a list, which is empty then. */
+  ResponseHeader &add(CookieList &&cookies) &noexcept {
+    keep_all<Cookies>(0, cookies);
+    return *this;
+  }
+};
+
+/** Reads a MultiPartHeader. */
+class MultiPartHeaderView : public detail::Lent<TARN_MULTIPART_HEADER_MAGIC> {
+ public:
+  using Lent::Lent;
+
+  /** The disposition. @return a view, good as long as the header; nothing when there is none */
+  std::optional<std::string_view> disposition() const noexcept { return text_in(0); }
+
+  /** The field's name. @return as disposition() */
+  std::optional<std::string_view> name() const noexcept { return text_in(1); }
+
+  /** The file's name. @return as disposition() */
+  std::optional<std::string_view> file_name() const noexcept { return text_in(2); }
+
+  /** The content type. @return as disposition() */
+  std::optional<std::string_view> content_type() const noexcept { return text_in(3); }
+};
+
+/** The header of a part of a multipart body, over MultiPartHeader. */
+class MultiPartHeader : public detail::Object<MultiPartHeader, MultiPartHeaderView,
+                                              detail::delete_node<TARN_MULTIPART_HEADER_MAGIC>,
+                                              detail::clone_node<TARN_MULTIPART_HEADER_MAGIC>> {
+ public:
+  using Object::Object;
+
+  /** Makes a header of its four texts, of which the later ones may be missing. */
+  explicit MultiPartHeader(std::string_view disposition,
+                           std::optional<std::string_view> name = std::nullopt,
+                           std::optional<std::string_view> file_name = std::nullopt,
+                           std::optional<std::string_view> content_type = std::nullopt) noexcept {
+    set_text(0, disposition);
+    if (name) set_text(1, *name);
+    if (file_name) set_text(2, *file_name);
+    if (content_type) set_text(3, *content_type);
+  }
 };
 
 // ---- HTML attributes and elements ---------------------------------------------------------------
@@ -575,22 +1479,23 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
 
   /** Takes an attribute over as the last one. */
   Element &add(Attribute &&attribute) &noexcept {
-    require(detail::hand_over(list_in(0, TARN_ATTRIBUTE_LIST_MAGIC), TARN_ATTRIBUTE_LIST_MAGIC,
-                              attribute));
+    keep<Attributes>(0, attribute);
     return *this;
   }
 
   /** Takes an element over, with all that is in it, as the last child. */
   Element &add(Element &&child) &noexcept {
-    require(&child != this &&
-            detail::hand_over(list_in(1, TARN_ELEMENT_LIST_MAGIC), TARN_ELEMENT_LIST_MAGIC, child));
+    if (&child == this) {
+      reset();
+    } else {
+      keep<Elements>(1, child);
+    }
     return *this;
   }
 
   /** Takes over all attributes of a list, which is empty then. */
   Element &add(AttributeList &&attributes) &noexcept {
-    require(detail::hand_over_all(list_in(0, TARN_ATTRIBUTE_LIST_MAGIC), TARN_ATTRIBUTE_LIST_MAGIC,
-                                  *attributes.handle()));
+    keep_all<Attributes>(0, attributes);
     return *this;
   }
 
@@ -609,17 +1514,6 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
   explicit Element(detail::TextPiece piece) noexcept {
     set_text(1, piece.text);
     CGIgs_setInt(&handle_, 0, piece.mark, TARN_ELEMENT_MAGIC);
-  }
-
-  // The list in a slot, which begins empty.
-  TarnHandle list_in(std::uint32_t slot, std::uint32_t magic) noexcept {
-    if (CGIgs_getStruct(&handle_, slot, TARN_ELEMENT_MAGIC) == 0) {
-      TarnHandle empty = 0;
-      CGIgs_new(&empty, magic);
-      CGIgs_setStruct(&handle_, slot, &empty, TARN_ELEMENT_MAGIC, magic);
-      CGIgs_delete(&empty, magic);
-    }
-    return CGIgs_getStruct(&handle_, slot, TARN_ELEMENT_MAGIC);
   }
 };
 
@@ -643,8 +1537,7 @@ class ElementList : public detail::List<ElementList, Element, Elements, HTMLElem
 };
 
 inline Element &Element::add(ElementList &&elements) &noexcept {
-  require(detail::hand_over_all(list_in(1, TARN_ELEMENT_LIST_MAGIC), TARN_ELEMENT_LIST_MAGIC,
-                                *elements.handle()));
+  keep_all<Elements>(1, elements);
   return *this;
 }
 
