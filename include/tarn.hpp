@@ -2243,7 +2243,7 @@ class Response {
     if (type.empty() || !detail::all_of(type, detail::is_in_header)) {
       return refuse("a content type is none");
     }
-    return type_.assign(type) ? *this : refuse("memory has run out");
+    return keep(type_, {type});
   }
 
   /** Sends the browser on to a page of this site.
@@ -2389,10 +2389,14 @@ class Response {
     bool redirects = false;
     for (const int one : kCodes) redirects = redirects || code == one;
     if (!redirects) return refuse("a status does not redirect");
-    detail::Buffer line;
-    line << "Location: " << url << "\r\n";
-    location_ = line.take();
-    return refuse(location_.problem()).status(code);
+    return keep(location_, {"Location: ", url, "\r\n"}).status(code);
+  }
+
+  Response &keep(Text &place, std::initializer_list<std::string_view> pieces) noexcept {
+    detail::Buffer text;
+    for (const std::string_view piece : pieces) text << piece;
+    place = text.take();
+    return refuse(place.problem());
   }
 
   bool send_as(std::string_view type, std::string_view body) noexcept {
@@ -2404,7 +2408,7 @@ class Response {
     const Text cookies = cookies_.take();
     refuse(lines.problem()).refuse(cookies.problem());
     if (problem_ == nullptr) {
-      write(status_, type_.empty() ? type : type_.view(),
+      write(status_, type_.view().empty() ? type : type_.view(),
             {location_.view(), lines.view(), cookies.view()}, body);
     } else {
       write(500, detail::kPlainText, {}, "Internal Server Error\n");
@@ -2435,7 +2439,7 @@ class Response {
   bool head_;
   bool sent_ = false;
   int status_ = 200;
-  String type_;
+  Text type_{nullptr, 0};
   Text location_{nullptr, 0};
   detail::Buffer lines_;
   detail::Buffer cookies_;
