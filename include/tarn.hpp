@@ -79,13 +79,20 @@ class Terminated {
   char *text_;
 };
 
+// Asks an object that is not to be changed. The C interface takes the address of a handle for that
+// too.
+template <auto kFunction, class... Arguments>
+auto ask(TarnHandle object, Arguments... arguments) noexcept {
+  return kFunction(&object, arguments...);
+}
+
 // What a byte buffer holds.
 inline std::string_view bytes_of(TarnHandle buffer) noexcept {
   const std::uintptr_t bytes = CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC);
   return {reinterpret_cast<const char *>(bytes), CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC)};
 }
 
-// What all views of nodes share. The C interface takes the address of a handle also to read.
+// What all views of nodes share.
 template <std::uint32_t kMagic>
 class Lent {
  public:
@@ -101,16 +108,13 @@ class Lent {
 
  protected:
   std::optional<std::string_view> text_in(std::uint32_t slot) const noexcept {
-    TarnHandle own = handle_;
-    return maybe(CGIgs_getString(&own, slot, kMagic));
+    return maybe(ask<CGIgs_getString>(handle_, slot, kMagic));
   }
   std::uint32_t number_in(std::uint32_t slot) const noexcept {
-    TarnHandle own = handle_;
-    return CGIgs_getInt(&own, slot, kMagic);
+    return ask<CGIgs_getInt>(handle_, slot, kMagic);
   }
   TarnHandle child_in(std::uint32_t slot) const noexcept {
-    TarnHandle own = handle_;
-    return CGIgs_getStruct(&own, slot, kMagic);
+    return ask<CGIgs_getStruct>(handle_, slot, kMagic);
   }
 
   TarnHandle handle_;
@@ -141,8 +145,7 @@ class Range {
     Iterator(TarnHandle list, difference_type index) noexcept : list_(list), index_(index) {}
 
     Item operator*() const noexcept {
-      TarnHandle own = list_;
-      return Item(kAt(&own, static_cast<std::uint32_t>(index_)));
+      return Item(ask<kAt>(list_, static_cast<std::uint32_t>(index_)));
     }
     pointer operator->() const noexcept { return {**this}; }
     Item operator[](difference_type n) const noexcept { return *(*this + n); }
@@ -184,10 +187,7 @@ class Range {
   explicit Range(TarnHandle list) noexcept : list_(list) {}
 
   /** Counts the elements. */
-  std::size_t size() const noexcept {
-    TarnHandle own = list_;
-    return static_cast<std::size_t>(kCount(&own));
-  }
+  std::size_t size() const noexcept { return static_cast<std::size_t>(ask<kCount>(list_)); }
   bool empty() const noexcept { return size() == 0; }
 
   Iterator begin() const noexcept { return {list_, 0}; }
@@ -431,24 +431,17 @@ class Entry : public detail::Lent<TARN_FORM_ENTRY_MAGIC> {
    *
    *  @return the number, stopped at the limits of 32 bits; 0 when there is none
    */
-  std::int32_t number() const noexcept {
-    TarnHandle own = handle_;
-    return FormEntry_getIntegerValue(&own);
-  }
+  std::int32_t number() const noexcept { return detail::ask<FormEntry_getIntegerValue>(handle_); }
 
   /** Reads the value as FormEntry_getDoubleValue() does.
    *
    *  @return the number; 0.0 when there is none
    */
-  double real() const noexcept {
-    TarnHandle own = handle_;
-    return FormEntry_getDoubleValue(&own);
-  }
+  double real() const noexcept { return detail::ask<FormEntry_getDoubleValue>(handle_); }
 
   /** Tells whether the field has this name, in any case. */
   bool is_named(const char *name) const noexcept {
-    TarnHandle own = handle_;
-    return FormEntry_compareName(&own, name) == 0;
+    return detail::ask<FormEntry_compareName>(handle_, name) == 0;
   }
 };
 
@@ -800,10 +793,7 @@ class CookieView : public detail::Lent<TARN_COOKIE_MAGIC> {
   std::optional<std::string_view> path() const noexcept { return text_in(4); }
 
   /** The max-age, in seconds; 0 unless it was set. */
-  long max_age() const noexcept {
-    TarnHandle own = handle_;
-    return HTTPCookie_getMaxAge(&own);
-  }
+  long max_age() const noexcept { return detail::ask<HTTPCookie_getMaxAge>(handle_); }
 
   /** Tells whether the secure flag was set. */
   bool is_secure() const noexcept { return number_in(1) != 0; }
@@ -815,12 +805,12 @@ using Cookies = detail::Range<CookieView, TARN_COOKIE_LIST_MAGIC, HTTPCookieList
 
 // ---- Input: the environment ---------------------------------------------------------------------
 
-/** Reads the variables that a web server sets, as they are when they are asked for.
+/** Reads what a web server says of a request: variables, as they are when they are asked for; body
+ *  and cookies, as they came.
  *
- *  Texts are the environment's own: views of them are good until a variable is changed, and empty
- *  for one that is unset; variable() tells the two apart. Numbers are decimal, 0 when unset, and
- *  stop at the limits of 32 bits. The body and the cookies are those of the request that lent the
- *  environment; one that you make yourself has none.
+ *  The texts of variables are the environment's own: views of them are good until a variable is
+ *  changed, and empty for one that is unset; variable() tells the two apart. Numbers are decimal, 0
+ *  when unset, and stop at the limits of 32 bits.
  *
  *  @code
  *  if (request.environment().request_method() == "POST") ...
@@ -829,65 +819,64 @@ using Cookies = detail::Range<CookieView, TARN_COOKIE_LIST_MAGIC, HTTPCookieList
 class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
  public:
   using Lent::Lent;
-  Environment() noexcept : Lent(0) {}
 
-  /** Any variable. @return its value; nothing when it is unset */
+  /** Any variable, with or without a request. @return its value; nothing when it is unset */
   static std::optional<std::string_view> variable(const char *name) noexcept {
     return detail::maybe(std::getenv(name));
   }
 
   /** SERVER_SOFTWARE. */
-  static std::string_view server_software() noexcept { return CgiEnv_getServerSoftware(nullptr); }
+  std::string_view server_software() const noexcept { return text<CgiEnv_getServerSoftware>(); }
   /** SERVER_NAME. */
-  static std::string_view server_name() noexcept { return CgiEnv_getServerName(nullptr); }
+  std::string_view server_name() const noexcept { return text<CgiEnv_getServerName>(); }
   /** GATEWAY_INTERFACE. */
-  static std::string_view gateway_interface() noexcept {
-    return CgiEnv_getGatewayInterface(nullptr);
-  }
+  std::string_view gateway_interface() const noexcept { return text<CgiEnv_getGatewayInterface>(); }
   /** SERVER_PROTOCOL. */
-  static std::string_view server_protocol() noexcept { return CgiEnv_getServerProtocol(nullptr); }
+  std::string_view server_protocol() const noexcept { return text<CgiEnv_getServerProtocol>(); }
   /** SERVER_PORT. */
-  static std::int32_t server_port() noexcept { return CgiEnv_getServerPort(nullptr); }
+  std::int32_t server_port() const noexcept { return detail::ask<CgiEnv_getServerPort>(handle_); }
   /** HTTP_COOKIE, the raw header. */
-  static std::string_view http_cookie() noexcept { return CgiEnv_getCookies(nullptr); }
+  std::string_view http_cookie() const noexcept { return text<CgiEnv_getCookies>(); }
   /** REQUEST_METHOD. */
-  static std::string_view request_method() noexcept { return CgiEnv_getRequestMethod(nullptr); }
+  std::string_view request_method() const noexcept { return text<CgiEnv_getRequestMethod>(); }
   /** PATH_INFO. */
-  static std::string_view path_info() noexcept { return CgiEnv_getPathInfo(nullptr); }
+  std::string_view path_info() const noexcept { return text<CgiEnv_getPathInfo>(); }
   /** PATH_TRANSLATED. */
-  static std::string_view path_translated() noexcept { return CgiEnv_getPathTranslated(nullptr); }
+  std::string_view path_translated() const noexcept { return text<CgiEnv_getPathTranslated>(); }
   /** SCRIPT_NAME. */
-  static std::string_view script_name() noexcept { return CgiEnv_getScriptName(nullptr); }
+  std::string_view script_name() const noexcept { return text<CgiEnv_getScriptName>(); }
   /** QUERY_STRING. */
-  static std::string_view query_string() noexcept { return CgiEnv_getQueryString(nullptr); }
+  std::string_view query_string() const noexcept { return text<CgiEnv_getQueryString>(); }
   /** CONTENT_LENGTH, in bytes, read afresh. */
-  static std::int32_t content_length() noexcept { return CgiEnv_getContentLength(nullptr); }
+  std::int32_t content_length() const noexcept {
+    return detail::ask<CgiEnv_getContentLength>(handle_);
+  }
   /** CONTENT_TYPE. */
-  static std::string_view content_type() noexcept { return CgiEnv_getContentType(nullptr); }
+  std::string_view content_type() const noexcept { return text<CgiEnv_getContentType>(); }
   /** HTTP_REFERER. */
-  static std::string_view http_referer() noexcept { return CgiEnv_getReferrer(nullptr); }
+  std::string_view http_referer() const noexcept { return text<CgiEnv_getReferrer>(); }
   /** REMOTE_HOST. */
-  static std::string_view remote_host() noexcept { return CgiEnv_getRemoteHost(nullptr); }
+  std::string_view remote_host() const noexcept { return text<CgiEnv_getRemoteHost>(); }
   /** REMOTE_ADDR. */
-  static std::string_view remote_addr() noexcept { return CgiEnv_getRemoteAddr(nullptr); }
+  std::string_view remote_addr() const noexcept { return text<CgiEnv_getRemoteAddr>(); }
   /** AUTH_TYPE. */
-  static std::string_view auth_type() noexcept { return CgiEnv_getAuthType(nullptr); }
+  std::string_view auth_type() const noexcept { return text<CgiEnv_getAuthType>(); }
   /** REMOTE_USER. */
-  static std::string_view remote_user() noexcept { return CgiEnv_getRemoteUser(nullptr); }
+  std::string_view remote_user() const noexcept { return text<CgiEnv_getRemoteUser>(); }
   /** REMOTE_IDENT. */
-  static std::string_view remote_ident() noexcept { return CgiEnv_getRemoteIdent(nullptr); }
+  std::string_view remote_ident() const noexcept { return text<CgiEnv_getRemoteIdent>(); }
   /** HTTP_ACCEPT. */
-  static std::string_view http_accept() noexcept { return CgiEnv_getAccept(nullptr); }
+  std::string_view http_accept() const noexcept { return text<CgiEnv_getAccept>(); }
   /** HTTP_USER_AGENT. */
-  static std::string_view http_user_agent() noexcept { return CgiEnv_getUserAgent(nullptr); }
+  std::string_view http_user_agent() const noexcept { return text<CgiEnv_getUserAgent>(); }
   /** REDIRECT_REQUEST. */
-  static std::string_view redirect_request() noexcept { return CgiEnv_getRedirectRequest(nullptr); }
+  std::string_view redirect_request() const noexcept { return text<CgiEnv_getRedirectRequest>(); }
   /** REDIRECT_URL. */
-  static std::string_view redirect_url() noexcept { return CgiEnv_getRedirectURL(nullptr); }
+  std::string_view redirect_url() const noexcept { return text<CgiEnv_getRedirectURL>(); }
   /** REDIRECT_STATUS. */
-  static std::string_view redirect_status() noexcept { return CgiEnv_getRedirectStatus(nullptr); }
+  std::string_view redirect_status() const noexcept { return text<CgiEnv_getRedirectStatus>(); }
   /** Tells whether HTTPS is "on", in lower case. */
-  static bool https() noexcept { return variable("HTTPS") == "on"; }
+  bool https() const noexcept { return number_in(1) == 1; }
 
   /** The body of a POST as it came; bytes that did not arrive are zero.
    *
@@ -900,6 +889,12 @@ class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
 
   /** The cookies, lent by the request; empty when none came. */
   Cookies cookies() const noexcept { return Cookies(child_in(1)); }
+
+ private:
+  template <auto kGet>
+  std::string_view text() const noexcept {
+    return detail::ask<kGet>(handle_);
+  }
 };
 
 // ---- Input: the request -------------------------------------------------------------------------
@@ -954,8 +949,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** Tells whether a checkbox was ticked: the first field with this name is "on", in any case. */
   bool checked(const char *name) const noexcept {
-    TarnHandle own = handle_;
-    return Tarn_queryCheckbox(&own, name) != 0;
+    return detail::ask<Tarn_queryCheckbox>(handle_, name) != 0;
   }
 
   /** Reads the first field with this name as a whole number.
@@ -1011,14 +1005,12 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
  private:
   TarnHandle child(std::uint32_t slot) const noexcept {
-    TarnHandle own = handle_;
-    return CGIgs_getStruct(&own, slot, TARN_REQUEST_MAGIC);
+    return detail::ask<CGIgs_getStruct>(handle_, slot, TARN_REQUEST_MAGIC);
   }
 
   template <class Item, auto kFind>
   std::optional<Item> first(const char *name) const noexcept {
-    TarnHandle own = handle_;
-    const TarnHandle found = kFind(&own, name);
+    const TarnHandle found = detail::ask<kFind>(handle_, name);
     return found != 0 ? std::optional<Item>(found) : std::nullopt;
   }
 
@@ -1043,17 +1035,13 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
 
   /** The text with its final zero byte, good until the string is changed; never null. */
   const char *c_str() const &noexcept {
-    TarnHandle own = handle_;
-    const char *text = TARNString_c_str(&own);
+    const char *text = detail::ask<TARNString_c_str>(handle_);
     return text != nullptr ? text : "";
   }
   const char *c_str() const && = delete;
 
   /** Counts the bytes. */
-  std::size_t size() const noexcept {
-    TarnHandle own = handle_;
-    return TARNString_length(&own);
-  }
+  std::size_t size() const noexcept { return detail::ask<TARNString_length>(handle_); }
   bool empty() const noexcept { return size() == 0; }
 
   /** Replaces the text.
@@ -1261,8 +1249,7 @@ class ResponseHeaderView : public detail::Lent<TARN_RESPONSE_HEADER_MAGIC> {
 
   /** The lines, lent; empty when there is none. */
   Lines lines() const noexcept {
-    TarnHandle own = handle_;
-    return Lines(HTTPResponseHeader_getHeaderList(&own));
+    return Lines(detail::ask<HTTPResponseHeader_getHeaderList>(handle_));
   }
 
   /** The cookies, lent; empty when there is none. */
@@ -1286,7 +1273,11 @@ class ResponseHeader
   /** Appends a line, usually "Name: value". */
   ResponseHeader &add(std::string_view line) &noexcept {
     const detail::Terminated copy(line);
-    require(HTTPResponseHeader_addHeader(&handle_, copy.c_str()) == TARN_OK);
+    const TarnStatus status = HTTPResponseHeader_addHeader(&handle_, copy.c_str());
+    // The status does not tell that there was no memory for the line.
+    TarnHandle lines = HTTPResponseHeader_getHeaderList(&handle_);
+    const std::uint32_t count = TARNGenericList_getCount(&lines);
+    require(status == TARN_OK && TARNGenericList_getByIndex(&lines, count - 1) != 0);
     return *this;
   }
 

@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <tarn.hpp>
+
+#include <string>
+
+namespace {
+
+// An element as a line: (name attribute=value "text" (child)), raw text between angles.
+std::string lineOf(tarn::ElementView element) {
+  if (!element.name()) {
+    return (element.is_raw() ? "<" : "\"") + std::string(*element.text()) +
+           (element.is_raw() ? ">" : "\"");
+  }
+  std::string line = "(" + std::string(*element.name());
+  for (const tarn::AttributeView attribute : element.attributes()) {
+    line.append(" ").append(*attribute.name());
+    if (attribute.value()) line.append(attribute.is_raw() ? ":=" : "=").append(*attribute.value());
+  }
+  if (element.text()) line.append(" \"").append(*element.text()).append("\"");
+  for (const tarn::ElementView child : element.children()) line.append(" ").append(lineOf(child));
+  return line + ")";
+}
+
+TEST(CppElement, IsMadeOfItsPieces) {
+  const std::string_view name("Ada, and more", 3);
+  const tarn::Element element("p", tarn::Attribute("class", "x"), "Hello, ", name,
+                              tarn::Element("b", "!"), tarn::Raw("<br>"));
+  EXPECT_EQ("(p class=x \"Hello, \" \"Ada\" (b \"!\") <<br>>)", lineOf(element.view()));
+}
+
+TEST(CppElement, TakesEveryKindOfText) {
+  const std::string string = "string";
+  const tarn::String own("own");
+  const std::optional<std::string_view> maybe = "maybe";
+  const tarn::Element element("p", string, own.view(), std::string_view("viewed", 4),
+                              maybe.value_or(""), std::string_view("a\0b", 3), "");
+  EXPECT_EQ("(p \"string\" \"own\" \"view\" \"maybe\" \"a\" \"\")", lineOf(element.view()));
+}
+
+TEST(CppElement, MayHaveNothingInIt) {
+  const tarn::Element element("br");
+  EXPECT_TRUE(element);
+  EXPECT_EQ("br", element.view().name());
+  EXPECT_EQ(std::nullopt, element.view().text());
+  EXPECT_FALSE(element.view().is_raw());
+  EXPECT_TRUE(element.view().attributes().empty());
+  EXPECT_TRUE(element.view().children().empty());
+}
+
+TEST(CppElement, TakesPiecesOneByOne) {
+  tarn::Element list("ul");
+  list.add(tarn::Attribute("id", "x")).add("text").add(tarn::Raw("<!-- -->"));
+  list.add(tarn::Element("li", "one")).add(tarn::Attribute("hidden"));
+  EXPECT_EQ("(ul id=x hidden \"text\" <<!-- -->> (li \"one\"))", lineOf(list.view()));
+}
+
+TEST(CppElement, TakesAChildOverWithoutACopy) {
+  tarn::Element child("b", "x");
+  const char *name = child.view().name()->data();
+  tarn::Attribute attribute("id", "y");
+  const char *value = attribute.view().value()->data();
+  const tarn::Element element("p", std::move(child), std::move(attribute));
+  EXPECT_FALSE(child);
+  EXPECT_FALSE(attribute);
+  EXPECT_EQ(name, element.view().children()[0].name()->data());
+  EXPECT_EQ(value, element.view().attributes()[0].value()->data());
+}
+
+TEST(CppElement, TakesWholeListsOver) {
+  tarn::ElementList elements;
+  elements.add(tarn::Element("a")).add("b").add(tarn::Raw("c"));
+  tarn::AttributeList attributes;
+  attributes.add(tarn::Attribute("d", "1")).add(tarn::Attribute("d", "2"));
+  tarn::Element element("p", "first", std::move(elements), std::move(attributes), "last");
+  EXPECT_EQ("(p d=1 d=2 \"first\" (a) \"b\" <c> \"last\")", lineOf(element.view()));
+  EXPECT_TRUE(elements);
+  EXPECT_TRUE(elements.empty());
+  EXPECT_TRUE(attributes.empty());
+  element.add(std::move(elements));
+  EXPECT_EQ(5U, element.view().children().size()) << "an empty list adds nothing";
+  elements.add("again");
+  EXPECT_EQ(1U, elements.size());
+}
+
+TEST(CppElement, HoldsNothingWhenAPieceHoldsNothing) {
+  tarn::Element child("b");
+  const tarn::Element parent("p", std::move(child));
+  EXPECT_TRUE(parent);
+  tarn::Element other("p", std::move(child), "text");
+  EXPECT_FALSE(other);
+  other.add("more").add(tarn::Attribute("id"));
+  EXPECT_FALSE(other);
+  EXPECT_EQ(std::nullopt, other.view().name());
+  EXPECT_TRUE(other.view().children().empty());
+}
+
+TEST(CppElement, CannotBePutIntoItself) {
+  tarn::Element element("p");
+  element.add(std::move(element));
+  EXPECT_FALSE(element);
+}
+
+TEST(CppElement, LendsTextsByTheirPlaceInTheTree) {
+  TarnHandle made = 0;
+  ASSERT_EQ(TARN_OK, CGIgs_new(&made, TARN_ELEMENT_MAGIC));
+  CGIgs_setString(&made, 0, "p", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&made, 1, "own", TARN_ELEMENT_MAGIC);
+  tarn::Element element(tarn::adopt, made);
+  element.add("child");
+  EXPECT_EQ("(p \"own\" \"child\")", lineOf(element.view()));
+}
+
+TEST(CppElement, IsReadAndChangedByTheCInterface) {
+  tarn::Element element("p", tarn::Attribute("id", "x"), "text");
+  TarnHandle attributes = CGIgs_getStruct(element.handle(), 0, TARN_ELEMENT_MAGIC);
+  EXPECT_EQ(1, HTMLAttributeList_getCount(&attributes));
+  tarn::Element child("b");
+  EXPECT_EQ(TARN_OK, HTMLElement_addElement(element.handle(), child.handle()));
+  tarn::Attribute attribute("id", "y");
+  EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element.handle(), attribute.handle()));
+  element.add("end");
+  EXPECT_EQ("(p id=x id=y \"text\" (b) \"end\")", lineOf(element.view()));
+  tarn::ElementView view = element.view();
+  EXPECT_EQ(0, HTMLElement_compare(view.handle(), element.handle()));
+}
+
+TEST(CppElement, MarksWhatWasMadeOfRawAlsoInAClone) {
+  const tarn::Element element("p", tarn::Attribute("onclick", tarn::Raw("f()")), tarn::Raw("<i>"));
+  const tarn::Element copy = element.clone();
+  EXPECT_EQ("(p onclick:=f() <<i>>)", lineOf(copy.view()));
+  tarn::ElementView raw = copy.view().children()[0];
+  EXPECT_EQ(tarn::raw_mark, CGIgs_getInt(raw.handle(), 0, TARN_ELEMENT_MAGIC));
+  EXPECT_FALSE(copy.view().is_raw());
+}
+
+// Built from the inside out, where each step would copy the whole tree if children were copied, and
+// released on a stack that does not bear a call for each level.
+TEST(CppElement, MayBeOfAnyDepth) {
+  tarn::Element tree("innermost");
+  for (int i = 0; i < 200000; ++i) tree = tarn::Element("div", std::move(tree));
+  ASSERT_TRUE(tree);
+  int depth = 0;
+  tarn::ElementView at = tree.view();
+  for (; !at.children().empty(); at = at.children()[0]) ++depth;
+  EXPECT_EQ(200000, depth);
+  EXPECT_EQ("innermost", at.name());
+}
+
+TEST(CppElement, TakesChildrenInProportionToTheirNumber) {
+  tarn::Element list("ul");
+  for (int i = 0; i < 200000; ++i) list.add(tarn::Element("li"));
+  EXPECT_EQ(200000U, list.view().children().size());
+}
+
+TEST(CppAttribute, HasANameAndAValueOrNone) {
+  const tarn::Attribute attribute("name", "value");
+  EXPECT_EQ("name", attribute.view().name());
+  EXPECT_EQ("value", attribute.view().value());
+  EXPECT_FALSE(attribute.view().is_raw());
+  const tarn::Attribute required("required");
+  EXPECT_EQ(std::nullopt, required.view().value());
+  const tarn::Attribute empty("value", "");
+  EXPECT_EQ("", empty.view().value());
+  const tarn::Attribute raw("onclick", tarn::Raw("f()"));
+  EXPECT_EQ("f()", raw.view().value());
+  EXPECT_TRUE(raw.view().is_raw());
+}
+
+TEST(CppElementList, LendsItsElements) {
+  tarn::ElementList list;
+  list.add(tarn::Element("a")).add(tarn::Element("b"));
+  ASSERT_EQ(2U, list.size());
+  EXPECT_FALSE(list.empty());
+  EXPECT_EQ("b", list[1].name());
+  EXPECT_FALSE(list[2]);
+  std::string names;
+  for (const tarn::ElementView element : list) names += *element.name();
+  EXPECT_EQ("ab", names);
+  EXPECT_EQ(1, HTMLElementList_getCount(list.handle()) - 1);
+}
+
+TEST(CppAttributeList, LendsItsAttributes) {
+  tarn::AttributeList list;
+  list.add(tarn::Attribute("a", "1")).add(tarn::Attribute("b"));
+  ASSERT_EQ(2U, list.size());
+  EXPECT_EQ("1", list[0].value());
+  EXPECT_EQ(std::nullopt, list[1].value());
+  std::string names;
+  for (const tarn::AttributeView attribute : list) names += *attribute.name();
+  EXPECT_EQ("ab", names);
+}
+
+}  // namespace

@@ -1,0 +1,401 @@
+// What becomes of uploaded files. The calls that save them can be made to fail: this program's
+// stand in front of the C library's.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <tarn.hpp>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "support/script.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The errno that the next call of this name fails with.
+std::map<std::string, int> failures;
+
+// Whether the call is to fail, this once.
+bool fails(const char *call) {
+  const auto found = failures.find(call);
+  if (found == failures.end()) return false;
+  errno = found->second;
+  failures.erase(found);
+  return true;
+}
+
+// How many bytes a write() takes at most.
+size_t most_written = SIZE_MAX;
+
+}  // namespace
+
+extern "C" {
+
+ssize_t write(int file, const void *bytes, size_t count) {
+  if (fails("write")) return -1;
+  return syscall(SYS_write, file, bytes, std::min(count, most_written));
+}
+
+int fsync(int file) {
+  struct stat about {};
+  fstat(file, &about);
+  if (fails(S_ISDIR(about.st_mode) ? "fsync of the directory" : "fsync")) return -1;
+  return static_cast<int>(syscall(SYS_fsync, file));
+}
+
+int renameat2(int from, const char *name, int to, const char *other, unsigned flags) {
+  if (fails("renameat2")) return -1;
+  return static_cast<int>(syscall(SYS_renameat2, from, name, to, other, flags));
+}
+
+int linkat(int from, const char *name, int to, const char *other, int flags) {
+  if (fails("linkat")) return -1;
+  return static_cast<int>(syscall(SYS_linkat, from, name, to, other, flags));
+}
+
+}  // extern "C"
+
+namespace {
+
+// A file of the test's own, as a request lends it.
+class Upload {
+ public:
+  explicit Upload(const std::string &name, std::string_view bytes = "bytes") {
+    EXPECT_EQ(TARN_OK, CGIgs_new(&handle_, TARN_FORM_FILE_MAGIC));
+    EXPECT_EQ(TARN_OK, FormFile_init(&handle_, "notes", name.c_str(), "text/plain", bytes.data(),
+                                     static_cast<uint32_t>(bytes.size())));
+  }
+  ~Upload() { CGIgs_delete(&handle_, TARN_FORM_FILE_MAGIC); }
+  Upload(const Upload &) = delete;
+  Upload &operator=(const Upload &) = delete;
+
+  tarn::File file() const { return tarn::File(handle_); }
+
+ private:
+  TarnHandle handle_ = 0;
+};
+
+std::string safe(const std::string &name) {
+  const Upload upload(name);
+  const tarn::FileName made = upload.file().safe_name();
+  EXPECT_EQ(made.view(), made.c_str());
+  return made.c_str();
+}
+
+class CppFileSave : public testing::Test {
+ protected:
+  CppFileSave() {
+    std::string name = testing::TempDir() + "tarn-XXXXXX";
+    EXPECT_NE(nullptr, mkdtemp(name.data()));
+    root_ = name;
+    fs::create_directory(directory());
+  }
+  ~CppFileSave() override {
+    failures.clear();
+    most_written = SIZE_MAX;
+    fs::remove_all(root_);
+  }
+
+  fs::path root() const { return root_; }
+  fs::path directory() const { return root_ / "uploads"; }
+
+  // Saves a file named notes.txt.
+  tarn::Saved save(std::string_view bytes = "bytes") const {
+    const Upload upload("notes.txt", bytes);
+    return upload.file().save(directory().native());
+  }
+
+  // Everything in the directory, hidden files too: "name: bytes" each.
+  std::string contents() const {
+    std::map<std::string, std::string> all;
+    for (const fs::directory_entry &entry : fs::directory_iterator(directory())) {
+      all[entry.path().filename()] = read(entry.path());
+    }
+    std::string text;
+    for (const auto &[name, bytes] : all) text.append(name).append(": ").append(bytes).append("\n");
+    return text;
+  }
+
+  static std::string read(const fs::path &path) {
+    std::ostringstream bytes;
+    bytes << std::ifstream(path).rdbuf();
+    return bytes.str();
+  }
+
+  static void put(const fs::path &path, const std::string &bytes) { std::ofstream(path) << bytes; }
+
+  // Saves when a call fails, and expects that nothing is left.
+  void expectNothing(const char *call, int error) {
+    failures[call] = error;
+    const tarn::Saved saved = save();
+    EXPECT_FALSE(saved);
+    EXPECT_EQ(error, saved.error());
+    EXPECT_EQ("", contents());
+    EXPECT_TRUE(failures.empty()) << call << " was never called";
+  }
+
+ private:
+  fs::path root_;
+};
+
+TEST(CppFile, HasWhatTheRequestBrought) {
+  const std::string bytes("a\0b\n", 4);
+  const std::string body =
+      "--b\r\nContent-Disposition: form-data; name=\"notes\"; filename=\"../n%20.txt\"\r\n"
+      "Content-Type: text/x-notes\r\n\r\n" +
+      bytes + "\r\n--b--\r\n";
+  tarn_test::asScript(tarn_test::post("multipart/form-data; boundary=b", body), body, [&bytes] {
+    const tarn::Request request;
+    EXPECT_EQ(std::nullopt, request["notes"]);
+    EXPECT_FALSE(request.file("other"));
+    const std::optional<tarn::File> file = request.file("Notes");
+    ASSERT_TRUE(file);
+    EXPECT_EQ("notes", file->field());
+    EXPECT_EQ("../n .txt", file->name());
+    EXPECT_EQ("text/x-notes", file->type());
+    EXPECT_EQ(bytes, file->bytes());
+    ASSERT_EQ(1U, request.files().size());
+    for (const tarn::File each : request.files()) EXPECT_EQ(bytes, each.bytes());
+    EXPECT_FALSE(request.files()[1]);
+  });
+}
+
+TEST(CppFile, MayHaveNoBytes) {
+  const Upload upload("empty", "");
+  EXPECT_EQ("", upload.file().bytes());
+  EXPECT_EQ("empty", upload.file().name());
+}
+
+TEST(CppFile, MayBeNothingAtAll) {
+  const tarn::File file(0);
+  EXPECT_FALSE(file);
+  EXPECT_EQ(std::nullopt, file.field());
+  EXPECT_EQ(std::nullopt, file.name());
+  EXPECT_EQ(std::nullopt, file.type());
+  EXPECT_EQ("", file.bytes());
+  const tarn::FileName name = file.safe_name();
+  EXPECT_EQ("file", name.view());
+  EXPECT_EQ(EINVAL, file.save("/").error());
+}
+
+TEST(CppFileSafeName, KeepsWhatIsHarmless) {
+  EXPECT_EQ("notes.txt", safe("notes.txt"));
+  EXPECT_EQ("A-z_09.tar.gz", safe("A-z_09.tar.gz"));
+  EXPECT_EQ("na\u00EFve-\u65E5\u672C.txt", safe("na\u00EFve-\u65E5\u672C.txt"));
+  EXPECT_EQ("\U0001F600", safe("\U0001F600"));
+}
+
+TEST(CppFileSafeName, LeavesThePathOut) {
+  EXPECT_EQ("passwd", safe("../../etc/passwd"));
+  EXPECT_EQ("notes.txt", safe("C:\\My Documents\\notes.txt"));
+  EXPECT_EQ("b", safe("a\\x/b"));
+  EXPECT_EQ("b", safe("a/x\\b"));
+  EXPECT_EQ("file", safe("a/"));
+}
+
+TEST(CppFileSafeName, NeitherHidesTheFileNorPassesForAnOption) {
+  EXPECT_EQ("profile", safe(".profile"));
+  EXPECT_EQ("rf", safe("-rf"));
+  EXPECT_EQ("x", safe(".-.-x"));
+}
+
+TEST(CppFileSafeName, IsNeverEmpty) {
+  for (const char *name : {"", ".", "..", "/", "-", "../..", "\\"}) EXPECT_EQ("file", safe(name));
+}
+
+TEST(CppFileSafeName, ReplacesWhatCouldDoHarm) {
+  EXPECT_EQ("a_b", safe("a b"));
+  EXPECT_EQ("a______________b", safe("a\n\t\"'<>|;&$`*?~b"));
+  EXPECT_EQ("a_b", safe("a\x7F"
+                        "b"));
+  EXPECT_EQ("a_b", safe("a\u0085b")) << "a control character";
+  EXPECT_EQ("a_b", safe("a\u00A0b")) << "a blank";
+  EXPECT_EQ("a_gpj.exe", safe("a\u202Egpj.exe")) << "from right to left";
+  EXPECT_EQ("a_b", safe("a\u200Bb")) << "nothing to be seen";
+}
+
+TEST(CppFileSafeName, ReplacesBytesThatAreNotUtf8) {
+  EXPECT_EQ("a_b", safe("a\xE9"
+                        "b"));
+  EXPECT_EQ("a__b", safe("a\xC0\xAF"
+                         "b"))
+      << "a slash in two bytes";
+  EXPECT_EQ("a___b", safe("a\xE0\x80\xAF"
+                          "b"))
+      << "a slash in three bytes";
+  EXPECT_EQ("a___b", safe("a\xED\xA0\x80"
+                          "b"))
+      << "half of a pair";
+  EXPECT_EQ("a____b", safe("a\xF4\x90\x80\x80"
+                           "b"))
+      << "beyond the last character";
+  EXPECT_EQ("a____b", safe("a\xF0\x80\x80\xAF"
+                           "b"))
+      << "a slash in four bytes";
+  EXPECT_EQ("a__", safe("a\xE2\x82")) << "cut off";
+  EXPECT_EQ("a_", safe("a\xFF"));
+}
+
+TEST(CppFileSafeName, IsCutBetweenCharacters) {
+  EXPECT_EQ(std::string(200, 'x'), safe(std::string(200, 'x')));
+  EXPECT_EQ(std::string(200, 'x'), safe(std::string(300, 'x')));
+  EXPECT_EQ(std::string(198, 'x'), safe(std::string(198, 'x') + "\u20AC and more"));
+  EXPECT_EQ(std::string(197, 'x') + "\u20AC", safe(std::string(197, 'x') + "\u20AC and more"));
+}
+
+TEST_F(CppFileSave, WritesTheBytesUnderTheSafeName) {
+  const std::string bytes("\0\r\n\xFF", 4);
+  const Upload upload("../my notes.txt", bytes);
+  const tarn::Saved saved = upload.file().save(directory().native());
+  EXPECT_TRUE(saved);
+  EXPECT_EQ(0, saved.error());
+  EXPECT_EQ("my_notes.txt", saved.name().view());
+  EXPECT_EQ("my_notes.txt: " + bytes + "\n", contents());
+}
+
+TEST_F(CppFileSave, TakesANameOfTheScripts) {
+  const Upload upload("ignored");
+  EXPECT_TRUE(upload.file().save(directory().native() + "//", ".kept here"));
+  EXPECT_EQ(".kept here: bytes\n", contents());
+}
+
+TEST_F(CppFileSave, KeepsAnEmptyFile) {
+  EXPECT_TRUE(save(""));
+  EXPECT_EQ("notes.txt: \n", contents());
+}
+
+TEST_F(CppFileSave, IsForTheScriptsUserAlone) {
+  const mode_t before = umask(0);
+  EXPECT_TRUE(save());
+  umask(before);
+  EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write,
+            fs::status(directory() / "notes.txt").permissions());
+}
+
+TEST_F(CppFileSave, RefusesWhatIsNoNameOfAFile) {
+  const Upload upload("x");
+  const std::string zero("a\0b", 3);
+  for (const std::string &name :
+       {std::string(), std::string("."), std::string(".."), std::string("a/b"), std::string("/x"),
+        std::string(256, 'x'), zero}) {
+    EXPECT_EQ(EINVAL, upload.file().save(directory().native(), name).error()) << name;
+  }
+  EXPECT_EQ("", contents());
+  EXPECT_TRUE(upload.file().save(directory().native(), std::string(255, 'x')));
+}
+
+TEST_F(CppFileSave, OverwritesNothing) {
+  put(directory() / "notes.txt", "old");
+  EXPECT_EQ(EEXIST, save().error());
+  EXPECT_EQ("notes.txt: old\n", contents());
+}
+
+TEST_F(CppFileSave, FollowsNoLinkWithTheName) {
+  put(root() / "target", "old");
+  fs::create_symlink(root() / "target", directory() / "notes.txt");
+  EXPECT_EQ(EEXIST, save().error());
+  EXPECT_EQ("old", read(root() / "target"));
+  fs::remove(root() / "target");
+  EXPECT_EQ(EEXIST, save().error());
+  EXPECT_FALSE(fs::exists(root() / "target"));
+  EXPECT_TRUE(fs::is_symlink(directory() / "notes.txt"));
+}
+
+TEST_F(CppFileSave, FollowsNoLinkWithTheNameOfTheTemporary) {
+  put(root() / "target", "old");
+  const std::string prefix = ".tarn-" + std::to_string(getpid()) + "-";
+  fs::create_symlink(root() / "target", directory() / (prefix + "0"));
+  put(directory() / (prefix + "1"), "left over");
+  EXPECT_TRUE(save());
+  EXPECT_EQ("old", read(root() / "target"));
+  EXPECT_EQ("left over", read(directory() / (prefix + "1")));
+  EXPECT_EQ("bytes", read(directory() / "notes.txt"));
+}
+
+TEST_F(CppFileSave, FollowsNoLinkToTheDirectory) {
+  fs::create_directory_symlink(directory(), root() / "link");
+  const Upload upload("notes.txt");
+  EXPECT_NE(0, upload.file().save((root() / "link").native()).error());
+  EXPECT_NE(0, upload.file().save((root() / "link").native() + "/").error());
+  EXPECT_EQ("", contents());
+}
+
+TEST_F(CppFileSave, TellsThatThereIsNoDirectory) {
+  const Upload upload("notes.txt");
+  EXPECT_EQ(ENOENT, upload.file().save((root() / "none").native()).error());
+  EXPECT_EQ(ENOENT, upload.file().save("").error());
+  put(root() / "plain", "");
+  EXPECT_EQ(ENOTDIR, upload.file().save((root() / "plain").native()).error());
+}
+
+TEST_F(CppFileSave, LeavesNothingWhenACallFails) {
+  expectNothing("write", ENOSPC);
+  expectNothing("fsync", EIO);
+  expectNothing("renameat2", EACCES);
+  expectNothing("fsync of the directory", EIO);
+}
+
+TEST_F(CppFileSave, LeavesNothingWhenTheDiskIsFull) {
+  const rlimit before = [] {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    return limit;
+  }();
+  const rlimit small{10, before.rlim_max};
+  auto *const handler = std::signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &small);
+  const tarn::Saved saved = save("more than ten bytes");
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(EFBIG, saved.error());
+  EXPECT_EQ("", contents());
+}
+
+TEST_F(CppFileSave, WritesOnAfterASignalAndAfterAFewBytes) {
+  failures["write"] = EINTR;
+  most_written = 2;
+  EXPECT_TRUE(save("seven b"));
+  EXPECT_EQ("notes.txt: seven b\n", contents());
+}
+
+TEST_F(CppFileSave, LinksWhereTheFileSystemCannotRenameSo) {
+  for (const int error : {EINVAL, ENOSYS}) {
+    failures["renameat2"] = error;
+    EXPECT_TRUE(save());
+    EXPECT_EQ("notes.txt: bytes\n", contents());
+    failures["renameat2"] = error;
+    EXPECT_EQ(EEXIST, save("other").error());
+    EXPECT_EQ("notes.txt: bytes\n", contents());
+    fs::remove(directory() / "notes.txt");
+    failures["renameat2"] = error;
+    expectNothing("linkat", EPERM);
+  }
+}
+
+TEST_F(CppFileSave, SucceedsWhereADirectoryCannotBeSynced) {
+  failures["fsync of the directory"] = EINVAL;
+  EXPECT_TRUE(save());
+  EXPECT_EQ("notes.txt: bytes\n", contents());
+}
+
+TEST_F(CppFileSave, LeavesNoDescriptorOpen) {
+  const auto open = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  const auto before = open();
+  EXPECT_TRUE(save());
+  EXPECT_FALSE(save());
+  failures["write"] = ENOSPC;
+  EXPECT_FALSE(save());
+  EXPECT_EQ(before, open());
+}
+
+}  // namespace
