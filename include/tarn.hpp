@@ -1534,9 +1534,9 @@ inline Element &Element::add(ElementList &&elements) &noexcept {
 
 // ---- Answers ------------------------------------------------------------------------------------
 //
-// A page is a tree of elements: html() writes it, Response sends it with its header. Whatever stands
-// in the tree is text in UTF-8 and is escaped for its place; only Raw is markup. What cannot be
-// written safely is refused as a whole, never in part, and problem() tells why.
+// A page is a tree of elements: html() writes it, Response sends it with its header. Whatever
+// stands in the tree is text in UTF-8 and is escaped for its place; only Raw is markup. What cannot
+// be written safely is refused as a whole, never in part, and problem() tells why.
 
 /** A text of its own, or the reason why there is none. */
 class Text {
@@ -1780,8 +1780,8 @@ Text escaped(std::string_view text) noexcept {
 }  // namespace detail
 
 /** Escapes a text for HTML that you write yourself: for a place between tags, or for an attribute's
- *  value in quotation marks of either kind. What is no UTF-8, and control characters other than tabs
- *  and line ends, become U+FFFD.
+ *  value in quotation marks of either kind. What is no UTF-8, and control characters other than
+ *  tabs and line ends, become U+FFFD.
  */
 [[nodiscard]] inline Text escape_html(std::string_view text) noexcept {
   return detail::escaped<detail::put_html>(text);
@@ -1995,8 +1995,8 @@ class Renderer {
  *  A browser reads the tree that was built: texts and attributes' values come back as they are, but
  *  for what escape_html() replaces. Trees may be of any depth. Refused are
  *
- *   - names of elements with more than letters, digits and "-", and `plaintext`; names of attributes
- *     with blanks, control characters, quotation marks of any kind, or any of "/<=>"
+ *   - names of elements with more than letters, digits and "-", and `plaintext`; names of
+ *     attributes with blanks, control characters, quotation marks of any kind, or any of "/<=>"
  *   - content in an element that is always empty, such as `br`; elements in `title`, `textarea` and
  *     in those for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
  *   - text in an element for code that is not Raw, and Raw that would end one before its end

@@ -434,7 +434,8 @@ TEST(Response, RefusesLineEndsInCommonHeadersToo) {
 
 TEST(Response, HasEtagsOfAllThatCanStandInOne) {
   EXPECT_EQ("ETag: \"\"\r\n", linesOf([](Response &response) { response.etag(""); }));
-  EXPECT_EQ("ETag: \"!#'\\~é\"\r\n", linesOf([](Response &response) { response.etag("!#'\\~é"); }));
+  EXPECT_EQ("ETag: \"!#'\\~\xFF\"\r\n",
+            linesOf([](Response &response) { response.etag("!#'\\~\xFF"); }));
   for (const std::string_view tag : {"\""sv, "a b"sv, "a\r\nb"sv, "\0"sv, "\t"sv, "\x7F"sv}) {
     EXPECT_EQ("an etag is none", problemOf([&](Response &response) { response.etag(tag); }));
   }
