@@ -1701,6 +1701,12 @@ void put_replaced(Buffer &out, std::string_view text, Replacement replacement) n
   out << std::string_view(copied, static_cast<std::size_t>(end - copied));
 }
 
+// Whether a character of UTF-8 is a control character, from ASCII or from U+0080 to U+009F. Its last
+// byte is its number.
+constexpr bool is_control(std::string_view character) noexcept {
+  return is_control(character[0]) || (character[0] == '\xC2' && character[1] < '\xA0');
+}
+
 // A page has no control characters but tabs and line ends.
 inline std::string_view html_replacement(std::string_view character) noexcept {
   constexpr std::string_view kUnknown = "\xEF\xBF\xBD";
@@ -1721,10 +1727,8 @@ inline std::string_view html_replacement(std::string_view character) noexcept {
     case '\t':
     case '\n':
       return {};
-    case '\xC2':
-      return character[1] < '\xA0' ? kUnknown : std::string_view();
     default:
-      return is_control(character[0]) ? kUnknown : std::string_view();
+      return is_control(character) ? kUnknown : std::string_view();
   }
 }
 
@@ -1760,9 +1764,9 @@ inline void put_json(Buffer &out, std::string_view text) noexcept {
     // Older scripts end a line here.
     if (character == "\xE2\x80\xA8") return "\\u2028";
     if (character == "\xE2\x80\xA9") return "\\u2029";
-    const char c = character[0];
-    if (!is_control(c) && !is_among(c, "\"\\<>&'")) return {};
-    std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
+    if (!is_control(character) && !is_among(character[0], "\"\\<>&'")) return {};
+    const auto number = static_cast<unsigned char>(character.back());
+    std::snprintf(escape, sizeof escape, "\\u%04x", number);
     return escape;
   });
   out << "\"";
@@ -2124,6 +2128,7 @@ class SetCookie {
   /** Keeps it for so many seconds. 0 deletes it. */
   SetCookie &max_age(std::int64_t seconds) noexcept {
     max_age_ = seconds;
+    keeps_ = true;
     return *this;
   }
   /** For the pages below this path, which begins with "/". */
@@ -2181,9 +2186,9 @@ class SetCookie {
   void put(detail::Buffer &out) const noexcept {
     out << "Set-Cookie: " << name_ << "=";
     detail::put_url(out, value_);
-    if (max_age_) {
+    if (keeps_) {
       char age[24];
-      std::snprintf(age, sizeof age, "%lld", static_cast<long long>(*max_age_));
+      std::snprintf(age, sizeof age, "%lld", static_cast<long long>(max_age_));
       out << "; Max-Age=" << age;
     }
     if (!domain_.empty()) out << "; Domain=" << domain_;
@@ -2198,7 +2203,8 @@ class SetCookie {
   std::string_view value_;
   std::string_view path_ = "/";
   std::string_view domain_;
-  std::optional<std::int64_t> max_age_;
+  std::int64_t max_age_ = 0;
+  bool keeps_ = false;  // beyond the browser's session
   SameSite same_site_ = SameSite::lax;
   bool secure_ = false;
   bool http_only_ = true;

@@ -116,6 +116,7 @@ TEST(EscapeJson, MakesAStringWithItsQuotationMarks) {
 TEST(EscapeJson, EscapesWhatEndsAStringOrALine) {
   EXPECT_EQ("\"\\u0022\\u005c\\u0000\\u0009\\u000a\\u000d\\u001f\\u007f\"",
             inJson("\"\\\0\t\n\r\x1F\x7F"sv));
+  EXPECT_EQ("\"\\u0080\\u009f\u00A0\"", inJson("\u0080\u009F\u00A0"));
   EXPECT_EQ("\"a\\u2028b\\u2029c\u2027\u202A\"", inJson("a\u2028b\u2029c\u2027\u202A"));
 }
 
