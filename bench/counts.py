@@ -23,6 +23,9 @@ REQUESTS = {
 # What may be exceeded, in per cent, until it counts as grown. The rest is exact.
 MARGIN = {"instructions": 2, "instructions in main()": 2}
 
+# What the same script on tarn.hpp may cost more, in per cent.
+CXX_MARGIN = 3
+
 
 def count(make):
     request = make()
@@ -39,9 +42,22 @@ def count(make):
         }
 
 
-def count_all():
+def compare(make):
+    """What the script costs in C, and what it costs in C++."""
+    request = make()
+    # What a program links to is looked up at the first call of it, in main(), which says nothing of
+    # the language: the loader is to do it.
+    variables = request.variables | {"LD_BIND_NOW": "1"}
+    with measure.body_file(request.body) as body:
+        return [
+            measure.instructions(program, variables, body, request.answer)
+            for program in ("./tarn", "./tarn-c++")
+        ]
+
+
+def for_all(measured):
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        return dict(zip(REQUESTS, pool.map(count, REQUESTS.values())))
+        return dict(zip(REQUESTS, pool.map(measured, REQUESTS.values())))
 
 
 def changes(recorded, counted):
@@ -53,8 +69,16 @@ def changes(recorded, counted):
                 yield now > before, f"{name}: {what} {before:,} -> {now:,} ({now - before:+,})"
 
 
+def dearer(compared):
+    """Each request for which the script in C++ costs too much more."""
+    for name, (in_c, in_cxx) in compared.items():
+        for what, before, now in zip(("instructions", "instructions in main()"), in_c, in_cxx):
+            if now > before * (1 + CXX_MARGIN / 100):
+                yield f"{name}: {what} {before:,} in C, {now:,} in C++ ({now - before:+,})"
+
+
 def main(arguments):
-    counted = count_all()
+    counted = for_all(count)
     if arguments == ["--update"]:
         with open(RECORDED, "w", encoding="utf-8") as file:
             json.dump(counted, file, indent=2)
@@ -70,6 +94,12 @@ def main(arguments):
     print(f"{len(counted)} requests cost no more than bench/counts.json records.")
     if found:
         print("scripts/counts --update records that some cost less.")
+    too_dear = list(dearer(for_all(compare)))
+    for text in too_dear:
+        print("dearer:", text)
+    if too_dear:
+        return "scripts/counts: a script costs more in C++ than in C."
+    print(f"In C++ none of them costs over {CXX_MARGIN} % more than in C.")
     return 0
 
 

@@ -15,7 +15,8 @@
  *  3. Missing and empty. What may be missing is a std::optional: nothing is not the empty text.
  *  4. Texts. A text that you pass is a std::string_view and is copied; it counts up to its first
  *     zero byte, as all texts of the interface do. Names to look for are `const char *`. Neither
- *     may be a null pointer.
+ *     may be a null pointer. A text that is lent has a zero byte after its end; bytes() and body()
+ *     may have some in the middle too.
  *  5. Memory. What could not be made whole holds nothing, and neither does what it was to be part
  *     of: `if (!element)` asks. Only a clone() lacks silently what memory did not suffice for.
  *  6. C. handle() gives the address that a function of tarn.h takes, release() gives an object

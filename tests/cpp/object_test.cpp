@@ -106,7 +106,7 @@ using Types = testing::Types<tarn::String, tarn::Cookie, tarn::CookieList, tarn:
                              tarn::ResponseHeader, tarn::MultiPartHeader, tarn::Attribute,
                              tarn::AttributeList, tarn::Element, tarn::ElementList>;
 
-TYPED_TEST_SUITE(CppObject, Types);
+TYPED_TEST_SUITE(CppObject, Types, );
 
 TYPED_TEST(CppObject, IsAsSmallAsAHandle) { EXPECT_EQ(sizeof(TarnHandle), sizeof(TypeParam)); }
 
