@@ -1542,9 +1542,17 @@ inline Element &Element::add(ElementList &&elements) &noexcept {
 /** A text of its own, or the reason why there is none. */
 class Text {
  public:
-  explicit Text(const char *problem) noexcept : problem_(problem) {}
-  /** Takes over a block of malloc() that holds `size` bytes and a zero byte. */
-  Text(char *text, std::size_t size) noexcept : text_(text), size_(size) {}
+  /** Takes over a block of malloc() that holds `size` bytes and a zero byte. Null is an empty text.
+   */
+  Text(Adopt, char *text, std::size_t size) noexcept : text_(text), size_(size) {}
+
+  /** No text. @param problem  why; a constant text */
+  static Text refused(const char *problem) noexcept {
+    Text none(adopt, nullptr, 0);
+    none.problem_ = problem;
+    return none;
+  }
+
   Text(Text &&other) noexcept
       : text_(std::exchange(other.text_, nullptr)),
         size_(std::exchange(other.size_, 0)),
@@ -1600,9 +1608,9 @@ class Buffer {
   std::string_view written() const noexcept { return {text_ != nullptr ? text_ : "", size_}; }
 
   Text take() noexcept {
-    if (failed_) return Text("memory has run out");
+    if (failed_) return Text::refused("memory has run out");
     room_ = 0;
-    return {std::exchange(text_, nullptr), std::exchange(size_, 0)};
+    return Text(adopt, std::exchange(text_, nullptr), std::exchange(size_, 0));
   }
 
  private:
@@ -1997,8 +2005,9 @@ class Renderer {
 
 /** Writes an element, with all that is in it, as HTML; an `html` element with its DOCTYPE.
  *
- *  A browser reads the tree that was built: texts and attributes' values come back as they are, but
- *  for what escape_html() replaces. Trees may be of any depth. Refused are
+ *  A browser reads the tree that was built, where HTML has such trees (it has no paragraph within a
+ *  paragraph), with every text and value as it was, but for what escape_html() replaces; of
+ *  attributes of one name it takes the first. Trees may be of any depth. Refused are
  *
  *   - names of elements with more than letters, digits and "-", and `plaintext`; names of
  *     attributes with blanks, control characters, quotation marks of any kind, or any of "/<=>"
@@ -2012,11 +2021,11 @@ class Renderer {
  *  @return the text; or why there is none: something was refused, or memory has run out
  */
 [[nodiscard]] inline Text html(const Element &element) noexcept {
-  if (!element) return Text("there is no element");
+  if (!element) return Text::refused("there is no element");
   const ElementView top = element.view();
   detail::Buffer out;
   if (detail::is_one_of(top.name().value_or(""), {"html"})) out << "<!DOCTYPE html>\n";
-  if (const char *problem = detail::Renderer(out).render(top)) return Text(problem);
+  if (const char *problem = detail::Renderer(out).render(top)) return Text::refused(problem);
   return out.take();
 }
 
@@ -2437,8 +2446,8 @@ class Response {
   bool head_;
   bool sent_ = false;
   int status_ = 200;
-  Text type_{nullptr, 0};
-  Text location_{nullptr, 0};
+  Text type_{adopt, nullptr, 0};
+  Text location_{adopt, nullptr, 0};
   detail::Buffer lines_;
   detail::Buffer cookies_;
   const char *problem_ = nullptr;

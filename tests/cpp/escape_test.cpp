@@ -152,7 +152,7 @@ TEST(Text, IsMovedWithItsBlock) {
 }
 
 TEST(Text, ThatWasRefusedIsEmptyAndSaysWhy) {
-  const tarn::Text refused("because");
+  const tarn::Text refused = tarn::Text::refused("because");
   EXPECT_FALSE(refused);
   EXPECT_EQ("", refused.view());
   EXPECT_STREQ("", refused.c_str());
