@@ -255,8 +255,8 @@ TEST(Response, SaysItsStatus) {
       {503, "Status: 503 Service Unavailable\r\n"},
       {599, "Status: 599 Other\r\n"},
   };
-  for (const auto &[status, line] : kCases) {
-    EXPECT_EQ(line, linesOf([&](Response &response) { response.status(status); }));
+  for (const auto &one : kCases) {
+    EXPECT_EQ(one.second, linesOf([&](Response &response) { response.status(one.first); }));
   }
 }
 
@@ -328,9 +328,9 @@ TEST(Response, RedirectsWithTheStatusThatIsAskedFor) {
                                                 {303, "303 See Other"},
                                                 {307, "307 Temporary Redirect"},
                                                 {308, "308 Permanent Redirect"}};
-  for (const auto &[code, status] : kCases) {
-    const std::string lines = "Status: " + status + "\r\nLocation: /\r\n";
-    EXPECT_EQ(lines, linesOf([&](Response &response) { response.redirect("/", code); }));
+  for (const auto &one : kCases) {
+    const std::string lines = "Status: " + one.second + "\r\nLocation: /\r\n";
+    EXPECT_EQ(lines, linesOf([&](Response &response) { response.redirect("/", one.first); }));
   }
 }
 
@@ -448,16 +448,16 @@ TEST(Response, SaysWhenTheContentWasChanged) {
       {1709251199, "Thu, 29 Feb 2024 23:59:59 GMT"},
       {-1, "Wed, 31 Dec 1969 23:59:59 GMT"},
   };
-  for (const auto &[when, date] : kCases) {
-    EXPECT_EQ("Last-Modified: " + date + "\r\n",
-              linesOf([&](Response &response) { response.last_modified(when); }));
+  for (const auto &one : kCases) {
+    EXPECT_EQ("Last-Modified: " + one.second + "\r\n",
+              linesOf([&](Response &response) { response.last_modified(one.first); }));
   }
 }
 
 // 32 bits do not reach so far.
 TEST(Response, RefusesTimesOfYearsThatHaveNotFourDigits) {
   if constexpr (sizeof(std::time_t) > 4) {
-    constexpr std::time_t kLastSecond = 253402300799;
+    constexpr auto kLastSecond = static_cast<std::time_t>(253402300799);
     EXPECT_EQ("Last-Modified: Fri, 31 Dec 9999 23:59:59 GMT\r\n",
               linesOf([&](Response &response) { response.last_modified(kLastSecond); }));
     for (const std::time_t when : {kLastSecond + 1, std::numeric_limits<std::time_t>::max(),
