@@ -26,6 +26,10 @@
 #ifndef TARN_HPP
 #define TARN_HPP
 
+#if __cplusplus < 201703L
+#error "tarn.hpp is C++17: compile with -std=c++17 or a later one"
+#endif
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -727,7 +731,9 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
   }
 
   /** Saves the bytes under safe_name(). See the other save(). */
-  Saved save(std::string_view directory) const noexcept { return save_as(directory, safe_name()); }
+  [[nodiscard]] Saved save(std::string_view directory) const noexcept {
+    return save_as(directory, safe_name());
+  }
 
   /** Saves the bytes as a new file that only the script's user may read and write.
    *
@@ -745,7 +751,7 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
    *  @return the name, and 0 or the errno of what failed: EEXIST when the name is taken; EINVAL
    *          when it is none for a file, or the file has no field()
    */
-  Saved save(std::string_view directory, std::string_view name) const noexcept {
+  [[nodiscard]] Saved save(std::string_view directory, std::string_view name) const noexcept {
     return save_as(directory, FileName(name));
   }
 
@@ -1001,7 +1007,10 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   void cookies() const && = delete;
 
   /** The environment with the body. */
-  Environment environment() const &noexcept { return Environment(child(0)); }
+  Environment environment() const &noexcept {
+    const Environment lent(child(0));
+    return lent;
+  }
   void environment() const && = delete;
 
  private:
@@ -1085,7 +1094,8 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
    *  @param format  as for printf(); never a text that a visitor sent
    *  @return false when nothing was appended
    */
-  bool append_format(const char *format, ...) noexcept TARN_PRINTF(2, 3) {
+  bool append_format(const char *format, ...) noexcept  // NOLINT(cert-dcl50-cpp): as printf()
+      TARN_PRINTF(2, 3) {
     va_list args;
     va_start(args, format);
     char *text = nullptr;
@@ -1384,7 +1394,7 @@ class Attribute
 
   /** An attribute with a value that is trusted: a script for `onclick`, a URL of any scheme. It is
    *  escaped too, so that it stays what it is. */
-  Attribute(std::string_view name, Raw value) noexcept : Attribute(name, value.text()) {
+  Attribute(std::string_view name, const Raw &value) noexcept : Attribute(name, value.text()) {
     CGIgs_setInt(&handle_, 0, raw_mark, TARN_ATTRIBUTE_MAGIC);
   }
 };
@@ -1465,7 +1475,7 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
   Element &add(std::nullptr_t) & = delete;
 
   /** Appends markup that is trusted as it stands. */
-  Element &add(Raw markup) &noexcept {
+  Element &add(const Raw &markup) &noexcept {
     return add(Element(detail::TextPiece{markup.text(), raw_mark}));
   }
 
@@ -1523,7 +1533,7 @@ class ElementList : public detail::List<ElementList, Element, Elements, HTMLElem
   ElementList &add(std::nullptr_t) & = delete;
 
   /** Appends markup that is trusted as it stands. */
-  ElementList &add(Raw markup) &noexcept {
+  ElementList &add(const Raw &markup) &noexcept {
     return add(Element(detail::TextPiece{markup.text(), raw_mark}));
   }
 };

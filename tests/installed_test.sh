@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the library into a folder of its own, moves that folder, and builds against it in each way
 # that a user might: by the compiler alone, by pkg-config, and by CMake's find_package(). The script
-# is the README's, and each build of it has to print what the README shows.
+# is the README's, in C and in C++, and each build of it has to print what the README shows.
 set -euo pipefail
 
 # A compiler is an absolute path, followed by the flags that the library was built with.
@@ -45,7 +45,7 @@ fi
 # ---- The README's script -------------------------------------------------------------------------
 
 awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >greet.c
-cp greet.c greet.cpp
+cp "$source/tests/installed/greet.cpp" .
 compile=$(sed -n 's/^\$ \(cc .*greet.*\)/\1/p' "$source/README.md")
 call=$(sed -n 's/^\$ \(.*\.\/greet\)$/\1/p' "$source/README.md")
 shown=$(sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d')
@@ -85,6 +85,9 @@ by_compiler cc greet.c -l:libtarn.a -o greet-archive
 greets ./greet-archive
 asks_for greet-archive libc.so.6
 
+by_compiler c++ -std=c++17 greet.cpp -ltarn -o greet++
+greets ./greet++ LD_LIBRARY_PATH="$library"
+
 strict=(-Wall -Wextra -Wpedantic -Werror)
 for example in "$source"/examples/*.c; do
   by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn -o example
@@ -103,14 +106,14 @@ cc greet.c "${flags[@]}" -o greet-pkg-config
 greets ./greet-pkg-config LD_LIBRARY_PATH="$library"
 asks_for greet-pkg-config 'libtarn.so.1 libc.so.6'
 
-c++ greet.cpp "${flags[@]}" -o greet-pkg-config++
+c++ -std=c++17 greet.cpp "${flags[@]}" -o greet-pkg-config++
 greets ./greet-pkg-config++ LD_LIBRARY_PATH="$library"
 
 cc -static greet.c "${static_flags[@]}" -o greet-pkg-config-static
 greets ./greet-pkg-config-static
 asks_for greet-pkg-config-static ''
 
-c++ -static greet.cpp "${static_flags[@]}" -o greet-pkg-config-static++
+c++ -std=c++17 -static greet.cpp "${static_flags[@]}" -o greet-pkg-config-static++
 greets ./greet-pkg-config-static++
 
 # ---- By find_package() ---------------------------------------------------------------------------
@@ -119,7 +122,7 @@ greets ./greet-pkg-config-static++
 for languages in C 'C;CXX'; do
   project=find_package-${languages/;/-}
   mkdir "$project"
-  cp greet.c greet.cpp "$source/tests/installed/CMakeLists.txt" "$project"
+  cp greet.c "$source"/tests/installed/* "$project"
   cmake -S "$project" -B "$project/build" -G Ninja --no-warn-unused-cli \
     -DLANGUAGES="$languages" -DCMAKE_PREFIX_PATH="$root/moved" \
     -DCMAKE_C_COMPILER="$root/bin/cc" -DCMAKE_CXX_COMPILER="$root/bin/c++" >log ||
