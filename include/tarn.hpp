@@ -1607,8 +1607,9 @@ class Buffer {
   Buffer &operator=(const Buffer &) = delete;
 
   Buffer &operator<<(std::string_view text) noexcept {
-    if (text.empty() || !reserve(size_ + text.size() + 1)) return *this;
-    std::memcpy(text_ + size_, text.data(), text.size());
+    char *const place = text.empty() ? nullptr : reserve(text.size());
+    if (place == nullptr) return *this;
+    std::memcpy(place, text.data(), text.size());
     size_ += text.size();
     text_[size_] = '\0';
     return *this;
@@ -1620,20 +1621,21 @@ class Buffer {
   Text take() noexcept {
     if (failed_) return Text::refused("memory has run out");
     room_ = 0;
-    return Text(adopt, std::exchange(text_, nullptr), std::exchange(size_, 0));
+    return {adopt, std::exchange(text_, nullptr), std::exchange(size_, 0)};
   }
 
  private:
-  // What fails once leaves a gap, and all of it is lost.
-  bool reserve(std::size_t room) noexcept {
-    if (room <= room_ || failed_) return !failed_;
-    const std::size_t grown = room > 2 * room_ ? room : 2 * room_;
-    auto *text = static_cast<char *>(std::realloc(text_, grown));
-    failed_ = text == nullptr;
-    if (failed_) return false;
-    text_ = text;
-    room_ = grown;
-    return true;
+  // Where so many bytes and a zero byte go; null without memory. What is missing once would leave a
+  // gap, so that all is lost.
+  char *reserve(std::size_t count) noexcept {
+    const std::size_t needed = size_ + count + 1;
+    if (needed > room_ && !failed_) {
+      room_ = needed > 2 * room_ ? needed : 2 * room_;
+      auto *grown = static_cast<char *>(std::realloc(text_, room_));
+      failed_ = grown == nullptr;
+      if (!failed_) text_ = grown;
+    }
+    return failed_ ? nullptr : text_ + size_;
   }
 
   char *text_ = nullptr;
@@ -1658,10 +1660,9 @@ constexpr bool is_alphanumeric(char c) noexcept { return is_letter(c) || is_digi
 
 template <class Test>
 constexpr bool all_of(std::string_view text, Test test) noexcept {
-  for (const char c : text) {
-    if (!test(c)) return false;
-  }
-  return true;
+  std::size_t passed = 0;
+  while (passed < text.size() && test(text[passed])) ++passed;
+  return passed == text.size();
 }
 
 // Without regard to the case of letters, in any locale.
@@ -1676,10 +1677,11 @@ constexpr bool begins_with(std::string_view text, std::string_view beginning) no
 
 template <std::size_t kCount>
 constexpr bool is_one_of(std::string_view name, const std::string_view (&names)[kCount]) noexcept {
+  bool found = false;
   for (const std::string_view one : names) {
-    if (name.size() == one.size() && begins_with(name, one)) return true;
+    found = found || (name.size() == one.size() && begins_with(name, one));
   }
-  return false;
+  return found;
 }
 
 // How many bytes the first character takes; 0 when they are no UTF-8.
@@ -1720,7 +1722,7 @@ void put_replaced(Buffer &out, std::string_view text, Replacement replacement) n
   out << std::string_view(copied, static_cast<std::size_t>(end - copied));
 }
 
-// Whether a character of UTF-8 is a control character, from ASCII or from U+0080 to U+009F. Its last
+// Whether a character of UTF-8 is a control character, of ASCII or from U+0080 to U+009F. Its last
 // byte is its number.
 constexpr bool is_control(std::string_view character) noexcept {
   return is_control(character[0]) || (character[0] == '\xC2' && character[1] < '\xA0');

@@ -192,6 +192,7 @@ TEST(Response, GoesToTheStandardOutput) {
 TEST(Response, IsSentOnce) {
   Output out;
   Response response(out);
+  response.header("X-First", "1").cookie(SetCookie("first", "1"));
   EXPECT_TRUE(response.send_text("first"));
   const std::string first = out.written();
   response.header("X-Late", "1").cookie(SetCookie("late", "1"));
