@@ -41,6 +41,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <initializer_list>
 #include <iterator>
 #include <optional>
 #include <string_view>
@@ -1543,6 +1545,926 @@ inline Element &Element::add(ElementList &&elements) &noexcept {
 }
 
 // ---- Answers ------------------------------------------------------------------------------------
+//
+// A page is a tree of elements: html() writes it, Response sends it with its header. Whatever
+// stands in the tree is text in UTF-8 and is escaped for its place; only Raw is markup. What cannot
+// be written safely is refused as a whole, never in part, and problem() tells why.
+
+/** A text of its own, or the reason why there is none. */
+class Text {
+ public:
+  /** Takes over a block of malloc() that holds `size` bytes and a zero byte. Null is an empty text.
+   */
+  Text(Adopt, char *text, std::size_t size) noexcept : text_(text), size_(size) {}
+
+  /** No text. @param problem  why; a constant text */
+  static Text refused(const char *problem) noexcept {
+    Text none(adopt, nullptr, 0);
+    none.problem_ = problem;
+    return none;
+  }
+
+  Text(Text &&other) noexcept
+      : text_(std::exchange(other.text_, nullptr)),
+        size_(std::exchange(other.size_, 0)),
+        problem_(other.problem_) {}
+  Text &operator=(Text &&other) noexcept {
+    std::swap(text_, other.text_);
+    std::swap(size_, other.size_);
+    std::swap(problem_, other.problem_);
+    return *this;
+  }
+  ~Text() { std::free(text_); }
+
+  /** Tells whether there is a text, be it empty. */
+  explicit operator bool() const noexcept { return problem_ == nullptr; }
+
+  /** The text, good as long as this object. */
+  std::string_view view() const &noexcept { return {c_str(), size_}; }
+  std::string_view view() const && = delete;
+
+  /** The text with a final zero byte; never null. */
+  const char *c_str() const &noexcept { return text_ != nullptr ? text_ : ""; }
+  const char *c_str() const && = delete;
+
+  /** Why there is no text, in words for the server's log. @return a constant text; null when there
+   *  is a text */
+  const char *problem() const noexcept { return problem_; }
+
+ private:
+  char *text_ = nullptr;
+  std::size_t size_ = 0;
+  const char *problem_ = nullptr;
+};
+
+namespace detail {
+
+// A text that grows in memory.
+class Buffer {
+ public:
+  Buffer() noexcept = default;
+  ~Buffer() { std::free(text_); }
+  Buffer(const Buffer &) = delete;
+  Buffer &operator=(const Buffer &) = delete;
+
+  Buffer &operator<<(std::string_view text) noexcept {
+    char *const place = text.empty() ? nullptr : reserve(text.size());
+    if (place == nullptr) return *this;
+    std::memcpy(place, text.data(), text.size());
+    size_ += text.size();
+    text_[size_] = '\0';
+    return *this;
+  }
+
+  // What there is by now, good until more is written.
+  std::string_view written() const noexcept { return {text_ != nullptr ? text_ : "", size_}; }
+
+  Text take() noexcept {
+    if (failed_) return Text::refused("memory has run out");
+    room_ = 0;
+    return {adopt, std::exchange(text_, nullptr), std::exchange(size_, 0)};
+  }
+
+ private:
+  // Where so many bytes and a zero byte go; null without memory. What is missing once would leave a
+  // gap, so that all is lost.
+  char *reserve(std::size_t count) noexcept {
+    const std::size_t needed = size_ + count + 1;
+    if (needed > room_ && !failed_) {
+      room_ = needed > 2 * room_ ? needed : 2 * room_;
+      auto *grown = static_cast<char *>(std::realloc(text_, room_));
+      failed_ = grown == nullptr;
+      if (!failed_) text_ = grown;
+    }
+    return failed_ ? nullptr : text_ + size_;
+  }
+
+  char *text_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t room_ = 0;
+  bool failed_ = false;
+};
+
+constexpr bool is_among(char c, std::string_view set) noexcept {
+  return set.find(c) != std::string_view::npos;
+}
+constexpr bool is_control(char c) noexcept {
+  return static_cast<unsigned char>(c) < ' ' || c == '\x7F';
+}
+// What ASCII prints, without the blank.
+constexpr bool is_visible(char c) noexcept { return c > ' ' && c < '\x7F'; }
+constexpr bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
+constexpr bool is_letter(char c) noexcept {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+constexpr bool is_alphanumeric(char c) noexcept { return is_letter(c) || is_digit(c); }
+
+template <class Test>
+constexpr bool all_of(std::string_view text, Test test) noexcept {
+  std::size_t passed = 0;
+  while (passed < text.size() && test(text[passed])) ++passed;
+  return passed == text.size();
+}
+
+// Without regard to the case of letters, in any locale.
+constexpr bool begins_with(std::string_view text, std::string_view beginning) noexcept {
+  const auto lower = [](char c) { return is_letter(c) ? c | 0x20 : c; };
+  if (text.size() < beginning.size()) return false;
+  for (std::size_t i = 0; i < beginning.size(); ++i) {
+    if (lower(text[i]) != lower(beginning[i])) return false;
+  }
+  return true;
+}
+
+template <std::size_t kCount>
+constexpr bool is_one_of(std::string_view name, const std::string_view (&names)[kCount]) noexcept {
+  bool found = false;
+  for (const std::string_view one : names) {
+    found = found || (name.size() == one.size() && begins_with(name, one));
+  }
+  return found;
+}
+
+// How many bytes the first character takes; 0 when they are no UTF-8.
+constexpr std::size_t character_size(std::string_view text) noexcept {
+  const auto byte = [text](std::size_t at) -> unsigned {
+    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+  };
+  const unsigned lead = byte(0);
+  if (lead < 0x80) return 1;
+  if (lead < 0xC2 || lead > 0xF4) return 0;
+  // No form longer than needed, no surrogate, nothing beyond U+10FFFF.
+  const unsigned first = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  const unsigned last = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  if (byte(1) < first || byte(1) > last) return 0;
+  const std::size_t size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  for (std::size_t i = 2; i < size; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  return size;
+}
+
+// Writes a text, with what `replacement` gives for a character in its place, if anything. It is
+// asked with an empty character for a byte that is no UTF-8.
+template <class Replacement>
+void put_replaced(Buffer &out, std::string_view text, Replacement replacement) noexcept {
+  const char *const end = text.data() + text.size();
+  const char *copied = text.data();
+  for (const char *at = copied; at < end;) {
+    const std::size_t size = character_size({at, static_cast<std::size_t>(end - at)});
+    const std::string_view instead = replacement(std::string_view(at, size));
+    const char *const next = at + (size > 0 ? size : 1);
+    if (!instead.empty()) {
+      out << std::string_view(copied, static_cast<std::size_t>(at - copied)) << instead;
+      copied = next;
+    }
+    at = next;
+  }
+  out << std::string_view(copied, static_cast<std::size_t>(end - copied));
+}
+
+// Whether a character of UTF-8 is a control character, of ASCII or from U+0080 to U+009F. Its last
+// byte is its number.
+constexpr bool is_control(std::string_view character) noexcept {
+  return is_control(character[0]) || (character[0] == '\xC2' && character[1] < '\xA0');
+}
+
+// A page has no control characters but tabs and line ends.
+inline std::string_view html_replacement(std::string_view character) noexcept {
+  constexpr std::string_view kUnknown = "\xEF\xBF\xBD";
+  if (character.empty()) return kUnknown;
+  switch (character[0]) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '"':
+      return "&quot;";
+    case '\'':
+      return "&#39;";
+    case '\r':
+      return "&#13;";  // a browser reads a bare one as a line feed
+    case '\t':
+    case '\n':
+      return {};
+    default:
+      return is_control(character) ? kUnknown : std::string_view();
+  }
+}
+
+inline void put_html(Buffer &out, std::string_view text) noexcept {
+  put_replaced(out, text, html_replacement);
+}
+
+inline void put_attribute(Buffer &out, std::string_view text) noexcept {
+  put_replaced(out, text, [](std::string_view character) noexcept -> std::string_view {
+    if (character == "\t") return "&#9;";
+    if (character == "\n") return "&#10;";
+    if (character == " ") return "&#32;";
+    if (character == "=") return "&#61;";
+    if (character == "`") return "&#96;";
+    return html_replacement(character);
+  });
+}
+
+inline void put_url(Buffer &out, std::string_view text) noexcept {
+  for (const char c : text) {
+    const bool plain = is_alphanumeric(c) || is_among(c, "-._~");
+    char piece[4];
+    std::snprintf(piece, sizeof piece, plain ? "%c" : "%%%02X", static_cast<unsigned char>(c));
+    out << piece;
+  }
+}
+
+inline void put_json(Buffer &out, std::string_view text) noexcept {
+  char escape[] = "\\u0000";
+  out << "\"";
+  put_replaced(out, text, [&escape](std::string_view character) noexcept -> std::string_view {
+    if (character.empty()) return "\\ufffd";
+    // Older scripts end a line here.
+    if (character == "\xE2\x80\xA8") return "\\u2028";
+    if (character == "\xE2\x80\xA9") return "\\u2029";
+    if (!is_control(character) && !is_among(character[0], "\"\\<>&'")) return {};
+    const auto number = static_cast<unsigned char>(character.back());
+    std::snprintf(escape, sizeof escape, "\\u%04x", number);
+    return escape;
+  });
+  out << "\"";
+}
+
+using Put = void (*)(Buffer &, std::string_view) noexcept;
+
+template <Put kPut>
+Text escaped(std::string_view text) noexcept {
+  Buffer out;
+  kPut(out, text);
+  return out.take();
+}
+
+}  // namespace detail
+
+/** Escapes a text for HTML that you write yourself: for a place between tags, or for an attribute's
+ *  value in quotation marks of either kind. What is no UTF-8, and control characters other than
+ *  tabs and line ends, become U+FFFD.
+ */
+[[nodiscard]] inline Text escape_html(std::string_view text) noexcept {
+  return detail::escaped<detail::put_html>(text);
+}
+
+/** Escapes a text for an attribute's value, so that it holds without quotation marks too, when it
+ *  is not empty. Otherwise as escape_html(). */
+[[nodiscard]] inline Text escape_attribute(std::string_view text) noexcept {
+  return detail::escaped<detail::put_attribute>(text);
+}
+
+/** Escapes a text for one part of a URL, such as a value of the query: every byte other than
+ *  letters, digits, "-", ".", "_" and "~" as a "%" with two digits. unescapeString() undoes it. */
+[[nodiscard]] inline Text escape_url(std::string_view text) noexcept {
+  return detail::escaped<detail::put_url>(text);
+}
+
+/** Makes a string of JSON and JavaScript of a text, quotation marks included. It can stand within
+ *  a script element and in an attribute's value: no character in it means anything to HTML. What is
+ *  no UTF-8 becomes U+FFFD. */
+[[nodiscard]] inline Text escape_json(std::string_view text) noexcept {
+  return detail::escaped<detail::put_json>(text);
+}
+
+namespace detail {
+
+// What an element may hold.
+enum class Content { kAny, kText, kRaw, kNothing };
+
+inline constexpr std::string_view kVoidElements[] = {
+    "area", "base",  "basefont", "bgsound", "br",   "col",   "embed",  "frame", "hr",
+    "img",  "input", "keygen",   "link",    "meta", "param", "source", "track", "wbr"};
+inline constexpr std::string_view kRawElements[] = {"iframe", "noembed", "noframes",
+                                                    "script", "style",   "xmp"};
+inline constexpr std::string_view kTextElements[] = {"textarea", "title"};
+// A browser drops a line feed right behind their start.
+inline constexpr std::string_view kLineElements[] = {"listing", "pre", "textarea"};
+
+inline constexpr std::string_view kCodeAttributes[] = {"srcdoc", "style"};
+inline constexpr std::string_view kUrlAttributes[] = {
+    "action",   "background", "cite",   "codebase", "data", "formaction", "from",      "href",
+    "longdesc", "manifest",   "poster", "src",      "to",   "values",     "xlink:href"};
+inline constexpr std::string_view kSafeSchemes[] = {"http", "https", "mailto", "tel"};
+
+inline Content content_of(std::string_view name) noexcept {
+  if (is_one_of(name, kVoidElements)) return Content::kNothing;
+  if (is_one_of(name, kRawElements)) return Content::kRaw;
+  return is_one_of(name, kTextElements) ? Content::kText : Content::kAny;
+}
+
+// Nothing would end a plaintext element.
+inline bool is_element_name(std::string_view name) noexcept {
+  return !name.empty() && is_letter(name[0]) &&
+         all_of(name, [](char c) { return is_alphanumeric(c) || c == '-'; }) &&
+         !is_one_of(name, {"plaintext"});
+}
+
+inline bool is_attribute_name(std::string_view name) noexcept {
+  return !name.empty() &&
+         all_of(name, [](char c) { return is_visible(c) && !is_among(c, "\"'/<=>`"); });
+}
+
+// Whether a value of this attribute is a program or a style to a browser.
+inline bool is_code(std::string_view name) noexcept {
+  return begins_with(name, "on") || is_one_of(name, kCodeAttributes);
+}
+
+// Whether a URL is relative, or has a scheme that runs nothing. What a browser leaves out before it
+// looks for the scheme, blanks and control characters, is left out here wherever it stands.
+inline bool is_safe_url(std::string_view url) noexcept {
+  char scheme[8];
+  std::size_t size = 0;
+  for (const char c : url) {
+    if (is_control(c) || c == ' ') continue;
+    if (c == ':') return size == 0 || is_one_of({scheme, size}, kSafeSchemes);
+    const bool belongs = is_letter(c) || (size > 0 && (is_digit(c) || is_among(c, "+-.")));
+    if (!belongs) return true;
+    if (size < sizeof scheme) scheme[size++] = c;
+  }
+  return true;
+}
+
+// Writes a tree as HTML, from element to element without recursion: no depth exhausts the stack.
+// What fails answers why.
+class Renderer {
+ public:
+  using Problem = const char *;
+
+  explicit Renderer(Buffer &out) noexcept : out_(out) {}
+  ~Renderer() { std::free(open_); }
+  Renderer(const Renderer &) = delete;
+  Renderer &operator=(const Renderer &) = delete;
+
+  Problem render(ElementView top) noexcept {
+    Problem problem = begin(top, Content::kAny);
+    while (problem == nullptr && depth_ > 0) problem = proceed(open_[depth_ - 1]);
+    return problem;
+  }
+
+ private:
+  // An element whose end is still to be written.
+  struct Open {
+    TarnHandle element;
+    std::size_t next;
+    Content content;
+  };
+
+  // The next child of the innermost open element, or its end.
+  Problem proceed(Open &open) noexcept {
+    const Elements children = ElementView(open.element).children();
+    if (open.next < children.size()) return begin(children[open.next++], open.content);
+    const Open closed = open_[--depth_];
+    return end(*ElementView(closed.element).name(), closed.content);
+  }
+
+  Problem begin(ElementView element, Content around) noexcept {
+    const std::optional<std::string_view> name = element.name();
+    const std::string_view text = element.text().value_or("");
+    if (!name) {
+      if (!element.children().empty()) return "a text has elements of its own";
+      return put_text(text, element.is_raw(), around);
+    }
+    if (around != Content::kAny) return "an element stands where only text can";
+    if (!is_element_name(*name)) return "an element has a name that is none";
+    out_ << "<" << *name;
+    for (const AttributeView attribute : element.attributes()) {
+      if (const Problem problem = put(attribute)) return problem;
+    }
+    out_ << ">";
+    if (is_one_of(*name, kLineElements)) out_ << "\n";
+    const Content content = content_of(*name);
+    if (content == Content::kNothing) {
+      const bool empty = text.empty() && element.children().empty();
+      return empty ? nullptr : "an element that is always empty has content";
+    }
+    if (content != Content::kAny) content_start_ = out_.written().size();
+    if (!push({*element.handle(), 0, content})) return "memory has run out";
+    return put_text(text, false, content);
+  }
+
+  Problem end(std::string_view name, Content content) noexcept {
+    if (content != Content::kAny && ends_elsewhere(name)) return "a text would end its element";
+    out_ << "</" << name << ">";
+    return nullptr;
+  }
+
+  Problem put_text(std::string_view text, bool raw, Content around) noexcept {
+    if (raw) {
+      out_ << text;
+      return nullptr;
+    }
+    if (around == Content::kRaw && !text.empty()) return "a script or style is not Raw";
+    put_html(out_, text);
+    return nullptr;
+  }
+
+  Problem put(AttributeView attribute) noexcept {
+    const std::string_view name = attribute.name().value_or("");
+    if (!is_attribute_name(name)) return "an attribute has a name that is none";
+    const bool trusted = attribute.is_raw();
+    if (!trusted && is_code(name)) return "an attribute for code is not Raw";
+    out_ << " " << name;
+    const std::optional<std::string_view> value = attribute.value();
+    if (!value) return nullptr;
+    if (!trusted && is_one_of(name, kUrlAttributes) && !is_safe_url(*value)) {
+      return "a URL's scheme is not a safe one";
+    }
+    out_ << "=\"";
+    put_html(out_, *value);
+    out_ << "\"";
+    return nullptr;
+  }
+
+  // Whether what stands in the element would end it elsewhere. "<!--" can hide a script's end.
+  bool ends_elsewhere(std::string_view name) noexcept {
+    const std::string_view written = out_.written();
+    for (std::size_t at = written.find('<', content_start_); at != std::string_view::npos;
+         at = written.find('<', at + 1)) {
+      const std::string_view rest(written.data() + at + 1, written.size() - at - 1);
+      if (begins_with(rest, "!--") && is_one_of(name, {"script"})) return true;
+      if (begins_with(rest, "/") && begins_with({rest.data() + 1, rest.size() - 1}, name)) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  bool push(Open open) noexcept {
+    if (depth_ == room_) {
+      const std::size_t room = room_ > 0 ? 2 * room_ : 16;
+      auto *grown = static_cast<Open *>(std::realloc(open_, room * sizeof(Open)));
+      if (grown == nullptr) return false;
+      open_ = grown;
+      room_ = room;
+    }
+    open_[depth_++] = open;
+    return true;
+  }
+
+  Buffer &out_;
+  std::size_t content_start_ = 0;
+  Open *open_ = nullptr;
+  std::size_t depth_ = 0;
+  std::size_t room_ = 0;
+};
+
+}  // namespace detail
+
+/** Writes an element, with all that is in it, as HTML; an `html` element with its DOCTYPE.
+ *
+ *  A browser reads the tree that was built, where HTML has such trees (it has no paragraph within a
+ *  paragraph), with every text and value as it was, but for what escape_html() replaces; of
+ *  attributes of one name it takes the first. Trees may be of any depth. Refused are
+ *
+ *   - names of elements with more than letters, digits and "-", and `plaintext`; names of
+ *     attributes with blanks, control characters, quotation marks of any kind, or any of "/<=>"
+ *   - content in an element that is always empty, such as `br`; elements in `title`, `textarea` and
+ *     in those for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
+ *   - text in an element for code that is not Raw, and Raw that would end one before its end
+ *   - attributes for code, `style`, `srcdoc` and all that begin with "on", that are not Raw
+ *   - URLs in attributes, such as `href` and `src`, that are not Raw and have another scheme than
+ *     http, https, mailto and tel; a relative URL has none
+ *
+ *  @return the text; or why there is none: something was refused, or memory has run out
+ */
+[[nodiscard]] inline Text html(const Element &element) noexcept {
+  if (!element) return Text::refused("there is no element");
+  const ElementView top = element.view();
+  detail::Buffer out;
+  if (detail::is_one_of(top.name().value_or(""), {"html"})) out << "<!DOCTYPE html>\n";
+  if (const char *problem = detail::Renderer(out).render(top)) return Text::refused(problem);
+  return out.take();
+}
+
+namespace detail {
+
+// What names of headers and cookies are made of.
+constexpr bool is_token(char c) noexcept {
+  return is_alphanumeric(c) || is_among(c, "!#$%&'*+-.^_`|~");
+}
+
+constexpr bool is_in_header(char c) noexcept { return !is_control(c) || c == '\t'; }
+
+// A browser reads "\" as "/", and leaves out what is not visible.
+constexpr bool is_in_url(char c) noexcept { return is_visible(c) && !is_among(c, "\"<>\\^`{|}"); }
+
+// "//" would begin another host.
+constexpr bool is_own_path(std::string_view url) noexcept {
+  const bool absolute = !url.empty() && url[0] == '/' && (url.size() == 1 || url[1] != '/');
+  return absolute && all_of(url, is_in_url);
+}
+
+inline bool is_site_url(std::string_view url) noexcept {
+  for (const std::string_view scheme : {"http://", "https://"}) {
+    const bool has_host = url.size() > scheme.size() && !is_among(url[scheme.size()], "/?#");
+    if (begins_with(url, scheme) && has_host) return all_of(url, is_in_url);
+  }
+  return false;
+}
+
+struct Reason {
+  int status;
+  const char *phrase;
+};
+
+inline constexpr Reason kReasons[] = {{201, "Created"},
+                                      {202, "Accepted"},
+                                      {204, "No Content"},
+                                      {206, "Partial Content"},
+                                      {301, "Moved Permanently"},
+                                      {302, "Found"},
+                                      {303, "See Other"},
+                                      {304, "Not Modified"},
+                                      {307, "Temporary Redirect"},
+                                      {308, "Permanent Redirect"},
+                                      {400, "Bad Request"},
+                                      {401, "Unauthorized"},
+                                      {403, "Forbidden"},
+                                      {404, "Not Found"},
+                                      {405, "Method Not Allowed"},
+                                      {406, "Not Acceptable"},
+                                      {409, "Conflict"},
+                                      {410, "Gone"},
+                                      {411, "Length Required"},
+                                      {412, "Precondition Failed"},
+                                      {413, "Content Too Large"},
+                                      {415, "Unsupported Media Type"},
+                                      {422, "Unprocessable Content"},
+                                      {429, "Too Many Requests"},
+                                      {500, "Internal Server Error"},
+                                      {501, "Not Implemented"},
+                                      {502, "Bad Gateway"},
+                                      {503, "Service Unavailable"},
+                                      {504, "Gateway Timeout"}};
+
+constexpr const char *reason_for(int status) noexcept {
+  for (const Reason &reason : kReasons) {
+    if (reason.status == status) return reason.phrase;
+  }
+  return "Other";
+}
+
+inline constexpr std::string_view kPlainText = "text/plain; charset=utf-8";
+
+// Written by functions of their own, or by the server.
+inline constexpr std::string_view kOwnHeaders[] = {
+    "Connection", "Content-Length", "Content-Type",     "Location",
+    "Set-Cookie", "Status",         "Transfer-Encoding"};
+
+inline constexpr const char *kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+inline constexpr const char *kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+}  // namespace detail
+
+/** With which requests that another site causes a browser sends a cookie. */
+enum class SameSite {
+  strict, /**< with none */
+  lax,    /**< with links to this site */
+  none    /**< with all; takes secure() */
+};
+
+/** A cookie to be set, for Response::cookie().
+ *
+ *  @code
+ *  response.cookie(tarn::SetCookie("guest", name).max_age(30 * 86400).secure());
+ *  @endcode
+ *
+ *  Without more it ends with the browser's session, goes to all pages of this host, is hidden from
+ *  their scripts, and comes with links from other sites but not with their forms. It is a view: the
+ *  texts have to live until the response has taken it.
+ */
+class SetCookie {
+ public:
+  /** @param name   letters, digits and any of "!#$&'*-.^_`|~"
+   *  @param value  any text without zero bytes; it comes back as it is
+   */
+  SetCookie(std::string_view name, std::string_view value) noexcept : name_(name), value_(value) {}
+  SetCookie(std::string_view name, std::nullptr_t) = delete;
+
+  /** Keeps it for so many seconds. 0 deletes it. */
+  SetCookie &max_age(std::int64_t seconds) noexcept {
+    max_age_ = seconds;
+    keeps_ = true;
+    return *this;
+  }
+  /** For the pages below this path, which begins with "/". */
+  SetCookie &path(std::string_view path) noexcept {
+    path_ = path;
+    return *this;
+  }
+  /** For this host and all below it, instead of the host that answers. */
+  SetCookie &domain(std::string_view domain) noexcept {
+    domain_ = domain;
+    return *this;
+  }
+  /** By https only. */
+  SetCookie &secure() noexcept {
+    secure_ = true;
+    return *this;
+  }
+  /** Lets scripts in the page read it. */
+  SetCookie &readable_by_scripts() noexcept {
+    http_only_ = false;
+    return *this;
+  }
+  SetCookie &same_site(SameSite site) noexcept {
+    same_site_ = site;
+    return *this;
+  }
+
+ private:
+  friend class Response;
+
+  // Why it is no cookie, or none that a browser would take; null when it is one.
+  const char *problem() const noexcept {
+    using namespace detail;
+    // Tarn reads names as URL-encoded.
+    const auto in_name = [](char c) { return is_token(c) && !is_among(c, "%+"); };
+    const auto in_path = [](char c) { return is_visible(c) && c != ';'; };
+    const auto in_domain = [](char c) { return is_alphanumeric(c) || is_among(c, ".-"); };
+    const bool for_host = begins_with(name_, "__Host-");
+    const bool for_https = for_host || begins_with(name_, "__Secure-");
+    if (name_.empty() || !all_of(name_, in_name)) return "a cookie has a name that is none";
+    if (is_among('\0', value_)) return "a cookie's value has a zero byte";
+    if (path_.empty() || path_[0] != '/' || !all_of(path_, in_path)) {
+      return "a cookie has a path that is none";
+    }
+    if (!all_of(domain_, in_domain)) return "a cookie has a domain that is none";
+    if ((for_https || same_site_ == SameSite::none) && !secure_) {
+      return "a cookie that has to be secure is not";
+    }
+    if (for_host && (path_ != "/" || !domain_.empty())) {
+      return "a cookie named __Host- has a path or a domain";
+    }
+    return nullptr;
+  }
+
+  void put(detail::Buffer &out) const noexcept {
+    out << "Set-Cookie: " << name_ << "=";
+    detail::put_url(out, value_);
+    if (keeps_) {
+      char age[24];
+      std::snprintf(age, sizeof age, "%lld", static_cast<long long>(max_age_));
+      out << "; Max-Age=" << age;
+    }
+    if (!domain_.empty()) out << "; Domain=" << domain_;
+    out << "; Path=" << path_;
+    if (secure_) out << "; Secure";
+    if (http_only_) out << "; HttpOnly";
+    constexpr std::string_view kSites[] = {"Strict", "Lax", "None"};
+    out << "; SameSite=" << kSites[static_cast<int>(same_site_)] << "\r\n";
+  }
+
+  std::string_view name_;
+  std::string_view value_;
+  std::string_view path_ = "/";
+  std::string_view domain_;
+  std::int64_t max_age_ = 0;
+  bool keeps_ = false;  // beyond the browser's session
+  SameSite same_site_ = SameSite::lax;
+  bool secure_ = false;
+  bool http_only_ = true;
+};
+
+/** The answer to a request.
+ *
+ *  @code
+ *  return tarn::Response().status(404).send(page) ? 0 : 1;
+ *  @endcode
+ *
+ *  Functions before send() set what the answer says, in any order. What cannot be written safely,
+ *  such as a header with a line end in it, is refused: send() then answers false, problem() tells
+ *  why, and the visitor gets a plain page for status 500 instead.
+ */
+class Response {
+ public:
+  /** @param out  where the server reads; stays open */
+  explicit Response(FILE *out = stdout) noexcept
+      : out_(out), head_(std::string_view(CgiEnv_getRequestMethod(nullptr)) == "HEAD") {}
+  Response(const Response &) = delete;
+  Response &operator=(const Response &) = delete;
+
+  /** 200 to 599; 200 without it. */
+  Response &status(int code) noexcept {
+    if (code < 200 || code > 599) return refuse("a status is none");
+    status_ = code;
+    return *this;
+  }
+
+  /** What the body is, instead of what the sending function says. */
+  Response &content_type(std::string_view type) noexcept {
+    if (type.empty() || !detail::all_of(type, detail::is_in_header)) {
+      return refuse("a content type is none");
+    }
+    return keep(type_, {type});
+  }
+
+  /** Sends the browser on to a page of this site.
+   *
+   *  The status goes with it, so that the browser asks anew: a path alone would let the server
+   *  answer with that page under this address.
+   *
+   *  @param path  with the query, if any; begins with one "/", in ASCII as in a URL
+   *  @param code  301, 302, 303, 307 or 308; with 303 a form is not sent again
+   */
+  Response &redirect(std::string_view path, int code = 303) noexcept {
+    if (!detail::is_own_path(path)) return refuse("a path to redirect to is none of this site");
+    return redirect_to(path, code);
+  }
+
+  /** Sends the browser on to any site: never one that a visitor named.
+   *
+   *  @param url  begins with "http://" or "https://" and a host; otherwise as for redirect()
+   */
+  Response &redirect_away(std::string_view url, int code = 303) noexcept {
+    if (!detail::is_site_url(url)) return refuse("a URL to redirect to is none");
+    return redirect_to(url, code);
+  }
+
+  /** Adds a header of any name but those that have a function here or are the server's.
+   *
+   *  @param name   letters, digits and any of "!#$%&'*+-.^_`|~"
+   *  @param value  without control characters other than tabs
+   */
+  Response &header(std::string_view name, std::string_view value) noexcept {
+    if (name.empty() || !detail::all_of(name, detail::is_token)) {
+      return refuse("a header has a name that is none");
+    }
+    if (detail::is_one_of(name, detail::kOwnHeaders)) return refuse("a header is not to be added");
+    if (!detail::all_of(value, detail::is_in_header)) {
+      return refuse("a header's value has a control character");
+    }
+    lines_ << name << ": " << value << "\r\n";
+    return *this;
+  }
+
+  /** Keeps the answer out of all caches. */
+  Response &no_store() noexcept { return header("Cache-Control", "no-store"); }
+
+  /** Keeps browsers from taking the body for another type than the content type. */
+  Response &nosniff() noexcept { return header("X-Content-Type-Options", "nosniff"); }
+
+  /** Keeps the page out of other pages' frames. */
+  Response &deny_framing() noexcept { return header("X-Frame-Options", "DENY"); }
+
+  /** Keeps the page's address from those that it links to. */
+  Response &no_referrer() noexcept { return header("Referrer-Policy", "no-referrer"); }
+
+  /** What the page may load and run: `default-src 'self'` and the like. */
+  Response &content_security_policy(std::string_view policy) noexcept {
+    return header("Content-Security-Policy", policy);
+  }
+
+  /** The language of the body: `en`. */
+  Response &content_language(std::string_view tag) noexcept {
+    return header("Content-Language", tag);
+  }
+
+  /** The methods that the script takes: `GET, POST`. Goes with status 405. */
+  Response &allow(std::string_view methods) noexcept { return header("Allow", methods); }
+
+  /** When the content was changed. */
+  Response &last_modified(std::time_t when) noexcept {
+    std::tm utc;
+    if (gmtime_r(&when, &utc) == nullptr || utc.tm_year < -1900 || utc.tm_year > 9999 - 1900) {
+      return refuse("a time is none");
+    }
+    char date[64];
+    std::snprintf(date, sizeof date, "%s, %02d %s %04d %02d:%02d:%02d GMT",
+                  detail::kDays[utc.tm_wday], utc.tm_mday, detail::kMonths[utc.tm_mon],
+                  utc.tm_year + 1900, utc.tm_hour, utc.tm_min, utc.tm_sec);
+    return header("Last-Modified", date);
+  }
+
+  /** A name for this state of the content, without its quotation marks. */
+  Response &etag(std::string_view tag) noexcept {
+    const auto in_tag = [](char c) { return !detail::is_control(c) && c != ' ' && c != '"'; };
+    if (!detail::all_of(tag, in_tag)) return refuse("an etag is none");
+    lines_ << "ETag: \"" << tag << "\"\r\n";
+    return *this;
+  }
+
+  /** Lets the browser save the body under this name. */
+  Response &attachment(std::string_view name) noexcept {
+    lines_ << "Content-Disposition: attachment; filename*=UTF-8''";
+    detail::put_url(lines_, name);
+    lines_ << "\r\n";
+    return *this;
+  }
+
+  Response &cookie(const SetCookie &cookie) noexcept {
+    if (const char *problem = cookie.problem()) return refuse(problem);
+    cookie.put(cookies_);
+    return *this;
+  }
+
+  /** Whether the header goes without the body. By itself it does when the request's method is HEAD.
+   */
+  Response &head(bool alone) noexcept {
+    head_ = alone;
+    return *this;
+  }
+
+  /** Sends a page, as text/html in UTF-8.
+   *
+   *  @return whether the answer has been written, as it was meant to be and to the end; otherwise
+   *          problem() tells what went wrong
+   */
+  [[nodiscard]] bool send(const Element &page) noexcept {
+    const Text body = html(page);
+    refuse(body.problem());
+    return send_as("text/html; charset=utf-8", body.view());
+  }
+  /** Sends an answer without content, such as a redirection. @return as for a page */
+  [[nodiscard]] bool send() noexcept { return send_text({}); }
+  /** Sends a text, as text/plain in UTF-8. @return as for a page */
+  [[nodiscard]] bool send_text(std::string_view text) noexcept {
+    return send_as(detail::kPlainText, text);
+  }
+  /** Sends bytes, as application/octet-stream. @return as for a page */
+  [[nodiscard]] bool send_bytes(std::string_view bytes) noexcept {
+    return send_as("application/octet-stream", bytes);
+  }
+
+  /** What was refused first, or failed, in words for the server's log. @return a constant text;
+   *  null when all is well */
+  const char *problem() const noexcept { return problem_; }
+
+ private:
+  // The first problem stays.
+  Response &refuse(const char *problem) noexcept {
+    if (problem_ == nullptr) problem_ = problem;
+    return *this;
+  }
+
+  Response &redirect_to(std::string_view url, int code) noexcept {
+    constexpr int kCodes[] = {301, 302, 303, 307, 308};
+    bool redirects = false;
+    for (const int one : kCodes) redirects = redirects || code == one;
+    if (!redirects) return refuse("a status does not redirect");
+    return keep(location_, {"Location: ", url, "\r\n"}).status(code);
+  }
+
+  Response &keep(Text &place, std::initializer_list<std::string_view> pieces) noexcept {
+    detail::Buffer text;
+    for (const std::string_view piece : pieces) text << piece;
+    place = text.take();
+    return refuse(place.problem());
+  }
+
+  bool send_as(std::string_view type, std::string_view body) noexcept {
+    if (std::exchange(sent_, true)) {
+      refuse("an answer has been sent before");
+      return false;
+    }
+    const Text lines = lines_.take();
+    const Text cookies = cookies_.take();
+    refuse(lines.problem()).refuse(cookies.problem());
+    if (problem_ == nullptr) {
+      write(status_, type_.view().empty() ? type : type_.view(),
+            {location_.view(), lines.view(), cookies.view()}, body);
+    } else {
+      write(500, detail::kPlainText, {}, "Internal Server Error\n");
+    }
+    if (std::fflush(out_) != 0 || std::ferror(out_) != 0) refuse("the answer was not written");
+    return problem_ == nullptr;
+  }
+
+  // A server takes 200 as said, and may then answer 304 in its place.
+  void write(int status, std::string_view type, std::initializer_list<std::string_view> lines,
+             std::string_view body) noexcept {
+    const bool has_body = status != 204 && status != 304;
+    if (status != 200) std::fprintf(out_, "Status: %d %s\r\n", status, detail::reason_for(status));
+    if (has_body) {
+      put("Content-Type: ");
+      put(type);
+      put("\r\n");
+    }
+    for (const std::string_view line : lines) put(line);
+    if (has_body) std::fprintf(out_, "Content-Length: %zu\r\n", body.size());
+    put("\r\n");
+    if (has_body && !head_) put(body);
+  }
+
+  void put(std::string_view text) noexcept { std::fwrite(text.data(), 1, text.size(), out_); }
+
+  FILE *out_;
+  bool head_;
+  bool sent_ = false;
+  int status_ = 200;
+  Text type_{adopt, nullptr, 0};
+  Text location_{adopt, nullptr, 0};
+  detail::Buffer lines_;
+  detail::Buffer cookies_;
+  const char *problem_ = nullptr;
+};
 
 }  // namespace script
 }  // namespace tarn

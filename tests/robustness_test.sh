@@ -18,7 +18,7 @@ fail() {
 
 # Without the library in front and a type behind the name.
 "$ctest" --test-dir "$build" -C Load -N |
-  sed -nE 's/^ *Test +#[0-9]+: //; T; s/^tarn(_static)?://; s/<.*//; s:/[^.]*\.:.:; p' |
+  sed -nE 's/^ *Test +#[0-9]+: //; T; s/^(tarn(_static)?|cpp)://; s/<.*//; s:/[^.]*\.:.:; p' |
   sort -u >"$folder/tests"
 # Tests behind a web server are not part of every build.
 with_e2e=no

@@ -1,0 +1,265 @@
+// Answers whose headers, cookies and redirections strangers chose, read back line by line.
+#include <algorithm>
+#include <optional>
+
+#include "request.h"
+#include "tarn.hpp"
+
+using namespace tarn_fuzz;
+
+namespace {
+
+using Lines = std::vector<std::pair<std::string, std::string>>;
+
+const std::string kFailure =
+    "Status: 500 Internal Server Error\r\n"
+    "Content-Type: text/plain; charset=utf-8\r\n"
+    "Content-Length: 22\r\n"
+    "\r\n"
+    "Internal Server Error\n";
+
+const std::string kLetters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+
+bool consistsOf(std::string_view text, std::string_view set) {
+  return text.find_first_not_of(set) == text.npos;
+}
+
+bool isName(std::string_view text) {
+  return !text.empty() && consistsOf(text, kLetters + "!#$%&'*+-.^_`|~");
+}
+
+bool isValue(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) {
+    const auto byte = static_cast<uint8_t>(c);
+    return byte == '\t' || (byte >= ' ' && byte != 0x7F);
+  });
+}
+
+bool isReserved(std::string_view name) {
+  for (const char *one : {"connection", "content-length", "content-type", "location", "set-cookie",
+                          "status", "transfer-encoding"}) {
+    if (reference::lower(std::string(name)) == one) return true;
+  }
+  return false;
+}
+
+// As browsers read one: what leads is dropped, tabs and line ends are everywhere, and "\" is "/".
+std::string asBrowsersRead(std::string_view url) {
+  std::string read;
+  for (const char c : url) {
+    if (c == '\t' || c == '\n' || c == '\r' || (read.empty() && static_cast<uint8_t>(c) <= ' ')) {
+      continue;
+    }
+    read += c == '\\' ? '/' : c;
+  }
+  return read;
+}
+
+// What an answer was told, and the lines that it has to have of it.
+struct Answer {
+  Stream out;
+  tarn::Response response{out.file()};
+  int status = 200;
+  std::string type = "text/plain; charset=utf-8";
+  std::string location;
+  Lines headers;
+  Lines cookies;
+
+  bool accepts() const { return response.problem() == nullptr; }
+};
+
+// ---- What is said -------------------------------------------------------------------------------
+
+void header(Input &input, Answer &answer) {
+  const std::string name(input.piece());
+  const std::string value(input.piece());
+  answer.response.header(name, value);
+  EXPECT(answer.accepts() == (isName(name) && isValue(value) && !isReserved(name)));
+  answer.headers.emplace_back(name, value);
+}
+
+void knownHeader(Input &input, Answer &answer) {
+  const std::string value(input.piece());
+  switch (input.below(4)) {
+    case 0:
+      answer.response.allow(value);
+      answer.headers.emplace_back("Allow", value);
+      break;
+    case 1:
+      answer.response.content_language(value);
+      answer.headers.emplace_back("Content-Language", value);
+      break;
+    case 2:
+      answer.response.content_security_policy(value);
+      answer.headers.emplace_back("Content-Security-Policy", value);
+      break;
+    default:
+      answer.response.etag(value);
+      answer.headers.emplace_back("ETag", '"' + value + '"');
+      EXPECT(!answer.accepts() || value.find('"') == value.npos);
+      return;
+  }
+  EXPECT(answer.accepts() == isValue(value));
+}
+
+void attachment(Input &input, Answer &answer) {
+  const std::string name(input.piece());
+  answer.response.attachment(name);
+  EXPECT(answer.accepts());
+  const std::string start = "attachment; filename*=UTF-8''";
+  const tarn::Text escaped = tarn::escape_url(name);
+  EXPECT(reference::decode(escaped.c_str()) == asText(name));
+  answer.headers.emplace_back("Content-Disposition", start + escaped.c_str());
+}
+
+void type(Input &input, Answer &answer) {
+  answer.type = input.piece();
+  answer.response.content_type(answer.type);
+  EXPECT(answer.accepts() == (!answer.type.empty() && isValue(answer.type)));
+}
+
+void status(Input &input, Answer &answer) {
+  answer.status = 3 * input.byte() + input.byte() % 3;
+  answer.response.status(answer.status);
+  EXPECT(answer.accepts() == (answer.status >= 200 && answer.status < 600));
+}
+
+void redirection(Input &input, Answer &answer) {
+  answer.location = input.piece();
+  answer.status = 301 + static_cast<int>(input.below(3));
+  answer.response.redirect(answer.location, answer.status);
+  const std::string read = asBrowsersRead(answer.location);
+  EXPECT(!answer.accepts() || (read[0] == '/' && read[1] != '/'));
+  const bool plain =
+      !read.empty() && read[0] == '/' && consistsOf(read.substr(1), kLetters + "?=&");
+  EXPECT(answer.accepts() || !plain || read != answer.location);
+}
+
+void redirectionAway(Input &input, Answer &answer) {
+  answer.location = input.piece();
+  answer.status = 303;
+  answer.response.redirect_away(answer.location);
+  const std::string read = reference::lower(asBrowsersRead(answer.location));
+  const size_t host = read.rfind("http://", 0) == 0 ? 7 : read.rfind("https://", 0) == 0 ? 8 : 0;
+  EXPECT(!answer.accepts() || (host > 0 && read[host] != '/' && read[host] != '\0'));
+  const bool plain = host > 0 && read.size() > host && consistsOf(read.substr(host), kLetters);
+  EXPECT(answer.accepts() || !plain || read != answer.location);
+}
+
+// The next request of a browser that took the cookie.
+void expectBack(const std::string &pair, const std::string &name, const std::string &value) {
+  Script script({{"HTTP_COOKIE", "first=1; " + pair + "; last=1"}}, "");
+  TarnHandle environment = 0;
+  EXPECT(CgiEnv_new(&environment) == TARN_OK);
+  const Cookies cookies = cookiesOf(CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC));
+  EXPECT(cookies.size() == 3 && cookies[1].name == name && cookies[1].value == value);
+  EXPECT(CgiEnv_delete(&environment) == TARN_OK);
+}
+
+void cookie(Input &input, Answer &answer) {
+  const std::string name(input.piece());
+  const std::string value(input.piece());
+  const uint32_t flags = input.byte();
+  tarn::SetCookie made(name, value);
+  std::string attributes;
+  if (flags & 1) {
+    const auto seconds = static_cast<int32_t>(input.anyNumber());
+    made.max_age(seconds);
+    attributes += "; Max-Age=" + std::to_string(seconds);
+  }
+  const std::string domain(flags & 2 ? input.piece() : "");
+  made.domain(domain);
+  if (!domain.empty()) attributes += "; Domain=" + domain;
+  const std::string path(flags & 4 ? input.piece() : "/");
+  made.path(path);
+  attributes += "; Path=" + path;
+  const bool secure = flags & 8;
+  if (secure) made.secure();
+  if (secure) attributes += "; Secure";
+  if (flags & 16) made.readable_by_scripts();
+  if (!(flags & 16)) attributes += "; HttpOnly";
+  const uint32_t site = flags / 32 % 3;
+  made.same_site(static_cast<tarn::SameSite>(site));
+  const char *const sites[] = {"Strict", "Lax", "None"};
+  attributes += std::string("; SameSite=") + sites[site];
+  answer.response.cookie(made);
+
+  const std::string prefix = reference::lower(name).substr(0, 9);
+  const bool forHost = prefix.rfind("__host-", 0) == 0;
+  const bool needsHttps = forHost || prefix == "__secure-" || site == 2;
+  const bool sound =
+      isName(name) && name.find_first_of("%+") == name.npos && value.find('\0') == value.npos &&
+      consistsOf(domain, kLetters + "-.") && path.rfind('/', 0) == 0 && isValue(path) &&
+      path.find_first_of(" \t;") == path.npos &&
+      std::all_of(path.begin(), path.end(), [](char c) { return (c & 0x80) == 0; }) &&
+      (secure || !needsHttps) && (!forHost || (path == "/" && domain.empty()));
+  EXPECT(answer.accepts() == sound);
+  if (!sound) return;
+  const tarn::Text escaped = tarn::escape_url(value);
+  EXPECT(consistsOf(escaped.view(), kLetters + "%-._~"));
+  const std::string pair = name + "=" + escaped.c_str();
+  expectBack(pair, name, value);
+  answer.cookies.emplace_back("Set-Cookie", pair + attributes);
+}
+
+// ---- What is written ----------------------------------------------------------------------------
+
+// Takes a line off. Every line end counts, as for the most lenient server.
+std::string nextLine(std::string &text) {
+  const size_t end = text.find_first_of("\r\n");
+  EXPECT(end != text.npos);
+  std::string line = text.substr(0, end);
+  text.erase(0, end + (text.compare(end, 2, "\r\n") == 0 ? 2 : 1));
+  return line;
+}
+
+Lines takeHeader(std::string &text) {
+  Lines lines;
+  for (std::string line = nextLine(text); !line.empty(); line = nextLine(text)) {
+    const size_t colon = line.find(": ");
+    EXPECT(isName(line.substr(0, colon)) && line.find('\0') == line.npos);
+    lines.emplace_back(line.substr(0, colon), line.substr(colon + 2));
+  }
+  return lines;
+}
+
+void expectAnswer(Answer &answer, const std::string &body) {
+  const bool accepted = answer.accepts();
+  EXPECT(answer.response.send_text(body) == accepted);
+  std::string text = answer.out.written();
+  if (!accepted) {
+    EXPECT(text == kFailure);
+    return;
+  }
+  const bool hasBody = answer.status != 204 && answer.status != 304;
+  Lines expected;
+  if (hasBody) expected.emplace_back("Content-Type", answer.type);
+  if (!answer.location.empty()) expected.emplace_back("Location", answer.location);
+  expected.insert(expected.end(), answer.headers.begin(), answer.headers.end());
+  expected.insert(expected.end(), answer.cookies.begin(), answer.cookies.end());
+  if (hasBody) expected.emplace_back("Content-Length", std::to_string(body.size()));
+  Lines lines = takeHeader(text);
+  if (answer.status != 200) {
+    const std::string status = lines.at(0).second;
+    EXPECT(lines[0].first == "Status" && status.rfind(std::to_string(answer.status) + " ", 0) == 0);
+    lines.erase(lines.begin());
+  }
+  EXPECT(lines == expected);
+  EXPECT(text == (hasBody ? body : ""));
+}
+
+}  // namespace
+
+void fuzz(Input input) {
+  using Action = void (*)(Input &, Answer &);
+  constexpr Action kActions[] = {header, knownHeader, attachment,      type,
+                                 status, redirection, redirectionAway, cookie};
+  Answer answer;
+  while (!input.empty() && answer.accepts()) {
+    // A letter, so that inputs can be read: "a" adds a header, "b" one by name, ...
+    const uint8_t letter = input.byte();
+    if (letter == '.') break;
+    kActions[(letter + 256U - 'a') % std::size(kActions)](input, answer);
+  }
+  expectAnswer(answer, std::string(input.rest()));
+}

@@ -1,0 +1,346 @@
+// Trees of elements as pages, read back by an HTML parser that knows nothing of Tarn.
+#include <gumbo.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "support.h"
+#include "tarn.hpp"
+
+using namespace tarn_fuzz;
+
+namespace {
+
+struct Attribute {
+  std::string name;
+  std::optional<std::string> value;
+  bool trusted;
+};
+
+struct Node {
+  enum Kind { kElement, kText, kRaw } kind;
+  std::string text;  // of an element, its name
+  std::vector<Attribute> attributes = {};
+  std::vector<Node> children = {};
+};
+
+using Names = std::initializer_list<std::string_view>;
+
+// Whatever stands in these, in whatever order, a parser leaves where it is.
+const Names kPlain = {"div", "span", "section", "b", "i", "x-y"};
+const Names kCode = {"script", "style", "iframe", "noembed", "noframes", "xmp"};
+const Names kOthers = {"pre", "textarea", "title", "br", "img", "input"};
+const Names kUrls = {"href", "src", "action", "formaction", "data", "xlink:href", "poster", "cite"};
+
+bool isIn(Names names, std::string_view name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+std::string lower(std::string text) {
+  for (char &c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  }
+  return text;
+}
+
+// ---- The tree -----------------------------------------------------------------------------------
+
+// "@name value" and "!name value", the second with Raw.
+Attribute attributeIn(std::string_view line) {
+  const std::string_view rest = line.substr(1);
+  const size_t blank = rest.find(' ');
+  Attribute attribute{std::string(rest.substr(0, blank)), std::nullopt, line[0] == '!'};
+  if (blank != rest.npos) attribute.value = rest.substr(blank + 1);
+  return attribute;
+}
+
+// Raw stands in the page as it is, and a parser reads line ends and the like as others.
+std::string visible(std::string_view code) {
+  std::string text(code);
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
+  return text;
+}
+
+// A line is a step: "<name" begins an element, ">" ends it; "@" and "!" give it an attribute; "*"
+// adds Raw in elements for code, "+" a text with a line end before it, and all else a text.
+Node treeIn(Input &input) {
+  Node body{Node::kElement, "body"};
+  std::vector<Node *> open = {&body};
+  while (!input.empty()) {
+    const std::string_view line = asText(input.line());
+    const char step = line.empty() ? '\0' : line[0];
+    Node &parent = *open.back();
+    if (step == '<') {
+      open.push_back(
+          &parent.children.emplace_back(Node{Node::kElement, std::string(line.substr(1))}));
+    } else if (step == '>') {
+      if (open.size() > 1) open.pop_back();
+    } else if (step == '@' || step == '!') {
+      if (open.size() > 1) parent.attributes.push_back(attributeIn(line));
+    } else if (step == '*' && isIn(kCode, lower(parent.text))) {
+      parent.children.push_back({Node::kRaw, visible(line.substr(1))});
+    } else {
+      std::string text(line);
+      if (step == '+') text[0] = '\n';
+      parent.children.push_back({Node::kText, text});
+    }
+  }
+  return body;
+}
+
+tarn::Element elementOf(const Node &node) {
+  tarn::Element element(node.text);
+  for (const auto &[name, value, trusted] : node.attributes) {
+    if (!value) {
+      element.add(tarn::Attribute(name));
+    } else if (trusted) {
+      element.add(tarn::Attribute(name, tarn::Raw(*value)));
+    } else {
+      element.add(tarn::Attribute(name, *value));
+    }
+  }
+  for (const Node &child : node.children) {
+    if (child.kind == Node::kElement) {
+      element.add(elementOf(child));
+    } else if (child.kind == Node::kRaw) {
+      element.add(tarn::Raw(child.text));
+    } else {
+      element.add(child.text);
+    }
+  }
+  return element;
+}
+
+template <class Test>
+bool allBelow(const Node &node, Test test) {
+  return std::all_of(node.children.begin(), node.children.end(),
+                     [&](const Node &child) { return test(child) && allBelow(child, test); });
+}
+
+bool isPlain(const Node &node) {
+  return node.kind != Node::kElement ||
+         (isIn(kPlain, node.text) &&
+          std::all_of(node.attributes.begin(), node.attributes.end(), [](const Attribute &one) {
+            return isIn({"class", "title", "id", "data-x"}, one.name);
+          }));
+}
+
+bool hasKnownName(const Node &node) {
+  const std::string name = lower(node.text);
+  return node.kind != Node::kElement || isIn(kPlain, name) || isIn(kCode, name) ||
+         isIn(kOthers, name);
+}
+
+bool trustsNothing(const Node &node) {
+  return std::none_of(node.attributes.begin(), node.attributes.end(),
+                      [](const Attribute &one) { return one.trusted; });
+}
+
+// ---- Characters ---------------------------------------------------------------------------------
+
+// Takes a character off; what is no UTF-8, byte for byte, and what a page must not have are U+FFFD.
+char32_t nextCharacter(std::string_view &text) {
+  constexpr char32_t kUnknown = 0xFFFD;
+  const auto lead = static_cast<uint8_t>(text[0]);
+  const size_t size = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  const char32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+  char32_t character = size == 1 ? lead : lead & (0xFFU >> (size + 1));
+  bool sound = lead < 0x80 || (lead >= 0xC0 && lead < 0xF8 && text.size() >= size);
+  for (size_t i = 1; i < size && sound; ++i) {
+    sound = (text[i] & 0xC0) == 0x80;
+    character = character << 6 | (text[i] & 0x3F);
+  }
+  sound = sound && character >= least[size] && character <= 0x10FFFF &&
+          (character < 0xD800 || character > 0xDFFF);
+  text.remove_prefix(sound ? size : 1);
+  if (!sound || (character < ' ' && character != '\t' && character != '\n' && character != '\r')) {
+    return kUnknown;
+  }
+  const bool control = character >= 0x7F && character < 0xA0;
+  // The parser does not take these.
+  const bool none = (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
+  return control || none ? kUnknown : character;
+}
+
+bool isBlank(char32_t character) { return character == ' ' || (character >= 9 && character <= 13); }
+
+// As a browser has it.
+std::string clean(std::string_view text) {
+  std::string cleaned;
+  while (!text.empty()) {
+    const std::string_view before = text;
+    const char32_t character = nextCharacter(text);
+    if (character == 0xFFFD) {
+      cleaned += "\xEF\xBF\xBD";
+    } else {
+      cleaned += before.substr(0, before.size() - text.size());
+    }
+  }
+  return cleaned;
+}
+
+// With every character but blanks the same.
+std::string masked(std::string_view text) {
+  std::string mask;
+  while (!text.empty()) {
+    const char32_t character = nextCharacter(text);
+    mask += isBlank(character) ? static_cast<char>(character) : 'x';
+  }
+  return mask;
+}
+
+Node masked(Node node) {
+  if (node.kind == Node::kText) node.text = masked(std::string_view(node.text));
+  for (Node &child : node.children) child = masked(std::move(child));
+  return node;
+}
+
+// ---- The page -----------------------------------------------------------------------------------
+
+class Page {
+ public:
+  explicit Page(std::string_view html)
+      : output_(gumbo_parse_with_options(&kGumboDefaultOptions, html.data(), html.size())) {}
+  Page(const Page &) = delete;
+  Page &operator=(const Page &) = delete;
+  ~Page() { gumbo_destroy_output(&kGumboDefaultOptions, output_); }
+
+  const GumboDocument &document() const { return output_->document->v.document; }
+  const GumboNode &root() const { return *output_->root; }
+
+ private:
+  GumboOutput *output_;
+};
+
+bool isElement(const GumboNode &node) {
+  return node.type == GUMBO_NODE_ELEMENT || node.type == GUMBO_NODE_TEMPLATE;
+}
+
+std::string nameOf(const GumboElement &element) {
+  if (element.tag != GUMBO_TAG_UNKNOWN) return gumbo_normalized_tagname(element.tag);
+  GumboStringPiece name = element.original_tag;
+  gumbo_tag_from_original_text(&name);
+  return lower({name.data, name.length});
+}
+
+std::vector<const GumboNode *> childrenOf(const GumboNode &node) {
+  const GumboVector &list = node.v.element.children;
+  std::vector<const GumboNode *> children;
+  for (unsigned i = 0; i < list.length; ++i) {
+    children.push_back(static_cast<const GumboNode *>(list.data[i]));
+  }
+  return children;
+}
+
+std::vector<const GumboAttribute *> attributesOf(const GumboNode &node) {
+  const GumboVector &list = node.v.element.attributes;
+  std::vector<const GumboAttribute *> attributes;
+  for (unsigned i = 0; i < list.length; ++i) {
+    attributes.push_back(static_cast<const GumboAttribute *>(list.data[i]));
+  }
+  return attributes;
+}
+
+// A tree as one text, from either side.
+std::string quoted(const std::string &name, const std::string &text) {
+  return name + "(" + std::to_string(text.size()) + ":" + text + ")";
+}
+
+std::string shown(const GumboNode &node, bool mask) {
+  if (!isElement(node)) {
+    const std::string text = node.v.text.text;
+    return quoted("text", mask ? masked(std::string_view(text)) : text);
+  }
+  std::string text = "<" + nameOf(node.v.element);
+  for (const GumboAttribute *one : attributesOf(node)) text += quoted(one->name, one->value);
+  text += ">";
+  for (const GumboNode *child : childrenOf(node)) text += shown(*child, mask);
+  return text + "</>";
+}
+
+// What a browser has to make of it: names in small letters, of equal attributes the first, texts
+// that touch as one.
+std::string shown(const Node &node) {
+  std::string text = "<" + lower(node.text);
+  std::vector<std::string> names;
+  for (const Attribute &one : node.attributes) {
+    const std::string name = lower(one.name);
+    if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+    text += quoted(name, clean(one.value.value_or("")));
+    names.push_back(name);
+  }
+  text += ">";
+  std::string run;
+  const auto endRun = [&] {
+    if (!run.empty()) text += quoted("text", run);
+    run.clear();
+  };
+  for (const Node &child : node.children) {
+    if (child.kind == Node::kElement) {
+      endRun();
+      text += shown(child);
+    } else {
+      run += clean(child.text);
+    }
+  }
+  endRun();
+  return text + "</>";
+}
+
+// ---- What a browser would run -------------------------------------------------------------------
+
+// As browsers read a URL: what leads and trails is dropped, and tabs and line ends everywhere.
+std::string schemeOf(std::string_view url) {
+  while (!url.empty() && static_cast<uint8_t>(url.front()) <= ' ') url.remove_prefix(1);
+  std::string plain;
+  for (const char c : url) {
+    if (c != '\t' && c != '\n' && c != '\r') plain += c;
+  }
+  const size_t end =
+      plain.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-.");
+  const bool begins = lower(plain) >= "a";  // neither a digit nor a mark
+  if (!begins || end == plain.npos || plain[end] != ':') return "";
+  return lower(plain.substr(0, end));
+}
+
+void expectNothingRuns(const GumboNode &node) {
+  if (!isElement(node)) return;
+  for (const GumboAttribute *attribute : attributesOf(node)) {
+    const std::string name = lower(attribute->name);
+    EXPECT(name.rfind("on", 0) != 0 && name != "style" && name != "srcdoc");
+    if (isIn(kUrls, name)) {
+      EXPECT(isIn({"", "http", "https", "mailto", "tel"}, schemeOf(attribute->value)));
+    }
+  }
+  for (const GumboNode *child : childrenOf(node)) expectNothingRuns(*child);
+}
+
+std::string written(const Node &body) {
+  const tarn::Element page("html", tarn::Element("head"), elementOf(body));
+  const tarn::Text text = tarn::html(page);
+  EXPECT(text || !allBelow(body, isPlain) || !allBelow(body, trustsNothing));
+  return std::string(text.view());
+}
+
+}  // namespace
+
+void fuzz(Input input) {
+  const Node body = treeIn(input);
+  const std::string html = written(body);
+  if (html.empty()) return;
+  const Page page(html);
+  EXPECT(page.document().has_doctype &&
+         page.document().doc_type_quirks_mode == GUMBO_DOCTYPE_NO_QUIRKS);
+  if (allBelow(body, trustsNothing)) expectNothingRuns(page.root());
+
+  // Whatever the names, no text is more to a parser than as many letters in its place.
+  const std::string plain = written(masked(body));
+  EXPECT(!plain.empty());
+  const Page plainPage(plain);
+  EXPECT(shown(page.root(), true) == shown(plainPage.root(), true));
+
+  if (!allBelow(body, hasKnownName)) return;
+  EXPECT(shown(page.root(), false) == "<html><head></>" + shown(body) + "</>");
+}

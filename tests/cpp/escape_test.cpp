@@ -1,0 +1,172 @@
+// Texts on their way into HTML, attributes, URLs and scripts.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "support/failing_memory.h"
+#include "tarn.hpp"
+
+namespace {
+
+using namespace std::literals;
+
+using Escape = tarn::Text (*)(std::string_view) noexcept;
+
+std::string made(Escape escape, std::string_view text) {
+  const tarn::Text escaped = escape(text);
+  EXPECT_TRUE(escaped);
+  EXPECT_EQ(nullptr, escaped.problem());
+  EXPECT_EQ(escaped.view().size(), std::string_view(escaped.c_str()).size());
+  return std::string(escaped.view());
+}
+
+std::string inHtml(std::string_view text) { return made(tarn::escape_html, text); }
+std::string inAttribute(std::string_view text) { return made(tarn::escape_attribute, text); }
+std::string inUrl(std::string_view text) { return made(tarn::escape_url, text); }
+std::string inJson(std::string_view text) { return made(tarn::escape_json, text); }
+
+std::string everyByte() {
+  std::string all;
+  for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
+  return all;
+}
+
+// ---- HTML ---------------------------------------------------------------------------------------
+
+TEST(EscapeHtml, LeavesNothingThatMeansMarkup) {
+  EXPECT_EQ("&lt;b title=&quot;a&quot; id=&#39;b&#39;&gt;Q&amp;A",
+            inHtml("<b title=\"a\" id='b'>Q&A"));
+}
+
+TEST(EscapeHtml, EscapesWhatIsEscapedAlready) { EXPECT_EQ("&amp;lt;", inHtml("&lt;")); }
+
+TEST(EscapeHtml, LeavesOtherTextAsItIs) {
+  const std::string plain = "Grüße, 東京, 🦆: `a=b` ~!#$%()*+,-./:;?@[\\]^_{|}";
+  EXPECT_EQ(plain, inHtml(plain));
+  EXPECT_EQ("", inHtml(""));
+}
+
+TEST(EscapeHtml, KeepsTabsAndLineEnds) { EXPECT_EQ("a\tb\nc&#13;\nd", inHtml("a\tb\nc\r\nd")); }
+
+TEST(EscapeHtml, ReplacesOtherControlCharacters) {
+  EXPECT_EQ("a\uFFFDb\uFFFDc\uFFFDd\uFFFD", inHtml("a\0b\x1B"
+                                                   "c\fd\x7F"sv));
+  EXPECT_EQ("\uFFFD\uFFFD\u00A0", inHtml("\u0080\u009F\u00A0"));
+}
+
+TEST(EscapeHtml, ReplacesWhatIsNoUtf8) {
+  const std::pair<std::string_view, std::string_view> kCases[] = {
+      {"caf\xE9", "caf\uFFFD"},                // Latin-1
+      {"caf\xE9!", "caf\uFFFD!"},              // cut off by what follows
+      {"\x80", "\uFFFD"},                      // nothing before it
+      {"\xC0\xBC", "\uFFFD\uFFFD"},            // "<", longer than needed
+      {"\xC1\xBF", "\uFFFD\uFFFD"},            //
+      {"\xE0\x80\xBC", "\uFFFD\uFFFD\uFFFD"},  //
+      {"\xE0\x9F\xBF", "\uFFFD\uFFFD\uFFFD"},  //
+      {"\xF0\x8F\xBF\xBF", "\uFFFD\uFFFD\uFFFD\uFFFD"},
+      {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"},            // a surrogate
+      {"\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond the last character
+      {"\xF5\x80\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},
+      {"\xE2\x82", "\uFFFD\uFFFD"},  // cut off
+      {"\xF0\x9F\xA6", "\uFFFD\uFFFD\uFFFD"},
+      {"\xE2\x82<", "\uFFFD\uFFFD&lt;"},  // what follows keeps its meaning
+      {"\xFF\xFE", "\uFFFD\uFFFD"},
+  };
+  for (const auto &[text, expected] : kCases) EXPECT_EQ(expected, inHtml(text));
+}
+
+TEST(EscapeHtml, KeepsTheFirstAndLastCharacterOfEveryLength) {
+  const std::string_view kCharacters[] = {" ",      "~",      "\u00A0", "\u07FF",     "\u0800",
+                                          "\uD7FF", "\uE000", "\uFFFD", "\U00010000", "\U0010FFFF"};
+  for (const std::string_view character : kCharacters) EXPECT_EQ(character, inHtml(character));
+}
+
+TEST(EscapeAttribute, HoldsWithoutQuotationMarks) {
+  EXPECT_EQ("a&#32;onclick&#61;b&#96;&gt;&#9;&#10;&#13;&quot;&#39;&lt;&amp;\uFFFD\uFFFD",
+            inAttribute("a onclick=b`>\t\n\r\"'<&\f\xFF"));
+}
+
+// ---- URLs ---------------------------------------------------------------------------------------
+
+TEST(EscapeUrl, EscapesAllButLettersDigitsAndFourMarks) {
+  const std::string plain = "ABCXYZabcxyz0189-._~";
+  EXPECT_EQ(plain, inUrl(plain));
+  EXPECT_EQ("%2F%3Fa%3Db%26c%3Dd%23e%20%2B%25", inUrl("/?a=b&c=d#e +%"));
+  EXPECT_EQ("%00%0D%0A%7F%80%FF", inUrl("\0\r\n\x7F\x80\xFF"sv));
+  EXPECT_EQ("%C3%A9", inUrl("é"));
+}
+
+TEST(EscapeUrl, IsUndoneByUnescapeString) {
+  const std::string all = everyByte().substr(1);
+  char *undone = unescapeString(inUrl(all).c_str());
+  EXPECT_EQ(all, undone);
+  std::free(undone);
+}
+
+// ---- JSON ---------------------------------------------------------------------------------------
+
+TEST(EscapeJson, MakesAStringWithItsQuotationMarks) {
+  EXPECT_EQ("\"\"", inJson(""));
+  EXPECT_EQ("\"Grüße, 🦆 / ok\"", inJson("Grüße, 🦆 / ok"));
+}
+
+TEST(EscapeJson, EscapesWhatEndsAStringOrALine) {
+  EXPECT_EQ("\"\\u0022\\u005c\\u0000\\u0009\\u000a\\u000d\\u001f\\u007f\"",
+            inJson("\"\\\0\t\n\r\x1F\x7F"sv));
+  EXPECT_EQ("\"\\u0080\\u009f\u00A0\"", inJson("\u0080\u009F\u00A0"));
+  EXPECT_EQ("\"a\\u2028b\\u2029c\u2027\u202A\"", inJson("a\u2028b\u2029c\u2027\u202A"));
+}
+
+TEST(EscapeJson, HasNothingThatHtmlReads) {
+  EXPECT_EQ("\"\\u003c/script\\u003e\\u003c!--\\u0026amp;\\u0027\"", inJson("</script><!--&amp;'"));
+}
+
+TEST(EscapeJson, ReplacesWhatIsNoUtf8) {
+  EXPECT_EQ("\"a\\ufffdb\"", inJson("a\xE9"
+                                    "b"));
+}
+
+// ---- Every byte, every escape -------------------------------------------------------------------
+
+TEST(Escape, OfEveryByteLeavesNoneThatIsDangerousInItsPlace) {
+  const std::string all = everyByte();
+  EXPECT_EQ(std::string::npos, inHtml(all).find_first_of("<>\"'\r\f\0\x7F"sv));
+  EXPECT_EQ(std::string::npos, inAttribute(all).find_first_of("<>\"'`= \t\n\r\f\0\x7F"sv));
+  EXPECT_EQ(std::string::npos, inUrl(all).find_first_of("<>\"'`&=+?#/ \t\n\r\f\0\x7F"sv));
+  const std::string json = inJson(all);
+  EXPECT_EQ(json.size() - 1, json.find('"', 1));
+  EXPECT_EQ(std::string::npos, json.find_first_of("<>&'\n\r\0\x7F"sv));
+}
+
+// ---- Texts --------------------------------------------------------------------------------------
+
+TEST(Text, IsMovedWithItsBlock) {
+  tarn::Text first = tarn::escape_html("first");
+  tarn::Text second(std::move(first));
+  EXPECT_EQ("first", second.view());
+  second = tarn::escape_html("second");
+  EXPECT_STREQ("second", second.c_str());
+}
+
+TEST(Text, ThatWasRefusedIsEmptyAndSaysWhy) {
+  const tarn::Text refused = tarn::Text::refused("because");
+  EXPECT_FALSE(refused);
+  EXPECT_EQ("", refused.view());
+  EXPECT_STREQ("", refused.c_str());
+  EXPECT_STREQ("because", refused.problem());
+}
+
+TEST(Text, IsWholeOrNotThereWhenMemoryRunsOut) {
+  const std::string text(1000, '<');
+  const std::string whole = inHtml(text);
+  tarn_test::forEachFailingAllocation([&](tarn_test::FailingMemory &memory) {
+    const tarn::Text escaped = memory.call([&] { return tarn::escape_html(text); });
+    EXPECT_EQ(memory.failed() ? "" : whole, escaped.view());
+    EXPECT_STREQ(memory.failed() ? "memory has run out" : nullptr, escaped.problem());
+  });
+}
+
+}  // namespace

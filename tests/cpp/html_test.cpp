@@ -1,0 +1,410 @@
+// Trees of elements as HTML.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "support/failing_memory.h"
+#include "support/script.h"
+#include "tarn.hpp"
+
+namespace {
+
+using tarn::Attribute;
+using tarn::Element;
+using tarn::Raw;
+
+std::string written(const Element &element) {
+  const tarn::Text text = tarn::html(element);
+  EXPECT_TRUE(text) << text.problem();
+  return std::string(text.view());
+}
+
+template <class... Pieces>
+std::string paragraph(Pieces &&...pieces) {
+  return written(Element("p", std::forward<Pieces>(pieces)...));
+}
+
+// Why an element is refused; of one that is not, what it became.
+std::string problemOf(const Element &element) {
+  const tarn::Text text = tarn::html(element);
+  return text ? "written: " + std::string(text.view()) : text.problem();
+}
+
+std::string problemOf(Attribute attribute) { return problemOf(Element("p", std::move(attribute))); }
+
+// ---- Texts and values ---------------------------------------------------------------------------
+
+TEST(Html, HasTextsAttributesAndElementsInTheirOrder) {
+  EXPECT_EQ("<p id=\"1\" class=\"x\">Hello, <b>Ann</b>!<i></i></p>",
+            paragraph("Hello, ", Attribute("id", "1"), Element("b", "Ann"), Attribute("class", "x"),
+                      "!", Element("i")));
+}
+
+TEST(Html, EscapesTexts) {
+  EXPECT_EQ("<p>&lt;script&gt;alert(&#39;1&#39;)&lt;/script&gt; &amp;amp;</p>",
+            paragraph("<script>alert('1')</script> &amp;"));
+}
+
+TEST(Html, EscapesValues) {
+  EXPECT_EQ("<p title=\"&quot; onclick=&#39;a&#39;&gt;&lt;b&gt;&amp;&#13;\n\"></p>",
+            paragraph(Attribute("title", "\" onclick='a'><b>&\r\n")));
+}
+
+TEST(Html, ReplacesControlCharactersAndWhatIsNoUtf8) {
+  EXPECT_EQ("<p title=\"\uFFFD\">a\uFFFDb\uFFFD</p>", paragraph(Attribute("title", "\xFF"),
+                                                                "a\x1B"
+                                                                "b\xC3"));
+}
+
+TEST(Html, HasRawAsItStands) {
+  EXPECT_EQ("<p>1 < 2<br>&amp;</p>", paragraph("1 ", Raw("< 2<br>"), "&"));
+  EXPECT_EQ("<p></p>", paragraph(Raw("")));
+}
+
+TEST(Html, HasAValueOnlyWhereThereIsOne) {
+  EXPECT_EQ("<p hidden title=\"\"></p>", paragraph(Attribute("hidden"), Attribute("title", "")));
+}
+
+TEST(Html, KeepsRepeatedAttributesOfWhichABrowserTakesTheFirst) {
+  EXPECT_EQ("<p id=\"a\" id=\"b\"></p>", paragraph(Attribute("id", "a"), Attribute("id", "b")));
+}
+
+TEST(Html, OfAnElementWithoutPiecesIsItsTags) { EXPECT_EQ("<p></p>", paragraph()); }
+
+TEST(Html, BeginsWithTheDoctypeOfAPage) {
+  EXPECT_EQ("<!DOCTYPE html>\n<html><body>x</body></html>",
+            written(Element("html", Element("body", "x"))));
+  EXPECT_EQ("<!DOCTYPE html>\n<HTML></HTML>", written(Element("HTML")));
+  EXPECT_EQ("<p><html></html></p>", paragraph(Element("html")));
+}
+
+// ---- Names --------------------------------------------------------------------------------------
+
+TEST(Html, HasNamesOfElementsAsTheyAre) {
+  for (const std::string name : {"p", "h1", "DIV", "my-list", "linearGradient", "x2-"}) {
+    EXPECT_EQ("<" + name + "></" + name + ">", written(Element(name)));
+  }
+}
+
+TEST(Html, RefusesNamesOfElementsThatAreNone) {
+  for (const std::string_view name :
+       {"",    "1",   "-x",     " p",      "p ",   "p>",        "p/",       "p onclick=alert(1)",
+        "p\n", "a<b", "p\"",    "p'",      "!--",  "?xml",      "/p",       "svg:a",
+        "a.b", "a_b", "\u00E9", "p\u00E9", "\xFF", "plaintext", "PlainText"}) {
+    EXPECT_EQ("an element has a name that is none", problemOf(Element(name))) << name;
+    EXPECT_EQ("an element has a name that is none", problemOf(Element("p", Element(name)))) << name;
+  }
+}
+
+TEST(Html, HasNamesOfAttributesAsTheyAre) {
+  for (const std::string name :
+       {"id", "data-x", "aria-label", "xml:lang", "Title", "@x", "_", "1"}) {
+    EXPECT_EQ("<p " + name + "=\"v\"></p>", paragraph(Attribute(name, "v")));
+  }
+}
+
+TEST(Html, RefusesNamesOfAttributesThatAreNone) {
+  for (const std::string_view name :
+       {"",   " ", "a b", "a\tb", "a\nb", "a\fb", "a=b",   "=",     "a>",     ">",
+        "a/", "/", "a<b", "a\"",  "'",    "a`",   "a\x7F", "a\x01", "\u00E9", "a\xFF"}) {
+    EXPECT_EQ("an attribute has a name that is none", problemOf(Attribute(name))) << name;
+    EXPECT_EQ("an attribute has a name that is none", problemOf(Attribute(name, "v"))) << name;
+    EXPECT_EQ("an attribute has a name that is none", problemOf(Attribute(name, Raw("v")))) << name;
+  }
+}
+
+// ---- Elements that are always empty -------------------------------------------------------------
+
+const char *const kVoid[] = {"area",  "base",   "basefont", "bgsound", "br",     "col",  "embed",
+                             "frame", "hr",     "img",      "input",   "keygen", "link", "meta",
+                             "param", "source", "track",    "wbr",     "BR",     "Img"};
+
+TEST(Html, OfAVoidElementHasNoEnd) {
+  for (const std::string name : kVoid) {
+    EXPECT_EQ("<p><" + name + " id=\"1\"></p>", paragraph(Element(name, Attribute("id", "1"))));
+  }
+}
+
+TEST(Html, RefusesContentInAVoidElement) {
+  const std::string kProblem = "an element that is always empty has content";
+  for (const char *name : kVoid) {
+    EXPECT_EQ(kProblem, problemOf(Element(name, "text")));
+    EXPECT_EQ(kProblem, problemOf(Element(name, "")));
+    EXPECT_EQ(kProblem, problemOf(Element(name, Raw("x"))));
+    EXPECT_EQ(kProblem, problemOf(Element(name, Element("p"))));
+    EXPECT_EQ(kProblem, problemOf(Element("div", Element("p", Element(name, "text")))));
+  }
+}
+
+// ---- Elements that hold text or code ------------------------------------------------------------
+
+const char *const kForCode[] = {"script",   "style", "iframe", "noembed",
+                                "noframes", "xmp",   "SCRIPT", "Style"};
+
+TEST(Html, HasRawInElementsForCode) {
+  for (const std::string name : kForCode) {
+    EXPECT_EQ("<" + name + ">if (a < b && c) '</b>'</" + name + ">",
+              written(Element(name, Raw("if (a < b "), Raw("&& c) '</b>'"))));
+    EXPECT_EQ("<" + name + "></" + name + ">", written(Element(name)));
+    EXPECT_EQ("<" + name + "></" + name + ">", written(Element(name, "", Raw(""))));
+  }
+}
+
+TEST(Html, RefusesTextInElementsForCode) {
+  for (const char *name : kForCode) {
+    EXPECT_EQ("a script or style is not Raw", problemOf(Element(name, "x")));
+    EXPECT_EQ("a script or style is not Raw", problemOf(Element(name, Raw("x"), "x")));
+  }
+}
+
+TEST(Html, RefusesElementsWhereOnlyTextCanStand) {
+  for (const char *name :
+       {"script", "STYLE", "iframe", "noembed", "noframes", "xmp", "title", "TextArea"}) {
+    EXPECT_EQ("an element stands where only text can", problemOf(Element(name, Element("b"))));
+    EXPECT_EQ("an element stands where only text can",
+              problemOf(Element("p", Element(name, Raw("x"), Element("br")))));
+  }
+}
+
+TEST(Html, RefusesRawThatEndsItsElement) {
+  for (const char *end : {"</script", "</script>", "x</ScRiPt x", "</scripty", "</</script>",
+                          "<!--", "a <!-- <script>"}) {
+    EXPECT_EQ("a text would end its element", problemOf(Element("script", Raw(end)))) << end;
+    EXPECT_EQ("a text would end its element", problemOf(Element("SCRIPT", Raw(end)))) << end;
+  }
+  EXPECT_EQ("a text would end its element", problemOf(Element("style", Raw("a</Style>"))));
+  EXPECT_EQ("a text would end its element", problemOf(Element("iframe", Raw("</iframe "))));
+  EXPECT_EQ("a text would end its element", problemOf(Element("title", Raw("</TITLE>"))));
+  EXPECT_EQ("a text would end its element", problemOf(Element("textarea", Raw("</textarea>"))));
+}
+
+TEST(Html, RefusesRawThatEndsItsElementInTwoPieces) {
+  EXPECT_EQ("a text would end its element",
+            problemOf(Element("script", Raw("</scr"), Raw("ipt>"))));
+  EXPECT_EQ("a text would end its element", problemOf(Element("script", Raw("<"), Raw("!--"))));
+}
+
+TEST(Html, HasRawThatOnlyResemblesAnEnd) {
+  for (const std::string text :
+       {"</scrip", "<", "</", "<!-", "< /script>", "<script>", "</style>"}) {
+    EXPECT_EQ("<script>" + text + "</script>", written(Element("script", Raw(text))));
+  }
+  EXPECT_EQ("<style><!-- --></style>", written(Element("style", Raw("<!-- -->"))));
+}
+
+// The end of one that was written before is not the next one's.
+TEST(Html, HasSeveralElementsForCode) {
+  EXPECT_EQ("<p><script>a</script><script>b</script><style>c</style></p>",
+            paragraph(Element("script", Raw("a")), Element("script", Raw("b")),
+                      Element("style", Raw("c"))));
+}
+
+TEST(Html, EscapesTextInTitleAndTextarea) {
+  EXPECT_EQ("<title>&lt;/title&gt;&lt;script&gt;</title>",
+            written(Element("title", "</title><script>")));
+  EXPECT_EQ("<textarea>\n&lt;/textarea&gt;</textarea>",
+            written(Element("textarea", "</textarea>")));
+}
+
+TEST(Html, KeepsTheLineEndAtTheStartOfATextarea) {
+  EXPECT_EQ("<textarea>\n\nx</textarea>", written(Element("textarea", "\nx")));
+  EXPECT_EQ("<pre>\n\nx</pre>", written(Element("pre", "\nx")));
+  EXPECT_EQ("<PRE>\n<b>\n</b></PRE>", written(Element("PRE", Element("b", "\n"))));
+  EXPECT_EQ("<listing>\n</listing>", written(Element("listing")));
+}
+
+// ---- Code and URLs in attributes ----------------------------------------------------------------
+
+TEST(Html, RefusesAttributesForCodeThatAreNotRaw) {
+  for (const char *name : {"onclick", "ONERROR", "onx", "on", "style", "Style", "srcdoc"}) {
+    EXPECT_EQ("an attribute for code is not Raw", problemOf(Attribute(name, "x"))) << name;
+    EXPECT_EQ("an attribute for code is not Raw", problemOf(Attribute(name, ""))) << name;
+    EXPECT_EQ("an attribute for code is not Raw", problemOf(Attribute(name))) << name;
+  }
+}
+
+TEST(Html, HasAttributesForCodeThatAreRawAndEscapesThem) {
+  EXPECT_EQ(
+      "<p onclick=\"a(&quot;&lt;b&gt;&quot;)\" style=\"color: red\"></p>",
+      paragraph(Attribute("onclick", Raw("a(\"<b>\")")), Attribute("style", Raw("color: red"))));
+}
+
+const char *const kUrlAttributes[] = {"action",     "background", "cite", "codebase", "data",
+                                      "formaction", "from",       "href", "longdesc", "manifest",
+                                      "poster",     "src",        "to",   "values",   "xlink:href",
+                                      "HREF",       "XLink:Href"};
+
+TEST(Html, HasUrlsThatAreRelativeOrOfASafeScheme) {
+  for (const std::string url :
+       {"", "/", "page?a=b:c", "#a:b", "//other.example/", "http://x/", "https://x/", "HTTPS://x/",
+        "mailto:a@b.example", "tel:+1-2", "./javascript:x", "a/b:c", "1:2", ":x", "javascript",
+        "%6Aavascript:x", "java/script:x"}) {
+    for (const std::string name : kUrlAttributes) {
+      EXPECT_EQ("<p " + name + "=\"" + url + "\"></p>", paragraph(Attribute(name, url)));
+    }
+  }
+}
+
+TEST(Html, RefusesUrlsOfOtherSchemes) {
+  for (const std::string_view url : {"javascript:alert(1)",
+                                     "JavaScript:alert(1)",
+                                     " javascript:x",
+                                     "\tjavascript:x",
+                                     "\x01javascript:x",
+                                     "java\nscript:x",
+                                     "java\r\nscript:x",
+                                     "j\ta\tv\ta\tscript:x",
+                                     "javascript\t:x",
+                                     "data:text/html,x",
+                                     "vbscript:x",
+                                     "blob:x",
+                                     "file:///etc/passwd",
+                                     "view-source:x",
+                                     "httpx:x",
+                                     "http+x:x",
+                                     "h:x",
+                                     "feed:javascript:x",
+                                     "a1.b-c+d:x",
+                                     "averyveryverylongscheme:x",
+                                     "java script:x"}) {
+    for (const char *name : kUrlAttributes) {
+      EXPECT_EQ("a URL's scheme is not a safe one", problemOf(Attribute(name, url))) << url;
+    }
+  }
+}
+
+TEST(Html, HasAnyUrlThatIsRaw) {
+  EXPECT_EQ("<p href=\"data:,&lt;\"></p>", paragraph(Attribute("href", Raw("data:,<"))));
+}
+
+TEST(Html, HasSchemesInOtherAttributes) {
+  EXPECT_EQ("<p title=\"javascript:x\" data-href=\"javascript:x\" href></p>",
+            paragraph(Attribute("title", "javascript:x"), Attribute("data-href", "javascript:x"),
+                      Attribute("href")));
+}
+
+// ---- Whole trees --------------------------------------------------------------------------------
+
+TEST(Html, OfATreeWithOneRefusalIsNothing) {
+  const tarn::Text text =
+      tarn::html(Element("html", Element("body", "text", Element("p", Attribute("onclick", "x")))));
+  EXPECT_FALSE(text);
+  EXPECT_EQ("", text.view());
+}
+
+TEST(Html, OfNoElementIsNothing) {
+  Element element("p");
+  const Element taken(std::move(element));
+  EXPECT_EQ("there is no element", problemOf(element));  // NOLINT(bugprone-use-after-move)
+}
+
+TEST(Html, OfACloneIsTheSame) {
+  const Element element("p", Attribute("onclick", Raw("x")), Attribute("hidden"), Raw("<br>"),
+                        Element("b", "a<b"));
+  EXPECT_EQ("<p onclick=\"x\" hidden><br><b>a&lt;b</b></p>", written(element));
+  EXPECT_EQ(written(element), written(element.clone()));
+}
+
+// What a C function made of the same interface.
+TEST(Html, HasAnElementsOwnTextBeforeItsChildren) {
+  Element element("p", Element("b"));
+  CGIgs_setString(element.handle(), 1, "a<b", TARN_ELEMENT_MAGIC);
+  EXPECT_EQ("<p>a&lt;b<b></b></p>", written(element));
+}
+
+// The number counts on a text alone.
+TEST(Html, EscapesAnElementsOwnTextWhateverItsNumber) {
+  Element element("p");
+  CGIgs_setString(element.handle(), 1, "a<b", TARN_ELEMENT_MAGIC);
+  CGIgs_setInt(element.handle(), 0, tarn::raw_mark, TARN_ELEMENT_MAGIC);
+  EXPECT_EQ("<p>a&lt;b</p>", written(element));
+}
+
+TEST(Html, RefusesAnElementsOwnTextWhereItCannotStand) {
+  const std::pair<const char *, const char *> kCases[] = {
+      {"br", "an element that is always empty has content"},
+      {"script", "a script or style is not Raw"}};
+  for (const auto &[name, problem] : kCases) {
+    Element element(name);
+    CGIgs_setString(element.handle(), 1, "x", TARN_ELEMENT_MAGIC);
+    EXPECT_EQ(problem, problemOf(element));
+  }
+}
+
+TEST(Html, RefusesATextWithElementsOfItsOwn) {
+  Element text("x", Element("b"));
+  CGIgs_setString(text.handle(), 0, nullptr, TARN_ELEMENT_MAGIC);
+  EXPECT_EQ("a text has elements of its own", problemOf(text));
+}
+
+TEST(Html, RefusesAnAttributeWithoutAName) {
+  Attribute attribute("x", "y");
+  CGIgs_setString(attribute.handle(), 0, nullptr, TARN_ATTRIBUTE_MAGIC);
+  EXPECT_EQ("an attribute has a name that is none", problemOf(std::move(attribute)));
+}
+
+// The two list types share their tag.
+TEST(Html, OfListsInEachOthersPlaceIsHarmless) {
+  Element element("p", Attribute("title", "<"), Element("b", "<"));
+  TarnHandle attributes = CGIgs_getStruct(element.handle(), 0, TARN_ELEMENT_MAGIC);
+  TarnHandle children = CGIgs_getStruct(element.handle(), 1, TARN_ELEMENT_MAGIC);
+  TarnHandle words[2] = {CGIgs_getList(&attributes, 0, TARN_ATTRIBUTE_LIST_MAGIC),
+                         CGIgs_getList(&children, 0, TARN_ELEMENT_LIST_MAGIC)};
+  const uintptr_t attribute = TARNGenericList_getByIndex(&words[0], 0);
+  const uintptr_t child = TARNGenericList_getByIndex(&words[1], 0);
+  TARNGenericList_setByIndex(&words[1], 0, attribute);
+  EXPECT_EQ("<p title=\"&lt;\"></p>", written(element));
+  TARNGenericList_setByIndex(&words[1], 0, child);
+  TARNGenericList_setByIndex(&words[0], 0, child);
+  EXPECT_EQ("an attribute has a name that is none", problemOf(element));
+  TARNGenericList_setByIndex(&words[0], 0, attribute);
+}
+
+TEST(Html, OfATreeOfAHundredThousandLevelsTakesASmallStack) {
+  tarn_test::asScript({}, "", [] {
+    rlimit small{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_STACK, &small));
+    small.rlim_cur = 1 << 20;
+    ASSERT_EQ(0, setrlimit(RLIMIT_STACK, &small));
+    constexpr int kLevels = 100000;
+    std::string expected;
+    Element tree("b", "<");
+    for (int level = 0; level < kLevels; ++level) {
+      Element outer("i");
+      outer.add(std::move(tree));
+      tree = std::move(outer);
+      expected += "<i>";
+    }
+    expected += "<b>&lt;</b>";
+    for (int level = 0; level < kLevels; ++level) expected += "</i>";
+    EXPECT_TRUE(expected == written(tree));
+  });
+}
+
+TEST(Html, OfAHundredThousandChildrenHasThemAll) {
+  std::string expected = "<ul>";
+  Element list("ul");
+  for (int child = 0; child < 100000; ++child) {
+    list.add(Element("li", "<"));
+    expected += "<li>&lt;</li>";
+  }
+  EXPECT_TRUE(expected + "</ul>" == written(list));
+}
+
+TEST(Html, IsWholeOrNotThereWhenMemoryRunsOut) {
+  Element tree("b", "text");
+  for (int level = 0; level < 40; ++level) {
+    tree = Element("i", Attribute("title", "<<<<<<<<<<<<<<<<"), std::move(tree));
+  }
+  const std::string whole = written(tree);
+  tarn_test::forEachFailingAllocation([&](tarn_test::FailingMemory &memory) {
+    const tarn::Text text = memory.call([&] { return tarn::html(tree); });
+    EXPECT_EQ(memory.failed() ? "" : whole, text.view());
+    EXPECT_STREQ(memory.failed() ? "memory has run out" : nullptr, text.problem());
+  });
+}
+
+}  // namespace

@@ -1,0 +1,675 @@
+// Answers: the header, line by line, and the body.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "support/failing_memory.h"
+#include "support/script.h"
+#include "tarn.hpp"
+
+namespace {
+
+using namespace std::literals;
+
+using tarn::Element;
+using tarn::Response;
+using tarn::SameSite;
+using tarn::SetCookie;
+
+// A stream whose output can be asked for.
+class Output {
+ public:
+  Output() : stream_(open_memstream(&text_, &size_)) {}
+  ~Output() {
+    std::fclose(stream_);
+    std::free(text_);
+  }
+  Output(const Output &) = delete;
+  Output &operator=(const Output &) = delete;
+
+  operator FILE *() const { return stream_; }
+  std::string written() {
+    std::fflush(stream_);
+    return {text_, size_};
+  }
+
+ private:
+  char *text_ = nullptr;
+  size_t size_ = 0;
+  FILE *stream_;
+};
+
+const std::string kFailure =
+    "Status: 500 Internal Server Error\r\n"
+    "Content-Type: text/plain; charset=utf-8\r\n"
+    "Content-Length: 22\r\n"
+    "\r\n"
+    "Internal Server Error\n";
+
+// What stands between the content type and the length of an answer, which `say` gives its header.
+template <class Say>
+std::string linesOf(Say say) {
+  Output out;
+  Response response(out);
+  say(response);
+  EXPECT_TRUE(response.send()) << response.problem();
+  EXPECT_EQ(nullptr, response.problem());
+  const std::string_view before = "Content-Type: text/plain; charset=utf-8\r\n";
+  const std::string_view after = "Content-Length: 0\r\n\r\n";
+  std::string answer = out.written();
+  const size_t start = answer.find(before);
+  const size_t end = answer.find(after);
+  EXPECT_EQ(answer.size(), end + after.size());
+  EXPECT_NE(std::string::npos, start);
+  return answer.erase(end).erase(start, before.size());
+}
+
+// Why an answer is refused, which is then a plain failure without anything of what was said.
+template <class Say>
+std::string problemOf(Say say) {
+  Output out;
+  Response response(out);
+  response.header("X-Before", "1").cookie(SetCookie("before", "1"));
+  say(response);
+  response.header("X-After", "1");
+  EXPECT_FALSE(response.send_text("text"));
+  EXPECT_EQ(kFailure, out.written());
+  return response.problem() ? response.problem() : "none";
+}
+
+std::string cookie(const SetCookie &cookie) {
+  return linesOf([&](Response &response) { response.cookie(cookie); });
+}
+
+std::string problemOf(const SetCookie &cookie) {
+  return problemOf([&](Response &response) { response.cookie(cookie); });
+}
+
+// ---- Bodies -------------------------------------------------------------------------------------
+
+TEST(Response, WithAPageIsHtmlInUtf8) {
+  Output out;
+  EXPECT_TRUE(Response(out).send(Element("html", Element("body", "1 < 2"))));
+  EXPECT_EQ(
+      "Content-Type: text/html; charset=utf-8\r\n"
+      "Content-Length: 50\r\n"
+      "\r\n"
+      "<!DOCTYPE html>\n<html><body>1 &lt; 2</body></html>",
+      out.written());
+}
+
+TEST(Response, WithATextIsPlainTextInUtf8) {
+  Output out;
+  EXPECT_TRUE(Response(out).send_text("<b>\0é"sv));
+  EXPECT_EQ(
+      "Content-Type: text/plain; charset=utf-8\r\n"
+      "Content-Length: 6\r\n"
+      "\r\n"
+      "<b>\0é"sv,
+      out.written());
+}
+
+TEST(Response, WithBytesHasThemAsTheyAre) {
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
+  Output out;
+  EXPECT_TRUE(Response(out).content_type("image/png").send_bytes(bytes));
+  EXPECT_EQ("Content-Type: image/png\r\nContent-Length: 256\r\n\r\n" + bytes, out.written());
+}
+
+TEST(Response, WithBytesOfNoTypeSaysSo) {
+  Output out;
+  EXPECT_TRUE(Response(out).send_bytes("x"));
+  EXPECT_EQ("Content-Type: application/octet-stream\r\nContent-Length: 1\r\n\r\nx", out.written());
+}
+
+TEST(Response, WithoutContentHasALengthOf0) {
+  Output out;
+  EXPECT_TRUE(Response(out).send());
+  EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 0\r\n\r\n", out.written());
+}
+
+TEST(Response, HasTheContentTypeThatWasSaidLast) {
+  Output out;
+  EXPECT_TRUE(Response(out).content_type("a/b").content_type("text/csv").send_text(""));
+  EXPECT_EQ("Content-Type: text/csv\r\nContent-Length: 0\r\n\r\n", out.written());
+}
+
+TEST(Response, RefusesContentTypesThatAreNone) {
+  for (const std::string_view type : {""sv, "a/b\r\nX: y"sv, "a/b\n"sv, "a\0b"sv, "a\x7F"sv}) {
+    EXPECT_EQ("a content type is none",
+              problemOf([&](Response &response) { response.content_type(type); }));
+  }
+}
+
+TEST(Response, GoesOutInOneOrderWhateverTheOrderOfTheCalls) {
+  Output out;
+  EXPECT_TRUE(Response(out)
+                  .cookie(SetCookie("a", "1"))
+                  .header("X-A", "1")
+                  .redirect("/done")
+                  .cookie(SetCookie("b", "2"))
+                  .content_type("text/plain")
+                  .header("X-B", "2")
+                  .send_text("done"));
+  EXPECT_EQ(
+      "Status: 303 See Other\r\n"
+      "Content-Type: text/plain\r\n"
+      "Location: /done\r\n"
+      "X-A: 1\r\n"
+      "X-B: 2\r\n"
+      "Set-Cookie: a=1; Path=/; HttpOnly; SameSite=Lax\r\n"
+      "Set-Cookie: b=2; Path=/; HttpOnly; SameSite=Lax\r\n"
+      "Content-Length: 4\r\n"
+      "\r\n"
+      "done",
+      out.written());
+}
+
+TEST(Response, GoesToTheStandardOutput) {
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  tarn_test::asScript({}, "", [&] {
+    dup2(ends[1], STDOUT_FILENO);
+    EXPECT_TRUE(Response().send_text("hi"));
+    close(STDOUT_FILENO);
+  });
+  close(ends[1]);
+  char text[200];
+  const ssize_t length = read(ends[0], text, sizeof text);
+  close(ends[0]);
+  ASSERT_GT(length, 0);
+  EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 2\r\n\r\nhi",
+            std::string_view(text, static_cast<size_t>(length)));
+}
+
+TEST(Response, IsSentOnce) {
+  Output out;
+  Response response(out);
+  response.header("X-First", "1").cookie(SetCookie("first", "1"));
+  EXPECT_TRUE(response.send_text("first"));
+  const std::string first = out.written();
+  response.header("X-Late", "1").cookie(SetCookie("late", "1"));
+  EXPECT_FALSE(response.send_text("second"));
+  EXPECT_STREQ("an answer has been sent before", response.problem());
+  EXPECT_FALSE(response.send(Element("p")));
+  EXPECT_EQ(first, out.written());
+}
+
+// ---- HEAD ---------------------------------------------------------------------------------------
+
+TEST(Response, ToAHeadRequestIsTheHeaderAlone) {
+  tarn_test::asScript({{"REQUEST_METHOD", "HEAD"}}, "", [] {
+    Output out;
+    EXPECT_TRUE(Response(out).send_text("text"));
+    EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 4\r\n\r\n",
+              out.written());
+  });
+}
+
+TEST(Response, ToAnyOtherRequestHasABody) {
+  for (const char *method : {"GET", "POST", "head", "HEADER", ""}) {
+    tarn_test::asScript({{"REQUEST_METHOD", method}}, "", [] {
+      Output out;
+      EXPECT_TRUE(Response(out).send_text("text"));
+      EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 4\r\n\r\ntext",
+                out.written());
+    });
+  }
+}
+
+TEST(Response, IsTheHeaderAloneWhenTheScriptSaysSo) {
+  Output alone;
+  EXPECT_TRUE(Response(alone).head(true).send_text("text"));
+  EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 4\r\n\r\n",
+            alone.written());
+  tarn_test::asScript({{"REQUEST_METHOD", "HEAD"}}, "", [] {
+    Output whole;
+    EXPECT_TRUE(Response(whole).head(false).send_text("text"));
+    EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 4\r\n\r\ntext",
+              whole.written());
+  });
+}
+
+TEST(Response, ThatIsRefusedHasNoBodyForAHeadRequestEither) {
+  Output out;
+  EXPECT_FALSE(Response(out).head(true).status(0).send_text("text"));
+  EXPECT_EQ(kFailure.substr(0, kFailure.find("\r\n\r\n") + 4), out.written());
+}
+
+// ---- Status -------------------------------------------------------------------------------------
+
+TEST(Response, SaysItsStatus) {
+  const std::pair<int, std::string> kCases[] = {
+      {200, ""},
+      {201, "Status: 201 Created\r\n"},
+      {299, "Status: 299 Other\r\n"},
+      {403, "Status: 403 Forbidden\r\n"},
+      {404, "Status: 404 Not Found\r\n"},
+      {405, "Status: 405 Method Not Allowed\r\n"},
+      {503, "Status: 503 Service Unavailable\r\n"},
+      {599, "Status: 599 Other\r\n"},
+  };
+  for (const auto &one : kCases) {
+    EXPECT_EQ(one.second, linesOf([&](Response &response) { response.status(one.first); }));
+  }
+}
+
+TEST(Response, HasTheStatusThatWasSaidLast) {
+  EXPECT_EQ("", linesOf([](Response &response) { response.status(404).status(200); }));
+}
+
+TEST(Response, HasNoContentWhereTheStatusForbidsIt) {
+  const std::pair<int, std::string> kCases[] = {{204, "Status: 204 No Content\r\nX: 1\r\n\r\n"},
+                                                {304, "Status: 304 Not Modified\r\nX: 1\r\n\r\n"}};
+  for (const auto &[status, answer] : kCases) {
+    Output out;
+    EXPECT_TRUE(Response(out).header("X", "1").status(status).send_text("text"));
+    EXPECT_EQ(answer, out.written());
+  }
+}
+
+TEST(Response, RefusesStatusesThatAreNone) {
+  for (const int status : {0, -1, 99, 100, 199, 600, 1000, std::numeric_limits<int>::max()}) {
+    EXPECT_EQ("a status is none", problemOf([&](Response &response) { response.status(status); }));
+  }
+}
+
+// ---- Redirections -------------------------------------------------------------------------------
+
+std::string redirection(std::string_view path) {
+  return linesOf([&](Response &response) { response.redirect(path); });
+}
+
+TEST(Response, RedirectsToAPathOfItsSite) {
+  for (const std::string path : {"/", "/done", "/a/b?c=d&e=%20#f", "/.//x", "/x//y"}) {
+    EXPECT_EQ("Status: 303 See Other\r\nLocation: " + path + "\r\n", redirection(path));
+  }
+}
+
+TEST(Response, RefusesToRedirectToWhatIsNoPathOfItsSite) {
+  for (const std::string_view path :
+       {""sv, "done"sv, "//evil.example"sv, "/\\evil.example"sv, "\\\\evil.example"sv,
+        "http://evil.example/"sv, "javascript:alert(1)"sv, "?a"sv, " /x"sv, "/a b"sv, "/\t/evil"sv,
+        "/\r\nX: y"sv, "/x\n"sv, "/\0"sv, "/é"sv, "/<"sv, "/\""sv, "/x\x7F"sv}) {
+    EXPECT_EQ("a path to redirect to is none of this site",
+              problemOf([&](Response &response) { response.redirect(path); }))
+        << path;
+  }
+}
+
+TEST(Response, RedirectsAwayToAnotherSite) {
+  for (const std::string url : {"http://a.example", "https://a.example/b?c#d", "HTTPS://a/"}) {
+    EXPECT_EQ("Status: 303 See Other\r\nLocation: " + url + "\r\n",
+              linesOf([&](Response &response) { response.redirect_away(url); }));
+  }
+}
+
+TEST(Response, RefusesToRedirectAwayToWhatIsNoUrl) {
+  for (const std::string_view url :
+       {""sv, "/done"sv, "a.example"sv, "//a.example"sv, "http:"sv, "http:/a"sv, "http://"sv,
+        "https:///a"sv, "http://?a"sv, "https://#"sv, "ftp://a/"sv, "javascript:alert(1)"sv,
+        "https://a/\r\nX: y"sv, "https://a /"sv, "https://é/"sv, "https://a\\b"sv,
+        "https://a/\0"sv}) {
+    EXPECT_EQ("a URL to redirect to is none",
+              problemOf([&](Response &response) { response.redirect_away(url); }))
+        << url;
+  }
+}
+
+TEST(Response, RedirectsWithTheStatusThatIsAskedFor) {
+  const std::pair<int, std::string> kCases[] = {{301, "301 Moved Permanently"},
+                                                {302, "302 Found"},
+                                                {303, "303 See Other"},
+                                                {307, "307 Temporary Redirect"},
+                                                {308, "308 Permanent Redirect"}};
+  for (const auto &one : kCases) {
+    const std::string lines = "Status: " + one.second + "\r\nLocation: /\r\n";
+    EXPECT_EQ(lines, linesOf([&](Response &response) { response.redirect("/", one.first); }));
+  }
+}
+
+TEST(Response, RefusesToRedirectWithAStatusThatDoesNot) {
+  for (const int code : {0, 200, 300, 304, 305, 309, 404}) {
+    EXPECT_EQ("a status does not redirect",
+              problemOf([&](Response &response) { response.redirect("/", code); }));
+    EXPECT_EQ("a status does not redirect",
+              problemOf([&](Response &response) { response.redirect_away("http://a/", code); }));
+  }
+}
+
+TEST(Response, RedirectsToTheLastPlaceThatWasSaid) {
+  EXPECT_EQ("Status: 302 Found\r\nLocation: /b\r\n",
+            linesOf([](Response &response) { response.redirect("/a").redirect("/b", 302); }));
+}
+
+// ---- Headers ------------------------------------------------------------------------------------
+
+std::string header(std::string_view name, std::string_view value) {
+  return linesOf([&](Response &response) { response.header(name, value); });
+}
+
+std::string problemOfHeader(std::string_view name, std::string_view value) {
+  return problemOf([&](Response &response) { response.header(name, value); });
+}
+
+TEST(Response, HasHeadersOfAnyName) {
+  EXPECT_EQ("X-A: b\r\n", header("X-A", "b"));
+  EXPECT_EQ("a!#$%&'*+-.^_`|~9: \r\n", header("a!#$%&'*+-.^_`|~9", ""));
+  EXPECT_EQ("X: a\tb \"c\"; d=é\xFF\r\n", header("X", "a\tb \"c\"; d=é\xFF"));
+}
+
+TEST(Response, HasRepeatedHeadersAllInTheirOrder) {
+  EXPECT_EQ("Link: <a>\r\nX: 1\r\nLink: <b>\r\n", linesOf([](Response &response) {
+              response.header("Link", "<a>").header("X", "1").header("Link", "<b>");
+            }));
+}
+
+TEST(Response, RefusesNamesOfHeadersThatAreNone) {
+  for (const std::string_view name :
+       {""sv, " "sv, "a b"sv, "a:"sv, ":"sv, "a\r\nb"sv, "a\n"sv, "a\0"sv, "a\t"sv, "é"sv, "a(b"sv,
+        "a/b"sv, "a\"b"sv, "a\x7F"sv, " X"sv, "X "sv}) {
+    EXPECT_EQ("a header has a name that is none", problemOfHeader(name, "v")) << name;
+  }
+}
+
+TEST(Response, RefusesEveryControlCharacterInAHeadersValueButTheTab) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const std::string value = std::string("a") + static_cast<char>(byte) + "b";
+    if ((byte < ' ' && byte != '\t') || byte == 0x7F) {
+      EXPECT_EQ("a header's value has a control character", problemOfHeader("X", value)) << byte;
+    } else {
+      EXPECT_EQ("X: " + value + "\r\n", header("X", value)) << byte;
+    }
+  }
+}
+
+TEST(Response, RefusesAnyLineEndInAHeadersValue) {
+  for (const std::string_view value :
+       {"a\r\nSet-Cookie: b=c"sv, "a\n\n<script>"sv, "a\r"sv, "\n"sv, "a\r\n b"sv}) {
+    EXPECT_EQ("a header's value has a control character", problemOfHeader("X", value));
+  }
+}
+
+TEST(Response, RefusesHeadersThatHaveAFunctionOrAreTheServers) {
+  for (const char *name : {"Status", "Content-Type", "Location", "Set-Cookie", "Content-Length",
+                           "Connection", "Transfer-Encoding", "status", "SET-COOKIE"}) {
+    EXPECT_EQ("a header is not to be added", problemOfHeader(name, "v")) << name;
+  }
+}
+
+TEST(Response, HasCommonHeadersByName) {
+  EXPECT_EQ(
+      "Cache-Control: no-store\r\n"
+      "X-Content-Type-Options: nosniff\r\n"
+      "X-Frame-Options: DENY\r\n"
+      "Referrer-Policy: no-referrer\r\n"
+      "Content-Security-Policy: default-src 'self'\r\n"
+      "Content-Language: en\r\n"
+      "Allow: GET, POST\r\n"
+      "ETag: \"v1\"\r\n",
+      linesOf([](Response &response) {
+        response.no_store()
+            .nosniff()
+            .deny_framing()
+            .no_referrer()
+            .content_security_policy("default-src 'self'")
+            .content_language("en")
+            .allow("GET, POST")
+            .etag("v1");
+      }));
+}
+
+TEST(Response, RefusesLineEndsInCommonHeadersToo) {
+  const char *const kProblem = "a header's value has a control character";
+  EXPECT_EQ(kProblem, problemOf([](Response &r) { r.content_security_policy("a\r\nb"); }));
+  EXPECT_EQ(kProblem, problemOf([](Response &r) { r.content_language("a\n"); }));
+  EXPECT_EQ(kProblem, problemOf([](Response &r) { r.allow("\r"); }));
+}
+
+TEST(Response, HasEtagsOfAllThatCanStandInOne) {
+  EXPECT_EQ("ETag: \"\"\r\n", linesOf([](Response &response) { response.etag(""); }));
+  EXPECT_EQ("ETag: \"!#'\\~\xFF\"\r\n",
+            linesOf([](Response &response) { response.etag("!#'\\~\xFF"); }));
+  for (const std::string_view tag : {"\""sv, "a b"sv, "a\r\nb"sv, "\0"sv, "\t"sv, "\x7F"sv}) {
+    EXPECT_EQ("an etag is none", problemOf([&](Response &response) { response.etag(tag); }));
+  }
+}
+
+TEST(Response, SaysWhenTheContentWasChanged) {
+  const std::pair<std::time_t, std::string> kCases[] = {
+      {0, "Thu, 01 Jan 1970 00:00:00 GMT"},
+      {784111777, "Sun, 06 Nov 1994 08:49:37 GMT"},
+      {1709251199, "Thu, 29 Feb 2024 23:59:59 GMT"},
+      {-1, "Wed, 31 Dec 1969 23:59:59 GMT"},
+  };
+  for (const auto &one : kCases) {
+    EXPECT_EQ("Last-Modified: " + one.second + "\r\n",
+              linesOf([&](Response &response) { response.last_modified(one.first); }));
+  }
+}
+
+// 32 bits do not reach so far.
+TEST(Response, RefusesTimesOfYearsThatHaveNotFourDigits) {
+  if constexpr (sizeof(std::time_t) > 4) {
+    constexpr auto kLastSecond = static_cast<std::time_t>(253402300799);
+    EXPECT_EQ("Last-Modified: Fri, 31 Dec 9999 23:59:59 GMT\r\n",
+              linesOf([&](Response &response) { response.last_modified(kLastSecond); }));
+    for (const std::time_t when : {kLastSecond + 1, std::numeric_limits<std::time_t>::max(),
+                                   std::numeric_limits<std::time_t>::min()}) {
+      EXPECT_EQ("a time is none",
+                problemOf([&](Response &response) { response.last_modified(when); }));
+    }
+  }
+}
+
+TEST(Response, NamesAnAttachmentWhateverItsName) {
+  EXPECT_EQ(
+      "Content-Disposition: attachment; filename*=UTF-8''gr%C3%BC%C3%9Fe%22%0D%0AX%3A%20y.txt\r\n",
+      linesOf([](Response &response) { response.attachment("grüße\"\r\nX: y.txt"); }));
+}
+
+// ---- Cookies ------------------------------------------------------------------------------------
+
+TEST(SetCookie, IsForTheSiteAndHiddenFromScripts) {
+  EXPECT_EQ("Set-Cookie: a=b; Path=/; HttpOnly; SameSite=Lax\r\n", cookie(SetCookie("a", "b")));
+  EXPECT_EQ("Set-Cookie: a=; Path=/; HttpOnly; SameSite=Lax\r\n", cookie(SetCookie("a", "")));
+}
+
+TEST(SetCookie, HasWhatWasAskedFor) {
+  EXPECT_EQ(
+      "Set-Cookie: a=b; Max-Age=60; Domain=a.example; Path=/b; Secure; HttpOnly; "
+      "SameSite=Strict\r\n",
+      cookie(SetCookie("a", "b")
+                 .same_site(SameSite::strict)
+                 .path("/b")
+                 .domain("a.example")
+                 .max_age(60)
+                 .secure()));
+  EXPECT_EQ("Set-Cookie: a=b; Path=/; SameSite=Lax\r\n",
+            cookie(SetCookie("a", "b").readable_by_scripts()));
+  EXPECT_EQ("Set-Cookie: a=b; Path=/; Secure; HttpOnly; SameSite=None\r\n",
+            cookie(SetCookie("a", "b").secure().same_site(SameSite::none)));
+}
+
+TEST(SetCookie, LivesForAnyNumberOfSeconds) {
+  const std::pair<std::int64_t, std::string> kCases[] = {
+      {0, "0"},
+      {-1, "-1"},
+      {std::numeric_limits<std::int64_t>::max(), "9223372036854775807"},
+      {std::numeric_limits<std::int64_t>::min(), "-9223372036854775808"}};
+  for (const auto &[seconds, number] : kCases) {
+    EXPECT_EQ("Set-Cookie: a=b; Max-Age=" + number + "; Path=/; HttpOnly; SameSite=Lax\r\n",
+              cookie(SetCookie("a", "b").max_age(seconds)));
+  }
+}
+
+TEST(SetCookie, EscapesItsValue) {
+  EXPECT_EQ(
+      "Set-Cookie: a=b%3B%20Secure%2C%22%5C%0D%0A%C3%A9%2B%25; Path=/; HttpOnly; "
+      "SameSite=Lax\r\n",
+      cookie(SetCookie("a", "b; Secure,\"\\\r\né+%")));
+}
+
+TEST(SetCookie, ComesBackAsItWas) {
+  std::string value;
+  for (int byte = 1; byte < 256; ++byte) value += static_cast<char>(byte);
+  const std::string name = "aZ9!#$&'*-.^_`|~";
+  const std::string line = cookie(SetCookie(name, value));
+  const std::string_view start = "Set-Cookie: ";
+  const std::string pair = line.substr(start.size(), line.find(';') - start.size());
+  tarn_test::asScript({{"HTTP_COOKIE", "x=y; " + pair}}, "", [&] {
+    TarnHandle environment = 0;
+    ASSERT_EQ(TARN_OK, CgiEnv_new(&environment));
+    TarnHandle list = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+    TarnHandle back = HTTPCookieList_getByIndex(&list, 1);
+    EXPECT_EQ(name, CGIgs_getString(&back, 0, TARN_COOKIE_MAGIC));
+    EXPECT_EQ(value, CGIgs_getString(&back, 1, TARN_COOKIE_MAGIC));
+    CgiEnv_delete(&environment);
+  });
+}
+
+TEST(SetCookie, RefusesNamesThatAreNoneOrWouldComeBackAsOthers) {
+  for (const std::string_view name : {""sv, "a b"sv, "a=b"sv, "a;b"sv, "a,b"sv, "a\r\nX: y"sv,
+                                      "a\0"sv, "é"sv, "a%41"sv, "a+b"sv, "\"a\""sv, " a"sv}) {
+    EXPECT_EQ("a cookie has a name that is none", problemOf(SetCookie(name, "v"))) << name;
+  }
+}
+
+TEST(SetCookie, RefusesAZeroByteInItsValue) {
+  EXPECT_EQ("a cookie's value has a zero byte", problemOf(SetCookie("a", "b\0c"sv)));
+}
+
+TEST(SetCookie, RefusesPathsThatAreNone) {
+  for (const std::string_view path :
+       {""sv, "a"sv, "/a;b"sv, "/\r\n"sv, "/a b"sv, "/é"sv, "/\0"sv}) {
+    EXPECT_EQ("a cookie has a path that is none", problemOf(SetCookie("a", "b").path(path)));
+  }
+}
+
+TEST(SetCookie, RefusesDomainsThatAreNone) {
+  for (const std::string_view domain : {"a b"sv, "a;b"sv, "a\r\n"sv, "é"sv, "a/b"sv, "a:1"sv}) {
+    EXPECT_EQ("a cookie has a domain that is none", problemOf(SetCookie("a", "b").domain(domain)));
+  }
+}
+
+TEST(SetCookie, RefusesWhatABrowserWouldNotTake) {
+  const char *const kNotSecure = "a cookie that has to be secure is not";
+  EXPECT_EQ(kNotSecure, problemOf(SetCookie("a", "b").same_site(SameSite::none)));
+  EXPECT_EQ(kNotSecure, problemOf(SetCookie("__Secure-a", "b")));
+  EXPECT_EQ(kNotSecure, problemOf(SetCookie("__Host-a", "b")));
+  EXPECT_EQ(kNotSecure, problemOf(SetCookie("__host-a", "b")));
+  const char *const kNotHost = "a cookie named __Host- has a path or a domain";
+  EXPECT_EQ(kNotHost, problemOf(SetCookie("__Host-a", "b").secure().path("/x")));
+  EXPECT_EQ(kNotHost, problemOf(SetCookie("__Host-a", "b").secure().domain("a.example")));
+}
+
+TEST(SetCookie, HasThePrefixesThatABrowserChecks) {
+  EXPECT_EQ("Set-Cookie: __Host-a=b; Path=/; Secure; HttpOnly; SameSite=Lax\r\n",
+            cookie(SetCookie("__Host-a", "b").secure()));
+  EXPECT_EQ("Set-Cookie: __Secure-a=b; Domain=x; Path=/y; Secure; HttpOnly; SameSite=Lax\r\n",
+            cookie(SetCookie("__Secure-a", "b").secure().path("/y").domain("x")));
+}
+
+// ---- What fails ---------------------------------------------------------------------------------
+
+TEST(Response, TellsTheFirstOfSeveralProblems) {
+  EXPECT_EQ("a status is none",
+            problemOf([](Response &response) { response.status(0).header("", "").redirect("x"); }));
+}
+
+TEST(Response, WithAPageThatIsRefusedIsAFailure) {
+  Output out;
+  Response response(out);
+  response.header("X", "1");
+  EXPECT_FALSE(response.send(Element("p", "text", tarn::Attribute("onclick", "x"))));
+  EXPECT_STREQ("an attribute for code is not Raw", response.problem());
+  EXPECT_EQ(kFailure, out.written());
+}
+
+TEST(Response, TellsThatTheDiskIsFull) {
+  FILE *full = std::fopen("/dev/full", "w");
+  ASSERT_NE(nullptr, full);
+  Response response(full);
+  EXPECT_FALSE(response.send_text("text"));
+  EXPECT_STREQ("the answer was not written", response.problem());
+  std::fclose(full);
+}
+
+TEST(Response, TellsThatTheDiskIsFullForALargeBody) {
+  FILE *full = std::fopen("/dev/full", "w");
+  ASSERT_NE(nullptr, full);
+  Response response(full);
+  EXPECT_FALSE(response.send_text(std::string(1 << 20, 'x')));
+  EXPECT_STREQ("the answer was not written", response.problem());
+  std::fclose(full);
+}
+
+TEST(Response, TellsThatItsOutputIsClosed) {
+  tarn_test::asScript({}, "", [] {
+    close(STDOUT_FILENO);
+    Response response;
+    EXPECT_FALSE(response.send_text("text"));
+    EXPECT_STREQ("the answer was not written", response.problem());
+  });
+}
+
+TEST(Response, TellsThatWhatWasPrintedBeforeWasNotWritten) {
+  tarn_test::asScript({}, "", [] {
+    const int full = open("/dev/full", O_WRONLY);
+    dup2(full, STDOUT_FILENO);
+    std::puts("before");
+    std::fflush(stdout);
+    const int nothing = open("/dev/null", O_WRONLY);
+    dup2(nothing, STDOUT_FILENO);
+    EXPECT_FALSE(Response().send_text("text"));
+  });
+}
+
+TEST(Response, TellsOfARefusalRatherThanOfItsOutput) {
+  FILE *full = std::fopen("/dev/full", "w");
+  ASSERT_NE(nullptr, full);
+  Response response(full);
+  EXPECT_FALSE(response.status(0).send_text("text"));
+  EXPECT_STREQ("a status is none", response.problem());
+  std::fclose(full);
+}
+
+TEST(Response, IsWholeOrAFailureWhenMemoryRunsOut) {
+  const std::string longValue(300, 'x');
+  const std::string path = "/" + longValue;
+  const Element page("html", Element("body", longValue));
+  const std::string body = "<!DOCTYPE html>\n<html><body>" + longValue + "</body></html>";
+  const std::string whole =
+      "Status: 303 See Other\r\nContent-Type: a/b\r\nLocation: /" + longValue +
+      "\r\nX: " + longValue + "\r\nSet-Cookie: a=" + longValue +
+      "; Path=/; HttpOnly; SameSite=Lax\r\nContent-Length: " + std::to_string(body.size()) +
+      "\r\n\r\n" + body;
+  tarn_test::forEachFailingAllocation([&](tarn_test::FailingMemory &memory) {
+    char text[8192] = "";
+    char buffer[sizeof text];
+    FILE *out = fmemopen(text, sizeof text, "w");
+    std::setvbuf(out, buffer, _IOFBF, sizeof buffer);
+    const char *problem = nullptr;
+    const bool sent = memory.call([&] {
+      Response response(out);
+      response.content_type("a/b").header("X", longValue).cookie(SetCookie("a", longValue));
+      response.redirect(path);
+      const bool done = response.send(page);
+      problem = response.problem();
+      return done;
+    });
+    std::fclose(out);
+    EXPECT_EQ(!memory.failed(), sent);
+    EXPECT_EQ(memory.failed() ? kFailure : whole, text);
+    EXPECT_STREQ(memory.failed() ? "memory has run out" : nullptr, problem);
+  });
+}
+
+}  // namespace
