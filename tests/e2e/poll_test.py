@@ -1,14 +1,17 @@
 """The example poll counts each visitor once, and all of them."""
 
 import concurrent.futures
+import fcntl
 import os
 import re
+import subprocess
 import tempfile
+import time
 import unittest
 
 import script
 from page import Page
-from server import Server
+from server import Server, read
 
 POLL = os.environ["POLL"]
 URL_ENCODED = "application/x-www-form-urlencoded"
@@ -138,6 +141,26 @@ class PollAlone(unittest.TestCase):
         status, _, page, _ = script.run(POLL, variables, b"choice=tea")
         self.assertEqual(500, status)
         self.assertEqual(["Your vote could not be kept."], Page(page).texts("p", role="alert"))
+
+    def test_votes_wait_for_each_other(self):
+        path = os.path.join(self.enterContext(tempfile.TemporaryDirectory()), "votes")
+        variables = script.post(URL_ENCODED, b"choice=tea")
+        variables |= {"TARN_POLL_FILE": path, "HTTP_COOKIE": "visitor=" + "a" * 32}
+        with open(path, "w", encoding="ascii") as votes:
+            fcntl.lockf(votes, fcntl.LOCK_EX)
+            scripts = [
+                subprocess.Popen([POLL], env=variables, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+                for _ in range(2)
+            ]
+            for process in scripts:
+                process.stdin.write(b"choice=tea")
+                process.stdin.close()
+            time.sleep(0.3)
+            self.assertEqual([None, None], [process.poll() for process in scripts])
+        for process in scripts:
+            with process:
+                self.assertTrue(process.stdout.read().startswith(b"Status: 303 "))
+        self.assertEqual(b"a" * 32 + b" tea\n", read(path))
 
     def test_head_has_no_body(self):
         variables = {"REQUEST_METHOD": "HEAD", "TARN_POLL_FILE": "/dev/null"}
