@@ -130,10 +130,12 @@ static inline int beginPage(const char *title) {
       "<title>%s</title>\n<style>\n"
       "body { max-width: 40em; margin: auto; padding: 0 1em; font: 100%%/1.5 sans-serif }\n"
       "body { overflow-wrap: anywhere }\n"
+      "label[for], [aria-invalid] + strong { display: block }\n"
       "button, input, textarea { max-width: 100%%; box-sizing: border-box; font: inherit }\n"
       "textarea { width: 100%%; height: 6em }\n"
-      "th { text-align: left; padding-right: 1em }\n"
+      "th { text-align: left; vertical-align: top; min-width: 4em }\n"
       "article p, td { white-space: pre-wrap }\n"
+      "[role=alert] { border-left: 4px solid #b00; padding-left: 1em }\n"
       "</style>\n</head>\n<body>\n<main>\n<h1>%s</h1>\n",
       title, title);
   return 1;

@@ -148,10 +148,8 @@ class PollAlone(unittest.TestCase):
         variables |= {"TARN_POLL_FILE": path, "HTTP_COOKIE": "visitor=" + "a" * 32}
         with open(path, "w", encoding="ascii") as votes:
             fcntl.lockf(votes, fcntl.LOCK_EX)
-            scripts = [
-                subprocess.Popen([POLL], env=variables, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-                for _ in range(2)
-            ]
+            pipes = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE}
+            scripts = [subprocess.Popen([POLL], env=variables, **pipes) for _ in range(2)]
             for process in scripts:
                 process.stdin.write(b"choice=tea")
                 process.stdin.close()
