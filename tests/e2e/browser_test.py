@@ -76,16 +76,19 @@ return [...document.body.querySelectorAll('*')].filter(e => {
 
 @functools.cache
 def browser():
-    """A Chromium without a window, and a folder for its profile, its downloads and its files."""
+    """A Chromium without a window, and the folder of all its files."""
     home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
     atexit.register(home.cleanup)
     options = webdriver.ChromeOptions()
     options.binary_location = "/usr/bin/chromium"
     for flag in (*FLAGS, f"user-data-dir={home.name}/profile"):
         options.add_argument(f"--{flag}")
-    options.add_experimental_option("prefs", {"download.default_directory": home.name})
+    downloads = {"download.default_directory": f"{home.name}/downloads"}
+    options.add_experimental_option("prefs", downloads)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    environment = os.environ | {"HOME": home.name, "TMPDIR": home.name}
+    service = Service("/usr/bin/chromedriver", env=environment)
+    driver = webdriver.Chrome(service=service, options=options)
     atexit.register(driver.quit)
     return driver, home.name
 
@@ -243,9 +246,8 @@ class Upload(BrowserCase):
 
     def test_gives_a_file_back_as_a_download(self):
         self.upload(self.file("page.html", HOSTILE.encode()))
-        path = os.path.join(self.home, "page.html")
-        os.remove(path)
         self.find("td a").click()
+        path = os.path.join(self.home, "downloads", "page.html")
         WebDriverWait(self.browser, 20).until(lambda _: os.path.exists(path))
         self.assertEqual(HOSTILE.encode(), read(path))
         self.assertEqual("Upload", self.browser.title)
