@@ -1,11 +1,9 @@
 /* form-echo: shows what a request brought, as a page; as lines for a terminal when the client asks
  * for text/plain first (curl -H 'Accept: text/plain' ...).
  *
- *   cc -std=c99 -o form-echo form-echo.c -ltarn
+ *   cc -std=c99 -o form-echo form-echo.c -ltarn       (with page.h beside it)
  */
-#include <stdio.h>
-#include <string.h>
-#include <tarn.h>
+#include "page.h"
 
 static const struct {
   const char *name;
@@ -39,18 +37,11 @@ static int plain;
 
 /* Whatever came with the request goes through here: it cannot leave its table cell or its line. */
 static void put(const char *text) {
-  for (text = text ? text : "(none)"; *text; text++) {
+  if (!text) text = "(none)";
+  if (!plain) putEscaped(text, stdout);
+  for (; plain && *text; text++) {
     const unsigned char c = (unsigned char)*text;
-    const int control = c < ' ' || c == 127;
-    if (plain && (control || c == '\\')) {
-      printf("\\x%02x", c);
-    } else if (!plain && control && !strchr("\t\n\r", c)) {
-      fputs("&#xFFFD;", stdout);
-    } else if (!plain && strchr("&<>\"'", c)) {
-      printf("&#%d;", c);
-    } else {
-      putchar(c);
-    }
+    printf(c < ' ' || c == 127 || c == '\\' ? "\\x%02x" : "%c", c);
   }
 }
 
@@ -145,22 +136,13 @@ int main(void) {
   }
   TarnHandle environment = CGIgs_getStruct(&request, 0, TARN_REQUEST_MAGIC);
   plain = strncmp(CgiEnv_getAccept(&environment), "text/plain", 10) == 0;
-  printf("Content-Type: text/%s; charset=utf-8\nX-Content-Type-Options: nosniff\n\n",
-         plain ? "plain" : "html");
-  if (strcmp(CgiEnv_getRequestMethod(&environment), "HEAD") != 0) {
-    if (!plain) {
-      puts(
-          "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-          "<title>Form echo</title>\n"
-          "<style>th { text-align: left } td { white-space: pre-wrap }</style>\n"
-          "</head>\n<body>\n<h1>What this request brought</h1>");
-    }
+  if (plain) puts("Content-Type: text/plain; charset=utf-8\nX-Content-Type-Options: nosniff\n");
+  if (plain ? !isMethod("HEAD") : beginPage("What this request brought")) {
     showEntries(&request);
     showFiles(&request);
     showCookies(&environment);
     showVariables(&environment);
-    if (!plain) puts("</body>\n</html>");
+    if (!plain) endPage();
   }
   Tarn_delete(&request);
   return fflush(stdout) == 0 ? 0 : 1;

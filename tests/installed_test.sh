@@ -93,9 +93,7 @@ strict=(-Wall -Wextra -Wpedantic -Werror)
 for example in "$source"/examples/*.c; do
   by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn -o example
 done
-for example in "$source"/examples/*.cpp; do
-  by_compiler c++ -std=c++17 "${strict[@]}" "$example" -ltarn -o example
-done
+by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ "$source/examples/page.h"
 
 # ---- By pkg-config -------------------------------------------------------------------------------
 

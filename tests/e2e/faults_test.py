@@ -12,6 +12,7 @@ import subprocess
 import tempfile
 import time
 import unittest
+from typing import Callable, NamedTuple
 
 import script
 from server import Server, read
@@ -19,15 +20,51 @@ from upload_test import MULTIPART, UPLOAD, multipart
 
 GUESTBOOK = os.environ["GUESTBOOK"]
 FORM_ECHO = os.environ["FORM_ECHO"]
+COUNTER = os.environ["COUNTER"]
 URL_ENCODED = "application/x-www-form-urlencoded"
-# In the book each of these bytes is three.
+# In a file of lines each of these bytes is three.
 MESSAGE = "ä" * 2000
-ENTRY = re.compile(rb"guest[0-9]+ (%C3%A4){2000}\n")
 BIG = bytes(set(range(256)) - {10, 13}) * 4000
 
 
-def entry(number):
-    return f"name=guest{number}&message={MESSAGE}".encode()
+
+
+class Lines(NamedTuple):
+    """A script that keeps each form as a line of a file."""
+
+    name: str
+    script: str
+    setting: str
+    form: Callable  # of a number
+    line: Callable  # what is kept of it
+
+    def variables(self, number):
+        """A poll knows its visitors by their cookie."""
+        return {"HTTP_COOKIE": f"visitor={number:032x}"}
+
+
+BOOK = Lines(
+    "guestbook",
+    GUESTBOOK,
+    "TARN_GUESTBOOK_FILE",
+    lambda number: f"name=guest{number}&message={MESSAGE}".encode(),
+    lambda number: b"guest%d " % number + b"%C3%A4" * 2000 + b"\n",
+)
+CONTACT = Lines(
+    "contact",
+    os.environ["CONTACT"],
+    "TARN_CONTACT_FILE",
+    lambda number: f"name=guest{number}&email=a@b&message={MESSAGE}".encode(),
+    lambda number: b"guest%d a%%40b " % number + b"%C3%A4" * 2000 + b"\n",
+)
+POLL = Lines(
+    "poll",
+    os.environ["POLL"],
+    "TARN_POLL_FILE",
+    lambda number: b"choice=tea",
+    lambda number: b"%032x tea\n" % number,
+)
+LINES = (BOOK, CONTACT, POLL)
 
 
 def kept(folder):
@@ -42,13 +79,13 @@ class StoreCase(unittest.TestCase):
         for name, data in expected.items():
             self.assertTrue(data == found[name], f"{name} has other bytes, {len(found[name])}")
 
-    def assert_book(self, path, numbers):
-        """The book has one whole entry for each of the numbers, in any order."""
-        lines = read(path).splitlines(keepends=True)
-        for line in lines:
-            self.assertTrue(ENTRY.fullmatch(line), line[:50] + b"..." + line[-50:])
-        found = sorted(int(line.split(b" ")[0].removeprefix(b"guest")) for line in lines)
-        self.assertEqual(sorted(numbers), found)
+    def numbers(self, lines):
+        """The numbers of the forms that are kept, each as a whole line."""
+        whole = {lines.line(number): number for number in range(200)}
+        found = read(os.path.join(self.data, lines.name)).splitlines(keepends=True)
+        for line in found:
+            self.assertTrue(line in whole, line[:50] + b"..." + line[-50:])
+        return sorted(whole[line] for line in found)
 
 
 class ServerCase(StoreCase):
@@ -58,33 +95,38 @@ class ServerCase(StoreCase):
     def setUp(self):
         self.server = self.enterContext(
             self.SERVER(
-                {"upload": UPLOAD, "guestbook": GUESTBOOK},
-                {"TARN_UPLOAD_DIR": "data/uploads", "TARN_GUESTBOOK_FILE": "data/entries"},
+                {"upload": UPLOAD, "counter": COUNTER}
+                | {lines.name: lines.script for lines in LINES},
+                {"TARN_UPLOAD_DIR": "data/uploads", "TARN_COUNTER_FILE": "data/count"}
+                | {lines.setting: f"data/{lines.name}" for lines in LINES},
                 self.OPTIONS,
             )
         )
-        self.book = os.path.join(self.server.make_folder("data"), "entries")
+        self.data = self.server.make_folder("data")
 
-    def send(self, target, kind, body, status):
+    def send(self, target, kind, body, status, *arguments):
         path = self.server.path("body")
         with open(path, "wb") as file:
             file.write(body)
         answer = self.server.curl(
-            target, "-H", f"Content-Type: {kind}", "-H", "Expect:", "--data-binary", f"@{path}"
+            *(target, "-H", f"Content-Type: {kind}", "-H", "Expect:"),
+            *("--data-binary", f"@{path}", *arguments),
         )
         self.assertEqual(status, answer.status, answer.body)
 
     def upload(self, name, data, status=200):
         self.send("/upload", MULTIPART, multipart((name, data)), status)
 
-    def write(self, number, status=303):
-        self.send("/guestbook", URL_ENCODED, entry(number), status)
+    def write(self, lines, number, status=303):
+        cookie = lines.variables(number)["HTTP_COOKIE"]
+        form = lines.form(number)
+        self.send(f"/{lines.name}", URL_ENCODED, form, status, "-b", cookie)
 
 
 class ClientsThatBreakOff(ServerCase):
     def break_off(self, target, kind, body, length, way):
         head = f"POST {target} HTTP/1.1\r\nHost: localhost\r\nContent-Type: {kind}\r\n"
-        head += f"Content-Length: {len(body)}\r\n\r\n"
+        head += f"Cookie: visitor={99:032x}\r\nContent-Length: {len(body)}\r\n\r\n"
         with socket.create_connection(("127.0.0.1", self.server.port), timeout=20) as client:
             client.sendall(head.encode() + body[:length])
             if way == "reset":
@@ -107,13 +149,16 @@ class ClientsThatBreakOff(ServerCase):
                 last = chance.choice((1, 3, 20, len(files)))
                 length = len(files) - chance.randint(1, last)
                 self.break_off("/upload", MULTIPART, files, length, way)
-                form = entry(99)
-                length = len(form) - chance.randint(1, chance.choice((1, len(form))))
-                self.break_off("/guestbook", URL_ENCODED, form, length, way)
+                for lines in LINES:
+                    form = lines.form(99)
+                    length = len(form) - chance.randint(1, chance.choice((1, len(form))))
+                    self.break_off(f"/{lines.name}", URL_ENCODED, form, length, way)
             self.upload("whole.bin", BIG)
-            self.write(round_)
+            for lines in LINES:
+                self.write(lines, round_)
         self.server.wait_for_scripts()
-        self.assert_book(self.book, range(6))
+        for lines in LINES:
+            self.assertEqual([*range(6)], self.numbers(lines))
         names = ["whole.bin", *(f"{next}-whole.bin" for next in range(2, 7))]
         self.assert_kept(dict.fromkeys(names, BIG), uploads)
         self.assertEqual("", self.server.log())
@@ -137,9 +182,15 @@ class FullDisk(ServerCase):
         self.addCleanup(subprocess.run, ["umount", disk], check=True)
         self.folder = self.server.make_folder("data/uploads")
 
+    def count(self, status):
+        self.assertEqual(status, self.server.curl("/counter").status)
+        return read(self.server.path("data/count"))
+
     def test_takes_nothing_from_what_is_there_and_is_told(self):
         self.upload("a.bin", BIG[:300000])
-        self.write(1)
+        self.assertEqual(b"1\n", self.count(200))
+        for lines in LINES:
+            self.write(lines, 1)
         before = kept(self.folder)
         for _ in range(3):
             self.upload("b.bin", BIG, status=500)
@@ -148,44 +199,57 @@ class FullDisk(ServerCase):
             with self.assertRaisesRegex(OSError, os.strerror(errno.ENOSPC)):
                 while filler.write(bytes(4096)):
                     pass
-            # One page is left to the book's next line, which takes three.
+            self.assertEqual(b"1\n", self.count(500))
+            # One page is left to the next line of a book, which takes three.
             os.ftruncate(filler.fileno(), os.fstat(filler.fileno()).st_size - 4096)
         for number in (2, 3):
-            self.write(number, status=500)
+            self.write(BOOK, number, status=500)
+            self.write(CONTACT, number, status=500)
         self.upload("c.bin", BIG[:5000], status=500)
-        self.assert_book(self.book, [1])
+        for lines in LINES:
+            self.assertEqual([1], self.numbers(lines))
         self.assert_kept(before, self.folder)
         self.assertIn("upload: cannot keep a file: No space left on device", self.server.log())
         os.remove(self.server.path("data/filler"))
-        self.write(4)
         self.upload("d.bin", b"1")
-        self.assert_book(self.book, [1, 4])
+        self.assertEqual(b"2\n", self.count(200))
+        for lines in LINES:
+            self.write(lines, 4)
+            self.assertEqual([1, 4], self.numbers(lines))
         self.assert_kept(before | {"d.bin": b"1"}, self.folder)
 
 
 class ScriptCase(StoreCase):
     def setUp(self):
         self.data = self.enterContext(tempfile.TemporaryDirectory())
-        self.book = os.path.join(self.data, "entries")
         self.folder = os.path.join(self.data, "uploads")
         os.mkdir(self.folder)
+        self.stored = {"TARN_UPLOAD_DIR": self.folder, "TARN_COUNTER_FILE": self.data + "/count"}
+        self.stored |= {lines.setting: os.path.join(self.data, lines.name) for lines in LINES}
 
-    def variables(self, kind, body):
-        stored = {"TARN_UPLOAD_DIR": self.folder, "TARN_GUESTBOOK_FILE": self.book}
-        return script.post(kind, body) | stored
+    def variables(self, kind, body, number=1):
+        return script.post(kind, body) | self.stored | POLL.variables(number)
+
+    def write(self, lines, number, status=303, **limits):
+        form = lines.form(number)
+        answer = script.run(lines.script, self.variables(URL_ENCODED, form, number), form, **limits)
+        self.assertEqual(status, answer[0])
 
 
 class BodiesThatEndEarly(ScriptCase):
     def test_are_no_entries_wherever_they_end(self):
-        body = b"name=a&message=hello+there"
-        for length in range(len(body)):
-            answer = script.run(GUESTBOOK, self.variables(URL_ENCODED, body), body[:length])
-            self.assertEqual(400, answer[0], body[:length])
-        self.assertFalse(os.path.exists(self.book))
-        self.assertEqual(
-            303, script.run(GUESTBOOK, self.variables(URL_ENCODED, body), body)[0]
-        )
-        self.assertEqual(b"a hello%20there\n", read(self.book))
+        for lines, body, line in (
+            (BOOK, b"name=a&message=hello+there", b"a hello%20there\n"),
+            (CONTACT, b"name=a&email=a@b&message=hello+there", b"a a%40b hello%20there\n"),
+            (POLL, b"choice=tea&more=1", POLL.line(1)),
+        ):
+            for length in range(len(body)):
+                answer = script.run(lines.script, self.variables(URL_ENCODED, body), body[:length])
+                self.assertEqual(400, answer[0], body[:length])
+            self.assertFalse(os.path.exists(self.stored[lines.setting]))
+            answer = script.run(lines.script, self.variables(URL_ENCODED, body), body)
+            self.assertEqual(303, answer[0])
+            self.assertEqual(line, read(self.stored[lines.setting]))
 
     def test_are_no_upload_when_half_of_a_thousand_bytes_come(self):
         data = BIG[: 1000 - len(multipart(("a.bin", b"")))]
@@ -198,8 +262,18 @@ class BodiesThatEndEarly(ScriptCase):
         self.assert_kept({"a.bin": data}, self.folder)
 
 
+class FullFile(ScriptCase):
+    def test_takes_no_beginning_of_a_line(self):
+        for lines in LINES:
+            self.write(lines, 1)
+            self.write(lines, 2, status=500, largest_file=len(lines.line(1)) + 10)
+            self.assertEqual([1], self.numbers(lines))
+            self.write(lines, 3)
+            self.assertEqual([1, 3], self.numbers(lines))
+
+
 class Streams(ScriptCase):
-    def run_script(self, path, kind, body, closed=(), signals=True, **streams):
+    def run_script(self, path, kind, body, number=1, closed=(), signals=True, **streams):
         def close():
             for stream in closed:
                 os.close(stream)
@@ -209,7 +283,7 @@ class Streams(ScriptCase):
             file.seek(0)
             return subprocess.run(
                 [path],
-                env=self.variables(kind, body),
+                env=self.variables(kind, body, number),
                 stdin=file,
                 preexec_fn=close,
                 restore_signals=signals,
@@ -219,26 +293,31 @@ class Streams(ScriptCase):
             )
 
     def store(self, number, **how):
-        """Has an upload and an entry stored; gives how the scripts ended."""
+        """Has everything stored by the scripts; gives how they ended, once for all."""
         data = b"%d" % number * 5000
         runs = [
             self.run_script(UPLOAD, MULTIPART, multipart((f"{number}.bin", data)), **how),
-            self.run_script(GUESTBOOK, URL_ENCODED, entry(number), **how),
+            self.run_script(COUNTER, URL_ENCODED, b"", **how),
         ]
+        for lines in LINES:
+            form = lines.form(number)
+            runs.append(self.run_script(lines.script, URL_ENCODED, form, number, **how))
+            self.assertEqual([*range(1, number + 1)], self.numbers(lines))
         self.assertEqual(data, kept(self.folder)[f"{number}.bin"])
         self.assertEqual(number, len(kept(self.folder)))
-        self.assert_book(self.book, range(1, number + 1))
+        self.assertEqual(b"%d\n" % number, read(self.stored["TARN_COUNTER_FILE"]))
         for run in runs:
             self.assertFalse(run.stderr, run)
-        return [run.returncode for run in runs]
+        (status,) = {run.returncode for run in runs}
+        return status
 
     def test_without_a_reader_end_the_script_after_it_has_stored(self):
         reader, writer = os.pipe()
         os.close(reader)
         with os.fdopen(writer) as gone, open("/dev/full", "wb") as full:
-            self.assertEqual([-signal.SIGPIPE] * 2, self.store(1, stdout=gone))
-            self.assertEqual([1, 1], self.store(2, stdout=gone, signals=False))
-            self.assertEqual([1, 1], self.store(3, stdout=full))
+            self.assertEqual(-signal.SIGPIPE, self.store(1, stdout=gone))
+            self.assertEqual(1, self.store(2, stdout=gone, signals=False))
+            self.assertEqual(1, self.store(3, stdout=full))
             page = "&".join(f"field{number}=value" for number in range(5000)).encode()
             for how, status in (
                 ({"stdout": gone}, -signal.SIGPIPE),
@@ -250,15 +329,15 @@ class Streams(ScriptCase):
                 self.assertEqual((status, b""), (run.returncode, run.stderr), how)
 
     def test_that_are_closed_for_the_answer_or_the_log_do_not_hinder_storing(self):
-        self.assertEqual([1, 1], self.store(1, closed=[1]))
-        self.assertEqual([0, 0], self.store(2, closed=[2], stdout=subprocess.DEVNULL))
-        self.assertEqual([1, 1], self.store(3, closed=[1, 2]))
+        self.assertEqual(1, self.store(1, closed=[1]))
+        self.assertEqual(0, self.store(2, closed=[2], stdout=subprocess.DEVNULL))
+        self.assertEqual(1, self.store(3, closed=[1, 2]))
 
     def test_that_are_closed_for_the_body_bring_none(self):
         for closed in ([0], [0, 2]):
             for path, kind, body in (
                 (UPLOAD, MULTIPART, multipart(("a.bin", b"1"))),
-                (GUESTBOOK, URL_ENCODED, entry(1)),
+                *((lines.script, URL_ENCODED, lines.form(1)) for lines in LINES),
             ):
                 run = self.run_script(path, kind, body, closed=closed, stdout=subprocess.PIPE)
                 self.assertEqual(0, run.returncode)
@@ -266,24 +345,28 @@ class Streams(ScriptCase):
         run = self.run_script(UPLOAD, MULTIPART, multipart(("a.bin", b"1")), closed=[0, 1, 2])
         self.assertEqual(1, run.returncode)
         self.assert_kept({}, self.folder)
-        self.assertFalse(os.path.exists(self.book))
+        for lines in LINES:
+            self.assertFalse(os.path.exists(self.stored[lines.setting]))
 
 
 class Termination(ScriptCase):
     ROUNDS = 150
 
-    def run_rounds(self, path, kind, body):
-        """Ends the script at random moments of its run; gives the rounds in which it was done."""
+    def run_rounds(self, request):
+        """Ends scripts at random moments of their runs; gives the rounds in which one was done.
+
+        `request` gives the script, the type and the body of a round.
+        """
         chance = random.Random(15)
         done, longest = [], 0.0
         for number in range(self.ROUNDS):
-            sent = body(number)
+            path, kind, sent = request(number)
             with tempfile.TemporaryFile() as file:
                 file.write(sent)
                 file.seek(0)
                 with subprocess.Popen(
                     [path],
-                    env=self.variables(kind, sent),
+                    env=self.variables(kind, sent, number),
                     stdin=file,
                     stdout=subprocess.PIPE,
                     stderr=subprocess.DEVNULL,
@@ -303,39 +386,56 @@ class Termination(ScriptCase):
         self.assertLess(len(done), self.ROUNDS - 5, "none was ended")
         return done
 
-    def write(self, number):
-        body = entry(number)
-        answer = script.run(GUESTBOOK, self.variables(URL_ENCODED, body), body)
-        self.assertEqual(303, answer[0])
-
     def test_at_any_moment_leaves_files_whole_or_not_there(self):
         body = multipart(("a.bin", BIG), ("b.bin", BIG))
-        done = self.run_rounds(UPLOAD, MULTIPART, lambda _: body)
+        done = self.run_rounds(lambda _: (UPLOAD, MULTIPART, body))
         final = {name: data for name, data in kept(self.folder).items() if name[0] != "."}
         self.assertGreaterEqual(len(final), 2 * len(done))
         for name, data in final.items():
             self.assertTrue(data == BIG, f"{name} has {len(data)} bytes")
 
-    def test_at_any_moment_leaves_entries_whole_or_not_there(self):
-        done = self.run_rounds(GUESTBOOK, URL_ENCODED, entry)
-        # Whoever writes next takes away what was left of an entry.
-        number = self.ROUNDS
-        self.write(number)
-        found = {int(line[5:].split(b" ")[0]) for line in read(self.book).splitlines()}
-        self.assertLessEqual({*done, number}, found)
-        self.assert_book(self.book, found)
+    def test_at_any_moment_leaves_lines_whole_or_not_there(self):
+        def request(number):
+            lines = LINES[number % len(LINES)]
+            return lines.script, URL_ENCODED, lines.form(number)
+
+        done = self.run_rounds(request)
+        for place, lines in enumerate(LINES):
+            # Whoever writes next takes away what was left of a line.
+            self.write(lines, self.ROUNDS)
+            expected = {number for number in done if number % len(LINES) == place}
+            self.assertLessEqual(expected | {self.ROUNDS}, set(self.numbers(lines)))
+
+    def test_at_any_moment_leaves_the_count_before_or_after(self):
+        path = self.stored["TARN_COUNTER_FILE"]
+        counts = [0]
+
+        def request(_):
+            if os.path.exists(path):
+                counts.append(int(re.fullmatch(rb"([0-9]+)\n", read(path))[1]))
+            return COUNTER, URL_ENCODED, b""
+
+        done = self.run_rounds(request)
+        request(self.ROUNDS)
+        self.assertLessEqual({b - a for a, b in zip(counts, counts[1:])}, {0, 1})
+        self.assertGreaterEqual(counts[-1], len(done))
 
     def test_in_the_middle_of_a_line_costs_that_line_alone(self):
-        self.write(1)
-        whole = read(self.book)
-        for length in (1, 3, 6, 7, 100, len(whole) - 1):
-            with open(self.book, "ab") as file:
-                file.write(b"guest2 " + whole[7:length] if length > 7 else b"guest2 "[:length])
-            page = script.run(GUESTBOOK, self.variables("", b"") | {"REQUEST_METHOD": "GET"})[2]
-            self.assertEqual(1, page.count(b"<article>"), length)
-            self.write(3)
-            self.assert_book(self.book, [1, 3])
-            os.truncate(self.book, len(whole))
+        get = {"REQUEST_METHOD": "GET"}
+        shown = {BOOK: b"<article>", POLL: b"Tea 1,"}
+        for lines in LINES:
+            path = self.stored[lines.setting]
+            self.write(lines, 1)
+            whole, torn = read(path), lines.line(2)
+            for length in (1, 3, 6, 7, 20, len(torn) - 1):
+                with open(path, "ab") as file:
+                    file.write(torn[:length])
+                if lines in shown:
+                    page = script.run(lines.script, self.stored | get)[2]
+                    self.assertEqual(1, page.count(shown[lines]), length)
+                self.write(lines, 3)
+                self.assertEqual([1, 3], self.numbers(lines))
+                os.truncate(path, len(whole))
 
 
 if __name__ == "__main__":

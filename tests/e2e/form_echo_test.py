@@ -8,7 +8,7 @@ from page import Page
 from server import Server
 
 HOSTILE = "\"'><script>alert(1)</script>&amp;<!--"
-PAGE_TAGS = {"html", "head", "meta", "title", "style", "body", "h1", "h2", "p"}
+PAGE_TAGS = {"html", "head", "meta", "title", "style", "body", "main", "h1", "h2", "p"}
 TABLE_TAGS = {"table", "tr", "th", "td"}
 
 

@@ -1,8 +1,14 @@
-"""Reads a page as a browser does, and strictly: an element that is not closed is a failure."""
+"""Reads a page as a browser does, and strictly: a page that is not valid, or that lacks what people
+with a phone or a screen reader need, is a failure."""
 
 import html.parser
+import subprocess
+
+import html5lib
 
 VOID = {"input", "meta"}
+CONTROLS = {"input", "textarea", "select", "progress"}
+REFERENCES = {"for", "aria-describedby", "aria-labelledby"}
 
 
 class Page(html.parser.HTMLParser):
@@ -12,16 +18,20 @@ class Page(html.parser.HTMLParser):
         super().__init__()
         self.elements = []
         self.open = []
-        assert body.startswith(b"<!DOCTYPE html>\n"), body[:40]
-        self.feed(body.decode("utf-8", errors="replace"))
+        text = body.decode("utf-8", errors="replace")
+        assert text.startswith("<!DOCTYPE html>\n"), text[:40]
+        check_valid(text)
+        self.feed(text)
         self.close()
         assert not self.open, f"not closed: {self.open}"
         self.tags = {element["tag"] for element in self.elements}
+        self._check_accessible()
 
     def handle_starttag(self, tag, attrs):
         names = [name for name, _ in attrs]
         assert len(names) == len(set(names)), f"an attribute twice in {tag}: {names}"
-        element = {"tag": tag, "attributes": dict(attrs), "text": ""}
+        labelled = any(element["tag"] == "label" for element in self.open)
+        element = {"tag": tag, "attributes": dict(attrs), "text": "", "labelled": labelled}
         self.elements.append(element)
         if tag not in VOID:
             self.open.append(element)
@@ -37,10 +47,54 @@ class Page(html.parser.HTMLParser):
     def handle_comment(self, data):
         raise AssertionError(f"a comment: {data}")
 
-    def texts(self, tag):
-        return [element["text"] for element in self.elements if element["tag"] == tag]
+    def texts(self, tag, **attributes):
+        """The texts of the elements that have this tag and these attributes."""
+        return [element["text"] for element in self._all(tag, **attributes)]
 
     def named(self, name):
         """The form control with this name."""
         (found,) = [e for e in self.elements if e["attributes"].get("name") == name]
         return found
+
+    def described(self, name):
+        """What stands beside the form control with this name; none when it is right as it is."""
+        attributes = self.named(name)["attributes"]
+        identifier = attributes.get("aria-describedby")
+        assert (identifier is not None) == (attributes.get("aria-invalid") == "true"), attributes
+        return identifier and [
+            e["text"] for e in self.elements if e["attributes"].get("id") == identifier
+        ]
+
+    def _all(self, tag, **attributes):
+        return [
+            element
+            for element in self.elements
+            if element["tag"] == tag and attributes.items() <= element["attributes"].items()
+        ]
+
+    def _check_accessible(self):
+        assert self._all("html", lang="en"), "no language"
+        assert self._all("meta", name="viewport"), "not made for a phone"
+        for tag in ("title", "main", "h1"):
+            (text,) = self.texts(tag)
+            assert text.strip(), f"an empty {tag}"
+        identifiers = {element["attributes"].get("id") for element in self.elements}
+        fors = {label["attributes"].get("for") for label in self._all("label")}
+        for element in self.elements:
+            attributes = element["attributes"]
+            for name in REFERENCES & attributes.keys():
+                assert attributes[name] in identifiers, f"{name} of {attributes[name]}"
+            if element["tag"] in CONTROLS and not element["labelled"]:
+                assert attributes.get("id", "") in fors, f"no label: {element}"
+            if element["tag"] == "svg":
+                assert attributes["role"] == "img" and attributes["aria-label"], attributes
+
+
+def check_valid(text):
+    """html5lib knows how a page is put together, tidy which elements and attributes there are."""
+    parser = html5lib.HTMLParser()
+    parser.parse(text)
+    assert not parser.errors, parser.errors
+    command = ["tidy", "-q", "-e", "-utf8"]
+    tidy = subprocess.run(command, input=text.encode(), capture_output=True, check=False)
+    assert (tidy.returncode, tidy.stderr) == (0, b""), tidy.stderr.decode()

@@ -52,8 +52,8 @@ class Upload(unittest.TestCase):
         self.assertEqual(status, answer.status)
         self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
         page = Page(answer.body)
-        self.assertEqual(CUT, page.texts("p")[-1])
-        return page.texts("li"), page.texts("p")[:-2]
+        self.assertEqual(CUT, page.texts("p")[2])
+        return page.texts("li"), page.texts("p")[3:]
 
     def upload_body(self, body, status=200):
         path = self.server.path("body")
@@ -125,6 +125,59 @@ class Upload(unittest.TestCase):
     def test_names_are_shown_as_text(self):
         items, _ = self.upload_body(multipart(("<b>&amp;'.txt", b"1")))
         self.assertEqual(["<b>&amp;'.txt: kept as _b__amp__.txt, 1 bytes"], items)
+
+    def listed(self):
+        """The names and sizes in the page's list, and where its links lead."""
+        page = Page(self.server.curl("/upload").body)
+        cells = page.texts("td")
+        links = [e["attributes"]["href"] for e in page.elements if e["tag"] == "a"]
+        return list(zip(cells[::2], map(int, cells[1::2]), links, strict=True))
+
+    def test_kept_files_are_listed_by_name(self):
+        self.assertEqual([], self.listed())
+        self.upload_body(multipart(("b.txt", b"12"), ("a <i>.html", b""), ("b.txt", b"1")))
+        self.assertEqual(
+            [
+                ("2-b.txt", 1, "?file=2-b.txt"),
+                ("a__i_.html", 0, "?file=a__i_.html"),
+                ("b.txt", 2, "?file=b.txt"),
+            ],
+            self.listed(),
+        )
+
+    def test_kept_files_come_back_as_downloads_and_nothing_else(self):
+        files = {
+            "page.html": b"<!DOCTYPE html><script>alert(1)</script>",
+            "every.bin": bytes(range(256)) * 400,
+            "empty.svg": b"",
+        }
+        self.upload_body(multipart(*files.items()))
+        self.assertEqual(3, len(self.listed()))
+        for name, _, link in self.listed():
+            answer = self.server.curl("/upload" + link)
+            self.assertEqual((200, files[name]), (answer.status, answer.body))
+            self.assertEqual("application/octet-stream", answer.header("content-type"))
+            self.assertEqual("nosniff", answer.header("x-content-type-options"))
+            disposition = f'attachment; filename="{name}"'
+            self.assertEqual(disposition, answer.header("content-disposition"))
+
+    def test_what_else_there_is_does_not_come_back(self):
+        outside = self.server.path("outside")
+        for name in ("../../outside", ".upload-a", "a b", "-a"):
+            with open(os.path.join(self.folder, name), "wb") as file:
+                file.write(b"secret")
+        os.symlink(outside, os.path.join(self.folder, "link"))
+        os.mkdir(os.path.join(self.folder, "folder"))
+        self.assertEqual([], self.listed())
+        for name in (
+            ["link", "folder", "none", ".", "..", "../../outside", "..%2F..%2Foutside", outside]
+            + ["a+b", "-a", ".upload-a", "./link", "link%00", "%0d%0aX:+y", "x" * 5000, "*"]
+        ):
+            answer = self.server.curl(f"/upload?file={name}")
+            self.assertEqual(404, answer.status, name)
+            page = Page(answer.body)
+            self.assertEqual(["There is no such file."], page.texts("p", role="alert"))
+            self.assertNotIn(b"secret", answer.body)
 
     def test_no_file_replaces_another(self):
         for number in (b"1", b"2", b"3"):
@@ -210,12 +263,19 @@ class UploadAlone(unittest.TestCase):
         for folder in ("", self.folder + "/none"):
             status, _, page, _ = self.run_script({"TARN_UPLOAD_DIR": folder})
             self.assertEqual(500, status)
-            self.assertIn("TARN_UPLOAD_DIR", Page(page).texts("p")[0])
+            self.assertIn("TARN_UPLOAD_DIR", Page(page).texts("p", role="alert")[0])
+            self.assertEqual([], Page(page).texts("table"))
 
     def test_head_has_no_body(self):
         status, head, page, _ = self.run_script({"REQUEST_METHOD": "HEAD"})
         self.assertEqual((200, b""), (status, page))
         self.assertEqual("Content-Type: text/html; charset=utf-8", head[-1])
+        with open(os.path.join(self.folder, "a.txt"), "wb") as file:
+            file.write(b"123")
+        variables = {"REQUEST_METHOD": "HEAD", "QUERY_STRING": "file=a.txt"}
+        status, head, body, _ = self.run_script(variables)
+        self.assertEqual((200, b""), (status, body))
+        self.assertEqual("Content-Length: 3", head[-1])
 
 
 if __name__ == "__main__":

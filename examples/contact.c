@@ -1,0 +1,102 @@
+/* contact: a form for a message to the people of a site; what is wrong stands beside the field. The
+ * messages go into the file that TARN_CONTACT_FILE names, a line for each (name, address, message,
+ * URL-encoded), which the web server must be able to write and should not serve.
+ *
+ *   cc -std=c99 -o contact contact.c -ltarn       (with page.h beside it)
+ */
+#include "page.h"
+
+enum { NAME, EMAIL, MESSAGE, FIELDS };
+
+static int isText(const char *text) { return *text != '\0'; }
+
+/* The least that every address has; only a letter that arrives proves more. */
+static int isAddress(const char *text) {
+  const char *at = strchr(text, '@');
+  if (!at || at == text || !at[1] || strchr(at + 1, '@')) return 0;
+  for (; *text; text++)
+    if ((unsigned char)*text <= ' ' || strchr("\"(),:;<>[\\]\177", *text)) return 0;
+  return 1;
+}
+
+static const struct {
+  const char *name;
+  const char *label;
+  const char *attributes;
+  size_t most;
+  int (*fits)(const char *text);
+  const char *problem;
+} fields[FIELDS] = {
+    {"name", "Your name", "dir=\"auto\" autocomplete=\"name\"", 120, isText,
+     "Please tell us your name, in 120 bytes at most."},
+    {"email", "Your e-mail address", "type=\"email\" autocomplete=\"email\"", 254, isAddress,
+     "An address is like name@example.org."},
+    {"message", "Message", "dir=\"auto\"", 4000, isText,
+     "Please write a message, of 4000 bytes at most."},
+};
+
+static void showField(int i, const char *value, const char *problem) {
+  const char *name = fields[i].name;
+  const char *tag = i == MESSAGE ? "textarea" : "input";
+  printf("<p><label for=\"%s\">%s</label>\n", name, fields[i].label);
+  printf("<%s id=\"%s\" name=\"%s\" required %s", tag, name, name, fields[i].attributes);
+  if (problem) printf(" aria-invalid=\"true\" aria-describedby=\"%s-problem\"", name);
+  fputs(i == MESSAGE ? ">\n" : " value=\"", stdout);
+  putEscaped(value, stdout);
+  puts(i == MESSAGE ? "</textarea>" : "\">");
+  if (problem) printf("<strong id=\"%s-problem\">%s</strong>\n", name, problem);
+  puts("</p>");
+}
+
+/* The server judges, so that it can say what is wrong in its own words: novalidate. */
+static void showForm(char *const *values, const char *const *problems) {
+  puts("<form method=\"post\" novalidate>");
+  for (int i = 0; i < FIELDS; i++) showField(i, values[i], problems[i]);
+  puts("<p><button>Send</button></p>\n</form>");
+}
+
+int main(void) {
+  const char *path = getenv("TARN_CONTACT_FILE");
+  TarnHandle request = 0;
+  const int taken = Tarn_new(&request) == TARN_OK && path;
+  const int post = isMethod("POST");
+  const int sent = strcmp(CgiEnv_getQueryString(NULL), "sent") == 0;
+  char *values[FIELDS];
+  const char *problems[FIELDS] = {NULL};
+  const char *status = "200 OK";
+  const char *problem = "";
+  for (int i = 0; i < FIELDS; i++) {
+    values[i] = field(&request, fields[i].name);
+    const int fits = values[i] && strlen(values[i]) <= fields[i].most && fields[i].fits(values[i]);
+    if (!post || fits) continue;
+    problems[i] = fields[i].problem;
+    status = "400 Bad Request";
+    problem = "Your message was not sent: look at the fields with a remark.";
+  }
+  if (!taken) {
+    status = "500 Internal Server Error";
+    problem = "TARN_CONTACT_FILE does not say where messages go.";
+  } else if (post && !*problem && !arrivedWhole(&request)) {
+    status = "400 Bad Request";
+    problem = "Your message did not arrive whole.";
+  } else if (post && !*problem &&
+             !addLine(openLines(path, F_WRLCK), (const char *const *)values, FIELDS)) {
+    status = "500 Internal Server Error";
+    problem = "Your message could not be kept.";
+  }
+  if (post && !*problem) {
+    seeOther("?sent");
+    puts("");
+  } else {
+    printf("Status: %s\n", status);
+    if (beginPage("Contact")) {
+      showProblem(problem);
+      if (sent && !post) puts("<p role=\"status\">Thank you, we have your message.</p>");
+      showForm(values, problems);
+      endPage();
+    }
+  }
+  for (int i = 0; i < FIELDS; i++) free(values[i]);
+  Tarn_delete(&request);
+  return fflush(stdout) == 0 ? 0 : 1;
+}

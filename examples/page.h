@@ -1,0 +1,220 @@
+/* page.h: what the example scripts share. It comes before every other header, stands beside the
+ * script when that is compiled, and reads as C99 and as C++.
+ */
+#ifndef PAGE_H
+#define PAGE_H
+
+#ifndef _POSIX_C_SOURCE
+#define _POSIX_C_SOURCE 200809L
+#endif
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <tarn.h>
+#include <unistd.h>
+
+/* ---- What a visitor sent ------------------------------------------------------------------- */
+
+static inline int isMethod(const char *method) {
+  return strcmp(CgiEnv_getRequestMethod(NULL), method) == 0;
+}
+
+/* A field of the form without the white space around it, to be freed. */
+static inline char *field(TarnHandle *request, const char *name) {
+  TarnHandle entry = Tarn_getElementByName(request, name);
+  const char *value = CGIgs_getString(&entry, 1, TARN_FORM_ENTRY_MAGIC);
+  return stripString(value ? value : "");
+}
+
+/* A cookie's value, empty when there is none; its name counts to the letter. */
+static inline const char *cookieValue(TarnHandle *request, const char *name) {
+  TarnHandle environment = CGIgs_getStruct(request, 0, TARN_REQUEST_MAGIC);
+  TarnHandle cookies = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+  const int count = HTTPCookieList_getCount(&cookies);
+  for (int i = 0; i < count; i++) {
+    TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, (uint32_t)i);
+    const char *found = CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC);
+    const char *value = CGIgs_getString(&cookie, 1, TARN_COOKIE_MAGIC);
+    if (found && value && strcmp(found, name) == 0) return value;
+  }
+  return "";
+}
+
+/* A body whose sender hung up is the beginning of a form, filled up with zero bytes. A whole one
+ * ends in its closing boundary, or, URL-encoded, in a byte that is not zero. */
+static inline int arrivedWhole(TarnHandle *request) {
+  TarnHandle environment = CGIgs_getStruct(request, 0, TARN_REQUEST_MAGIC);
+  TarnHandle body = CGIgs_getStruct(&environment, 0, TARN_ENVIRONMENT_MAGIC);
+  const char *bytes = (const char *)CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC);
+  size_t length = CGIgs_getInt(&body, 0, TARN_BYTE_BUFFER_MAGIC);
+  const char *boundary = strstr(CgiEnv_getContentType(NULL), "boundary=");
+  if (!bytes || !length) return 0;
+  if (!boundary) return bytes[length - 1] != '\0';
+  boundary += strlen("boundary=");
+  const size_t closing = strlen(boundary) + 4;
+  if (length >= 2 && memcmp(bytes + length - 2, "\r\n", 2) == 0) length -= 2;
+  if (length < closing) return 0;
+  bytes += length - closing;
+  return memcmp(bytes, "--", 2) == 0 && memcmp(bytes + 2, boundary, closing - 4) == 0 &&
+         memcmp(bytes + closing - 2, "--", 2) == 0;
+}
+
+enum { HARMLESS_BYTES = 101 }; /* with the zero at the end */
+#define HARMLESS_LETTERS "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-."
+
+/* A stranger's name for a file is a hint at best. Of what stands after its last slash, letters,
+ * digits and three marks stay as they are; a dot or a dash at the front would hide the file or pass
+ * for an option, and goes. `name` has room for HARMLESS_BYTES. */
+static inline void makeHarmless(const char *sent, char *name) {
+  for (const char *c = sent; *c; c++)
+    if (*c == '/' || *c == '\\') sent = c + 1;
+  sent += strspn(sent, ".-");
+  snprintf(name, HARMLESS_BYTES, "%s", *sent ? sent : "file");
+  for (; *name; name++)
+    if (!strchr(HARMLESS_LETTERS, *name)) *name = '_';
+}
+
+/* True for the names that makeHarmless() makes. */
+static inline int isHarmless(const char *name) {
+  return *name && !strchr(".-", *name) && !name[strspn(name, HARMLESS_LETTERS)];
+}
+
+/* ---- The answer ---------------------------------------------------------------------------- */
+
+/* For HTML: text and attribute values alike. Null is empty here and below. */
+static inline void putEscaped(const char *text, FILE *out) {
+  for (; text && *text; text++) {
+    const unsigned char c = (unsigned char)*text;
+    if (strchr("&<>\"'", c)) {
+      fprintf(out, "&#%d;", c);
+    } else if (c == 127 || (c < ' ' && !strchr("\t\n\r", c))) {
+      fputs("&#xFFFD;", out);
+    } else {
+      putc(c, out);
+    }
+  }
+}
+
+/* For a header, a URL or a line of a file: what comes out holds no white space and no control
+ * characters, so nobody can add a header or a line. unescapeString() is the way back. */
+static inline void putEncoded(const char *text, FILE *out) {
+  for (; text && *text; text++) {
+    const unsigned char c = (unsigned char)*text;
+    const int plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    fprintf(out, plain || strchr("-._~/", c) ? "%c" : "%%%02X", c);
+  }
+}
+
+static inline void setCookie(const char *name, const char *value, int seconds) {
+  printf("Set-Cookie: %s=", name);
+  putEncoded(value, stdout);
+  printf("; Max-Age=%d; HttpOnly; SameSite=Lax\n", seconds);
+}
+
+/* Sends the browser back to the page, so that reloading it does not send the form again. More
+ * headers may follow, and an empty line has to. */
+static inline void seeOther(const char *query) {
+  fputs("Status: 303 See Other\nLocation: ", stdout);
+  putEncoded(CgiEnv_getScriptName(NULL), stdout);
+  printf("%s\n", query);
+}
+
+/* Ends the headers and begins a page; false when the client asked for no more than the headers. */
+static inline int beginPage(const char *title) {
+  puts("X-Content-Type-Options: nosniff\nContent-Type: text/html; charset=utf-8\n");
+  if (isMethod("HEAD")) return 0;
+  printf(
+      "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+      "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+      "<title>%s</title>\n<style>\n"
+      "body { max-width: 40em; margin: auto; padding: 0 1em; font: 100%%/1.5 sans-serif }\n"
+      "body { overflow-wrap: anywhere }\n"
+      "label[for], [aria-invalid] + strong { display: block }\n"
+      "button, input, textarea { max-width: 100%%; box-sizing: border-box; font: inherit }\n"
+      "textarea { width: 100%%; height: 6em }\n"
+      "th { text-align: left; vertical-align: top; min-width: 4em }\n"
+      "article p, td { white-space: pre-wrap }\n"
+      "[role=alert] { border-left: 4px solid #b00; padding-left: 1em }\n"
+      "</style>\n</head>\n<body>\n<main>\n<h1>%s</h1>\n",
+      title, title);
+  return 1;
+}
+
+static inline void showProblem(const char *problem) {
+  if (*problem) printf("<p role=\"alert\">%s</p>\n", problem);
+}
+
+static inline void endPage(void) { puts("</main>\n</body>\n</html>"); }
+
+/* ---- Files ----------------------------------------------------------------------------------
+ *
+ * A file of lines has some texts in each, none of them empty.
+ */
+
+/* Closes a file that was written; true when every byte of it is on the disk. */
+static inline int closeWritten(FILE *out, int written) {
+  written = written && fflush(out) == 0 && fsync(fileno(out)) == 0;
+  return fclose(out) == 0 && written;
+}
+
+static inline int lockFile(int file, short type) {
+  struct flock lock;
+  memset(&lock, 0, sizeof lock);
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  return fcntl(file, F_SETLKW, &lock) == 0;
+}
+
+/* Opens a file to read its lines (F_RDLCK) or to add one (F_WRLCK); null when it cannot. Nobody
+ * adds to it until it is closed, and nobody reads it while one is added. */
+static inline FILE *openLines(const char *path, short lock) {
+  const int flags = lock == F_RDLCK ? O_RDONLY : O_RDWR | O_CREAT | O_APPEND;
+  const int file = open(path, flags | O_CLOEXEC, 0600);
+  FILE *lines = file >= 0 && lockFile(file, lock) ? fdopen(file, "r") : NULL;
+  if (!lines && file >= 0) close(file);
+  return lines;
+}
+
+/* Reads the next line into `count` texts, to be freed; false at the end. What has no line end yet
+ * is no line. */
+static inline int readLine(FILE *lines, char **texts, size_t count) {
+  char *line = NULL;
+  size_t size = 0;
+  const int whole = lines && getline(&line, &size, lines) > 0 && strchr(line, '\n');
+  for (size_t i = 0; whole && i < count; i++)
+    texts[i] = unescapeString(strtok(i ? NULL : line, " \n"));
+  free(line);
+  return whole;
+}
+
+/* Where the last whole line ends: a script that is killed may leave the beginning of another. */
+static inline off_t endOfLines(int file) {
+  off_t end = lseek(file, 0, SEEK_END);
+  for (char last; end > 0 && pread(file, &last, 1, end - 1) == 1 && last != '\n';) end--;
+  return end;
+}
+
+/* Adds a line of texts to what openLines() gave, and closes that. The whole line is on the disk, or
+ * none of it and the answer is false. */
+static inline int addLine(FILE *lines, const char *const *texts, size_t count) {
+  char *line = NULL;
+  size_t length = 0;
+  FILE *out = lines ? open_memstream(&line, &length) : NULL;
+  int done = 0;
+  for (size_t i = 0; out && i < count; i++) {
+    putEncoded(texts[i], out);
+    fputc(i + 1 < count ? ' ' : '\n', out);
+  }
+  if (out && fclose(out) == 0) {
+    const int file = fileno(lines);
+    const off_t end = endOfLines(file);
+    done = ftruncate(file, end) == 0 && write(file, line, length) == (ssize_t)length &&
+           fsync(file) == 0;
+    if (!done && ftruncate(file, end) != 0) perror("a torn line stays");
+  }
+  free(line);
+  return lines && fclose(lines) == 0 && done;
+}
+
+#endif

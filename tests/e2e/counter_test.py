@@ -1,0 +1,97 @@
+"""The example counter gives each visitor a number, and no number twice."""
+
+import concurrent.futures
+import os
+import re
+import tempfile
+import unittest
+
+import script
+from page import Page
+from server import Server, read
+
+COUNTER = os.environ["COUNTER"]
+
+
+def number(body):
+    (text,) = Page(body).texts("p")
+    return int(re.fullmatch(r"You are visitor number ([0-9]+)\.", text)[1])
+
+
+class Counter(unittest.TestCase):
+    SERVER = Server
+
+    def setUp(self):
+        self.server = self.enterContext(
+            self.SERVER({"counter": COUNTER}, {"TARN_COUNTER_FILE": "data/count"})
+        )
+        self.count = os.path.join(self.server.make_folder("data"), "count")
+
+    def tearDown(self):
+        self.assertEqual("", self.server.log())
+
+    def visit(self, *arguments):
+        answer = self.server.curl("/counter", *arguments)
+        self.assertEqual(200, answer.status)
+        self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
+        return answer.body
+
+    def test_counts_from_one(self):
+        self.assertEqual([1, 2, 3], [number(self.visit()) for _ in range(3)])
+        self.assertEqual(b"3\n", read(self.count))
+
+    def test_head_does_not_count(self):
+        self.visit("--head")
+        self.assertEqual(1, number(self.visit()))
+
+    def test_goes_on_from_what_stands_there(self):
+        with open(self.count, "w", encoding="ascii") as file:
+            file.write("4294967295\n")
+        os.chmod(self.count, 0o666)
+        self.assertEqual(4294967296, number(self.visit()))
+
+    def test_visitors_at_the_same_time_get_a_number_each(self):
+        with concurrent.futures.ThreadPoolExecutor(8) as visitors:
+            numbers = list(visitors.map(lambda _: number(self.visit()), range(100)))
+        self.assertEqual(list(range(1, 101)), sorted(numbers))
+        self.assertEqual(b"100\n", read(self.count))
+
+
+class CounterAlone(unittest.TestCase):
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        self.count = os.path.join(self.folder, "count")
+
+    def run_script(self, variables, **limits):
+        variables = {"TARN_COUNTER_FILE": self.count, **variables}
+        return script.run(COUNTER, variables, **limits)
+
+    def test_what_is_no_count_is_left_as_it_is_and_told(self):
+        for content in (b"", b"12", b"x\n", b"1x\n", b"-1\n", b"9" * 19 + b"\n", b"\n1"):
+            with open(self.count, "wb") as file:
+                file.write(content)
+            status, _, page, _ = self.run_script({"REQUEST_METHOD": "GET"})
+            self.assertEqual(500, status, content)
+            self.assertEqual(["The count cannot be kept."], Page(page).texts("p", role="alert"))
+            self.assertEqual(content, read(self.count))
+
+    def test_disk_that_is_full_leaves_the_count_as_it_was(self):
+        get = {"REQUEST_METHOD": "GET"}
+        self.assertEqual(1, number(self.run_script(get)[2]))
+        self.assertEqual(500, self.run_script(get, largest_file=0)[0])
+        self.assertEqual(b"1\n", read(self.count))
+        self.assertEqual(2, number(self.run_script(get)[2]))
+
+    def test_missing_setting_is_told(self):
+        status, _, page, _ = script.run(COUNTER, {"REQUEST_METHOD": "GET"})
+        self.assertEqual(500, status)
+        self.assertIn("TARN_COUNTER_FILE", Page(page).texts("p", role="alert")[0])
+
+    def test_head_has_no_body(self):
+        status, head, page, _ = self.run_script({"REQUEST_METHOD": "HEAD"})
+        self.assertEqual((200, b""), (status, page))
+        self.assertEqual("Content-Type: text/html; charset=utf-8", head[-1])
+
+
+if __name__ == "__main__":
+    unittest.main()

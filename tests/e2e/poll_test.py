@@ -1,0 +1,171 @@
+"""The example poll counts each visitor once, and all of them."""
+
+import concurrent.futures
+import fcntl
+import os
+import re
+import subprocess
+import tempfile
+import time
+import unittest
+
+import script
+from page import Page
+from server import Server, read
+
+POLL = os.environ["POLL"]
+URL_ENCODED = "application/x-www-form-urlencoded"
+COOKIE = re.compile("visitor=([0-9a-f]{32}); Max-Age=31536000; HttpOnly; SameSite=Lax")
+
+
+def chart(page):
+    """The label of the chart, and what it draws: for each choice its name, its bar's width and its
+    number."""
+    (svg,) = [element for element in page.elements if element["tag"] == "svg"]
+    texts = page.texts("text")
+    widths = [int(e["attributes"]["width"]) for e in page.elements if e["tag"] == "rect"]
+    return svg["attributes"]["aria-label"], list(zip(texts[::2], widths, texts[1::2], strict=True))
+
+
+class Poll(unittest.TestCase):
+    SERVER = Server
+
+    def setUp(self):
+        self.server = self.enterContext(self.SERVER({"poll": POLL}, {"TARN_POLL_FILE": "votes"}))
+
+    def tearDown(self):
+        self.assertEqual("", self.server.log())
+
+    def visit(self, *arguments, status=200):
+        answer = self.server.curl("/poll", *arguments)
+        self.assertEqual(status, answer.status)
+        self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
+        return Page(answer.body)
+
+    def new_visitor(self):
+        answer = self.server.curl("/poll")
+        return COOKIE.fullmatch(answer.header("set-cookie"))[1]
+
+    def vote(self, visitor, choice, status=303):
+        answer = self.server.curl("/poll", "-b", f"visitor={visitor}", "-d", f"choice={choice}")
+        self.assertEqual(status, answer.status)
+        return answer
+
+    def counts(self):
+        label, _ = chart(self.visit())
+        return [int(number) for number in re.findall("[0-9]+", label)]
+
+    def test_new_visitor_gets_a_form_and_an_empty_chart(self):
+        page = self.visit()
+        self.assertEqual("What do you drink in the morning?", page.texts("legend")[0])
+        radios = [e["attributes"] for e in page.elements if e["tag"] == "input"]
+        self.assertEqual(["tea", "coffee", "water"], [radio["value"] for radio in radios])
+        self.assertEqual({("radio", "choice")}, {(r["type"], r["name"]) for r in radios})
+        self.assertEqual(
+            (
+                "Votes: Tea 0, Coffee 0, Water 0",
+                [("Tea", 0, "0"), ("Coffee", 0, "0"), ("Water", 0, "0")],
+            ),
+            chart(page),
+        )
+
+    def test_chart_shows_the_votes(self):
+        for choice, votes in (("tea", 4), ("coffee", 1)):
+            for _ in range(votes):
+                answer = self.vote(self.new_visitor(), choice)
+                self.assertRegex(answer.header("location"), r"/poll\Z")
+        self.assertEqual(
+            (
+                "Votes: Tea 4, Coffee 1, Water 0",
+                [("Tea", 180, "4"), ("Coffee", 45, "1"), ("Water", 0, "0")],
+            ),
+            chart(self.visit()),
+        )
+
+    def test_visitor_is_remembered_and_counts_once(self):
+        visitor = self.new_visitor()
+        self.vote(visitor, "tea")
+        for choice in ("tea", "coffee"):
+            self.vote(visitor, choice)
+        self.assertEqual([1, 0, 0], self.counts())
+        answer = self.server.curl("/poll", "-b", f"visitor={visitor}")
+        self.assertEqual([], [value for key, value in answer.headers if key == "set-cookie"])
+        page = Page(answer.body)
+        self.assertIn("You voted for Tea.", page.texts("p"))
+        self.assertNotIn("form", page.tags)
+
+    def test_visitors_differ(self):
+        self.assertEqual(20, len({self.new_visitor() for _ in range(20)}))
+
+    def test_vote_without_a_cookie_of_ours_is_not_counted(self):
+        for cookie in ("", "visitor=", "visitor=zoë", "visitor=" + "A" * 32, "visitor=" + "a" * 33):
+            answer = self.server.curl("/poll", "-b", cookie, "-d", "choice=tea")
+            self.assertEqual(400, answer.status)
+            self.assertIn("not counted", Page(answer.body).texts("p", role="alert")[0])
+            self.assertTrue(COOKIE.fullmatch(answer.header("set-cookie")))
+        self.assertEqual([0, 0, 0], self.counts())
+
+    def test_vote_for_nothing_is_refused(self):
+        visitor = self.new_visitor()
+        for choice in ("", "beer", "tea%20coffee", "%3Cscript%3E", "Tea"):
+            page = Page(self.vote(visitor, choice, status=400).body)
+            self.assertEqual(["Please choose one."], page.texts("p", role="alert"))
+            self.assertNotIn("script", page.tags)
+        self.assertEqual([0, 0, 0], self.counts())
+
+    def test_votes_at_the_same_time_are_all_counted(self):
+        def visit(number):
+            self.vote(self.new_visitor(), ("tea", "coffee", "water")[number % 3])
+
+        with concurrent.futures.ThreadPoolExecutor(8) as visitors:
+            list(visitors.map(visit, range(60)))
+        self.assertEqual([20, 20, 20], self.counts())
+
+    def test_vote_sent_many_times_at_once_counts_once(self):
+        visitor = self.new_visitor()
+        with concurrent.futures.ThreadPoolExecutor(8) as hands:
+            list(hands.map(lambda _: self.vote(visitor, "water"), range(40)))
+        self.assertEqual([0, 0, 1], self.counts())
+
+
+class PollAlone(unittest.TestCase):
+    def test_missing_setting_is_told(self):
+        status, _, page, _ = script.run(POLL, {"REQUEST_METHOD": "GET"})
+        self.assertEqual(500, status)
+        self.assertIn("TARN_POLL_FILE", Page(page).texts("p", role="alert")[0])
+
+    def test_vote_that_cannot_be_kept_is_told(self):
+        folder = self.enterContext(tempfile.TemporaryDirectory())
+        variables = script.post(URL_ENCODED, b"choice=tea")
+        variables |= {"TARN_POLL_FILE": folder, "HTTP_COOKIE": "visitor=" + "a" * 32}
+        status, _, page, _ = script.run(POLL, variables, b"choice=tea")
+        self.assertEqual(500, status)
+        self.assertEqual(["Your vote could not be kept."], Page(page).texts("p", role="alert"))
+
+    def test_votes_wait_for_each_other(self):
+        path = os.path.join(self.enterContext(tempfile.TemporaryDirectory()), "votes")
+        variables = script.post(URL_ENCODED, b"choice=tea")
+        variables |= {"TARN_POLL_FILE": path, "HTTP_COOKIE": "visitor=" + "a" * 32}
+        with open(path, "w", encoding="ascii") as votes:
+            fcntl.lockf(votes, fcntl.LOCK_EX)
+            pipes = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE}
+            scripts = [subprocess.Popen([POLL], env=variables, **pipes) for _ in range(2)]
+            for process in scripts:
+                process.stdin.write(b"choice=tea")
+                process.stdin.close()
+            time.sleep(0.3)
+            self.assertEqual([None, None], [process.poll() for process in scripts])
+        for process in scripts:
+            with process:
+                self.assertTrue(process.stdout.read().startswith(b"Status: 303 "))
+        self.assertEqual(b"a" * 32 + b" tea\n", read(path))
+
+    def test_head_has_no_body(self):
+        variables = {"REQUEST_METHOD": "HEAD", "TARN_POLL_FILE": "/dev/null"}
+        status, head, page, _ = script.run(POLL, variables)
+        self.assertEqual((200, b""), (status, page))
+        self.assertEqual("Content-Type: text/html; charset=utf-8", head[-1])
+
+
+if __name__ == "__main__":
+    unittest.main()
