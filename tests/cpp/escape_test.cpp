@@ -26,6 +26,7 @@ std::string made(Escape escape, std::string_view text) {
 std::string inHtml(std::string_view text) { return made(tarn::escape_html, text); }
 std::string inAttribute(std::string_view text) { return made(tarn::escape_attribute, text); }
 std::string inUrl(std::string_view text) { return made(tarn::escape_url, text); }
+std::string inPath(std::string_view text) { return made(tarn::escape_path, text); }
 std::string inJson(std::string_view text) { return made(tarn::escape_json, text); }
 
 std::string everyByte() {
@@ -97,6 +98,20 @@ TEST(EscapeUrl, EscapesAllButLettersDigitsAndFourMarks) {
   EXPECT_EQ("%2F%3Fa%3Db%26c%3Dd%23e%20%2B%25", inUrl("/?a=b&c=d#e +%"));
   EXPECT_EQ("%00%0D%0A%7F%80%FF", inUrl("\0\r\n\x7F\x80\xFF"sv));
   EXPECT_EQ("%C3%A9", inUrl("é"));
+}
+
+TEST(EscapePath, EscapesAsForAUrlButLeavesSlashes) {
+  const std::string all = everyByte();
+  std::string expected = inUrl(all);
+  expected.replace(expected.find("%2F"), 3, "/");
+  EXPECT_EQ(expected, inPath(all));
+  EXPECT_EQ("/cgi-bin/g%C3%A4ste%20buch%3F//", inPath("/cgi-bin/gäste buch?//"));
+}
+
+TEST(EscapePath, MakesAPathToRedirectToOfAScriptsName) {
+  const tarn::Text here = tarn::escape_path("/a b?\"<>\\^`{|}\r\nSet-Cookie: x=ä");
+  tarn::Response response;
+  EXPECT_EQ(nullptr, response.redirect(here.view()).problem());
 }
 
 TEST(EscapeUrl, IsUndoneByUnescapeString) {
