@@ -120,24 +120,27 @@ static inline void seeOther(const char *query) {
   printf("%s\n", query);
 }
 
+#define PAGE_VIEWPORT "width=device-width, initial-scale=1"
+#define PAGE_STYLE                                                                       \
+  "body { max-width: 40em; margin: auto; padding: 0 1em; font: 100%/1.5 sans-serif }\n"  \
+  "body { overflow-wrap: anywhere }\n"                                                   \
+  "label[for], [aria-invalid] + strong { display: block }\n"                             \
+  "button, input, textarea { max-width: 100%; box-sizing: border-box; font: inherit }\n" \
+  "textarea { width: 100%; height: 6em }\n"                                              \
+  "th { text-align: left; vertical-align: top; min-width: 4em }\n"                       \
+  "article p, td { white-space: pre-wrap }\n"                                            \
+  "[role=alert] { border-left: 4px solid #b00; padding-left: 1em }\n"
+
 /* Ends the headers and begins a page; false when the client asked for no more than the headers. */
 static inline int beginPage(const char *title) {
   puts("X-Content-Type-Options: nosniff\nContent-Type: text/html; charset=utf-8\n");
   if (isMethod("HEAD")) return 0;
   printf(
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-      "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-      "<title>%s</title>\n<style>\n"
-      "body { max-width: 40em; margin: auto; padding: 0 1em; font: 100%%/1.5 sans-serif }\n"
-      "body { overflow-wrap: anywhere }\n"
-      "label[for], [aria-invalid] + strong { display: block }\n"
-      "button, input, textarea { max-width: 100%%; box-sizing: border-box; font: inherit }\n"
-      "textarea { width: 100%%; height: 6em }\n"
-      "th { text-align: left; vertical-align: top; min-width: 4em }\n"
-      "article p, td { white-space: pre-wrap }\n"
-      "[role=alert] { border-left: 4px solid #b00; padding-left: 1em }\n"
-      "</style>\n</head>\n<body>\n<main>\n<h1>%s</h1>\n",
-      title, title);
+      "<meta name=\"viewport\" content=\"" PAGE_VIEWPORT
+      "\">\n"
+      "<title>%s</title>\n<style>\n%s</style>\n</head>\n<body>\n<main>\n<h1>%s</h1>\n",
+      title, PAGE_STYLE, title);
   return 1;
 }
 
@@ -195,26 +198,32 @@ static inline off_t endOfLines(int file) {
   return end;
 }
 
-/* Adds a line of texts to what openLines() gave, and closes that. The whole line is on the disk, or
- * none of it and the answer is false. */
+/* Adds a whole line, with its end, to what openLines() gave, and closes that. All of it is on the
+ * disk, or nothing and the answer is false. */
+static inline int appendLine(FILE *lines, const char *line, size_t length) {
+  if (!lines) return 0;
+  const int file = fileno(lines);
+  const off_t end = endOfLines(file);
+  const int done =
+      ftruncate(file, end) == 0 && write(file, line, length) == (ssize_t)length && fsync(file) == 0;
+  if (!done && ftruncate(file, end) != 0) perror("a torn line stays");
+  return fclose(lines) == 0 && done;
+}
+
+/* The same of a line that is made of texts. */
 static inline int addLine(FILE *lines, const char *const *texts, size_t count) {
   char *line = NULL;
   size_t length = 0;
-  FILE *out = lines ? open_memstream(&line, &length) : NULL;
-  int done = 0;
+  FILE *out = open_memstream(&line, &length);
   for (size_t i = 0; out && i < count; i++) {
     putEncoded(texts[i], out);
     fputc(i + 1 < count ? ' ' : '\n', out);
   }
-  if (out && fclose(out) == 0) {
-    const int file = fileno(lines);
-    const off_t end = endOfLines(file);
-    done = ftruncate(file, end) == 0 && write(file, line, length) == (ssize_t)length &&
-           fsync(file) == 0;
-    if (!done && ftruncate(file, end) != 0) perror("a torn line stays");
-  }
+  const int made = out && fclose(out) == 0;
+  const int added = made && appendLine(lines, line, length);
+  if (!made && lines) fclose(lines);
   free(line);
-  return lines && fclose(lines) == 0 && done;
+  return added;
 }
 
 #endif

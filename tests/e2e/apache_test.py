@@ -17,6 +17,10 @@ class Guestbook(guestbook_test.Guestbook):
     SERVER = Apache
 
 
+class GuestbookInCpp(guestbook_test.GuestbookInCpp):
+    SERVER = Apache
+
+
 class Upload(upload_test.Upload):
     SERVER = Apache
 

@@ -94,7 +94,9 @@ def check_valid(text):
     """html5lib knows how a page is put together, tidy which elements and attributes there are."""
     parser = html5lib.HTMLParser()
     parser.parse(text)
-    assert not parser.errors, parser.errors
+    # A carriage return can stand in a page as a number alone, which is an error to be forgiven.
+    errors = [error for error in parser.errors if error[2] != {"charAsInt": 13}]
+    assert not errors, errors
     command = ["tidy", "-q", "-e", "-utf8"]
     tidy = subprocess.run(command, input=text.encode(), capture_output=True, check=False)
     assert (tidy.returncode, tidy.stderr) == (0, b""), tidy.stderr.decode()

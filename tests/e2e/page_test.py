@@ -50,6 +50,7 @@ WRONG = {
     "sign that is not escaped": ("No number.", "a < b"),
     "reference that does not exist": ("No number.", "&nosuch;"),
     "control character": ("No number.", "&#1;"),
+    "control character beside a carriage return": ("No number.", "&#13;&#1;"),
     "comment": ("No number.", "<!-- no number -->"),
 }
 
@@ -60,6 +61,10 @@ class Pages(unittest.TestCase):
         self.assertEqual(["Good"], page.texts("h1"))
         self.assertEqual(["No number."], page.described("age"))
         self.assertIsNone(page.described("name"))
+
+    def test_carriage_return_is_read_as_one(self):
+        page = Page(GOOD.replace("No number.", "No&#13;\nnumber.").encode())
+        self.assertEqual(["No\r\nnumber."], page.described("age"))
 
     def test_wrong_pages_are_refused(self):
         for name, changes in WRONG.items():

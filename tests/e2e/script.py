@@ -1,5 +1,6 @@
 """Runs a script without a server, for what no server and no curl would let happen."""
 
+import re
 import resource
 import subprocess
 
@@ -23,8 +24,8 @@ def run(path, variables, body=b"", largest_file=resource.RLIM_INFINITY):
         restore_signals=False,
         check=True,
     )
-    head, _, page = done.stdout.partition(b"\n\n")
-    lines = head.decode().split("\n")
+    head, page = re.split(b"\r?\n\r?\n", done.stdout, maxsplit=1)
+    lines = head.decode().splitlines()
     status = 200
     if lines[0].startswith("Status: "):
         status = int(lines[0].split(" ")[1])
@@ -34,6 +35,7 @@ def run(path, variables, body=b"", largest_file=resource.RLIM_INFINITY):
 def post(content_type, body):
     return {
         "REQUEST_METHOD": "POST",
+        "SCRIPT_NAME": "/script",
         "CONTENT_TYPE": content_type,
         "CONTENT_LENGTH": str(len(body)),
     }

@@ -1,0 +1,96 @@
+/* contact: a form for a message to the people of a site; what is wrong stands beside the field. The
+ * messages go into the file that TARN_CONTACT_FILE names, a line for each (name, address, message,
+ * URL-encoded), which the web server must be able to write and should not serve. It does what
+ * contact.c does, and they can share the file.
+ *
+ *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn         (with page.h, page.hpp)
+ */
+#include "page.hpp"
+
+using tarn::Attribute, tarn::Element;
+
+static bool is_text(std::string_view text) { return !text.empty(); }
+
+/* The least that every address has; only a letter that arrives proves more. */
+static bool is_address(std::string_view text) {
+  for (const char c : text) {
+    if (static_cast<unsigned char>(c) <= ' ' || strchr("\"(),:;<>[\\]\177", c)) return false;
+  }
+  const std::size_t at = text.find('@');
+  return at > 0 && at < text.size() - 1 && at == text.rfind('@');
+}
+
+static constexpr struct Field {
+  const char *name;
+  const char *label;
+  const char *type; /* none of a text area */
+  std::size_t most;
+  bool (*fits)(std::string_view text);
+  const char *problem;
+} kFields[] = {
+    {"name", "Your name", "text", 120, is_text, "Please tell us your name, in 120 bytes at most."},
+    {"email", "Your e-mail address", "email", 254, is_address,
+     "An address is like name@example.org."},
+    {"message", "Message", nullptr, 4000, is_text,
+     "Please write a message, of 4000 bytes at most."},
+};
+
+static Element control(const Field &field, std::string_view value) {
+  if (!field.type) return Element("textarea", Attribute("dir", "auto"), value);
+  Element input("input", Attribute("type", field.type), Attribute("value", value));
+  if (field.fits == is_text) input.add(Attribute("dir", "auto"));
+  input.add(Attribute("autocomplete", field.name));
+  return input;
+}
+
+/* A field with its label, and with a remark when its value is wrong. */
+static Element row(const Field &field, std::string_view value, bool wrong) {
+  tarn::String remark(field.name);
+  remark.append("-problem");
+  Element input = control(field, value);
+  input.add(Attribute("id", field.name)).add(Attribute("name", field.name));
+  input.add(Attribute("required"));
+  if (wrong) input.add(Attribute("aria-invalid", "true"));
+  if (wrong) input.add(Attribute("aria-describedby", remark.view()));
+  Element row("p", Element("label", Attribute("for", field.name), field.label), std::move(input));
+  if (wrong) row.add(Element("strong", Attribute("id", remark.view()), field.problem));
+  return row;
+}
+
+static Outcome take(tarn::Request &request, const char *path, bool fits) {
+  if (!request || !path) return {500, "TARN_CONTACT_FILE does not say where messages go."};
+  if (!fits) return {400, "Your message was not sent: look at the fields with a remark."};
+  if (!is_post(request)) return {200, nullptr};
+  if (!arrivedWhole(request.handle())) return {400, "Your message did not arrive whole."};
+  const bool kept =
+      add_line(path, {field(request, "name"), field(request, "email"), field(request, "message")});
+  if (!kept) return {500, "Your message could not be kept."};
+  return {303, nullptr};
+}
+
+int main() {
+  tarn::Request request;
+  const tarn::Environment environment = request.environment();
+  /* The server judges, so that it can say what is wrong in its own words: novalidate. */
+  Element form("form", Attribute("method", "post"), Attribute("novalidate"));
+  bool fits = true;
+  for (const Field &one : kFields) {
+    const std::string_view value = field(request, one.name);
+    const bool wrong = is_post(request) && !(value.size() <= one.most && one.fits(value));
+    form.add(row(one, value, wrong));
+    fits = fits && !wrong;
+  }
+  form.add(Element("p", Element("button", "Send")));
+  const Outcome outcome = take(request, getenv("TARN_CONTACT_FILE"), fits);
+  if (outcome.status == 303) {
+    const tarn::Text here = tarn::escape_path(environment.script_name());
+    tarn::String there(here.view());
+    return there.append("?sent") && tarn::Response().redirect(there.view()).send() ? 0 : 1;
+  }
+  tarn::ElementList content;
+  if (!is_post(request) && environment.query_string() == "sent") {
+    content.add(Element("p", Attribute("role", "status"), "Thank you, we have your message."));
+  }
+  content.add(std::move(form));
+  return send_page("Contact", outcome, std::move(content)) ? 0 : 1;
+}
