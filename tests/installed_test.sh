@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the library into a folder of its own, moves that folder, and builds against it in each way
-# that a user might: by the compiler alone, by pkg-config, and by CMake's find_package(). The script
-# is the README's, in C and in C++, and each build of it has to print what the README shows.
+# that a user might: by the compiler alone, by pkg-config, and by CMake's find_package(). The scripts
+# are the README's, and each build of one has to print what the README shows.
 set -euo pipefail
 
 # A compiler is an absolute path, followed by the flags that the library was built with.
@@ -43,20 +43,25 @@ if [ -d "$build/docs/man" ]; then
   diff -r "$build/docs/html" moved/share/doc/tarn/html || fail 'the reference in HTML is not whole'
 fi
 
-# ---- The README's script -------------------------------------------------------------------------
+# ---- The README's scripts ------------------------------------------------------------------------
 
-awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >greet.c
-cp "$source/tests/installed/greet.cpp" .
-compile=$(sed -n 's/^\$ \(cc .*greet.*\)/\1/p' "$source/README.md")
-call=$(sed -n 's/^\$ \(.*\.\/greet\)$/\1/p' "$source/README.md")
-shown=$(sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d')
-[[ $compile && $call && $shown ]] || fail 'README.md has no greet.c, or no command for it'
+# Takes a script out of the README, and for it what compiles it, what calls it, and what that shows.
+from_readme() {
+  program=./${1%.*}
+  awk -v begin="\`\`\`${1##*.}" \
+    '$0 == begin { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >"$1"
+  compile=$(sed -n "s/^\\$ \(c.* $1 .*\)/\1/p" "$source/README.md")
+  call=$(sed -n "s|^\\$ \(.* $program\)\$|\1|p" "$source/README.md")
+  shown=$(sed -n "\|^\\$ .* $program\$|,/^\`\`\`\$/p" "$source/README.md" | sed '1d;$d')
+  [[ -s $1 && $compile && $call && $shown ]] || fail "README.md has no $1, or no command for it"
+}
 
-# Calls a program in place of the README's, under other variables if more are given.
+# Calls a program in place of the README's, under other variables if more are given. An "…" at the
+# end stands for more.
 greets() {
   local printed
-  printed=$(env "${@:2}" bash -c "${call/.\/greet/$1}" | tr -d '\r')
-  [ "$printed" = "$shown" ] ||
+  printed=$(env "${@:2}" bash -c "${call/$program/$1}" | tr -d '\r')
+  [[ $printed == "$shown" || ($shown == *… && $printed == "${shown%…}"*) ]] ||
     fail "$(printf 'README.md shows:\n%s\n%s prints:\n%s' "$shown" "$1" "$printed")"
 }
 
@@ -65,7 +70,7 @@ needs() {
   readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs
 }
 
-# A program in C asks for exactly these.
+# A program that needs no C++ runtime asks for exactly these.
 asks_for() {
   local found
   found=$(needs "$1")
@@ -78,6 +83,15 @@ by_compiler() {
   env CPATH="$root/moved/include" LIBRARY_PATH="$library" "$@"
 }
 
+from_readme welcome.cpp
+by_compiler bash -c "$compile"
+greets ./welcome LD_LIBRARY_PATH="$library"
+
+by_compiler cc -std=c++17 -fno-exceptions welcome.cpp -ltarn -o welcome-alone
+greets ./welcome-alone LD_LIBRARY_PATH="$library"
+asks_for welcome-alone 'libtarn.so.1 libc.so.6'
+
+from_readme greet.c
 by_compiler bash -c "$compile"
 greets ./greet LD_LIBRARY_PATH="$library"
 asks_for greet 'libtarn.so.1 libc.so.6'
@@ -86,12 +100,17 @@ by_compiler cc greet.c -l:libtarn.a -o greet-archive
 greets ./greet-archive
 asks_for greet-archive libc.so.6
 
+cp "$source/tests/installed/greet.cpp" .
 by_compiler c++ -std=c++17 greet.cpp -ltarn -o greet++
 greets ./greet++ LD_LIBRARY_PATH="$library"
 
 strict=(-Wall -Wextra -Wpedantic -Werror)
 for example in "$source"/examples/*.c; do
   by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn -o example
+done
+for example in "$source"/examples/*.cpp; do
+  by_compiler cc -std=c++17 -fno-exceptions "${strict[@]}" "$example" -ltarn -o example
+  asks_for example 'libtarn.so.1 libc.so.6'
 done
 by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ "$source/examples/page.h"
 

@@ -8,8 +8,11 @@ import atexit
 import functools
 import os
 import re
+import subprocess
 import tempfile
 import unittest
+import urllib.parse
+from pathlib import Path
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
@@ -29,6 +32,10 @@ EXAMPLES = {
     "poll": os.environ["POLL"],
     "counter": os.environ["COUNTER"],
 }
+EXAMPLES_IN_CPP = EXAMPLES | {
+    "guestbook": os.environ["GUESTBOOK_CPP"],
+    "contact": os.environ["CONTACT_CPP"],
+}
 VARIABLES = {
     "TARN_UPLOAD_DIR": "data/uploads",
     "TARN_GUESTBOOK_FILE": "data/guestbook",
@@ -36,6 +43,8 @@ VARIABLES = {
     "TARN_POLL_FILE": "data/poll",
     "TARN_COUNTER_FILE": "data/count",
 }
+SOURCE = Path(__file__).parents[2]
+LIBRARIES = os.path.dirname(os.environ["LIBRARY"])
 FLAGS = (
     *("headless=new", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run"),
     *("disable-background-networking", "disable-component-update", "disable-sync"),
@@ -95,10 +104,13 @@ def browser():
 
 class BrowserCase(unittest.TestCase):
     SERVER = Server
+    PROGRAMS = EXAMPLES
+    VARIABLES = VARIABLES
+    PICTURES = ""
 
     def setUp(self):
         self.browser, self.home = browser()
-        self.server = self.enterContext(self.SERVER(EXAMPLES, VARIABLES))
+        self.server = self.enterContext(self.SERVER(self.PROGRAMS, self.VARIABLES))
         self.server.make_folder("data")
         self.folder = self.server.make_folder("data/uploads")
         self.browser.delete_all_cookies()
@@ -127,7 +139,9 @@ class BrowserCase(unittest.TestCase):
         return self.browser.find_elements(By.CSS_SELECTOR, selector)
 
     def texts(self, selector):
-        return [element.get_property("textContent") for element in self.find_all(selector)]
+        """A script may keep the line ends that forms have."""
+        found = [element.get_property("textContent") for element in self.find_all(selector)]
+        return [text.replace("\r\n", "\n") for text in found]
 
     def wait_for(self, selector):
         WebDriverWait(self.browser, 20).until(lambda _: self.find_all(selector))
@@ -149,7 +163,7 @@ class BrowserCase(unittest.TestCase):
     def picture(self, name):
         folder = os.environ["SCREENSHOTS"]
         os.makedirs(folder, exist_ok=True)
-        self.assertTrue(self.browser.save_screenshot(os.path.join(folder, f"{name}.png")))
+        self.assertTrue(self.browser.save_screenshot(os.path.join(folder, f"{name}{self.PICTURES}.png")))
 
     def file(self, name, data):
         path = os.path.join(self.home, name)
@@ -159,6 +173,11 @@ class BrowserCase(unittest.TestCase):
 
     def kept(self):
         return {name: read(os.path.join(self.folder, name)) for name in os.listdir(self.folder)}
+
+
+class InCpp(BrowserCase):
+    PROGRAMS = EXAMPLES_IN_CPP
+    PICTURES = "-cpp"
 
 
 class Guestbook(BrowserCase):
@@ -199,6 +218,10 @@ class Guestbook(BrowserCase):
         self.assertEqual(HOSTILE[:120], self.value("name"))
         self.assertEqual([], self.find_all("script, img, svg"))
         self.picture("guestbook-hostile")
+
+
+class GuestbookInCpp(InCpp, Guestbook):
+    pass
 
 
 class Upload(BrowserCase):
@@ -311,6 +334,10 @@ class Contact(BrowserCase):
         self.assertEqual([], self.find_all("script, img, svg"))
 
 
+class ContactInCpp(InCpp, Contact):
+    pass
+
+
 class Poll(BrowserCase):
     def vote(self, choice):
         self.visit("poll")
@@ -382,6 +409,42 @@ class Pages(BrowserCase):
         self.check("poll")
         self.visit("counter")
         self.check("counter")
+
+
+class PagesInCpp(InCpp, Pages):
+    pass
+
+
+class Readme(BrowserCase):
+    """The README's script in C++, compiled as it says."""
+
+    VARIABLES = {"LD_LIBRARY_PATH": LIBRARIES}
+
+    @classmethod
+    def setUpClass(cls):
+        folder = cls.enterClassContext(tempfile.TemporaryDirectory())
+        text = (SOURCE / "README.md").read_text(encoding="utf-8")
+        (script,) = re.findall(r"^```cpp\n(.*?)^```$", text, re.DOTALL | re.MULTILINE)
+        (command,) = re.findall(r"^\$ (c\+\+ .*)$", text, re.MULTILINE)
+        Path(folder, "welcome.cpp").write_text(script, encoding="utf-8")
+        places = {"CPATH": str(SOURCE / "include"), "LIBRARY_PATH": LIBRARIES}
+        subprocess.run(["bash", "-c", command], cwd=folder, env=os.environ | places, check=True)
+        cls.PROGRAMS = {"welcome": f"{folder}/welcome"}
+        assert len(script.splitlines()) <= 20, "long for a README"
+
+    def test_greets_whoever_it_may_be_and_knows_them_again(self):
+        self.visit("welcome")
+        self.assertEqual(["Hello, stranger!"], self.texts("p"))
+        for name in (SCRIPTS, HOSTILE):
+            self.type("name", name)
+            self.send()
+            self.assertEqual([f"Hello, {name}!"], self.texts("p"))
+            cookie = self.browser.get_cookie("guest")
+            self.assertEqual(urllib.parse.quote(name, safe=""), cookie["value"])
+            self.assertTrue(cookie["httpOnly"])
+            self.visit("welcome")
+            self.assertEqual([f"Hello, {name}!"], self.texts("p"))
+            self.assertEqual([], self.find_all("script, img, svg"))
 
 
 if __name__ == "__main__":
