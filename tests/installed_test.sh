@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs the library into a folder of its own, moves that folder, and builds against it in each way
-# that a user might: by the compiler alone, by pkg-config, and by CMake's find_package(). The scripts
-# are the README's, and each build of one has to print what the README shows.
+# Installs the library into a folder of its own, moves that folder, and builds against it in each
+# way that a user might: by the compiler alone, by pkg-config, and by CMake's find_package(). The
+# scripts are the README's, and each build of one has to print what the README shows.
 set -euo pipefail
 
 # A compiler is an absolute path, followed by the flags that the library was built with.

@@ -163,7 +163,8 @@ class BrowserCase(unittest.TestCase):
     def picture(self, name):
         folder = os.environ["SCREENSHOTS"]
         os.makedirs(folder, exist_ok=True)
-        self.assertTrue(self.browser.save_screenshot(os.path.join(folder, f"{name}{self.PICTURES}.png")))
+        path = os.path.join(folder, f"{name}{self.PICTURES}.png")
+        self.assertTrue(self.browser.save_screenshot(path))
 
     def file(self, name, data):
         path = os.path.join(self.home, name)
