@@ -17,7 +17,9 @@ fail() {
 }
 
 # Without the library in front and a type behind the name.
-"$ctest" --test-dir "$build" -C Load -N |
+for configuration in Load Servers; do
+  "$ctest" --test-dir "$build" -C "$configuration" -N
+done |
   sed -nE 's/^ *Test +#[0-9]+: //; T; s/^(tarn(_static)?|cpp)://; s/<.*//; s:/[^.]*\.:.:; p' |
   sort -u >"$folder/tests"
 # Tests behind a web server are not part of every build.
