@@ -64,7 +64,7 @@ std::string visible(std::string_view code) {
 }
 
 // A line is a step: "<name" begins an element, ">" ends it; "@" and "!" give it an attribute; "*"
-// adds Raw in elements for code, "+" a text with a line end before it, and all else a text.
+// adds Raw in elements for code, "-" a text, "+" one with a line end before it. All else is a text.
 Node treeIn(Input &input) {
   Node body{Node::kElement, "body"};
   std::vector<Node *> open = {&body};
@@ -82,7 +82,7 @@ Node treeIn(Input &input) {
     } else if (step == '*' && isIn(kCode, lower(parent.text))) {
       parent.children.push_back({Node::kRaw, visible(line.substr(1))});
     } else {
-      std::string text(line);
+      std::string text(line.substr(step == '-' ? 1 : 0));
       if (step == '+') text[0] = '\n';
       parent.children.push_back({Node::kText, text});
     }
