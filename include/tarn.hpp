@@ -35,6 +35,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

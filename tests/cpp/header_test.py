@@ -87,6 +87,23 @@ class Header(unittest.TestCase):
                     with self.subTest(compiler=compiler, flags=flags):
                         self.succeeds(*compiler, *flags, "-fsyntax-only", alone)
 
+    def test_gives_ranges_that_standard_algorithms_take(self):
+        ranges = self.folder / "ranges.cpp"
+        ranges.write_text(
+            """
+            #include <ranges>
+            #include <tarn.hpp>
+            static_assert(std::ranges::random_access_range<tarn::Entries>);
+            static_assert(std::ranges::sized_range<tarn::Files>);
+            static_assert(std::ranges::random_access_range<tarn::Cookies>);
+            static_assert(std::ranges::random_access_range<tarn::Lines>);
+            static_assert(std::ranges::random_access_range<const tarn::ElementList>);
+            static_assert(std::ranges::forward_range<tarn::Values>);
+            """,
+            encoding="utf-8",
+        )
+        self.succeeds(*CXX, "-std=c++20", f"-I{HEADER.parent}", "-fsyntax-only", ranges)
+
     def test_may_be_included_by_every_file_of_a_program(self):
         one = self.folder / "one.cpp"
         one.write_text(

@@ -280,12 +280,6 @@ TEST(CppRange, HasIteratorsThatGoAnywhere) {
   });
 }
 
-#if __cplusplus >= 202002L
-static_assert(std::random_access_iterator<tarn::Entries::Iterator>);
-static_assert(std::random_access_iterator<tarn::Lines::Iterator>);
-static_assert(std::forward_iterator<tarn::Values::Iterator>);
-#endif
-
 TEST(CppRequestCookie, IsFoundByItsExactName) {
   asScript({{"HTTP_COOKIE", "guest=Ada%20L; Guest=Grace; guest=late; empty="}}, "", [] {
     const tarn::Request request;
