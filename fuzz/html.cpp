@@ -55,12 +55,15 @@ Attribute attributeIn(std::string_view line) {
   return attribute;
 }
 
-// Raw stands in the page as it is, and a parser reads line ends and the like as others.
-std::string visible(std::string_view code) {
-  std::string text(code);
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
-  return text;
+// Raw stands in the page as it is. A parser reads line ends and the like as others, and within
+// graphics and formulas all of it as markup.
+void tame(Node &node, bool asMarkup) {
+  if (node.kind == Node::kRaw) {
+    for (char &c : node.text) {
+      if (c < ' ' || c > '~' || (asMarkup && (c == '<' || c == '&'))) c = '.';
+    }
+  }
+  for (Node &child : node.children) tame(child, asMarkup);
 }
 
 // A line is a step: "<name" begins an element, ">" ends it; "@" and "!" give it an attribute; "*"
@@ -80,7 +83,7 @@ Node treeIn(Input &input) {
     } else if (step == '@' || step == '!') {
       if (open.size() > 1) parent.attributes.push_back(attributeIn(line));
     } else if (step == '*' && isIn(kCode, lower(parent.text))) {
-      parent.children.push_back({Node::kRaw, visible(line.substr(1))});
+      parent.children.push_back({Node::kRaw, std::string(line.substr(1))});
     } else {
       std::string text(line.substr(step == '-' ? 1 : 0));
       if (step == '+') text[0] = '\n';
@@ -131,6 +134,10 @@ bool hasKnownName(const Node &node) {
   const std::string name = lower(node.text);
   return node.kind != Node::kElement || isIn(kPlain, name) || isIn(kCode, name) ||
          isIn(kOthers, name);
+}
+
+bool isHtml(const Node &node) {
+  return node.kind != Node::kElement || !isIn({"svg", "math"}, lower(node.text));
 }
 
 bool trustsNothing(const Node &node) {
@@ -327,7 +334,8 @@ std::string written(const Node &body) {
 }  // namespace
 
 void fuzz(Input input) {
-  const Node body = treeIn(input);
+  Node body = treeIn(input);
+  tame(body, !allBelow(body, isHtml));
   const std::string html = written(body);
   if (html.empty()) return;
   const Page page(html);
