@@ -2473,7 +2473,9 @@ class Response {
     if (has_body && !head_) put(body);
   }
 
-  void put(std::string_view text) noexcept { std::fwrite(text.data(), 1, text.size(), out_); }
+  void put(std::string_view text) noexcept {
+    if (!text.empty()) std::fwrite(text.data(), 1, text.size(), out_);
+  }
 
   FILE *out_;
   bool head_;

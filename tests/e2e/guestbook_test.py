@@ -65,7 +65,7 @@ class Guestbook(unittest.TestCase):
 
     def test_entries_stay_in_order(self):
         answer = self.write("Zoë", "Kalt & klar")
-        self.assertEqual("/guestbook", answer.header("location"))
+        self.assertEqual("/cgi-bin/guestbook", answer.header("location"))
         self.assertEqual(b"", answer.body)
         self.write("Idris", "first line\r\nsecond line")
         self.assertEqual(
@@ -77,7 +77,7 @@ class Guestbook(unittest.TestCase):
         answer = self.write('Zoë; "the" one, 100%+', "Hello", "-d", "remember=on")
         cookie, *attributes = answer.header("set-cookie").split("; ")
         self.assertEqual("guest=Zo%C3%AB%3B%20%22the%22%20one%2C%20100%25%2B", cookie)
-        # The page is at "/", and its cookie goes there by itself.
+        # In C it goes to the folder of the page, in C++ to the whole host.
         self.assertEqual(
             {"Max-Age=31536000", "HttpOnly", "SameSite=Lax"}, set(attributes) - {"Path=/"}
         )
