@@ -25,6 +25,7 @@ TEMPLATE = '''<!DOCTYPE html>
 <a href="which-function.html">Which function?</a>
 <a href="cheat-sheet.html">Cheat sheet</a>
 <a href="conventions.html">Conventions</a>
+<a href="cpp.html">C++</a>
 <a href="names.html">All names</a>
 </nav>
 <form role="search" action="names.html">
@@ -53,11 +54,6 @@ def code(text: str) -> str:
 
 def preformatted(lines: list[str]) -> str:
     return '<pre><code>' + escape('\n'.join(lines), quote=False) + '</code></pre>'
-
-
-def summary(comment: model.Comment) -> str:
-    """The first sentence."""
-    return re.match(r'.*?[.!?](?=\s|$)|.*', comment.blocks[0].text)[0]
 
 
 def named(text: str, name: str) -> bool:

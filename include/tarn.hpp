@@ -1411,7 +1411,7 @@ class Attribute
   }
 };
 
-/** Attributes, in order; see detail::Range for what it does. */
+/** Attributes, in order: a random-access range of AttributeView. */
 using Attributes = detail::Range<AttributeView, TARN_ATTRIBUTE_LIST_MAGIC,
                                  HTMLAttributeList_getCount, HTMLAttributeList_getByIndex>;
 
@@ -1434,7 +1434,7 @@ struct TextPiece {
 
 class ElementView;
 
-/** Elements, in order; see detail::Range for what it does. */
+/** Elements, in order: a random-access range of ElementView. */
 using Elements = detail::Range<ElementView, TARN_ELEMENT_LIST_MAGIC, HTMLElementList_getCount,
                                HTMLElementList_getByIndex>;
 
@@ -1467,8 +1467,8 @@ class ElementList;
 /** An element with its attributes and all that is in it.
  *
  *  @code
- *  tarn::Element("p", tarn::Attribute("class", "greeting"), "Hello, ", name,
- *                tarn::Element("b", "!"))
+ *  tarn::Element("p", tarn::Attribute("class", "greeting"),
+ *                "Hello, ", name, tarn::Element("b", "!"))
  *  @endcode
  */
 class Element : public detail::Object<Element, ElementView, HTMLElement_delete, HTMLElement_clone> {
@@ -2144,7 +2144,7 @@ enum class SameSite {
 /** A cookie to be set, for Response::cookie().
  *
  *  @code
- *  response.cookie(tarn::SetCookie("guest", name).max_age(30 * 86400).secure());
+ *  response.cookie(tarn::SetCookie("guest", name).max_age(60).secure());
  *  @endcode
  *
  *  Without more it ends with the browser's session, goes to all pages of this host, is hidden from
