@@ -168,7 +168,8 @@ class Cpp(unittest.TestCase):
         for name in re.findall(r'(?m)^/\*\*(?:(?!\*/).)*\*/\nclass (\w+)', CPP_HEADER, re.DOTALL):
             self.assertIn(name, classes)
         for name, body in classes.items():
-            told = re.search(rf'(?ms)^     tarn::{name}$(.*?)(?=^     tarn::\w+$|^   \S|\Z)', page)[1]
+            told = re.search(rf'(?ms)^     tarn::{name}$(.*?)(?=^     tarn::\w+$|^   \S|\Z)',
+                             page)[1]
             public = body.partition(' private:')[0]
             for member in re.findall(r'(?m)\*/\n  [^\n(=;]*?\b(\w+)\(', public):
                 self.assertRegex(told, rf'(?m)^     (operator )?{member}\(', f'{name}::{member}')
@@ -190,7 +191,8 @@ class Generator(unittest.TestCase):
         return run(sys.executable, '-B', SOURCE / 'docs/man.py', '--header', changed, '--pages',
                    SOURCE / 'docs/pages.toml', '--cpp-header', SOURCE / 'include/tarn.hpp',
                    '--cpp-notes', SOURCE / 'docs/cpp.toml', '--release', os.environ['RELEASE'],
-                   '--date', os.environ['DATE'], Path(folder) / 'man', env={**os.environ, **environment})
+                   '--date', os.environ['DATE'], Path(folder) / 'man',
+                   env={**os.environ, **environment})
 
     def refuses(self, before, after, reason):
         self.assertEqual(HEADER.count(before), 1, before)
