@@ -1,4 +1,5 @@
-// Trees of elements as pages, read back by an HTML parser that knows nothing of Tarn.
+// Trees of elements as pages, and texts escaped for one, read back by an HTML parser that knows
+// nothing of Tarn.
 #include <gumbo.h>
 
 #include <algorithm>
@@ -55,16 +56,19 @@ Attribute attributeIn(std::string_view line) {
   return attribute;
 }
 
-// Raw stands in the page as it is, and a parser reads line ends and the like as others.
-std::string visible(std::string_view code) {
-  std::string text(code);
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
-  return text;
+// Raw stands in the page as it is. A parser reads line ends and the like as others, and within
+// graphics and formulas all of it as markup.
+void tame(Node &node, bool asMarkup) {
+  if (node.kind == Node::kRaw) {
+    for (char &c : node.text) {
+      if (c < ' ' || c > '~' || (asMarkup && (c == '<' || c == '&'))) c = '.';
+    }
+  }
+  for (Node &child : node.children) tame(child, asMarkup);
 }
 
 // A line is a step: "<name" begins an element, ">" ends it; "@" and "!" give it an attribute; "*"
-// adds Raw in elements for code, "+" a text with a line end before it, and all else a text.
+// adds Raw in elements for code, "-" a text, "+" one with a line end before it. All else is a text.
 Node treeIn(Input &input) {
   Node body{Node::kElement, "body"};
   std::vector<Node *> open = {&body};
@@ -80,9 +84,9 @@ Node treeIn(Input &input) {
     } else if (step == '@' || step == '!') {
       if (open.size() > 1) parent.attributes.push_back(attributeIn(line));
     } else if (step == '*' && isIn(kCode, lower(parent.text))) {
-      parent.children.push_back({Node::kRaw, visible(line.substr(1))});
+      parent.children.push_back({Node::kRaw, std::string(line.substr(1))});
     } else {
-      std::string text(line);
+      std::string text(line.substr(step == '-' ? 1 : 0));
       if (step == '+') text[0] = '\n';
       parent.children.push_back({Node::kText, text});
     }
@@ -131,6 +135,10 @@ bool hasKnownName(const Node &node) {
   const std::string name = lower(node.text);
   return node.kind != Node::kElement || isIn(kPlain, name) || isIn(kCode, name) ||
          isIn(kOthers, name);
+}
+
+bool isHtml(const Node &node) {
+  return node.kind != Node::kElement || !isIn({"svg", "math"}, lower(node.text));
 }
 
 bool trustsNothing(const Node &node) {
@@ -324,10 +332,9 @@ std::string written(const Node &body) {
   return std::string(text.view());
 }
 
-}  // namespace
-
-void fuzz(Input input) {
-  const Node body = treeIn(input);
+void tree(Input input) {
+  Node body = treeIn(input);
+  tame(body, !allBelow(body, isHtml));
   const std::string html = written(body);
   if (html.empty()) return;
   const Page page(html);
@@ -343,4 +350,59 @@ void fuzz(Input input) {
 
   if (!allBelow(body, hasKnownName)) return;
   EXPECT(shown(page.root(), false) == "<html><head></>" + shown(body) + "</>");
+}
+
+// ---- Texts --------------------------------------------------------------------------------------
+
+// The text of a string, in which every escape is a "\\u" with four digits.
+std::string fromJson(std::string_view json) {
+  EXPECT(json.size() >= 2 && json.front() == '"' && json.back() == '"');
+  std::string text;
+  for (json = json.substr(1, json.size() - 2); !json.empty();) {
+    if (json[0] != '\\') {
+      EXPECT(json[0] != '"' && static_cast<uint8_t>(json[0]) >= ' ');
+      text += json[0];
+      json.remove_prefix(1);
+      continue;
+    }
+    const std::string digits(json.substr(2, 4));
+    const unsigned long number = std::strtoul(digits.c_str(), nullptr, 16);
+    EXPECT(json[1] == 'u' && digits.size() == 4 &&
+           digits.find_first_not_of("0123456789abcdef") == digits.npos);
+    if (number >= 0x800) text += static_cast<char>(0xE0 | number >> 12);
+    if (number >= 0x800) text += static_cast<char>(0x80 | (number >> 6 & 0x3F));
+    if (number >= 0x80 && number < 0x800) text += static_cast<char>(0xC0 | number >> 6);
+    text += static_cast<char>(number >= 0x80 ? 0x80 | (number & 0x3F) : number);
+    json.remove_prefix(6);
+  }
+  return text;
+}
+
+void texts(std::string_view text) {
+  const tarn::Text html = tarn::escape_html(text);
+  const tarn::Text attribute = tarn::escape_attribute(text);
+  const tarn::Text json = tarn::escape_json(text);
+  const std::string head = "<!DOCTYPE html><html><head></head><body title='";
+  const Page page(head + html.c_str() + "'><b title=" + attribute.c_str() + "x>" + html.c_str() +
+                  "</b><script title='" + json.c_str() + "'>" + json.c_str() + "</script>");
+  const std::string run = text.empty() ? "" : quoted("text", clean(text));
+  const std::string string(json.view());
+  EXPECT(shown(page.root(), false) == "<html><head></><body" + quoted("title", clean(text)) +
+                                          "><b" + quoted("title", clean(text) + "x") + ">" + run +
+                                          "</><script" + quoted("title", clean(string)) + ">" +
+                                          quoted("text", clean(string)) + "</></></>");
+  // Control characters are in the string as they were.
+  EXPECT(clean(fromJson(string)) == clean(text));
+}
+
+}  // namespace
+
+// Inputs that begin with "=" are a text, all others make a tree.
+void fuzz(Input input) {
+  const std::string_view bytes = input.rest();
+  if (!bytes.empty() && bytes[0] == '=') {
+    texts(bytes.substr(1));
+  } else {
+    tree(Input(bytes));
+  }
 }

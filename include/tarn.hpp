@@ -1640,14 +1640,17 @@ class Buffer {
   // Where so many bytes and a zero byte go; null without memory. What is missing once would leave a
   // gap, so that all is lost.
   char *reserve(std::size_t count) noexcept {
+    if (failed_) return nullptr;
     const std::size_t needed = size_ + count + 1;
-    if (needed > room_ && !failed_) {
-      room_ = needed > 2 * room_ ? needed : 2 * room_;
-      auto *grown = static_cast<char *>(std::realloc(text_, room_));
+    if (needed > room_) {
+      const std::size_t room = needed > 2 * room_ ? needed : 2 * room_;
+      auto *grown = static_cast<char *>(std::realloc(text_, room));
       failed_ = grown == nullptr;
-      if (!failed_) text_ = grown;
+      if (failed_) return nullptr;
+      text_ = grown;
+      room_ = room;
     }
-    return failed_ ? nullptr : text_ + size_;
+    return text_ + size_;
   }
 
   char *text_ = nullptr;
@@ -2470,7 +2473,9 @@ class Response {
     if (has_body && !head_) put(body);
   }
 
-  void put(std::string_view text) noexcept { std::fwrite(text.data(), 1, text.size(), out_); }
+  void put(std::string_view text) noexcept {
+    if (!text.empty()) std::fwrite(text.data(), 1, text.size(), out_);
+  }
 
   FILE *out_;
   bool head_;

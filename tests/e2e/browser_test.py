@@ -117,7 +117,7 @@ class BrowserCase(unittest.TestCase):
         self.browser.execute_cdp_cmd("Emulation.setScriptExecutionDisabled", {"value": not allowed})
 
     def visit(self, example):
-        self.browser.get(f"http://127.0.0.1:{self.server.port}/{example}")
+        self.browser.get(f"{self.server.address()}/{example}")
 
     def find(self, selector):
         (found,) = self.find_all(selector)

@@ -57,11 +57,11 @@ class FormEcho(unittest.TestCase):
                 ("notes", "notes.txt, text/plain, 4 bytes"),
                 ("guest", "Zoë"),
                 ("REQUEST_METHOD", "POST"),
-                ("SCRIPT_NAME", "/form-echo"),
+                ("SCRIPT_NAME", "/cgi-bin/form-echo"),
             ],
             rows(page)[:5],
         )
-        self.assertIn(("SERVER_PORT", str(self.server.port)), rows(page))
+        self.assertIn(("SERVER_PORT", str(self.server.told_port())), rows(page))
 
     def test_page_without_a_form_says_none(self):
         self.assertEqual(["None."] * 3, self.page().texts("p"))

@@ -63,7 +63,7 @@ class Guestbook(unittest.TestCase):
 
     def test_entries_stay_in_order(self):
         answer = self.write("Zoë", "Kalt & klar")
-        self.assertEqual("/guestbook", answer.header("location"))
+        self.assertEqual("/cgi-bin/guestbook", answer.header("location"))
         self.assertEqual(b"", answer.body)
         self.write("Idris", "first line\r\nsecond line")
         self.assertEqual(

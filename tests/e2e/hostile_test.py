@@ -146,7 +146,7 @@ class Processes(RulesCase):
 class Requests(RequestCase):
     """The part of it that a server lets through."""
 
-    OPTIONS = "server.max-request-field-size = 65535"
+    OPTIONS = "server.max-request-field-size := 65535"
 
     def post(self, content_type, body):
         return self.ask(

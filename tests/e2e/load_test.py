@@ -56,7 +56,7 @@ class Client:
             body = self.multipart(entries, files)
             headers["Content-Type"] = MULTIPART
         method = "GET" if kind == "GET" else "POST"
-        self.connection.request(method, f"/probe?{query}", body or None, headers)
+        self.connection.request(method, f"/cgi-bin/probe?{query}", body or None, headers)
         answer = self.connection.getresponse()
         told = answer.read()
         assert answer.status == 200, f"{agent}: {answer.status}"
@@ -118,12 +118,13 @@ class Load(unittest.TestCase):
         self.assertEqual("", server.log())
 
     def test_under_lighttpd_brings_no_wrong_answer(self):
-        options = "server.max-keep-alive-idle = 100"
+        options = "server.max-connections := 100\nserver.max-keep-alive-idle = 100"
         with Server({"probe": os.environ["PROBE"]}, {}, options) as server:
             self.load(server, "lighttpd")
 
     def test_under_apache_brings_no_wrong_answer(self):
-        with Apache({"probe": os.environ["PROBE"]}, {}, "KeepAliveTimeout 100") as server:
+        options = "KeepAliveTimeout 100\nThreadsPerChild 64\nMaxRequestWorkers 64"
+        with Apache({"probe": os.environ["PROBE"]}, {}, options) as server:
             self.load(server, "Apache")
 
 

@@ -166,7 +166,7 @@ def told(variables, standard_input):
     return items
 
 
-def seen(request, port, script="/probe", document_root=""):
+def seen(request, port, script="/cgi-bin/probe", document_root=""):
     """The items that the probe tells of a request to lighttpd."""
     path, _, query = request.target.partition("?")
     headers = {name: value.encode("latin-1") for name, value in request.headers.items()}

@@ -1,64 +1,36 @@
-"""lighttpd or Apache with scripts under it, and curl to ask it."""
+"""The web servers, as the guide sets them up, with scripts under them, and curl to ask them."""
 
 import glob
 import os
+import random
 import re
 import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 from typing import NamedTuple
 
-# Requests reach the scripts as they were sent: lighttpd leaves the path and the query alone.
-CONFIGURATION = """
-server.bind = "127.0.0.1"
-server.port = {port}
-server.systemd-socket-activation = "enable"
-server.document-root = "{folder}/www"
-server.upload-dirs = ( "{folder}/spool" )
-server.errorlog = "{folder}/error.log"
-server.breakagelog = "{folder}/scripts.log"
-server.http-parseopts = ( "url-normalize" => "disable", "url-ctrls-reject" => "disable" )
-server.modules = ( "mod_setenv", "mod_cgi" )
-cgi.assign = ( "" => "" )
-setenv.add-environment = ( {variables} )
-{options}
-"""
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.append(os.path.join(ROOT, "tests/guides"))
+import guide  # pylint: disable=wrong-import-position
 
-# The same for Apache, as Debian has it: threads, and a daemon that starts the scripts.
-APACHE_CONFIGURATION = """
-ServerRoot "{folder}"
-ServerName localhost
-Listen 127.0.0.1:{port}
-PidFile apache.pid
-DefaultRuntimeDir "{folder}"
-ErrorLog scripts.log
-LogLevel error
-User www-data
-Group www-data
-LoadModule mpm_event_module /usr/lib/apache2/modules/mod_mpm_event.so
-LoadModule cgid_module /usr/lib/apache2/modules/mod_cgid.so
-LoadModule authz_core_module /usr/lib/apache2/modules/mod_authz_core.so
-LoadModule env_module /usr/lib/apache2/modules/mod_env.so
-StartServers 1
-ThreadsPerChild 64
-MaxRequestWorkers 64
-ScriptSock cgid.sock
-DocumentRoot "{folder}/www"
-SetEnv LD_LIBRARY_PATH "{folder}/lib"
-{variables}
-<Directory "{folder}/www">
-  Options ExecCGI
-  SetHandler cgi-script
-</Directory>
-{options}
-"""
 
-# The shell knows its process id, which lighttpd wants to find in LISTEN_PID; setpriv ends the
-# server should the tests be killed.
-START = 'LISTEN_FDS=1 LISTEN_PID=$$ exec setpriv --pdeathsig KILL "$0" -D -f "$1"'
+def printed_files(page):
+    """The text of each file that a page of the guide prints."""
+    with open(os.path.join(ROOT, "docs/guide", page), encoding="utf-8") as file:
+        steps = guide.steps(file.read().splitlines())
+    return {step.name: step.text for step in steps if isinstance(step, guide.File)}
+
+
+GUIDE = printed_files("deploying.md")
+PORT = "8080"
+
+# The server ends should the tests be killed. The shell knows its process id, which lighttpd wants
+# to find in LISTEN_PID.
+START = 'cd "$0"; LISTEN_FDS=1 LISTEN_PID=$$ exec setpriv --pdeathsig TERM "$@"'
 LISTENING = 3
 
 
@@ -89,10 +61,20 @@ class Server:
     It listens on a port of its own from the first moment, since it is handed a listening socket.
     """
 
-    def __init__(self, scripts, variables=None, options=""):
+    NAME = "lighttpd"
+    SETTING = '"{}" => "{}",'
+    # Requests reach the scripts as they were sent: lighttpd leaves the path and the query alone.
+    ADDITION = """
+server.systemd-socket-activation = "enable"
+server.http-parseopts = ( "url-normalize" => "disable", "url-ctrls-reject" => "disable" )
+"""
+    LOG = "scripts.log"
+
+    def __init__(self, scripts, variables=None, options="", port=0):
         self.scripts = scripts
         self.variables = variables or {}
         self.options = options
+        self.port = port
         self.pid = 0
 
     def __enter__(self):
@@ -121,32 +103,36 @@ class Server:
         return self.path(name)
 
     def _start(self):
-        os.mkdir(self.path("www"))
-        os.mkdir(self.path("spool"))
-        for name, script in self.scripts.items():
-            os.symlink(script, self.path(f"www/{name}"))
-        with socket.create_server(("127.0.0.1", 0), backlog=128) as listening:
+        with socket.create_server(("127.0.0.1", self.port), backlog=128) as listening:
             self.port = listening.getsockname()[1]
-            path = self._configure(CONFIGURATION, '"{}" => "{}",')
-            self.pid = os.posix_spawn(
-                "/bin/sh",
-                ["sh", "-c", START, os.environ["LIGHTTPD"], path],
-                os.environ,
-                file_actions=[(os.POSIX_SPAWN_DUP2, listening.fileno(), LISTENING)],
-            )
+            self._configure()
+            for name, script in self.scripts.items():
+                os.symlink(script, self.path(f"www/cgi-bin/{name}"))
+            self._spawn(file_actions=[(os.POSIX_SPAWN_DUP2, listening.fileno(), LISTENING)])
 
-    def _configure(self, configuration, setting):
-        variables = {name: self.path(value) for name, value in self.variables.items()}
-        with open(self.path("configuration"), "w", encoding="utf-8") as file:
-            file.write(
-                configuration.format(
-                    folder=self.folder,
-                    port=self.port,
-                    variables="\n".join(setting.format(*item) for item in variables.items()),
-                    options=self.options,
-                )
-            )
-        return file.name
+    def _spawn(self, *options, **streams):
+        command = ["sh", "-c", START, self.folder, *options, "sh", f"{self.NAME}.sh"]
+        self.pid = os.posix_spawn("/bin/sh", command, os.environ, **streams)
+
+    def _configure(self):
+        """Writes what the guide says of this server, for this port and these variables."""
+        os.makedirs(self.path("www/cgi-bin"), exist_ok=True)
+        settings = "".join(
+            "    " + self.SETTING.format(name, self.path(value)) + "\n"
+            for name, value in self.variables.items()
+        )
+        for name in GUIDE:
+            if name.startswith(self.NAME):
+                text = self.printed(name).replace(PORT, str(self.port))
+                text = re.sub(".*HELLO_DATA.*\n", lambda _: settings, text)
+                if name.endswith(".conf"):
+                    text += self.ADDITION + self.options
+                with open(self.path(name), "w", encoding="utf-8") as file:
+                    file.write(text)
+
+    def printed(self, name):
+        """The guide's file of this name."""
+        return GUIDE[name]
 
     def _stop(self):
         os.kill(self.pid, signal.SIGTERM)
@@ -154,20 +140,28 @@ class Server:
             pid, status = os.waitpid(self.pid, os.WNOHANG)
             if pid:
                 self.pid = 0
-                assert os.WIFEXITED(status), f"died: {self.log('error.log')}{self.log()}"
+                ended = os.waitstatus_to_exitcode(status)
+                died = ended < 0 and ended != -signal.SIGTERM
+                assert not died, f"{ended}: {self._read_log('error.log')}"
                 return
             time.sleep(0.01)
         os.kill(self.pid, signal.SIGKILL)
         os.waitpid(self.pid, 0)
         raise AssertionError("the server did not stop")
 
-    def log(self, name="scripts.log"):
-        """What the scripts wrote to standard error (or another log)."""
-        try:
-            with open(self.path(name), encoding="utf-8", errors="replace") as file:
-                return file.read()
-        except FileNotFoundError:
-            return ""
+    def log(self):
+        """What the scripts wrote to standard error."""
+        return self._read_log(self.LOG)
+
+    def _read_log(self, name):
+        return read(self.path(name)).decode(errors="replace")
+
+    def address(self):
+        return f"http://127.0.0.1:{self.port}/cgi-bin"
+
+    def told_port(self):
+        """SERVER_PORT as a script sees it."""
+        return self.port
 
     def running(self):
         """Whether a script is running that has one of the server's variables."""
@@ -188,13 +182,13 @@ class Server:
         raise AssertionError("a script did not end")
 
     def curl(self, target, *arguments):
-        """Sends a request with curl and notes what was sent and what came."""
+        """Sends a script's request with curl and notes what was sent and what came."""
         with tempfile.TemporaryDirectory(dir=self.folder) as folder:
             trace, head, body = (os.path.join(folder, name) for name in ("trace", "head", "body"))
             subprocess.run(
                 [os.environ["CURL"], "-q", "-sSg", "--noproxy", "*", "--max-time", "100"]
                 + ["--trace", trace, "-D", head, "-o", body, *arguments]
-                + [f"http://127.0.0.1:{self.port}{target}"],
+                + [self.address() + target],
                 check=True,
                 stdin=subprocess.DEVNULL,
             )
@@ -203,36 +197,30 @@ class Server:
 
 
 class Apache(Server):
-    """Started as root, it runs scripts as a user who may not reach the build: they are copied."""
+    """As an ordinary user, who may not reach the build: scripts are copied."""
+
+    NAME = "apache"
+    SETTING = 'SetEnv {} "{}"'
+    ADDITION = ""
+    LOG = "error.log"
 
     def _start(self):
-        os.mkdir(self.path("www"))
-        os.mkdir(self.path("lib"))
-        for name, script in self.scripts.items():
-            shutil.copy(script, self.path(f"www/{name}"))
-        shutil.copy(os.environ["LIBRARY"], self.path("lib"))
-        if os.getuid() == 0:
-            shutil.chown(self.folder, "www-data", "www-data")
-        for _ in range(10):
-            with socket.create_server(("127.0.0.1", 0)) as free:
-                self.port = free.getsockname()[1]
+        if library := os.environ.get("LIBRARY"):
+            os.mkdir(self.path("lib"))
+            shutil.copy(library, self.path("lib"))
+            self.variables = self.variables | {"LD_LIBRARY_PATH": "lib"}
+        wanted = self.port
+        for _ in range(1 if wanted else 10):
+            self.port = wanted or free_port()
             if self._start_on_port():
                 return
-        raise AssertionError(f"Apache does not start: {super().log()}")
-
-    def log(self, name="scripts.log"):
-        """Apache's own lines begin with the time in brackets."""
-        lines = super().log(name).splitlines(keepends=True)
-        return "".join(line for line in lines if not line.startswith("["))
+        raise AssertionError(f"{self.NAME} does not start: {self._read_log('error.log')}")
 
     def _start_on_port(self):
-        path = self._configure(APACHE_CONFIGURATION, 'SetEnv {} "{}"')
-        apache = shutil.which("apache2", path=os.environ["PATH"] + ":/usr/sbin")
-        self.pid = os.posix_spawnp(
-            "setpriv",
-            ["setpriv", "--pdeathsig", "TERM", apache, "-f", path, "-D", "FOREGROUND"],
-            os.environ,
-        )
+        self._configure()
+        for name, script in self.scripts.items():
+            shutil.copy(script, self.path(f"www/cgi-bin/{name}"))
+        self._spawn(*ordinary_user(self.folder))
         while os.waitpid(self.pid, os.WNOHANG)[0] == 0:
             try:
                 socket.create_connection(("127.0.0.1", self.port)).close()
@@ -241,6 +229,49 @@ class Apache(Server):
                 time.sleep(0.01)
         self.pid = 0
         return False
+
+    def log(self):
+        """Apache's own lines begin with the time in brackets."""
+        lines = super().log().splitlines(keepends=True)
+        return "".join(line for line in lines if not line.startswith("["))
+
+
+class Nginx(Apache):
+    NAME = "nginx"
+    SETTING = 'fastcgi_param {} "{}";'
+    LOG = "scripts.log"
+
+
+class Busybox(Apache):
+    NAME = "busybox"
+    SETTING = '{}="{}" \\'
+    LOG = "scripts.log"
+
+    def told_port(self):
+        return 0  # it does not tell
+
+
+SERVERS = {server.NAME: server for server in (Server, Apache, Nginx, Busybox)}
+
+
+def free_port():
+    """A port that nobody has, and that no client is given while the server is being started."""
+    while True:
+        port = random.randrange(10000, 30000)
+        try:
+            socket.create_server(("127.0.0.1", port)).close()
+            return port
+        except OSError:
+            pass
+
+
+def ordinary_user(folder):
+    """Options with which setpriv starts a server as no more than an ordinary user, whose the folder
+    is to be."""
+    if os.getuid() != 0:
+        return []
+    subprocess.run(["chown", "-R", "www-data:www-data", folder], check=True)
+    return ["--reuid=www-data", "--regid=www-data", "--clear-groups"]
 
 
 def read(path):
@@ -273,7 +304,8 @@ def sent(trace):
 
 def last_head(heads):
     """The status and the headers of the last answer; one that asks to go on comes before it."""
-    head = heads.decode("latin-1").removesuffix("\r\n\r\n").split("\r\n\r\n")[-1]
-    status, *lines = head.split("\r\n")
+    # busybox httpd leaves a script's line ends as they are.
+    text = heads.decode("latin-1").replace("\r\n", "\n")
+    status, *lines = text.removesuffix("\n\n").split("\n\n")[-1].split("\n")
     pairs = (line.split(":", 1) for line in lines)
     return int(status.split(" ")[1]), [(name.lower(), value.strip()) for name, value in pairs]

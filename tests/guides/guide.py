@@ -144,9 +144,11 @@ def user(home, installed):
 
 
 def own_network():
-    """What makes a command find every port free; nothing, where the system does not allow it."""
+    """What makes a command find every port free, and itself an ordinary user's; nothing, where the
+    system does not allow it."""
     rights = [] if os.getuid() == 0 else ["--map-root-user"]
-    unshare = ["unshare", *rights, "--net", "sh", "-c", 'ip link set lo up && exec "$@"', "sh"]
+    user = 'exec unshare --map-user=1000 --map-group=1000 "$@"'
+    unshare = ["unshare", *rights, "--net", "sh", "-c", f"ip link set lo up && {user}", "sh"]
     allowed = subprocess.run([*unshare, "true"], stderr=subprocess.DEVNULL).returncode == 0
     return unshare if allowed else []
 

@@ -1,0 +1,8 @@
+#!/bin/sh
+# A script that takes its time to add the line that it was sent to the file that SHARED names, and
+# tells the line and the machine.
+line=$(head -c "${CONTENT_LENGTH:-0}")
+sleep 0.05
+[ "$REQUEST_METHOD" != POST ] || echo "$line" >>"$SHARED/lines"
+sleep 0.05
+printf 'Content-Type: text/plain\n\n%s %s %s\n' "$line" "$QUERY_STRING" "$SERVER_ADDR"

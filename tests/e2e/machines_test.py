@@ -1,0 +1,192 @@
+"""Several machines behind a balancer, as the guide sets them up. One of them goes and comes back
+while clients send requests: no request is lost, answered wrongly or carried out twice."""
+
+import collections
+import http.client
+import itertools
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+from typing import NamedTuple
+
+from server import free_port, ordinary_user, printed_files, read
+
+PAGE = printed_files("several-machines.md")
+ADD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "add.sh")
+MACHINES = ("127.0.0.2", "127.0.0.3", "127.0.0.4")
+CLIENTS = 12
+
+
+class Request(NamedTuple):
+    method: str
+    line: str
+    begin: float
+    status: int  # 0 without an answer
+    told: list  # the line and the machine
+
+
+class HAProxy(unittest.TestCase):
+    BALANCER = ("/usr/sbin/haproxy", "-db", "-f", "haproxy.cfg")
+
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory(prefix="tarn-e2e-"))
+        self.port, self.requests, self.done = free_port(), [], threading.Event()
+        self.machine_port = free_port()
+        for name, text in PAGE.items():
+            with open(self.path(name), "w", encoding="utf-8") as file:
+                text = text.replace("8000", str(self.port))
+                file.write(text.replace("8080", str(self.machine_port)))
+        os.mkdir(self.path("shared"))
+        for machine in MACHINES:
+            os.makedirs(self.path(machine, "www/cgi-bin"))
+            shutil.copy(ADD, self.path(machine, "www/cgi-bin/add"))
+            with open(self.path(machine, "www/up"), "w", encoding="utf-8"):
+                pass
+        self.user = ordinary_user(self.folder)
+        self.processes = {}
+        for machine in MACHINES:
+            self.start_machine(machine)
+        self.start("balancer", ".", *self.BALANCER)
+        for machine in MACHINES:
+            self.wait_for(machine)
+
+    def path(self, *names):
+        return os.path.join(self.folder, *names)
+
+    def start(self, name, folder, *command, **variables):
+        process = subprocess.Popen(
+            ["setpriv", "--pdeathsig", "TERM", *self.user, *command],
+            cwd=self.path(folder),
+            env=os.environ | variables,
+        )
+        self.addCleanup(process.wait, 20)
+        self.addCleanup(process.terminate)
+        self.processes[name] = process
+
+    def start_machine(self, machine):
+        lighttpd = ("/usr/sbin/lighttpd", "-D", "-f", "../machine.conf")
+        self.start(machine, machine, *lighttpd, ADDRESS=machine)
+
+    def stop_machine(self, machine, how):
+        self.processes[machine].send_signal(how)
+        return self.processes[machine].wait(20)
+
+    def take_away(self, machine):
+        os.rename(self.path(machine, "www/up"), self.path(machine, "www/down"))
+
+    def bring_back(self, machine):
+        os.rename(self.path(machine, "www/down"), self.path(machine, "www/up"))
+
+    def ask(self, method, line):
+        begin = time.monotonic()
+        client = http.client.HTTPConnection("127.0.0.1", self.port, timeout=20)
+        try:
+            if method == "GET":
+                client.request(method, f"/cgi-bin/add?{line}")
+            else:
+                client.request(method, "/cgi-bin/add", line)
+            answer = client.getresponse()
+            return Request(method, line, begin, answer.status, answer.read().decode().split())
+        except (ConnectionError, http.client.HTTPException):
+            return Request(method, line, begin, 0, [])
+        finally:
+            client.close()
+
+    def wait_for(self, machine):
+        """Until the balancer sends requests to the machine."""
+        end = time.monotonic() + 20
+        while machine not in self.ask("GET", "wait").told:
+            self.assertLess(time.monotonic(), end, f"{machine} gets no requests")
+            time.sleep(0.01)
+
+    def client(self, number):
+        for count in itertools.count():
+            if self.done.is_set():
+                return
+            method = ("GET", "POST")[(number + count) % 2]
+            self.requests.append(self.ask(method, f"{number}-{count}"))
+
+    def with_clients(self, act):
+        """Does something while clients send requests; gives those that failed."""
+        clients = [threading.Thread(target=self.client, args=[n]) for n in range(CLIENTS)]
+        for client in clients:
+            client.start()
+        try:
+            time.sleep(0.5)
+            act()
+            time.sleep(0.5)
+        finally:
+            self.done.set()
+            for client in clients:
+                client.join()
+        added = collections.Counter(read(self.path("shared/lines")).decode().split())
+        for request in self.requests:
+            if request.status == 200:
+                self.assertEqual(request.line, request.told[0])
+                self.assertIn(request.told[1], MACHINES)
+            if request.method == "POST":
+                wanted = (1,) if request.status == 200 else (0, 1)
+                self.assertIn(added.pop(request.line, 0), wanted, request)
+        self.assertEqual({}, added)
+        return [request for request in self.requests if request.status != 200]
+
+    def away(self, machine):
+        """The machine stays away for a while and comes back."""
+        before = len(self.requests)
+        time.sleep(1)
+        others = self.requests[before + CLIENTS :]
+        self.assertGreater(len(others), 20)
+        self.assertNotIn(machine, [name for request in others for name in request.told])
+        self.start_machine(machine)
+
+    def test_machine_that_is_taken_away_and_comes_back_costs_no_request(self):
+        def act():
+            self.take_away(MACHINES[0])
+            time.sleep(2)
+            self.assertEqual(0, self.stop_machine(MACHINES[0], signal.SIGINT))
+            self.away(MACHINES[0])
+            self.bring_back(MACHINES[0])
+            self.wait_for(MACHINES[0])
+
+        self.assertEqual([], self.with_clients(act))
+
+    def test_machine_that_dies_costs_no_more_than_what_it_was_changing(self):
+        killed = []
+
+        def act():
+            killed.append(time.monotonic())
+            self.stop_machine(MACHINES[1], signal.SIGKILL)
+            self.away(MACHINES[1])
+            self.wait_for(MACHINES[1])
+
+        for request in self.with_clients(act):
+            self.assertEqual("POST", request.method)
+            self.assertLess(request.begin, killed[0])
+
+
+class Nginx(HAProxy):
+    BALANCER = ("/usr/sbin/nginx", "-p", ".", "-c", "balancer.conf", "-e", "error.log")
+
+    def change(self, old, new):
+        with open(self.path("balancer.conf"), encoding="utf-8") as file:
+            text = file.read()
+        self.assertIn(old, text)
+        with open(self.path("balancer.conf"), "w", encoding="utf-8") as file:
+            file.write(text.replace(old, new))
+        self.processes["balancer"].send_signal(signal.SIGHUP)
+
+    def take_away(self, machine):
+        address = f"{machine}:{self.machine_port}"
+        self.change(address, f"{address} down")
+
+    def bring_back(self, machine):
+        self.change(f"{machine}:{self.machine_port} down", f"{machine}:{self.machine_port}")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,72 @@
+"""Serves the examples until it is stopped, with an index: serve.py SERVER FOLDER [PORT].
+
+The folder is that of the built examples. Tells the address on standard output.
+"""
+
+import html
+import os
+import re
+import signal
+import sys
+
+from server import ROOT, SERVERS
+
+INDEX = """<!DOCTYPE html>
+<html lang="en">
+<head>
+<meta charset="utf-8">
+<meta name="viewport" content="width=device-width, initial-scale=1">
+<title>Tarn's examples</title>
+</head>
+<body>
+<h1>Tarn's examples</h1>
+<ul>
+{}</ul>
+</body>
+</html>
+"""
+
+
+def sources():
+    """The text of each example by its name."""
+    folder = os.path.join(ROOT, "examples")
+    found = {}
+    for file in sorted(os.listdir(folder)):
+        name, ending = os.path.splitext(file)
+        if ending in (".c", ".cpp"):
+            with open(os.path.join(folder, file), encoding="utf-8") as source:
+                found[name] = source.read()
+    return found
+
+
+def item(name, source):
+    """What an example does stands in its first comment, after its name."""
+    about = re.match(rf"/\* {name}: (.*?)[.;:]\s", source, re.DOTALL)[1]
+    about = html.escape(re.sub(r"\s*\n \* ", " ", about))
+    return f'<li><a href="cgi-bin/{name}">{name}</a>: {about}</li>\n'
+
+
+def main(server, folder, port="0"):
+    examples = sources()
+    settings = re.findall(r"\bTARN_[A-Z]+_(?:DIR|FILE)\b", "".join(examples.values()))
+    variables = {name: f"data/{name.lower()}" for name in settings}
+    scripts = {name: os.path.join(folder, name) for name in examples}
+    with SERVERS[server](scripts, variables, port=int(port)) as running:
+        running.make_folder("data")
+        for name in variables:
+            if name.endswith("_DIR"):
+                running.make_folder(variables[name])
+        with open(running.path("www/index.html"), "w", encoding="utf-8") as index:
+            index.write(INDEX.format("".join(item(*example) for example in examples.items())))
+        print(running.address().removesuffix("/cgi-bin"), flush=True)
+        signal.pause()
+
+
+def stop(*_):
+    sys.exit(0)
+
+
+if __name__ == "__main__":
+    signal.signal(signal.SIGINT, stop)
+    signal.signal(signal.SIGTERM, stop)
+    main(*sys.argv[1:])

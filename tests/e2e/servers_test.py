@@ -1,0 +1,38 @@
+"""The same scenarios under the other servers that the guide sets up: those that SERVERS names."""
+
+import os
+import unittest
+
+import contact_test
+import counter_test
+import faults_test
+import form_echo_test
+import guestbook_test
+import poll_test
+import upload_test
+from server import SERVERS
+
+SCENARIOS = (
+    contact_test.Contact,
+    counter_test.Counter,
+    faults_test.ClientsThatBreakOff,
+    faults_test.FullDisk,
+    form_echo_test.FormEcho,
+    guestbook_test.Guestbook,
+    poll_test.Poll,
+    upload_test.Upload,
+)
+
+
+def load_tests(loader, _tests, _pattern):
+    names = os.environ.get("SERVERS", "apache nginx busybox").split()
+    cases = [
+        type(f"{scenario.__name__}Under{name.title()}", (scenario,), {"SERVER": SERVERS[name]})
+        for name in names
+        for scenario in SCENARIOS
+    ]
+    return unittest.TestSuite(map(loader.loadTestsFromTestCase, cases))
+
+
+if __name__ == "__main__":
+    unittest.main()
