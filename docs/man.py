@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Writes the manual pages of section 3 from include/tarn.h and docs/pages.toml.
+"""Writes the manual pages of section 3 from the headers and docs/*.toml.
 
-Usage: man.py --header FILE --pages FILE --release VERSION --date YYYY-MM-DD FOLDER
+Usage: man.py --header FILE --pages FILE --cpp-header FILE --cpp-notes FILE
+              --release VERSION --date YYYY-MM-DD FOLDER
 
-FOLDER/man3 holds the pages afterwards, and nothing else: one for each family, and for each function
-a page that sends man on to its family's.
+FOLDER/man3 holds the pages afterwards, and nothing else: one for each family, for each function a
+page that sends man on to its family's, and tarn.hpp(3) for C++.
 """
 
 import argparse
@@ -14,8 +15,9 @@ import sys
 import textwrap
 from pathlib import Path
 
+import cpp_reference
 import reference as model
-from pages import SECTIONS, Page, read_pages, sentence
+from pages import SECTIONS, Example, Page, first_sentence, read_notes, read_pages, sentence
 from reference import HeaderError
 
 CLOSING = '.,:;)]?!'
@@ -128,6 +130,11 @@ class Writer:
                 lines += display(block.lines)
             elif isinstance(block, model.Table):
                 lines += self.table(page, block)
+            elif isinstance(block, model.Items):
+                lines.append('.Bl -bullet -compact')
+                for item in block.items:
+                    lines += ['.It', *self.flow(page, item)]
+                lines.append('.El')
             else:
                 lines.append('.Bl -enum')
                 for item in block.items:
@@ -213,8 +220,7 @@ class Writer:
 
     # -- Pages
 
-    def example(self, page: Page) -> list[str]:
-        example = page.examples[0]
+    def example(self, page: Page, example: Example) -> list[str]:
         return [*self.flow(page, example.title), *display(example.code),
                 '.Pp', 'Called from a shell:', *display(example.transcript)]
 
@@ -227,6 +233,7 @@ class Writer:
                        if name in self.home}
         references |= {(3, other.name) for other in self.pages
                        if other.family is None or page.family is None}
+        references |= {(3, 'tarn.hpp')} if page.family is None else set()
         references = sorted(references - {(3, page.name)},
                             key=lambda reference: (reference[0], reference[1].lower()))
         lines = [f'.Xr {name} {section} ,' for section, name in references]
@@ -234,7 +241,8 @@ class Writer:
 
     def head(self, page: Page) -> list[str]:
         names = [page.name] + page.names()
-        return [r'.\" Made from include/tarn.h by docs/man.py.',
+        header = 'tarn.hpp' if page.name == 'tarn.hpp' else 'tarn.h'
+        return [rf'.\" Made from include/{header} by docs/man.py.',
                 f'.Dd {self.date:%B} {self.date.day}, {self.date.year}',
                 f'.Dt {page.name.upper()} 3', f'.Os Tarn {self.release}',
                 '.Sh NAME', *[f'.Nm {name} ,' for name in names[:-1]], f'.Nm {names[-1]}',
@@ -249,7 +257,7 @@ class Writer:
                       *self.arguments(page, comment)]
         lines += ['.Ss Functions', *self.members(page),
                   '.Sh RETURN VALUES', *self.results(page),
-                  '.Sh EXAMPLES', *self.example(page)]
+                  '.Sh EXAMPLES', *self.example(page, page.examples[0])]
         return [*self.head(page), '.Sh SYNOPSIS', *self.synopsis(page), *lines,
                 '.Sh SEE ALSO', *self.see_also(page, lines)]
 
@@ -274,7 +282,7 @@ class Writer:
         for constant in statuses.members:
             lines += [f'.It Dv {constant.name} Pq {constant.value}',
                       *self.flow(page, sentence(constant.text))]
-        lines += ['.El', '.Sh EXAMPLES', *self.example(page)]
+        lines += ['.El', '.Sh EXAMPLES', *self.example(page, page.examples[0])]
         return [*self.head(page), '.Sh SYNOPSIS', '.In tarn.h',
                 *[f'.Vt {type.declaration} ;' for type in self.reference.types], *lines,
                 '.Sh SEE ALSO', *self.see_also(page, lines)]
@@ -289,6 +297,62 @@ class Writer:
         return made
 
 
+class CppWriter(Writer):
+    """Writes the page of the header for C++, which tells its classes in short."""
+
+    def __init__(self, reference: model.Reference, pages: list[Page], release: str,
+                 date: datetime.date, cpp: cpp_reference.Reference, shared: dict):
+        super().__init__(reference, pages, release, date)
+        self.cpp = cpp
+        self.shared = shared
+        self.types |= {each.name for each in cpp.classes()}
+        self.members = {member.name for each in [*cpp.classes(), *cpp.bases]
+                        for member in each.members} | {each.name for each in cpp.members()}
+
+    def macro(self, page: Page, kind: str, content: str) -> str:
+        if kind == 'function' and content.rpartition('::')[2] in self.members:
+            return f'Fn {content}'
+        if kind == 'code' and not content.isidentifier():
+            return f'Li {escape(content)}'
+        return super().macro(page, kind, content)
+
+    def in_short(self, page: Page, members: list[cpp_reference.Member]) -> list[str]:
+        """Names with their first sentences; of some of one name, each."""
+        lines = ['.Bl -tag -width Ds -compact']
+        for member in members:
+            macro = 'Fn' if member.is_function() else 'Va'
+            lines.append(' '.join([f'.It {macro}', argument(member.name), *member.parameters]))
+            lines += self.flow(page, sentence(first_sentence(member.comment))
+                               if member.comment.blocks else cpp_reference.AS_CONTAINERS)
+        return [*lines, '.El']
+
+    def page(self, example: Example) -> list[str]:
+        page = Page('tarn.hpp', 'Tarn for C++', [], '', [example], None)
+        title, *introduction = self.cpp.overview.blocks
+        lines = ['.Sh DESCRIPTION', *self.blocks(page, introduction)]
+        for section in self.cpp.sections:
+            lines += [f'.Ss {section.title}', *self.blocks(page, section.comment.blocks)]
+            for each in section.classes:
+                lines += ['.Pp', f'.Sy tarn::{each.name}', '.Pp',
+                          *self.blocks(page, each.comment.blocks)]
+                has = [base.name for base, _ in self.cpp.inherited(each)]
+                has = [self.shared[name]['title'].replace('What', 'what')
+                       for name in dict.fromkeys(has)]
+                lines += ['.Pp', *fill(f'It has {" and ".join(has)}; see below.')] if has else []
+                lines += ['.Pp', *self.in_short(page, each.members)] if each.members else []
+            if section.members:
+                lines += ['.Pp', *self.in_short(page, section.members)]
+        for base in self.cpp.bases:
+            notes = self.shared[base.name]
+            lines += [f'.Ss {notes["title"]}', *self.blocks(page, model.blocks(notes['text'])),
+                      '.Pp', *self.in_short(page, base.members)]
+        lines = [line for before, line in zip(['', *lines], lines)
+                 if line != '.Pp' or not before.startswith('.Ss ')]
+        lines += ['.Sh EXAMPLES', *self.example(page, example)]
+        return [*self.head(page), '.Sh SYNOPSIS', '.In tarn.hpp', *lines,
+                '.Sh SEE ALSO', *self.see_also(page, lines)]
+
+
 # ---- The command -------------------------------------------------------------------------------
 
 
@@ -296,16 +360,24 @@ def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.partition('\n')[0])
     parser.add_argument('--header', type=Path, required=True)
     parser.add_argument('--pages', type=Path, required=True)
+    parser.add_argument('--cpp-header', type=Path, required=True)
+    parser.add_argument('--cpp-notes', type=Path, required=True)
     parser.add_argument('--release', required=True)
     parser.add_argument('--date', type=datetime.date.fromisoformat, required=True)
     parser.add_argument('folder', type=Path)
     options = parser.parse_args()
+    read = options.header
     try:
-        reference = model.parse(options.header.read_text())
+        reference = model.parse(read.read_text())
         pages = read_pages(options.pages, reference.families)
         tree = Writer(reference, pages, options.release, options.date).tree()
+        read = options.cpp_header
+        notes, examples = read_notes(options.cpp_notes)
+        cpp = CppWriter(reference, pages, options.release, options.date,
+                        cpp_reference.parse(read.read_text()), notes['shared'])
+        tree['tarn.hpp'] = cpp.page(examples['overview'][0])
     except HeaderError as error:
-        sys.exit(f'{options.header}: {error}')
+        sys.exit(f'{read}: {error}')
     section = options.folder / 'man3'
     section.mkdir(parents=True, exist_ok=True)
     for stale in section.iterdir():

@@ -9,8 +9,8 @@ import reference as model
 from reference import HeaderError, one_line
 
 # Where the functions of others that the texts name are described.
-SECTIONS = {'atof': 3, 'execve': 2, 'free': 3, 'posix_spawn': 3, 'printf': 3, 'strcasecmp': 3,
-            'strcmp': 3, 'system': 3, 'vprintf': 3}
+SECTIONS = {'atof': 3, 'execve': 2, 'free': 3, 'malloc': 3, 'posix_spawn': 3, 'printf': 3,
+            'strcasecmp': 3, 'strcmp': 3, 'system': 3, 'vprintf': 3}
 
 
 @dataclass
@@ -42,6 +42,10 @@ def sentence(text: str) -> str:
     return text[:1].upper() + text[1:] + ('' if text.endswith(('.', '."')) else '.')
 
 
+def first_sentence(comment: model.Comment) -> str:
+    return re.match(r'.*?[.!?](?=\s|$)|.*', comment.blocks[0].text)[0]
+
+
 def read_example(path: Path) -> Example:
     comment, code = re.fullmatch(r'(/\*.*?\*/)\n(.*)', path.read_text(), re.DOTALL).groups()
     transcript = path.with_suffix('.txt').read_text()
@@ -63,3 +67,11 @@ def read_pages(path: Path, families: list[model.Family]) -> list[Page]:
     for title in sorted({entry.get('family', '') for entry in entries} - by_title.keys() - {''}):
         raise HeaderError(f'there is no family {title}, and a page for it')
     return pages
+
+
+def read_notes(path: Path) -> tuple[dict, dict[str, list[Example]]]:
+    """The file with what the header does not say, and the programs for each page."""
+    notes = tomllib.loads(path.read_text())
+    folder = path.parent / 'examples'
+    return notes, {page: [read_example(folder / f'{name}.cpp') for name in names]
+                   for page, names in notes['examples'].items()}

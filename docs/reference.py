@@ -41,7 +41,12 @@ class Enumeration:
     items: list[str]
 
 
-Block = Paragraph | Code | Table | Enumeration
+@dataclass
+class Items:
+    items: list[str]
+
+
+Block = Paragraph | Code | Table | Enumeration | Items
 
 
 @dataclass
@@ -142,7 +147,7 @@ class Reference:
 PIECE = re.compile(r'''
     `(?P<code>[^`]+)`
   | (?P<quotation>"[^"]*")
-  | \b(?P<function>[A-Za-z_]\w*)\(\)
+  | \b(?P<function>(?:\w+::)*[A-Za-z_]\w*)\(\)
   | \b(?P<constant>TARN_[A-Z_]+)\b
   | \b(?P<environment>HTTPS|[A-Z]+(?:_[A-Z]+)+)\b
 ''', re.VERBOSE)
@@ -192,6 +197,8 @@ def block(text: str) -> Block:
     lines = textwrap.dedent(text).split('\n')
     if re.match(r'\s*1\. ', text):
         return Enumeration([one_line(item) for item in re.split(r'(?m)^\s*\d+\. ', text)[1:]])
+    if re.match(r'\s*- ', text):
+        return Items([one_line(item) for item in re.split(r'(?m)^\s*- ', text)[1:]])
     if text.startswith('  ') and len(lines) > 1 and re.search(r'\S\s\s+\S', lines[0]):
         return table(lines)
     return Paragraph(one_line(text))

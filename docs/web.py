@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""Writes the reference in HTML from include/tarn.h, docs/pages.toml and docs/tasks.toml.
+"""Writes the reference in HTML from the headers and docs/*.toml.
 
-Usage: web.py --header FILE --pages FILE --tasks FILE --release VERSION FOLDER
+Usage: web.py --header FILE --pages FILE --tasks FILE --cpp-header FILE --cpp-notes FILE
+              --release VERSION FOLDER
 
-FOLDER holds the pages afterwards, and nothing else: one for each function, one for each family, and
-those that index.html names. They work from a disk, without a server and without JavaScript; with
-it, a search finds names and first sentences. The pages are XML as well as HTML.
+FOLDER holds the pages afterwards, and nothing else: one for each function and each class, one for
+each family, and those that index.html names. They work from a disk, without a server and without
+JavaScript; with it, a search finds names and first sentences. The pages are XML as well as HTML.
 """
 
 import argparse
@@ -18,57 +19,13 @@ import tomllib
 from html import escape
 from pathlib import Path
 
+import cpp_reference
+import cpp_web
 import reference as model
-from pages import SECTIONS, Example, Page, read_pages, sentence
+from frame import TEMPLATE, WIDTH, Prose, code, link, named
+from pages import (SECTIONS, Example, Page, first_sentence, read_notes, read_pages,
+                   sentence)
 from reference import HeaderError
-
-WIDTH = 76  # of a prototype
-
-TEMPLATE = '''<!DOCTYPE html>
-<html lang="en">
-<head>
-<meta charset="utf-8" />
-<meta name="viewport" content="width=device-width, initial-scale=1" />
-<title>{title} - Tarn</title>
-<link rel="stylesheet" href="style.css" />
-<script src="search-index.js" defer="defer"></script>
-<script src="search.js" defer="defer"></script>
-</head>
-<body>
-<header>
-<nav aria-label="Reference">
-<a href="index.html">Tarn {release}</a>
-<a href="which-function.html">Which function?</a>
-<a href="cheat-sheet.html">Cheat sheet</a>
-<a href="conventions.html">Conventions</a>
-<a href="names.html">All names</a>
-</nav>
-<form role="search" action="names.html">
-<label for="query">Search</label>
-<input type="search" id="query" autocomplete="off" />
-<button>Find</button>
-<p id="count" role="status"></p>
-<ul id="found"></ul>
-</form>
-</header>
-<main>
-{body}
-</main>
-</body>
-</html>
-'''
-
-
-def link(address: str, text: str) -> str:
-    return f'<a href="{address}">{text}</a>'
-
-
-def code(text: str) -> str:
-    return f'<code>{escape(text, quote=False)}</code>'
-
-
-def preformatted(lines: list[str]) -> str:
-    return '<pre><code>' + escape('\n'.join(lines), quote=False) + '</code></pre>'
 
 
 def family_file(family: model.Family) -> str:
@@ -76,23 +33,12 @@ def family_file(family: model.Family) -> str:
     return '-'.join(words) + '.html'
 
 
-def summary(comment: model.Comment) -> str:
-    """The first sentence."""
-    return re.match(r'.*?[.!?](?=\s|$)|.*', comment.blocks[0].text)[0]
-
-
-def named(text: str, name: str) -> bool:
-    return bool(re.search(rf'\b{name}\b', text))
-
-
-class Writer:
+class Writer(Prose):
     """Writes the pages; knows which page describes what."""
 
-    def __init__(self, reference: model.Reference, pages: list[Page], tasks: dict,
-                 release: str):
+    def __init__(self, reference: model.Reference, pages: list[Page], tasks: dict):
         self.reference = reference
         self.tasks = tasks
-        self.release = release
         self.overview = next(page for page in pages if not page.family)
         self.families = [page for page in pages if page.family]
         self.examples = {example.name: example for page in pages for example in page.examples}
@@ -101,7 +47,7 @@ class Writer:
         # Each name with its page and a sentence about it.
         self.entries: dict[str, tuple[str, str]] = {}
         for type in reference.types:
-            self.entries[type.name] = f'conventions.html#{type.name}', summary(type.comment)
+            self.entries[type.name] = f'conventions.html#{type.name}', first_sentence(type.comment)
         for constants in reference.constants:
             for constant in constants.members:
                 self.entries[constant.name] = (f'conventions.html#{constant.name}',
@@ -112,7 +58,8 @@ class Writer:
                     self.entries[name] = family_file(page.family), sentence(page.summary)
             for member in page.family.members:
                 if not isinstance(member, model.Note):
-                    self.entries[member.name] = f'{member.name}.html', summary(member.comment)
+                    self.entries[member.name] = (f'{member.name}.html',
+                                                 first_sentence(member.comment))
         self.marked = re.compile(r'\b(' + '|'.join(
             name for name in self.entries if name not in self.functions) + r')\b')
 
@@ -140,39 +87,6 @@ class Writer:
                 html += self.marked.sub(lambda name: f'<code>{self.linked(name[0])}</code>',
                                         escape(content, quote=False))
         return html
-
-    def blocks(self, blocks: list[model.Block]) -> str:
-        return '\n'.join(map(self.block, blocks))
-
-    def block(self, block: model.Block) -> str:
-        if isinstance(block, model.Paragraph):
-            return f'<p>{self.flow(block.text)}</p>'
-        if isinstance(block, model.Code):
-            return preformatted(block.lines)
-        if isinstance(block, model.Enumeration):
-            lines = []
-            for item in block.items:
-                name, text = item.split('. ', 1)
-                lines.append(f'<li><strong>{escape(name)}.</strong> {self.flow(text)}</li>')
-            return '\n'.join(['<ol>', *lines, '</ol>'])
-        # Rows of two cells are names and what they mean; wider ones have a line of headings.
-        head, *rows = block.rows
-        if len(head) == 2:
-            return self.definitions([(self.flow(name), self.flow(sentence(text)))
-                                     for name, text in block.rows])
-        return self.table(head, [[self.flow(cell) for cell in row] for row in rows])
-
-    def table(self, head: list[str], rows: list[list[str]]) -> str:
-        lines = ['<table>', '<thead><tr>'
-                 + ''.join(f'<th scope="col">{escape(cell)}</th>' for cell in head)
-                 + '</tr></thead>', '<tbody>']
-        lines += [f'<tr><th scope="row">{first}</th>' + ''.join(f'<td>{cell}</td>' for cell in rest)
-                  + '</tr>' for first, *rest in rows]
-        return '\n'.join([*lines, '</tbody>', '</table>'])
-
-    def definitions(self, pairs: list[tuple[str, str]]) -> str:
-        return '<dl>\n' + '\n'.join(f'<dt>{name}</dt>\n<dd>{text}</dd>'
-                                    for name, text in pairs) + '\n</dl>'
 
     def names(self, names: list[str]) -> str:
         return self.table(['Name', 'What it is'], [
@@ -223,15 +137,6 @@ class Writer:
                 (f'{self.flow(status.name)} ({status.value})', self.flow(sentence(status.text)))
                 for status in statuses]))
         return '\n'.join(lines)
-
-    def example(self, example: Example, name: str = '') -> str:
-        lines = []
-        for line in example.code:
-            html = escape(line, quote=False)
-            lines.append(f'<mark>{html}</mark>' if name and named(line, name) else html)
-        listing = '\n'.join(lines)
-        return (f'<p>{self.flow(example.title)}</p>\n<pre><code>{listing}</code></pre>\n'
-                f'<p>Called from a shell:</p>\n{preformatted(example.transcript)}')
 
     def example_of(self, page: Page, name: str) -> Example:
         for example in [*page.examples, *self.examples.values()]:
@@ -291,6 +196,8 @@ class Writer:
                  'The calls that most scripts need, on one page to print.'),
                 (link('conventions.html', 'Conventions'),
                  'What holds for every function; types, statuses, type tags.'),
+                (link('cpp.html', 'Tarn for C++'),
+                 'The same as types that own, view and check: tarn.hpp.'),
                 (link('names.html', 'All names'), 'Every name with a sentence.')]),
             '<h2>Families</h2>', self.table(['Family', 'What it has'], families),
             '<h2>Example</h2>', self.example(self.overview.examples[0])])
@@ -342,27 +249,34 @@ class Writer:
                   for status in self.reference.constants[0].members]
         return '\n'.join([*lines, '</ul>', '</section>', '</div>'])
 
-    def search_index(self) -> str:
-        entries = [[name, address, text.replace('`', '')]
-                   for name, (address, text) in self.entries.items()]
-        return 'var entries = ' + json.dumps(entries, indent=0) + ';\n'
+    def all_names(self, cpp: cpp_web.Writer) -> str:
+        return '\n'.join(['<h1>All names</h1>',
+                          self.names(sorted(self.entries, key=str.lower)),
+                          '<h2>C++</h2>', cpp.names()])
 
-    def tree(self) -> dict[str, str]:
-        """The content of every file that is made, by its name."""
-        names = sorted(self.entries, key=str.lower)
+    def pages(self) -> dict[str, tuple[str, str]]:
+        """The title and the body of every page, by the name of its file."""
         made = {'index.html': ('The reference', self.index()),
                 'conventions.html': ('Conventions', self.conventions()),
                 'which-function.html': ('Which function do I want?', self.which_function()),
-                'cheat-sheet.html': ('Cheat sheet', self.cheat_sheet()),
-                'names.html': ('All names', f'<h1>All names</h1>\n{self.names(names)}')}
+                'cheat-sheet.html': ('Cheat sheet', self.cheat_sheet())}
         for page in self.families:
             made[family_file(page.family)] = page.family.title, self.family_page(page)
             for position, member in enumerate(page.family.members):
                 if not isinstance(member, model.Note):
                     made[f'{member.name}.html'] = member.name, self.member_page(page, position)
-        files = {name: TEMPLATE.format(title=escape(title, quote=False), release=self.release,
-                                       body=body) for name, (title, body) in made.items()}
-        return files | {'search-index.js': self.search_index()}
+        return made
+
+
+def files(pages: dict[str, tuple[str, str]], writer: Writer, cpp: cpp_web.Writer,
+          release: str) -> dict[str, str]:
+    """The content of every file that is made, by its name."""
+    pages = pages | {'names.html': ('All names', writer.all_names(cpp))}
+    made = {name: TEMPLATE.format(title=escape(title, quote=False), release=release, body=body)
+            for name, (title, body) in pages.items()}
+    found = [[name, address, text.replace('`', '')]
+             for name, (address, text) in (writer.entries | cpp.entries).items()]
+    return made | {'search-index.js': f'var entries = {json.dumps(found, indent=0)};\n'}
 
 
 def main() -> None:
@@ -370,22 +284,31 @@ def main() -> None:
     parser.add_argument('--header', type=Path, required=True)
     parser.add_argument('--pages', type=Path, required=True)
     parser.add_argument('--tasks', type=Path, required=True)
+    parser.add_argument('--cpp-header', type=Path, required=True)
+    parser.add_argument('--cpp-notes', type=Path, required=True)
     parser.add_argument('--release', required=True)
     parser.add_argument('folder', type=Path)
     options = parser.parse_args()
+    read = options.header
     try:
-        reference = model.parse(options.header.read_text())
+        reference = model.parse(read.read_text())
         pages = read_pages(options.pages, reference.families)
         tasks = tomllib.loads(options.tasks.read_text())
-        tree = Writer(reference, pages, tasks, options.release).tree()
+        writer = Writer(reference, pages, tasks)
+        made = writer.pages()
+        read = options.cpp_header
+        notes, examples = read_notes(options.cpp_notes)
+        cpp = cpp_web.Writer(cpp_reference.parse(read.read_text()), notes, examples,
+                             writer.entries)
+        made |= cpp.pages()
     except HeaderError as error:
-        sys.exit(f'{options.header}: {error}')
+        sys.exit(f'{read}: {error}')
     options.folder.mkdir(parents=True, exist_ok=True)
     for stale in options.folder.iterdir():
         stale.unlink()
     for asset in (Path(__file__).parent / 'html').iterdir():
         shutil.copyfile(asset, options.folder / asset.name)
-    for name, text in tree.items():
+    for name, text in files(made, writer, cpp, options.release).items():
         (options.folder / name).write_text(text)
 
 

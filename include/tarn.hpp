@@ -59,6 +59,7 @@ inline namespace script {
 struct Adopt {
   explicit Adopt() = default;
 };
+/** What those constructors take: the only Adopt there need be. */
 inline constexpr Adopt adopt{};
 
 // ---- Detail -------------------------------------------------------------------------------------
@@ -102,8 +103,10 @@ inline std::string_view bytes_of(TarnHandle buffer) noexcept {
 template <std::uint32_t kMagic>
 class Lent {
  public:
+  /** The type tag of the object. */
   static constexpr std::uint32_t magic = kMagic;
 
+  /** Views the object behind a handle; 0 is none. */
   explicit Lent(TarnHandle handle) noexcept : handle_(handle) {}
 
   /** Tells whether the view has an object. */
@@ -137,6 +140,7 @@ struct Arrow {
 template <class Item, std::uint32_t kMagic, auto kCount, auto kAt>
 class Range {
  public:
+  /** The type tag of the list. */
   static constexpr std::uint32_t magic = kMagic;
 
   class Iterator {
@@ -190,6 +194,7 @@ class Range {
   using size_type = std::size_t;
   using difference_type = std::ptrdiff_t;
 
+  /** Views the list behind a handle; 0 is an empty one. */
   explicit Range(TarnHandle list) noexcept : list_(list) {}
 
   /** Counts the elements. */
@@ -503,6 +508,7 @@ class Values {
   using iterator = Iterator;
   using const_iterator = Iterator;
 
+  /** What Request::all() gives. `name` has to live as long as the range. */
   Values(Entries entries, const char *name) noexcept : entries_(entries), name_(name) {}
 
   bool empty() const noexcept { return begin() == end(); }
@@ -524,6 +530,7 @@ class FileName {
   /** The name, good as long as this object. */
   std::string_view view() const &noexcept { return {text_, size_}; }
   std::string_view view() const && = delete;
+  /** The name with a final zero byte, good as long as this object. */
   const char *c_str() const &noexcept { return text_; }
   const char *c_str() const && = delete;
 
@@ -1224,6 +1231,7 @@ class PlainHeader
  public:
   using Object::Object;
 
+  /** Makes a header of a content type. */
   explicit PlainHeader(std::string_view content_type = "text/plain") noexcept {
     set_text(0, content_type);
   }
@@ -1276,6 +1284,7 @@ class ResponseHeader
  public:
   using Object::Object;
 
+  /** Makes a header of its texts and its number, without lines or cookies. */
   ResponseHeader(std::string_view first, std::int32_t number, std::string_view second) noexcept {
     set_text(0, first);
     set_text(1, second);
@@ -1353,9 +1362,11 @@ inline constexpr std::uint32_t raw_mark = 0x57415221;
  */
 class Raw {
  public:
+  /** Trusts a text. */
   explicit Raw(std::string_view text) noexcept : text_(text) {}
   explicit Raw(std::nullptr_t) = delete;
 
+  /** The text. */
   std::string_view text() const noexcept { return text_; }
 
  private:
@@ -1400,7 +1411,7 @@ class Attribute
   }
 };
 
-/** Attributes, in order; see detail::Range for what it does. */
+/** Attributes, in order: a random-access range of AttributeView. */
 using Attributes = detail::Range<AttributeView, TARN_ATTRIBUTE_LIST_MAGIC,
                                  HTMLAttributeList_getCount, HTMLAttributeList_getByIndex>;
 
@@ -1423,7 +1434,7 @@ struct TextPiece {
 
 class ElementView;
 
-/** Elements, in order; see detail::Range for what it does. */
+/** Elements, in order: a random-access range of ElementView. */
 using Elements = detail::Range<ElementView, TARN_ELEMENT_LIST_MAGIC, HTMLElementList_getCount,
                                HTMLElementList_getByIndex>;
 
@@ -1456,8 +1467,8 @@ class ElementList;
 /** An element with its attributes and all that is in it.
  *
  *  @code
- *  tarn::Element("p", tarn::Attribute("class", "greeting"), "Hello, ", name,
- *                tarn::Element("b", "!"))
+ *  tarn::Element("p", tarn::Attribute("class", "greeting"),
+ *                "Hello, ", name, tarn::Element("b", "!"))
  *  @endcode
  */
 class Element : public detail::Object<Element, ElementView, HTMLElement_delete, HTMLElement_clone> {
@@ -2153,7 +2164,7 @@ enum class SameSite {
 /** A cookie to be set, for Response::cookie().
  *
  *  @code
- *  response.cookie(tarn::SetCookie("guest", name).max_age(30 * 86400).secure());
+ *  response.cookie(tarn::SetCookie("guest", name).max_age(60).secure());
  *  @endcode
  *
  *  Without more it ends with the browser's session, goes to all pages of this host, is hidden from
@@ -2162,7 +2173,9 @@ enum class SameSite {
  */
 class SetCookie {
  public:
-  /** @param name   letters, digits and any of "!#$&'*-.^_`|~"
+  /** Makes a cookie to be set.
+   *
+   *  @param name   letters, digits and any of "!#$&'*-.^_`|~"
    *  @param value  any text without zero bytes; it comes back as it is
    */
   SetCookie(std::string_view name, std::string_view value) noexcept : name_(name), value_(value) {}
@@ -2194,6 +2207,7 @@ class SetCookie {
     http_only_ = false;
     return *this;
   }
+  /** With which requests from other sites it is sent; SameSite::lax without it. */
   SetCookie &same_site(SameSite site) noexcept {
     same_site_ = site;
     return *this;
@@ -2265,7 +2279,9 @@ class SetCookie {
  */
 class Response {
  public:
-  /** @param out  where the server reads; stays open */
+  /** Begins an answer.
+   *
+   *  @param out  where the server reads; stays open */
   explicit Response(FILE *out = stdout) noexcept
       : out_(out), head_(std::string_view(CgiEnv_getRequestMethod(nullptr)) == "HEAD") {}
   Response(const Response &) = delete;
@@ -2379,6 +2395,7 @@ class Response {
     return *this;
   }
 
+  /** Sets a cookie in the browser. */
   Response &cookie(const SetCookie &cookie) noexcept {
     if (const char *problem = cookie.problem()) return refuse(problem);
     cookie.put(cookies_);

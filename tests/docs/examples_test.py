@@ -40,7 +40,8 @@ def main():
     if shell.returncode != 0 or printed != shown:
         sys.exit(f'{transcript} shows:\n{shown}\nStatus {shell.returncode}, printed:\n{printed}')
     called = set(re.findall(rf'binding file \./{program.name} .* symbol `(\w+)\'', linked))
-    if not named or named - called:
+    # In C++ the header makes the calls.
+    if (not named and source.suffix == '.c') or named - called:
         sys.exit(f'{source} names, and does not call: {", ".join(sorted(named - called))}')
 
 

@@ -19,6 +19,7 @@ TREE = Path(os.environ['TREE'])
 CC = os.environ['CC'].split() + ['-std=c11', '-Wall', '-Wextra', '-Wpedantic', '-Werror',
                                  f'-I{SOURCE / "include"}', '-fsyntax-only', '-x', 'c', '-']
 HEADER = (SOURCE / 'include/tarn.h').read_text()
+CPP_HEADER = (SOURCE / 'include/tarn.hpp').read_text()
 EXPORTS = re.findall(r'^    (\w+);$', (SOURCE / 'cmake/tarn.map').read_text(), re.MULTILINE)
 TASKS = tomllib.loads((SOURCE / 'docs/tasks.toml').read_text())
 
@@ -133,7 +134,7 @@ class Functions(unittest.TestCase):
 
     def test_has_the_rules_of_its_family(self):
         for name in EXPORTS:
-            family = links(f'{name}.html')[5]
+            family = links(f'{name}.html')[6]
             self.assertIn(f'{name}.html', links(family))
             rules = ''.join(words_of(part)
                             for part in section(f'{name}.html', 'Rules of the family'))
@@ -151,6 +152,108 @@ class Functions(unittest.TestCase):
         self.assertGreater(len(told), 500)
         for part in told:
             self.assertTrue(any(part in page for page in shown), part)
+
+
+class Cpp(unittest.TestCase):
+    """The pages of tarn.hpp."""
+
+    # As a compiler sees it: without comments, deleted functions, what is private.
+    CODE = re.sub(r'//[^\n]*|/\*.*?\*/', '', CPP_HEADER, flags=re.DOTALL)
+
+    def declared(self):
+        """The public functions of each class, by a way of its own."""
+        found = {}
+        for name, body in re.findall(r'(?m)^class (\w+)\b[^;{]*\{(.*?)^\};', self.CODE, re.DOTALL):
+            if re.search(rf'\n(// .*\n)*(template.*\n)?class {name}\b', self.detail()):
+                continue
+            public = re.split(r'\n (?:private|protected):', body)[0]
+            public = re.sub(r'(?ms)^  class Iterator.*?^  };', '', public)
+            heads = re.findall(r'(?m)^  (?! |friend|using)(.*?)(?:\{|;| :\n|\n {6}:)', public,
+                               re.DOTALL)
+            found[name] = {re.search(r'(operator\W*?(?:bool)?|~?\w+)\(', head)[1].strip()
+                           for head in heads if '(' in head and '= de' not in head}
+        return {name: {member for member in members if not member.startswith('~')
+                       and member != 'operator='} for name, members in found.items()}
+
+    @classmethod
+    def detail(cls):
+        return ''.join(re.findall(r'(?ms)^namespace detail \{.*?^\}  ', cls.CODE))
+
+    def test_have_one_for_each_class_with_each_public_function(self):
+        declared = self.declared()
+        self.assertGreater(len(declared), 24)
+        self.assertGreater(sum(map(len, declared.values())), 140)
+        for name, members in declared.items():
+            main = PARSED[f'cpp-{name}.html'].find('body/main')
+            self.assertEqual(text_of(main.find('h1')), f'tarn::{name}')
+            told = {text_of(heading) for heading in main.iter('h3')}
+            self.assertLessEqual(members, told, name)
+
+    def test_have_declarations_that_agree_with_the_header_word_for_word(self):
+        def squeezed(code):
+            return re.sub(r'\s*([*&(),;<>{}])\s*', r'\1', ' '.join(code.split()))
+        header = squeezed(re.sub(r'\binline | ?noexcept', '', self.CODE))
+        count = 0
+        for name, page in PARSED.items():
+            if name.startswith('cpp-'):
+                for prototype in page.iter('pre'):
+                    if prototype.get('class') == 'prototype':
+                        declaration = squeezed(text_of(prototype)).removesuffix(';')
+                        self.assertIn(declaration, header, name)
+                        self.assertEqual([line for line in text_of(prototype).splitlines()
+                                          if len(line) > 90], [], name)
+                        count += 1
+        self.assertGreater(count, 180)
+
+    def test_show_nothing_of_what_is_private(self):
+        for name, page in PARSED.items():
+            if name.startswith('cpp'):
+                for prototype in page.iter('pre'):
+                    if prototype.get('class') == 'prototype':
+                        self.assertNotRegex(text_of(prototype), r'\w_\b|Terminated|Buffer')
+        self.assertFalse({'cpp-Owned.html', 'cpp-Buffer.html', 'cpp-Renderer.html'} & set(PAGES))
+
+    def test_tell_what_types_share_where_they_have_it(self):
+        for name, members in {'Element': 'clone release handle view', 'Entries': 'size begin',
+                              'CookieList': 'add size clone release view', 'File': 'handle',
+                              'String': 'clone release handle'}.items():
+            for member in members.split():
+                self.assertTrue(any(re.fullmatch(rf'cpp-shared\.html#\w+-{member}', address)
+                                    for address in links(f'cpp-{name}.html')), f'{name} {member}')
+        self.assertNotIn('cpp-shared.html#Owned-clone', links('cpp-Request.html'))
+
+    def test_lose_no_word_of_the_header(self):
+        shown = [words_of(page) for name, page in PARSED.items() if name.startswith('cpp')]
+        comments = re.findall(r'(?m)^ *(/\*.*?\*/)', CPP_HEADER, re.DOTALL)
+        told = [part for comment in comments
+                for part in re.split(r'(?m)@param\s+\S+|@return|@(?:end)?code|^ *\*$'
+                                     r'|^ +\*\s+(?:\d\.|-) ', comment)]
+        told = {words(part) for part in told} - {'  '}
+        self.assertGreater(len(told), 250)
+        for part in told:
+            self.assertTrue(any(part in page for page in shown), part)
+
+    def test_show_examples_that_are_compiled_and_run(self):
+        for name, page in PARSED.items():
+            if not name.startswith('cpp') or name == 'cpp-conventions.html':
+                continue
+            blocks = [text_of(block) for block in page.find('body/main').findall('pre')]
+            programs = [block for block in blocks if block.startswith('#include <') and
+                        'main(' in block]
+            self.assertTrue(programs, name)
+            for program in programs:
+                transcript = blocks[blocks.index(program) + 1]
+                stem = re.search(r'\./(cpp-[a-z]+)', transcript)[1]
+                source = SOURCE / f'docs/examples/{stem}.cpp'
+                self.assertTrue(source.read_text().endswith(program + '\n'), name)
+                self.assertEqual(source.with_suffix('.txt').read_text().strip('\n'),
+                                 transcript.strip('\n'), name)
+                self.assertTrue(words_of(page.find('body/main/h1')), name)
+
+    def test_of_examples_leave_none_out(self):
+        shown = ''.join(FILES[name] for name in PAGES if name.startswith('cpp'))
+        for source in SOURCE.glob('docs/examples/*.cpp'):
+            self.assertIn(f'./{source.stem}', shown)
 
 
 class Pages(unittest.TestCase):
@@ -210,7 +313,8 @@ class Pages(unittest.TestCase):
         for name, page in PARSED.items():
             for element in page.find('body/main').iter():
                 if element.tag in ('p', 'li', 'dd', 'td', 'th'):
-                    self.assertNotRegex(text_of(element), r'`|@(?!tarn)|/\*|\*/', name)
+                    text = re.sub('"[^"]*"', '', text_of(element))
+                    self.assertNotRegex(text, r'`|@(?!tarn)|/\*|\*/', name)
 
     def test_can_be_read_in_light_and_in_dark(self):
         def brightness(colour):
@@ -330,10 +434,11 @@ class Search(unittest.TestCase):
         by_parts, by_case, by_sentence, by_both, by_call = self.found(
             'header cookie add', 'FORMFILE_WRITE', 'checkbox ticked', 'cookie seconds max-age',
             'Tarn_getFile()')
-        self.assertEqual(by_parts, ['HTTPResponseHeader_addCookie'])
+        self.assertEqual(by_parts, ['HTTPResponseHeader_addCookie', 'tarn::PlainHeader::add'])
         self.assertEqual(by_case, ['FormFile_writeToStream'])
-        self.assertEqual(by_sentence, ['Tarn_queryCheckbox'])
-        self.assertEqual(by_both, [])
+        self.assertEqual(by_sentence, ['Tarn_queryCheckbox', 'tarn::Request::checked'])
+        self.assertEqual(by_both, [f'tarn::{name}::max_age'
+                                   for name in ('CookieView', 'Cookie', 'SetCookie')])
         self.assertEqual(by_call, ['Tarn_getFile'])
 
     def test_puts_names_that_begin_with_the_query_before_others(self):
@@ -371,12 +476,14 @@ class Search(unittest.TestCase):
 class Generator(unittest.TestCase):
     """What becomes of sources that were changed."""
 
-    def generate(self, folder, header=HEADER, tasks=None, **environment):
+    def generate(self, folder, header=HEADER, tasks=None, cpp=CPP_HEADER, **environment):
         folder = Path(folder)
+        (folder / 'tarn.hpp').write_text(cpp)
         (folder / 'tarn.h').write_text(header)
         (folder / 'tasks.toml').write_text(tasks or (SOURCE / 'docs/tasks.toml').read_text())
         return run(sys.executable, '-B', SOURCE / 'docs/web.py', '--header', folder / 'tarn.h',
                    '--pages', SOURCE / 'docs/pages.toml', '--tasks', folder / 'tasks.toml',
+                   '--cpp-header', folder / 'tarn.hpp', '--cpp-notes', SOURCE / 'docs/cpp.toml',
                    '--release', os.environ['RELEASE'], folder / 'html',
                    env={**os.environ, **environment})
 
@@ -402,6 +509,50 @@ class Generator(unittest.TestCase):
     def test_refuses_a_reference_to_a_function_that_is_not_there(self):
         self.refuses('no page describes Tarn_getCheckbox()',
                      header=HEADER.replace('in any case.', 'as Tarn_getCheckbox() does.', 1))
+
+    def changed(self, before, after):
+        self.assertEqual(CPP_HEADER.count(before), 1, before)
+        return CPP_HEADER.replace(before, after)
+
+    def test_refuses_a_public_member_for_c_plus_plus_without_documentation(self):
+        self.refuses('Saved::error(): not documented', cpp=self.changed(
+            '  /** Why it is not: a number of <cerrno>, such as EEXIST; 0 when it is. */\n', ''))
+        self.refuses('Owned::clone(): not documented', cpp=self.changed(
+            '  /** A copy with all that belongs to the object. */\n', ''))
+        self.refuses('Text::Text(): not documented', cpp=self.changed(
+            '  Text(Text &&other) noexcept\n',
+            '  explicit Text(int number);\n  Text(Text &&other) noexcept\n'))
+
+    def test_refuses_a_class_and_a_function_for_c_plus_plus_without_documentation(self):
+        self.refuses('Raw2: not documented', cpp=self.changed(
+            '/** Reads an attribute. */', 'class Raw2 {};\n\n/** Reads an attribute. */'))
+        self.refuses('shout(): not documented', cpp=self.changed(
+            '/** Reads an attribute. */', 'void shout();\n\n/** Reads an attribute. */'))
+
+    def test_refuses_what_it_does_not_understand_of_c_plus_plus(self):
+        for line in ('union Both { int a; };', 'int count;', 'template <class T> T twice(T);;\n}'):
+            with tempfile.TemporaryDirectory() as folder:
+                made = self.generate(folder, cpp=self.changed(
+                    '/** Reads an attribute. */', f'{line}\n\n/** Reads an attribute. */'))
+                self.assertEqual(made.returncode, 1, line)
+                self.assertRegex(made.stderr, r'tarn\.hpp: line \d+: ', line)
+        self.refuses('not understood: int open', cpp=self.changed(
+            '  /** Why it is not: a number of <cerrno>', '  /** Open. */\n  int open = 0;\n'
+            '  /** Why it is not: a number of <cerrno>'))
+
+    def test_refuses_an_explanation_of_no_argument_for_c_plus_plus(self):
+        self.refuses('Response::redirect(): has no argument way', cpp=self.changed(
+            '@param path  with the query', '@param way  with the query'))
+
+    def test_refuses_a_member_for_c_plus_plus_that_no_example_uses(self):
+        self.refuses('no example of Saved uses weight', cpp=self.changed(
+            '  /** Why it is not: a number of <cerrno>', '  /** Bytes. */\n  int weight() const;\n'
+            '  /** Why it is not: a number of <cerrno>'))
+
+    def test_refuses_a_reference_to_a_member_that_is_not_there(self):
+        self.refuses('no page describes Response::biscuit()', cpp=self.changed(
+            'A cookie to be set, for Response::cookie().',
+            'A cookie to be set, for Response::biscuit().'))
 
     def test_refuses_a_task_for_a_function_that_is_not_there(self):
         self.refuses('there is no function Tarn_findAll, and a task for it',

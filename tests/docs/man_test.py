@@ -16,10 +16,12 @@ SECTION = Path(os.environ['TREE']) / 'man3'
 CC = os.environ['CC'].split() + ['-std=c11', '-Wall', '-Wextra', '-Wpedantic', '-Werror',
                                  f'-I{SOURCE / "include"}']
 HEADER = (SOURCE / 'include/tarn.h').read_text()
+CPP_HEADER = (SOURCE / 'include/tarn.hpp').read_text()
 EXPORTS = re.findall(r'^    (\w+);$', (SOURCE / 'cmake/tarn.map').read_text(), re.MULTILINE)
 
 FILES = {path.stem: path.read_text() for path in SECTION.iterdir()}
 PAGES = {name: text for name, text in FILES.items() if not text.startswith('.so ')}
+CPP = 'tarn.hpp'  # has no prototypes
 
 
 def run(*command, **options):
@@ -57,7 +59,10 @@ class Prototypes(unittest.TestCase):
     """The SYNOPSIS of a page is taken as it is printed: it is C."""
 
     def test_agree_with_the_header_for_a_compiler(self):
+        self.assertEqual(part(SHOWN[CPP], 'SYNOPSIS').strip(), '#include <tarn.hpp>')
         for name, page in SHOWN.items():
+            if name == CPP:
+                continue
             compiled = run(*CC, '-fsyntax-only', '-x', 'c', '-', input=part(page, 'SYNOPSIS'))
             self.assertEqual((compiled.returncode, compiled.stderr), (0, ''), name)
 
@@ -145,9 +150,36 @@ class Pages(unittest.TestCase):
 
     def test_have_the_same_sections_in_the_same_order(self):
         for name, page in SHOWN.items():
-            self.assertEqual(re.findall(r'^[A-Z ]+$', page, re.MULTILINE),
-                             ['NAME', 'LIBRARY', 'SYNOPSIS', 'DESCRIPTION', 'RETURN VALUES',
-                              'EXAMPLES', 'SEE ALSO'], name)
+            sections = ['NAME', 'LIBRARY', 'SYNOPSIS', 'DESCRIPTION', 'RETURN VALUES', 'EXAMPLES',
+                        'SEE ALSO']
+            if name == CPP:
+                sections.remove('RETURN VALUES')
+            self.assertEqual(re.findall(r'^[A-Z ]+$', page, re.MULTILINE), sections, name)
+
+
+class Cpp(unittest.TestCase):
+    """tarn.hpp(3) tells the header for C++ in short."""
+
+    def test_names_each_class_and_what_it_has(self):
+        page = part(SHOWN[CPP], 'DESCRIPTION')
+        classes = dict(re.findall(r'(?m)^class (\w+)\b[^;{]*\{(.*?)^};', CPP_HEADER, re.DOTALL))
+        classes = {name: body for name, body in classes.items() if f'tarn::{name}' in page}
+        self.assertGreater(len(classes), 23)
+        for name in re.findall(r'(?m)^/\*\*(?:(?!\*/).)*\*/\nclass (\w+)', CPP_HEADER, re.DOTALL):
+            self.assertIn(name, classes)
+        for name, body in classes.items():
+            told = re.search(rf'(?ms)^     tarn::{name}$(.*?)(?=^     tarn::\w+$|^   \S|\Z)',
+                             page)[1]
+            public = body.partition(' private:')[0]
+            for member in re.findall(r'(?m)\*/\n  [^\n(=;]*?\b(\w+)\(', public):
+                self.assertRegex(told, rf'(?m)^     (operator )?{member}\(', f'{name}::{member}')
+
+    def test_shows_the_conventions_and_an_example_that_runs(self):
+        shown = words(SHOWN[CPP])
+        for convention in re.findall(r'(?ms)^ \*  \d\. (.*?)(?=^ \*  \d|^ \*/)', CPP_HEADER):
+            self.assertIn(words(convention), shown)
+        example = (SOURCE / 'docs/examples/cpp-request.cpp').read_text().partition('\n')[2]
+        self.assertIn(words(example), words(part(SHOWN[CPP], 'EXAMPLES')))
 
 
 class Generator(unittest.TestCase):
@@ -157,8 +189,10 @@ class Generator(unittest.TestCase):
         changed = Path(folder) / 'tarn.h'
         changed.write_text(header)
         return run(sys.executable, '-B', SOURCE / 'docs/man.py', '--header', changed, '--pages',
-                   SOURCE / 'docs/pages.toml', '--release', os.environ['RELEASE'], '--date',
-                   os.environ['DATE'], Path(folder) / 'man', env={**os.environ, **environment})
+                   SOURCE / 'docs/pages.toml', '--cpp-header', SOURCE / 'include/tarn.hpp',
+                   '--cpp-notes', SOURCE / 'docs/cpp.toml', '--release', os.environ['RELEASE'],
+                   '--date', os.environ['DATE'], Path(folder) / 'man',
+                   env={**os.environ, **environment})
 
     def refuses(self, before, after, reason):
         self.assertEqual(HEADER.count(before), 1, before)

@@ -1,0 +1,30 @@
+/* Texts escaped for a page, an attribute, a URL, a script; and one that is refused: */
+
+#include <cstdio>
+#include <tarn.hpp>
+
+int main(int, char **argv) {
+  const std::string_view sent = argv[1];
+  const tarn::Text html = tarn::escape_html(sent);
+  std::printf("<p>%s</p>\n", html.view().data());
+  const tarn::Text attribute = tarn::escape_attribute(sent);
+  std::printf("<input value=%s>\n", attribute.c_str());
+  const tarn::Text url = tarn::escape_url(sent);
+  std::printf("/find?q=%s\n", url.c_str());
+  const tarn::Text json = tarn::escape_json(sent);
+  std::printf("let sent = %s;\n", json.c_str());
+
+  tarn::Text page = tarn::html(tarn::Element(
+      "a", tarn::Attribute("href", "javascript:tell()")));
+  if (!page) std::printf("refused: %s\n", page.problem());
+
+  // A text of the C interface, which is freed with it; and none.
+  char *made = nullptr;
+  const int size = tarn_asprintf(&made, "%d m", 18);
+  page =
+      tarn::Text(tarn::adopt, made, static_cast<std::size_t>(size));
+  std::printf("%s, %zu bytes\n", page.c_str(), page.view().size());
+  page = tarn::Text::refused("out of depth");
+  std::printf("%s\n", page.problem());
+  return 0;
+}

@@ -1,0 +1,47 @@
+/* All fields of a form, and what one value can be read as: */
+
+#include <algorithm>
+#include <cstdio>
+#include <tarn.hpp>
+
+static bool is_long(const tarn::Entry entry) {
+  return entry.value().size() > 4;
+}
+
+int main() {
+  tarn::Request request;
+  if (!request) return request.status();
+
+  tarn::Entries entries = request.entries();
+  for (const tarn::Entry entry : entries) {
+    std::printf("%s = %s\n",
+                entry.name().value_or("(no name)").data(),
+                entry.value().data());
+  }
+  std::printf("%zu fields, %d of them long\n", entries.size(),
+              static_cast<int>(std::count_if(
+                  entries.begin(), entries.end(), is_long)));
+
+  // Beyond the last there is an entry without an object.
+  if (!entries[2]) std::printf("no third field\n");
+  const tarn::Entry depth = entries[0];
+  if (depth.is_named("DEPTH")) {
+    std::printf("read to the end: %s\n",
+                depth.integer() ? "a number" : "none");
+    std::printf("read to the first other byte: %d, or %.1f\n",
+                depth.number(), depth.real());
+  }
+
+  // As request.all("tag") does.
+  for (const std::string_view tag : tarn::Values(entries, "tag"))
+    std::puts(tag.data());
+
+  // The same objects for the functions of tarn.h.
+  tarn::Entry first = entries[0];
+  tarn::Entry lent(*first.handle());
+  const bool is_entry =
+      CGIgs_IsA(lent.handle(), tarn::Entry::magic) != 0;
+  tarn::Entries same(
+      CGIgs_getStruct(request.handle(), 1, TARN_REQUEST_MAGIC));
+  return is_entry && same.size() == entries.size() ? 0 : 1;
+}

@@ -1,0 +1,37 @@
+/* Headers as objects, made and read: */
+
+#include <cstdio>
+#include <tarn.hpp>
+
+int main() {
+  tarn::PlainHeader plain("text/html");
+  plain.add(tarn::Cookie("colour", "blue"));
+  tarn::CookieList cookies;
+  cookies.add(tarn::Cookie("depth", "18"));
+  plain.add(std::move(cookies));
+  const tarn::PlainHeaderView view = plain.view();
+  std::printf("%s with %zu cookies\n",
+              view.content_type().value_or("").data(),
+              view.cookies().size());
+
+  tarn::ResponseHeader answer("HTTP/1.1", 404, "Not Found");
+  answer.add("Cache-Control: no-store")
+      .add(tarn::Cookie("colour", "blue"));
+  const tarn::ResponseHeaderView read = answer.view();
+  std::printf("%s %d %s, %zu cookie\n",
+              read.first().value_or("").data(), read.number(),
+              read.second().value_or("").data(),
+              read.cookies().size());
+  tarn::Lines lines = read.lines();
+  for (const std::string_view line : lines) std::puts(line.data());
+
+  tarn::MultiPartHeader part("form-data", "photo", "lake.png",
+                             "image/png");
+  const tarn::MultiPartHeaderView of = part.view();
+  std::printf("%s of %s: %s, %s\n",
+              of.disposition().value_or("").data(),
+              of.name().value_or("").data(),
+              of.file_name().value_or("").data(),
+              of.content_type().value_or("").data());
+  return 0;
+}

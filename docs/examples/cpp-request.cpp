@@ -1,0 +1,39 @@
+/* What a form sent: values, a checkbox, a number within limits, a file: */
+
+#include <cstdio>
+#include <tarn.hpp>
+
+int main() {
+  tarn::Request request;
+  if (!request) return request.status();
+
+  tarn::String page("Hello, ");
+  page.append(request["name"].value_or("stranger"));
+  page.append("\n");
+  for (const std::string_view tag : request.all("tag")) {
+    page.append_format("tag: %s\n", tag.data());
+  }
+  page.append_format("public: %s\n",
+                     request.checked("public") ? "yes" : "no");
+  if (const auto depth = request.integer("depth", 0, 1000)) {
+    page.append_format("%d m deep\n", static_cast<int>(*depth));
+  }
+  page.append_format("about %d people\n", request.number("people"));
+  if (const auto note = request.entry("note")) {
+    page.append_format("a note of %zu bytes\n",
+                       note->value().size());
+  }
+  if (const auto photo = request.file("photo")) {
+    page.append_format("photo: %zu bytes\n", photo->bytes().size());
+  }
+  page.append_format("%zu fields, %zu files, %zu cookies\n",
+                     request.entries().size(),
+                     request.files().size(),
+                     request.cookies().size());
+  page.append_format(
+      "you like it %s\n",
+      request.cookie("taste").value_or("somehow").data());
+  if (request.environment().https())
+    page.append("nobody else reads this\n");
+  return tarn::Response().send_text(page.view()) ? 0 : 1;
+}

@@ -1,0 +1,33 @@
+/* A page with its status, headers and cookies: */
+
+#include <cstdio>
+#include <tarn.hpp>
+
+int main() {
+  tarn::SetCookie guest("__Secure-guest", "Ada L.");
+  guest.max_age(30 * 86400)
+      .path("/lake")
+      .domain("example.org")
+      .secure();
+  guest.same_site(tarn::SameSite::strict);
+  tarn::SetCookie theme("theme", "dark");
+  theme.readable_by_scripts().same_site(tarn::SameSite::lax);
+  tarn::SetCookie frame("frame", "1");
+  frame.secure().same_site(tarn::SameSite::none);
+
+  tarn::Response response;
+  response.status(405)
+      .allow("GET, POST")
+      .content_type("text/html; charset=utf-8");
+  response.no_store().nosniff().deny_framing().no_referrer();
+  response.content_security_policy("default-src 'self'")
+      .content_language("en");
+  response.header("X-Lake", "deep")
+      .cookie(guest)
+      .cookie(theme)
+      .cookie(frame);
+  if (response.send(tarn::Element("p", "Not like <this>.")))
+    return 0;
+  std::fprintf(stderr, "not sent: %s\n", response.problem());
+  return 1;
+}

@@ -1,0 +1,21 @@
+/* A text that is put together and changed: */
+
+#include <cstdio>
+#include <tarn.hpp>
+
+int main() {
+  tarn::String line("lake");
+  line.append_format(": %d m", 18);
+  line.insert(0, "deep ");
+  std::puts(line.c_str());
+
+  line.remove(0, 5);
+  line.append(", cold");
+  std::printf("\"%s\", %zu bytes\n", line.view().data(),
+              line.size());
+
+  line.assign(line.view().substr(0, 4));
+  std::puts(line.c_str());
+  line.clear();
+  return line.empty() ? 0 : 1;
+}
