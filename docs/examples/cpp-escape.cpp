@@ -11,6 +11,8 @@ int main(int, char **argv) {
   std::printf("<input value=%s>\n", attribute.c_str());
   const tarn::Text url = tarn::escape_url(sent);
   std::printf("/find?q=%s\n", url.c_str());
+  const tarn::Text path = tarn::escape_path("/cgi-bin/my page");
+  std::printf("%s\n", path.c_str());
   const tarn::Text json = tarn::escape_json(sent);
   std::printf("let sent = %s;\n", json.c_str());
 
