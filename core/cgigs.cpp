@@ -96,9 +96,10 @@ void fillShell(Node &copy, const Node &source, Node *&chain) {
 
 Node *newNode(uint32_t magic, size_t room) {
   if (room > UINT32_MAX || room > PTRDIFF_MAX - sizeof(Node)) return nullptr;
-  auto *node = static_cast<Node *>(std::malloc(sizeof(Node) + room));
-  if (!node) return nullptr;
-  std::memset(node, 0, sizeof(Node));
+  void *block = std::malloc(sizeof(Node) + room);
+  if (!block) return nullptr;
+  std::memset(block, 0, sizeof(Node));
+  auto *node = static_cast<Node *>(block);
   node->magic = magic;
   node->room = static_cast<uint32_t>(room);
   return node;
