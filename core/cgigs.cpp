@@ -96,10 +96,9 @@ void fillShell(Node &copy, const Node &source, Node *&chain) {
 
 Node *newNode(uint32_t magic, size_t room) {
   if (room > UINT32_MAX || room > PTRDIFF_MAX - sizeof(Node)) return nullptr;
-  void *block = std::malloc(sizeof(Node) + room);
-  if (!block) return nullptr;
-  std::memset(block, 0, sizeof(Node));
-  auto *node = static_cast<Node *>(block);
+  auto *node = static_cast<Node *>(std::malloc(sizeof(Node) + room));
+  if (!node) return nullptr;
+  *node = {};
   node->magic = magic;
   node->room = static_cast<uint32_t>(room);
   return node;

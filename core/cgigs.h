@@ -18,6 +18,9 @@ constexpr uint32_t kIntSlots = 3;
 // brings small ones by the thousands, and each block of its own would cost more than its text.
 struct Node {
   uint32_t magic;
+#if UINTPTR_MAX > UINT32_MAX
+  uint32_t gap;  // zero: made under their tags, a list or a string begins to count here
+#endif
   TarnHandle lists[kListSlots];
   TarnHandle structs[kStructSlots];
   uint32_t childMagics[kStructSlots];
