@@ -267,12 +267,25 @@ def check(family: Family, function: Function) -> None:
         raise HeaderError('@return is for functions that return something, for each of them')
 
 
+def parse_slots(text: str) -> Table:
+    """The enumerators of a type's slots: each with its kind, its index and what it holds."""
+    rows = []
+    for line in text.strip().split('\n'):
+        match = re.fullmatch(r'\s*(TARN_\w+) = (\d+),?\s+/\* (\w+)(.*) \*/', line)
+        if not match:
+            raise HeaderError(f'not a slot with its kind: {line.strip()}')
+        name, index, kind, what = match.groups()
+        rows.append([name, f'{kind} {index}{what}'])
+    return Table(rows)
+
+
 # ---- The header --------------------------------------------------------------------------------
 
 ITEM = re.compile(r'''
     (?P<comment>/\*.*?\*/)
   | (?P<define>^\#define\ (?P<name>TARN_\w+)[ ]+(?P<value>\d+)u(?:[ ]+/\*\ (?P<text>.*?)\ \*/)?$)
   | (?P<directive>^\#[^\n]*)
+  | (?P<enumeration>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
   | (?P<declaration>^(?:TARN_API|typedef)\b[^;]*;)
   | extern\ "C"\ \{ | ^\}$
 ''', re.VERBOSE | re.DOTALL | re.MULTILINE)
@@ -312,6 +325,11 @@ def parse(text: str) -> Reference:
         if item['define']:
             reference.constants[-1].members.append(
                 Constant(item['name'], item['value'], item['text'] or ''))
+        elif item['enumeration']:
+            if comment is None:
+                raise HeaderError(f'line {line}: enumeration not documented')
+            reference.families[-1].comment.blocks += [*comment.blocks,
+                                                      parse_slots(item['enumerators'])]
         elif item['declaration'] and item[0].startswith('typedef'):
             if comment is None:
                 raise HeaderError(f'line {line}: {item[0]} not documented')

@@ -291,6 +291,11 @@ TARN_API uintptr_t CGIgs_getFixed(TarnHandle *handle, uint32_t magic);
  */
 TARN_API double CGIgs_getDouble(TarnHandle *handle, uint32_t index, uint32_t magic);
 
+/** The slot of every list type: entries, files, cookies, attributes, elements. */
+enum TarnListSlot {
+  TARN_LIST_ELEMENTS = 0 /* list: the elements, in order; 0 until the first is added */
+};
+
 /* ---- Generic list: TARNGenericList ------------------------------------------------------------
  *
  * A list is a growable array of pointer-sized words. It never follows, copies or frees what a word
@@ -751,10 +756,15 @@ TARN_API void writeLong(FILE *stream, long value);
 
 /* ---- Byte buffer: CGIfb ------------------------------------------------------------------------
  *
- * A byte buffer is a node (TARN_BYTE_BUFFER_MAGIC) that holds a run of bytes: their address in
- * `fixed`, their count in int 0. A zero byte follows them. The bytes outlive the node, and copies
- * of the node share them: they stay to the end of the process.
+ * A byte buffer is a node (TARN_BYTE_BUFFER_MAGIC) that holds a run of bytes: `fixed` is their
+ * address, and a zero byte follows them. The bytes outlive the node, and copies of the node share
+ * them: they stay to the end of the process.
  */
+
+/** The slots of a byte buffer, besides `fixed`. */
+enum TarnByteBufferSlot {
+  TARN_BYTE_BUFFER_LENGTH = 0 /* int: how many bytes `fixed` points at */
+};
 
 /** Fills a byte buffer with a copy of some bytes.
  *
@@ -768,12 +778,8 @@ TARN_API TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t
 
 /* ---- CGI environment: CgiEnv -------------------------------------------------------------------
  *
- * An environment is a node (TARN_ENVIRONMENT_MAGIC) with what was captured when it was made:
- *
- *   int 0      CONTENT_LENGTH, as a signed number; 0 when unset
- *   int 1      1 when HTTPS is "on", in lower case, else 0
- *   struct 0   the body of a POST, a byte buffer; empty when none was read
- *   struct 1   the cookies of HTTP_COOKIE, a cookie list; empty when unset
+ * An environment is a node (TARN_ENVIRONMENT_MAGIC) with what was captured when it was made. The
+ * body is empty when none was read, the cookie list when HTTP_COOKIE is unset.
  *
  * The cookie header is cut at every ";". A piece makes a cookie with the name before its first "="
  * and the value after it, both trimmed and URL-decoded; a piece without "=", the empty one after a
@@ -784,6 +790,14 @@ TARN_API TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t
  * @param handle  the environment
  * @param stream  ignored
  */
+
+/** The slots of an environment. */
+enum TarnEnvironmentSlot {
+  TARN_ENVIRONMENT_CONTENT_LENGTH = 0, /* int: CONTENT_LENGTH, as a signed number; 0 when unset */
+  TARN_ENVIRONMENT_HTTPS = 1,          /* int: 1 when HTTPS is "on", in lower case, else 0 */
+  TARN_ENVIRONMENT_BODY = 0,           /* struct: the body of a POST, a byte buffer */
+  TARN_ENVIRONMENT_COOKIES = 1         /* struct: the cookies of HTTP_COOKIE, a list */
+};
 
 /** Captures the environment; for a POST with a body, reads CONTENT_LENGTH bytes of standard input.
  *
@@ -880,9 +894,8 @@ TARN_API const char *CgiEnv_getRedirectStatus(TarnHandle *handle);
 
 /* ---- Form entries: FormEntry, FormEntryList ----------------------------------------------------
  *
- * An entry (TARN_FORM_ENTRY_MAGIC) is one field of a form: name in string 0 (none for a field
- * without a name), value in string 1, the value's length in int 0. Create one with CGIgs_new(),
- * release it with CGIgs_delete().
+ * An entry (TARN_FORM_ENTRY_MAGIC) is one field of a form: a name, a value and the value's length.
+ * Create one with CGIgs_new(), release it with CGIgs_delete().
  *
  * A list (TARN_FORM_ENTRY_LIST_MAGIC) owns copies of entries, in order. A value that holds a zero
  * byte is whole in your own entry; a list's copy ends at that byte, while its length stays.
@@ -891,6 +904,14 @@ TARN_API const char *CgiEnv_getRedirectStatus(TarnHandle *handle);
  * @param list   the list
  * @param index  counted from 0, in order of appending
  */
+
+/** The slots of an entry. */
+enum TarnEntrySlot {
+  TARN_ENTRY_NAME = 0,           /* string: the field's name; null for a field without a name */
+  TARN_ENTRY_VALUE = 1,          /* string: the value, with a zero byte after it */
+  TARN_ENTRY_STRIPPED_VALUE = 2, /* string: what FormEntry_getStrippedValue() returned last */
+  TARN_ENTRY_LENGTH = 0          /* int: the value's length in bytes */
+};
 
 /** Sets an entry's name and value.
  *
@@ -935,7 +956,7 @@ TARN_API int32_t FormEntry_compareValue(TarnHandle *entry, const char *value);
 
 /** Copies the value without the white space around it; see stripString().
  *
- *  A copy is kept in the entry, string 2.
+ *  A copy is kept in the entry (TARN_ENTRY_STRIPPED_VALUE).
  *
  *  @return new text, to be freed with free(); null when the entry has no value or memory runs out;
  *          CGIgs_empty_string, not to be freed, when `entry` is no entry
@@ -1009,9 +1030,8 @@ TARN_API const char *FormEntryList_toHTML(TarnHandle *list);
 
 /* ---- Uploaded files: FormFile, FormFileList ----------------------------------------------------
  *
- * A file (TARN_FORM_FILE_MAGIC) is one uploaded file: field name in string 0, the client's file
- * name, URL-decoded, in string 1, content type in string 2, the bytes in struct 0, a byte buffer.
- * The file name is what a stranger sent: it may hold "../", quotes and control bytes.
+ * A file (TARN_FORM_FILE_MAGIC) is one uploaded file. The file name is what a stranger sent: it may
+ * hold "../", quotes and control bytes.
  *
  * A list (TARN_FORM_FILE_LIST_MAGIC) owns copies of files, in order; copies share the bytes.
  *
@@ -1019,6 +1039,14 @@ TARN_API const char *FormEntryList_toHTML(TarnHandle *list);
  * @param list   the list
  * @param index  counted from 0, in order of appending
  */
+
+/** The slots of a file. */
+enum TarnFileSlot {
+  TARN_FILE_FIELD_NAME = 0,   /* string: the field's name */
+  TARN_FILE_FILENAME = 1,     /* string: the client's file name, URL-decoded */
+  TARN_FILE_CONTENT_TYPE = 2, /* string: the content type */
+  TARN_FILE_BYTES = 0         /* struct: the bytes, a byte buffer */
+};
 
 /** Fills a file.
  *
@@ -1104,13 +1132,20 @@ TARN_API const char *FormFileList_toHTML(TarnHandle *list);
 
 /* ---- Request: Tarn -----------------------------------------------------------------------------
  *
- * A request is a node (TARN_REQUEST_MAGIC): the environment in struct 0, the entry list in struct
- * 1, the file list in struct 2. Lookups take the first match.
+ * A request is a node (TARN_REQUEST_MAGIC) that holds the environment, the entries and the files.
+ * Lookups take the first match.
  *
  * @param handle  the request
  * @param name    the field's name
  * @param stream  ignored
  */
+
+/** The slots of a request. */
+enum TarnRequestSlot {
+  TARN_REQUEST_ENVIRONMENT = 0, /* struct: the environment */
+  TARN_REQUEST_ENTRIES = 1,     /* struct: the form entry list */
+  TARN_REQUEST_FILES = 2        /* struct: the form file list */
+};
 
 /** Takes in the request: environment, cookies, body, and the form, parsed.
  *
@@ -1231,9 +1266,8 @@ TARN_API void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t l
 
 /* ---- Cookies: HTTPCookie, HTTPCookieList -------------------------------------------------------
  *
- * A cookie (TARN_COOKIE_MAGIC) has name, value, comment, domain, path in strings 0 to 4, max-age in
- * int 0, the secure flag in int 1. Create one with CGIgs_new(), release it with CGIgs_delete(). A
- * list (TARN_COOKIE_LIST_MAGIC) owns copies of cookies, in order. Nothing is checked or escaped.
+ * A cookie (TARN_COOKIE_MAGIC) is created with CGIgs_new() and released with CGIgs_delete(). A list
+ * (TARN_COOKIE_LIST_MAGIC) owns copies of cookies, in order. Nothing is checked or escaped.
  *
  * @param cookie  the cookie
  * @param list    the list
@@ -1241,6 +1275,18 @@ TARN_API void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t l
  * @param maxAge  in seconds, kept as 32 bits
  * @param secure  0 for no; kept as given
  */
+
+/** The slots of a cookie. */
+enum TarnCookieSlot {
+  TARN_COOKIE_NAME = 0,     /* string */
+  TARN_COOKIE_VALUE = 1,    /* string */
+  TARN_COOKIE_COMMENT = 2,  /* string */
+  TARN_COOKIE_DOMAIN = 3,   /* string */
+  TARN_COOKIE_PATH = 4,     /* string */
+  TARN_COOKIE_RENDERED = 5, /* string: what HTTPCookie_toString() returned last */
+  TARN_COOKIE_MAX_AGE = 0,  /* int: in seconds, as a signed number */
+  TARN_COOKIE_SECURE = 1    /* int: the secure flag */
+};
 
 /** Fills a cookie, after emptying it.
  *
@@ -1274,7 +1320,7 @@ TARN_API TarnStatus HTTPCookie_setSecure(TarnHandle *cookie, int secure);
 
 /** Formats a cookie as one line for a log or a debugger; not for a Set-Cookie header.
  *
- *  Unset texts print as (null). A copy is kept in the cookie, string 5.
+ *  Unset texts print as (null). A copy is kept in the cookie (TARN_COOKIE_RENDERED).
  *
  *  @return new text, to be freed with free(); CGIgs_empty_string, not to be freed, when `cookie` is
  *          no cookie or memory runs out
@@ -1319,17 +1365,41 @@ TARN_API const char *HTTPCookieList_toHTML(TarnHandle *list);
  *
  * A header is a node of one of three types:
  *
- *   HTTPHeader (TARN_HEADER_MAGIC)                   content type in string 0, cookies in struct 0
- *   HTTPResponseHeader (TARN_RESPONSE_HEADER_MAGIC)  two texts in strings 0 and 1, a number in int
- *                                                    0, header lines in list 0, cookies in struct 0
- *   MultiPartHeader (TARN_MULTIPART_HEADER_MAGIC)    disposition, field name, file name, content
- *                                                    type in strings 0 to 3
+ *   HTTPHeader (TARN_HEADER_MAGIC)                   a content type and cookies
+ *   HTTPResponseHeader (TARN_RESPONSE_HEADER_MAGIC)  two texts, a number, header lines and cookies
+ *   MultiPartHeader (TARN_MULTIPART_HEADER_MAGIC)    the header of one part of a multipart body
  *
  * They hold data; what goes to the browser is for the script to write.
  *
  * @param header   the header
  * @param cookies  the list to copy
  */
+
+/** The slots of an HTTPHeader. */
+enum TarnHeaderSlot {
+  TARN_HEADER_CONTENT_TYPE = 0, /* string */
+  TARN_HEADER_COOKIES = 0       /* struct: a cookie list */
+};
+
+
+/** The slots of an HTTPResponseHeader. */
+enum TarnResponseHeaderSlot {
+  TARN_RESPONSE_HEADER_FIRST = 0,  /* string: the first text */
+  TARN_RESPONSE_HEADER_SECOND = 1, /* string: the second text */
+  TARN_RESPONSE_HEADER_NUMBER = 0, /* int: a number, signed */
+  TARN_RESPONSE_HEADER_LINES = 0,  /* list: header lines, `char *` */
+  TARN_RESPONSE_HEADER_COOKIES = 0 /* struct: a cookie list */
+};
+
+
+/** The slots of a MultiPartHeader. */
+enum TarnMultipartHeaderSlot {
+  TARN_MULTIPART_HEADER_DISPOSITION = 0, /* string: "form-data" */
+  TARN_MULTIPART_HEADER_NAME = 1,        /* string: the field's name */
+  TARN_MULTIPART_HEADER_FILENAME = 2,    /* string: the client's file name */
+  TARN_MULTIPART_HEADER_CONTENT_TYPE = 3 /* string: the content type */
+};
+
 
 /** Deletes a header and sets the handle to 0. @return TARN_OK; TARN_WRONG_TYPE */
 TARN_API TarnStatus HTTPHeader_delete(TarnHandle *header);
@@ -1433,10 +1503,9 @@ TARN_API const char *HTTPStatusHeader_toHTML(TarnHandle *header);
 
 /* ---- HTML attributes and elements: HTMLAttribute, HTMLElement and their lists ------------------
  *
- * An attribute (TARN_ATTRIBUTE_MAGIC) has name and value in strings 0 and 1. An element
- * (TARN_ELEMENT_MAGIC) has a name in string 0, a second text in string 1, a number in int 0, all
- * set with the node operations; its attributes in struct 0; its embedded elements in struct 1.
- * Create them with CGIgs_new(); release an attribute with CGIgs_delete(), an element with
+ * An attribute (TARN_ATTRIBUTE_MAGIC) has a name and a value. An element (TARN_ELEMENT_MAGIC) has a
+ * name, a second text and a number, all set with the node operations, attributes, and embedded
+ * elements. Create them with CGIgs_new(); release an attribute with CGIgs_delete(), an element with
  * HTMLElement_delete().
  *
  * The lists (TARN_ATTRIBUTE_LIST_MAGIC, TARN_ELEMENT_LIST_MAGIC) own copies, in order. They share
@@ -1448,6 +1517,23 @@ TARN_API const char *HTTPStatusHeader_toHTML(TarnHandle *header);
  * @param list       the list
  * @param index      counted from 0, in order of appending
  */
+
+/** The slots of an attribute. */
+enum TarnAttributeSlot {
+  TARN_ATTRIBUTE_NAME = 0, /* string */
+  TARN_ATTRIBUTE_VALUE = 1 /* string */
+};
+
+
+/** The slots of an element. */
+enum TarnElementSlot {
+  TARN_ELEMENT_NAME = 0,       /* string */
+  TARN_ELEMENT_TEXT = 1,       /* string: a second text, which Tarn does not interpret */
+  TARN_ELEMENT_NUMBER = 0,     /* int: a number, which Tarn does not interpret */
+  TARN_ELEMENT_ATTRIBUTES = 0, /* struct: the attribute list */
+  TARN_ELEMENT_EMBEDDED = 1    /* struct: the list of embedded elements */
+};
+
 
 /** Sets an attribute's name and value.
  *
