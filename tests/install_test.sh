@@ -21,7 +21,8 @@ unset DESTDIR
 # list is, too.
 installed=$root/installed.txt
 cp "$build/cmake_install.cmake" "$root/cmake_install.cmake"
-sed -i "s|\[\[$build/installed.txt\]\]|[[$installed]]|; s|$build/install_manifest|$root/install_manifest|" \
+sed -i -e "s|\[\[$build/installed.txt\]\]|[[$installed]]|" \
+  -e "s|\"$build/[^/\"]*MANIFEST}|\"$root/manifest|" \
   "$root/cmake_install.cmake"
 grep -qF "[[$installed]]" "$root/cmake_install.cmake" || fail 'no list is kept of what is installed'
 
