@@ -132,10 +132,13 @@ bool sameElements(TarnHandle a, TarnHandle b) {
   const auto same = [&a, &b](const ListType &type, uint32_t slot) {
     return sameLists(type, CGIgs_getStruct(&a, slot, 0), CGIgs_getStruct(&b, slot, 0));
   };
-  return sameText(CGIgs_getString(&a, 0, 0), CGIgs_getString(&b, 0, 0)) &&
-         sameText(CGIgs_getString(&a, 1, 0), CGIgs_getString(&b, 1, 0)) &&
-         CGIgs_getInt(&a, 0, 0) == CGIgs_getInt(&b, 0, 0) && same(kAttributeLists, 0) &&
-         same(kElementLists, 1);
+  return sameText(CGIgs_getString(&a, TARN_ELEMENT_NAME, 0),
+                  CGIgs_getString(&b, TARN_ELEMENT_NAME, 0)) &&
+         sameText(CGIgs_getString(&a, TARN_ELEMENT_TEXT, 0),
+                  CGIgs_getString(&b, TARN_ELEMENT_TEXT, 0)) &&
+         CGIgs_getInt(&a, TARN_ELEMENT_NUMBER, 0) == CGIgs_getInt(&b, TARN_ELEMENT_NUMBER, 0) &&
+         same(kAttributeLists, TARN_ELEMENT_ATTRIBUTES) &&
+         same(kElementLists, TARN_ELEMENT_EMBEDDED);
 }
 
 uint32_t Player::magic() { return kMagics[input.below(std::size(kMagics))]; }
@@ -226,25 +229,25 @@ void Player::expectElementsFreed(TarnHandle object) {
   };
   switch (CGIgs_getMagic(&object)) {
     case TARN_REQUEST_MAGIC: {
-      TarnHandle environment = CGIgs_getStruct(&object, 0, 0);
+      TarnHandle environment = CGIgs_getStruct(&object, TARN_REQUEST_ENVIRONMENT, 0);
       if (CGIgs_IsA(&environment, TARN_ENVIRONMENT_MAGIC)) expectElementsFreed(environment);
-      inStruct(1, kEntryLists);
-      return inStruct(2, kFileLists);
+      inStruct(TARN_REQUEST_ENTRIES, kEntryLists);
+      return inStruct(TARN_REQUEST_FILES, kFileLists);
     }
     case TARN_ENVIRONMENT_MAGIC:
-      return inStruct(1, kCookieLists);
+      return inStruct(TARN_ENVIRONMENT_COOKIES, kCookieLists);
     case TARN_HEADER_MAGIC:
-      return inStruct(0, kCookieLists);
+      return inStruct(TARN_HEADER_COOKIES, kCookieLists);
     case TARN_RESPONSE_HEADER_MAGIC: {
       TarnHandle lines = HTTPResponseHeader_getHeaderList(&object);
       for (uint32_t i = 0; i < TARNGenericList_getCount(&lines); ++i) {
         variables.expectFreed(TARNGenericList_getByIndex(&lines, i));
       }
-      return inStruct(0, kCookieLists);
+      return inStruct(TARN_RESPONSE_HEADER_COOKIES, kCookieLists);
     }
     case TARN_ELEMENT_MAGIC:
-      inStruct(0, kAttributeLists);
-      return inStruct(1, kElementLists);
+      inStruct(TARN_ELEMENT_ATTRIBUTES, kAttributeLists);
+      return inStruct(TARN_ELEMENT_EMBEDDED, kElementLists);
     default:
       return;
   }

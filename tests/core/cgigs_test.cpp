@@ -1131,4 +1131,58 @@ TEST(NodeWithoutMemory, WhatDoesNotFitIsAbsentFromAClone) {
   EXPECT_EQ(5u, CGIgs_getInt(copy, 2, kMagic));
 }
 
+// Compiled scripts hold the numbers and not the names.
+TEST(Slots, KeepTheirNumbers) {
+  constexpr struct {
+    uint32_t slot;
+    uint32_t number;
+  } kSlots[] = {
+      {TARN_LIST_ELEMENTS, 0},
+      {TARN_BYTE_BUFFER_LENGTH, 0},
+      {TARN_ENVIRONMENT_CONTENT_LENGTH, 0},
+      {TARN_ENVIRONMENT_HTTPS, 1},
+      {TARN_ENVIRONMENT_BODY, 0},
+      {TARN_ENVIRONMENT_COOKIES, 1},
+      {TARN_ENTRY_NAME, 0},
+      {TARN_ENTRY_VALUE, 1},
+      {TARN_ENTRY_STRIPPED_VALUE, 2},
+      {TARN_ENTRY_LENGTH, 0},
+      {TARN_FILE_FIELD_NAME, 0},
+      {TARN_FILE_FILENAME, 1},
+      {TARN_FILE_CONTENT_TYPE, 2},
+      {TARN_FILE_BYTES, 0},
+      {TARN_REQUEST_ENVIRONMENT, 0},
+      {TARN_REQUEST_ENTRIES, 1},
+      {TARN_REQUEST_FILES, 2},
+      {TARN_COOKIE_NAME, 0},
+      {TARN_COOKIE_VALUE, 1},
+      {TARN_COOKIE_COMMENT, 2},
+      {TARN_COOKIE_DOMAIN, 3},
+      {TARN_COOKIE_PATH, 4},
+      {TARN_COOKIE_RENDERED, 5},
+      {TARN_COOKIE_MAX_AGE, 0},
+      {TARN_COOKIE_SECURE, 1},
+      {TARN_HEADER_CONTENT_TYPE, 0},
+      {TARN_HEADER_COOKIES, 0},
+      {TARN_RESPONSE_HEADER_FIRST, 0},
+      {TARN_RESPONSE_HEADER_SECOND, 1},
+      {TARN_RESPONSE_HEADER_NUMBER, 0},
+      {TARN_RESPONSE_HEADER_LINES, 0},
+      {TARN_RESPONSE_HEADER_COOKIES, 0},
+      {TARN_MULTIPART_HEADER_DISPOSITION, 0},
+      {TARN_MULTIPART_HEADER_NAME, 1},
+      {TARN_MULTIPART_HEADER_FILENAME, 2},
+      {TARN_MULTIPART_HEADER_CONTENT_TYPE, 3},
+      {TARN_ATTRIBUTE_NAME, 0},
+      {TARN_ATTRIBUTE_VALUE, 1},
+      {TARN_ATTRIBUTE_NUMBER, 0},
+      {TARN_ELEMENT_NAME, 0},
+      {TARN_ELEMENT_TEXT, 1},
+      {TARN_ELEMENT_NUMBER, 0},
+      {TARN_ELEMENT_ATTRIBUTES, 0},
+      {TARN_ELEMENT_EMBEDDED, 1},
+  };
+  for (const auto &each : kSlots) EXPECT_EQ(each.number, each.slot) << (&each - kSlots);
+}
+
 }  // namespace
