@@ -79,6 +79,20 @@ done
 as_user=(env)
 chmod -R u+w "$root/tarn"
 
+# ---- Long steps ----------------------------------------------------------------------------------
+
+# Shows that it goes on, keeps what the command says for the log, and ends as the command does.
+status=0
+(
+  cd "$root/tarn"
+  . scripts/common.sh
+  patiently "$root/log" sh -c 'echo begun; sleep 5; echo ended >&2; exit 3'
+) 2>"$root/said" >"$root/printed" || status=$?
+[ "$status" = 3 ] || fail "a command that ends with status 3 ended with $status"
+[ "$(tr '\n' ' ' <"$root/log")" = 'begun ended ' ] || fail "the log has: $(cat "$root/log")"
+grep -qx '\.\.*' "$root/said" || fail "a command of five seconds showed: $(cat "$root/said")"
+[ ! -s "$root/printed" ] || fail 'dots went to standard output'
+
 # ---- A port that is taken, or that only root may take --------------------------------------------
 
 coproc server {
