@@ -34,9 +34,9 @@
  *     putting anything but a text from malloc(), owned by nobody else, into the list of header
  *     lines; (c) changing `fixed` or int 0 of a byte buffer; (d) giving CGIgs_setList() anything
  *     but an object that you own, for slots 0 and 1 a generic list, or giving the same one twice
- *     or into itself; (e) letting two typed lists name the same element (see CGIgs_clone()), or an
- *     element hold itself, and then clearing or deleting by type. All other calls are safe, in any
- *     order.
+ *     or into itself; (e) letting two lists name the same element or header line (see CGIgs_clone()),
+ *     or an element hold itself, and then clearing or deleting by type. All other calls are safe,
+ *     in any order.
  *
  * This header reads as C99 and as C++11.
  */
