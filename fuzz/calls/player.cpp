@@ -79,9 +79,12 @@ const ListType kElementLists = {TARN_ELEMENT_LIST_MAGIC,
                                 HTMLElementList_delete,
                                 HTMLElementList_clone};
 
-// Generic lists and strings have tags but are no nodes.
+// A generic list or a string is a node only if CGIgs_new() made it: then it is an index out of range
+// that is refused, and not the type.
 bool isNode(TarnHandle *handle, uint32_t magic) {
-  return !TARNGenericList_IsA(handle) && !TARNString_IsA(handle) && CGIgs_IsA(handle, magic);
+  const bool isRecord = TARNGenericList_IsA(handle) || TARNString_IsA(handle);
+  return CGIgs_IsA(handle, magic) &&
+         (!isRecord || CGIgs_setInt(handle, UINT32_MAX, 0, magic) == TARN_BAD_ARGUMENT);
 }
 
 bool sameText(const char *a, const char *b) { return a && b ? std::strcmp(a, b) == 0 : a == b; }
@@ -184,7 +187,14 @@ TarnHandle *Player::ofType(uint32_t wanted) {
     if (CGIgs_IsA(handle, wanted)) return handle;
   }
   TarnHandle *unused = variables.unused();
-  if (unused) EXPECT(CGIgs_new(unused, wanted) == TARN_OK);
+  if (!unused) return nullptr;
+  if (wanted == TARN_GENERIC_LIST_MAGIC && input.below(2) == 0) {
+    EXPECT(TARNGenericList_new(unused) == TARN_OK);
+  } else if (wanted == TARN_STRING_MAGIC && input.below(2) == 0) {
+    EXPECT(TARNString_new(unused) == TARN_OK);
+  } else {
+    EXPECT(CGIgs_new(unused, wanted) == TARN_OK);
+  }
   return unused;
 }
 
