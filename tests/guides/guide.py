@@ -21,6 +21,7 @@ import os
 import re
 import secrets
 import shlex
+import shutil
 import signal
 import subprocess
 import sys
@@ -188,6 +189,8 @@ def run(todo, installed, run_by=""):
         # A server that root starts works as another user, who has to get there.
         Path(folder).chmod(0o755)
         if run_by == "ordinary":
+            # The build folder may be where only root can go.
+            installed = shutil.copytree(installed, Path(folder) / "installed", symlinks=True)
             subprocess.run(["chown", "-R", ORDINARY_USER, folder], check=True)
         with open(printed, "wb") as output:
             shell = subprocess.Popen(
