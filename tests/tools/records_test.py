@@ -4,11 +4,13 @@
 import os
 import resource
 import shutil
+import signal
 import socket
 import stat
 import subprocess
 import sys
 import threading
+import time
 import unittest
 
 from tool import TOOLS, ToolTest, dumped
@@ -356,6 +358,40 @@ class UnderAServer(ToolTest):
         self.assertEqual(self.ask('unrecorded').body, EVERY_BYTE)
         self.assertIn('tarn-record: not recorded: ', self.server.log())
         self.assertFalse((self.folder / 'none').exists())
+
+    def test_a_script_is_run_though_no_log_can_be_written(self):
+        plain = self.directly('dump', {'CONTENT_LENGTH': '2'}, b'ab').stdout
+        for errors in ('2>&-', '2>/dev/full', '>&- 2>/dev/full', '<&-'):
+            ran = subprocess.run(['env', '-i', 'CONTENT_LENGTH=2', 'sh', '-c',
+                                  f'unset PWD OLDPWD; exec ./unrecorded {errors}'], input=b'ab',
+                                 capture_output=True, timeout=60, check=False, cwd=self.folder)
+            body = b'' if errors == '<&-' else b'ab'
+            if '>&- ' not in errors:
+                self.assertEqual(ran.stdout, plain.removesuffix(b'ab') + body, errors)
+            self.assertNotIn(b'Traceback', ran.stderr)
+
+    def test_a_name_of_a_script_that_is_none_is_told(self):
+        self.stand_in('named-none', self.records, 'a\0b')
+        ran = self.directly('named-none', {}, b'')
+        self.assertEqual((ran.returncode, ran.stdout, ran.stderr),
+                         (127, b'', b'tarn-record: embedded null byte\n'))
+
+    def test_a_signal_while_the_body_comes_is_the_end_without_a_traceback(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with subprocess.Popen([self.folder / 'recorded'], env={'CONTENT_LENGTH': '9'},
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                  stderr=subprocess.PIPE, preexec_fn=lambda number=number:
+                                  signal.signal(number, signal.SIG_DFL)) as process:
+                while 'memfd:body' not in self.open_files(process):
+                    time.sleep(0.01)
+                process.send_signal(number)
+                output, errors = process.communicate(timeout=60)
+            self.assertEqual((process.returncode, output, errors), (-number, b'', b''))
+
+    @staticmethod
+    def open_files(process):
+        folder = f'/proc/{process.pid}/fd'
+        return ' '.join(os.readlink(f'{folder}/{name}') for name in os.listdir(folder))
 
     def test_a_part_of_a_record_is_never_left(self):
         limited = {'CONTENT_LENGTH': '3', 'LONG': 'x' * 5000}
