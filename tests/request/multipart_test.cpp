@@ -828,6 +828,27 @@ TEST(TarnParseMime, WithoutMemoryMakesNothingAndWritesNothing) {
   });
 }
 
+// The blank line is overwritten once there is room for the value, be there room for the rest or not.
+TEST(TarnParseMime, WithoutRoomForTheValueOfAFileMakesNothingAndWritesNothing) {
+  asMultipartScript([](Request &request) {
+    const std::string value(100000, 'x');
+    const std::string text =
+        disposition("name=\"f\"; filename=\"f\"") + kType + "\r\n" + value + "\r\n";
+    ExactBlock bytes(text);
+    const size_t roomForTheName = sizeof "f";
+    const size_t roomForTheValue = value.size() + 1;
+    for (const size_t spare : {kLittleMemory, roomForTheName + roomForTheValue - 1}) {
+      withoutMemory([&] { Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size()); }, spare);
+      EXPECT_TRUE(text == bytes.str()) << spare;
+    }
+    EXPECT_EQ(Form{}, request.form());
+    withoutMemory([&] { Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size()); },
+                  roomForTheName + roomForTheValue);
+    EXPECT_TRUE(written(text) == bytes.str());
+    EXPECT_EQ(Form{}, request.form());
+  });
+}
+
 TEST(TarnParseMime, OfAPartWithoutBlankLineMakesNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     for (const std::string &text : {""s, "\0"s, "\r\n\r"s, "name=\"a\"\r\n1\r\n"s, "x\n\ny"s}) {

@@ -1,7 +1,6 @@
 #include "support/form.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -114,12 +113,6 @@ Form Request::taken() {
   Form held = form();
   empty();
   return held;
-}
-
-void limitProcessorTime() {
-  const rlim_t seconds = kSanitized ? 45 : 3;
-  const rlimit limit{seconds, seconds};
-  EXPECT_EQ(0, setrlimit(RLIMIT_CPU, &limit));
 }
 
 void expectForm(const Variables &variables, std::string_view body, const Form &expected,

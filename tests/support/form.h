@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/processor_time.h"
 #include "support/script.h"
 #include "tarn.h"
 
@@ -117,10 +118,6 @@ class Request {
   TarnHandle handle = 0;
   const TarnStatus status;
 };
-
-// Ends the running script, and fails its test, when it takes longer than any of the inputs here can
-// when the work grows in proportion to the input; with the square of it, megabytes take longer.
-void limitProcessorTime();
 
 // Runs a script that takes this request in, under that limit, and compares what it got.
 void expectForm(const Variables &variables, std::string_view body, const Form &expected,
