@@ -142,6 +142,21 @@ class ExactBlock {
 enum class After { kEnd, kOpen };
 void feedStandardInput(std::string_view body, After after = After::kEnd);
 
+// Sends a body to the running script's standard input, byte by byte, while SIGALRM comes every
+// millisecond, with these flags of sigaction()'s. The second half of it waits for signals, so that
+// some come while the script reads, however busy the machine is.
+class InputThroughSignals {
+ public:
+  explicit InputThroughSignals(const std::string &body, int flags = 0);
+  // Ends the signals, and sees that all of the body was sent.
+  ~InputThroughSignals();
+  InputThroughSignals(const InputThroughSignals &) = delete;
+  InputThroughSignals &operator=(const InputThroughSignals &) = delete;
+
+ private:
+  int sender_ = 0;
+};
+
 // Calls `look` with a null address, an empty handle, and handles of nodes of several types and of a
 // generic list, without the type that is left out, and checks that they stay what they were.
 void withEveryHandleBut(uint32_t leftOut, const std::function<void(TarnHandle *)> &look);
