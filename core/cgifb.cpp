@@ -3,13 +3,11 @@
 namespace tarn {
 namespace {
 
-enum Number : uint32_t { kCount };
-
 // Copies of the node share the bytes, and scripts read them after every node is gone.
 void keepBytes(Node &buffer, OwnedText block, uint32_t count) {
   abandon(block.get());
   buffer.fixed = handleOf(block.release());
-  buffer.ints[kCount] = count;
+  buffer.ints[TARN_BYTE_BUFFER_LENGTH] = count;
 }
 
 }  // namespace
@@ -30,7 +28,9 @@ TarnStatus fillByteBuffer(Node *buffer, const void *data, uint32_t length) {
   return TARN_OK;
 }
 
-Bytes bytesOf(const Node &buffer) { return {blockAt<char>(buffer.fixed), buffer.ints[kCount]}; }
+Bytes bytesOf(const Node &buffer) {
+  return {blockAt<char>(buffer.fixed), buffer.ints[TARN_BYTE_BUFFER_LENGTH]};
+}
 
 }  // namespace tarn
 

@@ -1,9 +1,10 @@
 #include "core/cgigs.h"
 
-#include "core/tarn_string.h"
-
 namespace tarn {
 namespace {
+
+// What a node's record of its room can hold.
+constexpr uint32_t kMostRoom = UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : INT32_MAX;
 
 // Struct slots are followed without recursion, so that no depth of children can exhaust a stack.
 // Nodes that wait to be released hang on a chain through their `fixed` slots, which nobody reads
@@ -11,13 +12,13 @@ namespace {
 
 // A struct slot holds a child or what a script parked there through list index 2: a list, mostly.
 void hang(TarnHandle child, Node *&chain) {
-  if (GenericList *list = listAt(child)) {
+  if (Node *node = nodeAt(child, 0)) {
+    node->fixed = handleOf(chain);
+    chain = node;
+  } else if (GenericList *list = listAt(child)) {
     deleteList(list);
   } else if (String *string = stringAt(child)) {
     deleteString(string);
-  } else if (Node *node = blockAt<Node>(child)) {
-    node->fixed = handleOf(chain);
-    chain = node;
   }
 }
 
@@ -27,12 +28,9 @@ void hangChildren(Node &node, Node *&chain) {
 }
 
 // A slot that a script filled with something other than a list keeps it: it is the script's.
-void deleteLists(Node &node) {
+void hangLists(Node &node, Node *&chain) {
   for (TarnHandle &slot : node.lists) {
-    if (GenericList *list = listAt(slot)) {
-      slot = 0;
-      deleteList(list);
-    }
+    if (listAt(slot)) hang(take(slot), chain);
   }
 }
 
@@ -43,13 +41,28 @@ void releaseText(const Node &node, char *text) {
   if (offset >= node.room) std::free(text);
 }
 
+// A node's block, and what its list or string part has made.
+void freeBlock(Node *node) {
+  if (node->magic == TARN_GENERIC_LIST_MAGIC) {
+    auto *block = recordOf<GenericList>(node);
+    releaseWords(block->record);
+    std::free(block);
+  } else if (node->magic == TARN_STRING_MAGIC) {
+    auto *block = recordOf<String>(node);
+    std::free(block->record.buffer);
+    std::free(block);
+  } else {
+    std::free(node);
+  }
+}
+
 void destroyChain(Node *chain) {
   while (Node *node = chain) {
-    chain = blockAt<Node>(node->fixed);
+    chain = nodeAt(node->fixed, 0);
     hangChildren(*node, chain);
-    deleteLists(*node);
+    hangLists(*node, chain);
     for (char *text : node->strings) releaseText(*node, text);
-    std::free(node);
+    freeBlock(node);
   }
 }
 
@@ -72,10 +85,15 @@ Node *addShell(const Node &source, Node *&chain) {
   return copy;
 }
 
-void fillShell(Node &copy, const Node &source, Node *&chain) {
+// False when memory did not suffice for all of it.
+bool fillShell(Node &copy, const Node &source, Node *&chain) {
+  bool whole = true;
   for (uint32_t i = 0; i < kListSlots; ++i) {
-    if (const GenericList *list = listAt(source.lists[i]))
-      copy.lists[i] = handleOf(copyList(*list));
+    if (const GenericList *list = listAt(source.lists[i])) {
+      const GenericList *made = copyList(*list);
+      copy.lists[i] = handleOf(made);
+      whole = whole && made && isWholeCopy(*made, *list);
+    }
   }
   for (uint32_t i = 0; i < kStructSlots; ++i) {
     // A child stored under tag 0 cannot be made anew: creation refuses that tag.
@@ -83,40 +101,59 @@ void fillShell(Node &copy, const Node &source, Node *&chain) {
     const Node *child = magic ? childOf(source, i, magic) : nullptr;
     copy.structs[i] = child ? handleOf(addShell(*child, chain)) : 0;
     copy.childMagics[i] = magic;
+    whole = whole && (!child || copy.structs[i]);
   }
   for (uint32_t i = 0; i < kStringSlots; ++i) {
     copy.strings[i] = copyText(source.strings[i]).release();
+    whole = whole && (!source.strings[i] || copy.strings[i]);
   }
   for (uint32_t i = 0; i < kIntSlots; ++i) copy.ints[i] = source.ints[i];
   copy.doubleValue = source.doubleValue;
   copy.fixed = source.fixed;
+  copy.incomplete = source.incomplete;
+  return whole;
+}
+
+// A list or a string with the node that it is.
+template <class Record>
+Node *newRecordAndNode(uint32_t magic) {
+  auto *block = static_cast<RecordAndNode<Record> *>(std::calloc(1, sizeof(RecordAndNode<Record>)));
+  if (!block) return nullptr;
+  block->record.magic = magic;
+  block->record.node = &block->node;
+  block->node.magic = magic;
+  return &block->node;
 }
 
 }  // namespace
 
 Node *newNode(uint32_t magic, size_t room) {
-  if (room > UINT32_MAX || room > PTRDIFF_MAX - sizeof(Node)) return nullptr;
+  if (magic == TARN_GENERIC_LIST_MAGIC) return newRecordAndNode<GenericList>(magic);
+  if (magic == TARN_STRING_MAGIC) return newRecordAndNode<String>(magic);
+  if (room > kMostRoom || room > PTRDIFF_MAX - sizeof(Node)) return nullptr;
   auto *node = static_cast<Node *>(std::malloc(sizeof(Node) + room));
   if (!node) return nullptr;
   *node = {};
   node->magic = magic;
-  node->room = static_cast<uint32_t>(room);
+  node->room = static_cast<uint32_t>(room) & kMostRoom;
   return node;
 }
 
 Node *copyNode(const Node &source) {
   Node *chain = nullptr;
   Node *top = addShell(source, chain);
+  bool whole = true;
   while (Node *copy = chain) {
-    chain = blockAt<Node>(copy->structs[kNextCopy]);
-    fillShell(*copy, *blockAt<const Node>(copy->structs[kSource]), chain);
+    chain = nodeAt(copy->structs[kNextCopy], 0);
+    whole = fillShell(*copy, *nodeAt(copy->structs[kSource], 0), chain) && whole;
   }
+  if (!whole) top->incomplete = 1;
   return top;
 }
 
 void emptyNode(Node &node) {
-  deleteLists(node);
   Node *chain = nullptr;
+  hangLists(node, chain);
   hangChildren(node, chain);
   destroyChain(chain);
   // Strings 2 to 7 survive a clear; scripts read them afterwards.
@@ -124,6 +161,7 @@ void emptyNode(Node &node) {
   for (uint32_t &number : node.ints) number = 0;
   node.doubleValue = 0;
   node.fixed = 0;
+  node.incomplete = 0;
 }
 
 void destroyNode(Node *node) { releaseChild(handleOf(node)); }

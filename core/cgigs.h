@@ -2,9 +2,12 @@
 #ifndef TARN_CORE_CGIGS_H
 #define TARN_CORE_CGIGS_H
 
+#include <cstddef>
+
 #include "core/generic_list.h"
 #include "core/handle.h"
 #include "core/memory.h"
+#include "core/tarn_string.h"
 
 namespace tarn {
 
@@ -19,7 +22,7 @@ constexpr uint32_t kIntSlots = 3;
 struct Node {
   uint32_t magic;
 #if UINTPTR_MAX > UINT32_MAX
-  uint32_t gap;  // zero: made under their tags, a list or a string begins to count here
+  uint32_t incomplete;  // 1 when something that belongs here was lost; it fills a gap
 #endif
   TarnHandle lists[kListSlots];
   TarnHandle structs[kStructSlots];
@@ -32,8 +35,19 @@ struct Node {
   float doubleValue;
   uintptr_t fixed;
 #if UINTPTR_MAX == UINT32_MAX
-  uint32_t room;
+  uint32_t room : 31;
+  uint32_t incomplete : 1;
 #endif
+};
+
+// CGIgs_new() under the tag of a generic list or of a string makes a node, as under any other tag,
+// and list or string operations accept what carries their tag. So that neither kind of operation
+// can damage what the other stored, such an object is both: a record, which its handle names, and a
+// node behind it.
+template <class Record>
+struct RecordAndNode {
+  Record record;
+  Node node;
 };
 
 // An empty node with room for texts, which is not zeroed; null without memory.
@@ -44,7 +58,7 @@ inline char *roomOf(Node &node) { return reinterpret_cast<char *>(&node + 1); }
 inline void placeText(Node &node, uint32_t slot, char *text) { node.strings[slot] = text; }
 
 // A deep copy but for lists, whose elements are shared, and `fixed`. What memory does not suffice
-// for is absent from the copy; null when that is the node itself.
+// for is absent from the copy, which is marked as incomplete; null when that is the node itself.
 Node *copyNode(const Node &source);
 
 // Releases what a node holds and keeps the node; strings 2 to 7 stay.
@@ -59,12 +73,29 @@ void setText(Node &node, uint32_t slot, OwnedText text);
 // Replaces a child by one that the node owns from now on; null empties the slot.
 void setChild(Node &node, uint32_t slot, Node *child);
 
-// The node at this address when it carries the tag (0: any), else null. Generic lists and strings
-// are records of their own: to look for a node's slots in them would read beyond their blocks.
+// The node at this address when it carries the tag (0: any), else null. A generic list or a string
+// made by its own constructor has no node.
 inline Node *nodeAt(TarnHandle value, uint32_t magic) {
   const uint32_t found = magicAt(value);
-  if (found == 0 || found == TARN_GENERIC_LIST_MAGIC || found == TARN_STRING_MAGIC) return nullptr;
-  return magic == 0 || magic == found ? blockAt<Node>(value) : nullptr;
+  if (found == 0 || (magic != 0 && magic != found)) return nullptr;
+  if (found == TARN_GENERIC_LIST_MAGIC) return blockAt<GenericList>(value)->node;
+  if (found == TARN_STRING_MAGIC) return blockAt<String>(value)->node;
+  return blockAt<Node>(value);
+}
+
+template <class Record>
+RecordAndNode<Record> *recordOf(const Node *node) {
+  return blockAt<RecordAndNode<Record>>(reinterpret_cast<uintptr_t>(node) -
+                                        offsetof(RecordAndNode<Record>, node));
+}
+
+// The way back from nodeAt().
+inline TarnHandle handleOf(const Node *node) {
+  if (node && node->magic == TARN_GENERIC_LIST_MAGIC)
+    return handleOf(static_cast<const void *>(recordOf<GenericList>(node)));
+  if (node && node->magic == TARN_STRING_MAGIC)
+    return handleOf(static_cast<const void *>(recordOf<String>(node)));
+  return handleOf(static_cast<const void *>(node));
 }
 
 inline Node *nodeIn(const TarnHandle *handle, uint32_t magic) {

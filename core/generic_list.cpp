@@ -1,15 +1,23 @@
 #include "core/generic_list.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
+#include "core/cgigs.h"
 #include "core/memory.h"
 
 namespace tarn {
 namespace {
 
 constexpr uint32_t kStep = 10;
+
+uintptr_t *newWords(uint32_t words) {
+  const uint64_t size = uint64_t{words} * sizeof(uintptr_t);
+  if (size > PTRDIFF_MAX) return nullptr;
+  return static_cast<uintptr_t *>(std::calloc(1, static_cast<size_t>(size)));
+}
 
 uintptr_t *resized(uintptr_t *data, uint32_t words) {
   const uint64_t size = uint64_t{words} * sizeof(uintptr_t);
@@ -21,10 +29,22 @@ void copyWords(uintptr_t *to, const void *from, uint32_t words) {
   if (to && from) std::memcpy(to, from, words * sizeof(uintptr_t));
 }
 
+// Replaces the list's array by a larger one, unless that is null. The first `old` words move.
+bool moveTo(GenericList &list, uintptr_t *data, uint32_t old, uint32_t room) {
+  if (!data) return false;
+  copyWords(data, list.data, old);
+  releaseWords(list);
+  list.data = data;
+  list.room = room;
+  return true;
+}
+
 // Gives the list an array of at least `words`. It doubles, so that appending costs the same however
 // long the list is, while the capacity that scripts see moves by ten.
 bool makeRoom(GenericList &list, uint32_t words) {
   if (words <= list.room) return true;
+  // Far more than there is: a new array, whose zeros cost nothing until they are written over.
+  if (words / 2 > list.room) return moveTo(list, newWords(words), list.room, words);
   uint32_t room = std::max(words, list.room > UINT32_MAX / 2 ? UINT32_MAX : list.room * 2);
   uintptr_t *data = resized(list.data, room);
   if (!data) data = resized(list.data, room = words);
@@ -35,16 +55,32 @@ bool makeRoom(GenericList &list, uint32_t words) {
   return true;
 }
 
-// Raises the capacity by tens until it is at least `least`, a step at a time as far as scripts see,
-// in one go for the array. When memory runs out the capacity has taken its first step all the same.
-TarnStatus raise(GenericList &list, uint32_t least) {
+// Raises the capacity as far as memory goes, by fewer than `steps` steps: by the largest power of two
+// that can be had, then by the next. Only the words that were there are copied; the others are zero.
+void growPartly(GenericList &list, uint32_t steps) {
+  const uint32_t old = list.room;
+  uint32_t done = 0;
+  for (uint32_t more = std::bit_floor(steps); more > 0; more /= 2) {
+    if (done + more >= steps) continue;
+    const uint32_t words = list.capacity + (done + more) * kStep;
+    if (words <= list.room || moveTo(list, newWords(words), old, words)) done += more;
+  }
+  list.capacity += done * kStep;
+}
+
+// Raises the capacity by tens until it is at least `least`: a step at a time as far as scripts see,
+// in one go for the array. When memory runs out, the capacity keeps the steps that succeeded and
+// counts the one that failed, although the array did not grow with that.
+TarnStatus growTo(GenericList &list, uint32_t least) {
   if (list.capacity >= least) return TARN_OK;
-  const uint64_t steps = (uint64_t{least} - list.capacity + kStep - 1) / kStep;
-  const uint64_t wanted = list.capacity + steps * kStep;
-  if (wanted <= UINT32_MAX && makeRoom(list, static_cast<uint32_t>(wanted))) {
-    list.capacity = static_cast<uint32_t>(wanted);
+  const uint32_t steps = (least - list.capacity - 1) / kStep + 1;
+  const uint32_t most = (UINT32_MAX - list.capacity) / kStep;
+  const uint32_t wanted = list.capacity + steps * kStep;
+  if (steps <= most && makeRoom(list, wanted)) {
+    list.capacity = wanted;
     return TARN_OK;
   }
+  if (steps <= most) growPartly(list, steps);
   if (list.capacity <= UINT32_MAX - kStep) list.capacity += kStep;
   return TARN_OUT_OF_MEMORY;
 }
@@ -69,8 +105,11 @@ GenericList *newList() {
   return list;
 }
 
+void releaseWords(GenericList &list) { std::free(take(list.data)); }
+
 void deleteList(GenericList *list) {
-  std::free(list->data);
+  if (list->node) return destroyNode(list->node);
+  releaseWords(*list);
   std::free(list);
 }
 
@@ -85,10 +124,14 @@ GenericList *copyList(const GenericList &source) {
   return copy;
 }
 
+bool isWholeCopy(const GenericList &copy, const GenericList &source) {
+  return copy.room >= std::min(source.room, source.capacity);
+}
+
 TarnStatus append(GenericList *list, uintptr_t value) {
   if (!list) return TARN_WRONG_TYPE;
   if (list->count == UINT32_MAX) return TARN_OUT_OF_MEMORY;
-  if (TarnStatus status = raise(*list, list->count + 1)) return status;
+  if (TarnStatus status = growTo(*list, list->count + 1)) return status;
   if (TarnStatus status = write(*list, list->count, value)) return status;
   ++list->count;
   return TARN_OK;
@@ -177,7 +220,7 @@ uintptr_t TARNGenericList_getByIndex(TarnHandle *handle, uint32_t index) {
 TarnStatus TARNGenericList_reserve(TarnHandle *handle, uint32_t n) {
   GenericList *list = listIn(handle);
   if (!list) return TARN_WRONG_TYPE;
-  return raise(*list, n);
+  return growTo(*list, n);
 }
 
 TarnStatus TARNGenericList_setByIndex(TarnHandle *handle, uint32_t index, uintptr_t value) {

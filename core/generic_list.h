@@ -5,6 +5,8 @@
 
 namespace tarn {
 
+struct Node;
+
 // Scripts read the first four fields by their order.
 struct GenericList {
   uint32_t magic;
@@ -13,13 +15,20 @@ struct GenericList {
   uintptr_t *data;
   uint32_t room;  // what `data` really holds: more than the capacity when it grew ahead of it, less
                   // after a growth that failed
+  Node *node;     // null, but for a list that CGIgs_new() made, which is a node too (core/cgigs.h)
 };
 
 GenericList *newList();
+
+// Releases the list's array and keeps the list.
+void releaseWords(GenericList &list);
+
+// Releases the list, and the node that it is a part of.
 void deleteList(GenericList *list);
 
 // The copy has the same words. Without memory for them it has the same count and reads as zeros.
 GenericList *copyList(const GenericList &source);
+bool isWholeCopy(const GenericList &copy, const GenericList &source);
 
 // A missing list is one of the wrong type.
 TarnStatus append(GenericList *list, uintptr_t value);

@@ -27,7 +27,7 @@ struct NodeList {
 
   // Null until something has been added, and for what is no list.
   static GenericList *elements(const Node *list) {
-    return list ? listAt(list->lists[kElements]) : nullptr;
+    return list ? listAt(list->lists[TARN_LIST_ELEMENTS]) : nullptr;
   }
 
   static uint32_t count(const Node *list) {
@@ -47,7 +47,7 @@ struct NodeList {
 
   // A fresh list has nothing to reserve in yet and stays without an array.
   static void reserve(Node *list, uint32_t capacity) {
-    if (elements(list)) TARNGenericList_reserve(&list->lists[kElements], capacity);
+    if (elements(list)) TARNGenericList_reserve(&list->lists[TARN_LIST_ELEMENTS], capacity);
   }
 
   // Appends an element that the list owns from now on; one that cannot be appended is released.
@@ -141,10 +141,9 @@ struct NodeList {
   }
 
  private:
-  enum List : uint32_t { kElements };
-
   static void begin(Node *list) {
-    if (list && !list->lists[kElements]) list->lists[kElements] = handleOf(newList());
+    if (list && !list->lists[TARN_LIST_ELEMENTS])
+      list->lists[TARN_LIST_ELEMENTS] = handleOf(newList());
   }
 };
 

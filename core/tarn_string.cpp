@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "core/cgigs.h"
 #include "core/memory.h"
 
 namespace tarn {
@@ -146,6 +147,7 @@ String *newString(TarnStatus &status) {
 }  // namespace
 
 void deleteString(String *string) {
+  if (string->node) return destroyNode(string->node);
   std::free(string->buffer);
   std::free(string);
 }

@@ -5,6 +5,8 @@
 
 namespace tarn {
 
+struct Node;
+
 // Scripts read the first three fields by their order.
 struct String {
   uint32_t magic;
@@ -14,8 +16,11 @@ struct String {
   char *buffer;
   // What the buffer really holds; its last byte is always zero.
   size_t room;
+  // Null, but for a string that CGIgs_new() made, which is a node too (core/cgigs.h).
+  Node *node;
 };
 
+// Releases the string, and the node that it is a part of.
 void deleteString(String *string);
 
 inline String *stringAt(TarnHandle value) {

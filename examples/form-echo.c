@@ -66,14 +66,14 @@ static void beginRow(const char *name) {
 static void endRow(void) { puts(plain ? "" : "</td></tr>"); }
 
 static void showEntries(TarnHandle *request) {
-  TarnHandle entries = CGIgs_getStruct(request, 1, TARN_REQUEST_MAGIC);
+  TarnHandle entries = CGIgs_getStruct(request, TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC);
   const int count = FormEntryList_getCount(&entries);
   beginSection("Entries", count);
   for (int i = 0; i < count; i++) {
     TarnHandle entry = FormEntryList_getByIndex(&entries, (uint32_t)i);
-    const char *value = CGIgs_getString(&entry, 1, TARN_FORM_ENTRY_MAGIC);
-    const uint32_t length = CGIgs_getInt(&entry, 0, TARN_FORM_ENTRY_MAGIC);
-    beginRow(CGIgs_getString(&entry, 0, TARN_FORM_ENTRY_MAGIC));
+    const char *value = CGIgs_getString(&entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC);
+    const uint32_t length = CGIgs_getInt(&entry, TARN_ENTRY_LENGTH, TARN_FORM_ENTRY_MAGIC);
+    beginRow(CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC));
     put(value);
     if (value && strlen(value) < length) printf(" (cut at a zero byte; %u bytes)", length);
     endRow();
@@ -82,15 +82,15 @@ static void showEntries(TarnHandle *request) {
 }
 
 static void showFiles(TarnHandle *request) {
-  TarnHandle files = CGIgs_getStruct(request, 2, TARN_REQUEST_MAGIC);
+  TarnHandle files = CGIgs_getStruct(request, TARN_REQUEST_FILES, TARN_REQUEST_MAGIC);
   const int count = FormFileList_getCount(&files);
   beginSection("Files", count);
   for (int i = 0; i < count; i++) {
     TarnHandle file = FormFileList_getByIndex(&files, (uint32_t)i);
-    beginRow(CGIgs_getString(&file, 0, TARN_FORM_FILE_MAGIC));
-    put(CGIgs_getString(&file, 1, TARN_FORM_FILE_MAGIC));
+    beginRow(CGIgs_getString(&file, TARN_FILE_FIELD_NAME, TARN_FORM_FILE_MAGIC));
+    put(CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC));
     fputs(", ", stdout);
-    put(CGIgs_getString(&file, 2, TARN_FORM_FILE_MAGIC));
+    put(CGIgs_getString(&file, TARN_FILE_CONTENT_TYPE, TARN_FORM_FILE_MAGIC));
     printf(", %u bytes", FormFile_getDataLength(&file));
     endRow();
   }
@@ -98,13 +98,14 @@ static void showFiles(TarnHandle *request) {
 }
 
 static void showCookies(TarnHandle *environment) {
-  TarnHandle cookies = CGIgs_getStruct(environment, 1, TARN_ENVIRONMENT_MAGIC);
+  TarnHandle cookies =
+      CGIgs_getStruct(environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
   const int count = HTTPCookieList_getCount(&cookies);
   beginSection("Cookies", count);
   for (int i = 0; i < count; i++) {
     TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, (uint32_t)i);
-    beginRow(CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC));
-    put(CGIgs_getString(&cookie, 1, TARN_COOKIE_MAGIC));
+    beginRow(CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC));
+    put(CGIgs_getString(&cookie, TARN_COOKIE_VALUE, TARN_COOKIE_MAGIC));
     endRow();
   }
   endSection(count);
@@ -134,7 +135,7 @@ int main(void) {
     puts("Status: 500 Internal Server Error\nContent-Type: text/plain\n\nThe form cannot be read.");
     return 1;
   }
-  TarnHandle environment = CGIgs_getStruct(&request, 0, TARN_REQUEST_MAGIC);
+  TarnHandle environment = CGIgs_getStruct(&request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
   plain = strncmp(CgiEnv_getAccept(&environment), "text/plain", 10) == 0;
   if (plain) puts("Content-Type: text/plain; charset=utf-8\nX-Content-Type-Options: nosniff\n");
   if (plain ? !isMethod("HEAD") : beginPage("What this request brought")) {

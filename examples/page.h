@@ -23,19 +23,20 @@ static inline int isMethod(const char *method) {
 /* A field of the form without the white space around it, to be freed. */
 static inline char *field(TarnHandle *request, const char *name) {
   TarnHandle entry = Tarn_getElementByName(request, name);
-  const char *value = CGIgs_getString(&entry, 1, TARN_FORM_ENTRY_MAGIC);
+  const char *value = CGIgs_getString(&entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC);
   return stripString(value ? value : "");
 }
 
-/* A cookie's value, empty when there is none; its name counts to the letter. */
+/* A cookie's value, empty when there is none; names are compared exactly. */
 static inline const char *cookieValue(TarnHandle *request, const char *name) {
-  TarnHandle environment = CGIgs_getStruct(request, 0, TARN_REQUEST_MAGIC);
-  TarnHandle cookies = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+  TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
+  TarnHandle cookies =
+      CGIgs_getStruct(&environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
   const int count = HTTPCookieList_getCount(&cookies);
   for (int i = 0; i < count; i++) {
     TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, (uint32_t)i);
-    const char *found = CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC);
-    const char *value = CGIgs_getString(&cookie, 1, TARN_COOKIE_MAGIC);
+    const char *found = CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC);
+    const char *value = CGIgs_getString(&cookie, TARN_COOKIE_VALUE, TARN_COOKIE_MAGIC);
     if (found && value && strcmp(found, name) == 0) return value;
   }
   return "";
@@ -44,10 +45,10 @@ static inline const char *cookieValue(TarnHandle *request, const char *name) {
 /* A body whose sender hung up is the beginning of a form, filled up with zero bytes. A whole one
  * ends in its closing boundary, or, URL-encoded, in a byte that is not zero. */
 static inline int arrivedWhole(TarnHandle *request) {
-  TarnHandle environment = CGIgs_getStruct(request, 0, TARN_REQUEST_MAGIC);
-  TarnHandle body = CGIgs_getStruct(&environment, 0, TARN_ENVIRONMENT_MAGIC);
+  TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
+  TarnHandle body = CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
   const char *bytes = (const char *)CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC);
-  size_t length = CGIgs_getInt(&body, 0, TARN_BYTE_BUFFER_MAGIC);
+  size_t length = CGIgs_getInt(&body, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
   const char *boundary = strstr(CgiEnv_getContentType(NULL), "boundary=");
   if (!bytes || !length) return 0;
   if (!boundary) return bytes[length - 1] != '\0';

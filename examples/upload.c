@@ -34,7 +34,7 @@ static int keepAll(TarnHandle *files, FILE *answer) {
   fputs(count ? "<ul>\n" : "<p>No file came.</p>\n", answer);
   for (int i = 0; i < count; i++) {
     TarnHandle file = FormFileList_getByIndex(files, (uint32_t)i);
-    const char *sent = CGIgs_getString(&file, 1, TARN_FORM_FILE_MAGIC);
+    const char *sent = CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC);
     char name[HARMLESS_BYTES + 16] = ""; /* and a number in front */
     /* A part without a Content-Type arrives as a file that has no name and no bytes. */
     const int kept = sent && keep(&file, sent, name);
@@ -110,7 +110,7 @@ int main(void) {
   const TarnStatus taken = Tarn_new(&request);
   const int place = open(folder ? folder : "", O_RDONLY | O_DIRECTORY);
   const int there = taken == TARN_OK && fchdir(place) == 0;
-  TarnHandle files = CGIgs_getStruct(&request, 2, TARN_REQUEST_MAGIC);
+  TarnHandle files = CGIgs_getStruct(&request, TARN_REQUEST_FILES, TARN_REQUEST_MAGIC);
   const int post = isMethod("POST");
   char *wanted = post ? NULL : field(&request, "file");
   char *answer = NULL;

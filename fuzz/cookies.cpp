@@ -38,7 +38,7 @@ void fuzz(Input input) {
   Script script({{"HTTP_COOKIE", header.data()}}, "");
   TarnHandle environment = 0;
   EXPECT(CgiEnv_new(&environment) == TARN_OK);
-  TarnHandle list = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+  TarnHandle list = CGIgs_getStruct(&environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
   const Cookies expected = reference::cookies(header.data());
   EXPECT(cookiesOf(list) == expected);
   for (uint32_t i = 0; i < std::min(expected.size(), kCompared); ++i) {

@@ -26,7 +26,8 @@ void fuzz(Input input) {
                 arrives);
   Request request;
   TarnHandle environment = request.child(0);
-  const Text body = bytesOf(CGIgs_getStruct(&environment, 0, TARN_ENVIRONMENT_MAGIC));
+  const Text body =
+      bytesOf(CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC));
   const auto count = static_cast<size_t>(std::max(length, 0L));
   const std::string_view taken = arrives.substr(0, count);
   // A length that cannot be leaves the request without a form; its status is the parse's.

@@ -151,7 +151,8 @@ void expectBack(const std::string &pair, const std::string &name, const std::str
   Script script({{"HTTP_COOKIE", "first=1; " + pair + "; last=1"}}, "");
   TarnHandle environment = 0;
   EXPECT(CgiEnv_new(&environment) == TARN_OK);
-  const Cookies cookies = cookiesOf(CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC));
+  const Cookies cookies =
+      cookiesOf(CGIgs_getStruct(&environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC));
   EXPECT(cookies.size() == 3 && cookies[1].name == name && cookies[1].value == value);
   EXPECT(CgiEnv_delete(&environment) == TARN_OK);
 }

@@ -17,9 +17,9 @@ std::vector<Entry> entriesOf(TarnHandle list) {
   for (uint32_t i = 0; i < count; ++i) {
     TarnHandle entry = FormEntryList_getByIndex(&list, i);
     EXPECT(CGIgs_IsA(&entry, TARN_FORM_ENTRY_MAGIC));
-    entries.push_back({textOf(CGIgs_getString(&entry, 0, TARN_FORM_ENTRY_MAGIC)),
-                       textOf(CGIgs_getString(&entry, 1, TARN_FORM_ENTRY_MAGIC)),
-                       CGIgs_getInt(&entry, 0, TARN_FORM_ENTRY_MAGIC)});
+    entries.push_back({textOf(CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC)),
+                       textOf(CGIgs_getString(&entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC)),
+                       CGIgs_getInt(&entry, TARN_ENTRY_LENGTH, TARN_FORM_ENTRY_MAGIC)});
   }
   EXPECT(FormEntryList_getByIndex(&list, count) == 0);
   return entries;
@@ -31,10 +31,10 @@ std::vector<File> filesOf(TarnHandle list) {
   for (uint32_t i = 0; i < count; ++i) {
     TarnHandle file = FormFileList_getByIndex(&list, i);
     EXPECT(CGIgs_IsA(&file, TARN_FORM_FILE_MAGIC));
-    files.push_back({textOf(CGIgs_getString(&file, 0, TARN_FORM_FILE_MAGIC)),
-                     textOf(CGIgs_getString(&file, 1, TARN_FORM_FILE_MAGIC)),
-                     textOf(CGIgs_getString(&file, 2, TARN_FORM_FILE_MAGIC)),
-                     bytesOf(CGIgs_getStruct(&file, 0, TARN_FORM_FILE_MAGIC))});
+    files.push_back({textOf(CGIgs_getString(&file, TARN_FILE_FIELD_NAME, TARN_FORM_FILE_MAGIC)),
+                     textOf(CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC)),
+                     textOf(CGIgs_getString(&file, TARN_FILE_CONTENT_TYPE, TARN_FORM_FILE_MAGIC)),
+                     bytesOf(CGIgs_getStruct(&file, TARN_FILE_BYTES, TARN_FORM_FILE_MAGIC))});
     EXPECT(FormFile_getDataLength(&file) == files.back().data.value_or("").size());
   }
   EXPECT(FormFileList_getByIndex(&list, count) == 0);
@@ -87,7 +87,8 @@ void expectFileLookup(Request &request, const std::vector<File> &files, const Te
 void expectReadings(TarnHandle entry, const std::string &value) {
   const OwnedText stripped = owned(FormEntry_getStrippedValue(&entry));
   EXPECT(stripped.get() == reference::strip(value));
-  EXPECT(textOf(CGIgs_getString(&entry, 2, TARN_FORM_ENTRY_MAGIC)) == stripped.get());
+  EXPECT(textOf(CGIgs_getString(&entry, TARN_ENTRY_STRIPPED_VALUE, TARN_FORM_ENTRY_MAGIC)) ==
+         stripped.get());
   const long long number = std::strtoll(value.c_str(), nullptr, 10);
   EXPECT(FormEntry_getIntegerValue(&entry) == std::clamp<long long>(number, INT32_MIN, INT32_MAX));
   // Compared as bytes: it may be no number.
@@ -96,7 +97,7 @@ void expectReadings(TarnHandle entry, const std::string &value) {
   EXPECT(std::memcmp(&real, &expected, sizeof real) == 0);
   EXPECT(FormEntry_compareValue(&entry, value.c_str()) == 0);
   EXPECT(FormEntry_compare(&entry, &entry) ==
-         (CGIgs_getString(&entry, 0, TARN_FORM_ENTRY_MAGIC) ? 0 : -1));
+         (CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC) ? 0 : -1));
 }
 
 void expectWritten(TarnHandle file, const Text &data) {
@@ -135,7 +136,7 @@ Text bytesOf(TarnHandle buffer) {
   if (!CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC)) return std::nullopt;
   const auto *bytes =
       reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
-  const uint32_t count = CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC);
+  const uint32_t count = CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
   EXPECT((bytes == nullptr) == (count == 0));
   if (!bytes) return std::string();
   EXPECT(bytes[count] == '\0');
@@ -148,8 +149,8 @@ Cookies cookiesOf(TarnHandle list) {
   for (uint32_t i = 0; i < count; ++i) {
     TarnHandle cookie = HTTPCookieList_getByIndex(&list, i);
     EXPECT(CGIgs_IsA(&cookie, TARN_COOKIE_MAGIC));
-    cookies.push_back({textOf(CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC)),
-                       textOf(CGIgs_getString(&cookie, 1, TARN_COOKIE_MAGIC))});
+    cookies.push_back({textOf(CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC)),
+                       textOf(CGIgs_getString(&cookie, TARN_COOKIE_VALUE, TARN_COOKIE_MAGIC))});
   }
   EXPECT(HTTPCookieList_getByIndex(&list, count) == 0);
   return cookies;

@@ -97,7 +97,7 @@ void extracting(Input &input) {
   TarnHandle buffer =
       extractBetween(block.data(), static_cast<uint32_t>(length), open.data(), close.data());
   const std::string expected = cut(data, beyond, open.data(), close.data());
-  EXPECT(CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC) == expected.size());
+  EXPECT(CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC) == expected.size());
   const uintptr_t bytes = CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC);
   EXPECT((bytes != 0) == !expected.empty());
   EXPECT(expected ==
@@ -105,7 +105,7 @@ void extracting(Input &input) {
   EXPECT(CGIgs_delete(&buffer, TARN_BYTE_BUFFER_MAGIC) == TARN_OK);
 
   TarnHandle one = extractBetween1(block.data(), static_cast<uint32_t>(length), open.data());
-  EXPECT(CGIgs_getInt(&one, 0, TARN_BYTE_BUFFER_MAGIC) ==
+  EXPECT(CGIgs_getInt(&one, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC) ==
          cut(data, beyond, open.data(), open.data()).size());
   EXPECT(CGIgs_delete(&one, TARN_BYTE_BUFFER_MAGIC) == TARN_OK);
 }

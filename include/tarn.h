@@ -1520,8 +1520,9 @@ TARN_API const char *HTTPStatusHeader_toHTML(TarnHandle *header);
 
 /** The slots of an attribute. */
 enum TarnAttributeSlot {
-  TARN_ATTRIBUTE_NAME = 0, /* string */
-  TARN_ATTRIBUTE_VALUE = 1 /* string */
+  TARN_ATTRIBUTE_NAME = 0,  /* string */
+  TARN_ATTRIBUTE_VALUE = 1, /* string */
+  TARN_ATTRIBUTE_NUMBER = 0 /* int: a number, which Tarn does not interpret */
 };
 
 

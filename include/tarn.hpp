@@ -96,7 +96,8 @@ auto ask(TarnHandle object, Arguments... arguments) noexcept {
 // What a byte buffer holds.
 inline std::string_view bytes_of(TarnHandle buffer) noexcept {
   const std::uintptr_t bytes = CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC);
-  return {reinterpret_cast<const char *>(bytes), CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC)};
+  return {reinterpret_cast<const char *>(bytes),
+          CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC)};
 }
 
 // What all views of nodes share.
@@ -215,12 +216,13 @@ class Range {
 
 // The generic list of a typed list, which owns what the words in it name; 0 without memory.
 inline TarnHandle words_of(TarnHandle list, std::uint32_t magic) noexcept {
-  if (CGIgs_getList(&list, 0, magic) == 0) {
+  if (CGIgs_getList(&list, TARN_LIST_ELEMENTS, magic) == 0) {
     TarnHandle words = 0;
     TARNGenericList_new(&words);
-    if (CGIgs_setList(&list, 0, &words, magic) != TARN_OK) TARNGenericList_delete(&words);
+    if (CGIgs_setList(&list, TARN_LIST_ELEMENTS, &words, magic) != TARN_OK)
+      TARNGenericList_delete(&words);
   }
-  return CGIgs_getList(&list, 0, magic);
+  return CGIgs_getList(&list, TARN_LIST_ELEMENTS, magic);
 }
 
 // Hands an object over to a typed list, where the C interface would copy it.
@@ -418,13 +420,15 @@ class Entry : public detail::Lent<TARN_FORM_ENTRY_MAGIC> {
    *
    *  @return a view, good as long as the request; nothing for a field without a name
    */
-  std::optional<std::string_view> name() const noexcept { return text_in(0); }
+  std::optional<std::string_view> name() const noexcept { return text_in(TARN_ENTRY_NAME); }
 
   /** The value, up to its first zero byte.
    *
    *  @return a view, good as long as the request
    */
-  std::string_view value() const noexcept { return text_in(1).value_or(std::string_view()); }
+  std::string_view value() const noexcept {
+    return text_in(TARN_ENTRY_VALUE).value_or(std::string_view());
+  }
 
   /** Reads the value as a whole number.
    *
@@ -711,23 +715,23 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
    *  @return a view, good as long as the request; nothing when the part had no name or no type:
    *          there is no file name, no type and no byte then either
    */
-  std::optional<std::string_view> field() const noexcept { return text_in(0); }
+  std::optional<std::string_view> field() const noexcept { return text_in(TARN_FILE_FIELD_NAME); }
 
   /** The file's name on the visitor's machine, decoded. It may hold "../", quotes and control
    *  bytes; safe_name() does not.
    *
    *  @return as field()
    */
-  std::optional<std::string_view> name() const noexcept { return text_in(1); }
+  std::optional<std::string_view> name() const noexcept { return text_in(TARN_FILE_FILENAME); }
 
   /** The content type that the visitor's browser gave it. @return as field() */
-  std::optional<std::string_view> type() const noexcept { return text_in(2); }
+  std::optional<std::string_view> type() const noexcept { return text_in(TARN_FILE_CONTENT_TYPE); }
 
   /** The bytes as they came, zero bytes included, up to the first CR LF.
    *
    *  @return a view, good to the end of the process; an empty one of an empty file
    */
-  std::string_view bytes() const noexcept { return detail::bytes_of(child_in(0)); }
+  std::string_view bytes() const noexcept { return detail::bytes_of(child_in(TARN_FILE_BYTES)); }
 
   /** Makes a name of name() that is safe in any directory: what stands after the last slash or
    *  backslash, cut to 200 bytes between characters, without a dot or a dash at the front. Letters,
@@ -809,25 +813,25 @@ class CookieView : public detail::Lent<TARN_COOKIE_MAGIC> {
    *  @return a view, good as long as what the cookie belongs to; nothing for a piece of the cookie
    *          header that has no "="
    */
-  std::optional<std::string_view> name() const noexcept { return text_in(0); }
+  std::optional<std::string_view> name() const noexcept { return text_in(TARN_COOKIE_NAME); }
 
   /** The value. @return as name() */
-  std::optional<std::string_view> value() const noexcept { return text_in(1); }
+  std::optional<std::string_view> value() const noexcept { return text_in(TARN_COOKIE_VALUE); }
 
   /** The comment. @return as name(); nothing unless it was set, as with all that follows */
-  std::optional<std::string_view> comment() const noexcept { return text_in(2); }
+  std::optional<std::string_view> comment() const noexcept { return text_in(TARN_COOKIE_COMMENT); }
 
   /** The domain. @return as comment() */
-  std::optional<std::string_view> domain() const noexcept { return text_in(3); }
+  std::optional<std::string_view> domain() const noexcept { return text_in(TARN_COOKIE_DOMAIN); }
 
   /** The path. @return as comment() */
-  std::optional<std::string_view> path() const noexcept { return text_in(4); }
+  std::optional<std::string_view> path() const noexcept { return text_in(TARN_COOKIE_PATH); }
 
   /** The max-age, in seconds; 0 unless it was set. */
   long max_age() const noexcept { return detail::ask<HTTPCookie_getMaxAge>(handle_); }
 
   /** Tells whether the secure flag was set. */
-  bool is_secure() const noexcept { return number_in(1) != 0; }
+  bool is_secure() const noexcept { return number_in(TARN_COOKIE_SECURE) != 0; }
 };
 
 /** Cookies, in order: a random-access range of CookieView. */
@@ -907,19 +911,19 @@ class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
   /** REDIRECT_STATUS. */
   std::string_view redirect_status() const noexcept { return text<CgiEnv_getRedirectStatus>(); }
   /** Tells whether HTTPS is "on", in lower case. */
-  bool https() const noexcept { return number_in(1) == 1; }
+  bool https() const noexcept { return number_in(TARN_ENVIRONMENT_HTTPS) == 1; }
 
   /** The body of a POST as it came; bytes that did not arrive are zero.
    *
    *  @return a view, good to the end of the process; nothing when none was read
    */
   std::optional<std::string_view> body() const noexcept {
-    const std::string_view bytes = detail::bytes_of(child_in(0));
+    const std::string_view bytes = detail::bytes_of(child_in(TARN_ENVIRONMENT_BODY));
     return bytes.empty() ? std::nullopt : std::optional(bytes);
   }
 
   /** The cookies, lent by the request; empty when none came. */
-  Cookies cookies() const noexcept { return Cookies(child_in(1)); }
+  Cookies cookies() const noexcept { return Cookies(child_in(TARN_ENVIRONMENT_COOKIES)); }
 
  private:
   template <auto kGet>
@@ -1001,7 +1005,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   }
 
   /** All fields, in order. */
-  Entries entries() const &noexcept { return Entries(child(1)); }
+  Entries entries() const &noexcept { return Entries(child(TARN_REQUEST_ENTRIES)); }
   void entries() const && = delete;
 
   /** The first file whose field has this name; nothing when there is none. */
@@ -1011,7 +1015,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   void file(const char *) const && = delete;
 
   /** All files, in order. */
-  Files files() const &noexcept { return Files(child(2)); }
+  Files files() const &noexcept { return Files(child(TARN_REQUEST_FILES)); }
   void files() const && = delete;
 
   /** The value of the first cookie with this name, decoded. Case counts, as browsers have it.
@@ -1032,7 +1036,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** The environment with the body. */
   Environment environment() const &noexcept {
-    const Environment lent(child(0));
+    const Environment lent(child(TARN_REQUEST_ENVIRONMENT));
     return lent;
   }
   void environment() const && = delete;
@@ -1155,18 +1159,18 @@ class Cookie : public detail::Object<Cookie, CookieView, detail::delete_node<TAR
 
   /** Makes a cookie of a name and a value. */
   Cookie(std::string_view name, std::string_view value) noexcept {
-    set_text(0, name);
-    set_text(1, value);
+    set_text(TARN_COOKIE_NAME, name);
+    set_text(TARN_COOKIE_VALUE, value);
   }
 
   /** Sets the comment. */
-  Cookie &comment(std::string_view text) &noexcept { return with_text(2, text); }
+  Cookie &comment(std::string_view text) &noexcept { return with_text(TARN_COOKIE_COMMENT, text); }
 
   /** Sets the domain. */
-  Cookie &domain(std::string_view text) &noexcept { return with_text(3, text); }
+  Cookie &domain(std::string_view text) &noexcept { return with_text(TARN_COOKIE_DOMAIN, text); }
 
   /** Sets the path. */
-  Cookie &path(std::string_view text) &noexcept { return with_text(4, text); }
+  Cookie &path(std::string_view text) &noexcept { return with_text(TARN_COOKIE_PATH, text); }
 
   /** Sets the max-age, in seconds, kept as 32 bits. */
   Cookie &max_age(long seconds) &noexcept {
@@ -1206,24 +1210,27 @@ inline const char *line_at(TarnHandle *lines, std::uint32_t index) noexcept {
 
 inline TarnStatus clone_header(TarnHandle *source, TarnHandle *copy) noexcept {
   CGIgs_new(copy, TARN_HEADER_MAGIC);
-  CGIgs_setString(copy, 0, CGIgs_getString(source, 0, TARN_HEADER_MAGIC), TARN_HEADER_MAGIC);
-  TarnHandle cookies = CGIgs_getStruct(source, 0, TARN_HEADER_MAGIC);
+  CGIgs_setString(copy, TARN_HEADER_CONTENT_TYPE,
+                  CGIgs_getString(source, TARN_HEADER_CONTENT_TYPE, TARN_HEADER_MAGIC),
+                  TARN_HEADER_MAGIC);
+  TarnHandle cookies = CGIgs_getStruct(source, TARN_HEADER_COOKIES, TARN_HEADER_MAGIC);
   return cookies != 0 ? HTTPHeader_setCookieList(copy, &cookies) : TARN_OK;
 }
 
 inline TarnStatus clone_response_header(TarnHandle *source, TarnHandle *copy) noexcept {
   constexpr std::uint32_t magic = TARN_RESPONSE_HEADER_MAGIC;
   CGIgs_new(copy, magic);
-  for (const std::uint32_t slot : {0U, 1U}) {
+  for (const std::uint32_t slot : {TARN_RESPONSE_HEADER_FIRST, TARN_RESPONSE_HEADER_SECOND}) {
     CGIgs_setString(copy, slot, CGIgs_getString(source, slot, magic), magic);
   }
-  CGIgs_setInt(copy, 0, CGIgs_getInt(source, 0, magic), magic);
+  CGIgs_setInt(copy, TARN_RESPONSE_HEADER_NUMBER,
+               CGIgs_getInt(source, TARN_RESPONSE_HEADER_NUMBER, magic), magic);
   TarnHandle lines = HTTPResponseHeader_getHeaderList(source);
   for (std::uint32_t i = 0; i < TARNGenericList_getCount(&lines); ++i) {
     const TarnStatus status = HTTPResponseHeader_addHeader(copy, line_at(&lines, i));
     if (status != TARN_OK) return status;
   }
-  TarnHandle cookies = CGIgs_getStruct(source, 0, magic);
+  TarnHandle cookies = CGIgs_getStruct(source, TARN_RESPONSE_HEADER_COOKIES, magic);
   return cookies != 0 ? HTTPResponseHeader_setCookieList(copy, &cookies) : TARN_OK;
 }
 
@@ -1235,10 +1242,12 @@ class PlainHeaderView : public detail::Lent<TARN_HEADER_MAGIC> {
   using Lent::Lent;
 
   /** The content type. @return a view, good as long as the header */
-  std::optional<std::string_view> content_type() const noexcept { return text_in(0); }
+  std::optional<std::string_view> content_type() const noexcept {
+    return text_in(TARN_HEADER_CONTENT_TYPE);
+  }
 
   /** The cookies, lent; empty when there is none. */
-  Cookies cookies() const noexcept { return Cookies(child_in(0)); }
+  Cookies cookies() const noexcept { return Cookies(child_in(TARN_HEADER_COOKIES)); }
 };
 
 /** A content type with cookies, over HTTPHeader. It holds data; tarn::Response answers. */
@@ -1249,18 +1258,18 @@ class PlainHeader
 
   /** Makes a header of a content type. */
   explicit PlainHeader(std::string_view content_type = "text/plain") noexcept {
-    set_text(0, content_type);
+    set_text(TARN_HEADER_CONTENT_TYPE, content_type);
   }
 
   /** Takes a cookie over as the last one. */
   PlainHeader &add(Cookie &&cookie) &noexcept {
-    keep<Cookies>(0, cookie);
+    keep<Cookies>(TARN_HEADER_COOKIES, cookie);
     return *this;
   }
 
   /** Takes over all cookies of a list, which is empty then. */
   PlainHeader &add(CookieList &&cookies) &noexcept {
-    keep_all<Cookies>(0, cookies);
+    keep_all<Cookies>(TARN_HEADER_COOKIES, cookies);
     return *this;
   }
 };
@@ -1275,13 +1284,19 @@ class ResponseHeaderView : public detail::Lent<TARN_RESPONSE_HEADER_MAGIC> {
   using Lent::Lent;
 
   /** The first text. @return a view, good as long as the header */
-  std::optional<std::string_view> first() const noexcept { return text_in(0); }
+  std::optional<std::string_view> first() const noexcept {
+    return text_in(TARN_RESPONSE_HEADER_FIRST);
+  }
 
   /** The number. */
-  std::int32_t number() const noexcept { return static_cast<std::int32_t>(number_in(0)); }
+  std::int32_t number() const noexcept {
+    return static_cast<std::int32_t>(number_in(TARN_RESPONSE_HEADER_NUMBER));
+  }
 
   /** The second text. @return as first() */
-  std::optional<std::string_view> second() const noexcept { return text_in(1); }
+  std::optional<std::string_view> second() const noexcept {
+    return text_in(TARN_RESPONSE_HEADER_SECOND);
+  }
 
   /** The lines, lent; empty when there is none. */
   Lines lines() const noexcept {
@@ -1289,7 +1304,7 @@ class ResponseHeaderView : public detail::Lent<TARN_RESPONSE_HEADER_MAGIC> {
   }
 
   /** The cookies, lent; empty when there is none. */
-  Cookies cookies() const noexcept { return Cookies(child_in(0)); }
+  Cookies cookies() const noexcept { return Cookies(child_in(TARN_RESPONSE_HEADER_COOKIES)); }
 };
 
 /** Two texts, a number, lines and cookies, over HTTPResponseHeader. It holds data; tarn::Response
@@ -1302,9 +1317,10 @@ class ResponseHeader
 
   /** Makes a header of its texts and its number, without lines or cookies. */
   ResponseHeader(std::string_view first, std::int32_t number, std::string_view second) noexcept {
-    set_text(0, first);
-    set_text(1, second);
-    CGIgs_setInt(&handle_, 0, static_cast<std::uint32_t>(number), TARN_RESPONSE_HEADER_MAGIC);
+    set_text(TARN_RESPONSE_HEADER_FIRST, first);
+    set_text(TARN_RESPONSE_HEADER_SECOND, second);
+    CGIgs_setInt(&handle_, TARN_RESPONSE_HEADER_NUMBER, static_cast<std::uint32_t>(number),
+                 TARN_RESPONSE_HEADER_MAGIC);
   }
 
   /** Appends a line, usually "Name: value". */
@@ -1320,13 +1336,13 @@ class ResponseHeader
 
   /** Takes a cookie over as the last one. */
   ResponseHeader &add(Cookie &&cookie) &noexcept {
-    keep<Cookies>(0, cookie);
+    keep<Cookies>(TARN_RESPONSE_HEADER_COOKIES, cookie);
     return *this;
   }
 
   /** Takes over all cookies of a list, which is empty then. */
   ResponseHeader &add(CookieList &&cookies) &noexcept {
-    keep_all<Cookies>(0, cookies);
+    keep_all<Cookies>(TARN_RESPONSE_HEADER_COOKIES, cookies);
     return *this;
   }
 };
@@ -1337,16 +1353,24 @@ class MultiPartHeaderView : public detail::Lent<TARN_MULTIPART_HEADER_MAGIC> {
   using Lent::Lent;
 
   /** The disposition. @return a view, good as long as the header; nothing when there is none */
-  std::optional<std::string_view> disposition() const noexcept { return text_in(0); }
+  std::optional<std::string_view> disposition() const noexcept {
+    return text_in(TARN_MULTIPART_HEADER_DISPOSITION);
+  }
 
   /** The field's name. @return as disposition() */
-  std::optional<std::string_view> name() const noexcept { return text_in(1); }
+  std::optional<std::string_view> name() const noexcept {
+    return text_in(TARN_MULTIPART_HEADER_NAME);
+  }
 
   /** The file's name. @return as disposition() */
-  std::optional<std::string_view> file_name() const noexcept { return text_in(2); }
+  std::optional<std::string_view> file_name() const noexcept {
+    return text_in(TARN_MULTIPART_HEADER_FILENAME);
+  }
 
   /** The content type. @return as disposition() */
-  std::optional<std::string_view> content_type() const noexcept { return text_in(3); }
+  std::optional<std::string_view> content_type() const noexcept {
+    return text_in(TARN_MULTIPART_HEADER_CONTENT_TYPE);
+  }
 };
 
 /** The header of a part of a multipart body, over MultiPartHeader. */
@@ -1361,16 +1385,16 @@ class MultiPartHeader : public detail::Object<MultiPartHeader, MultiPartHeaderVi
                            std::optional<std::string_view> name = std::nullopt,
                            std::optional<std::string_view> file_name = std::nullopt,
                            std::optional<std::string_view> content_type = std::nullopt) noexcept {
-    set_text(0, disposition);
-    if (name) set_text(1, *name);
-    if (file_name) set_text(2, *file_name);
-    if (content_type) set_text(3, *content_type);
+    set_text(TARN_MULTIPART_HEADER_DISPOSITION, disposition);
+    if (name) set_text(TARN_MULTIPART_HEADER_NAME, *name);
+    if (file_name) set_text(TARN_MULTIPART_HEADER_FILENAME, *file_name);
+    if (content_type) set_text(TARN_MULTIPART_HEADER_CONTENT_TYPE, *content_type);
   }
 };
 
 // ---- HTML attributes and elements ---------------------------------------------------------------
 
-/** The number (int 0) of an element or attribute that was made of Raw. */
+/** The number (TARN_ELEMENT_NUMBER, TARN_ATTRIBUTE_NUMBER) of what was made of Raw. */
 inline constexpr std::uint32_t raw_mark = 0x57415221;
 
 /** A text that is trusted as it stands: markup where text is expected. Never make one of what a
@@ -1395,13 +1419,13 @@ class AttributeView : public detail::Lent<TARN_ATTRIBUTE_MAGIC> {
   using Lent::Lent;
 
   /** The name. @return a view, good as long as the attribute; nothing when there is none */
-  std::optional<std::string_view> name() const noexcept { return text_in(0); }
+  std::optional<std::string_view> name() const noexcept { return text_in(TARN_ATTRIBUTE_NAME); }
 
   /** The value. @return as name(); nothing for an attribute without a value, such as `required` */
-  std::optional<std::string_view> value() const noexcept { return text_in(1); }
+  std::optional<std::string_view> value() const noexcept { return text_in(TARN_ATTRIBUTE_VALUE); }
 
   /** Tells whether the value was made of Raw. */
-  bool is_raw() const noexcept { return number_in(0) == raw_mark; }
+  bool is_raw() const noexcept { return number_in(TARN_ATTRIBUTE_NUMBER) == raw_mark; }
 };
 
 /** An attribute of an element. */
@@ -1412,18 +1436,18 @@ class Attribute
   using Object::Object;
 
   /** An attribute without a value, such as `required`. */
-  explicit Attribute(std::string_view name) noexcept { set_text(0, name); }
+  explicit Attribute(std::string_view name) noexcept { set_text(TARN_ATTRIBUTE_NAME, name); }
 
   /** An attribute with a value, which is escaped when it is written. */
   Attribute(std::string_view name, std::string_view value) noexcept : Attribute(name) {
-    set_text(1, value);
+    set_text(TARN_ATTRIBUTE_VALUE, value);
   }
   Attribute(std::string_view name, std::nullptr_t) = delete;
 
   /** An attribute with a value that is trusted: a script for `onclick`, a URL of any scheme. It is
    *  escaped too, so that it stays what it is. */
   Attribute(std::string_view name, const Raw &value) noexcept : Attribute(name, value.text()) {
-    CGIgs_setInt(&handle_, 0, raw_mark, TARN_ATTRIBUTE_MAGIC);
+    CGIgs_setInt(&handle_, TARN_ATTRIBUTE_NUMBER, raw_mark, TARN_ATTRIBUTE_MAGIC);
   }
 };
 
@@ -1460,23 +1484,23 @@ class ElementView : public detail::Lent<TARN_ELEMENT_MAGIC> {
   using Lent::Lent;
 
   /** The name. @return a view, good as long as the element; nothing for a text */
-  std::optional<std::string_view> name() const noexcept { return text_in(0); }
+  std::optional<std::string_view> name() const noexcept { return text_in(TARN_ELEMENT_NAME); }
 
   /** The element's own text, which comes before its children. A child without a name is a text:
    *  this one. @return as name() */
-  std::optional<std::string_view> text() const noexcept { return text_in(1); }
+  std::optional<std::string_view> text() const noexcept { return text_in(TARN_ELEMENT_TEXT); }
 
   /** Tells whether the text was made of Raw. */
-  bool is_raw() const noexcept { return number_in(0) == raw_mark; }
+  bool is_raw() const noexcept { return number_in(TARN_ELEMENT_NUMBER) == raw_mark; }
 
   /** The attributes, lent; empty when there is none. */
-  Attributes attributes() const noexcept { return Attributes(child_in(0)); }
+  Attributes attributes() const noexcept { return Attributes(child_in(TARN_ELEMENT_ATTRIBUTES)); }
 
   /** The embedded elements and texts, lent; empty when there is none. */
   Elements children() const noexcept;
 };
 
-inline Elements ElementView::children() const noexcept { return Elements(child_in(1)); }
+inline Elements ElementView::children() const noexcept { return Elements(child_in(TARN_ELEMENT_EMBEDDED)); }
 
 class ElementList;
 
@@ -1494,7 +1518,7 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
   /** Makes an element of these pieces, in order; each is what add() takes. */
   template <class... Pieces>
   explicit Element(std::string_view name, Pieces &&...pieces) noexcept {
-    set_text(0, name);
+    set_text(TARN_ELEMENT_NAME, name);
     (add(std::forward<Pieces>(pieces)), ...);
   }
 
@@ -1509,7 +1533,7 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
 
   /** Takes an attribute over as the last one. */
   Element &add(Attribute &&attribute) &noexcept {
-    keep<Attributes>(0, attribute);
+    keep<Attributes>(TARN_ELEMENT_ATTRIBUTES, attribute);
     return *this;
   }
 
@@ -1518,14 +1542,14 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
     if (&child == this) {
       reset();
     } else {
-      keep<Elements>(1, child);
+      keep<Elements>(TARN_ELEMENT_EMBEDDED, child);
     }
     return *this;
   }
 
   /** Takes over all attributes of a list, which is empty then. */
   Element &add(AttributeList &&attributes) &noexcept {
-    keep_all<Attributes>(0, attributes);
+    keep_all<Attributes>(TARN_ELEMENT_ATTRIBUTES, attributes);
     return *this;
   }
 
@@ -1542,8 +1566,8 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
   friend class ElementList;
 
   explicit Element(detail::TextPiece piece) noexcept {
-    set_text(1, piece.text);
-    CGIgs_setInt(&handle_, 0, piece.mark, TARN_ELEMENT_MAGIC);
+    set_text(TARN_ELEMENT_TEXT, piece.text);
+    CGIgs_setInt(&handle_, TARN_ELEMENT_NUMBER, piece.mark, TARN_ELEMENT_MAGIC);
   }
 };
 
@@ -1567,7 +1591,7 @@ class ElementList : public detail::List<ElementList, Element, Elements, HTMLElem
 };
 
 inline Element &Element::add(ElementList &&elements) &noexcept {
-  keep_all<Elements>(1, elements);
+  keep_all<Elements>(TARN_ELEMENT_EMBEDDED, elements);
   return *this;
 }
 

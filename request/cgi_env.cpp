@@ -14,9 +14,6 @@
 namespace tarn {
 namespace {
 
-enum Number : uint32_t { kContentLength, kHttps };
-enum Child : uint32_t { kBody, kCookies };
-
 int32_t numberIn(const char *name) { return toNumber(variable(name)); }
 
 // A signal does not end a body; the end of the input or an error does.
@@ -38,7 +35,7 @@ TarnStatus readBody(int32_t length, Capture &capture) {
   const std::string_view input(block.get(), readInput(block.get(), count));
   Node *body = newByteBuffer(std::move(block), count);
   if (!body) return TARN_WRONG_TYPE;
-  setChild(*capture.environment, kBody, body);
+  setChild(*capture.environment, TARN_ENVIRONMENT_BODY, body);
   capture.input = input;
   return TARN_OK;
 }
@@ -67,7 +64,7 @@ Node *parseCookies(std::string_view header) {
 Node *environmentIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ENVIRONMENT_MAGIC); }
 
 void releaseCookies(const Node &environment) {
-  Cookies::releaseElements(Cookies::at(environment.structs[kCookies]));
+  Cookies::releaseElements(Cookies::at(environment.structs[TARN_ENVIRONMENT_COOKIES]));
 }
 
 }  // namespace
@@ -80,12 +77,12 @@ Capture captureEnvironment() {
   if (!environment) return capture;
   capture.status = TARN_OK;
   const int32_t length = numberIn("CONTENT_LENGTH");
-  environment->ints[kContentLength] = static_cast<uint32_t>(length);
+  environment->ints[TARN_ENVIRONMENT_CONTENT_LENGTH] = static_cast<uint32_t>(length);
   // In lower case only, while the method is taken in any case.
-  environment->ints[kHttps] = std::strcmp(variable("HTTPS"), "on") == 0 ? 1 : 0;
+  environment->ints[TARN_ENVIRONMENT_HTTPS] = std::strcmp(variable("HTTPS"), "on") == 0 ? 1 : 0;
   if (isPost() && length != 0) capture.status = readBody(length, capture);
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {
-    setChild(*environment, kCookies, parseCookies(cookies));
+    setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookies(cookies));
   }
   return capture;
 }
@@ -131,7 +128,7 @@ TarnStatus CgiEnv_setPostData(TarnHandle *handle, const void *data, uint32_t len
     destroyNode(body);
     return status;
   }
-  setChild(*node, kBody, body);
+  setChild(*node, TARN_ENVIRONMENT_BODY, body);
   return TARN_OK;
 }
 

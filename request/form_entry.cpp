@@ -5,14 +5,11 @@
 namespace tarn {
 namespace {
 
-enum Text : uint32_t { kName, kValue, kStripped };
-enum Number : uint32_t { kLength };
-
 Node *entryIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_ENTRY_MAGIC); }
 
 const char *valueIn(const TarnHandle *handle) {
   const Node *entry = entryIn(handle);
-  return entry ? entry->strings[kValue] : nullptr;
+  return entry ? entry->strings[TARN_ENTRY_VALUE] : nullptr;
 }
 
 // No data is an empty text as long as no length is claimed for it.
@@ -23,8 +20,8 @@ TarnStatus copyValue(const void *data, uint32_t length, OwnedText &copy) {
 }
 
 void setValue(Node &entry, OwnedText value, uint32_t length) {
-  setText(entry, kValue, std::move(value));
-  entry.ints[kLength] = length;
+  setText(entry, TARN_ENTRY_VALUE, std::move(value));
+  entry.ints[TARN_ENTRY_LENGTH] = length;
 }
 
 }  // namespace
@@ -34,12 +31,12 @@ Node *newFormEntry(std::string_view name, std::string_view value, uint32_t lengt
   if (!entry) return nullptr;
   char *place = roomOf(*entry);
   if (name.data()) {
-    placeText(*entry, kName, place);
+    placeText(*entry, TARN_ENTRY_NAME, place);
     place = copyTo(place, name);
   }
-  placeText(*entry, kValue, place);
+  placeText(*entry, TARN_ENTRY_VALUE, place);
   copyTo(place, value);
-  entry->ints[kLength] = length;
+  entry->ints[TARN_ENTRY_LENGTH] = length;
   return entry;
 }
 
@@ -47,17 +44,17 @@ Node *newDecodedFormEntry(std::string_view name, std::string_view value) {
   Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2);
   if (!entry) return nullptr;
   char *place = roomOf(*entry);
-  placeText(*entry, kName, place);
+  placeText(*entry, TARN_ENTRY_NAME, place);
   place = unescapeTo(place, name);
-  placeText(*entry, kValue, place);
+  placeText(*entry, TARN_ENTRY_VALUE, place);
   unescapeTo(place, value);
-  entry->ints[kLength] = static_cast<uint32_t>(std::strlen(place));
+  entry->ints[TARN_ENTRY_LENGTH] = static_cast<uint32_t>(std::strlen(place));
   return entry;
 }
 
-const char *nameOfEntry(const Node &entry) { return entry.strings[kName]; }
+const char *nameOfEntry(const Node &entry) { return entry.strings[TARN_ENTRY_NAME]; }
 
-const char *valueOfEntry(const Node &entry) { return entry.strings[kValue]; }
+const char *valueOfEntry(const Node &entry) { return entry.strings[TARN_ENTRY_VALUE]; }
 
 }  // namespace tarn
 
@@ -69,7 +66,7 @@ TarnStatus FormEntry_init(TarnHandle *entry, const char *name, const void *data,
   // Copied before the name is replaced: the data may be the entry's old name.
   OwnedText value;
   const TarnStatus status = copyValue(data, length, value);
-  setText(*node, kName, copyText(name));
+  setText(*node, TARN_ENTRY_NAME, copyText(name));
   if (status == TARN_OK) setValue(*node, std::move(value), length);
   return status;
 }
@@ -107,7 +104,7 @@ const char *FormEntry_getStrippedValue(TarnHandle *entry) {
   const char *value = valueOfEntry(*node);
   if (!value) return nullptr;
   char *stripped = stripString(value);
-  setText(*node, kStripped, copyText(stripped));
+  setText(*node, TARN_ENTRY_STRIPPED_VALUE, copyText(stripped));
   return stripped;
 }
 

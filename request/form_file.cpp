@@ -6,24 +6,21 @@
 namespace tarn {
 namespace {
 
-enum Text : uint32_t { kName, kFileName, kContentType };
-enum Child : uint32_t { kBytes };
-
 Node *fileIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_FILE_MAGIC); }
 
 Bytes contentsOf(const Node *file) {
-  const Node *buffer = file ? childOf(*file, kBytes, TARN_BYTE_BUFFER_MAGIC) : nullptr;
+  const Node *buffer = file ? childOf(*file, TARN_FILE_BYTES, TARN_BYTE_BUFFER_MAGIC) : nullptr;
   return buffer ? bytesOf(*buffer) : Bytes{};
 }
 
 void fill(Node &file, FileParts parts) {
-  setText(file, kName, std::move(parts.name));
-  setText(file, kFileName, std::move(parts.fileName));
-  setText(file, kContentType, std::move(parts.contentType));
-  setChild(file, kBytes, newByteBuffer(std::move(parts.data), parts.length));
+  setText(file, TARN_FILE_FIELD_NAME, std::move(parts.name));
+  setText(file, TARN_FILE_FILENAME, std::move(parts.fileName));
+  setText(file, TARN_FILE_CONTENT_TYPE, std::move(parts.contentType));
+  setChild(file, TARN_FILE_BYTES, newByteBuffer(std::move(parts.data), parts.length));
 }
 
-bool sameText(const Node &a, const Node &b, Text slot) {
+bool sameText(const Node &a, const Node &b, uint32_t slot) {
   return compareTexts(a.strings[slot], b.strings[slot]) == 0;
 }
 
@@ -35,7 +32,7 @@ Node *newFormFile(FileParts parts) {
   return file;
 }
 
-const char *nameOfFile(const Node &file) { return file.strings[kName]; }
+const char *nameOfFile(const Node &file) { return file.strings[TARN_FILE_FIELD_NAME]; }
 
 }  // namespace tarn
 
@@ -61,8 +58,9 @@ uint32_t FormFile_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = fileIn(a);
   const Node *right = fileIn(b);
   if (!left || !right) return 1;
-  return sameText(*left, *right, kName) && sameText(*left, *right, kFileName) &&
-                 sameText(*left, *right, kContentType)
+  return sameText(*left, *right, TARN_FILE_FIELD_NAME) &&
+                 sameText(*left, *right, TARN_FILE_FILENAME) &&
+                 sameText(*left, *right, TARN_FILE_CONTENT_TYPE)
              ? 0
              : 1;
 }

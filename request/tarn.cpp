@@ -12,15 +12,14 @@
 namespace tarn {
 namespace {
 
-enum Child : uint32_t { kEnvironment, kEntries, kFiles };
-
 constexpr std::string_view kMultipart = "multipart/form-data";
 
 Node *requestIn(const TarnHandle *handle) { return nodeIn(handle, TARN_REQUEST_MAGIC); }
 
 FormLists listsOf(const Node *request) {
   if (!request) return {nullptr, nullptr};
-  return {FormEntries::at(request->structs[kEntries]), FormFiles::at(request->structs[kFiles])};
+  return {FormEntries::at(request->structs[TARN_REQUEST_ENTRIES]),
+          FormFiles::at(request->structs[TARN_REQUEST_FILES])};
 }
 
 // A piece without "=" is dropped.
@@ -49,7 +48,7 @@ void parsePairs(Node *entries, std::string_view text) {
 // environment here.
 TarnStatus parseForm(const Node *request, const char *input, size_t length) {
   if (!input) return TARN_BAD_ARGUMENT;
-  if (!request || !request->structs[kEnvironment]) return TARN_NO_ENVIRONMENT;
+  if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
   const char *contentType = variable("CONTENT_TYPE");
   const FormLists lists = listsOf(request);
   if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
@@ -75,9 +74,9 @@ TarnStatus takeIn(TarnHandle *handle) {
   *handle = handleOf(request);
   const Capture capture = captureEnvironment();
   if (request) {
-    setChild(*request, kEnvironment, capture.environment);
-    setChild(*request, kEntries, FormEntries::create());
-    setChild(*request, kFiles, FormFiles::create());
+    setChild(*request, TARN_REQUEST_ENVIRONMENT, capture.environment);
+    setChild(*request, TARN_REQUEST_ENTRIES, FormEntries::create());
+    setChild(*request, TARN_REQUEST_FILES, FormFiles::create());
   } else {
     destroyEnvironment(capture.environment);
   }
@@ -112,9 +111,9 @@ TarnStatus Tarn_delete(TarnHandle *handle) {
   if (!request) return TARN_WRONG_TYPE;
   *handle = 0;
   // Each leaves its slot empty, or untouched when something else stands there, which is the node's.
-  CgiEnv_delete(&request->structs[kEnvironment]);
-  FormEntryList_delete(&request->structs[kEntries]);
-  FormFileList_delete(&request->structs[kFiles]);
+  CgiEnv_delete(&request->structs[TARN_REQUEST_ENVIRONMENT]);
+  FormEntryList_delete(&request->structs[TARN_REQUEST_ENTRIES]);
+  FormFileList_delete(&request->structs[TARN_REQUEST_FILES]);
   destroyNode(request);
   return TARN_OK;
 }

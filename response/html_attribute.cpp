@@ -1,11 +1,7 @@
 #include "response/html_attribute.h"
 
 namespace tarn {
-namespace {
-
-enum Text : uint32_t { kName, kValue };
-
-}  // namespace
+namespace {}  // namespace
 }  // namespace tarn
 
 using namespace tarn;
@@ -17,8 +13,8 @@ TarnStatus HTMLAttribute_init(TarnHandle *attribute, const char *name, const cha
   // Both are copied before the first is set: the texts may be the attribute's own.
   OwnedText nameCopy = copyText(name);
   OwnedText valueCopy = copyText(value);
-  setText(*node, kName, std::move(nameCopy));
-  setText(*node, kValue, std::move(valueCopy));
+  setText(*node, TARN_ATTRIBUTE_NAME, std::move(nameCopy));
+  setText(*node, TARN_ATTRIBUTE_VALUE, std::move(valueCopy));
   return TARN_OK;
 }
 

@@ -5,10 +5,6 @@
 namespace tarn {
 namespace {
 
-enum Text : uint32_t { kName, kSecond };
-enum Number : uint32_t { kNumber };
-enum Child : uint32_t { kAttributes, kEmbedded };
-
 TarnStatus copyTree(const Node &source, Node *&copy);
 void destroyTree(Node *element);
 
@@ -17,9 +13,13 @@ using Elements = NodeList<TARN_ELEMENT_LIST_MAGIC, TARN_ELEMENT_MAGIC, Begins::k
 
 Node *elementIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ELEMENT_MAGIC); }
 
-Node *attributesOf(const Node &element) { return Attributes::at(element.structs[kAttributes]); }
+Node *attributesOf(const Node &element) {
+  return Attributes::at(element.structs[TARN_ELEMENT_ATTRIBUTES]);
+}
 
-Node *embeddedOf(const Node &element) { return Elements::at(element.structs[kEmbedded]); }
+Node *embeddedOf(const Node &element) {
+  return Elements::at(element.structs[TARN_ELEMENT_EMBEDDED]);
+}
 
 // Trees are walked without recursion, so that no depth can exhaust a stack. Elements that wait to
 // be released hang on a chain through their `fixed` slots, which nobody reads any more; copies that
@@ -73,22 +73,22 @@ Node *nextWaiting(Node *&chain, const Node *&source) {
 }
 
 TarnStatus copyAttributes(const Node &source, Node &copy) {
-  if (!source.structs[kAttributes]) return TARN_OK;
+  if (!source.structs[TARN_ELEMENT_ATTRIBUTES]) return TARN_OK;
   const Node *list = attributesOf(source);
   if (!list) return TARN_WRONG_TYPE;
   Node *made = nullptr;
   const TarnStatus status = Attributes::copy(*list, made);
-  setChild(copy, kAttributes, made);
+  setChild(copy, TARN_ELEMENT_ATTRIBUTES, made);
   return status;
 }
 
 // Gives the copy as many children as the source has, which wait to be filled.
 TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&chain) {
-  if (!source.structs[kEmbedded]) return TARN_OK;
+  if (!source.structs[TARN_ELEMENT_EMBEDDED]) return TARN_OK;
   const Node *list = embeddedOf(source);
   if (!list) return TARN_WRONG_TYPE;
   Node *made = Elements::create();
-  setChild(copy, kEmbedded, made);
+  setChild(copy, TARN_ELEMENT_EMBEDDED, made);
   for (uint32_t i = 0; i < Elements::count(list); ++i) {
     const Node *child = Elements::nodeAtIndex(list, i);
     if (!child) return TARN_WRONG_TYPE;
@@ -100,9 +100,9 @@ TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&chain) {
 }
 
 TarnStatus fill(Node &copy, const Node &source, Node *&chain) {
-  copy.ints[kNumber] = source.ints[kNumber];
-  setText(copy, kSecond, copyText(source.strings[kSecond]));
-  setText(copy, kName, copyText(source.strings[kName]));
+  copy.ints[TARN_ELEMENT_NUMBER] = source.ints[TARN_ELEMENT_NUMBER];
+  setText(copy, TARN_ELEMENT_TEXT, copyText(source.strings[TARN_ELEMENT_TEXT]));
+  setText(copy, TARN_ELEMENT_NAME, copyText(source.strings[TARN_ELEMENT_NAME]));
   const TarnStatus status = copyAttributes(source, copy);
   return status == TARN_OK ? copyEmbedded(source, copy, chain) : status;
 }
@@ -112,13 +112,13 @@ TarnStatus fill(Node &copy, const Node &source, Node *&chain) {
 void storeAttributes(Node &element, Node *list) {
   const Node *old = attributesOf(element);
   Attributes::releaseElements(old);
-  if (old || list) setChild(element, kAttributes, list);
+  if (old || list) setChild(element, TARN_ELEMENT_ATTRIBUTES, list);
 }
 
 void storeEmbedded(Node &element, Node *list) {
   const Node *old = embeddedOf(element);
   Elements::releaseElements(old);
-  if (old || list) setChild(element, kEmbedded, list);
+  if (old || list) setChild(element, TARN_ELEMENT_EMBEDDED, list);
 }
 
 // Fills a new element. When something in the subtree cannot be copied it stays without embedded
@@ -176,7 +176,9 @@ TarnStatus HTMLElement_clone(TarnHandle *source, TarnHandle *destination) {
 int HTMLElement_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = elementIn(a);
   const Node *right = elementIn(b);
-  return left && right ? orderTexts(left->strings[kName], right->strings[kName]) : -1;
+  return left && right
+             ? orderTexts(left->strings[TARN_ELEMENT_NAME], right->strings[TARN_ELEMENT_NAME])
+             : -1;
 }
 
 TarnStatus HTMLElement_setAttributes(TarnHandle *element, TarnHandle *attributes) {
@@ -195,8 +197,8 @@ TarnStatus HTMLElement_addAttribute(TarnHandle *element, TarnHandle *attribute) 
   Node *node = elementIn(element);
   if (!node) return TARN_WRONG_TYPE;
   if (!nodeIn(attribute, TARN_ATTRIBUTE_MAGIC)) return TARN_BAD_ARGUMENT;
-  TarnHandle &list = node->structs[kAttributes];
-  if (!list) setChild(*node, kAttributes, Attributes::create());
+  TarnHandle &list = node->structs[TARN_ELEMENT_ATTRIBUTES];
+  if (!list) setChild(*node, TARN_ELEMENT_ATTRIBUTES, Attributes::create());
   return list ? Attributes::add(&list, attribute) : TARN_BAD_ARGUMENT;
 }
 
@@ -216,8 +218,8 @@ TarnStatus HTMLElement_addElement(TarnHandle *element, TarnHandle *child) {
   Node *node = elementIn(element);
   if (!node) return TARN_WRONG_TYPE;
   if (!elementIn(child)) return TARN_BAD_ARGUMENT;
-  TarnHandle &list = node->structs[kEmbedded];
-  if (!list) setChild(*node, kEmbedded, Elements::create());
+  TarnHandle &list = node->structs[TARN_ELEMENT_EMBEDDED];
+  if (!list) setChild(*node, TARN_ELEMENT_EMBEDDED, Elements::create());
   return Elements::add(&list, child);
 }
 

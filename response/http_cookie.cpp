@@ -8,8 +8,6 @@ namespace tarn {
 namespace {
 
 // The path comes after the domain, although HTTPCookie_init() takes the max-age between them.
-enum Text : uint32_t { kName, kValue, kComment, kDomain, kPath, kRendered };
-enum Number : uint32_t { kMaxAge, kSecure };
 
 Node *cookieIn(const TarnHandle *handle) { return nodeIn(handle, TARN_COOKIE_MAGIC); }
 
@@ -20,8 +18,8 @@ const char *shown(const char *text) { return text ? text : "(null)"; }
 Node *newCookie(OwnedText name, OwnedText value) {
   Node *cookie = newNode(TARN_COOKIE_MAGIC);
   if (cookie && name && value) {
-    setText(*cookie, kName, std::move(name));
-    setText(*cookie, kValue, std::move(value));
+    setText(*cookie, TARN_COOKIE_NAME, std::move(name));
+    setText(*cookie, TARN_COOKIE_VALUE, std::move(value));
   }
   return cookie;
 }
@@ -39,16 +37,16 @@ TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const char *val
   if (!node) return TARN_WRONG_TYPE;
   // Copied before the node is emptied: the texts may be the cookie's own.
   std::array<OwnedText, kStringSlots> texts;
-  texts[kName] = copyText(name);
-  texts[kValue] = copyText(value);
-  texts[kComment] = copyText(comment);
-  texts[kDomain] = copyText(domain);
-  texts[kPath] = copyText(path);
+  texts[TARN_COOKIE_NAME] = copyText(name);
+  texts[TARN_COOKIE_VALUE] = copyText(value);
+  texts[TARN_COOKIE_COMMENT] = copyText(comment);
+  texts[TARN_COOKIE_DOMAIN] = copyText(domain);
+  texts[TARN_COOKIE_PATH] = copyText(path);
   emptyNode(*node);
   // The other slots, the rendered text among them, are emptied by this too.
   for (uint32_t slot = 0; slot < kStringSlots; ++slot) setText(*node, slot, std::move(texts[slot]));
-  node->ints[kMaxAge] = static_cast<uint32_t>(maxAge);
-  node->ints[kSecure] = static_cast<uint32_t>(secure);
+  node->ints[TARN_COOKIE_MAX_AGE] = static_cast<uint32_t>(maxAge);
+  node->ints[TARN_COOKIE_SECURE] = static_cast<uint32_t>(secure);
   return TARN_OK;
 }
 
@@ -57,24 +55,27 @@ int HTTPCookie_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = cookieIn(b);
   const Node *right = cookieIn(a);
   if (!left || !right) return 0;
-  const int byName = orderTexts(left->strings[kName], right->strings[kName]);
-  return byName != 0 ? byName : orderTexts(left->strings[kValue], right->strings[kValue]);
+  const int byName = orderTexts(left->strings[TARN_COOKIE_NAME], right->strings[TARN_COOKIE_NAME]);
+  return byName != 0
+             ? byName
+             : orderTexts(left->strings[TARN_COOKIE_VALUE], right->strings[TARN_COOKIE_VALUE]);
 }
 
 long HTTPCookie_getMaxAge(TarnHandle *cookie) {
-  return static_cast<int32_t>(CGIgs_getInt(cookie, kMaxAge, TARN_COOKIE_MAGIC));
+  return static_cast<int32_t>(CGIgs_getInt(cookie, TARN_COOKIE_MAX_AGE, TARN_COOKIE_MAGIC));
 }
 
 TarnStatus HTTPCookie_setMaxAge(TarnHandle *cookie, long maxAge) {
-  return CGIgs_setInt(cookie, kMaxAge, static_cast<uint32_t>(maxAge), TARN_COOKIE_MAGIC);
+  return CGIgs_setInt(cookie, TARN_COOKIE_MAX_AGE, static_cast<uint32_t>(maxAge),
+                      TARN_COOKIE_MAGIC);
 }
 
 int HTTPCookie_isSecure(TarnHandle *cookie) {
-  return static_cast<int>(CGIgs_getInt(cookie, kSecure, TARN_COOKIE_MAGIC));
+  return static_cast<int>(CGIgs_getInt(cookie, TARN_COOKIE_SECURE, TARN_COOKIE_MAGIC));
 }
 
 TarnStatus HTTPCookie_setSecure(TarnHandle *cookie, int secure) {
-  return CGIgs_setInt(cookie, kSecure, static_cast<uint32_t>(secure), TARN_COOKIE_MAGIC);
+  return CGIgs_setInt(cookie, TARN_COOKIE_SECURE, static_cast<uint32_t>(secure), TARN_COOKIE_MAGIC);
 }
 
 const char *HTTPCookie_toString(TarnHandle *cookie) {
@@ -85,11 +86,11 @@ const char *HTTPCookie_toString(TarnHandle *cookie) {
   tarn_asprintf(&text,
                 "HTTPCookie{name=\"%s\";value=\"%s\";comment=\"%s\";domain=\"%s\",maxage=%ld;"
                 "path=\"%s\";secure=\"%s\"}",
-                shown(node->strings[kName]), shown(node->strings[kValue]),
-                shown(node->strings[kComment]), shown(node->strings[kDomain]),
-                HTTPCookie_getMaxAge(cookie), shown(node->strings[kPath]),
+                shown(node->strings[TARN_COOKIE_NAME]), shown(node->strings[TARN_COOKIE_VALUE]),
+                shown(node->strings[TARN_COOKIE_COMMENT]), shown(node->strings[TARN_COOKIE_DOMAIN]),
+                HTTPCookie_getMaxAge(cookie), shown(node->strings[TARN_COOKIE_PATH]),
                 HTTPCookie_isSecure(cookie) ? "yes" : "no");
-  setText(*node, kRendered, copyText(text));
+  setText(*node, TARN_COOKIE_RENDERED, copyText(text));
   return text ? text : CGIgs_empty_string;
 }
 

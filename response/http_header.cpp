@@ -5,16 +5,7 @@ namespace tarn {
 namespace {
 
 // Both kinds of header keep their cookies in the same place.
-enum Child : uint32_t { kCookies };
-
-enum HeaderText : uint32_t { kContentType };
-
-enum ResponseText : uint32_t { kFirst, kSecond };
-enum ResponseNumber : uint32_t { kNumber };
-enum ResponseList : uint32_t { kLines };
-
-// Followed by the field name, the file name and the content type.
-enum PartText : uint32_t { kDisposition };
+static_assert(uint32_t{TARN_HEADER_COOKIES} == uint32_t{TARN_RESPONSE_HEADER_COOKIES});
 
 Node *headerIn(const TarnHandle *handle) { return nodeIn(handle, TARN_HEADER_MAGIC); }
 
@@ -23,9 +14,9 @@ Node *responseIn(const TarnHandle *handle) { return nodeIn(handle, TARN_RESPONSE
 // The node releases the cookie list, but only the list's own type releases the cookies. A child of
 // another type that a script put there stays as long as there is nothing to take its place.
 void storeCookies(Node &header, Node *list) {
-  const Node *old = Cookies::at(header.structs[kCookies]);
+  const Node *old = Cookies::at(header.structs[TARN_RESPONSE_HEADER_COOKIES]);
   Cookies::releaseElements(old);
-  if (old || list) setChild(header, kCookies, list);
+  if (old || list) setChild(header, TARN_RESPONSE_HEADER_COOKIES, list);
 }
 
 void clear(Node &header) {
@@ -34,7 +25,7 @@ void clear(Node &header) {
 }
 
 void clearResponse(Node &header) {
-  if (const GenericList *lines = listAt(header.lists[kLines])) {
+  if (const GenericList *lines = listAt(header.lists[TARN_RESPONSE_HEADER_LINES])) {
     for (uint32_t i = 0; i < lines->count; ++i) std::free(blockAt<char>(elementAt(*lines, i)));
   }
   clear(header);
@@ -67,8 +58,8 @@ TarnStatus HTTPHeader_init(TarnHandle *header, const char *contentType, TarnHand
   Node *copy = nullptr;
   if (list) Cookies::copy(*list, copy);
   clear(*node);
-  setText(*node, kContentType, std::move(type));
-  setChild(*node, kCookies, copy);
+  setText(*node, TARN_HEADER_CONTENT_TYPE, std::move(type));
+  setChild(*node, TARN_RESPONSE_HEADER_COOKIES, copy);
   // Without a cookie list this is 1, after the content type is stored; scripts expect both.
   return copy ? TARN_OK : TARN_BAD_ARGUMENT;
 }
@@ -88,7 +79,7 @@ TarnStatus HTTPHeader_setCookieList(TarnHandle *header, TarnHandle *cookies) {
 
 TarnStatus HTTPPlainHeader_new(TarnHandle *handle) {
   if (TarnStatus status = CGIgs_new(handle, TARN_HEADER_MAGIC)) return status;
-  return CGIgs_setString(handle, kContentType, "text/plain", TARN_HEADER_MAGIC);
+  return CGIgs_setString(handle, TARN_HEADER_CONTENT_TYPE, "text/plain", TARN_HEADER_MAGIC);
 }
 
 TarnStatus HTTPResponseHeader_delete(TarnHandle *header) {
@@ -113,23 +104,25 @@ TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *first, int nu
   OwnedText firstCopy = copyText(first);
   OwnedText secondCopy = copyText(second);
   clearResponse(*node);
-  setText(*node, kFirst, std::move(firstCopy));
-  node->ints[kNumber] = static_cast<uint32_t>(number);
-  setText(*node, kSecond, std::move(secondCopy));
+  setText(*node, TARN_RESPONSE_HEADER_FIRST, std::move(firstCopy));
+  node->ints[TARN_RESPONSE_HEADER_NUMBER] = static_cast<uint32_t>(number);
+  setText(*node, TARN_RESPONSE_HEADER_SECOND, std::move(secondCopy));
   return TARN_OK;
 }
 
 TarnHandle HTTPResponseHeader_getHeaderList(TarnHandle *header) {
-  return CGIgs_getList(header, kLines, TARN_RESPONSE_HEADER_MAGIC);
+  return CGIgs_getList(header, TARN_RESPONSE_HEADER_LINES, TARN_RESPONSE_HEADER_MAGIC);
 }
 
 TarnStatus HTTPResponseHeader_addHeader(TarnHandle *header, const char *line) {
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
   if (!line) return TARN_BAD_ARGUMENT;
-  if (!node->lists[kLines]) node->lists[kLines] = handleOf(newList());
+  if (!node->lists[TARN_RESPONSE_HEADER_LINES])
+    node->lists[TARN_RESPONSE_HEADER_LINES] = handleOf(newList());
   OwnedText copy = copyText(line);
-  const TarnStatus status = append(listAt(node->lists[kLines]), handleOf(copy.get()));
+  const TarnStatus status =
+      append(listAt(node->lists[TARN_RESPONSE_HEADER_LINES]), handleOf(copy.get()));
   if (status == TARN_OK) (void)copy.release();
   return status;
 }
@@ -150,11 +143,12 @@ TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie) 
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
   if (!nodeIn(cookie, TARN_COOKIE_MAGIC)) return TARN_BAD_ARGUMENT;
-  if (node->structs[kCookies]) return Cookies::add(&node->structs[kCookies], cookie);
+  if (node->structs[TARN_RESPONSE_HEADER_COOKIES])
+    return Cookies::add(&node->structs[TARN_RESPONSE_HEADER_COOKIES], cookie);
   // The first cookie of a header without a list is lost: the header gets an empty list, and scripts
   // that know it add their first cookie twice.
-  setChild(*node, kCookies, Cookies::create());
-  return node->structs[kCookies] ? TARN_OK : TARN_WRONG_TYPE;
+  setChild(*node, TARN_RESPONSE_HEADER_COOKIES, Cookies::create());
+  return node->structs[TARN_RESPONSE_HEADER_COOKIES] ? TARN_OK : TARN_WRONG_TYPE;
 }
 
 TarnStatus MultiPartHeader_init(TarnHandle *header, const char *disposition, const char *name,
@@ -164,7 +158,7 @@ TarnStatus MultiPartHeader_init(TarnHandle *header, const char *disposition, con
   // All are copied before the first slot is set: the texts may be the header's own.
   OwnedText texts[] = {copyText(disposition), copyText(name), copyText(fileName),
                        copyText(contentType)};
-  uint32_t slot = kDisposition;
+  uint32_t slot = TARN_MULTIPART_HEADER_DISPOSITION;
   for (OwnedText &text : texts) setText(*node, slot++, std::move(text));
   return TARN_OK;
 }

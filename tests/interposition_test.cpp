@@ -115,12 +115,14 @@ TEST(AScriptsOwnFunctionOfALibraryName, IsNotCalledByTheLibrary) {
     EXPECT_NE(0U, Tarn_getElementByValue(&request, "a"));
     TarnHandle file = Tarn_getFile(&request, "f");
     EXPECT_EQ(5U, FormFile_getDataLength(&file));
-    TarnHandle entries = CGIgs_getStruct(&request, 1, TARN_REQUEST_MAGIC);
+    TarnHandle entries = CGIgs_getStruct(&request, TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC);
     TarnHandle entry = FormEntryList_getByIndex(&entries, 0);
     EXPECT_EQ(0, FormEntry_compare(&entry, &entry));
     FormEntryList_reserve(&entries, 40);
-    TarnHandle environment = CGIgs_getStruct(&request, 0, TARN_REQUEST_MAGIC);
-    TarnHandle cookies = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+    TarnHandle environment =
+        CGIgs_getStruct(&request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
+    TarnHandle cookies =
+        CGIgs_getStruct(&environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
     TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, 0);
     EXPECT_EQ(TARN_OK, HTTPCookie_init(&cookie, "n", "v", nullptr, nullptr, 1, nullptr, 1));
     free(const_cast<char *>(HTTPCookie_toString(&cookie)));

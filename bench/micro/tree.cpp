@@ -19,7 +19,7 @@ void check(bool holds) {
 TarnHandle newElement() {
   TarnHandle element = 0;
   CGIgs_new(&element, TARN_ELEMENT_MAGIC);
-  CGIgs_setString(&element, 0, "div", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&element, TARN_ELEMENT_NAME, "div", TARN_ELEMENT_MAGIC);
   return element;
 }
 
@@ -28,7 +28,7 @@ TarnHandle addTo(TarnHandle parent) {
   TarnHandle child = newElement();
   check(HTMLElement_addElement(&parent, &child) == TARN_OK);
   HTMLElement_delete(&child);
-  TarnHandle list = CGIgs_getStruct(&parent, 1, TARN_ELEMENT_MAGIC);
+  TarnHandle list = CGIgs_getStruct(&parent, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
   const int count = HTMLElementList_getCount(&list);
   return HTMLElementList_getByIndex(&list, static_cast<uint32_t>(count - 1));
 }

@@ -14,12 +14,12 @@ static long number(const char *variable) {
 static TarnHandle newElement(void) {
   TarnHandle element = 0;
   CGIgs_new(&element, TARN_ELEMENT_MAGIC);
-  CGIgs_setString(&element, 0, "div", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&element, TARN_ELEMENT_NAME, "div", TARN_ELEMENT_MAGIC);
   return element;
 }
 
 static TarnHandle embeddedIn(TarnHandle element) {
-  return CGIgs_getStruct(&element, 1, TARN_ELEMENT_MAGIC);
+  return CGIgs_getStruct(&element, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
 }
 
 /* Adds a new child and lends the copy that its parent keeps. */

@@ -41,7 +41,7 @@ int main() {
   tarn::Entry lent(*first.handle());
   const bool is_entry =
       CGIgs_IsA(lent.handle(), tarn::Entry::magic) != 0;
-  tarn::Entries same(
-      CGIgs_getStruct(request.handle(), 1, TARN_REQUEST_MAGIC));
+  tarn::Entries same(CGIgs_getStruct(
+      request.handle(), TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC));
   return is_entry && same.size() == entries.size() ? 0 : 1;
 }

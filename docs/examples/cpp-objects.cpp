@@ -31,8 +31,8 @@ int main() {
   // What is trusted carries a mark.
   tarn::Attribute script("onclick", tarn::Raw("tell()"));
   const bool is_raw =
-      CGIgs_getInt(script.handle(), 0, TARN_ATTRIBUTE_MAGIC) ==
-      tarn::raw_mark;
+      CGIgs_getInt(script.handle(), TARN_ATTRIBUTE_NUMBER,
+                   TARN_ATTRIBUTE_MAGIC) == tarn::raw_mark;
   std::printf("%s\n", is_raw ? "trusted" : "not trusted");
   return 0;
 }

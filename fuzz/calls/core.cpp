@@ -13,7 +13,7 @@ void newNode(Player &play) {
   const uint32_t magic = play.input.below(16) == 0 ? 0 : play.magic();
   const bool isFree = handle && *handle == 0 && magic != 0;
   EXPECT(CGIgs_new(handle, magic) == (isFree ? TARN_OK : TARN_BAD_ARGUMENT));
-  EXPECT(!isFree || CGIgs_IsA(handle, magic));
+  EXPECT(!isFree || isNode(handle, magic));
 }
 
 void deleteNode(Player &play) {
@@ -120,6 +120,7 @@ void newList(Player &play) {
   TarnHandle *handle = play.variable();
   const bool isFree = handle && *handle == 0;
   EXPECT(TARNGenericList_new(handle) == (isFree ? TARN_OK : TARN_BAD_ARGUMENT));
+  EXPECT(!isFree || !isNode(handle, 0));
 }
 
 void deleteList(Player &play) {
@@ -195,6 +196,7 @@ void newString(Player &play) {
   TarnHandle *handle = play.variable();
   const bool isFree = handle && *handle == 0;
   EXPECT(TARNString_new(handle) == (isFree ? TARN_OK : TARN_BAD_ARGUMENT));
+  EXPECT(!isFree || !isNode(handle, 0));
 }
 
 void deleteString(Player &play) {

@@ -79,9 +79,12 @@ const ListType kElementLists = {TARN_ELEMENT_LIST_MAGIC,
                                 HTMLElementList_delete,
                                 HTMLElementList_clone};
 
-// Generic lists and strings have tags but are no nodes.
+// A generic list or a string is a node only if CGIgs_new() made it: then it is an index out of range
+// that is refused, and not the type.
 bool isNode(TarnHandle *handle, uint32_t magic) {
-  return !TARNGenericList_IsA(handle) && !TARNString_IsA(handle) && CGIgs_IsA(handle, magic);
+  const bool isRecord = TARNGenericList_IsA(handle) || TARNString_IsA(handle);
+  return CGIgs_IsA(handle, magic) &&
+         (!isRecord || CGIgs_setInt(handle, UINT32_MAX, 0, magic) == TARN_BAD_ARGUMENT);
 }
 
 bool sameText(const char *a, const char *b) { return a && b ? std::strcmp(a, b) == 0 : a == b; }
@@ -132,10 +135,13 @@ bool sameElements(TarnHandle a, TarnHandle b) {
   const auto same = [&a, &b](const ListType &type, uint32_t slot) {
     return sameLists(type, CGIgs_getStruct(&a, slot, 0), CGIgs_getStruct(&b, slot, 0));
   };
-  return sameText(CGIgs_getString(&a, 0, 0), CGIgs_getString(&b, 0, 0)) &&
-         sameText(CGIgs_getString(&a, 1, 0), CGIgs_getString(&b, 1, 0)) &&
-         CGIgs_getInt(&a, 0, 0) == CGIgs_getInt(&b, 0, 0) && same(kAttributeLists, 0) &&
-         same(kElementLists, 1);
+  return sameText(CGIgs_getString(&a, TARN_ELEMENT_NAME, 0),
+                  CGIgs_getString(&b, TARN_ELEMENT_NAME, 0)) &&
+         sameText(CGIgs_getString(&a, TARN_ELEMENT_TEXT, 0),
+                  CGIgs_getString(&b, TARN_ELEMENT_TEXT, 0)) &&
+         CGIgs_getInt(&a, TARN_ELEMENT_NUMBER, 0) == CGIgs_getInt(&b, TARN_ELEMENT_NUMBER, 0) &&
+         same(kAttributeLists, TARN_ELEMENT_ATTRIBUTES) &&
+         same(kElementLists, TARN_ELEMENT_EMBEDDED);
 }
 
 uint32_t Player::magic() { return kMagics[input.below(std::size(kMagics))]; }
@@ -181,7 +187,14 @@ TarnHandle *Player::ofType(uint32_t wanted) {
     if (CGIgs_IsA(handle, wanted)) return handle;
   }
   TarnHandle *unused = variables.unused();
-  if (unused) EXPECT(CGIgs_new(unused, wanted) == TARN_OK);
+  if (!unused) return nullptr;
+  if (wanted == TARN_GENERIC_LIST_MAGIC && input.below(2) == 0) {
+    EXPECT(TARNGenericList_new(unused) == TARN_OK);
+  } else if (wanted == TARN_STRING_MAGIC && input.below(2) == 0) {
+    EXPECT(TARNString_new(unused) == TARN_OK);
+  } else {
+    EXPECT(CGIgs_new(unused, wanted) == TARN_OK);
+  }
   return unused;
 }
 
@@ -226,25 +239,25 @@ void Player::expectElementsFreed(TarnHandle object) {
   };
   switch (CGIgs_getMagic(&object)) {
     case TARN_REQUEST_MAGIC: {
-      TarnHandle environment = CGIgs_getStruct(&object, 0, 0);
+      TarnHandle environment = CGIgs_getStruct(&object, TARN_REQUEST_ENVIRONMENT, 0);
       if (CGIgs_IsA(&environment, TARN_ENVIRONMENT_MAGIC)) expectElementsFreed(environment);
-      inStruct(1, kEntryLists);
-      return inStruct(2, kFileLists);
+      inStruct(TARN_REQUEST_ENTRIES, kEntryLists);
+      return inStruct(TARN_REQUEST_FILES, kFileLists);
     }
     case TARN_ENVIRONMENT_MAGIC:
-      return inStruct(1, kCookieLists);
+      return inStruct(TARN_ENVIRONMENT_COOKIES, kCookieLists);
     case TARN_HEADER_MAGIC:
-      return inStruct(0, kCookieLists);
+      return inStruct(TARN_HEADER_COOKIES, kCookieLists);
     case TARN_RESPONSE_HEADER_MAGIC: {
       TarnHandle lines = HTTPResponseHeader_getHeaderList(&object);
       for (uint32_t i = 0; i < TARNGenericList_getCount(&lines); ++i) {
         variables.expectFreed(TARNGenericList_getByIndex(&lines, i));
       }
-      return inStruct(0, kCookieLists);
+      return inStruct(TARN_RESPONSE_HEADER_COOKIES, kCookieLists);
     }
     case TARN_ELEMENT_MAGIC:
-      inStruct(0, kAttributeLists);
-      return inStruct(1, kElementLists);
+      inStruct(TARN_ELEMENT_ATTRIBUTES, kAttributeLists);
+      return inStruct(TARN_ELEMENT_EMBEDDED, kElementLists);
     default:
       return;
   }

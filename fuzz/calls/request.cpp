@@ -86,7 +86,9 @@ void parse(Player &play) {
   const CText text(bytes.view());
   const bool isRequest = CGIgs_IsA(handle, TARN_REQUEST_MAGIC);
   const TarnStatus status = Tarn_parseFormInput(handle, text.data(), text.size() - 1);
-  EXPECT(status == (isRequest && CGIgs_getStruct(handle, 0, 0) ? TARN_OK : TARN_NO_ENVIRONMENT));
+  EXPECT(status == (isRequest && CGIgs_getStruct(handle, TARN_REQUEST_ENVIRONMENT, 0)
+                        ? TARN_OK
+                        : TARN_NO_ENVIRONMENT));
   Tarn_parsePair(handle, text.data());
   Tarn_parseMime(handle, reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
 }
@@ -97,7 +99,7 @@ void lookUp(Player &play) {
   const char *name = play.text();
   TarnHandle entry = Tarn_getElementByName(handle, name);
   EXPECT(entry == Tarn_getElementByValue(handle, name));
-  EXPECT(entry == 0 || stringsAreEqual(CGIgs_getString(&entry, 0, 0), name) == 0);
+  EXPECT(entry == 0 || stringsAreEqual(CGIgs_getString(&entry, TARN_ENTRY_NAME, 0), name) == 0);
   EXPECT(entry == 0 || CGIgs_IsA(handle, TARN_REQUEST_MAGIC));
   EXPECT(entry != 0 || Tarn_queryCheckbox(handle, name) == 0);
   TarnHandle file = Tarn_getFile(handle, name);
@@ -117,7 +119,7 @@ void changeEntry(Player &play) {
   const std::string expected = value ? value : "";
   EXPECT(FormEntry_init(handle, name, value, length) == (matches ? TARN_OK : TARN_WRONG_TYPE));
   EXPECT(!matches || FormEntry_compareValue(handle, expected.c_str()) == 0);
-  EXPECT(!matches || CGIgs_getInt(handle, 0, 0) == length);
+  EXPECT(!matches || CGIgs_getInt(handle, TARN_ENTRY_LENGTH, 0) == length);
   const Block &bytes = play.bytes();
   EXPECT(FormEntry_setValue(handle, bytes.data(), bytes.size()) ==
          (matches ? TARN_OK : TARN_WRONG_TYPE));

@@ -24,7 +24,7 @@ void changeCookie(Player &play) {
   EXPECT(HTTPCookie_isSecure(handle) == (matches ? 9 : 0));
   const char *shown = HTTPCookie_toString(handle);
   EXPECT((shown == CGIgs_empty_string) == !matches);
-  if (matches) EXPECT(sameText(shown, CGIgs_getString(handle, 5, 0)));
+  if (matches) EXPECT(sameText(shown, CGIgs_getString(handle, TARN_COOKIE_RENDERED, 0)));
   if (shown != CGIgs_empty_string) std::free(const_cast<char *>(shown));
   EXPECT(HTTPCookie_compare(handle, handle) == 0);
   EXPECT((HTTPCookie_compare(handle, other) > 0) == (HTTPCookie_compare(other, handle) < 0));
@@ -69,7 +69,8 @@ void plainHeader(Player &play) {
   TarnHandle *handle = play.variable();
   const bool isFree = handle && *handle == 0;
   EXPECT(HTTPPlainHeader_new(handle) == (isFree ? TARN_OK : TARN_BAD_ARGUMENT));
-  EXPECT(!isFree || sameText(CGIgs_getString(handle, 0, TARN_HEADER_MAGIC), "text/plain"));
+  EXPECT(!isFree || sameText(CGIgs_getString(handle, TARN_HEADER_CONTENT_TYPE, TARN_HEADER_MAGIC),
+                             "text/plain"));
 }
 
 void changeResponse(Player &play) {
@@ -95,7 +96,8 @@ void changeResponse(Player &play) {
     }
     case 2:
       if (matches && CGIgs_IsA(other, TARN_COOKIE_LIST_MAGIC)) {
-        play.expectElementsFreed(kCookieLists, CGIgs_getStruct(handle, 0, 0));
+        play.expectElementsFreed(kCookieLists,
+                                 CGIgs_getStruct(handle, TARN_RESPONSE_HEADER_COOKIES, 0));
       }
       EXPECT(HTTPResponseHeader_setCookieList(handle, other) != TARN_OK || matches);
       break;
@@ -139,10 +141,10 @@ void growElement(Player &play) {
   const bool matches = CGIgs_IsA(handle, TARN_ELEMENT_MAGIC);
   const bool isGood = CGIgs_IsA(other, magic);
   if (matches && isGood && change == HTMLElement_setAttributes) {
-    play.expectElementsFreed(kAttributeLists, CGIgs_getStruct(handle, 0, 0));
+    play.expectElementsFreed(kAttributeLists, CGIgs_getStruct(handle, TARN_ELEMENT_ATTRIBUTES, 0));
   }
   if (matches && isGood && change == HTMLElement_setEmbedded) {
-    play.expectElementsFreed(kElementLists, CGIgs_getStruct(handle, 1, 0));
+    play.expectElementsFreed(kElementLists, CGIgs_getStruct(handle, TARN_ELEMENT_EMBEDDED, 0));
   }
   const TarnStatus status = change(handle, other);
   EXPECT(matches || status == TARN_WRONG_TYPE);

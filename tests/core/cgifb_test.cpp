@@ -21,13 +21,14 @@ const char *dataOf(TarnHandle *buffer) {
 
 std::string bytesOf(TarnHandle *buffer) {
   const char *data = dataOf(buffer);
-  return data == nullptr ? std::string() : std::string(data, CGIgs_getInt(buffer, 0, kMagic));
+  return data == nullptr ? std::string()
+                         : std::string(data, CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH, kMagic));
 }
 
 TEST(ByteBuffer, StartsWithoutBytes) {
   Node buffer(kMagic);
   EXPECT_EQ(nullptr, dataOf(buffer));
-  EXPECT_EQ(0u, CGIgs_getInt(buffer, 0, kMagic));
+  EXPECT_EQ(0u, CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH, kMagic));
 }
 
 TEST(ByteBuffer, KeepsACopyOfTheBytesAndTheirCount) {
@@ -37,7 +38,7 @@ TEST(ByteBuffer, KeepsACopyOfTheBytesAndTheirCount) {
   data[0] = 'x';
   EXPECT_NE(data, dataOf(buffer));
   EXPECT_EQ("abc", bytesOf(buffer));
-  EXPECT_EQ(3u, CGIgs_getInt(buffer, 0, kMagic));
+  EXPECT_EQ(3u, CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH, kMagic));
 }
 
 TEST(ByteBuffer, PutsAZeroByteAfterTheBytes) {
@@ -135,7 +136,7 @@ TEST(ByteBuffer, TheBytesOutliveClearAndDelete) {
   const char *first = dataOf(buffer);
   EXPECT_EQ(TARN_OK, CGIgs_clear(buffer, kMagic));
   EXPECT_EQ(nullptr, dataOf(buffer));
-  EXPECT_EQ(0u, CGIgs_getInt(buffer, 0, kMagic));
+  EXPECT_EQ(0u, CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH, kMagic));
   CGIfb_setData(buffer, "def", 3);
   const char *second = dataOf(buffer);
   EXPECT_EQ(TARN_OK, CGIgs_delete(buffer, kMagic));
@@ -161,7 +162,7 @@ TEST(ByteBufferWithoutMemory, SetDataReportsItAndTheContentsAreGone) {
   tarn_test::withoutMemory([&] { status = CGIfb_setData(buffer, data.data(), 5000); });
   EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
   EXPECT_EQ(nullptr, dataOf(buffer));
-  EXPECT_EQ(0u, CGIgs_getInt(buffer, 0, kMagic));
+  EXPECT_EQ(0u, CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH, kMagic));
 }
 
 TEST(ByteBufferWithoutMemory, SetDataOfAllThatALengthCanSayReportsIt) {

@@ -176,15 +176,148 @@ TEST(NodeNew, TakesAnyMagicButZero) {
   }
 }
 
-TEST(NodeNew, UnderTheListsMagicMakesWhatOnlyTheListOperationsTake) {
-  TarnHandle handle = 0;
-  EXPECT_EQ(TARN_OK, CGIgs_new(&handle, TARN_GENERIC_LIST_MAGIC));
-  EXPECT_EQ(TARN_WRONG_TYPE, CGIgs_setInt(&handle, 0, 1, TARN_GENERIC_LIST_MAGIC));
-  EXPECT_EQ(TARN_WRONG_TYPE, CGIgs_delete(&handle, 0));
-  EXPECT_EQ(TARN_OK, TARNGenericList_addDatum(&handle, 5));
-  EXPECT_EQ(5u, TARNGenericList_getByIndex(&handle, 0));
-  EXPECT_EQ(TARN_OK, TARNGenericList_delete(&handle));
-  EXPECT_EQ(0u, handle);
+// The tags of the generic list and of the string, whose records are no nodes.
+constexpr uint32_t kRecords[] = {TARN_GENERIC_LIST_MAGIC, TARN_STRING_MAGIC};
+
+// A node with something in every slot.
+void fillNode(TarnHandle *node, uint32_t magic) {
+  const Node child(kChild);
+  TarnHandle given = child.value();
+  for (uint32_t i = 0; i < 2; ++i) {
+    List list{7, 8};
+    ASSERT_EQ(TARN_OK, CGIgs_setList(node, i, list, magic));
+    list.forget();
+  }
+  for (uint32_t i = 0; i < 3; ++i) {
+    ASSERT_EQ(TARN_OK, CGIgs_setStruct(node, i, &given, magic, kChild));
+    ASSERT_EQ(TARN_OK, CGIgs_setInt(node, i, 40 + i, magic));
+  }
+  for (uint32_t i = 0; i < 8; ++i) {
+    ASSERT_EQ(TARN_OK, CGIgs_setString(node, i, std::to_string(i).c_str(), magic));
+  }
+  ASSERT_EQ(TARN_OK, CGIgs_setFixed(node, 99, magic));
+  ASSERT_EQ(TARN_OK, CGIgs_setDouble(node, 0, 0.5, magic));
+}
+
+void expectFilled(TarnHandle *node, uint32_t magic) {
+  for (uint32_t i = 0; i < 2; ++i) {
+    TarnHandle list = CGIgs_getList(node, i, magic);
+    EXPECT_EQ(8u, TARNGenericList_getByIndex(&list, 1)) << i;
+  }
+  for (uint32_t i = 0; i < 3; ++i) {
+    TarnHandle child = CGIgs_getStruct(node, i, magic);
+    EXPECT_EQ(kChild, CGIgs_getMagic(&child)) << i;
+    EXPECT_EQ(kChild, CGIgs_getChildMagic(node, i, magic)) << i;
+    EXPECT_EQ(40 + i, CGIgs_getInt(node, i, magic)) << i;
+  }
+  for (uint32_t i = 0; i < 8; ++i) {
+    EXPECT_EQ(std::to_string(i), CGIgs_getString(node, i, magic));
+  }
+  EXPECT_EQ(99u, CGIgs_getFixed(node, magic));
+  EXPECT_EQ(0.5, CGIgs_getDouble(node, 0, magic));
+}
+
+TEST(NodeUnderARecordsTag, WorksAsAnyNode) {
+  for (const uint32_t magic : kRecords) {
+    SCOPED_TRACE(magic);
+    TarnHandle node = 0;
+    ASSERT_EQ(TARN_OK, CGIgs_new(&node, magic));
+    EXPECT_EQ(magic, CGIgs_getMagic(&node));
+    fillNode(&node, magic);
+    expectFilled(&node, magic);
+    expectFilled(&node, 0);
+    TarnHandle copy = 0;
+    ASSERT_EQ(TARN_OK, CGIgs_clone(&node, &copy, magic));
+    EXPECT_EQ(TARN_OK, CGIgs_clear(&node, magic));
+    EXPECT_EQ(nullptr, CGIgs_getString(&node, 0, magic));
+    EXPECT_STREQ("7", CGIgs_getString(&node, 7, magic));
+    EXPECT_EQ(0u, CGIgs_getStruct(&node, 0, magic));
+    EXPECT_EQ(TARN_OK, CGIgs_delete(&node, magic));
+    EXPECT_EQ(0u, node);
+    expectFilled(&copy, magic);
+    EXPECT_EQ(magic, CGIgs_getMagic(&copy));
+    EXPECT_EQ(TARN_OK, CGIgs_delete(&copy, 0));
+  }
+}
+
+TEST(NodeUnderARecordsTag, IsCopiedAsAChildWithItsChildren) {
+  for (const uint32_t magic : kRecords) {
+    SCOPED_TRACE(magic);
+    Node parent(kMagic);
+    Node node(magic);
+    fillNode(node, magic);
+    ASSERT_EQ(TARN_OK, CGIgs_setStruct(parent, 1, node, kMagic, magic));
+    TarnHandle child = CGIgs_getStruct(parent, 1, kMagic);
+    EXPECT_NE(node.value(), child);
+    expectFilled(&child, magic);
+    Node copy;
+    ASSERT_EQ(TARN_OK, CGIgs_clone(parent, copy, kMagic));
+    EXPECT_EQ(TARN_OK, CGIgs_clear(parent, kMagic));
+    child = CGIgs_getStruct(copy, 1, kMagic);
+    expectFilled(&child, magic);
+  }
+}
+
+TEST(NodeUnderARecordsTag, KeepsItsSlotsWhateverTheRecordsOperationsDo) {
+  TarnHandle list = 0;
+  ASSERT_EQ(TARN_OK, CGIgs_new(&list, TARN_GENERIC_LIST_MAGIC));
+  fillNode(&list, TARN_GENERIC_LIST_MAGIC);
+  EXPECT_EQ(0u, TARNGenericList_getCount(&list));
+  EXPECT_EQ(0u, TARNGenericList_getByIndex(&list, 0));
+  for (uintptr_t word = 1; word <= 25; ++word) {
+    EXPECT_EQ(TARN_OK, TARNGenericList_addDatum(&list, word));
+  }
+  EXPECT_EQ(25u, TARNGenericList_getByIndex(&list, 24));
+  expectFilled(&list, TARN_GENERIC_LIST_MAGIC);
+  EXPECT_EQ(TARN_OK, CGIgs_clear(&list, 0));
+  EXPECT_EQ(25u, TARNGenericList_getCount(&list));
+  EXPECT_EQ(TARN_OK, CGIgs_delete(&list, TARN_GENERIC_LIST_MAGIC));
+
+  TarnHandle string = 0;
+  ASSERT_EQ(TARN_OK, CGIgs_new(&string, TARN_STRING_MAGIC));
+  fillNode(&string, TARN_STRING_MAGIC);
+  EXPECT_EQ(0u, TARNString_length(&string));
+  EXPECT_EQ(TARN_OK, TARNString_append(&string, "a text longer than the record"));
+  expectFilled(&string, TARN_STRING_MAGIC);
+  EXPECT_STREQ("a text longer than the record", TARNString_c_str(&string));
+  EXPECT_EQ(TARN_OK, TARNString_delete(&string));
+  EXPECT_EQ(0u, string);
+}
+
+TEST(NodeUnderARecordsTag, GoesWithItsSlotsByTheRecordsDelete) {
+  for (const uint32_t magic : kRecords) {
+    TarnHandle handle = 0;
+    ASSERT_EQ(TARN_OK, CGIgs_new(&handle, magic));
+    fillNode(&handle, magic);
+    if (magic == TARN_STRING_MAGIC) {
+      EXPECT_EQ(TARN_OK, TARNString_delete(&handle));
+    } else {
+      EXPECT_EQ(TARN_OK, TARNGenericList_delete(&handle));
+    }
+    EXPECT_EQ(0u, handle);
+  }
+}
+
+// A list slot takes it as a list. However deep the nodes stand in one another's lists, releasing
+// them takes no stack.
+TEST(NodeUnderARecordsTag, IsReleasedFromAListSlotAtAnyDepth) {
+  TarnHandle top = 0;
+  for (int depth = 0; depth < 200000; ++depth) {
+    TarnHandle outer = 0;
+    ASSERT_EQ(TARN_OK, CGIgs_new(&outer, TARN_GENERIC_LIST_MAGIC));
+    ASSERT_EQ(TARN_OK, CGIgs_setList(&outer, depth % 2, &top, TARN_GENERIC_LIST_MAGIC));
+    top = outer;
+  }
+  EXPECT_EQ(TARN_OK, CGIgs_delete(&top, 0));
+}
+
+TEST(NodeUnderARecordsTag, IsNoRecordOfTheOtherKind) {
+  Node list(TARN_GENERIC_LIST_MAGIC);
+  Node string(TARN_STRING_MAGIC);
+  EXPECT_EQ(TARN_WRONG_TYPE, CGIgs_setInt(list, 0, 1, TARN_STRING_MAGIC));
+  EXPECT_EQ(TARN_WRONG_TYPE, CGIgs_setInt(string, 0, 1, TARN_GENERIC_LIST_MAGIC));
+  EXPECT_EQ(TARN_WRONG_TYPE, TARNGenericList_addDatum(string, 1));
+  EXPECT_EQ(TARN_WRONG_TYPE, TARNString_append(list, "a"));
 }
 
 TEST(NodeNew, RefusesANullAddress) { EXPECT_EQ(TARN_BAD_ARGUMENT, CGIgs_new(nullptr, kMagic)); }
@@ -1146,6 +1279,60 @@ TEST(NodeWithoutMemory, WhatDoesNotFitIsAbsentFromAClone) {
   EXPECT_STREQ("small", CGIgs_getString(&copiedChild, 1, kChild));
   EXPECT_EQ(nullptr, CGIgs_getString(copy, 7, kMagic));
   EXPECT_EQ(5u, CGIgs_getInt(copy, 2, kMagic));
+}
+
+// Compiled scripts hold the numbers and not the names.
+TEST(Slots, KeepTheirNumbers) {
+  constexpr struct {
+    uint32_t slot;
+    uint32_t number;
+  } kSlots[] = {
+      {TARN_LIST_ELEMENTS, 0},
+      {TARN_BYTE_BUFFER_LENGTH, 0},
+      {TARN_ENVIRONMENT_CONTENT_LENGTH, 0},
+      {TARN_ENVIRONMENT_HTTPS, 1},
+      {TARN_ENVIRONMENT_BODY, 0},
+      {TARN_ENVIRONMENT_COOKIES, 1},
+      {TARN_ENTRY_NAME, 0},
+      {TARN_ENTRY_VALUE, 1},
+      {TARN_ENTRY_STRIPPED_VALUE, 2},
+      {TARN_ENTRY_LENGTH, 0},
+      {TARN_FILE_FIELD_NAME, 0},
+      {TARN_FILE_FILENAME, 1},
+      {TARN_FILE_CONTENT_TYPE, 2},
+      {TARN_FILE_BYTES, 0},
+      {TARN_REQUEST_ENVIRONMENT, 0},
+      {TARN_REQUEST_ENTRIES, 1},
+      {TARN_REQUEST_FILES, 2},
+      {TARN_COOKIE_NAME, 0},
+      {TARN_COOKIE_VALUE, 1},
+      {TARN_COOKIE_COMMENT, 2},
+      {TARN_COOKIE_DOMAIN, 3},
+      {TARN_COOKIE_PATH, 4},
+      {TARN_COOKIE_RENDERED, 5},
+      {TARN_COOKIE_MAX_AGE, 0},
+      {TARN_COOKIE_SECURE, 1},
+      {TARN_HEADER_CONTENT_TYPE, 0},
+      {TARN_HEADER_COOKIES, 0},
+      {TARN_RESPONSE_HEADER_FIRST, 0},
+      {TARN_RESPONSE_HEADER_SECOND, 1},
+      {TARN_RESPONSE_HEADER_NUMBER, 0},
+      {TARN_RESPONSE_HEADER_LINES, 0},
+      {TARN_RESPONSE_HEADER_COOKIES, 0},
+      {TARN_MULTIPART_HEADER_DISPOSITION, 0},
+      {TARN_MULTIPART_HEADER_NAME, 1},
+      {TARN_MULTIPART_HEADER_FILENAME, 2},
+      {TARN_MULTIPART_HEADER_CONTENT_TYPE, 3},
+      {TARN_ATTRIBUTE_NAME, 0},
+      {TARN_ATTRIBUTE_VALUE, 1},
+      {TARN_ATTRIBUTE_NUMBER, 0},
+      {TARN_ELEMENT_NAME, 0},
+      {TARN_ELEMENT_TEXT, 1},
+      {TARN_ELEMENT_NUMBER, 0},
+      {TARN_ELEMENT_ATTRIBUTES, 0},
+      {TARN_ELEMENT_EMBEDDED, 1},
+  };
+  for (const auto &each : kSlots) EXPECT_EQ(each.number, each.slot) << (&each - kSlots);
 }
 
 }  // namespace

@@ -578,6 +578,32 @@ TEST(ListWithoutMemory, ReserveReportsItAndStopsAtTheStepThatFailed) {
   EXPECT_EQ((Words{1, 2, 3}), wordsOf(filled));
 }
 
+TEST(ListWithoutMemory, ReserveKeepsTheStepsThatSucceeded) {
+  struct {
+    uint32_t held, wanted, room, capacity;
+  } const cases[] = {{0, 45, 10, 20}, {0, 45, 39, 40}, {0, 45, 40, 50},
+                     {0, 45, 9, 10},  {3, 95, 40, 40}, {3, 95, 9, 20}};
+  for (const auto &each : cases) {
+    SCOPED_TRACE(std::to_string(each.wanted) + " where " + std::to_string(each.room) + " fit");
+    List list;
+    for (uintptr_t word = 1; word <= each.held; ++word) TARNGenericList_addDatum(list, word);
+    TarnStatus status = TARN_OK;
+    tarn_test::withoutMemory([&] { status = TARNGenericList_reserve(list, each.wanted); },
+                             each.room * sizeof(uintptr_t));
+    EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
+    EXPECT_EQ(each.capacity, TARNGenericList_getCapacity(list));
+    EXPECT_EQ(each.held, TARNGenericList_getCount(list));
+    for (uint32_t i = 0; i < each.held; ++i) EXPECT_EQ(i + 1, TARNGenericList_getByIndex(list, i));
+    const uint32_t array = each.capacity - 10;
+    const uintptr_t *words = TARNGenericList_getData(list);
+    ASSERT_EQ(array == 0, words == nullptr);
+    for (uint32_t i = each.held; i < array; ++i) EXPECT_EQ(0u, words[i]) << i;
+    for (uint32_t i = 0; i < array; ++i) {
+      EXPECT_EQ(TARN_OK, TARNGenericList_setByIndex(list, i, i));
+    }
+  }
+}
+
 TEST(ListWithoutMemory, ReserveOfMoreThanACapacityCanSayReportsItAndTheCapacityStays) {
   List list;
   TarnStatus status = TARN_OK;

@@ -93,7 +93,8 @@ TEST(MemoryEdge, StandsOneByteBehindTheDataThatIsCutOutOf) {
     TarnHandle buffer = extractBetween(input.text(), input.size() - 1, open, close);
     const auto *bytes =
         reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
-    std::string found(bytes ? bytes : "", CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC));
+    std::string found(bytes ? bytes : "",
+                      CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC));
     CGIgs_delete(&buffer, TARN_BYTE_BUFFER_MAGIC);
     return found;
   };

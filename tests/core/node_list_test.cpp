@@ -99,7 +99,6 @@ constexpr uint32_t kElementMagics[] = {Entries::kElementMagic, Files::kElementMa
 
 // Every element has a name in string 0, and another text in string 1.
 enum Text : uint32_t { kName, kSecond };
-enum ListSlot : uint32_t { kElements };
 
 template <typename Type>
 struct Element : Node {
@@ -127,7 +126,7 @@ struct TypedList : Node {
     TarnHandle inner = this->inner();
     ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(&inner, address));
   }
-  TarnHandle inner() { return CGIgs_getList(*this, kElements, Type::kListMagic); }
+  TarnHandle inner() { return CGIgs_getList(*this, TARN_LIST_ELEMENTS, Type::kListMagic); }
   uint32_t capacity() {
     TarnHandle generic = inner();
     return TARNGenericList_getCapacity(&generic);
@@ -605,7 +604,7 @@ TYPED_TEST(NodeListWithinAnElement, TakesACopyOfItWithTheListAsItIsAtThatMoment)
   TarnHandle within = CGIgs_getStruct(&copy, kFree, TypeParam::kElementMagic);
   EXPECT_EQ(1U, CGIgs_IsA(&within, TypeParam::kListMagic));
   EXPECT_EQ(TypeParam::kBeginsBeforeTheCopy,
-            CGIgs_getList(&within, kElements, TypeParam::kListMagic) != 0);
+            CGIgs_getList(&within, TARN_LIST_ELEMENTS, TypeParam::kListMagic) != 0);
   EXPECT_EQ(0, TypeParam::getCount(&within));
   // The element's end takes the list, and not what is in it.
   EXPECT_EQ(TARN_OK, CGIgs_delete(&copy, TypeParam::kElementMagic));

@@ -959,7 +959,6 @@ TEST(StringAndNode, WhatCgigsNewMakesUnderTheStringsTagIsAnEmptyString) {
   EXPECT_EQ(0U, TARNString_length(string));
   EXPECT_EQ(0, TARNString_compare(string, ""));
   EXPECT_EQ(TARN_OK, TARNString_remove(string, 0, 0));
-  EXPECT_EQ(TARN_WRONG_TYPE, CGIgs_delete(string, TARN_STRING_MAGIC));
   EXPECT_EQ(TARN_OK, TARNString_append(string, "abc"));
   EXPECT_STREQ("abc", TARNString_c_str(string));
   EXPECT_EQ(20, capacityOf(string));

@@ -496,7 +496,7 @@ TEST(Memfind, ACommonLastByteDoesNotMakeTheSearchBackUp) {
 // The buffer's bytes; the zero byte after them is checked on the way.
 std::string bytesOf(TarnHandle *buffer) {
   EXPECT_EQ(1u, CGIgs_IsA(buffer, TARN_BYTE_BUFFER_MAGIC));
-  const uint32_t length = CGIgs_getInt(buffer, 0, TARN_BYTE_BUFFER_MAGIC);
+  const uint32_t length = CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
   const auto *data = reinterpret_cast<const char *>(CGIgs_getFixed(buffer, TARN_BYTE_BUFFER_MAGIC));
   EXPECT_EQ(length == 0, data == nullptr);
   if (data == nullptr) return {};

@@ -104,8 +104,8 @@ TEST(CppElement, CannotBePutIntoItself) {
 TEST(CppElement, LendsTextsByTheirPlaceInTheTree) {
   TarnHandle made = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&made, TARN_ELEMENT_MAGIC));
-  CGIgs_setString(&made, 0, "p", TARN_ELEMENT_MAGIC);
-  CGIgs_setString(&made, 1, "own", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&made, TARN_ELEMENT_NAME, "p", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&made, TARN_ELEMENT_TEXT, "own", TARN_ELEMENT_MAGIC);
   tarn::Element element(tarn::adopt, made);
   element.add("child");
   EXPECT_EQ("(p \"own\" \"child\")", lineOf(element.view()));
@@ -113,7 +113,8 @@ TEST(CppElement, LendsTextsByTheirPlaceInTheTree) {
 
 TEST(CppElement, IsReadAndChangedByTheCInterface) {
   tarn::Element element("p", tarn::Attribute("id", "x"), "text");
-  TarnHandle attributes = CGIgs_getStruct(element.handle(), 0, TARN_ELEMENT_MAGIC);
+  TarnHandle attributes =
+      CGIgs_getStruct(element.handle(), TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
   EXPECT_EQ(1, HTMLAttributeList_getCount(&attributes));
   tarn::Element child("b");
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(element.handle(), child.handle()));
@@ -130,7 +131,7 @@ TEST(CppElement, MarksWhatWasMadeOfRawAlsoInAClone) {
   const tarn::Element copy = element.clone();
   EXPECT_EQ("(p onclick:=f() <<i>>)", lineOf(copy.view()));
   tarn::ElementView raw = copy.view().children()[0];
-  EXPECT_EQ(tarn::raw_mark, CGIgs_getInt(raw.handle(), 0, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(tarn::raw_mark, CGIgs_getInt(raw.handle(), TARN_ELEMENT_NUMBER, TARN_ELEMENT_MAGIC));
   EXPECT_FALSE(copy.view().is_raw());
 }
 

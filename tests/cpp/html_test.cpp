@@ -311,15 +311,15 @@ TEST(Html, OfACloneIsTheSame) {
 // What a C function made of the same interface.
 TEST(Html, HasAnElementsOwnTextBeforeItsChildren) {
   Element element("p", Element("b"));
-  CGIgs_setString(element.handle(), 1, "a<b", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(element.handle(), TARN_ELEMENT_TEXT, "a<b", TARN_ELEMENT_MAGIC);
   EXPECT_EQ("<p>a&lt;b<b></b></p>", written(element));
 }
 
 // The number counts on a text alone.
 TEST(Html, EscapesAnElementsOwnTextWhateverItsNumber) {
   Element element("p");
-  CGIgs_setString(element.handle(), 1, "a<b", TARN_ELEMENT_MAGIC);
-  CGIgs_setInt(element.handle(), 0, tarn::raw_mark, TARN_ELEMENT_MAGIC);
+  CGIgs_setString(element.handle(), TARN_ELEMENT_TEXT, "a<b", TARN_ELEMENT_MAGIC);
+  CGIgs_setInt(element.handle(), TARN_ELEMENT_NUMBER, tarn::raw_mark, TARN_ELEMENT_MAGIC);
   EXPECT_EQ("<p>a&lt;b</p>", written(element));
 }
 
@@ -329,30 +329,32 @@ TEST(Html, RefusesAnElementsOwnTextWhereItCannotStand) {
       {"script", "a script or style is not Raw"}};
   for (const auto &[name, problem] : kCases) {
     Element element(name);
-    CGIgs_setString(element.handle(), 1, "x", TARN_ELEMENT_MAGIC);
+    CGIgs_setString(element.handle(), TARN_ELEMENT_TEXT, "x", TARN_ELEMENT_MAGIC);
     EXPECT_EQ(problem, problemOf(element));
   }
 }
 
 TEST(Html, RefusesATextWithElementsOfItsOwn) {
   Element text("x", Element("b"));
-  CGIgs_setString(text.handle(), 0, nullptr, TARN_ELEMENT_MAGIC);
+  CGIgs_setString(text.handle(), TARN_ELEMENT_NAME, nullptr, TARN_ELEMENT_MAGIC);
   EXPECT_EQ("a text has elements of its own", problemOf(text));
 }
 
 TEST(Html, RefusesAnAttributeWithoutAName) {
   Attribute attribute("x", "y");
-  CGIgs_setString(attribute.handle(), 0, nullptr, TARN_ATTRIBUTE_MAGIC);
+  CGIgs_setString(attribute.handle(), TARN_ATTRIBUTE_NAME, nullptr, TARN_ATTRIBUTE_MAGIC);
   EXPECT_EQ("an attribute has a name that is none", problemOf(std::move(attribute)));
 }
 
 // The two list types share their tag.
 TEST(Html, OfListsInEachOthersPlaceIsHarmless) {
   Element element("p", Attribute("title", "<"), Element("b", "<"));
-  TarnHandle attributes = CGIgs_getStruct(element.handle(), 0, TARN_ELEMENT_MAGIC);
-  TarnHandle children = CGIgs_getStruct(element.handle(), 1, TARN_ELEMENT_MAGIC);
-  TarnHandle words[2] = {CGIgs_getList(&attributes, 0, TARN_ATTRIBUTE_LIST_MAGIC),
-                         CGIgs_getList(&children, 0, TARN_ELEMENT_LIST_MAGIC)};
+  TarnHandle attributes =
+      CGIgs_getStruct(element.handle(), TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
+  TarnHandle children =
+      CGIgs_getStruct(element.handle(), TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
+  TarnHandle words[2] = {CGIgs_getList(&attributes, TARN_LIST_ELEMENTS, TARN_ATTRIBUTE_LIST_MAGIC),
+                         CGIgs_getList(&children, TARN_LIST_ELEMENTS, TARN_ELEMENT_LIST_MAGIC)};
   const uintptr_t attribute = TARNGenericList_getByIndex(&words[0], 0);
   const uintptr_t child = TARNGenericList_getByIndex(&words[1], 0);
   TARNGenericList_setByIndex(&words[1], 0, attribute);

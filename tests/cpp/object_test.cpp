@@ -96,7 +96,8 @@ std::string textOf(tarn::ResponseHeader &header) {
   std::string text = std::string(*view.first()) + std::to_string(view.number());
   text += *view.second();
   for (const std::string_view line : view.lines()) text.append("|").append(line);
-  TarnHandle cookies = CGIgs_getStruct(header.handle(), 0, TARN_RESPONSE_HEADER_MAGIC);
+  TarnHandle cookies =
+      CGIgs_getStruct(header.handle(), TARN_RESPONSE_HEADER_COOKIES, TARN_RESPONSE_HEADER_MAGIC);
   return text + pictureOf(cookies);
 }
 

@@ -527,10 +527,11 @@ TEST(SetCookie, ComesBackAsItWas) {
   tarn_test::asScript({{"HTTP_COOKIE", "x=y; " + pair}}, "", [&] {
     TarnHandle environment = 0;
     ASSERT_EQ(TARN_OK, CgiEnv_new(&environment));
-    TarnHandle list = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+    TarnHandle list =
+        CGIgs_getStruct(&environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
     TarnHandle back = HTTPCookieList_getByIndex(&list, 1);
-    EXPECT_EQ(name, CGIgs_getString(&back, 0, TARN_COOKIE_MAGIC));
-    EXPECT_EQ(value, CGIgs_getString(&back, 1, TARN_COOKIE_MAGIC));
+    EXPECT_EQ(name, CGIgs_getString(&back, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC));
+    EXPECT_EQ(value, CGIgs_getString(&back, TARN_COOKIE_VALUE, TARN_COOKIE_MAGIC));
     CgiEnv_delete(&environment);
   });
 }

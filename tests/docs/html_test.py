@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 import tomllib
+import textwrap
 import unittest
 import xml.etree.ElementTree as xml
 from pathlib import Path
@@ -364,11 +365,14 @@ class Tasks(unittest.TestCase):
         mono = float(re.search(r'\.sheet code \{ font-size: (\S+)pt', printed)[1])
         point = 25.4 / 72
         column = (210 - 2 * 10 - 6) / 2
-        # A letter is 0.6 em wide in a monospaced font, about 0.55 in another.
+        # A letter is 0.6 em wide in a monospaced font, about 0.55 in another. A long call goes on in
+        # a second line, between words.
         calls = [text_of(call) for call in sheet.findall('.//dd/code')]
-        self.assertEqual([call for call in calls
-                          if len(call) * 0.6 * mono * point > column - 3], [])
-        lines = len(calls) + 2 * len(sheet.findall('.//h2'))
+        letters = int((column - 3) // (0.6 * mono * point))
+        wrapped = [textwrap.wrap(call, letters, break_long_words=False, break_on_hyphens=False)
+                   for call in calls]
+        self.assertEqual([line for call in wrapped for line in call if len(line) > letters], [])
+        lines = sum(map(len, wrapped)) + 2 * len(sheet.findall('.//h2'))
         for tag in ('dt', 'li'):
             for element in sheet.iter(tag):
                 lines += -(-len(text_of(element)) * 0.55 * size * point // (column - 5))

@@ -59,45 +59,48 @@ static void tellVariables(TarnHandle *environment) {
 }
 
 static void tellCaptured(TarnHandle *environment) {
-  number("captured.length", (int32_t)CGIgs_getInt(environment, 0, TARN_ENVIRONMENT_MAGIC));
-  number("captured.https", (int32_t)CGIgs_getInt(environment, 1, TARN_ENVIRONMENT_MAGIC));
-  TarnHandle body = CGIgs_getStruct(environment, 0, TARN_ENVIRONMENT_MAGIC);
+  number("captured.length", (int32_t)CGIgs_getInt(environment, TARN_ENVIRONMENT_CONTENT_LENGTH,
+                                                  TARN_ENVIRONMENT_MAGIC));
+  number("captured.https",
+         (int32_t)CGIgs_getInt(environment, TARN_ENVIRONMENT_HTTPS, TARN_ENVIRONMENT_MAGIC));
+  TarnHandle body = CGIgs_getStruct(environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
   bytes("body", (const void *)CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC),
-        CGIgs_getInt(&body, 0, TARN_BYTE_BUFFER_MAGIC));
+        CGIgs_getInt(&body, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC));
 }
 
 static void tellCookies(TarnHandle *environment) {
-  TarnHandle cookies = CGIgs_getStruct(environment, 1, TARN_ENVIRONMENT_MAGIC);
+  TarnHandle cookies =
+      CGIgs_getStruct(environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
   const int count = HTTPCookieList_getCount(&cookies);
   number("cookies", cookies ? count : -1);
   for (int i = 0; i < count; i++) {
     TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, (uint32_t)i);
-    text("cookie.name", CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC));
-    text("cookie.value", CGIgs_getString(&cookie, 1, TARN_COOKIE_MAGIC));
+    text("cookie.name", CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC));
+    text("cookie.value", CGIgs_getString(&cookie, TARN_COOKIE_VALUE, TARN_COOKIE_MAGIC));
   }
 }
 
 static void tellEntries(TarnHandle *request) {
-  TarnHandle entries = CGIgs_getStruct(request, 1, TARN_REQUEST_MAGIC);
+  TarnHandle entries = CGIgs_getStruct(request, TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC);
   const int count = FormEntryList_getCount(&entries);
   number("entries", count);
   for (int i = 0; i < count; i++) {
     TarnHandle entry = FormEntryList_getByIndex(&entries, (uint32_t)i);
-    text("entry.name", CGIgs_getString(&entry, 0, TARN_FORM_ENTRY_MAGIC));
-    text("entry.value", CGIgs_getString(&entry, 1, TARN_FORM_ENTRY_MAGIC));
-    number("entry.length", (int32_t)CGIgs_getInt(&entry, 0, TARN_FORM_ENTRY_MAGIC));
+    text("entry.name", CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC));
+    text("entry.value", CGIgs_getString(&entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC));
+    number("entry.length", (int32_t)CGIgs_getInt(&entry, TARN_ENTRY_LENGTH, TARN_FORM_ENTRY_MAGIC));
   }
 }
 
 static void tellFiles(TarnHandle *request) {
-  TarnHandle files = CGIgs_getStruct(request, 2, TARN_REQUEST_MAGIC);
+  TarnHandle files = CGIgs_getStruct(request, TARN_REQUEST_FILES, TARN_REQUEST_MAGIC);
   const int count = FormFileList_getCount(&files);
   number("files", count);
   for (int i = 0; i < count; i++) {
     TarnHandle file = FormFileList_getByIndex(&files, (uint32_t)i);
-    text("file.name", CGIgs_getString(&file, 0, TARN_FORM_FILE_MAGIC));
-    text("file.fileName", CGIgs_getString(&file, 1, TARN_FORM_FILE_MAGIC));
-    text("file.type", CGIgs_getString(&file, 2, TARN_FORM_FILE_MAGIC));
+    text("file.name", CGIgs_getString(&file, TARN_FILE_FIELD_NAME, TARN_FORM_FILE_MAGIC));
+    text("file.fileName", CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC));
+    text("file.type", CGIgs_getString(&file, TARN_FILE_CONTENT_TYPE, TARN_FORM_FILE_MAGIC));
     fprintf(out, "file.bytes:%u:", FormFile_getDataLength(&file));
     if (FormFile_writeToStream(&file, out) != 0) abort();
     fputc('\n', out);
@@ -109,7 +112,7 @@ int main(void) {
   size_t size = 0;
   TarnHandle request = 0;
   const TarnStatus status = Tarn_new(&request);
-  TarnHandle environment = CGIgs_getStruct(&request, 0, TARN_REQUEST_MAGIC);
+  TarnHandle environment = CGIgs_getStruct(&request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
   out = open_memstream(&answer, &size);
   if (!out) return 1;
   number("status", status);

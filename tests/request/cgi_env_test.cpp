@@ -500,8 +500,9 @@ TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressesAndNoMemory) {
     ASSERT_EQ(0, getrusage(RUSAGE_SELF, &before));
     Environment environment;
     EXPECT_EQ(TARN_OK, environment.status);
-    TarnHandle body = CGIgs_getStruct(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC);
-    EXPECT_EQ(kDeclared, CGIgs_getInt(&body, 0, TARN_BYTE_BUFFER_MAGIC));
+    TarnHandle body =
+        CGIgs_getStruct(&environment.handle, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
+    EXPECT_EQ(kDeclared, CGIgs_getInt(&body, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC));
     const auto *bytes =
         reinterpret_cast<const char *>(CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC));
     EXPECT_STREQ("hello", bytes);
@@ -519,7 +520,8 @@ TEST(CgiEnvBody, StaysReadableAfterTheEnvironmentIsGone) {
     const char *bytes = nullptr;
     {
       Environment environment;
-      TarnHandle body = CGIgs_getStruct(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC);
+      TarnHandle body =
+          CGIgs_getStruct(&environment.handle, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
       bytes = reinterpret_cast<const char *>(CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC));
     }
     EXPECT_STREQ("hello", bytes);
@@ -533,7 +535,8 @@ TEST(CgiEnvSetPostData, GivesABodyToAnEnvironmentWithoutOne) {
     Environment environment;
     EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, "a\0b", 3));
     EXPECT_EQ("a\0b"s, environment.body());
-    EXPECT_EQ(22878U, CGIgs_getChildMagic(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(22878U, CGIgs_getChildMagic(&environment.handle, TARN_ENVIRONMENT_BODY,
+                                          TARN_ENVIRONMENT_MAGIC));
     EXPECT_EQ(0, environment.contentLength()) << "the captured length is another matter";
   });
 }
@@ -541,7 +544,8 @@ TEST(CgiEnvSetPostData, GivesABodyToAnEnvironmentWithoutOne) {
 TEST(CgiEnvSetPostData, ReplacesTheBodyAndLeavesTheOldBytesReadable) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
-    TarnHandle old = CGIgs_getStruct(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC);
+    TarnHandle old =
+        CGIgs_getStruct(&environment.handle, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
     const auto *bytes =
         reinterpret_cast<const char *>(CGIgs_getFixed(&old, TARN_BYTE_BUFFER_MAGIC));
     EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, "other", 4));
@@ -564,7 +568,8 @@ TEST(CgiEnvSetPostData, KeepsACopyOfItsOwn) {
 TEST(CgiEnvSetPostData, TakesTheBodyItAlreadyHolds) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
-    TarnHandle body = CGIgs_getStruct(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC);
+    TarnHandle body =
+        CGIgs_getStruct(&environment.handle, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
     const auto *bytes =
         reinterpret_cast<const char *>(CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC));
     EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, bytes + 1, 3));
@@ -696,8 +701,10 @@ TEST(CgiEnvClear, EmptiesTheNodeAndKeepsItAnEnvironment) {
     EXPECT_EQ(0U, environment.https());
     EXPECT_EQ(kNone, environment.body());
     EXPECT_EQ(std::nullopt, environment.cookies());
-    EXPECT_EQ(0U, CGIgs_getChildMagic(&environment.handle, 0, TARN_ENVIRONMENT_MAGIC));
-    EXPECT_EQ(0U, CGIgs_getChildMagic(&environment.handle, 1, TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getChildMagic(&environment.handle, TARN_ENVIRONMENT_BODY,
+                                      TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getChildMagic(&environment.handle, TARN_ENVIRONMENT_COOKIES,
+                                      TARN_ENVIRONMENT_MAGIC));
   });
 }
 
@@ -998,7 +1005,8 @@ TEST(CgiEnvCookies, HaveNothingButNameAndValue) {
     Environment environment;
     EXPECT_EQ((Cookies{{"a", "1"}, {"Path", "/"}, {kNone, kNone}, {"Max-Age", "5"}}),
               environment.cookies());
-    TarnHandle list = CGIgs_getStruct(&environment.handle, 1, TARN_ENVIRONMENT_MAGIC);
+    TarnHandle list =
+        CGIgs_getStruct(&environment.handle, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
     EXPECT_EQ(0U, HTTPCookieList_getByIndex(&list, 4));
     for (uint32_t i = 0; i < 4; ++i) {
       TarnHandle cookie = HTTPCookieList_getByIndex(&list, i);
@@ -1031,7 +1039,8 @@ TEST(CgiEnvCookies, OfAHeaderFullOfSeparatorsAreCountedWithoutDelay) {
   asScript({{"HTTP_COOKIE", std::string(kSeparators, ';')}}, "", [] {
     limitProcessorTime();
     Environment environment;
-    TarnHandle list = CGIgs_getStruct(&environment.handle, 1, TARN_ENVIRONMENT_MAGIC);
+    TarnHandle list =
+        CGIgs_getStruct(&environment.handle, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
     EXPECT_EQ(kSeparators + 1, HTTPCookieList_getCount(&list));
   });
 }

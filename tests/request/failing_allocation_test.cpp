@@ -54,8 +54,8 @@ TEST(EntryAtEachFailure, InitReportsAMissingValueButNotAMissingName) {
     const TarnStatus status = memory.call([&] { return FormEntry_init(entry, "new", "newer", 5); });
     EXPECT_TRUE(status == TARN_OK || (memory.failed() && status == TARN_OUT_OF_MEMORY));
     EXPECT_STREQ(status == TARN_OK ? "newer" : "older",
-                 CGIgs_getString(entry, 1, TARN_FORM_ENTRY_MAGIC));
-    const char *name = CGIgs_getString(entry, 0, TARN_FORM_ENTRY_MAGIC);
+                 CGIgs_getString(entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC));
+    const char *name = CGIgs_getString(entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC);
     EXPECT_TRUE(name ? std::string("new") == name : memory.failed());
   });
 }
@@ -76,8 +76,8 @@ TEST(EntryAtEachFailure, StrippedValueIsNullOrNotKept) {
     const char *text = memory.call([&] { return FormEntry_getStrippedValue(entry); });
     EXPECT_TRUE(text ? std::string("abc") == text : memory.failed());
     EXPECT_STREQ(memory.failed() ? nullptr : "abc",
-                 CGIgs_getString(entry, 2, TARN_FORM_ENTRY_MAGIC));
-    EXPECT_STREQ(" abc ", CGIgs_getString(entry, 1, TARN_FORM_ENTRY_MAGIC));
+                 CGIgs_getString(entry, TARN_ENTRY_STRIPPED_VALUE, TARN_FORM_ENTRY_MAGIC));
+    EXPECT_STREQ(" abc ", CGIgs_getString(entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC));
     std::free(const_cast<char *>(text));
   });
 }
@@ -166,7 +166,8 @@ TEST(EnvironmentAtEachFailure, NewSaysWhenTheBodyIsMissing) {
       Object environment(CgiEnv_delete);
       const TarnStatus status = memory.call([&] { return CgiEnv_new(environment); });
       seen.insert(status);
-      const TarnHandle body = CGIgs_getStruct(environment, 0, TARN_ENVIRONMENT_MAGIC);
+      const TarnHandle body =
+          CGIgs_getStruct(environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
       EXPECT_EQ(body != 0, status == TARN_OK);
       EXPECT_TRUE(body || status == TARN_BAD_ARGUMENT || status == TARN_WRONG_TYPE);
       if (!memory.failed()) whole = environment.picture();
@@ -205,7 +206,8 @@ void takeInAtEachFailure(Variables variables, const std::string &body) {
       Object request(Tarn_delete);
       const TarnStatus status = memory.call([&] { return Tarn_new(request); });
       // A body that was not kept is not parsed, and a query without an environment refused.
-      const bool environment = CGIgs_getStruct(request, 0, TARN_REQUEST_MAGIC) != 0;
+      const bool environment =
+          CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC) != 0;
       EXPECT_TRUE(status == (environment ? TARN_OK : TARN_NO_ENVIRONMENT) ||
                   (isPost && !environment && status == TARN_OK));
       EXPECT_TRUE(memory.failed() || environment);

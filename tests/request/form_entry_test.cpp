@@ -18,8 +18,6 @@ using tarn_test::Node;
 using tarn_test::withEveryStranger;
 
 // The slots that a script reads with the node's getters.
-enum Text : uint32_t { kName, kValue, kStripped };
-enum Number : uint32_t { kLength };
 
 struct Entry : Node {
   Entry() : Node(TARN_FORM_ENTRY_MAGIC) {}
@@ -38,17 +36,21 @@ using OwnText =
     std::unique_ptr<const char,
                     decltype([](const char *text) { std::free(const_cast<char *>(text)); })>;
 
-const char *name(TarnHandle *entry) { return CGIgs_getString(entry, kName, TARN_FORM_ENTRY_MAGIC); }
+const char *name(TarnHandle *entry) {
+  return CGIgs_getString(entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC);
+}
 
 const char *value(TarnHandle *entry) {
-  return CGIgs_getString(entry, kValue, TARN_FORM_ENTRY_MAGIC);
+  return CGIgs_getString(entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC);
 }
 
 const char *strippedCopy(TarnHandle *entry) {
-  return CGIgs_getString(entry, kStripped, TARN_FORM_ENTRY_MAGIC);
+  return CGIgs_getString(entry, TARN_ENTRY_STRIPPED_VALUE, TARN_FORM_ENTRY_MAGIC);
 }
 
-uint32_t length(TarnHandle *entry) { return CGIgs_getInt(entry, kLength, TARN_FORM_ENTRY_MAGIC); }
+uint32_t length(TarnHandle *entry) {
+  return CGIgs_getInt(entry, TARN_ENTRY_LENGTH, TARN_FORM_ENTRY_MAGIC);
+}
 
 // ---- One entry ----------------------------------------------------------------------------------
 
@@ -254,8 +256,8 @@ TEST(FormEntry, CompareOfEqualNamesIsNegativeWheneverTheSecondHasNoValue) {
   Entry full("n", "x");
   Entry bare;
   Entry another;
-  CGIgs_setString(bare, kName, "n", TARN_FORM_ENTRY_MAGIC);
-  CGIgs_setString(another, kName, "n", TARN_FORM_ENTRY_MAGIC);
+  CGIgs_setString(bare, TARN_ENTRY_NAME, "n", TARN_FORM_ENTRY_MAGIC);
+  CGIgs_setString(another, TARN_ENTRY_NAME, "n", TARN_FORM_ENTRY_MAGIC);
   EXPECT_EQ(-1, FormEntry_compare(full, bare));
   EXPECT_EQ(-1, FormEntry_compare(bare, full));
   EXPECT_EQ(-1, FormEntry_compare(bare, another));

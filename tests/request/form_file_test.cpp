@@ -18,8 +18,6 @@ using tarn_test::Node;
 using tarn_test::withEveryStranger;
 
 // The slots that a script reads with the node's getters.
-enum Text : uint32_t { kName, kFileName, kContentType };
-enum Child : uint32_t { kContents };
 
 struct File : Node {
   File() : Node(TARN_FORM_FILE_MAGIC) {}
@@ -41,12 +39,12 @@ struct Entry : Node {
   Entry() : Node(TARN_FORM_ENTRY_MAGIC) { FormEntry_init(*this, "city", "Paris", 5); }
 };
 
-const char *text(TarnHandle *file, Text slot) {
+const char *text(TarnHandle *file, TarnFileSlot slot) {
   return CGIgs_getString(file, slot, TARN_FORM_FILE_MAGIC);
 }
 
 TarnHandle contents(TarnHandle *file) {
-  return CGIgs_getStruct(file, kContents, TARN_FORM_FILE_MAGIC);
+  return CGIgs_getStruct(file, TARN_FILE_BYTES, TARN_FORM_FILE_MAGIC);
 }
 
 const char *bytes(TarnHandle *file) {
@@ -61,9 +59,9 @@ std::string_view data(TarnHandle *file) {
 
 void expectFile(TarnHandle *file, const char *name, const char *fileName, const char *contentType,
                 std::string_view itsData) {
-  EXPECT_STREQ(name, text(file, kName));
-  EXPECT_STREQ(fileName, text(file, kFileName));
-  EXPECT_STREQ(contentType, text(file, kContentType));
+  EXPECT_STREQ(name, text(file, TARN_FILE_FIELD_NAME));
+  EXPECT_STREQ(fileName, text(file, TARN_FILE_FILENAME));
+  EXPECT_STREQ(contentType, text(file, TARN_FILE_CONTENT_TYPE));
   EXPECT_EQ(itsData, data(file));
   EXPECT_EQ(itsData.size(), FormFile_getDataLength(file));
 }
@@ -91,9 +89,9 @@ TEST(FormFile, InitKeepsCopiesOfTheTextsAndTheBytes) {
 TEST(FormFile, BytesStandInAByteBufferThatTheFileOwns) {
   File file("photo", "meow");
   TarnHandle buffer = contents(file);
-  EXPECT_EQ(22878U, CGIgs_getChildMagic(file, kContents, TARN_FORM_FILE_MAGIC));
+  EXPECT_EQ(22878U, CGIgs_getChildMagic(file, TARN_FILE_BYTES, TARN_FORM_FILE_MAGIC));
   EXPECT_EQ(22878U, CGIgs_getMagic(&buffer));
-  EXPECT_EQ(4U, CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC));
+  EXPECT_EQ(4U, CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC));
   EXPECT_STREQ("meow", bytes(file));
 }
 
@@ -165,14 +163,18 @@ TEST(FormFile, InitEmptiesTheRestOfTheNodeUpToItsThirdTextOnly) {
 
 TEST(FormFile, InitTakesTheFilesOwnTextsInAnyPlaceAndItsOwnBytes) {
   File file("photo", "cat.png", "image/png", "meow");
-  EXPECT_EQ(TARN_OK, FormFile_init(file, text(file, kName), text(file, kFileName),
-                                   text(file, kContentType), bytes(file), 4));
+  EXPECT_EQ(TARN_OK,
+            FormFile_init(file, text(file, TARN_FILE_FIELD_NAME), text(file, TARN_FILE_FILENAME),
+                          text(file, TARN_FILE_CONTENT_TYPE), bytes(file), 4));
   expectFile(file, "photo", "cat.png", "image/png", "meow");
-  EXPECT_EQ(TARN_OK, FormFile_init(file, text(file, kFileName), text(file, kContentType),
-                                   text(file, kName), bytes(file) + 1, 3));
+  EXPECT_EQ(TARN_OK,
+            FormFile_init(file, text(file, TARN_FILE_FILENAME), text(file, TARN_FILE_CONTENT_TYPE),
+                          text(file, TARN_FILE_FIELD_NAME), bytes(file) + 1, 3));
   expectFile(file, "cat.png", "image/png", "photo", "eow");
-  EXPECT_EQ(TARN_OK, FormFile_init(file, text(file, kName) + 4, text(file, kName),
-                                   text(file, kFileName) + 6, text(file, kContentType), 5));
+  EXPECT_EQ(
+      TARN_OK,
+      FormFile_init(file, text(file, TARN_FILE_FIELD_NAME) + 4, text(file, TARN_FILE_FIELD_NAME),
+                    text(file, TARN_FILE_FILENAME) + 6, text(file, TARN_FILE_CONTENT_TYPE), 5));
   expectFile(file, "png", "cat.png", "png", "photo");
 }
 
@@ -204,7 +206,7 @@ TEST(FormFile, DataLengthIsZeroWithoutAFileOrABuffer) {
 TEST(FormFile, ChildThatIsNoByteBufferCountsAsNoBytes) {
   Entry entry;
   File file("photo", "meow");
-  CGIgs_setStruct(file, kContents, entry, TARN_FORM_FILE_MAGIC, TARN_FORM_ENTRY_MAGIC);
+  CGIgs_setStruct(file, TARN_FILE_BYTES, entry, TARN_FORM_FILE_MAGIC, TARN_FORM_ENTRY_MAGIC);
   EXPECT_EQ(0U, FormFile_getDataLength(file));
   EXPECT_EQ(0U, FormFile_writeToStream(file, stdout));
 }
@@ -378,7 +380,7 @@ TEST(FormFile, WriteToStreamNeedsBothTheBytesAndTheirCount) {
   Device device(_IONBF);
   File countless("photo", "meow");
   TarnHandle buffer = contents(countless);
-  CGIgs_setInt(&buffer, 0, 0, TARN_BYTE_BUFFER_MAGIC);
+  CGIgs_setInt(&buffer, TARN_BYTE_BUFFER_LENGTH, 0, TARN_BYTE_BUFFER_MAGIC);
   EXPECT_EQ(0U, FormFile_writeToStream(countless, device));
   File byteless("photo", "meow");
   buffer = contents(byteless);

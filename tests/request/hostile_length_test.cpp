@@ -63,7 +63,7 @@ long mostMemory() {
 
 TarnHandle bodyNode(Request &request) {
   TarnHandle environment = request.environment();
-  return CGIgs_getStruct(&environment, 0, TARN_ENVIRONMENT_MAGIC);
+  return CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
 }
 
 // ---- Lengths that promise too much --------------------------------------------------------------
@@ -80,11 +80,12 @@ TEST(HostileLength, OfTwoGigabytesWithTenBytesOfBodyTakesTheTenBytesAndLittleMem
       Request request;
       EXPECT_EQ(TARN_OK, request.status);
       TarnHandle environment = request.environment();
-      EXPECT_EQ(kLargest, CGIgs_getInt(&environment, 0, TARN_ENVIRONMENT_MAGIC));
+      EXPECT_EQ(kLargest, CGIgs_getInt(&environment, TARN_ENVIRONMENT_CONTENT_LENGTH,
+                                       TARN_ENVIRONMENT_MAGIC));
       TarnHandle body = bodyNode(request);
       if (room) {
         EXPECT_EQ((Form{{{"a", "1"}, {"b", "2"}, {"c", ""}}, {}}), request.form());
-        EXPECT_EQ(kLargest, CGIgs_getInt(&body, 0, TARN_BYTE_BUFFER_MAGIC));
+        EXPECT_EQ(kLargest, CGIgs_getInt(&body, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC));
         const auto *bytes =
             reinterpret_cast<const char *>(CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC));
         EXPECT_STREQ(tenBytes.c_str(), bytes);

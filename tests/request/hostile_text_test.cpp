@@ -173,7 +173,8 @@ TEST(HostileVariables, OfAnyLengthAndAnyBytesComeWhole) {
                EXPECT_EQ(text, CgiEnv_getRequestMethod(&environment));
                EXPECT_EQ(text, CgiEnv_getCookies(&environment));
                EXPECT_EQ(0, CgiEnv_getContentLength(&environment));
-               EXPECT_EQ(0U, CGIgs_getInt(&environment, 1, TARN_ENVIRONMENT_MAGIC));
+               EXPECT_EQ(
+                   0U, CGIgs_getInt(&environment, TARN_ENVIRONMENT_HTTPS, TARN_ENVIRONMENT_MAGIC));
              });
   }
 }

@@ -132,8 +132,9 @@ TEST(Tarn, HoldsTheEnvironmentWithItsBodyAndCookies) {
   asScript(variables, "a=1&b=2", [] {
     Request request;
     TarnHandle environment = request.environment();
-    EXPECT_EQ(7U, CGIgs_getInt(&environment, 0, TARN_ENVIRONMENT_MAGIC));
-    EXPECT_EQ(1U, CGIgs_getInt(&environment, 1, TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(7U,
+              CGIgs_getInt(&environment, TARN_ENVIRONMENT_CONTENT_LENGTH, TARN_ENVIRONMENT_MAGIC));
+    EXPECT_EQ(1U, CGIgs_getInt(&environment, TARN_ENVIRONMENT_HTTPS, TARN_ENVIRONMENT_MAGIC));
     EXPECT_EQ("a=1&b=2", bodyOf(environment));
     EXPECT_EQ((Cookies{{"id", "7"}, {kNone, kNone}}), cookiesOf(environment));
     EXPECT_STREQ("POST", CgiEnv_getRequestMethod(&environment));
@@ -144,8 +145,8 @@ TEST(Tarn, MakesNoRoomForEntriesAndFilesBeforeTheFirstArrives) {
   asScriptOf("", [](Request &request) {
     TarnHandle entries = request.entryList();
     TarnHandle files = request.fileList();
-    EXPECT_EQ(0U, CGIgs_getList(&entries, 0, TARN_FORM_ENTRY_LIST_MAGIC));
-    EXPECT_EQ(0U, CGIgs_getList(&files, 0, TARN_FORM_FILE_LIST_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getList(&entries, TARN_LIST_ELEMENTS, TARN_FORM_ENTRY_LIST_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getList(&files, TARN_LIST_ELEMENTS, TARN_FORM_FILE_LIST_MAGIC));
   });
 }
 
@@ -153,8 +154,8 @@ TEST(Tarn, MakesRoomForTenEntriesAndTenFilesWithTheFirst) {
   asScriptOfMultipart(field("a", "1") + file("f", "f.txt", "x") + kEnd, [](Request &request) {
     TarnHandle entries = request.entryList();
     TarnHandle files = request.fileList();
-    TarnHandle entryWords = CGIgs_getList(&entries, 0, TARN_FORM_ENTRY_LIST_MAGIC);
-    TarnHandle fileWords = CGIgs_getList(&files, 0, TARN_FORM_FILE_LIST_MAGIC);
+    TarnHandle entryWords = CGIgs_getList(&entries, TARN_LIST_ELEMENTS, TARN_FORM_ENTRY_LIST_MAGIC);
+    TarnHandle fileWords = CGIgs_getList(&files, TARN_LIST_ELEMENTS, TARN_FORM_FILE_LIST_MAGIC);
     EXPECT_EQ(10U, TARNGenericList_getCapacity(&entryWords));
     EXPECT_EQ(10U, TARNGenericList_getCapacity(&fileWords));
   });
@@ -287,7 +288,8 @@ TEST(Tarn, KeepsTheBodysBytesReadableAfterTheRequestIsDeleted) {
     {
       Request request;
       TarnHandle environment = request.environment();
-      TarnHandle body = CGIgs_getStruct(&environment, 0, TARN_ENVIRONMENT_MAGIC);
+      TarnHandle body =
+          CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
       bytes = reinterpret_cast<const char *>(CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC));
     }
     EXPECT_STREQ("a=1", bytes);
@@ -301,7 +303,7 @@ TEST(Tarn, KeepsAFilesBytesReadableAfterTheRequestIsDeleted) {
         {
           Request request;
           TarnHandle found = Tarn_getFile(&request.handle, "f");
-          TarnHandle buffer = CGIgs_getStruct(&found, 0, TARN_FORM_FILE_MAGIC);
+          TarnHandle buffer = CGIgs_getStruct(&found, TARN_FILE_BYTES, TARN_FORM_FILE_MAGIC);
           bytes = reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
         }
         EXPECT_STREQ("data", bytes);
@@ -367,15 +369,15 @@ TEST(TarnParseFormInput, OnARequestWithoutListsSucceedsAndLosesTheFields) {
   asScript({}, "", [] {
     Environment environment;
     Node request(TARN_REQUEST_MAGIC);
-    ASSERT_EQ(TARN_OK, CGIgs_setStruct(request, 0, &environment.handle, TARN_REQUEST_MAGIC,
-                                       TARN_ENVIRONMENT_MAGIC));
+    ASSERT_EQ(TARN_OK, CGIgs_setStruct(request, TARN_REQUEST_ENVIRONMENT, &environment.handle,
+                                       TARN_REQUEST_MAGIC, TARN_ENVIRONMENT_MAGIC));
     char pairs[] = "a=1&b=2";
     EXPECT_EQ(TARN_OK, Tarn_parseFormInput(request, pairs, 7));
     setenv("CONTENT_TYPE", kMultipart, 1);
     ExactBlock parts(field("a", "1") + file("f", "f.txt", "x") + kEnd);
     EXPECT_EQ(TARN_OK, Tarn_parseFormInput(request, parts.text(), parts.size()));
-    EXPECT_EQ(0U, CGIgs_getStruct(request, 1, TARN_REQUEST_MAGIC));
-    EXPECT_EQ(0U, CGIgs_getStruct(request, 2, TARN_REQUEST_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getStruct(request, TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC));
+    EXPECT_EQ(0U, CGIgs_getStruct(request, TARN_REQUEST_FILES, TARN_REQUEST_MAGIC));
     EXPECT_EQ(0U, Tarn_getElementByName(request, "a"));
     EXPECT_EQ(0U, Tarn_getFile(request, "f"));
   });
@@ -1012,8 +1014,8 @@ TEST(Tarn, DeleteOfARequestWhoseChildrenWereEmptiedSucceeds) {
   asScript(get("a=1"), "", [] {
     TarnHandle handle = 0;
     ASSERT_EQ(TARN_OK, Tarn_new(&handle));
-    TarnHandle environment = CGIgs_getStruct(&handle, 0, TARN_REQUEST_MAGIC);
-    TarnHandle entries = CGIgs_getStruct(&handle, 1, TARN_REQUEST_MAGIC);
+    TarnHandle environment = CGIgs_getStruct(&handle, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
+    TarnHandle entries = CGIgs_getStruct(&handle, TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC);
     EXPECT_EQ(TARN_OK, CgiEnv_clear(&environment));
     EXPECT_EQ(TARN_OK, FormEntryList_clear(&entries));
     EXPECT_EQ(TARN_OK, Tarn_delete(&handle));
@@ -1146,10 +1148,11 @@ TEST(TarnWithoutMemory, EachAllocationFailingInTurnLeavesWhatCanBeLookedAtAndDel
         TarnHandle handle = 0;
         TarnStatus status = TARN_OUT_OF_MEMORY;
         withoutMemory([&] { status = Tarn_new(&handle); }, spare);
-        TarnHandle environment = CGIgs_getStruct(&handle, 0, TARN_REQUEST_MAGIC);
+        TarnHandle environment =
+            CGIgs_getStruct(&handle, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
         ASSERT_EQ(environment ? TARN_OK : TARN_NO_ENVIRONMENT, status) << spare;
-        form = {entriesOf(CGIgs_getStruct(&handle, 1, TARN_REQUEST_MAGIC)),
-                filesOf(CGIgs_getStruct(&handle, 2, TARN_REQUEST_MAGIC))};
+        form = {entriesOf(CGIgs_getStruct(&handle, TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC)),
+                filesOf(CGIgs_getStruct(&handle, TARN_REQUEST_FILES, TARN_REQUEST_MAGIC))};
         Tarn_getElementByName(&handle, "k");
         Tarn_queryCheckbox(&handle, "a");
         Tarn_getFile(&handle, "f");

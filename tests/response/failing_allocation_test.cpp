@@ -41,7 +41,7 @@ struct Attributes : Object {
 
 struct Element : Object {
   explicit Element(const char *name) : Object(TARN_ELEMENT_MAGIC, HTMLElement_delete) {
-    EXPECT_EQ(TARN_OK, CGIgs_setString(*this, 0, name, TARN_ELEMENT_MAGIC));
+    EXPECT_EQ(TARN_OK, CGIgs_setString(*this, TARN_ELEMENT_NAME, name, TARN_ELEMENT_MAGIC));
   }
 };
 
@@ -82,9 +82,9 @@ TEST(CookieAtEachFailure, ToStringGivesTheSharedEmptyTextOrKeepsNoCopy) {
     const char *text = memory.call([&] { return HTTPCookie_toString(cookie); });
     const bool made = text != CGIgs_empty_string;
     EXPECT_EQ(made, std::string(text).find("name=\"name\"") != std::string::npos);
-    const char *kept = CGIgs_getString(cookie, 5, TARN_COOKIE_MAGIC);
+    const char *kept = CGIgs_getString(cookie, TARN_COOKIE_RENDERED, TARN_COOKIE_MAGIC);
     EXPECT_STREQ(memory.failed() ? nullptr : text, kept);
-    EXPECT_STREQ("name", CGIgs_getString(cookie, 0, TARN_COOKIE_MAGIC));
+    EXPECT_STREQ("name", CGIgs_getString(cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC));
     if (made) std::free(const_cast<char *>(text));
   });
 }
@@ -169,7 +169,7 @@ TEST(HeaderAtEachFailure, NewPlainHeaderIsTheWrongTypeWithoutANode) {
     const TarnStatus status = memory.call([&] { return HTTPPlainHeader_new(header); });
     EXPECT_EQ(header.value() ? TARN_OK : TARN_WRONG_TYPE, status);
     EXPECT_STREQ(memory.failed() ? nullptr : "text/plain",
-                 CGIgs_getString(header, 0, TARN_HEADER_MAGIC));
+                 CGIgs_getString(header, TARN_HEADER_CONTENT_TYPE, TARN_HEADER_MAGIC));
   });
 }
 
@@ -187,13 +187,13 @@ TEST(HeaderAtEachFailure, CookiesThatCannotBeCopiedAreABadArgumentAndLeaveNone) 
     HTTPHeader_setCookieList(header, Cookies("old"));
     const TarnStatus status =
         memory.call([&] { return HTTPHeader_init(header, "text/html", cookies); });
-    TarnHandle stored = CGIgs_getStruct(header, 0, TARN_HEADER_MAGIC);
+    TarnHandle stored = CGIgs_getStruct(header, TARN_HEADER_COOKIES, TARN_HEADER_MAGIC);
     EXPECT_EQ(stored ? TARN_OK : TARN_BAD_ARGUMENT, status);
     expectCookies(memory, stored, cookies);
-    const char *type = CGIgs_getString(header, 0, TARN_HEADER_MAGIC);
+    const char *type = CGIgs_getString(header, TARN_HEADER_CONTENT_TYPE, TARN_HEADER_MAGIC);
     EXPECT_TRUE(type ? std::string("text/html") == type : memory.failed());
     const TarnStatus set = memory.call([&] { return HTTPHeader_setCookieList(header, cookies); });
-    stored = CGIgs_getStruct(header, 0, TARN_HEADER_MAGIC);
+    stored = CGIgs_getStruct(header, TARN_HEADER_COOKIES, TARN_HEADER_MAGIC);
     EXPECT_EQ(stored ? TARN_OK : TARN_BAD_ARGUMENT, set);
     expectCookies(memory, stored, cookies);
     EXPECT_EQ(before, cookies.picture());
@@ -202,7 +202,9 @@ TEST(HeaderAtEachFailure, CookiesThatCannotBeCopiedAreABadArgumentAndLeaveNone) 
 
 struct ResponseHeader : Object {
   ResponseHeader() : Object(TARN_RESPONSE_HEADER_MAGIC, HTTPResponseHeader_delete) {}
-  TarnHandle cookies() { return CGIgs_getStruct(*this, 0, TARN_RESPONSE_HEADER_MAGIC); }
+  TarnHandle cookies() {
+    return CGIgs_getStruct(*this, TARN_RESPONSE_HEADER_COOKIES, TARN_RESPONSE_HEADER_MAGIC);
+  }
   uint32_t lines() {
     TarnHandle list = HTTPResponseHeader_getHeaderList(*this);
     return TARNGenericList_getCount(&list);
@@ -215,12 +217,14 @@ TEST(ResponseHeaderAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) 
     HTTPResponseHeader_addHeader(header, "Old: line");
     EXPECT_EQ(TARN_OK,
               memory.call([&] { return HTTPResponseHeader_init(header, "one", 7, "two"); }));
-    const char *first = CGIgs_getString(header, 0, TARN_RESPONSE_HEADER_MAGIC);
-    const char *second = CGIgs_getString(header, 1, TARN_RESPONSE_HEADER_MAGIC);
+    const char *first =
+        CGIgs_getString(header, TARN_RESPONSE_HEADER_FIRST, TARN_RESPONSE_HEADER_MAGIC);
+    const char *second =
+        CGIgs_getString(header, TARN_RESPONSE_HEADER_SECOND, TARN_RESPONSE_HEADER_MAGIC);
     EXPECT_TRUE(first ? std::string("one") == first : memory.failed());
     EXPECT_TRUE(second ? std::string("two") == second : memory.failed());
     EXPECT_EQ(memory.failed(), !first || !second);
-    EXPECT_EQ(7U, CGIgs_getInt(header, 0, TARN_RESPONSE_HEADER_MAGIC));
+    EXPECT_EQ(7U, CGIgs_getInt(header, TARN_RESPONSE_HEADER_NUMBER, TARN_RESPONSE_HEADER_MAGIC));
     EXPECT_EQ(0U, header.lines());
   });
 }
@@ -317,10 +321,12 @@ TEST(ElementAtEachFailure, SettingListsReportsItAndLeavesNone) {
     const TarnStatus first =
         memory.call([&] { return HTMLElement_setAttributes(tree, attributes); });
     EXPECT_TRUE(first == TARN_OK || (memory.failed() && saysSo(first)));
-    EXPECT_EQ(first == TARN_OK, CGIgs_getStruct(tree, 0, TARN_ELEMENT_MAGIC) != 0);
+    EXPECT_EQ(first == TARN_OK,
+              CGIgs_getStruct(tree, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC) != 0);
     const TarnStatus second = memory.call([&] { return HTMLElement_setEmbedded(tree, elements); });
     EXPECT_TRUE(second == TARN_OK || (memory.failed() && saysSo(second)));
-    EXPECT_EQ(second == TARN_OK, CGIgs_getStruct(tree, 1, TARN_ELEMENT_MAGIC) != 0);
+    EXPECT_EQ(second == TARN_OK,
+              CGIgs_getStruct(tree, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC) != 0);
     EXPECT_EQ(before, attributes.picture() + elements.picture());
   });
 }
@@ -332,20 +338,20 @@ TEST(ElementAtEachFailure, AddingReportsItAndAddsNothing) {
     Tree child("new");
     const std::string before = attribute.picture() + child.picture();
     for (int i = 0; i < 2; ++i) {
-      TarnHandle list = CGIgs_getStruct(parent, 0, TARN_ELEMENT_MAGIC);
+      TarnHandle list = CGIgs_getStruct(parent, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
       const int held = HTMLAttributeList_getCount(&list);
       const TarnStatus status =
           memory.call([&] { return HTMLElement_addAttribute(parent, attribute); });
-      list = CGIgs_getStruct(parent, 0, TARN_ELEMENT_MAGIC);
+      list = CGIgs_getStruct(parent, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
       EXPECT_TRUE(status == (list ? TARN_OK : TARN_BAD_ARGUMENT) || saysSo(status));
       EXPECT_TRUE(memory.failed() || status == TARN_OK);
       EXPECT_EQ(status == TARN_OK ? held + 1 : held, HTMLAttributeList_getCount(&list));
     }
     for (int i = 0; i < 2; ++i) {
-      TarnHandle list = CGIgs_getStruct(parent, 1, TARN_ELEMENT_MAGIC);
+      TarnHandle list = CGIgs_getStruct(parent, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
       const int held = HTMLElementList_getCount(&list);
       const TarnStatus status = memory.call([&] { return HTMLElement_addElement(parent, child); });
-      list = CGIgs_getStruct(parent, 1, TARN_ELEMENT_MAGIC);
+      list = CGIgs_getStruct(parent, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
       expectAdded(memory, status, held, HTMLElementList_getCount(&list));
     }
     EXPECT_EQ(before, attribute.picture() + child.picture());

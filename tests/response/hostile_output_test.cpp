@@ -48,11 +48,13 @@ TEST(HostileHeaderLine, IsKeptLikeTheTextsAndTheContentTypeBesideIt) {
     GuardedText text(injection);
     Node response(TARN_RESPONSE_HEADER_MAGIC);
     EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, text.text(), 200, text.text()));
-    EXPECT_STREQ(injection, CGIgs_getString(response, 0, TARN_RESPONSE_HEADER_MAGIC));
-    EXPECT_STREQ(injection, CGIgs_getString(response, 1, TARN_RESPONSE_HEADER_MAGIC));
+    EXPECT_STREQ(injection,
+                 CGIgs_getString(response, TARN_RESPONSE_HEADER_FIRST, TARN_RESPONSE_HEADER_MAGIC));
+    EXPECT_STREQ(injection, CGIgs_getString(response, TARN_RESPONSE_HEADER_SECOND,
+                                            TARN_RESPONSE_HEADER_MAGIC));
     Node header(TARN_HEADER_MAGIC);
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, text.text(), nullptr));
-    EXPECT_STREQ(injection, CGIgs_getString(header, 0, TARN_HEADER_MAGIC));
+    EXPECT_STREQ(injection, CGIgs_getString(header, TARN_HEADER_CONTENT_TYPE, TARN_HEADER_MAGIC));
   }
 }
 
@@ -77,8 +79,8 @@ TEST(HostileMarkup, IsKeptAsItIsInAttributesAndElements) {
     GuardedText text(injection);
     Node attribute(TARN_ATTRIBUTE_MAGIC);
     EXPECT_EQ(TARN_OK, HTMLAttribute_init(attribute, text.text(), text.text()));
-    EXPECT_STREQ(injection, CGIgs_getString(attribute, 0, TARN_ATTRIBUTE_MAGIC));
-    EXPECT_STREQ(injection, CGIgs_getString(attribute, 1, TARN_ATTRIBUTE_MAGIC));
+    EXPECT_STREQ(injection, CGIgs_getString(attribute, TARN_ATTRIBUTE_NAME, TARN_ATTRIBUTE_MAGIC));
+    EXPECT_STREQ(injection, CGIgs_getString(attribute, TARN_ATTRIBUTE_VALUE, TARN_ATTRIBUTE_MAGIC));
   }
 }
 

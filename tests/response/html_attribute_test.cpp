@@ -14,7 +14,6 @@ using tarn_test::Node;
 using tarn_test::withEveryStranger;
 
 // The slots that a script reads with the node's getters.
-enum Text : uint32_t { kName, kValue };
 
 struct Attribute : Node {
   Attribute() : Node(TARN_ATTRIBUTE_MAGIC) {}
@@ -33,8 +32,8 @@ const char *text(TarnHandle *attribute, uint32_t slot) {
 }
 
 void expectAttribute(TarnHandle *attribute, const char *name, const char *value) {
-  EXPECT_STREQ(name, text(attribute, kName));
-  EXPECT_STREQ(value, text(attribute, kValue));
+  EXPECT_STREQ(name, text(attribute, TARN_ATTRIBUTE_NAME));
+  EXPECT_STREQ(value, text(attribute, TARN_ATTRIBUTE_VALUE));
 }
 
 // ---- One attribute ------------------------------------------------------------------------------
@@ -98,14 +97,14 @@ TEST(HTMLAttribute, InitLeavesTheRestOfTheNodeAsItIs) {
 
 TEST(HTMLAttribute, InitTakesTheAttributesOwnTextsInAnyPlace) {
   Attribute attribute("data-id", "x-17");
-  EXPECT_EQ(TARN_OK,
-            HTMLAttribute_init(attribute, text(attribute, kName), text(attribute, kValue)));
+  EXPECT_EQ(TARN_OK, HTMLAttribute_init(attribute, text(attribute, TARN_ATTRIBUTE_NAME),
+                                        text(attribute, TARN_ATTRIBUTE_VALUE)));
   expectAttribute(attribute, "data-id", "x-17");
-  EXPECT_EQ(TARN_OK,
-            HTMLAttribute_init(attribute, text(attribute, kValue), text(attribute, kName)));
+  EXPECT_EQ(TARN_OK, HTMLAttribute_init(attribute, text(attribute, TARN_ATTRIBUTE_VALUE),
+                                        text(attribute, TARN_ATTRIBUTE_NAME)));
   expectAttribute(attribute, "x-17", "data-id");
-  EXPECT_EQ(TARN_OK,
-            HTMLAttribute_init(attribute, text(attribute, kValue) + 5, text(attribute, kName) + 2));
+  EXPECT_EQ(TARN_OK, HTMLAttribute_init(attribute, text(attribute, TARN_ATTRIBUTE_VALUE) + 5,
+                                        text(attribute, TARN_ATTRIBUTE_NAME) + 2));
   expectAttribute(attribute, "id", "17");
 }
 

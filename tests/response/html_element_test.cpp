@@ -17,12 +17,6 @@ namespace {
 using tarn_test::Node;
 using tarn_test::withEveryStranger;
 
-// The slots that a script reads and writes with the node's operations.
-enum Text : uint32_t { kName, kSecond };
-enum Number : uint32_t { kNumber };
-enum Child : uint32_t { kAttributes, kEmbedded };
-enum ListSlot : uint32_t { kInner };
-
 struct Attribute : Node {
   explicit Attribute(const char *name, const char *value = nullptr) : Node(TARN_ATTRIBUTE_MAGIC) {
     HTMLAttribute_init(*this, name, value);
@@ -37,7 +31,9 @@ struct Element : Node {
   }
   ~Element() { HTMLElement_delete(*this); }
 
-  void setName(const char *name) { CGIgs_setString(*this, kName, name, TARN_ELEMENT_MAGIC); }
+  void setName(const char *name) {
+    CGIgs_setString(*this, TARN_ELEMENT_NAME, name, TARN_ELEMENT_MAGIC);
+  }
   void add(TarnHandle *child) { ASSERT_EQ(TARN_OK, HTMLElement_addElement(*this, child)); }
   void addAttribute(const char *name, const char *value = nullptr) {
     Attribute attribute(name, value);
@@ -70,11 +66,11 @@ struct ElementList : Node {
 };
 
 TarnHandle attributesOf(TarnHandle *element) {
-  return CGIgs_getStruct(element, kAttributes, TARN_ELEMENT_MAGIC);
+  return CGIgs_getStruct(element, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
 }
 
 TarnHandle embeddedOf(TarnHandle *element) {
-  return CGIgs_getStruct(element, kEmbedded, TARN_ELEMENT_MAGIC);
+  return CGIgs_getStruct(element, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
 }
 
 uint32_t attributeCount(TarnHandle *element) {
@@ -107,15 +103,17 @@ std::string text(TarnHandle node, uint32_t slot) {
 // is a list; a missing text is "-", a missing second text and a number of 0 are left out.
 std::string shown(TarnHandle element) {
   EXPECT_EQ(TARN_ELEMENT_MAGIC, CGIgs_getMagic(&element));
-  std::string all = text(element, kName);
-  if (CGIgs_getString(&element, kSecond, 0)) all += '"' + text(element, kSecond) + '"';
-  const auto number = static_cast<int32_t>(CGIgs_getInt(&element, kNumber, 0));
+  std::string all = text(element, TARN_ELEMENT_NAME);
+  if (CGIgs_getString(&element, TARN_ELEMENT_TEXT, 0))
+    all += '"' + text(element, TARN_ELEMENT_TEXT) + '"';
+  const auto number = static_cast<int32_t>(CGIgs_getInt(&element, TARN_ELEMENT_NUMBER, 0));
   if (number) all += "#" + std::to_string(number);
   if (attributesOf(&element)) {
     all += "[";
     for (uint32_t i = 0; i < attributeCount(&element); ++i) {
       const TarnHandle attribute = attributeOf(&element, i);
-      all += (i ? " " : "") + text(attribute, kName) + "=" + text(attribute, 1);
+      all += (i ? " " : "") + text(attribute, TARN_ATTRIBUTE_NAME) + "=" +
+             text(attribute, TARN_ATTRIBUTE_VALUE);
     }
     all += "]";
   }
@@ -142,8 +140,8 @@ std::string listShown(TarnHandle *list) {
 // Two levels with everything that an element has.
 struct Page : Element {
   Page() : Element("ul") {
-    CGIgs_setString(*this, kSecond, "menu", TARN_ELEMENT_MAGIC);
-    CGIgs_setInt(*this, kNumber, static_cast<uint32_t>(-7), TARN_ELEMENT_MAGIC);
+    CGIgs_setString(*this, TARN_ELEMENT_TEXT, "menu", TARN_ELEMENT_MAGIC);
+    CGIgs_setInt(*this, TARN_ELEMENT_NUMBER, static_cast<uint32_t>(-7), TARN_ELEMENT_MAGIC);
     addAttribute("class", "x");
     addAttribute("hidden");
     Element first("li", {"a"});
@@ -156,7 +154,7 @@ constexpr const char *kPage = "ul\"menu\"#-7[class=x hidden=-]{li[id=1]{a} li{b}
 
 // A script can put any address into the generic list behind a list that it was lent.
 void addForeign(TarnHandle list, TarnHandle address) {
-  TarnHandle inner = CGIgs_getList(&list, kInner, TARN_ELEMENT_LIST_MAGIC);
+  TarnHandle inner = CGIgs_getList(&list, TARN_LIST_ELEMENTS, TARN_ELEMENT_LIST_MAGIC);
   ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(&inner, address));
 }
 
@@ -244,7 +242,7 @@ TEST(HTMLElement, FirstAttributeMakesTheListAndEveryOneIsCopied) {
   Element element("a");
   Attribute attribute("href", "/");
   EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
-  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, kAttributes, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC));
   HTMLAttribute_init(attribute, "id", "x");
   EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
   CGIgs_delete(attribute, TARN_ATTRIBUTE_MAGIC);
@@ -311,7 +309,7 @@ TEST(HTMLElement, SetAttributesStoresACopyOfTheList) {
   AttributeList list{"id", "class"};
   EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, list));
   EXPECT_NE(list.value(), attributesOf(element));
-  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, kAttributes, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC));
   HTMLAttributeList_addAttribute(list, Attribute("later"));
   EXPECT_EQ("a[id=- class=-]", shown(element));
   element.addAttribute("own");
@@ -406,7 +404,7 @@ TEST(HTMLElement, FirstChildMakesTheListAndStandsAtItsBeginning) {
   Element element("p");
   Element child("b");
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, child));
-  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, kEmbedded, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC));
   EXPECT_NE(child.value(), childOf(element, 0));
   EXPECT_EQ("p{b}", shown(element));
 }
@@ -427,7 +425,7 @@ TEST(HTMLElement, ChildInTheTreeAndTheCallersChildGoTheirOwnWays) {
   child.addAttribute("later");
   child.add(Element("later"));
   TarnHandle grandchild = childOf(child, 0);
-  CGIgs_setString(&grandchild, kName, "changed", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&grandchild, TARN_ELEMENT_NAME, "changed", TARN_ELEMENT_MAGIC);
   EXPECT_EQ(before, shown(element));
   HTMLElement_delete(child);
   EXPECT_EQ(before, shown(element));
@@ -520,14 +518,14 @@ TEST(HTMLElement, SetEmbeddedStoresACopyOfTheListWithTheSubtrees) {
   list.add(Page());
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, list));
   EXPECT_NE(list.value(), embeddedOf(element));
-  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, kEmbedded, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(element, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC));
   const std::string before = "div{p " + std::string(kPage) + "}";
   list.add(Element("later"));
   TarnHandle page = HTMLElementList_getByIndex(list, 1);
   HTMLElement_clear(&page);
   EXPECT_EQ(before, shown(element));
   TarnHandle first = childOf(element, 0);
-  CGIgs_setString(&first, kName, "q", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&first, TARN_ELEMENT_NAME, "q", TARN_ELEMENT_MAGIC);
   EXPECT_EQ("p - later", listShown(list));
   HTMLElementList_delete(list);
   EXPECT_EQ("div{q " + std::string(kPage) + "}", shown(element));
@@ -618,7 +616,7 @@ TEST(HTMLElement, SetEmbeddedToItsOwnListThatCannotBeCopiedLosesIt) {
   addForeign(lent, foreign.value());
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, &lent));
   EXPECT_EQ("p", shown(element));
-  EXPECT_EQ("id", text(foreign.value(), kName));
+  EXPECT_EQ("id", text(foreign.value(), TARN_ELEMENT_NAME));
 }
 
 // ---- Copying an element -------------------------------------------------------------------------
@@ -628,8 +626,8 @@ TEST(HTMLElement, CloneHasNameSecondTextNumberAttributesAndChildren) {
   Destination copy;
   EXPECT_EQ(TARN_OK, HTMLElement_clone(page, copy));
   EXPECT_EQ(kPage, shown(copy));
-  EXPECT_EQ(140637U, CGIgs_getChildMagic(copy, kAttributes, TARN_ELEMENT_MAGIC));
-  EXPECT_EQ(140637U, CGIgs_getChildMagic(copy, kEmbedded, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(copy, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(140637U, CGIgs_getChildMagic(copy, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC));
   EXPECT_NE(attributesOf(page), attributesOf(copy));
   EXPECT_NE(attributeOf(page, 0), attributeOf(copy, 0));
   EXPECT_NE(embeddedOf(page), embeddedOf(copy));
@@ -666,7 +664,7 @@ TEST(HTMLElement, CloneAndSourceChangeApartAtEveryLevel) {
 TEST(HTMLElement, CloneKeepsMissingAndEmptyTextsAndListsApart) {
   Element bare;
   Element empty("");
-  CGIgs_setString(empty, kSecond, "", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(empty, TARN_ELEMENT_TEXT, "", TARN_ELEMENT_MAGIC);
   HTMLElement_setAttributes(empty, AttributeList());
   HTMLElement_setEmbedded(empty, ElementList());
   for (const auto &[source, expected] :
@@ -775,8 +773,8 @@ TEST(HTMLElement, ClearEmptiesTheElementAndKeepsItForMore) {
   EXPECT_EQ(TARN_OK, HTMLElement_clear(page));
   EXPECT_EQ(before, page.value());
   EXPECT_EQ("-", shown(page));
-  EXPECT_EQ(0U, CGIgs_getChildMagic(page, kAttributes, TARN_ELEMENT_MAGIC));
-  EXPECT_EQ(0U, CGIgs_getChildMagic(page, kEmbedded, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(page, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(page, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC));
   EXPECT_EQ(TARN_OK, HTMLElement_clear(page));
 
   page.setName("p");
@@ -828,7 +826,7 @@ TEST(HTMLElement, ClearAndDeleteOfNoElementAreWrongType) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_delete(other));
   }
   EXPECT_EQ("a", listShown(list));
-  EXPECT_EQ("id", text(attribute.value(), kName));
+  EXPECT_EQ("id", text(attribute.value(), TARN_ELEMENT_NAME));
 }
 
 TEST(HTMLElement, ClearAndDeleteLeaveForeignNodesInTheListsAlive) {
@@ -842,7 +840,7 @@ TEST(HTMLElement, ClearAndDeleteLeaveForeignNodesInTheListsAlive) {
     addForeign(attributesOf(page), element.value());
     addForeign(attributesOf(&item), 0);
     EXPECT_EQ(TARN_OK, release(page));
-    EXPECT_EQ("mine", text(attribute.value(), kName));
+    EXPECT_EQ("mine", text(attribute.value(), TARN_ELEMENT_NAME));
     EXPECT_EQ("mine", shown(element));
   }
 }
@@ -850,7 +848,7 @@ TEST(HTMLElement, ClearAndDeleteLeaveForeignNodesInTheListsAlive) {
 // ---- Something else in the place of a list ------------------------------------------------------
 
 TEST(HTMLElement, NodeInPlaceOfTheListsIsWrongTypeUntilItIsReplaced) {
-  for (const uint32_t slot : {kAttributes + 0U, kEmbedded + 0U}) {
+  for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES + 0U, TARN_ELEMENT_EMBEDDED + 0U}) {
     Element element("a");
     CGIgs_setStruct(element, slot, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
     TarnHandle copy = 0;
@@ -860,7 +858,7 @@ TEST(HTMLElement, NodeInPlaceOfTheListsIsWrongTypeUntilItIsReplaced) {
     Element holder("p");
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(holder, element));
 
-    if (slot == kAttributes) {
+    if (slot == TARN_ELEMENT_ATTRIBUTES) {
       EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(element, Attribute("class")));
       EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList{"id"}));
       EXPECT_EQ("a[id=-]", shown(element));
@@ -874,13 +872,13 @@ TEST(HTMLElement, NodeInPlaceOfTheListsIsWrongTypeUntilItIsReplaced) {
 
 TEST(HTMLElement, NodeInPlaceOfTheListsStaysWhenTheNewListCannotBeCopied) {
   Element element("a");
-  for (const uint32_t slot : {kAttributes + 0U, kEmbedded + 0U}) {
+  for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES + 0U, TARN_ELEMENT_EMBEDDED + 0U}) {
     CGIgs_setStruct(element, slot, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
   }
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, ElementList{"b"}));
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, AttributeList{"class"}));
-  for (const uint32_t slot : {kAttributes + 0U, kEmbedded + 0U}) {
-    EXPECT_EQ("id", text(CGIgs_getStruct(element, slot, TARN_ELEMENT_MAGIC), kName));
+  for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES + 0U, TARN_ELEMENT_EMBEDDED + 0U}) {
+    EXPECT_EQ("id", text(CGIgs_getStruct(element, slot, TARN_ELEMENT_MAGIC), TARN_ELEMENT_NAME));
     EXPECT_EQ(TARN_ATTRIBUTE_MAGIC, CGIgs_getChildMagic(element, slot, TARN_ELEMENT_MAGIC));
   }
 }
@@ -903,7 +901,8 @@ TEST(HTMLElement, ClearAndDeleteTakeSomethingElseInPlaceOfTheLists) {
   for (auto *release : {HTMLElement_clear, HTMLElement_delete}) {
     Element element("a");
     Element parked("b");
-    CGIgs_setStruct(element, kEmbedded, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
+    CGIgs_setStruct(element, TARN_ELEMENT_EMBEDDED, Attribute("id"), TARN_ELEMENT_MAGIC,
+                    TARN_ATTRIBUTE_MAGIC);
     for (Element *one : {&element, &parked}) {
       tarn_test::List list{1, 2, 3};
       ASSERT_EQ(TARN_OK, CGIgs_setList(*one, 2, list, TARN_ELEMENT_MAGIC));
@@ -991,7 +990,7 @@ void growChain(TarnHandle *root) {
   TarnHandle level = *root;
   for (uint32_t depth = 1; depth <= kLevels; ++depth) {
     Element child("div");
-    CGIgs_setInt(child, kNumber, depth, TARN_ELEMENT_MAGIC);
+    CGIgs_setInt(child, TARN_ELEMENT_NUMBER, depth, TARN_ELEMENT_MAGIC);
     if (depth % 100 == 0) child.addAttribute("id", "x");
     ASSERT_EQ(TARN_OK, HTMLElement_addElement(&level, child));
     level = childOf(&level, 0);
@@ -1004,9 +1003,9 @@ TarnHandle expectChain(TarnHandle root) {
   for (uint32_t depth = 1; depth <= kLevels; ++depth) {
     EXPECT_EQ(1U, childCount(&level));
     level = childOf(&level, 0);
-    EXPECT_EQ("div", text(level, kName));
+    EXPECT_EQ("div", text(level, TARN_ELEMENT_NAME));
     EXPECT_EQ(depth % 100 == 0 ? 1U : 0U, attributeCount(&level));
-    if (depth != CGIgs_getInt(&level, kNumber, TARN_ELEMENT_MAGIC)) {
+    if (depth != CGIgs_getInt(&level, TARN_ELEMENT_NUMBER, TARN_ELEMENT_MAGIC)) {
       ADD_FAILURE() << "at level " << depth;
       return 0;
     }
@@ -1078,7 +1077,7 @@ TEST(HTMLElementTree, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(holder, &chain));
     EXPECT_EQ("p", shown(holder));
     EXPECT_EQ(TARN_OK, HTMLElement_delete(root));
-    EXPECT_EQ("mine", text(foreign.value(), kName));
+    EXPECT_EQ("mine", text(foreign.value(), TARN_ELEMENT_NAME));
   });
 }
 
@@ -1087,7 +1086,7 @@ TEST(HTMLElementTree, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
   Element item("li");
   item.addAttribute("class", "x");
   for (uint32_t i = 0; i < kChildren; ++i) {
-    CGIgs_setInt(item, kNumber, i, TARN_ELEMENT_MAGIC);
+    CGIgs_setInt(item, TARN_ELEMENT_NUMBER, i, TARN_ELEMENT_MAGIC);
     ASSERT_EQ(TARN_OK, HTMLElement_addElement(root, item));
   }
   TarnHandle copy = 0;
@@ -1096,7 +1095,7 @@ TEST(HTMLElementTree, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
   ASSERT_EQ(kChildren, childCount(&copy));
   for (uint32_t i = 0; i < kChildren; ++i) {
     TarnHandle child = childOf(&copy, i);
-    ASSERT_EQ(i, CGIgs_getInt(&child, kNumber, TARN_ELEMENT_MAGIC));
+    ASSERT_EQ(i, CGIgs_getInt(&child, TARN_ELEMENT_NUMBER, TARN_ELEMENT_MAGIC));
     ASSERT_EQ(1U, attributeCount(&child));
   }
   EXPECT_EQ(TARN_OK, HTMLElement_delete(&copy));

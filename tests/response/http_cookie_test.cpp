@@ -17,8 +17,6 @@ using tarn_test::Node;
 using tarn_test::withEveryStranger;
 
 // The slots that a script reads with the node's getters.
-enum Text : uint32_t { kName, kValue, kComment, kDomain, kPath, kRendered };
-enum Number : uint32_t { kMaxAge, kSecure };
 
 struct Cookie : Node {
   Cookie() : Node(TARN_COOKIE_MAGIC) {}
@@ -48,11 +46,11 @@ const char *text(TarnHandle *cookie, uint32_t slot) {
 
 void expectTexts(TarnHandle *cookie, const char *name, const char *value, const char *comment,
                  const char *domain, const char *path) {
-  EXPECT_STREQ(name, text(cookie, kName));
-  EXPECT_STREQ(value, text(cookie, kValue));
-  EXPECT_STREQ(comment, text(cookie, kComment));
-  EXPECT_STREQ(domain, text(cookie, kDomain));
-  EXPECT_STREQ(path, text(cookie, kPath));
+  EXPECT_STREQ(name, text(cookie, TARN_COOKIE_NAME));
+  EXPECT_STREQ(value, text(cookie, TARN_COOKIE_VALUE));
+  EXPECT_STREQ(comment, text(cookie, TARN_COOKIE_COMMENT));
+  EXPECT_STREQ(domain, text(cookie, TARN_COOKIE_DOMAIN));
+  EXPECT_STREQ(path, text(cookie, TARN_COOKIE_PATH));
 }
 
 void expectFullCookie(TarnHandle *cookie) {
@@ -67,7 +65,7 @@ TEST(HTTPCookie, IsBornEmptyForNoTimeAndNotSecure) {
   Cookie cookie;
   EXPECT_EQ(30211U, CGIgs_getMagic(cookie));
   expectTexts(cookie, nullptr, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_EQ(nullptr, text(cookie, kRendered));
+  EXPECT_EQ(nullptr, text(cookie, TARN_COOKIE_RENDERED));
   EXPECT_EQ(0, HTTPCookie_getMaxAge(cookie));
   EXPECT_EQ(0, HTTPCookie_isSecure(cookie));
 }
@@ -79,8 +77,8 @@ TEST(HTTPCookie, InitKeepsCopiesAndPutsThePathAfterTheDomain) {
             HTTPCookie_init(cookie, texts[0], texts[1], texts[2], texts[3], 3600, texts[4], 1));
   std::memset(texts, '?', sizeof(texts));
   expectFullCookie(cookie);
-  EXPECT_EQ(3600U, CGIgs_getInt(cookie, kMaxAge, TARN_COOKIE_MAGIC));
-  EXPECT_EQ(1U, CGIgs_getInt(cookie, kSecure, TARN_COOKIE_MAGIC));
+  EXPECT_EQ(3600U, CGIgs_getInt(cookie, TARN_COOKIE_MAX_AGE, TARN_COOKIE_MAGIC));
+  EXPECT_EQ(1U, CGIgs_getInt(cookie, TARN_COOKIE_SECURE, TARN_COOKIE_MAGIC));
 }
 
 TEST(HTTPCookie, InitWithoutCommentDomainAndPathLeavesThemUnset) {
@@ -146,29 +144,31 @@ TEST(HTTPCookie, ClearOfTheNodeLeavesCommentDomainPathAndRenderedTextBehind) {
   OwnText rendered(HTTPCookie_toString(cookie));
   EXPECT_EQ(TARN_OK, CGIgs_clear(cookie, TARN_COOKIE_MAGIC));
   expectTexts(cookie, nullptr, nullptr, "comment", "domain", "/path");
-  EXPECT_STREQ(rendered.get(), text(cookie, kRendered));
+  EXPECT_STREQ(rendered.get(), text(cookie, TARN_COOKIE_RENDERED));
   EXPECT_EQ(0, HTTPCookie_getMaxAge(cookie));
   EXPECT_EQ(0, HTTPCookie_isSecure(cookie));
 }
 
 TEST(HTTPCookie, InitTakesTheCookiesOwnTextsInAnyPlace) {
   FullCookie cookie;
-  EXPECT_EQ(TARN_OK, HTTPCookie_init(cookie, text(cookie, kName), text(cookie, kValue),
-                                     text(cookie, kComment), text(cookie, kDomain),
-                                     HTTPCookie_getMaxAge(cookie), text(cookie, kPath),
-                                     HTTPCookie_isSecure(cookie)));
+  EXPECT_EQ(TARN_OK,
+            HTTPCookie_init(cookie, text(cookie, TARN_COOKIE_NAME), text(cookie, TARN_COOKIE_VALUE),
+                            text(cookie, TARN_COOKIE_COMMENT), text(cookie, TARN_COOKIE_DOMAIN),
+                            HTTPCookie_getMaxAge(cookie), text(cookie, TARN_COOKIE_PATH),
+                            HTTPCookie_isSecure(cookie)));
   expectFullCookie(cookie);
 
-  EXPECT_EQ(TARN_OK, HTTPCookie_init(cookie, text(cookie, kValue), text(cookie, kName),
-                                     text(cookie, kDomain), text(cookie, kPath) + 1, 0,
-                                     text(cookie, kComment), 0));
+  EXPECT_EQ(TARN_OK,
+            HTTPCookie_init(cookie, text(cookie, TARN_COOKIE_VALUE), text(cookie, TARN_COOKIE_NAME),
+                            text(cookie, TARN_COOKIE_DOMAIN), text(cookie, TARN_COOKIE_PATH) + 1, 0,
+                            text(cookie, TARN_COOKIE_COMMENT), 0));
   expectTexts(cookie, "value", "name", "domain", "path", "comment");
 
   OwnText rendered(HTTPCookie_toString(cookie));
-  EXPECT_EQ(TARN_OK,
-            HTTPCookie_init(cookie, "n", text(cookie, kRendered), nullptr, nullptr, 0, nullptr, 0));
+  EXPECT_EQ(TARN_OK, HTTPCookie_init(cookie, "n", text(cookie, TARN_COOKIE_RENDERED), nullptr,
+                                     nullptr, 0, nullptr, 0));
   expectTexts(cookie, "n", rendered.get(), nullptr, nullptr, nullptr);
-  EXPECT_EQ(nullptr, text(cookie, kRendered));
+  EXPECT_EQ(nullptr, text(cookie, TARN_COOKIE_RENDERED));
 }
 
 // ---- Max-age and secure flag --------------------------------------------------------------------
@@ -277,7 +277,7 @@ TEST(HTTPCookie, CompareOrdersAMissingNameOrValueBeforeAnyText) {
   EXPECT_LT(HTTPCookie_compare(empty, unset), 0);
 
   Cookie valueless;
-  CGIgs_setString(valueless, kName, "", TARN_COOKIE_MAGIC);
+  CGIgs_setString(valueless, TARN_COOKIE_NAME, "", TARN_COOKIE_MAGIC);
   EXPECT_GT(HTTPCookie_compare(valueless, empty), 0);
   EXPECT_LT(HTTPCookie_compare(empty, valueless), 0);
 }
@@ -288,8 +288,8 @@ TEST(HTTPCookie, CompareTakesTwoMissingTextsForEqual) {
   EXPECT_EQ(0, HTTPCookie_compare(unset, another));
   Cookie a;
   Cookie b;
-  CGIgs_setString(a, kValue, "a", TARN_COOKIE_MAGIC);
-  CGIgs_setString(b, kValue, "b", TARN_COOKIE_MAGIC);
+  CGIgs_setString(a, TARN_COOKIE_VALUE, "a", TARN_COOKIE_MAGIC);
+  CGIgs_setString(b, TARN_COOKIE_VALUE, "b", TARN_COOKIE_MAGIC);
   EXPECT_GT(HTTPCookie_compare(a, b), 0);
 }
 
@@ -357,8 +357,8 @@ TEST(HTTPCookie, ToStringTakesTextsOfAnyLength) {
 TEST(HTTPCookie, ToStringGivesTheCallerATextAndTheCookieACopy) {
   FullCookie cookie;
   OwnText first(HTTPCookie_toString(cookie));
-  EXPECT_STREQ(first.get(), text(cookie, kRendered));
-  EXPECT_NE(first.get(), text(cookie, kRendered));
+  EXPECT_STREQ(first.get(), text(cookie, TARN_COOKIE_RENDERED));
+  EXPECT_NE(first.get(), text(cookie, TARN_COOKIE_RENDERED));
 
   const std::string before = first.get();
   OwnText second(HTTPCookie_toString(cookie));
@@ -372,17 +372,17 @@ TEST(HTTPCookie, RenderedTextIsRefreshedByTheNextToStringOnly) {
   FullCookie cookie;
   OwnText before(HTTPCookie_toString(cookie));
   HTTPCookie_setMaxAge(cookie, 7);
-  CGIgs_setString(cookie, kName, "other", TARN_COOKIE_MAGIC);
-  EXPECT_STREQ(before.get(), text(cookie, kRendered));
+  CGIgs_setString(cookie, TARN_COOKIE_NAME, "other", TARN_COOKIE_MAGIC);
+  EXPECT_STREQ(before.get(), text(cookie, TARN_COOKIE_RENDERED));
   OwnText after(HTTPCookie_toString(cookie));
   EXPECT_STRNE(before.get(), after.get());
-  EXPECT_STREQ(after.get(), text(cookie, kRendered));
+  EXPECT_STREQ(after.get(), text(cookie, TARN_COOKIE_RENDERED));
 }
 
 TEST(HTTPCookie, ToStringPrintsARenderedTextThatWasMadeItsName) {
   Cookie cookie("n", "v");
   OwnText first(HTTPCookie_toString(cookie));
-  CGIgs_setString(cookie, kName, text(cookie, kRendered), TARN_COOKIE_MAGIC);
+  CGIgs_setString(cookie, TARN_COOKIE_NAME, text(cookie, TARN_COOKIE_RENDERED), TARN_COOKIE_MAGIC);
   OwnText second(HTTPCookie_toString(cookie));
   EXPECT_EQ("HTTPCookie{name=\"" + std::string(first.get()) +
                 "\";value=\"v\";comment=\"(null)\";domain=\"(null)\",maxage=0;path=\"(null)\";"
@@ -409,7 +409,7 @@ TEST(HTTPCookieList, CopiesHaveEveryFieldAndTheRenderedText) {
   for (TarnHandle *holder : {static_cast<TarnHandle *>(list), &clone}) {
     TarnHandle copy = HTTPCookieList_getByIndex(holder, 0);
     expectFullCookie(&copy);
-    EXPECT_STREQ(rendered.get(), text(&copy, kRendered));
+    EXPECT_STREQ(rendered.get(), text(&copy, TARN_COOKIE_RENDERED));
   }
   HTTPCookieList_delete(&clone);
 }
@@ -433,7 +433,7 @@ TEST(HTTPCookieWithoutMemory, ToStringIsTheSharedEmptyTextAndTheRenderedOneIsGon
   const char *made = nullptr;
   tarn_test::withoutMemory([&] { made = HTTPCookie_toString(cookie); });
   EXPECT_EQ(CGIgs_empty_string, made);
-  EXPECT_EQ(nullptr, text(cookie, kRendered));
+  EXPECT_EQ(nullptr, text(cookie, TARN_COOKIE_RENDERED));
 }
 
 }  // namespace

@@ -15,13 +15,6 @@ namespace {
 using tarn_test::Node;
 using tarn_test::withEveryStranger;
 
-// The slots that a script reads with the node's getters.
-enum Child : uint32_t { kCookies };
-enum HeaderText : uint32_t { kContentType };
-enum ResponseText : uint32_t { kFirst, kSecond };
-enum ResponseNumber : uint32_t { kNumber };
-enum PartText : uint32_t { kDisposition, kFieldName, kFileName, kPartType };
-
 struct Cookie : Node {
   explicit Cookie(const char *name) : Node(TARN_COOKIE_MAGIC) {
     HTTPCookie_init(*this, name, "value", nullptr, nullptr, 0, nullptr, 0);
@@ -38,7 +31,7 @@ struct CookieList : Node {
 // A list that cannot be copied: it holds something that is no cookie.
 struct SpoiltList : CookieList {
   SpoiltList() : CookieList{"a"} {
-    TarnHandle inner = CGIgs_getList(*this, 0, TARN_COOKIE_LIST_MAGIC);
+    TarnHandle inner = CGIgs_getList(*this, TARN_LIST_ELEMENTS, TARN_COOKIE_LIST_MAGIC);
     TARNGenericList_addDatum(&inner, 0);
   }
 };
@@ -68,7 +61,9 @@ struct Part : Node {
 
 using Texts = std::vector<std::string>;
 
-TarnHandle cookieList(TarnHandle *header) { return CGIgs_getStruct(header, kCookies, 0); }
+TarnHandle cookieList(TarnHandle *header) {
+  return CGIgs_getStruct(header, TARN_RESPONSE_HEADER_COOKIES, 0);
+}
 
 // Stands for a missing text, so that one is seen where another was expected.
 constexpr const char *kHole = "(none)";
@@ -80,7 +75,7 @@ Texts cookieNames(TarnHandle *header) {
   Texts names;
   for (uint32_t i = 0; i < static_cast<uint32_t>(HTTPCookieList_getCount(&list)); ++i) {
     TarnHandle cookie = HTTPCookieList_getByIndex(&list, i);
-    names.emplace_back(orHole(CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC)));
+    names.emplace_back(orHole(CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC)));
   }
   return names;
 }
@@ -100,22 +95,23 @@ Texts lines(TarnHandle *response) {
 }
 
 const char *contentType(TarnHandle *header) {
-  return CGIgs_getString(header, kContentType, TARN_HEADER_MAGIC);
+  return CGIgs_getString(header, TARN_HEADER_CONTENT_TYPE, TARN_HEADER_MAGIC);
 }
 
-const char *responseText(TarnHandle *response, ResponseText slot) {
+const char *responseText(TarnHandle *response, TarnResponseHeaderSlot slot) {
   return CGIgs_getString(response, slot, TARN_RESPONSE_HEADER_MAGIC);
 }
 
 int number(TarnHandle *response) {
-  return static_cast<int>(CGIgs_getInt(response, kNumber, TARN_RESPONSE_HEADER_MAGIC));
+  return static_cast<int>(
+      CGIgs_getInt(response, TARN_RESPONSE_HEADER_NUMBER, TARN_RESPONSE_HEADER_MAGIC));
 }
 
 void expectResponse(TarnHandle *response, const char *first, int itsNumber, const char *second,
                     const Texts &itsLines, const Texts &cookies) {
-  EXPECT_STREQ(first, responseText(response, kFirst));
+  EXPECT_STREQ(first, responseText(response, TARN_RESPONSE_HEADER_FIRST));
   EXPECT_EQ(itsNumber, number(response));
-  EXPECT_STREQ(second, responseText(response, kSecond));
+  EXPECT_STREQ(second, responseText(response, TARN_RESPONSE_HEADER_SECOND));
   EXPECT_EQ(itsLines, lines(response));
   EXPECT_EQ(cookies, cookieNames(response));
 }
@@ -130,10 +126,10 @@ const char *partText(TarnHandle *part, uint32_t slot) {
 
 void expectPart(TarnHandle *part, const char *disposition, const char *name, const char *fileName,
                 const char *type) {
-  EXPECT_STREQ(disposition, partText(part, kDisposition));
-  EXPECT_STREQ(name, partText(part, kFieldName));
-  EXPECT_STREQ(fileName, partText(part, kFileName));
-  EXPECT_STREQ(type, partText(part, kPartType));
+  EXPECT_STREQ(disposition, partText(part, TARN_MULTIPART_HEADER_DISPOSITION));
+  EXPECT_STREQ(name, partText(part, TARN_MULTIPART_HEADER_NAME));
+  EXPECT_STREQ(fileName, partText(part, TARN_MULTIPART_HEADER_FILENAME));
+  EXPECT_STREQ(type, partText(part, TARN_MULTIPART_HEADER_CONTENT_TYPE));
 }
 
 // ---- Content header -----------------------------------------------------------------------------
@@ -155,7 +151,7 @@ TEST(HTTPHeader, InitKeepsCopiesOfContentTypeAndCookies) {
   HTTPCookieList_delete(cookies);
   EXPECT_STREQ("text/html", contentType(header));
   EXPECT_EQ((Texts{"a", "b"}), cookieNames(header));
-  EXPECT_EQ(75101U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
+  EXPECT_EQ(75101U, CGIgs_getChildMagic(header, TARN_RESPONSE_HEADER_COOKIES, TARN_HEADER_MAGIC));
 }
 
 TEST(HTTPHeader, InitTakesAListWithoutCookies) {
@@ -196,7 +192,7 @@ TEST(HTTPHeader, InitWithoutACookieListStoresTheContentTypeAndIsABadArgument) {
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/plain", nullptr));
   EXPECT_STREQ("text/plain", contentType(header));
   EXPECT_EQ(0U, cookieList(header));
-  EXPECT_EQ(0U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(header, TARN_RESPONSE_HEADER_COOKIES, TARN_HEADER_MAGIC));
 }
 
 TEST(HTTPHeader, InitWithAHandleThatHoldsNoCookieListChangesNothing) {
@@ -271,7 +267,7 @@ TEST(HTTPHeader, CookiesOutliveTheCallersListAndDoNotFollowIt) {
   EXPECT_EQ(Texts{"a"}, cookieNames(header));
   HTTPCookieList_delete(cookies);
   EXPECT_EQ(Texts{"a"}, cookieNames(header));
-  EXPECT_EQ(75101U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
+  EXPECT_EQ(75101U, CGIgs_getChildMagic(header, TARN_RESPONSE_HEADER_COOKIES, TARN_HEADER_MAGIC));
 }
 
 TEST(HTTPHeader, SetCookieListTakesTheHeadersOwnCookies) {
@@ -308,15 +304,15 @@ TEST(HTTPHeader, SetCookieListThatCannotBeCopiedIsABadArgumentAndLeavesNoCookies
   ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_setCookieList(header, spoilt));
   EXPECT_EQ(0U, cookieList(header));
-  EXPECT_EQ(0U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(header, TARN_RESPONSE_HEADER_COOKIES, TARN_HEADER_MAGIC));
   EXPECT_STREQ("text/html", contentType(header));
 }
 
 TEST(HTTPHeader, SetCookieListReplacesWhateverStoodInItsPlace) {
   CookieList cookies{"a"};
   Header withChild;
-  ASSERT_EQ(TARN_OK, CGIgs_setStruct(withChild, kCookies, Cookie("lost"), TARN_HEADER_MAGIC,
-                                     TARN_COOKIE_MAGIC));
+  ASSERT_EQ(TARN_OK, CGIgs_setStruct(withChild, TARN_RESPONSE_HEADER_COOKIES, Cookie("lost"),
+                                     TARN_HEADER_MAGIC, TARN_COOKIE_MAGIC));
   EXPECT_EQ(TARN_OK, HTTPHeader_setCookieList(withChild, cookies));
   EXPECT_EQ(Texts{"a"}, cookieNames(withChild));
 
@@ -334,14 +330,15 @@ TEST(HTTPHeader, SetCookieListThatCannotBeCopiedKeepsAnotherNodeInItsPlace) {
   Response response;
   for (auto [node, magic] : {std::pair<TarnHandle *, uint32_t>(header, TARN_HEADER_MAGIC),
                              {response, TARN_RESPONSE_HEADER_MAGIC}}) {
-    ASSERT_EQ(TARN_OK, CGIgs_setStruct(node, kCookies, Cookie("kept"), magic, TARN_COOKIE_MAGIC));
+    ASSERT_EQ(TARN_OK, CGIgs_setStruct(node, TARN_RESPONSE_HEADER_COOKIES, Cookie("kept"), magic,
+                                       TARN_COOKIE_MAGIC));
     const bool content = magic == TARN_HEADER_MAGIC;
     EXPECT_EQ(content ? TARN_BAD_ARGUMENT : TARN_WRONG_TYPE,
               content ? HTTPHeader_setCookieList(node, spoilt)
                       : HTTPResponseHeader_setCookieList(node, spoilt));
-    TarnHandle kept = CGIgs_getStruct(node, kCookies, magic);
-    EXPECT_STREQ("kept", CGIgs_getString(&kept, 0, TARN_COOKIE_MAGIC));
-    EXPECT_EQ(TARN_COOKIE_MAGIC, CGIgs_getChildMagic(node, kCookies, magic));
+    TarnHandle kept = CGIgs_getStruct(node, TARN_RESPONSE_HEADER_COOKIES, magic);
+    EXPECT_STREQ("kept", CGIgs_getString(&kept, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC));
+    EXPECT_EQ(TARN_COOKIE_MAGIC, CGIgs_getChildMagic(node, TARN_RESPONSE_HEADER_COOKIES, magic));
   }
 }
 
@@ -355,7 +352,7 @@ TEST(HTTPHeader, ClearEmptiesTheHeaderAndKeepsItForMore) {
   EXPECT_EQ(4979U, CGIgs_getMagic(header));
   EXPECT_EQ(nullptr, contentType(header));
   EXPECT_EQ(0U, cookieList(header));
-  EXPECT_EQ(0U, CGIgs_getChildMagic(header, kCookies, TARN_HEADER_MAGIC));
+  EXPECT_EQ(0U, CGIgs_getChildMagic(header, TARN_RESPONSE_HEADER_COOKIES, TARN_HEADER_MAGIC));
 
   EXPECT_EQ(TARN_OK, HTTPHeader_clear(header));
   EXPECT_EQ(TARN_OK, HTTPHeader_init(header, "text/css", cookies));
@@ -474,11 +471,13 @@ TEST(HTTPResponseHeader, InitOfNoResponseHeaderIsWrongTypeWhateverTheTexts) {
 
 TEST(HTTPResponseHeader, InitTakesTheHeadersOwnTextsAndLines) {
   Response response(Response::kFull);
-  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, responseText(response, kFirst), 7,
-                                             responseText(response, kSecond)));
+  EXPECT_EQ(TARN_OK,
+            HTTPResponseHeader_init(response, responseText(response, TARN_RESPONSE_HEADER_FIRST), 7,
+                                    responseText(response, TARN_RESPONSE_HEADER_SECOND)));
   expectResponse(response, "first", 7, "second", {}, {});
-  EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, responseText(response, kSecond), 7,
-                                             responseText(response, kFirst)));
+  EXPECT_EQ(TARN_OK,
+            HTTPResponseHeader_init(response, responseText(response, TARN_RESPONSE_HEADER_SECOND),
+                                    7, responseText(response, TARN_RESPONSE_HEADER_FIRST)));
   expectResponse(response, "second", 7, "first", {}, {});
 
   HTTPResponseHeader_addHeader(response, "X-One: 1");
@@ -588,7 +587,7 @@ TEST(HTTPResponseHeader, GetHeaderListLendsTheGenericListItself) {
   Response response(Response::kFull);
   TarnHandle list = HTTPResponseHeader_getHeaderList(response);
   EXPECT_EQ(1U, TARNGenericList_IsA(&list));
-  EXPECT_EQ(list, CGIgs_getList(response, 0, TARN_RESPONSE_HEADER_MAGIC));
+  EXPECT_EQ(list, CGIgs_getList(response, TARN_RESPONSE_HEADER_LINES, TARN_RESPONSE_HEADER_MAGIC));
   HTTPResponseHeader_addHeader(response, "X-Three: 3");
   EXPECT_EQ(list, HTTPResponseHeader_getHeaderList(response));
   EXPECT_EQ(3U, TARNGenericList_getCount(&list));
@@ -613,7 +612,8 @@ TEST(HTTPResponseHeader, SetCookieListReplacesTheCookiesAlone) {
   EXPECT_NE(cookies.value(), cookieList(response));
   HTTPCookieList_delete(cookies);
   expectResponse(response, "first", 7, "second", {"X-One: 1", "X-Two: 2"}, {"c"});
-  EXPECT_EQ(75101U, CGIgs_getChildMagic(response, kCookies, TARN_RESPONSE_HEADER_MAGIC));
+  EXPECT_EQ(75101U, CGIgs_getChildMagic(response, TARN_RESPONSE_HEADER_COOKIES,
+                                        TARN_RESPONSE_HEADER_MAGIC));
 }
 
 TEST(HTTPResponseHeader, SetCookieListTakesAListWithoutCookies) {
@@ -654,7 +654,8 @@ TEST(HTTPResponseHeader, SetCookieListThatCannotBeCopiedSaysWhyAndLeavesNoCookie
   SpoiltList spoilt;
   EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(response, spoilt));
   EXPECT_EQ(0U, cookieList(response));
-  EXPECT_EQ(0U, CGIgs_getChildMagic(response, kCookies, TARN_RESPONSE_HEADER_MAGIC));
+  EXPECT_EQ(
+      0U, CGIgs_getChildMagic(response, TARN_RESPONSE_HEADER_COOKIES, TARN_RESPONSE_HEADER_MAGIC));
   expectResponse(response, "first", 7, "second", {"X-One: 1", "X-Two: 2"}, {});
 }
 
@@ -663,7 +664,8 @@ TEST(HTTPResponseHeader, AddCookieLosesTheFirstCookieOfAHeaderWithoutAList) {
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, Cookie("a")));
   TarnHandle list = cookieList(response);
   EXPECT_EQ(1U, CGIgs_IsA(&list, TARN_COOKIE_LIST_MAGIC));
-  EXPECT_EQ(75101U, CGIgs_getChildMagic(response, kCookies, TARN_RESPONSE_HEADER_MAGIC));
+  EXPECT_EQ(75101U, CGIgs_getChildMagic(response, TARN_RESPONSE_HEADER_COOKIES,
+                                        TARN_RESPONSE_HEADER_MAGIC));
   EXPECT_EQ(Texts{}, cookieNames(response));
 
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_addCookie(response, Cookie("b")));
@@ -759,18 +761,20 @@ TEST(MultiPartHeader, InitLeavesTheRestOfTheNodeAlone) {
 TEST(MultiPartHeader, InitTakesTheHeadersOwnTexts) {
   Part part;
   MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
-  EXPECT_EQ(TARN_OK,
-            MultiPartHeader_init(part, partText(part, kDisposition), partText(part, kFieldName),
-                                 partText(part, kFileName) + 4, partText(part, kPartType)));
+  EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, partText(part, TARN_MULTIPART_HEADER_DISPOSITION),
+                                          partText(part, TARN_MULTIPART_HEADER_NAME),
+                                          partText(part, TARN_MULTIPART_HEADER_FILENAME) + 4,
+                                          partText(part, TARN_MULTIPART_HEADER_CONTENT_TYPE)));
   expectPart(part, "form-data", "photo", "png", "image/png");
 }
 
 TEST(MultiPartHeader, InitTakesTheHeadersOwnTextsInOtherPlaces) {
   Part part;
   MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
-  EXPECT_EQ(TARN_OK,
-            MultiPartHeader_init(part, partText(part, kPartType), partText(part, kDisposition),
-                                 partText(part, kFieldName), partText(part, kFileName)));
+  EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, partText(part, TARN_MULTIPART_HEADER_CONTENT_TYPE),
+                                          partText(part, TARN_MULTIPART_HEADER_DISPOSITION),
+                                          partText(part, TARN_MULTIPART_HEADER_NAME),
+                                          partText(part, TARN_MULTIPART_HEADER_FILENAME)));
   expectPart(part, "image/png", "form-data", "photo", "cat.png");
 }
 

@@ -22,7 +22,7 @@ Text bytesOf(TarnHandle buffer) {
   if (!CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC)) return kNone;
   const auto *bytes =
       reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
-  const uint32_t count = CGIgs_getInt(&buffer, 0, TARN_BYTE_BUFFER_MAGIC);
+  const uint32_t count = CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
   if (!bytes) return std::string();
   EXPECT_EQ('\0', bytes[count]) << "a zero byte follows the bytes";
   return std::string(bytes, count);
@@ -53,9 +53,9 @@ std::ostream &operator<<(std::ostream &out, const Form &form) {
 }
 
 Entry entryOf(TarnHandle entry) {
-  return {textOf(CGIgs_getString(&entry, 0, TARN_FORM_ENTRY_MAGIC)),
-          textOf(CGIgs_getString(&entry, 1, TARN_FORM_ENTRY_MAGIC)),
-          CGIgs_getInt(&entry, 0, TARN_FORM_ENTRY_MAGIC)};
+  return {textOf(CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC)),
+          textOf(CGIgs_getString(&entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC)),
+          CGIgs_getInt(&entry, TARN_ENTRY_LENGTH, TARN_FORM_ENTRY_MAGIC)};
 }
 
 Entries entriesOf(TarnHandle list) {
@@ -68,10 +68,10 @@ Entries entriesOf(TarnHandle list) {
 }
 
 File fileOf(TarnHandle file) {
-  File result{textOf(CGIgs_getString(&file, 0, TARN_FORM_FILE_MAGIC)),
-              textOf(CGIgs_getString(&file, 1, TARN_FORM_FILE_MAGIC)),
-              textOf(CGIgs_getString(&file, 2, TARN_FORM_FILE_MAGIC)),
-              bytesOf(CGIgs_getStruct(&file, 0, TARN_FORM_FILE_MAGIC))};
+  File result{textOf(CGIgs_getString(&file, TARN_FILE_FIELD_NAME, TARN_FORM_FILE_MAGIC)),
+              textOf(CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC)),
+              textOf(CGIgs_getString(&file, TARN_FILE_CONTENT_TYPE, TARN_FORM_FILE_MAGIC)),
+              bytesOf(CGIgs_getStruct(&file, TARN_FILE_BYTES, TARN_FORM_FILE_MAGIC))};
   EXPECT_EQ(result.data.value_or("").size(), FormFile_getDataLength(&file));
   return result;
 }
@@ -84,11 +84,11 @@ Files filesOf(TarnHandle list) {
 }
 
 Text bodyOf(TarnHandle environment) {
-  return bytesOf(CGIgs_getStruct(&environment, 0, TARN_ENVIRONMENT_MAGIC));
+  return bytesOf(CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC));
 }
 
 std::optional<Cookies> cookiesOf(TarnHandle environment) {
-  TarnHandle list = CGIgs_getStruct(&environment, 1, TARN_ENVIRONMENT_MAGIC);
+  TarnHandle list = CGIgs_getStruct(&environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
   if (!list) return std::nullopt;
   EXPECT_TRUE(CGIgs_IsA(&list, TARN_COOKIE_LIST_MAGIC));
   Cookies cookies;
@@ -96,8 +96,8 @@ std::optional<Cookies> cookiesOf(TarnHandle environment) {
   for (uint32_t i = 0; i < count; ++i) {
     TarnHandle cookie = HTTPCookieList_getByIndex(&list, i);
     EXPECT_TRUE(CGIgs_IsA(&cookie, TARN_COOKIE_MAGIC));
-    cookies.push_back({textOf(CGIgs_getString(&cookie, 0, TARN_COOKIE_MAGIC)),
-                       textOf(CGIgs_getString(&cookie, 1, TARN_COOKIE_MAGIC))});
+    cookies.push_back({textOf(CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC)),
+                       textOf(CGIgs_getString(&cookie, TARN_COOKIE_VALUE, TARN_COOKIE_MAGIC))});
   }
   return cookies;
 }

@@ -89,9 +89,10 @@ class Environment {
   Text body() const { return bodyOf(handle); }
   std::optional<Cookies> cookies() const { return cookiesOf(handle); }
   int32_t contentLength() {
-    return static_cast<int32_t>(CGIgs_getInt(&handle, 0, TARN_ENVIRONMENT_MAGIC));
+    return static_cast<int32_t>(
+        CGIgs_getInt(&handle, TARN_ENVIRONMENT_CONTENT_LENGTH, TARN_ENVIRONMENT_MAGIC));
   }
-  uint32_t https() { return CGIgs_getInt(&handle, 1, TARN_ENVIRONMENT_MAGIC); }
+  uint32_t https() { return CGIgs_getInt(&handle, TARN_ENVIRONMENT_HTTPS, TARN_ENVIRONMENT_MAGIC); }
 
   TarnHandle handle = 0;
   const TarnStatus status;
@@ -104,9 +105,13 @@ class Request {
   Request(const Request &) = delete;
   Request &operator=(const Request &) = delete;
 
-  TarnHandle environment() { return CGIgs_getStruct(&handle, 0, TARN_REQUEST_MAGIC); }
-  TarnHandle entryList() { return CGIgs_getStruct(&handle, 1, TARN_REQUEST_MAGIC); }
-  TarnHandle fileList() { return CGIgs_getStruct(&handle, 2, TARN_REQUEST_MAGIC); }
+  TarnHandle environment() {
+    return CGIgs_getStruct(&handle, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
+  }
+  TarnHandle entryList() {
+    return CGIgs_getStruct(&handle, TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC);
+  }
+  TarnHandle fileList() { return CGIgs_getStruct(&handle, TARN_REQUEST_FILES, TARN_REQUEST_MAGIC); }
   Entries entries() { return entriesOf(entryList()); }
   Files files() { return filesOf(fileList()); }
   Form form() { return {entries(), files()}; }

@@ -30,7 +30,8 @@ std::string pictureOfList(TarnHandle list, bool ofObjects) {
 
 std::string pictureOfBytes(TarnHandle buffer) {
   const auto *bytes = reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, 0));
-  return bytes ? "<" + std::string(bytes, CGIgs_getInt(&buffer, 0, 0)) + ">" : "";
+  return bytes ? "<" + std::string(bytes, CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, 0)) + ">"
+               : "";
 }
 
 std::string pictureOfNode(TarnHandle node, uint32_t magic) {
