@@ -37,7 +37,7 @@ void hangLists(Node &node, Node *&chain) {
 // A text in the node's own block goes with that.
 void releaseText(const Node &node, char *text) {
   if (!text) return;
-  const uintptr_t offset = handleOf(text) - handleOf(&node + 1);
+  const uintptr_t offset = handleOf(text) - handleOf(roomOf(node));
   if (offset >= node.room) std::free(text);
 }
 
@@ -161,7 +161,6 @@ void emptyNode(Node &node) {
   for (uint32_t &number : node.ints) number = 0;
   node.doubleValue = 0;
   node.fixed = 0;
-  node.incomplete = 0;
 }
 
 void destroyNode(Node *node) { releaseChild(handleOf(node)); }

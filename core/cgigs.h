@@ -55,6 +55,7 @@ Node *newNode(uint32_t magic, size_t room = 0);
 
 // Where the room begins. A text in it goes with the node; it is set by placeText().
 inline char *roomOf(Node &node) { return reinterpret_cast<char *>(&node + 1); }
+inline const char *roomOf(const Node &node) { return reinterpret_cast<const char *>(&node + 1); }
 inline void placeText(Node &node, uint32_t slot, char *text) { node.strings[slot] = text; }
 
 // A deep copy but for lists, whose elements are shared, and `fixed`. What memory does not suffice
@@ -66,6 +67,11 @@ void emptyNode(Node &node);
 
 // Releases a node and all it holds.
 void destroyNode(Node *node);
+
+// Notes that something that belongs into a node was lost.
+inline void markIncomplete(Node *node) {
+  if (node) node->incomplete = 1;
+}
 
 // Replaces a text by one that the node owns from now on; null empties the slot.
 void setText(Node &node, uint32_t slot, OwnedText text);

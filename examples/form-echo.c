@@ -1,5 +1,6 @@
 /* form-echo: shows what a request brought, as a page; as lines for a terminal when the client asks
- * for text/plain first (curl -H 'Accept: text/plain' ...).
+ * for text/plain first (curl -H 'Accept: text/plain' ...). Do not put it on a live site: it shows
+ * HttpOnly cookies, so a script in another page of the site can read them here.
  *
  *   cc -std=c99 -o form-echo form-echo.c -ltarn       (with page.h beside it)
  */
@@ -49,12 +50,12 @@ static void beginSection(const char *title, int rows) {
   if (plain) {
     printf("%s%s\n", title, rows ? "" : ": none");
   } else {
-    printf("<h2>%s</h2>\n%s\n", title, rows ? "<table>" : "<p>None.</p>");
+    printf("<h2>%s</h2>\n%s\n", title, rows ? "<div class=\"pairs\">\n<table>" : "<p>None.</p>");
   }
 }
 
 static void endSection(int rows) {
-  if (!plain && rows) puts("</table>");
+  if (!plain && rows) puts("</table>\n</div>");
 }
 
 static void beginRow(const char *name) {
@@ -129,6 +130,10 @@ static void showVariables(TarnHandle *environment) {
   endSection(1);
 }
 
+static const char warning[] =
+    "<p role=\"note\">Do not put this script on a live site: it shows all cookies, even HttpOnly "
+    "ones, which no script in a page is meant to read.</p>";
+
 int main(void) {
   TarnHandle request = 0;
   if (Tarn_new(&request) != TARN_OK) {
@@ -139,6 +144,7 @@ int main(void) {
   plain = strncmp(CgiEnv_getAccept(&environment), "text/plain", 10) == 0;
   if (plain) puts("Content-Type: text/plain; charset=utf-8\nX-Content-Type-Options: nosniff\n");
   if (plain ? !isMethod("HEAD") : beginPage("What this request brought")) {
+    if (!plain) puts(warning);
     showEntries(&request);
     showFiles(&request);
     showCookies(&environment);

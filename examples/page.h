@@ -122,15 +122,54 @@ static inline void seeOther(const char *query) {
 }
 
 #define PAGE_VIEWPORT "width=device-width, initial-scale=1"
-#define PAGE_STYLE                                                                       \
-  "body { max-width: 40em; margin: auto; padding: 0 1em; font: 100%/1.5 sans-serif }\n"  \
-  "body { overflow-wrap: anywhere }\n"                                                   \
-  "label[for], [aria-invalid] + strong { display: block }\n"                             \
-  "button, input, textarea { max-width: 100%; box-sizing: border-box; font: inherit }\n" \
-  "textarea { width: 100%; height: 6em }\n"                                              \
-  "th { text-align: left; vertical-align: top; min-width: 4em }\n"                       \
-  "article p, td { white-space: pre-wrap }\n"                                            \
-  "[role=alert] { border-left: 4px solid #b00; padding-left: 1em }\n"
+#define PAGE_STYLE                                                                                 \
+  ":root { --page: #fff; --soft: #f1f4f7; --line: #d3dae0; --edge: #717d87 }\n"                    \
+  ":root { --text: #1c2226; --link: #0a58a8; --bad: #b02020; color-scheme: light dark }\n"         \
+  "@media (prefers-color-scheme: dark) {\n"                                                        \
+  ":root { --page: #14181b; --soft: #20272c; --line: #3a454d; --edge: #8d9aa4 }\n"                 \
+  ":root { --text: #e3e7ea; --link: #8ac2f7; --bad: #ff9d93 }\n"                                   \
+  "}\n"                                                                                            \
+  "html { background: var(--page); color: var(--text); accent-color: var(--link) }\n"              \
+  "body { max-width: 42rem; margin: auto; padding: 1rem; overflow-wrap: anywhere }\n"              \
+  "body { font: 100%/1.5 system-ui, sans-serif }\n"                                                \
+  "h1, h2 { margin: 2rem 0 .5rem; font-size: 1.2rem; line-height: 1.3 }\n"                         \
+  "h1 { margin-top: 1rem; font-size: 1.75rem }\n"                                                  \
+  "a { color: var(--link) }\n"                                                                     \
+  ":focus-visible { outline: 3px solid var(--link); outline-offset: 2px }\n"                       \
+  "form { margin: 1.5rem 0; padding: 1.25rem; border-radius: .75rem; background: var(--soft) }\n"  \
+  "form p, fieldset { margin: 0 0 1rem; padding: 0; border: 0 }\n"                                 \
+  "form > :last-child, fieldset p { margin: 0 }\n"                                                 \
+  "legend, label, caption { padding: 0; font-weight: 600 }\n"                                      \
+  "input, textarea, progress { display: block; width: 100%; margin: .25rem 0 0 }\n"                \
+  "input, textarea, button { box-sizing: border-box; padding: .6rem .75rem; font: inherit }\n"     \
+  "input, textarea { background: var(--page); color: inherit; font-weight: 400 }\n"                \
+  "input, textarea, button { border: 1px solid var(--edge); border-radius: .4rem }\n"              \
+  "textarea { height: 8rem }\n"                                                                    \
+  ":is([type=checkbox], [type=radio]) { width: 1.5rem; height: 1.5rem; margin: 0 .6rem 0 0 }\n"    \
+  "label:has([type=checkbox], [type=radio]) { display: flex; padding: .65rem 0; font: inherit }\n" \
+  "button { background: var(--link); color: var(--page); border-color: var(--link) }\n"            \
+  "button { padding: .6rem 1.5rem; font-weight: 600 }\n"                                           \
+  "label + button { margin-top: 1rem }\n"                                                          \
+  "p[role] { padding: .6rem 1rem; border-left: 4px solid var(--link); background: var(--soft) }\n" \
+  "[aria-invalid], p[role=alert] { border-color: var(--bad) }\n"                                   \
+  "[aria-invalid] + strong { display: block; margin-top: .25rem; color: var(--bad) }\n"            \
+  "article, tr { border-top: 1px solid var(--line) }\n"                                            \
+  "article { padding: 1rem 0 }\n"                                                                  \
+  "article * { margin: 0 0 .25rem }\n"                                                             \
+  "article p, td { white-space: pre-wrap }\n"                                                      \
+  "table { width: 100%; border-collapse: collapse }\n"                                             \
+  "caption, th, td { padding: .5rem 1rem .5rem 0; text-align: left; vertical-align: top }\n"       \
+  "th, td + td { white-space: nowrap }\n"                                                          \
+  "th + th, td + td { padding-right: 0; text-align: right }\n"                                     \
+  ".pairs { overflow-x: auto }\n"                                                                  \
+  ".pairs * { min-width: 11rem }\n"                                                                \
+  ".pairs th { font: 600 .875em/1.7 ui-monospace, monospace }\n"                                   \
+  "@media (max-width: 30rem) {\n"                                                                  \
+  ".pairs * { display: block; padding: 0 }\n"                                                      \
+  ".pairs tr { padding: .5rem 0 }\n"                                                               \
+  "}\n"                                                                                            \
+  "svg { max-width: 100%; fill: var(--text) }\n"                                                   \
+  "rect { fill: var(--link) }\n"
 
 /* Ends the headers and begins a page; false when the client asked for no more than the headers. */
 static inline int beginPage(const char *title) {

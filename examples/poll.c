@@ -44,6 +44,9 @@ static int keepVote(const char *path, const char *visitor, int choice) {
   return fclose(lines) == 0;
 }
 
+/* An id is 16 random bytes: nobody can guess it, or take another visitor's vote. It is not signed:
+ * a text that looks like an id is taken for one, so whoever deletes the cookie or makes one up can
+ * vote again. An id can do nothing but vote, and once: no vote is changed or taken back. */
 static int isId(const char *text) {
   const size_t length = strlen(text);
   return length == ID_DIGITS && strspn(text, "0123456789abcdef") == length;
@@ -96,6 +99,9 @@ static void showPage(const char *path, const char *visitor, const char *problem)
     showForm();
   }
   showChart(votes);
+  puts(
+      "<p>A random number in a cookie tells visitors apart. It is not signed: whoever deletes the "
+      "cookie or makes one up can vote again.</p>");
   endPage();
 }
 

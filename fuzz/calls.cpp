@@ -1,6 +1,7 @@
 // Sequences of calls on all types of objects: handles that are valid, empty, null or of another
 // type, lent ones, copies, lists handed over, elements of other types, holes. The input chooses the
-// calls; what only the caller can get wrong is left out.
+// calls. What is left out is convention 9 of tarn.h, (a) to (e), and nothing else; each place says
+// which.
 #include "calls/player.h"
 
 using namespace tarn_fuzz;
@@ -10,7 +11,7 @@ namespace {
 constexpr size_t kMostObjects = 200;
 constexpr int kMostCalls = 200;
 
-// The script ends its objects by their types, as far as it is the only one to name their elements.
+// The script ends its objects by their types, unless other lists name their elements too (9e).
 void endAll(Player &play) {
   Variables &variables = play.variables;
   for (uint32_t i = 0; i < Variables::kCount; ++i) {

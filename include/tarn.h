@@ -26,11 +26,17 @@
  *     that could not be made. What was there before is kept unless the function says otherwise.
  *  8. Threads. A script has one. No object may be used from two threads at once; nothing here
  *     locks.
- *  9. Your part. Some mistakes cannot be detected: a handle that still names a deleted object, a
- *     text without its final zero byte, a length beyond your data, an object given away twice or
- *     into itself (CGIgs_setList() hands over; a lent list is not yours to hand over), two typed
- *     lists with the same elements (see CGIgs_clone()) both deleted by their type. Everything else
- *     can be passed in any order.
+ *  9. Your part. Tarn cannot detect a handle that still names a deleted object, a lent object that
+ *     is deleted, a text without its final zero byte, a length beyond your data, or an argument
+ *     that a function writes to and must not. With valid handles and arguments, these calls can
+ *     still damage memory, then or later: (a) putting a word other than 0 or the address of an
+ *     object into the generic list behind a typed list, or handing such a list over to one; (b)
+ *     putting anything but a text from malloc(), owned by nobody else, into the list of header
+ *     lines; (c) changing `fixed` or int 0 of a byte buffer; (d) giving CGIgs_setList() anything
+ *     but an object that you own, for slots 0 and 1 a generic list, or giving the same one twice
+ *     or into itself; (e) letting two lists name the same element or header line (see CGIgs_clone()),
+ *     or an element hold itself, and then clearing or deleting by type. All other calls are safe,
+ *     in any order.
  *
  * This header reads as C99 and as C++11.
  */
@@ -65,7 +71,7 @@ typedef uint32_t TarnStatus;
 #define TARN_WRONG_TYPE 2u      /* the handle holds nothing, or an object of another type */
 #define TARN_OUT_OF_MEMORY 4u   /* an allocation failed */
 #define TARN_NOT_IMPLEMENTED 5u /* Tarn_clear() alone */
-#define TARN_NO_ENVIRONMENT 6u  /* Tarn_parseFormInput() alone: nothing to parse under */
+#define TARN_NO_ENVIRONMENT 6u  /* no environment: Tarn_new(), Tarn_parseFormInput() */
 
 /* The type tags, for CGIgs_new(), CGIgs_delete() and the other node operations. Twice, two list
  * types share a tag and pass each other's type test. */
@@ -100,8 +106,9 @@ typedef uint32_t TarnStatus;
  *   double      0         a real number in single precision
  *   fixed       (none)    one pointer-sized value that the node never looks at
  *
- * A generic list and a string are records and no nodes: CGIgs_IsA() and CGIgs_getMagic() read their
- * tags, every other operation here treats them as the wrong type, whatever tag is given.
+ * A generic list and a string made by TARNGenericList_new() and TARNString_new() are not nodes:
+ * CGIgs_IsA() and CGIgs_getMagic() read their tags, and every other operation here treats them as
+ * the wrong type, whatever tag is given.
  *
  * @param handle  the node
  * @param magic   the tag that the node must carry; 0 accepts any node
@@ -115,9 +122,12 @@ TARN_API extern const char *CGIgs_empty_string;
  *
  *  When memory runs out the status is still TARN_OK and the handle stays 0: test the handle.
  *
+ *  Under the tag of a generic list or a string, the result is a node and, as well, an empty list or
+ *  string without an array or a buffer. The two keep their contents apart: CGIgs_clone() copies the
+ *  node alone; any delete that accepts it deletes both.
+ *
  *  @param handle  where to put the node; must hold 0
- *  @param magic   the type tag, not 0; under the tag of a generic list or a string the result is an
- *                 empty one of these, without an array or a buffer yet, and no node
+ *  @param magic   the type tag, not 0
  *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, or `magic` is 0
  */
 TARN_API TarnStatus CGIgs_new(TarnHandle *handle, uint32_t magic);
@@ -164,12 +174,14 @@ TARN_API TarnStatus CGIgs_clone(TarnHandle *source, TarnHandle *destination, uin
 /** Hands a generic list over to a node.
  *
  *  The node owns the list from now on: leave your own handle alone, do not delete through it. A
- *  list that the slot held is deleted first. Index 2 is accepted and acts on struct slot 0: the
- *  list is parked there, unseen by CGIgs_getList(), until the node is cleared or the slot is set
- *  again; a child that stood there is lost.
+ *  list that the slot held is deleted first; handing over the list that is already there changes
+ *  nothing. Index 2 is accepted and acts on struct slot 0: the list is parked there, unseen by
+ *  CGIgs_getList(), until the node is cleared or the slot is set again; a child that stood there is
+ *  lost. A node parked like this is released, with all it owns, as a list is.
  *
  *  @param index  0 or 1 (2: see above)
- *  @param list   the list's handle; null or 0 empties the slot. What it names is not checked.
+ *  @param list   the list's handle; null or 0 empties the slot. What it names is not checked: see
+ *                conventions 9 (a), (b) and (d).
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 2
  */
 TARN_API TarnStatus CGIgs_setList(TarnHandle *handle, uint32_t index, TarnHandle *list,
@@ -215,7 +227,7 @@ TARN_API TarnStatus CGIgs_setString(TarnHandle *handle, uint32_t index, const ch
 TARN_API TarnStatus CGIgs_setNString(TarnHandle *handle, uint32_t index, const void *data,
                                      uint32_t size, uint32_t magic);
 
-/** Stores a number.
+/** Stores a number. On a byte buffer, index 0 is not yours to set: see convention 9 (c).
  *
  *  @param index  0 to 2
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is above 2
@@ -223,7 +235,8 @@ TARN_API TarnStatus CGIgs_setNString(TarnHandle *handle, uint32_t index, const v
 TARN_API TarnStatus CGIgs_setInt(TarnHandle *handle, uint32_t index, uint32_t value,
                                  uint32_t magic);
 
-/** Stores the opaque value; the node never follows or frees it.
+/** Stores the opaque value; the node never follows or frees it. That of a byte buffer is not yours
+ *  to set: see convention 9 (c).
  *
  *  @return TARN_OK; TARN_WRONG_TYPE
  */
@@ -300,6 +313,9 @@ enum TarnListSlot {
  *
  * A list is a growable array of pointer-sized words. It never follows, copies or frees what a word
  * points at. Its capacity passes through 0, 10, 20, 30 ...
+ *
+ * A list that a typed list, a response header or an element lends is read by its owner: what you
+ * may put into it is limited by conventions 9 (a) and (b).
  *
  * @param handle  the list
  * @param index   counted from 0
@@ -387,7 +403,8 @@ TARN_API TarnStatus TARNGenericList_addDatum(TarnHandle *handle, uintptr_t value
  */
 TARN_API uintptr_t TARNGenericList_getByIndex(TarnHandle *handle, uint32_t index);
 
-/** Raises the capacity, ten by ten, until it is at least `n`.
+/** Raises the capacity, ten by ten, until it is at least `n`. When memory runs out part of the way,
+ *  the steps that succeeded are kept, and the capacity counts the step that failed.
  *
  *  @param n  in elements
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_OUT_OF_MEMORY
@@ -444,7 +461,8 @@ TARN_API TarnStatus TARNString_dup(TarnHandle *source, TarnHandle *target);
 
 /** Replaces the text.
  *
- *  A text longer than the capacity makes it the text's length and 16; nothing makes it smaller.
+ *  A text longer than the capacity makes it the text's length and 16. Of all functions, only
+ *  TARNString_clear() makes it smaller.
  *
  *  @param text  copied; may be the string's own
  *  @return TARN_OK, also when there was no memory, or the text has 2 GiB, and the string is empty
@@ -493,7 +511,8 @@ TARN_API TarnStatus TARNString_appendn(TarnHandle *handle, const char *text, uin
 
 /** Appends the text of another string; what is no string appends nothing and succeeds.
  *
- *  @return as TARNString_append(); TARN_BAD_ARGUMENT when `source` has lost its buffer
+ *  @return TARN_BAD_ARGUMENT when `source` has lost its buffer, tested first; otherwise as
+ *          TARNString_append()
  */
 TARN_API TarnStatus TARNString_append_string(TarnHandle *handle, TarnHandle *source);
 
@@ -533,7 +552,8 @@ TARN_API TarnStatus TARNString_insertn(TarnHandle *handle, const char *text, uin
  *
  *  @param position  as for TARNString_insert()
  *  @param format    as for printf(); never a text that a visitor sent
- *  @return as TARNString_insert(); TARN_BAD_ARGUMENT when `format` is null, whatever the handle
+ *  @return as TARNString_insert(); TARN_BAD_ARGUMENT when `format` is null, whatever the handle,
+ *          and when nothing could be formatted
  */
 TARN_API TarnStatus TARNString_insert_sprintf(TarnHandle *handle, uint32_t position,
                                               const char *format, ...) TARN_PRINTF(3, 4);
@@ -661,8 +681,9 @@ TARN_API char *unescapeString(const char *text);
 
 /** Makes a byte of two hexadecimal digits.
  *
- *  No character is refused: from "A" upward a character counts as a letter (bit 0x20 cleared, minus
- *  55), any other as a digit (minus 48); the sum is cut to eight bits.
+ *  No character is refused: from "A" upward, bytes from 0x80 included, a character counts as a
+ *  letter (bit 0x20 cleared, minus 55), any other as a digit (minus 48); the sum is cut to eight
+ *  bits.
  *
  *  @param high,low  the digits
  *  @return the byte
@@ -785,6 +806,10 @@ TARN_API TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t
  * and the value after it, both trimmed and URL-decoded; a piece without "=", the empty one after a
  * trailing ";" included, makes a cookie whose name and value are null.
  *
+ * Since names are decoded, anyone who can set a cookie can send one that appears here under a name
+ * with the prefix "__Host-" or "__Secure-", spelled "__%48ost-", which browsers do not protect. For
+ * such names, compare the name in HTTP_COOKIE itself; the guide to cookies has a function for it.
+ *
  * The getters look at the process environment when they are called and never at the handle.
  *
  * @param handle  the environment
@@ -803,6 +828,10 @@ enum TarnEnvironmentSlot {
  *
  *  Bytes that do not arrive are zero. The body can be read once in a process. The environment is
  *  made, and the handle set, also when the body could not be kept.
+ *
+ *  A signal does not end the reading, which goes on when the handler returns. To bound a slow
+ *  upload, call alarm() and leave SIGALRM its default action, or use a handler that does not
+ *  return.
  *
  *  @param handle  where to put it; must hold 0
  *  @return TARN_OK; TARN_BAD_ARGUMENT when `handle` is null or in use, without memory for the
@@ -1150,7 +1179,9 @@ enum TarnRequestSlot {
 /** Takes in the request: environment, cookies, body, and the form, parsed.
  *
  *  A POST has its body parsed, any other method its query string. A CONTENT_TYPE that begins with
- *  "multipart/form-data" means multipart, anything else URL-encoded, whatever the method.
+ *  "multipart/form-data" means multipart, anything else URL-encoded, whatever the method. A signal
+ *  does not end the reading of a slow body: see CgiEnv_new(). Tarn_isComplete() tells whether all
+ *  of it arrived and was kept.
  *
  *  @code
  *  TarnHandle request = 0;
@@ -1191,6 +1222,27 @@ TARN_API void Tarn_save(TarnHandle *handle, FILE *stream);
 /** Does nothing. */
 TARN_API void Tarn_restore(TarnHandle *handle, FILE *stream);
 
+/** Tells whether everything that arrived is in the request.
+ *
+ *  Ask before you store anything: Tarn_new() returns TARN_OK also when memory ran out for some of
+ *  the fields, files or cookies, and when the body broke off. What the rules of parsing leave out
+ *  does not count as lost: the rest of a multipart value after its first CR LF, a piece without
+ *  "=", the body of a request other than POST.
+ *
+ *  @code
+ *  if (!Tarn_isComplete(&request)) {
+ *    puts("Status: 400 Bad Request");
+ *    puts("Content-Type: text/plain\n\nPlease send it again.");
+ *    ...
+ *  @endcode
+ *
+ *  @return 1 when it is; 0 when something could not be allocated, in Tarn_new() or a later
+ *          Tarn_parseFormInput(), Tarn_parsePair() or Tarn_parseMime(), when the body ended before
+ *          CONTENT_LENGTH or was too long to read, and when `handle` holds no request or one
+ *          without an environment
+ */
+TARN_API uint32_t Tarn_isComplete(TarnHandle *handle);
+
 /** Tells whether a checkbox was ticked: its field came with the value "on", in any case.
  *
  *  @return 1 or 0
@@ -1199,7 +1251,7 @@ TARN_API uint32_t Tarn_queryCheckbox(TarnHandle *handle, const char *name);
 
 /** Lends the first entry with this name.
  *
- *  @param name  null finds the first entry without a name
+ *  @param name  null finds the first entry without a name; files in the entry list are skipped
  *  @return the entry; 0 when there is none
  */
 TARN_API TarnHandle Tarn_getElementByName(TarnHandle *handle, const char *name);
@@ -1213,12 +1265,14 @@ TARN_API TarnHandle Tarn_getElementByValue(TarnHandle *handle, const char *text)
 
 /** Lends the first file whose field has this name.
  *
- *  @param name  null finds the first file without a field name
+ *  @param name  null finds the first file without a field name; entries in the file list are
+ *               skipped
  *  @return the file; 0 when there is none
  */
 TARN_API TarnHandle Tarn_getFile(TarnHandle *handle, const char *name);
 
-/** Appends copies of all entries with this name to a list of yours.
+/** Appends copies of all entries with this name to a list of yours. A null name finds the entries
+ *  without a name; files in the entry list are skipped.
  *
  *  @param unused       ignored
  *  @param destination  a form entry list
@@ -1352,7 +1406,8 @@ TARN_API TarnStatus HTTPCookieList_addCookie(TarnHandle *list, TarnHandle *cooki
 /** Counts the cookies. @return the count; 0 when `list` is no list */
 TARN_API int HTTPCookieList_getCount(TarnHandle *list);
 
-/** Lends the cookie at an index.
+/** Lends the cookie at an index. Names are decoded: a name with a prefix such as "__Host-" proves
+ *  nothing here, see CgiEnv_new().
  *
  *  @return the cookie; 0 when `index` is not below the count or `list` is no list
  */
@@ -1381,7 +1436,6 @@ enum TarnHeaderSlot {
   TARN_HEADER_COOKIES = 0       /* struct: a cookie list */
 };
 
-
 /** The slots of an HTTPResponseHeader. */
 enum TarnResponseHeaderSlot {
   TARN_RESPONSE_HEADER_FIRST = 0,  /* string: the first text */
@@ -1391,7 +1445,6 @@ enum TarnResponseHeaderSlot {
   TARN_RESPONSE_HEADER_COOKIES = 0 /* struct: a cookie list */
 };
 
-
 /** The slots of a MultiPartHeader. */
 enum TarnMultipartHeaderSlot {
   TARN_MULTIPART_HEADER_DISPOSITION = 0, /* string: "form-data" */
@@ -1399,7 +1452,6 @@ enum TarnMultipartHeaderSlot {
   TARN_MULTIPART_HEADER_FILENAME = 2,    /* string: the client's file name */
   TARN_MULTIPART_HEADER_CONTENT_TYPE = 3 /* string: the content type */
 };
-
 
 /** Deletes a header and sets the handle to 0. @return TARN_OK; TARN_WRONG_TYPE */
 TARN_API TarnStatus HTTPHeader_delete(TarnHandle *header);
@@ -1441,8 +1493,11 @@ TARN_API TarnStatus HTTPResponseHeader_clear(TarnHandle *header);
 
 /** Fills a response header, after emptying it; does nothing when either text is null.
  *
+ *  Tarn gives these three no meaning: an HTTP version, a status code and a reason phrase, for
+ *  instance.
+ *
  *  @param first,second  two texts, copied
- *  @param number        any number
+ *  @param number        stored as int 0
  *
  *  @return TARN_OK, also when nothing was done; TARN_WRONG_TYPE
  */
@@ -1478,7 +1533,8 @@ TARN_API TarnStatus HTTPResponseHeader_setCookieList(TarnHandle *header, TarnHan
  *
  *  @param cookie  the cookie to copy
  *  @return TARN_OK, also for the cookie that is lost; TARN_WRONG_TYPE, also without memory for the
- *          empty list; TARN_BAD_ARGUMENT when `cookie` is no cookie; TARN_OUT_OF_MEMORY
+ *          empty list, and when something other than a cookie list was stored as the cookies;
+ *          TARN_BAD_ARGUMENT when `cookie` is no cookie; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie);
 
@@ -1525,7 +1581,6 @@ enum TarnAttributeSlot {
   TARN_ATTRIBUTE_NUMBER = 0 /* int: a number, which Tarn does not interpret */
 };
 
-
 /** The slots of an element. */
 enum TarnElementSlot {
   TARN_ELEMENT_NAME = 0,       /* string */
@@ -1534,7 +1589,6 @@ enum TarnElementSlot {
   TARN_ELEMENT_ATTRIBUTES = 0, /* struct: the attribute list */
   TARN_ELEMENT_EMBEDDED = 1    /* struct: the list of embedded elements */
 };
-
 
 /** Sets an attribute's name and value.
  *
@@ -1619,8 +1673,9 @@ TARN_API TarnStatus HTMLElement_setAttributes(TarnHandle *element, TarnHandle *a
 
 /** Appends a copy of an attribute to an element's attributes.
  *
- *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `attribute` is no attribute, and
- *          without memory for a first list; TARN_OUT_OF_MEMORY
+ *  @return TARN_OK; TARN_WRONG_TYPE, also when something other than a list was stored as the
+ *          attributes; TARN_BAD_ARGUMENT when `attribute` is no attribute, and without memory for a
+ *          first list; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus HTMLElement_addAttribute(TarnHandle *element, TarnHandle *attribute);
 
@@ -1638,8 +1693,9 @@ TARN_API TarnStatus HTMLElement_setEmbedded(TarnHandle *element, TarnHandle *emb
  *  parent (HTMLElementList_getByIndex()), from the top down: a child is copied when it is added.
  *
  *  @param child  the element to copy
- *  @return TARN_OK; TARN_WRONG_TYPE, also without memory for a first list; TARN_BAD_ARGUMENT when
- *          `child` is no element; TARN_OUT_OF_MEMORY
+ *  @return TARN_OK; TARN_WRONG_TYPE, also without memory for a first list, when something other
+ *          than a list was stored as the embedded elements, and when the subtree of `child` holds
+ *          something foreign; TARN_BAD_ARGUMENT when `child` is no element; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus HTMLElement_addElement(TarnHandle *element, TarnHandle *child);
 

@@ -934,6 +934,38 @@ class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
 
 // ---- Input: the request -------------------------------------------------------------------------
 
+namespace detail {
+
+// Whether a name has a prefix that browsers give a meaning to; they ignore case there.
+inline bool is_protected_name(const char *name) noexcept {
+  return nStringsAreEqual(name, "__Host-", 7) == 0 || nStringsAreEqual(name, "__Secure-", 9) == 0;
+}
+
+// The cookies that Tarn makes of a cookie header: one more than there are ";".
+inline std::size_t count_cookies(std::string_view header) noexcept {
+  std::size_t count = 1;
+  for (const char c : header) count += c == ';' ? 1 : 0;
+  return count;
+}
+
+// Cuts the next cookie off a cookie header.
+//
+// @return its name as it was sent, without the white space around it; empty when it has none
+inline std::string_view next_cookie_name(std::string_view &header) noexcept {
+  const std::size_t end = header.find(';');
+  const bool is_last = end == header.npos;
+  const std::string_view piece(header.data(), is_last ? header.size() : end);
+  header.remove_prefix(piece.size() + (is_last ? 0 : 1));
+  const std::size_t equals = piece.find('=');
+  std::string_view name(piece.data(), equals == piece.npos ? 0 : equals);
+  constexpr std::string_view white_space = " \t\r\n";
+  while (!name.empty() && white_space.find(name.front()) != name.npos) name.remove_prefix(1);
+  while (!name.empty() && white_space.find(name.back()) != name.npos) name.remove_suffix(1);
+  return name;
+}
+
+}  // namespace detail
+
 /** A request, taken in when it is made: environment, cookies, body, and the form, parsed.
  *
  *  Names of fields are compared without regard to case. What it lends lives as long as the request,
@@ -957,6 +989,10 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** Tells whether there is a request, taken in with success. */
   explicit operator bool() const noexcept { return handle_ != 0 && status_ == TARN_OK; }
+
+  /** Tells whether everything that arrived is in the request, as Tarn_isComplete() does: false when
+   *  memory ran out for some of it and when the body broke off. Ask before you store anything. */
+  bool complete() const noexcept { return detail::ask<Tarn_isComplete>(handle_) != 0; }
 
   /** A request is not copied. */
   Request clone() const = delete;
@@ -1020,11 +1056,22 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** The value of the first cookie with this name, decoded. Case counts, as browsers have it.
    *
+   *  A browser protects cookies whose names begin with `__Host-` or `__Secure-`, but only names that
+   *  are spelled like this: anyone who may set a cookie can set `__%48ost-id`, which decodes to
+   *  `__Host-id`. For a name with such a prefix, this finds only a cookie that was sent under
+   *  literally that name.
+   *
    *  @return a view; nothing when there is no such cookie
    */
   std::optional<std::string_view> cookie(const char *name) const &noexcept {
-    for (const CookieView found : cookies()) {
-      if (found.name() == name) return found.value();
+    const Cookies all = cookies();
+    const bool literally = detail::is_protected_name(name);
+    std::string_view header = CgiEnv_getCookies(nullptr);
+    // A list that lacks a cookie does not go with the header any more.
+    if (literally && detail::count_cookies(header) != all.size()) return std::nullopt;
+    for (const CookieView found : all) {
+      const bool is_sent_so = !literally || detail::next_cookie_name(header) == name;
+      if (is_sent_so && found.name() == name) return found.value();
     }
     return std::nullopt;
   }
@@ -1500,7 +1547,9 @@ class ElementView : public detail::Lent<TARN_ELEMENT_MAGIC> {
   Elements children() const noexcept;
 };
 
-inline Elements ElementView::children() const noexcept { return Elements(child_in(TARN_ELEMENT_EMBEDDED)); }
+inline Elements ElementView::children() const noexcept {
+  return Elements(child_in(TARN_ELEMENT_EMBEDDED));
+}
 
 class ElementList;
 

@@ -16,6 +16,9 @@ namespace {
 
 int32_t numberIn(const char *name) { return toNumber(variable(name)); }
 
+// Whether CONTENT_LENGTH says more than the number that is made of it.
+bool isTooLong(int32_t length) { return std::atoll(variable("CONTENT_LENGTH")) > length; }
+
 // A signal does not end a body; the end of the input or an error does.
 size_t readInput(char *block, size_t length) {
   for (size_t arrived = 0;;) {
@@ -33,6 +36,7 @@ TarnStatus readBody(int32_t length, Capture &capture) {
   OwnedText block = newZeroedText(count);
   if (!block) return TARN_BAD_ARGUMENT;
   const std::string_view input(block.get(), readInput(block.get(), count));
+  if (input.size() < count) markIncomplete(capture.environment);
   Node *body = newByteBuffer(std::move(block), count);
   if (!body) return TARN_WRONG_TYPE;
   setChild(*capture.environment, TARN_ENVIRONMENT_BODY, body);
@@ -42,21 +46,27 @@ TarnStatus readBody(int32_t length, Capture &capture) {
 
 OwnedText clean(std::string_view text) { return unescape(strip(text)); }
 
-// A token without "=" makes a cookie without name and value, which is in the list all the same.
-Node *parseCookie(std::string_view token) {
+// A token without "=" makes a cookie without name and value, which is in the list all the same. So
+// does one without memory for both, which is lost.
+Node *parseCookie(std::string_view token, bool &isLost) {
   std::string_view name;
   std::string_view value;
   if (!divide(token, '=', name, value)) return newCookie(nullptr, nullptr);
-  return newCookie(clean(name), clean(value));
+  OwnedText cleanName = clean(name);
+  OwnedText cleanValue = clean(value);
+  isLost = !cleanName || !cleanValue;
+  return newCookie(std::move(cleanName), std::move(cleanValue));
 }
 
 // Every ";" ends a token and the end of the header ends the last one; empty tokens count.
-Node *parseCookies(std::string_view header) {
+Node *parseCookies(std::string_view header, Node *environment) {
   Node *list = Cookies::create();
   for (bool more = true; more;) {
     std::string_view token;
     more = divide(header, ';', token, header);
-    Cookies::adopt(list, parseCookie(token));
+    bool isLost = false;
+    const TarnStatus status = Cookies::adopt(list, parseCookie(token, isLost));
+    if (isLost || status != TARN_OK) markIncomplete(environment);
   }
   return list;
 }
@@ -81,8 +91,9 @@ Capture captureEnvironment() {
   // In lower case only, while the method is taken in any case.
   environment->ints[TARN_ENVIRONMENT_HTTPS] = std::strcmp(variable("HTTPS"), "on") == 0 ? 1 : 0;
   if (isPost() && length != 0) capture.status = readBody(length, capture);
+  if (capture.status != TARN_OK || (isPost() && isTooLong(length))) markIncomplete(environment);
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {
-    setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookies(cookies));
+    setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookies(cookies, environment));
   }
   return capture;
 }

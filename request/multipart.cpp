@@ -13,11 +13,9 @@ constexpr std::string_view kHeadersEnd = "\r\n\r\n";
 
 // "--", the boundary and a line end. The boundary is the rest of the content type as it stands,
 // quotes and further parameters included: that is what has to be found in the body.
-OwnedText makeDelimiter(const char *contentType) {
-  const char *found = find(contentType, kBoundary);
-  if (!found) return nullptr;
+OwnedText makeDelimiter(const char *boundary) {
   char *text = nullptr;
-  tarn_asprintf(&text, "--%s\r\n", found + kBoundary.size());
+  tarn_asprintf(&text, "--%s\r\n", boundary);
   return OwnedText(text);
 }
 
@@ -35,6 +33,7 @@ std::string_view between(std::string_view part, std::string_view open, std::stri
 
 struct PartHeader {
   std::string_view name;
+  bool hasFileName;  // sent, though there may be no memory for it
   OwnedText fileName;
   std::string_view contentType;
 };
@@ -45,11 +44,35 @@ struct PartHeader {
 // follow it.
 PartHeader parseHeader(std::string_view part) {
   const std::string_view fileName = between(part, "filename=\"", "\"");
-  return {between(part, "name=\"", "\""), fileName.data() ? unescape(fileName) : nullptr,
+  return {between(part, "name=\"", "\""), fileName.data() != nullptr,
+          fileName.data() ? unescape(fileName) : nullptr,
           between(part, "Content-Type: ", kHeadersEnd)};
 }
 
+// Appends the file of a part; false without memory for its bytes. Without field name or content
+// type it is in the list all the same, empty.
+bool keepFile(FormLists lists, PartHeader header, std::string_view value) {
+  FileParts parts{.name = copyText(header.name),
+                  .fileName = std::move(header.fileName),
+                  .contentType = copyText(header.contentType),
+                  .data = copyBytes(value.data(), value.size()),
+                  .length = static_cast<uint32_t>(value.size())};
+  const bool isNamed = header.name.data() && header.contentType.data();
+  if (!parts.data) {
+    markIncomplete(lists.request);
+    return false;
+  }
+  Node *file = newFormFile(std::move(parts));
+  const bool isWhole = file && (!isNamed || file->structs[TARN_FILE_BYTES]);
+  if (FormFiles::adopt(lists.files, file) != TARN_OK || !isWhole) markIncomplete(lists.request);
+  return true;
+}
+
 }  // namespace
+
+void keepEntry(FormLists lists, Node *entry) {
+  if (FormEntries::adopt(lists.entries, entry) != TARN_OK) markIncomplete(lists.request);
+}
 
 const char *parsePart(FormLists lists, std::string_view part) {
   const char *headersEnd = find(part, kHeadersEnd);
@@ -59,31 +82,24 @@ const char *parsePart(FormLists lists, std::string_view part) {
   const std::string_view body = from(part, headersEnd + kHeadersEnd.size());
   const char *lineEnd = find(body, kLineEnd);
   const std::string_view value = upTo(body, lineEnd ? lineEnd : body.data());
-  const auto length = static_cast<uint32_t>(value.size());
   PartHeader header = parseHeader(part);
+  if (header.hasFileName && !header.fileName) markIncomplete(lists.request);
   if (header.fileName && *header.fileName) {
-    OwnedText data = copyBytes(value.data(), length);
-    if (!data) return nullptr;
-    // Without field name or content type it is in the list all the same, empty.
-    FormFiles::adopt(lists.files, newFormFile({.name = copyText(header.name),
-                                               .fileName = std::move(header.fileName),
-                                               .contentType = copyText(header.contentType),
-                                               .data = std::move(data),
-                                               .length = length}));
-  } else {
-    // The value is kept as far as it is text, with the length that was sent.
-    Node *entry = newFormEntry(header.name, textIn(value), length);
-    if (!entry) return nullptr;
-    FormEntries::adopt(lists.entries, entry);
+    return keepFile(lists, std::move(header), value) ? headersEnd : nullptr;
   }
-  return headersEnd;
+  // The value is kept as far as it is text, with the length that was sent.
+  Node *entry = newFormEntry(header.name, textIn(value), static_cast<uint32_t>(value.size()));
+  keepEntry(lists, entry);
+  return entry ? headersEnd : nullptr;
 }
 
 // The end is where no delimiter follows: the last part takes in the closing one, which nothing
 // looks for, and whatever comes after it.
 void parseMultipart(FormLists lists, std::string_view body, const char *contentType) {
-  const OwnedText delimiter = makeDelimiter(contentType);
-  if (!delimiter) return;
+  const char *boundary = find(contentType, kBoundary);
+  if (!boundary) return;
+  const OwnedText delimiter = makeDelimiter(boundary + kBoundary.size());
+  if (!delimiter) return markIncomplete(lists.request);
   const std::string_view mark = delimiter.get();
   const char *found = find(body, mark);
   while (found) {

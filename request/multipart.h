@@ -7,11 +7,16 @@
 
 namespace tarn {
 
-// Where a form's fields go. Either may be null: what would have gone there is dropped.
+// The request whose form is parsed, and where the fields go. What has no list to go to is dropped,
+// like what cannot be allocated, and the request is marked as incomplete. All may be null.
 struct FormLists {
+  Node *request;
   Node *entries;
   Node *files;
 };
+
+// Appends an entry, or marks the request when there is none or no memory for it.
+void keepEntry(FormLists lists, Node *entry);
 
 // Parses a body under its content type. Without "boundary=" there it has no parts.
 void parseMultipart(FormLists lists, std::string_view body, const char *contentType);

@@ -16,21 +16,21 @@ constexpr std::string_view kMultipart = "multipart/form-data";
 
 Node *requestIn(const TarnHandle *handle) { return nodeIn(handle, TARN_REQUEST_MAGIC); }
 
-FormLists listsOf(const Node *request) {
-  if (!request) return {nullptr, nullptr};
-  return {FormEntries::at(request->structs[TARN_REQUEST_ENTRIES]),
+FormLists listsOf(Node *request) {
+  if (!request) return {nullptr, nullptr, nullptr};
+  return {request, FormEntries::at(request->structs[TARN_REQUEST_ENTRIES]),
           FormFiles::at(request->structs[TARN_REQUEST_FILES])};
 }
 
 // A piece without "=" is dropped.
-void parsePair(Node *entries, std::string_view pair) {
+void parsePair(FormLists lists, std::string_view pair) {
   std::string_view name;
   std::string_view value;
   if (!divide(pair, '=', name, value)) return;
-  FormEntries::adopt(entries, newDecodedFormEntry(name, value));
+  keepEntry(lists, newDecodedFormEntry(name, value));
 }
 
-void parsePairs(Node *entries, std::string_view text) {
+void parsePairs(FormLists lists, std::string_view text) {
   while (!text.empty()) {
     // A flood of "&" is passed at the pace of a byte, not of a piece.
     if (text.front() == '&') {
@@ -39,14 +39,14 @@ void parsePairs(Node *entries, std::string_view text) {
     }
     std::string_view piece;
     divide(text, '&', piece, text);
-    parsePair(entries, piece);
+    parsePair(lists, piece);
   }
 }
 
 // CONTENT_TYPE decides alone; scripts get a query string parsed as multipart by it. URL-encoded
 // text ends at its first zero byte, whatever the length. Anything in the first slot is an
 // environment here.
-TarnStatus parseForm(const Node *request, const char *input, size_t length) {
+TarnStatus parseForm(Node *request, const char *input, size_t length) {
   if (!input) return TARN_BAD_ARGUMENT;
   if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
   const char *contentType = variable("CONTENT_TYPE");
@@ -54,14 +54,14 @@ TarnStatus parseForm(const Node *request, const char *input, size_t length) {
   if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
     parseMultipart(lists, {input, length}, contentType);
   } else {
-    parsePairs(lists.entries, input);
+    parsePairs(lists, input);
   }
   return TARN_OK;
 }
 
 // A POST has its body or nothing; its query string is not looked at. Of a body that is shorter than
 // CONTENT_LENGTH only what arrived is parsed: nothing can be found in the zeros after it.
-TarnStatus parseRequest(const Node *request, std::string_view body) {
+TarnStatus parseRequest(Node *request, std::string_view body) {
   if (isPost()) return body.data() ? parseForm(request, body.data(), body.size()) : TARN_OK;
   const char *query = variable("QUERY_STRING");
   return parseForm(request, query, std::strlen(query));
@@ -133,6 +133,13 @@ void Tarn_save(TarnHandle *, FILE *) {}
 
 void Tarn_restore(TarnHandle *, FILE *) {}
 
+uint32_t Tarn_isComplete(TarnHandle *handle) {
+  const Node *request = requestIn(handle);
+  const Node *environment =
+      request ? childOf(*request, TARN_REQUEST_ENVIRONMENT, TARN_ENVIRONMENT_MAGIC) : nullptr;
+  return environment && !environment->incomplete && !request->incomplete ? 1 : 0;
+}
+
 uint32_t Tarn_queryCheckbox(TarnHandle *handle, const char *name) {
   const Node *entry = nodeAt(Tarn_getElementByName(handle, name), TARN_FORM_ENTRY_MAGIC);
   return entry && compareTexts(valueOfEntry(*entry), "on") == 0 ? 1 : 0;
@@ -170,7 +177,7 @@ TarnStatus Tarn_parseFormInput(TarnHandle *handle, char *input, uint32_t length)
 
 void Tarn_parsePair(TarnHandle *handle, char *pair) {
   if (!pair) return;
-  parsePair(listsOf(requestIn(handle)).entries, pair);
+  parsePair(listsOf(requestIn(handle)), pair);
   // Scripts see their text cut into name and value.
   if (char *equals = std::strchr(pair, '=')) *equals = '\0';
 }

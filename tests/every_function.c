@@ -174,6 +174,7 @@ int main(void) {
   CHECK(strcmp(Tarn_getHost(NULL), "Set this to the platform we compiled for") == 0);
   Tarn_save(NULL, NULL);
   Tarn_restore(NULL, NULL);
+  CHECK(Tarn_isComplete(NULL) == 0);
   CHECK(Tarn_queryCheckbox(NULL, NULL) == 0);
   CHECK(Tarn_getElementByName(NULL, NULL) == 0);
   CHECK(Tarn_getElementByValue(NULL, NULL) == 0);

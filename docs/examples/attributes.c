@@ -3,9 +3,6 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kName = 0, kValue = 1 }; /* string slots */
-enum { kAttributes = 0 };       /* struct slots */
-
 static void add(TarnHandle *list, const char *name,
                 const char *value) {
   TarnHandle attribute = 0;
@@ -21,8 +18,10 @@ static void print(TarnHandle *list) {
     TarnHandle each =
         HTMLAttributeList_getByIndex(list, (uint32_t)i);
     printf(" %s=\"%s\"",
-           CGIgs_getString(&each, kName, TARN_ATTRIBUTE_MAGIC),
-           CGIgs_getString(&each, kValue, TARN_ATTRIBUTE_MAGIC));
+           CGIgs_getString(&each, TARN_ATTRIBUTE_NAME,
+                           TARN_ATTRIBUTE_MAGIC),
+           CGIgs_getString(&each, TARN_ATTRIBUTE_VALUE,
+                           TARN_ATTRIBUTE_MAGIC));
   }
   printf("\n");
 }
@@ -40,8 +39,8 @@ int main(void) {
   HTMLAttributeList_clear(&copy);
   print(&list);
   print(&copy);
-  TarnHandle lent =
-      CGIgs_getStruct(&element, kAttributes, TARN_ELEMENT_MAGIC);
+  TarnHandle lent = CGIgs_getStruct(
+      &element, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
   print(&lent);
 
   HTMLElement_delete(&element);

@@ -3,13 +3,11 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kBody = 0 };   /* struct slots of an environment */
-enum { kLength = 0 }; /* int slots of a byte buffer */
-
 static unsigned body_length(TarnHandle *env) {
-  TarnHandle body =
-      CGIgs_getStruct(env, kBody, TARN_ENVIRONMENT_MAGIC);
-  return CGIgs_getInt(&body, kLength, TARN_BYTE_BUFFER_MAGIC);
+  TarnHandle body = CGIgs_getStruct(env, TARN_ENVIRONMENT_BODY,
+                                    TARN_ENVIRONMENT_MAGIC);
+  return CGIgs_getInt(&body, TARN_BYTE_BUFFER_LENGTH,
+                      TARN_BYTE_BUFFER_MAGIC);
 }
 
 int main(void) {

@@ -3,8 +3,6 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kLength = 0 }; /* int slots */
-
 int main(void) {
   TarnHandle buffer = 0;
   CGIgs_new(&buffer, TARN_BYTE_BUFFER_MAGIC);
@@ -13,8 +11,8 @@ int main(void) {
   const unsigned char *bytes =
       (const unsigned char *)CGIgs_getFixed(&buffer,
                                             TARN_BYTE_BUFFER_MAGIC);
-  uint32_t length =
-      CGIgs_getInt(&buffer, kLength, TARN_BYTE_BUFFER_MAGIC);
+  uint32_t length = CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH,
+                                 TARN_BYTE_BUFFER_MAGIC);
   for (uint32_t i = 0; i < length; ++i) printf("%02x\n", bytes[i]);
 
   CGIgs_delete(&buffer, TARN_BYTE_BUFFER_MAGIC);

@@ -3,14 +3,11 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kType = 0 };    /* string slots of a header */
-enum { kCookies = 0 }; /* struct slots of a header */
-
 static void print(TarnHandle *header) {
-  const char *type =
-      CGIgs_getString(header, kType, TARN_HEADER_MAGIC);
-  TarnHandle cookies =
-      CGIgs_getStruct(header, kCookies, TARN_HEADER_MAGIC);
+  const char *type = CGIgs_getString(
+      header, TARN_HEADER_CONTENT_TYPE, TARN_HEADER_MAGIC);
+  TarnHandle cookies = CGIgs_getStruct(header, TARN_HEADER_COOKIES,
+                                       TARN_HEADER_MAGIC);
   printf("%s, cookies: %d\n", type ? type : "no type",
          HTTPCookieList_getCount(&cookies));
 }

@@ -5,8 +5,6 @@
 #include <stdlib.h>
 #include <tarn.h>
 
-enum { kName = 0, kValue = 1, kPath = 4 }; /* string slots */
-
 int main(void) {
   TarnHandle cookie = 0;
   CGIgs_new(&cookie, TARN_COOKIE_MAGIC);
@@ -17,12 +15,14 @@ int main(void) {
   HTTPCookie_setMaxAge(&cookie, 7 * 24 * 60 * 60);
   HTTPCookie_setSecure(&cookie, 1);
 
-  printf("Set-Cookie: %s=%s; Path=%s; Max-Age=%ld%s\r\n",
-         CGIgs_getString(&cookie, kName, TARN_COOKIE_MAGIC),
-         CGIgs_getString(&cookie, kValue, TARN_COOKIE_MAGIC),
-         CGIgs_getString(&cookie, kPath, TARN_COOKIE_MAGIC),
-         HTTPCookie_getMaxAge(&cookie),
-         HTTPCookie_isSecure(&cookie) ? "; Secure" : "");
+  printf(
+      "Set-Cookie: %s=%s; Path=%s; Max-Age=%ld%s\r\n",
+      CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC),
+      CGIgs_getString(&cookie, TARN_COOKIE_VALUE,
+                      TARN_COOKIE_MAGIC),
+      CGIgs_getString(&cookie, TARN_COOKIE_PATH, TARN_COOKIE_MAGIC),
+      HTTPCookie_getMaxAge(&cookie),
+      HTTPCookie_isSecure(&cookie) ? "; Secure" : "");
   printf("Content-Type: text/plain\r\n\r\n");
 
   /* For a log. The empty text is not to be freed. */

@@ -6,6 +6,10 @@
 int main() {
   tarn::Request request;
   if (!request) return request.status();
+  if (!request.complete()) {
+    const char *plea = "Please send the form again.\n";
+    return tarn::Response().status(400).send_text(plea) ? 0 : 1;
+  }
 
   tarn::String page("Hello, ");
   page.append(request["name"].value_or("stranger"));

@@ -3,19 +3,17 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kName = 0 };     /* string slots */
-enum { kEmbedded = 1 }; /* struct slots */
-
 static TarnHandle make(const char *name) {
   TarnHandle element = 0;
   CGIgs_new(&element, TARN_ELEMENT_MAGIC);
-  CGIgs_setString(&element, kName, name, TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&element, TARN_ELEMENT_NAME, name,
+                  TARN_ELEMENT_MAGIC);
   return element;
 }
 
 static int embedded(TarnHandle *element) {
-  TarnHandle list =
-      CGIgs_getStruct(element, kEmbedded, TARN_ELEMENT_MAGIC);
+  TarnHandle list = CGIgs_getStruct(element, TARN_ELEMENT_EMBEDDED,
+                                    TARN_ELEMENT_MAGIC);
   return HTMLElementList_getCount(&list);
 }
 

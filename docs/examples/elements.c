@@ -3,40 +3,39 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kName = 0, kValue = 1 };          /* string slots */
-enum { kAttributes = 0, kEmbedded = 1 }; /* struct slots */
-
 /* Embeds an element and lends it. */
 static TarnHandle embed(TarnHandle *parent, const char *name) {
   TarnHandle element = 0;
   CGIgs_new(&element, TARN_ELEMENT_MAGIC);
-  CGIgs_setString(&element, kName, name, TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&element, TARN_ELEMENT_NAME, name,
+                  TARN_ELEMENT_MAGIC);
   HTMLElement_addElement(parent, &element);
   HTMLElement_delete(&element);
 
-  TarnHandle list =
-      CGIgs_getStruct(parent, kEmbedded, TARN_ELEMENT_MAGIC);
+  TarnHandle list = CGIgs_getStruct(parent, TARN_ELEMENT_EMBEDDED,
+                                    TARN_ELEMENT_MAGIC);
   int last = HTMLElementList_getCount(&list) - 1;
   return HTMLElementList_getByIndex(&list, (uint32_t)last);
 }
 
 static void print_tree(TarnHandle *element, int depth) {
-  TarnHandle attributes =
-      CGIgs_getStruct(element, kAttributes, TARN_ELEMENT_MAGIC);
-  TarnHandle embedded =
-      CGIgs_getStruct(element, kEmbedded, TARN_ELEMENT_MAGIC);
-  const char *name =
-      CGIgs_getString(element, kName, TARN_ELEMENT_MAGIC);
+  TarnHandle attributes = CGIgs_getStruct(
+      element, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
+  TarnHandle embedded = CGIgs_getStruct(
+      element, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
+  const char *name = CGIgs_getString(element, TARN_ELEMENT_NAME,
+                                     TARN_ELEMENT_MAGIC);
 
   printf("%*s<%s", 2 * depth, "", name);
   for (int i = 0; i < HTMLAttributeList_getCount(&attributes);
        ++i) {
     TarnHandle attribute =
         HTMLAttributeList_getByIndex(&attributes, (uint32_t)i);
-    printf(
-        " %s=\"%s\"",
-        CGIgs_getString(&attribute, kName, TARN_ATTRIBUTE_MAGIC),
-        CGIgs_getString(&attribute, kValue, TARN_ATTRIBUTE_MAGIC));
+    printf(" %s=\"%s\"",
+           CGIgs_getString(&attribute, TARN_ATTRIBUTE_NAME,
+                           TARN_ATTRIBUTE_MAGIC),
+           CGIgs_getString(&attribute, TARN_ATTRIBUTE_VALUE,
+                           TARN_ATTRIBUTE_MAGIC));
   }
   printf(">\n");
   for (int i = 0; i < HTMLElementList_getCount(&embedded); ++i) {
@@ -50,7 +49,8 @@ static void print_tree(TarnHandle *element, int depth) {
 int main(void) {
   TarnHandle list = 0;
   if (CGIgs_new(&list, TARN_ELEMENT_MAGIC) != TARN_OK) return 1;
-  CGIgs_setString(&list, kName, "ul", TARN_ELEMENT_MAGIC);
+  CGIgs_setString(&list, TARN_ELEMENT_NAME, "ul",
+                  TARN_ELEMENT_MAGIC);
 
   TarnHandle attribute = 0;
   CGIgs_new(&attribute, TARN_ATTRIBUTE_MAGIC);

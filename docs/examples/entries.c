@@ -5,8 +5,6 @@
 #include <string.h>
 #include <tarn.h>
 
-enum { kName = 0 }; /* string slots */
-
 static void add(TarnHandle *list, const char *name,
                 const char *value) {
   TarnHandle entry = 0;
@@ -27,8 +25,8 @@ int main(void) {
   int32_t count = FormEntryList_getCount(&list);
   for (int32_t i = 0; i < count; ++i) {
     TarnHandle entry = FormEntryList_getByIndex(&list, (uint32_t)i);
-    const char *name =
-        CGIgs_getString(&entry, kName, TARN_FORM_ENTRY_MAGIC);
+    const char *name = CGIgs_getString(&entry, TARN_ENTRY_NAME,
+                                       TARN_FORM_ENTRY_MAGIC);
     char *value = (char *)FormEntry_getStrippedValue(&entry);
     printf("%s: \"%s\", %d, %.2f\n", name, value,
            FormEntry_getIntegerValue(&entry),

@@ -3,9 +3,6 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kBody = 0 };   /* struct slots of an environment */
-enum { kLength = 0 }; /* int slots of a byte buffer */
-
 int main(void) {
   TarnHandle env = 0;
   if (CgiEnv_new(&env) != TARN_OK) return 1;
@@ -15,12 +12,14 @@ int main(void) {
          CgiEnv_getScriptName(&env));
   printf("announced: %d bytes\n", CgiEnv_getContentLength(&env));
 
-  TarnHandle body =
-      CGIgs_getStruct(&env, kBody, TARN_ENVIRONMENT_MAGIC);
+  TarnHandle body = CGIgs_getStruct(&env, TARN_ENVIRONMENT_BODY,
+                                    TARN_ENVIRONMENT_MAGIC);
   printf("body: ");
   fwrite(
       (const void *)CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC),
-      1, CGIgs_getInt(&body, kLength, TARN_BYTE_BUFFER_MAGIC),
+      1,
+      CGIgs_getInt(&body, TARN_BYTE_BUFFER_LENGTH,
+                   TARN_BYTE_BUFFER_MAGIC),
       stdout);
   printf("\n");
 

@@ -3,8 +3,6 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kFileName = 1, kType = 2 }; /* string slots */
-
 int main(void) {
   static const char bytes[] = "Deep and cold.\n";
   TarnHandle file = 0;
@@ -21,8 +19,10 @@ int main(void) {
   TarnHandle lent = FormFileList_getByIndex(&list, 0);
   if (FormFile_compareName(&lent, "NOTE") == 0) {
     printf("%s (%s), %u bytes:\n",
-           CGIgs_getString(&lent, kFileName, TARN_FORM_FILE_MAGIC),
-           CGIgs_getString(&lent, kType, TARN_FORM_FILE_MAGIC),
+           CGIgs_getString(&lent, TARN_FILE_FILENAME,
+                           TARN_FORM_FILE_MAGIC),
+           CGIgs_getString(&lent, TARN_FILE_CONTENT_TYPE,
+                           TARN_FORM_FILE_MAGIC),
            (unsigned)FormFile_getDataLength(&lent));
     FormFile_writeToStream(&lent, stdout);
   }

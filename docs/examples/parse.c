@@ -3,12 +3,11 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kValue = 1 }; /* string slots */
-
 static void print(TarnHandle *request, const char *name) {
   TarnHandle field = Tarn_getElementByName(request, name);
   printf("%s: %s\n", name,
-         CGIgs_getString(&field, kValue, TARN_FORM_ENTRY_MAGIC));
+         CGIgs_getString(&field, TARN_ENTRY_VALUE,
+                         TARN_FORM_ENTRY_MAGIC));
 }
 
 int main(void) {

@@ -3,8 +3,6 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kDisposition, kName, kFileName, kType }; /* string slots */
-
 int main(void) {
   TarnHandle part = 0;
   CGIgs_new(&part, TARN_MULTIPART_HEADER_MAGIC);
@@ -14,14 +12,15 @@ int main(void) {
   }
 
   printf("Content-Disposition: %s; name=\"%s\"; filename=\"%s\"\n",
-         CGIgs_getString(&part, kDisposition,
+         CGIgs_getString(&part, TARN_MULTIPART_HEADER_DISPOSITION,
                          TARN_MULTIPART_HEADER_MAGIC),
-         CGIgs_getString(&part, kName, TARN_MULTIPART_HEADER_MAGIC),
-         CGIgs_getString(&part, kFileName,
+         CGIgs_getString(&part, TARN_MULTIPART_HEADER_NAME,
+                         TARN_MULTIPART_HEADER_MAGIC),
+         CGIgs_getString(&part, TARN_MULTIPART_HEADER_FILENAME,
                          TARN_MULTIPART_HEADER_MAGIC));
-  printf(
-      "Content-Type: %s\n",
-      CGIgs_getString(&part, kType, TARN_MULTIPART_HEADER_MAGIC));
+  printf("Content-Type: %s\n",
+         CGIgs_getString(&part, TARN_MULTIPART_HEADER_CONTENT_TYPE,
+                         TARN_MULTIPART_HEADER_MAGIC));
 
   CGIgs_delete(&part, TARN_MULTIPART_HEADER_MAGIC);
   return 0;

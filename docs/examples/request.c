@@ -1,14 +1,20 @@
-/* All fields of one name, a checkbox, and an uploaded file: */
+/* A request that came whole; all fields of one name, a checkbox, and an
+   uploaded file: */
 
 #include <stdio.h>
 #include <tarn.h>
-
-enum { kValue = 1, kFileName = 1 }; /* string slots */
 
 int main(void) {
   TarnHandle request = 0;
   if (Tarn_new(&request) != TARN_OK) return 1;
 
+  if (!Tarn_isComplete(&request)) {
+    printf("Status: 400 Bad Request\r\n");
+    printf("Content-Type: text/plain\r\n\r\n");
+    printf("The form did not arrive whole.\n");
+    Tarn_delete(&request);
+    return 0;
+  }
   printf("Content-Type: text/plain\r\n\r\n");
 
   TarnHandle tags = 0;
@@ -16,8 +22,8 @@ int main(void) {
   Tarn_findEntries(&request, "tag", 0, &tags);
   for (int32_t i = 0; i < FormEntryList_getCount(&tags); ++i) {
     TarnHandle tag = FormEntryList_getByIndex(&tags, (uint32_t)i);
-    printf("tag: %s\n",
-           CGIgs_getString(&tag, kValue, TARN_FORM_ENTRY_MAGIC));
+    printf("tag: %s\n", CGIgs_getString(&tag, TARN_ENTRY_VALUE,
+                                        TARN_FORM_ENTRY_MAGIC));
   }
   FormEntryList_delete(&tags);
 
@@ -26,10 +32,10 @@ int main(void) {
 
   TarnHandle photo = Tarn_getFile(&request, "photo");
   if (photo) {
-    printf(
-        "photo: %u bytes from %s\n",
-        (unsigned)FormFile_getDataLength(&photo),
-        CGIgs_getString(&photo, kFileName, TARN_FORM_FILE_MAGIC));
+    printf("photo: %u bytes from %s\n",
+           (unsigned)FormFile_getDataLength(&photo),
+           CGIgs_getString(&photo, TARN_FILE_FILENAME,
+                           TARN_FORM_FILE_MAGIC));
   }
 
   Tarn_delete(&request);

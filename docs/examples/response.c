@@ -3,13 +3,10 @@
 #include <stdio.h>
 #include <tarn.h>
 
-enum { kProtocol = 0, kReason = 1 }; /* string slots */
-enum { kStatus = 0 };                /* int slots */
-enum { kCookies = 0 };               /* struct slots */
-
 static int cookie_count(TarnHandle *header) {
   TarnHandle cookies =
-      CGIgs_getStruct(header, kCookies, TARN_RESPONSE_HEADER_MAGIC);
+      CGIgs_getStruct(header, TARN_RESPONSE_HEADER_COOKIES,
+                      TARN_RESPONSE_HEADER_MAGIC);
   return HTTPCookieList_getCount(&cookies);
 }
 
@@ -21,13 +18,14 @@ int main(void) {
   if (!header || !cookies || !cookie) return 1;
 
   HTTPResponseHeader_init(&header, "HTTP/1.1", 404, "Not Found");
-  printf("%s %u %s\n",
-         CGIgs_getString(&header, kProtocol,
-                         TARN_RESPONSE_HEADER_MAGIC),
-         (unsigned)CGIgs_getInt(&header, kStatus,
-                                TARN_RESPONSE_HEADER_MAGIC),
-         CGIgs_getString(&header, kReason,
-                         TARN_RESPONSE_HEADER_MAGIC));
+  printf(
+      "%s %u %s\n",
+      CGIgs_getString(&header, TARN_RESPONSE_HEADER_FIRST,
+                      TARN_RESPONSE_HEADER_MAGIC),
+      (unsigned)CGIgs_getInt(&header, TARN_RESPONSE_HEADER_NUMBER,
+                             TARN_RESPONSE_HEADER_MAGIC),
+      CGIgs_getString(&header, TARN_RESPONSE_HEADER_SECOND,
+                      TARN_RESPONSE_HEADER_MAGIC));
 
   HTTPCookie_init(&cookie, "lake", "Idwal", NULL, NULL, 0, NULL, 0);
   HTTPResponseHeader_setCookieList(&header, &cookies);

@@ -4,12 +4,11 @@
 #include <string.h>
 #include <tarn.h>
 
-enum { kLength = 0 }; /* int slots of a byte buffer */
-
 static void print(TarnHandle *buffer) {
   printf(
       "%.*s\n",
-      (int)CGIgs_getInt(buffer, kLength, TARN_BYTE_BUFFER_MAGIC),
+      (int)CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH,
+                        TARN_BYTE_BUFFER_MAGIC),
       (const char *)CGIgs_getFixed(buffer, TARN_BYTE_BUFFER_MAGIC));
   CGIgs_delete(buffer, TARN_BYTE_BUFFER_MAGIC);
 }

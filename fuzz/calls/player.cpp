@@ -171,7 +171,7 @@ TarnHandle Player::lentBy(TarnHandle owner) {
   const uint32_t slot = input.below(8);
   if (slot < 3) return CGIgs_getStruct(&owner, slot, 0);
   const uint32_t index = slot == 3 || slot == 5 ? 1 : 0;
-  // A response header's lines are texts and no objects.
+  // A response header's lines are texts and no objects: convention 9, (b).
   if (index == 0 && CGIgs_getMagic(&owner) == TARN_RESPONSE_HEADER_MAGIC) return 0;
   TarnHandle list = TARNGenericList_IsA(&owner) ? owner : CGIgs_getList(&owner, index, 0);
   if (slot < 5) return list;

@@ -67,15 +67,17 @@ class Player {
   const char *text();
   const Block &bytes() { return blocks_.emplace_back(input.piece()); }
 
-  // Whether elements may be released with what the handle names.
+  // Whether elements may be released with what the handle names: convention 9, (e).
   bool ownsElements(TarnHandle *handle) const;
   // The elements of a list, and of what an object holds, have to go with the next call, as far as
   // they are of the right type.
   void expectElementsFreed(const ListType &type, TarnHandle list);
   void expectElementsFreed(TarnHandle object);
-  // An object that is given away for good must be a variable's, and not hold what it goes into.
+  // An object that is given away for good must be a variable's, and not hold what it goes into:
+  // convention 9, (d).
   bool canBeGiven(TarnHandle *given, TarnHandle *target) const;
-  // A copy with lists names the same elements: in one of them it would hold itself.
+  // A copy with lists names the same elements: in one of them it would hold itself, convention 9,
+  // (e).
   static bool canBeCopiedInto(TarnHandle *child, TarnHandle *target);
 
   // Drops what the arguments of one call lived in.

@@ -324,6 +324,64 @@ TEST(CppRequestCookie, IsFoundByItsExactName) {
   });
 }
 
+// A browser protects the literal name only. Whoever may set some cookie can send the others.
+TEST(CppRequestCookie, IsFoundUnderAPrefixByItsLiteralNameOnly) {
+  struct {
+    const char *header;
+    const char *name;
+    std::optional<std::string_view> expected;
+  } const cases[] = {
+      {"__Host-id=mine", "__Host-id", "mine"},
+      {"__Secure-id=mine", "__Secure-id", "mine"},
+      {"__%48ost-id=evil", "__Host-id", std::nullopt},
+      {"__%48ost-id=evil; __Host-id=mine", "__Host-id", "mine"},
+      {"__Host-id=mine; __%48ost-id=evil", "__Host-id", "mine"},
+      {"__Host%2Did=evil", "__Host-id", std::nullopt},
+      {"__Host-%69d=evil", "__Host-id", std::nullopt},
+      {"%5f_Secure-id=evil", "__Secure-id", std::nullopt},
+      {"__Host-+id=evil", "__Host- id", std::nullopt},
+      {"__%48ost-id=evil", "__%48ost-id", std::nullopt},
+      {"a=1;; x ;__Host-id = %6Dine ;=;", "__Host-id", "mine"},
+      {";__%48ost-id=evil; __Host-id=mine", "__Host-id", "mine"},
+      {"x=__Host-id; y==__Host-id=evil", "__Host-id", std::nullopt},
+      {"__host-id=other; __%68ost-id=evil", "__host-id", "other"},
+      {"__%68ost-id=evil", "__host-id", std::nullopt},
+      {"__Hos%74=1; __Host=2", "__Host", "1"},
+      {"gue%73t=Ada", "guest", "Ada"},
+      {"", "__Host-id", std::nullopt},
+  };
+  for (const auto &each : cases) {
+    asScript({{"HTTP_COOKIE", each.header}}, "", [&] {
+      const tarn::Request request;
+      EXPECT_EQ(each.expected, request.cookie(each.name)) << each.header;
+    });
+  }
+}
+
+// Cookies that are missing from the list would let another take their place.
+TEST(CppRequestCookie, IsNotFoundUnderAPrefixWhenTheListIsNotTheHeadersAnyMore) {
+  asScript({{"HTTP_COOKIE", "__Host-id=mine"}}, "", [] {
+    const tarn::Request request;
+    EXPECT_EQ("mine", request.cookie("__Host-id"));
+    setenv("HTTP_COOKIE", "a=1; __Host-id=mine", 1);
+    EXPECT_EQ(std::nullopt, request.cookie("__Host-id"));
+    unsetenv("HTTP_COOKIE");
+    EXPECT_EQ(std::nullopt, request.cookie("__Host-id"));
+  });
+}
+
+TEST(CppRequest, IsCompleteWhenAllArrived) {
+  asScript(post("text/plain", "a=1"), "a=1", [] { EXPECT_TRUE(tarn::Request().complete()); });
+  asScript(post("text/plain", "a=12"), "a=1", [] {
+    tarn::Request request;
+    EXPECT_FALSE(request.complete());
+    EXPECT_TRUE(request);
+    const tarn::Request moved = std::move(request);
+    EXPECT_FALSE(moved.complete());
+    EXPECT_FALSE(request.complete());  // NOLINT(bugprone-use-after-move)
+  });
+}
+
 TEST(CppRequestCookie, IsLentWithPiecesThatAreNone) {
   asScript({{"HTTP_COOKIE", "a=1; nothing; b=2"}}, "", [] {
     const tarn::Request request;

@@ -16,10 +16,13 @@ from pathlib import Path
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.wait import WebDriverWait
 
 import rules
+import serve
 from page import Page
 from server import Server, read
 from upload_test import CUT
@@ -50,7 +53,7 @@ FLAGS = (
     *("disable-background-networking", "disable-component-update", "disable-sync"),
     *("disable-dev-shm-usage", "hide-scrollbars", "lang=en"),
 )
-PHONE, DESK = (360, 780), (560, 800)
+PHONE, SMALL_PHONE, DESK, WIDE = (390, 844), (360, 780), (560, 900), (1280, 800)
 
 SCRIPTS = "Łódź & Zoë, Привет мир, 湖の水, مرحبا بالعالم, 👩‍🚀 🎉"
 HOSTILE = (
@@ -61,25 +64,64 @@ HOSTILE = (
 NAME = "Übung \"a+b\" 'c' 50% <i>&amp; 100%25 湖.txt"
 EVERY = bytes(range(256)) * 20000
 
-# Texts whose colour is hard to tell from what is behind them: WCAG asks for a contrast of 4.5.
-FAINT = """
+# Finds what is hard to read, to see or to touch. WCAG asks for a contrast of 4.5 for text, and of 3
+# for the edge of a control and for the ring around the control that has the focus.
+LOOK = """
 const channels = colour => colour.match(/[\\d.]+/g).map(Number);
 const light = colour => channels(colour).slice(0, 3)
   .map(c => (c /= 255) <= 0.03928 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4)
   .reduce((sum, c, i) => sum + c * [0.2126, 0.7152, 0.0722][i], 0) + 0.05;
+const contrast = (one, other) => {
+  const [a, b] = [light(one), light(other)].sort((a, b) => b - a);
+  return a / b;
+};
+const solid = colour => colour.startsWith('rgb') && (channels(colour)[3] ?? 1) === 1;
 const behind = e => {
   for (; e; e = e.parentElement) {
     const colour = getComputedStyle(e).backgroundColor;
-    if ((channels(colour)[3] ?? 1) === 1) return colour;
+    if (solid(colour)) return colour;
   }
-  return 'rgb(255, 255, 255)';
+  throw 'the page has no background';
 };
-return [...document.body.querySelectorAll('*')].filter(e => {
-  const style = getComputedStyle(e);
-  const text = e.namespaceURI.endsWith('svg') ? style.fill : style.color;
-  const [a, b] = [light(text), light(behind(e))].sort((a, b) => b - a);
-  return e.textContent.trim() && e.checkVisibility() && a / b < 4.5;
-}).map(e => e.outerHTML);
+const html = elements => elements.map(e => e.outerHTML.slice(0, 200));
+const seen = selector => [...document.body.querySelectorAll(selector)]
+  .filter(e => e.checkVisibility());
+"""
+READ = LOOK + """
+const texts = seen('*').filter(e => (e.textContent + (e.value ?? '')).trim());
+const controls = seen('input, textarea, button');
+const names = seen('th[scope=row]');
+return {
+  dark: light(behind(document.body)) < light('rgb(128, 128, 128)'),
+  texts: texts.length,
+  faint: html(texts.filter(e => {
+    const style = getComputedStyle(e);
+    const colour = e.namespaceURI.endsWith('svg') ? style.fill : style.color;
+    return !solid(colour) || contrast(colour, behind(e)) < 4.5;
+  })),
+  edgeless: html(controls.filter(e => !e.matches('[type=checkbox], [type=radio]')
+    && contrast(getComputedStyle(e).borderTopColor, behind(e.parentElement)) < 3)),
+  small: html(controls.filter(e => {
+    const target = e.matches('[type=checkbox], [type=radio]') ? e.closest('label') : e;
+    return target.getBoundingClientRect().height < 44;
+  })),
+  names: names.map(e => e.textContent),
+  broken: html(names.filter(e => {
+    const text = document.createRange();
+    text.selectNodeContents(e);
+    return new Set([...text.getClientRects()].map(line => line.top)).size > 1;
+  })),
+  foreign: performance.getEntriesByType('resource').map(entry => entry.name)
+    .filter(name => !name.startsWith(location.origin)),
+};
+"""
+FOCUS = LOOK + """
+const e = document.activeElement, style = getComputedStyle(e);
+return e === document.body ? null : {
+  tag: e.localName,
+  visible: style.outlineStyle === 'solid' && parseFloat(style.outlineWidth) >= 2
+    && contrast(style.outlineColor, behind(e.parentElement)) >= 3,
+};
 """
 
 
@@ -115,6 +157,7 @@ class BrowserCase(unittest.TestCase):
         self.folder = self.server.make_folder("data/uploads")
         self.browser.delete_all_cookies()
         self.browser.set_window_size(*DESK)
+        self.prefer("light")
         self.allow_scripts(True)
 
     def tearDown(self):
@@ -127,6 +170,10 @@ class BrowserCase(unittest.TestCase):
 
     def allow_scripts(self, allowed):
         self.browser.execute_cdp_cmd("Emulation.setScriptExecutionDisabled", {"value": not allowed})
+
+    def prefer(self, scheme):
+        features = [{"name": "prefers-color-scheme", "value": scheme}]
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": features})
 
     def visit(self, example):
         self.browser.get(f"{self.server.address()}/{example}")
@@ -366,54 +413,141 @@ class Counter(BrowserCase):
             self.assertEqual([f"You are visitor number {number}."], self.texts("main p"))
 
 
-class Pages(BrowserCase):
-    """Every page in every state that makes it long, on a phone and for a screen reader."""
+class PageCase(BrowserCase):
+    """Every page in every state that makes it long: on a phone and on a desk, by day and by night,
+    by touch, by keyboard and for a screen reader."""
+
+    def value_of(self, expression):
+        return self.browser.execute_script(f"return {expression}")
 
     def check(self, name):
-        self.browser.set_window_size(*PHONE)
-        width = self.browser.execute_script(
-            "return [innerWidth, document.documentElement.scrollWidth]"
-        )
-        self.assertEqual([PHONE[0]] * 2, width, name)
-        self.assertEqual([], self.browser.execute_script(FAINT), name)
+        for size in (WIDE, SMALL_PHONE, PHONE):
+            self.browser.set_window_size(*size)
+            WebDriverWait(self.browser, 20).until(lambda _: self.value_of("innerWidth") == size[0])
+            width = self.value_of("document.documentElement.scrollWidth")
+            self.assertEqual(size[0], width, name)
+        for scheme in ("dark", "light"):
+            self.prefer(scheme)
+            self.check_look(name, scheme)
+            self.check_focus(name)
+            self.picture(f"phone-{name}-{scheme}")
         for control in self.find_all("input, textarea, button, select"):
             self.assertTrue(control.accessible_name, control.get_attribute("outerHTML"))
         Page(b"<!DOCTYPE html>\n" + self.browser.page_source.encode())
-        self.picture(f"phone-{name}")
 
-    def test_fit_a_phone_and_can_be_read(self):
+    def check_look(self, name, scheme):
+        found = self.browser.execute_script(READ)
+        self.assertEqual(scheme == "dark", found["dark"], name)
+        self.assertGreater(found["texts"], 2, name)
+        for fault in ("faint", "edgeless", "small", "broken", "foreign"):
+            self.assertEqual([], found[fault], f"{fault}: {name}, {scheme}")
+        self.assertEqual(name.startswith("form-echo"), "REQUEST_METHOD" in found["names"])
+
+    def check_focus(self, name):
+        """The tab key goes through all of the page, and shows where it is."""
+        self.find("h1").click()
+        tags = set()
+        for _ in range(60):
+            ActionChains(self.browser).send_keys(Keys.TAB).perform()
+            focus = self.browser.execute_script(FOCUS)
+            if not focus:
+                break
+            self.assertTrue(focus["visible"], f"{name}: {focus}")
+            tags.add(focus["tag"])
+        else:
+            self.fail(f"{name}: no end")
+        self.assertLessEqual({e.tag_name for e in self.find_all("input, button, a")}, tags, name)
+
+
+class WrittenPages(PageCase):
+    def test_guestbook(self):
         word = "W" * 100
-        self.visit(f"form-echo?{word}={word * 10}")
-        self.check("form-echo")
         self.visit("guestbook")
         self.check("guestbook-empty")
-        self.type("name", word)
-        self.type("message", word * 30)
-        self.send()
+        for name, message in ((word, word * 30), (SCRIPTS, SCRIPTS), ("مريم", "مرحبا بالعالم")):
+            self.prefer("light")
+            self.visit("guestbook")
+            self.type("name", name)
+            self.type("message", message)
+            self.send()
         self.check("guestbook")
+        self.type("name", " ")
+        self.type("message", " ")
+        self.send()
+        self.assertEqual(1, len(self.texts("[role=alert]")))
+        self.check("guestbook-problem")
+
+    def test_contact(self):
         self.visit("contact")
         self.check("contact-empty")
-        self.type("name", word * 2)
-        self.type("email", word)
+        self.type("name", "W" * 200)
+        self.type("email", "W" * 100)
         self.send()
+        self.assertEqual(3, len(self.find_all("[aria-invalid]")))
         self.check("contact")
+        self.visit("contact?sent")
+        self.assertEqual(1, len(self.texts("[role=status]")))
+        self.check("contact-sent")
+
+
+class WrittenPagesInCpp(InCpp, WrittenPages):
+    pass
+
+
+class Pages(PageCase):
+    def test_form_echo_keeps_names_whole_and_wraps_values(self):
+        word = "W" * 100
+        self.visit(f"form-echo?{word}={word * 10}&the-long+name+of+a+field=1&تعليق+طويل+جدا=مرحبا")
+        self.browser.add_cookie({"name": "the-cookie-of-the-shop-with-a-long-name", "value": word})
+        self.browser.refresh()
+        self.check("form-echo")
+        names = self.browser.execute_script(READ)["names"]
+        self.assertIn(word, names)
+        self.assertIn("the-long name of a field", names)
+        self.assertIn("the-cookie-of-the-shop-with-a-long-name", names)
+        box = self.find_all(".pairs")[0]
+        self.assertGreater(box.get_property("scrollWidth"), box.get_property("clientWidth"))
+
+    def test_upload(self):
         self.visit("upload")
         self.check("upload-empty")
-        self.find("[name=file]").send_keys(self.file(f"{word}.txt", b"1"))
+        names = ["W" * 100 + ".txt", "مرحبا.txt", *(f"{n}.jpg" for n in range(8))]
+        self.find("[name=file]").send_keys("\n".join(self.file(name, b"1") for name in names))
         self.find("button").click()
         self.wait_for("#answer li")
+        self.assertEqual(10, len(self.find_all("td a")))
         self.check("upload")
+        self.visit("upload?file=nothing")
+        self.assertEqual(1, len(self.texts("[role=alert]")))
+        self.check("upload-problem")
+
+    def test_poll(self):
         self.visit("poll")
         self.check("poll-empty")
         self.find("[value=water]").click()
         self.send()
+        self.assertEqual([], self.find_all("form"))
         self.check("poll")
+
+    def test_counter(self):
         self.visit("counter")
         self.check("counter")
 
 
-class PagesInCpp(InCpp, Pages):
-    pass
+class List(PageCase):
+    """The list of the examples, as scripts/demo --serve shows it."""
+
+    def test_list(self):
+        examples = serve.sources()
+        with open(self.server.path("www/index.html"), "w", encoding="utf-8") as page:
+            page.write(serve.index(examples))
+        self.browser.get(self.server.address().removesuffix("/cgi-bin"))
+        self.check("list")
+        links = [link.get_property("href") for link in self.find_all("a")]
+        self.assertEqual([f"{self.server.address()}/{name}" for name in examples], links)
+        (style,) = self.texts("style")
+        self.visit("form-echo")
+        self.assertEqual([style], self.texts("style"))
 
 
 class Readme(BrowserCase):

@@ -9,7 +9,7 @@ from server import Server
 
 HOSTILE = "\"'><script>alert(1)</script>&amp;<!--"
 PAGE_TAGS = {"html", "head", "meta", "title", "style", "body", "main", "h1", "h2", "p"}
-TABLE_TAGS = {"table", "tr", "th", "td"}
+TABLE_TAGS = {"div", "table", "tr", "th", "td"}
 
 
 def rows(page):
@@ -64,7 +64,14 @@ class FormEcho(unittest.TestCase):
         self.assertIn(("SERVER_PORT", str(self.server.told_port())), rows(page))
 
     def test_page_without_a_form_says_none(self):
-        self.assertEqual(["None."] * 3, self.page().texts("p"))
+        self.assertEqual(["None."] * 3, self.page().texts("p")[1:])
+
+    def test_page_with_its_cookies_says_that_it_is_not_for_a_live_site(self):
+        page = self.page("-b", "session=secret")
+        self.assertIn(("session", "secret"), rows(page))
+        (warning,) = page.texts("p", role="note")
+        self.assertIn("Do not put this script on a live site", warning)
+        self.assertIn("HttpOnly", warning)
 
     def test_page_shows_hostile_text_as_text(self):
         path = self.server.path("x")

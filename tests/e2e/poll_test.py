@@ -105,6 +105,55 @@ class Poll(unittest.TestCase):
             self.assertTrue(COOKIE.fullmatch(answer.header("set-cookie")))
         self.assertEqual([0, 0, 0], self.counts())
 
+    def test_visitor_without_the_cookie_votes_again_as_the_page_says(self):
+        for expected in ([1, 0, 0], [2, 0, 0]):
+            self.vote(self.new_visitor(), "tea")
+            self.assertEqual(expected, self.counts())
+        visitor = self.new_visitor()
+        self.vote(visitor, "tea")
+        for cookie in ("", f"visitor={visitor}"):
+            page = self.visit("-b", cookie)
+            (said,) = [text for text in page.texts("p") if "cookie" in text]
+            self.assertIn("not signed", said)
+            self.assertIn("can vote again", said)
+
+    def test_id_that_was_made_up_votes_once_and_does_nothing_else(self):
+        victim = self.new_visitor()
+        self.vote(victim, "coffee")
+        before = read(self.server.path("votes"))
+        self.assertEqual(f"{victim} coffee\n".encode(), before)
+        for _ in range(2):
+            self.vote("0123456789abcdef" * 2, "tea")
+        after = read(self.server.path("votes"))
+        self.assertEqual(before + b"0123456789abcdef" * 2 + b" tea\n", after)
+        self.assertEqual([1, 1, 0], self.counts())
+
+    def test_stolen_id_does_not_change_the_vote(self):
+        victim = self.new_visitor()
+        self.vote(victim, "coffee")
+        before = read(self.server.path("votes"))
+        for choice in ("tea", "water", "coffee"):
+            self.vote(victim, choice)
+        for choice in ("", "none"):
+            self.vote(victim, choice, status=400)
+        self.assertEqual(before, read(self.server.path("votes")))
+        self.assertIn("You voted for Coffee.", self.visit("-b", f"visitor={victim}").texts("p"))
+
+    def test_id_adds_no_line_of_its_own(self):
+        good = "a" * 32
+        line = f"{good}%20tea%0A"
+        forged = (line + good, line, f"{good}%0A", f"{good[:31]}%0A", f"%20{good}", f"%00{good}")
+        for cookie in forged:
+            self.vote(cookie, "tea", status=400)
+        self.assertEqual([0, 0, 0], self.counts())
+        self.assertEqual(b"", read(self.server.path("votes")))
+
+    def test_ids_are_random(self):
+        ids = [int(self.new_visitor(), 16) for _ in range(64)]
+        for bit in range(128):
+            ones = sum(number >> bit & 1 for number in ids)
+            self.assertTrue(0 < ones < len(ids), f"bit {bit} is the same in all ids")
+
     def test_vote_for_nothing_is_refused(self):
         visitor = self.new_visitor()
         for choice in ("", "beer", "tea%20coffee", "%3Cscript%3E", "Tea"):

@@ -3,6 +3,7 @@
 The folder is that of the built examples. Tells the address on standard output.
 """
 
+import ast
 import html
 import os
 import re
@@ -17,14 +18,24 @@ INDEX = """<!DOCTYPE html>
 <meta charset="utf-8">
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <title>Tarn's examples</title>
+<style>
+{style}</style>
 </head>
 <body>
+<main>
 <h1>Tarn's examples</h1>
-<ul>
-{}</ul>
+<p>Each is a CGI script in one file, in the folder examples.</p>
+{items}</main>
 </body>
 </html>
 """
+
+
+def style():
+    """The style sheet of the examples, as page.h gives it to them."""
+    with open(os.path.join(ROOT, "examples/page.h"), encoding="utf-8") as header:
+        macro = re.search(r"^#define PAGE_STYLE\b(?:.*\\\n)+.*\n", header.read(), re.MULTILINE)[0]
+    return "".join(ast.literal_eval(text) for text in re.findall(r'"(?:[^"\\]|\\.)*"', macro))
 
 
 def sources():
@@ -43,7 +54,14 @@ def item(name, source):
     """What an example does stands in its first comment, after its name."""
     about = re.match(rf"/\* {name}: (.*?)[.;:]\s", source, re.DOTALL)[1]
     about = html.escape(re.sub(r"\s*\n \* ", " ", about))
-    return f'<li><a href="cgi-bin/{name}">{name}</a>: {about}</li>\n'
+    about = about[0].upper() + about[1:]
+    return f'<article><h2><a href="cgi-bin/{name}">{name}</a></h2><p>{about}.</p></article>\n'
+
+
+def index(examples):
+    """The list of the examples, a page."""
+    items = "".join(item(*example) for example in examples.items())
+    return INDEX.format(style=style(), items=items)
 
 
 def main(server, folder, port="0"):
@@ -56,8 +74,8 @@ def main(server, folder, port="0"):
         for name in variables:
             if name.endswith("_DIR"):
                 running.make_folder(variables[name])
-        with open(running.path("www/index.html"), "w", encoding="utf-8") as index:
-            index.write(INDEX.format("".join(item(*example) for example in examples.items())))
+        with open(running.path("www/index.html"), "w", encoding="utf-8") as page:
+            page.write(index(examples))
         print(running.address().removesuffix("/cgi-bin"), flush=True)
         signal.pause()
 

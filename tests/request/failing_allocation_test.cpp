@@ -10,6 +10,7 @@
 #include <string>
 
 #include "support/failing_memory.h"
+#include "support/form.h"
 #include "support/object.h"
 #include "support/script.h"
 
@@ -195,12 +196,33 @@ TEST(EnvironmentAtEachFailure, SetPostDataReportsItAndKeepsTheBody) {
 
 // ---- Requests -----------------------------------------------------------------------------------
 
+// All that a request brought.
+struct Arrived {
+  bool operator==(const Arrived &) const = default;
+
+  Form form;
+  Text body;
+  std::optional<Cookies> cookies;
+};
+
+Arrived arrivedIn(TarnHandle *request) {
+  const auto child = [request](uint32_t slot) {
+    return CGIgs_getStruct(request, slot, TARN_REQUEST_MAGIC);
+  };
+  const TarnHandle environment = child(TARN_REQUEST_ENVIRONMENT);
+  return {{entriesOf(child(TARN_REQUEST_ENTRIES)), filesOf(child(TARN_REQUEST_FILES))},
+          bodyOf(environment),
+          cookiesOf(environment)};
+}
+
 // Takes this request in, whole and with each allocation failing.
 void takeInAtEachFailure(Variables variables, const std::string &body) {
   variables["HTTP_COOKIE"] = "a=1; x; b=%41";
   const bool isPost = variables["REQUEST_METHOD"] == "POST";
   asScript(variables, "", [&] {
     size_t wholeSize = 0;
+    std::string whole;
+    Arrived all;
     forEachFailingAllocation([&](FailingMemory &memory) {
       freshInput(body);
       Object request(Tarn_delete);
@@ -213,6 +235,18 @@ void takeInAtEachFailure(Variables variables, const std::string &body) {
       EXPECT_TRUE(memory.failed() || environment);
       if (wholeSize == 0) wholeSize = request.picture().size();
       EXPECT_GE(wholeSize, request.picture().size());
+      if (whole.empty()) {
+        whole = request.picture();
+        all = arrivedIn(request);
+        EXPECT_EQ(1U, Tarn_isComplete(request));
+      }
+      // Complete is what has all; what is not, lacks something.
+      if (Tarn_isComplete(request)) {
+        EXPECT_TRUE(all == arrivedIn(request)) << request.picture();
+      } else {
+        EXPECT_TRUE(memory.failed());
+        EXPECT_NE(whole, request.picture());
+      }
       // Every lookup copes with what is missing.
       Tarn_queryCheckbox(request, "a");
       Tarn_getFile(request, "f");
@@ -240,15 +274,23 @@ TEST(RequestAtEachFailure, ParsingSucceedsAndKeepsWhatWasThere) {
       ASSERT_EQ(TARN_OK, Tarn_new(request));
       const TarnHandle first = Tarn_getElementByName(request, "a");
       const std::string before = pictureOf(first);
+      bool failed = false;
+      const auto expectNoted = [&] {
+        failed = failed || memory.failed();
+        EXPECT_EQ(failed ? 0U : 1U, Tarn_isComplete(request));
+      };
       char pairs[] = "b=2&c=3";
       EXPECT_EQ(TARN_OK, memory.call([&] { return Tarn_parseFormInput(request, pairs, 7); }));
+      expectNoted();
       EXPECT_TRUE(memory.failed() || Tarn_getElementByName(request, "c"));
       char pair[] = "d=4";
       memory.call([&] { Tarn_parsePair(request, pair); });
+      expectNoted();
       EXPECT_TRUE(memory.failed() || Tarn_getElementByName(request, "d"));
       EXPECT_STREQ("d", pair);
       uint8_t part[] = "name=\"e\"\r\n\r\n5\r\n";
       memory.call([&] { Tarn_parseMime(request, part, sizeof part - 1); });
+      expectNoted();
       EXPECT_TRUE(memory.failed() || Tarn_getElementByName(request, "e"));
       setenv("CONTENT_TYPE", kMultipart.c_str(), 1);
       std::string parts = kParts;

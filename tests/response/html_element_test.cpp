@@ -1221,4 +1221,23 @@ TEST(HTMLElementWithoutMemory, ReleasingTreesNeedsNone) {
   EXPECT_EQ(0U, list.value());
 }
 
+TEST(HTMLElement, AddingToAChildOfAnotherTypeIsTheWrongType) {
+  Element element("ul");
+  const Element child("li");
+  TarnHandle given = child.value();
+  Attribute attribute("id");
+  for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_EMBEDDED}) {
+    ASSERT_EQ(TARN_OK, CGIgs_setStruct(element, slot, attribute, TARN_ELEMENT_MAGIC, 0x7D01));
+  }
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(element, attribute));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, &given));
+}
+
+TEST(HTMLElement, AddingASubtreeWithSomethingForeignInItIsTheWrongType) {
+  Element element("ul");
+  Element child("li", {"b"});
+  addForeign(embeddedOf(child), 0);
+  EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, child));
+}
+
 }  // namespace

@@ -889,4 +889,12 @@ TEST(HTTPHeaderWithoutMemory, InitOfAResponseHeaderSucceedsAndItsTextsAreUnset) 
   expectResponse(response, nullptr, 5, nullptr, {}, {});
 }
 
+TEST(HTTPResponseHeader, AddingACookieToAChildOfAnotherTypeIsTheWrongType) {
+  Response response;
+  Cookie cookie("a");
+  ASSERT_EQ(TARN_OK, CGIgs_setStruct(response, TARN_RESPONSE_HEADER_COOKIES, cookie,
+                                     TARN_RESPONSE_HEADER_MAGIC, TARN_COOKIE_MAGIC));
+  EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addCookie(response, cookie));
+}
+
 }  // namespace

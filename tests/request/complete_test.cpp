@@ -1,0 +1,127 @@
+// What Tarn_isComplete() tells of requests that came whole, broke off or were too large.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <tarn.h>
+
+#include <string>
+
+#include "support/form.h"
+#include "support/handles.h"
+
+namespace tarn_test {
+namespace {
+
+constexpr const char *kUrlEncoded = "application/x-www-form-urlencoded";
+constexpr const char *kMultipart = "multipart/form-data; boundary=b";
+
+void expectComplete(uint32_t expected, const Variables &variables, std::string_view body) {
+  asScript(variables, body, [&] {
+    Request request;
+    EXPECT_EQ(expected, Tarn_isComplete(&request.handle));
+  });
+}
+
+Variables withLength(Variables variables, const std::string &length) {
+  variables["CONTENT_LENGTH"] = length;
+  return variables;
+}
+
+TEST(RequestComplete, WhateverArrivesWhole) {
+  expectComplete(1, {}, "");
+  expectComplete(1, get(""), "");
+  expectComplete(1, get("a=1&&b&=c"), "");
+  expectComplete(1, post(kUrlEncoded, ""), "");
+  expectComplete(1, post(kUrlEncoded, "a=1"), "a=1");
+  expectComplete(1, post(kUrlEncoded, "a=1"), "a=1&more=than+was+declared");
+  Variables variables = get("a=1");
+  variables["HTTP_COOKIE"] = "a=1; b; ;=";
+  expectComplete(1, variables, "");
+}
+
+// What the rules leave out was never the request's.
+TEST(RequestComplete, WhateverTheRulesLeaveOut) {
+  const std::string body =
+      "preamble\r\n--b\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nfirst\r\nsecond\r\n"
+      "--b\r\nno blank line\r\n--b\r\nContent-Disposition: form-data; filename=\"f\"\r\n\r\n1";
+  expectComplete(1, post(kMultipart, body), body);
+  expectComplete(1, post("multipart/form-data", body), body);
+  Variables variables = post(kUrlEncoded, "a=1");
+  variables["REQUEST_METHOD"] = "PUT";
+  expectComplete(1, variables, "a=1");
+}
+
+TEST(RequestComplete, NotWhenTheBodyBreaksOff) {
+  for (const std::string type : {kUrlEncoded, kMultipart, "text/plain"}) {
+    for (size_t length = 0; length < 5; ++length) {
+      expectComplete(0, post(type, "a=123"), std::string_view("a=123").substr(0, length));
+    }
+    expectComplete(1, post(type, "a=123"), "a=123");
+  }
+  expectComplete(0, withLength(post(kUrlEncoded, ""), "300000000"), "a=1&b=2&c=34");
+}
+
+TEST(RequestComplete, NotWhenTheLengthIsNoneOrTooLarge) {
+  expectComplete(0, withLength(post(kUrlEncoded, ""), "-1"), "a=1");
+  expectComplete(0, withLength(post(kUrlEncoded, ""), "-99999999999999999999"), "a=1");
+}
+
+// A length that 32 bits cannot say is read as the most that they can. The body that it promises is
+// not made here: the process has no room for it, which is the other way to lose it.
+TEST(RequestComplete, NotWhenTheBodyIsLongerThanCanBeRead) {
+  for (const char *length : {"2147483648", "4294967299", "99999999999999999999"}) {
+    asScript(withLength(post(kUrlEncoded, ""), length), "a=1", [] {
+      if (!kSanitized) {
+        const rlimit limit{1 << 28, 1 << 28};
+        ASSERT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+      }
+      Request request;
+      EXPECT_EQ(0U, Tarn_isComplete(&request.handle));
+    });
+  }
+}
+
+TEST(RequestComplete, NotWithoutMemoryForEveryField) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizers need more address space than the limit leaves";
+  std::string body;
+  for (int i = 0; i < 3300000; ++i) body += "&a=";
+  asScript(post(kUrlEncoded, body), body, [] {
+    const rlimit limit{1 << 28, 1 << 28};
+    ASSERT_EQ(0, setrlimit(RLIMIT_AS, &limit));
+    Request request;
+    EXPECT_EQ(TARN_OK, request.status);
+    TarnHandle entries = request.entryList();
+    EXPECT_LT(FormEntryList_getCount(&entries), 3300000);
+    EXPECT_EQ(0U, Tarn_isComplete(&request.handle));
+  });
+}
+
+TEST(RequestComplete, IsNothingThatIsNoRequest) {
+  EXPECT_EQ(0U, Tarn_isComplete(nullptr));
+  TarnHandle empty = 0;
+  EXPECT_EQ(0U, Tarn_isComplete(&empty));
+  withEveryStranger([](TarnHandle *handle) { EXPECT_EQ(0U, Tarn_isComplete(handle)); });
+  Node withoutEnvironment(TARN_REQUEST_MAGIC);
+  EXPECT_EQ(0U, Tarn_isComplete(withoutEnvironment));
+}
+
+TEST(RequestComplete, HoldsForACopyAndEndsWithTheEnvironment) {
+  asScript(post(kUrlEncoded, "a=123"), "a=1", [] {
+    Request request;
+    Node copy;
+    ASSERT_EQ(TARN_OK, CGIgs_clone(&request.handle, copy, TARN_REQUEST_MAGIC));
+    EXPECT_EQ(0U, Tarn_isComplete(copy));
+  });
+  asScript(post(kUrlEncoded, "a=1"), "a=1", [] {
+    Request request;
+    TarnHandle environment = request.environment();
+    EXPECT_EQ(1U, Tarn_isComplete(&request.handle));
+    EXPECT_EQ(TARN_OK, CgiEnv_clear(&environment));
+    EXPECT_EQ(1U, Tarn_isComplete(&request.handle));
+    EXPECT_EQ(TARN_OK, CGIgs_setStruct(&request.handle, TARN_REQUEST_ENVIRONMENT, &environment,
+                                       TARN_REQUEST_MAGIC, 0));
+    EXPECT_EQ(0U, Tarn_isComplete(&request.handle));
+  });
+}
+
+}  // namespace
+}  // namespace tarn_test
