@@ -134,6 +134,9 @@ TEST(AScriptsOwnFunctionOfALibraryName, IsNotCalledByTheLibrary) {
 // Of each place that has the last byte of what is looked for, the bytes before are compared. Once
 // that has cost as much as the way so far, the C library's memmem() goes on, which never backs up.
 TEST(ASearch, ComparesNoMoreBytesThanItHasPassed) {
+#ifdef __s390x__
+  GTEST_SKIP() << "memcmp() is an instruction here, and no call";
+#endif
   std::string needle(1 << 16, 'a');
   needle[needle.size() / 2] = 'b';
   const std::string body(1 << 18, 'a');
