@@ -582,5 +582,52 @@ class Readme(BrowserCase):
             self.assertEqual([], self.find_all("script, img, svg"))
 
 
+class ProtectedCookie(BrowserCase):
+    """A cookie that a page sets under a name that decodes to a protected one is not taken for it."""
+
+    VARIABLES = {"LD_LIBRARY_PATH": LIBRARIES}
+    CPP = """
+        #include <tarn.hpp>
+        int main() {
+          tarn::Request request;
+          return tarn::Response().send_text(
+              request.cookie("__Host-session").value_or("no session")) ? 0 : 1;
+        }
+    """
+
+    @classmethod
+    def setUpClass(cls):
+        folder = cls.enterClassContext(tempfile.TemporaryDirectory())
+        guide = (SOURCE / "docs/guide/cookies.md").read_text(encoding="utf-8")
+        (recipe,) = re.findall(r"^```c account.c\n(.*?)^```$", guide, re.DOTALL | re.MULTILINE)
+        Path(folder, "account.c").write_text(recipe, encoding="utf-8")
+        Path(folder, "session.cpp").write_text(cls.CPP, encoding="utf-8")
+        places = {"CPATH": str(SOURCE / "include"), "LIBRARY_PATH": LIBRARIES}
+        for command in (
+            "cc -std=c99 account.c -ltarn -o account",
+            "cc -std=c++17 -fno-exceptions session.cpp -ltarn -o session",
+        ):
+            subprocess.run(command.split(), cwd=folder, env=os.environ | places, check=True)
+        cls.PROGRAMS = {
+            "account": f"{folder}/account",
+            "session": f"{folder}/session",
+            "form-echo": EXAMPLES["form-echo"],
+        }
+
+    def test_is_found_by_its_literal_name_alone(self):
+        self.visit("form-echo")
+        self.browser.execute_script("document.cookie = '__Host-session=refused; path=/'")
+        self.browser.execute_script("document.cookie = '__%48ost-session=forged; path=/'")
+        # The browser guards the name itself, and lets the other one pass. Tarn's list decodes it.
+        self.visit("form-echo")
+        page = self.find("body").text
+        self.assertIn("__Host-session", page)
+        self.assertIn("forged", page)
+        self.assertNotIn("refused", page)
+        for script in ("account", "session"):
+            self.visit(script)
+            self.assertEqual("no session", self.find("body").text.strip(), script)
+
+
 if __name__ == "__main__":
     unittest.main()
