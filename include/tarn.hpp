@@ -606,17 +606,31 @@ inline std::size_t character_at(const char *text, std::size_t size, char32_t &ch
   return wrong ? 0 : length;
 }
 
+// Characters beyond ASCII that nobody sees in the name of a file: control characters, white space,
+// what Unicode ignores where it cannot be shown, letters and symbols without ink (the fillers of
+// Hangul, Braille's blank), and what turns the direction of writing.
+struct Span {
+  char32_t first, last;
+};
+inline constexpr Span kHidden[] = {
+    {0x80, 0xA0},       {0xAD, 0xAD},       {0x34F, 0x34F},     {0x61C, 0x61C},
+    {0x115F, 0x1160},   {0x1680, 0x1680},   {0x17B4, 0x17B5},   {0x180B, 0x180F},
+    {0x2000, 0x200F},   {0x2028, 0x202F},   {0x205F, 0x206F},   {0x2800, 0x2800},
+    {0x3000, 0x3000},   {0x3164, 0x3164},   {0xFDD0, 0xFDEF},   {0xFE00, 0xFE0F},
+    {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},   {0xFFF0, 0xFFFF},   {0x13430, 0x1343F},
+    {0x1BCA0, 0x1BCA3}, {0x1D159, 0x1D159}, {0x1D173, 0x1D17A}, {0xE0000, 0x10FFFF}};
+
 // Whether a character can stand in the name of a file without harm to whoever lists or copies it.
 inline bool is_harmless(char32_t c) noexcept {
   if (c < 0x80) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
            c == '-' || c == '_';
   }
-  // Controls, blanks, and what cannot be seen or turns the direction of writing.
-  const bool hidden = c <= 0xA0 || c == 0xAD || c == 0x61C || (c >= 0x2000 && c <= 0x200F) ||
-                      (c >= 0x2028 && c <= 0x202F) || (c >= 0x205F && c <= 0x206F) || c == 0x3000 ||
-                      c == 0xFEFF || (c >= 0xFFF0 && c <= 0xFFFF) || c >= 0xE0000;
-  return !hidden;
+  for (const Span &span : kHidden) {
+    if (c >= span.first && c <= span.last) return false;
+  }
+  // The last two of each plane are no characters.
+  return (c & 0xFFFEU) != 0xFFFE;
 }
 
 // A descriptor that is closed with its scope.
@@ -723,8 +737,10 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
 
   /** Makes a name of name() that is safe in any directory: what stands after the last slash or
    *  backslash, cut to 200 bytes between characters, without a dot or a dash at the front. Letters,
-   *  digits, ".", "-", "_" and what can be seen beyond ASCII stay; anything else is "_", bytes that
-   *  are not UTF-8 included. When nothing is left the name is "file".
+   *  digits, ".", "-", "_" and what can be seen beyond ASCII stay. Everything else becomes "_":
+   *  control characters, blanks and characters that cannot be seen (soft hyphens, joiners, the
+   *  selectors in emoji, fillers), so that no two names look the same because of them, and bytes
+   *  that are not UTF-8. When nothing is left the name is "file".
    */
   FileName safe_name() const noexcept {
     std::string_view text = name().value_or(std::string_view());

@@ -1,7 +1,9 @@
 // A script may have functions of its own that happen to be named like the library's. The library
 // must not call them.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "support/script.h"
@@ -10,6 +12,7 @@
 namespace {
 
 int captured = 0;
+size_t compared = 0;
 
 }  // namespace
 
@@ -78,6 +81,22 @@ TarnHandle Tarn_getElementByName(TarnHandle *, const char *) {
 TarnStatus HTTPCookie_setSecure(TarnHandle *, int) { return static_cast<TarnStatus>(++captured); }
 
 int32_t FormEntry_compareName(TarnHandle *, const char *) { return ++captured; }
+
+// What the library compares in its searches, byte by byte.
+int memcmp(const void *left, const void *right, size_t count) noexcept {
+  const auto *a = static_cast<const unsigned char *>(left);
+  const auto *b = static_cast<const unsigned char *>(right);
+  for (size_t i = 0; i < count; ++i) {
+    ++compared;
+    if (a[i] != b[i]) return a[i] < b[i] ? -1 : 1;
+  }
+  return 0;
+}
+
+// As compilers call it where they ask for equality only.
+int bcmp(const void *left, const void *right, size_t count) noexcept {
+  return memcmp(left, right, count);
+}
 }
 
 namespace {
@@ -110,6 +129,25 @@ TEST(AScriptsOwnFunctionOfALibraryName, IsNotCalledByTheLibrary) {
     EXPECT_EQ(TARN_OK, Tarn_delete(&request));
     EXPECT_EQ(0, captured);
   });
+}
+
+// Of each place that has the last byte of what is looked for, the bytes before are compared. Once
+// that has cost as much as the way so far, the C library's memmem() goes on, which never backs up.
+TEST(ASearch, ComparesNoMoreBytesThanItHasPassed) {
+#ifdef __s390x__
+  GTEST_SKIP() << "memcmp() is an instruction here, and no call";
+#endif
+  std::string needle(1 << 16, 'a');
+  needle[needle.size() / 2] = 'b';
+  const std::string body(1 << 18, 'a');
+  compared = 0;
+  TarnHandle buffer =
+      extractBetween(body.data(), static_cast<uint32_t>(body.size()), needle.c_str(), "b");
+  EXPECT_GT(compared, needle.size() / 2) << "the search compares with what is counted";
+  EXPECT_LT(compared, body.size() + needle.size() + 4096);
+  EXPECT_EQ(0U, CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC)) << "it is not there";
+  const auto release = reinterpret_cast<decltype(&CGIgs_delete)>(dlsym(RTLD_NEXT, "CGIgs_delete"));
+  EXPECT_EQ(TARN_OK, release(&buffer, TARN_BYTE_BUFFER_MAGIC));
 }
 
 }  // namespace

@@ -799,6 +799,23 @@ TEST(NodeParkedList, IsReleasedInsideAChildToo) {
   EXPECT_EQ(TARN_OK, CGIgs_delete(node, kMagic));
 }
 
+TEST(NodeParkedNode, UnderTagZeroIsLeftOutOfAClone) {
+  Node node(kMagic);
+  Node parked(kChild);
+  EXPECT_EQ(TARN_OK, CGIgs_setString(parked, 0, "parked", kChild));
+  EXPECT_EQ(TARN_OK, CGIgs_setList(node, 2, parked, kMagic));
+  const TarnHandle before = parked.value();
+  parked.adopt(0);  // it is the node's now
+  EXPECT_EQ(before, CGIgs_getStruct(node, 0, kMagic));
+  EXPECT_EQ(0u, CGIgs_getChildMagic(node, 0, kMagic));
+  Node copy;
+  EXPECT_EQ(TARN_OK, CGIgs_clone(node, copy, kMagic));
+  EXPECT_EQ(emptyContents(kMagic), contentsOf(copy));
+  TarnHandle lent = CGIgs_getStruct(node, 0, kMagic);
+  EXPECT_EQ(before, lent);
+  EXPECT_STREQ("parked", CGIgs_getString(&lent, 0, kChild));
+}
+
 // ---- Children -----------------------------------------------------------------------------------
 
 TEST(NodeChild, IsACopyAndTheCallerKeepsTheOriginal) {

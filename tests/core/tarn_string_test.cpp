@@ -514,6 +514,28 @@ TEST(StringOwnText, CanBeWhatAClearLeftBehind) {
       {{"append", "abcd", {clear, append1}, "bcd", 20}, {"set", "abcd", {clear, set1}, "bcd", 19}});
 }
 
+// The zero byte at the end is the string's own, too: what moves over it does not count as text.
+TEST(StringOwnText, ItsOwnTerminatorIsAnEmptyTextFilledUpWithZeroBytes) {
+  for (const uint32_t size : {0U, 1U, 5U, 8U}) {
+    for (uint32_t position = 0; position <= size; ++position) {
+      for (const uint32_t count : {1U, 3U, 5U}) {
+        SCOPED_TRACE(std::to_string(count) + " at " + std::to_string(position) + " of " +
+                     std::to_string(size));
+        const std::string text = letters(size);
+        String expected(text);
+        String string(text);
+        ASSERT_EQ(TARN_OK, TARNString_insertn(expected, "", 0, count, position));
+        ASSERT_EQ(TARN_OK,
+                  TARNString_insertn(string, TARNString_c_str(string), size, count, position));
+        EXPECT_EQ(text.substr(0, position) + std::string(count, '\0') + text.substr(position),
+                  bytesOf(string, size + count));
+        EXPECT_EQ(bytesOf(expected, size + count), bytesOf(string, size + count));
+        EXPECT_EQ(capacityOf(expected), capacityOf(string));
+      }
+    }
+  }
+}
+
 // ---- Parts and copies ---------------------------------------------------------------------------
 
 TEST(StringSubstr, MakesAStringOfARange) {

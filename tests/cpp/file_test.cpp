@@ -51,6 +51,17 @@ int fsync(int file) {
   return static_cast<int>(syscall(SYS_fsync, file));
 }
 
+// Fails after the descriptor is gone, as the system's does. Only a file's is made to fail.
+int close(int file) {
+  struct stat about {};
+  const bool failed = fstat(file, &about) == 0 && S_ISREG(about.st_mode) && fails("close");
+  const int error = errno;
+  const auto closed = static_cast<int>(syscall(SYS_close, file));
+  if (!failed) return closed;
+  errno = error;
+  return -1;
+}
+
 int renameat2(int from, const char *name, int to, const char *other, unsigned flags) {
   if (fails("renameat2")) return -1;
   return static_cast<int>(syscall(SYS_renameat2, from, name, to, other, flags));
@@ -222,6 +233,51 @@ TEST(CppFileSafeName, ReplacesWhatCouldDoHarm) {
   EXPECT_EQ("a_b", safe("a\u200Bb")) << "nothing to be seen";
 }
 
+// By what Unicode says of them: white space, what is to be ignored where it cannot be shown, and a
+// letter without ink. (Braille's blank is a symbol to Unicode.)
+TEST(CppFileSafeName, ReplacesWhatCannotBeSeen) {
+  for (const char *hidden :
+       {"\u0080",     "\u009F",     "\u00A0",     "\u00AD",     "\u034F",     "\u061C",
+        "\u115F",     "\u1160",     "\u1680",     "\u17B4",     "\u17B5",     "\u180B",
+        "\u180C",     "\u180D",     "\u180E",     "\u180F",     "\u2000",     "\u200A",
+        "\u200B",     "\u200D",     "\u200F",     "\u2028",     "\u2029",     "\u202A",
+        "\u202E",     "\u202F",     "\u205F",     "\u2060",     "\u2064",     "\u2065",
+        "\u2066",     "\u206F",     "\u2800",     "\u3000",     "\u3164",     "\uFDD0",
+        "\uFDEF",     "\uFE00",     "\uFE0F",     "\uFEFF",     "\uFFA0",     "\uFFF0",
+        "\uFFF8",     "\uFFF9",     "\uFFFB",     "\uFFFC",     "\uFFFD",     "\uFFFE",
+        "\uFFFF",     "\U00013430", "\U0001343F", "\U0001BCA0", "\U0001BCA3", "\U0001D159",
+        "\U0001D173", "\U0001D17A", "\U0001FFFE", "\U0001FFFF", "\U0002FFFE", "\U000DFFFF",
+        "\U000E0000", "\U000E0001", "\U000E0100", "\U000F0000", "\U0010FFFF"}) {
+    EXPECT_EQ("a_b", safe("a" + std::string(hidden) + "b")) << testing::PrintToString(hidden);
+  }
+}
+
+// The neighbours of those.
+TEST(CppFileSafeName, KeepsWhatCanBeSeen) {
+  for (const char *seen :
+       {"\u00A1",     "\u00AC",     "\u00AE",     "\u034E",     "\u0350",     "\u061B",
+        "\u061D",     "\u115E",     "\u1161",     "\u167F",     "\u1681",     "\u17B3",
+        "\u17B6",     "\u180A",     "\u1810",     "\u1FFE",     "\u2010",     "\u2027",
+        "\u2030",     "\u205E",     "\u2070",     "\u27FF",     "\u2801",     "\u2FFB",
+        "\u3001",     "\u3163",     "\u3165",     "\uD7FB",     "\uE000",     "\uFDCF",
+        "\uFDF0",     "\uFDFF",     "\uFE10",     "\uFEFC",     "\uFF01",     "\uFF9F",
+        "\uFFA1",     "\uFFEE",     "\U00010000", "\U0001342E", "\U00013440", "\U0001BC9F",
+        "\U0001D158", "\U0001D15A", "\U0001D172", "\U0001D17B", "\U0001F600", "\U00020000",
+        "\U000DFFFD"}) {
+    EXPECT_EQ("a" + std::string(seen) + "b", safe("a" + std::string(seen) + "b"))
+        << testing::PrintToString(seen);
+  }
+}
+
+TEST(CppFileSafeName, ReplacesHalvesOfPairsAndNotTheirNeighbours) {
+  EXPECT_EQ("a\xED\x9F\xBF", safe("a\xED\x9F\xBF")) << "the last before them";
+  EXPECT_EQ("a___", safe("a\xED\xA0\x80")) << "the first half";
+  EXPECT_EQ("a___", safe("a\xED\xAF\xBF"));
+  EXPECT_EQ("a___", safe("a\xED\xB0\x80"));
+  EXPECT_EQ("a___", safe("a\xED\xBF\xBF")) << "the last half";
+  EXPECT_EQ("a\xEE\x80\x80", safe("a\xEE\x80\x80")) << "the first after them";
+}
+
 TEST(CppFileSafeName, ReplacesBytesThatAreNotUtf8) {
   EXPECT_EQ("a_b", safe("a\xE9"
                         "b"));
@@ -339,6 +395,7 @@ TEST_F(CppFileSave, TellsThatThereIsNoDirectory) {
 TEST_F(CppFileSave, LeavesNothingWhenACallFails) {
   expectNothing("write", ENOSPC);
   expectNothing("fsync", EIO);
+  expectNothing("close", EIO);
   expectNothing("renameat2", EACCES);
   expectNothing("fsync of the directory", EIO);
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <tarn.hpp>
 
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -182,6 +183,28 @@ TYPED_TEST(CppObject, IsMadeWholeOrNotAtAll) {
     const TypeParam copy = memory.call([&object] { return object.clone(); });
     EXPECT_TRUE(copy || !object || memory.failed());
   });
+}
+
+// What the C interface made before memory ran out is released.
+TEST(CppElement, WhoseCloneFailsHasNone) {
+  tarn::Element element = made<tarn::Element>();
+  TarnHandle *const original = element.handle();
+  const std::string whole = textOf(element);
+  size_t halfway = 0;
+  for (size_t spare = 0;; spare += 8) {
+    ASSERT_LT(spare, 100000U) << "with that much the clone is whole";
+    TarnHandle copy = 0;
+    TarnStatus status = TARN_OK;
+    tarn_test::withoutMemory([&] { status = HTMLElement_clone(original, &copy); }, spare);
+    const bool succeeds = status == TARN_OK && copy != 0;
+    if (status != TARN_OK && copy != 0) ++halfway;
+    HTMLElement_delete(&copy);
+    std::optional<tarn::Element> clone;
+    tarn_test::withoutMemory([&] { clone.emplace(element.clone()); }, spare);
+    ASSERT_EQ(succeeds, static_cast<bool>(*clone)) << spare;
+    if (succeeds && textOf(*clone) == whole) break;
+  }
+  EXPECT_GT(halfway, 0U) << "no clone failed halfway";
 }
 
 TEST(CppCookie, HasWhatWasSet) {

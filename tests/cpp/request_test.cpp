@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "support/failing_memory.h"
 #include "support/script.h"
 
 using tarn_test::asScript;
@@ -48,6 +50,38 @@ TEST(CppRequest, TellsThatABodyOfNegativeLengthLeftNothingToParse) {
     EXPECT_EQ(TARN_OK, request.status());
     EXPECT_TRUE(request.entries().empty());
     EXPECT_EQ(std::nullopt, request.environment().body());
+  });
+}
+
+TEST(CppRequest, IsNoneWithoutMemoryForIt) {
+  asScript(post(kUrlEncoded, "a=1"), "a=1", [] {
+    std::optional<tarn::Request> request;
+    tarn_test::withoutMemory([&request] { request.emplace(); });
+    EXPECT_EQ(TARN_OK, request->status()) << "nothing was parsed";
+    EXPECT_FALSE(*request) << "but there is no request";
+  });
+}
+
+TEST(CppRequest, IsNoneWithoutMemoryForItsEnvironment) {
+  asScript(get("a=1"), "", [] {
+    size_t without = 0;
+    for (size_t spare = 0; spare < 10000; spare += 8) {
+      std::optional<tarn::Request> request;
+      tarn_test::withoutMemory([&request] { request.emplace(); }, spare);
+      const bool here = *request->handle() != 0;
+      if (here && request->status() == TARN_NO_ENVIRONMENT) ++without;
+      ASSERT_EQ(here && request->status() == TARN_OK, static_cast<bool>(*request)) << spare;
+    }
+    EXPECT_GT(without, 0U) << "no request was without its environment";
+  });
+}
+
+TEST(CppRequest, ThatWasMovedFromIsNone) {
+  asScript(get("a=1"), "", [] {
+    tarn::Request request;
+    const tarn::Request other = std::move(request);
+    EXPECT_TRUE(other);
+    EXPECT_FALSE(request);
   });
 }
 

@@ -60,6 +60,16 @@ TEST(CppString, Grows) {
   EXPECT_EQ(expected, string.view());
 }
 
+TEST(CppString, IsInsertedIntoUpToTheTextsZeroByte) {
+  tarn::String string("ab");
+  EXPECT_TRUE(string.insert(1, std::string_view("x\0y", 3)));
+  EXPECT_EQ("axb", string.view());
+  EXPECT_TRUE(string.insert(0, std::string_view("\0y", 2)));
+  EXPECT_EQ("axb", string.view());
+  EXPECT_TRUE(string.insert(0, std::string_view("long enough to need a new buffer\0y", 34)));
+  EXPECT_EQ("long enough to need a new bufferaxb", string.view());
+}
+
 TEST(CppString, RefusesToBeInsertedIntoBeyondItsEnd) {
   tarn::String string("ab");
   EXPECT_FALSE(string.insert(3, "x"));

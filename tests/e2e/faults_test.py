@@ -132,7 +132,7 @@ class ClientsThatBreakOff(ServerCase):
     def break_off(self, target, kind, body, length, way):
         head = f"POST /cgi-bin{target} HTTP/1.1\r\nHost: localhost\r\nContent-Type: {kind}\r\n"
         head += f"Cookie: visitor={99:032x}\r\nContent-Length: {len(body)}\r\n\r\n"
-        with socket.create_connection(("127.0.0.1", self.server.port), timeout=20) as client:
+        with socket.create_connection(("127.0.0.1", self.server.port), timeout=100) as client:
             client.sendall(head.encode() + body[:length])
             if way == "reset":
                 client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
@@ -295,7 +295,7 @@ class Streams(ScriptCase):
                 preexec_fn=close,
                 restore_signals=signals,
                 check=False,
-                timeout=20,
+                timeout=100,
                 **{"stderr": subprocess.PIPE, **streams},
             )
 

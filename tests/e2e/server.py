@@ -55,6 +55,11 @@ class Answer(NamedTuple):
         return values[0]
 
 
+# How often something is looked at that has to happen, with a pause of 10 ms. No test fails because
+# it takes a while on a busy machine.
+MANY_TIMES = 10000
+
+
 class Server:
     """lighttpd in a temporary folder, for a with statement.
 
@@ -132,7 +137,7 @@ class Server:
 
     def _stop(self):
         os.kill(self.pid, signal.SIGTERM)
-        for _ in range(500):
+        for _ in range(MANY_TIMES):
             pid, status = os.waitpid(self.pid, os.WNOHANG)
             if pid:
                 self.pid = 0
@@ -171,7 +176,7 @@ class Server:
         return False
 
     def wait_for_scripts(self):
-        for _ in range(1000):
+        for _ in range(MANY_TIMES):
             if not self.running():
                 return
             time.sleep(0.01)

@@ -32,7 +32,7 @@ from typing import NamedTuple
 
 SOURCE = Path(__file__).resolve().parents[2]
 SECONDS_TO_RUN = 100
-SECONDS_TO_END = 3
+SECONDS_TO_END = 60
 NO_STATUS = -1
 PR_SET_CHILD_SUBREAPER = 36
 ORDINARY_USER = "www-data"

@@ -828,6 +828,26 @@ TEST(TarnParseMime, WithoutMemoryMakesNothingAndWritesNothing) {
   });
 }
 
+// The blank line is overwritten once there is room for the value, be there room for the rest or not.
+TEST(TarnParseMime, WithoutRoomForTheValueOfAFileMakesNothingAndWritesNothing) {
+  asMultipartScript([](Request &request) {
+    const std::string value(100000, 'x');
+    const std::string text =
+        disposition("name=\"f\"; filename=\"f\"") + kType + "\r\n" + value + "\r\n";
+    ExactBlock bytes(text);
+    for (const size_t spare : {kLittleMemory, value.size()}) {
+      withoutMemory([&] { Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size()); }, spare);
+      EXPECT_TRUE(text == bytes.str()) << spare;
+    }
+    EXPECT_EQ(Form{}, request.form());
+    // The texts and the value, and nothing to keep them in.
+    const size_t texts = sizeof "f" + sizeof "f" + sizeof "text/plain" + value.size() + 1;
+    withoutMemory([&] { Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size()); }, texts);
+    EXPECT_TRUE(written(text) == bytes.str());
+    EXPECT_EQ(Form{}, request.form());
+  });
+}
+
 TEST(TarnParseMime, OfAPartWithoutBlankLineMakesNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     for (const std::string &text : {""s, "\0"s, "\r\n\r"s, "name=\"a\"\r\n1\r\n"s, "x\n\ny"s}) {

@@ -1,9 +1,13 @@
 #include "support/form.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ostream>
@@ -116,12 +120,6 @@ Form Request::taken() {
   return held;
 }
 
-void limitProcessorTime() {
-  const rlim_t seconds = kSanitized ? 45 : 3;
-  const rlimit limit{seconds, seconds};
-  EXPECT_EQ(0, setrlimit(RLIMIT_CPU, &limit));
-}
-
 void expectForm(const Variables &variables, std::string_view body, const Form &expected,
                 std::source_location where) {
   const testing::ScopedTrace trace(where.file_name(), static_cast<int>(where.line()), "");
@@ -146,6 +144,64 @@ void feedStandardInput(std::string_view body, After after) {
   close(input[0]);
   if (after == After::kEnd) close(input[1]);
   std::clearerr(stdin);
+}
+
+namespace {
+
+// Where the handler tells of signals, and how many it takes until one has come to a script that waits
+// for input, and not on its way there.
+int signalled[2];
+constexpr int kEnoughSignals = 20;
+
+void tell(int) {
+  const int before = errno;
+  (void)!write(signalled[1], "", 1);
+  errno = before;
+}
+
+[[noreturn]] void sendInHalves(int pipe, const std::string &body) {
+  close(signalled[1]);
+  for (size_t i = 0; i < body.size(); ++i) {
+    char told = 0;
+    for (int signals = i == body.size() / 2 ? kEnoughSignals : 0; signals > 0; --signals) {
+      if (read(signalled[0], &told, 1) != 1) _exit(1);
+    }
+    if (write(pipe, &body[i], 1) != 1) _exit(1);
+  }
+  _exit(0);
+}
+
+}  // namespace
+
+InputThroughSignals::InputThroughSignals(const std::string &body, int flags) {
+  int input[2];
+  EXPECT_EQ(0, pipe(input));
+  EXPECT_EQ(0, pipe(signalled));
+  // Nobody reads after the first.
+  EXPECT_EQ(0, fcntl(signalled[1], F_SETFL, O_NONBLOCK));
+  sender_ = fork();
+  EXPECT_GE(sender_, 0);
+  if (sender_ == 0) sendInHalves(input[1], body);
+  EXPECT_EQ(STDIN_FILENO, dup2(input[0], STDIN_FILENO));
+  close(input[0]);
+  close(input[1]);
+  struct sigaction action {};
+  action.sa_handler = tell;
+  action.sa_flags = flags;
+  EXPECT_EQ(0, sigaction(SIGALRM, &action, nullptr));
+  const itimerval often{{0, 1000}, {0, 1000}};
+  EXPECT_EQ(0, setitimer(ITIMER_REAL, &often, nullptr));
+}
+
+InputThroughSignals::~InputThroughSignals() {
+  const itimerval never{};
+  EXPECT_EQ(0, setitimer(ITIMER_REAL, &never, nullptr));
+  // Nobody tells the sender any more, should it still wait.
+  close(signalled[0]);
+  close(signalled[1]);
+  int status = 1;
+  EXPECT_EQ(sender_, waitpid(sender_, &status, 0));
+  EXPECT_EQ(0, status) << "all of it was sent, the second half after signals";
 }
 
 void withEveryHandleBut(uint32_t leftOut, const std::function<void(TarnHandle *)> &look) {

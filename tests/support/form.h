@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/processor_time.h"
 #include "support/script.h"
 #include "tarn.h"
 
@@ -123,10 +124,6 @@ class Request {
   const TarnStatus status;
 };
 
-// Ends the running script, and fails its test, when it takes longer than any of the inputs here can
-// when the work grows in proportion to the input; with the square of it, megabytes take longer.
-void limitProcessorTime();
-
 // Runs a script that takes this request in, under that limit, and compares what it got.
 void expectForm(const Variables &variables, std::string_view body, const Form &expected,
                 std::source_location where = std::source_location::current());
@@ -149,6 +146,21 @@ class ExactBlock {
 // Nothing may be left of the input before. With `open` the input does not end after them.
 enum class After { kEnd, kOpen };
 void feedStandardInput(std::string_view body, After after = After::kEnd);
+
+// Sends a body to the running script's standard input, byte by byte, while SIGALRM comes every
+// millisecond, with these flags of sigaction()'s. The second half of it waits for signals, so that
+// some come while the script reads, however busy the machine is.
+class InputThroughSignals {
+ public:
+  explicit InputThroughSignals(const std::string &body, int flags = 0);
+  // Ends the signals, and sees that all of the body was sent.
+  ~InputThroughSignals();
+  InputThroughSignals(const InputThroughSignals &) = delete;
+  InputThroughSignals &operator=(const InputThroughSignals &) = delete;
+
+ private:
+  int sender_ = 0;
+};
 
 // Calls `look` with a null address, an empty handle, and handles of nodes of several types and of a
 // generic list, without the type that is left out, and checks that they stay what they were.

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "support/processor_time.h"
+
 namespace tarn_test {
 namespace {
 
@@ -23,6 +25,7 @@ void feed(int pipe, std::string_view body) {
 
 [[noreturn]] void runScript(const Variables &variables, const std::function<void()> &script) {
   clearenv();
+  limitProcessorTime(kSecondsForAnything);
   for (const auto &[name, value] : variables) setenv(name.c_str(), value.c_str(), 1);
   script();
   std::exit(testing::Test::HasFailure() ? EXIT_FAILURE : EXIT_SUCCESS);
