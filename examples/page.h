@@ -69,10 +69,16 @@ static inline int sentByAnotherSite(void) {
   const char *site = getenv("HTTP_SEC_FETCH_SITE");
   const char *origin = getenv("HTTP_ORIGIN");
   const char *host = getenv("HTTP_HOST");
+  const char *port = getenv("SERVER_PORT");
   if (site && *site) return strcmp(site, "same-origin") != 0 && strcmp(site, "none") != 0;
   if (!origin || !*origin) return 0;
   const char *sender = strstr(origin, "://");
-  return !sender || !host || strcasecmp(sender + strlen("://"), host) != 0;
+  if (!sender || !host) return 1;
+  sender += strlen("://");
+  const size_t length = strlen(host);
+  if (strncasecmp(sender, host, length) != 0) return 1;
+  /* Debian's nginx takes the port off the host. */
+  return sender[length] && !(sender[length] == ':' && port && !strcmp(sender + length + 1, port));
 }
 
 /* Why a form is not taken, whatever is in it: the status, and what to tell the visitor. Null when

@@ -65,6 +65,9 @@ class FormsOfOtherSites(AbuseCase):
         {"HTTP_ORIGIN": "https://evil.example"},
         {"HTTP_ORIGIN": "https://example.org.evil.example"},
         {"HTTP_ORIGIN": "https://example.org:8443"},
+        {"HTTP_ORIGIN": "https://example.org:8443", "SERVER_PORT": "443"},
+        {"HTTP_ORIGIN": "https://example.org:80@evil.example", "SERVER_PORT": "80"},
+        {"HTTP_ORIGIN": "https://example"},
         {"HTTP_ORIGIN": "null"},
         {"HTTP_ORIGIN": "example.org"},
     )
@@ -75,6 +78,7 @@ class FormsOfOtherSites(AbuseCase):
         {"HTTP_SEC_FETCH_SITE": "", "HTTP_ORIGIN": ""},
         {"HTTP_ORIGIN": "https://example.org"},
         {"HTTP_ORIGIN": "http://EXAMPLE.org"},
+        {"HTTP_ORIGIN": "http://example.org:8080", "SERVER_PORT": "8080"},
     )
 
     def test_are_refused(self):
@@ -378,6 +382,36 @@ class Readers(unittest.TestCase):
 
 class ReadersInCpp(Readers):
     SCRIPT = LINES_IN_CPP[0].script
+
+
+class Refusals(unittest.TestCase):
+    """What a script refuses by, and says, passes through a server."""
+
+    SERVER = Server
+
+    def test_reach_the_visitor(self):
+        variables = {"TARN_POLL_FILE": "data/votes"}
+        with self.SERVER({"poll": POLL.script}, variables) as server:
+            server.make_folder("data")
+            vote = ("/poll", "-b", POLL.variables(1)["HTTP_COOKIE"], "-d", "choice=tea")
+            address = f"http://127.0.0.1:{server.port}"
+            for header, status in (
+                ("Sec-Fetch-Site: cross-site", 403),
+                ("Origin: https://evil.example", 403),
+                (f"Origin: {address}", 303),
+            ):
+                answer = server.curl(*vote, "-H", header)
+                self.assertEqual(status, answer.status, header)
+                if status == 403:
+                    (text,) = Page(answer.body).texts("p", role="alert")
+                    self.assertIn("another site", text)
+                    self.assertIn("frame-ancestors", answer.header("content-security-policy"))
+            path = server.path("data/votes")
+            with open(path, "ab") as file:
+                file.write(b"\n" * STORE_BYTES["poll"])
+            answer = server.curl("/poll", "-b", POLL.variables(2)["HTTP_COOKIE"], "-d", "choice=tea")
+            self.assertEqual(507, answer.status)
+            self.assertIn("no room left", Page(answer.body).texts("p", role="alert")[0])
 
 
 if __name__ == "__main__":

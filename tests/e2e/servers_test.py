@@ -16,6 +16,7 @@ from server import SERVERS
 SCENARIOS = (
     abuse_test.Readers,
     abuse_test.ReadersInCpp,
+    abuse_test.Refusals,
     contact_test.Contact,
     counter_test.Counter,
     faults_test.ClientsThatBreakOff,
