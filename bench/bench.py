@@ -62,7 +62,8 @@ def main():
     for name in options.workloads or workloads.ALL:
         reports[name] = workloads.ALL[name](how)
         print(report.sections({name: reports[name]}, pictures=False), flush=True)
-    print(report.targets(reports))
+    if any(made.targets for made in reports.values()):
+        print(report.targets(reports))
     if options.json:
         figures = {
             name: {"title": made.title, "targets": [t._asdict() for t in made.targets]} | made.data

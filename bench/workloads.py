@@ -393,4 +393,27 @@ def w10(options):
     return Report("a form under lighttpd", text, [target], {"requests a second": rates})
 
 
-ALL = {f.__name__.upper(): f for f in (w1, w2, w3, w4, w5, w6, w7, w8, w9, w10, w11)}
+# ---- The library, built otherwise ----------------------------------------------------------------
+
+BUILDS = ["stub", "tarn", "tarn-plain", "tarn-apart"]
+
+
+def w12(options):
+    request = bodies.query()
+    rounds = options.rounds(3000, 30)
+    medians, samples = measured(options, request, BUILDS, rounds, peers=False)
+    counted = counts(request, BUILDS)
+    rows = [["", "wall, µs", "beyond tarn, µs", "CPU, µs", "instructions", "system calls"]]
+    for name, sample in medians.items():
+        beyond = (sample.wall - medians["tarn"].wall) * 1e6
+        figures = [f"{value:,}" for value in counted[name].values()]
+        wall, cpu = sample.wall * 1e6, sample.cpu * 1e6
+        rows.append([name, f"{wall:.1f}", f"{beyond:+.1f}", f"{cpu:.1f}", *figures])
+    text = (
+        "W1 with the library as shipped, without TARN_HARDENING (plain), and without\n"
+        f"TARN_ONE_MAPPING (apart). {rounds} rounds.\n\n{report.table(rows)}"
+    )
+    return Report("the library built otherwise", text, [], {"samples": samples, "counts": counted})
+
+
+ALL = {f.__name__.upper(): f for f in (w1, w2, w3, w4, w5, w6, w7, w8, w9, w10, w11, w12)}

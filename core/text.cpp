@@ -120,17 +120,22 @@ int32_t toNumber(const char *text) {
 
 using namespace tarn;
 
+// vsnprintf() without the checks of _FORTIFY_SOURCE, which ends the process at "%n" in a format that
+// was put together in memory: scripts may use whatever printf() knows.
+extern "C" int formatText(char *out, size_t size, const char *format,
+                          va_list args) __asm__("vsnprintf");
+
 int tarn_vasprintf(char **out, const char *format, va_list args) {
   if (out) *out = nullptr;
   if (!format) return 0;
   va_list measured;
   va_copy(measured, args);
-  const int length = std::vsnprintf(nullptr, 0, format, measured);
+  const int length = formatText(nullptr, 0, format, measured);
   va_end(measured);
   if (length < 0) return 0;
   OwnedText text = newText(static_cast<uint32_t>(length));
   if (!text) return 0;
-  std::vsnprintf(text.get(), static_cast<size_t>(length) + 1, format, args);
+  formatText(text.get(), static_cast<size_t>(length) + 1, format, args);
   if (out) *out = text.release();
   return length;
 }
@@ -206,8 +211,10 @@ char *readString(FILE *stream) {
   if (!stream) return nullptr;
   const long count = std::max(readLong(stream), 0L);
   OwnedText text = newZeroedText(static_cast<uint64_t>(count));
+  if (!text) return nullptr;
   // When nothing can be read, the text stays empty.
-  if (text) (void)std::fgets(text.get(), static_cast<int>(std::min<long>(count, INT_MAX)), stream);
+  [[maybe_unused]] const char *line =
+      std::fgets(text.get(), static_cast<int>(std::min<long>(count, INT_MAX)), stream);
   return text.release();
 }
 

@@ -1059,8 +1059,9 @@ TARN_API const char *FormEntryList_toHTML(TarnHandle *list);
 
 /* ---- Uploaded files: FormFile, FormFileList ----------------------------------------------------
  *
- * A file (TARN_FORM_FILE_MAGIC) is one uploaded file. The file name is what a stranger sent: it may
- * hold "../", quotes and control bytes.
+ * A file (TARN_FORM_FILE_MAGIC) is one uploaded file. Of what a visitor sent, the bytes up to the first
+ * CR LF (13, 10) arrive; the rest is dropped without an error. A PNG image arrives as four bytes. The
+ * file name is what a stranger sent: it may hold "../", quotes and control bytes.
  *
  * A list (TARN_FORM_FILE_LIST_MAGIC) owns copies of files, in order; copies share the bytes.
  *
@@ -1100,7 +1101,7 @@ TARN_API uint32_t FormFile_compare(TarnHandle *a, TarnHandle *b);
  */
 TARN_API int32_t FormFile_compareName(TarnHandle *file, const char *name);
 
-/** Writes a file's bytes to a stream; does not flush it.
+/** Writes a file's bytes to a stream; does not flush it. An uploaded file ends at its first CR LF.
  *
  *  @param stream  where to write
  *  @return 0 when there are no bytes or `file` is no file; else 1 when a byte was refused (the rest
@@ -1108,7 +1109,10 @@ TARN_API int32_t FormFile_compareName(TarnHandle *file, const char *name);
  */
 TARN_API uint32_t FormFile_writeToStream(TarnHandle *file, FILE *stream);
 
-/** Counts a file's bytes. @return the count; 0 when `file` is no file */
+/** Counts a file's bytes: of an uploaded file, those before its first CR LF.
+ *
+ *  @return the count; 0 when `file` is no file
+ */
 TARN_API uint32_t FormFile_getDataLength(TarnHandle *file);
 
 /** Appends a copy of a file to a list.
@@ -1251,6 +1255,9 @@ TARN_API uint32_t Tarn_queryCheckbox(TarnHandle *handle, const char *name);
 
 /** Lends the first entry with this name.
  *
+ *  In a form that was sent as multipart/form-data, a value ends at its first CR LF: a text area
+ *  arrives as its first line.
+ *
  *  @param name  null finds the first entry without a name; files in the entry list are skipped
  *  @return the entry; 0 when there is none
  */
@@ -1264,6 +1271,9 @@ TARN_API TarnHandle Tarn_getElementByName(TarnHandle *handle, const char *name);
 TARN_API TarnHandle Tarn_getElementByValue(TarnHandle *handle, const char *text);
 
 /** Lends the first file whose field has this name.
+ *
+ *  The file holds what was sent up to the first CR LF (bytes 13 and 10), and nothing tells whether
+ *  more followed: see the family of uploaded files.
  *
  *  @param name  null finds the first file without a field name; entries in the file list are
  *               skipped

@@ -1,7 +1,8 @@
 /* Tarn for C++: the interface of tarn.h as types that own, view and check.
  *
  * One header over the C interface, C++17: nothing to compile, nothing exported. It throws nothing,
- * and a script that is compiled with -fno-exceptions needs no C++ runtime for it.
+ * and a script that is compiled with -fno-exceptions needs no C++ runtime for it. (The C++ library's
+ * own checks, -D_GLIBCXX_ASSERTIONS, do: link with -lstdc++ then.)
  *
  * Conventions that hold for every type and function:
  *
@@ -691,7 +692,8 @@ inline bool save_at(int directory, const char *name, std::string_view bytes) noe
 
 }  // namespace detail
 
-/** Reads one uploaded file. Its name and type are what a stranger sent. */
+/** Reads one uploaded file: what was sent up to its first CR LF. The rest is dropped without an
+ *  error, so a PNG image arrives as four bytes. Its name and type are what a stranger sent. */
 class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
  public:
   using Lent::Lent;
@@ -713,7 +715,7 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
   /** The content type that the visitor's browser gave it. @return as field() */
   std::optional<std::string_view> type() const noexcept { return text_in(TARN_FILE_CONTENT_TYPE); }
 
-  /** The bytes as they came, zero bytes included, up to the first CR LF.
+  /** The bytes as they came, zero bytes included, up to the first CR LF and no further.
    *
    *  @return a view, good to the end of the process; an empty one of an empty file
    */
@@ -742,7 +744,7 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
     return made;
   }
 
-  /** Saves the bytes under safe_name(). See the other save(). */
+  /** Saves the bytes(), which end at the first CR LF, under safe_name(). See the other save(). */
   [[nodiscard]] Saved save(std::string_view directory) const noexcept {
     return save_as(directory, safe_name());
   }
@@ -1028,7 +1030,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   Entries entries() const &noexcept { return Entries(child(TARN_REQUEST_ENTRIES)); }
   void entries() const && = delete;
 
-  /** The first file whose field has this name; nothing when there is none. */
+  /** The first file whose field has this name, up to its first CR LF; nothing when there is none. */
   std::optional<File> file(const char *name) const &noexcept {
     return first<File, Tarn_getFile>(name);
   }

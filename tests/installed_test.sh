@@ -27,7 +27,8 @@ printf '#!/bin/sh\nexec %s -Wl,--no-as-needed "$@"\n' "$cxx" >bin/c++
 chmod +x bin/*
 export PATH=$root/bin:$PATH
 
-cmake --install "$build" --prefix "$root/installed" >/dev/null
+cmake --install "$build" --prefix "$root/installed" --component Unspecified \
+  >/dev/null
 mv installed moved
 library=$(dirname "$(find "$root/moved" -name libtarn.so)")
 if grep -rIlF -e "$root/installed" -e "$build" -e "$source" moved; then

@@ -54,6 +54,18 @@ TEST(Asprintf, KnowsEveryConversionOfPrintf) {
   std::free(out);
 }
 
+// The C library's hardened functions would end the script.
+TEST(Asprintf, KnowsEveryConversionInAFormatThatWasMadeInMemory) {
+  const std::string tells = "ab%n%s", skips = "%2$s";
+  char *out = nullptr;
+  int position = 0;
+  EXPECT_EQ(3, tarn_asprintf(&out, tells.c_str(), &position, "c"));
+  EXPECT_EQ("abc", taken(out));
+  EXPECT_EQ(2, position);
+  EXPECT_EQ(6, tarn_asprintf(&out, skips.c_str(), 1, "second"));
+  EXPECT_EQ("second", taken(out));
+}
+
 TEST(Asprintf, CountsAZeroByteThatItFormats) {
   char *out = nullptr;
   ASSERT_EQ(3, tarn_asprintf(&out, "a%cb", 0));

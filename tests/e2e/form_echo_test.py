@@ -43,6 +43,10 @@ class FormEcho(unittest.TestCase):
         self.assertEqual("text/plain; charset=utf-8", answer.header("content-type"))
         return answer.body.decode().splitlines()
 
+    def test_text_area_sent_by_get_arrives_with_its_line_ends_and_any_byte(self):
+        page = self.page(query="?text=one%0D%0Atwo%09%FF&after=1")
+        self.assertEqual([("text", "one\r\ntwo\t\ufffd"), ("after", "1")], rows(page)[:2])
+
     def test_page_shows_entries_files_cookies_and_variables(self):
         path = self.server.path("notes.txt")
         with open(path, "wb") as file:

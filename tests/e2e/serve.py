@@ -8,6 +8,7 @@ import html
 import os
 import re
 import signal
+import socket
 import sys
 
 from server import ROOT, SERVERS
@@ -64,7 +65,16 @@ def index(examples):
     return INDEX.format(style=style(), items=items)
 
 
+def check_port(port):
+    """Ends with one line when nobody can listen there."""
+    try:
+        socket.create_server(("127.0.0.1", port)).close()
+    except OSError as error:
+        sys.exit(f"port {port}: {os.strerror(error.errno)}")
+
+
 def main(server, folder, port="0"):
+    check_port(int(port))
     examples = sources()
     settings = re.findall(r"\bTARN_[A-Z]+_(?:DIR|FILE)\b", "".join(examples.values()))
     variables = {name: f"data/{name.lower()}" for name in settings}

@@ -63,11 +63,7 @@ class Server:
 
     NAME = "lighttpd"
     SETTING = '"{}" => "{}",'
-    # Requests reach the scripts as they were sent: lighttpd leaves the path and the query alone.
-    ADDITION = """
-server.systemd-socket-activation = "enable"
-server.http-parseopts = ( "url-normalize" => "disable", "url-ctrls-reject" => "disable" )
-"""
+    ADDITION = 'server.systemd-socket-activation = "enable"\n'
     LOG = "scripts.log"
 
     def __init__(self, scripts, variables=None, options="", port=0):

@@ -21,6 +21,7 @@ import os
 import re
 import secrets
 import shlex
+import shutil
 import signal
 import subprocess
 import sys
@@ -34,6 +35,8 @@ SECONDS_TO_RUN = 100
 SECONDS_TO_END = 3
 NO_STATUS = -1
 PR_SET_CHILD_SUBREAPER = 36
+ORDINARY_USER = "www-data"
+SKIPPED = 77
 
 
 class Wrong(Exception):
@@ -143,14 +146,15 @@ def user(home, installed):
     }
 
 
-def own_network():
+def own_network(run_by=""):
     """What makes a command find every port free, and itself an ordinary user's; nothing, where the
-    system does not allow it."""
+    system does not allow it. Root can have it be root's, or in earnest an ordinary user's."""
     rights = [] if os.getuid() == 0 else ["--map-root-user"]
-    user = 'exec unshare --map-user=1000 --map-group=1000 "$@"'
-    unshare = ["unshare", *rights, "--net", "sh", "-c", f"ip link set lo up && {user}", "sh"]
+    then = "exec unshare --map-user=1000 --map-group=1000" if not run_by else "exec"
+    unshare = ["unshare", *rights, "--net", "sh", "-c", f'ip link set lo up && {then} "$@"', "sh"]
     allowed = subprocess.run([*unshare, "true"], stderr=subprocess.DEVNULL).returncode == 0
-    return unshare if allowed else []
+    change = ["setpriv", *(f"--re{kind}id={ORDINARY_USER}" for kind in "ug"), "--clear-groups"]
+    return (unshare if allowed else []) + (change if run_by == "ordinary" else [])
 
 
 def end_processes():
@@ -171,7 +175,7 @@ def end_processes():
         return left
 
 
-def run(todo, installed):
+def run(todo, installed, run_by=""):
     """What each step printed, with its status; the last is the first that failed, if one did."""
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     mark = secrets.token_hex(16)
@@ -182,9 +186,15 @@ def run(todo, installed):
         copies.mkdir()
         script = Path(folder) / "script"
         script.write_text(shell_script(todo, copies, mark), encoding="utf-8")
+        # A server that root starts works as another user, who has to get there.
+        Path(folder).chmod(0o755)
+        if run_by == "ordinary":
+            # The build folder may be where only root can go.
+            installed = shutil.copytree(installed, Path(folder) / "installed", symlinks=True)
+            subprocess.run(["chown", "-R", ORDINARY_USER, folder], check=True)
         with open(printed, "wb") as output:
             shell = subprocess.Popen(
-                [*own_network(), "bash", script],
+                [*own_network(run_by), "bash", script],
                 cwd=home / "guide",
                 env=user(home, installed),
                 stdin=subprocess.DEVNULL,
@@ -229,11 +239,11 @@ def as_it_ran(page, todo, results):
     return ran, differ[::-1]
 
 
-def check(guide, installed, update=False):
+def check(guide, installed, update=False, run_by=""):
     page = guide.read_text(encoding="utf-8").splitlines()
     check_links(guide, page, installed / "share/man")
     todo = steps(page)
-    results, left = run(todo, installed)
+    results, left = run(todo, installed, run_by)
     ran, differ = as_it_ran(page, todo, results)
     if update:
         guide.write_text("".join(line + "\n" for line in ran), encoding="utf-8")
@@ -254,9 +264,15 @@ def main():
     parser.add_argument("installed", type=Path, help="the folder in which Tarn is installed")
     parser.add_argument("guide", type=Path)
     parser.add_argument("--update", action="store_true", help="write what is printed to the guide")
+    parser.add_argument(
+        "--user", choices=("root", "ordinary"), default="", help="run by root: whose commands it has"
+    )
     chosen = parser.parse_args()
+    if chosen.user and os.getuid() != 0:
+        print("Only root can choose a user.")
+        sys.exit(SKIPPED)
     try:
-        check(chosen.guide, chosen.installed.resolve(), chosen.update)
+        check(chosen.guide, chosen.installed.resolve(), chosen.update, chosen.user)
     except Wrong as wrong:
         line, what = wrong.args
         sys.exit(f"{chosen.guide}:{line}: {what}")

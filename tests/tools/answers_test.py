@@ -7,7 +7,7 @@ import subprocess
 import time
 import unittest
 
-from tool import TOOLS, ToolTest
+from tool import TOOLS, ToolTest, living
 
 TYPE = b'Content-Type: text/plain\n'
 
@@ -53,6 +53,10 @@ class Answer(AnswerTest):
                    TYPE + b'status:404 Nothing Here\n\n')
         self.shows(b'HTTP/1.1 299\n' + TYPE + b'\n', b'Status: 299\n' + TYPE + b'\n')
 
+    def test_has_the_first_status_of_two(self):
+        shown, _ = self.answered(b'Status: 404\nstatus: 410\n' + TYPE + b'\n')
+        self.assertEqual(shown, b'HTTP/1.1 404 Not Found\n' + TYPE + b'\n')
+
     def test_is_302_with_a_location(self):
         self.shows(b'HTTP/1.1 302 Found\nLocation: /a\n\n', b'Location: /a\n\n')
         self.shows(b'HTTP/1.1 303 See Other\nLocation: /a\n\n', b'Location: /a\nStatus: 303\n\n')
@@ -80,6 +84,67 @@ class Answer(AnswerTest):
                               stderr=subprocess.PIPE) as process:
             process.stdout.close()
             self.assertEqual((process.wait(60), process.stderr.read()), (-signal.SIGPIPE, b''))
+
+
+class AnswerShownByCurl(AnswerTest):
+
+    def test_has_its_headers_as_curl_receives_them(self):
+        self.shows(b'HTTP/1.1 404 Nothing\r\nX: y\r\n' + TYPE.replace(b'\n', b'\r\n')
+                   + b'\r\nbody', b'Status: 404 Nothing\nX: y\n' + TYPE + b'\nbody', '-i')
+        self.shows(b'HTTP/1.1 200 OK\r\nContent-Length: 4\r\n' + TYPE.replace(b'\n', b'\r\n')
+                   + b'\r\n', b'Content-Length: 4\n' + TYPE + b'\n', '-i', '-I')
+
+    def test_goes_to_a_file(self):
+        self.shows(b'', TYPE + b'\nbody', '-o', 'body', '-D', 'head')
+        self.assertEqual((self.folder / 'body').read_bytes(), b'body')
+        self.assertEqual((self.folder / 'head').read_bytes(),
+                         b'HTTP/1.1 200 OK\r\n' + TYPE.replace(b'\n', b'\r\n') + b'\r\n')
+
+    def test_is_described(self):
+        self.shows(b'body 201 text/plain 4', b'Status: 201\n' + TYPE + b'\nbody', '-w',
+                   ' %{http_code} %{content_type} %{size_download}')
+
+    def test_is_told_with_the_request(self):
+        self.file('output', TYPE + b'\nbody')
+        ran = self.run_tool('-v', '-d', 'a', self.printing)
+        self.assertEqual((ran.status, ran.output), (0, b'body'))
+        for line in ('> POST /printing HTTP/1.1', '> Host: localhost', '< HTTP/1.1 200 OK',
+                     '< Content-Type: text/plain'):
+            self.assertIn(line, ran.errors)
+
+    def test_leaves_cookies_in_a_jar_whoever_shows_it(self):
+        for options in (['-i'], []):
+            self.answered(b'Set-Cookie: a=1\n' + TYPE + b'\n', '-c', 'jar', *options)
+            self.assertRegex((self.folder / 'jar').read_text(), 'localhost\t.*\ta\t1\n')
+            (self.folder / 'jar').unlink()
+
+    def test_is_not_broken_by_a_length_or_an_encoding_that_is_wrong(self):
+        for header in (b'Content-Length: 9\n', b'Content-Length: x\n', b'Content-Length: 1\n',
+                       b'Transfer-Encoding: chunked\n'):
+            for options in (['-o', '-'], []):
+                shown, _ = self.answered(header + TYPE + b'\nbody', *options)
+                self.assertTrue(shown.endswith(b'body'), header)
+
+    def test_that_is_none_is_500(self):
+        self.file('output', b'hello')
+        ran = self.run_tool('-i', self.printing)
+        self.assertEqual(ran.output, b'HTTP/1.1 500 Internal Server Error\r\n\r\nhello')
+        self.assertEqual(ran.errors, ["tarn-run: no header block: the output begins with 'hello'; a"
+                                      ' server answers 500'])
+
+    def test_that_curl_cannot_write_is_told(self):
+        self.file('output', TYPE + b'\nbody')
+        ran = self.run_tool('-o', 'none/file', self.printing)
+        self.assertEqual((ran.status, ran.errors[-1]), (125, 'tarn-run: curl failed (status 23)'))
+        ran = self.run_tool('-f', self.script('failing', '#!/bin/sh\necho "Status: 404\n"; exit 7'))
+        self.assertEqual((ran.status, ran.errors[-1]), (7, 'tarn-run: curl failed (status 22)'))
+
+    def test_that_curl_does_not_wait_for_is_the_end_of_the_script(self):
+        script = self.script('slow', '#!/bin/sh\necho $$ >slow-id\nexec sleep 1000\n')
+        ran = self.run_tool('-m', '1', script)
+        self.assertEqual((ran.status, ran.errors[-1]), (
+            125, 'tarn-run: curl did not wait for the answer (status 28); the script was ended'))
+        self.assertFalse(living(int((self.folder / 'slow-id').read_text())))
 
 
 class OutputThatIsNoAnswer(AnswerTest):
@@ -146,7 +211,7 @@ class Complaint(AnswerTest):
         self.shows(b'HTTP/1.1 200 OK\nContent-Length: 4\n' + TYPE + b'\nbody',
                    b'Content-Length: 4\n' + TYPE + b'\nbody')
         self.shows(b'HTTP/1.1 200 OK\nContent-Length: 4\n' + TYPE + b'\n',
-                   b'Content-Length: 4\n' + TYPE + b'\n', '--request', 'HEAD')
+                   b'Content-Length: 4\n' + TYPE + b'\n', '--head')
 
     def test_is_made_of_a_body_where_there_can_be_none(self):
         self.assertEqual(self.answered(TYPE + b'\nbody', '-I'), (

@@ -4,10 +4,13 @@
 import os
 import resource
 import shutil
+import signal
+import socket
 import stat
 import subprocess
 import sys
 import threading
+import time
 import unittest
 
 from tool import TOOLS, ToolTest, dumped
@@ -26,7 +29,7 @@ class Record(ToolTest):
         self.recorded('--data-binary', '@-', input=b'\0\0\n')
         lines = (self.folder / 'record').read_bytes()
         self.assertTrue(lines.startswith(b'tarn-record 1\nPATH='))
-        self.assertTrue(lines.endswith(b'\0CONTENT_LENGTH=3\0\0\0\0\n'), lines)
+        self.assertTrue(lines.endswith(b'=application/x-www-form-urlencoded\0\0\0\0\n'), lines)
 
     def test_of_any_bytes_is_run_again_exactly(self):
         for body in (EVERY_BYTE, b'', b'\0', b'\0\0A=1\0', b'tarn-record 1\n', EVERY_BYTE * 10000):
@@ -37,16 +40,62 @@ class Record(ToolTest):
             self.assertEqual(again, given)
             self.assertEqual(list(again.environment), list(given.environment))
 
-    def test_is_for_its_owner_alone_whatever_was_there_before(self):
-        target = self.file('target', 'kept')
-        for make in (lambda path: None, lambda path: path.write_text('old'),
-                     lambda path: path.symlink_to(target)):
+    def test_is_for_its_owner_alone_and_replaces_an_old_one(self):
+        for before in (None, b'tarn-record 1\n', b'tarn-record 1\nA=b\0\0'):
             record = self.folder / 'record'
             record.unlink(missing_ok=True)
-            make(record)
-            self.given('--record', 'record')
+            if before is not None:
+                record.write_bytes(before)
+                record.chmod(0o644)
+            given = self.given('--record', 'record')
             self.assertEqual(stat.S_IMODE(record.lstat().st_mode), 0o600)
-        self.assertEqual(target.read_text(), 'kept')
+            self.assertEqual(self.given('--replay', 'record'), given)
+        self.assertEqual(list(self.folder.glob('.tarn-run-*')), [])
+
+    def test_replaces_nothing_else(self):
+        target = self.file('target', b'tarn-record 1\nA=b\0\0')
+        record = self.folder / 'record'
+        for make, reason in (
+            (lambda: record.write_text('kept'), 'it is not a record of a request'),
+            (record.touch, 'it is not a record of a request'),
+            (lambda: record.write_text('tarn-record 2\n'), 'it is not a record of a request'),
+            (lambda: record.symlink_to(target), 'Too many levels of symbolic links'),
+            (lambda: record.symlink_to('none'), 'Too many levels of symbolic links'),
+            (lambda: os.mkfifo(record), 'it is not a record of a request'),
+            (record.mkdir, 'it is not a record of a request'),
+            (lambda: bound(record), 'No such device or address'),
+        ):
+            make()
+            before = record.lstat()
+            self.assertEqual(self.refused('--record', 'record', 'dump'),
+                             f'tarn-run: --record record: not replaced: {reason}')
+            after = record.lstat()
+            self.assertEqual((after.st_ino, after.st_size, after.st_mode),
+                             (before.st_ino, before.st_size, before.st_mode))
+            record.rmdir() if record.is_dir() else record.unlink()
+        self.assertEqual(target.read_bytes(), b'tarn-record 1\nA=b\0\0')
+        self.assertEqual(list(self.folder.glob('.tarn-run-*')), [])
+
+    def test_does_not_replace_a_device(self):
+        for device in ('/dev/null', '/dev/full', '/dev/zero', '/dev/tty'):
+            self.assertIn(f'--record {device}: not replaced: ',
+                          self.refused('--record', device, 'dump'))
+            self.assertTrue(stat.S_ISCHR(os.lstat(device).st_mode))
+
+    def test_of_a_body_that_was_cut_is_run_again_as_it_was(self):
+        given, _ = self.recorded('-d', 'abcdef', '--cut', '4')
+        self.assertEqual((given.environment[b'CONTENT_LENGTH'], given.body), (b'6', b'abcd'))
+        self.assertEqual(self.given('--replay', 'record'), given)
+        self.assertEqual(self.given('--replay', 'record', '--cut', '0').body, b'')
+
+    def test_that_does_not_fit_leaves_nothing(self):
+        before = sorted(self.folder.iterdir())
+        ran = self.run_tool('--record', 'large', '--data-binary', '@-', 'dump', input=bytes(10000),
+                            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE,
+                                                                  (10100, 10100)))
+        self.assertEqual((ran.status, ran.output), (125, b''))
+        self.assertEqual(ran.errors, ['tarn-run: --record large: File too large'])
+        self.assertEqual(sorted(self.folder.iterdir()), before)
 
     def test_may_be_written_by_a_shell(self):
         shell = "{ echo 'tarn-record 1'; env -0; printf '\\0'; cat; } >by-shell"
@@ -64,7 +113,7 @@ class Record(ToolTest):
         for options in (['-d', 'a'], ['-F', 'a=b'], ['-G'], ['-b', 'a=b'], ['-X', 'PUT'], ['-I'],
                         ['-H', 'A: b'], ['--query', 'a'], ['--path-info', '/'], ['--https'],
                         ['--record', 'other']):
-            self.assertIn('--replay brings the whole request',
+            self.assertIn('does not go with --replay, which gives the whole request',
                           self.refused('--replay', 'record', *options, 'dump'))
         given = self.given('--replay', 'record', '--env', 'A=b')
         self.assertEqual(given.environment[b'A'], b'b')
@@ -74,6 +123,52 @@ class Record(ToolTest):
                         b'tarn-record 1\nA\0\0', b'tarn-record 2\nA=b\0\0'):
             self.file('bad', content)
             self.assertIn('bad: no record of a request', self.refused('--replay', 'bad', 'dump'))
+
+
+class Shown(ToolTest):
+
+    def shown(self, content, *options):
+        self.file('record', b'tarn-record 1\n' + content)
+        ran = self.run_tool('--show', 'record', *options)
+        self.assertEqual((ran.status, ran.errors), (0, []))
+        return ran.output.decode()
+
+    def test_is_a_record_for_reading(self):
+        self.assertEqual(self.shown(b'A=1\0REQUEST_METHOD=POST\0\0a=1&b=2'),
+                         'A=1\nREQUEST_METHOD=POST\n\na=1&b=2\n')
+        self.assertEqual(self.shown(b'A=\0\0'), 'A=\n\n')
+        self.assertEqual(self.shown(b'A=\0\0a\n'), 'A=\n\na\n')
+
+    def test_has_secrets_only_when_asked(self):
+        record = (b'HTTP_COOKIE=session=s3cret; theme="a;b"; s3cret;=s3cret\0'
+                  b'HTTP_AUTHORIZATION=Basic s3cret\0HTTP_PROXY_AUTHORIZATION=s3cret\0'
+                  b'REDIRECT_HTTP_AUTHORIZATION=Digest s3cret="s3cret"\0HTTP_HOST=h\0\0a=b')
+        shown = self.shown(record)
+        self.assertEqual(shown, 'HTTP_COOKIE=session=***; theme=***;***;***;=***\n'
+                         'HTTP_AUTHORIZATION=Basic ***\nHTTP_PROXY_AUTHORIZATION=***\n'
+                         'REDIRECT_HTTP_AUTHORIZATION=Digest ***\nHTTP_HOST=h\n\na=b\n')
+        self.assertEqual(self.shown(record, '--secrets'), record.replace(b'\0\0', b'\n\0').replace(
+            b'\0', b'\n').decode() + '\n')
+
+    def test_has_nothing_that_a_terminal_obeys(self):
+        shown = self.shown(b'A=\x1b[2J\n\xff\xc2\x9b\0\0' + EVERY_BYTE + 'Zoë\u202e'.encode())
+        self.assertTrue(shown.startswith('A=\\x1b[2J\\x0a\\xff\\u{9b}\n\n\\x00\\x01'), shown)
+        self.assertTrue(shown.endswith('\\xffZoë\\u{202e}\n'), shown)
+        self.assertIn('\\x08\t\n\\x0b', shown)
+        self.assertTrue(all(letter.isprintable() or letter in '\t\n' for letter in shown))
+
+    def test_may_be_megabytes_and_come_from_standard_input(self):
+        ran = self.run_tool('--show', '-', input=b'tarn-record 1\nA=\0\0' + 'ë'.encode() * 1500001)
+        self.assertEqual(ran.output.decode(), 'A=\n\n' + 'ë' * 1500001 + '\n')
+
+    def test_is_not_what_only_begins_like_a_file(self):
+        for path in ('/dev/zero', '/dev/null', '.', 'dump'):
+            self.refused('--show', path)
+
+
+def bound(path):
+    with socket.socket(socket.AF_UNIX) as made:
+        made.bind(str(path))
 
 
 PROGRAM = r"""
@@ -126,6 +221,13 @@ class Exec(ToolTest):
         self.file('record', b'tarn-record 1\nPATH=/nowhere\0\0a')
         ran = self.run_tool('--replay', 'record', '--exec', 'env', './program')
         self.assertEqual((ran.status, ran.errors, self.seen().body), (0, [], b'a'))
+
+    def test_finds_a_command_where_tarn_run_was_called(self):
+        (self.folder / 'elsewhere').mkdir()
+        self.script('wrapper', '#!/bin/sh\necho wrapped >&2\nexec "$@"\n')
+        shutil.copy(self.folder / 'program', self.folder / 'elsewhere')
+        ran = self.run_tool('--exec', './wrapper', 'elsewhere/program')
+        self.assertEqual((ran.status, ran.body, ran.errors), (0, b'hello', ['wrapped']))
 
     def test_gives_the_status_of_the_command(self):
         ran = self.run_tool('--exec', 'false', './program')
@@ -256,6 +358,40 @@ class UnderAServer(ToolTest):
         self.assertEqual(self.ask('unrecorded').body, EVERY_BYTE)
         self.assertIn('tarn-record: not recorded: ', self.server.log())
         self.assertFalse((self.folder / 'none').exists())
+
+    def test_a_script_is_run_though_no_log_can_be_written(self):
+        plain = self.directly('dump', {'CONTENT_LENGTH': '2'}, b'ab').stdout
+        for errors in ('2>&-', '2>/dev/full', '>&- 2>/dev/full', '<&-'):
+            ran = subprocess.run(['env', '-i', 'CONTENT_LENGTH=2', 'sh', '-c',
+                                  f'unset PWD OLDPWD; exec ./unrecorded {errors}'], input=b'ab',
+                                 capture_output=True, timeout=60, check=False, cwd=self.folder)
+            body = b'' if errors == '<&-' else b'ab'
+            if '>&- ' not in errors:
+                self.assertEqual(ran.stdout, plain.removesuffix(b'ab') + body, errors)
+            self.assertNotIn(b'Traceback', ran.stderr)
+
+    def test_a_name_of_a_script_that_is_none_is_told(self):
+        self.stand_in('named-none', self.records, 'a\0b')
+        ran = self.directly('named-none', {}, b'')
+        self.assertEqual((ran.returncode, ran.stdout, ran.stderr),
+                         (127, b'', b'tarn-record: embedded null byte\n'))
+
+    def test_a_signal_while_the_body_comes_is_the_end_without_a_traceback(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with subprocess.Popen([self.folder / 'recorded'], env={'CONTENT_LENGTH': '9'},
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                  stderr=subprocess.PIPE, preexec_fn=lambda number=number:
+                                  signal.signal(number, signal.SIG_DFL)) as process:
+                while 'memfd:body' not in self.open_files(process):
+                    time.sleep(0.01)
+                process.send_signal(number)
+                output, errors = process.communicate(timeout=60)
+            self.assertEqual((process.returncode, output, errors), (-number, b'', b''))
+
+    @staticmethod
+    def open_files(process):
+        folder = f'/proc/{process.pid}/fd'
+        return ' '.join(os.readlink(f'{folder}/{name}') for name in os.listdir(folder))
 
     def test_a_part_of_a_record_is_never_left(self):
         limited = {'CONTENT_LENGTH': '3', 'LONG': 'x' * 5000}

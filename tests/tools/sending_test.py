@@ -2,10 +2,14 @@
 """What tarn-run hands to a script is what a script has from a server that curl asked."""
 
 import os
+import re
+import shutil
 import unittest
 
 from tool import ToolTest, dumped
 
+
+BOUNDARY = rb'-{24}\w{16,40}'
 
 # What is never the same.
 OF_THE_SERVER = {
@@ -59,11 +63,40 @@ class LikeCurl(ToolTest):
     @staticmethod
     def without_boundary(request):
         type = request.environment.get(b'CONTENT_TYPE', b'')
-        _, mark, boundary = type.partition(b'boundary=')
-        if not mark:
+        if b'boundary=' not in type:
             return request
-        request.environment[b'CONTENT_TYPE'] = type.replace(boundary, b'B')
-        return request._replace(body=request.body.replace(boundary, b'B'))
+        request.environment[b'CONTENT_TYPE'] = re.sub(BOUNDARY, b'B', type)
+        return request._replace(body=re.sub(BOUNDARY, b'B', request.body))
+
+    def test_what_browsers_and_scripts_send_besides(self):
+        self.assert_alike('-A', 'Mozilla/5.0', '-e', 'http://example.org/')
+        self.assert_alike('-u', 'ada:secret word')
+        self.assert_alike('--json', '{"a": [1, 2]}')
+        self.assert_alike('--json', '@lines')
+        self.assert_alike('-T', 'zero')
+        self.assert_alike('--form-string', 'a=@lines;type=x', '--form-string', 'b=<')
+        self.assert_alike('--data-ascii', 'a=1', '--data-ascii', '@lines')
+        self.assert_alike('--url-query', 'a=b c', '--url-query', 'n@lines', '-d', 'x')
+        self.assert_alike('--compressed')
+        self.assert_alike('-0')
+
+    def test_several_files_in_one_part(self):
+        self.assert_alike('-F', 'f=@lines,x.png;type=a/b,empty')
+
+    def test_letters_in_one_word(self):
+        self.assert_alike('-XPUT', '-da=1', '-Gdb=2')
+        self.assert_alike('-sSd', 'a=1')
+
+    def test_cookies_of_a_jar(self):
+        jar = 'localhost\tFALSE\t{}\tFALSE\t0\t{}\t{}\n'
+        self.file('jar', jar.format('/', 'a', '1') + jar.format('/other', 'b', '2') +
+                  jar.format('/', 'c', '%2B').replace('localhost', 'example.org'))
+        self.assertEqual(self.given('-b', 'jar').environment[b'HTTP_COOKIE'], b'a=1')
+
+    def test_a_long_body(self):
+        self.file('long', bytes(range(256)) * 8000)
+        self.assert_alike('--data-binary', '@long')
+        self.assert_alike('-F', 'f=@long', '-F', 'g=@long')
 
     def test_nothing(self):
         self.assert_alike()
@@ -119,10 +152,12 @@ class LikeCurl(ToolTest):
         self.assert_alike('-d', '{}', '-H', 'Content-Type: application/json')
         self.assert_alike('-d', 'a', '-H', 'content-type:')
         self.assert_alike('-F', 'a=1', '-H', 'Content-Type: multipart/form-data')
+        self.assert_alike('-F', 'a=1', '-H', 'Content-Type: multipart/form-data; charset=utf-8')
 
     def test_cookies(self):
         self.assert_alike('-b', 'a=1; b=2')
         self.assert_alike('--cookie', 'a=1', '-H', 'Cookie: b=2')
+        self.assert_alike('-b', 'a=1', '-b', 'b=2; c=3')
 
     def test_methods(self):
         self.assert_alike('-X', 'PUT', '-d', 'a')
@@ -195,8 +230,35 @@ class Environment(ToolTest):
         self.assertEqual(self.given('-H', 'Host:').environment[b'SERVER_NAME'], b'localhost')
 
     def test_has_the_length_that_is_asked_for(self):
-        given = self.given('-d', 'abc', '-H', 'Content-Length: 99')
-        self.assertEqual((given.environment[b'CONTENT_LENGTH'], given.body), (b'99', b'abc'))
+        for length in ('99', '1', '-1', 'many', '9' * 40):
+            given = self.given('-d', 'abc', '-H', f'content-length: {length}')
+            self.assertEqual((given.environment[b'CONTENT_LENGTH'], given.body),
+                             (length.encode(), b'abc'))
+        given = self.given('-d', 'abc', '-H', 'Content-Length:')
+        self.assertNotIn(b'CONTENT_LENGTH', given.environment)
+        self.assertEqual(given.body, b'abc')
+
+    def test_has_the_length_of_a_body_that_was_sent_in_chunks(self):
+        for body in (b'', b'a' * 100, bytes(range(256)) * 4000):
+            given = self.given('-T', '-', '-X', 'POST', input=body)
+            self.assertEqual(given.body, body)
+            self.assertEqual(given.environment[b'CONTENT_LENGTH'], b'%d' % len(body))
+            self.assertNotIn(b'HTTP_TRANSFER_ENCODING', given.environment)
+
+    def test_has_no_sign_that_curl_waits_before_it_sends(self):
+        body = bytes(2000000)
+        for options in ([], ['-H', 'Expect: 100-continue']):
+            given = self.given('--data-binary', '@-', *options, input=body)
+            self.assertEqual(given.body, body)
+            self.assertNotIn(b'HTTP_EXPECT', given.environment)
+
+    def test_has_the_version_of_the_protocol(self):
+        self.assertEqual(self.given('-0').environment[b'SERVER_PROTOCOL'], b'HTTP/1.0')
+
+    def test_has_the_name_of_a_file_that_curl_adds_to_the_path(self):
+        self.file('sent.txt', 'a')
+        given = self.given('-T', 'sent.txt', '--path-info', '/a b/').environment
+        self.assertEqual((given[b'PATH_INFO'], given[b'REQUEST_METHOD']), (b'/a b/sent.txt', b'PUT'))
 
     def test_has_the_method_that_is_asked_for(self):
         self.run_tool('-I', '--record', 'head', self.dump)
@@ -209,7 +271,7 @@ class Environment(ToolTest):
 
     def test_joins_cookies_by_semicolons_and_other_headers_by_commas(self):
         given = self.given('-b', 'a=1', '-b', 'b=2; c=3', '-H', 'X: 1', '-H', 'x: 2').environment
-        self.assertEqual((given[b'HTTP_COOKIE'], given[b'HTTP_X']), (b'a=1; b=2; c=3', b'1, 2'))
+        self.assertEqual((given[b'HTTP_COOKIE'], given[b'HTTP_X']), (b'a=1;b=2; c=3', b'1, 2'))
         given = self.given('-H', 'Cookie: a=1', '-H', 'Cookie: b=2', '-b', 'c=3').environment
         self.assertEqual(given[b'HTTP_COOKIE'], b'a=1; b=2')
 
@@ -233,14 +295,6 @@ class Environment(ToolTest):
 
 class Input(ToolTest):
 
-    def test_of_an_empty_file_is_an_empty_field(self):
-        self.file('empty', '')
-        self.assertEqual(self.given('--data-urlencode', 'n@empty').body, b'n=')
-
-    def test_of_a_file_is_without_zero_bytes_when_it_is_sent_as_text(self):
-        self.file('zero', b'a\0b')
-        self.assertEqual(self.given('-d', '@zero').body, b'ab')
-
     def test_of_tarn_run_is_data_when_asked(self):
         self.assertEqual(self.given('-d', '@-', input=b'a\nb').body, b'ab')
         self.assertEqual(self.given('--data-binary', '@-', input=b'a\nb').body, b'a\nb')
@@ -255,13 +309,18 @@ class Input(ToolTest):
         self.assertEqual(types[0], types[1])
         self.assertNotEqual(types[0], types[2])
 
-    def test_takes_the_type_of_a_file_from_its_name(self):
-        for name, type in (('a.css', 'text/css'), ('a.gz', 'application/octet-stream'),
-                           ('a.tar.gz', 'application/octet-stream'), ('a.JPG', 'image/jpeg'),
-                           ('a', 'application/octet-stream'), ('data:,a.png', 'image/png')):
-            self.file(name, 'x')
+    def test_takes_the_type_of_a_file_from_the_name_that_is_sent_or_from_its_path(self):
+        (self.folder / 'folder.png').mkdir()
+        none = 'application/octet-stream'
+        for path, more, type in (
+            ('a.html', '', 'text/html'), ('a.JPG', '', 'image/jpeg'), ('a.txt', '', 'text/plain'),
+            ('a', '', none), ('a.tar.gz', '', none), ('folder.png/a', '', none),
+            ('a.txt', ';filename=b.png', 'image/png'), ('a', ';filename=b.pdf', 'application/pdf'),
+            ('a.txt', ';filename=b', 'text/plain'), ('a.txt', ';filename=b.png;type=x/y', 'x/y'),
+        ):
+            self.file(path, 'x')
             self.assertIn(f'Content-Type: {type}\r\n'.encode(),
-                          self.given('-F', f'f=@"{name}"').body, name)
+                          self.given('-F', f'f=@{path}{more}').body, path + more)
 
     def test_may_be_many_megabytes(self):
         data = bytes(range(256)) * 40000
@@ -308,28 +367,45 @@ class Mistakes(ToolTest):
         for options, reason in (
             ([], 'which script?'),
             (['-d', 'a', '--'], 'which script?'),
-            (['--nothing', 'dump'], 'arguments: --nothing'),
-            (['dump', '--nothing'], 'arguments: --nothing'),
-            (['--dat', 'a', 'dump'], 'dat'),
-            (['-d'], '-d/--data: expected one argument'),
-            (['-d', '@none', 'dump'], 'none: No such file or directory'),
-            (['--data-binary', '@none', 'dump'], 'none: No such file or directory'),
-            (['--data-urlencode', 'n@none', 'dump'], 'none: No such file or directory'),
-            (['-F', 'a', 'dump'], 'a: a part is NAME=VALUE'),
-            (['-F', 'a=@none', 'dump'], 'none: No such file or directory'),
-            (['-F', 'a=<none', 'dump'], 'none: No such file or directory'),
-            (['-F', 'a=(b', 'dump'], 'no parts within parts'),
-            (['-F', 'a=@dump,dump', 'dump'], 'one file for each -F'),
-            (['-F', 'a=b;type=text', 'dump'], 'a type is like text/plain'),
-            (['-F', 'a=b;encoder=base64', 'dump'], ';encoder='),
-            (['-F', 'a=b', '-d', 'c', 'dump'], 'neither -d nor -G'),
-            (['-F', 'a=b', '-G', 'dump'], 'neither -d nor -G'),
-            (['-b', 'file', 'dump'], 'file: a cookie is NAME=VALUE'),
+            (['--nothing', 'dump'], 'unknown option --nothing'),
+            (['dump', '--nothing'], 'unknown option --nothing'),
+            (['--dat', 'a', 'dump'], 'unknown option --dat'),
+            (['-sJ?', 'dump'], 'unknown option -?'),
+            (['--=a', 'dump'], 'unknown option --'),
+            (['-d'], '--data needs an argument'),
+            (['dump', '--query'], '--query needs an argument'),
+            (['--https=on', 'dump'], '--https takes no argument'),
+            (['--get=a', 'dump'], '--get takes no argument'),
+            (['-F', 'a', 'dump'], 'Illegally formatted input field'),
+            (['-F', 'a=@none', 'dump'], 'curl: (26) '),
+            (['-F', 'a=b', '-d', 'c', 'dump'], 'only select one HTTP request'),
+            (['-G', '-d', 'a b', 'dump'], 'curl: (3) '),
+            (['--http2-prior-knowledge', 'dump'], 'no request of HTTP/1'),
+            (['-O', 'dump'], '--remote-name is not for tarn-run'),
+            (['-L', 'dump'], '--location is not for tarn-run'),
+            (['--url', 'http://localhost/', 'dump'], '--url is not for tarn-run'),
+            (['-:', 'dump'], '--next is not for tarn-run'),
+            (['-K', 'dump', 'dump'], '--config is not for tarn-run'),
+            (['-i', '--body', 'dump'], '--body does not go with'),
             (['-H', 'nothing', 'dump'], 'nothing: a header is NAME: VALUE'),
-            (['-H', 'a b: c', 'dump'], 'a b: no name of a header'),
+            (['-H', ': a', 'dump'], ': a: a header is NAME: VALUE'),
             (['--env', 'A', 'dump'], 'A: a variable is NAME=VALUE'),
             (['--env', '=A', 'dump'], '=A: a variable is NAME=VALUE'),
-            (['--path-info', 'a', 'dump'], 'a: begins with no "/"'),
+            (['--path-info', 'a', 'dump'], 'a: must begin with "/"'),
+            (['--timeout', '0', 'dump'], '--timeout 0: must be a number of seconds'),
+            (['--timeout', 'nan', 'dump'], '--timeout nan: must be a number of seconds'),
+            (['--memory', '1T', 'dump'], '--memory 1T: must be a size'),
+            (['--repeat', '0', 'dump'], '--repeat 0: must be a number from 1'),
+            (['--cut', '-1', 'dump'], '--cut -1: must be a number from 0'),
+            (['--cut', '9' * 5000, 'dump'], 'must be a number from 0'),
+            (['--cut', '4', '-d', 'abc', 'dump'], '--cut 4: the body has 3 bytes'),
+            (['--chdir', 'none', 'dump'], '--chdir none: no such folder'),
+            (['--exec', '', 'dump'], '--exec: no command'),
+            (['--secrets', 'dump'], '--secrets goes with --show'),
+            (['--show', 'bad', 'dump'], '--show prints a record'),
+            (['--show', 'bad', '-d', 'a'], '--show prints a record'),
+            (['--show', 'bad'], 'bad: no record of a request'),
+            (['--show', 'none'], 'none: No such file or directory'),
             (['--exec', "a 'b", 'dump'], "a 'b: No closing quotation"),
             (['--replay', 'none', 'dump'], 'none: No such file or directory'),
             (['--replay', 'bad', 'dump'], 'bad: no record of a request'),
@@ -340,25 +416,76 @@ class Mistakes(ToolTest):
         self.assertEqual([path.name for path in self.folder.glob('.*')], [])
 
     def test_of_a_zero_byte_that_no_variable_can_hold_are_told(self):
-        self.file('zero', b'a\0b')
-        ran = self.run_tool('-G', '--data-binary', '@zero', 'dump')
+        ran = self.run_tool('--request-target', '/dump/a%00b', 'dump')
         self.assertEqual(ran.status, 125)
         self.assertIn('no variable can hold a zero byte', ran.errors[-1])
 
-    def test_in_a_query_are_told_and_passed_on(self):
-        ran = self.run_tool('-G', '-d', 'a b', 'dump')
-        self.assertEqual(dumped(ran.body).environment[b'QUERY_STRING'], b'a b')
-        self.assertEqual(ran.errors, ['tarn-run: the query has a space or a control character,'
-                                      ' which --data-urlencode encodes'])
+    def test_in_a_query_are_encoded_and_told(self):
+        ran = self.run_tool('--query', 'a b#\x7f"%<é', 'dump')
+        self.assertEqual(dumped(ran.body).environment[b'QUERY_STRING'], b'a%20b%23%7F"%<%C3%A9')
+        self.assertEqual(ran.errors, ["tarn-run: --query: sent as 'a%20b%23%7F\"%<%C3%A9'"])
 
-    def test_in_a_part_are_told_and_left_out(self):
-        for part, value, reason in (
-            ('a=b;c', b'b', "'c' after \";\" is left out"),
-            ('a="b"c', b'b', "'c' after the quotes is left out"),
-        ):
-            ran = self.run_tool('-F', part, 'dump')
-            self.assertIn(b'\r\n\r\n' + value + b'\r\n', ran.output)
-            self.assertEqual(ran.errors, [f'tarn-run: warning: -F: {reason}'])
+    def test_in_a_part_are_told_by_curl(self):
+        ran = self.run_tool('-F', 'a=b;c', 'dump')
+        self.assertIn(b'\r\n\r\nb\r\n', ran.output)
+        self.assertEqual((ran.status, ran.errors), (0, ['Warning: skip unknown form field: c']))
+
+    def test_in_a_boundary_are_told(self):
+        ran = self.run_tool('-F', 'a=b', '-H', 'Content-Type: multipart/form-data; boundary=QQ',
+                            'dump')
+        self.assertEqual((ran.status, ran.errors), (
+            0, ["tarn-run: the body has no boundary 'QQ', as its Content-Type says"]))
+        self.assertEqual(self.given('-H', 'Content-Type: multipart/form-data; boundary="QQ"',
+                                    '--data-binary', '--QQ--').body, b'--QQ--')
+
+    def test_without_curl_are_told(self):
+        (self.folder / 'empty').mkdir()
+        environment = {'PATH': str(self.folder / 'empty')}
+        ran = self.run_tool('dump', env=environment)
+        self.assertEqual((ran.status, ran.errors), (
+            125, ['tarn-run: curl, which sends the request, is not installed']))
+        self.file('record', b'tarn-record 1\nPATH=/usr/bin:/bin\0\0a')
+        self.assertEqual(self.given('--replay', 'record', env=environment).body, b'a')
+
+
+class Curl(ToolTest):
+
+    def test_reads_no_settings_of_the_user_and_asks_no_proxy(self):
+        self.file('.curlrc', 'user-agent = mine\n')
+        home = {**os.environ, 'HOME': str(self.folder), 'CURL_HOME': str(self.folder),
+                'http_proxy': 'http://127.0.0.1:1', 'ALL_PROXY': 'http://127.0.0.1:1'}
+        for options in ([], ['-x', 'http://127.0.0.1:1'], ['--noproxy', ''],
+                        ['--unix-socket', '/none'], ['--connect-to', '::127.0.0.1:1']):
+            given = self.given(*options, env=home).environment
+            self.assertEqual(given[b'HTTP_USER_AGENT'], b'tarn-run/1.0.0', options)
+
+    def test_that_fails_before_it_has_asked_is_the_end(self):
+        ran = self.run_tool('-F', 'a=@none', self.dump)
+        self.assertEqual((ran.status, ran.output), (125, b''))
+        self.assertEqual(ran.errors[-1], 'tarn-run: curl sent no request (status 26)')
+
+    def test_that_lists_its_options_otherwise_is_told(self):
+        self.script('curl', '#!/bin/sh\necho nothing\n')
+        ran = self.run_tool('-d', 'a', self.dump, env={'PATH': str(self.folder)})
+        self.assertEqual((ran.status, ran.errors),
+                         (125, ['tarn-run: "curl --help all" lists no options']))
+
+    def test_is_the_only_one_that_is_listened_to(self):
+        """A stranger who finds the socket first is not answered."""
+        real = shutil.which('curl')
+        (self.folder / 'bin').mkdir()
+        self.script('bin/curl', f"""
+            #!/bin/sh
+            case $* in *--help*) exec {real} "$@" ;; esac
+            for word; do
+              if [ "$last" = --abstract-unix-socket ]; then name=$word; fi
+              last=$word
+            done
+            {real} -s --abstract-unix-socket "$name" -d stranger http://localhost/ >stranger 2>&1
+            exec {real} "$@"
+        """)
+        path = {**os.environ, 'PATH': f'{self.folder}/bin:{os.environ["PATH"]}'}
+        self.assertEqual(self.given('-d', 'a', env=path).body, b'a')
 
 
 if __name__ == '__main__':

@@ -46,6 +46,14 @@ def dumped(body):
     return Request(dict(line.split(b'=', 1) for line in variables.split(b'\0')), rest)
 
 
+def living(process):
+    try:
+        state = Path(f'/proc/{process}/stat').read_text().rpartition(')')[2].split()[0]
+    except FileNotFoundError:
+        return False
+    return state not in 'ZX'
+
+
 class ToolTest(unittest.TestCase):
     """Tests that share a folder, the scripts in which run under lighttpd too where one says so."""
 

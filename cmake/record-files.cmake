@@ -1,0 +1,16 @@
+# The last step of the installation: adds what it made, folders with a "/" at their end, to the list
+# that uninstall.cmake reads. Installing a component, which is how the tests install, adds nothing.
+if(CMAKE_INSTALL_COMPONENT)
+  return()
+endif()
+set(made "")
+if(EXISTS "${TARN_INSTALLED}")
+  file(STRINGS "${TARN_INSTALLED}" made)
+endif()
+list(TRANSFORM TARN_MADE APPEND "/")
+set(files "${CMAKE_INSTALL_MANIFEST_FILES}")
+list(TRANSFORM files PREPEND "$ENV{DESTDIR}")
+list(APPEND made ${TARN_MADE} ${files})
+list(REMOVE_DUPLICATES made)
+list(JOIN made "\n" made)
+file(WRITE "${TARN_INSTALLED}" "${made}\n")

@@ -1,0 +1,28 @@
+# Removes what was installed from this build folder, wherever to, and the folders that were made for
+# it unless something else lies in them by now.
+if(NOT EXISTS "${TARN_INSTALLED}")
+  message("Nothing that was installed from this build folder is left.")
+  return()
+endif()
+file(STRINGS "${TARN_INSTALLED}" made)
+set(left "")
+foreach(file IN LISTS made)
+  if(NOT file MATCHES "/$")
+    file(REMOVE "${file}")
+    if(EXISTS "${file}" OR IS_SYMLINK "${file}")
+      list(APPEND left "${file}")
+    endif()
+  endif()
+endforeach()
+if(left)
+  list(LENGTH left count)
+  list(GET left 0 first)
+  message(FATAL_ERROR "${count} files cannot be removed, such as ${first}: run this as root.")
+endif()
+
+list(FILTER made INCLUDE REGEX "/$")
+list(SORT made ORDER DESCENDING) # what is inside comes first
+foreach(folder IN LISTS made)
+  execute_process(COMMAND rmdir "${folder}" ERROR_QUIET)
+endforeach()
+file(REMOVE "${TARN_INSTALLED}")

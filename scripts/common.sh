@@ -1,0 +1,45 @@
+#!/bin/bash
+# What the scripts share; each sources it from the root of the source.
+
+fail() {
+  printf 'scripts/%s: %s\n' "$(basename -- "$0")" "$*" >&2
+  exit 1
+}
+
+# The comment that a script begins with.
+usage() {
+  sed -n '1d; s/^# \{0,1\}//p; /^set /q' "scripts/$(basename -- "$0")"
+}
+
+help_if_asked() {
+  case ${1-} in
+    -h | --help)
+      usage
+      exit
+      ;;
+  esac
+}
+
+# Called before anything is installed or built.
+need_build_folder() {
+  { mkdir -p build && [ -w build ]; } 2>/dev/null ||
+    fail "cannot write to $PWD/build: copy the source to a folder of yours"
+}
+
+# Runs a command that takes its time, with its output in a file, and prints a dot every other second.
+patiently() {
+  local log=$1 dots status=0
+  shift
+  (
+    exec {never}<> <(:)
+    while kill -0 $$ 2>/dev/null; do
+      read -rt 2 -u "$never" || printf '.'
+    done
+  ) >&2 &
+  dots=$!
+  "$@" >>"$log" 2>&1 </dev/null || status=$?
+  kill "$dots"
+  wait "$dots" 2>/dev/null || true
+  printf '\n' >&2
+  return "$status"
+}

@@ -1,0 +1,89 @@
+#!/bin/bash
+# Usage: hardening_test.sh BUILD-FOLDER SOURCE-FOLDER "C++-COMPILER FLAG..."
+#
+# What `cmake --install` installs is hardened, and so are the examples: by the compiler, as the
+# symbols that they ask for show, and by the linker. The flags are those of the build.
+set -euo pipefail
+export LC_ALL=C
+build=$1 source=$2
+read -ra compile <<<"$3"
+
+fail() {
+  printf 'hardening_test.sh: %s\n' "$*" >&2
+  exit 1
+}
+
+root=$(mktemp -d)
+trap 'rm -rf "$root"' EXIT
+
+cmake --install "$build" --prefix "$root" --component Unspecified >"$root/log"
+library=$(find "$root" -name libtarn.so.1)
+archive=$(find "$root" -name libtarn.a)
+[[ -f $library && -f $archive ]] || fail 'no library was installed'
+examples=()
+for example in "$build"/examples/*; do
+  if [[ -f $example && -x $example ]]; then examples+=("$example"); fi
+done
+if [[ -d $build/examples && ${#examples[@]} = 0 ]]; then fail 'there are no examples'; fi
+
+# What a file says of itself goes through here, and has to match.
+says() {
+  local file=$1 pattern=$2
+  shift 2
+  "$@" "$file" >"$root/said"
+  grep -qE "$pattern" "$root/said" || fail "$*: $file has no $pattern"
+}
+
+# ---- By the compiler -----------------------------------------------------------------------------
+
+# Whether the compiler, given an option, defines what matches.
+defines() {
+  "${compile[@]}" -include "$source/cmake/fortify.h" ${1:+"$1"} -x c++ -dM -E /dev/null >"$root/macros"
+  grep -qE "#define $2" "$root/macros"
+}
+defines -O2 '_FORTIFY_SOURCE [23]$' || fail 'fortify.h does nothing'
+! defines -O0 _FORTIFY_SOURCE || fail 'fortify.h takes no note of -O0'
+optimised=no
+if defines '' __OPTIMIZE__; then optimised=yes; fi
+
+for file in "$library" "$archive" "${examples[@]}"; do
+  symbols=(nm --undefined-only)
+  if [ "$file" = "$library" ]; then symbols+=(-D); fi
+  says "$file" '\b__stack_chk_fail' "${symbols[@]}"
+  [ "$optimised" = no ] || says "$file" '\b__[a-z]+_chk\b' "${symbols[@]}"
+done
+
+options=(-fstack-protector-strong)
+for option in -fstack-clash-protection -fcf-protection; do
+  if "${compile[@]}" "$option" -Werror -x c++ -c /dev/null -o "$root/object" 2>/dev/null; then
+    options+=("$option")
+  fi
+done
+grep -F ' -o CMakeFiles/tarn_objects.dir/' "$build/compile_commands.json" \
+  >"$root/commands" || fail 'nothing says how the library was compiled'
+for option in "${options[@]}"; do
+  if grep -vF -- " $option " "$root/commands"; then fail "these do not have $option"; fi
+done
+
+# Control-flow enforcement is a matter of x86. The library keeps its note only when every object in
+# it has one: with 32 bits the C library's own part for the stack protector has none.
+if [[ ${options[*]} == *-fcf-protection* ]]; then
+  if defines '' __x86_64__; then says "$library" 'x86 feature:.*IBT, SHSTK' readelf -nW; fi
+  members=$(ar t "$archive" | wc -l)
+  noted=$(readelf -nW "$archive" | grep -c 'x86 feature:.*IBT, SHSTK')
+  [[ $members -gt 0 && $members = "$noted" ]] || fail "$noted of $members members have the CET note"
+else
+  ! defines '' '__(x86_64|i386)__' || fail 'x86, and no -fcf-protection'
+fi
+
+# ---- By the linker -------------------------------------------------------------------------------
+
+for file in "$library" "${examples[@]}"; do
+  says "$file" 'GNU_RELRO' readelf -lW
+  says "$file" 'GNU_STACK .* RW +0x' readelf -lW
+  says "$file" 'BIND_NOW|FLAGS.*NOW' readelf -dW
+  if readelf -lW "$file" | grep -E 'LOAD .* RWE '; then fail "$file can change its own code"; fi
+done
+needed=$(readelf -dW "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs)
+[ "$needed" = libc.so.6 ] || fail "the library needs $needed"
+printf 'Hardened: the library, the archive and %d examples.\n' ${#examples[@]}
