@@ -1,12 +1,16 @@
 /* contact: a form for a message to the people of a site; what is wrong stands beside the field. The
  * messages go into the file that TARN_CONTACT_FILE names, a line for each (name, address, message,
- * URL-encoded), which the web server must be able to write and should not serve.
+ * URL-encoded), which the web server must be able to write and should not serve. It takes messages
+ * until it has STORE_BYTES.
  *
- *   cc -std=c99 -o contact contact.c -ltarn       (with page.h beside it)
+ *   cc -std=c99 -o contact contact.c -ltarn       (with page.h and store.h beside it)
  */
-#include "page.h"
+#include "store.h"
 
 enum { NAME, EMAIL, MESSAGE, FIELDS };
+enum { STORE_BYTES = 8 << 20 };
+
+static const char *const remarks[] = STORED_REMARKS("message");
 
 static int isText(const char *text) { return *text != '\0'; }
 
@@ -55,34 +59,38 @@ static void showForm(char *const *values, const char *const *problems) {
   puts("<p><button>Send</button></p>\n</form>");
 }
 
+/* Takes a message; gives the status, and what to tell the visitor when it was not kept. */
+static const char *takeMessage(TarnHandle *request, const char *path, char *const *values,
+                               const char **problems, const char **problem) {
+  const char *status = refuseForm(request, 0, problem);
+  if (status) return status;
+  for (int i = 0; i < FIELDS; i++) {
+    if (values[i] && strlen(values[i]) <= fields[i].most && fields[i].fits(values[i])) continue;
+    problems[i] = fields[i].problem;
+    *problem = "Your message was not sent: look at the fields with a remark.";
+  }
+  if (**problem) return "400 Bad Request";
+  const Stored stored = addLine(path, (const char *const *)values, FIELDS, STORE_BYTES);
+  *problem = remarks[stored];
+  return storedStatus(stored);
+}
+
 int main(void) {
   const char *path = getenv("TARN_CONTACT_FILE");
   TarnHandle request = 0;
-  const int taken = Tarn_new(&request) == TARN_OK && path;
   const int post = isMethod("POST");
   const int sent = strcmp(CgiEnv_getQueryString(NULL), "sent") == 0;
   char *values[FIELDS];
   const char *problems[FIELDS] = {NULL};
   const char *status = "200 OK";
   const char *problem = "";
-  for (int i = 0; i < FIELDS; i++) {
-    values[i] = field(&request, fields[i].name);
-    const int fits = values[i] && strlen(values[i]) <= fields[i].most && fields[i].fits(values[i]);
-    if (!post || fits) continue;
-    problems[i] = fields[i].problem;
-    status = "400 Bad Request";
-    problem = "Your message was not sent: look at the fields with a remark.";
-  }
-  if (!taken) {
+  Tarn_new(&request); /* refuseForm() tells whether it is whole */
+  for (int i = 0; i < FIELDS; i++) values[i] = field(&request, fields[i].name);
+  if (!path) {
     status = "500 Internal Server Error";
     problem = "TARN_CONTACT_FILE does not say where messages go.";
-  } else if (post && !*problem && !arrivedWhole(&request)) {
-    status = "400 Bad Request";
-    problem = "Your message did not arrive whole.";
-  } else if (post && !*problem &&
-             !addLine(openLines(path, F_WRLCK), (const char *const *)values, FIELDS)) {
-    status = "500 Internal Server Error";
-    problem = "Your message could not be kept.";
+  } else if (post) {
+    status = takeMessage(&request, path, values, problems, &problem);
   }
   if (post && !*problem) {
     seeOther("?sent");
@@ -98,5 +106,5 @@ int main(void) {
   }
   for (int i = 0; i < FIELDS; i++) free(values[i]);
   Tarn_delete(&request);
-  return fflush(stdout) == 0 ? 0 : 1;
+  return endAnswer();
 }

@@ -3,11 +3,16 @@
  * URL-encoded), which the web server must be able to write and should not serve. It does what
  * contact.c does, and they can share the file.
  *
- *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn         (with page.h, page.hpp)
+ *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn
+ *
+ * with page.h, store.h and page.hpp beside it.
  */
 #include "page.hpp"
 
 using tarn::Attribute, tarn::Element;
+
+constexpr off_t kStoreBytes = 8 << 20;
+constexpr const char *kRemarks[] = STORED_REMARKS("message");
 
 static bool is_text(std::string_view text) { return !text.empty(); }
 
@@ -57,20 +62,19 @@ static Element row(const Field &field, std::string_view value, bool wrong) {
   return row;
 }
 
-static Outcome take(tarn::Request &request, const char *path, bool fits) {
-  if (!request || !path) return {500, "TARN_CONTACT_FILE does not say where messages go."};
+static Outcome take(tarn::Request &request, const char *path, bool fits, const SeeOther &there) {
+  const Outcome refused = refuse(request);
+  if (refused.status != 0) return refused;
   if (!fits) return {400, "Your message was not sent: look at the fields with a remark."};
-  if (!is_post(request)) return {200, nullptr};
-  if (!arrivedWhole(request.handle())) return {400, "Your message did not arrive whole."};
-  const bool kept =
-      add_line(path, {field(request, "name"), field(request, "email"), field(request, "message")});
-  if (!kept) return {500, "Your message could not be kept."};
-  return {303, nullptr};
+  if (!there.ready()) return {500, kRemarks[NOT_STORED]};
+  return keep_line(path,
+                   {field(request, "name"), field(request, "email"), field(request, "message")},
+                   kStoreBytes, kRemarks);
 }
 
 int main() {
   tarn::Request request;
-  const tarn::Environment environment = request.environment();
+  const char *path = getenv("TARN_CONTACT_FILE");
   /* The server judges, so that it can say what is wrong in its own words: novalidate. */
   Element form("form", Attribute("method", "post"), Attribute("novalidate"));
   bool fits = true;
@@ -81,14 +85,16 @@ int main() {
     fits = fits && !wrong;
   }
   form.add(Element("p", Element("button", "Send")));
-  const Outcome outcome = take(request, getenv("TARN_CONTACT_FILE"), fits);
-  if (outcome.status == 303) {
-    const tarn::Text here = tarn::escape_path(environment.script_name());
-    tarn::String there(here.view());
-    return there.append("?sent") && tarn::Response().redirect(there.view()).send() ? 0 : 1;
+  Outcome outcome{200, nullptr};
+  if (!path) {
+    outcome = {500, "TARN_CONTACT_FILE does not say where messages go."};
+  } else if (is_post(request)) {
+    const SeeOther there(request, "?sent");
+    outcome = take(request, path, fits, there);
+    if (outcome.status == 303) return there.send() ? 0 : 1;
   }
   tarn::ElementList content;
-  if (!is_post(request) && environment.query_string() == "sent") {
+  if (!is_post(request) && request.environment().query_string() == "sent") {
     content.add(Element("p", Attribute("role", "status"), "Thank you, we have your message."));
   }
   content.add(std::move(form));

@@ -1,29 +1,33 @@
 /* counter: tells each visitor which number they are. The count stands in the file that
  * TARN_COUNTER_FILE names, with FILE.lock and FILE.new beside it: the web server must be able to
- * write their folder, and should not serve it.
+ * write their folder, and should not serve it. It never needs more room than one number.
  *
- *   cc -std=c99 -o counter counter.c -ltarn       (with page.h beside it)
+ *   cc -std=c99 -o counter counter.c -ltarn       (with page.h and store.h beside it)
  */
-#include "page.h"
+#include "store.h"
 
-#include <errno.h>
+enum { COUNT_BYTES = 20 }; /* 18 digits, a line end and a zero byte */
 
 /* The count that stands in the file: 0 when there is none, -1 when it is no count. */
 static long long readCount(const char *path) {
-  FILE *in = fopen(path, "r");
-  long long count = -1;
-  char end = 0;
-  if (!in) return errno == ENOENT ? 0 : -1;
-  if (fscanf(in, "%18lld%c", &count, &end) != 2 || end != '\n') count = -1;
-  fclose(in);
-  return count;
+  const int file = openRegular(path, O_RDONLY);
+  char text[COUNT_BYTES] = "";
+  if (file < 0) return errno == ENOENT ? 0 : -1;
+  const ssize_t got = read(file, text, sizeof text - 1);
+  const size_t digits = strspn(text, "0123456789");
+  close(file);
+  return got == (ssize_t)digits + 1 && digits > 0 && text[digits] == '\n' ? atoll(text) : -1;
 }
 
 /* The new count is whole on the disk before it takes the place of the old one: a crash leaves the
  * one or the other. */
 static int writeCount(const char *path, const char *fresh, long long count) {
-  FILE *out = fopen(fresh, "w");
-  return out && closeWritten(out, fprintf(out, "%lld\n", count) > 0) && rename(fresh, path) == 0;
+  char text[COUNT_BYTES];
+  const int length = snprintf(text, sizeof text, "%lld\n", count);
+  const int file = length < COUNT_BYTES ? openFresh(fresh) : -1;
+  const int whole = file >= 0 && write(file, text, (size_t)length) == length && fsync(file) == 0;
+  if (file >= 0) close(file);
+  return whole && rename(fresh, path) == 0;
 }
 
 /* Counts one more, with nobody else between reading and writing; -1 when it cannot. The lock is on
@@ -33,11 +37,11 @@ static long long countOn(const char *path) {
   char *fresh = NULL;
   long long count = -1;
   if (tarn_asprintf(&lock, "%s.lock", path) && tarn_asprintf(&fresh, "%s.new", path)) {
-    FILE *locked = openLines(lock, F_WRLCK);
-    if (locked) {
+    const int locked = openStore(lock, F_WRLCK);
+    if (locked >= 0) {
       count = readCount(path);
       if (count >= 0 && !writeCount(path, fresh, ++count)) count = -1;
-      fclose(locked);
+      close(locked);
     }
   }
   free(lock);
@@ -59,5 +63,5 @@ int main(void) {
     }
     endPage();
   }
-  return fflush(stdout) == 0 ? 0 : 1;
+  return endAnswer();
 }

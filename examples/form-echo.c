@@ -152,5 +152,5 @@ int main(void) {
     if (!plain) endPage();
   }
   Tarn_delete(&request);
-  return fflush(stdout) == 0 ? 0 : 1;
+  return endAnswer();
 }

@@ -1,27 +1,27 @@
 /* guestbook: a page on which guests leave a line; a cookie remembers their name if they like. The
  * entries stand in the file that TARN_GUESTBOOK_FILE names, which the web server must be able to
- * write and should not serve.
+ * write and should not serve. It takes entries until it has STORE_BYTES.
  *
- *   cc -std=c99 -o guestbook guestbook.c -ltarn       (with page.h beside it)
+ *   cc -std=c99 -o guestbook guestbook.c -ltarn       (with page.h and store.h beside it)
  */
-#include "page.h"
+#include "store.h"
 
-enum { NAME_BYTES = 120, MESSAGE_BYTES = 4000, YEAR_SECONDS = 31536000 };
+enum { NAME_BYTES = 120, MESSAGE_BYTES = 4000, STORE_BYTES = 8 << 20, YEAR_SECONDS = 31536000 };
 
-static void showEntries(const char *path) {
-  FILE *lines = openLines(path, F_RDLCK);
+static const char *const remarks[] = STORED_REMARKS("entry");
+
+static void showEntries(Lines *lines) {
   char *entry[2];
-  if (!lines) puts("<p>No entries yet.</p>");
-  while (readLine(lines, entry, 2)) {
+  if (!*lines->next) puts("<p>No entries yet.</p>");
+  if (lines->from)
+    printf("<p><a href=\"?before=%lld\">Older entries</a></p>\n", (long long)lines->from);
+  while (takeLine(lines, entry, 2)) {
     fputs("<article><h2 dir=\"auto\">", stdout);
     putEscaped(entry[0], stdout);
     fputs("</h2><p dir=\"auto\">", stdout);
     putEscaped(entry[1], stdout);
     puts("</p></article>");
-    free(entry[0]);
-    free(entry[1]);
   }
-  if (lines) fclose(lines);
 }
 
 static void showForm(const char *name, const char *message) {
@@ -41,45 +41,60 @@ static void showForm(const char *name, const char *message) {
 
 static int fits(const char *text, size_t most) { return text && *text && strlen(text) <= most; }
 
+/* Takes an entry; gives the status, and what to tell the visitor when it was not kept. */
+static const char *takeEntry(TarnHandle *request, const char *path, const char *const *entry,
+                             const char **problem) {
+  const char *status = refuseForm(request, 0, problem);
+  if (status) return status;
+  if (!fits(entry[0], NAME_BYTES) || !fits(entry[1], MESSAGE_BYTES)) {
+    *problem = "A short name and a message, please.";
+    return "400 Bad Request";
+  }
+  const Stored stored = addLine(path, entry, 2, STORE_BYTES);
+  *problem = remarks[stored];
+  return storedStatus(stored);
+}
+
 int main(void) {
   const char *path = getenv("TARN_GUESTBOOK_FILE");
   TarnHandle request = 0;
-  const int taken = Tarn_new(&request) == TARN_OK && path;
+  Tarn_new(&request); /* refuseForm() tells whether it is whole */
   const int post = isMethod("POST");
   char *name = post ? field(&request, "name") : stripString(cookieValue(&request, "guest"));
-  char *message = field(&request, "message");
-  const char *entry[] = {name, message};
+  char *message = post ? field(&request, "message") : NULL;
+  char *before = post ? NULL : field(&request, "before");
+  const char *const entry[] = {name, message};
+  const int remember = Tarn_queryCheckbox(&request, "remember") != 0;
   const char *status = "200 OK";
   const char *problem = "";
-  if (!taken) {
+  Lines lines = {NULL, NULL, 0};
+  if (!path) {
     status = "500 Internal Server Error";
     problem = "TARN_GUESTBOOK_FILE does not say where the entries are.";
-  } else if (post && !(fits(name, NAME_BYTES) && fits(message, MESSAGE_BYTES))) {
-    status = "400 Bad Request";
-    problem = "A short name and a message, please.";
-  } else if (post && !arrivedWhole(&request)) {
-    status = "400 Bad Request";
-    problem = "Your entry did not arrive whole.";
-  } else if (post && !addLine(openLines(path, F_WRLCK), entry, 2)) {
-    status = "500 Internal Server Error";
-    problem = "Your entry could not be kept.";
+  } else if (post) {
+    status = takeEntry(&request, path, entry, &problem);
   }
   if (post && !*problem) {
-    const int remember = Tarn_queryCheckbox(&request, "remember") != 0;
     seeOther("");
-    setCookie("guest", remember ? name : "", remember ? YEAR_SECONDS : 0);
+    setCookie(&request, "guest", remember ? name : "", remember ? YEAR_SECONDS : 0);
     puts("");
   } else {
+    if (path && !readLines(path, before && *before ? atoll(before) : -1, &lines) && !*problem) {
+      status = "500 Internal Server Error";
+      problem = "The entries cannot be read.";
+    }
     printf("Status: %s\n", status);
     if (beginPage("Guestbook")) {
       showProblem(problem);
       showForm(name, message);
-      showEntries(path ? path : "");
+      if (lines.next) showEntries(&lines);
       endPage();
     }
   }
+  free(lines.text);
+  free(before);
   free(name);
   free(message);
   Tarn_delete(&request);
-  return fflush(stdout) == 0 ? 0 : 1;
+  return endAnswer();
 }

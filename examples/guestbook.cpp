@@ -2,27 +2,30 @@
  * entries stand in the file that TARN_GUESTBOOK_FILE names, which the web server must be able to
  * write and should not serve. It does what guestbook.c does, and they can share the file.
  *
- *   cc -std=c++17 -fno-exceptions -o guestbook guestbook.cpp -ltarn     (with page.h, page.hpp)
+ *   cc -std=c++17 -fno-exceptions -o guestbook guestbook.cpp -ltarn
+ *
+ * with page.h, store.h and page.hpp beside it.
  */
 #include "page.hpp"
 
 using tarn::Attribute, tarn::Element;
 
 constexpr std::size_t kNameBytes = 120, kMessageBytes = 4000;
+constexpr off_t kStoreBytes = 8 << 20;
 constexpr int kYear = 365 * 24 * 60 * 60;
+constexpr const char *kRemarks[] = STORED_REMARKS("entry");
 
-static tarn::Text owned(char *text) { return {tarn::adopt, text, text ? strlen(text) : 0}; }
-
-static void show_entries(const char *path, tarn::ElementList &content) {
-  FILE *lines = openLines(path, F_RDLCK);
-  if (!lines) content.add(Element("p", "No entries yet."));
-  for (char *entry[2]; readLine(lines, entry, 2);) {
-    const tarn::Text name = owned(entry[0]);
-    const tarn::Text message = owned(entry[1]);
-    content.add(Element("article", Element("h2", Attribute("dir", "auto"), name.view()),
-                        Element("p", Attribute("dir", "auto"), message.view())));
+static void show_entries(Lines &lines, tarn::ElementList &content) {
+  char older[32];
+  if (!*lines.next) content.add(Element("p", "No entries yet."));
+  snprintf(older, sizeof older, "?before=%lld", static_cast<long long>(lines.from));
+  if (lines.from > 0) {
+    content.add(Element("p", Element("a", Attribute("href", older), "Older entries")));
   }
-  if (lines) fclose(lines);
+  for (char *entry[2]; takeLine(&lines, entry, 2);) {
+    content.add(Element("article", Element("h2", Attribute("dir", "auto"), entry[0]),
+                        Element("p", Attribute("dir", "auto"), entry[1])));
+  }
 }
 
 static Element control(const char *tag, const char *name) {
@@ -48,32 +51,45 @@ static bool fits(std::string_view text, std::size_t most) {
 }
 
 static Outcome take(tarn::Request &request, const char *path, std::string_view name,
-                    std::string_view message) {
-  if (!request || !path) return {500, "TARN_GUESTBOOK_FILE does not say where the entries are."};
-  if (!is_post(request)) return {200, nullptr};
+                    std::string_view message, const SeeOther &there) {
+  const Outcome refused = refuse(request);
+  if (refused.status != 0) return refused;
   const bool fit = fits(name, kNameBytes) && fits(message, kMessageBytes);
   if (!fit) return {400, "A short name and a message, please."};
-  if (!arrivedWhole(request.handle())) return {400, "Your entry did not arrive whole."};
-  if (!add_line(path, {name, message})) return {500, "Your entry could not be kept."};
-  return {303, nullptr};
+  if (!there.ready()) return {500, kRemarks[NOT_STORED]};
+  return keep_line(path, {name, message}, kStoreBytes, kRemarks);
+}
+
+static bool answer_form(tarn::Request &request, const char *path, Outcome &outcome) {
+  const std::string_view name = field(request, "name");
+  const bool remember = request.checked("remember");
+  tarn::SetCookie guest("guest", remember ? name : "");
+  guest.max_age(remember ? kYear : 0);
+  if (request.environment().https()) guest.secure();
+  const SeeOther there(request, "", &guest);
+  outcome = take(request, path, name, field(request, "message"), there);
+  return outcome.status == 303 && there.send();
 }
 
 int main() {
   tarn::Request request;
   const char *path = getenv("TARN_GUESTBOOK_FILE");
-  const std::string_view message = field(request, "message");
+  Outcome outcome{200, nullptr};
+  if (!path) outcome = {500, "TARN_GUESTBOOK_FILE does not say where the entries are."};
+  if (path && is_post(request)) {
+    const bool sent = answer_form(request, path, outcome);
+    if (outcome.status == 303) return sent ? 0 : 1;
+  }
   const std::string_view name =
       is_post(request) ? field(request, "name") : stripped(request.cookie("guest").value_or(""));
-  const Outcome outcome = take(request, path, name, message);
-  if (outcome.status == 303) {
-    const bool remember = request.checked("remember");
-    const tarn::Text here = tarn::escape_path(request.environment().script_name());
-    tarn::SetCookie guest("guest", remember ? name : "");
-    guest.max_age(remember ? kYear : 0);
-    return tarn::Response().redirect(here.view()).cookie(guest).send() ? 0 : 1;
-  }
+  const char *before = is_post(request) ? "" : request["before"].value_or("").data();
+  Lines lines{nullptr, nullptr, 0};
   tarn::ElementList content;
-  content.add(form(name, message));
-  show_entries(path ? path : "", content);
-  return send_page("Guestbook", outcome, std::move(content)) ? 0 : 1;
+  content.add(form(name, is_post(request) ? field(request, "message") : ""));
+  const bool read = path && readLines(path, *before ? atoll(before) : -1, &lines);
+  if (path && !read && !outcome.problem) outcome = {500, "The entries cannot be read."};
+  if (read) show_entries(lines, content);
+  const bool sent = send_page("Guestbook", outcome, std::move(content));
+  free(lines.text);
+  return sent ? 0 : 1;
 }

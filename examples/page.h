@@ -1,5 +1,6 @@
 /* page.h: what the example scripts share. It comes before every other header, stands beside the
- * script when that is compiled, and reads as C99 and as C++.
+ * script when that is compiled, and reads as C99 and as C++. store.h is its other half, for scripts
+ * that keep something.
  */
 #ifndef PAGE_H
 #define PAGE_H
@@ -7,12 +8,12 @@
 #ifndef _POSIX_C_SOURCE
 #define _POSIX_C_SOURCE 200809L
 #endif
-#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
+#include <sys/random.h>
 #include <tarn.h>
-#include <unistd.h>
 
 /* ---- What a visitor sent ------------------------------------------------------------------- */
 
@@ -42,43 +43,64 @@ static inline const char *cookieValue(TarnHandle *request, const char *name) {
   return "";
 }
 
-/* A body whose sender hung up is the beginning of a form, filled up with zero bytes. A whole one
- * ends in its closing boundary, or, URL-encoded, in a byte that is not zero. */
+/* True when the whole form is in the request. A body that ended early is not, nor is one of which
+ * something did not fit into memory. A multipart body has to end in its closing boundary, too. */
 static inline int arrivedWhole(TarnHandle *request) {
   TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
   TarnHandle body = CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
   const char *bytes = (const char *)CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC);
   size_t length = CGIgs_getInt(&body, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
   const char *boundary = strstr(CgiEnv_getContentType(NULL), "boundary=");
-  if (!bytes || !length) return 0;
-  if (!boundary) return bytes[length - 1] != '\0';
+  if (!Tarn_isComplete(request)) return 0;
+  if (!boundary) return 1;
   boundary += strlen("boundary=");
   const size_t closing = strlen(boundary) + 4;
   if (length >= 2 && memcmp(bytes + length - 2, "\r\n", 2) == 0) length -= 2;
-  if (length < closing) return 0;
+  if (!bytes || length < closing) return 0;
   bytes += length - closing;
   return memcmp(bytes, "--", 2) == 0 && memcmp(bytes + 2, boundary, closing - 4) == 0 &&
          memcmp(bytes + closing - 2, "--", 2) == 0;
 }
 
-enum { HARMLESS_BYTES = 101 }; /* with the zero at the end */
-#define HARMLESS_LETTERS "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-."
-
-/* A stranger's name for a file is a hint at best. Of what stands after its last slash, letters,
- * digits and three marks stay as they are; a dot or a dash at the front would hide the file or pass
- * for an option, and goes. `name` has room for HARMLESS_BYTES. */
-static inline void makeHarmless(const char *sent, char *name) {
-  for (const char *c = sent; *c; c++)
-    if (*c == '/' || *c == '\\') sent = c + 1;
-  sent += strspn(sent, ".-");
-  snprintf(name, HARMLESS_BYTES, "%s", *sent ? sent : "file");
-  for (; *name; name++)
-    if (!strchr(HARMLESS_LETTERS, *name)) *name = '_';
+/* True when a page of another site sent the form, with the visitor's cookies but without the
+ * visitor's will. Browsers tell in Sec-Fetch-Site, older ones in Origin; what tells neither is no
+ * browser of today, and has no cookies that it could be made to send. */
+static inline int sentByAnotherSite(void) {
+  const char *site = getenv("HTTP_SEC_FETCH_SITE");
+  const char *origin = getenv("HTTP_ORIGIN");
+  const char *host = getenv("HTTP_HOST");
+  const char *port = getenv("SERVER_PORT");
+  if (site && *site) return strcmp(site, "same-origin") != 0 && strcmp(site, "none") != 0;
+  if (!origin || !*origin) return 0;
+  const char *sender = strstr(origin, "://");
+  if (!sender || !host) return 1;
+  sender += strlen("://");
+  const size_t length = strlen(host);
+  if (strncasecmp(sender, host, length) != 0) return 1;
+  /* Debian's nginx takes the port off the host. */
+  return sender[length] && !(sender[length] == ':' && port && !strcmp(sender + length + 1, port));
 }
 
-/* True for the names that makeHarmless() makes. */
-static inline int isHarmless(const char *name) {
-  return *name && !strchr(".-", *name) && !name[strspn(name, HARMLESS_LETTERS)];
+/* Why a form is not taken, whatever is in it: the status, and what to tell the visitor. Null when
+ * it may be looked at. A text in a multipart form ends at its first CR LF: a message of two lines
+ * would lose one, so only a script that asks for files takes such a form. */
+static inline const char *refuseForm(TarnHandle *request, int multipart, const char **problem) {
+  const char *boundary = strstr(CgiEnv_getContentType(NULL), "boundary=");
+  if (sentByAnotherSite()) {
+    *problem = "This form was sent by a page of another site, so nothing was kept.";
+    return "403 Forbidden";
+  }
+  if (!arrivedWhole(request)) {
+    *problem = "The form did not arrive whole, so nothing was kept.";
+    return "400 Bad Request";
+  }
+  if ((boundary != NULL) != multipart) {
+    *problem = multipart
+                   ? "This form has no files, so nothing was kept."
+                   : "In a multipart form a text ends at its first line, so nothing was kept.";
+    return "415 Unsupported Media Type";
+  }
+  return NULL;
 }
 
 /* ---- The answer ---------------------------------------------------------------------------- */
@@ -98,19 +120,30 @@ static inline void putEscaped(const char *text, FILE *out) {
 }
 
 /* For a header, a URL or a line of a file: what comes out holds no white space and no control
- * characters, so nobody can add a header or a line. unescapeString() is the way back. */
+ * characters, so nobody can add a header or a line. unescapeString() is the way back. `code` has
+ * room for 4 bytes; gives how many are used, without the zero byte at the end. */
+static inline size_t encode(char byte, char *code) {
+  const unsigned char c = (unsigned char)byte;
+  const int plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+  return (size_t)snprintf(code, 4, plain || strchr("-._~/", c) ? "%c" : "%%%02X", c);
+}
+
 static inline void putEncoded(const char *text, FILE *out) {
+  char code[4];
   for (; text && *text; text++) {
-    const unsigned char c = (unsigned char)*text;
-    const int plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    fprintf(out, plain || strchr("-._~/", c) ? "%c" : "%%%02X", c);
+    const size_t length = encode(*text, code);
+    fwrite(code, 1, length, out);
   }
 }
 
-static inline void setCookie(const char *name, const char *value, int seconds) {
+/* A cookie that came in over HTTPS is not to go back without it. */
+static inline void setCookie(TarnHandle *request, const char *name, const char *value,
+                             int seconds) {
+  TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
+  const int https = CGIgs_getInt(&environment, TARN_ENVIRONMENT_HTTPS, TARN_ENVIRONMENT_MAGIC) == 1;
   printf("Set-Cookie: %s=", name);
   putEncoded(value, stdout);
-  printf("; Max-Age=%d; HttpOnly; SameSite=Lax\n", seconds);
+  printf("; Max-Age=%d; HttpOnly; SameSite=Lax%s\n", seconds, https ? "; Secure" : "");
 }
 
 /* Sends the browser back to the page, so that reloading it does not send the form again. More
@@ -171,16 +204,33 @@ static inline void seeOther(const char *query) {
   "svg { max-width: 100%; fill: var(--text) }\n"                                                   \
   "rect { fill: var(--link) }\n"
 
+/* What the browser may run and load: the style sheet and the script that carry this answer's nonce,
+ * and this site. No other site may show the page in a frame, where a click could be stolen. */
+#define PAGE_POLICY                                                   \
+  "default-src 'none'; style-src 'nonce-%s'; script-src 'nonce-%s'; " \
+  "connect-src 'self'; form-action 'self'; frame-ancestors 'none'; base-uri 'none'"
+
+/* A text that nobody can guess, another one in each answer. Without random numbers it is empty, and
+ * the page comes without its style. */
+static inline const char *pageNonce(void) {
+  static char nonce[33];
+  unsigned char bytes[16];
+  if (!*nonce && getrandom(bytes, sizeof bytes, 0) == (ssize_t)sizeof bytes)
+    for (size_t i = 0; i < sizeof bytes; i++) snprintf(nonce + 2 * i, 3, "%02x", bytes[i]);
+  return nonce;
+}
+
 /* Ends the headers and begins a page; false when the client asked for no more than the headers. */
 static inline int beginPage(const char *title) {
+  printf("Content-Security-Policy: " PAGE_POLICY "\n", pageNonce(), pageNonce());
   puts("X-Content-Type-Options: nosniff\nContent-Type: text/html; charset=utf-8\n");
   if (isMethod("HEAD")) return 0;
   printf(
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
       "<meta name=\"viewport\" content=\"" PAGE_VIEWPORT
       "\">\n"
-      "<title>%s</title>\n<style>\n%s</style>\n</head>\n<body>\n<main>\n<h1>%s</h1>\n",
-      title, PAGE_STYLE, title);
+      "<title>%s</title>\n<style nonce=\"%s\">\n%s</style>\n</head>\n<body>\n<main>\n<h1>%s</h1>\n",
+      title, pageNonce(), PAGE_STYLE, title);
   return 1;
 }
 
@@ -190,80 +240,7 @@ static inline void showProblem(const char *problem) {
 
 static inline void endPage(void) { puts("</main>\n</body>\n</html>"); }
 
-/* ---- Files ----------------------------------------------------------------------------------
- *
- * A file of lines has some texts in each, none of them empty.
- */
-
-/* Closes a file that was written; true when every byte of it is on the disk. */
-static inline int closeWritten(FILE *out, int written) {
-  written = written && fflush(out) == 0 && fsync(fileno(out)) == 0;
-  return fclose(out) == 0 && written;
-}
-
-static inline int lockFile(int file, short type) {
-  struct flock lock;
-  memset(&lock, 0, sizeof lock);
-  lock.l_type = type;
-  lock.l_whence = SEEK_SET;
-  return fcntl(file, F_SETLKW, &lock) == 0;
-}
-
-/* Opens a file to read its lines (F_RDLCK) or to add one (F_WRLCK); null when it cannot. Nobody
- * adds to it until it is closed, and nobody reads it while one is added. */
-static inline FILE *openLines(const char *path, short lock) {
-  const int flags = lock == F_RDLCK ? O_RDONLY : O_RDWR | O_CREAT | O_APPEND;
-  const int file = open(path, flags | O_CLOEXEC, 0600);
-  FILE *lines = file >= 0 && lockFile(file, lock) ? fdopen(file, "r") : NULL;
-  if (!lines && file >= 0) close(file);
-  return lines;
-}
-
-/* Reads the next line into `count` texts, to be freed; false at the end. What has no line end yet
- * is no line. */
-static inline int readLine(FILE *lines, char **texts, size_t count) {
-  char *line = NULL;
-  size_t size = 0;
-  const int whole = lines && getline(&line, &size, lines) > 0 && strchr(line, '\n');
-  for (size_t i = 0; whole && i < count; i++)
-    texts[i] = unescapeString(strtok(i ? NULL : line, " \n"));
-  free(line);
-  return whole;
-}
-
-/* Where the last whole line ends: a script that is killed may leave the beginning of another. */
-static inline off_t endOfLines(int file) {
-  off_t end = lseek(file, 0, SEEK_END);
-  for (char last; end > 0 && pread(file, &last, 1, end - 1) == 1 && last != '\n';) end--;
-  return end;
-}
-
-/* Adds a whole line, with its end, to what openLines() gave, and closes that. All of it is on the
- * disk, or nothing and the answer is false. */
-static inline int appendLine(FILE *lines, const char *line, size_t length) {
-  if (!lines) return 0;
-  const int file = fileno(lines);
-  const off_t end = endOfLines(file);
-  const int done =
-      ftruncate(file, end) == 0 && write(file, line, length) == (ssize_t)length && fsync(file) == 0;
-  if (!done && ftruncate(file, end) != 0) perror("a torn line stays");
-  return fclose(lines) == 0 && done;
-}
-
-/* The same of a line that is made of texts. */
-static inline int addLine(FILE *lines, const char *const *texts, size_t count) {
-  char *line = NULL;
-  size_t length = 0;
-  FILE *out = open_memstream(&line, &length);
-  for (size_t i = 0; out && i < count; i++) {
-    putEncoded(texts[i], out);
-    fputc(i + 1 < count ? ' ' : '\n', out);
-  }
-  const int made = out && fclose(out) == 0;
-  const int added = made && appendLine(lines, line, length);
-  if (!made && lines) fclose(lines);
-  free(line);
-  return added;
-}
+/* What main() returns: 0 when all of the answer is written. */
+static inline int endAnswer(void) { return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1; }
 
 #endif

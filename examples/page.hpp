@@ -1,10 +1,10 @@
-/* page.hpp: what the example scripts in C++ share, over page.h. Both stand beside the script when
- * that is compiled.
+/* page.hpp: what the example scripts in C++ share, over page.h and store.h. All three stand beside
+ * the script when that is compiled.
  */
 #ifndef PAGE_HPP
 #define PAGE_HPP
 
-#include "page.h"
+#include "store.h"
 
 #include <tarn.hpp>
 
@@ -36,25 +36,70 @@ inline bool send_page(const char *title, const Outcome &outcome, tarn::ElementLi
   using tarn::Attribute, tarn::Element;
   Element head("head", Element("meta", Attribute("charset", "utf-8")));
   head.add(Element("meta", Attribute("name", "viewport"), Attribute("content", PAGE_VIEWPORT)));
-  head.add(Element("title", title)).add(Element("style", tarn::Raw(PAGE_STYLE)));
+  head.add(Element("title", title));
+  head.add(Element("style", Attribute("nonce", pageNonce()), tarn::Raw(PAGE_STYLE)));
   Element main("main", Element("h1", title));
   if (outcome.problem) main.add(Element("p", Attribute("role", "alert"), outcome.problem));
   main.add(std::move(content));
   const Element page("html", Attribute("lang", "en"), std::move(head),
                      Element("body", std::move(main)));
-  return tarn::Response().status(outcome.status).nosniff().send(page);
+  char policy[sizeof PAGE_POLICY + 64];
+  snprintf(policy, sizeof policy, PAGE_POLICY, pageNonce(), pageNonce());
+  tarn::Response response;
+  response.status(outcome.status).nosniff().content_security_policy(policy);
+  return response.send(page);
 }
 
-/* Adds a line of texts to a file; false when it is not on the disk, as a whole. */
-inline bool add_line(const char *path, std::initializer_list<std::string_view> texts) {
+/* Why a form is not taken, whatever is in it; the status is 0 when it may be looked at. */
+inline Outcome refuse(tarn::Request &request) {
+  const char *problem = nullptr;
+  const char *status = refuseForm(request.handle(), 0, &problem);
+  return {status ? atoi(status) : 0, problem};
+}
+
+/* The way back to the page after a form was taken. It is made before anything is stored: once that
+ * is done, memory that runs out cannot turn the confirmation into a failure. */
+class SeeOther {
+ public:
+  explicit SeeOther(const tarn::Request &request, std::string_view query = {},
+                    const tarn::SetCookie *cookie = nullptr) {
+    const tarn::Text here = tarn::escape_path(request.environment().script_name());
+    tarn::String there(here.view());
+    FILE *out = fmemopen(text_, sizeof text_, "w");
+    if (!out) return;
+    tarn::Response response(out);
+    const bool whole =
+        here && there.append(query) && there.size() == here.view().size() + query.size();
+    response.redirect(there.view());
+    if (cookie) response.cookie(*cookie);
+    ready_ = response.send() && whole;
+    size_ = static_cast<std::size_t>(ftell(out));
+    fclose(out);
+  }
+
+  bool ready() const { return ready_; }
+  bool send() const { return fwrite(text_, 1, size_, stdout) == size_ && fflush(stdout) == 0; }
+
+ private:
+  char text_[16384];
+  std::size_t size_ = 0;
+  bool ready_ = false;
+};
+
+/* Keeps a line of texts in a file of up to `most` bytes; gives status 303 when it is on the disk. */
+inline Outcome keep_line(const char *path, std::initializer_list<std::string_view> texts,
+                         off_t most, const char *const *remarks) {
   tarn::String line;
+  bool made = true;
   for (const std::string_view text : texts) {
     const tarn::Text encoded = tarn::escape_url(text);
-    if (!encoded || !line.append(line.empty() ? "" : " ") || !line.append(encoded.view())) {
-      return false;
-    }
+    made = made && encoded && line.append(line.empty() ? "" : " ") && line.append(encoded.view());
   }
-  return line.append("\n") && appendLine(openLines(path, F_WRLCK), line.c_str(), line.size());
+  made = made && line.append("\n");
+  const int file = made ? openStore(path, F_WRLCK) : -1;
+  const Stored stored = file < 0 ? NOT_STORED : appendLine(file, line.c_str(), line.size(), most);
+  if (file >= 0) close(file);
+  return {atoi(storedStatus(stored)), remarks[stored]};
 }
 
 #endif

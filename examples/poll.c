@@ -1,14 +1,16 @@
 /* poll: one question, a vote for each visitor, and the votes as a chart. A cookie tells visitors
  * apart: who deletes it may vote again. The votes stand in the file that TARN_POLL_FILE names, a
- * line for each, which the web server must be able to write and should not serve.
+ * line for each, which the web server must be able to write and should not serve. It takes votes
+ * until it has STORE_BYTES: each request reads them all.
  *
- *   cc -std=c99 -o poll poll.c -ltarn       (with page.h beside it)
+ *   cc -std=c99 -o poll poll.c -ltarn       (with page.h and store.h beside it)
  */
-#include "page.h"
+#include "store.h"
 
 #include <sys/random.h>
 
 enum { CHOICES = 3, ID_BYTES = 16, ID_DIGITS = 32, YEAR_SECONDS = 31536000 };
+enum { STORE_BYTES = 1 << 20 };
 
 static const struct {
   const char *name;
@@ -21,27 +23,49 @@ static int choiceNamed(const char *name) {
   return -1;
 }
 
-/* Counts the votes; gives the visitor's own, or -1. */
-static int countVotes(FILE *lines, const char *visitor, unsigned votes[CHOICES]) {
-  char *vote[2];
-  int own = -1;
-  while (readLine(lines, vote, 2)) {
-    const int choice = choiceNamed(vote[1]);
-    if (choice >= 0) votes[choice]++;
-    if (choice >= 0 && vote[0] && strcmp(vote[0], visitor) == 0) own = choice;
-    free(vote[0]);
-    free(vote[1]);
+static const char *const remarks[] = STORED_REMARKS("vote");
+
+typedef struct {
+  unsigned count[CHOICES];
+  int own; /* the visitor's, or -1 */
+} Votes;
+
+/* Counts the votes, in lines of an id and a choice; false when they cannot be read. */
+static int countVotes(FILE *lines, const char *visitor, Votes *votes) {
+  char line[256];
+  *votes = (Votes){{0}, -1};
+  while (lines && fgets(line, sizeof line, lines)) {
+    char *name = strchr(line, ' ');
+    char *end = name ? strchr(name, '\n') : NULL;
+    if (!end) continue;
+    *name++ = *end = '\0';
+    const int choice = choiceNamed(name);
+    if (choice >= 0) votes->count[choice]++;
+    if (choice >= 0 && strcmp(line, visitor) == 0) votes->own = choice;
   }
-  return own;
+  return lines && !ferror(lines);
+}
+
+static FILE *openVotes(const char *path, short lock) {
+  const int file = openStore(path, lock);
+  FILE *lines = file < 0 ? NULL : fdopen(file, "r");
+  if (file >= 0 && !lines) close(file);
+  return lines;
 }
 
 /* Keeps a vote, unless the visitor has one: a form sent twice counts once. */
-static int keepVote(const char *path, const char *visitor, int choice) {
-  FILE *lines = openLines(path, F_WRLCK);
-  unsigned votes[CHOICES] = {0};
+static Stored keepVote(const char *path, const char *visitor, int choice) {
   const char *const vote[] = {visitor, choices[choice].name};
-  if (countVotes(lines, visitor, votes) < 0) return addLine(lines, vote, 2);
-  return fclose(lines) == 0;
+  size_t length = 0;
+  Votes votes;
+  Stored stored = NOT_STORED;
+  char *line = makeLine(vote, 2, &length);
+  FILE *lines = line ? openVotes(path, F_WRLCK) : NULL;
+  if (lines && countVotes(lines, visitor, &votes))
+    stored = votes.own >= 0 ? STORED : appendLine(fileno(lines), line, length, STORE_BYTES);
+  if (lines) fclose(lines);
+  free(line);
+  return stored;
 }
 
 /* An id is 16 random bytes: nobody can guess it, or take another visitor's vote. It is not signed:
@@ -87,18 +111,23 @@ static void showChart(const unsigned *votes) {
   puts("</svg>");
 }
 
-static void showPage(const char *path, const char *visitor, const char *problem) {
-  FILE *lines = openLines(path, F_RDLCK);
-  unsigned votes[CHOICES] = {0};
-  const int own = countVotes(lines, visitor, votes);
+/* The votes as they stand; false when they cannot be read. Without a file there are none. */
+static int readVotes(const char *path, const char *visitor, Votes *votes) {
+  FILE *lines = openVotes(path, F_RDLCK);
+  const int none = !lines && errno == ENOENT;
+  const int counted = countVotes(lines, visitor, votes);
   if (lines) fclose(lines);
+  return counted || none;
+}
+
+static void showPage(const Votes *votes, const char *problem) {
   showProblem(problem);
-  if (own >= 0) {
-    printf("<p>You voted for %s.</p>\n", choices[own].label);
+  if (votes->own >= 0) {
+    printf("<p>You voted for %s.</p>\n", choices[votes->own].label);
   } else {
     showForm();
   }
-  showChart(votes);
+  showChart(votes->count);
   puts(
       "<p>A random number in a cookie tells visitors apart. It is not signed: whoever deletes the "
       "cookie or makes one up can vote again.</p>");
@@ -108,7 +137,7 @@ static void showPage(const char *path, const char *visitor, const char *problem)
 int main(void) {
   const char *path = getenv("TARN_POLL_FILE");
   TarnHandle request = 0;
-  const int taken = Tarn_new(&request) == TARN_OK && path;
+  Tarn_new(&request); /* refuseForm() tells whether it is whole */
   const int post = isMethod("POST");
   const char *visitor = cookieValue(&request, "visitor");
   const int known = isId(visitor);
@@ -117,30 +146,37 @@ int main(void) {
   char id[ID_DIGITS + 1] = "";
   const char *status = "400 Bad Request";
   const char *problem = "";
-  if (!taken || (!known && !makeId(id))) {
+  const char *refused = NULL;
+  if (!path || (!known && !makeId(id))) {
     status = "500 Internal Server Error";
     problem = "TARN_POLL_FILE does not say where the votes are.";
   } else if (!post) {
     status = "200 OK";
+  } else if ((refused = refuseForm(&request, 0, &problem))) {
+    status = refused;
   } else if (!known) {
     problem = "No cookie came with your vote, so it was not counted. Please vote once more.";
   } else if (choice < 0) {
     problem = "Please choose one.";
-  } else if (!arrivedWhole(&request)) {
-    problem = "Your vote did not arrive whole.";
-  } else if (!keepVote(path, visitor, choice)) {
-    status = "500 Internal Server Error";
-    problem = "Your vote could not be kept.";
+  } else {
+    const Stored stored = keepVote(path, visitor, choice);
+    status = storedStatus(stored);
+    problem = remarks[stored];
   }
   if (post && !*problem) {
     seeOther("");
     puts("");
   } else {
+    Votes votes;
+    if (!readVotes(path ? path : "", visitor, &votes) && !*problem) {
+      status = "500 Internal Server Error";
+      problem = "The votes cannot be read.";
+    }
     printf("Status: %s\n", status);
-    if (!known) setCookie("visitor", id, YEAR_SECONDS);
-    if (beginPage("Poll")) showPage(path ? path : "", visitor, problem);
+    if (!known) setCookie(&request, "visitor", id, YEAR_SECONDS);
+    if (beginPage("Poll")) showPage(&votes, problem);
   }
   free(name);
   Tarn_delete(&request);
-  return fflush(stdout) == 0 ? 0 : 1;
+  return endAnswer();
 }

@@ -113,7 +113,7 @@ for example in "$source"/examples/*.cpp; do
   by_compiler cc -std=c++17 -fno-exceptions "${strict[@]}" "$example" -ltarn -o example
   asks_for example 'libtarn.so.1 libc.so.6'
 done
-by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ "$source/examples/page.h"
+by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ "$source/examples/store.h"
 
 # ---- By pkg-config -------------------------------------------------------------------------------
 

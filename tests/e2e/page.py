@@ -2,6 +2,7 @@
 with a phone or a screen reader need, is a failure."""
 
 import html.parser
+import re
 import subprocess
 
 import html5lib
@@ -98,5 +99,6 @@ def check_valid(text):
     errors = [error for error in parser.errors if error[2] != {"charAsInt": 13}]
     assert not errors, errors
     command = ["tidy", "-q", "-e", "-utf8"]
-    tidy = subprocess.run(command, input=text.encode(), capture_output=True, check=False)
+    known = re.sub(r'(<(?:style|script)) nonce="[0-9a-f]*"', r"\1", text)  # tidy does not know it
+    tidy = subprocess.run(command, input=known.encode(), capture_output=True, check=False)
     assert (tidy.returncode, tidy.stderr) == (0, b""), tidy.stderr.decode()

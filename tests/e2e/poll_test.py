@@ -210,7 +210,7 @@ class PollAlone(unittest.TestCase):
         self.assertEqual(b"a" * 32 + b" tea\n", read(path))
 
     def test_head_has_no_body(self):
-        variables = {"REQUEST_METHOD": "HEAD", "TARN_POLL_FILE": "/dev/null"}
+        variables = {"REQUEST_METHOD": "HEAD", "TARN_POLL_FILE": "/nowhere/votes"}
         status, head, page, _ = script.run(POLL, variables)
         self.assertEqual((200, b""), (status, page))
         self.assertEqual("Content-Type: text/html; charset=utf-8", head[-1])

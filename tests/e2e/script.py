@@ -23,6 +23,7 @@ def run(path, variables, body=b"", largest_file=resource.RLIM_INFINITY):
         preexec_fn=limit,
         restore_signals=False,
         check=True,
+        timeout=100,
     )
     head, page = re.split(b"\r?\n\r?\n", done.stdout, maxsplit=1)
     lines = head.decode().splitlines()

@@ -3,6 +3,7 @@
 import os
 import unittest
 
+import abuse_test
 import contact_test
 import counter_test
 import faults_test
@@ -13,6 +14,9 @@ import upload_test
 from server import SERVERS
 
 SCENARIOS = (
+    abuse_test.Readers,
+    abuse_test.ReadersInCpp,
+    abuse_test.Refusals,
     contact_test.Contact,
     counter_test.Counter,
     faults_test.ClientsThatBreakOff,

@@ -1,0 +1,418 @@
+"""What strangers try on the examples that keep something: forms from other sites, planted links,
+stores filled to the brim, answers that nobody reads, files by the thousand."""
+
+import os
+import re
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+import script
+from faults_test import BOOK, LINES, LINES_IN_CPP, POLL, URL_ENCODED
+from page import Page
+from server import Server, read
+from upload_test import MULTIPART, UPLOAD, kept, multipart
+
+COUNTER = os.environ["COUNTER"]
+FORMS = LINES + LINES_IN_CPP[:2]
+GET = {"REQUEST_METHOD": "GET"}
+STORE_BYTES = {"guestbook": 8 << 20, "contact": 8 << 20, "poll": 1 << 20}
+FILES_AT_ONCE, FOLDER_FILES, FOLDER_BYTES = 20, 1000, 100 << 20
+
+
+class AbuseCase(unittest.TestCase):
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        self.store = os.path.join(self.folder, "store")
+        self.uploads = os.path.join(self.folder, "uploads")
+        os.mkdir(self.uploads)
+
+    def write(self, path, data):
+        with open(path, "wb") as file:
+            file.write(data)
+
+    def variables(self, lines, number=2, **more):
+        form = lines.form(number)
+        variables = script.post(URL_ENCODED, form) | POLL.variables(number)
+        return variables | {lines.setting: self.store} | more
+
+    def send(self, lines, status, number=2, **more):
+        """Sends a form; gives the page."""
+        answer = script.run(lines.script, self.variables(lines, number, **more), lines.form(number))
+        self.assertEqual(status, answer[0], (lines.name, more))
+        return answer[2].decode()
+
+    def upload(self, status, *files, **more):
+        body = multipart(*files)
+        variables = script.post(MULTIPART, body) | {"TARN_UPLOAD_DIR": self.uploads} | more
+        answer = script.run(UPLOAD, variables, body)
+        self.assertEqual(status, answer[0], more)
+        return Page(answer[2])
+
+    def alert(self, page):
+        (text,) = Page(page.encode()).texts("p", role="alert")
+        return text
+
+
+class FormsOfOtherSites(AbuseCase):
+    REFUSED = (
+        {"HTTP_SEC_FETCH_SITE": "cross-site"},
+        {"HTTP_SEC_FETCH_SITE": "same-site"},
+        {"HTTP_SEC_FETCH_SITE": "cross-site", "HTTP_ORIGIN": "https://example.org"},
+        {"HTTP_SEC_FETCH_SITE": "what may come"},
+        {"HTTP_ORIGIN": "https://evil.example"},
+        {"HTTP_ORIGIN": "https://example.org.evil.example"},
+        {"HTTP_ORIGIN": "https://example.org:8443"},
+        {"HTTP_ORIGIN": "https://example.org:8443", "SERVER_PORT": "443"},
+        {"HTTP_ORIGIN": "https://example.org:80@evil.example", "SERVER_PORT": "80"},
+        {"HTTP_ORIGIN": "https://example"},
+        {"HTTP_ORIGIN": "null"},
+        {"HTTP_ORIGIN": "example.org"},
+    )
+    TAKEN = (
+        {},
+        {"HTTP_SEC_FETCH_SITE": "same-origin", "HTTP_ORIGIN": "https://example.org"},
+        {"HTTP_SEC_FETCH_SITE": "none"},
+        {"HTTP_SEC_FETCH_SITE": "", "HTTP_ORIGIN": ""},
+        {"HTTP_ORIGIN": "https://example.org"},
+        {"HTTP_ORIGIN": "http://EXAMPLE.org"},
+        {"HTTP_ORIGIN": "http://example.org:8080", "SERVER_PORT": "8080"},
+    )
+
+    def test_are_refused(self):
+        for lines in FORMS:
+            for headers in self.REFUSED:
+                page = self.send(lines, 403, HTTP_HOST="example.org", **headers)
+                self.assertIn("another site", self.alert(page))
+                self.assertFalse(os.path.exists(self.store))
+        for headers in self.REFUSED:
+            page = self.upload(403, ("a", b"1"), HTTP_HOST="example.org", **headers)
+            self.assertIn("another site", page.texts("p", role="alert")[0])
+            self.assertEqual({}, kept(self.uploads))
+
+    def test_are_told_from_those_of_this_site(self):
+        for lines in FORMS:
+            for number, headers in enumerate(self.TAKEN):
+                self.send(lines, 303, number, HTTP_HOST="example.org", **headers)
+            self.assertEqual(len(self.TAKEN), read(self.store).count(b"\n"))
+            os.remove(self.store)
+        for headers in self.TAKEN:
+            self.upload(200, ("a", b"1"), HTTP_HOST="example.org", **headers)
+        self.assertEqual(len(self.TAKEN), len(kept(self.uploads)))
+
+
+class Pages(AbuseCase):
+    def head(self, path, **more):
+        _, lines, page, _ = script.run(path, GET | {"TARN_UPLOAD_DIR": self.uploads} | more)
+        return dict(line.split(": ", 1) for line in lines), page.decode()
+
+    def test_run_and_load_nothing_but_what_they_carry(self):
+        scripts = {UPLOAD, COUNTER, *(lines.script for lines in FORMS), os.environ["FORM_ECHO"]}
+        nonces = set()
+        for path in scripts:
+            headers, page = self.head(path)
+            self.assertEqual("nosniff", headers["X-Content-Type-Options"])
+            policy = dict(
+                part.split(" ", 1) for part in headers["Content-Security-Policy"].split("; ")
+            )
+            (nonce,) = set(re.findall("nonce-([0-9a-f]{32})", headers["Content-Security-Policy"]))
+            nonces.add(nonce)
+            self.assertEqual({nonce}, set(re.findall(' nonce="([^"]*)"', page)))
+            self.assertEqual(page.count(" nonce="), page.count("<style") + page.count("<script"))
+            for name in ("default-src", "frame-ancestors", "base-uri"):
+                self.assertEqual("'none'", policy[name])
+            self.assertEqual("'self'", policy["form-action"])
+        self.assertEqual(len(scripts), len(nonces))
+
+    def test_give_cookies_to_https_alone_where_that_is(self):
+        book, _, poll = LINES
+        for lines in (book, LINES_IN_CPP[0], poll):
+            for https, secure in (("on", True), ("off", False), ("", False)):
+                variables = {"HTTPS": https, lines.setting: self.store}
+                if lines is poll:
+                    cookie = self.head(lines.script, **variables)[0]["Set-Cookie"]
+                else:
+                    form = lines.form(1) + b"&remember=on"
+                    variables |= script.post(URL_ENCODED, form)
+                    _, head, _, _ = script.run(lines.script, variables, form)
+                    (cookie,) = [line for line in head if line.startswith("Set-Cookie: ")]
+                self.assertEqual(secure, "Secure" in cookie.split("; "), cookie)
+
+
+class MultipartForms(AbuseCase):
+    def test_are_refused_where_a_text_would_lose_its_second_line(self):
+        body = multipart(("a", b"1"))
+        for lines in FORMS:
+            variables = self.variables(lines) | script.post(MULTIPART, body)
+            status, _, page, _ = script.run(lines.script, variables, body)
+            self.assertEqual(415, status)
+            self.assertIn("ends at its first line", self.alert(page.decode()))
+            self.assertFalse(os.path.exists(self.store))
+
+
+class PlantedFiles(AbuseCase):
+    def test_are_not_stores(self):
+        victim = os.path.join(self.folder, "victim")
+        self.write(victim, b"mine\n")
+        for lines in FORMS:
+            for plant in (
+                lambda: os.symlink(victim, self.store),
+                lambda: os.symlink(victim + "-new", self.store),
+                lambda: os.mkfifo(self.store),
+                lambda: os.symlink("/dev/null", self.store),
+            ):
+                plant()
+                self.assertIn("could not be kept", self.alert(self.send(lines, 500)))
+                status, _, _, _ = script.run(lines.script, GET | {lines.setting: self.store})
+                self.assertEqual(200 if lines.name == "contact" else 500, status)
+                os.remove(self.store)
+        self.assertEqual({"victim": b"mine\n"}, self.files())
+
+    def test_are_not_counted_on(self):
+        victim = os.path.join(self.folder, "victim")
+        variables = GET | {"TARN_COUNTER_FILE": self.store}
+        for place in ("", ".lock"):
+            for plant in (os.symlink, lambda _, path: os.mkfifo(path)):
+                self.write(victim, b"7\n")
+                if os.path.exists(self.store + ".lock"):
+                    os.remove(self.store + ".lock")
+                plant(victim, self.store + place)
+                self.assertEqual(500, script.run(COUNTER, variables)[0], place)
+                os.remove(self.store + place)
+                self.assertEqual(b"7\n", read(victim))
+        for plant in (os.symlink, os.link, lambda _, path: os.mkfifo(path)):
+            plant(victim, self.store + ".new")
+            self.assertEqual(200, script.run(COUNTER, variables)[0])
+            self.assertEqual(b"7\n", read(victim))
+        self.assertEqual(b"3\n", read(self.store))
+
+    def test_are_not_written_to_by_uploads(self):
+        victim = os.path.join(self.folder, "victim")
+        self.write(victim, b"mine")
+        os.symlink(victim, os.path.join(self.uploads, ".new"))
+        self.upload(200, ("a", b"1"))
+        self.assertEqual({"a": b"1"}, kept(self.uploads))
+        os.remove(os.path.join(self.uploads, ".lock"))
+        os.symlink(victim + "-new", os.path.join(self.uploads, ".lock"))
+        self.upload(500, ("a", b"1"))
+        self.assertEqual({"victim": b"mine"}, self.files())
+        os.mkfifo(os.path.join(self.uploads, "pipe"))
+        variables = GET | {"TARN_UPLOAD_DIR": self.uploads, "QUERY_STRING": "file=pipe"}
+        self.assertEqual(404, script.run(UPLOAD, variables)[0])
+
+    def test_of_ours_are_for_the_server_alone(self):
+        for lines in FORMS:
+            self.send(lines, 303)
+            self.assertEqual(0o600, os.stat(self.store).st_mode & 0o777)
+            os.remove(self.store)
+        script.run(COUNTER, GET | {"TARN_COUNTER_FILE": self.store})
+        self.upload(200, ("a", b"1"))
+        for path in ("store", "store.lock", "uploads/a", "uploads/.lock"):
+            self.assertEqual(0o600, os.stat(f"{self.folder}/{path}").st_mode & 0o777, path)
+
+    def files(self):
+        paths = {name: os.path.join(self.folder, name) for name in os.listdir(self.folder)}
+        return {name: read(path) for name, path in paths.items() if os.path.isfile(path)}
+
+
+class FullStores(AbuseCase):
+    def test_take_what_fits_and_no_more(self):
+        for lines in FORMS:
+            line, last = lines.line(1), lines.line(2)
+            most = STORE_BYTES[lines.name]
+            count, rest = divmod(most - len(last), len(line))
+            full = line * count + b"\n" * rest
+            self.write(self.store, full + b"\n")
+            self.assertIn("no room left", self.alert(self.send(lines, 507)))
+            self.assertTrue(read(self.store) == full + b"\n")
+            self.write(self.store, full)
+            self.send(lines, 303)
+            self.assertTrue(read(self.store) == full + last)
+            self.send(lines, 507, 3)
+
+    def test_take_as_many_files_as_they_may(self):
+        for number in range(FOLDER_FILES - 2):
+            self.write(f"{self.uploads}/{number}", b"")
+        page = self.upload(507, ("a", b"1"), ("b", b"2"), ("c", b"3"))
+        told = ["a: kept as a, 1 bytes", "b: kept as b, 1 bytes", "c: not kept, the folder is full"]
+        self.assertEqual(told, page.texts("li"))
+        self.assertEqual(FOLDER_FILES, len(os.listdir(self.uploads)) - 1)
+
+    def test_take_as_many_bytes_as_they_may(self):
+        self.write(f"{self.uploads}/large", b"")
+        os.truncate(f"{self.uploads}/large", FOLDER_BYTES - 10)
+        page = self.upload(507, ("a", b"1" * 11), ("b", b"2" * 10), ("c", b"3"))
+        full = "not kept, the folder is full"
+        self.assertEqual([f"a: {full}", "b: kept as b, 10 bytes", f"c: {full}"], page.texts("li"))
+
+
+class ThousandsOfFiles(AbuseCase):
+    def test_are_refused_at_once(self):
+        page = self.upload(413, *([("a.txt", b"1")] * 4000))
+        self.assertIn("too many files at once", page.texts("p", role="alert")[0])
+        self.upload(413, *([("a.txt", b"1")] * (FILES_AT_ONCE + 1)))
+        self.assertEqual({}, kept(self.uploads))
+
+    def test_of_one_name_cost_no_more_each_than_few_do(self):
+        log = os.path.join(self.folder, "calls")
+        files = [("a.txt", b"1")] * FILES_AT_ONCE
+        body = multipart(*files)
+        variables = script.post(MULTIPART, body) | {"TARN_UPLOAD_DIR": self.uploads}
+        self.upload(200, *files)
+        for number in range(FILES_AT_ONCE + 1, FOLDER_FILES - FILES_AT_ONCE + 1):
+            self.write(f"{self.uploads}/{number}-a.txt", b"")
+        there = len(kept(self.uploads))
+        strace = ("strace", "-o", log, "-e", "trace=?stat,?lstat,?newfstatat,?link,?linkat", UPLOAD)
+        variables["ASAN_OPTIONS"] = "detect_leaks=0"
+        subprocess.run(strace, env=variables, input=body, capture_output=True, check=True)
+        self.assertEqual(there + FILES_AT_ONCE, len(kept(self.uploads)))
+        calls = read(log).count(b"\n")
+        # The folder is looked through three times, and each file looks for a name.
+        self.assertLess(there, calls)
+        self.assertLess(calls, 3 * FOLDER_FILES + FILES_AT_ONCE * 40)
+
+
+class ManyEntries(AbuseCase):
+    COUNT = 1050
+
+    def page(self, path, query=""):
+        variables = GET | {"TARN_GUESTBOOK_FILE": self.store, "QUERY_STRING": query}
+        status, _, page, _ = script.run(path, variables)
+        self.assertEqual(200, status)
+        return Page(page)
+
+    def test_are_on_pages_none_lost_none_twice(self):
+        for message in (b"x", b"m" * 4000):
+            entries = (b"%d " % number + message + b"\n" for number in range(self.COUNT))
+            self.write(self.store, b"".join(entries))
+            for book in (BOOK, LINES_IN_CPP[0]):
+                page, shown, pages = self.page(book.script), [], 1
+                shown = page.texts("h2")
+                while links := [e for e in page.elements if e["tag"] == "a"]:
+                    page = self.page(book.script, links[0]["attributes"]["href"][1:])
+                    shown = page.texts("h2") + shown
+                    pages += 1
+                self.assertEqual([str(number) for number in range(self.COUNT)], shown)
+                self.assertGreater(pages, 10)
+                self.assertLess(pages, 20)
+
+    def test_are_safe_from_any_offset(self):
+        self.write(self.store, b"".join(b"%d x\n" % number for number in range(300)))
+        for book in (BOOK, LINES_IN_CPP[0]):
+            for offset in ("0", "-1", "1", "2", "3", "4", "9" * 30, "-" + "9" * 30, "x", "%00", ""):
+                for name in self.page(book.script, f"before={offset}").texts("h2"):
+                    self.assertIn(int(name), range(300))
+            self.assertEqual([], self.page(book.script, "before=1").texts("h2"))
+            self.assertEqual(["0"], self.page(book.script, "before=5").texts("h2"))
+
+
+def asleep(pid):
+    """Waits until a process has slept for a while."""
+    for _ in range(2000):
+        states = set()
+        for _ in range(20):
+            with open(f"/proc/{pid}/stat", encoding="ascii") as stat:
+                states.add(stat.read().rpartition(") ")[2][0])
+            time.sleep(0.005)
+        if states == {"S"}:
+            return
+    raise AssertionError("it does not wait")
+
+
+class AnswersThatNobodyReads(AbuseCase):
+    """Each script waits for a reader of its page, and another one stores."""
+
+    def stuck(self, path, variables):
+        reader, writer = os.pipe()
+        self.addCleanup(os.close, reader)
+        os.set_blocking(writer, False)
+        try:
+            while True:
+                os.write(writer, bytes(4096))
+        except BlockingIOError:
+            os.set_blocking(writer, True)
+        process = subprocess.Popen([path], env=variables, stdin=subprocess.DEVNULL, stdout=writer)
+        os.close(writer)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        asleep(process.pid)
+
+    def test_do_not_hinder_who_stores(self):
+        for lines in FORMS:
+            self.write(self.store, b"".join(lines.line(number) for number in range(10, 60)))
+            self.stuck(lines.script, GET | {lines.setting: self.store})
+            self.send(lines, 303)
+
+    def test_do_not_hinder_who_uploads(self):
+        for number in range(300):
+            self.write(f"{self.uploads}/{number}", b"")
+        self.stuck(UPLOAD, GET | {"TARN_UPLOAD_DIR": self.uploads})
+        self.upload(200, ("a", b"1"))
+
+
+class Readers(unittest.TestCase):
+    """The same under a server: clients ask for a long page and do not read it."""
+
+    SERVER = Server
+    SCRIPT = BOOK.script
+
+    def test_who_do_not_read_do_not_hinder_who_writes(self):
+        variables = {"TARN_GUESTBOOK_FILE": "data/entries"}
+        with self.SERVER({"guestbook": self.SCRIPT}, variables) as server:
+            server.make_folder("data")
+            path = server.path("data/entries")
+            with open(path, "wb") as file:
+                line = b"guest " + b"m" * 4000 + b"\n"
+                file.write(line * ((7 << 20) // len(line)))
+            os.chmod(path, 0o666)
+            before = os.path.getsize(path)
+            for _ in range(3):
+                client = self.enterContext(socket.socket())
+                client.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+                client.connect(("127.0.0.1", server.port))
+                client.sendall(b"GET /cgi-bin/guestbook HTTP/1.1\r\nHost: localhost\r\n\r\n")
+                self.assertEqual(b"HTTP", client.recv(4))
+            form = BOOK.form(2).decode()
+            answer = server.curl("/guestbook", "--data-raw", form)
+            self.assertEqual(303, answer.status)
+            self.assertEqual(before + len(BOOK.line(2)), os.path.getsize(path))
+
+
+class ReadersInCpp(Readers):
+    SCRIPT = LINES_IN_CPP[0].script
+
+
+class Refusals(unittest.TestCase):
+    """What a script refuses by, and says, passes through a server."""
+
+    SERVER = Server
+
+    def test_reach_the_visitor(self):
+        variables = {"TARN_POLL_FILE": "data/votes"}
+        with self.SERVER({"poll": POLL.script}, variables) as server:
+            server.make_folder("data")
+            vote = ("/poll", "-b", POLL.variables(1)["HTTP_COOKIE"], "-d", "choice=tea")
+            address = f"http://127.0.0.1:{server.port}"
+            for header, status in (
+                ("Sec-Fetch-Site: cross-site", 403),
+                ("Origin: https://evil.example", 403),
+                (f"Origin: {address}", 303),
+            ):
+                answer = server.curl(*vote, "-H", header)
+                self.assertEqual(status, answer.status, header)
+                if status == 403:
+                    (text,) = Page(answer.body).texts("p", role="alert")
+                    self.assertIn("another site", text)
+                    self.assertIn("frame-ancestors", answer.header("content-security-policy"))
+            path = server.path("data/votes")
+            with open(path, "ab") as file:
+                file.write(b"\n" * STORE_BYTES["poll"])
+            answer = server.curl("/poll", "-b", POLL.variables(2)["HTTP_COOKIE"], "-d", "choice=tea")
+            self.assertEqual(507, answer.status)
+            self.assertIn("no room left", Page(answer.body).texts("p", role="alert")[0])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,237 @@
+"""Whatever fails under an example that keeps something, an allocation or a system call: what it
+confirms is kept, whole, and of what it refuses nothing is."""
+
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+from typing import NamedTuple
+
+import script
+from faults_test import LINES, LINES_IN_CPP, POLL, URL_ENCODED
+from server import read
+from upload_test import MULTIPART, multipart
+
+FILES = {"a.bin": b"a" * 5000, "b.bin": b"b" * 10000, "c.bin": b"", "d.txt": b"d"}
+CALLS = (
+    "openat open read pread64 write lseek fstat newfstatat fcntl fsync ftruncate close link unlink "
+    "rename getdents64 chdir fchdir getrandom"
+)
+FAILING = {
+    path: os.environ[f"{name}_FAILING"]
+    for name, path in os.environ.items()
+    if f"{name}_FAILING" in os.environ
+}
+SANITIZED = os.environ["SANITIZED"] == "ON"
+UNSURE = "may have been kept, or not", "the disk failed, perhaps kept as"
+
+
+class Run(NamedTuple):
+    """How a script ended; without a whole answer the status is 0."""
+
+    status: int
+    page: str
+
+
+class FailureCase(unittest.TestCase):
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        self.data = os.path.join(self.folder, "data")
+
+    def run_script(self, path, variables, body, *wrapper):
+        done = subprocess.run(
+            [*wrapper, path],
+            env=variables | {"ASAN_OPTIONS": "detect_leaks=0:allocator_may_return_null=1"},
+            input=body,
+            capture_output=True,
+            timeout=100,
+            check=False,
+        )
+        self.assertGreaterEqual(done.returncode, 0, done)
+        self.assertNotIn(b"Sanitizer", done.stderr)
+        answer = done.stdout.decode(errors="replace")
+        parts = re.split("\r?\n\r?\n", answer, maxsplit=1)
+        status = re.match("Status: ([0-9]+) ", answer)
+        whole = done.returncode == 0 and len(parts) == 2
+        return Run(whole and (int(status[1]) if status else 200), parts[-1])
+
+    def same(self, expected, found, what):
+        """Compares what may be long."""
+        self.assertTrue(expected == found, f"{what}: {str(found)[:200]}, not {str(expected)[:200]}")
+
+    def with_failing_allocations(self, path, variables, body):
+        """Lets each allocation fail, alone and with all that follow; gives the runs, one by one."""
+        mark = os.path.join(self.folder, "failed")
+        for last in ("same", "all"):
+            for number in range(1, 10000):
+                to = number if last == "same" else 1 << 40
+                wanted = {"FAILED": mark, "FAIL_FROM": str(number), "FAIL_TO": str(to)}
+                run = self.run_script(FAILING[path], variables | wanted, body)
+                failed = os.path.exists(mark)
+                yield run, f"allocation {number}, {last}"
+                if not failed:
+                    self.assertGreater(number, 1, "nothing failed")
+                    break
+                if os.path.exists(mark):
+                    os.remove(mark)
+            else:
+                self.fail("it allocates without end")
+
+    def with_failing_calls(self, path, variables, body):
+        """The same for each system call after the program has been loaded."""
+        log = os.path.join(self.folder, "calls")
+        for call in CALLS.split():
+            for last in ("", "+"):
+                for number in range(1, 1000):
+                    failing = f"inject=?{call}:error=EIO:when={number}{last}"
+                    strace = ("strace", "-o", log, "-e", f"trace=?{call}", "-e", failing)
+                    run = self.run_script(path, variables, body, *strace)
+                    failed = b"INJECTED" in read(log)
+                    yield run, f"{call} {number}{last}"
+                    if not failed:
+                        break
+                else:
+                    self.fail("it calls without end")
+
+    def with_failures(self, path, variables, body):
+        yield from self.with_failing_allocations(path, variables, body)
+        # A sanitizer makes system calls of its own, and gives up when they fail.
+        if not SANITIZED:
+            yield from self.with_failing_calls(path, variables, body)
+
+
+class Forms(FailureCase):
+    LINES = LINES
+
+    def check_line(self, run, what, before, line):
+        """Nothing counts that has no line end."""
+        found = [line for line in read(self.data).splitlines(keepends=True) if line[-1:] == b"\n"]
+        without, stored = ([before] if before else []), ([before] if before else []) + [line]
+        if run.status == 303:
+            self.same(stored, found, what)
+        elif run.status and UNSURE[0] not in run.page:
+            self.same(without, found, (what, run.status))
+        else:
+            self.assertTrue(found in (without, stored), what)
+
+    def test_are_kept_when_confirmed_and_not_when_refused(self):
+        for lines in self.LINES:
+            form = lines.form(2) + b"&remember=on"
+            variables = script.post(URL_ENCODED, form) | {lines.setting: self.data, "HTTPS": "on"}
+            variables |= POLL.variables(2)
+            seen = []
+            for before in (b"", lines.line(1)):
+                failing = self.with_failures(lines.script, variables, form)
+                self.write(before)
+                for run, what in failing:
+                    self.check_line(run, f"{lines.name}, {what}", before, lines.line(2))
+                    seen.append(run.status)
+                    self.write(before)
+            self.assertLessEqual({303, 400, 500}, set(seen), lines.name)
+
+    def test_may_have_been_kept_when_the_disk_fails_to_undo_it_too(self):
+        inject = ("-e", "inject=fsync:error=EIO", "-e", "inject=ftruncate:error=EIO:when=2")
+        strace = ("strace", "-o", "/dev/null", "-e", "trace=fsync,ftruncate", *inject)
+        for lines in self.LINES:
+            form = lines.form(2)
+            variables = script.post(URL_ENCODED, form) | POLL.variables(2)
+            run = self.run_script(lines.script, variables | {lines.setting: self.data}, form, *strace)
+            self.assertEqual(500, run.status)
+            self.assertIn(UNSURE[0], run.page)
+            self.same(lines.line(2), read(self.data), lines.name)
+            self.write(b"")
+
+    def test_are_shown_to_the_last_or_not_at_all(self):
+        shown = {"guestbook": "<article>", "poll": "Tea 3,"}
+        get = {"REQUEST_METHOD": "GET"}
+        for lines in self.LINES:
+            if lines.name in shown:
+                self.write(b"".join(map(lines.line, (1, 2, 3))))
+                seen = []
+                variables = get | {lines.setting: self.data}
+                for run, what in self.with_failures(lines.script, variables, b""):
+                    if run.status == 200:
+                        count = 3 if lines.name == "guestbook" else 1
+                        self.assertEqual(count, run.page.count(shown[lines.name]), what)
+                    seen.append(run.status)
+                self.assertLessEqual({200, 500}, set(seen), lines.name)
+
+    def write(self, data):
+        if os.path.exists(self.data):
+            os.remove(self.data)
+        if data:
+            with open(self.data, "wb") as file:
+                file.write(data)
+
+
+class FormsInCpp(Forms):
+    LINES = LINES_IN_CPP[:2]
+
+
+class Counts(FailureCase):
+    def test_are_kept_when_told_and_not_when_refused(self):
+        variables = {"REQUEST_METHOD": "GET", "TARN_COUNTER_FILE": self.data}
+        seen = []
+        for before in (0, 5):
+            self.write(before)
+            for run, what in self.with_failures(os.environ["COUNTER"], variables, b""):
+                found = int(read(self.data) or b"0")
+                if run.status == 200:
+                    self.assertEqual(before + 1, found, what)
+                    self.assertIn(f"<strong>{found}</strong>", run.page, what)
+                elif run.status:
+                    self.assertEqual(before, found, what)
+                else:
+                    self.assertIn(found, (before, before + 1), what)
+                seen.append(run.status)
+                self.write(before)
+        self.assertLessEqual({200, 500}, set(seen))
+
+    def write(self, count):
+        for name in os.listdir(self.folder):
+            os.remove(os.path.join(self.folder, name))
+        if count:
+            with open(self.data, "w", encoding="ascii") as file:
+                file.write(f"{count}\n")
+
+
+class Uploads(FailureCase):
+    BEFORE = {"b.bin": b"before"}
+
+    def check(self, run, what):
+        found = {name: data for name, data in self.kept().items() if name[0] != "."}
+        self.assertEqual(self.BEFORE["b.bin"], found.pop("b.bin"), what)
+        told = re.findall("<bdi>(.*?)</bdi>: kept as (.*?), ([0-9]+) bytes", run.page)
+        if run.status == 0 or UNSURE[1] in run.page:
+            self.assertTrue(set(found.values()) <= set(FILES.values()), what)
+            return
+        self.same({name: FILES[sent] for sent, name, _ in told}, found, (what, run.status))
+        if run.status == 200:
+            self.assertEqual(list(FILES), [sent for sent, _, _ in told], what)
+
+    def test_are_kept_when_confirmed_and_not_when_refused(self):
+        body = multipart(*FILES.items())
+        variables = script.post(MULTIPART, body) | {"TARN_UPLOAD_DIR": self.data}
+        os.mkdir(self.data)
+        self.write()
+        seen = []
+        for run, what in self.with_failures(os.environ["UPLOAD"], variables, body):
+            self.check(run, what)
+            seen.append(run.status)
+            self.write()
+        self.assertLessEqual({200, 400, 500}, set(seen))
+
+    def kept(self):
+        return {name: read(os.path.join(self.data, name)) for name in os.listdir(self.data)}
+
+    def write(self):
+        for name in os.listdir(self.data):
+            os.remove(os.path.join(self.data, name))
+        for name, data in self.BEFORE.items():
+            with open(os.path.join(self.data, name), "wb") as file:
+                file.write(data)
+
+
+if __name__ == "__main__":
+    unittest.main()
