@@ -69,7 +69,7 @@ fi
 for name in "${names[@]}"; do
   arguments=()
   case $name in
-    setup) continue ;; # installs, and writes to no checkout
+    setup | skips) continue ;; # neither writes to the checkout
     fuzz) arguments=(text) ;;
   esac
   run "$name" "${arguments[@]}"
