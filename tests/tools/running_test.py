@@ -102,6 +102,15 @@ class Repeated(ToolTest):
         self.assertTrue(0 < least <= median <= most, ran.errors)
         self.assertGreater(processor, 0)
 
+    def test_the_median_of_two_runs_is_in_the_middle(self):
+        script = self.script('slower', HEAD + 'echo run >>slower-runs\n'
+                             '[ "$(wc -l <slower-runs)" -ne 2 ] || sleep 0.2\n')
+        ran = self.run_tool('--repeat', '2', script)
+        least, most, median = map(float, re.search(
+            r'runs: ([\d.]+) to ([\d.]+) ms, median ([\d.]+) ms;', ran.errors[0]).groups())
+        self.assertLess(least, most)
+        self.assertAlmostEqual(median, (least + most) / 2, delta=0.11)  # each is rounded
+
     def test_runs_end_with_the_first_that_fails(self):
         script = self.script('failing', HEAD + 'echo run >>failing-runs\n'
                              '[ "$(wc -l <failing-runs)" -lt 3 ] || exit 5\n')
