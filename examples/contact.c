@@ -1,7 +1,7 @@
 /* contact: a form for a message to the people of a site; what is wrong stands beside the field. The
  * messages go into the file that TARN_CONTACT_FILE names, a line for each (name, address, message,
- * URL-encoded), which the web server must be able to write and should not serve. It takes messages
- * until it has STORE_BYTES.
+ * URL-encoded), which the web server must be able to write and should not serve. Anything in that
+ * file after its last line end is cut off. It takes messages until it has STORE_BYTES.
  *
  *   cc -std=c99 -o contact contact.c -ltarn       (with page.h and store.h beside it)
  */

@@ -1,7 +1,8 @@
 /* contact: a form for a message to the people of a site; what is wrong stands beside the field. The
  * messages go into the file that TARN_CONTACT_FILE names, a line for each (name, address, message,
- * URL-encoded), which the web server must be able to write and should not serve. It does what
- * contact.c does, and they can share the file.
+ * URL-encoded), which the web server must be able to write and should not serve. Anything in that
+ * file after its last line end is cut off. The script does what contact.c does, and they can share
+ * the file.
  *
  *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn
  *

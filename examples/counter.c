@@ -1,6 +1,8 @@
 /* counter: tells each visitor which number they are. The count stands in the file that
  * TARN_COUNTER_FILE names, with FILE.lock and FILE.new beside it: the web server must be able to
  * write their folder, and should not serve it. It never needs more room than one number.
+ * It counts on a GET, although a GET should change nothing: a page that acts on what visitors send
+ * should do that on a POST.
  *
  *   cc -std=c99 -o counter counter.c -ltarn       (with page.h and store.h beside it)
  */

@@ -1,6 +1,7 @@
 /* guestbook: a page on which guests leave a line; a cookie remembers their name if they like. The
  * entries stand in the file that TARN_GUESTBOOK_FILE names, which the web server must be able to
- * write and should not serve. It takes entries until it has STORE_BYTES.
+ * write and should not serve. Anything in that file after its last line end is cut off. It takes
+ * entries until it has STORE_BYTES.
  *
  *   cc -std=c99 -o guestbook guestbook.c -ltarn       (with page.h and store.h beside it)
  */

@@ -1,6 +1,7 @@
 /* guestbook: a page on which guests leave a line; a cookie remembers their name if they like. The
  * entries stand in the file that TARN_GUESTBOOK_FILE names, which the web server must be able to
- * write and should not serve. It does what guestbook.c does, and they can share the file.
+ * write and should not serve. Anything in that file after its last line end is cut off. The script
+ * does what guestbook.c does, and they can share the file.
  *
  *   cc -std=c++17 -fno-exceptions -o guestbook guestbook.cpp -ltarn
  *

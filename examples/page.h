@@ -195,12 +195,10 @@ static inline void seeOther(const char *query) {
   "th, td + td { white-space: nowrap }\n"                                                          \
   "th + th, td + td { padding-right: 0; text-align: right }\n"                                     \
   ".pairs { overflow-x: auto }\n"                                                                  \
-  ".pairs * { min-width: 11rem }\n"                                                                \
-  ".pairs th { font: 600 .875em/1.7 ui-monospace, monospace }\n"                                   \
-  "@media (max-width: 30rem) {\n"                                                                  \
-  ".pairs * { display: block; padding: 0 }\n"                                                      \
-  ".pairs tr { padding: .5rem 0 }\n"                                                               \
-  "}\n"                                                                                            \
+  ".pairs * { display: block; min-width: 11rem; padding: 0 }\n"                                    \
+  ".pairs tr { display: flex; flex-wrap: wrap; column-gap: 1rem; padding: .5rem 0 }\n"             \
+  ".pairs th { min-width: 14rem; font: 600 .875em/1.7 ui-monospace, monospace }\n"                 \
+  ".pairs td { flex: 1 1 11rem }\n"                                                                \
   "svg { max-width: 100%; fill: var(--text) }\n"                                                   \
   "rect { fill: var(--link) }\n"
 

@@ -1,7 +1,8 @@
 /* poll: one question, a vote for each visitor, and the votes as a chart. A cookie tells visitors
  * apart: who deletes it may vote again. The votes stand in the file that TARN_POLL_FILE names, a
- * line for each, which the web server must be able to write and should not serve. It takes votes
- * until it has STORE_BYTES: each request reads them all.
+ * line for each, which the web server must be able to write and should not serve. Anything in that
+ * file after its last line end is cut off. It takes votes until it has STORE_BYTES: each request
+ * reads them all.
  *
  *   cc -std=c99 -o poll poll.c -ltarn       (with page.h and store.h beside it)
  */

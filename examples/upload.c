@@ -28,12 +28,21 @@ static void keepAll(TarnHandle *files, int count, Outcome *outcomes, int folder)
     const long long more = FormFile_getDataLength(&file);
     outcomes[i].stored = STORE_FULL;
     if (used >= FOLDER_FILES || bytes + more > FOLDER_BYTES) continue;
-    /* A part without a Content-Type arrives as a file that has no name and no bytes. */
-    outcomes[i].stored = sent ? keepFile(&file, sent, outcomes[i].name, folder) : NOT_STORED;
+    outcomes[i].stored = keepFile(&file, sent, outcomes[i].name, folder);
     used += 1;
     bytes += more;
   }
   if (lock >= 0) close(lock);
+}
+
+/* Which file came without a Content-Type, counted from 1: Tarn keeps neither its name nor its bytes.
+ * 0 when all have one. */
+static int fileWithoutType(TarnHandle *files, int count) {
+  for (int i = 0; i < count; i++) {
+    TarnHandle file = FormFileList_getByIndex(files, (uint32_t)i);
+    if (!CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC)) return i + 1;
+  }
+  return 0;
 }
 
 /* Takes the files of a form; gives the status, and why none of them was kept. */
@@ -45,6 +54,13 @@ static const char *takeFiles(TarnHandle *request, TarnHandle *files, Outcome *ou
   if (count > FILES_AT_ONCE) {
     *problem = "These were too many files at once, so none of them was kept.";
     return "413 Content Too Large";
+  }
+  const int untyped = fileWithoutType(files, count);
+  if (untyped) {
+    static char text[80];
+    snprintf(text, sizeof text, "File %d has no Content-Type, so no file was kept.", untyped);
+    *problem = text;
+    return "400 Bad Request";
   }
   keepAll(files, count, outcomes, folder);
   status = "200 OK";
@@ -65,7 +81,7 @@ static void showOutcomes(TarnHandle *files, const Outcome *outcomes) {
     const char *sent = CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC);
     const Stored stored = outcomes[i].stored;
     fputs("<li><bdi>", stdout);
-    putEscaped(sent ? sent : "A file without a type", stdout);
+    putEscaped(sent, stdout);
     printf("</bdi>: %s", texts[stored]);
     if (stored == STORED || stored == STORE_UNSURE)
       printf(" %s, %u bytes", outcomes[i].name, FormFile_getDataLength(&file));

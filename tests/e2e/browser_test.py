@@ -508,6 +508,19 @@ class Pages(PageCase):
         box = self.find_all(".pairs")[0]
         self.assertGreater(box.get_property("scrollWidth"), box.get_property("clientWidth"))
 
+    def test_form_echo_shows_values_beside_names_of_any_length(self):
+        self.visit("form-echo?" + "&".join(f"{'w' * n}=value" for n in (1, 20, 40, 60, 80, 200)))
+        for size in (WIDE, SMALL_PHONE, PHONE):
+            self.browser.set_window_size(*size)
+            WebDriverWait(self.browser, 20).until(lambda _: self.value_of("innerWidth") == size[0])
+            box = self.find_all(".pairs")[0].rect
+            values = [cell.rect for cell in self.find_all(".pairs")[0].find_elements(
+                By.CSS_SELECTOR, "td")]
+            self.assertEqual(6, len(values))
+            for value in values:
+                self.assertGreaterEqual(value["x"], box["x"])
+                self.assertLessEqual(value["x"] + value["width"], box["x"] + box["width"] + 0.5)
+
     def test_upload(self):
         self.visit("upload")
         self.check("upload-empty")

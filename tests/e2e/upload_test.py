@@ -221,8 +221,16 @@ class Upload(unittest.TestCase):
             b'--XYZ\r\nContent-Disposition: form-data; name="file"; filename="f"\r\n\r\n'
             b"1\r\n--XYZ--\r\n"
         )
-        items, _ = self.upload_body(body, status=500)
-        self.assertEqual(["A file without a type: not kept"], items)
+        items, problem = self.upload_body(body, status=400)
+        self.assertEqual(["File 1 has no Content-Type, so no file was kept."], problem)
+        self.assertEqual(([], {}), (items, self.kept()))
+
+    def test_file_without_a_type_keeps_those_beside_it_out(self):
+        untyped = b'--XYZ\r\nContent-Disposition: form-data; name="file"; filename="f"\r\n\r\n1\r\n'
+        whole = multipart(("a.txt", b"1"))
+        body = whole.removesuffix(b"--XYZ--\r\n") + untyped + multipart(("b.txt", b"2"))
+        _, problem = self.upload_body(body, status=400)
+        self.assertEqual(["File 2 has no Content-Type, so no file was kept."], problem)
         self.assertEqual({}, self.kept())
 
 
