@@ -85,8 +85,7 @@ Node *addShell(const Node &source, Node *&chain) {
   return copy;
 }
 
-// False when memory did not suffice for all of it.
-bool fillShell(Node &copy, const Node &source, Node *&chain) {
+void fillShell(Node &copy, const Node &source, Node *&chain) {
   bool whole = true;
   for (uint32_t i = 0; i < kListSlots; ++i) {
     if (const GenericList *list = listAt(source.lists[i])) {
@@ -110,8 +109,7 @@ bool fillShell(Node &copy, const Node &source, Node *&chain) {
   for (uint32_t i = 0; i < kIntSlots; ++i) copy.ints[i] = source.ints[i];
   copy.doubleValue = source.doubleValue;
   copy.fixed = source.fixed;
-  copy.incomplete = source.incomplete;
-  return whole;
+  copy.incomplete = source.incomplete || !whole ? 1 : 0;
 }
 
 // A list or a string with the node that it is.
@@ -142,12 +140,10 @@ Node *newNode(uint32_t magic, size_t room) {
 Node *copyNode(const Node &source) {
   Node *chain = nullptr;
   Node *top = addShell(source, chain);
-  bool whole = true;
   while (Node *copy = chain) {
     chain = nodeAt(copy->structs[kNextCopy], 0);
-    whole = fillShell(*copy, *nodeAt(copy->structs[kSource], 0), chain) && whole;
+    fillShell(*copy, *nodeAt(copy->structs[kSource], 0), chain);
   }
-  if (!whole) top->incomplete = 1;
   return top;
 }
 

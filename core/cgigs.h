@@ -59,7 +59,8 @@ inline const char *roomOf(const Node &node) { return reinterpret_cast<const char
 inline void placeText(Node &node, uint32_t slot, char *text) { node.strings[slot] = text; }
 
 // A deep copy but for lists, whose elements are shared, and `fixed`. What memory does not suffice
-// for is absent from the copy, which is marked as incomplete; null when that is the node itself.
+// for is absent from the copy, and the node that lacks it is marked as incomplete; null when that
+// is the node itself.
 Node *copyNode(const Node &source);
 
 // Releases what a node holds and keeps the node; strings 2 to 7 stay.

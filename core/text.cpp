@@ -85,8 +85,8 @@ std::string_view strip(std::string_view text) {
   return text;
 }
 
-// The last byte of what is looked for is rare as a rule: a line end, a quotation mark. So that is
-// what is looked for, as long as the places that have it and nothing more do not stand too close.
+// Scans for the needle's last byte, which is usually rare in the haystack: a line end, a quotation
+// mark. After too many false hits close together, it hands over to memmem().
 const char *find(std::string_view haystack, std::string_view needle) {
   constexpr size_t kPatience = 2048;
   constexpr size_t kCostOfMiss = 64;

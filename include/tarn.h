@@ -29,14 +29,15 @@
  *  9. Your part. Tarn cannot detect a handle that still names a deleted object, a lent object that
  *     is deleted, a text without its final zero byte, a length beyond your data, or an argument
  *     that a function writes to and must not. With valid handles and arguments, these calls can
- *     still damage memory, then or later: (a) putting a word other than 0 or the address of an
- *     object into the generic list behind a typed list, or handing such a list over to one; (b)
- *     putting anything but a text from malloc(), owned by nobody else, into the list of header
- *     lines; (c) changing `fixed` or int 0 of a byte buffer; (d) giving CGIgs_setList() anything
- *     but an object that you own, for slots 0 and 1 a generic list, or giving the same one twice
- *     or into itself; (e) letting two lists name the same element or header line (see CGIgs_clone()),
- *     or an element hold itself, and then clearing or deleting by type. All other calls are safe,
- *     in any order.
+ *     still damage memory, then or later: (a) putting into the generic list behind a typed list,
+ *     or handing to it in such a list, a word other than 0 or the address of an object that nobody
+ *     else owns or deletes, or the same word twice; (b) putting anything but a text from malloc(),
+ *     owned by nobody else, into the list of header lines; (c) changing `fixed` or int 0 of a byte
+ *     buffer; (d) giving CGIgs_setList() anything but an object that you own, for slots 0 and 1 a
+ *     generic list, or giving the same one twice, into itself or into what it holds; (e) letting
+ *     two lists name the same element or header line (see CGIgs_clone()), or an element hold
+ *     itself, and then clearing, deleting, filling or replacing both by type. All other calls are
+ *     safe, in any order.
  *
  * This header reads as C99 and as C++11.
  */
@@ -158,7 +159,8 @@ TARN_API uint32_t CGIgs_IsA(TarnHandle *handle, uint32_t magic);
 /** Copies a node with its children and strings.
  *
  *  Lists are copied as lists: the copy's list has the same elements, not copies of them, so of two
- *  such typed lists only one may be cleared or deleted by its type, the other by CGIgs_delete();
+ *  such typed lists only one may be cleared, deleted or replaced by its type, the other must go by
+ *  CGIgs_delete();
  *  use FormEntryList_clone() and its like for independent copies. `fixed` is shared too. A string
  *  slot filled by CGIgs_setNString() is copied up to its first zero byte. When memory runs out for
  *  the node itself the status is TARN_OK and `destination` stays 0.
@@ -250,7 +252,7 @@ TARN_API TarnStatus CGIgs_setFixed(TarnHandle *handle, uintptr_t value, uint32_t
 TARN_API TarnStatus CGIgs_setDouble(TarnHandle *handle, uint32_t index, double value,
                                     uint32_t magic);
 
-/** Lends the list in a slot.
+/** Lends the list in a slot. What you may put into it is limited by conventions 9 (a) and (b).
  *
  *  @param index  0 or 1
  *  @return the list; 0 when there is none, for the wrong type or index
@@ -347,7 +349,8 @@ TARN_API TarnStatus TARNGenericList_clear(TarnHandle *handle);
  */
 TARN_API uint32_t TARNGenericList_IsA(TarnHandle *handle);
 
-/** Fills a list with `capacity` words from `source`. (The name is spelt like this.)
+/** Fills a list with `capacity` words from `source`. (The name is spelt like this.) See conventions
+ *  9 (a) and (b) for a list that another object owns.
  *
  *  The array that the list had is emptied and stays allocated to the end of the process. When
  *  memory runs out the list has no array and every element reads as 0.
@@ -390,7 +393,7 @@ TARN_API uint32_t TARNGenericList_getCapacity(TarnHandle *handle);
  */
 TARN_API uintptr_t *TARNGenericList_getData(TarnHandle *handle);
 
-/** Appends a word.
+/** Appends a word. See conventions 9 (a) and (b) for a list that another object owns.
  *
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_OUT_OF_MEMORY: the recorded capacity has grown all the
  *          same, the elements are as they were
@@ -406,12 +409,13 @@ TARN_API uintptr_t TARNGenericList_getByIndex(TarnHandle *handle, uint32_t index
 /** Raises the capacity, ten by ten, until it is at least `n`. When memory runs out part of the way,
  *  the steps that succeeded are kept, and the capacity counts the step that failed.
  *
- *  @param n  in elements
+ *  @param n  in elements; more than 4,294,967,290 fails at the first step
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_OUT_OF_MEMORY
  */
 TARN_API TarnStatus TARNGenericList_reserve(TarnHandle *handle, uint32_t n);
 
-/** Writes the element at an index; beyond the count, the count becomes `index` + 1.
+/** Writes the element at an index; beyond the count, the count becomes `index` + 1. See conventions
+ *  9 (a) and (b) for a list that another object owns.
  *
  *  @return TARN_OK; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when `index` is not below the capacity;
  *          TARN_OUT_OF_MEMORY after an earlier growth that failed
@@ -488,8 +492,8 @@ TARN_API TarnStatus TARNString_clear(TarnHandle *handle);
 
 /** Lends the text, good until the string is changed or deleted.
  *
- *  @return the text; an empty one, never to be freed, when `handle` is no string; null when a
- *          growth that failed has lost the buffer
+ *  @return the text; an empty one, never to be freed, when `handle` is no string; null when the
+ *          string has no buffer: a growth has failed, or CGIgs_new() has just made it
  */
 TARN_API const char *TARNString_c_str(TarnHandle *handle);
 
@@ -511,8 +515,8 @@ TARN_API TarnStatus TARNString_appendn(TarnHandle *handle, const char *text, uin
 
 /** Appends the text of another string; what is no string appends nothing and succeeds.
  *
- *  @return TARN_BAD_ARGUMENT when `source` has lost its buffer, tested first; otherwise as
- *          TARNString_append()
+ *  @return TARN_BAD_ARGUMENT when `source` has no buffer (see TARNString_c_str()), tested first;
+ *          otherwise as TARNString_append()
  */
 TARN_API TarnStatus TARNString_append_string(TarnHandle *handle, TarnHandle *source);
 
@@ -598,7 +602,7 @@ TARN_API TarnStatus TARNString_print(TarnHandle *handle);
 /** Writes the text to a stream.
  *
  *  @return TARN_OK, whatever became of the writing; TARN_WRONG_TYPE; TARN_BAD_ARGUMENT when
- *          `stream` is null; TARN_OUT_OF_MEMORY when the string has lost its buffer
+ *          `stream` is null; TARN_OUT_OF_MEMORY when the string has no buffer
  */
 TARN_API TarnStatus TARNString_fprint(TarnHandle *handle, FILE *stream);
 
@@ -1059,9 +1063,9 @@ TARN_API const char *FormEntryList_toHTML(TarnHandle *list);
 
 /* ---- Uploaded files: FormFile, FormFileList ----------------------------------------------------
  *
- * A file (TARN_FORM_FILE_MAGIC) is one uploaded file. Of what a visitor sent, the bytes up to the first
- * CR LF (13, 10) arrive; the rest is dropped without an error. A PNG image arrives as four bytes. The
- * file name is what a stranger sent: it may hold "../", quotes and control bytes.
+ * A file (TARN_FORM_FILE_MAGIC) is one uploaded file. Of what a visitor sent, the bytes up to the
+ * first CR LF (13, 10) arrive; the rest is dropped without an error. A PNG image arrives as four
+ * bytes. The file name is what a stranger sent: it may hold "../", quotes and control bytes.
  *
  * A list (TARN_FORM_FILE_LIST_MAGIC) owns copies of files, in order; copies share the bytes.
  *
@@ -1230,8 +1234,10 @@ TARN_API void Tarn_restore(TarnHandle *handle, FILE *stream);
  *
  *  Ask before you store anything: Tarn_new() returns TARN_OK also when memory ran out for some of
  *  the fields, files or cookies, and when the body broke off. What the rules of parsing leave out
- *  does not count as lost: the rest of a multipart value after its first CR LF, a piece without
- *  "=", the body of a request other than POST.
+ *  does not count as lost: the rest of a multipart value after its first CR LF; a multipart body
+ *  whose boundary is missing from CONTENT_TYPE or quoted there; a piece without "="; URL-encoded
+ *  text after a zero byte; a body without a CONTENT_LENGTH that says how long it is; the body of a
+ *  request other than POST.
  *
  *  @code
  *  if (!Tarn_isComplete(&request)) {
@@ -1515,7 +1521,7 @@ TARN_API TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *firs
                                             const char *second);
 
 /** Lends the generic list of header lines; its words are `char *`, also lent. A line for which
- *  there was no memory is null.
+ *  there was no memory is null. For what you put into the list, see convention 9 (b).
  *
  *  @return the list; 0 when no line was added or `header` is no response header
  */

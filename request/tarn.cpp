@@ -133,11 +133,20 @@ void Tarn_save(TarnHandle *, FILE *) {}
 
 void Tarn_restore(TarnHandle *, FILE *) {}
 
+// Tarn_new() marks the request or its environment; a copy may lack something in its lists.
 uint32_t Tarn_isComplete(TarnHandle *handle) {
-  const Node *request = requestIn(handle);
+  Node *request = requestIn(handle);
   const Node *environment =
       request ? childOf(*request, TARN_REQUEST_ENVIRONMENT, TARN_ENVIRONMENT_MAGIC) : nullptr;
-  return environment && !environment->incomplete && !request->incomplete ? 1 : 0;
+  if (!environment) return 0;
+  const FormLists lists = listsOf(request);
+  const Node *cookies = childOf(*environment, TARN_ENVIRONMENT_COOKIES, TARN_COOKIE_LIST_MAGIC);
+  for (const Node *part :
+       {static_cast<const Node *>(request), environment, cookies,
+        static_cast<const Node *>(lists.entries), static_cast<const Node *>(lists.files)}) {
+    if (part && part->incomplete) return 0;
+  }
+  return 1;
 }
 
 uint32_t Tarn_queryCheckbox(TarnHandle *handle, const char *name) {

@@ -1,9 +1,5 @@
 #include "response/html_attribute.h"
 
-namespace tarn {
-namespace {}  // namespace
-}  // namespace tarn
-
 using namespace tarn;
 
 // A null name or value empties its place; nothing is refused.

@@ -102,6 +102,7 @@ void lookUp(Player &play) {
   EXPECT(entry == 0 || stringsAreEqual(CGIgs_getString(&entry, TARN_ENTRY_NAME, 0), name) == 0);
   EXPECT(entry == 0 || CGIgs_IsA(handle, TARN_REQUEST_MAGIC));
   EXPECT(entry != 0 || Tarn_queryCheckbox(handle, name) == 0);
+  EXPECT(!Tarn_isComplete(handle) || CGIgs_getStruct(handle, TARN_REQUEST_ENVIRONMENT, 0));
   TarnHandle file = Tarn_getFile(handle, name);
   EXPECT(file == 0 || CGIgs_IsA(&file, TARN_FORM_FILE_MAGIC));
   const int before = FormEntryList_getCount(destination);

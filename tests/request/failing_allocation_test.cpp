@@ -305,6 +305,40 @@ TEST(RequestAtEachFailure, ParsingSucceedsAndKeepsWhatWasThere) {
   });
 }
 
+// Directly, and as a child of another node.
+TEST(RequestAtEachFailure, ACopyThatLacksSomethingIsNotComplete) {
+  Variables variables = get("a=1&b=2");
+  variables["HTTP_COOKIE"] = "a=1; b=2";
+  asScript(variables, "", [] {
+    constexpr uint32_t kParent = 4711;
+    bool seenIncomplete = false;
+    forEachFailingAllocation([&](FailingMemory &memory) {
+      Object request(Tarn_delete);
+      ASSERT_EQ(TARN_OK, Tarn_new(request));
+      const Arrived all = arrivedIn(request);
+      const auto expectHonest = [&](TarnHandle *copy) {
+        if (Tarn_isComplete(copy)) {
+          EXPECT_TRUE(all == arrivedIn(copy));
+        } else {
+          EXPECT_TRUE(memory.failed());
+          seenIncomplete = true;
+        }
+      };
+      Object copy;
+      EXPECT_EQ(TARN_OK,
+                memory.call([&] { return CGIgs_clone(request, copy, TARN_REQUEST_MAGIC); }));
+      expectHonest(copy);
+      Object parent(kParent);
+      EXPECT_EQ(TARN_OK, memory.call([&] {
+        return CGIgs_setStruct(parent, 0, request, kParent, TARN_REQUEST_MAGIC);
+      }));
+      TarnHandle child = CGIgs_getStruct(parent, 0, kParent);
+      expectHonest(&child);
+    });
+    EXPECT_TRUE(seenIncomplete);
+  });
+}
+
 TEST(RequestAtEachFailure, FindEntriesSaysWhenAnAppendFailed) {
   asScript(get("a=1&b=2&a=3"), "", [] {
     forEachFailingAllocation([](FailingMemory &memory) {
