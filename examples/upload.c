@@ -35,8 +35,8 @@ static void keepAll(TarnHandle *files, int count, Outcome *outcomes, int folder)
   if (lock >= 0) close(lock);
 }
 
-/* Which file came without a Content-Type, counted from 1: Tarn keeps neither its name nor its bytes.
- * 0 when all have one. */
+/* Which file came without a Content-Type, counted from 1; 0 when all have one. Tarn keeps neither
+ * the name nor the bytes of such a file. */
 static int fileWithoutType(TarnHandle *files, int count) {
   for (int i = 0; i < count; i++) {
     TarnHandle file = FormFileList_getByIndex(files, (uint32_t)i);
