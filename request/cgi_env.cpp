@@ -46,7 +46,7 @@ TarnStatus readBody(int32_t length, Capture &capture) {
 
 OwnedText clean(std::string_view text) { return unescape(strip(text)); }
 
-// A token without "=" makes a cookie without name and value, which is in the list all the same. So
+// A token without "=" makes a cookie without name and value, which is still in the list. So
 // does one without memory for both, which is lost.
 Node *parseCookie(std::string_view token, bool &isLost) {
   std::string_view name;

@@ -50,7 +50,7 @@ PartHeader parseHeader(std::string_view part) {
 }
 
 // Appends the file of a part; false without memory for its bytes. Without field name or content
-// type it is in the list all the same, empty.
+// type, an empty file is appended.
 bool keepFile(FormLists lists, PartHeader header, std::string_view value) {
   FileParts parts{.name = copyText(header.name),
                   .fileName = std::move(header.fileName),
