@@ -130,6 +130,32 @@ TEST(GenericListAtEachFailure, CloneReportsAMissingListAndReadsMissingWordsAsZer
   });
 }
 
+TEST(NodeAtEachFailure, UnderARecordsTagLeavesTheHandleEmpty) {
+  for (const uint32_t magic : {TARN_GENERIC_LIST_MAGIC, TARN_STRING_MAGIC}) {
+    forEachFailingAllocation([magic](FailingMemory &memory) {
+      Object node;
+      EXPECT_EQ(TARN_OK, memory.call([&] { return CGIgs_new(node, magic); }));
+      EXPECT_EQ(memory.failed(), node.value() == 0);
+    });
+  }
+}
+
+TEST(NodeAtEachFailure, ACloneWithoutItsListsHasTheRest) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    Object node(kMagic);
+    for (const uint32_t index : {0U, 1U}) {
+      List list{7, 8};
+      ASSERT_EQ(TARN_OK, CGIgs_setList(node, index, list, kMagic));
+      list.forget();
+    }
+    ASSERT_EQ(TARN_OK, CGIgs_setInt(node, 0, 5, kMagic));
+    Object copy;
+    EXPECT_EQ(TARN_OK, memory.call([&] { return CGIgs_clone(node, copy, kMagic); }));
+    EXPECT_TRUE(memory.failed() || copy.picture() == node.picture());
+    EXPECT_EQ(copy.value() ? 5U : 0U, CGIgs_getInt(copy, 0, kMagic));
+  });
+}
+
 TEST(GenericListAtEachFailure, AddReportsItAndTheElementsAreAsTheyWere) {
   forEachFailingAllocation([](FailingMemory &memory) {
     List list{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};

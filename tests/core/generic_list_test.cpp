@@ -581,8 +581,8 @@ TEST(ListWithoutMemory, ReserveReportsItAndStopsAtTheStepThatFailed) {
 TEST(ListWithoutMemory, ReserveKeepsTheStepsThatSucceeded) {
   struct {
     uint32_t held, wanted, room, capacity;
-  } const cases[] = {{0, 45, 10, 20}, {0, 45, 39, 30}, {0, 45, 40, 50},
-                     {0, 45, 9, 10},  {3, 95, 40, 40}, {3, 95, 9, 20}};
+  } const cases[] = {{0, 45, 10, 20}, {0, 45, 39, 30}, {0, 45, 40, 50}, {0, 45, 9, 10},
+                     {3, 95, 40, 40}, {3, 95, 9, 20},  {21, 95, 0, 50}};
   for (const auto &each : cases) {
     SCOPED_TRACE(std::to_string(each.wanted) + " where " + std::to_string(each.room) + " fit");
     List list;
