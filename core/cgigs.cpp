@@ -3,8 +3,10 @@
 namespace tarn {
 namespace {
 
-// What a node's record of its room can hold.
-constexpr uint32_t kMostRoom = UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : INT32_MAX;
+// What a node's record of its room can hold, and how much room fits into a block with the node.
+constexpr uint32_t kRoomBits = UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : INT32_MAX;
+constexpr uint32_t kMostRoom =
+    UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : kRoomBits - uint32_t{sizeof(Node)};
 
 // Struct slots are followed without recursion, so that no depth of children can exhaust a stack.
 // Nodes that wait to be released hang on a chain through their `fixed` slots, which nobody reads
@@ -128,12 +130,12 @@ Node *newRecordAndNode(uint32_t magic) {
 Node *newNode(uint32_t magic, size_t room) {
   if (magic == TARN_GENERIC_LIST_MAGIC) return newRecordAndNode<GenericList>(magic);
   if (magic == TARN_STRING_MAGIC) return newRecordAndNode<String>(magic);
-  if (room > kMostRoom || room > PTRDIFF_MAX - sizeof(Node)) return nullptr;
+  if (room > kMostRoom) return nullptr;
   auto *node = static_cast<Node *>(std::malloc(sizeof(Node) + room));
   if (!node) return nullptr;
   *node = {};
   node->magic = magic;
-  node->room = static_cast<uint32_t>(room) & kMostRoom;
+  node->room = static_cast<uint32_t>(room) & kRoomBits;
   return node;
 }
 

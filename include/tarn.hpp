@@ -955,14 +955,16 @@ inline std::size_t count_cookies(std::string_view header) noexcept {
 // @return its name as it was sent, without the white space around it; empty when it has none
 inline std::string_view next_cookie_name(std::string_view &header) noexcept {
   const std::size_t end = header.find(';');
-  const bool is_last = end == header.npos;
+  const bool is_last = end == std::string_view::npos;
   const std::string_view piece(header.data(), is_last ? header.size() : end);
   header.remove_prefix(piece.size() + (is_last ? 0 : 1));
   const std::size_t equals = piece.find('=');
-  std::string_view name(piece.data(), equals == piece.npos ? 0 : equals);
+  std::string_view name(piece.data(), equals == std::string_view::npos ? 0 : equals);
   constexpr std::string_view white_space = " \t\r\n";
-  while (!name.empty() && white_space.find(name.front()) != name.npos) name.remove_prefix(1);
-  while (!name.empty() && white_space.find(name.back()) != name.npos) name.remove_suffix(1);
+  while (!name.empty() && white_space.find(name.front()) != std::string_view::npos)
+    name.remove_prefix(1);
+  while (!name.empty() && white_space.find(name.back()) != std::string_view::npos)
+    name.remove_suffix(1);
   return name;
 }
 
