@@ -51,7 +51,7 @@ PartHeader parseHeader(std::string_view part) {
 
 // Appends the file of a part; false without memory for its bytes. Without field name or content
 // type, an empty file is appended.
-bool keepFile(FormLists lists, PartHeader header, std::string_view value) {
+bool keepFile(const FormLists &lists, PartHeader header, std::string_view value) {
   FileParts parts{.name = copyText(header.name),
                   .fileName = std::move(header.fileName),
                   .contentType = copyText(header.contentType),
@@ -70,11 +70,11 @@ bool keepFile(FormLists lists, PartHeader header, std::string_view value) {
 
 }  // namespace
 
-void keepEntry(FormLists lists, Node *entry) {
+void keepEntry(const FormLists &lists, Node *entry) {
   if (FormEntries::adopt(lists.entries, entry) != TARN_OK) markIncomplete(lists.request);
 }
 
-const char *parsePart(FormLists lists, std::string_view part) {
+const char *parsePart(const FormLists &lists, std::string_view part) {
   const char *headersEnd = find(part, kHeadersEnd);
   if (!headersEnd) return nullptr;
   // The value is the first line of what follows; without a line end there is none. Scripts get the
@@ -95,7 +95,7 @@ const char *parsePart(FormLists lists, std::string_view part) {
 
 // The end is where no delimiter follows: the last part takes in the closing one, which nothing
 // looks for, and whatever comes after it.
-void parseMultipart(FormLists lists, std::string_view body, const char *contentType) {
+void parseMultipart(const FormLists &lists, std::string_view body, const char *contentType) {
   const char *boundary = find(contentType, kBoundary);
   if (!boundary) return;
   const OwnedText delimiter = makeDelimiter(boundary + kBoundary.size());

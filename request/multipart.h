@@ -16,14 +16,14 @@ struct FormLists {
 };
 
 // Appends an entry, or marks the request when there is none or no memory for it.
-void keepEntry(FormLists lists, Node *entry);
+void keepEntry(const FormLists &lists, Node *entry);
 
 // Parses a body under its content type. Without "boundary=" there it has no parts.
-void parseMultipart(FormLists lists, std::string_view body, const char *contentType);
+void parseMultipart(const FormLists &lists, std::string_view body, const char *contentType);
 
 // Parses what stands between two delimiters. Gives the end of the last header line; null when the
 // part was dropped.
-const char *parsePart(FormLists lists, std::string_view part);
+const char *parsePart(const FormLists &lists, std::string_view part);
 
 }  // namespace tarn
 

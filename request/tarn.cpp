@@ -23,14 +23,14 @@ FormLists listsOf(Node *request) {
 }
 
 // A piece without "=" is dropped.
-void parsePair(FormLists lists, std::string_view pair) {
+void parsePair(const FormLists &lists, std::string_view pair) {
   std::string_view name;
   std::string_view value;
   if (!divide(pair, '=', name, value)) return;
   keepEntry(lists, newDecodedFormEntry(name, value));
 }
 
-void parsePairs(FormLists lists, std::string_view text) {
+void parsePairs(const FormLists &lists, std::string_view text) {
   while (!text.empty()) {
     // A flood of "&" is passed at the pace of a byte, not of a piece.
     if (text.front() == '&') {
