@@ -181,7 +181,11 @@ def w5(options):
 
 
 def w6(options):
-    sizes = [(10**3, "1,000 parts", 40), (10**4, "10,000 parts", 40), (10**5, "100,000 parts", 20)]
+    sizes = [
+        (10**3, "1,000 parts", 40),
+        (10**4, "10,000 parts", 40),
+        (10**5, "100,000 parts", 20),
+    ]
     medians, made = growing(options, "many small parts", "parts", bodies.parts, sizes)
     return made._replace(targets=[times_floor(medians[10**4], 3), exponent_target(made)])
 
@@ -290,7 +294,9 @@ def w11(options):
         f"A cookie header, for which the system sets the limit:\n\n{report.table(flood)}\n"
         "Exponents are taken from 1 MiB on, that of the cookies from the start.\n"
     )
-    return Report("what strangers send, doubled", text, targets, data, lines, "bytes", "processor time")
+    return Report(
+        "what strangers send, doubled", text, targets, data, lines, "bytes", "processor time"
+    )
 
 
 # ---- HTML trees ----------------------------------------------------------------------------------

@@ -14,26 +14,28 @@ import reference as model
 from reference import Comment, HeaderError, one_line
 
 # Public without documentation: they are what they are in any container.
-OF_CONTAINERS = ('begin', 'end', 'empty')
-AS_CONTAINERS = 'As of any container of the standard library.'
-TYPES_OF_CONTAINERS = ('value_type', 'iterator', 'const_iterator', 'size_type', 'difference_type')
+OF_CONTAINERS = ("begin", "end", "empty")
+AS_CONTAINERS = "As of any container of the standard library."
+TYPES_OF_CONTAINERS = ("value_type", "iterator", "const_iterator", "size_type", "difference_type")
 
 
 @dataclass
 class Member:
     """A function or a constant, of a class or by itself."""
+
     name: str
     declaration: str  # without noexcept, which all functions are, and without a body
     parameters: list[str]
     comment: Comment
 
     def is_function(self) -> bool:
-        return '(' in self.declaration
+        return "(" in self.declaration
 
 
 @dataclass
 class Class:
     """Also an enumeration, or another name for a class."""
+
     name: str
     declaration: str
     bases: list[str]  # of namespace detail
@@ -68,28 +70,32 @@ class Reference:
         names = {member.name for member in heir.members} - set(heir.kept)
         found = []
         for name in heir.bases:
-            found += [(bases[name], member) for member in bases[name].members
-                      if member.name not in names]
-            found += [each for each in self.inherited(bases[name])
-                      if each[1].name not in names]
+            found += [
+                (bases[name], member) for member in bases[name].members if member.name not in names
+            ]
+            found += [each for each in self.inherited(bases[name]) if each[1].name not in names]
         return found
 
 
 # ---- Statements --------------------------------------------------------------------------------
 
-TOKEN = re.compile(r'''
+TOKEN = re.compile(
+    r"""
     (?P<comment>/\*.*?\*/ | //[^\n]*)
   | (?P<directive>^\#(?:[^\n]*\\\n)*[^\n]*)
   | (?P<literal>"(?:\\.|[^"\\\n])*" | '(?:\\.|[^'\\\n])*')
   | (?P<open>[({[]) | (?P<close>[)}\]]) | (?P<end>;)
   | (?P<access>(?:public|protected|private):(?!:))
   | \w+ | .
-''', re.VERBOSE | re.DOTALL | re.MULTILINE)
+""",
+    re.VERBOSE | re.DOTALL | re.MULTILINE,
+)
 
 
 @dataclass
 class Statement:
     """A declaration up to its body or its end, an access label, a comment; and the body."""
+
     head: str
     body: str | None
     line: int
@@ -97,61 +103,66 @@ class Statement:
 
 def statements(text: str, line: int):
     """Takes a text of statements apart; its first line has the number `line`."""
-    head = ''
+    head = ""
     body_start = None
     depth = 0
     start = line
     for token in TOKEN.finditer(text):
         kind = token.lastgroup
         if not head and depth == 0:
-            start = line + text.count('\n', 0, token.start())
-        if kind == 'open':
-            if depth == 0 and token[0] == '{':
+            start = line + text.count("\n", 0, token.start())
+        if kind == "open":
+            if depth == 0 and token[0] == "{":
                 body_start = token.end()
             depth += 1
-        elif kind == 'close':
+        elif kind == "close":
             depth -= 1
             if depth < 0:
-                raise HeaderError(f'line {start}: a bracket too many')
-            if depth == 0 and token[0] == '}' and body_start is not None:
-                yield Statement(one_line(head), text[body_start:token.start()],
-                                line + text.count('\n', 0, body_start))
-                head, body_start = '', None
+                raise HeaderError(f"line {start}: a bracket too many")
+            if depth == 0 and token[0] == "}" and body_start is not None:
+                yield Statement(
+                    one_line(head),
+                    text[body_start : token.start()],
+                    line + text.count("\n", 0, body_start),
+                )
+                head, body_start = "", None
                 continue
         if body_start is not None:
             continue
-        if depth == 0 and kind == 'end':
+        if depth == 0 and kind == "end":
             if head.strip():
                 yield Statement(one_line(head), None, start)
-            head = ''
-        elif kind == 'access':
+            head = ""
+        elif kind == "access":
             yield Statement(token[0], None, start)
-        elif kind == 'comment':
+        elif kind == "comment":
             if not head.strip():
-                column = token.start() - text.rfind('\n', 0, token.start()) - 1
-                yield Statement(textwrap.dedent(' ' * column + token[0]), None, start)
-        elif kind != 'directive':
+                column = token.start() - text.rfind("\n", 0, token.start()) - 1
+                yield Statement(textwrap.dedent(" " * column + token[0]), None, start)
+        elif kind != "directive":
             head += token[0]
             if not head.strip():
-                head = ''
+                head = ""
     if head.strip() or depth:
-        raise HeaderError(f'line {start}: not understood: {one_line(head)}')
+        raise HeaderError(f"line {start}: not understood: {one_line(head)}")
 
 
 # ---- Declarations ------------------------------------------------------------------------------
 
-FUNCTION = re.compile(r'(?P<before>.*?)(?P<name>operator ?(?:bool|[^\w\s(]+)|~?\w+)(?=\()')
-AFTER = re.compile(r'(?: const)?(?: &&?)?(?: ?noexcept)?(?: TARN_PRINTF\(\d, \d\))?( = delete)?'
-                   r'( = default)?(?: : .*)?')
+FUNCTION = re.compile(r"(?P<before>.*?)(?P<name>operator ?(?:bool|[^\w\s(]+)|~?\w+)(?=\()")
+AFTER = re.compile(
+    r"(?: const)?(?: &&?)?(?: ?noexcept)?(?: TARN_PRINTF\(\d, \d\))?( = delete)?"
+    r"( = default)?(?: : .*)?"
+)
 
 
 def split_at_commas(text: str) -> list[str]:
-    parts = ['']
+    parts = [""]
     depth = 0
     for character in text:
-        depth += (character in '(<{[') - (character in ')>}]')
-        if character == ',' and depth == 0:
-            parts.append('')
+        depth += (character in "(<{[") - (character in ")>}]")
+        if character == "," and depth == 0:
+            parts.append("")
         else:
             parts[-1] += character
     return [part.strip() for part in parts if part.strip()]
@@ -159,50 +170,58 @@ def split_at_commas(text: str) -> list[str]:
 
 def parameter_name(text: str) -> str:
     """Nothing for one without a name, and for the dots."""
-    match = re.fullmatch(r'.*[\s*&.](\w+)', text.partition(' = ')[0])
-    return match[1] if match else ''
+    match = re.fullmatch(r".*[\s*&.](\w+)", text.partition(" = ")[0])
+    return match[1] if match else ""
 
 
 def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
     """The function, and what stands behind its parameters."""
     match = FUNCTION.match(head)
     if not match:
-        raise HeaderError(f'not understood: {head}')
+        raise HeaderError(f"not understood: {head}")
     end = match.end()
     depth = 0
     for end in range(match.end(), len(head)):
-        depth += (head[end] == '(') - (head[end] == ')')
+        depth += (head[end] == "(") - (head[end] == ")")
         if depth == 0:
             break
-    parameters = split_at_commas(head[match.end() + 1:end])
-    after = head[end + 1:]
+    parameters = split_at_commas(head[match.end() + 1 : end])
+    after = head[end + 1 :]
     if not AFTER.fullmatch(after):
-        raise HeaderError(f'not understood: {head}')
-    before = re.sub(r'\binline ', '', match['before'])
-    qualifiers = re.sub(r' ?noexcept| TARN_PRINTF\(.*?\)| : .*', '', after)
+        raise HeaderError(f"not understood: {head}")
+    before = re.sub(r"\binline ", "", match["before"])
+    qualifiers = re.sub(r" ?noexcept| TARN_PRINTF\(.*?\)| : .*", "", after)
     declaration = f'{before}{match["name"]}({", ".join(parameters)}){qualifiers};'
-    return Member(match['name'], declaration,
-                  [name for name in map(parameter_name, parameters) if name], comment), after
+    return (
+        Member(
+            match["name"],
+            declaration,
+            [name for name in map(parameter_name, parameters) if name],
+            comment,
+        ),
+        after,
+    )
 
 
 def is_written_by_compilers(member: Member, name: str) -> bool:
     """Copying, moving, destroying."""
-    takes = re.search(r'\((.*)\)', member.declaration)[1]
-    return member.name == f'~{name}' or (member.name in (name, 'operator=') and
-                                         re.fullmatch(rf'(const )?{name} &&?\w*', takes))
+    takes = re.search(r"\((.*)\)", member.declaration)[1]
+    return member.name == f"~{name}" or (
+        member.name in (name, "operator=") and re.fullmatch(rf"(const )?{name} &&?\w*", takes)
+    )
 
 
 def check(member: Member) -> None:
     if not member.comment.blocks and member.name not in OF_CONTAINERS:
-        raise HeaderError('not documented')
-    if member.comment.result and re.match(r'(static )?void ', member.declaration):
-        raise HeaderError('@return, and it returns nothing')
+        raise HeaderError("not documented")
+    if member.comment.result and re.match(r"(static )?void ", member.declaration):
+        raise HeaderError("@return, and it returns nothing")
     for argument in member.comment.arguments:
         if not argument.text:
-            raise HeaderError(f'@param says nothing of {argument.names[0]}')
+            raise HeaderError(f"@param says nothing of {argument.names[0]}")
         for name in argument.names:
             if name not in member.parameters:
-                raise HeaderError(f'has no argument {name}, and @param explains it')
+                raise HeaderError(f"has no argument {name}, and @param explains it")
 
 
 # ---- Classes -----------------------------------------------------------------------------------
@@ -211,20 +230,23 @@ def check(member: Member) -> None:
 def parse_member(statement: Statement, owner: str, comment: Comment) -> Member | None:
     """A public member; none when it is one of those that are left out."""
     head = statement.head
-    if head.startswith('friend ') or re.fullmatch(r'using (\w+::)+\w+', head):
+    if head.startswith("friend ") or re.fullmatch(r"using (\w+::)+\w+", head):
         return None
-    alias = re.match(r'using (\w+) =', head)
+    alias = re.match(r"using (\w+) =", head)
     if alias and alias[1] in TYPES_OF_CONTAINERS:
         return None
-    if head == 'class Iterator':
+    if head == "class Iterator":
         return None
-    constant = re.fullmatch(r'static constexpr [\w:]+ (\w+) = \w+', head)
+    constant = re.fullmatch(r"static constexpr [\w:]+ (\w+) = \w+", head)
     if constant:
-        member = Member(constant[1], f'{head};', [], comment)
+        member = Member(constant[1], f"{head};", [], comment)
     else:
         member, after = parse_function(head, comment)
-        if is_written_by_compilers(member, owner) or after.endswith(' = default') or (
-                after.endswith(' = delete') and not comment.blocks):
+        if (
+            is_written_by_compilers(member, owner)
+            or after.endswith(" = default")
+            or (after.endswith(" = delete") and not comment.blocks)
+        ):
             return None
     check(member)
     return member
@@ -233,32 +255,33 @@ def parse_member(statement: Statement, owner: str, comment: Comment) -> Member |
 def parse_enumerators(body: str) -> list[Member]:
     members = []
     for part in body.strip().splitlines():
-        match = re.fullmatch(r'\s*(\w+),?\s*/\*\*< (.*?) \*/', part)
+        match = re.fullmatch(r"\s*(\w+),?\s*/\*\*< (.*?) \*/", part)
         if not match:
-            raise HeaderError(f'not understood: {part.strip()}')
+            raise HeaderError(f"not understood: {part.strip()}")
         members.append(Member(match[1], match[1], [], Comment([model.Paragraph(match[2])])))
     return members
 
 
 def parse_class(statement: Statement, comment: Comment) -> Class:
-    match = re.fullmatch(r'(?:template <.*> )?(class|struct|enum class) (\w+)(?: : public (.*))?',
-                         statement.head)
+    match = re.fullmatch(
+        r"(?:template <.*> )?(class|struct|enum class) (\w+)(?: : public (.*))?", statement.head
+    )
     if not match:
-        raise HeaderError(f'line {statement.line}: not understood: {statement.head}')
+        raise HeaderError(f"line {statement.line}: not understood: {statement.head}")
     kind, name, bases = match.groups()
-    made = Class(name, f'{kind} {name};', re.findall(r'^(?:detail::)?(\w+)', bases or ''), comment)
-    if kind == 'enum class':
+    made = Class(name, f"{kind} {name};", re.findall(r"^(?:detail::)?(\w+)", bases or ""), comment)
+    if kind == "enum class":
         made.members = parse_enumerators(statement.body)
         return made
-    public = kind == 'struct'
+    public = kind == "struct"
     said = Comment()
     for part in statements(statement.body, statement.line):
-        if part.head.endswith(':'):
-            public = part.head == 'public:'
-        elif part.head.startswith('/**'):
+        if part.head.endswith(":"):
+            public = part.head == "public:"
+        elif part.head.startswith("/**"):
             said = model.parse_comment(model.uncomment(part.head))
-        elif not part.head.startswith(('//', '/*')):
-            kept = re.fullmatch(r'using (\w+)::(?!\1)(\w+)', part.head)
+        elif not part.head.startswith(("//", "/*")):
+            kept = re.fullmatch(r"using (\w+)::(?!\1)(\w+)", part.head)
             if public and kept:
                 made.kept.append(kept[2])
             elif public:
@@ -267,7 +290,7 @@ def parse_class(statement: Statement, comment: Comment) -> Class:
                 except HeaderError as error:
                     what = FUNCTION.match(part.head)
                     what = f'{name}::{what["name"]}()' if what else name
-                    raise HeaderError(f'line {part.line}: {what}: {error}') from None
+                    raise HeaderError(f"line {part.line}: {what}: {error}") from None
                 made.members += [member] if member else []
             said = Comment()
     return made
@@ -277,7 +300,6 @@ def parse_class(statement: Statement, comment: Comment) -> Class:
 
 
 class Parser:
-
     def __init__(self):
         self.reference: Reference | None = None
         self.detail: dict[str, Statement] = {}
@@ -288,72 +310,76 @@ class Parser:
         said = Comment()
         for statement in statements(text, line):
             head = statement.head
-            if head.startswith('//'):
+            if head.startswith("//"):
                 self.remark(head)
                 continue
             self.end_remarks()
-            if head.startswith('/**'):
+            if head.startswith("/**"):
                 said = model.parse_comment(model.uncomment(head))
                 continue
-            if head.startswith('/*'):
-                self.reference = Reference(model.parse_comment(model.uncomment(head)),
-                                           [Section('Objects', Comment())])
+            if head.startswith("/*"):
+                self.reference = Reference(
+                    model.parse_comment(model.uncomment(head)), [Section("Objects", Comment())]
+                )
                 continue
-            if head == 'namespace detail':
+            if head == "namespace detail":
                 for each in statements(statement.body, statement.line):
-                    match = re.match(r'(?:template <.*> )?class (\w+)', each.head)
+                    match = re.match(r"(?:template <.*> )?class (\w+)", each.head)
                     self.detail |= {match[1]: each} if match else {}
-            elif re.fullmatch(r'(inline )?namespace \w+', head):
+            elif re.fullmatch(r"(inline )?namespace \w+", head):
                 self.scope(statement.body, statement.line)
             else:
                 try:
                     self.declaration(statement, said)
                 except HeaderError as error:
-                    raise HeaderError(f'line {statement.line}: {error}'
-                                      if not str(error).startswith('line ') else error) from None
+                    raise HeaderError(
+                        f"line {statement.line}: {error}"
+                        if not str(error).startswith("line ")
+                        else error
+                    ) from None
             said = Comment()
 
     def remark(self, line: str) -> None:
-        heading = re.match(r'// ---- (.*?) -{2,}', line)
+        heading = re.match(r"// ---- (.*?) -{2,}", line)
         if heading:
             self.reference.sections.append(Section(heading[1], Comment()))
             self.remarks = []
         elif self.remarks is not None:
-            self.remarks.append(line.removeprefix('//').removeprefix(' '))
+            self.remarks.append(line.removeprefix("//").removeprefix(" "))
 
     def end_remarks(self) -> None:
         if self.remarks:
-            self.reference.sections[-1].comment = Comment(model.blocks('\n'.join(self.remarks)))
+            self.reference.sections[-1].comment = Comment(model.blocks("\n".join(self.remarks)))
         self.remarks = None
 
     def declaration(self, statement: Statement, comment: Comment) -> None:
         head = statement.head
-        if re.fullmatch(r'class \w+', head) and statement.body is None:
+        if re.fullmatch(r"class \w+", head) and statement.body is None:
             return
-        if re.search(r'\w::\w+\(', head) and head.startswith('inline '):
+        if re.search(r"\w::\w+\(", head) and head.startswith("inline "):
             return  # of a member, whose declaration stands in its class
         section = self.reference.sections[-1]
-        alias = re.fullmatch(r'using (\w+) = (?:detail::)?(\w+)<.*>', head)
-        constant = re.fullmatch(r'inline (constexpr [\w:]+ (\w+)(?: = \w+)?)', head)
+        alias = re.fullmatch(r"using (\w+) = (?:detail::)?(\w+)<.*>", head)
+        constant = re.fullmatch(r"inline (constexpr [\w:]+ (\w+)(?: = \w+)?)", head)
         if alias:
-            made = Class(alias[1], f'{head};', [alias[2]], comment)
+            made = Class(alias[1], f"{head};", [alias[2]], comment)
         elif constant:
             name = constant[2]
-            section.members.append(Member(name, constant[1] + ';', [], comment))
+            section.members.append(Member(name, constant[1] + ";", [], comment))
             check(section.members[-1])
             return
-        elif re.match(r'(class|struct|enum class) ', head):
+        elif re.match(r"(class|struct|enum class) ", head):
             made = parse_class(statement, comment)
         else:
             member, _ = parse_function(head, comment)
             try:
                 check(member)
             except HeaderError as error:
-                raise HeaderError(f'{member.name}(): {error}') from None
+                raise HeaderError(f"{member.name}(): {error}") from None
             section.members.append(member)
             return
         if not comment.blocks:
-            raise HeaderError(f'{made.name}: not documented')
+            raise HeaderError(f"{made.name}: not documented")
         section.classes.append(made)
 
     def inherited(self) -> list[Class]:
@@ -363,7 +389,7 @@ class Parser:
         for name in wanted:  # grows
             if name not in made:
                 if name not in self.detail:
-                    raise HeaderError(f'there is no detail::{name}')
+                    raise HeaderError(f"there is no detail::{name}")
                 made[name] = parse_class(self.detail[name], Comment())
                 wanted += made[name].bases
         return [made[name] for name in self.detail if name in made]
@@ -375,6 +401,7 @@ def parse(text: str) -> Reference:
     parser.scope(text, 1)
     parser.end_remarks()
     parser.reference.bases = parser.inherited()
-    parser.reference.sections = [section for section in parser.reference.sections
-                                 if section.classes or section.members]
+    parser.reference.sections = [
+        section for section in parser.reference.sections if section.classes or section.members
+    ]
     return parser.reference

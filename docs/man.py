@@ -20,7 +20,7 @@ import reference as model
 from pages import SECTIONS, Example, Page, first_sentence, read_notes, read_pages, sentence
 from reference import HeaderError
 
-CLOSING = '.,:;)]?!'
+CLOSING = ".,:;)]?!"
 WIDTH = 78
 
 
@@ -29,94 +29,102 @@ WIDTH = 78
 
 def escape(text: str) -> str:
     """Words of a sentence. A hyphen between letters is one, any other is a minus or a dash."""
-    return re.sub(r'(?<![a-z])-|-(?![a-z])', r'\\-', text.replace('\\', r'\e'))
+    return re.sub(r"(?<![a-z])-|-(?![a-z])", r"\\-", text.replace("\\", r"\e"))
 
 
 def literal(text: str) -> str:
     """A line of code, every character of it as it is."""
-    for character, name in (('\\', r'\e'), ('-', r'\-'), ("'", r'\(aq'), ('`', r'\(ga'),
-                            ('^', r'\(ha'), ('~', r'\(ti')):
+    for character, name in (
+        ("\\", r"\e"),
+        ("-", r"\-"),
+        ("'", r"\(aq"),
+        ("`", r"\(ga"),
+        ("^", r"\(ha"),
+        ("~", r"\(ti"),
+    ):
         text = text.replace(character, name)
-    return r'\&' + text if text.startswith('.') else text
+    return r"\&" + text if text.startswith(".") else text
 
 
 def argument(text: str) -> str:
-    return f'"{text}"' if ' ' in text else text
+    return f'"{text}"' if " " in text else text
 
 
 def fill(text: str) -> list[str]:
     """Plain text: each sentence begins a line."""
     lines = []
-    for part in re.split(r'(?<=[.!?])\s+|(?<=[.!?]\))\s+', text.strip()):
+    for part in re.split(r"(?<=[.!?])\s+|(?<=[.!?]\))\s+", text.strip()):
         lines += textwrap.wrap(part, WIDTH, break_long_words=False, break_on_hyphens=False)
-    return [r'\&' + line if line[0] in ".'" else line for line in lines]
+    return [r"\&" + line if line[0] in ".'" else line for line in lines]
 
 
 def display(lines: list[str]) -> list[str]:
-    return ['.Bd -literal -offset indent', *map(literal, lines), '.Ed']
+    return [".Bd -literal -offset indent", *map(literal, lines), ".Ed"]
 
 
 class Writer:
     """Writes the pages; knows which page describes what."""
 
-    def __init__(self, reference: model.Reference, pages: list[Page], release: str,
-                 date: datetime.date):
+    def __init__(
+        self, reference: model.Reference, pages: list[Page], release: str, date: datetime.date
+    ):
         self.reference = reference
         self.pages = pages
         self.release = release
         self.date = date
         self.home = {name: page.name for page in pages for name in [page.name, *page.names()]}
         self.types = {type.name for type in reference.types}
-        variables = {variable.name for family in reference.families
-                     for variable in family.variables()}
+        variables = {
+            variable.name for family in reference.families for variable in family.variables()
+        }
         self.marked = re.compile(rf'\b({"|".join(sorted(self.types | variables))})\b')
 
     # -- Texts
 
     def macro(self, page: Page, kind: str, content: str) -> str:
-        if kind == 'constant':
-            return f'Dv {content}'
-        if kind == 'environment':
-            return f'Ev {content}'
-        if kind == 'function':
+        if kind == "constant":
+            return f"Dv {content}"
+        if kind == "environment":
+            return f"Ev {content}"
+        if kind == "function":
             if self.home.get(content) == page.name:
-                return f'Fn {content}'
+                return f"Fn {content}"
             if content in self.home:
-                return f'Xr {content} 3'
+                return f"Xr {content} 3"
             if content in SECTIONS:
-                return f'Xr {content} {SECTIONS[content]}'
-            raise HeaderError(f'{page.name}: no page describes {content}()')
-        if content in self.types or '*' in content:
-            return f'Vt {content}'
+                return f"Xr {content} {SECTIONS[content]}"
+            raise HeaderError(f"{page.name}: no page describes {content}()")
+        if content in self.types or "*" in content:
+            return f"Vt {content}"
         functions = page.family.functions() if page.family else []
         arguments = {parameter.name for function in functions for parameter in function.parameters}
-        return f'Fa {content}' if content in arguments else f'Va {content}'
+        return f"Fa {content}" if content in arguments else f"Va {content}"
 
     def flow(self, page: Page, text: str) -> list[str]:
         """A text as lines: words, and a line of its own for each name."""
-        parts: list[str | tuple[str, str]] = ['']  # words and macros in turn
+        parts: list[str | tuple[str, str]] = [""]  # words and macros in turn
         for kind, content in model.pieces(text):
-            if kind == 'quotation':
+            if kind == "quotation":
                 parts[-1] += escape(content)
-            elif kind == 'plain':
+            elif kind == "plain":
                 first, *rest = self.marked.split(content)
                 parts[-1] += escape(first)
                 for name, words in zip(rest[::2], rest[1::2]):
-                    parts += [self.macro(page, 'code', name), escape(words)]
+                    parts += [self.macro(page, "code", name), escape(words)]
             else:
-                parts += [self.macro(page, kind, content), '']
+                parts += [self.macro(page, kind, content), ""]
 
         lines = []
         words = parts[0]
         for macro, after in zip(parts[1::2], parts[2::2]):
-            before, opening = re.fullmatch(r'(.*?)(\S*)', words, re.DOTALL).groups()
-            closing, words = re.fullmatch(r'(\S*)(.*)', after, re.DOTALL).groups()
+            before, opening = re.fullmatch(r"(.*?)(\S*)", words, re.DOTALL).groups()
+            closing, words = re.fullmatch(r"(\S*)(.*)", after, re.DOTALL).groups()
             lines += fill(before)
-            line = f'.Pf {opening} {macro}' if opening else f'.{macro}'
+            line = f".Pf {opening} {macro}" if opening else f".{macro}"
             if closing.strip(CLOSING):
-                line += f' Ns {closing}'
+                line += f" Ns {closing}"
             elif closing:
-                line += ' ' + ' '.join(closing)
+                line += " " + " ".join(closing)
             lines.append(line)
         return lines + fill(words)
 
@@ -125,23 +133,23 @@ class Writer:
         lines = []
         for block in blocks:
             if isinstance(block, model.Paragraph):
-                lines += ['.Pp'] + self.flow(page, block.text)
+                lines += [".Pp"] + self.flow(page, block.text)
             elif isinstance(block, model.Code):
                 lines += display(block.lines)
             elif isinstance(block, model.Table):
                 lines += self.table(page, block)
             elif isinstance(block, model.Items):
-                lines.append('.Bl -bullet -compact')
+                lines.append(".Bl -bullet -compact")
                 for item in block.items:
-                    lines += ['.It', *self.flow(page, item)]
-                lines.append('.El')
+                    lines += [".It", *self.flow(page, item)]
+                lines.append(".El")
             else:
-                lines.append('.Bl -enum')
+                lines.append(".Bl -enum")
                 for item in block.items:
-                    name, text = item.split('. ', 1)
-                    lines += ['.It', f'.Em {name} .', *self.flow(page, text)]
-                lines.append('.El')
-        return lines[1:] if lines[:1] == ['.Pp'] else lines
+                    name, text = item.split(". ", 1)
+                    lines += [".It", f".Em {name} .", *self.flow(page, text)]
+                lines.append(".El")
+        return lines[1:] if lines[:1] == [".Pp"] else lines
 
     def table(self, page: Page, table: model.Table) -> list[str]:
         """Rows of two cells are names and what they mean; wider ones have a line of headings."""
@@ -149,61 +157,68 @@ class Writer:
             width = max(len(row[0]) for row in table.rows)
             lines = [f'.Bl -tag -width {"x" * min(width, 20)} -offset indent -compact']
             for name, text in table.rows:
-                lines += [f'.It {name}', *self.flow(page, sentence(text))]
-            return ['.Pp', *lines, '.El']
+                lines += [f".It {name}", *self.flow(page, sentence(text))]
+            return [".Pp", *lines, ".El"]
         widths = [argument(max(column, key=len)) for column in zip(*table.rows)]
         lines = [f'.Bl -column {" ".join(widths[:-1])} "" -offset indent']
         for index, row in enumerate(table.rows):
-            cells = [f'Em {cell}' for cell in row] if index == 0 else row
-            lines.append('.It ' + ' Ta '.join(cells))
-        return lines + ['.El']
+            cells = [f"Em {cell}" for cell in row] if index == 0 else row
+            lines.append(".It " + " Ta ".join(cells))
+        return lines + [".El"]
 
     # -- Functions
 
     def synopsis(self, page: Page) -> list[str]:
-        lines = ['.In tarn.h']
+        lines = [".In tarn.h"]
         for member in page.family.members:
             if isinstance(member, model.Variable):
-                lines.append(f'.Vt {member.declaration} ;')
+                lines.append(f".Vt {member.declaration} ;")
             elif isinstance(member, model.Function):
-                lines += [f'.Ft {member.type}', f'.Fo {member.name}']
-                lines += [f'.Fa {argument(str(parameter))}' for parameter in member.parameters]
-                lines += ['.Fa ...'] * member.variadic + ['.Fc']
+                lines += [f".Ft {member.type}", f".Fo {member.name}"]
+                lines += [f".Fa {argument(str(parameter))}" for parameter in member.parameters]
+                lines += [".Fa ..."] * member.variadic + [".Fc"]
         return lines
 
     def arguments(self, page: Page, comment: model.Comment) -> list[str]:
         if not comment.arguments:
             return []
-        widths = [len(', '.join(argument.names)) for argument in comment.arguments]
+        widths = [len(", ".join(argument.names)) for argument in comment.arguments]
         width = max([width for width in widths if width <= 14], default=6)
-        lines = ['.Pp', f'.Bl -tag -width {"x" * width} -compact']
+        lines = [".Pp", f'.Bl -tag -width {"x" * width} -compact']
         for argument in comment.arguments:
-            lines += ['.It Fa ' + ' , Fa '.join(argument.names),
-                      *self.flow(page, sentence(argument.text))]
-        return lines + ['.El']
+            lines += [
+                ".It Fa " + " , Fa ".join(argument.names),
+                *self.flow(page, sentence(argument.text)),
+            ]
+        return lines + [".El"]
 
     def members(self, page: Page) -> list[str]:
         """The family's functions, told one by one; after a remark about them all, in short."""
-        lines = ['.Bl -tag -width Ds']
+        lines = [".Bl -tag -width Ds"]
         short = False
         for position, member in enumerate(page.family.members):
             if isinstance(member, model.Note):
-                following = [function.name for function in page.family.members[position + 1:]]
+                following = [function.name for function in page.family.members[position + 1 :]]
                 width = len(max(following, key=len)) + 2
-                lines += ['.El', '.Pp', *self.blocks(page, member.comment.blocks), '.Pp',
-                          f'.Bl -tag -width {"x" * width} -compact']
+                lines += [
+                    ".El",
+                    ".Pp",
+                    *self.blocks(page, member.comment.blocks),
+                    ".Pp",
+                    f'.Bl -tag -width {"x" * width} -compact',
+                ]
                 short = True
                 continue
             if isinstance(member, model.Variable):
-                lines.append(f'.It Va {member.name}')
+                lines.append(f".It Va {member.name}")
             elif short:
-                lines.append(f'.It Fn {member.name}')
+                lines.append(f".It Fn {member.name}")
             else:
                 names = [parameter.name for parameter in member.parameters]
-                lines.append(' '.join(['.It Fn', member.name, *names] + ['...'] * member.variadic))
+                lines.append(" ".join([".It Fn", member.name, *names] + ["..."] * member.variadic))
             lines += self.blocks(page, member.comment.blocks)
             lines += self.arguments(page, member.comment)
-        return lines + ['.El']
+        return lines + [".El"]
 
     def results(self, page: Page) -> list[str]:
         """Functions that answer alike stand together."""
@@ -213,79 +228,136 @@ class Writer:
                 alike.setdefault(function.comment.result, []).append(function.name)
         lines = []
         for text, names in alike.items():
-            lines += ['.Pp'] + [f'.Fn {name} ,' for name in names[:-1]] + [f'.Fn {names[-1]}']
-            lines += ['.Bd -filled -offset indent -compact',
-                      *self.flow(page, sentence(text)), '.Ed']
+            lines += [".Pp"] + [f".Fn {name} ," for name in names[:-1]] + [f".Fn {names[-1]}"]
+            lines += [
+                ".Bd -filled -offset indent -compact",
+                *self.flow(page, sentence(text)),
+                ".Ed",
+            ]
         return lines[1:]
 
     # -- Pages
 
     def example(self, page: Page, example: Example) -> list[str]:
-        return [*self.flow(page, example.title), *display(example.code),
-                '.Pp', 'Called from a shell:', *display(example.transcript)]
+        return [
+            *self.flow(page, example.title),
+            *display(example.code),
+            ".Pp",
+            "Called from a shell:",
+            *display(example.transcript),
+        ]
 
     def see_also(self, page: Page, lines: list[str]) -> list[str]:
         """The pages that describe what the lines of this one name, its example's too."""
-        text = '\n'.join(lines)
-        references = {(SECTIONS.get(name, 3), self.home.get(name, name))
-                      for name in re.findall(r'\bXr (\w+) \d', text)}
-        references |= {(3, self.home[name]) for name in re.findall(r'\b(\w+)\(', text)
-                       if name in self.home}
-        references |= {(3, other.name) for other in self.pages
-                       if other.family is None or page.family is None}
-        references |= {(3, 'tarn.hpp')} if page.family is None else set()
-        references = sorted(references - {(3, page.name)},
-                            key=lambda reference: (reference[0], reference[1].lower()))
-        lines = [f'.Xr {name} {section} ,' for section, name in references]
-        return lines[:-1] + [lines[-1].removesuffix(' ,')]
+        text = "\n".join(lines)
+        references = {
+            (SECTIONS.get(name, 3), self.home.get(name, name))
+            for name in re.findall(r"\bXr (\w+) \d", text)
+        }
+        references |= {
+            (3, self.home[name]) for name in re.findall(r"\b(\w+)\(", text) if name in self.home
+        }
+        references |= {
+            (3, other.name) for other in self.pages if other.family is None or page.family is None
+        }
+        references |= {(3, "tarn.hpp")} if page.family is None else set()
+        references = sorted(
+            references - {(3, page.name)},
+            key=lambda reference: (reference[0], reference[1].lower()),
+        )
+        lines = [f".Xr {name} {section} ," for section, name in references]
+        return lines[:-1] + [lines[-1].removesuffix(" ,")]
 
     def head(self, page: Page) -> list[str]:
         names = [page.name] + page.names()
-        header = 'tarn.hpp' if page.name == 'tarn.hpp' else 'tarn.h'
-        return [rf'.\" Made from include/{header} by docs/man.py.',
-                f'.Dd {self.date:%B} {self.date.day}, {self.date.year}',
-                f'.Dt {page.name.upper()} 3', f'.Os Tarn {self.release}',
-                '.Sh NAME', *[f'.Nm {name} ,' for name in names[:-1]], f'.Nm {names[-1]}',
-                f'.Nd {page.summary}',
-                '.Sh LIBRARY', 'Tarn', '.Pq libtarn , Fl ltarn']
+        header = "tarn.hpp" if page.name == "tarn.hpp" else "tarn.h"
+        return [
+            rf".\" Made from include/{header} by docs/man.py.",
+            f".Dd {self.date:%B} {self.date.day}, {self.date.year}",
+            f".Dt {page.name.upper()} 3",
+            f".Os Tarn {self.release}",
+            ".Sh NAME",
+            *[f".Nm {name} ," for name in names[:-1]],
+            f".Nm {names[-1]}",
+            f".Nd {page.summary}",
+            ".Sh LIBRARY",
+            "Tarn",
+            ".Pq libtarn , Fl ltarn",
+        ]
 
     def family_page(self, page: Page) -> list[str]:
         comment = page.family.comment
-        lines = ['.Sh DESCRIPTION', *self.blocks(page, model.blocks(page.intro) + comment.blocks)]
+        lines = [".Sh DESCRIPTION", *self.blocks(page, model.blocks(page.intro) + comment.blocks)]
         if comment.arguments:
-            lines += ['.Pp', 'Where nothing else is said of them, the arguments are:',
-                      *self.arguments(page, comment)]
-        lines += ['.Ss Functions', *self.members(page),
-                  '.Sh RETURN VALUES', *self.results(page),
-                  '.Sh EXAMPLES', *self.example(page, page.examples[0])]
-        return [*self.head(page), '.Sh SYNOPSIS', *self.synopsis(page), *lines,
-                '.Sh SEE ALSO', *self.see_also(page, lines)]
+            lines += [
+                ".Pp",
+                "Where nothing else is said of them, the arguments are:",
+                *self.arguments(page, comment),
+            ]
+        lines += [
+            ".Ss Functions",
+            *self.members(page),
+            ".Sh RETURN VALUES",
+            *self.results(page),
+            ".Sh EXAMPLES",
+            *self.example(page, page.examples[0]),
+        ]
+        return [
+            *self.head(page),
+            ".Sh SYNOPSIS",
+            *self.synopsis(page),
+            *lines,
+            ".Sh SEE ALSO",
+            *self.see_also(page, lines),
+        ]
 
     def overview(self, page: Page) -> list[str]:
         statuses, tags = self.reference.constants
-        lines = ['.Sh DESCRIPTION', *self.blocks(page, model.blocks(page.intro)),
-                 '.Ss Pages', '.Bl -tag -width TARNGenericList(3) -compact']
+        lines = [
+            ".Sh DESCRIPTION",
+            *self.blocks(page, model.blocks(page.intro)),
+            ".Ss Pages",
+            ".Bl -tag -width TARNGenericList(3) -compact",
+        ]
         for other in self.pages:
             if other.family:
-                lines += [f'.It Xr {other.name} 3', sentence(other.summary)]
-        lines += ['.El', '.Ss Types', '.Bl -tag -width TarnHandle -compact']
+                lines += [f".It Xr {other.name} 3", sentence(other.summary)]
+        lines += [".El", ".Ss Types", ".Bl -tag -width TarnHandle -compact"]
         for type in self.reference.types:
-            lines += [f'.It Vt {type.name}', *self.blocks(page, type.comment.blocks)]
-        lines += ['.El', '.Ss Conventions',
-                  *self.blocks(page, self.reference.overview.blocks[1:]),
-                  '.Ss Type tags', *self.blocks(page, tags.comment.blocks), '.Pp',
-                  '.Bl -tag -width TARN_MULTIPART_HEADER_MAGIC -compact']
+            lines += [f".It Vt {type.name}", *self.blocks(page, type.comment.blocks)]
+        lines += [
+            ".El",
+            ".Ss Conventions",
+            *self.blocks(page, self.reference.overview.blocks[1:]),
+            ".Ss Type tags",
+            *self.blocks(page, tags.comment.blocks),
+            ".Pp",
+            ".Bl -tag -width TARN_MULTIPART_HEADER_MAGIC -compact",
+        ]
         for constant in tags.members:
-            lines += [f'.It Dv {constant.name}', constant.value]
-        lines += ['.El', '.Sh RETURN VALUES', *self.blocks(page, statuses.comment.blocks), '.Pp',
-                  '.Bl -tag -width TARN_NOT_IMPLEMENTED(5) -compact']
+            lines += [f".It Dv {constant.name}", constant.value]
+        lines += [
+            ".El",
+            ".Sh RETURN VALUES",
+            *self.blocks(page, statuses.comment.blocks),
+            ".Pp",
+            ".Bl -tag -width TARN_NOT_IMPLEMENTED(5) -compact",
+        ]
         for constant in statuses.members:
-            lines += [f'.It Dv {constant.name} Pq {constant.value}',
-                      *self.flow(page, sentence(constant.text))]
-        lines += ['.El', '.Sh EXAMPLES', *self.example(page, page.examples[0])]
-        return [*self.head(page), '.Sh SYNOPSIS', '.In tarn.h',
-                *[f'.Vt {type.declaration} ;' for type in self.reference.types], *lines,
-                '.Sh SEE ALSO', *self.see_also(page, lines)]
+            lines += [
+                f".It Dv {constant.name} Pq {constant.value}",
+                *self.flow(page, sentence(constant.text)),
+            ]
+        lines += [".El", ".Sh EXAMPLES", *self.example(page, page.examples[0])]
+        return [
+            *self.head(page),
+            ".Sh SYNOPSIS",
+            ".In tarn.h",
+            *[f".Vt {type.declaration} ;" for type in self.reference.types],
+            *lines,
+            ".Sh SEE ALSO",
+            *self.see_also(page, lines),
+        ]
 
     def tree(self) -> dict[str, list[str]]:
         """The lines of every page, by its name."""
@@ -293,78 +365,109 @@ class Writer:
         for page in self.pages:
             made[page.name] = self.family_page(page) if page.family else self.overview(page)
             for name in page.names():
-                made[name] = [f'.so man3/{page.name}.3']
+                made[name] = [f".so man3/{page.name}.3"]
         return made
 
 
 class CppWriter(Writer):
     """Writes the page of the header for C++, which tells its classes in short."""
 
-    def __init__(self, reference: model.Reference, pages: list[Page], release: str,
-                 date: datetime.date, cpp: cpp_reference.Reference, shared: dict):
+    def __init__(
+        self,
+        reference: model.Reference,
+        pages: list[Page],
+        release: str,
+        date: datetime.date,
+        cpp: cpp_reference.Reference,
+        shared: dict,
+    ):
         super().__init__(reference, pages, release, date)
         self.cpp = cpp
         self.shared = shared
         self.types |= {each.name for each in cpp.classes()}
-        self.members = {member.name for each in [*cpp.classes(), *cpp.bases]
-                        for member in each.members} | {each.name for each in cpp.members()}
+        self.members = {
+            member.name for each in [*cpp.classes(), *cpp.bases] for member in each.members
+        } | {each.name for each in cpp.members()}
 
     def macro(self, page: Page, kind: str, content: str) -> str:
-        if kind == 'function' and content.rpartition('::')[2] in self.members:
-            return f'Fn {content}'
-        if kind == 'code' and not content.isidentifier():
-            return f'Li {escape(content)}'
+        if kind == "function" and content.rpartition("::")[2] in self.members:
+            return f"Fn {content}"
+        if kind == "code" and not content.isidentifier():
+            return f"Li {escape(content)}"
         return super().macro(page, kind, content)
 
     def in_short(self, page: Page, members: list[cpp_reference.Member]) -> list[str]:
         """Names with their first sentences; of some of one name, each."""
-        lines = ['.Bl -tag -width Ds -compact']
+        lines = [".Bl -tag -width Ds -compact"]
         for member in members:
-            macro = 'Fn' if member.is_function() else 'Va'
-            lines.append(' '.join([f'.It {macro}', argument(member.name), *member.parameters]))
-            lines += self.flow(page, sentence(first_sentence(member.comment))
-                               if member.comment.blocks else cpp_reference.AS_CONTAINERS)
-        return [*lines, '.El']
+            macro = "Fn" if member.is_function() else "Va"
+            lines.append(" ".join([f".It {macro}", argument(member.name), *member.parameters]))
+            lines += self.flow(
+                page,
+                sentence(first_sentence(member.comment))
+                if member.comment.blocks
+                else cpp_reference.AS_CONTAINERS,
+            )
+        return [*lines, ".El"]
 
     def page(self, example: Example) -> list[str]:
-        page = Page('tarn.hpp', 'Tarn for C++', [], '', [example], None)
+        page = Page("tarn.hpp", "Tarn for C++", [], "", [example], None)
         title, *introduction = self.cpp.overview.blocks
-        lines = ['.Sh DESCRIPTION', *self.blocks(page, introduction)]
+        lines = [".Sh DESCRIPTION", *self.blocks(page, introduction)]
         for section in self.cpp.sections:
-            lines += [f'.Ss {section.title}', *self.blocks(page, section.comment.blocks)]
+            lines += [f".Ss {section.title}", *self.blocks(page, section.comment.blocks)]
             for each in section.classes:
-                lines += ['.Pp', f'.Sy tarn::{each.name}', '.Pp',
-                          *self.blocks(page, each.comment.blocks)]
+                lines += [
+                    ".Pp",
+                    f".Sy tarn::{each.name}",
+                    ".Pp",
+                    *self.blocks(page, each.comment.blocks),
+                ]
                 has = [base.name for base, _ in self.cpp.inherited(each)]
-                has = [self.shared[name]['title'].replace('What', 'what')
-                       for name in dict.fromkeys(has)]
-                lines += ['.Pp', *fill(f'It has {" and ".join(has)}; see below.')] if has else []
-                lines += ['.Pp', *self.in_short(page, each.members)] if each.members else []
+                has = [
+                    self.shared[name]["title"].replace("What", "what")
+                    for name in dict.fromkeys(has)
+                ]
+                lines += [".Pp", *fill(f'It has {" and ".join(has)}; see below.')] if has else []
+                lines += [".Pp", *self.in_short(page, each.members)] if each.members else []
             if section.members:
-                lines += ['.Pp', *self.in_short(page, section.members)]
+                lines += [".Pp", *self.in_short(page, section.members)]
         for base in self.cpp.bases:
             notes = self.shared[base.name]
-            lines += [f'.Ss {notes["title"]}', *self.blocks(page, model.blocks(notes['text'])),
-                      '.Pp', *self.in_short(page, base.members)]
-        lines = [line for before, line in zip(['', *lines], lines)
-                 if line != '.Pp' or not before.startswith('.Ss ')]
-        lines += ['.Sh EXAMPLES', *self.example(page, example)]
-        return [*self.head(page), '.Sh SYNOPSIS', '.In tarn.hpp', *lines,
-                '.Sh SEE ALSO', *self.see_also(page, lines)]
+            lines += [
+                f'.Ss {notes["title"]}',
+                *self.blocks(page, model.blocks(notes["text"])),
+                ".Pp",
+                *self.in_short(page, base.members),
+            ]
+        lines = [
+            line
+            for before, line in zip(["", *lines], lines)
+            if line != ".Pp" or not before.startswith(".Ss ")
+        ]
+        lines += [".Sh EXAMPLES", *self.example(page, example)]
+        return [
+            *self.head(page),
+            ".Sh SYNOPSIS",
+            ".In tarn.hpp",
+            *lines,
+            ".Sh SEE ALSO",
+            *self.see_also(page, lines),
+        ]
 
 
 # ---- The command -------------------------------------------------------------------------------
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__.partition('\n')[0])
-    parser.add_argument('--header', type=Path, required=True)
-    parser.add_argument('--pages', type=Path, required=True)
-    parser.add_argument('--cpp-header', type=Path, required=True)
-    parser.add_argument('--cpp-notes', type=Path, required=True)
-    parser.add_argument('--release', required=True)
-    parser.add_argument('--date', type=datetime.date.fromisoformat, required=True)
-    parser.add_argument('folder', type=Path)
+    parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
+    parser.add_argument("--header", type=Path, required=True)
+    parser.add_argument("--pages", type=Path, required=True)
+    parser.add_argument("--cpp-header", type=Path, required=True)
+    parser.add_argument("--cpp-notes", type=Path, required=True)
+    parser.add_argument("--release", required=True)
+    parser.add_argument("--date", type=datetime.date.fromisoformat, required=True)
+    parser.add_argument("folder", type=Path)
     options = parser.parse_args()
     read = options.header
     try:
@@ -373,18 +476,24 @@ def main() -> None:
         tree = Writer(reference, pages, options.release, options.date).tree()
         read = options.cpp_header
         notes, examples = read_notes(options.cpp_notes)
-        cpp = CppWriter(reference, pages, options.release, options.date,
-                        cpp_reference.parse(read.read_text()), notes['shared'])
-        tree['tarn.hpp'] = cpp.page(examples['overview'][0])
+        cpp = CppWriter(
+            reference,
+            pages,
+            options.release,
+            options.date,
+            cpp_reference.parse(read.read_text()),
+            notes["shared"],
+        )
+        tree["tarn.hpp"] = cpp.page(examples["overview"][0])
     except HeaderError as error:
-        sys.exit(f'{read}: {error}')
-    section = options.folder / 'man3'
+        sys.exit(f"{read}: {error}")
+    section = options.folder / "man3"
     section.mkdir(parents=True, exist_ok=True)
     for stale in section.iterdir():
         stale.unlink()
     for name, lines in tree.items():
-        (section / f'{name}.3').write_text('\n'.join(lines) + '\n')
+        (section / f"{name}.3").write_text("\n".join(lines) + "\n")
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     main()

@@ -9,13 +9,25 @@ import reference as model
 from reference import HeaderError, one_line
 
 # Where the functions of others that the texts name are described.
-SECTIONS = {'alarm': 2, 'atof': 3, 'execve': 2, 'free': 3, 'malloc': 3, 'posix_spawn': 3,
-            'printf': 3, 'strcasecmp': 3, 'strcmp': 3, 'system': 3, 'vprintf': 3}
+SECTIONS = {
+    "alarm": 2,
+    "atof": 3,
+    "execve": 2,
+    "free": 3,
+    "malloc": 3,
+    "posix_spawn": 3,
+    "printf": 3,
+    "strcasecmp": 3,
+    "strcmp": 3,
+    "system": 3,
+    "vprintf": 3,
+}
 
 
 @dataclass
 class Example:
     """A program and what it prints."""
+
     name: str
     title: str
     code: list[str]
@@ -39,39 +51,52 @@ class Page:
 
 def sentence(text: str) -> str:
     """A remark of the header's as a sentence of a page."""
-    return text[:1].upper() + text[1:] + ('' if text.endswith(('.', '."')) else '.')
+    return text[:1].upper() + text[1:] + ("" if text.endswith((".", '."')) else ".")
 
 
 def first_sentence(comment: model.Comment) -> str:
-    return re.match(r'.*?[.!?](?=\s|$)|.*', comment.blocks[0].text)[0]
+    return re.match(r".*?[.!?](?=\s|$)|.*", comment.blocks[0].text)[0]
 
 
 def read_example(path: Path) -> Example:
-    comment, code = re.fullmatch(r'(/\*.*?\*/)\n(.*)', path.read_text(), re.DOTALL).groups()
-    transcript = path.with_suffix('.txt').read_text()
-    return Example(path.stem, one_line(model.uncomment(comment)), code.strip().splitlines(),
-                   transcript.splitlines())
+    comment, code = re.fullmatch(r"(/\*.*?\*/)\n(.*)", path.read_text(), re.DOTALL).groups()
+    transcript = path.with_suffix(".txt").read_text()
+    return Example(
+        path.stem,
+        one_line(model.uncomment(comment)),
+        code.strip().splitlines(),
+        transcript.splitlines(),
+    )
 
 
 def read_pages(path: Path, families: list[model.Family]) -> list[Page]:
     """The pages of a file: the overview, and one for each family."""
-    entries = tomllib.loads(path.read_text())['page']
+    entries = tomllib.loads(path.read_text())["page"]
     by_title = {family.title: family for family in families}
-    examples = path.parent / 'examples'
-    pages = [Page(entry['name'], entry['summary'], entry.get('also', []), entry.get('intro', ''),
-                  [read_example(examples / f'{name}.c') for name in entry['examples']],
-                  by_title.get(entry.get('family')))
-             for entry in entries]
-    for title in sorted(by_title.keys() - {entry.get('family') for entry in entries}):
-        raise HeaderError(f'there is no page for {title}')
-    for title in sorted({entry.get('family', '') for entry in entries} - by_title.keys() - {''}):
-        raise HeaderError(f'there is no family {title}, and a page for it')
+    examples = path.parent / "examples"
+    pages = [
+        Page(
+            entry["name"],
+            entry["summary"],
+            entry.get("also", []),
+            entry.get("intro", ""),
+            [read_example(examples / f"{name}.c") for name in entry["examples"]],
+            by_title.get(entry.get("family")),
+        )
+        for entry in entries
+    ]
+    for title in sorted(by_title.keys() - {entry.get("family") for entry in entries}):
+        raise HeaderError(f"there is no page for {title}")
+    for title in sorted({entry.get("family", "") for entry in entries} - by_title.keys() - {""}):
+        raise HeaderError(f"there is no family {title}, and a page for it")
     return pages
 
 
 def read_notes(path: Path) -> tuple[dict, dict[str, list[Example]]]:
     """The file with what the header does not say, and the programs for each page."""
     notes = tomllib.loads(path.read_text())
-    folder = path.parent / 'examples'
-    return notes, {page: [read_example(folder / f'{name}.cpp') for name in names]
-                   for page, names in notes['examples'].items()}
+    folder = path.parent / "examples"
+    return notes, {
+        page: [read_example(folder / f"{name}.cpp") for name in names]
+        for page, names in notes["examples"].items()
+    }

@@ -33,6 +33,7 @@ class Code:
 @dataclass
 class Table:
     """Rows of cells; every cell is a text."""
+
     rows: list[list[str]]
 
 
@@ -52,6 +53,7 @@ Block = Paragraph | Code | Table | Enumeration | Items
 @dataclass
 class Argument:
     """What is said of one argument, or of several together."""
+
     names: list[str]
     text: str
 
@@ -60,7 +62,7 @@ class Argument:
 class Comment:
     blocks: list[Block] = field(default_factory=list)
     arguments: list[Argument] = field(default_factory=list)
-    result: str = ''
+    result: str = ""
 
     def explained(self) -> set[str]:
         return {name for argument in self.arguments for name in argument.names}
@@ -72,7 +74,7 @@ class Parameter:
     name: str
 
     def __str__(self):
-        return self.type + ('' if self.type.endswith('*') else ' ') + self.name
+        return self.type + ("" if self.type.endswith("*") else " ") + self.name
 
 
 @dataclass
@@ -94,6 +96,7 @@ class Variable:
 @dataclass
 class Note:
     """A remark between functions, about those that follow."""
+
     comment: Comment
 
 
@@ -107,6 +110,7 @@ class Constant:
 @dataclass
 class Constants:
     """Constants of one kind, under the comment that introduces them."""
+
     comment: Comment
     members: list[Constant] = field(default_factory=list)
 
@@ -144,13 +148,16 @@ class Reference:
 
 # ---- Texts -------------------------------------------------------------------------------------
 
-PIECE = re.compile(r'''
+PIECE = re.compile(
+    r"""
     `(?P<code>[^`]+)`
   | (?P<quotation>"[^"]*")
   | \b(?P<function>(?:\w+::)*[A-Za-z_]\w*)\(\)
   | \b(?P<constant>TARN_[A-Z_]+)\b
   | \b(?P<environment>HTTPS|[A-Z]+(?:_[A-Z]+)+)\b
-''', re.VERBOSE)
+""",
+    re.VERBOSE,
+)
 
 
 def pieces(text: str):
@@ -158,15 +165,15 @@ def pieces(text: str):
     end = 0
     for match in PIECE.finditer(text):
         if match.start() > end:
-            yield 'plain', text[end:match.start()]
+            yield "plain", text[end : match.start()]
         yield match.lastgroup, match[match.lastgroup]
         end = match.end()
     if end < len(text):
-        yield 'plain', text[end:]
+        yield "plain", text[end:]
 
 
 def one_line(text: str) -> str:
-    return ' '.join(text.split())
+    return " ".join(text.split())
 
 
 # ---- Comments ----------------------------------------------------------------------------------
@@ -174,57 +181,60 @@ def one_line(text: str) -> str:
 
 def uncomment(comment: str) -> str:
     """The text of a comment, without its stars."""
-    body = re.sub(r'^/\*+ ?|\s*\*/$', '', comment)
-    first, *rest = body.split('\n')
-    rest = textwrap.dedent('\n'.join(re.sub(r'^ \*', '', line).rstrip() for line in rest))
-    return (first.strip() + '\n' + rest).strip('\n')
+    body = re.sub(r"^/\*+ ?|\s*\*/$", "", comment)
+    first, *rest = body.split("\n")
+    rest = textwrap.dedent("\n".join(re.sub(r"^ \*", "", line).rstrip() for line in rest))
+    return (first.strip() + "\n" + rest).strip("\n")
 
 
 def table(lines: list[str]) -> Table:
     """The first line shows where the columns begin; a line with an empty first cell goes on."""
-    starts = [match.start() for match in re.finditer(r'(?<=\s\s)\S|^\S', lines[0])]
+    starts = [match.start() for match in re.finditer(r"(?<=\s\s)\S|^\S", lines[0])]
     rows: list[list[str]] = []
     for line in lines:
         cells = [line[start:end].strip() for start, end in zip(starts, starts[1:] + [None])]
         if cells[0]:
             rows.append(cells)
         else:
-            rows[-1] = [one_line(' '.join(pair)) for pair in zip(rows[-1], cells)]
+            rows[-1] = [one_line(" ".join(pair)) for pair in zip(rows[-1], cells)]
     return Table(rows)
 
 
 def block(text: str) -> Block:
-    lines = textwrap.dedent(text).split('\n')
-    if re.match(r'\s*1\. ', text):
-        return Enumeration([one_line(item) for item in re.split(r'(?m)^\s*\d+\. ', text)[1:]])
-    if re.match(r'\s*- ', text):
-        return Items([one_line(item) for item in re.split(r'(?m)^\s*- ', text)[1:]])
-    if text.startswith('  ') and len(lines) > 1 and re.search(r'\S\s\s+\S', lines[0]):
+    lines = textwrap.dedent(text).split("\n")
+    if re.match(r"\s*1\. ", text):
+        return Enumeration([one_line(item) for item in re.split(r"(?m)^\s*\d+\. ", text)[1:]])
+    if re.match(r"\s*- ", text):
+        return Items([one_line(item) for item in re.split(r"(?m)^\s*- ", text)[1:]])
+    if text.startswith("  ") and len(lines) > 1 and re.search(r"\S\s\s+\S", lines[0]):
         return table(lines)
     return Paragraph(one_line(text))
 
 
 def blocks(text: str) -> list[Block]:
     found: list[Block] = []
-    for index, part in enumerate(re.split(r'@code\n(.*?)\n\s*@endcode', text, flags=re.DOTALL)):
+    for index, part in enumerate(re.split(r"@code\n(.*?)\n\s*@endcode", text, flags=re.DOTALL)):
         if index % 2:
-            found.append(Code(textwrap.dedent(part).split('\n')))
+            found.append(Code(textwrap.dedent(part).split("\n")))
         else:
-            found += [block(paragraph) for paragraph in re.split(r'\n\s*\n', part.strip('\n'))
-                      if paragraph.strip()]
+            found += [
+                block(paragraph)
+                for paragraph in re.split(r"\n\s*\n", part.strip("\n"))
+                if paragraph.strip()
+            ]
     return found
 
 
 def parse_comment(text: str) -> Comment:
-    body, *tags = re.split(r'(?:^|(?<=\s))@(?=param\s|return\s)', text)
+    body, *tags = re.split(r"(?:^|(?<=\s))@(?=param\s|return\s)", text)
     comment = Comment(blocks(body))
     for tag in tags:
         kind, text = tag.split(None, 1)
-        if kind == 'return':
+        if kind == "return":
             comment.result = one_line(text)
         else:
             names, *text = text.split(None, 1)
-            comment.arguments.append(Argument(names.split(','), one_line(''.join(text))))
+            comment.arguments.append(Argument(names.split(","), one_line("".join(text))))
     return comment
 
 
@@ -232,71 +242,78 @@ def parse_comment(text: str) -> Comment:
 
 
 def parse_parameter(text: str) -> Parameter:
-    match = re.fullmatch(r'(.*?[\s*])(\w+)', text)
+    match = re.fullmatch(r"(.*?[\s*])(\w+)", text)
     if not match:
-        raise HeaderError(f'an argument without a name: {text}')
+        raise HeaderError(f"an argument without a name: {text}")
     return Parameter(match[1].strip(), match[2])
 
 
 def parse_declaration(text: str, comment: Comment) -> Function | Variable:
-    text = one_line(text).removeprefix('TARN_API ').removesuffix(';')
-    text = re.sub(r' TARN_PRINTF\(.*\)$', '', text)
-    match = re.fullmatch(r'(.*?[\s*])(\w+)\((.*)\)', text)
+    text = one_line(text).removeprefix("TARN_API ").removesuffix(";")
+    text = re.sub(r" TARN_PRINTF\(.*\)$", "", text)
+    match = re.fullmatch(r"(.*?[\s*])(\w+)\((.*)\)", text)
     if not match:
-        return Variable(re.search(r'(\w+)$', text)[1], text, comment)
-    parameters = [part.strip() for part in match[3].split(',') if part.strip() != 'void']
-    variadic = '...' in parameters
-    return Function(match[2], match[1].strip(),
-                    [parse_parameter(part) for part in parameters if part != '...'],
-                    variadic, comment)
+        return Variable(re.search(r"(\w+)$", text)[1], text, comment)
+    parameters = [part.strip() for part in match[3].split(",") if part.strip() != "void"]
+    variadic = "..." in parameters
+    return Function(
+        match[2],
+        match[1].strip(),
+        [parse_parameter(part) for part in parameters if part != "..."],
+        variadic,
+        comment,
+    )
 
 
 def check(family: Family, function: Function) -> None:
     comment = function.comment
     names = {parameter.name for parameter in function.parameters}
     if not comment.blocks:
-        raise HeaderError('not documented')
+        raise HeaderError("not documented")
     for name in sorted(comment.explained() - names):
-        raise HeaderError(f'has no argument {name}, and @param explains it')
+        raise HeaderError(f"has no argument {name}, and @param explains it")
     for argument in comment.arguments:
         if not argument.text:
-            raise HeaderError(f'@param says nothing of {argument.names[0]}')
+            raise HeaderError(f"@param says nothing of {argument.names[0]}")
     for name in sorted(names - comment.explained() - family.comment.explained()):
-        raise HeaderError(f'no @param explains {name}, here or for the family')
-    if bool(comment.result) == (function.type == 'void'):
-        raise HeaderError('@return is for functions that return something, for each of them')
+        raise HeaderError(f"no @param explains {name}, here or for the family")
+    if bool(comment.result) == (function.type == "void"):
+        raise HeaderError("@return is for functions that return something, for each of them")
 
 
 def parse_slots(text: str) -> Table:
     """The enumerators of a type's slots: each with its kind, its index and what it holds."""
     rows = []
-    for line in text.strip().split('\n'):
-        match = re.fullmatch(r'\s*(TARN_\w+) = (\d+),?\s+/\* (\w+)(.*) \*/', line)
+    for line in text.strip().split("\n"):
+        match = re.fullmatch(r"\s*(TARN_\w+) = (\d+),?\s+/\* (\w+)(.*) \*/", line)
         if not match:
-            raise HeaderError(f'not a slot with its kind: {line.strip()}')
+            raise HeaderError(f"not a slot with its kind: {line.strip()}")
         name, index, kind, what = match.groups()
-        rows.append([name, f'{kind} {index}{what}'])
+        rows.append([name, f"{kind} {index}{what}"])
     return Table(rows)
 
 
 # ---- The header --------------------------------------------------------------------------------
 
-ITEM = re.compile(r'''
+ITEM = re.compile(
+    r"""
     (?P<comment>/\*.*?\*/)
   | (?P<define>^\#define\ (?P<name>TARN_\w+)[ ]+(?P<value>\d+)u(?:[ ]+/\*\ (?P<text>.*?)\ \*/)?$)
   | (?P<directive>^\#[^\n]*)
   | (?P<enumeration>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
   | (?P<declaration>^(?:TARN_API|typedef)\b[^;]*;)
   | extern\ "C"\ \{ | ^\}$
-''', re.VERBOSE | re.DOTALL | re.MULTILINE)
+""",
+    re.VERBOSE | re.DOTALL | re.MULTILINE,
+)
 
 
 def items(text: str):
     end = 0
     for match in [*ITEM.finditer(text), None]:
-        skipped = text[end:match.start() if match else len(text)].strip()
+        skipped = text[end : match.start() if match else len(text)].strip()
         if skipped:
-            raise HeaderError(f'not understood: {skipped}')
+            raise HeaderError(f"not understood: {skipped}")
         if match:
             end = match.end()
             yield match
@@ -307,11 +324,11 @@ def parse(text: str) -> Reference:
     reference = None
     comment = None  # that documents what follows
     for item in items(text):
-        line = text.count('\n', 0, item.start()) + 1
-        if item['comment']:
-            heading = re.match(r'/\* ---- (.*?) -{2,}', item[0])
-            body = parse_comment(uncomment(item[0][heading.end():] if heading else item[0]))
-            if item[0].startswith('/**'):
+        line = text.count("\n", 0, item.start()) + 1
+        if item["comment"]:
+            heading = re.match(r"/\* ---- (.*?) -{2,}", item[0])
+            body = parse_comment(uncomment(item[0][heading.end() :] if heading else item[0]))
+            if item[0].startswith("/**"):
                 comment = body
             elif reference is None:
                 reference = Reference(body)
@@ -322,36 +339,40 @@ def parse(text: str) -> Reference:
             else:
                 reference.constants.append(Constants(body))
             continue
-        if item['define']:
+        if item["define"]:
             reference.constants[-1].members.append(
-                Constant(item['name'], item['value'], item['text'] or ''))
-        elif item['enumeration']:
+                Constant(item["name"], item["value"], item["text"] or "")
+            )
+        elif item["enumeration"]:
             if comment is None:
-                raise HeaderError(f'line {line}: enumeration not documented')
-            reference.families[-1].comment.blocks += [*comment.blocks,
-                                                      parse_slots(item['enumerators'])]
-        elif item['declaration'] and item[0].startswith('typedef'):
+                raise HeaderError(f"line {line}: enumeration not documented")
+            reference.families[-1].comment.blocks += [
+                *comment.blocks,
+                parse_slots(item["enumerators"]),
+            ]
+        elif item["declaration"] and item[0].startswith("typedef"):
             if comment is None:
-                raise HeaderError(f'line {line}: {item[0]} not documented')
-            declaration = one_line(item[0]).removesuffix(';')
+                raise HeaderError(f"line {line}: {item[0]} not documented")
+            declaration = one_line(item[0]).removesuffix(";")
             reference.types.append(Type(declaration.split()[-1], declaration, comment))
-        elif item['declaration']:
+        elif item["declaration"]:
             member = parse_declaration(item[0], comment or Comment())
             family = reference.families[-1]
             try:
                 if isinstance(member, Function):
                     check(family, member)
                 elif not member.comment.blocks:
-                    raise HeaderError('not documented')
+                    raise HeaderError("not documented")
             except HeaderError as error:
-                raise HeaderError(f'line {line}: {member.name}(): {error}') from None
+                raise HeaderError(f"line {line}: {member.name}(): {error}") from None
             family.members.append(member)
         else:
             continue
         comment = None
     for family in reference.families:
-        used = {parameter.name for function in family.functions()
-                for parameter in function.parameters}
+        used = {
+            parameter.name for function in family.functions() for parameter in function.parameters
+        }
         for name in sorted(family.comment.explained() - used):
-            raise HeaderError(f'{family.title}: no function has an argument {name}')
+            raise HeaderError(f"{family.title}: no function has an argument {name}")
     return reference

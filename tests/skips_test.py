@@ -28,7 +28,7 @@ class Skips(unittest.TestCase):
             log(
                 one="../../tests/a_test.cpp:12: Skipped\nno room\n[  SKIPPED ] A.B (0 ms)\n",
                 two="test_a (m.C.test_a)\nSays what. ... skipped 'no mount'\n"
-                "test_b (m.C.test_b) ... skipped \"it's late\"\ntest_c (m.C.test_c) ... ok\n\n"
+                'test_b (m.C.test_b) ... skipped "it\'s late"\ntest_c (m.C.test_c) ... ok\n\n'
                 "Ran 3 tests in 0.1s\n\nOK (skipped=2)\n",
                 three="[==========] 5 tests from 1 test suite ran. (7 ms total)\n",
             )

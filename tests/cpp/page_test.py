@@ -13,7 +13,7 @@ TEXTS = [
     "Hello",
     "<script>alert(1)</script>",
     "</title></textarea></pre></script></b></p></body></html><script>alert(1)</script>",
-    "\" onfocus=\"alert(1)\" autofocus x=\"",
+    '" onfocus="alert(1)" autofocus x="',
     "' onfocus='alert(1)' autofocus x='",
     "x onfocus=alert(1) autofocus",
     "` onfocus=`alert(1)",
@@ -22,7 +22,7 @@ TEXTS = [
     "<![CDATA[ <b> ]]>",
     "&lt;b&gt; &amp; &#60; &notit; &ampcopy; &",
     "javascript:alert(1)",
-    "\\\"; alert(1); //",
+    '\\"; alert(1); //',
     "\\u003cscript>",
     "\n\n starts and ends with line ends \n\n",
     "\r\nSet-Cookie: a=b\r\n\r\n<script>",
@@ -40,28 +40,48 @@ class Page(unittest.TestCase):
     def page(self, text):
         answer = subprocess.run([os.environ["PAGE"], text], stdout=subprocess.PIPE, check=True)
         header, body = answer.stdout.split(b"\r\n\r\n", 1)
-        self.assertEqual(header.split(b"\r\n"), [
-            b"Content-Type: text/html; charset=utf-8",
-            b"Content-Length: %d" % len(body),
-        ])
+        self.assertEqual(
+            header.split(b"\r\n"),
+            [
+                b"Content-Type: text/html; charset=utf-8",
+                b"Content-Length: %d" % len(body),
+            ],
+        )
         return html5lib.parse(body.decode(), namespaceHTMLElements=False)
 
     def expect(self, text, sent):
         page = self.page(sent)
         shown = re.sub(r"[\0-\x08\x0b\x0c\x0e-\x1f\x7f-\x9f]", "\ufffd", text)
-        self.assertEqual([element.tag for element in page.iter()], [
-            "html", "head", "title", "body", "p", "b", "pre", "textarea", "input", "i", "u", "a",
-            "script",
-        ])
+        self.assertEqual(
+            [element.tag for element in page.iter()],
+            [
+                "html",
+                "head",
+                "title",
+                "body",
+                "p",
+                "b",
+                "pre",
+                "textarea",
+                "input",
+                "i",
+                "u",
+                "a",
+                "script",
+            ],
+        )
         for name in ["title", "p", "b", "pre", "textarea"]:
             element = page.find(f".//{name}")
             self.assertEqual((element.text, element.attrib, element.tail), (shown, {}, None), name)
         attributes = {name: page.find(f".//{name}").attrib for name in ["body", "input", "u"]}
-        self.assertEqual(attributes, {
-            "body": {"class": shown},
-            "input": {"value": shown},
-            "u": {"title": shown},
-        })
+        self.assertEqual(
+            attributes,
+            {
+                "body": {"class": shown},
+                "input": {"value": shown},
+                "u": {"title": shown},
+            },
+        )
         self.assertEqual(json.loads(page.find(".//script").text), text)
         self.assertEqual(json.loads(page.find(".//i").attrib["title"]), text)
         self.assertEqual(unquote_to_bytes(page.find(".//a").text[1:]), os.fsencode(sent))

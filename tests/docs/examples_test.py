@@ -14,34 +14,43 @@ import sys
 import tempfile
 from pathlib import Path
 
-EXPORTS = re.findall(r'^    (\w+);$', (Path(__file__).parents[2] / 'cmake/tarn.map').read_text(),
-                     re.MULTILINE)
+EXPORTS = re.findall(
+    r"^    (\w+);$", (Path(__file__).parents[2] / "cmake/tarn.map").read_text(), re.MULTILINE
+)
 
 
 def main():
     source, program = map(Path, sys.argv[1:])
-    transcript = source.with_suffix('.txt')
+    transcript = source.with_suffix(".txt")
     shown = transcript.read_text()
-    named = set(re.findall(r'\b(\w+)\(', source.read_text())) & set(EXPORTS)
-    commands = re.findall(r'^\$ ((?:.*\\\n)*.*)\n', shown, re.MULTILINE)
-    if not any(f'./{program.name}' in command for command in commands):
-        sys.exit(f'{transcript} does not call ./{program.name}')
+    named = set(re.findall(r"\b(\w+)\(", source.read_text())) & set(EXPORTS)
+    commands = re.findall(r"^\$ ((?:.*\\\n)*.*)\n", shown, re.MULTILINE)
+    if not any(f"./{program.name}" in command for command in commands):
+        sys.exit(f"{transcript} does not call ./{program.name}")
     # Before a command runs, it is printed as the transcript has it.
-    script = 'set -eu -o pipefail\n' + ''.join(
-        f"cat <<'END'\n$ {command}\nEND\n{command}\n" for command in commands)
+    script = "set -eu -o pipefail\n" + "".join(
+        f"cat <<'END'\n$ {command}\nEND\n{command}\n" for command in commands
+    )
     with tempfile.TemporaryDirectory() as folder:
         (Path(folder) / program.name).symlink_to(program)
-        shell = subprocess.run(['bash', '-c', script], cwd=folder, stdin=subprocess.DEVNULL,
-                               env={'PATH': os.environ['PATH'], 'LD_DEBUG': 'bindings',
-                                    'LD_DEBUG_OUTPUT': f'{folder}/linked'},
-                               stdout=subprocess.PIPE)
-        linked = ''.join(file.read_text() for file in Path(folder).glob('linked.*'))
-    printed = shell.stdout.decode().replace('\r\n', '\n')
+        shell = subprocess.run(
+            ["bash", "-c", script],
+            cwd=folder,
+            stdin=subprocess.DEVNULL,
+            env={
+                "PATH": os.environ["PATH"],
+                "LD_DEBUG": "bindings",
+                "LD_DEBUG_OUTPUT": f"{folder}/linked",
+            },
+            stdout=subprocess.PIPE,
+        )
+        linked = "".join(file.read_text() for file in Path(folder).glob("linked.*"))
+    printed = shell.stdout.decode().replace("\r\n", "\n")
     if shell.returncode != 0 or printed != shown:
-        sys.exit(f'{transcript} shows:\n{shown}\nStatus {shell.returncode}, printed:\n{printed}')
-    called = set(re.findall(rf'binding file \./{program.name} .* symbol `(\w+)\'', linked))
+        sys.exit(f"{transcript} shows:\n{shown}\nStatus {shell.returncode}, printed:\n{printed}")
+    called = set(re.findall(rf"binding file \./{program.name} .* symbol `(\w+)\'", linked))
     # In C++ the header makes the calls.
-    if (not named and source.suffix == '.c') or named - called:
+    if (not named and source.suffix == ".c") or named - called:
         sys.exit(f'{source} names, and does not call: {", ".join(sorted(named - called))}')
 
 

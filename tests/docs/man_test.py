@@ -11,45 +11,51 @@ import tempfile
 import unittest
 from pathlib import Path
 
-SOURCE = Path(os.environ['SOURCE'])
-SECTION = Path(os.environ['TREE']) / 'man3'
-CC = os.environ['CC'].split() + ['-std=c11', '-Wall', '-Wextra', '-Wpedantic', '-Werror',
-                                 f'-I{SOURCE / "include"}']
-HEADER = (SOURCE / 'include/tarn.h').read_text()
-CPP_HEADER = (SOURCE / 'include/tarn.hpp').read_text()
-EXPORTS = re.findall(r'^    (\w+);$', (SOURCE / 'cmake/tarn.map').read_text(), re.MULTILINE)
+SOURCE = Path(os.environ["SOURCE"])
+SECTION = Path(os.environ["TREE"]) / "man3"
+CC = os.environ["CC"].split() + [
+    "-std=c11",
+    "-Wall",
+    "-Wextra",
+    "-Wpedantic",
+    "-Werror",
+    f'-I{SOURCE / "include"}',
+]
+HEADER = (SOURCE / "include/tarn.h").read_text()
+CPP_HEADER = (SOURCE / "include/tarn.hpp").read_text()
+EXPORTS = re.findall(r"^    (\w+);$", (SOURCE / "cmake/tarn.map").read_text(), re.MULTILINE)
 
 FILES = {path.stem: path.read_text() for path in SECTION.iterdir()}
-PAGES = {name: text for name, text in FILES.items() if not text.startswith('.so ')}
-CPP = 'tarn.hpp'  # has no prototypes
+PAGES = {name: text for name, text in FILES.items() if not text.startswith(".so ")}
+CPP = "tarn.hpp"  # has no prototypes
 
 
 def run(*command, **options):
-    return subprocess.run(command, capture_output=True, text=True, errors='replace', **options)
+    return subprocess.run(command, capture_output=True, text=True, errors="replace", **options)
 
 
 def rendered(name):
     """The page as a terminal of 80 columns shows it, without bold face and underlining."""
-    shown = run(os.environ['MANDOC'], '-Tascii', '-Owidth=80', SECTION / f'{name}.3', check=True)
-    return re.sub('.\b', '', shown.stdout)
+    shown = run(os.environ["MANDOC"], "-Tascii", "-Owidth=80", SECTION / f"{name}.3", check=True)
+    return re.sub(".\b", "", shown.stdout)
 
 
 def part(page, heading):
-    return re.search(rf'^{heading}\n(.*?)^(?:\S|\Z)', page, re.MULTILINE | re.DOTALL)[1]
+    return re.search(rf"^{heading}\n(.*?)^(?:\S|\Z)", page, re.MULTILINE | re.DOTALL)[1]
 
 
 def page_of(name):
     """The name of the page that a file of this name leads to."""
-    link = re.fullmatch(r'\.so man3/(.*)\.3\n', FILES[name])
+    link = re.fullmatch(r"\.so man3/(.*)\.3\n", FILES[name])
     return link[1] if link else name
 
 
 def squeezed(code):
-    return re.sub(r'\s*([*(),;])\s*', r'\1', ' '.join(code.split()))
+    return re.sub(r"\s*([*(),;])\s*", r"\1", " ".join(code.split()))
 
 
 def words(text):
-    return ' '.join(re.findall(r'\w+', text.lower()))
+    return " ".join(re.findall(r"\w+", text.lower()))
 
 
 SHOWN = {name: rendered(name) for name in PAGES}
@@ -59,64 +65,70 @@ class Prototypes(unittest.TestCase):
     """The SYNOPSIS of a page is taken as it is printed: it is C."""
 
     def test_agree_with_the_header_for_a_compiler(self):
-        self.assertEqual(part(SHOWN[CPP], 'SYNOPSIS').strip(), '#include <tarn.hpp>')
+        self.assertEqual(part(SHOWN[CPP], "SYNOPSIS").strip(), "#include <tarn.hpp>")
         for name, page in SHOWN.items():
             if name == CPP:
                 continue
-            compiled = run(*CC, '-fsyntax-only', '-x', 'c', '-', input=part(page, 'SYNOPSIS'))
-            self.assertEqual((compiled.returncode, compiled.stderr), (0, ''), name)
+            compiled = run(*CC, "-fsyntax-only", "-x", "c", "-", input=part(page, "SYNOPSIS"))
+            self.assertEqual((compiled.returncode, compiled.stderr), (0, ""), name)
 
     def test_agree_with_the_header_word_for_word(self):
-        header = squeezed(run(*CC, '-E', '-P', '-x', 'c', '-', input=HEADER, check=True).stdout)
+        header = squeezed(run(*CC, "-E", "-P", "-x", "c", "-", input=HEADER, check=True).stdout)
         for page in SHOWN.values():
             for declaration in self.declarations(page):
-                words = re.escape(squeezed(declaration).removesuffix(';'))
-                self.assertTrue(re.search(rf'[;)}}] ?{words}(;|__attribute__)', header), declaration)
+                words = re.escape(squeezed(declaration).removesuffix(";"))
+                self.assertTrue(
+                    re.search(rf"[;)}}] ?{words}(;|__attribute__)", header), declaration
+                )
 
     def test_are_there_once_for_each_export(self):
         shown = collections.Counter()
         for page in SHOWN.values():
             for declaration in self.declarations(page):
-                shown[re.search(r'(\w+)(?:\(.*)?;$', squeezed(declaration))[1]] += 1
-        self.assertEqual(shown, collections.Counter(EXPORTS + ['TarnHandle', 'TarnStatus']))
+                shown[re.search(r"(\w+)(?:\(.*)?;$", squeezed(declaration))[1]] += 1
+        self.assertEqual(shown, collections.Counter(EXPORTS + ["TarnHandle", "TarnStatus"]))
 
     @staticmethod
     def declarations(page):
-        text = re.sub(r'#include .*', '', part(page, 'SYNOPSIS'))
-        return [declaration + ';' for declaration in text.split(';') if declaration.strip()]
+        text = re.sub(r"#include .*", "", part(page, "SYNOPSIS"))
+        return [declaration + ";" for declaration in text.split(";") if declaration.strip()]
 
 
 class Pages(unittest.TestCase):
-
     def test_describe_each_export(self):
         self.assertGreater(len(EXPORTS), 200)
         for name in EXPORTS:
             page = SHOWN[page_of(name)]
-            self.assertRegex(part(page, 'NAME'), rf'\b{name}\b')
-            self.assertRegex(part(page, 'DESCRIPTION'), rf'(?m)^     {name}\b.*(\n {{8,}}\S|  )')
-            if not re.search(rf'\bvoid\s+{name}\(', page) and f' {name}(' in page:
-                self.assertRegex(part(page, 'RETURN VALUES'), rf'\b{name}\(\)')
+            self.assertRegex(part(page, "NAME"), rf"\b{name}\b")
+            self.assertRegex(part(page, "DESCRIPTION"), rf"(?m)^     {name}\b.*(\n {{8,}}\S|  )")
+            if not re.search(rf"\bvoid\s+{name}\(", page) and f" {name}(" in page:
+                self.assertRegex(part(page, "RETURN VALUES"), rf"\b{name}\(\)")
 
     def test_lose_no_word_of_the_header(self):
         shown = [f' {words(re.sub(r"(?<=[a-z])[(][23][)]", "", page))} ' for page in SHOWN.values()]
-        comments = re.findall(r'^/\*.*?\*/', HEADER, re.MULTILINE | re.DOTALL)
-        comments[0] = comments[0].partition('\n')[2]  # the title
-        told = [part for comment in comments
-                for part in re.split(r'@param|@return|\n \*\n|-{4}.*', comment)]
-        told += re.findall(r'^#define (TARN_\w+ +\d.*)', HEADER, re.MULTILINE)
-        told = [words(re.sub(r'@\w+|\b(\d+)u\b', r'\1', part)) for part in told]
+        comments = re.findall(r"^/\*.*?\*/", HEADER, re.MULTILINE | re.DOTALL)
+        comments[0] = comments[0].partition("\n")[2]  # the title
+        told = [
+            part
+            for comment in comments
+            for part in re.split(r"@param|@return|\n \*\n|-{4}.*", comment)
+        ]
+        told += re.findall(r"^#define (TARN_\w+ +\d.*)", HEADER, re.MULTILINE)
+        told = [words(re.sub(r"@\w+|\b(\d+)u\b", r"\1", part)) for part in told]
         told = [part for part in told if part]
         self.assertGreater(len(told), 600)
         for part in told:
-            self.assertTrue(any(f' {part} ' in page for page in shown), part)
+            self.assertTrue(any(f" {part} " in page for page in shown), part)
 
     def test_are_found_by_man_under_every_name(self):
         names = sorted(FILES)
-        found = run(os.environ['MAN'], '-M', SECTION.parent, '-w', *names,
-                    env={**os.environ, 'LC_ALL': 'C'})
+        found = run(
+            os.environ["MAN"], "-M", SECTION.parent, "-w", *names, env={**os.environ, "LC_ALL": "C"}
+        )
         self.assertEqual(found.returncode, 0, found.stderr)
-        self.assertEqual(found.stdout.split(),
-                         [str(SECTION / f'{page_of(name)}.3') for name in names])
+        self.assertEqual(
+            found.stdout.split(), [str(SECTION / f"{page_of(name)}.3") for name in names]
+        )
         self.assertLessEqual(set(EXPORTS), set(names))
 
     def test_differ_in_more_than_case(self):
@@ -126,23 +138,25 @@ class Pages(unittest.TestCase):
     def test_satisfy_mandoc(self):
         # What is said of other manuals depends on the manuals that are installed here.
         for name in PAGES:
-            lint = run(os.environ['MANDOC'], '-Tlint', '-Wstyle', SECTION / f'{name}.3').stdout
-            self.assertEqual([line for line in lint.splitlines()
-                              if 'referenced manual not found' not in line], [])
+            lint = run(os.environ["MANDOC"], "-Tlint", "-Wstyle", SECTION / f"{name}.3").stdout
+            self.assertEqual(
+                [line for line in lint.splitlines() if "referenced manual not found" not in line],
+                [],
+            )
 
     def test_refer_to_pages_and_functions_that_exist(self):
         library = ctypes.CDLL(None)
         for name, text in PAGES.items():
-            references = re.findall(r'\bXr (\S+) (\d)', text)
+            references = re.findall(r"\bXr (\S+) (\d)", text)
             self.assertTrue(references, name)
             for other, section in references:
-                if not (section == '3' and other in FILES):
-                    self.assertTrue(hasattr(library, other), f'{name} refers to {other}')
+                if not (section == "3" and other in FILES):
+                    self.assertTrue(hasattr(library, other), f"{name} refers to {other}")
 
     def test_show_no_marks_of_the_header(self):
         for name, page in SHOWN.items():
-            for text in (page.partition('\nEXAMPLES\n')[0], part(page, 'SEE ALSO')):
-                self.assertNotRegex(text, r'`|@|/\*|\*/', name)
+            for text in (page.partition("\nEXAMPLES\n")[0], part(page, "SEE ALSO")):
+                self.assertNotRegex(text, r"`|@|/\*|\*/", name)
 
     def test_fit_a_terminal(self):
         for name, page in SHOWN.items():
@@ -150,49 +164,71 @@ class Pages(unittest.TestCase):
 
     def test_have_the_same_sections_in_the_same_order(self):
         for name, page in SHOWN.items():
-            sections = ['NAME', 'LIBRARY', 'SYNOPSIS', 'DESCRIPTION', 'RETURN VALUES', 'EXAMPLES',
-                        'SEE ALSO']
+            sections = [
+                "NAME",
+                "LIBRARY",
+                "SYNOPSIS",
+                "DESCRIPTION",
+                "RETURN VALUES",
+                "EXAMPLES",
+                "SEE ALSO",
+            ]
             if name == CPP:
-                sections.remove('RETURN VALUES')
-            self.assertEqual(re.findall(r'^[A-Z ]+$', page, re.MULTILINE), sections, name)
+                sections.remove("RETURN VALUES")
+            self.assertEqual(re.findall(r"^[A-Z ]+$", page, re.MULTILINE), sections, name)
 
 
 class Cpp(unittest.TestCase):
     """tarn.hpp(3) tells the header for C++ in short."""
 
     def test_names_each_class_and_what_it_has(self):
-        page = part(SHOWN[CPP], 'DESCRIPTION')
-        classes = dict(re.findall(r'(?m)^class (\w+)\b[^;{]*\{(.*?)^};', CPP_HEADER, re.DOTALL))
-        classes = {name: body for name, body in classes.items() if f'tarn::{name}' in page}
+        page = part(SHOWN[CPP], "DESCRIPTION")
+        classes = dict(re.findall(r"(?m)^class (\w+)\b[^;{]*\{(.*?)^};", CPP_HEADER, re.DOTALL))
+        classes = {name: body for name, body in classes.items() if f"tarn::{name}" in page}
         self.assertGreater(len(classes), 23)
-        for name in re.findall(r'(?m)^/\*\*(?:(?!\*/).)*\*/\nclass (\w+)', CPP_HEADER, re.DOTALL):
+        for name in re.findall(r"(?m)^/\*\*(?:(?!\*/).)*\*/\nclass (\w+)", CPP_HEADER, re.DOTALL):
             self.assertIn(name, classes)
         for name, body in classes.items():
-            told = re.search(rf'(?ms)^     tarn::{name}$(.*?)(?=^     tarn::\w+$|^   \S|\Z)',
-                             page)[1]
-            public = body.partition(' private:')[0]
-            for member in re.findall(r'(?m)\*/\n  [^\n(=;]*?\b(\w+)\(', public):
-                self.assertRegex(told, rf'(?m)^     (operator )?{member}\(', f'{name}::{member}')
+            told = re.search(rf"(?ms)^     tarn::{name}$(.*?)(?=^     tarn::\w+$|^   \S|\Z)", page)[
+                1
+            ]
+            public = body.partition(" private:")[0]
+            for member in re.findall(r"(?m)\*/\n  [^\n(=;]*?\b(\w+)\(", public):
+                self.assertRegex(told, rf"(?m)^     (operator )?{member}\(", f"{name}::{member}")
 
     def test_shows_the_conventions_and_an_example_that_runs(self):
         shown = words(SHOWN[CPP])
-        for convention in re.findall(r'(?ms)^ \*  \d\. (.*?)(?=^ \*  \d|^ \*/)', CPP_HEADER):
+        for convention in re.findall(r"(?ms)^ \*  \d\. (.*?)(?=^ \*  \d|^ \*/)", CPP_HEADER):
             self.assertIn(words(convention), shown)
-        example = (SOURCE / 'docs/examples/cpp-request.cpp').read_text().partition('\n')[2]
-        self.assertIn(words(example), words(part(SHOWN[CPP], 'EXAMPLES')))
+        example = (SOURCE / "docs/examples/cpp-request.cpp").read_text().partition("\n")[2]
+        self.assertIn(words(example), words(part(SHOWN[CPP], "EXAMPLES")))
 
 
 class Generator(unittest.TestCase):
     """What becomes of a header that was changed."""
 
     def generate(self, header, folder, **environment):
-        changed = Path(folder) / 'tarn.h'
+        changed = Path(folder) / "tarn.h"
         changed.write_text(header)
-        return run(sys.executable, '-B', SOURCE / 'docs/man.py', '--header', changed, '--pages',
-                   SOURCE / 'docs/pages.toml', '--cpp-header', SOURCE / 'include/tarn.hpp',
-                   '--cpp-notes', SOURCE / 'docs/cpp.toml', '--release', os.environ['RELEASE'],
-                   '--date', os.environ['DATE'], Path(folder) / 'man',
-                   env={**os.environ, **environment})
+        return run(
+            sys.executable,
+            "-B",
+            SOURCE / "docs/man.py",
+            "--header",
+            changed,
+            "--pages",
+            SOURCE / "docs/pages.toml",
+            "--cpp-header",
+            SOURCE / "include/tarn.hpp",
+            "--cpp-notes",
+            SOURCE / "docs/cpp.toml",
+            "--release",
+            os.environ["RELEASE"],
+            "--date",
+            os.environ["DATE"],
+            Path(folder) / "man",
+            env={**os.environ, **environment},
+        )
 
     def refuses(self, before, after, reason):
         self.assertEqual(HEADER.count(before), 1, before)
@@ -200,60 +236,91 @@ class Generator(unittest.TestCase):
             made = self.generate(HEADER.replace(before, after), folder)
             self.assertEqual(made.returncode, 1, reason)
             self.assertIn(reason, made.stderr)
-            self.assertFalse((Path(folder) / 'man').exists())
+            self.assertFalse((Path(folder) / "man").exists())
 
     def test_writes_the_same_pages_whenever_and_wherever_it_runs(self):
         with tempfile.TemporaryDirectory() as folder:
-            made = self.generate(HEADER, folder, TZ='Pacific/Auckland', LC_ALL='C',
-                                 PYTHONHASHSEED='7')
-            self.assertEqual((made.returncode, made.stderr), (0, ''))
-            self.assertEqual({path.stem: path.read_text()
-                              for path in (Path(folder) / 'man/man3').iterdir()}, FILES)
+            made = self.generate(
+                HEADER, folder, TZ="Pacific/Auckland", LC_ALL="C", PYTHONHASHSEED="7"
+            )
+            self.assertEqual((made.returncode, made.stderr), (0, ""))
+            self.assertEqual(
+                {path.stem: path.read_text() for path in (Path(folder) / "man/man3").iterdir()},
+                FILES,
+            )
 
     def test_refuses_a_function_without_documentation(self):
-        self.refuses('/** Lends the first file', 'TARN_API int Tarn_count(TarnHandle *handle);\n\n'
-                     '/** Lends the first file', 'Tarn_count(): not documented')
-        self.refuses('/** Tells the version. @return the text "1.0.0" */\n', '',
-                     'Tarn_getVersion(): not documented')
+        self.refuses(
+            "/** Lends the first file",
+            "TARN_API int Tarn_count(TarnHandle *handle);\n\n" "/** Lends the first file",
+            "Tarn_count(): not documented",
+        )
+        self.refuses(
+            '/** Tells the version. @return the text "1.0.0" */\n',
+            "",
+            "Tarn_getVersion(): not documented",
+        )
 
     def test_refuses_a_function_of_which_only_the_result_is_told(self):
-        self.refuses('/** Tells the version. @return', '/** @return',
-                     'Tarn_getVersion(): not documented')
+        self.refuses(
+            "/** Tells the version. @return", "/** @return", "Tarn_getVersion(): not documented"
+        )
 
     def test_refuses_an_argument_that_nobody_explains(self):
-        self.refuses(' *  @param requested  in bytes\n', '',
-                     'TARNString_reserve(): no @param explains requested')
+        self.refuses(
+            " *  @param requested  in bytes\n",
+            "",
+            "TARNString_reserve(): no @param explains requested",
+        )
 
     def test_refuses_an_explanation_of_no_argument(self):
-        self.refuses(' *  @param requested  in bytes\n',
-                     ' *  @param requested  in bytes\n *  @param given  in bytes\n',
-                     'TARNString_reserve(): has no argument given')
-        self.refuses(' * @param secure  0 for no; kept as given\n',
-                     ' * @param secure  0 for no; kept as given\n * @param given  in bytes\n',
-                     'no function has an argument given')
+        self.refuses(
+            " *  @param requested  in bytes\n",
+            " *  @param requested  in bytes\n *  @param given  in bytes\n",
+            "TARNString_reserve(): has no argument given",
+        )
+        self.refuses(
+            " * @param secure  0 for no; kept as given\n",
+            " * @param secure  0 for no; kept as given\n * @param given  in bytes\n",
+            "no function has an argument given",
+        )
 
     def test_refuses_an_argument_of_which_nothing_is_said(self):
-        self.refuses('@param requested  in bytes', '@param requested',
-                     'TARNString_reserve(): @param says nothing of requested')
+        self.refuses(
+            "@param requested  in bytes",
+            "@param requested",
+            "TARNString_reserve(): @param says nothing of requested",
+        )
 
     def test_refuses_a_result_of_which_nothing_is_said(self):
-        self.refuses('Tells the version. @return the text "1.0.0"', 'Tells the version.',
-                     'Tarn_getVersion(): @return is for')
+        self.refuses(
+            'Tells the version. @return the text "1.0.0"',
+            "Tells the version.",
+            "Tarn_getVersion(): @return is for",
+        )
 
     def test_refuses_a_reference_to_a_function_that_is_not_there(self):
-        self.refuses('in any case.', 'as Tarn_getCheckbox() does.',
-                     'Tarn_new: no page describes Tarn_getCheckbox()')
+        self.refuses(
+            "in any case.",
+            "as Tarn_getCheckbox() does.",
+            "Tarn_new: no page describes Tarn_getCheckbox()",
+        )
 
     def test_refuses_a_family_without_a_page(self):
-        self.refuses('/* ---- Byte buffer: CGIfb', '/* ---- Bytes: CGIfb',
-                     'no page for Bytes: CGIfb')
-        self.refuses('/* ---- Byte buffer: CGIfb', '/* Byte buffer: CGIfb',
-                     'no family Byte buffer: CGIfb')
+        self.refuses(
+            "/* ---- Byte buffer: CGIfb", "/* ---- Bytes: CGIfb", "no page for Bytes: CGIfb"
+        )
+        self.refuses(
+            "/* ---- Byte buffer: CGIfb", "/* Byte buffer: CGIfb", "no family Byte buffer: CGIfb"
+        )
 
     def test_refuses_a_declaration_that_it_does_not_know(self):
-        self.refuses('TARN_API TarnHandle Tarn_getFile(', 'TarnHandle Tarn_getFile(',
-                     'not understood: TarnHandle Tarn_getFile(')
+        self.refuses(
+            "TARN_API TarnHandle Tarn_getFile(",
+            "TarnHandle Tarn_getFile(",
+            "not understood: TarnHandle Tarn_getFile(",
+        )
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     unittest.main()

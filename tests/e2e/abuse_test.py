@@ -409,7 +409,9 @@ class Refusals(unittest.TestCase):
             path = server.path("data/votes")
             with open(path, "ab") as file:
                 file.write(b"\n" * STORE_BYTES["poll"])
-            answer = server.curl("/poll", "-b", POLL.variables(2)["HTTP_COOKIE"], "-d", "choice=tea")
+            answer = server.curl(
+                "/poll", "-b", POLL.variables(2)["HTTP_COOKIE"], "-d", "choice=tea"
+            )
             self.assertEqual(507, answer.status)
             self.assertIn("no room left", Page(answer.body).texts("p", role="alert")[0])
 

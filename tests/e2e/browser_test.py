@@ -87,7 +87,9 @@ const html = elements => elements.map(e => e.outerHTML.slice(0, 200));
 const seen = selector => [...document.body.querySelectorAll(selector)]
   .filter(e => e.checkVisibility());
 """
-READ = LOOK + """
+READ = (
+    LOOK
+    + """
 const texts = seen('*').filter(e => (e.textContent + (e.value ?? '')).trim());
 const controls = seen('input, textarea, button');
 const names = seen('th[scope=row]');
@@ -115,7 +117,10 @@ return {
     .filter(name => !name.startsWith(location.origin)),
 };
 """
-FOCUS = LOOK + """
+)
+FOCUS = (
+    LOOK
+    + """
 const e = document.activeElement, style = getComputedStyle(e);
 return e === document.body ? null : {
   tag: e.localName,
@@ -123,6 +128,7 @@ return e === document.body ? null : {
     && contrast(style.outlineColor, behind(e.parentElement)) >= 3,
 };
 """
+)
 
 
 @functools.cache
@@ -514,8 +520,10 @@ class Pages(PageCase):
             self.browser.set_window_size(*size)
             WebDriverWait(self.browser, 20).until(lambda _: self.value_of("innerWidth") == size[0])
             box = self.find_all(".pairs")[0].rect
-            values = [cell.rect for cell in self.find_all(".pairs")[0].find_elements(
-                By.CSS_SELECTOR, "td")]
+            values = [
+                cell.rect
+                for cell in self.find_all(".pairs")[0].find_elements(By.CSS_SELECTOR, "td")
+            ]
             self.assertEqual(6, len(values))
             for value in values:
                 self.assertGreaterEqual(value["x"], box["x"])

@@ -136,7 +136,9 @@ class Forms(FailureCase):
         for lines in self.LINES:
             form = lines.form(2)
             variables = script.post(URL_ENCODED, form) | POLL.variables(2)
-            run = self.run_script(lines.script, variables | {lines.setting: self.data}, form, *strace)
+            run = self.run_script(
+                lines.script, variables | {lines.setting: self.data}, form, *strace
+            )
             self.assertEqual(500, run.status)
             self.assertIn(UNSURE[0], run.page)
             self.same(lines.line(2), read(self.data), lines.name)

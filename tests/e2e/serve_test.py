@@ -27,10 +27,11 @@ def served(port):
 
 
 class Port(unittest.TestCase):
-
     def assert_told(self, port, reason):
         ran = served(port)
-        self.assertEqual((ran.returncode, ran.stdout, ran.stderr), (1, "", f"port {port}: {reason}\n"))
+        self.assertEqual(
+            (ran.returncode, ran.stdout, ran.stderr), (1, "", f"port {port}: {reason}\n")
+        )
 
     def test_that_is_taken_is_told(self):
         with socket.create_server(("127.0.0.1", 0)) as taken:

@@ -265,7 +265,10 @@ def main():
     parser.add_argument("guide", type=Path)
     parser.add_argument("--update", action="store_true", help="write what is printed to the guide")
     parser.add_argument(
-        "--user", choices=("root", "ordinary"), default="", help="run by root: whose commands it has"
+        "--user",
+        choices=("root", "ordinary"),
+        default="",
+        help="run by root: whose commands it has",
     )
     chosen = parser.parse_args()
     if chosen.user and os.getuid() != 0:

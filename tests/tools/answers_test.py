@@ -8,24 +8,23 @@ import unittest
 
 from tool import TOOLS, ToolTest, living
 
-TYPE = b'Content-Type: text/plain\n'
+TYPE = b"Content-Type: text/plain\n"
 
 
 class AnswerTest(ToolTest):
-
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        cls.printing = cls.script('printing', '#!/bin/sh\ncat output\n')
+        cls.printing = cls.script("printing", "#!/bin/sh\ncat output\n")
 
     def answered(self, output, *options):
         """What is shown, and the complaints, of a script that prints this."""
-        self.file('output', output)
+        self.file("output", output)
         ran = self.run_tool(*options, self.printing)
         self.assertEqual(ran.status, 0)
         for line in ran.errors:
-            self.assertTrue(line.startswith('tarn-run: '), line)
-        return ran.output, [line.removeprefix('tarn-run: ') for line in ran.errors]
+            self.assertTrue(line.startswith("tarn-run: "), line)
+        return ran.output, [line.removeprefix("tarn-run: ") for line in ran.errors]
 
     def shows(self, shown, output, *options):
         self.assertEqual(self.answered(output, *options), (shown, []))
@@ -33,255 +32,340 @@ class AnswerTest(ToolTest):
     def complains(self, complaint, output, *options):
         """Sent all the same."""
         shown, complaints = self.answered(output, *options)
-        self.assertNotIn(b'HTTP/1.1 500', shown)
+        self.assertNotIn(b"HTTP/1.1 500", shown)
         self.assertEqual(complaints, [complaint])
 
     def cannot_use(self, complaint, output):
-        self.assertEqual(self.answered(output), (b'HTTP/1.1 500 Internal Server Error\n\n' + output,
-                                                 [complaint + '; a server answers 500']))
+        self.assertEqual(
+            self.answered(output),
+            (
+                b"HTTP/1.1 500 Internal Server Error\n\n" + output,
+                [complaint + "; a server answers 500"],
+            ),
+        )
 
 
 class Answer(AnswerTest):
-
     def test_is_200_without_a_status(self):
-        self.shows(b'HTTP/1.1 200 OK\n' + TYPE + b'\nhello', TYPE + b'\nhello')
+        self.shows(b"HTTP/1.1 200 OK\n" + TYPE + b"\nhello", TYPE + b"\nhello")
 
     def test_has_the_status_that_the_script_gives(self):
-        self.shows(b'HTTP/1.1 404 Not Found\n' + TYPE + b'\n', b'Status: 404\n' + TYPE + b'\n')
-        self.shows(b'HTTP/1.1 404 Nothing Here\n' + TYPE + b'\n',
-                   TYPE + b'status:404 Nothing Here\n\n')
-        self.shows(b'HTTP/1.1 299\n' + TYPE + b'\n', b'Status: 299\n' + TYPE + b'\n')
+        self.shows(b"HTTP/1.1 404 Not Found\n" + TYPE + b"\n", b"Status: 404\n" + TYPE + b"\n")
+        self.shows(
+            b"HTTP/1.1 404 Nothing Here\n" + TYPE + b"\n", TYPE + b"status:404 Nothing Here\n\n"
+        )
+        self.shows(b"HTTP/1.1 299\n" + TYPE + b"\n", b"Status: 299\n" + TYPE + b"\n")
 
     def test_has_the_first_status_of_two(self):
-        shown, _ = self.answered(b'Status: 404\nstatus: 410\n' + TYPE + b'\n')
-        self.assertEqual(shown, b'HTTP/1.1 404 Not Found\n' + TYPE + b'\n')
+        shown, _ = self.answered(b"Status: 404\nstatus: 410\n" + TYPE + b"\n")
+        self.assertEqual(shown, b"HTTP/1.1 404 Not Found\n" + TYPE + b"\n")
 
     def test_is_302_with_a_location(self):
-        self.shows(b'HTTP/1.1 302 Found\nLocation: /a\n\n', b'Location: /a\n\n')
-        self.shows(b'HTTP/1.1 303 See Other\nLocation: /a\n\n', b'Location: /a\nStatus: 303\n\n')
+        self.shows(b"HTTP/1.1 302 Found\nLocation: /a\n\n", b"Location: /a\n\n")
+        self.shows(b"HTTP/1.1 303 See Other\nLocation: /a\n\n", b"Location: /a\nStatus: 303\n\n")
 
     def test_has_headers_in_their_order_and_the_body_byte_for_byte(self):
-        body = bytes(range(256)) + b'\r\n\r\n\n'
-        self.shows(b'HTTP/1.1 200 OK\nX-B: 1\nContent-Type: a/b\nX-A: 2:3\n\n' + body,
-                   b'X-B:1\r\nContent-Type:  a/b \r\nX-A: 2:3\r\n\r\n' + body)
-        self.shows(b'HTTP/1.1 200 OK\nContent-Type: a/b\nX: \xc3\xab\tb\n\n',
-                   b'Content-Type: a/b\nX: \xc3\xab\tb\n\r\n')
+        body = bytes(range(256)) + b"\r\n\r\n\n"
+        self.shows(
+            b"HTTP/1.1 200 OK\nX-B: 1\nContent-Type: a/b\nX-A: 2:3\n\n" + body,
+            b"X-B:1\r\nContent-Type:  a/b \r\nX-A: 2:3\r\n\r\n" + body,
+        )
+        self.shows(
+            b"HTTP/1.1 200 OK\nContent-Type: a/b\nX: \xc3\xab\tb\n\n",
+            b"Content-Type: a/b\nX: \xc3\xab\tb\n\r\n",
+        )
 
     def test_may_be_its_body_alone(self):
-        self.shows(b'a\0b', b'Status: 404\n' + TYPE + b'\na\0b', '--body')
+        self.shows(b"a\0b", b"Status: 404\n" + TYPE + b"\na\0b", "--body")
 
     def test_may_be_many_megabytes_to_a_body_that_is_not_read(self):
-        script = self.script('large', f'#!/bin/sh\nexec <&-\nprintf "{TYPE.decode()}\\n"\n'
-                             'head -c 10000000 /dev/zero')
-        ran = self.run_tool('--data-binary', '@-', script, input=bytes(10000000))
+        script = self.script(
+            "large",
+            f'#!/bin/sh\nexec <&-\nprintf "{TYPE.decode()}\\n"\n' "head -c 10000000 /dev/zero",
+        )
+        ran = self.run_tool("--data-binary", "@-", script, input=bytes(10000000))
         self.assertEqual((ran.status, len(ran.body), ran.errors), (0, 10000000, []))
 
     def test_may_end_early_for_a_reader_who_has_seen_enough(self):
-        script = self.script('endless', f'#!/bin/sh\nprintf "{TYPE.decode()}\\n"\n'
-                             'head -c 10000000 /dev/zero')
-        with subprocess.Popen([TOOLS / 'tarn-run', script], stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE) as process:
+        script = self.script(
+            "endless", f'#!/bin/sh\nprintf "{TYPE.decode()}\\n"\n' "head -c 10000000 /dev/zero"
+        )
+        with subprocess.Popen(
+            [TOOLS / "tarn-run", script], stdout=subprocess.PIPE, stderr=subprocess.PIPE
+        ) as process:
             process.stdout.close()
-            self.assertEqual((process.wait(60), process.stderr.read()), (-signal.SIGPIPE, b''))
+            self.assertEqual((process.wait(60), process.stderr.read()), (-signal.SIGPIPE, b""))
 
 
 class AnswerShownByCurl(AnswerTest):
-
     def test_has_its_headers_as_curl_receives_them(self):
-        self.shows(b'HTTP/1.1 404 Nothing\r\nX: y\r\n' + TYPE.replace(b'\n', b'\r\n')
-                   + b'\r\nbody', b'Status: 404 Nothing\nX: y\n' + TYPE + b'\nbody', '-i')
-        self.shows(b'HTTP/1.1 200 OK\r\nContent-Length: 4\r\n' + TYPE.replace(b'\n', b'\r\n')
-                   + b'\r\n', b'Content-Length: 4\n' + TYPE + b'\n', '-i', '-I')
+        self.shows(
+            b"HTTP/1.1 404 Nothing\r\nX: y\r\n" + TYPE.replace(b"\n", b"\r\n") + b"\r\nbody",
+            b"Status: 404 Nothing\nX: y\n" + TYPE + b"\nbody",
+            "-i",
+        )
+        self.shows(
+            b"HTTP/1.1 200 OK\r\nContent-Length: 4\r\n" + TYPE.replace(b"\n", b"\r\n") + b"\r\n",
+            b"Content-Length: 4\n" + TYPE + b"\n",
+            "-i",
+            "-I",
+        )
 
     def test_goes_to_a_file(self):
-        self.shows(b'', TYPE + b'\nbody', '-o', 'body', '-D', 'head')
-        self.assertEqual((self.folder / 'body').read_bytes(), b'body')
-        self.assertEqual((self.folder / 'head').read_bytes(),
-                         b'HTTP/1.1 200 OK\r\n' + TYPE.replace(b'\n', b'\r\n') + b'\r\n')
+        self.shows(b"", TYPE + b"\nbody", "-o", "body", "-D", "head")
+        self.assertEqual((self.folder / "body").read_bytes(), b"body")
+        self.assertEqual(
+            (self.folder / "head").read_bytes(),
+            b"HTTP/1.1 200 OK\r\n" + TYPE.replace(b"\n", b"\r\n") + b"\r\n",
+        )
 
     def test_is_described(self):
-        self.shows(b'body 201 text/plain 4', b'Status: 201\n' + TYPE + b'\nbody', '-w',
-                   ' %{http_code} %{content_type} %{size_download}')
+        self.shows(
+            b"body 201 text/plain 4",
+            b"Status: 201\n" + TYPE + b"\nbody",
+            "-w",
+            " %{http_code} %{content_type} %{size_download}",
+        )
 
     def test_is_told_with_the_request(self):
-        self.file('output', TYPE + b'\nbody')
-        ran = self.run_tool('-v', '-d', 'a', self.printing)
-        self.assertEqual((ran.status, ran.output), (0, b'body'))
-        for line in ('> POST /printing HTTP/1.1', '> Host: localhost', '< HTTP/1.1 200 OK',
-                     '< Content-Type: text/plain'):
+        self.file("output", TYPE + b"\nbody")
+        ran = self.run_tool("-v", "-d", "a", self.printing)
+        self.assertEqual((ran.status, ran.output), (0, b"body"))
+        for line in (
+            "> POST /printing HTTP/1.1",
+            "> Host: localhost",
+            "< HTTP/1.1 200 OK",
+            "< Content-Type: text/plain",
+        ):
             self.assertIn(line, ran.errors)
 
     def test_leaves_cookies_in_a_jar_whoever_shows_it(self):
-        for options in (['-i'], []):
-            self.answered(b'Set-Cookie: a=1\n' + TYPE + b'\n', '-c', 'jar', *options)
-            self.assertRegex((self.folder / 'jar').read_text(), 'localhost\t.*\ta\t1\n')
-            (self.folder / 'jar').unlink()
+        for options in (["-i"], []):
+            self.answered(b"Set-Cookie: a=1\n" + TYPE + b"\n", "-c", "jar", *options)
+            self.assertRegex((self.folder / "jar").read_text(), "localhost\t.*\ta\t1\n")
+            (self.folder / "jar").unlink()
 
     def test_is_not_broken_by_a_length_or_an_encoding_that_is_wrong(self):
-        for header in (b'Content-Length: 9\n', b'Content-Length: x\n', b'Content-Length: 1\n',
-                       b'Transfer-Encoding: chunked\n'):
-            for options in (['-o', '-'], []):
-                shown, _ = self.answered(header + TYPE + b'\nbody', *options)
-                self.assertTrue(shown.endswith(b'body'), header)
+        for header in (
+            b"Content-Length: 9\n",
+            b"Content-Length: x\n",
+            b"Content-Length: 1\n",
+            b"Transfer-Encoding: chunked\n",
+        ):
+            for options in (["-o", "-"], []):
+                shown, _ = self.answered(header + TYPE + b"\nbody", *options)
+                self.assertTrue(shown.endswith(b"body"), header)
 
     def test_that_is_none_is_500(self):
-        self.file('output', b'hello')
-        ran = self.run_tool('-i', self.printing)
-        self.assertEqual(ran.output, b'HTTP/1.1 500 Internal Server Error\r\n\r\nhello')
-        self.assertEqual(ran.errors, ["tarn-run: no header block: the output begins with 'hello'; a"
-                                      ' server answers 500'])
+        self.file("output", b"hello")
+        ran = self.run_tool("-i", self.printing)
+        self.assertEqual(ran.output, b"HTTP/1.1 500 Internal Server Error\r\n\r\nhello")
+        self.assertEqual(
+            ran.errors,
+            ["tarn-run: no header block: the output begins with 'hello'; a" " server answers 500"],
+        )
 
     def test_that_curl_cannot_write_is_told(self):
-        self.file('output', TYPE + b'\nbody')
-        ran = self.run_tool('-o', 'none/file', self.printing)
-        self.assertEqual((ran.status, ran.errors[-1]), (125, 'tarn-run: curl failed (status 23)'))
-        ran = self.run_tool('-f', self.script('failing', '#!/bin/sh\necho "Status: 404\n"; exit 7'))
-        self.assertEqual((ran.status, ran.errors[-1]), (7, 'tarn-run: curl failed (status 22)'))
+        self.file("output", TYPE + b"\nbody")
+        ran = self.run_tool("-o", "none/file", self.printing)
+        self.assertEqual((ran.status, ran.errors[-1]), (125, "tarn-run: curl failed (status 23)"))
+        ran = self.run_tool("-f", self.script("failing", '#!/bin/sh\necho "Status: 404\n"; exit 7'))
+        self.assertEqual((ran.status, ran.errors[-1]), (7, "tarn-run: curl failed (status 22)"))
 
     def test_that_curl_does_not_wait_for_is_the_end_of_the_script(self):
-        script = self.script('slow', '#!/bin/sh\necho $$ >slow-id\nexec sleep 1000\n')
-        ran = self.run_tool('-m', '1', script)
-        self.assertEqual((ran.status, ran.errors[-1]), (
-            125, 'tarn-run: curl did not wait for the answer (status 28); the script was ended'))
-        self.assertFalse(living(int((self.folder / 'slow-id').read_text())))
+        script = self.script("slow", "#!/bin/sh\necho $$ >slow-id\nexec sleep 1000\n")
+        ran = self.run_tool("-m", "1", script)
+        self.assertEqual(
+            (ran.status, ran.errors[-1]),
+            (125, "tarn-run: curl did not wait for the answer (status 28); the script was ended"),
+        )
+        self.assertFalse(living(int((self.folder / "slow-id").read_text())))
 
 
 class OutputThatIsNoAnswer(AnswerTest):
-
     def test_is_no_output(self):
-        self.cannot_use('the script printed nothing', b'')
+        self.cannot_use("the script printed nothing", b"")
 
     def test_has_no_header_block(self):
-        self.cannot_use("no header block: the output begins with '<p>hello'", b'<p>hello\n\nyou')
-        self.cannot_use("no header block: the output begins with 'hello'", b'hello')
-        self.cannot_use("no header block: the output begins with 'HTTP/1.1 200 OK'",
-                        b'HTTP/1.1 200 OK\n' + TYPE + b'\n')
-        self.cannot_use('no header block: the output begins with an empty line', b'\nhello')
-        self.cannot_use('no header block: the output begins with an empty line', b'\r\nhello')
-        self.cannot_use("no header block: the output begins with '" + 'a' * 59 + "…'", b'a' * 99)
-        self.cannot_use(r"no header block: the output begins with '\xffë\x00'", b'\xff\xc3\xab\0')
+        self.cannot_use("no header block: the output begins with '<p>hello'", b"<p>hello\n\nyou")
+        self.cannot_use("no header block: the output begins with 'hello'", b"hello")
+        self.cannot_use(
+            "no header block: the output begins with 'HTTP/1.1 200 OK'",
+            b"HTTP/1.1 200 OK\n" + TYPE + b"\n",
+        )
+        self.cannot_use("no header block: the output begins with an empty line", b"\nhello")
+        self.cannot_use("no header block: the output begins with an empty line", b"\r\nhello")
+        self.cannot_use("no header block: the output begins with '" + "a" * 59 + "…'", b"a" * 99)
+        self.cannot_use(r"no header block: the output begins with '\xffë\x00'", b"\xff\xc3\xab\0")
 
     def test_has_a_header_block_without_an_end(self):
-        self.cannot_use('no empty line ends the header block', TYPE)
-        self.cannot_use('no empty line ends the header block', TYPE + b'X: y')
+        self.cannot_use("no empty line ends the header block", TYPE)
+        self.cannot_use("no empty line ends the header block", TYPE + b"X: y")
 
     def test_has_a_malformed_header(self):
-        for line in (b'<html>', b'X', b'X y: z', b': z', b' folded', b'X : y', b'\xc3\xab: z'):
+        for line in (b"<html>", b"X", b"X y: z", b": z", b" folded", b"X : y", b"\xc3\xab: z"):
             text = repr(line.decode())
-            self.cannot_use(f'line 2 of the header block is no "NAME: VALUE": {text}',
-                            TYPE + line + b'\nY: z\n\nbody')
+            self.cannot_use(
+                f'line 2 of the header block is no "NAME: VALUE": {text}',
+                TYPE + line + b"\nY: z\n\nbody",
+            )
 
     def test_has_a_header_with_a_control_character(self):
-        for character in b'\0\1\x1b\r\x7f':
-            line = b'X: a%cb' % character
-            self.cannot_use('line 2 of the header block has a control character: '
-                            f'{line.decode()!r}', TYPE + line + b'\r\n\r\nbody')
+        for character in b"\0\1\x1b\r\x7f":
+            line = b"X: a%cb" % character
+            self.cannot_use(
+                "line 2 of the header block has a control character: " f"{line.decode()!r}",
+                TYPE + line + b"\r\n\r\nbody",
+            )
 
     def test_has_a_status_that_is_none(self):
-        for status in (b'', b'20', b'2000', b'OK', b'200OK', b'199', b'600', b'HTTP/1.1 200 OK'):
-            self.cannot_use('the Status is no number from 200 to 599 and a reason: '
-                            f'{status.decode()!r}', b'Status: ' + status + b'\n' + TYPE + b'\n')
+        for status in (b"", b"20", b"2000", b"OK", b"200OK", b"199", b"600", b"HTTP/1.1 200 OK"):
+            self.cannot_use(
+                "the Status is no number from 200 to 599 and a reason: " f"{status.decode()!r}",
+                b"Status: " + status + b"\n" + TYPE + b"\n",
+            )
 
 
 class Complaint(AnswerTest):
-
     def test_is_made_of_a_body_without_a_type(self):
-        self.complains('no Content-Type', b'X: y\n\nbody')
-        self.complains('no Content-Type', b'Status: 404\n\n')
-        self.complains('no Content-Type', b'Location: /a\n\nbody')
-        self.complains('no Content-Type', b'X: y\n\nbody', '--body')
-        self.shows(b'HTTP/1.1 204 No Content\n\n', b'Status: 204\n\n')
-        self.shows(b'HTTP/1.1 200 OK\nX: y\n\n', b'X: y\n\n', '-I')
+        self.complains("no Content-Type", b"X: y\n\nbody")
+        self.complains("no Content-Type", b"Status: 404\n\n")
+        self.complains("no Content-Type", b"Location: /a\n\nbody")
+        self.complains("no Content-Type", b"X: y\n\nbody", "--body")
+        self.shows(b"HTTP/1.1 204 No Content\n\n", b"Status: 204\n\n")
+        self.shows(b"HTTP/1.1 200 OK\nX: y\n\n", b"X: y\n\n", "-I")
 
     def test_is_made_of_a_header_that_is_there_twice(self):
-        for name, value in (('Status', '200'), ('Location', '/a'), ('Content-Type', 'a/b'),
-                            ('Content-Length', '4')):
-            twice = f'{name}: {value}\n{name.lower()}: {value}\n'.encode()
-            type = b'' if name == 'Content-Type' else TYPE
-            self.complains(f'2 headers {name}: servers differ in which of them counts',
-                           twice + type + b'\nbody')
-        self.shows(b'HTTP/1.1 200 OK\nSet-Cookie: a=1\nSet-Cookie: b=2\n' + TYPE + b'\n',
-                   b'Set-Cookie: a=1\nSet-Cookie: b=2\n' + TYPE + b'\n')
+        for name, value in (
+            ("Status", "200"),
+            ("Location", "/a"),
+            ("Content-Type", "a/b"),
+            ("Content-Length", "4"),
+        ):
+            twice = f"{name}: {value}\n{name.lower()}: {value}\n".encode()
+            type = b"" if name == "Content-Type" else TYPE
+            self.complains(
+                f"2 headers {name}: servers differ in which of them counts",
+                twice + type + b"\nbody",
+            )
+        self.shows(
+            b"HTTP/1.1 200 OK\nSet-Cookie: a=1\nSet-Cookie: b=2\n" + TYPE + b"\n",
+            b"Set-Cookie: a=1\nSet-Cookie: b=2\n" + TYPE + b"\n",
+        )
 
     def test_is_made_of_a_length_that_is_not_the_bodys(self):
-        for length in ('3', '5', 'x', ''):
-            self.complains(f"Content-Length is '{length}', and the body has 4 bytes",
-                           f'Content-Length: {length}\n'.encode() + TYPE + b'\nbody')
-        self.shows(b'HTTP/1.1 200 OK\nContent-Length: 4\n' + TYPE + b'\nbody',
-                   b'Content-Length: 4\n' + TYPE + b'\nbody')
-        self.shows(b'HTTP/1.1 200 OK\nContent-Length: 4\n' + TYPE + b'\n',
-                   b'Content-Length: 4\n' + TYPE + b'\n', '--head')
+        for length in ("3", "5", "x", ""):
+            self.complains(
+                f"Content-Length is '{length}', and the body has 4 bytes",
+                f"Content-Length: {length}\n".encode() + TYPE + b"\nbody",
+            )
+        self.shows(
+            b"HTTP/1.1 200 OK\nContent-Length: 4\n" + TYPE + b"\nbody",
+            b"Content-Length: 4\n" + TYPE + b"\nbody",
+        )
+        self.shows(
+            b"HTTP/1.1 200 OK\nContent-Length: 4\n" + TYPE + b"\n",
+            b"Content-Length: 4\n" + TYPE + b"\n",
+            "--head",
+        )
 
     def test_is_made_of_a_body_where_there_can_be_none(self):
-        self.assertEqual(self.answered(TYPE + b'\nbody', '-I'), (
-            b'HTTP/1.1 200 OK\n' + TYPE + b'\n',
-            ['a server drops the body (4 bytes): an answer to HEAD has none']))
-        for status, reason in ((204, b'No Content'), (304, b'Not Modified')):
-            self.assertEqual(self.answered(b'Status: %d\n' % status + TYPE + b'\nbody'), (
-                b'HTTP/1.1 %d %s\n' % (status, reason) + TYPE + b'\n',
-                [f'a server drops the body (4 bytes): an answer of status {status} has none']))
+        self.assertEqual(
+            self.answered(TYPE + b"\nbody", "-I"),
+            (
+                b"HTTP/1.1 200 OK\n" + TYPE + b"\n",
+                ["a server drops the body (4 bytes): an answer to HEAD has none"],
+            ),
+        )
+        for status, reason in ((204, b"No Content"), (304, b"Not Modified")):
+            self.assertEqual(
+                self.answered(b"Status: %d\n" % status + TYPE + b"\nbody"),
+                (
+                    b"HTTP/1.1 %d %s\n" % (status, reason) + TYPE + b"\n",
+                    [f"a server drops the body (4 bytes): an answer of status {status} has none"],
+                ),
+            )
 
 
 class End(AnswerTest):
-
     def ended(self, lines, *options):
-        ran = self.run_tool(*options, self.script('script', '#!/bin/sh\n' + lines))
+        ran = self.run_tool(*options, self.script("script", "#!/bin/sh\n" + lines))
         return ran.status, ran.output, ran.errors
 
     def test_with_a_failure_is_told_and_passed_on(self):
-        answer = b'HTTP/1.1 200 OK\n' + TYPE + b'\n'
-        self.assertEqual(self.ended(f'printf "{TYPE.decode()}\\n"; exit 3'), (
-            3, answer, ['tarn-run: the script failed (status 3) after it had answered']))
-        self.assertEqual(self.ended('echo oh no >&2; exit 9'), (
-            9, b'HTTP/1.1 500 Internal Server Error\n\n',
-            ['oh no', 'tarn-run: the script printed nothing; a server answers 500',
-             'tarn-run: the script failed (status 9)']))
+        answer = b"HTTP/1.1 200 OK\n" + TYPE + b"\n"
+        self.assertEqual(
+            self.ended(f'printf "{TYPE.decode()}\\n"; exit 3'),
+            (3, answer, ["tarn-run: the script failed (status 3) after it had answered"]),
+        )
+        self.assertEqual(
+            self.ended("echo oh no >&2; exit 9"),
+            (
+                9,
+                b"HTTP/1.1 500 Internal Server Error\n\n",
+                [
+                    "oh no",
+                    "tarn-run: the script printed nothing; a server answers 500",
+                    "tarn-run: the script failed (status 9)",
+                ],
+            ),
+        )
 
     def test_by_a_signal_is_told_and_is_a_status_above_128(self):
-        for number, name in ((11, 'SIGSEGV'), (9, 'SIGKILL')):
+        for number, name in ((11, "SIGSEGV"), (9, "SIGKILL")):
             status, _, errors = self.ended(f'printf "{TYPE.decode()}\\n"; kill -{number} $$')
-            self.assertEqual((status, errors),
-                             (128 + number, [f'tarn-run: killed by signal {number} ({name})']))
+            self.assertEqual(
+                (status, errors), (128 + number, [f"tarn-run: killed by signal {number} ({name})"])
+            )
 
     def test_is_not_that_of_a_process_that_prints_later(self):
         status, output, errors = self.ended(
             '(until grep -q "^State:.Z" "/proc/$$/status"; do sleep 0.1; done\n'
-            'sleep 1; echo late) &\n'
-            f'printf "{TYPE.decode()}\\n"')
-        self.assertEqual((status, output), (0, b'HTTP/1.1 200 OK\n' + TYPE + b'\nlate\n'))
-        self.assertEqual(errors, [
-            'tarn-run: a process that the script left behind keeps the output open;'
-            ' a server waits for it too',
-            r"tarn-run: output after the script has ended: 'late\n'"])
+            "sleep 1; echo late) &\n"
+            f'printf "{TYPE.decode()}\\n"'
+        )
+        self.assertEqual((status, output), (0, b"HTTP/1.1 200 OK\n" + TYPE + b"\nlate\n"))
+        self.assertEqual(
+            errors,
+            [
+                "tarn-run: a process that the script left behind keeps the output open;"
+                " a server waits for it too",
+                r"tarn-run: output after the script has ended: 'late\n'",
+            ],
+        )
 
     def test_of_all_output_is_not_waited_for_when_it_is_closed(self):
         status, _, errors = self.ended(
-            f'printf "{TYPE.decode()}\\n"; sleep 1000 >&- 2>&- & echo $! >sleeping')
+            f'printf "{TYPE.decode()}\\n"; sleep 1000 >&- 2>&- & echo $! >sleeping'
+        )
         # It is still there.
-        os.kill(int((self.folder / 'sleeping').read_text()), signal.SIGKILL)
+        os.kill(int((self.folder / "sleeping").read_text()), signal.SIGKILL)
         self.assertEqual((status, errors), (0, []))
 
 
 class Script(AnswerTest):
-
     def test_that_is_not_there_is_told(self):
-        self.assertEqual(self.refused('./none', status=127), 'tarn-run: ./none: no such file')
-        self.assertEqual(self.refused('.', status=127), 'tarn-run: .: a folder')
+        self.assertEqual(self.refused("./none", status=127), "tarn-run: ./none: no such file")
+        self.assertEqual(self.refused(".", status=127), "tarn-run: .: a folder")
 
     def test_that_cannot_be_run_is_told_with_the_reason(self):
-        self.file('script', '#!/bin/sh\n').chmod(0o644)
-        self.assertEqual(self.refused('script', status=126),
-                         'tarn-run: script: not executable (chmod +x lets a server run it)')
+        self.file("script", "#!/bin/sh\n").chmod(0o644)
+        self.assertEqual(
+            self.refused("script", status=126),
+            "tarn-run: script: not executable (chmod +x lets a server run it)",
+        )
         for content, reason in (
-            (b'#!/bin/none\n', "its interpreter is not there, or cannot be run: '#!/bin/none'"),
-            (b'#!/bin/sh\r\n', r"its interpreter is not there, or cannot be run: '#!/bin/sh\r'"),
-            (b'hello\n', 'no program of this machine, and no line "#!INTERPRETER" at its'
-                         ' beginning'),
-            (b'', 'no program of this machine, and no line "#!INTERPRETER" at its beginning'),
+            (b"#!/bin/none\n", "its interpreter is not there, or cannot be run: '#!/bin/none'"),
+            (b"#!/bin/sh\r\n", r"its interpreter is not there, or cannot be run: '#!/bin/sh\r'"),
+            (
+                b"hello\n",
+                'no program of this machine, and no line "#!INTERPRETER" at its' " beginning",
+            ),
+            (b"", 'no program of this machine, and no line "#!INTERPRETER" at its beginning'),
         ):
-            self.file('script', content).chmod(0o755)
-            self.assertEqual(self.refused('script', status=126), f'tarn-run: script: {reason}')
+            self.file("script", content).chmod(0o755)
+            self.assertEqual(self.refused("script", status=126), f"tarn-run: script: {reason}")
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     unittest.main()

@@ -9,8 +9,8 @@ import unittest
 
 from tool import TOOLS, ToolTest
 
-PAGES = [TOOLS / 'tarn-run.1', TOOLS / 'tarn-record.1']
-COMPLETION = TOOLS / 'completions/tarn-run'
+PAGES = [TOOLS / "tarn-run.1", TOOLS / "tarn-record.1"]
+COMPLETION = TOOLS / "completions/tarn-run"
 
 
 def printed(*command, **options):
@@ -18,110 +18,137 @@ def printed(*command, **options):
 
 
 def options(help):
-    return set(re.findall(r'(?<![\w-])--?[a-zA-Z][a-z-]*', help))
+    return set(re.findall(r"(?<![\w-])--?[a-zA-Z][a-z-]*", help))
 
 
 class Pages(ToolTest):
-
     def test_help_fits_a_terminal(self):
-        help = printed(TOOLS / 'tarn-run', '--help', env={'COLUMNS': '300'})
+        help = printed(TOOLS / "tarn-run", "--help", env={"COLUMNS": "300"})
         self.assertEqual([line for line in help.splitlines() if len(line) > 80], [])
-        self.assertEqual(printed(TOOLS / 'tarn-run', '-h'), help)
+        self.assertEqual(printed(TOOLS / "tarn-run", "-h"), help)
 
     def test_the_version_is_tarns(self):
-        version = os.environ['VERSION']
-        self.assertEqual(printed(TOOLS / 'tarn-run', '--version'), f'tarn-run {version}\n')
+        version = os.environ["VERSION"]
+        self.assertEqual(printed(TOOLS / "tarn-run", "--version"), f"tarn-run {version}\n")
         for page in PAGES:
-            self.assertIn(f'\n.Os Tarn {version}\n', page.read_text())
-        self.assertIn(f'\ntarn-run/{version}\n', PAGES[0].read_text())
+            self.assertIn(f"\n.Os Tarn {version}\n", page.read_text())
+        self.assertIn(f"\ntarn-run/{version}\n", PAGES[0].read_text())
 
     def test_manual_pages_satisfy_mandoc(self):
         for page in PAGES:
-            lint = subprocess.run([os.environ['MANDOC'], '-Tlint', '-Wstyle', page],
-                                  capture_output=True, text=True, check=False).stdout
-            self.assertEqual([line for line in lint.splitlines()
-                              if 'referenced manual not found' not in line], [])
+            lint = subprocess.run(
+                [os.environ["MANDOC"], "-Tlint", "-Wstyle", page],
+                capture_output=True,
+                text=True,
+                check=False,
+            ).stdout
+            self.assertEqual(
+                [line for line in lint.splitlines() if "referenced manual not found" not in line],
+                [],
+            )
 
     def test_the_manual_page_has_every_option_of_the_help_and_others_of_curl(self):
         page = PAGES[0].read_text()
-        told = re.findall(r'^\.It (Fl .*)', page, re.MULTILINE)
-        told = {'-' + name for line in told for name in re.findall(r'Fl (\S+)', line)}
+        told = re.findall(r"^\.It (Fl .*)", page, re.MULTILINE)
+        told = {"-" + name for line in told for name in re.findall(r"Fl (\S+)", line)}
         self.assertEqual(self.options() - told, set())
         self.assertEqual(told - self.options() - self.options_of_curl(), set())
 
     def test_the_completion_has_every_option_of_the_help_and_of_curl_but_those_refused(self):
         page = PAGES[0].read_text()
-        refused = re.search(r'named after the script:\n(.*?)\nwhere\n', page, re.DOTALL)[1]
-        patterns = {'-' + name for name in re.findall(r'^\.Fl (\S+)', refused, re.MULTILINE)}
+        refused = re.search(r"named after the script:\n(.*?)\nwhere\n", page, re.DOTALL)[1]
+        patterns = {"-" + name for name in re.findall(r"^\.Fl (\S+)", refused, re.MULTILINE)}
         self.assertEqual(len(patterns), 23)
         found = {name: fnmatch.filter(self.options_of_curl(), name) for name in patterns}
         self.assertEqual([name for name, options in found.items() if not options], [])
         refused = {option for options in found.values() for option in options}
         for option in refused:
-            self.assertIn(f'{option} is not for tarn-run', self.refused(option, 'a', 'dump'))
-        letters = {'-K', '-L', '-:', '-Z', '-O', '-x', '-U', '-p'}
-        self.assertEqual(set(self.completed('-')),
-                         self.options() | self.options_of_curl() - refused - letters)
+            self.assertIn(f"{option} is not for tarn-run", self.refused(option, "a", "dump"))
+        letters = {"-K", "-L", "-:", "-Z", "-O", "-x", "-U", "-p"}
+        self.assertEqual(
+            set(self.completed("-")), self.options() | self.options_of_curl() - refused - letters
+        )
 
     @staticmethod
     def options_of_curl():
-        help = printed(os.environ['CURL'], '--help', 'all')
-        found = {name for line in re.findall(r'^ +(-.*)', help, re.MULTILINE)
-                 for name in re.match(r'(-\S)?(?:, )?(--[\w.-]+)', line).groups() if name}
+        help = printed(os.environ["CURL"], "--help", "all")
+        found = {
+            name
+            for line in re.findall(r"^ +(-.*)", help, re.MULTILINE)
+            for name in re.match(r"(-\S)?(?:, )?(--[\w.-]+)", line).groups()
+            if name
+        }
         assert len(found) > 200
         return found
 
     def options(self):
-        help = printed(TOOLS / 'tarn-run', '--help')
-        found = {name for line in re.findall(r'^  (-.*?)(?:   |$)', help, re.MULTILINE)
-                 for name in options(line)}
+        help = printed(TOOLS / "tarn-run", "--help")
+        found = {
+            name
+            for line in re.findall(r"^  (-.*?)(?:   |$)", help, re.MULTILINE)
+            for name in options(line)
+        }
         self.assertGreater(len(found), 18)
         return found
 
     def test_the_manual_page_names_every_variable_that_a_script_has(self):
-        self.file('upload', 'a')
-        given = self.given('-F', 'f=@upload', '-b', 'a=b', '--https', '--path-info', '/a',
-                           env={**os.environ, 'LD_LIBRARY_PATH': '/a'})
+        self.file("upload", "a")
+        given = self.given(
+            "-F",
+            "f=@upload",
+            "-b",
+            "a=b",
+            "--https",
+            "--path-info",
+            "/a",
+            env={**os.environ, "LD_LIBRARY_PATH": "/a"},
+        )
         page = PAGES[0].read_text()
         for name in given.environment:
-            told = re.search(rf'^\.(It )?Ev {name.decode()}( \.)?$', page, re.MULTILINE)
+            told = re.search(rf"^\.(It )?Ev {name.decode()}( \.)?$", page, re.MULTILINE)
             self.assertTrue(told, name)
 
     def test_the_commands_of_the_examples_run(self):
-        self.file('dawn.jpg', 'a')
-        for name in ('upload', 'greet'):
+        self.file("dawn.jpg", "a")
+        for name in ("upload", "greet"):
             self.script(name, "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n")
-        examples = re.search(r'\.Sh EXAMPLES\n(.*?)\n\.Sh', PAGES[0].read_text(), re.DOTALL)[1]
-        commands = re.findall(r'^tarn-run .*', examples, re.MULTILINE)
+        examples = re.search(r"\.Sh EXAMPLES\n(.*?)\n\.Sh", PAGES[0].read_text(), re.DOTALL)[1]
+        commands = re.findall(r"^tarn-run .*", examples, re.MULTILINE)
         self.assertEqual(len(commands), 8)
         for command in commands:
-            if '--exec' not in command and '--show' not in command:
-                shown = printed('sh', '-ec', command, cwd=self.folder,
-                                env={'PATH': f'{TOOLS}:/usr/bin:/bin'})
-                self.assertTrue('--body' in command or shown.startswith('HTTP/1.1 200 OK\n'), command)
+            if "--exec" not in command and "--show" not in command:
+                shown = printed(
+                    "sh", "-ec", command, cwd=self.folder, env={"PATH": f"{TOOLS}:/usr/bin:/bin"}
+                )
+                self.assertTrue(
+                    "--body" in command or shown.startswith("HTTP/1.1 200 OK\n"), command
+                )
 
     def completed(self, *words):
         """What bash offers after these words of a command line."""
         source = f'. {COMPLETION}; complete -p tarn-run >&2; COMP_WORDS=(tarn-run "$@")\n'
         source += 'COMP_CWORD=$#; _tarn_run; printf "%s\\n" "${COMPREPLY[@]}"'
-        ran = subprocess.run(['bash', '-c', source, 'bash', *words], capture_output=True, text=True,
-                             check=False)
-        self.assertRegex(ran.stderr, r'^complete .*-o default .*-F _tarn_run tarn-run\n$')
+        ran = subprocess.run(
+            ["bash", "-c", source, "bash", *words], capture_output=True, text=True, check=False
+        )
+        self.assertRegex(ran.stderr, r"^complete .*-o default .*-F _tarn_run tarn-run\n$")
         return ran.stdout.split()
 
     def test_the_completion_knows_what_is_begun(self):
-        self.assertEqual(self.completed('--data'), ['--data', '--data-ascii', '--data-binary',
-                                                    '--data-raw', '--data-urlencode'])
-        self.assertEqual(self.completed('-d', 'a', '--rec'), ['--record'])
-        self.assertEqual(self.completed('-X', 'P'), ['PATCH', 'POST', 'PUT'])
-        self.assertEqual(self.completed('--exec', 'g'), ['gdb'])
-        self.assertEqual(self.completed('--chdir', str(self.dump)[:-1]), [])
-        self.assertIn(str(self.folder), self.completed('--chdir', str(self.folder)[:-1]))
+        self.assertEqual(
+            self.completed("--data"),
+            ["--data", "--data-ascii", "--data-binary", "--data-raw", "--data-urlencode"],
+        )
+        self.assertEqual(self.completed("-d", "a", "--rec"), ["--record"])
+        self.assertEqual(self.completed("-X", "P"), ["PATCH", "POST", "PUT"])
+        self.assertEqual(self.completed("--exec", "g"), ["gdb"])
+        self.assertEqual(self.completed("--chdir", str(self.dump)[:-1]), [])
+        self.assertIn(str(self.folder), self.completed("--chdir", str(self.folder)[:-1]))
 
     def test_the_completion_leaves_the_rest_to_files(self):
-        for words in (['a'], [''], ['-d', '-'], ['-F', 'a', '=', '@', ''], ['--record', '']):
+        for words in (["a"], [""], ["-d", "-"], ["-F", "a", "=", "@", ""], ["--record", ""]):
             self.assertEqual(self.completed(*words), [])
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     unittest.main()

@@ -19,153 +19,195 @@ EVERY_BYTE = bytes(range(256))
 
 
 class Record(ToolTest):
-
     def recorded(self, *options, **more):
-        record = self.folder / 'record'
+        record = self.folder / "record"
         record.unlink(missing_ok=True)
-        return self.given('--record', str(record), *options, **more), record
+        return self.given("--record", str(record), *options, **more), record
 
     def test_is_what_it_is_said_to_be(self):
-        self.recorded('--data-binary', '@-', input=b'\0\0\n')
-        lines = (self.folder / 'record').read_bytes()
-        self.assertTrue(lines.startswith(b'tarn-record 1\nPATH='))
-        self.assertTrue(lines.endswith(b'=application/x-www-form-urlencoded\0\0\0\0\n'), lines)
+        self.recorded("--data-binary", "@-", input=b"\0\0\n")
+        lines = (self.folder / "record").read_bytes()
+        self.assertTrue(lines.startswith(b"tarn-record 1\nPATH="))
+        self.assertTrue(lines.endswith(b"=application/x-www-form-urlencoded\0\0\0\0\n"), lines)
 
     def test_of_any_bytes_is_run_again_exactly(self):
-        for body in (EVERY_BYTE, b'', b'\0', b'\0\0A=1\0', b'tarn-record 1\n', EVERY_BYTE * 10000):
-            given, record = self.recorded('--data-binary', '@-', '--env', b'X=\x01=\xff\n', '-H',
-                                          'X.Y: z', input=body)
+        for body in (EVERY_BYTE, b"", b"\0", b"\0\0A=1\0", b"tarn-record 1\n", EVERY_BYTE * 10000):
+            given, record = self.recorded(
+                "--data-binary", "@-", "--env", b"X=\x01=\xff\n", "-H", "X.Y: z", input=body
+            )
             self.assertEqual(given.body, body)
-            again = self.given('--replay', str(record), env={'PATH': os.environ['PATH'], 'A': 'b'})
+            again = self.given("--replay", str(record), env={"PATH": os.environ["PATH"], "A": "b"})
             self.assertEqual(again, given)
             self.assertEqual(list(again.environment), list(given.environment))
 
     def test_is_for_its_owner_alone_and_replaces_an_old_one(self):
-        for before in (None, b'tarn-record 1\n', b'tarn-record 1\nA=b\0\0'):
-            record = self.folder / 'record'
+        for before in (None, b"tarn-record 1\n", b"tarn-record 1\nA=b\0\0"):
+            record = self.folder / "record"
             record.unlink(missing_ok=True)
             if before is not None:
                 record.write_bytes(before)
                 record.chmod(0o644)
-            given = self.given('--record', 'record')
+            given = self.given("--record", "record")
             self.assertEqual(stat.S_IMODE(record.lstat().st_mode), 0o600)
-            self.assertEqual(self.given('--replay', 'record'), given)
-        self.assertEqual(list(self.folder.glob('.tarn-run-*')), [])
+            self.assertEqual(self.given("--replay", "record"), given)
+        self.assertEqual(list(self.folder.glob(".tarn-run-*")), [])
 
     def test_replaces_nothing_else(self):
-        target = self.file('target', b'tarn-record 1\nA=b\0\0')
-        record = self.folder / 'record'
+        target = self.file("target", b"tarn-record 1\nA=b\0\0")
+        record = self.folder / "record"
         for make, reason in (
-            (lambda: record.write_text('kept'), 'it is not a record of a request'),
-            (record.touch, 'it is not a record of a request'),
-            (lambda: record.write_text('tarn-record 2\n'), 'it is not a record of a request'),
-            (lambda: record.symlink_to(target), 'it is a symbolic link'),
-            (lambda: record.symlink_to('none'), 'it is a symbolic link'),
-            (lambda: os.mkfifo(record), 'it is not a record of a request'),
-            (record.mkdir, 'it is not a record of a request'),
-            (lambda: bound(record), 'No such device or address'),
+            (lambda: record.write_text("kept"), "it is not a record of a request"),
+            (record.touch, "it is not a record of a request"),
+            (lambda: record.write_text("tarn-record 2\n"), "it is not a record of a request"),
+            (lambda: record.symlink_to(target), "it is a symbolic link"),
+            (lambda: record.symlink_to("none"), "it is a symbolic link"),
+            (lambda: os.mkfifo(record), "it is not a record of a request"),
+            (record.mkdir, "it is not a record of a request"),
+            (lambda: bound(record), "No such device or address"),
         ):
             make()
             before = record.lstat()
-            self.assertEqual(self.refused('--record', 'record', 'dump'),
-                             f'tarn-run: --record record: not replaced: {reason}')
+            self.assertEqual(
+                self.refused("--record", "record", "dump"),
+                f"tarn-run: --record record: not replaced: {reason}",
+            )
             after = record.lstat()
-            self.assertEqual((after.st_ino, after.st_size, after.st_mode),
-                             (before.st_ino, before.st_size, before.st_mode))
+            self.assertEqual(
+                (after.st_ino, after.st_size, after.st_mode),
+                (before.st_ino, before.st_size, before.st_mode),
+            )
             record.rmdir() if record.is_dir() else record.unlink()
-        self.assertEqual(target.read_bytes(), b'tarn-record 1\nA=b\0\0')
-        self.assertEqual(list(self.folder.glob('.tarn-run-*')), [])
+        self.assertEqual(target.read_bytes(), b"tarn-record 1\nA=b\0\0")
+        self.assertEqual(list(self.folder.glob(".tarn-run-*")), [])
 
     def test_does_not_replace_a_device(self):
-        for device in ('/dev/null', '/dev/full', '/dev/zero', '/dev/tty'):
-            self.assertIn(f'--record {device}: not replaced: ',
-                          self.refused('--record', device, 'dump'))
+        for device in ("/dev/null", "/dev/full", "/dev/zero", "/dev/tty"):
+            self.assertIn(
+                f"--record {device}: not replaced: ", self.refused("--record", device, "dump")
+            )
             self.assertTrue(stat.S_ISCHR(os.lstat(device).st_mode))
 
     def test_of_a_body_that_was_cut_is_run_again_as_it_was(self):
-        given, _ = self.recorded('-d', 'abcdef', '--cut', '4')
-        self.assertEqual((given.environment[b'CONTENT_LENGTH'], given.body), (b'6', b'abcd'))
-        self.assertEqual(self.given('--replay', 'record'), given)
-        self.assertEqual(self.given('--replay', 'record', '--cut', '0').body, b'')
+        given, _ = self.recorded("-d", "abcdef", "--cut", "4")
+        self.assertEqual((given.environment[b"CONTENT_LENGTH"], given.body), (b"6", b"abcd"))
+        self.assertEqual(self.given("--replay", "record"), given)
+        self.assertEqual(self.given("--replay", "record", "--cut", "0").body, b"")
 
     def test_that_does_not_fit_leaves_nothing(self):
         before = sorted(self.folder.iterdir())
-        ran = self.run_tool('--record', 'large', '--data-binary', '@-', 'dump', input=bytes(10000),
-                            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE,
-                                                                  (10100, 10100)))
-        self.assertEqual((ran.status, ran.output), (125, b''))
-        self.assertEqual(ran.errors, ['tarn-run: --record large: File too large'])
+        ran = self.run_tool(
+            "--record",
+            "large",
+            "--data-binary",
+            "@-",
+            "dump",
+            input=bytes(10000),
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10100, 10100)),
+        )
+        self.assertEqual((ran.status, ran.output), (125, b""))
+        self.assertEqual(ran.errors, ["tarn-run: --record large: File too large"])
         self.assertEqual(sorted(self.folder.iterdir()), before)
 
     def test_may_be_written_by_a_shell(self):
         shell = "{ echo 'tarn-record 1'; env -0; printf '\\0'; cat; } >by-shell"
-        subprocess.run(['sh', '-c', shell], input=b'a\0b', check=True, cwd=self.folder,
-                       env={'PATH': '/usr/bin:/bin', 'X': 'y z', 'REQUEST_METHOD': 'POST'})
-        given = self.given('--replay', 'by-shell')
-        self.assertEqual((given.environment[b'X'], given.body), (b'y z', b'a\0b'))
+        subprocess.run(
+            ["sh", "-c", shell],
+            input=b"a\0b",
+            check=True,
+            cwd=self.folder,
+            env={"PATH": "/usr/bin:/bin", "X": "y z", "REQUEST_METHOD": "POST"},
+        )
+        given = self.given("--replay", "by-shell")
+        self.assertEqual((given.environment[b"X"], given.body), (b"y z", b"a\0b"))
 
     def test_of_a_variable_that_is_set_twice_gives_the_first_as_the_script_saw_it(self):
-        self.file('twice', b'tarn-record 1\nA=1\0A=2\0\0')
-        self.assertEqual(self.given('--replay', 'twice').environment, {b'A': b'1'})
+        self.file("twice", b"tarn-record 1\nA=1\0A=2\0\0")
+        self.assertEqual(self.given("--replay", "twice").environment, {b"A": b"1"})
 
     def test_goes_with_no_option_that_makes_another_request(self):
         self.recorded()
-        for options in (['-d', 'a'], ['-F', 'a=b'], ['-G'], ['-b', 'a=b'], ['-X', 'PUT'], ['-I'],
-                        ['-H', 'A: b'], ['--query', 'a'], ['--path-info', '/'], ['--https'],
-                        ['--record', 'other']):
-            self.assertIn('does not go with --replay, which gives the whole request',
-                          self.refused('--replay', 'record', *options, 'dump'))
-        given = self.given('--replay', 'record', '--env', 'A=b')
-        self.assertEqual(given.environment[b'A'], b'b')
+        for options in (
+            ["-d", "a"],
+            ["-F", "a=b"],
+            ["-G"],
+            ["-b", "a=b"],
+            ["-X", "PUT"],
+            ["-I"],
+            ["-H", "A: b"],
+            ["--query", "a"],
+            ["--path-info", "/"],
+            ["--https"],
+            ["--record", "other"],
+        ):
+            self.assertIn(
+                "does not go with --replay, which gives the whole request",
+                self.refused("--replay", "record", *options, "dump"),
+            )
+        given = self.given("--replay", "record", "--env", "A=b")
+        self.assertEqual(given.environment[b"A"], b"b")
 
     def test_that_is_cut_off_or_something_else_is_refused(self):
-        for content in (b'', b'tarn-record 1\n', b'tarn-record 1\nA=b\0', b'A=b\0\0',
-                        b'tarn-record 1\nA\0\0', b'tarn-record 2\nA=b\0\0'):
-            self.file('bad', content)
-            self.assertIn('bad: no record of a request', self.refused('--replay', 'bad', 'dump'))
+        for content in (
+            b"",
+            b"tarn-record 1\n",
+            b"tarn-record 1\nA=b\0",
+            b"A=b\0\0",
+            b"tarn-record 1\nA\0\0",
+            b"tarn-record 2\nA=b\0\0",
+        ):
+            self.file("bad", content)
+            self.assertIn("bad: no record of a request", self.refused("--replay", "bad", "dump"))
 
 
 class Shown(ToolTest):
-
     def shown(self, content, *options):
-        self.file('record', b'tarn-record 1\n' + content)
-        ran = self.run_tool('--show', 'record', *options)
+        self.file("record", b"tarn-record 1\n" + content)
+        ran = self.run_tool("--show", "record", *options)
         self.assertEqual((ran.status, ran.errors), (0, []))
         return ran.output.decode()
 
     def test_is_a_record_for_reading(self):
-        self.assertEqual(self.shown(b'A=1\0REQUEST_METHOD=POST\0\0a=1&b=2'),
-                         'A=1\nREQUEST_METHOD=POST\n\na=1&b=2\n')
-        self.assertEqual(self.shown(b'A=\0\0'), 'A=\n\n')
-        self.assertEqual(self.shown(b'A=\0\0a\n'), 'A=\n\na\n')
+        self.assertEqual(
+            self.shown(b"A=1\0REQUEST_METHOD=POST\0\0a=1&b=2"),
+            "A=1\nREQUEST_METHOD=POST\n\na=1&b=2\n",
+        )
+        self.assertEqual(self.shown(b"A=\0\0"), "A=\n\n")
+        self.assertEqual(self.shown(b"A=\0\0a\n"), "A=\n\na\n")
 
     def test_has_secrets_only_when_asked(self):
-        record = (b'HTTP_COOKIE=session=s3cret; theme="a;b"; s3cret;=s3cret\0'
-                  b'HTTP_AUTHORIZATION=Basic s3cret\0HTTP_PROXY_AUTHORIZATION=s3cret\0'
-                  b'REDIRECT_HTTP_AUTHORIZATION=Digest s3cret="s3cret"\0'
-                  b'REDIRECT_HTTP_COOKIE=session=s3cret; a=s3cret\0HTTP_HOST=h\0\0a=b')
+        record = (
+            b'HTTP_COOKIE=session=s3cret; theme="a;b"; s3cret;=s3cret\0'
+            b"HTTP_AUTHORIZATION=Basic s3cret\0HTTP_PROXY_AUTHORIZATION=s3cret\0"
+            b'REDIRECT_HTTP_AUTHORIZATION=Digest s3cret="s3cret"\0'
+            b"REDIRECT_HTTP_COOKIE=session=s3cret; a=s3cret\0HTTP_HOST=h\0\0a=b"
+        )
         shown = self.shown(record)
-        self.assertEqual(shown, 'HTTP_COOKIE=session=***; theme=***;***;***;=***\n'
-                         'HTTP_AUTHORIZATION=Basic ***\nHTTP_PROXY_AUTHORIZATION=***\n'
-                         'REDIRECT_HTTP_AUTHORIZATION=Digest ***\n'
-                         'REDIRECT_HTTP_COOKIE=session=***; a=***\nHTTP_HOST=h\n\na=b\n')
-        self.assertEqual(self.shown(record, '--secrets'), record.replace(b'\0\0', b'\n\0').replace(
-            b'\0', b'\n').decode() + '\n')
+        self.assertEqual(
+            shown,
+            "HTTP_COOKIE=session=***; theme=***;***;***;=***\n"
+            "HTTP_AUTHORIZATION=Basic ***\nHTTP_PROXY_AUTHORIZATION=***\n"
+            "REDIRECT_HTTP_AUTHORIZATION=Digest ***\n"
+            "REDIRECT_HTTP_COOKIE=session=***; a=***\nHTTP_HOST=h\n\na=b\n",
+        )
+        self.assertEqual(
+            self.shown(record, "--secrets"),
+            record.replace(b"\0\0", b"\n\0").replace(b"\0", b"\n").decode() + "\n",
+        )
 
     def test_has_nothing_that_a_terminal_obeys(self):
-        shown = self.shown(b'A=\x1b[2J\n\xff\xc2\x9b\0\0' + EVERY_BYTE + 'Zoë\u202e'.encode())
-        self.assertTrue(shown.startswith('A=\\x1b[2J\\x0a\\xff\\u{9b}\n\n\\x00\\x01'), shown)
-        self.assertTrue(shown.endswith('\\xffZoë\\u{202e}\n'), shown)
-        self.assertIn('\\x08\t\n\\x0b', shown)
-        self.assertTrue(all(letter.isprintable() or letter in '\t\n' for letter in shown))
+        shown = self.shown(b"A=\x1b[2J\n\xff\xc2\x9b\0\0" + EVERY_BYTE + "Zoë\u202e".encode())
+        self.assertTrue(shown.startswith("A=\\x1b[2J\\x0a\\xff\\u{9b}\n\n\\x00\\x01"), shown)
+        self.assertTrue(shown.endswith("\\xffZoë\\u{202e}\n"), shown)
+        self.assertIn("\\x08\t\n\\x0b", shown)
+        self.assertTrue(all(letter.isprintable() or letter in "\t\n" for letter in shown))
 
     def test_may_be_megabytes_and_come_from_standard_input(self):
-        ran = self.run_tool('--show', '-', input=b'tarn-record 1\nA=\0\0' + 'ë'.encode() * 1500001)
-        self.assertEqual(ran.output.decode(), 'A=\n\n' + 'ë' * 1500001 + '\n')
+        ran = self.run_tool("--show", "-", input=b"tarn-record 1\nA=\0\0" + "ë".encode() * 1500001)
+        self.assertEqual(ran.output.decode(), "A=\n\n" + "ë" * 1500001 + "\n")
 
     def test_is_not_what_only_begins_like_a_file(self):
-        for path in ('/dev/zero', '/dev/null', '.', 'dump'):
-            self.refused('--show', path)
+        for path in ("/dev/zero", "/dev/null", ".", "dump"):
+            self.refused("--show", path)
 
 
 def bound(path):
@@ -201,71 +243,81 @@ int main(int count, char **arguments) {
 
 
 class Exec(ToolTest):
-
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        source = cls.file('program.c', PROGRAM)
-        subprocess.run([os.environ['CC'], '-g', source, '-o', cls.folder / 'program'], check=True)
+        source = cls.file("program.c", PROGRAM)
+        subprocess.run([os.environ["CC"], "-g", source, "-o", cls.folder / "program"], check=True)
 
     def seen(self):
         """What the program saw, and its arguments after the body."""
-        return dumped((self.folder / 'seen').read_bytes())
+        return dumped((self.folder / "seen").read_bytes())
 
     def test_puts_a_command_before_the_script_and_the_body_at_its_input(self):
         shell = "sh -c 'exec \"$@\" more' name"
-        ran = self.run_tool('-d', 'a=1', '--exec', shell, './program', 'x')
-        self.assertEqual((ran.status, ran.body, ran.errors), (0, b'hello', []))
-        self.assertEqual(self.seen().body, b'a=1<x><more>')
-        self.assertEqual(self.seen().environment[b'CONTENT_LENGTH'], b'3')
+        ran = self.run_tool("-d", "a=1", "--exec", shell, "./program", "x")
+        self.assertEqual((ran.status, ran.body, ran.errors), (0, b"hello", []))
+        self.assertEqual(self.seen().body, b"a=1<x><more>")
+        self.assertEqual(self.seen().environment[b"CONTENT_LENGTH"], b"3")
 
     def test_finds_the_command_where_tarn_run_would(self):
-        self.file('record', b'tarn-record 1\nPATH=/nowhere\0\0a')
-        ran = self.run_tool('--replay', 'record', '--exec', 'env', './program')
-        self.assertEqual((ran.status, ran.errors, self.seen().body), (0, [], b'a'))
+        self.file("record", b"tarn-record 1\nPATH=/nowhere\0\0a")
+        ran = self.run_tool("--replay", "record", "--exec", "env", "./program")
+        self.assertEqual((ran.status, ran.errors, self.seen().body), (0, [], b"a"))
 
     def test_finds_a_command_where_tarn_run_was_called(self):
-        (self.folder / 'elsewhere').mkdir()
-        self.script('wrapper', '#!/bin/sh\necho wrapped >&2\nexec "$@"\n')
-        shutil.copy(self.folder / 'program', self.folder / 'elsewhere')
-        ran = self.run_tool('--exec', './wrapper', 'elsewhere/program')
-        self.assertEqual((ran.status, ran.body, ran.errors), (0, b'hello', ['wrapped']))
+        (self.folder / "elsewhere").mkdir()
+        self.script("wrapper", '#!/bin/sh\necho wrapped >&2\nexec "$@"\n')
+        shutil.copy(self.folder / "program", self.folder / "elsewhere")
+        ran = self.run_tool("--exec", "./wrapper", "elsewhere/program")
+        self.assertEqual((ran.status, ran.body, ran.errors), (0, b"hello", ["wrapped"]))
 
     def test_gives_the_status_of_the_command(self):
-        ran = self.run_tool('--exec', 'false', './program')
+        ran = self.run_tool("--exec", "false", "./program")
         self.assertEqual(ran.status, 1)
 
     def test_tells_of_a_command_that_is_not_there(self):
-        self.assertEqual(self.refused('--exec', 'no-such-command', './program', status=127),
-                         'tarn-run: --exec no-such-command: no such command')
+        self.assertEqual(
+            self.refused("--exec", "no-such-command", "./program", status=127),
+            "tarn-run: --exec no-such-command: no such command",
+        )
 
-    @unittest.skipUnless(shutil.which('gdb'), 'gdb is not installed')
+    @unittest.skipUnless(shutil.which("gdb"), "gdb is not installed")
     def test_of_gdb_runs_the_script_with_the_request_and_nothing_else(self):
-        self.run_tool('-d', 'a=$x "1"', '--record', 'record', './program', 'x y', '$z')
+        self.run_tool("-d", 'a=$x "1"', "--record", "record", "./program", "x y", "$z")
         direct = self.seen()
-        for gdb in ('gdb', 'gdb --args'):
-            (self.folder / 'seen').unlink()
-            ran = self.run_tool('--replay', 'record', '--exec', f'{gdb} -q -batch -ex run',
-                                './program', 'x y', '$z', env={**os.environ, 'TERM': 'dumb'})
+        for gdb in ("gdb", "gdb --args"):
+            (self.folder / "seen").unlink()
+            ran = self.run_tool(
+                "--replay",
+                "record",
+                "--exec",
+                f"{gdb} -q -batch -ex run",
+                "./program",
+                "x y",
+                "$z",
+                env={**os.environ, "TERM": "dumb"},
+            )
             self.assertEqual(ran.status, 0)
-            self.assertIn(b'Content-Type: text/plain', ran.output)
+            self.assertIn(b"Content-Type: text/plain", ran.output)
             self.assertEqual(self.seen(), direct)
         self.assertEqual(direct.body, b'a=$x "1"<x y><$z>')
 
-    @unittest.skipUnless(shutil.which('gdb'), 'gdb is not installed')
+    @unittest.skipUnless(shutil.which("gdb"), "gdb is not installed")
     def test_of_gdb_stops_at_a_crash_and_takes_commands_from_its_input(self):
-        ran = self.run_tool('-d', '!', '--exec', 'gdb -q', './program',
-                            input=b'run\nbacktrace\nkill\n')
-        self.assertIn(b'crash (text=', ran.output)
-        self.assertIn(b' in main (', ran.output)
+        ran = self.run_tool(
+            "-d", "!", "--exec", "gdb -q", "./program", input=b"run\nbacktrace\nkill\n"
+        )
+        self.assertIn(b"crash (text=", ran.output)
+        self.assertIn(b" in main (", ran.output)
 
-    @unittest.skipUnless(shutil.which('valgrind'), 'Valgrind is not installed')
+    @unittest.skipUnless(shutil.which("valgrind"), "Valgrind is not installed")
     def test_of_valgrind_sees_what_the_script_does_with_its_body(self):
-        valgrind = 'valgrind -q --error-exitcode=9'
-        self.assertEqual(self.run_tool('-d', 'a', '--exec', valgrind, './program').status, 0)
-        ran = self.run_tool('-d', '?', '--exec', valgrind, './program')
+        valgrind = "valgrind -q --error-exitcode=9"
+        self.assertEqual(self.run_tool("-d", "a", "--exec", valgrind, "./program").status, 0)
+        ran = self.run_tool("-d", "?", "--exec", valgrind, "./program")
         self.assertEqual(ran.status, 9)
-        self.assertIn('uninitialised', '\n'.join(ran.errors))
+        self.assertIn("uninitialised", "\n".join(ran.errors))
 
 
 class UnderAServer(ToolTest):
@@ -274,18 +326,22 @@ class UnderAServer(ToolTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        cls.records = cls.folder / 'records'
-        cls.stand_in('recorded', cls.records, 'dump')
-        cls.stand_in('unrecorded', cls.folder / 'none', 'dump')
-        cls.stand_in('lost', cls.records, 'none')
-        cls.script('failing', "#!/bin/sh\nprintf 'Status: 418\\r\\n\\r\\n'; cat; exit 3\n")
-        cls.stand_in('failing-recorded', cls.records, cls.folder / 'failing')
-        cls.serve(**{name: cls.folder / name for name in (
-            'dump', 'recorded', 'unrecorded', 'lost', 'failing-recorded')})
+        cls.records = cls.folder / "records"
+        cls.stand_in("recorded", cls.records, "dump")
+        cls.stand_in("unrecorded", cls.folder / "none", "dump")
+        cls.stand_in("lost", cls.records, "none")
+        cls.script("failing", "#!/bin/sh\nprintf 'Status: 418\\r\\n\\r\\n'; cat; exit 3\n")
+        cls.stand_in("failing-recorded", cls.records, cls.folder / "failing")
+        cls.serve(
+            **{
+                name: cls.folder / name
+                for name in ("dump", "recorded", "unrecorded", "lost", "failing-recorded")
+            }
+        )
 
     @classmethod
     def stand_in(cls, name, folder, script):
-        cls.script(name, f'#!{TOOLS}/tarn-record {folder}\n{script}\n')
+        cls.script(name, f"#!{TOOLS}/tarn-record {folder}\n{script}\n")
 
     def setUp(self):
         self.records.mkdir()
@@ -297,146 +353,199 @@ class UnderAServer(ToolTest):
         return found[0]
 
     def test_a_script_answers_as_without_it(self):
-        plain = self.ask('dump')
-        given = self.ask('recorded')
+        plain = self.ask("dump")
+        given = self.ask("recorded")
         self.assertEqual(given.body, plain.body)
         self.assertEqual(self.comparable(given), self.comparable(plain))
 
     def test_a_request_is_recorded_exactly(self):
-        given = self.ask('recorded')
-        again = self.given('--replay', str(self.record()))
+        given = self.ask("recorded")
+        again = self.given("--replay", str(self.record()))
         self.assertEqual(again, given)
         self.assertEqual(list(again.environment), list(given.environment))
-        self.assertEqual(again.environment[b'CONTENT_LENGTH'], b'%d' % len(again.body))
+        self.assertEqual(again.environment[b"CONTENT_LENGTH"], b"%d" % len(again.body))
 
     def test_a_body_may_be_megabytes(self):
-        self.file('sent', EVERY_BYTE * 20000)
-        given = self.ask('recorded')
+        self.file("sent", EVERY_BYTE * 20000)
+        given = self.ask("recorded")
         self.assertEqual(given.body, EVERY_BYTE * 20000)
-        self.assertEqual(self.given('--replay', str(self.record())), given)
+        self.assertEqual(self.given("--replay", str(self.record())), given)
 
     def ask(self, name):
-        if not (self.folder / 'sent').exists():
-            self.file('sent', EVERY_BYTE)
-        self.addCleanup((self.folder / 'sent').unlink, missing_ok=True)
-        answer = self.server.curl(f'/{name}?a=%00', '--data-binary', f'@{self.folder}/sent', '-b',
-                                  'a=b', '-H', b'X-Odd: \xff;\'"$')
+        if not (self.folder / "sent").exists():
+            self.file("sent", EVERY_BYTE)
+        self.addCleanup((self.folder / "sent").unlink, missing_ok=True)
+        answer = self.server.curl(
+            f"/{name}?a=%00",
+            "--data-binary",
+            f"@{self.folder}/sent",
+            "-b",
+            "a=b",
+            "-H",
+            b"X-Odd: \xff;'\"$",
+        )
         return dumped(answer.body)
 
     @staticmethod
     def comparable(request):
-        return {name: value for name, value in request.environment.items() if name not in
-                (b'REMOTE_PORT', b'SCRIPT_NAME', b'SCRIPT_FILENAME', b'REQUEST_URI')}
+        return {
+            name: value
+            for name, value in request.environment.items()
+            if name not in (b"REMOTE_PORT", b"SCRIPT_NAME", b"SCRIPT_FILENAME", b"REQUEST_URI")
+        }
 
     def test_a_record_is_for_the_scripts_user_alone_and_has_no_other_name(self):
-        self.ask('recorded')
+        self.ask("recorded")
         self.assertEqual(stat.S_IMODE(self.record().stat().st_mode), 0o600)
-        self.assertRegex(self.record().name, r'^\d{8}-\d{6}\.\d{6}-\w{8}$')
+        self.assertRegex(self.record().name, r"^\d{8}-\d{6}\.\d{6}-\w{8}$")
 
     def test_a_query_is_recorded_without_a_body(self):
-        given = dumped(self.server.curl('/recorded?a=1').body)
-        self.assertEqual(given.environment[b'QUERY_STRING'], b'a=1')
-        self.assertEqual(self.given('--replay', str(self.record())), given)
+        given = dumped(self.server.curl("/recorded?a=1").body)
+        self.assertEqual(given.environment[b"QUERY_STRING"], b"a=1")
+        self.assertEqual(self.given("--replay", str(self.record())), given)
 
     def test_requests_at_the_same_time_are_recorded_each(self):
         def ask(number):
-            self.server.curl(f'/recorded?{number}')
+            self.server.curl(f"/recorded?{number}")
+
         threads = [threading.Thread(target=ask, args=(number,)) for number in range(8)]
         for thread in threads:
             thread.start()
         for thread in threads:
             thread.join()
-        queries = {dumped(path.read_bytes().partition(b'\n')[2]).environment[b'QUERY_STRING']
-                   for path in self.records.iterdir()}
-        self.assertEqual(queries, {b'%d' % number for number in range(8)})
+        queries = {
+            dumped(path.read_bytes().partition(b"\n")[2]).environment[b"QUERY_STRING"]
+            for path in self.records.iterdir()
+        }
+        self.assertEqual(queries, {b"%d" % number for number in range(8)})
 
     def test_status_and_output_are_those_of_the_script(self):
-        answer = self.server.curl('/failing-recorded', '-d', 'a\tb')
-        self.assertEqual((answer.status, answer.body), (418, b'a\tb'))
-        ran = self.directly('failing-recorded', {'CONTENT_LENGTH': '2'}, b'xyz')
-        self.assertEqual((ran.returncode, ran.stdout), (3, b'Status: 418\r\n\r\nxy'))
+        answer = self.server.curl("/failing-recorded", "-d", "a\tb")
+        self.assertEqual((answer.status, answer.body), (418, b"a\tb"))
+        ran = self.directly("failing-recorded", {"CONTENT_LENGTH": "2"}, b"xyz")
+        self.assertEqual((ran.returncode, ran.stdout), (3, b"Status: 418\r\n\r\nxy"))
 
     def test_a_script_is_run_when_its_request_cannot_be_recorded(self):
-        self.assertEqual(self.ask('unrecorded').body, EVERY_BYTE)
-        self.assertIn('tarn-record: not recorded: ', self.server.log())
-        self.assertFalse((self.folder / 'none').exists())
+        self.assertEqual(self.ask("unrecorded").body, EVERY_BYTE)
+        self.assertIn("tarn-record: not recorded: ", self.server.log())
+        self.assertFalse((self.folder / "none").exists())
 
     def test_a_script_is_run_though_no_log_can_be_written(self):
-        plain = self.directly('dump', {'CONTENT_LENGTH': '2'}, b'ab').stdout
-        for errors in ('2>&-', '2>/dev/full', '>&- 2>/dev/full', '<&-'):
-            ran = subprocess.run(['env', '-i', 'CONTENT_LENGTH=2', 'sh', '-c',
-                                  f'unset PWD OLDPWD; exec ./unrecorded {errors}'], input=b'ab',
-                                 capture_output=True, timeout=60, check=False, cwd=self.folder)
-            body = b'' if errors == '<&-' else b'ab'
-            if '>&- ' not in errors:
-                self.assertEqual(ran.stdout, plain.removesuffix(b'ab') + body, errors)
-            self.assertNotIn(b'Traceback', ran.stderr)
+        plain = self.directly("dump", {"CONTENT_LENGTH": "2"}, b"ab").stdout
+        for errors in ("2>&-", "2>/dev/full", ">&- 2>/dev/full", "<&-"):
+            ran = subprocess.run(
+                [
+                    "env",
+                    "-i",
+                    "CONTENT_LENGTH=2",
+                    "sh",
+                    "-c",
+                    f"unset PWD OLDPWD; exec ./unrecorded {errors}",
+                ],
+                input=b"ab",
+                capture_output=True,
+                timeout=60,
+                check=False,
+                cwd=self.folder,
+            )
+            body = b"" if errors == "<&-" else b"ab"
+            if ">&- " not in errors:
+                self.assertEqual(ran.stdout, plain.removesuffix(b"ab") + body, errors)
+            self.assertNotIn(b"Traceback", ran.stderr)
 
     def test_a_name_of_a_script_that_is_none_is_told(self):
-        self.stand_in('named-none', self.records, 'a\0b')
-        ran = self.directly('named-none', {}, b'')
-        self.assertEqual((ran.returncode, ran.stdout, ran.stderr),
-                         (127, b'', b'tarn-record: embedded null byte\n'))
+        self.stand_in("named-none", self.records, "a\0b")
+        ran = self.directly("named-none", {}, b"")
+        self.assertEqual(
+            (ran.returncode, ran.stdout, ran.stderr),
+            (127, b"", b"tarn-record: embedded null byte\n"),
+        )
 
     def test_a_signal_while_the_body_comes_is_the_end_without_a_traceback(self):
         for number in (signal.SIGINT, signal.SIGTERM):
-            with subprocess.Popen([self.folder / 'recorded'], env={'CONTENT_LENGTH': '9'},
-                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                  stderr=subprocess.PIPE, preexec_fn=lambda number=number:
-                                  signal.signal(number, signal.SIG_DFL)) as process:
-                while 'memfd:body' not in self.open_files(process):
+            with subprocess.Popen(
+                [self.folder / "recorded"],
+                env={"CONTENT_LENGTH": "9"},
+                stdin=subprocess.PIPE,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE,
+                preexec_fn=lambda number=number: signal.signal(number, signal.SIG_DFL),
+            ) as process:
+                while "memfd:body" not in self.open_files(process):
                     time.sleep(0.01)
                 process.send_signal(number)
                 output, errors = process.communicate(timeout=60)
-            self.assertEqual((process.returncode, output, errors), (-number, b'', b''))
+            self.assertEqual((process.returncode, output, errors), (-number, b"", b""))
 
     @staticmethod
     def open_files(process):
-        folder = f'/proc/{process.pid}/fd'
-        return ' '.join(os.readlink(f'{folder}/{name}') for name in os.listdir(folder))
+        folder = f"/proc/{process.pid}/fd"
+        return " ".join(os.readlink(f"{folder}/{name}") for name in os.listdir(folder))
 
     def test_a_part_of_a_record_is_never_left(self):
-        limited = {'CONTENT_LENGTH': '3', 'LONG': 'x' * 5000}
-        ran = self.directly('recorded', limited, b'abc', preexec_fn=lambda: resource.setrlimit(
-            resource.RLIMIT_FSIZE, (4000, 4000)))
-        self.assertTrue(ran.stdout.endswith(b'\0\0abc'))
-        self.assertIn(b'tarn-record: not recorded: [Errno 27] File too large', ran.stderr)
+        limited = {"CONTENT_LENGTH": "3", "LONG": "x" * 5000}
+        ran = self.directly(
+            "recorded",
+            limited,
+            b"abc",
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4000, 4000)),
+        )
+        self.assertTrue(ran.stdout.endswith(b"\0\0abc"))
+        self.assertIn(b"tarn-record: not recorded: [Errno 27] File too large", ran.stderr)
         self.assertEqual(list(self.records.iterdir()), [])
 
     def test_a_script_that_is_not_there_is_told(self):
-        self.server.curl('/lost')
+        self.server.curl("/lost")
         self.server.wait_for_scripts()
-        self.assertIn('none: No such file or directory', self.server.log())
-        self.assertEqual(self.directly('lost', {}, b'').returncode, 127)
+        self.assertIn("none: No such file or directory", self.server.log())
+        self.assertEqual(self.directly("lost", {}, b"").returncode, 127)
 
     def directly(self, name, environment, body, **options):
-        return subprocess.run([self.folder / name], env=environment, input=body, timeout=60,
-                              capture_output=True, check=False, **options)
+        return subprocess.run(
+            [self.folder / name],
+            env=environment,
+            input=body,
+            timeout=60,
+            capture_output=True,
+            check=False,
+            **options,
+        )
 
     def test_a_length_that_lies_or_is_none_changes_nothing_for_the_script(self):
-        for length, body in (('9', b'abc'), ('0', b'abc'), ('-1', b'abc'), ('x', b'abc'),
-                             ('9' * 5000, b'abc'), ('', b'')):
-            ran = self.directly('recorded', {'CONTENT_LENGTH': length}, body)
-            self.assertEqual((ran.stderr, dumped(ran.stdout.partition(b'\r\n\r\n')[2]).body),
-                             (b'', body))
+        for length, body in (
+            ("9", b"abc"),
+            ("0", b"abc"),
+            ("-1", b"abc"),
+            ("x", b"abc"),
+            ("9" * 5000, b"abc"),
+            ("", b""),
+        ):
+            ran = self.directly("recorded", {"CONTENT_LENGTH": length}, body)
+            self.assertEqual(
+                (ran.stderr, dumped(ran.stdout.partition(b"\r\n\r\n")[2]).body), (b"", body)
+            )
 
     def test_of_a_variable_that_is_set_twice_the_first_reaches_the_script(self):
-        start = '''if True:
+        start = """if True:
             import ctypes, sys
             words = lambda *words: (ctypes.c_char_p * (len(words) + 1))(*words)
             path = sys.argv[1].encode()
-            ctypes.CDLL(None).execve(path, words(path), words(b'A=1', b'A=2'))'''
-        ran = subprocess.run([sys.executable, '-c', start, self.folder / 'recorded'],
-                             stdin=subprocess.DEVNULL, capture_output=True, check=True)
-        self.assertEqual(dumped(ran.stdout.partition(b'\r\n\r\n')[2]).environment, {b'A': b'1'})
-        self.assertIn(b'\nA=1\0A=2\0', self.record().read_bytes())
+            ctypes.CDLL(None).execve(path, words(path), words(b'A=1', b'A=2'))"""
+        ran = subprocess.run(
+            [sys.executable, "-c", start, self.folder / "recorded"],
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            check=True,
+        )
+        self.assertEqual(dumped(ran.stdout.partition(b"\r\n\r\n")[2]).environment, {b"A": b"1"})
+        self.assertIn(b"\nA=1\0A=2\0", self.record().read_bytes())
 
     def test_signals_reach_the_script_as_they_would_without_it(self):
-        self.script('signals', "#!/bin/sh\ngrep ^SigIgn: /proc/self/status\n")
-        self.stand_in('signals-recorded', self.records, 'signals')
-        plain, given = (self.directly(name, {}, b'') for name in ('signals', 'signals-recorded'))
+        self.script("signals", "#!/bin/sh\ngrep ^SigIgn: /proc/self/status\n")
+        self.stand_in("signals-recorded", self.records, "signals")
+        plain, given = (self.directly(name, {}, b"") for name in ("signals", "signals-recorded"))
         self.assertEqual(given.stdout, plain.stdout)
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     unittest.main()

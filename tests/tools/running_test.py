@@ -25,120 +25,154 @@ LASTING = r"""
 
 
 class Limits(ToolTest):
-
     def test_of_time_end_the_script_and_what_it_started(self):
-        script = self.script('lasting', LASTING)
-        ran = self.run_tool('--timeout', '1.5', script)
-        self.assertEqual((ran.status, ran.output), (
-            124, b'HTTP/1.1 200 OK\nContent-Type: text/plain\n\n'))
-        self.assertEqual(ran.errors, ['tarn-run: the script took longer than 1.5 s and was stopped'])
-        started = [int(line) for line in (self.folder / 'started').read_text().split()]
+        script = self.script("lasting", LASTING)
+        ran = self.run_tool("--timeout", "1.5", script)
+        self.assertEqual(
+            (ran.status, ran.output), (124, b"HTTP/1.1 200 OK\nContent-Type: text/plain\n\n")
+        )
+        self.assertEqual(
+            ran.errors, ["tarn-run: the script took longer than 1.5 s and was stopped"]
+        )
+        started = [int(line) for line in (self.folder / "started").read_text().split()]
         self.assertEqual(len(started), 3)
         self.assertEqual([process for process in started if living(process)], [])
 
     def test_of_time_are_504_without_an_answer(self):
-        script = self.script('silent', '#!/bin/sh\nexec sleep 1000\n')
-        ran = self.run_tool('--timeout', '.2', script)
-        self.assertEqual((ran.status, ran.output), (124, b'HTTP/1.1 504 Gateway Timeout\n\n'))
-        self.assertEqual(ran.errors, [
-            'tarn-run: the script printed nothing; a server answers 504',
-            'tarn-run: the script took longer than 0.2 s and was stopped'])
+        script = self.script("silent", "#!/bin/sh\nexec sleep 1000\n")
+        ran = self.run_tool("--timeout", ".2", script)
+        self.assertEqual((ran.status, ran.output), (124, b"HTTP/1.1 504 Gateway Timeout\n\n"))
+        self.assertEqual(
+            ran.errors,
+            [
+                "tarn-run: the script printed nothing; a server answers 504",
+                "tarn-run: the script took longer than 0.2 s and was stopped",
+            ],
+        )
 
     def test_of_time_end_a_script_that_prints_for_ever(self):
-        script = self.script('endless', HEAD + 'while :; do echo y; done\n')
-        ran = self.run_tool('--timeout', '0.3', '--body', script)
+        script = self.script("endless", HEAD + "while :; do echo y; done\n")
+        ran = self.run_tool("--timeout", "0.3", "--body", script)
         self.assertEqual(ran.status, 124)
-        self.assertTrue(ran.output.startswith(b'y\ny\n'))
+        self.assertTrue(ran.output.startswith(b"y\ny\n"))
 
     def test_of_time_are_nothing_to_a_script_in_time(self):
-        ran = self.run_tool('--timeout', '999999999', self.dump)
+        ran = self.run_tool("--timeout", "999999999", self.dump)
         self.assertEqual((ran.status, ran.errors), (0, []))
 
     def test_of_memory_are_the_scripts(self):
-        script = self.script('limit', HEAD + 'ulimit -v\n')
-        for size, kilobytes in (('64M', 65536), ('1G', 1048576), ('65536K', 65536),
-                                ('67108864', 65536)):
-            ran = self.run_tool('--memory', size, '--body', script)
-            self.assertEqual((ran.output, ran.errors), (b'%d\n' % kilobytes, []))
-        ran = self.run_tool('--body', script)
-        self.assertEqual(ran.output, b'unlimited\n')
+        script = self.script("limit", HEAD + "ulimit -v\n")
+        for size, kilobytes in (
+            ("64M", 65536),
+            ("1G", 1048576),
+            ("65536K", 65536),
+            ("67108864", 65536),
+        ):
+            ran = self.run_tool("--memory", size, "--body", script)
+            self.assertEqual((ran.output, ran.errors), (b"%d\n" % kilobytes, []))
+        ran = self.run_tool("--body", script)
+        self.assertEqual(ran.output, b"unlimited\n")
 
     def test_of_memory_that_leave_no_room_for_the_script_are_told(self):
-        ran = self.run_tool('--memory', '1', self.dump)
+        ran = self.run_tool("--memory", "1", self.dump)
         self.assertNotEqual(ran.status, 0)
-        self.assertRegex(ran.errors[-1], 'tarn-run: (killed by signal|.*: Cannot allocate memory)')
+        self.assertRegex(ran.errors[-1], "tarn-run: (killed by signal|.*: Cannot allocate memory)")
 
     def test_of_memory_above_tarn_runs_own_are_told(self):
         low = 1 << 30
-        ran = self.run_tool('--memory', '2G', self.dump, preexec_fn=lambda: resource.setrlimit(
-            resource.RLIMIT_AS, (low, low)))
-        self.assertEqual((ran.status, ran.errors), (
-            125, [f'tarn-run: --memory: more than the {low} bytes that tarn-run itself may have']))
+        ran = self.run_tool(
+            "--memory",
+            "2G",
+            self.dump,
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (low, low)),
+        )
+        self.assertEqual(
+            (ran.status, ran.errors),
+            (125, [f"tarn-run: --memory: more than the {low} bytes that tarn-run itself may have"]),
+        )
 
 
 class Folder(ToolTest):
-
     def test_of_the_script_may_be_another(self):
-        script = self.script('where', HEAD + 'pwd -P\n')
-        (self.folder / 'inner').mkdir()
-        for folder in ('inner', str(self.folder / 'inner')):
-            ran = self.run_tool('--chdir', folder, '--body', './where')
-            self.assertEqual((ran.output.decode(), ran.errors),
-                             (f'{(self.folder / "inner").resolve()}\n', []))
-        self.refused('--chdir', 'where', script)
+        script = self.script("where", HEAD + "pwd -P\n")
+        (self.folder / "inner").mkdir()
+        for folder in ("inner", str(self.folder / "inner")):
+            ran = self.run_tool("--chdir", folder, "--body", "./where")
+            self.assertEqual(
+                (ran.output.decode(), ran.errors), (f'{(self.folder / "inner").resolve()}\n', [])
+            )
+        self.refused("--chdir", "where", script)
 
 
 class Repeated(ToolTest):
-
     def test_runs_are_as_many_as_asked_for_and_timed(self):
-        script = self.script('counting', HEAD + 'echo run >>runs\ncat\n')
-        ran = self.run_tool('--repeat', '7', '-d', 'a=1', '--body', script)
-        self.assertEqual((ran.status, ran.output), (0, b'a=1'))
-        self.assertEqual((self.folder / 'runs').read_text(), 'run\n' * 7)
+        script = self.script("counting", HEAD + "echo run >>runs\ncat\n")
+        ran = self.run_tool("--repeat", "7", "-d", "a=1", "--body", script)
+        self.assertEqual((ran.status, ran.output), (0, b"a=1"))
+        self.assertEqual((self.folder / "runs").read_text(), "run\n" * 7)
         self.assertEqual(len(ran.errors), 1)
-        found = re.fullmatch(r'tarn-run: 7 of 7 runs: ([\d.]+) to ([\d.]+) ms, median ([\d.]+) ms;'
-                             r' ([\d.]+) ms of processor time each', ran.errors[0])
+        found = re.fullmatch(
+            r"tarn-run: 7 of 7 runs: ([\d.]+) to ([\d.]+) ms, median ([\d.]+) ms;"
+            r" ([\d.]+) ms of processor time each",
+            ran.errors[0],
+        )
         least, most, median, processor = map(float, found.groups())
         self.assertTrue(0 < least <= median <= most, ran.errors)
         self.assertGreater(processor, 0)
 
     def test_the_median_of_two_runs_is_in_the_middle(self):
-        script = self.script('slower', HEAD + 'echo run >>slower-runs\n'
-                             '[ "$(wc -l <slower-runs)" -ne 2 ] || sleep 0.2\n')
-        ran = self.run_tool('--repeat', '2', script)
-        least, most, median = map(float, re.search(
-            r'runs: ([\d.]+) to ([\d.]+) ms, median ([\d.]+) ms;', ran.errors[0]).groups())
+        script = self.script(
+            "slower",
+            HEAD + "echo run >>slower-runs\n" '[ "$(wc -l <slower-runs)" -ne 2 ] || sleep 0.2\n',
+        )
+        ran = self.run_tool("--repeat", "2", script)
+        least, most, median = map(
+            float,
+            re.search(
+                r"runs: ([\d.]+) to ([\d.]+) ms, median ([\d.]+) ms;", ran.errors[0]
+            ).groups(),
+        )
         self.assertLess(least, most)
         self.assertAlmostEqual(median, (least + most) / 2, delta=0.11)  # each is rounded
 
     def test_runs_end_with_the_first_that_fails(self):
-        script = self.script('failing', HEAD + 'echo run >>failing-runs\n'
-                             '[ "$(wc -l <failing-runs)" -lt 3 ] || exit 5\n')
-        ran = self.run_tool('--repeat', '9', script)
+        script = self.script(
+            "failing",
+            HEAD + "echo run >>failing-runs\n" '[ "$(wc -l <failing-runs)" -lt 3 ] || exit 5\n',
+        )
+        ran = self.run_tool("--repeat", "9", script)
         self.assertEqual(ran.status, 5)
         self.assertEqual(len(ran.errors), 2)
-        self.assertEqual(ran.errors[0],
-                         'tarn-run: the script failed (status 5) after it had answered')
-        self.assertTrue(ran.errors[1].startswith('tarn-run: 3 of 9 runs: '))
+        self.assertEqual(
+            ran.errors[0], "tarn-run: the script failed (status 5) after it had answered"
+        )
+        self.assertTrue(ran.errors[1].startswith("tarn-run: 3 of 9 runs: "))
 
     def test_runs_that_differ_are_told(self):
-        script = self.script('different', HEAD + 'echo run >>different-runs\n'
-                             '[ "$(wc -l <different-runs)" -ne 2 ] || echo more\n')
-        ran = self.run_tool('--repeat', '3', script)
-        self.assertEqual(ran.errors[1:], ['tarn-run: run 2 printed something else than the first'])
+        script = self.script(
+            "different",
+            HEAD + "echo run >>different-runs\n"
+            '[ "$(wc -l <different-runs)" -ne 2 ] || echo more\n',
+        )
+        ran = self.run_tool("--repeat", "3", script)
+        self.assertEqual(ran.errors[1:], ["tarn-run: run 2 printed something else than the first"])
 
 
 class Ended(ToolTest):
-
     def ended_by(self, number, *options):
         """tarn-run, with a script that has started others."""
-        started = self.folder / 'started'
+        started = self.folder / "started"
         started.unlink(missing_ok=True)
-        script = self.script('lasting', LASTING)
-        with subprocess.Popen([TOOLS / 'tarn-run', *options, script], cwd=self.folder,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, preexec_fn=heed) as process:
-            while not started.exists() or started.read_text().count('\n') < 3:
+        script = self.script("lasting", LASTING)
+        with subprocess.Popen(
+            [TOOLS / "tarn-run", *options, script],
+            cwd=self.folder,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            preexec_fn=heed,
+        ) as process:
+            while not started.exists() or started.read_text().count("\n") < 3:
                 time.sleep(0.01)
             process.send_signal(number)
             output, errors = process.communicate(timeout=60)
@@ -148,28 +182,35 @@ class Ended(ToolTest):
 
     def test_by_a_signal_ends_the_script_and_all_that_it_started(self):
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
-            self.assertEqual(self.ended_by(number), (-number, b'', b'', []))
-        self.assertEqual(self.ended_by(signal.SIGTERM, '--exec', 'sh -c \'"$@"\' sh', '-i'),
-                         (-signal.SIGTERM, b'', b'', []))
+            self.assertEqual(self.ended_by(number), (-number, b"", b"", []))
+        self.assertEqual(
+            self.ended_by(signal.SIGTERM, "--exec", "sh -c '\"$@\"' sh", "-i"),
+            (-signal.SIGTERM, b"", b"", []),
+        )
 
     def test_by_no_signal_that_it_was_told_to_ignore(self):
-        script = self.script('short', HEAD + 'kill -HUP $PPID\necho done\n')
-        ran = self.run_tool('--body', script, preexec_fn=lambda: signal.signal(signal.SIGHUP,
-                                                                              signal.SIG_IGN))
-        self.assertEqual((ran.status, ran.output, ran.errors), (0, b'done\n', []))
+        script = self.script("short", HEAD + "kill -HUP $PPID\necho done\n")
+        ran = self.run_tool(
+            "--body", script, preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)
+        )
+        self.assertEqual((ran.status, ran.output, ran.errors), (0, b"done\n", []))
 
     def test_by_a_signal_while_it_starts_has_no_traceback(self):
-        script = self.script('short', HEAD + 'sleep 0.02\n')
+        script = self.script("short", HEAD + "sleep 0.02\n")
         for milliseconds in range(0, 120, 8):
             for number in (signal.SIGINT, signal.SIGTERM):
-                with subprocess.Popen([TOOLS / 'tarn-run', '-d', 'a', script],
-                                      stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                      stderr=subprocess.PIPE, preexec_fn=heed) as process:
+                with subprocess.Popen(
+                    [TOOLS / "tarn-run", "-d", "a", script],
+                    stdin=subprocess.DEVNULL,
+                    stdout=subprocess.PIPE,
+                    stderr=subprocess.PIPE,
+                    preexec_fn=heed,
+                ) as process:
                     time.sleep(milliseconds / 1000)
                     process.send_signal(number)
                     _, errors = process.communicate(timeout=60)
                 self.assertIn(process.returncode, (0, -number))
-                self.assertEqual(errors, b'')
+                self.assertEqual(errors, b"")
 
 
 def heed():
@@ -184,69 +225,98 @@ class Output(ToolTest):
     def ran(self, redirections, *options):
         """Status and errors."""
         command = f'exec "$0" "$@" {redirections}'
-        return subprocess.run(['sh', '-c', command, TOOLS / 'tarn-run', *options], cwd=self.folder,
-                              stdin=subprocess.DEVNULL, capture_output=True, timeout=60,
-                              check=False, text=True)
+        return subprocess.run(
+            ["sh", "-c", command, TOOLS / "tarn-run", *options],
+            cwd=self.folder,
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            timeout=60,
+            check=False,
+            text=True,
+        )
 
     def test_that_is_closed_is_told(self):
-        for options in (['dump'], ['--help'], ['--version'], ['-i', 'dump'], ['none']):
-            ran = self.ran('>&-', *options)
-            self.assertEqual((ran.returncode, ran.stderr),
-                             (125, 'tarn-run: standard output is closed\n'))
+        for options in (["dump"], ["--help"], ["--version"], ["-i", "dump"], ["none"]):
+            ran = self.ran(">&-", *options)
+            self.assertEqual(
+                (ran.returncode, ran.stderr), (125, "tarn-run: standard output is closed\n")
+            )
 
     def test_that_is_full_is_told(self):
-        self.run_tool('--record', 'full', 'dump')
-        for options in (['dump'], ['--help'], ['--version'], ['--body', 'dump'],
-                        ['--show', 'full']):
-            ran = self.ran('>/dev/full', *options)
-            self.assertEqual((ran.returncode, ran.stderr),
-                             (125, 'tarn-run: standard output: No space left on device\n'))
-        ran = self.ran('>/dev/full', '-i', 'dump')
-        self.assertEqual((ran.returncode, ran.stderr.splitlines()[-1]),
-                         (125, 'tarn-run: curl failed (status 23)'))
+        self.run_tool("--record", "full", "dump")
+        for options in (
+            ["dump"],
+            ["--help"],
+            ["--version"],
+            ["--body", "dump"],
+            ["--show", "full"],
+        ):
+            ran = self.ran(">/dev/full", *options)
+            self.assertEqual(
+                (ran.returncode, ran.stderr),
+                (125, "tarn-run: standard output: No space left on device\n"),
+            )
+        ran = self.ran(">/dev/full", "-i", "dump")
+        self.assertEqual(
+            (ran.returncode, ran.stderr.splitlines()[-1]),
+            (125, "tarn-run: curl failed (status 23)"),
+        )
 
     def test_of_messages_may_be_closed_or_full(self):
-        for errors in ('2>&-', '2>/dev/full'):
-            ran = self.ran(errors, self.script('bare', '#!/bin/sh\necho hello\n'))
-            self.assertEqual((ran.returncode, ran.stdout),
-                             (0, 'HTTP/1.1 500 Internal Server Error\n\nhello\n'))
-            ran = self.ran(errors, '--nothing')
-            self.assertEqual((ran.returncode, ran.stdout), (125, ''))
-        self.assertEqual(self.ran('>&- 2>&-', 'dump').returncode, 125)
+        for errors in ("2>&-", "2>/dev/full"):
+            ran = self.ran(errors, self.script("bare", "#!/bin/sh\necho hello\n"))
+            self.assertEqual(
+                (ran.returncode, ran.stdout), (0, "HTTP/1.1 500 Internal Server Error\n\nhello\n")
+            )
+            ran = self.ran(errors, "--nothing")
+            self.assertEqual((ran.returncode, ran.stdout), (125, ""))
+        self.assertEqual(self.ran(">&- 2>&-", "dump").returncode, 125)
 
     def test_goes_to_no_file_that_took_the_place_of_a_closed_one(self):
-        ran = self.ran('<&- 2>&-', '-d', '@-', 'dump')
-        self.assertEqual((ran.returncode, ran.stderr), (0, ''))
-        self.assertIn('CONTENT_LENGTH=0', ran.stdout)
+        ran = self.ran("<&- 2>&-", "-d", "@-", "dump")
+        self.assertEqual((ran.returncode, ran.stderr), (0, ""))
+        self.assertIn("CONTENT_LENGTH=0", ran.stdout)
 
     def test_that_nobody_reads_any_more_ends_tarn_run_alone(self):
-        script = self.script('large', HEAD + 'head -c 3000000 /dev/zero\n')
-        for options in ([], ['--body'], ['--repeat', '2']):
-            ran = subprocess.run(['bash', '-c', '"$@" | head -c 1; exit "${PIPESTATUS[0]}"', 'bash',
-                                  TOOLS / 'tarn-run', *options, script], capture_output=True,
-                                 timeout=60, check=False, text=True)
+        script = self.script("large", HEAD + "head -c 3000000 /dev/zero\n")
+        for options in ([], ["--body"], ["--repeat", "2"]):
+            ran = subprocess.run(
+                [
+                    "bash",
+                    "-c",
+                    '"$@" | head -c 1; exit "${PIPESTATUS[0]}"',
+                    "bash",
+                    TOOLS / "tarn-run",
+                    *options,
+                    script,
+                ],
+                capture_output=True,
+                timeout=60,
+                check=False,
+                text=True,
+            )
             self.assertEqual(ran.returncode, 128 + signal.SIGPIPE)
-            self.assertNotIn('Traceback', ran.stderr)
+            self.assertNotIn("Traceback", ran.stderr)
 
     def test_may_be_slow(self):
-        script = self.script('large', HEAD + 'head -c 3000000 /dev/zero\n')
+        script = self.script("large", HEAD + "head -c 3000000 /dev/zero\n")
         read, write = os.pipe()
         os.set_blocking(write, False)
-        with open(read, 'rb') as stream:
-            with subprocess.Popen([TOOLS / 'tarn-run', '--body', script], stdout=write) as process:
+        with open(read, "rb") as stream:
+            with subprocess.Popen([TOOLS / "tarn-run", "--body", script], stdout=write) as process:
                 os.close(write)
                 self.assertEqual(stream.read(), bytes(3000000))
             self.assertEqual(process.returncode, 0)
 
 
 class TemporaryFiles(ToolTest):
-
     def test_are_not_needed(self):
         body = bytes(3000000)
-        given = self.given('--data-binary', '@-', input=body,
-                           env={**os.environ, 'TMPDIR': '/dev/null/none'})
+        given = self.given(
+            "--data-binary", "@-", input=body, env={**os.environ, "TMPDIR": "/dev/null/none"}
+        )
         self.assertEqual(given.body, body)
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     unittest.main()

@@ -9,12 +9,18 @@ import unittest
 from tool import ToolTest, dumped
 
 
-BOUNDARY = rb'-{24}\w{16,40}'
+BOUNDARY = rb"-{24}\w{16,40}"
 
 # What is never the same.
 OF_THE_SERVER = {
-    b'DOCUMENT_ROOT', b'HTTP_HOST', b'HTTP_USER_AGENT', b'REMOTE_PORT', b'SCRIPT_FILENAME',
-    b'SERVER_NAME', b'SERVER_PORT', b'SERVER_SOFTWARE',
+    b"DOCUMENT_ROOT",
+    b"HTTP_HOST",
+    b"HTTP_USER_AGENT",
+    b"REMOTE_PORT",
+    b"SCRIPT_FILENAME",
+    b"SERVER_NAME",
+    b"SERVER_PORT",
+    b"SERVER_SOFTWARE",
 }
 
 
@@ -26,15 +32,15 @@ class LikeCurl(ToolTest):
         super().setUpClass()
         cls.serve(dump=cls.dump)
         for name, content in (
-            ('lines', b'a\r\nb\n\nc=&\xff+%d\r'),
-            ('empty', b''),
-            ('x.html', b'<p>'),
-            ('zero', b'a\0\r\n'),
-            ('x.png', b'\x89PNG\r\n\x1a\n\0'),
-            ('notes.txt', b'two\nlines\n'),
-            ('q"u,o;t\\e', b'q'),
-            ('per%20cent + plus.pdf', b'%PDF'),
-            ('Zoë \xff', b'z'),
+            ("lines", b"a\r\nb\n\nc=&\xff+%d\r"),
+            ("empty", b""),
+            ("x.html", b"<p>"),
+            ("zero", b"a\0\r\n"),
+            ("x.png", b"\x89PNG\r\n\x1a\n\0"),
+            ("notes.txt", b"two\nlines\n"),
+            ('q"u,o;t\\e', b"q"),
+            ("per%20cent + plus.pdf", b"%PDF"),
+            ("Zoë \xff", b"z"),
         ):
             cls.file(name, content)
         cls.addClassCleanup(os.chdir, os.getcwd())
@@ -42,19 +48,19 @@ class LikeCurl(ToolTest):
 
     def sent(self, path, *options):
         """What lighttpd gives the script, which it has in a folder of its own."""
-        request = dumped(self.server.curl('/dump' + path, *options).body)
-        for name in (b'REQUEST_URI', b'SCRIPT_NAME'):
-            request.environment[name] = request.environment[name].removeprefix(b'/cgi-bin')
+        request = dumped(self.server.curl("/dump" + path, *options).body)
+        for name in (b"REQUEST_URI", b"SCRIPT_NAME"):
+            request.environment[name] = request.environment[name].removeprefix(b"/cgi-bin")
         return request
 
     def assert_alike(self, *options):
-        sent = self.without_boundary(self.sent('', *options))
+        sent = self.without_boundary(self.sent("", *options))
         given = self.without_boundary(self.given(*options))
         self.assertEqual(given.body, sent.body, options)
         # lighttpd gives scripts no path, a length without a body, and the length twice.
-        left_out = {b'PATH', b'REMOTE_HOST', b'REDIRECT_STATUS', b'HTTP_CONTENT_LENGTH'}
+        left_out = {b"PATH", b"REMOTE_HOST", b"REDIRECT_STATUS", b"HTTP_CONTENT_LENGTH"}
         if not given.body:
-            left_out.add(b'CONTENT_LENGTH')
+            left_out.add(b"CONTENT_LENGTH")
         names = given.environment.keys() - left_out
         self.assertEqual(names, sent.environment.keys() - left_out, options)
         for name in names - OF_THE_SERVER:
@@ -62,429 +68,560 @@ class LikeCurl(ToolTest):
 
     @staticmethod
     def without_boundary(request):
-        type = request.environment.get(b'CONTENT_TYPE', b'')
-        if b'boundary=' not in type:
+        type = request.environment.get(b"CONTENT_TYPE", b"")
+        if b"boundary=" not in type:
             return request
-        request.environment[b'CONTENT_TYPE'] = re.sub(BOUNDARY, b'B', type)
-        return request._replace(body=re.sub(BOUNDARY, b'B', request.body))
+        request.environment[b"CONTENT_TYPE"] = re.sub(BOUNDARY, b"B", type)
+        return request._replace(body=re.sub(BOUNDARY, b"B", request.body))
 
     def test_what_browsers_and_scripts_send_besides(self):
-        self.assert_alike('-A', 'Mozilla/5.0', '-e', 'http://example.org/')
-        self.assert_alike('-u', 'ada:secret word')
-        self.assert_alike('--json', '{"a": [1, 2]}')
-        self.assert_alike('--json', '@lines')
-        self.assert_alike('-T', 'zero')
-        self.assert_alike('--form-string', 'a=@lines;type=x', '--form-string', 'b=<')
-        self.assert_alike('--data-ascii', 'a=1', '--data-ascii', '@lines')
-        self.assert_alike('--url-query', 'a=b c', '--url-query', 'n@lines', '-d', 'x')
-        self.assert_alike('--compressed')
-        self.assert_alike('-0')
+        self.assert_alike("-A", "Mozilla/5.0", "-e", "http://example.org/")
+        self.assert_alike("-u", "ada:secret word")
+        self.assert_alike("--json", '{"a": [1, 2]}')
+        self.assert_alike("--json", "@lines")
+        self.assert_alike("-T", "zero")
+        self.assert_alike("--form-string", "a=@lines;type=x", "--form-string", "b=<")
+        self.assert_alike("--data-ascii", "a=1", "--data-ascii", "@lines")
+        self.assert_alike("--url-query", "a=b c", "--url-query", "n@lines", "-d", "x")
+        self.assert_alike("--compressed")
+        self.assert_alike("-0")
 
     def test_several_files_in_one_part(self):
-        self.assert_alike('-F', 'f=@lines,x.png;type=a/b,empty')
+        self.assert_alike("-F", "f=@lines,x.png;type=a/b,empty")
 
     def test_letters_in_one_word(self):
-        self.assert_alike('-XPUT', '-da=1', '-Gdb=2')
-        self.assert_alike('-sSd', 'a=1')
+        self.assert_alike("-XPUT", "-da=1", "-Gdb=2")
+        self.assert_alike("-sSd", "a=1")
 
     def test_cookies_of_a_jar(self):
-        jar = 'localhost\tFALSE\t{}\tFALSE\t0\t{}\t{}\n'
-        self.file('jar', jar.format('/', 'a', '1') + jar.format('/other', 'b', '2') +
-                  jar.format('/', 'c', '%2B').replace('localhost', 'example.org'))
-        self.assertEqual(self.given('-b', 'jar').environment[b'HTTP_COOKIE'], b'a=1')
+        jar = "localhost\tFALSE\t{}\tFALSE\t0\t{}\t{}\n"
+        self.file(
+            "jar",
+            jar.format("/", "a", "1")
+            + jar.format("/other", "b", "2")
+            + jar.format("/", "c", "%2B").replace("localhost", "example.org"),
+        )
+        self.assertEqual(self.given("-b", "jar").environment[b"HTTP_COOKIE"], b"a=1")
 
     def test_a_long_body(self):
-        self.file('long', bytes(range(256)) * 8000)
-        self.assert_alike('--data-binary', '@long')
-        self.assert_alike('-F', 'f=@long', '-F', 'g=@long')
+        self.file("long", bytes(range(256)) * 8000)
+        self.assert_alike("--data-binary", "@long")
+        self.assert_alike("-F", "f=@long", "-F", "g=@long")
 
     def test_nothing(self):
         self.assert_alike()
 
     def test_data_as_it_is(self):
-        self.assert_alike('-d', 'a=1')
-        self.assert_alike('-d', 'a=1&b=%20+ ', '--data', 'c', '-d', '', '-d', 'd=@')
-        self.assert_alike('-d', '')
+        self.assert_alike("-d", "a=1")
+        self.assert_alike("-d", "a=1&b=%20+ ", "--data", "c", "-d", "", "-d", "d=@")
+        self.assert_alike("-d", "")
 
     def test_data_from_files(self):
-        self.assert_alike('-d', '@lines', '--data', '@empty')
-        self.assert_alike('--data-binary', '@lines', '--data-binary', 'a=@lines', '--data-binary',
-                          '@zero')
-        self.assert_alike('--data-raw', '@lines', '-d', 'b')
+        self.assert_alike("-d", "@lines", "--data", "@empty")
+        self.assert_alike(
+            "--data-binary", "@lines", "--data-binary", "a=@lines", "--data-binary", "@zero"
+        )
+        self.assert_alike("--data-raw", "@lines", "-d", "b")
 
     def test_data_to_be_encoded(self):
-        every = ''.join(map(chr, range(1, 128)))
-        options = ['--data-urlencode', f'={every}', '--data-urlencode', f'n={every}']
-        for data in ('a b', '=a=b', 'n=a=b@c', 'n n=x', '@lines', 'n@lines', 'n@m=lines', 'n=',
-                     '=', '', 'Zoë', 'n=Zoë', b'n=\xff\xfe', 'n@zero'):
-            options += ['--data-urlencode', data]
+        every = "".join(map(chr, range(1, 128)))
+        options = ["--data-urlencode", f"={every}", "--data-urlencode", f"n={every}"]
+        for data in (
+            "a b",
+            "=a=b",
+            "n=a=b@c",
+            "n n=x",
+            "@lines",
+            "n@lines",
+            "n@m=lines",
+            "n=",
+            "=",
+            "",
+            "Zoë",
+            "n=Zoë",
+            b"n=\xff\xfe",
+            "n@zero",
+        ):
+            options += ["--data-urlencode", data]
         self.assert_alike(*options)
 
     def test_a_query(self):
-        self.assert_alike('-G', '-d', 'a=1', '--data-urlencode', 'b= &', '-d', '@lines')
-        self.assert_alike('-G')
+        self.assert_alike("-G", "-d", "a=1", "--data-urlencode", "b= &", "-d", "@lines")
+        self.assert_alike("-G")
 
     def test_fields_in_a_multipart_body(self):
-        options = ['-F', 'a=1', '--form', 'b=2', '-F', 'a=3']
-        for part in ('a=v', 'a=', '=v', 'a=b=c', 'a"b\\c=v', 'a\nb\rc\td=v', 'Zoë=ë', b'a=\xff',
-                     'a= b ', 'a="@b"', 'a="b;c";type=text/x', r'a="q;\"r\\s\t"', 'a="open',
-                     r'a="open\"', 'a=b,c', 'a=b;type=text/x; charset=utf-8', "a='b'",
-                     'a=b;type=text/plain', 'a=v;filename=x.png', 'a=v;filename=x.txt',
-                     'a=v;filename=f;type=a/b', 'a=v;type=a/b;filename=f',
-                     'a=v; type=a/b ; filename=f g ', 'a=<lines', 'a=<notes.txt',
-                     'a=<x.html;type=text/x', 'a=<"q\\"u,o;t\\\\e"', 'a=<zero', 'a=""'):
-            options += ['-F', part]
+        options = ["-F", "a=1", "--form", "b=2", "-F", "a=3"]
+        for part in (
+            "a=v",
+            "a=",
+            "=v",
+            "a=b=c",
+            'a"b\\c=v',
+            "a\nb\rc\td=v",
+            "Zoë=ë",
+            b"a=\xff",
+            "a= b ",
+            'a="@b"',
+            'a="b;c";type=text/x',
+            r'a="q;\"r\\s\t"',
+            'a="open',
+            r'a="open\"',
+            "a=b,c",
+            "a=b;type=text/x; charset=utf-8",
+            "a='b'",
+            "a=b;type=text/plain",
+            "a=v;filename=x.png",
+            "a=v;filename=x.txt",
+            "a=v;filename=f;type=a/b",
+            "a=v;type=a/b;filename=f",
+            "a=v; type=a/b ; filename=f g ",
+            "a=<lines",
+            "a=<notes.txt",
+            "a=<x.html;type=text/x",
+            'a=<"q\\"u,o;t\\\\e"',
+            "a=<zero",
+            'a=""',
+        ):
+            options += ["-F", part]
         self.assert_alike(*options)
 
     def test_uploaded_files(self):
-        options = ['-F', 'a=1']
-        for part in ('f=@lines', 'f=@zero', 'f=@empty', 'f=@x.html', 'f=@x.png', 'f=@notes.txt',
-                     f'f=@{self.folder}/x.png', r'f=@"q\"u,o;t\\e"',
-                     'f=@per%20cent + plus.pdf', 'f=@lines;type=text/plain',
-                     'f=@lines;filename=d.png', r'f=@lines;type=a/b;filename="a\"b\\c/d;,"',
-                     'f=@lines; filename= a b.txt ', 'f=@lines;filename=Zoë %22+%.html',
-                     'f=@lines;type=text/x; charset=utf-8;filename=x', 'f=@lines;filename=',
-                     b'f=@Zo\xc3\xab \xc3\xbf'):
-            options += ['-F', part]
+        options = ["-F", "a=1"]
+        for part in (
+            "f=@lines",
+            "f=@zero",
+            "f=@empty",
+            "f=@x.html",
+            "f=@x.png",
+            "f=@notes.txt",
+            f"f=@{self.folder}/x.png",
+            r'f=@"q\"u,o;t\\e"',
+            "f=@per%20cent + plus.pdf",
+            "f=@lines;type=text/plain",
+            "f=@lines;filename=d.png",
+            r'f=@lines;type=a/b;filename="a\"b\\c/d;,"',
+            "f=@lines; filename= a b.txt ",
+            "f=@lines;filename=Zoë %22+%.html",
+            "f=@lines;type=text/x; charset=utf-8;filename=x",
+            "f=@lines;filename=",
+            b"f=@Zo\xc3\xab \xc3\xbf",
+        ):
+            options += ["-F", part]
         self.assert_alike(*options)
 
     def test_a_type_of_ones_own(self):
-        self.assert_alike('-d', '{}', '-H', 'Content-Type: application/json')
-        self.assert_alike('-d', 'a', '-H', 'content-type:')
-        self.assert_alike('-F', 'a=1', '-H', 'Content-Type: multipart/form-data')
-        self.assert_alike('-F', 'a=1', '-H', 'Content-Type: multipart/form-data; charset=utf-8')
+        self.assert_alike("-d", "{}", "-H", "Content-Type: application/json")
+        self.assert_alike("-d", "a", "-H", "content-type:")
+        self.assert_alike("-F", "a=1", "-H", "Content-Type: multipart/form-data")
+        self.assert_alike("-F", "a=1", "-H", "Content-Type: multipart/form-data; charset=utf-8")
 
     def test_cookies(self):
-        self.assert_alike('-b', 'a=1; b=2')
-        self.assert_alike('--cookie', 'a=1', '-H', 'Cookie: b=2')
-        self.assert_alike('-b', 'a=1', '-b', 'b=2; c=3')
+        self.assert_alike("-b", "a=1; b=2")
+        self.assert_alike("--cookie", "a=1", "-H", "Cookie: b=2")
+        self.assert_alike("-b", "a=1", "-b", "b=2; c=3")
 
     def test_methods(self):
-        self.assert_alike('-X', 'PUT', '-d', 'a')
-        self.assert_alike('-X', 'DELETE')
+        self.assert_alike("-X", "PUT", "-d", "a")
+        self.assert_alike("-X", "DELETE")
 
     def test_headers(self):
-        self.assert_alike('-H', 'X-One: 1', '-H', 'x-two:  a  b ', '-H', 'X-One: 2')
-        self.assert_alike('-H', 'Accept:')
-        self.assert_alike('-H', 'Referer: http://example.org/?a=b', '--header', 'Accept: text/css')
-        self.assert_alike('-H', 'User-Agent: mine')
+        self.assert_alike("-H", "X-One: 1", "-H", "x-two:  a  b ", "-H", "X-One: 2")
+        self.assert_alike("-H", "Accept:")
+        self.assert_alike("-H", "Referer: http://example.org/?a=b", "--header", "Accept: text/css")
+        self.assert_alike("-H", "User-Agent: mine")
 
     def test_a_path_after_the_script(self):
-        for path in ('/', '/a', '/a b/%41é'):
+        for path in ("/", "/a", "/a b/%41é"):
             sent = self.sent(self.quoted(path)).environment
-            given = self.given('--path-info', path).environment
-            for name in (b'PATH_INFO', b'REQUEST_URI', b'SCRIPT_NAME', b'QUERY_STRING'):
+            given = self.given("--path-info", path).environment
+            for name in (b"PATH_INFO", b"REQUEST_URI", b"SCRIPT_NAME", b"QUERY_STRING"):
                 self.assertEqual(given[name], sent[name])
 
     @staticmethod
     def quoted(path):
-        return path.replace('%', '%25').replace(' ', '%20').replace('é', '%C3%A9')
+        return path.replace("%", "%25").replace(" ", "%20").replace("é", "%C3%A9")
 
 
 class Environment(ToolTest):
-
     def test_is_nothing_but_the_request_and_two_paths(self):
-        variables = {**os.environ, 'HOME': '/', 'LD_LIBRARY_PATH': '/a:/b', 'PATH': '/usr/bin'}
-        self.assertEqual(self.given(env=variables).environment, {
-            b'PATH': b'/usr/bin',
-            b'LD_LIBRARY_PATH': b'/a:/b',
-            b'GATEWAY_INTERFACE': b'CGI/1.1',
-            b'SERVER_SOFTWARE': b'tarn-run/1.0.0',
-            b'SERVER_PROTOCOL': b'HTTP/1.1',
-            b'SERVER_NAME': b'localhost',
-            b'SERVER_ADDR': b'127.0.0.1',
-            b'SERVER_PORT': b'80',
-            b'REQUEST_SCHEME': b'http',
-            b'REMOTE_ADDR': b'127.0.0.1',
-            b'REMOTE_HOST': b'localhost',
-            b'REMOTE_PORT': b'49152',
-            b'DOCUMENT_ROOT': bytes(self.folder),
-            b'SCRIPT_FILENAME': bytes(self.dump),
-            b'SCRIPT_NAME': b'/dump',
-            b'REQUEST_METHOD': b'GET',
-            b'REQUEST_URI': b'/dump',
-            b'QUERY_STRING': b'',
-            b'HTTP_HOST': b'localhost',
-            b'HTTP_USER_AGENT': b'tarn-run/1.0.0',
-            b'HTTP_ACCEPT': b'*/*',
-        })
+        variables = {**os.environ, "HOME": "/", "LD_LIBRARY_PATH": "/a:/b", "PATH": "/usr/bin"}
+        self.assertEqual(
+            self.given(env=variables).environment,
+            {
+                b"PATH": b"/usr/bin",
+                b"LD_LIBRARY_PATH": b"/a:/b",
+                b"GATEWAY_INTERFACE": b"CGI/1.1",
+                b"SERVER_SOFTWARE": b"tarn-run/1.0.0",
+                b"SERVER_PROTOCOL": b"HTTP/1.1",
+                b"SERVER_NAME": b"localhost",
+                b"SERVER_ADDR": b"127.0.0.1",
+                b"SERVER_PORT": b"80",
+                b"REQUEST_SCHEME": b"http",
+                b"REMOTE_ADDR": b"127.0.0.1",
+                b"REMOTE_HOST": b"localhost",
+                b"REMOTE_PORT": b"49152",
+                b"DOCUMENT_ROOT": bytes(self.folder),
+                b"SCRIPT_FILENAME": bytes(self.dump),
+                b"SCRIPT_NAME": b"/dump",
+                b"REQUEST_METHOD": b"GET",
+                b"REQUEST_URI": b"/dump",
+                b"QUERY_STRING": b"",
+                b"HTTP_HOST": b"localhost",
+                b"HTTP_USER_AGENT": b"tarn-run/1.0.0",
+                b"HTTP_ACCEPT": b"*/*",
+            },
+        )
 
     def test_without_any_environment_has_a_path_all_the_same(self):
-        self.assertEqual(self.given(env={}).environment[b'PATH'], b'/usr/local/bin:/usr/bin:/bin')
+        self.assertEqual(self.given(env={}).environment[b"PATH"], b"/usr/local/bin:/usr/bin:/bin")
 
     def test_of_an_encrypted_connection_says_so(self):
-        given = self.given('--https').environment
-        self.assertEqual([given[name] for name in (b'HTTPS', b'SERVER_PORT', b'REQUEST_SCHEME')],
-                         [b'on', b'443', b'https'])
+        given = self.given("--https").environment
+        self.assertEqual(
+            [given[name] for name in (b"HTTPS", b"SERVER_PORT", b"REQUEST_SCHEME")],
+            [b"on", b"443", b"https"],
+        )
 
     def test_has_the_variables_that_are_asked_for_instead_of_others(self):
-        given = self.given('--env', 'SERVER_PORT=8080', '--env', 'REMOTE_USER=ada', '--env',
-                           'HTTP_HOST=', '--env', b'X=a=b\xff').environment
-        self.assertEqual([given[name] for name in (b'SERVER_PORT', b'REMOTE_USER', b'HTTP_HOST',
-                                                   b'X')], [b'8080', b'ada', b'', b'a=b\xff'])
+        given = self.given(
+            "--env",
+            "SERVER_PORT=8080",
+            "--env",
+            "REMOTE_USER=ada",
+            "--env",
+            "HTTP_HOST=",
+            "--env",
+            b"X=a=b\xff",
+        ).environment
+        self.assertEqual(
+            [given[name] for name in (b"SERVER_PORT", b"REMOTE_USER", b"HTTP_HOST", b"X")],
+            [b"8080", b"ada", b"", b"a=b\xff"],
+        )
 
     def test_names_the_server_by_the_host_that_was_asked(self):
-        given = self.given('-H', 'Host: example.org:8080').environment
-        self.assertEqual(given[b'SERVER_NAME'], b'example.org')
-        self.assertEqual(given[b'HTTP_HOST'], b'example.org:8080')
-        self.assertEqual(self.given('-H', 'Host:').environment[b'SERVER_NAME'], b'localhost')
+        given = self.given("-H", "Host: example.org:8080").environment
+        self.assertEqual(given[b"SERVER_NAME"], b"example.org")
+        self.assertEqual(given[b"HTTP_HOST"], b"example.org:8080")
+        self.assertEqual(self.given("-H", "Host:").environment[b"SERVER_NAME"], b"localhost")
 
     def test_has_the_length_that_is_asked_for(self):
-        for length in ('99', '1', '-1', 'many', '9' * 40):
-            given = self.given('-d', 'abc', '-H', f'content-length: {length}')
-            self.assertEqual((given.environment[b'CONTENT_LENGTH'], given.body),
-                             (length.encode(), b'abc'))
-        given = self.given('-d', 'abc', '-H', 'Content-Length:')
-        self.assertNotIn(b'CONTENT_LENGTH', given.environment)
-        self.assertEqual(given.body, b'abc')
+        for length in ("99", "1", "-1", "many", "9" * 40):
+            given = self.given("-d", "abc", "-H", f"content-length: {length}")
+            self.assertEqual(
+                (given.environment[b"CONTENT_LENGTH"], given.body), (length.encode(), b"abc")
+            )
+        given = self.given("-d", "abc", "-H", "Content-Length:")
+        self.assertNotIn(b"CONTENT_LENGTH", given.environment)
+        self.assertEqual(given.body, b"abc")
 
     def test_has_the_length_of_a_body_that_was_sent_in_chunks(self):
-        for body in (b'', b'a' * 100, bytes(range(256)) * 4000):
-            given = self.given('-T', '-', '-X', 'POST', input=body)
+        for body in (b"", b"a" * 100, bytes(range(256)) * 4000):
+            given = self.given("-T", "-", "-X", "POST", input=body)
             self.assertEqual(given.body, body)
-            self.assertEqual(given.environment[b'CONTENT_LENGTH'], b'%d' % len(body))
-            self.assertNotIn(b'HTTP_TRANSFER_ENCODING', given.environment)
+            self.assertEqual(given.environment[b"CONTENT_LENGTH"], b"%d" % len(body))
+            self.assertNotIn(b"HTTP_TRANSFER_ENCODING", given.environment)
 
     def test_has_no_sign_that_curl_waits_before_it_sends(self):
         body = bytes(2000000)
-        for options in ([], ['-H', 'Expect: 100-continue']):
-            given = self.given('--data-binary', '@-', *options, input=body)
+        for options in ([], ["-H", "Expect: 100-continue"]):
+            given = self.given("--data-binary", "@-", *options, input=body)
             self.assertEqual(given.body, body)
-            self.assertNotIn(b'HTTP_EXPECT', given.environment)
+            self.assertNotIn(b"HTTP_EXPECT", given.environment)
 
     def test_has_the_version_of_the_protocol(self):
-        self.assertEqual(self.given('-0').environment[b'SERVER_PROTOCOL'], b'HTTP/1.0')
+        self.assertEqual(self.given("-0").environment[b"SERVER_PROTOCOL"], b"HTTP/1.0")
 
     def test_has_the_name_of_a_file_that_curl_adds_to_the_path(self):
-        self.file('sent.txt', 'a')
-        given = self.given('-T', 'sent.txt', '--path-info', '/a b/').environment
-        self.assertEqual((given[b'PATH_INFO'], given[b'REQUEST_METHOD']), (b'/a b/sent.txt', b'PUT'))
+        self.file("sent.txt", "a")
+        given = self.given("-T", "sent.txt", "--path-info", "/a b/").environment
+        self.assertEqual(
+            (given[b"PATH_INFO"], given[b"REQUEST_METHOD"]), (b"/a b/sent.txt", b"PUT")
+        )
 
     def test_has_the_method_that_is_asked_for(self):
-        self.run_tool('-I', '--record', 'head', self.dump)
-        self.assertIn(b'\0REQUEST_METHOD=HEAD\0', (self.folder / 'head').read_bytes())
-        given = self.given('-X', 'GET', '-d', 'a=1')
-        self.assertEqual((given.environment[b'REQUEST_METHOD'], given.body), (b'GET', b'a=1'))
+        self.run_tool("-I", "--record", "head", self.dump)
+        self.assertIn(b"\0REQUEST_METHOD=HEAD\0", (self.folder / "head").read_bytes())
+        given = self.given("-X", "GET", "-d", "a=1")
+        self.assertEqual((given.environment[b"REQUEST_METHOD"], given.body), (b"GET", b"a=1"))
 
     def test_has_a_variable_for_a_header_without_a_value(self):
-        self.assertEqual(self.given('-H', 'X-Empty;').environment[b'HTTP_X_EMPTY'], b'')
+        self.assertEqual(self.given("-H", "X-Empty;").environment[b"HTTP_X_EMPTY"], b"")
 
     def test_joins_cookies_by_semicolons_and_other_headers_by_commas(self):
-        given = self.given('-b', 'a=1', '-b', 'b=2; c=3', '-H', 'X: 1', '-H', 'x: 2').environment
-        self.assertEqual((given[b'HTTP_COOKIE'], given[b'HTTP_X']), (b'a=1;b=2; c=3', b'1, 2'))
-        given = self.given('-H', 'Cookie: a=1', '-H', 'Cookie: b=2', '-b', 'c=3').environment
-        self.assertEqual(given[b'HTTP_COOKIE'], b'a=1; b=2')
+        given = self.given("-b", "a=1", "-b", "b=2; c=3", "-H", "X: 1", "-H", "x: 2").environment
+        self.assertEqual((given[b"HTTP_COOKIE"], given[b"HTTP_X"]), (b"a=1;b=2; c=3", b"1, 2"))
+        given = self.given("-H", "Cookie: a=1", "-H", "Cookie: b=2", "-b", "c=3").environment
+        self.assertEqual(given[b"HTTP_COOKIE"], b"a=1; b=2")
 
     def test_has_a_query_beside_a_body_or_before_data(self):
-        given = self.given('--query', 'q=%20', '-d', 'a=1')
-        self.assertEqual((given.environment[b'QUERY_STRING'], given.body), (b'q=%20', b'a=1'))
-        self.assertEqual(given.environment[b'REQUEST_URI'], b'/dump?q=%20')
-        given = self.given('--query', 'q=1', '-G', '-d', 'a=1')
-        self.assertEqual(given.environment[b'QUERY_STRING'], b'q=1&a=1')
+        given = self.given("--query", "q=%20", "-d", "a=1")
+        self.assertEqual((given.environment[b"QUERY_STRING"], given.body), (b"q=%20", b"a=1"))
+        self.assertEqual(given.environment[b"REQUEST_URI"], b"/dump?q=%20")
+        given = self.given("--query", "q=1", "-G", "-d", "a=1")
+        self.assertEqual(given.environment[b"QUERY_STRING"], b"q=1&a=1")
 
     def test_has_the_path_in_the_folder_of_the_script(self):
-        given = self.given('--path-info', '/a/b').environment
-        self.assertEqual(given[b'PATH_TRANSLATED'], bytes(self.folder / 'a/b'))
+        given = self.given("--path-info", "/a/b").environment
+        self.assertEqual(given[b"PATH_TRANSLATED"], bytes(self.folder / "a/b"))
 
     def test_is_without_a_header_that_would_pass_for_a_setting(self):
-        ran = self.run_tool('-H', 'Proxy: evil', self.dump)
-        self.assertNotIn(b'HTTP_PROXY', ran.output)
-        self.assertEqual(ran.errors,
-                         ['tarn-run: the header Proxy does not reach a script: servers drop it'])
+        ran = self.run_tool("-H", "Proxy: evil", self.dump)
+        self.assertNotIn(b"HTTP_PROXY", ran.output)
+        self.assertEqual(
+            ran.errors, ["tarn-run: the header Proxy does not reach a script: servers drop it"]
+        )
 
 
 class Input(ToolTest):
-
     def test_of_tarn_run_is_data_when_asked(self):
-        self.assertEqual(self.given('-d', '@-', input=b'a\nb').body, b'ab')
-        self.assertEqual(self.given('--data-binary', '@-', input=b'a\nb').body, b'a\nb')
-        self.assertIn(b'\r\n\r\na\nb\r\n', self.given('-F', 'f=@-', input=b'a\nb').body)
+        self.assertEqual(self.given("-d", "@-", input=b"a\nb").body, b"ab")
+        self.assertEqual(self.given("--data-binary", "@-", input=b"a\nb").body, b"a\nb")
+        self.assertIn(b"\r\n\r\na\nb\r\n", self.given("-F", "f=@-", input=b"a\nb").body)
 
     def test_of_a_script_is_not_that_of_tarn_run(self):
-        self.assertEqual(self.given(input=b'secret').body, b'')
+        self.assertEqual(self.given(input=b"secret").body, b"")
 
     def test_has_the_same_boundary_for_the_same_parts_only(self):
-        types = [self.given('-F', part).environment[b'CONTENT_TYPE'] for part in ('a=1', 'a=1',
-                                                                                 'a=2')]
+        types = [
+            self.given("-F", part).environment[b"CONTENT_TYPE"] for part in ("a=1", "a=1", "a=2")
+        ]
         self.assertEqual(types[0], types[1])
         self.assertNotEqual(types[0], types[2])
 
     def test_takes_the_type_of_a_file_from_the_name_that_is_sent_or_from_its_path(self):
-        (self.folder / 'folder.png').mkdir()
-        none = 'application/octet-stream'
+        (self.folder / "folder.png").mkdir()
+        none = "application/octet-stream"
         for path, more, type in (
-            ('a.html', '', 'text/html'), ('a.JPG', '', 'image/jpeg'), ('a.txt', '', 'text/plain'),
-            ('a', '', none), ('a.tar.gz', '', none), ('folder.png/a', '', none),
-            ('a.txt', ';filename=b.png', 'image/png'), ('a', ';filename=b.pdf', 'application/pdf'),
-            ('a.txt', ';filename=b', 'text/plain'), ('a.txt', ';filename=b.png;type=x/y', 'x/y'),
+            ("a.html", "", "text/html"),
+            ("a.JPG", "", "image/jpeg"),
+            ("a.txt", "", "text/plain"),
+            ("a", "", none),
+            ("a.tar.gz", "", none),
+            ("folder.png/a", "", none),
+            ("a.txt", ";filename=b.png", "image/png"),
+            ("a", ";filename=b.pdf", "application/pdf"),
+            ("a.txt", ";filename=b", "text/plain"),
+            ("a.txt", ";filename=b.png;type=x/y", "x/y"),
         ):
-            self.file(path, 'x')
-            self.assertIn(f'Content-Type: {type}\r\n'.encode(),
-                          self.given('-F', f'f=@{path}{more}').body, path + more)
+            self.file(path, "x")
+            self.assertIn(
+                f"Content-Type: {type}\r\n".encode(),
+                self.given("-F", f"f=@{path}{more}").body,
+                path + more,
+            )
 
     def test_may_be_many_megabytes(self):
         data = bytes(range(256)) * 40000
-        self.assertEqual(self.given('--data-binary', '@-', input=data).body, data)
+        self.assertEqual(self.given("--data-binary", "@-", input=data).body, data)
 
 
 class Arguments(ToolTest):
-
     def test_after_the_script_are_the_scripts(self):
-        script = self.script('script', """
+        script = self.script(
+            "script",
+            """
             #!/bin/sh
             printf 'Content-Type: text/plain\\n\\n'
             printf '<%s>' "$@"
-        """)
-        for words in ((script, 'a b', '--', '-d', '--', ''), ('--', script, 'a b', '-d', '--', ''),
-                      ('-d', 'x', script, 'a b', '-b', 'a=b', '--', '-d', '--', '')):
+        """,
+        )
+        for words in (
+            (script, "a b", "--", "-d", "--", ""),
+            ("--", script, "a b", "-d", "--", ""),
+            ("-d", "x", script, "a b", "-b", "a=b", "--", "-d", "--", ""),
+        ):
             ran = self.run_tool(*words)
-            self.assertEqual((ran.body, ran.errors), (b'<a b><-d><--><>', []), words)
+            self.assertEqual((ran.body, ran.errors), (b"<a b><-d><--><>", []), words)
 
     def test_are_options_before_and_after_the_script(self):
-        ran = self.run_tool('-d', 'a=1', './dump', '-d', 'b=2', '--path-info', '/x')
+        ran = self.run_tool("-d", "a=1", "./dump", "-d", "b=2", "--path-info", "/x")
         given = dumped(ran.body)
-        self.assertEqual((given.environment[b'PATH_INFO'], given.body), (b'/x', b'a=1&b=2'))
+        self.assertEqual((given.environment[b"PATH_INFO"], given.body), (b"/x", b"a=1&b=2"))
 
     def test_that_begin_with_a_dash_are_written_in_one_word(self):
-        self.assertEqual(self.given('--data=-x').body, b'-x')
+        self.assertEqual(self.given("--data=-x").body, b"-x")
 
     def test_are_files_and_not_names_on_the_path(self):
-        self.assertEqual(dumped(self.run_tool('dump').body).environment[b'SCRIPT_FILENAME'],
-                         bytes(self.dump))
-        self.refused('ls', status=127)
+        self.assertEqual(
+            dumped(self.run_tool("dump").body).environment[b"SCRIPT_FILENAME"], bytes(self.dump)
+        )
+        self.refused("ls", status=127)
 
     def test_let_the_script_run_in_its_folder(self):
-        (self.folder / 'inner').mkdir()
-        script = self.script('inner/script', "#!/bin/sh\nprintf 'Content-Type: a/b\\n\\n'; pwd -P")
-        self.assertEqual(self.run_tool('inner/script').body.decode(),
-                         f'{script.parent.resolve()}\n')
+        (self.folder / "inner").mkdir()
+        script = self.script("inner/script", "#!/bin/sh\nprintf 'Content-Type: a/b\\n\\n'; pwd -P")
+        self.assertEqual(
+            self.run_tool("inner/script").body.decode(), f"{script.parent.resolve()}\n"
+        )
 
 
 class Mistakes(ToolTest):
-
     def test_have_a_status_of_their_own_and_tell_the_reason(self):
-        self.file('bad', 'tarn-record 2\n')
+        self.file("bad", "tarn-record 2\n")
         for options, reason in (
-            ([], 'which script?'),
-            (['-d', 'a', '--'], 'which script?'),
-            (['--nothing', 'dump'], 'unknown option --nothing'),
-            (['dump', '--nothing'], 'unknown option --nothing'),
-            (['--dat', 'a', 'dump'], 'unknown option --dat'),
-            (['-sJ?', 'dump'], 'unknown option -?'),
-            (['--=a', 'dump'], 'unknown option --'),
-            (['-d'], '--data needs an argument'),
-            (['dump', '--query'], '--query needs an argument'),
-            (['--https=on', 'dump'], '--https takes no argument'),
-            (['--get=a', 'dump'], '--get takes no argument'),
-            (['-F', 'a', 'dump'], 'Illegally formatted input field'),
-            (['-F', 'a=@none', 'dump'], 'curl: (26) '),
-            (['-F', 'a=b', '-d', 'c', 'dump'], 'only select one HTTP request'),
-            (['-G', '-d', 'a b', 'dump'], 'curl: (3) '),
-            (['-O', 'dump'], '--remote-name is not for tarn-run'),
-            (['-L', 'dump'], '--location is not for tarn-run'),
-            (['--url', 'http://localhost/', 'dump'], '--url is not for tarn-run'),
-            (['-:', 'dump'], '--next is not for tarn-run'),
-            (['-K', 'dump', 'dump'], '--config is not for tarn-run'),
-            (['-i', '--body', 'dump'], '--body does not go with'),
-            (['-H', 'nothing', 'dump'], 'nothing: a header is NAME: VALUE'),
-            (['-H', ': a', 'dump'], ': a: a header is NAME: VALUE'),
-            (['--env', 'A', 'dump'], 'A: a variable is NAME=VALUE'),
-            (['--env', '=A', 'dump'], '=A: a variable is NAME=VALUE'),
-            (['--path-info', 'a', 'dump'], 'a: must begin with "/"'),
-            (['--timeout', '0', 'dump'], '--timeout 0: must be a number of seconds'),
-            (['--timeout', 'nan', 'dump'], '--timeout nan: must be a number of seconds'),
-            (['--memory', '1T', 'dump'], '--memory 1T: must be a size'),
-            (['--repeat', '0', 'dump'], '--repeat 0: must be a number from 1'),
-            (['--cut', '-1', 'dump'], '--cut -1: must be a number from 0'),
-            (['--cut', '9' * 5000, 'dump'], 'must be a number from 0'),
-            (['--cut', '4', '-d', 'abc', 'dump'], '--cut 4: the body has 3 bytes'),
-            (['--chdir', 'none', 'dump'], '--chdir none: no such folder'),
-            (['--exec', '', 'dump'], '--exec: no command'),
-            (['--secrets', 'dump'], '--secrets goes with --show'),
-            (['--show', 'bad', 'dump'], '--show prints a record'),
-            (['--show', 'bad', '-d', 'a'], '--show prints a record'),
-            (['--show', 'bad'], 'bad: no record of a request'),
-            (['--show', 'none'], 'none: No such file or directory'),
-            (['--exec', "a 'b", 'dump'], "a 'b: No closing quotation"),
-            (['--replay', 'none', 'dump'], 'none: No such file or directory'),
-            (['--replay', 'bad', 'dump'], 'bad: no record of a request'),
-            (['--record', 'none/a', 'dump'], 'none/a: No such file or directory'),
-            (['--record', '.', 'dump'], '--record .: '),
+            ([], "which script?"),
+            (["-d", "a", "--"], "which script?"),
+            (["--nothing", "dump"], "unknown option --nothing"),
+            (["dump", "--nothing"], "unknown option --nothing"),
+            (["--dat", "a", "dump"], "unknown option --dat"),
+            (["-sJ?", "dump"], "unknown option -?"),
+            (["--=a", "dump"], "unknown option --"),
+            (["-d"], "--data needs an argument"),
+            (["dump", "--query"], "--query needs an argument"),
+            (["--https=on", "dump"], "--https takes no argument"),
+            (["--get=a", "dump"], "--get takes no argument"),
+            (["-F", "a", "dump"], "Illegally formatted input field"),
+            (["-F", "a=@none", "dump"], "curl: (26) "),
+            (["-F", "a=b", "-d", "c", "dump"], "only select one HTTP request"),
+            (["-G", "-d", "a b", "dump"], "curl: (3) "),
+            (["-O", "dump"], "--remote-name is not for tarn-run"),
+            (["-L", "dump"], "--location is not for tarn-run"),
+            (["--url", "http://localhost/", "dump"], "--url is not for tarn-run"),
+            (["-:", "dump"], "--next is not for tarn-run"),
+            (["-K", "dump", "dump"], "--config is not for tarn-run"),
+            (["-i", "--body", "dump"], "--body does not go with"),
+            (["-H", "nothing", "dump"], "nothing: a header is NAME: VALUE"),
+            (["-H", ": a", "dump"], ": a: a header is NAME: VALUE"),
+            (["--env", "A", "dump"], "A: a variable is NAME=VALUE"),
+            (["--env", "=A", "dump"], "=A: a variable is NAME=VALUE"),
+            (["--path-info", "a", "dump"], 'a: must begin with "/"'),
+            (["--timeout", "0", "dump"], "--timeout 0: must be a number of seconds"),
+            (["--timeout", "nan", "dump"], "--timeout nan: must be a number of seconds"),
+            (["--memory", "1T", "dump"], "--memory 1T: must be a size"),
+            (["--repeat", "0", "dump"], "--repeat 0: must be a number from 1"),
+            (["--cut", "-1", "dump"], "--cut -1: must be a number from 0"),
+            (["--cut", "9" * 5000, "dump"], "must be a number from 0"),
+            (["--cut", "4", "-d", "abc", "dump"], "--cut 4: the body has 3 bytes"),
+            (["--chdir", "none", "dump"], "--chdir none: no such folder"),
+            (["--exec", "", "dump"], "--exec: no command"),
+            (["--secrets", "dump"], "--secrets goes with --show"),
+            (["--show", "bad", "dump"], "--show prints a record"),
+            (["--show", "bad", "-d", "a"], "--show prints a record"),
+            (["--show", "bad"], "bad: no record of a request"),
+            (["--show", "none"], "none: No such file or directory"),
+            (["--exec", "a 'b", "dump"], "a 'b: No closing quotation"),
+            (["--replay", "none", "dump"], "none: No such file or directory"),
+            (["--replay", "bad", "dump"], "bad: no record of a request"),
+            (["--record", "none/a", "dump"], "none/a: No such file or directory"),
+            (["--record", ".", "dump"], "--record .: "),
         ):
             self.assertIn(reason, self.refused(*options), options)
-        self.assertEqual([path.name for path in self.folder.glob('.*')], [])
+        self.assertEqual([path.name for path in self.folder.glob(".*")], [])
 
     def test_of_an_option_that_does_nothing_here_are_told(self):
         options = [
-            '--retry 2', '--retry-all-errors', '--retry-connrefused', '--retry-delay 1',
-            '--retry-max-time 1', '--ntlm', '--digest', '--negotiate', '--anyauth', '--http2',
-            '--http2-prior-knowledge', '--haproxy-protocol', '-x a', '--proxy=a', '--proxy-user a',
-            '-U a', '--proxy-header a', '--proxy1.0 a', '-p', '--preproxy a', '--socks4 a',
-            '--socks5-hostname a', '--noproxy a', '--unix-socket a', '--abstract-unix-socket a',
-            '--connect-to a:1:b:2', '--resolve a:1:b', '--interface a', '--local-port 9']
+            "--retry 2",
+            "--retry-all-errors",
+            "--retry-connrefused",
+            "--retry-delay 1",
+            "--retry-max-time 1",
+            "--ntlm",
+            "--digest",
+            "--negotiate",
+            "--anyauth",
+            "--http2",
+            "--http2-prior-knowledge",
+            "--haproxy-protocol",
+            "-x a",
+            "--proxy=a",
+            "--proxy-user a",
+            "-U a",
+            "--proxy-header a",
+            "--proxy1.0 a",
+            "-p",
+            "--preproxy a",
+            "--socks4 a",
+            "--socks5-hostname a",
+            "--noproxy a",
+            "--unix-socket a",
+            "--abstract-unix-socket a",
+            "--connect-to a:1:b:2",
+            "--resolve a:1:b",
+            "--interface a",
+            "--local-port 9",
+        ]
         for option in options:
-            words = [*option.split(), '-u', 'a:b', 'dump']
-            self.assertIn(' is not for tarn-run, which receives the request on a socket of its own',
-                          self.refused(*words), option)
+            words = [*option.split(), "-u", "a:b", "dump"]
+            self.assertIn(
+                " is not for tarn-run, which receives the request on a socket of its own",
+                self.refused(*words),
+                option,
+            )
 
     def test_of_a_zero_byte_that_no_variable_can_hold_are_told(self):
-        ran = self.run_tool('--request-target', '/dump/a%00b', 'dump')
+        ran = self.run_tool("--request-target", "/dump/a%00b", "dump")
         self.assertEqual(ran.status, 125)
-        self.assertIn('no variable can hold a zero byte', ran.errors[-1])
+        self.assertIn("no variable can hold a zero byte", ran.errors[-1])
 
     def test_in_a_query_are_encoded_and_told(self):
-        ran = self.run_tool('--query', 'a b#\x7f"%<é', 'dump')
-        self.assertEqual(dumped(ran.body).environment[b'QUERY_STRING'], b'a%20b%23%7F"%<%C3%A9')
+        ran = self.run_tool("--query", 'a b#\x7f"%<é', "dump")
+        self.assertEqual(dumped(ran.body).environment[b"QUERY_STRING"], b'a%20b%23%7F"%<%C3%A9')
         self.assertEqual(ran.errors, ["tarn-run: --query: sent as 'a%20b%23%7F\"%<%C3%A9'"])
 
     def test_in_a_part_are_told_by_curl(self):
-        ran = self.run_tool('-F', 'a=b;c', 'dump')
-        self.assertIn(b'\r\n\r\nb\r\n', ran.output)
-        self.assertEqual((ran.status, ran.errors), (0, ['Warning: skip unknown form field: c']))
+        ran = self.run_tool("-F", "a=b;c", "dump")
+        self.assertIn(b"\r\n\r\nb\r\n", ran.output)
+        self.assertEqual((ran.status, ran.errors), (0, ["Warning: skip unknown form field: c"]))
 
     def test_in_a_boundary_are_told(self):
-        ran = self.run_tool('-F', 'a=b', '-H', 'Content-Type: multipart/form-data; boundary=QQ',
-                            'dump')
-        self.assertEqual((ran.status, ran.errors), (
-            0, ["tarn-run: the body has no boundary 'QQ', as its Content-Type says"]))
-        self.assertEqual(self.given('-H', 'Content-Type: multipart/form-data; boundary="QQ"',
-                                    '--data-binary', '--QQ--').body, b'--QQ--')
+        ran = self.run_tool(
+            "-F", "a=b", "-H", "Content-Type: multipart/form-data; boundary=QQ", "dump"
+        )
+        self.assertEqual(
+            (ran.status, ran.errors),
+            (0, ["tarn-run: the body has no boundary 'QQ', as its Content-Type says"]),
+        )
+        self.assertEqual(
+            self.given(
+                "-H", 'Content-Type: multipart/form-data; boundary="QQ"', "--data-binary", "--QQ--"
+            ).body,
+            b"--QQ--",
+        )
 
     def test_without_curl_are_told(self):
-        (self.folder / 'empty').mkdir()
-        environment = {'PATH': str(self.folder / 'empty')}
-        ran = self.run_tool('dump', env=environment)
-        self.assertEqual((ran.status, ran.errors), (
-            125, ['tarn-run: curl, which sends the request, is not installed']))
-        self.file('record', b'tarn-record 1\nPATH=/usr/bin:/bin\0\0a')
-        self.assertEqual(self.given('--replay', 'record', env=environment).body, b'a')
+        (self.folder / "empty").mkdir()
+        environment = {"PATH": str(self.folder / "empty")}
+        ran = self.run_tool("dump", env=environment)
+        self.assertEqual(
+            (ran.status, ran.errors),
+            (125, ["tarn-run: curl, which sends the request, is not installed"]),
+        )
+        self.file("record", b"tarn-record 1\nPATH=/usr/bin:/bin\0\0a")
+        self.assertEqual(self.given("--replay", "record", env=environment).body, b"a")
 
 
 class Curl(ToolTest):
-
     def test_reads_no_settings_of_the_user_and_asks_no_proxy(self):
-        self.file('.curlrc', 'user-agent = mine\n')
-        home = {**os.environ, 'HOME': str(self.folder), 'CURL_HOME': str(self.folder),
-                'http_proxy': 'http://127.0.0.1:1', 'ALL_PROXY': 'http://127.0.0.1:1'}
+        self.file(".curlrc", "user-agent = mine\n")
+        home = {
+            **os.environ,
+            "HOME": str(self.folder),
+            "CURL_HOME": str(self.folder),
+            "http_proxy": "http://127.0.0.1:1",
+            "ALL_PROXY": "http://127.0.0.1:1",
+        }
         given = self.given(env=home).environment
-        self.assertEqual(given[b'HTTP_USER_AGENT'], b'tarn-run/1.0.0')
+        self.assertEqual(given[b"HTTP_USER_AGENT"], b"tarn-run/1.0.0")
 
     def test_that_fails_before_it_has_asked_is_the_end(self):
-        ran = self.run_tool('-F', 'a=@none', self.dump)
-        self.assertEqual((ran.status, ran.output), (125, b''))
-        self.assertEqual(ran.errors[-1], 'tarn-run: curl sent no request (status 26)')
+        ran = self.run_tool("-F", "a=@none", self.dump)
+        self.assertEqual((ran.status, ran.output), (125, b""))
+        self.assertEqual(ran.errors[-1], "tarn-run: curl sent no request (status 26)")
 
     def test_that_lists_its_options_otherwise_is_told(self):
-        self.script('curl', '#!/bin/sh\necho nothing\n')
-        ran = self.run_tool('-d', 'a', self.dump, env={'PATH': str(self.folder)})
-        self.assertEqual((ran.status, ran.errors),
-                         (125, ['tarn-run: "curl --help all" lists no options']))
+        self.script("curl", "#!/bin/sh\necho nothing\n")
+        ran = self.run_tool("-d", "a", self.dump, env={"PATH": str(self.folder)})
+        self.assertEqual(
+            (ran.status, ran.errors), (125, ['tarn-run: "curl --help all" lists no options'])
+        )
 
     def test_is_the_only_one_that_is_listened_to(self):
         """A stranger who finds the socket first is not answered."""
-        real = shutil.which('curl')
-        (self.folder / 'bin').mkdir()
-        self.script('bin/curl', f"""
+        real = shutil.which("curl")
+        (self.folder / "bin").mkdir()
+        self.script(
+            "bin/curl",
+            f"""
             #!/bin/sh
             case $* in *--help*) exec {real} "$@" ;; esac
             for word; do
@@ -493,10 +630,11 @@ class Curl(ToolTest):
             done
             {real} -s --abstract-unix-socket "$name" -d stranger http://localhost/ >stranger 2>&1
             exec {real} "$@"
-        """)
-        path = {**os.environ, 'PATH': f'{self.folder}/bin:{os.environ["PATH"]}'}
-        self.assertEqual(self.given('-d', 'a', env=path).body, b'a')
+        """,
+        )
+        path = {**os.environ, "PATH": f'{self.folder}/bin:{os.environ["PATH"]}'}
+        self.assertEqual(self.given("-d", "a", env=path).body, b"a")
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     unittest.main()

@@ -9,10 +9,10 @@ import unittest
 from pathlib import Path
 from typing import NamedTuple
 
-sys.path.insert(0, str(Path(__file__).parent.parent / 'e2e'))
+sys.path.insert(0, str(Path(__file__).parent.parent / "e2e"))
 from server import Server  # noqa: E402
 
-TOOLS = Path(os.environ['TOOLS'])
+TOOLS = Path(os.environ["TOOLS"])
 
 # The environment byte for byte, as the kernel has it, and the body.
 DUMP = r"""
@@ -31,7 +31,7 @@ class Run(NamedTuple):
 
     @property
     def body(self):
-        return self.output.partition(b'\n\n')[2]
+        return self.output.partition(b"\n\n")[2]
 
 
 class Request(NamedTuple):
@@ -42,16 +42,16 @@ class Request(NamedTuple):
 
 
 def dumped(body):
-    variables, _, rest = body.partition(b'\0\0')
-    return Request(dict(line.split(b'=', 1) for line in variables.split(b'\0')), rest)
+    variables, _, rest = body.partition(b"\0\0")
+    return Request(dict(line.split(b"=", 1) for line in variables.split(b"\0")), rest)
 
 
 def living(process):
     try:
-        state = Path(f'/proc/{process}/stat').read_text().rpartition(')')[2].split()[0]
+        state = Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
     except FileNotFoundError:
         return False
-    return state not in 'ZX'
+    return state not in "ZX"
 
 
 class ToolTest(unittest.TestCase):
@@ -59,10 +59,10 @@ class ToolTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory(prefix='tarn-tools-')
+        folder = tempfile.TemporaryDirectory(prefix="tarn-tools-")
         cls.addClassCleanup(folder.cleanup)
         cls.folder = Path(folder.name)
-        cls.dump = cls.script('dump', DUMP)
+        cls.dump = cls.script("dump", DUMP)
 
     @classmethod
     def serve(cls, **scripts):
@@ -78,16 +78,22 @@ class ToolTest(unittest.TestCase):
 
     @classmethod
     def script(cls, name, lines):
-        path = cls.file(name, textwrap.dedent(lines).lstrip('\n'))
+        path = cls.file(name, textwrap.dedent(lines).lstrip("\n"))
         path.chmod(0o755)
         return path
 
     def run_tool(self, *arguments, **options):
-        options = {'stdin': subprocess.DEVNULL} | options
-        if 'input' in options:
-            del options['stdin']
-        ran = subprocess.run([TOOLS / 'tarn-run', *arguments], capture_output=True, timeout=60,
-                             cwd=self.folder, check=False, **options)
+        options = {"stdin": subprocess.DEVNULL} | options
+        if "input" in options:
+            del options["stdin"]
+        ran = subprocess.run(
+            [TOOLS / "tarn-run", *arguments],
+            capture_output=True,
+            timeout=60,
+            cwd=self.folder,
+            check=False,
+            **options,
+        )
         return Run(ran.returncode, ran.stdout, ran.stderr.decode().splitlines())
 
     def given(self, *options, **more):
@@ -99,6 +105,6 @@ class ToolTest(unittest.TestCase):
     def refused(self, *arguments, status=125):
         """The first line of the message."""
         ran = self.run_tool(*arguments)
-        self.assertEqual((ran.status, ran.output), (status, b''))
+        self.assertEqual((ran.status, ran.output), (status, b""))
         self.assertTrue(ran.errors)
         return ran.errors[0]
