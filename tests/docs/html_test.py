@@ -566,7 +566,7 @@ class Search(unittest.TestCase):
             [
                 [
                     "Tarn_getFile.html",
-                    "Tarn_getFile Lends the first file whose " "field has this name.",
+                    "Tarn_getFile Finds the first file whose " "field has this name.",
                     "1 found",
                 ],
                 0,
@@ -637,9 +637,9 @@ class Generator(unittest.TestCase):
         self.refuses(
             "no example uses Tarn_count",
             header=HEADER.replace(
-                "/** Lends the first file",
+                "/** Finds the first file",
                 "/** Counts. @return 0 */\n"
-                "TARN_API int Tarn_count(TarnHandle *handle);\n\n/** Lends the first file",
+                "TARN_API int Tarn_count(TarnHandle *handle);\n\n/** Finds the first file",
                 1,
             ),
         )
