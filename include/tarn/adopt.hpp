@@ -7,7 +7,6 @@
 #endif
 
 namespace tarn {
-inline namespace script {
 
 /** Marks the constructors that take an object over: `Element(tarn::adopt, handle)`. */
 struct Adopt {
@@ -16,7 +15,6 @@ struct Adopt {
 /** What those constructors take: the only Adopt there need be. */
 inline constexpr Adopt adopt{};
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_ADOPT_HPP

@@ -6,7 +6,6 @@
 #include <string_view>
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -77,7 +76,6 @@ constexpr bool is_control(std::string_view character) noexcept {
 
 }  // namespace detail
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_CHARACTERS_HPP

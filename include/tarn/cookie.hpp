@@ -8,7 +8,6 @@
 #include "object.hpp"
 
 namespace tarn {
-inline namespace script {
 
 /** Reads a cookie. */
 class CookieView : public detail::Lent<TARN_COOKIE_MAGIC> {
@@ -92,7 +91,6 @@ class CookieList : public detail::List<CookieList, Cookie, Cookies, HTTPCookieLi
   using List::List;
 };
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_COOKIE_HPP

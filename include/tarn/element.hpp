@@ -11,7 +11,6 @@
 #include "object.hpp"
 
 namespace tarn {
-inline namespace script {
 
 /** The number (TARN_ELEMENT_NUMBER, TARN_ATTRIBUTE_NUMBER) of what was made of Raw. */
 inline constexpr std::uint32_t raw_mark = 0x57415221;
@@ -216,7 +215,6 @@ inline Element &Element::add(ElementList &&elements) &noexcept {
   return *this;
 }
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_ELEMENT_HPP

@@ -10,7 +10,6 @@
 #include "cookie.hpp"
 
 namespace tarn {
-inline namespace script {
 
 /** Reads what a web server says of a request: variables, as they are when they are asked for; body
  *  and cookies, as they came.
@@ -104,7 +103,6 @@ class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
   }
 };
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_ENVIRONMENT_HPP

@@ -10,7 +10,6 @@
 #include "text.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -153,7 +152,6 @@ Text escaped(std::string_view text) noexcept {
   return detail::escaped<detail::put_json>(text);
 }
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_ESCAPE_HPP

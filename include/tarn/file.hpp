@@ -16,7 +16,6 @@
 #include "request.hpp"
 
 namespace tarn {
-inline namespace script {
 
 /** A name for a file, in a place of its own: at most 255 bytes. */
 class FileName {
@@ -294,7 +293,6 @@ inline std::optional<File> Request::file(const char *name) const &noexcept {
   return first<File, Tarn_getFile>(name);
 }
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_FILE_HPP

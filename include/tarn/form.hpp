@@ -11,7 +11,6 @@
 #include "view.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -148,7 +147,6 @@ class Values {
   const char *name_;
 };
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_FORM_HPP

@@ -9,7 +9,6 @@
 #include "cookie.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -205,7 +204,6 @@ class MultiPartHeader : public detail::Object<MultiPartHeader, MultiPartHeaderVi
   }
 };
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_HEADER_HPP

@@ -11,7 +11,6 @@
 #include "escape.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -223,7 +222,6 @@ class Renderer {
   return out.take();
 }
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_HTML_HPP

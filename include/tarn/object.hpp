@@ -11,7 +11,6 @@
 #include "view.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -203,7 +202,6 @@ class List : public Object<Self, View, kDelete, kClone> {
 
 }  // namespace detail
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_OBJECT_HPP

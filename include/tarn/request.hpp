@@ -12,7 +12,6 @@
 #include "object.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -188,7 +187,6 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   TarnStatus status_ = TARN_OK;
 };
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_REQUEST_HPP

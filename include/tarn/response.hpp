@@ -12,7 +12,6 @@
 #include "set_cookie.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -328,7 +327,6 @@ class Response {
   const char *problem_ = nullptr;
 };
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_RESPONSE_HPP

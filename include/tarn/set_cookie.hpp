@@ -9,7 +9,6 @@
 #include "escape.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -133,7 +132,6 @@ class SetCookie {
   bool http_only_ = true;
 };
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_SET_COOKIE_HPP

@@ -13,7 +13,6 @@
 #include "object.hpp"
 
 namespace tarn {
-inline namespace script {
 
 /** A text that grows, over TARNString. */
 class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete, TARNString_dup> {
@@ -107,7 +106,6 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
   void clear() noexcept { remove(0, size()); }
 };
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_STRING_HPP

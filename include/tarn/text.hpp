@@ -11,7 +11,6 @@
 #include "adopt.hpp"
 
 namespace tarn {
-inline namespace script {
 
 /** A text of its own, or the reason why there is none. */
 class Text {
@@ -113,7 +112,6 @@ class Buffer {
 
 }  // namespace detail
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_TEXT_HPP

@@ -12,7 +12,6 @@
 #include "adopt.hpp"
 
 namespace tarn {
-inline namespace script {
 
 namespace detail {
 
@@ -151,7 +150,6 @@ class Range {
 
 }  // namespace detail
 
-}  // namespace script
 }  // namespace tarn
 
 #endif  // TARN_VIEW_HPP
