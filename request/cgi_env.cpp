@@ -9,6 +9,7 @@
 
 #include "core/cgifb.h"
 #include "core/text.h"
+#include "request/cookie_header.h"
 #include "response/http_cookie.h"
 
 namespace tarn {
@@ -44,33 +45,6 @@ TarnStatus readBody(int32_t length, Capture &capture) {
   return TARN_OK;
 }
 
-OwnedText clean(std::string_view text) { return unescape(strip(text)); }
-
-// A token without "=" makes a cookie without name and value, which is still in the list. So
-// does one without memory for both, which is lost.
-Node *parseCookie(std::string_view token, bool &isLost) {
-  std::string_view name;
-  std::string_view value;
-  if (!divide(token, '=', name, value)) return newCookie(nullptr, nullptr);
-  OwnedText cleanName = clean(name);
-  OwnedText cleanValue = clean(value);
-  isLost = !cleanName || !cleanValue;
-  return newCookie(std::move(cleanName), std::move(cleanValue));
-}
-
-// Every ";" ends a token and the end of the header ends the last one; empty tokens count.
-Node *parseCookies(std::string_view header, Node *environment) {
-  Node *list = Cookies::create();
-  for (bool more = true; more;) {
-    std::string_view token;
-    more = divide(header, ';', token, header);
-    bool isLost = false;
-    const TarnStatus status = Cookies::adopt(list, parseCookie(token, isLost));
-    if (isLost || status != TARN_OK) markIncomplete(environment);
-  }
-  return list;
-}
-
 Node *environmentIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ENVIRONMENT_MAGIC); }
 
 void releaseCookies(const Node &environment) {
@@ -93,7 +67,7 @@ Capture captureEnvironment() {
   if (isPost() && length != 0) capture.status = readBody(length, capture);
   if (capture.status != TARN_OK || (isPost() && isTooLong(length))) markIncomplete(environment);
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {
-    setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookies(cookies, environment));
+    setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookieHeader(cookies, environment));
   }
   return capture;
 }

@@ -1,7 +1,6 @@
 #include "request/multipart.h"
 
 #include "core/text.h"
-#include "request/form_entry.h"
 #include "request/form_file.h"
 
 namespace tarn {
@@ -69,10 +68,6 @@ bool keepFile(const FormLists &lists, PartHeader header, std::string_view value)
 }
 
 }  // namespace
-
-void keepEntry(const FormLists &lists, Node *entry) {
-  if (FormEntries::adopt(lists.entries, entry) != TARN_OK) markIncomplete(lists.request);
-}
 
 const char *parsePart(const FormLists &lists, std::string_view part) {
   const char *headersEnd = find(part, kHeadersEnd);

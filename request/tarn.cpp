@@ -7,7 +7,9 @@
 #include "request/cgi_env.h"
 #include "request/form_entry.h"
 #include "request/form_file.h"
+#include "request/form_lists.h"
 #include "request/multipart.h"
+#include "request/url_encoded.h"
 
 namespace tarn {
 namespace {
@@ -22,27 +24,6 @@ FormLists listsOf(Node *request) {
           FormFiles::at(request->structs[TARN_REQUEST_FILES])};
 }
 
-// A piece without "=" is dropped.
-void parsePair(const FormLists &lists, std::string_view pair) {
-  std::string_view name;
-  std::string_view value;
-  if (!divide(pair, '=', name, value)) return;
-  keepEntry(lists, newDecodedFormEntry(name, value));
-}
-
-void parsePairs(const FormLists &lists, std::string_view text) {
-  while (!text.empty()) {
-    // A flood of "&" is passed at the pace of a byte, not of a piece.
-    if (text.front() == '&') {
-      text.remove_prefix(1);
-      continue;
-    }
-    std::string_view piece;
-    divide(text, '&', piece, text);
-    parsePair(lists, piece);
-  }
-}
-
 // CONTENT_TYPE decides alone; scripts get a query string parsed as multipart by it. URL-encoded
 // text ends at its first zero byte, whatever the length. Anything in the first slot is an
 // environment here.
@@ -54,7 +35,7 @@ TarnStatus parseForm(Node *request, const char *input, size_t length) {
   if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
     parseMultipart(lists, {input, length}, contentType);
   } else {
-    parsePairs(lists, input);
+    parseUrlEncoded(lists, input);
   }
   return TARN_OK;
 }

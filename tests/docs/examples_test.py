@@ -15,7 +15,7 @@ import tempfile
 from pathlib import Path
 
 EXPORTS = re.findall(
-    r"^    (\w+);$", (Path(__file__).parents[2] / "cmake/tarn.map").read_text(), re.MULTILINE
+    r"^    (\w+);$", (Path(__file__).parents[2] / "packaging/tarn.map").read_text(), re.MULTILINE
 )
 
 

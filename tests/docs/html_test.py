@@ -31,7 +31,7 @@ CC = os.environ["CC"].split() + [
 ]
 HEADER = (SOURCE / "include/tarn.h").read_text()
 CPP_HEADER = (SOURCE / "include/tarn.hpp").read_text()
-EXPORTS = re.findall(r"^    (\w+);$", (SOURCE / "cmake/tarn.map").read_text(), re.MULTILINE)
+EXPORTS = re.findall(r"^    (\w+);$", (SOURCE / "packaging/tarn.map").read_text(), re.MULTILINE)
 TASKS = tomllib.loads((SOURCE / "docs/tasks.toml").read_text())
 
 # What the calls of the tasks are made with.

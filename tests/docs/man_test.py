@@ -23,7 +23,7 @@ CC = os.environ["CC"].split() + [
 ]
 HEADER = (SOURCE / "include/tarn.h").read_text()
 CPP_HEADER = (SOURCE / "include/tarn.hpp").read_text()
-EXPORTS = re.findall(r"^    (\w+);$", (SOURCE / "cmake/tarn.map").read_text(), re.MULTILINE)
+EXPORTS = re.findall(r"^    (\w+);$", (SOURCE / "packaging/tarn.map").read_text(), re.MULTILINE)
 
 FILES = {path.stem: path.read_text() for path in SECTION.iterdir()}
 PAGES = {name: text for name, text in FILES.items() if not text.startswith(".so ")}
