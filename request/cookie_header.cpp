@@ -3,19 +3,19 @@
 #include "core/text.h"
 #include "response/http_cookie.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
-OwnedText clean(std::string_view text) { return unescape(strip(text)); }
+OwnedText trimAndDecode(std::string_view text) { return unescape(trim(text)); }
 
 // A token without "=" makes a cookie without name and value, which is still in the list. So
 // does one without memory for both, which is lost.
 Node *parseCookie(std::string_view token, bool &isLost) {
   std::string_view name;
   std::string_view value;
-  if (!divide(token, '=', name, value)) return newCookie(nullptr, nullptr);
-  OwnedText cleanName = clean(name);
-  OwnedText cleanValue = clean(value);
+  if (!splitAtFirst(token, '=', name, value)) return newCookie(nullptr, nullptr);
+  OwnedText cleanName = trimAndDecode(name);
+  OwnedText cleanValue = trimAndDecode(value);
   isLost = !cleanName || !cleanValue;
   return newCookie(std::move(cleanName), std::move(cleanValue));
 }
@@ -27,7 +27,7 @@ Node *parseCookieHeader(std::string_view header, Node *environment) {
   Node *list = Cookies::create();
   for (bool more = true; more;) {
     std::string_view token;
-    more = divide(header, ';', token, header);
+    more = splitAtFirst(header, ';', token, header);
     bool isLost = false;
     const TarnStatus status = Cookies::adopt(list, parseCookie(token, isLost));
     if (isLost || status != TARN_OK) markIncomplete(environment);
@@ -35,4 +35,4 @@ Node *parseCookieHeader(std::string_view header, Node *environment) {
   return list;
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal

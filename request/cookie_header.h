@@ -6,12 +6,12 @@
 
 #include "core/cgigs.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 // Makes a cookie list of a header. If memory runs out, what was lost is missing from the list and
 // the environment is marked as incomplete; null if there is no memory for the list.
 Node *parseCookieHeader(std::string_view header, Node *environment);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

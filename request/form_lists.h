@@ -3,7 +3,7 @@
 
 #include "request/form_entry.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 // Where both parsers put the fields of a form. A field is dropped if its list is missing or memory
 // runs out; the request is then marked as incomplete. Each may be null.
@@ -14,10 +14,10 @@ struct FormLists {
 };
 
 // Appends an entry. If there is no entry (null) or no memory for it, marks the request.
-inline void keepEntry(const FormLists &lists, Node *entry) {
+inline void appendEntry(const FormLists &lists, Node *entry) {
   if (FormEntries::adopt(lists.entries, entry) != TARN_OK) markIncomplete(lists.request);
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

@@ -5,7 +5,7 @@
 
 #include "request/form_lists.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 // Parses a body under its content type. Without "boundary=" there it has no parts.
 void parseMultipart(const FormLists &lists, std::string_view body, const char *contentType);
@@ -14,6 +14,6 @@ void parseMultipart(const FormLists &lists, std::string_view body, const char *c
 // part was dropped.
 const char *parsePart(const FormLists &lists, std::string_view part);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

@@ -11,7 +11,7 @@
 #include "request/multipart.h"
 #include "request/url_encoded.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 constexpr std::string_view kMultipart = "multipart/form-data";
@@ -30,7 +30,7 @@ FormLists listsOf(Node *request) {
 TarnStatus parseForm(Node *request, const char *input, size_t length) {
   if (!input) return TARN_BAD_ARGUMENT;
   if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
-  const char *contentType = variable("CONTENT_TYPE");
+  const char *contentType = environmentVariable("CONTENT_TYPE");
   const FormLists lists = listsOf(request);
   if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
     parseMultipart(lists, {input, length}, contentType);
@@ -44,12 +44,12 @@ TarnStatus parseForm(Node *request, const char *input, size_t length) {
 // CONTENT_LENGTH only what arrived is parsed: nothing can be found in the zeros after it.
 TarnStatus parseRequest(Node *request, std::string_view body) {
   if (isPost()) return body.data() ? parseForm(request, body.data(), body.size()) : TARN_OK;
-  const char *query = variable("QUERY_STRING");
+  const char *query = environmentVariable("QUERY_STRING");
   return parseForm(request, query, std::strlen(query));
 }
 
 // Without memory for the request the environment is read all the same, and its parse finds none.
-TarnStatus takeIn(TarnHandle *handle) {
+TarnStatus newRequest(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
   Node *request = newNode(TARN_REQUEST_MAGIC);
   *handle = handleOf(request);
@@ -74,12 +74,12 @@ TarnHandle firstNamed(const Node *list, const char *(*nameOf)(const Node &), con
 }
 
 }  // namespace
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus Tarn_new(TarnHandle *handle) {
-  const TarnStatus status = takeIn(handle);
+  const TarnStatus status = newRequest(handle);
   // A trace that goes nowhere; programs that watch their allocations see it come and go.
   char *trace = nullptr;
   tarn_asprintf(&trace, "exiting Tarn_new with ret = %d", static_cast<int>(status));

@@ -2,7 +2,7 @@
 
 #include "core/text.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 void parseUrlEncoded(const FormLists &lists, std::string_view text) {
   while (!text.empty()) {
@@ -12,7 +12,7 @@ void parseUrlEncoded(const FormLists &lists, std::string_view text) {
       continue;
     }
     std::string_view piece;
-    divide(text, '&', piece, text);
+    splitAtFirst(text, '&', piece, text);
     parsePair(lists, piece);
   }
 }
@@ -20,8 +20,8 @@ void parseUrlEncoded(const FormLists &lists, std::string_view text) {
 void parsePair(const FormLists &lists, std::string_view pair) {
   std::string_view name;
   std::string_view value;
-  if (!divide(pair, '=', name, value)) return;
-  keepEntry(lists, newDecodedFormEntry(name, value));
+  if (!splitAtFirst(pair, '=', name, value)) return;
+  appendEntry(lists, newDecodedFormEntry(name, value));
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal

@@ -6,7 +6,7 @@
 
 #include "request/form_lists.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 // Parses pairs that "&" separates.
 void parseUrlEncoded(const FormLists &lists, std::string_view text);
@@ -14,6 +14,6 @@ void parseUrlEncoded(const FormLists &lists, std::string_view text);
 // Parses one "name=value"; "&" has no meaning in it. Without "=" it is dropped.
 void parsePair(const FormLists &lists, std::string_view pair);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

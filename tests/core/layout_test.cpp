@@ -6,7 +6,7 @@
 #include "core/cgigs.h"
 #include "core/tarn_string.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 constexpr size_t kWord = sizeof(uintptr_t);
@@ -63,4 +63,4 @@ TEST(GenericListLayout, FitsIntoANodeWithItsTag) {
 }
 
 }  // namespace
-}  // namespace tarn
+}  // namespace tarn::internal
