@@ -38,7 +38,8 @@ says() {
 
 # Whether the compiler, given an option, defines what matches.
 defines() {
-  "${compile[@]}" -include "$source/cmake/fortify.h" ${1:+"$1"} -x c++ -dM -E /dev/null >"$root/macros"
+  "${compile[@]}" -include "$source/packaging/cmake/fortify.h" ${1:+"$1"} \
+    -x c++ -dM -E /dev/null >"$root/macros"
   grep -qE "#define $2" "$root/macros"
 }
 defines -O2 '_FORTIFY_SOURCE [23]$' || fail 'fortify.h does nothing'

@@ -31,7 +31,7 @@ install_to() {
 }
 
 uninstall() {
-  cmake -D TARN_INSTALLED="$installed" -P "$source/cmake/uninstall.cmake" 2>&1
+  cmake -D TARN_INSTALLED="$installed" -P "$source/packaging/cmake/uninstall.cmake" 2>&1
 }
 
 # What stands in a folder, each with its type and target.
