@@ -54,7 +54,7 @@ def ctest_commands(prefix: str, programs: list[str]) -> str:
         words = [sys.executable, "-BIS", os.path.abspath(__file__), "run", suite, *programs]
         quoted = " ".join(f"[[{word}]]" for word in words)
         lines.append(f"add_test([[{prefix}{suite}]] {quoted})\n")
-        lines.append(f"set_tests_properties([[{prefix}{suite}]] PROPERTIES TIMEOUT {SECONDS})\n")
+        lines.append(f"set_tests_properties([[{prefix}{suite}]] PROPERTIES TIMEOUT {SECONDS} LABELS quick)\n")
     return "".join(lines)
 
 
@@ -123,7 +123,7 @@ def report(outcomes: list[Outcome]) -> str:
             else:
                 lines.append(f"{test} fails in {name} with another message:\n{printed}\n")
     for one in outcomes:
-        tests = ":".join(test for test in one.failed if "." in test)
+        tests = ":".join(t for t in one.failed if "." in t and told[t][0] == one.program.name)
         if tests:
             lines.append(
                 f"Run again: {os.path.relpath(one.program, ROOT)} --gtest_filter={tests}\n"

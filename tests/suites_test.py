@@ -65,7 +65,7 @@ class Report(unittest.TestCase):
         self.assertEqual(1, text.count("a_test.cpp:3"))
         self.assertIn("A.fails fails in one:\na_test.cpp:3: Failure\ninput 0x1f\n", text)
         self.assertIn("A.fails also fails in two.\n", text)
-        self.assertEqual(2, text.count(" --gtest_filter=A.fails\n"))
+        self.assertEqual(1, text.count(" --gtest_filter=A.fails\n"))
 
     def test_prints_what_fails_in_one_program_alone_or_in_another_way(self):
         failing = outcome(FAILED.format("1f"), status=1, program="two")
