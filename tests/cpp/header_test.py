@@ -114,9 +114,9 @@ class Header(unittest.TestCase):
     def test_a_header_before_c_plus_plus_17_asks_for_it(self):
         old = self.folder / "old.cpp"
         for header in [HEADER, *PARTS]:
-            name = str(header.relative_to(INCLUDE))
-            if name == "tarn/characters.hpp":  # no script includes it by itself
+            if header.read_text(encoding="utf-8").startswith("// Internal: "):
                 continue
+            name = header.relative_to(INCLUDE)
             old.write_text(f"#include <{name}>\n", encoding="utf-8")
             done = run(*CXX, "-std=c++14", f"-I{INCLUDE}", "-fsyntax-only", old)
             with self.subTest(name):

@@ -216,7 +216,7 @@ class Cpp(unittest.TestCase):
 
     @classmethod
     def detail(cls):
-        return "".join(re.findall(r"(?ms)^namespace detail \{.*?^\}  ", cls.CODE))
+        return "".join(re.findall(r"(?ms)^namespace (?:tarn::)?detail \{.*?^\}  ", cls.CODE))
 
     def test_have_one_for_each_class_with_each_public_function(self):
         declared = self.declared()
@@ -665,7 +665,7 @@ class Generator(unittest.TestCase):
         self.refuses(
             "Saved::error(): not documented",
             cpp=self.changed(
-                "  /** Why it is not: a number of <cerrno>, such as EEXIST; 0 when it is. */\n", ""
+                "  /** Why it was not: an errno value such as EEXIST; 0 if it was. */\n", ""
             ),
         )
         self.refuses(
@@ -708,8 +708,8 @@ class Generator(unittest.TestCase):
         self.refuses(
             "not understood: int open",
             cpp=self.changed(
-                "  /** Why it is not: a number of <cerrno>",
-                "  /** Open. */\n  int open = 0;\n" "  /** Why it is not: a number of <cerrno>",
+                "  /** Why it was not: an errno value",
+                "  /** Open. */\n  int open = 0;\n" "  /** Why it was not: an errno value",
             ),
         )
 
@@ -723,9 +723,9 @@ class Generator(unittest.TestCase):
         self.refuses(
             "no example of Saved uses weight",
             cpp=self.changed(
-                "  /** Why it is not: a number of <cerrno>",
+                "  /** Why it was not: an errno value",
                 "  /** Bytes. */\n  int weight() const;\n"
-                "  /** Why it is not: a number of <cerrno>",
+                "  /** Why it was not: an errno value",
             ),
         )
 
@@ -733,8 +733,8 @@ class Generator(unittest.TestCase):
         self.refuses(
             "no page describes Response::biscuit()",
             cpp=self.changed(
-                "A cookie to be set, for Response::cookie().",
-                "A cookie to be set, for Response::biscuit().",
+                "A cookie to set, for Response::cookie().",
+                "A cookie to set, for Response::biscuit().",
             ),
         )
 
