@@ -1,4 +1,4 @@
-/* On to another page, or another site, or nowhere: what is no address is refused. */
+/* Redirects to a page of this site or to another site, and shows a refused redirect: */
 
 #include <cstdio>
 #include <tarn.hpp>
