@@ -1,4 +1,4 @@
-/* Escapes a text for a page, an attribute, a URL and a script, and shows why a page is refused: */
+/* Escapes a text for HTML, a URL and a script, and shows a refusal: */
 
 #include <cstdio>
 #include <tarn.hpp>

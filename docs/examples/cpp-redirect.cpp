@@ -1,4 +1,4 @@
-/* Redirects to a page of this site or to another site, and shows a refused redirect: */
+/* Redirects to this site or to another, and shows a refusal: */
 
 #include <cstdio>
 #include <tarn.hpp>
