@@ -1,10 +1,10 @@
 #include "core/cgifb.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 // Copies of the node share the bytes, and scripts read them after every node is gone.
-void keepBytes(Node &buffer, OwnedText block, uint32_t count) {
+void storeBytes(Node &buffer, OwnedText block, uint32_t count) {
   abandon(block.get());
   buffer.fixed = handleOf(block.release());
   buffer.ints[TARN_BYTE_BUFFER_LENGTH] = count;
@@ -14,7 +14,7 @@ void keepBytes(Node &buffer, OwnedText block, uint32_t count) {
 
 Node *newByteBuffer(OwnedText block, uint32_t count) {
   Node *buffer = newNode(TARN_BYTE_BUFFER_MAGIC);
-  if (buffer && block && count > 0) keepBytes(*buffer, std::move(block), count);
+  if (buffer && block && count > 0) storeBytes(*buffer, std::move(block), count);
   return buffer;
 }
 
@@ -24,7 +24,7 @@ TarnStatus fillByteBuffer(Node *buffer, const void *data, uint32_t length) {
   OwnedText copy = copyBytes(data, length);
   emptyNode(*buffer);
   if (!copy) return TARN_OUT_OF_MEMORY;
-  keepBytes(*buffer, std::move(copy), length);
+  storeBytes(*buffer, std::move(copy), length);
   return TARN_OK;
 }
 
@@ -32,9 +32,9 @@ Bytes bytesOf(const Node &buffer) {
   return {blockAt<char>(buffer.fixed), buffer.ints[TARN_BYTE_BUFFER_LENGTH]};
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus CGIfb_setData(TarnHandle *buffer, const void *data, uint32_t length) {
   return fillByteBuffer(nodeIn(buffer, TARN_BYTE_BUFFER_MAGIC), data, length);

@@ -4,7 +4,7 @@
 
 #include "core/cgigs.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 struct Bytes {
   char *data;  // null when there are none
@@ -20,6 +20,6 @@ TarnStatus fillByteBuffer(Node *buffer, const void *data, uint32_t length);
 
 Bytes bytesOf(const Node &buffer);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

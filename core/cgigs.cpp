@@ -1,6 +1,6 @@
 #include "core/cgigs.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 // What a node's record of its room can hold, and how much room fits into a block with the node.
@@ -13,10 +13,10 @@ constexpr uint32_t kMostRoom =
 // any more; nodes that wait to be filled, on one through the struct slots of the copies.
 
 // A struct slot holds a child or what a script parked there through list index 2: a list, mostly.
-void hang(TarnHandle child, Node *&chain) {
+void releaseLater(TarnHandle child, Node *&pending) {
   if (Node *node = nodeAt(child, 0)) {
-    node->fixed = handleOf(chain);
-    chain = node;
+    node->fixed = handleOf(pending);
+    pending = node;
   } else if (GenericList *list = listAt(child)) {
     deleteList(list);
   } else if (String *string = stringAt(child)) {
@@ -24,15 +24,15 @@ void hang(TarnHandle child, Node *&chain) {
   }
 }
 
-void hangChildren(Node &node, Node *&chain) {
-  for (TarnHandle &child : node.structs) hang(take(child), chain);
+void releaseChildrenLater(Node &node, Node *&pending) {
+  for (TarnHandle &child : node.structs) releaseLater(take(child), pending);
   for (uint32_t &magic : node.childMagics) magic = 0;
 }
 
 // A slot that a script filled with something other than a list keeps it: it is the script's.
-void hangLists(Node &node, Node *&chain) {
+void releaseListsLater(Node &node, Node *&pending) {
   for (TarnHandle &slot : node.lists) {
-    if (listAt(slot)) hang(take(slot), chain);
+    if (listAt(slot)) releaseLater(take(slot), pending);
   }
 }
 
@@ -47,7 +47,7 @@ void releaseText(const Node &node, char *text) {
 void freeBlock(Node *node) {
   if (node->magic == TARN_GENERIC_LIST_MAGIC) {
     auto *block = recordOf<GenericList>(node);
-    releaseWords(block->record);
+    freeArray(block->record);
     std::free(block);
   } else if (node->magic == TARN_STRING_MAGIC) {
     auto *block = recordOf<String>(node);
@@ -58,36 +58,36 @@ void freeBlock(Node *node) {
   }
 }
 
-void destroyChain(Node *chain) {
-  while (Node *node = chain) {
-    chain = nodeAt(node->fixed, 0);
-    hangChildren(*node, chain);
-    hangLists(*node, chain);
+void destroyPending(Node *pending) {
+  while (Node *node = pending) {
+    pending = nodeAt(node->fixed, 0);
+    releaseChildrenLater(*node, pending);
+    releaseListsLater(*node, pending);
     for (char *text : node->strings) releaseText(*node, text);
     freeBlock(node);
   }
 }
 
 void releaseChild(TarnHandle child) {
-  Node *chain = nullptr;
-  hang(child, chain);
-  destroyChain(chain);
+  Node *pending = nullptr;
+  releaseLater(child, pending);
+  destroyPending(pending);
 }
 
-enum Waiting : uint32_t { kNextCopy, kSource };
+enum PendingSlot : uint32_t { kNextPending, kSource };
 
 // A node that waits to be filled from `source`.
-Node *addShell(const Node &source, Node *&chain) {
+Node *newPendingCopy(const Node &source, Node *&pending) {
   Node *copy = newNode(source.magic);
   if (copy) {
-    copy->structs[kNextCopy] = handleOf(chain);
+    copy->structs[kNextPending] = handleOf(pending);
     copy->structs[kSource] = handleOf(&source);
-    chain = copy;
+    pending = copy;
   }
   return copy;
 }
 
-void fillShell(Node &copy, const Node &source, Node *&chain) {
+void fillCopy(Node &copy, const Node &source, Node *&pending) {
   bool whole = true;
   for (uint32_t i = 0; i < kListSlots; ++i) {
     if (const GenericList *list = listAt(source.lists[i])) {
@@ -100,7 +100,7 @@ void fillShell(Node &copy, const Node &source, Node *&chain) {
     // A child stored under tag 0 cannot be made anew: creation refuses that tag.
     const uint32_t magic = source.childMagics[i];
     const Node *child = magic ? childOf(source, i, magic) : nullptr;
-    copy.structs[i] = child ? handleOf(addShell(*child, chain)) : 0;
+    copy.structs[i] = child ? handleOf(newPendingCopy(*child, pending)) : 0;
     copy.childMagics[i] = magic;
     whole = whole && (!child || copy.structs[i]);
   }
@@ -140,20 +140,20 @@ Node *newNode(uint32_t magic, size_t room) {
 }
 
 Node *copyNode(const Node &source) {
-  Node *chain = nullptr;
-  Node *top = addShell(source, chain);
-  while (Node *copy = chain) {
-    chain = nodeAt(copy->structs[kNextCopy], 0);
-    fillShell(*copy, *nodeAt(copy->structs[kSource], 0), chain);
+  Node *pending = nullptr;
+  Node *top = newPendingCopy(source, pending);
+  while (Node *copy = pending) {
+    pending = nodeAt(copy->structs[kNextPending], 0);
+    fillCopy(*copy, *nodeAt(copy->structs[kSource], 0), pending);
   }
   return top;
 }
 
 void emptyNode(Node &node) {
-  Node *chain = nullptr;
-  hangLists(node, chain);
-  hangChildren(node, chain);
-  destroyChain(chain);
+  Node *pending = nullptr;
+  releaseListsLater(node, pending);
+  releaseChildrenLater(node, pending);
+  destroyPending(pending);
   // Strings 2 to 7 survive a clear; scripts read them afterwards.
   for (const uint32_t i : {0U, 1U}) releaseText(node, take(node.strings[i]));
   for (uint32_t &number : node.ints) number = 0;
@@ -172,9 +172,9 @@ void setChild(Node &node, uint32_t slot, Node *child) {
   node.childMagics[slot] = child ? child->magic : 0;
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 const char *CGIgs_empty_string = "";
 

@@ -9,7 +9,7 @@
 #include "core/memory.h"
 #include "core/tarn_string.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 constexpr uint32_t kListSlots = 2;
 constexpr uint32_t kStructSlots = 3;
@@ -113,6 +113,6 @@ inline Node *childOf(const Node &node, uint32_t slot, uint32_t magic) {
   return nodeAt(node.structs[slot], magic);
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

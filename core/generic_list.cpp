@@ -8,7 +8,7 @@
 #include "core/cgigs.h"
 #include "core/memory.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 constexpr uint32_t kStep = 10;
@@ -19,7 +19,7 @@ uintptr_t *newWords(uint32_t words) {
   return static_cast<uintptr_t *>(std::calloc(1, static_cast<size_t>(size)));
 }
 
-uintptr_t *resized(uintptr_t *data, uint32_t words) {
+uintptr_t *reallocateWords(uintptr_t *data, uint32_t words) {
   const uint64_t size = uint64_t{words} * sizeof(uintptr_t);
   if (size > PTRDIFF_MAX) return nullptr;
   return static_cast<uintptr_t *>(std::realloc(data, static_cast<size_t>(size)));
@@ -30,10 +30,10 @@ void copyWords(uintptr_t *to, const void *from, uint32_t words) {
 }
 
 // Replaces the list's array by a larger one, unless that is null. The first `old` words move.
-bool moveTo(GenericList &list, uintptr_t *data, uint32_t old, uint32_t room) {
+bool replaceArray(GenericList &list, uintptr_t *data, uint32_t old, uint32_t room) {
   if (!data) return false;
   copyWords(data, list.data, old);
-  releaseWords(list);
+  freeArray(list);
   list.data = data;
   list.room = room;
   return true;
@@ -44,10 +44,10 @@ bool moveTo(GenericList &list, uintptr_t *data, uint32_t old, uint32_t room) {
 bool makeRoom(GenericList &list, uint32_t words) {
   if (words <= list.room) return true;
   // Far more than there is: a new array, whose zeros cost nothing until they are written over.
-  if (words / 2 > list.room) return moveTo(list, newWords(words), list.room, words);
+  if (words / 2 > list.room) return replaceArray(list, newWords(words), list.room, words);
   uint32_t room = std::max(words, list.room > UINT32_MAX / 2 ? UINT32_MAX : list.room * 2);
-  uintptr_t *data = resized(list.data, room);
-  if (!data) data = resized(list.data, room = words);
+  uintptr_t *data = reallocateWords(list.data, room);
+  if (!data) data = reallocateWords(list.data, room = words);
   if (!data) return false;
   std::memset(data + list.room, 0, (room - list.room) * sizeof(uintptr_t));
   list.data = data;
@@ -57,13 +57,13 @@ bool makeRoom(GenericList &list, uint32_t words) {
 
 // Raises the capacity as far as memory goes, by fewer than `steps` steps: by the largest power of two
 // that can be had, then by the next. Only the words that were there are copied; the others are zero.
-void growPartly(GenericList &list, uint32_t steps) {
+void growAsFarAsPossible(GenericList &list, uint32_t steps) {
   const uint32_t old = list.room;
   uint32_t done = 0;
   for (uint32_t more = std::bit_floor(steps); more > 0; more /= 2) {
     if (done + more >= steps) continue;
     const uint32_t words = list.capacity + (done + more) * kStep;
-    if (words <= list.room || moveTo(list, newWords(words), old, words)) done += more;
+    if (words <= list.room || replaceArray(list, newWords(words), old, words)) done += more;
   }
   list.capacity += done * kStep;
 }
@@ -80,7 +80,7 @@ TarnStatus growTo(GenericList &list, uint32_t least) {
     list.capacity = wanted;
     return TARN_OK;
   }
-  if (steps <= most) growPartly(list, steps);
+  if (steps <= most) growAsFarAsPossible(list, steps);
   if (list.capacity <= UINT32_MAX - kStep) list.capacity += kStep;
   return TARN_OUT_OF_MEMORY;
 }
@@ -105,11 +105,11 @@ GenericList *newList() {
   return list;
 }
 
-void releaseWords(GenericList &list) { std::free(take(list.data)); }
+void freeArray(GenericList &list) { std::free(take(list.data)); }
 
 void deleteList(GenericList *list) {
   if (list->node) return destroyNode(list->node);
-  releaseWords(*list);
+  freeArray(*list);
   std::free(list);
 }
 
@@ -137,9 +137,9 @@ TarnStatus append(GenericList *list, uintptr_t value) {
   return TARN_OK;
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus TARNGenericList_new(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;

@@ -3,7 +3,7 @@
 
 #include "core/handle.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 struct Node;
 
@@ -21,7 +21,7 @@ struct GenericList {
 GenericList *newList();
 
 // Releases the list's array and keeps the list.
-void releaseWords(GenericList &list);
+void freeArray(GenericList &list);
 
 // Releases the list, and the node that it is a part of.
 void deleteList(GenericList *list);
@@ -43,6 +43,6 @@ inline uintptr_t elementAt(const GenericList &list, uint32_t index) {
   return index < list.count && index < list.room ? list.data[index] : 0;
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

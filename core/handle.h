@@ -6,7 +6,7 @@
 
 #include "tarn.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 template <class T>
 T *blockAt(TarnHandle value) {
@@ -22,6 +22,6 @@ inline uint32_t magicAt(TarnHandle value) {
 
 inline TarnHandle objectIn(const TarnHandle *handle) { return handle ? *handle : 0; }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

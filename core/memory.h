@@ -20,7 +20,7 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-namespace tarn {
+namespace tarn::internal {
 
 struct Free {
   void operator()(void *block) const { std::free(block); }
@@ -73,6 +73,6 @@ inline OwnedText copyText(const char *text) {
   return text ? copyBytes(text, std::strlen(text)) : nullptr;
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

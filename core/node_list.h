@@ -4,7 +4,7 @@
 
 #include "core/cgigs.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 inline TarnStatus copyElement(const Node &source, Node *&copy) {
   copy = copyNode(source);
@@ -13,11 +13,12 @@ inline TarnStatus copyElement(const Node &source, Node *&copy) {
 
 // Whether the generic list is there, empty, while an element is copied: scripts find it when the copy
 // fails, and in the copy of an element that holds the very list it is added to.
-enum class Begins { kBeforeTheCopy, kAfterTheCopy };
+enum class ElementsMade { kBeforeCopying, kAfterCopying };
 
 // A list type is its tag, its elements' tag, when it begins, and how an element is copied and
 // released. A copy that failed gives none.
-template <uint32_t kListMagic, uint32_t kElementMagic, Begins kBegins = Begins::kBeforeTheCopy,
+template <uint32_t kListMagic, uint32_t kElementMagic,
+          ElementsMade kElementsMade = ElementsMade::kBeforeCopying,
           TarnStatus (*kCopy)(const Node &, Node *&) = copyElement,
           void (*kRelease)(Node *) = destroyNode>
 struct NodeList {
@@ -53,7 +54,7 @@ struct NodeList {
   // Appends an element that the list owns from now on; one that cannot be appended is released.
   static TarnStatus adopt(Node *list, Node *element) {
     if (!element) return TARN_OUT_OF_MEMORY;
-    begin(list);
+    makeElements(list);
     // Without memory for a list there is nothing to append to, and that is what the status says.
     const TarnStatus status = append(elements(list), handleOf(element));
     if (status != TARN_OK) kRelease(element);
@@ -61,7 +62,7 @@ struct NodeList {
   }
 
   static TarnStatus addCopy(Node *list, const Node &source) {
-    if (kBegins == Begins::kBeforeTheCopy) begin(list);
+    if (kElementsMade == ElementsMade::kBeforeCopying) makeElements(list);
     Node *copy = nullptr;
     const TarnStatus status = kCopy(source, copy);
     return status == TARN_OK ? adopt(list, copy) : status;
@@ -93,6 +94,15 @@ struct NodeList {
   static void destroy(Node *list) {
     releaseElements(list);
     destroyNode(list);
+  }
+
+  // Puts a list (null: none) into a struct slot. The list that it replaces is released with its
+  // elements, which the node that owns the slot would not do. A child of another type that a script
+  // put there stays if there is no list to replace it.
+  static void store(Node &owner, uint32_t slot, Node *list) {
+    const Node *old = at(owner.structs[slot]);
+    releaseElements(old);
+    if (old || list) setChild(owner, slot, list);
   }
 
   static TarnStatus copy(const Node &source, Node *&made) {
@@ -141,12 +151,12 @@ struct NodeList {
   }
 
  private:
-  static void begin(Node *list) {
+  static void makeElements(Node *list) {
     if (list && !list->lists[TARN_LIST_ELEMENTS])
       list->lists[TARN_LIST_ELEMENTS] = handleOf(newList());
   }
 };
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

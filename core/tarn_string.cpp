@@ -7,7 +7,7 @@
 #include "core/cgigs.h"
 #include "core/memory.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 constexpr int32_t kFirstCapacity = 16;
@@ -22,14 +22,14 @@ OwnedText newBuffer(int64_t capacity) {
   return capacity <= INT32_MAX ? newZeroedText(static_cast<uint64_t>(capacity)) : nullptr;
 }
 
-void install(String &string, OwnedText buffer, int64_t capacity) {
+void replaceBuffer(String &string, OwnedText buffer, int64_t capacity) {
   std::free(std::exchange(string.buffer, buffer.release()));
   string.capacity = static_cast<int32_t>(capacity);
   string.room = static_cast<size_t>(capacity) + 1;
 }
 
 // Without memory a string loses its buffer and reads as empty until the next one can be made.
-void loseBuffer(String &string) {
+void dropBuffer(String &string) {
   std::free(take(string.buffer));
   string.room = 0;
 }
@@ -72,7 +72,7 @@ bool insertIntoNewBuffer(String &string, int64_t capacity, const char *source, s
   } else {
     writeBeyond(buffer, static_cast<size_t>(capacity) + 1, source, count, position);
   }
-  install(string, std::move(made), capacity);
+  replaceBuffer(string, std::move(made), capacity);
   return true;
 }
 
@@ -102,7 +102,7 @@ TarnStatus insert(String &string, const char *source, size_t count, size_t posit
   if (fits(string, need)) {
     insertInPlace(string, source, count, position);
   } else if (!insertIntoNewBuffer(string, capacityFor(string, need), source, count, position)) {
-    loseBuffer(string);
+    dropBuffer(string);
     return TARN_OUT_OF_MEMORY;
   }
   return TARN_OK;
@@ -120,9 +120,9 @@ TarnStatus set(String &string, const char *text) {
   OwnedText made = newBuffer(capacity);
   if (made) {
     std::memcpy(made.get(), text, length + 1);
-    install(string, std::move(made), capacity);
+    replaceBuffer(string, std::move(made), capacity);
   } else {
-    loseBuffer(string);
+    dropBuffer(string);
   }
   return TARN_OK;
 }
@@ -137,7 +137,7 @@ String *newString(TarnStatus &status) {
   String *string = newRecord();
   if (string) {
     if (OwnedText buffer = newBuffer(kFirstCapacity)) {
-      install(*string, std::move(buffer), kFirstCapacity);
+      replaceBuffer(*string, std::move(buffer), kFirstCapacity);
     }
   }
   status = string && string->buffer ? TARN_OK : TARN_OUT_OF_MEMORY;
@@ -152,9 +152,9 @@ void deleteString(String *string) {
   std::free(string);
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus TARNString_new(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
@@ -184,7 +184,7 @@ TarnStatus TARNString_dup(TarnHandle *source, TarnHandle *target) {
   if (buffer) {
     const size_t held = std::min(static_cast<size_t>(string->capacity), string->room);
     if (held > 0) std::memcpy(buffer.get(), string->buffer, held);
-    install(*copy, std::move(buffer), string->capacity);
+    replaceBuffer(*copy, std::move(buffer), string->capacity);
   }
   copy->capacity = string->capacity;
   *target = handleOf(copy);
@@ -359,7 +359,7 @@ TarnStatus TARNString_reserve(TarnHandle *handle, uint32_t requested) {
   const int64_t capacity = static_cast<int64_t>(length) + requested;
   if (OwnedText buffer = newBuffer(capacity)) {
     std::memcpy(buffer.get(), textOf(*string), length);
-    install(*string, std::move(buffer), capacity);
+    replaceBuffer(*string, std::move(buffer), capacity);
   }
   return TARN_OK;
 }

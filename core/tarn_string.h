@@ -3,7 +3,7 @@
 
 #include "core/handle.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 struct Node;
 
@@ -29,6 +29,6 @@ inline String *stringAt(TarnHandle value) {
 
 inline String *stringIn(const TarnHandle *handle) { return stringAt(objectIn(handle)); }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

@@ -12,7 +12,7 @@
 
 #include "core/cgifb.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\n\r";
@@ -40,7 +40,7 @@ char decode(char high, char low) {
 
 }  // namespace
 
-char *variable(const char *name) {
+char *environmentVariable(const char *name) {
   static char empty[] = "";
   char *value = name ? std::getenv(name) : nullptr;
   return value ? value : empty;
@@ -79,7 +79,7 @@ OwnedText unescape(std::string_view text) {
   return decoded;
 }
 
-std::string_view strip(std::string_view text) {
+std::string_view trim(std::string_view text) {
   while (!text.empty() && isOneOf(text.front(), kBlanks)) text.remove_prefix(1);
   while (!text.empty() && isOneOf(text.back(), kBlanks)) text.remove_suffix(1);
   return text;
@@ -107,7 +107,7 @@ const char *find(std::string_view haystack, std::string_view needle) {
       memmem(start, static_cast<size_t>(end - start), needle.data(), needle.size()));
 }
 
-std::string_view textIn(std::string_view bytes) {
+std::string_view upToZeroByte(std::string_view bytes) {
   return {bytes.data(), strnlen(bytes.data(), bytes.size())};
 }
 
@@ -116,9 +116,9 @@ int32_t toNumber(const char *text) {
   return static_cast<int32_t>(std::clamp<long>(value, INT32_MIN, INT32_MAX));
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 // vsnprintf() without the checks of _FORTIFY_SOURCE, which ends the process at "%n" in a format that
 // was put together in memory: scripts may use whatever printf() knows.
@@ -148,7 +148,7 @@ int tarn_asprintf(char **out, const char *format, ...) {
   return length;
 }
 
-char *safeGetenv(const char *name) { return variable(name); }
+char *safeGetenv(const char *name) { return environmentVariable(name); }
 
 int stringsAreEqual(const char *a, const char *b) { return compareTexts(a, b); }
 
@@ -205,7 +205,7 @@ TarnHandle extractBetween1(const void *data, uint32_t length, const char *delimi
   return extractBetween(data, length, delimiter, delimiter);
 }
 
-char *stripString(const char *text) { return text ? copyText(strip(text)).release() : nullptr; }
+char *stripString(const char *text) { return text ? copyText(trim(text)).release() : nullptr; }
 
 char *readString(FILE *stream) {
   if (!stream) return nullptr;

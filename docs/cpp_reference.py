@@ -1,14 +1,17 @@
-"""The reference that include/tarn.hpp holds, as a model: classes with documented members.
+"""A model of the C++ reference: the documented classes, functions and constants of the headers.
 
-parse() reads the header, which is written in one way throughout, and refuses what it does not
-understand and what is public without documentation. Left out are private members, namespace detail
-but for the classes there whose members others inherit, deleted overloads, what a compiler would
-write itself, friends, iterators, and the names of types that every range has.
+parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in which it includes
+them. The first comment of tarn.hpp is the overview; each of the other headers is a section, titled
+by the first line of its first comment. parse() rejects code that it does not understand and public
+names without documentation. It leaves out private members, deleted overloads, what the compiler
+would generate, friends, iterators, the type names that every range has, and namespace detail except
+for base classes of public classes.
 """
 
 import re
 import textwrap
 from dataclasses import dataclass, field
+from pathlib import Path
 
 import reference as model
 from reference import Comment, HeaderError, one_line
@@ -21,12 +24,13 @@ TYPES_OF_CONTAINERS = ("value_type", "iterator", "const_iterator", "size_type", 
 
 @dataclass
 class Member:
-    """A function or a constant, of a class or by itself."""
+    """A function or a constant, in a class or outside."""
 
     name: str
-    declaration: str  # without noexcept, which all functions are, and without a body
+    declaration: str  # without the body, and without noexcept, which all functions are
     parameters: list[str]
     comment: Comment
+    header: str = ""  # tarn/form.hpp; set outside classes
 
     def is_function(self) -> bool:
         return "(" in self.declaration
@@ -34,20 +38,24 @@ class Member:
 
 @dataclass
 class Class:
-    """Also an enumeration, or another name for a class."""
+    """A class, an enumeration, or an alias of a class."""
 
     name: str
     declaration: str
-    bases: list[str]  # of namespace detail
+    bases: list[str]  # in namespace detail
     comment: Comment
     members: list[Member] = field(default_factory=list)
-    kept: list[str] = field(default_factory=list)  # from a base, beside those of the same name
+    kept: list[str] = field(default_factory=list)  # names that a using declaration keeps visible
+    header: str = ""  # as it is included: tarn/form.hpp
 
 
 @dataclass
 class Section:
+    """What one header declares."""
+
     title: str
     comment: Comment
+    header: str = ""
     classes: list[Class] = field(default_factory=list)
     members: list[Member] = field(default_factory=list)
 
@@ -296,33 +304,48 @@ def parse_class(statement: Statement, comment: Comment) -> Class:
     return made
 
 
-# ---- The header --------------------------------------------------------------------------------
+# ---- The headers -------------------------------------------------------------------------------
+
+INCLUDE = re.compile(r'(?m)^#include "(tarn/\w+\.hpp)"')
 
 
 class Parser:
     def __init__(self):
-        self.reference: Reference | None = None
+        self.reference = Reference(Comment())
+        self.section = Section("", Comment())
         self.detail: dict[str, Statement] = {}
-        self.remarks: list[str] | None = None  # below a heading, line by line
+
+    def header(self, name: str, text: str) -> None:
+        """Adds a header as a section."""
+        title, *introduction = self.first_comment(text).blocks
+        if not isinstance(title, model.Paragraph):
+            raise HeaderError("its first comment does not begin with a title")
+        self.section = Section(
+            title.text.removesuffix("."), Comment(introduction), header=f"tarn/{name}"
+        )
+        self.reference.sections.append(self.section)
+        self.scope(text, 1)
+
+    @staticmethod
+    def first_comment(text: str) -> Comment:
+        """The comment that a header begins with."""
+        comment = re.match(r"/\*.*?\*/", text, re.DOTALL)
+        made = model.parse_comment(model.uncomment(comment[0])) if comment else Comment()
+        if not made.blocks:
+            raise HeaderError("does not begin with a comment")
+        return made
 
     def scope(self, text: str, line: int) -> None:
-        """The statements of the file, or of a namespace."""
+        """Reads the statements of a file or a namespace."""
         said = Comment()
         for statement in statements(text, line):
             head = statement.head
-            if head.startswith("//"):
-                self.remark(head)
-                continue
-            self.end_remarks()
             if head.startswith("/**"):
                 said = model.parse_comment(model.uncomment(head))
                 continue
-            if head.startswith("/*"):
-                self.reference = Reference(
-                    model.parse_comment(model.uncomment(head)), [Section("Objects", Comment())]
-                )
+            if head.startswith(("//", "/*")):
                 continue
-            if head == "namespace detail":
+            if re.fullmatch(r"namespace (\w+::)?detail", head):
                 for each in statements(statement.body, statement.line):
                     match = re.match(r"(?:template <.*> )?class (\w+)", each.head)
                     self.detail |= {match[1]: each} if match else {}
@@ -339,39 +362,28 @@ class Parser:
                     ) from None
             said = Comment()
 
-    def remark(self, line: str) -> None:
-        heading = re.match(r"// ---- (.*?) -{2,}", line)
-        if heading:
-            self.reference.sections.append(Section(heading[1], Comment()))
-            self.remarks = []
-        elif self.remarks is not None:
-            self.remarks.append(line.removeprefix("//").removeprefix(" "))
-
-    def end_remarks(self) -> None:
-        if self.remarks:
-            self.reference.sections[-1].comment = Comment(model.blocks("\n".join(self.remarks)))
-        self.remarks = None
-
     def declaration(self, statement: Statement, comment: Comment) -> None:
         head = statement.head
         if re.fullmatch(r"class \w+", head) and statement.body is None:
             return
         if re.search(r"\w::\w+\(", head) and head.startswith("inline "):
-            return  # of a member, whose declaration stands in its class
-        section = self.reference.sections[-1]
+            return  # the definition of a member, which its class documents
+        section = self.section
         alias = re.fullmatch(r"using (\w+) = (?:detail::)?(\w+)<.*>", head)
         constant = re.fullmatch(r"inline (constexpr [\w:]+ (\w+)(?: = \w+)?)", head)
         if alias:
             made = Class(alias[1], f"{head};", [alias[2]], comment)
         elif constant:
             name = constant[2]
-            section.members.append(Member(name, constant[1] + ";", [], comment))
-            check(section.members[-1])
+            member = Member(name, constant[1] + ";", [], comment, section.header)
+            section.members.append(member)
+            check(member)
             return
         elif re.match(r"(class|struct|enum class) ", head):
             made = parse_class(statement, comment)
         else:
             member, _ = parse_function(head, comment)
+            member.header = section.header
             try:
                 check(member)
             except HeaderError as error:
@@ -380,10 +392,11 @@ class Parser:
             return
         if not comment.blocks:
             raise HeaderError(f"{made.name}: not documented")
+        made.header = section.header
         section.classes.append(made)
 
     def inherited(self) -> list[Class]:
-        """The classes of namespace detail that others are made of."""
+        """The classes of namespace detail that public classes inherit from."""
         wanted = [base for each in self.reference.classes() for base in each.bases]
         made = {}
         for name in wanted:  # grows
@@ -395,11 +408,24 @@ class Parser:
         return [made[name] for name in self.detail if name in made]
 
 
-def parse(text: str) -> Reference:
-    """Reads a header; raises HeaderError with the line and the name that it stumbles on."""
+INCLUDES = Path(__file__).resolve().parent.parent / "include"
+
+
+def parse(text: str, folder: Path = INCLUDES) -> Reference:
+    """Reads the text of tarn.hpp, and from `folder` the headers that it includes.
+
+    Raises HeaderError with the header, the line and the name at which it fails.
+    """
     parser = Parser()
-    parser.scope(text, 1)
-    parser.end_remarks()
+    parser.reference.overview = parser.first_comment(text)
+    included = INCLUDE.findall(text)
+    if not included:
+        raise HeaderError("includes no header of tarn/")
+    for name in included:
+        try:
+            parser.header(name.removeprefix("tarn/"), (folder / name).read_text())
+        except HeaderError as error:
+            raise HeaderError(f"{name}: {error}") from None
     parser.reference.bases = parser.inherited()
     parser.reference.sections = [
         section for section in parser.reference.sections if section.classes or section.members

@@ -415,7 +415,9 @@ class CppWriter(Writer):
         title, *introduction = self.cpp.overview.blocks
         lines = [".Sh DESCRIPTION", *self.blocks(page, introduction)]
         for section in self.cpp.sections:
-            lines += [f".Ss {section.title}", *self.blocks(page, section.comment.blocks)]
+            lines += [f".Ss {section.title}", f".In {section.header}"]
+            if section.comment.blocks:
+                lines += [".Pp", *self.blocks(page, section.comment.blocks)]
             for each in section.classes:
                 lines += [
                     ".Pp",
@@ -481,7 +483,7 @@ def main() -> None:
             pages,
             options.release,
             options.date,
-            cpp_reference.parse(read.read_text()),
+            cpp_reference.parse(read.read_text(), read.parent),
             notes["shared"],
         )
         tree["tarn.hpp"] = cpp.page(examples["overview"][0])

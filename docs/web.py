@@ -412,7 +412,9 @@ def main() -> None:
         made = writer.pages()
         read = options.cpp_header
         notes, examples = read_notes(options.cpp_notes)
-        cpp = cpp_web.Writer(cpp_reference.parse(read.read_text()), notes, examples, writer.entries)
+        cpp = cpp_web.Writer(
+            cpp_reference.parse(read.read_text(), read.parent), notes, examples, writer.entries
+        )
         made |= cpp.pages()
     except HeaderError as error:
         sys.exit(f"{read}: {error}")

@@ -9,15 +9,16 @@
 
 #include "core/cgifb.h"
 #include "core/text.h"
+#include "request/cookie_header.h"
 #include "response/http_cookie.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
-int32_t numberIn(const char *name) { return toNumber(variable(name)); }
+int32_t numberIn(const char *name) { return toNumber(environmentVariable(name)); }
 
 // Whether CONTENT_LENGTH says more than the number that is made of it.
-bool isTooLong(int32_t length) { return std::atoll(variable("CONTENT_LENGTH")) > length; }
+bool exceeds(int32_t length) { return std::atoll(environmentVariable("CONTENT_LENGTH")) > length; }
 
 // A signal does not end a body; the end of the input or an error does.
 size_t readInput(char *block, size_t length) {
@@ -44,33 +45,6 @@ TarnStatus readBody(int32_t length, Capture &capture) {
   return TARN_OK;
 }
 
-OwnedText clean(std::string_view text) { return unescape(strip(text)); }
-
-// A token without "=" makes a cookie without name and value, which is still in the list. So
-// does one without memory for both, which is lost.
-Node *parseCookie(std::string_view token, bool &isLost) {
-  std::string_view name;
-  std::string_view value;
-  if (!divide(token, '=', name, value)) return newCookie(nullptr, nullptr);
-  OwnedText cleanName = clean(name);
-  OwnedText cleanValue = clean(value);
-  isLost = !cleanName || !cleanValue;
-  return newCookie(std::move(cleanName), std::move(cleanValue));
-}
-
-// Every ";" ends a token and the end of the header ends the last one; empty tokens count.
-Node *parseCookies(std::string_view header, Node *environment) {
-  Node *list = Cookies::create();
-  for (bool more = true; more;) {
-    std::string_view token;
-    more = divide(header, ';', token, header);
-    bool isLost = false;
-    const TarnStatus status = Cookies::adopt(list, parseCookie(token, isLost));
-    if (isLost || status != TARN_OK) markIncomplete(environment);
-  }
-  return list;
-}
-
 Node *environmentIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ENVIRONMENT_MAGIC); }
 
 void releaseCookies(const Node &environment) {
@@ -79,7 +53,7 @@ void releaseCookies(const Node &environment) {
 
 }  // namespace
 
-bool isPost() { return strcasecmp(variable("REQUEST_METHOD"), "post") == 0; }
+bool isPost() { return strcasecmp(environmentVariable("REQUEST_METHOD"), "post") == 0; }
 
 Capture captureEnvironment() {
   Capture capture{newNode(TARN_ENVIRONMENT_MAGIC), TARN_BAD_ARGUMENT, {}};
@@ -89,11 +63,12 @@ Capture captureEnvironment() {
   const int32_t length = numberIn("CONTENT_LENGTH");
   environment->ints[TARN_ENVIRONMENT_CONTENT_LENGTH] = static_cast<uint32_t>(length);
   // In lower case only, while the method is taken in any case.
-  environment->ints[TARN_ENVIRONMENT_HTTPS] = std::strcmp(variable("HTTPS"), "on") == 0 ? 1 : 0;
+  environment->ints[TARN_ENVIRONMENT_HTTPS] =
+      std::strcmp(environmentVariable("HTTPS"), "on") == 0 ? 1 : 0;
   if (isPost() && length != 0) capture.status = readBody(length, capture);
-  if (capture.status != TARN_OK || (isPost() && isTooLong(length))) markIncomplete(environment);
+  if (capture.status != TARN_OK || (isPost() && exceeds(length))) markIncomplete(environment);
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {
-    setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookies(cookies, environment));
+    setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookieHeader(cookies, environment));
   }
   return capture;
 }
@@ -104,9 +79,9 @@ void destroyEnvironment(Node *environment) {
   destroyNode(environment);
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus CgiEnv_new(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
@@ -147,27 +122,39 @@ TarnStatus CgiEnv_save(TarnHandle *, FILE *) { return TARN_OK; }
 
 TarnStatus CgiEnv_restore(TarnHandle *, FILE *) { return TARN_OK; }
 
-const char *CgiEnv_getServerSoftware(TarnHandle *) { return variable("SERVER_SOFTWARE"); }
-const char *CgiEnv_getServerName(TarnHandle *) { return variable("SERVER_NAME"); }
-const char *CgiEnv_getGatewayInterface(TarnHandle *) { return variable("GATEWAY_INTERFACE"); }
-const char *CgiEnv_getServerProtocol(TarnHandle *) { return variable("SERVER_PROTOCOL"); }
+const char *CgiEnv_getServerSoftware(TarnHandle *) {
+  return environmentVariable("SERVER_SOFTWARE");
+}
+const char *CgiEnv_getServerName(TarnHandle *) { return environmentVariable("SERVER_NAME"); }
+const char *CgiEnv_getGatewayInterface(TarnHandle *) {
+  return environmentVariable("GATEWAY_INTERFACE");
+}
+const char *CgiEnv_getServerProtocol(TarnHandle *) {
+  return environmentVariable("SERVER_PROTOCOL");
+}
 int32_t CgiEnv_getServerPort(TarnHandle *) { return numberIn("SERVER_PORT"); }
-const char *CgiEnv_getCookies(TarnHandle *) { return variable("HTTP_COOKIE"); }
-const char *CgiEnv_getRequestMethod(TarnHandle *) { return variable("REQUEST_METHOD"); }
-const char *CgiEnv_getPathInfo(TarnHandle *) { return variable("PATH_INFO"); }
-const char *CgiEnv_getPathTranslated(TarnHandle *) { return variable("PATH_TRANSLATED"); }
-const char *CgiEnv_getScriptName(TarnHandle *) { return variable("SCRIPT_NAME"); }
-const char *CgiEnv_getQueryString(TarnHandle *) { return variable("QUERY_STRING"); }
+const char *CgiEnv_getCookies(TarnHandle *) { return environmentVariable("HTTP_COOKIE"); }
+const char *CgiEnv_getRequestMethod(TarnHandle *) { return environmentVariable("REQUEST_METHOD"); }
+const char *CgiEnv_getPathInfo(TarnHandle *) { return environmentVariable("PATH_INFO"); }
+const char *CgiEnv_getPathTranslated(TarnHandle *) {
+  return environmentVariable("PATH_TRANSLATED");
+}
+const char *CgiEnv_getScriptName(TarnHandle *) { return environmentVariable("SCRIPT_NAME"); }
+const char *CgiEnv_getQueryString(TarnHandle *) { return environmentVariable("QUERY_STRING"); }
 int32_t CgiEnv_getContentLength(TarnHandle *) { return numberIn("CONTENT_LENGTH"); }
-const char *CgiEnv_getContentType(TarnHandle *) { return variable("CONTENT_TYPE"); }
-const char *CgiEnv_getReferrer(TarnHandle *) { return variable("HTTP_REFERER"); }
-const char *CgiEnv_getRemoteHost(TarnHandle *) { return variable("REMOTE_HOST"); }
-const char *CgiEnv_getRemoteAddr(TarnHandle *) { return variable("REMOTE_ADDR"); }
-const char *CgiEnv_getAuthType(TarnHandle *) { return variable("AUTH_TYPE"); }
-const char *CgiEnv_getRemoteUser(TarnHandle *) { return variable("REMOTE_USER"); }
-const char *CgiEnv_getRemoteIdent(TarnHandle *) { return variable("REMOTE_IDENT"); }
-const char *CgiEnv_getAccept(TarnHandle *) { return variable("HTTP_ACCEPT"); }
-const char *CgiEnv_getUserAgent(TarnHandle *) { return variable("HTTP_USER_AGENT"); }
-const char *CgiEnv_getRedirectRequest(TarnHandle *) { return variable("REDIRECT_REQUEST"); }
-const char *CgiEnv_getRedirectURL(TarnHandle *) { return variable("REDIRECT_URL"); }
-const char *CgiEnv_getRedirectStatus(TarnHandle *) { return variable("REDIRECT_STATUS"); }
+const char *CgiEnv_getContentType(TarnHandle *) { return environmentVariable("CONTENT_TYPE"); }
+const char *CgiEnv_getReferrer(TarnHandle *) { return environmentVariable("HTTP_REFERER"); }
+const char *CgiEnv_getRemoteHost(TarnHandle *) { return environmentVariable("REMOTE_HOST"); }
+const char *CgiEnv_getRemoteAddr(TarnHandle *) { return environmentVariable("REMOTE_ADDR"); }
+const char *CgiEnv_getAuthType(TarnHandle *) { return environmentVariable("AUTH_TYPE"); }
+const char *CgiEnv_getRemoteUser(TarnHandle *) { return environmentVariable("REMOTE_USER"); }
+const char *CgiEnv_getRemoteIdent(TarnHandle *) { return environmentVariable("REMOTE_IDENT"); }
+const char *CgiEnv_getAccept(TarnHandle *) { return environmentVariable("HTTP_ACCEPT"); }
+const char *CgiEnv_getUserAgent(TarnHandle *) { return environmentVariable("HTTP_USER_AGENT"); }
+const char *CgiEnv_getRedirectRequest(TarnHandle *) {
+  return environmentVariable("REDIRECT_REQUEST");
+}
+const char *CgiEnv_getRedirectURL(TarnHandle *) { return environmentVariable("REDIRECT_URL"); }
+const char *CgiEnv_getRedirectStatus(TarnHandle *) {
+  return environmentVariable("REDIRECT_STATUS");
+}

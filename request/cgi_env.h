@@ -5,7 +5,7 @@
 
 #include "core/cgigs.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 // What CgiEnv_new() makes. The input is the body as far as it arrived, kept to the end of the
 // process; null data when there is none.
@@ -21,6 +21,6 @@ bool isPost();
 
 void destroyEnvironment(Node *environment);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

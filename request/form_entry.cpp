@@ -2,7 +2,7 @@
 
 #include "core/text.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 Node *entryIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_ENTRY_MAGIC); }
@@ -56,9 +56,9 @@ const char *nameOfEntry(const Node &entry) { return entry.strings[TARN_ENTRY_NAM
 
 const char *valueOfEntry(const Node &entry) { return entry.strings[TARN_ENTRY_VALUE]; }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus FormEntry_init(TarnHandle *entry, const char *name, const void *data, uint32_t length) {
   Node *node = entryIn(entry);

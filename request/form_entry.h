@@ -3,7 +3,7 @@
 
 #include "core/node_list.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 using FormEntries = NodeList<TARN_FORM_ENTRY_LIST_MAGIC, TARN_FORM_ENTRY_MAGIC>;
 
@@ -17,6 +17,6 @@ Node *newDecodedFormEntry(std::string_view name, std::string_view value);
 const char *nameOfEntry(const Node &entry);
 const char *valueOfEntry(const Node &entry);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

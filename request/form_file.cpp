@@ -3,7 +3,7 @@
 #include "core/cgifb.h"
 #include "core/text.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 Node *fileIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_FILE_MAGIC); }
@@ -13,7 +13,7 @@ Bytes contentsOf(const Node *file) {
   return buffer ? bytesOf(*buffer) : Bytes{};
 }
 
-void fill(Node &file, FileParts parts) {
+void storeParts(Node &file, FileParts parts) {
   setText(file, TARN_FILE_FIELD_NAME, std::move(parts.name));
   setText(file, TARN_FILE_FILENAME, std::move(parts.fileName));
   setText(file, TARN_FILE_CONTENT_TYPE, std::move(parts.contentType));
@@ -28,15 +28,15 @@ bool sameText(const Node &a, const Node &b, uint32_t slot) {
 
 Node *newFormFile(FileParts parts) {
   Node *file = newNode(TARN_FORM_FILE_MAGIC);
-  if (file && parts.name && parts.contentType) fill(*file, std::move(parts));
+  if (file && parts.name && parts.contentType) storeParts(*file, std::move(parts));
   return file;
 }
 
 const char *nameOfFile(const Node &file) { return file.strings[TARN_FILE_FIELD_NAME]; }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus FormFile_init(TarnHandle *file, const char *name, const char *fileName,
                          const char *contentType, const void *data, uint32_t length) {
@@ -50,7 +50,7 @@ TarnStatus FormFile_init(TarnHandle *file, const char *name, const char *fileNam
                   .data = copyBytes(data, length),
                   .length = length};
   emptyNode(*node);
-  fill(*node, std::move(parts));
+  storeParts(*node, std::move(parts));
   return TARN_OK;
 }
 

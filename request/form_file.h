@@ -3,7 +3,7 @@
 
 #include "core/node_list.h"
 
-namespace tarn {
+namespace tarn::internal {
 
 using FormFiles = NodeList<TARN_FORM_FILE_LIST_MAGIC, TARN_FORM_FILE_MAGIC>;
 
@@ -21,6 +21,6 @@ Node *newFormFile(FileParts parts);
 
 const char *nameOfFile(const Node &file);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

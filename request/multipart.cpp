@@ -1,10 +1,9 @@
 #include "request/multipart.h"
 
 #include "core/text.h"
-#include "request/form_entry.h"
 #include "request/form_file.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 constexpr std::string_view kBoundary = "boundary=";
@@ -22,13 +21,13 @@ OwnedText makeDelimiter(const char *boundary) {
 // The text between the first `open` and the `close` that follows it, or the end; the text of the
 // part ends at its first zero byte. Nothing between the two counts as nothing found (null data); a
 // text that ends with `open` has an empty one there.
-std::string_view between(std::string_view part, std::string_view open, std::string_view close) {
+std::string_view textBetween(std::string_view part, std::string_view open, std::string_view close) {
   const char *found = find(part, open);
-  if (!found || !isText(upTo(part, found))) return {};
-  const std::string_view rest = from(part, found + open.size());
+  if (!found || !hasNoZeroByte(textUpTo(part, found))) return {};
+  const std::string_view rest = textFrom(part, found + open.size());
   const char *end = find(rest, close);
   if (end == rest.data()) return {};
-  return textIn(end ? upTo(rest, end) : rest);
+  return upToZeroByte(end ? textUpTo(rest, end) : rest);
 }
 
 struct PartHeader {
@@ -43,15 +42,15 @@ struct PartHeader {
 // before the field name becomes the field name too. The content type takes in the header lines that
 // follow it.
 PartHeader parseHeader(std::string_view part) {
-  const std::string_view fileName = between(part, "filename=\"", "\"");
-  return {between(part, "name=\"", "\""), fileName.data() != nullptr,
+  const std::string_view fileName = textBetween(part, "filename=\"", "\"");
+  return {textBetween(part, "name=\"", "\""), fileName.data() != nullptr,
           fileName.data() ? unescape(fileName) : nullptr,
-          between(part, "Content-Type: ", kHeadersEnd)};
+          textBetween(part, "Content-Type: ", kHeadersEnd)};
 }
 
 // Appends the file of a part; false without memory for its bytes. Without field name or content
 // type, an empty file is appended.
-bool keepFile(const FormLists &lists, PartHeader header, std::string_view value) {
+bool appendFile(const FormLists &lists, PartHeader header, std::string_view value) {
   FileParts parts{.name = copyText(header.name),
                   .fileName = std::move(header.fileName),
                   .contentType = copyText(header.contentType),
@@ -70,26 +69,22 @@ bool keepFile(const FormLists &lists, PartHeader header, std::string_view value)
 
 }  // namespace
 
-void keepEntry(const FormLists &lists, Node *entry) {
-  if (FormEntries::adopt(lists.entries, entry) != TARN_OK) markIncomplete(lists.request);
-}
-
 const char *parsePart(const FormLists &lists, std::string_view part) {
   const char *headersEnd = find(part, kHeadersEnd);
   if (!headersEnd) return nullptr;
   // The value is the first line of what follows; without a line end there is none. Scripts get the
   // first line of a text area, and a file up to its first line end, by this.
-  const std::string_view body = from(part, headersEnd + kHeadersEnd.size());
+  const std::string_view body = textFrom(part, headersEnd + kHeadersEnd.size());
   const char *lineEnd = find(body, kLineEnd);
-  const std::string_view value = upTo(body, lineEnd ? lineEnd : body.data());
+  const std::string_view value = textUpTo(body, lineEnd ? lineEnd : body.data());
   PartHeader header = parseHeader(part);
   if (header.hasFileName && !header.fileName) markIncomplete(lists.request);
   if (header.fileName && *header.fileName) {
-    return keepFile(lists, std::move(header), value) ? headersEnd : nullptr;
+    return appendFile(lists, std::move(header), value) ? headersEnd : nullptr;
   }
   // The value is kept as far as it is text, with the length that was sent.
-  Node *entry = newFormEntry(header.name, textIn(value), static_cast<uint32_t>(value.size()));
-  keepEntry(lists, entry);
+  Node *entry = newFormEntry(header.name, upToZeroByte(value), static_cast<uint32_t>(value.size()));
+  appendEntry(lists, entry);
   return entry ? headersEnd : nullptr;
 }
 
@@ -103,10 +98,10 @@ void parseMultipart(const FormLists &lists, std::string_view body, const char *c
   const std::string_view mark = delimiter.get();
   const char *found = find(body, mark);
   while (found) {
-    const std::string_view rest = from(body, found + mark.size());
+    const std::string_view rest = textFrom(body, found + mark.size());
     found = find(rest, mark);
-    parsePart(lists, found ? upTo(rest, found) : rest);
+    parsePart(lists, found ? textUpTo(rest, found) : rest);
   }
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal

@@ -3,20 +3,9 @@
 
 #include <string_view>
 
-#include "core/cgigs.h"
+#include "request/form_lists.h"
 
-namespace tarn {
-
-// The request whose form is parsed, and where the fields go. What has no list to go to is dropped,
-// like what cannot be allocated, and the request is marked as incomplete. All may be null.
-struct FormLists {
-  Node *request;
-  Node *entries;
-  Node *files;
-};
-
-// Appends an entry, or marks the request when there is none or no memory for it.
-void keepEntry(const FormLists &lists, Node *entry);
+namespace tarn::internal {
 
 // Parses a body under its content type. Without "boundary=" there it has no parts.
 void parseMultipart(const FormLists &lists, std::string_view body, const char *contentType);
@@ -25,6 +14,6 @@ void parseMultipart(const FormLists &lists, std::string_view body, const char *c
 // part was dropped.
 const char *parsePart(const FormLists &lists, std::string_view part);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

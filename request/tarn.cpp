@@ -7,9 +7,11 @@
 #include "request/cgi_env.h"
 #include "request/form_entry.h"
 #include "request/form_file.h"
+#include "request/form_lists.h"
 #include "request/multipart.h"
+#include "request/url_encoded.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 constexpr std::string_view kMultipart = "multipart/form-data";
@@ -22,39 +24,18 @@ FormLists listsOf(Node *request) {
           FormFiles::at(request->structs[TARN_REQUEST_FILES])};
 }
 
-// A piece without "=" is dropped.
-void parsePair(const FormLists &lists, std::string_view pair) {
-  std::string_view name;
-  std::string_view value;
-  if (!divide(pair, '=', name, value)) return;
-  keepEntry(lists, newDecodedFormEntry(name, value));
-}
-
-void parsePairs(const FormLists &lists, std::string_view text) {
-  while (!text.empty()) {
-    // A flood of "&" is passed at the pace of a byte, not of a piece.
-    if (text.front() == '&') {
-      text.remove_prefix(1);
-      continue;
-    }
-    std::string_view piece;
-    divide(text, '&', piece, text);
-    parsePair(lists, piece);
-  }
-}
-
 // CONTENT_TYPE decides alone; scripts get a query string parsed as multipart by it. URL-encoded
 // text ends at its first zero byte, whatever the length. Anything in the first slot is an
 // environment here.
 TarnStatus parseForm(Node *request, const char *input, size_t length) {
   if (!input) return TARN_BAD_ARGUMENT;
   if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
-  const char *contentType = variable("CONTENT_TYPE");
+  const char *contentType = environmentVariable("CONTENT_TYPE");
   const FormLists lists = listsOf(request);
   if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
     parseMultipart(lists, {input, length}, contentType);
   } else {
-    parsePairs(lists, input);
+    parseUrlEncoded(lists, input);
   }
   return TARN_OK;
 }
@@ -63,12 +44,12 @@ TarnStatus parseForm(Node *request, const char *input, size_t length) {
 // CONTENT_LENGTH only what arrived is parsed: nothing can be found in the zeros after it.
 TarnStatus parseRequest(Node *request, std::string_view body) {
   if (isPost()) return body.data() ? parseForm(request, body.data(), body.size()) : TARN_OK;
-  const char *query = variable("QUERY_STRING");
+  const char *query = environmentVariable("QUERY_STRING");
   return parseForm(request, query, std::strlen(query));
 }
 
 // Without memory for the request the environment is read all the same, and its parse finds none.
-TarnStatus takeIn(TarnHandle *handle) {
+TarnStatus newRequest(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
   Node *request = newNode(TARN_REQUEST_MAGIC);
   *handle = handleOf(request);
@@ -93,12 +74,12 @@ TarnHandle firstNamed(const Node *list, const char *(*nameOf)(const Node &), con
 }
 
 }  // namespace
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus Tarn_new(TarnHandle *handle) {
-  const TarnStatus status = takeIn(handle);
+  const TarnStatus status = newRequest(handle);
   // A trace that goes nowhere; programs that watch their allocations see it come and go.
   char *trace = nullptr;
   tarn_asprintf(&trace, "exiting Tarn_new with ret = %d", static_cast<int>(status));

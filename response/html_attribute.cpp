@@ -1,6 +1,6 @@
 #include "response/html_attribute.h"
 
-using namespace tarn;
+using namespace tarn::internal;
 
 // A null name or value empties its place; nothing is refused.
 TarnStatus HTMLAttribute_init(TarnHandle *attribute, const char *name, const char *value) {

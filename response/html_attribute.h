@@ -3,10 +3,11 @@
 
 #include "core/node_list.h"
 
-namespace tarn {
+namespace tarn::internal {
 
-using Attributes = NodeList<TARN_ATTRIBUTE_LIST_MAGIC, TARN_ATTRIBUTE_MAGIC, Begins::kAfterTheCopy>;
+using Attributes =
+    NodeList<TARN_ATTRIBUTE_LIST_MAGIC, TARN_ATTRIBUTE_MAGIC, ElementsMade::kAfterCopying>;
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

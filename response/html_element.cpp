@@ -2,13 +2,13 @@
 #include "core/text.h"
 #include "response/html_attribute.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 TarnStatus copyTree(const Node &source, Node *&copy);
 void destroyTree(Node *element);
 
-using Elements = NodeList<TARN_ELEMENT_LIST_MAGIC, TARN_ELEMENT_MAGIC, Begins::kBeforeTheCopy,
+using Elements = NodeList<TARN_ELEMENT_LIST_MAGIC, TARN_ELEMENT_MAGIC, ElementsMade::kBeforeCopying,
                           copyTree, destroyTree>;
 
 Node *elementIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ELEMENT_MAGIC); }
@@ -22,29 +22,29 @@ Node *embeddedOf(const Node &element) {
 }
 
 // Trees are walked without recursion, so that no depth can exhaust a stack. Elements that wait to
-// be released hang on a chain through their `fixed` slots, which nobody reads any more; copies that
+// be released hang on a pending through their `fixed` slots, which nobody reads any more; copies that
 // wait to be filled, on one through their struct slots, which also name the source.
 
-// Releases the attributes of an element and hangs its children on the chain. The lists' own nodes
+// Releases the attributes of an element and hangs its children on the pending. The lists' own nodes
 // stay, with the element.
-void strip(const Node &element, Node *&chain) {
+void releaseContents(const Node &element, Node *&pending) {
   Attributes::releaseElements(attributesOf(element));
   const Node *embedded = embeddedOf(element);
   for (uint32_t i = 0; i < Elements::count(embedded); ++i) {
     if (Node *child = Elements::ownedAt(embedded, i)) {
-      child->fixed = handleOf(chain);
-      chain = child;
+      child->fixed = handleOf(pending);
+      pending = child;
     }
   }
 }
 
 void emptyTree(Node &top) {
-  Node *chain = nullptr;
-  strip(top, chain);
+  Node *pending = nullptr;
+  releaseContents(top, pending);
   emptyNode(top);
-  while (Node *element = chain) {
-    chain = blockAt<Node>(element->fixed);
-    strip(*element, chain);
+  while (Node *element = pending) {
+    pending = blockAt<Node>(element->fixed);
+    releaseContents(*element, pending);
     destroyNode(element);
   }
 }
@@ -54,19 +54,19 @@ void destroyTree(Node *element) {
   destroyNode(element);
 }
 
-enum Waiting : uint32_t { kNextCopy, kSource };
+enum PendingSlot : uint32_t { kNextPending, kSource };
 
-void await(Node &copy, const Node &source, Node *&chain) {
-  copy.structs[kNextCopy] = handleOf(chain);
+void copyLater(Node &copy, const Node &source, Node *&pending) {
+  copy.structs[kNextPending] = handleOf(pending);
   copy.structs[kSource] = handleOf(&source);
-  chain = &copy;
+  pending = &copy;
 }
 
 // The next copy to be filled, with its source.
-Node *nextWaiting(Node *&chain, const Node *&source) {
-  Node *copy = chain;
+Node *nextPending(Node *&pending, const Node *&source) {
+  Node *copy = pending;
   if (copy) {
-    chain = blockAt<Node>(take(copy->structs[kNextCopy]));
+    pending = blockAt<Node>(take(copy->structs[kNextPending]));
     source = blockAt<const Node>(take(copy->structs[kSource]));
   }
   return copy;
@@ -83,7 +83,7 @@ TarnStatus copyAttributes(const Node &source, Node &copy) {
 }
 
 // Gives the copy as many children as the source has, which wait to be filled.
-TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&chain) {
+TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&pending) {
   if (!source.structs[TARN_ELEMENT_EMBEDDED]) return TARN_OK;
   const Node *list = embeddedOf(source);
   if (!list) return TARN_WRONG_TYPE;
@@ -94,59 +94,45 @@ TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&chain) {
     if (!child) return TARN_WRONG_TYPE;
     Node *shell = newNode(TARN_ELEMENT_MAGIC);
     if (TarnStatus status = Elements::adopt(made, shell)) return status;
-    await(*shell, *child, chain);
+    copyLater(*shell, *child, pending);
   }
   return TARN_OK;
 }
 
-TarnStatus fill(Node &copy, const Node &source, Node *&chain) {
+TarnStatus fillElement(Node &copy, const Node &source, Node *&pending) {
   copy.ints[TARN_ELEMENT_NUMBER] = source.ints[TARN_ELEMENT_NUMBER];
   setText(copy, TARN_ELEMENT_TEXT, copyText(source.strings[TARN_ELEMENT_TEXT]));
   setText(copy, TARN_ELEMENT_NAME, copyText(source.strings[TARN_ELEMENT_NAME]));
   const TarnStatus status = copyAttributes(source, copy);
-  return status == TARN_OK ? copyEmbedded(source, copy, chain) : status;
-}
-
-// The node releases a list, but only the list's own type releases what is in it. A child of another
-// type that a script put there stays as long as there is nothing to take its place.
-void storeAttributes(Node &element, Node *list) {
-  const Node *old = attributesOf(element);
-  Attributes::releaseElements(old);
-  if (old || list) setChild(element, TARN_ELEMENT_ATTRIBUTES, list);
-}
-
-void storeEmbedded(Node &element, Node *list) {
-  const Node *old = embeddedOf(element);
-  Elements::releaseElements(old);
-  if (old || list) setChild(element, TARN_ELEMENT_EMBEDDED, list);
+  return status == TARN_OK ? copyEmbedded(source, copy, pending) : status;
 }
 
 // Fills a new element. When something in the subtree cannot be copied it stays without embedded
 // elements.
-TarnStatus fillTree(Node &top, const Node &source) {
-  Node *chain = nullptr;
-  await(top, source, chain);
+TarnStatus copyInto(Node &top, const Node &source) {
+  Node *pending = nullptr;
+  copyLater(top, source, pending);
   TarnStatus status = TARN_OK;
-  const Node *from = nullptr;
-  while (Node *copy = nextWaiting(chain, from)) {
-    if (status == TARN_OK) status = fill(*copy, *from, chain);
+  const Node *original = nullptr;
+  while (Node *copy = nextPending(pending, original)) {
+    if (status == TARN_OK) status = fillElement(*copy, *original, pending);
   }
-  if (status != TARN_OK) storeEmbedded(top, nullptr);
+  if (status != TARN_OK) Elements::store(top, TARN_ELEMENT_EMBEDDED, nullptr);
   return status;
 }
 
 TarnStatus copyTree(const Node &source, Node *&copy) {
   copy = newNode(TARN_ELEMENT_MAGIC);
   if (!copy) return TARN_OUT_OF_MEMORY;
-  const TarnStatus status = fillTree(*copy, source);
+  const TarnStatus status = copyInto(*copy, source);
   if (status != TARN_OK) destroyTree(take(copy));
   return status;
 }
 
 }  // namespace
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus HTMLElement_delete(TarnHandle *element) {
   Node *node = elementIn(element);
@@ -169,7 +155,7 @@ TarnStatus HTMLElement_clone(TarnHandle *source, TarnHandle *destination) {
   if (!destination || *destination) return TARN_BAD_ARGUMENT;
   Node *copy = newNode(TARN_ELEMENT_MAGIC);
   *destination = handleOf(copy);
-  return copy ? fillTree(*copy, *node) : TARN_OK;
+  return copy ? copyInto(*copy, *node) : TARN_OK;
 }
 
 // In the usual order of operands, unlike HTTPCookie_compare(); what is no element sorts first.
@@ -189,7 +175,7 @@ TarnStatus HTMLElement_setAttributes(TarnHandle *element, TarnHandle *attributes
   // Copied before the old list goes: the new one may be that very list.
   Node *copy = nullptr;
   const TarnStatus status = Attributes::copy(*list, copy);
-  storeAttributes(*node, copy);
+  Attributes::store(*node, TARN_ELEMENT_ATTRIBUTES, copy);
   return status;
 }
 
@@ -210,7 +196,7 @@ TarnStatus HTMLElement_setEmbedded(TarnHandle *element, TarnHandle *embedded) {
   // Copied before the old list goes: the new one may be that very list, or one below it.
   Node *copy = nullptr;
   const TarnStatus status = Elements::copy(*list, copy);
-  storeEmbedded(*node, copy);
+  Elements::store(*node, TARN_ELEMENT_EMBEDDED, copy);
   return status;
 }
 

@@ -4,14 +4,14 @@
 
 #include "core/text.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 // The path comes after the domain, although HTTPCookie_init() takes the max-age between them.
 
 Node *cookieIn(const TarnHandle *handle) { return nodeIn(handle, TARN_COOKIE_MAGIC); }
 
-const char *shown(const char *text) { return text ? text : "(null)"; }
+const char *printable(const char *text) { return text ? text : "(null)"; }
 
 }  // namespace
 
@@ -24,9 +24,9 @@ Node *newCookie(OwnedText name, OwnedText value) {
   return cookie;
 }
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const char *value,
                            const char *comment, const char *domain, long maxAge, const char *path,
@@ -83,13 +83,14 @@ const char *HTTPCookie_toString(TarnHandle *cookie) {
   if (!node) return CGIgs_empty_string;
   char *text = nullptr;
   // Scripts parse this text: the one comma, after the domain, belongs to it.
-  tarn_asprintf(&text,
-                "HTTPCookie{name=\"%s\";value=\"%s\";comment=\"%s\";domain=\"%s\",maxage=%ld;"
-                "path=\"%s\";secure=\"%s\"}",
-                shown(node->strings[TARN_COOKIE_NAME]), shown(node->strings[TARN_COOKIE_VALUE]),
-                shown(node->strings[TARN_COOKIE_COMMENT]), shown(node->strings[TARN_COOKIE_DOMAIN]),
-                HTTPCookie_getMaxAge(cookie), shown(node->strings[TARN_COOKIE_PATH]),
-                HTTPCookie_isSecure(cookie) ? "yes" : "no");
+  tarn_asprintf(
+      &text,
+      "HTTPCookie{name=\"%s\";value=\"%s\";comment=\"%s\";domain=\"%s\",maxage=%ld;"
+      "path=\"%s\";secure=\"%s\"}",
+      printable(node->strings[TARN_COOKIE_NAME]), printable(node->strings[TARN_COOKIE_VALUE]),
+      printable(node->strings[TARN_COOKIE_COMMENT]), printable(node->strings[TARN_COOKIE_DOMAIN]),
+      HTTPCookie_getMaxAge(cookie), printable(node->strings[TARN_COOKIE_PATH]),
+      HTTPCookie_isSecure(cookie) ? "yes" : "no");
   setText(*node, TARN_COOKIE_RENDERED, copyText(text));
   return text ? text : CGIgs_empty_string;
 }

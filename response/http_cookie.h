@@ -3,13 +3,13 @@
 
 #include "core/node_list.h"
 
-namespace tarn {
+namespace tarn::internal {
 
-using Cookies = NodeList<TARN_COOKIE_LIST_MAGIC, TARN_COOKIE_MAGIC, Begins::kAfterTheCopy>;
+using Cookies = NodeList<TARN_COOKIE_LIST_MAGIC, TARN_COOKIE_MAGIC, ElementsMade::kAfterCopying>;
 
 // A cookie as a browser sends it: with name and value, or, when either is missing, with neither.
 Node *newCookie(OwnedText name, OwnedText value);
 
-}  // namespace tarn
+}  // namespace tarn::internal
 
 #endif

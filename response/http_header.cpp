@@ -1,7 +1,7 @@
 #include "core/cgigs.h"
 #include "response/http_cookie.h"
 
-namespace tarn {
+namespace tarn::internal {
 namespace {
 
 // Both kinds of header keep their cookies in the same place.
@@ -11,16 +11,8 @@ Node *headerIn(const TarnHandle *handle) { return nodeIn(handle, TARN_HEADER_MAG
 
 Node *responseIn(const TarnHandle *handle) { return nodeIn(handle, TARN_RESPONSE_HEADER_MAGIC); }
 
-// The node releases the cookie list, but only the list's own type releases the cookies. A child of
-// another type that a script put there stays as long as there is nothing to take its place.
-void storeCookies(Node &header, Node *list) {
-  const Node *old = Cookies::at(header.structs[TARN_RESPONSE_HEADER_COOKIES]);
-  Cookies::releaseElements(old);
-  if (old || list) setChild(header, TARN_RESPONSE_HEADER_COOKIES, list);
-}
-
 void clear(Node &header) {
-  storeCookies(header, nullptr);
+  Cookies::store(header, TARN_RESPONSE_HEADER_COOKIES, nullptr);
   emptyNode(header);
 }
 
@@ -32,9 +24,9 @@ void clearResponse(Node &header) {
 }
 
 }  // namespace
-}  // namespace tarn
+}  // namespace tarn::internal
 
-using namespace tarn;
+using namespace tarn::internal;
 
 TarnStatus HTTPHeader_delete(TarnHandle *header) {
   if (TarnStatus status = HTTPHeader_clear(header)) return status;
@@ -72,7 +64,7 @@ TarnStatus HTTPHeader_setCookieList(TarnHandle *header, TarnHandle *cookies) {
   // Copied before the old list goes: the new one may be that very list.
   Node *copy = nullptr;
   Cookies::copy(*list, copy);
-  storeCookies(*node, copy);
+  Cookies::store(*node, TARN_RESPONSE_HEADER_COOKIES, copy);
   // The status of storing the copy, not of making it: without one, nothing could be stored.
   return copy ? TARN_OK : TARN_BAD_ARGUMENT;
 }
@@ -135,7 +127,7 @@ TarnStatus HTTPResponseHeader_setCookieList(TarnHandle *header, TarnHandle *cook
   if (!list) return TARN_BAD_ARGUMENT;
   Node *copy = nullptr;
   const TarnStatus status = Cookies::copy(*list, copy);
-  storeCookies(*node, copy);
+  Cookies::store(*node, TARN_RESPONSE_HEADER_COOKIES, copy);
   return status;
 }
 

@@ -34,6 +34,7 @@ library=$(dirname "$(find "$root/moved" -name libtarn.so)")
 if grep -rIlF -e "$root/installed" -e "$build" -e "$source" moved; then
   fail 'these files name the folder of the installation or of the build'
 fi
+diff -r "$source/include" moved/include || fail 'the headers installed are not those of include/'
 
 # ---- The reference -------------------------------------------------------------------------------
 

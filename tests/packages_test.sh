@@ -35,7 +35,7 @@ lintian --allow-root --display-info --fail-on error,warning,info ./*.changes
 
 mkdir contents
 for package in *.deb; do dpkg-deb -x "$package" contents; done
-[ -f contents/usr/include/tarn.hpp ] || fail 'no package has tarn.hpp'
+diff -r "$OLDPWD/include" contents/usr/include || fail 'libtarn-dev lacks headers, or has others'
 library=$(echo contents/usr/lib/*/libtarn.so.1)
 readelf -d "$library" >dynamic
 for word in 'NEEDED.*libc\.so\.6' BIND_NOW; do

@@ -4,6 +4,7 @@ CC and CXX are compilers with their flags, SOURCE the repository, LIBRARY the sh
 """
 
 import concurrent.futures
+import itertools
 import os
 import pathlib
 import re
@@ -14,7 +15,9 @@ import tempfile
 import unittest
 
 SOURCE = pathlib.Path(os.environ["SOURCE"])
-HEADER = SOURCE / "include/tarn.hpp"
+INCLUDE = SOURCE / "include"
+HEADER = INCLUDE / "tarn.hpp"
+PARTS = sorted((INCLUDE / "tarn").glob("*.hpp"))
 REFUSED = sorted((SOURCE / "tests/cpp/refused").glob("*.cpp"))
 # A script that asks for views and nothing else.
 SCRIPT = SOURCE / "bench/process/script.cpp"
@@ -38,8 +41,13 @@ def run(*command):
 
 
 def compilers():
-    yield CXX
-    yield from ([name] for name in ("clang++", "clang++-16") if shutil.which(name))
+    """CXX, and clang++ when it is installed and not CXX."""
+    found = {os.path.realpath(shutil.which(CXX[0])): CXX}
+    for name in ("clang++", "clang++-16"):
+        path = shutil.which(name)
+        if path:
+            found.setdefault(os.path.realpath(path), [name])
+    return list(found.values())
 
 
 def complaint(path, folder):
@@ -51,7 +59,7 @@ def complaint(path, folder):
     lines = path.read_text(encoding="utf-8").splitlines()
     message = lines[0].removeprefix("// Refused: ")
     wrong = range(lines.index("#ifdef REFUSED") + 2, lines.index("#else") + 1)
-    command = [*CXX, "-std=c++17", *WARNINGS, "-fsyntax-only", f"-I{folder}", f"-I{HEADER.parent}"]
+    command = [*CXX, "-std=c++17", *WARNINGS, "-fsyntax-only", f"-I{folder}", f"-I{INCLUDE}"]
     right = run(*command, path)
     if right.returncode != 0:
         return f"without REFUSED, it does not compile:\n{right.stdout}"
@@ -77,15 +85,53 @@ class Header(unittest.TestCase):
         self.assertEqual(0, done.returncode, f"{command}\n{done.stdout}")
         return done.stdout
 
-    def test_compiles_alone_without_a_warning(self):
-        alone = self.folder / "alone.cpp"
-        alone.write_text("#include <tarn.hpp>\n", encoding="utf-8")
-        for compiler in compilers():
-            for standard in ("c++17", "c++20"):
-                for runtime in ([], WITHOUT_RUNTIME):
-                    flags = [f"-std={standard}", *WARNINGS, *runtime, f"-I{HEADER.parent}"]
-                    with self.subTest(compiler=compiler, flags=flags):
-                        self.succeeds(*compiler, *flags, "-fsyntax-only", alone)
+    def test_each_header_compiles_alone_without_a_warning(self):
+        self.assertGreater(len(PARTS), 10)
+        modes = [
+            [f"-std={standard}", *runtime]
+            for standard, runtime in itertools.product(("c++17", "c++20"), ([], WITHOUT_RUNTIME))
+        ]
+        commands = []
+        for header in [HEADER, *PARTS]:
+            name = header.relative_to(INCLUDE)
+            alone = self.folder / f"{header.stem}_alone.cpp"
+            alone.write_text(f"#include <{name}>\n#include <{name}>\n", encoding="utf-8")
+            for compiler, mode in itertools.product(compilers(), modes):
+                # The umbrella shows what the other modes have against any of the others.
+                if header == HEADER or mode in (modes[0], modes[-1]):
+                    flags = [*mode, *WARNINGS, f"-I{INCLUDE}", "-fsyntax-only"]
+                    commands.append([*compiler, *flags, alone])
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            for command, done in zip(commands, pool.map(lambda words: run(*words), commands)):
+                with self.subTest(command):
+                    self.assertEqual(0, done.returncode, done.stdout)
+
+    def test_the_umbrella_includes_every_other_header_once(self):
+        included = re.findall(r'(?m)^#include "(.*?)"', HEADER.read_text(encoding="utf-8"))
+        parts = [str(part.relative_to(INCLUDE)) for part in PARTS]
+        self.assertEqual(parts, sorted(included))
+
+    def test_a_header_before_c_plus_plus_17_asks_for_it(self):
+        old = self.folder / "old.cpp"
+        for header in [HEADER, *PARTS]:
+            name = str(header.relative_to(INCLUDE))
+            if name == "tarn/characters.hpp":  # no script includes it by itself
+                continue
+            old.write_text(f"#include <{name}>\n", encoding="utf-8")
+            done = run(*CXX, "-std=c++14", f"-I{INCLUDE}", "-fsyntax-only", old)
+            with self.subTest(name):
+                self.assertNotEqual(0, done.returncode)
+                self.assertIn("-std=c++17", done.stdout)
+
+    def test_a_script_that_reads_fields_includes_nothing_for_responses_and_files(self):
+        script = self.folder / "fields.cpp"
+        script.write_text("#include <tarn/request.hpp>\n", encoding="utf-8")
+        flags = ["-std=c++17", f"-I{INCLUDE}"]
+        listed = self.succeeds(*CXX, *flags, "-M", script)
+        included = {pathlib.Path(name).name for name in listed.split()}
+        self.assertTrue({"request.hpp", "form.hpp", "tarn.h"} <= included, included)
+        unwanted = {"html.hpp", "response.hpp", "file.hpp", "fcntl.h", "unistd.h", "ctime"}
+        self.assertFalse(unwanted & included)
 
     def test_gives_ranges_that_standard_algorithms_take(self):
         ranges = self.folder / "ranges.cpp"
@@ -102,28 +148,44 @@ class Header(unittest.TestCase):
             """,
             encoding="utf-8",
         )
-        self.succeeds(*CXX, "-std=c++20", f"-I{HEADER.parent}", "-fsyntax-only", ranges)
+        self.succeeds(*CXX, "-std=c++20", f"-I{INCLUDE}", "-fsyntax-only", ranges)
 
-    def test_may_be_included_by_every_file_of_a_program(self):
-        one = self.folder / "one.cpp"
-        one.write_text(
-            """
-            #include <tarn.hpp>
-            tarn::Element one() { return tarn::Element("p", tarn::Raw("x")); }
-            """,
-            encoding="utf-8",
-        )
-        other = self.folder / "other.cpp"
-        other.write_text(
-            """
-            #include <tarn.hpp>
-            tarn::Element one();
-            int main() { return tarn::Element("p", tarn::Raw("x"), one()) ? 0 : 1; }
-            """,
-            encoding="utf-8",
-        )
-        flags = ["-std=c++17", *WARNINGS, f"-I{HEADER.parent}"]
-        self.succeeds(*CXX, *flags, one, other, LIBRARY, "-o", self.folder / "program")
+    def test_files_of_one_program_may_include_different_headers(self):
+        files = {
+            "one": """
+                #include <tarn/element.hpp>
+                #include <tarn/request.hpp>
+                tarn::Element one(const tarn::Request &request) {
+                  return tarn::Element("p", request["name"].value_or("stranger"));
+                }
+                """,
+            "another": """
+                #include <tarn/file.hpp>
+                #include <tarn/string.hpp>
+                std::size_t another(const tarn::Request &request) {
+                  return request.files().size() + (request.file("x") ? 1 : 0) +
+                         tarn::String("x").size();
+                }
+                """,
+            "main": """
+                #include <tarn.hpp>
+                tarn::Element one(const tarn::Request &request);
+                std::size_t another(const tarn::Request &request);
+                int main() {
+                  const tarn::Request request;
+                  const tarn::Text page = tarn::html(tarn::Element("main", one(request)));
+                  if (another(request) != 1) return 2;
+                  return page.view() == "<main><p>stranger</p></main>" ? 0 : 1;
+                }
+                """,
+        }
+        for name, text in files.items():
+            (self.folder / f"{name}.cpp").write_text(text, encoding="utf-8")
+        sources = [self.folder / f"{name}.cpp" for name in files]
+        flags = ["-std=c++17", *WARNINGS, f"-I{INCLUDE}"]
+        program = self.folder / "program"
+        self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
+        self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
     def test_needs_no_runtime_for_views(self):
         # Fortified functions need an optimizer.
@@ -131,7 +193,7 @@ class Header(unittest.TestCase):
             with self.subTest(level):
                 compiled = self.folder / "script.o"
                 flags = ["-std=c++17", *WARNINGS, "-fno-exceptions", *level]
-                self.succeeds(*CXX, *flags, f"-I{HEADER.parent}", "-c", SCRIPT, "-o", compiled)
+                self.succeeds(*CXX, *flags, f"-I{INCLUDE}", "-c", SCRIPT, "-o", compiled)
                 # As the linker knows them; a name of C++ begins with "_Z", and __cxa_, __gxx_ and
                 # _Unwind_ are its exceptions'.
                 undefined = self.succeeds("nm", "-u", compiled).split()

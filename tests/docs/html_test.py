@@ -30,7 +30,12 @@ CC = os.environ["CC"].split() + [
     "-",
 ]
 HEADER = (SOURCE / "include/tarn.h").read_text()
-CPP_HEADER = (SOURCE / "include/tarn.hpp").read_text()
+INCLUDE = SOURCE / "include"
+CPP_HEADERS = {
+    str(path.relative_to(INCLUDE)): path.read_text()
+    for path in [INCLUDE / "tarn.hpp", *sorted((INCLUDE / "tarn").glob("*.hpp"))]
+}
+CPP_HEADER = "".join(CPP_HEADERS.values())
 EXPORTS = re.findall(r"^    (\w+);$", Path(os.environ["VERSION_SCRIPT"]).read_text(), re.MULTILINE)
 TASKS = tomllib.loads((SOURCE / "docs/tasks.toml").read_text())
 
@@ -593,9 +598,11 @@ class Search(unittest.TestCase):
 class Generator(unittest.TestCase):
     """What becomes of sources that were changed."""
 
-    def generate(self, folder, header=HEADER, tasks=None, cpp=CPP_HEADER, **environment):
+    def generate(self, folder, header=HEADER, tasks=None, cpp=None, **environment):
         folder = Path(folder)
-        (folder / "tarn.hpp").write_text(cpp)
+        (folder / "tarn").mkdir()
+        for name, text in (cpp or CPP_HEADERS).items():
+            (folder / name).write_text(text)
         (folder / "tarn.h").write_text(header)
         (folder / "tasks.toml").write_text(tasks or (SOURCE / "docs/tasks.toml").read_text())
         return run(
@@ -652,7 +659,7 @@ class Generator(unittest.TestCase):
 
     def changed(self, before, after):
         self.assertEqual(CPP_HEADER.count(before), 1, before)
-        return CPP_HEADER.replace(before, after)
+        return {name: text.replace(before, after) for name, text in CPP_HEADERS.items()}
 
     def test_refuses_a_public_member_for_c_plus_plus_without_documentation(self):
         self.refuses(
@@ -697,7 +704,7 @@ class Generator(unittest.TestCase):
                     ),
                 )
                 self.assertEqual(made.returncode, 1, line)
-                self.assertRegex(made.stderr, r"tarn\.hpp: line \d+: ", line)
+                self.assertRegex(made.stderr, r"tarn\.hpp: tarn/element\.hpp: line \d+: ", line)
         self.refuses(
             "not understood: int open",
             cpp=self.changed(

@@ -22,7 +22,10 @@ CC = os.environ["CC"].split() + [
     f'-I{SOURCE / "include"}',
 ]
 HEADER = (SOURCE / "include/tarn.h").read_text()
-CPP_HEADER = (SOURCE / "include/tarn.hpp").read_text()
+CPP_HEADER = "".join(
+    path.read_text()
+    for path in [SOURCE / "include/tarn.hpp", *sorted((SOURCE / "include/tarn").glob("*.hpp"))]
+)
 EXPORTS = re.findall(r"^    (\w+);$", Path(os.environ["VERSION_SCRIPT"]).read_text(), re.MULTILINE)
 
 FILES = {path.stem: path.read_text() for path in SECTION.iterdir()}

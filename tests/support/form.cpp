@@ -120,6 +120,14 @@ Form Request::taken() {
   return held;
 }
 
+void asScriptOf(const std::string &query, const std::function<void(Request &)> &script) {
+  asScript(get(query), "", [&] {
+    Request request;
+    ASSERT_EQ(TARN_OK, request.status);
+    script(request);
+  });
+}
+
 void expectForm(const Variables &variables, std::string_view body, const Form &expected,
                 std::source_location where) {
   const testing::ScopedTrace trace(where.file_name(), static_cast<int>(where.line()), "");

@@ -124,6 +124,9 @@ class Request {
   const TarnStatus status;
 };
 
+// Runs a script on a new request made from this query string.
+void asScriptOf(const std::string &query, const std::function<void(Request &)> &script);
+
 // Runs a script that takes this request in, under that limit, and compares what it got.
 void expectForm(const Variables &variables, std::string_view body, const Form &expected,
                 std::source_location where = std::source_location::current());

@@ -1,4 +1,4 @@
-"""serve.py, which shows the examples: what it cannot do is told in one line."""
+"""servers.examples, which serves the examples, reports in one line why it cannot."""
 
 import os
 import socket
@@ -6,23 +6,23 @@ import subprocess
 import sys
 import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 NOBODY = 65534
 FIRST_FOR_ALL = "/proc/sys/net/ipv4/ip_unprivileged_port_start"
 
-# As an ordinary user, who may not be able to read this folder.
+# As an ordinary user, who may not be able to read the source.
 SERVE = """
-import os, sys, serve
+import os, sys
+from servers import examples
 if os.getuid() == 0:
     os.setuid(int(sys.argv[1]))
-serve.main("lighttpd", "/", sys.argv[2])
+examples.serve("lighttpd", "/", int(sys.argv[2]))
 """
 
 
 def served(port):
     return subprocess.run(
         [sys.executable, "-c", SERVE, str(NOBODY), str(port)],
-        cwd=HERE, capture_output=True, check=False, text=True, timeout=60,
+        capture_output=True, check=False, text=True, timeout=60,
     )  # fmt: skip
 
 

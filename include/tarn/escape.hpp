@@ -1,0 +1,157 @@
+/* Escaping. */
+#ifndef TARN_ESCAPE_HPP
+#define TARN_ESCAPE_HPP
+
+#include <cstddef>
+#include <cstdio>
+#include <string_view>
+
+#include "characters.hpp"
+#include "text.hpp"
+
+namespace tarn {
+
+namespace detail {
+
+// Writes a text, with what `replacement` gives for a character in its place, if anything. It is
+// asked with an empty character for a byte that is no UTF-8.
+template <class Replacement>
+void put_replaced(Buffer &out, std::string_view text, Replacement replacement) noexcept {
+  const char *const end = text.data() + text.size();
+  const char *copied = text.data();
+  for (const char *at = copied; at < end;) {
+    const std::size_t size = character_size({at, static_cast<std::size_t>(end - at)});
+    const std::string_view instead = replacement(std::string_view(at, size));
+    const char *const next = at + (size > 0 ? size : 1);
+    if (!instead.empty()) {
+      out << std::string_view(copied, static_cast<std::size_t>(at - copied)) << instead;
+      copied = next;
+    }
+    at = next;
+  }
+  out << std::string_view(copied, static_cast<std::size_t>(end - copied));
+}
+
+// A page has no control characters but tabs and line ends.
+inline std::string_view html_replacement(std::string_view character) noexcept {
+  constexpr std::string_view kUnknown = "\xEF\xBF\xBD";
+  if (character.empty()) return kUnknown;
+  switch (character[0]) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '"':
+      return "&quot;";
+    case '\'':
+      return "&#39;";
+    case '\r':
+      return "&#13;";  // a browser reads a bare one as a line feed
+    case '\t':
+    case '\n':
+      return {};
+    default:
+      return is_control(character) ? kUnknown : std::string_view();
+  }
+}
+
+inline void put_html(Buffer &out, std::string_view text) noexcept {
+  put_replaced(out, text, html_replacement);
+}
+
+inline void put_attribute(Buffer &out, std::string_view text) noexcept {
+  put_replaced(out, text, [](std::string_view character) noexcept -> std::string_view {
+    if (character == "\t") return "&#9;";
+    if (character == "\n") return "&#10;";
+    if (character == " ") return "&#32;";
+    if (character == "=") return "&#61;";
+    if (character == "`") return "&#96;";
+    return html_replacement(character);
+  });
+}
+
+inline void put_encoded(Buffer &out, std::string_view text, std::string_view marks) noexcept {
+  for (const char c : text) {
+    const bool plain = is_alphanumeric(c) || is_among(c, marks);
+    char piece[4];
+    std::snprintf(piece, sizeof piece, plain ? "%c" : "%%%02X", static_cast<unsigned char>(c));
+    out << piece;
+  }
+}
+
+inline void put_url(Buffer &out, std::string_view text) noexcept { put_encoded(out, text, "-._~"); }
+
+inline void put_path(Buffer &out, std::string_view text) noexcept {
+  put_encoded(out, text, "-._~/");
+}
+
+inline void put_json(Buffer &out, std::string_view text) noexcept {
+  char escape[] = "\\u0000";
+  out << "\"";
+  put_replaced(out, text, [&escape](std::string_view character) noexcept -> std::string_view {
+    if (character.empty()) return "\\ufffd";
+    // Older scripts end a line here.
+    if (character == "\xE2\x80\xA8") return "\\u2028";
+    if (character == "\xE2\x80\xA9") return "\\u2029";
+    if (!is_control(character) && !is_among(character[0], "\"\\<>&'")) return {};
+    const auto number = static_cast<unsigned char>(character.back());
+    std::snprintf(escape, sizeof escape, "\\u%04x", number);
+    return escape;
+  });
+  out << "\"";
+}
+
+using Put = void (*)(Buffer &, std::string_view) noexcept;
+
+template <Put kPut>
+Text escaped(std::string_view text) noexcept {
+  Buffer out;
+  kPut(out, text);
+  return out.take();
+}
+
+}  // namespace detail
+
+/** Escapes a text for HTML that you write yourself: for a place between tags, or for an attribute's
+ *  value in quotation marks of either kind. What is no UTF-8, and control characters other than
+ *  tabs and line ends, become U+FFFD.
+ */
+[[nodiscard]] inline Text escape_html(std::string_view text) noexcept {
+  return detail::escaped<detail::put_html>(text);
+}
+
+/** Escapes a text for an attribute's value, so that it holds without quotation marks too, when it
+ *  is not empty. Otherwise as escape_html(). */
+[[nodiscard]] inline Text escape_attribute(std::string_view text) noexcept {
+  return detail::escaped<detail::put_attribute>(text);
+}
+
+/** Escapes a text for one part of a URL, such as a value of the query: every byte other than
+ *  letters, digits, "-", ".", "_" and "~" as a "%" with two digits. unescapeString() undoes it. */
+[[nodiscard]] inline Text escape_url(std::string_view text) noexcept {
+  return detail::escaped<detail::put_url>(text);
+}
+
+/** Escapes a text for the path of a URL: as escape_url(), but for "/", which stays.
+ *
+ *  @code
+ *  const tarn::Text here = tarn::escape_path(request.environment().script_name());
+ *  return response.redirect(here.view()).send() ? 0 : 1;
+ *  @endcode
+ */
+[[nodiscard]] inline Text escape_path(std::string_view text) noexcept {
+  return detail::escaped<detail::put_path>(text);
+}
+
+/** Makes a string of JSON and JavaScript of a text, quotation marks included. It can stand within
+ *  a script element and in an attribute's value: no character in it means anything to HTML. What is
+ *  no UTF-8 becomes U+FFFD. */
+[[nodiscard]] inline Text escape_json(std::string_view text) noexcept {
+  return detail::escaped<detail::put_json>(text);
+}
+
+}  // namespace tarn
+
+#endif  // TARN_ESCAPE_HPP

@@ -1,0 +1,152 @@
+/* Form fields. */
+#ifndef TARN_FORM_HPP
+#define TARN_FORM_HPP
+
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "view.hpp"
+
+namespace tarn {
+
+namespace detail {
+
+inline bool is_blank(char c) noexcept { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+inline std::optional<std::int64_t> integer_of(std::string_view text, std::int64_t least,
+                                              std::int64_t most) noexcept {
+  const char *from = text.data();
+  const char *end = from + text.size();
+  while (from != end && is_blank(*from)) ++from;
+  while (from != end && is_blank(end[-1])) --end;
+  // A plus sign stands for itself; from_chars() knows the other one.
+  if (end - from > 1 && from[0] == '+' && from[1] != '-') ++from;
+  std::int64_t number = 0;
+  const std::from_chars_result read = std::from_chars(from, end, number);
+  if (read.ec != std::errc() || read.ptr != end || number < least || number > most) {
+    return std::nullopt;
+  }
+  return number;
+}
+
+}  // namespace detail
+
+/** Reads one field of a form. */
+class Entry : public detail::Lent<TARN_FORM_ENTRY_MAGIC> {
+ public:
+  using Lent::Lent;
+
+  /** The field's name.
+   *
+   *  @return a view, good as long as the request; nothing for a field without a name
+   */
+  std::optional<std::string_view> name() const noexcept { return text_in(TARN_ENTRY_NAME); }
+
+  /** The value, up to its first zero byte.
+   *
+   *  @return a view, good as long as the request
+   */
+  std::string_view value() const noexcept {
+    return text_in(TARN_ENTRY_VALUE).value_or(std::string_view());
+  }
+
+  /** Reads the value as a whole number.
+   *
+   *  @param least,most  the numbers that are expected
+   *  @return the number when the value is decimal digits, with a sign in front or not, with white
+   *          space around them or not, and nothing else, and the number is no less than `least` and
+   *          no more than `most`; else nothing
+   */
+  std::optional<std::int64_t> integer(std::int64_t least = INT64_MIN,
+                                      std::int64_t most = INT64_MAX) const noexcept {
+    return detail::integer_of(value(), least, most);
+  }
+
+  /** Reads the value as FormEntry_getIntegerValue() does: up to the first byte that is no digit.
+   *
+   *  @return the number, stopped at the limits of 32 bits; 0 when there is none
+   */
+  std::int32_t number() const noexcept { return detail::ask<FormEntry_getIntegerValue>(handle_); }
+
+  /** Reads the value as FormEntry_getDoubleValue() does.
+   *
+   *  @return the number; 0.0 when there is none
+   */
+  double real() const noexcept { return detail::ask<FormEntry_getDoubleValue>(handle_); }
+
+  /** Tells whether the field has this name, in any case. */
+  bool is_named(const char *name) const noexcept {
+    return detail::ask<FormEntry_compareName>(handle_, name) == 0;
+  }
+};
+
+/** The fields of a form, in order: a random-access range of Entry. */
+using Entries = detail::Range<Entry, TARN_FORM_ENTRY_LIST_MAGIC, FormEntryList_getCount,
+                              FormEntryList_getByIndex>;
+
+/** The values of all fields with one name, in order: a forward range of std::string_view, which
+ *  looks for the next one when it is asked for. */
+class Values {
+ public:
+  class Iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = std::string_view;
+    using difference_type = std::ptrdiff_t;
+    using pointer = detail::Arrow<std::string_view>;
+    using reference = std::string_view;
+
+    Iterator() noexcept = default;
+    Iterator(Entries::Iterator at, Entries::Iterator end, const char *name) noexcept
+        : at_(at), end_(end), name_(name) {
+      pass();
+    }
+
+    std::string_view operator*() const noexcept { return at_->value(); }
+    pointer operator->() const noexcept { return {**this}; }
+    Iterator &operator++() noexcept {
+      ++at_;
+      pass();
+      return *this;
+    }
+    Iterator operator++(int) noexcept {
+      const Iterator before = *this;
+      ++*this;
+      return before;
+    }
+
+    friend bool operator==(Iterator a, Iterator b) noexcept { return a.at_ == b.at_; }
+    friend bool operator!=(Iterator a, Iterator b) noexcept { return a.at_ != b.at_; }
+
+   private:
+    void pass() noexcept {
+      while (at_ != end_ && !at_->is_named(name_)) ++at_;
+    }
+
+    Entries::Iterator at_;
+    Entries::Iterator end_;
+    const char *name_ = nullptr;
+  };
+
+  using value_type = std::string_view;
+  using iterator = Iterator;
+  using const_iterator = Iterator;
+
+  /** What Request::all() gives. `name` has to live as long as the range. */
+  Values(Entries entries, const char *name) noexcept : entries_(entries), name_(name) {}
+
+  bool empty() const noexcept { return begin() == end(); }
+  Iterator begin() const noexcept { return {entries_.begin(), entries_.end(), name_}; }
+  Iterator end() const noexcept { return {entries_.end(), entries_.end(), name_}; }
+
+ private:
+  Entries entries_;
+  const char *name_;
+};
+
+}  // namespace tarn
+
+#endif  // TARN_FORM_HPP

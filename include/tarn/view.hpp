@@ -1,0 +1,155 @@
+/* Views. */
+#ifndef TARN_VIEW_HPP
+#define TARN_VIEW_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "../tarn.h"
+#include "adopt.hpp"
+
+namespace tarn {
+
+namespace detail {
+
+inline std::optional<std::string_view> maybe(const char *text) noexcept {
+  if (text == nullptr) return std::nullopt;
+  return std::string_view(text);
+}
+
+// Asks an object that is not to be changed. The C interface takes the address of a handle for that
+// too.
+template <auto kFunction, class... Arguments>
+auto ask(TarnHandle object, Arguments... arguments) noexcept {
+  return kFunction(&object, arguments...);
+}
+
+// What a byte buffer holds.
+inline std::string_view bytes_of(TarnHandle buffer) noexcept {
+  const std::uintptr_t bytes = CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC);
+  return {reinterpret_cast<const char *>(bytes),
+          CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC)};
+}
+
+// What all views of nodes share.
+template <std::uint32_t kMagic>
+class Lent {
+ public:
+  /** The type tag of the object. */
+  static constexpr std::uint32_t magic = kMagic;
+
+  /** Views the object behind a handle; 0 is none. */
+  explicit Lent(TarnHandle handle) noexcept : handle_(handle) {}
+
+  /** Tells whether the view has an object. */
+  explicit operator bool() const noexcept { return handle_ != 0; }
+
+  /** The address to pass to functions of tarn.h that read; never delete through it. */
+  TarnHandle *handle() &noexcept { return &handle_; }
+
+ protected:
+  std::optional<std::string_view> text_in(std::uint32_t slot) const noexcept {
+    return maybe(ask<CGIgs_getString>(handle_, slot, kMagic));
+  }
+  std::uint32_t number_in(std::uint32_t slot) const noexcept {
+    return ask<CGIgs_getInt>(handle_, slot, kMagic);
+  }
+  TarnHandle child_in(std::uint32_t slot) const noexcept {
+    return ask<CGIgs_getStruct>(handle_, slot, kMagic);
+  }
+
+  TarnHandle handle_;
+};
+
+// What an iterator's -> goes through, since the item is made on the spot.
+template <class Item>
+struct Arrow {
+  Item item;
+  const Item *operator->() const noexcept { return &item; }
+};
+
+// What a list lends: an Item for each of its elements, made when it is asked for.
+template <class Item, std::uint32_t kMagic, auto kCount, auto kAt>
+class Range {
+ public:
+  /** The type tag of the list. */
+  static constexpr std::uint32_t magic = kMagic;
+
+  class Iterator {
+   public:
+    using iterator_category = std::random_access_iterator_tag;
+    using value_type = Item;
+    using difference_type = std::ptrdiff_t;
+    using pointer = Arrow<Item>;
+    using reference = Item;
+
+    Iterator() noexcept = default;
+    Iterator(TarnHandle list, difference_type index) noexcept : list_(list), index_(index) {}
+
+    Item operator*() const noexcept {
+      return Item(ask<kAt>(list_, static_cast<std::uint32_t>(index_)));
+    }
+    pointer operator->() const noexcept { return {**this}; }
+    Item operator[](difference_type n) const noexcept { return *(*this + n); }
+
+    Iterator &operator+=(difference_type n) noexcept {
+      index_ += n;
+      return *this;
+    }
+    Iterator &operator-=(difference_type n) noexcept { return *this += -n; }
+    Iterator &operator++() noexcept { return *this += 1; }
+    Iterator &operator--() noexcept { return *this += -1; }
+    Iterator operator++(int) noexcept { return std::exchange(*this, *this + 1); }
+    Iterator operator--(int) noexcept { return std::exchange(*this, *this - 1); }
+
+    friend Iterator operator+(Iterator i, difference_type n) noexcept { return i += n; }
+    friend Iterator operator+(difference_type n, Iterator i) noexcept { return i += n; }
+    friend Iterator operator-(Iterator i, difference_type n) noexcept { return i -= n; }
+    friend difference_type operator-(Iterator a, Iterator b) noexcept {
+      return a.index_ - b.index_;
+    }
+    friend bool operator==(Iterator a, Iterator b) noexcept { return a.index_ == b.index_; }
+    friend bool operator!=(Iterator a, Iterator b) noexcept { return a.index_ != b.index_; }
+    friend bool operator<(Iterator a, Iterator b) noexcept { return a.index_ < b.index_; }
+    friend bool operator>(Iterator a, Iterator b) noexcept { return a.index_ > b.index_; }
+    friend bool operator<=(Iterator a, Iterator b) noexcept { return a.index_ <= b.index_; }
+    friend bool operator>=(Iterator a, Iterator b) noexcept { return a.index_ >= b.index_; }
+
+   private:
+    TarnHandle list_ = 0;
+    difference_type index_ = 0;
+  };
+
+  using value_type = Item;
+  using iterator = Iterator;
+  using const_iterator = Iterator;
+  using size_type = std::size_t;
+  using difference_type = std::ptrdiff_t;
+
+  /** Views the list behind a handle; 0 is an empty one. */
+  explicit Range(TarnHandle list) noexcept : list_(list) {}
+
+  /** Counts the elements. */
+  std::size_t size() const noexcept { return static_cast<std::size_t>(ask<kCount>(list_)); }
+  bool empty() const noexcept { return size() == 0; }
+
+  Iterator begin() const noexcept { return {list_, 0}; }
+  Iterator end() const noexcept { return {list_, static_cast<std::ptrdiff_t>(size())}; }
+
+  /** The element at an index, counted from 0. @return an Item that has no object beyond the end */
+  Item operator[](std::size_t index) const noexcept {
+    return begin()[static_cast<std::ptrdiff_t>(index)];
+  }
+
+ private:
+  TarnHandle list_;
+};
+
+}  // namespace detail
+
+}  // namespace tarn
+
+#endif  // TARN_VIEW_HPP

@@ -1,0 +1,23 @@
+#ifndef TARN_REQUEST_FORM_LISTS_H
+#define TARN_REQUEST_FORM_LISTS_H
+
+#include "request/form_entry.h"
+
+namespace tarn::internal {
+
+// Where both parsers put the fields of a form. A field is dropped if its list is missing or memory
+// runs out; the request is then marked as incomplete. Each may be null.
+struct FormLists {
+  Node *request;
+  Node *entries;
+  Node *files;
+};
+
+// Appends an entry. If there is no entry (null) or no memory for it, marks the request.
+inline void appendEntry(const FormLists &lists, Node *entry) {
+  if (FormEntries::adopt(lists.entries, entry) != TARN_OK) markIncomplete(lists.request);
+}
+
+}  // namespace tarn::internal
+
+#endif
