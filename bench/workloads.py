@@ -4,7 +4,6 @@ import os
 import re
 import statistics
 import subprocess
-import sys
 import urllib.request
 
 import bodies
@@ -12,9 +11,7 @@ import measure
 import report
 from bodies import MIB
 from report import Report, Target
-
-sys.path.append(os.path.join(measure.ROOT, "tests/e2e"))
-import server  # pylint: disable=wrong-import-position
+from servers import Lighttpd
 
 FLOORS = ["floor", "floor-static", "stub", "c++"]
 SCRIPTS = ["tarn", "tarn-archive", "tarn-static"]
@@ -383,7 +380,7 @@ def w10(options):
     programs = [*expected, "libtarn_here.so"]
     rounds, count = options.rounds(20, 3), 200 if options.quick else 1000
     rates = {name: [] for name in expected}
-    with server.Server({name: os.path.join(measure.PROGRAMS, name) for name in programs}) as web:
+    with Lighttpd({name: os.path.join(measure.PROGRAMS, name) for name in programs}) as web:
         addresses = {n: f"{web.address()}/{n}?{bodies.FORM}" for n in expected}
         for name, address in addresses.items():
             check_answer(address, expected[name])

@@ -301,7 +301,7 @@ ITEM = re.compile(
   | (?P<define>^\#define\ (?P<name>TARN_\w+)[ ]+(?P<value>\d+)u(?:[ ]+/\*\ (?P<text>.*?)\ \*/)?$)
   | (?P<directive>^\#[^\n]*)
   | (?P<enumeration>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
-  | (?P<declaration>^(?:TARN_API|typedef)\b[^;]*;)
+  | (?P<declaration>^(?:TARN_API|typedef)\b[^;]*;) (?:\ /\*\ since\ TARN_[\d.]+\ \*/)?
   | extern\ "C"\ \{ | ^\}$
 """,
     re.VERBOSE | re.DOTALL | re.MULTILINE,
@@ -356,7 +356,7 @@ def parse(text: str) -> Reference:
             declaration = one_line(item[0]).removesuffix(";")
             reference.types.append(Type(declaration.split()[-1], declaration, comment))
         elif item["declaration"]:
-            member = parse_declaration(item[0], comment or Comment())
+            member = parse_declaration(item["declaration"], comment or Comment())
             family = reference.families[-1]
             try:
                 if isinstance(member, Function):

@@ -1251,7 +1251,7 @@ TARN_API void Tarn_restore(TarnHandle *handle, FILE *stream);
  *          CONTENT_LENGTH or was too long to read, and when `handle` holds no request or one
  *          without an environment
  */
-TARN_API uint32_t Tarn_isComplete(TarnHandle *handle);
+TARN_API uint32_t Tarn_isComplete(TarnHandle *handle); /* since TARN_1.1 */
 
 /** Tells whether a checkbox was ticked: its field came with the value "on", in any case.
  *

@@ -101,7 +101,7 @@ int bcmp(const void *left, const void *right, size_t count) noexcept {
 
 namespace {
 
-TEST(AScriptsOwnFunctionOfALibraryName, IsNotCalledByTheLibrary) {
+TEST(ScriptFunctionNamedLikeALibraryFunction, IsNotCalledByTheLibrary) {
   const std::string body =
       "--XYZ\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\non\r\n"
       "--XYZ\r\nContent-Disposition: form-data; name=\"f\"; filename=\"f+1\"\r\n"
@@ -133,7 +133,7 @@ TEST(AScriptsOwnFunctionOfALibraryName, IsNotCalledByTheLibrary) {
 
 // Of each place that has the last byte of what is looked for, the bytes before are compared. Once
 // that has cost as much as the way so far, the C library's memmem() goes on, which never backs up.
-TEST(ASearch, ComparesNoMoreBytesThanItHasPassed) {
+TEST(ByteSearch, ComparesNoMoreBytesThanItHasScanned) {
 #ifdef __s390x__
   GTEST_SKIP() << "memcmp() is an instruction here, and no call";
 #endif

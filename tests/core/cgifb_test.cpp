@@ -65,7 +65,7 @@ TEST(ByteBuffer, KeepsMegabytes) {
   EXPECT_EQ('\0', dataOf(buffer)[data.size()]);
 }
 
-TEST(ByteBuffer, NullDataOrNoLengthIsRefusedAndTheContentsAreKept) {
+TEST(ByteBuffer, RefusesNullDataOrLengthZeroAndKeepsItsContents) {
   Node buffer(kMagic);
   CGIfb_setData(buffer, "abc", 3);
   CGIgs_setString(buffer, 0, "label", kMagic);
@@ -78,7 +78,7 @@ TEST(ByteBuffer, NullDataOrNoLengthIsRefusedAndTheContentsAreKept) {
   EXPECT_STREQ("label", CGIgs_getString(buffer, 0, kMagic));
 }
 
-TEST(ByteBuffer, AnythingElseIsTheWrongTypeAndUnchangedWhateverTheData) {
+TEST(ByteBuffer, SetDataOnAnotherTypeReturnsWrongTypeAndChangesNothing) {
   Node node(4711);
   CGIgs_setFixed(node, 5, 4711);
   CGIgs_setInt(node, 0, 6, 4711);
@@ -94,7 +94,7 @@ TEST(ByteBuffer, AnythingElseIsTheWrongTypeAndUnchangedWhateverTheData) {
   EXPECT_EQ(1u, TARNGenericList_getCount(list));
 }
 
-TEST(ByteBuffer, FillingClearsTheNodeFirst) {
+TEST(ByteBuffer, SetDataClearsTheNodeFirst) {
   Node buffer(kMagic);
   Node child(4711);
   CGIgs_setStruct(buffer, 1, child, kMagic, 4711);
@@ -110,7 +110,7 @@ TEST(ByteBuffer, FillingClearsTheNodeFirst) {
   EXPECT_STREQ("kept", CGIgs_getString(buffer, 2, kMagic));
 }
 
-TEST(ByteBuffer, FillingAgainDropsTheOldBytesWhichStayReadable) {
+TEST(ByteBuffer, OldBytesStayReadableAfterTheyAreReplaced) {
   Node buffer(kMagic);
   CGIfb_setData(buffer, "abc", 3);
   const char *former = dataOf(buffer);
@@ -130,7 +130,7 @@ TEST(ByteBuffer, CanBeFilledFromItsOwnBytesOrText) {
   EXPECT_EQ("label", bytesOf(buffer));
 }
 
-TEST(ByteBuffer, TheBytesOutliveClearAndDelete) {
+TEST(ByteBuffer, BytesStayReadableAfterClearAndDelete) {
   Node buffer(kMagic);
   CGIfb_setData(buffer, "abc", 3);
   const char *first = dataOf(buffer);
@@ -144,7 +144,7 @@ TEST(ByteBuffer, TheBytesOutliveClearAndDelete) {
   EXPECT_STREQ("def", second);
 }
 
-TEST(ByteBuffer, ACloneSharesTheBytes) {
+TEST(ByteBuffer, CloneSharesTheBytes) {
   Node buffer(kMagic);
   CGIfb_setData(buffer, "a\0c", 3);
   Node copy;
@@ -154,7 +154,7 @@ TEST(ByteBuffer, ACloneSharesTheBytes) {
   EXPECT_EQ(std::string("a\0c", 3), bytesOf(copy));
 }
 
-TEST(ByteBufferWithoutMemory, SetDataReportsItAndTheContentsAreGone) {
+TEST(ByteBufferWithoutMemory, SetDataReportsItAndLosesTheContents) {
   Node buffer(kMagic);
   CGIfb_setData(buffer, "abc", 3);
   const std::string data(5000, 'x');
@@ -165,7 +165,7 @@ TEST(ByteBufferWithoutMemory, SetDataReportsItAndTheContentsAreGone) {
   EXPECT_EQ(0u, CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH, kMagic));
 }
 
-TEST(ByteBufferWithoutMemory, SetDataOfAllThatALengthCanSayReportsIt) {
+TEST(ByteBufferWithoutMemory, SetDataOfTheLargestLengthReportsIt) {
   // Address space that the length covers and no memory stands behind.
   void *const data =
       mmap(nullptr, UINT32_MAX, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);

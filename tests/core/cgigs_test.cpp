@@ -153,14 +153,14 @@ TEST(CoreConstants, MagicsKeepTheirNumbers) {
   EXPECT_EQ(0x595E, TARN_BYTE_BUFFER_MAGIC);
 }
 
-TEST(CoreConstants, EmptyStringIsAnEmptyText) {
+TEST(CoreConstants, EmptyStringIsEmpty) {
   ASSERT_NE(nullptr, CGIgs_empty_string);
   EXPECT_STREQ("", CGIgs_empty_string);
 }
 
 // ---- Creating -----------------------------------------------------------------------------------
 
-TEST(NodeNew, FillsTheHandleWithANodeThatHoldsNothing) {
+TEST(NodeNew, CreatesAnEmptyNode) {
   TarnHandle handle = 0;
   EXPECT_EQ(TARN_OK, CGIgs_new(&handle, kMagic));
   ASSERT_NE(0u, handle);
@@ -168,7 +168,7 @@ TEST(NodeNew, FillsTheHandleWithANodeThatHoldsNothing) {
   EXPECT_EQ(TARN_OK, CGIgs_delete(&handle, kMagic));
 }
 
-TEST(NodeNew, TakesAnyMagicButZero) {
+TEST(NodeNew, AcceptsAnyMagicExceptZero) {
   for (const uint32_t magic : {1u, 0x7fffffffu, 0x80000000u, kHuge}) {
     Node node(magic);
     EXPECT_NE(0u, node.value());
@@ -217,7 +217,7 @@ void expectFilled(TarnHandle *node, uint32_t magic) {
   EXPECT_EQ(0.5, CGIgs_getDouble(node, 0, magic));
 }
 
-TEST(NodeUnderARecordsTag, WorksAsAnyNode) {
+TEST(NodeTaggedAsListOrString, WorksLikeAnyNode) {
   for (const uint32_t magic : kRecords) {
     SCOPED_TRACE(magic);
     TarnHandle node = 0;
@@ -240,7 +240,7 @@ TEST(NodeUnderARecordsTag, WorksAsAnyNode) {
   }
 }
 
-TEST(NodeUnderARecordsTag, IsCopiedAsAChildWithItsChildren) {
+TEST(NodeTaggedAsListOrString, IsCopiedAsAChildWithItsChildren) {
   for (const uint32_t magic : kRecords) {
     SCOPED_TRACE(magic);
     Node parent(kMagic);
@@ -258,7 +258,7 @@ TEST(NodeUnderARecordsTag, IsCopiedAsAChildWithItsChildren) {
   }
 }
 
-TEST(NodeUnderARecordsTag, KeepsItsSlotsWhateverTheRecordsOperationsDo) {
+TEST(NodeTaggedAsListOrString, KeepsItsSlotsThroughListAndStringOperations) {
   TarnHandle list = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&list, TARN_GENERIC_LIST_MAGIC));
   fillNode(&list, TARN_GENERIC_LIST_MAGIC);
@@ -284,7 +284,7 @@ TEST(NodeUnderARecordsTag, KeepsItsSlotsWhateverTheRecordsOperationsDo) {
   EXPECT_EQ(0u, string);
 }
 
-TEST(NodeUnderARecordsTag, GoesWithItsSlotsByTheRecordsDelete) {
+TEST(NodeTaggedAsListOrString, IsReleasedWithItsSlotsByListAndStringDelete) {
   for (const uint32_t magic : kRecords) {
     TarnHandle handle = 0;
     ASSERT_EQ(TARN_OK, CGIgs_new(&handle, magic));
@@ -300,7 +300,7 @@ TEST(NodeUnderARecordsTag, GoesWithItsSlotsByTheRecordsDelete) {
 
 // A list slot takes it as a list. However deep the nodes stand in one another's lists, releasing
 // them takes no stack.
-TEST(NodeUnderARecordsTag, IsReleasedFromAListSlotAtAnyDepth) {
+TEST(NodeTaggedAsListOrString, IsReleasedFromAListSlotAtAnyDepth) {
   TarnHandle top = 0;
   for (int depth = 0; depth < 200000; ++depth) {
     TarnHandle outer = 0;
@@ -311,7 +311,7 @@ TEST(NodeUnderARecordsTag, IsReleasedFromAListSlotAtAnyDepth) {
   EXPECT_EQ(TARN_OK, CGIgs_delete(&top, 0));
 }
 
-TEST(NodeUnderARecordsTag, IsNoRecordOfTheOtherKind) {
+TEST(NodeTaggedAsListOrString, IsRefusedUnderTheOtherTag) {
   Node list(TARN_GENERIC_LIST_MAGIC);
   Node string(TARN_STRING_MAGIC);
   EXPECT_EQ(TARN_WRONG_TYPE, CGIgs_setInt(list, 0, 1, TARN_STRING_MAGIC));
@@ -322,7 +322,7 @@ TEST(NodeUnderARecordsTag, IsNoRecordOfTheOtherKind) {
 
 TEST(NodeNew, RefusesANullAddress) { EXPECT_EQ(TARN_BAD_ARGUMENT, CGIgs_new(nullptr, kMagic)); }
 
-TEST(NodeNew, RefusesAHandleInUseAndLeavesItAlone) {
+TEST(NodeNew, RefusesAHandleInUseAndLeavesItUnchanged) {
   Node node(kMagic);
   const TarnHandle before = node.value();
   EXPECT_EQ(TARN_BAD_ARGUMENT, CGIgs_new(node, kMagic));
@@ -331,7 +331,7 @@ TEST(NodeNew, RefusesAHandleInUseAndLeavesItAlone) {
   EXPECT_EQ(kMagic, CGIgs_getMagic(node));
 }
 
-TEST(NodeNew, RefusesMagicZeroAndLeavesTheHandleAlone) {
+TEST(NodeNew, RefusesMagicZeroAndLeavesTheHandleUnchanged) {
   TarnHandle handle = 0;
   EXPECT_EQ(TARN_BAD_ARGUMENT, CGIgs_new(&handle, 0));
   EXPECT_EQ(0u, handle);
@@ -339,14 +339,14 @@ TEST(NodeNew, RefusesMagicZeroAndLeavesTheHandleAlone) {
 
 // ---- The type test ------------------------------------------------------------------------------
 
-TEST(NodeType, IsAComparesTheMagicAndZeroMeansAnyNode) {
+TEST(NodeType, IsAComparesTheMagicAndZeroMatchesAnyNode) {
   Node node(kMagic);
   EXPECT_EQ(1u, CGIgs_IsA(node, kMagic));
   EXPECT_EQ(1u, CGIgs_IsA(node, 0));
   EXPECT_EQ(0u, CGIgs_IsA(node, kOther));
 }
 
-TEST(NodeType, IsAAndGetMagicAnswerZeroForNoNode) {
+TEST(NodeType, IsAAndGetMagicReturnZeroWithoutANode) {
   TarnHandle empty = 0;
   for (TarnHandle *handle : {static_cast<TarnHandle *>(nullptr), &empty}) {
     EXPECT_EQ(0u, CGIgs_IsA(handle, 0));
@@ -363,7 +363,7 @@ TEST(NodeType, IsAAndGetMagicReadTheTagOfAGenericList) {
   EXPECT_EQ(9565u, CGIgs_getMagic(list));
 }
 
-TEST(NodeType, EveryOperationAnswersWrongTypeForNoNode) {
+TEST(NodeType, EveryOperationReturnsWrongTypeWithoutANode) {
   TarnHandle empty = 0;
   for (const auto &[name, operation] : everyOperation()) {
     SCOPED_TRACE(name);
@@ -379,7 +379,7 @@ TEST(NodeType, EveryOperationAnswersWrongTypeForNoNode) {
   }
 }
 
-TEST(NodeType, EveryOperationAnswersWrongTypeForAnotherMagicAndChangesNothing) {
+TEST(NodeType, EveryOperationReturnsWrongTypeForAnotherMagicAndChangesNothing) {
   Node node(kMagic);
   fill(node);
   const Contents before = contentsOf(node);
@@ -392,7 +392,7 @@ TEST(NodeType, EveryOperationAnswersWrongTypeForAnotherMagicAndChangesNothing) {
   EXPECT_EQ(0u, CGIgs_getFixed(node, kOther));
 }
 
-TEST(NodeType, IsTestedBeforeTheIndex) {
+TEST(NodeType, IsCheckedBeforeTheIndex) {
   Node node(kMagic);
   for (const auto &[name, setter] : kIndexedSetters) {
     SCOPED_TRACE(name);
@@ -401,7 +401,7 @@ TEST(NodeType, IsTestedBeforeTheIndex) {
   }
 }
 
-TEST(NodeType, EveryOperationTakesAnyNodeWithMagicZeroButClone) {
+TEST(NodeType, EveryOperationExceptCloneAcceptsAnyNodeWithMagicZero) {
   for (const auto &[name, operation] : everyOperation()) {
     SCOPED_TRACE(name);
     Node node(kMagic);
@@ -409,7 +409,7 @@ TEST(NodeType, EveryOperationTakesAnyNodeWithMagicZeroButClone) {
   }
 }
 
-TEST(NodeType, EveryOperationButIsAAndGetMagicRefusesAGenericList) {
+TEST(NodeType, EveryOperationExceptIsAAndGetMagicRefusesAGenericList) {
   List list{11, 12};
   for (const uint32_t magic : {0u, static_cast<uint32_t>(TARN_GENERIC_LIST_MAGIC), kMagic}) {
     SCOPED_TRACE(magic);
@@ -425,7 +425,7 @@ TEST(NodeType, EveryOperationButIsAAndGetMagicRefusesAGenericList) {
   EXPECT_EQ(12u, TARNGenericList_getByIndex(list, 1));
 }
 
-TEST(NodeType, AGenericListIsNoChild) {
+TEST(NodeType, GenericListIsRefusedAsAChild) {
   Node node(kMagic);
   List list{11};
   EXPECT_EQ(TARN_BAD_ARGUMENT, CGIgs_setStruct(node, 0, list, kMagic, TARN_GENERIC_LIST_MAGIC));
@@ -435,7 +435,7 @@ TEST(NodeType, AGenericListIsNoChild) {
 
 // ---- Indexes ------------------------------------------------------------------------------------
 
-TEST(NodeIndex, SettersTakeTheLastSlotAndRefuseTheNext) {
+TEST(NodeIndex, SettersAcceptTheLastSlotAndRefuseTheNext) {
   for (const auto &[name, refused] : kFirstRefusedIndex) {
     SCOPED_TRACE(name);
     Node node(kMagic);
@@ -447,7 +447,7 @@ TEST(NodeIndex, SettersTakeTheLastSlotAndRefuseTheNext) {
   }
 }
 
-TEST(NodeIndex, GettersReadTheLastSlotAndNothingBeyond) {
+TEST(NodeIndex, GettersReadTheLastSlotAndReturnNothingBeyondIt) {
   Node node(kMagic);
   fill(node);
   EXPECT_NE(0u, CGIgs_getList(node, 1, kMagic));
@@ -467,7 +467,7 @@ TEST(NodeIndex, GettersReadTheLastSlotAndNothingBeyond) {
 
 // ---- Strings ------------------------------------------------------------------------------------
 
-TEST(NodeString, EachOfEightSlotsKeepsACopyOfItsOwn) {
+TEST(NodeString, EachOfEightSlotsKeepsItsOwnCopy) {
   Node node(kMagic);
   for (uint32_t i = 0; i < 8; ++i) {
     char text[] = "slot ?";
@@ -481,19 +481,19 @@ TEST(NodeString, EachOfEightSlotsKeepsACopyOfItsOwn) {
   }
 }
 
-TEST(NodeString, GetterLendsTheStoredTextItself) {
+TEST(NodeString, GetterReturnsTheStoredTextNotACopy) {
   Node node(kMagic);
   CGIgs_setString(node, 3, "text", kMagic);
   EXPECT_EQ(CGIgs_getString(node, 3, kMagic), CGIgs_getString(node, 3, kMagic));
 }
 
-TEST(NodeString, AnEmptyTextIsKeptAsAText) {
+TEST(NodeString, EmptyTextIsStoredAndIsNotNull) {
   Node node(kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_setString(node, 0, "", kMagic));
   EXPECT_STREQ("", CGIgs_getString(node, 0, kMagic));
 }
 
-TEST(NodeString, SettingAgainReplacesAndNullEmptiesTheSlot) {
+TEST(NodeString, SettingAgainReplacesTheTextAndNullEmptiesTheSlot) {
   Node node(kMagic);
   CGIgs_setString(node, 5, "first", kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_setString(node, 5, "second, and longer", kMagic));
@@ -503,7 +503,7 @@ TEST(NodeString, SettingAgainReplacesAndNullEmptiesTheSlot) {
   EXPECT_EQ(TARN_OK, CGIgs_setString(node, 5, nullptr, kMagic));
 }
 
-TEST(NodeString, CanBeSetFromTheTextThatTheSlotHolds) {
+TEST(NodeString, CanBeSetToTheTextItAlreadyHolds) {
   Node node(kMagic);
   CGIgs_setString(node, 0, "name=value", kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_setString(node, 0, CGIgs_getString(node, 0, kMagic), kMagic));
@@ -512,14 +512,14 @@ TEST(NodeString, CanBeSetFromTheTextThatTheSlotHolds) {
   EXPECT_STREQ("value", CGIgs_getString(node, 0, kMagic));
 }
 
-TEST(NodeString, LongTextIsKeptWhole) {
+TEST(NodeString, LongTextIsStoredInFull) {
   Node node(kMagic);
   const std::string text(1 << 20, 'a');
   EXPECT_EQ(TARN_OK, CGIgs_setString(node, 0, text.c_str(), kMagic));
   EXPECT_EQ(text, CGIgs_getString(node, 0, kMagic));
 }
 
-TEST(NodeBytes, KeepsExactlyTheBytesGivenZeroesIncluded) {
+TEST(NodeBytes, StoresExactlyTheGivenBytesIncludingZeros) {
   Node node(kMagic);
   const char data[] = {'a', '\0', '\xff', '\0', 'b'};
   for (uint32_t i = 0; i < 8; ++i) {
@@ -529,13 +529,13 @@ TEST(NodeBytes, KeepsExactlyTheBytesGivenZeroesIncluded) {
   }
 }
 
-TEST(NodeBytes, ReadAsTextTheyEndAfterTheLastByte) {
+TEST(NodeBytes, AreFollowedByAZeroByte) {
   Node node(kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_setNString(node, 0, "abcdef", 3, kMagic));
   EXPECT_STREQ("abc", CGIgs_getString(node, 0, kMagic));
 }
 
-TEST(NodeBytes, NoBytesGiveAnEmptyTextButNullEmptiesTheSlot) {
+TEST(NodeBytes, LengthZeroStoresAnEmptyTextButNullEmptiesTheSlot) {
   Node node(kMagic);
   CGIgs_setString(node, 0, "old", kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_setNString(node, 0, "abc", 0, kMagic));
@@ -544,7 +544,7 @@ TEST(NodeBytes, NoBytesGiveAnEmptyTextButNullEmptiesTheSlot) {
   EXPECT_EQ(nullptr, CGIgs_getString(node, 0, kMagic));
 }
 
-TEST(NodeBytes, CanBeSetFromTheTextThatTheSlotHolds) {
+TEST(NodeBytes, CanBeSetToTheTextTheSlotAlreadyHolds) {
   Node node(kMagic);
   CGIgs_setString(node, 1, "name=value", kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_setNString(node, 1, CGIgs_getString(node, 1, kMagic) + 5, 3, kMagic));
@@ -568,7 +568,7 @@ TEST(NodeBytes, EachSettingLeavesABlockOfThatSizeAllocated) {
 
 // ---- Numbers ------------------------------------------------------------------------------------
 
-TEST(NodeInt, ThreeSlotsKeepAll32Bits) {
+TEST(NodeInt, ThreeSlotsStoreAll32Bits) {
   Node node(kMagic);
   const std::array<uint32_t, 3> values = {kHuge, 0x80000000u, 0};
   for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(TARN_OK, CGIgs_setInt(node, i, values[i], kMagic));
@@ -578,7 +578,7 @@ TEST(NodeInt, ThreeSlotsKeepAll32Bits) {
   EXPECT_EQ(5u, CGIgs_getInt(node, 0, kMagic));
 }
 
-TEST(NodeFixed, KeepsAPointerAndNeverFollowsOrFreesIt) {
+TEST(NodeFixed, StoresAPointerAndNeverFollowsOrFreesIt) {
   Node node(kMagic);
   char mine[] = "mine";
   EXPECT_EQ(TARN_OK, CGIgs_setFixed(node, reinterpret_cast<uintptr_t>(mine), kMagic));
@@ -622,7 +622,7 @@ TEST(NodeDouble, RoundsToNearestAndTiesToEven) {
   }
 }
 
-TEST(NodeDouble, KeepsTheSignOfZeroAndNoNumber) {
+TEST(NodeDouble, KeepsNegativeZeroAndNaN) {
   Node node(kMagic);
   CGIgs_setDouble(node, 0, -0.0, kMagic);
   EXPECT_TRUE(std::signbit(CGIgs_getDouble(node, 0, kMagic)));
@@ -632,7 +632,7 @@ TEST(NodeDouble, KeepsTheSignOfZeroAndNoNumber) {
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-TEST(NodeList, TakesTheCallersListOverAndLendsItBack) {
+TEST(NodeList, OwnsTheListItIsGivenAndReturnsThatVeryList) {
   Node node(kMagic);
   for (uint32_t i = 0; i < 2; ++i) {
     List list{5, 6};
@@ -647,7 +647,7 @@ TEST(NodeList, TakesTheCallersListOverAndLendsItBack) {
   EXPECT_EQ(3u, TARNGenericList_getCount(&lent));
 }
 
-TEST(NodeList, SettingAnotherDeletesTheListButNotItsElements) {
+TEST(NodeList, SettingAnotherDeletesTheOldListButNotItsElements) {
   Node node(kMagic);
   char element[] = "element";
   for (int i = 0; i < 2; ++i) {
@@ -659,7 +659,7 @@ TEST(NodeList, SettingAnotherDeletesTheListButNotItsElements) {
   EXPECT_STREQ("element", element);
 }
 
-TEST(NodeList, ANullOrEmptyListHandleEmptiesTheSlot) {
+TEST(NodeList, NullOrEmptyHandleEmptiesTheSlot) {
   Node node(kMagic);
   fill(node);
   TarnHandle none = 0;
@@ -669,7 +669,7 @@ TEST(NodeList, ANullOrEmptyListHandleEmptiesTheSlot) {
   EXPECT_EQ(0u, CGIgs_getList(node, 1, kMagic));
 }
 
-TEST(NodeList, TheListThatTheSlotHoldsCanBeSetAgain) {
+TEST(NodeList, CanBeSetToTheListItAlreadyHolds) {
   Node node(kMagic);
   fill(node);
   park(node, {1, 2});
@@ -681,7 +681,7 @@ TEST(NodeList, TheListThatTheSlotHoldsCanBeSetAgain) {
   }
 }
 
-TEST(NodeList, WhatIsNoListIsStoredButStaysTheCallersAndIsNotCloned) {
+TEST(NodeList, NodeGivenAsAListIsStoredButStaysOwnedByTheCallerAndIsNotCloned) {
   Node node(kMagic);
   Node mine(kOther);
   Node copy;
@@ -699,7 +699,7 @@ TEST(NodeList, WhatIsNoListIsStoredButStaysTheCallersAndIsNotCloned) {
 
 // ---- A list parked at index 2 -------------------------------------------------------------------
 
-TEST(NodeParkedList, StandsInStructZeroUnseenByGetList) {
+TEST(NodeParkedList, IsReadThroughStructZeroAndNotThroughGetList) {
   Node node(kMagic);
   List list{8, 9};
   EXPECT_EQ(TARN_OK, CGIgs_setList(node, 2, list, kMagic));
@@ -713,7 +713,7 @@ TEST(NodeParkedList, StandsInStructZeroUnseenByGetList) {
   EXPECT_EQ(0u, CGIgs_getInt(&lent, 0, 0));
 }
 
-TEST(NodeParkedList, TakesTheChildsPlaceUnderTheChildsMagicAndTheChildIsLostUnreleased) {
+TEST(NodeParkedList, ReplacesTheChildWithoutReleasingItAndKeepsItsMagic) {
   Node node(kMagic);
   fill(node);
   TarnHandle child = CGIgs_getStruct(node, 0, kMagic);
@@ -725,7 +725,7 @@ TEST(NodeParkedList, TakesTheChildsPlaceUnderTheChildsMagicAndTheChildIsLostUnre
   EXPECT_STREQ("still here", CGIgs_getString(&child, 6, kChild));
 }
 
-TEST(NodeParkedList, NullInItsPlaceLosesTheChildAndKeepsItsMagic) {
+TEST(NodeParkedList, ParkingNullLosesTheChildAndKeepsItsMagic) {
   Node node(kMagic);
   fill(node);
   EXPECT_EQ(TARN_OK, CGIgs_setList(node, 2, nullptr, kMagic));
@@ -743,7 +743,7 @@ TEST(NodeParkedList, IsDeletedWhenAnotherIsParkedOrTheSlotIsEmptied) {
   EXPECT_EQ(emptyContents(kMagic), contentsOf(node));
 }
 
-TEST(NodeParkedList, IsReleasedByClearWhateverMagicStandsThere) {
+TEST(NodeParkedList, IsReleasedByClearWhateverTheChildMagic) {
   for (const bool overChild : {false, true}) {
     Node node(kMagic);
     if (overChild) {
@@ -756,7 +756,7 @@ TEST(NodeParkedList, IsReleasedByClearWhateverMagicStandsThere) {
   }
 }
 
-TEST(NodeParkedList, IsReleasedWithTheNodeAndItsElementsAreNot) {
+TEST(NodeParkedList, IsReleasedWithTheNodeButItsElementsAreNot) {
   char element[] = "element";
   Node node(kMagic);
   park(node, {reinterpret_cast<uintptr_t>(element)});
@@ -765,7 +765,7 @@ TEST(NodeParkedList, IsReleasedWithTheNodeAndItsElementsAreNot) {
   EXPECT_STREQ("element", element);
 }
 
-TEST(NodeParkedList, GivesWayToAChild) {
+TEST(NodeParkedList, IsReplacedWhenAChildIsSet) {
   Node node(kMagic);
   park(node, {1});
   Node child(kChild);
@@ -775,7 +775,7 @@ TEST(NodeParkedList, GivesWayToAChild) {
   EXPECT_EQ(33u, CGIgs_getInt(&stored, 1, kChild));
 }
 
-TEST(NodeParkedList, IsLeftOutOfACloneWhichKeepsTheChildMagic) {
+TEST(NodeParkedList, IsNotClonedButTheChildMagicIs) {
   Node node(kMagic);
   fill(node);
   park(node, {1});
@@ -788,7 +788,7 @@ TEST(NodeParkedList, IsLeftOutOfACloneWhichKeepsTheChildMagic) {
   EXPECT_EQ(1u, TARNGenericList_getCount(&lent));
 }
 
-TEST(NodeParkedList, IsReleasedInsideAChildToo) {
+TEST(NodeParkedList, IsReleasedInsideAChild) {
   Node child(kChild);
   park(child, {1});
   Node node(kMagic);
@@ -799,7 +799,7 @@ TEST(NodeParkedList, IsReleasedInsideAChildToo) {
   EXPECT_EQ(TARN_OK, CGIgs_delete(node, kMagic));
 }
 
-TEST(NodeParkedNode, UnderTagZeroIsLeftOutOfAClone) {
+TEST(NodeParkedNode, WithChildMagicZeroIsNotCloned) {
   Node node(kMagic);
   Node parked(kChild);
   EXPECT_EQ(TARN_OK, CGIgs_setString(parked, 0, "parked", kChild));
@@ -847,7 +847,7 @@ TEST(NodeChild, SettingAnotherReplacesItAndItsMagic) {
   EXPECT_EQ(kOther, CGIgs_getChildMagic(node, 1, kMagic));
 }
 
-TEST(NodeChild, OfAnotherTypeIsRefusedAfterTheNodesOwnTypeTest) {
+TEST(NodeChild, OfAnotherTypeIsRefusedAfterTheNodesOwnTypeCheck) {
   Node node(kMagic);
   fill(node);
   const Contents before = contentsOf(node);
@@ -883,7 +883,7 @@ TEST(NodeChild, ListsInsideAreCopiedAndShareTheirElements) {
   EXPECT_EQ(0x1000u, TARNGenericList_getByIndex(&copied, 0));
 }
 
-TEST(NodeChild, ANodeCanBecomeItsOwnChildAsACopyOfWhatItWas) {
+TEST(NodeChild, NodeAddedToItselfIsCopiedAsItWas) {
   Node node(kMagic);
   Node child(kChild);
   CGIgs_setString(node, 4, "self", kMagic);
@@ -901,7 +901,7 @@ TEST(NodeChild, ANodeCanBecomeItsOwnChildAsACopyOfWhatItWas) {
   }
 }
 
-TEST(NodeChild, TheStoredChildItselfIsReplacedByACopy) {
+TEST(NodeChild, StoredChildSetAgainIsReplacedByACopy) {
   Node node(kMagic);
   Node child(kChild);
   CGIgs_setString(child, 3, "same", kChild);
@@ -912,7 +912,7 @@ TEST(NodeChild, TheStoredChildItselfIsReplacedByACopy) {
   EXPECT_STREQ("same", CGIgs_getString(&stored, 3, kChild));
 }
 
-TEST(NodeChild, AnInnerNodeCanTakeItsOwnRootAsACopyOfWhatItWas) {
+TEST(NodeChild, RootAddedToAnInnerNodeIsCopiedAsItWas) {
   Node root(kMagic);
   Node inner(kChild);
   CGIgs_setInt(root, 0, 1, kMagic);
@@ -927,7 +927,7 @@ TEST(NodeChild, AnInnerNodeCanTakeItsOwnRootAsACopyOfWhatItWas) {
   EXPECT_EQ(0u, CGIgs_getStruct(&level, 0, 0));
 }
 
-TEST(NodeChild, AnInnerChildCanTakeAnotherSlotOfTheSameNode) {
+TEST(NodeChild, InnerChildCanBeCopiedToAnotherSlotOfTheRoot) {
   Node inner(kOther);
   CGIgs_setString(inner, 0, "inner", kOther);
   Node outer(kChild);
@@ -945,7 +945,7 @@ TEST(NodeChild, AnInnerChildCanTakeAnotherSlotOfTheSameNode) {
 
 // ---- Clearing and deleting ----------------------------------------------------------------------
 
-TEST(NodeClear, EmptiesEverythingButStringsTwoToSeven) {
+TEST(NodeClear, EmptiesEverythingExceptStringsTwoToSeven) {
   Node node(kMagic);
   fill(node);
   Contents expected = emptyContents(kMagic);
@@ -981,7 +981,7 @@ TEST(NodeDelete, ReleasesEveryLevelAndSetsTheHandleToZero) {
   EXPECT_EQ(TARN_WRONG_TYPE, CGIgs_delete(node, kMagic));
 }
 
-TEST(NodeDelete, LeavesElementsOfItsListsAlone) {
+TEST(NodeDelete, DoesNotReleaseTheElementsOfItsLists) {
   Node element(kOther);
   List list{element.value()};
   Node node(kMagic);
@@ -1023,7 +1023,7 @@ TEST(NodeClone, CopiesEverySlot) {
   EXPECT_EQ(77u, CGIgs_getFixed(copy, kMagic));
 }
 
-TEST(NodeClone, LivesOnWhenTheOriginalIsDeleted) {
+TEST(NodeClone, StaysValidWhenTheOriginalIsDeleted) {
   Node node(kMagic);
   fill(node);
   Node copy;
@@ -1043,7 +1043,7 @@ TEST(NodeClone, OfAnEmptyNodeIsEmpty) {
   EXPECT_EQ(emptyContents(kMagic), contentsOf(copy));
 }
 
-TEST(NodeClone, TestsTheSourceThenTheDestinationThenTheMagic) {
+TEST(NodeClone, ChecksTheSourceThenTheDestinationThenTheMagic) {
   Node node(kMagic);
   Node used(kOther);
   TarnHandle empty = 0;
@@ -1061,7 +1061,7 @@ TEST(NodeClone, TestsTheSourceThenTheDestinationThenTheMagic) {
   EXPECT_EQ(kOther, CGIgs_getMagic(used));
 }
 
-TEST(NodeClone, CutsBytesAtTheirFirstZero) {
+TEST(NodeClone, TruncatesBytesAtTheirFirstZero) {
   Node node(kMagic);
   CGIgs_setNString(node, 0, "ab\0cd", 6, kMagic);
   CGIgs_setNString(node, 1, "without end", 7, kMagic);
@@ -1071,7 +1071,7 @@ TEST(NodeClone, CutsBytesAtTheirFirstZero) {
   EXPECT_STREQ("without", CGIgs_getString(copy, 1, kMagic));
 }
 
-TEST(NodeClone, KeepsWhatAClearLeftInStringsTwoToSeven) {
+TEST(NodeClone, CopiesWhatAClearLeftInStringsTwoToSeven) {
   Node node(kMagic);
   fill(node);
   CGIgs_clear(node, kMagic);
@@ -1177,7 +1177,7 @@ void expectBush(TarnHandle *node, int levels, uint32_t &number) {
   }
 }
 
-TEST(NodeTree, ChildrenInEverySlotAreClonedInTheirPlaces) {
+TEST(NodeTree, ChildrenInEverySlotAreClonedIntoTheSameSlots) {
   constexpr int kLevels = 7;
   Node root(kMagic);
   uint32_t grown = 0;
@@ -1192,7 +1192,7 @@ TEST(NodeTree, ChildrenInEverySlotAreClonedInTheirPlaces) {
 
 // ---- Out of memory ------------------------------------------------------------------------------
 
-TEST(NodeWithoutMemory, NewAnswersOkAndLeavesTheHandleZero) {
+TEST(NodeWithoutMemory, NewReturnsOkAndLeavesTheHandleZero) {
   TarnHandle handle = 0;
   TarnStatus status = kHuge;
   tarn_test::withoutMemory([&] { status = CGIgs_new(&handle, kMagic); });
@@ -1200,7 +1200,7 @@ TEST(NodeWithoutMemory, NewAnswersOkAndLeavesTheHandleZero) {
   EXPECT_EQ(0u, handle);
 }
 
-TEST(NodeWithoutMemory, CloneAnswersOkAndLeavesTheDestinationZero) {
+TEST(NodeWithoutMemory, CloneReturnsOkAndLeavesTheDestinationZero) {
   Node node(kMagic);
   fill(node);
   TarnHandle copy = 0;
@@ -1210,7 +1210,7 @@ TEST(NodeWithoutMemory, CloneAnswersOkAndLeavesTheDestinationZero) {
   EXPECT_EQ(0u, copy);
 }
 
-TEST(NodeWithoutMemory, SetStringAnswersOkAndEmptiesTheSlot) {
+TEST(NodeWithoutMemory, SetStringReturnsOkAndEmptiesTheSlot) {
   Node node(kMagic);
   CGIgs_setString(node, 0, "old", kMagic);
   const std::string text(5000, 'x');
@@ -1230,7 +1230,7 @@ TEST(NodeWithoutMemory, SetNStringReportsItAndEmptiesTheSlot) {
   EXPECT_EQ(nullptr, CGIgs_getString(node, 7, kMagic));
 }
 
-TEST(NodeWithoutMemory, SetNStringOfAllThatALengthCanSayReportsIt) {
+TEST(NodeWithoutMemory, SetNStringOfTheLargestLengthReportsIt) {
   // Address space that the length covers and no memory stands behind.
   void *const data =
       mmap(nullptr, kHuge, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -1243,7 +1243,7 @@ TEST(NodeWithoutMemory, SetNStringOfAllThatALengthCanSayReportsIt) {
   EXPECT_EQ(nullptr, CGIgs_getString(node, 0, kMagic));
 }
 
-TEST(NodeWithoutMemory, SetStructAnswersOkAndLeavesTheSlotEmptyUnderTheNewMagic) {
+TEST(NodeWithoutMemory, SetStructReturnsOkAndLeavesTheSlotEmptyWithTheNewMagic) {
   Node node(kMagic);
   Node child(kChild);
   TarnStatus status = kHuge;
@@ -1253,7 +1253,7 @@ TEST(NodeWithoutMemory, SetStructAnswersOkAndLeavesTheSlotEmptyUnderTheNewMagic)
   EXPECT_EQ(kChild, CGIgs_getChildMagic(node, 0, kMagic));
 }
 
-TEST(NodeWithoutMemory, WhatDoesNotFitIsAbsentFromAClone) {
+TEST(NodeWithoutMemory, CloneOmitsWhateverCannotBeAllocated) {
   const std::string large(100000, 'x');
   Node node(kMagic);
   Node child(kChild);

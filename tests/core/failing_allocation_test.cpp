@@ -40,7 +40,7 @@ TEST(NodeAtEachFailure, NewLeavesTheHandleZero) {
   });
 }
 
-TEST(NodeAtEachFailure, CloneLacksWhatThereIsNoMemoryFor) {
+TEST(NodeAtEachFailure, CloneOmitsWhateverCannotBeAllocated) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Node node(kMagic);
     fill(node);
@@ -53,7 +53,7 @@ TEST(NodeAtEachFailure, CloneLacksWhatThereIsNoMemoryFor) {
   });
 }
 
-TEST(NodeAtEachFailure, SetStructStoresWhatCouldBeCopiedUnderTheNewTag) {
+TEST(NodeAtEachFailure, SetStructStoresWhatCouldBeCopiedWithTheNewMagic) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object node(kMagic);
     Node child(kChild);
@@ -79,7 +79,7 @@ TEST(NodeAtEachFailure, SetStringSucceedsAndLeavesTheSlotEmpty) {
   });
 }
 
-TEST(NodeAtEachFailure, SetNStringReportsAnEmptySlotAndNothingElse) {
+TEST(NodeAtEachFailure, SetNStringReturnsOutOfMemoryExactlyWhenTheSlotIsEmpty) {
   int reported = 0;
   forEachFailingAllocation([&](FailingMemory &memory) {
     Object node(kMagic);
@@ -96,7 +96,7 @@ TEST(NodeAtEachFailure, SetNStringReportsAnEmptySlotAndNothingElse) {
 
 // ---- Byte buffers -------------------------------------------------------------------------------
 
-TEST(ByteBufferAtEachFailure, SetDataReportsThatTheContentsAreGone) {
+TEST(ByteBufferAtEachFailure, SetDataReportsItAndLosesTheContents) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object buffer(TARN_BYTE_BUFFER_MAGIC);
     const std::string empty = buffer.picture();
@@ -118,7 +118,7 @@ TEST(GenericListAtEachFailure, NewReportsItAndLeavesTheHandleZero) {
   });
 }
 
-TEST(GenericListAtEachFailure, CloneReportsAMissingListAndReadsMissingWordsAsZero) {
+TEST(GenericListAtEachFailure, CloneReportsAMissingListAndReadsZerosFromAMissingArray) {
   forEachFailingAllocation([](FailingMemory &memory) {
     List list{1, 2, 3};
     Object copy(TARNGenericList_delete);
@@ -130,7 +130,7 @@ TEST(GenericListAtEachFailure, CloneReportsAMissingListAndReadsMissingWordsAsZer
   });
 }
 
-TEST(NodeAtEachFailure, UnderARecordsTagLeavesTheHandleEmpty) {
+TEST(NodeAtEachFailure, NewUnderTheTagOfAListOrStringLeavesTheHandleZero) {
   for (const uint32_t magic : {TARN_GENERIC_LIST_MAGIC, TARN_STRING_MAGIC}) {
     forEachFailingAllocation([magic](FailingMemory &memory) {
       Object node;
@@ -140,7 +140,7 @@ TEST(NodeAtEachFailure, UnderARecordsTagLeavesTheHandleEmpty) {
   }
 }
 
-TEST(NodeAtEachFailure, ACloneWithoutItsListsHasTheRest) {
+TEST(NodeAtEachFailure, CloneThatLacksItsListsHasTheRest) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object node(kMagic);
     for (const uint32_t index : {0U, 1U}) {
@@ -156,7 +156,7 @@ TEST(NodeAtEachFailure, ACloneWithoutItsListsHasTheRest) {
   });
 }
 
-TEST(GenericListAtEachFailure, AddReportsItAndTheElementsAreAsTheyWere) {
+TEST(GenericListAtEachFailure, AddReportsItAndKeepsTheElements) {
   forEachFailingAllocation([](FailingMemory &memory) {
     List list{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     const std::string before = pictureOf(list.value());
@@ -168,7 +168,7 @@ TEST(GenericListAtEachFailure, AddReportsItAndTheElementsAreAsTheyWere) {
   });
 }
 
-TEST(GenericListAtEachFailure, ReserveReportsItAndTheElementsAreAsTheyWere) {
+TEST(GenericListAtEachFailure, ReserveReportsItAndKeepsTheElements) {
   forEachFailingAllocation([](FailingMemory &memory) {
     List list{1, 2, 3};
     const TarnStatus status = memory.call([&] { return TARNGenericList_reserve(list, 100); });
@@ -180,7 +180,7 @@ TEST(GenericListAtEachFailure, ReserveReportsItAndTheElementsAreAsTheyWere) {
   });
 }
 
-TEST(GenericListAtEachFailure, InitSucceedsAndWithoutAnArrayEveryElementIsZero) {
+TEST(GenericListAtEachFailure, InitReturnsOkAndReadsZerosFromAMissingArray) {
   forEachFailingAllocation([](FailingMemory &memory) {
     List list{1, 2, 3};
     const uintptr_t words[] = {5, 6};
@@ -190,7 +190,7 @@ TEST(GenericListAtEachFailure, InitSucceedsAndWithoutAnArrayEveryElementIsZero) 
   });
 }
 
-TEST(GenericListAtEachFailure, WriteAfterAGrowthThatFailedReportsItWhenThatFailsAgain) {
+TEST(GenericListAtEachFailure, WriteAfterAFailedGrowthReportsASecondFailure) {
   forEachFailingAllocation([](FailingMemory &memory) {
     List list;
     withoutMemory([&] { TARNGenericList_addDatum(list, 1); });
@@ -221,7 +221,7 @@ void expectLost(FailingMemory &memory, String &string, TarnStatus status,
   EXPECT_EQ("\"" + (memory.failed() ? "" : whole) + "!\"", string.picture());
 }
 
-TEST(StringAtEachFailure, NewReportsItWithoutAStringOrWithOneThatIsEmpty) {
+TEST(StringAtEachFailure, NewReportsItAndLeavesNoStringOrAnEmptyOne) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object string(TARNString_delete);
     const TarnStatus status = memory.call([&] { return TARNString_new(string); });
@@ -242,7 +242,7 @@ TEST(StringAtEachFailure, DupReportsAMissingStringButNotAMissingText) {
   });
 }
 
-TEST(StringAtEachFailure, SetSucceedsAndTheStringIsEmpty) {
+TEST(StringAtEachFailure, SetReturnsOkAndLeavesTheStringEmpty) {
   forEachFailingAllocation([](FailingMemory &memory) {
     String one("abc");
     String two("def");
@@ -255,7 +255,7 @@ TEST(StringAtEachFailure, SetSucceedsAndTheStringIsEmpty) {
   });
 }
 
-TEST(StringAtEachFailure, WhatIsAddedTakesTheTextWithIt) {
+TEST(StringAtEachFailure, FailedAppendOrInsertLosesTheText) {
   const std::string text = kLong;
   forEachFailingAllocation([&](FailingMemory &memory) {
     String string("abc");
@@ -287,7 +287,7 @@ TEST(StringAtEachFailure, WhatIsAddedTakesTheTextWithIt) {
   });
 }
 
-TEST(StringAtEachFailure, FormattedTextIsRefusedOrTakesTheTextWithIt) {
+TEST(StringAtEachFailure, FailedFormattingIsRefusedOrLosesTheText) {
   forEachFailingAllocation([](FailingMemory &memory) {
     String string("abc");
     const TarnStatus status =
@@ -316,7 +316,7 @@ TEST(StringAtEachFailure, SubstrReportsAMissingStringAndLeavesAMissingTextEmpty)
   });
 }
 
-TEST(StringAtEachFailure, ReserveSucceedsAndTheStringIsAsItWas) {
+TEST(StringAtEachFailure, ReserveReturnsOkAndLeavesTheStringUnchanged) {
   forEachFailingAllocation([](FailingMemory &memory) {
     String string("abc");
     EXPECT_EQ(TARN_OK, memory.call([&] { return TARNString_reserve(string, 100); }));
@@ -339,7 +339,7 @@ int format(FailingMemory &memory, char **out, const char *pattern, ...) {
   return length;
 }
 
-TEST(TextAtEachFailure, FormattingGivesNoText) {
+TEST(TextAtEachFailure, AsprintfReturnsNoText) {
   forEachFailingAllocation([](FailingMemory &memory) {
     char *text = nullptr;
     const int length = memory.call([&] { return tarn_asprintf(&text, "%d-%s", 7, "x"); });
@@ -350,14 +350,14 @@ TEST(TextAtEachFailure, FormattingGivesNoText) {
   });
 }
 
-TEST(TextAtEachFailure, WhatMakesATextMakesNone) {
+TEST(TextAtEachFailure, FunctionsThatAllocateATextReturnNull) {
   forEachFailingAllocation([](FailingMemory &memory) {
     expectText(memory, "a b", memory.call([&] { return unescapeString("a%20b"); }));
     expectText(memory, "a", memory.call([&] { return stripString(" a\n"); }));
   });
 }
 
-TEST(TextAtEachFailure, ReadStringGivesNoText) {
+TEST(TextAtEachFailure, ReadStringReturnsNull) {
   char input[] = " 4 abc";
   forEachFailingAllocation([&](FailingMemory &memory) {
     FILE *stream = fmemopen(input, sizeof input - 1, "r");
@@ -369,7 +369,7 @@ TEST(TextAtEachFailure, ReadStringGivesNoText) {
   });
 }
 
-TEST(TextAtEachFailure, ExtractBetweenGivesNoBufferOrAnEmptyOne) {
+TEST(TextAtEachFailure, ExtractBetweenReturnsNoBufferOrAnEmptyOne) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object whole(TARN_BYTE_BUFFER_MAGIC);
     CGIfb_setData(whole, "x", 1);
@@ -382,7 +382,7 @@ TEST(TextAtEachFailure, ExtractBetweenGivesNoBufferOrAnEmptyOne) {
   });
 }
 
-TEST(TextAtEachFailure, SaferSystemAnswersAsForANullCommand) {
+TEST(TextAtEachFailure, SaferSystemReturnsTheSameAsForANullCommand) {
   const int ofNull = std::system(nullptr);
   forEachFailingAllocation([&](FailingMemory &memory) {
     const int result = memory.call([&] { return saferSystem("exit 0"); });

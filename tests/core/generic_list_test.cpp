@@ -31,7 +31,7 @@ using Words = std::vector<uintptr_t>;
 
 // ---- Creating and deleting ----------------------------------------------------------------------
 
-TEST(GenericListNew, MakesAListWithoutElementsCapacityOrArray) {
+TEST(GenericListNew, CreatesAListWithoutElementsCapacityOrArray) {
   TarnHandle handle = 0;
   EXPECT_EQ(TARN_OK, TARNGenericList_new(&handle));
   ASSERT_NE(0u, handle);
@@ -53,7 +53,7 @@ TEST(GenericListNew, RefusesANullAddressAndAHandleInUse) {
   EXPECT_EQ(Words{1}, wordsOf(list));
 }
 
-TEST(GenericListDelete, SetsTheHandleToZeroAndAnswersOkTwice) {
+TEST(GenericListDelete, SetsTheHandleToZeroAndReturnsOkTwice) {
   List list{1, 2};
   EXPECT_EQ(TARN_OK, TARNGenericList_delete(list));
   EXPECT_EQ(0u, list.value());
@@ -61,7 +61,7 @@ TEST(GenericListDelete, SetsTheHandleToZeroAndAnswersOkTwice) {
   EXPECT_EQ(TARN_OK, TARNGenericList_delete(nullptr));
 }
 
-TEST(GenericListDelete, LeavesANodeAloneAndStillAnswersOk) {
+TEST(GenericListDelete, LeavesANodeUnchangedButReturnsOk) {
   Node node(4711);
   const TarnHandle before = node.value();
   EXPECT_EQ(TARN_OK, TARNGenericList_delete(node));
@@ -69,7 +69,7 @@ TEST(GenericListDelete, LeavesANodeAloneAndStillAnswersOk) {
   EXPECT_EQ(4711u, CGIgs_getMagic(node));
 }
 
-TEST(GenericListDelete, LeavesTheElementsToTheCaller) {
+TEST(GenericListDelete, DoesNotReleaseTheElements) {
   char element[] = "element";
   List list{reinterpret_cast<uintptr_t>(element)};
   TARNGenericList_delete(list);
@@ -78,7 +78,7 @@ TEST(GenericListDelete, LeavesTheElementsToTheCaller) {
 
 // ---- The type test ------------------------------------------------------------------------------
 
-TEST(GenericListType, EveryOperationTellsAListFromAnythingElse) {
+TEST(GenericListType, EveryOperationRefusesAnythingButAList) {
   Node node(4711);
   TarnHandle empty = 0;
   uintptr_t words[3] = {1, 2, 3};
@@ -114,7 +114,7 @@ TEST(GenericListAdd, KeepsWordsInOrderAndCountsThem) {
   EXPECT_EQ((Words{7, 0, kWide}), wordsOf(list));
 }
 
-TEST(GenericListAdd, TenFitAndTheEleventhGrowsByTenMore) {
+TEST(GenericListAdd, ElevenElementsRaiseTheCapacityToTwenty) {
   List list;
   for (uintptr_t i = 1; i <= 10; ++i) TARNGenericList_addDatum(list, i);
   EXPECT_EQ(10u, TARNGenericList_getCapacity(list));
@@ -142,7 +142,7 @@ TEST(GenericListAdd, HundredsOfThousandsOfWordsKeepTheirOrder) {
   for (uint32_t i = 0; i < kCount; ++i) ASSERT_EQ(kWide - i, TARNGenericList_getByIndex(list, i));
 }
 
-TEST(GenericListReserve, RaisesTheCapacityTenByTenUntilItIsEnough) {
+TEST(GenericListReserve, RaisesTheCapacityInStepsOfTen) {
   const std::array<std::pair<uint32_t, uint32_t>, 6> cases = {
       {{0, 0}, {1, 10}, {10, 10}, {11, 20}, {25, 30}, {100001, 100010}}};
   for (const auto &[asked, given] : cases) {
@@ -165,14 +165,14 @@ TEST(GenericListReserve, NeverLowersTheCapacityAndKeepsTheElements) {
   EXPECT_EQ((Words{1, 2, 3}), wordsOf(list));
 }
 
-TEST(GenericListReserve, TheArrayHoldsZerosBeyondTheElements) {
+TEST(GenericListReserve, ArrayIsZeroBeyondTheElements) {
   List list{1, 2, 3};
   TARNGenericList_reserve(list, 5000);
   const uintptr_t *data = TARNGenericList_getData(list);
   EXPECT_EQ(6, std::accumulate(data, data + 5000, uintptr_t{0}));
 }
 
-TEST(GenericListReserve, TheReservedWordsCanBeWrittenThroughTheArray) {
+TEST(GenericListReserve, ReservedWordsCanBeWrittenThroughTheArray) {
   List list;
   TARNGenericList_reserve(list, 95);
   uintptr_t *data = TARNGenericList_getData(list);
@@ -184,7 +184,7 @@ TEST(GenericListReserve, TheReservedWordsCanBeWrittenThroughTheArray) {
 
 // ---- Reading and writing by index ---------------------------------------------------------------
 
-TEST(GenericListGet, AnswersZeroFromTheCountOn) {
+TEST(GenericListGet, ReturnsZeroAtAndBeyondTheCount) {
   List list{5, 6};
   EXPECT_EQ(6u, TARNGenericList_getByIndex(list, 1));
   EXPECT_EQ(0u, TARNGenericList_getByIndex(list, 2));
@@ -192,7 +192,7 @@ TEST(GenericListGet, AnswersZeroFromTheCountOn) {
   EXPECT_EQ(0u, TARNGenericList_getByIndex(list, kHuge));
 }
 
-TEST(GenericListGet, DataLendsTheWordsThemselves) {
+TEST(GenericListGet, GetDataReturnsTheArrayItself) {
   List list{5, 6};
   uintptr_t *data = TARNGenericList_getData(list);
   ASSERT_NE(nullptr, data);
@@ -207,7 +207,7 @@ TEST(GenericListSet, BelowTheCountReplacesAWord) {
   EXPECT_EQ((Words{5, kWide, 7}), wordsOf(list));
 }
 
-TEST(GenericListSet, BeyondTheCountMovesTheCountAndSkippedWordsReadZero) {
+TEST(GenericListSet, BeyondTheCountRaisesTheCountAndSkippedWordsReadZero) {
   List list{5, 6};
   EXPECT_EQ(TARN_OK, TARNGenericList_setByIndex(list, 7, 9));
   EXPECT_EQ((Words{5, 6, 0, 0, 0, 0, 0, 9}), wordsOf(list));
@@ -239,14 +239,14 @@ TEST(GenericListClear, DropsTheElementsAndKeepsTheCapacityAndTheArray) {
   EXPECT_EQ(0u, std::accumulate(data, data + 20, uintptr_t{0}));
 }
 
-TEST(GenericListClear, OldWordsNeverComeBack) {
+TEST(GenericListClear, OldWordsNeverReappear) {
   List list{1, 2, 3};
   TARNGenericList_clear(list);
   EXPECT_EQ(TARN_OK, TARNGenericList_setByIndex(list, 3, 4));
   EXPECT_EQ((Words{0, 0, 0, 4}), wordsOf(list));
 }
 
-TEST(GenericListClear, ReachesWordsBeyondTheCount) {
+TEST(GenericListClear, ZeroesWordsBeyondTheCount) {
   const uintptr_t words[] = {1, 2, 3, 4};
   List list;
   ATRNGenericList_init(list, words, 1, 4);
@@ -255,7 +255,7 @@ TEST(GenericListClear, ReachesWordsBeyondTheCount) {
   EXPECT_EQ((Words{0, 0, 0, 9}), wordsOf(list));
 }
 
-TEST(GenericListClear, OfAFreshListIsFine) {
+TEST(GenericListClear, OnANewListReturnsOk) {
   List list;
   EXPECT_EQ(TARN_OK, TARNGenericList_clear(list));
   EXPECT_EQ(0u, TARNGenericList_getCapacity(list));
@@ -263,7 +263,7 @@ TEST(GenericListClear, OfAFreshListIsFine) {
 
 // ---- Filling at once ----------------------------------------------------------------------------
 
-TEST(GenericListInit, TakesCountCapacityAndWordsAsGiven) {
+TEST(GenericListInit, StoresCountCapacityAndWordsAsGiven) {
   const uintptr_t words[] = {1, 2, 3, 4, 5};
   List list;
   EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, words, 2, 5));
@@ -274,7 +274,7 @@ TEST(GenericListInit, TakesCountCapacityAndWordsAsGiven) {
   EXPECT_EQ(0, std::memcmp(words, TARNGenericList_getData(list), sizeof words));
 }
 
-TEST(GenericListInit, WordsBetweenCountAndCapacityComeToLightWhenTheCountMoves) {
+TEST(GenericListInit, WordsBetweenCountAndCapacityAppearWhenTheCountGrows) {
   const uintptr_t words[] = {1, 2, 3, 4, 5};
   List list;
   ATRNGenericList_init(list, words, 2, 5);
@@ -283,7 +283,7 @@ TEST(GenericListInit, WordsBetweenCountAndCapacityComeToLightWhenTheCountMoves) 
   EXPECT_EQ((Words{1, 2, 3, 4, 50}), wordsOf(list));
 }
 
-TEST(GenericListInit, GrowsFromAnyCapacityByTen) {
+TEST(GenericListInit, CapacityThenGrowsByTen) {
   const uintptr_t words[] = {1, 2, 3};
   List list;
   ATRNGenericList_init(list, words, 3, 3);
@@ -303,7 +303,7 @@ TEST(GenericListInit, ReplacesWhatTheListHeld) {
   EXPECT_EQ(2u, TARNGenericList_getCapacity(list));
 }
 
-TEST(GenericListInit, TheFormerArrayIsEmptiedAndStaysReadable) {
+TEST(GenericListInit, OldArrayIsZeroedAndStaysReadable) {
   const uintptr_t words[] = {8, 9};
   List list{1, 2, 3};
   const uintptr_t *former = TARNGenericList_getData(list);
@@ -312,20 +312,20 @@ TEST(GenericListInit, TheFormerArrayIsEmptiedAndStaysReadable) {
   EXPECT_EQ(0u, std::accumulate(former, former + 10, uintptr_t{0}));
 }
 
-TEST(GenericListInit, FromItsOwnArrayFindsItEmptied) {
+TEST(GenericListInit, FromItsOwnArrayReadsZeros) {
   List list{1, 2, 3};
   EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, TARNGenericList_getData(list), 3, 10));
   EXPECT_EQ((Words{0, 0, 0}), wordsOf(list));
 }
 
-TEST(GenericListInit, ANullSourceCountsAsZeros) {
+TEST(GenericListInit, NullSourceReadsAsZeros) {
   List list{1, 2, 3};
   EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, nullptr, 4, 5));
   EXPECT_EQ((Words{0, 0, 0, 0}), wordsOf(list));
   EXPECT_EQ(5u, TARNGenericList_getCapacity(list));
 }
 
-TEST(GenericListInit, TheSourceNeedNotBeAligned) {
+TEST(GenericListInit, AcceptsAnUnalignedSource) {
   const uintptr_t words[] = {kWide, 2, 3};
   std::array<char, sizeof words + 1> shifted{};
   std::memcpy(shifted.data() + 1, words, sizeof words);
@@ -334,7 +334,7 @@ TEST(GenericListInit, TheSourceNeedNotBeAligned) {
   EXPECT_EQ((Words{kWide, 2, 3}), wordsOf(list));
 }
 
-TEST(GenericListInit, WithNothingLeavesAListThatCanGrow) {
+TEST(GenericListInit, WithCapacityZeroLeavesAListThatCanGrow) {
   List list{1};
   EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, nullptr, 0, 0));
   EXPECT_EQ(0u, TARNGenericList_getCount(list));
@@ -345,7 +345,7 @@ TEST(GenericListInit, WithNothingLeavesAListThatCanGrow) {
   EXPECT_EQ(Words{2}, wordsOf(list));
 }
 
-TEST(GenericListInit, ACountAboveTheCapacityIsKeptAndReadsZeroBeyondIt) {
+TEST(GenericListInit, CountAboveTheCapacityIsKeptAndReadsZeroBeyondTheCapacity) {
   const uintptr_t words[] = {1, 2, 3};
   List list;
   EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, words, 5, 3));
@@ -356,7 +356,7 @@ TEST(GenericListInit, ACountAboveTheCapacityIsKeptAndReadsZeroBeyondIt) {
   EXPECT_EQ((Words{1, 2, 30, 0, 0}), wordsOf(list));
 }
 
-TEST(GenericListInit, ACountAboveTheCapacityGrowsBeforeAWordIsAdded) {
+TEST(GenericListInit, CountAboveTheCapacityGrowsTheListBeforeAWordIsAdded) {
   const uintptr_t words[] = {1, 2, 3};
   List list;
   ATRNGenericList_init(list, words, 25, 3);
@@ -368,7 +368,7 @@ TEST(GenericListInit, ACountAboveTheCapacityGrowsBeforeAWordIsAdded) {
   EXPECT_EQ(9u, TARNGenericList_getByIndex(list, 25));
 }
 
-TEST(GenericListInit, ACountAboveTheCapacitySurvivesCloneAndClear) {
+TEST(GenericListInit, CountAboveTheCapacityCanBeClonedAndCleared) {
   const uintptr_t words[] = {1, 2, 3};
   List list;
   ATRNGenericList_init(list, words, 1000, 3);
@@ -385,7 +385,7 @@ TEST(GenericListInit, ACountAboveTheCapacitySurvivesCloneAndClear) {
 
 // ---- Cloning ------------------------------------------------------------------------------------
 
-TEST(GenericListClone, HoldsTheSameWordsInAnArrayOfItsOwn) {
+TEST(GenericListClone, HasTheSameWordsInItsOwnArray) {
   char element[] = "shared";
   List list{reinterpret_cast<uintptr_t>(element), kWide};
   TarnHandle copy = 0;
@@ -402,7 +402,7 @@ TEST(GenericListClone, HoldsTheSameWordsInAnArrayOfItsOwn) {
   EXPECT_EQ(TARN_OK, TARNGenericList_delete(&copy));
 }
 
-TEST(GenericListClone, TakesTheWordsBeyondTheCountToo) {
+TEST(GenericListClone, CopiesWordsBeyondTheCountToo) {
   const uintptr_t words[] = {1, 2, 3, 4, 5};
   List list;
   ATRNGenericList_init(list, words, 2, 5);
@@ -414,7 +414,7 @@ TEST(GenericListClone, TakesTheWordsBeyondTheCountToo) {
   TARNGenericList_delete(&copy);
 }
 
-TEST(GenericListClone, OfAFreshListGrowsLikeAFreshList) {
+TEST(GenericListClone, OfANewListGrowsLikeANewList) {
   List list;
   TarnHandle copy = 0;
   EXPECT_EQ(TARN_OK, TARNGenericList_clone(list, &copy));
@@ -424,7 +424,7 @@ TEST(GenericListClone, OfAFreshListGrowsLikeAFreshList) {
   TARNGenericList_delete(&copy);
 }
 
-TEST(GenericListClone, OfALongListGrowsOn) {
+TEST(GenericListClone, OfALongListCanGrow) {
   List list;
   for (uint32_t i = 0; i < 12345; ++i) TARNGenericList_addDatum(list, i);
   TarnHandle copy = 0;
@@ -434,7 +434,7 @@ TEST(GenericListClone, OfALongListGrowsOn) {
   TARNGenericList_delete(&copy);
 }
 
-TEST(GenericListClone, TestsTheSourceThenTheDestination) {
+TEST(GenericListClone, ChecksTheSourceThenTheDestination) {
   List list{1};
   List used{2};
   Node node(4711);
@@ -461,7 +461,7 @@ void addThousand(TarnHandle *list) {
   for (uintptr_t i = 0; i < 1000; ++i) ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(list, i));
 }
 
-TEST(ListWithoutMemory, NewAndCloneReportItAndLeaveTheHandleAlone) {
+TEST(ListWithoutMemory, NewAndCloneReportItAndLeaveTheHandleUnchanged) {
   List list{1};
   TarnHandle fresh = 0;
   TarnHandle copy = 0;
@@ -474,7 +474,7 @@ TEST(ListWithoutMemory, NewAndCloneReportItAndLeaveTheHandleAlone) {
   EXPECT_EQ(0u, copy);
 }
 
-TEST(ListWithoutMemory, TheFirstWordIsRefusedAndTheCapacityOverstates) {
+TEST(ListWithoutMemory, FirstWordIsRefusedAndTheCapacityIsOverstated) {
   List list;
   std::array<TarnStatus, 2> status{};
   tarn_test::withoutMemory([&] {
@@ -488,7 +488,7 @@ TEST(ListWithoutMemory, TheFirstWordIsRefusedAndTheCapacityOverstates) {
   EXPECT_EQ(TARN_OK, TARNGenericList_clear(list));
 }
 
-TEST(ListWithoutMemory, AddReportsItAndTheElementsAreAsTheyWere) {
+TEST(ListWithoutMemory, AddReportsItAndKeepsTheElements) {
   List list;
   addThousand(list);
   TarnStatus status = TARN_OK;
@@ -503,7 +503,7 @@ TEST(ListWithoutMemory, AddReportsItAndTheElementsAreAsTheyWere) {
   }
 }
 
-TEST(ListWithoutMemory, AListThatCouldNotGrowIsWrittenInsideItsArrayOnly) {
+TEST(ListWithoutMemory, ListThatCouldNotGrowIsWrittenOnlyInsideItsArray) {
   List list;
   addThousand(list);
   std::array<TarnStatus, 5> status{};
@@ -521,7 +521,7 @@ TEST(ListWithoutMemory, AListThatCouldNotGrowIsWrittenInsideItsArrayOnly) {
   EXPECT_EQ(5u, TARNGenericList_getByIndex(list, 999));
 }
 
-TEST(ListWithoutMemory, AListThatCouldNotGrowIsClonedAndClearedAsItIs) {
+TEST(ListWithoutMemory, ListThatCouldNotGrowCanBeClonedAndCleared) {
   List list;
   addThousand(list);
   tarn_test::withoutMemory([&] { addUntilItFails(list); });
@@ -536,7 +536,7 @@ TEST(ListWithoutMemory, AListThatCouldNotGrowIsClonedAndClearedAsItIs) {
   EXPECT_EQ(capacity, TARNGenericList_getCapacity(list));
 }
 
-TEST(ListWithoutMemory, AListThatCouldNotGrowTakesWordsWhenMemoryIsBack) {
+TEST(ListWithoutMemory, ListThatCouldNotGrowAcceptsWordsWhenMemoryIsBack) {
   List list;
   addThousand(list);
   tarn_test::withoutMemory([&] { addUntilItFails(list); });
@@ -604,7 +604,7 @@ TEST(ListWithoutMemory, ReserveKeepsTheStepsThatSucceeded) {
   }
 }
 
-TEST(ListWithoutMemory, ReserveOfMoreThanACapacityCanSayReportsItAndTheCapacityStays) {
+TEST(ListWithoutMemory, ReserveBeyondTheLargestCapacityReportsItAndKeepsTheCapacity) {
   List list;
   TarnStatus status = TARN_OK;
   tarn_test::withoutMemory([&] { ATRNGenericList_init(list, nullptr, 0, UINT32_MAX - 5); });
@@ -613,7 +613,7 @@ TEST(ListWithoutMemory, ReserveOfMoreThanACapacityCanSayReportsItAndTheCapacityS
   EXPECT_EQ(UINT32_MAX - 5, TARNGenericList_getCapacity(list));
 }
 
-TEST(ListWithoutMemory, AListThatCountsAllItCanTakesNoWord) {
+TEST(ListWithoutMemory, ListWithTheLargestCountRefusesAnotherWord) {
   List list;
   const uintptr_t word = 1;
   EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, &word, UINT32_MAX, 1));

@@ -48,7 +48,7 @@ const Release kReleases[] = {
     {"TARNGenericList_clear", TARNGenericList_clear, TARN_GENERIC_LIST_MAGIC},
 };
 
-TEST(HostileHandle, OfAnotherTypeIsRefusedByWhateverReleasesAndKeepsItsObject) {
+TEST(HostileHandle, OfAnotherTypeIsRefusedByEveryDeleteAndClearAndKeepsItsObject) {
   for (const Release &release : kReleases) {
     SCOPED_TRACE(release.name);
     for (const uint32_t magic : kNodes) {
@@ -77,7 +77,7 @@ TEST(HostileHandle, OfAnotherTypeIsRefusedByWhateverReleasesAndKeepsItsObject) {
   }
 }
 
-TEST(HostileHandle, DeletedTwiceIsRefusedTheSecondTimeByWhateverReleases) {
+TEST(HostileHandle, DeletedTwiceIsRefusedTheSecondTime) {
   for (const Release &release : kReleases) {
     SCOPED_TRACE(release.name);
     TarnHandle handle = 0;
@@ -101,7 +101,7 @@ TEST(HostileHandle, DeletedTwiceIsRefusedTheSecondTimeByWhateverReleases) {
   }
 }
 
-TEST(HostileHandle, AfterItsDeleteReadsAsNothingAndCanBeUsedForANewObject) {
+TEST(HostileHandle, AfterDeleteReadsAsEmptyAndCanHoldANewObject) {
   for (const uint32_t magic : kNodes) {
     TarnHandle handle = 0;
     ASSERT_EQ(TARN_OK, CGIgs_new(&handle, magic));

@@ -13,7 +13,7 @@ constexpr size_t kWord = sizeof(uintptr_t);
 
 constexpr size_t aligned(size_t offset) { return (offset + kWord - 1) / kWord * kWord; }
 
-TEST(NodeLayout, HasTheFieldsInTheOrderOfTheInterface) {
+TEST(NodeLayout, HasItsFieldsInTheDocumentedOrder) {
   EXPECT_EQ(0U, offsetof(Node, magic));
   EXPECT_EQ(kWord, offsetof(Node, lists));
   EXPECT_EQ(offsetof(Node, lists) + 2 * kWord, offsetof(Node, structs));
@@ -25,21 +25,21 @@ TEST(NodeLayout, HasTheFieldsInTheOrderOfTheInterface) {
   EXPECT_GE(sizeof(Node), offsetof(Node, fixed) + kWord);
 }
 
-TEST(GenericListLayout, HasTheFieldsInTheOrderOfTheInterface) {
+TEST(GenericListLayout, HasItsFieldsInTheDocumentedOrder) {
   EXPECT_EQ(0U, offsetof(GenericList, magic));
   EXPECT_EQ(4U, offsetof(GenericList, count));
   EXPECT_EQ(8U, offsetof(GenericList, capacity));
   EXPECT_EQ(aligned(12), offsetof(GenericList, data));
 }
 
-TEST(StringLayout, HasTheFieldsInTheOrderOfTheInterface) {
+TEST(StringLayout, HasItsFieldsInTheDocumentedOrder) {
   EXPECT_EQ(0U, offsetof(String, magic));
   EXPECT_EQ(4U, offsetof(String, capacity));
   EXPECT_EQ(8U, offsetof(String, buffer));
 }
 
 // Likewise for the string's tag: an empty string whose buffer is still to be made.
-TEST(StringLayout, FitsIntoANodeThatCarriesItsTag) {
+TEST(StringLayout, FitsIntoANodeWithItsTag) {
   ASSERT_LE(sizeof(String), sizeof(Node));
   TarnHandle handle = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&handle, TARN_STRING_MAGIC));
@@ -52,7 +52,7 @@ TEST(StringLayout, FitsIntoANodeThatCarriesItsTag) {
 
 // What CGIgs_new() makes under the list's tag is taken for a list by the list's operations. It is
 // large enough for that and, being all zeros, an empty one.
-TEST(GenericListLayout, FitsIntoANodeThatCarriesItsTag) {
+TEST(GenericListLayout, FitsIntoANodeWithItsTag) {
   ASSERT_LE(sizeof(GenericList), sizeof(Node));
   TarnHandle handle = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&handle, TARN_GENERIC_LIST_MAGIC));

@@ -17,7 +17,7 @@ namespace {
 using namespace std::string_literals;
 
 // What all other tests here rest on.
-TEST(MemoryEdgeDeathTest, EndsAProgramThatReadsOrWritesOneByteBeyond) {
+TEST(MemoryEdgeDeathTest, KillsAProgramThatReadsOrWritesOneByteBeyond) {
   Guarded after("abc");
   Guarded before("abc", Edge::kBefore);
   const auto read = [](const char *place) { return *const_cast<const volatile char *>(place); };
@@ -32,7 +32,7 @@ TEST(MemoryEdgeDeathTest, EndsAProgramThatReadsOrWritesOneByteBeyond) {
 
 // ---- Text utilities -----------------------------------------------------------------------------
 
-TEST(MemoryEdge, EndsTheTextThatIsDecoded) {
+TEST(MemoryEdge, IsNotCrossedByUnescapeString) {
   const std::string pieces[] = {"a", "%", "4", "+", "%4", "%41", "%zz", "%00", "\xFF"};
   std::mt19937 random(20070717);
   for (int round = 0; round < 3000; ++round) {
@@ -43,7 +43,7 @@ TEST(MemoryEdge, EndsTheTextThatIsDecoded) {
   }
 }
 
-TEST(MemoryEdge, SurroundsTheTextThatIsTrimmed) {
+TEST(MemoryEdge, IsNotCrossedByStripString) {
   for (const char *text : {"", " ", "\t\n\r ", "a", " a", "a ", " a b \r\n"}) {
     std::string expected = text;
     expected.erase(0, expected.find_first_not_of(" \t\n\r"));
@@ -55,7 +55,7 @@ TEST(MemoryEdge, SurroundsTheTextThatIsTrimmed) {
   }
 }
 
-TEST(MemoryEdge, EndsTheBytesThatAreSearchedAndThoseSearchedFor) {
+TEST(MemoryEdge, IsNotCrossedByMemfind) {
   const std::string text = "aabaabaaab\0aab"s;
   for (size_t length = 0; length <= text.size(); ++length) {
     for (size_t size = 0; size <= length; ++size) {
@@ -75,7 +75,7 @@ TEST(MemoryEdge, EndsTheBytesThatAreSearchedAndThoseSearchedFor) {
   EXPECT_EQ(none.text(), memfind(none.text(), 0, one.text(), 0));
 }
 
-TEST(MemoryEdge, EndsTheBytesThatAreCompared) {
+TEST(MemoryEdge, IsNotCrossedByComparisons) {
   Guarded unended("abc");
   Guarded other("ABC");
   GuardedText text("abcd");
@@ -87,7 +87,7 @@ TEST(MemoryEdge, EndsTheBytesThatAreCompared) {
 }
 
 // The byte after the data is the caller's; with the open at the start nothing further is looked at.
-TEST(MemoryEdge, StandsOneByteBehindTheDataThatIsCutOutOf) {
+TEST(MemoryEdge, IsNotCrossedByExtractBetween) {
   const auto between = [](const std::string &data, const char *open, const char *close) {
     GuardedText input(data);
     TarnHandle buffer = extractBetween(input.text(), input.size() - 1, open, close);
@@ -110,7 +110,7 @@ TEST(MemoryEdge, StandsOneByteBehindTheDataThatIsCutOutOf) {
 
 // ---- Bytes that are kept ------------------------------------------------------------------------
 
-TEST(MemoryEdge, EndsTheBytesThatNodesAndBuffersKeep) {
+TEST(MemoryEdge, IsNotCrossedWhenNodesAndBuffersCopyBytes) {
   for (const size_t size : {1, 2, 3, 4, 15, 16, 17, 4095, 4096, 4097}) {
     Guarded data(std::string(size, 'x'));
     const std::string text = data.str();
@@ -137,7 +137,7 @@ TEST(MemoryEdge, EndsTheBytesThatNodesAndBuffersKeep) {
   }
 }
 
-TEST(MemoryEdge, EndsTheWordsThatAListIsMadeOf) {
+TEST(MemoryEdge, IsNotCrossedWhenAListCopiesWords) {
   for (uint32_t capacity = 0; capacity < 25; ++capacity) {
     std::string bytes(capacity * sizeof(uintptr_t), '\1');
     Guarded words(bytes);
@@ -157,7 +157,7 @@ TEST(MemoryEdge, EndsTheWordsThatAListIsMadeOf) {
 }
 
 // A capacity that 32 bits cannot count is a growth that fails; it leaves the capacity overstated.
-TEST(MemoryEdge, IsKeptByAListThatCouldNotGrow) {
+TEST(MemoryEdge, IsNotCrossedByAListThatCouldNotGrow) {
   List list{1, 2, 3};
   ASSERT_EQ(TARN_OUT_OF_MEMORY, TARNGenericList_reserve(list, UINT32_MAX));
   EXPECT_EQ(20U, TARNGenericList_getCapacity(list));
@@ -202,7 +202,7 @@ std::string inserted(std::string to, const std::string &text, size_t offset, siz
   return std::string(asText(to));
 }
 
-TEST(MemoryEdge, EndsTheTextThatGoesIntoAString) {
+TEST(MemoryEdge, IsNotCrossedWhenAStringCopiesText) {
   for (const size_t held : {0, 1, 7, 15, 16, 17, 40}) {
     for (const std::string &text : {""s, "a"s, "hello"s, std::string(16, 't')}) {
       GuardedText source(text);
@@ -225,7 +225,7 @@ TEST(MemoryEdge, EndsTheTextThatGoesIntoAString) {
   }
 }
 
-TEST(MemoryEdge, EndsTheTextThatAStringIsSetToFormattedByOrComparedWith) {
+TEST(MemoryEdge, IsNotCrossedWhenAStringFormatsOrComparesText) {
   TarnHandle string = 0;
   ASSERT_EQ(TARN_OK, TARNString_new(&string));
   for (size_t size = 0; size < 100; ++size) {

@@ -164,20 +164,20 @@ struct NodeList : testing::Test {};
 using AllLists = testing::Types<Entries, Files, Cookies, Attributes, Elements>;
 TYPED_TEST_SUITE(NodeList, AllLists, TypeName);
 
-TYPED_TEST(NodeList, IsBornEmpty) {
+TYPED_TEST(NodeList, StartsEmpty) {
   TypedList<TypeParam> list;
   EXPECT_EQ(0, TypeParam::getCount(list));
   EXPECT_EQ(0U, TypeParam::getByIndex(list, 0));
   EXPECT_EQ(0U, list.inner());
 }
 
-TYPED_TEST(NodeList, KeepsElementsInOrderOfAppendingAndRepeatedNamesToo) {
+TYPED_TEST(NodeList, KeepsElementsInTheOrderAddedIncludingRepeatedNames) {
   TypedList<TypeParam> list{"b", "a", "B", "b"};
   EXPECT_EQ(4, TypeParam::getCount(list));
   EXPECT_EQ((Names{"b", "a", "B", "b"}), namesIn<TypeParam>(list));
 }
 
-TYPED_TEST(NodeList, AppendingTwiceMakesTwoCopiesApartFromTheCallersElement) {
+TYPED_TEST(NodeList, AddingTwiceMakesTwoCopiesAndLeavesTheCallersElement) {
   TypedList<TypeParam> list;
   Element<TypeParam> element("before");
   EXPECT_EQ(TARN_OK, TypeParam::add(list, element));
@@ -198,14 +198,14 @@ TYPED_TEST(NodeList, AppendingTwiceMakesTwoCopiesApartFromTheCallersElement) {
   EXPECT_EQ((Names{"changed", "before"}), namesIn<TypeParam>(list));
 }
 
-TYPED_TEST(NodeList, AppendsAnElementThatHasNothing) {
+TYPED_TEST(NodeList, AddsAnEmptyElement) {
   TypedList<TypeParam> list;
   EXPECT_EQ(TARN_OK, TypeParam::add(list, Element<TypeParam>()));
   EXPECT_EQ(TARN_OK, TypeParam::add(list, Element<TypeParam>("")));
   EXPECT_EQ((Names{"(none)", ""}), namesIn<TypeParam>(list));
 }
 
-TYPED_TEST(NodeList, AppendsElementsOfItsOwn) {
+TYPED_TEST(NodeList, AddsACopyOfItsOwnElement) {
   TypedList<TypeParam> list{"a"};
   for (int copies = 1; copies < 25; ++copies) {
     TarnHandle lent = TypeParam::getByIndex(list, 0);
@@ -214,7 +214,7 @@ TYPED_TEST(NodeList, AppendsElementsOfItsOwn) {
   EXPECT_EQ(Names(25, "a"), namesIn<TypeParam>(list));
 }
 
-TYPED_TEST(NodeList, AddToNoListIsWrongTypeEvenWithoutAnElement) {
+TYPED_TEST(NodeList, AddToAnotherTypeReturnsWrongTypeEvenWithoutAnElement) {
   Element<TypeParam> element("a");
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::add(stranger, element));
@@ -223,7 +223,7 @@ TYPED_TEST(NodeList, AddToNoListIsWrongTypeEvenWithoutAnElement) {
   EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::add(element, element));
 }
 
-TYPED_TEST(NodeList, AddOfNoElementIsABadArgumentAndLeavesTheListAsItIs) {
+TYPED_TEST(NodeList, AddOfAnotherTypeReturnsBadArgumentAndChangesNothing) {
   TypedList<TypeParam> list;
   withEveryStranger(
       [&](TarnHandle *stranger) { EXPECT_EQ(TARN_BAD_ARGUMENT, TypeParam::add(list, stranger)); });
@@ -238,7 +238,7 @@ TYPED_TEST(NodeList, AddOfNoElementIsABadArgumentAndLeavesTheListAsItIs) {
   EXPECT_EQ(Names{"a"}, namesIn<TypeParam>(list));
 }
 
-TYPED_TEST(NodeList, CountAndIndexOfNoListAreZero) {
+TYPED_TEST(NodeList, CountAndIndexReturnZeroForAnotherType) {
   Element<TypeParam> element("a");
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(0, TypeParam::getCount(stranger));
@@ -248,7 +248,7 @@ TYPED_TEST(NodeList, CountAndIndexOfNoListAreZero) {
   EXPECT_EQ(0U, TypeParam::getByIndex(element, 0));
 }
 
-TYPED_TEST(NodeList, IndexFromTheCountUpwardFindsNothing) {
+TYPED_TEST(NodeList, IndexAtOrBeyondTheCountReturnsZero) {
   TypedList<TypeParam> list{"a"};
   EXPECT_NE(0U, TypeParam::getByIndex(list, 0));
   for (uint32_t index : {1U, 9U, 10U, 0x80000000U, static_cast<uint32_t>(-1)}) {
@@ -256,7 +256,7 @@ TYPED_TEST(NodeList, IndexFromTheCountUpwardFindsNothing) {
   }
 }
 
-TYPED_TEST(NodeList, ClearAndDeleteOfNoListAreWrongType) {
+TYPED_TEST(NodeList, ClearAndDeleteOfAnotherTypeReturnWrongType) {
   Element<TypeParam> element("a");
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::clear(stranger));
@@ -274,7 +274,7 @@ TYPED_TEST(NodeList, DeleteSetsTheHandleToZeroAndWorksOnce) {
   EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::remove(list));
 }
 
-TYPED_TEST(NodeList, DeleteTakesAListThatNeverHadAnElement) {
+TYPED_TEST(NodeList, DeleteAcceptsAListThatNeverHadAnElement) {
   TypedList<TypeParam> list;
   EXPECT_EQ(TARN_OK, TypeParam::remove(list));
   EXPECT_EQ(0U, list.value());
@@ -295,7 +295,7 @@ TYPED_TEST(NodeList, CloneOwnsCopiesOfTheElementsInOrder) {
   TypeParam::remove(&copy);
 }
 
-TYPED_TEST(NodeList, SourceOutlivesItsClone) {
+TYPED_TEST(NodeList, SourceStaysValidWhenItsCloneIsDeleted) {
   TypedList<TypeParam> source{"a", "b"};
   TarnHandle copy = 0;
   ASSERT_EQ(TARN_OK, TypeParam::clone(source, &copy));
@@ -323,7 +323,7 @@ TYPED_TEST(NodeList, CloneOverwritesWhatTheDestinationHeldWithoutDeletingIt) {
   TypeParam::remove(&destination);
 }
 
-TYPED_TEST(NodeList, CloneIntoItsOwnHandleLeavesTheSourceToWhoeverKnowsIt) {
+TYPED_TEST(NodeList, CloneIntoItsOwnHandleDoesNotDeleteTheSource) {
   TypedList<TypeParam> source{"a"};
   TarnHandle handle = source.value();
   ASSERT_EQ(TARN_OK, TypeParam::clone(&handle, &handle));
@@ -333,7 +333,7 @@ TYPED_TEST(NodeList, CloneIntoItsOwnHandleLeavesTheSourceToWhoeverKnowsIt) {
   TypeParam::remove(&handle);
 }
 
-TYPED_TEST(NodeList, CloneOfNoListIsWrongTypeAndLeavesTheDestinationAlone) {
+TYPED_TEST(NodeList, CloneOfAnotherTypeReturnsWrongTypeAndKeepsTheDestination) {
   Element<TypeParam> element("a");
   TarnHandle destination = element.value();
   withEveryStranger([&](TarnHandle *stranger) {
@@ -344,7 +344,7 @@ TYPED_TEST(NodeList, CloneOfNoListIsWrongTypeAndLeavesTheDestinationAlone) {
   EXPECT_EQ(element.value(), destination);
 }
 
-TYPED_TEST(NodeList, CloneToANullAddressReportsTheCopying) {
+TYPED_TEST(NodeList, CloneToANullAddressReturnsTheStatusOfTheCopy) {
   Node foreign(TARN_HEADER_MAGIC);
   TypedList<TypeParam> list{"a"};
   EXPECT_EQ(TARN_OK, TypeParam::clone(list, nullptr));
@@ -353,7 +353,7 @@ TYPED_TEST(NodeList, CloneToANullAddressReportsTheCopying) {
   EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::clone(list, nullptr));
 }
 
-TYPED_TEST(NodeList, CloneWithAnotherNodeOrAHoleInItIsWrongTypeAndLeavesTheDestinationAlone) {
+TYPED_TEST(NodeList, CloneOfAListWithAForeignNodeOrZeroReturnsWrongTypeAndKeepsTheDestination) {
   Node foreign(TARN_HEADER_MAGIC);
   for (const TarnHandle address : {foreign.value(), TarnHandle{0}}) {
     TypedList<TypeParam> list{"a"};
@@ -371,7 +371,7 @@ TYPED_TEST(NodeList, CloneWithAnotherNodeOrAHoleInItIsWrongTypeAndLeavesTheDesti
   }
 }
 
-TYPED_TEST(NodeList, ClearAndDeleteLeaveAnotherNodeInTheListAlive) {
+TYPED_TEST(NodeList, ClearAndDeleteDoNotReleaseAForeignNode) {
   for (auto *release : {TypeParam::clear, TypeParam::remove}) {
     Node foreign(TARN_HEADER_MAGIC);
     CGIgs_setString(foreign, kName, "mine", TARN_HEADER_MAGIC);
@@ -403,7 +403,7 @@ TYPED_TEST(NodeList, HoldsThousandsOfElementsAndItsCapacityGrowsByTens) {
   EXPECT_EQ(TARN_OK, TypeParam::remove(&copy));
 }
 
-TYPED_TEST(NodeList, ToHtmlIsNotYetImplementedForAnyHandle) {
+TYPED_TEST(NodeList, ToHtmlReturnsNotYetImplementedForAnyHandle) {
   TypedList<TypeParam> list{"a"};
   const char *text = TypeParam::toHtml(list);
   EXPECT_STREQ("Not yet implemented.", text);
@@ -417,7 +417,7 @@ struct NodeListKeptByClear : testing::Test {};
 using ListsKeptByClear = testing::Types<Entries, Cookies, Attributes>;
 TYPED_TEST_SUITE(NodeListKeptByClear, ListsKeptByClear, TypeName);
 
-TYPED_TEST(NodeListKeptByClear, IsEmptyAndTakesMore) {
+TYPED_TEST(NodeListKeptByClear, IsEmptyAndCanBeUsedAgain) {
   TypedList<TypeParam> list{"a", "b"};
   const TarnHandle before = list.value();
   EXPECT_EQ(TARN_OK, TypeParam::clear(list));
@@ -432,7 +432,7 @@ TYPED_TEST(NodeListKeptByClear, IsEmptyAndTakesMore) {
   EXPECT_EQ(Names{"c"}, namesIn<TypeParam>(list));
 }
 
-TYPED_TEST(NodeListKeptByClear, HasTheRestOfItsNodeEmptiedUpToTheSecondText) {
+TYPED_TEST(NodeListKeptByClear, LosesTheOtherSlotsOfItsNodeExceptStringsTwoToSeven) {
   TypedList<TypeParam> list{"a"};
   for (uint32_t slot : {0U, 1U, 2U}) CGIgs_setString(list, slot, "label", TypeParam::kListMagic);
   CGIgs_setInt(list, 0, 7, TypeParam::kListMagic);
@@ -443,7 +443,7 @@ TYPED_TEST(NodeListKeptByClear, HasTheRestOfItsNodeEmptiedUpToTheSecondText) {
   EXPECT_EQ(0U, CGIgs_getInt(list, 0, TypeParam::kListMagic));
 }
 
-TYPED_TEST(NodeListKeptByClear, ClonesAsAnEmptyListAfterIt) {
+TYPED_TEST(NodeListKeptByClear, IsClonedAsAnEmptyList) {
   TypedList<TypeParam> list{"a"};
   TypeParam::clear(list);
   TarnHandle copy = 0;
@@ -496,7 +496,7 @@ using ListsOfASharedTag =
                    Siblings<Attributes, Elements>, Siblings<Elements, Attributes>>;
 TYPED_TEST_SUITE(NodeListOfASharedTag, ListsOfASharedTag, TypeName);
 
-TYPED_TEST(NodeListOfASharedTag, TakesAndCountsTheElementsOfBoth) {
+TYPED_TEST(NodeListOfASharedTag, AcceptsAndCountsElementsOfBothTypes) {
   using Own = typename TypeParam::Own;
   using Sibling = typename TypeParam::Sibling;
   EXPECT_EQ(3, Own::getCount(this->mixed));
@@ -508,7 +508,7 @@ TYPED_TEST(NodeListOfASharedTag, TakesAndCountsTheElementsOfBoth) {
   EXPECT_EQ("b", nameOf(Sibling::getByIndex(this->mixed, 2)));
 }
 
-TYPED_TEST(NodeListOfASharedTag, ClonesAsEitherTypeOnlyWhenTheOthersElementsAreNotInIt) {
+TYPED_TEST(NodeListOfASharedTag, IsClonedAsEitherTypeOnlyWithoutElementsOfTheOther) {
   using Own = typename TypeParam::Own;
   using Sibling = typename TypeParam::Sibling;
   TarnHandle destination = this->sibling.value();
@@ -528,7 +528,7 @@ TYPED_TEST(NodeListOfASharedTag, ClonesAsEitherTypeOnlyWhenTheOthersElementsAreN
   EXPECT_EQ(Names{"sibling"}, namesIn<Sibling>(copy));
 }
 
-TYPED_TEST(NodeListOfASharedTag, IsClearedAndDeletedWithoutTheOthersElements) {
+TYPED_TEST(NodeListOfASharedTag, ClearAndDeleteDoNotReleaseElementsOfTheOtherType) {
   using Own = typename TypeParam::Own;
   using Sibling = typename TypeParam::Sibling;
   for (auto *release : {Own::clear, Own::remove}) {
@@ -550,7 +550,7 @@ struct NodeListReserve : testing::Test {};
 using ListsThatReserve = testing::Types<Entries, Files>;
 TYPED_TEST_SUITE(NodeListReserve, ListsThatReserve, TypeName);
 
-TYPED_TEST(NodeListReserve, DoesNothingOnAFreshList) {
+TYPED_TEST(NodeListReserve, DoesNothingOnANewList) {
   TypedList<TypeParam> list;
   TypeParam::reserve(list, 40);
   EXPECT_EQ(0U, list.inner());
@@ -558,7 +558,7 @@ TYPED_TEST(NodeListReserve, DoesNothingOnAFreshList) {
   EXPECT_EQ(0, TypeParam::getCount(list));
 }
 
-TYPED_TEST(NodeListReserve, MakesRoomInTensOnceThereWasAnElement) {
+TYPED_TEST(NodeListReserve, GrowsInStepsOfTenOnceThereWasAnElement) {
   TypedList<TypeParam> list{"a"};
   EXPECT_EQ(10U, list.capacity());
   const struct {
@@ -579,7 +579,7 @@ TYPED_TEST(NodeListReserve, DoesNothingAgainAfterAClear) {
   EXPECT_EQ(0U, list.capacity());
 }
 
-TYPED_TEST(NodeListReserve, DoesNothingOnNoList) {
+TYPED_TEST(NodeListReserve, DoesNothingOnAnotherType) {
   withEveryStranger([](TarnHandle *stranger) {
     TypeParam::reserve(stranger, 40);
     EXPECT_EQ(0U, TARNGenericList_getCapacity(stranger));
@@ -593,7 +593,7 @@ struct NodeListWithinAnElement : testing::Test {};
 using ListsOfWholeNodes = testing::Types<Entries, Files, Cookies, Attributes>;
 TYPED_TEST_SUITE(NodeListWithinAnElement, ListsOfWholeNodes, TypeName);
 
-TYPED_TEST(NodeListWithinAnElement, TakesACopyOfItWithTheListAsItIsAtThatMoment) {
+TYPED_TEST(NodeListWithinAnElement, CopiesThatElementWithTheListAsItIs) {
   Element<TypeParam> element("a");
   ASSERT_EQ(TARN_OK, CGIgs_setStruct(element, kFree, TypedList<TypeParam>(),
                                      TypeParam::kElementMagic, TypeParam::kListMagic));
@@ -616,7 +616,7 @@ template <typename Type>
 struct NodeListWithoutMemory : testing::Test {};
 TYPED_TEST_SUITE(NodeListWithoutMemory, AllLists, TypeName);
 
-TYPED_TEST(NodeListWithoutMemory, AddAndCloneReportItAndLeaveEverythingAsItIs) {
+TYPED_TEST(NodeListWithoutMemory, AddAndCloneReportItAndChangeNothing) {
   Element<TypeParam> element("a");
   TypedList<TypeParam> list{"a"};
   TarnHandle destination = element.value();
@@ -633,7 +633,7 @@ TYPED_TEST(NodeListWithoutMemory, AddAndCloneReportItAndLeaveEverythingAsItIs) {
 }
 
 // A cookie or an attribute is copied before its list begins; the others after.
-TYPED_TEST(NodeListWithoutMemory, FirstElementThatCannotBeCopiedLeavesTheListBegunOrNot) {
+TYPED_TEST(NodeListWithoutMemory, FirstElementThatCannotBeCopiedMayLeaveAnEmptyList) {
   constexpr size_t kEnoughForAGenericList = 64;
   Element<TypeParam> element("a");
   TypedList<TypeParam> list;
@@ -644,7 +644,7 @@ TYPED_TEST(NodeListWithoutMemory, FirstElementThatCannotBeCopiedLeavesTheListBeg
   EXPECT_EQ(TypeParam::kBeginsBeforeTheCopy, list.inner() != 0);
 }
 
-TYPED_TEST(NodeListWithoutMemory, CloneThatRunsOutHalfwayLeavesTheDestinationAlone) {
+TYPED_TEST(NodeListWithoutMemory, CloneThatRunsOutHalfwayKeepsTheDestination) {
   TypedList<TypeParam> list;
   for (int i = 0; i < 1000; ++i) list.add("a");
   TarnHandle destination = list.value();

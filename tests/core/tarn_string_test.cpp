@@ -132,7 +132,7 @@ void check(const std::vector<Case> &cases) {
 
 // ---- Creating and deleting ----------------------------------------------------------------------
 
-TEST(StringNew, MakesAnEmptyTextWithACapacityOf16) {
+TEST(StringNew, CreatesAnEmptyStringWithACapacityOf16) {
   String string(nullptr);
   ASSERT_EQ(TARN_OK, TARNString_new(string));
   EXPECT_EQ(1U, TARNString_IsA(string));
@@ -174,7 +174,7 @@ TEST(StringDelete, ReleasesTheText) {
 
 // ---- What is no string --------------------------------------------------------------------------
 
-TEST(String, OperationsRefuseWhatIsNoStringBeforeTheyLookAtAnythingElse) {
+TEST(String, OperationsCheckTheTypeFirst) {
   withEveryOtherHandle([](TarnHandle *handle) {
     EXPECT_EQ(0U, TARNString_IsA(handle));
     EXPECT_EQ(TARN_WRONG_TYPE, TARNString_delete(handle));
@@ -196,7 +196,7 @@ TEST(String, OperationsRefuseWhatIsNoStringBeforeTheyLookAtAnythingElse) {
   });
 }
 
-TEST(String, WhatIsNoStringReadsAsAnEmptyTextThatSortsFirst) {
+TEST(String, AnotherTypeReadsAsEmptyAndSortsFirst) {
   String string;
   withEveryOtherHandle([&](TarnHandle *handle) {
     EXPECT_EQ(0U, TARNString_length(handle));
@@ -209,7 +209,7 @@ TEST(String, WhatIsNoStringReadsAsAnEmptyTextThatSortsFirst) {
   });
 }
 
-TEST(String, ANullTextIsRefusedAndChangesNothing) {
+TEST(String, NullTextIsRefusedAndChangesNothing) {
   String string("kept");
   EXPECT_EQ(TARN_BAD_ARGUMENT, TARNString_set(string, nullptr));
   EXPECT_EQ(TARN_BAD_ARGUMENT, TARNString_append(string, nullptr));
@@ -220,7 +220,7 @@ TEST(String, ANullTextIsRefusedAndChangesNothing) {
   EXPECT_EQ(16, capacityOf(string));
 }
 
-TEST(StringAppend, LooksForATextBeforeItAsksWhetherAnObjectIsAString) {
+TEST(StringAppend, ChecksForANullTextBeforeTheType) {
   withEveryOtherHandle([](TarnHandle *handle) {
     const TarnStatus status = handle && *handle ? TARN_BAD_ARGUMENT : TARN_WRONG_TYPE;
     EXPECT_EQ(status, TARNString_append(handle, nullptr));
@@ -230,7 +230,7 @@ TEST(StringAppend, LooksForATextBeforeItAsksWhetherAnObjectIsAString) {
 
 // ---- Growing ------------------------------------------------------------------------------------
 
-TEST(StringCapacity, EachWriteGrowsByItsOwnRule) {
+TEST(StringCapacity, EachOperationGrowsByItsOwnRule) {
   const auto l = letters;
   check({
       {"a text as long as the capacity fits", "", {set(l(16))}, l(16), 16},
@@ -278,7 +278,7 @@ TEST(StringCapacity, EachWriteGrowsByItsOwnRule) {
   });
 }
 
-TEST(StringCapacity, TextThatFitsStaysWhereItIsAndTextThatDoesNotMoves) {
+TEST(StringCapacity, TextMovesOnlyWhenItDoesNotFit) {
   String string("0123456789");
   const auto place = [&] { return reinterpret_cast<uintptr_t>(TARNString_c_str(string)); };
   const uintptr_t before = place();
@@ -292,14 +292,14 @@ TEST(StringCapacity, TextThatFitsStaysWhereItIsAndTextThatDoesNotMoves) {
 
 // ---- Writing and removing -----------------------------------------------------------------------
 
-TEST(StringSet, ReplacesTheWholeTextByBytesAsTheyAre) {
+TEST(StringSet, ReplacesTheWholeTextWithTheGivenBytes) {
   check({{"longer", "xy", {set("100%s%n\xff\x01\n")}, "100%s%n\xff\x01\n"},
          {"shorter", "xyz", {set("a")}, "a"},
          {"empty", "xyz", {set("")}, ""},
          {"another string's", "xyz", {setString("\xc3\xa4")}, "\xc3\xa4"}});
 }
 
-TEST(StringSetString, CopiesTheTextAndRefusesASourceThatIsNoString) {
+TEST(StringSetString, CopiesTheTextAndRefusesASourceOfAnotherType) {
   String source("from here");
   String target("to there");
   EXPECT_EQ(TARN_OK, TARNString_set_string(target, source));
@@ -311,7 +311,7 @@ TEST(StringSetString, CopiesTheTextAndRefusesASourceThatIsNoString) {
   EXPECT_STREQ("from here!", TARNString_c_str(target));
 }
 
-TEST(StringClear, KeepsTheBufferAndWhatStandsBehindTheEmptyText) {
+TEST(StringClear, KeepsTheBufferAndTheBytesAfterTheTerminator) {
   String string("abcdef");
   const char *place = TARNString_c_str(string);
   EXPECT_EQ(TARN_OK, TARNString_clear(string));
@@ -319,7 +319,7 @@ TEST(StringClear, KeepsTheBufferAndWhatStandsBehindTheEmptyText) {
   EXPECT_EQ(std::string("\0bcdef", 6), bytesOf(string, 6));
 }
 
-TEST(StringAppendString, WhatIsNoStringAppendsNothingAndSucceeds) {
+TEST(StringAppendString, AnotherTypeAppendsNothingAndReturnsOk) {
   String target("kept");
   withEveryOtherHandle([&](TarnHandle *other) {
     EXPECT_EQ(TARN_OK, TARNString_append_string(target, other));
@@ -329,7 +329,7 @@ TEST(StringAppendString, WhatIsNoStringAppendsNothingAndSucceeds) {
   EXPECT_STREQ("kept", TARNString_c_str(target));
 }
 
-TEST(StringInsert, PutsATextAtAPositionAndNowhereBeyondTheText) {
+TEST(StringInsert, InsertsAtAPositionInTheTextAndRefusesOneBeyondIt) {
   const std::string tail = letters(1000);
   check({{"append", "xy", {append("abc")}, "xyabc"},
          {"append nothing", "xy", {append("")}, "xy"},
@@ -346,7 +346,7 @@ TEST(StringInsert, PutsATextAtAPositionAndNowhereBeyondTheText) {
          {"as far as can be", "xy", {insert("abc", UINT32_MAX), append("!")}, "xy!"}});
 }
 
-TEST(StringInsertn, TakesPartOfATextAndFillsItUpWithZeroBytes) {
+TEST(StringInsertn, InsertsPartOfATextPaddedWithZeroBytes) {
   const std::string full = "0123456789abcdef";
   check({
       {"a part, appended", "", {appendn("hello", 1, 3)}, "ell"},
@@ -368,7 +368,7 @@ TEST(StringInsertn, TakesPartOfATextAndFillsItUpWithZeroBytes) {
   });
 }
 
-TEST(StringInsertn, BeyondTheTextBytesLandInTheBufferUnseenAndNeverOutside) {
+TEST(StringInsertn, BeyondTheTextWritesInvisiblyAndOnlyInsideTheBuffer) {
   String string("ab");
   EXPECT_EQ(TARN_OK, TARNString_insert(string, "XY", 3));
   EXPECT_EQ(std::string("ab\0XY", 5), bytesOf(string, 5));
@@ -378,7 +378,7 @@ TEST(StringInsertn, BeyondTheTextBytesLandInTheBufferUnseenAndNeverOutside) {
   }
 }
 
-TEST(StringInsertn, ASizeThatNoCapacityCountsIsAFailedAllocation) {
+TEST(StringInsertn, SizeBeyondTheLargestCapacityFailsLikeAnAllocation) {
   for (const uint32_t count :
        {0x7FFFFFECU, 0x7FFFFFF0U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFCU, UINT32_MAX}) {
     SCOPED_TRACE(count);
@@ -389,7 +389,7 @@ TEST(StringInsertn, ASizeThatNoCapacityCountsIsAFailedAllocation) {
   }
 }
 
-TEST(StringRemove, TakesOutARangeThatEndsAtTheTextsEndAtTheLatest) {
+TEST(StringRemove, RemovesARangeThatIsTruncatedAtTheEndOfTheText) {
   const auto rest = [](uint32_t position, uint32_t count) {
     String string("abcdef");
     EXPECT_EQ(TARN_OK, TARNString_remove(string, position, count));
@@ -412,7 +412,7 @@ TEST(StringRemove, TakesOutARangeThatEndsAtTheTextsEndAtTheLatest) {
   }
 }
 
-TEST(StringRemove, BeyondTheTextWritesAZeroByteBehindItsEnd) {
+TEST(StringRemove, BeyondTheTextWritesAZeroByteAfterItsEnd) {
   String string("abcdef");
   TARNString_remove(string, 2, 0);
   EXPECT_EQ(std::string("ab\0def", 6), bytesOf(string, 6));
@@ -429,7 +429,7 @@ TEST(StringSprintf, AppendsAndInsertsFormattedText) {
   EXPECT_STREQ("<c002.5ff>7-x%", TARNString_c_str(string));
 }
 
-TEST(StringSprintf, TakesArgumentsOfAnyLengthAndPercentSignsInThemAsText) {
+TEST(StringSprintf, AcceptsArgumentsOfAnyLengthAndCopiesTheirPercentSigns) {
   const std::string much = letters(100000);
   check({{"percent", "-", {appendFormatted("100%s%n%d")}, "-100%s%n%d"},
          {"percent, inserted", "--", {insertFormatted("100%s%n%d", 1)}, "-100%s%n%d-"},
@@ -439,7 +439,7 @@ TEST(StringSprintf, TakesArgumentsOfAnyLengthAndPercentSignsInThemAsText) {
          {"much, inserted", "-", {insertFormatted(much, 0)}, much + "-", 100018}});
 }
 
-TEST(StringSprintf, ANullFormatIsRefusedWhateverTheHandle) {
+TEST(StringSprintf, NullFormatIsRefusedWhateverTheHandle) {
   const char *format = nullptr;
   const auto look = [&](TarnHandle *handle) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, TARNString_append_sprintf(handle, format, 1));
@@ -452,7 +452,7 @@ TEST(StringSprintf, ANullFormatIsRefusedWhateverTheHandle) {
 }
 
 // In the "C" locale there is no euro sign.
-TEST(StringSprintf, WhatCannotBeFormattedIsRefusedAsANullTextWouldBe) {
+TEST(StringSprintf, FormattingErrorReturnsTheSameAsANullText) {
   const wchar_t euro[] = {0x20AC, 0};
   TarnHandle none = 0;
   Node node(4711);
@@ -467,7 +467,7 @@ TEST(StringSprintf, WhatCannotBeFormattedIsRefusedAsANullTextWouldBe) {
 
 // ---- A string's own text ------------------------------------------------------------------------
 
-TEST(StringOwnText, IsWrittenAsAnyOtherTextWouldBe) {
+TEST(StringGivenItsOwnText, WritesItLikeAnyOtherText) {
   using Write = std::function<TarnStatus(TarnHandle *, const char *)>;
   const std::pair<const char *, Write> rows[] = {
       {"append", [](auto *h, auto *t) { return TARNString_append(h, t); }},
@@ -499,7 +499,7 @@ TEST(StringOwnText, IsWrittenAsAnyOtherTextWouldBe) {
   }
 }
 
-TEST(StringOwnText, AStringCanBeItsOwnSource) {
+TEST(StringGivenItsOwnText, CanBeItsOwnSource) {
   const Act appendItself = [](auto *h) { return TARNString_append_string(h, h); };
   const Act setItself = [](auto *h) { return TARNString_set_string(h, h); };
   check({{"append", "abc", {appendItself, appendItself}, "abcabcabcabc"},
@@ -507,7 +507,7 @@ TEST(StringOwnText, AStringCanBeItsOwnSource) {
          {"set", "abc", {setItself}, "abc"}});
 }
 
-TEST(StringOwnText, CanBeWhatAClearLeftBehind) {
+TEST(StringGivenItsOwnText, CanUseWhatAClearLeftInTheBuffer) {
   const Act append1 = [](auto *h) { return TARNString_append(h, TARNString_c_str(h) + 1); };
   const Act set1 = [](auto *h) { return TARNString_set(h, TARNString_c_str(h) + 1); };
   check(
@@ -515,7 +515,7 @@ TEST(StringOwnText, CanBeWhatAClearLeftBehind) {
 }
 
 // The zero byte at the end is the string's own, too: what moves over it does not count as text.
-TEST(StringOwnText, ItsOwnTerminatorIsAnEmptyTextFilledUpWithZeroBytes) {
+TEST(StringGivenItsOwnText, TreatsItsOwnTerminatorAsAnEmptyTextPaddedWithZeroBytes) {
   for (const uint32_t size : {0U, 1U, 5U, 8U}) {
     for (uint32_t position = 0; position <= size; ++position) {
       for (const uint32_t count : {1U, 3U, 5U}) {
@@ -538,7 +538,7 @@ TEST(StringOwnText, ItsOwnTerminatorIsAnEmptyTextFilledUpWithZeroBytes) {
 
 // ---- Parts and copies ---------------------------------------------------------------------------
 
-TEST(StringSubstr, MakesAStringOfARange) {
+TEST(StringSubstr, ReturnsARangeAsANewString) {
   const auto part = [](int32_t start, uint32_t count) {
     String string("abcdef");
     String result(nullptr);
@@ -562,7 +562,7 @@ TEST(StringSubstr, MakesAStringOfARange) {
   }
 }
 
-TEST(StringSubstr, ThePartGrowsLikeATextThatIsSet) {
+TEST(StringSubstr, NewStringHasTheCapacityThatSetWouldGive) {
   String string(letters(100));
   for (const auto &[count, capacity] : {std::pair(16U, 16), std::pair(17U, 33)}) {
     String part(nullptr);
@@ -572,7 +572,7 @@ TEST(StringSubstr, ThePartGrowsLikeATextThatIsSet) {
   }
 }
 
-TEST(StringDup, MakesAStringOfItsOwnWithTheSameTextAndCapacity) {
+TEST(StringDup, CopiesTextAndCapacityToANewString) {
   for (const size_t size : {0U, 5U, 16U, 17U, 1000U}) {
     SCOPED_TRACE(size);
     String string(letters(size));
@@ -587,7 +587,7 @@ TEST(StringDup, MakesAStringOfItsOwnWithTheSameTextAndCapacity) {
   }
 }
 
-TEST(StringDup, CopiesAsManyBytesAsTheCapacityCountsWhereverTheTextEnds) {
+TEST(StringDup, CopiesTheWholeCapacityWhereverTheTextEnds) {
   String string("abcdef");
   TARNString_remove(string, 2, 0);
   String copy(nullptr);
@@ -613,7 +613,7 @@ TEST(StringCopies, RefuseANullAddressAndAHandleInUse) {
 
 // ---- Comparing ----------------------------------------------------------------------------------
 
-TEST(StringCompare, AnswersWhatStrcmpAnswersAndOneToANullText) {
+TEST(StringCompare, ReturnsWhatStrcmpReturnsAndOneForANullText) {
   // Called through a pointer, so that the compiler does not answer in its place.
   int (*volatile order)(const char *, const char *) = std::strcmp;
   const char *const texts[] = {"", "a", "A", "abc", "abd", "z", "\x7f", "\xff", "\xc3\xa4"};
@@ -660,7 +660,7 @@ std::string printed(const std::function<void()> &print) {
   return written;
 }
 
-TEST(StringPrint, WritesTheTextAsItStands) {
+TEST(StringPrint, WritesTheTextUnchanged) {
   for (const char *text : {"", "x", "100%s%n\n\xff"}) {
     String string(text);
     const std::string line = text + std::string("\n");
@@ -683,11 +683,11 @@ void expectNoPrint(TarnStatus status, TarnHandle *handle) {
             }));
 }
 
-TEST(StringPrint, WhatIsNoStringPrintsNothing) {
+TEST(StringPrint, AnotherTypePrintsNothing) {
   withEveryOtherHandle([](TarnHandle *handle) { expectNoPrint(TARN_WRONG_TYPE, handle); });
 }
 
-TEST(StringPrint, RefusesANullStreamBeforeItLooksForABuffer) {
+TEST(StringPrint, ChecksForANullStreamBeforeAMissingBuffer) {
   String string("text");
   for (const Act &act : {set("text"), lose}) {
     ASSERT_EQ(TARN_OK, act(string));
@@ -696,7 +696,7 @@ TEST(StringPrint, RefusesANullStreamBeforeItLooksForABuffer) {
   }
 }
 
-TEST(StringPrint, DoesNotTellWhatBecameOfTheWriting) {
+TEST(StringPrint, DoesNotReportWriteErrors) {
   String string("text");
   FILE *readOnly = std::fopen("/dev/null", "r");
   ASSERT_NE(nullptr, readOnly);
@@ -707,7 +707,7 @@ TEST(StringPrint, DoesNotTellWhatBecameOfTheWriting) {
 
 // ---- A string that has lost its buffer ----------------------------------------------------------
 
-TEST(StringLostBuffer, ReadsAsAnEmptyTextThatCannotBePrinted) {
+TEST(StringWithoutABuffer, ReadsAsEmptyAndCannotBePrinted) {
   String string("abc");
   ASSERT_EQ(TARN_OK, lose(string));
   EXPECT_EQ(1U, TARNString_IsA(string));
@@ -726,7 +726,7 @@ TEST(StringLostBuffer, ReadsAsAnEmptyTextThatCannotBePrinted) {
   EXPECT_EQ(16, capacityOf(copy));
 }
 
-TEST(StringLostBuffer, IsAnEmptySourceExceptToTheAppendThatSeesItsNullText) {
+TEST(StringWithoutABuffer, IsAnEmptySourceExceptForAppendWhichSeesANullText) {
   String string("abc");
   ASSERT_EQ(TARN_OK, lose(string));
   String other("other");
@@ -738,7 +738,7 @@ TEST(StringLostBuffer, IsAnEmptySourceExceptToTheAppendThatSeesItsNullText) {
   EXPECT_STREQ("", TARNString_c_str(other));
 }
 
-TEST(StringLostBuffer, IsMadeAgainByTheNextWrite) {
+TEST(StringWithoutABuffer, GetsABufferAtTheNextWrite) {
   const std::string full = letters(16);
   check({{"set", "abc", {lose, set("text")}, "text"},
          {"set to nothing", "abc", {lose, set("")}, ""},
@@ -757,7 +757,7 @@ TEST(StringLostBuffer, IsMadeAgainByTheNextWrite) {
          {"with the capacity it had", full + "-", {lose, append("a")}, "a", 33}});
 }
 
-TEST(StringLostBuffer, StaysLostWhenNothingIsWritten) {
+TEST(StringWithoutABuffer, StaysWithoutOneWhenNothingIsWritten) {
   String string("abc");
   for (const Act &act : {lose, removeBytes(0, 0), removeBytes(4, 1), reserve(16), clear}) {
     EXPECT_EQ(TARN_OK, act(string));
@@ -797,7 +797,7 @@ TEST(StringWithoutMemory, NewReportsItAndLeavesNoStringOrOneWithoutABuffer) {
   EXPECT_EQ(TARN_OUT_OF_MEMORY, starved(TARNString_new, string, spare - 1));
 }
 
-TEST(StringWithoutMemory, WhatIsTooLargeToInsertTakesTheTextWithIt) {
+TEST(StringWithoutMemory, FailedInsertLosesTheText) {
   const std::string much = letters(kMuch);
   for (const Act &act : {append(much), insert(much, 1), appendn("a", 0, kMuch)}) {
     String string("abc");
@@ -807,7 +807,7 @@ TEST(StringWithoutMemory, WhatIsTooLargeToInsertTakesTheTextWithIt) {
   }
 }
 
-TEST(StringWithoutMemory, WhatFitsIsWrittenAllTheSame) {
+TEST(StringWithoutMemory, TextThatFitsIsStillWritten) {
   String string("abc");
   for (const Act &act : {append("def"), insert("-", 0), removeBytes(1, 1), reserve(10)}) {
     EXPECT_EQ(TARN_OK, starved(act, string, 0));
@@ -815,7 +815,7 @@ TEST(StringWithoutMemory, WhatFitsIsWrittenAllTheSame) {
   EXPECT_STREQ("-bcdef", TARNString_c_str(string));
 }
 
-TEST(StringWithoutMemory, SetDoesNotReportItAndLeavesNoText) {
+TEST(StringWithoutMemory, SetReturnsOkAndLeavesNoText) {
   String string("abc");
   EXPECT_EQ(TARN_OK, starved(set(letters(kMuch)), string));
   EXPECT_EQ(0U, TARNString_length(string));
@@ -824,14 +824,14 @@ TEST(StringWithoutMemory, SetDoesNotReportItAndLeavesNoText) {
   EXPECT_STREQ("text", TARNString_c_str(string));
 }
 
-TEST(StringWithoutMemory, ReserveDoesNotReportItAndLeavesTheStringAsItWas) {
+TEST(StringWithoutMemory, ReserveReturnsOkAndLeavesTheStringUnchanged) {
   String string("abc");
   EXPECT_EQ(TARN_OK, starved(reserve(100), string, 0));
   EXPECT_STREQ("abc", TARNString_c_str(string));
   EXPECT_EQ(16, capacityOf(string));
 }
 
-TEST(StringWithoutMemory, FormattingIsRefusedAsANullTextWouldBe) {
+TEST(StringWithoutMemory, FormattingReturnsTheSameAsANullText) {
   String string("abc");
   EXPECT_EQ(TARN_BAD_ARGUMENT, starved(appendFormatted("x"), string, 0));
   EXPECT_EQ(TARN_BAD_ARGUMENT, starved(insertFormatted("x", 0), string, 0));
@@ -865,7 +865,7 @@ TEST(StringWithoutMemory, SubstrReportsAMissingStringFirstAndNeverAMissingText) 
 
 // ---- Strings and nodes --------------------------------------------------------------------------
 
-TEST(StringAndNode, NodeOperationsReadTheTagAndRefuseAllElse) {
+TEST(StringAndNode, NodeOperationsOnAStringReadOnlyItsTag) {
   String string("kept");
   TarnHandle made = 0;
   EXPECT_EQ(37181U, CGIgs_getMagic(string));
@@ -898,7 +898,7 @@ TEST(StringAndNode, NodeOperationsReadTheTagAndRefuseAllElse) {
   EXPECT_STREQ("kept", TARNString_c_str(string));
 }
 
-TEST(StringAndNode, AStringCannotBeAChild) {
+TEST(StringAndNode, StringCannotBeAChild) {
   Node node(4711);
   String string("kept");
   EXPECT_EQ(TARN_BAD_ARGUMENT, CGIgs_setStruct(node, 0, string, 4711, TARN_STRING_MAGIC));
@@ -907,7 +907,7 @@ TEST(StringAndNode, AStringCannotBeAChild) {
   EXPECT_STREQ("kept", TARNString_c_str(string));
 }
 
-TEST(StringAndNode, AStringParkedInFrontOfTheChildrenGoesWithTheNode) {
+TEST(StringAndNode, ParkedStringIsReleasedWithTheNode) {
   Node child(815);
   const Act release[] = {
       [](auto *node) { return CGIgs_delete(node, 4711); },
@@ -931,7 +931,7 @@ TEST(StringAndNode, AStringParkedInFrontOfTheChildrenGoesWithTheNode) {
   }
 }
 
-TEST(StringAndNode, AParkedStringThatIsReplacedIsTheScriptsAgain) {
+TEST(StringAndNode, ParkedStringThatIsReplacedIsOwnedByTheCallerAgain) {
   Node node(4711);
   String string("kept");
   String next("next");
@@ -943,7 +943,7 @@ TEST(StringAndNode, AParkedStringThatIsReplacedIsTheScriptsAgain) {
   EXPECT_STREQ("next", TARNString_c_str(next));
 }
 
-TEST(StringAndNode, AStringHandedOverAsAListStaysTheScripts) {
+TEST(StringAndNode, StringSetAsAListStaysOwnedByTheCaller) {
   Node node(4711);
   String string("kept");
   ASSERT_EQ(TARN_OK, CGIgs_setList(node, 0, string, 4711));
@@ -952,7 +952,7 @@ TEST(StringAndNode, AStringHandedOverAsAListStaysTheScripts) {
   EXPECT_STREQ("kept", TARNString_c_str(string));
 }
 
-TEST(StringAndNode, WhatCgigsNewMakesUnderTheStringsTagIsAnEmptyString) {
+TEST(StringAndNode, NodeCreatedUnderTheStringTagIsAnEmptyString) {
   String string(nullptr);
   ASSERT_EQ(TARN_OK, CGIgs_new(string, TARN_STRING_MAGIC));
   EXPECT_EQ(1U, TARNString_IsA(string));
@@ -964,7 +964,7 @@ TEST(StringAndNode, WhatCgigsNewMakesUnderTheStringsTagIsAnEmptyString) {
   EXPECT_EQ(20, capacityOf(string));
 }
 
-TEST(StringInsertn, CountsThatWrapAroundThirtyTwoBitsAreRefusedAndPositionsThereLeaveTheText) {
+TEST(StringInsertn, CountsThatWrapAround32BitsAreRefusedAndSuchPositionsChangeNothing) {
   for (const uint32_t count : {0xFFFFFFFFU, 0xFFFFFFFBU, 0x80000000U, 0x7FFFFFFFU}) {
     String string;
     TARNString_set(string, "abcd");

@@ -26,13 +26,13 @@ using tarn_test::taken;
 
 // ---- Formatted allocation -----------------------------------------------------------------------
 
-TEST(Asprintf, FormatsIntoANewBlockAndAnswersTheLength) {
+TEST(Asprintf, FormatsIntoANewBlockAndReturnsTheLength) {
   char *out = nullptr;
   EXPECT_EQ(3, tarn_asprintf(&out, "%d-%s", 7, "x"));
   EXPECT_EQ("7-x", taken(out));
 }
 
-TEST(Asprintf, NothingFormattedIsAnEmptyTextOfItsOwn) {
+TEST(Asprintf, EmptyResultIsAllocatedToo) {
   char before[] = "before";
   char *out = before;
   EXPECT_EQ(0, tarn_asprintf(&out, "%s", ""));
@@ -40,14 +40,14 @@ TEST(Asprintf, NothingFormattedIsAnEmptyTextOfItsOwn) {
   EXPECT_EQ("", taken(out));
 }
 
-TEST(Asprintf, TakesTextOfAnyLength) {
+TEST(Asprintf, AcceptsTextOfAnyLength) {
   const std::string text(1 << 20, 'a');
   char *out = nullptr;
   EXPECT_EQ((1 << 20) + 2, tarn_asprintf(&out, "<%s>", text.c_str()));
   EXPECT_EQ('<' + text + '>', taken(out));
 }
 
-TEST(Asprintf, KnowsEveryConversionOfPrintf) {
+TEST(Asprintf, SupportsEveryConversionOfPrintf) {
   char *out = nullptr;
   EXPECT_EQ(35, tarn_asprintf(&out, "%5d|%-4s|%08.3f|%x|%c|%ld|%%", 42, "ab", 3.14159, 255, 'z',
                               -1234567L));
@@ -56,7 +56,7 @@ TEST(Asprintf, KnowsEveryConversionOfPrintf) {
 }
 
 // The C library's hardened functions would end the script.
-TEST(Asprintf, KnowsEveryConversionInAFormatThatWasMadeInMemory) {
+TEST(Asprintf, SupportsEveryConversionInAWritableFormat) {
   const std::string tells = "ab%n%s", skips = "%2$s";
   char *out = nullptr;
   int position = 0;
@@ -67,14 +67,14 @@ TEST(Asprintf, KnowsEveryConversionInAFormatThatWasMadeInMemory) {
   EXPECT_EQ("second", taken(out));
 }
 
-TEST(Asprintf, CountsAZeroByteThatItFormats) {
+TEST(Asprintf, CountsAFormattedZeroByte) {
   char *out = nullptr;
   ASSERT_EQ(3, tarn_asprintf(&out, "a%cb", 0));
   EXPECT_EQ(0, std::memcmp("a\0b", out, 4));
   std::free(out);
 }
 
-TEST(Asprintf, WithoutAFormatMakesNoText) {
+TEST(Asprintf, ReturnsNoTextForANullFormat) {
   const char *format = nullptr;
   char before[] = "before";
   char *out = before;
@@ -82,7 +82,7 @@ TEST(Asprintf, WithoutAFormatMakesNoText) {
   EXPECT_EQ(nullptr, out);
 }
 
-TEST(Asprintf, WhatCannotBeFormattedMakesNoText) {
+TEST(Asprintf, ReturnsNoTextForAFormattingError) {
   // In the C locale no byte stands for this character.
   const wchar_t euro[] = L"\x20ac";
   char before[] = "before";
@@ -91,7 +91,7 @@ TEST(Asprintf, WhatCannotBeFormattedMakesNoText) {
   EXPECT_EQ(nullptr, out);
 }
 
-TEST(Asprintf, WithoutAPlaceForTheTextAnswersItsLength) {
+TEST(Asprintf, ReturnsTheLengthWithoutADestination) {
   const char *format = nullptr;
   EXPECT_EQ(4, tarn_asprintf(nullptr, "%d-%s", 42, "x"));
   EXPECT_EQ(0, tarn_asprintf(nullptr, format, 1));
@@ -112,7 +112,7 @@ TEST(Vasprintf, FormatsAnArgumentList) {
   std::free(out);
 }
 
-TEST(Vasprintf, WithoutAFormatMakesNoText) {
+TEST(Vasprintf, ReturnsNoTextForANullFormat) {
   const char *format = nullptr;
   char before[] = "before";
   char *out = before;
@@ -122,14 +122,14 @@ TEST(Vasprintf, WithoutAFormatMakesNoText) {
 
 // ---- The environment ----------------------------------------------------------------------------
 
-TEST(SafeGetenv, LendsTheValueThatTheEnvironmentHolds) {
+TEST(SafeGetenv, ReturnsTheValueInTheEnvironmentNotACopy) {
   asScript({{"TARN_COLOUR", "green"}}, "", [] {
     EXPECT_STREQ("green", safeGetenv("TARN_COLOUR"));
     EXPECT_EQ(std::getenv("TARN_COLOUR"), safeGetenv("TARN_COLOUR"));
   });
 }
 
-TEST(SafeGetenv, AnUnsetVariableIsAnEmptyText) {
+TEST(SafeGetenv, ReturnsAnEmptyTextForAnUnsetVariable) {
   asScript({{"TARN_COLOUR", "green"}, {"TARN_EMPTY", ""}}, "", [] {
     EXPECT_STREQ("", safeGetenv("TARN_COLOR"));
     EXPECT_STREQ("", safeGetenv("tarn_colour"));
@@ -138,17 +138,17 @@ TEST(SafeGetenv, AnUnsetVariableIsAnEmptyText) {
   });
 }
 
-TEST(SafeGetenv, ANullNameIsAnEmptyText) { EXPECT_STREQ("", safeGetenv(nullptr)); }
+TEST(SafeGetenv, ReturnsAnEmptyTextForANullName) { EXPECT_STREQ("", safeGetenv(nullptr)); }
 
 // ---- Comparing ----------------------------------------------------------------------------------
 
-TEST(StringsAreEqual, ZeroMeansEqualInAnyCase) {
+TEST(StringsAreEqual, ReturnsZeroForEqualTextsIgnoringCase) {
   EXPECT_EQ(0, stringsAreEqual("Abc", "aBC"));
   EXPECT_EQ(0, stringsAreEqual("", ""));
   EXPECT_NE(0, stringsAreEqual("Abc", "Abd"));
 }
 
-TEST(StringsAreEqual, TheSignOrdersTheTexts) {
+TEST(StringsAreEqual, SignGivesTheOrder) {
   EXPECT_LT(stringsAreEqual("a", "B"), 0);
   EXPECT_GT(stringsAreEqual("b", "A"), 0);
   EXPECT_LT(stringsAreEqual("ab", "abc"), 0);
@@ -159,7 +159,7 @@ TEST(StringsAreEqual, TheSignOrdersTheTexts) {
   EXPECT_GT(stringsAreEqual("\xe4", "z"), 0);
 }
 
-TEST(StringsAreEqual, OnlyAsciiLettersHaveCases) {
+TEST(StringsAreEqual, IgnoresCaseOfAsciiLettersOnly) {
   EXPECT_NE(0, stringsAreEqual("\xc4", "\xe4"));
   EXPECT_NE(0, stringsAreEqual("[", "{"));
   EXPECT_NE(0, stringsAreEqual("@", "`"));
@@ -173,7 +173,7 @@ TEST(StringsAreEqual, NullSortsBeforeAnyText) {
   EXPECT_EQ(1, stringsAreEqual("", nullptr));
 }
 
-TEST(NStringsAreEqual, LooksAtNoMoreThanNBytes) {
+TEST(NStringsAreEqual, ComparesAtMostNBytes) {
   EXPECT_EQ(0, nStringsAreEqual("Multipart/x", "multipart/Y", 10));
   EXPECT_GT(0, nStringsAreEqual("Multipart/x", "multipart/Y", 11));
   EXPECT_LT(0, nStringsAreEqual("multipart/Y", "Multipart/x", 11));
@@ -182,7 +182,7 @@ TEST(NStringsAreEqual, LooksAtNoMoreThanNBytes) {
   EXPECT_EQ(0, nStringsAreEqual(unended, "ABCD", 3));
 }
 
-TEST(NStringsAreEqual, EndsWithTheTexts) {
+TEST(NStringsAreEqual, StopsAtTheEndOfTheTexts) {
   EXPECT_EQ(0, nStringsAreEqual("Abc", "aBC", UINT32_MAX));
   EXPECT_LT(nStringsAreEqual("ab", "abc", UINT32_MAX), 0);
   EXPECT_GT(nStringsAreEqual("abc", "ab", 3), 0);
@@ -227,7 +227,7 @@ TEST(Unescape, DecodesPlusAndPercent) {
   EXPECT_EQ("", taken(unescapeString("")));
 }
 
-TEST(Unescape, CopiesEveryOtherByte) {
+TEST(Unescape, CopiesAllOtherBytes) {
   std::string text;
   for (int byte = 1; byte < 256; ++byte) {
     if (byte != '+' && byte != '%') text += static_cast<char>(byte);
@@ -235,7 +235,7 @@ TEST(Unescape, CopiesEveryOtherByte) {
   EXPECT_EQ(text, taken(unescapeString(text.c_str())));
 }
 
-TEST(Unescape, DecodesEveryByteFromItsTwoDigits) {
+TEST(Unescape, DecodesEveryByteValue) {
   std::string escaped;
   std::string expected;
   for (int byte = 1; byte < 256; ++byte) {
@@ -248,9 +248,9 @@ TEST(Unescape, DecodesEveryByteFromItsTwoDigits) {
   EXPECT_EQ(expected, taken(unescapeString(escaped.c_str())));
 }
 
-TEST(Unescape, GivesNullForNull) { EXPECT_EQ(nullptr, unescapeString(nullptr)); }
+TEST(Unescape, ReturnsNullForNull) { EXPECT_EQ(nullptr, unescapeString(nullptr)); }
 
-TEST(Unescape, LeavesItsInputAsItIs) {
+TEST(Unescape, DoesNotChangeItsInput) {
   char text[] = "a+b%41";
   char *const decoded = unescapeString(text);
   EXPECT_NE(text, decoded);
@@ -258,18 +258,18 @@ TEST(Unescape, LeavesItsInputAsItIs) {
   std::free(decoded);
 }
 
-TEST(Unescape, ADecodedZeroByteEndsTheText) {
+TEST(Unescape, DecodedZeroByteEndsTheText) {
   EXPECT_EQ("a", taken(unescapeString("a%00b")));
   EXPECT_EQ("", taken(unescapeString("%00")));
 }
 
-TEST(Unescape, DigitsAreNotChecked) {
+TEST(Unescape, AcceptsCharactersThatAreNotDigits) {
   EXPECT_EQ("S", taken(unescapeString("%zz")));
   EXPECT_EQ("T1", taken(unescapeString("%%41")));
   EXPECT_EQ("\xb1", taken(unescapeString("%+1")));
 }
 
-TEST(Unescape, DigitsMissingAtTheEndCountAsZeroBytesAndTheTextEnds) {
+TEST(Unescape, DigitsMissingAtTheEndReadAsZeroBytes) {
   // Each text stands at the end of its block, where reading on would be noticed.
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"%", "\xd0"},  {"ab%", "ab\xd0"}, {"%4", "\x10"},   {"ab%4", "ab\x10"},
@@ -281,12 +281,12 @@ TEST(Unescape, DigitsMissingAtTheEndCountAsZeroBytesAndTheTextEnds) {
   }
 }
 
-TEST(Unescape, NothingBehindTheEndOfATextIsReadAsDigits) {
+TEST(Unescape, NothingAfterTheEndIsReadAsDigits) {
   EXPECT_EQ("k\xd0", taken(unescapeString("k%\0004141")));
   EXPECT_EQ("k\x10", taken(unescapeString("k%4\0004141")));
 }
 
-TEST(Unescape, TakesLongText) {
+TEST(Unescape, AcceptsLongText) {
   std::string escaped;
   for (int i = 0; i < 100000; ++i) escaped += "%41+";
   const std::string decoded = taken(unescapeString(escaped.c_str()));
@@ -325,7 +325,7 @@ std::string seenByTheShell(const std::string &text) {
   return arguments.substr(start + command.size());
 }
 
-TEST(SaferSystem, HandsTheShellABackslashBeforeEachSeparator) {
+TEST(SaferSystem, PutsABackslashBeforeEachSeparator) {
   asScript(kShell, "", [] {
     EXPECT_EQ("ls\\;rm x\\|y", seenByTheShell("ls;rm x|y"));
     EXPECT_EQ("a \\<b \\>c \\;\\|\\<\\>", seenByTheShell("a <b >c ;|<>"));
@@ -338,7 +338,7 @@ TEST(SaferSystem, EscapesNothingElse) {
   asScript(kShell, "", [&] { EXPECT_EQ(text, seenByTheShell(text)); });
 }
 
-TEST(SaferSystem, EscapesASeparatorThatIsEscapedAlreadyOnceMore) {
+TEST(SaferSystem, EscapesAnEscapedSeparatorAgain) {
   asScript(kShell, "", [] {
     EXPECT_EQ("a\\\\;b", seenByTheShell("a\\;b"));
     // The shell now sees a backslash and then a separator that is one.
@@ -356,7 +356,7 @@ TEST(SaferSystem, EscapesThousandsOfSeparators) {
   asScript(kShell, "", [&] { EXPECT_EQ(expected, seenByTheShell(text)); });
 }
 
-TEST(SaferSystem, TheShellTakesSeparatorsAsText) {
+TEST(SaferSystem, SeparatorsReachTheCommandAsText) {
   asScript(kShell, "", [] {
     EXPECT_EQ("[a;echo][b][|][c]", outputOf([] { saferSystem("printf '[%s]' a;echo b | c"); }));
     EXPECT_EQ("[x][>][/dev/null]", outputOf([] { saferSystem("printf '[%s]' x > /dev/null"); }));
@@ -364,12 +364,12 @@ TEST(SaferSystem, TheShellTakesSeparatorsAsText) {
   });
 }
 
-TEST(SaferSystem, BackslashesShowInsideTheShellsQuotes) {
+TEST(SaferSystem, BackslashesAreVisibleInsideQuotes) {
   asScript(kShell, "",
            [] { EXPECT_EQ("a\\;b", outputOf([] { saferSystem("printf '%s' 'a;b'"); })); });
 }
 
-TEST(SaferSystem, AmpersandsVariablesBackquotesAndNewlinesStillWork) {
+TEST(SaferSystem, DoesNotEscapeAmpersandsVariablesBackquotesOrNewlines) {
   asScript({{"PATH", "/usr/bin:/bin"}, {"TARN_NAME", "value"}}, "", [] {
     EXPECT_EQ("1value23", outputOf([] {
                 saferSystem("printf 1 && printf $TARN_NAME\nprintf `printf 2`\nprintf \"3\"");
@@ -377,7 +377,7 @@ TEST(SaferSystem, AmpersandsVariablesBackquotesAndNewlinesStillWork) {
   });
 }
 
-TEST(SaferSystem, RunsWhatStandsInSubstitutionsAndOnFurtherLines) {
+TEST(SaferSystem, RunsCommandsInSubstitutionsAndOnFurtherLines) {
   asScript({{"PATH", "/usr/bin:/bin"}, {"TARN_NAME", "a b"}}, "", [] {
     const std::pair<const char *, const char *> cases[] = {
         {"printf a\nprintf b", "ab"},
@@ -394,7 +394,7 @@ TEST(SaferSystem, RunsWhatStandsInSubstitutionsAndOnFurtherLines) {
   });
 }
 
-TEST(SaferSystem, HandsOverATextThatBeginsWithADashAsSystemDoes) {
+TEST(SaferSystem, TreatsALeadingDashLikeSystem) {
   asScript(kShell, "", [] {
     // The shell complains.
     dup2(fileno(std::tmpfile()), STDERR_FILENO);
@@ -404,12 +404,12 @@ TEST(SaferSystem, HandsOverATextThatBeginsWithADashAsSystemDoes) {
   });
 }
 
-TEST(SaferSystem, EndsAtAZeroByte) {
+TEST(SaferSystem, StopsAtAZeroByte) {
   asScript(kShell, "",
            [] { EXPECT_EQ("a", outputOf([] { saferSystem("printf a\0; printf b"); })); });
 }
 
-TEST(SaferSystem, AnswersWhatSystemAnswers) {
+TEST(SaferSystem, ReturnsWhatSystemReturns) {
   asScript(kShell, "", [] {
     EXPECT_EQ(0, saferSystem("true"));
     EXPECT_EQ(0, saferSystem(""));
@@ -423,7 +423,7 @@ TEST(SaferSystem, RefusesNull) { EXPECT_EQ(-1, saferSystem(nullptr)); }
 
 // ---- Searching bytes ----------------------------------------------------------------------------
 
-TEST(Memfind, GivesTheAddressOfTheFirstOccurrence) {
+TEST(Memfind, ReturnsTheAddressOfTheFirstOccurrence) {
   const char text[] = "abcdabcd";
   EXPECT_EQ(text + 2, memfind(text, 4, "cd", 2));
   EXPECT_EQ(text + 2, memfind(text, 8, "cd", 2));
@@ -432,7 +432,7 @@ TEST(Memfind, GivesTheAddressOfTheFirstOccurrence) {
   EXPECT_EQ(text + 7, memfind(text + 4, 4, "d", 1));
 }
 
-TEST(Memfind, GivesNullWhenTheBytesAreNotThere) {
+TEST(Memfind, ReturnsNullWhenTheBytesAreNotFound) {
   EXPECT_EQ(nullptr, memfind("abcd", 4, "abcde", 5));
   EXPECT_EQ(nullptr, memfind("abcd", 4, "ce", 2));
   EXPECT_EQ(nullptr, memfind("abcd", 3, "cd", 2));
@@ -440,26 +440,26 @@ TEST(Memfind, GivesNullWhenTheBytesAreNotThere) {
   EXPECT_EQ(nullptr, memfind("abcd", 0, "a", 1));
 }
 
-TEST(Memfind, AnEmptyNeedleIsFoundAtTheStart) {
+TEST(Memfind, FindsAnEmptyNeedleAtTheStart) {
   const char text[] = "abcd";
   EXPECT_EQ(text, memfind(text, 4, "", 0));
   EXPECT_EQ(text, memfind(text, 0, "x", 0));
 }
 
-TEST(Memfind, GivesNullForNull) {
+TEST(Memfind, ReturnsNullForNull) {
   EXPECT_EQ(nullptr, memfind(nullptr, 4, "a", 1));
   EXPECT_EQ(nullptr, memfind("abcd", 4, nullptr, 1));
   EXPECT_EQ(nullptr, memfind("abcd", 4, nullptr, 0));
   EXPECT_EQ(nullptr, memfind(nullptr, 0, nullptr, 0));
 }
 
-TEST(Memfind, AFalseStartDoesNotHideAMatch) {
+TEST(Memfind, FindsAMatchThatOverlapsAPartialOne) {
   const char text[] = "aaabaaab\r\n\r\r\nx";
   EXPECT_EQ(text + 1, memfind(text, 14, "aab", 3));
   EXPECT_EQ(text + 10, memfind(text, 14, "\r\r\nx", 4));
 }
 
-TEST(Memfind, ZeroesAndBytesAbove127AreBytesLikeAnyOther) {
+TEST(Memfind, FindsZerosAndBytesAbove127) {
   const char data[] = {'a', '\0', '\xff', '\0', '\xfe', '\0', '\xff', '\x01'};
   EXPECT_EQ(data + 1, memfind(data, 8, "\0\xff", 2));
   EXPECT_EQ(data + 3, memfind(data, 8, "\0\xfe\0", 3));
@@ -467,7 +467,7 @@ TEST(Memfind, ZeroesAndBytesAbove127AreBytesLikeAnyOther) {
   EXPECT_EQ(nullptr, memfind(data, 8, "\xfe\xff", 2));
 }
 
-TEST(Memfind, AgreesWithASearchAtEveryOffset) {
+TEST(Memfind, AgreesWithANaiveSearch) {
   // Every needle of up to five bytes from a two-letter alphabet, in a text made of the same.
   std::string text;
   for (uint32_t i = 0; i < 64; ++i) text += (i * i / 3 + i / 5) % 2 == 0 ? 'a' : 'b';
@@ -482,7 +482,7 @@ TEST(Memfind, AgreesWithASearchAtEveryOffset) {
   }
 }
 
-TEST(Memfind, RepeatedBytesDoNotMakeTheSearchBackUp) {
+TEST(Memfind, RepeatedBytesDoNotMakeTheSearchQuadratic) {
   const std::string text(2 << 20, 'a');
   std::string needle(1 << 20, 'a');
   needle += 'b';
@@ -493,7 +493,7 @@ TEST(Memfind, RepeatedBytesDoNotMakeTheSearchBackUp) {
 }
 
 // Every place has the needle's last byte, and half of the needle before it is found to be another.
-TEST(Memfind, ACommonLastByteDoesNotMakeTheSearchBackUp) {
+TEST(Memfind, CommonLastByteDoesNotMakeTheSearchQuadratic) {
   const std::string text(4 << 20, 'a');
   std::string needle(1 << 20, 'a');
   needle[needle.size() / 2] = 'b';
@@ -534,13 +534,13 @@ std::string between(std::string data, uint32_t length, const char *delimiter) {
   return taken(extractBetween1(data.data(), length, delimiter));
 }
 
-TEST(ExtractBetween, MakesABufferOfTheBytesBetweenTheDelimiters) {
+TEST(ExtractBetween, ReturnsTheBytesBetweenTheDelimitersInABuffer) {
   EXPECT_EQ("x", between("[x]", 3, "[", "]"));
   EXPECT_EQ("x", between("ab[x]cd]", 8, "[", "]"));
   EXPECT_EQ("value", between("name=\"value\"; more=\"other\"", 26, "name=\"", "\""));
 }
 
-TEST(ExtractBetween, TheBufferIsTheCallers) {
+TEST(ExtractBetween, ReturnsABufferOwnedByTheCaller) {
   TarnHandle first = extractBetween("[x]", 3, "[", "]");
   TarnHandle second = extractBetween("[x]", 3, "[", "]");
   EXPECT_NE(first, second);
@@ -549,7 +549,7 @@ TEST(ExtractBetween, TheBufferIsTheCallers) {
   EXPECT_EQ(TARN_OK, CGIgs_delete(&second, 22878));
 }
 
-TEST(ExtractBetween, TakesTheFirstOpenAndTheFirstCloseAfterIt) {
+TEST(ExtractBetween, UsesTheFirstOpenAndTheFirstCloseAfterIt) {
   EXPECT_EQ("a[b", between("][a[b]c]", 8, "[", "]"));
 }
 
@@ -557,26 +557,26 @@ TEST(ExtractBetween, KeepsZeroBytes) {
   EXPECT_EQ(std::string("a\0b", 3), between(std::string("[a\0b]", 5), 5, "[", "]"));
 }
 
-TEST(ExtractBetween, GivesAnEmptyBufferWithoutOpenOrAnythingBetween) {
+TEST(ExtractBetween, ReturnsAnEmptyBufferWithoutOpenOrAnythingBetween) {
   EXPECT_EQ("", between("x]", 2, "[", "]"));
   EXPECT_EQ("", between("[]", 2, "[", "]"));
   EXPECT_EQ("", between("", 0, "[", "]"));
   EXPECT_EQ("", between("[", 1, "[[", "]"));
 }
 
-TEST(ExtractBetween, GivesAnEmptyBufferForAnyNull) {
+TEST(ExtractBetween, ReturnsAnEmptyBufferForAnyNull) {
   EXPECT_EQ("", taken(extractBetween(nullptr, 3, "[", "]")));
   EXPECT_EQ("", taken(extractBetween("[x]", 3, nullptr, "]")));
   EXPECT_EQ("", taken(extractBetween("[x]", 3, "[", nullptr)));
 }
 
-TEST(ExtractBetween, WithoutCloseRunsOneByteBeyondTheData) {
+TEST(ExtractBetween, WithoutCloseReturnsOneByteBeyondTheData) {
   EXPECT_EQ(std::string("xy\0", 3), between("[xy", 3, "[", "]"));
   EXPECT_EQ("xyz", between("[xyz]", 3, "[", "]"));
   EXPECT_EQ(std::string("\0", 1), between("[", 1, "[", "]"));
 }
 
-TEST(ExtractBetween, LooksForCloseBeyondTheDataByWhatStandsBeforeOpen) {
+TEST(ExtractBetween, SearchesForCloseAsFarBeyondTheDataAsOpenIsFromItsStart) {
   // Five bytes of data, three of them before the open: the close may start three bytes beyond.
   EXPECT_EQ("xyz", between("abc[xyz]w", 5, "[", "]"));
   EXPECT_EQ("xy", between("abc[xyzw]", 5, "[", "]"));
@@ -585,7 +585,7 @@ TEST(ExtractBetween, LooksForCloseBeyondTheDataByWhatStandsBeforeOpen) {
   EXPECT_EQ("xyz", between("[xyz]", 3, "[", "]"));
 }
 
-TEST(ExtractBetween, WithOpenAtTheStartNothingIsReadBeyondTheByteAfterTheData) {
+TEST(ExtractBetween, WithOpenAtTheStartReadsAtMostOneByteBeyondTheData) {
   // The block ends right there, where reading on would be noticed.
   const auto block = std::make_unique<char[]>(4);
   std::memcpy(block.get(), "[xy", 4);
@@ -593,12 +593,12 @@ TEST(ExtractBetween, WithOpenAtTheStartNothingIsReadBeyondTheByteAfterTheData) {
   EXPECT_EQ("", taken(extractBetween(block.get(), 3, "(", "]")));
 }
 
-TEST(ExtractBetween, AnEmptyOpenIsFoundAtTheStartAndAnEmptyCloseRightThere) {
+TEST(ExtractBetween, EmptyDelimitersAreFoundWhereTheSearchStarts) {
   EXPECT_EQ("ab", between("ab]c", 4, "", "]"));
   EXPECT_EQ("", between("[ab]", 4, "[", ""));
 }
 
-TEST(ExtractBetween, DelimitersAreTextsOfAnyLength) {
+TEST(ExtractBetween, AcceptsDelimitersOfAnyLength) {
   EXPECT_EQ(" body ", between("<!-- body --> <!-- -->", 22, "<!--", "-->"));
 }
 
@@ -609,44 +609,44 @@ TEST(ExtractBetween1, UsesOneDelimiterOnBothSides) {
   EXPECT_EQ("", between("ab", 2, "|"));
 }
 
-TEST(ExtractBetween1, WithoutASecondDelimiterRunsOneByteBeyondTheData) {
+TEST(ExtractBetween1, WithoutASecondDelimiterReturnsOneByteBeyondTheData) {
   EXPECT_EQ(std::string("xy\0", 3), between("|xy", 3, "|"));
 }
 
-TEST(ExtractBetween1, GivesAnEmptyBufferForNull) {
+TEST(ExtractBetween1, ReturnsAnEmptyBufferForNull) {
   EXPECT_EQ("", taken(extractBetween1(nullptr, 3, "|")));
   EXPECT_EQ("", taken(extractBetween1("|x|", 3, nullptr)));
 }
 
 // ---- Trimming -----------------------------------------------------------------------------------
 
-TEST(StripString, CutsWhiteSpaceFromBothEndsAndKeepsItInside) {
+TEST(StripString, RemovesWhiteSpaceAtBothEndsOnly) {
   EXPECT_EQ("a b", taken(stripString(" \t a b \r\n")));
   EXPECT_EQ("a \t\r\n b", taken(stripString("\r\n\t a \t\r\n b")));
   EXPECT_EQ("a", taken(stripString("a \t\r\n ")));
   EXPECT_EQ("a", taken(stripString("a")));
 }
 
-TEST(StripString, WhiteSpaceAloneIsAnEmptyText) {
+TEST(StripString, ReturnsAnEmptyTextForWhiteSpaceAlone) {
   for (const char *text : {"", " ", "\t", "\n", "\r", " \t\r\n \t\r\n"}) {
     EXPECT_EQ("", taken(stripString(text)));
   }
 }
 
-TEST(StripString, OnlySpaceTabLineFeedAndCarriageReturnAreWhite) {
+TEST(StripString, RemovesOnlySpaceTabLineFeedAndCarriageReturn) {
   for (const char *text : {"\v", "\f", "\x1f", "\xa0", "\x80", "\x85"}) {
     EXPECT_EQ(text, taken(stripString((std::string(" ") + text + " ").c_str())));
   }
 }
 
-TEST(StripString, LeavesItsInputAsItIs) {
+TEST(StripString, DoesNotChangeItsInput) {
   char text[] = " a ";
   char *const stripped = stripString(text);
   EXPECT_STREQ(" a ", text);
   EXPECT_EQ("a", taken(stripped));
 }
 
-TEST(StripString, GivesNullForNull) { EXPECT_EQ(nullptr, stripString(nullptr)); }
+TEST(StripString, ReturnsNullForNull) { EXPECT_EQ(nullptr, stripString(nullptr)); }
 
 // ---- Numbers and texts on a stream --------------------------------------------------------------
 
@@ -676,7 +676,7 @@ class Stream {
   std::FILE *file_;
 };
 
-TEST(WriteLong, PutsASpaceOnBothSides) {
+TEST(WriteLong, WritesASpaceOnBothSides) {
   Stream stream;
   writeLong(stream, 42);
   writeLong(stream, -7);
@@ -684,7 +684,7 @@ TEST(WriteLong, PutsASpaceOnBothSides) {
   EXPECT_EQ(" 42  -7  0 ", stream.all());
 }
 
-TEST(WriteString, PutsASpaceOnBothSidesAndEscapesNothing) {
+TEST(WriteString, WritesASpaceOnBothSidesAndEscapesNothing) {
   Stream stream;
   writeString(stream, "hi");
   writeString(stream, "");
@@ -717,7 +717,7 @@ TEST(ReadLong, ReadsWhatWriteLongWrote) {
   EXPECT_EQ(0, readLong(stream));
 }
 
-TEST(ReadLong, StopsAtTheFirstByteThatIsNoDigit) {
+TEST(ReadLong, StopsAtTheFirstNonDigit) {
   Stream stream("+12abc");
   EXPECT_EQ(12, readLong(stream));
   EXPECT_EQ("abc", stream.rest());
@@ -730,7 +730,7 @@ TEST(ReadLong, ReadsDecimalOnly) {
   EXPECT_EQ("x1F", stream.rest());
 }
 
-TEST(ReadLong, AnswersZeroWhereThereIsNoNumber) {
+TEST(ReadLong, ReturnsZeroWithoutANumber) {
   Stream stream("abc");
   EXPECT_EQ(0, readLong(stream));
   EXPECT_EQ("abc", stream.rest());
@@ -739,7 +739,7 @@ TEST(ReadLong, AnswersZeroWhereThereIsNoNumber) {
   EXPECT_EQ(0, readLong(nullptr));
 }
 
-TEST(ReadString, ReadsBackWhatItsLengthPlusOneAndItsTextWrote) {
+TEST(ReadString, ReadsBackALengthPlusOneAndAText) {
   const std::vector<std::string> texts = {"hi", "two words", "x", std::string(100000, 'y'),
                                           "\x80\xff"};
   Stream stream;
@@ -763,7 +763,7 @@ TEST(ReadString, StopsAfterANewline) {
   EXPECT_EQ("two", stream.rest());
 }
 
-TEST(ReadString, LosesTheWhiteSpaceBeforeTheText) {
+TEST(ReadString, SkipsWhiteSpaceBeforeTheText) {
   Stream stream;
   writeLong(stream, 5);
   writeString(stream, " \nab");
@@ -771,7 +771,7 @@ TEST(ReadString, LosesTheWhiteSpaceBeforeTheText) {
   EXPECT_EQ("ab ", taken(readString(stream)));
 }
 
-TEST(ReadString, TakesWhatIsThereWhenTheStreamEnds) {
+TEST(ReadString, ReturnsWhatWasReadWhenTheStreamEnds) {
   Stream shorter(" 1000 abc");
   EXPECT_EQ("abc", taken(readString(shorter)));
   Stream none(" 1000 ");
@@ -780,7 +780,7 @@ TEST(ReadString, TakesWhatIsThereWhenTheStreamEnds) {
   EXPECT_EQ("", taken(readString(empty)));
 }
 
-TEST(ReadString, ACountBelowTwoGivesAnEmptyTextAndLeavesTheStreamThere) {
+TEST(ReadString, CountBelowTwoReturnsAnEmptyTextAndLeavesTheRest) {
   for (const char *text : {"1 abc", "0 abc", "-1 abc", "-2147483648 abc", "abc"}) {
     Stream stream(text);
     EXPECT_EQ("", taken(readString(stream)));
@@ -790,16 +790,16 @@ TEST(ReadString, ACountBelowTwoGivesAnEmptyTextAndLeavesTheStreamThere) {
   EXPECT_EQ("", taken(readString(lowest)));
 }
 
-TEST(ReadString, GivesNullForNull) { EXPECT_EQ(nullptr, readString(nullptr)); }
+TEST(ReadString, ReturnsNullForNull) { EXPECT_EQ(nullptr, readString(nullptr)); }
 
-TEST(ReadString, GivesNullForACountThatCannotBeAllocated) {
+TEST(ReadString, ReturnsNullForACountThatCannotBeAllocated) {
   Stream stream(std::to_string(LONG_MAX) + " abc");
   EXPECT_EQ(nullptr, readString(stream));
 }
 
 // ---- Out of memory ------------------------------------------------------------------------------
 
-TEST(TextWithoutMemory, AsprintfAnswersZeroAndNull) {
+TEST(TextWithoutMemory, AsprintfReturnsZeroAndNull) {
   const std::string text(5000, 'x');
   char before[] = "before";
   char *out = before;
@@ -809,7 +809,7 @@ TEST(TextWithoutMemory, AsprintfAnswersZeroAndNull) {
   EXPECT_EQ(nullptr, out);
 }
 
-TEST(TextWithoutMemory, WhatMakesATextMakesNone) {
+TEST(TextWithoutMemory, FunctionsThatAllocateATextReturnNull) {
   const std::string text(5000, 'x');
   char *decoded = nullptr;
   char *stripped = nullptr;
@@ -824,7 +824,7 @@ TEST(TextWithoutMemory, WhatMakesATextMakesNone) {
   EXPECT_EQ(0u, buffer);
 }
 
-TEST(TextWithoutMemory, ReadStringMakesNoTextFromAStream) {
+TEST(TextWithoutMemory, ReadStringReturnsNull) {
   Stream stream("9 5000 abc");
   ASSERT_EQ(9, readLong(stream));
   char *text = nullptr;
@@ -832,7 +832,7 @@ TEST(TextWithoutMemory, ReadStringMakesNoTextFromAStream) {
   EXPECT_EQ(nullptr, text);
 }
 
-TEST(TextWithoutMemory, ExtractBetweenWithoutRoomForTheBytesMakesAnEmptyBuffer) {
+TEST(TextWithoutMemory, ExtractBetweenWithoutRoomForTheBytesReturnsAnEmptyBuffer) {
   const std::string data = '[' + std::string(100000, 'x') + ']';
   TarnHandle buffer = 0;
   tarn_test::withoutMemory([&] { buffer = extractBetween(data.data(), 100002, "[", "]"); },

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """An example of the reference prints what the reference shows, and calls each function it names.
 
-Usage: examples_test.py SOURCE PROGRAM
+Usage: examples_test.py SOURCE PROGRAM VERSION-SCRIPT
 
 The commands of the transcript beside the source are run by a shell, beside the program; each has to
 print what stands below it. The dynamic linker tells which functions are called.
@@ -14,16 +14,13 @@ import sys
 import tempfile
 from pathlib import Path
 
-EXPORTS = re.findall(
-    r"^    (\w+);$", (Path(__file__).parents[2] / "packaging/tarn.map").read_text(), re.MULTILINE
-)
-
 
 def main():
-    source, program = map(Path, sys.argv[1:])
+    source, program, version_script = map(Path, sys.argv[1:])
+    exports = re.findall(r"^    (\w+);$", version_script.read_text(), re.MULTILINE)
     transcript = source.with_suffix(".txt")
     shown = transcript.read_text()
-    named = set(re.findall(r"\b(\w+)\(", source.read_text())) & set(EXPORTS)
+    named = set(re.findall(r"\b(\w+)\(", source.read_text())) & set(exports)
     commands = re.findall(r"^\$ ((?:.*\\\n)*.*)\n", shown, re.MULTILINE)
     if not any(f"./{program.name}" in command for command in commands):
         sys.exit(f"{transcript} does not call ./{program.name}")

@@ -36,7 +36,7 @@ CPP_HEADERS = {
     for path in [INCLUDE / "tarn.hpp", *sorted((INCLUDE / "tarn").glob("*.hpp"))]
 }
 CPP_HEADER = "".join(CPP_HEADERS.values())
-EXPORTS = re.findall(r"^    (\w+);$", (SOURCE / "packaging/tarn.map").read_text(), re.MULTILINE)
+EXPORTS = re.findall(r"^    (\w+);$", Path(os.environ["VERSION_SCRIPT"]).read_text(), re.MULTILINE)
 TASKS = tomllib.loads((SOURCE / "docs/tasks.toml").read_text())
 
 # What the calls of the tasks are made with.

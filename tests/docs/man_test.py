@@ -26,7 +26,7 @@ CPP_HEADER = "".join(
     path.read_text()
     for path in [SOURCE / "include/tarn.hpp", *sorted((SOURCE / "include/tarn").glob("*.hpp"))]
 )
-EXPORTS = re.findall(r"^    (\w+);$", (SOURCE / "packaging/tarn.map").read_text(), re.MULTILINE)
+EXPORTS = re.findall(r"^    (\w+);$", Path(os.environ["VERSION_SCRIPT"]).read_text(), re.MULTILINE)
 
 FILES = {path.stem: path.read_text() for path in SECTION.iterdir()}
 PAGES = {name: text for name, text in FILES.items() if not text.startswith(".so ")}

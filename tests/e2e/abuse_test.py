@@ -12,7 +12,8 @@ import unittest
 import script
 from faults_test import BOOK, LINES, LINES_IN_CPP, POLL, URL_ENCODED
 from page import Page
-from server import Server, read
+from servers import Lighttpd
+from servers.server import read
 from upload_test import MULTIPART, UPLOAD, kept, multipart
 
 COUNTER = os.environ["COUNTER"]
@@ -355,7 +356,7 @@ class AnswersThatNobodyReads(AbuseCase):
 class Readers(unittest.TestCase):
     """The same under a server: clients ask for a long page and do not read it."""
 
-    SERVER = Server
+    SERVER = Lighttpd
     SCRIPT = BOOK.script
 
     def test_who_do_not_read_do_not_hinder_who_writes(self):
@@ -387,7 +388,7 @@ class ReadersInCpp(Readers):
 class Refusals(unittest.TestCase):
     """What a script refuses by, and says, passes through a server."""
 
-    SERVER = Server
+    SERVER = Lighttpd
 
     def test_reach_the_visitor(self):
         variables = {"TARN_POLL_FILE": "data/votes"}

@@ -22,9 +22,9 @@ from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.wait import WebDriverWait
 
 import rules
-import serve
 from page import Page
-from server import Server, read
+from servers import Lighttpd, examples
+from servers.server import read
 from upload_test import CUT, kept
 
 EXAMPLES = {
@@ -151,7 +151,7 @@ def browser():
 
 
 class BrowserCase(unittest.TestCase):
-    SERVER = Server
+    SERVER = Lighttpd
     PROGRAMS = EXAMPLES
     VARIABLES = VARIABLES
     PICTURES = ""
@@ -559,13 +559,13 @@ class List(PageCase):
     """The list of the examples, as scripts/demo --serve shows it."""
 
     def test_list(self):
-        examples = serve.sources()
+        listed = examples.sources()
         with open(self.server.path("www/index.html"), "w", encoding="utf-8") as page:
-            page.write(serve.index(examples))
+            page.write(examples.index(listed))
         self.browser.get(self.server.address().removesuffix("/cgi-bin"))
         self.check("list")
         links = [link.get_property("href") for link in self.find_all("a")]
-        self.assertEqual([f"{self.server.address()}/{name}" for name in examples], links)
+        self.assertEqual([f"{self.server.address()}/{name}" for name in listed], links)
         (style,) = self.texts("style")
         self.visit("form-echo")
         self.assertEqual([style], self.texts("style"))

@@ -8,7 +8,7 @@ import urllib.parse
 
 import script
 from page import Page
-from server import Server
+from servers import Lighttpd
 
 CONTACT = os.environ["CONTACT"]
 CONTACT_CPP = os.environ["CONTACT_CPP"]
@@ -22,7 +22,7 @@ MESSAGE = ["Please write a message, of 4000 bytes at most."]
 
 
 class Contact(unittest.TestCase):
-    SERVER = Server
+    SERVER = Lighttpd
     SCRIPT = CONTACT
 
     def setUp(self):

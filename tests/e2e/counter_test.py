@@ -8,7 +8,8 @@ import unittest
 
 import script
 from page import Page
-from server import Server, read
+from servers import Lighttpd
+from servers.server import read
 
 COUNTER = os.environ["COUNTER"]
 
@@ -19,7 +20,7 @@ def number(body):
 
 
 class Counter(unittest.TestCase):
-    SERVER = Server
+    SERVER = Lighttpd
 
     def setUp(self):
         self.server = self.enterContext(

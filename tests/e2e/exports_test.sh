@@ -1,11 +1,11 @@
 #!/bin/bash
-# Usage: exports_test.sh LIBRARY MAP HEADER C-COMPILER OBJECT
+# Usage: exports_test.sh LIBRARY VERSION-SCRIPT HEADER DEBIAN-SYMBOLS C-COMPILER OBJECT
 #
-# The shared library shows the functions of the header and nothing else, and needs the C library
-# alone. The object uses every one of them.
+# The shared library exports what the header declares, each name under its version, and needs
+# nothing but the C library. The object, every_function.c compiled, calls all of it.
 set -euo pipefail
 export LC_ALL=C
-library=$1 map=$2 header=$3 compiler=$4 object=$5
+library=$1 script=$2 header=$3 symbols=$4 compiler=$5 object=$6
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -18,24 +18,43 @@ same() {
   fi
 }
 
-"$compiler" -E -P "$header" | tr '\n' ' ' | tr ';' '\n' | grep -F '__visibility__("default")' |
-  sed -E 's/^.*__visibility__\("default"\)\)\)//; s/\(.*//; s/.*[ *]([A-Za-z_0-9]+) *$/\1/' |
-  sort >"$folder/header"
-sed -nE 's/^ +([A-Za-z_0-9]+);$/\1/p' "$map" | sort >"$folder/map"
-nm -D --defined-only "$library" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' |
-  sort >"$folder/library"
-nm -u "$object" | awk '{ print $2 }' | grep -xF -f "$folder/map" | sort >"$folder/object"
+# Every function and variable that the header itself declares, with TARN_API or without: the lines
+# that the preprocessor takes from it, cut at the semicolons.
+"$compiler" -E "$header" |
+  awk -v header="\"$header\"" '/^# [0-9]+ / { inside = $3 == header; next } inside' |
+  tr '\n' ' ' | tr ';' '\n' | grep -E '\(|extern' | grep -vE '^ *(typedef|enum)' |
+  sed -E 's/__attribute__\(\([^)]*(\([^)]*\))?\)\)//g; s/^ *extern "C" \{//; s/\(.*//
+          s/.*[ *]([A-Za-z_0-9]+) *$/\1/' |
+  sort >"$folder/declared"
+awk '/^TARN_/ { names = "" } /;$/ && !/[*}]/ { sub(/;/, ""); held[++count] = $1 }
+  /^}/ { for (i = 1; i <= count; ++i) print held[i] "@@" version; count = 0 }
+  /\{$/ { version = $1 }' "$script" | sort >"$folder/versions"
+sed 's/@.*//' "$folder/versions" | sort >"$folder/names"
+nm -D --with-symbol-versions --defined-only "$library" | awk '$2 != "A" { print $3 }' |
+  sort >"$folder/exported"
+nm -u "$object" | awk '{ print $2 }' | grep -xF -f "$folder/names" | sort >"$folder/called"
 readelf -d "$library" | sed -nE 's/.*\((NEEDED|SONAME)\).*\[(.*)\]/\1 \2/p' | sort >"$folder/links"
-printf '%s\n' 'NEEDED libc.so.6' 'SONAME libtarn.so.1' >"$folder/wanted-links"
+printf '%s\n' 'NEEDED libc.so.6' 'SONAME libtarn.so.1' >"$folder/expected-links"
+sed 's/.*@@//' "$folder/versions" | sort -u >"$folder/script-versions"
+sed -nE 's/^ \(symver\)(TARN_[0-9.]+) .*/\1/p' "$symbols" | sort -u >"$folder/symbol-versions"
 
-[ -s "$folder/header" ] || { printf 'no declaration found in %s\n' "$header" >&2; exit 1; }
-same header map 'The header and the map name different functions.'
-same map library 'The map and the library name different functions.'
-same map object 'tests/every_function.c does not call every function.'
-same wanted-links links 'The library is linked differently.'
+same declared names "$header declares other names than $script exports. Is a TARN_API missing?"
+same versions exported "$library exports other names or versions than $script."
+same names called 'tests/every_function.c does not call every function.'
+same script-versions symbol-versions "$symbols does not list the versions of $script."
+same expected-links links 'The library needs other libraries, or has another name.'
+
+# Programs rely on what a released version holds. A new function belongs to a new version: put the
+# version in a comment after the declaration.
+closed=$(grep -c '@@TARN_1\.0$' "$folder/exported" || true)
+if [ "$closed" != 209 ]; then
+  printf '%s has %d names in version TARN_1.0, which is closed and has 209.\n' "$library" \
+    "$closed" >&2
+  failed=1
+fi
 
 if [ "$failed" = 0 ]; then
-  printf 'The library shows the %d names of the header and needs libc.so.6 alone.\n' \
-    "$(wc -l <"$folder/library")"
+  printf 'The library exports the %d names that the header declares, and needs libc.so.6 alone.\n' \
+    "$(wc -l <"$folder/exported")"
 fi
 exit "$failed"

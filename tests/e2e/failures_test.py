@@ -10,7 +10,7 @@ from typing import NamedTuple
 
 import script
 from faults_test import LINES, LINES_IN_CPP, POLL, URL_ENCODED
-from server import read
+from servers.server import read
 from upload_test import MULTIPART, multipart
 
 FILES = {"a.bin": b"a" * 5000, "b.bin": b"b" * 10000, "c.bin": b"", "d.txt": b"d"}

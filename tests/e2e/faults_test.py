@@ -15,7 +15,8 @@ import unittest
 from typing import Callable, NamedTuple
 
 import script
-from server import Server, read
+from servers import Lighttpd
+from servers.server import read
 from upload_test import MULTIPART, UPLOAD, kept, multipart
 
 GUESTBOOK = os.environ["GUESTBOOK"]
@@ -90,7 +91,7 @@ class StoreCase(unittest.TestCase):
 
 
 class ServerCase(StoreCase):
-    SERVER = Server
+    SERVER = Lighttpd
     OPTIONS = ""
 
     def setUp(self):

@@ -5,7 +5,7 @@ import subprocess
 import unittest
 
 from page import Page
-from server import Server
+from servers import Lighttpd
 
 HOSTILE = "\"'><script>alert(1)</script>&amp;<!--"
 PAGE_TAGS = {"html", "head", "meta", "title", "style", "body", "main", "h1", "h2", "p"}
@@ -17,7 +17,7 @@ def rows(page):
 
 
 class FormEcho(unittest.TestCase):
-    SERVER = Server
+    SERVER = Lighttpd
 
     @classmethod
     def setUpClass(cls):
@@ -65,7 +65,7 @@ class FormEcho(unittest.TestCase):
             ],
             rows(page)[:5],
         )
-        self.assertIn(("SERVER_PORT", str(self.server.told_port())), rows(page))
+        self.assertIn(("SERVER_PORT", str(self.server.script_port())), rows(page))
 
     def test_page_without_a_form_says_none(self):
         self.assertEqual(["None."] * 3, self.page().texts("p")[1:])

@@ -7,7 +7,7 @@ import unittest
 
 import script
 from page import Page
-from server import Server
+from servers import Lighttpd
 
 GUESTBOOK = os.environ["GUESTBOOK"]
 GUESTBOOK_CPP = os.environ["GUESTBOOK_CPP"]
@@ -20,7 +20,7 @@ def entries(page):
 
 
 class Guestbook(unittest.TestCase):
-    SERVER = Server
+    SERVER = Lighttpd
     SCRIPT = GUESTBOOK
 
     def setUp(self):
@@ -143,7 +143,7 @@ class GuestbookInCpp(Guestbook):
 class GuestbooksOfOneFile(unittest.TestCase):
     def test_show_what_the_other_keeps(self):
         scripts = {"c": GUESTBOOK, "cpp": GUESTBOOK_CPP}
-        with Server(scripts, {"TARN_GUESTBOOK_FILE": "entries"}) as server:
+        with Lighttpd(scripts, {"TARN_GUESTBOOK_FILE": "entries"}) as server:
             expected = []
             for script in ("c", "cpp", "cpp", "c"):
                 text = f"{script}: {HOSTILE}, 湖/?%2F+"

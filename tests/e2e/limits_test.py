@@ -8,8 +8,8 @@ import subprocess
 import time
 import unittest
 
-import server
-from server import MANY_TIMES, SERVERS, read
+from servers import SERVERS
+from servers.server import MANY_TIMES, read
 
 NOTE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "note.sh")
 MOST_BYTES = 10 << 20
@@ -27,12 +27,12 @@ VARIABLES = set(
 
 
 class ServerCase(unittest.TestCase):
-    SERVER = server.Server
+    SERVER = SERVERS["lighttpd"]
 
     def start(self, hurried=False):
         class Hurried(self.SERVER):
-            def printed(self, name):
-                return re.sub(rf"\b{GUIDE_SECONDS}\b", str(SECONDS), super().printed(name))
+            def configuration(self, name):
+                return re.sub(rf"\b{GUIDE_SECONDS}\b", str(SECONDS), super().configuration(name))
 
         kind = Hurried if hurried else self.SERVER
         self.server = self.enterContext(kind({"note": NOTE}, {"NOTES": "data/notes"}))

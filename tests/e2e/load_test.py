@@ -14,7 +14,7 @@ import unittest
 import urllib.parse
 
 from requests_test import MULTIPART, Form, form, items
-from server import Apache, Server
+from servers import Apache, Lighttpd
 
 REQUESTS = int(os.environ.get("TARN_LOAD_REQUESTS", "5000"))
 FEWEST = 1000
@@ -121,7 +121,7 @@ class Load(unittest.TestCase):
 
     def test_under_lighttpd_brings_no_wrong_answer(self):
         options = "server.max-connections := 100\nserver.max-keep-alive-idle = 100"
-        with Server({"probe": os.environ["PROBE"]}, {}, options) as server:
+        with Lighttpd({"probe": os.environ["PROBE"]}, {}, options) as server:
             self.load(server, "lighttpd")
 
     def test_under_apache_brings_no_wrong_answer(self):

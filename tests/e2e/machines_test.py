@@ -14,9 +14,9 @@ import time
 import unittest
 from typing import NamedTuple
 
-from server import MANY_TIMES, free_port, ordinary_user, printed_files, read
+from servers.server import CONFIGURATIONS, MANY_TIMES, as_ordinary_user, free_port, read
 
-PAGE = printed_files("several-machines.md")
+FILES = CONFIGURATIONS / "several-machines"
 ADD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "add.sh")
 MACHINES = ("127.0.0.2", "127.0.0.3", "127.0.0.4")
 CLIENTS = 12
@@ -37,9 +37,9 @@ class HAProxy(unittest.TestCase):
         self.folder = self.enterContext(tempfile.TemporaryDirectory(prefix="tarn-e2e-"))
         self.port, self.requests, self.done = free_port(), [], threading.Event()
         self.machine_port = free_port()
-        for name, text in PAGE.items():
-            with open(self.path(name), "w", encoding="utf-8") as file:
-                text = text.replace("8000", str(self.port))
+        for printed in FILES.iterdir():
+            with open(self.path(printed.name), "w", encoding="utf-8") as file:
+                text = printed.read_text(encoding="utf-8").replace("8000", str(self.port))
                 file.write(text.replace("8080", str(self.machine_port)))
         os.mkdir(self.path("shared"))
         for machine in MACHINES:
@@ -47,7 +47,7 @@ class HAProxy(unittest.TestCase):
             shutil.copy(ADD, self.path(machine, "www/cgi-bin/add"))
             with open(self.path(machine, "www/up"), "w", encoding="utf-8"):
                 pass
-        self.user = ordinary_user(self.folder)
+        self.user = as_ordinary_user(self.folder)
         self.processes = {}
         for machine in MACHINES:
             self.start_machine(machine)

@@ -11,7 +11,8 @@ import unittest
 
 import script
 from page import Page
-from server import Server, read
+from servers import Lighttpd
+from servers.server import read
 
 POLL = os.environ["POLL"]
 URL_ENCODED = "application/x-www-form-urlencoded"
@@ -28,7 +29,7 @@ def chart(page):
 
 
 class Poll(unittest.TestCase):
-    SERVER = Server
+    SERVER = Lighttpd
 
     def setUp(self):
         self.server = self.enterContext(self.SERVER({"poll": POLL}, {"TARN_POLL_FILE": "votes"}))

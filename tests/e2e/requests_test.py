@@ -8,7 +8,7 @@ import unittest
 from typing import NamedTuple
 
 import rules
-from server import Server
+from servers import Lighttpd
 
 ITEM = re.compile(rb"([A-Za-z_.]+):(?:(\d+):|-\n)")
 MULTIPART = "multipart/form-data; boundary=XYZ"
@@ -64,7 +64,9 @@ class RequestCase(RulesCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.server = cls.enterClassContext(Server({"probe": os.environ["PROBE"]}, {}, cls.OPTIONS))
+        cls.server = cls.enterClassContext(
+            Lighttpd({"probe": os.environ["PROBE"]}, {}, cls.OPTIONS)
+        )
 
     def file(self, name, data):
         path = self.server.path(name)

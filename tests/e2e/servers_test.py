@@ -11,7 +11,7 @@ import form_echo_test
 import guestbook_test
 import poll_test
 import upload_test
-from server import SERVERS
+from servers import SERVERS
 
 SCENARIOS = (
     abuse_test.Readers,

@@ -8,7 +8,8 @@ import unittest
 
 import script
 from page import Page
-from server import Server, read
+from servers import Lighttpd
+from servers.server import read
 
 UPLOAD = os.environ["UPLOAD"]
 HARMLESS = re.compile(r"[A-Za-z0-9_][A-Za-z0-9_.-]*")
@@ -33,7 +34,7 @@ def kept(folder):
 
 
 class Upload(unittest.TestCase):
-    SERVER = Server
+    SERVER = Lighttpd
     OPTIONS = ""
 
     def setUp(self):

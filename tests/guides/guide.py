@@ -12,6 +12,12 @@ and any other is text. One bash takes them in the order of the page, in a new fo
 whom Tarn is installed, with Tarn's source as ~/tarn and a network of its own. Each command has to
 succeed, and none may leave a process behind. Links have to lead somewhere, `name(3)` to a manual
 page of Tarn's.
+
+A page with a comment
+
+  <!-- files: FOLDER -->
+
+prints all configurations in that folder, and these blocks have to be equal to the files.
 """
 
 import argparse
@@ -37,6 +43,8 @@ NO_STATUS = -1
 PR_SET_CHILD_SUBREAPER = 36
 ORDINARY_USER = "www-data"
 SKIPPED = 77
+CONFIGURATIONS = (".conf", ".cfg", ".sh")
+FOLDER_OF_FILES = re.compile(r"<!-- files: (\S+) -->")
 
 
 class Wrong(Exception):
@@ -117,6 +125,35 @@ def check_links(guide, page, manual):
         for other in guide.parent.glob("*.md"):
             if other != guide and not any(f"]({other.name})" in line for line in prose):
                 raise Wrong(1, f"the index has no link to {other.name}")
+
+
+def folder_of_files(guide, page):
+    """The folder whose configurations the page prints, or None."""
+    for number, line in enumerate(page, 1):
+        if found := FOLDER_OF_FILES.fullmatch(line):
+            folder = guide.parent / found[1]
+            if not folder.is_dir():
+                raise Wrong(number, f"{found[1]} is not a folder")
+            return folder
+    return None
+
+
+def with_files(page, folder):
+    """The page with the configurations as they are in the folder, and the lines of the blocks that
+    were different."""
+    files = {path.name: path for path in folder.iterdir() if path.suffix in CONFIGURATIONS}
+    if not files:
+        raise Wrong(1, f"{folder} has no configurations")
+    printed, differ = list(page), []
+    for step in reversed(steps(page)):
+        if isinstance(step, File) and (path := files.pop(step.name, None)):
+            text = path.read_text(encoding="utf-8")
+            if text != step.text:
+                printed[step.line : step.line + step.text.count("\n")] = text.splitlines()
+                differ.append(step.line)
+    if files:
+        raise Wrong(1, f"the page does not print {', '.join(sorted(files))}")
+    return printed, differ[::-1]
 
 
 # ---- Running it ----------------------------------------------------------------------------------
@@ -239,16 +276,40 @@ def as_it_ran(page, todo, results):
     return ran, differ[::-1]
 
 
+def write(guide, page):
+    guide.write_text("".join(line + "\n" for line in page), encoding="utf-8")
+
+
+def print_difference(guide, page, other, name):
+    print(*difflib.unified_diff(page, other, str(guide), name, lineterm=""), sep="\n")
+
+
+def check_files(guide, update=False):
+    """Whether the page prints the configurations in its folder as they are."""
+    page = guide.read_text(encoding="utf-8").splitlines()
+    folder = folder_of_files(guide, page)
+    if folder is None:
+        return False
+    printed, differ = with_files(page, folder)
+    if differ and update:
+        write(guide, printed)
+    elif differ:
+        print_difference(guide, page, printed, "the files")
+        raise Wrong(differ[0], "the file is different; --update copies it to the page")
+    return True
+
+
 def check(guide, installed, update=False, run_by=""):
+    check_files(guide, update)
     page = guide.read_text(encoding="utf-8").splitlines()
     check_links(guide, page, installed / "share/man")
     todo = steps(page)
     results, left = run(todo, installed, run_by)
     ran, differ = as_it_ran(page, todo, results)
     if update:
-        guide.write_text("".join(line + "\n" for line in ran), encoding="utf-8")
+        write(guide, ran)
     elif differ:
-        print(*difflib.unified_diff(page, ran, str(guide), "as it ran", lineterm=""), sep="\n")
+        print_difference(guide, page, ran, "as it ran")
     status = results[-1][1] if results else 0
     if status != 0:
         ended = "the shell, or did not end" if status == NO_STATUS else f"with status {status}"
@@ -265,6 +326,9 @@ def main():
     parser.add_argument("guide", type=Path)
     parser.add_argument("--update", action="store_true", help="write what is printed to the guide")
     parser.add_argument(
+        "--files-only", action="store_true", help="run nothing, only compare the files it prints"
+    )
+    parser.add_argument(
         "--user",
         choices=("root", "ordinary"),
         default="",
@@ -275,6 +339,10 @@ def main():
         print("Only root can choose a user.")
         sys.exit(SKIPPED)
     try:
+        if chosen.files_only:
+            if not check_files(chosen.guide, chosen.update):
+                raise Wrong(1, "the page does not say which files it prints")
+            return
         check(chosen.guide, chosen.installed.resolve(), chosen.update, chosen.user)
     except Wrong as wrong:
         line, what = wrong.args

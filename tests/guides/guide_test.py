@@ -146,6 +146,42 @@ class Guide(unittest.TestCase):
         self.fails("guide.md:2: a fence stands at the margin", "-", "  ```", "  ```")
         self.fails('guide.md:2: a block of commands begins with "$ "', "```console", "true", "```")
 
+    def test_a_file_that_a_page_prints_has_to_be_equal_to_the_one_in_its_folder(self):
+        (self.folder / "files").mkdir()
+        (self.folder / "files/one.conf").write_text("first\nsecond\n")
+        (self.folder / "files/two.sh").write_text("echo two\n")
+        (self.folder / "files/program.py").touch()
+        page = [
+            *("<!-- files: files -->", "```text one.conf", "first", "second", "```"),
+            *("```sh two.sh", "echo 2", "echo 2", "```", "```text other", "one", "```"),
+            *("```console", "$ sh two.sh", "two", "```"),
+        ]
+        self.fails(
+            "guide.md:6: the file is different; --update copies it to the page",
+            *page,
+            options=["--files-only"],
+        )
+        self.assertIn("-echo 2\n-echo 2\n+echo two\n", self.output)
+        self.assertEqual(self.run_guide(*page, options=["--update"]), 0, self.message)
+        page[6:8] = ["echo two"]
+        self.assertEqual((self.folder / "guide.md").read_text().splitlines(), page)
+        self.passes(*page)
+        self.assertEqual(self.run_guide(*page, options=["--files-only"]), 0)
+
+    def test_a_page_that_leaves_out_a_file_of_its_folder_fails(self):
+        (self.folder / "files").mkdir()
+        self.fails(
+            f"guide.md:1: {self.folder}/files has no configurations", "<!-- files: files -->"
+        )
+        (self.folder / "files/one.conf").touch()
+        self.fails("guide.md:1: the page does not print one.conf", "<!-- files: files -->")
+        self.fails("guide.md:1: nowhere is not a folder", "<!-- files: nowhere -->")
+        self.fails(
+            "guide.md:1: the page does not say which files it prints",
+            "A page.",
+            options=["--files-only"],
+        )
+
     def test_an_update_writes_what_is_printed(self):
         page = ["```console", "$ echo one", "two", "$ seq 9", "1", "…", "```"]
         self.assertEqual(self.run_guide(*page, options=["--update"]), 0)

@@ -107,7 +107,7 @@ Variables postOfLength(const std::string &length) {
 
 // ---- Creation -----------------------------------------------------------------------------------
 
-TEST(CgiEnv, NewMakesAnEnvironment) {
+TEST(CgiEnv, NewCreatesAnEnvironment) {
   asScript({}, "", [] {
     TarnHandle handle = 0;
     EXPECT_EQ(TARN_OK, CgiEnv_new(&handle));
@@ -135,7 +135,7 @@ TEST(CgiEnv, NewRefusesAHandleInUseAndReadsNothing) {
   });
 }
 
-TEST(CgiEnv, WithoutVariablesEverythingIsZeroOrAbsent) {
+TEST(CgiEnv, WithoutVariablesEverythingIsZeroOrMissing) {
   asScript({}, "", [] {
     Environment environment;
     EXPECT_EQ(TARN_OK, environment.status);
@@ -159,7 +159,7 @@ TEST(CgiEnv, WithEveryVariableEmptyOnlyTheCookieListExists) {
   });
 }
 
-TEST(CgiEnv, KeepsLengthAndFlagInNumbersBodyAndCookiesInChildrenAndNothingElse) {
+TEST(CgiEnv, HasLengthAndFlagAsNumbersBodyAndCookiesAsChildrenAndNothingElse) {
   Variables variables = postOfLength("5");
   variables["HTTPS"] = "on";
   variables["HTTP_COOKIE"] = "a=1";
@@ -181,14 +181,14 @@ TEST(CgiEnv, KeepsLengthAndFlagInNumbersBodyAndCookiesInChildrenAndNothingElse) 
   });
 }
 
-TEST(CgiEnv, HttpsFlagIsOneForExactlyOn) {
+TEST(CgiEnv, HttpsFlagIsOneOnlyForOn) {
   asScript({}, "", [] {
     setenv("HTTPS", "on", 1);
     EXPECT_EQ(1U, Environment().https());
   });
 }
 
-TEST(CgiEnv, HttpsFlagIsZeroForOnInAnotherCaseOrAnythingElse) {
+TEST(CgiEnv, HttpsFlagIsZeroForAnythingElse) {
   asScript({}, "", [] {
     for (const char *value : {"ON", "On", "oN", "1", "yes", "on ", " on", "off", ""}) {
       setenv("HTTPS", value, 1);
@@ -197,7 +197,7 @@ TEST(CgiEnv, HttpsFlagIsZeroForOnInAnotherCaseOrAnythingElse) {
   });
 }
 
-TEST(CgiEnv, ContentLengthIsADecimalNumberThatStopsAtTheLimitsOf32Bits) {
+TEST(CgiEnv, ContentLengthIsADecimalNumberClampedTo32Bits) {
   asScript({{"REQUEST_METHOD", "GET"}}, "", [] {
     for (const auto &[text, value] : kNumbers) {
       setenv("CONTENT_LENGTH", text, 1);
@@ -211,7 +211,7 @@ TEST(CgiEnv, ContentLengthIsADecimalNumberThatStopsAtTheLimitsOf32Bits) {
 
 // ---- Body ---------------------------------------------------------------------------------------
 
-TEST(CgiEnvBody, OfAPostIsReadWhateverTheCaseOfTheMethod) {
+TEST(CgiEnvBody, OfAPostIsReadInAnyCaseOfTheMethod) {
   for (const char *method : {"POST", "post", "Post", "pOsT"}) {
     asScript({{"REQUEST_METHOD", method}, {"CONTENT_LENGTH", "5"}}, "hello", [=] {
       Environment environment;
@@ -222,7 +222,7 @@ TEST(CgiEnvBody, OfAPostIsReadWhateverTheCaseOfTheMethod) {
   }
 }
 
-TEST(CgiEnvBody, OfAnyOtherMethodStaysOnStandardInput) {
+TEST(CgiEnvBody, OfAnyOtherMethodIsLeftOnStandardInput) {
   for (const char *method : {"GET", "PUT", "HEAD", "POSTS", "POS", " POST", "POST ", ""}) {
     asScript({{"REQUEST_METHOD", method}, {"CONTENT_LENGTH", "5"}}, "hello", [=] {
       Environment environment;
@@ -234,7 +234,7 @@ TEST(CgiEnvBody, OfAnyOtherMethodStaysOnStandardInput) {
   }
 }
 
-TEST(CgiEnvBody, WithoutARequestMethodStaysOnStandardInput) {
+TEST(CgiEnvBody, WithoutARequestMethodIsLeftOnStandardInput) {
   asScript({{"CONTENT_LENGTH", "5"}}, "hello", [] {
     Environment environment;
     EXPECT_EQ(TARN_OK, environment.status);
@@ -243,7 +243,7 @@ TEST(CgiEnvBody, WithoutARequestMethodStaysOnStandardInput) {
   });
 }
 
-TEST(CgiEnvBody, OfLengthZeroOrNoNumberIsNotRead) {
+TEST(CgiEnvBody, WithALengthOfZeroOrNoNumberIsNotRead) {
   for (const char *length : {"0", "-0", "abc", "", "0x10", "- 5"}) {
     asScript(postOfLength(length), "hello", [=] {
       Environment environment;
@@ -265,7 +265,7 @@ TEST(CgiEnvBody, WithoutAContentLengthIsNotRead) {
   });
 }
 
-TEST(CgiEnvBody, IsAsLongAsTheNumberAtTheStartOfTheContentLength) {
+TEST(CgiEnvBody, HasTheLengthAtTheStartOfContentLength) {
   const std::pair<const char *, size_t> cases[] = {{"12abc", 12}, {" 12", 12}, {"\t12", 12},
                                                    {"+5", 5},     {"1,2", 1},  {"007", 7},
                                                    {"1e3", 1},    {"3.9", 3}};
@@ -290,11 +290,11 @@ TEST(CgiEnvBody, MayHoldAnyBytes) {
   });
 }
 
-TEST(CgiEnvBody, OfZeroBytesOnlyIsKeptWithItsLength) {
+TEST(CgiEnvBody, OfZeroBytesKeepsItsLength) {
   asScript(postOfLength("3"), "\0\0\0"s, [] { EXPECT_EQ("\0\0\0"s, Environment().body()); });
 }
 
-TEST(CgiEnvBody, ArrivesWholeAtSizesAroundBuffersAndPipes) {
+TEST(CgiEnvBody, IsReadInFullAtSizesAroundBuffersAndPipes) {
   for (const size_t size : {1, 2, 3, 4095, 4096, 4097, 65535, 65536, 65537, 3000000}) {
     std::string sent(size, 'x');
     for (size_t i = 0; i < size; i += 7) sent[i] = static_cast<char>(i >> 3);
@@ -306,14 +306,14 @@ TEST(CgiEnvBody, ArrivesWholeAtSizesAroundBuffersAndPipes) {
   }
 }
 
-TEST(CgiEnvBody, LeavesTheRestOfALongerInputReadableByStdio) {
+TEST(CgiEnvBody, LeavesTheRestOfALongerInputToStdio) {
   asScript(postOfLength("5"), "hello and the rest", [] {
     EXPECT_EQ("hello", Environment().body());
     EXPECT_EQ(" and the rest", restOfStandardInput());
   });
 }
 
-TEST(CgiEnvBody, LeavesTheRestOfAMuchLongerInputReadableByStdio) {
+TEST(CgiEnvBody, LeavesTheRestOfAMuchLongerInputToStdio) {
   const std::string sent = std::string(70000, 'a') + std::string(70000, 'b');
   asScript(postOfLength("70000"), sent, [&] {
     EXPECT_TRUE(sent.substr(0, 70000) == Environment().body());
@@ -321,14 +321,14 @@ TEST(CgiEnvBody, LeavesTheRestOfAMuchLongerInputReadableByStdio) {
   });
 }
 
-TEST(CgiEnvBody, BeginsWhereTheScriptStoppedReading) {
+TEST(CgiEnvBody, StartsWhereTheScriptStoppedReading) {
   asScript(postOfLength("5"), "xhello", [] {
     EXPECT_EQ('x', std::getchar());
     EXPECT_EQ("hello", Environment().body());
   });
 }
 
-TEST(CgiEnvBody, ShorterThanDeclaredIsFilledUpWithZeros) {
+TEST(CgiEnvBody, ShorterThanDeclaredIsPaddedWithZeros) {
   asScript(postOfLength("10"), "hello", [] {
     Environment environment;
     EXPECT_EQ(TARN_OK, environment.status);
@@ -337,7 +337,7 @@ TEST(CgiEnvBody, ShorterThanDeclaredIsFilledUpWithZeros) {
   });
 }
 
-TEST(CgiEnvBody, ShorterThanDeclaredNeverShowsWhatTheHeapHeldBefore) {
+TEST(CgiEnvBody, ShorterThanDeclaredNeverExposesOldHeapContents) {
   for (const size_t size : {24, 100, 1000, 5000, 60000, 200000}) {
     asScript(postOfLength(std::to_string(size)), "abc", [=] {
       void *blocks[20];
@@ -368,7 +368,7 @@ TEST(CgiEnvBody, OfAClosedStandardInputIsAllZeros) {
   });
 }
 
-TEST(CgiEnvBody, IsCompleteWithoutWaitingForTheEndOfTheInput) {
+TEST(CgiEnvBody, IsReadWithoutWaitingForTheEndOfTheInput) {
   asScript(postOfLength("5"), "", [] {
     feedStandardInput("hello and more", After::kOpen);
     EXPECT_EQ("hello", Environment().body());
@@ -408,15 +408,15 @@ void expectWholeBodyThroughSignals(int flags) {
   });
 }
 
-TEST(CgiEnvBody, ArrivesWholeThroughSignalsThatRestartReading) {
+TEST(CgiEnvBody, IsReadInFullThroughSignalsThatRestartReading) {
   expectWholeBodyThroughSignals(SA_RESTART);
 }
 
-TEST(CgiEnvBody, ArrivesWholeThroughSignalsThatInterruptReading) {
+TEST(CgiEnvBody, IsReadInFullThroughSignalsThatInterruptReading) {
   expectWholeBodyThroughSignals(0);
 }
 
-TEST(CgiEnvBody, OfASecondEnvironmentFindsTheInputConsumed) {
+TEST(CgiEnvBody, OfASecondEnvironmentIsAllZerosBecauseTheInputIsConsumed) {
   asScript(postOfLength("5"), "hello", [] {
     Environment first;
     Environment second;
@@ -426,7 +426,7 @@ TEST(CgiEnvBody, OfASecondEnvironmentFindsTheInputConsumed) {
   });
 }
 
-TEST(CgiEnvBody, OfNegativeLengthIsRefusedUnreadButTheEnvironmentIsKept) {
+TEST(CgiEnvBody, WithANegativeLengthIsNotReadButTheEnvironmentIsKept) {
   const std::pair<const char *, int32_t> cases[] = {{"-1", -1},
                                                     {"-5", -5},
                                                     {" -5x", -5},
@@ -450,7 +450,7 @@ TEST(CgiEnvBody, OfNegativeLengthIsRefusedUnreadButTheEnvironmentIsKept) {
   }
 }
 
-TEST(CgiEnvBody, TooLargeToAllocateIsRefusedUnreadButTheEnvironmentIsKept) {
+TEST(CgiEnvBody, TooLargeToAllocateIsNotReadButTheEnvironmentIsKept) {
   for (const char *length : {"2147483647", "4294967299", "99999999999999999999"}) {
     Variables variables = postOfLength(length);
     variables["HTTP_COOKIE"] = "a=1";
@@ -467,7 +467,7 @@ TEST(CgiEnvBody, TooLargeToAllocateIsRefusedUnreadButTheEnvironmentIsKept) {
   }
 }
 
-TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressesAndNoMemory) {
+TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressSpaceButNoMemory) {
   static constexpr uint32_t kDeclared = 1 << 30;
   if (void *probe = std::malloc(kDeclared + 1UL)) {
     std::free(probe);
@@ -495,7 +495,7 @@ TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressesAndNoMemory) {
   });
 }
 
-TEST(CgiEnvBody, StaysReadableAfterTheEnvironmentIsGone) {
+TEST(CgiEnvBody, StaysReadableAfterTheEnvironmentIsDeleted) {
   asScript(postOfLength("5"), "hello", [] {
     const char *bytes = nullptr;
     {
@@ -510,7 +510,7 @@ TEST(CgiEnvBody, StaysReadableAfterTheEnvironmentIsGone) {
 
 // ---- Replacing the body -------------------------------------------------------------------------
 
-TEST(CgiEnvSetPostData, GivesABodyToAnEnvironmentWithoutOne) {
+TEST(CgiEnvSetPostData, AddsABodyToAnEnvironmentWithoutOne) {
   asScript({}, "", [] {
     Environment environment;
     EXPECT_EQ(TARN_OK, CgiEnv_setPostData(&environment.handle, "a\0b", 3));
@@ -535,7 +535,7 @@ TEST(CgiEnvSetPostData, ReplacesTheBodyAndLeavesTheOldBytesReadable) {
   });
 }
 
-TEST(CgiEnvSetPostData, KeepsACopyOfItsOwn) {
+TEST(CgiEnvSetPostData, StoresACopy) {
   asScript({}, "", [] {
     Environment environment;
     char data[] = "hello";
@@ -545,7 +545,7 @@ TEST(CgiEnvSetPostData, KeepsACopyOfItsOwn) {
   });
 }
 
-TEST(CgiEnvSetPostData, TakesTheBodyItAlreadyHolds) {
+TEST(CgiEnvSetPostData, AcceptsTheBodyItAlreadyHolds) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
     TarnHandle body =
@@ -578,7 +578,7 @@ TEST(CgiEnvSetPostData, RefusesNullDataAndLengthZeroAndKeepsTheBody) {
   });
 }
 
-TEST(CgiEnvSetPostData, OnAnythingElseIsTheWrongTypeWhateverTheData) {
+TEST(CgiEnvSetPostData, OnAnotherTypeReturnsWrongTypeWhateverTheData) {
   withEveryHandleBut(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
     EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_setPostData(handle, "hello", 5));
     EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_setPostData(handle, nullptr, 0));
@@ -599,7 +599,7 @@ TEST(CgiEnvSetPostData, OutOfMemoryKeepsTheBody) {
   });
 }
 
-TEST(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
+TEST(CgiEnvWithoutMemory, NewReturnsBadArgumentAndLeavesTheHandleZero) {
   asScript({{"HTTP_COOKIE", "a=1"}}, "", [] {
     TarnHandle handle = 0;
     TarnStatus status = TARN_OK;
@@ -609,7 +609,7 @@ TEST(CgiEnvWithoutMemory, NewIsRefusedAndLeavesTheHandleAtZero) {
   });
 }
 
-TEST(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
+TEST(CgiEnvWithoutMemory, SetPostDataReportsItAndKeepsTheBody) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
     const std::string data(100000, 'x');
@@ -625,7 +625,7 @@ TEST(CgiEnvWithoutMemory, SetPostDataKeepsTheBodyAndSaysSo) {
   });
 }
 
-TEST(CgiEnvWithoutMemory, ACookieWithoutRoomForItsNameOrValueHasNeither) {
+TEST(CgiEnvWithoutMemory, CookieWithoutRoomForItsNameOrValueHasNeither) {
   const std::string large(100000, 'x');
   for (const std::string &cookie : {"name=" + large, large + "=value"}) {
     asScript({{"HTTP_COOKIE", "a=1; " + cookie + "; b=2"}}, "", [] {
@@ -639,7 +639,7 @@ TEST(CgiEnvWithoutMemory, ACookieWithoutRoomForItsNameOrValueHasNeither) {
   }
 }
 
-TEST(CgiEnvWithoutMemory, EachAllocationFailingInTurnGivesABodyOrAStatusThatSaysThereIsNone) {
+TEST(CgiEnvWithoutMemory, EachAllocationFailingInTurnLeavesABodyOrReportsThatItIsMissing) {
   Variables variables = postOfLength("5");
   variables["HTTP_COOKIE"] = "a=1; x; b=2";
   asScript(variables, "", [] {
@@ -667,7 +667,7 @@ TEST(CgiEnvWithoutMemory, EachAllocationFailingInTurnGivesABodyOrAStatusThatSays
 
 // ---- Emptying and deleting ----------------------------------------------------------------------
 
-TEST(CgiEnvClear, EmptiesTheNodeAndKeepsItAnEnvironment) {
+TEST(CgiEnvClear, EmptiesTheNodeWhichRemainsAnEnvironment) {
   Variables variables = postOfLength("5");
   variables["HTTPS"] = "on";
   variables["HTTP_COOKIE"] = "a=1; b=2; x";
@@ -688,7 +688,7 @@ TEST(CgiEnvClear, EmptiesTheNodeAndKeepsItAnEnvironment) {
   });
 }
 
-TEST(CgiEnvClear, LeavesTheGettersWorkingAndTakesANewBody) {
+TEST(CgiEnvClear, LeavesTheGettersWorkingAndAcceptsANewBody) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
     EXPECT_EQ(TARN_OK, CgiEnv_clear(&environment.handle));
@@ -708,7 +708,7 @@ TEST(CgiEnvClear, WithoutCookiesOrBodySucceeds) {
   });
 }
 
-TEST(CgiEnvClear, OnAnythingElseIsTheWrongType) {
+TEST(CgiEnvClear, OnAnotherTypeReturnsWrongType) {
   withEveryHandleBut(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
     const bool filled = CGIgs_setInt(handle, 0, 7, 0) == TARN_OK;
     EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_clear(handle));
@@ -730,7 +730,7 @@ TEST(CgiEnvDelete, SetsTheHandleToZero) {
   });
 }
 
-TEST(CgiEnvDelete, OnAnythingElseIsTheWrongTypeAndReleasesNothing) {
+TEST(CgiEnvDelete, OnAnotherTypeReturnsWrongTypeAndReleasesNothing) {
   withEveryHandleBut(TARN_ENVIRONMENT_MAGIC,
                      [](TarnHandle *handle) { EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_delete(handle)); });
 }
@@ -761,7 +761,7 @@ TEST(CgiEnv, SaveAndRestoreDoNothing) {
 
 // ---- Getters ------------------------------------------------------------------------------------
 
-TEST(CgiEnvGetters, LendTheTextThatTheProcessEnvironmentHolds) {
+TEST(CgiEnvGetters, ReturnTheTextInTheProcessEnvironmentNotACopy) {
   Variables variables;
   for (const TextGetter &getter : kTextGetters) {
     variables[getter.variable] = "value of "s + getter.variable + " \xFF\xC3";
@@ -775,7 +775,7 @@ TEST(CgiEnvGetters, LendTheTextThatTheProcessEnvironmentHolds) {
   });
 }
 
-TEST(CgiEnvGetters, GiveAnEmptyTextForAnUnsetVariableAndForAnEmptyOne) {
+TEST(CgiEnvGetters, ReturnAnEmptyTextForAnUnsetOrEmptyVariable) {
   asScript({}, "", [] {
     Environment environment;
     for (const auto &[variable, get] : kTextGetters) {
@@ -788,7 +788,7 @@ TEST(CgiEnvGetters, GiveAnEmptyTextForAnUnsetVariableAndForAnEmptyOne) {
   });
 }
 
-TEST(CgiEnvGetters, ReadTheirOwnVariableAndNoOther) {
+TEST(CgiEnvGetters, ReadOnlyTheirOwnVariable) {
   asScript({}, "", [] {
     for (const TextGetter &set : kTextGetters) {
       setenv(set.variable, "x", 1);
@@ -801,7 +801,7 @@ TEST(CgiEnvGetters, ReadTheirOwnVariableAndNoOther) {
   });
 }
 
-TEST(CgiEnvGetters, GiveNumbersThatStopAtTheLimitsOf32Bits) {
+TEST(CgiEnvGetters, ReturnNumbersClampedTo32Bits) {
   asScript({}, "", [] {
     Environment environment;
     for (const auto &[variable, get] : kNumberGetters) {
@@ -815,7 +815,7 @@ TEST(CgiEnvGetters, GiveNumbersThatStopAtTheLimitsOf32Bits) {
   });
 }
 
-TEST(CgiEnvGetters, NeverLookAtTheHandle) {
+TEST(CgiEnvGetters, IgnoreTheHandle) {
   Variables variables{{"SERVER_PORT", "8080"}, {"CONTENT_LENGTH", "5"}};
   for (const TextGetter &getter : kTextGetters) variables[getter.variable] = getter.variable;
   asScript(variables, "", [] {
@@ -829,7 +829,7 @@ TEST(CgiEnvGetters, NeverLookAtTheHandle) {
   });
 }
 
-TEST(CgiEnvGetters, ShowChangesMadeAfterCreationWhileTheCapturedValuesStay) {
+TEST(CgiEnvGetters, ShowLaterChangesWhileTheStoredValuesStay) {
   Variables variables = postOfLength("5");
   variables["HTTPS"] = "on";
   variables["HTTP_COOKIE"] = "a=1";
@@ -853,7 +853,7 @@ TEST(CgiEnvGetters, ShowChangesMadeAfterCreationWhileTheCapturedValuesStay) {
   });
 }
 
-TEST(CgiEnvGetters, TakeALongVariableWhole) {
+TEST(CgiEnvGetters, ReturnALongVariableInFull) {
   const std::string longText(100000, 'x');
   asScript({{"CONTENT_TYPE", longText}}, "",
            [&] { EXPECT_EQ(longText, CgiEnv_getContentType(nullptr)); });

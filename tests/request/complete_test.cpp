@@ -26,7 +26,7 @@ Variables withLength(Variables variables, const std::string &length) {
   return variables;
 }
 
-TEST(RequestComplete, WhateverArrivesWhole) {
+TEST(RequestComplete, WhenEverythingArrived) {
   expectComplete(1, {}, "");
   expectComplete(1, get(""), "");
   expectComplete(1, get("a=1&&b&=c"), "");
@@ -39,7 +39,7 @@ TEST(RequestComplete, WhateverArrivesWhole) {
 }
 
 // What the rules leave out was never the request's.
-TEST(RequestComplete, WhateverTheRulesLeaveOut) {
+TEST(RequestComplete, WhenTheParserDropsPartsOfTheBody) {
   const std::string body =
       "preamble\r\n--b\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nfirst\r\nsecond\r\n"
       "--b\r\nno blank line\r\n--b\r\nContent-Disposition: form-data; filename=\"f\"\r\n\r\n1";
@@ -50,7 +50,7 @@ TEST(RequestComplete, WhateverTheRulesLeaveOut) {
   expectComplete(1, variables, "a=1");
 }
 
-TEST(RequestComplete, NotWhenTheBodyBreaksOff) {
+TEST(RequestComplete, NotWhenTheBodyIsTruncated) {
   for (const std::string type : {kUrlEncoded, kMultipart, "text/plain"}) {
     for (size_t length = 0; length < 5; ++length) {
       expectComplete(0, post(type, "a=123"), std::string_view("a=123").substr(0, length));
@@ -60,7 +60,7 @@ TEST(RequestComplete, NotWhenTheBodyBreaksOff) {
   expectComplete(0, withLength(post(kUrlEncoded, ""), "300000000"), "a=1&b=2&c=34");
 }
 
-TEST(RequestComplete, NotWhenTheLengthIsNoneOrTooLarge) {
+TEST(RequestComplete, NotWhenTheLengthIsNegative) {
   expectComplete(0, withLength(post(kUrlEncoded, ""), "-1"), "a=1");
   expectComplete(0, withLength(post(kUrlEncoded, ""), "-99999999999999999999"), "a=1");
 }
@@ -95,7 +95,7 @@ TEST(RequestComplete, NotWhenFieldsFindNoMemory) {
   });
 }
 
-TEST(RequestComplete, IsNothingThatIsNoRequest) {
+TEST(RequestComplete, NotForAnotherType) {
   EXPECT_EQ(0U, Tarn_isComplete(nullptr));
   TarnHandle empty = 0;
   EXPECT_EQ(0U, Tarn_isComplete(&empty));
@@ -104,7 +104,7 @@ TEST(RequestComplete, IsNothingThatIsNoRequest) {
   EXPECT_EQ(0U, Tarn_isComplete(withoutEnvironment));
 }
 
-TEST(RequestComplete, HoldsForACopyAndEndsWithTheEnvironment) {
+TEST(RequestComplete, IsReportedByACopyAndNotWithoutTheEnvironment) {
   asScript(post(kUrlEncoded, "a=123"), "a=1", [] {
     Request request;
     Node copy;

@@ -47,11 +47,11 @@ TEST(CgiEnvCookies, OfAnUnsetHeaderHaveNoList) {
   asScript({}, "", [] { EXPECT_EQ(std::nullopt, Environment().cookies()); });
 }
 
-TEST(CgiEnvCookies, OfAnEmptyHeaderAreOneWithoutNameAndValue) {
+TEST(CgiEnvCookies, OfAnEmptyHeaderAreOneCookieWithoutNameOrValue) {
   expectCookies({{"", {{kNone, kNone}}}});
 }
 
-TEST(CgiEnvCookies, WithoutAnEqualsSignCountButHaveNeitherNameNorValue) {
+TEST(CgiEnvCookies, WithoutAnEqualsSignHaveNeitherNameNorValue) {
   const Cookie blank{kNone, kNone};
   expectCookies({
       {"x", {blank}},
@@ -67,7 +67,7 @@ TEST(CgiEnvCookies, WithoutAnEqualsSignCountButHaveNeitherNameNorValue) {
   });
 }
 
-TEST(CgiEnvCookies, WithNothingOnASideOfTheEqualsSignHaveAnEmptyTextThere) {
+TEST(CgiEnvCookies, WithNothingBesideTheEqualsSignHaveAnEmptyText) {
   expectCookies({
       {"=v", {{"", "v"}}},
       {"k=", {{"k", ""}}},
@@ -98,7 +98,7 @@ TEST(CgiEnvCookies, AreDecodedLikeFormData) {
   });
 }
 
-TEST(CgiEnvCookies, AreTrimmedBeforeDecodingSoThatEncodedBlanksStay) {
+TEST(CgiEnvCookies, AreTrimmedBeforeDecodingSoEncodedBlanksStay) {
   expectCookies({
       {"k=+a+", {{"k", " a "}}},
       {"k=%20a%20", {{"k", " a "}}},
@@ -107,7 +107,7 @@ TEST(CgiEnvCookies, AreTrimmedBeforeDecodingSoThatEncodedBlanksStay) {
   });
 }
 
-TEST(CgiEnvCookies, AreSplitBeforeDecodingSoThatNamesMayHoldSeparators) {
+TEST(CgiEnvCookies, AreSplitBeforeDecodingSoNamesMayContainSeparators) {
   expectCookies({
       {"a%3Db=1", {{"a=b", "1"}}},
       {"a%3Bb=1%3B2", {{"a;b", "1;2"}}},
@@ -124,7 +124,7 @@ TEST(CgiEnvCookies, EndAtADecodedZeroByte) {
   });
 }
 
-TEST(CgiEnvCookies, TakeMissingHexadecimalDigitsAsZeroBytes) {
+TEST(CgiEnvCookies, ReadMissingHexadecimalDigitsAsZeroBytes) {
   expectCookies({
       {"k=%", {{"k", "\xD0"}}},
       {"k=%; b=2", {{"k", "\xD0"}, {"b", "2"}}},
@@ -138,7 +138,7 @@ TEST(CgiEnvCookies, TakeMissingHexadecimalDigitsAsZeroBytes) {
   });
 }
 
-TEST(CgiEnvCookies, DecodeDigitsThatAreNone) {
+TEST(CgiEnvCookies, DecodeCharactersThatAreNotDigits) {
   expectCookies({
       {"k=%zz", {{"k", "S"}}},
       {"k=%u0041", {{"k", "\xE0\x30\x34\x31"}}},
@@ -146,11 +146,11 @@ TEST(CgiEnvCookies, DecodeDigitsThatAreNone) {
   });
 }
 
-TEST(CgiEnvCookies, OfTheSameNameAreAllKeptInOrder) {
+TEST(CgiEnvCookies, WithTheSameNameAreAllKeptInOrder) {
   expectCookies({{"k=2; K=1; k=3; k=2", {{"k", "2"}, {"K", "1"}, {"k", "3"}, {"k", "2"}}}});
 }
 
-TEST(CgiEnvCookies, HaveNothingButNameAndValue) {
+TEST(CgiEnvCookies, HaveOnlyNameAndValue) {
   asScript({{"HTTP_COOKIE", "a=1; Path=/; Secure; Max-Age=5"}}, "", [] {
     Environment environment;
     EXPECT_EQ((Cookies{{"a", "1"}, {"Path", "/"}, {kNone, kNone}, {"Max-Age", "5"}}),
@@ -169,14 +169,14 @@ TEST(CgiEnvCookies, HaveNothingButNameAndValue) {
   });
 }
 
-TEST(CgiEnvCookies, LeaveTheHeaderItselfAlone) {
+TEST(CgiEnvCookies, DoNotChangeTheHeader) {
   asScript({{"HTTP_COOKIE", "a=1; b=%41"}}, "", [] {
     Environment environment;
     EXPECT_STREQ("a=1; b=%41", CgiEnv_getCookies(&environment.handle));
   });
 }
 
-TEST(CgiEnvCookies, OfALongHeaderArriveWhole) {
+TEST(CgiEnvCookies, OfALongHeaderAreComplete) {
   const std::string name(65536, 'n');
   const std::string value(65536, 'v');
   asScript({{"HTTP_COOKIE", "a=1; " + name + "=" + value}}, "", [&] {

@@ -71,7 +71,7 @@ TEST(EntryAtEachFailure, SetValueReportsItAndKeepsTheEntry) {
   });
 }
 
-TEST(EntryAtEachFailure, StrippedValueIsNullOrNotKept) {
+TEST(EntryAtEachFailure, StrippedValueIsNullOrNotStored) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Entry entry(" abc ");
     const char *text = memory.call([&] { return FormEntry_getStrippedValue(entry); });
@@ -97,7 +97,7 @@ void expectCopied(FailingMemory &memory, TarnStatus status, const Object &list,
   EXPECT_TRUE(memory.failed() || list.picture() == copy.picture());
 }
 
-TEST(EntryListAtEachFailure, AddReserveAndCloneLeaveTheRestAsItWas) {
+TEST(EntryListAtEachFailure, AddReserveAndCloneKeepTheRest) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Entry entry;
     Entries list;
@@ -117,7 +117,7 @@ TEST(EntryListAtEachFailure, AddReserveAndCloneLeaveTheRestAsItWas) {
 
 // ---- Files --------------------------------------------------------------------------------------
 
-TEST(FileAtEachFailure, InitSucceedsWithWhatThereIsMemoryFor) {
+TEST(FileAtEachFailure, InitReturnsOkAndKeepsWhatItCouldCopy) {
   forEachFailingAllocation([](FailingMemory &memory) {
     const File whole;
     Object file(TARN_FORM_FILE_MAGIC);
@@ -127,7 +127,7 @@ TEST(FileAtEachFailure, InitSucceedsWithWhatThereIsMemoryFor) {
   });
 }
 
-TEST(FileListAtEachFailure, AddReserveAndCloneLeaveTheRestAsItWas) {
+TEST(FileListAtEachFailure, AddReserveAndCloneKeepTheRest) {
   forEachFailingAllocation([](FailingMemory &memory) {
     File file;
     Files list;
@@ -156,7 +156,7 @@ void freshInput(const std::string &body) {
   close(input);
 }
 
-TEST(EnvironmentAtEachFailure, NewSaysWhenTheBodyIsMissing) {
+TEST(EnvironmentAtEachFailure, NewReportsAMissingBody) {
   Variables variables = post("text/plain", "hello");
   variables["HTTP_COOKIE"] = "a=1; x; b=%41";
   asScript(variables, "", [] {
@@ -266,7 +266,7 @@ TEST(RequestAtEachFailure, NewOfAMultipartPost) {
   takeInAtEachFailure(post(kMultipart, kParts), kParts);
 }
 
-TEST(RequestAtEachFailure, ParsingSucceedsAndKeepsWhatWasThere) {
+TEST(RequestAtEachFailure, ParsingReturnsOkAndKeepsWhatWasThere) {
   asScript(get("a=1"), "", [] {
     forEachFailingAllocation([](FailingMemory &memory) {
       unsetenv("CONTENT_TYPE");
@@ -306,7 +306,7 @@ TEST(RequestAtEachFailure, ParsingSucceedsAndKeepsWhatWasThere) {
 }
 
 // Directly, and as a child of another node.
-TEST(RequestAtEachFailure, ACopyThatLacksSomethingIsNotComplete) {
+TEST(RequestAtEachFailure, CopyThatLacksSomethingIsNotComplete) {
   Variables variables = get("a=1&b=2");
   variables["HTTP_COOKIE"] = "a=1; b=2";
   asScript(variables, "", [] {
@@ -339,7 +339,7 @@ TEST(RequestAtEachFailure, ACopyThatLacksSomethingIsNotComplete) {
   });
 }
 
-TEST(RequestAtEachFailure, FindEntriesSaysWhenAnAppendFailed) {
+TEST(RequestAtEachFailure, FindEntriesReportsAFailedAppend) {
   asScript(get("a=1&b=2&a=3"), "", [] {
     forEachFailingAllocation([](FailingMemory &memory) {
       Object request(Tarn_delete);

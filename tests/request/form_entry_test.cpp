@@ -54,7 +54,7 @@ uint32_t length(TarnHandle *entry) {
 
 // ---- One entry ----------------------------------------------------------------------------------
 
-TEST(FormEntry, IsBornWithoutNameAndValue) {
+TEST(FormEntry, StartsWithoutANameOrAValue) {
   Entry entry;
   EXPECT_EQ(5471U, CGIgs_getMagic(entry));
   EXPECT_EQ(nullptr, name(entry));
@@ -89,12 +89,12 @@ TEST(FormEntry, InitWithoutANameLeavesTheEntryNameless) {
   EXPECT_STREQ("Lima", value(entry));
 }
 
-TEST(FormEntry, InitKeepsAnEmptyNameApartFromNone) {
+TEST(FormEntry, InitDistinguishesAnEmptyNameFromAMissingOne) {
   Entry entry("", "x");
   EXPECT_STREQ("", name(entry));
 }
 
-TEST(FormEntry, InitWithNullDataAndALengthSetsTheNameAndReportsABadArgument) {
+TEST(FormEntry, InitWithNullDataAndALengthSetsTheNameAndReturnsBadArgument) {
   Entry entry("city", "Paris");
   EXPECT_EQ(TARN_BAD_ARGUMENT, FormEntry_init(entry, "country", nullptr, 4));
   EXPECT_STREQ("country", name(entry));
@@ -102,21 +102,21 @@ TEST(FormEntry, InitWithNullDataAndALengthSetsTheNameAndReportsABadArgument) {
   EXPECT_EQ(5U, length(entry));
 }
 
-TEST(FormEntry, InitOfNoEntryIsWrongTypeWhateverTheArguments) {
+TEST(FormEntry, InitOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_init(stranger, "name", "value", 5));
     EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_init(stranger, nullptr, nullptr, 5));
   });
 }
 
-TEST(FormEntry, InitTakesTheEntrysOwnNameAndValue) {
+TEST(FormEntry, InitAcceptsTheEntrysOwnNameAndValue) {
   Entry entry("city", "Paris");
   EXPECT_EQ(TARN_OK, FormEntry_init(entry, name(entry), value(entry), 5));
   EXPECT_STREQ("city", name(entry));
   EXPECT_STREQ("Paris", value(entry));
 }
 
-TEST(FormEntry, InitExchangesTheEntrysOwnNameAndValue) {
+TEST(FormEntry, InitCanSwapTheEntrysOwnNameAndValue) {
   Entry entry("city", "Paris");
   EXPECT_EQ(TARN_OK, FormEntry_init(entry, value(entry), name(entry), 4));
   EXPECT_STREQ("Paris", name(entry));
@@ -124,7 +124,7 @@ TEST(FormEntry, InitExchangesTheEntrysOwnNameAndValue) {
   EXPECT_EQ(4U, length(entry));
 }
 
-TEST(FormEntry, InitTakesTheTailsOfTheEntrysOwnTexts) {
+TEST(FormEntry, InitAcceptsTheTailsOfTheEntrysOwnTexts) {
   Entry entry("the-city", "in-Paris");
   EXPECT_EQ(TARN_OK, FormEntry_init(entry, name(entry) + 4, value(entry) + 3, 5));
   EXPECT_STREQ("city", name(entry));
@@ -139,7 +139,7 @@ TEST(FormEntry, SetValueReplacesTheValueAndKeepsTheName) {
   EXPECT_EQ(4U, length(entry));
 }
 
-TEST(FormEntry, SetValueTakesAsManyBytesAsTheLengthSaysAndEndsThemAsText) {
+TEST(FormEntry, SetValueCopiesLengthBytesAndTerminatesThem) {
   Entry entry;
   EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, "abcdef", 3));
   EXPECT_STREQ("abc", value(entry));
@@ -156,7 +156,7 @@ TEST(FormEntry, SetValueOfLengthZeroStoresAnEmptyText) {
   }
 }
 
-TEST(FormEntry, ValueMayHoldAnyBytesAndIsFollowedByAZeroByte) {
+TEST(FormEntry, ValueMayContainAnyBytesAndIsFollowedByAZeroByte) {
   const std::string_view bytes("\0a\0\xff\r\n\0", 7);
   Entry entry("raw", bytes);
   ASSERT_EQ(7U, length(entry));
@@ -181,14 +181,14 @@ TEST(FormEntry, SetValueRefusesNullDataWithALengthAndKeepsTheEntry) {
   }
 }
 
-TEST(FormEntry, SetValueOfNoEntryIsWrongTypeWhateverTheArguments) {
+TEST(FormEntry, SetValueOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_setValue(stranger, "value", 5));
     EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_setValue(stranger, nullptr, 5));
   });
 }
 
-TEST(FormEntry, SetValueTakesPartOfItsOwnValue) {
+TEST(FormEntry, SetValueAcceptsPartOfItsOwnValue) {
   Entry entry("greeting", "hello, world");
   EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, value(entry) + 7, 5));
   EXPECT_STREQ("world", value(entry));
@@ -197,7 +197,7 @@ TEST(FormEntry, SetValueTakesPartOfItsOwnValue) {
   EXPECT_EQ(5U, length(entry));
 }
 
-TEST(FormEntry, SetValueTakesItsOwnStrippedCopy) {
+TEST(FormEntry, SetValueAcceptsItsOwnStrippedCopy) {
   Entry entry("n", " 42 ");
   OwnText stripped(FormEntry_getStrippedValue(entry));
   EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, strippedCopy(entry), 2));
@@ -233,7 +233,7 @@ TEST(FormEntry, CompareReadsValuesUpToTheirFirstZeroByte) {
   EXPECT_EQ(0, FormEntry_compare(a, b));
 }
 
-TEST(FormEntry, CompareOfHandlesThatHoldNoEntryIsEqual) {
+TEST(FormEntry, CompareReturnsEqualWhenEitherHandleIsNotAnEntry) {
   Entry entry("n", "x");
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(0, FormEntry_compare(stranger, entry));
@@ -272,13 +272,13 @@ TEST(FormEntry, CompareNameIgnoresCaseAndOrders) {
   EXPECT_GT(FormEntry_compareName(entry, ""), 0);
 }
 
-TEST(FormEntry, CompareNameFoldsAsciiLettersOnly) {
+TEST(FormEntry, CompareNameIgnoresCaseOfAsciiLettersOnly) {
   Entry entry("\xc3\x84pfel", "");
   EXPECT_EQ(0, FormEntry_compareName(entry, "\xc3\x84PFEL"));
   EXPECT_NE(0, FormEntry_compareName(entry, "\xc3\xa4pfel"));
 }
 
-TEST(FormEntry, CompareNameIsMinusOneWithoutAnEntryOrAName) {
+TEST(FormEntry, CompareNameReturnsMinusOneWithoutAnEntryOrAName) {
   Entry entry("n", "x");
   Entry nameless(nullptr, "x");
   EXPECT_EQ(-1, FormEntry_compareName(entry, nullptr));
@@ -302,7 +302,7 @@ TEST(FormEntry, CompareValueStopsAtTheFirstZeroByte) {
   EXPECT_EQ(0, FormEntry_compareValue(entry, "on"));
 }
 
-TEST(FormEntry, CompareValueIsMinusOneWithoutAnEntryOrAValue) {
+TEST(FormEntry, CompareValueReturnsMinusOneWithoutAnEntryOrAValue) {
   Entry entry("n", "x");
   Entry bare;
   EXPECT_EQ(-1, FormEntry_compareValue(entry, nullptr));
@@ -316,7 +316,7 @@ TEST(FormEntry, CompareValueIsMinusOneWithoutAnEntryOrAValue) {
 
 // ---- Reading a value ----------------------------------------------------------------------------
 
-TEST(FormEntry, StrippedValueIsTheCallersAndTheValueStaysWhole) {
+TEST(FormEntry, StrippedValueIsOwnedByTheCallerAndTheValueIsUnchanged) {
   Entry entry("n", "  42 \r\n");
   OwnText stripped(FormEntry_getStrippedValue(entry));
   EXPECT_STREQ("42", stripped.get());
@@ -324,7 +324,7 @@ TEST(FormEntry, StrippedValueIsTheCallersAndTheValueStaysWhole) {
   EXPECT_EQ(7U, length(entry));
 }
 
-TEST(FormEntry, StrippedValueLosesBlanksTabsAndLineEndsAtItsEndsOnly) {
+TEST(FormEntry, StrippedValueLosesWhiteSpaceAtItsEndsOnly) {
   const struct {
     const char *value;
     const char *stripped;
@@ -353,21 +353,21 @@ TEST(FormEntry, StrippedValueOfAnEntryWithoutAValueIsNull) {
   EXPECT_EQ(nullptr, FormEntry_getStrippedValue(entry));
 }
 
-TEST(FormEntry, StrippedValueOfNoEntryIsTheSharedEmptyText) {
+TEST(FormEntry, StrippedValueOfAnotherTypeIsTheSharedEmptyText) {
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(CGIgs_empty_string, FormEntry_getStrippedValue(stranger));
   });
   EXPECT_STREQ("", CGIgs_empty_string);
 }
 
-TEST(FormEntry, StrippedValueOfNoEntryIsWhatAScriptHasMadeTheSharedEmptyText) {
+TEST(FormEntry, StrippedValueOfAnotherTypeFollowsChangesToTheSharedEmptyText) {
   const char *original = std::exchange(CGIgs_empty_string, "nothing");
   withEveryStranger(
       [](TarnHandle *stranger) { EXPECT_STREQ("nothing", FormEntry_getStrippedValue(stranger)); });
   CGIgs_empty_string = original;
 }
 
-TEST(FormEntry, StrippedValueLeavesACopyInTheEntry) {
+TEST(FormEntry, StrippedValueStoresACopyInTheEntry) {
   Entry entry("n", " 42 ");
   OwnText first(FormEntry_getStrippedValue(entry));
   EXPECT_STREQ("42", strippedCopy(entry));
@@ -378,7 +378,7 @@ TEST(FormEntry, StrippedValueLeavesACopyInTheEntry) {
   EXPECT_NE(first.get(), second.get());
 }
 
-TEST(FormEntry, CopyOfTheStrippedValueStaysUntilTheNextStripping) {
+TEST(FormEntry, StoredStrippedValueStaysUntilTheNextStripping) {
   Entry entry("n", " old ");
   OwnText before(FormEntry_getStrippedValue(entry));
   FormEntry_init(entry, "m", " new ", 5);
@@ -401,7 +401,7 @@ TEST(FormEntry, IntegerValueReadsLeadingDecimalDigits) {
   }
 }
 
-TEST(FormEntry, IntegerValueStopsAtTheLimitsOf32Bits) {
+TEST(FormEntry, IntegerValueIsClampedTo32Bits) {
   const struct {
     const char *value;
     int32_t number;
@@ -416,7 +416,7 @@ TEST(FormEntry, IntegerValueStopsAtTheLimitsOf32Bits) {
   }
 }
 
-TEST(FormEntry, DoubleValueReadsAsAtofDoes) {
+TEST(FormEntry, DoubleValueReadsLikeAtof) {
   const struct {
     const char *value;
     double number;
@@ -445,7 +445,7 @@ TEST(FormEntry, NumbersAreZeroWithoutAnEntryOrAValue) {
   });
 }
 
-TEST(FormEntry, ToStringIsNotYetImplementedForAnyHandle) {
+TEST(FormEntry, ToStringReturnsNotYetImplementedForAnyHandle) {
   Entry entry("n", "x");
   EXPECT_STREQ("Not yet implemented", FormEntry_toString(entry));
   EXPECT_EQ(FormEntry_toString(entry), FormEntry_toString(nullptr));
@@ -453,7 +453,7 @@ TEST(FormEntry, ToStringIsNotYetImplementedForAnyHandle) {
 
 // ---- Lists of entries ---------------------------------------------------------------------------
 
-TEST(FormEntryList, CopiesAreCutAtTheFirstZeroByteButKeepTheFullLength) {
+TEST(FormEntryList, CopiesAreTruncatedAtTheFirstZeroByteButKeepTheFullLength) {
   EntryList list;
   Entry entry("raw", std::string_view("ab\0cd", 5));
   ASSERT_EQ(TARN_OK, FormEntryList_addEntry(list, entry));
@@ -468,7 +468,7 @@ TEST(FormEntryList, CopiesAreCutAtTheFirstZeroByteButKeepTheFullLength) {
   FormEntryList_delete(&clone);
 }
 
-TEST(FormEntryList, CopyInListHasTheStrippedTextAndTheMissingNameOfTheEntry) {
+TEST(FormEntryList, CopyKeepsTheStrippedTextAndAMissingName) {
   EntryList list;
   Entry entry(nullptr, " 42 ");
   OwnText stripped(FormEntry_getStrippedValue(entry));
@@ -508,7 +508,7 @@ TEST(FormEntryWithoutMemory, StrippedValueIsNull) {
   EXPECT_STREQ(" 42 ", value(entry));
 }
 
-TEST(FormEntryWithoutMemory, CopyInListOfAValueTooLargeHasNoneAndKeepsItsLength) {
+TEST(FormEntryWithoutMemory, CopyOfAValueThatIsTooLargeHasNoneButKeepsItsLength) {
   EntryList list;
   Entry entry("n", std::string(tarn_test::kLittleMemory, 'x'));
   TarnStatus status = TARN_BAD_ARGUMENT;

@@ -68,7 +68,7 @@ void expectFile(TarnHandle *file, const char *name, const char *fileName, const 
 
 // ---- One file -----------------------------------------------------------------------------------
 
-TEST(FormFile, IsBornWithoutTextsAndBytes) {
+TEST(FormFile, StartsWithoutTextsOrBytes) {
   File file;
   EXPECT_EQ(22842U, CGIgs_getMagic(file));
   expectFile(file, nullptr, nullptr, nullptr, "");
@@ -86,7 +86,7 @@ TEST(FormFile, InitKeepsCopiesOfTheTextsAndTheBytes) {
   expectFile(file, "photo", "cat.png", "image/png", "meow");
 }
 
-TEST(FormFile, BytesStandInAByteBufferThatTheFileOwns) {
+TEST(FormFile, BytesAreInAByteBufferOwnedByTheFile) {
   File file("photo", "meow");
   TarnHandle buffer = contents(file);
   EXPECT_EQ(22878U, CGIgs_getChildMagic(file, TARN_FILE_BYTES, TARN_FORM_FILE_MAGIC));
@@ -95,7 +95,7 @@ TEST(FormFile, BytesStandInAByteBufferThatTheFileOwns) {
   EXPECT_STREQ("meow", bytes(file));
 }
 
-TEST(FormFile, BytesMayHoldZerosAndAreFollowedByOne) {
+TEST(FormFile, BytesMayContainZerosAndAreFollowedByOne) {
   const std::string_view raw("\0\x89PNG\r\n\0", 8);
   File file("photo", raw);
   EXPECT_EQ(8U, FormFile_getDataLength(file));
@@ -103,7 +103,7 @@ TEST(FormFile, BytesMayHoldZerosAndAreFollowedByOne) {
   EXPECT_EQ('\0', bytes(file)[8]);
 }
 
-TEST(FormFile, InitTakesTheClientsTextsAsTheyAre) {
+TEST(FormFile, InitStoresTheClientsTextsUnchanged) {
   const char *hostile = "../../etc/passwd\"; x=\r\n\x01\xff";
   File file(hostile, hostile, hostile, "x");
   expectFile(file, hostile, hostile, hostile, "x");
@@ -111,7 +111,7 @@ TEST(FormFile, InitTakesTheClientsTextsAsTheyAre) {
   expectFile(empty, "", "", "", "x");
 }
 
-TEST(FormFile, InitOfLengthZeroMakesAFileWithoutBytes) {
+TEST(FormFile, InitWithLengthZeroCreatesAFileWithoutBytes) {
   File file;
   EXPECT_EQ(TARN_OK, FormFile_init(file, "photo", "empty.png", "image/png", "ignored", 0));
   expectFile(file, "photo", "empty.png", "image/png", "");
@@ -120,7 +120,7 @@ TEST(FormFile, InitOfLengthZeroMakesAFileWithoutBytes) {
   EXPECT_EQ(0U, CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
 }
 
-TEST(FormFile, InitWithANullArgumentLeavesTheFileAsItIs) {
+TEST(FormFile, InitWithANullArgumentChangesNothing) {
   File fresh;
   File filled("photo", "cat.png", "image/png", "meow");
   for (uint32_t length : {0U, 1U, UINT32_MAX}) {
@@ -137,7 +137,7 @@ TEST(FormFile, InitWithANullArgumentLeavesTheFileAsItIs) {
   expectFile(filled, "photo", "cat.png", "image/png", "meow");
 }
 
-TEST(FormFile, InitOfNoFileIsWrongTypeWhateverTheArguments) {
+TEST(FormFile, InitOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, FormFile_init(stranger, "n", "f", "t", "d", 1));
     EXPECT_EQ(TARN_WRONG_TYPE, FormFile_init(stranger, nullptr, nullptr, nullptr, nullptr, 0));
@@ -152,7 +152,7 @@ TEST(FormFile, InitAgainReplacesEverything) {
   expectFile(file, "note", "b.txt", "text/html", "");
 }
 
-TEST(FormFile, InitEmptiesTheRestOfTheNodeUpToItsThirdTextOnly) {
+TEST(FormFile, InitEmptiesTheOtherSlotsExceptStringsThreeToSeven) {
   File file("photo", "meow");
   CGIgs_setInt(file, 0, 7, TARN_FORM_FILE_MAGIC);
   CGIgs_setString(file, 3, "kept", TARN_FORM_FILE_MAGIC);
@@ -161,7 +161,7 @@ TEST(FormFile, InitEmptiesTheRestOfTheNodeUpToItsThirdTextOnly) {
   EXPECT_STREQ("kept", CGIgs_getString(file, 3, TARN_FORM_FILE_MAGIC));
 }
 
-TEST(FormFile, InitTakesTheFilesOwnTextsInAnyPlaceAndItsOwnBytes) {
+TEST(FormFile, InitAcceptsTheFilesOwnTextsInAnyOrderAndItsOwnBytes) {
   File file("photo", "cat.png", "image/png", "meow");
   EXPECT_EQ(TARN_OK,
             FormFile_init(file, text(file, TARN_FILE_FIELD_NAME), text(file, TARN_FILE_FILENAME),
@@ -178,7 +178,7 @@ TEST(FormFile, InitTakesTheFilesOwnTextsInAnyPlaceAndItsOwnBytes) {
   expectFile(file, "png", "cat.png", "png", "photo");
 }
 
-TEST(FormFile, BytesOutliveTheFileAndItsNextFilling) {
+TEST(FormFile, BytesStayReadableAfterTheFileIsReusedOrDeleted) {
   const char *first = nullptr;
   const char *second = nullptr;
   {
@@ -191,7 +191,7 @@ TEST(FormFile, BytesOutliveTheFileAndItsNextFilling) {
   EXPECT_STREQ("second", second);
 }
 
-TEST(FormFile, ClearOfTheNodeLeavesTheContentTypeBehind) {
+TEST(FormFile, NodeClearKeepsTheContentType) {
   File file("photo", "cat.png", "image/png", "meow");
   EXPECT_EQ(TARN_OK, CGIgs_clear(file, TARN_FORM_FILE_MAGIC));
   expectFile(file, nullptr, nullptr, "image/png", "");
@@ -203,7 +203,7 @@ TEST(FormFile, DataLengthIsZeroWithoutAFileOrABuffer) {
   withEveryStranger([](TarnHandle *stranger) { EXPECT_EQ(0U, FormFile_getDataLength(stranger)); });
 }
 
-TEST(FormFile, ChildThatIsNoByteBufferCountsAsNoBytes) {
+TEST(FormFile, ChildOfAnotherTypeCountsAsNoBytes) {
   Entry entry;
   File file("photo", "meow");
   CGIgs_setStruct(file, TARN_FILE_BYTES, entry, TARN_FORM_FILE_MAGIC, TARN_FORM_ENTRY_MAGIC);
@@ -244,7 +244,7 @@ TEST(FormFile, CompareIsOneWhenAnyTextDiffers) {
   }
 }
 
-TEST(FormFile, CompareTakesTwoMissingTextsForEqualAndOneForDifferent) {
+TEST(FormFile, CompareTreatsTwoMissingTextsAsEqualAndOneAsDifferent) {
   File empty;
   File another;
   File file("", "", "", "");
@@ -253,7 +253,7 @@ TEST(FormFile, CompareTakesTwoMissingTextsForEqualAndOneForDifferent) {
   EXPECT_EQ(1U, FormFile_compare(file, empty));
 }
 
-TEST(FormFile, CompareWithAHandleThatHoldsNoFileIsOne) {
+TEST(FormFile, CompareReturnsOneWhenEitherHandleIsNotAFile) {
   File file("photo", "meow");
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(1U, FormFile_compare(file, stranger));
@@ -270,7 +270,7 @@ TEST(FormFile, CompareNameIgnoresCaseAndOrders) {
   EXPECT_LT(FormFile_compareName(file, "photos"), 0);
 }
 
-TEST(FormFile, CompareNameWithoutAFileOrANameIsOneWhereAnEntrySaysMinusOne) {
+TEST(FormFile, CompareNameReturnsOneWithoutAFileOrANameUnlikeAnEntry) {
   File file("photo", "meow");
   Entry entry;
   EXPECT_EQ(1, FormFile_compareName(file, nullptr));
@@ -282,7 +282,7 @@ TEST(FormFile, CompareNameWithoutAFileOrANameIsOneWhereAnEntrySaysMinusOne) {
   });
 }
 
-TEST(FormFile, CompareNameOfAFileWithoutANameOrdersItFirst) {
+TEST(FormFile, CompareNameOrdersAFileWithoutANameFirst) {
   File file;
   EXPECT_EQ(-1, FormFile_compareName(file, ""));
   EXPECT_EQ(1, FormFile_compareName(file, nullptr));
@@ -345,7 +345,7 @@ TEST(FormFile, WriteToStreamWritesFilesLargerThanTheStreamsBuffer) {
   EXPECT_EQ(large, device.taken());
 }
 
-TEST(FormFile, WriteToStreamAppendsToWhatTheStreamHas) {
+TEST(FormFile, WriteToStreamAppendsToTheStream) {
   File file("photo", "meow");
   Device device(_IOFBF);
   std::fputs("cat: ", device);
@@ -365,7 +365,7 @@ TEST(FormFile, WriteToStreamDoesNotFlush) {
   EXPECT_EQ("meow", device.taken());
 }
 
-TEST(FormFile, WriteToStreamOfNoFileOrNoBytesWritesNothingAndIsZero) {
+TEST(FormFile, WriteToStreamWithoutAFileOrBytesWritesNothingAndReturnsZero) {
   File fresh;
   File empty("photo", "");
   Device device(_IONBF);
@@ -389,14 +389,14 @@ TEST(FormFile, WriteToStreamNeedsBothTheBytesAndTheirCount) {
   EXPECT_EQ("", device.taken());
 }
 
-TEST(FormFile, WriteToStreamOfNoBytesIsZeroEvenToAFullDevice) {
+TEST(FormFile, WriteToStreamWithoutBytesReturnsZeroEvenOnAFullDevice) {
   File empty("photo", "");
   Stream stream = fullDevice(_IONBF);
   ASSERT_TRUE(stream);
   EXPECT_EQ(0U, FormFile_writeToStream(empty, stream.get()));
 }
 
-TEST(FormFile, WriteToStreamWhoseWritesAllFailIsOne) {
+TEST(FormFile, WriteToStreamReturnsOneWhenEveryWriteFails) {
   File file("photo", "hello");
   Stream stream = fullDevice(_IONBF);
   ASSERT_TRUE(stream);
@@ -404,14 +404,14 @@ TEST(FormFile, WriteToStreamWhoseWritesAllFailIsOne) {
   EXPECT_NE(0, std::ferror(stream.get()));
 }
 
-TEST(FormFile, WriteToAFullDeviceIsOneOnceTheBufferOverflows) {
+TEST(FormFile, WriteToAFullDeviceReturnsOneOnceTheBufferOverflows) {
   File file("photo", std::string(2 * BUFSIZ, 'x'));
   Stream stream = fullDevice(_IOFBF);
   ASSERT_TRUE(stream);
   EXPECT_EQ(1U, FormFile_writeToStream(file, stream.get()));
 }
 
-TEST(FormFile, WriteToAFullDeviceIsZeroWhileTheBufferTakesTheBytes) {
+TEST(FormFile, WriteToAFullDeviceReturnsZeroWhileTheBytesFitTheBuffer) {
   File file("photo", "hello");
   Stream stream = fullDevice(_IOFBF);
   ASSERT_TRUE(stream);
@@ -419,7 +419,7 @@ TEST(FormFile, WriteToAFullDeviceIsZeroWhileTheBufferTakesTheBytes) {
   EXPECT_EQ(EOF, std::fflush(stream.get()));
 }
 
-TEST(FormFile, WriteToAFullDeviceByLinesIsOneWhereverALineEnds) {
+TEST(FormFile, WriteToALineBufferedFullDeviceReturnsOneIfThereIsALineEnd) {
   for (const char *before : {"", "begun "}) {
     for (const char *lines : {"one\ntwo", "one\n", "\n"}) {
       File file("note", lines);
@@ -432,14 +432,14 @@ TEST(FormFile, WriteToAFullDeviceByLinesIsOneWhereverALineEnds) {
   }
 }
 
-TEST(FormFile, WriteToAStreamForReadingIsOne) {
+TEST(FormFile, WriteToAReadOnlyStreamReturnsOne) {
   File file("photo", "hello");
   Stream stream(std::fopen("/dev/null", "r"));
   ASSERT_TRUE(stream);
   EXPECT_EQ(1U, FormFile_writeToStream(file, stream.get()));
 }
 
-TEST(FormFile, WriteGoesOnAfterARefusedByteAndIsOne) {
+TEST(FormFile, WriteContinuesAfterARefusedByteAndReturnsOne) {
   const struct {
     const char *data;
     const char *taken;
@@ -453,7 +453,7 @@ TEST(FormFile, WriteGoesOnAfterARefusedByteAndIsOne) {
   }
 }
 
-TEST(FormFile, WriteToANullStreamIsOneWhenThereAreBytes) {
+TEST(FormFile, WriteToANullStreamReturnsOneWhenThereAreBytes) {
   File file("photo", "meow");
   File empty("photo", "");
   EXPECT_EQ(1U, FormFile_writeToStream(file, nullptr));
@@ -464,7 +464,7 @@ TEST(FormFile, WriteToANullStreamIsOneWhenThereAreBytes) {
 
 // ---- Lists of files -----------------------------------------------------------------------------
 
-TEST(FormFileList, CopiesStandApartAndShareTheBytesZerosIncluded) {
+TEST(FormFileList, CopiesAreIndependentButShareTheBytesIncludingZeros) {
   const std::string_view raw("me\0w", 4);
   FileList list;
   File file("photo", "cat.png", "image/png", raw);
@@ -487,7 +487,7 @@ TEST(FormFileList, CopiesStandApartAndShareTheBytesZerosIncluded) {
   FormFileList_delete(&clone);
 }
 
-TEST(FormFileList, CopyInListOfAFileWithoutBytesHasNone) {
+TEST(FormFileList, CopyOfAFileWithoutBytesHasNone) {
   FileList list;
   ASSERT_EQ(TARN_OK, FormFileList_addEntry(list, File()));
   TarnHandle copy = FormFileList_getByIndex(list, 0);
@@ -497,7 +497,7 @@ TEST(FormFileList, CopyInListOfAFileWithoutBytesHasNone) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-TEST(FormFileWithoutMemory, InitSucceedsAndTheFileIsEmpty) {
+TEST(FormFileWithoutMemory, InitReturnsOkAndLeavesTheFileEmpty) {
   File file("photo", "cat.png", "image/png", "meow");
   TarnStatus status = TARN_BAD_ARGUMENT;
   tarn_test::withoutMemory([&] { status = FormFile_init(file, "n", "f", "t", "data", 4); });
@@ -505,7 +505,7 @@ TEST(FormFileWithoutMemory, InitSucceedsAndTheFileIsEmpty) {
   expectFile(file, nullptr, nullptr, nullptr, "");
 }
 
-TEST(FormFileWithoutMemory, InitWithTooManyBytesSucceedsAndTheFileHasNone) {
+TEST(FormFileWithoutMemory, InitWithTooManyBytesReturnsOkAndStoresNone) {
   const std::string large(tarn_test::kLittleMemory, 'x');
   File file("photo", "cat.png", "image/png", "meow");
   TarnStatus status = TARN_BAD_ARGUMENT;

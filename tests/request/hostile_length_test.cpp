@@ -68,7 +68,7 @@ TarnHandle bodyNode(Request &request) {
 
 // ---- Lengths that promise too much --------------------------------------------------------------
 
-TEST(HostileLength, OfTwoGigabytesWithTenBytesOfBodyTakesTheTenBytesAndLittleMemory) {
+TEST(HostileLength, OfTwoGigabytesWithATenByteBodyYieldsTenBytesAndUsesLittleMemory) {
   const bool room = hasRoomFor(size_t{kLargest} + 1);
   const std::string tenBytes = "a=1&b=2&c=";
   for (const char *length :
@@ -102,7 +102,7 @@ TEST(HostileLength, OfTwoGigabytesWithTenBytesOfBodyTakesTheTenBytesAndLittleMem
   }
 }
 
-TEST(HostileLength, OfTwoGigabytesWithOneMultipartFieldBringsTheField) {
+TEST(HostileLength, OfTwoGigabytesWithOneMultipartFieldYieldsTheField) {
   if (!hasRoomFor(size_t{kLargest} + 1)) GTEST_SKIP() << "no room for the length that is declared";
   asScript(postOfLength(kMultipart, "2147483647"), kParts, [] {
     const long before = mostMemory();
@@ -115,7 +115,7 @@ TEST(HostileLength, OfTwoGigabytesWithOneMultipartFieldBringsTheField) {
 }
 
 // Two gigabytes of memory and as many of reading: too much for every run of the tests.
-TEST(HostileLength, OfTwoGigabytesThatReallyComeBringsTheLastFieldToo) {
+TEST(HostileLength, OfTwoGigabytesThatArriveYieldsTheLastFieldToo) {
   if (!std::getenv("TARN_TEST_TWO_GIGABYTES")) {
     GTEST_SKIP() << "set TARN_TEST_TWO_GIGABYTES=1 where 4 GB of memory are free";
   }
@@ -143,7 +143,7 @@ TEST(HostileLength, OfTwoGigabytesThatReallyComeBringsTheLastFieldToo) {
   }
 }
 
-TEST(HostileLength, LongerThanTheBodyShowsNothingOfWhatTheHeapHeldBefore) {
+TEST(HostileLength, LongerThanTheBodyNeverExposesOldHeapContents) {
   for (const Sending &sending : kSendings) {
     for (const size_t missing : {1, 24, 100, 1000, 5000, 60000, 200000}) {
       const size_t declared = sending.body.size() + missing;
@@ -184,7 +184,7 @@ TEST(HostileInput, ThatStaysOpenIsReadToTheDeclaredLengthAndNoFurther) {
   }
 }
 
-TEST(HostileInput, ThatComesByteByByteThroughSignalsMakesTheSameForm) {
+TEST(HostileInput, ThatArrivesByteByByteThroughSignalsYieldsTheSameForm) {
   for (const Sending &sending : kSendings) {
     asScript(post(sending.contentType, sending.body), "", [&] {
       const InputThroughSignals input(sending.body);
@@ -196,7 +196,7 @@ TEST(HostileInput, ThatComesByteByByteThroughSignalsMakesTheSameForm) {
   }
 }
 
-TEST(HostileInput, ThatIsClosedOrCannotBeReadBringsAnEmptyFormAndABodyOfZeros) {
+TEST(HostileInput, ThatIsClosedOrUnreadableYieldsAnEmptyFormAndABodyOfZeros) {
   const std::pair<const char *, std::function<void()>> inputs[] = {
       {"closed", [] { close(STDIN_FILENO); }},
       {"a folder", [] { dup2(open("/", O_RDONLY | O_DIRECTORY), STDIN_FILENO); }},

@@ -68,7 +68,7 @@ const std::string kMixture =
     "Content-Type: a\r\nContent-Disposition: x; filename=\"g\0\"; name=\"g\"\r\n\r\ng\n\r\n"s +
     kDelimiter + "name=\"open\r\n\r\nvalue\r" + kEnd + field("b", "--XYZ") + kEnd + "\r\n\r\nend";
 
-TEST(HostileBody, OfEverythingAtOnceIsReadByTheRules) {
+TEST(HostileBody, OfEverythingAtOnceFollowsTheRules) {
   // What the comparisons below compare with, looked at once.
   const Form expected{{{"a", "1"},
                        {kNone, ""},
@@ -84,7 +84,7 @@ TEST(HostileBody, OfEverythingAtOnceIsReadByTheRules) {
 
 // ---- Bodies that end too soon -------------------------------------------------------------------
 
-TEST(HostileBody, CutAtAnyByteIsReadAsTheRulesSayAndNotBeyondTheCut) {
+TEST(HostileBody, TruncatedAtAnyByteFollowsTheRulesAndIsNotReadBeyondItsEnd) {
   asEmptyScript([](Request &request) {
     for (size_t cut = 0; cut <= kMixture.size(); ++cut) {
       const std::string body = kMixture.substr(0, cut);
@@ -94,7 +94,7 @@ TEST(HostileBody, CutAtAnyByteIsReadAsTheRulesSayAndNotBeyondTheCut) {
   });
 }
 
-TEST(HostileBody, CutAtAnyByteArrivesAsTheRulesSay) {
+TEST(HostileBody, TruncatedAtAnyByteAndPostedFollowsTheRules) {
   asScript({{"REQUEST_METHOD", "POST"}, {"CONTENT_TYPE", kContentType}}, "", [] {
     for (size_t cut = 0; cut <= kMixture.size(); ++cut) {
       const std::string body = kMixture.substr(0, cut);
@@ -107,7 +107,7 @@ TEST(HostileBody, CutAtAnyByteArrivesAsTheRulesSay) {
   });
 }
 
-TEST(HostileBody, WhosePartIsCutAtAnyByteIsReadAsTheRulesSayAndNotBeyondTheCut) {
+TEST(HostileBody, WithAPartTruncatedAtAnyByteFollowsTheRulesAndIsNotReadBeyondItsEnd) {
   asEmptyScript([](Request &request) {
     for (size_t start = kMixture.find(kDelimiter); start != std::string::npos;) {
       start += kDelimiter.size();
@@ -126,7 +126,7 @@ TEST(HostileBody, WhosePartIsCutAtAnyByteIsReadAsTheRulesSayAndNotBeyondTheCut) 
   });
 }
 
-TEST(HostileBody, OfUpToThreeBytesIsReadAsTheRulesSayAndNoFurther) {
+TEST(HostileBody, OfUpToThreeBytesFollowsTheRulesAndIsNotReadBeyondItsEnd) {
   const std::string alphabet = "-\r\nX\"=%&\0a"s;
   std::vector<std::string> bodies = {""};
   for (size_t length = 0, first = 0; length < 3; ++length) {
@@ -157,7 +157,7 @@ TEST(HostileBody, OfUpToThreeBytesIsReadAsTheRulesSayAndNoFurther) {
 
 // ---- Boundaries ---------------------------------------------------------------------------------
 
-TEST(HostileBoundary, ThatOverlapsItselfIsFoundWhereTheRulesFindIt) {
+TEST(HostileBoundary, ThatOverlapsItselfIsFoundWhereTheRulesSay) {
   const std::string boundaries[] = {"aa",   "aba",  "abab",  "aabaa",           "-",
                                     "----", "-a-a", "XYZ--", "a\r\n--a\r\n--a", ""};
   asEmptyScript([&](Request &request) {
@@ -195,7 +195,7 @@ TEST(HostileBoundary, ThatOverlapsItselfIsFoundWhereTheRulesFindIt) {
   });
 }
 
-TEST(HostileBoundary, OfAnyLengthMayBeTheLastOrBreakOffAnywhere) {
+TEST(HostileBoundary, OfAnyLengthMayBeTruncatedAnywhere) {
   asEmptyScript([](Request &request) {
     for (const size_t length : {0, 1, 2, 69, 70, 71, 255, 256, 257, 4091, 8192}) {
       const std::string contentType = "multipart/form-data; boundary=" + std::string(length, 'b');
@@ -286,7 +286,7 @@ TEST(HostileBody, OfMoreThanTwoGigabytesIsSearchedToItsEnd) {
 
 // ---- Parts --------------------------------------------------------------------------------------
 
-TEST(HostilePart, WithAHeaderLineOfMegabytesIsReadWhole) {
+TEST(HostilePart, WithAHeaderLineOfMegabytesIsReadInFull) {
   const std::string much(5000000, 'y');
   expectEitherWay(kDelimiter + "X: " + much + "\r\nname=\"a\"\r\n\r\n1\r\n" + kEnd,
                   {{{"a", "1"}}, {}});
@@ -295,7 +295,7 @@ TEST(HostilePart, WithAHeaderLineOfMegabytesIsReadWhole) {
   expectEitherWay(kDelimiter + much, {});
 }
 
-TEST(HostilePart, WithThousandsOfHeadersGivesTheFirstNameAndAllLinesAfterTheType) {
+TEST(HostilePart, WithThousandsOfHeadersHasTheFirstNameAndAllLinesAfterTheContentType) {
   std::string lines;
   for (int i = 0; i < 100000; ++i) lines += "X-" + std::to_string(i) + ": name=\"n\"\r\n";
   expectEitherWay(kDelimiter + "name=\"a\"\r\n" + lines + "\r\n1\r\n" + kEnd, {{{"a", "1"}}, {}});
@@ -305,7 +305,7 @@ TEST(HostilePart, WithThousandsOfHeadersGivesTheFirstNameAndAllLinesAfterTheType
       {{}, {{"a", "f", type, "1"}}});
 }
 
-TEST(HostilePart, OfAnotherDispositionIsAFieldOrAFileLikeAnyOther) {
+TEST(HostilePart, WithAnotherDispositionIsAFieldOrAFileLikeAnyOther) {
   for (const char *disposition :
        {"attachment", "inline", "", "FORM-DATA", "form-data;;;", "%s%n"}) {
     const std::string header = kDelimiter + "Content-Disposition: "s + disposition;
@@ -317,7 +317,7 @@ TEST(HostilePart, OfAnotherDispositionIsAFieldOrAFileLikeAnyOther) {
 }
 
 // Each inner form is the first line of the outer one's value; its parts are nobody's.
-TEST(HostilePart, NestedThousandsDeepIsOneFileOfOneLine) {
+TEST(HostilePart, NestedThousandsOfLevelsDeepIsOneFileOfOneLine) {
   std::string inner;
   for (int depth = 0; depth < 5000; ++depth) {
     const std::string boundary = "n" + std::to_string(depth);
@@ -329,7 +329,7 @@ TEST(HostilePart, NestedThousandsDeepIsOneFileOfOneLine) {
   expectEitherWay(body, {{}, {{"files", "n0", "multipart/mixed; boundary=n0", "--n0"}}});
 }
 
-TEST(HostilePart, OfSizesAroundPagesKeepsEveryByteWhereverAZeroStands) {
+TEST(HostilePart, OfASizeAroundAPageKeepsEveryByteWhereverAZeroIs) {
   asEmptyScript([](Request &request) {
     for (const size_t size : {1, 2, 3, 255, 256, 4092, 4093, 4094, 4095, 4096, 4097, 8191, 8193}) {
       for (const size_t zero : {size_t{0}, size / 2, size - 1, size}) {

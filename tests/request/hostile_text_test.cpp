@@ -31,7 +31,7 @@ std::vector<std::string> oddEscapes() {
   return escapes;
 }
 
-TEST(HostileEscape, AtTheVeryEndOfATextIsDecodedWithoutAByteFromBeyond) {
+TEST(HostileEscape, AtTheEndOfATextIsDecodedWithoutReadingBeyondIt) {
   for (const std::string &escape : oddEscapes()) {
     for (const std::string &text : {escape, "a" + escape, escape + escape}) {
       GuardedText input(text);
@@ -40,7 +40,7 @@ TEST(HostileEscape, AtTheVeryEndOfATextIsDecodedWithoutAByteFromBeyond) {
   }
 }
 
-TEST(HostileEscape, AtTheVeryEndOfAPairIsDecodedWithoutAByteFromBeyond) {
+TEST(HostileEscape, AtTheEndOfAPairIsDecodedWithoutReadingBeyondIt) {
   asScript({}, "", [] {
     Request request;
     for (const std::string &escape : oddEscapes()) {
@@ -61,7 +61,7 @@ TEST(HostileEscape, AtTheVeryEndOfAPairIsDecodedWithoutAByteFromBeyond) {
   });
 }
 
-TEST(HostileEscape, AtTheVeryEndOfAFileNameIsDecodedWithoutAByteFromBeyond) {
+TEST(HostileEscape, AtTheEndOfAFileNameIsDecodedWithoutReadingBeyondIt) {
   const std::string contentType = "multipart/form-data; boundary=XYZ";
   asScript({{"CONTENT_TYPE", contentType}}, "", [&] {
     Request request;
@@ -78,7 +78,7 @@ TEST(HostileEscape, AtTheVeryEndOfAFileNameIsDecodedWithoutAByteFromBeyond) {
   });
 }
 
-TEST(HostileEscape, AtTheVeryEndOfACookieHeaderOrAQueryStringIsDecodedAlike) {
+TEST(HostileEscape, AtTheEndOfACookieHeaderOrAQueryStringFollowsTheRules) {
   asScript({}, "", [] {
     for (const std::string &escape : oddEscapes()) {
       const std::string text = "a=1;b=2&" + escape + "=" + escape;
@@ -93,7 +93,7 @@ TEST(HostileEscape, AtTheVeryEndOfACookieHeaderOrAQueryStringIsDecodedAlike) {
 
 // ---- Names given over and over ------------------------------------------------------------------
 
-TEST(HostileNames, GivenAHundredThousandTimesAreAllKeptAndTheFirstIsFound) {
+TEST(HostileNames, RepeatedAHundredThousandTimesAreAllKeptAndTheFirstIsFound) {
   static constexpr int kTimes = 100000;
   std::string body = "first=0";
   for (int i = 0; i < kTimes; ++i) body += (i % 2 == 0 ? "&k=" : "&K=") + std::to_string(i);
@@ -112,7 +112,7 @@ TEST(HostileNames, GivenAHundredThousandTimesAreAllKeptAndTheFirstIsFound) {
   });
 }
 
-TEST(HostileNames, OfCookiesGivenAHundredThousandTimesAreAllKeptInOrder) {
+TEST(HostileNames, OfCookiesRepeatedAHundredThousandTimesAreAllKeptInOrder) {
   static constexpr int kTimes = 100000;
   std::string header = "k=0";
   for (int i = 1; i < kTimes; ++i) header += "; k=" + std::to_string(i);
@@ -128,7 +128,7 @@ TEST(HostileNames, OfCookiesGivenAHundredThousandTimesAreAllKeptInOrder) {
   });
 }
 
-TEST(HostileCookies, OfOneTokenOf64KilobytesAreOneWithoutNameAndValue) {
+TEST(HostileCookies, OfOne64KilobyteTokenAreOneCookieWithoutNameOrValue) {
   for (const std::string &token :
        {std::string(65536, 'x'), std::string(65536, ' '), std::string(65536, '%'), "session"s}) {
     asScript({{"HTTP_COOKIE", token}}, "", [] {
@@ -140,7 +140,7 @@ TEST(HostileCookies, OfOneTokenOf64KilobytesAreOneWithoutNameAndValue) {
 
 // ---- Variables ----------------------------------------------------------------------------------
 
-TEST(HostileVariables, AProxyFromTheRequestChangesNothing) {
+TEST(HostileVariables, HttpProxyFromTheRequestChangesNothing) {
   Variables variables = post(kUrlEncoded, "a=1");
   variables["HTTP_COOKIE"] = "k=v";
   variables["HTTP_PROXY"] = "http://attacker.example:8080/";
@@ -153,7 +153,7 @@ TEST(HostileVariables, AProxyFromTheRequestChangesNothing) {
   });
 }
 
-TEST(HostileVariables, OfAnyLengthAndAnyBytesComeWhole) {
+TEST(HostileVariables, OfAnyLengthAndAnyBytesAreReadInFull) {
   std::string bytes;
   for (int byte = 1; byte < 256; ++byte) bytes.push_back(static_cast<char>(byte));
   for (const std::string &text : {bytes, std::string(1025, 'x'), std::string(100000, '\xFF'),

@@ -92,7 +92,7 @@ const std::string kVaried =
     "--XYZ\r\nno blank line\r\n" + kDelimiter + "--XYZ \r\n--XYZZ\r\n" +
     part("\r\n", "two\r\nlines") + file("last", "l.bin", "\r\n") + kEnd + "epilogue";
 
-TEST(MultipartForm, IsTheSameByTheRulesWrittenTwice) {
+TEST(MultipartForm, FollowsTheRulesInABodyWithEverything) {
   // What the comparisons below compare with, looked at once.
   EXPECT_EQ(
       (Form{{{"a", "1"}, {kNone, "nameless"}, {"zero", "ab", 5}, {"e", "none"}, {kNone, "two"}},
@@ -107,12 +107,12 @@ TEST(MultipartForm, IsTheSameByTheRulesWrittenTwice) {
 
 // ---- Fields and files ---------------------------------------------------------------------------
 
-TEST(MultipartForm, GivesAFieldAsAnEntry) {
+TEST(MultipartForm, StoresAFieldAsAnEntry) {
   expectBody("--XYZ\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n1\r\n--XYZ--\r\n",
              {{{"a", "1"}}, {}});
 }
 
-TEST(MultipartForm, GivesAPartWithAFileNameAsAFile) {
+TEST(MultipartForm, StoresAPartWithAFileNameAsAFile) {
   expectBody(
       "--XYZ\r\nContent-Disposition: form-data; name=\"f\"; filename=\"f.txt\"\r\n"
       "Content-Type: text/plain\r\n\r\ndata\r\n--XYZ--\r\n",
@@ -134,7 +134,7 @@ TEST(MultipartForm, KeepsOnlyTheFirstLineOfAField) {
   });
 }
 
-TEST(MultipartForm, CutsAFileAtItsFirstLineEnd) {
+TEST(MultipartForm, TruncatesAFileAtItsFirstLineEnd) {
   expectBodies({
       {file("f", "f.txt", "line1\r\nline2") + kEnd, {{}, {textFile("f", "f.txt", "line1")}}},
       {file("f", "f.txt", "\r\nline2") + kEnd, {{}, {textFile("f", "f.txt", "")}}},
@@ -150,7 +150,7 @@ TEST(MultipartForm, KeepsBareCarriageReturnsAndLineFeeds) {
   });
 }
 
-TEST(MultipartForm, KeepsAFileWithoutLineEndsWhole) {
+TEST(MultipartForm, KeepsAFileWithoutLineEndsInFull) {
   std::string data;
   for (int i = 0; i < 100000; ++i) {
     const auto byte = static_cast<char>((i * 7) >> 2);
@@ -159,7 +159,7 @@ TEST(MultipartForm, KeepsAFileWithoutLineEndsWhole) {
   expectBody(file("f", "f.bin", data) + kEnd, {{}, {textFile("f", "f.bin", data)}});
 }
 
-TEST(MultipartForm, DecodesNoValueAndNoFieldName) {
+TEST(MultipartForm, DoesNotDecodeValuesOrFieldNames) {
   expectBodies({
       {field("a+b%41", "c+d%42") + kEnd, {{{"a+b%41", "c+d%42"}}, {}}},
       {file("a+b%41", "f", "c+d%42") + kEnd, {{}, {textFile("a+b%41", "f", "c+d%42")}}},
@@ -176,7 +176,7 @@ TEST(MultipartForm, IgnoresAPartsOwnLengthAndTransferEncoding) {
   });
 }
 
-TEST(MultipartForm, TakesANestedMultipartAsTheFirstLineOfAValue) {
+TEST(MultipartForm, ReadsANestedMultipartAsTheFirstLineOfAValue) {
   expectBody(
       part(disposition("name=\"files\"") + "Content-Type: multipart/mixed; boundary=inner\r\n",
            "--inner\r\nContent-Disposition: file; filename=\"f.txt\"\r\n\r\nx\r\n--inner--") +
@@ -208,7 +208,7 @@ TEST(MultipartForm, DropsAPartWithoutABlankLine) {
   });
 }
 
-TEST(MultipartForm, MakesNothingOfAdjacentDelimiters) {
+TEST(MultipartForm, IgnoresAdjacentDelimiters) {
   expectBodies({
       {kDelimiter + kDelimiter, {}},
       {kDelimiter + kDelimiter + kDelimiter + field("a", "1") + kDelimiter + kDelimiter + kEnd,
@@ -216,11 +216,11 @@ TEST(MultipartForm, MakesNothingOfAdjacentDelimiters) {
   });
 }
 
-TEST(MultipartForm, TakesAPartWithoutHeaderAsANamelessEntry) {
+TEST(MultipartForm, StoresAPartWithoutAHeaderAsANamelessEntry) {
   expectBody(kDelimiter + "\r\n\r\nvalue\r\n" + kEnd, {{{kNone, "value"}}, {}});
 }
 
-TEST(MultipartForm, GivesAnEmptyValueWhenNoLineEndFollowsIt) {
+TEST(MultipartForm, StoresAnEmptyValueWhenNoLineEndFollowsIt) {
   expectBodies({
       {kDelimiter + disposition("name=\"a\"") + "\r\nvalue" + kDelimiter + kEnd, {{{"a", ""}}, {}}},
       {kDelimiter + disposition("name=\"a\"") + "\r\nvalue", {{{"a", ""}}, {}}},
@@ -232,12 +232,12 @@ TEST(MultipartForm, GivesAnEmptyValueWhenNoLineEndFollowsIt) {
   });
 }
 
-TEST(MultipartForm, WithTheClosingDelimiterRightAfterAValueTakesItIntoTheValue) {
+TEST(MultipartForm, IncludesAClosingDelimiterRightAfterAValueInTheValue) {
   expectBody(kDelimiter + disposition("name=\"a\"") + "\r\nvalue" + kEnd,
              {{{"a", "value--XYZ--"}}, {}});
 }
 
-TEST(MultipartForm, CutsAFieldsValueAtAZeroByteButKeepsItsLength) {
+TEST(MultipartForm, TruncatesAFieldsValueAtAZeroByteButKeepsItsLength) {
   expectBodies({
       {field("a", "ab\0cd"s) + kEnd, {{{"a", "ab", 5}}, {}}},
       {field("a", "\0"s) + kEnd, {{{"a", "", 1}}, {}}},
@@ -258,11 +258,11 @@ TEST(MultipartForm, KeepsAnEmptyFileWithItsNames) {
 
 // ---- Part headers -------------------------------------------------------------------------------
 
-TEST(MultipartHeader, WithAnEmptyNameMakesANamelessEntry) {
+TEST(MultipartHeader, WithAnEmptyNameCreatesANamelessEntry) {
   expectBody(field("", "1") + kEnd, {{{kNone, "1"}}, {}});
 }
 
-TEST(MultipartHeader, WithoutANameMakesANamelessEntry) {
+TEST(MultipartHeader, WithoutANameCreatesANamelessEntry) {
   expectBodies({
       {part("Content-Disposition: form-data\r\n", "1") + kEnd, {{{kNone, "1"}}, {}}},
       {part(kType, "1") + kEnd, {{{kNone, "1"}}, {}}},
@@ -273,7 +273,7 @@ TEST(MultipartHeader, WithoutANameMakesANamelessEntry) {
   });
 }
 
-TEST(MultipartHeader, IsReadByMarksInExactlyOneCase) {
+TEST(MultipartHeader, IsMatchedInExactCase) {
   expectBodies({
       {part(disposition("NAME=\"a\""), "1") + kEnd, {{{kNone, "1"}}, {}}},
       {part(disposition("name=\"f\"; FileName=\"f\"") + kType, "1") + kEnd, {{{"f", "1"}}, {}}},
@@ -282,14 +282,14 @@ TEST(MultipartHeader, IsReadByMarksInExactlyOneCase) {
   });
 }
 
-TEST(MultipartHeader, WithAnEmptyFileNameMakesAnEntry) {
+TEST(MultipartHeader, WithAnEmptyFileNameCreatesAnEntry) {
   expectBodies({
       {file("f", "", "") + kEnd, {{{"f", ""}}, {}}},
       {file("f", "", "data") + kEnd, {{{"f", "data"}}, {}}},
   });
 }
 
-TEST(MultipartHeader, WithAFileNameThatDecodesToNothingMakesAnEntry) {
+TEST(MultipartHeader, WithAFileNameThatDecodesToNothingCreatesAnEntry) {
   expectBody(file("f", "%00", "data") + file("g", "%00.txt", "data") + kEnd,
              {{{"f", "data"}, {"g", "data"}}, {}});
 }
@@ -319,7 +319,7 @@ TEST(MultipartHeader, HasItsFileNameDecoded) {
   expectBodies(bodies);
 }
 
-TEST(MultipartHeader, WithAFileNameThatEndsInAnEscapeTakesMissingDigitsAsZeroBytes) {
+TEST(MultipartHeader, WithAFileNameThatEndsInAnEscapeReadsMissingDigitsAsZeroBytes) {
   expectBodies({
       {file("f", "a%", "x") + kEnd, {{}, {textFile("f", "a\xD0", "x")}}},
       {file("f", "a%2", "x") + kEnd, {{}, {textFile("f", "a\xF0", "x")}}},
@@ -337,7 +337,7 @@ TEST(MultipartHeader, EndsANameAtTheFirstQuoteEvenAfterABackslash) {
   });
 }
 
-TEST(MultipartHeader, WithTheFileNameFirstGivesItAsFieldNameToo) {
+TEST(MultipartHeader, WithTheFileNameFirstUsesItAsTheFieldNameToo) {
   expectBodies({
       {part(disposition("filename=\"my+f.txt\"; name=\"f\"") + kType, "x") + kEnd,
        {{}, {textFile("my+f.txt", "my f.txt", "x")}}},
@@ -345,16 +345,16 @@ TEST(MultipartHeader, WithTheFileNameFirstGivesItAsFieldNameToo) {
   });
 }
 
-TEST(MultipartHeader, WithAFileNameAndNoNameGivesTheFileNameAsFieldNameToo) {
+TEST(MultipartHeader, WithAFileNameAndNoNameUsesTheFileNameAsTheFieldNameToo) {
   expectBody(part(disposition("filename=\"f.txt\"") + kType, "x") + kEnd,
              {{}, {textFile("f.txt", "f.txt", "x")}});
 }
 
-TEST(MultipartHeader, WithAnEmptyNameBeforeAFileNameMakesAnEmptyFile) {
+TEST(MultipartHeader, WithAnEmptyNameBeforeAFileNameCreatesAnEmptyFile) {
   expectBody(file("", "f.txt", "x") + kEnd, {{}, {File{}}});
 }
 
-TEST(MultipartHeader, WithoutContentTypeMakesAnEmptyFile) {
+TEST(MultipartHeader, WithoutAContentTypeCreatesAnEmptyFile) {
   expectBodies({
       {part(disposition("name=\"f\"; filename=\"f.txt\""), "x") + kEnd, {{}, {File{}}}},
       {part(disposition("name=\"f\"; filename=\"f.txt\"") + "content-type: text/plain\r\n", "x") +
@@ -366,12 +366,12 @@ TEST(MultipartHeader, WithoutContentTypeMakesAnEmptyFile) {
   });
 }
 
-TEST(MultipartHeader, WithAnEmptyContentTypeMakesAnEmptyFile) {
+TEST(MultipartHeader, WithAnEmptyContentTypeCreatesAnEmptyFile) {
   expectBody(part(disposition("name=\"f\"; filename=\"f.txt\"") + "Content-Type: \r\n", "x") + kEnd,
              {{}, {File{}}});
 }
 
-TEST(MultipartHeader, TakesAContentTypeFromTheBodyWhenItHasNone) {
+TEST(MultipartHeader, WithoutAContentTypeUsesOneFoundInTheBody) {
   const std::string header = disposition("name=\"f\"; filename=\"f.txt\"");
   expectBodies({
       {part(header, "x Content-Type: y") + field("a", "1") + kEnd,
@@ -383,7 +383,7 @@ TEST(MultipartHeader, TakesAContentTypeFromTheBodyWhenItHasNone) {
   });
 }
 
-TEST(MultipartHeader, TakesTheLinesAfterTheContentTypeIntoIt) {
+TEST(MultipartHeader, IncludesTheLinesAfterTheContentTypeInIt) {
   const std::string header = disposition("name=\"f\"; filename=\"f.txt\"");
   expectBodies({
       {part(header + kType + "X-Other: 1\r\nX-More: 2\r\n", "x") + kEnd,
@@ -398,7 +398,7 @@ TEST(MultipartHeader, TakesTheLinesAfterTheContentTypeIntoIt) {
   });
 }
 
-TEST(MultipartHeader, GoesByTheFirstOfRepeatedParametersAndLines) {
+TEST(MultipartHeader, UsesTheFirstOfRepeatedParametersAndLines) {
   expectBodies({
       {part(disposition("name=\"a\"; name=\"b\""), "1") + kEnd, {{{"a", "1"}}, {}}},
       {part(disposition("name=\"a\"") + disposition("name=\"b\""), "1") + kEnd, {{{"a", "1"}}, {}}},
@@ -411,7 +411,7 @@ TEST(MultipartHeader, GoesByTheFirstOfRepeatedParametersAndLines) {
   });
 }
 
-TEST(MultipartHeader, KnowsNoEncodedFileNameParameter) {
+TEST(MultipartHeader, IgnoresTheEncodedFileNameParameter) {
   expectBodies({
       {part(disposition("name=\"f\"; filename*=UTF-8''f.txt") + kType, "x") + kEnd,
        {{{"f", "x"}}, {}}},
@@ -430,11 +430,11 @@ TEST(MultipartHeader, TurnsAFieldIntoAFileWhenItsValueHasFileNameAndContentType)
              {{{"b", "2"}}, {{"a", "x.txt", "t\r\n", "filename=\"x.txt\" Content-Type: t"}}});
 }
 
-TEST(MultipartHeader, TakesANameFromTheBodyWhenItHasNone) {
+TEST(MultipartHeader, WithoutANameUsesOneFoundInTheBody) {
   expectBody(part(kType, "name=\"z\"") + kEnd, {{{"z", "name=\"z\""}}, {}});
 }
 
-TEST(MultipartHeader, FindsAFileNameMarkInsideAnotherValue) {
+TEST(MultipartHeader, FindsAFileNameInsideAnotherValue) {
   expectBodies({
       {part(disposition("name=\"q filename=\"; x=\"y\"") + kType, "v") + kEnd,
        {{}, {textFile("q filename=", "; x=", "v")}}},
@@ -443,7 +443,7 @@ TEST(MultipartHeader, FindsAFileNameMarkInsideAnotherValue) {
   });
 }
 
-TEST(MultipartHeader, WithAnUnclosedNameRunsToTheNextQuoteOrTheEndOfThePart) {
+TEST(MultipartHeader, WithAnUnclosedNameReadsToTheNextQuoteOrTheEndOfThePart) {
   const std::string unclosed = part(disposition("name=\"a"), "1");
   expectBodies({
       {unclosed + field("b", "2") + kEnd, {{{"a\r\n\r\n1\r\n", "1"}, {"b", "2"}}, {}}},
@@ -452,7 +452,7 @@ TEST(MultipartHeader, WithAnUnclosedNameRunsToTheNextQuoteOrTheEndOfThePart) {
   });
 }
 
-TEST(MultipartHeader, WithAMarkAtTheVeryEndOfThePartHasAnEmptyTextAndNotNone) {
+TEST(MultipartHeader, WithAParameterNameAtTheEndOfThePartHasAnEmptyTextNotNull) {
   const std::string unnamed = kDelimiter + kType + "\r\n";
   const std::string untyped =
       kDelimiter + disposition("name=\"f\"; filename=\"f.txt\"") + "\r\nx\r\n";
@@ -485,7 +485,7 @@ TEST(MultipartHeader, IsReadUpToTheFirstZeroByteOfThePart) {
   });
 }
 
-TEST(MultipartHeader, MayBeginWithABlankOrBeFolded) {
+TEST(MultipartHeader, MayStartWithABlankOrBeFolded) {
   expectBodies({
       {part(" " + disposition("name=\"a\""), "1") + kEnd, {{{"a", "1"}}, {}}},
       {part("\t" + disposition("name=\"a\""), "1") + kEnd, {{{"a", "1"}}, {}}},
@@ -508,7 +508,7 @@ TEST(MultipartHeader, MayBeLong) {
   });
 }
 
-TEST(MultipartHeader, GivesTheSameInEveryOrderOfItsLinesAsTheRulesSay) {
+TEST(MultipartHeader, FollowsTheRulesInEveryOrderOfItsLines) {
   std::vector<std::string> lines = {disposition("name=\"n\"; filename=\"f+1\""), kType,
                                     "X-Other: name=\"other\"\r\n", "Content-Length: 5\r\n"};
   std::sort(lines.begin(), lines.end());
@@ -527,7 +527,7 @@ TEST(MultipartHeader, GivesTheSameInEveryOrderOfItsLinesAsTheRulesSay) {
   });
 }
 
-TEST(MultipartHeader, GivesTheSameInEveryOrderOfItsParametersAsTheRulesSay) {
+TEST(MultipartHeader, FollowsTheRulesInEveryOrderOfItsParameters) {
   std::vector<std::string> parameters = {"name=\"n\"", "filename=\"f\"", "filename*=x",
                                          "size=\"name=\""};
   std::sort(parameters.begin(), parameters.end());
@@ -561,7 +561,7 @@ void expectDelimiters(const std::vector<Boundary> &cases) {
   });
 }
 
-TEST(MultipartBoundary, IsTheRestOfTheContentTypeAsItStands) {
+TEST(MultipartBoundary, IsTheUnchangedRestOfTheContentType) {
   expectDelimiters({
       {"multipart/form-data; boundary=XYZ", "--XYZ"},
       {"multipart/form-data; charset=utf-8; boundary=XYZ", "--XYZ"},
@@ -596,7 +596,7 @@ TEST(MultipartBoundary, MayHaveAnyLength) {
   expectDelimiters(cases);
 }
 
-TEST(MultipartBoundary, IsFoundByItsNameInLowerCaseOnly) {
+TEST(MultipartBoundary, IsFoundOnlyByItsLowerCaseName) {
   const std::string body = field("a", "1") + kEnd;
   for (const char *contentType :
        {"multipart/form-data; Boundary=XYZ", "multipart/form-data; BOUNDARY=XYZ",
@@ -605,7 +605,7 @@ TEST(MultipartBoundary, IsFoundByItsNameInLowerCaseOnly) {
   }
 }
 
-TEST(MultipartBoundary, ThatIsMissingMakesABodyWithoutParts) {
+TEST(MultipartBoundary, ThatIsMissingLeavesABodyWithoutParts) {
   const std::string body = field("a", "1") + "--\r\nname=\"b\"\r\n\r\n2\r\n" + kEnd;
   for (const char *contentType :
        {"multipart/form-data", "multipart/form-data;", "multipart/form-data; boundary",
@@ -614,18 +614,18 @@ TEST(MultipartBoundary, ThatIsMissingMakesABodyWithoutParts) {
   }
 }
 
-TEST(MultipartBoundary, InQuotesMatchesNoUsualBody) {
+TEST(MultipartBoundary, InQuotesDoesNotMatchAnUnquotedDelimiter) {
   const std::string body = field("a", "1") + kEnd;
   expectForm(post("multipart/form-data; boundary=\"XYZ\"", body), body, {});
 }
 
-TEST(MultipartBoundary, WithParametersAfterItMatchesNoUsualBody) {
+TEST(MultipartBoundary, WithParametersAfterItDoesNotMatchThePlainDelimiter) {
   const std::string body = field("a", "1") + kEnd;
   expectForm(post("multipart/form-data; boundary=XYZ; charset=utf-8", body), body, {});
   expectForm(post("multipart/form-data; boundary=XYZ;", body), body, {});
 }
 
-TEST(MultipartDelimiter, MustMatchToTheByte) {
+TEST(MultipartDelimiter, MustMatchExactly) {
   for (const char *nearMiss :
        {"--XYZ \r\n", "--XYZ\t\r\n", "--XYZ\n", "--XYZ\r", "--XYZ\n\r", "--XYZZ\r\n", "--XY\r\n",
         "--xyz\r\n", "-XYZ\r\n", "- -XYZ\r\n", "XYZ\r\n", "--XYZ--\r\n", "--XYZ-\r\n"}) {
@@ -637,7 +637,7 @@ TEST(MultipartDelimiter, MustMatchToTheByte) {
   }
 }
 
-TEST(MultipartDelimiter, WithAZeroByteInItIsNone) {
+TEST(MultipartDelimiter, WithAZeroByteInItIsNotADelimiter) {
   const std::string rest = "name=\"b\"\r\n\r\n2\r\n" + kEnd;
   expectBodies({
       {"--X\0YZ\r\n"s + rest, {}},
@@ -648,7 +648,7 @@ TEST(MultipartDelimiter, WithAZeroByteInItIsNone) {
   });
 }
 
-TEST(MultipartDelimiter, SplitsDataWhereverItsTextStands) {
+TEST(MultipartDelimiter, SplitsDataWhereverItAppears) {
   expectBodies({
       {"text" + field("a", "1") + kEnd, {{{"a", "1"}}, {}}},
       {kDelimiter + disposition("name=\"a\"") + "\r\nx--XYZ\r\ny\r\n" + kEnd, {{{"a", ""}}, {}}},
@@ -699,13 +699,13 @@ TEST(MultipartForm, WithoutAnyDelimiterIsEmpty) {
   });
 }
 
-TEST(MultipartForm, OfOneDelimiterIsEmpty) {
+TEST(MultipartForm, WithOneDelimiterIsEmpty) {
   expectBodies({{kDelimiter, {}}, {kDelimiter + kEnd, {}}, {"\r\n" + kDelimiter + "\0"s, {}}});
 }
 
 // ---- Cut and random bodies ----------------------------------------------------------------------
 
-TEST(MultipartForm, CutAnywhereFollowsTheRulesAndReadsNotOneByteMore) {
+TEST(MultipartForm, TruncatedAnywhereFollowsTheRulesAndIsNotReadBeyondItsEnd) {
   asMultipartScript([](Request &request) {
     for (size_t cut = 0; cut <= kVaried.size(); ++cut) {
       const std::string body = kVaried.substr(0, cut);
@@ -714,7 +714,7 @@ TEST(MultipartForm, CutAnywhereFollowsTheRulesAndReadsNotOneByteMore) {
   });
 }
 
-TEST(MultipartForm, TakesNothingFromTheBytesBehindItsLength) {
+TEST(MultipartForm, IgnoresTheBytesAfterItsLength) {
   asMultipartScript([](Request &request) {
     ExactBlock whole(kVaried);
     for (uint32_t cut = 0; cut <= whole.size(); ++cut) {
@@ -726,7 +726,7 @@ TEST(MultipartForm, TakesNothingFromTheBytesBehindItsLength) {
   });
 }
 
-TEST(MultipartForm, PostedAndCutAnywhereFollowsTheRules) {
+TEST(MultipartForm, PostedAndTruncatedAnywhereFollowsTheRules) {
   asScript(post(kContentType, ""), "", [] {
     for (size_t cut = 0; cut <= kVaried.size(); ++cut) {
       const std::string body = kVaried.substr(0, cut);
@@ -816,7 +816,7 @@ TEST(TarnParseMime, WritesAZeroByteOverTheBlankLineOfItsPart) {
   });
 }
 
-TEST(TarnParseMime, WithoutMemoryMakesNothingAndWritesNothing) {
+TEST(TarnParseMime, WithoutMemoryAddsNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     for (const std::string &text :
          {"name=\"a\"\r\n\r\n1\r\n"s, "name=\"a\"; filename=\"f\"\r\n\r\n1\r\n"s}) {
@@ -829,7 +829,7 @@ TEST(TarnParseMime, WithoutMemoryMakesNothingAndWritesNothing) {
 }
 
 // The blank line is overwritten once there is room for the value, be there room for the rest or not.
-TEST(TarnParseMime, WithoutRoomForTheValueOfAFileMakesNothingAndWritesNothing) {
+TEST(TarnParseMime, WithoutRoomForTheValueOfAFileAddsNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     const std::string value(100000, 'x');
     const std::string text =
@@ -848,7 +848,7 @@ TEST(TarnParseMime, WithoutRoomForTheValueOfAFileMakesNothingAndWritesNothing) {
   });
 }
 
-TEST(TarnParseMime, OfAPartWithoutBlankLineMakesNothingAndWritesNothing) {
+TEST(TarnParseMime, OfAPartWithoutABlankLineAddsNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     for (const std::string &text : {""s, "\0"s, "\r\n\r"s, "name=\"a\"\r\n1\r\n"s, "x\n\ny"s}) {
       ExactBlock bytes(text);
@@ -859,7 +859,7 @@ TEST(TarnParseMime, OfAPartWithoutBlankLineMakesNothingAndWritesNothing) {
   });
 }
 
-TEST(TarnParseMime, OfANullPartMakesNothing) {
+TEST(TarnParseMime, OfANullPartAddsNothing) {
   asMultipartScript([](Request &request) {
     Tarn_parseMime(&request.handle, nullptr, 0);
     Tarn_parseMime(&request.handle, nullptr, 100);
@@ -868,7 +868,7 @@ TEST(TarnParseMime, OfANullPartMakesNothing) {
   });
 }
 
-TEST(TarnParseMime, CutAnywhereFollowsTheRulesAndReadsNotOneByteMore) {
+TEST(TarnParseMime, TruncatedAnywhereFollowsTheRulesAndIsNotReadBeyondItsEnd) {
   const std::string parts[] = {
       disposition("name=\"a\"") + "\r\nline1\r\nline2\r\n",
       disposition("name=\"f\"; filename=\"f%\"") + kType + "X: y\r\n\r\nda\0ta\r\nmore\r\n"s,
@@ -892,7 +892,7 @@ TEST(TarnParseMime, CutAnywhereFollowsTheRulesAndReadsNotOneByteMore) {
   });
 }
 
-TEST(TarnParseMime, LooksNoFurtherThanItsLength) {
+TEST(TarnParseMime, DoesNotReadBeyondItsLength) {
   asMultipartScript([](Request &request) {
     const std::string whole = disposition("name=\"f\"; filename=\"f\"") + kType + "\r\ndata\r\n";
     for (uint32_t length = 0; length <= whole.size(); ++length) {
@@ -907,7 +907,7 @@ TEST(TarnParseMime, LooksNoFurtherThanItsLength) {
   });
 }
 
-TEST(TarnParseMime, OnWhatIsNoRequestStillWritesItsZeroByte) {
+TEST(TarnParseMime, OnAnotherTypeStillWritesItsZeroByte) {
   withEveryHandleBut(0, [](TarnHandle *handle) {
     for (const std::string &header :
          {disposition("name=\"a\""), disposition("name=\"f\"; filename=\"f\"") + kType}) {
@@ -961,7 +961,7 @@ TEST(MultipartForm, WithMegabytesAroundThePartsIsParsedWithoutDelay) {
   expectBody(much, {});
 }
 
-TEST(MultipartForm, WithMegabytesOfAlmostLineEndsIsParsedWithoutDelay) {
+TEST(MultipartForm, WithMegabytesOfIncompleteLineEndsIsParsedWithoutDelay) {
   std::string almost;
   for (int i = 0; i < 1000000; ++i) almost += "\r\n\r";
   const std::string header = kDelimiter + disposition("name=\"a\"");
@@ -973,7 +973,7 @@ TEST(MultipartForm, WithMegabytesOfAlmostLineEndsIsParsedWithoutDelay) {
   });
 }
 
-TEST(MultipartForm, WithHeadersThatHaveNoEndIsParsedWithoutDelay) {
+TEST(MultipartForm, WithUnterminatedHeadersIsParsedWithoutDelay) {
   std::string body = kDelimiter;
   for (int i = 0; i < 200000; ++i) body += "name=\"; filename=\"\r\n";
   expectBody(body, {});

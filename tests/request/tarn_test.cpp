@@ -50,7 +50,7 @@ Text valueOf(TarnHandle entry) { return entry ? entryOf(entry).value : kNone; }
 
 // ---- Creation -----------------------------------------------------------------------------------
 
-TEST(Tarn, NewMakesARequestWithEnvironmentEntryListAndFileList) {
+TEST(Tarn, NewCreatesARequestWithEnvironmentEntryListAndFileList) {
   asScript({}, "", [] {
     TarnHandle handle = 0;
     EXPECT_EQ(TARN_OK, Tarn_new(&handle));
@@ -78,7 +78,7 @@ TEST(Tarn, NewRefusesANullHandleAddressAndReadsNothing) {
   });
 }
 
-TEST(Tarn, NewRefusesAHandleInUseLeavesItAndReadsNothing) {
+TEST(Tarn, NewRefusesAHandleInUseAndReadsNothing) {
   asScript(post(kUrlEncoded, "a=1"), "a=1", [] {
     Node entry(TARN_FORM_ENTRY_MAGIC);
     const TarnHandle before = entry.value();
@@ -89,7 +89,7 @@ TEST(Tarn, NewRefusesAHandleInUseLeavesItAndReadsNothing) {
   });
 }
 
-TEST(Tarn, NewOnARequestRefusesAndKeepsItsEntries) {
+TEST(Tarn, NewOnARequestIsRefusedAndKeepsItsEntries) {
   asScriptOf("a=1", [](Request &request) {
     setenv("QUERY_STRING", "b=2", 1);
     EXPECT_EQ(TARN_BAD_ARGUMENT, Tarn_new(&request.handle));
@@ -97,7 +97,7 @@ TEST(Tarn, NewOnARequestRefusesAndKeepsItsEntries) {
   });
 }
 
-TEST(Tarn, HoldsTheEnvironmentWithItsBodyAndCookies) {
+TEST(Tarn, HasTheEnvironmentWithItsBodyAndCookies) {
   Variables variables = post(kUrlEncoded, "a=1&b=2");
   variables["HTTPS"] = "on";
   variables["HTTP_COOKIE"] = "id=7; x";
@@ -113,7 +113,7 @@ TEST(Tarn, HoldsTheEnvironmentWithItsBodyAndCookies) {
   });
 }
 
-TEST(Tarn, MakesNoRoomForEntriesAndFilesBeforeTheFirstArrives) {
+TEST(Tarn, ReservesNoRoomBeforeTheFirstEntryOrFile) {
   asScriptOf("", [](Request &request) {
     TarnHandle entries = request.entryList();
     TarnHandle files = request.fileList();
@@ -122,7 +122,7 @@ TEST(Tarn, MakesNoRoomForEntriesAndFilesBeforeTheFirstArrives) {
   });
 }
 
-TEST(Tarn, MakesRoomForTenEntriesAndTenFilesWithTheFirst) {
+TEST(Tarn, ReservesRoomForTenWithTheFirstEntryOrFile) {
   asScriptOfMultipart(field("a", "1") + file("f", "f.txt", "x") + kEnd, [](Request &request) {
     TarnHandle entries = request.entryList();
     TarnHandle files = request.fileList();
@@ -159,7 +159,7 @@ TEST(Tarn, PrintsNothing) {
 
 // ---- Which input is parsed ----------------------------------------------------------------------
 
-TEST(Tarn, ParsesTheQueryStringOfAGetAndLeavesItsBody) {
+TEST(Tarn, ParsesTheQueryStringOfAGetAndDoesNotReadItsBody) {
   Variables variables = get("a=1");
   variables["CONTENT_LENGTH"] = "3";
   asScript(variables, "b=2", [] {
@@ -180,7 +180,7 @@ TEST(Tarn, ParsesTheBodyOfAPostAndNotItsQueryString) {
   }
 }
 
-TEST(Tarn, ParsesTheQueryStringOfEveryMethodButPost) {
+TEST(Tarn, ParsesTheQueryStringOfEveryMethodExceptPost) {
   for (const char *method : {"", "GET", "get", "PUT", "HEAD", "DELETE", "POSTS", " POST"}) {
     Variables variables = get("a=1");
     variables["REQUEST_METHOD"] = method;
@@ -198,7 +198,7 @@ TEST(Tarn, WithoutAQueryStringHasNoEntries) {
   expectForm(get(""), "", {});
 }
 
-TEST(Tarn, OfAPostWithoutLengthParsesNothing) {
+TEST(Tarn, ParsesNothingOfAPostWithoutALength) {
   expectForm({{"REQUEST_METHOD", "POST"}, {"QUERY_STRING", "a=1"}}, "b=2", {});
   for (const char *length : {"0", "abc", ""}) {
     expectForm({{"REQUEST_METHOD", "POST"}, {"QUERY_STRING", "a=1"}, {"CONTENT_LENGTH", length}},
@@ -206,7 +206,7 @@ TEST(Tarn, OfAPostWithoutLengthParsesNothing) {
   }
 }
 
-TEST(Tarn, OfAPostOfNegativeLengthParsesNothingAndSucceeds) {
+TEST(Tarn, ParsesNothingOfAPostWithANegativeLengthAndReturnsOk) {
   for (const char *length : {"-1", "-99999999999999999999"}) {
     asScript({{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", length}}, "b=2", [] {
       Request request;
@@ -219,20 +219,20 @@ TEST(Tarn, OfAPostOfNegativeLengthParsesNothingAndSucceeds) {
   }
 }
 
-TEST(Tarn, OfAPostShorterThanDeclaredParsesWhatArrived) {
+TEST(Tarn, ParsesWhatArrivedOfAPostShorterThanDeclared) {
   Variables variables = post(kUrlEncoded, "");
   variables["CONTENT_LENGTH"] = "100";
   expectForm(variables, "a=1&b=2", {{{"a", "1"}, {"b", "2"}}, {}});
   expectForm(variables, "", {});
 }
 
-TEST(Tarn, OfAPostLongerThanDeclaredParsesWhatWasDeclared) {
+TEST(Tarn, ParsesTheDeclaredLengthOfALongerPost) {
   Variables variables = post(kUrlEncoded, "");
   variables["CONTENT_LENGTH"] = "7 bytes";
   expectForm(variables, "a=1&b=23&c=4", {{{"a", "1"}, {"b", "2"}}, {}});
 }
 
-TEST(Tarn, OfAPostOfUrlEncodedTextParsesUpToTheFirstZeroByte) {
+TEST(Tarn, ParsesAUrlEncodedPostUpToTheFirstZeroByte) {
   const std::string body = "a=1&b=2\0x&c=3"s;
   asScript(post(kUrlEncoded, body), body, [&] {
     Request request;
@@ -242,7 +242,7 @@ TEST(Tarn, OfAPostOfUrlEncodedTextParsesUpToTheFirstZeroByte) {
   });
 }
 
-TEST(Tarn, LeavesTheBytesOfTheBodyUnchanged) {
+TEST(Tarn, DoesNotChangeTheBytesOfTheBody) {
   const std::pair<const char *, std::string> cases[] = {
       {kUrlEncoded, "a=1&b=%41+x&=&flag"},
       {kMultipart, field("a", "1") + file("f", "a+b%41", "x\0y"s) + kEnd}};
@@ -284,7 +284,7 @@ TEST(Tarn, KeepsAFilesBytesReadableAfterTheRequestIsDeleted) {
 
 // ---- Multipart or not ---------------------------------------------------------------------------
 
-TEST(TarnDispatch, TakesContentTypesThatBeginWithMultipartFormDataAsMultipart) {
+TEST(TarnDispatch, ParsesContentTypesThatStartWithMultipartFormDataAsMultipart) {
   const std::string body = field("a", "1") + kEnd;
   for (const char *contentType :
        {"multipart/form-data; boundary=XYZ", "MULTIPART/FORM-DATA; boundary=XYZ",
@@ -294,7 +294,7 @@ TEST(TarnDispatch, TakesContentTypesThatBeginWithMultipartFormDataAsMultipart) {
   }
 }
 
-TEST(TarnDispatch, TakesEveryOtherContentTypeAsUrlEncoded) {
+TEST(TarnDispatch, ParsesEveryOtherContentTypeAsUrlEncoded) {
   for (const char *contentType :
        {"", "application/x-www-form-urlencoded", "text/plain", "multipart/form-dat",
         "multipart/mixed; boundary=XYZ", " multipart/form-data; boundary=XYZ",
@@ -303,23 +303,23 @@ TEST(TarnDispatch, TakesEveryOtherContentTypeAsUrlEncoded) {
   }
 }
 
-TEST(TarnDispatch, TakesABodyWithoutContentTypeAsUrlEncoded) {
+TEST(TarnDispatch, ParsesABodyWithoutAContentTypeAsUrlEncoded) {
   expectForm({{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", "3"}}, "a=1", {{{"a", "1"}}, {}});
 }
 
-TEST(TarnDispatch, ReadsTheQueryStringOfAGetAsMultipartWhenTheContentTypeSaysSo) {
+TEST(TarnDispatch, ParsesTheQueryStringOfAGetAsMultipartIfTheContentTypeIsMultipart) {
   Variables variables = get(field("a", "1") + file("f", "f.txt", "x") + kEnd);
   variables["CONTENT_TYPE"] = "MULTIPART/FORM-DATA; boundary=XYZ";
   expectForm(variables, "", {{{"a", "1"}}, {textFile("f", "f.txt", "x")}});
 }
 
-TEST(TarnDispatch, FindsNothingInAnUrlEncodedQueryStringWhenTheContentTypeSaysMultipart) {
+TEST(TarnDispatch, FindsNothingInAUrlEncodedQueryStringIfTheContentTypeIsMultipart) {
   Variables variables = get("a=1&b=2");
   variables["CONTENT_TYPE"] = kMultipart;
   expectForm(variables, "", {});
 }
 
-TEST(TarnParseFormInput, RefusesANullInputBeforeItLooksForAnEnvironment) {
+TEST(TarnParseFormInput, ChecksForANullInputBeforeTheEnvironment) {
   asScriptOf("", [](Request &request) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, Tarn_parseFormInput(&request.handle, nullptr, 0));
     EXPECT_EQ(TARN_BAD_ARGUMENT, Tarn_parseFormInput(&request.handle, nullptr, 5));
@@ -329,7 +329,7 @@ TEST(TarnParseFormInput, RefusesANullInputBeforeItLooksForAnEnvironment) {
   });
 }
 
-TEST(TarnParseFormInput, OnAnythingWithoutAnEnvironmentSaysSo) {
+TEST(TarnParseFormInput, OnAnythingWithoutAnEnvironmentReturnsNoEnvironment) {
   char input[] = "a=1";
   withEveryHandleBut(0, [&](TarnHandle *handle) {
     EXPECT_EQ(TARN_NO_ENVIRONMENT, Tarn_parseFormInput(handle, input, 3));
@@ -337,7 +337,7 @@ TEST(TarnParseFormInput, OnAnythingWithoutAnEnvironmentSaysSo) {
   });
 }
 
-TEST(TarnParseFormInput, OnARequestWithoutListsSucceedsAndLosesTheFields) {
+TEST(TarnParseFormInput, OnARequestWithoutListsReturnsOkAndLosesTheFields) {
   asScript({}, "", [] {
     Environment environment;
     Node request(TARN_REQUEST_MAGIC);
@@ -355,7 +355,7 @@ TEST(TarnParseFormInput, OnARequestWithoutListsSucceedsAndLosesTheFields) {
   });
 }
 
-TEST(TarnParseFormInput, AppendsToWhatTheRequestHolds) {
+TEST(TarnParseFormInput, AppendsToTheRequest) {
   asScriptOf("a=1", [](Request &request) {
     char pairs[] = "b=2&a=3";
     EXPECT_EQ(TARN_OK, Tarn_parseFormInput(&request.handle, pairs, 7));
@@ -380,7 +380,7 @@ TEST(TarnParseFormInput, IgnoresTheLengthOfUrlEncodedText) {
   });
 }
 
-TEST(TarnParseFormInput, ReadsNoMoreOfAMultipartBodyThanItsLength) {
+TEST(TarnParseFormInput, ReadsAMultipartBodyOnlyUpToItsLength) {
   Variables variables = get("");
   variables["CONTENT_TYPE"] = kMultipart;
   asScript(variables, "", [] {
@@ -395,7 +395,7 @@ TEST(TarnParseFormInput, ReadsNoMoreOfAMultipartBodyThanItsLength) {
   });
 }
 
-TEST(TarnParseFormInput, LeavesItsInputUnchanged) {
+TEST(TarnParseFormInput, DoesNotChangeItsInput) {
   asScriptOf("", [](Request &request) {
     const std::string pairs = "a=1&b=%41+&flag&=\0"s;
     ExactBlock urlEncoded(pairs);
@@ -409,7 +409,7 @@ TEST(TarnParseFormInput, LeavesItsInputUnchanged) {
   });
 }
 
-TEST(TarnParseFormInput, GoesByTheContentTypeAtTheTimeOfTheCall) {
+TEST(TarnParseFormInput, UsesTheContentTypeAtTheTimeOfTheCall) {
   const std::string body = field("a", "1") + kEnd;
   asScript(post(kMultipart, body), body, [&] {
     Request request;
@@ -451,13 +451,13 @@ TEST(TarnLookup, ComparesWholeNames) {
   });
 }
 
-TEST(TarnLookup, ByAnEmptyNameFindsTheEmptyName) {
+TEST(TarnLookup, ByAnEmptyNameFindsAnEmptyName) {
   asScriptOf("a=1&=2", [](Request &request) {
     EXPECT_EQ("2", valueOf(Tarn_getElementByName(&request.handle, "")));
   });
 }
 
-TEST(TarnLookup, ByANullNameFindsTheFirstEntryWithoutOneAndNoEmptyName) {
+TEST(TarnLookup, ByANullNameFindsTheFirstEntryWithoutANameAndNotAnEmptyOne) {
   asScriptOf("=0&a=1", [](Request &request) {
     EXPECT_EQ(0U, Tarn_getElementByName(&request.handle, nullptr));
     setenv("CONTENT_TYPE", kMultipart, 1);
@@ -469,7 +469,7 @@ TEST(TarnLookup, ByANullNameFindsTheFirstEntryWithoutOneAndNoEmptyName) {
   });
 }
 
-TEST(TarnLookup, ByValueComparesNamesAllTheSame) {
+TEST(TarnLookup, ByValueComparesNames) {
   asScriptOf("a=x&x=1&X=2", [](Request &request) {
     const TarnHandle found = Tarn_getElementByValue(&request.handle, "x");
     EXPECT_EQ((Entry{"x", "1"}), entryOf(found));
@@ -478,7 +478,7 @@ TEST(TarnLookup, ByValueComparesNamesAllTheSame) {
   });
 }
 
-TEST(TarnLookup, OfWhatIsAbsentFindsNothing) {
+TEST(TarnLookup, OfAMissingNameFindsNothing) {
   asScriptOf("", [](Request &request) {
     for (const char *name : {static_cast<const char *>(nullptr), "", "a"}) {
       EXPECT_EQ(0U, Tarn_getElementByName(&request.handle, name));
@@ -525,7 +525,7 @@ TEST(TarnLookup, KeepsEntriesAndFilesOfOneNameApart) {
                       });
 }
 
-TEST(TarnLookup, OfAFileByANullNameFindsTheFirstWithoutFieldName) {
+TEST(TarnLookup, OfAFileByANullNameFindsTheFirstWithoutAFieldName) {
   const std::string noType =
       "--XYZ\r\nContent-Disposition: form-data; name=\"f\"; filename=\"f.txt\"\r\n\r\ndata\r\n";
   asScriptOfMultipart(file("a", "a.txt", "data") + noType + kEnd, [](Request &request) {
@@ -537,7 +537,7 @@ TEST(TarnLookup, OfAFileByANullNameFindsTheFirstWithoutFieldName) {
 }
 
 // Entry lists and file lists take each other's elements.
-TEST(TarnLookup, PassesOverAFileAmongTheEntriesAndAnEntryAmongTheFiles) {
+TEST(TarnLookup, SkipsAFileAmongTheEntriesAndAnEntryAmongTheFiles) {
   asScriptOf("", [](Request &request) {
     TarnHandle entries = request.entryList();
     TarnHandle files = request.fileList();
@@ -558,7 +558,7 @@ TEST(TarnLookup, PassesOverAFileAmongTheEntriesAndAnEntryAmongTheFiles) {
   });
 }
 
-TEST(TarnLookup, LendsAFileThatCanBeWrittenToAStream) {
+TEST(TarnLookup, ReturnsAFileThatCanBeWrittenToAStream) {
   asScriptOfMultipart(file("f", "f.txt", "a\0b\n"s) + kEnd, [](Request &request) {
     TarnHandle found = Tarn_getFile(&request.handle, "f");
     EXPECT_EQ(4U, FormFile_getDataLength(&found));
@@ -573,7 +573,7 @@ TEST(TarnLookup, LendsAFileThatCanBeWrittenToAStream) {
   });
 }
 
-TEST(TarnLookup, LendsEntriesThatReadAsNumbersAndStrippedText) {
+TEST(TarnLookup, ReturnsEntriesThatReadAsNumbersAndStrippedText) {
   asScriptOf("n=+42+&x=3.9&big=99999999999", [](Request &request) {
     TarnHandle number = Tarn_getElementByName(&request.handle, "n");
     EXPECT_EQ(42, FormEntry_getIntegerValue(&number));
@@ -589,7 +589,7 @@ TEST(TarnLookup, LendsEntriesThatReadAsNumbersAndStrippedText) {
 
 // ---- Checkboxes ---------------------------------------------------------------------------------
 
-TEST(TarnCheckbox, IsTickedWhenItsValueIsOnInAnyCase) {
+TEST(TarnCheckbox, IsCheckedWhenItsValueIsOnInAnyCase) {
   asScriptOf("a=on&b=ON&c=On&d=%6Fn", [](Request &request) {
     for (const char *name : {"a", "b", "c", "d", "A"}) {
       EXPECT_EQ(1U, Tarn_queryCheckbox(&request.handle, name)) << name;
@@ -597,7 +597,7 @@ TEST(TarnCheckbox, IsTickedWhenItsValueIsOnInAnyCase) {
   });
 }
 
-TEST(TarnCheckbox, IsNotTickedByAnyOtherValueOrWhenAbsent) {
+TEST(TarnCheckbox, IsNotCheckedByAnyOtherValueOrWhenMissing) {
   asScriptOf("a=1&b=yes&c=&d=on+&e=+on&f=only&g=o", [](Request &request) {
     for (const char *name : {"a", "b", "c", "d", "e", "f", "g", "on", "absent"}) {
       EXPECT_EQ(0U, Tarn_queryCheckbox(&request.handle, name)) << name;
@@ -605,7 +605,7 @@ TEST(TarnCheckbox, IsNotTickedByAnyOtherValueOrWhenAbsent) {
   });
 }
 
-TEST(TarnCheckbox, GoesByTheFirstEntryOfTheName) {
+TEST(TarnCheckbox, UsesTheFirstEntryOfTheName) {
   asScriptOf("a=off&a=on&b=on&b=off", [](Request &request) {
     EXPECT_EQ(0U, Tarn_queryCheckbox(&request.handle, "a"));
     EXPECT_EQ(1U, Tarn_queryCheckbox(&request.handle, "b"));
@@ -619,7 +619,7 @@ TEST(TarnCheckbox, WithoutANameIsFoundByANullName) {
   });
 }
 
-TEST(TarnCheckbox, IsTickedByAValueThatIsOnUpToAZeroByte) {
+TEST(TarnCheckbox, IsCheckedByAValueThatIsOnUpToAZeroByte) {
   asScriptOfMultipart(field("a", "on\0x"s) + kEnd, [](Request &request) {
     EXPECT_EQ(1U, Tarn_queryCheckbox(&request.handle, "a"));
   });
@@ -627,7 +627,7 @@ TEST(TarnCheckbox, IsTickedByAValueThatIsOnUpToAZeroByte) {
 
 // ---- Finding all entries of a name --------------------------------------------------------------
 
-TEST(TarnFindEntries, CopiesEveryEntryOfTheNameInOrder) {
+TEST(TarnFindEntries, CopiesEveryEntryWithTheNameInOrder) {
   asScriptOf("k=1&x=0&K=2&k=3", [](Request &request) {
     Node destination(TARN_FORM_ENTRY_LIST_MAGIC);
     EXPECT_EQ(0U, Tarn_findEntries(&request.handle, "k", 0, destination));
@@ -636,7 +636,7 @@ TEST(TarnFindEntries, CopiesEveryEntryOfTheNameInOrder) {
   });
 }
 
-TEST(TarnFindEntries, AppendsToWhatTheDestinationHolds) {
+TEST(TarnFindEntries, AppendsToTheDestination) {
   asScriptOf("k=1&x=0", [](Request &request) {
     Node destination(TARN_FORM_ENTRY_LIST_MAGIC);
     EXPECT_EQ(0U, Tarn_findEntries(&request.handle, "x", 0, destination));
@@ -647,7 +647,7 @@ TEST(TarnFindEntries, AppendsToWhatTheDestinationHolds) {
   });
 }
 
-TEST(TarnFindEntries, GivesCopiesThatOutliveTheRequest) {
+TEST(TarnFindEntries, CopiesStayValidAfterTheRequestIsDeleted) {
   asScript(get("k=1"), "", [] {
     Node destination(TARN_FORM_ENTRY_LIST_MAGIC);
     {
@@ -670,7 +670,7 @@ TEST(TarnFindEntries, IgnoresItsThirdArgument) {
   });
 }
 
-TEST(TarnFindEntries, ByANullNameCopiesTheEntriesWithoutOne) {
+TEST(TarnFindEntries, ByANullNameCopiesTheEntriesWithoutAName) {
   asScriptOfMultipart(
       field("", "1") + field("a", "2") + field("", "3") + kEnd, [](Request &request) {
         Node destination(TARN_FORM_ENTRY_LIST_MAGIC);
@@ -680,7 +680,7 @@ TEST(TarnFindEntries, ByANullNameCopiesTheEntriesWithoutOne) {
       });
 }
 
-TEST(TarnFindEntries, SaysOneWhenTheDestinationTakesNoEntry) {
+TEST(TarnFindEntries, ReturnsOneWhenTheDestinationRefusesAnEntry) {
   asScriptOf("k=1&k=2", [](Request &request) {
     withEveryHandleBut(TARN_FORM_ENTRY_LIST_MAGIC, [&](TarnHandle *handle) {
       EXPECT_EQ(1U, Tarn_findEntries(&request.handle, "k", 0, handle));
@@ -689,7 +689,7 @@ TEST(TarnFindEntries, SaysOneWhenTheDestinationTakesNoEntry) {
   });
 }
 
-TEST(TarnFindEntries, SaysZeroWithoutAMatchEvenWhenTheDestinationIsUnusable) {
+TEST(TarnFindEntries, ReturnsZeroWithoutAMatchEvenForAnUnusableDestination) {
   asScriptOf("k=1", [](Request &request) {
     withEveryHandleBut(0, [&](TarnHandle *handle) {
       EXPECT_EQ(0U, Tarn_findEntries(&request.handle, "absent", 0, handle));
@@ -698,7 +698,7 @@ TEST(TarnFindEntries, SaysZeroWithoutAMatchEvenWhenTheDestinationIsUnusable) {
   });
 }
 
-TEST(TarnFindEntries, OnAnythingButAFilledRequestSaysZeroAndDoesNothing) {
+TEST(TarnFindEntries, OnAnythingButAFilledRequestReturnsZeroAndDoesNothing) {
   Node destination(TARN_FORM_ENTRY_LIST_MAGIC);
   withEveryHandleBut(0, [&](TarnHandle *handle) {
     EXPECT_EQ(0U, Tarn_findEntries(handle, "k", 0, destination));
@@ -708,7 +708,7 @@ TEST(TarnFindEntries, OnAnythingButAFilledRequestSaysZeroAndDoesNothing) {
   EXPECT_EQ(0, FormEntryList_getCount(destination));
 }
 
-TEST(TarnFindEntries, EndsWhenTheDestinationIsTheRequestsOwnList) {
+TEST(TarnFindEntries, StopsWhenTheDestinationIsTheRequestsOwnList) {
   asScriptOf("k=1&x=0&k=2", [](Request &request) {
     TarnHandle own = request.entryList();
     EXPECT_EQ(0U, Tarn_findEntries(&request.handle, "k", 0, &own));
@@ -732,14 +732,14 @@ TEST(Tarn, DeleteSetsTheHandleToZero) {
   });
 }
 
-TEST(Tarn, DeleteOfARequestWithoutChildrenSucceeds) {
+TEST(Tarn, DeleteOfARequestWithoutChildrenReturnsOk) {
   TarnHandle handle = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&handle, TARN_REQUEST_MAGIC));
   EXPECT_EQ(TARN_OK, Tarn_delete(&handle));
   EXPECT_EQ(0U, handle);
 }
 
-TEST(Tarn, DeleteOfARequestWhoseChildrenWereEmptiedSucceeds) {
+TEST(Tarn, DeleteOfARequestWithEmptiedChildrenReturnsOk) {
   asScript(get("a=1"), "", [] {
     TarnHandle handle = 0;
     ASSERT_EQ(TARN_OK, Tarn_new(&handle));
@@ -752,7 +752,7 @@ TEST(Tarn, DeleteOfARequestWhoseChildrenWereEmptiedSucceeds) {
   });
 }
 
-TEST(Tarn, DeleteOnAnythingElseIsTheWrongTypeAndReleasesNothing) {
+TEST(Tarn, DeleteOnAnotherTypeReturnsWrongTypeAndReleasesNothing) {
   withEveryHandleBut(TARN_REQUEST_MAGIC,
                      [](TarnHandle *handle) { EXPECT_EQ(TARN_WRONG_TYPE, Tarn_delete(handle)); });
 }
@@ -766,7 +766,7 @@ TEST(Tarn, TwoRequestsInOneScriptAreIndependent) {
   });
 }
 
-TEST(Tarn, ClearIsNotImplementedAndDoesNothing) {
+TEST(Tarn, ClearReturnsNotImplementedAndDoesNothing) {
   asScriptOf("a=1", [](Request &request) {
     EXPECT_EQ(TARN_NOT_IMPLEMENTED, Tarn_clear(&request.handle));
     EXPECT_EQ((Entries{{"a", "1"}}), request.entries());
@@ -795,7 +795,7 @@ TEST(Tarn, SaveAndRestoreDoNothing) {
   });
 }
 
-TEST(Tarn, TellsItsReleaseWhateverTheHandle) {
+TEST(Tarn, ReturnsItsVersionWhateverTheHandle) {
   withEveryHandleBut(0, [](TarnHandle *handle) {
     EXPECT_STREQ("Jul 17 2007", Tarn_getCompileDate(handle));
     EXPECT_STREQ("14:49:31", Tarn_getCompileTime(handle));
@@ -804,7 +804,7 @@ TEST(Tarn, TellsItsReleaseWhateverTheHandle) {
   });
 }
 
-TEST(TarnDelete, ReleasesAListParkedInFrontOfTheChildrenAndALostEnvironmentStaysLent) {
+TEST(TarnDelete, ReleasesAListParkedAsTheFirstChildButNotTheEnvironmentItReplaced) {
   asScriptOf("a=1", [](Request &request) {
     TarnHandle environment = request.environment();
     TarnHandle list = 0;
@@ -819,7 +819,7 @@ TEST(TarnDelete, ReleasesAListParkedInFrontOfTheChildrenAndALostEnvironmentStays
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-TEST(TarnWithoutMemory, NewOfAGetFindsNoEnvironmentAndLeavesTheHandleAtZero) {
+TEST(TarnWithoutMemory, NewOfAGetReturnsNoEnvironmentAndLeavesTheHandleZero) {
   asScript(get("a=1"), "", [] {
     TarnHandle handle = 0;
     TarnStatus status = TARN_OK;
@@ -829,7 +829,7 @@ TEST(TarnWithoutMemory, NewOfAGetFindsNoEnvironmentAndLeavesTheHandleAtZero) {
   });
 }
 
-TEST(TarnWithoutMemory, NewOfAPostParsesNothingAndLeavesTheHandleAtZero) {
+TEST(TarnWithoutMemory, NewOfAPostParsesNothingAndLeavesTheHandleZero) {
   asScript(post(kUrlEncoded, "a=1"), "a=1", [] {
     TarnHandle handle = 0;
     TarnStatus status = TARN_OUT_OF_MEMORY;
@@ -839,7 +839,7 @@ TEST(TarnWithoutMemory, NewOfAPostParsesNothingAndLeavesTheHandleAtZero) {
   });
 }
 
-TEST(TarnWithoutMemory, FieldsAreLostAndTheParseSucceeds) {
+TEST(TarnWithoutMemory, ParsingReturnsOkAndLosesTheFields) {
   asScriptOf("a=1", [](Request &request) {
     TarnStatus urlEncoded = TARN_OUT_OF_MEMORY;
     TarnStatus multipart = TARN_OUT_OF_MEMORY;
@@ -862,7 +862,7 @@ TEST(TarnWithoutMemory, FieldsAreLostAndTheParseSucceeds) {
   });
 }
 
-TEST(TarnWithoutMemory, EachAllocationFailingInTurnLeavesWhatCanBeLookedAtAndDeleted) {
+TEST(TarnWithoutMemory, EachAllocationFailingInTurnLeavesARequestThatCanBeReadAndDeleted) {
   Variables urlEncoded = get("a=1&b=%41&=&k=long+enough+for+a+block+of+its+own");
   urlEncoded["HTTP_COOKIE"] = "a=1; x; b=2";
   Variables multipart = get(field("a", "1") + file("f", "f+1.txt", "data") + field("", "2") + kEnd);

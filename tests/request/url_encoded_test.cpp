@@ -37,7 +37,7 @@ void expectQueries(const std::vector<Query> &cases) {
   });
 }
 
-TEST(UrlEncodedForm, GivesEntriesInTheOrderOfTheText) {
+TEST(UrlEncodedForm, KeepsEntriesInTheOrderOfTheText) {
   expectQueries({
       {"a=1&b=x+y&c=%41", {{"a", "1"}, {"b", "x y"}, {"c", "A"}}},
       {"b=1&a=2", {{"b", "1"}, {"a", "2"}}},
@@ -109,7 +109,7 @@ TEST(UrlEncodedForm, DecodesNamesAndValues) {
   });
 }
 
-TEST(UrlEncodedForm, EndsNamesAndValuesAtADecodedZeroByte) {
+TEST(UrlEncodedForm, TruncatesNamesAndValuesAtADecodedZeroByte) {
   expectQueries({
       {"k=%00z", {{"k", "", 0}}},
       {"k=ab%00z&l=1", {{"k", "ab", 2}, {"l", "1"}}},
@@ -118,7 +118,7 @@ TEST(UrlEncodedForm, EndsNamesAndValuesAtADecodedZeroByte) {
   });
 }
 
-TEST(UrlEncodedForm, TakesMissingHexadecimalDigitsAsZeroBytes) {
+TEST(UrlEncodedForm, ReadsMissingHexadecimalDigitsAsZeroBytes) {
   expectQueries({
       {"k=%", {{"k", "\xD0"}}},
       {"k=%&l=1", {{"k", "\xD0"}, {"l", "1"}}},
@@ -129,7 +129,7 @@ TEST(UrlEncodedForm, TakesMissingHexadecimalDigitsAsZeroBytes) {
   });
 }
 
-TEST(UrlEncodedForm, NeverTakesTheValueAsDigitsOfTheName) {
+TEST(UrlEncodedForm, NeverReadsTheValueAsDigitsOfTheName) {
   expectQueries({
       {"k%=v", {{"k\xD0", "v"}}},
       {"k%=41", {{"k\xD0", "41"}}},
@@ -138,7 +138,7 @@ TEST(UrlEncodedForm, NeverTakesTheValueAsDigitsOfTheName) {
   });
 }
 
-TEST(UrlEncodedForm, DecodesDigitsThatAreNone) {
+TEST(UrlEncodedForm, DecodesCharactersThatAreNotDigits) {
   expectQueries({
       {"k=%zz", {{"k", "S"}}},
       {"k=%%%", {{"k", "E"}}},
@@ -190,7 +190,7 @@ TEST(UrlEncodedForm, OfMillionsOfEmptyPiecesIsParsedWithoutDelay) {
   expectForm(post(kUrlEncoded, body), body, {{{"a", "1"}}, {}});
 }
 
-TEST(UrlEncodedForm, OfOneLongValueArrivesWhole) {
+TEST(UrlEncodedForm, OfOneLongValueIsReadInFull) {
   const std::string value(3000000, 'v');
   expectForm(post(kUrlEncoded, "k=" + value), "k=" + value, {{{"k", value}}, {}});
 }
@@ -206,7 +206,7 @@ TEST(TarnParsePair, AppendsOneEntryAndWritesAZeroByteOverTheEqualsSign) {
   });
 }
 
-TEST(TarnParsePair, TakesAmpersandsAsPartOfThePair) {
+TEST(TarnParsePair, TreatsAmpersandsAsPartOfThePair) {
   asScriptOf("", [](Request &request) {
     ExactBlock pair("a=1&b=2\0"s);
     Tarn_parsePair(&request.handle, pair.text());
@@ -214,7 +214,7 @@ TEST(TarnParsePair, TakesAmpersandsAsPartOfThePair) {
   });
 }
 
-TEST(TarnParsePair, MakesNothingOfATextWithoutAnEqualsSignAndLeavesIt) {
+TEST(TarnParsePair, IgnoresATextWithoutAnEqualsSignAndDoesNotChangeIt) {
   asScriptOf("", [](Request &request) {
     for (const std::string &text : {"flag\0"s, "\0"s, "%3D\0"s, "a&b\0"s}) {
       ExactBlock pair(text);
@@ -235,7 +235,7 @@ TEST(TarnParsePair, KeepsEmptySidesAsEmptyTexts) {
   });
 }
 
-TEST(TarnParsePair, NeverTakesTheValueAsDigitsOfTheName) {
+TEST(TarnParsePair, NeverReadsTheValueAsDigitsOfTheName) {
   asScriptOf("", [](Request &request) {
     ExactBlock pair("k%=41\0"s);
     Tarn_parsePair(&request.handle, pair.text());
@@ -244,7 +244,7 @@ TEST(TarnParsePair, NeverTakesTheValueAsDigitsOfTheName) {
   });
 }
 
-TEST(TarnParsePair, EndsAtTheZeroByteWithAPercentSignAtTheEnd) {
+TEST(TarnParsePair, StopsAtTheZeroByteAfterAPercentSign) {
   asScriptOf("", [](Request &request) {
     ExactBlock pair("k=%\0"s);
     Tarn_parsePair(&request.handle, pair.text());
@@ -252,7 +252,7 @@ TEST(TarnParsePair, EndsAtTheZeroByteWithAPercentSignAtTheEnd) {
   });
 }
 
-TEST(TarnParsePair, CutsTheTextAlsoWhenTheHandleIsNoRequest) {
+TEST(TarnParsePair, TruncatesTheTextEvenForAnotherType) {
   withEveryHandleBut(0, [](TarnHandle *handle) {
     ExactBlock pair("a=1=2\0"s);
     Tarn_parsePair(handle, pair.text());

@@ -64,7 +64,7 @@ struct Elements : Object {
 
 // ---- Cookies ------------------------------------------------------------------------------------
 
-TEST(CookieAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) {
+TEST(CookieAtEachFailure, InitReturnsOkAndKeepsTheTextsItCouldCopy) {
   forEachFailingAllocation([](FailingMemory &memory) {
     const Cookie whole("name");
     Cookie cookie("old");
@@ -76,7 +76,7 @@ TEST(CookieAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) {
   });
 }
 
-TEST(CookieAtEachFailure, ToStringGivesTheSharedEmptyTextOrKeepsNoCopy) {
+TEST(CookieAtEachFailure, ToStringReturnsTheSharedEmptyTextOrKeepsNoCopy) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Cookie cookie("name");
     const char *text = memory.call([&] { return HTTPCookie_toString(cookie); });
@@ -106,7 +106,7 @@ void expectCopied(FailingMemory &memory, TarnStatus status, const Object &list,
   EXPECT_TRUE(memory.failed() || list.picture() == copy.picture());
 }
 
-TEST(CookieListAtEachFailure, AddAndCloneReportItAndLeaveTheRestAsItWas) {
+TEST(CookieListAtEachFailure, AddAndCloneReportItAndKeepTheRest) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Cookie cookie("name");
     Cookies list;
@@ -126,7 +126,7 @@ TEST(CookieListAtEachFailure, AddAndCloneReportItAndLeaveTheRestAsItWas) {
   });
 }
 
-TEST(AttributeListAtEachFailure, AddAndCloneReportItAndLeaveTheRestAsItWas) {
+TEST(AttributeListAtEachFailure, AddAndCloneReportItAndKeepTheRest) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Attribute attribute("name");
     Attributes list;
@@ -144,7 +144,7 @@ TEST(AttributeListAtEachFailure, AddAndCloneReportItAndLeaveTheRestAsItWas) {
   });
 }
 
-TEST(ElementListAtEachFailure, AddAndCloneReportItAndLeaveTheRestAsItWas) {
+TEST(ElementListAtEachFailure, AddAndCloneReportItAndKeepTheRest) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Tree tree("name");
     Elements list;
@@ -163,7 +163,7 @@ TEST(ElementListAtEachFailure, AddAndCloneReportItAndLeaveTheRestAsItWas) {
 
 // ---- Headers ------------------------------------------------------------------------------------
 
-TEST(HeaderAtEachFailure, NewPlainHeaderIsTheWrongTypeWithoutANode) {
+TEST(HeaderAtEachFailure, NewPlainHeaderReturnsWrongTypeWhenTheNodeIsMissing) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object header(HTTPHeader_delete);
     const TarnStatus status = memory.call([&] { return HTTPPlainHeader_new(header); });
@@ -179,7 +179,7 @@ void expectCookies(FailingMemory &memory, TarnHandle cookies, const Cookies &sou
   EXPECT_GE(1, HTTPCookieList_getCount(&cookies));
 }
 
-TEST(HeaderAtEachFailure, CookiesThatCannotBeCopiedAreABadArgumentAndLeaveNone) {
+TEST(HeaderAtEachFailure, FailedCopyOfTheCookiesReturnsBadArgumentAndLeavesNone) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Cookies cookies("new");
     const std::string before = cookies.picture();
@@ -211,7 +211,7 @@ struct ResponseHeader : Object {
   }
 };
 
-TEST(ResponseHeaderAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) {
+TEST(ResponseHeaderAtEachFailure, InitReturnsOkAndKeepsTheTextsItCouldCopy) {
   forEachFailingAllocation([](FailingMemory &memory) {
     ResponseHeader header;
     HTTPResponseHeader_addHeader(header, "Old: line");
@@ -229,7 +229,7 @@ TEST(ResponseHeaderAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) 
   });
 }
 
-TEST(ResponseHeaderAtEachFailure, AddHeaderReportsAMissingPlaceButNotAMissingLine) {
+TEST(ResponseHeaderAtEachFailure, AddHeaderReportsAFailedListGrowthButNotAFailedLineCopy) {
   forEachFailingAllocation([](FailingMemory &memory) {
     ResponseHeader header;
     for (uint32_t i = 0; i < 11; ++i) {
@@ -275,7 +275,7 @@ TEST(ResponseHeaderAtEachFailure, AddCookieReportsItAndKeepsTheCookies) {
   });
 }
 
-TEST(PartHeaderAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) {
+TEST(PartHeaderAtEachFailure, InitReturnsOkAndKeepsTheTextsItCouldCopy) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object header(TARN_MULTIPART_HEADER_MAGIC);
     EXPECT_EQ(TARN_OK,
@@ -292,7 +292,7 @@ TEST(PartHeaderAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) {
 
 // ---- Attributes and elements --------------------------------------------------------------------
 
-TEST(AttributeAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) {
+TEST(AttributeAtEachFailure, InitReturnsOkAndKeepsTheTextsItCouldCopy) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Attribute attribute("old");
     EXPECT_EQ(TARN_OK, memory.call([&] { return HTMLAttribute_init(attribute, "new", "value"); }));
@@ -300,7 +300,7 @@ TEST(AttributeAtEachFailure, InitSucceedsWithTheTextsThatThereIsMemoryFor) {
   });
 }
 
-TEST(ElementAtEachFailure, CloneReportsItWithWhatCouldBeCopiedInTheDestination) {
+TEST(ElementAtEachFailure, CloneReportsItAndLeavesWhatCouldBeCopiedInTheDestination) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Tree tree("name");
     const std::string before = tree.picture();

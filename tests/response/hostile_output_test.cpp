@@ -27,7 +27,7 @@ const char *const kInjections[] = {
     "\xFF\x80\r\n",
 };
 
-TEST(HostileHeaderLine, WithLineEndsIsKeptAsTheOneTextThatItIs) {
+TEST(HostileHeaderLine, WithLineEndsIsStoredAsOneText) {
   Node header(TARN_RESPONSE_HEADER_MAGIC);
   for (const char *injection : kInjections) {
     GuardedText line(injection);
@@ -43,7 +43,7 @@ TEST(HostileHeaderLine, WithLineEndsIsKeptAsTheOneTextThatItIs) {
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_delete(header));
 }
 
-TEST(HostileHeaderLine, IsKeptLikeTheTextsAndTheContentTypeBesideIt) {
+TEST(HostileHeaderLine, WithLineEndsIsStoredUnchangedInEveryHeaderText) {
   for (const char *injection : kInjections) {
     GuardedText text(injection);
     Node response(TARN_RESPONSE_HEADER_MAGIC);
@@ -58,7 +58,7 @@ TEST(HostileHeaderLine, IsKeptLikeTheTextsAndTheContentTypeBesideIt) {
   }
 }
 
-TEST(HostileCookieValue, WithLineEndsIsKeptAndRenderedAsItIs) {
+TEST(HostileCookieValue, WithLineEndsIsStoredAndRenderedUnchanged) {
   for (const char *injection : kInjections) {
     GuardedText text(injection);
     Node cookie(TARN_COOKIE_MAGIC);
@@ -74,7 +74,7 @@ TEST(HostileCookieValue, WithLineEndsIsKeptAndRenderedAsItIs) {
   }
 }
 
-TEST(HostileMarkup, IsKeptAsItIsInAttributesAndElements) {
+TEST(HostileMarkup, IsStoredUnchangedInAttributesAndElements) {
   for (const char *injection : {"\"><script>alert(1)</script>", "' onload='x", "\r\n", "%s%n"}) {
     GuardedText text(injection);
     Node attribute(TARN_ATTRIBUTE_MAGIC);

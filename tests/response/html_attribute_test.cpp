@@ -38,7 +38,7 @@ void expectAttribute(TarnHandle *attribute, const char *name, const char *value)
 
 // ---- One attribute ------------------------------------------------------------------------------
 
-TEST(HTMLAttribute, IsBornWithoutNameAndValue) {
+TEST(HTMLAttribute, StartsWithoutANameOrAValue) {
   Attribute attribute;
   EXPECT_EQ(32001U, CGIgs_getMagic(attribute));
   expectAttribute(attribute, nullptr, nullptr);
@@ -58,7 +58,7 @@ TEST(HTMLAttribute, InitAgainReplacesNameAndValue) {
   expectAttribute(attribute, "id", "x");
 }
 
-TEST(HTMLAttribute, InitWithoutANameOrAValueEmptiesThatPlace) {
+TEST(HTMLAttribute, InitWithANullNameOrValueEmptiesThatSlot) {
   Attribute attribute("checked", "checked");
   EXPECT_EQ(TARN_OK, HTMLAttribute_init(attribute, "checked", nullptr));
   expectAttribute(attribute, "checked", nullptr);
@@ -68,25 +68,25 @@ TEST(HTMLAttribute, InitWithoutANameOrAValueEmptiesThatPlace) {
   expectAttribute(attribute, nullptr, nullptr);
 }
 
-TEST(HTMLAttribute, InitKeepsEmptyTextsApartFromMissingOnes) {
+TEST(HTMLAttribute, InitDistinguishesEmptyTextsFromMissingOnes) {
   Attribute attribute("", "");
   expectAttribute(attribute, "", "");
 }
 
-TEST(HTMLAttribute, InitChecksAndEscapesNothing) {
+TEST(HTMLAttribute, InitValidatesAndEscapesNothing) {
   const char *odd = "a b=\"c\" 'd' <e>&amp;/>\r\n\x7f\xff";
   Attribute attribute(odd, odd);
   expectAttribute(attribute, odd, odd);
 }
 
-TEST(HTMLAttribute, InitTakesTextsOfAnyLength) {
+TEST(HTMLAttribute, InitAcceptsTextsOfAnyLength) {
   const std::string name(100000, 'n');
   const std::string value(1 << 20, 'v');
   Attribute attribute(name.c_str(), value.c_str());
   expectAttribute(attribute, name.c_str(), value.c_str());
 }
 
-TEST(HTMLAttribute, InitLeavesTheRestOfTheNodeAsItIs) {
+TEST(HTMLAttribute, InitKeepsTheOtherSlotsOfTheNode) {
   Attribute attribute("a", "1");
   CGIgs_setString(attribute, 2, "kept", TARN_ATTRIBUTE_MAGIC);
   CGIgs_setInt(attribute, 0, 7, TARN_ATTRIBUTE_MAGIC);
@@ -95,7 +95,7 @@ TEST(HTMLAttribute, InitLeavesTheRestOfTheNodeAsItIs) {
   EXPECT_EQ(7U, CGIgs_getInt(attribute, 0, TARN_ATTRIBUTE_MAGIC));
 }
 
-TEST(HTMLAttribute, InitTakesTheAttributesOwnTextsInAnyPlace) {
+TEST(HTMLAttribute, InitAcceptsTheAttributesOwnTextsInAnyOrder) {
   Attribute attribute("data-id", "x-17");
   EXPECT_EQ(TARN_OK, HTMLAttribute_init(attribute, text(attribute, TARN_ATTRIBUTE_NAME),
                                         text(attribute, TARN_ATTRIBUTE_VALUE)));
@@ -108,7 +108,7 @@ TEST(HTMLAttribute, InitTakesTheAttributesOwnTextsInAnyPlace) {
   expectAttribute(attribute, "id", "17");
 }
 
-TEST(HTMLAttribute, InitOfNoAttributeIsWrongTypeWhateverTheArguments) {
+TEST(HTMLAttribute, InitOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLAttribute_init(stranger, "n", "v"));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLAttribute_init(stranger, nullptr, nullptr));
@@ -117,7 +117,7 @@ TEST(HTMLAttribute, InitOfNoAttributeIsWrongTypeWhateverTheArguments) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLAttribute_init(list, "n", "v"));
 }
 
-TEST(HTMLAttribute, ToHtmlIsNotYetImplementedForAnyHandle) {
+TEST(HTMLAttribute, ToHtmlReturnsNotYetImplementedForAnyHandle) {
   Attribute attribute("n", "v");
   const char *answer = HTMLAttribute_toHTML(attribute);
   EXPECT_STREQ("Not yet implemented.", answer);
@@ -127,7 +127,7 @@ TEST(HTMLAttribute, ToHtmlIsNotYetImplementedForAnyHandle) {
 
 // ---- Lists of attributes ------------------------------------------------------------------------
 
-TEST(HTMLAttributeList, CopiesHaveEverySlotOfTheAttribute) {
+TEST(HTMLAttributeList, CopiesEverySlotOfTheAttribute) {
   Attribute attribute("n", nullptr);
   CGIgs_setString(attribute, 7, "seven", TARN_ATTRIBUTE_MAGIC);
   CGIgs_setInt(attribute, 2, 7, TARN_ATTRIBUTE_MAGIC);
@@ -145,7 +145,7 @@ TEST(HTMLAttributeList, CopiesHaveEverySlotOfTheAttribute) {
   HTMLAttributeList_delete(&clone);
 }
 
-TEST(HTMLAttributeList, LentAttributeCanBeGivenOtherTextsInItsPlace) {
+TEST(HTMLAttributeList, BorrowedAttributeCanBeChangedInTheList) {
   AttributeList list;
   Attribute attribute("n", "v");
   ASSERT_EQ(TARN_OK, HTMLAttributeList_addAttribute(list, attribute));
@@ -158,7 +158,7 @@ TEST(HTMLAttributeList, LentAttributeCanBeGivenOtherTextsInItsPlace) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-TEST(HTMLAttributeWithoutMemory, InitSucceedsAndTheTextsAreMissing) {
+TEST(HTMLAttributeWithoutMemory, InitReturnsOkAndLeavesNoTexts) {
   Attribute attribute("n", "v");
   TarnStatus status = TARN_BAD_ARGUMENT;
   tarn_test::withoutMemory([&] { status = HTMLAttribute_init(attribute, "m", "w"); });

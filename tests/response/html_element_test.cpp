@@ -160,13 +160,13 @@ void addForeign(TarnHandle list, TarnHandle address) {
 
 // ---- One element --------------------------------------------------------------------------------
 
-TEST(HTMLElement, IsBornWithoutAnything) {
+TEST(HTMLElement, StartsEmpty) {
   Element element;
   EXPECT_EQ(58413U, CGIgs_getMagic(element));
   EXPECT_EQ("-", shown(element));
 }
 
-TEST(HTMLElement, ToHtmlIsNotYetImplementedForAnyHandleAndHasNoFullStop) {
+TEST(HTMLElement, ToHtmlReturnsNotYetImplementedWithoutAFullStopForAnyHandle) {
   Page page;
   const char *answer = HTMLElement_toHTML(page);
   EXPECT_STREQ("Not yet implemented", answer);
@@ -176,7 +176,7 @@ TEST(HTMLElement, ToHtmlIsNotYetImplementedForAnyHandleAndHasNoFullStop) {
 
 // ---- Comparing elements -------------------------------------------------------------------------
 
-TEST(HTMLElement, CompareOrdersByNameUpward) {
+TEST(HTMLElement, CompareOrdersByNameAscending) {
   Element a("a");
   Element b("b");
   Element longer("aa");
@@ -186,7 +186,7 @@ TEST(HTMLElement, CompareOrdersByNameUpward) {
   EXPECT_GT(HTMLElement_compare(b, longer), 0);
 }
 
-TEST(HTMLElement, CompareIsTheOtherWayRoundThanThatOfCookies) {
+TEST(HTMLElement, CompareHasTheOppositeSignOfCookieCompare) {
   Element a("a");
   Element b("b");
   Node cookieA(TARN_COOKIE_MAGIC);
@@ -197,7 +197,7 @@ TEST(HTMLElement, CompareIsTheOtherWayRoundThanThatOfCookies) {
   EXPECT_GT(HTTPCookie_compare(cookieA, cookieB), 0);
 }
 
-TEST(HTMLElement, CompareTellsTheCaseOfLettersAndTakesBytesAsUnsigned) {
+TEST(HTMLElement, CompareIsCaseSensitiveAndComparesUnsignedBytes) {
   Element upper("B");
   Element lower("a");
   Element high("\xff");
@@ -207,7 +207,7 @@ TEST(HTMLElement, CompareTellsTheCaseOfLettersAndTakesBytesAsUnsigned) {
   EXPECT_LT(HTMLElement_compare(lower, high), 0);
 }
 
-TEST(HTMLElement, CompareLooksAtTheNameAlone) {
+TEST(HTMLElement, CompareIgnoresEverythingExceptTheName) {
   Page page;
   Element bare("ul");
   EXPECT_EQ(0, HTMLElement_compare(page, bare));
@@ -215,7 +215,7 @@ TEST(HTMLElement, CompareLooksAtTheNameAlone) {
   EXPECT_EQ(0, HTMLElement_compare(page, page));
 }
 
-TEST(HTMLElement, CompareWithAHandleThatHoldsNoElementIsMinusOneOnEitherSide) {
+TEST(HTMLElement, CompareReturnsMinusOneWhenEitherHandleIsNotAnElement) {
   Element element("a");
   Attribute attribute("a");
   withEveryStranger([&](TarnHandle *stranger) {
@@ -227,7 +227,7 @@ TEST(HTMLElement, CompareWithAHandleThatHoldsNoElementIsMinusOneOnEitherSide) {
   EXPECT_EQ(-1, HTMLElement_compare(element, attribute));
 }
 
-TEST(HTMLElement, CompareOrdersAMissingNameBeforeAnyTextAndTwoAsEqual) {
+TEST(HTMLElement, CompareOrdersAMissingNameFirstAndTwoMissingNamesAsEqual) {
   Element nameless;
   Element another;
   Element empty("");
@@ -238,7 +238,7 @@ TEST(HTMLElement, CompareOrdersAMissingNameBeforeAnyTextAndTwoAsEqual) {
 
 // ---- Attributes of an element -------------------------------------------------------------------
 
-TEST(HTMLElement, FirstAttributeMakesTheListAndEveryOneIsCopied) {
+TEST(HTMLElement, FirstAttributeCreatesTheListAndEachIsCopied) {
   Element element("a");
   Attribute attribute("href", "/");
   EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
@@ -249,7 +249,7 @@ TEST(HTMLElement, FirstAttributeMakesTheListAndEveryOneIsCopied) {
   EXPECT_EQ("a[href=/ id=x]", shown(element));
 }
 
-TEST(HTMLElement, SameAttributeTwiceIsKeptTwice) {
+TEST(HTMLElement, SameAttributeAddedTwiceIsKeptTwice) {
   Element element("a");
   Attribute attribute("id", "x");
   EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
@@ -258,7 +258,7 @@ TEST(HTMLElement, SameAttributeTwiceIsKeptTwice) {
   EXPECT_NE(attributeOf(element, 0), attributeOf(element, 1));
 }
 
-TEST(HTMLElement, AddAttributeTakesOneOfItsOwn) {
+TEST(HTMLElement, AddAttributeAcceptsTheElementsOwnAttribute) {
   Element element("a");
   element.addAttribute("id", "x");
   for (int copies = 1; copies < 25; ++copies) {
@@ -269,7 +269,7 @@ TEST(HTMLElement, AddAttributeTakesOneOfItsOwn) {
   EXPECT_EQ("x", text(attributeOf(element, 24), 1));
 }
 
-TEST(HTMLElement, LentListsShowWhatIsAddedLater) {
+TEST(HTMLElement, BorrowedListsShowWhatIsAddedLater) {
   Element element("a");
   element.addAttribute("id", "x");
   element.add(Element("b"));
@@ -284,7 +284,7 @@ TEST(HTMLElement, LentListsShowWhatIsAddedLater) {
   EXPECT_EQ("a[id=x class=- lang=en]{b c d}", shown(element));
 }
 
-TEST(HTMLElement, AddAttributeToNoElementIsWrongTypeEvenWithoutAnAttribute) {
+TEST(HTMLElement, AddAttributeToAnotherTypeReturnsWrongTypeEvenWithoutAnAttribute) {
   Attribute attribute("id", "x");
   AttributeList list;
   withEveryStranger([&](TarnHandle *stranger) {
@@ -295,7 +295,7 @@ TEST(HTMLElement, AddAttributeToNoElementIsWrongTypeEvenWithoutAnAttribute) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(attribute, attribute));
 }
 
-TEST(HTMLElement, AddOfNoAttributeIsABadArgumentAndMakesNoList) {
+TEST(HTMLElement, AddAttributeOfAnotherTypeReturnsBadArgumentAndCreatesNoList) {
   Element element("a");
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addAttribute(element, stranger));
@@ -329,7 +329,7 @@ TEST(HTMLElement, SetAttributesReplacesTheOldOnes) {
   EXPECT_EQ("a[again=-]", shown(element));
 }
 
-TEST(HTMLElement, SetAttributesTakesTheListThatItLends) {
+TEST(HTMLElement, SetAttributesAcceptsTheElementsOwnList) {
   Element element("a");
   element.addAttribute("id", "x");
   element.addAttribute("class", "y");
@@ -338,7 +338,7 @@ TEST(HTMLElement, SetAttributesTakesTheListThatItLends) {
   EXPECT_EQ("a[id=x class=y]", shown(element));
 }
 
-TEST(HTMLElement, SetAttributesOfNoElementIsWrongTypeEvenWithoutAList) {
+TEST(HTMLElement, SetAttributesOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
   AttributeList list{"id"};
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(stranger, list));
@@ -347,7 +347,7 @@ TEST(HTMLElement, SetAttributesOfNoElementIsWrongTypeEvenWithoutAList) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(list, list));
 }
 
-TEST(HTMLElement, SetAttributesToNoListIsABadArgumentAndKeepsTheOldOnes) {
+TEST(HTMLElement, SetAttributesWithoutAListReturnsBadArgumentAndKeepsTheOldOnes) {
   Element element("a");
   Attribute attribute("id");
   element.addAttribute("old");
@@ -362,7 +362,7 @@ TEST(HTMLElement, SetAttributesToNoListIsABadArgumentAndKeepsTheOldOnes) {
   EXPECT_EQ("a[old=-]", shown(element));
 }
 
-TEST(HTMLElement, SetAttributesToAnEmptyElementListGivesNoAttributes) {
+TEST(HTMLElement, SetAttributesToAnEmptyElementListLeavesNoAttributes) {
   Element element("a");
   EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, ElementList()));
   EXPECT_EQ("a[]", shown(element));
@@ -370,7 +370,7 @@ TEST(HTMLElement, SetAttributesToAnEmptyElementListGivesNoAttributes) {
   EXPECT_EQ("a[id=x]", shown(element));
 }
 
-TEST(HTMLElement, SetAttributesToAListWithAnElementIsWrongTypeAndStoresNothing) {
+TEST(HTMLElement, SetAttributesToAListWithAnElementReturnsWrongTypeAndStoresNothing) {
   Element element("a");
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, ElementList{"b"}));
   EXPECT_EQ("a", shown(element));
@@ -378,7 +378,7 @@ TEST(HTMLElement, SetAttributesToAListWithAnElementIsWrongTypeAndStoresNothing) 
   EXPECT_EQ("a[id=x]", shown(element));
 }
 
-TEST(HTMLElement, SetAttributesThatFailsHasLostTheOldOnes) {
+TEST(HTMLElement, SetAttributesLosesTheOldOnesWhenItFails) {
   Element element("a");
   element.addAttribute("old");
   AttributeList mixed{"id"};
@@ -390,7 +390,7 @@ TEST(HTMLElement, SetAttributesThatFailsHasLostTheOldOnes) {
   EXPECT_EQ("a[new=-]", shown(element));
 }
 
-TEST(HTMLElement, SetAttributesFromItsOwnEmbeddedListIsWrongTypeAndKeepsTheChildren) {
+TEST(HTMLElement, SetAttributesToItsOwnChildListReturnsWrongTypeAndKeepsTheChildren) {
   Element element("a", {"b"});
   element.addAttribute("id");
   TarnHandle embedded = embeddedOf(element);
@@ -400,7 +400,7 @@ TEST(HTMLElement, SetAttributesFromItsOwnEmbeddedListIsWrongTypeAndKeepsTheChild
 
 // ---- Embedded elements --------------------------------------------------------------------------
 
-TEST(HTMLElement, FirstChildMakesTheListAndStandsAtItsBeginning) {
+TEST(HTMLElement, FirstChildCreatesTheListAndIsItsFirstElement) {
   Element element("p");
   Element child("b");
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, child));
@@ -409,12 +409,12 @@ TEST(HTMLElement, FirstChildMakesTheListAndStandsAtItsBeginning) {
   EXPECT_EQ("p{b}", shown(element));
 }
 
-TEST(HTMLElement, ChildrenStandInOrderOfAddingAndEqualNamesAreKept) {
+TEST(HTMLElement, ChildrenKeepTheOrderAddedIncludingEqualNames) {
   Element element("p", {"b", "a", "b"});
   EXPECT_EQ("p{b a b}", shown(element));
 }
 
-TEST(HTMLElement, ChildInTheTreeAndTheCallersChildGoTheirOwnWays) {
+TEST(HTMLElement, ChildInTheTreeIsIndependentOfTheCallersChild) {
   Element element("p");
   Page child;
   element.add(child);
@@ -438,7 +438,7 @@ TEST(HTMLElement, ChildInTheTreeAndTheCallersChildGoTheirOwnWays) {
   EXPECT_EQ("p{" + std::string(kPage) + " -}", shown(element));
 }
 
-TEST(HTMLElement, TreeIsBuiltFromTheTopThroughLentChildren) {
+TEST(HTMLElement, TreeCanBeBuiltFromTheTopThroughBorrowedChildren) {
   Element table("table", {"tr", "tr"});
   for (uint32_t row = 0; row < 2; ++row) {
     TarnHandle lent = childOf(table, row);
@@ -449,7 +449,7 @@ TEST(HTMLElement, TreeIsBuiltFromTheTopThroughLentChildren) {
 }
 
 // The list is there, and empty, by the time the element is copied into it.
-TEST(HTMLElement, AddedToItselfHoldsACopyOfWhatItWas) {
+TEST(HTMLElement, AddedToItselfIsCopiedAsItWas) {
   Element element("a");
   element.addAttribute("id", "x");
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, element));
@@ -458,7 +458,7 @@ TEST(HTMLElement, AddedToItselfHoldsACopyOfWhatItWas) {
   EXPECT_EQ("a[id=x]{a[id=x]{} a[id=x]{a[id=x]{}}}", shown(element));
 }
 
-TEST(HTMLElement, AddedToAListBelowItHoldsACopyOfWhatItWas) {
+TEST(HTMLElement, AddedToItsDescendantIsCopiedAsItWas) {
   Element element("a", {"b"});
   TarnHandle child = childOf(element, 0);
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(&child, element));
@@ -468,7 +468,7 @@ TEST(HTMLElement, AddedToAListBelowItHoldsACopyOfWhatItWas) {
   EXPECT_EQ("a{b{a{b{}}} a{b{a{b{}}}}}", shown(element));
 }
 
-TEST(HTMLElement, AddElementTakesAChildOfItsOwn) {
+TEST(HTMLElement, AddElementAcceptsTheElementsOwnChild) {
   Element element("a");
   element.add(Page());
   for (int copies = 1; copies < 25; ++copies) {
@@ -479,7 +479,7 @@ TEST(HTMLElement, AddElementTakesAChildOfItsOwn) {
   EXPECT_EQ(kPage, shown(childOf(element, 24)));
 }
 
-TEST(HTMLElement, AddElementToNoElementIsWrongTypeEvenWithoutAChild) {
+TEST(HTMLElement, AddElementToAnotherTypeReturnsWrongTypeEvenWithoutAChild) {
   Element element("a");
   ElementList list;
   withEveryStranger([&](TarnHandle *stranger) {
@@ -489,7 +489,7 @@ TEST(HTMLElement, AddElementToNoElementIsWrongTypeEvenWithoutAChild) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(list, element));
 }
 
-TEST(HTMLElement, AddOfNoElementIsABadArgumentAndMakesNoList) {
+TEST(HTMLElement, AddElementOfAnotherTypeReturnsBadArgumentAndCreatesNoList) {
   Element element("a");
   ElementList list;
   withEveryStranger([&](TarnHandle *stranger) {
@@ -500,7 +500,7 @@ TEST(HTMLElement, AddOfNoElementIsABadArgumentAndMakesNoList) {
   EXPECT_EQ("a", shown(element));
 }
 
-TEST(HTMLElement, AddElementThatCannotBeCopiedIsWrongTypeAndLeavesAnEmptyList) {
+TEST(HTMLElement, AddElementThatCannotBeCopiedReturnsWrongTypeAndLeavesAnEmptyList) {
   Attribute foreign("id");
   Element child("b", {"c"});
   addForeign(embeddedOf(child), foreign.value());
@@ -541,14 +541,14 @@ TEST(HTMLElement, SetEmbeddedReplacesTheOldElements) {
   EXPECT_EQ("p{again}", shown(element));
 }
 
-TEST(HTMLElement, SetEmbeddedTakesTheListThatItLends) {
+TEST(HTMLElement, SetEmbeddedAcceptsTheElementsOwnList) {
   Page page;
   TarnHandle lent = embeddedOf(page);
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(page, &lent));
   EXPECT_EQ(kPage, shown(page));
 }
 
-TEST(HTMLElement, SetEmbeddedTakesAListFromBelowAndFromAbove) {
+TEST(HTMLElement, SetEmbeddedAcceptsAListOfADescendantAndOfAnAncestor) {
   Element element("a");
   element.add(Element("b", {"c", "d"}));
   TarnHandle child = childOf(element, 0);
@@ -562,7 +562,7 @@ TEST(HTMLElement, SetEmbeddedTakesAListFromBelowAndFromAbove) {
   EXPECT_EQ("a{c d{c d}}", shown(element));
 }
 
-TEST(HTMLElement, SetEmbeddedOfNoElementIsWrongTypeEvenWithoutAList) {
+TEST(HTMLElement, SetEmbeddedOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
   ElementList list{"a"};
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(stranger, list));
@@ -571,7 +571,7 @@ TEST(HTMLElement, SetEmbeddedOfNoElementIsWrongTypeEvenWithoutAList) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(list, list));
 }
 
-TEST(HTMLElement, SetEmbeddedToNoListIsABadArgumentAndKeepsTheOldElements) {
+TEST(HTMLElement, SetEmbeddedWithoutAListReturnsBadArgumentAndKeepsTheOldElements) {
   Element element("p", {"old"});
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, stranger));
@@ -582,7 +582,7 @@ TEST(HTMLElement, SetEmbeddedToNoListIsABadArgumentAndKeepsTheOldElements) {
   EXPECT_EQ("p{old}", shown(element));
 }
 
-TEST(HTMLElement, SetEmbeddedToAnEmptyAttributeListGivesNoElements) {
+TEST(HTMLElement, SetEmbeddedToAnEmptyAttributeListLeavesNoElements) {
   Element element("p");
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, AttributeList()));
   EXPECT_EQ("p{}", shown(element));
@@ -590,7 +590,7 @@ TEST(HTMLElement, SetEmbeddedToAnEmptyAttributeListGivesNoElements) {
   EXPECT_EQ("p{b}", shown(element));
 }
 
-TEST(HTMLElement, SetEmbeddedToAListWithAnAttributeIsWrongTypeAndStoresNothing) {
+TEST(HTMLElement, SetEmbeddedToAListWithAnAttributeReturnsWrongTypeAndStoresNothing) {
   Element element("p");
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, AttributeList{"id"}));
   EXPECT_EQ("p", shown(element));
@@ -598,7 +598,7 @@ TEST(HTMLElement, SetEmbeddedToAListWithAnAttributeIsWrongTypeAndStoresNothing) 
   EXPECT_EQ("p{b}", shown(element));
 }
 
-TEST(HTMLElement, SetEmbeddedThatFailsHasLostTheOldElements) {
+TEST(HTMLElement, SetEmbeddedLosesTheOldElementsWhenItFails) {
   Element element("p", {"old"});
   element.addAttribute("id");
   ElementList mixed{"a"};
@@ -609,7 +609,7 @@ TEST(HTMLElement, SetEmbeddedThatFailsHasLostTheOldElements) {
   EXPECT_EQ("p[id=-]{new}", shown(element));
 }
 
-TEST(HTMLElement, SetEmbeddedToItsOwnListThatCannotBeCopiedLosesIt) {
+TEST(HTMLElement, SetEmbeddedToItsOwnListLosesItWhenItCannotBeCopied) {
   Attribute foreign("id");
   Element element("p", {"b"});
   TarnHandle lent = embeddedOf(element);
@@ -621,7 +621,7 @@ TEST(HTMLElement, SetEmbeddedToItsOwnListThatCannotBeCopiedLosesIt) {
 
 // ---- Copying an element -------------------------------------------------------------------------
 
-TEST(HTMLElement, CloneHasNameSecondTextNumberAttributesAndChildren) {
+TEST(HTMLElement, CloneCopiesNameSecondTextNumberAttributesAndChildren) {
   Page page;
   Destination copy;
   EXPECT_EQ(TARN_OK, HTMLElement_clone(page, copy));
@@ -634,7 +634,7 @@ TEST(HTMLElement, CloneHasNameSecondTextNumberAttributesAndChildren) {
   EXPECT_NE(childOf(page, 0), childOf(copy, 0));
 }
 
-TEST(HTMLElement, CloneOutlivesItsSourceAndTheSourceItsClone) {
+TEST(HTMLElement, CloneAndSourceCanBeDeletedInEitherOrder) {
   Page page;
   Destination copy;
   ASSERT_EQ(TARN_OK, HTMLElement_clone(page, copy));
@@ -647,7 +647,7 @@ TEST(HTMLElement, CloneOutlivesItsSourceAndTheSourceItsClone) {
   EXPECT_EQ(kPage, shown(copy));
 }
 
-TEST(HTMLElement, CloneAndSourceChangeApartAtEveryLevel) {
+TEST(HTMLElement, CloneAndSourceAreIndependentAtEveryLevel) {
   Page page;
   Destination copy;
   ASSERT_EQ(TARN_OK, HTMLElement_clone(page, copy));
@@ -661,7 +661,7 @@ TEST(HTMLElement, CloneAndSourceChangeApartAtEveryLevel) {
   EXPECT_EQ("ul\"menu\"#-7[class=y hidden=-]{li[id=1]{a} li{b c}}", shown(copy));
 }
 
-TEST(HTMLElement, CloneKeepsMissingAndEmptyTextsAndListsApart) {
+TEST(HTMLElement, CloneDistinguishesMissingFromEmptyTextsAndLists) {
   Element bare;
   Element empty("");
   CGIgs_setString(empty, TARN_ELEMENT_TEXT, "", TARN_ELEMENT_MAGIC);
@@ -676,7 +676,7 @@ TEST(HTMLElement, CloneKeepsMissingAndEmptyTextsAndListsApart) {
   }
 }
 
-TEST(HTMLElement, CloneAndAddedCopyLeaveEveryOtherSlotOut) {
+TEST(HTMLElement, CloneAndAddedCopyOmitEveryOtherSlot) {
   Element source("a");
   tarn_test::List list{1, 2, 3};
   for (uint32_t slot = 2; slot < 8; ++slot) {
@@ -707,7 +707,7 @@ TEST(HTMLElement, CloneAndAddedCopyLeaveEveryOtherSlotOut) {
   EXPECT_EQ(4711U, CGIgs_getFixed(source, TARN_ELEMENT_MAGIC));
 }
 
-TEST(HTMLElement, CloneLooksAtTheSourceFirstAndThenAtTheDestination) {
+TEST(HTMLElement, CloneChecksTheSourceThenTheDestination) {
   Page page;
   Element used("used");
   const TarnHandle before = used.value();
@@ -727,7 +727,7 @@ TEST(HTMLElement, CloneLooksAtTheSourceFirstAndThenAtTheDestination) {
   EXPECT_EQ(kPage, shown(page));
 }
 
-TEST(HTMLElement, CloneWithAForeignAttributeLeavesTheTextsAndTheNumberInTheDestination) {
+TEST(HTMLElement, CloneWithAForeignAttributeCopiesOnlyTheTextsAndTheNumber) {
   Element foreign("b");
   Page page;
   addForeign(attributesOf(page), foreign.value());
@@ -737,7 +737,7 @@ TEST(HTMLElement, CloneWithAForeignAttributeLeavesTheTextsAndTheNumberInTheDesti
   HTMLElement_delete(&copy);
 }
 
-TEST(HTMLElement, CloneWithAForeignChildAtAnyLevelLeavesAllButTheChildrenInTheDestination) {
+TEST(HTMLElement, CloneWithAForeignDescendantCopiesEverythingExceptTheChildren) {
   Attribute foreign("id");
   for (const bool deep : {false, true}) {
     for (const TarnHandle address : {foreign.value(), TarnHandle{0}}) {
@@ -754,7 +754,7 @@ TEST(HTMLElement, CloneWithAForeignChildAtAnyLevelLeavesAllButTheChildrenInTheDe
   }
 }
 
-TEST(HTMLElement, CloneWithAForeignAttributeFurtherDownLeavesAllButTheChildren) {
+TEST(HTMLElement, CloneWithAForeignAttributeOnADescendantCopiesEverythingExceptTheChildren) {
   Element foreign("b");
   Page page;
   TarnHandle item = childOf(page, 0);
@@ -767,7 +767,7 @@ TEST(HTMLElement, CloneWithAForeignAttributeFurtherDownLeavesAllButTheChildren) 
 
 // ---- Clearing and deleting ----------------------------------------------------------------------
 
-TEST(HTMLElement, ClearEmptiesTheElementAndKeepsItForMore) {
+TEST(HTMLElement, ClearEmptiesTheElementWhichCanBeUsedAgain) {
   Page page;
   const TarnHandle before = page.value();
   EXPECT_EQ(TARN_OK, HTMLElement_clear(page));
@@ -783,7 +783,7 @@ TEST(HTMLElement, ClearEmptiesTheElementAndKeepsItForMore) {
   EXPECT_EQ("p[id=x]{b}", shown(page));
 }
 
-TEST(HTMLElement, ClearEmptiesTheRestOfTheNodeUpToItsSecondText) {
+TEST(HTMLElement, ClearEmptiesTheOtherSlotsExceptStringsTwoToSeven) {
   Element element("a");
   CGIgs_setString(element, 2, "kept", TARN_ELEMENT_MAGIC);
   CGIgs_setInt(element, 2, 7, TARN_ELEMENT_MAGIC);
@@ -796,7 +796,7 @@ TEST(HTMLElement, ClearEmptiesTheRestOfTheNodeUpToItsSecondText) {
   EXPECT_EQ(0U, CGIgs_getStruct(element, 2, TARN_ELEMENT_MAGIC));
 }
 
-TEST(HTMLElement, ClearOfALentChildLeavesItInItsPlace) {
+TEST(HTMLElement, ClearOfABorrowedChildKeepsItInTheList) {
   Page page;
   TarnHandle item = childOf(page, 0);
   EXPECT_EQ(TARN_OK, HTMLElement_clear(&item));
@@ -813,7 +813,7 @@ TEST(HTMLElement, DeleteSetsTheHandleToZeroAndWorksOnce) {
   }
 }
 
-TEST(HTMLElement, ClearAndDeleteOfNoElementAreWrongType) {
+TEST(HTMLElement, ClearAndDeleteOfAnotherTypeReturnWrongType) {
   ElementList list{"a"};
   Attribute attribute("id");
   withEveryStranger([](TarnHandle *stranger) {
@@ -829,7 +829,7 @@ TEST(HTMLElement, ClearAndDeleteOfNoElementAreWrongType) {
   EXPECT_EQ("id", text(attribute.value(), TARN_ELEMENT_NAME));
 }
 
-TEST(HTMLElement, ClearAndDeleteLeaveForeignNodesInTheListsAlive) {
+TEST(HTMLElement, ClearAndDeleteDoNotReleaseForeignNodesInTheLists) {
   for (auto *release : {HTMLElement_clear, HTMLElement_delete}) {
     Page page;
     Attribute attribute("mine");
@@ -847,7 +847,7 @@ TEST(HTMLElement, ClearAndDeleteLeaveForeignNodesInTheListsAlive) {
 
 // ---- Something else in the place of a list ------------------------------------------------------
 
-TEST(HTMLElement, NodeInPlaceOfTheListsIsWrongTypeUntilItIsReplaced) {
+TEST(HTMLElement, NodeInPlaceOfAListReturnsWrongTypeUntilItIsReplaced) {
   for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES + 0U, TARN_ELEMENT_EMBEDDED + 0U}) {
     Element element("a");
     CGIgs_setStruct(element, slot, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
@@ -870,7 +870,7 @@ TEST(HTMLElement, NodeInPlaceOfTheListsIsWrongTypeUntilItIsReplaced) {
   }
 }
 
-TEST(HTMLElement, NodeInPlaceOfTheListsStaysWhenTheNewListCannotBeCopied) {
+TEST(HTMLElement, NodeInPlaceOfAListStaysWhenTheNewListCannotBeCopied) {
   Element element("a");
   for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES + 0U, TARN_ELEMENT_EMBEDDED + 0U}) {
     CGIgs_setStruct(element, slot, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
@@ -883,7 +883,7 @@ TEST(HTMLElement, NodeInPlaceOfTheListsStaysWhenTheNewListCannotBeCopied) {
   }
 }
 
-TEST(HTMLElement, ListParkedInPlaceOfTheAttributesIsWrongTypeUntilItIsReplaced) {
+TEST(HTMLElement, ListParkedInPlaceOfTheAttributesReturnsWrongTypeUntilItIsReplaced) {
   Element element("a", {"b"});
   tarn_test::List parked{1, 2, 3};
   ASSERT_EQ(TARN_OK, CGIgs_setList(element, 2, parked, TARN_ELEMENT_MAGIC));
@@ -897,7 +897,7 @@ TEST(HTMLElement, ListParkedInPlaceOfTheAttributesIsWrongTypeUntilItIsReplaced) 
   EXPECT_EQ("a[id=-]{b}", shown(element));
 }
 
-TEST(HTMLElement, ClearAndDeleteTakeSomethingElseInPlaceOfTheLists) {
+TEST(HTMLElement, ClearAndDeleteReleaseAnotherObjectInPlaceOfAList) {
   for (auto *release : {HTMLElement_clear, HTMLElement_delete}) {
     Element element("a");
     Element parked("b");
@@ -915,7 +915,7 @@ TEST(HTMLElement, ClearAndDeleteTakeSomethingElseInPlaceOfTheLists) {
 
 // ---- Lists of elements --------------------------------------------------------------------------
 
-TEST(HTMLElementList, CopiesHaveTheSubtreesAndNoOtherSlot) {
+TEST(HTMLElementList, CopiesIncludeTheSubtreesAndNoOtherSlot) {
   Page page;
   CGIgs_setString(page, 2, "left out", TARN_ELEMENT_MAGIC);
   ElementList list;
@@ -935,7 +935,7 @@ TEST(HTMLElementList, CopiesHaveTheSubtreesAndNoOtherSlot) {
   HTMLElementList_delete(&clone);
 }
 
-TEST(HTMLElementList, ElementThatCannotBeCopiedIsWrongTypeAndNotAdded) {
+TEST(HTMLElementList, ElementThatCannotBeCopiedReturnsWrongTypeAndIsNotAdded) {
   Attribute foreign("id");
   Element broken("b", {"c"});
   addForeign(embeddedOf(broken), foreign.value());
@@ -944,7 +944,7 @@ TEST(HTMLElementList, ElementThatCannotBeCopiedIsWrongTypeAndNotAdded) {
   EXPECT_EQ("a", listShown(list));
 }
 
-TEST(HTMLElementList, CloneWithAForeignNodeInASubtreeIsWrongTypeAndLeavesTheDestinationAlone) {
+TEST(HTMLElementList, CloneWithAForeignNodeInASubtreeReturnsWrongTypeAndKeepsTheDestination) {
   Attribute foreign("id");
   ElementList list{"a"};
   list.add(Element("b", {"c"}));
@@ -957,7 +957,7 @@ TEST(HTMLElementList, CloneWithAForeignNodeInASubtreeIsWrongTypeAndLeavesTheDest
   EXPECT_EQ(2, HTMLElementList_getCount(list));
 }
 
-TEST(HTMLElementList, ClearEndsTheListWhereAnAttributeListsClearKeepsIt) {
+TEST(HTMLElementList, ClearDeletesTheListUnlikeClearOfAnAttributeList) {
   ElementList cleared{"a"};
   EXPECT_EQ(TARN_OK, HTMLElementList_clear(cleared));
   EXPECT_EQ(0U, cleared.value());
@@ -1112,7 +1112,7 @@ void growBush(TarnHandle *element, int levels) {
   }
 }
 
-TEST(HTMLElementTree, BushIsCopiedWithEveryBranchInItsPlace) {
+TEST(HTMLElementTree, BranchingTreeIsCopiedInOrder) {
   Element root("root");
   growBush(root, 6);
   const std::string before = shown(root);
@@ -1126,7 +1126,7 @@ TEST(HTMLElementTree, BushIsCopiedWithEveryBranchInItsPlace) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-TEST(HTMLElementWithoutMemory, CloneOfTheElementItselfAnswersOkAndLeavesTheDestinationZero) {
+TEST(HTMLElementWithoutMemory, CloneWithoutANodeReturnsOkAndLeavesTheDestinationZero) {
   Page page;
   TarnHandle copy = 0;
   TarnStatus status = TARN_BAD_ARGUMENT;
@@ -1135,7 +1135,7 @@ TEST(HTMLElementWithoutMemory, CloneOfTheElementItselfAnswersOkAndLeavesTheDesti
   EXPECT_EQ(0U, copy);
 }
 
-TEST(HTMLElementWithoutMemory, CloneThatRunsOutHalfwayLeavesAllButTheChildrenInTheDestination) {
+TEST(HTMLElementWithoutMemory, CloneThatRunsOutHalfwayCopiesEverythingExceptTheChildren) {
   Page page;
   for (int i = 0; i < 1000; ++i) page.add(Element("li"));
   TarnHandle copy = 0;
@@ -1147,7 +1147,7 @@ TEST(HTMLElementWithoutMemory, CloneThatRunsOutHalfwayLeavesAllButTheChildrenInT
   HTMLElement_delete(&copy);
 }
 
-TEST(HTMLElementWithoutMemory, CloneOfATextTooLargeIsWithoutIt) {
+TEST(HTMLElementWithoutMemory, CloneOmitsATextThatIsTooLarge) {
   Page page;
   page.setName(std::string(tarn_test::kLittleMemory, 'x').c_str());
   TarnHandle copy = 0;
@@ -1159,7 +1159,7 @@ TEST(HTMLElementWithoutMemory, CloneOfATextTooLargeIsWithoutIt) {
   HTMLElement_delete(&copy);
 }
 
-TEST(HTMLElementWithoutMemory, FirstAttributeIsABadArgumentAndFirstChildAWrongType) {
+TEST(HTMLElementWithoutMemory, FirstAttributeReturnsBadArgumentAndFirstChildWrongType) {
   Element element("a");
   Attribute attribute("id");
   Element child("b");
@@ -1189,7 +1189,7 @@ TEST(HTMLElementWithoutMemory, LaterAttributeOrChildReportsItAndIsNotAdded) {
   EXPECT_EQ(kPage, shown(page));
 }
 
-TEST(HTMLElementWithoutMemory, SettingListsReportsItAndTheOldOnesAreLost) {
+TEST(HTMLElementWithoutMemory, SettingListsReportsItAndLosesTheOldOnes) {
   Page page;
   AttributeList attributes{"id"};
   ElementList embedded{"b"};
@@ -1221,7 +1221,7 @@ TEST(HTMLElementWithoutMemory, ReleasingTreesNeedsNone) {
   EXPECT_EQ(0U, list.value());
 }
 
-TEST(HTMLElement, AddingToAChildOfAnotherTypeIsTheWrongType) {
+TEST(HTMLElement, AddingToAForeignObjectInPlaceOfAListReturnsWrongType) {
   Element element("ul");
   const Element child("li");
   TarnHandle given = child.value();
@@ -1233,7 +1233,7 @@ TEST(HTMLElement, AddingToAChildOfAnotherTypeIsTheWrongType) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, &given));
 }
 
-TEST(HTMLElement, AddingASubtreeWithSomethingForeignInItIsTheWrongType) {
+TEST(HTMLElement, AddingASubtreeWithAForeignNodeReturnsWrongType) {
   Element element("ul");
   Element child("li", {"b"});
   addForeign(embeddedOf(child), 0);

@@ -61,7 +61,7 @@ void expectFullCookie(TarnHandle *cookie) {
 
 // ---- Filling a cookie ---------------------------------------------------------------------------
 
-TEST(HTTPCookie, IsBornEmptyForNoTimeAndNotSecure) {
+TEST(HTTPCookie, StartsEmptyWithMaxAgeZeroAndNotSecure) {
   Cookie cookie;
   EXPECT_EQ(30211U, CGIgs_getMagic(cookie));
   expectTexts(cookie, nullptr, nullptr, nullptr, nullptr, nullptr);
@@ -70,7 +70,7 @@ TEST(HTTPCookie, IsBornEmptyForNoTimeAndNotSecure) {
   EXPECT_EQ(0, HTTPCookie_isSecure(cookie));
 }
 
-TEST(HTTPCookie, InitKeepsCopiesAndPutsThePathAfterTheDomain) {
+TEST(HTTPCookie, InitStoresCopiesWithThePathAfterTheDomain) {
   char texts[5][8] = {"name", "value", "comment", "domain", "/path"};
   Cookie cookie;
   EXPECT_EQ(TARN_OK,
@@ -87,20 +87,20 @@ TEST(HTTPCookie, InitWithoutCommentDomainAndPathLeavesThemUnset) {
   expectTexts(cookie, "n", "v", nullptr, nullptr, nullptr);
 }
 
-TEST(HTTPCookie, InitKeepsEmptyTextsApartFromUnsetOnes) {
+TEST(HTTPCookie, InitDistinguishesEmptyTextsFromUnsetOnes) {
   Cookie cookie;
   EXPECT_EQ(TARN_OK, HTTPCookie_init(cookie, "", "", "", "", 0, "", 0));
   expectTexts(cookie, "", "", "", "", "");
 }
 
-TEST(HTTPCookie, InitChecksAndEscapesNothing) {
+TEST(HTTPCookie, InitValidatesAndEscapesNothing) {
   const char *odd = "a b;c=\"d\",\r\nSet-Cookie: x\x7f\xff";
   Cookie cookie;
   EXPECT_EQ(TARN_OK, HTTPCookie_init(cookie, odd, odd, odd, odd, 0, odd, 0));
   expectTexts(cookie, odd, odd, odd, odd, odd);
 }
 
-TEST(HTTPCookie, InitWithoutANameOrAValueIsABadArgumentAndLeavesTheCookieAsItIs) {
+TEST(HTTPCookie, InitWithoutANameOrAValueReturnsBadArgumentAndChangesNothing) {
   Cookie fresh;
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPCookie_init(fresh, "n", nullptr, "c", "d", 1, "p", 1));
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPCookie_init(fresh, nullptr, "v", "c", "d", 1, "p", 1));
@@ -114,7 +114,7 @@ TEST(HTTPCookie, InitWithoutANameOrAValueIsABadArgumentAndLeavesTheCookieAsItIs)
   expectFullCookie(full);
 }
 
-TEST(HTTPCookie, InitTestsNameAndValueBeforeTheType) {
+TEST(HTTPCookie, InitChecksNameAndValueBeforeTheType) {
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT,
               HTTPCookie_init(stranger, nullptr, "v", nullptr, nullptr, 0, nullptr, 0));
@@ -125,7 +125,7 @@ TEST(HTTPCookie, InitTestsNameAndValueBeforeTheType) {
   });
 }
 
-TEST(HTTPCookie, InitAgainEmptiesTheCookieFirstItsRenderedTextIncluded) {
+TEST(HTTPCookie, InitAgainEmptiesTheCookieIncludingItsRenderedText) {
   FullCookie cookie;
   OwnText rendered(HTTPCookie_toString(cookie));
   CGIgs_setString(cookie, 6, "six", TARN_COOKIE_MAGIC);
@@ -139,7 +139,7 @@ TEST(HTTPCookie, InitAgainEmptiesTheCookieFirstItsRenderedTextIncluded) {
   EXPECT_EQ(0U, CGIgs_getInt(cookie, 2, TARN_COOKIE_MAGIC));
 }
 
-TEST(HTTPCookie, ClearOfTheNodeLeavesCommentDomainPathAndRenderedTextBehind) {
+TEST(HTTPCookie, NodeClearKeepsCommentDomainPathAndRenderedText) {
   FullCookie cookie;
   OwnText rendered(HTTPCookie_toString(cookie));
   EXPECT_EQ(TARN_OK, CGIgs_clear(cookie, TARN_COOKIE_MAGIC));
@@ -149,7 +149,7 @@ TEST(HTTPCookie, ClearOfTheNodeLeavesCommentDomainPathAndRenderedTextBehind) {
   EXPECT_EQ(0, HTTPCookie_isSecure(cookie));
 }
 
-TEST(HTTPCookie, InitTakesTheCookiesOwnTextsInAnyPlace) {
+TEST(HTTPCookie, InitAcceptsTheCookiesOwnTextsInAnyOrder) {
   FullCookie cookie;
   EXPECT_EQ(TARN_OK,
             HTTPCookie_init(cookie, text(cookie, TARN_COOKIE_NAME), text(cookie, TARN_COOKIE_VALUE),
@@ -173,7 +173,7 @@ TEST(HTTPCookie, InitTakesTheCookiesOwnTextsInAnyPlace) {
 
 // ---- Max-age and secure flag --------------------------------------------------------------------
 
-TEST(HTTPCookie, MaxAgeIsKeptAsGivenWithin32Bits) {
+TEST(HTTPCookie, MaxAgeWithin32BitsIsStoredUnchanged) {
   Cookie cookie;
   for (int32_t seconds : {0, 1, -1, 3600, INT32_MAX, INT32_MIN}) {
     EXPECT_EQ(TARN_OK, HTTPCookie_setMaxAge(cookie, seconds));
@@ -199,7 +199,7 @@ TEST(HTTPCookie, WiderMaxAgeKeepsItsLow32BitsReadAsSigned) {
   }
 }
 
-TEST(HTTPCookie, SecureFlagIsKeptAsGivenAndNotMadeOne) {
+TEST(HTTPCookie, SecureFlagIsStoredUnchangedAndNotNormalised) {
   Cookie cookie;
   for (int secure : {5, 1, 0, -1, INT_MAX, INT_MIN}) {
     EXPECT_EQ(TARN_OK, HTTPCookie_setSecure(cookie, secure));
@@ -209,7 +209,7 @@ TEST(HTTPCookie, SecureFlagIsKeptAsGivenAndNotMadeOne) {
   }
 }
 
-TEST(HTTPCookie, SettersChangeTheirFieldAlone) {
+TEST(HTTPCookie, SettersChangeOnlyTheirOwnField) {
   FullCookie cookie;
   HTTPCookie_setMaxAge(cookie, -5);
   expectTexts(cookie, "name", "value", "comment", "domain", "/path");
@@ -218,7 +218,7 @@ TEST(HTTPCookie, SettersChangeTheirFieldAlone) {
   EXPECT_EQ(-5, HTTPCookie_getMaxAge(cookie));
 }
 
-TEST(HTTPCookie, MaxAgeAndSecureFlagOfNoCookieAreWrongTypeAndRead0) {
+TEST(HTTPCookie, MaxAgeAndSecureFlagOfAnotherTypeReturnWrongTypeAndRead0) {
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPCookie_setMaxAge(stranger, 1));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPCookie_setSecure(stranger, 1));
@@ -236,21 +236,21 @@ TEST(HTTPCookie, CompareIsPositiveWhenTheFirstNameSortsFirst) {
   EXPECT_LT(HTTPCookie_compare(b, a), 0);
 }
 
-TEST(HTTPCookie, CompareOfEqualNamesOrdersValuesTheSameWayRound) {
+TEST(HTTPCookie, CompareOfEqualNamesOrdersByValueWithTheSameSign) {
   Cookie a("id", "a");
   Cookie b("id", "b");
   EXPECT_GT(HTTPCookie_compare(a, b), 0);
   EXPECT_LT(HTTPCookie_compare(b, a), 0);
 }
 
-TEST(HTTPCookie, CompareLooksAtNameAndValueAlone) {
+TEST(HTTPCookie, CompareIgnoresEverythingExceptNameAndValue) {
   FullCookie full;
   Cookie bare("name", "value");
   EXPECT_EQ(0, HTTPCookie_compare(full, bare));
   EXPECT_EQ(0, HTTPCookie_compare(full, full));
 }
 
-TEST(HTTPCookie, CompareTellsTheCaseOfLettersAndTakesBytesAsUnsigned) {
+TEST(HTTPCookie, CompareIsCaseSensitiveAndComparesUnsignedBytes) {
   Cookie upper("ID", "x");
   Cookie lower("id", "x");
   Cookie high("\xff", "x");
@@ -261,7 +261,7 @@ TEST(HTTPCookie, CompareTellsTheCaseOfLettersAndTakesBytesAsUnsigned) {
   EXPECT_GT(HTTPCookie_compare(upperValue, lower), 0);
 }
 
-TEST(HTTPCookie, CompareWithAHandleThatHoldsNoCookieIsZeroAsForEqualOnes) {
+TEST(HTTPCookie, CompareReturnsZeroWhenEitherHandleIsNotACookie) {
   Cookie cookie("id", "x");
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(0, HTTPCookie_compare(cookie, stranger));
@@ -282,7 +282,7 @@ TEST(HTTPCookie, CompareOrdersAMissingNameOrValueBeforeAnyText) {
   EXPECT_LT(HTTPCookie_compare(empty, valueless), 0);
 }
 
-TEST(HTTPCookie, CompareTakesTwoMissingTextsForEqual) {
+TEST(HTTPCookie, CompareTreatsTwoMissingTextsAsEqual) {
   Cookie unset;
   Cookie another;
   EXPECT_EQ(0, HTTPCookie_compare(unset, another));
@@ -295,7 +295,7 @@ TEST(HTTPCookie, CompareTakesTwoMissingTextsForEqual) {
 
 // ---- The debugging text -------------------------------------------------------------------------
 
-TEST(HTTPCookie, ToStringNamesEveryFieldWithOneCommaAfterTheDomain) {
+TEST(HTTPCookie, ToStringPrintsEveryFieldAndOneCommaAfterTheDomain) {
   Cookie cookie;
   HTTPCookie_init(cookie, "id", "42", "c", "d", -1, "/", 1);
   OwnText text(HTTPCookie_toString(cookie));
@@ -344,7 +344,7 @@ TEST(HTTPCookie, ToStringPrintsMaxAgeAsSignedAndAnySecureFlagAsYes) {
   }
 }
 
-TEST(HTTPCookie, ToStringTakesTextsOfAnyLength) {
+TEST(HTTPCookie, ToStringAcceptsTextsOfAnyLength) {
   const std::string name(100000, 'n');
   const std::string value(200000, 'v');
   Cookie cookie(name.c_str(), value.c_str());
@@ -354,7 +354,7 @@ TEST(HTTPCookie, ToStringTakesTextsOfAnyLength) {
             text.get());
 }
 
-TEST(HTTPCookie, ToStringGivesTheCallerATextAndTheCookieACopy) {
+TEST(HTTPCookie, ToStringReturnsATextOwnedByTheCallerAndKeepsACopy) {
   FullCookie cookie;
   OwnText first(HTTPCookie_toString(cookie));
   EXPECT_STREQ(first.get(), text(cookie, TARN_COOKIE_RENDERED));
@@ -368,7 +368,7 @@ TEST(HTTPCookie, ToStringGivesTheCallerATextAndTheCookieACopy) {
   EXPECT_NE(second.get(), third.get());
 }
 
-TEST(HTTPCookie, RenderedTextIsRefreshedByTheNextToStringOnly) {
+TEST(HTTPCookie, RenderedTextIsUpdatedOnlyByToString) {
   FullCookie cookie;
   OwnText before(HTTPCookie_toString(cookie));
   HTTPCookie_setMaxAge(cookie, 7);
@@ -379,7 +379,7 @@ TEST(HTTPCookie, RenderedTextIsRefreshedByTheNextToStringOnly) {
   EXPECT_STREQ(after.get(), text(cookie, TARN_COOKIE_RENDERED));
 }
 
-TEST(HTTPCookie, ToStringPrintsARenderedTextThatWasMadeItsName) {
+TEST(HTTPCookie, ToStringAcceptsItsOwnRenderedTextAsTheName) {
   Cookie cookie("n", "v");
   OwnText first(HTTPCookie_toString(cookie));
   CGIgs_setString(cookie, TARN_COOKIE_NAME, text(cookie, TARN_COOKIE_RENDERED), TARN_COOKIE_MAGIC);
@@ -390,7 +390,7 @@ TEST(HTTPCookie, ToStringPrintsARenderedTextThatWasMadeItsName) {
             second.get());
 }
 
-TEST(HTTPCookie, ToStringOfNoCookieIsTheSharedEmptyText) {
+TEST(HTTPCookie, ToStringOfAnotherTypeReturnsTheSharedEmptyText) {
   withEveryStranger(
       [](TarnHandle *stranger) { EXPECT_EQ(CGIgs_empty_string, HTTPCookie_toString(stranger)); });
   EXPECT_STREQ("", CGIgs_empty_string);
@@ -398,7 +398,7 @@ TEST(HTTPCookie, ToStringOfNoCookieIsTheSharedEmptyText) {
 
 // ---- Lists of cookies ---------------------------------------------------------------------------
 
-TEST(HTTPCookieList, CopiesHaveEveryFieldAndTheRenderedText) {
+TEST(HTTPCookieList, CopiesEveryFieldAndTheRenderedText) {
   CookieList list;
   FullCookie cookie;
   OwnText rendered(HTTPCookie_toString(cookie));
@@ -416,7 +416,7 @@ TEST(HTTPCookieList, CopiesHaveEveryFieldAndTheRenderedText) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-TEST(HTTPCookieWithoutMemory, InitSucceedsAndTheTextsAreUnset) {
+TEST(HTTPCookieWithoutMemory, InitReturnsOkAndLeavesTheTextsUnset) {
   FullCookie cookie;
   TarnStatus status = TARN_BAD_ARGUMENT;
   tarn_test::withoutMemory(
@@ -427,7 +427,7 @@ TEST(HTTPCookieWithoutMemory, InitSucceedsAndTheTextsAreUnset) {
   EXPECT_EQ(5, HTTPCookie_isSecure(cookie));
 }
 
-TEST(HTTPCookieWithoutMemory, ToStringIsTheSharedEmptyTextAndTheRenderedOneIsGone) {
+TEST(HTTPCookieWithoutMemory, ToStringReturnsTheSharedEmptyTextAndLosesTheRenderedText) {
   FullCookie cookie;
   OwnText before(HTTPCookie_toString(cookie));
   const char *made = nullptr;

@@ -134,7 +134,7 @@ void expectPart(TarnHandle *part, const char *disposition, const char *name, con
 
 // ---- Content header -----------------------------------------------------------------------------
 
-TEST(HTTPHeader, IsBornEmpty) {
+TEST(HTTPHeader, StartsEmpty) {
   Header header;
   EXPECT_EQ(4979U, CGIgs_getMagic(header));
   EXPECT_EQ(nullptr, contentType(header));
@@ -154,7 +154,7 @@ TEST(HTTPHeader, InitKeepsCopiesOfContentTypeAndCookies) {
   EXPECT_EQ(75101U, CGIgs_getChildMagic(header, TARN_RESPONSE_HEADER_COOKIES, TARN_HEADER_MAGIC));
 }
 
-TEST(HTTPHeader, InitTakesAListWithoutCookies) {
+TEST(HTTPHeader, InitAcceptsAnEmptyCookieList) {
   Header header;
   CookieList empty;
   EXPECT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", empty));
@@ -172,7 +172,7 @@ TEST(HTTPHeader, InitAgainReplacesContentTypeAndCookies) {
   EXPECT_EQ(Texts{"c"}, cookieNames(header));
 }
 
-TEST(HTTPHeader, InitEmptiesTheRestOfTheNode) {
+TEST(HTTPHeader, InitEmptiesTheOtherSlotsOfTheNode) {
   Header header;
   CookieList cookies{"a"};
   CGIgs_setString(header, 1, "more", TARN_HEADER_MAGIC);
@@ -182,7 +182,7 @@ TEST(HTTPHeader, InitEmptiesTheRestOfTheNode) {
   EXPECT_EQ(0U, CGIgs_getInt(header, 0, TARN_HEADER_MAGIC));
 }
 
-TEST(HTTPHeader, InitWithoutACookieListStoresTheContentTypeAndIsABadArgument) {
+TEST(HTTPHeader, InitWithoutACookieListStoresTheContentTypeAndReturnsBadArgument) {
   Header header;
   CookieList cookies{"a"};
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/html", nullptr));
@@ -195,7 +195,7 @@ TEST(HTTPHeader, InitWithoutACookieListStoresTheContentTypeAndIsABadArgument) {
   EXPECT_EQ(0U, CGIgs_getChildMagic(header, TARN_RESPONSE_HEADER_COOKIES, TARN_HEADER_MAGIC));
 }
 
-TEST(HTTPHeader, InitWithAHandleThatHoldsNoCookieListChangesNothing) {
+TEST(HTTPHeader, InitWithAnotherTypeAsTheCookieListChangesNothing) {
   Header header;
   CookieList cookies{"a"};
   ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
@@ -218,7 +218,7 @@ TEST(HTTPHeader, InitWithoutAContentTypeChangesNothing) {
   EXPECT_EQ(Texts{"a"}, cookieNames(header));
 }
 
-TEST(HTTPHeader, InitOfNoHeaderIsWrongTypeWhateverTheArguments) {
+TEST(HTTPHeader, InitOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
   CookieList cookies{"a"};
   Response response;
   withEveryStranger([&](TarnHandle *stranger) {
@@ -228,7 +228,7 @@ TEST(HTTPHeader, InitOfNoHeaderIsWrongTypeWhateverTheArguments) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_init(response, "text/html", cookies));
 }
 
-TEST(HTTPHeader, InitTakesTheHeadersOwnContentTypeAndCookies) {
+TEST(HTTPHeader, InitAcceptsTheHeadersOwnContentTypeAndCookies) {
   Header header;
   CookieList cookies{"a", "b"};
   ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
@@ -238,7 +238,7 @@ TEST(HTTPHeader, InitTakesTheHeadersOwnContentTypeAndCookies) {
   EXPECT_EQ((Texts{"a", "b"}), cookieNames(header));
 }
 
-TEST(HTTPHeader, InitWithAListThatCannotBeCopiedStoresTheContentTypeAlone) {
+TEST(HTTPHeader, InitWithAListThatCannotBeCopiedStoresOnlyTheContentType) {
   Header header;
   CookieList cookies{"b"};
   SpoiltList spoilt;
@@ -248,7 +248,7 @@ TEST(HTTPHeader, InitWithAListThatCannotBeCopiedStoresTheContentTypeAlone) {
   EXPECT_EQ(0U, cookieList(header));
 }
 
-TEST(HTTPHeader, SetCookieListReplacesTheCookiesAlone) {
+TEST(HTTPHeader, SetCookieListReplacesOnlyTheCookies) {
   Header header;
   CookieList first{"a", "b"};
   CookieList second{"c"};
@@ -259,7 +259,7 @@ TEST(HTTPHeader, SetCookieListReplacesTheCookiesAlone) {
   EXPECT_EQ(2, HTTPCookieList_getCount(first));
 }
 
-TEST(HTTPHeader, CookiesOutliveTheCallersListAndDoNotFollowIt) {
+TEST(HTTPHeader, CookiesAreIndependentOfTheCallersList) {
   Header header;
   CookieList cookies{"a"};
   ASSERT_EQ(TARN_OK, HTTPHeader_setCookieList(header, cookies));
@@ -270,7 +270,7 @@ TEST(HTTPHeader, CookiesOutliveTheCallersListAndDoNotFollowIt) {
   EXPECT_EQ(75101U, CGIgs_getChildMagic(header, TARN_RESPONSE_HEADER_COOKIES, TARN_HEADER_MAGIC));
 }
 
-TEST(HTTPHeader, SetCookieListTakesTheHeadersOwnCookies) {
+TEST(HTTPHeader, SetCookieListAcceptsTheHeadersOwnCookies) {
   Header header;
   CookieList cookies{"a", "b"};
   ASSERT_EQ(TARN_OK, HTTPHeader_setCookieList(header, cookies));
@@ -279,7 +279,7 @@ TEST(HTTPHeader, SetCookieListTakesTheHeadersOwnCookies) {
   EXPECT_EQ((Texts{"a", "b"}), cookieNames(header));
 }
 
-TEST(HTTPHeader, SetCookieListOfNoListIsABadArgumentAndKeepsTheCookies) {
+TEST(HTTPHeader, SetCookieListWithoutAListReturnsBadArgumentAndKeepsTheCookies) {
   Header header;
   CookieList cookies{"a"};
   ASSERT_EQ(TARN_OK, HTTPHeader_setCookieList(header, cookies));
@@ -289,7 +289,7 @@ TEST(HTTPHeader, SetCookieListOfNoListIsABadArgumentAndKeepsTheCookies) {
   EXPECT_EQ(Texts{"a"}, cookieNames(header));
 }
 
-TEST(HTTPHeader, SetCookieListOfNoHeaderIsWrongTypeEvenWithoutAList) {
+TEST(HTTPHeader, SetCookieListOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
   CookieList cookies{"a"};
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_setCookieList(stranger, cookies));
@@ -297,7 +297,7 @@ TEST(HTTPHeader, SetCookieListOfNoHeaderIsWrongTypeEvenWithoutAList) {
   });
 }
 
-TEST(HTTPHeader, SetCookieListThatCannotBeCopiedIsABadArgumentAndLeavesNoCookies) {
+TEST(HTTPHeader, SetCookieListThatCannotBeCopiedReturnsBadArgumentAndLeavesNoCookies) {
   Header header;
   CookieList cookies{"b"};
   SpoiltList spoilt;
@@ -308,7 +308,7 @@ TEST(HTTPHeader, SetCookieListThatCannotBeCopiedIsABadArgumentAndLeavesNoCookies
   EXPECT_STREQ("text/html", contentType(header));
 }
 
-TEST(HTTPHeader, SetCookieListReplacesWhateverStoodInItsPlace) {
+TEST(HTTPHeader, SetCookieListReplacesAnyObjectInTheSlot) {
   CookieList cookies{"a"};
   Header withChild;
   ASSERT_EQ(TARN_OK, CGIgs_setStruct(withChild, TARN_RESPONSE_HEADER_COOKIES, Cookie("lost"),
@@ -324,7 +324,7 @@ TEST(HTTPHeader, SetCookieListReplacesWhateverStoodInItsPlace) {
   EXPECT_EQ(Texts{"a"}, cookieNames(withParkedList));
 }
 
-TEST(HTTPHeader, SetCookieListThatCannotBeCopiedKeepsAnotherNodeInItsPlace) {
+TEST(HTTPHeader, SetCookieListThatCannotBeCopiedKeepsAForeignNodeInTheSlot) {
   SpoiltList spoilt;
   Header header;
   Response response;
@@ -342,7 +342,7 @@ TEST(HTTPHeader, SetCookieListThatCannotBeCopiedKeepsAnotherNodeInItsPlace) {
   }
 }
 
-TEST(HTTPHeader, ClearEmptiesTheHeaderAndKeepsItForMore) {
+TEST(HTTPHeader, ClearEmptiesTheHeaderWhichCanBeUsedAgain) {
   Header header;
   CookieList cookies{"a", "b"};
   ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
@@ -368,7 +368,7 @@ TEST(HTTPHeader, DeleteSetsTheHandleToZeroAndWorksOnce) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_delete(header));
 }
 
-TEST(HTTPHeader, ClearAndDeleteOfNoHeaderAreWrongType) {
+TEST(HTTPHeader, ClearAndDeleteOfAnotherTypeReturnWrongType) {
   Response response;
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_clear(stranger));
@@ -379,7 +379,7 @@ TEST(HTTPHeader, ClearAndDeleteOfNoHeaderAreWrongType) {
   EXPECT_NE(0U, response.value());
 }
 
-TEST(HTTPPlainHeader, IsAContentHeaderForPlainTextWithoutCookies) {
+TEST(HTTPPlainHeader, IsAHeaderForPlainTextWithoutCookies) {
   TarnHandle header = 0;
   EXPECT_EQ(TARN_OK, HTTPPlainHeader_new(&header));
   EXPECT_EQ(4979U, CGIgs_getMagic(&header));
@@ -394,7 +394,7 @@ TEST(HTTPPlainHeader, IsAContentHeaderForPlainTextWithoutCookies) {
   EXPECT_EQ(0U, header);
 }
 
-TEST(HTTPPlainHeader, NewIntoAHandleInUseOrANullAddressIsABadArgument) {
+TEST(HTTPPlainHeader, NewRefusesAHandleInUseAndANullAddress) {
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPPlainHeader_new(nullptr));
   Header header;
   Cookie cookie("held");
@@ -410,7 +410,7 @@ TEST(HTTPPlainHeader, NewIntoAHandleInUseOrANullAddressIsABadArgument) {
 
 // ---- Response header ----------------------------------------------------------------------------
 
-TEST(HTTPResponseHeader, IsBornEmpty) {
+TEST(HTTPResponseHeader, StartsEmpty) {
   Response response;
   EXPECT_EQ(135456U, CGIgs_getMagic(response));
   expectResponse(response, nullptr, 0, nullptr, {}, {});
@@ -443,7 +443,7 @@ TEST(HTTPResponseHeader, InitAgainDropsLinesAndCookies) {
   EXPECT_EQ(0U, cookieList(response));
 }
 
-TEST(HTTPResponseHeader, InitEmptiesTheRestOfTheNode) {
+TEST(HTTPResponseHeader, InitEmptiesTheOtherSlotsOfTheNode) {
   Response response;
   CGIgs_setInt(response, 1, 7, TARN_RESPONSE_HEADER_MAGIC);
   CGIgs_setFixed(response, 7, TARN_RESPONSE_HEADER_MAGIC);
@@ -452,7 +452,7 @@ TEST(HTTPResponseHeader, InitEmptiesTheRestOfTheNode) {
   EXPECT_EQ(0U, CGIgs_getFixed(response, TARN_RESPONSE_HEADER_MAGIC));
 }
 
-TEST(HTTPResponseHeader, InitWithoutATextDoesNothingAndSaysItSucceeded) {
+TEST(HTTPResponseHeader, InitWithANullTextDoesNothingAndReturnsOk) {
   Response response(Response::kFull);
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, nullptr, 1, "x"));
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, "x", 1, nullptr));
@@ -460,7 +460,7 @@ TEST(HTTPResponseHeader, InitWithoutATextDoesNothingAndSaysItSucceeded) {
   expectFullResponse(response);
 }
 
-TEST(HTTPResponseHeader, InitOfNoResponseHeaderIsWrongTypeWhateverTheTexts) {
+TEST(HTTPResponseHeader, InitOnAnotherTypeReturnsWrongTypeWhateverTheTexts) {
   Header header;
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_init(stranger, "a", 1, "b"));
@@ -469,7 +469,7 @@ TEST(HTTPResponseHeader, InitOfNoResponseHeaderIsWrongTypeWhateverTheTexts) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_init(header, "a", 1, "b"));
 }
 
-TEST(HTTPResponseHeader, InitTakesTheHeadersOwnTextsAndLines) {
+TEST(HTTPResponseHeader, InitAcceptsTheHeadersOwnTextsAndLines) {
   Response response(Response::kFull);
   EXPECT_EQ(TARN_OK,
             HTTPResponseHeader_init(response, responseText(response, TARN_RESPONSE_HEADER_FIRST), 7,
@@ -486,7 +486,7 @@ TEST(HTTPResponseHeader, InitTakesTheHeadersOwnTextsAndLines) {
   expectResponse(response, "X-Two: 2", 7, "X-One: 1", {}, {});
 }
 
-TEST(HTTPResponseHeader, ClearEmptiesTheHeaderAndKeepsItForMore) {
+TEST(HTTPResponseHeader, ClearEmptiesTheHeaderWhichCanBeUsedAgain) {
   Response response(Response::kFull);
   const TarnHandle before = response.value();
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_clear(response));
@@ -501,7 +501,7 @@ TEST(HTTPResponseHeader, ClearEmptiesTheHeaderAndKeepsItForMore) {
   EXPECT_EQ(Texts{"X-Three: 3"}, lines(response));
 }
 
-TEST(HTTPResponseHeader, ClearPassesOverHolesAmongTheLines) {
+TEST(HTTPResponseHeader, ClearSkipsZerosAmongTheLines) {
   Response response;
   HTTPResponseHeader_addHeader(response, "X-One: 1");
   TarnHandle list = HTTPResponseHeader_getHeaderList(response);
@@ -519,7 +519,7 @@ TEST(HTTPResponseHeader, DeleteSetsTheHandleToZeroAndWorksOnce) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_delete(response));
 }
 
-TEST(HTTPResponseHeader, ClearAndDeleteOfNoResponseHeaderAreWrongType) {
+TEST(HTTPResponseHeader, ClearAndDeleteOfAnotherTypeReturnWrongType) {
   Header header;
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_clear(stranger));
@@ -530,7 +530,7 @@ TEST(HTTPResponseHeader, ClearAndDeleteOfNoResponseHeaderAreWrongType) {
   EXPECT_NE(0U, header.value());
 }
 
-TEST(HTTPResponseHeader, AddHeaderKeepsCopiesInOrderAndRepeatedLinesToo) {
+TEST(HTTPResponseHeader, AddHeaderStoresCopiesInOrderIncludingRepeatedLines) {
   char text[] = "X-One: 1";
   Response response;
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, text));
@@ -541,7 +541,7 @@ TEST(HTTPResponseHeader, AddHeaderKeepsCopiesInOrderAndRepeatedLinesToo) {
   EXPECT_NE(line(response, 0), line(response, 2));
 }
 
-TEST(HTTPResponseHeader, AddHeaderTakesAnyLineAsGiven) {
+TEST(HTTPResponseHeader, AddHeaderStoresAnyLineUnchanged) {
   Response response;
   for (const char *odd : {"", "no colon", "A: b\r\nInjected: c\r\n", " folded", "%s%n"}) {
     EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, odd));
@@ -549,7 +549,7 @@ TEST(HTTPResponseHeader, AddHeaderTakesAnyLineAsGiven) {
   EXPECT_EQ((Texts{"", "no colon", "A: b\r\nInjected: c\r\n", " folded", "%s%n"}), lines(response));
 }
 
-TEST(HTTPResponseHeader, AddHeaderTakesALineOfTheHeadersOwn) {
+TEST(HTTPResponseHeader, AddHeaderAcceptsTheHeadersOwnLine) {
   Response response;
   HTTPResponseHeader_addHeader(response, "X-One: 1");
   for (int copies = 1; copies < 25; ++copies) {
@@ -558,13 +558,13 @@ TEST(HTTPResponseHeader, AddHeaderTakesALineOfTheHeadersOwn) {
   EXPECT_EQ(Texts(25, "X-One: 1"), lines(response));
 }
 
-TEST(HTTPResponseHeader, AddHeaderWithoutALineIsABadArgument) {
+TEST(HTTPResponseHeader, AddHeaderWithoutALineReturnsBadArgument) {
   Response response;
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_addHeader(response, nullptr));
   EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(response));
 }
 
-TEST(HTTPResponseHeader, AddHeaderToNoResponseHeaderIsWrongTypeEvenWithoutALine) {
+TEST(HTTPResponseHeader, AddHeaderToAnotherTypeReturnsWrongTypeEvenWithoutALine) {
   Header header;
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addHeader(stranger, "X-One: 1"));
@@ -583,7 +583,7 @@ TEST(HTTPResponseHeader, HoldsThousandsOfLines) {
   EXPECT_EQ(expected, lines(response));
 }
 
-TEST(HTTPResponseHeader, GetHeaderListLendsTheGenericListItself) {
+TEST(HTTPResponseHeader, GetHeaderListReturnsTheListNotACopy) {
   Response response(Response::kFull);
   TarnHandle list = HTTPResponseHeader_getHeaderList(response);
   EXPECT_EQ(1U, TARNGenericList_IsA(&list));
@@ -593,7 +593,7 @@ TEST(HTTPResponseHeader, GetHeaderListLendsTheGenericListItself) {
   EXPECT_EQ(3U, TARNGenericList_getCount(&list));
 }
 
-TEST(HTTPResponseHeader, GetHeaderListOfNoResponseHeaderIsZero) {
+TEST(HTTPResponseHeader, GetHeaderListOfAnotherTypeReturnsZero) {
   Header header;
   tarn_test::List lent;
   CGIgs_setList(header, 0, lent, TARN_HEADER_MAGIC);
@@ -605,7 +605,7 @@ TEST(HTTPResponseHeader, GetHeaderListOfNoResponseHeaderIsZero) {
 
 // ---- Cookies of a response header ---------------------------------------------------------------
 
-TEST(HTTPResponseHeader, SetCookieListReplacesTheCookiesAlone) {
+TEST(HTTPResponseHeader, SetCookieListReplacesOnlyTheCookies) {
   Response response(Response::kFull);
   CookieList cookies{"c"};
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_setCookieList(response, cookies));
@@ -616,7 +616,7 @@ TEST(HTTPResponseHeader, SetCookieListReplacesTheCookiesAlone) {
                                         TARN_RESPONSE_HEADER_MAGIC));
 }
 
-TEST(HTTPResponseHeader, SetCookieListTakesAListWithoutCookies) {
+TEST(HTTPResponseHeader, SetCookieListAcceptsAnEmptyList) {
   Response response(Response::kFull);
   CookieList empty;
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_setCookieList(response, empty));
@@ -624,14 +624,14 @@ TEST(HTTPResponseHeader, SetCookieListTakesAListWithoutCookies) {
   EXPECT_EQ(Texts{}, cookieNames(response));
 }
 
-TEST(HTTPResponseHeader, SetCookieListTakesTheHeadersOwnCookies) {
+TEST(HTTPResponseHeader, SetCookieListAcceptsTheHeadersOwnCookies) {
   Response response(Response::kFull);
   TarnHandle own = cookieList(response);
   EXPECT_EQ(TARN_OK, HTTPResponseHeader_setCookieList(response, &own));
   expectFullResponse(response);
 }
 
-TEST(HTTPResponseHeader, SetCookieListOfNoListIsABadArgumentAndKeepsTheCookies) {
+TEST(HTTPResponseHeader, SetCookieListWithoutAListReturnsBadArgumentAndKeepsTheCookies) {
   Response response(Response::kFull);
   withEveryStranger([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_setCookieList(response, stranger));
@@ -639,7 +639,7 @@ TEST(HTTPResponseHeader, SetCookieListOfNoListIsABadArgumentAndKeepsTheCookies) 
   expectFullResponse(response);
 }
 
-TEST(HTTPResponseHeader, SetCookieListOfNoResponseHeaderIsWrongTypeEvenWithoutAList) {
+TEST(HTTPResponseHeader, SetCookieListOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
   Header header;
   CookieList cookies{"a"};
   withEveryStranger([&](TarnHandle *stranger) {
@@ -649,7 +649,7 @@ TEST(HTTPResponseHeader, SetCookieListOfNoResponseHeaderIsWrongTypeEvenWithoutAL
   EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(header, cookies));
 }
 
-TEST(HTTPResponseHeader, SetCookieListThatCannotBeCopiedSaysWhyAndLeavesNoCookies) {
+TEST(HTTPResponseHeader, SetCookieListThatCannotBeCopiedReturnsTheReasonAndLeavesNoCookies) {
   Response response(Response::kFull);
   SpoiltList spoilt;
   EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(response, spoilt));
@@ -693,7 +693,7 @@ TEST(HTTPResponseHeader, AddCookieKeepsTheFirstCookieOnceAListWasSet) {
   EXPECT_EQ(0, HTTPCookieList_getCount(empty));
 }
 
-TEST(HTTPResponseHeader, AddCookieTakesACookieOfTheHeadersOwn) {
+TEST(HTTPResponseHeader, AddCookieAcceptsTheHeadersOwnCookie) {
   Response response(Response::kFull);
   TarnHandle list = cookieList(response);
   TarnHandle own = HTTPCookieList_getByIndex(&list, 0);
@@ -701,7 +701,7 @@ TEST(HTTPResponseHeader, AddCookieTakesACookieOfTheHeadersOwn) {
   EXPECT_EQ((Texts{"a", "b", "a"}), cookieNames(response));
 }
 
-TEST(HTTPResponseHeader, AddCookieOfNoCookieIsABadArgumentAndMakesNoList) {
+TEST(HTTPResponseHeader, AddCookieOfAnotherTypeReturnsBadArgumentAndCreatesNoList) {
   Response response;
   CookieList cookies{"a"};
   withEveryStranger([&](TarnHandle *stranger) {
@@ -711,7 +711,7 @@ TEST(HTTPResponseHeader, AddCookieOfNoCookieIsABadArgumentAndMakesNoList) {
   EXPECT_EQ(0U, cookieList(response));
 }
 
-TEST(HTTPResponseHeader, AddCookieToNoResponseHeaderIsWrongTypeEvenWithoutACookie) {
+TEST(HTTPResponseHeader, AddCookieToAnotherTypeReturnsWrongTypeEvenWithoutACookie) {
   Header header;
   Cookie cookie("a");
   withEveryStranger([&](TarnHandle *stranger) {
@@ -723,7 +723,7 @@ TEST(HTTPResponseHeader, AddCookieToNoResponseHeaderIsWrongTypeEvenWithoutACooki
 
 // ---- Header of a part ---------------------------------------------------------------------------
 
-TEST(MultiPartHeader, IsBornEmpty) {
+TEST(MultiPartHeader, StartsEmpty) {
   Part part;
   EXPECT_EQ(19383U, CGIgs_getMagic(part));
   expectPart(part, nullptr, nullptr, nullptr, nullptr);
@@ -749,7 +749,7 @@ TEST(MultiPartHeader, InitEmptiesTheSlotOfEachNullText) {
   expectPart(part, nullptr, nullptr, nullptr, nullptr);
 }
 
-TEST(MultiPartHeader, InitLeavesTheRestOfTheNodeAlone) {
+TEST(MultiPartHeader, InitKeepsTheOtherSlotsOfTheNode) {
   Part part;
   CGIgs_setString(part, 4, "kept", TARN_MULTIPART_HEADER_MAGIC);
   CGIgs_setInt(part, 0, 7, TARN_MULTIPART_HEADER_MAGIC);
@@ -758,7 +758,7 @@ TEST(MultiPartHeader, InitLeavesTheRestOfTheNodeAlone) {
   EXPECT_EQ(7U, CGIgs_getInt(part, 0, TARN_MULTIPART_HEADER_MAGIC));
 }
 
-TEST(MultiPartHeader, InitTakesTheHeadersOwnTexts) {
+TEST(MultiPartHeader, InitAcceptsTheHeadersOwnTexts) {
   Part part;
   MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
   EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, partText(part, TARN_MULTIPART_HEADER_DISPOSITION),
@@ -768,7 +768,7 @@ TEST(MultiPartHeader, InitTakesTheHeadersOwnTexts) {
   expectPart(part, "form-data", "photo", "png", "image/png");
 }
 
-TEST(MultiPartHeader, InitTakesTheHeadersOwnTextsInOtherPlaces) {
+TEST(MultiPartHeader, InitAcceptsTheHeadersOwnTextsInAnyOrder) {
   Part part;
   MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
   EXPECT_EQ(TARN_OK, MultiPartHeader_init(part, partText(part, TARN_MULTIPART_HEADER_CONTENT_TYPE),
@@ -778,7 +778,7 @@ TEST(MultiPartHeader, InitTakesTheHeadersOwnTextsInOtherPlaces) {
   expectPart(part, "image/png", "form-data", "photo", "cat.png");
 }
 
-TEST(MultiPartHeader, InitOfNoPartHeaderIsWrongType) {
+TEST(MultiPartHeader, InitOnAnotherTypeReturnsWrongType) {
   Header header;
   withEveryStranger([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, MultiPartHeader_init(stranger, "a", "b", "c", "d"));
@@ -790,7 +790,7 @@ TEST(MultiPartHeader, InitOfNoPartHeaderIsWrongType) {
 
 // ---- Renderings ---------------------------------------------------------------------------------
 
-TEST(HTTPHeader, RenderingsAreFixedTextsThatDifferInWording) {
+TEST(HTTPHeader, RenderingsAreFixedTextsWithDifferentWordings) {
   Header header;
   EXPECT_STREQ("Not yet implemented", HTTPContentHeader_toString(header));
   EXPECT_STREQ("Not implemented.", HTTPRedirectHeader_toHTML(header));
@@ -798,7 +798,7 @@ TEST(HTTPHeader, RenderingsAreFixedTextsThatDifferInWording) {
   EXPECT_STREQ("Not yet implemented", HTTPStatusHeader_toHTML(header));
 }
 
-TEST(HTTPHeader, RenderingsHaveOneAddressForEveryHandle) {
+TEST(HTTPHeader, RenderingsReturnTheSameAddressForEveryHandle) {
   for (auto *render : {HTTPContentHeader_toString, HTTPRedirectHeader_toHTML,
                        HTTPResponseHeader_toHTML, HTTPStatusHeader_toHTML}) {
     Response response(Response::kFull);
@@ -810,7 +810,7 @@ TEST(HTTPHeader, RenderingsHaveOneAddressForEveryHandle) {
 
 // ---- Without memory -----------------------------------------------------------------------------
 
-TEST(HTTPHeaderWithoutMemory, NewPlainHeaderIsWrongTypeAndTheHandleStaysEmpty) {
+TEST(HTTPHeaderWithoutMemory, NewPlainHeaderReturnsWrongTypeAndLeavesTheHandleZero) {
   TarnHandle header = 0;
   TarnStatus status = TARN_OK;
   tarn_test::withoutMemory([&] { status = HTTPPlainHeader_new(&header); });
@@ -835,7 +835,7 @@ TEST(HTTPHeaderWithoutMemory, CookieListThatCannotBeCopiedLeavesNoCookies) {
   EXPECT_EQ(0U, cookieList(response));
 }
 
-TEST(HTTPHeaderWithoutMemory, AddHeaderSucceedsWithAHoleInPlaceOfTheLine) {
+TEST(HTTPHeaderWithoutMemory, AddHeaderReturnsOkAndStoresZeroForTheLine) {
   Response response;
   HTTPResponseHeader_addHeader(response, "X-One: 1");
   TarnStatus status = TARN_BAD_ARGUMENT;
@@ -863,7 +863,7 @@ TEST(HTTPHeaderWithoutMemory, AddCookieReportsItAndKeepsTheCookies) {
   expectFullResponse(response);
 }
 
-TEST(HTTPHeaderWithoutMemory, FirstCookieOfAHeaderWithoutAListIsWrongType) {
+TEST(HTTPHeaderWithoutMemory, FirstCookieOfAHeaderWithoutAListReturnsWrongType) {
   Response response;
   Cookie cookie("c");
   TarnStatus status = TARN_OK;
@@ -872,7 +872,7 @@ TEST(HTTPHeaderWithoutMemory, FirstCookieOfAHeaderWithoutAListIsWrongType) {
   EXPECT_EQ(0U, cookieList(response));
 }
 
-TEST(HTTPHeaderWithoutMemory, InitOfAPartHeaderSucceedsAndItsTextsAreUnset) {
+TEST(HTTPHeaderWithoutMemory, InitOfAPartHeaderReturnsOkAndLeavesItsTextsUnset) {
   Part part;
   MultiPartHeader_init(part, "form-data", "photo", "cat.png", "image/png");
   TarnStatus status = TARN_BAD_ARGUMENT;
@@ -881,7 +881,7 @@ TEST(HTTPHeaderWithoutMemory, InitOfAPartHeaderSucceedsAndItsTextsAreUnset) {
   expectPart(part, nullptr, nullptr, nullptr, nullptr);
 }
 
-TEST(HTTPHeaderWithoutMemory, InitOfAResponseHeaderSucceedsAndItsTextsAreUnset) {
+TEST(HTTPHeaderWithoutMemory, InitOfAResponseHeaderReturnsOkAndLeavesItsTextsUnset) {
   Response response(Response::kFull);
   TarnStatus status = TARN_BAD_ARGUMENT;
   tarn_test::withoutMemory([&] { status = HTTPResponseHeader_init(response, "a", 5, "b"); });
@@ -889,7 +889,7 @@ TEST(HTTPHeaderWithoutMemory, InitOfAResponseHeaderSucceedsAndItsTextsAreUnset) 
   expectResponse(response, nullptr, 5, nullptr, {}, {});
 }
 
-TEST(HTTPResponseHeader, AddingACookieToAChildOfAnotherTypeIsTheWrongType) {
+TEST(HTTPResponseHeader, AddingACookieToAForeignChildReturnsWrongType) {
   Response response;
   Cookie cookie("a");
   ASSERT_EQ(TARN_OK, CGIgs_setStruct(response, TARN_RESPONSE_HEADER_COOKIES, cookie,

@@ -2,15 +2,13 @@
 
 import os
 import subprocess
-import sys
 import tempfile
 import textwrap
 import unittest
 from pathlib import Path
 from typing import NamedTuple
 
-sys.path.insert(0, str(Path(__file__).parent.parent / "e2e"))
-from server import Server  # noqa: E402
+from servers import Lighttpd
 
 TOOLS = Path(os.environ["TOOLS"])
 
@@ -66,9 +64,7 @@ class ToolTest(unittest.TestCase):
 
     @classmethod
     def serve(cls, **scripts):
-        server = Server({name: str(path) for name, path in scripts.items()})
-        cls.server = server.__enter__()
-        cls.addClassCleanup(server.__exit__)
+        cls.server = cls.enterClassContext(Lighttpd(scripts))
 
     @classmethod
     def file(cls, name, content):

@@ -1,0 +1,18 @@
+"""The web servers that tests, benchmarks and the demonstration run scripts under.
+
+A server is its configuration, NAME.conf or NAME.sh in this folder, and a class that starts it. The
+guide "Deploying a script" prints the same configurations.
+"""
+
+from servers.apache import Apache
+from servers.busybox import Busybox
+from servers.lighttpd import Lighttpd
+from servers.nginx import Nginx
+from servers.server import Server
+
+SERVERS: dict[str, type[Server]] = {
+    "lighttpd": Lighttpd,
+    "apache": Apache,
+    "nginx": Nginx,
+    "busybox": Busybox,
+}

@@ -1,0 +1,13 @@
+"""busybox httpd, which has no configuration: scripts get the environment that it is started with."""
+
+from servers.server import ServerOfOrdinaryUser
+
+
+class Busybox(ServerOfOrdinaryUser):
+    """It does not set SERVER_PORT."""
+
+    NAME = "busybox"
+    SETTING = '{}="{}" \\'
+
+    def script_port(self) -> int:
+        return 0

@@ -1,0 +1,74 @@
+"""Requests by curl, and what was sent and received."""
+
+import os
+import re
+import subprocess
+import tempfile
+from pathlib import Path
+from typing import NamedTuple
+
+
+class Sent(NamedTuple):
+    """A request as it left curl."""
+
+    method: str
+    target: str
+    headers: dict[str, str]  # names in lower case
+    body: bytes
+
+
+class Answer(NamedTuple):
+    """What a server answered to a request; header names in lower case."""
+
+    sent: Sent
+    status: int
+    headers: list[tuple[str, str]]
+    body: bytes
+
+    def header(self, name: str) -> str:
+        """The value of the only header of this name."""
+        values = [value for key, value in self.headers if key == name]
+        assert len(values) == 1, f"{len(values)} headers {name}"
+        return values[0]
+
+
+def fetch(address: str, *arguments: str, folder: str) -> Answer:
+    """Runs curl on an address, with its files in a temporary folder below this one."""
+    with tempfile.TemporaryDirectory(dir=folder) as files:
+        trace, head, body = (Path(files, name) for name in ("trace", "head", "body"))
+        command: list[str | Path] = [os.environ["CURL"], "-q", "-sSg", "--noproxy", "*"]
+        command += ["--max-time", "100", "--trace", trace, "-D", head, "-o", body, *arguments]
+        subprocess.run([*command, address], check=True, stdin=subprocess.DEVNULL)
+        status, headers = last_head(head.read_bytes())
+        # curl makes no file for an empty body.
+        received = body.read_bytes() if body.exists() else b""
+        return Answer(sent_request(trace.read_bytes()), status, headers, received)
+
+
+def sent_request(trace: bytes) -> Sent:
+    """The request in curl's hexadecimal trace."""
+    parts: dict[bytes, list[bytes]] = {b"header": [], b"data": []}
+    part = None
+    for line in trace.splitlines():
+        if line.startswith((b"=> ", b"<= ", b"== ")):
+            found = re.match(b"=> Send (header|data), ", line)
+            part = parts[found[1]] if found else None
+        elif part is not None:
+            part.append(bytes.fromhex(line[line.index(b": ") + 2 :][:48].decode()))
+    head = b"".join(parts[b"header"]).decode("latin-1")
+    request, *lines = head.removesuffix("\r\n\r\n").split("\r\n")
+    method, target, _ = request.split(" ")
+    headers = {}
+    for header in lines:
+        name, value = header.split(": ", 1)
+        headers[name.lower()] = value
+    return Sent(method, target, headers, b"".join(parts[b"data"]))
+
+
+def last_head(heads: bytes) -> tuple[int, list[tuple[str, str]]]:
+    """The status and headers of the last answer; a "100 Continue" may come before it."""
+    # busybox httpd leaves a script's line ends as they are.
+    text = heads.decode("latin-1").replace("\r\n", "\n")
+    status, *lines = text.removesuffix("\n\n").split("\n\n")[-1].split("\n")
+    pairs = (line.split(":", 1) for line in lines)
+    return int(status.split(" ")[1]), [(name.lower(), value.strip()) for name, value in pairs]

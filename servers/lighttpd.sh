@@ -1,0 +1,1 @@
+exec /usr/sbin/lighttpd -D -f lighttpd.conf

@@ -1,0 +1,246 @@
+"""What all servers share: a temporary folder with their configuration, scripts in it, a start and a
+stop, and curl to send requests."""
+
+import glob
+import os
+import random
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+from collections.abc import Callable, Mapping
+from pathlib import Path
+from types import TracebackType
+from typing import Self
+
+from servers.curl import Answer, fetch
+
+CONFIGURATIONS = Path(__file__).resolve().parent
+# What the configurations say; a server under test gets its own port and variables instead.
+PORT = "8080"
+VARIABLE = re.compile(".*HELLO_DATA.*\n")
+
+# setpriv stops the server when the tests are killed. The shell knows its process id, which lighttpd
+# expects in LISTEN_PID.
+START = 'cd "$0"; LISTEN_FDS=1 LISTEN_PID=$$ exec setpriv --pdeathsig TERM "$@"'
+
+# How often to look for something that has to happen, every 10 ms. The limit is high, because no test
+# may fail on a busy machine.
+MANY_TIMES = 10000
+
+
+def wait_until(happened: Callable[[], bool], failure: str) -> None:
+    """Returns when something has happened; fails with this text when it does not."""
+    for _ in range(MANY_TIMES):
+        if happened():
+            return
+        time.sleep(0.01)
+    raise AssertionError(failure)
+
+
+def free_port() -> int:
+    """A port that nobody uses, and that no client is given while the server starts."""
+    while True:
+        port = random.randrange(10000, 30000)
+        try:
+            socket.create_server(("127.0.0.1", port)).close()
+            return port
+        except OSError:
+            pass
+
+
+def as_ordinary_user(folder: str) -> list[str]:
+    """Options for setpriv that start a server as an ordinary user, who then owns the folder."""
+    if os.getuid() != 0:
+        return []
+    subprocess.run(["chown", "-R", "www-data:www-data", folder], check=True)
+    return ["--reuid=www-data", "--regid=www-data", "--clear-groups"]
+
+
+def read(path: str | os.PathLike[str]) -> bytes:
+    """A file's bytes; none if there is no file."""
+    try:
+        return Path(path).read_bytes()
+    except FileNotFoundError:
+        return b""
+
+
+class Server:
+    """A web server in a temporary folder, for a with statement.
+
+    `scripts` are their paths by the name in the address, `variables` what scripts find in their
+    environment: paths in the server's folder. `options` are more lines for its configuration.
+    """
+
+    NAME = ""
+    SETTING = ""  # how its configuration sets a variable
+    ADDITION = ""  # more lines for its configuration
+    LOG = "scripts.log"  # what scripts write to standard error
+
+    def __init__(
+        self,
+        scripts: Mapping[str, str | os.PathLike[str]],
+        variables: Mapping[str, str] | None = None,
+        options: str = "",
+        port: int = 0,
+    ) -> None:
+        self.scripts = scripts
+        self.variables = variables or {}
+        self.options = options
+        self.port = port
+        self.pid = 0
+        self.folder = ""
+
+    def __enter__(self) -> Self:
+        self.folder = tempfile.mkdtemp(prefix="tarn-e2e-")
+        try:
+            self._start()
+        except BaseException:
+            self.__exit__(None, None, None)
+            raise
+        return self
+
+    def __exit__(
+        self,
+        kind: type[BaseException] | None,
+        error: BaseException | None,
+        trace: TracebackType | None,
+    ) -> None:
+        try:
+            if self.pid:
+                self._stop()
+        finally:
+            shutil.rmtree(self.folder)
+
+    def path(self, name: str) -> str:
+        """The path of a file in the server's folder."""
+        return os.path.join(self.folder, name)
+
+    def make_folder(self, name: str) -> str:
+        """Makes a folder that scripts can write to, whichever user the server runs them as."""
+        os.makedirs(self.path(name))
+        os.chmod(self.path(name), 0o777)
+        return self.path(name)
+
+    def address(self) -> str:
+        """The address of the folder of scripts."""
+        return f"http://127.0.0.1:{self.port}/cgi-bin"
+
+    def script_port(self) -> int:
+        """SERVER_PORT as a script sees it."""
+        return self.port
+
+    def curl(self, target: str, *arguments: str) -> Answer:
+        """Sends a request for a script; returns what was sent and what came back."""
+        return fetch(self.address() + target, *arguments, folder=self.folder)
+
+    def log(self) -> str:
+        """What the scripts wrote to standard error."""
+        return self._read_log(self.LOG)
+
+    def wait_for_scripts(self) -> None:
+        """Waits until no script runs any more."""
+        wait_until(lambda: not self._is_running_a_script(), "a script did not end")
+
+    # ---- For each kind of server -----------------------------------------------------------------
+
+    def _start(self) -> None:
+        """Configures the server and starts it on `self.port`, or on a free port if that is 0."""
+        raise NotImplementedError
+
+    def configuration(self, name: str) -> str:
+        """The text of one of its files in this folder."""
+        return (CONFIGURATIONS / name).read_text(encoding="utf-8")
+
+    def _configure(self) -> None:
+        """Writes its configuration, for this port and these variables."""
+        os.makedirs(self.path("www/cgi-bin"), exist_ok=True)
+        settings = "".join(
+            "    " + self.SETTING.format(name, self.path(value)) + "\n"
+            for name, value in self.variables.items()
+        )
+        ports = variables = 0
+        for file in (*CONFIGURATIONS.glob(f"{self.NAME}.conf"), CONFIGURATIONS / f"{self.NAME}.sh"):
+            text = self.configuration(file.name)
+            ports += text.count(PORT)
+            text, found = VARIABLE.subn(lambda _: settings, text.replace(PORT, str(self.port)))
+            variables += found
+            if file.suffix == ".conf":
+                text += self.ADDITION + self.options
+            with open(self.path(file.name), "w", encoding="utf-8") as copy:
+                copy.write(text)
+        assert (ports, variables) == (1, 1), f"{self.NAME}: {ports} ports, {variables} variables"
+
+    def _spawn(self, *setpriv: str, inherit: tuple[int, int] | None = None) -> None:
+        """Starts it; it inherits the first descriptor as the second."""
+        command = ["sh", "-c", START, self.folder, *setpriv, "sh", f"{self.NAME}.sh"]
+        actions = [(os.POSIX_SPAWN_DUP2, *inherit)] if inherit else []
+        self.pid = os.posix_spawn("/bin/sh", command, os.environ, file_actions=actions)
+
+    def _stop(self) -> None:
+        os.kill(self.pid, signal.SIGTERM)
+        status = None
+
+        def ended() -> bool:
+            nonlocal status
+            pid, found = os.waitpid(self.pid, os.WNOHANG)
+            status = os.waitstatus_to_exitcode(found) if pid else None
+            return pid != 0
+
+        try:
+            wait_until(ended, "the server did not stop")
+        except AssertionError:
+            os.kill(self.pid, signal.SIGKILL)
+            os.waitpid(self.pid, 0)
+            raise
+        self.pid = 0
+        crashed = status is not None and status < 0 and status != -signal.SIGTERM
+        assert not crashed, f"{status}: {self._read_log('error.log')}"
+
+    def _read_log(self, name: str) -> str:
+        return read(self.path(name)).decode(errors="replace")
+
+    def _is_running_a_script(self) -> bool:
+        """Whether a script runs that has the server's folder in its environment."""
+        folder = os.fsencode(self.folder)
+        for process in glob.glob("/proc/[0-9]*/environ"):
+            try:
+                if b"GATEWAY_INTERFACE=" in (found := read(process)) and folder in found:
+                    return True
+            except OSError:  # it has ended, or is another user's
+                pass
+        return False
+
+
+class ServerOfOrdinaryUser(Server):
+    """One that finds a port by itself and runs as an ordinary user, who may not be able to reach the
+    build folder: scripts are copied."""
+
+    def _start(self) -> None:
+        if library := os.environ.get("LIBRARY"):
+            os.mkdir(self.path("lib"))
+            shutil.copy(library, self.path("lib"))
+            self.variables = {**self.variables, "LD_LIBRARY_PATH": "lib"}
+        chosen = self.port
+        for _ in range(1 if chosen else 10):
+            self.port = chosen or free_port()
+            if self._start_on_port():
+                return
+        raise AssertionError(f"{self.NAME} does not start: {self._read_log('error.log')}")
+
+    def _start_on_port(self) -> bool:
+        self._configure()
+        for name, script in self.scripts.items():
+            shutil.copy(script, self.path(f"www/cgi-bin/{name}"))
+        self._spawn(*as_ordinary_user(self.folder))
+        while os.waitpid(self.pid, os.WNOHANG)[0] == 0:
+            try:
+                socket.create_connection(("127.0.0.1", self.port)).close()
+                return True
+            except ConnectionRefusedError:
+                time.sleep(0.01)
+        self.pid = 0
+        return False
