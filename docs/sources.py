@@ -85,6 +85,7 @@ class Names:
         for kind, content in model.pieces(text):
             if kind in ("plain", "quotation"):
                 content = re.sub(r"([\\*`|<>]|_(?!\w)|(?<=:)/(?=/))", r"\\\1", content)
+                content = re.sub(r"\bquirk (\d+)", r":ref:`quirk \1 <quirk-\1>`", content)
                 made += self.plain.sub(lambda name: self.role(name[0], owner), content)
             else:
                 made += self.role(content + "()" * (kind == "function"), owner)
@@ -223,6 +224,7 @@ class Site:
             to = ELSEWHERE.get(to, to.removeprefix("docs/"))
             return f"[{words}]({os.path.relpath(to, Path(page).parent)}{place})"
 
+        text = re.sub(r'<a id="([\w-]+)"></a>', r"(\1)=", text)
         parts = re.split(r"(?ms)(^```.*?^```$)", text)
         for index, part in enumerate(parts):
             if index % 2:
@@ -231,7 +233,8 @@ class Site:
             else:
                 part = self.names.markdown(part)
                 parts[index] = re.sub(r"\[([^][]*)\]\((?!\w+:|#)([^)#\s]+)(#[^)]*)?\)", link, part)
-        self.files[page] = "".join(parts)
+        quirk = r"\]\((?:[^()\s]*quirks\.md)?#(quirk-\d+)\)"
+        self.files[page] = re.sub(quirk, r"](\1)", "".join(parts))
         words = re.search(r"(?s)^# [^\n]*\n\n(?:##[^\n]*\n\n)?(\S.*?)\n\n", text)
         words = re.sub(r"\[(.*?)\]\(.*?\)", r"\1", words[1] if words else "")
         self.summaries[page.removesuffix(".md")] = model.one_line(words)
