@@ -78,7 +78,7 @@ let identifiers = 0;
 const texts = document.createTreeWalker(document.querySelector('article'), NodeFilter.SHOW_TEXT);
 while (texts.nextNode()) {
   const text = texts.currentNode;
-  for (const match of text.data.matchAll(/[A-Za-z]\\w*(?:(?:::|_)\\w+)+|[a-z]+[A-Z]\\w+/g)) {
+  for (const match of text.data.matchAll(/\\b(?:[A-Za-z]\\w*(?:(?:::|_)\\w+)+|[A-Z]?[a-z]+[A-Z]\\w+)/g)) {
     const range = document.createRange();
     range.setStart(text, match.index);
     range.setEnd(text, match.index + match[0].length);
