@@ -1,5 +1,5 @@
-// What a script sees of its request, as plain values that compare and print, and the rules of the
-// decoding, written a second time for the tests that compare many inputs with them.
+// A request as a script sees it, in plain values that can be compared and printed; and a second
+// implementation of the decoding rules, for tests that compare many inputs with it.
 #ifndef TARN_TESTS_SUPPORT_FORM_H
 #define TARN_TESTS_SUPPORT_FORM_H
 
@@ -20,7 +20,7 @@
 
 namespace tarn_test {
 
-// A text that may be absent, which is not the same as empty.
+// A text that may be missing, which differs from an empty one.
 using Text = std::optional<std::string>;
 constexpr std::nullopt_t kNone = std::nullopt;
 Text textOf(const char *text);
@@ -38,7 +38,7 @@ struct Entry {
 };
 std::ostream &operator<<(std::ostream &out, const Entry &entry);
 
-// A file without anything is File{}; one of length 0 has empty data.
+// A file without any slot set is File{}; one of length 0 has empty data.
 struct File {
   bool operator==(const File &) const = default;
 
@@ -74,11 +74,11 @@ Entries entriesOf(TarnHandle list);
 File fileOf(TarnHandle file);
 Files filesOf(TarnHandle list);
 
-// Of an environment; none when it has no body, or no cookie list.
+// The body and the cookies of an environment; kNone without a body or a cookie list.
 Text bodyOf(TarnHandle environment);
 std::optional<Cookies> cookiesOf(TarnHandle environment);
 
-// An environment of its own.
+// An environment owned by the test.
 class Environment {
  public:
   Environment() : status(CgiEnv_new(&handle)) {}
@@ -116,9 +116,9 @@ class Request {
   Files files() { return filesOf(fileList()); }
   Form form() { return {entries(), files()}; }
 
-  // Takes all entries and files out of it; the second gives what it held.
+  // empty() removes all entries and files; copyAndRelease() also returns them.
   void empty();
-  Form taken();
+  Form takeForm();
 
   TarnHandle handle = 0;
   const TarnStatus status;
@@ -127,11 +127,11 @@ class Request {
 // Runs a script on a new request made from this query string.
 void asScriptOf(const std::string &query, const std::function<void(Request &)> &script);
 
-// Runs a script that takes this request in, under that limit, and compares what it got.
+// Runs a script that reads this request under the time limit, and compares the form.
 void expectForm(const Variables &variables, std::string_view body, const Form &expected,
                 std::source_location where = std::source_location::current());
 
-// Bytes in a block that ends right after them, so that a sanitizer sees a read beyond.
+// Bytes in a block of exactly their size, so that a sanitizer detects reads beyond them.
 class ExactBlock {
  public:
   explicit ExactBlock(std::string_view bytes);
@@ -145,18 +145,18 @@ class ExactBlock {
   uint32_t size_;
 };
 
-// Puts other bytes on the standard input of the running script; they have to fit into a pipe.
-// Nothing may be left of the input before. With `open` the input does not end after them.
+// Replaces the standard input of the running script. The bytes must fit into a pipe, and the
+// previous input must be consumed. With After::kOpen the input does not end after them.
 enum class After { kEnd, kOpen };
 void feedStandardInput(std::string_view body, After after = After::kEnd);
 
-// Sends a body to the running script's standard input, byte by byte, while SIGALRM comes every
-// millisecond, with these flags of sigaction()'s. The second half of it waits for signals, so that
-// some come while the script reads, however busy the machine is.
+// Sends a body to the running script's standard input, byte by byte, with a SIGALRM every
+// millisecond that is handled with these sigaction() flags. The sender waits for signals before the
+// second half, so that some arrive while the script reads, however busy the machine is.
 class InputThroughSignals {
  public:
   explicit InputThroughSignals(const std::string &body, int flags = 0);
-  // Ends the signals, and sees that all of the body was sent.
+  // Stops the signals and checks that the whole body was sent.
   ~InputThroughSignals();
   InputThroughSignals(const InputThroughSignals &) = delete;
   InputThroughSignals &operator=(const InputThroughSignals &) = delete;
@@ -165,17 +165,17 @@ class InputThroughSignals {
   int sender_ = 0;
 };
 
-// Calls `look` with a null address, an empty handle, and handles of nodes of several types and of a
-// generic list, without the type that is left out, and checks that they stay what they were.
-void withEveryHandleBut(uint32_t leftOut, const std::function<void(TarnHandle *)> &look);
+// Calls `look` with a null address, an empty handle, a generic list and nodes of several types,
+// except the type that is left out, and checks that none of them changes.
+void withEveryHandleExcept(uint32_t leftOut, const std::function<void(TarnHandle *)> &look);
 
-// What the standard input still holds for stdio.
+// The rest of standard input, read with stdio.
 std::string restOfStandardInput();
 
-// URL-encoded text decoded by the rules, as a text: up to its first zero byte.
+// URL-encoded text decoded by the rules, up to its first zero byte.
 std::string decoded(std::string_view text);
 
-// Of a text that may hold zero bytes, what a reader of texts sees.
+// Bytes as null-terminated text: up to the first zero byte.
 std::string_view asText(std::string_view bytes);
 
 }  // namespace tarn_test
