@@ -12,7 +12,7 @@
 namespace tarn_test {
 namespace {
 
-// Ends quietly when the script stops reading.
+// Stops quietly if the script stops reading.
 void feed(int pipe, std::string_view body) {
   auto *const before = std::signal(SIGPIPE, SIG_IGN);
   while (!body.empty()) {
@@ -51,7 +51,7 @@ void asScript(const Variables &variables, std::string_view body,
   close(input[1]);
   int status = 0;
   ASSERT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_FALSE(WIFSIGNALED(status)) << "the script died of signal " << WTERMSIG(status);
+  EXPECT_FALSE(WIFSIGNALED(status)) << "the script was killed by signal " << WTERMSIG(status);
   EXPECT_EQ(0, WEXITSTATUS(status)) << "the script failed; its messages are above";
 }
 
