@@ -1,5 +1,5 @@
-// Runs a target over the files of folders, as a test: what a fuzzer found once is tried on every
-// build, with any compiler.
+// Runs a target over the files in folders, as a test: every build, with any compiler, tries what a
+// fuzzer once found.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,12 +19,13 @@ void run(const std::string &bytes) {
 size_t replay(const std::filesystem::path &folder) {
   size_t files = 0;
   for (const auto &file : std::filesystem::directory_iterator(folder)) {
-    // Said beforehand: a target that fails ends the process.
+    // Printed first, because a target that fails ends the process.
     std::fprintf(stderr, "%s\n", file.path().c_str());
     std::ifstream stream(file.path(), std::ios::binary);
     run({std::istreambuf_iterator<char>(stream), {}});
     ++files;
   }
+  std::fprintf(stderr, "%zu files in %s\n", files, folder.c_str());
   return files;
 }
 
@@ -32,8 +33,7 @@ size_t replay(const std::filesystem::path &folder) {
 
 int main(int count, char **folders) {
   run({});
-  size_t files = 0;
-  for (int i = 1; i < count; ++i) files += replay(folders[i]);
-  std::fprintf(stderr, "%zu files\n", files);
-  return files > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+  bool replayed = count > 1;
+  for (int i = 1; i < count; ++i) replayed = replay(folders[i]) > 0 && replayed;
+  return replayed ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -29,7 +29,8 @@ for command in apt-get cmake ctest dpkg-query ninja sudo; do
 done
 chmod 755 "$root"/bin/*
 export PATH=$root/bin:$PATH
-cp -R "$source/scripts" "$source/packaging" "$source/fuzz" "$source/CMakeLists.txt" "$root/tarn"
+cp -R "$source/scripts" "$source/packaging" "$source/fuzz" "$source/VERSION" \
+  "$source/CMakeLists.txt" "$root/tarn"
 chmod -R a+rX "$root/tarn"
 
 names=()
@@ -71,6 +72,7 @@ for name in "${names[@]}"; do
   case $name in
     setup | skips) continue ;; # neither writes to the checkout
     fuzz) arguments=(text) ;;
+    release) arguments=(prepare 2.0.0) ;;
   esac
   run "$name" "${arguments[@]}"
   [[ $status != 0 && $lines = 1 && $(cat "$root/said") == "scripts/$name: cannot write to "* ]] ||

@@ -9,6 +9,7 @@ import unittest
 from tool import ToolTest, dumped
 
 
+VERSION = os.environ["VERSION"]
 BOUNDARY = rb"-{24}\w{16,40}"
 
 # What is never the same.
@@ -251,7 +252,7 @@ class Environment(ToolTest):
                 b"PATH": b"/usr/bin",
                 b"LD_LIBRARY_PATH": b"/a:/b",
                 b"GATEWAY_INTERFACE": b"CGI/1.1",
-                b"SERVER_SOFTWARE": b"tarn-run/1.0.0",
+                b"SERVER_SOFTWARE": f"tarn-run/{VERSION}".encode(),
                 b"SERVER_PROTOCOL": b"HTTP/1.1",
                 b"SERVER_NAME": b"localhost",
                 b"SERVER_ADDR": b"127.0.0.1",
@@ -267,7 +268,7 @@ class Environment(ToolTest):
                 b"REQUEST_URI": b"/dump",
                 b"QUERY_STRING": b"",
                 b"HTTP_HOST": b"localhost",
-                b"HTTP_USER_AGENT": b"tarn-run/1.0.0",
+                b"HTTP_USER_AGENT": f"tarn-run/{VERSION}".encode(),
                 b"HTTP_ACCEPT": b"*/*",
             },
         )
@@ -601,7 +602,7 @@ class Curl(ToolTest):
             "ALL_PROXY": "http://127.0.0.1:1",
         }
         given = self.given(env=home).environment
-        self.assertEqual(given[b"HTTP_USER_AGENT"], b"tarn-run/1.0.0")
+        self.assertEqual(given[b"HTTP_USER_AGENT"], f"tarn-run/{VERSION}".encode())
 
     def test_that_fails_before_it_has_asked_is_the_end(self):
         ran = self.run_tool("-F", "a=@none", self.dump)

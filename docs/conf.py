@@ -1,0 +1,75 @@
+"""Sphinx's settings for the site: docs/sources.py writes the pages that it is made of."""
+
+import os
+import re
+import sys
+from pathlib import Path
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.dont_write_bytecode = True
+from pygments.lexers.special import TextLexer
+
+import furo
+import sources  # noqa: E402  pylint: disable=wrong-import-position
+
+project = "Tarn"
+release = os.environ.get("TARN_RELEASE", "")
+html_title = f"Tarn {release}".strip()
+language = "en"
+extensions = ["myst_parser", "sphinx_copybutton", "sphinx_inline_tabs"]
+myst_enable_extensions = ["colon_fence"]
+myst_heading_anchors = 4
+copybutton_prompt_text = r"\$ |> "
+copybutton_prompt_is_regexp = True
+
+# Names in signatures that are not Tarn's.
+nitpicky = True
+nitpick_ignore_regex = [
+    ("c:identifier", r"NULL|FILE|[a-z]\w*"),
+    ("cpp:identifier", r"std|std::.*|detail.*|FILE|INT64_\w+|k[A-Z]\w*|Self|View|Item|Pieces"),
+    (
+        "cpp:identifier",
+        r"(View::)?Iterator|Element|stdout|TarnHandle|TarnStatus|TARN_\w+|\w+_get\w+",
+    ),
+]
+suppress_warnings = ["myst.header"]
+
+html_theme = "furo"
+html_static_path = ["site/static"]
+html_css_files = ["site.css"]
+html_js_files = ["summaries.js", "site.js"]
+html_search_scorer = str(Path(__file__).parent / "site/scorer.js")
+html_show_sourcelink = html_copy_source = html_show_copyright = False
+html_show_search_summary = False  # a browser does not let a page on the disk read another
+html_theme_options = {"top_of_page_button": None}
+pygments_style = "friendly"
+pygments_dark_style = "monokai"
+
+
+def add_theme_files(app):
+    """Debian's Furo asks a web server for a part of its styles, has no script that a browser takes,
+    and is dark on demand alone: the site has its files whole."""
+    theme = Path(furo.__file__).parent / "theme/furo/static"
+    styles = (theme / "styles/furo.css").read_text()
+    script = (theme / "scripts/furo.js").read_text()
+    if normalize := re.match(r"@import url\(/(.*?)\);", styles):
+        dark = re.search(r'body\[data-theme="dark"\] (\{.*?\})', styles, re.DOTALL)[1]
+        styles = (
+            Path("/usr/share", normalize[1]).read_text()
+            + styles[normalize.end() :]
+            + "@media not print { @media (prefers-color-scheme: dark) {"
+            + f' body:not([data-theme="light"]) {dark} }} }}\n'
+        )
+        script = (theme / "scripts/gumshoe-patched.js").read_text() + script.partition("\n")[2]
+    files = {"styles/furo.css": styles, "scripts/furo.js": script}
+    for name, text in files.items():
+        path = Path(app.srcdir) / "static" / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text)
+    app.config.html_static_path.append(f"{app.srcdir}/static")
+
+
+def setup(app):
+    app.add_lexer("haproxy", TextLexer)
+    app.connect("builder-inited", lambda app: sources.write(Path(app.srcdir)))
+    app.connect("builder-inited", add_theme_files)
