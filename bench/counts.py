@@ -38,7 +38,7 @@ def count(make):
             "instructions in main()": instructions.main,
             "system calls": measure.system_calls(*arguments),
             "allocations": allocations.count,
-            "bytes allocated": allocations.bytes,
+            "bytes allocated": allocations.total_bytes,
         }
 
 

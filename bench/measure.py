@@ -109,7 +109,7 @@ def system_calls(*arguments):
 
 class Allocations(NamedTuple):
     count: int
-    bytes: int
+    total_bytes: int
 
 
 def allocations(*arguments):

@@ -61,6 +61,7 @@ class RulesCase(unittest.TestCase):
 
 class RequestCase(RulesCase):
     OPTIONS = ""
+    server: Lighttpd
 
     @classmethod
     def setUpClass(cls):
@@ -313,6 +314,7 @@ class ManyRequests(RequestCase):
         self.assertEqual([1] * self.REQUESTS, counts)
 
     def one(self, number):
+    server: Lighttpd
         value = f"{number} of €200".encode()
         cookie = ("-b", f"number={number}")
         if number % 3 == 0:
