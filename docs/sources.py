@@ -286,6 +286,7 @@ class Pages:
                 return match[1].strip("[]")
             return f"{match[1]}({os.path.relpath(to, Path(page).parent)}{match[3] or ''})"
 
+        text = re.sub(r'<a id="([\w-]+)"></a>', r"(\1)=", text)
         parts = re.split(r"(?ms)(^```.*?^```$)", text)
         parts[::2] = [
             re.sub(
@@ -298,7 +299,8 @@ class Pages:
             re.sub(named_fence, r"```{code-block} \1\n:caption: \2\n\n", each)
             for each in parts[1::2]
         ]
-        self.files[page] = "".join(parts)
+        quirk = r"\]\((?:[^()\s]*quirks\.md)?#(quirk-\d+)\)"
+        self.files[page] = re.sub(quirk, r"](\1)", "".join(parts))
         words = re.search(r"(?s)^# [^\n]*\n\n(?:##[^\n]*\n\n)?(\S.*?)\n\n", text)
         words = re.sub(r"\[(.*?)\]\(.*?\)", r"\1", words[1]) if words else ""
         self.summaries[page.removesuffix(".md")] = model.one_line(words)

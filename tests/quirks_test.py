@@ -57,17 +57,18 @@ def faults_of_reference(name: str, text: str, page: str) -> list[str]:
 
 
 def existing_tests(program: str) -> set[str]:
-    """The names of a program's tests, without the type after a suite's name."""
-    listed = subprocess.run(
-        [program, "--gtest_list_tests"], check=True, capture_output=True, text=True
-    ).stdout
-    found, suite = set(), ""
+    """The names of the program's tests, without the type behind a suite's name."""
+    command = [program, "--gtest_list_tests"]
+    listed = subprocess.run(command, check=True, capture_output=True, text=True).stdout
+    tests = set()
+    suite = ""
     for line in listed.splitlines():
-        if line.startswith("  "):
-            found.add(suite + line.split()[0])
-        elif match := re.match(r"(\w+)(?:/\w+)?\.", line):
-            suite = match[1] + "."
-    return found
+        name = line.split()[0]
+        if line.startswith(" "):
+            tests.add(suite + name)
+        else:
+            suite = re.sub(r"/\w*\.$", ".", name)
+    return tests
 
 
 def files_in(places: Iterable[str]) -> list[Path]:

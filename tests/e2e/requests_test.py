@@ -314,7 +314,6 @@ class ManyRequests(RequestCase):
         self.assertEqual([1] * self.REQUESTS, counts)
 
     def one(self, number):
-    server: Lighttpd
         value = f"{number} of €200".encode()
         cookie = ("-b", f"number={number}")
         if number % 3 == 0:
