@@ -37,7 +37,7 @@ def count(make):
             "instructions": instructions.total,
             "instructions in main()": instructions.main,
             "system calls": measure.system_calls(*arguments),
-            "allocations": allocations.count,
+            "allocations": allocations.blocks,
             "bytes allocated": allocations.total_bytes,
         }
 

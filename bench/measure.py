@@ -108,7 +108,7 @@ def system_calls(*arguments):
 
 
 class Allocations(NamedTuple):
-    count: int
+    blocks: int
     total_bytes: int
 
 
