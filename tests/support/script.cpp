@@ -24,7 +24,7 @@ void feed(int pipe, std::string_view body) {
 }
 
 // What a script was given, for the message of a failure.
-std::string shown(const Variables &variables, std::string_view body) {
+std::string shownRequest(const Variables &variables, std::string_view body) {
   std::string text = "a script with this request:\n";
   for (const auto &[name, value] : variables) text += "  " + name + "=" + shown(value) + "\n";
   return text + "  body " + shown(body);
@@ -66,9 +66,10 @@ void asScript(const Variables &variables, std::string_view body,
   int status = 0;
   ASSERT_EQ(child, waitpid(child, &status, 0));
   if (WIFSIGNALED(status)) {
-    ADD_FAILURE() << "killed by signal " << WTERMSIG(status) << ": " << shown(variables, body);
+    ADD_FAILURE() << "killed by signal " << WTERMSIG(status) << ": "
+                  << shownRequest(variables, body);
   } else if (status != 0) {
-    ADD_FAILURE() << "The messages above come from " << shown(variables, body);
+    ADD_FAILURE() << "The messages above come from " << shownRequest(variables, body);
   }
 }
 
