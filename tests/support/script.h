@@ -17,6 +17,9 @@ using Variables = std::map<std::string, std::string>;
 void asScript(const Variables &variables, std::string_view body,
               const std::function<void()> &script);
 
+// Bytes as a failure shows them: quoted, with escapes, and no more than 500.
+std::string shown(std::string_view bytes);
+
 // A GET with this query string, and a POST of this body with its CONTENT_LENGTH.
 Variables get(const std::string &query);
 Variables post(const std::string &contentType, std::string_view body);
