@@ -551,7 +551,7 @@ TEST(NodeBytes, CanBeSetToTheTextTheSlotAlreadyHolds) {
   EXPECT_STREQ("val", CGIgs_getString(node, 1, kMagic));
 }
 
-TEST(NodeBytes, EachSettingLeavesABlockOfThatSizeAllocated) {
+TEST(NodeBytesMemory, EachSettingLeavesABlockOfThatSizeAllocated) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer's allocator does not count";
   constexpr uint32_t kSize = 20000;
   const std::string data(kSize, 'x');
@@ -1119,7 +1119,7 @@ void expectChain(TarnHandle *root) {
   for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(0u, CGIgs_getStruct(&level, i, kChild));
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeBuiltAndDeleted) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeBuiltAndDeleted) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);
@@ -1128,7 +1128,7 @@ TEST(NodeTree, AHundredThousandLevelsCanBeBuiltAndDeleted) {
   });
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeCloned) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeCloned) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);
@@ -1139,7 +1139,7 @@ TEST(NodeTree, AHundredThousandLevelsCanBeCloned) {
   });
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeStoredReplacedAndCleared) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeStoredReplacedAndCleared) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);

@@ -1014,7 +1014,7 @@ TarnHandle expectChain(TarnHandle root) {
   return level;
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1027,7 +1027,7 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeAddedSetAndCleared) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeAddedSetAndCleared) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1044,7 +1044,7 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeAddedSetAndCleared) {
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeListed) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeListed) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1058,7 +1058,7 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeListed) {
   });
 }
 
-TEST(HTMLElementTree, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
+TEST(HTMLElementTreeLarge, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
   onASmallStack([] {
     Attribute foreign("mine");
     Element root("html");
@@ -1081,7 +1081,7 @@ TEST(HTMLElementTree, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
+TEST(HTMLElementTreeLarge, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
   Element root("ul");
   Element item("li");
   item.addAttribute("class", "x");
