@@ -56,7 +56,7 @@ TEST(ByteBuffer, KeepsZeroBytes) {
   EXPECT_EQ(data, bytesOf(buffer));
 }
 
-TEST(ByteBuffer, KeepsMegabytes) {
+TEST(ByteBufferLarge, KeepsMegabytes) {
   Node buffer(kMagic);
   std::string data(10 << 20, '\0');
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 31 / 7);

@@ -568,7 +568,7 @@ TEST(NodeBytes, CanBeSetToTheTextTheSlotAlreadyHolds) {
   EXPECT_STREQ("val", CGIgs_getString(node, 1, kMagic));
 }
 
-TEST(NodeBytes, EachSettingLeavesABlockOfThatSizeAllocated) {
+TEST(NodeBytesMemory, EachSettingLeavesABlockOfThatSizeAllocated) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer's allocator does not count";
   constexpr uint32_t kSize = 20000;
   const std::string data(kSize, 'x');
@@ -1147,7 +1147,7 @@ void expectChain(TarnHandle *root) {
   for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(0u, CGIgs_getStruct(&level, i, kChild)) << i;
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeBuiltAndDeleted) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeBuiltAndDeleted) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);
@@ -1156,7 +1156,7 @@ TEST(NodeTree, AHundredThousandLevelsCanBeBuiltAndDeleted) {
   });
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeCloned) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeCloned) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);
@@ -1167,7 +1167,7 @@ TEST(NodeTree, AHundredThousandLevelsCanBeCloned) {
   });
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeStoredReplacedAndCleared) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeStoredReplacedAndCleared) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);

@@ -161,7 +161,7 @@ TEST(StringDelete, SetsTheHandleToZeroAndIsRefusedTheSecondTime) {
 }
 
 // Under the sanitizers nothing is counted: they detect a leaked text themselves.
-TEST(StringDelete, ReleasesTheText) {
+TEST(StringDeleteMemory, ReleasesTheText) {
   constexpr uint32_t kMuch = 1U << 20;
   const auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
   const size_t before = inUse();
@@ -982,7 +982,7 @@ TEST(StringInsertn, CountsThatWrapAround32BitsAreRefusedAndSuchPositionsChangeNo
   }
 }
 
-TEST(StringInsert, OwnTextThatFitsNeedsNoMemory) {
+TEST(StringInsertMemory, OwnTextThatFitsNeedsNoMemory) {
   String string;
   TARNString_set(string, "abcdef");
   EXPECT_EQ(TARN_OK, TARNString_insert(string, TARNString_c_str(string), 2));

@@ -450,7 +450,7 @@ TEST(CgiEnvBody, WithANegativeLengthIsNotReadButTheEnvironmentIsKept) {
   }
 }
 
-TEST(CgiEnvBody, TooLargeToAllocateIsNotReadButTheEnvironmentIsKept) {
+TEST(CgiEnvBodyMemory, TooLargeToAllocateIsNotReadButTheEnvironmentIsKept) {
   for (const char *length : {"2147483647", "4294967299", "99999999999999999999"}) {
     Variables variables = postOfLength(length);
     variables["HTTP_COOKIE"] = "a=1";
@@ -467,7 +467,7 @@ TEST(CgiEnvBody, TooLargeToAllocateIsNotReadButTheEnvironmentIsKept) {
   }
 }
 
-TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressSpaceButNoMemory) {
+TEST(CgiEnvBodyGigabytes, FarShorterThanDeclaredCostsAddressSpaceButNoMemory) {
   static constexpr uint32_t kDeclared = 1 << 30;
   if (void *probe = std::malloc(kDeclared + 1UL)) {
     std::free(probe);
@@ -586,7 +586,7 @@ TEST(CgiEnvSetPostData, OnAnotherTypeReturnsWrongTypeWhateverTheData) {
   });
 }
 
-TEST(CgiEnvSetPostData, OutOfMemoryKeepsTheBody) {
+TEST(CgiEnvSetPostDataMemory, OutOfMemoryKeepsTheBody) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
     for (const uint32_t length : {0x7FFFFFFFU, 0xFFFFFFFEU, 0xFFFFFFFFU}) {

@@ -215,7 +215,7 @@ TEST(HostileBoundary, OfAnyLengthMayBeTruncatedAnywhere) {
   });
 }
 
-TEST(HostileBoundary, OfMegabytesIsParsedWithoutDelay) {
+TEST(HostileBoundaryLarge, OfMegabytesIsParsedWithoutDelay) {
   const std::string boundary(2000000, 'b');
   const std::string delimiter = "--" + boundary + "\r\n";
   const std::string body = delimiter + "name=\"a\"\r\n\r\n1\r\n" + std::string(4000000, 'b');
@@ -226,7 +226,7 @@ TEST(HostileBoundary, OfMegabytesIsParsedWithoutDelay) {
   });
 }
 
-TEST(HostileBoundary, ThatAlmostMatchesAtEveryByteIsParsedWithoutDelay) {
+TEST(HostileBoundaryLarge, ThatAlmostMatchesAtEveryByteIsParsedWithoutDelay) {
   asEmptyScript([](Request &request) {
     for (const size_t length : {16, 100, 250, 256, 1000, 100000}) {
       for (const size_t at : {size_t{0}, length / 2, length - 1}) {
@@ -245,7 +245,7 @@ TEST(HostileBoundary, ThatAlmostMatchesAtEveryByteIsParsedWithoutDelay) {
 
 // ---- Bodies that make work ----------------------------------------------------------------------
 
-TEST(HostileBody, WithMegabytesOfNeitherAfterALoneLineEndIsParsedWithoutDelay) {
+TEST(HostileBodyLarge, WithMegabytesOfNeitherAfterALoneLineEndIsParsedWithoutDelay) {
   const std::string much(4000000, 'x');
   for (const char *start : {"\r", "\n", "\r\r", "\n\r", "\n\n", "\r\n\r", "\r\n", "\r\nx\r\n"}) {
     SCOPED_TRACE(testing::PrintToString(start));
@@ -256,7 +256,7 @@ TEST(HostileBody, WithMegabytesOfNeitherAfterALoneLineEndIsParsedWithoutDelay) {
   expectEitherWay(kDelimiter + "\r\n\r\n" + much + "\r\n" + kEnd, {{{kNone, much}}, {}});
 }
 
-TEST(HostileBody, OfOneSearchedForMarkOverAndOverIsParsedWithoutDelay) {
+TEST(HostileBodyLarge, OfOneSearchedForMarkOverAndOverIsParsedWithoutDelay) {
   for (const char *mark : {"\r\n--", "\r\n\r", "--XYZ\r", "--XYZ--\r\n", "name=", "filename=\"",
                            "Content-Type:", "Content-Type: ", "\"", "\r\n"}) {
     std::string much;
@@ -269,7 +269,7 @@ TEST(HostileBody, OfOneSearchedForMarkOverAndOverIsParsedWithoutDelay) {
 }
 
 // Reading zero pages that were never written takes no memory.
-TEST(HostileBody, OfMoreThanTwoGigabytesIsSearchedToItsEnd) {
+TEST(HostileBodyGigabytes, OfMoreThanTwoGigabytesIsSearchedToItsEnd) {
   if (sizeof(void *) == 4) GTEST_SKIP() << "no address space for such a body";
   asEmptyScript([](Request &request) {
     const std::string last = field("a", "1") + file("f", "f", "x") + kEnd;
@@ -287,7 +287,7 @@ TEST(HostileBody, OfMoreThanTwoGigabytesIsSearchedToItsEnd) {
 
 // ---- Parts --------------------------------------------------------------------------------------
 
-TEST(HostilePart, WithAHeaderLineOfMegabytesIsReadInFull) {
+TEST(HostilePartLarge, WithAHeaderLineOfMegabytesIsReadInFull) {
   const std::string much(5000000, 'y');
   expectEitherWay(kDelimiter + "X: " + much + "\r\nname=\"a\"\r\n\r\n1\r\n" + kEnd,
                   {{{"a", "1"}}, {}});

@@ -819,7 +819,7 @@ TEST(TarnParseMime, WritesAZeroByteOverTheBlankLineOfItsPart) {
   });
 }
 
-TEST(TarnParseMime, WithoutMemoryAddsNothingAndWritesNothing) {
+TEST(TarnParseMimeMemory, WithoutMemoryAddsNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     for (const std::string &text :
          {"name=\"a\"\r\n\r\n1\r\n"s, "name=\"a\"; filename=\"f\"\r\n\r\n1\r\n"s}) {
@@ -833,7 +833,7 @@ TEST(TarnParseMime, WithoutMemoryAddsNothingAndWritesNothing) {
 }
 
 // The blank line is overwritten once the value is allocated, even if a later allocation fails.
-TEST(TarnParseMime, WithoutRoomForTheValueOfAFileAddsNothingAndWritesNothing) {
+TEST(TarnParseMimeMemory, WithoutRoomForTheValueOfAFileAddsNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     const std::string value(100000, 'x');
     const std::string text =
@@ -928,7 +928,7 @@ TEST(TarnParseMime, OnAnotherTypeStillWritesItsZeroByte) {
 
 // ---- Large bodies -------------------------------------------------------------------------------
 
-TEST(MultipartForm, OfThousandsOfPartsIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, OfThousandsOfPartsIsParsedWithoutDelay) {
   static constexpr int kParts = 30000;
   std::string body;
   for (int i = 0; i < kParts; ++i) body += field("n", std::to_string(i)) + file("f", "f", "x");
@@ -944,31 +944,31 @@ TEST(MultipartForm, OfThousandsOfPartsIsParsedWithoutDelay) {
   });
 }
 
-TEST(MultipartForm, OfDelimitersOnlyIsEmptyWithoutDelay) {
+TEST(MultipartFormLarge, OfDelimitersOnlyIsEmptyWithoutDelay) {
   std::string body;
   for (int i = 0; i < 500000; ++i) body += kDelimiter;
   expectBody(body + field("a", "1") + kEnd, {{{"a", "1"}}, {}});
 }
 
-TEST(MultipartForm, OfNearMatchesOnlyIsEmptyWithoutDelay) {
+TEST(MultipartFormLarge, OfNearMatchesOnlyIsEmptyWithoutDelay) {
   std::string body;
   for (int i = 0; i < 500000; ++i) body += "\r\n--XYZ\r";
   expectBody(body + field("a", "1") + kEnd, {{{"a", "1"}}, {}});
 }
 
-TEST(MultipartForm, WithABoundaryOfDashesInABodyOfDashesIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, WithABoundaryOfDashesInABodyOfDashesIsParsedWithoutDelay) {
   const std::string dashes(8192, '-');
   const std::string body = std::string(2000000, '-') + "\r\nname=\"a\"\r\n\r\n1\r\n" + dashes;
   expectForm(post("multipart/form-data; boundary=" + dashes, body), body, {{{"a", "1"}}, {}});
 }
 
-TEST(MultipartForm, WithMegabytesAroundThePartsIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, WithMegabytesAroundThePartsIsParsedWithoutDelay) {
   const std::string much(4000000, 'x');
   expectBody(much + field("a", "1") + kEnd + much, {{{"a", "1"}}, {}});
   expectBody(much, {});
 }
 
-TEST(MultipartForm, WithMegabytesOfIncompleteLineEndsIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, WithMegabytesOfIncompleteLineEndsIsParsedWithoutDelay) {
   std::string almost;
   for (int i = 0; i < 1000000; ++i) almost += "\r\n\r";
   const std::string header = kDelimiter + disposition("name=\"a\"");
@@ -980,7 +980,7 @@ TEST(MultipartForm, WithMegabytesOfIncompleteLineEndsIsParsedWithoutDelay) {
   });
 }
 
-TEST(MultipartForm, WithUnterminatedHeadersIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, WithUnterminatedHeadersIsParsedWithoutDelay) {
   std::string body = kDelimiter;
   for (int i = 0; i < 200000; ++i) body += "name=\"; filename=\"\r\n";
   expectBody(body, {});

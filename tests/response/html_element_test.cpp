@@ -1026,7 +1026,7 @@ TarnHandle expectChain(TarnHandle root) {
   return level;
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1039,7 +1039,7 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeAddedSetAndCleared) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeAddedSetAndCleared) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1056,7 +1056,7 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeAddedSetAndCleared) {
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeListed) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeListed) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1070,7 +1070,7 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeListed) {
   });
 }
 
-TEST(HTMLElementTree, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
+TEST(HTMLElementTreeLarge, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
   onASmallStack([] {
     Attribute foreign("mine");
     Element root("html");
@@ -1093,7 +1093,7 @@ TEST(HTMLElementTree, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
+TEST(HTMLElementTreeLarge, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
   Element root("ul");
   Element item("li");
   item.addAttribute("class", "x");
