@@ -282,7 +282,7 @@ class Cpp(unittest.TestCase):
             code = "\n".join(block for block in listings(page) if "main(" in block)
             for signature in signatures(page):
                 member = re.search(r"(operator(?: bool|\[\])|\w+)\(|\w+ = ", signature)
-                left_out = ("begin", "end", "empty", "Owned", "Lent", "Range", "Object", "List")
+                left_out = ("begin", "end", "empty", "Owned", "NodeView", "Range", "Object", "List")
                 if not member or "= delete" in signature or member[1] in left_out:
                     continue
                 member = member[1] or member[0].removesuffix(" = ")
