@@ -3,7 +3,7 @@
 namespace tarn::internal {
 namespace {
 
-// Copies of the node share the bytes, and scripts read them after every node is gone.
+// The bytes are shared by copies of the node and never freed. Kept: quirk 31.
 void storeBytes(Node &buffer, OwnedText block, uint32_t count) {
   abandon(block.get());
   buffer.fixed = handleOf(block.release());

@@ -1,4 +1,4 @@
-// The byte buffer: a run of bytes that stays to the end of the process.
+// The byte buffer: a run of bytes that stays allocated to the end of the process.
 #ifndef TARN_CORE_CGIFB_H
 #define TARN_CORE_CGIFB_H
 
@@ -7,15 +7,15 @@
 namespace tarn::internal {
 
 struct Bytes {
-  char *data;  // null when there are none
+  char *data;  // null if there are none
   uint32_t count;
 };
 
-// A buffer of the `count` bytes of a block made by newText(), which are not copied; empty when
-// `count` is 0 or there is no block. Null without memory for the node.
+// A buffer that takes over a block made by newText(), without copying its `count` bytes; empty if
+// `count` is 0 or the block is null. Null if the node cannot be allocated.
 Node *newByteBuffer(OwnedText block, uint32_t count);
 
-// Fills a buffer with a copy; a null buffer is one of the wrong type.
+// Fills a buffer with a copy; TARN_WRONG_TYPE if the buffer is null.
 TarnStatus fillByteBuffer(Node *buffer, const void *data, uint32_t length);
 
 Bytes bytesOf(const Node &buffer);

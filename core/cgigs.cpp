@@ -3,16 +3,18 @@
 namespace tarn::internal {
 namespace {
 
-// What a node's record of its room can hold, and how much room fits into a block with the node.
+// The largest value of Node::room, and the most room that fits into one block with the node.
 constexpr uint32_t kRoomBits = UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : INT32_MAX;
 constexpr uint32_t kMostRoom =
     UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : kRoomBits - uint32_t{sizeof(Node)};
 
-// Struct slots are followed without recursion, so that no depth of children can exhaust a stack.
-// Nodes that wait to be released hang on a chain through their `fixed` slots, which nobody reads
-// any more; nodes that wait to be filled, on one through the struct slots of the copies.
+// Children are visited without recursion, so that no depth can exhaust the stack. Nodes still to be
+// released are linked through their `fixed` slots, which nobody reads any more; copies still to be
+// filled are linked through their struct slots. Each function below has the head of such a linked
+// list as `pending`.
 
-// A struct slot holds a child or what a script parked there through list index 2: a list, mostly.
+// Adds a child to the nodes to be released. What a script parked in the slot through list index 2
+// may be a list or a string instead, which is released at once. Kept: quirk 70.
 void releaseLater(TarnHandle child, Node *&pending) {
   if (Node *node = nodeAt(child, 0)) {
     node->fixed = handleOf(pending);
@@ -29,21 +31,21 @@ void releaseChildrenLater(Node &node, Node *&pending) {
   for (uint32_t &magic : node.childMagics) magic = 0;
 }
 
-// A slot that a script filled with something other than a list keeps it: it is the script's.
+// Something other than a list in a list slot belongs to the script and stays there.
 void releaseListsLater(Node &node, Node *&pending) {
   for (TarnHandle &slot : node.lists) {
     if (listAt(slot)) releaseLater(take(slot), pending);
   }
 }
 
-// A text in the node's own block goes with that.
+// Frees a text unless it is in the node's own block.
 void releaseText(const Node &node, char *text) {
   if (!text) return;
   const uintptr_t offset = handleOf(text) - handleOf(roomOf(node));
   if (offset >= node.room) std::free(text);
 }
 
-// A node's block, and what its list or string part has made.
+// Frees a node's block, and the array or buffer if it is a list or a string too.
 void freeBlock(Node *node) {
   if (node->magic == TARN_GENERIC_LIST_MAGIC) {
     auto *block = recordOf<GenericList>(node);
@@ -76,7 +78,7 @@ void releaseChild(TarnHandle child) {
 
 enum PendingSlot : uint32_t { kNextPending, kSource };
 
-// A node that waits to be filled from `source`.
+// An empty node, to be filled from `source` later.
 Node *newPendingCopy(const Node &source, Node *&pending) {
   Node *copy = newNode(source.magic);
   if (copy) {
@@ -97,7 +99,7 @@ void fillCopy(Node &copy, const Node &source, Node *&pending) {
     }
   }
   for (uint32_t i = 0; i < kStructSlots; ++i) {
-    // A child stored under tag 0 cannot be made anew: creation refuses that tag.
+    // A child stored under tag 0 is not copied: no node can be created under that tag.
     const uint32_t magic = source.childMagics[i];
     const Node *child = magic ? childOf(source, i, magic) : nullptr;
     copy.structs[i] = child ? handleOf(newPendingCopy(*child, pending)) : 0;
@@ -114,7 +116,7 @@ void fillCopy(Node &copy, const Node &source, Node *&pending) {
   copy.incomplete = source.incomplete || !whole ? 1 : 0;
 }
 
-// A list or a string with the node that it is.
+// A list or a string that is also a node.
 template <class Record>
 Node *newRecordAndNode(uint32_t magic) {
   auto *block = static_cast<RecordAndNode<Record> *>(std::calloc(1, sizeof(RecordAndNode<Record>)));
@@ -154,7 +156,7 @@ void emptyNode(Node &node) {
   releaseListsLater(node, pending);
   releaseChildrenLater(node, pending);
   destroyPending(pending);
-  // Strings 2 to 7 survive a clear; scripts read them afterwards.
+  // Kept: quirk 69.
   for (const uint32_t i : {0U, 1U}) releaseText(node, take(node.strings[i]));
   for (uint32_t &number : node.ints) number = 0;
   node.doubleValue = 0;
@@ -178,7 +180,7 @@ using namespace tarn::internal;
 
 const char *CGIgs_empty_string = "";
 
-// Scripts test the handle for a failed allocation: the status does not tell.
+// The status does not report a failed allocation; the handle stays 0. Kept: quirk 68.
 TarnStatus CGIgs_new(TarnHandle *handle, uint32_t magic) {
   if (!handle || *handle || magic == 0) return TARN_BAD_ARGUMENT;
   *handle = handleOf(newNode(magic));
@@ -216,13 +218,13 @@ TarnStatus CGIgs_clone(TarnHandle *source, TarnHandle *destination, uint32_t mag
 TarnStatus CGIgs_setList(TarnHandle *handle, uint32_t index, TarnHandle *list, uint32_t magic) {
   Node *node = nodeIn(handle, magic);
   if (!node) return TARN_WRONG_TYPE;
-  // One index too many is accepted: scripts park a list in front of the children with it.
+  // Index 2 sets struct slot 0. Kept: quirk 70.
   if (index > kListSlots) return TARN_BAD_ARGUMENT;
   TarnHandle &slot = index < kListSlots ? node->lists[index] : node->structs[0];
   const TarnHandle given = objectIn(list);
   if (slot == given) return TARN_OK;
   TARNGenericList_delete(&slot);
-  // A child that stood in the slot is lost; a script may still hold it on loan.
+  // The child in that slot is lost, not released: a script may still use it.
   if (index == kListSlots) abandon(blockAt<void>(slot));
   slot = given;
   return TARN_OK;
@@ -234,8 +236,8 @@ TarnStatus CGIgs_setStruct(TarnHandle *handle, uint32_t index, TarnHandle *child
   if (!node) return TARN_WRONG_TYPE;
   const Node *given = nodeIn(child, childMagic);
   if (!given || index >= kStructSlots) return TARN_BAD_ARGUMENT;
-  // The copy is made without the child that stands in the slot, should `child` be the node itself,
-  // and before that child goes, should `child` be that very one.
+  // If `child` is the node itself, the copy must not include the old child; if `child` is the old
+  // child, the copy must be made before that is released.
   const TarnHandle before = take(node->structs[index]);
   Node *copy = childMagic ? copyNode(*given) : nullptr;
   releaseChild(before);
@@ -258,7 +260,7 @@ TarnStatus CGIgs_setNString(TarnHandle *handle, uint32_t index, const void *data
   if (!node) return TARN_WRONG_TYPE;
   if (index >= kStringSlots) return TARN_BAD_ARGUMENT;
   OwnedText kept = copyBytes(data, size);
-  // Each call takes two blocks and keeps one; programs that watch their allocations see both.
+  // Each call allocates a second block and leaves it. Kept: quirk 75.
   if (data) abandon(std::malloc(size));
   const bool failed = data && !kept;
   setText(*node, index, std::move(kept));

@@ -16,19 +16,20 @@ constexpr uint32_t kStructSlots = 3;
 constexpr uint32_t kStringSlots = 8;
 constexpr uint32_t kIntSlots = 3;
 
-// Each type names its own slots by enumerations; the order of the fields is the interface's. Texts
-// that a node is made with may stand in the same block, in the room behind the record: a request
-// brings small ones by the thousands, and each block of its own would cost more than its text.
+// The order of the fields is part of the interface; each type names its slots in enumerations.
+// Texts that are known when a node is made can be stored in the same block, in the room behind the
+// record: a form may have thousands of short texts, and a block for each would cost more than the
+// text.
 struct Node {
   uint32_t magic;
 #if UINTPTR_MAX > UINT32_MAX
-  uint32_t incomplete;  // 1 when something that belongs here was lost; it fills a gap
+  uint32_t incomplete;  // 1 if something that belongs here was lost; uses a gap
 #endif
   TarnHandle lists[kListSlots];
   TarnHandle structs[kStructSlots];
   uint32_t childMagics[kStructSlots];
 #if UINTPTR_MAX > UINT32_MAX
-  uint32_t room;  // in bytes; it fills a gap, or stands behind the interface's fields
+  uint32_t room;  // in bytes; uses a gap, or follows the interface's fields
 #endif
   char *strings[kStringSlots];
   uint32_t ints[kIntSlots];
@@ -40,47 +41,47 @@ struct Node {
 #endif
 };
 
-// CGIgs_new() under the tag of a generic list or of a string makes a node, as under any other tag,
-// and list or string operations accept what carries their tag. So that neither kind of operation
-// can damage what the other stored, such an object is both: a record, which its handle names, and a
-// node behind it.
+// CGIgs_new() accepts the tag of a generic list or a string too, and list and string operations
+// accept any object with their tag. Such an object is therefore both: a list or string record, whose
+// address is the handle, and a node behind it. Neither kind of operation can damage what the other
+// stored. Kept: quirk 73.
 template <class Record>
 struct RecordAndNode {
   Record record;
   Node node;
 };
 
-// An empty node with room for texts, which is not zeroed; null without memory.
+// An empty node with uninitialised room for texts; null if the allocation fails.
 Node *newNode(uint32_t magic, size_t room = 0);
 
-// Where the room begins. A text in it goes with the node; it is set by placeText().
+// The start of the room. placeText() points a slot to a text in it, which is freed with the node.
 inline char *roomOf(Node &node) { return reinterpret_cast<char *>(&node + 1); }
 inline const char *roomOf(const Node &node) { return reinterpret_cast<const char *>(&node + 1); }
 inline void placeText(Node &node, uint32_t slot, char *text) { node.strings[slot] = text; }
 
-// A deep copy but for lists, whose elements are shared, and `fixed`. What memory does not suffice
-// for is absent from the copy, and the node that lacks it is marked as incomplete; null when that
-// is the node itself.
+// A deep copy, except that lists share their elements and `fixed` is copied as a value. If memory
+// runs out, the copy lacks what could not be allocated and the node it is missing from is marked as
+// incomplete; null if the node itself could not be allocated. Kept: quirk 71.
 Node *copyNode(const Node &source);
 
-// Releases what a node holds and keeps the node; strings 2 to 7 stay.
+// Releases what a node holds, except strings 2 to 7, and keeps the node. Kept: quirk 69.
 void emptyNode(Node &node);
 
 // Releases a node and all it holds.
 void destroyNode(Node *node);
 
-// Notes that something that belongs into a node was lost.
+// Records that something that belongs into a node was lost.
 inline void markIncomplete(Node *node) {
   if (node) node->incomplete = 1;
 }
 
-// Replaces a text by one that the node owns from now on; null empties the slot.
+// Replaces a text; the node takes ownership. Null empties the slot.
 void setText(Node &node, uint32_t slot, OwnedText text);
 
-// Replaces a child by one that the node owns from now on; null empties the slot.
+// Replaces a child; the node takes ownership. Null empties the slot.
 void setChild(Node &node, uint32_t slot, Node *child);
 
-// The node at this address when it carries the tag (0: any), else null. A generic list or a string
+// The node at this address if it has the tag (0: any tag), else null. A generic list or a string
 // made by its own constructor has no node.
 inline Node *nodeAt(TarnHandle value, uint32_t magic) {
   const uint32_t found = magicAt(value);
@@ -96,7 +97,7 @@ RecordAndNode<Record> *recordOf(const Node *node) {
                                         offsetof(RecordAndNode<Record>, node));
 }
 
-// The way back from nodeAt().
+// The reverse of nodeAt().
 inline TarnHandle handleOf(const Node *node) {
   if (node && node->magic == TARN_GENERIC_LIST_MAGIC)
     return handleOf(static_cast<const void *>(recordOf<GenericList>(node)));

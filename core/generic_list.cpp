@@ -29,7 +29,7 @@ void copyWords(uintptr_t *to, const void *from, uint32_t words) {
   if (to && from) std::memcpy(to, from, words * sizeof(uintptr_t));
 }
 
-// Replaces the list's array by a larger one, unless that is null. The first `old` words move.
+// Replaces the list's array by a larger one and copies the first `old` words; false if it is null.
 bool replaceArray(GenericList &list, uintptr_t *data, uint32_t old, uint32_t room) {
   if (!data) return false;
   copyWords(data, list.data, old);
@@ -39,11 +39,11 @@ bool replaceArray(GenericList &list, uintptr_t *data, uint32_t old, uint32_t roo
   return true;
 }
 
-// Gives the list an array of at least `words`. It doubles, so that appending costs the same however
-// long the list is, while the capacity that scripts see moves by ten.
+// Gives the list an array of at least `words`. The array doubles, so that appending takes constant
+// time on average, while the capacity that scripts see grows by ten.
 bool makeRoom(GenericList &list, uint32_t words) {
   if (words <= list.room) return true;
-  // Far more than there is: a new array, whose zeros cost nothing until they are written over.
+  // Far more than before: a new array, whose zero pages cost no memory until they are written to.
   if (words / 2 > list.room) return replaceArray(list, newWords(words), list.room, words);
   uint32_t room = std::max(words, list.room > UINT32_MAX / 2 ? UINT32_MAX : list.room * 2);
   uintptr_t *data = reallocateWords(list.data, room);
@@ -55,8 +55,8 @@ bool makeRoom(GenericList &list, uint32_t words) {
   return true;
 }
 
-// Raises the capacity as far as memory goes, by fewer than `steps` steps: by the largest power of two
-// that can be had, then by the next. Only the words that were there are copied; the others are zero.
+// Raises the capacity as far as memory allows, by fewer than `steps` steps, trying ever smaller powers
+// of two. Only the words that were there before are copied; the others are zero.
 void growAsFarAsPossible(GenericList &list, uint32_t steps) {
   const uint32_t old = list.room;
   uint32_t done = 0;
@@ -68,9 +68,9 @@ void growAsFarAsPossible(GenericList &list, uint32_t steps) {
   list.capacity += done * kStep;
 }
 
-// Raises the capacity by tens until it is at least `least`: a step at a time as far as scripts see,
-// in one go for the array. When memory runs out, the capacity keeps the steps that succeeded and
-// counts the one that failed, although the array did not grow with that.
+// Raises the capacity by tens until it is at least `least`; the array grows in one go. If memory runs
+// out, the capacity keeps the steps that succeeded and also counts the one that failed, although the
+// array did not grow with it. Kept: quirk 78.
 TarnStatus growTo(GenericList &list, uint32_t least) {
   if (list.capacity >= least) return TARN_OK;
   const uint32_t steps = (least - list.capacity - 1) / kStep + 1;
@@ -85,7 +85,7 @@ TarnStatus growTo(GenericList &list, uint32_t least) {
   return TARN_OUT_OF_MEMORY;
 }
 
-// After a growth that failed the array ends before the capacity; a write beyond it tries again.
+// After a failed growth the array is smaller than the capacity; a write beyond it tries again.
 TarnStatus write(GenericList &list, uint32_t index, uintptr_t value) {
   if (index >= list.room && !makeRoom(list, list.capacity)) return TARN_OUT_OF_MEMORY;
   list.data[index] = value;
@@ -149,8 +149,7 @@ TarnStatus TARNGenericList_new(TarnHandle *handle) {
   return TARN_OK;
 }
 
-// Scripts delete without a look at what they have: anything that is no list is left alone, and that
-// is a success too.
+// Succeeds for anything. Kept: quirk 76.
 TarnStatus TARNGenericList_delete(TarnHandle *handle) {
   if (GenericList *list = listIn(handle)) {
     *handle = 0;
@@ -168,13 +167,13 @@ TarnStatus TARNGenericList_clear(TarnHandle *handle) {
 
 uint32_t TARNGenericList_IsA(TarnHandle *handle) { return listIn(handle) ? 1 : 0; }
 
-// The letters of the prefix are exchanged; scripts link to this name.
+// The name is spelt this way, and the count is taken as given. Kept: quirk 77.
 TarnStatus ATRNGenericList_init(TarnHandle *handle, const void *source, uint32_t count,
                                 uint32_t capacity) {
   GenericList *list = listIn(handle);
   if (!list) return TARN_WRONG_TYPE;
   clear(*list);
-  // A script may still read the array that it once borrowed.
+  // A script may still be reading the old array, which the list has lent.
   abandon(take(list->data));
   list->count = count;
   list->capacity = capacity;

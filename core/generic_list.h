@@ -7,30 +7,31 @@ namespace tarn::internal {
 
 struct Node;
 
-// Scripts read the first four fields by their order.
+// The order of the first four fields is part of the interface.
 struct GenericList {
   uint32_t magic;
   uint32_t count;
-  uint32_t capacity;  // what the list says it can hold; moves in steps of ten
+  uint32_t capacity;  // what scripts see; grows in steps of ten
   uintptr_t *data;
-  uint32_t room;  // what `data` really holds: more than the capacity when it grew ahead of it, less
-                  // after a growth that failed
-  Node *node;     // null, but for a list that CGIgs_new() made, which is a node too (core/cgigs.h)
+  uint32_t room;  // the words that fit into `data`: more than the capacity if it grew ahead, less
+                  // after a failed growth
+  Node *node;     // null, except for a list that CGIgs_new() made, which is a node too (cgigs.h)
 };
 
 GenericList *newList();
 
-// Releases the list's array and keeps the list.
+// Frees the list's array and keeps the list.
 void freeArray(GenericList &list);
 
-// Releases the list, and the node that it is a part of.
+// Deletes the list, and its node if it has one.
 void deleteList(GenericList *list);
 
-// The copy has the same words. Without memory for them it has the same count and reads as zeros.
+// The copy has the same words. If they cannot be allocated, it has the same count and every word
+// reads as 0.
 GenericList *copyList(const GenericList &source);
 bool isWholeCopy(const GenericList &copy, const GenericList &source);
 
-// A missing list is one of the wrong type.
+// TARN_WRONG_TYPE if the list is null.
 TarnStatus append(GenericList *list, uintptr_t value);
 
 inline GenericList *listAt(TarnHandle value) {

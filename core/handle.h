@@ -1,4 +1,11 @@
-// The way from the handles that scripts pass to the blocks behind them.
+// From the handles that scripts pass to the blocks behind them. Names follow one scheme here and in
+// the other headers:
+//
+//   nodeAt(value)    from an address as a slot or a lookup holds it (TarnHandle)
+//   nodeIn(handle)   from the address of a handle, as exported functions receive it (TarnHandle *)
+//   childOf(node)    from an object that has been looked up already
+//
+// All three return null if there is nothing, or an object of another type; handleOf() leads back.
 #ifndef TARN_CORE_HANDLE_H
 #define TARN_CORE_HANDLE_H
 
@@ -15,7 +22,7 @@ T *blockAt(TarnHandle value) {
 
 inline TarnHandle handleOf(const void *block) { return reinterpret_cast<TarnHandle>(block); }
 
-// Every object begins with its type tag; 0 is no object's.
+// Every object begins with its type tag; no object has the tag 0.
 inline uint32_t magicAt(TarnHandle value) {
   return value ? *reinterpret_cast<const uint32_t *>(value) : 0;
 }

@@ -1,4 +1,4 @@
-// How blocks are owned, handed over, released and, where scripts rely on it, left alone.
+// How blocks are owned, handed over, released and, in a few places, deliberately left allocated.
 #ifndef TARN_CORE_MEMORY_H
 #define TARN_CORE_MEMORY_H
 
@@ -26,18 +26,18 @@ struct Free {
   void operator()(void *block) const { std::free(block); }
 };
 
-// A text or a run of bytes on its way from where it was made to the slot that keeps it.
+// A text or a run of bytes that no slot owns yet.
 using OwnedText = std::unique_ptr<char, Free>;
 
-// Empties a slot and gives what it held, so that nothing names a block that is about to go.
+// Empties a slot and returns what it held, so that no slot refers to a block about to be freed.
 template <class T>
 T take(T &slot) {
   return std::exchange(slot, T{});
 }
 
-// Leaves a block allocated to the end of the process. Every call says why beside it; a block that
-// is lost any other way is a leak, and the leak sanitizer reports it. The empty instruction keeps
-// the compiler from dropping an allocation that nothing else uses.
+// Leaves a block allocated to the end of the process. A comment at every call says why; a block lost
+// in any other way is a leak, and the leak sanitizer reports it. The empty instruction keeps the
+// compiler from removing an allocation that nothing else uses.
 inline void abandon(const void *block) {
   __asm__ volatile("" : : "r"(block) : "memory");
 #ifdef TARN_LEAK_SANITIZER
@@ -45,7 +45,7 @@ inline void abandon(const void *block) {
 #endif
 }
 
-// Room for `length` bytes and a final zero byte, which is set; the rest is not.
+// A block for `length` bytes and a final zero byte. Only the zero byte is initialised.
 inline OwnedText newText(uint64_t length) {
   if (length >= PTRDIFF_MAX) return nullptr;
   OwnedText block(static_cast<char *>(std::malloc(static_cast<size_t>(length) + 1)));
@@ -53,13 +53,13 @@ inline OwnedText newText(uint64_t length) {
   return block;
 }
 
-// The same, with every byte zero. A large one costs memory only where it is written to.
+// The same with every byte zero. The pages of a large block cost memory only once written to.
 inline OwnedText newZeroedText(uint64_t length) {
   if (length >= PTRDIFF_MAX) return nullptr;
   return OwnedText(static_cast<char *>(std::calloc(1, static_cast<size_t>(length) + 1)));
 }
 
-// A copy of some bytes with a zero byte after it. Null copies to null.
+// A copy of some bytes, with a zero byte after them; null for null.
 inline OwnedText copyBytes(const void *bytes, uint64_t length) {
   if (!bytes) return nullptr;
   OwnedText copy = newText(length);

@@ -1,4 +1,4 @@
-// What the list types share: a node whose list slot 0 holds the addresses of nodes that it owns.
+// The typed lists: nodes whose list slot 0 holds the addresses of elements that the list owns.
 #ifndef TARN_CORE_NODE_LIST_H
 #define TARN_CORE_NODE_LIST_H
 
@@ -11,12 +11,12 @@ inline TarnStatus copyElement(const Node &source, Node *&copy) {
   return copy ? TARN_OK : TARN_OUT_OF_MEMORY;
 }
 
-// Whether the generic list is there, empty, while an element is copied: scripts find it when the copy
-// fails, and in the copy of an element that holds the very list it is added to.
+// Whether the generic list of elements is made before or after the first element is copied. It shows
+// if the copy fails, and if an element is added to a list inside itself.
 enum class ElementsMade { kBeforeCopying, kAfterCopying };
 
-// A list type is its tag, its elements' tag, when it begins, and how an element is copied and
-// released. A copy that failed gives none.
+// The parameters are what differs between list types: the tags of list and elements, when the generic
+// list is made, and how an element is copied and released.
 template <uint32_t kListMagic, uint32_t kElementMagic,
           ElementsMade kElementsMade = ElementsMade::kBeforeCopying,
           TarnStatus (*kCopy)(const Node &, Node *&) = copyElement,
@@ -26,7 +26,7 @@ struct NodeList {
   static Node *in(const TarnHandle *handle) { return nodeIn(handle, kListMagic); }
   static Node *at(TarnHandle value) { return nodeAt(value, kListMagic); }
 
-  // Null until something has been added, and for what is no list.
+  // Null until something has been added, and if `list` is null.
   static GenericList *elements(const Node *list) {
     return list ? listAt(list->lists[TARN_LIST_ELEMENTS]) : nullptr;
   }
@@ -41,21 +41,21 @@ struct NodeList {
     return all ? elementAt(*all, index) : 0;
   }
 
-  // Null also for an element that came in through a type sharing the list's tag.
+  // Null also for an element of the type that shares the list's tag. Kept: quirk 45.
   static Node *nodeAtIndex(const Node *list, uint32_t index) {
     return nodeAt(handleAt(list, index), kElementMagic);
   }
 
-  // A fresh list has nothing to reserve in yet and stays without an array.
+  // Does nothing to a list that has never had an element. Kept: quirk 46.
   static void reserve(Node *list, uint32_t capacity) {
     if (elements(list)) TARNGenericList_reserve(&list->lists[TARN_LIST_ELEMENTS], capacity);
   }
 
-  // Appends an element that the list owns from now on; one that cannot be appended is released.
+  // Appends an element and takes ownership; releases it if it cannot be appended.
   static TarnStatus adopt(Node *list, Node *element) {
     if (!element) return TARN_OUT_OF_MEMORY;
     makeElements(list);
-    // Without memory for a list there is nothing to append to, and that is what the status says.
+    // If the generic list could not be allocated, append() reports TARN_WRONG_TYPE.
     const TarnStatus status = append(elements(list), handleOf(element));
     if (status != TARN_OK) kRelease(element);
     return status;
@@ -76,15 +76,16 @@ struct NodeList {
     return source ? addCopy(target, *source) : TARN_BAD_ARGUMENT;
   }
 
-  // The element that goes with the list. One of a type that shares the list's tag is refused and
-  // stays, since a script may hold it.
+  // An element that is released with the list. One of the type that shares the list's tag stays
+  // allocated, since a script may still use it.
   static Node *ownedAt(const Node *list, uint32_t index) {
     Node *element = nodeAtIndex(list, index);
     if (!element) abandon(blockAt<void>(handleAt(list, index)));
     return element;
   }
 
-  // Releases the elements; their addresses stay behind in a generic list that is about to go.
+  // Releases the elements. The caller must clear or release the generic list, which still has their
+  // addresses.
   static void releaseElements(const Node *list) {
     for (uint32_t i = 0; i < count(list); ++i) {
       if (Node *element = ownedAt(list, i)) kRelease(element);
@@ -118,7 +119,7 @@ struct NodeList {
     return TARN_OK;
   }
 
-  // The destination is overwritten, whatever it held.
+  // Overwrites the destination without deleting what it held. Kept: quirk 47.
   static TarnStatus clone(TarnHandle *source, TarnHandle *destination) {
     const Node *list = in(source);
     if (!list) return TARN_WRONG_TYPE;
@@ -132,7 +133,7 @@ struct NodeList {
     return TARN_OK;
   }
 
-  // Empties the list; the node stays.
+  // Empties the list and keeps the node.
   static TarnStatus clear(TarnHandle *handle) {
     Node *list = in(handle);
     if (!list) return TARN_WRONG_TYPE;

@@ -17,7 +17,7 @@ const char *textOf(const String &string) { return string.buffer ? string.buffer 
 
 size_t lengthOf(const String &string) { return std::strlen(textOf(string)); }
 
-// A block for a capacity. It has one byte more, for the zero byte of a text that fills it.
+// A buffer for a capacity, with one more byte for the zero byte of a text that fills it.
 OwnedText newBuffer(int64_t capacity) {
   return capacity <= INT32_MAX ? newZeroedText(static_cast<uint64_t>(capacity)) : nullptr;
 }
@@ -28,35 +28,35 @@ void replaceBuffer(String &string, OwnedText buffer, int64_t capacity) {
   string.room = static_cast<size_t>(capacity) + 1;
 }
 
-// Without memory a string loses its buffer and reads as empty until the next one can be made.
+// After a failed growth a string has no buffer and reads as empty until it gets one.
 void dropBuffer(String &string) {
   std::free(take(string.buffer));
   string.room = 0;
 }
 
-// The capacity with which a text of this size is kept: a size that does not fit gets slack too.
+// The capacity after storing a text of this size. Kept: quirk 64.
 int64_t capacityFor(const String &string, int64_t size) {
   return size > string.capacity ? size + kSlack : string.capacity;
 }
 
 bool fits(const String &string, int64_t size) { return string.buffer && size <= string.capacity; }
 
-// Copies up to the source's zero byte and fills up with zero bytes: a source that is shorter than
-// claimed cuts the text there.
+// Copies up to the source's zero byte and pads with zero bytes, so a source shorter than `count` ends
+// the text. Kept: quirk 62.
 void copyPadded(char *to, const char *from, size_t count) {
   const size_t given = strnlen(from, count);
   std::memmove(to, from, given);
   std::memset(to + given, 0, count - given);
 }
 
-// Beyond the text nothing moves, and what would fall outside the block is not written; the last
-// byte of the block stays zero.
+// Writes behind the end of the text, where scripts do not see it, and never outside the block. The
+// last byte of the block stays zero. Kept: quirk 63.
 void writeBeyond(char *buffer, size_t room, const char *source, size_t count, size_t position) {
   const size_t end = room - 1;
   if (position < end) copyPadded(buffer + position, source, std::min(count, end - position));
 }
 
-// The old buffer goes when the new one is whole, since the source may lie in it.
+// The old buffer is freed last, since the source may be inside it.
 bool insertIntoNewBuffer(String &string, int64_t capacity, const char *source, size_t count,
                          size_t position) {
   OwnedText made = newBuffer(capacity);
@@ -76,8 +76,7 @@ bool insertIntoNewBuffer(String &string, int64_t capacity, const char *source, s
   return true;
 }
 
-// When the source is the string's own text, what of it stood behind the gap has moved with the
-// tail.
+// If the source is part of the string's own text, its bytes behind the gap have moved with the tail.
 void insertInPlace(String &string, const char *source, size_t count, size_t position) {
   const size_t length = lengthOf(string);
   if (position > length) return writeBeyond(string.buffer, string.room, source, count, position);
@@ -108,7 +107,7 @@ TarnStatus insert(String &string, const char *source, size_t count, size_t posit
   return TARN_OK;
 }
 
-// Without memory for a text that does not fit, the string ends without one.
+// Does not report a failed allocation; the string is then empty. Kept: quirk 65.
 TarnStatus set(String &string, const char *text) {
   const size_t length = std::strlen(text);
   const auto size = static_cast<int64_t>(length);
@@ -209,7 +208,7 @@ uint32_t TARNString_length(TarnHandle *handle) {
   return string ? static_cast<uint32_t>(lengthOf(*string)) : 0;
 }
 
-// The buffer stays, but counts for nothing: the next write makes a new one.
+// The buffer stays, but the next text that is not empty gets a new one. Kept: quirk 64.
 TarnStatus TARNString_clear(TarnHandle *handle) {
   String *string = stringIn(handle);
   if (!string) return TARN_WRONG_TYPE;
@@ -229,13 +228,13 @@ TarnStatus TARNString_append(TarnHandle *handle, const char *text) {
 
 TarnStatus TARNString_appendn(TarnHandle *handle, const char *text, uint32_t offset,
                               uint32_t count) {
-  // The text is tested before the type: without one, any object gives 1.
+  // A null text is reported before a wrong type. Kept: quirk 56.
   if (!objectIn(handle)) return TARN_WRONG_TYPE;
   if (!text) return TARN_BAD_ARGUMENT;
   return TARNString_insertn(handle, text, offset, count, TARNString_length(handle));
 }
 
-// What is no string appends nothing, and that succeeds.
+// A source that is not a string appends nothing and succeeds. Kept: quirk 66.
 TarnStatus TARNString_append_string(TarnHandle *handle, TarnHandle *source) {
   const char *text = TARNString_c_str(source);
   return text ? TARNString_append(handle, text) : TARN_BAD_ARGUMENT;
@@ -262,7 +261,7 @@ TarnStatus TARNString_insertn(TarnHandle *handle, const char *text, uint32_t off
   String *string = stringIn(handle);
   if (!string) return TARN_WRONG_TYPE;
   if (!text) return TARN_BAD_ARGUMENT;
-  // A count of 0 is the length of the whole text, also from an offset on: the end is filled up.
+  // A count of 0 is the length of the whole text, despite the offset. Kept: quirk 61.
   return insert(*string, text + offset, count > 0 ? count : std::strlen(text), position);
 }
 
@@ -305,12 +304,12 @@ TarnStatus TARNString_substr(TarnHandle *handle, int32_t start, uint32_t count,
     if (made) deleteString(made);
     return status;
   }
-  // A negative start is a large one, beyond every text.
   const size_t length = lengthOf(*string);
-  const size_t from = static_cast<uint32_t>(start);
-  if (from < length) {
-    const bool toTheEnd = count == 0 || count > length - from;
-    const OwnedText cut = copyBytes(textOf(*string) + from, toTheEnd ? length - from : count);
+  // A negative start becomes a large number, beyond every text. Kept: quirk 63.
+  const size_t first = static_cast<uint32_t>(start);
+  if (first < length) {
+    const bool toTheEnd = count == 0 || count > length - first;
+    const OwnedText cut = copyBytes(textOf(*string) + first, toTheEnd ? length - first : count);
     if (cut) set(*made, cut.get());
   }
   *result = handleOf(made);
@@ -355,7 +354,8 @@ TarnStatus TARNString_reserve(TarnHandle *handle, uint32_t requested) {
   const size_t length = lengthOf(*string);
   const uint32_t free = static_cast<uint32_t>(string->capacity) - static_cast<uint32_t>(length);
   if (free >= requested) return TARN_OK;
-  // To the byte, without slack. Without memory the string stays as it is.
+  // Exactly what is needed, without slack; a failed allocation is not reported. Kept: quirks 64
+  // and 65.
   const int64_t capacity = static_cast<int64_t>(length) + requested;
   if (OwnedText buffer = newBuffer(capacity)) {
     std::memcpy(buffer.get(), textOf(*string), length);

@@ -7,20 +7,20 @@ namespace tarn::internal {
 
 struct Node;
 
-// Scripts read the first three fields by their order.
+// The order of the first three fields is part of the interface.
 struct String {
   uint32_t magic;
-  // What the string says its buffer holds; 0 after a clear, which keeps the buffer.
+  // What scripts see; 0 after a clear, which keeps the buffer.
   int32_t capacity;
-  // Null after a growth that failed, and then an empty text.
+  // Null after a failed growth; the text is then empty.
   char *buffer;
-  // What the buffer really holds; its last byte is always zero.
+  // The size of the buffer; its last byte is always zero.
   size_t room;
-  // Null, but for a string that CGIgs_new() made, which is a node too (core/cgigs.h).
+  // Null, except for a string that CGIgs_new() made, which is a node too (cgigs.h).
   Node *node;
 };
 
-// Releases the string, and the node that it is a part of.
+// Deletes the string, and its node if it has one.
 void deleteString(String *string);
 
 inline String *stringAt(TarnHandle value) {

@@ -1,5 +1,5 @@
-// Text utilities in the form in which the library itself uses them: on text that may stand inside
-// a longer one, so that nothing has to be cut out to be looked at.
+// Text utilities for the library itself. They work on views, so a piece of a longer text does not
+// have to be copied first.
 #ifndef TARN_CORE_TEXT_H
 #define TARN_CORE_TEXT_H
 
@@ -10,36 +10,37 @@
 
 namespace tarn::internal {
 
-// An environment variable, or an empty text.
+// The value of an environment variable; an empty text if it is unset.
 char *environmentVariable(const char *name);
 
-// strcasecmp(), with a null text before any other; two nulls are equal.
+// strcasecmp() that accepts null: null sorts before any text, and two nulls are equal.
 int compareTexts(const char *a, const char *b);
 
-// strcmp(), with the same exceptions.
+// strcmp(), with the same rule for null.
 int orderTexts(const char *a, const char *b);
 
-// Decodes "+" and "%XX". What lies past the end of the text counts as zero bytes.
+// Decodes "+" and "%XX". Digits missing at the end count as zero bytes.
 OwnedText unescape(std::string_view text);
 
-// The same into a place with room for the text and a final zero byte. Gives the place after that.
+// The same into a buffer with room for the text and a final zero byte. Returns the end: the address
+// after the zero byte.
 char *unescapeTo(char *place, std::string_view text);
 
-// Puts a text and a final zero byte into a place. Gives the place after that.
+// Copies a text and a final zero byte into a buffer. Returns the address after the zero byte.
 inline char *copyTo(char *place, std::string_view text) {
   if (!text.empty()) std::memcpy(place, text.data(), text.size());
   place[text.size()] = '\0';
   return place + text.size() + 1;
 }
 
-// The text without the white space around it.
+// The text without leading and trailing white space.
 std::string_view trim(std::string_view text);
 
-// The first occurrence of `needle`, or null. The time grows with the haystack, whatever it holds.
+// The first occurrence of `needle`, or null. Takes linear time, whatever the haystack contains.
 const char *find(std::string_view haystack, std::string_view needle);
 
-// What stands before, or from, a place inside the text. (Views are cut by pointers: substr() would
-// want the C++ runtime.)
+// The part of a text before a position, and the part from it on. (substr() would need the C++
+// runtime.)
 inline std::string_view textUpTo(std::string_view text, const char *place) {
   return {text.data(), static_cast<size_t>(place - text.data())};
 }
@@ -48,8 +49,8 @@ inline std::string_view textFrom(std::string_view text, const char *place) {
   return {place, static_cast<size_t>(text.data() + text.size() - place)};
 }
 
-// Divides a text at the first separator. Without one, all of it stands before and the result is
-// false.
+// Splits a text at the first separator. Without one, returns false, with all of the text in `before`
+// and an empty `after`.
 inline bool splitAtFirst(std::string_view text, char separator, std::string_view &before,
                          std::string_view &after) {
   const void *found = text.empty() ? nullptr : std::memchr(text.data(), separator, text.size());
@@ -59,14 +60,14 @@ inline bool splitAtFirst(std::string_view text, char separator, std::string_view
   return found != nullptr;
 }
 
-// The bytes before the first zero byte.
+// The bytes before the first zero byte; all of them if there is none.
 std::string_view upToZeroByte(std::string_view bytes);
 inline bool hasNoZeroByte(std::string_view bytes) {
   return upToZeroByte(bytes).size() == bytes.size();
 }
 
-// A decimal number as atol() reads it where a long has 32 bits: text beyond that stops at the
-// limit.
+// A decimal number, read up to the first byte that is not a digit and clamped to 32 bits.
+// Kept: quirk 25.
 int32_t toNumber(const char *text);
 
 }  // namespace tarn::internal

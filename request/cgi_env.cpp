@@ -17,10 +17,12 @@ namespace {
 
 int32_t numberIn(const char *name) { return toNumber(environmentVariable(name)); }
 
-// Whether CONTENT_LENGTH says more than the number that is made of it.
-bool exceeds(int32_t length) { return std::atoll(environmentVariable("CONTENT_LENGTH")) > length; }
+// Whether CONTENT_LENGTH is larger than the number it was clamped to.
+bool lengthExceeds(int32_t length) {
+  return std::atoll(environmentVariable("CONTENT_LENGTH")) > length;
+}
 
-// A signal does not end a body; the end of the input or an error does.
+// Reads on after a signal; stops at the end of the input or at an error.
 size_t readInput(char *block, size_t length) {
   for (size_t arrived = 0;;) {
     errno = 0;
@@ -30,7 +32,8 @@ size_t readInput(char *block, size_t length) {
   }
 }
 
-// The body is read into the block that keeps it. What does not arrive is zero.
+// Reads the body into the block that the environment keeps. Bytes that do not arrive are zero.
+// Kept: quirk 26.
 TarnStatus readBody(int32_t length, Capture &capture) {
   if (length < 0) return TARN_BAD_ARGUMENT;
   const auto count = static_cast<uint32_t>(length);
@@ -62,11 +65,11 @@ Capture captureEnvironment() {
   capture.status = TARN_OK;
   const int32_t length = numberIn("CONTENT_LENGTH");
   environment->ints[TARN_ENVIRONMENT_CONTENT_LENGTH] = static_cast<uint32_t>(length);
-  // In lower case only, while the method is taken in any case.
+  // In lower case only. Kept: quirk 24.
   environment->ints[TARN_ENVIRONMENT_HTTPS] =
       std::strcmp(environmentVariable("HTTPS"), "on") == 0 ? 1 : 0;
   if (isPost() && length != 0) capture.status = readBody(length, capture);
-  if (capture.status != TARN_OK || (isPost() && exceeds(length))) markIncomplete(environment);
+  if (capture.status != TARN_OK || (isPost() && lengthExceeds(length))) markIncomplete(environment);
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {
     setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookieHeader(cookies, environment));
   }

@@ -7,8 +7,8 @@
 
 namespace tarn::internal {
 
-// What CgiEnv_new() makes. The input is the body as far as it arrived, kept to the end of the
-// process; null data when there is none.
+// What CgiEnv_new() makes. The input is the part of the body that arrived, allocated to the end of the
+// process; null data if there is no body.
 struct Capture {
   Node *environment;
   TarnStatus status;

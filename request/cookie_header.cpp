@@ -8,8 +8,8 @@ namespace {
 
 OwnedText trimAndDecode(std::string_view text) { return unescape(trim(text)); }
 
-// A token without "=" makes a cookie without name and value, which is still in the list. So
-// does one without memory for both, which is lost.
+// A token without "=" makes a cookie without a name and value (kept: quirk 29). So does one whose name
+// or value cannot be allocated; `isLost` tells the two apart.
 Node *parseCookie(std::string_view token, bool &isLost) {
   std::string_view name;
   std::string_view value;
@@ -22,7 +22,7 @@ Node *parseCookie(std::string_view token, bool &isLost) {
 
 }  // namespace
 
-// Every ";" ends a token and the end of the header ends the last one; empty tokens count.
+// Every ";" ends a token, and so does the end of the header; empty tokens count.
 Node *parseCookieHeader(std::string_view header, Node *environment) {
   Node *list = Cookies::create();
   for (bool more = true; more;) {

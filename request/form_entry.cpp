@@ -12,7 +12,7 @@ const char *valueIn(const TarnHandle *handle) {
   return entry ? entry->strings[TARN_ENTRY_VALUE] : nullptr;
 }
 
-// No data is an empty text as long as no length is claimed for it.
+// Null data is an empty text if the length is 0.
 TarnStatus copyValue(const void *data, uint32_t length, OwnedText &copy) {
   if (!data && length > 0) return TARN_BAD_ARGUMENT;
   copy = copyBytes(data ? data : "", length);
@@ -63,7 +63,8 @@ using namespace tarn::internal;
 TarnStatus FormEntry_init(TarnHandle *entry, const char *name, const void *data, uint32_t length) {
   Node *node = entryIn(entry);
   if (!node) return TARN_WRONG_TYPE;
-  // Copied before the name is replaced: the data may be the entry's old name.
+  // Copied before the name is replaced: the data may be the entry's old name. The name is set even if
+  // the value is refused. Kept: quirk 42.
   OwnedText value;
   const TarnStatus status = copyValue(data, length, value);
   setText(*node, TARN_ENTRY_NAME, copyText(name));
@@ -80,7 +81,7 @@ TarnStatus FormEntry_setValue(TarnHandle *entry, const void *data, uint32_t leng
   return TARN_OK;
 }
 
-// Two handles that are no entries compare as equal; scripts sort lists with holes by it.
+// Handles that are not entries compare as equal. Kept: quirk 40.
 int32_t FormEntry_compare(TarnHandle *a, TarnHandle *b) {
   const Node *right = entryIn(b);
   if (!entryIn(a) || !right) return 0;

@@ -7,11 +7,11 @@ namespace tarn::internal {
 
 using FormEntries = NodeList<TARN_FORM_ENTRY_LIST_MAGIC, TARN_FORM_ENTRY_MAGIC>;
 
-// An entry as a list keeps it: the value as far as it is text, the length as it came. A name that
-// is no text at all (null data) is none.
+// An entry with a value that ends at its first zero byte and the length that was sent. If the name has
+// null data, the entry has no name.
 Node *newFormEntry(std::string_view name, std::string_view value, uint32_t length);
 
-// The same of URL-encoded texts, with the length of the decoded text.
+// An entry from URL-encoded texts, with the length of the decoded value.
 Node *newDecodedFormEntry(std::string_view name, std::string_view value);
 
 const char *nameOfEntry(const Node &entry);

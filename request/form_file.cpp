@@ -43,7 +43,7 @@ TarnStatus FormFile_init(TarnHandle *file, const char *name, const char *fileNam
   Node *node = fileIn(file);
   if (!node) return TARN_WRONG_TYPE;
   if (!name || !fileName || !contentType || !data) return TARN_BAD_ARGUMENT;
-  // Copied before the node is emptied: the texts may be the file's own.
+  // Copied before the node is emptied: the texts may belong to the file itself.
   FileParts parts{.name = copyText(name),
                   .fileName = copyText(fileName),
                   .contentType = copyText(contentType),
@@ -65,7 +65,7 @@ uint32_t FormFile_compare(TarnHandle *a, TarnHandle *b) {
              : 1;
 }
 
-// 1 where FormEntry_compareName() gives -1; scripts know the two apart.
+// Returns 1 where FormEntry_compareName() returns -1. Kept: quirk 40.
 int32_t FormFile_compareName(TarnHandle *file, const char *name) {
   const Node *node = fileIn(file);
   return node && name ? compareTexts(nameOfFile(*node), name) : 1;
@@ -75,8 +75,8 @@ uint32_t FormFile_writeToStream(TarnHandle *file, FILE *stream) {
   const Bytes bytes = contentsOf(fileIn(file));
   if (!bytes.data || bytes.count == 0) return 0;
   if (!stream) return 1;
-  // Byte by byte, since only that tells of a line that a line-buffered stream could not pass on. A
-  // byte that the stream refuses is passed over; the rest is still tried.
+  // Byte by byte, since only that reports an error when a line-buffered stream flushes a line. Goes on
+  // after a byte that the stream refuses. Kept: quirk 43.
   uint32_t written = 0;
   flockfile(stream);
   for (uint32_t i = 0; i < bytes.count; ++i) {
@@ -104,7 +104,7 @@ void FormFileList_reserve(TarnHandle *list, uint32_t capacity) {
   FormFiles::reserve(FormFiles::in(list), capacity);
 }
 
-// Unlike an entry list's clear this one ends the list: scripts test the handle for 0 after it.
+// Deletes the list, unlike FormEntryList_clear(). Kept: quirk 44.
 TarnStatus FormFileList_clear(TarnHandle *list) { return FormFiles::remove(list); }
 
 TarnStatus FormFileList_delete(TarnHandle *list) { return FormFiles::remove(list); }

@@ -7,7 +7,7 @@ namespace tarn::internal {
 
 using FormFiles = NodeList<TARN_FORM_FILE_LIST_MAGIC, TARN_FORM_FILE_MAGIC>;
 
-// What makes a file; the block comes from newText() and its bytes are kept without a copy.
+// What a file is made of. `data` comes from newText(); the file takes it over without a copy.
 struct FileParts {
   OwnedText name;
   OwnedText fileName;
@@ -16,7 +16,7 @@ struct FileParts {
   uint32_t length;
 };
 
-// A file of these parts; an empty one when name or content type is missing.
+// A file made of these parts; an empty one if the name or the content type is missing. Kept: quirk 9.
 Node *newFormFile(FileParts parts);
 
 const char *nameOfFile(const Node &file);

@@ -10,17 +10,17 @@ constexpr std::string_view kBoundary = "boundary=";
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kHeadersEnd = "\r\n\r\n";
 
-// "--", the boundary and a line end. The boundary is the rest of the content type as it stands,
-// quotes and further parameters included: that is what has to be found in the body.
+// "--", the boundary and CR LF. The boundary is the rest of the content type, including quotation
+// marks and further parameters. Kept: quirk 4.
 OwnedText makeDelimiter(const char *boundary) {
   char *text = nullptr;
   tarn_asprintf(&text, "--%s\r\n", boundary);
   return OwnedText(text);
 }
 
-// The text between the first `open` and the `close` that follows it, or the end; the text of the
-// part ends at its first zero byte. Nothing between the two counts as nothing found (null data); a
-// text that ends with `open` has an empty one there.
+// The text between the first `open` and the next `close`, or the end of the part; only text before the
+// part's first zero byte counts. Null data if `open` is missing or `close` follows it at once; an empty
+// text if the part ends with `open`.
 std::string_view textBetween(std::string_view part, std::string_view open, std::string_view close) {
   const char *found = find(part, open);
   if (!found || !hasNoZeroByte(textUpTo(part, found))) return {};
@@ -32,15 +32,14 @@ std::string_view textBetween(std::string_view part, std::string_view open, std::
 
 struct PartHeader {
   std::string_view name;
-  bool hasFileName;  // sent, though there may be no memory for it
+  bool hasFileName;  // also if there was no memory for it
   OwnedText fileName;
   std::string_view contentType;
 };
 
-// The marks are looked for in the whole part, as far as it is text: a part without a header of its
-// own can find one in its body. `name="` also stands inside `filename="`, so that a file name sent
-// before the field name becomes the field name too. The content type takes in the header lines that
-// follow it.
+// Searches for the marks in the whole part, values included. `name="` also matches inside `filename="`,
+// so a file name that comes first is the field name too, and the content type includes the header
+// lines after it. Kept: quirks 6, 7 and 8.
 PartHeader parseHeader(std::string_view part) {
   const std::string_view fileName = textBetween(part, "filename=\"", "\"");
   return {textBetween(part, "name=\"", "\""), fileName.data() != nullptr,
@@ -48,8 +47,8 @@ PartHeader parseHeader(std::string_view part) {
           textBetween(part, "Content-Type: ", kHeadersEnd)};
 }
 
-// Appends the file of a part; false without memory for its bytes. Without field name or content
-// type, an empty file is appended.
+// Appends the file of a part; false if its bytes cannot be allocated. Without a field name or a content
+// type the file is empty. Kept: quirk 9.
 bool appendFile(const FormLists &lists, PartHeader header, std::string_view value) {
   FileParts parts{.name = copyText(header.name),
                   .fileName = std::move(header.fileName),
@@ -72,8 +71,8 @@ bool appendFile(const FormLists &lists, PartHeader header, std::string_view valu
 const char *parsePart(const FormLists &lists, std::string_view part) {
   const char *headersEnd = find(part, kHeadersEnd);
   if (!headersEnd) return nullptr;
-  // The value is the first line of what follows; without a line end there is none. Scripts get the
-  // first line of a text area, and a file up to its first line end, by this.
+  // The value ends at the first CR LF after the headers; without one it is empty. A text area arrives
+  // as its first line, a file up to its first CR LF. Kept: quirk 1.
   const std::string_view body = textFrom(part, headersEnd + kHeadersEnd.size());
   const char *lineEnd = find(body, kLineEnd);
   const std::string_view value = textUpTo(body, lineEnd ? lineEnd : body.data());
@@ -82,14 +81,13 @@ const char *parsePart(const FormLists &lists, std::string_view part) {
   if (header.fileName && *header.fileName) {
     return appendFile(lists, std::move(header), value) ? headersEnd : nullptr;
   }
-  // The value is kept as far as it is text, with the length that was sent.
+  // The text ends at its first zero byte; the length is that of all bytes. Kept: quirk 11.
   Node *entry = newFormEntry(header.name, upToZeroByte(value), static_cast<uint32_t>(value.size()));
   appendEntry(lists, entry);
   return entry ? headersEnd : nullptr;
 }
 
-// The end is where no delimiter follows: the last part takes in the closing one, which nothing
-// looks for, and whatever comes after it.
+// The last part runs to the end of the body: nothing searches for the closing delimiter. Kept: quirk 5.
 void parseMultipart(const FormLists &lists, std::string_view body, const char *contentType) {
   const char *boundary = find(contentType, kBoundary);
   if (!boundary) return;

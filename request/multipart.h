@@ -1,3 +1,4 @@
+// The parser of multipart/form-data bodies.
 #ifndef TARN_REQUEST_MULTIPART_H
 #define TARN_REQUEST_MULTIPART_H
 
@@ -7,11 +8,11 @@
 
 namespace tarn::internal {
 
-// Parses a body under its content type. Without "boundary=" there it has no parts.
+// Parses a body. If the content type has no "boundary=", the body has no parts.
 void parseMultipart(const FormLists &lists, std::string_view body, const char *contentType);
 
-// Parses what stands between two delimiters. Gives the end of the last header line; null when the
-// part was dropped.
+// Parses the bytes between two delimiters. Returns the end of the last header line, or null if the part
+// was dropped.
 const char *parsePart(const FormLists &lists, std::string_view part);
 
 }  // namespace tarn::internal

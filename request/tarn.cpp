@@ -24,9 +24,8 @@ FormLists listsOf(Node *request) {
           FormFiles::at(request->structs[TARN_REQUEST_FILES])};
 }
 
-// CONTENT_TYPE decides alone; scripts get a query string parsed as multipart by it. URL-encoded
-// text ends at its first zero byte, whatever the length. Anything in the first slot is an
-// environment here.
+// CONTENT_TYPE alone chooses the parser, and URL-encoded text ends at its first zero byte, whatever the
+// length. Kept: quirks 2 and 13. Any object in the first slot counts as an environment.
 TarnStatus parseForm(Node *request, const char *input, size_t length) {
   if (!input) return TARN_BAD_ARGUMENT;
   if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
@@ -40,15 +39,16 @@ TarnStatus parseForm(Node *request, const char *input, size_t length) {
   return TARN_OK;
 }
 
-// A POST has its body or nothing; its query string is not looked at. Of a body that is shorter than
-// CONTENT_LENGTH only what arrived is parsed: nothing can be found in the zeros after it.
+// Parses the body of a POST, and the query string of any other request. Kept: quirk 3. `body` is what
+// arrived, without the zeros that pad a short body.
 TarnStatus parseRequest(Node *request, std::string_view body) {
   if (isPost()) return body.data() ? parseForm(request, body.data(), body.size()) : TARN_OK;
   const char *query = environmentVariable("QUERY_STRING");
   return parseForm(request, query, std::strlen(query));
 }
 
-// Without memory for the request the environment is read all the same, and its parse finds none.
+// If the request cannot be allocated, standard input is still consumed; parsing then returns
+// TARN_NO_ENVIRONMENT. Kept: quirk 16.
 TarnStatus newRequest(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
   Node *request = newNode(TARN_REQUEST_MAGIC);
@@ -80,7 +80,7 @@ using namespace tarn::internal;
 
 TarnStatus Tarn_new(TarnHandle *handle) {
   const TarnStatus status = newRequest(handle);
-  // A trace that goes nowhere; programs that watch their allocations see it come and go.
+  // A text that is allocated and freed unread. Kept: quirk 75.
   char *trace = nullptr;
   tarn_asprintf(&trace, "exiting Tarn_new with ret = %d", static_cast<int>(status));
   std::free(trace);
@@ -91,7 +91,7 @@ TarnStatus Tarn_delete(TarnHandle *handle) {
   Node *request = requestIn(handle);
   if (!request) return TARN_WRONG_TYPE;
   *handle = 0;
-  // Each leaves its slot empty, or untouched when something else stands there, which is the node's.
+  // Each empties its slot, unless that holds something else, which is released with the node.
   CgiEnv_delete(&request->structs[TARN_REQUEST_ENVIRONMENT]);
   FormEntryList_delete(&request->structs[TARN_REQUEST_ENTRIES]);
   FormFileList_delete(&request->structs[TARN_REQUEST_FILES]);
@@ -101,20 +101,20 @@ TarnStatus Tarn_delete(TarnHandle *handle) {
 
 TarnStatus Tarn_clear(TarnHandle *) { return TARN_NOT_IMPLEMENTED; }
 
+// Fixed texts, whenever the library was built. Kept: quirk 21.
 const char *Tarn_getCompileDate(TarnHandle *) { return "Jul 17 2007"; }
 
 const char *Tarn_getCompileTime(TarnHandle *) { return "14:49:31"; }
 
 const char *Tarn_getVersion(TarnHandle *) { return "1.0.0"; }
 
-// Nothing ever fills it in; scripts print it as it stands.
 const char *Tarn_getHost(TarnHandle *) { return "Set this to the platform we compiled for"; }
 
 void Tarn_save(TarnHandle *, FILE *) {}
 
 void Tarn_restore(TarnHandle *, FILE *) {}
 
-// Tarn_new() marks the request or its environment; a copy may lack something in its lists.
+// Tarn_new() marks the request or its environment; in a copy, a list may be marked.
 uint32_t Tarn_isComplete(TarnHandle *handle) {
   Node *request = requestIn(handle);
   const Node *environment =
@@ -139,7 +139,7 @@ TarnHandle Tarn_getElementByName(TarnHandle *handle, const char *name) {
   return firstNamed<FormEntries>(listsOf(requestIn(handle)).entries, nameOfEntry, name);
 }
 
-// By name, for all it is called: scripts rely on both lookups being one.
+// Despite its name, looks up by name. Kept: quirk 17.
 TarnHandle Tarn_getElementByValue(TarnHandle *handle, const char *text) {
   return Tarn_getElementByName(handle, text);
 }
@@ -148,9 +148,10 @@ TarnHandle Tarn_getFile(TarnHandle *handle, const char *name) {
   return firstNamed<FormFiles>(listsOf(requestIn(handle)).files, nameOfFile, name);
 }
 
+// Returns 1 or 0, not a status. Kept: quirk 20.
 uint32_t Tarn_findEntries(TarnHandle *handle, const char *name, uint32_t, TarnHandle *destination) {
   const Node *entries = listsOf(requestIn(handle)).entries;
-  // Counted once: the destination may be the request's own list.
+  // The count is taken once: the destination may be the request's own list.
   const uint32_t count = FormEntries::count(entries);
   for (uint32_t i = 0; i < count; ++i) {
     const Node *entry = FormEntries::nodeAtIndex(entries, i);
@@ -168,7 +169,7 @@ TarnStatus Tarn_parseFormInput(TarnHandle *handle, char *input, uint32_t length)
 void Tarn_parsePair(TarnHandle *handle, char *pair) {
   if (!pair) return;
   parsePair(listsOf(requestIn(handle)), pair);
-  // Scripts see their text cut into name and value.
+  // The caller's text is cut into name and value. Kept: quirk 14.
   if (char *equals = std::strchr(pair, '=')) *equals = '\0';
 }
 
@@ -176,6 +177,6 @@ void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t length) {
   if (!part) return;
   const std::string_view bytes(reinterpret_cast<const char *>(part), length);
   const char *headersEnd = parsePart(listsOf(requestIn(handle)), bytes);
-  // Scripts see their part end with its last header line.
+  // The caller's part ends after its last header line. Kept: quirk 14.
   if (headersEnd) *const_cast<char *>(headersEnd) = '\0';
 }

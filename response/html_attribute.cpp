@@ -2,11 +2,11 @@
 
 using namespace tarn::internal;
 
-// A null name or value empties its place; nothing is refused.
+// A null name or value empties its slot.
 TarnStatus HTMLAttribute_init(TarnHandle *attribute, const char *name, const char *value) {
   Node *node = nodeIn(attribute, TARN_ATTRIBUTE_MAGIC);
   if (!node) return TARN_WRONG_TYPE;
-  // Both are copied before the first is set: the texts may be the attribute's own.
+  // Both are copied before the first is set: the texts may belong to the attribute itself.
   OwnedText nameCopy = copyText(name);
   OwnedText valueCopy = copyText(value);
   setText(*node, TARN_ATTRIBUTE_NAME, std::move(nameCopy));

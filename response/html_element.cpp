@@ -21,12 +21,13 @@ Node *embeddedOf(const Node &element) {
   return Elements::at(element.structs[TARN_ELEMENT_EMBEDDED]);
 }
 
-// Trees are walked without recursion, so that no depth can exhaust a stack. Elements that wait to
-// be released hang on a pending through their `fixed` slots, which nobody reads any more; copies that
-// wait to be filled, on one through their struct slots, which also name the source.
+// Trees are walked without recursion, so that no depth can exhaust the stack. Elements still to be
+// released are linked through their `fixed` slots, which nobody reads any more; copies still to be
+// filled are linked through their struct slots, which also hold the source. Each function below has
+// the head of such a linked list as `pending`.
 
-// Releases the attributes of an element and hangs its children on the pending. The lists' own nodes
-// stay, with the element.
+// Releases the attributes of an element and adds its children to the elements to be released. The
+// nodes of the two lists stay.
 void releaseContents(const Node &element, Node *&pending) {
   Attributes::releaseElements(attributesOf(element));
   const Node *embedded = embeddedOf(element);
@@ -62,7 +63,7 @@ void copyLater(Node &copy, const Node &source, Node *&pending) {
   pending = &copy;
 }
 
-// The next copy to be filled, with its source.
+// Takes the next copy to be filled, and its source.
 Node *nextPending(Node *&pending, const Node *&source) {
   Node *copy = pending;
   if (copy) {
@@ -82,7 +83,7 @@ TarnStatus copyAttributes(const Node &source, Node &copy) {
   return status;
 }
 
-// Gives the copy as many children as the source has, which wait to be filled.
+// Gives the copy as many children as the source has, to be filled later.
 TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&pending) {
   if (!source.structs[TARN_ELEMENT_EMBEDDED]) return TARN_OK;
   const Node *list = embeddedOf(source);
@@ -92,9 +93,9 @@ TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&pending) {
   for (uint32_t i = 0; i < Elements::count(list); ++i) {
     const Node *child = Elements::nodeAtIndex(list, i);
     if (!child) return TARN_WRONG_TYPE;
-    Node *shell = newNode(TARN_ELEMENT_MAGIC);
-    if (TarnStatus status = Elements::adopt(made, shell)) return status;
-    copyLater(*shell, *child, pending);
+    Node *childCopy = newNode(TARN_ELEMENT_MAGIC);
+    if (TarnStatus status = Elements::adopt(made, childCopy)) return status;
+    copyLater(*childCopy, *child, pending);
   }
   return TARN_OK;
 }
@@ -107,8 +108,8 @@ TarnStatus fillElement(Node &copy, const Node &source, Node *&pending) {
   return status == TARN_OK ? copyEmbedded(source, copy, pending) : status;
 }
 
-// Fills a new element. When something in the subtree cannot be copied it stays without embedded
-// elements.
+// Fills a new element. If something in the subtree cannot be copied, the element ends up without
+// embedded elements. Kept: quirk 58.
 TarnStatus copyInto(Node &top, const Node &source) {
   Node *pending = nullptr;
   copyLater(top, source, pending);
@@ -158,7 +159,8 @@ TarnStatus HTMLElement_clone(TarnHandle *source, TarnHandle *destination) {
   return copy ? copyInto(*copy, *node) : TARN_OK;
 }
 
-// In the usual order of operands, unlike HTTPCookie_compare(); what is no element sorts first.
+// In the usual order, unlike HTTPCookie_compare(); -1 if either is not an element. Kept: quirks 40
+// and 48.
 int HTMLElement_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = elementIn(a);
   const Node *right = elementIn(b);
@@ -172,7 +174,8 @@ TarnStatus HTMLElement_setAttributes(TarnHandle *element, TarnHandle *attributes
   if (!node) return TARN_WRONG_TYPE;
   const Node *list = Attributes::in(attributes);
   if (!list) return TARN_BAD_ARGUMENT;
-  // Copied before the old list goes: the new one may be that very list.
+  // Copied before the old list is released: they may be the same list. If the copy fails, the old list
+  // is released all the same. Kept: quirk 59.
   Node *copy = nullptr;
   const TarnStatus status = Attributes::copy(*list, copy);
   Attributes::store(*node, TARN_ELEMENT_ATTRIBUTES, copy);
@@ -193,7 +196,8 @@ TarnStatus HTMLElement_setEmbedded(TarnHandle *element, TarnHandle *embedded) {
   if (!node) return TARN_WRONG_TYPE;
   const Node *list = Elements::in(embedded);
   if (!list) return TARN_BAD_ARGUMENT;
-  // Copied before the old list goes: the new one may be that very list, or one below it.
+  // Copied before the old list is released: they may be the same list, or one inside the other. If the
+  // copy fails, the old list is released all the same. Kept: quirk 59.
   Node *copy = nullptr;
   const TarnStatus status = Elements::copy(*list, copy);
   Elements::store(*node, TARN_ELEMENT_EMBEDDED, copy);
@@ -213,7 +217,7 @@ const char *HTMLElement_toHTML(TarnHandle *) { return "Not yet implemented"; }
 
 TarnStatus HTMLElementList_delete(TarnHandle *list) { return Elements::remove(list); }
 
-// Unlike an attribute list's clear this one ends the list: scripts test the handle for 0 after it.
+// Deletes the list, unlike HTMLAttributeList_clear(). Kept: quirk 44.
 TarnStatus HTMLElementList_clear(TarnHandle *list) { return Elements::remove(list); }
 
 TarnStatus HTMLElementList_clone(TarnHandle *source, TarnHandle *destination) {

@@ -7,8 +7,6 @@
 namespace tarn::internal {
 namespace {
 
-// The path comes after the domain, although HTTPCookie_init() takes the max-age between them.
-
 Node *cookieIn(const TarnHandle *handle) { return nodeIn(handle, TARN_COOKIE_MAGIC); }
 
 const char *printable(const char *text) { return text ? text : "(null)"; }
@@ -31,11 +29,11 @@ using namespace tarn::internal;
 TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const char *value,
                            const char *comment, const char *domain, long maxAge, const char *path,
                            int secure) {
-  // Name and value are tested before the type: scripts see 1 for a missing name on any handle.
+  // Name and value are tested before the type. Kept: quirk 50.
   if (!name || !value) return TARN_BAD_ARGUMENT;
   Node *node = cookieIn(cookie);
   if (!node) return TARN_WRONG_TYPE;
-  // Copied before the node is emptied: the texts may be the cookie's own.
+  // Copied before the node is emptied: the texts may belong to the cookie itself.
   std::array<OwnedText, kStringSlots> texts;
   texts[TARN_COOKIE_NAME] = copyText(name);
   texts[TARN_COOKIE_VALUE] = copyText(value);
@@ -43,14 +41,14 @@ TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const char *val
   texts[TARN_COOKIE_DOMAIN] = copyText(domain);
   texts[TARN_COOKIE_PATH] = copyText(path);
   emptyNode(*node);
-  // The other slots, the rendered text among them, are emptied by this too.
+  // This also empties the other slots, including the rendered text.
   for (uint32_t slot = 0; slot < kStringSlots; ++slot) setText(*node, slot, std::move(texts[slot]));
   node->ints[TARN_COOKIE_MAX_AGE] = static_cast<uint32_t>(maxAge);
   node->ints[TARN_COOKIE_SECURE] = static_cast<uint32_t>(secure);
   return TARN_OK;
 }
 
-// The second cookie is tested first and stands on the left: scripts sort names downward by it.
+// Compares the second cookie with the first. Kept: quirk 48.
 int HTTPCookie_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = cookieIn(b);
   const Node *right = cookieIn(a);
@@ -82,7 +80,7 @@ const char *HTTPCookie_toString(TarnHandle *cookie) {
   Node *node = cookieIn(cookie);
   if (!node) return CGIgs_empty_string;
   char *text = nullptr;
-  // Scripts parse this text: the one comma, after the domain, belongs to it.
+  // One comma, after the domain; scripts parse this text. Kept: quirk 49.
   tarn_asprintf(
       &text,
       "HTTPCookie{name=\"%s\";value=\"%s\";comment=\"%s\";domain=\"%s\",maxage=%ld;"

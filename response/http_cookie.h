@@ -7,7 +7,7 @@ namespace tarn::internal {
 
 using Cookies = NodeList<TARN_COOKIE_LIST_MAGIC, TARN_COOKIE_MAGIC, ElementsMade::kAfterCopying>;
 
-// A cookie as a browser sends it: with name and value, or, when either is missing, with neither.
+// A cookie as a browser sends it: with a name and a value, or with neither if one of them is null.
 Node *newCookie(OwnedText name, OwnedText value);
 
 }  // namespace tarn::internal

@@ -4,7 +4,7 @@
 namespace tarn::internal {
 namespace {
 
-// Both kinds of header keep their cookies in the same place.
+// Both types of header keep their cookies in the same slot.
 static_assert(uint32_t{TARN_HEADER_COOKIES} == uint32_t{TARN_RESPONSE_HEADER_COOKIES});
 
 Node *headerIn(const TarnHandle *handle) { return nodeIn(handle, TARN_HEADER_MAGIC); }
@@ -45,14 +45,14 @@ TarnStatus HTTPHeader_init(TarnHandle *header, const char *contentType, TarnHand
   if (!node) return TARN_WRONG_TYPE;
   const Node *list = Cookies::in(cookies);
   if (!contentType || (cookies && !list)) return TARN_BAD_ARGUMENT;
-  // Copied before the node is emptied: text and list may be the header's own.
+  // Copied before the node is emptied: the text and the list may belong to the header itself.
   OwnedText type = copyText(contentType);
   Node *copy = nullptr;
   if (list) Cookies::copy(*list, copy);
   clear(*node);
   setText(*node, TARN_HEADER_CONTENT_TYPE, std::move(type));
   setChild(*node, TARN_RESPONSE_HEADER_COOKIES, copy);
-  // Without a cookie list this is 1, after the content type is stored; scripts expect both.
+  // Without a cookie list the content type is stored all the same. Kept: quirk 52.
   return copy ? TARN_OK : TARN_BAD_ARGUMENT;
 }
 
@@ -61,11 +61,11 @@ TarnStatus HTTPHeader_setCookieList(TarnHandle *header, TarnHandle *cookies) {
   if (!node) return TARN_WRONG_TYPE;
   const Node *list = Cookies::in(cookies);
   if (!list) return TARN_BAD_ARGUMENT;
-  // Copied before the old list goes: the new one may be that very list.
+  // Copied before the old list is released: they may be the same list.
   Node *copy = nullptr;
   Cookies::copy(*list, copy);
   Cookies::store(*node, TARN_RESPONSE_HEADER_COOKIES, copy);
-  // The status of storing the copy, not of making it: without one, nothing could be stored.
+  // The status is that of storing the copy, not of making it. Kept: quirk 55.
   return copy ? TARN_OK : TARN_BAD_ARGUMENT;
 }
 
@@ -90,9 +90,9 @@ TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *first, int nu
                                    const char *second) {
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
-  // Nothing to do is a success; scripts call this with texts that they may not have.
+  // Without a text, nothing is done and that succeeds. Kept: quirk 53.
   if (!first || !second) return TARN_OK;
-  // Copied before the node is emptied: the texts may be the header's own.
+  // Copied before the node is emptied: the texts may belong to the header itself.
   OwnedText firstCopy = copyText(first);
   OwnedText secondCopy = copyText(second);
   clearResponse(*node);
@@ -119,7 +119,8 @@ TarnStatus HTTPResponseHeader_addHeader(TarnHandle *header, const char *line) {
   return status;
 }
 
-// The status of copying the list, where HTTPHeader_setCookieList() gives that of storing it.
+// Returns the status of copying, where HTTPHeader_setCookieList() returns that of storing. Kept:
+// quirk 55.
 TarnStatus HTTPResponseHeader_setCookieList(TarnHandle *header, TarnHandle *cookies) {
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
@@ -137,8 +138,7 @@ TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie) 
   if (!nodeIn(cookie, TARN_COOKIE_MAGIC)) return TARN_BAD_ARGUMENT;
   if (node->structs[TARN_RESPONSE_HEADER_COOKIES])
     return Cookies::add(&node->structs[TARN_RESPONSE_HEADER_COOKIES], cookie);
-  // The first cookie of a header without a list is lost: the header gets an empty list, and scripts
-  // that know it add their first cookie twice.
+  // A header without a list gets an empty one, and the cookie is lost. Kept: quirk 54.
   setChild(*node, TARN_RESPONSE_HEADER_COOKIES, Cookies::create());
   return node->structs[TARN_RESPONSE_HEADER_COOKIES] ? TARN_OK : TARN_WRONG_TYPE;
 }
@@ -147,7 +147,7 @@ TarnStatus MultiPartHeader_init(TarnHandle *header, const char *disposition, con
                                 const char *fileName, const char *contentType) {
   Node *node = nodeIn(header, TARN_MULTIPART_HEADER_MAGIC);
   if (!node) return TARN_WRONG_TYPE;
-  // All are copied before the first slot is set: the texts may be the header's own.
+  // All are copied before the first slot is set: the texts may belong to the header itself.
   OwnedText texts[] = {copyText(disposition), copyText(name), copyText(fileName),
                        copyText(contentType)};
   uint32_t slot = TARN_MULTIPART_HEADER_DISPOSITION;

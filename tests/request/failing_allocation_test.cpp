@@ -257,6 +257,16 @@ void readAtEachFailure(Variables variables, const std::string &body) {
   });
 }
 
+// With a null address there is nothing else to allocate.
+TEST(RequestAtEachFailure, NewFormatsATextOnItsWayOut) {
+  size_t failures = 0;
+  forEachFailingAllocation([&](FailingMemory &memory) {
+    EXPECT_EQ(TARN_BAD_ARGUMENT, memory.call([] { return Tarn_new(nullptr); }));
+    if (memory.failed()) ++failures;
+  });
+  EXPECT_GT(failures, 0U);
+}
+
 TEST(RequestAtEachFailure, NewOfAGet) { readAtEachFailure(get("a=1&b=%41&=&c"), ""); }
 
 TEST(RequestAtEachFailure, NewOfAUrlEncodedPost) {

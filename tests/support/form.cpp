@@ -14,25 +14,12 @@
 
 #include "support/handles.h"
 
-namespace tarn_test {
+namespace tarn_rules {
 namespace {
-
-// kNone without a node, an empty text if the node has no bytes.
-Text bytesOf(TarnHandle buffer) {
-  if (!CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC)) return kNone;
-  const auto *bytes =
-      reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
-  const uint32_t count = CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
-  if (!bytes) return std::string();
-  EXPECT_EQ('\0', bytes[count]) << "the bytes must be followed by a zero byte";
-  return std::string(bytes, count);
-}
 
 std::string printed(const Text &text) { return text ? testing::PrintToString(*text) : "none"; }
 
 }  // namespace
-
-Text textOf(const char *text) { return text ? Text(text) : kNone; }
 
 std::ostream &operator<<(std::ostream &out, const Entry &entry) {
   return out << printed(entry.name) << "=" << printed(entry.value) << " (" << entry.length << ")";
@@ -51,6 +38,26 @@ std::ostream &operator<<(std::ostream &out, const Form &form) {
   return out << "entries " << testing::PrintToString(form.entries) << ", files "
              << testing::PrintToString(form.files);
 }
+
+}  // namespace tarn_rules
+
+namespace tarn_test {
+namespace {
+
+// kNone without a node, an empty text if the node has no bytes.
+Text bytesOf(TarnHandle buffer) {
+  if (!CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC)) return kNone;
+  const auto *bytes =
+      reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
+  const uint32_t count = CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
+  if (!bytes) return std::string();
+  EXPECT_EQ('\0', bytes[count]) << "the bytes must be followed by a zero byte";
+  return std::string(bytes, count);
+}
+
+}  // namespace
+
+Text textOf(const char *text) { return text ? Text(text) : kNone; }
 
 Entry entryOf(TarnHandle entry) {
   return {textOf(CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC)),
@@ -240,26 +247,5 @@ std::string restOfStandardInput() {
   }
   return rest;
 }
-
-std::string decoded(std::string_view text) {
-  const auto digit = [&](size_t index) {
-    const unsigned byte = index < text.size() ? static_cast<unsigned char>(text[index]) : 0;
-    return byte > 64 ? (byte & ~0x20U) - 55U : byte - 48U;
-  };
-  std::string result;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '+') {
-      result.push_back(' ');
-    } else if (text[i] == '%') {
-      result.push_back(static_cast<char>((digit(i + 1) * 16 + digit(i + 2)) & 0xFFU));
-      i += 2;
-    } else {
-      result.push_back(text[i]);
-    }
-  }
-  return std::string(asText(result));
-}
-
-std::string_view asText(std::string_view bytes) { return bytes.substr(0, bytes.find('\0')); }
 
 }  // namespace tarn_test

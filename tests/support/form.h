@@ -1,5 +1,4 @@
-// A request as a script sees it, in plain values that can be compared and printed; and a second
-// implementation of the decoding rules, for tests that compare many inputs with it.
+// A request as a script sees it, in plain values that can be compared and printed.
 #ifndef TARN_TESTS_SUPPORT_FORM_H
 #define TARN_TESTS_SUPPORT_FORM_H
 
@@ -11,63 +10,27 @@
 #include <source_location>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "support/processor_time.h"
+#include "support/rules.h"
 #include "support/script.h"
 #include "tarn.h"
 
+namespace tarn_rules {
+
+// GoogleTest finds these beside the types.
+std::ostream &operator<<(std::ostream &out, const Entry &entry);
+std::ostream &operator<<(std::ostream &out, const File &file);
+std::ostream &operator<<(std::ostream &out, const Cookie &cookie);
+std::ostream &operator<<(std::ostream &out, const Form &form);
+
+}  // namespace tarn_rules
+
 namespace tarn_test {
 
-// A text that may be missing, which differs from an empty one.
-using Text = std::optional<std::string>;
-constexpr std::nullopt_t kNone = std::nullopt;
+using namespace tarn_rules;
+
 Text textOf(const char *text);
-
-struct Entry {
-  Entry(Text itsName, const std::string &itsValue)
-      : Entry(std::move(itsName), itsValue, static_cast<uint32_t>(itsValue.size())) {}
-  Entry(Text itsName, Text itsValue, uint32_t itsLength)
-      : name(std::move(itsName)), value(std::move(itsValue)), length(itsLength) {}
-  bool operator==(const Entry &) const = default;
-
-  Text name;
-  Text value;
-  uint32_t length;
-};
-std::ostream &operator<<(std::ostream &out, const Entry &entry);
-
-// A file without any slot set is File{}; one of length 0 has empty data.
-struct File {
-  bool operator==(const File &) const = default;
-
-  Text name;
-  Text fileName;
-  Text contentType;
-  Text data;
-};
-std::ostream &operator<<(std::ostream &out, const File &file);
-
-struct Cookie {
-  bool operator==(const Cookie &) const = default;
-
-  Text name;
-  Text value;
-};
-std::ostream &operator<<(std::ostream &out, const Cookie &cookie);
-
-using Entries = std::vector<Entry>;
-using Files = std::vector<File>;
-using Cookies = std::vector<Cookie>;
-
-struct Form {
-  bool operator==(const Form &) const = default;
-
-  Entries entries;
-  Files files;
-};
-std::ostream &operator<<(std::ostream &out, const Form &form);
 
 Entry entryOf(TarnHandle entry);
 Entries entriesOf(TarnHandle list);
@@ -171,12 +134,6 @@ void withEveryHandleExcept(uint32_t leftOut, const std::function<void(TarnHandle
 
 // The rest of standard input, read with stdio.
 std::string restOfStandardInput();
-
-// URL-encoded text decoded by the rules, up to its first zero byte.
-std::string decoded(std::string_view text);
-
-// Bytes as null-terminated text: up to the first zero byte.
-std::string_view asText(std::string_view bytes);
 
 }  // namespace tarn_test
 
