@@ -9,7 +9,8 @@ int main(void) {
       TARNString_new(&copy) != TARN_OK) {
     return 1;
   }
-  TARNString_reserve(&line, 80); /* one allocation instead of several */
+  TARNString_reserve(&line,
+                     80); /* one allocation instead of several */
 
   TARNString_append(&line, "Llyn ");
   TARNString_appendn(&line, "Ogwen, Idwal, Alaw", 7, 5);

@@ -35,7 +35,8 @@ int main(void) {
 
   HTMLAttributeList_clone(&list, &copy);
   add(&copy, "id", "idwal");
-  HTMLElement_setAttributes(&element, &copy); /* stores another copy */
+  HTMLElement_setAttributes(&element,
+                            &copy); /* stores another copy */
   HTMLAttributeList_clear(&copy);
   print(&list);
   print(&copy);
