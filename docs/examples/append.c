@@ -1,4 +1,4 @@
-/* A text that is put together piece by piece, and written: */
+/* Builds a text piece by piece and writes it: */
 
 #include <stdio.h>
 #include <tarn.h>
@@ -9,7 +9,8 @@ int main(void) {
       TARNString_new(&copy) != TARN_OK) {
     return 1;
   }
-  TARNString_reserve(&line, 80); /* grows once, not bit by bit */
+  TARNString_reserve(&line,
+                     80); /* one allocation instead of several */
 
   TARNString_append(&line, "Llyn ");
   TARNString_appendn(&line, "Ogwen, Idwal, Alaw", 7, 5);

@@ -1,4 +1,4 @@
-/* A list of attributes, copied and given to an element: */
+/* Copies a list of attributes and sets it on an element: */
 
 #include <stdio.h>
 #include <tarn.h>
@@ -35,7 +35,8 @@ int main(void) {
 
   HTMLAttributeList_clone(&list, &copy);
   add(&copy, "id", "idwal");
-  HTMLElement_setAttributes(&element, &copy); /* one copy more */
+  HTMLElement_setAttributes(&element,
+                            &copy); /* stores another copy */
   HTMLAttributeList_clear(&copy);
   print(&list);
   print(&copy);

@@ -1,4 +1,4 @@
-/* Bytes, a zero byte among them, and their count: */
+/* Stores bytes, including a zero byte, and their count: */
 
 #include <stdio.h>
 #include <tarn.h>

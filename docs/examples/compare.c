@@ -1,4 +1,4 @@
-/* Two fields, in the order of their names and values: */
+/* Compares two fields by their names and values: */
 
 #include <stdio.h>
 #include <tarn.h>

@@ -1,4 +1,4 @@
-/* A header that has a content type and cookies: */
+/* A header with a content type and cookies: */
 
 #include <stdio.h>
 #include <tarn.h>

@@ -1,4 +1,4 @@
-/* A list of elements that is embedded in another element: */
+/* Embeds a list of elements in another element: */
 
 #include <stdio.h>
 #include <tarn.h>
@@ -35,7 +35,7 @@ int main(void) {
   printf("%d left, %d in the copy\n", embedded(&outer),
          embedded(&copy));
 
-  HTMLElementList_clear(&copied_list); /* deletes the list, too */
+  HTMLElementList_clear(&copied_list); /* also deletes the list */
   printf("cleared: %s\n", copied_list ? "no" : "yes");
   HTMLElementList_delete(&list);
   HTMLElement_delete(&copy);

@@ -1,9 +1,9 @@
-/* A tree, built from the top down and written as HTML: */
+/* Builds a tree from the top down and writes it as HTML: */
 
 #include <stdio.h>
 #include <tarn.h>
 
-/* Embeds an element and lends it. */
+/* Embeds an element and returns a borrowed handle to the copy. */
 static TarnHandle embed(TarnHandle *parent, const char *name) {
   TarnHandle element = 0;
   CGIgs_new(&element, TARN_ELEMENT_MAGIC);

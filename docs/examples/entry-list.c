@@ -1,4 +1,4 @@
-/* A copy of a list lives on when the list is emptied: */
+/* A copy of a list stays valid after the list is cleared: */
 
 #include <stdio.h>
 #include <tarn.h>
@@ -11,7 +11,7 @@ int main(void) {
 
   FormEntry_init(&entry, "tag", "cold", 4);
   FormEntryList_addEntry(&list, &entry);
-  FormEntryList_reserve(&list, 100); /* for more to come */
+  FormEntryList_reserve(&list, 100); /* room for more */
   FormEntryList_addEntry(&list, &entry);
   CGIgs_delete(&entry, TARN_FORM_ENTRY_MAGIC);
 

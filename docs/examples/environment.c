@@ -1,4 +1,4 @@
-/* What the server says of the request, and the body as it came: */
+/* Prints the request's variables and its unparsed body: */
 
 #include <stdio.h>
 #include <tarn.h>

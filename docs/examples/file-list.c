@@ -1,4 +1,4 @@
-/* A copy of a list of files. Clearing deletes such a list: */
+/* Copies a list of files. Clearing a file list deletes it: */
 
 #include <stdio.h>
 #include <tarn.h>
@@ -11,7 +11,7 @@ int main(void) {
 
   FormFile_init(&file, "note", "lake.txt", "text/plain", "cold", 4);
   FormFileList_addEntry(&list, &file);
-  FormFileList_reserve(&list, 10); /* for more to come */
+  FormFileList_reserve(&list, 10); /* room for more */
 
   FormFileList_clone(&list, &copy);
   printf("%d file in the copy\n",

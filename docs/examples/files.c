@@ -1,4 +1,4 @@
-/* A file as a parser makes it, and its way to a stream: */
+/* Creates a file, as the parser does, and writes it to a stream: */
 
 #include <stdio.h>
 #include <tarn.h>

@@ -1,4 +1,4 @@
-/* A response header is filled here and written by the script: */
+/* Fills a response header; the script prints it itself: */
 
 #include <stdio.h>
 #include <tarn.h>

@@ -1,4 +1,4 @@
-/* A copy of a text that is changed in the middle, and compared: */
+/* Copies a text, changes its middle, and compares both: */
 
 #include <stdio.h>
 #include <tarn.h>

@@ -1,4 +1,4 @@
-/* A function of the script's own that takes a format: */
+/* A log function of the script that takes a format: */
 
 #include <stdarg.h>
 #include <stdio.h>

@@ -1,4 +1,4 @@
-/* A list that a node owns from the moment it is given: */
+/* A node owns a list as soon as it is set: */
 
 #include <stdio.h>
 #include <tarn.h>
@@ -13,7 +13,7 @@ int main(void) {
   TARNGenericList_addDatum(&list, (uintptr_t) "Llyn Idwal");
   TARNGenericList_addDatum(&list, (uintptr_t) "Llyn Bochlwyd");
   CGIgs_setList(&valley, kLakes, &list, kValleyMagic);
-  list = 0; /* the node's now */
+  list = 0; /* now owned by the node */
 
   TarnHandle lent = CGIgs_getList(&valley, kLakes, kValleyMagic);
   for (uint32_t i = 0; i < TARNGenericList_getCount(&lent); ++i) {

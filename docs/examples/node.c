@@ -1,4 +1,4 @@
-/* An object of a script's own, under a tag of its own: */
+/* An object of the script's own type: */
 
 #include <stdio.h>
 #include <tarn.h>

@@ -1,4 +1,4 @@
-/* Words that are numbers, and a copy of them that is sorted: */
+/* A list of numbers, and a sorted copy of it: */
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -24,7 +24,7 @@ int main(void) {
   ATRNGenericList_init(&list, depths, 3, 3);
 
   if (TARNGenericList_clone(&list, &sorted) != TARN_OK) return 1;
-  TARNGenericList_reserve(&sorted, 25); /* ten by ten */
+  TARNGenericList_reserve(&sorted, 25); /* grows in steps of ten */
   qsort(TARNGenericList_getData(&sorted),
         TARNGenericList_getCount(&sorted), sizeof(uintptr_t),
         compare);

@@ -1,4 +1,4 @@
-/* Forms that came by another road than the server's: */
+/* Parses forms that did not come from the server: */
 
 #include <stdio.h>
 #include <tarn.h>
@@ -30,7 +30,7 @@ int main(void) {
   print(&request, "tag");
   print(&request, "note");
 
-  /* Its name says otherwise: this finds a field by its name. */
+  /* Despite its name, this looks up a field by name. */
   TarnHandle tag = Tarn_getElementByValue(&request, "tag");
   printf("found: %s\n", tag ? "yes" : "no");
 

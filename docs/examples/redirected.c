@@ -1,4 +1,4 @@
-/* What the server calls for a page that it does not have: */
+/* An error page that the server runs for a missing page: */
 
 #include <stdio.h>
 #include <tarn.h>

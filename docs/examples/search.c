@@ -1,4 +1,4 @@
-/* What stands where in a line of text: */
+/* Finds bytes in a line of text: */
 
 #include <stdio.h>
 #include <string.h>

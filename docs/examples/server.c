@@ -1,4 +1,4 @@
-/* What the server says of itself, and of the way to the script: */
+/* Prints what the server says about itself and the script's path: */
 
 #include <stdio.h>
 #include <tarn.h>

@@ -9,6 +9,6 @@ int main(void) {
   printf("unset: \"%s\"\n", safeGetenv("LAKE_NONE"));
   fflush(stdout);
 
-  /* Not two commands: the semicolon is escaped. */
+  /* This is one command: the semicolon is escaped. */
   return saferSystem("echo deep; cold");
 }

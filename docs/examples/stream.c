@@ -1,4 +1,4 @@
-/* A text and a number, kept in a file and read again: */
+/* Writes a text and a number to a file and reads them back: */
 
 #include <stdio.h>
 #include <stdlib.h>

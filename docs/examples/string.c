@@ -1,4 +1,4 @@
-/* A line that is put together, and a part of it: */
+/* Builds a line and extracts a part of it: */
 
 #include <stdio.h>
 #include <tarn.h>

@@ -1,4 +1,4 @@
-/* A text from a browser, decoded, trimmed and compared: */
+/* Decodes, trims and compares a text from a browser: */
 
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,10 +1,10 @@
-/* Which Tarn a script has: */
+/* Prints the version of Tarn: */
 
 #include <stdio.h>
 #include <tarn.h>
 
 int main(void) {
-  TarnHandle none = 0; /* they need no request */
+  TarnHandle none = 0; /* no request is needed */
   printf("Tarn %s, %s, %s\n", Tarn_getVersion(&none),
          Tarn_getCompileDate(&none), Tarn_getCompileTime(&none));
   printf("platform: %s\n", Tarn_getHost(&none));

@@ -44,14 +44,14 @@ std::ostream &operator<<(std::ostream &out, const Form &form) {
 namespace tarn_test {
 namespace {
 
-// None when there is no node, empty when the node has no bytes.
+// kNone without a node, an empty text if the node has no bytes.
 Text bytesOf(TarnHandle buffer) {
   if (!CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC)) return kNone;
   const auto *bytes =
       reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
   const uint32_t count = CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
   if (!bytes) return std::string();
-  EXPECT_EQ('\0', bytes[count]) << "a zero byte follows the bytes";
+  EXPECT_EQ('\0', bytes[count]) << "the bytes must be followed by a zero byte";
   return std::string(bytes, count);
 }
 

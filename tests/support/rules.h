@@ -13,7 +13,7 @@
 
 namespace tarn_rules {
 
-// A text that may be absent, which is not the same as empty.
+// A text that may be missing, which differs from an empty one.
 using Text = std::optional<std::string>;
 constexpr std::nullopt_t kNone = std::nullopt;
 
@@ -29,7 +29,7 @@ struct Entry {
   uint32_t length;
 };
 
-// A file without anything is File{}; one of length 0 has empty data.
+// A file without any slot set is File{}; one of length 0 has empty data.
 struct File {
   bool operator==(const File &) const = default;
 
