@@ -5,7 +5,8 @@ import re
 import sys
 from pathlib import Path
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+DOCS = Path(__file__).resolve().parent
+sys.path.insert(0, str(DOCS))
 sys.dont_write_bytecode = True
 from pygments.lexers.special import TextLexer
 
@@ -38,12 +39,12 @@ html_theme = "furo"
 html_static_path = ["site/static"]
 html_css_files = ["site.css"]
 html_js_files = ["summaries.js", "site.js"]
-html_search_scorer = str(Path(__file__).parent / "site/scorer.js")
+html_search_scorer = str(DOCS / "site/scorer.js")
 html_show_sourcelink = html_copy_source = html_show_copyright = False
 html_show_search_summary = False  # a browser does not let a page on the disk read another
 html_theme_options = {"top_of_page_button": None}
-pygments_style = "friendly"
-pygments_dark_style = "monokai"
+pygments_style = "default"
+pygments_dark_style = "github-dark"
 
 
 def add_theme_files(app):
@@ -69,7 +70,15 @@ def add_theme_files(app):
     app.config.html_static_path.append(f"{app.srcdir}/static")
 
 
+def remove_stale(app, _error):
+    for path in Path(app.outdir).rglob("*.html"):
+        page = str(path.relative_to(app.outdir).with_suffix(""))
+        if page not in app.env.found_docs | {"genindex", "search"}:
+            path.unlink()
+
+
 def setup(app):
     app.add_lexer("haproxy", TextLexer)
-    app.connect("builder-inited", lambda app: sources.write(Path(app.srcdir)))
+    app.connect("builder-inited", lambda app: sources.write(DOCS.parent, Path(app.srcdir)))
     app.connect("builder-inited", add_theme_files)
+    app.connect("build-finished", remove_stale)

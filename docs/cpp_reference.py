@@ -1,8 +1,8 @@
 """A model of the C++ reference: the documented classes, functions and constants of the headers.
 
 parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in which it includes
-them. The first comment of tarn.hpp is the overview; each of the other headers is a section, titled
-by the first line of its first comment. parse() rejects code that it does not understand and public
+them. The first comment of tarn.hpp is the overview. Each of the other headers is a section, titled
+by the first line of its first comment, unless all that it declares is in namespace detail. parse() rejects code that it does not understand and public
 names without documentation. It leaves out private members, deleted overloads, what the compiler
 would generate, friends, iterators, the type names that every range has, and namespace detail except
 for base classes of public classes.
@@ -313,18 +313,19 @@ class Parser:
     def __init__(self):
         self.reference = Reference(Comment())
         self.section = Section("", Comment())
-        self.detail: dict[str, Statement] = {}
+        self.detail: dict[str, tuple[Statement, str]] = {}  # with the header
 
     def header(self, name: str, text: str) -> None:
         """Adds a header as a section."""
-        title, *introduction = self.first_comment(text).blocks
-        if not isinstance(title, model.Paragraph):
-            raise HeaderError("its first comment does not begin with a title")
-        self.section = Section(
-            title.text.removesuffix("."), Comment(introduction), header=f"tarn/{name}"
-        )
+        self.section = Section("", Comment(), header=f"tarn/{name}")
         self.reference.sections.append(self.section)
         self.scope(text, 1)
+        if self.section.classes or self.section.members:
+            title, *introduction = self.first_comment(text).blocks
+            if not isinstance(title, model.Paragraph):
+                raise HeaderError("its first comment does not begin with a title")
+            self.section.title = title.text.removesuffix(".")
+            self.section.comment = Comment(introduction)
 
     @staticmethod
     def first_comment(text: str) -> Comment:
@@ -348,7 +349,7 @@ class Parser:
             if re.fullmatch(r"namespace (\w+::)?detail", head):
                 for each in statements(statement.body, statement.line):
                     match = re.match(r"(?:template <.*> )?class (\w+)", each.head)
-                    self.detail |= {match[1]: each} if match else {}
+                    self.detail |= {match[1]: (each, self.section.header)} if match else {}
             elif re.fullmatch(r"(inline )?namespace \w+", head):
                 self.scope(statement.body, statement.line)
             else:
@@ -403,7 +404,9 @@ class Parser:
             if name not in made:
                 if name not in self.detail:
                     raise HeaderError(f"there is no detail::{name}")
-                made[name] = parse_class(self.detail[name], Comment())
+                statement, header = self.detail[name]
+                made[name] = parse_class(statement, Comment())
+                made[name].header = header
                 wanted += made[name].bases
         return [made[name] for name in self.detail if name in made]
 

@@ -1,14 +1,12 @@
 #!/usr/bin/env python3
 """Writes the manual pages of section 3 from the headers and docs/*.toml.
 
-Usage: man.py --header FILE --pages FILE --cpp-header FILE --cpp-notes FILE
-              --release VERSION --date YYYY-MM-DD FOLDER
+Usage: man.py SOURCE VERSION YYYY-MM-DD FOLDER
 
-FOLDER/man3 holds the pages afterwards, and nothing else: one for each family, for each function a
+SOURCE is the root of the source. FOLDER/man3 holds the pages afterwards, and nothing else: one for each family, for each function a
 page that sends man on to its family's, and tarn.hpp(3) for C++.
 """
 
-import argparse
 import datetime
 import re
 import sys
@@ -17,11 +15,12 @@ from pathlib import Path
 
 import cpp_reference
 import reference as model
-from pages import SECTIONS, Example, Page, first_sentence, read_notes, read_pages, sentence
+from pages import SECTIONS, Example, Headers, Page, first_sentence, sentence
 from reference import HeaderError
 
 CLOSING = ".,:;)]?!"
 WIDTH = 78
+ESCAPED = str.maketrans(dict(zip("\\-'`^~", [r"\e", r"\-", r"\(aq", r"\(ga", r"\(ha", r"\(ti"])))
 
 
 # ---- mdoc, line by line ------------------------------------------------------------------------
@@ -34,15 +33,7 @@ def escape(text: str) -> str:
 
 def literal(text: str) -> str:
     """A line of code, every character of it as it is."""
-    for character, name in (
-        ("\\", r"\e"),
-        ("-", r"\-"),
-        ("'", r"\(aq"),
-        ("`", r"\(ga"),
-        ("^", r"\(ha"),
-        ("~", r"\(ti"),
-    ):
-        text = text.replace(character, name)
+    text = text.translate(ESCAPED)
     return r"\&" + text if text.startswith(".") else text
 
 
@@ -65,11 +56,9 @@ def display(lines: list[str]) -> list[str]:
 class Writer:
     """Writes the pages; knows which page describes what."""
 
-    def __init__(
-        self, reference: model.Reference, pages: list[Page], release: str, date: datetime.date
-    ):
-        self.reference = reference
-        self.pages = pages
+    def __init__(self, headers: Headers, release: str, date: datetime.date):
+        self.reference = reference = headers.reference
+        self.pages = pages = headers.pages
         self.release = release
         self.date = date
         self.home = {name: page.name for page in pages for name in [page.name, *page.names()]}
@@ -268,6 +257,13 @@ class Writer:
         lines = [f".Xr {name} {section} ," for section, name in references]
         return lines[:-1] + [lines[-1].removesuffix(" ,")]
 
+    def whole(self, page: Page, synopsis: list[str], lines: list[str]) -> list[str]:
+        lines = [*lines, ".Sh EXAMPLES", *self.example(page, page.examples[0])]
+        return [
+            *[*self.head(page), ".Sh SYNOPSIS", *synopsis],
+            *[*lines, ".Sh SEE ALSO", *self.see_also(page, lines)],
+        ]
+
     def head(self, page: Page) -> list[str]:
         names = [page.name] + page.names()
         header = "tarn.hpp" if page.name == "tarn.hpp" else "tarn.h"
@@ -299,17 +295,8 @@ class Writer:
             *self.members(page),
             ".Sh RETURN VALUES",
             *self.results(page),
-            ".Sh EXAMPLES",
-            *self.example(page, page.examples[0]),
         ]
-        return [
-            *self.head(page),
-            ".Sh SYNOPSIS",
-            *self.synopsis(page),
-            *lines,
-            ".Sh SEE ALSO",
-            *self.see_also(page, lines),
-        ]
+        return self.whole(page, self.synopsis(page), lines)
 
     def overview(self, page: Page) -> list[str]:
         statuses, tags = self.reference.constants
@@ -348,16 +335,8 @@ class Writer:
                 f".It Dv {constant.name} Pq {constant.value}",
                 *self.flow(page, sentence(constant.text)),
             ]
-        lines += [".El", ".Sh EXAMPLES", *self.example(page, page.examples[0])]
-        return [
-            *self.head(page),
-            ".Sh SYNOPSIS",
-            ".In tarn.h",
-            *[f".Vt {type.declaration} ;" for type in self.reference.types],
-            *lines,
-            ".Sh SEE ALSO",
-            *self.see_also(page, lines),
-        ]
+        types = [f".Vt {type.declaration} ;" for type in self.reference.types]
+        return self.whole(page, [".In tarn.h", *types], [*lines, ".El"])
 
     def tree(self) -> dict[str, list[str]]:
         """The lines of every page, by its name."""
@@ -372,18 +351,11 @@ class Writer:
 class CppWriter(Writer):
     """Writes the page of the header for C++, which tells its classes in short."""
 
-    def __init__(
-        self,
-        reference: model.Reference,
-        pages: list[Page],
-        release: str,
-        date: datetime.date,
-        cpp: cpp_reference.Reference,
-        shared: dict,
-    ):
-        super().__init__(reference, pages, release, date)
-        self.cpp = cpp
-        self.shared = shared
+    def __init__(self, headers: Headers, release: str, date: datetime.date):
+        super().__init__(headers, release, date)
+        self.cpp = cpp = headers.cpp
+        self.shared = headers.notes["shared"]
+        self.examples = headers.examples["overview"]
         self.types |= {each.name for each in cpp.classes()}
         self.members = {
             member.name for each in [*cpp.classes(), *cpp.bases] for member in each.members
@@ -410,8 +382,8 @@ class CppWriter(Writer):
             )
         return [*lines, ".El"]
 
-    def page(self, example: Example) -> list[str]:
-        page = Page("tarn.hpp", "Tarn for C++", [], "", [example], None)
+    def page(self) -> list[str]:
+        page = Page("tarn.hpp", "Tarn for C++", [], "", self.examples, None)
         title, *introduction = self.cpp.overview.blocks
         lines = [".Sh DESCRIPTION", *self.blocks(page, introduction)]
         for section in self.cpp.sections:
@@ -447,49 +419,23 @@ class CppWriter(Writer):
             for before, line in zip(["", *lines], lines)
             if line != ".Pp" or not before.startswith(".Ss ")
         ]
-        lines += [".Sh EXAMPLES", *self.example(page, example)]
-        return [
-            *self.head(page),
-            ".Sh SYNOPSIS",
-            ".In tarn.hpp",
-            *lines,
-            ".Sh SEE ALSO",
-            *self.see_also(page, lines),
-        ]
+        return self.whole(page, [".In tarn.hpp"], lines)
 
 
 # ---- The command -------------------------------------------------------------------------------
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
-    parser.add_argument("--header", type=Path, required=True)
-    parser.add_argument("--pages", type=Path, required=True)
-    parser.add_argument("--cpp-header", type=Path, required=True)
-    parser.add_argument("--cpp-notes", type=Path, required=True)
-    parser.add_argument("--release", required=True)
-    parser.add_argument("--date", type=datetime.date.fromisoformat, required=True)
-    parser.add_argument("folder", type=Path)
-    options = parser.parse_args()
-    read = options.header
+    if len(sys.argv) != 5:
+        sys.exit(__doc__)
+    root, release, date, folder = sys.argv[1:]
     try:
-        reference = model.parse(read.read_text())
-        pages = read_pages(options.pages, reference.families)
-        tree = Writer(reference, pages, options.release, options.date).tree()
-        read = options.cpp_header
-        notes, examples = read_notes(options.cpp_notes)
-        cpp = CppWriter(
-            reference,
-            pages,
-            options.release,
-            options.date,
-            cpp_reference.parse(read.read_text(), read.parent),
-            notes["shared"],
-        )
-        tree["tarn.hpp"] = cpp.page(examples["overview"][0])
+        headers = Headers(Path(root))
+        tree = Writer(headers, release, datetime.date.fromisoformat(date)).tree()
+        tree["tarn.hpp"] = CppWriter(headers, release, datetime.date.fromisoformat(date)).page()
     except HeaderError as error:
-        sys.exit(f"{read}: {error}")
-    section = options.folder / "man3"
+        sys.exit(str(error))
+    section = Path(folder) / "man3"
     section.mkdir(parents=True, exist_ok=True)
     for stale in section.iterdir():
         stale.unlink()

@@ -5,6 +5,7 @@ import tomllib
 from dataclasses import dataclass
 from pathlib import Path
 
+import cpp_reference
 import reference as model
 from reference import HeaderError, one_line
 
@@ -100,3 +101,19 @@ def read_notes(path: Path) -> tuple[dict, dict[str, list[Example]]]:
         page: [read_example(folder / f"{name}.cpp") for name in names]
         for page, names in notes["examples"].items()
     }
+
+
+class Headers:
+    """All that the reference is made of, below the root of the source."""
+
+    def __init__(self, root: Path):
+        c, cpp = root / "include/tarn.h", root / "include/tarn.hpp"
+        read = c
+        try:
+            self.reference = model.parse(c.read_text())
+            self.pages = read_pages(root / "docs/pages.toml", self.reference.families)
+            read = cpp
+            self.cpp = cpp_reference.parse(cpp.read_text(), cpp.parent)
+        except HeaderError as error:
+            raise HeaderError(f"{read}: {error}") from None
+        self.notes, self.examples = read_notes(root / "docs/cpp.toml")

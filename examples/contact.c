@@ -1,9 +1,9 @@
-/* contact: a form for a message to the people of a site; what is wrong stands beside the field. The
- * messages go into the file that TARN_CONTACT_FILE names, a line for each (name, address, message,
- * URL-encoded), which the web server must be able to write and should not serve. Anything in that
- * file after its last line end is cut off. It takes messages until it has STORE_BYTES.
+/* contact: a contact form that reports each error beside its field. Messages are appended to the
+ * file named by TARN_CONTACT_FILE, one line each: name, address and message, URL-encoded. The web
+ * server must be able to write that file and should not serve it. Anything after the last line end
+ * in it is discarded. Messages are refused once the file has STORE_BYTES.
  *
- *   cc -std=c99 -o contact contact.c -ltarn       (with page.h and store.h beside it)
+ *   cc -std=c99 -o contact contact.c -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 
@@ -14,7 +14,7 @@ static const char *const remarks[] = STORED_REMARKS("message");
 
 static int isText(const char *text) { return *text != '\0'; }
 
-/* The least that every address has; only a letter that arrives proves more. */
+/* A minimal check: only a message that arrives proves that an address works. */
 static int isAddress(const char *text) {
   const char *at = strchr(text, '@');
   if (!at || at == text || !at[1] || strchr(at + 1, '@')) return 0;
@@ -32,11 +32,11 @@ static const struct {
   const char *problem;
 } fields[FIELDS] = {
     {"name", "Your name", "dir=\"auto\" autocomplete=\"name\"", 120, isText,
-     "Please tell us your name, in 120 bytes at most."},
+     "Please enter your name (at most 120 bytes)."},
     {"email", "Your e-mail address", "type=\"email\" autocomplete=\"email\"", 254, isAddress,
-     "An address is like name@example.org."},
+     "Please enter an address like name@example.org."},
     {"message", "Message", "dir=\"auto\"", 4000, isText,
-     "Please write a message, of 4000 bytes at most."},
+     "Please enter a message (at most 4000 bytes)."},
 };
 
 static void showField(int i, const char *value, const char *problem) {
@@ -52,22 +52,22 @@ static void showField(int i, const char *value, const char *problem) {
   puts("</p>");
 }
 
-/* The server judges, so that it can say what is wrong in its own words: novalidate. */
+/* novalidate: the server checks the fields, so that it can explain errors in its own words. */
 static void showForm(char *const *values, const char *const *problems) {
   puts("<form method=\"post\" novalidate>");
   for (int i = 0; i < FIELDS; i++) showField(i, values[i], problems[i]);
   puts("<p><button>Send</button></p>\n</form>");
 }
 
-/* Takes a message; gives the status, and what to tell the visitor when it was not kept. */
-static const char *takeMessage(TarnHandle *request, const char *path, char *const *values,
+/* Saves a message. Returns the status; sets `problem` if the message was not saved. */
+static const char *saveMessage(TarnHandle *request, const char *path, char *const *values,
                                const char **problems, const char **problem) {
   const char *status = refuseForm(request, 0, problem);
   if (status) return status;
   for (int i = 0; i < FIELDS; i++) {
     if (values[i] && strlen(values[i]) <= fields[i].most && fields[i].fits(values[i])) continue;
     problems[i] = fields[i].problem;
-    *problem = "Your message was not sent: look at the fields with a remark.";
+    *problem = "Your message was not sent. Please correct the marked fields.";
   }
   if (**problem) return "400 Bad Request";
   const Stored stored = addLine(path, (const char *const *)values, FIELDS, STORE_BYTES);
@@ -84,13 +84,13 @@ int main(void) {
   const char *problems[FIELDS] = {NULL};
   const char *status = "200 OK";
   const char *problem = "";
-  Tarn_new(&request); /* refuseForm() tells whether it is whole */
+  Tarn_new(&request); /* refuseForm() checks the request */
   for (int i = 0; i < FIELDS; i++) values[i] = field(&request, fields[i].name);
   if (!path) {
     status = "500 Internal Server Error";
-    problem = "TARN_CONTACT_FILE does not say where messages go.";
+    problem = "TARN_CONTACT_FILE is not set, so messages cannot be saved.";
   } else if (post) {
-    status = takeMessage(&request, path, values, problems, &problem);
+    status = saveMessage(&request, path, values, problems, &problem);
   }
   if (post && !*problem) {
     seeOther("?sent");
@@ -106,5 +106,5 @@ int main(void) {
   }
   for (int i = 0; i < FIELDS; i++) free(values[i]);
   Tarn_delete(&request);
-  return endAnswer();
+  return endResponse();
 }

@@ -1,12 +1,11 @@
-/* contact: a form for a message to the people of a site; what is wrong stands beside the field. The
- * messages go into the file that TARN_CONTACT_FILE names, a line for each (name, address, message,
- * URL-encoded), which the web server must be able to write and should not serve. Anything in that
- * file after its last line end is cut off. The script does what contact.c does, and they can share
- * the file.
+/* contact: a contact form that reports each error beside its field. Messages are appended to the
+ * file named by TARN_CONTACT_FILE, one line each: name, address and message, URL-encoded. The web
+ * server must be able to write that file and should not serve it. Anything after the last line end
+ * in it is discarded. The script behaves like contact.c, and both can use the same file.
  *
  *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn
  *
- * with page.h, store.h and page.hpp beside it.
+ * with page.h, store.h and page.hpp in the same folder.
  */
 #include "page.hpp"
 
@@ -17,7 +16,7 @@ constexpr const char *kRemarks[] = STORED_REMARKS("message");
 
 static bool is_text(std::string_view text) { return !text.empty(); }
 
-/* The least that every address has; only a letter that arrives proves more. */
+/* A minimal check: only a message that arrives proves that an address works. */
 static bool is_address(std::string_view text) {
   for (const char c : text) {
     if (static_cast<unsigned char>(c) <= ' ' || strchr("\"(),:;<>[\\]\177", c)) return false;
@@ -29,16 +28,15 @@ static bool is_address(std::string_view text) {
 static constexpr struct Field {
   const char *name;
   const char *label;
-  const char *type; /* none of a text area */
+  const char *type; /* null for a text area */
   std::size_t most;
   bool (*fits)(std::string_view text);
   const char *problem;
 } kFields[] = {
-    {"name", "Your name", "text", 120, is_text, "Please tell us your name, in 120 bytes at most."},
+    {"name", "Your name", "text", 120, is_text, "Please enter your name (at most 120 bytes)."},
     {"email", "Your e-mail address", "email", 254, is_address,
-     "An address is like name@example.org."},
-    {"message", "Message", nullptr, 4000, is_text,
-     "Please write a message, of 4000 bytes at most."},
+     "Please enter an address like name@example.org."},
+    {"message", "Message", nullptr, 4000, is_text, "Please enter a message (at most 4000 bytes)."},
 };
 
 static Element control(const Field &field, std::string_view value) {
@@ -49,7 +47,7 @@ static Element control(const Field &field, std::string_view value) {
   return input;
 }
 
-/* A field with its label, and with a remark when its value is wrong. */
+/* A field with its label, and with an error message if its value is wrong. */
 static Element row(const Field &field, std::string_view value, bool wrong) {
   tarn::String remark(field.name);
   remark.append("-problem");
@@ -63,12 +61,13 @@ static Element row(const Field &field, std::string_view value, bool wrong) {
   return row;
 }
 
-static Outcome take(tarn::Request &request, const char *path, bool fits, const SeeOther &there) {
-  const Outcome refused = refuse(request);
+static Outcome save_message(tarn::Request &request, const char *path, bool fits,
+                            const SeeOther &there) {
+  const Outcome refused = refuse_form(request);
   if (refused.status != 0) return refused;
-  if (!fits) return {400, "Your message was not sent: look at the fields with a remark."};
+  if (!fits) return {400, "Your message was not sent. Please correct the marked fields."};
   if (!there.ready()) return {500, kRemarks[NOT_STORED]};
-  return keep_line(path,
+  return save_line(path,
                    {field(request, "name"), field(request, "email"), field(request, "message")},
                    kStoreBytes, kRemarks);
 }
@@ -76,7 +75,7 @@ static Outcome take(tarn::Request &request, const char *path, bool fits, const S
 int main() {
   tarn::Request request;
   const char *path = getenv("TARN_CONTACT_FILE");
-  /* The server judges, so that it can say what is wrong in its own words: novalidate. */
+  /* novalidate: the server checks the fields, so that it can explain errors in its own words. */
   Element form("form", Attribute("method", "post"), Attribute("novalidate"));
   bool fits = true;
   for (const Field &one : kFields) {
@@ -88,10 +87,10 @@ int main() {
   form.add(Element("p", Element("button", "Send")));
   Outcome outcome{200, nullptr};
   if (!path) {
-    outcome = {500, "TARN_CONTACT_FILE does not say where messages go."};
+    outcome = {500, "TARN_CONTACT_FILE is not set, so messages cannot be saved."};
   } else if (is_post(request)) {
     const SeeOther there(request, "?sent");
-    outcome = take(request, path, fits, there);
+    outcome = save_message(request, path, fits, there);
     if (outcome.status == 303) return there.send() ? 0 : 1;
   }
   tarn::ElementList content;

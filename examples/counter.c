@@ -1,16 +1,16 @@
-/* counter: tells each visitor which number they are. The count stands in the file that
- * TARN_COUNTER_FILE names, with FILE.lock and FILE.new beside it: the web server must be able to
- * write their folder, and should not serve it. It never needs more room than one number.
- * It counts on a GET, although a GET should change nothing: a page that acts on what visitors send
- * should do that on a POST.
+/* counter: a hit counter that is safe under concurrent requests. The count is in the file named by
+ * TARN_COUNTER_FILE, with FILE.lock and FILE.new beside it: the web server must be able to write
+ * their folder and should not serve it. The files never hold more than one number.
+ * The script counts GET requests, although a GET should change nothing: a page that acts on what
+ * visitors send should do so only for a POST.
  *
- *   cc -std=c99 -o counter counter.c -ltarn       (with page.h and store.h beside it)
+ *   cc -std=c99 -o counter counter.c -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 
 enum { COUNT_BYTES = 20 }; /* 18 digits, a line end and a zero byte */
 
-/* The count that stands in the file: 0 when there is none, -1 when it is no count. */
+/* Returns the count in the file: 0 if there is no file, -1 if it does not contain a count. */
 static long long readCount(const char *path) {
   const int file = openRegular(path, O_RDONLY);
   char text[COUNT_BYTES] = "";
@@ -21,8 +21,7 @@ static long long readCount(const char *path) {
   return got == (ssize_t)digits + 1 && digits > 0 && text[digits] == '\n' ? atoll(text) : -1;
 }
 
-/* The new count is whole on the disk before it takes the place of the old one: a crash leaves the
- * one or the other. */
+/* The new count is on disk before it replaces the old one, so a crash leaves one of the two. */
 static int writeCount(const char *path, const char *fresh, long long count) {
   char text[COUNT_BYTES];
   const int length = snprintf(text, sizeof text, "%lld\n", count);
@@ -32,9 +31,9 @@ static int writeCount(const char *path, const char *fresh, long long count) {
   return whole && rename(fresh, path) == 0;
 }
 
-/* Counts one more, with nobody else between reading and writing; -1 when it cannot. The lock is on
- * a file of its own, since the file of the count is another one each time. */
-static long long countOn(const char *path) {
+/* Adds one to the count under a lock and returns it; -1 on failure. The lock is on a separate file
+ * because the file with the count is replaced each time. */
+static long long incrementCount(const char *path) {
   char *lock = NULL;
   char *fresh = NULL;
   long long count = -1;
@@ -53,17 +52,17 @@ static long long countOn(const char *path) {
 
 int main(void) {
   const char *path = getenv("TARN_COUNTER_FILE");
-  const long long count = !path ? -1 : isMethod("HEAD") ? readCount(path) : countOn(path);
+  const long long count = !path ? -1 : isMethod("HEAD") ? readCount(path) : incrementCount(path);
   printf("Status: %s\n", count < 0 ? "500 Internal Server Error" : "200 OK");
   if (beginPage("Counter")) {
     if (!path) {
-      showProblem("TARN_COUNTER_FILE does not say where the count is.");
+      showProblem("TARN_COUNTER_FILE is not set, so visitors cannot be counted.");
     } else if (count < 0) {
-      showProblem("The count cannot be kept.");
+      showProblem("The count could not be saved.");
     } else {
       printf("<p>You are visitor number <strong>%lld</strong>.</p>\n", count);
     }
     endPage();
   }
-  return endAnswer();
+  return endResponse();
 }

@@ -1,8 +1,8 @@
-/* form-echo: shows what a request brought, as a page; as lines for a terminal when the client asks
- * for text/plain first (curl -H 'Accept: text/plain' ...). Do not put it on a live site: it shows
- * HttpOnly cookies, so a script in another page of the site can read them here.
+/* form-echo: shows everything in a request, as a page, or as lines for a terminal if the client
+ * asks for text/plain first (curl -H 'Accept: text/plain' ...). Do not put it on a live site: it
+ * shows HttpOnly cookies, so a script in another page of the site can read them here.
  *
- *   cc -std=c99 -o form-echo form-echo.c -ltarn       (with page.h beside it)
+ *   cc -std=c99 -o form-echo form-echo.c -ltarn       (page.h in the same folder)
  */
 #include "page.h"
 
@@ -36,7 +36,7 @@ static const struct {
 
 static int plain;
 
-/* Whatever came with the request goes through here: it cannot leave its table cell or its line. */
+/* Writes text from the request so that it cannot break out of its table cell or line. */
 static void put(const char *text) {
   if (!text) text = "(none)";
   if (!plain) putEscaped(text, stdout);
@@ -76,7 +76,7 @@ static void showEntries(TarnHandle *request) {
     const uint32_t length = CGIgs_getInt(&entry, TARN_ENTRY_LENGTH, TARN_FORM_ENTRY_MAGIC);
     beginRow(CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC));
     put(value);
-    if (value && strlen(value) < length) printf(" (cut at a zero byte; %u bytes)", length);
+    if (value && strlen(value) < length) printf(" (truncated at a zero byte; %u bytes)", length);
     endRow();
   }
   endSection(count);
@@ -132,18 +132,20 @@ static void showVariables(TarnHandle *environment) {
 
 static const char warning[] =
     "<p role=\"note\">Do not put this script on a live site: it shows all cookies, even HttpOnly "
-    "ones, which no script in a page is meant to read.</p>";
+    "ones, which scripts in a page must not read.</p>";
 
 int main(void) {
   TarnHandle request = 0;
   if (Tarn_new(&request) != TARN_OK) {
-    puts("Status: 500 Internal Server Error\nContent-Type: text/plain\n\nThe form cannot be read.");
+    puts(
+        "Status: 500 Internal Server Error\nContent-Type: text/plain\n\nThe form could not be "
+        "read.");
     return 1;
   }
   TarnHandle environment = CGIgs_getStruct(&request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
   plain = strncmp(CgiEnv_getAccept(&environment), "text/plain", 10) == 0;
   if (plain) puts("Content-Type: text/plain; charset=utf-8\nX-Content-Type-Options: nosniff\n");
-  if (plain ? !isMethod("HEAD") : beginPage("What this request brought")) {
+  if (plain ? !isMethod("HEAD") : beginPage("Contents of this request")) {
     if (!plain) puts(warning);
     showEntries(&request);
     showFiles(&request);
@@ -152,5 +154,5 @@ int main(void) {
     if (!plain) endPage();
   }
   Tarn_delete(&request);
-  return endAnswer();
+  return endResponse();
 }

@@ -1,9 +1,9 @@
-/* guestbook: a page on which guests leave a line; a cookie remembers their name if they like. The
- * entries stand in the file that TARN_GUESTBOOK_FILE names, which the web server must be able to
- * write and should not serve. Anything in that file after its last line end is cut off. It takes
- * entries until it has STORE_BYTES.
+/* guestbook: a page on which guests leave a message; a cookie remembers their name if they wish.
+ * Entries are appended to the file named by TARN_GUESTBOOK_FILE. The web server must be able to
+ * write that file and should not serve it. Anything after the last line end in it is discarded.
+ * Entries are refused once the file has STORE_BYTES.
  *
- *   cc -std=c99 -o guestbook guestbook.c -ltarn       (with page.h and store.h beside it)
+ *   cc -std=c99 -o guestbook guestbook.c -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 
@@ -42,13 +42,13 @@ static void showForm(const char *name, const char *message) {
 
 static int fits(const char *text, size_t most) { return text && *text && strlen(text) <= most; }
 
-/* Takes an entry; gives the status, and what to tell the visitor when it was not kept. */
-static const char *takeEntry(TarnHandle *request, const char *path, const char *const *entry,
+/* Saves an entry. Returns the status; sets `problem` if the entry was not saved. */
+static const char *saveEntry(TarnHandle *request, const char *path, const char *const *entry,
                              const char **problem) {
   const char *status = refuseForm(request, 0, problem);
   if (status) return status;
   if (!fits(entry[0], NAME_BYTES) || !fits(entry[1], MESSAGE_BYTES)) {
-    *problem = "A short name and a message, please.";
+    *problem = "Please enter a short name and a message.";
     return "400 Bad Request";
   }
   const Stored stored = addLine(path, entry, 2, STORE_BYTES);
@@ -59,7 +59,7 @@ static const char *takeEntry(TarnHandle *request, const char *path, const char *
 int main(void) {
   const char *path = getenv("TARN_GUESTBOOK_FILE");
   TarnHandle request = 0;
-  Tarn_new(&request); /* refuseForm() tells whether it is whole */
+  Tarn_new(&request); /* refuseForm() checks the request */
   const int post = isMethod("POST");
   char *name = post ? field(&request, "name") : stripString(cookieValue(&request, "guest"));
   char *message = post ? field(&request, "message") : NULL;
@@ -71,9 +71,9 @@ int main(void) {
   Lines lines = {NULL, NULL, 0};
   if (!path) {
     status = "500 Internal Server Error";
-    problem = "TARN_GUESTBOOK_FILE does not say where the entries are.";
+    problem = "TARN_GUESTBOOK_FILE is not set, so entries cannot be saved.";
   } else if (post) {
-    status = takeEntry(&request, path, entry, &problem);
+    status = saveEntry(&request, path, entry, &problem);
   }
   if (post && !*problem) {
     seeOther("");
@@ -82,7 +82,7 @@ int main(void) {
   } else {
     if (path && !readLines(path, before && *before ? atoll(before) : -1, &lines) && !*problem) {
       status = "500 Internal Server Error";
-      problem = "The entries cannot be read.";
+      problem = "The entries could not be read.";
     }
     printf("Status: %s\n", status);
     if (beginPage("Guestbook")) {
@@ -97,5 +97,5 @@ int main(void) {
   free(name);
   free(message);
   Tarn_delete(&request);
-  return endAnswer();
+  return endResponse();
 }

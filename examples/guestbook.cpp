@@ -1,11 +1,11 @@
-/* guestbook: a page on which guests leave a line; a cookie remembers their name if they like. The
- * entries stand in the file that TARN_GUESTBOOK_FILE names, which the web server must be able to
- * write and should not serve. Anything in that file after its last line end is cut off. The script
- * does what guestbook.c does, and they can share the file.
+/* guestbook: a page on which guests leave a message; a cookie remembers their name if they wish.
+ * Entries are appended to the file named by TARN_GUESTBOOK_FILE. The web server must be able to
+ * write that file and should not serve it. Anything after the last line end in it is discarded. The
+ * script behaves like guestbook.c, and both can use the same file.
  *
  *   cc -std=c++17 -fno-exceptions -o guestbook guestbook.cpp -ltarn
  *
- * with page.h, store.h and page.hpp beside it.
+ * with page.h, store.h and page.hpp in the same folder.
  */
 #include "page.hpp"
 
@@ -51,14 +51,14 @@ static bool fits(std::string_view text, std::size_t most) {
   return !text.empty() && text.size() <= most;
 }
 
-static Outcome take(tarn::Request &request, const char *path, std::string_view name,
-                    std::string_view message, const SeeOther &there) {
-  const Outcome refused = refuse(request);
+static Outcome save_entry(tarn::Request &request, const char *path, std::string_view name,
+                          std::string_view message, const SeeOther &there) {
+  const Outcome refused = refuse_form(request);
   if (refused.status != 0) return refused;
   const bool fit = fits(name, kNameBytes) && fits(message, kMessageBytes);
-  if (!fit) return {400, "A short name and a message, please."};
+  if (!fit) return {400, "Please enter a short name and a message."};
   if (!there.ready()) return {500, kRemarks[NOT_STORED]};
-  return keep_line(path, {name, message}, kStoreBytes, kRemarks);
+  return save_line(path, {name, message}, kStoreBytes, kRemarks);
 }
 
 static bool answer_form(tarn::Request &request, const char *path, Outcome &outcome) {
@@ -68,7 +68,7 @@ static bool answer_form(tarn::Request &request, const char *path, Outcome &outco
   guest.max_age(remember ? kYear : 0);
   if (request.environment().https()) guest.secure();
   const SeeOther there(request, "", &guest);
-  outcome = take(request, path, name, field(request, "message"), there);
+  outcome = save_entry(request, path, name, field(request, "message"), there);
   return outcome.status == 303 && there.send();
 }
 
@@ -76,7 +76,7 @@ int main() {
   tarn::Request request;
   const char *path = getenv("TARN_GUESTBOOK_FILE");
   Outcome outcome{200, nullptr};
-  if (!path) outcome = {500, "TARN_GUESTBOOK_FILE does not say where the entries are."};
+  if (!path) outcome = {500, "TARN_GUESTBOOK_FILE is not set, so entries cannot be saved."};
   if (path && is_post(request)) {
     const bool sent = answer_form(request, path, outcome);
     if (outcome.status == 303) return sent ? 0 : 1;
@@ -88,7 +88,7 @@ int main() {
   tarn::ElementList content;
   content.add(form(name, is_post(request) ? field(request, "message") : ""));
   const bool read = path && readLines(path, *before ? atoll(before) : -1, &lines);
-  if (path && !read && !outcome.problem) outcome = {500, "The entries cannot be read."};
+  if (path && !read && !outcome.problem) outcome = {500, "The entries could not be read."};
   if (read) show_entries(lines, content);
   const bool sent = send_page("Guestbook", outcome, std::move(content));
   free(lines.text);

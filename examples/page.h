@@ -1,6 +1,5 @@
-/* page.h: what the example scripts share. It comes before every other header, stands beside the
- * script when that is compiled, and reads as C99 and as C++. store.h is its other half, for scripts
- * that keep something.
+/* page.h: what the example scripts share. Include it before any other header; it compiles as C99
+ * and as C++. Scripts that save something include store.h instead, which includes page.h.
  */
 #ifndef PAGE_H
 #define PAGE_H
@@ -21,14 +20,14 @@ static inline int isMethod(const char *method) {
   return strcmp(CgiEnv_getRequestMethod(NULL), method) == 0;
 }
 
-/* A field of the form without the white space around it, to be freed. */
+/* The value of a form field without surrounding white space; the caller frees it. */
 static inline char *field(TarnHandle *request, const char *name) {
   TarnHandle entry = Tarn_getElementByName(request, name);
   const char *value = CGIgs_getString(&entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC);
   return stripString(value ? value : "");
 }
 
-/* A cookie's value, empty when there is none; names are compared exactly. */
+/* The value of a cookie, or an empty text; names are case-sensitive. */
 static inline const char *cookieValue(TarnHandle *request, const char *name) {
   TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
   TarnHandle cookies =
@@ -43,9 +42,9 @@ static inline const char *cookieValue(TarnHandle *request, const char *name) {
   return "";
 }
 
-/* True when the whole form is in the request. A body that ended early is not, nor is one of which
- * something did not fit into memory. A multipart body has to end in its closing boundary, too. */
-static inline int arrivedWhole(TarnHandle *request) {
+/* True if the whole form was received: the body was not truncated, all of it fitted into memory,
+ * and a multipart body ends with its closing boundary. */
+static inline int isFormComplete(TarnHandle *request) {
   TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
   TarnHandle body = CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
   const char *bytes = (const char *)CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC);
@@ -62,9 +61,9 @@ static inline int arrivedWhole(TarnHandle *request) {
          memcmp(bytes + closing - 2, "--", 2) == 0;
 }
 
-/* True when a page of another site sent the form, with the visitor's cookies but without the
- * visitor's will. Browsers tell in Sec-Fetch-Site, older ones in Origin; what tells neither is no
- * browser of today, and has no cookies that it could be made to send. */
+/* True if a page of another site sent the form: with the visitor's cookies, but perhaps without the
+ * visitor's knowledge. Browsers send Sec-Fetch-Site, older ones Origin. A client that sends neither
+ * is not a browser that another site could trick. */
 static inline int sentByAnotherSite(void) {
   const char *site = getenv("HTTP_SEC_FETCH_SITE");
   const char *origin = getenv("HTTP_ORIGIN");
@@ -77,35 +76,34 @@ static inline int sentByAnotherSite(void) {
   sender += strlen("://");
   const size_t length = strlen(host);
   if (strncasecmp(sender, host, length) != 0) return 1;
-  /* Debian's nginx takes the port off the host. */
+  /* nginx, as Debian configures it, removes the port from HTTP_HOST. */
   return sender[length] && !(sender[length] == ':' && port && !strcmp(sender + length + 1, port));
 }
 
-/* Why a form is not taken, whatever is in it: the status, and what to tell the visitor. Null when
- * it may be looked at. A text in a multipart form ends at its first CR LF: a message of two lines
- * would lose one, so only a script that asks for files takes such a form. */
+/* Refuses a form that must not be processed, whatever its fields: returns the status and sets
+ * `problem`. Returns null if the form is fine. Tarn truncates text in a multipart form at its first
+ * CR LF, which would cut a message to one line, so only scripts that expect files accept one. */
 static inline const char *refuseForm(TarnHandle *request, int multipart, const char **problem) {
   const char *boundary = strstr(CgiEnv_getContentType(NULL), "boundary=");
   if (sentByAnotherSite()) {
-    *problem = "This form was sent by a page of another site, so nothing was kept.";
+    *problem = "This form was sent from another site, so nothing was saved.";
     return "403 Forbidden";
   }
-  if (!arrivedWhole(request)) {
-    *problem = "The form did not arrive whole, so nothing was kept.";
+  if (!isFormComplete(request)) {
+    *problem = "The form did not arrive completely, so nothing was saved.";
     return "400 Bad Request";
   }
   if ((boundary != NULL) != multipart) {
-    *problem = multipart
-                   ? "This form has no files, so nothing was kept."
-                   : "In a multipart form a text ends at its first line, so nothing was kept.";
+    *problem = multipart ? "This form has no files, so nothing was saved."
+                         : "This form was sent as multipart/form-data, so nothing was saved.";
     return "415 Unsupported Media Type";
   }
   return NULL;
 }
 
-/* ---- The answer ---------------------------------------------------------------------------- */
+/* ---- The response --------------------------------------------------------------------------- */
 
-/* For HTML: text and attribute values alike. Null is empty here and below. */
+/* Escapes for HTML, for text and attribute values alike. Null counts as empty, here and below. */
 static inline void putEscaped(const char *text, FILE *out) {
   for (; text && *text; text++) {
     const unsigned char c = (unsigned char)*text;
@@ -119,10 +117,10 @@ static inline void putEscaped(const char *text, FILE *out) {
   }
 }
 
-/* For a header, a URL or a line of a file: what comes out holds no white space and no control
- * characters, so nobody can add a header or a line. unescapeString() is the way back. `code` has
- * room for 4 bytes; gives how many are used, without the zero byte at the end. */
-static inline size_t encode(char byte, char *code) {
+/* Encodes a byte for a header, a URL or a line of a file. The result has no white space or control
+ * characters, so nobody can inject a header or a line. unescapeString() decodes it. `code` must
+ * have room for 4 bytes; returns the length of the text in it. */
+static inline size_t encodeByte(char byte, char *code) {
   const unsigned char c = (unsigned char)byte;
   const int plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
   return (size_t)snprintf(code, 4, plain || strchr("-._~/", c) ? "%c" : "%%%02X", c);
@@ -131,12 +129,12 @@ static inline size_t encode(char byte, char *code) {
 static inline void putEncoded(const char *text, FILE *out) {
   char code[4];
   for (; text && *text; text++) {
-    const size_t length = encode(*text, code);
+    const size_t length = encodeByte(*text, code);
     fwrite(code, 1, length, out);
   }
 }
 
-/* A cookie that came in over HTTPS is not to go back without it. */
+/* Over HTTPS the cookie is marked Secure, so the browser never sends it unencrypted. */
 static inline void setCookie(TarnHandle *request, const char *name, const char *value,
                              int seconds) {
   TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
@@ -146,8 +144,8 @@ static inline void setCookie(TarnHandle *request, const char *name, const char *
   printf("; Max-Age=%d; HttpOnly; SameSite=Lax%s\n", seconds, https ? "; Secure" : "");
 }
 
-/* Sends the browser back to the page, so that reloading it does not send the form again. More
- * headers may follow, and an empty line has to. */
+/* Redirects the browser to the page itself, so that reloading does not send the form again. The
+ * caller may add headers and must end them with an empty line. */
 static inline void seeOther(const char *query) {
   fputs("Status: 303 See Other\nLocation: ", stdout);
   putEncoded(CgiEnv_getScriptName(NULL), stdout);
@@ -202,14 +200,14 @@ static inline void seeOther(const char *query) {
   "svg { max-width: 100%; fill: var(--text) }\n"                                                   \
   "rect { fill: var(--link) }\n"
 
-/* What the browser may run and load: the style sheet and the script that carry this answer's nonce,
- * and this site. No other site may show the page in a frame, where a click could be stolen. */
+/* The browser may load only the style sheet and the script with this response's nonce, and connect
+ * only to this site. No site may frame the page, which prevents clickjacking. */
 #define PAGE_POLICY                                                   \
   "default-src 'none'; style-src 'nonce-%s'; script-src 'nonce-%s'; " \
   "connect-src 'self'; form-action 'self'; frame-ancestors 'none'; base-uri 'none'"
 
-/* A text that nobody can guess, another one in each answer. Without random numbers it is empty, and
- * the page comes without its style. */
+/* An unguessable text, different in each response. If there are no random numbers it is empty, and
+ * the page is shown without its style. */
 static inline const char *pageNonce(void) {
   static char nonce[33];
   unsigned char bytes[16];
@@ -218,7 +216,7 @@ static inline const char *pageNonce(void) {
   return nonce;
 }
 
-/* Ends the headers and begins a page; false when the client asked for no more than the headers. */
+/* Ends the headers and starts a page; false for a HEAD request, which has no body. */
 static inline int beginPage(const char *title) {
   printf("Content-Security-Policy: " PAGE_POLICY "\n", pageNonce(), pageNonce());
   puts("X-Content-Type-Options: nosniff\nContent-Type: text/html; charset=utf-8\n");
@@ -238,7 +236,7 @@ static inline void showProblem(const char *problem) {
 
 static inline void endPage(void) { puts("</main>\n</body>\n</html>"); }
 
-/* What main() returns: 0 when all of the answer is written. */
-static inline int endAnswer(void) { return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1; }
+/* What main() returns: 0 if the whole response was written. */
+static inline int endResponse(void) { return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1; }
 
 #endif

@@ -1,6 +1,4 @@
-/* page.hpp: what the example scripts in C++ share, over page.h and store.h. All three stand beside
- * the script when that is compiled.
- */
+/* page.hpp: what the C++ example scripts share, on top of page.h and store.h. */
 #ifndef PAGE_HPP
 #define PAGE_HPP
 
@@ -8,7 +6,7 @@
 
 #include <tarn.hpp>
 
-/* A text without the white space around it. */
+/* The text without surrounding white space. */
 inline std::string_view stripped(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
   while (!text.empty() && kBlanks.find(text.front()) != kBlanks.npos) text.remove_prefix(1);
@@ -16,7 +14,7 @@ inline std::string_view stripped(std::string_view text) {
   return text;
 }
 
-/* A field of the form, stripped; good as long as the request. */
+/* A form field without surrounding white space; valid as long as the request. */
 inline std::string_view field(const tarn::Request &request, const char *name) {
   return stripped(request[name].value_or(""));
 }
@@ -25,13 +23,13 @@ inline bool is_post(const tarn::Request &request) {
   return request.environment().request_method() == "POST";
 }
 
-/* What became of a request: the status, and what to tell the visitor, if anything. */
+/* The status of a request, and what to tell the visitor, or null. */
 struct Outcome {
   int status;
   const char *problem;
 };
 
-/* Answers with a page; false when it was not written. */
+/* Sends a page; false if it could not be written. */
 inline bool send_page(const char *title, const Outcome &outcome, tarn::ElementList content) {
   using tarn::Attribute, tarn::Element;
   Element head("head", Element("meta", Attribute("charset", "utf-8")));
@@ -50,15 +48,15 @@ inline bool send_page(const char *title, const Outcome &outcome, tarn::ElementLi
   return response.send(page);
 }
 
-/* Why a form is not taken, whatever is in it; the status is 0 when it may be looked at. */
-inline Outcome refuse(tarn::Request &request) {
+/* Refuses a form that must not be processed, like refuseForm(); the status is 0 if it is fine. */
+inline Outcome refuse_form(tarn::Request &request) {
   const char *problem = nullptr;
   const char *status = refuseForm(request.handle(), 0, &problem);
   return {status ? atoi(status) : 0, problem};
 }
 
-/* The way back to the page after a form was taken. It is made before anything is stored: once that
- * is done, memory that runs out cannot turn the confirmation into a failure. */
+/* The redirect to the page after a form was saved. It is prepared before anything is saved: running
+ * out of memory afterwards cannot turn the confirmation into a failure. */
 class SeeOther {
  public:
   explicit SeeOther(const tarn::Request &request, std::string_view query = {},
@@ -86,8 +84,9 @@ class SeeOther {
   bool ready_ = false;
 };
 
-/* Keeps a line of texts in a file of up to `most` bytes; gives status 303 when it is on the disk. */
-inline Outcome keep_line(const char *path, std::initializer_list<std::string_view> texts,
+/* Appends a line of texts to a file, which may grow to `most` bytes; status 303 means that the line
+ * is on disk. */
+inline Outcome save_line(const char *path, std::initializer_list<std::string_view> texts,
                          off_t most, const char *const *remarks) {
   tarn::String line;
   bool made = true;

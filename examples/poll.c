@@ -1,10 +1,10 @@
-/* poll: one question, a vote for each visitor, and the votes as a chart. A cookie tells visitors
- * apart: who deletes it may vote again. The votes stand in the file that TARN_POLL_FILE names, a
- * line for each, which the web server must be able to write and should not serve. Anything in that
- * file after its last line end is cut off. It takes votes until it has STORE_BYTES: each request
- * reads them all.
+/* poll: one question, one vote for each visitor, and a chart of the votes. A cookie identifies a
+ * visitor: anyone who deletes it may vote again. Votes are appended to the file named by
+ * TARN_POLL_FILE, one line each. The web server must be able to write that file and should not
+ * serve it. Anything after the last line end in it is discarded. Votes are refused once the file
+ * has STORE_BYTES, because each request reads them all.
  *
- *   cc -std=c99 -o poll poll.c -ltarn       (with page.h and store.h beside it)
+ *   cc -std=c99 -o poll poll.c -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 
@@ -28,10 +28,10 @@ static const char *const remarks[] = STORED_REMARKS("vote");
 
 typedef struct {
   unsigned count[CHOICES];
-  int own; /* the visitor's, or -1 */
+  int own; /* this visitor's choice, or -1 */
 } Votes;
 
-/* Counts the votes, in lines of an id and a choice; false when they cannot be read. */
+/* Counts the votes; each line has an id and a choice. Returns false if they cannot be read. */
 static int countVotes(FILE *lines, const char *visitor, Votes *votes) {
   char line[256];
   *votes = (Votes){{0}, -1};
@@ -54,8 +54,8 @@ static FILE *openVotes(const char *path, short lock) {
   return lines;
 }
 
-/* Keeps a vote, unless the visitor has one: a form sent twice counts once. */
-static Stored keepVote(const char *path, const char *visitor, int choice) {
+/* Saves a vote, unless the visitor already has one: a form sent twice counts once. */
+static Stored saveVote(const char *path, const char *visitor, int choice) {
   const char *const vote[] = {visitor, choices[choice].name};
   size_t length = 0;
   Votes votes;
@@ -69,9 +69,9 @@ static Stored keepVote(const char *path, const char *visitor, int choice) {
   return stored;
 }
 
-/* An id is 16 random bytes: nobody can guess it, or take another visitor's vote. It is not signed:
- * a text that looks like an id is taken for one, so whoever deletes the cookie or makes one up can
- * vote again. An id can do nothing but vote, and once: no vote is changed or taken back. */
+/* An id is 16 random bytes, so nobody can guess one and use up another visitor's vote. It is not
+ * signed: any text of the right form is accepted, so anyone who deletes the cookie or makes one up
+ * can vote again. An id is good for one vote only; votes cannot be changed or withdrawn. */
 static int isId(const char *text) {
   const size_t length = strlen(text);
   return length == ID_DIGITS && strspn(text, "0123456789abcdef") == length;
@@ -93,7 +93,7 @@ static void showForm(void) {
   puts("</fieldset>\n<p><button>Vote</button></p>\n</form>");
 }
 
-/* For those who do not see the chart, its label says the same in words. */
+/* The label repeats the chart in words, for screen readers. */
 static void showChart(const unsigned *votes) {
   unsigned most = 1;
   printf("<svg width=\"320\" viewBox=\"0 0 320 %d\" role=\"img\" aria-label=\"Votes", CHOICES * 30);
@@ -112,7 +112,7 @@ static void showChart(const unsigned *votes) {
   puts("</svg>");
 }
 
-/* The votes as they stand; false when they cannot be read. Without a file there are none. */
+/* Reads the current votes; false if they cannot be read. Without a file there are none. */
 static int readVotes(const char *path, const char *visitor, Votes *votes) {
   FILE *lines = openVotes(path, F_RDLCK);
   const int none = !lines && errno == ENOENT;
@@ -130,15 +130,16 @@ static void showPage(const Votes *votes, const char *problem) {
   }
   showChart(votes->count);
   puts(
-      "<p>A random number in a cookie tells visitors apart. It is not signed: whoever deletes the "
-      "cookie or makes one up can vote again.</p>");
+      "<p>A random number in a cookie identifies each visitor. It is not signed: anyone who "
+      "deletes "
+      "the cookie or makes one up can vote again.</p>");
   endPage();
 }
 
 int main(void) {
   const char *path = getenv("TARN_POLL_FILE");
   TarnHandle request = 0;
-  Tarn_new(&request); /* refuseForm() tells whether it is whole */
+  Tarn_new(&request); /* refuseForm() checks the request */
   const int post = isMethod("POST");
   const char *visitor = cookieValue(&request, "visitor");
   const int known = isId(visitor);
@@ -150,17 +151,17 @@ int main(void) {
   const char *refused = NULL;
   if (!path || (!known && !makeId(id))) {
     status = "500 Internal Server Error";
-    problem = "TARN_POLL_FILE does not say where the votes are.";
+    problem = "TARN_POLL_FILE is not set, so votes cannot be saved.";
   } else if (!post) {
     status = "200 OK";
   } else if ((refused = refuseForm(&request, 0, &problem))) {
     status = refused;
   } else if (!known) {
-    problem = "No cookie came with your vote, so it was not counted. Please vote once more.";
+    problem = "Your vote arrived without a cookie, so it was not counted. Please vote again.";
   } else if (choice < 0) {
-    problem = "Please choose one.";
+    problem = "Please choose an answer.";
   } else {
-    const Stored stored = keepVote(path, visitor, choice);
+    const Stored stored = saveVote(path, visitor, choice);
     status = storedStatus(stored);
     problem = remarks[stored];
   }
@@ -171,7 +172,7 @@ int main(void) {
     Votes votes;
     if (!readVotes(path ? path : "", visitor, &votes) && !*problem) {
       status = "500 Internal Server Error";
-      problem = "The votes cannot be read.";
+      problem = "The votes could not be read.";
     }
     printf("Status: %s\n", status);
     if (!known) setCookie(&request, "visitor", id, YEAR_SECONDS);
@@ -179,5 +180,5 @@ int main(void) {
   }
   free(name);
   Tarn_delete(&request);
-  return endAnswer();
+  return endResponse();
 }

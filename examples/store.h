@@ -1,8 +1,9 @@
-/* store.h: how the example scripts keep things, so that what a visitor is told is true: what is
- * confirmed is on the disk, whole, and of what is refused nothing is. It comes before every other
- * header, stands with page.h beside the script when that is compiled, and reads as C99 and as C++.
+/* store.h: how the example scripts save things, so that what a visitor is told is true: what is
+ * confirmed is completely on disk, and nothing remains of what is refused. Include it before any
+ * other header; it compiles as C99 and as C++.
  *
- * Nobody writes to a visitor while a file is locked: one who does not read would stop all others.
+ * Never write to a visitor while a file is locked: a visitor who does not read would block all
+ * others.
  */
 #ifndef STORE_H
 #define STORE_H
@@ -15,7 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-/* What became of something that was to be kept. UNSURE: the disk failed, and then failed to undo. */
+/* The result of saving something. STORE_UNSURE: writing failed, and so did undoing it. */
 typedef enum { STORED, NOT_STORED, STORE_FULL, STORE_UNSURE } Stored;
 
 static inline const char *storedStatus(Stored stored) {
@@ -23,18 +24,18 @@ static inline const char *storedStatus(Stored stored) {
   return stored == STORE_FULL ? "507 Insufficient Storage" : "500 Internal Server Error";
 }
 
-/* What to tell the visitor: an array of texts in the order of Stored. */
-#define STORED_REMARKS(thing)                                            \
-  {                                                                      \
-    "", "Your " thing " could not be kept.",                             \
-        "There is no room left, so your " thing " was not kept.",        \
-        "The disk failed, so your " thing " may have been kept, or not." \
+/* What to tell the visitor for each value of Stored. */
+#define STORED_REMARKS(thing)                                                    \
+  {                                                                              \
+    "", "Your " thing " could not be saved.",                                    \
+        "There is no room left, so your " thing " was not saved.",               \
+        "There was a disk error: your " thing " may or may not have been saved." \
   }
 
 /* ---- Files ----------------------------------------------------------------------------------- */
 
-/* Opens a file as it stands: -1 for a link, which may lead to a file that is not ours, and for
- * anything but a regular file, such as a FIFO, on which a script would wait for ever. */
+/* Opens a regular file. Returns -1 for a symbolic link, which could lead to someone else's file,
+ * and for anything else, such as a FIFO, on which a script would wait forever. */
 static inline int openRegular(const char *path, int flags) {
   const int file = open(path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0600);
   struct stat known;
@@ -44,14 +45,14 @@ static inline int openRegular(const char *path, int flags) {
   return -1;
 }
 
-/* Makes a new file, in place of what a script that was killed may have left there. */
+/* Creates a file, replacing one that a killed script may have left. */
 static inline int openFresh(const char *path) {
   if (unlink(path) != 0 && errno != ENOENT) return -1;
   return openRegular(path, O_WRONLY | O_CREAT | O_EXCL);
 }
 
-/* Opens a file to read it (F_RDLCK) or to add to it (F_WRLCK); -1 when it cannot. Nobody adds to it
- * until it is closed, and nobody reads it while something is added. */
+/* Opens and locks a file for reading (F_RDLCK) or for appending (F_WRLCK); -1 on failure. The lock
+ * lasts until the file is closed. */
 static inline int openStore(const char *path, short type) {
   const int file = openRegular(path, type == F_RDLCK ? O_RDONLY : O_RDWR | O_CREAT | O_APPEND);
   struct flock lock;
@@ -65,25 +66,25 @@ static inline int openStore(const char *path, short type) {
 
 /* ---- Lines ------------------------------------------------------------------------------------
  *
- * A file of lines has some texts in each, encoded, none of them empty. What has no line end is no
- * line: a script that was killed left it, and the next one that adds a line cuts it off.
+ * Each line of a file has a number of texts, encoded and not empty. Text without a line end was
+ * left by a script that was killed; the next script that appends a line removes it.
  */
 
-/* Makes a line of texts, to be freed; null without memory. */
+/* Makes a line of texts, which the caller frees; null if memory runs out. */
 static inline char *makeLine(const char *const *texts, size_t count, size_t *length) {
   size_t most = 1;
   for (size_t i = 0; i < count; i++) most += 3 * strlen(texts[i]) + 1;
   char *line = (char *)malloc(most);
   char *end = line;
   for (size_t i = 0; line && i < count; i++) {
-    for (const char *text = texts[i]; *text; text++) end += encode(*text, end);
+    for (const char *text = texts[i]; *text; text++) end += encodeByte(*text, end);
     *end++ = i + 1 < count ? ' ' : '\n';
   }
   *length = (size_t)(end - line);
   return line;
 }
 
-/* Where the last whole line ends; -1 when that cannot be read. */
+/* The offset after the last complete line; -1 if the file cannot be read. */
 static inline off_t endOfLines(int file) {
   char bytes[BUFSIZ];
   off_t end = lseek(file, 0, SEEK_END);
@@ -96,20 +97,20 @@ static inline off_t endOfLines(int file) {
   return end;
 }
 
-/* Adds a line to what openStore() gave, up to `most` bytes in all. */
+/* Appends a line to a file from openStore(), which may grow to `most` bytes. */
 static inline Stored appendLine(int file, const char *line, size_t length, off_t most) {
   const off_t end = endOfLines(file);
   if (end < 0 || ftruncate(file, end) != 0) return NOT_STORED;
   if (end + (off_t)length > most) return STORE_FULL;
   const ssize_t written = write(file, line, length);
   if (written == (ssize_t)length && fsync(file) == 0) return STORED;
-  if (written >= 0 && written != (ssize_t)length) errno = ENOSPC; /* as far as there was room */
-  perror("cannot keep a line");
-  /* Of a line that is not whole nothing counts, even if it stays. */
+  if (written >= 0 && written != (ssize_t)length) errno = ENOSPC; /* the disk is full */
+  perror("cannot save a line");
+  /* A partial line is ignored by readers, even if it cannot be removed. */
   return ftruncate(file, end) == 0 || written != (ssize_t)length ? NOT_STORED : STORE_UNSURE;
 }
 
-/* Adds a line of texts to a file of up to `most` bytes. */
+/* Appends a line of texts to a file, which may grow to `most` bytes. */
 static inline Stored addLine(const char *path, const char *const *texts, size_t count, off_t most) {
   size_t length = 0;
   char *line = makeLine(texts, count, &length);
@@ -124,13 +125,13 @@ enum { PAGE_LINES = 100, PAGE_BYTES = 0x40000 };
 
 /* The lines of one page, in memory. */
 typedef struct {
-  char *text; /* to be freed */
-  char *next; /* what takeLine() takes next */
-  off_t from; /* where they begin in the file: older ones stand before */
+  char *text; /* owned by the caller, who frees it */
+  char *next; /* the line that takeLine() returns next */
+  off_t from; /* their offset in the file; older lines are before it */
 } Lines;
 
-/* Reads the last lines that end at or before an offset; false when they cannot be read. A file that
- * is not there has none. */
+/* Reads the last lines that end at or before an offset; false if they cannot be read. A missing
+ * file has no lines. */
 static inline int readLines(const char *path, long long before, Lines *lines) {
   struct stat known;
   const int file = openStore(path, F_RDLCK);
@@ -151,15 +152,15 @@ static inline int readLines(const char *path, long long before, Lines *lines) {
   off_t begin = got;
   for (int count = 0; begin > 0; begin--)
     if (lines->text[begin - 1] == '\n' && count++ == PAGE_LINES) break;
-  /* With no more lines than that, the first may have begun before what was read. */
+  /* If the page is not full, the first line may have started before the bytes that were read. */
   const char *first = begin == 0 && lines->from > 0 ? strchr(lines->text, '\n') : NULL;
   lines->next += first ? first + 1 - lines->text : begin;
   lines->from += lines->next - lines->text;
   return 1;
 }
 
-/* Decodes in place what encode() made. */
-static inline void decode(char *text) {
+/* Decodes in place what encodeByte() encoded. */
+static inline void decodeInPlace(char *text) {
   char *out = text;
   for (; *text; text++) {
     const int code = *text == '%' && text[1] && text[2];
@@ -169,7 +170,7 @@ static inline void decode(char *text) {
   *out = '\0';
 }
 
-/* Takes the next line apart, into `count` texts that live as long as the page; false at the end. */
+/* Splits the next line into `count` texts, valid as long as `lines`; false at the end. */
 static inline int takeLine(Lines *lines, char **texts, size_t count) {
   char *text = lines->next;
   char *end = text ? strchr(text, '\n') : NULL;
@@ -180,24 +181,25 @@ static inline int takeLine(Lines *lines, char **texts, size_t count) {
     texts[i] = text;
     text += strcspn(text, " ");
     if (*text) *text++ = '\0';
-    decode(texts[i]);
+    decodeInPlace(texts[i]);
   }
   return 1;
 }
 
 /* ---- Folders ----------------------------------------------------------------------------------
  *
- * The script is in the folder, and has locked it by openStore(".lock", F_WRLCK) when it adds a file.
+ * The folder is the current one. Before a script adds a file, it locks the folder with
+ * openStore(".lock", F_WRLCK).
  */
 
-enum { HARMLESS_BYTES = 101 };                  /* with the zero at the end */
-enum { FILE_NAME_BYTES = HARMLESS_BYTES + 16 }; /* and with a number in front */
+enum { HARMLESS_BYTES = 101 };                  /* including the terminator */
+enum { FILE_NAME_BYTES = HARMLESS_BYTES + 16 }; /* with a number in front */
 enum { MOST_NUMBER = 1 << 20 };
 #define HARMLESS_LETTERS "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-."
 
-/* A stranger's name for a file is a hint at best. Of what stands after its last slash, letters,
- * digits and three marks stay as they are; a dot or a dash at the front would hide the file or pass
- * for an option, and goes. `name` has room for HARMLESS_BYTES. */
+/* Makes a safe file name from one that a stranger sent. Only the part after the last slash is used,
+ * and only letters, digits and "_-." are kept. Leading dots and dashes are removed: they would hide
+ * the file or look like an option. `name` must have room for HARMLESS_BYTES. */
 static inline void makeHarmless(const char *sent, char *name) {
   for (const char *c = sent; *c; c++)
     if (*c == '/' || *c == '\\') sent = c + 1;
@@ -207,7 +209,7 @@ static inline void makeHarmless(const char *sent, char *name) {
     if (!strchr(HARMLESS_LETTERS, *name)) *name = '_';
 }
 
-/* True for the names that makeHarmless() makes. */
+/* True for a name that makeHarmless() could have made. */
 static inline int isHarmless(const char *name) {
   return *name && !strchr(".-", *name) && !name[strspn(name, HARMLESS_LETTERS)];
 }
@@ -221,8 +223,9 @@ static inline void makeName(const char *sent, unsigned number, char *name) {
   makeHarmless(sent, name + (number > 1 ? sprintf(name, "%u-", number) : 0));
 }
 
-/* Makes the name that the file is to have, or one with a number in front that is free. Numbers
- * double until one is free, and then close in: a thousand files of one name cost twenty looks. */
+/* Makes a name that is not taken yet, with a number in front if necessary. The number doubles until
+ * one is free; a binary search then finds the first: for a thousand files with the same name, about
+ * twenty checks. */
 static inline void makeFreeName(const char *sent, char *name) {
   unsigned taken = 0;
   unsigned found = 1;
@@ -239,8 +242,8 @@ static inline void makeFreeName(const char *sent, char *name) {
   makeName(sent, found, name);
 }
 
-/* Keeps a file. Only a whole one gets its name, and link() never replaces what stands there. */
-static inline Stored keepFile(TarnHandle *file, const char *sent, char *name, int folder) {
+/* Saves a file. It gets its name only when it is complete, and link() never replaces a file. */
+static inline Stored saveFile(TarnHandle *file, const char *sent, char *name, int folder) {
   makeFreeName(sent, name);
   const int fresh = openFresh(".new");
   FILE *out = fresh < 0 ? NULL : fdopen(fresh, "wb");
@@ -249,13 +252,13 @@ static inline Stored keepFile(TarnHandle *file, const char *sent, char *name, in
   Stored stored = NOT_STORED;
   if (whole && link(".new", name) == 0)
     stored = fsync(folder) == 0 ? STORED : unlink(name) == 0 ? NOT_STORED : STORE_UNSURE;
-  if (stored != STORED) perror("cannot keep a file");
+  if (stored != STORED) perror("cannot save a file");
   if (fresh >= 0) unlink(".new");
   if (out) fclose(out);
   return stored;
 }
 
-/* Counts the files in the folder and their bytes; false when it cannot. */
+/* Counts the files in the folder and their bytes; false on failure. */
 static inline int measureFolder(int *files, long long *bytes) {
   DIR *folder = opendir(".");
   struct stat file;

@@ -1,8 +1,8 @@
-/* upload: keeps the files that a form sends in the folder that TARN_UPLOAD_DIR names, lists what is
- * there and gives it back. Let it be a folder that the web server does not serve. A request may
- * bring FILES_AT_ONCE, and the folder takes FOLDER_FILES of FOLDER_BYTES together.
+/* upload: saves uploaded files in the folder named by TARN_UPLOAD_DIR, lists them and offers them
+ * for download. Use a folder that the web server does not serve. A request may contain at most
+ * FILES_AT_ONCE files, and the folder may hold FOLDER_FILES files and FOLDER_BYTES in all.
  *
- *   cc -std=c99 -o upload upload.c -ltarn       (with page.h and store.h beside it)
+ *   cc -std=c99 -o upload upload.c -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 
@@ -10,14 +10,14 @@
 
 enum { FILES_AT_ONCE = 20, FOLDER_FILES = 1000, FOLDER_BYTES = 100 << 20 };
 
-/* What became of a file: its name in the folder, with room for a number in front. */
+/* The result for one file, and its name in the folder, with room for a number in front. */
 typedef struct {
   Stored stored;
   char name[FILE_NAME_BYTES];
 } Outcome;
 
-/* Keeps the files for which there is room, with no other script at it. */
-static void keepAll(TarnHandle *files, int count, Outcome *outcomes, int folder) {
+/* Saves the files for which there is room, under a lock. */
+static void saveAll(TarnHandle *files, int count, Outcome *outcomes, int folder) {
   const int lock = openStore(".lock", F_WRLCK);
   int used = 0;
   long long bytes = 0;
@@ -28,15 +28,15 @@ static void keepAll(TarnHandle *files, int count, Outcome *outcomes, int folder)
     const long long more = FormFile_getDataLength(&file);
     outcomes[i].stored = STORE_FULL;
     if (used >= FOLDER_FILES || bytes + more > FOLDER_BYTES) continue;
-    outcomes[i].stored = keepFile(&file, sent, outcomes[i].name, folder);
+    outcomes[i].stored = saveFile(&file, sent, outcomes[i].name, folder);
     used += 1;
     bytes += more;
   }
   if (lock >= 0) close(lock);
 }
 
-/* Which file came without a Content-Type, counted from 1; 0 when all have one. Tarn keeps neither
- * the name nor the bytes of such a file. */
+/* The number, from 1, of the first file without a Content-Type; 0 if all have one. Tarn drops the
+ * name and the bytes of such a file. */
 static int fileWithoutType(TarnHandle *files, int count) {
   for (int i = 0; i < count; i++) {
     TarnHandle file = FormFileList_getByIndex(files, (uint32_t)i);
@@ -45,24 +45,24 @@ static int fileWithoutType(TarnHandle *files, int count) {
   return 0;
 }
 
-/* Takes the files of a form; gives the status, and why none of them was kept. */
-static const char *takeFiles(TarnHandle *request, TarnHandle *files, Outcome *outcomes, int folder,
+/* Saves the files of a form. Returns the status; sets `problem` if none of them was saved. */
+static const char *saveFiles(TarnHandle *request, TarnHandle *files, Outcome *outcomes, int folder,
                              const char **problem) {
   const int count = FormFileList_getCount(files);
   const char *status = refuseForm(request, 1, problem);
   if (status) return status;
   if (count > FILES_AT_ONCE) {
-    *problem = "These were too many files at once, so none of them was kept.";
+    *problem = "There were too many files at once, so none of them was saved.";
     return "413 Content Too Large";
   }
   const int untyped = fileWithoutType(files, count);
   if (untyped) {
     static char text[80];
-    snprintf(text, sizeof text, "File %d has no Content-Type, so no file was kept.", untyped);
+    snprintf(text, sizeof text, "File %d has no Content-Type, so no file was saved.", untyped);
     *problem = text;
     return "400 Bad Request";
   }
-  keepAll(files, count, outcomes, folder);
+  saveAll(files, count, outcomes, folder);
   status = "200 OK";
   for (int i = 0; i < count; i++)
     if (outcomes[i].stored != STORED && strncmp(status, "500", 3) != 0)
@@ -70,12 +70,12 @@ static const char *takeFiles(TarnHandle *request, TarnHandle *files, Outcome *ou
   return status;
 }
 
-/* Tells of each file what became of it. */
+/* Shows the result for each file. */
 static void showOutcomes(TarnHandle *files, const Outcome *outcomes) {
-  static const char *const texts[] = {"kept as", "not kept", "not kept, the folder is full",
-                                      "the disk failed, perhaps kept as"};
+  static const char *const texts[] = {"saved as", "not saved", "not saved, the folder is full",
+                                      "disk error, may have been saved as"};
   const int count = FormFileList_getCount(files);
-  puts(count ? "<ul>" : "<p>No file came.</p>");
+  puts(count ? "<ul>" : "<p>No file was sent.</p>");
   for (int i = 0; i < count; i++) {
     TarnHandle file = FormFileList_getByIndex(files, (uint32_t)i);
     const char *sent = CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC);
@@ -90,13 +90,13 @@ static void showOutcomes(TarnHandle *files, const Outcome *outcomes) {
   if (count) puts("</ul>");
 }
 
-/* What else may stand in the folder, a link out of it say, is not shown and not given. */
+/* Other things in the folder, symbolic links for example, are neither listed nor sent. */
 static void showFiles(void) {
   struct stat file;
   glob_t names;
   const int found = glob("*", 0, NULL, &names);
-  if (found != 0 && found != GLOB_NOMATCH) showProblem("The files cannot be listed now.");
-  puts("<table>\n<caption>Kept files</caption>\n<tr><th>Name</th><th>Bytes</th></tr>");
+  if (found != 0 && found != GLOB_NOMATCH) showProblem("The files could not be listed.");
+  puts("<table>\n<caption>Saved files</caption>\n<tr><th>Name</th><th>Bytes</th></tr>");
   for (size_t i = 0; found == 0 && i < names.gl_pathc; i++) {
     const char *name = names.gl_pathv[i];
     if (isHarmless(name) && lstat(name, &file) == 0 && S_ISREG(file.st_mode))
@@ -107,7 +107,7 @@ static void showFiles(void) {
   if (found == 0) globfree(&names);
 }
 
-/* What a stranger sent is a download and nothing else, whatever it looks like. */
+/* Files from strangers are sent only as downloads, whatever they contain. */
 static int sendFile(const char *name) {
   struct stat file;
   char bytes[BUFSIZ];
@@ -124,14 +124,12 @@ static int sendFile(const char *name) {
   return 1;
 }
 
-/* The form works without the script. With it, a bar shows how far the files have gone up. */
+/* The form works without JavaScript. With it, a bar shows the progress of the upload. */
 static const char form[] =
-    "<p><strong>A photo does not survive this form: Tarn keeps a file up to its first CR "
-    "LF.</strong>\n"
-    "That pair of bytes ends a line in a text from Windows, which is kept up to there, and it is "
-    "in\n"
-    "nearly every photo, PDF and ZIP archive. A text with the line ends of Unix is kept "
-    "whole.</p>\n"
+    "<p><strong>Do not upload photos here: Tarn truncates a file at its first CR LF.</strong>\n"
+    "That pair of bytes ends each line of a Windows text file, so only the first line is saved,\n"
+    "and it occurs in nearly every photo, PDF and ZIP archive. Text files with Unix line ends\n"
+    "are saved in full.</p>\n"
     "<form method=\"post\" enctype=\"multipart/form-data\">\n"
     "<p><label>Files, at most %d <input type=\"file\" name=\"file\" multiple required></label>\n"
     "<button>Upload</button></p>\n"
@@ -153,7 +151,7 @@ static const char form[] =
 int main(void) {
   const char *folder = getenv("TARN_UPLOAD_DIR");
   TarnHandle request = 0;
-  Tarn_new(&request); /* refuseForm() tells whether it is whole */
+  Tarn_new(&request); /* refuseForm() checks the request */
   const int place = open(folder ? folder : "", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   const int there = fchdir(place) == 0;
   TarnHandle files = CGIgs_getStruct(&request, TARN_REQUEST_FILES, TARN_REQUEST_MAGIC);
@@ -165,9 +163,9 @@ int main(void) {
   for (int i = 0; i < FILES_AT_ONCE; i++) outcomes[i].stored = NOT_STORED;
   if (!there) {
     status = "500 Internal Server Error";
-    problem = "TARN_UPLOAD_DIR does not say where to keep files.";
+    problem = "TARN_UPLOAD_DIR is not a folder that the script can open.";
   } else if (post) {
-    status = takeFiles(&request, &files, outcomes, place, &problem);
+    status = saveFiles(&request, &files, outcomes, place, &problem);
   } else if (wanted && *wanted) {
     status = sendFile(wanted) ? NULL : "404 Not Found";
     problem = "There is no such file.";
@@ -185,5 +183,5 @@ int main(void) {
   }
   free(wanted);
   Tarn_delete(&request);
-  return endAnswer();
+  return endResponse();
 }

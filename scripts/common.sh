@@ -1,6 +1,17 @@
 #!/bin/bash
 # What the scripts share; each sources it from the root of the source.
 
+# Every script that calls scripts/setup has this option, anywhere among its arguments.
+without_option=()
+for argument; do
+  if [ "$argument" = --no-install ]; then
+    export TARN_NO_INSTALL=yes
+  else
+    without_option+=("$argument")
+  fi
+done
+set -- "${without_option[@]}"
+
 fail() {
   printf 'scripts/%s: %s\n' "$(basename -- "$0")" "$*" >&2
   exit 1
@@ -8,7 +19,12 @@ fail() {
 
 # The comment that a script begins with.
 usage() {
-  sed -n '1d; s/^# \{0,1\}//p; /^set /q' "scripts/$(basename -- "$0")"
+  local script
+  script=scripts/$(basename -- "$0")
+  sed -n '1d; s/^# \{0,1\}//p; /^set /q' "$script"
+  if grep -q '^ *scripts/setup ' "$script"; then
+    printf '\nWith --no-install it stops if a package is missing, before it builds anything.\n'
+  fi
 }
 
 help_if_asked() {
@@ -20,13 +36,13 @@ help_if_asked() {
   esac
 }
 
-# Called before anything is installed or built.
+# Call it before anything is installed or built.
 need_build_folder() {
   { mkdir -p build && [ -w build ]; } 2>/dev/null ||
     fail "cannot write to $PWD/build: copy the source to a folder of yours"
 }
 
-# Runs a command that takes its time, with its output in a file, and prints a dot every other second.
+# Runs a long command with its output in a file, and prints a dot every other second.
 patiently() {
   local log=$1 dots status=0
   shift

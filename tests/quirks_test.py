@@ -1,4 +1,4 @@
-"""Usage: quirks_test.py PAGE BUILD CTEST FILE-OR-FOLDER...
+"""Usage: quirks_test.py PAGE PROGRAM FILE-OR-FOLDER...
 
 The quirks on the page have the numbers from 1 up, each once. Each has an anchor, the version since which
 scripts may rely on it, and tests that exist; what refers to a quirk refers to one on the page.
@@ -7,7 +7,6 @@ scripts may rely on it, and tests that exist; what refers to a quirk refers to o
 import re
 import subprocess
 import sys
-import tempfile
 import unittest
 from collections.abc import Iterable
 from pathlib import Path
@@ -57,15 +56,19 @@ def faults_of_reference(name: str, text: str, page: str) -> list[str]:
     ]
 
 
-def existing_tests(build: str, ctest: str) -> set[str]:
-    """The names of the C++ tests, without library and type."""
-    # CTest starts a new log even if it only lists tests, and scripts/skips reads that of the build.
-    with tempfile.TemporaryDirectory() as folder:
-        Path(folder, "CTestTestfile.cmake").write_text(f'subdirs("{build}")\n', encoding="utf-8")
-        command = [ctest, "--test-dir", folder, "-N"]
-        listed = subprocess.run(command, check=True, capture_output=True, text=True).stdout
-    names = re.findall(r"Test +#\d+: (?:tarn|tarn_static):([\w/]+\.\w+)", listed)
-    return {re.sub(r"/\w+\.", ".", name) for name in names}
+def existing_tests(program: str) -> set[str]:
+    """The names of the program's tests, without the type behind a suite's name."""
+    command = [program, "--gtest_list_tests"]
+    listed = subprocess.run(command, check=True, capture_output=True, text=True).stdout
+    tests = set()
+    suite = ""
+    for line in listed.splitlines():
+        name = line.split()[0]
+        if line.startswith(" "):
+            tests.add(suite + name)
+        else:
+            suite = re.sub(r"/\w*\.$", ".", name)
+    return tests
 
 
 def files_in(places: Iterable[str]) -> list[Path]:
@@ -121,10 +124,10 @@ class Checks(unittest.TestCase):
         self.assertEqual([7], references(" *  See quirk\n *  7. 8 is a number."))
 
 
-def main(page_file: str, build: str, ctest: str, *places: str) -> int:
+def main(page_file: str, program: str, *places: str) -> int:
     """Prints what is wrong."""
     page = Path(page_file).read_text(encoding="utf-8")
-    faults = faults_of_page(page, existing_tests(build, ctest))
+    faults = faults_of_page(page, existing_tests(program))
     for place in places:
         found = [(str(f), f.read_text(encoding="utf-8")) for f in files_in([place])]
         if not any(references(text) for _, text in found):

@@ -1,11 +1,12 @@
 #!/bin/bash
-# Usage: robustness_test.sh PAGE BUILD-FOLDER CTEST
+# Usage: robustness_test.sh PAGE BUILD-FOLDER CTEST PROGRAM...
 #
 # Every item of the page's lists of inputs and cases names tests, every test that the page names
 # exists, and every test of what strangers send stands on it.
 set -euo pipefail
 export LC_ALL=C
 page=$1 build=$2 ctest=$3
+shift 3
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -16,15 +17,20 @@ fail() {
   failed=1
 }
 
-# Without the library in front and a type behind the name. CTest begins its log anew even when it
-# only lists tests: it lists them from another folder, since scripts/skips reads this run's log.
+# The tests of each program, without the type after a suite's name; and CTest's. CTest starts a new log
+# even when it only lists tests: it lists them from another folder, since scripts/skips reads this
+# run's log.
 mkdir "$folder/list"
 printf 'subdirs("%s")\n' "$build" >"$folder/list/CTestTestfile.cmake"
-for configuration in Load Servers; do
-  "$ctest" --test-dir "$folder/list" -C "$configuration" -N
-done |
-  sed -nE 's/^ *Test +#[0-9]+: //; T; s/^(tarn(_static)?|cpp)://; s/<.*//; s:/[^.]*\.:.:; p' |
-  sort -u >"$folder/tests"
+{
+  for program; do
+    "$program" --gtest_list_tests |
+      awk '/^[A-Za-z_]/ { suite = $1; sub(/\/.*/, ".", suite) } /^  / { print suite $1 }'
+  done
+  for configuration in Load Servers; do
+    "$ctest" --test-dir "$folder/list" -C "$configuration" -N
+  done | sed -nE 's/^ *Test +#[0-9]+: //p'
+} | sort -u >"$folder/tests"
 # Tests behind a web server are not part of every build.
 with_e2e=no
 if grep -q '^e2e:' "$folder/tests"; then with_e2e=yes; fi

@@ -81,6 +81,40 @@ done
 as_user=(env)
 chmod -R u+w "$root/tarn"
 
+# ---- Packages that are missing -------------------------------------------------------------------
+
+installing=0
+for name in "${names[@]}"; do
+  arguments=()
+  case $name in
+    setup) arguments=(build) ;;
+    fuzz) arguments=(text) ;;
+    *) grep -q '^ *scripts/setup ' "$root/tarn/scripts/$name" || continue ;;
+  esac
+  run "$name" "${arguments[@]}" --no-install
+  [[ $status != 0 && $lines = 1 && $(cat "$root/said") == \
+    'scripts/setup: these packages are missing: '*'g++'*' --no-install' ]] ||
+    [[ $name == package && $(cat "$root/said") == *'are missing: build-essential '* ]] ||
+    fail "$name --no-install: status $status, $(cat "$root/said")"
+  ((++installing))
+done
+[ "$installing" -ge 11 ] || fail "only $installing scripts know --no-install"
+
+# What is about to be installed is printed first.
+cat >"$root/bin/apt-get" <<'END'
+#!/bin/sh
+case $* in *--assume-no*) echo 'Need to get 52.1 MB of archives.' ;; *) echo "apt-get $*" ;; esac
+END
+if [ "$(id -u)" = 0 ]; then as_user=(setpriv --reuid=nobody --regid=nogroup --clear-groups); fi
+run setup memory
+as_user=(env)
+diff - "$root/said" >&2 <<'END' || fail 'setup does not say this before it calls sudo'
+Installing missing packages with sudo, for memory (52.1 MB to download):
+valgrind
+sudo was called
+scripts/setup: sudo did not let you: let root run 'apt-get install valgrind'
+END
+
 # ---- Long steps ----------------------------------------------------------------------------------
 
 # Shows that it goes on, keeps what the command says for the log, and ends as the command does.

@@ -1,4 +1,4 @@
-/* The cookies that came, and a list of cookies of one's own: */
+/* Reads the cookies that were sent, and builds a list of cookies: */
 
 #include <cstdio>
 #include <tarn.hpp>

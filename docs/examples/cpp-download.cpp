@@ -1,4 +1,4 @@
-/* Bytes to be kept as a file; only the header for those who ask for no more: */
+/* Sends bytes to save as a file, or just the header: */
 
 #include <tarn.hpp>
 

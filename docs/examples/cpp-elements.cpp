@@ -1,4 +1,4 @@
-/* A page as a tree: what a visitor sent stays text in it. */
+/* Builds a page as a tree, in which a visitor's text stays text: */
 
 #include <cstdio>
 #include <tarn.hpp>

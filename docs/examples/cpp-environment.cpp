@@ -1,4 +1,4 @@
-/* Everything that the server says of a request: */
+/* Prints everything that the server passed with the request: */
 
 #include <cstdio>
 #include <tarn.hpp>

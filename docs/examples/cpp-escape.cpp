@@ -1,4 +1,4 @@
-/* Texts escaped for a page, an attribute, a URL, a script; and one that is refused: */
+/* Escapes a text for HTML, a URL and a script, and shows a refusal: */
 
 #include <cstdio>
 #include <tarn.hpp>
@@ -20,7 +20,7 @@ int main(int, char **argv) {
       "a", tarn::Attribute("href", "javascript:tell()")));
   if (!page) std::printf("refused: %s\n", page.problem());
 
-  // A text of the C interface, which is freed with it; and none.
+  // A text that takes ownership of a block, and the lack of one.
   char *made = nullptr;
   const int size = tarn_asprintf(&made, "%d m", 18);
   page =

@@ -1,4 +1,4 @@
-/* All fields of a form, and what one value can be read as: */
+/* Lists the fields of a form, and reads a value in several ways: */
 
 #include <algorithm>
 #include <cstdio>
@@ -22,7 +22,7 @@ int main() {
               static_cast<int>(std::count_if(
                   entries.begin(), entries.end(), is_long)));
 
-  // Beyond the last there is an entry without an object.
+  // An index beyond the end yields an entry without an object.
   if (!entries[2]) std::printf("no third field\n");
   const tarn::Entry depth = entries[0];
   if (depth.is_named("DEPTH")) {
@@ -32,11 +32,11 @@ int main() {
                 depth.number(), depth.real());
   }
 
-  // As request.all("tag") does.
+  // The same as request.all("tag").
   for (const std::string_view tag : tarn::Values(entries, "tag"))
     std::puts(tag.data());
 
-  // The same objects for the functions of tarn.h.
+  // Functions of tarn.h work on the same objects.
   tarn::Entry first = entries[0];
   tarn::Entry lent(*first.handle());
   const bool is_entry =

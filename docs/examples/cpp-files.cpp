@@ -1,4 +1,4 @@
-/* Uploaded files, kept under names that do no harm: */
+/* Saves uploaded files under safe names: */
 
 #include <cerrno>
 #include <cstdio>

@@ -1,4 +1,4 @@
-/* Headers as objects, made and read: */
+/* Builds headers as data and reads them: */
 
 #include <cstdio>
 #include <tarn.hpp>
@@ -14,10 +14,10 @@ int main() {
               view.content_type().value_or("").data(),
               view.cookies().size());
 
-  tarn::ResponseHeader answer("HTTP/1.1", 404, "Not Found");
-  answer.add("Cache-Control: no-store")
+  tarn::ResponseHeader header("HTTP/1.1", 404, "Not Found");
+  header.add("Cache-Control: no-store")
       .add(tarn::Cookie("colour", "blue"));
-  const tarn::ResponseHeaderView read = answer.view();
+  const tarn::ResponseHeaderView read = header.view();
   std::printf("%s %d %s, %zu cookie\n",
               read.first().value_or("").data(), read.number(),
               read.second().value_or("").data(),

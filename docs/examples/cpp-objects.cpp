@@ -1,4 +1,4 @@
-/* Objects that own: moved, copied on demand, handed to the functions of tarn.h and back. */
+/* Moves and clones objects, and passes them to functions of tarn.h and back: */
 
 #include <cstdio>
 #include <tarn.hpp>
@@ -15,7 +15,7 @@ int main() {
   HTTPCookie_setMaxAge(copy.handle(), 3600);
   std::printf("%ld s\n", copy.view().max_age());
 
-  // To C and back. Whoever holds the handle deletes the object.
+  // Give up ownership and take it back. In between, the handle owns the object.
   TarnHandle handle = copy.release();
   constexpr tarn::Adopt take = tarn::adopt;
   tarn::Cookie back(take, handle);
@@ -28,7 +28,7 @@ int main() {
   std::printf("%zu cookies, the second %s\n", list.size(),
               list[1].value()->data());
 
-  // What is trusted carries a mark.
+  // Trusted texts are marked.
   tarn::Attribute script("onclick", tarn::Raw("tell()"));
   const bool is_raw =
       CGIgs_getInt(script.handle(), TARN_ATTRIBUTE_NUMBER,

@@ -1,4 +1,4 @@
-/* On to another page, or another site, or nowhere: what is no address is refused. */
+/* Redirects to this site or to another, and shows a refusal: */
 
 #include <cstdio>
 #include <tarn.hpp>

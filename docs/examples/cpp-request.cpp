@@ -1,4 +1,4 @@
-/* What a form sent: values, a checkbox, a number within limits, a file: */
+/* Reads values, a checkbox, a number within limits, and a file from a form: */
 
 #include <cstdio>
 #include <tarn.hpp>

@@ -1,4 +1,4 @@
-/* A page with its status, headers and cookies: */
+/* Sends a page with its status, headers and cookies: */
 
 #include <cstdio>
 #include <tarn.hpp>

@@ -1,4 +1,4 @@
-/* A text that is put together and changed: */
+/* Builds a string and changes it: */
 
 #include <cstdio>
 #include <tarn.hpp>

@@ -1,13 +1,11 @@
-/* Characters. */
+// Internal: classes of characters, and UTF-8.
 #ifndef TARN_CHARACTERS_HPP
 #define TARN_CHARACTERS_HPP
 
 #include <cstddef>
 #include <string_view>
 
-namespace tarn {
-
-namespace detail {
+namespace tarn::detail {
 
 constexpr bool is_among(char c, std::string_view set) noexcept {
   return set.find(c) != std::string_view::npos;
@@ -15,7 +13,7 @@ constexpr bool is_among(char c, std::string_view set) noexcept {
 constexpr bool is_control(char c) noexcept {
   return static_cast<unsigned char>(c) < ' ' || c == '\x7F';
 }
-// What ASCII prints, without the blank.
+// Printable ASCII, without the space.
 constexpr bool is_visible(char c) noexcept { return c > ' ' && c < '\x7F'; }
 constexpr bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
 constexpr bool is_letter(char c) noexcept {
@@ -30,7 +28,7 @@ constexpr bool all_of(std::string_view text, Test test) noexcept {
   return passed == text.size();
 }
 
-// Without regard to the case of letters, in any locale.
+// Ignores the case of ASCII letters, whatever the locale is.
 constexpr bool begins_with(std::string_view text, std::string_view beginning) noexcept {
   const auto lower = [](char c) { return is_letter(c) ? c | 0x20 : c; };
   if (text.size() < beginning.size()) return false;
@@ -40,6 +38,7 @@ constexpr bool begins_with(std::string_view text, std::string_view beginning) no
   return true;
 }
 
+// Ignores case as begins_with() does.
 template <std::size_t kCount>
 constexpr bool is_one_of(std::string_view name, const std::string_view (&names)[kCount]) noexcept {
   bool found = false;
@@ -49,33 +48,33 @@ constexpr bool is_one_of(std::string_view name, const std::string_view (&names)[
   return found;
 }
 
-// How many bytes the first character takes; 0 when they are no UTF-8.
-constexpr std::size_t character_size(std::string_view text) noexcept {
-  const auto byte = [text](std::size_t at) -> unsigned {
-    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+// A character of UTF-8 and the number of its bytes, which is 0 if they are not UTF-8.
+struct Character {
+  std::size_t size = 0;
+  char32_t code = 0;
+};
+
+// The first character of a text, which must not be empty.
+constexpr Character first_character(std::string_view text) noexcept {
+  const auto byte = [text](std::size_t i) -> unsigned {
+    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
   };
   const unsigned lead = byte(0);
-  if (lead < 0x80) return 1;
-  if (lead < 0xC2 || lead > 0xF4) return 0;
-  // No form longer than needed, no surrogate, nothing beyond U+10FFFF.
-  const unsigned first = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-  const unsigned last = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-  if (byte(1) < first || byte(1) > last) return 0;
+  if (lead < 0x80) return {1, lead};
+  if (lead < 0xC2 || lead > 0xF4) return {};
+  // The second byte excludes overlong forms, surrogates and anything beyond U+10FFFF.
+  const unsigned least = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  const unsigned most = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  if (byte(1) < least || byte(1) > most) return {};
   const std::size_t size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-  for (std::size_t i = 2; i < size; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
+  char32_t code = lead & (0x7FU >> size);
+  for (std::size_t i = 1; i < size; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return {};
+    code = code << 6U | (byte(i) & 0x3FU);
   }
-  return size;
+  return {size, code};
 }
 
-// Whether a character of UTF-8 is a control character, of ASCII or from U+0080 to U+009F. Its last
-// byte is its number.
-constexpr bool is_control(std::string_view character) noexcept {
-  return is_control(character[0]) || (character[0] == '\xC2' && character[1] < '\xA0');
-}
-
-}  // namespace detail
-
-}  // namespace tarn
+}  // namespace tarn::detail
 
 #endif  // TARN_CHARACTERS_HPP

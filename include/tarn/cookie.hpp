@@ -2,6 +2,7 @@
 #ifndef TARN_COOKIE_HPP
 #define TARN_COOKIE_HPP
 
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -10,21 +11,21 @@
 namespace tarn {
 
 /** Reads a cookie. */
-class CookieView : public detail::Lent<TARN_COOKIE_MAGIC> {
+class CookieView : public detail::NodeView<TARN_COOKIE_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
   /** The name.
    *
-   *  @return a view, good as long as what the cookie belongs to; nothing for a piece of the cookie
-   *          header that has no "="
+   *  @return a view, valid as long as the owner of the cookie; nothing for a piece of the cookie
+   *          header without a "="
    */
   std::optional<std::string_view> name() const noexcept { return text_in(TARN_COOKIE_NAME); }
 
   /** The value. @return as name() */
   std::optional<std::string_view> value() const noexcept { return text_in(TARN_COOKIE_VALUE); }
 
-  /** The comment. @return as name(); nothing unless it was set, as with all that follows */
+  /** The comment. @return as name(); nothing unless it was set */
   std::optional<std::string_view> comment() const noexcept { return text_in(TARN_COOKIE_COMMENT); }
 
   /** The domain. @return as comment() */
@@ -34,7 +35,7 @@ class CookieView : public detail::Lent<TARN_COOKIE_MAGIC> {
   std::optional<std::string_view> path() const noexcept { return text_in(TARN_COOKIE_PATH); }
 
   /** The max-age, in seconds; 0 unless it was set. */
-  long max_age() const noexcept { return detail::ask<HTTPCookie_getMaxAge>(handle_); }
+  long max_age() const noexcept { return detail::query<HTTPCookie_getMaxAge>(handle_); }
 
   /** Tells whether the secure flag was set. */
   bool is_secure() const noexcept { return number_in(TARN_COOKIE_SECURE) != 0; }
@@ -44,13 +45,13 @@ class CookieView : public detail::Lent<TARN_COOKIE_MAGIC> {
 using Cookies = detail::Range<CookieView, TARN_COOKIE_LIST_MAGIC, HTTPCookieList_getCount,
                               HTTPCookieList_getByIndex>;
 
-/** A cookie as an object; tarn::SetCookie is what sends one. Nothing is checked or escaped. */
+/** A cookie as data, neither checked nor escaped. To send one, use tarn::SetCookie. */
 class Cookie : public detail::Object<Cookie, CookieView, detail::delete_node<TARN_COOKIE_MAGIC>,
                                      detail::clone_node<TARN_COOKIE_MAGIC>> {
  public:
   using Object::Object;
 
-  /** Makes a cookie of a name and a value. */
+  /** Makes a cookie from a name and a value. */
   Cookie(std::string_view name, std::string_view value) noexcept {
     set_text(TARN_COOKIE_NAME, name);
     set_text(TARN_COOKIE_VALUE, value);
@@ -65,7 +66,7 @@ class Cookie : public detail::Object<Cookie, CookieView, detail::delete_node<TAR
   /** Sets the path. */
   Cookie &path(std::string_view text) &noexcept { return with_text(TARN_COOKIE_PATH, text); }
 
-  /** Sets the max-age, in seconds, kept as 32 bits. */
+  /** Sets the max-age, in seconds, stored as 32 bits. */
   Cookie &max_age(long seconds) &noexcept {
     HTTPCookie_setMaxAge(&handle_, seconds);
     return *this;
@@ -84,7 +85,7 @@ class Cookie : public detail::Object<Cookie, CookieView, detail::delete_node<TAR
   }
 };
 
-/** A list that owns cookies. Equal names are kept. */
+/** A list that owns cookies. Several may have the same name. */
 class CookieList : public detail::List<CookieList, Cookie, Cookies, HTTPCookieList_delete,
                                        HTTPCookieList_clone> {
  public:

@@ -12,15 +12,16 @@
 
 namespace tarn {
 
-/** The number (TARN_ELEMENT_NUMBER, TARN_ATTRIBUTE_NUMBER) of what was made of Raw. */
+/** Marks elements and attributes that were made from Raw, in their number (TARN_ELEMENT_NUMBER,
+ *  TARN_ATTRIBUTE_NUMBER). */
 inline constexpr std::uint32_t raw_mark = 0x57415221;
 
-/** A text that is trusted as it stands: markup where text is expected. Never make one of what a
- *  visitor sent. It is a view: the text has to live until an element or attribute is made of it.
+/** A trusted text, which is used as it is: markup where text is expected. Never make one from what
+ *  a visitor sent. It is a view: the text must live until an element or attribute is made from it.
  */
 class Raw {
  public:
-  /** Trusts a text. */
+  /** Marks a text as trusted. */
   explicit Raw(std::string_view text) noexcept : text_(text) {}
   explicit Raw(std::nullptr_t) = delete;
 
@@ -32,17 +33,17 @@ class Raw {
 };
 
 /** Reads an attribute. */
-class AttributeView : public detail::Lent<TARN_ATTRIBUTE_MAGIC> {
+class AttributeView : public detail::NodeView<TARN_ATTRIBUTE_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
-  /** The name. @return a view, good as long as the attribute; nothing when there is none */
+  /** The name. @return a view, valid as long as the attribute; nothing when there is none */
   std::optional<std::string_view> name() const noexcept { return text_in(TARN_ATTRIBUTE_NAME); }
 
   /** The value. @return as name(); nothing for an attribute without a value, such as `required` */
   std::optional<std::string_view> value() const noexcept { return text_in(TARN_ATTRIBUTE_VALUE); }
 
-  /** Tells whether the value was made of Raw. */
+  /** Tells whether the value was made from Raw. */
   bool is_raw() const noexcept { return number_in(TARN_ATTRIBUTE_NUMBER) == raw_mark; }
 };
 
@@ -56,14 +57,14 @@ class Attribute
   /** An attribute without a value, such as `required`. */
   explicit Attribute(std::string_view name) noexcept { set_text(TARN_ATTRIBUTE_NAME, name); }
 
-  /** An attribute with a value, which is escaped when it is written. */
+  /** An attribute with a value, which html() escapes. */
   Attribute(std::string_view name, std::string_view value) noexcept : Attribute(name) {
     set_text(TARN_ATTRIBUTE_VALUE, value);
   }
   Attribute(std::string_view name, std::nullptr_t) = delete;
 
-  /** An attribute with a value that is trusted: a script for `onclick`, a URL of any scheme. It is
-   *  escaped too, so that it stays what it is. */
+  /** An attribute with a trusted value: a script for `onclick`, a URL of any scheme. html() escapes
+   *  it as well, so it reaches the browser unchanged. */
   Attribute(std::string_view name, const Raw &value) noexcept : Attribute(name, value.text()) {
     CGIgs_setInt(&handle_, TARN_ATTRIBUTE_NUMBER, raw_mark, TARN_ATTRIBUTE_MAGIC);
   }
@@ -73,7 +74,7 @@ class Attribute
 using Attributes = detail::Range<AttributeView, TARN_ATTRIBUTE_LIST_MAGIC,
                                  HTMLAttributeList_getCount, HTMLAttributeList_getByIndex>;
 
-/** A list that owns attributes. Equal names are kept. */
+/** A list that owns attributes. Several may have the same name. */
 class AttributeList : public detail::List<AttributeList, Attribute, Attributes,
                                           HTMLAttributeList_delete, HTMLAttributeList_clone> {
  public:
@@ -82,7 +83,7 @@ class AttributeList : public detail::List<AttributeList, Attribute, Attributes,
 
 namespace detail {
 
-// What an element without a name is made of.
+// A text among the children of an element. It is stored as an element without a name.
 struct TextPiece {
   std::string_view text;
   std::uint32_t mark = 0;
@@ -97,24 +98,24 @@ using Elements = detail::Range<ElementView, TARN_ELEMENT_LIST_MAGIC, HTMLElement
                                HTMLElementList_getByIndex>;
 
 /** Reads an element. */
-class ElementView : public detail::Lent<TARN_ELEMENT_MAGIC> {
+class ElementView : public detail::NodeView<TARN_ELEMENT_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
-  /** The name. @return a view, good as long as the element; nothing for a text */
+  /** The name. @return a view, valid as long as the element; nothing for a text */
   std::optional<std::string_view> name() const noexcept { return text_in(TARN_ELEMENT_NAME); }
 
-  /** The element's own text, which comes before its children. A child without a name is a text:
-   *  this one. @return as name() */
+  /** The element's own text, which comes before its children. For a child without a name, which is
+   *  a text, this is that text. @return as name() */
   std::optional<std::string_view> text() const noexcept { return text_in(TARN_ELEMENT_TEXT); }
 
-  /** Tells whether the text was made of Raw. */
+  /** Tells whether the text was made from Raw. */
   bool is_raw() const noexcept { return number_in(TARN_ELEMENT_NUMBER) == raw_mark; }
 
-  /** The attributes, lent; empty when there is none. */
+  /** The attributes, valid as long as the element. */
   Attributes attributes() const noexcept { return Attributes(child_in(TARN_ELEMENT_ATTRIBUTES)); }
 
-  /** The embedded elements and texts, lent; empty when there is none. */
+  /** The child elements and texts, valid as long as the element. */
   Elements children() const noexcept;
 };
 
@@ -124,7 +125,7 @@ inline Elements ElementView::children() const noexcept {
 
 class ElementList;
 
-/** An element with its attributes and all that is in it.
+/** An element with its attributes and its children.
  *
  *  @code
  *  tarn::Element("p", tarn::Attribute("class", "greeting"),
@@ -135,48 +136,48 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
  public:
   using Object::Object;
 
-  /** Makes an element of these pieces, in order; each is what add() takes. */
+  /** Makes an element from these pieces, in order. Each is something that add() takes. */
   template <class... Pieces>
   explicit Element(std::string_view name, Pieces &&...pieces) noexcept {
     set_text(TARN_ELEMENT_NAME, name);
     (add(std::forward<Pieces>(pieces)), ...);
   }
 
-  /** Appends a text, which is escaped when it is written. */
+  /** Appends a text, which html() escapes. */
   Element &add(std::string_view text) &noexcept { return add(Element(detail::TextPiece{text})); }
   Element &add(std::nullptr_t) & = delete;
 
-  /** Appends markup that is trusted as it stands. */
+  /** Appends trusted markup, which html() writes as it is. */
   Element &add(const Raw &markup) &noexcept {
     return add(Element(detail::TextPiece{markup.text(), raw_mark}));
   }
 
-  /** Takes an attribute over as the last one. */
+  /** Moves an attribute to the end. */
   Element &add(Attribute &&attribute) &noexcept {
-    keep<Attributes>(TARN_ELEMENT_ATTRIBUTES, attribute);
+    append<Attributes>(TARN_ELEMENT_ATTRIBUTES, attribute);
     return *this;
   }
 
-  /** Takes an element over, with all that is in it, as the last child. */
+  /** Moves an element to the end of the children. */
   Element &add(Element &&child) &noexcept {
     if (&child == this) {
       reset();
     } else {
-      keep<Elements>(TARN_ELEMENT_EMBEDDED, child);
+      append<Elements>(TARN_ELEMENT_EMBEDDED, child);
     }
     return *this;
   }
 
-  /** Takes over all attributes of a list, which is empty then. */
+  /** Moves all attributes of a list to the end. The list is empty afterwards. */
   Element &add(AttributeList &&attributes) &noexcept {
-    keep_all<Attributes>(TARN_ELEMENT_ATTRIBUTES, attributes);
+    append_all<Attributes>(TARN_ELEMENT_ATTRIBUTES, attributes);
     return *this;
   }
 
-  /** Takes over all elements of a list, which is empty then. */
+  /** Moves all elements of a list to the end. The list is empty afterwards. */
   Element &add(ElementList &&elements) &noexcept;
 
-  // What has a name of its own is moved or cloned.
+  // Move or clone objects that have a name.
   Element &add(const Attribute &) & = delete;
   Element &add(const AttributeList &) & = delete;
   Element &add(const Element &) & = delete;
@@ -198,20 +199,20 @@ class ElementList : public detail::List<ElementList, Element, Elements, HTMLElem
   using List::add;
   using List::List;
 
-  /** Appends a text, which is escaped when it is written. */
+  /** Appends a text, which html() escapes. */
   ElementList &add(std::string_view text) &noexcept {
     return add(Element(detail::TextPiece{text}));
   }
   ElementList &add(std::nullptr_t) & = delete;
 
-  /** Appends markup that is trusted as it stands. */
+  /** Appends trusted markup, which html() writes as it is. */
   ElementList &add(const Raw &markup) &noexcept {
     return add(Element(detail::TextPiece{markup.text(), raw_mark}));
   }
 };
 
 inline Element &Element::add(ElementList &&elements) &noexcept {
-  keep_all<Elements>(TARN_ELEMENT_EMBEDDED, elements);
+  append_all<Elements>(TARN_ELEMENT_EMBEDDED, elements);
   return *this;
 }
 

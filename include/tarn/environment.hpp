@@ -11,24 +11,24 @@
 
 namespace tarn {
 
-/** Reads what a web server says of a request: variables, as they are when they are asked for; body
- *  and cookies, as they came.
+/** Reads what the web server passed with a request: the environment variables, the body and the
+ *  cookies.
  *
- *  The texts of variables are the environment's own: views of them are good until a variable is
- *  changed, and empty for one that is unset; variable() tells the two apart. Numbers are decimal, 0
- *  when unset, and stop at the limits of 32 bits.
+ *  Variables are read when they are asked for. A view of one is valid until a variable changes; an
+ *  unset variable reads as empty, and variable() tells the two apart. Numbers are decimal, 0 when
+ *  unset, and limited to 32 bits.
  *
  *  @code
  *  if (request.environment().request_method() == "POST") ...
  *  @endcode
  */
-class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
+class Environment : public detail::NodeView<TARN_ENVIRONMENT_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
   /** Any variable, with or without a request. @return its value; nothing when it is unset */
   static std::optional<std::string_view> variable(const char *name) noexcept {
-    return detail::maybe(std::getenv(name));
+    return detail::optional_text(std::getenv(name));
   }
 
   /** SERVER_SOFTWARE. */
@@ -40,8 +40,8 @@ class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
   /** SERVER_PROTOCOL. */
   std::string_view server_protocol() const noexcept { return text<CgiEnv_getServerProtocol>(); }
   /** SERVER_PORT. */
-  std::int32_t server_port() const noexcept { return detail::ask<CgiEnv_getServerPort>(handle_); }
-  /** HTTP_COOKIE, the raw header. */
+  std::int32_t server_port() const noexcept { return detail::query<CgiEnv_getServerPort>(handle_); }
+  /** HTTP_COOKIE, the header as it was sent. */
   std::string_view http_cookie() const noexcept { return text<CgiEnv_getCookies>(); }
   /** REQUEST_METHOD. */
   std::string_view request_method() const noexcept { return text<CgiEnv_getRequestMethod>(); }
@@ -53,9 +53,9 @@ class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
   std::string_view script_name() const noexcept { return text<CgiEnv_getScriptName>(); }
   /** QUERY_STRING. */
   std::string_view query_string() const noexcept { return text<CgiEnv_getQueryString>(); }
-  /** CONTENT_LENGTH, in bytes, read afresh. */
+  /** CONTENT_LENGTH, in bytes. */
   std::int32_t content_length() const noexcept {
-    return detail::ask<CgiEnv_getContentLength>(handle_);
+    return detail::query<CgiEnv_getContentLength>(handle_);
   }
   /** CONTENT_TYPE. */
   std::string_view content_type() const noexcept { return text<CgiEnv_getContentType>(); }
@@ -84,22 +84,22 @@ class Environment : public detail::Lent<TARN_ENVIRONMENT_MAGIC> {
   /** Tells whether HTTPS is "on", in lower case. */
   bool https() const noexcept { return number_in(TARN_ENVIRONMENT_HTTPS) == 1; }
 
-  /** The body of a POST as it came; bytes that did not arrive are zero.
+  /** The body of a POST as it was sent; bytes that did not arrive are zero.
    *
-   *  @return a view, good to the end of the process; nothing when none was read
+   *  @return a view, valid until the process ends; nothing when no body was read
    */
   std::optional<std::string_view> body() const noexcept {
     const std::string_view bytes = detail::bytes_of(child_in(TARN_ENVIRONMENT_BODY));
     return bytes.empty() ? std::nullopt : std::optional(bytes);
   }
 
-  /** The cookies, lent by the request; empty when none came. */
+  /** The cookies, valid as long as the request; empty when none were sent. */
   Cookies cookies() const noexcept { return Cookies(child_in(TARN_ENVIRONMENT_COOKIES)); }
 
  private:
   template <auto kGet>
   std::string_view text() const noexcept {
-    return detail::ask<kGet>(handle_);
+    return detail::query<kGet>(handle_);
   }
 };
 

@@ -10,17 +10,16 @@
 #include "text.hpp"
 
 namespace tarn {
-
 namespace detail {
 
-// Writes a text, with what `replacement` gives for a character in its place, if anything. It is
-// asked with an empty character for a byte that is no UTF-8.
+// Writes a text with some characters replaced. `replacement` takes a character, or an empty text for
+// a byte that is not UTF-8, and returns what to write instead; an empty text keeps the character.
 template <class Replacement>
 void put_replaced(Buffer &out, std::string_view text, Replacement replacement) noexcept {
   const char *const end = text.data() + text.size();
   const char *copied = text.data();
   for (const char *at = copied; at < end;) {
-    const std::size_t size = character_size({at, static_cast<std::size_t>(end - at)});
+    const std::size_t size = first_character({at, static_cast<std::size_t>(end - at)}).size;
     const std::string_view instead = replacement(std::string_view(at, size));
     const char *const next = at + (size > 0 ? size : 1);
     if (!instead.empty()) {
@@ -32,7 +31,12 @@ void put_replaced(Buffer &out, std::string_view text, Replacement replacement) n
   out << std::string_view(copied, static_cast<std::size_t>(end - copied));
 }
 
-// A page has no control characters but tabs and line ends.
+// Whether a character is a control character: of ASCII, or U+0080 to U+009F, which begin with C2.
+constexpr bool is_control(std::string_view character) noexcept {
+  return is_control(character[0]) || (character[0] == '\xC2' && character[1] < '\xA0');
+}
+
+// HTML allows no control characters other than tabs and line ends.
 inline std::string_view html_replacement(std::string_view character) noexcept {
   constexpr std::string_view kUnknown = "\xEF\xBF\xBD";
   if (character.empty()) return kUnknown;
@@ -48,7 +52,7 @@ inline std::string_view html_replacement(std::string_view character) noexcept {
     case '\'':
       return "&#39;";
     case '\r':
-      return "&#13;";  // a browser reads a bare one as a line feed
+      return "&#13;";  // browsers turn a bare CR into a line feed
     case '\t':
     case '\n':
       return {};
@@ -72,6 +76,7 @@ inline void put_attribute(Buffer &out, std::string_view text) noexcept {
   });
 }
 
+// Keeps letters, digits and `marks`.
 inline void put_encoded(Buffer &out, std::string_view text, std::string_view marks) noexcept {
   for (const char c : text) {
     const bool plain = is_alphanumeric(c) || is_among(c, marks);
@@ -92,10 +97,11 @@ inline void put_json(Buffer &out, std::string_view text) noexcept {
   out << "\"";
   put_replaced(out, text, [&escape](std::string_view character) noexcept -> std::string_view {
     if (character.empty()) return "\\ufffd";
-    // Older scripts end a line here.
+    // Line ends in JavaScript before ECMAScript 2019.
     if (character == "\xE2\x80\xA8") return "\\u2028";
     if (character == "\xE2\x80\xA9") return "\\u2029";
     if (!is_control(character) && !is_among(character[0], "\"\\<>&'")) return {};
+    // All of these are below U+00A0, where the last byte is the code point.
     const auto number = static_cast<unsigned char>(character.back());
     std::snprintf(escape, sizeof escape, "\\u%04x", number);
     return escape;
@@ -114,27 +120,28 @@ Text escaped(std::string_view text) noexcept {
 
 }  // namespace detail
 
-/** Escapes a text for HTML that you write yourself: for a place between tags, or for an attribute's
- *  value in quotation marks of either kind. What is no UTF-8, and control characters other than
- *  tabs and line ends, become U+FFFD.
+/** Escapes a text for HTML that you write yourself: between tags, or in an attribute value in single
+ *  or double quotes. Invalid UTF-8, and control characters other than tabs and line ends, become
+ *  U+FFFD.
  */
 [[nodiscard]] inline Text escape_html(std::string_view text) noexcept {
   return detail::escaped<detail::put_html>(text);
 }
 
-/** Escapes a text for an attribute's value, so that it holds without quotation marks too, when it
- *  is not empty. Otherwise as escape_html(). */
+/** Escapes a text for an attribute value with or without quotes. An empty text needs quotes.
+ *  Otherwise as escape_html(). */
 [[nodiscard]] inline Text escape_attribute(std::string_view text) noexcept {
   return detail::escaped<detail::put_attribute>(text);
 }
 
-/** Escapes a text for one part of a URL, such as a value of the query: every byte other than
- *  letters, digits, "-", ".", "_" and "~" as a "%" with two digits. unescapeString() undoes it. */
+/** Escapes a text for one part of a URL, such as a value in the query: every byte other than
+ *  letters, digits, "-", ".", "_" and "~" becomes a "%" and two digits. unescapeString() reverses
+ *  it. */
 [[nodiscard]] inline Text escape_url(std::string_view text) noexcept {
   return detail::escaped<detail::put_url>(text);
 }
 
-/** Escapes a text for the path of a URL: as escape_url(), but for "/", which stays.
+/** Escapes a text for the path of a URL: as escape_url(), but keeps "/".
  *
  *  @code
  *  const tarn::Text here = tarn::escape_path(request.environment().script_name());
@@ -145,9 +152,9 @@ Text escaped(std::string_view text) noexcept {
   return detail::escaped<detail::put_path>(text);
 }
 
-/** Makes a string of JSON and JavaScript of a text, quotation marks included. It can stand within
- *  a script element and in an attribute's value: no character in it means anything to HTML. What is
- *  no UTF-8 becomes U+FFFD. */
+/** Turns a text into a string of JSON and JavaScript, with its quotation marks. It is safe inside a
+ *  script element and in an attribute value, because no character in it has a meaning in HTML.
+ *  Invalid UTF-8 becomes U+FFFD. */
 [[nodiscard]] inline Text escape_json(std::string_view text) noexcept {
   return detail::escaped<detail::put_json>(text);
 }

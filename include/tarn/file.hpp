@@ -13,19 +13,20 @@
 #include <string_view>
 #include <utility>
 
+#include "characters.hpp"
 #include "request.hpp"
 
 namespace tarn {
 
-/** A name for a file, in a place of its own: at most 255 bytes. */
+/** A file name of at most 255 bytes, which this object holds itself. */
 class FileName {
  public:
   FileName() noexcept = default;
 
-  /** The name, good as long as this object. */
+  /** The name, valid as long as this object. */
   std::string_view view() const &noexcept { return {text_, size_}; }
   std::string_view view() const && = delete;
-  /** The name with a final zero byte, good as long as this object. */
+  /** The name, null-terminated, valid as long as this object. */
   const char *c_str() const &noexcept { return text_; }
   const char *c_str() const && = delete;
 
@@ -34,7 +35,7 @@ class FileName {
 
   static constexpr std::size_t most = 255;
 
-  // A name as the script gives it; none when it is no name of a file.
+  // A name that the script chose; empty unless it is a valid file name.
   explicit FileName(std::string_view name) noexcept {
     const bool path = name == "." || name == ".." || name.find('/') != std::string_view::npos;
     if (path || name.size() > most || name.find('\0') != std::string_view::npos) return;
@@ -50,16 +51,16 @@ class FileName {
   std::size_t size_ = 0;
 };
 
-/** What became of a file that was to be saved. */
+/** The result of File::save(). */
 class Saved {
  public:
-  /** Tells whether the file is there, whole, under name(). */
+  /** Tells whether the whole file was saved under name(). */
   explicit operator bool() const noexcept { return error_ == 0; }
 
-  /** Why it is not: a number of <cerrno>, such as EEXIST; 0 when it is. */
+  /** Why it was not: an errno value such as EEXIST; 0 if it was. */
   int error() const noexcept { return error_; }
 
-  /** The name in the directory, also of a file that could not be saved. */
+  /** The name in the directory, even if the file could not be saved. */
   const FileName &name() const &noexcept { return name_; }
   const FileName &name() const && = delete;
 
@@ -74,35 +75,13 @@ class Saved {
 
 namespace detail {
 
-// The length of the UTF-8 sequence at the front of a text, with the character in it; 0 for bytes
-// that are none.
-inline std::size_t character_at(const char *text, std::size_t size, char32_t &character) noexcept {
-  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned first = byte(0);
-  if (first < 0x80) {
-    character = first;
-    return 1;
-  }
-  const std::size_t length = first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-  if (length == 0 || first > 0xF4 || length > size) return 0;
-  character = first & (0x7FU >> length);
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0U) != 0x80) return 0;
-    character = character << 6U | (byte(i) & 0x3FU);
-  }
-  // Longer than it had to be, half of a pair, or beyond the last character.
-  const bool wrong = (length == 3 && character < 0x800) || (length == 4 && character < 0x10000) ||
-                     (character >= 0xD800 && character <= 0xDFFF) || character > 0x10FFFF;
-  return wrong ? 0 : length;
-}
-
-// Characters beyond ASCII that nobody sees in the name of a file: control characters, white space,
-// what Unicode ignores where it cannot be shown, letters and symbols without ink (the fillers of
-// Hangul, Braille's blank), and what turns the direction of writing.
+// Characters beyond ASCII that are invisible in a file name: control characters, white space, what
+// Unicode ignores where it cannot be displayed, letters and symbols without ink (Hangul fillers, the
+// blank of Braille), and characters that change the direction of writing.
 struct Span {
   char32_t first, last;
 };
-inline constexpr Span kHidden[] = {
+inline constexpr Span kInvisible[] = {
     {0x80, 0xA0},       {0xAD, 0xAD},       {0x34F, 0x34F},     {0x61C, 0x61C},
     {0x115F, 0x1160},   {0x1680, 0x1680},   {0x17B4, 0x17B5},   {0x180B, 0x180F},
     {0x2000, 0x200F},   {0x2028, 0x202F},   {0x205F, 0x206F},   {0x2800, 0x2800},
@@ -110,20 +89,21 @@ inline constexpr Span kHidden[] = {
     {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},   {0xFFF0, 0xFFFF},   {0x13430, 0x1343F},
     {0x1BCA0, 0x1BCA3}, {0x1D159, 0x1D159}, {0x1D173, 0x1D17A}, {0xE0000, 0x10FFFF}};
 
-// Whether a character can stand in the name of a file without harm to whoever lists or copies it.
-inline bool is_harmless(char32_t c) noexcept {
+// Whether a file name may contain a character. A "/" would make it a path, and shells and terminals
+// give a meaning to most of the others.
+inline bool is_safe_in_file_name(char32_t c) noexcept {
   if (c < 0x80) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '-' || c == '_';
+    const char ascii = static_cast<char>(c);
+    return is_alphanumeric(ascii) || is_among(ascii, ".-_");
   }
-  for (const Span &span : kHidden) {
+  for (const Span &span : kInvisible) {
     if (c >= span.first && c <= span.last) return false;
   }
-  // The last two of each plane are no characters.
+  // The last two code points of each plane are not characters.
   return (c & 0xFFFEU) != 0xFFFE;
 }
 
-// A descriptor that is closed with its scope.
+// Closes a file descriptor at the end of its scope.
 class Descriptor {
  public:
   explicit Descriptor(int number) noexcept : number_(number) {}
@@ -141,7 +121,7 @@ class Descriptor {
   int number_;
 };
 
-// Each of the following tells whether it succeeded; errno says why it did not.
+// The following functions set errno when they fail.
 
 inline bool write_all(int file, std::string_view bytes) noexcept {
   while (!bytes.empty()) {
@@ -152,11 +132,11 @@ inline bool write_all(int file, std::string_view bytes) noexcept {
   return true;
 }
 
-// Gives a file another name, unless that name is taken.
-inline bool rename_to_free(int directory, const char *from, const char *to) noexcept {
+// Fails if the new name is taken.
+inline bool rename_without_replacing(int directory, const char *from, const char *to) noexcept {
 #ifdef RENAME_NOREPLACE
   if (::renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return true;
-  // Not every file system can do that.
+  // Not every file system supports it.
   if (errno != EINVAL && errno != ENOSYS) return false;
 #endif
   if (::linkat(directory, from, directory, to, 0) != 0) return false;
@@ -164,7 +144,7 @@ inline bool rename_to_free(int directory, const char *from, const char *to) noex
   return true;
 }
 
-// A file that is new, under a name that nobody gives to an upload.
+// Creates a file under a new name, which safe_name() never returns. -1 if it fails.
 inline int create_temporary(int directory, char (&name)[64]) noexcept {
   for (unsigned attempt = 0; attempt < 1000; ++attempt) {
     std::snprintf(name, sizeof name, ".tarn-%ld-%u", static_cast<long>(::getpid()), attempt);
@@ -175,8 +155,8 @@ inline int create_temporary(int directory, char (&name)[64]) noexcept {
   return -1;
 }
 
-// Removes what a failure leaves behind, and fails.
-inline bool give_up(int directory, const char *name) noexcept {
+// Removes a file after a failure, whose errno it keeps. @return false
+inline bool remove_after_failure(int directory, const char *name) noexcept {
   const int error = errno;
   ::unlinkat(directory, name, 0);
   errno = error;
@@ -187,50 +167,50 @@ inline bool save_at(int directory, const char *name, std::string_view bytes) noe
   char temporary[64];
   Descriptor file(create_temporary(directory, temporary));
   if (file.number() < 0) return false;
-  const bool kept = write_all(file.number(), bytes) && ::fsync(file.number()) == 0 &&
-                    file.close() && rename_to_free(directory, temporary, name);
-  if (!kept) return give_up(directory, temporary);
-  // EINVAL: a file system that has nothing to sync in a directory.
-  return ::fsync(directory) == 0 || errno == EINVAL || give_up(directory, name);
+  const bool stored = write_all(file.number(), bytes) && ::fsync(file.number()) == 0 &&
+                      file.close() && rename_without_replacing(directory, temporary, name);
+  if (!stored) return remove_after_failure(directory, temporary);
+  // EINVAL: on this file system there is nothing to sync in a directory.
+  return ::fsync(directory) == 0 || errno == EINVAL || remove_after_failure(directory, name);
 }
 
 }  // namespace detail
 
-/** Reads one uploaded file: what was sent up to its first CR LF. The rest is dropped without an
- *  error, so a PNG image arrives as four bytes. Its name and type are what a stranger sent. */
-class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
+/** Reads one uploaded file: its bytes up to the first CR LF. The rest is dropped without an error,
+ *  so a PNG image arrives as four bytes. The sender chose its name and type: do not trust them. */
+class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
-  /** The name of the field that it came in.
+  /** The name of the form field.
    *
-   *  @return a view, good as long as the request; nothing when the part had no name or no type:
-   *          there is no file name, no type and no byte then either
+   *  @return a view, valid as long as the request; nothing when the part had no name or no type, and
+   *          then there are no file name, no type and no bytes either
    */
   std::optional<std::string_view> field() const noexcept { return text_in(TARN_FILE_FIELD_NAME); }
 
-  /** The file's name on the visitor's machine, decoded. It may hold "../", quotes and control
+  /** The file's name on the visitor's machine, decoded. It may contain "../", quotes and control
    *  bytes; safe_name() does not.
    *
    *  @return as field()
    */
   std::optional<std::string_view> name() const noexcept { return text_in(TARN_FILE_FILENAME); }
 
-  /** The content type that the visitor's browser gave it. @return as field() */
+  /** The content type that the browser sent. @return as field() */
   std::optional<std::string_view> type() const noexcept { return text_in(TARN_FILE_CONTENT_TYPE); }
 
-  /** The bytes as they came, zero bytes included, up to the first CR LF and no further.
+  /** The bytes as they were sent, zero bytes included, up to the first CR LF and no further.
    *
-   *  @return a view, good to the end of the process; an empty one of an empty file
+   *  @return a view, valid until the process ends; empty for an empty file
    */
   std::string_view bytes() const noexcept { return detail::bytes_of(child_in(TARN_FILE_BYTES)); }
 
-  /** Makes a name of name() that is safe in any directory: what stands after the last slash or
-   *  backslash, cut to 200 bytes between characters, without a dot or a dash at the front. Letters,
-   *  digits, ".", "-", "_" and what can be seen beyond ASCII stay. Everything else becomes "_":
-   *  control characters, blanks and characters that cannot be seen (soft hyphens, joiners, the
-   *  selectors in emoji, fillers), so that no two names look the same because of them, and bytes
-   *  that are not UTF-8. When nothing is left the name is "file".
+  /** Makes a name from name() that is safe in any directory: what follows the last slash or
+   *  backslash, without dots and dashes at the front, cut between characters to at most 200 bytes.
+   *  Letters, digits, ".", "-", "_" and visible characters beyond ASCII are kept. Everything else
+   *  becomes "_": control characters, spaces, bytes that are not UTF-8, and invisible characters
+   *  (soft hyphens, joiners, the selectors in emoji, fillers), which would let two names look the
+   *  same. If nothing is left, the name is "file".
    */
   FileName safe_name() const noexcept {
     std::string_view text = name().value_or(std::string_view());
@@ -238,13 +218,12 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
     if (slash != std::string_view::npos) text.remove_prefix(slash + 1);
     FileName made;
     while (!text.empty()) {
-      char32_t character = 0;
-      const std::size_t length = detail::character_at(text.data(), text.size(), character);
-      const bool harmless = length > 0 && detail::is_harmless(character);
-      const std::string_view piece = harmless ? std::string_view(text.data(), length) : "_";
+      const detail::Character character = detail::first_character(text);
+      const bool safe = character.size > 0 && detail::is_safe_in_file_name(character.code);
+      const std::string_view piece = safe ? std::string_view(text.data(), character.size) : "_";
       if (made.size_ + piece.size() > 200) break;
-      if (made.size_ > 0 || (character != '.' && character != '-')) made.add(piece);
-      text.remove_prefix(length > 0 ? length : 1);
+      if (made.size_ > 0 || (piece != "." && piece != "-")) made.add(piece);
+      text.remove_prefix(character.size > 0 ? character.size : 1);
     }
     if (made.size_ == 0) made.add("file");
     return made;
@@ -257,19 +236,19 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
 
   /** Saves the bytes as a new file that only the script's user may read and write.
    *
-   *  They are written under another name, are on the disk when the file gets its own, and that name
-   *  is on the disk when this returns. Nothing that is there is overwritten or followed, be it a
-   *  link. After a failure there is no file.
+   *  The bytes are written under a temporary name and renamed once they are on the disk; when this
+   *  returns, the new name is on the disk too. It never overwrites a file and never follows a link.
+   *  After a failure, no file is left.
    *
    *  @code
    *  tarn::Saved saved = file.save("/srv/uploads");
    *  if (!saved && saved.error() == EEXIST) ...
    *  @endcode
    *
-   *  @param directory  where; it must not be a link itself
+   *  @param directory  an existing directory, not a link to one
    *  @param name       without a slash, at most 255 bytes
-   *  @return the name, and 0 or the errno of what failed: EEXIST when the name is taken; EINVAL
-   *          when it is none for a file, or the file has no field()
+   *  @return the name, and 0 or the errno value of the failure: EEXIST when the name is taken;
+   *          EINVAL when it is not a valid file name, or the file has no field()
    */
   [[nodiscard]] Saved save(std::string_view directory, std::string_view name) const noexcept {
     return save_as(directory, FileName(name));
@@ -278,7 +257,7 @@ class File : public detail::Lent<TARN_FORM_FILE_MAGIC> {
  private:
   Saved save_as(std::string_view directory, const FileName &name) const noexcept {
     if (name.size_ == 0 || !field()) return {name, EINVAL};
-    // With a slash at its end a link would be followed.
+    // open() would follow a link whose name ends in a slash.
     while (directory.size() > 1 && directory.back() == '/') directory.remove_suffix(1);
     const detail::Terminated path(directory);
     if (path.c_str() == nullptr) return {name, ENOMEM};

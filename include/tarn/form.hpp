@@ -11,21 +11,24 @@
 #include "view.hpp"
 
 namespace tarn {
-
 namespace detail {
 
-inline bool is_blank(char c) noexcept { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+// Without the white space around it.
+inline std::string_view trimmed(std::string_view text) noexcept {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  return {text.data() + first, text.find_last_not_of(kBlanks) - first + 1};
+}
 
 inline std::optional<std::int64_t> integer_of(std::string_view text, std::int64_t least,
                                               std::int64_t most) noexcept {
-  const char *from = text.data();
-  const char *end = from + text.size();
-  while (from != end && is_blank(*from)) ++from;
-  while (from != end && is_blank(end[-1])) --end;
-  // A plus sign stands for itself; from_chars() knows the other one.
-  if (end - from > 1 && from[0] == '+' && from[1] != '-') ++from;
+  text = trimmed(text);
+  // std::from_chars() accepts "-" but not "+".
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  const char *const end = text.data() + text.size();
   std::int64_t number = 0;
-  const std::from_chars_result read = std::from_chars(from, end, number);
+  const std::from_chars_result read = std::from_chars(text.data(), end, number);
   if (read.ec != std::errc() || read.ptr != end || number < least || number > most) {
     return std::nullopt;
   }
@@ -35,19 +38,19 @@ inline std::optional<std::int64_t> integer_of(std::string_view text, std::int64_
 }  // namespace detail
 
 /** Reads one field of a form. */
-class Entry : public detail::Lent<TARN_FORM_ENTRY_MAGIC> {
+class Entry : public detail::NodeView<TARN_FORM_ENTRY_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
   /** The field's name.
    *
-   *  @return a view, good as long as the request; nothing for a field without a name
+   *  @return a view, valid as long as the request; nothing for a field without a name
    */
   std::optional<std::string_view> name() const noexcept { return text_in(TARN_ENTRY_NAME); }
 
   /** The value, up to its first zero byte.
    *
-   *  @return a view, good as long as the request
+   *  @return a view, valid as long as the request
    */
   std::string_view value() const noexcept {
     return text_in(TARN_ENTRY_VALUE).value_or(std::string_view());
@@ -55,31 +58,30 @@ class Entry : public detail::Lent<TARN_FORM_ENTRY_MAGIC> {
 
   /** Reads the value as a whole number.
    *
-   *  @param least,most  the numbers that are expected
-   *  @return the number when the value is decimal digits, with a sign in front or not, with white
-   *          space around them or not, and nothing else, and the number is no less than `least` and
-   *          no more than `most`; else nothing
+   *  @param least,most  the range to accept
+   *  @return the number; nothing unless the value is decimal digits with an optional sign, with
+   *          white space around them or not, and the number is from `least` to `most`
    */
   std::optional<std::int64_t> integer(std::int64_t least = INT64_MIN,
                                       std::int64_t most = INT64_MAX) const noexcept {
     return detail::integer_of(value(), least, most);
   }
 
-  /** Reads the value as FormEntry_getIntegerValue() does: up to the first byte that is no digit.
+  /** Reads the value as FormEntry_getIntegerValue() does: up to the first byte that is not a digit.
    *
-   *  @return the number, stopped at the limits of 32 bits; 0 when there is none
+   *  @return the number, limited to 32 bits; 0 when there is none
    */
-  std::int32_t number() const noexcept { return detail::ask<FormEntry_getIntegerValue>(handle_); }
+  std::int32_t number() const noexcept { return detail::query<FormEntry_getIntegerValue>(handle_); }
 
   /** Reads the value as FormEntry_getDoubleValue() does.
    *
    *  @return the number; 0.0 when there is none
    */
-  double real() const noexcept { return detail::ask<FormEntry_getDoubleValue>(handle_); }
+  double real() const noexcept { return detail::query<FormEntry_getDoubleValue>(handle_); }
 
-  /** Tells whether the field has this name, in any case. */
+  /** Tells whether the field has this name. Case is ignored. */
   bool is_named(const char *name) const noexcept {
-    return detail::ask<FormEntry_compareName>(handle_, name) == 0;
+    return detail::query<FormEntry_compareName>(handle_, name) == 0;
   }
 };
 
@@ -87,8 +89,8 @@ class Entry : public detail::Lent<TARN_FORM_ENTRY_MAGIC> {
 using Entries = detail::Range<Entry, TARN_FORM_ENTRY_LIST_MAGIC, FormEntryList_getCount,
                               FormEntryList_getByIndex>;
 
-/** The values of all fields with one name, in order: a forward range of std::string_view, which
- *  looks for the next one when it is asked for. */
+/** The values of all fields with one name, in order: a forward range of std::string_view. Each step
+ *  searches for the next field. */
 class Values {
  public:
   class Iterator {
@@ -102,14 +104,14 @@ class Values {
     Iterator() noexcept = default;
     Iterator(Entries::Iterator at, Entries::Iterator end, const char *name) noexcept
         : at_(at), end_(end), name_(name) {
-      pass();
+      skip_other_names();
     }
 
     std::string_view operator*() const noexcept { return at_->value(); }
     pointer operator->() const noexcept { return {**this}; }
     Iterator &operator++() noexcept {
       ++at_;
-      pass();
+      skip_other_names();
       return *this;
     }
     Iterator operator++(int) noexcept {
@@ -122,7 +124,7 @@ class Values {
     friend bool operator!=(Iterator a, Iterator b) noexcept { return a.at_ != b.at_; }
 
    private:
-    void pass() noexcept {
+    void skip_other_names() noexcept {
       while (at_ != end_ && !at_->is_named(name_)) ++at_;
     }
 
@@ -135,7 +137,7 @@ class Values {
   using iterator = Iterator;
   using const_iterator = Iterator;
 
-  /** What Request::all() gives. `name` has to live as long as the range. */
+  /** What Request::all() returns. `name` must outlive the range. */
   Values(Entries entries, const char *name) noexcept : entries_(entries), name_(name) {}
 
   bool empty() const noexcept { return begin() == end(); }

@@ -1,4 +1,4 @@
-/* Headers. */
+/* Headers as data. */
 #ifndef TARN_HEADER_HPP
 #define TARN_HEADER_HPP
 
@@ -9,16 +9,15 @@
 #include "cookie.hpp"
 
 namespace tarn {
-
 namespace detail {
 
-// What a header's lines are lent as; one for which there was no memory is empty.
+// A line of a header; empty if its allocation failed.
 inline const char *line_at(TarnHandle *lines, std::uint32_t index) noexcept {
   const auto *line = reinterpret_cast<const char *>(TARNGenericList_getByIndex(lines, index));
   return line != nullptr ? line : "";
 }
 
-// A node shares the cookies of a list with its clone; a header has its own.
+// CGIgs_clone() would leave the copy with the same cookies as the original; these copy them.
 
 inline TarnStatus clone_header(TarnHandle *source, TarnHandle *copy) noexcept {
   CGIgs_new(copy, TARN_HEADER_MAGIC);
@@ -49,39 +48,40 @@ inline TarnStatus clone_response_header(TarnHandle *source, TarnHandle *copy) no
 }  // namespace detail
 
 /** Reads a PlainHeader. */
-class PlainHeaderView : public detail::Lent<TARN_HEADER_MAGIC> {
+class PlainHeaderView : public detail::NodeView<TARN_HEADER_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
-  /** The content type. @return a view, good as long as the header */
+  /** The content type. @return a view, valid as long as the header */
   std::optional<std::string_view> content_type() const noexcept {
     return text_in(TARN_HEADER_CONTENT_TYPE);
   }
 
-  /** The cookies, lent; empty when there is none. */
+  /** The cookies, valid as long as the header. */
   Cookies cookies() const noexcept { return Cookies(child_in(TARN_HEADER_COOKIES)); }
 };
 
-/** A content type with cookies, over HTTPHeader. It holds data; tarn::Response answers. */
+/** A content type with cookies: HTTPHeader as a class. It only holds data; tarn::Response sends
+ *  headers. */
 class PlainHeader
     : public detail::Object<PlainHeader, PlainHeaderView, HTTPHeader_delete, detail::clone_header> {
  public:
   using Object::Object;
 
-  /** Makes a header of a content type. */
+  /** Makes a header from a content type. */
   explicit PlainHeader(std::string_view content_type = "text/plain") noexcept {
     set_text(TARN_HEADER_CONTENT_TYPE, content_type);
   }
 
-  /** Takes a cookie over as the last one. */
+  /** Moves a cookie to the end. */
   PlainHeader &add(Cookie &&cookie) &noexcept {
-    keep<Cookies>(TARN_HEADER_COOKIES, cookie);
+    append<Cookies>(TARN_HEADER_COOKIES, cookie);
     return *this;
   }
 
-  /** Takes over all cookies of a list, which is empty then. */
+  /** Moves all cookies of a list to the end. The list is empty afterwards. */
   PlainHeader &add(CookieList &&cookies) &noexcept {
-    keep_all<Cookies>(TARN_HEADER_COOKIES, cookies);
+    append_all<Cookies>(TARN_HEADER_COOKIES, cookies);
     return *this;
   }
 };
@@ -91,11 +91,11 @@ using Lines = detail::Range<std::string_view, TARN_GENERIC_LIST_MAGIC, TARNGener
                             detail::line_at>;
 
 /** Reads a ResponseHeader. */
-class ResponseHeaderView : public detail::Lent<TARN_RESPONSE_HEADER_MAGIC> {
+class ResponseHeaderView : public detail::NodeView<TARN_RESPONSE_HEADER_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
-  /** The first text. @return a view, good as long as the header */
+  /** The first text. @return a view, valid as long as the header */
   std::optional<std::string_view> first() const noexcept {
     return text_in(TARN_RESPONSE_HEADER_FIRST);
   }
@@ -110,24 +110,24 @@ class ResponseHeaderView : public detail::Lent<TARN_RESPONSE_HEADER_MAGIC> {
     return text_in(TARN_RESPONSE_HEADER_SECOND);
   }
 
-  /** The lines, lent; empty when there is none. */
+  /** The lines, valid as long as the header. */
   Lines lines() const noexcept {
-    return Lines(detail::ask<HTTPResponseHeader_getHeaderList>(handle_));
+    return Lines(detail::query<HTTPResponseHeader_getHeaderList>(handle_));
   }
 
-  /** The cookies, lent; empty when there is none. */
+  /** The cookies, valid as long as the header. */
   Cookies cookies() const noexcept { return Cookies(child_in(TARN_RESPONSE_HEADER_COOKIES)); }
 };
 
-/** Two texts, a number, lines and cookies, over HTTPResponseHeader. It holds data; tarn::Response
- *  answers. Nothing is checked. */
+/** Two texts, a number, lines and cookies: HTTPResponseHeader as a class. It only holds data and
+ *  checks nothing; tarn::Response sends headers. */
 class ResponseHeader
     : public detail::Object<ResponseHeader, ResponseHeaderView, HTTPResponseHeader_delete,
                             detail::clone_response_header> {
  public:
   using Object::Object;
 
-  /** Makes a header of its texts and its number, without lines or cookies. */
+  /** Makes a header from its texts and its number, without lines or cookies. */
   ResponseHeader(std::string_view first, std::int32_t number, std::string_view second) noexcept {
     set_text(TARN_RESPONSE_HEADER_FIRST, first);
     set_text(TARN_RESPONSE_HEADER_SECOND, second);
@@ -139,32 +139,32 @@ class ResponseHeader
   ResponseHeader &add(std::string_view line) &noexcept {
     const detail::Terminated copy(line);
     const TarnStatus status = HTTPResponseHeader_addHeader(&handle_, copy.c_str());
-    // The status does not tell that there was no memory for the line.
+    // The status does not tell whether the line was allocated.
     TarnHandle lines = HTTPResponseHeader_getHeaderList(&handle_);
     const std::uint32_t count = TARNGenericList_getCount(&lines);
-    require(status == TARN_OK && TARNGenericList_getByIndex(&lines, count - 1) != 0);
+    reset_unless(status == TARN_OK && TARNGenericList_getByIndex(&lines, count - 1) != 0);
     return *this;
   }
 
-  /** Takes a cookie over as the last one. */
+  /** Moves a cookie to the end. */
   ResponseHeader &add(Cookie &&cookie) &noexcept {
-    keep<Cookies>(TARN_RESPONSE_HEADER_COOKIES, cookie);
+    append<Cookies>(TARN_RESPONSE_HEADER_COOKIES, cookie);
     return *this;
   }
 
-  /** Takes over all cookies of a list, which is empty then. */
+  /** Moves all cookies of a list to the end. The list is empty afterwards. */
   ResponseHeader &add(CookieList &&cookies) &noexcept {
-    keep_all<Cookies>(TARN_RESPONSE_HEADER_COOKIES, cookies);
+    append_all<Cookies>(TARN_RESPONSE_HEADER_COOKIES, cookies);
     return *this;
   }
 };
 
 /** Reads a MultiPartHeader. */
-class MultiPartHeaderView : public detail::Lent<TARN_MULTIPART_HEADER_MAGIC> {
+class MultiPartHeaderView : public detail::NodeView<TARN_MULTIPART_HEADER_MAGIC> {
  public:
-  using Lent::Lent;
+  using NodeView::NodeView;
 
-  /** The disposition. @return a view, good as long as the header; nothing when there is none */
+  /** The disposition. @return a view, valid as long as the header; nothing when there is none */
   std::optional<std::string_view> disposition() const noexcept {
     return text_in(TARN_MULTIPART_HEADER_DISPOSITION);
   }
@@ -185,14 +185,14 @@ class MultiPartHeaderView : public detail::Lent<TARN_MULTIPART_HEADER_MAGIC> {
   }
 };
 
-/** The header of a part of a multipart body, over MultiPartHeader. */
+/** The header of a part of a multipart body: MultiPartHeader as a class. */
 class MultiPartHeader : public detail::Object<MultiPartHeader, MultiPartHeaderView,
                                               detail::delete_node<TARN_MULTIPART_HEADER_MAGIC>,
                                               detail::clone_node<TARN_MULTIPART_HEADER_MAGIC>> {
  public:
   using Object::Object;
 
-  /** Makes a header of its four texts, of which the later ones may be missing. */
+  /** Makes a header from its four texts. All but the first are optional. */
   explicit MultiPartHeader(std::string_view disposition,
                            std::optional<std::string_view> name = std::nullopt,
                            std::optional<std::string_view> file_name = std::nullopt,

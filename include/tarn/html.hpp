@@ -1,20 +1,19 @@
-/* Pages. */
+/* Writing HTML. */
 #ifndef TARN_HTML_HPP
 #define TARN_HTML_HPP
 
 #include <cstddef>
-#include <cstdlib>
 #include <optional>
 #include <string_view>
 
+#include "array.hpp"
 #include "element.hpp"
 #include "escape.hpp"
 
 namespace tarn {
-
 namespace detail {
 
-// What an element may hold.
+// What an element may contain.
 enum class Content { kAny, kText, kRaw, kNothing };
 
 inline constexpr std::string_view kVoidElements[] = {
@@ -23,7 +22,7 @@ inline constexpr std::string_view kVoidElements[] = {
 inline constexpr std::string_view kRawElements[] = {"iframe", "noembed", "noframes",
                                                     "script", "style",   "xmp"};
 inline constexpr std::string_view kTextElements[] = {"textarea", "title"};
-// A browser drops a line feed right behind their start.
+// Browsers drop a line feed right after the start tag of these.
 inline constexpr std::string_view kLineElements[] = {"listing", "pre", "textarea"};
 
 inline constexpr std::string_view kCodeAttributes[] = {"srcdoc", "style"};
@@ -38,7 +37,7 @@ inline Content content_of(std::string_view name) noexcept {
   return is_one_of(name, kTextElements) ? Content::kText : Content::kAny;
 }
 
-// Nothing would end a plaintext element.
+// Excludes plaintext, which no end tag ends.
 inline bool is_element_name(std::string_view name) noexcept {
   return !name.empty() && is_letter(name[0]) &&
          all_of(name, [](char c) { return is_alphanumeric(c) || c == '-'; }) &&
@@ -50,13 +49,13 @@ inline bool is_attribute_name(std::string_view name) noexcept {
          all_of(name, [](char c) { return is_visible(c) && !is_among(c, "\"'/<=>`"); });
 }
 
-// Whether a value of this attribute is a program or a style to a browser.
+// Whether browsers read the attribute's value as a script, as a style sheet or as a page.
 inline bool is_code(std::string_view name) noexcept {
   return begins_with(name, "on") || is_one_of(name, kCodeAttributes);
 }
 
-// Whether a URL is relative, or has a scheme that runs nothing. What a browser leaves out before it
-// looks for the scheme, blanks and control characters, is left out here wherever it stands.
+// Whether a URL is relative, or has a scheme that runs nothing. Browsers remove some spaces and
+// control characters before they look for the scheme; this ignores all of them everywhere.
 inline bool is_safe_url(std::string_view url) noexcept {
   char scheme[8];
   std::size_t size = 0;
@@ -70,66 +69,64 @@ inline bool is_safe_url(std::string_view url) noexcept {
   return true;
 }
 
-// Writes a tree as HTML, from element to element without recursion: no depth exhausts the stack.
-// What fails answers why.
+// Writes a tree as HTML. It keeps the open elements in an array and does not recurse, so a deep tree
+// cannot exhaust the stack. Its functions return the reason why they failed, or null.
 class Renderer {
  public:
   using Problem = const char *;
 
   explicit Renderer(Buffer &out) noexcept : out_(out) {}
-  ~Renderer() { std::free(open_); }
-  Renderer(const Renderer &) = delete;
-  Renderer &operator=(const Renderer &) = delete;
 
   Problem render(ElementView top) noexcept {
-    Problem problem = begin(top, Content::kAny);
-    while (problem == nullptr && depth_ > 0) problem = proceed(open_[depth_ - 1]);
+    Problem problem = put_element(top, Content::kAny);
+    while (problem == nullptr && open_.size() > 0) problem = put_next(open_.last());
     return problem;
   }
 
  private:
-  // An element whose end is still to be written.
+  // An element whose end tag has not been written yet.
   struct Open {
     TarnHandle element;
     std::size_t next;
     Content content;
   };
 
-  // The next child of the innermost open element, or its end.
-  Problem proceed(Open &open) noexcept {
+  // Writes the next child of the innermost open element, or its end tag after the last child.
+  Problem put_next(Open &open) noexcept {
     const Elements children = ElementView(open.element).children();
-    if (open.next < children.size()) return begin(children[open.next++], open.content);
-    const Open closed = open_[--depth_];
-    return end(*ElementView(closed.element).name(), closed.content);
+    if (open.next < children.size()) return put_element(children[open.next++], open.content);
+    const Open closed = open_.pop();
+    return put_end_tag(*ElementView(closed.element).name(), closed.content);
   }
 
-  Problem begin(ElementView element, Content around) noexcept {
+  // Writes a text; or the start tag of an element and its own text.
+  Problem put_element(ElementView element, Content around) noexcept {
     const std::optional<std::string_view> name = element.name();
     const std::string_view text = element.text().value_or("");
     if (!name) {
-      if (!element.children().empty()) return "a text has elements of its own";
+      if (!element.children().empty()) return "text contains elements";
       return put_text(text, element.is_raw(), around);
     }
-    if (around != Content::kAny) return "an element stands where only text can";
-    if (!is_element_name(*name)) return "an element has a name that is none";
+    if (around != Content::kAny) return "element inside an element that may only contain text";
+    if (!is_element_name(*name)) return "invalid element name";
     out_ << "<" << *name;
     for (const AttributeView attribute : element.attributes()) {
-      if (const Problem problem = put(attribute)) return problem;
+      if (const Problem problem = put_attribute(attribute)) return problem;
     }
     out_ << ">";
     if (is_one_of(*name, kLineElements)) out_ << "\n";
     const Content content = content_of(*name);
     if (content == Content::kNothing) {
       const bool empty = text.empty() && element.children().empty();
-      return empty ? nullptr : "an element that is always empty has content";
+      return empty ? nullptr : "void element has content";
     }
     if (content != Content::kAny) content_start_ = out_.written().size();
-    if (!push({*element.handle(), 0, content})) return "memory has run out";
+    if (!open_.push({*element.handle(), 0, content})) return kOutOfMemory;
     return put_text(text, false, content);
   }
 
-  Problem end(std::string_view name, Content content) noexcept {
-    if (content != Content::kAny && ends_elsewhere(name)) return "a text would end its element";
+  Problem put_end_tag(std::string_view name, Content content) noexcept {
+    if (content != Content::kAny && ends_early(name)) return "content would end its element early";
     out_ << "</" << name << ">";
     return nullptr;
   }
@@ -139,21 +136,21 @@ class Renderer {
       out_ << text;
       return nullptr;
     }
-    if (around == Content::kRaw && !text.empty()) return "a script or style is not Raw";
+    if (around == Content::kRaw && !text.empty()) return "script or style content must be Raw";
     put_html(out_, text);
     return nullptr;
   }
 
-  Problem put(AttributeView attribute) noexcept {
+  Problem put_attribute(AttributeView attribute) noexcept {
     const std::string_view name = attribute.name().value_or("");
-    if (!is_attribute_name(name)) return "an attribute has a name that is none";
+    if (!is_attribute_name(name)) return "invalid attribute name";
     const bool trusted = attribute.is_raw();
-    if (!trusted && is_code(name)) return "an attribute for code is not Raw";
+    if (!trusted && is_code(name)) return "style, srcdoc and event attributes must be Raw";
     out_ << " " << name;
     const std::optional<std::string_view> value = attribute.value();
     if (!value) return nullptr;
     if (!trusted && is_one_of(name, kUrlAttributes) && !is_safe_url(*value)) {
-      return "a URL's scheme is not a safe one";
+      return "URL scheme must be http, https, mailto or tel";
     }
     out_ << "=\"";
     put_html(out_, *value);
@@ -161,8 +158,9 @@ class Renderer {
     return nullptr;
   }
 
-  // Whether what stands in the element would end it elsewhere. "<!--" can hide a script's end.
-  bool ends_elsewhere(std::string_view name) noexcept {
+  // Whether the content contains the end tag of its element, or "<!--", which can hide the end tag
+  // of a script.
+  bool ends_early(std::string_view name) noexcept {
     const std::string_view written = out_.written();
     for (std::size_t at = written.find('<', content_start_); at != std::string_view::npos;
          at = written.find('<', at + 1)) {
@@ -175,46 +173,33 @@ class Renderer {
     return false;
   }
 
-  bool push(Open open) noexcept {
-    if (depth_ == room_) {
-      const std::size_t room = room_ > 0 ? 2 * room_ : 16;
-      auto *grown = static_cast<Open *>(std::realloc(open_, room * sizeof(Open)));
-      if (grown == nullptr) return false;
-      open_ = grown;
-      room_ = room;
-    }
-    open_[depth_++] = open;
-    return true;
-  }
-
   Buffer &out_;
   std::size_t content_start_ = 0;
-  Open *open_ = nullptr;
-  std::size_t depth_ = 0;
-  std::size_t room_ = 0;
+  Array<Open> open_;
 };
 
 }  // namespace detail
 
-/** Writes an element, with all that is in it, as HTML; an `html` element with its DOCTYPE.
+/** Writes an element, with all that it contains, as HTML; an `html` element with its DOCTYPE.
  *
- *  A browser reads the tree that was built, where HTML has such trees (it has no paragraph within a
- *  paragraph), with every text and value as it was, but for what escape_html() replaces; of
- *  attributes of one name it takes the first. Trees may be of any depth. Refused are
+ *  A browser reads back the tree that you built, with every text and value unchanged except for what
+ *  escape_html() replaces, as long as HTML allows such a tree (a paragraph cannot contain a
+ *  paragraph). Of several attributes with one name, the browser uses the first. A tree may have any
+ *  depth. Refused are
  *
- *   - names of elements with more than letters, digits and "-", and `plaintext`; names of
- *     attributes with blanks, control characters, quotation marks of any kind, or any of "/<=>"
+ *   - element names with characters other than letters, digits and "-", and `plaintext`; attribute
+ *     names with spaces, control characters, quotation marks of any kind, or any of "/<=>"
  *   - content in an element that is always empty, such as `br`; elements in `title`, `textarea` and
- *     in those for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
- *   - text in an element for code that is not Raw, and Raw that would end one before its end
- *   - attributes for code, `style`, `srcdoc` and all that begin with "on", that are not Raw
- *   - URLs in attributes, such as `href` and `src`, that are not Raw and have another scheme than
- *     http, https, mailto and tel; a relative URL has none
+ *     elements for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
+ *   - in an element for code, text that is not Raw, and Raw that would end the element early
+ *   - attributes for code that are not Raw: `style`, `srcdoc` and all that begin with "on"
+ *   - URLs in attributes such as `href` and `src` that are not Raw and have a scheme other than http,
+ *     https, mailto and tel; a relative URL has none
  *
- *  @return the text; or why there is none: something was refused, or memory has run out
+ *  @return the text; or the reason why there is none: something was refused, or an allocation failed
  */
 [[nodiscard]] inline Text html(const Element &element) noexcept {
-  if (!element) return Text::refused("there is no element");
+  if (!element) return Text::refused("element is empty: moved from, or out of memory");
   const ElementView top = element.view();
   detail::Buffer out;
   if (detail::is_one_of(top.name().value_or(""), {"html"})) out << "<!DOCTYPE html>\n";

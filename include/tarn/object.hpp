@@ -1,7 +1,8 @@
-/* Objects. */
+// Internal: the base classes of owning types.
 #ifndef TARN_OBJECT_HPP
 #define TARN_OBJECT_HPP
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -10,11 +11,9 @@
 
 #include "view.hpp"
 
-namespace tarn {
+namespace tarn::detail {
 
-namespace detail {
-
-// A copy with the final zero byte that the C interface wants; null without memory.
+// A null-terminated copy, for functions of tarn.h. c_str() is null if the allocation failed.
 class Terminated {
  public:
   explicit Terminated(std::string_view text) noexcept
@@ -29,46 +28,47 @@ class Terminated {
   char *text_;
 };
 
-// The generic list of a typed list, which owns what the words in it name; 0 without memory.
-inline TarnHandle words_of(TarnHandle list, std::uint32_t magic) noexcept {
+// The generic list inside a typed list, which is created if there is none. It holds the handles of
+// the elements, which the typed list owns. 0 if the allocation failed.
+inline TarnHandle handles_in(TarnHandle list, std::uint32_t magic) noexcept {
   if (CGIgs_getList(&list, TARN_LIST_ELEMENTS, magic) == 0) {
-    TarnHandle words = 0;
-    TARNGenericList_new(&words);
-    if (CGIgs_setList(&list, TARN_LIST_ELEMENTS, &words, magic) != TARN_OK)
-      TARNGenericList_delete(&words);
+    TarnHandle handles = 0;
+    TARNGenericList_new(&handles);
+    if (CGIgs_setList(&list, TARN_LIST_ELEMENTS, &handles, magic) != TARN_OK)
+      TARNGenericList_delete(&handles);
   }
   return CGIgs_getList(&list, TARN_LIST_ELEMENTS, magic);
 }
 
-// Hands an object over to a typed list, where the C interface would copy it.
+// Moves an object to the end of a typed list. The functions of tarn.h would copy it.
 template <class Element>
-bool hand_over(TarnHandle list, std::uint32_t magic, Element &object) noexcept {
-  TarnHandle words = words_of(list, magic);
-  if (!object || TARNGenericList_addDatum(&words, *object.handle()) != TARN_OK) return false;
+bool move_into(TarnHandle list, std::uint32_t magic, Element &object) noexcept {
+  TarnHandle handles = handles_in(list, magic);
+  if (!object || TARNGenericList_addDatum(&handles, *object.handle()) != TARN_OK) return false;
   static_cast<void>(object.release());
   return true;
 }
 
-// Hands over all that a typed list owns.
-inline bool hand_over_all(TarnHandle list, std::uint32_t magic, TarnHandle from) noexcept {
-  TarnHandle words = words_of(list, magic);
-  TarnHandle given = words_of(from, magic);
-  const std::uint32_t count = TARNGenericList_getCount(&given);
-  const std::uint32_t room = TARNGenericList_getCount(&words) + count;
-  if (given == 0 || TARNGenericList_reserve(&words, room) != TARN_OK) return false;
+// Moves all elements of one typed list to the end of another.
+inline bool move_all_into(TarnHandle list, std::uint32_t magic, TarnHandle source) noexcept {
+  TarnHandle handles = handles_in(list, magic);
+  TarnHandle moved = handles_in(source, magic);
+  const std::uint32_t count = TARNGenericList_getCount(&moved);
+  const std::uint32_t room = TARNGenericList_getCount(&handles) + count;
+  if (moved == 0 || TARNGenericList_reserve(&handles, room) != TARN_OK) return false;
   for (std::uint32_t i = 0; i < count; ++i) {
-    TARNGenericList_addDatum(&words, TARNGenericList_getByIndex(&given, i));
+    TARNGenericList_addDatum(&handles, TARNGenericList_getByIndex(&moved, i));
   }
-  TARNGenericList_clear(&given);
+  TARNGenericList_clear(&moved);
   return true;
 }
 
-// What all owning types share: the object behind the handle goes with them.
+// The base of all owning types: deletes its object when it is destroyed.
 template <class Self, std::uint32_t kMagic, auto kDelete, auto kClone>
 class Owned {
  public:
-  /** Takes an object over and sets the handle to 0; one of another type stays, and nothing is held.
-   */
+  /** Takes ownership of an object and sets the handle to 0. An object of another type stays with
+   *  the caller, and this one is empty. */
   Owned(Adopt, TarnHandle &handle) noexcept
       : handle_(CGIgs_IsA(&handle, kMagic) != 0 ? std::exchange(handle, 0) : 0) {}
 
@@ -84,7 +84,8 @@ class Owned {
   Owned &operator=(const Owned &) = delete;
   ~Owned() { reset(); }
 
-  /** Tells whether there is an object: not after a move or release(), nor when memory ran out. */
+  /** Tells whether there is an object. There is none after a move, after release(), and when an
+   *  allocation failed. */
   explicit operator bool() const noexcept { return handle_ != 0; }
 
   /** A copy with all that belongs to the object. */
@@ -98,7 +99,7 @@ class Owned {
   /** The address to pass to functions of tarn.h. */
   TarnHandle *handle() &noexcept { return &handle_; }
 
-  /** Gives the object away; whoever receives the handle deletes it. */
+  /** Gives up ownership: the caller deletes the object. */
   [[nodiscard]] TarnHandle release() noexcept { return std::exchange(handle_, 0); }
 
  protected:
@@ -106,32 +107,32 @@ class Owned {
 
   void reset() noexcept { kDelete(&handle_); }
 
-  // Keeps the object as long as all goes well.
-  void require(bool done) noexcept {
-    if (!done) reset();
+  // Empties the object unless a step of building it succeeded.
+  void reset_unless(bool succeeded) noexcept {
+    if (!succeeded) reset();
   }
 
   void set_text(std::uint32_t slot, std::string_view text) noexcept {
     const Terminated copy(text);
     CGIgs_setString(&handle_, slot, copy.c_str(), kMagic);
-    // The status does not tell that there was no memory.
-    require(CGIgs_getString(&handle_, slot, kMagic) != nullptr);
+    // The status does not tell whether the copy was allocated.
+    reset_unless(CGIgs_getString(&handle_, slot, kMagic) != nullptr);
   }
 
-  // Takes an object, or all that a list owns, over into the list in a slot.
+  // Moves an object, or all elements of a list, into the list in a slot.
   template <class Children, class Child>
-  void keep(std::uint32_t slot, Child &child) noexcept {
-    require(hand_over(list_in(slot, Children::magic), Children::magic, child));
+  void append(std::uint32_t slot, Child &child) noexcept {
+    reset_unless(move_into(list_in(slot, Children::magic), Children::magic, child));
   }
   template <class Children, class List>
-  void keep_all(std::uint32_t slot, List &list) noexcept {
-    require(hand_over_all(list_in(slot, Children::magic), Children::magic, *list.handle()));
+  void append_all(std::uint32_t slot, List &list) noexcept {
+    reset_unless(move_all_into(list_in(slot, Children::magic), Children::magic, *list.handle()));
   }
 
   TarnHandle handle_ = 0;
 
  private:
-  // The list in a slot, which begins empty.
+  // The list in a slot, which is created if there is none.
   TarnHandle list_in(std::uint32_t slot, std::uint32_t magic) noexcept {
     if (CGIgs_getStruct(&handle_, slot, kMagic) == 0) {
       TarnHandle empty = 0;
@@ -143,7 +144,7 @@ class Owned {
   }
 };
 
-// An owning type that is read through a view.
+// The base of owning types that have a view.
 template <class Self, class View, auto kDelete, auto kClone>
 class Object : public Owned<Self, View::magic, kDelete, kClone> {
   using Base = Owned<Self, View::magic, kDelete, kClone>;
@@ -151,7 +152,7 @@ class Object : public Owned<Self, View::magic, kDelete, kClone> {
  public:
   using Base::Base;
 
-  /** Reads the object. The view lives until the object is changed, moved from or gone. */
+  /** Views the object, until it is changed, moved from or destroyed. */
   View view() const &noexcept { return View(this->handle_); }
   View view() const && = delete;
 
@@ -169,7 +170,7 @@ TarnStatus clone_node(TarnHandle *source, TarnHandle *copy) noexcept {
   return CGIgs_clone(source, copy, kMagic);
 }
 
-// An owning list. Its elements are lent as views.
+// The base of owning lists. Their elements are read as views.
 template <class Self, class Element, class View, auto kDelete, auto kClone>
 class List : public Object<Self, View, kDelete, kClone> {
   using Base = Object<Self, View, kDelete, kClone>;
@@ -179,14 +180,14 @@ class List : public Object<Self, View, kDelete, kClone> {
 
   List() noexcept = default;
 
-  /** Takes an object over as the last one. */
+  /** Moves an object to the end. */
   Self &add(Element &&object) &noexcept {
-    this->require(hand_over(this->handle_, View::magic, object));
+    this->reset_unless(move_into(this->handle_, View::magic, object));
     return static_cast<Self &>(*this);
   }
   Self &add(const Element &) & = delete;
 
-  /** Counts the elements. */
+  /** The number of elements. */
   std::size_t size() const noexcept { return View(this->handle_).size(); }
   bool empty() const noexcept { return size() == 0; }
 
@@ -195,13 +196,11 @@ class List : public Object<Self, View, kDelete, kClone> {
   typename View::Iterator end() const &noexcept { return this->view().end(); }
   typename View::Iterator end() const && = delete;
 
-  /** The element at an index, counted from 0. @return a view that has no object beyond the end */
+  /** The element at an index, counted from 0. @return a view without an object beyond the end */
   auto operator[](std::size_t index) const &noexcept { return this->view()[index]; }
   void operator[](std::size_t index) const && = delete;
 };
 
-}  // namespace detail
-
-}  // namespace tarn
+}  // namespace tarn::detail
 
 #endif  // TARN_OBJECT_HPP

@@ -12,51 +12,45 @@
 #include "object.hpp"
 
 namespace tarn {
-
 namespace detail {
 
-// Whether a name has a prefix that browsers give a meaning to; they ignore case there.
+// Tells whether a name has a prefix that browsers protect. They ignore its case.
 inline bool is_protected_name(const char *name) noexcept {
   return nStringsAreEqual(name, "__Host-", 7) == 0 || nStringsAreEqual(name, "__Secure-", 9) == 0;
 }
 
-// The cookies that Tarn makes of a cookie header: one more than there are ";".
+// The number of cookies that Tarn reads from a cookie header: one more than there are ";".
 inline std::size_t count_cookies(std::string_view header) noexcept {
   std::size_t count = 1;
   for (const char c : header) count += c == ';' ? 1 : 0;
   return count;
 }
 
-// Cuts the next cookie off a cookie header.
+// Removes the first cookie from a cookie header.
 //
-// @return its name as it was sent, without the white space around it; empty when it has none
-inline std::string_view next_cookie_name(std::string_view &header) noexcept {
+// @return its name as it was sent; empty for a piece without a "="
+inline std::string_view remove_first_cookie(std::string_view &header) noexcept {
   const std::size_t end = header.find(';');
   const bool is_last = end == std::string_view::npos;
   const std::string_view piece(header.data(), is_last ? header.size() : end);
   header.remove_prefix(piece.size() + (is_last ? 0 : 1));
   const std::size_t equals = piece.find('=');
-  std::string_view name(piece.data(), equals == std::string_view::npos ? 0 : equals);
-  constexpr std::string_view white_space = " \t\r\n";
-  while (!name.empty() && white_space.find(name.front()) != std::string_view::npos)
-    name.remove_prefix(1);
-  while (!name.empty() && white_space.find(name.back()) != std::string_view::npos)
-    name.remove_suffix(1);
-  return name;
+  return trimmed({piece.data(), equals == std::string_view::npos ? 0 : equals});
 }
 
 }  // namespace detail
 
 class File;
 
-/** The files of a form, in order: a random-access range of File. */
+/** The files of a form, in order: a random-access range of File. Include `tarn/file.hpp` to read
+ *  them. */
 using Files =
     detail::Range<File, TARN_FORM_FILE_LIST_MAGIC, FormFileList_getCount, FormFileList_getByIndex>;
 
-/** A request, taken in when it is made: environment, cookies, body, and the form, parsed.
+/** The request: environment, cookies, body, and the parsed form.
  *
- *  Names of fields are compared without regard to case. What it lends lives as long as the request,
- *  and does not compile on a temporary one.
+ *  Names of fields are compared without regard to case. Views of it are valid as long as the
+ *  request; those of a temporary request do not compile.
  *
  *  @code
  *  tarn::Request request;
@@ -68,25 +62,25 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
  public:
   using Owned::Owned;
 
-  /** Takes the request in, as Tarn_new() does. The body can be read once in a process. */
+  /** Reads the request, as Tarn_new() does. A process can read the body only once. */
   Request() noexcept : status_(Tarn_new(&handle_)) {}
 
-  /** What became of taking it in: as Tarn_new(). */
+  /** The status that Tarn_new() returned. */
   TarnStatus status() const noexcept { return status_; }
 
-  /** Tells whether there is a request, taken in with success. */
+  /** Tells whether the request was read successfully. */
   explicit operator bool() const noexcept { return handle_ != 0 && status_ == TARN_OK; }
 
-  /** Tells whether everything that arrived is in the request, as Tarn_isComplete() does: false when
-   *  memory ran out for some of it and when the body broke off. Ask before you store anything. */
-  bool complete() const noexcept { return detail::ask<Tarn_isComplete>(handle_) != 0; }
+  /** Tells whether the request holds everything that was sent, as Tarn_isComplete() does: false when
+   *  an allocation failed or the body ended early. Ask before you store anything. */
+  bool complete() const noexcept { return detail::query<Tarn_isComplete>(handle_) != 0; }
 
-  /** A request is not copied. */
+  /** A request cannot be copied. */
   Request clone() const = delete;
 
   /** The value of the first field with this name.
    *
-   *  @return a view; an empty one of a field that was left empty, nothing when there is no field
+   *  @return a view, empty for a field that was left empty; nothing when there is no such field
    */
   std::optional<std::string_view> operator[](const char *name) const &noexcept {
     const std::optional<Entry> found = entry(name);
@@ -101,19 +95,19 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   }
   void entry(const char *) const && = delete;
 
-  /** The values of all fields with this name, in order. `name` has to live as long as the range. */
+  /** The values of all fields with this name, in order. `name` must outlive the range. */
   Values all(const char *name) const &noexcept { return {entries(), name}; }
   void all(const char *) const && = delete;
 
-  /** Tells whether a checkbox was ticked: the first field with this name is "on", in any case. */
+  /** Tells whether a checkbox is ticked: the first field with this name is "on", in any case. */
   bool checked(const char *name) const noexcept {
-    return detail::ask<Tarn_queryCheckbox>(handle_, name) != 0;
+    return detail::query<Tarn_queryCheckbox>(handle_, name) != 0;
   }
 
   /** Reads the first field with this name as a whole number.
    *
-   *  @param least,most  the numbers that are expected
-   *  @return as Entry::integer(); nothing also when there is no field
+   *  @param least,most  the range to accept
+   *  @return as Entry::integer(); nothing also when there is no such field
    */
   std::optional<std::int64_t> integer(const char *name, std::int64_t least = INT64_MIN,
                                       std::int64_t most = INT64_MAX) const noexcept {
@@ -131,7 +125,8 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   Entries entries() const &noexcept { return Entries(child(TARN_REQUEST_ENTRIES)); }
   void entries() const && = delete;
 
-  /** The first file whose field has this name, up to its first CR LF; nothing when there is none. */
+  /** The first file whose field has this name, up to its first CR LF; nothing when there is none.
+   *  Include `tarn/file.hpp` to call it. */
   std::optional<File> file(const char *name) const &noexcept;
   void file(const char *) const && = delete;
 
@@ -139,10 +134,10 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   Files files() const &noexcept { return Files(child(TARN_REQUEST_FILES)); }
   void files() const && = delete;
 
-  /** The value of the first cookie with this name, decoded. Case counts, as browsers have it.
+  /** The value of the first cookie with this name, decoded. Case matters, as it does in browsers.
    *
-   *  A browser protects cookies whose names begin with `__Host-` or `__Secure-`, but only names that
-   *  are spelled like this: anyone who may set a cookie can set `__%48ost-id`, which decodes to
+   *  A browser protects cookies whose names begin with `__Host-` or `__Secure-`, but only if the
+   *  name is spelled out: anyone who can set a cookie can set `__%48ost-id`, which decodes to
    *  `__Host-id`. For a name with such a prefix, this finds only a cookie that was sent under
    *  literally that name.
    *
@@ -152,35 +147,32 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
     const Cookies all = cookies();
     const bool literally = detail::is_protected_name(name);
     std::string_view header = CgiEnv_getCookies(nullptr);
-    // A list that lacks a cookie does not go with the header any more.
+    // Cookies that could not be allocated are missing, and the rest do not match the header.
     if (literally && detail::count_cookies(header) != all.size()) return std::nullopt;
     for (const CookieView found : all) {
-      const bool is_sent_so = !literally || detail::next_cookie_name(header) == name;
+      const bool is_sent_so = !literally || detail::remove_first_cookie(header) == name;
       if (is_sent_so && found.name() == name) return found.value();
     }
     return std::nullopt;
   }
   void cookie(const char *) const && = delete;
 
-  /** All cookies, in order, with the pieces of the cookie header that have no "=". */
+  /** All cookies, in order, including pieces of the cookie header without a "=". */
   Cookies cookies() const &noexcept { return environment().cookies(); }
   void cookies() const && = delete;
 
-  /** The environment with the body. */
-  Environment environment() const &noexcept {
-    const Environment lent(child(TARN_REQUEST_ENVIRONMENT));
-    return lent;
-  }
+  /** The environment variables and the body. */
+  Environment environment() const &noexcept { return Environment(child(TARN_REQUEST_ENVIRONMENT)); }
   void environment() const && = delete;
 
  private:
   TarnHandle child(std::uint32_t slot) const noexcept {
-    return detail::ask<CGIgs_getStruct>(handle_, slot, TARN_REQUEST_MAGIC);
+    return detail::query<CGIgs_getStruct>(handle_, slot, TARN_REQUEST_MAGIC);
   }
 
   template <class Item, auto kFind>
   std::optional<Item> first(const char *name) const noexcept {
-    const TarnHandle found = detail::ask<kFind>(handle_, name);
+    const TarnHandle found = detail::query<kFind>(handle_, name);
     return found != 0 ? std::optional<Item>(found) : std::nullopt;
   }
 

@@ -12,24 +12,22 @@
 #include "set_cookie.hpp"
 
 namespace tarn {
-
 namespace detail {
 
 constexpr bool is_in_header(char c) noexcept { return !is_control(c) || c == '\t'; }
 
-// A browser reads "\" as "/", and leaves out what is not visible.
+// Browsers read "\" as "/", and remove characters that are not visible.
 constexpr bool is_in_url(char c) noexcept { return is_visible(c) && !is_among(c, "\"<>\\^`{|}"); }
 
 // "//" would begin another host.
-constexpr bool is_own_path(std::string_view url) noexcept {
-  const bool absolute = !url.empty() && url[0] == '/' && (url.size() == 1 || url[1] != '/');
-  return absolute && all_of(url, is_in_url);
+constexpr bool is_local_path(std::string_view url) noexcept {
+  return !url.empty() && url[0] == '/' && (url.size() == 1 || url[1] != '/');
 }
 
-inline bool is_site_url(std::string_view url) noexcept {
+inline bool has_http_host(std::string_view url) noexcept {
   for (const std::string_view scheme : {"http://", "https://"}) {
     const bool has_host = url.size() > scheme.size() && !is_among(url[scheme.size()], "/?#");
-    if (begins_with(url, scheme) && has_host) return all_of(url, is_in_url);
+    if (begins_with(url, scheme) && has_host) return true;
   }
   return false;
 }
@@ -78,8 +76,8 @@ constexpr const char *reason_for(int status) noexcept {
 
 inline constexpr std::string_view kPlainText = "text/plain; charset=utf-8";
 
-// Written by functions of their own, or by the server.
-inline constexpr std::string_view kOwnHeaders[] = {
+// Other functions of Response, or the server, write these.
+inline constexpr std::string_view kReservedHeaders[] = {
     "Connection", "Content-Length", "Content-Type",     "Location",
     "Set-Cookie", "Status",         "Transfer-Encoding"};
 
@@ -89,110 +87,115 @@ inline constexpr const char *kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Ju
 
 }  // namespace detail
 
-/** The answer to a request.
+/** The response to a request.
  *
  *  @code
  *  return tarn::Response().status(404).send(page) ? 0 : 1;
  *  @endcode
  *
- *  Functions before send() set what the answer says, in any order. What cannot be written safely,
- *  such as a header with a line end in it, is refused: send() then answers false, problem() tells
- *  why, and the visitor gets a plain page for status 500 instead.
+ *  Set up the response in any order, then call one of the functions that send it. Unsafe output,
+ *  such as a header with a line end in it, is refused: sending then returns false, problem() tells
+ *  why, and the visitor gets a plain page with status 500 instead.
  */
 class Response {
  public:
-  /** Begins an answer.
+  /** Begins a response.
    *
-   *  @param out  where the server reads; stays open */
+   *  @param out  the stream that the server reads; it stays open */
   explicit Response(FILE *out = stdout) noexcept
       : out_(out), head_(std::string_view(CgiEnv_getRequestMethod(nullptr)) == "HEAD") {}
   Response(const Response &) = delete;
   Response &operator=(const Response &) = delete;
 
-  /** 200 to 599; 200 without it. */
+  /** Sets the status, from 200 to 599. The default is 200. */
   Response &status(int code) noexcept {
-    if (code < 200 || code > 599) return refuse("a status is none");
+    if (code < 200 || code > 599) return refuse("status must be 200 to 599");
     status_ = code;
     return *this;
   }
 
-  /** What the body is, instead of what the sending function says. */
+  /** Sets the content type, in place of the default of the function that sends the body. */
   Response &content_type(std::string_view type) noexcept {
     if (type.empty() || !detail::all_of(type, detail::is_in_header)) {
-      return refuse("a content type is none");
+      return refuse("invalid content type");
     }
     return keep(type_, {type});
   }
 
-  /** Sends the browser on to a page of this site.
+  /** Redirects the browser to a page of this site.
    *
-   *  The status goes with it, so that the browser asks anew: a path alone would let the server
-   *  answer with that page under this address.
+   *  It always sets the status as well. Given a path alone, the server would return that page under
+   *  the address of this one.
    *
    *  @param path  with the query, if any; begins with one "/", in ASCII as in a URL
-   *  @param code  301, 302, 303, 307 or 308; with 303 a form is not sent again
+   *  @param code  301, 302, 303, 307 or 308; with 303, the browser does not send a form again
    */
   Response &redirect(std::string_view path, int code = 303) noexcept {
-    if (!detail::is_own_path(path)) return refuse("a path to redirect to is none of this site");
+    if (!detail::is_local_path(path)) return refuse("redirect path must start with a single '/'");
     return redirect_to(path, code);
   }
 
-  /** Sends the browser on to any site: never one that a visitor named.
+  /** Redirects the browser to any site. Never pass a URL that a visitor sent.
    *
-   *  @param url  begins with "http://" or "https://" and a host; otherwise as for redirect()
+   *  @param url   begins with "http://" or "https://" and a host; otherwise as for redirect()
+   *  @param code  as for redirect()
    */
   Response &redirect_away(std::string_view url, int code = 303) noexcept {
-    if (!detail::is_site_url(url)) return refuse("a URL to redirect to is none");
+    if (!detail::has_http_host(url)) {
+      return refuse("redirect URL must start with http:// or https:// and a host");
+    }
     return redirect_to(url, code);
   }
 
-  /** Adds a header of any name but those that have a function here or are the server's.
+  /** Adds a header. Headers that another function here or the server writes are refused.
    *
    *  @param name   letters, digits and any of "!#$%&'*+-.^_`|~"
    *  @param value  without control characters other than tabs
    */
   Response &header(std::string_view name, std::string_view value) noexcept {
     if (name.empty() || !detail::all_of(name, detail::is_token)) {
-      return refuse("a header has a name that is none");
+      return refuse("invalid header name");
     }
-    if (detail::is_one_of(name, detail::kOwnHeaders)) return refuse("a header is not to be added");
+    if (detail::is_one_of(name, detail::kReservedHeaders)) {
+      return refuse("header() cannot add a header that Response or the server writes");
+    }
     if (!detail::all_of(value, detail::is_in_header)) {
-      return refuse("a header's value has a control character");
+      return refuse("header value contains a control character");
     }
     lines_ << name << ": " << value << "\r\n";
     return *this;
   }
 
-  /** Keeps the answer out of all caches. */
+  /** Forbids all caches to store the response. */
   Response &no_store() noexcept { return header("Cache-Control", "no-store"); }
 
-  /** Keeps browsers from taking the body for another type than the content type. */
+  /** Forbids browsers to guess a type other than the content type. */
   Response &nosniff() noexcept { return header("X-Content-Type-Options", "nosniff"); }
 
-  /** Keeps the page out of other pages' frames. */
+  /** Forbids other pages to show this one in a frame. */
   Response &deny_framing() noexcept { return header("X-Frame-Options", "DENY"); }
 
-  /** Keeps the page's address from those that it links to. */
+  /** Hides the address of the page from the sites that it links to. */
   Response &no_referrer() noexcept { return header("Referrer-Policy", "no-referrer"); }
 
-  /** What the page may load and run: `default-src 'self'` and the like. */
+  /** Limits what the page may load and run: `default-src 'self'` and the like. */
   Response &content_security_policy(std::string_view policy) noexcept {
     return header("Content-Security-Policy", policy);
   }
 
-  /** The language of the body: `en`. */
+  /** Names the language of the body: `en`. */
   Response &content_language(std::string_view tag) noexcept {
     return header("Content-Language", tag);
   }
 
-  /** The methods that the script takes: `GET, POST`. Goes with status 405. */
+  /** Lists the methods that the script accepts: `GET, POST`. Status 405 requires it. */
   Response &allow(std::string_view methods) noexcept { return header("Allow", methods); }
 
-  /** When the content was changed. */
+  /** Tells when the content was last changed. */
   Response &last_modified(std::time_t when) noexcept {
     std::tm utc;
     if (gmtime_r(&when, &utc) == nullptr || utc.tm_year < -1900 || utc.tm_year > 9999 - 1900) {
-      return refuse("a time is none");
+      return refuse("last_modified() takes the years 0 to 9999");
     }
     char date[64];
     std::snprintf(date, sizeof date, "%s, %02d %s %04d %02d:%02d:%02d GMT",
@@ -201,15 +204,17 @@ class Response {
     return header("Last-Modified", date);
   }
 
-  /** A name for this state of the content, without its quotation marks. */
+  /** Identifies this version of the content.
+   *
+   *  @param tag  without its quotation marks */
   Response &etag(std::string_view tag) noexcept {
     const auto in_tag = [](char c) { return !detail::is_control(c) && c != ' ' && c != '"'; };
-    if (!detail::all_of(tag, in_tag)) return refuse("an etag is none");
+    if (!detail::all_of(tag, in_tag)) return refuse("invalid etag");
     lines_ << "ETag: \"" << tag << "\"\r\n";
     return *this;
   }
 
-  /** Lets the browser save the body under this name. */
+  /** Makes the browser save the body under this name. */
   Response &attachment(std::string_view name) noexcept {
     lines_ << "Content-Disposition: attachment; filename*=UTF-8''";
     detail::put_url(lines_, name);
@@ -224,7 +229,8 @@ class Response {
     return *this;
   }
 
-  /** Whether the header goes without the body. By itself it does when the request's method is HEAD.
+  /** Sends the header without the body, or with it. The default follows the request: without it if
+   *  the method is HEAD.
    */
   Response &head(bool alone) noexcept {
     head_ = alone;
@@ -233,15 +239,14 @@ class Response {
 
   /** Sends a page, as text/html in UTF-8.
    *
-   *  @return whether the answer has been written, as it was meant to be and to the end; otherwise
-   *          problem() tells what went wrong
+   *  @return true if the whole response was written; otherwise problem() tells what went wrong
    */
   [[nodiscard]] bool send(const Element &page) noexcept {
     const Text body = html(page);
     refuse(body.problem());
     return send_as("text/html; charset=utf-8", body.view());
   }
-  /** Sends an answer without content, such as a redirection. @return as for a page */
+  /** Sends a response without content, such as a redirect. @return as for a page */
   [[nodiscard]] bool send() noexcept { return send_text({}); }
   /** Sends a text, as text/plain in UTF-8. @return as for a page */
   [[nodiscard]] bool send_text(std::string_view text) noexcept {
@@ -252,22 +257,25 @@ class Response {
     return send_as("application/octet-stream", bytes);
   }
 
-  /** What was refused first, or failed, in words for the server's log. @return a constant text;
-   *  null when all is well */
+  /** The first thing that was refused or failed, in words for the server's log. @return a constant
+   *  text; null if nothing did */
   const char *problem() const noexcept { return problem_; }
 
  private:
-  // The first problem stays.
+  // Keeps the first problem.
   Response &refuse(const char *problem) noexcept {
     if (problem_ == nullptr) problem_ = problem;
     return *this;
   }
 
   Response &redirect_to(std::string_view url, int code) noexcept {
+    if (!detail::all_of(url, detail::is_in_url)) {
+      return refuse("redirect target contains a character that must be escaped");
+    }
     constexpr int kCodes[] = {301, 302, 303, 307, 308};
     bool redirects = false;
     for (const int one : kCodes) redirects = redirects || code == one;
-    if (!redirects) return refuse("a status does not redirect");
+    if (!redirects) return refuse("redirect status must be 301, 302, 303, 307 or 308");
     return keep(location_, {"Location: ", url, "\r\n"}).status(code);
   }
 
@@ -280,7 +288,7 @@ class Response {
 
   bool send_as(std::string_view type, std::string_view body) noexcept {
     if (std::exchange(sent_, true)) {
-      refuse("an answer has been sent before");
+      refuse("response was already sent");
       return false;
     }
     const Text lines = lines_.take();
@@ -292,11 +300,11 @@ class Response {
     } else {
       write(500, detail::kPlainText, {}, "Internal Server Error\n");
     }
-    if (std::fflush(out_) != 0 || std::ferror(out_) != 0) refuse("the answer was not written");
+    if (std::fflush(out_) != 0 || std::ferror(out_) != 0) refuse("response could not be written");
     return problem_ == nullptr;
   }
 
-  // A server takes 200 as said, and may then answer 304 in its place.
+  // Without a Status line the server assumes 200, and is still free to send 304 instead.
   void write(int status, std::string_view type, std::initializer_list<std::string_view> lines,
              std::string_view body) noexcept {
     const bool has_body = status != 204 && status != 304;

@@ -14,35 +14,35 @@
 
 namespace tarn {
 
-/** A text that grows, over TARNString. */
+/** A string that grows: TARNString as a class. */
 class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete, TARNString_dup> {
  public:
   using Owned::Owned;
 
-  /** Makes a string of a text. */
+  /** Makes a string from a text. */
   explicit String(std::string_view text = {}) noexcept {
-    require(TARNString_new(&handle_) == TARN_OK && append(text));
+    reset_unless(TARNString_new(&handle_) == TARN_OK && append(text));
   }
 
-  /** Reads the text, good until the string is changed. */
+  /** The text, valid until the string changes. */
   std::string_view view() const &noexcept { return c_str(); }
   std::string_view view() const && = delete;
 
-  /** The text with its final zero byte, good until the string is changed; never null. */
+  /** The text, null-terminated, valid until the string changes; never null. */
   const char *c_str() const &noexcept {
-    const char *text = detail::ask<TARNString_c_str>(handle_);
+    const char *text = detail::query<TARNString_c_str>(handle_);
     return text != nullptr ? text : "";
   }
   const char *c_str() const && = delete;
 
-  /** Counts the bytes. */
-  std::size_t size() const noexcept { return detail::ask<TARNString_length>(handle_); }
+  /** The length in bytes. */
+  std::size_t size() const noexcept { return detail::query<TARNString_length>(handle_); }
   bool empty() const noexcept { return size() == 0; }
 
   /** Replaces the text.
    *
-   *  @param text  may be the string's own
-   *  @return false without memory; the text is as it was then
+   *  @param text  may be part of the string itself
+   *  @return false if an allocation failed; the string is unchanged then
    */
   bool assign(std::string_view text) noexcept {
     String made(text);
@@ -53,21 +53,22 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
 
   /** Appends a text.
    *
-   *  @param text  may be the string's own
-   *  @return false without memory; the string is empty then
+   *  @param text  may be part of the string itself
+   *  @return false if an allocation failed; the string is empty then
    */
   bool append(std::string_view text) noexcept { return insert(size(), text); }
 
   /** Inserts a text.
    *
-   *  @param position  in bytes; beyond the text, nothing is inserted
-   *  @param text      may be the string's own
-   *  @return false when nothing was inserted; without memory the string is empty then
+   *  @param position  in bytes; beyond the end, nothing is inserted
+   *  @param text      may be part of the string itself
+   *  @return false if nothing was inserted; if that is because an allocation failed, the string is
+   *          empty
    */
   bool insert(std::size_t position, std::string_view text) noexcept {
     if (handle_ == 0 || position > size() || text.size() > INT32_MAX) return false;
-    // A length of 0 would stand for the length of a text that ends in a zero byte. Bytes after such
-    // a byte would move the text behind them out of sight.
+    // Stops at a zero byte, behind which nothing could be read. To TARNString_insertn(), 0 would
+    // mean the length of a null-terminated text.
     const std::size_t count = text.empty() ? 0 : strnlen(text.data(), text.size());
     if (count == 0) return true;
     return TARNString_insertn(&handle_, text.data(), 0, static_cast<std::uint32_t>(count),
@@ -77,7 +78,7 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
   /** Appends formatted text.
    *
    *  @param format  as for printf(); never a text that a visitor sent
-   *  @return false when nothing was appended
+   *  @return false if nothing was appended
    */
   bool append_format(const char *format, ...) noexcept  // NOLINT(cert-dcl50-cpp): as printf()
       TARN_PRINTF(2, 3) {
@@ -91,9 +92,9 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
     return done;
   }
 
-  /** Removes bytes; beyond the text, nothing.
+  /** Removes bytes. A position beyond the end removes nothing.
    *
-   *  @param count  in bytes; more than there are stands for all up to the end
+   *  @param count  in bytes; a larger number than there are removes all up to the end
    */
   void remove(std::size_t position, std::size_t count) noexcept {
     if (position >= size() || count == 0) return;
@@ -102,7 +103,7 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
                       static_cast<std::uint32_t>(least));
   }
 
-  /** Empties the text. */
+  /** Removes the whole text. */
   void clear() noexcept { remove(0, size()); }
 };
 

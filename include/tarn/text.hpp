@@ -1,4 +1,4 @@
-/* Texts. */
+/* Texts and reasons for refusal. */
 #ifndef TARN_TEXT_HPP
 #define TARN_TEXT_HPP
 
@@ -9,17 +9,18 @@
 #include <utility>
 
 #include "adopt.hpp"
+#include "array.hpp"
 
 namespace tarn {
 
-/** A text of its own, or the reason why there is none. */
+/** A text, or the reason why there is none. */
 class Text {
  public:
-  /** Takes over a block of malloc() that holds `size` bytes and a zero byte. Null is an empty text.
-   */
+  /** Takes ownership of a block of malloc() that holds `size` bytes and a zero byte. Null is an
+   *  empty text. */
   Text(Adopt, char *text, std::size_t size) noexcept : text_(text), size_(size) {}
 
-  /** No text. @param problem  why; a constant text */
+  /** No text. @param problem  why; must be a string literal or live as long as the process */
   static Text refused(const char *problem) noexcept {
     Text none(adopt, nullptr, 0);
     none.problem_ = problem;
@@ -38,14 +39,14 @@ class Text {
   }
   ~Text() { std::free(text_); }
 
-  /** Tells whether there is a text, be it empty. */
+  /** Tells whether there is a text, even if it is empty. */
   explicit operator bool() const noexcept { return problem_ == nullptr; }
 
-  /** The text, good as long as this object. */
+  /** The text, valid as long as this object. */
   std::string_view view() const &noexcept { return {c_str(), size_}; }
   std::string_view view() const && = delete;
 
-  /** The text with a final zero byte; never null. */
+  /** The text, null-terminated; never null. */
   const char *c_str() const &noexcept { return text_ != nullptr ? text_ : ""; }
   const char *c_str() const && = delete;
 
@@ -61,57 +62,40 @@ class Text {
 
 namespace detail {
 
-// A text that grows in memory.
+inline constexpr const char *kOutOfMemory = "out of memory";
+
+// A text in the making.
 class Buffer {
  public:
-  Buffer() noexcept = default;
-  ~Buffer() { std::free(text_); }
-  Buffer(const Buffer &) = delete;
-  Buffer &operator=(const Buffer &) = delete;
-
   Buffer &operator<<(std::string_view text) noexcept {
-    char *const place = text.empty() ? nullptr : reserve(text.size());
-    if (place == nullptr) return *this;
+    if (text.empty() || failed_) return *this;
+    char *const place = text_.reserve(text.size() + 1);
+    failed_ = place == nullptr;
+    if (failed_) return *this;
     std::memcpy(place, text.data(), text.size());
-    size_ += text.size();
-    text_[size_] = '\0';
+    place[text.size()] = '\0';
+    text_.extend(text.size());
     return *this;
   }
 
-  // What there is by now, good until more is written.
-  std::string_view written() const noexcept { return {text_ != nullptr ? text_ : "", size_}; }
+  // The text so far, valid until more is written.
+  std::string_view written() const noexcept {
+    return {text_.data() != nullptr ? text_.data() : "", text_.size()};
+  }
 
+  // After a failed allocation the text would have a gap, so there is none.
   Text take() noexcept {
-    if (failed_) return Text::refused("memory has run out");
-    room_ = 0;
-    return {adopt, std::exchange(text_, nullptr), std::exchange(size_, 0)};
+    if (failed_) return Text::refused(kOutOfMemory);
+    const std::size_t size = text_.size();
+    return {adopt, text_.release(), size};
   }
 
  private:
-  // Where so many bytes and a zero byte go; null without memory. What is missing once would leave a
-  // gap, so that all is lost.
-  char *reserve(std::size_t count) noexcept {
-    if (failed_) return nullptr;
-    const std::size_t needed = size_ + count + 1;
-    if (needed > room_) {
-      const std::size_t room = needed > 2 * room_ ? needed : 2 * room_;
-      auto *grown = static_cast<char *>(std::realloc(text_, room));
-      failed_ = grown == nullptr;
-      if (failed_) return nullptr;
-      text_ = grown;
-      room_ = room;
-    }
-    return text_ + size_;
-  }
-
-  char *text_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t room_ = 0;
+  Array<char> text_;
   bool failed_ = false;
 };
 
 }  // namespace detail
-
 }  // namespace tarn
 
 #endif  // TARN_TEXT_HPP

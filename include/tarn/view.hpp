@@ -1,7 +1,9 @@
-/* Views. */
+// Internal: the base classes of views and ranges.
 #ifndef TARN_VIEW_HPP
 #define TARN_VIEW_HPP
 
+// The iterator tags come from <string_view>, which declares them for its own iterators. <iterator>
+// also includes streams, and would double the time that this header takes to compile.
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -11,67 +13,65 @@
 #include "../tarn.h"
 #include "adopt.hpp"
 
-namespace tarn {
+namespace tarn::detail {
 
-namespace detail {
-
-inline std::optional<std::string_view> maybe(const char *text) noexcept {
+inline std::optional<std::string_view> optional_text(const char *text) noexcept {
   if (text == nullptr) return std::nullopt;
   return std::string_view(text);
 }
 
-// Asks an object that is not to be changed. The C interface takes the address of a handle for that
-// too.
+// Calls a function that only reads its object. Such functions take the address of a handle too; they
+// get the address of a copy, so that const objects can be read.
 template <auto kFunction, class... Arguments>
-auto ask(TarnHandle object, Arguments... arguments) noexcept {
+auto query(TarnHandle object, Arguments... arguments) noexcept {
   return kFunction(&object, arguments...);
 }
 
-// What a byte buffer holds.
+// The bytes in a byte buffer.
 inline std::string_view bytes_of(TarnHandle buffer) noexcept {
   const std::uintptr_t bytes = CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC);
   return {reinterpret_cast<const char *>(bytes),
           CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC)};
 }
 
-// What all views of nodes share.
+// The base of all views of nodes.
 template <std::uint32_t kMagic>
-class Lent {
+class NodeView {
  public:
   /** The type tag of the object. */
   static constexpr std::uint32_t magic = kMagic;
 
-  /** Views the object behind a handle; 0 is none. */
-  explicit Lent(TarnHandle handle) noexcept : handle_(handle) {}
+  /** Views the object with this handle; 0 for no object. */
+  explicit NodeView(TarnHandle handle) noexcept : handle_(handle) {}
 
   /** Tells whether the view has an object. */
   explicit operator bool() const noexcept { return handle_ != 0; }
 
-  /** The address to pass to functions of tarn.h that read; never delete through it. */
+  /** The address to pass to functions of tarn.h that read. Never delete the object through it. */
   TarnHandle *handle() &noexcept { return &handle_; }
 
  protected:
   std::optional<std::string_view> text_in(std::uint32_t slot) const noexcept {
-    return maybe(ask<CGIgs_getString>(handle_, slot, kMagic));
+    return optional_text(query<CGIgs_getString>(handle_, slot, kMagic));
   }
   std::uint32_t number_in(std::uint32_t slot) const noexcept {
-    return ask<CGIgs_getInt>(handle_, slot, kMagic);
+    return query<CGIgs_getInt>(handle_, slot, kMagic);
   }
   TarnHandle child_in(std::uint32_t slot) const noexcept {
-    return ask<CGIgs_getStruct>(handle_, slot, kMagic);
+    return query<CGIgs_getStruct>(handle_, slot, kMagic);
   }
 
   TarnHandle handle_;
 };
 
-// What an iterator's -> goes through, since the item is made on the spot.
+// What an iterator's -> returns: iterators make their item on the spot, so something has to hold it.
 template <class Item>
 struct Arrow {
   Item item;
   const Item *operator->() const noexcept { return &item; }
 };
 
-// What a list lends: an Item for each of its elements, made when it is asked for.
+// A view of a list. Its items are made when they are asked for.
 template <class Item, std::uint32_t kMagic, auto kCount, auto kAt>
 class Range {
  public:
@@ -90,7 +90,7 @@ class Range {
     Iterator(TarnHandle list, difference_type index) noexcept : list_(list), index_(index) {}
 
     Item operator*() const noexcept {
-      return Item(ask<kAt>(list_, static_cast<std::uint32_t>(index_)));
+      return Item(query<kAt>(list_, static_cast<std::uint32_t>(index_)));
     }
     pointer operator->() const noexcept { return {**this}; }
     Item operator[](difference_type n) const noexcept { return *(*this + n); }
@@ -129,17 +129,17 @@ class Range {
   using size_type = std::size_t;
   using difference_type = std::ptrdiff_t;
 
-  /** Views the list behind a handle; 0 is an empty one. */
+  /** Views the list with this handle; 0 for an empty one. */
   explicit Range(TarnHandle list) noexcept : list_(list) {}
 
-  /** Counts the elements. */
-  std::size_t size() const noexcept { return static_cast<std::size_t>(ask<kCount>(list_)); }
+  /** The number of elements. */
+  std::size_t size() const noexcept { return static_cast<std::size_t>(query<kCount>(list_)); }
   bool empty() const noexcept { return size() == 0; }
 
   Iterator begin() const noexcept { return {list_, 0}; }
   Iterator end() const noexcept { return {list_, static_cast<std::ptrdiff_t>(size())}; }
 
-  /** The element at an index, counted from 0. @return an Item that has no object beyond the end */
+  /** The element at an index, counted from 0. @return an Item without an object beyond the end */
   Item operator[](std::size_t index) const noexcept {
     return begin()[static_cast<std::ptrdiff_t>(index)];
   }
@@ -148,8 +148,6 @@ class Range {
   TarnHandle list_;
 };
 
-}  // namespace detail
-
-}  // namespace tarn
+}  // namespace tarn::detail
 
 #endif  // TARN_VIEW_HPP

@@ -22,14 +22,14 @@ std::string lineOf(tarn::ElementView element) {
   return line + ")";
 }
 
-TEST(CppElement, IsMadeOfItsPieces) {
+TEST(CppElement, IsBuiltFromPieces) {
   const std::string_view name("Ada, and more", 3);
   const tarn::Element element("p", tarn::Attribute("class", "x"), "Hello, ", name,
                               tarn::Element("b", "!"), tarn::Raw("<br>"));
   EXPECT_EQ("(p class=x \"Hello, \" \"Ada\" (b \"!\") <<br>>)", lineOf(element.view()));
 }
 
-TEST(CppElement, TakesEveryKindOfText) {
+TEST(CppElement, AcceptsEveryKindOfText) {
   const std::string string = "string";
   const tarn::String own("own");
   const std::optional<std::string_view> maybe = "maybe";
@@ -38,7 +38,7 @@ TEST(CppElement, TakesEveryKindOfText) {
   EXPECT_EQ("(p \"string\" \"own\" \"view\" \"maybe\" \"a\" \"\")", lineOf(element.view()));
 }
 
-TEST(CppElement, MayHaveNothingInIt) {
+TEST(CppElement, MayBeEmpty) {
   const tarn::Element element("br");
   EXPECT_TRUE(element);
   EXPECT_EQ("br", element.view().name());
@@ -48,14 +48,14 @@ TEST(CppElement, MayHaveNothingInIt) {
   EXPECT_TRUE(element.view().children().empty());
 }
 
-TEST(CppElement, TakesPiecesOneByOne) {
+TEST(CppElement, AcceptsPiecesOneByOne) {
   tarn::Element list("ul");
   list.add(tarn::Attribute("id", "x")).add("text").add(tarn::Raw("<!-- -->"));
   list.add(tarn::Element("li", "one")).add(tarn::Attribute("hidden"));
   EXPECT_EQ("(ul id=x hidden \"text\" <<!-- -->> (li \"one\"))", lineOf(list.view()));
 }
 
-TEST(CppElement, TakesAChildOverWithoutACopy) {
+TEST(CppElement, MovesAChildWithoutACopy) {
   tarn::Element child("b", "x");
   const char *name = child.view().name()->data();
   tarn::Attribute attribute("id", "y");
@@ -67,7 +67,7 @@ TEST(CppElement, TakesAChildOverWithoutACopy) {
   EXPECT_EQ(value, element.view().attributes()[0].value()->data());
 }
 
-TEST(CppElement, TakesWholeListsOver) {
+TEST(CppElement, MovesWholeLists) {
   tarn::ElementList elements;
   elements.add(tarn::Element("a")).add("b").add(tarn::Raw("c"));
   tarn::AttributeList attributes;
@@ -83,7 +83,7 @@ TEST(CppElement, TakesWholeListsOver) {
   EXPECT_EQ(1U, elements.size());
 }
 
-TEST(CppElement, HoldsNothingWhenAPieceHoldsNothing) {
+TEST(CppElement, IsEmptyWhenAPieceIsEmpty) {
   tarn::Element child("b");
   const tarn::Element parent("p", std::move(child));
   EXPECT_TRUE(parent);
@@ -95,13 +95,13 @@ TEST(CppElement, HoldsNothingWhenAPieceHoldsNothing) {
   EXPECT_TRUE(other.view().children().empty());
 }
 
-TEST(CppElement, CannotBePutIntoItself) {
+TEST(CppElement, CannotContainItself) {
   tarn::Element element("p");
   element.add(std::move(element));
   EXPECT_FALSE(element);
 }
 
-TEST(CppElement, LendsTextsByTheirPlaceInTheTree) {
+TEST(CppElement, ShowsTextsAtTheirPlaceInTheTree) {
   TarnHandle made = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&made, TARN_ELEMENT_MAGIC));
   CGIgs_setString(&made, TARN_ELEMENT_NAME, "p", TARN_ELEMENT_MAGIC);
@@ -111,7 +111,7 @@ TEST(CppElement, LendsTextsByTheirPlaceInTheTree) {
   EXPECT_EQ("(p \"own\" \"child\")", lineOf(element.view()));
 }
 
-TEST(CppElement, IsReadAndChangedByTheCInterface) {
+TEST(CppElement, IsReadAndChangedByFunctionsOfTarnH) {
   tarn::Element element("p", tarn::Attribute("id", "x"), "text");
   TarnHandle attributes =
       CGIgs_getStruct(element.handle(), TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
@@ -126,7 +126,7 @@ TEST(CppElement, IsReadAndChangedByTheCInterface) {
   EXPECT_EQ(0, HTMLElement_compare(view.handle(), element.handle()));
 }
 
-TEST(CppElement, MarksWhatWasMadeOfRawAlsoInAClone) {
+TEST(CppElement, KeepsTheRawMarkInAClone) {
   const tarn::Element element("p", tarn::Attribute("onclick", tarn::Raw("f()")), tarn::Raw("<i>"));
   const tarn::Element copy = element.clone();
   EXPECT_EQ("(p onclick:=f() <<i>>)", lineOf(copy.view()));
@@ -135,9 +135,9 @@ TEST(CppElement, MarksWhatWasMadeOfRawAlsoInAClone) {
   EXPECT_FALSE(copy.view().is_raw());
 }
 
-// Built from the inside out, where each step would copy the whole tree if children were copied, and
-// released on a stack that does not bear a call for each level.
-TEST(CppElement, MayBeOfAnyDepth) {
+// The tree is built from the inside out, so copying children would copy it at every level. It is
+// deleted on a stack that is too small for a call a level.
+TEST(CppElement, MayHaveAnyDepth) {
   tarn::Element tree("innermost");
   for (int i = 0; i < 200000; ++i) tree = tarn::Element("div", std::move(tree));
   ASSERT_TRUE(tree);
@@ -148,13 +148,13 @@ TEST(CppElement, MayBeOfAnyDepth) {
   EXPECT_EQ("innermost", at.name());
 }
 
-TEST(CppElement, TakesChildrenInProportionToTheirNumber) {
+TEST(CppElement, TakesLinearTimeForManyChildren) {
   tarn::Element list("ul");
   for (int i = 0; i < 200000; ++i) list.add(tarn::Element("li"));
   EXPECT_EQ(200000U, list.view().children().size());
 }
 
-TEST(CppAttribute, HasANameAndAValueOrNone) {
+TEST(CppAttribute, HasANameAndMayHaveAValue) {
   const tarn::Attribute attribute("name", "value");
   EXPECT_EQ("name", attribute.view().name());
   EXPECT_EQ("value", attribute.view().value());
@@ -168,7 +168,7 @@ TEST(CppAttribute, HasANameAndAValueOrNone) {
   EXPECT_TRUE(raw.view().is_raw());
 }
 
-TEST(CppElementList, LendsItsElements) {
+TEST(CppElementList, ShowsItsElements) {
   tarn::ElementList list;
   list.add(tarn::Element("a")).add(tarn::Element("b"));
   ASSERT_EQ(2U, list.size());
@@ -181,7 +181,7 @@ TEST(CppElementList, LendsItsElements) {
   EXPECT_EQ(1, HTMLElementList_getCount(list.handle()) - 1);
 }
 
-TEST(CppAttributeList, LendsItsAttributes) {
+TEST(CppAttributeList, ShowsItsAttributes) {
   tarn::AttributeList list;
   list.add(tarn::Attribute("a", "1")).add(tarn::Attribute("b"));
   ASSERT_EQ(2U, list.size());

@@ -1,4 +1,4 @@
-// Texts on their way into HTML, attributes, URLs and scripts.
+// Escaping for HTML, attributes, URLs and scripts.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -37,14 +37,14 @@ std::string everyByte() {
 
 // ---- HTML ---------------------------------------------------------------------------------------
 
-TEST(EscapeHtml, LeavesNothingThatMeansMarkup) {
+TEST(EscapeHtml, LeavesNoMarkup) {
   EXPECT_EQ("&lt;b title=&quot;a&quot; id=&#39;b&#39;&gt;Q&amp;A",
             inHtml("<b title=\"a\" id='b'>Q&A"));
 }
 
-TEST(EscapeHtml, EscapesWhatIsEscapedAlready) { EXPECT_EQ("&amp;lt;", inHtml("&lt;")); }
+TEST(EscapeHtml, EscapesEscapedTextAgain) { EXPECT_EQ("&amp;lt;", inHtml("&lt;")); }
 
-TEST(EscapeHtml, LeavesOtherTextAsItIs) {
+TEST(EscapeHtml, KeepsOtherText) {
   const std::string plain = "Grüße, 東京, 🦆: `a=b` ~!#$%()*+,-./:;?@[\\]^_{|}";
   EXPECT_EQ(plain, inHtml(plain));
   EXPECT_EQ("", inHtml(""));
@@ -58,7 +58,7 @@ TEST(EscapeHtml, ReplacesOtherControlCharacters) {
   EXPECT_EQ("\uFFFD\uFFFD\u00A0", inHtml("\u0080\u009F\u00A0"));
 }
 
-TEST(EscapeHtml, ReplacesWhatIsNoUtf8) {
+TEST(EscapeHtml, ReplacesInvalidUtf8) {
   const std::pair<std::string_view, std::string_view> kCases[] = {
       {"caf\xE9", "caf\uFFFD"},                // Latin-1
       {"caf\xE9!", "caf\uFFFD!"},              // cut off by what follows
@@ -85,14 +85,14 @@ TEST(EscapeHtml, KeepsTheFirstAndLastCharacterOfEveryLength) {
   for (const std::string_view character : kCharacters) EXPECT_EQ(character, inHtml(character));
 }
 
-TEST(EscapeAttribute, HoldsWithoutQuotationMarks) {
+TEST(EscapeAttribute, IsSafeWithoutQuotationMarks) {
   EXPECT_EQ("a&#32;onclick&#61;b&#96;&gt;&#9;&#10;&#13;&quot;&#39;&lt;&amp;\uFFFD\uFFFD",
             inAttribute("a onclick=b`>\t\n\r\"'<&\f\xFF"));
 }
 
 // ---- URLs ---------------------------------------------------------------------------------------
 
-TEST(EscapeUrl, EscapesAllButLettersDigitsAndFourMarks) {
+TEST(EscapeUrl, KeepsOnlyLettersDigitsAndFourMarks) {
   const std::string plain = "ABCXYZabcxyz0189-._~";
   EXPECT_EQ(plain, inUrl(plain));
   EXPECT_EQ("%2F%3Fa%3Db%26c%3Dd%23e%20%2B%25", inUrl("/?a=b&c=d#e +%"));
@@ -100,7 +100,7 @@ TEST(EscapeUrl, EscapesAllButLettersDigitsAndFourMarks) {
   EXPECT_EQ("%C3%A9", inUrl("é"));
 }
 
-TEST(EscapePath, EscapesAsForAUrlButLeavesSlashes) {
+TEST(EscapePath, EscapesLikeUrlButKeepsSlashes) {
   const std::string all = everyByte();
   std::string expected = inUrl(all);
   expected.replace(expected.find("%2F"), 3, "/");
@@ -108,13 +108,13 @@ TEST(EscapePath, EscapesAsForAUrlButLeavesSlashes) {
   EXPECT_EQ("/cgi-bin/g%C3%A4ste%20buch%3F//", inPath("/cgi-bin/gäste buch?//"));
 }
 
-TEST(EscapePath, MakesAPathToRedirectToOfAScriptsName) {
+TEST(EscapePath, MakesARedirectPathFromAScriptName) {
   const tarn::Text here = tarn::escape_path("/a b?\"<>\\^`{|}\r\nSet-Cookie: x=ä");
   tarn::Response response;
   EXPECT_EQ(nullptr, response.redirect(here.view()).problem());
 }
 
-TEST(EscapeUrl, IsUndoneByUnescapeString) {
+TEST(EscapeUrl, IsReversedByUnescapeString) {
   const std::string all = everyByte().substr(1);
   char *undone = unescapeString(inUrl(all).c_str());
   EXPECT_EQ(all, undone);
@@ -123,30 +123,30 @@ TEST(EscapeUrl, IsUndoneByUnescapeString) {
 
 // ---- JSON ---------------------------------------------------------------------------------------
 
-TEST(EscapeJson, MakesAStringWithItsQuotationMarks) {
+TEST(EscapeJson, AddsQuotationMarks) {
   EXPECT_EQ("\"\"", inJson(""));
   EXPECT_EQ("\"Grüße, 🦆 / ok\"", inJson("Grüße, 🦆 / ok"));
 }
 
-TEST(EscapeJson, EscapesWhatEndsAStringOrALine) {
+TEST(EscapeJson, EscapesTheEndsOfStringsAndLines) {
   EXPECT_EQ("\"\\u0022\\u005c\\u0000\\u0009\\u000a\\u000d\\u001f\\u007f\"",
             inJson("\"\\\0\t\n\r\x1F\x7F"sv));
   EXPECT_EQ("\"\\u0080\\u009f\u00A0\"", inJson("\u0080\u009F\u00A0"));
   EXPECT_EQ("\"a\\u2028b\\u2029c\u2027\u202A\"", inJson("a\u2028b\u2029c\u2027\u202A"));
 }
 
-TEST(EscapeJson, HasNothingThatHtmlReads) {
+TEST(EscapeJson, ContainsNothingThatHtmlInterprets) {
   EXPECT_EQ("\"\\u003c/script\\u003e\\u003c!--\\u0026amp;\\u0027\"", inJson("</script><!--&amp;'"));
 }
 
-TEST(EscapeJson, ReplacesWhatIsNoUtf8) {
+TEST(EscapeJson, ReplacesInvalidUtf8) {
   EXPECT_EQ("\"a\\ufffdb\"", inJson("a\xE9"
                                     "b"));
 }
 
 // ---- Every byte, every escape -------------------------------------------------------------------
 
-TEST(Escape, OfEveryByteLeavesNoneThatIsDangerousInItsPlace) {
+TEST(Escape, LeavesNoDangerousByteForItsPlace) {
   const std::string all = everyByte();
   EXPECT_EQ(std::string::npos, inHtml(all).find_first_of("<>\"'\r\f\0\x7F"sv));
   EXPECT_EQ(std::string::npos, inAttribute(all).find_first_of("<>\"'`= \t\n\r\f\0\x7F"sv));
@@ -158,7 +158,7 @@ TEST(Escape, OfEveryByteLeavesNoneThatIsDangerousInItsPlace) {
 
 // ---- Texts --------------------------------------------------------------------------------------
 
-TEST(Text, IsMovedWithItsBlock) {
+TEST(Text, MovesItsBlock) {
   tarn::Text first = tarn::escape_html("first");
   tarn::Text second(std::move(first));
   EXPECT_EQ("first", second.view());
@@ -166,7 +166,7 @@ TEST(Text, IsMovedWithItsBlock) {
   EXPECT_STREQ("second", second.c_str());
 }
 
-TEST(Text, ThatWasRefusedIsEmptyAndSaysWhy) {
+TEST(Text, IsEmptyAndTellsTheProblemIfRefused) {
   const tarn::Text refused = tarn::Text::refused("because");
   EXPECT_FALSE(refused);
   EXPECT_EQ("", refused.view());
@@ -174,13 +174,13 @@ TEST(Text, ThatWasRefusedIsEmptyAndSaysWhy) {
   EXPECT_STREQ("because", refused.problem());
 }
 
-TEST(Text, IsWholeOrNotThereWhenMemoryRunsOut) {
+TEST(Text, IsCompleteOrAbsentWhenAnAllocationFails) {
   const std::string text(1000, '<');
   const std::string whole = inHtml(text);
   tarn_test::forEachFailingAllocation([&](tarn_test::FailingMemory &memory) {
     const tarn::Text escaped = memory.call([&] { return tarn::escape_html(text); });
     EXPECT_EQ(memory.failed() ? "" : whole, escaped.view());
-    EXPECT_STREQ(memory.failed() ? "memory has run out" : nullptr, escaped.problem());
+    EXPECT_STREQ(memory.failed() ? "out of memory" : nullptr, escaped.problem());
   });
 }
 

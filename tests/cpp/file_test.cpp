@@ -1,5 +1,5 @@
-// What becomes of uploaded files. The calls that save them can be made to fail: this program's
-// stand in front of the C library's.
+// Uploaded files and saving them. This program overrides functions of the C library, so that tests
+// can make them fail.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -20,10 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The errno that the next call of this name fails with.
+// The errno value that the next call of this function fails with.
 std::map<std::string, int> failures;
 
-// Whether the call is to fail, this once.
+// Whether to fail this call. Only one call fails.
 bool fails(const char *call) {
   const auto found = failures.find(call);
   if (found == failures.end()) return false;
@@ -32,7 +32,7 @@ bool fails(const char *call) {
   return true;
 }
 
-// How many bytes a write() takes at most.
+// The most bytes that a write() accepts.
 size_t most_written = SIZE_MAX;
 
 }  // namespace
@@ -51,7 +51,7 @@ int fsync(int file) {
   return static_cast<int>(syscall(SYS_fsync, file));
 }
 
-// Fails after the descriptor is gone, as the system's does. Only a file's is made to fail.
+// Closes the descriptor even when it fails, as the system's close() does. Fails for files only.
 int close(int file) {
   struct stat about {};
   const bool failed = fstat(file, &about) == 0 && S_ISREG(about.st_mode) && fails("close");
@@ -76,7 +76,7 @@ int linkat(int from, const char *name, int to, const char *other, int flags) {
 
 namespace {
 
-// A file of the test's own, as a request lends it.
+// A file that the test built itself, seen as in a request.
 class Upload {
  public:
   explicit Upload(const std::string &name, std::string_view bytes = "bytes") {
@@ -124,7 +124,7 @@ class CppFileSave : public testing::Test {
     return upload.file().save(directory().native());
   }
 
-  // Everything in the directory, hidden files too: "name: bytes" each.
+  // Everything in the directory, hidden files too, as "name: bytes".
   std::string contents() const {
     std::map<std::string, std::string> all;
     for (const fs::directory_entry &entry : fs::directory_iterator(directory())) {
@@ -143,7 +143,7 @@ class CppFileSave : public testing::Test {
 
   static void put(const fs::path &path, const std::string &bytes) { std::ofstream(path) << bytes; }
 
-  // Saves when a call fails, and expects that nothing is left.
+  // Saves while a call fails, and expects that no file is left.
   void expectNothing(const char *call, int error) {
     failures[call] = error;
     const tarn::Saved saved = save();
@@ -157,7 +157,7 @@ class CppFileSave : public testing::Test {
   fs::path root_;
 };
 
-TEST(CppFile, HasWhatTheRequestBrought) {
+TEST(CppFile, HasWhatWasSent) {
   const std::string bytes("a\0b\n", 4);
   const std::string body =
       "--b\r\nContent-Disposition: form-data; name=\"notes\"; filename=\"../n%20.txt\"\r\n"
@@ -179,13 +179,13 @@ TEST(CppFile, HasWhatTheRequestBrought) {
   });
 }
 
-TEST(CppFile, MayHaveNoBytes) {
+TEST(CppFile, MayBeEmpty) {
   const Upload upload("empty", "");
   EXPECT_EQ("", upload.file().bytes());
   EXPECT_EQ("empty", upload.file().name());
 }
 
-TEST(CppFile, MayBeNothingAtAll) {
+TEST(CppFile, MayHaveNoObject) {
   const tarn::File file(0);
   EXPECT_FALSE(file);
   EXPECT_EQ(std::nullopt, file.field());
@@ -197,14 +197,14 @@ TEST(CppFile, MayBeNothingAtAll) {
   EXPECT_EQ(EINVAL, file.save("/").error());
 }
 
-TEST(CppFileSafeName, KeepsWhatIsHarmless) {
+TEST(CppFileSafeName, KeepsHarmlessCharacters) {
   EXPECT_EQ("notes.txt", safe("notes.txt"));
   EXPECT_EQ("A-z_09.tar.gz", safe("A-z_09.tar.gz"));
   EXPECT_EQ("na\u00EFve-\u65E5\u672C.txt", safe("na\u00EFve-\u65E5\u672C.txt"));
   EXPECT_EQ("\U0001F600", safe("\U0001F600"));
 }
 
-TEST(CppFileSafeName, LeavesThePathOut) {
+TEST(CppFileSafeName, DropsThePath) {
   EXPECT_EQ("passwd", safe("../../etc/passwd"));
   EXPECT_EQ("notes.txt", safe("C:\\My Documents\\notes.txt"));
   EXPECT_EQ("b", safe("a\\x/b"));
@@ -212,7 +212,7 @@ TEST(CppFileSafeName, LeavesThePathOut) {
   EXPECT_EQ("file", safe("a/"));
 }
 
-TEST(CppFileSafeName, NeitherHidesTheFileNorPassesForAnOption) {
+TEST(CppFileSafeName, DropsDotsAndDashesAtTheFront) {
   EXPECT_EQ("profile", safe(".profile"));
   EXPECT_EQ("rf", safe("-rf"));
   EXPECT_EQ("x", safe(".-.-x"));
@@ -222,7 +222,7 @@ TEST(CppFileSafeName, IsNeverEmpty) {
   for (const char *name : {"", ".", "..", "/", "-", "../..", "\\"}) EXPECT_EQ("file", safe(name));
 }
 
-TEST(CppFileSafeName, ReplacesWhatCouldDoHarm) {
+TEST(CppFileSafeName, ReplacesDangerousCharacters) {
   EXPECT_EQ("a_b", safe("a b"));
   EXPECT_EQ("a______________b", safe("a\n\t\"'<>|;&$`*?~b"));
   EXPECT_EQ("a_b", safe("a\x7F"
@@ -233,9 +233,9 @@ TEST(CppFileSafeName, ReplacesWhatCouldDoHarm) {
   EXPECT_EQ("a_b", safe("a\u200Bb")) << "nothing to be seen";
 }
 
-// By what Unicode says of them: white space, what is to be ignored where it cannot be shown, and a
-// letter without ink. (Braille's blank is a symbol to Unicode.)
-TEST(CppFileSafeName, ReplacesWhatCannotBeSeen) {
+// In terms of Unicode: white space, default ignorable characters, and a letter without ink. (To
+// Unicode, the blank of Braille is a symbol.)
+TEST(CppFileSafeName, ReplacesInvisibleCharacters) {
   for (const char *hidden :
        {"\u0080",     "\u009F",     "\u00A0",     "\u00AD",     "\u034F",     "\u061C",
         "\u115F",     "\u1160",     "\u1680",     "\u17B4",     "\u17B5",     "\u180B",
@@ -252,8 +252,8 @@ TEST(CppFileSafeName, ReplacesWhatCannotBeSeen) {
   }
 }
 
-// The neighbours of those.
-TEST(CppFileSafeName, KeepsWhatCanBeSeen) {
+// The neighbours of the invisible characters.
+TEST(CppFileSafeName, KeepsVisibleCharacters) {
   for (const char *seen :
        {"\u00A1",     "\u00AC",     "\u00AE",     "\u034E",     "\u0350",     "\u061B",
         "\u061D",     "\u115E",     "\u1161",     "\u167F",     "\u1681",     "\u17B3",
@@ -269,7 +269,7 @@ TEST(CppFileSafeName, KeepsWhatCanBeSeen) {
   }
 }
 
-TEST(CppFileSafeName, ReplacesHalvesOfPairsAndNotTheirNeighbours) {
+TEST(CppFileSafeName, ReplacesSurrogatesAndNotTheirNeighbours) {
   EXPECT_EQ("a\xED\x9F\xBF", safe("a\xED\x9F\xBF")) << "the last before them";
   EXPECT_EQ("a___", safe("a\xED\xA0\x80")) << "the first half";
   EXPECT_EQ("a___", safe("a\xED\xAF\xBF"));
@@ -317,18 +317,18 @@ TEST_F(CppFileSave, WritesTheBytesUnderTheSafeName) {
   EXPECT_EQ("my_notes.txt: " + bytes + "\n", contents());
 }
 
-TEST_F(CppFileSave, TakesANameOfTheScripts) {
+TEST_F(CppFileSave, UsesANameThatTheScriptChose) {
   const Upload upload("ignored");
   EXPECT_TRUE(upload.file().save(directory().native() + "//", ".kept here"));
   EXPECT_EQ(".kept here: bytes\n", contents());
 }
 
-TEST_F(CppFileSave, KeepsAnEmptyFile) {
+TEST_F(CppFileSave, SavesAnEmptyFile) {
   EXPECT_TRUE(save(""));
   EXPECT_EQ("notes.txt: \n", contents());
 }
 
-TEST_F(CppFileSave, IsForTheScriptsUserAlone) {
+TEST_F(CppFileSave, LetsOnlyTheScriptsUserReadAndWrite) {
   const mode_t before = umask(0);
   EXPECT_TRUE(save());
   umask(before);
@@ -336,7 +336,7 @@ TEST_F(CppFileSave, IsForTheScriptsUserAlone) {
             fs::status(directory() / "notes.txt").permissions());
 }
 
-TEST_F(CppFileSave, RefusesWhatIsNoNameOfAFile) {
+TEST_F(CppFileSave, RefusesInvalidFileNames) {
   const Upload upload("x");
   const std::string zero("a\0b", 3);
   for (const std::string &name :
@@ -365,7 +365,7 @@ TEST_F(CppFileSave, FollowsNoLinkWithTheName) {
   EXPECT_TRUE(fs::is_symlink(directory() / "notes.txt"));
 }
 
-TEST_F(CppFileSave, FollowsNoLinkWithTheNameOfTheTemporary) {
+TEST_F(CppFileSave, FollowsNoLinkWithTheTemporaryName) {
   put(root() / "target", "old");
   const std::string prefix = ".tarn-" + std::to_string(getpid()) + "-";
   fs::create_symlink(root() / "target", directory() / (prefix + "0"));
@@ -384,7 +384,7 @@ TEST_F(CppFileSave, FollowsNoLinkToTheDirectory) {
   EXPECT_EQ("", contents());
 }
 
-TEST_F(CppFileSave, TellsThatThereIsNoDirectory) {
+TEST_F(CppFileSave, ReportsAMissingDirectory) {
   const Upload upload("notes.txt");
   EXPECT_EQ(ENOENT, upload.file().save((root() / "none").native()).error());
   EXPECT_EQ(ENOENT, upload.file().save("").error());
@@ -416,14 +416,14 @@ TEST_F(CppFileSave, LeavesNothingWhenTheDiskIsFull) {
   EXPECT_EQ("", contents());
 }
 
-TEST_F(CppFileSave, WritesOnAfterASignalAndAfterAFewBytes) {
+TEST_F(CppFileSave, ContinuesAfterASignalAndAShortWrite) {
   failures["write"] = EINTR;
   most_written = 2;
   EXPECT_TRUE(save("seven b"));
   EXPECT_EQ("notes.txt: seven b\n", contents());
 }
 
-TEST_F(CppFileSave, LinksWhereTheFileSystemCannotRenameSo) {
+TEST_F(CppFileSave, UsesALinkWhereRenamingMightReplace) {
   for (const int error : {EINVAL, ENOSYS}) {
     failures["renameat2"] = error;
     EXPECT_TRUE(save());
@@ -437,7 +437,7 @@ TEST_F(CppFileSave, LinksWhereTheFileSystemCannotRenameSo) {
   }
 }
 
-TEST_F(CppFileSave, SucceedsWhereADirectoryCannotBeSynced) {
+TEST_F(CppFileSave, SucceedsWhereDirectoriesCannotBeSynced) {
   failures["fsync of the directory"] = EINVAL;
   EXPECT_TRUE(save());
   EXPECT_EQ("notes.txt: bytes\n", contents());

@@ -1,6 +1,7 @@
-"""What tarn.hpp asks of compilers, and of the script that includes it.
+"""How compilers read the C++ headers, and what scripts that include them need.
 
-CC and CXX are compilers with their flags, SOURCE the repository, LIBRARY the shared library.
+In the environment: CC and CXX, compilers with their flags; SOURCE, the repository; LIBRARY, the
+shared library.
 """
 
 import concurrent.futures
@@ -12,14 +13,15 @@ import shlex
 import shutil
 import subprocess
 import tempfile
+import tomllib
 import unittest
 
 SOURCE = pathlib.Path(os.environ["SOURCE"])
 INCLUDE = SOURCE / "include"
 HEADER = INCLUDE / "tarn.hpp"
 PARTS = sorted((INCLUDE / "tarn").glob("*.hpp"))
-REFUSED = sorted((SOURCE / "tests/cpp/refused").glob("*.cpp"))
-# A script that asks for views and nothing else.
+SNIPPETS = tomllib.loads((SOURCE / "tests/cpp/refused.toml").read_text(encoding="utf-8"))["snippet"]
+# A script that only uses views.
 SCRIPT = SOURCE / "bench/process/script.cpp"
 
 LIBRARY = os.environ["LIBRARY"]
@@ -50,28 +52,25 @@ def compilers():
     return list(found.values())
 
 
-def complaint(path, folder):
-    """What is wrong with how the compiler takes a file of refused/; None when nothing is.
+def function(snippet, part):
+    """A snippet with its `refused` or `accepted` part, as a function.
 
-    Its first line says what the compiler's message has in it, and the message has to be about the
-    lines between #ifdef REFUSED and #else. Without REFUSED the file compiles.
+    The compiler reports an error in that part under the name of the snippet, and any other error
+    under the name "elsewhere".
     """
-    lines = path.read_text(encoding="utf-8").splitlines()
-    message = lines[0].removeprefix("// Refused: ")
-    wrong = range(lines.index("#ifdef REFUSED") + 2, lines.index("#else") + 1)
-    command = [*CXX, "-std=c++17", *WARNINGS, "-fsyntax-only", f"-I{folder}", f"-I{INCLUDE}"]
-    right = run(*command, path)
-    if right.returncode != 0:
-        return f"without REFUSED, it does not compile:\n{right.stdout}"
-    refused = run(*command, "-DREFUSED", path)
-    if refused.returncode == 0:
-        return "with REFUSED, it compiles"
-    if not re.search(message, refused.stdout):
-        return f"no message has '{message}' in it:\n{refused.stdout}"
-    found = {int(line) for line in re.findall(rf"{path.name}:(\d+):", refused.stdout)}
-    if not found or not found <= set(wrong):
-        return f"the message is not about lines {list(wrong)}:\n{refused.stdout}"
-    return None
+    name = re.sub(r"\W", "_", snippet["name"])
+    lines = [
+        '#line 1 "elsewhere"',
+        f"int {name}() {{",
+        snippet.get("before", ""),
+        f'#line 1 "{snippet["name"]}"',
+        snippet[part],
+        '#line 1 "elsewhere"',
+        snippet.get("after", ""),
+        "return 0;",
+        "}",
+    ]
+    return "\n".join(lines) + "\n"
 
 
 class Header(unittest.TestCase):
@@ -97,7 +96,7 @@ class Header(unittest.TestCase):
             alone = self.folder / f"{header.stem}_alone.cpp"
             alone.write_text(f"#include <{name}>\n#include <{name}>\n", encoding="utf-8")
             for compiler, mode in itertools.product(compilers(), modes):
-                # The umbrella shows what the other modes have against any of the others.
+                # The umbrella includes the others, so two modes are enough for those.
                 if header == HEADER or mode in (modes[0], modes[-1]):
                     flags = [*mode, *WARNINGS, f"-I{INCLUDE}", "-fsyntax-only"]
                     commands.append([*compiler, *flags, alone])
@@ -114,9 +113,9 @@ class Header(unittest.TestCase):
     def test_a_header_before_c_plus_plus_17_asks_for_it(self):
         old = self.folder / "old.cpp"
         for header in [HEADER, *PARTS]:
-            name = str(header.relative_to(INCLUDE))
-            if name == "tarn/characters.hpp":  # no script includes it by itself
+            if header.read_text(encoding="utf-8").startswith("// Internal: "):
                 continue
+            name = header.relative_to(INCLUDE)
             old.write_text(f"#include <{name}>\n", encoding="utf-8")
             done = run(*CXX, "-std=c++14", f"-I{INCLUDE}", "-fsyntax-only", old)
             with self.subTest(name):
@@ -133,7 +132,7 @@ class Header(unittest.TestCase):
         unwanted = {"html.hpp", "response.hpp", "file.hpp", "fcntl.h", "unistd.h", "ctime"}
         self.assertFalse(unwanted & included)
 
-    def test_gives_ranges_that_standard_algorithms_take(self):
+    def test_has_ranges_for_standard_algorithms(self):
         ranges = self.folder / "ranges.cpp"
         ranges.write_text(
             """
@@ -187,15 +186,32 @@ class Header(unittest.TestCase):
         self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
+    def test_may_be_included_beside_the_internal_headers(self):
+        internal = [
+            path.relative_to(SOURCE)
+            for folder in ("core", "request", "response")
+            for path in sorted((SOURCE / folder).glob("*.h"))
+        ]
+        self.assertTrue(internal)
+        both = self.folder / "both.cpp"
+        both.write_text(
+            "".join(f'#include "{name}"\n' for name in internal)
+            + "#include <tarn.hpp>\n"
+            + "using namespace tarn;\n"
+            + 'int main() { return Element("p") ? 0 : 1; }\n',
+            encoding="utf-8",
+        )
+        flags = ["-std=c++20", f"-I{SOURCE}", f"-I{INCLUDE}", "-fsyntax-only"]
+        self.succeeds(*CXX, *flags, both)
+
     def test_needs_no_runtime_for_views(self):
-        # Fortified functions need an optimizer.
+        # _FORTIFY_SOURCE needs an optimizer.
         for level in (["-O0", "-U_FORTIFY_SOURCE"], ["-O2"]):
             with self.subTest(level):
                 compiled = self.folder / "script.o"
                 flags = ["-std=c++17", *WARNINGS, "-fno-exceptions", *level]
                 self.succeeds(*CXX, *flags, f"-I{INCLUDE}", "-c", SCRIPT, "-o", compiled)
-                # As the linker knows them; a name of C++ begins with "_Z", and __cxa_, __gxx_ and
-                # _Unwind_ are its exceptions'.
+                # Names of C++ begin with _Z, and those of exceptions with __cxa, __gxx or _Unw.
                 undefined = self.succeeds("nm", "-u", compiled).split()
                 self.assertIn("Tarn_new", undefined)
                 self.assertEqual([], [n for n in undefined if re.match("_Z|__cxa|__gxx|_Unw", n)])
@@ -205,16 +221,46 @@ class Header(unittest.TestCase):
                 needed = re.findall(r"\(NEEDED\).*\[(.*)\]", listed)
                 self.assertEqual(["libtarn.so.1", "libc.so.6"], needed)
 
+    def complaint(self, snippet):
+        """Why the refused part does not count as refused; None if it does."""
+        name = snippet["name"]
+        source = self.folder / f"{hash(name)}.cpp"
+        source.write_text("#include <tarn.hpp>\n" + function(snippet, "refused"), encoding="utf-8")
+        # The folder has the precompiled header, so it comes first.
+        flags = ["-std=c++17", *WARNINGS, f"-I{self.folder}", f"-I{INCLUDE}", "-fsyntax-only"]
+        done = run(*CXX, *flags, source)
+        if done.returncode == 0:
+            return "it compiles"
+        if not re.search(snippet["message"], done.stdout):
+            return f"no error matches '{snippet['message']}':\n{done.stdout}"
+        if f"{name}:1:" not in done.stdout or "elsewhere:" in done.stdout:
+            return f"the error is not in the refused part:\n{done.stdout}"
+        return None
+
     def test_refuses_wrong_use(self):
-        self.assertTrue(REFUSED)
-        # Compiled once for all files, where the compiler looks first.
+        self.assertGreater(len(SNIPPETS), 30)
         made = self.folder / "tarn.hpp.gch"
         self.succeeds(*CXX, "-std=c++17", *WARNINGS, "-x", "c++-header", HEADER, "-o", made)
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            complaints = pool.map(lambda path: complaint(path, self.folder), REFUSED)
-        for path, text in zip(REFUSED, complaints):
-            with self.subTest(path.stem):
-                self.assertIsNone(text, text)
+            for snippet, complaint in zip(SNIPPETS, pool.map(self.complaint, SNIPPETS)):
+                with self.subTest(snippet["name"]):
+                    self.assertIsNone(complaint)
+
+    def test_accepts_the_corrected_use(self):
+        source = self.folder / "accepted.cpp"
+        functions = [function(snippet, "accepted") for snippet in SNIPPETS]
+        source.write_text("#include <tarn.hpp>\n" + "".join(functions), encoding="utf-8")
+        for compiler in compilers():
+            flags = ["-std=c++17", *WARNINGS, f"-I{INCLUDE}", "-fsyntax-only"]
+            self.succeeds(*compiler, *flags, source)
+
+    def test_has_a_correction_and_a_name_for_each_wrong_use(self):
+        names = [snippet["name"] for snippet in SNIPPETS]
+        self.assertEqual(len(names), len(set(names)))
+        for snippet in SNIPPETS:
+            with self.subTest(snippet["name"]):
+                self.assertLessEqual({"refused", "accepted", "message"}, set(snippet))
+                self.assertNotEqual(snippet["refused"], snippet["accepted"])
 
 
 if __name__ == "__main__":

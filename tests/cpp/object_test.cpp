@@ -1,4 +1,4 @@
-// What all owning types share, and each of them.
+// All owning types: what they share, and each by itself.
 #include <gtest/gtest.h>
 #include <tarn.hpp>
 
@@ -16,7 +16,7 @@ using tarn_test::pictureOf;
 
 namespace {
 
-// Each type with something in it.
+// An object of each type, with contents.
 
 template <class Type>
 Type made();
@@ -84,7 +84,8 @@ tarn::Element made() {
                        made<tarn::AttributeList>(), made<tarn::ElementList>());
 }
 
-// All that is in an object. A header's lines are texts, which the picture knows by their addresses.
+// The contents of an object. The lines of a header are compared as texts; the dump has only their
+// addresses.
 
 template <class Type>
 std::string textOf(Type &object) {
@@ -167,7 +168,7 @@ TYPED_TEST(CppObject, TakesNothingOverOfAnotherType) {
   EXPECT_FALSE(nothing);
 }
 
-// Without memory for all of it there is nothing of it. What the clone lacks cannot be told.
+// If any allocation fails, the object is empty. A clone may silently lack something.
 TYPED_TEST(CppObject, IsMadeWholeOrNotAtAll) {
   const std::string whole = [] {
     TypeParam object = made<TypeParam>();
@@ -185,8 +186,8 @@ TYPED_TEST(CppObject, IsMadeWholeOrNotAtAll) {
   });
 }
 
-// What the C interface made before memory ran out is released.
-TEST(CppElement, WhoseCloneFailsHasNone) {
+// What tarn.h allocated before the failure is freed.
+TEST(CppElement, ReleasesWhatAFailedCloneAllocated) {
   tarn::Element element = made<tarn::Element>();
   TarnHandle *const original = element.handle();
   const std::string whole = textOf(element);
@@ -220,7 +221,7 @@ TEST(CppCookie, HasWhatWasSet) {
   EXPECT_TRUE(view.is_secure());
 }
 
-TEST(CppCookie, TellsTextsThatWereNotSetFromEmptyOnes) {
+TEST(CppCookie, DistinguishesUnsetFromEmptyTexts) {
   tarn::Cookie cookie("name", "");
   cookie.domain("").secure().secure(false);
   EXPECT_EQ("", cookie.view().value());
@@ -231,7 +232,7 @@ TEST(CppCookie, TellsTextsThatWereNotSetFromEmptyOnes) {
   EXPECT_FALSE(cookie.view().is_secure());
 }
 
-TEST(CppCookie, EndsATextWhereTheViewEndsOrAtAZeroByte) {
+TEST(CppCookie, EndsATextAtTheEndOfTheViewOrAtAZeroByte) {
   const tarn::Cookie cookie(std::string_view("name, and more", 4), std::string_view("a\0b", 3));
   EXPECT_EQ("name", cookie.view().name());
   EXPECT_EQ("a", cookie.view().value());
@@ -239,7 +240,7 @@ TEST(CppCookie, EndsATextWhereTheViewEndsOrAtAZeroByte) {
   EXPECT_EQ("", empty.view().name());
 }
 
-TEST(CppCookie, ThatWasMovedFromHoldsNothing) {
+TEST(CppCookie, IsEmptyAfterAMove) {
   tarn::Cookie cookie("name", "value");
   const tarn::Cookie other = std::move(cookie);
   cookie.path("/").max_age(1).secure();
@@ -249,7 +250,7 @@ TEST(CppCookie, ThatWasMovedFromHoldsNothing) {
   EXPECT_EQ("name", other.view().name());
 }
 
-TEST(CppCookieList, TakesCookiesOverInOrder) {
+TEST(CppCookieList, KeepsTheOrderOfItsCookies) {
   tarn::CookieList list;
   EXPECT_TRUE(list);
   EXPECT_TRUE(list.empty());
@@ -267,7 +268,7 @@ TEST(CppCookieList, TakesCookiesOverInOrder) {
   EXPECT_EQ(2U, list.view().size());
 }
 
-TEST(CppCookieList, HoldsNothingAfterAnAdditionOfNothing) {
+TEST(CppCookieList, IsEmptyAfterAddingAnEmptyCookie) {
   tarn::CookieList list;
   tarn::Cookie cookie("a", "1");
   list.add(std::move(cookie)).add(std::move(cookie));
@@ -275,7 +276,7 @@ TEST(CppCookieList, HoldsNothingAfterAnAdditionOfNothing) {
   EXPECT_EQ(0U, list.size());
 }
 
-TEST(CppCookieList, IsReadByTheCInterface) {
+TEST(CppCookieList, IsReadByFunctionsOfTarnH) {
   auto list = made<tarn::CookieList>();
   EXPECT_EQ(2, HTTPCookieList_getCount(list.handle()));
   EXPECT_EQ(TARN_OK, HTTPCookieList_clear(list.handle()));
@@ -283,7 +284,7 @@ TEST(CppCookieList, IsReadByTheCInterface) {
   EXPECT_TRUE(list);
 }
 
-TEST(CppPlainHeader, HasATypeAndCookies) {
+TEST(CppPlainHeader, HasAContentTypeAndCookies) {
   const tarn::PlainHeader plain;
   EXPECT_EQ("text/plain", plain.view().content_type());
   EXPECT_TRUE(plain.view().cookies().empty());
@@ -314,7 +315,7 @@ TEST(CppResponseHeader, MayHaveNeitherLinesNorCookies) {
   EXPECT_EQ("", header.view().first());
 }
 
-TEST(CppMultiPartHeader, HasFourTextsThatMayBeMissing) {
+TEST(CppMultiPartHeader, HasFourTextsOfWhichThreeAreOptional) {
   const auto header = made<tarn::MultiPartHeader>();
   EXPECT_EQ("form-data", header.view().disposition());
   EXPECT_EQ("field", header.view().name());

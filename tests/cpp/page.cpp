@@ -1,4 +1,4 @@
-// Prints a page with one text, the argument, in every place where a script may put one.
+// Prints a page that has its argument in every place where a script may put a text.
 #include "tarn.hpp"
 
 int main(int count, char **arguments) {

@@ -1,4 +1,4 @@
-"""Hostile texts in a page, as html5lib reads it: each is where it was put, and nothing else is."""
+"""Hostile texts in a page, read back by html5lib: each stays in its place and adds nothing."""
 
 import json
 import os
@@ -86,12 +86,12 @@ class Page(unittest.TestCase):
         self.assertEqual(json.loads(page.find(".//i").attrib["title"]), text)
         self.assertEqual(unquote_to_bytes(page.find(".//a").text[1:]), os.fsencode(sent))
 
-    def test_has_every_text_where_it_was_put_and_nothing_else(self):
+    def test_keeps_every_text_in_its_place_and_adds_nothing(self):
         for text in TEXTS:
             with self.subTest(text):
                 self.expect(text, text)
 
-    def test_has_the_replacement_character_for_what_is_no_utf_8(self):
+    def test_replaces_invalid_utf_8(self):
         self.expect("caf\ufffd \ufffd<b>", b"caf\xe9 \xff<b>")
 
 

@@ -37,14 +37,14 @@ std::optional<std::int64_t> integerOf(const std::string &value, std::int64_t lea
   return number;
 }
 
-TEST(CppRequest, TakesTheRequestIn) {
+TEST(CppRequest, ReadsTheRequest) {
   withQuery("name=Ada", [](const tarn::Request &request) {
     EXPECT_TRUE(request);
     EXPECT_EQ(TARN_OK, request.status());
   });
 }
 
-TEST(CppRequest, TellsThatABodyOfNegativeLengthLeftNothingToParse) {
+TEST(CppRequest, ReportsABodyOfNegativeLength) {
   asScript({{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", "-1"}}, "", [] {
     const tarn::Request request;
     EXPECT_EQ(TARN_OK, request.status());
@@ -53,7 +53,7 @@ TEST(CppRequest, TellsThatABodyOfNegativeLengthLeftNothingToParse) {
   });
 }
 
-TEST(CppRequest, IsNoneWithoutMemoryForIt) {
+TEST(CppRequest, IsEmptyIfItCannotBeAllocated) {
   asScript(post(kUrlEncoded, "a=1"), "a=1", [] {
     std::optional<tarn::Request> request;
     tarn_test::withoutMemory([&request] { request.emplace(); });
@@ -62,7 +62,7 @@ TEST(CppRequest, IsNoneWithoutMemoryForIt) {
   });
 }
 
-TEST(CppRequest, IsNoneWithoutMemoryForItsEnvironment) {
+TEST(CppRequest, IsEmptyIfItsEnvironmentCannotBeAllocated) {
   asScript(get("a=1"), "", [] {
     size_t without = 0;
     for (size_t spare = 0; spare < 10000; spare += 8) {
@@ -76,7 +76,7 @@ TEST(CppRequest, IsNoneWithoutMemoryForItsEnvironment) {
   });
 }
 
-TEST(CppRequest, ThatWasMovedFromIsNone) {
+TEST(CppRequest, IsEmptyAfterAMove) {
   asScript(get("a=1"), "", [] {
     tarn::Request request;
     const tarn::Request other = std::move(request);
@@ -85,14 +85,14 @@ TEST(CppRequest, ThatWasMovedFromIsNone) {
   });
 }
 
-TEST(CppRequest, GivesTheFirstValueByName) {
+TEST(CppRequest, FindsTheFirstValueByName) {
   withQuery("name=Ada&NAME=Grace", [](const tarn::Request &request) {
     EXPECT_EQ("Ada", request["name"]);
     EXPECT_EQ("Ada", request["Name"]);
   });
 }
 
-TEST(CppRequest, TellsAnEmptyFieldFromAMissingOne) {
+TEST(CppRequest, DistinguishesAnEmptyFieldFromAMissingOne) {
   withQuery("empty=", [](const tarn::Request &request) {
     EXPECT_EQ("", request["empty"]);
     EXPECT_EQ(std::nullopt, request["missing"]);
@@ -110,7 +110,7 @@ TEST(CppRequest, EndsAValueAtItsFirstZeroByte) {
   });
 }
 
-TEST(CppRequest, GivesTheFieldItself) {
+TEST(CppRequest, FindsAFieldByName) {
   withQuery("x=12ab", [](const tarn::Request &request) {
     const std::optional<tarn::Entry> entry = request.entry("x");
     ASSERT_TRUE(entry);
@@ -120,7 +120,7 @@ TEST(CppRequest, GivesTheFieldItself) {
   });
 }
 
-TEST(CppRequest, GivesAllValuesOfOneName) {
+TEST(CppRequest, FindsAllValuesOfOneName) {
   withQuery("tag=a&other=b&TAG=c&tag=", [](const tarn::Request &request) {
     const tarn::Values tags = request.all("tag");
     EXPECT_EQ((Strings{"a", "c", ""}), Strings(tags.begin(), tags.end()));
@@ -135,7 +135,7 @@ TEST(CppRequest, GivesAllValuesOfOneName) {
   });
 }
 
-TEST(CppRequest, KnowsATickedCheckbox) {
+TEST(CppRequest, RecognizesATickedCheckbox) {
   withQuery("agree=ON&other=yes", [](const tarn::Request &request) {
     EXPECT_TRUE(request.checked("agree"));
     EXPECT_FALSE(request.checked("other"));
@@ -154,7 +154,7 @@ TEST(CppRequest, ReadsAWholeNumberInARange) {
   });
 }
 
-TEST(CppRequest, ReadsANumberByTheForgivingRuleToo) {
+TEST(CppRequest, AlsoReadsANumberLeniently) {
   withQuery("age=42+years&name=Ada&huge=99999999999", [](const tarn::Request &request) {
     EXPECT_EQ(42, request.number("age"));
     EXPECT_EQ(0, request.number("name"));
@@ -163,7 +163,7 @@ TEST(CppRequest, ReadsANumberByTheForgivingRuleToo) {
   });
 }
 
-TEST(CppRequest, LendsItsFieldsInOrder) {
+TEST(CppRequest, ShowsItsFieldsInOrder) {
   withQuery("a=1&b=2&a=3", [](const tarn::Request &request) {
     std::string seen;
     for (const tarn::Entry entry : request.entries()) {
@@ -173,7 +173,7 @@ TEST(CppRequest, LendsItsFieldsInOrder) {
   });
 }
 
-TEST(CppRequest, WithoutAnythingLendsEmptyRanges) {
+TEST(CppRequest, HasEmptyRangesIfNothingWasSent) {
   asScript({}, "", [] {
     const tarn::Request request;
     EXPECT_TRUE(request);
@@ -185,7 +185,7 @@ TEST(CppRequest, WithoutAnythingLendsEmptyRanges) {
   });
 }
 
-TEST(CppRequest, MovesWithAllItHolds) {
+TEST(CppRequest, MovesWithItsContents) {
   asScript(get("a=1"), "", [] {
     tarn::Request first;
     const std::optional<std::string_view> value = first["a"];
@@ -199,7 +199,7 @@ TEST(CppRequest, MovesWithAllItHolds) {
   });
 }
 
-TEST(CppRequest, GoesToFunctionsOfTheCInterface) {
+TEST(CppRequest, WorksWithFunctionsOfTarnH) {
   asScript(get("a=1"), "", [] {
     tarn::Request request;
     EXPECT_NE(0U, Tarn_getElementByName(request.handle(), "a"));
@@ -212,7 +212,7 @@ TEST(CppRequest, GoesToFunctionsOfTheCInterface) {
   });
 }
 
-TEST(CppEntry, IsMissingBeyondTheEnd) {
+TEST(CppEntry, HasNoObjectBeyondTheEnd) {
   withQuery("a=1", [](const tarn::Request &request) {
     const tarn::Entry entry = request.entries()[7];
     EXPECT_FALSE(entry);
@@ -234,7 +234,7 @@ TEST(CppEntry, MayHaveNoName) {
   });
 }
 
-TEST(CppEntry, ReadsItsValueAsTheCInterfaceDoes) {
+TEST(CppEntry, ReadsItsValueLikeTarnH) {
   withQuery("x=1.5e1x", [](const tarn::Request &request) {
     tarn::Entry entry = request.entries()[0];
     EXPECT_EQ(1, entry.number());
@@ -244,7 +244,7 @@ TEST(CppEntry, ReadsItsValueAsTheCInterfaceDoes) {
   });
 }
 
-TEST(CppEntry, TakesOnlyAWholeDecimalNumberForAnInteger) {
+TEST(CppEntry, ReadsOnlyWholeDecimalNumbersAsIntegers) {
   EXPECT_EQ(0, integerOf("0"));
   EXPECT_EQ(-7, integerOf("-7"));
   EXPECT_EQ(7, integerOf("+7"));
@@ -259,7 +259,7 @@ TEST(CppEntry, TakesOnlyAWholeDecimalNumberForAnInteger) {
   EXPECT_EQ(7, integerOf(std::string("7\0x", 3))) << "the value ends at its zero byte";
 }
 
-TEST(CppEntry, KnowsTheLimitsOfAnInteger) {
+TEST(CppEntry, ReadsIntegersUpToTheirLimits) {
   EXPECT_EQ(INT64_MAX, integerOf("9223372036854775807"));
   EXPECT_EQ(INT64_MIN, integerOf("-9223372036854775808"));
   EXPECT_EQ(std::nullopt, integerOf("9223372036854775808"));
@@ -289,7 +289,7 @@ TEST(CppRange, WorksWithStandardAlgorithms) {
   });
 }
 
-TEST(CppRange, HasIteratorsThatGoAnywhere) {
+TEST(CppRange, HasRandomAccessIterators) {
   withQuery("a=0&b=1&c=2", [](const tarn::Request &request) {
     const tarn::Entries entries = request.entries();
     auto at = entries.begin();
@@ -324,8 +324,8 @@ TEST(CppRequestCookie, IsFoundByItsExactName) {
   });
 }
 
-// A browser protects the literal name only. Whoever may set some cookie can send the others.
-TEST(CppRequestCookie, IsFoundUnderAPrefixByItsLiteralNameOnly) {
+// Browsers protect only the literal name. Anyone who can set a cookie can set the other spellings.
+TEST(CppRequestCookie, WithAProtectedPrefixIsFoundByItsLiteralNameOnly) {
   struct {
     const char *header;
     const char *name;
@@ -358,8 +358,8 @@ TEST(CppRequestCookie, IsFoundUnderAPrefixByItsLiteralNameOnly) {
   }
 }
 
-// Cookies that are missing from the list would let another take their place.
-TEST(CppRequestCookie, IsNotFoundUnderAPrefixWhenTheListIsNotTheHeadersAnyMore) {
+// With a cookie missing from the list, another name of the header would be matched with its value.
+TEST(CppRequestCookie, WithAProtectedPrefixIsNotFoundIfTheListLacksCookies) {
   asScript({{"HTTP_COOKIE", "__Host-id=mine"}}, "", [] {
     const tarn::Request request;
     EXPECT_EQ("mine", request.cookie("__Host-id"));
@@ -370,7 +370,7 @@ TEST(CppRequestCookie, IsNotFoundUnderAPrefixWhenTheListIsNotTheHeadersAnyMore) 
   });
 }
 
-TEST(CppRequest, IsCompleteWhenAllArrived) {
+TEST(CppRequest, IsCompleteIfEverythingArrived) {
   asScript(post("text/plain", "a=1"), "a=1", [] { EXPECT_TRUE(tarn::Request().complete()); });
   asScript(post("text/plain", "a=12"), "a=1", [] {
     tarn::Request request;
@@ -382,7 +382,7 @@ TEST(CppRequest, IsCompleteWhenAllArrived) {
   });
 }
 
-TEST(CppRequestCookie, IsLentWithPiecesThatAreNone) {
+TEST(CppRequestCookie, IsListedWithPiecesThatHaveNoName) {
   asScript({{"HTTP_COOKIE", "a=1; nothing; b=2"}}, "", [] {
     const tarn::Request request;
     const tarn::Cookies cookies = request.cookies();
@@ -450,7 +450,7 @@ TEST(CppEnvironment, ReadsNumbers) {
   });
 }
 
-TEST(CppEnvironment, TellsAnEmptyVariableFromAnUnsetOne) {
+TEST(CppEnvironment, DistinguishesAnEmptyVariableFromAnUnsetOne) {
   asScript({{"EMPTY", ""}, {"FULL", "x"}}, "", [] {
     EXPECT_EQ("", tarn::Environment::variable("EMPTY"));
     EXPECT_EQ("x", tarn::Environment::variable("FULL"));
@@ -458,7 +458,7 @@ TEST(CppEnvironment, TellsAnEmptyVariableFromAnUnsetOne) {
   });
 }
 
-TEST(CppEnvironment, KnowsHttps) {
+TEST(CppEnvironment, RecognizesHttps) {
   asScript({{"HTTPS", "on"}}, "", [] { EXPECT_TRUE(tarn::Request().status() == TARN_OK); });
   for (const auto &[value, expected] :
        std::map<std::string, bool>{{"on", true}, {"ON", false}, {"off", false}, {"", false}}) {

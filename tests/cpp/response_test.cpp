@@ -1,4 +1,4 @@
-// Answers: the header, line by line, and the body.
+// Responses: the header, line by line, and the body.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -22,7 +22,7 @@ using tarn::Response;
 using tarn::SameSite;
 using tarn::SetCookie;
 
-// A stream whose output can be asked for.
+// A stream that keeps its output.
 class Output {
  public:
   Output() : stream_(open_memstream(&text_, &size_)) {}
@@ -52,7 +52,7 @@ const std::string kFailure =
     "\r\n"
     "Internal Server Error\n";
 
-// What stands between the content type and the length of an answer, which `say` gives its header.
+// The header lines between the content type and the length, which `say` adds to a response.
 template <class Say>
 std::string linesOf(Say say) {
   Output out;
@@ -70,7 +70,7 @@ std::string linesOf(Say say) {
   return answer.erase(end).erase(start, before.size());
 }
 
-// Why an answer is refused, which is then a plain failure without anything of what was said.
+// Why a response is refused. Expects that the visitor gets the plain failure page and nothing else.
 template <class Say>
 std::string problemOf(Say say) {
   Output out;
@@ -93,7 +93,7 @@ std::string problemOf(const SetCookie &cookie) {
 
 // ---- Bodies -------------------------------------------------------------------------------------
 
-TEST(Response, WithAPageIsHtmlInUtf8) {
+TEST(Response, SendsAPageAsHtmlInUtf8) {
   Output out;
   EXPECT_TRUE(Response(out).send(Element("html", Element("body", "1 < 2"))));
   EXPECT_EQ(
@@ -104,7 +104,7 @@ TEST(Response, WithAPageIsHtmlInUtf8) {
       out.written());
 }
 
-TEST(Response, WithATextIsPlainTextInUtf8) {
+TEST(Response, SendsATextAsPlainTextInUtf8) {
   Output out;
   EXPECT_TRUE(Response(out).send_text("<b>\0é"sv));
   EXPECT_EQ(
@@ -115,7 +115,7 @@ TEST(Response, WithATextIsPlainTextInUtf8) {
       out.written());
 }
 
-TEST(Response, WithBytesHasThemAsTheyAre) {
+TEST(Response, SendsBytesUnchanged) {
   std::string bytes;
   for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
   Output out;
@@ -123,32 +123,32 @@ TEST(Response, WithBytesHasThemAsTheyAre) {
   EXPECT_EQ("Content-Type: image/png\r\nContent-Length: 256\r\n\r\n" + bytes, out.written());
 }
 
-TEST(Response, WithBytesOfNoTypeSaysSo) {
+TEST(Response, SendsBytesAsOctetStream) {
   Output out;
   EXPECT_TRUE(Response(out).send_bytes("x"));
   EXPECT_EQ("Content-Type: application/octet-stream\r\nContent-Length: 1\r\n\r\nx", out.written());
 }
 
-TEST(Response, WithoutContentHasALengthOf0) {
+TEST(Response, HasLength0WithoutContent) {
   Output out;
   EXPECT_TRUE(Response(out).send());
   EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 0\r\n\r\n", out.written());
 }
 
-TEST(Response, HasTheContentTypeThatWasSaidLast) {
+TEST(Response, UsesTheLastContentType) {
   Output out;
   EXPECT_TRUE(Response(out).content_type("a/b").content_type("text/csv").send_text(""));
   EXPECT_EQ("Content-Type: text/csv\r\nContent-Length: 0\r\n\r\n", out.written());
 }
 
-TEST(Response, RefusesContentTypesThatAreNone) {
+TEST(Response, RefusesInvalidContentTypes) {
   for (const std::string_view type : {""sv, "a/b\r\nX: y"sv, "a/b\n"sv, "a\0b"sv, "a\x7F"sv}) {
-    EXPECT_EQ("a content type is none",
+    EXPECT_EQ("invalid content type",
               problemOf([&](Response &response) { response.content_type(type); }));
   }
 }
 
-TEST(Response, GoesOutInOneOrderWhateverTheOrderOfTheCalls) {
+TEST(Response, WritesHeadersInOneOrderWhateverTheOrderOfTheCalls) {
   Output out;
   EXPECT_TRUE(Response(out)
                   .cookie(SetCookie("a", "1"))
@@ -172,7 +172,7 @@ TEST(Response, GoesOutInOneOrderWhateverTheOrderOfTheCalls) {
       out.written());
 }
 
-TEST(Response, GoesToTheStandardOutput) {
+TEST(Response, WritesToStandardOutput) {
   int ends[2];
   ASSERT_EQ(0, pipe(ends));
   tarn_test::asScript({}, "", [&] {
@@ -197,14 +197,14 @@ TEST(Response, IsSentOnce) {
   const std::string first = out.written();
   response.header("X-Late", "1").cookie(SetCookie("late", "1"));
   EXPECT_FALSE(response.send_text("second"));
-  EXPECT_STREQ("an answer has been sent before", response.problem());
+  EXPECT_STREQ("response was already sent", response.problem());
   EXPECT_FALSE(response.send(Element("p")));
   EXPECT_EQ(first, out.written());
 }
 
 // ---- HEAD ---------------------------------------------------------------------------------------
 
-TEST(Response, ToAHeadRequestIsTheHeaderAlone) {
+TEST(Response, SendsOnlyTheHeaderForAHeadRequest) {
   tarn_test::asScript({{"REQUEST_METHOD", "HEAD"}}, "", [] {
     Output out;
     EXPECT_TRUE(Response(out).send_text("text"));
@@ -213,7 +213,7 @@ TEST(Response, ToAHeadRequestIsTheHeaderAlone) {
   });
 }
 
-TEST(Response, ToAnyOtherRequestHasABody) {
+TEST(Response, SendsABodyForAnyOtherRequest) {
   for (const char *method : {"GET", "POST", "head", "HEADER", ""}) {
     tarn_test::asScript({{"REQUEST_METHOD", method}}, "", [] {
       Output out;
@@ -224,7 +224,7 @@ TEST(Response, ToAnyOtherRequestHasABody) {
   }
 }
 
-TEST(Response, IsTheHeaderAloneWhenTheScriptSaysSo) {
+TEST(Response, SendsOnlyTheHeaderIfTheScriptAsksForIt) {
   Output alone;
   EXPECT_TRUE(Response(alone).head(true).send_text("text"));
   EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 4\r\n\r\n",
@@ -237,7 +237,7 @@ TEST(Response, IsTheHeaderAloneWhenTheScriptSaysSo) {
   });
 }
 
-TEST(Response, ThatIsRefusedHasNoBodyForAHeadRequestEither) {
+TEST(Response, SendsNoBodyForAHeadRequestIfRefused) {
   Output out;
   EXPECT_FALSE(Response(out).head(true).status(0).send_text("text"));
   EXPECT_EQ(kFailure.substr(0, kFailure.find("\r\n\r\n") + 4), out.written());
@@ -245,7 +245,7 @@ TEST(Response, ThatIsRefusedHasNoBodyForAHeadRequestEither) {
 
 // ---- Status -------------------------------------------------------------------------------------
 
-TEST(Response, SaysItsStatus) {
+TEST(Response, WritesTheStatus) {
   const std::pair<int, std::string> kCases[] = {
       {200, ""},
       {201, "Status: 201 Created\r\n"},
@@ -261,11 +261,11 @@ TEST(Response, SaysItsStatus) {
   }
 }
 
-TEST(Response, HasTheStatusThatWasSaidLast) {
+TEST(Response, UsesTheLastStatus) {
   EXPECT_EQ("", linesOf([](Response &response) { response.status(404).status(200); }));
 }
 
-TEST(Response, HasNoContentWhereTheStatusForbidsIt) {
+TEST(Response, SendsNoContentIfTheStatusForbidsIt) {
   const std::pair<int, std::string> kCases[] = {{204, "Status: 204 No Content\r\nX: 1\r\n\r\n"},
                                                 {304, "Status: 304 Not Modified\r\nX: 1\r\n\r\n"}};
   for (const auto &[status, answer] : kCases) {
@@ -275,13 +275,14 @@ TEST(Response, HasNoContentWhereTheStatusForbidsIt) {
   }
 }
 
-TEST(Response, RefusesStatusesThatAreNone) {
+TEST(Response, RefusesStatusesBelow200AndAbove599) {
   for (const int status : {0, -1, 99, 100, 199, 600, 1000, std::numeric_limits<int>::max()}) {
-    EXPECT_EQ("a status is none", problemOf([&](Response &response) { response.status(status); }));
+    EXPECT_EQ("status must be 200 to 599",
+              problemOf([&](Response &response) { response.status(status); }));
   }
 }
 
-// ---- Redirections -------------------------------------------------------------------------------
+// ---- Redirects ----------------------------------------------------------------------------------
 
 std::string redirection(std::string_view path) {
   return linesOf([&](Response &response) { response.redirect(path); });
@@ -293,12 +294,17 @@ TEST(Response, RedirectsToAPathOfItsSite) {
   }
 }
 
-TEST(Response, RefusesToRedirectToWhatIsNoPathOfItsSite) {
+TEST(Response, RefusesToRedirectToOtherSitesAndInvalidPaths) {
   for (const std::string_view path :
-       {""sv, "done"sv, "//evil.example"sv, "/\\evil.example"sv, "\\\\evil.example"sv,
-        "http://evil.example/"sv, "javascript:alert(1)"sv, "?a"sv, " /x"sv, "/a b"sv, "/\t/evil"sv,
-        "/\r\nX: y"sv, "/x\n"sv, "/\0"sv, "/é"sv, "/<"sv, "/\""sv, "/x\x7F"sv}) {
-    EXPECT_EQ("a path to redirect to is none of this site",
+       {""sv, "done"sv, "//evil.example"sv, "\\\\evil.example"sv, "http://evil.example/"sv,
+        "javascript:alert(1)"sv, "?a"sv, " /x"sv}) {
+    EXPECT_EQ("redirect path must start with a single '/'",
+              problemOf([&](Response &response) { response.redirect(path); }))
+        << path;
+  }
+  for (const std::string_view path : {"/\\evil.example"sv, "/a b"sv, "/\t/evil"sv, "/\r\nX: y"sv,
+                                      "/x\n"sv, "/\0"sv, "/é"sv, "/<"sv, "/\""sv, "/x\x7F"sv}) {
+    EXPECT_EQ("redirect target contains a character that must be escaped",
               problemOf([&](Response &response) { response.redirect(path); }))
         << path;
   }
@@ -311,19 +317,23 @@ TEST(Response, RedirectsAwayToAnotherSite) {
   }
 }
 
-TEST(Response, RefusesToRedirectAwayToWhatIsNoUrl) {
+TEST(Response, RefusesToRedirectAwayToInvalidUrls) {
   for (const std::string_view url :
        {""sv, "/done"sv, "a.example"sv, "//a.example"sv, "http:"sv, "http:/a"sv, "http://"sv,
-        "https:///a"sv, "http://?a"sv, "https://#"sv, "ftp://a/"sv, "javascript:alert(1)"sv,
-        "https://a/\r\nX: y"sv, "https://a /"sv, "https://é/"sv, "https://a\\b"sv,
-        "https://a/\0"sv}) {
-    EXPECT_EQ("a URL to redirect to is none",
+        "https:///a"sv, "http://?a"sv, "https://#"sv, "ftp://a/"sv, "javascript:alert(1)"sv}) {
+    EXPECT_EQ("redirect URL must start with http:// or https:// and a host",
+              problemOf([&](Response &response) { response.redirect_away(url); }))
+        << url;
+  }
+  for (const std::string_view url : {"https://a/\r\nX: y"sv, "https://a /"sv, "https://é/"sv,
+                                     "https://a\\b"sv, "https://a/\0"sv}) {
+    EXPECT_EQ("redirect target contains a character that must be escaped",
               problemOf([&](Response &response) { response.redirect_away(url); }))
         << url;
   }
 }
 
-TEST(Response, RedirectsWithTheStatusThatIsAskedFor) {
+TEST(Response, RedirectsWithAnyRedirectStatus) {
   const std::pair<int, std::string> kCases[] = {{301, "301 Moved Permanently"},
                                                 {302, "302 Found"},
                                                 {303, "303 See Other"},
@@ -335,16 +345,16 @@ TEST(Response, RedirectsWithTheStatusThatIsAskedFor) {
   }
 }
 
-TEST(Response, RefusesToRedirectWithAStatusThatDoesNot) {
+TEST(Response, RefusesToRedirectWithAnyOtherStatus) {
   for (const int code : {0, 200, 300, 304, 305, 309, 404}) {
-    EXPECT_EQ("a status does not redirect",
+    EXPECT_EQ("redirect status must be 301, 302, 303, 307 or 308",
               problemOf([&](Response &response) { response.redirect("/", code); }));
-    EXPECT_EQ("a status does not redirect",
+    EXPECT_EQ("redirect status must be 301, 302, 303, 307 or 308",
               problemOf([&](Response &response) { response.redirect_away("http://a/", code); }));
   }
 }
 
-TEST(Response, RedirectsToTheLastPlaceThatWasSaid) {
+TEST(Response, UsesTheLastRedirect) {
   EXPECT_EQ("Status: 302 Found\r\nLocation: /b\r\n",
             linesOf([](Response &response) { response.redirect("/a").redirect("/b", 302); }));
 }
@@ -359,52 +369,54 @@ std::string problemOfHeader(std::string_view name, std::string_view value) {
   return problemOf([&](Response &response) { response.header(name, value); });
 }
 
-TEST(Response, HasHeadersOfAnyName) {
+TEST(Response, AddsHeadersOfAnyName) {
   EXPECT_EQ("X-A: b\r\n", header("X-A", "b"));
   EXPECT_EQ("a!#$%&'*+-.^_`|~9: \r\n", header("a!#$%&'*+-.^_`|~9", ""));
   EXPECT_EQ("X: a\tb \"c\"; d=é\xFF\r\n", header("X", "a\tb \"c\"; d=é\xFF"));
 }
 
-TEST(Response, HasRepeatedHeadersAllInTheirOrder) {
+TEST(Response, KeepsRepeatedHeadersInOrder) {
   EXPECT_EQ("Link: <a>\r\nX: 1\r\nLink: <b>\r\n", linesOf([](Response &response) {
               response.header("Link", "<a>").header("X", "1").header("Link", "<b>");
             }));
 }
 
-TEST(Response, RefusesNamesOfHeadersThatAreNone) {
+TEST(Response, RefusesInvalidHeaderNames) {
   for (const std::string_view name :
        {""sv, " "sv, "a b"sv, "a:"sv, ":"sv, "a\r\nb"sv, "a\n"sv, "a\0"sv, "a\t"sv, "é"sv, "a(b"sv,
         "a/b"sv, "a\"b"sv, "a\x7F"sv, " X"sv, "X "sv}) {
-    EXPECT_EQ("a header has a name that is none", problemOfHeader(name, "v")) << name;
+    EXPECT_EQ("invalid header name", problemOfHeader(name, "v")) << name;
   }
 }
 
-TEST(Response, RefusesEveryControlCharacterInAHeadersValueButTheTab) {
+TEST(Response, RefusesControlCharactersOtherThanTabsInHeaderValues) {
   for (int byte = 0; byte < 256; ++byte) {
     const std::string value = std::string("a") + static_cast<char>(byte) + "b";
     if ((byte < ' ' && byte != '\t') || byte == 0x7F) {
-      EXPECT_EQ("a header's value has a control character", problemOfHeader("X", value)) << byte;
+      EXPECT_EQ("header value contains a control character", problemOfHeader("X", value)) << byte;
     } else {
       EXPECT_EQ("X: " + value + "\r\n", header("X", value)) << byte;
     }
   }
 }
 
-TEST(Response, RefusesAnyLineEndInAHeadersValue) {
+TEST(Response, RefusesLineEndsInHeaderValues) {
   for (const std::string_view value :
        {"a\r\nSet-Cookie: b=c"sv, "a\n\n<script>"sv, "a\r"sv, "\n"sv, "a\r\n b"sv}) {
-    EXPECT_EQ("a header's value has a control character", problemOfHeader("X", value));
+    EXPECT_EQ("header value contains a control character", problemOfHeader("X", value));
   }
 }
 
-TEST(Response, RefusesHeadersThatHaveAFunctionOrAreTheServers) {
+TEST(Response, RefusesHeadersThatResponseOrTheServerWrites) {
   for (const char *name : {"Status", "Content-Type", "Location", "Set-Cookie", "Content-Length",
                            "Connection", "Transfer-Encoding", "status", "SET-COOKIE"}) {
-    EXPECT_EQ("a header is not to be added", problemOfHeader(name, "v")) << name;
+    EXPECT_EQ("header() cannot add a header that Response or the server writes",
+              problemOfHeader(name, "v"))
+        << name;
   }
 }
 
-TEST(Response, HasCommonHeadersByName) {
+TEST(Response, HasFunctionsForCommonHeaders) {
   EXPECT_EQ(
       "Cache-Control: no-store\r\n"
       "X-Content-Type-Options: nosniff\r\n"
@@ -427,22 +439,22 @@ TEST(Response, HasCommonHeadersByName) {
 }
 
 TEST(Response, RefusesLineEndsInCommonHeadersToo) {
-  const char *const kProblem = "a header's value has a control character";
+  const char *const kProblem = "header value contains a control character";
   EXPECT_EQ(kProblem, problemOf([](Response &r) { r.content_security_policy("a\r\nb"); }));
   EXPECT_EQ(kProblem, problemOf([](Response &r) { r.content_language("a\n"); }));
   EXPECT_EQ(kProblem, problemOf([](Response &r) { r.allow("\r"); }));
 }
 
-TEST(Response, HasEtagsOfAllThatCanStandInOne) {
+TEST(Response, AcceptsOnlyValidEtags) {
   EXPECT_EQ("ETag: \"\"\r\n", linesOf([](Response &response) { response.etag(""); }));
   EXPECT_EQ("ETag: \"!#'\\~\xFF\"\r\n",
             linesOf([](Response &response) { response.etag("!#'\\~\xFF"); }));
   for (const std::string_view tag : {"\""sv, "a b"sv, "a\r\nb"sv, "\0"sv, "\t"sv, "\x7F"sv}) {
-    EXPECT_EQ("an etag is none", problemOf([&](Response &response) { response.etag(tag); }));
+    EXPECT_EQ("invalid etag", problemOf([&](Response &response) { response.etag(tag); }));
   }
 }
 
-TEST(Response, SaysWhenTheContentWasChanged) {
+TEST(Response, WritesTheTimeOfTheLastChange) {
   const std::pair<std::time_t, std::string> kCases[] = {
       {0, "Thu, 01 Jan 1970 00:00:00 GMT"},
       {784111777, "Sun, 06 Nov 1994 08:49:37 GMT"},
@@ -455,21 +467,21 @@ TEST(Response, SaysWhenTheContentWasChanged) {
   }
 }
 
-// 32 bits do not reach so far.
-TEST(Response, RefusesTimesOfYearsThatHaveNotFourDigits) {
+// With a 32-bit time_t there are no such years.
+TEST(Response, RefusesYearsWithoutFourDigits) {
   if constexpr (sizeof(std::time_t) > 4) {
     constexpr auto kLastSecond = static_cast<std::time_t>(253402300799);
     EXPECT_EQ("Last-Modified: Fri, 31 Dec 9999 23:59:59 GMT\r\n",
               linesOf([&](Response &response) { response.last_modified(kLastSecond); }));
     for (const std::time_t when : {kLastSecond + 1, std::numeric_limits<std::time_t>::max(),
                                    std::numeric_limits<std::time_t>::min()}) {
-      EXPECT_EQ("a time is none",
+      EXPECT_EQ("last_modified() takes the years 0 to 9999",
                 problemOf([&](Response &response) { response.last_modified(when); }));
     }
   }
 }
 
-TEST(Response, NamesAnAttachmentWhateverItsName) {
+TEST(Response, EscapesTheNameOfAnAttachment) {
   EXPECT_EQ(
       "Content-Disposition: attachment; filename*=UTF-8''gr%C3%BC%C3%9Fe%22%0D%0AX%3A%20y.txt\r\n",
       linesOf([](Response &response) { response.attachment("grüße\"\r\nX: y.txt"); }));
@@ -477,12 +489,12 @@ TEST(Response, NamesAnAttachmentWhateverItsName) {
 
 // ---- Cookies ------------------------------------------------------------------------------------
 
-TEST(SetCookie, IsForTheSiteAndHiddenFromScripts) {
+TEST(SetCookie, IsForTheWholeSiteAndHiddenFromScriptsByDefault) {
   EXPECT_EQ("Set-Cookie: a=b; Path=/; HttpOnly; SameSite=Lax\r\n", cookie(SetCookie("a", "b")));
   EXPECT_EQ("Set-Cookie: a=; Path=/; HttpOnly; SameSite=Lax\r\n", cookie(SetCookie("a", "")));
 }
 
-TEST(SetCookie, HasWhatWasAskedFor) {
+TEST(SetCookie, HasTheAttributesThatWereSet) {
   EXPECT_EQ(
       "Set-Cookie: a=b; Max-Age=60; Domain=a.example; Path=/b; Secure; HttpOnly; "
       "SameSite=Strict\r\n",
@@ -498,7 +510,7 @@ TEST(SetCookie, HasWhatWasAskedFor) {
             cookie(SetCookie("a", "b").secure().same_site(SameSite::none)));
 }
 
-TEST(SetCookie, LivesForAnyNumberOfSeconds) {
+TEST(SetCookie, AcceptsAnyMaxAge) {
   const std::pair<std::int64_t, std::string> kCases[] = {
       {0, "0"},
       {-1, "-1"},
@@ -517,7 +529,7 @@ TEST(SetCookie, EscapesItsValue) {
       cookie(SetCookie("a", "b; Secure,\"\\\r\né+%")));
 }
 
-TEST(SetCookie, ComesBackAsItWas) {
+TEST(SetCookie, IsReadBackUnchanged) {
   std::string value;
   for (int byte = 1; byte < 256; ++byte) value += static_cast<char>(byte);
   const std::string name = "aZ9!#$&'*-.^_`|~";
@@ -536,92 +548,93 @@ TEST(SetCookie, ComesBackAsItWas) {
   });
 }
 
-TEST(SetCookie, RefusesNamesThatAreNoneOrWouldComeBackAsOthers) {
+TEST(SetCookie, RefusesNamesThatAreInvalidOrWouldBeDecoded) {
   for (const std::string_view name : {""sv, "a b"sv, "a=b"sv, "a;b"sv, "a,b"sv, "a\r\nX: y"sv,
                                       "a\0"sv, "é"sv, "a%41"sv, "a+b"sv, "\"a\""sv, " a"sv}) {
-    EXPECT_EQ("a cookie has a name that is none", problemOf(SetCookie(name, "v"))) << name;
+    EXPECT_EQ("invalid cookie name", problemOf(SetCookie(name, "v"))) << name;
   }
 }
 
 TEST(SetCookie, RefusesAZeroByteInItsValue) {
-  EXPECT_EQ("a cookie's value has a zero byte", problemOf(SetCookie("a", "b\0c"sv)));
+  EXPECT_EQ("cookie value contains a zero byte", problemOf(SetCookie("a", "b\0c"sv)));
 }
 
-TEST(SetCookie, RefusesPathsThatAreNone) {
+TEST(SetCookie, RefusesInvalidPaths) {
   for (const std::string_view path :
        {""sv, "a"sv, "/a;b"sv, "/\r\n"sv, "/a b"sv, "/é"sv, "/\0"sv}) {
-    EXPECT_EQ("a cookie has a path that is none", problemOf(SetCookie("a", "b").path(path)));
+    EXPECT_EQ("invalid cookie path", problemOf(SetCookie("a", "b").path(path)));
   }
 }
 
-TEST(SetCookie, RefusesDomainsThatAreNone) {
+TEST(SetCookie, RefusesInvalidDomains) {
   for (const std::string_view domain : {"a b"sv, "a;b"sv, "a\r\n"sv, "é"sv, "a/b"sv, "a:1"sv}) {
-    EXPECT_EQ("a cookie has a domain that is none", problemOf(SetCookie("a", "b").domain(domain)));
+    EXPECT_EQ("invalid cookie domain", problemOf(SetCookie("a", "b").domain(domain)));
   }
 }
 
-TEST(SetCookie, RefusesWhatABrowserWouldNotTake) {
-  const char *const kNotSecure = "a cookie that has to be secure is not";
-  EXPECT_EQ(kNotSecure, problemOf(SetCookie("a", "b").same_site(SameSite::none)));
+TEST(SetCookie, RefusesCookiesThatBrowsersIgnore) {
+  EXPECT_EQ("SameSite::none cookies must be secure",
+            problemOf(SetCookie("a", "b").same_site(SameSite::none)));
+  const char *const kNotSecure = "__Host- and __Secure- cookies must be secure";
   EXPECT_EQ(kNotSecure, problemOf(SetCookie("__Secure-a", "b")));
   EXPECT_EQ(kNotSecure, problemOf(SetCookie("__Host-a", "b")));
   EXPECT_EQ(kNotSecure, problemOf(SetCookie("__host-a", "b")));
-  const char *const kNotHost = "a cookie named __Host- has a path or a domain";
+  const char *const kNotHost = "__Host- cookies must have path '/' and no domain";
   EXPECT_EQ(kNotHost, problemOf(SetCookie("__Host-a", "b").secure().path("/x")));
   EXPECT_EQ(kNotHost, problemOf(SetCookie("__Host-a", "b").secure().domain("a.example")));
 }
 
-TEST(SetCookie, HasThePrefixesThatABrowserChecks) {
+TEST(SetCookie, AcceptsProtectedPrefixes) {
   EXPECT_EQ("Set-Cookie: __Host-a=b; Path=/; Secure; HttpOnly; SameSite=Lax\r\n",
             cookie(SetCookie("__Host-a", "b").secure()));
   EXPECT_EQ("Set-Cookie: __Secure-a=b; Domain=x; Path=/y; Secure; HttpOnly; SameSite=Lax\r\n",
             cookie(SetCookie("__Secure-a", "b").secure().path("/y").domain("x")));
 }
 
-// ---- What fails ---------------------------------------------------------------------------------
+// ---- Failures -----------------------------------------------------------------------------------
 
-TEST(Response, TellsTheFirstOfSeveralProblems) {
-  EXPECT_EQ("a status is none",
+TEST(Response, ReportsTheFirstOfSeveralProblems) {
+  EXPECT_EQ("status must be 200 to 599",
             problemOf([](Response &response) { response.status(0).header("", "").redirect("x"); }));
 }
 
-TEST(Response, WithAPageThatIsRefusedIsAFailure) {
+TEST(Response, FailsIfThePageIsRefused) {
   Output out;
   Response response(out);
   response.header("X", "1");
   EXPECT_FALSE(response.send(Element("p", "text", tarn::Attribute("onclick", "x"))));
-  EXPECT_STREQ("an attribute for code is not Raw", response.problem());
+  EXPECT_STREQ("style, srcdoc and event attributes must be Raw", response.problem());
   EXPECT_EQ(kFailure, out.written());
 }
 
-TEST(Response, TellsThatTheDiskIsFull) {
+TEST(Response, ReportsAFullDisk) {
   FILE *full = std::fopen("/dev/full", "w");
   ASSERT_NE(nullptr, full);
   Response response(full);
   EXPECT_FALSE(response.send_text("text"));
-  EXPECT_STREQ("the answer was not written", response.problem());
+  EXPECT_STREQ("response could not be written", response.problem());
   std::fclose(full);
 }
 
-TEST(Response, TellsThatTheDiskIsFullForALargeBody) {
+TEST(Response, ReportsAFullDiskForALargeBody) {
   FILE *full = std::fopen("/dev/full", "w");
   ASSERT_NE(nullptr, full);
   Response response(full);
   EXPECT_FALSE(response.send_text(std::string(1 << 20, 'x')));
-  EXPECT_STREQ("the answer was not written", response.problem());
+  EXPECT_STREQ("response could not be written", response.problem());
   std::fclose(full);
 }
 
-TEST(Response, TellsThatItsOutputIsClosed) {
+TEST(Response, ReportsAClosedOutput) {
   tarn_test::asScript({}, "", [] {
     close(STDOUT_FILENO);
     Response response;
     EXPECT_FALSE(response.send_text("text"));
-    EXPECT_STREQ("the answer was not written", response.problem());
+    EXPECT_STREQ("response could not be written", response.problem());
   });
 }
 
-TEST(Response, TellsThatWhatWasPrintedBeforeWasNotWritten) {
+TEST(Response, ReportsAFailureOfEarlierOutput) {
   tarn_test::asScript({}, "", [] {
     const int full = open("/dev/full", O_WRONLY);
     dup2(full, STDOUT_FILENO);
@@ -633,16 +646,16 @@ TEST(Response, TellsThatWhatWasPrintedBeforeWasNotWritten) {
   });
 }
 
-TEST(Response, TellsOfARefusalRatherThanOfItsOutput) {
+TEST(Response, ReportsARefusalBeforeAFailedOutput) {
   FILE *full = std::fopen("/dev/full", "w");
   ASSERT_NE(nullptr, full);
   Response response(full);
   EXPECT_FALSE(response.status(0).send_text("text"));
-  EXPECT_STREQ("a status is none", response.problem());
+  EXPECT_STREQ("status must be 200 to 599", response.problem());
   std::fclose(full);
 }
 
-TEST(Response, IsWholeOrAFailureWhenMemoryRunsOut) {
+TEST(Response, IsCompleteOrFailsWhenAnAllocationFails) {
   const std::string longValue(300, 'x');
   const std::string path = "/" + longValue;
   const Element page("html", Element("body", longValue));
@@ -669,7 +682,7 @@ TEST(Response, IsWholeOrAFailureWhenMemoryRunsOut) {
     std::fclose(out);
     EXPECT_EQ(!memory.failed(), sent);
     EXPECT_EQ(memory.failed() ? kFailure : whole, text);
-    EXPECT_STREQ(memory.failed() ? "memory has run out" : nullptr, problem);
+    EXPECT_STREQ(memory.failed() ? "out of memory" : nullptr, problem);
   });
 }
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(CppString, BeginsEmptyOrWithAText) {
+TEST(CppString, IsEmptyOrBeginsWithAText) {
   const tarn::String empty;
   EXPECT_TRUE(empty);
   EXPECT_EQ("", empty.view());
@@ -19,7 +19,7 @@ TEST(CppString, BeginsEmptyOrWithAText) {
   EXPECT_FALSE(text.empty());
 }
 
-TEST(CppString, TakesAViewUpToItsEndOrAZeroByte) {
+TEST(CppString, CopiesAViewUpToItsEndOrAZeroByte) {
   tarn::String string(std::string_view("text", 2));
   EXPECT_EQ("te", string.view());
   EXPECT_TRUE(string.append(std::string_view("x\0y", 3)));
@@ -29,7 +29,7 @@ TEST(CppString, TakesAViewUpToItsEndOrAZeroByte) {
   EXPECT_EQ("text", string.view());
 }
 
-TEST(CppString, IsReplaced) {
+TEST(CppString, CanBeReplaced) {
   tarn::String string("old");
   EXPECT_TRUE(string.assign("a new and longer text"));
   EXPECT_EQ("a new and longer text", string.view());
@@ -60,7 +60,7 @@ TEST(CppString, Grows) {
   EXPECT_EQ(expected, string.view());
 }
 
-TEST(CppString, IsInsertedIntoUpToTheTextsZeroByte) {
+TEST(CppString, InsertsATextUpToItsZeroByte) {
   tarn::String string("ab");
   EXPECT_TRUE(string.insert(1, std::string_view("x\0y", 3)));
   EXPECT_EQ("axb", string.view());
@@ -70,7 +70,7 @@ TEST(CppString, IsInsertedIntoUpToTheTextsZeroByte) {
   EXPECT_EQ("long enough to need a new bufferaxb", string.view());
 }
 
-TEST(CppString, RefusesToBeInsertedIntoBeyondItsEnd) {
+TEST(CppString, RefusesToInsertBeyondItsEnd) {
   tarn::String string("ab");
   EXPECT_FALSE(string.insert(3, "x"));
   EXPECT_EQ("ab", string.view());
@@ -99,7 +99,7 @@ TEST(CppString, Shrinks) {
   EXPECT_EQ("x", string.view());
 }
 
-TEST(CppString, ThatWasMovedFromIsEmptyAndStaysSo) {
+TEST(CppString, StaysEmptyAfterAMove) {
   tarn::String string("text");
   const tarn::String other = std::move(string);
   EXPECT_FALSE(string);
@@ -113,7 +113,7 @@ TEST(CppString, ThatWasMovedFromIsEmptyAndStaysSo) {
   EXPECT_EQ("new", string.view());
 }
 
-TEST(CppString, TellsThatThereIsNoMemory) {
+TEST(CppString, ReportsFailedAllocations) {
   const std::string large(1000, 'x');
   tarn::String string("text");
   bool done = true;

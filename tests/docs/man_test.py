@@ -11,6 +11,8 @@ import tempfile
 import unittest
 from pathlib import Path
 
+from tree import changed_tree
+
 SOURCE = Path(os.environ["SOURCE"])
 SECTION = Path(os.environ["TREE"]) / "man3"
 CC = os.environ["CC"].split() + [
@@ -211,25 +213,10 @@ class Generator(unittest.TestCase):
     """What becomes of a header that was changed."""
 
     def generate(self, header, folder, **environment):
-        changed = Path(folder) / "tarn.h"
-        changed.write_text(header)
+        tree = changed_tree(folder, include={"tarn.h": header})
+        options = (os.environ["RELEASE"], os.environ["DATE"], tree / "man")
         return run(
-            sys.executable,
-            "-B",
-            SOURCE / "docs/man.py",
-            "--header",
-            changed,
-            "--pages",
-            SOURCE / "docs/pages.toml",
-            "--cpp-header",
-            SOURCE / "include/tarn.hpp",
-            "--cpp-notes",
-            SOURCE / "docs/cpp.toml",
-            "--release",
-            os.environ["RELEASE"],
-            "--date",
-            os.environ["DATE"],
-            Path(folder) / "man",
+            *(sys.executable, "-B", SOURCE / "docs/man.py", tree, *options),
             env={**os.environ, **environment},
         )
 

@@ -149,7 +149,7 @@ class MultipartForms(AbuseCase):
             variables = self.variables(lines) | script.post(MULTIPART, body)
             status, _, page, _ = script.run(lines.script, variables, body)
             self.assertEqual(415, status)
-            self.assertIn("ends at its first line", self.alert(page.decode()))
+            self.assertIn("sent as multipart/form-data", self.alert(page.decode()))
             self.assertFalse(os.path.exists(self.store))
 
 
@@ -165,7 +165,7 @@ class PlantedFiles(AbuseCase):
                 lambda: os.symlink("/dev/null", self.store),
             ):
                 plant()
-                self.assertIn("could not be kept", self.alert(self.send(lines, 500)))
+                self.assertIn("could not be saved", self.alert(self.send(lines, 500)))
                 status, _, _, _ = script.run(lines.script, GET | {lines.setting: self.store})
                 self.assertEqual(200 if lines.name == "contact" else 500, status)
                 os.remove(self.store)
@@ -237,7 +237,11 @@ class FullStores(AbuseCase):
         for number in range(FOLDER_FILES - 2):
             self.write(f"{self.uploads}/{number}", b"")
         page = self.upload(507, ("a", b"1"), ("b", b"2"), ("c", b"3"))
-        told = ["a: kept as a, 1 bytes", "b: kept as b, 1 bytes", "c: not kept, the folder is full"]
+        told = [
+            "a: saved as a, 1 bytes",
+            "b: saved as b, 1 bytes",
+            "c: not saved, the folder is full",
+        ]
         self.assertEqual(told, page.texts("li"))
         self.assertEqual(FOLDER_FILES, len(os.listdir(self.uploads)) - 1)
 
@@ -245,8 +249,8 @@ class FullStores(AbuseCase):
         self.write(f"{self.uploads}/large", b"")
         os.truncate(f"{self.uploads}/large", FOLDER_BYTES - 10)
         page = self.upload(507, ("a", b"1" * 11), ("b", b"2" * 10), ("c", b"3"))
-        full = "not kept, the folder is full"
-        self.assertEqual([f"a: {full}", "b: kept as b, 10 bytes", f"c: {full}"], page.texts("li"))
+        full = "not saved, the folder is full"
+        self.assertEqual([f"a: {full}", "b: saved as b, 10 bytes", f"c: {full}"], page.texts("li"))
 
 
 class ThousandsOfFiles(AbuseCase):

@@ -292,10 +292,10 @@ class Upload(BrowserCase):
         seen = re.sub("[\0-\x1f]", "\ufffd", seen)
         self.assertIn('Übung "a b"', seen)
         first, second = self.texts("#answer li")
-        name, _, kept = first.rpartition(": kept as ")
+        name, _, kept = first.rpartition(": saved as ")
         self.assertEqual(seen, name)
         self.assertRegex(kept, r"\A[A-Za-z0-9_][A-Za-z0-9_.-]*\.txt, 16 bytes\Z")
-        self.assertEqual("every.bin: kept as every.bin, 5120000 bytes", second)
+        self.assertEqual("every.bin: saved as every.bin, 5120000 bytes", second)
         harmless = kept.removesuffix(", 16 bytes")
         rows = iter(self.texts("td"))
         self.assertEqual({harmless: "16", "every.bin": "5120000"}, dict(zip(rows, rows)))
@@ -333,13 +333,13 @@ class Upload(BrowserCase):
         self.browser.save_screenshot(picture := os.path.join(self.home, "picture.png"))
         self.upload(picture)
         self.assertTrue(self.texts("p")[0].startswith(CUT))
-        self.assertEqual(["picture.png: kept as picture.png, 4 bytes"], self.texts("#answer li"))
+        self.assertEqual(["picture.png: saved as picture.png, 4 bytes"], self.texts("#answer li"))
 
     def test_runs_nothing_that_a_name_holds(self):
         name = "<img src=x onerror=alert(1)>'&quot;\".png"
         self.upload(self.file(name, b"1"))
         self.assertEqual([], self.find_all("img"))
-        self.assertIn("<img src=x onerror=alert(1)>'&quot;\".png: kept", self.texts("li")[0])
+        self.assertIn("<img src=x onerror=alert(1)>'&quot;\".png: saved", self.texts("li")[0])
 
     def test_tells_that_the_server_is_gone(self):
         self.visit("upload")

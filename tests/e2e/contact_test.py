@@ -16,9 +16,9 @@ HOSTILE = "\"'><script>alert(1)</script>&amp;<!--"
 URL_ENCODED = "application/x-www-form-urlencoded"
 GOOD = {"name": "Zoë", "email": "zoe@example.org", "message": "Kalt & klar\r\n湖"}
 LINE = "Zo%C3%AB zoe%40example.org Kalt%20%26%20klar%0D%0A%E6%B9%96"
-NAME = ["Please tell us your name, in 120 bytes at most."]
-EMAIL = ["An address is like name@example.org."]
-MESSAGE = ["Please write a message, of 4000 bytes at most."]
+NAME = ["Please enter your name (at most 120 bytes)."]
+EMAIL = ["Please enter an address like name@example.org."]
+MESSAGE = ["Please enter a message (at most 4000 bytes)."]
 
 
 class Contact(unittest.TestCase):
@@ -147,7 +147,7 @@ class ContactAlone(unittest.TestCase):
         status, _, page, _ = script.run(self.SCRIPT, variables, body)
         self.assertEqual(500, status)
         page = Page(page)
-        self.assertEqual(["Your message could not be kept."], page.texts("p", role="alert"))
+        self.assertEqual(["Your message could not be saved."], page.texts("p", role="alert"))
         self.assertEqual("Zoë", page.named("name")["attributes"]["value"])
 
     def test_head_has_no_body(self):

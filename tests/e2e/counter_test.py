@@ -73,7 +73,7 @@ class CounterAlone(unittest.TestCase):
                 file.write(content)
             status, _, page, _ = self.run_script({"REQUEST_METHOD": "GET"})
             self.assertEqual(500, status, content)
-            self.assertEqual(["The count cannot be kept."], Page(page).texts("p", role="alert"))
+            self.assertEqual(["The count could not be saved."], Page(page).texts("p", role="alert"))
             self.assertEqual(content, read(self.count))
 
     def test_disk_that_is_full_leaves_the_count_as_it_was(self):

@@ -24,7 +24,7 @@ FAILING = {
     if f"{name}_FAILING" in os.environ
 }
 SANITIZED = os.environ["SANITIZED"] == "ON"
-UNSURE = "may have been kept, or not", "the disk failed, perhaps kept as"
+UNSURE = "may or may not have been saved", "disk error, may have been saved as"
 
 
 class Run(NamedTuple):
@@ -204,7 +204,7 @@ class Uploads(FailureCase):
     def check(self, run, what):
         found = {name: data for name, data in self.kept().items() if name[0] != "."}
         self.assertEqual(self.BEFORE["b.bin"], found.pop("b.bin"), what)
-        told = re.findall("<bdi>(.*?)</bdi>: kept as (.*?), ([0-9]+) bytes", run.page)
+        told = re.findall("<bdi>(.*?)</bdi>: saved as (.*?), ([0-9]+) bytes", run.page)
         if run.status == 0 or UNSURE[1] in run.page:
             self.assertTrue(set(found.values()) <= set(FILES.values()), what)
             return

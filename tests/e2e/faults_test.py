@@ -212,7 +212,7 @@ class FullDisk(ServerCase):
         for lines in self.LINES:
             self.assertEqual([1], self.numbers(lines))
         self.assert_kept(before, self.folder)
-        self.assertIn("cannot keep a file: No space left on device", self.server.log())
+        self.assertIn("cannot save a file: No space left on device", self.server.log())
         os.remove(self.server.path("data/filler"))
         self.upload("d.bin", b"1")
         self.assertEqual(b"2\n", self.count(200))

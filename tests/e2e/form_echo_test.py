@@ -118,7 +118,7 @@ class FormEcho(unittest.TestCase):
         with open(path, "wb") as file:
             file.write(b"ab\0cd")
         lines = self.lines("-F", f"a=<{path}")
-        self.assertEqual("  a = ab (cut at a zero byte; 5 bytes)", lines[1])
+        self.assertEqual("  a = ab (truncated at a zero byte; 5 bytes)", lines[1])
 
     def test_head_has_no_body(self):
         answer = self.ask("--head")

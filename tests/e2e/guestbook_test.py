@@ -116,7 +116,7 @@ class Guestbook(unittest.TestCase):
         for name, message in (("", "text"), ("name", " \r\n"), ("n" * 121, "m"), ("n", "m" * 4001)):
             answer = self.write(name, message, "-d", "remember=on", status=400)
             page = Page(answer.body)
-            self.assertIn("A short name and a message, please.", page.texts("p"))
+            self.assertIn("Please enter a short name and a message.", page.texts("p"))
             self.assertEqual(name, page.named("name")["attributes"]["value"])
             self.assertEqual(message.strip(), page.named("message")["text"].strip())
         self.assertEqual([], self.book())
@@ -176,7 +176,7 @@ class GuestbookAlone(unittest.TestCase):
             before = file.read()
         status, _, page, _ = self.run_script(variables, body, largest_file=len(before) + 10)
         self.assertEqual(500, status)
-        self.assertIn("Your entry could not be kept.", Page(page).texts("p"))
+        self.assertIn("Your entry could not be saved.", Page(page).texts("p"))
         with open(self.path, "rb") as file:
             self.assertEqual(before, file.read())
         self.assertEqual(303, self.run_script(variables, body)[0])

@@ -159,7 +159,7 @@ class Poll(unittest.TestCase):
         visitor = self.new_visitor()
         for choice in ("", "beer", "tea%20coffee", "%3Cscript%3E", "Tea"):
             page = Page(self.vote(visitor, choice, status=400).body)
-            self.assertEqual(["Please choose one."], page.texts("p", role="alert"))
+            self.assertEqual(["Please choose an answer."], page.texts("p", role="alert"))
             self.assertNotIn("script", page.tags)
         self.assertEqual([0, 0, 0], self.counts())
 
@@ -190,7 +190,7 @@ class PollAlone(unittest.TestCase):
         variables |= {"TARN_POLL_FILE": folder, "HTTP_COOKIE": "visitor=" + "a" * 32}
         status, _, page, _ = script.run(POLL, variables, b"choice=tea")
         self.assertEqual(500, status)
-        self.assertEqual(["Your vote could not be kept."], Page(page).texts("p", role="alert"))
+        self.assertEqual(["Your vote could not be saved."], Page(page).texts("p", role="alert"))
 
     def test_votes_wait_for_each_other(self):
         path = os.path.join(self.enterContext(tempfile.TemporaryDirectory()), "votes")

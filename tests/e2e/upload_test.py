@@ -13,7 +13,7 @@ from servers.server import read
 
 UPLOAD = os.environ["UPLOAD"]
 HARMLESS = re.compile(r"[A-Za-z0-9_][A-Za-z0-9_.-]*")
-CUT = "A photo does not survive this form: Tarn keeps a file up to its first CR LF."
+CUT = "Do not upload photos here: Tarn truncates a file at its first CR LF."
 MULTIPART = "multipart/form-data; boundary=XYZ"
 
 
@@ -79,8 +79,8 @@ class Upload(unittest.TestCase):
         items, _ = self.upload_body(multipart(("every.bin", every), ("none.txt", b"")))
         self.assertEqual(
             [
-                "every.bin: kept as every.bin, 1024000 bytes",
-                "none.txt: kept as none.txt, 0 bytes",
+                "every.bin: saved as every.bin, 1024000 bytes",
+                "none.txt: saved as none.txt, 0 bytes",
             ],
             items,
         )
@@ -88,7 +88,7 @@ class Upload(unittest.TestCase):
 
     def test_file_with_a_cr_lf_is_kept_as_far_as_tarn_keeps_it(self):
         items, _ = self.upload_body(multipart(("a.txt", b"one\r\ntwo")))
-        self.assertEqual(["a.txt: kept as a.txt, 3 bytes"], items)
+        self.assertEqual(["a.txt: saved as a.txt, 3 bytes"], items)
         self.assertEqual({"a.txt": b"one"}, self.kept())
 
     def test_hostile_names_become_harmless_ones(self):
@@ -127,7 +127,7 @@ class Upload(unittest.TestCase):
 
     def test_names_are_shown_as_text(self):
         items, _ = self.upload_body(multipart(("<b>&amp;'.txt", b"1")))
-        self.assertEqual(["<b>&amp;'.txt: kept as _b__amp__.txt, 1 bytes"], items)
+        self.assertEqual(["<b>&amp;'.txt: saved as _b__amp__.txt, 1 bytes"], items)
 
     def listed(self):
         """The names and sizes in the page's list, and where its links lead."""
@@ -216,12 +216,12 @@ class Upload(unittest.TestCase):
         )
 
     def test_fields_alone_keep_nothing(self):
-        self.assertEqual(([], ["No file came."]), self.upload("-F", "file=text"))
+        self.assertEqual(([], ["No file was sent."]), self.upload("-F", "file=text"))
         self.assertEqual({}, self.kept())
 
     def test_form_that_is_no_upload_is_refused(self):
         _, problem = self.upload("-d", "file=text", status=415)
-        self.assertEqual(["This form has no files, so nothing was kept."], problem)
+        self.assertEqual(["This form has no files, so nothing was saved."], problem)
 
     def test_file_without_a_type_is_told_as_not_kept(self):
         body = (
@@ -229,7 +229,7 @@ class Upload(unittest.TestCase):
             b"1\r\n--XYZ--\r\n"
         )
         items, problem = self.upload_body(body, status=400)
-        self.assertEqual(["File 1 has no Content-Type, so no file was kept."], problem)
+        self.assertEqual(["File 1 has no Content-Type, so no file was saved."], problem)
         self.assertEqual(([], {}), (items, self.kept()))
 
     def test_file_without_a_type_keeps_those_beside_it_out(self):
@@ -237,7 +237,7 @@ class Upload(unittest.TestCase):
         whole = multipart(("a.txt", b"1"))
         body = whole.removesuffix(b"--XYZ--\r\n") + untyped + multipart(("b.txt", b"2"))
         _, problem = self.upload_body(body, status=400)
-        self.assertEqual(["File 2 has no Content-Type, so no file was kept."], problem)
+        self.assertEqual(["File 2 has no Content-Type, so no file was saved."], problem)
         self.assertEqual({}, self.kept())
 
 
@@ -261,7 +261,7 @@ class UploadAlone(unittest.TestCase):
             variables = script.post(MULTIPART, body)
             status, _, page, _ = self.run_script(variables, body[:length])
             self.assertEqual(400, status, body[:length])
-            self.assertIn(b"did not arrive whole", page)
+            self.assertIn(b"did not arrive completely", page)
         self.assertEqual([], os.listdir(self.folder))
 
     def test_disk_that_is_full_keeps_no_part_of_a_file(self):
@@ -271,7 +271,7 @@ class UploadAlone(unittest.TestCase):
         )
         self.assertEqual(500, status)
         self.assertEqual(
-            ["a.bin: not kept", "b.bin: kept as b.bin, 100 bytes"], Page(page).texts("li")
+            ["a.bin: not saved", "b.bin: saved as b.bin, 100 bytes"], Page(page).texts("li")
         )
         self.assertEqual({"b.bin": b"b" * 100}, kept(self.folder))
         self.assertIn("File too large", log)

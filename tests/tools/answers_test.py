@@ -40,7 +40,7 @@ class AnswerTest(ToolTest):
             self.answered(output),
             (
                 b"HTTP/1.1 500 Internal Server Error\n\n" + output,
-                [complaint + "; a server answers 500"],
+                [complaint + "; a server would answer 500"],
             ),
         )
 
@@ -162,7 +162,10 @@ class AnswerShownByCurl(AnswerTest):
         self.assertEqual(ran.output, b"HTTP/1.1 500 Internal Server Error\r\n\r\nhello")
         self.assertEqual(
             ran.errors,
-            ["tarn-run: no header block: the output begins with 'hello'; a" " server answers 500"],
+            [
+                "tarn-run: no header block: the output begins with 'hello';"
+                " a server would answer 500"
+            ],
         )
 
     def test_that_curl_cannot_write_is_told(self):
@@ -177,7 +180,7 @@ class AnswerShownByCurl(AnswerTest):
         ran = self.run_tool("-m", "1", script)
         self.assertEqual(
             (ran.status, ran.errors[-1]),
-            (125, "tarn-run: curl did not wait for the answer (status 28); the script was ended"),
+            (125, "tarn-run: curl exited before the response (status 28); the script was stopped"),
         )
         self.assertFalse(living(int((self.folder / "slow-id").read_text())))
 
@@ -199,14 +202,14 @@ class OutputThatIsNoAnswer(AnswerTest):
         self.cannot_use(r"no header block: the output begins with '\xffë\x00'", b"\xff\xc3\xab\0")
 
     def test_has_a_header_block_without_an_end(self):
-        self.cannot_use("no empty line ends the header block", TYPE)
-        self.cannot_use("no empty line ends the header block", TYPE + b"X: y")
+        self.cannot_use("the header block does not end with an empty line", TYPE)
+        self.cannot_use("the header block does not end with an empty line", TYPE + b"X: y")
 
     def test_has_a_malformed_header(self):
         for line in (b"<html>", b"X", b"X y: z", b": z", b" folded", b"X : y", b"\xc3\xab: z"):
             text = repr(line.decode())
             self.cannot_use(
-                f'line 2 of the header block is no "NAME: VALUE": {text}',
+                f'line 2 of the header block is not "NAME: VALUE": {text}',
                 TYPE + line + b"\nY: z\n\nbody",
             )
 
@@ -214,14 +217,15 @@ class OutputThatIsNoAnswer(AnswerTest):
         for character in b"\0\1\x1b\r\x7f":
             line = b"X: a%cb" % character
             self.cannot_use(
-                "line 2 of the header block has a control character: " f"{line.decode()!r}",
+                "line 2 of the header block contains a control character: " f"{line.decode()!r}",
                 TYPE + line + b"\r\n\r\nbody",
             )
 
     def test_has_a_status_that_is_none(self):
         for status in (b"", b"20", b"2000", b"OK", b"200OK", b"199", b"600", b"HTTP/1.1 200 OK"):
             self.cannot_use(
-                "the Status is no number from 200 to 599 and a reason: " f"{status.decode()!r}",
+                "Status must be a number from 200 to 599 and an optional reason: "
+                f"{status.decode()!r}",
                 b"Status: " + status + b"\n" + TYPE + b"\n",
             )
 
@@ -245,7 +249,7 @@ class Complaint(AnswerTest):
             twice = f"{name}: {value}\n{name.lower()}: {value}\n".encode()
             type = b"" if name == "Content-Type" else TYPE
             self.complains(
-                f"2 headers {name}: servers differ in which of them counts",
+                f"2 {name} headers: servers differ in which one they use",
                 twice + type + b"\nbody",
             )
         self.shows(
@@ -256,7 +260,7 @@ class Complaint(AnswerTest):
     def test_is_made_of_a_length_that_is_not_the_bodys(self):
         for length in ("3", "5", "x", ""):
             self.complains(
-                f"Content-Length is '{length}', and the body has 4 bytes",
+                f"Content-Length is '{length}', but the body has 4 bytes",
                 f"Content-Length: {length}\n".encode() + TYPE + b"\nbody",
             )
         self.shows(
@@ -274,7 +278,7 @@ class Complaint(AnswerTest):
             self.answered(TYPE + b"\nbody", "-I"),
             (
                 b"HTTP/1.1 200 OK\n" + TYPE + b"\n",
-                ["a server drops the body (4 bytes): an answer to HEAD has none"],
+                ["a server would drop the body (4 bytes): a response to HEAD has none"],
             ),
         )
         for status, reason in ((204, b"No Content"), (304, b"Not Modified")):
@@ -282,7 +286,10 @@ class Complaint(AnswerTest):
                 self.answered(b"Status: %d\n" % status + TYPE + b"\nbody"),
                 (
                     b"HTTP/1.1 %d %s\n" % (status, reason) + TYPE + b"\n",
-                    [f"a server drops the body (4 bytes): an answer of status {status} has none"],
+                    [
+                        "a server would drop the body (4 bytes):"
+                        f" a response with status {status} has none"
+                    ],
                 ),
             )
 
@@ -305,7 +312,7 @@ class End(AnswerTest):
                 b"HTTP/1.1 500 Internal Server Error\n\n",
                 [
                     "oh no",
-                    "tarn-run: the script printed nothing; a server answers 500",
+                    "tarn-run: the script printed nothing; a server would answer 500",
                     "tarn-run: the script failed (status 9)",
                 ],
             ),
@@ -328,9 +335,9 @@ class End(AnswerTest):
         self.assertEqual(
             errors,
             [
-                "tarn-run: a process that the script left behind keeps the output open;"
-                " a server waits for it too",
-                r"tarn-run: output after the script has ended: 'late\n'",
+                "tarn-run: a process that the script started keeps the output open;"
+                " a server would wait for it too",
+                r"tarn-run: output after the script exited: 'late\n'",
             ],
         )
 
@@ -346,22 +353,28 @@ class End(AnswerTest):
 class Script(AnswerTest):
     def test_that_is_not_there_is_told(self):
         self.assertEqual(self.refused("./none", status=127), "tarn-run: ./none: no such file")
-        self.assertEqual(self.refused(".", status=127), "tarn-run: .: a folder")
+        self.assertEqual(self.refused(".", status=127), "tarn-run: .: is a folder")
 
     def test_that_cannot_be_run_is_told_with_the_reason(self):
         self.file("script", "#!/bin/sh\n").chmod(0o644)
         self.assertEqual(
             self.refused("script", status=126),
-            "tarn-run: script: not executable (chmod +x lets a server run it)",
+            "tarn-run: script: not executable (use chmod +x)",
         )
         for content, reason in (
-            (b"#!/bin/none\n", "its interpreter is not there, or cannot be run: '#!/bin/none'"),
-            (b"#!/bin/sh\r\n", r"its interpreter is not there, or cannot be run: '#!/bin/sh\r'"),
+            (
+                b"#!/bin/none\n",
+                "the interpreter in its first line is missing or cannot be run: '#!/bin/none'",
+            ),
+            (
+                b"#!/bin/sh\r\n",
+                r"the interpreter in its first line is missing or cannot be run: '#!/bin/sh\r'",
+            ),
             (
                 b"hello\n",
-                'no program of this machine, and no line "#!INTERPRETER" at its' " beginning",
+                'not a program for this machine, and it does not start with "#!INTERPRETER"',
             ),
-            (b"", 'no program of this machine, and no line "#!INTERPRETER" at its beginning'),
+            (b"", 'not a program for this machine, and it does not start with "#!INTERPRETER"'),
         ):
             self.file("script", content).chmod(0o755)
             self.assertEqual(self.refused("script", status=126), f"tarn-run: script: {reason}")

@@ -63,7 +63,7 @@ class Pages(ToolTest):
         self.assertEqual([name for name, options in found.items() if not options], [])
         refused = {option for options in found.values() for option in options}
         for option in refused:
-            self.assertIn(f"{option} is not for tarn-run", self.refused(option, "a", "dump"))
+            self.assertIn(f"{option} is not supported", self.refused(option, "a", "dump"))
         letters = {"-K", "-L", "-:", "-Z", "-O", "-x", "-U", "-p"}
         self.assertEqual(
             set(self.completed("-")), self.options() | self.options_of_curl() - refused - letters

@@ -45,7 +45,7 @@ class Limits(ToolTest):
         self.assertEqual(
             ran.errors,
             [
-                "tarn-run: the script printed nothing; a server answers 504",
+                "tarn-run: the script printed nothing; a server would answer 504",
                 "tarn-run: the script took longer than 0.2 s and was stopped",
             ],
         )
@@ -88,7 +88,10 @@ class Limits(ToolTest):
         )
         self.assertEqual(
             (ran.status, ran.errors),
-            (125, [f"tarn-run: --memory: more than the {low} bytes that tarn-run itself may have"]),
+            (
+                125,
+                [f"tarn-run: --memory: exceeds the limit of {low} bytes that tarn-run itself has"],
+            ),
         )
 
 
@@ -155,7 +158,7 @@ class Repeated(ToolTest):
             '[ "$(wc -l <different-runs)" -ne 2 ] || echo more\n',
         )
         ran = self.run_tool("--repeat", "3", script)
-        self.assertEqual(ran.errors[1:], ["tarn-run: run 2 printed something else than the first"])
+        self.assertEqual(ran.errors[1:], ["tarn-run: run 2 printed something different from run 1"])
 
 
 class Ended(ToolTest):

@@ -369,7 +369,7 @@ class Environment(ToolTest):
         ran = self.run_tool("-H", "Proxy: evil", self.dump)
         self.assertNotIn(b"HTTP_PROXY", ran.output)
         self.assertEqual(
-            ran.errors, ["tarn-run: the header Proxy does not reach a script: servers drop it"]
+            ran.errors, ["tarn-run: the Proxy header is not passed to the script: servers drop it"]
         )
 
 
@@ -460,8 +460,8 @@ class Mistakes(ToolTest):
     def test_have_a_status_of_their_own_and_tell_the_reason(self):
         self.file("bad", "tarn-record 2\n")
         for options, reason in (
-            ([], "which script?"),
-            (["-d", "a", "--"], "which script?"),
+            ([], "no script given"),
+            (["-d", "a", "--"], "no script given"),
             (["--nothing", "dump"], "unknown option --nothing"),
             (["dump", "--nothing"], "unknown option --nothing"),
             (["--dat", "a", "dump"], "unknown option --dat"),
@@ -469,40 +469,40 @@ class Mistakes(ToolTest):
             (["--=a", "dump"], "unknown option --"),
             (["-d"], "--data needs an argument"),
             (["dump", "--query"], "--query needs an argument"),
-            (["--https=on", "dump"], "--https takes no argument"),
-            (["--get=a", "dump"], "--get takes no argument"),
+            (["--https=on", "dump"], "--https does not take an argument"),
+            (["--get=a", "dump"], "--get does not take an argument"),
             (["-F", "a", "dump"], "Illegally formatted input field"),
             (["-F", "a=@none", "dump"], "curl: (26) "),
             (["-F", "a=b", "-d", "c", "dump"], "only select one HTTP request"),
             (["-G", "-d", "a b", "dump"], "curl: (3) "),
-            (["-O", "dump"], "--remote-name is not for tarn-run"),
-            (["-L", "dump"], "--location is not for tarn-run"),
-            (["--url", "http://localhost/", "dump"], "--url is not for tarn-run"),
-            (["-:", "dump"], "--next is not for tarn-run"),
-            (["-K", "dump", "dump"], "--config is not for tarn-run"),
-            (["-i", "--body", "dump"], "--body does not go with"),
-            (["-H", "nothing", "dump"], "nothing: a header is NAME: VALUE"),
-            (["-H", ": a", "dump"], ": a: a header is NAME: VALUE"),
-            (["--env", "A", "dump"], "A: a variable is NAME=VALUE"),
-            (["--env", "=A", "dump"], "=A: a variable is NAME=VALUE"),
-            (["--path-info", "a", "dump"], 'a: must begin with "/"'),
+            (["-O", "dump"], "--remote-name is not supported"),
+            (["-L", "dump"], "--location is not supported"),
+            (["--url", "http://localhost/", "dump"], "--url is not supported"),
+            (["-:", "dump"], "--next is not supported"),
+            (["-K", "dump", "dump"], "--config is not supported"),
+            (["-i", "--body", "dump"], "--body cannot be combined with"),
+            (["-H", "nothing", "dump"], "nothing: expected NAME: VALUE"),
+            (["-H", ": a", "dump"], ": a: expected NAME: VALUE"),
+            (["--env", "A", "dump"], "A: expected NAME=VALUE"),
+            (["--env", "=A", "dump"], "=A: expected NAME=VALUE"),
+            (["--path-info", "a", "dump"], 'a: must start with "/"'),
             (["--timeout", "0", "dump"], "--timeout 0: must be a number of seconds"),
             (["--timeout", "nan", "dump"], "--timeout nan: must be a number of seconds"),
             (["--memory", "1T", "dump"], "--memory 1T: must be a size"),
-            (["--repeat", "0", "dump"], "--repeat 0: must be a number from 1"),
-            (["--cut", "-1", "dump"], "--cut -1: must be a number from 0"),
-            (["--cut", "9" * 5000, "dump"], "must be a number from 0"),
-            (["--cut", "4", "-d", "abc", "dump"], "--cut 4: the body has 3 bytes"),
+            (["--repeat", "0", "dump"], "--repeat 0: must be a whole number, 1 or greater"),
+            (["--cut", "-1", "dump"], "--cut -1: must be a whole number, 0 or greater"),
+            (["--cut", "9" * 5000, "dump"], "must be a whole number, 0 or greater"),
+            (["--cut", "4", "-d", "abc", "dump"], "--cut 4: the body has only 3 bytes"),
             (["--chdir", "none", "dump"], "--chdir none: no such folder"),
-            (["--exec", "", "dump"], "--exec: no command"),
-            (["--secrets", "dump"], "--secrets goes with --show"),
+            (["--exec", "", "dump"], "--exec: the command is empty"),
+            (["--secrets", "dump"], "--secrets can only be used with --show"),
             (["--show", "bad", "dump"], "--show prints a record"),
             (["--show", "bad", "-d", "a"], "--show prints a record"),
-            (["--show", "bad"], "bad: no record of a request"),
+            (["--show", "bad"], "bad: not a recorded request"),
             (["--show", "none"], "none: No such file or directory"),
             (["--exec", "a 'b", "dump"], "a 'b: No closing quotation"),
             (["--replay", "none", "dump"], "none: No such file or directory"),
-            (["--replay", "bad", "dump"], "bad: no record of a request"),
+            (["--replay", "bad", "dump"], "bad: not a recorded request"),
             (["--record", "none/a", "dump"], "none/a: No such file or directory"),
             (["--record", ".", "dump"], "--record .: "),
         ):
@@ -544,7 +544,7 @@ class Mistakes(ToolTest):
         for option in options:
             words = [*option.split(), "-u", "a:b", "dump"]
             self.assertIn(
-                " is not for tarn-run, which receives the request on a socket of its own",
+                " is not supported: tarn-run receives one request on its own socket",
                 self.refused(*words),
                 option,
             )
@@ -552,7 +552,7 @@ class Mistakes(ToolTest):
     def test_of_a_zero_byte_that_no_variable_can_hold_are_told(self):
         ran = self.run_tool("--request-target", "/dump/a%00b", "dump")
         self.assertEqual(ran.status, 125)
-        self.assertIn("no variable can hold a zero byte", ran.errors[-1])
+        self.assertIn("variables cannot contain a zero byte", ran.errors[-1])
 
     def test_in_a_query_are_encoded_and_told(self):
         ran = self.run_tool("--query", 'a b#\x7f"%<é', "dump")
@@ -570,7 +570,7 @@ class Mistakes(ToolTest):
         )
         self.assertEqual(
             (ran.status, ran.errors),
-            (0, ["tarn-run: the body has no boundary 'QQ', as its Content-Type says"]),
+            (0, ["tarn-run: the body does not contain the boundary of its Content-Type, 'QQ'"]),
         )
         self.assertEqual(
             self.given(
@@ -585,7 +585,7 @@ class Mistakes(ToolTest):
         ran = self.run_tool("dump", env=environment)
         self.assertEqual(
             (ran.status, ran.errors),
-            (125, ["tarn-run: curl, which sends the request, is not installed"]),
+            (125, ["tarn-run: curl is not installed; tarn-run needs it to send the request"]),
         )
         self.file("record", b"tarn-record 1\nPATH=/usr/bin:/bin\0\0a")
         self.assertEqual(self.given("--replay", "record", env=environment).body, b"a")
@@ -607,13 +607,16 @@ class Curl(ToolTest):
     def test_that_fails_before_it_has_asked_is_the_end(self):
         ran = self.run_tool("-F", "a=@none", self.dump)
         self.assertEqual((ran.status, ran.output), (125, b""))
-        self.assertEqual(ran.errors[-1], "tarn-run: curl sent no request (status 26)")
+        self.assertEqual(
+            ran.errors[-1], "tarn-run: curl failed without sending a request (status 26)"
+        )
 
     def test_that_lists_its_options_otherwise_is_told(self):
         self.script("curl", "#!/bin/sh\necho nothing\n")
         ran = self.run_tool("-d", "a", self.dump, env={"PATH": str(self.folder)})
         self.assertEqual(
-            (ran.status, ran.errors), (125, ['tarn-run: "curl --help all" lists no options'])
+            (ran.status, ran.errors),
+            (125, ['tarn-run: "curl --help all" did not list any options']),
         )
 
     def test_is_the_only_one_that_is_listened_to(self):
