@@ -166,7 +166,7 @@ TEST(ByteBufferWithoutMemory, SetDataReportsItAndLosesTheContents) {
 }
 
 TEST(ByteBufferWithoutMemory, SetDataOfTheLargestLengthReportsIt) {
-  // Address space that the length covers and no memory stands behind.
+  // Reserves address space for the length, without memory.
   void *const data =
       mmap(nullptr, UINT32_MAX, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (data == MAP_FAILED) GTEST_SKIP() << "no address space for it";
