@@ -43,8 +43,8 @@ html_search_scorer = str(DOCS / "site/scorer.js")
 html_show_sourcelink = html_copy_source = html_show_copyright = False
 html_show_search_summary = False  # a browser does not let a page on the disk read another
 html_theme_options = {"top_of_page_button": None}
-pygments_style = "friendly"
-pygments_dark_style = "monokai"
+pygments_style = "default"
+pygments_dark_style = "github-dark"
 
 
 def add_theme_files(app):

@@ -85,6 +85,7 @@ class Names:
         for kind, content in model.pieces(text):
             if kind in ("plain", "quotation"):
                 content = re.sub(r"([\\*`|<>]|_(?!\w)|(?<=:)/(?=/))", r"\\\1", content)
+                content = re.sub(r"\bquirk (\d+)", r":ref:`quirk \1 <quirk-\1>`", content)
                 made += self.plain.sub(lambda name: self.role(name[0], owner), content)
             else:
                 made += self.role(content + "()" * (kind == "function"), owner)

@@ -70,7 +70,7 @@ printf 'a=1&b=x%%20y' | REQUEST_METHOD=POST CONTENT_LENGTH=11 \
   CONTENT_TYPE=application/x-www-form-urlencoded ./form-echo >/packages/printed-form
 tarn-run -d 'a=1&b=x%20y' ./form-echo >/packages/printed-by-run
 zcat /usr/share/man/man3/Tarn_getFile.3.gz | grep -q 'Nm Tarn_getFile'
-grep -q Tarn_getFile /usr/share/doc/tarn/html/Tarn_getFile.html
+grep -q Tarn_getFile /usr/share/doc/tarn/html/c/Tarn_getFile.html
 apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-dev tarn-doc tarn-tools >apt.log \
   </dev/null
 find / -xdev -path /packages -prune -o -name '*tarn*' -print >/packages/left

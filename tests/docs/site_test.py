@@ -192,7 +192,7 @@ class Cpp(unittest.TestCase):
 
     def declared(self):
         """The public functions of each class, by a way of its own."""
-        detail = "".join(re.findall(r"(?ms)^namespace detail \{.*?^\}  ", self.CODE))
+        detail = "".join(re.findall(r"(?ms)^namespace (?:tarn::)?detail \{.*?^\}  ", self.CODE))
         found = {}
         for name, body in re.findall(r"(?m)^class (\w+)\b[^;{]*\{(.*?)^\};", self.CODE, re.DOTALL):
             if re.search(rf"\n(// .*\n)*(template.*\n)?class {name}\b", detail):
@@ -282,7 +282,7 @@ class Cpp(unittest.TestCase):
             code = "\n".join(block for block in listings(page) if "main(" in block)
             for signature in signatures(page):
                 member = re.search(r"(operator(?: bool|\[\])|\w+)\(|\w+ = ", signature)
-                left_out = ("begin", "end", "empty", "Owned", "Lent", "Range", "Object", "List")
+                left_out = ("begin", "end", "empty", "Owned", "NodeView", "Range", "Object", "List")
                 if not member or "= delete" in signature or member[1] in left_out:
                     continue
                 member = member[1] or member[0].removesuffix(" = ")
@@ -445,7 +445,7 @@ class Generator(unittest.TestCase):
         self.refuses(reason, include=self.changed(before, after))
 
     def test_refuses_a_public_member_for_c_plus_plus_without_documentation(self):
-        error = "  /** Why it is not: a number of <cerrno>, such as EEXIST; 0 when it is. */\n"
+        error = "  /** Why it was not: an errno value such as EEXIST; 0 if it was. */\n"
         self.refuses_cpp("Saved::error(): not documented", error, "")
         clone = "  /** A copy with all that belongs to the object. */\n"
         self.refuses_cpp("Owned::clone(): not documented", clone, "")
@@ -465,7 +465,7 @@ class Generator(unittest.TestCase):
                 made = self.generate(folder, include=include)
                 self.assertEqual(made.returncode, 1, line)
                 self.assertRegex(made.stderr, r"tarn\.hpp: tarn/element\.hpp: line \d+: ", line)
-        before = "  /** Why it is not: a number of <cerrno>"
+        before = "  /** Why it was not: an errno value"
         self.refuses_cpp(
             "not understood: int open", before, "  /** Open. */\n  int open = 0;\n" + before
         )
@@ -480,8 +480,8 @@ class Generator(unittest.TestCase):
     def test_refuses_a_reference_to_a_member_that_is_not_there(self):
         self.refuses_cpp(
             "no page describes Response::biscuit()",
-            "A cookie to be set, for Response::cookie().",
-            "A cookie to be set, for Response::biscuit().",
+            "A cookie to set, for Response::cookie().",
+            "A cookie to set, for Response::biscuit().",
         )
 
 

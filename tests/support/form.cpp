@@ -113,7 +113,7 @@ void Request::empty() {
   TarnHandle entriesOfIt = entryList();
   TarnHandle filesOfIt = fileList();
   FormEntryList_clear(&entriesOfIt);
-  // Clearing a file list would delete the list; its files go one by one, then the words.
+  // Clearing a file list would delete the list, so delete its files one by one and clear the node.
   for (uint32_t i = 0; i < static_cast<uint32_t>(FormFileList_getCount(&filesOfIt)); ++i) {
     TarnHandle file = FormFileList_getByIndex(&filesOfIt, i);
     CGIgs_delete(&file, TARN_FORM_FILE_MAGIC);
@@ -121,7 +121,7 @@ void Request::empty() {
   CGIgs_clear(&filesOfIt, TARN_FORM_FILE_LIST_MAGIC);
 }
 
-Form Request::taken() {
+Form Request::takeForm() {
   Form held = form();
   empty();
   return held;
@@ -163,23 +163,23 @@ void feedStandardInput(std::string_view body, After after) {
 
 namespace {
 
-// Where the handler tells of signals, and how many it takes until one has come to a script that waits
-// for input, and not on its way there.
-int signalled[2];
+// The pipe on which the handler reports signals, and how many are needed so that at least one
+// arrives while the script is waiting for input.
+int signalPipe[2];
 constexpr int kEnoughSignals = 20;
 
-void tell(int) {
+void reportSignal(int) {
   const int before = errno;
-  (void)!write(signalled[1], "", 1);
+  (void)!write(signalPipe[1], "", 1);
   errno = before;
 }
 
 [[noreturn]] void sendInHalves(int pipe, const std::string &body) {
-  close(signalled[1]);
+  close(signalPipe[1]);
   for (size_t i = 0; i < body.size(); ++i) {
     char told = 0;
     for (int signals = i == body.size() / 2 ? kEnoughSignals : 0; signals > 0; --signals) {
-      if (read(signalled[0], &told, 1) != 1) _exit(1);
+      if (read(signalPipe[0], &told, 1) != 1) _exit(1);
     }
     if (write(pipe, &body[i], 1) != 1) _exit(1);
   }
@@ -191,9 +191,9 @@ void tell(int) {
 InputThroughSignals::InputThroughSignals(const std::string &body, int flags) {
   int input[2];
   EXPECT_EQ(0, pipe(input));
-  EXPECT_EQ(0, pipe(signalled));
-  // Nobody reads after the first.
-  EXPECT_EQ(0, fcntl(signalled[1], F_SETFL, O_NONBLOCK));
+  EXPECT_EQ(0, pipe(signalPipe));
+  // The sender stops reading at some point.
+  EXPECT_EQ(0, fcntl(signalPipe[1], F_SETFL, O_NONBLOCK));
   sender_ = fork();
   EXPECT_GE(sender_, 0);
   if (sender_ == 0) sendInHalves(input[1], body);
@@ -201,7 +201,7 @@ InputThroughSignals::InputThroughSignals(const std::string &body, int flags) {
   close(input[0]);
   close(input[1]);
   struct sigaction action {};
-  action.sa_handler = tell;
+  action.sa_handler = reportSignal;
   action.sa_flags = flags;
   EXPECT_EQ(0, sigaction(SIGALRM, &action, nullptr));
   const itimerval often{{0, 1000}, {0, 1000}};
@@ -211,15 +211,15 @@ InputThroughSignals::InputThroughSignals(const std::string &body, int flags) {
 InputThroughSignals::~InputThroughSignals() {
   const itimerval never{};
   EXPECT_EQ(0, setitimer(ITIMER_REAL, &never, nullptr));
-  // Nobody tells the sender any more, should it still wait.
-  close(signalled[0]);
-  close(signalled[1]);
+  // Unblocks the sender if it is still waiting for signals.
+  close(signalPipe[0]);
+  close(signalPipe[1]);
   int status = 1;
   EXPECT_EQ(sender_, waitpid(sender_, &status, 0));
-  EXPECT_EQ(0, status) << "all of it was sent, the second half after signals";
+  EXPECT_EQ(0, status) << "the sender failed to send the body";
 }
 
-void withEveryHandleBut(uint32_t leftOut, const std::function<void(TarnHandle *)> &look) {
+void withEveryHandleExcept(uint32_t leftOut, const std::function<void(TarnHandle *)> &look) {
   look(nullptr);
   TarnHandle none = 0;
   look(&none);

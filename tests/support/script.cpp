@@ -12,7 +12,7 @@
 namespace tarn_test {
 namespace {
 
-// Ends quietly when the script stops reading.
+// Stops quietly if the script stops reading.
 void feed(int pipe, std::string_view body) {
   auto *const before = std::signal(SIGPIPE, SIG_IGN);
   while (!body.empty()) {

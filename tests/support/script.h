@@ -1,5 +1,5 @@
-// Runs code the way a web server runs a script: in a process of its own, with an environment set
-// from scratch, the body on standard input and a limit of processor time.
+// Runs code the way a web server runs a script: in its own process, with a new environment, the
+// body on standard input and a limit of processor time.
 #ifndef TARN_TESTS_SUPPORT_SCRIPT_H
 #define TARN_TESTS_SUPPORT_SCRIPT_H
 

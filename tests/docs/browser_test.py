@@ -1,0 +1,293 @@
+#!/usr/bin/env python3
+"""The site in Chromium, from the disk: the search finds what people look for, and every page can be
+read, on a desk and on a phone, in light and in dark.
+
+Screenshots go into the folder that SCREENSHOTS names.
+"""
+
+import base64
+import json
+import os
+import re
+import tempfile
+import unittest
+import urllib.parse
+from pathlib import Path
+
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.support.wait import WebDriverWait
+
+TREE = Path(os.environ["TREE"])
+SHOTS = Path(os.environ["SCREENSHOTS"])
+DESK, PHONE = (1280, 900), (390, 844)
+FLAGS = (
+    *("headless=new", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run"),
+    *("disable-background-networking", "disable-component-update", "disable-sync"),
+    *("disable-dev-shm-usage", "hide-scrollbars", "lang=en"),
+)
+PAGES = sorted(str(path.relative_to(TREE)) for path in TREE.rglob("*.html"))
+# A page of each kind.
+KINDS = (
+    *("index", "guide/first-script", "guide/uploads", "guide/deploying", "robustness"),
+    *("performance", "c/index", "c/which-function", "c/cheat-sheet", "c/conventions", "c/request"),
+    *("c/Tarn_findEntries", "c/TARNString_append_sprintf", "cpp/index", "cpp/Request"),
+    *("cpp/Element", "cpp/shared", "tools/tarn-run", "examples", "genindex", "search"),
+)
+SEARCHES = {
+    "upload": "guide/uploads",
+    "file": "guide/uploads",
+    "png": "guide/uploads",
+    "cookie": "guide/cookies",
+    "checkbox": "guide/fields",
+    "escape": "guide/responses",
+    "redirect": "guide/responses",
+    "textarea": "guide/fields",
+    "json": "guide/responses",
+    "session": "guide/cookies",
+    "memory": "guide/memory",
+    "install": "guide/first-script",
+    "nginx": "guide/deploying",
+    # Whoever knows a name is led to its page.
+    "Tarn_getFile": "c/Tarn_getFile",
+    "getFile": "c/Tarn_getFile",
+    "TARN_ENTRY_VALUE": "c/form-entries",
+    "tarn::Response": "cpp/Response",
+    "escape_json": "cpp/functions",
+    "tarn-run": "tools/tarn-run",
+}
+# What stands out of the page, and identifiers that go over a line's end. Boxes that scroll by
+# themselves may hold more than is seen.
+LOOK = """
+const wide = document.scrollingElement.scrollWidth - innerWidth;
+const scrolls = e => {
+  for (; e && e !== document.body; e = e.parentElement) {
+    if (['auto', 'scroll', 'hidden'].includes(getComputedStyle(e).overflowX)
+        && !e.matches('.content, .main, .page')) return true;
+  }
+  return false;
+};
+const out = [...document.querySelectorAll('article *')].filter(e => {
+  const box = e.getBoundingClientRect();
+  return box.width > 0 && box.right > innerWidth + 1 && !scrolls(e);
+}).map(e => e.outerHTML.slice(0, 150));
+const broken = [];
+let identifiers = 0;
+const texts = document.createTreeWalker(document.querySelector('article'), NodeFilter.SHOW_TEXT);
+while (texts.nextNode()) {
+  const text = texts.currentNode;
+  for (const match of text.data.matchAll(/\\b(?:[A-Za-z]\\w*(?:(?:::|_)\\w+)+|[A-Z]?[a-z]+[A-Z]\\w+)/g)) {
+    const range = document.createRange();
+    range.setStart(text, match.index);
+    range.setEnd(text, match.index + match[0].length);
+    const lines = new Set([...range.getClientRects()].filter(r => r.width > 0)
+      .map(r => Math.round(r.top)));
+    if (lines.size === 0) continue;
+    identifiers++;
+    if (lines.size > 1) broken.push(match[0]);
+  }
+}
+return {wide, out, broken, identifiers};
+"""
+# WCAG asks for a contrast of 4.5, and of 3 for large text.
+FAINT = """
+const channels = colour => colour.match(/[\\d.]+/g).map(Number);
+const light = c => c.slice(0, 3).map(v => (v /= 255) <= 0.03928 ? v / 12.92
+  : ((v + 0.055) / 1.055) ** 2.4).reduce((s, v, i) => s + v * [0.2126, 0.7152, 0.0722][i], 0.05);
+const over = (top, under) => {
+  const a = top[3] ?? 1;
+  return under.map((c, i) => a * top[i] + (1 - a) * c);
+};
+const behind = e => {
+  const layers = [];
+  for (; e; e = e.parentElement) layers.push(channels(getComputedStyle(e).backgroundColor));
+  return layers.reverse().reduce((under, top) => over(top, under), [255, 255, 255]);
+};
+const faint = [];
+let count = 0;
+const texts = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
+while (texts.nextNode()) {
+  const e = texts.currentNode.parentElement;
+  if (!texts.currentNode.data.trim() || !e.checkVisibility() || e.closest('.visually-hidden, script'))
+    continue;
+  const style = getComputedStyle(e);
+  if (style.visibility === 'hidden' || style.opacity === '0' || e.closest('.headerlink')) continue;
+  const ground = behind(e);
+  const [a, b] = [light(over(channels(style.color), ground)), light(ground)].sort((x, y) => y - x);
+  const size = parseFloat(style.fontSize);
+  const large = size >= 24 || size >= 18.66 && style.fontWeight >= 700;
+  count++;
+  if (a / b < (large ? 3 : 4.5)) faint.push((a / b).toFixed(2) + ' ' + style.color + ' on '
+    + ground.map(Math.round) + ': ' + e.className + ' ' + texts.currentNode.data.trim().slice(0, 40));
+}
+return {faint: [...new Set(faint)], count,
+        dark: light(behind(document.body)) < light([128, 128, 128])};
+"""
+
+
+class Site(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(cls.folder.cleanup)
+        options = webdriver.ChromeOptions()
+        options.binary_location = "/usr/bin/chromium"
+        for flag in FLAGS:
+            options.add_argument(f"--{flag}")
+        options.add_argument(f"--user-data-dir={cls.folder.name}")
+        options.set_capability("goog:loggingPrefs", {"performance": "ALL", "browser": "ALL"})
+        cls.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+        cls.addClassCleanup(cls.browser.quit)
+        SHOTS.mkdir(parents=True, exist_ok=True)
+
+    def look_from(self, size, scheme="light"):
+        width, height = size
+        metrics = {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": width < 600}
+        self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", metrics)
+        features = [{"name": "prefers-color-scheme", "value": scheme}]
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": features})
+
+    def open(self, page):
+        self.browser.get(f"file://{TREE}/{page}")
+
+    def found(self, query):
+        """The pages that the search lists, each with what it says of it."""
+        self.open(f"search.html?{urllib.parse.urlencode({'q': query})}")
+        WebDriverWait(self.browser, 60).until(
+            lambda browser: browser.find_elements(
+                By.CSS_SELECTOR, "#search-results .search-summary"
+            )
+            and "finished" in browser.find_element(By.CSS_SELECTOR, ".search-summary").text
+            or "did not match" in browser.find_element(By.ID, "search-results").text
+        )
+        return self.browser.execute_script(
+            "return [...document.querySelectorAll('#search-results ul.search > li')].map(item =>"
+            " [item.querySelector('a').getAttribute('href').replace(/\\.html.*/, ''),"
+            "  item.textContent])"
+        )
+
+    def test_search_leads_to_the_right_page_among_the_first_three(self):
+        for size in DESK, PHONE:
+            self.look_from(size)
+            for query, page in SEARCHES.items():
+                found = [name for name, _ in self.found(query)]
+                self.assertIn(page, found[:3], f"{query}: {found[:5]}")
+
+    def test_search_says_of_each_page_what_it_is_about_and_lists_it_once(self):
+        self.look_from(DESK)
+        found = self.found("cookie")
+        self.assertGreater(len(found), 10)
+        self.assertEqual(len({text for _, text in found}), len(found))
+        for page, text in found[:10]:
+            self.assertGreater(len(text), 40, page)
+
+    def test_search_finds_nothing_for_what_is_not_there(self):
+        self.look_from(DESK)
+        self.assertEqual(self.found("zebrafish"), [])
+
+    def test_slash_focuses_the_search_and_enter_searches(self):
+        for size in DESK, PHONE:
+            self.look_from(size)
+            self.open("c/Tarn_new.html")
+            ActionChains(self.browser).send_keys("/").perform()
+            field = self.browser.switch_to.active_element
+            self.assertEqual(field.get_attribute("name"), "q")
+            WebDriverWait(self.browser, 10).until(
+                lambda browser: 0
+                <= browser.execute_script(
+                    "return document.activeElement.getBoundingClientRect().left"
+                )
+                < size[0]
+            )
+            self.assertEqual(field.get_attribute("value"), "")
+            field.send_keys("upload\n")
+            WebDriverWait(self.browser, 10).until(
+                lambda browser: "search.html?q=upload" in browser.current_url
+            )
+
+    def test_no_page_is_wider_than_the_window_or_breaks_an_identifier(self):
+        self.assertGreater(len(PAGES), 280)
+        for size in DESK, PHONE:
+            self.look_from(size)
+            identifiers = 0
+            for page in PAGES:
+                self.open(page)
+                seen = self.browser.execute_script(LOOK)
+                self.assertLessEqual(seen["wide"], 0, f"{page} at {size[0]}: {seen['out'][:5]}")
+                self.assertEqual(seen["out"], [], f"{page} at {size[0]}")
+                self.assertEqual(seen["broken"], [], f"{page} at {size[0]}")
+                identifiers += seen["identifiers"]
+            self.assertGreater(identifiers, 10000)
+
+    def test_text_has_contrast_in_light_and_in_dark(self):
+        for scheme in "light", "dark":
+            for size in DESK, PHONE:
+                self.look_from(size, scheme)
+                for page in KINDS:
+                    self.open(f"{page}.html")
+                    seen = self.browser.execute_script(FAINT)
+                    self.assertEqual(seen["dark"], scheme == "dark", page)
+                    self.assertGreater(seen["count"], 20, page)
+                    self.assertEqual(seen["faint"], [], f"{page} in {scheme}")
+
+    def test_a_reader_chooses_light_or_dark(self):
+        self.look_from(DESK, "light")
+        self.open("index.html")
+        button = self.browser.find_element(By.CSS_SELECTOR, ".content .theme-toggle")
+        for dark in True, False, False:
+            button.click()
+            self.assertEqual(self.browser.execute_script(FAINT)["dark"], dark)
+
+    def test_c_and_cpp_are_tabs(self):
+        self.look_from(DESK)
+        for page in "index", "guide/first-script":
+            self.open(f"{page}.html")
+            cpp = self.browser.find_element(By.XPATH, "//label[text()='C++']")
+            code = self.browser.find_element(By.XPATH, "//pre[contains(., 'tarn.hpp')]")
+            self.assertFalse(code.is_displayed())
+            cpp.click()
+            self.assertTrue(code.is_displayed())
+
+    def test_asks_no_other_host_and_has_no_errors(self):
+        self.look_from(DESK)
+        self.browser.get_log("performance"), self.browser.get_log("browser")
+        for page in KINDS:
+            self.open(f"{page}.html")
+        self.found("upload")
+        asked = [
+            event["params"]["request"]["url"]
+            for entry in self.browser.get_log("performance")
+            for event in [json.loads(entry["message"])["message"]]
+            if event["method"] == "Network.requestWillBeSent"
+        ]
+        asked = [url for url in asked if not url.startswith("data:")]
+        self.assertGreater(len(asked), len(KINDS) * 5)
+        self.assertEqual([url for url in asked if not url.startswith(f"file://{TREE}/")], [])
+        self.assertEqual(self.browser.get_log("browser"), [])
+
+    def test_the_cheat_sheet_is_one_sheet_of_paper(self):
+        self.look_from(DESK)
+        self.open("c/cheat-sheet.html")
+        paper = {"paperWidth": 210 / 25.4, "paperHeight": 297 / 25.4}
+        margins = {f"margin{side}": 0.4 for side in ("Top", "Bottom", "Left", "Right")}
+        made = self.browser.execute_cdp_cmd("Page.printToPDF", paper | margins)
+        pdf = base64.b64decode(made["data"])
+        self.assertEqual(len(re.findall(rb"/Type\s*/Page\b", pdf)), 1)
+
+    def test_screenshots(self):
+        for width, size in (("desk", DESK), ("phone", PHONE)):
+            for scheme in "light", "dark":
+                self.look_from(size, scheme)
+                for page in "index", "guide/first-script", "c/Tarn_findEntries", "cpp/Request":
+                    self.open(f"{page}.html")
+                    name = f"site-{page.replace('/', '-')}-{width}-{scheme}.png"
+                    self.assertTrue(self.browser.save_screenshot(str(SHOTS / name)))
+                self.found("upload")
+                name = f"site-search-{width}-{scheme}.png"
+                self.assertTrue(self.browser.save_screenshot(str(SHOTS / name)))
+
+
+if __name__ == "__main__":
+    unittest.main()
