@@ -20,10 +20,10 @@ REQUESTS = {
     "64 KiB of escapes": lambda: bodies.escapes(64 * bodies.KIB),
 }
 
-# What may be exceeded, in per cent, until it counts as grown. The rest is exact.
+# By how many per cent a figure may grow. The others are exact.
 MARGIN = {"instructions": 2, "instructions in main()": 2}
 
-# What the same script on tarn.hpp may cost more, in per cent.
+# By how many per cent the same script may cost more with tarn.hpp.
 CXX_MARGIN = 3
 
 
@@ -61,7 +61,7 @@ def for_all(measured):
 
 
 def changes(recorded, counted):
-    """Each figure that is another beyond its margin, as (grown, text)."""
+    """Each figure that changed by more than its margin, as (grown, text)."""
     for name, figures in counted.items():
         for what, now in figures.items():
             before = recorded.get(name, {}).get(what, 0)

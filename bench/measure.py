@@ -24,7 +24,7 @@ class Candidate(NamedTuple):
     name: str
     program: str  # a path, from PROGRAMS
     answer: str
-    every: int = 1  # runs in every so manieth round
+    every: int = 1  # runs in every n-th round
 
 
 @contextlib.contextmanager
@@ -62,10 +62,10 @@ def median(samples):
 
 
 def watched(watcher, program, variables, body, answer):
-    """Runs a program under another one, which writes no word to standard output."""
+    """Runs a program under another one, which writes nothing to standard output."""
     os.lseek(body, 0, os.SEEK_SET)
     command = [shutil.which(watcher[0]), *watcher[1:], program]
-    # The loader works on the name of the folder: one that is always as long.
+    # The loader processes the name of the folder, so it always has the same length.
     with tempfile.TemporaryDirectory(dir="/tmp") as folder:
         for file in os.listdir(PROGRAMS):
             os.symlink(os.path.join(PROGRAMS, file), os.path.join(folder, file))

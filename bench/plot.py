@@ -5,7 +5,7 @@ from html import escape
 
 WIDTH, HEIGHT = 720, 440
 LEFT, RIGHT, TOP, BOTTOM = 80, 170, 44, 56
-# For a white page, apart also for those who do not see red and green.
+# On a white page, and distinguishable without seeing red and green.
 COLOURS = ["#000000", "#0072b2", "#d55e00", "#009e73", "#cc79a7", "#8a6d00", "#56b4e9", "#777777"]
 
 

@@ -1,4 +1,4 @@
-"""What a workload gave, as Markdown."""
+"""The results of a workload, as Markdown."""
 
 import math
 import os

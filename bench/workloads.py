@@ -16,7 +16,7 @@ from servers import Lighttpd
 FLOORS = ["floor", "floor-static", "stub", "c++"]
 SCRIPTS = ["tarn", "tarn-archive", "tarn-static"]
 
-# Other libraries take longer: they run in every so manieth round, and have no larger bodies.
+# Other libraries take longer: they run in every tenth round, and not with larger bodies.
 PEERS = {"CGI.pm": "peer.pl", "Python's cgi": "peer.py"}
 PEER_EVERY = 10
 PEER_BODY = 10 * MIB
@@ -32,7 +32,7 @@ def runs(script):
 
 
 class Options:
-    """How many rounds, and with whom. A quick run leaves out what is too large for it."""
+    """How many rounds, and which other libraries. A quick run leaves out the largest bodies."""
 
     def __init__(self, rounds, quick):
         self.given, self.quick = rounds, quick
@@ -70,7 +70,7 @@ def times_floor(medians, limit):
 
 
 def counts(request, names):
-    """What does not depend on what else the machine does."""
+    """Figures that do not depend on the load of the machine."""
     counted = {}
     with measure.body_file(request.body) as body:
         for name in names:
@@ -254,7 +254,7 @@ FLOODS = {
 def w11(options):
     """Beyond what a request without a field costs: processor time and memory for each byte."""
     sizes = [KIB64 << step for step in range(0, 5 if options.quick else 11)]
-    # The system hands no much longer variable to a program.
+    # The system limits the length of a variable to little more.
     cookie_sizes = [KIB64 >> step for step in (4, 3, 2, 1, 0)]
     nothing = bodies.get("", [])
     base = measured(options, nothing, ["tarn"], options.rounds(200, 20), peers=False)[0]["tarn"]

@@ -3,8 +3,8 @@
 
 Usage: man.py SOURCE VERSION YYYY-MM-DD FOLDER
 
-SOURCE is the root of the source. FOLDER/man3 holds the pages afterwards, and nothing else: one for each family, for each function a
-page that sends man on to its family's, and tarn.hpp(3) for C++.
+SOURCE is the root of the source. FOLDER/man3 holds the pages afterwards, and nothing else: one for
+each family, for each function a page that sends man on to its family's, and tarn.hpp(3) for C++.
 """
 
 import datetime

@@ -2,7 +2,7 @@
 # Usage: robustness_test.sh PAGE BUILD-FOLDER CTEST PROGRAM...
 #
 # Every item of the page's lists of inputs and cases names tests, every test that the page names
-# exists, and every test of what strangers send stands on it.
+# exists, and every test of what strangers send is on it.
 set -euo pipefail
 export LC_ALL=C
 page=$1 build=$2 ctest=$3
@@ -59,7 +59,7 @@ while read -r name; do
 done <"$folder/named"
 
 while IFS= read -r item; do
-  fail "No test stands at: $item"
+  fail "No test is named at: $item"
 done < <(sed -nE '/^bare /s/^bare //p' "$folder/items")
 
 while read -r name; do
@@ -70,4 +70,4 @@ sed -nE 's/^([0-9]+)\. .*/\1/p' "$page" >"$folder/numbers"
 if ! diff <(seq 43) "$folder/numbers" >&2; then fail 'The inputs are not numbered from 1 to 43.'; fi
 
 [ "$failed" = 0 ] || exit 1
-printf '%d tests stand on the page.\n' "$(wc -l <"$folder/named")"
+printf '%d tests are on the page.\n' "$(wc -l <"$folder/named")"

@@ -1,8 +1,8 @@
 #!/bin/bash
 # Usage: scripts_test.sh SOURCE-FOLDER
 #
-# What every script says before it does anything: what it is for, that it cannot write to a read-only
-# checkout, that a port is taken. Nothing is installed or built for that.
+# What every script prints before it does anything: its help, that it cannot write to a read-only
+# checkout, that packages are missing, that a port is taken. Nothing is installed or built for that.
 set -euo pipefail
 export LC_ALL=C
 source=$1
@@ -22,7 +22,7 @@ clean_up() {
 trap clean_up EXIT
 chmod 755 "$root"
 
-# No script gets to what comes after the first looks: a system with nothing that installs or builds.
+# A system on which nothing can be installed or built: the scripts stop after their first checks.
 mkdir "$root/bin" "$root/tarn"
 for command in apt-get cmake ctest dpkg-query ninja sudo; do
   printf '#!/bin/sh\necho "%s was called"\nexit 99\n' "$command" >"$root/bin/$command"
@@ -55,11 +55,11 @@ for name in "${names[@]}"; do
     [ "$status" = 0 ] || fail "$name $option ends with status $status"
     head -n 1 "$root/said" | grep -qE "^(Usage: scripts/|usage: )$name" ||
       fail "$name $option begins with: $(head -n 1 "$root/said")"
-    [ "$lines" -ge 4 ] || fail "$name $option says nothing"
+    [ "$lines" -ge 4 ] || fail "$name $option has hardly any help"
     if grep -nE '^#|^set |was called|Traceback' "$root/said"; then fail "$name $option says that"; fi
   done
 done
-[ ! -e "$root/tarn/build" ] || fail 'a script made a folder to tell what it is for'
+[ ! -e "$root/tarn/build" ] || fail 'a script made a folder to print its help'
 
 # ---- A read-only checkout ------------------------------------------------------------------------
 
@@ -89,12 +89,13 @@ for name in "${names[@]}"; do
   case $name in
     setup) arguments=(build) ;;
     fuzz) arguments=(text) ;;
+    release) arguments=(tag) ;;
     *) grep -q '^ *scripts/setup ' "$root/tarn/scripts/$name" || continue ;;
   esac
   run "$name" "${arguments[@]}" --no-install
   [[ $status != 0 && $lines = 1 && $(cat "$root/said") == \
     'scripts/setup: these packages are missing: '*'g++'*' --no-install' ]] ||
-    [[ $name == package && $(cat "$root/said") == *'are missing: build-essential '* ]] ||
+    [[ $name =~ ^(package|release)$ && $(cat "$root/said") == *'are missing: build-essential '* ]] ||
     fail "$name --no-install: status $status, $(cat "$root/said")"
   ((++installing))
 done
@@ -117,7 +118,7 @@ END
 
 # ---- Long steps ----------------------------------------------------------------------------------
 
-# Shows that it goes on, keeps what the command says for the log, and ends as the command does.
+# Prints dots, keeps the output of the command in the log, and ends with its status.
 status=0
 (
   cd "$root/tarn"

@@ -1,4 +1,4 @@
-"""scripts/skips sees what was skipped, and what ran nothing."""
+"""scripts/skips finds what was skipped, and what ran nothing."""
 
 import importlib.machinery
 import importlib.util
@@ -37,7 +37,7 @@ class Skips(unittest.TestCase):
         self.assertEqual({"no room": 1, "no mount": 1, "it's late": 1}, reasons)
         self.assertEqual([], idle)
 
-    def test_that_ran_nothing_are_told(self):
+    def test_that_ran_nothing_are_reported(self):
         nothing = "[==========] 0 tests from 0 test suites ran. (0 ms total)\n"
         outputs = {
             "program": nothing,
@@ -58,7 +58,7 @@ class Skips(unittest.TestCase):
         self.assertEqual([], self.complaints({}, *lines, some=True))
         self.assertEqual([], self.complaints({}, *lines, run="sanitizers"))
 
-    def test_that_are_not_expected_are_told(self):
+    def test_that_are_not_expected_are_reported(self):
         line = "release 2-3 no room"
         for times in (1, 4):
             self.assertEqual(

@@ -46,7 +46,7 @@ void sizes(benchmark::internal::Benchmark *benchmark) {
 }
 
 BENCHMARK_CAPTURE(find, plain, "Llyn y Fan Fawr, ", "\r\n--boundary")->Apply(sizes);
-// Line ends that all look like the start of a boundary, from a stranger who wants the search slow.
+// Line ends that all look like the start of a boundary, to slow down the search.
 BENCHMARK_CAPTURE(find, hostile, "\r\n--boundar", "\r\n--boundary")->Apply(sizes);
 BENCHMARK_CAPTURE(unescape, plain, "LlynyFanFawr")->Apply(sizes);
 BENCHMARK_CAPTURE(unescape, escaped, "Zo%C3%AB+%26+")->Apply(sizes);

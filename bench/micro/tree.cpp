@@ -23,7 +23,7 @@ TarnHandle newElement() {
   return element;
 }
 
-// Adds a new child and lends the copy that its parent keeps.
+// Adds a new child and returns the copy that its parent owns.
 TarnHandle addTo(TarnHandle parent) {
   TarnHandle child = newElement();
   check(HTMLElement_addElement(&parent, &child) == TARN_OK);

@@ -4,7 +4,7 @@
 
 namespace {
 
-// What a request lends ends in a zero byte, as printf() wants it.
+// Strings of a request are null-terminated, as printf() needs them.
 const char *text(std::optional<std::string_view> lent) { return lent.value_or("").data(); }
 
 void show(tarn::Entry entry) {

@@ -22,7 +22,7 @@ static TarnHandle embeddedIn(TarnHandle element) {
   return CGIgs_getStruct(&element, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
 }
 
-/* Adds a new child and lends the copy that its parent keeps. */
+/* Adds a new child and returns the copy that its parent owns. */
 static TarnHandle addTo(TarnHandle parent) {
   TarnHandle child = newElement();
   HTMLElement_addElement(&parent, &child);
@@ -31,7 +31,7 @@ static TarnHandle addTo(TarnHandle parent) {
   return HTMLElementList_getByIndex(&list, (uint32_t)HTMLElementList_getCount(&list) - 1);
 }
 
-/* Notes each element of the tree, level by level, in room for `most`; tells how many there are. */
+/* Notes each element of the tree, level by level, at most `most` of them; returns how many there are. */
 static long collect(TarnHandle root, TarnHandle *all, long most) {
   long count = 0;
   all[count++] = root;

@@ -1,6 +1,6 @@
 #!/bin/sh
-# A script that takes its time to add the line that it was sent to the file that SHARED names, and
-# tells the line and the machine.
+# A slow script. It appends the line that it was sent to $SHARED/lines, and prints the line and the
+# machine.
 line=$(head -c "${CONTENT_LENGTH:-0}")
 sleep 0.05
 [ "$REQUEST_METHOD" != POST ] || echo "$line" >>"$SHARED/lines"

@@ -1,4 +1,4 @@
-"""What strangers send, to the probe as a process and through lighttpd, held against the rules."""
+"""What strangers send, to the probe as a process and through lighttpd, compared with the rules."""
 
 import itertools
 import os
@@ -13,7 +13,7 @@ from requests_test import MULTIPART, RequestCase, RulesCase, items
 URL_ENCODED = "application/x-www-form-urlencoded"
 ESCAPES = [b"%", b"%2", b"%zz", b"%%", b"%00", b"%u0041", b"%%%", b"%4%", b"%\xc3\xa9", b"%\xff"]
 
-# Something of everything that the parser has to tell apart.
+# A bit of everything that the parser has to distinguish.
 MIXTURE = (
     b"\r\n--XY\r\n--XYZ\r\n"
     b'Content-Disposition: form-data; name="a"\r\n\r\n1\r\n2\r\n--XYZ\r\n'
@@ -29,12 +29,12 @@ class Processes(RulesCase):
     """No server in between, which would keep most of this from a script."""
 
     def run_probe(self, variables, body=b"", sent=None):
-        """`sent` is what stands on standard input, where it is not the body that is declared."""
+        """`sent` is on standard input, if that is not the declared body."""
         sent = body if sent is None else sent
         _, _, answer, log = script.run(os.environ["PROBE"], variables, sent)
         self.assertEqual("", log)
         texts = {name: os.fsencode(value) for name, value in variables.items()}
-        self.assert_told(rules.told(texts, sent), items(answer))
+        self.assert_items(rules.expected_items(texts, sent), items(answer))
 
     def post(self, content_type, body):
         self.run_probe(script.post(content_type, body), body)

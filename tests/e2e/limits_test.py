@@ -1,4 +1,4 @@
-"""The limits that the guide sets, how each server says no, and what it passes to a script."""
+"""The limits in the configurations, how each server refuses a request, and what a script sees."""
 
 import concurrent.futures
 import os
@@ -15,8 +15,8 @@ NOTE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "note.sh")
 MOST_BYTES = 10 << 20
 MOST_SCRIPTS = 20
 CROWD = MOST_SCRIPTS + 5
-# What the guide gives clients and scripts, and what the tests give them.
-GUIDE_SECONDS, SECONDS = 30, 1
+# The time limit of the configurations, and that of the tests.
+CONFIGURED_SECONDS, SECONDS = 30, 1
 LONG = "a" * 9000
 # A header that programs would take for a setting of their own, HTTP_PROXY.
 PROXY = "Proxy: http://attacker.example/"
@@ -32,7 +32,9 @@ class ServerCase(unittest.TestCase):
     def start(self, hurried=False):
         class Hurried(self.SERVER):
             def configuration(self, name):
-                return re.sub(rf"\b{GUIDE_SECONDS}\b", str(SECONDS), super().configuration(name))
+                return re.sub(
+                    rf"\b{CONFIGURED_SECONDS}\b", str(SECONDS), super().configuration(name)
+                )
 
         kind = Hurried if hurried else self.SERVER
         self.server = self.enterContext(kind({"note": NOTE}, {"NOTES": "data/notes"}))
@@ -43,16 +45,16 @@ class ServerCase(unittest.TestCase):
         return read(self.server.path("data/notes")).decode().split()
 
     def ask(self, target, *arguments):
-        """Gives the status and the variables that the script told."""
+        """Returns the status and the variables that the script printed."""
         address = self.server.address() + target
         curl = [os.environ["CURL"], "-qsSg", "-H", "Expect:", "-w", "\nSTATUS=%{http_code}"]
         lines = subprocess.check_output([*curl, *arguments, address], text=True).splitlines()
-        told = dict(line.split("=", 1) for line in lines if "=" in line)
-        return int(told.pop("STATUS")), told
+        variables = dict(line.split("=", 1) for line in lines if "=" in line)
+        return int(variables.pop("STATUS")), variables
 
     def refused(self, status, *arguments, target="/note"):
         self.assertEqual(status, self.ask(target, *arguments)[0])
-        # A script that is started all the same needs a moment for its note.
+        # A script that was started anyway needs a moment to write its note.
         time.sleep(0.2)
         self.assertEqual([], self.notes())
 
@@ -61,16 +63,16 @@ class ServerCase(unittest.TestCase):
             file.write(bytes(length))
         return ("--data-binary", f"@{self.body}", *arguments)
 
-    def crowd(self, most):
-        """Sends a crowd of requests at once, of which so many scripts are to run at once; gives
-        their statuses."""
+    def send_crowd(self, most):
+        """Sends a crowd of requests at once and checks that `most` scripts run at the same time.
+        Returns the statuses."""
         with concurrent.futures.ThreadPoolExecutor(CROWD) as clients:
             answers = [clients.submit(self.ask, "/note?crowd") for _ in range(CROWD)]
             for _ in range(MANY_TIMES):
                 if len(self.notes()) >= most:
                     break
                 time.sleep(0.01)
-            # Apache takes a second to start what it may.
+            # Apache takes a second to start as many as it may.
             time.sleep(1.5)
             try:
                 self.assertEqual(["begin"] * most, self.notes())
@@ -79,8 +81,8 @@ class ServerCase(unittest.TestCase):
                     pass
             return sorted(answer.result()[0] for answer in answers)
 
-    def break_off(self, request):
-        """Begins a request; gives the status, if one comes before the end."""
+    def send_part(self, request):
+        """Sends a part of a request; returns the status, or None without an answer."""
         with socket.create_connection(("127.0.0.1", self.server.port), timeout=300) as client:
             client.sendall(request)
             answer = client.recv(100)
@@ -92,14 +94,14 @@ class Limits(ServerCase):
     HEADER = ADDRESS = 431
     ONE_TOO_MANY = 200
     IDLE: int | None = None
-    # Whether a script that does not answer is ended, and whether one starts before its body.
-    ENDS, EARLY = True, False
+    # Whether it kills a script that does not answer, and starts one before its body is there.
+    KILLS, EARLY = True, False
     LACKS = set()
 
     def test_body_of_ten_megabytes_passes_and_one_byte_more_does_not(self):
         self.start()
-        status, told = self.ask("/note", *self.send(MOST_BYTES))
-        self.assertEqual((200, str(MOST_BYTES)), (status, told["BODY"]))
+        status, variables = self.ask("/note", *self.send(MOST_BYTES))
+        self.assertEqual((200, str(MOST_BYTES)), (status, variables["BODY"]))
         os.remove(self.server.path("data/notes"))
         for _ in range(5):
             self.refused(self.BODY, *self.send(MOST_BYTES + 1))
@@ -118,31 +120,33 @@ class Limits(ServerCase):
         self.refused(self.HEADER, "-H", f"Cookie: {LONG}")
         self.refused(self.ADDRESS, target=f"/note?{LONG}")
 
-    def test_script_that_does_not_answer_in_time_is_given_up(self):
+    def test_request_for_a_script_that_takes_too_long_is_answered_504(self):
         self.start(hurried=True)
         self.assertEqual(504, self.ask("/note?9")[0])
         self.server.wait_for_scripts()
-        self.assertEqual(["begin"] if self.ENDS else ["begin", "end"], self.notes())
+        self.assertEqual(["begin"] if self.KILLS else ["begin", "end"], self.notes())
 
     def test_no_more_than_twenty_scripts_run_at_once(self):
         self.start()
-        self.assertEqual([200] * MOST_SCRIPTS + [self.ONE_TOO_MANY] * 5, self.crowd(MOST_SCRIPTS))
+        self.assertEqual(
+            [200] * MOST_SCRIPTS + [self.ONE_TOO_MANY] * 5, self.send_crowd(MOST_SCRIPTS)
+        )
 
-    def test_client_that_does_not_go_on_is_left(self):
+    def test_client_that_stops_sending_is_disconnected(self):
         self.start(hurried=True)
         for request in (
             b"GET /cgi-bin/note HTTP/1.1\r\nHost: localhost\r\n",
             b"POST /cgi-bin/note HTTP/1.1\r\nHost: localhost\r\nContent-Length: 100\r\n\r\nhalf",
         ):
-            # The server gives up: nothing else would end the request.
-            self.assertEqual(self.IDLE, self.break_off(request))
+            # The server closes the connection: nothing else would end the request.
+            self.assertEqual(self.IDLE, self.send_part(request))
         self.assertEqual(["begin"] if self.EARLY else [], self.notes()[:1])
 
     def test_variables_that_do_not_reach_a_script(self):
         self.start()
-        _, told = self.ask("/note/path", "-H", PROXY)
-        self.assertEqual(self.LACKS, VARIABLES - told.keys())
-        self.assertEqual("", told.get("HTTP_PROXY", ""))
+        _, variables = self.ask("/note/path", "-H", PROXY)
+        self.assertEqual(self.LACKS, VARIABLES - variables.keys())
+        self.assertEqual("", variables.get("HTTP_PROXY", ""))
 
 
 class LimitsOfApache(Limits):
@@ -157,7 +161,7 @@ class LimitsOfNginx(Limits):
     SERVER = SERVERS["nginx"]
     HEADER, ADDRESS = 400, 414
     ONE_TOO_MANY = 503
-    ENDS = False
+    KILLS = False
     LACKS = {"PATH_TRANSLATED"}
 
 
@@ -166,29 +170,29 @@ class Busybox(ServerCase):
 
     def test_has_no_limit_for_a_body_but_needs_its_length(self):
         self.start()
-        _, told = self.ask("/note", *self.send(MOST_BYTES + 1))
-        self.assertEqual(str(MOST_BYTES + 1), told["BODY"])
-        _, told = self.ask("/note", *self.send(5, "-H", "Transfer-Encoding: chunked"))
-        self.assertEqual("0", told["BODY"])
+        _, variables = self.ask("/note", *self.send(MOST_BYTES + 1))
+        self.assertEqual(str(MOST_BYTES + 1), variables["BODY"])
+        _, variables = self.ask("/note", *self.send(5, "-H", "Transfer-Encoding: chunked"))
+        self.assertEqual("0", variables["BODY"])
 
     def test_passes_the_body_of_no_method_but_post(self):
         self.start()
         for method, length in (("POST", "5"), ("PUT", "0"), ("PATCH", "0")):
-            _, told = self.ask("/note", *self.send(5, "-X", method))
-            self.assertEqual((method, length), (told["REQUEST_METHOD"], told["BODY"]))
+            _, variables = self.ask("/note", *self.send(5, "-X", method))
+            self.assertEqual((method, length), (variables["REQUEST_METHOD"], variables["BODY"]))
 
     def test_cuts_long_headers_and_refuses_long_addresses_and_too_many_headers(self):
         self.start()
-        _, told = self.ask("/note", "-H", f"Cookie: {LONG}")
-        self.assertLess(8000, len(told["HTTP_COOKIE"]))
-        self.assertLess(len(told["HTTP_COOKIE"]), 8200)
+        _, variables = self.ask("/note", "-H", f"Cookie: {LONG}")
+        self.assertLess(8000, len(variables["HTTP_COOKIE"]))
+        self.assertLess(len(variables["HTTP_COOKIE"]), 8200)
         os.remove(self.server.path("data/notes"))
         self.refused(400, target=f"/note?{LONG}")
         self.refused(413, *(f"-HX-{number}: {LONG[:7000]}" for number in range(20)))
 
     def test_runs_as_many_scripts_as_are_asked_for(self):
         self.start()
-        self.assertEqual([200] * CROWD, self.crowd(CROWD))
+        self.assertEqual([200] * CROWD, self.send_crowd(CROWD))
 
     def test_waits_for_a_script_as_long_as_it_takes(self):
         self.start()
@@ -196,10 +200,10 @@ class Busybox(ServerCase):
 
     def test_variables_that_do_not_reach_a_script_and_one_that_should_not(self):
         self.start()
-        _, told = self.ask("/note/path", "-H", PROXY)
+        _, variables = self.ask("/note/path", "-H", PROXY)
         lacking = {"PATH_TRANSLATED", "SERVER_NAME", "SERVER_PORT"}
-        self.assertEqual(lacking, VARIABLES - told.keys())
-        self.assertEqual("http://attacker.example/", told["HTTP_PROXY"])
+        self.assertEqual(lacking, VARIABLES - variables.keys())
+        self.assertEqual("http://attacker.example/", variables["HTTP_PROXY"])
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
-"""Many clients at once: each answer tells exactly what its client sent.
+"""Many clients at once: each answer has exactly what its client sent.
 
-TARN_LOAD_REQUESTS says how many requests each server gets. All of them are sent, however long that
+TARN_LOAD_REQUESTS is the number of requests for each server. All of them are sent, however long it
 takes.
 """
 
@@ -24,7 +24,7 @@ LETTERS = [*"abcdefghijklmnop", " ", "&", "=", "%", "+", ";", '"', "ä", "湖"]
 
 
 class Client:
-    """Sends requests no two of which are alike, and compares what the script saw."""
+    """Sends requests that are all different, and compares what the script saw."""
 
     def __init__(self, number, port):
         self.number = number
@@ -35,7 +35,7 @@ class Client:
         return "".join(self.chance.choices(LETTERS, k=self.chance.randrange(most))).encode()
 
     def ask(self, number):
-        """Sends the request of this number; gives its kind."""
+        """Sends the request of this number; returns its kind."""
         kind = KINDS[self.chance.randrange(3)]
         agent = f"client {self.number}, request {number}".encode()
         entries = [
@@ -58,11 +58,11 @@ class Client:
         method = "GET" if kind == "GET" else "POST"
         self.connection.request(method, f"/cgi-bin/probe?{query}", body or None, headers)
         answer = self.connection.getresponse()
-        told = answer.read()
+        record = answer.read()
         assert answer.status == 200, f"{agent}: {answer.status}"
-        seen = items(told)
+        seen = items(record)
         cookies = [(b"id", b"%d" % number), (b"client", b"%d" % self.number)]
-        assert form(seen) == Form(entries, files, cookies), f"{agent}, {kind}: {told[:2000]}"
+        assert form(seen) == Form(entries, files, cookies), f"{agent}, {kind}: {record[:2000]}"
         for name, value in (
             ("REQUEST_METHOD", method.encode()),
             ("QUERY_STRING", query.encode()),
@@ -108,7 +108,7 @@ class Load(unittest.TestCase):
         made = [kind for kinds in lists for kind in kinds]
         print(
             f"{name}: {len(made)} requests by {CLIENTS} clients in {seconds:.1f} s,"
-            f" {len(made) / seconds:.0f} a second, each answered right:",
+            f" {len(made) / seconds:.0f} a second, all answered correctly:",
             ", ".join(f"{made.count(kind)} {kind}" for kind in KINDS),
             flush=True,
         )
@@ -119,12 +119,12 @@ class Load(unittest.TestCase):
         server.wait_for_scripts()
         self.assertEqual("", server.log())
 
-    def test_under_lighttpd_brings_no_wrong_answer(self):
+    def test_under_lighttpd_has_no_wrong_answer(self):
         options = "server.max-connections := 100\nserver.max-keep-alive-idle = 100"
         with Lighttpd({"probe": os.environ["PROBE"]}, {}, options) as server:
             self.load(server, "lighttpd")
 
-    def test_under_apache_brings_no_wrong_answer(self):
+    def test_under_apache_has_no_wrong_answer(self):
         options = "KeepAliveTimeout 100\nThreadsPerChild 64\nMaxRequestWorkers 64"
         with Apache({"probe": os.environ["PROBE"]}, {}, options) as server:
             self.load(server, "Apache")

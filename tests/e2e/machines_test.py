@@ -1,4 +1,4 @@
-"""Several machines behind a balancer, as the guide sets them up. One of them goes and comes back
+"""Several machines behind a balancer, with the configurations in servers/. One goes and comes back
 while clients send requests: no request is lost, answered wrongly or carried out twice."""
 
 import collections
@@ -27,7 +27,7 @@ class Request(NamedTuple):
     line: str
     begin: float
     status: int  # 0 without an answer
-    told: list  # the line and the machine
+    answered: list  # the line and the machine
 
 
 class HAProxy(unittest.TestCase):
@@ -98,9 +98,9 @@ class HAProxy(unittest.TestCase):
             client.close()
 
     def wait_for(self, machine):
-        """Until the balancer sends requests to the machine."""
+        """Waits until the balancer sends requests to the machine."""
         for _ in range(MANY_TIMES):
-            if machine in self.ask("GET", "wait").told:
+            if machine in self.ask("GET", "wait").answered:
                 return
             time.sleep(0.01)
         self.fail(f"{machine} gets no requests")
@@ -113,7 +113,7 @@ class HAProxy(unittest.TestCase):
             self.requests.append(self.ask(method, f"{number}-{count}"))
 
     def with_clients(self, act):
-        """Does something while clients send requests; gives those that failed."""
+        """Does something while clients send requests; returns those that failed."""
         clients = [threading.Thread(target=self.client, args=[n]) for n in range(CLIENTS)]
         for client in clients:
             client.start()
@@ -128,43 +128,43 @@ class HAProxy(unittest.TestCase):
         added = collections.Counter(read(self.path("shared/lines")).decode().split())
         for request in self.requests:
             if request.status == 200:
-                self.assertEqual(request.line, request.told[0])
-                self.assertIn(request.told[1], MACHINES)
+                self.assertEqual(request.line, request.answered[0])
+                self.assertIn(request.answered[1], MACHINES)
             if request.method == "POST":
                 wanted = (1,) if request.status == 200 else (0, 1)
                 self.assertIn(added.pop(request.line, 0), wanted, request)
         self.assertEqual({}, added)
         return [request for request in self.requests if request.status != 200]
 
-    def away(self, machine):
-        """The machine stays away for a while and comes back."""
+    def check_absence(self, machine):
+        """Checks that the machine gets no requests for a while, and starts it again."""
         before = len(self.requests)
         for _ in range(MANY_TIMES):
             if len(others := self.requests[before + CLIENTS :]) > 20:
                 break
             time.sleep(0.01)
         self.assertGreater(len(others), 20)
-        self.assertNotIn(machine, [name for request in others for name in request.told])
+        self.assertNotIn(machine, [name for request in others for name in request.answered])
         self.start_machine(machine)
 
-    def test_machine_that_is_taken_away_and_comes_back_costs_no_request(self):
+    def test_machine_that_is_taken_away_and_comes_back_loses_no_request(self):
         def act():
             self.take_away(MACHINES[0])
             time.sleep(2)
             self.assertEqual(0, self.stop_machine(MACHINES[0], signal.SIGINT))
-            self.away(MACHINES[0])
+            self.check_absence(MACHINES[0])
             self.bring_back(MACHINES[0])
             self.wait_for(MACHINES[0])
 
         self.assertEqual([], self.with_clients(act))
 
-    def test_machine_that_dies_costs_no_more_than_what_it_was_changing(self):
+    def test_machine_that_dies_loses_only_the_posts_it_was_working_on(self):
         killed = []
 
         def act():
             killed.append(time.monotonic())
             self.stop_machine(MACHINES[1], signal.SIGKILL)
-            self.away(MACHINES[1])
+            self.check_absence(MACHINES[1])
             self.wait_for(MACHINES[1])
 
         for request in self.with_clients(act):

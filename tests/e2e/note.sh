@@ -1,6 +1,6 @@
 #!/bin/sh
-# A script that notes its begin and its end, waits for as many seconds as its query says or until it
-# may go, and tells its variables and how long its body is.
+# A script that notes when it begins and ends. It waits for the seconds in its query, or until a file
+# exists, and prints its variables and the length of its body.
 echo begin >>"$NOTES"
 case $QUERY_STRING in
   crowd) until [ -e "$NOTES.go" ]; do sleep 0.1; done ;;

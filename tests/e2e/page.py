@@ -1,5 +1,5 @@
-"""Reads a page as a browser does, and strictly: a page that is not valid, or that lacks what people
-with a phone or a screen reader need, is a failure."""
+"""Parses a page strictly: it fails if it is invalid, or inaccessible on a phone or with a screen
+reader."""
 
 import html.parser
 import re
@@ -58,7 +58,7 @@ class Page(html.parser.HTMLParser):
         return found
 
     def described(self, name):
-        """What stands beside the form control with this name; none when it is right as it is."""
+        """The error beside the form control with this name; None if its value is accepted."""
         attributes = self.named(name)["attributes"]
         identifier = attributes.get("aria-describedby")
         assert (identifier is not None) == (attributes.get("aria-invalid") == "true"), attributes
@@ -92,7 +92,7 @@ class Page(html.parser.HTMLParser):
 
 
 def check_valid(text):
-    """html5lib knows how a page is put together, tidy which elements and attributes there are."""
+    """html5lib checks the structure of a page, tidy its elements and attributes."""
     parser = html5lib.HTMLParser()
     parser.parse(text)
     # A carriage return can stand in a page as a number alone, which is an error to be forgiven.

@@ -1,4 +1,4 @@
-/* probe: a script that tells everything it saw of its request, to the last byte.
+/* probe: a script that prints everything it saw of its request, to the last byte.
  *
  * The answer is a sequence of items "key:length:bytes" and a newline, "key:-" for a null text. The
  * answer to a HEAD, which has no body, holds them in hexadecimal in the header X-Probe.

@@ -51,8 +51,8 @@ def form(seen):
 
 
 class RulesCase(unittest.TestCase):
-    def assert_told(self, expected, seen):
-        """Holds what the probe told against the rules, item by item."""
+    def assert_items(self, expected, seen):
+        """Compares what the probe printed with the rules, item by item."""
         self.assertEqual([key for key, _ in expected], [key for key, _ in seen])
         for (key, wanted), (_, value) in zip(expected, seen):
             if wanted != value:
@@ -76,15 +76,17 @@ class RequestCase(RulesCase):
         return path
 
     def ask(self, target, *arguments):
-        """Sends a request and holds every item that the probe tells against the rules."""
+        """Sends a request and compares every item that the probe prints with the rules."""
         answer = self.server.curl(target, *arguments)
         self.assertEqual(200, answer.status)
         head = answer.sent.method == "HEAD"
         seen = items(bytes.fromhex(answer.header("x-probe")) if head else answer.body)
-        expected = rules.seen(answer.sent, self.server.port, document_root=self.server.path("www"))
-        # lighttpd tells its version too.
+        expected = rules.expected_under_lighttpd(
+            answer.sent, self.server.port, document_root=self.server.path("www")
+        )
+        # lighttpd adds its version.
         self.assertTrue(seen[1][1].startswith(b"lighttpd/"))
-        self.assert_told(expected, [seen[0], ("SERVER_SOFTWARE", b"lighttpd"), *seen[2:]])
+        self.assert_items(expected, [seen[0], ("SERVER_SOFTWARE", b"lighttpd"), *seen[2:]])
         self.assertEqual("", self.server.log())
         return form(seen)
 

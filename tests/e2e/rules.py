@@ -1,7 +1,7 @@
-"""What a script has to see of a request, worked out from the request alone.
+"""What a script has to see of a request, computed from the request alone.
 
 Written from the rules of the interface, in another language and another way than the library, so
-that the two can be held against each other. Texts are bytes; None is a text that is not there.
+that the two can be compared. Texts are bytes; None is a text that does not exist.
 """
 
 import re
@@ -65,14 +65,14 @@ def cookies(header):
 
 
 def url_encoded(form):
-    """A field without "=" is none, nor is the nothing after a last "&"."""
+    """A field without "=" is ignored, and so is the empty one after a last "&"."""
     pairs = [pair.split(b"=", 1) for pair in text(form).split(b"&") if b"=" in pair]
     values = [(unescape(name), unescape(value)) for name, value in pairs]
     return [Entry(name, value, len(value)) for name, value in values]
 
 
 def between(data, opening, closing):
-    """The text between two marks; to the end without the second. Nothing between is no text."""
+    """The text between two marks, or up to the end without the second; None if it is empty."""
     _, found, rest = text(data).partition(opening)
     if not found:
         return None
@@ -105,8 +105,8 @@ def multipart(content_type, body):
 
 
 def form(method, query, content_type, body):
-    """Entries and files. A POST brings its body and any other method its query; the content type
-    alone tells how to read it."""
+    """Entries and files. A POST has them in its body, any other method in its query. Only the
+    content type decides how they are parsed."""
     if method.lower() == b"post" and not body:
         return [], []
     source = body if method.lower() == b"post" else query
@@ -130,8 +130,8 @@ VARIABLES = (
 NUMBERS = ("SERVER_PORT", "CONTENT_LENGTH")
 
 
-def told(variables, standard_input):
-    """The items that the probe tells, in its order, in an environment of these variables."""
+def expected_items(variables, standard_input):
+    """The items that the probe prints, in its order, in an environment of these variables."""
 
     def value(name):
         return variables.get(name, b"")
@@ -166,8 +166,8 @@ def told(variables, standard_input):
     return items
 
 
-def seen(request, port, script="/cgi-bin/probe", document_root=""):
-    """The items that the probe tells of a request to lighttpd."""
+def expected_under_lighttpd(request, port, script="/cgi-bin/probe", document_root=""):
+    """The items that the probe prints for a request to lighttpd."""
     path, _, query = request.target.partition("?")
     headers = {name: value.encode("latin-1") for name, value in request.headers.items()}
     rest = urllib.parse.unquote_to_bytes(path.removeprefix(script))
@@ -192,4 +192,4 @@ def seen(request, port, script="/cgi-bin/probe", document_root=""):
     }
     if "cookie" in headers:
         variables["HTTP_COOKIE"] = headers["cookie"]
-    return told(variables, request.body)
+    return expected_items(variables, request.body)

@@ -1,4 +1,4 @@
-"""Runs a script without a server, for what no server and no curl would let happen."""
+"""Runs a script without a server, for requests that servers and curl do not let through."""
 
 import re
 import resource
@@ -6,7 +6,7 @@ import subprocess
 
 
 def run(path, variables, body=b"", largest_file=resource.RLIM_INFINITY):
-    """Gives status, header text and body of a script's answer, and what it wrote to its log.
+    """Returns status, header lines and body of a script's answer, and what it wrote to its log.
 
     It may write files of `largest_file` bytes; beyond that, writing fails as on a full disk.
     """

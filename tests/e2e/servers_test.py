@@ -1,4 +1,4 @@
-"""The same scenarios under the other servers that the guide sets up: those that SERVERS names."""
+"""The same scenarios under other servers: those that SERVERS names."""
 
 import os
 import unittest

@@ -5,13 +5,13 @@ Of a guide's fenced blocks, one that begins with
 
   ```c greet.c    a language and a name, is a file of that name in the guide's folder;
   ```console      holds commands after "$ ", continued after "> ", each followed by what it prints,
-                  standard output and error together: "…" stands for any text within a line, a
-                  line "…" for any lines;
+                  standard output and error together: "…" is any text within a line, a line "…"
+                  any lines;
 
-and any other is text. One bash takes them in the order of the page, in a new folder, as a user for
-whom Tarn is installed, with Tarn's source as ~/tarn and a network of its own. Each command has to
-succeed, and none may leave a process behind. Links have to lead somewhere, `name(3)` to a manual
-page of Tarn's.
+and any other is text. One bash runs them in the order of the page, in a new folder, as a user for
+whom Tarn is installed, with Tarn's source as ~/tarn and a network namespace of its own. Each
+command has to succeed, and none may leave a process behind. Links have to exist, and `name(3)` has
+to be a manual page of Tarn.
 
 A page with a comment
 
@@ -39,7 +39,8 @@ from typing import NamedTuple
 
 SOURCE = Path(__file__).resolve().parents[2]
 SECONDS_TO_RUN = 100
-SECONDS_TO_END = 60
+# For processes that were told to end.
+SECONDS_TO_END = 60.0
 NO_STATUS = -1
 PR_SET_CHILD_SUBREAPER = 36
 ORDINARY_USER = "www-data"
@@ -77,7 +78,7 @@ def blocks(page: Page) -> Iterator[tuple[str, int, int]]:
     for index, line in enumerate(page):
         if start is None and line.lstrip().startswith("```"):
             if line != line.lstrip():
-                raise Wrong(index + 1, "a fence stands at the margin")
+                raise Wrong(index + 1, "a fence must start at the margin")
             start = index + 1
         elif start is not None and line == "```":
             yield page[start - 1].removeprefix("```").strip(), start, index
@@ -125,7 +126,7 @@ def check_links(guide: Path, page: Page, manual: Path) -> None:
                 raise Wrong(number, f"{link} does not exist")
         for name, section in re.findall(r"`([\w-]+)\((\d)\)`", line):
             if not (manual / f"man{section}/{name}.{section}").exists():
-                raise Wrong(number, f"{name}({section}) is no manual page")
+                raise Wrong(number, f"{name}({section}) is not a manual page")
     if guide.name == "README.md":
         for other in guide.parent.glob("*.md"):
             if other != guide and not any(f"]({other.name})" in line for line in prose):
@@ -199,10 +200,10 @@ def own_network(run_by: str = "") -> list[str]:
     return (unshare if allowed else []) + (change if run_by == "ordinary" else [])
 
 
-def end_processes() -> list[str]:
-    """Ends what the guide has left running, and tells what that is."""
+def end_processes(seconds: float) -> list[str]:
+    """Kills the processes that the guide left running, and returns their names."""
     left = []
-    deadline = time.monotonic() + SECONDS_TO_END
+    deadline = time.monotonic() + seconds
     try:
         while True:
             if os.waitpid(-1, os.WNOHANG)[0] != 0:
@@ -218,7 +219,7 @@ def end_processes() -> list[str]:
 
 
 def run(
-    todo: list[Step], installed: Path, run_by: str = ""
+    todo: list[Step], installed: Path, run_by: str = "", patience: float = SECONDS_TO_END
 ) -> tuple[list[tuple[str, int]], list[str]]:
     """What each step printed, with its status; the last is the first that failed, if one did."""
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
@@ -251,7 +252,7 @@ def run(
             except subprocess.TimeoutExpired:
                 os.killpg(shell.pid, signal.SIGKILL)
                 shell.wait()
-        left = end_processes()
+        left = end_processes(patience)
         text = printed.read_text(encoding="utf-8", errors="replace").replace("\r\n", "\n")
     *pieces, rest = re.split(f"{mark} ([0-9]+)\n", text)
     results = [(output, int(status)) for output, status in zip(pieces[::2], pieces[1::2])]
@@ -308,12 +309,18 @@ def check_files(guide: Path, update: bool = False) -> bool:
     return True
 
 
-def check(guide: Path, installed: Path, update: bool = False, run_by: str = "") -> None:
+def check(
+    guide: Path,
+    installed: Path,
+    update: bool = False,
+    run_by: str = "",
+    patience: float = SECONDS_TO_END,
+) -> None:
     check_files(guide, update)
     page = guide.read_text(encoding="utf-8").splitlines()
     check_links(guide, page, installed / "share/man")
     todo = steps(page)
-    results, left = run(todo, installed, run_by)
+    results, left = run(todo, installed, run_by, patience)
     ran, differ = as_it_ran(page, todo, results)
     if update:
         write(guide, ran)
@@ -321,10 +328,10 @@ def check(guide: Path, installed: Path, update: bool = False, run_by: str = "") 
         print_difference(guide, page, ran, "as it ran")
     status = results[-1][1] if results else 0
     if status != 0:
-        ended = "the shell, or did not end" if status == NO_STATUS else f"with status {status}"
+        ended = "the shell, or timed out" if status == NO_STATUS else f"with status {status}"
         raise Wrong(todo[len(results) - 1].line, f"ended {ended}")
     if differ and not update:
-        raise Wrong(differ[0], "printed something else")
+        raise Wrong(differ[0], "the output is different")
     if left:
         raise Wrong(len(page), f"still running: {', '.join(left)}")
 
@@ -343,6 +350,12 @@ def main() -> None:
         default="",
         help="run by root: whose commands it has",
     )
+    parser.add_argument(
+        "--patience",
+        type=float,
+        default=SECONDS_TO_END,
+        help="seconds until a process that the guide left running is killed",
+    )
     chosen = parser.parse_args()
     if chosen.user and os.getuid() != 0:
         print("Only root can choose a user.")
@@ -352,7 +365,7 @@ def main() -> None:
             if not check_files(chosen.guide, chosen.update):
                 raise Wrong(1, "the page does not say which files it prints")
             return
-        check(chosen.guide, chosen.installed.resolve(), chosen.update, chosen.user)
+        check(chosen.guide, chosen.installed.resolve(), chosen.update, chosen.user, chosen.patience)
     except Wrong as wrong:
         line, what = wrong.args
         sys.exit(f"{chosen.guide}:{line}: {what}")

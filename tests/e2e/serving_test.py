@@ -18,29 +18,29 @@ examples.serve("lighttpd", "/", int(sys.argv[2]))
 """
 
 
-def served(port):
+def serve(port):
     return subprocess.run(
         [sys.executable, "-c", SERVE, str(NOBODY), str(port)],
         capture_output=True, check=False, text=True, timeout=60,
     )  # fmt: skip
 
 
-class Port(unittest.TestCase):
-    def assert_told(self, port, reason):
-        ran = served(port)
+class APort(unittest.TestCase):
+    def assert_error(self, port, reason):
+        ran = serve(port)
         self.assertEqual(
             (ran.returncode, ran.stdout, ran.stderr), (1, "", f"port {port}: {reason}\n")
         )
 
-    def test_that_is_taken_is_told(self):
+    def test_that_is_in_use_is_an_error(self):
         with socket.create_server(("127.0.0.1", 0)) as taken:
-            self.assert_told(taken.getsockname()[1], "Address already in use")
+            self.assert_error(taken.getsockname()[1], "Address already in use")
 
-    def test_that_only_root_may_have_is_told(self):
+    def test_that_only_root_may_open_is_an_error(self):
         with open(FIRST_FOR_ALL, encoding="ascii") as file:
             if int(file.read()) <= 80:
-                self.skipTest("port 80 is for everybody here")
-        self.assert_told(80, "Permission denied")
+                self.skipTest("anybody may open port 80 here")
+        self.assert_error(80, "Permission denied")
 
 
 if __name__ == "__main__":
