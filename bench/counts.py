@@ -37,8 +37,8 @@ def count(make):
             "instructions": instructions.total,
             "instructions in main()": instructions.main,
             "system calls": measure.system_calls(*arguments),
-            "allocations": allocations.count,
-            "bytes allocated": allocations.bytes,
+            "allocations": allocations.blocks,
+            "bytes allocated": allocations.total_bytes,
         }
 
 

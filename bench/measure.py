@@ -108,8 +108,8 @@ def system_calls(*arguments):
 
 
 class Allocations(NamedTuple):
-    count: int
-    bytes: int
+    blocks: int
+    total_bytes: int
 
 
 def allocations(*arguments):

@@ -2,10 +2,10 @@
 
 parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in which it includes
 them. The first comment of tarn.hpp is the overview. Each of the other headers is a section, titled
-by the first line of its first comment, unless all that it declares is in namespace detail. parse() rejects code that it does not understand and public
-names without documentation. It leaves out private members, deleted overloads, what the compiler
-would generate, friends, iterators, the type names that every range has, and namespace detail except
-for base classes of public classes.
+by the first line of its first comment, unless all that it declares is in namespace detail. parse()
+rejects code that it does not understand and public names without documentation. It leaves out
+private members, deleted overloads, what the compiler would generate, friends, iterators, the type
+names that every range has, and namespace detail except for base classes of public classes.
 """
 
 import re

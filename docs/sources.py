@@ -37,7 +37,7 @@ def family_file(family: model.Family) -> str:
 
 
 class Names:
-    """Knows what each name of the headers is in Sphinx: its role and its target. Functions are named
+    """Knows what each name in the headers is in Sphinx: its role and target. Functions are named
     with (). Of members, so are those of several classes: these lead nowhere."""
 
     def __init__(self, headers: Headers):
@@ -104,7 +104,7 @@ class Names:
 
 
 class Site:
-    """The files that Sphinx reads, by their names, and a sentence about each page for the search."""
+    """The files that Sphinx reads, by name, and a sentence about each page for the search."""
 
     def __init__(self, root: Path):
         self.root = root

@@ -39,7 +39,7 @@ void fuzz(Input input) {
   TarnHandle environment = 0;
   EXPECT(CgiEnv_new(&environment) == TARN_OK);
   TarnHandle list = CGIgs_getStruct(&environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
-  const Cookies expected = reference::cookies(header.data());
+  const Cookies expected = tarn_rules::modelCookies(header.data());
   EXPECT(cookiesOf(list) == expected);
   for (uint32_t i = 0; i < std::min(expected.size(), kCompared); ++i) {
     expectOrder(HTTPCookieList_getByIndex(&list, 0), HTTPCookieList_getByIndex(&list, i),

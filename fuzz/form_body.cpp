@@ -39,6 +39,6 @@ void fuzz(Input input) {
   } else {
     EXPECT(!body);
   }
-  expectForm(request, reference::form("", taken));
+  expectForm(request, tarn_rules::modelBody("", taken));
   EXPECT(script.unreadInput() == arrives.substr(taken.size()));
 }

@@ -38,7 +38,7 @@ bool isValue(std::string_view text) {
 bool isReserved(std::string_view name) {
   for (const char *one : {"connection", "content-length", "content-type", "location", "set-cookie",
                           "status", "transfer-encoding"}) {
-    if (reference::lower(std::string(name)) == one) return true;
+    if (tarn_rules::lowered(std::string(name)) == one) return true;
   }
   return false;
 }
@@ -108,7 +108,7 @@ void attachment(Input &input, Answer &answer) {
   EXPECT(answer.accepts());
   const std::string start = "attachment; filename*=UTF-8''";
   const tarn::Text escaped = tarn::escape_url(name);
-  EXPECT(reference::decode(escaped.c_str()) == asText(name));
+  EXPECT(tarn_rules::decoded(escaped.c_str()) == asText(name));
   answer.headers.emplace_back("Content-Disposition", start + escaped.c_str());
 }
 
@@ -139,7 +139,7 @@ void redirectionAway(Input &input, Answer &answer) {
   answer.location = input.piece();
   answer.status = 303;
   answer.response.redirect_away(answer.location);
-  const std::string read = reference::lower(asBrowsersRead(answer.location));
+  const std::string read = tarn_rules::lowered(asBrowsersRead(answer.location));
   const size_t host = read.rfind("http://", 0) == 0 ? 7 : read.rfind("https://", 0) == 0 ? 8 : 0;
   EXPECT(!answer.accepts() || (host > 0 && read[host] != '/' && read[host] != '\0'));
   const bool plain = host > 0 && read.size() > host && consistsOf(read.substr(host), kLetters);
@@ -185,7 +185,7 @@ void cookie(Input &input, Answer &answer) {
   attributes += std::string("; SameSite=") + sites[site];
   answer.response.cookie(made);
 
-  const std::string prefix = reference::lower(name).substr(0, 9);
+  const std::string prefix = tarn_rules::lowered(name).substr(0, 9);
   const bool forHost = prefix.rfind("__host-", 0) == 0;
   const bool needsHttps = forHost || prefix == "__secure-" || site == 2;
   const bool sound =

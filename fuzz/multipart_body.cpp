@@ -13,7 +13,7 @@ void fuzz(Input input) {
                 body.view());
   Request request;
   EXPECT(request.status() == TARN_OK);
-  Form expected = reference::form(type.data(), body.view());
+  Form expected = tarn_rules::modelBody(type.data(), body.view());
   expectForm(request, expected);
 
   // Once more from a block that ends with the body, for a script that read it itself. URL-encoded

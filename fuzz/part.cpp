@@ -11,7 +11,7 @@ void fuzz(Input input) {
   EXPECT(request.status() == TARN_OK);
   Tarn_parseMime(request.handle(), reinterpret_cast<const uint8_t *>(part.data()), part.size());
   Form expected;
-  reference::addPart(expected, sent);
+  tarn_rules::modelPart(expected, sent);
   expectForm(request, expected);
 
   // The part is as it was but for the end of its header.

@@ -8,7 +8,7 @@ void fuzz(Input input) {
   Script script({{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query.data()}}, "not read");
   Request request;
   EXPECT(request.status() == TARN_OK);
-  Form expected = reference::form("", query.data());
+  Form expected = tarn_rules::modelBody("", query.data());
   expectForm(request, expected);
   EXPECT(script.unreadInput() == "not read");
 

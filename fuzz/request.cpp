@@ -42,7 +42,7 @@ std::vector<File> filesOf(TarnHandle list) {
 }
 
 bool sameName(const Text &a, const Text &b) {
-  return a && b ? reference::lower(*a) == reference::lower(*b) : a == b;
+  return a && b ? tarn_rules::lowered(*a) == tarn_rules::lowered(*b) : a == b;
 }
 
 template <class Fields>
@@ -86,7 +86,7 @@ void expectFileLookup(Request &request, const std::vector<File> &files, const Te
 
 void expectReadings(TarnHandle entry, const std::string &value) {
   const OwnedText stripped = owned(FormEntry_getStrippedValue(&entry));
-  EXPECT(stripped.get() == reference::strip(value));
+  EXPECT(stripped.get() == tarn_rules::stripped(value));
   EXPECT(textOf(CGIgs_getString(&entry, TARN_ENTRY_STRIPPED_VALUE, TARN_FORM_ENTRY_MAGIC)) ==
          stripped.get());
   const long long number = std::strtoll(value.c_str(), nullptr, 10);

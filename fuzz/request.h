@@ -2,7 +2,6 @@
 #ifndef TARN_FUZZ_REQUEST_H
 #define TARN_FUZZ_REQUEST_H
 
-#include "reference.h"
 #include "support.h"
 
 namespace tarn_fuzz {

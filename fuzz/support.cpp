@@ -51,8 +51,6 @@ std::string_view Input::line() {
   return taken;
 }
 
-std::string_view asText(std::string_view bytes) { return bytes.substr(0, bytes.find('\0')); }
-
 Block::Block(std::string_view bytes)
     : bytes_(new char[bytes.size()]), size_(static_cast<uint32_t>(bytes.size())) {
   if (!bytes.empty()) std::memcpy(bytes_.get(), bytes.data(), bytes.size());

@@ -11,12 +11,15 @@
 #include <utility>
 #include <vector>
 
+#include "support/rules.h"
 #include "tarn.h"
 
 // Ends the process when something does not hold; the fuzzer then keeps the input.
 #define EXPECT(condition) ((condition) ? void() : tarn_fuzz::fail(__FILE__, __LINE__, #condition))
 
 namespace tarn_fuzz {
+
+using namespace tarn_rules;
 
 [[noreturn]] void fail(const char *file, int line, const char *condition);
 
@@ -41,9 +44,6 @@ class Input {
  private:
   std::string_view rest_;
 };
-
-// The bytes before the first zero byte.
-std::string_view asText(std::string_view bytes);
 
 // Bytes in a heap block of just their size: the sanitizer sees a step outside.
 class Block {

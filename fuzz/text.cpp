@@ -3,7 +3,6 @@
 #include <cstdarg>
 #include <cstdlib>
 
-#include "reference.h"
 #include "support.h"
 
 using namespace tarn_fuzz;
@@ -18,7 +17,7 @@ constexpr int kAnswer = 42;
 int sign(int number) { return (number > 0) - (number < 0); }
 
 int order(const std::string &a, const std::string &b) {
-  return sign(reference::lower(a).compare(reference::lower(b)));
+  return sign(tarn_rules::lowered(a).compare(tarn_rules::lowered(b)));
 }
 
 void comparing(Input &input) {
@@ -37,16 +36,16 @@ void comparing(Input &input) {
 void decoding(Input &input) {
   const CText text(input.rest());
   const OwnedText decoded = owned(unescapeString(text.data()));
-  EXPECT(decoded.get() == reference::decode(text.data()));
+  EXPECT(decoded.get() == tarn_rules::decoded(text.data()));
   const OwnedText stripped = owned(stripString(text.data()));
-  EXPECT(stripped.get() == reference::strip(text.data()));
+  EXPECT(stripped.get() == tarn_rules::stripped(text.data()));
 }
 
 void digits(Input &input) {
   const auto high = static_cast<char>(input.byte());
   const auto low = static_cast<char>(input.byte());
   if (high == '\0' || low == '\0') return;
-  const std::string decoded = reference::decode(std::string("%") + high + low);
+  const std::string decoded = tarn_rules::decoded(std::string("%") + high + low);
   EXPECT(hexToChar(high, low) == static_cast<unsigned char>(decoded.c_str()[0]));
 }
 

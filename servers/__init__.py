@@ -10,6 +10,8 @@ from servers.lighttpd import Lighttpd
 from servers.nginx import Nginx
 from servers.server import Server
 
+__all__ = ["SERVERS", "Apache", "Busybox", "Lighttpd", "Nginx", "Server"]
+
 SERVERS: dict[str, type[Server]] = {
     "lighttpd": Lighttpd,
     "apache": Apache,

@@ -1,4 +1,4 @@
-"""busybox httpd, which has no configuration: scripts get the environment that it is started with."""
+"""busybox httpd, which has no configuration file: scripts inherit its environment."""
 
 from servers.server import ServerOfOrdinaryUser
 

@@ -27,8 +27,7 @@ VARIABLE = re.compile(".*HELLO_DATA.*\n")
 # expects in LISTEN_PID.
 START = 'cd "$0"; LISTEN_FDS=1 LISTEN_PID=$$ exec setpriv --pdeathsig TERM "$@"'
 
-# How often to look for something that has to happen, every 10 ms. The limit is high, because no test
-# may fail on a busy machine.
+# How often to look for something that has to happen, every 10 ms: long enough for a busy machine.
 MANY_TIMES = 10000
 
 
@@ -216,8 +215,8 @@ class Server:
 
 
 class ServerOfOrdinaryUser(Server):
-    """One that finds a port by itself and runs as an ordinary user, who may not be able to reach the
-    build folder: scripts are copied."""
+    """A server on a port that it opens itself. It runs as an ordinary user, who may not be able to
+    read the build folder, so scripts are copied."""
 
     def _start(self) -> None:
         if library := os.environ.get("LIBRARY"):

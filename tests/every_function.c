@@ -1,18 +1,18 @@
-/* Calls every function of the library from plain C, with nothing: the empty environment, null
- * addresses, zeros. What each answers then is what scripts get for a handle that they forgot to
- * fill. The test of the exported names checks that no function is missing here. */
+/* Calls every function of the library from plain C with empty arguments: an empty environment, null
+ * addresses and zeros. A script that forgot to fill a handle gets the same results. The test of the
+ * exported names checks that no function is missing here. */
 #include <stdio.h>
 #include <string.h>
 #include <tarn.h>
 
 static int failures;
 
-#define CHECK(condition)                                                      \
-  do {                                                                        \
-    if (!(condition)) {                                                       \
-      fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition); \
-      ++failures;                                                             \
-    }                                                                         \
+#define CHECK(condition)                                                            \
+  do {                                                                              \
+    if (!(condition)) {                                                             \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
+      ++failures;                                                                   \
+    }                                                                               \
   } while (0)
 
 static int format(char **out, const char *text, ...) TARN_PRINTF(2, 3);

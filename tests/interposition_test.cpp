@@ -1,5 +1,5 @@
-// A script may have functions of its own that happen to be named like the library's. The library
-// must not call them.
+// A script may define functions with the same names as the library's. The library must not call
+// them.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -82,7 +82,7 @@ TarnStatus HTTPCookie_setSecure(TarnHandle *, int) { return static_cast<TarnStat
 
 int32_t FormEntry_compareName(TarnHandle *, const char *) { return ++captured; }
 
-// What the library compares in its searches, byte by byte.
+// Counts the bytes that the library compares in its searches.
 int memcmp(const void *left, const void *right, size_t count) noexcept {
   const auto *a = static_cast<const unsigned char *>(left);
   const auto *b = static_cast<const unsigned char *>(right);
@@ -93,7 +93,7 @@ int memcmp(const void *left, const void *right, size_t count) noexcept {
   return 0;
 }
 
-// As compilers call it where they ask for equality only.
+// Compilers call this if they need only equality.
 int bcmp(const void *left, const void *right, size_t count) noexcept {
   return memcmp(left, right, count);
 }
@@ -131,8 +131,8 @@ TEST(ScriptFunctionNamedLikeALibraryFunction, IsNotCalledByTheLibrary) {
   });
 }
 
-// Of each place that has the last byte of what is looked for, the bytes before are compared. Once
-// that has cost as much as the way so far, the C library's memmem() goes on, which never backs up.
+// The search finds the needle's last byte and compares the bytes before it. Once that has cost as
+// much as the scan so far, the C library's linear memmem() takes over.
 TEST(ByteSearch, ComparesNoMoreBytesThanItHasScanned) {
 #ifdef __s390x__
   GTEST_SKIP() << "memcmp() is an instruction here, and no call";
@@ -143,7 +143,7 @@ TEST(ByteSearch, ComparesNoMoreBytesThanItHasScanned) {
   compared = 0;
   TarnHandle buffer =
       extractBetween(body.data(), static_cast<uint32_t>(body.size()), needle.c_str(), "b");
-  EXPECT_GT(compared, needle.size() / 2) << "the search compares with what is counted";
+  EXPECT_GT(compared, needle.size() / 2) << "the search must call the counting memcmp()";
   EXPECT_LT(compared, body.size() + needle.size() + 4096);
   EXPECT_EQ(0U, CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC)) << "it is not there";
   const auto release = reinterpret_cast<decltype(&CGIgs_delete)>(dlsym(RTLD_NEXT, "CGIgs_delete"));

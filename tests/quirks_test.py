@@ -1,7 +1,7 @@
 """Usage: quirks_test.py PAGE PROGRAM FILE-OR-FOLDER...
 
-The quirks on the page have the numbers from 1 up, each once. Each has an anchor, the version since which
-scripts may rely on it, and tests that exist; what refers to a quirk refers to one on the page.
+The quirks on the page are numbered from 1 up. Each has an anchor, the version since which scripts
+may rely on it, and tests that exist; every reference is to a quirk on the page.
 """
 
 import re

@@ -54,7 +54,9 @@ def ctest_commands(prefix: str, programs: list[str]) -> str:
         words = [sys.executable, "-BIS", os.path.abspath(__file__), "run", suite, *programs]
         quoted = " ".join(f"[[{word}]]" for word in words)
         lines.append(f"add_test([[{prefix}{suite}]] {quoted})\n")
-        lines.append(f"set_tests_properties([[{prefix}{suite}]] PROPERTIES TIMEOUT {SECONDS} LABELS quick)\n")
+        lines.append(
+            f"set_tests_properties([[{prefix}{suite}]] PROPERTIES TIMEOUT {SECONDS} LABELS quick)\n"
+        )
     return "".join(lines)
 
 

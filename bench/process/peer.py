@@ -21,7 +21,7 @@ def file(field):
     return f"{field.name}: {field.filename}, {field.type}, {len(data)} bytes, {end}"
 
 
-sys.stdout.reconfigure(encoding="latin-1")
+sys.stdout.reconfigure(encoding="latin-1")  # type: ignore[attr-defined]
 fields = cgi.FieldStorage(keep_blank_values=True, encoding="latin-1").list
 files = [field for field in fields if getattr(field, "filename", None)]
 entries = [field for field in fields if not getattr(field, "filename", None)]

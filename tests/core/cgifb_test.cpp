@@ -56,7 +56,7 @@ TEST(ByteBuffer, KeepsZeroBytes) {
   EXPECT_EQ(data, bytesOf(buffer));
 }
 
-TEST(ByteBuffer, KeepsMegabytes) {
+TEST(ByteBufferLarge, KeepsMegabytes) {
   Node buffer(kMagic);
   std::string data(10 << 20, '\0');
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 31 / 7);
@@ -166,7 +166,7 @@ TEST(ByteBufferWithoutMemory, SetDataReportsItAndLosesTheContents) {
 }
 
 TEST(ByteBufferWithoutMemory, SetDataOfTheLargestLengthReportsIt) {
-  // Address space that the length covers and no memory stands behind.
+  // Reserves address space for the length, without memory.
   void *const data =
       mmap(nullptr, UINT32_MAX, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (data == MAP_FAILED) GTEST_SKIP() << "no address space for it";

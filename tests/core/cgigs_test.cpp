@@ -62,34 +62,37 @@ Contents emptyContents(uint32_t magic) {
   return contents;
 }
 
-// Something in every slot: strings "text 0" to "text 7", ints 100 to 102, children that carry their
-// index, lists of one word.
-void fill(TarnHandle *node) {
+// Fills every slot: strings "text 0" to "text 7", ints 100 to 102, children that have their index
+// as an int, lists of one word.
+void fillSlots(TarnHandle *node) {
   for (uint32_t i = 0; i < 2; ++i) {
+    SCOPED_TRACE(i);
     List list{0x1000u + i};
     ASSERT_EQ(TARN_OK, CGIgs_setList(node, i, list, 0));
     list.forget();
   }
   for (uint32_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE(i);
     Node child(kChild + i);
     ASSERT_EQ(TARN_OK, CGIgs_setInt(child, 0, i, 0));
     ASSERT_EQ(TARN_OK, CGIgs_setStruct(node, i, child, 0, kChild + i));
     ASSERT_EQ(TARN_OK, CGIgs_setInt(node, i, 100 + i, 0));
   }
   for (uint32_t i = 0; i < 8; ++i) {
+    SCOPED_TRACE(i);
     ASSERT_EQ(TARN_OK, CGIgs_setString(node, i, ("text " + std::to_string(i)).c_str(), 0));
   }
   ASSERT_EQ(TARN_OK, CGIgs_setDouble(node, 0, 2.5, 0));
   ASSERT_EQ(TARN_OK, CGIgs_setFixed(node, 77, 0));
 }
 
-void park(TarnHandle *node, std::initializer_list<uintptr_t> words) {
+void parkList(TarnHandle *node, std::initializer_list<uintptr_t> words) {
   List list(words);
   ASSERT_EQ(TARN_OK, CGIgs_setList(node, 2, list, 0));
   list.forget();
 }
 
-// Every operation that has a status and tests a type, with arguments that would succeed.
+// Every operation that returns a status and checks the type, with arguments that would succeed.
 using Setter = std::function<TarnStatus(TarnHandle *handle, uint32_t index, uint32_t magic)>;
 
 const std::map<std::string, Setter> kIndexedSetters = {
@@ -118,7 +121,8 @@ const std::map<std::string, Setter> kOtherOperations = {
      }},
 };
 
-// The first index that the setter refuses; list index 2 is taken although there are two list slots.
+// The first index that each setter refuses. List index 2 is accepted although there are only two
+// list slots.
 const std::map<std::string, uint32_t> kFirstRefusedIndex = {
     {"setList", 3},    {"setStruct", 3}, {"setString", 8},
     {"setNString", 8}, {"setInt", 3},    {"setDouble", 1},
@@ -130,7 +134,7 @@ std::map<std::string, Setter> everyOperation() {
   return all;
 }
 
-void expectGettersAnswerNothing(TarnHandle *handle, uint32_t index, uint32_t magic) {
+void expectGettersReturnNothing(TarnHandle *handle, uint32_t index, uint32_t magic) {
   EXPECT_EQ(0u, CGIgs_getList(handle, index, magic));
   EXPECT_EQ(0u, CGIgs_getStruct(handle, index, magic));
   EXPECT_EQ(0u, CGIgs_getChildMagic(handle, index, magic));
@@ -170,36 +174,40 @@ TEST(NodeNew, CreatesAnEmptyNode) {
 
 TEST(NodeNew, AcceptsAnyMagicExceptZero) {
   for (const uint32_t magic : {1u, 0x7fffffffu, 0x80000000u, kHuge}) {
+    SCOPED_TRACE(magic);
     Node node(magic);
     EXPECT_NE(0u, node.value());
     EXPECT_EQ(magic, CGIgs_getMagic(node));
   }
 }
 
-// The tags of the generic list and of the string, whose records are no nodes.
+// The tags of the generic list and of the string, whose records are not nodes.
 constexpr uint32_t kRecords[] = {TARN_GENERIC_LIST_MAGIC, TARN_STRING_MAGIC};
 
-// A node with something in every slot.
-void fillNode(TarnHandle *node, uint32_t magic) {
+// Fills every slot of a node.
+void fillEverySlot(TarnHandle *node, uint32_t magic) {
   const Node child(kChild);
   TarnHandle given = child.value();
   for (uint32_t i = 0; i < 2; ++i) {
+    SCOPED_TRACE(i);
     List list{7, 8};
     ASSERT_EQ(TARN_OK, CGIgs_setList(node, i, list, magic));
     list.forget();
   }
   for (uint32_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE(i);
     ASSERT_EQ(TARN_OK, CGIgs_setStruct(node, i, &given, magic, kChild));
     ASSERT_EQ(TARN_OK, CGIgs_setInt(node, i, 40 + i, magic));
   }
   for (uint32_t i = 0; i < 8; ++i) {
+    SCOPED_TRACE(i);
     ASSERT_EQ(TARN_OK, CGIgs_setString(node, i, std::to_string(i).c_str(), magic));
   }
   ASSERT_EQ(TARN_OK, CGIgs_setFixed(node, 99, magic));
   ASSERT_EQ(TARN_OK, CGIgs_setDouble(node, 0, 0.5, magic));
 }
 
-void expectFilled(TarnHandle *node, uint32_t magic) {
+void expectEverySlotFilled(TarnHandle *node, uint32_t magic) {
   for (uint32_t i = 0; i < 2; ++i) {
     TarnHandle list = CGIgs_getList(node, i, magic);
     EXPECT_EQ(8u, TARNGenericList_getByIndex(&list, 1)) << i;
@@ -211,6 +219,7 @@ void expectFilled(TarnHandle *node, uint32_t magic) {
     EXPECT_EQ(40 + i, CGIgs_getInt(node, i, magic)) << i;
   }
   for (uint32_t i = 0; i < 8; ++i) {
+    SCOPED_TRACE(i);
     EXPECT_EQ(std::to_string(i), CGIgs_getString(node, i, magic));
   }
   EXPECT_EQ(99u, CGIgs_getFixed(node, magic));
@@ -223,9 +232,9 @@ TEST(NodeTaggedAsListOrString, WorksLikeAnyNode) {
     TarnHandle node = 0;
     ASSERT_EQ(TARN_OK, CGIgs_new(&node, magic));
     EXPECT_EQ(magic, CGIgs_getMagic(&node));
-    fillNode(&node, magic);
-    expectFilled(&node, magic);
-    expectFilled(&node, 0);
+    fillEverySlot(&node, magic);
+    expectEverySlotFilled(&node, magic);
+    expectEverySlotFilled(&node, 0);
     TarnHandle copy = 0;
     ASSERT_EQ(TARN_OK, CGIgs_clone(&node, &copy, magic));
     EXPECT_EQ(TARN_OK, CGIgs_clear(&node, magic));
@@ -234,7 +243,7 @@ TEST(NodeTaggedAsListOrString, WorksLikeAnyNode) {
     EXPECT_EQ(0u, CGIgs_getStruct(&node, 0, magic));
     EXPECT_EQ(TARN_OK, CGIgs_delete(&node, magic));
     EXPECT_EQ(0u, node);
-    expectFilled(&copy, magic);
+    expectEverySlotFilled(&copy, magic);
     EXPECT_EQ(magic, CGIgs_getMagic(&copy));
     EXPECT_EQ(TARN_OK, CGIgs_delete(&copy, 0));
   }
@@ -245,40 +254,40 @@ TEST(NodeTaggedAsListOrString, IsCopiedAsAChildWithItsChildren) {
     SCOPED_TRACE(magic);
     Node parent(kMagic);
     Node node(magic);
-    fillNode(node, magic);
+    fillEverySlot(node, magic);
     ASSERT_EQ(TARN_OK, CGIgs_setStruct(parent, 1, node, kMagic, magic));
     TarnHandle child = CGIgs_getStruct(parent, 1, kMagic);
     EXPECT_NE(node.value(), child);
-    expectFilled(&child, magic);
+    expectEverySlotFilled(&child, magic);
     Node copy;
     ASSERT_EQ(TARN_OK, CGIgs_clone(parent, copy, kMagic));
     EXPECT_EQ(TARN_OK, CGIgs_clear(parent, kMagic));
     child = CGIgs_getStruct(copy, 1, kMagic);
-    expectFilled(&child, magic);
+    expectEverySlotFilled(&child, magic);
   }
 }
 
 TEST(NodeTaggedAsListOrString, KeepsItsSlotsThroughListAndStringOperations) {
   TarnHandle list = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&list, TARN_GENERIC_LIST_MAGIC));
-  fillNode(&list, TARN_GENERIC_LIST_MAGIC);
+  fillEverySlot(&list, TARN_GENERIC_LIST_MAGIC);
   EXPECT_EQ(0u, TARNGenericList_getCount(&list));
   EXPECT_EQ(0u, TARNGenericList_getByIndex(&list, 0));
   for (uintptr_t word = 1; word <= 25; ++word) {
     EXPECT_EQ(TARN_OK, TARNGenericList_addDatum(&list, word));
   }
   EXPECT_EQ(25u, TARNGenericList_getByIndex(&list, 24));
-  expectFilled(&list, TARN_GENERIC_LIST_MAGIC);
+  expectEverySlotFilled(&list, TARN_GENERIC_LIST_MAGIC);
   EXPECT_EQ(TARN_OK, CGIgs_clear(&list, 0));
   EXPECT_EQ(25u, TARNGenericList_getCount(&list));
   EXPECT_EQ(TARN_OK, CGIgs_delete(&list, TARN_GENERIC_LIST_MAGIC));
 
   TarnHandle string = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&string, TARN_STRING_MAGIC));
-  fillNode(&string, TARN_STRING_MAGIC);
+  fillEverySlot(&string, TARN_STRING_MAGIC);
   EXPECT_EQ(0u, TARNString_length(&string));
   EXPECT_EQ(TARN_OK, TARNString_append(&string, "a text longer than the record"));
-  expectFilled(&string, TARN_STRING_MAGIC);
+  expectEverySlotFilled(&string, TARN_STRING_MAGIC);
   EXPECT_STREQ("a text longer than the record", TARNString_c_str(&string));
   EXPECT_EQ(TARN_OK, TARNString_delete(&string));
   EXPECT_EQ(0u, string);
@@ -286,9 +295,10 @@ TEST(NodeTaggedAsListOrString, KeepsItsSlotsThroughListAndStringOperations) {
 
 TEST(NodeTaggedAsListOrString, IsReleasedWithItsSlotsByListAndStringDelete) {
   for (const uint32_t magic : kRecords) {
+    SCOPED_TRACE(magic);
     TarnHandle handle = 0;
     ASSERT_EQ(TARN_OK, CGIgs_new(&handle, magic));
-    fillNode(&handle, magic);
+    fillEverySlot(&handle, magic);
     if (magic == TARN_STRING_MAGIC) {
       EXPECT_EQ(TARN_OK, TARNString_delete(&handle));
     } else {
@@ -298,8 +308,8 @@ TEST(NodeTaggedAsListOrString, IsReleasedWithItsSlotsByListAndStringDelete) {
   }
 }
 
-// A list slot takes it as a list. However deep the nodes stand in one another's lists, releasing
-// them takes no stack.
+// A list slot treats such a node as a list. However deeply they are nested, releasing them must not
+// use the stack.
 TEST(NodeTaggedAsListOrString, IsReleasedFromAListSlotAtAnyDepth) {
   TarnHandle top = 0;
   for (int depth = 0; depth < 200000; ++depth) {
@@ -368,27 +378,28 @@ TEST(NodeType, EveryOperationReturnsWrongTypeWithoutANode) {
   for (const auto &[name, operation] : everyOperation()) {
     SCOPED_TRACE(name);
     for (const uint32_t magic : {0u, kMagic}) {
+      SCOPED_TRACE(magic);
       EXPECT_EQ(TARN_WRONG_TYPE, operation(nullptr, 0, magic));
       EXPECT_EQ(TARN_WRONG_TYPE, operation(&empty, 0, magic));
       EXPECT_EQ(0u, empty);
     }
   }
   for (TarnHandle *handle : {static_cast<TarnHandle *>(nullptr), &empty}) {
-    expectGettersAnswerNothing(handle, 0, 0);
+    expectGettersReturnNothing(handle, 0, 0);
     EXPECT_EQ(0u, CGIgs_getFixed(handle, 0));
   }
 }
 
 TEST(NodeType, EveryOperationReturnsWrongTypeForAnotherMagicAndChangesNothing) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   const Contents before = contentsOf(node);
   for (const auto &[name, operation] : everyOperation()) {
     SCOPED_TRACE(name);
     EXPECT_EQ(TARN_WRONG_TYPE, operation(node, 0, kOther));
     EXPECT_EQ(before, contentsOf(node));
   }
-  expectGettersAnswerNothing(node, 0, kOther);
+  expectGettersReturnNothing(node, 0, kOther);
   EXPECT_EQ(0u, CGIgs_getFixed(node, kOther));
 }
 
@@ -418,7 +429,10 @@ TEST(NodeType, EveryOperationExceptIsAAndGetMagicRefusesAGenericList) {
       EXPECT_EQ(TARN_WRONG_TYPE, operation(list, 0, magic));
       EXPECT_EQ(TARN_WRONG_TYPE, operation(list, kHuge, magic));
     }
-    for (const uint32_t index : {0u, 1u, kHuge}) expectGettersAnswerNothing(list, index, magic);
+    for (const uint32_t index : {0u, 1u, kHuge}) {
+      SCOPED_TRACE(index);
+      expectGettersReturnNothing(list, index, magic);
+    }
     EXPECT_EQ(0u, CGIgs_getFixed(list, magic));
   }
   EXPECT_EQ(2u, TARNGenericList_getCount(list));
@@ -449,7 +463,7 @@ TEST(NodeIndex, SettersAcceptTheLastSlotAndRefuseTheNext) {
 
 TEST(NodeIndex, GettersReadTheLastSlotAndReturnNothingBeyondIt) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   EXPECT_NE(0u, CGIgs_getList(node, 1, kMagic));
   EXPECT_EQ(0u, CGIgs_getList(node, 2, kMagic));
   EXPECT_NE(0u, CGIgs_getStruct(node, 2, kMagic));
@@ -462,7 +476,7 @@ TEST(NodeIndex, GettersReadTheLastSlotAndReturnNothingBeyondIt) {
   EXPECT_EQ(0u, CGIgs_getInt(node, 3, kMagic));
   EXPECT_EQ(2.5, CGIgs_getDouble(node, 0, kMagic));
   EXPECT_EQ(0.0, CGIgs_getDouble(node, 1, kMagic));
-  expectGettersAnswerNothing(node, kHuge, kMagic);
+  expectGettersReturnNothing(node, kHuge, kMagic);
 }
 
 // ---- Strings ------------------------------------------------------------------------------------
@@ -470,6 +484,7 @@ TEST(NodeIndex, GettersReadTheLastSlotAndReturnNothingBeyondIt) {
 TEST(NodeString, EachOfEightSlotsKeepsItsOwnCopy) {
   Node node(kMagic);
   for (uint32_t i = 0; i < 8; ++i) {
+    SCOPED_TRACE(i);
     char text[] = "slot ?";
     text[5] = static_cast<char>('0' + i);
     EXPECT_EQ(TARN_OK, CGIgs_setString(node, i, text, kMagic));
@@ -477,6 +492,7 @@ TEST(NodeString, EachOfEightSlotsKeepsItsOwnCopy) {
     std::memset(text, 'x', 5);
   }
   for (uint32_t i = 0; i < 8; ++i) {
+    SCOPED_TRACE(i);
     EXPECT_EQ("slot " + std::to_string(i), CGIgs_getString(node, i, kMagic));
   }
 }
@@ -523,6 +539,7 @@ TEST(NodeBytes, StoresExactlyTheGivenBytesIncludingZeros) {
   Node node(kMagic);
   const char data[] = {'a', '\0', '\xff', '\0', 'b'};
   for (uint32_t i = 0; i < 8; ++i) {
+    SCOPED_TRACE(i);
     EXPECT_EQ(TARN_OK, CGIgs_setNString(node, i, data, sizeof data, kMagic));
     ASSERT_NE(nullptr, CGIgs_getString(node, i, kMagic));
     EXPECT_EQ(0, std::memcmp(data, CGIgs_getString(node, i, kMagic), sizeof data));
@@ -551,7 +568,7 @@ TEST(NodeBytes, CanBeSetToTheTextTheSlotAlreadyHolds) {
   EXPECT_STREQ("val", CGIgs_getString(node, 1, kMagic));
 }
 
-TEST(NodeBytes, EachSettingLeavesABlockOfThatSizeAllocated) {
+TEST(NodeBytesMemory, EachSettingLeavesABlockOfThatSizeAllocated) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer's allocator does not count";
   constexpr uint32_t kSize = 20000;
   const std::string data(kSize, 'x');
@@ -571,8 +588,9 @@ TEST(NodeBytes, EachSettingLeavesABlockOfThatSizeAllocated) {
 TEST(NodeInt, ThreeSlotsStoreAll32Bits) {
   Node node(kMagic);
   const std::array<uint32_t, 3> values = {kHuge, 0x80000000u, 0};
-  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(TARN_OK, CGIgs_setInt(node, i, values[i], kMagic));
-  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(values[i], CGIgs_getInt(node, i, kMagic));
+  for (uint32_t i = 0; i < 3; ++i)
+    EXPECT_EQ(TARN_OK, CGIgs_setInt(node, i, values[i], kMagic)) << i;
+  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(values[i], CGIgs_getInt(node, i, kMagic)) << i;
   EXPECT_EQ(-1, static_cast<int32_t>(CGIgs_getInt(node, 0, kMagic)));
   EXPECT_EQ(TARN_OK, CGIgs_setInt(node, 0, 5, kMagic));
   EXPECT_EQ(5u, CGIgs_getInt(node, 0, kMagic));
@@ -635,6 +653,7 @@ TEST(NodeDouble, KeepsNegativeZeroAndNaN) {
 TEST(NodeList, OwnsTheListItIsGivenAndReturnsThatVeryList) {
   Node node(kMagic);
   for (uint32_t i = 0; i < 2; ++i) {
+    SCOPED_TRACE(i);
     List list{5, 6};
     const TarnHandle given = list.value();
     EXPECT_EQ(TARN_OK, CGIgs_setList(node, i, list, kMagic));
@@ -661,7 +680,7 @@ TEST(NodeList, SettingAnotherDeletesTheOldListButNotItsElements) {
 
 TEST(NodeList, NullOrEmptyHandleEmptiesTheSlot) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   TarnHandle none = 0;
   EXPECT_EQ(TARN_OK, CGIgs_setList(node, 0, nullptr, kMagic));
   EXPECT_EQ(TARN_OK, CGIgs_setList(node, 1, &none, kMagic));
@@ -671,9 +690,10 @@ TEST(NodeList, NullOrEmptyHandleEmptiesTheSlot) {
 
 TEST(NodeList, CanBeSetToTheListItAlreadyHolds) {
   Node node(kMagic);
-  fill(node);
-  park(node, {1, 2});
+  fillSlots(node);
+  parkList(node, {1, 2});
   for (const uint32_t index : {0u, 1u, 2u}) {
+    SCOPED_TRACE(index);
     TarnHandle lent =
         index == 2 ? CGIgs_getStruct(node, 0, kMagic) : CGIgs_getList(node, index, kMagic);
     EXPECT_EQ(TARN_OK, CGIgs_setList(node, index, &lent, kMagic));
@@ -715,10 +735,10 @@ TEST(NodeParkedList, IsReadThroughStructZeroAndNotThroughGetList) {
 
 TEST(NodeParkedList, ReplacesTheChildWithoutReleasingItAndKeepsItsMagic) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   TarnHandle child = CGIgs_getStruct(node, 0, kMagic);
   CGIgs_setString(&child, 6, "still here", kChild);
-  park(node, {1});
+  parkList(node, {1});
   TarnHandle lent = CGIgs_getStruct(node, 0, kMagic);
   EXPECT_EQ(1u, TARNGenericList_IsA(&lent));
   EXPECT_EQ(kChild, CGIgs_getChildMagic(node, 0, kMagic));
@@ -727,7 +747,7 @@ TEST(NodeParkedList, ReplacesTheChildWithoutReleasingItAndKeepsItsMagic) {
 
 TEST(NodeParkedList, ParkingNullLosesTheChildAndKeepsItsMagic) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   EXPECT_EQ(TARN_OK, CGIgs_setList(node, 2, nullptr, kMagic));
   EXPECT_EQ(0u, CGIgs_getStruct(node, 0, kMagic));
   EXPECT_EQ(kChild, CGIgs_getChildMagic(node, 0, kMagic));
@@ -735,8 +755,8 @@ TEST(NodeParkedList, ParkingNullLosesTheChildAndKeepsItsMagic) {
 
 TEST(NodeParkedList, IsDeletedWhenAnotherIsParkedOrTheSlotIsEmptied) {
   Node node(kMagic);
-  park(node, {1});
-  park(node, {2, 3});
+  parkList(node, {1});
+  parkList(node, {2, 3});
   TarnHandle lent = CGIgs_getStruct(node, 0, kMagic);
   EXPECT_EQ(2u, TARNGenericList_getCount(&lent));
   EXPECT_EQ(TARN_OK, CGIgs_setList(node, 2, nullptr, kMagic));
@@ -745,12 +765,13 @@ TEST(NodeParkedList, IsDeletedWhenAnotherIsParkedOrTheSlotIsEmptied) {
 
 TEST(NodeParkedList, IsReleasedByClearWhateverTheChildMagic) {
   for (const bool overChild : {false, true}) {
+    SCOPED_TRACE(overChild);
     Node node(kMagic);
     if (overChild) {
       Node child(kChild);
       CGIgs_setStruct(node, 0, child, kMagic, kChild);
     }
-    park(node, {1, 2, 3});
+    parkList(node, {1, 2, 3});
     EXPECT_EQ(TARN_OK, CGIgs_clear(node, kMagic));
     EXPECT_EQ(emptyContents(kMagic), contentsOf(node));
   }
@@ -759,7 +780,7 @@ TEST(NodeParkedList, IsReleasedByClearWhateverTheChildMagic) {
 TEST(NodeParkedList, IsReleasedWithTheNodeButItsElementsAreNot) {
   char element[] = "element";
   Node node(kMagic);
-  park(node, {reinterpret_cast<uintptr_t>(element)});
+  parkList(node, {reinterpret_cast<uintptr_t>(element)});
   EXPECT_EQ(TARN_OK, CGIgs_delete(node, kMagic));
   EXPECT_EQ(0u, node.value());
   EXPECT_STREQ("element", element);
@@ -767,7 +788,7 @@ TEST(NodeParkedList, IsReleasedWithTheNodeButItsElementsAreNot) {
 
 TEST(NodeParkedList, IsReplacedWhenAChildIsSet) {
   Node node(kMagic);
-  park(node, {1});
+  parkList(node, {1});
   Node child(kChild);
   CGIgs_setInt(child, 1, 33, kChild);
   EXPECT_EQ(TARN_OK, CGIgs_setStruct(node, 0, child, kMagic, kChild));
@@ -777,8 +798,8 @@ TEST(NodeParkedList, IsReplacedWhenAChildIsSet) {
 
 TEST(NodeParkedList, IsNotClonedButTheChildMagicIs) {
   Node node(kMagic);
-  fill(node);
-  park(node, {1});
+  fillSlots(node);
+  parkList(node, {1});
   Node copy;
   EXPECT_EQ(TARN_OK, CGIgs_clone(node, copy, kMagic));
   EXPECT_EQ(0u, CGIgs_getStruct(copy, 0, kMagic));
@@ -790,12 +811,12 @@ TEST(NodeParkedList, IsNotClonedButTheChildMagicIs) {
 
 TEST(NodeParkedList, IsReleasedInsideAChild) {
   Node child(kChild);
-  park(child, {1});
+  parkList(child, {1});
   Node node(kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_setStruct(node, 0, child, kMagic, kChild));
   TarnHandle stored = CGIgs_getStruct(node, 0, kMagic);
   EXPECT_EQ(emptyContents(kChild), contentsOf(&stored));
-  park(&stored, {2});
+  parkList(&stored, {2});
   EXPECT_EQ(TARN_OK, CGIgs_delete(node, kMagic));
 }
 
@@ -805,7 +826,7 @@ TEST(NodeParkedNode, WithChildMagicZeroIsNotCloned) {
   EXPECT_EQ(TARN_OK, CGIgs_setString(parked, 0, "parked", kChild));
   EXPECT_EQ(TARN_OK, CGIgs_setList(node, 2, parked, kMagic));
   const TarnHandle before = parked.value();
-  parked.adopt(0);  // it is the node's now
+  parked.adopt(0);  // the node owns it now
   EXPECT_EQ(before, CGIgs_getStruct(node, 0, kMagic));
   EXPECT_EQ(0u, CGIgs_getChildMagic(node, 0, kMagic));
   Node copy;
@@ -821,6 +842,7 @@ TEST(NodeParkedNode, WithChildMagicZeroIsNotCloned) {
 TEST(NodeChild, IsACopyAndTheCallerKeepsTheOriginal) {
   Node node(kMagic);
   for (uint32_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE(i);
     Node child(kChild);
     CGIgs_setString(child, 0, "before", kChild);
     EXPECT_EQ(TARN_OK, CGIgs_setStruct(node, i, child, kMagic, kChild));
@@ -849,7 +871,7 @@ TEST(NodeChild, SettingAnotherReplacesItAndItsMagic) {
 
 TEST(NodeChild, OfAnotherTypeIsRefusedAfterTheNodesOwnTypeCheck) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   const Contents before = contentsOf(node);
   Node child(kChild);
   TarnHandle none = 0;
@@ -864,7 +886,7 @@ TEST(NodeChild, OfAnotherTypeIsRefusedAfterTheNodesOwnTypeCheck) {
 
 TEST(NodeChild, StoredUnderMagicZeroEmptiesTheSlot) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   Node child(kOther);
   EXPECT_EQ(TARN_OK, CGIgs_setStruct(node, 1, child, kMagic, 0));
   EXPECT_EQ(0u, CGIgs_getStruct(node, 1, kMagic));
@@ -874,7 +896,7 @@ TEST(NodeChild, StoredUnderMagicZeroEmptiesTheSlot) {
 
 TEST(NodeChild, ListsInsideAreCopiedAndShareTheirElements) {
   Node child(kChild);
-  fill(child);
+  fillSlots(child);
   Node node(kMagic);
   CGIgs_setStruct(node, 0, child, kMagic, kChild);
   TarnHandle stored = CGIgs_getStruct(node, 0, kMagic);
@@ -888,8 +910,9 @@ TEST(NodeChild, NodeAddedToItselfIsCopiedAsItWas) {
   Node child(kChild);
   CGIgs_setString(node, 4, "self", kMagic);
   CGIgs_setStruct(node, 0, child, kMagic, kChild);
-  // Twice: the second time the slot's own copy is gone before the node is copied.
+  // Twice: the second time the old copy in the slot is released before the node is copied.
   for (int i = 0; i < 2; ++i) {
+    SCOPED_TRACE(i);
     EXPECT_EQ(TARN_OK, CGIgs_setStruct(node, 1, node, kMagic, kMagic));
     TarnHandle stored = CGIgs_getStruct(node, 1, kMagic);
     ASSERT_NE(0u, stored);
@@ -921,6 +944,7 @@ TEST(NodeChild, RootAddedToAnInnerNodeIsCopiedAsItWas) {
   TarnHandle level = CGIgs_getStruct(root, 0, kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_setStruct(&level, 0, root, kChild, kMagic));
   for (const uint32_t number : {1u, 2u}) {
+    SCOPED_TRACE(number);
     level = CGIgs_getStruct(&level, 0, 0);
     EXPECT_EQ(number, CGIgs_getInt(&level, 0, 0));
   }
@@ -947,22 +971,23 @@ TEST(NodeChild, InnerChildCanBeCopiedToAnotherSlotOfTheRoot) {
 
 TEST(NodeClear, EmptiesEverythingExceptStringsTwoToSeven) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   Contents expected = emptyContents(kMagic);
   for (uint32_t i = 2; i < 8; ++i) expected.strings[i] = CGIgs_getString(node, i, kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_clear(node, kMagic));
   EXPECT_EQ(expected, contentsOf(node));
   for (uint32_t i = 2; i < 8; ++i) {
+    SCOPED_TRACE(i);
     EXPECT_EQ("text " + std::to_string(i), CGIgs_getString(node, i, kMagic));
   }
 }
 
 TEST(NodeClear, LeavesANodeThatCanBeFilledAgain) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   CGIgs_clear(node, kMagic);
   EXPECT_EQ(TARN_OK, CGIgs_clear(node, kMagic));
-  fill(node);
+  fillSlots(node);
   EXPECT_STREQ("text 2", CGIgs_getString(node, 2, kMagic));
   EXPECT_EQ(kChild, CGIgs_getChildMagic(node, 0, kMagic));
   EXPECT_EQ(TARN_OK, CGIgs_clear(node, 0));
@@ -970,9 +995,9 @@ TEST(NodeClear, LeavesANodeThatCanBeFilledAgain) {
 
 TEST(NodeDelete, ReleasesEveryLevelAndSetsTheHandleToZero) {
   Node inner(kChild);
-  fill(inner);
+  fillSlots(inner);
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   CGIgs_setStruct(node, 2, inner, kMagic, kChild);
   TarnHandle stored = CGIgs_getStruct(node, 2, kMagic);
   CGIgs_setStruct(&stored, 0, inner, kChild, kChild);
@@ -995,19 +1020,21 @@ TEST(NodeDelete, DoesNotReleaseTheElementsOfItsLists) {
 
 TEST(NodeClone, CopiesEverySlot) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   Node copy;
   EXPECT_EQ(TARN_OK, CGIgs_clone(node, copy, kMagic));
   ASSERT_NE(0u, copy.value());
   EXPECT_NE(node.value(), copy.value());
   EXPECT_EQ(kMagic, CGIgs_getMagic(copy));
   for (uint32_t i = 0; i < 2; ++i) {
+    SCOPED_TRACE(i);
     TarnHandle list = CGIgs_getList(copy, i, kMagic);
     EXPECT_NE(CGIgs_getList(node, i, kMagic), list);
     EXPECT_EQ(1u, TARNGenericList_getCount(&list));
     EXPECT_EQ(0x1000u + i, TARNGenericList_getByIndex(&list, 0));
   }
   for (uint32_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE(i);
     TarnHandle child = CGIgs_getStruct(copy, i, kMagic);
     EXPECT_NE(CGIgs_getStruct(node, i, kMagic), child);
     EXPECT_EQ(i, CGIgs_getInt(&child, 0, kChild + i));
@@ -1016,6 +1043,7 @@ TEST(NodeClone, CopiesEverySlot) {
     EXPECT_EQ(100 + i, CGIgs_getInt(copy, i, kMagic));
   }
   for (uint32_t i = 0; i < 8; ++i) {
+    SCOPED_TRACE(i);
     EXPECT_NE(CGIgs_getString(node, i, kMagic), CGIgs_getString(copy, i, kMagic));
     EXPECT_EQ("text " + std::to_string(i), CGIgs_getString(copy, i, kMagic));
   }
@@ -1025,7 +1053,7 @@ TEST(NodeClone, CopiesEverySlot) {
 
 TEST(NodeClone, StaysValidWhenTheOriginalIsDeleted) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   Node copy;
   CGIgs_clone(node, copy, kMagic);
   CGIgs_delete(node, kMagic);
@@ -1073,7 +1101,7 @@ TEST(NodeClone, TruncatesBytesAtTheirFirstZero) {
 
 TEST(NodeClone, CopiesWhatAClearLeftInStringsTwoToSeven) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   CGIgs_clear(node, kMagic);
   Node copy;
   CGIgs_clone(node, copy, kMagic);
@@ -1085,7 +1113,7 @@ TEST(NodeClone, CopiesWhatAClearLeftInStringsTwoToSeven) {
 
 constexpr uint32_t kDepth = 100000;
 
-// Runs `script` where ten bytes of stack are left for each level of the trees below.
+// Runs `script` on a stack with only ten bytes for each level of the trees below.
 void onASmallStack(const std::function<void()> &script) {
   tarn_test::asScript({}, "", [&] {
     rlimit small{};
@@ -1096,7 +1124,7 @@ void onASmallStack(const std::function<void()> &script) {
   });
 }
 
-// The child slot changes from level to level; each level carries its number and a text.
+// Each level uses another child slot and has its number and a text.
 void growChain(TarnHandle *root) {
   TarnHandle level = *root;
   for (uint32_t depth = 1; depth <= kDepth; ++depth) {
@@ -1116,10 +1144,10 @@ void expectChain(TarnHandle *root) {
     ASSERT_EQ(depth, CGIgs_getInt(&level, 0, kChild));
     ASSERT_STREQ("level", CGIgs_getString(&level, depth % 8, kChild));
   }
-  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(0u, CGIgs_getStruct(&level, i, kChild));
+  for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(0u, CGIgs_getStruct(&level, i, kChild)) << i;
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeBuiltAndDeleted) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeBuiltAndDeleted) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);
@@ -1128,7 +1156,7 @@ TEST(NodeTree, AHundredThousandLevelsCanBeBuiltAndDeleted) {
   });
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeCloned) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeCloned) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);
@@ -1139,7 +1167,7 @@ TEST(NodeTree, AHundredThousandLevelsCanBeCloned) {
   });
 }
 
-TEST(NodeTree, AHundredThousandLevelsCanBeStoredReplacedAndCleared) {
+TEST(NodeTreeLarge, AHundredThousandLevelsCanBeStoredReplacedAndCleared) {
   onASmallStack([] {
     Node root(kMagic);
     growChain(root);
@@ -1155,25 +1183,25 @@ TEST(NodeTree, AHundredThousandLevelsCanBeStoredReplacedAndCleared) {
   });
 }
 
-// Children in every slot, numbered in the order of the walk.
-void growBush(TarnHandle *node, int levels, uint32_t &number) {
+// Children in every slot, numbered in pre-order.
+void growTree(TarnHandle *node, int levels, uint32_t &number) {
   CGIgs_setInt(node, 0, number++, 0);
   if (levels == 0) return;
   for (uint32_t i = 0; i < 3; ++i) {
     Node child(kChild + i);
     CGIgs_setStruct(node, i, child, 0, kChild + i);
     TarnHandle stored = CGIgs_getStruct(node, i, 0);
-    growBush(&stored, levels - 1, number);
+    growTree(&stored, levels - 1, number);
   }
 }
 
-void expectBush(TarnHandle *node, int levels, uint32_t &number) {
+void expectTree(TarnHandle *node, int levels, uint32_t &number) {
   ASSERT_EQ(number++, CGIgs_getInt(node, 0, 0));
   if (levels == 0) return;
   for (uint32_t i = 0; i < 3; ++i) {
     TarnHandle child = CGIgs_getStruct(node, i, 0);
     ASSERT_EQ(1u, CGIgs_IsA(&child, kChild + i));
-    expectBush(&child, levels - 1, number);
+    expectTree(&child, levels - 1, number);
   }
 }
 
@@ -1181,12 +1209,12 @@ TEST(NodeTree, ChildrenInEverySlotAreClonedIntoTheSameSlots) {
   constexpr int kLevels = 7;
   Node root(kMagic);
   uint32_t grown = 0;
-  growBush(root, kLevels, grown);
+  growTree(root, kLevels, grown);
   Node copy;
   EXPECT_EQ(TARN_OK, CGIgs_clone(root, copy, kMagic));
   EXPECT_EQ(TARN_OK, CGIgs_clear(root, kMagic));
   uint32_t seen = 0;
-  expectBush(copy, kLevels, seen);
+  expectTree(copy, kLevels, seen);
   EXPECT_EQ(grown, seen);
 }
 
@@ -1202,7 +1230,7 @@ TEST(NodeWithoutMemory, NewReturnsOkAndLeavesTheHandleZero) {
 
 TEST(NodeWithoutMemory, CloneReturnsOkAndLeavesTheDestinationZero) {
   Node node(kMagic);
-  fill(node);
+  fillSlots(node);
   TarnHandle copy = 0;
   TarnStatus status = kHuge;
   tarn_test::withoutMemory([&] { status = CGIgs_clone(node, &copy, kMagic); });
@@ -1231,7 +1259,7 @@ TEST(NodeWithoutMemory, SetNStringReportsItAndEmptiesTheSlot) {
 }
 
 TEST(NodeWithoutMemory, SetNStringOfTheLargestLengthReportsIt) {
-  // Address space that the length covers and no memory stands behind.
+  // Reserves address space for the length, without memory.
   void *const data =
       mmap(nullptr, kHuge, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (data == MAP_FAILED) GTEST_SKIP() << "no address space for it";
@@ -1281,7 +1309,7 @@ TEST(NodeWithoutMemory, CloneOmitsWhateverCannotBeAllocated) {
   EXPECT_EQ(5u, CGIgs_getInt(copy, 2, kMagic));
 }
 
-// Compiled scripts hold the numbers and not the names.
+// Compiled scripts contain the numbers, not the names.
 TEST(Slots, KeepTheirNumbers) {
   constexpr struct {
     uint32_t slot;

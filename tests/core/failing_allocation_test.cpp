@@ -1,4 +1,4 @@
-// Nodes, lists, strings, texts and byte buffers, with each allocation failing in its turn.
+// Nodes, lists, strings, texts and byte buffers, with each allocation failing in turn.
 #include <gtest/gtest.h>
 
 #include <cstdarg>
@@ -18,7 +18,7 @@ constexpr uint32_t kChild = 4243;
 // ---- Nodes --------------------------------------------------------------------------------------
 
 // A child with a child, both with texts and a list.
-void fill(TarnHandle *node) {
+void fillSlots(TarnHandle *node) {
   Node child(kChild);
   List words{1, 2, 3};
   for (TarnHandle *filled : {static_cast<TarnHandle *>(child), node}) {
@@ -43,7 +43,7 @@ TEST(NodeAtEachFailure, NewLeavesTheHandleZero) {
 TEST(NodeAtEachFailure, CloneOmitsWhateverCannotBeAllocated) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Node node(kMagic);
-    fill(node);
+    fillSlots(node);
     const std::string before = pictureOf(node.value());
     Object copy;
     EXPECT_EQ(TARN_OK, memory.call([&] { return CGIgs_clone(node, copy, kMagic); }));
@@ -57,8 +57,8 @@ TEST(NodeAtEachFailure, SetStructStoresWhatCouldBeCopiedWithTheNewMagic) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object node(kMagic);
     Node child(kChild);
-    fill(node);
-    fill(child);
+    fillSlots(node);
+    fillSlots(child);
     const std::string before = pictureOf(child.value());
     EXPECT_EQ(TARN_OK,
               memory.call([&] { return CGIgs_setStruct(node, 2, child, kMagic, kChild); }));
@@ -72,7 +72,7 @@ TEST(NodeAtEachFailure, SetStructStoresWhatCouldBeCopiedWithTheNewMagic) {
 TEST(NodeAtEachFailure, SetStringSucceedsAndLeavesTheSlotEmpty) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object node(kMagic);
-    fill(node);
+    fillSlots(node);
     EXPECT_EQ(TARN_OK, memory.call([&] { return CGIgs_setString(node, 0, "new", kMagic); }));
     EXPECT_STREQ(memory.failed() ? nullptr : "new", CGIgs_getString(node, 0, kMagic));
     EXPECT_STREQ("last", CGIgs_getString(node, 7, kMagic));
@@ -83,7 +83,7 @@ TEST(NodeAtEachFailure, SetNStringReturnsOutOfMemoryExactlyWhenTheSlotIsEmpty) {
   int reported = 0;
   forEachFailingAllocation([&](FailingMemory &memory) {
     Object node(kMagic);
-    fill(node);
+    fillSlots(node);
     const TarnStatus status =
         memory.call([&] { return CGIgs_setNString(node, 0, "new", 3, kMagic); });
     const char *text = CGIgs_getString(node, 0, kMagic);
@@ -91,7 +91,7 @@ TEST(NodeAtEachFailure, SetNStringReturnsOutOfMemoryExactlyWhenTheSlotIsEmpty) {
     EXPECT_STREQ(text ? "new" : nullptr, text);
     if (status != TARN_OK) ++reported;
   });
-  EXPECT_EQ(2, reported) << "the block that is kept, failing alone and with the other";
+  EXPECT_EQ(2, reported) << "the stored block fails once alone and once together with the other";
 }
 
 // ---- Byte buffers -------------------------------------------------------------------------------
@@ -132,6 +132,7 @@ TEST(GenericListAtEachFailure, CloneReportsAMissingListAndReadsZerosFromAMissing
 
 TEST(NodeAtEachFailure, NewUnderTheTagOfAListOrStringLeavesTheHandleZero) {
   for (const uint32_t magic : {TARN_GENERIC_LIST_MAGIC, TARN_STRING_MAGIC}) {
+    SCOPED_TRACE(magic);
     forEachFailingAllocation([magic](FailingMemory &memory) {
       Object node;
       EXPECT_EQ(TARN_OK, memory.call([&] { return CGIgs_new(node, magic); }));
@@ -144,6 +145,7 @@ TEST(NodeAtEachFailure, CloneThatLacksItsListsHasTheRest) {
   forEachFailingAllocation([](FailingMemory &memory) {
     Object node(kMagic);
     for (const uint32_t index : {0U, 1U}) {
+      SCOPED_TRACE(index);
       List list{7, 8};
       ASSERT_EQ(TARN_OK, CGIgs_setList(node, index, list, kMagic));
       list.forget();
@@ -212,7 +214,7 @@ class String : public Object {
   }
 };
 
-// What becomes of a string of "abc" when there is no memory for what is added to it.
+// The state of a string "abc" when appending to it runs out of memory.
 void expectLost(FailingMemory &memory, String &string, TarnStatus status,
                 const std::string &whole) {
   EXPECT_EQ(memory.failed() ? TARN_OUT_OF_MEMORY : TARN_OK, status);

@@ -109,6 +109,7 @@ TEST(GenericListType, EveryOperationRefusesAnythingButAList) {
 TEST(GenericListAdd, KeepsWordsInOrderAndCountsThem) {
   List list;
   for (const uintptr_t word : {uintptr_t{7}, uintptr_t{0}, kWide}) {
+    SCOPED_TRACE(word);
     EXPECT_EQ(TARN_OK, TARNGenericList_addDatum(list, word));
   }
   EXPECT_EQ((Words{7, 0, kWide}), wordsOf(list));
@@ -126,6 +127,7 @@ TEST(GenericListAdd, ElevenElementsRaiseTheCapacityToTwenty) {
 TEST(GenericListAdd, CapacityIsAlwaysTheNextMultipleOfTen) {
   List list;
   for (uint32_t count = 1; count <= 1000; ++count) {
+    SCOPED_TRACE(count);
     ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(list, count));
     ASSERT_EQ((count + 9) / 10 * 10, TARNGenericList_getCapacity(list));
     ASSERT_EQ(count, TARNGenericList_getCount(list));
@@ -136,16 +138,18 @@ TEST(GenericListAdd, HundredsOfThousandsOfWordsKeepTheirOrder) {
   constexpr uint32_t kCount = 300001;
   List list;
   for (uint32_t i = 0; i < kCount; ++i)
-    ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(list, kWide - i));
+    ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(list, kWide - i)) << i;
   EXPECT_EQ(kCount, TARNGenericList_getCount(list));
   EXPECT_EQ(300010u, TARNGenericList_getCapacity(list));
-  for (uint32_t i = 0; i < kCount; ++i) ASSERT_EQ(kWide - i, TARNGenericList_getByIndex(list, i));
+  for (uint32_t i = 0; i < kCount; ++i)
+    ASSERT_EQ(kWide - i, TARNGenericList_getByIndex(list, i)) << i;
 }
 
 TEST(GenericListReserve, RaisesTheCapacityInStepsOfTen) {
   const std::array<std::pair<uint32_t, uint32_t>, 6> cases = {
       {{0, 0}, {1, 10}, {10, 10}, {11, 20}, {25, 30}, {100001, 100010}}};
   for (const auto &[asked, given] : cases) {
+    SCOPED_TRACE(asked);
     List list;
     EXPECT_EQ(TARN_OK, TARNGenericList_reserve(list, asked));
     EXPECT_EQ(given, TARNGenericList_getCapacity(list));
@@ -364,7 +368,7 @@ TEST(GenericListInit, CountAboveTheCapacityGrowsTheListBeforeAWordIsAdded) {
   ASSERT_EQ(26u, TARNGenericList_getCount(list));
   EXPECT_EQ(33u, TARNGenericList_getCapacity(list));
   EXPECT_EQ(3u, TARNGenericList_getByIndex(list, 2));
-  for (uint32_t i = 3; i < 25; ++i) EXPECT_EQ(0u, TARNGenericList_getByIndex(list, i));
+  for (uint32_t i = 3; i < 25; ++i) EXPECT_EQ(0u, TARNGenericList_getByIndex(list, i)) << i;
   EXPECT_EQ(9u, TARNGenericList_getByIndex(list, 25));
 }
 
@@ -430,7 +434,7 @@ TEST(GenericListClone, OfALongListCanGrow) {
   TarnHandle copy = 0;
   EXPECT_EQ(TARN_OK, TARNGenericList_clone(list, &copy));
   for (uint32_t i = 12345; i < 20000; ++i) TARNGenericList_addDatum(&copy, i);
-  for (uint32_t i = 0; i < 20000; ++i) ASSERT_EQ(i, TARNGenericList_getByIndex(&copy, i));
+  for (uint32_t i = 0; i < 20000; ++i) ASSERT_EQ(i, TARNGenericList_getByIndex(&copy, i)) << i;
   TARNGenericList_delete(&copy);
 }
 
@@ -450,7 +454,7 @@ TEST(GenericListClone, ChecksTheSourceThenTheDestination) {
 
 // ---- Out of memory ------------------------------------------------------------------------------
 
-// Adds until it fails: the list may have room for words that need no growth.
+// Adds until an allocation fails: the list may have room for some words.
 TarnStatus addUntilItFails(TarnHandle *list) {
   TarnStatus status = TARN_OK;
   for (int i = 0; status == TARN_OK && i < 1000000; ++i) status = TARNGenericList_addDatum(list, 7);
@@ -458,7 +462,7 @@ TarnStatus addUntilItFails(TarnHandle *list) {
 }
 
 void addThousand(TarnHandle *list) {
-  for (uintptr_t i = 0; i < 1000; ++i) ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(list, i));
+  for (uintptr_t i = 0; i < 1000; ++i) ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(list, i)) << i;
 }
 
 TEST(ListWithoutMemory, NewAndCloneReportItAndLeaveTheHandleUnchanged) {
@@ -499,6 +503,7 @@ TEST(ListWithoutMemory, AddReportsItAndKeepsTheElements) {
   EXPECT_EQ(0u, count % 10);
   EXPECT_EQ(count + 10, TARNGenericList_getCapacity(list));
   for (uint32_t i = 0; i < count; ++i) {
+    SCOPED_TRACE(i);
     ASSERT_EQ(i < 1000 ? i : 7, TARNGenericList_getByIndex(list, i));
   }
 }
@@ -593,12 +598,14 @@ TEST(ListWithoutMemory, ReserveKeepsTheStepsThatSucceeded) {
     EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
     EXPECT_EQ(each.capacity, TARNGenericList_getCapacity(list));
     EXPECT_EQ(each.held, TARNGenericList_getCount(list));
-    for (uint32_t i = 0; i < each.held; ++i) EXPECT_EQ(i + 1, TARNGenericList_getByIndex(list, i));
+    for (uint32_t i = 0; i < each.held; ++i)
+      EXPECT_EQ(i + 1, TARNGenericList_getByIndex(list, i)) << i;
     const uint32_t array = each.capacity - 10;
     const uintptr_t *words = TARNGenericList_getData(list);
     ASSERT_EQ(array == 0, words == nullptr);
     for (uint32_t i = each.held; i < array; ++i) EXPECT_EQ(0u, words[i]) << i;
     for (uint32_t i = 0; i < array; ++i) {
+      SCOPED_TRACE(i);
       EXPECT_EQ(TARN_OK, TARNGenericList_setByIndex(list, i, i));
     }
   }

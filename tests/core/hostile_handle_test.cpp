@@ -1,4 +1,4 @@
-// Handles as careless scripts pass them: deleted, deleted twice, of another type.
+// Handles that careless scripts pass: deleted, deleted twice, or of another type.
 #include <gtest/gtest.h>
 #include <tarn.h>
 
@@ -103,6 +103,7 @@ TEST(HostileHandle, DeletedTwiceIsRefusedTheSecondTime) {
 
 TEST(HostileHandle, AfterDeleteReadsAsEmptyAndCanHoldANewObject) {
   for (const uint32_t magic : kNodes) {
+    SCOPED_TRACE(magic);
     TarnHandle handle = 0;
     ASSERT_EQ(TARN_OK, CGIgs_new(&handle, magic));
     CGIgs_setString(&handle, 0, "text", magic);

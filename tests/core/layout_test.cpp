@@ -1,4 +1,4 @@
-// Debuggers and tools read nodes and lists by the order of their fields.
+// Debuggers and tools depend on the order of the fields of nodes and lists.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -38,7 +38,7 @@ TEST(StringLayout, HasItsFieldsInTheDocumentedOrder) {
   EXPECT_EQ(8U, offsetof(String, buffer));
 }
 
-// Likewise for the string's tag: an empty string whose buffer is still to be made.
+// The same for the string's tag: the node is an empty string without a buffer.
 TEST(StringLayout, FitsIntoANodeWithItsTag) {
   ASSERT_LE(sizeof(String), sizeof(Node));
   TarnHandle handle = 0;
@@ -50,8 +50,8 @@ TEST(StringLayout, FitsIntoANodeWithItsTag) {
   EXPECT_EQ(0U, handle);
 }
 
-// What CGIgs_new() makes under the list's tag is taken for a list by the list's operations. It is
-// large enough for that and, being all zeros, an empty one.
+// List operations treat a node created by CGIgs_new() with the list's tag as a list. The node is
+// large enough, and because it is all zeros the list is empty.
 TEST(GenericListLayout, FitsIntoANodeWithItsTag) {
   ASSERT_LE(sizeof(GenericList), sizeof(Node));
   TarnHandle handle = 0;

@@ -1,4 +1,4 @@
-// Texts and bytes that end, or begin, where memory does: nothing beyond them is touched.
+// Texts and bytes at the edge of a mapped page: nothing outside them is read or written.
 #include <gtest/gtest.h>
 #include <tarn.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// What all other tests here rest on.
+// All other tests in this file depend on this.
 TEST(MemoryEdgeDeathTest, KillsAProgramThatReadsOrWritesOneByteBeyond) {
   Guarded after("abc");
   Guarded before("abc", Edge::kBefore);
@@ -39,19 +39,20 @@ TEST(MemoryEdge, IsNotCrossedByUnescapeString) {
     std::string text;
     for (auto length = random() % 6; length > 0; --length) text += pieces[random() % 9];
     GuardedText input(text);
-    ASSERT_EQ(decoded(text), taken(unescapeString(input.text()))) << text;
+    ASSERT_EQ(decoded(text), copyAndRelease(unescapeString(input.text()))) << text;
   }
 }
 
 TEST(MemoryEdge, IsNotCrossedByStripString) {
   for (const char *text : {"", " ", "\t\n\r ", "a", " a", "a ", " a b \r\n"}) {
+    SCOPED_TRACE(testing::PrintToString(text));
     std::string expected = text;
     expected.erase(0, expected.find_first_not_of(" \t\n\r"));
     expected.erase(expected.find_last_not_of(" \t\n\r") + 1);
     Guarded after(text + "\0"s);
     Guarded before(text + "\0"s, Edge::kBefore);
-    EXPECT_EQ(expected, taken(stripString(after.text())));
-    EXPECT_EQ(expected, taken(stripString(before.text())));
+    EXPECT_EQ(expected, copyAndRelease(stripString(after.text())));
+    EXPECT_EQ(expected, copyAndRelease(stripString(before.text())));
   }
 }
 
@@ -60,6 +61,7 @@ TEST(MemoryEdge, IsNotCrossedByMemfind) {
   for (size_t length = 0; length <= text.size(); ++length) {
     for (size_t size = 0; size <= length; ++size) {
       for (size_t at = 0; at + size <= text.size(); ++at) {
+        SCOPED_TRACE(testing::Message() << size << " of " << length << " at " << at);
         Guarded haystack(text.substr(0, length));
         Guarded needle(text.substr(at, size));
         const size_t found = haystack.str().find(needle.str());
@@ -86,7 +88,7 @@ TEST(MemoryEdge, IsNotCrossedByComparisons) {
   EXPECT_LT(stringsAreEqual(GuardedText("").text(), text.text()), 0);
 }
 
-// The byte after the data is the caller's; with the open at the start nothing further is looked at.
+// The caller provides one byte after the data; with `open` at the start nothing further is read.
 TEST(MemoryEdge, IsNotCrossedByExtractBetween) {
   const auto between = [](const std::string &data, const char *open, const char *close) {
     GuardedText input(data);
@@ -139,9 +141,11 @@ TEST(MemoryEdge, IsNotCrossedWhenNodesAndBuffersCopyBytes) {
 
 TEST(MemoryEdge, IsNotCrossedWhenAListCopiesWords) {
   for (uint32_t capacity = 0; capacity < 25; ++capacity) {
+    SCOPED_TRACE(capacity);
     std::string bytes(capacity * sizeof(uintptr_t), '\1');
     Guarded words(bytes);
     for (const uint32_t count : {0U, capacity / 2, capacity, capacity + 1, UINT32_MAX}) {
+      SCOPED_TRACE(count);
       List list;
       EXPECT_EQ(TARN_OK, ATRNGenericList_init(list, words.text(), count, capacity));
       EXPECT_EQ(count, TARNGenericList_getCount(list));
@@ -149,6 +153,7 @@ TEST(MemoryEdge, IsNotCrossedWhenAListCopiesWords) {
       uintptr_t ones = 0;
       std::memset(&ones, 1, sizeof ones);
       for (const uint32_t index : {0U, capacity - 1, capacity, capacity + 9, UINT32_MAX - 1}) {
+        SCOPED_TRACE(index);
         EXPECT_EQ(index < count && index < capacity ? ones : 0,
                   TARNGenericList_getByIndex(list, index));
       }
@@ -156,7 +161,7 @@ TEST(MemoryEdge, IsNotCrossedWhenAListCopiesWords) {
   }
 }
 
-// A capacity that 32 bits cannot count is a growth that fails; it leaves the capacity overstated.
+// Growing beyond a 32-bit capacity fails and leaves the capacity overstated.
 TEST(MemoryEdge, IsNotCrossedByAListThatCouldNotGrow) {
   List list{1, 2, 3};
   ASSERT_EQ(TARN_OUT_OF_MEMORY, TARNGenericList_reserve(list, UINT32_MAX));
@@ -191,9 +196,9 @@ TEST(MemoryEdge, IsNotCrossedByAListThatCouldNotGrow) {
 
 // ---- The dynamic string -------------------------------------------------------------------------
 
-// What the string holds after `count` bytes of `text` from `offset` on went in at `position`.
-std::string inserted(std::string to, const std::string &text, size_t offset, size_t count,
-                     size_t position) {
+// The string after `count` bytes of `text` from `offset` were inserted at `position`.
+std::string withInserted(std::string to, const std::string &text, size_t offset, size_t count,
+                         size_t position) {
   if (count == 0) count = text.size();
   std::string part = text.substr(offset, count);
   part.resize(count);
@@ -215,7 +220,8 @@ TEST(MemoryEdge, IsNotCrossedWhenAStringCopiesText) {
             ASSERT_EQ(TARN_OK, TARNString_set(&string, before.c_str()));
             EXPECT_EQ(TARN_OK, TARNString_insertn(&string, source.text(), offset, count,
                                                   static_cast<uint32_t>(position)));
-            ASSERT_EQ(inserted(before, text, offset, count, position), TARNString_c_str(&string))
+            ASSERT_EQ(withInserted(before, text, offset, count, position),
+                      TARNString_c_str(&string))
                 << count << " from " << offset << " at " << position << " of " << held;
             EXPECT_EQ(TARN_OK, TARNString_delete(&string));
           }
@@ -229,6 +235,7 @@ TEST(MemoryEdge, IsNotCrossedWhenAStringFormatsOrComparesText) {
   TarnHandle string = 0;
   ASSERT_EQ(TARN_OK, TARNString_new(&string));
   for (size_t size = 0; size < 100; ++size) {
+    SCOPED_TRACE(size);
     const std::string text(size, 'x');
     EXPECT_EQ(TARN_OK, TARNString_set(&string, GuardedText(text).text()));
     EXPECT_EQ(0, TARNString_compare(&string, GuardedText(text).text()));

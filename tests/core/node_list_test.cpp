@@ -1,4 +1,4 @@
-// What the five list types share, written once; what only some of them do stands in their own tests.
+// Behaviour that the five list types share. What only some of them do is in their own tests.
 #include <gtest/gtest.h>
 #include <tarn.h>
 
@@ -12,7 +12,7 @@
 namespace {
 
 using tarn_test::Node;
-using tarn_test::withEveryStranger;
+using tarn_test::withEveryOtherType;
 
 struct Entries {
   static constexpr const char *kTypeName = "Entries";
@@ -97,7 +97,7 @@ constexpr uint32_t kElementMagics[] = {Entries::kElementMagic, Files::kElementMa
                                        Cookies::kElementMagic, Attributes::kElementMagic,
                                        Elements::kElementMagic};
 
-// Every element has a name in string 0, and another text in string 1.
+// Each element has a name in string 0 and another text in string 1.
 enum Text : uint32_t { kName, kSecond };
 
 template <typename Type>
@@ -121,7 +121,7 @@ struct TypedList : Node {
     Element<Type> element(name);
     ASSERT_EQ(TARN_OK, Type::add(*this, element));
   }
-  // A script can put any address into the generic list behind.
+  // A script can add any address to the generic list inside.
   void addForeign(TarnHandle address) {
     TarnHandle inner = this->inner();
     ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(&inner, address));
@@ -140,7 +140,7 @@ std::string nameOf(TarnHandle element) {
 
 using Names = std::vector<std::string>;
 
-// Each element has to be of the type, with the second text that belongs to its name.
+// Checks that each element has the type, and the second text that belongs to its name.
 template <typename Type>
 Names namesIn(TarnHandle *list) {
   Names names;
@@ -208,6 +208,7 @@ TYPED_TEST(NodeList, AddsAnEmptyElement) {
 TYPED_TEST(NodeList, AddsACopyOfItsOwnElement) {
   TypedList<TypeParam> list{"a"};
   for (int copies = 1; copies < 25; ++copies) {
+    SCOPED_TRACE(copies);
     TarnHandle lent = TypeParam::getByIndex(list, 0);
     ASSERT_EQ(TARN_OK, TypeParam::add(list, &lent));
   }
@@ -216,7 +217,7 @@ TYPED_TEST(NodeList, AddsACopyOfItsOwnElement) {
 
 TYPED_TEST(NodeList, AddToAnotherTypeReturnsWrongTypeEvenWithoutAnElement) {
   Element<TypeParam> element("a");
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::add(stranger, element));
     EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::add(stranger, nullptr));
   });
@@ -225,7 +226,7 @@ TYPED_TEST(NodeList, AddToAnotherTypeReturnsWrongTypeEvenWithoutAnElement) {
 
 TYPED_TEST(NodeList, AddOfAnotherTypeReturnsBadArgumentAndChangesNothing) {
   TypedList<TypeParam> list;
-  withEveryStranger(
+  withEveryOtherType(
       [&](TarnHandle *stranger) { EXPECT_EQ(TARN_BAD_ARGUMENT, TypeParam::add(list, stranger)); });
   for (const uint32_t magic : kElementMagics) {
     if (magic == TypeParam::kElementMagic) continue;
@@ -240,7 +241,7 @@ TYPED_TEST(NodeList, AddOfAnotherTypeReturnsBadArgumentAndChangesNothing) {
 
 TYPED_TEST(NodeList, CountAndIndexReturnZeroForAnotherType) {
   Element<TypeParam> element("a");
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(0, TypeParam::getCount(stranger));
     EXPECT_EQ(0U, TypeParam::getByIndex(stranger, 0));
   });
@@ -258,7 +259,7 @@ TYPED_TEST(NodeList, IndexAtOrBeyondTheCountReturnsZero) {
 
 TYPED_TEST(NodeList, ClearAndDeleteOfAnotherTypeReturnWrongType) {
   Element<TypeParam> element("a");
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::clear(stranger));
     EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::remove(stranger));
   });
@@ -336,7 +337,7 @@ TYPED_TEST(NodeList, CloneIntoItsOwnHandleDoesNotDeleteTheSource) {
 TYPED_TEST(NodeList, CloneOfAnotherTypeReturnsWrongTypeAndKeepsTheDestination) {
   Element<TypeParam> element("a");
   TarnHandle destination = element.value();
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::clone(stranger, &destination));
     EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::clone(stranger, nullptr));
   });
@@ -356,12 +357,14 @@ TYPED_TEST(NodeList, CloneToANullAddressReturnsTheStatusOfTheCopy) {
 TYPED_TEST(NodeList, CloneOfAListWithAForeignNodeOrZeroReturnsWrongTypeAndKeepsTheDestination) {
   Node foreign(TARN_HEADER_MAGIC);
   for (const TarnHandle address : {foreign.value(), TarnHandle{0}}) {
+    SCOPED_TRACE(address);
     TypedList<TypeParam> list{"a"};
     list.addForeign(address);
     list.add("b");
     EXPECT_EQ(3, TypeParam::getCount(list));
     EXPECT_EQ(address, TypeParam::getByIndex(list, 1));
     for (const TarnHandle before : {foreign.value(), TarnHandle{0}}) {
+      SCOPED_TRACE(before);
       TarnHandle destination = before;
       EXPECT_EQ(TARN_WRONG_TYPE, TypeParam::clone(list, &destination));
       EXPECT_EQ(before, destination);
@@ -373,6 +376,7 @@ TYPED_TEST(NodeList, CloneOfAListWithAForeignNodeOrZeroReturnsWrongTypeAndKeepsT
 
 TYPED_TEST(NodeList, ClearAndDeleteDoNotReleaseAForeignNode) {
   for (auto *release : {TypeParam::clear, TypeParam::remove}) {
+    SCOPED_TRACE(release == TypeParam::clear ? "clear" : "delete");
     Node foreign(TARN_HEADER_MAGIC);
     CGIgs_setString(foreign, kName, "mine", TARN_HEADER_MAGIC);
     TypedList<TypeParam> list{"a"};
@@ -407,7 +411,7 @@ TYPED_TEST(NodeList, ToHtmlReturnsNotYetImplementedForAnyHandle) {
   TypedList<TypeParam> list{"a"};
   const char *text = TypeParam::toHtml(list);
   EXPECT_STREQ("Not yet implemented.", text);
-  withEveryStranger([&](TarnHandle *stranger) { EXPECT_EQ(text, TypeParam::toHtml(stranger)); });
+  withEveryOtherType([&](TarnHandle *stranger) { EXPECT_EQ(text, TypeParam::toHtml(stranger)); });
 }
 
 // ---- Lists that a clear keeps, and lists that it ends -------------------------------------------
@@ -532,6 +536,7 @@ TYPED_TEST(NodeListOfASharedTag, ClearAndDeleteDoNotReleaseElementsOfTheOtherTyp
   using Own = typename TypeParam::Own;
   using Sibling = typename TypeParam::Sibling;
   for (auto *release : {Own::clear, Own::remove}) {
+    SCOPED_TRACE(release == Own::clear ? "clear" : "delete");
     TypedList<Own> list{"a"};
     ASSERT_EQ(TARN_OK, Sibling::add(list, this->sibling));
     list.add("b");
@@ -580,7 +585,7 @@ TYPED_TEST(NodeListReserve, DoesNothingAgainAfterAClear) {
 }
 
 TYPED_TEST(NodeListReserve, DoesNothingOnAnotherType) {
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     TypeParam::reserve(stranger, 40);
     EXPECT_EQ(0U, TARNGenericList_getCapacity(stranger));
   });
@@ -606,7 +611,7 @@ TYPED_TEST(NodeListWithinAnElement, CopiesThatElementWithTheListAsItIs) {
   EXPECT_EQ(TypeParam::kBeginsBeforeTheCopy,
             CGIgs_getList(&within, TARN_LIST_ELEMENTS, TypeParam::kListMagic) != 0);
   EXPECT_EQ(0, TypeParam::getCount(&within));
-  // The element's end takes the list, and not what is in it.
+  // Deleting the element releases the list, but not what is in it.
   EXPECT_EQ(TARN_OK, CGIgs_delete(&copy, TypeParam::kElementMagic));
 }
 
@@ -632,7 +637,7 @@ TYPED_TEST(NodeListWithoutMemory, AddAndCloneReportItAndChangeNothing) {
   EXPECT_EQ(element.value(), destination);
 }
 
-// A cookie or an attribute is copied before its list begins; the others after.
+// A cookie or an attribute is copied before its list is created, other elements after that.
 TYPED_TEST(NodeListWithoutMemory, FirstElementThatCannotBeCopiedMayLeaveAnEmptyList) {
   constexpr size_t kEnoughForAGenericList = 64;
   Element<TypeParam> element("a");

@@ -19,14 +19,14 @@ namespace {
 
 using tarn_test::Node;
 
-// A string of the test's own; converts to the address of its handle.
+// A string owned by the test; converts to the address of its handle.
 class String {
  public:
   explicit String(const std::string &text = {}) {
     EXPECT_EQ(TARN_OK, TARNString_new(&handle_));
     EXPECT_EQ(TARN_OK, TARNString_set(&handle_, text.c_str()));
   }
-  // For what the library makes.
+  // For a string that the library will create.
   explicit String(std::nullptr_t) {}
   ~String() { TARNString_delete(&handle_); }
   String(const String &) = delete;
@@ -34,14 +34,14 @@ class String {
 
   operator TarnHandle *() { return &handle_; }
   TarnHandle value() const { return handle_; }
-  // A node owns the string now.
+  // Gives up ownership, because a node owns the string now.
   void forget() { handle_ = 0; }
 
  private:
   TarnHandle handle_ = 0;
 };
 
-// The start of the record, which scripts may read.
+// The start of the record, which scripts can read.
 struct Record {
   uint32_t magic;
   int32_t capacity;
@@ -56,7 +56,7 @@ Record recordOf(const TarnHandle *handle) {
 
 int32_t capacityOf(const TarnHandle *handle) { return recordOf(handle).capacity; }
 
-// What stands in the buffer, whether or not the text ends before.
+// The bytes of the buffer, even beyond the end of the text.
 std::string bytesOf(TarnHandle *handle, size_t count) { return {TARNString_c_str(handle), count}; }
 
 std::string letters(size_t count) {
@@ -66,32 +66,32 @@ std::string letters(size_t count) {
 }
 
 void withEveryOtherHandle(const std::function<void(TarnHandle *)> &look) {
-  tarn_test::withEveryHandleBut(TARN_STRING_MAGIC, look);
+  tarn_test::withEveryHandleExcept(TARN_STRING_MAGIC, look);
 }
 
 // ---- What can be done to a string ---------------------------------------------------------------
 
 using Act = std::function<TarnStatus(TarnHandle *)>;
 
-const char *given(const std::string &text) { return text.c_str(); }
-const char *given(const char *text) { return text; }
-uint32_t given(uint32_t number) { return number; }
-uint32_t given(int number) { return static_cast<uint32_t>(number); }
+const char *toArgument(const std::string &text) { return text.c_str(); }
+const char *toArgument(const char *text) { return text; }
+uint32_t toArgument(uint32_t number) { return number; }
+uint32_t toArgument(int number) { return static_cast<uint32_t>(number); }
 
 template <auto operation>
-constexpr auto doing = [](const auto &...args) -> Act {
+constexpr auto actionOf = [](const auto &...args) -> Act {
   return [... args = std::decay_t<decltype(args)>(args)](TarnHandle *to) {
-    return operation(to, given(args)...);
+    return operation(to, toArgument(args)...);
   };
 };
 
-constexpr auto set = doing<TARNString_set>;
-constexpr auto append = doing<TARNString_append>;
-constexpr auto appendn = doing<TARNString_appendn>;
-constexpr auto insert = doing<TARNString_insert>;
-constexpr auto insertn = doing<TARNString_insertn>;
-constexpr auto removeBytes = doing<TARNString_remove>;
-constexpr auto reserve = doing<TARNString_reserve>;
+constexpr auto set = actionOf<TARNString_set>;
+constexpr auto append = actionOf<TARNString_append>;
+constexpr auto appendn = actionOf<TARNString_appendn>;
+constexpr auto insert = actionOf<TARNString_insert>;
+constexpr auto insertn = actionOf<TARNString_insertn>;
+constexpr auto removeBytes = actionOf<TARNString_remove>;
+constexpr auto reserve = actionOf<TARNString_reserve>;
 Act setString(const std::string &text) {
   return [=](auto *to) { return TARNString_set_string(to, String(text)); };
 }
@@ -105,8 +105,8 @@ Act insertFormatted(const std::string &text, uint32_t position) {
   return [=](auto *to) { return TARNString_insert_sprintf(to, position, "%s", text.c_str()); };
 }
 const Act clear = TARNString_clear;
-// The growth fails because no capacity could count the size; the text is lost with the buffer.
-const Act lose = [](auto *to) {
+// Growth fails because the size exceeds the largest capacity; the buffer and the text are lost.
+const Act loseBuffer = [](auto *to) {
   return TARNString_appendn(to, "x", 0, INT32_MAX) == TARN_OUT_OF_MEMORY ? TARN_OK
                                                                          : TARN_BAD_ARGUMENT;
 };
@@ -119,7 +119,7 @@ struct Case {
   int32_t capacity = 16;
 };
 
-void check(const std::vector<Case> &cases) {
+void checkCases(const std::vector<Case> &cases) {
   for (const Case &row : cases) {
     SCOPED_TRACE(row.what);
     String string(row.start);
@@ -160,8 +160,8 @@ TEST(StringDelete, SetsTheHandleToZeroAndIsRefusedTheSecondTime) {
   EXPECT_EQ(TARN_WRONG_TYPE, TARNString_delete(string));
 }
 
-// Under a sanitizer nothing is counted here; it looks for the text itself.
-TEST(StringDelete, ReleasesTheText) {
+// Under the sanitizers nothing is counted: they detect a leaked text themselves.
+TEST(StringDeleteMemory, ReleasesTheText) {
   constexpr uint32_t kMuch = 1U << 20;
   const auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
   const size_t before = inUse();
@@ -232,7 +232,7 @@ TEST(StringAppend, ChecksForANullTextBeforeTheType) {
 
 TEST(StringCapacity, EachOperationGrowsByItsOwnRule) {
   const auto l = letters;
-  check({
+  checkCases({
       {"a text as long as the capacity fits", "", {set(l(16))}, l(16), 16},
       {"a longer text gets 16 more", "", {set(l(17))}, l(17), 33},
       {"and so does a much longer one", "", {set(l(1000))}, l(1000), 1016},
@@ -293,10 +293,10 @@ TEST(StringCapacity, TextMovesOnlyWhenItDoesNotFit) {
 // ---- Writing and removing -----------------------------------------------------------------------
 
 TEST(StringSet, ReplacesTheWholeTextWithTheGivenBytes) {
-  check({{"longer", "xy", {set("100%s%n\xff\x01\n")}, "100%s%n\xff\x01\n"},
-         {"shorter", "xyz", {set("a")}, "a"},
-         {"empty", "xyz", {set("")}, ""},
-         {"another string's", "xyz", {setString("\xc3\xa4")}, "\xc3\xa4"}});
+  checkCases({{"longer", "xy", {set("100%s%n\xff\x01\n")}, "100%s%n\xff\x01\n"},
+              {"shorter", "xyz", {set("a")}, "a"},
+              {"empty", "xyz", {set("")}, ""},
+              {"another string's", "xyz", {setString("\xc3\xa4")}, "\xc3\xa4"}});
 }
 
 TEST(StringSetString, CopiesTheTextAndRefusesASourceOfAnotherType) {
@@ -331,24 +331,24 @@ TEST(StringAppendString, AnotherTypeAppendsNothingAndReturnsOk) {
 
 TEST(StringInsert, InsertsAtAPositionInTheTextAndRefusesOneBeyondIt) {
   const std::string tail = letters(1000);
-  check({{"append", "xy", {append("abc")}, "xyabc"},
-         {"append nothing", "xy", {append("")}, "xy"},
-         {"append a string", "xy", {appendString("abc")}, "xyabc"},
-         {"front", "xy", {insert("abc", 0)}, "abcxy"},
-         {"middle", "xy", {insert("abc", 1)}, "xabcy"},
-         {"end", "xy", {insert("abc", 2)}, "xyabc"},
-         {"nothing", "xy", {insert("", 1)}, "xy"},
-         {"a long tail", tail, {insert("abc", 1)}, "aabc" + tail.substr(1), 1016},
-         {"a long tail moves", tail, {insert(tail, 1)}, "a" + tail + tail.substr(1), 2017},
-         {"just beyond", "xy", {insert("abc", 3), append("!")}, "xy!"},
-         {"at the buffer's end", "xy", {insert("abc", 15), append("!")}, "xy!"},
-         {"far beyond", "xy", {insert("abc", 0x80000000U), append("!")}, "xy!"},
-         {"as far as can be", "xy", {insert("abc", UINT32_MAX), append("!")}, "xy!"}});
+  checkCases({{"append", "xy", {append("abc")}, "xyabc"},
+              {"append nothing", "xy", {append("")}, "xy"},
+              {"append a string", "xy", {appendString("abc")}, "xyabc"},
+              {"front", "xy", {insert("abc", 0)}, "abcxy"},
+              {"middle", "xy", {insert("abc", 1)}, "xabcy"},
+              {"end", "xy", {insert("abc", 2)}, "xyabc"},
+              {"nothing", "xy", {insert("", 1)}, "xy"},
+              {"a long tail", tail, {insert("abc", 1)}, "aabc" + tail.substr(1), 1016},
+              {"a long tail moves", tail, {insert(tail, 1)}, "a" + tail + tail.substr(1), 2017},
+              {"just beyond", "xy", {insert("abc", 3), append("!")}, "xy!"},
+              {"at the buffer's end", "xy", {insert("abc", 15), append("!")}, "xy!"},
+              {"far beyond", "xy", {insert("abc", 0x80000000U), append("!")}, "xy!"},
+              {"as far as can be", "xy", {insert("abc", UINT32_MAX), append("!")}, "xy!"}});
 }
 
 TEST(StringInsertn, InsertsPartOfATextPaddedWithZeroBytes) {
   const std::string full = "0123456789abcdef";
-  check({
+  checkCases({
       {"a part, appended", "", {appendn("hello", 1, 3)}, "ell"},
       {"less than asked for", "", {appendn("hi", 0, 4)}, "hi"},
       {"the front", "xy", {insertn("hello", 0, 2, 1)}, "xhey"},
@@ -373,8 +373,8 @@ TEST(StringInsertn, BeyondTheTextWritesInvisiblyAndOnlyInsideTheBuffer) {
   EXPECT_EQ(TARN_OK, TARNString_insert(string, "XY", 3));
   EXPECT_EQ(std::string("ab\0XY", 5), bytesOf(string, 5));
   for (uint32_t position = 3; position < 40; ++position) {
-    check({{"beyond", "ab", {insert("0123456789", position)}, "ab"},
-           {"filled later", "ab", {insert("012", position), set(letters(16))}, letters(16)}});
+    checkCases({{"beyond", "ab", {insert("0123456789", position)}, "ab"},
+                {"filled later", "ab", {insert("012", position), set(letters(16))}, letters(16)}});
   }
 }
 
@@ -431,12 +431,12 @@ TEST(StringSprintf, AppendsAndInsertsFormattedText) {
 
 TEST(StringSprintf, AcceptsArgumentsOfAnyLengthAndCopiesTheirPercentSigns) {
   const std::string much = letters(100000);
-  check({{"percent", "-", {appendFormatted("100%s%n%d")}, "-100%s%n%d"},
-         {"percent, inserted", "--", {insertFormatted("100%s%n%d", 1)}, "-100%s%n%d-"},
-         {"nothing", "kept", {appendFormatted(""), insertFormatted("", 2)}, "kept"},
-         {"beyond the text", "kept", {insertFormatted("-", 9)}, "kept"},
-         {"much", "-", {appendFormatted(much)}, "-" + much, 100018},
-         {"much, inserted", "-", {insertFormatted(much, 0)}, much + "-", 100018}});
+  checkCases({{"percent", "-", {appendFormatted("100%s%n%d")}, "-100%s%n%d"},
+              {"percent, inserted", "--", {insertFormatted("100%s%n%d", 1)}, "-100%s%n%d-"},
+              {"nothing", "kept", {appendFormatted(""), insertFormatted("", 2)}, "kept"},
+              {"beyond the text", "kept", {insertFormatted("-", 9)}, "kept"},
+              {"much", "-", {appendFormatted(much)}, "-" + much, 100018},
+              {"much, inserted", "-", {insertFormatted(much, 0)}, much + "-", 100018}});
 }
 
 TEST(StringSprintf, NullFormatIsRefusedWhateverTheHandle) {
@@ -451,7 +451,7 @@ TEST(StringSprintf, NullFormatIsRefusedWhateverTheHandle) {
   withEveryOtherHandle(look);
 }
 
-// In the "C" locale there is no euro sign.
+// The "C" locale cannot represent the euro sign.
 TEST(StringSprintf, FormattingErrorReturnsTheSameAsANullText) {
   const wchar_t euro[] = {0x20AC, 0};
   TarnHandle none = 0;
@@ -502,19 +502,19 @@ TEST(StringGivenItsOwnText, WritesItLikeAnyOtherText) {
 TEST(StringGivenItsOwnText, CanBeItsOwnSource) {
   const Act appendItself = [](auto *h) { return TARNString_append_string(h, h); };
   const Act setItself = [](auto *h) { return TARNString_set_string(h, h); };
-  check({{"append", "abc", {appendItself, appendItself}, "abcabcabcabc"},
-         {"append, growing", letters(8), {appendItself}, letters(8) + letters(8), 33},
-         {"set", "abc", {setItself}, "abc"}});
+  checkCases({{"append", "abc", {appendItself, appendItself}, "abcabcabcabc"},
+              {"append, growing", letters(8), {appendItself}, letters(8) + letters(8), 33},
+              {"set", "abc", {setItself}, "abc"}});
 }
 
 TEST(StringGivenItsOwnText, CanUseWhatAClearLeftInTheBuffer) {
   const Act append1 = [](auto *h) { return TARNString_append(h, TARNString_c_str(h) + 1); };
   const Act set1 = [](auto *h) { return TARNString_set(h, TARNString_c_str(h) + 1); };
-  check(
+  checkCases(
       {{"append", "abcd", {clear, append1}, "bcd", 20}, {"set", "abcd", {clear, set1}, "bcd", 19}});
 }
 
-// The zero byte at the end is the string's own, too: what moves over it does not count as text.
+// The terminator belongs to the string too; bytes written after it are not part of the text.
 TEST(StringGivenItsOwnText, TreatsItsOwnTerminatorAsAnEmptyTextPaddedWithZeroBytes) {
   for (const uint32_t size : {0U, 1U, 5U, 8U}) {
     for (uint32_t position = 0; position <= size; ++position) {
@@ -565,6 +565,7 @@ TEST(StringSubstr, ReturnsARangeAsANewString) {
 TEST(StringSubstr, NewStringHasTheCapacityThatSetWouldGive) {
   String string(letters(100));
   for (const auto &[count, capacity] : {std::pair(16U, 16), std::pair(17U, 33)}) {
+    SCOPED_TRACE(count);
     String part(nullptr);
     EXPECT_EQ(TARN_OK, TARNString_substr(string, 26, count, part));
     EXPECT_EQ(letters(count), TARNString_c_str(part));
@@ -614,7 +615,7 @@ TEST(StringCopies, RefuseANullAddressAndAHandleInUse) {
 // ---- Comparing ----------------------------------------------------------------------------------
 
 TEST(StringCompare, ReturnsWhatStrcmpReturnsAndOneForANullText) {
-  // Called through a pointer, so that the compiler does not answer in its place.
+  // Called through a pointer, so that the compiler does not compute the result.
   int (*volatile order)(const char *, const char *) = std::strcmp;
   const char *const texts[] = {"", "a", "A", "abc", "abd", "z", "\x7f", "\xff", "\xc3\xa4"};
   for (const char *a : texts) {
@@ -642,7 +643,7 @@ std::string writtenTo(const std::function<void(FILE *)> &write) {
   return written;
 }
 
-// What comes out of standard output; it has to fit into a pipe.
+// Captures standard output, which must fit into a pipe.
 std::string printed(const std::function<void()> &print) {
   int ends[2];
   EXPECT_EQ(0, pipe(ends));
@@ -662,6 +663,7 @@ std::string printed(const std::function<void()> &print) {
 
 TEST(StringPrint, WritesTheTextUnchanged) {
   for (const char *text : {"", "x", "100%s%n\n\xff"}) {
+    SCOPED_TRACE(testing::PrintToString(text));
     String string(text);
     const std::string line = text + std::string("\n");
     EXPECT_EQ(text, writtenTo([&](FILE *to) { EXPECT_EQ(0U, TARNString_fprint(string, to)); }));
@@ -671,7 +673,7 @@ TEST(StringPrint, WritesTheTextUnchanged) {
   }
 }
 
-// Nothing comes out, no newline either.
+// Expects no output, not even a newline.
 void expectNoPrint(TarnStatus status, TarnHandle *handle) {
   EXPECT_EQ("", printed([&] {
               EXPECT_EQ(status, TARNString_print(handle));
@@ -689,7 +691,7 @@ TEST(StringPrint, AnotherTypePrintsNothing) {
 
 TEST(StringPrint, ChecksForANullStreamBeforeAMissingBuffer) {
   String string("text");
-  for (const Act &act : {set("text"), lose}) {
+  for (const Act &act : {set("text"), loseBuffer}) {
     ASSERT_EQ(TARN_OK, act(string));
     EXPECT_EQ(TARN_BAD_ARGUMENT, TARNString_fprint(string, nullptr));
     EXPECT_EQ(TARN_BAD_ARGUMENT, TARNString_fprintline(string, nullptr));
@@ -709,7 +711,7 @@ TEST(StringPrint, DoesNotReportWriteErrors) {
 
 TEST(StringWithoutABuffer, ReadsAsEmptyAndCannotBePrinted) {
   String string("abc");
-  ASSERT_EQ(TARN_OK, lose(string));
+  ASSERT_EQ(TARN_OK, loseBuffer(string));
   EXPECT_EQ(1U, TARNString_IsA(string));
   EXPECT_EQ(nullptr, TARNString_c_str(string));
   EXPECT_EQ(0U, TARNString_length(string));
@@ -728,7 +730,7 @@ TEST(StringWithoutABuffer, ReadsAsEmptyAndCannotBePrinted) {
 
 TEST(StringWithoutABuffer, IsAnEmptySourceExceptForAppendWhichSeesANullText) {
   String string("abc");
-  ASSERT_EQ(TARN_OK, lose(string));
+  ASSERT_EQ(TARN_OK, loseBuffer(string));
   String other("other");
   EXPECT_EQ(TARN_BAD_ARGUMENT, TARNString_append_string(other, string));
   EXPECT_EQ(TARN_BAD_ARGUMENT, TARNString_append_string(nullptr, string));
@@ -740,26 +742,26 @@ TEST(StringWithoutABuffer, IsAnEmptySourceExceptForAppendWhichSeesANullText) {
 
 TEST(StringWithoutABuffer, GetsABufferAtTheNextWrite) {
   const std::string full = letters(16);
-  check({{"set", "abc", {lose, set("text")}, "text"},
-         {"set to nothing", "abc", {lose, set("")}, ""},
-         {"set to much", "abc", {lose, set(full + "-")}, full + "-", 33},
-         {"set to a string", "abc", {lose, setString("text")}, "text"},
-         {"append", "abc", {lose, append("text")}, "text"},
-         {"append nothing", "abc", {lose, append("")}, ""},
-         {"append much", "abc", {lose, append(full)}, full, 33},
-         {"append a string", "abc", {lose, appendString("text")}, "text"},
-         {"append formatted", "abc", {lose, appendFormatted("text")}, "text"},
-         {"insert", "abc", {lose, insert("text", 0)}, "text"},
-         {"insert beyond the text", "abc", {lose, insert("text", 9)}, ""},
-         {"insert formatted", "abc", {lose, insertFormatted("text", 0)}, "text"},
-         {"reserve", "abc", {lose, reserve(20)}, "", 20},
-         {"after a clear", "abc", {lose, clear, append("a")}, "a", 18},
-         {"with the capacity it had", full + "-", {lose, append("a")}, "a", 33}});
+  checkCases({{"set", "abc", {loseBuffer, set("text")}, "text"},
+              {"set to nothing", "abc", {loseBuffer, set("")}, ""},
+              {"set to much", "abc", {loseBuffer, set(full + "-")}, full + "-", 33},
+              {"set to a string", "abc", {loseBuffer, setString("text")}, "text"},
+              {"append", "abc", {loseBuffer, append("text")}, "text"},
+              {"append nothing", "abc", {loseBuffer, append("")}, ""},
+              {"append much", "abc", {loseBuffer, append(full)}, full, 33},
+              {"append a string", "abc", {loseBuffer, appendString("text")}, "text"},
+              {"append formatted", "abc", {loseBuffer, appendFormatted("text")}, "text"},
+              {"insert", "abc", {loseBuffer, insert("text", 0)}, "text"},
+              {"insert beyond the text", "abc", {loseBuffer, insert("text", 9)}, ""},
+              {"insert formatted", "abc", {loseBuffer, insertFormatted("text", 0)}, "text"},
+              {"reserve", "abc", {loseBuffer, reserve(20)}, "", 20},
+              {"after a clear", "abc", {loseBuffer, clear, append("a")}, "a", 18},
+              {"with the capacity it had", full + "-", {loseBuffer, append("a")}, "a", 33}});
 }
 
 TEST(StringWithoutABuffer, StaysWithoutOneWhenNothingIsWritten) {
   String string("abc");
-  for (const Act &act : {lose, removeBytes(0, 0), removeBytes(4, 1), reserve(16), clear}) {
+  for (const Act &act : {loseBuffer, removeBytes(0, 0), removeBytes(4, 1), reserve(16), clear}) {
     EXPECT_EQ(TARN_OK, act(string));
     EXPECT_EQ(nullptr, TARNString_c_str(string));
   }
@@ -771,7 +773,8 @@ TEST(StringWithoutABuffer, StaysWithoutOneWhenNothingIsWritten) {
 
 constexpr uint32_t kMuch = 4 * tarn_test::kLittleMemory;
 
-TarnStatus starved(const Act &act, TarnHandle *handle, size_t spare = tarn_test::kLittleMemory) {
+TarnStatus runWithoutMemory(const Act &act, TarnHandle *handle,
+                            size_t spare = tarn_test::kLittleMemory) {
   TarnStatus status = TARN_NOT_IMPLEMENTED;
   tarn_test::withoutMemory([&] { status = act(handle); }, spare);
   return status;
@@ -780,7 +783,8 @@ TarnStatus starved(const Act &act, TarnHandle *handle, size_t spare = tarn_test:
 TEST(StringWithoutMemory, NewReportsItAndLeavesNoStringOrOneWithoutABuffer) {
   int without[2] = {};
   size_t spare = 0;
-  for (String string(nullptr); starved(TARNString_new, string, spare) != TARN_OK; ++spare) {
+  for (String string(nullptr); runWithoutMemory(TARNString_new, string, spare) != TARN_OK;
+       ++spare) {
     ASSERT_GT(1000U, spare);
     ++without[string.value() == 0 ? 0 : 1];
     if (string.value() == 0) continue;
@@ -793,15 +797,15 @@ TEST(StringWithoutMemory, NewReportsItAndLeavesNoStringOrOneWithoutABuffer) {
   EXPECT_LT(0, without[0]) << "without a string";
   EXPECT_LT(0, without[1]) << "without a buffer";
   String string(nullptr);
-  EXPECT_EQ(TARN_OUT_OF_MEMORY, starved(TARNString_new, string, 0));
-  EXPECT_EQ(TARN_OUT_OF_MEMORY, starved(TARNString_new, string, spare - 1));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, runWithoutMemory(TARNString_new, string, 0));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, runWithoutMemory(TARNString_new, string, spare - 1));
 }
 
 TEST(StringWithoutMemory, FailedInsertLosesTheText) {
   const std::string much = letters(kMuch);
   for (const Act &act : {append(much), insert(much, 1), appendn("a", 0, kMuch)}) {
     String string("abc");
-    EXPECT_EQ(TARN_OUT_OF_MEMORY, starved(act, string));
+    EXPECT_EQ(TARN_OUT_OF_MEMORY, runWithoutMemory(act, string));
     EXPECT_EQ(nullptr, TARNString_c_str(string));
     EXPECT_EQ(16, capacityOf(string));
   }
@@ -810,14 +814,14 @@ TEST(StringWithoutMemory, FailedInsertLosesTheText) {
 TEST(StringWithoutMemory, TextThatFitsIsStillWritten) {
   String string("abc");
   for (const Act &act : {append("def"), insert("-", 0), removeBytes(1, 1), reserve(10)}) {
-    EXPECT_EQ(TARN_OK, starved(act, string, 0));
+    EXPECT_EQ(TARN_OK, runWithoutMemory(act, string, 0));
   }
   EXPECT_STREQ("-bcdef", TARNString_c_str(string));
 }
 
 TEST(StringWithoutMemory, SetReturnsOkAndLeavesNoText) {
   String string("abc");
-  EXPECT_EQ(TARN_OK, starved(set(letters(kMuch)), string));
+  EXPECT_EQ(TARN_OK, runWithoutMemory(set(letters(kMuch)), string));
   EXPECT_EQ(0U, TARNString_length(string));
   EXPECT_EQ(0, TARNString_compare(string, ""));
   EXPECT_EQ(TARN_OK, TARNString_append(string, "text"));
@@ -826,15 +830,15 @@ TEST(StringWithoutMemory, SetReturnsOkAndLeavesNoText) {
 
 TEST(StringWithoutMemory, ReserveReturnsOkAndLeavesTheStringUnchanged) {
   String string("abc");
-  EXPECT_EQ(TARN_OK, starved(reserve(100), string, 0));
+  EXPECT_EQ(TARN_OK, runWithoutMemory(reserve(100), string, 0));
   EXPECT_STREQ("abc", TARNString_c_str(string));
   EXPECT_EQ(16, capacityOf(string));
 }
 
 TEST(StringWithoutMemory, FormattingReturnsTheSameAsANullText) {
   String string("abc");
-  EXPECT_EQ(TARN_BAD_ARGUMENT, starved(appendFormatted("x"), string, 0));
-  EXPECT_EQ(TARN_BAD_ARGUMENT, starved(insertFormatted("x", 0), string, 0));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, runWithoutMemory(appendFormatted("x"), string, 0));
+  EXPECT_EQ(TARN_BAD_ARGUMENT, runWithoutMemory(insertFormatted("x", 0), string, 0));
   EXPECT_STREQ("abc", TARNString_c_str(string));
 }
 
@@ -842,9 +846,9 @@ TEST(StringWithoutMemory, DupReportsAMissingRecordButNotAMissingBuffer) {
   String string(letters(kMuch));
   String copy(nullptr);
   const Act dup = [&](auto *to) { return TARNString_dup(string, to); };
-  EXPECT_EQ(TARN_OUT_OF_MEMORY, starved(dup, copy, 0));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, runWithoutMemory(dup, copy, 0));
   EXPECT_EQ(0U, copy.value());
-  EXPECT_EQ(TARN_OK, starved(dup, copy));
+  EXPECT_EQ(TARN_OK, runWithoutMemory(dup, copy));
   EXPECT_EQ(0U, TARNString_length(copy));
   EXPECT_EQ(capacityOf(string), capacityOf(copy));
   EXPECT_EQ(TARN_OK, TARNString_append(copy, "a"));
@@ -855,10 +859,10 @@ TEST(StringWithoutMemory, SubstrReportsAMissingStringFirstAndNeverAMissingText) 
   String string(letters(kMuch));
   String part(nullptr);
   const Act substr = [&](auto *to) { return TARNString_substr(string, 0, 0, to); };
-  EXPECT_EQ(TARN_OUT_OF_MEMORY, starved(substr, nullptr, 0));
-  EXPECT_EQ(TARN_OUT_OF_MEMORY, starved(substr, part, 0));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, runWithoutMemory(substr, nullptr, 0));
+  EXPECT_EQ(TARN_OUT_OF_MEMORY, runWithoutMemory(substr, part, 0));
   EXPECT_EQ(0U, part.value());
-  EXPECT_EQ(TARN_OK, starved(substr, part));
+  EXPECT_EQ(TARN_OK, runWithoutMemory(substr, part));
   EXPECT_EQ(1U, TARNString_IsA(part));
   EXPECT_EQ(0, TARNString_compare(part, ""));
 }
@@ -978,7 +982,7 @@ TEST(StringInsertn, CountsThatWrapAround32BitsAreRefusedAndSuchPositionsChangeNo
   }
 }
 
-TEST(StringInsert, OwnTextThatFitsNeedsNoMemory) {
+TEST(StringInsertMemory, OwnTextThatFitsNeedsNoMemory) {
   String string;
   TARNString_set(string, "abcdef");
   EXPECT_EQ(TARN_OK, TARNString_insert(string, TARNString_c_str(string), 2));

@@ -20,16 +20,16 @@
 namespace {
 
 using tarn_test::asScript;
+using tarn_test::copyAndRelease;
 using tarn_test::limitProcessorTime;
 using tarn_test::Node;
-using tarn_test::taken;
 
 // ---- Formatted allocation -----------------------------------------------------------------------
 
 TEST(Asprintf, FormatsIntoANewBlockAndReturnsTheLength) {
   char *out = nullptr;
   EXPECT_EQ(3, tarn_asprintf(&out, "%d-%s", 7, "x"));
-  EXPECT_EQ("7-x", taken(out));
+  EXPECT_EQ("7-x", copyAndRelease(out));
 }
 
 TEST(Asprintf, EmptyResultIsAllocatedToo) {
@@ -37,14 +37,14 @@ TEST(Asprintf, EmptyResultIsAllocatedToo) {
   char *out = before;
   EXPECT_EQ(0, tarn_asprintf(&out, "%s", ""));
   EXPECT_NE(before, out);
-  EXPECT_EQ("", taken(out));
+  EXPECT_EQ("", copyAndRelease(out));
 }
 
 TEST(Asprintf, AcceptsTextOfAnyLength) {
   const std::string text(1 << 20, 'a');
   char *out = nullptr;
   EXPECT_EQ((1 << 20) + 2, tarn_asprintf(&out, "<%s>", text.c_str()));
-  EXPECT_EQ('<' + text + '>', taken(out));
+  EXPECT_EQ('<' + text + '>', copyAndRelease(out));
 }
 
 TEST(Asprintf, SupportsEveryConversionOfPrintf) {
@@ -55,16 +55,16 @@ TEST(Asprintf, SupportsEveryConversionOfPrintf) {
   std::free(out);
 }
 
-// The C library's hardened functions would end the script.
+// The C library's hardened functions would abort the script.
 TEST(Asprintf, SupportsEveryConversionInAWritableFormat) {
   const std::string tells = "ab%n%s", skips = "%2$s";
   char *out = nullptr;
   int position = 0;
   EXPECT_EQ(3, tarn_asprintf(&out, tells.c_str(), &position, "c"));
-  EXPECT_EQ("abc", taken(out));
+  EXPECT_EQ("abc", copyAndRelease(out));
   EXPECT_EQ(2, position);
   EXPECT_EQ(6, tarn_asprintf(&out, skips.c_str(), 1, "second"));
-  EXPECT_EQ("second", taken(out));
+  EXPECT_EQ("second", copyAndRelease(out));
 }
 
 TEST(Asprintf, CountsAFormattedZeroByte) {
@@ -83,7 +83,7 @@ TEST(Asprintf, ReturnsNoTextForANullFormat) {
 }
 
 TEST(Asprintf, ReturnsNoTextForAFormattingError) {
-  // In the C locale no byte stands for this character.
+  // The C locale cannot represent this character.
   const wchar_t euro[] = L"\x20ac";
   char before[] = "before";
   char *out = before;
@@ -154,7 +154,7 @@ TEST(StringsAreEqual, SignGivesTheOrder) {
   EXPECT_LT(stringsAreEqual("ab", "abc"), 0);
   EXPECT_GT(stringsAreEqual("abc", "AB"), 0);
   EXPECT_LT(stringsAreEqual("", "a"), 0);
-  // Letters are taken as small ones, so "_" sorts before "A"; bytes are never negative.
+  // Letters are compared in lower case, so "_" sorts before "A"; bytes are unsigned.
   EXPECT_GT(stringsAreEqual("A", "_"), 0);
   EXPECT_GT(stringsAreEqual("\xe4", "z"), 0);
 }
@@ -190,6 +190,7 @@ TEST(NStringsAreEqual, StopsAtTheEndOfTheTexts) {
 
 TEST(NStringsAreEqual, NullSortsBeforeAnyTextWhateverN) {
   for (const uint32_t n : {0u, 1u, UINT32_MAX}) {
+    SCOPED_TRACE(n);
     EXPECT_EQ(0, nStringsAreEqual(nullptr, nullptr, n));
     EXPECT_EQ(-1, nStringsAreEqual(nullptr, "text", n));
     EXPECT_EQ(1, nStringsAreEqual("text", nullptr, n));
@@ -206,7 +207,7 @@ TEST(HexToChar, ReadsTwoDigitsInEitherCase) {
 }
 
 TEST(HexToChar, ReadsAnyPairOfBytesByTheSameArithmetic) {
-  // From "A" up a byte is a letter: small letters stand 32 above their capitals.
+  // Bytes from "A" up are treated as letters; lower case is 32 above upper case.
   const auto digit = [](int byte) {
     if (byte < 'A') return byte - '0';
     const bool small = byte / 32 % 2 == 1;
@@ -222,9 +223,9 @@ TEST(HexToChar, ReadsAnyPairOfBytesByTheSameArithmetic) {
 }
 
 TEST(Unescape, DecodesPlusAndPercent) {
-  EXPECT_EQ("a b/cA", taken(unescapeString("a+b%2Fc%41")));
-  EXPECT_EQ(" +%", taken(unescapeString("+%2b%25")));
-  EXPECT_EQ("", taken(unescapeString("")));
+  EXPECT_EQ("a b/cA", copyAndRelease(unescapeString("a+b%2Fc%41")));
+  EXPECT_EQ(" +%", copyAndRelease(unescapeString("+%2b%25")));
+  EXPECT_EQ("", copyAndRelease(unescapeString("")));
 }
 
 TEST(Unescape, CopiesAllOtherBytes) {
@@ -232,7 +233,7 @@ TEST(Unescape, CopiesAllOtherBytes) {
   for (int byte = 1; byte < 256; ++byte) {
     if (byte != '+' && byte != '%') text += static_cast<char>(byte);
   }
-  EXPECT_EQ(text, taken(unescapeString(text.c_str())));
+  EXPECT_EQ(text, copyAndRelease(unescapeString(text.c_str())));
 }
 
 TEST(Unescape, DecodesEveryByteValue) {
@@ -245,7 +246,7 @@ TEST(Unescape, DecodesEveryByteValue) {
     escaped += digits;
     expected += static_cast<char>(byte);
   }
-  EXPECT_EQ(expected, taken(unescapeString(escaped.c_str())));
+  EXPECT_EQ(expected, copyAndRelease(unescapeString(escaped.c_str())));
 }
 
 TEST(Unescape, ReturnsNullForNull) { EXPECT_EQ(nullptr, unescapeString(nullptr)); }
@@ -259,45 +260,44 @@ TEST(Unescape, DoesNotChangeItsInput) {
 }
 
 TEST(Unescape, DecodedZeroByteEndsTheText) {
-  EXPECT_EQ("a", taken(unescapeString("a%00b")));
-  EXPECT_EQ("", taken(unescapeString("%00")));
+  EXPECT_EQ("a", copyAndRelease(unescapeString("a%00b")));
+  EXPECT_EQ("", copyAndRelease(unescapeString("%00")));
 }
 
 TEST(Unescape, AcceptsCharactersThatAreNotDigits) {
-  EXPECT_EQ("S", taken(unescapeString("%zz")));
-  EXPECT_EQ("T1", taken(unescapeString("%%41")));
-  EXPECT_EQ("\xb1", taken(unescapeString("%+1")));
+  EXPECT_EQ("S", copyAndRelease(unescapeString("%zz")));
+  EXPECT_EQ("T1", copyAndRelease(unescapeString("%%41")));
+  EXPECT_EQ("\xb1", copyAndRelease(unescapeString("%+1")));
 }
 
 TEST(Unescape, DigitsMissingAtTheEndReadAsZeroBytes) {
-  // Each text stands at the end of its block, where reading on would be noticed.
+  // Each text is at the end of its block, so that reading beyond it is detected.
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"%", "\xd0"},  {"ab%", "ab\xd0"}, {"%4", "\x10"},   {"ab%4", "ab\x10"},
       {"ab%3", "ab"}, {"%a", "p"},       {"%41%", "A\xd0"}};
   for (const auto &[text, expected] : cases) {
     const auto block = std::make_unique<char[]>(text.size() + 1);
     std::memcpy(block.get(), text.c_str(), text.size() + 1);
-    EXPECT_EQ(expected, taken(unescapeString(block.get()))) << text;
+    EXPECT_EQ(expected, copyAndRelease(unescapeString(block.get()))) << text;
   }
 }
 
 TEST(Unescape, NothingAfterTheEndIsReadAsDigits) {
-  EXPECT_EQ("k\xd0", taken(unescapeString("k%\0004141")));
-  EXPECT_EQ("k\x10", taken(unescapeString("k%4\0004141")));
+  EXPECT_EQ("k\xd0", copyAndRelease(unescapeString("k%\0004141")));
+  EXPECT_EQ("k\x10", copyAndRelease(unescapeString("k%4\0004141")));
 }
 
 TEST(Unescape, AcceptsLongText) {
   std::string escaped;
   for (int i = 0; i < 100000; ++i) escaped += "%41+";
-  const std::string decoded = taken(unescapeString(escaped.c_str()));
+  const std::string decoded = copyAndRelease(unescapeString(escaped.c_str()));
   ASSERT_EQ(200000u, decoded.size());
-  for (size_t i = 0; i < decoded.size(); ++i) ASSERT_EQ(i % 2 == 0 ? 'A' : ' ', decoded[i]);
+  for (size_t i = 0; i < decoded.size(); ++i) ASSERT_EQ(i % 2 == 0 ? 'A' : ' ', decoded[i]) << i;
 }
 
 // ---- The shell ----------------------------------------------------------------------------------
 
-// Runs `action` with standard output, the shell's included, going to a file; gives what was
-// written.
+// Runs `action` and returns what it, and any shell it starts, wrote to standard output.
 std::string outputOf(const std::function<void()> &action) {
   std::FILE *const file = std::tmpfile();
   const int terminal = dup(STDOUT_FILENO);
@@ -314,8 +314,8 @@ std::string outputOf(const std::function<void()> &action) {
 
 const tarn_test::Variables kShell = {{"PATH", "/usr/local/bin:/usr/bin:/bin"}};
 
-// The command line as the shell got it for `text`: a command makes the shell show its own argument,
-// and `text` stands in a comment behind it.
+// The command line that the shell received for `text`: a command prints the shell's own argument,
+// and `text` follows in a comment.
 std::string seenByTheShell(const std::string &text) {
   const std::string command = "cat /proc/$$/cmdline && true #";
   std::string arguments = outputOf([&] { saferSystem((command + text).c_str()); });
@@ -341,7 +341,7 @@ TEST(SaferSystem, EscapesNothingElse) {
 TEST(SaferSystem, EscapesAnEscapedSeparatorAgain) {
   asScript(kShell, "", [] {
     EXPECT_EQ("a\\\\;b", seenByTheShell("a\\;b"));
-    // The shell now sees a backslash and then a separator that is one.
+    // The shell now sees an escaped backslash, and then an unescaped separator.
     EXPECT_EQ("a\\b", outputOf([] { saferSystem("printf '%s' a\\;printf b"); }));
   });
 }
@@ -396,7 +396,7 @@ TEST(SaferSystem, RunsCommandsInSubstitutionsAndOnFurtherLines) {
 
 TEST(SaferSystem, TreatsALeadingDashLikeSystem) {
   asScript(kShell, "", [] {
-    // The shell complains.
+    // The shell reports an error.
     dup2(fileno(std::tmpfile()), STDERR_FILENO);
     for (const char *text : {"-", "--", "-c true", "-x", "--help"}) {
       EXPECT_EQ(std::system(text), saferSystem(text)) << text;
@@ -468,7 +468,7 @@ TEST(Memfind, FindsZerosAndBytesAbove127) {
 }
 
 TEST(Memfind, AgreesWithANaiveSearch) {
-  // Every needle of up to five bytes from a two-letter alphabet, in a text made of the same.
+  // Every needle of up to five bytes from a two-letter alphabet, in a text of the same letters.
   std::string text;
   for (uint32_t i = 0; i < 64; ++i) text += (i * i / 3 + i / 5) % 2 == 0 ? 'a' : 'b';
   for (uint32_t length = 1; length <= 5; ++length) {
@@ -492,7 +492,8 @@ TEST(Memfind, RepeatedBytesDoNotMakeTheSearchQuadratic) {
   });
 }
 
-// Every place has the needle's last byte, and half of the needle before it is found to be another.
+// The needle's last byte matches everywhere, and half the needle must be compared to find a
+// mismatch.
 TEST(Memfind, CommonLastByteDoesNotMakeTheSearchQuadratic) {
   const std::string text(4 << 20, 'a');
   std::string needle(1 << 20, 'a');
@@ -505,7 +506,7 @@ TEST(Memfind, CommonLastByteDoesNotMakeTheSearchQuadratic) {
 
 // ---- Cutting out between delimiters -------------------------------------------------------------
 
-// The buffer's bytes; the zero byte after them is checked on the way.
+// The buffer's bytes; also checks the zero byte after them.
 std::string bytesOf(TarnHandle *buffer) {
   EXPECT_EQ(1u, CGIgs_IsA(buffer, TARN_BYTE_BUFFER_MAGIC));
   const uint32_t length = CGIgs_getInt(buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
@@ -516,22 +517,22 @@ std::string bytesOf(TarnHandle *buffer) {
   return {data, length};
 }
 
-// The bytes of a buffer just made, which is deleted.
-std::string taken(TarnHandle made) {
+// The bytes of a new buffer, which is then deleted.
+std::string copyAndRelease(TarnHandle made) {
   Node buffer;
   buffer.adopt(made);
   return bytesOf(buffer);
 }
 
-// The data stands in a block that goes on behind it: a close is looked for there too.
+// The data is in a larger block: `close` is also searched after the data.
 std::string between(std::string data, uint32_t length, const char *open, const char *close) {
   data.resize(data.size() + length);
-  return taken(extractBetween(data.data(), length, open, close));
+  return copyAndRelease(extractBetween(data.data(), length, open, close));
 }
 
 std::string between(std::string data, uint32_t length, const char *delimiter) {
   data.resize(data.size() + length);
-  return taken(extractBetween1(data.data(), length, delimiter));
+  return copyAndRelease(extractBetween1(data.data(), length, delimiter));
 }
 
 TEST(ExtractBetween, ReturnsTheBytesBetweenTheDelimitersInABuffer) {
@@ -565,9 +566,9 @@ TEST(ExtractBetween, ReturnsAnEmptyBufferWithoutOpenOrAnythingBetween) {
 }
 
 TEST(ExtractBetween, ReturnsAnEmptyBufferForAnyNull) {
-  EXPECT_EQ("", taken(extractBetween(nullptr, 3, "[", "]")));
-  EXPECT_EQ("", taken(extractBetween("[x]", 3, nullptr, "]")));
-  EXPECT_EQ("", taken(extractBetween("[x]", 3, "[", nullptr)));
+  EXPECT_EQ("", copyAndRelease(extractBetween(nullptr, 3, "[", "]")));
+  EXPECT_EQ("", copyAndRelease(extractBetween("[x]", 3, nullptr, "]")));
+  EXPECT_EQ("", copyAndRelease(extractBetween("[x]", 3, "[", nullptr)));
 }
 
 TEST(ExtractBetween, WithoutCloseReturnsOneByteBeyondTheData) {
@@ -577,20 +578,20 @@ TEST(ExtractBetween, WithoutCloseReturnsOneByteBeyondTheData) {
 }
 
 TEST(ExtractBetween, SearchesForCloseAsFarBeyondTheDataAsOpenIsFromItsStart) {
-  // Five bytes of data, three of them before the open: the close may start three bytes beyond.
+  // Five bytes of data, three of them before `open`: `close` may start up to three bytes beyond.
   EXPECT_EQ("xyz", between("abc[xyz]w", 5, "[", "]"));
   EXPECT_EQ("xy", between("abc[xyzw]", 5, "[", "]"));
-  // With the open at the start the close is looked for in the data alone.
+  // With `open` at the start, `close` is searched only in the data.
   EXPECT_EQ("xy", between("[xy]", 2, "[", "]"));
   EXPECT_EQ("xyz", between("[xyz]", 3, "[", "]"));
 }
 
 TEST(ExtractBetween, WithOpenAtTheStartReadsAtMostOneByteBeyondTheData) {
-  // The block ends right there, where reading on would be noticed.
+  // The block ends there, so that reading beyond it is detected.
   const auto block = std::make_unique<char[]>(4);
   std::memcpy(block.get(), "[xy", 4);
-  EXPECT_EQ(std::string("xy\0", 3), taken(extractBetween(block.get(), 3, "[", "]")));
-  EXPECT_EQ("", taken(extractBetween(block.get(), 3, "(", "]")));
+  EXPECT_EQ(std::string("xy\0", 3), copyAndRelease(extractBetween(block.get(), 3, "[", "]")));
+  EXPECT_EQ("", copyAndRelease(extractBetween(block.get(), 3, "(", "]")));
 }
 
 TEST(ExtractBetween, EmptyDelimitersAreFoundWhereTheSearchStarts) {
@@ -614,28 +615,30 @@ TEST(ExtractBetween1, WithoutASecondDelimiterReturnsOneByteBeyondTheData) {
 }
 
 TEST(ExtractBetween1, ReturnsAnEmptyBufferForNull) {
-  EXPECT_EQ("", taken(extractBetween1(nullptr, 3, "|")));
-  EXPECT_EQ("", taken(extractBetween1("|x|", 3, nullptr)));
+  EXPECT_EQ("", copyAndRelease(extractBetween1(nullptr, 3, "|")));
+  EXPECT_EQ("", copyAndRelease(extractBetween1("|x|", 3, nullptr)));
 }
 
 // ---- Trimming -----------------------------------------------------------------------------------
 
 TEST(StripString, RemovesWhiteSpaceAtBothEndsOnly) {
-  EXPECT_EQ("a b", taken(stripString(" \t a b \r\n")));
-  EXPECT_EQ("a \t\r\n b", taken(stripString("\r\n\t a \t\r\n b")));
-  EXPECT_EQ("a", taken(stripString("a \t\r\n ")));
-  EXPECT_EQ("a", taken(stripString("a")));
+  EXPECT_EQ("a b", copyAndRelease(stripString(" \t a b \r\n")));
+  EXPECT_EQ("a \t\r\n b", copyAndRelease(stripString("\r\n\t a \t\r\n b")));
+  EXPECT_EQ("a", copyAndRelease(stripString("a \t\r\n ")));
+  EXPECT_EQ("a", copyAndRelease(stripString("a")));
 }
 
 TEST(StripString, ReturnsAnEmptyTextForWhiteSpaceAlone) {
   for (const char *text : {"", " ", "\t", "\n", "\r", " \t\r\n \t\r\n"}) {
-    EXPECT_EQ("", taken(stripString(text)));
+    SCOPED_TRACE(testing::PrintToString(text));
+    EXPECT_EQ("", copyAndRelease(stripString(text)));
   }
 }
 
 TEST(StripString, RemovesOnlySpaceTabLineFeedAndCarriageReturn) {
   for (const char *text : {"\v", "\f", "\x1f", "\xa0", "\x80", "\x85"}) {
-    EXPECT_EQ(text, taken(stripString((std::string(" ") + text + " ").c_str())));
+    SCOPED_TRACE(testing::PrintToString(text));
+    EXPECT_EQ(text, copyAndRelease(stripString((std::string(" ") + text + " ").c_str())));
   }
 }
 
@@ -643,7 +646,7 @@ TEST(StripString, DoesNotChangeItsInput) {
   char text[] = " a ";
   char *const stripped = stripString(text);
   EXPECT_STREQ(" a ", text);
-  EXPECT_EQ("a", taken(stripped));
+  EXPECT_EQ("a", copyAndRelease(stripped));
 }
 
 TEST(StripString, ReturnsNullForNull) { EXPECT_EQ(nullptr, stripString(nullptr)); }
@@ -661,7 +664,7 @@ class Stream {
   Stream &operator=(const Stream &) = delete;
 
   operator std::FILE *() { return file_; }
-  // From where the stream stands.
+  // The rest, from the current position.
   std::string rest() {
     std::string text;
     for (int c = std::getc(file_); c != EOF; c = std::getc(file_)) text += static_cast<char>(c);
@@ -712,6 +715,7 @@ TEST(ReadLong, ReadsWhatWriteLongWrote) {
   for (const long value : {0L, -1L, LONG_MAX, LONG_MIN, 1234567890L}) writeLong(stream, value);
   std::rewind(stream);
   for (const long value : {0L, -1L, LONG_MAX, LONG_MIN, 1234567890L}) {
+    SCOPED_TRACE(value);
     EXPECT_EQ(value, readLong(stream));
   }
   EXPECT_EQ(0, readLong(stream));
@@ -748,18 +752,18 @@ TEST(ReadString, ReadsBackALengthPlusOneAndAText) {
     writeString(stream, text.c_str());
   }
   std::rewind(stream);
-  for (const std::string &text : texts) EXPECT_EQ(text, taken(readString(stream)));
+  for (const std::string &text : texts) EXPECT_EQ(text, copyAndRelease(readString(stream)));
 }
 
 TEST(ReadString, ReadsOneByteLessThanTheCount) {
   Stream stream(" 4  abcdef");
-  EXPECT_EQ("abc", taken(readString(stream)));
+  EXPECT_EQ("abc", copyAndRelease(readString(stream)));
   EXPECT_EQ("def", stream.rest());
 }
 
 TEST(ReadString, StopsAfterANewline) {
   Stream stream(" 20  one\ntwo");
-  EXPECT_EQ("one\n", taken(readString(stream)));
+  EXPECT_EQ("one\n", copyAndRelease(readString(stream)));
   EXPECT_EQ("two", stream.rest());
 }
 
@@ -768,26 +772,27 @@ TEST(ReadString, SkipsWhiteSpaceBeforeTheText) {
   writeLong(stream, 5);
   writeString(stream, " \nab");
   std::rewind(stream);
-  EXPECT_EQ("ab ", taken(readString(stream)));
+  EXPECT_EQ("ab ", copyAndRelease(readString(stream)));
 }
 
 TEST(ReadString, ReturnsWhatWasReadWhenTheStreamEnds) {
   Stream shorter(" 1000 abc");
-  EXPECT_EQ("abc", taken(readString(shorter)));
+  EXPECT_EQ("abc", copyAndRelease(readString(shorter)));
   Stream none(" 1000 ");
-  EXPECT_EQ("", taken(readString(none)));
+  EXPECT_EQ("", copyAndRelease(readString(none)));
   Stream empty;
-  EXPECT_EQ("", taken(readString(empty)));
+  EXPECT_EQ("", copyAndRelease(readString(empty)));
 }
 
 TEST(ReadString, CountBelowTwoReturnsAnEmptyTextAndLeavesTheRest) {
   for (const char *text : {"1 abc", "0 abc", "-1 abc", "-2147483648 abc", "abc"}) {
+    SCOPED_TRACE(text);
     Stream stream(text);
-    EXPECT_EQ("", taken(readString(stream)));
+    EXPECT_EQ("", copyAndRelease(readString(stream)));
     EXPECT_EQ("abc", stream.rest());
   }
   Stream lowest(std::to_string(LONG_MIN));
-  EXPECT_EQ("", taken(readString(lowest)));
+  EXPECT_EQ("", copyAndRelease(readString(lowest)));
 }
 
 TEST(ReadString, ReturnsNullForNull) { EXPECT_EQ(nullptr, readString(nullptr)); }
@@ -838,7 +843,7 @@ TEST(TextWithoutMemory, ExtractBetweenWithoutRoomForTheBytesReturnsAnEmptyBuffer
   tarn_test::withoutMemory([&] { buffer = extractBetween(data.data(), 100002, "[", "]"); },
                            tarn_test::kLittleMemory);
   EXPECT_NE(0u, buffer);
-  EXPECT_EQ("", taken(buffer));
+  EXPECT_EQ("", copyAndRelease(buffer));
 }
 
 }  // namespace

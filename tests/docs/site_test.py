@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The site has a page for each function and class, with an example that is compiled and run; it loses
+"""The site has a page for each function and class, with an example that compiles and runs; it loses
 no word of the headers and the documents, and all its links lead somewhere."""
 
 import functools

@@ -8,7 +8,7 @@ SOURCE = Path(os.environ["SOURCE"])
 
 
 def changed_tree(folder, **changes):
-    """Makes the tree in a folder: what the keywords name, by `include`, `docs` and so on, holds these
+    """Makes the tree in a folder: what the keywords name (`include`, `docs` and so on) holds these
     files; everything else is the source's."""
     for path in SOURCE.iterdir():
         if path.name not in (*changes, "build"):

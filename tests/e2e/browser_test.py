@@ -604,7 +604,7 @@ class Readme(BrowserCase):
 
 
 class ProtectedCookie(BrowserCase):
-    """A cookie that a page sets under a name that decodes to a protected one is not taken for it."""
+    """A cookie whose name decodes to that of a protected cookie does not replace it."""
 
     VARIABLES = {"LD_LIBRARY_PATH": LIBRARIES}
     CPP = """

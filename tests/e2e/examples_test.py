@@ -1,6 +1,5 @@
 """servers.examples, which serves the examples, reports in one line why it cannot."""
 
-import os
 import socket
 import subprocess
 import sys

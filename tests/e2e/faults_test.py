@@ -63,7 +63,7 @@ POLL = Lines(
     lambda number: b"choice=tea",
     lambda number: b"%032x tea\n" % number,
 )
-LINES = (BOOK, CONTACT, POLL)
+LINES: tuple[Lines, ...] = (BOOK, CONTACT, POLL)
 LINES_IN_CPP = (
     BOOK._replace(script=os.environ["GUESTBOOK_CPP"]),
     CONTACT._replace(script=os.environ["CONTACT_CPP"]),
@@ -448,7 +448,7 @@ class TerminationOfLines(Termination):
 
 
 class InCpp:
-    LINES = LINES_IN_CPP
+    LINES: tuple[Lines, ...] = LINES_IN_CPP
 
 
 class ClientsThatBreakOffInCpp(InCpp, ClientsThatBreakOff):

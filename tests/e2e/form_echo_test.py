@@ -17,6 +17,7 @@ def rows(page):
 
 
 class FormEcho(unittest.TestCase):
+    server: Lighttpd
     SERVER = Lighttpd
 
     @classmethod

@@ -145,10 +145,10 @@ class GuestbooksOfOneFile(unittest.TestCase):
         scripts = {"c": GUESTBOOK, "cpp": GUESTBOOK_CPP}
         with Lighttpd(scripts, {"TARN_GUESTBOOK_FILE": "entries"}) as server:
             expected = []
-            for script in ("c", "cpp", "cpp", "c"):
-                text = f"{script}: {HOSTILE}, 湖/?%2F+"
+            for language in ("c", "cpp", "cpp", "c"):
+                text = f"{language}: {HOSTILE}, 湖/?%2F+"
                 answer = server.curl(
-                    *(f"/{script}", "--data-urlencode", f"name={text}"),
+                    *(f"/{language}", "--data-urlencode", f"name={text}"),
                     *("--data-urlencode", f"message={text}\r\n{text}"),
                 )
                 self.assertEqual(303, answer.status)

@@ -91,7 +91,7 @@ class Limits(ServerCase):
     BODY = UNSIZED = 413
     HEADER = ADDRESS = 431
     ONE_TOO_MANY = 200
-    IDLE = None
+    IDLE: int | None = None
     # Whether a script that does not answer is ended, and whether one starts before its body.
     ENDS, EARLY = True, False
     LACKS = set()

@@ -31,7 +31,7 @@ class Request(NamedTuple):
 
 
 class HAProxy(unittest.TestCase):
-    BALANCER = ("/usr/sbin/haproxy", "-db", "-f", "haproxy.cfg")
+    BALANCER: tuple[str, ...] = ("/usr/sbin/haproxy", "-db", "-f", "haproxy.cfg")
 
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory(prefix="tarn-e2e-"))

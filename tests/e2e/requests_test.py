@@ -61,6 +61,7 @@ class RulesCase(unittest.TestCase):
 
 class RequestCase(RulesCase):
     OPTIONS = ""
+    server: Lighttpd
 
     @classmethod
     def setUpClass(cls):

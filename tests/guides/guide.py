@@ -33,6 +33,7 @@ import subprocess
 import sys
 import tempfile
 import time
+from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import NamedTuple
 
@@ -63,10 +64,14 @@ class Command(NamedTuple):
     shown: slice  # what it prints: these of the page's lines
 
 
+Step = File | Command
+Page = list[str]  # lines
+
+
 # ---- Reading a guide -----------------------------------------------------------------------------
 
 
-def blocks(page):
+def blocks(page: Page) -> Iterator[tuple[str, int, int]]:
     """The fenced blocks: info string, index of the first line, index of the closing fence."""
     start = None
     for index, line in enumerate(page):
@@ -81,8 +86,8 @@ def blocks(page):
         raise Wrong(start, "this block does not end")
 
 
-def commands(page, index, end):
-    def skip_while(condition):
+def commands(page: Page, index: int, end: int) -> Iterator[Command]:
+    def skip_while(condition: Callable[[str], bool]) -> slice:
         nonlocal index
         first = index
         while index < end and condition(page[index]):
@@ -99,8 +104,8 @@ def commands(page, index, end):
         yield Command(first + 1, text, skip_while(lambda line: not line.startswith("$ ")))
 
 
-def steps(page):
-    found = []
+def steps(page: Page) -> list[Step]:
+    found: list[Step] = []
     for info, start, end in blocks(page):
         words = info.split()
         if words == ["console"]:
@@ -110,7 +115,7 @@ def steps(page):
     return found
 
 
-def check_links(guide, page, manual):
+def check_links(guide: Path, page: Page, manual: Path) -> None:
     prose = list(page)
     for _, start, end in blocks(page):
         prose[start:end] = [""] * (end - start)
@@ -127,7 +132,7 @@ def check_links(guide, page, manual):
                 raise Wrong(1, f"the index has no link to {other.name}")
 
 
-def folder_of_files(guide, page):
+def folder_of_files(guide: Path, page: Page) -> Path | None:
     """The folder whose configurations the page prints, or None."""
     for number, line in enumerate(page, 1):
         if found := FOLDER_OF_FILES.fullmatch(line):
@@ -138,7 +143,7 @@ def folder_of_files(guide, page):
     return None
 
 
-def with_files(page, folder):
+def with_files(page: Page, folder: Path) -> tuple[Page, list[int]]:
     """The page with the configurations as they are in the folder, and the lines of the blocks that
     were different."""
     files = {path.name: path for path in folder.iterdir() if path.suffix in CONFIGURATIONS}
@@ -159,7 +164,7 @@ def with_files(page, folder):
 # ---- Running it ----------------------------------------------------------------------------------
 
 
-def shell_script(todo, copies, mark):
+def shell_script(todo: list[Step], copies: Path, mark: str) -> str:
     """Bash that says after each step the mark and a status, and ends where one is not 0."""
     script = []
     for number, step in enumerate(todo):
@@ -173,7 +178,7 @@ def shell_script(todo, copies, mark):
     return "\n".join(script) + "\n"
 
 
-def user(home, installed):
+def user(home: Path, installed: Path) -> dict[str, str]:
     return {
         "HOME": str(home),
         "LANG": "C.UTF-8",
@@ -183,7 +188,7 @@ def user(home, installed):
     }
 
 
-def own_network(run_by=""):
+def own_network(run_by: str = "") -> list[str]:
     """What makes a command find every port free, and itself an ordinary user's; nothing, where the
     system does not allow it. Root can have it be root's, or in earnest an ordinary user's."""
     rights = [] if os.getuid() == 0 else ["--map-root-user"]
@@ -194,7 +199,7 @@ def own_network(run_by=""):
     return (unshare if allowed else []) + (change if run_by == "ordinary" else [])
 
 
-def end_processes():
+def end_processes() -> list[str]:
     """Ends what the guide has left running, and tells what that is."""
     left = []
     deadline = time.monotonic() + SECONDS_TO_END
@@ -212,7 +217,9 @@ def end_processes():
         return left
 
 
-def run(todo, installed, run_by=""):
+def run(
+    todo: list[Step], installed: Path, run_by: str = ""
+) -> tuple[list[tuple[str, int]], list[str]]:
     """What each step printed, with its status; the last is the first that failed, if one did."""
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     mark = secrets.token_hex(16)
@@ -256,7 +263,7 @@ def run(todo, installed, run_by=""):
 # ---- Comparing -----------------------------------------------------------------------------------
 
 
-def pattern(lines):
+def pattern(lines: Page) -> str:
     """Of what a command prints, each line with its end."""
     return "".join(
         "(?:.*\n)*?" if line == "…" else "[^\n]*".join(map(re.escape, line.split("…"))) + "\n"
@@ -264,7 +271,9 @@ def pattern(lines):
     )
 
 
-def as_it_ran(page, todo, results):
+def as_it_ran(
+    page: Page, todo: list[Step], results: list[tuple[str, int]]
+) -> tuple[Page, list[int]]:
     """The page with what was printed, where that is something else, and the lines of the steps."""
     ran, differ = list(page), []
     for step, (output, _) in reversed(list(zip(todo, results))):
@@ -276,15 +285,15 @@ def as_it_ran(page, todo, results):
     return ran, differ[::-1]
 
 
-def write(guide, page):
+def write(guide: Path, page: Page) -> None:
     guide.write_text("".join(line + "\n" for line in page), encoding="utf-8")
 
 
-def print_difference(guide, page, other, name):
+def print_difference(guide: Path, page: Page, other: Page, name: str) -> None:
     print(*difflib.unified_diff(page, other, str(guide), name, lineterm=""), sep="\n")
 
 
-def check_files(guide, update=False):
+def check_files(guide: Path, update: bool = False) -> bool:
     """Whether the page prints the configurations in its folder as they are."""
     page = guide.read_text(encoding="utf-8").splitlines()
     folder = folder_of_files(guide, page)
@@ -299,7 +308,7 @@ def check_files(guide, update=False):
     return True
 
 
-def check(guide, installed, update=False, run_by=""):
+def check(guide: Path, installed: Path, update: bool = False, run_by: str = "") -> None:
     check_files(guide, update)
     page = guide.read_text(encoding="utf-8").splitlines()
     check_links(guide, page, installed / "share/man")
@@ -320,7 +329,7 @@ def check(guide, installed, update=False, run_by=""):
         raise Wrong(len(page), f"still running: {', '.join(left)}")
 
 
-def main():
+def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("installed", type=Path, help="the folder in which Tarn is installed")
     parser.add_argument("guide", type=Path)

@@ -70,7 +70,7 @@ struct Number {
   int32_t value;
 };
 
-// What every number among the variables reads as.
+// The value of every numeric variable.
 const Number kNumbers[] = {
     {"", 0},
     {"0", 0},
@@ -177,7 +177,7 @@ TEST(CgiEnv, HasLengthAndFlagAsNumbersBodyAndCookiesAsChildrenAndNothingElse) {
     EXPECT_EQ(0U, CGIgs_getList(handle, 0, 18238));
     EXPECT_EQ(0U, CGIgs_getList(handle, 1, 18238));
     EXPECT_EQ(0U, CGIgs_getFixed(handle, 18238));
-    for (uint32_t i = 0; i < 8; ++i) EXPECT_EQ(nullptr, CGIgs_getString(handle, i, 18238));
+    for (uint32_t i = 0; i < 8; ++i) EXPECT_EQ(nullptr, CGIgs_getString(handle, i, 18238)) << i;
   });
 }
 
@@ -450,7 +450,7 @@ TEST(CgiEnvBody, WithANegativeLengthIsNotReadButTheEnvironmentIsKept) {
   }
 }
 
-TEST(CgiEnvBody, TooLargeToAllocateIsNotReadButTheEnvironmentIsKept) {
+TEST(CgiEnvBodyMemory, TooLargeToAllocateIsNotReadButTheEnvironmentIsKept) {
   for (const char *length : {"2147483647", "4294967299", "99999999999999999999"}) {
     Variables variables = postOfLength(length);
     variables["HTTP_COOKIE"] = "a=1";
@@ -467,7 +467,7 @@ TEST(CgiEnvBody, TooLargeToAllocateIsNotReadButTheEnvironmentIsKept) {
   }
 }
 
-TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressSpaceButNoMemory) {
+TEST(CgiEnvBodyGigabytes, FarShorterThanDeclaredCostsAddressSpaceButNoMemory) {
   static constexpr uint32_t kDeclared = 1 << 30;
   if (void *probe = std::malloc(kDeclared + 1UL)) {
     std::free(probe);
@@ -475,7 +475,7 @@ TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressSpaceButNoMemory) {
     GTEST_SKIP() << "no room for the length that is declared";
   }
   asScript(postOfLength(std::to_string(kDeclared)), "hello", [] {
-    // The process begins with all that the tests before it hold.
+    // The process inherits the memory of the tests before it.
     rusage before{};
     ASSERT_EQ(0, getrusage(RUSAGE_SELF, &before));
     Environment environment;
@@ -489,7 +489,7 @@ TEST(CgiEnvBody, FarShorterThanDeclaredCostsAddressSpaceButNoMemory) {
     EXPECT_EQ('\0', bytes[kDeclared]);
     rusage usage{};
     ASSERT_EQ(0, getrusage(RUSAGE_SELF, &usage));
-    // The address sanitizer writes down what may be touched, a byte for eight.
+    // The address sanitizer's shadow memory takes one byte for eight.
     const long most = (kSanitized ? 300 : 64) * 1024;
     EXPECT_LT(usage.ru_maxrss - before.ru_maxrss, most) << "kilobytes";
   });
@@ -579,17 +579,18 @@ TEST(CgiEnvSetPostData, RefusesNullDataAndLengthZeroAndKeepsTheBody) {
 }
 
 TEST(CgiEnvSetPostData, OnAnotherTypeReturnsWrongTypeWhateverTheData) {
-  withEveryHandleBut(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
+  withEveryHandleExcept(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
     EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_setPostData(handle, "hello", 5));
     EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_setPostData(handle, nullptr, 0));
     EXPECT_EQ(0U, CGIgs_getStruct(handle, 0, 0));
   });
 }
 
-TEST(CgiEnvSetPostData, OutOfMemoryKeepsTheBody) {
+TEST(CgiEnvSetPostDataMemory, OutOfMemoryKeepsTheBody) {
   asScript(postOfLength("5"), "hello", [] {
     Environment environment;
     for (const uint32_t length : {0x7FFFFFFFU, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
+      SCOPED_TRACE(length);
       TarnStatus status = TARN_OK;
       const auto set = [&] { status = CgiEnv_setPostData(&environment.handle, "x", length); };
       withoutMemory(set, 512 * kMegabyte);
@@ -628,6 +629,7 @@ TEST(CgiEnvWithoutMemory, SetPostDataReportsItAndKeepsTheBody) {
 TEST(CgiEnvWithoutMemory, CookieWithoutRoomForItsNameOrValueHasNeither) {
   const std::string large(100000, 'x');
   for (const std::string &cookie : {"name=" + large, large + "=value"}) {
+    SCOPED_TRACE(cookie.substr(0, 20));
     asScript({{"HTTP_COOKIE", "a=1; " + cookie + "; b=2"}}, "", [] {
       TarnHandle handle = 0;
       TarnStatus status = TARN_OUT_OF_MEMORY;
@@ -709,7 +711,7 @@ TEST(CgiEnvClear, WithoutCookiesOrBodySucceeds) {
 }
 
 TEST(CgiEnvClear, OnAnotherTypeReturnsWrongType) {
-  withEveryHandleBut(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
+  withEveryHandleExcept(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
     const bool filled = CGIgs_setInt(handle, 0, 7, 0) == TARN_OK;
     EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_clear(handle));
     EXPECT_EQ(filled ? 7U : 0U, CGIgs_getInt(handle, 0, 0));
@@ -731,8 +733,9 @@ TEST(CgiEnvDelete, SetsTheHandleToZero) {
 }
 
 TEST(CgiEnvDelete, OnAnotherTypeReturnsWrongTypeAndReleasesNothing) {
-  withEveryHandleBut(TARN_ENVIRONMENT_MAGIC,
-                     [](TarnHandle *handle) { EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_delete(handle)); });
+  withEveryHandleExcept(TARN_ENVIRONMENT_MAGIC, [](TarnHandle *handle) {
+    EXPECT_EQ(TARN_WRONG_TYPE, CgiEnv_delete(handle));
+  });
 }
 
 TEST(CgiEnv, SaveAndRestoreDoNothing) {

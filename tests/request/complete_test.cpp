@@ -1,4 +1,4 @@
-// What Tarn_isComplete() tells of requests that came whole, broke off or were too large.
+// Tarn_isComplete() for requests that are complete, truncated or too large.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <tarn.h>
@@ -38,7 +38,7 @@ TEST(RequestComplete, WhenEverythingArrived) {
   expectComplete(1, variables, "");
 }
 
-// What the rules leave out was never the request's.
+// What the parser drops by its rules does not make a request incomplete.
 TEST(RequestComplete, WhenTheParserDropsPartsOfTheBody) {
   const std::string body =
       "preamble\r\n--b\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nfirst\r\nsecond\r\n"
@@ -52,7 +52,9 @@ TEST(RequestComplete, WhenTheParserDropsPartsOfTheBody) {
 
 TEST(RequestComplete, NotWhenTheBodyIsTruncated) {
   for (const std::string type : {kUrlEncoded, kMultipart, "text/plain"}) {
+    SCOPED_TRACE(type);
     for (size_t length = 0; length < 5; ++length) {
+      SCOPED_TRACE(length);
       expectComplete(0, post(type, "a=123"), std::string_view("a=123").substr(0, length));
     }
     expectComplete(1, post(type, "a=123"), "a=123");
@@ -65,8 +67,8 @@ TEST(RequestComplete, NotWhenTheLengthIsNegative) {
   expectComplete(0, withLength(post(kUrlEncoded, ""), "-99999999999999999999"), "a=1");
 }
 
-// A length that 32 bits cannot say is read as the most that they can. The body that it promises is
-// not made here: the process has no room for it, which is the other way to lose it.
+// A length beyond 32 bits is clamped. The test does not send such a body: without room for it in
+// the process, the request is incomplete anyway.
 TEST(RequestComplete, NotWhenTheBodyIsLongerThanCanBeRead) {
   for (const char *length : {"2147483648", "4294967299", "99999999999999999999"}) {
     asScript(withLength(post(kUrlEncoded, ""), length), "a=1", [] {
@@ -80,7 +82,7 @@ TEST(RequestComplete, NotWhenTheBodyIsLongerThanCanBeRead) {
   }
 }
 
-TEST(RequestComplete, NotWhenFieldsFindNoMemory) {
+TEST(RequestCompleteMemory, NotWhenFieldsFindNoMemory) {
   if (kSanitized) GTEST_SKIP() << "the sanitizers need more address space than the limit leaves";
   std::string body;
   for (int i = 0; i < 3300000; ++i) body += "&a=";
@@ -99,7 +101,7 @@ TEST(RequestComplete, NotForAnotherType) {
   EXPECT_EQ(0U, Tarn_isComplete(nullptr));
   TarnHandle empty = 0;
   EXPECT_EQ(0U, Tarn_isComplete(&empty));
-  withEveryStranger([](TarnHandle *handle) { EXPECT_EQ(0U, Tarn_isComplete(handle)); });
+  withEveryOtherType([](TarnHandle *handle) { EXPECT_EQ(0U, Tarn_isComplete(handle)); });
   Node withoutEnvironment(TARN_REQUEST_MAGIC);
   EXPECT_EQ(0U, Tarn_isComplete(withoutEnvironment));
 }

@@ -1,4 +1,4 @@
-// The environment, entries, files and whole requests, with each allocation failing in its turn.
+// The environment, entries, files and whole requests, with each allocation failing in turn.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -24,8 +24,10 @@ const std::string kParts =
     "Content-Type: text/plain\r\n\r\ndata\r\n"
     "--b\r\nContent-Disposition: form-data; name=\"c\"\r\n\r\n2\r\n--b--\r\n";
 
-// Both say that memory ran out: the second of an inner list that could not be made.
-bool saysSo(TarnStatus status) { return status == TARN_OUT_OF_MEMORY || status == TARN_WRONG_TYPE; }
+// Both statuses report a failed allocation: TARN_WRONG_TYPE that of an inner list.
+bool reportsFailure(TarnStatus status) {
+  return status == TARN_OUT_OF_MEMORY || status == TARN_WRONG_TYPE;
+}
 
 struct Entry : Object {
   explicit Entry(const char *value = "value") : Object(TARN_FORM_ENTRY_MAGIC) {
@@ -83,16 +85,16 @@ TEST(EntryAtEachFailure, StrippedValueIsNullOrNotStored) {
   });
 }
 
-// A list that has grown by one, or says so and has not.
+// Expects that the list has one more element, or that the status reports why not.
 void expectAdded(FailingMemory &memory, TarnStatus status, int32_t count) {
-  EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+  EXPECT_TRUE(status == TARN_OK || (memory.failed() && reportsFailure(status)));
   EXPECT_EQ(status == TARN_OK ? 1 : 0, count);
 }
 
-// A copy that is whole but for texts, or a destination that is left alone.
+// Expects a copy that may lack only texts, or an unchanged destination.
 void expectCopied(FailingMemory &memory, TarnStatus status, const Object &list,
                   const Object &copy) {
-  EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+  EXPECT_TRUE(status == TARN_OK || (memory.failed() && reportsFailure(status)));
   EXPECT_TRUE(status == TARN_OK || copy.value() == 0);
   EXPECT_TRUE(memory.failed() || list.picture() == copy.picture());
 }
@@ -147,8 +149,8 @@ TEST(FileListAtEachFailure, AddReserveAndCloneKeepTheRest) {
 
 // ---- The environment ----------------------------------------------------------------------------
 
-// Standard input with nothing read and no block for reading yet, as a script finds it.
-void freshInput(const std::string &body) {
+// A fresh standard input, without a buffer, as a script finds it.
+void resetStandardInput(const std::string &body) {
   const int input = memfd_create("input", 0);
   ASSERT_EQ(static_cast<ssize_t>(body.size()), write(input, body.data(), body.size()));
   const std::string path = "/proc/self/fd/" + std::to_string(input);
@@ -163,7 +165,7 @@ TEST(EnvironmentAtEachFailure, NewReportsAMissingBody) {
     std::string whole;
     std::set<TarnStatus> seen;
     forEachFailingAllocation([&](FailingMemory &memory) {
-      freshInput("hello");
+      resetStandardInput("hello");
       Object environment(CgiEnv_delete);
       const TarnStatus status = memory.call([&] { return CgiEnv_new(environment); });
       seen.insert(status);
@@ -174,7 +176,7 @@ TEST(EnvironmentAtEachFailure, NewReportsAMissingBody) {
       if (!memory.failed()) whole = environment.picture();
       EXPECT_FALSE(whole.empty());
     });
-    // The second without memory for the bytes, the third without memory for their node.
+    // The second status means no memory for the bytes, the third none for their node.
     EXPECT_EQ((std::set<TarnStatus>{TARN_OK, TARN_BAD_ARGUMENT, TARN_WRONG_TYPE}), seen);
   });
 }
@@ -188,7 +190,7 @@ TEST(EnvironmentAtEachFailure, SetPostDataReportsItAndKeepsTheBody) {
       const std::string before = environment.picture();
       const TarnStatus status =
           memory.call([&] { return CgiEnv_setPostData(environment, "new", 3); });
-      EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+      EXPECT_TRUE(status == TARN_OK || (memory.failed() && reportsFailure(status)));
       EXPECT_EQ(status != TARN_OK, environment.picture() == before);
     });
   });
@@ -196,16 +198,16 @@ TEST(EnvironmentAtEachFailure, SetPostDataReportsItAndKeepsTheBody) {
 
 // ---- Requests -----------------------------------------------------------------------------------
 
-// All that a request brought.
-struct Arrived {
-  bool operator==(const Arrived &) const = default;
+// Everything in a request.
+struct RequestContents {
+  bool operator==(const RequestContents &) const = default;
 
   Form form;
   Text body;
   std::optional<Cookies> cookies;
 };
 
-Arrived arrivedIn(TarnHandle *request) {
+RequestContents contentsOf(TarnHandle *request) {
   const auto child = [request](uint32_t slot) {
     return CGIgs_getStruct(request, slot, TARN_REQUEST_MAGIC);
   };
@@ -215,19 +217,19 @@ Arrived arrivedIn(TarnHandle *request) {
           cookiesOf(environment)};
 }
 
-// Takes this request in, whole and with each allocation failing.
-void takeInAtEachFailure(Variables variables, const std::string &body) {
+// Reads this request, first with all allocations granted and then with each failing in turn.
+void readAtEachFailure(Variables variables, const std::string &body) {
   variables["HTTP_COOKIE"] = "a=1; x; b=%41";
   const bool isPost = variables["REQUEST_METHOD"] == "POST";
   asScript(variables, "", [&] {
     size_t wholeSize = 0;
     std::string whole;
-    Arrived all;
+    RequestContents all;
     forEachFailingAllocation([&](FailingMemory &memory) {
-      freshInput(body);
+      resetStandardInput(body);
       Object request(Tarn_delete);
       const TarnStatus status = memory.call([&] { return Tarn_new(request); });
-      // A body that was not kept is not parsed, and a query without an environment refused.
+      // A body that was not stored is not parsed; a query without an environment is refused.
       const bool environment =
           CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC) != 0;
       EXPECT_TRUE(status == (environment ? TARN_OK : TARN_NO_ENVIRONMENT) ||
@@ -237,17 +239,17 @@ void takeInAtEachFailure(Variables variables, const std::string &body) {
       EXPECT_GE(wholeSize, request.picture().size());
       if (whole.empty()) {
         whole = request.picture();
-        all = arrivedIn(request);
+        all = contentsOf(request);
         EXPECT_EQ(1U, Tarn_isComplete(request));
       }
-      // Complete is what has all; what is not, lacks something.
+      // A request is complete exactly if nothing is missing.
       if (Tarn_isComplete(request)) {
-        EXPECT_TRUE(all == arrivedIn(request)) << request.picture();
+        EXPECT_TRUE(all == contentsOf(request)) << request.picture();
       } else {
         EXPECT_TRUE(memory.failed());
         EXPECT_NE(whole, request.picture());
       }
-      // Every lookup copes with what is missing.
+      // Every lookup works even if something is missing.
       Tarn_queryCheckbox(request, "a");
       Tarn_getFile(request, "f");
       EXPECT_TRUE(memory.failed() || Tarn_getElementByName(request, "a"));
@@ -265,15 +267,15 @@ TEST(RequestAtEachFailure, NewFormatsATextOnItsWayOut) {
   EXPECT_GT(failures, 0U);
 }
 
-TEST(RequestAtEachFailure, NewOfAGet) { takeInAtEachFailure(get("a=1&b=%41&=&c"), ""); }
+TEST(RequestAtEachFailure, NewOfAGet) { readAtEachFailure(get("a=1&b=%41&=&c"), ""); }
 
 TEST(RequestAtEachFailure, NewOfAUrlEncodedPost) {
   const std::string body = "a=1&b=%41&=&c";
-  takeInAtEachFailure(post("application/x-www-form-urlencoded", body), body);
+  readAtEachFailure(post("application/x-www-form-urlencoded", body), body);
 }
 
 TEST(RequestAtEachFailure, NewOfAMultipartPost) {
-  takeInAtEachFailure(post(kMultipart, kParts), kParts);
+  readAtEachFailure(post(kMultipart, kParts), kParts);
 }
 
 TEST(RequestAtEachFailure, ParsingReturnsOkAndKeepsWhatWasThere) {
@@ -315,7 +317,7 @@ TEST(RequestAtEachFailure, ParsingReturnsOkAndKeepsWhatWasThere) {
   });
 }
 
-// Directly, and as a child of another node.
+// Copied directly, and as a child of another node.
 TEST(RequestAtEachFailure, CopyThatLacksSomethingIsNotComplete) {
   Variables variables = get("a=1&b=2");
   variables["HTTP_COOKIE"] = "a=1; b=2";
@@ -325,10 +327,10 @@ TEST(RequestAtEachFailure, CopyThatLacksSomethingIsNotComplete) {
     forEachFailingAllocation([&](FailingMemory &memory) {
       Object request(Tarn_delete);
       ASSERT_EQ(TARN_OK, Tarn_new(request));
-      const Arrived all = arrivedIn(request);
+      const RequestContents all = contentsOf(request);
       const auto expectHonest = [&](TarnHandle *copy) {
         if (Tarn_isComplete(copy)) {
-          EXPECT_TRUE(all == arrivedIn(copy));
+          EXPECT_TRUE(all == contentsOf(copy));
         } else {
           EXPECT_TRUE(memory.failed());
           seenIncomplete = true;

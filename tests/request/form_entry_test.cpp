@@ -15,7 +15,7 @@
 namespace {
 
 using tarn_test::Node;
-using tarn_test::withEveryStranger;
+using tarn_test::withEveryOtherType;
 
 // The slots that a script reads with the node's getters.
 
@@ -31,7 +31,7 @@ struct EntryList : Node {
   ~EntryList() { FormEntryList_delete(*this); }
 };
 
-// Texts that the library makes for the caller.
+// Texts allocated by the library and owned by the caller.
 using OwnText =
     std::unique_ptr<const char,
                     decltype([](const char *text) { std::free(const_cast<char *>(text)); })>;
@@ -103,7 +103,7 @@ TEST(FormEntry, InitWithNullDataAndALengthSetsTheNameAndReturnsBadArgument) {
 }
 
 TEST(FormEntry, InitOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_init(stranger, "name", "value", 5));
     EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_init(stranger, nullptr, nullptr, 5));
   });
@@ -148,6 +148,7 @@ TEST(FormEntry, SetValueCopiesLengthBytesAndTerminatesThem) {
 
 TEST(FormEntry, SetValueOfLengthZeroStoresAnEmptyText) {
   for (const char *data : {"", "abc", static_cast<const char *>(nullptr)}) {
+    SCOPED_TRACE(testing::PrintToString(data));
     Entry entry("n", "before");
     EXPECT_EQ(TARN_OK, FormEntry_setValue(entry, data, 0));
     EXPECT_STREQ("", value(entry));
@@ -174,6 +175,7 @@ TEST(FormEntry, ValueMayBeAMegabyteLong) {
 TEST(FormEntry, SetValueRefusesNullDataWithALengthAndKeepsTheEntry) {
   Entry entry("city", "Paris");
   for (uint32_t claimed : {1U, 1000U, UINT32_MAX}) {
+    SCOPED_TRACE(claimed);
     EXPECT_EQ(TARN_BAD_ARGUMENT, FormEntry_setValue(entry, nullptr, claimed));
     EXPECT_STREQ("city", name(entry));
     EXPECT_STREQ("Paris", value(entry));
@@ -182,7 +184,7 @@ TEST(FormEntry, SetValueRefusesNullDataWithALengthAndKeepsTheEntry) {
 }
 
 TEST(FormEntry, SetValueOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_setValue(stranger, "value", 5));
     EXPECT_EQ(TARN_WRONG_TYPE, FormEntry_setValue(stranger, nullptr, 5));
   });
@@ -235,7 +237,7 @@ TEST(FormEntry, CompareReadsValuesUpToTheirFirstZeroByte) {
 
 TEST(FormEntry, CompareReturnsEqualWhenEitherHandleIsNotAnEntry) {
   Entry entry("n", "x");
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(0, FormEntry_compare(stranger, entry));
     EXPECT_EQ(0, FormEntry_compare(entry, stranger));
     EXPECT_EQ(0, FormEntry_compare(stranger, stranger));
@@ -284,7 +286,7 @@ TEST(FormEntry, CompareNameReturnsMinusOneWithoutAnEntryOrAName) {
   EXPECT_EQ(-1, FormEntry_compareName(entry, nullptr));
   EXPECT_EQ(-1, FormEntry_compareName(nameless, nullptr));
   EXPECT_EQ(-1, FormEntry_compareName(nameless, "n"));
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(-1, FormEntry_compareName(stranger, "n"));
     EXPECT_EQ(-1, FormEntry_compareName(stranger, nullptr));
   });
@@ -308,7 +310,7 @@ TEST(FormEntry, CompareValueReturnsMinusOneWithoutAnEntryOrAValue) {
   EXPECT_EQ(-1, FormEntry_compareValue(entry, nullptr));
   EXPECT_EQ(-1, FormEntry_compareValue(bare, nullptr));
   EXPECT_EQ(-1, FormEntry_compareValue(bare, "x"));
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(-1, FormEntry_compareValue(stranger, "x"));
     EXPECT_EQ(-1, FormEntry_compareValue(stranger, nullptr));
   });
@@ -336,6 +338,7 @@ TEST(FormEntry, StrippedValueLosesWhiteSpaceAtItsEndsOnly) {
                {" \t\r\n", ""},
                {"\va\f", "\va\f"}};
   for (const auto &[whole, expected] : cases) {
+    SCOPED_TRACE(testing::PrintToString(whole));
     Entry entry("n", whole);
     OwnText stripped(FormEntry_getStrippedValue(entry));
     EXPECT_STREQ(expected, stripped.get());
@@ -354,7 +357,7 @@ TEST(FormEntry, StrippedValueOfAnEntryWithoutAValueIsNull) {
 }
 
 TEST(FormEntry, StrippedValueOfAnotherTypeIsTheSharedEmptyText) {
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(CGIgs_empty_string, FormEntry_getStrippedValue(stranger));
   });
   EXPECT_STREQ("", CGIgs_empty_string);
@@ -362,7 +365,7 @@ TEST(FormEntry, StrippedValueOfAnotherTypeIsTheSharedEmptyText) {
 
 TEST(FormEntry, StrippedValueOfAnotherTypeFollowsChangesToTheSharedEmptyText) {
   const char *original = std::exchange(CGIgs_empty_string, "nothing");
-  withEveryStranger(
+  withEveryOtherType(
       [](TarnHandle *stranger) { EXPECT_STREQ("nothing", FormEntry_getStrippedValue(stranger)); });
   CGIgs_empty_string = original;
 }
@@ -439,7 +442,7 @@ TEST(FormEntry, NumbersAreZeroWithoutAnEntryOrAValue) {
   Entry bare;
   EXPECT_EQ(0, FormEntry_getIntegerValue(bare));
   EXPECT_EQ(0.0, FormEntry_getDoubleValue(bare));
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(0, FormEntry_getIntegerValue(stranger));
     EXPECT_EQ(0.0, FormEntry_getDoubleValue(stranger));
   });
@@ -460,6 +463,7 @@ TEST(FormEntryList, CopiesAreTruncatedAtTheFirstZeroByteButKeepTheFullLength) {
   TarnHandle clone = 0;
   ASSERT_EQ(TARN_OK, FormEntryList_clone(list, &clone));
   for (TarnHandle *holder : {static_cast<TarnHandle *>(list), &clone}) {
+    SCOPED_TRACE(holder == &clone ? "clone" : "list");
     TarnHandle copy = FormEntryList_getByIndex(holder, 0);
     EXPECT_STREQ("ab", value(&copy));
     EXPECT_EQ(5U, length(&copy));

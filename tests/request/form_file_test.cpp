@@ -15,7 +15,7 @@
 namespace {
 
 using tarn_test::Node;
-using tarn_test::withEveryStranger;
+using tarn_test::withEveryOtherType;
 
 // The slots that a script reads with the node's getters.
 
@@ -26,7 +26,7 @@ struct File : Node {
     FormFile_init(*this, name, fileName, contentType, data.data(),
                   static_cast<uint32_t>(data.size()));
   }
-  // One of which only the field name and the bytes matter.
+  // A file for tests that need only the field name and the bytes.
   File(const char *name, std::string_view data) : File(name, "a.txt", "text/plain", data) {}
 };
 
@@ -124,6 +124,7 @@ TEST(FormFile, InitWithANullArgumentChangesNothing) {
   File fresh;
   File filled("photo", "cat.png", "image/png", "meow");
   for (uint32_t length : {0U, 1U, UINT32_MAX}) {
+    SCOPED_TRACE(length);
     EXPECT_EQ(TARN_BAD_ARGUMENT, FormFile_init(fresh, "n", "f", "t", nullptr, length));
     EXPECT_EQ(TARN_BAD_ARGUMENT, FormFile_init(filled, "n", "f", "t", nullptr, length));
   }
@@ -138,7 +139,7 @@ TEST(FormFile, InitWithANullArgumentChangesNothing) {
 }
 
 TEST(FormFile, InitOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, FormFile_init(stranger, "n", "f", "t", "d", 1));
     EXPECT_EQ(TARN_WRONG_TYPE, FormFile_init(stranger, nullptr, nullptr, nullptr, nullptr, 0));
   });
@@ -200,7 +201,7 @@ TEST(FormFile, NodeClearKeepsTheContentType) {
 TEST(FormFile, DataLengthIsZeroWithoutAFileOrABuffer) {
   File file;
   EXPECT_EQ(0U, FormFile_getDataLength(file));
-  withEveryStranger([](TarnHandle *stranger) { EXPECT_EQ(0U, FormFile_getDataLength(stranger)); });
+  withEveryOtherType([](TarnHandle *stranger) { EXPECT_EQ(0U, FormFile_getDataLength(stranger)); });
 }
 
 TEST(FormFile, ChildOfAnotherTypeCountsAsNoBytes) {
@@ -255,7 +256,7 @@ TEST(FormFile, CompareTreatsTwoMissingTextsAsEqualAndOneAsDifferent) {
 
 TEST(FormFile, CompareReturnsOneWhenEitherHandleIsNotAFile) {
   File file("photo", "meow");
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(1U, FormFile_compare(file, stranger));
     EXPECT_EQ(1U, FormFile_compare(stranger, file));
     EXPECT_EQ(1U, FormFile_compare(stranger, stranger));
@@ -275,7 +276,7 @@ TEST(FormFile, CompareNameReturnsOneWithoutAFileOrANameUnlikeAnEntry) {
   Entry entry;
   EXPECT_EQ(1, FormFile_compareName(file, nullptr));
   EXPECT_EQ(-1, FormEntry_compareName(entry, nullptr));
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(1, FormFile_compareName(stranger, "photo"));
     EXPECT_EQ(1, FormFile_compareName(stranger, nullptr));
     EXPECT_EQ(-1, FormEntry_compareName(stranger, "photo"));
@@ -294,7 +295,7 @@ using Stream = std::unique_ptr<FILE, decltype([](FILE *stream) { std::fclose(str
 
 constexpr char kRefused = '!';
 
-// A device that takes every byte but one kind, and can be asked what it took.
+// A device that refuses one byte value and records all others.
 class Device {
  public:
   explicit Device(int buffering)
@@ -302,17 +303,17 @@ class Device {
     std::setvbuf(stream_.get(), nullptr, buffering, BUFSIZ);
   }
   operator FILE *() { return stream_.get(); }
-  const std::string &taken() const { return taken_; }
+  const std::string &accepted() const { return accepted_; }
 
  private:
   static ssize_t take(void *self, const char *offered, size_t size) {
     const std::string_view all(offered, size);
     const std::string_view good = all.substr(0, all.find(kRefused));
-    static_cast<Device *>(self)->taken_ += good;
+    static_cast<Device *>(self)->accepted_ += good;
     return static_cast<ssize_t>(good.size());
   }
 
-  std::string taken_;
+  std::string accepted_;
   Stream stream_;
 };
 
@@ -327,11 +328,12 @@ TEST(FormFile, WriteToStreamWritesEveryByteOnce) {
   for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
   all.erase(all.find(kRefused), 1);
   for (int buffering : {_IOFBF, _IOLBF, _IONBF}) {
+    SCOPED_TRACE(buffering);
     File file("raw", all);
     Device device(buffering);
     EXPECT_EQ(0U, FormFile_writeToStream(file, device));
     std::fflush(device);
-    EXPECT_EQ(all, device.taken());
+    EXPECT_EQ(all, device.accepted());
   }
 }
 
@@ -342,7 +344,7 @@ TEST(FormFile, WriteToStreamWritesFilesLargerThanTheStreamsBuffer) {
   Device device(_IOFBF);
   EXPECT_EQ(0U, FormFile_writeToStream(file, device));
   std::fflush(device);
-  EXPECT_EQ(large, device.taken());
+  EXPECT_EQ(large, device.accepted());
 }
 
 TEST(FormFile, WriteToStreamAppendsToTheStream) {
@@ -353,16 +355,16 @@ TEST(FormFile, WriteToStreamAppendsToTheStream) {
   EXPECT_EQ(0U, FormFile_writeToStream(file, device));
   std::fputs(".", device);
   std::fflush(device);
-  EXPECT_EQ("cat: meowmeow.", device.taken());
+  EXPECT_EQ("cat: meowmeow.", device.accepted());
 }
 
 TEST(FormFile, WriteToStreamDoesNotFlush) {
   File file("photo", "meow");
   Device device(_IOFBF);
   EXPECT_EQ(0U, FormFile_writeToStream(file, device));
-  EXPECT_EQ("", device.taken());
+  EXPECT_EQ("", device.accepted());
   std::fflush(device);
-  EXPECT_EQ("meow", device.taken());
+  EXPECT_EQ("meow", device.accepted());
 }
 
 TEST(FormFile, WriteToStreamWithoutAFileOrBytesWritesNothingAndReturnsZero) {
@@ -371,9 +373,9 @@ TEST(FormFile, WriteToStreamWithoutAFileOrBytesWritesNothingAndReturnsZero) {
   Device device(_IONBF);
   EXPECT_EQ(0U, FormFile_writeToStream(fresh, device));
   EXPECT_EQ(0U, FormFile_writeToStream(empty, device));
-  withEveryStranger(
+  withEveryOtherType(
       [&](TarnHandle *stranger) { EXPECT_EQ(0U, FormFile_writeToStream(stranger, device)); });
-  EXPECT_EQ("", device.taken());
+  EXPECT_EQ("", device.accepted());
 }
 
 TEST(FormFile, WriteToStreamNeedsBothTheBytesAndTheirCount) {
@@ -386,7 +388,7 @@ TEST(FormFile, WriteToStreamNeedsBothTheBytesAndTheirCount) {
   buffer = contents(byteless);
   CGIgs_setFixed(&buffer, 0, TARN_BYTE_BUFFER_MAGIC);
   EXPECT_EQ(0U, FormFile_writeToStream(byteless, device));
-  EXPECT_EQ("", device.taken());
+  EXPECT_EQ("", device.accepted());
 }
 
 TEST(FormFile, WriteToStreamWithoutBytesReturnsZeroEvenOnAFullDevice) {
@@ -449,7 +451,7 @@ TEST(FormFile, WriteContinuesAfterARefusedByteAndReturnsOne) {
     File file("photo", offered);
     Device device(_IONBF);
     EXPECT_EQ(1U, FormFile_writeToStream(file, device)) << offered;
-    EXPECT_EQ(taken, device.taken()) << offered;
+    EXPECT_EQ(taken, device.accepted()) << offered;
   }
 }
 
@@ -458,7 +460,7 @@ TEST(FormFile, WriteToANullStreamReturnsOneWhenThereAreBytes) {
   File empty("photo", "");
   EXPECT_EQ(1U, FormFile_writeToStream(file, nullptr));
   EXPECT_EQ(0U, FormFile_writeToStream(empty, nullptr));
-  withEveryStranger(
+  withEveryOtherType(
       [](TarnHandle *stranger) { EXPECT_EQ(0U, FormFile_writeToStream(stranger, nullptr)); });
 }
 
@@ -472,6 +474,7 @@ TEST(FormFileList, CopiesAreIndependentButShareTheBytesIncludingZeros) {
   TarnHandle clone = 0;
   ASSERT_EQ(TARN_OK, FormFileList_clone(list, &clone));
   for (TarnHandle *holder : {static_cast<TarnHandle *>(list), &clone}) {
+    SCOPED_TRACE(holder == &clone ? "clone" : "list");
     TarnHandle copy = FormFileList_getByIndex(holder, 0);
     EXPECT_NE(contents(file), contents(&copy));
     EXPECT_EQ(bytes(file), bytes(&copy));

@@ -1,4 +1,4 @@
-// What strangers claim of a body, and what really arrives.
+// The length that strangers declare, and the body that arrives.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio_ext.h>
@@ -48,7 +48,7 @@ Variables postOfLength(const std::string &contentType, const std::string &length
 }
 
 bool hasRoomFor(size_t size) {
-  // Out of the compiler's sight, which knows where there cannot be room.
+  // volatile, because the compiler knows that some sizes cannot be allocated.
   const volatile size_t wanted = size;
   void *volatile block = std::malloc(wanted);
   std::free(block);
@@ -68,7 +68,7 @@ TarnHandle bodyNode(Request &request) {
 
 // ---- Lengths that promise too much --------------------------------------------------------------
 
-TEST(HostileLength, OfTwoGigabytesWithATenByteBodyYieldsTenBytesAndUsesLittleMemory) {
+TEST(HostileLengthGigabytes, OfTwoGigabytesWithATenByteBodyYieldsTenBytesAndUsesLittleMemory) {
   const bool room = hasRoomFor(size_t{kLargest} + 1);
   const std::string tenBytes = "a=1&b=2&c=";
   for (const char *length :
@@ -96,13 +96,13 @@ TEST(HostileLength, OfTwoGigabytesWithATenByteBodyYieldsTenBytesAndUsesLittleMem
         EXPECT_EQ(0U, body);
         EXPECT_EQ(tenBytes, restOfStandardInput());
       }
-      // The process begins with all that the tests before it hold.
+      // The process inherits the memory of the tests before it.
       EXPECT_LT(mostMemory() - before, kKilobytesOf64Megabytes);
     });
   }
 }
 
-TEST(HostileLength, OfTwoGigabytesWithOneMultipartFieldYieldsTheField) {
+TEST(HostileLengthGigabytes, OfTwoGigabytesWithOneMultipartFieldYieldsTheField) {
   if (!hasRoomFor(size_t{kLargest} + 1)) GTEST_SKIP() << "no room for the length that is declared";
   asScript(postOfLength(kMultipart, "2147483647"), kParts, [] {
     const long before = mostMemory();
@@ -114,16 +114,17 @@ TEST(HostileLength, OfTwoGigabytesWithOneMultipartFieldYieldsTheField) {
   });
 }
 
-// Two gigabytes of memory and as many of reading: too much for every run of the tests.
-TEST(HostileLength, OfTwoGigabytesThatArriveYieldsTheLastFieldToo) {
+// Needs two gigabytes of memory and reads as much: too slow for every run of the tests.
+TEST(HostileLengthGigabytes, OfTwoGigabytesThatArriveYieldsTheLastFieldToo) {
   if (!std::getenv("TARN_TEST_TWO_GIGABYTES")) {
     GTEST_SKIP() << "set TARN_TEST_TWO_GIGABYTES=1 where 4 GB of memory are free";
   }
   if (!hasRoomFor(size_t{kLargest} + 1)) GTEST_SKIP() << "no room for such a body";
-  // One byte more than 32 bits can say is not read, and then not all of the body is there.
+  // One byte beyond the 32-bit limit is not read, so the body is incomplete.
   for (const bool isTooLong : {false, true}) {
+    SCOPED_TRACE(isTooLong);
     asScript(postOfLength(kMultipart, isTooLong ? "2147483648" : "2147483647"), "", [isTooLong] {
-      // A file full of holes, with a field before them and another at the very end.
+      // A sparse file with a field at its start and another at its end.
       std::FILE *const sparse = std::tmpfile();
       const std::string last = "\r\n" + kParts;
       ASSERT_EQ(kParts.size(), std::fwrite(kParts.data(), 1, kParts.size(), sparse));
@@ -186,6 +187,7 @@ TEST(HostileInput, ThatStaysOpenIsReadToTheDeclaredLengthAndNoFurther) {
 
 TEST(HostileInput, ThatArrivesByteByByteThroughSignalsYieldsTheSameForm) {
   for (const Sending &sending : kSendings) {
+    SCOPED_TRACE(sending.contentType);
     asScript(post(sending.contentType, sending.body), "", [&] {
       const InputThroughSignals input(sending.body);
       Request request;

@@ -1,4 +1,4 @@
-// Multipart bodies as strangers write them, held against the rules where memory ends with the body.
+// Multipart bodies from strangers, compared with the rules, with the body at the edge of memory.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -35,7 +35,7 @@ std::string file(const std::string &name, const std::string &fileName, const std
          fileName + "\"\r\nContent-Type: text/plain\r\n\r\n" + data + "\r\n";
 }
 
-// An empty request whose content type each test sets as it likes, to parse into directly.
+// Runs `script` with an empty request to parse into; each test sets the content type it needs.
 void asEmptyScript(const std::function<void(Request &)> &script) {
   asScript({{"CONTENT_TYPE", kContentType}}, "", [&] {
     limitProcessorTime();
@@ -49,10 +49,10 @@ Form parsed(Request &request, const std::string &body) {
   Guarded input(body);
   EXPECT_EQ(TARN_OK, Tarn_parseFormInput(&request.handle, input.text(), input.size()));
   EXPECT_EQ(body, input.str()) << "the input is not written to";
-  return request.taken();
+  return request.takeForm();
 }
 
-// As a body that arrives, and where memory ends with it.
+// Expects the form both from a posted body and from one at the edge of memory.
 void expectEitherWay(const std::string &body, const Form &expected,
                      std::source_location where = std::source_location::current()) {
   expectForm(post(kContentType, body), body, expected, where);
@@ -60,7 +60,7 @@ void expectEitherWay(const std::string &body, const Form &expected,
   asEmptyScript([&](Request &request) { EXPECT_TRUE(expected == parsed(request, body)); });
 }
 
-// Something of everything that the parser has to tell apart.
+// A body with every case that the parser distinguishes.
 const std::string kMixture =
     "\r\n--XY\r\n" + field("a", "1\r\n2") + file("f", "a%2Fb+%", "da\0ta"s) + kDelimiter +
     "\tContent-Disposition: form-data;\r\n name=\"\"; filename=\"\"\r\n\r\n\r\n" + kDelimiter +
@@ -69,7 +69,7 @@ const std::string kMixture =
     kDelimiter + "name=\"open\r\n\r\nvalue\r" + kEnd + field("b", "--XYZ") + kEnd + "\r\n\r\nend";
 
 TEST(HostileBody, OfEverythingAtOnceFollowsTheRules) {
-  // What the comparisons below compare with, looked at once.
+  // Checks once the form with which the comparisons below compare.
   const Form expected{{{"a", "1"},
                        {kNone, ""},
                        {"z", "a", 3},
@@ -119,7 +119,7 @@ TEST(HostileBody, WithAPartTruncatedAtAnyByteFollowsTheRulesAndIsNotReadBeyondIt
         Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size());
         Form expected;
         modelPart(expected, part);
-        ASSERT_EQ(expected, request.taken()) << testing::PrintToString(part);
+        ASSERT_EQ(expected, request.takeForm()) << testing::PrintToString(part);
       }
       start = next;
     }
@@ -150,7 +150,7 @@ TEST(HostileBody, OfUpToThreeBytesFollowsTheRulesAndIsNotReadBeyondItsEnd) {
       const std::string text(asText(body));
       GuardedText input(text);
       ASSERT_EQ(TARN_OK, Tarn_parseFormInput(&request.handle, input.text(), 0));
-      ASSERT_EQ((Form{modelEntries(text), {}}), request.taken()) << testing::PrintToString(text);
+      ASSERT_EQ((Form{modelEntries(text), {}}), request.takeForm()) << testing::PrintToString(text);
     }
   });
 }
@@ -170,7 +170,7 @@ TEST(HostileBoundary, ThatOverlapsItselfIsFoundWhereTheRulesSay) {
       for (int round = 0; round < 500; ++round) {
         std::string body;
         for (auto pieces = random() % 30; pieces > 0; --pieces) {
-          // A delimiter, or one that begins like it or ends like it, and now and then a field.
+          // A delimiter, or text that starts or ends like one, and sometimes a field.
           const size_t at = random() % delimiter.size();
           switch (random() % 4) {
             case 0:
@@ -215,7 +215,7 @@ TEST(HostileBoundary, OfAnyLengthMayBeTruncatedAnywhere) {
   });
 }
 
-TEST(HostileBoundary, OfMegabytesIsParsedWithoutDelay) {
+TEST(HostileBoundaryLarge, OfMegabytesIsParsedWithoutDelay) {
   const std::string boundary(2000000, 'b');
   const std::string delimiter = "--" + boundary + "\r\n";
   const std::string body = delimiter + "name=\"a\"\r\n\r\n1\r\n" + std::string(4000000, 'b');
@@ -226,7 +226,7 @@ TEST(HostileBoundary, OfMegabytesIsParsedWithoutDelay) {
   });
 }
 
-TEST(HostileBoundary, ThatAlmostMatchesAtEveryByteIsParsedWithoutDelay) {
+TEST(HostileBoundaryLarge, ThatAlmostMatchesAtEveryByteIsParsedWithoutDelay) {
   asEmptyScript([](Request &request) {
     for (const size_t length : {16, 100, 250, 256, 1000, 100000}) {
       for (const size_t at : {size_t{0}, length / 2, length - 1}) {
@@ -245,9 +245,10 @@ TEST(HostileBoundary, ThatAlmostMatchesAtEveryByteIsParsedWithoutDelay) {
 
 // ---- Bodies that make work ----------------------------------------------------------------------
 
-TEST(HostileBody, WithMegabytesOfNeitherAfterALoneLineEndIsParsedWithoutDelay) {
+TEST(HostileBodyLarge, WithMegabytesOfNeitherAfterALoneLineEndIsParsedWithoutDelay) {
   const std::string much(4000000, 'x');
   for (const char *start : {"\r", "\n", "\r\r", "\n\r", "\n\n", "\r\n\r", "\r\n", "\r\nx\r\n"}) {
+    SCOPED_TRACE(testing::PrintToString(start));
     expectEitherWay(kDelimiter + start + much, {});
     expectEitherWay(kDelimiter + start + much + "\r\n" + field("a", "1") + kEnd,
                     {{{"a", "1"}}, {}});
@@ -255,7 +256,7 @@ TEST(HostileBody, WithMegabytesOfNeitherAfterALoneLineEndIsParsedWithoutDelay) {
   expectEitherWay(kDelimiter + "\r\n\r\n" + much + "\r\n" + kEnd, {{{kNone, much}}, {}});
 }
 
-TEST(HostileBody, OfOneSearchedForMarkOverAndOverIsParsedWithoutDelay) {
+TEST(HostileBodyLarge, OfOneSearchedForMarkOverAndOverIsParsedWithoutDelay) {
   for (const char *mark : {"\r\n--", "\r\n\r", "--XYZ\r", "--XYZ--\r\n", "name=", "filename=\"",
                            "Content-Type:", "Content-Type: ", "\"", "\r\n"}) {
     std::string much;
@@ -267,8 +268,8 @@ TEST(HostileBody, OfOneSearchedForMarkOverAndOverIsParsedWithoutDelay) {
   }
 }
 
-// Zeros that nobody wrote cost no memory to read.
-TEST(HostileBody, OfMoreThanTwoGigabytesIsSearchedToItsEnd) {
+// Reading zero pages that were never written takes no memory.
+TEST(HostileBodyGigabytes, OfMoreThanTwoGigabytesIsSearchedToItsEnd) {
   if (sizeof(void *) == 4) GTEST_SKIP() << "no address space for such a body";
   asEmptyScript([](Request &request) {
     const std::string last = field("a", "1") + file("f", "f", "x") + kEnd;
@@ -286,7 +287,7 @@ TEST(HostileBody, OfMoreThanTwoGigabytesIsSearchedToItsEnd) {
 
 // ---- Parts --------------------------------------------------------------------------------------
 
-TEST(HostilePart, WithAHeaderLineOfMegabytesIsReadInFull) {
+TEST(HostilePartLarge, WithAHeaderLineOfMegabytesIsReadInFull) {
   const std::string much(5000000, 'y');
   expectEitherWay(kDelimiter + "X: " + much + "\r\nname=\"a\"\r\n\r\n1\r\n" + kEnd,
                   {{{"a", "1"}}, {}});
@@ -308,6 +309,7 @@ TEST(HostilePart, WithThousandsOfHeadersHasTheFirstNameAndAllLinesAfterTheConten
 TEST(HostilePart, WithAnotherDispositionIsAFieldOrAFileLikeAnyOther) {
   for (const char *disposition :
        {"attachment", "inline", "", "FORM-DATA", "form-data;;;", "%s%n"}) {
+    SCOPED_TRACE(disposition);
     const std::string header = kDelimiter + "Content-Disposition: "s + disposition;
     expectEitherWay(header + "; name=\"a\"\r\n\r\n1\r\n" + kEnd, {{{"a", "1"}}, {}});
     expectEitherWay(
@@ -316,7 +318,7 @@ TEST(HostilePart, WithAnotherDispositionIsAFieldOrAFileLikeAnyOther) {
   }
 }
 
-// Each inner form is the first line of the outer one's value; its parts are nobody's.
+// Each inner form is the first line of the outer one's value; its parts are dropped.
 TEST(HostilePart, NestedThousandsOfLevelsDeepIsOneFileOfOneLine) {
   std::string inner;
   for (int depth = 0; depth < 5000; ++depth) {

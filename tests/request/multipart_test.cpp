@@ -24,7 +24,7 @@ const std::string kDelimiter = "--XYZ\r\n";
 const std::string kEnd = "--XYZ--\r\n";
 const std::string kType = "Content-Type: text/plain\r\n";
 
-// A part with this header, each of whose lines has its line end.
+// A part with this header, which includes the line end of each line.
 std::string part(const std::string &header, const std::string &value) {
   return kDelimiter + header + "\r\n" + value + "\r\n";
 }
@@ -55,7 +55,7 @@ struct Body {
   Form form;
 };
 
-// An empty request, to parse into directly.
+// Runs `script` with an empty request to parse into.
 void asMultipartScript(const std::function<void(Request &)> &script) {
   asScript({{"CONTENT_TYPE", kContentType}}, "", [&] {
     Request request;
@@ -64,12 +64,12 @@ void asMultipartScript(const std::function<void(Request &)> &script) {
   });
 }
 
-// Parses bytes that end where their block ends.
+// Parses bytes in a block of exactly their size.
 Form parsed(Request &request, const std::string &body) {
   ExactBlock input(body);
   EXPECT_EQ(TARN_OK, Tarn_parseFormInput(&request.handle, input.text(), input.size()));
   EXPECT_EQ(body, input.str()) << "the input is not written to";
-  return request.taken();
+  return request.takeForm();
 }
 
 void expectBodies(const std::vector<Body> &cases) {
@@ -83,7 +83,7 @@ void expectBodies(const std::vector<Body> &cases) {
 
 // ---- The rules once more, for bodies nobody thought of ------------------------------------------
 
-// A body with something of everything.
+// A body with every kind of part.
 const std::string kVaried =
     "preamble\r\n" + field("a", "1") + file("f", "my+file%21.txt", "data\nmore\r\nlost") +
     part(disposition("name=\"\""), "nameless") + part(disposition("filename=\"g.txt\""), "x") +
@@ -93,7 +93,7 @@ const std::string kVaried =
     part("\r\n", "two\r\nlines") + file("last", "l.bin", "\r\n") + kEnd + "epilogue";
 
 TEST(MultipartForm, FollowsTheRulesInABodyWithEverything) {
-  // What the comparisons below compare with, looked at once.
+  // Checks once the form with which the comparisons below compare.
   EXPECT_EQ(
       (Form{{{"a", "1"}, {kNone, "nameless"}, {"zero", "ab", 5}, {"e", "none"}, {kNone, "two"}},
             {{"f", "my file!.txt", "text/plain", "data\nmore"},
@@ -549,7 +549,7 @@ struct Boundary {
   std::string delimiter;
 };
 
-// With this content type, lines of the delimiter cut a body into its parts.
+// Expects that the delimiter splits a body into parts under this content type.
 void expectDelimiters(const std::vector<Boundary> &cases) {
   asMultipartScript([&](Request &request) {
     for (const auto &[contentType, delimiter] : cases) {
@@ -601,6 +601,7 @@ TEST(MultipartBoundary, IsFoundOnlyByItsLowerCaseName) {
   for (const char *contentType :
        {"multipart/form-data; Boundary=XYZ", "multipart/form-data; BOUNDARY=XYZ",
         "multipart/form-data; boundary =XYZ"}) {
+    SCOPED_TRACE(contentType);
     expectForm(post(contentType, body), body, {});
   }
 }
@@ -610,6 +611,7 @@ TEST(MultipartBoundary, ThatIsMissingLeavesABodyWithoutParts) {
   for (const char *contentType :
        {"multipart/form-data", "multipart/form-data;", "multipart/form-data; boundary",
         "multipart/form-data; boundary XYZ", "multipart/form-data; charset=utf-8"}) {
+    SCOPED_TRACE(contentType);
     expectForm(post(contentType, body), body, {});
   }
 }
@@ -629,6 +631,7 @@ TEST(MultipartDelimiter, MustMatchExactly) {
   for (const char *nearMiss :
        {"--XYZ \r\n", "--XYZ\t\r\n", "--XYZ\n", "--XYZ\r", "--XYZ\n\r", "--XYZZ\r\n", "--XY\r\n",
         "--xyz\r\n", "-XYZ\r\n", "- -XYZ\r\n", "XYZ\r\n", "--XYZ--\r\n", "--XYZ-\r\n"}) {
+    SCOPED_TRACE(testing::PrintToString(nearMiss));
     const std::string missed = nearMiss + "name=\"b\"\r\n\r\n2\r\n"s;
     expectBodies({
         {missed + kEnd, {}},
@@ -780,8 +783,8 @@ TEST(MultipartForm, FollowsTheRulesInRandomBodies) {
 
 // ---- One part -----------------------------------------------------------------------------------
 
-// The bytes of a part after it was parsed: its blank line has lost its first byte.
-std::string written(std::string bytes) {
+// The bytes of a part after parsing: the first byte of its blank line is overwritten.
+std::string withBlankLineOverwritten(std::string bytes) {
   const size_t blankLine = bytes.find("\r\n\r\n");
   if (blankLine != std::string::npos) bytes[blankLine] = '\0';
   return bytes;
@@ -816,10 +819,11 @@ TEST(TarnParseMime, WritesAZeroByteOverTheBlankLineOfItsPart) {
   });
 }
 
-TEST(TarnParseMime, WithoutMemoryAddsNothingAndWritesNothing) {
+TEST(TarnParseMimeMemory, WithoutMemoryAddsNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     for (const std::string &text :
          {"name=\"a\"\r\n\r\n1\r\n"s, "name=\"a\"; filename=\"f\"\r\n\r\n1\r\n"s}) {
+      SCOPED_TRACE(testing::PrintToString(text));
       ExactBlock bytes(text);
       withoutMemory([&] { Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size()); });
       EXPECT_EQ(text, bytes.str());
@@ -828,8 +832,8 @@ TEST(TarnParseMime, WithoutMemoryAddsNothingAndWritesNothing) {
   });
 }
 
-// The blank line is overwritten once there is room for the value, be there room for the rest or not.
-TEST(TarnParseMime, WithoutRoomForTheValueOfAFileAddsNothingAndWritesNothing) {
+// The blank line is overwritten once the value is allocated, even if a later allocation fails.
+TEST(TarnParseMimeMemory, WithoutRoomForTheValueOfAFileAddsNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     const std::string value(100000, 'x');
     const std::string text =
@@ -840,10 +844,10 @@ TEST(TarnParseMime, WithoutRoomForTheValueOfAFileAddsNothingAndWritesNothing) {
       EXPECT_TRUE(text == bytes.str()) << spare;
     }
     EXPECT_EQ(Form{}, request.form());
-    // The texts and the value, and nothing to keep them in.
+    // Memory for the texts and the value, but not for the entry.
     const size_t texts = sizeof "f" + sizeof "f" + sizeof "text/plain" + value.size() + 1;
     withoutMemory([&] { Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size()); }, texts);
-    EXPECT_TRUE(written(text) == bytes.str());
+    EXPECT_TRUE(withBlankLineOverwritten(text) == bytes.str());
     EXPECT_EQ(Form{}, request.form());
   });
 }
@@ -851,6 +855,7 @@ TEST(TarnParseMime, WithoutRoomForTheValueOfAFileAddsNothingAndWritesNothing) {
 TEST(TarnParseMime, OfAPartWithoutABlankLineAddsNothingAndWritesNothing) {
   asMultipartScript([](Request &request) {
     for (const std::string &text : {""s, "\0"s, "\r\n\r"s, "name=\"a\"\r\n1\r\n"s, "x\n\ny"s}) {
+      SCOPED_TRACE(testing::PrintToString(text));
       ExactBlock bytes(text);
       Tarn_parseMime(&request.handle, bytes.bytes(), bytes.size());
       EXPECT_EQ(text, bytes.str());
@@ -885,7 +890,7 @@ TEST(TarnParseMime, TruncatedAnywhereFollowsTheRulesAndIsNotReadBeyondItsEnd) {
         Form expected;
         modelPart(expected, text);
         ASSERT_EQ(expected, request.form()) << testing::PrintToString(text);
-        ASSERT_EQ(written(text), bytes.str());
+        ASSERT_EQ(withBlankLineOverwritten(text), bytes.str());
         request.empty();
       }
     }
@@ -901,19 +906,21 @@ TEST(TarnParseMime, DoesNotReadBeyondItsLength) {
       Form expected;
       modelPart(expected, whole.substr(0, length));
       ASSERT_EQ(expected, request.form()) << length;
-      ASSERT_EQ(written(whole.substr(0, length)) + whole.substr(length), bytes.str());
+      ASSERT_EQ(withBlankLineOverwritten(whole.substr(0, length)) + whole.substr(length),
+                bytes.str());
       request.empty();
     }
   });
 }
 
 TEST(TarnParseMime, OnAnotherTypeStillWritesItsZeroByte) {
-  withEveryHandleBut(0, [](TarnHandle *handle) {
+  withEveryHandleExcept(0, [](TarnHandle *handle) {
     for (const std::string &header :
          {disposition("name=\"a\""), disposition("name=\"f\"; filename=\"f\"") + kType}) {
+      SCOPED_TRACE(testing::PrintToString(header));
       ExactBlock bytes(header + "\r\nx\r\n");
       Tarn_parseMime(handle, bytes.bytes(), bytes.size());
-      EXPECT_EQ(written(header + "\r\nx\r\n"), bytes.str());
+      EXPECT_EQ(withBlankLineOverwritten(header + "\r\nx\r\n"), bytes.str());
     }
     EXPECT_EQ(0, FormEntryList_getCount(handle));
   });
@@ -921,7 +928,7 @@ TEST(TarnParseMime, OnAnotherTypeStillWritesItsZeroByte) {
 
 // ---- Large bodies -------------------------------------------------------------------------------
 
-TEST(MultipartForm, OfThousandsOfPartsIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, OfThousandsOfPartsIsParsedWithoutDelay) {
   static constexpr int kParts = 30000;
   std::string body;
   for (int i = 0; i < kParts; ++i) body += field("n", std::to_string(i)) + file("f", "f", "x");
@@ -937,31 +944,31 @@ TEST(MultipartForm, OfThousandsOfPartsIsParsedWithoutDelay) {
   });
 }
 
-TEST(MultipartForm, OfDelimitersOnlyIsEmptyWithoutDelay) {
+TEST(MultipartFormLarge, OfDelimitersOnlyIsEmptyWithoutDelay) {
   std::string body;
   for (int i = 0; i < 500000; ++i) body += kDelimiter;
   expectBody(body + field("a", "1") + kEnd, {{{"a", "1"}}, {}});
 }
 
-TEST(MultipartForm, OfNearMatchesOnlyIsEmptyWithoutDelay) {
+TEST(MultipartFormLarge, OfNearMatchesOnlyIsEmptyWithoutDelay) {
   std::string body;
   for (int i = 0; i < 500000; ++i) body += "\r\n--XYZ\r";
   expectBody(body + field("a", "1") + kEnd, {{{"a", "1"}}, {}});
 }
 
-TEST(MultipartForm, WithABoundaryOfDashesInABodyOfDashesIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, WithABoundaryOfDashesInABodyOfDashesIsParsedWithoutDelay) {
   const std::string dashes(8192, '-');
   const std::string body = std::string(2000000, '-') + "\r\nname=\"a\"\r\n\r\n1\r\n" + dashes;
   expectForm(post("multipart/form-data; boundary=" + dashes, body), body, {{{"a", "1"}}, {}});
 }
 
-TEST(MultipartForm, WithMegabytesAroundThePartsIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, WithMegabytesAroundThePartsIsParsedWithoutDelay) {
   const std::string much(4000000, 'x');
   expectBody(much + field("a", "1") + kEnd + much, {{{"a", "1"}}, {}});
   expectBody(much, {});
 }
 
-TEST(MultipartForm, WithMegabytesOfIncompleteLineEndsIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, WithMegabytesOfIncompleteLineEndsIsParsedWithoutDelay) {
   std::string almost;
   for (int i = 0; i < 1000000; ++i) almost += "\r\n\r";
   const std::string header = kDelimiter + disposition("name=\"a\"");
@@ -973,7 +980,7 @@ TEST(MultipartForm, WithMegabytesOfIncompleteLineEndsIsParsedWithoutDelay) {
   });
 }
 
-TEST(MultipartForm, WithUnterminatedHeadersIsParsedWithoutDelay) {
+TEST(MultipartFormLarge, WithUnterminatedHeadersIsParsedWithoutDelay) {
   std::string body = kDelimiter;
   for (int i = 0; i < 200000; ++i) body += "name=\"; filename=\"\r\n";
   expectBody(body, {});

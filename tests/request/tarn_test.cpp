@@ -45,7 +45,7 @@ void asScriptOfMultipart(const std::string &body, const std::function<void(Reque
   });
 }
 
-// Of an entry that was looked up; none when nothing was found.
+// The value of an entry that was looked up, or kNone if nothing was found.
 Text valueOf(TarnHandle entry) { return entry ? entryOf(entry).value : kNone; }
 
 // ---- Creation -----------------------------------------------------------------------------------
@@ -173,6 +173,7 @@ TEST(Tarn, ParsesTheQueryStringOfAGetAndDoesNotReadItsBody) {
 
 TEST(Tarn, ParsesTheBodyOfAPostAndNotItsQueryString) {
   for (const char *method : {"POST", "post", "Post"}) {
+    SCOPED_TRACE(method);
     Variables variables = post(kUrlEncoded, "b=2");
     variables["REQUEST_METHOD"] = method;
     variables["QUERY_STRING"] = "a=1";
@@ -182,6 +183,7 @@ TEST(Tarn, ParsesTheBodyOfAPostAndNotItsQueryString) {
 
 TEST(Tarn, ParsesTheQueryStringOfEveryMethodExceptPost) {
   for (const char *method : {"", "GET", "get", "PUT", "HEAD", "DELETE", "POSTS", " POST"}) {
+    SCOPED_TRACE(method);
     Variables variables = get("a=1");
     variables["REQUEST_METHOD"] = method;
     expectForm(variables, "", {{{"a", "1"}}, {}});
@@ -201,6 +203,7 @@ TEST(Tarn, WithoutAQueryStringHasNoEntries) {
 TEST(Tarn, ParsesNothingOfAPostWithoutALength) {
   expectForm({{"REQUEST_METHOD", "POST"}, {"QUERY_STRING", "a=1"}}, "b=2", {});
   for (const char *length : {"0", "abc", ""}) {
+    SCOPED_TRACE(length);
     expectForm({{"REQUEST_METHOD", "POST"}, {"QUERY_STRING", "a=1"}, {"CONTENT_LENGTH", length}},
                "b=2", {});
   }
@@ -208,6 +211,7 @@ TEST(Tarn, ParsesNothingOfAPostWithoutALength) {
 
 TEST(Tarn, ParsesNothingOfAPostWithANegativeLengthAndReturnsOk) {
   for (const char *length : {"-1", "-99999999999999999999"}) {
+    SCOPED_TRACE(length);
     asScript({{"REQUEST_METHOD", "POST"}, {"CONTENT_LENGTH", length}}, "b=2", [] {
       Request request;
       EXPECT_EQ(TARN_OK, request.status);
@@ -247,6 +251,7 @@ TEST(Tarn, DoesNotChangeTheBytesOfTheBody) {
       {kUrlEncoded, "a=1&b=%41+x&=&flag"},
       {kMultipart, field("a", "1") + file("f", "a+b%41", "x\0y"s) + kEnd}};
   for (const auto &[contentType, body] : cases) {
+    SCOPED_TRACE(contentType);
     asScript(post(contentType, body), body, [&sent = body] {
       Request request;
       EXPECT_EQ(sent, bodyOf(request.environment()));
@@ -290,6 +295,7 @@ TEST(TarnDispatch, ParsesContentTypesThatStartWithMultipartFormDataAsMultipart) 
        {"multipart/form-data; boundary=XYZ", "MULTIPART/FORM-DATA; boundary=XYZ",
         "Multipart/Form-Data; boundary=XYZ", "multipart/form-data;boundary=XYZ",
         "multipart/form-dataset; boundary=XYZ", "multipart/form-data boundary=XYZ"}) {
+    SCOPED_TRACE(contentType);
     expectForm(post(contentType, body), body, {{{"a", "1"}}, {}});
   }
 }
@@ -299,6 +305,7 @@ TEST(TarnDispatch, ParsesEveryOtherContentTypeAsUrlEncoded) {
        {"", "application/x-www-form-urlencoded", "text/plain", "multipart/form-dat",
         "multipart/mixed; boundary=XYZ", " multipart/form-data; boundary=XYZ",
         "x; multipart/form-data; boundary=XYZ"}) {
+    SCOPED_TRACE(contentType);
     expectForm(post(contentType, "a=1"), "a=1", {{{"a", "1"}}, {}});
   }
 }
@@ -323,7 +330,7 @@ TEST(TarnParseFormInput, ChecksForANullInputBeforeTheEnvironment) {
   asScriptOf("", [](Request &request) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, Tarn_parseFormInput(&request.handle, nullptr, 0));
     EXPECT_EQ(TARN_BAD_ARGUMENT, Tarn_parseFormInput(&request.handle, nullptr, 5));
-    withEveryHandleBut(0, [](TarnHandle *handle) {
+    withEveryHandleExcept(0, [](TarnHandle *handle) {
       EXPECT_EQ(TARN_BAD_ARGUMENT, Tarn_parseFormInput(handle, nullptr, 0));
     });
   });
@@ -331,7 +338,7 @@ TEST(TarnParseFormInput, ChecksForANullInputBeforeTheEnvironment) {
 
 TEST(TarnParseFormInput, OnAnythingWithoutAnEnvironmentReturnsNoEnvironment) {
   char input[] = "a=1";
-  withEveryHandleBut(0, [&](TarnHandle *handle) {
+  withEveryHandleExcept(0, [&](TarnHandle *handle) {
     EXPECT_EQ(TARN_NO_ENVIRONMENT, Tarn_parseFormInput(handle, input, 3));
     EXPECT_STREQ("a=1", input);
   });
@@ -481,6 +488,7 @@ TEST(TarnLookup, ByValueComparesNames) {
 TEST(TarnLookup, OfAMissingNameFindsNothing) {
   asScriptOf("", [](Request &request) {
     for (const char *name : {static_cast<const char *>(nullptr), "", "a"}) {
+      SCOPED_TRACE(testing::PrintToString(name));
       EXPECT_EQ(0U, Tarn_getElementByName(&request.handle, name));
       EXPECT_EQ(0U, Tarn_getElementByValue(&request.handle, name));
       EXPECT_EQ(0U, Tarn_getFile(&request.handle, name));
@@ -489,10 +497,11 @@ TEST(TarnLookup, OfAMissingNameFindsNothing) {
   });
 }
 
-// An empty request is one of the handles: a request without lists.
+// One of the handles is an empty request, which has no lists.
 TEST(TarnLookup, OnAnythingButAFilledRequestFindsNothing) {
-  withEveryHandleBut(0, [](TarnHandle *handle) {
+  withEveryHandleExcept(0, [](TarnHandle *handle) {
     for (const char *name : {static_cast<const char *>(nullptr), "", "a"}) {
+      SCOPED_TRACE(testing::PrintToString(name));
       EXPECT_EQ(0U, Tarn_getElementByName(handle, name));
       EXPECT_EQ(0U, Tarn_getElementByValue(handle, name));
       EXPECT_EQ(0U, Tarn_getFile(handle, name));
@@ -536,7 +545,7 @@ TEST(TarnLookup, OfAFileByANullNameFindsTheFirstWithoutAFieldName) {
   });
 }
 
-// Entry lists and file lists take each other's elements.
+// Entry lists and file lists accept each other's elements.
 TEST(TarnLookup, SkipsAFileAmongTheEntriesAndAnEntryAmongTheFiles) {
   asScriptOf("", [](Request &request) {
     TarnHandle entries = request.entryList();
@@ -662,6 +671,7 @@ TEST(TarnFindEntries, CopiesStayValidAfterTheRequestIsDeleted) {
 TEST(TarnFindEntries, IgnoresItsThirdArgument) {
   asScriptOf("k=1&k=2", [](Request &request) {
     for (const uint32_t ignored : {0U, 1U, 2U, 0xFFFFFFFFU}) {
+      SCOPED_TRACE(ignored);
       Node destination(TARN_FORM_ENTRY_LIST_MAGIC);
       EXPECT_EQ(0U, Tarn_findEntries(&request.handle, "k", ignored, destination));
       EXPECT_EQ((Entries{{"k", "1"}, {"k", "2"}}), entriesOf(destination.value()));
@@ -682,7 +692,7 @@ TEST(TarnFindEntries, ByANullNameCopiesTheEntriesWithoutAName) {
 
 TEST(TarnFindEntries, ReturnsOneWhenTheDestinationRefusesAnEntry) {
   asScriptOf("k=1&k=2", [](Request &request) {
-    withEveryHandleBut(TARN_FORM_ENTRY_LIST_MAGIC, [&](TarnHandle *handle) {
+    withEveryHandleExcept(TARN_FORM_ENTRY_LIST_MAGIC, [&](TarnHandle *handle) {
       EXPECT_EQ(1U, Tarn_findEntries(&request.handle, "k", 0, handle));
     });
     EXPECT_EQ((Entries{{"k", "1"}, {"k", "2"}}), request.entries());
@@ -691,7 +701,7 @@ TEST(TarnFindEntries, ReturnsOneWhenTheDestinationRefusesAnEntry) {
 
 TEST(TarnFindEntries, ReturnsZeroWithoutAMatchEvenForAnUnusableDestination) {
   asScriptOf("k=1", [](Request &request) {
-    withEveryHandleBut(0, [&](TarnHandle *handle) {
+    withEveryHandleExcept(0, [&](TarnHandle *handle) {
       EXPECT_EQ(0U, Tarn_findEntries(&request.handle, "absent", 0, handle));
       EXPECT_EQ(0, FormEntryList_getCount(handle));
     });
@@ -700,7 +710,7 @@ TEST(TarnFindEntries, ReturnsZeroWithoutAMatchEvenForAnUnusableDestination) {
 
 TEST(TarnFindEntries, OnAnythingButAFilledRequestReturnsZeroAndDoesNothing) {
   Node destination(TARN_FORM_ENTRY_LIST_MAGIC);
-  withEveryHandleBut(0, [&](TarnHandle *handle) {
+  withEveryHandleExcept(0, [&](TarnHandle *handle) {
     EXPECT_EQ(0U, Tarn_findEntries(handle, "k", 0, destination));
     EXPECT_EQ(0U, Tarn_findEntries(handle, nullptr, 0, destination));
     EXPECT_EQ(0U, Tarn_findEntries(handle, "k", 0, nullptr));
@@ -753,8 +763,9 @@ TEST(Tarn, DeleteOfARequestWithEmptiedChildrenReturnsOk) {
 }
 
 TEST(Tarn, DeleteOnAnotherTypeReturnsWrongTypeAndReleasesNothing) {
-  withEveryHandleBut(TARN_REQUEST_MAGIC,
-                     [](TarnHandle *handle) { EXPECT_EQ(TARN_WRONG_TYPE, Tarn_delete(handle)); });
+  withEveryHandleExcept(TARN_REQUEST_MAGIC, [](TarnHandle *handle) {
+    EXPECT_EQ(TARN_WRONG_TYPE, Tarn_delete(handle));
+  });
 }
 
 TEST(Tarn, TwoRequestsInOneScriptAreIndependent) {
@@ -770,7 +781,7 @@ TEST(Tarn, ClearReturnsNotImplementedAndDoesNothing) {
   asScriptOf("a=1", [](Request &request) {
     EXPECT_EQ(TARN_NOT_IMPLEMENTED, Tarn_clear(&request.handle));
     EXPECT_EQ((Entries{{"a", "1"}}), request.entries());
-    withEveryHandleBut(
+    withEveryHandleExcept(
         0, [](TarnHandle *handle) { EXPECT_EQ(TARN_NOT_IMPLEMENTED, Tarn_clear(handle)); });
   });
 }
@@ -796,7 +807,7 @@ TEST(Tarn, SaveAndRestoreDoNothing) {
 }
 
 TEST(Tarn, ReturnsItsVersionWhateverTheHandle) {
-  withEveryHandleBut(0, [](TarnHandle *handle) {
+  withEveryHandleExcept(0, [](TarnHandle *handle) {
     EXPECT_STREQ("Jul 17 2007", Tarn_getCompileDate(handle));
     EXPECT_STREQ("14:49:31", Tarn_getCompileTime(handle));
     EXPECT_STREQ("1.0.0", Tarn_getVersion(handle));

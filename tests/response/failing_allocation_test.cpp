@@ -1,4 +1,4 @@
-// Cookies, headers, attributes and elements, with each allocation failing in its turn.
+// Cookies, headers, attributes and elements, with each allocation failing in turn.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -10,8 +10,10 @@
 namespace tarn_test {
 namespace {
 
-// Both say that memory ran out: the second of an inner list that could not be made.
-bool saysSo(TarnStatus status) { return status == TARN_OUT_OF_MEMORY || status == TARN_WRONG_TYPE; }
+// Both statuses report a failed allocation: TARN_WRONG_TYPE that of an inner list.
+bool reportsFailure(TarnStatus status) {
+  return status == TARN_OUT_OF_MEMORY || status == TARN_WRONG_TYPE;
+}
 
 struct Cookie : Object {
   explicit Cookie(const char *name) : Object(TARN_COOKIE_MAGIC) {
@@ -91,17 +93,17 @@ TEST(CookieAtEachFailure, ToStringReturnsTheSharedEmptyTextOrKeepsNoCopy) {
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-// A list that has grown by one, or says so and has not; whatever failed, the element is as it was.
+// Expects that the list has one more element, or that the status reports why not.
 void expectAdded(FailingMemory &memory, TarnStatus status, int countBefore, int count) {
-  EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+  EXPECT_TRUE(status == TARN_OK || (memory.failed() && reportsFailure(status)));
   EXPECT_EQ(status == TARN_OK ? countBefore + 1 : countBefore, count);
 }
 
-// A copy that is whole in all but texts, or a destination that is left alone; without memory for an
-// empty list's node it is set to 0.
+// Expects a copy that may lack only texts, or an unchanged destination, which is 0 if the node of
+// an empty list could not be allocated.
 void expectCopied(FailingMemory &memory, TarnStatus status, const Object &list,
                   const Object &copy) {
-  EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+  EXPECT_TRUE(status == TARN_OK || (memory.failed() && reportsFailure(status)));
   EXPECT_TRUE(status == TARN_OK || copy.value() == 0);
   EXPECT_TRUE(memory.failed() || list.picture() == copy.picture());
 }
@@ -112,6 +114,7 @@ TEST(CookieListAtEachFailure, AddAndCloneReportItAndKeepTheRest) {
     Cookies list;
     const std::string before = cookie.picture();
     for (int i = 0; i < 2; ++i) {
+      SCOPED_TRACE(i);
       const int held = HTTPCookieList_getCount(list);
       const TarnStatus added = memory.call([&] { return HTTPCookieList_addCookie(list, cookie); });
       expectAdded(memory, added, held, HTTPCookieList_getCount(list));
@@ -173,7 +176,7 @@ TEST(HeaderAtEachFailure, NewPlainHeaderReturnsWrongTypeWhenTheNodeIsMissing) {
   });
 }
 
-// The cookies of a header, and whether the copy that was to replace the old ones is whole.
+// Expects the new cookies in the header, or none if they could not be copied.
 void expectCookies(FailingMemory &memory, TarnHandle cookies, const Cookies &source) {
   EXPECT_TRUE(memory.failed() || pictureOf(cookies) == source.picture());
   EXPECT_GE(1, HTTPCookieList_getCount(&cookies));
@@ -233,10 +236,11 @@ TEST(ResponseHeaderAtEachFailure, AddHeaderReportsAFailedListGrowthButNotAFailed
   forEachFailingAllocation([](FailingMemory &memory) {
     ResponseHeader header;
     for (uint32_t i = 0; i < 11; ++i) {
+      SCOPED_TRACE(i);
       const uint32_t before = header.lines();
       const TarnStatus status =
           memory.call([&] { return HTTPResponseHeader_addHeader(header, "Name: value"); });
-      EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+      EXPECT_TRUE(status == TARN_OK || (memory.failed() && reportsFailure(status)));
       ASSERT_EQ(status == TARN_OK ? before + 1 : before, header.lines());
       if (status != TARN_OK) continue;
       TarnHandle list = HTTPResponseHeader_getHeaderList(header);
@@ -253,7 +257,7 @@ TEST(ResponseHeaderAtEachFailure, SetCookieListReportsItAndLeavesNone) {
     HTTPResponseHeader_setCookieList(header, Cookies("old"));
     const TarnStatus status =
         memory.call([&] { return HTTPResponseHeader_setCookieList(header, cookies); });
-    EXPECT_TRUE(status == TARN_OK || (memory.failed() && saysSo(status)));
+    EXPECT_TRUE(status == TARN_OK || (memory.failed() && reportsFailure(status)));
     EXPECT_EQ(status == TARN_OK, header.cookies() != 0);
     expectCookies(memory, header.cookies(), cookies);
   });
@@ -306,7 +310,7 @@ TEST(ElementAtEachFailure, CloneReportsItAndLeavesWhatCouldBeCopiedInTheDestinat
     const std::string before = tree.picture();
     Object copy(HTMLElement_delete);
     const TarnStatus status = memory.call([&] { return HTMLElement_clone(tree, copy); });
-    EXPECT_TRUE(status == TARN_OK || (memory.failed() && copy.value() && saysSo(status)));
+    EXPECT_TRUE(status == TARN_OK || (memory.failed() && copy.value() && reportsFailure(status)));
     EXPECT_EQ(before, tree.picture());
     EXPECT_TRUE(memory.failed() || copy.picture() == before);
   });
@@ -320,11 +324,11 @@ TEST(ElementAtEachFailure, SettingListsReportsItAndLeavesNone) {
     const std::string before = attributes.picture() + elements.picture();
     const TarnStatus first =
         memory.call([&] { return HTMLElement_setAttributes(tree, attributes); });
-    EXPECT_TRUE(first == TARN_OK || (memory.failed() && saysSo(first)));
+    EXPECT_TRUE(first == TARN_OK || (memory.failed() && reportsFailure(first)));
     EXPECT_EQ(first == TARN_OK,
               CGIgs_getStruct(tree, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC) != 0);
     const TarnStatus second = memory.call([&] { return HTMLElement_setEmbedded(tree, elements); });
-    EXPECT_TRUE(second == TARN_OK || (memory.failed() && saysSo(second)));
+    EXPECT_TRUE(second == TARN_OK || (memory.failed() && reportsFailure(second)));
     EXPECT_EQ(second == TARN_OK,
               CGIgs_getStruct(tree, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC) != 0);
     EXPECT_EQ(before, attributes.picture() + elements.picture());
@@ -338,16 +342,18 @@ TEST(ElementAtEachFailure, AddingReportsItAndAddsNothing) {
     Tree child("new");
     const std::string before = attribute.picture() + child.picture();
     for (int i = 0; i < 2; ++i) {
+      SCOPED_TRACE(i);
       TarnHandle list = CGIgs_getStruct(parent, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
       const int held = HTMLAttributeList_getCount(&list);
       const TarnStatus status =
           memory.call([&] { return HTMLElement_addAttribute(parent, attribute); });
       list = CGIgs_getStruct(parent, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
-      EXPECT_TRUE(status == (list ? TARN_OK : TARN_BAD_ARGUMENT) || saysSo(status));
+      EXPECT_TRUE(status == (list ? TARN_OK : TARN_BAD_ARGUMENT) || reportsFailure(status));
       EXPECT_TRUE(memory.failed() || status == TARN_OK);
       EXPECT_EQ(status == TARN_OK ? held + 1 : held, HTMLAttributeList_getCount(&list));
     }
     for (int i = 0; i < 2; ++i) {
+      SCOPED_TRACE(i);
       TarnHandle list = CGIgs_getStruct(parent, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC);
       const int held = HTMLElementList_getCount(&list);
       const TarnStatus status = memory.call([&] { return HTMLElement_addElement(parent, child); });

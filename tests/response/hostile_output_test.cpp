@@ -1,4 +1,4 @@
-// What strangers sent, on its way into an answer: nothing is checked, changed or interpreted.
+// Text from strangers in a response: nothing is checked, changed or interpreted.
 #include <gtest/gtest.h>
 #include <tarn.h>
 
@@ -30,12 +30,14 @@ const char *const kInjections[] = {
 TEST(HostileHeaderLine, WithLineEndsIsStoredAsOneText) {
   Node header(TARN_RESPONSE_HEADER_MAGIC);
   for (const char *injection : kInjections) {
+    SCOPED_TRACE(testing::PrintToString(injection));
     GuardedText line(injection);
     EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(header, line.text()));
   }
   TarnHandle lines = HTTPResponseHeader_getHeaderList(header);
   ASSERT_EQ(std::size(kInjections), TARNGenericList_getCount(&lines));
   for (uint32_t i = 0; i < std::size(kInjections); ++i) {
+    SCOPED_TRACE(i);
     EXPECT_STREQ(kInjections[i],
                  reinterpret_cast<const char *>(TARNGenericList_getByIndex(&lines, i)));
   }
@@ -45,6 +47,7 @@ TEST(HostileHeaderLine, WithLineEndsIsStoredAsOneText) {
 
 TEST(HostileHeaderLine, WithLineEndsIsStoredUnchangedInEveryHeaderText) {
   for (const char *injection : kInjections) {
+    SCOPED_TRACE(testing::PrintToString(injection));
     GuardedText text(injection);
     Node response(TARN_RESPONSE_HEADER_MAGIC);
     EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, text.text(), 200, text.text()));
@@ -70,12 +73,13 @@ TEST(HostileCookieValue, WithLineEndsIsStoredAndRenderedUnchanged) {
     const std::string v = injection;
     EXPECT_EQ("HTTPCookie{name=\"" + v + "\";value=\"" + v + "\";comment=\"" + v + "\";domain=\"" +
                   v + "\",maxage=-1;path=\"" + v + "\";secure=\"yes\"}",
-              taken(const_cast<char *>(HTTPCookie_toString(cookie))));
+              copyAndRelease(const_cast<char *>(HTTPCookie_toString(cookie))));
   }
 }
 
 TEST(HostileMarkup, IsStoredUnchangedInAttributesAndElements) {
   for (const char *injection : {"\"><script>alert(1)</script>", "' onload='x", "\r\n", "%s%n"}) {
+    SCOPED_TRACE(testing::PrintToString(injection));
     GuardedText text(injection);
     Node attribute(TARN_ATTRIBUTE_MAGIC);
     EXPECT_EQ(TARN_OK, HTMLAttribute_init(attribute, text.text(), text.text()));

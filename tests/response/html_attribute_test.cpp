@@ -11,7 +11,7 @@
 namespace {
 
 using tarn_test::Node;
-using tarn_test::withEveryStranger;
+using tarn_test::withEveryOtherType;
 
 // The slots that a script reads with the node's getters.
 
@@ -109,7 +109,7 @@ TEST(HTMLAttribute, InitAcceptsTheAttributesOwnTextsInAnyOrder) {
 }
 
 TEST(HTMLAttribute, InitOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLAttribute_init(stranger, "n", "v"));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLAttribute_init(stranger, nullptr, nullptr));
   });
@@ -121,7 +121,7 @@ TEST(HTMLAttribute, ToHtmlReturnsNotYetImplementedForAnyHandle) {
   Attribute attribute("n", "v");
   const char *answer = HTMLAttribute_toHTML(attribute);
   EXPECT_STREQ("Not yet implemented.", answer);
-  withEveryStranger(
+  withEveryOtherType(
       [&](TarnHandle *stranger) { EXPECT_EQ(answer, HTMLAttribute_toHTML(stranger)); });
 }
 
@@ -137,6 +137,7 @@ TEST(HTMLAttributeList, CopiesEverySlotOfTheAttribute) {
   ASSERT_EQ(TARN_OK, HTMLAttributeList_clone(list, &clone));
   HTMLAttribute_init(attribute, "other", "changed");
   for (TarnHandle *holder : {static_cast<TarnHandle *>(list), &clone}) {
+    SCOPED_TRACE(holder == &clone ? "clone" : "list");
     TarnHandle copy = HTMLAttributeList_getByIndex(holder, 0);
     expectAttribute(&copy, "n", nullptr);
     EXPECT_STREQ("seven", text(&copy, 7));

@@ -15,7 +15,7 @@
 namespace {
 
 using tarn_test::Node;
-using tarn_test::withEveryStranger;
+using tarn_test::withEveryOtherType;
 
 struct Attribute : Node {
   explicit Attribute(const char *name, const char *value = nullptr) : Node(TARN_ATTRIBUTE_MAGIC) {
@@ -41,7 +41,7 @@ struct Element : Node {
   }
 };
 
-// An empty handle whose element is deleted in the end.
+// An empty handle; deletes the element that it holds at the end.
 struct Destination : Node {
   ~Destination() { HTMLElement_delete(*this); }
 };
@@ -83,7 +83,7 @@ uint32_t childCount(TarnHandle *element) {
   return static_cast<uint32_t>(HTMLElementList_getCount(&list));
 }
 
-// Lent.
+// Borrowed from the element.
 TarnHandle childOf(TarnHandle *element, uint32_t index) {
   TarnHandle list = embeddedOf(element);
   return HTMLElementList_getByIndex(&list, index);
@@ -99,9 +99,9 @@ std::string text(TarnHandle node, uint32_t slot) {
   return found ? found : "-";
 }
 
-// A tree in short: ul"second"#7[class=x id=-]{li{} li}. Brackets and braces stand only where there
-// is a list; a missing text is "-", a missing second text and a number of 0 are left out.
-std::string shown(TarnHandle element) {
+// A tree as text: ul"second"#7[class=x id=-]{li{} li}. Brackets and braces are printed only if
+// there is a list; a missing text is "-"; a missing second text and a number of 0 are omitted.
+std::string toText(TarnHandle element) {
   EXPECT_EQ(TARN_ELEMENT_MAGIC, CGIgs_getMagic(&element));
   std::string all = text(element, TARN_ELEMENT_NAME);
   if (CGIgs_getString(&element, TARN_ELEMENT_TEXT, 0))
@@ -120,24 +120,24 @@ std::string shown(TarnHandle element) {
   if (embeddedOf(&element)) {
     all += "{";
     for (uint32_t i = 0; i < childCount(&element); ++i) {
-      all += (i ? " " : "") + shown(childOf(&element, i));
+      all += (i ? " " : "") + toText(childOf(&element, i));
     }
     all += "}";
   }
   return all;
 }
 
-std::string shown(TarnHandle *element) { return shown(*element); }
+std::string toText(TarnHandle *element) { return toText(*element); }
 
-std::string listShown(TarnHandle *list) {
+std::string listToText(TarnHandle *list) {
   std::string all;
   for (uint32_t i = 0; i < static_cast<uint32_t>(HTMLElementList_getCount(list)); ++i) {
-    all += (i ? " " : "") + shown(HTMLElementList_getByIndex(list, i));
+    all += (i ? " " : "") + toText(HTMLElementList_getByIndex(list, i));
   }
   return all;
 }
 
-// Two levels with everything that an element has.
+// Two levels with everything that an element can have.
 struct Page : Element {
   Page() : Element("ul") {
     CGIgs_setString(*this, TARN_ELEMENT_TEXT, "menu", TARN_ELEMENT_MAGIC);
@@ -152,7 +152,7 @@ struct Page : Element {
 };
 constexpr const char *kPage = "ul\"menu\"#-7[class=x hidden=-]{li[id=1]{a} li{b}}";
 
-// A script can put any address into the generic list behind a list that it was lent.
+// A script can add any address to the generic list inside a borrowed list.
 void addForeign(TarnHandle list, TarnHandle address) {
   TarnHandle inner = CGIgs_getList(&list, TARN_LIST_ELEMENTS, TARN_ELEMENT_LIST_MAGIC);
   ASSERT_EQ(TARN_OK, TARNGenericList_addDatum(&inner, address));
@@ -163,15 +163,16 @@ void addForeign(TarnHandle list, TarnHandle address) {
 TEST(HTMLElement, StartsEmpty) {
   Element element;
   EXPECT_EQ(58413U, CGIgs_getMagic(element));
-  EXPECT_EQ("-", shown(element));
+  EXPECT_EQ("-", toText(element));
 }
 
 TEST(HTMLElement, ToHtmlReturnsNotYetImplementedWithoutAFullStopForAnyHandle) {
   Page page;
   const char *answer = HTMLElement_toHTML(page);
   EXPECT_STREQ("Not yet implemented", answer);
-  withEveryStranger([&](TarnHandle *stranger) { EXPECT_EQ(answer, HTMLElement_toHTML(stranger)); });
-  EXPECT_EQ(kPage, shown(page));
+  withEveryOtherType(
+      [&](TarnHandle *stranger) { EXPECT_EQ(answer, HTMLElement_toHTML(stranger)); });
+  EXPECT_EQ(kPage, toText(page));
 }
 
 // ---- Comparing elements -------------------------------------------------------------------------
@@ -218,7 +219,7 @@ TEST(HTMLElement, CompareIgnoresEverythingExceptTheName) {
 TEST(HTMLElement, CompareReturnsMinusOneWhenEitherHandleIsNotAnElement) {
   Element element("a");
   Attribute attribute("a");
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(-1, HTMLElement_compare(stranger, element));
     EXPECT_EQ(-1, HTMLElement_compare(element, stranger));
     EXPECT_EQ(-1, HTMLElement_compare(stranger, stranger));
@@ -246,7 +247,7 @@ TEST(HTMLElement, FirstAttributeCreatesTheListAndEachIsCopied) {
   HTMLAttribute_init(attribute, "id", "x");
   EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
   CGIgs_delete(attribute, TARN_ATTRIBUTE_MAGIC);
-  EXPECT_EQ("a[href=/ id=x]", shown(element));
+  EXPECT_EQ("a[href=/ id=x]", toText(element));
 }
 
 TEST(HTMLElement, SameAttributeAddedTwiceIsKeptTwice) {
@@ -254,7 +255,7 @@ TEST(HTMLElement, SameAttributeAddedTwiceIsKeptTwice) {
   Attribute attribute("id", "x");
   EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
   EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(element, attribute));
-  EXPECT_EQ("a[id=x id=x]", shown(element));
+  EXPECT_EQ("a[id=x id=x]", toText(element));
   EXPECT_NE(attributeOf(element, 0), attributeOf(element, 1));
 }
 
@@ -262,6 +263,7 @@ TEST(HTMLElement, AddAttributeAcceptsTheElementsOwnAttribute) {
   Element element("a");
   element.addAttribute("id", "x");
   for (int copies = 1; copies < 25; ++copies) {
+    SCOPED_TRACE(copies);
     TarnHandle lent = attributeOf(element, 0);
     ASSERT_EQ(TARN_OK, HTMLElement_addAttribute(element, &lent));
   }
@@ -278,16 +280,16 @@ TEST(HTMLElement, BorrowedListsShowWhatIsAddedLater) {
   element.addAttribute("class");
   element.add(Element("c"));
   EXPECT_EQ(2, HTMLAttributeList_getCount(&attributes));
-  EXPECT_EQ("b c", listShown(&embedded));
+  EXPECT_EQ("b c", listToText(&embedded));
   EXPECT_EQ(TARN_OK, HTMLAttributeList_addAttribute(&attributes, Attribute("lang", "en")));
   EXPECT_EQ(TARN_OK, HTMLElementList_addElement(&embedded, Element("d")));
-  EXPECT_EQ("a[id=x class=- lang=en]{b c d}", shown(element));
+  EXPECT_EQ("a[id=x class=- lang=en]{b c d}", toText(element));
 }
 
 TEST(HTMLElement, AddAttributeToAnotherTypeReturnsWrongTypeEvenWithoutAnAttribute) {
   Attribute attribute("id", "x");
   AttributeList list;
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(stranger, attribute));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(stranger, nullptr));
   });
@@ -297,11 +299,11 @@ TEST(HTMLElement, AddAttributeToAnotherTypeReturnsWrongTypeEvenWithoutAnAttribut
 
 TEST(HTMLElement, AddAttributeOfAnotherTypeReturnsBadArgumentAndCreatesNoList) {
   Element element("a");
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addAttribute(element, stranger));
   });
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addAttribute(element, element));
-  EXPECT_EQ("a", shown(element));
+  EXPECT_EQ("a", toText(element));
 }
 
 TEST(HTMLElement, SetAttributesStoresACopyOfTheList) {
@@ -311,22 +313,22 @@ TEST(HTMLElement, SetAttributesStoresACopyOfTheList) {
   EXPECT_NE(list.value(), attributesOf(element));
   EXPECT_EQ(140637U, CGIgs_getChildMagic(element, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC));
   HTMLAttributeList_addAttribute(list, Attribute("later"));
-  EXPECT_EQ("a[id=- class=-]", shown(element));
+  EXPECT_EQ("a[id=- class=-]", toText(element));
   element.addAttribute("own");
   EXPECT_EQ(3, HTMLAttributeList_getCount(list));
   HTMLAttributeList_delete(list);
-  EXPECT_EQ("a[id=- class=- own=-]", shown(element));
+  EXPECT_EQ("a[id=- class=- own=-]", toText(element));
 }
 
 TEST(HTMLElement, SetAttributesReplacesTheOldOnes) {
   Element element("a");
   element.addAttribute("old");
   EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList{"new"}));
-  EXPECT_EQ("a[new=-]", shown(element));
+  EXPECT_EQ("a[new=-]", toText(element));
   EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList()));
-  EXPECT_EQ("a[]", shown(element));
+  EXPECT_EQ("a[]", toText(element));
   element.addAttribute("again");
-  EXPECT_EQ("a[again=-]", shown(element));
+  EXPECT_EQ("a[again=-]", toText(element));
 }
 
 TEST(HTMLElement, SetAttributesAcceptsTheElementsOwnList) {
@@ -335,12 +337,12 @@ TEST(HTMLElement, SetAttributesAcceptsTheElementsOwnList) {
   element.addAttribute("class", "y");
   TarnHandle lent = attributesOf(element);
   EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, &lent));
-  EXPECT_EQ("a[id=x class=y]", shown(element));
+  EXPECT_EQ("a[id=x class=y]", toText(element));
 }
 
 TEST(HTMLElement, SetAttributesOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
   AttributeList list{"id"};
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(stranger, list));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(stranger, nullptr));
   });
@@ -351,7 +353,7 @@ TEST(HTMLElement, SetAttributesWithoutAListReturnsBadArgumentAndKeepsTheOldOnes)
   Element element("a");
   Attribute attribute("id");
   element.addAttribute("old");
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setAttributes(element, stranger));
   });
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setAttributes(element, attribute));
@@ -359,23 +361,23 @@ TEST(HTMLElement, SetAttributesWithoutAListReturnsBadArgumentAndKeepsTheOldOnes)
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setAttributes(element, Node(TARN_COOKIE_LIST_MAGIC)));
   EXPECT_EQ(TARN_BAD_ARGUMENT,
             HTMLElement_setAttributes(element, Node(TARN_FORM_ENTRY_LIST_MAGIC)));
-  EXPECT_EQ("a[old=-]", shown(element));
+  EXPECT_EQ("a[old=-]", toText(element));
 }
 
 TEST(HTMLElement, SetAttributesToAnEmptyElementListLeavesNoAttributes) {
   Element element("a");
   EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, ElementList()));
-  EXPECT_EQ("a[]", shown(element));
+  EXPECT_EQ("a[]", toText(element));
   element.addAttribute("id", "x");
-  EXPECT_EQ("a[id=x]", shown(element));
+  EXPECT_EQ("a[id=x]", toText(element));
 }
 
 TEST(HTMLElement, SetAttributesToAListWithAnElementReturnsWrongTypeAndStoresNothing) {
   Element element("a");
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, ElementList{"b"}));
-  EXPECT_EQ("a", shown(element));
+  EXPECT_EQ("a", toText(element));
   element.addAttribute("id", "x");
-  EXPECT_EQ("a[id=x]", shown(element));
+  EXPECT_EQ("a[id=x]", toText(element));
 }
 
 TEST(HTMLElement, SetAttributesLosesTheOldOnesWhenItFails) {
@@ -384,10 +386,10 @@ TEST(HTMLElement, SetAttributesLosesTheOldOnesWhenItFails) {
   AttributeList mixed{"id"};
   HTMLElementList_addElement(mixed, Element("b"));
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, mixed));
-  EXPECT_EQ("a", shown(element));
+  EXPECT_EQ("a", toText(element));
   EXPECT_EQ(2, HTMLAttributeList_getCount(mixed));
   element.addAttribute("new");
-  EXPECT_EQ("a[new=-]", shown(element));
+  EXPECT_EQ("a[new=-]", toText(element));
 }
 
 TEST(HTMLElement, SetAttributesToItsOwnChildListReturnsWrongTypeAndKeepsTheChildren) {
@@ -395,7 +397,7 @@ TEST(HTMLElement, SetAttributesToItsOwnChildListReturnsWrongTypeAndKeepsTheChild
   element.addAttribute("id");
   TarnHandle embedded = embeddedOf(element);
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, &embedded));
-  EXPECT_EQ("a{b}", shown(element));
+  EXPECT_EQ("a{b}", toText(element));
 }
 
 // ---- Embedded elements --------------------------------------------------------------------------
@@ -406,12 +408,12 @@ TEST(HTMLElement, FirstChildCreatesTheListAndIsItsFirstElement) {
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, child));
   EXPECT_EQ(140637U, CGIgs_getChildMagic(element, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC));
   EXPECT_NE(child.value(), childOf(element, 0));
-  EXPECT_EQ("p{b}", shown(element));
+  EXPECT_EQ("p{b}", toText(element));
 }
 
 TEST(HTMLElement, ChildrenKeepTheOrderAddedIncludingEqualNames) {
   Element element("p", {"b", "a", "b"});
-  EXPECT_EQ("p{b a b}", shown(element));
+  EXPECT_EQ("p{b a b}", toText(element));
 }
 
 TEST(HTMLElement, ChildInTheTreeIsIndependentOfTheCallersChild) {
@@ -419,70 +421,72 @@ TEST(HTMLElement, ChildInTheTreeIsIndependentOfTheCallersChild) {
   Page child;
   element.add(child);
   const std::string before = "p{" + std::string(kPage) + "}";
-  EXPECT_EQ(before, shown(element));
+  EXPECT_EQ(before, toText(element));
 
   child.setName("changed");
   child.addAttribute("later");
   child.add(Element("later"));
   TarnHandle grandchild = childOf(child, 0);
   CGIgs_setString(&grandchild, TARN_ELEMENT_NAME, "changed", TARN_ELEMENT_MAGIC);
-  EXPECT_EQ(before, shown(element));
+  EXPECT_EQ(before, toText(element));
   HTMLElement_delete(child);
-  EXPECT_EQ(before, shown(element));
+  EXPECT_EQ(before, toText(element));
 
   Page other;
   element.add(other);
   TarnHandle inTree = childOf(element, 1);
   HTMLElement_clear(&inTree);
-  EXPECT_EQ(kPage, shown(other));
-  EXPECT_EQ("p{" + std::string(kPage) + " -}", shown(element));
+  EXPECT_EQ(kPage, toText(other));
+  EXPECT_EQ("p{" + std::string(kPage) + " -}", toText(element));
 }
 
 TEST(HTMLElement, TreeCanBeBuiltFromTheTopThroughBorrowedChildren) {
   Element table("table", {"tr", "tr"});
   for (uint32_t row = 0; row < 2; ++row) {
+    SCOPED_TRACE(row);
     TarnHandle lent = childOf(table, row);
     EXPECT_EQ(TARN_OK, HTMLElement_addElement(&lent, Element("td")));
     EXPECT_EQ(TARN_OK, HTMLElement_addAttribute(&lent, Attribute("id", row ? "b" : "a")));
   }
-  EXPECT_EQ("table{tr[id=a]{td} tr[id=b]{td}}", shown(table));
+  EXPECT_EQ("table{tr[id=a]{td} tr[id=b]{td}}", toText(table));
 }
 
-// The list is there, and empty, by the time the element is copied into it.
+// The empty list is created before the element is copied into it.
 TEST(HTMLElement, AddedToItselfIsCopiedAsItWas) {
   Element element("a");
   element.addAttribute("id", "x");
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, element));
-  EXPECT_EQ("a[id=x]{a[id=x]{}}", shown(element));
+  EXPECT_EQ("a[id=x]{a[id=x]{}}", toText(element));
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(element, element));
-  EXPECT_EQ("a[id=x]{a[id=x]{} a[id=x]{a[id=x]{}}}", shown(element));
+  EXPECT_EQ("a[id=x]{a[id=x]{} a[id=x]{a[id=x]{}}}", toText(element));
 }
 
 TEST(HTMLElement, AddedToItsDescendantIsCopiedAsItWas) {
   Element element("a", {"b"});
   TarnHandle child = childOf(element, 0);
   EXPECT_EQ(TARN_OK, HTMLElement_addElement(&child, element));
-  EXPECT_EQ("a{b{a{b{}}}}", shown(element));
+  EXPECT_EQ("a{b{a{b{}}}}", toText(element));
   TarnHandle list = embeddedOf(element);
   EXPECT_EQ(TARN_OK, HTMLElementList_addElement(&list, element));
-  EXPECT_EQ("a{b{a{b{}}} a{b{a{b{}}}}}", shown(element));
+  EXPECT_EQ("a{b{a{b{}}} a{b{a{b{}}}}}", toText(element));
 }
 
 TEST(HTMLElement, AddElementAcceptsTheElementsOwnChild) {
   Element element("a");
   element.add(Page());
   for (int copies = 1; copies < 25; ++copies) {
+    SCOPED_TRACE(copies);
     TarnHandle lent = childOf(element, 0);
     ASSERT_EQ(TARN_OK, HTMLElement_addElement(element, &lent));
   }
   EXPECT_EQ(25U, childCount(element));
-  EXPECT_EQ(kPage, shown(childOf(element, 24)));
+  EXPECT_EQ(kPage, toText(childOf(element, 24)));
 }
 
 TEST(HTMLElement, AddElementToAnotherTypeReturnsWrongTypeEvenWithoutAChild) {
   Element element("a");
   ElementList list;
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(stranger, element));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(stranger, nullptr));
   });
@@ -492,12 +496,12 @@ TEST(HTMLElement, AddElementToAnotherTypeReturnsWrongTypeEvenWithoutAChild) {
 TEST(HTMLElement, AddElementOfAnotherTypeReturnsBadArgumentAndCreatesNoList) {
   Element element("a");
   ElementList list;
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addElement(element, stranger));
   });
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addElement(element, list));
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_addElement(element, Attribute("id")));
-  EXPECT_EQ("a", shown(element));
+  EXPECT_EQ("a", toText(element));
 }
 
 TEST(HTMLElement, AddElementThatCannotBeCopiedReturnsWrongTypeAndLeavesAnEmptyList) {
@@ -506,10 +510,10 @@ TEST(HTMLElement, AddElementThatCannotBeCopiedReturnsWrongTypeAndLeavesAnEmptyLi
   addForeign(embeddedOf(child), foreign.value());
   Element element("a");
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, child));
-  EXPECT_EQ("a{}", shown(element));
+  EXPECT_EQ("a{}", toText(element));
   element.add(Element("d"));
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, child));
-  EXPECT_EQ("a{d}", shown(element));
+  EXPECT_EQ("a{d}", toText(element));
 }
 
 TEST(HTMLElement, SetEmbeddedStoresACopyOfTheListWithTheSubtrees) {
@@ -523,29 +527,29 @@ TEST(HTMLElement, SetEmbeddedStoresACopyOfTheListWithTheSubtrees) {
   list.add(Element("later"));
   TarnHandle page = HTMLElementList_getByIndex(list, 1);
   HTMLElement_clear(&page);
-  EXPECT_EQ(before, shown(element));
+  EXPECT_EQ(before, toText(element));
   TarnHandle first = childOf(element, 0);
   CGIgs_setString(&first, TARN_ELEMENT_NAME, "q", TARN_ELEMENT_MAGIC);
-  EXPECT_EQ("p - later", listShown(list));
+  EXPECT_EQ("p - later", listToText(list));
   HTMLElementList_delete(list);
-  EXPECT_EQ("div{q " + std::string(kPage) + "}", shown(element));
+  EXPECT_EQ("div{q " + std::string(kPage) + "}", toText(element));
 }
 
 TEST(HTMLElement, SetEmbeddedReplacesTheOldElements) {
   Element element("p", {"old"});
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, ElementList{"new", "newer"}));
-  EXPECT_EQ("p{new newer}", shown(element));
+  EXPECT_EQ("p{new newer}", toText(element));
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, ElementList()));
-  EXPECT_EQ("p{}", shown(element));
+  EXPECT_EQ("p{}", toText(element));
   element.add(Element("again"));
-  EXPECT_EQ("p{again}", shown(element));
+  EXPECT_EQ("p{again}", toText(element));
 }
 
 TEST(HTMLElement, SetEmbeddedAcceptsTheElementsOwnList) {
   Page page;
   TarnHandle lent = embeddedOf(page);
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(page, &lent));
-  EXPECT_EQ(kPage, shown(page));
+  EXPECT_EQ(kPage, toText(page));
 }
 
 TEST(HTMLElement, SetEmbeddedAcceptsAListOfADescendantAndOfAnAncestor) {
@@ -554,17 +558,17 @@ TEST(HTMLElement, SetEmbeddedAcceptsAListOfADescendantAndOfAnAncestor) {
   TarnHandle child = childOf(element, 0);
   TarnHandle below = embeddedOf(&child);
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, &below));
-  EXPECT_EQ("a{c d}", shown(element));
+  EXPECT_EQ("a{c d}", toText(element));
 
   child = childOf(element, 1);
   TarnHandle above = embeddedOf(element);
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(&child, &above));
-  EXPECT_EQ("a{c d{c d}}", shown(element));
+  EXPECT_EQ("a{c d{c d}}", toText(element));
 }
 
 TEST(HTMLElement, SetEmbeddedOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
   ElementList list{"a"};
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(stranger, list));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(stranger, nullptr));
   });
@@ -573,29 +577,29 @@ TEST(HTMLElement, SetEmbeddedOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
 
 TEST(HTMLElement, SetEmbeddedWithoutAListReturnsBadArgumentAndKeepsTheOldElements) {
   Element element("p", {"old"});
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, stranger));
   });
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, element));
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, Attribute("id")));
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_setEmbedded(element, Node(TARN_FORM_FILE_LIST_MAGIC)));
-  EXPECT_EQ("p{old}", shown(element));
+  EXPECT_EQ("p{old}", toText(element));
 }
 
 TEST(HTMLElement, SetEmbeddedToAnEmptyAttributeListLeavesNoElements) {
   Element element("p");
   EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, AttributeList()));
-  EXPECT_EQ("p{}", shown(element));
+  EXPECT_EQ("p{}", toText(element));
   element.add(Element("b"));
-  EXPECT_EQ("p{b}", shown(element));
+  EXPECT_EQ("p{b}", toText(element));
 }
 
 TEST(HTMLElement, SetEmbeddedToAListWithAnAttributeReturnsWrongTypeAndStoresNothing) {
   Element element("p");
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, AttributeList{"id"}));
-  EXPECT_EQ("p", shown(element));
+  EXPECT_EQ("p", toText(element));
   element.add(Element("b"));
-  EXPECT_EQ("p{b}", shown(element));
+  EXPECT_EQ("p{b}", toText(element));
 }
 
 TEST(HTMLElement, SetEmbeddedLosesTheOldElementsWhenItFails) {
@@ -604,9 +608,9 @@ TEST(HTMLElement, SetEmbeddedLosesTheOldElementsWhenItFails) {
   ElementList mixed{"a"};
   HTMLAttributeList_addAttribute(mixed, Attribute("id"));
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, mixed));
-  EXPECT_EQ("p[id=-]", shown(element));
+  EXPECT_EQ("p[id=-]", toText(element));
   element.add(Element("new"));
-  EXPECT_EQ("p[id=-]{new}", shown(element));
+  EXPECT_EQ("p[id=-]{new}", toText(element));
 }
 
 TEST(HTMLElement, SetEmbeddedToItsOwnListLosesItWhenItCannotBeCopied) {
@@ -615,7 +619,7 @@ TEST(HTMLElement, SetEmbeddedToItsOwnListLosesItWhenItCannotBeCopied) {
   TarnHandle lent = embeddedOf(element);
   addForeign(lent, foreign.value());
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, &lent));
-  EXPECT_EQ("p", shown(element));
+  EXPECT_EQ("p", toText(element));
   EXPECT_EQ("id", text(foreign.value(), TARN_ELEMENT_NAME));
 }
 
@@ -625,7 +629,7 @@ TEST(HTMLElement, CloneCopiesNameSecondTextNumberAttributesAndChildren) {
   Page page;
   Destination copy;
   EXPECT_EQ(TARN_OK, HTMLElement_clone(page, copy));
-  EXPECT_EQ(kPage, shown(copy));
+  EXPECT_EQ(kPage, toText(copy));
   EXPECT_EQ(140637U, CGIgs_getChildMagic(copy, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC));
   EXPECT_EQ(140637U, CGIgs_getChildMagic(copy, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC));
   EXPECT_NE(attributesOf(page), attributesOf(copy));
@@ -639,12 +643,12 @@ TEST(HTMLElement, CloneAndSourceCanBeDeletedInEitherOrder) {
   Destination copy;
   ASSERT_EQ(TARN_OK, HTMLElement_clone(page, copy));
   EXPECT_EQ(TARN_OK, HTMLElement_delete(page));
-  EXPECT_EQ(kPage, shown(copy));
+  EXPECT_EQ(kPage, toText(copy));
 
   Destination another;
   ASSERT_EQ(TARN_OK, HTMLElement_clone(copy, another));
   EXPECT_EQ(TARN_OK, HTMLElement_delete(another));
-  EXPECT_EQ(kPage, shown(copy));
+  EXPECT_EQ(kPage, toText(copy));
 }
 
 TEST(HTMLElement, CloneAndSourceAreIndependentAtEveryLevel) {
@@ -655,10 +659,10 @@ TEST(HTMLElement, CloneAndSourceAreIndependentAtEveryLevel) {
   HTMLElement_addElement(&item, Element("c"));
   TarnHandle attribute = attributeOf(copy, 0);
   HTMLAttribute_init(&attribute, "class", "y");
-  EXPECT_EQ(kPage, shown(page));
+  EXPECT_EQ(kPage, toText(page));
   item = childOf(page, 0);
   HTMLElement_clear(&item);
-  EXPECT_EQ("ul\"menu\"#-7[class=y hidden=-]{li[id=1]{a} li{b c}}", shown(copy));
+  EXPECT_EQ("ul\"menu\"#-7[class=y hidden=-]{li[id=1]{a} li{b c}}", toText(copy));
 }
 
 TEST(HTMLElement, CloneDistinguishesMissingFromEmptyTextsAndLists) {
@@ -669,9 +673,10 @@ TEST(HTMLElement, CloneDistinguishesMissingFromEmptyTextsAndLists) {
   HTMLElement_setEmbedded(empty, ElementList());
   for (const auto &[source, expected] :
        {std::pair{static_cast<TarnHandle *>(bare), "-"}, {empty, "\"\"[]{}"}}) {
+    SCOPED_TRACE(expected);
     TarnHandle copy = 0;
     EXPECT_EQ(TARN_OK, HTMLElement_clone(source, &copy));
-    EXPECT_EQ(expected, shown(copy));
+    EXPECT_EQ(expected, toText(copy));
     HTMLElement_delete(&copy);
   }
 }
@@ -695,7 +700,7 @@ TEST(HTMLElement, CloneAndAddedCopyOmitEveryOtherSlot) {
   Element parent("p");
   parent.add(source);
   for (TarnHandle made : {copy.value(), childOf(parent, 0)}) {
-    EXPECT_EQ("a", shown(made));
+    EXPECT_EQ("a", toText(made));
     for (uint32_t slot = 2; slot < 8; ++slot) EXPECT_EQ("-", text(made, slot)) << slot;
     EXPECT_EQ(0U, CGIgs_getInt(&made, 1, TARN_ELEMENT_MAGIC));
     EXPECT_EQ(0U, CGIgs_getInt(&made, 2, TARN_ELEMENT_MAGIC));
@@ -712,7 +717,7 @@ TEST(HTMLElement, CloneChecksTheSourceThenTheDestination) {
   Element used("used");
   const TarnHandle before = used.value();
   TarnHandle empty = 0;
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(stranger, &empty));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(stranger, used));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(stranger, nullptr));
@@ -723,8 +728,8 @@ TEST(HTMLElement, CloneChecksTheSourceThenTheDestination) {
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_clone(page, used));
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTMLElement_clone(page, page));
   EXPECT_EQ(before, used.value());
-  EXPECT_EQ("used", shown(used));
-  EXPECT_EQ(kPage, shown(page));
+  EXPECT_EQ("used", toText(used));
+  EXPECT_EQ(kPage, toText(page));
 }
 
 TEST(HTMLElement, CloneWithAForeignAttributeCopiesOnlyTheTextsAndTheNumber) {
@@ -733,22 +738,24 @@ TEST(HTMLElement, CloneWithAForeignAttributeCopiesOnlyTheTextsAndTheNumber) {
   addForeign(attributesOf(page), foreign.value());
   TarnHandle copy = 0;
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(page, &copy));
-  EXPECT_EQ("ul\"menu\"#-7", shown(copy));
+  EXPECT_EQ("ul\"menu\"#-7", toText(copy));
   HTMLElement_delete(&copy);
 }
 
 TEST(HTMLElement, CloneWithAForeignDescendantCopiesEverythingExceptTheChildren) {
   Attribute foreign("id");
   for (const bool deep : {false, true}) {
+    SCOPED_TRACE(deep);
     for (const TarnHandle address : {foreign.value(), TarnHandle{0}}) {
+      SCOPED_TRACE(address);
       Page page;
       TarnHandle item = childOf(page, 0);
       addForeign(deep ? embeddedOf(&item) : embeddedOf(page), address);
       TarnHandle copy = 0;
       EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(page, &copy));
-      EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", shown(copy));
+      EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", toText(copy));
       EXPECT_EQ(TARN_OK, HTMLElement_addElement(&copy, Element("li")));
-      EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]{li}", shown(copy));
+      EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]{li}", toText(copy));
       HTMLElement_delete(&copy);
     }
   }
@@ -761,7 +768,7 @@ TEST(HTMLElement, CloneWithAForeignAttributeOnADescendantCopiesEverythingExceptT
   addForeign(attributesOf(&item), foreign.value());
   TarnHandle copy = 0;
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(page, &copy));
-  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", shown(copy));
+  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", toText(copy));
   HTMLElement_delete(&copy);
 }
 
@@ -772,7 +779,7 @@ TEST(HTMLElement, ClearEmptiesTheElementWhichCanBeUsedAgain) {
   const TarnHandle before = page.value();
   EXPECT_EQ(TARN_OK, HTMLElement_clear(page));
   EXPECT_EQ(before, page.value());
-  EXPECT_EQ("-", shown(page));
+  EXPECT_EQ("-", toText(page));
   EXPECT_EQ(0U, CGIgs_getChildMagic(page, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC));
   EXPECT_EQ(0U, CGIgs_getChildMagic(page, TARN_ELEMENT_EMBEDDED, TARN_ELEMENT_MAGIC));
   EXPECT_EQ(TARN_OK, HTMLElement_clear(page));
@@ -780,7 +787,7 @@ TEST(HTMLElement, ClearEmptiesTheElementWhichCanBeUsedAgain) {
   page.setName("p");
   page.addAttribute("id", "x");
   page.add(Element("b"));
-  EXPECT_EQ("p[id=x]{b}", shown(page));
+  EXPECT_EQ("p[id=x]{b}", toText(page));
 }
 
 TEST(HTMLElement, ClearEmptiesTheOtherSlotsExceptStringsTwoToSeven) {
@@ -800,7 +807,7 @@ TEST(HTMLElement, ClearOfABorrowedChildKeepsItInTheList) {
   Page page;
   TarnHandle item = childOf(page, 0);
   EXPECT_EQ(TARN_OK, HTMLElement_clear(&item));
-  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]{- li{b}}", shown(page));
+  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]{- li{b}}", toText(page));
 }
 
 TEST(HTMLElement, DeleteSetsTheHandleToZeroAndWorksOnce) {
@@ -816,7 +823,7 @@ TEST(HTMLElement, DeleteSetsTheHandleToZeroAndWorksOnce) {
 TEST(HTMLElement, ClearAndDeleteOfAnotherTypeReturnWrongType) {
   ElementList list{"a"};
   Attribute attribute("id");
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clear(stranger));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_delete(stranger));
   });
@@ -825,12 +832,13 @@ TEST(HTMLElement, ClearAndDeleteOfAnotherTypeReturnWrongType) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clear(other));
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_delete(other));
   }
-  EXPECT_EQ("a", listShown(list));
+  EXPECT_EQ("a", listToText(list));
   EXPECT_EQ("id", text(attribute.value(), TARN_ELEMENT_NAME));
 }
 
 TEST(HTMLElement, ClearAndDeleteDoNotReleaseForeignNodesInTheLists) {
   for (auto *release : {HTMLElement_clear, HTMLElement_delete}) {
+    SCOPED_TRACE(release == HTMLElement_clear ? "clear" : "delete");
     Page page;
     Attribute attribute("mine");
     Element element("mine");
@@ -841,7 +849,7 @@ TEST(HTMLElement, ClearAndDeleteDoNotReleaseForeignNodesInTheLists) {
     addForeign(attributesOf(&item), 0);
     EXPECT_EQ(TARN_OK, release(page));
     EXPECT_EQ("mine", text(attribute.value(), TARN_ELEMENT_NAME));
-    EXPECT_EQ("mine", shown(element));
+    EXPECT_EQ("mine", toText(element));
   }
 }
 
@@ -849,11 +857,12 @@ TEST(HTMLElement, ClearAndDeleteDoNotReleaseForeignNodesInTheLists) {
 
 TEST(HTMLElement, NodeInPlaceOfAListReturnsWrongTypeUntilItIsReplaced) {
   for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES + 0U, TARN_ELEMENT_EMBEDDED + 0U}) {
+    SCOPED_TRACE(slot);
     Element element("a");
     CGIgs_setStruct(element, slot, Attribute("id"), TARN_ELEMENT_MAGIC, TARN_ATTRIBUTE_MAGIC);
     TarnHandle copy = 0;
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(element, &copy));
-    EXPECT_EQ("a", shown(copy));
+    EXPECT_EQ("a", toText(copy));
     HTMLElement_delete(&copy);
     Element holder("p");
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(holder, element));
@@ -861,11 +870,11 @@ TEST(HTMLElement, NodeInPlaceOfAListReturnsWrongTypeUntilItIsReplaced) {
     if (slot == TARN_ELEMENT_ATTRIBUTES) {
       EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(element, Attribute("class")));
       EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList{"id"}));
-      EXPECT_EQ("a[id=-]", shown(element));
+      EXPECT_EQ("a[id=-]", toText(element));
     } else {
       EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(element, Element("b")));
       EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(element, ElementList{"b"}));
-      EXPECT_EQ("a{b}", shown(element));
+      EXPECT_EQ("a{b}", toText(element));
     }
   }
 }
@@ -878,6 +887,7 @@ TEST(HTMLElement, NodeInPlaceOfAListStaysWhenTheNewListCannotBeCopied) {
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setAttributes(element, ElementList{"b"}));
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(element, AttributeList{"class"}));
   for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES + 0U, TARN_ELEMENT_EMBEDDED + 0U}) {
+    SCOPED_TRACE(slot);
     EXPECT_EQ("id", text(CGIgs_getStruct(element, slot, TARN_ELEMENT_MAGIC), TARN_ELEMENT_NAME));
     EXPECT_EQ(TARN_ATTRIBUTE_MAGIC, CGIgs_getChildMagic(element, slot, TARN_ELEMENT_MAGIC));
   }
@@ -891,14 +901,15 @@ TEST(HTMLElement, ListParkedInPlaceOfTheAttributesReturnsWrongTypeUntilItIsRepla
   TarnHandle copy = 0;
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(element, Attribute("id")));
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(element, &copy));
-  EXPECT_EQ("a", shown(copy));
+  EXPECT_EQ("a", toText(copy));
   HTMLElement_delete(&copy);
   EXPECT_EQ(TARN_OK, HTMLElement_setAttributes(element, AttributeList{"id"}));
-  EXPECT_EQ("a[id=-]{b}", shown(element));
+  EXPECT_EQ("a[id=-]{b}", toText(element));
 }
 
 TEST(HTMLElement, ClearAndDeleteReleaseAnotherObjectInPlaceOfAList) {
   for (auto *release : {HTMLElement_clear, HTMLElement_delete}) {
+    SCOPED_TRACE(release == HTMLElement_clear ? "clear" : "delete");
     Element element("a");
     Element parked("b");
     CGIgs_setStruct(element, TARN_ELEMENT_EMBEDDED, Attribute("id"), TARN_ELEMENT_MAGIC,
@@ -908,7 +919,7 @@ TEST(HTMLElement, ClearAndDeleteReleaseAnotherObjectInPlaceOfAList) {
       ASSERT_EQ(TARN_OK, CGIgs_setList(*one, 2, list, TARN_ELEMENT_MAGIC));
       list.forget();
       EXPECT_EQ(TARN_OK, release(*one));
-      EXPECT_TRUE(!one->value() || shown(*one) == "-");
+      EXPECT_TRUE(!one->value() || toText(*one) == "-");
     }
   }
 }
@@ -924,14 +935,15 @@ TEST(HTMLElementList, CopiesIncludeTheSubtreesAndNoOtherSlot) {
   ASSERT_EQ(TARN_OK, HTMLElementList_clone(list, &clone));
   HTMLElement_delete(page);
   for (TarnHandle *holder : {static_cast<TarnHandle *>(list), &clone}) {
-    EXPECT_EQ(kPage, listShown(holder));
+    SCOPED_TRACE(holder == &clone ? "clone" : "list");
+    EXPECT_EQ(kPage, listToText(holder));
     EXPECT_EQ("-", text(HTMLElementList_getByIndex(holder, 0), 2));
   }
   TarnHandle inList = HTMLElementList_getByIndex(list, 0);
   HTMLElement_addElement(&inList, Element("later"));
-  EXPECT_EQ(kPage, listShown(&clone));
+  EXPECT_EQ(kPage, listToText(&clone));
   HTMLElementList_delete(list);
-  EXPECT_EQ(kPage, listShown(&clone));
+  EXPECT_EQ(kPage, listToText(&clone));
   HTMLElementList_delete(&clone);
 }
 
@@ -941,7 +953,7 @@ TEST(HTMLElementList, ElementThatCannotBeCopiedReturnsWrongTypeAndIsNotAdded) {
   addForeign(embeddedOf(broken), foreign.value());
   ElementList list{"a"};
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElementList_addElement(list, broken));
-  EXPECT_EQ("a", listShown(list));
+  EXPECT_EQ("a", listToText(list));
 }
 
 TEST(HTMLElementList, CloneWithAForeignNodeInASubtreeReturnsWrongTypeAndKeepsTheDestination) {
@@ -985,7 +997,7 @@ void onASmallStack(const std::function<void()> &script) {
   });
 }
 
-// Every level has its number, every hundredth an attribute too.
+// Each level has its number; every hundredth also has an attribute.
 void growChain(TarnHandle *root) {
   TarnHandle level = *root;
   for (uint32_t depth = 1; depth <= kLevels; ++depth) {
@@ -997,7 +1009,7 @@ void growChain(TarnHandle *root) {
   }
 }
 
-// The end of the chain.
+// Checks the chain and returns its last element.
 TarnHandle expectChain(TarnHandle root) {
   TarnHandle level = root;
   for (uint32_t depth = 1; depth <= kLevels; ++depth) {
@@ -1014,7 +1026,7 @@ TarnHandle expectChain(TarnHandle root) {
   return level;
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1027,7 +1039,7 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeBuiltClonedAndDeleted) {
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeAddedSetAndCleared) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeAddedSetAndCleared) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1038,13 +1050,13 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeAddedSetAndCleared) {
     EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(holder, &own));
     expectChain(childOf(holder, 0));
     EXPECT_EQ(TARN_OK, HTMLElement_setEmbedded(holder, ElementList{"b"}));
-    EXPECT_EQ("p{b}", shown(holder));
+    EXPECT_EQ("p{b}", toText(holder));
     EXPECT_EQ(TARN_OK, HTMLElement_clear(root));
-    EXPECT_EQ("-", shown(root));
+    EXPECT_EQ("-", toText(root));
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandLevelsCanBeListed) {
+TEST(HTMLElementTreeLarge, AHundredThousandLevelsCanBeListed) {
   onASmallStack([] {
     Element root("html");
     growChain(root);
@@ -1058,7 +1070,7 @@ TEST(HTMLElementTree, AHundredThousandLevelsCanBeListed) {
   });
 }
 
-TEST(HTMLElementTree, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
+TEST(HTMLElementTreeLarge, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
   onASmallStack([] {
     Attribute foreign("mine");
     Element root("html");
@@ -1068,20 +1080,20 @@ TEST(HTMLElementTree, ForeignNodeBelowAHundredThousandLevelsStopsACopyCleanly) {
     addForeign(embeddedOf(&last), foreign.value());
     TarnHandle copy = 0;
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_clone(root, &copy));
-    EXPECT_EQ("html", shown(copy));
+    EXPECT_EQ("html", toText(copy));
     HTMLElement_delete(&copy);
     Element holder("p", {"a"});
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addElement(holder, root));
-    EXPECT_EQ("p{a}", shown(holder));
+    EXPECT_EQ("p{a}", toText(holder));
     TarnHandle chain = embeddedOf(root);
     EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_setEmbedded(holder, &chain));
-    EXPECT_EQ("p", shown(holder));
+    EXPECT_EQ("p", toText(holder));
     EXPECT_EQ(TARN_OK, HTMLElement_delete(root));
     EXPECT_EQ("mine", text(foreign.value(), TARN_ELEMENT_NAME));
   });
 }
 
-TEST(HTMLElementTree, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
+TEST(HTMLElementTreeLarge, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
   Element root("ul");
   Element item("li");
   item.addAttribute("class", "x");
@@ -1101,26 +1113,26 @@ TEST(HTMLElementTree, AHundredThousandChildrenAreKeptCopiedAndDeletedInOrder) {
   EXPECT_EQ(TARN_OK, HTMLElement_delete(&copy));
 }
 
-void growBush(TarnHandle *element, int levels) {
+void growTree(TarnHandle *element, int levels) {
   if (levels == 0) return;
   for (uint32_t i = 0; i < 4; ++i) {
     Element child(("e" + std::to_string(i)).c_str());
     if (i % 2) child.addAttribute("level", std::to_string(levels).c_str());
     ASSERT_EQ(TARN_OK, HTMLElement_addElement(element, child));
     TarnHandle lent = childOf(element, i);
-    growBush(&lent, levels - 1);
+    growTree(&lent, levels - 1);
   }
 }
 
 TEST(HTMLElementTree, BranchingTreeIsCopiedInOrder) {
   Element root("root");
-  growBush(root, 6);
-  const std::string before = shown(root);
+  growTree(root, 6);
+  const std::string before = toText(root);
   EXPECT_LT(20000U, before.size());
   TarnHandle copy = 0;
   EXPECT_EQ(TARN_OK, HTMLElement_clone(root, &copy));
   HTMLElement_delete(root);
-  EXPECT_EQ(before, shown(copy));
+  EXPECT_EQ(before, toText(copy));
   HTMLElement_delete(&copy);
 }
 
@@ -1143,7 +1155,7 @@ TEST(HTMLElementWithoutMemory, CloneThatRunsOutHalfwayCopiesEverythingExceptTheC
   tarn_test::withoutMemory([&] { status = HTMLElement_clone(page, &copy); },
                            tarn_test::kLittleMemory);
   EXPECT_EQ(TARN_OUT_OF_MEMORY, status);
-  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", shown(copy));
+  EXPECT_EQ("ul\"menu\"#-7[class=x hidden=-]", toText(copy));
   HTMLElement_delete(&copy);
 }
 
@@ -1155,7 +1167,7 @@ TEST(HTMLElementWithoutMemory, CloneOmitsATextThatIsTooLarge) {
   tarn_test::withoutMemory([&] { status = HTMLElement_clone(page, &copy); },
                            tarn_test::kLittleMemory);
   EXPECT_EQ(TARN_OK, status);
-  EXPECT_EQ("-\"menu\"#-7[class=x hidden=-]{li[id=1]{a} li{b}}", shown(copy));
+  EXPECT_EQ("-\"menu\"#-7[class=x hidden=-]{li[id=1]{a} li{b}}", toText(copy));
   HTMLElement_delete(&copy);
 }
 
@@ -1171,7 +1183,7 @@ TEST(HTMLElementWithoutMemory, FirstAttributeReturnsBadArgumentAndFirstChildWron
   });
   EXPECT_EQ(TARN_BAD_ARGUMENT, attributeAdded);
   EXPECT_EQ(TARN_WRONG_TYPE, childAdded);
-  EXPECT_EQ("a", shown(element));
+  EXPECT_EQ("a", toText(element));
 }
 
 TEST(HTMLElementWithoutMemory, LaterAttributeOrChildReportsItAndIsNotAdded) {
@@ -1186,7 +1198,7 @@ TEST(HTMLElementWithoutMemory, LaterAttributeOrChildReportsItAndIsNotAdded) {
   });
   EXPECT_EQ(TARN_OUT_OF_MEMORY, attributeAdded);
   EXPECT_EQ(TARN_OUT_OF_MEMORY, childAdded);
-  EXPECT_EQ(kPage, shown(page));
+  EXPECT_EQ(kPage, toText(page));
 }
 
 TEST(HTMLElementWithoutMemory, SettingListsReportsItAndLosesTheOldOnes) {
@@ -1201,7 +1213,7 @@ TEST(HTMLElementWithoutMemory, SettingListsReportsItAndLosesTheOldOnes) {
   });
   EXPECT_EQ(TARN_OUT_OF_MEMORY, attributesSet);
   EXPECT_EQ(TARN_OUT_OF_MEMORY, embeddedSet);
-  EXPECT_EQ("ul\"menu\"#-7", shown(page));
+  EXPECT_EQ("ul\"menu\"#-7", toText(page));
 }
 
 TEST(HTMLElementWithoutMemory, ReleasingTreesNeedsNone) {
@@ -1217,7 +1229,7 @@ TEST(HTMLElementWithoutMemory, ReleasingTreesNeedsNone) {
   });
   for (const TarnStatus status : statuses) EXPECT_EQ(TARN_OK, status);
   EXPECT_EQ(0U, deleted.value());
-  EXPECT_EQ("-", shown(cleared));
+  EXPECT_EQ("-", toText(cleared));
   EXPECT_EQ(0U, list.value());
 }
 
@@ -1227,6 +1239,7 @@ TEST(HTMLElement, AddingToAForeignObjectInPlaceOfAListReturnsWrongType) {
   TarnHandle given = child.value();
   Attribute attribute("id");
   for (const uint32_t slot : {TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_EMBEDDED}) {
+    SCOPED_TRACE(slot);
     ASSERT_EQ(TARN_OK, CGIgs_setStruct(element, slot, attribute, TARN_ELEMENT_MAGIC, 0x7D01));
   }
   EXPECT_EQ(TARN_WRONG_TYPE, HTMLElement_addAttribute(element, attribute));

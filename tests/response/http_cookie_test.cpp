@@ -14,7 +14,7 @@
 namespace {
 
 using tarn_test::Node;
-using tarn_test::withEveryStranger;
+using tarn_test::withEveryOtherType;
 
 // The slots that a script reads with the node's getters.
 
@@ -35,7 +35,7 @@ struct CookieList : Node {
   ~CookieList() { HTTPCookieList_delete(*this); }
 };
 
-// What HTTPCookie_toString() makes for its caller.
+// The text from HTTPCookie_toString(), which the caller owns.
 using OwnText =
     std::unique_ptr<const char,
                     decltype([](const char *made) { std::free(const_cast<char *>(made)); })>;
@@ -115,7 +115,7 @@ TEST(HTTPCookie, InitWithoutANameOrAValueReturnsBadArgumentAndChangesNothing) {
 }
 
 TEST(HTTPCookie, InitChecksNameAndValueBeforeTheType) {
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT,
               HTTPCookie_init(stranger, nullptr, "v", nullptr, nullptr, 0, nullptr, 0));
     EXPECT_EQ(TARN_BAD_ARGUMENT,
@@ -176,6 +176,7 @@ TEST(HTTPCookie, InitAcceptsTheCookiesOwnTextsInAnyOrder) {
 TEST(HTTPCookie, MaxAgeWithin32BitsIsStoredUnchanged) {
   Cookie cookie;
   for (int32_t seconds : {0, 1, -1, 3600, INT32_MAX, INT32_MIN}) {
+    SCOPED_TRACE(seconds);
     EXPECT_EQ(TARN_OK, HTTPCookie_setMaxAge(cookie, seconds));
     EXPECT_EQ(seconds, HTTPCookie_getMaxAge(cookie));
     EXPECT_EQ(TARN_OK, HTTPCookie_init(cookie, "n", "v", nullptr, nullptr, seconds, nullptr, 0));
@@ -202,6 +203,7 @@ TEST(HTTPCookie, WiderMaxAgeKeepsItsLow32BitsReadAsSigned) {
 TEST(HTTPCookie, SecureFlagIsStoredUnchangedAndNotNormalised) {
   Cookie cookie;
   for (int secure : {5, 1, 0, -1, INT_MAX, INT_MIN}) {
+    SCOPED_TRACE(secure);
     EXPECT_EQ(TARN_OK, HTTPCookie_setSecure(cookie, secure));
     EXPECT_EQ(secure, HTTPCookie_isSecure(cookie));
     HTTPCookie_init(cookie, "n", "v", nullptr, nullptr, 0, nullptr, secure);
@@ -219,7 +221,7 @@ TEST(HTTPCookie, SettersChangeOnlyTheirOwnField) {
 }
 
 TEST(HTTPCookie, MaxAgeAndSecureFlagOfAnotherTypeReturnWrongTypeAndRead0) {
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPCookie_setMaxAge(stranger, 1));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPCookie_setSecure(stranger, 1));
     EXPECT_EQ(0, HTTPCookie_getMaxAge(stranger));
@@ -263,7 +265,7 @@ TEST(HTTPCookie, CompareIsCaseSensitiveAndComparesUnsignedBytes) {
 
 TEST(HTTPCookie, CompareReturnsZeroWhenEitherHandleIsNotACookie) {
   Cookie cookie("id", "x");
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(0, HTTPCookie_compare(cookie, stranger));
     EXPECT_EQ(0, HTTPCookie_compare(stranger, cookie));
     EXPECT_EQ(0, HTTPCookie_compare(stranger, stranger));
@@ -332,12 +334,14 @@ TEST(HTTPCookie, ToStringEscapesNothingAndFormatsNoFieldTwice) {
 TEST(HTTPCookie, ToStringPrintsMaxAgeAsSignedAndAnySecureFlagAsYes) {
   Cookie cookie("n", "v");
   for (int32_t seconds : {INT32_MIN, INT32_MAX}) {
+    SCOPED_TRACE(seconds);
     HTTPCookie_setMaxAge(cookie, seconds);
     OwnText text(HTTPCookie_toString(cookie));
     EXPECT_NE(nullptr,
               std::strstr(text.get(), (",maxage=" + std::to_string(seconds) + ";").c_str()));
   }
   for (int secure : {5, -1, INT_MIN}) {
+    SCOPED_TRACE(secure);
     HTTPCookie_setSecure(cookie, secure);
     OwnText text(HTTPCookie_toString(cookie));
     EXPECT_NE(nullptr, std::strstr(text.get(), ";secure=\"yes\"}"));
@@ -391,7 +395,7 @@ TEST(HTTPCookie, ToStringAcceptsItsOwnRenderedTextAsTheName) {
 }
 
 TEST(HTTPCookie, ToStringOfAnotherTypeReturnsTheSharedEmptyText) {
-  withEveryStranger(
+  withEveryOtherType(
       [](TarnHandle *stranger) { EXPECT_EQ(CGIgs_empty_string, HTTPCookie_toString(stranger)); });
   EXPECT_STREQ("", CGIgs_empty_string);
 }
@@ -407,6 +411,7 @@ TEST(HTTPCookieList, CopiesEveryFieldAndTheRenderedText) {
   ASSERT_EQ(TARN_OK, HTTPCookieList_clone(list, &clone));
   HTTPCookie_init(cookie, "other", "changed", nullptr, nullptr, 0, nullptr, 0);
   for (TarnHandle *holder : {static_cast<TarnHandle *>(list), &clone}) {
+    SCOPED_TRACE(holder == &clone ? "clone" : "list");
     TarnHandle copy = HTTPCookieList_getByIndex(holder, 0);
     expectFullCookie(&copy);
     EXPECT_STREQ(rendered.get(), text(&copy, TARN_COOKIE_RENDERED));

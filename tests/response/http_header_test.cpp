@@ -13,7 +13,7 @@
 namespace {
 
 using tarn_test::Node;
-using tarn_test::withEveryStranger;
+using tarn_test::withEveryOtherType;
 
 struct Cookie : Node {
   explicit Cookie(const char *name) : Node(TARN_COOKIE_MAGIC) {
@@ -28,7 +28,7 @@ struct CookieList : Node {
   ~CookieList() { HTTPCookieList_delete(*this); }
 };
 
-// A list that cannot be copied: it holds something that is no cookie.
+// A list that cannot be copied, because one of its elements is not a cookie.
 struct SpoiltList : CookieList {
   SpoiltList() : CookieList{"a"} {
     TarnHandle inner = CGIgs_getList(*this, TARN_LIST_ELEMENTS, TARN_COOKIE_LIST_MAGIC);
@@ -43,7 +43,7 @@ struct Header : Node {
 
 struct Response : Node {
   Response() : Node(TARN_RESPONSE_HEADER_MAGIC) {}
-  // One with both texts, the number, lines and cookies.
+  // A header with both texts, the number, lines and cookies.
   static constexpr struct Full {
   } kFull{};
   explicit Response(Full) : Response() {
@@ -65,7 +65,7 @@ TarnHandle cookieList(TarnHandle *header) {
   return CGIgs_getStruct(header, TARN_RESPONSE_HEADER_COOKIES, 0);
 }
 
-// Stands for a missing text, so that one is seen where another was expected.
+// Represents a missing text in lists of texts.
 constexpr const char *kHole = "(none)";
 
 const char *orHole(const char *text) { return text ? text : kHole; }
@@ -199,7 +199,7 @@ TEST(HTTPHeader, InitWithAnotherTypeAsTheCookieListChangesNothing) {
   Header header;
   CookieList cookies{"a"};
   ASSERT_EQ(TARN_OK, HTTPHeader_init(header, "text/html", cookies));
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     if (stranger == nullptr) return;
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_init(header, "text/css", stranger));
   });
@@ -221,7 +221,7 @@ TEST(HTTPHeader, InitWithoutAContentTypeChangesNothing) {
 TEST(HTTPHeader, InitOnAnotherTypeReturnsWrongTypeWhateverTheArguments) {
   CookieList cookies{"a"};
   Response response;
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_init(stranger, "text/html", cookies));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_init(stranger, nullptr, nullptr));
   });
@@ -283,7 +283,7 @@ TEST(HTTPHeader, SetCookieListWithoutAListReturnsBadArgumentAndKeepsTheCookies) 
   Header header;
   CookieList cookies{"a"};
   ASSERT_EQ(TARN_OK, HTTPHeader_setCookieList(header, cookies));
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPHeader_setCookieList(header, stranger));
   });
   EXPECT_EQ(Texts{"a"}, cookieNames(header));
@@ -291,7 +291,7 @@ TEST(HTTPHeader, SetCookieListWithoutAListReturnsBadArgumentAndKeepsTheCookies) 
 
 TEST(HTTPHeader, SetCookieListOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
   CookieList cookies{"a"};
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_setCookieList(stranger, cookies));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_setCookieList(stranger, nullptr));
   });
@@ -330,6 +330,7 @@ TEST(HTTPHeader, SetCookieListThatCannotBeCopiedKeepsAForeignNodeInTheSlot) {
   Response response;
   for (auto [node, magic] : {std::pair<TarnHandle *, uint32_t>(header, TARN_HEADER_MAGIC),
                              {response, TARN_RESPONSE_HEADER_MAGIC}}) {
+    SCOPED_TRACE(magic);
     ASSERT_EQ(TARN_OK, CGIgs_setStruct(node, TARN_RESPONSE_HEADER_COOKIES, Cookie("kept"), magic,
                                        TARN_COOKIE_MAGIC));
     const bool content = magic == TARN_HEADER_MAGIC;
@@ -370,7 +371,7 @@ TEST(HTTPHeader, DeleteSetsTheHandleToZeroAndWorksOnce) {
 
 TEST(HTTPHeader, ClearAndDeleteOfAnotherTypeReturnWrongType) {
   Response response;
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_clear(stranger));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPHeader_delete(stranger));
   });
@@ -430,6 +431,7 @@ TEST(HTTPResponseHeader, InitKeepsCopiesOfTheTextsAndTheNumber) {
 TEST(HTTPResponseHeader, InitKeepsEveryNumber) {
   Response response;
   for (int value : {0, 1, -1, INT_MAX, INT_MIN}) {
+    SCOPED_TRACE(value);
     EXPECT_EQ(TARN_OK, HTTPResponseHeader_init(response, "", value, ""));
     EXPECT_EQ(value, number(response));
   }
@@ -462,7 +464,7 @@ TEST(HTTPResponseHeader, InitWithANullTextDoesNothingAndReturnsOk) {
 
 TEST(HTTPResponseHeader, InitOnAnotherTypeReturnsWrongTypeWhateverTheTexts) {
   Header header;
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_init(stranger, "a", 1, "b"));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_init(stranger, nullptr, 1, nullptr));
   });
@@ -521,7 +523,7 @@ TEST(HTTPResponseHeader, DeleteSetsTheHandleToZeroAndWorksOnce) {
 
 TEST(HTTPResponseHeader, ClearAndDeleteOfAnotherTypeReturnWrongType) {
   Header header;
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_clear(stranger));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_delete(stranger));
   });
@@ -544,6 +546,7 @@ TEST(HTTPResponseHeader, AddHeaderStoresCopiesInOrderIncludingRepeatedLines) {
 TEST(HTTPResponseHeader, AddHeaderStoresAnyLineUnchanged) {
   Response response;
   for (const char *odd : {"", "no colon", "A: b\r\nInjected: c\r\n", " folded", "%s%n"}) {
+    SCOPED_TRACE(testing::PrintToString(odd));
     EXPECT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, odd));
   }
   EXPECT_EQ((Texts{"", "no colon", "A: b\r\nInjected: c\r\n", " folded", "%s%n"}), lines(response));
@@ -553,6 +556,7 @@ TEST(HTTPResponseHeader, AddHeaderAcceptsTheHeadersOwnLine) {
   Response response;
   HTTPResponseHeader_addHeader(response, "X-One: 1");
   for (int copies = 1; copies < 25; ++copies) {
+    SCOPED_TRACE(copies);
     ASSERT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, line(response, 0)));
   }
   EXPECT_EQ(Texts(25, "X-One: 1"), lines(response));
@@ -566,7 +570,7 @@ TEST(HTTPResponseHeader, AddHeaderWithoutALineReturnsBadArgument) {
 
 TEST(HTTPResponseHeader, AddHeaderToAnotherTypeReturnsWrongTypeEvenWithoutALine) {
   Header header;
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addHeader(stranger, "X-One: 1"));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addHeader(stranger, nullptr));
   });
@@ -577,6 +581,7 @@ TEST(HTTPResponseHeader, HoldsThousandsOfLines) {
   Response response;
   Texts expected;
   for (int i = 0; i < 5001; ++i) {
+    SCOPED_TRACE(i);
     expected.push_back("X-Line: " + std::to_string(i));
     ASSERT_EQ(TARN_OK, HTTPResponseHeader_addHeader(response, expected.back().c_str()));
   }
@@ -599,7 +604,7 @@ TEST(HTTPResponseHeader, GetHeaderListOfAnotherTypeReturnsZero) {
   CGIgs_setList(header, 0, lent, TARN_HEADER_MAGIC);
   lent.forget();
   EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(header));
-  withEveryStranger(
+  withEveryOtherType(
       [](TarnHandle *stranger) { EXPECT_EQ(0U, HTTPResponseHeader_getHeaderList(stranger)); });
 }
 
@@ -633,7 +638,7 @@ TEST(HTTPResponseHeader, SetCookieListAcceptsTheHeadersOwnCookies) {
 
 TEST(HTTPResponseHeader, SetCookieListWithoutAListReturnsBadArgumentAndKeepsTheCookies) {
   Response response(Response::kFull);
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_setCookieList(response, stranger));
   });
   expectFullResponse(response);
@@ -642,7 +647,7 @@ TEST(HTTPResponseHeader, SetCookieListWithoutAListReturnsBadArgumentAndKeepsTheC
 TEST(HTTPResponseHeader, SetCookieListOnAnotherTypeReturnsWrongTypeEvenWithoutAList) {
   Header header;
   CookieList cookies{"a"};
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(stranger, cookies));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_setCookieList(stranger, nullptr));
   });
@@ -704,7 +709,7 @@ TEST(HTTPResponseHeader, AddCookieAcceptsTheHeadersOwnCookie) {
 TEST(HTTPResponseHeader, AddCookieOfAnotherTypeReturnsBadArgumentAndCreatesNoList) {
   Response response;
   CookieList cookies{"a"};
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_addCookie(response, stranger));
   });
   EXPECT_EQ(TARN_BAD_ARGUMENT, HTTPResponseHeader_addCookie(response, cookies));
@@ -714,7 +719,7 @@ TEST(HTTPResponseHeader, AddCookieOfAnotherTypeReturnsBadArgumentAndCreatesNoLis
 TEST(HTTPResponseHeader, AddCookieToAnotherTypeReturnsWrongTypeEvenWithoutACookie) {
   Header header;
   Cookie cookie("a");
-  withEveryStranger([&](TarnHandle *stranger) {
+  withEveryOtherType([&](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addCookie(stranger, cookie));
     EXPECT_EQ(TARN_WRONG_TYPE, HTTPResponseHeader_addCookie(stranger, nullptr));
   });
@@ -780,7 +785,7 @@ TEST(MultiPartHeader, InitAcceptsTheHeadersOwnTextsInAnyOrder) {
 
 TEST(MultiPartHeader, InitOnAnotherTypeReturnsWrongType) {
   Header header;
-  withEveryStranger([](TarnHandle *stranger) {
+  withEveryOtherType([](TarnHandle *stranger) {
     EXPECT_EQ(TARN_WRONG_TYPE, MultiPartHeader_init(stranger, "a", "b", "c", "d"));
     EXPECT_EQ(TARN_WRONG_TYPE, MultiPartHeader_init(stranger, nullptr, nullptr, nullptr, nullptr));
   });
@@ -804,7 +809,7 @@ TEST(HTTPHeader, RenderingsReturnTheSameAddressForEveryHandle) {
     Response response(Response::kFull);
     const char *text = render(nullptr);
     EXPECT_EQ(text, render(response));
-    withEveryStranger([&](TarnHandle *stranger) { EXPECT_EQ(text, render(stranger)); });
+    withEveryOtherType([&](TarnHandle *stranger) { EXPECT_EQ(text, render(stranger)); });
   }
 }
 

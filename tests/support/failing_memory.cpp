@@ -1,5 +1,5 @@
-// The test programs' malloc(), through which the library and the C library allocate too. Under the
-// sanitizers it hands on to theirs.
+// The test programs' malloc(), which the library and the C library use too. Under the sanitizers it
+// calls theirs.
 #include "support/failing_memory.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 
 #include "support/handles.h"
 
-// The sanitizers allocate before they are ready to check anything.
+// The sanitizers allocate memory before they are initialised.
 #define TARN_UNCHECKED __attribute__((no_sanitize("address", "undefined")))
 
 #ifdef TARN_TESTS_SANITIZED
@@ -88,7 +88,7 @@ void forEachFailingAllocation(const std::function<void(FailingMemory &)> &scenar
 extern "C" {
 
 #ifdef TARN_TESTS_SANITIZED
-// Blocks beyond this are refused, as they would be where memory is short, and do not end the test.
+// Larger blocks are refused, as if memory were short, instead of aborting the test.
 const char *__asan_default_options();
 const char *__asan_default_options() {
   return "allocator_may_return_null=1:max_allocation_size_mb=1536";

@@ -1,4 +1,4 @@
-// Ways to run out of memory: after so many bytes, or at one allocation after the other.
+// Simulates running out of memory: after a number of bytes, or at each allocation in turn.
 #ifndef TARN_TESTS_SUPPORT_FAILING_MEMORY_H
 #define TARN_TESTS_SUPPORT_FAILING_MEMORY_H
 
@@ -7,24 +7,25 @@
 
 namespace tarn_test {
 
-// Runs `action` while malloc() and its like have `spare` bytes to give and no more. The action must
-// not allocate: it notes what it sees, and the test looks at its notes afterwards.
+// Runs `action` while malloc() and similar functions can allocate only `spare` bytes. The action
+// must not use expectations, which allocate: it stores results for the test to check afterwards.
 void withoutMemory(const std::function<void()> &action, size_t spare = 0);
 
 // Enough for nodes and lists, not for a large text or array.
 inline constexpr size_t kLittleMemory = 0x4000;
 
-// What a scenario calls the library through.
+// A scenario makes its calls to the library through this.
 class FailingMemory {
  public:
-  // Makes one call, alone in the braces: only the library's allocations are to be counted.
+  // Makes one call. The lambda must contain nothing else, so that only the library's allocations
+  // are counted.
   template <class Call>
   auto call(Call theCall) {
     const Counted counted(*this);
     return theCall();
   }
 
-  // Whether an allocation of the last call failed.
+  // True if an allocation failed in the last call.
   bool failed() const { return failed_; }
 
  private:
@@ -42,9 +43,9 @@ class FailingMemory {
   bool failed_ = false;
 };
 
-// Runs a scenario with all its allocations granted, which tells how many there are; then, for each
-// of them, with that one refused, and with that one and all later ones refused. Allocations are
-// counted through all calls of the scenario, which must make some in each.
+// Runs a scenario once to count its allocations. Then, for each of them, runs it with only that one
+// failing, and with that one and all later ones failing. Allocations are counted across all calls
+// of the scenario; each call must make some.
 void forEachFailingAllocation(const std::function<void(FailingMemory &)> &scenario);
 
 }  // namespace tarn_test

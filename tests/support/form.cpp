@@ -14,25 +14,12 @@
 
 #include "support/handles.h"
 
-namespace tarn_test {
+namespace tarn_rules {
 namespace {
-
-// None when there is no node, empty when the node has no bytes.
-Text bytesOf(TarnHandle buffer) {
-  if (!CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC)) return kNone;
-  const auto *bytes =
-      reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
-  const uint32_t count = CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
-  if (!bytes) return std::string();
-  EXPECT_EQ('\0', bytes[count]) << "a zero byte follows the bytes";
-  return std::string(bytes, count);
-}
 
 std::string printed(const Text &text) { return text ? testing::PrintToString(*text) : "none"; }
 
 }  // namespace
-
-Text textOf(const char *text) { return text ? Text(text) : kNone; }
 
 std::ostream &operator<<(std::ostream &out, const Entry &entry) {
   return out << printed(entry.name) << "=" << printed(entry.value) << " (" << entry.length << ")";
@@ -51,6 +38,26 @@ std::ostream &operator<<(std::ostream &out, const Form &form) {
   return out << "entries " << testing::PrintToString(form.entries) << ", files "
              << testing::PrintToString(form.files);
 }
+
+}  // namespace tarn_rules
+
+namespace tarn_test {
+namespace {
+
+// None when there is no node, empty when the node has no bytes.
+Text bytesOf(TarnHandle buffer) {
+  if (!CGIgs_IsA(&buffer, TARN_BYTE_BUFFER_MAGIC)) return kNone;
+  const auto *bytes =
+      reinterpret_cast<const char *>(CGIgs_getFixed(&buffer, TARN_BYTE_BUFFER_MAGIC));
+  const uint32_t count = CGIgs_getInt(&buffer, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
+  if (!bytes) return std::string();
+  EXPECT_EQ('\0', bytes[count]) << "a zero byte follows the bytes";
+  return std::string(bytes, count);
+}
+
+}  // namespace
+
+Text textOf(const char *text) { return text ? Text(text) : kNone; }
 
 Entry entryOf(TarnHandle entry) {
   return {textOf(CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC)),
@@ -106,7 +113,7 @@ void Request::empty() {
   TarnHandle entriesOfIt = entryList();
   TarnHandle filesOfIt = fileList();
   FormEntryList_clear(&entriesOfIt);
-  // Clearing a file list would delete the list; its files go one by one, then the words.
+  // Clearing a file list would delete the list, so delete its files one by one and clear the node.
   for (uint32_t i = 0; i < static_cast<uint32_t>(FormFileList_getCount(&filesOfIt)); ++i) {
     TarnHandle file = FormFileList_getByIndex(&filesOfIt, i);
     CGIgs_delete(&file, TARN_FORM_FILE_MAGIC);
@@ -114,7 +121,7 @@ void Request::empty() {
   CGIgs_clear(&filesOfIt, TARN_FORM_FILE_LIST_MAGIC);
 }
 
-Form Request::taken() {
+Form Request::takeForm() {
   Form held = form();
   empty();
   return held;
@@ -156,23 +163,23 @@ void feedStandardInput(std::string_view body, After after) {
 
 namespace {
 
-// Where the handler tells of signals, and how many it takes until one has come to a script that waits
-// for input, and not on its way there.
-int signalled[2];
+// The pipe on which the handler reports signals, and how many are needed so that at least one
+// arrives while the script is waiting for input.
+int signalPipe[2];
 constexpr int kEnoughSignals = 20;
 
-void tell(int) {
+void reportSignal(int) {
   const int before = errno;
-  (void)!write(signalled[1], "", 1);
+  (void)!write(signalPipe[1], "", 1);
   errno = before;
 }
 
 [[noreturn]] void sendInHalves(int pipe, const std::string &body) {
-  close(signalled[1]);
+  close(signalPipe[1]);
   for (size_t i = 0; i < body.size(); ++i) {
     char told = 0;
     for (int signals = i == body.size() / 2 ? kEnoughSignals : 0; signals > 0; --signals) {
-      if (read(signalled[0], &told, 1) != 1) _exit(1);
+      if (read(signalPipe[0], &told, 1) != 1) _exit(1);
     }
     if (write(pipe, &body[i], 1) != 1) _exit(1);
   }
@@ -184,9 +191,9 @@ void tell(int) {
 InputThroughSignals::InputThroughSignals(const std::string &body, int flags) {
   int input[2];
   EXPECT_EQ(0, pipe(input));
-  EXPECT_EQ(0, pipe(signalled));
-  // Nobody reads after the first.
-  EXPECT_EQ(0, fcntl(signalled[1], F_SETFL, O_NONBLOCK));
+  EXPECT_EQ(0, pipe(signalPipe));
+  // The sender stops reading at some point.
+  EXPECT_EQ(0, fcntl(signalPipe[1], F_SETFL, O_NONBLOCK));
   sender_ = fork();
   EXPECT_GE(sender_, 0);
   if (sender_ == 0) sendInHalves(input[1], body);
@@ -194,7 +201,7 @@ InputThroughSignals::InputThroughSignals(const std::string &body, int flags) {
   close(input[0]);
   close(input[1]);
   struct sigaction action {};
-  action.sa_handler = tell;
+  action.sa_handler = reportSignal;
   action.sa_flags = flags;
   EXPECT_EQ(0, sigaction(SIGALRM, &action, nullptr));
   const itimerval often{{0, 1000}, {0, 1000}};
@@ -204,15 +211,15 @@ InputThroughSignals::InputThroughSignals(const std::string &body, int flags) {
 InputThroughSignals::~InputThroughSignals() {
   const itimerval never{};
   EXPECT_EQ(0, setitimer(ITIMER_REAL, &never, nullptr));
-  // Nobody tells the sender any more, should it still wait.
-  close(signalled[0]);
-  close(signalled[1]);
+  // Unblocks the sender if it is still waiting for signals.
+  close(signalPipe[0]);
+  close(signalPipe[1]);
   int status = 1;
   EXPECT_EQ(sender_, waitpid(sender_, &status, 0));
-  EXPECT_EQ(0, status) << "all of it was sent, the second half after signals";
+  EXPECT_EQ(0, status) << "the sender failed to send the body";
 }
 
-void withEveryHandleBut(uint32_t leftOut, const std::function<void(TarnHandle *)> &look) {
+void withEveryHandleExcept(uint32_t leftOut, const std::function<void(TarnHandle *)> &look) {
   look(nullptr);
   TarnHandle none = 0;
   look(&none);
@@ -240,26 +247,5 @@ std::string restOfStandardInput() {
   }
   return rest;
 }
-
-std::string decoded(std::string_view text) {
-  const auto digit = [&](size_t index) {
-    const unsigned byte = index < text.size() ? static_cast<unsigned char>(text[index]) : 0;
-    return byte > 64 ? (byte & ~0x20U) - 55U : byte - 48U;
-  };
-  std::string result;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '+') {
-      result.push_back(' ');
-    } else if (text[i] == '%') {
-      result.push_back(static_cast<char>((digit(i + 1) * 16 + digit(i + 2)) & 0xFFU));
-      i += 2;
-    } else {
-      result.push_back(text[i]);
-    }
-  }
-  return std::string(asText(result));
-}
-
-std::string_view asText(std::string_view bytes) { return bytes.substr(0, bytes.find('\0')); }
 
 }  // namespace tarn_test

@@ -1,5 +1,4 @@
-// What a script sees of its request, as plain values that compare and print, and the rules of the
-// decoding, written a second time for the tests that compare many inputs with them.
+// What a script sees of its request, as plain values that compare and print.
 #ifndef TARN_TESTS_SUPPORT_FORM_H
 #define TARN_TESTS_SUPPORT_FORM_H
 
@@ -11,74 +10,38 @@
 #include <source_location>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "support/processor_time.h"
+#include "support/rules.h"
 #include "support/script.h"
 #include "tarn.h"
 
+namespace tarn_rules {
+
+// GoogleTest finds these beside the types.
+std::ostream &operator<<(std::ostream &out, const Entry &entry);
+std::ostream &operator<<(std::ostream &out, const File &file);
+std::ostream &operator<<(std::ostream &out, const Cookie &cookie);
+std::ostream &operator<<(std::ostream &out, const Form &form);
+
+}  // namespace tarn_rules
+
 namespace tarn_test {
 
-// A text that may be absent, which is not the same as empty.
-using Text = std::optional<std::string>;
-constexpr std::nullopt_t kNone = std::nullopt;
+using namespace tarn_rules;
+
 Text textOf(const char *text);
-
-struct Entry {
-  Entry(Text itsName, const std::string &itsValue)
-      : Entry(std::move(itsName), itsValue, static_cast<uint32_t>(itsValue.size())) {}
-  Entry(Text itsName, Text itsValue, uint32_t itsLength)
-      : name(std::move(itsName)), value(std::move(itsValue)), length(itsLength) {}
-  bool operator==(const Entry &) const = default;
-
-  Text name;
-  Text value;
-  uint32_t length;
-};
-std::ostream &operator<<(std::ostream &out, const Entry &entry);
-
-// A file without anything is File{}; one of length 0 has empty data.
-struct File {
-  bool operator==(const File &) const = default;
-
-  Text name;
-  Text fileName;
-  Text contentType;
-  Text data;
-};
-std::ostream &operator<<(std::ostream &out, const File &file);
-
-struct Cookie {
-  bool operator==(const Cookie &) const = default;
-
-  Text name;
-  Text value;
-};
-std::ostream &operator<<(std::ostream &out, const Cookie &cookie);
-
-using Entries = std::vector<Entry>;
-using Files = std::vector<File>;
-using Cookies = std::vector<Cookie>;
-
-struct Form {
-  bool operator==(const Form &) const = default;
-
-  Entries entries;
-  Files files;
-};
-std::ostream &operator<<(std::ostream &out, const Form &form);
 
 Entry entryOf(TarnHandle entry);
 Entries entriesOf(TarnHandle list);
 File fileOf(TarnHandle file);
 Files filesOf(TarnHandle list);
 
-// Of an environment; none when it has no body, or no cookie list.
+// The body and the cookies of an environment; kNone without a body or a cookie list.
 Text bodyOf(TarnHandle environment);
 std::optional<Cookies> cookiesOf(TarnHandle environment);
 
-// An environment of its own.
+// An environment owned by the test.
 class Environment {
  public:
   Environment() : status(CgiEnv_new(&handle)) {}
@@ -116,9 +79,9 @@ class Request {
   Files files() { return filesOf(fileList()); }
   Form form() { return {entries(), files()}; }
 
-  // Takes all entries and files out of it; the second gives what it held.
+  // empty() removes all entries and files; copyAndRelease() also returns them.
   void empty();
-  Form taken();
+  Form takeForm();
 
   TarnHandle handle = 0;
   const TarnStatus status;
@@ -127,11 +90,11 @@ class Request {
 // Runs a script on a new request made from this query string.
 void asScriptOf(const std::string &query, const std::function<void(Request &)> &script);
 
-// Runs a script that takes this request in, under that limit, and compares what it got.
+// Runs a script that reads this request under the time limit, and compares the form.
 void expectForm(const Variables &variables, std::string_view body, const Form &expected,
                 std::source_location where = std::source_location::current());
 
-// Bytes in a block that ends right after them, so that a sanitizer sees a read beyond.
+// Bytes in a block of exactly their size, so that a sanitizer detects reads beyond them.
 class ExactBlock {
  public:
   explicit ExactBlock(std::string_view bytes);
@@ -145,18 +108,18 @@ class ExactBlock {
   uint32_t size_;
 };
 
-// Puts other bytes on the standard input of the running script; they have to fit into a pipe.
-// Nothing may be left of the input before. With `open` the input does not end after them.
+// Replaces the standard input of the running script. The bytes must fit into a pipe, and the
+// previous input must be consumed. With After::kOpen the input does not end after them.
 enum class After { kEnd, kOpen };
 void feedStandardInput(std::string_view body, After after = After::kEnd);
 
-// Sends a body to the running script's standard input, byte by byte, while SIGALRM comes every
-// millisecond, with these flags of sigaction()'s. The second half of it waits for signals, so that
-// some come while the script reads, however busy the machine is.
+// Sends a body to the running script's standard input, byte by byte, with a SIGALRM every
+// millisecond that is handled with these sigaction() flags. The sender waits for signals before the
+// second half, so that some arrive while the script reads, however busy the machine is.
 class InputThroughSignals {
  public:
   explicit InputThroughSignals(const std::string &body, int flags = 0);
-  // Ends the signals, and sees that all of the body was sent.
+  // Stops the signals and checks that the whole body was sent.
   ~InputThroughSignals();
   InputThroughSignals(const InputThroughSignals &) = delete;
   InputThroughSignals &operator=(const InputThroughSignals &) = delete;
@@ -165,18 +128,12 @@ class InputThroughSignals {
   int sender_ = 0;
 };
 
-// Calls `look` with a null address, an empty handle, and handles of nodes of several types and of a
-// generic list, without the type that is left out, and checks that they stay what they were.
-void withEveryHandleBut(uint32_t leftOut, const std::function<void(TarnHandle *)> &look);
+// Calls `look` with a null address, an empty handle, a generic list and nodes of several types,
+// except the type that is left out, and checks that none of them changes.
+void withEveryHandleExcept(uint32_t leftOut, const std::function<void(TarnHandle *)> &look);
 
-// What the standard input still holds for stdio.
+// The rest of standard input, read with stdio.
 std::string restOfStandardInput();
-
-// URL-encoded text decoded by the rules, as a text: up to its first zero byte.
-std::string decoded(std::string_view text);
-
-// Of a text that may hold zero bytes, what a reader of texts sees.
-std::string_view asText(std::string_view bytes);
 
 }  // namespace tarn_test
 

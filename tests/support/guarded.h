@@ -1,4 +1,4 @@
-// Bytes at the edge of memory: what reads or writes beyond them dies on the spot, in every build.
+// Bytes at the edge of a mapped page: reading or writing beyond them crashes, in every build.
 #ifndef TARN_TESTS_SUPPORT_GUARDED_H
 #define TARN_TESTS_SUPPORT_GUARDED_H
 
@@ -13,7 +13,7 @@
 
 namespace tarn_test {
 
-// Which end of the bytes stands at a page that nothing may touch.
+// On which side of the bytes the inaccessible page is.
 enum class Edge { kAfter, kBefore };
 
 class Guarded {
@@ -47,7 +47,7 @@ class Guarded {
   char *start_;
 };
 
-// A text whose zero byte is the last byte before that page.
+// A text whose terminator is the last byte before that page.
 class GuardedText : public Guarded {
  public:
   explicit GuardedText(std::string_view text) : Guarded(std::string(text) + '\0') {}

@@ -24,8 +24,8 @@ inline constexpr bool kSanitized = true;
 inline constexpr bool kSanitized = false;
 #endif
 
-// A node of the test's own; converts to the address of its handle. A lent handle is held in a plain
-// TarnHandle instead.
+// A node owned by the test; converts to the address of its handle. Borrowed handles are plain
+// TarnHandles instead.
 class Node {
  public:
   Node() = default;
@@ -42,7 +42,7 @@ class Node {
   TarnHandle handle_ = 0;
 };
 
-// A generic list of the test's own, with these words in it.
+// A generic list of these words, owned by the test.
 class List {
  public:
   List(std::initializer_list<uintptr_t> words = {}) {
@@ -55,18 +55,18 @@ class List {
 
   operator TarnHandle *() { return &handle_; }
   TarnHandle value() const { return handle_; }
-  // A node owns the list now.
+  // Gives up ownership, because a node owns the list now.
   void forget() { handle_ = 0; }
 
  private:
   TarnHandle handle_ = 0;
 };
 
-// Calls with handles that hold nothing of the type in question, and sees that they stay as they are:
-// no address at all, nothing, a node of a type that only the test knows, with something in every
-// slot that could be taken for the type's own, and the two records that are no nodes.
+// Calls `call` with handles of other types and checks that they do not change: a null address, an
+// empty handle, a node of a type that only the test knows with every slot filled, a generic list
+// and a string.
 template <typename Call>
-void withEveryStranger(Call call) {
+void withEveryOtherType(Call call) {
   constexpr uint32_t kNobodysMagic = 4242;
   Node nothing;
   Node node(kNobodysMagic);
@@ -93,10 +93,10 @@ void withEveryStranger(Call call) {
   TARNString_delete(&string);
 }
 
-// The text that the library made for its caller, who frees it.
-inline std::string taken(char *text) {
+// Copies and frees a text that the library allocated for its caller.
+inline std::string copyAndRelease(char *text) {
   if (text == nullptr) {
-    ADD_FAILURE() << "no text was made";
+    ADD_FAILURE() << "the library returned no text";
     return {};
   }
   std::string copy = text;

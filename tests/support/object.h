@@ -1,4 +1,5 @@
-// Objects of any type that are compared as wholes and must be deletable whatever happened to them.
+// Objects of any type that can be compared as a whole, and must be deletable whatever happened to
+// them.
 #ifndef TARN_TESTS_SUPPORT_OBJECT_H
 #define TARN_TESTS_SUPPORT_OBJECT_H
 
@@ -9,14 +10,14 @@
 
 namespace tarn_test {
 
-// All that the interface shows of an object: the slots of a node, the objects in a typed list and in
-// struct slots with all of theirs, the bytes of a byte buffer, the words of a generic list, the text
-// of a string.
+// Everything that the interface shows of an object, as text: the slots of a node, the objects in a
+// typed list and in struct slots, recursively, the bytes of a byte buffer, the words of a generic
+// list, the text of a string.
 std::string pictureOf(TarnHandle object);
 
 inline TarnStatus deleteNode(TarnHandle *handle) { return CGIgs_delete(handle, 0); }
 
-// An object of the test's own, or the place for one.
+// An object owned by the test, or an empty handle for one.
 class Object {
  public:
   using Delete = TarnStatus (*)(TarnHandle *);

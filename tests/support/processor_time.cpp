@@ -15,7 +15,7 @@
 namespace tarn_test {
 namespace {
 
-// Valgrind loads a library of its own into every program that it runs.
+// Valgrind loads its own library into every program that it runs.
 bool underValgrind() {
   std::ifstream maps("/proc/self/maps");
   for (std::string line; std::getline(maps, line);) {
@@ -39,7 +39,7 @@ unsigned measuredSlowness() {
 const unsigned theSlowness = measuredSlowness();
 
 void endWithoutTime(int) {
-  constexpr char kMessage[] = "The test took more processor time than it may.\n";
+  constexpr char kMessage[] = "The test exceeded its processor time.\n";
   (void)!write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
   _exit(EXIT_FAILURE);
 }
@@ -48,7 +48,7 @@ class EachTest : public testing::EmptyTestEventListener {
   void OnTestStart(const testing::TestInfo &) override { limitProcessorTime(kSecondsForAnything); }
 };
 
-// A program that has this file in it has the limit.
+// Linking this file into a program sets the limit.
 const bool eachTestIsLimited = [] {
   testing::UnitTest::GetInstance()->listeners().Append(new EachTest);
   return true;
@@ -63,7 +63,7 @@ void limitProcessorTime(unsigned seconds) {
   rlimit limit{};
   EXPECT_EQ(0, getrusage(RUSAGE_SELF, &used));
   EXPECT_EQ(0, getrlimit(RLIMIT_CPU, &limit));
-  // Whole seconds are counted: the one that has begun is not.
+  // Only whole seconds are counted, so add the current one.
   const auto spent = static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) + 1;
   limit.rlim_cur = std::min(limit.rlim_max, spent + rlim_t{seconds} * slowness());
   std::signal(SIGXCPU, endWithoutTime);

@@ -1,4 +1,4 @@
-// What guards the other tests.
+// Tests of the time limit that all tests have.
 #include "support/processor_time.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ TEST(ProcessorTimeDeathTest, EndsATestThatLoops) {
     loop();
   };
   EXPECT_EXIT(loopUnderTheLimit(), testing::ExitedWithCode(EXIT_FAILURE),
-              "more processor time than it may");
+              "exceeded its processor time");
 }
 
 TEST(ProcessorTime, IsLimitedInEveryTest) {

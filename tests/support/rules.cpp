@@ -1,69 +1,120 @@
 #include "support/rules.h"
 
-#include <algorithm>
-
-namespace tarn_test {
+namespace tarn_rules {
 namespace {
 
-Text modelBetween(const std::string &text, const std::string &open, const std::string &close) {
-  const size_t found = text.find(open);
-  if (found == std::string::npos) return kNone;
-  const size_t start = found + open.size();
+std::vector<std::string> split(std::string_view text, std::string_view separator) {
+  std::vector<std::string> pieces;
+  size_t start = 0;
+  for (size_t end = text.find(separator); end != text.npos; end = text.find(separator, start)) {
+    pieces.emplace_back(text.substr(start, end - start));
+    start = end + separator.size();
+  }
+  pieces.emplace_back(text.substr(start));
+  return pieces;
+}
+
+std::optional<std::pair<std::string, std::string>> pairOf(const std::string &text) {
+  const size_t equals = text.find('=');
+  if (equals == text.npos) return std::nullopt;
+  return std::pair(text.substr(0, equals), text.substr(equals + 1));
+}
+
+unsigned digit(char character) {
+  const auto byte = static_cast<unsigned char>(character);
+  return byte > 64 ? (byte & 0xDFU) - 55U : byte - 48U;
+}
+
+// The text between two marks; without the second mark, all that follows the first. No text when
+// nothing is between them.
+Text between(std::string_view part, const std::string &open, const std::string &close) {
+  const std::string text(asText(part));
+  const size_t mark = text.find(open);
+  if (mark == text.npos) return kNone;
+  const size_t start = mark + open.size();
   const size_t end = text.find(close, start);
   if (end == start) return kNone;
-  return text.substr(start, end == std::string::npos ? end : end - start);
+  return text.substr(start, end == text.npos ? end : end - start);
 }
 
 }  // namespace
 
-Entries modelEntries(const std::string &text) {
-  Entries entries;
-  for (size_t at = 0; at < text.size();) {
-    const size_t end = std::min(text.find('&', at), text.size());
-    const std::string piece = text.substr(at, end - at);
-    const size_t equals = piece.find('=');
-    if (equals != std::string::npos) {
-      entries.emplace_back(decoded(piece.substr(0, equals)), decoded(piece.substr(equals + 1)));
+std::string_view asText(std::string_view bytes) { return bytes.substr(0, bytes.find('\0')); }
+
+std::string decoded(std::string_view text) {
+  const std::string encoded(asText(text));
+  std::string result;
+  for (size_t i = 0; i < encoded.size(); ++i) {
+    if (encoded[i] == '%') {
+      // Missing digits are zero bytes.
+      std::string digits = encoded.substr(i + 1, 2);
+      digits.resize(2, '\0');
+      result += static_cast<char>((digit(digits[0]) * 16 + digit(digits[1])) & 0xFFU);
+      i += 2;
+    } else {
+      result += encoded[i] == '+' ? ' ' : encoded[i];
     }
-    at = end + 1;
+  }
+  return std::string(asText(result));
+}
+
+std::string stripped(std::string_view text) {
+  const char *const blanks = " \t\n\r";
+  const size_t start = text.find_first_not_of(blanks);
+  if (start == text.npos) return "";
+  return std::string(text.substr(start, text.find_last_not_of(blanks) + 1 - start));
+}
+
+std::string lowered(std::string_view text) {
+  std::string result(text);
+  for (char &c : result) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return result;
+}
+
+Entries modelEntries(std::string_view text) {
+  Entries entries;
+  for (const std::string &piece : split(asText(text), "&")) {
+    if (const auto pair = pairOf(piece)) {
+      entries.emplace_back(decoded(pair->first), decoded(pair->second));
+    }
   }
   return entries;
 }
 
-Cookies modelCookies(const std::string &header) {
-  const auto clean = [](const std::string &text) {
-    const char *const blanks = " \t\n\r";
-    const size_t first = text.find_first_not_of(blanks);
-    if (first == std::string::npos) return std::string();
-    return decoded(text.substr(first, text.find_last_not_of(blanks) + 1 - first));
-  };
+Cookies modelCookies(std::string_view header) {
   Cookies cookies;
-  for (size_t at = 0; at <= header.size();) {
-    const size_t end = std::min(header.find(';', at), header.size());
-    const std::string token = header.substr(at, end - at);
-    const size_t equals = token.find('=');
-    cookies.push_back(equals == std::string::npos ? Cookie{}
-                                                  : Cookie{clean(token.substr(0, equals)),
-                                                           clean(token.substr(equals + 1))});
-    at = end + 1;
+  for (const std::string &token : split(header, ";")) {
+    const auto pair = pairOf(token);
+    cookies.push_back(pair ? Cookie{decoded(stripped(pair->first)), decoded(stripped(pair->second))}
+                           : Cookie{});
   }
   return cookies;
 }
 
-void modelPart(Form &form, const std::string &part) {
+Form modelForm(std::string_view contentType, std::string_view body) {
+  Form form;
+  const size_t mark = contentType.find("boundary=");
+  if (mark == contentType.npos) return form;
+  const std::string delimiter = "--" + std::string(contentType.substr(mark + 9)) + "\r\n";
+  std::vector<std::string> parts = split(body, delimiter);
+  // The bytes before the first delimiter are not a part.
+  parts.erase(parts.begin());
+  for (const std::string &part : parts) modelPart(form, part);
+  return form;
+}
+
+void modelPart(Form &form, std::string_view part) {
   const size_t blankLine = part.find("\r\n\r\n");
-  if (blankLine == std::string::npos) return;
-  const size_t start = blankLine + 4;
-  const size_t end = part.find("\r\n", start);
-  const std::string value = end == std::string::npos ? "" : part.substr(start, end - start);
-
-  const std::string text(asText(part));
-  const Text name = modelBetween(text, "name=\"", "\"");
-  Text fileName = modelBetween(text, "filename=\"", "\"");
-  if (fileName) fileName = decoded(*fileName);
-  const Text contentType = modelBetween(text, "Content-Type: ", "\r\n\r\n");
-
-  if (!fileName || fileName->empty()) {
+  if (blankLine == part.npos) return;
+  const std::string_view rest = part.substr(blankLine + 4);
+  const size_t lineEnd = rest.find("\r\n");
+  const std::string value(rest.substr(0, lineEnd == rest.npos ? 0 : lineEnd));
+  const Text name = between(part, "name=\"", "\"");
+  const std::string fileName = decoded(between(part, "filename=\"", "\"").value_or(""));
+  const Text contentType = between(part, "Content-Type: ", "\r\n\r\n");
+  if (fileName.empty()) {
     const auto length = static_cast<uint32_t>(value.size());
     form.entries.emplace_back(name, std::string(asText(value)), length);
   } else if (name && contentType) {
@@ -73,23 +124,9 @@ void modelPart(Form &form, const std::string &part) {
   }
 }
 
-Form modelForm(const std::string &contentType, const std::string &body) {
-  Form form;
-  const size_t found = contentType.find("boundary=");
-  if (found == std::string::npos) return form;
-  const std::string delimiter = "--" + contentType.substr(found + 9) + "\r\n";
-  size_t position = 0;
-  while (position < body.size()) {
-    const size_t open = body.find(delimiter, position);
-    if (open == std::string::npos) break;
-    const size_t start = open + delimiter.size();
-    const size_t close = body.find(delimiter, start);
-    const std::string part =
-        close == std::string::npos ? body.substr(start) + '\0' : body.substr(start, close - start);
-    modelPart(form, part);
-    position = start + part.size();
-  }
-  return form;
+Form modelBody(std::string_view contentType, std::string_view body) {
+  if (lowered(contentType).starts_with("multipart/form-data")) return modelForm(contentType, body);
+  return {modelEntries(body), {}};
 }
 
-}  // namespace tarn_test
+}  // namespace tarn_rules

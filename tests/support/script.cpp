@@ -12,7 +12,7 @@
 namespace tarn_test {
 namespace {
 
-// Ends quietly when the script stops reading.
+// Stops quietly if the script stops reading.
 void feed(int pipe, std::string_view body) {
   auto *const before = std::signal(SIGPIPE, SIG_IGN);
   while (!body.empty()) {
@@ -21,6 +21,13 @@ void feed(int pipe, std::string_view body) {
     body.remove_prefix(static_cast<size_t>(written));
   }
   std::signal(SIGPIPE, before);
+}
+
+// What a script was given, for the message of a failure.
+std::string shownRequest(const Variables &variables, std::string_view body) {
+  std::string text = "a script with this request:\n";
+  for (const auto &[name, value] : variables) text += "  " + name + "=" + shown(value) + "\n";
+  return text + "  body " + shown(body);
 }
 
 [[noreturn]] void runScript(const Variables &variables, const std::function<void()> &script) {
@@ -32,6 +39,13 @@ void feed(int pipe, std::string_view body) {
 }
 
 }  // namespace
+
+std::string shown(std::string_view bytes) {
+  constexpr size_t kMost = 500;
+  std::string text = testing::PrintToString(std::string(bytes.substr(0, kMost)));
+  if (bytes.size() > kMost) text += "... (" + std::to_string(bytes.size()) + " bytes)";
+  return text;
+}
 
 void asScript(const Variables &variables, std::string_view body,
               const std::function<void()> &script) {
@@ -51,8 +65,12 @@ void asScript(const Variables &variables, std::string_view body,
   close(input[1]);
   int status = 0;
   ASSERT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_FALSE(WIFSIGNALED(status)) << "the script died of signal " << WTERMSIG(status);
-  EXPECT_EQ(0, WEXITSTATUS(status)) << "the script failed; its messages are above";
+  if (WIFSIGNALED(status)) {
+    ADD_FAILURE() << "killed by signal " << WTERMSIG(status) << ": "
+                  << shownRequest(variables, body);
+  } else if (status != 0) {
+    ADD_FAILURE() << "The messages above come from " << shownRequest(variables, body);
+  }
 }
 
 Variables get(const std::string &query) {

@@ -1,5 +1,5 @@
-// Runs code the way a web server runs a script: in a process of its own, with an environment set
-// from scratch, the body on standard input and a limit of processor time.
+// Runs code the way a web server runs a script: in its own process, with a new environment, the
+// body on standard input and a limit of processor time.
 #ifndef TARN_TESTS_SUPPORT_SCRIPT_H
 #define TARN_TESTS_SUPPORT_SCRIPT_H
 
@@ -16,6 +16,9 @@ using Variables = std::map<std::string, std::string>;
 // leak sanitizer, a leak. The input ends after `body`.
 void asScript(const Variables &variables, std::string_view body,
               const std::function<void()> &script);
+
+// Bytes as a failure shows them: quoted, with escapes, and no more than 500.
+std::string shown(std::string_view bytes);
 
 // A GET with this query string, and a POST of this body with its CONTENT_LENGTH.
 Variables get(const std::string &query);

@@ -6,7 +6,7 @@ import tempfile
 import textwrap
 import unittest
 from pathlib import Path
-from typing import NamedTuple
+from typing import Any, NamedTuple
 
 from servers import Lighttpd
 
@@ -25,26 +25,27 @@ DUMP = r"""
 class Run(NamedTuple):
     status: int
     output: bytes
-    errors: list  # lines
+    errors: list[str]  # lines
 
     @property
-    def body(self):
+    def body(self) -> bytes:
         return self.output.partition(b"\n\n")[2]
 
 
 class Request(NamedTuple):
     """What a script was given."""
 
-    environment: dict
+    environment: dict[bytes, bytes]
     body: bytes
 
 
-def dumped(body):
+def dumped(body: bytes) -> Request:
     variables, _, rest = body.partition(b"\0\0")
-    return Request(dict(line.split(b"=", 1) for line in variables.split(b"\0")), rest)
+    pairs = (line.partition(b"=") for line in variables.split(b"\0"))
+    return Request({name: value for name, _, value in pairs}, rest)
 
 
-def living(process):
+def living(process: int | str) -> bool:
     try:
         state = Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
     except FileNotFoundError:
@@ -55,30 +56,34 @@ def living(process):
 class ToolTest(unittest.TestCase):
     """Tests that share a folder, the scripts in which run under lighttpd too where one says so."""
 
+    folder: Path
+    dump: Path
+    server: Lighttpd
+
     @classmethod
-    def setUpClass(cls):
+    def setUpClass(cls) -> None:
         folder = tempfile.TemporaryDirectory(prefix="tarn-tools-")
         cls.addClassCleanup(folder.cleanup)
         cls.folder = Path(folder.name)
         cls.dump = cls.script("dump", DUMP)
 
     @classmethod
-    def serve(cls, **scripts):
+    def serve(cls, **scripts: Path) -> None:
         cls.server = cls.enterClassContext(Lighttpd(scripts))
 
     @classmethod
-    def file(cls, name, content):
+    def file(cls, name: str, content: str | bytes) -> Path:
         path = cls.folder / name
         path.write_bytes(content.encode() if isinstance(content, str) else content)
         return path
 
     @classmethod
-    def script(cls, name, lines):
+    def script(cls, name: str, lines: str) -> Path:
         path = cls.file(name, textwrap.dedent(lines).lstrip("\n"))
         path.chmod(0o755)
         return path
 
-    def run_tool(self, *arguments, **options):
+    def run_tool(self, *arguments: str | Path, **options: Any) -> Run:
         options = {"stdin": subprocess.DEVNULL} | options
         if "input" in options:
             del options["stdin"]
@@ -92,13 +97,13 @@ class ToolTest(unittest.TestCase):
         )
         return Run(ran.returncode, ran.stdout, ran.stderr.decode().splitlines())
 
-    def given(self, *options, **more):
+    def given(self, *options: str | Path, **more: Any) -> Request:
         """What the script is given; nothing is complained about."""
         ran = self.run_tool(*options, self.dump, **more)
         self.assertEqual((ran.status, ran.errors), (0, []))
         return dumped(ran.body)
 
-    def refused(self, *arguments, status=125):
+    def refused(self, *arguments: str | Path, status: int = 125) -> str:
         """The first line of the message."""
         ran = self.run_tool(*arguments)
         self.assertEqual((ran.status, ran.output), (status, b""))
