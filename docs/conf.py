@@ -5,12 +5,11 @@ import re
 import sys
 from pathlib import Path
 
-DOCS = Path(__file__).resolve().parent
-sys.path.insert(0, str(DOCS))
-sys.dont_write_bytecode = True
+import furo
 from pygments.lexers.special import TextLexer
 
-import furo
+DOCS = Path(__file__).resolve().parent
+sys.path.insert(0, str(DOCS))
 import sources  # noqa: E402  pylint: disable=wrong-import-position
 
 project = "Tarn"
@@ -28,10 +27,7 @@ nitpicky = True
 nitpick_ignore_regex = [
     ("c:identifier", r"NULL|FILE|[a-z]\w*"),
     ("cpp:identifier", r"std|std::.*|detail.*|FILE|INT64_\w+|k[A-Z]\w*|Self|View|Item|Pieces"),
-    (
-        "cpp:identifier",
-        r"(View::)?Iterator|Element|stdout|TarnHandle|TarnStatus|TARN_\w+|\w+_get\w+",
-    ),
+    ("cpp:identifier", r"(View::)?Iterator|Element|stdout|Tarn[HS]\w+|TARN_\w+|\w+_get\w+"),
 ]
 suppress_warnings = ["myst.header"]
 
@@ -52,33 +48,22 @@ def add_theme_files(app):
     and is dark on demand alone: the site has its files whole."""
     theme = Path(furo.__file__).parent / "theme/furo/static"
     styles = (theme / "styles/furo.css").read_text()
-    script = (theme / "scripts/furo.js").read_text()
     if normalize := re.match(r"@import url\(/(.*?)\);", styles):
         dark = re.search(r'body\[data-theme="dark"\] (\{.*?\})', styles, re.DOTALL)[1]
-        styles = (
-            Path("/usr/share", normalize[1]).read_text()
-            + styles[normalize.end() :]
-            + "@media not print { @media (prefers-color-scheme: dark) {"
-            + f' body:not([data-theme="light"]) {dark} }} }}\n'
-        )
-        script = (theme / "scripts/gumshoe-patched.js").read_text() + script.partition("\n")[2]
-    files = {"styles/furo.css": styles, "scripts/furo.js": script}
-    for name, text in files.items():
-        path = Path(app.srcdir) / "static" / name
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(text)
+        dark = f'@media (prefers-color-scheme: dark) {{ body:not([data-theme="light"]) {dark} }}'
+        styles = styles.replace(normalize[0], Path("/usr/share", normalize[1]).read_text())
+        scripts = [
+            (theme / f"scripts/{name}.js").read_text() for name in ("gumshoe-patched", "furo")
+        ]
+        static = Path(app.srcdir, "static")
+        (static / "styles").mkdir()
+        (static / "scripts").mkdir()
+        (static / "styles/furo.css").write_text(f"{styles}@media not print {{ {dark} }}\n")
+        (static / "scripts/furo.js").write_text(scripts[0] + scripts[1].partition("\n")[2])
     app.config.html_static_path.append(f"{app.srcdir}/static")
-
-
-def remove_stale(app, _error):
-    for path in Path(app.outdir).rglob("*.html"):
-        page = str(path.relative_to(app.outdir).with_suffix(""))
-        if page not in app.env.found_docs | {"genindex", "search"}:
-            path.unlink()
 
 
 def setup(app):
     app.add_lexer("haproxy", TextLexer)
     app.connect("builder-inited", lambda app: sources.write(DOCS.parent, Path(app.srcdir)))
     app.connect("builder-inited", add_theme_files)
-    app.connect("build-finished", remove_stale)

@@ -53,6 +53,12 @@ def display(lines: list[str]) -> list[str]:
     return [".Bd -literal -offset indent", *map(literal, lines), ".Ed"]
 
 
+def tagged(width: str, items: list[tuple[str, list[str]]]) -> list[str]:
+    """A list of names and lines about them."""
+    lines = [line for head, lines in items for line in (f".It {head}", *lines)]
+    return [f".Bl -tag -width {width} -compact", *lines, ".El"]
+
+
 class Writer:
     """Writes the pages; knows which page describes what."""
 
@@ -144,10 +150,8 @@ class Writer:
         """Rows of two cells are names and what they mean; wider ones have a line of headings."""
         if len(table.rows[0]) == 2:
             width = max(len(row[0]) for row in table.rows)
-            lines = [f'.Bl -tag -width {"x" * min(width, 20)} -offset indent -compact']
-            for name, text in table.rows:
-                lines += [f".It {name}", *self.flow(page, sentence(text))]
-            return [".Pp", *lines, ".El"]
+            rows = [(name, self.flow(page, sentence(text))) for name, text in table.rows]
+            return [".Pp", *tagged("x" * min(width, 20) + " -offset indent", rows)]
         widths = [argument(max(column, key=len)) for column in zip(*table.rows)]
         lines = [f'.Bl -column {" ".join(widths[:-1])} "" -offset indent']
         for index, row in enumerate(table.rows):
@@ -173,13 +177,11 @@ class Writer:
             return []
         widths = [len(", ".join(argument.names)) for argument in comment.arguments]
         width = max([width for width in widths if width <= 14], default=6)
-        lines = [".Pp", f'.Bl -tag -width {"x" * width} -compact']
-        for argument in comment.arguments:
-            lines += [
-                ".It Fa " + " , Fa ".join(argument.names),
-                *self.flow(page, sentence(argument.text)),
-            ]
-        return lines + [".El"]
+        items = [
+            ("Fa " + " , Fa ".join(each.names), self.flow(page, sentence(each.text)))
+            for each in comment.arguments
+        ]
+        return [".Pp", *tagged("x" * width, items)]
 
     def members(self, page: Page) -> list[str]:
         """The family's functions, told one by one; after a remark about them all, in short."""
@@ -189,13 +191,8 @@ class Writer:
             if isinstance(member, model.Note):
                 following = [function.name for function in page.family.members[position + 1 :]]
                 width = len(max(following, key=len)) + 2
-                lines += [
-                    ".El",
-                    ".Pp",
-                    *self.blocks(page, member.comment.blocks),
-                    ".Pp",
-                    f'.Bl -tag -width {"x" * width} -compact',
-                ]
+                words = self.blocks(page, member.comment.blocks)
+                lines += [".El", ".Pp", *words, ".Pp", f'.Bl -tag -width {"x" * width} -compact']
                 short = True
                 continue
             if isinstance(member, model.Variable):
@@ -218,23 +215,15 @@ class Writer:
         lines = []
         for text, names in alike.items():
             lines += [".Pp"] + [f".Fn {name} ," for name in names[:-1]] + [f".Fn {names[-1]}"]
-            lines += [
-                ".Bd -filled -offset indent -compact",
-                *self.flow(page, sentence(text)),
-                ".Ed",
-            ]
+            words = self.flow(page, sentence(text))
+            lines += [".Bd -filled -offset indent -compact", *words, ".Ed"]
         return lines[1:]
 
     # -- Pages
 
     def example(self, page: Page, example: Example) -> list[str]:
-        return [
-            *self.flow(page, example.title),
-            *display(example.code),
-            ".Pp",
-            "Called from a shell:",
-            *display(example.transcript),
-        ]
+        shown = [".Pp", "Called from a shell:", *display(example.transcript)]
+        return [*self.flow(page, example.title), *display(example.code), *shown]
 
     def see_also(self, page: Page, lines: list[str]) -> list[str]:
         """The pages that describe what the lines of this one name, its example's too."""
@@ -250,10 +239,7 @@ class Writer:
             (3, other.name) for other in self.pages if other.family is None or page.family is None
         }
         references |= {(3, "tarn.hpp")} if page.family is None else set()
-        references = sorted(
-            references - {(3, page.name)},
-            key=lambda reference: (reference[0], reference[1].lower()),
-        )
+        references = sorted(references - {(3, page.name)}, key=lambda one: (one[0], one[1].lower()))
         lines = [f".Xr {name} {section} ," for section, name in references]
         return lines[:-1] + [lines[-1].removesuffix(" ,")]
 
@@ -285,58 +271,37 @@ class Writer:
         comment = page.family.comment
         lines = [".Sh DESCRIPTION", *self.blocks(page, model.blocks(page.intro) + comment.blocks)]
         if comment.arguments:
-            lines += [
-                ".Pp",
-                "Where nothing else is said of them, the arguments are:",
-                *self.arguments(page, comment),
-            ]
-        lines += [
-            ".Ss Functions",
-            *self.members(page),
-            ".Sh RETURN VALUES",
-            *self.results(page),
-        ]
+            lines += [".Pp", "Where nothing else is said of them, the arguments are:"]
+            lines += self.arguments(page, comment)
+        lines += [".Ss Functions", *self.members(page), ".Sh RETURN VALUES", *self.results(page)]
         return self.whole(page, self.synopsis(page), lines)
 
     def overview(self, page: Page) -> list[str]:
         statuses, tags = self.reference.constants
+        pages = [
+            (f"Xr {each.name} 3", [sentence(each.summary)]) for each in self.pages if each.family
+        ]
+        types = [
+            (f"Vt {each.name}", self.blocks(page, each.comment.blocks))
+            for each in self.reference.types
+        ]
+        magics = [(f"Dv {each.name}", [each.value]) for each in tags.members]
+        codes = [
+            (f"Dv {each.name} Pq {each.value}", self.flow(page, sentence(each.text)))
+            for each in statuses.members
+        ]
         lines = [
-            ".Sh DESCRIPTION",
-            *self.blocks(page, model.blocks(page.intro)),
-            ".Ss Pages",
-            ".Bl -tag -width TARNGenericList(3) -compact",
+            *[".Sh DESCRIPTION", *self.blocks(page, model.blocks(page.intro))],
+            *[".Ss Pages", *tagged("TARNGenericList(3)", pages)],
+            *[".Ss Types", *tagged("TarnHandle", types)],
+            *[".Ss Conventions", *self.blocks(page, self.reference.overview.blocks[1:])],
+            *[".Ss Type tags", *self.blocks(page, tags.comment.blocks), ".Pp"],
+            *tagged("TARN_MULTIPART_HEADER_MAGIC", magics),
+            *[".Sh RETURN VALUES", *self.blocks(page, statuses.comment.blocks), ".Pp"],
+            *tagged("TARN_NOT_IMPLEMENTED(5)", codes),
         ]
-        for other in self.pages:
-            if other.family:
-                lines += [f".It Xr {other.name} 3", sentence(other.summary)]
-        lines += [".El", ".Ss Types", ".Bl -tag -width TarnHandle -compact"]
-        for type in self.reference.types:
-            lines += [f".It Vt {type.name}", *self.blocks(page, type.comment.blocks)]
-        lines += [
-            ".El",
-            ".Ss Conventions",
-            *self.blocks(page, self.reference.overview.blocks[1:]),
-            ".Ss Type tags",
-            *self.blocks(page, tags.comment.blocks),
-            ".Pp",
-            ".Bl -tag -width TARN_MULTIPART_HEADER_MAGIC -compact",
-        ]
-        for constant in tags.members:
-            lines += [f".It Dv {constant.name}", constant.value]
-        lines += [
-            ".El",
-            ".Sh RETURN VALUES",
-            *self.blocks(page, statuses.comment.blocks),
-            ".Pp",
-            ".Bl -tag -width TARN_NOT_IMPLEMENTED(5) -compact",
-        ]
-        for constant in statuses.members:
-            lines += [
-                f".It Dv {constant.name} Pq {constant.value}",
-                *self.flow(page, sentence(constant.text)),
-            ]
         types = [f".Vt {type.declaration} ;" for type in self.reference.types]
-        return self.whole(page, [".In tarn.h", *types], [*lines, ".El"])
+        return self.whole(page, [".In tarn.h", *types], lines)
 
     def tree(self) -> dict[str, list[str]]:
         """The lines of every page, by its name."""
@@ -370,17 +335,15 @@ class CppWriter(Writer):
 
     def in_short(self, page: Page, members: list[cpp_reference.Member]) -> list[str]:
         """Names with their first sentences; of some of one name, each."""
-        lines = [".Bl -tag -width Ds -compact"]
+        items = []
         for member in members:
             macro = "Fn" if member.is_function() else "Va"
-            lines.append(" ".join([f".It {macro}", argument(member.name), *member.parameters]))
-            lines += self.flow(
-                page,
-                sentence(first_sentence(member.comment))
-                if member.comment.blocks
-                else cpp_reference.AS_CONTAINERS,
-            )
-        return [*lines, ".El"]
+            words = cpp_reference.AS_CONTAINERS
+            if member.comment.blocks:
+                words = sentence(first_sentence(member.comment))
+            head = " ".join([macro, argument(member.name), *member.parameters])
+            items.append((head, self.flow(page, words)))
+        return tagged("Ds", items)
 
     def page(self) -> list[str]:
         page = Page("tarn.hpp", "Tarn for C++", [], "", self.examples, None)
@@ -391,29 +354,18 @@ class CppWriter(Writer):
             if section.comment.blocks:
                 lines += [".Pp", *self.blocks(page, section.comment.blocks)]
             for each in section.classes:
-                lines += [
-                    ".Pp",
-                    f".Sy tarn::{each.name}",
-                    ".Pp",
-                    *self.blocks(page, each.comment.blocks),
-                ]
-                has = [base.name for base, _ in self.cpp.inherited(each)]
-                has = [
-                    self.shared[name]["title"].replace("What", "what")
-                    for name in dict.fromkeys(has)
-                ]
+                words = self.blocks(page, each.comment.blocks)
+                lines += [".Pp", f".Sy tarn::{each.name}", ".Pp", *words]
+                has = dict.fromkeys(base.name for base, _ in self.cpp.inherited(each))
+                has = [self.shared[name]["title"].replace("What", "what") for name in has]
                 lines += [".Pp", *fill(f'It has {" and ".join(has)}; see below.')] if has else []
                 lines += [".Pp", *self.in_short(page, each.members)] if each.members else []
             if section.members:
                 lines += [".Pp", *self.in_short(page, section.members)]
         for base in self.cpp.bases:
             notes = self.shared[base.name]
-            lines += [
-                f'.Ss {notes["title"]}',
-                *self.blocks(page, model.blocks(notes["text"])),
-                ".Pp",
-                *self.in_short(page, base.members),
-            ]
+            lines += [f'.Ss {notes["title"]}', *self.blocks(page, model.blocks(notes["text"]))]
+            lines += [".Pp", *self.in_short(page, base.members)]
         lines = [
             line
             for before, line in zip(["", *lines], lines)

@@ -84,7 +84,7 @@ class Names:
         made = ""
         for kind, content in model.pieces(text):
             if kind in ("plain", "quotation"):
-                content = re.sub(r"([\\*`|<>]|_(?!\w)|(?<=:)/(?=/))", r"\\\1", content)
+                content = re.sub(r"([\\*`|<>]|_(?!\w))", r"\\\1", content).replace("://", r":\ //")
                 content = re.sub(r"\bquirk (\d+)", r":ref:`quirk \1 <quirk-\1>`", content)
                 made += self.plain.sub(lambda name: self.role(name[0], owner), content)
             else:
@@ -256,16 +256,9 @@ def write(root: Path, target: Path) -> None:
     site.add_search_words()
     summaries = re.sub(r"[`*]", "", json.dumps(site.summaries, indent=0))
     files = site.files | {"static/summaries.js": f"var summaries = {summaries};\n"}
-    images = {
-        str(path.relative_to(root / "docs")): path for path in root.glob("docs/**/*.[ps][nv]g")
-    }
-    for path in target.rglob("*.*"):
-        if str(path.relative_to(target)) not in files.keys() | images.keys():
-            path.unlink()
-    for name in files.keys() | images.keys():
-        path = target / name
-        path.parent.mkdir(parents=True, exist_ok=True)
-        if name in images:
-            shutil.copyfile(images[name], path)
-        elif not path.exists() or path.read_text() != files[name]:
-            path.write_text(files[name])
+    for path in root.glob("docs/**/*.[ps][nv]g"):
+        (target / path.relative_to(root / "docs").parent).mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(path, target / path.relative_to(root / "docs"))
+    for name, text in files.items():
+        (target / name).parent.mkdir(parents=True, exist_ok=True)
+        (target / name).write_text(text)

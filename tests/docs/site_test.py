@@ -31,6 +31,8 @@ CPP_HEADER = "".join(CPP_HEADERS.values())
 EXPORTS = re.findall(r"^TARN_API .*?(\w+)(?:\([^;]*\)[^;(]*|);", HEADER, re.MULTILINE | re.DOTALL)
 TASKS = tomllib.loads((SOURCE / "docs/tasks.toml").read_text())
 
+SHARED = tomllib.loads((SOURCE / "docs/cpp.toml").read_text())["shared"].keys()
+
 # What the calls of the tasks are made with.
 CALLS = """
 #include <tarn.h>
@@ -192,7 +194,7 @@ class Cpp(unittest.TestCase):
 
     def declared(self):
         """The public functions of each class, by a way of its own."""
-        detail = "".join(re.findall(r"(?ms)^namespace (?:tarn::)?detail \{.*?^\}  ", self.CODE))
+        detail = "".join(re.findall(r"(?ms)^namespace (?:\w+::)?detail \{.*?^\}  ", self.CODE))
         found = {}
         for name, body in re.findall(r"(?m)^class (\w+)\b[^;{]*\{(.*?)^\};", self.CODE, re.DOTALL):
             if re.search(rf"\n(// .*\n)*(template.*\n)?class {name}\b", detail):
@@ -282,7 +284,7 @@ class Cpp(unittest.TestCase):
             code = "\n".join(block for block in listings(page) if "main(" in block)
             for signature in signatures(page):
                 member = re.search(r"(operator(?: bool|\[\])|\w+)\(|\w+ = ", signature)
-                left_out = ("begin", "end", "empty", "Owned", "NodeView", "Range", "Object", "List")
+                left_out = ("begin", "end", "empty", *SHARED)
                 if not member or "= delete" in signature or member[1] in left_out:
                     continue
                 member = member[1] or member[0].removesuffix(" = ")
@@ -344,8 +346,9 @@ class Pages(unittest.TestCase):
             shown = words_of(name if name in PAGES else name.lower())
             text = re.sub(r"(?ms)^```\{toctree\}.*?^```$|^```.*?$|^:::.*?$", "", path.read_text())
             text = re.sub(r"(?s)<!--.*?-->", "", text)
+            text = re.sub(r"!\[.*?\]\(.*?\)", "", text)
             text = re.sub(r"\{doc\}`|<[\w/-]+>|\]\([^)]*\)|\(3\)", "", text)
-            for paragraph in re.split(r"\n\s*\n|(?m:^[-|#>$] ?)|\||\n\d+\. ", text):
+            for paragraph in re.split(r"\n\s*\n|(?m:^\s*(?:[-|#>$]|\d+\.) ?)|\||!\[", text):
                 if words(paragraph).strip():
                     self.assertIn(words(paragraph), shown, f"{place}: {paragraph}")
 
@@ -420,7 +423,7 @@ class Generator(unittest.TestCase):
         self.assertEqual(*written)
 
     def test_refuses_a_function_that_no_example_calls(self):
-        before = "/** Lends the first file"
+        before = "/** Finds the first file"
         counter = "/** Counts. @return 0 */\nTARN_API int Tarn_count(void);\n\n"
         self.refuses(
             "no example uses Tarn_count",
