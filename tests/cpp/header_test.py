@@ -186,24 +186,6 @@ class Header(unittest.TestCase):
         self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
-    def test_may_be_included_beside_the_internal_headers(self):
-        internal = [
-            path.relative_to(SOURCE)
-            for folder in ("core", "request", "response")
-            for path in sorted((SOURCE / folder).glob("*.h"))
-        ]
-        self.assertTrue(internal)
-        both = self.folder / "both.cpp"
-        both.write_text(
-            "".join(f'#include "{name}"\n' for name in internal)
-            + "#include <tarn.hpp>\n"
-            + "using namespace tarn;\n"
-            + 'int main() { return Element("p") ? 0 : 1; }\n',
-            encoding="utf-8",
-        )
-        flags = ["-std=c++20", f"-I{SOURCE}", f"-I{INCLUDE}", "-fsyntax-only"]
-        self.succeeds(*CXX, *flags, both)
-
     def test_needs_no_runtime_for_views(self):
         # _FORTIFY_SOURCE needs an optimizer.
         for level in (["-O0", "-U_FORTIFY_SOURCE"], ["-O2"]):
