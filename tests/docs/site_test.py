@@ -347,7 +347,7 @@ class Pages(unittest.TestCase):
             text = re.sub(r"(?ms)^```\{toctree\}.*?^```$|^```.*?$|^:::.*?$", "", path.read_text())
             text = re.sub(r"(?s)<!--.*?-->", "", text)
             text = re.sub(r"!\[.*?\]\(.*?\)", "", text)
-            text = re.sub(r"\{doc\}`|<[\w/-]+>|\]\([^)]*\)|\(3\)", "", text)
+            text = re.sub(r"\{doc\}`| <[\w/-]+>(?=`)|\]\([^)]*\)|\(3\)", "", text)
             for paragraph in re.split(r"\n\s*\n|(?m:^\s*(?:[-|#>$]|\d+\.) ?)|\||!\[", text):
                 if words(paragraph).strip():
                     self.assertIn(words(paragraph), shown, f"{place}: {paragraph}")
