@@ -247,7 +247,9 @@ class Site(unittest.TestCase):
             cpp = self.browser.find_element(By.XPATH, "//label[text()='C++']")
             code = self.browser.find_element(By.XPATH, "//pre[contains(., 'tarn.hpp')]")
             self.assertFalse(code.is_displayed())
-            self.browser.execute_script("arguments[0].scrollIntoView({block: 'center'})", cpp)
+            self.browser.execute_script(
+                "arguments[0].scrollIntoView({block: 'center', behavior: 'instant'})", cpp
+            )
             cpp.click()
             self.assertTrue(code.is_displayed())
 

@@ -345,9 +345,10 @@ class Pages(unittest.TestCase):
             name = place.removesuffix(".md") + ".html"
             shown = words_of(name if name in PAGES else name.lower())
             text = re.sub(r"(?ms)^```\{toctree\}.*?^```$|^```.*?$|^:::.*?$", "", path.read_text())
-            text = re.sub(r"(?s)<!--.*?-->", "", text)
+            text = re.sub(r"(?s)<!--.*?-->|<a id=\S+></a>", "", text)
             text = re.sub(r"!\[.*?\]\(.*?\)", "", text)
-            text = re.sub(r"\{doc\}`|<[\w/-]+>|\]\([^)]*\)|\(3\)", "", text)
+            text = re.sub(r"\{doc\}`| <[\w/-]+>(?=`)|\]\([^)]*\)", "", text)
+            text = re.sub(rf"\b({'|'.join(EXPORTS)})\(3\)", r"\1", text)
             for paragraph in re.split(r"\n\s*\n|(?m:^\s*(?:[-|#>$]|\d+\.) ?)|\||!\[", text):
                 if words(paragraph).strip():
                     self.assertIn(words(paragraph), shown, f"{place}: {paragraph}")
