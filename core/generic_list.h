@@ -1,3 +1,4 @@
+// The array of words behind every list; typed_list.h builds the typed lists on it.
 #ifndef TARN_CORE_GENERIC_LIST_H
 #define TARN_CORE_GENERIC_LIST_H
 

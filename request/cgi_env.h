@@ -1,3 +1,4 @@
+// What the server tells a script: environment variables, the body, the cookies.
 #ifndef TARN_REQUEST_CGI_ENV_H
 #define TARN_REQUEST_CGI_ENV_H
 

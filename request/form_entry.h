@@ -1,7 +1,8 @@
+// A field of a form, and the list of fields.
 #ifndef TARN_REQUEST_FORM_ENTRY_H
 #define TARN_REQUEST_FORM_ENTRY_H
 
-#include "core/node_list.h"
+#include "core/typed_list.h"
 
 namespace tarn::internal {
 

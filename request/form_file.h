@@ -1,7 +1,8 @@
+// An uploaded file, and the list of files.
 #ifndef TARN_REQUEST_FORM_FILE_H
 #define TARN_REQUEST_FORM_FILE_H
 
-#include "core/node_list.h"
+#include "core/typed_list.h"
 
 namespace tarn::internal {
 

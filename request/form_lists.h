@@ -1,3 +1,4 @@
+// The lists of entries and files that both form parsers fill.
 #ifndef TARN_REQUEST_FORM_LISTS_H
 #define TARN_REQUEST_FORM_LISTS_H
 

@@ -1,4 +1,5 @@
-// The parser of application/x-www-form-urlencoded: query strings and bodies.
+// The parser of application/x-www-form-urlencoded: query strings and bodies. It splits;
+// unescapeTo() in core/text.h decodes.
 #ifndef TARN_REQUEST_URL_ENCODED_H
 #define TARN_REQUEST_URL_ENCODED_H
 

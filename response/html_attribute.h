@@ -1,7 +1,7 @@
 #ifndef TARN_RESPONSE_HTML_ATTRIBUTE_H
 #define TARN_RESPONSE_HTML_ATTRIBUTE_H
 
-#include "core/node_list.h"
+#include "core/typed_list.h"
 
 namespace tarn::internal {
 

@@ -1,4 +1,4 @@
-#include "core/node_list.h"
+#include "core/typed_list.h"
 #include "core/text.h"
 #include "response/html_attribute.h"
 

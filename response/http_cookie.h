@@ -1,7 +1,8 @@
+// A cookie, and the list of cookies.
 #ifndef TARN_RESPONSE_HTTP_COOKIE_H
 #define TARN_RESPONSE_HTTP_COOKIE_H
 
-#include "core/node_list.h"
+#include "core/typed_list.h"
 
 namespace tarn::internal {
 

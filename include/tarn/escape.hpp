@@ -1,4 +1,4 @@
-/* Escaping. */
+/* Escaping text for HTML, URLs and JSON. */
 #ifndef TARN_ESCAPE_HPP
 #define TARN_ESCAPE_HPP
 

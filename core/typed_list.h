@@ -1,6 +1,6 @@
 // The typed lists: nodes whose list slot 0 holds the addresses of elements that the list owns.
-#ifndef TARN_CORE_NODE_LIST_H
-#define TARN_CORE_NODE_LIST_H
+#ifndef TARN_CORE_TYPED_LIST_H
+#define TARN_CORE_TYPED_LIST_H
 
 #include "core/cgigs.h"
 
