@@ -180,17 +180,17 @@ class Site:
             name = family_file(page.family)
             self.add(f"c/{name}", sentence(page.summary), "family", page=page)
         self.add("c/index", "Every function, by family.", "c", page=overview, pages=families)
-        self.add("c/conventions", "What holds for every function; types, statuses, type tags.")
-        self.add("c/which-function", "What a script wants to do, and the calls that do it.")
+        self.add("c/conventions", "Rules for every function; types, statuses, type tags.")
+        self.add("c/which-function", "Common tasks, with the calls for each.")
         self.add("c/cheat-sheet", "The calls that most scripts need, on one page to print.")
         for each in self.headers.cpp.classes():
             self.add(f"cpp/{each.name}", first_sentence(each.comment), "class", each=each)
-        self.add("cpp/index", "Types that own, view and check.", "cpp")
-        self.add("cpp/conventions", "Who owns, how long a view lives.", "cpp-conventions")
-        self.add("cpp/functions", "What writes a page as HTML, and what escapes a text.")
+        self.add("cpp/index", "Every type of tarn.hpp, by header.", "cpp")
+        self.add("cpp/conventions", "Ownership, and how long a view is valid.", "cpp-conventions")
+        self.add("cpp/functions", "Functions that write a page as HTML and escape text.")
         self.add("cpp/shared", "The members of all owning types, views, ranges and lists.")
         scripts = sorted(self.root.glob("examples/*.[ch]*"))
-        self.add("examples", "CGI scripts to start from.", scripts=scripts)
+        self.add("examples", "Complete CGI scripts to copy and change.", scripts=scripts)
 
     # -- Documents
 
