@@ -287,7 +287,7 @@ def parse_class(statement: Statement, comment: Comment) -> Class:
         if part.head.endswith(":"):
             public = part.head == "public:"
         elif part.head.startswith("/**"):
-            said = model.parse_comment(model.uncomment(part.head))
+            said = model.parse_comment(part.head)
         elif not part.head.startswith(("//", "/*")):
             kept = re.fullmatch(r"using (\w+)::(?!\1)(\w+)", part.head)
             if public and kept:
@@ -331,7 +331,7 @@ class Parser:
     def first_comment(text: str) -> Comment:
         """The comment that a header begins with."""
         comment = re.match(r"/\*.*?\*/", text, re.DOTALL)
-        made = model.parse_comment(model.uncomment(comment[0])) if comment else Comment()
+        made = model.parse_comment(comment[0]) if comment else Comment()
         if not made.blocks:
             raise HeaderError("does not begin with a comment")
         return made
@@ -342,7 +342,7 @@ class Parser:
         for statement in statements(text, line):
             head = statement.head
             if head.startswith("/**"):
-                said = model.parse_comment(model.uncomment(head))
+                said = model.parse_comment(head)
                 continue
             if head.startswith(("//", "/*")):
                 continue
