@@ -188,10 +188,10 @@ class Writer:
         lines = [".Bl -tag -width Ds"]
         short = False
         for position, member in enumerate(page.family.members):
-            if isinstance(member, model.Note):
+            if isinstance(member, model.Comment):
                 following = [function.name for function in page.family.members[position + 1 :]]
                 width = len(max(following, key=len)) + 2
-                words = self.blocks(page, member.comment.blocks)
+                words = self.blocks(page, member.blocks)
                 lines += [".El", ".Pp", *words, ".Pp", f'.Bl -tag -width {"x" * width} -compact']
                 short = True
                 continue

@@ -16,7 +16,7 @@ class HeaderError(Exception):
 
 
 @contextmanager
-def located(place: str):
+def located(place: object):
     """Adds to an error where it is."""
     try:
         yield
@@ -117,13 +117,6 @@ class Declaration:
 
 
 @dataclass
-class Note:
-    """A remark between functions, about those that follow."""
-
-    comment: Comment
-
-
-@dataclass
 class Constant:
     name: str
     value: str
@@ -140,9 +133,11 @@ class Constants:
 
 @dataclass
 class Family:
+    """Functions and variables; a comment between them is about those that follow."""
+
     title: str
     comment: Comment
-    members: list[Function | Declaration | Note] = field(default_factory=list)
+    members: list[Function | Declaration | Comment] = field(default_factory=list)
 
     def functions(self) -> list[Function]:
         return [member for member in self.members if isinstance(member, Function)]
@@ -151,7 +146,7 @@ class Family:
         return [member for member in self.members if isinstance(member, Declaration)]
 
     def names(self) -> list[str]:
-        return [member.name for member in self.members if not isinstance(member, Note)]
+        return [member.name for member in self.members if not isinstance(member, Comment)]
 
 
 @dataclass
@@ -338,7 +333,7 @@ def parse(text: str) -> Reference:
             elif heading:
                 reference.families.append(Family(heading[1], body))
             elif reference.families:
-                reference.families[-1].members.append(Note(body))
+                reference.families[-1].members.append(body)
             else:
                 reference.constants.append(Constants(body))
             continue
