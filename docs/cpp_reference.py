@@ -100,12 +100,12 @@ TOKEN = re.compile(
 
 @dataclass
 class Statement:
-    """A declaration up to its body or its end, or an access label; and what stands around it."""
+    """A declaration up to its body or its end, or an access label; its body and its comment."""
 
     head: str
     body: str | None
     line: int
-    comment: Comment  # that documents it
+    comment: Comment
 
 
 def statements(text: str, line: int):
@@ -320,23 +320,24 @@ class Parser:
         section = self.section
         alias = re.fullmatch(r"using (\w+) = (?:detail::)?(\w+)<.*>", head)
         constant = re.fullmatch(r"inline (constexpr [\w:]+ (\w+)(?: = \w+)?)", head)
-        if alias:
-            section.classes.append(Class(alias[1], f"{head};", [alias[2]], comment, section.header))
-        elif statement.body is not None and re.match(r"(class|struct|enum class) ", head):
-            section.classes.append(parse_class(statement, section.header))
-        else:
-            with located(line):
-                member = (
-                    Member(constant[2], constant[1] + ";", [], comment)
-                    if constant
-                    else parse_function(head, comment)[0]
-                )
-            with located(f"{line}: {member.name}" + "()" * member.is_function()):
-                check(member)
-            section.members.append(member)
+        is_class = statement.body is not None and re.match(r"(class|struct|enum class) ", head)
+        if alias or is_class:
+            if is_class:
+                made = parse_class(statement, section.header)
+            else:
+                made = Class(alias[1], f"{head};", [alias[2]], comment, section.header)
+            with located(f"{line}: {made.name}"):
+                comment.check([])
+            section.classes.append(made)
             return
-        with located(f"{line}: {section.classes[-1].name}"):
-            comment.check([])
+        with located(line):
+            if constant:
+                member = Member(constant[2], constant[1] + ";", [], comment)
+            else:
+                member, _ = parse_function(head, comment)
+        with located(f"{line}: {member.name}" + "()" * member.is_function()):
+            check(member)
+        section.members.append(member)
 
     def inherited(self) -> list[Class]:
         """The classes of namespace detail that public classes inherit from."""
