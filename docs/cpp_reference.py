@@ -9,12 +9,11 @@ names that every range has, and namespace detail except for base classes of publ
 """
 
 import re
-import textwrap
 from dataclasses import dataclass, field
 from pathlib import Path
 
 import reference as model
-from reference import Comment, HeaderError, one_line
+from reference import Comment, HeaderError, located, one_line
 
 # Public without documentation: they are what they are in any container.
 OF_CONTAINERS = ("begin", "end", "empty")
@@ -30,7 +29,6 @@ class Member:
     declaration: str  # without the body, and without noexcept, which all functions are
     parameters: list[str]
     comment: Comment
-    header: str = ""  # tarn/form.hpp; set outside classes
 
     def is_function(self) -> bool:
         return "(" in self.declaration
@@ -44,9 +42,9 @@ class Class:
     declaration: str
     bases: list[str]  # in namespace detail
     comment: Comment
+    header: str  # as it is included: tarn/form.hpp
     members: list[Member] = field(default_factory=list)
     kept: list[str] = field(default_factory=list)  # names that a using declaration keeps visible
-    header: str = ""  # as it is included: tarn/form.hpp
 
 
 @dataclass
@@ -55,7 +53,7 @@ class Section:
 
     title: str
     comment: Comment
-    header: str = ""
+    header: str
     classes: list[Class] = field(default_factory=list)
     members: list[Member] = field(default_factory=list)
 
@@ -102,11 +100,12 @@ TOKEN = re.compile(
 
 @dataclass
 class Statement:
-    """A declaration up to its body or its end, an access label, a comment; and the body."""
+    """A declaration up to its body or its end, or an access label; its body and its comment."""
 
     head: str
     body: str | None
     line: int
+    comment: Comment
 
 
 def statements(text: str, line: int):
@@ -115,52 +114,43 @@ def statements(text: str, line: int):
     body_start = None
     depth = 0
     start = line
+    said = Comment()
     for token in TOKEN.finditer(text):
         kind = token.lastgroup
         if not head and depth == 0:
             start = line + text.count("\n", 0, token.start())
-        if kind == "open":
-            if depth == 0 and token[0] == "{":
-                body_start = token.end()
-            depth += 1
-        elif kind == "close":
-            depth -= 1
-            if depth < 0:
-                raise HeaderError(f"line {start}: a bracket too many")
-            if depth == 0 and token[0] == "}" and body_start is not None:
-                yield Statement(
-                    one_line(head),
-                    text[body_start : token.start()],
-                    line + text.count("\n", 0, body_start),
-                )
-                head, body_start = "", None
-                continue
+        depth += (kind == "open") - (kind == "close")
+        if depth < 0:
+            raise HeaderError(f"line {start}: a bracket too many")
         if body_start is not None:
-            continue
-        if depth == 0 and kind == "end":
-            if head.strip():
-                yield Statement(one_line(head), None, start)
-            head = ""
+            if depth == 0:
+                body = text[body_start : token.start()]
+                start = line + text.count("\n", 0, body_start)
+                yield Statement(one_line(head), body, start, said)
+                head, body_start, said = "", None, Comment()
+        elif depth == 1 and token[0] == "{":
+            body_start = token.end()
+        elif depth == 0 and kind == "end":
+            if head:
+                yield Statement(one_line(head), None, start, said)
+            head, said = "", Comment()
         elif kind == "access":
-            yield Statement(token[0], None, start)
+            yield Statement(token[0], None, start, Comment())
         elif kind == "comment":
-            if not head.strip():
-                column = token.start() - text.rfind("\n", 0, token.start()) - 1
-                yield Statement(textwrap.dedent(" " * column + token[0]), None, start)
+            if not head and token[0].startswith("/**"):
+                said = model.parse_comment(token[0])
         elif kind != "directive":
-            head += token[0]
-            if not head.strip():
-                head = ""
-    if head.strip() or depth:
+            head = (head + token[0]).lstrip()
+    if head or depth:
         raise HeaderError(f"line {start}: not understood: {one_line(head)}")
 
 
 # ---- Declarations ------------------------------------------------------------------------------
 
-FUNCTION = re.compile(r"(?P<before>.*?)(?P<name>operator ?(?:bool|[^\w\s(]+)|~?\w+)(?=\()")
+FUNCTION = re.compile(r"(?P<before>.*?)(?P<name>operator ?(?:bool|[^\w\s(]+)|~?\w+)\(")
 AFTER = re.compile(
-    r"(?: const)?(?: &&?)?(?: ?noexcept)?(?: TARN_PRINTF\(\d, \d\))?( = delete)?"
-    r"( = default)?(?: : .*)?"
+    r"(?P<parameters>.*?)\)(?P<qualifiers>(?: const)?(?: &&?)?)(?: ?noexcept)?"
+    r"(?: TARN_PRINTF\(\d, \d\))?(?P<instead> = delete| = default)?(?: : .*)?"
 )
 
 
@@ -183,32 +173,18 @@ def parameter_name(text: str) -> str:
 
 
 def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
-    """The function, and what stands behind its parameters."""
-    match = FUNCTION.match(head)
-    if not match:
+    """The function, and what stands there instead of its body: " = delete" or " = default"."""
+    start = FUNCTION.match(head)
+    after = start and AFTER.fullmatch(head, start.end())
+    if not after:
         raise HeaderError(f"not understood: {head}")
-    end = match.end()
-    depth = 0
-    for end in range(match.end(), len(head)):
-        depth += (head[end] == "(") - (head[end] == ")")
-        if depth == 0:
-            break
-    parameters = split_at_commas(head[match.end() + 1 : end])
-    after = head[end + 1 :]
-    if not AFTER.fullmatch(after):
-        raise HeaderError(f"not understood: {head}")
-    before = re.sub(r"\binline ", "", match["before"])
-    qualifiers = re.sub(r" ?noexcept| TARN_PRINTF\(.*?\)| : .*", "", after)
-    declaration = f'{before}{match["name"]}({", ".join(parameters)}){qualifiers};'
-    return (
-        Member(
-            match["name"],
-            declaration,
-            [name for name in map(parameter_name, parameters) if name],
-            comment,
-        ),
-        after,
-    )
+    instead = after["instead"] or ""
+    parameters = split_at_commas(after["parameters"])
+    before = re.sub(r"\binline ", "", start["before"])
+    takes = ", ".join(parameters)
+    declaration = f'{before}{start["name"]}({takes}){after["qualifiers"]}{instead};'
+    names = [name for name in map(parameter_name, parameters) if name]
+    return Member(start["name"], declaration, names, comment), instead
 
 
 def is_written_by_compilers(member: Member, name: str) -> bool:
@@ -220,24 +196,18 @@ def is_written_by_compilers(member: Member, name: str) -> bool:
 
 
 def check(member: Member) -> None:
-    if not member.comment.blocks and member.name not in OF_CONTAINERS:
-        raise HeaderError("not documented")
+    if member.comment.blocks or member.name not in OF_CONTAINERS:
+        member.comment.check(member.parameters)
     if member.comment.result and re.match(r"(static )?void ", member.declaration):
         raise HeaderError("@return, and it returns nothing")
-    for argument in member.comment.arguments:
-        if not argument.text:
-            raise HeaderError(f"@param says nothing of {argument.names[0]}")
-        for name in argument.names:
-            if name not in member.parameters:
-                raise HeaderError(f"has no argument {name}, and @param explains it")
 
 
 # ---- Classes -----------------------------------------------------------------------------------
 
 
-def parse_member(statement: Statement, owner: str, comment: Comment) -> Member | None:
+def parse_member(statement: Statement, owner: str) -> Member | None:
     """A public member; none when it is one of those that are left out."""
-    head = statement.head
+    head, comment = statement.head, statement.comment
     if head.startswith("friend ") or re.fullmatch(r"using (\w+::)+\w+", head):
         return None
     alias = re.match(r"using (\w+) =", head)
@@ -249,12 +219,9 @@ def parse_member(statement: Statement, owner: str, comment: Comment) -> Member |
     if constant:
         member = Member(constant[1], f"{head};", [], comment)
     else:
-        member, after = parse_function(head, comment)
-        if (
-            is_written_by_compilers(member, owner)
-            or after.endswith(" = default")
-            or (after.endswith(" = delete") and not comment.blocks)
-        ):
+        member, instead = parse_function(head, comment)
+        undocumented = instead == " = delete" and not comment.blocks
+        if instead == " = default" or undocumented or is_written_by_compilers(member, owner):
             return None
     check(member)
     return member
@@ -270,37 +237,31 @@ def parse_enumerators(body: str) -> list[Member]:
     return members
 
 
-def parse_class(statement: Statement, comment: Comment) -> Class:
+def parse_class(statement: Statement, header: str) -> Class:
     match = re.fullmatch(
         r"(?:template <.*> )?(class|struct|enum class) (\w+)(?: : public (.*))?", statement.head
     )
     if not match:
         raise HeaderError(f"line {statement.line}: not understood: {statement.head}")
     kind, name, bases = match.groups()
-    made = Class(name, f"{kind} {name};", re.findall(r"^(?:detail::)?(\w+)", bases or ""), comment)
+    bases = re.findall(r"^(?:detail::)?(\w+)", bases or "")
+    made = Class(name, f"{kind} {name};", bases, statement.comment, header)
     if kind == "enum class":
-        made.members = parse_enumerators(statement.body)
+        with located(f"line {statement.line}"):
+            made.members = parse_enumerators(statement.body)
         return made
     public = kind == "struct"
-    said = Comment()
     for part in statements(statement.body, statement.line):
         if part.head.endswith(":"):
             public = part.head == "public:"
-        elif part.head.startswith("/**"):
-            said = model.parse_comment(model.uncomment(part.head))
-        elif not part.head.startswith(("//", "/*")):
-            kept = re.fullmatch(r"using (\w+)::(?!\1)(\w+)", part.head)
-            if public and kept:
-                made.kept.append(kept[2])
-            elif public:
-                try:
-                    member = parse_member(part, name, said)
-                except HeaderError as error:
-                    what = FUNCTION.match(part.head)
-                    what = f'{name}::{what["name"]}()' if what else name
-                    raise HeaderError(f"line {part.line}: {what}: {error}") from None
-                made.members += [member] if member else []
-            said = Comment()
+        elif public and (kept := re.fullmatch(r"using (\w+)::(?!\1)(\w+)", part.head)):
+            made.kept.append(kept[2])
+        elif public:
+            what = FUNCTION.match(part.head)
+            what = f'{name}::{what["name"]}()' if what else name
+            with located(f"line {part.line}: {what}"):
+                member = parse_member(part, name)
+            made.members += [member] if member else []
     return made
 
 
@@ -312,12 +273,12 @@ INCLUDE = re.compile(r'(?m)^#include "(tarn/\w+\.hpp)"')
 class Parser:
     def __init__(self):
         self.reference = Reference(Comment())
-        self.section = Section("", Comment())
+        self.section: Section
         self.detail: dict[str, tuple[Statement, str]] = {}  # with the header
 
     def header(self, name: str, text: str) -> None:
         """Adds a header as a section."""
-        self.section = Section("", Comment(), header=f"tarn/{name}")
+        self.section = Section("", Comment(), name)
         self.reference.sections.append(self.section)
         self.scope(text, 1)
         if self.section.classes or self.section.members:
@@ -331,21 +292,15 @@ class Parser:
     def first_comment(text: str) -> Comment:
         """The comment that a header begins with."""
         comment = re.match(r"/\*.*?\*/", text, re.DOTALL)
-        made = model.parse_comment(model.uncomment(comment[0])) if comment else Comment()
+        made = model.parse_comment(comment[0]) if comment else Comment()
         if not made.blocks:
             raise HeaderError("does not begin with a comment")
         return made
 
     def scope(self, text: str, line: int) -> None:
         """Reads the statements of a file or a namespace."""
-        said = Comment()
         for statement in statements(text, line):
             head = statement.head
-            if head.startswith("/**"):
-                said = model.parse_comment(model.uncomment(head))
-                continue
-            if head.startswith(("//", "/*")):
-                continue
             if re.fullmatch(r"namespace (\w+::)?detail", head):
                 for each in statements(statement.body, statement.line):
                     match = re.match(r"(?:template <.*> )?class (\w+)", each.head)
@@ -353,18 +308,11 @@ class Parser:
             elif re.fullmatch(r"(inline )?namespace \w+", head):
                 self.scope(statement.body, statement.line)
             else:
-                try:
-                    self.declaration(statement, said)
-                except HeaderError as error:
-                    raise HeaderError(
-                        f"line {statement.line}: {error}"
-                        if not str(error).startswith("line ")
-                        else error
-                    ) from None
-            said = Comment()
+                self.declaration(statement)
 
-    def declaration(self, statement: Statement, comment: Comment) -> None:
-        head = statement.head
+    def declaration(self, statement: Statement) -> None:
+        head, comment = statement.head, statement.comment
+        line = f"line {statement.line}"
         if re.fullmatch(r"class \w+", head) and statement.body is None:
             return
         if re.search(r"\w::\w+\(", head) and head.startswith("inline "):
@@ -372,29 +320,24 @@ class Parser:
         section = self.section
         alias = re.fullmatch(r"using (\w+) = (?:detail::)?(\w+)<.*>", head)
         constant = re.fullmatch(r"inline (constexpr [\w:]+ (\w+)(?: = \w+)?)", head)
-        if alias:
-            made = Class(alias[1], f"{head};", [alias[2]], comment)
-        elif constant:
-            name = constant[2]
-            member = Member(name, constant[1] + ";", [], comment, section.header)
-            section.members.append(member)
+        is_class = statement.body is not None and re.match(r"(class|struct|enum class) ", head)
+        if alias or is_class:
+            if is_class:
+                made = parse_class(statement, section.header)
+            else:
+                made = Class(alias[1], f"{head};", [alias[2]], comment, section.header)
+            with located(f"{line}: {made.name}"):
+                comment.check([])
+            section.classes.append(made)
+            return
+        with located(line):
+            if constant:
+                member = Member(constant[2], constant[1] + ";", [], comment)
+            else:
+                member, _ = parse_function(head, comment)
+        with located(f"{line}: {member.name}" + "()" * member.is_function()):
             check(member)
-            return
-        elif re.match(r"(class|struct|enum class) ", head):
-            made = parse_class(statement, comment)
-        else:
-            member, _ = parse_function(head, comment)
-            member.header = section.header
-            try:
-                check(member)
-            except HeaderError as error:
-                raise HeaderError(f"{member.name}(): {error}") from None
-            section.members.append(member)
-            return
-        if not comment.blocks:
-            raise HeaderError(f"{made.name}: not documented")
-        made.header = section.header
-        section.classes.append(made)
+        section.members.append(member)
 
     def inherited(self) -> list[Class]:
         """The classes of namespace detail that public classes inherit from."""
@@ -405,8 +348,7 @@ class Parser:
                 if name not in self.detail:
                     raise HeaderError(f"there is no detail::{name}")
                 statement, header = self.detail[name]
-                made[name] = parse_class(statement, Comment())
-                made[name].header = header
+                made[name] = parse_class(statement, header)
                 wanted += made[name].bases
         return [made[name] for name in self.detail if name in made]
 
@@ -425,10 +367,8 @@ def parse(text: str, folder: Path = INCLUDES) -> Reference:
     if not included:
         raise HeaderError("includes no header of tarn/")
     for name in included:
-        try:
-            parser.header(name.removeprefix("tarn/"), (folder / name).read_text())
-        except HeaderError as error:
-            raise HeaderError(f"{name}: {error}") from None
+        with located(name):
+            parser.header(name, (folder / name).read_text())
     parser.reference.bases = parser.inherited()
     parser.reference.sections = [
         section for section in parser.reference.sections if section.classes or section.members

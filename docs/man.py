@@ -164,7 +164,7 @@ class Writer:
     def synopsis(self, page: Page) -> list[str]:
         lines = [".In tarn.h"]
         for member in page.family.members:
-            if isinstance(member, model.Variable):
+            if isinstance(member, model.Declaration):
                 lines.append(f".Vt {member.declaration} ;")
             elif isinstance(member, model.Function):
                 lines += [f".Ft {member.type}", f".Fo {member.name}"]
@@ -188,14 +188,14 @@ class Writer:
         lines = [".Bl -tag -width Ds"]
         short = False
         for position, member in enumerate(page.family.members):
-            if isinstance(member, model.Note):
+            if isinstance(member, model.Comment):
                 following = [function.name for function in page.family.members[position + 1 :]]
                 width = len(max(following, key=len)) + 2
-                words = self.blocks(page, member.comment.blocks)
+                words = self.blocks(page, member.blocks)
                 lines += [".El", ".Pp", *words, ".Pp", f'.Bl -tag -width {"x" * width} -compact']
                 short = True
                 continue
-            if isinstance(member, model.Variable):
+            if isinstance(member, model.Declaration):
                 lines.append(f".It Va {member.name}")
             elif short:
                 lines.append(f".It Fn {member.name}")

@@ -7,7 +7,7 @@ from pathlib import Path
 
 import cpp_reference
 import reference as model
-from reference import HeaderError, one_line
+from reference import HeaderError, located, one_line
 
 # Where the functions of others that the texts name are described.
 SECTIONS = {
@@ -108,12 +108,9 @@ class Headers:
 
     def __init__(self, root: Path):
         c, cpp = root / "include/tarn.h", root / "include/tarn.hpp"
-        read = c
-        try:
+        with located(c):
             self.reference = model.parse(c.read_text())
             self.pages = read_pages(root / "docs/pages.toml", self.reference.families)
-            read = cpp
+        with located(cpp):
             self.cpp = cpp_reference.parse(cpp.read_text(), cpp.parent)
-        except HeaderError as error:
-            raise HeaderError(f"{read}: {error}") from None
         self.notes, self.examples = read_notes(root / "docs/cpp.toml")

@@ -7,11 +7,21 @@ word. What is written from the model, and how, is the business of others (man.py
 
 import re
 import textwrap
+from contextlib import contextmanager
 from dataclasses import dataclass, field
 
 
 class HeaderError(Exception):
     """The header is not documented as it should be."""
+
+
+@contextmanager
+def located(place: object):
+    """Adds to an error where it is."""
+    try:
+        yield
+    except HeaderError as error:
+        raise HeaderError(f"{place}: {error}") from None
 
 
 # ---- The model ---------------------------------------------------------------------------------
@@ -67,6 +77,17 @@ class Comment:
     def explained(self) -> set[str]:
         return {name for argument in self.arguments for name in argument.names}
 
+    def check(self, parameters: list[str]) -> None:
+        """Raises HeaderError unless it documents something that has these parameters."""
+        if not self.blocks:
+            raise HeaderError("not documented")
+        for argument in self.arguments:
+            if not argument.text:
+                raise HeaderError(f"@param says nothing of {argument.names[0]}")
+            for name in argument.names:
+                if name not in parameters:
+                    raise HeaderError(f"has no argument {name}, and @param explains it")
+
 
 @dataclass
 class Parameter:
@@ -87,16 +108,11 @@ class Function:
 
 
 @dataclass
-class Variable:
+class Declaration:
+    """Of a type or a variable."""
+
     name: str
     declaration: str
-    comment: Comment
-
-
-@dataclass
-class Note:
-    """A remark between functions, about those that follow."""
-
     comment: Comment
 
 
@@ -116,32 +132,27 @@ class Constants:
 
 
 @dataclass
-class Type:
-    name: str
-    declaration: str
-    comment: Comment
-
-
-@dataclass
 class Family:
+    """Functions and variables; a comment between them is about those that follow."""
+
     title: str
     comment: Comment
-    members: list[Function | Variable | Note] = field(default_factory=list)
+    members: list[Function | Declaration | Comment] = field(default_factory=list)
 
     def functions(self) -> list[Function]:
         return [member for member in self.members if isinstance(member, Function)]
 
-    def variables(self) -> list[Variable]:
-        return [member for member in self.members if isinstance(member, Variable)]
+    def variables(self) -> list[Declaration]:
+        return [member for member in self.members if isinstance(member, Declaration)]
 
     def names(self) -> list[str]:
-        return [member.name for member in self.members if not isinstance(member, Note)]
+        return [member.name for member in self.members if not isinstance(member, Comment)]
 
 
 @dataclass
 class Reference:
     overview: Comment
-    types: list[Type] = field(default_factory=list)
+    types: list[Declaration] = field(default_factory=list)
     constants: list[Constants] = field(default_factory=list)
     families: list[Family] = field(default_factory=list)
 
@@ -183,7 +194,7 @@ def uncomment(comment: str) -> str:
     """The text of a comment, without its stars."""
     body = re.sub(r"^/\*+ ?|\s*\*/$", "", comment)
     first, *rest = body.split("\n")
-    rest = textwrap.dedent("\n".join(re.sub(r"^ \*", "", line).rstrip() for line in rest))
+    rest = textwrap.dedent("\n".join(re.sub(r"^ *\*", "", line).rstrip() for line in rest))
     return (first.strip() + "\n" + rest).strip("\n")
 
 
@@ -226,7 +237,8 @@ def blocks(text: str) -> list[Block]:
 
 
 def parse_comment(text: str) -> Comment:
-    body, *tags = re.split(r"(?:^|(?<=\s))@(?=param\s|return\s)", text)
+    """Reads a comment with its stars."""
+    body, *tags = re.split(r"(?:^|(?<=\s))@(?=param\s|return\s)", uncomment(text))
     comment = Comment(blocks(body))
     for tag in tags:
         kind, text = tag.split(None, 1)
@@ -248,12 +260,12 @@ def parse_parameter(text: str) -> Parameter:
     return Parameter(match[1].strip(), match[2])
 
 
-def parse_declaration(text: str, comment: Comment) -> Function | Variable:
+def parse_declaration(text: str, comment: Comment) -> Function | Declaration:
     text = one_line(text).removeprefix("TARN_API ").removesuffix(";")
     text = re.sub(r" TARN_PRINTF\(.*\)$", "", text)
     match = re.fullmatch(r"(.*?[\s*])(\w+)\((.*)\)", text)
     if not match:
-        return Variable(re.search(r"(\w+)$", text)[1], text, comment)
+        return Declaration(re.search(r"(\w+)$", text)[1], text, comment)
     parameters = [part.strip() for part in match[3].split(",") if part.strip() != "void"]
     variadic = "..." in parameters
     return Function(
@@ -267,16 +279,10 @@ def parse_declaration(text: str, comment: Comment) -> Function | Variable:
 
 def check(family: Family, function: Function) -> None:
     comment = function.comment
-    names = {parameter.name for parameter in function.parameters}
-    if not comment.blocks:
-        raise HeaderError("not documented")
-    for name in sorted(comment.explained() - names):
-        raise HeaderError(f"has no argument {name}, and @param explains it")
-    for argument in comment.arguments:
-        if not argument.text:
-            raise HeaderError(f"@param says nothing of {argument.names[0]}")
-    for name in sorted(names - comment.explained() - family.comment.explained()):
-        raise HeaderError(f"no @param explains {name}, here or for the family")
+    explained = comment.explained() | family.comment.explained()
+    for parameter in function.parameters:
+        if parameter.name not in explained:
+            raise HeaderError(f"no @param explains {parameter.name}, here or for the family")
     if bool(comment.result) == (function.type == "void"):
         raise HeaderError("@return is for functions that return something, for each of them")
 
@@ -303,31 +309,23 @@ ITEM = re.compile(
   | (?P<enumeration>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
   | (?P<declaration>^(?:TARN_API|typedef)\b[^;]*;) (?:\ /\*\ since\ TARN_[\d.]+\ \*/)?
   | extern\ "C"\ \{ | ^\}$
+  | (?P<unknown>\S[^\n]*)
 """,
     re.VERBOSE | re.DOTALL | re.MULTILINE,
 )
-
-
-def items(text: str):
-    end = 0
-    for match in [*ITEM.finditer(text), None]:
-        skipped = text[end : match.start() if match else len(text)].strip()
-        if skipped:
-            raise HeaderError(f"not understood: {skipped}")
-        if match:
-            end = match.end()
-            yield match
 
 
 def parse(text: str) -> Reference:
     """Reads a header; raises HeaderError with the name of the function that it stumbles on."""
     reference = None
     comment = None  # that documents what follows
-    for item in items(text):
+    for item in ITEM.finditer(text):
         line = text.count("\n", 0, item.start()) + 1
+        if item["unknown"]:
+            raise HeaderError(f"line {line}: not understood: {item[0]}")
         if item["comment"]:
             heading = re.match(r"/\* ---- (.*?) -{2,}", item[0])
-            body = parse_comment(uncomment(item[0][heading.end() :] if heading else item[0]))
+            body = parse_comment(item[0][heading.end() :] if heading else item[0])
             if item[0].startswith("/**"):
                 comment = body
             elif reference is None:
@@ -335,7 +333,7 @@ def parse(text: str) -> Reference:
             elif heading:
                 reference.families.append(Family(heading[1], body))
             elif reference.families:
-                reference.families[-1].members.append(Note(body))
+                reference.families[-1].members.append(body)
             else:
                 reference.constants.append(Constants(body))
             continue
@@ -354,17 +352,14 @@ def parse(text: str) -> Reference:
             if comment is None:
                 raise HeaderError(f"line {line}: {item[0]} not documented")
             declaration = one_line(item[0]).removesuffix(";")
-            reference.types.append(Type(declaration.split()[-1], declaration, comment))
+            reference.types.append(Declaration(declaration.split()[-1], declaration, comment))
         elif item["declaration"]:
             member = parse_declaration(item["declaration"], comment or Comment())
             family = reference.families[-1]
-            try:
+            with located(f"line {line}: {member.name}()"):
+                member.comment.check([each.name for each in getattr(member, "parameters", [])])
                 if isinstance(member, Function):
                     check(family, member)
-                elif not member.comment.blocks:
-                    raise HeaderError("not documented")
-            except HeaderError as error:
-                raise HeaderError(f"line {line}: {member.name}(): {error}") from None
             family.members.append(member)
         else:
             continue

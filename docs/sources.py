@@ -171,7 +171,7 @@ class Site:
         for page in families:
             notes = []
             for member in page.family.members:
-                if isinstance(member, model.Note):
+                if isinstance(member, model.Comment):
                     notes.append(member)
                 else:
                     words = first_sentence(member.comment)
