@@ -162,7 +162,10 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   void cookies() const && = delete;
 
   /** The environment variables and the body. */
-  Environment environment() const &noexcept { return Environment(child(TARN_REQUEST_ENVIRONMENT)); }
+  Environment environment() const &noexcept {
+    const Environment view(child(TARN_REQUEST_ENVIRONMENT));
+    return view;
+  }
   void environment() const && = delete;
 
  private:

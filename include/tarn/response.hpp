@@ -24,12 +24,12 @@ constexpr bool is_local_path(std::string_view url) noexcept {
   return !url.empty() && url[0] == '/' && (url.size() == 1 || url[1] != '/');
 }
 
-inline bool has_http_host(std::string_view url) noexcept {
-  for (const std::string_view scheme : {"http://", "https://"}) {
-    const bool has_host = url.size() > scheme.size() && !is_among(url[scheme.size()], "/?#");
-    if (begins_with(url, scheme) && has_host) return true;
-  }
-  return false;
+constexpr bool has_http_host(std::string_view url) noexcept {
+  const auto has_host = [url](std::string_view scheme) {
+    return begins_with(url, scheme) && url.size() > scheme.size() &&
+           !is_among(url[scheme.size()], "/?#");
+  };
+  return has_host("http://") || has_host("https://");
 }
 
 struct Reason {
