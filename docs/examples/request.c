@@ -1,4 +1,4 @@
-/* A request that came whole; all fields of one name, a checkbox, and an
+/* A complete request: all fields of one name, a checkbox, and an
    uploaded file: */
 
 #include <stdio.h>
@@ -11,7 +11,7 @@ int main(void) {
   if (!Tarn_isComplete(&request)) {
     printf("Status: 400 Bad Request\r\n");
     printf("Content-Type: text/plain\r\n\r\n");
-    printf("The form did not arrive whole.\n");
+    printf("The form is incomplete.\n");
     Tarn_delete(&request);
     return 0;
   }
