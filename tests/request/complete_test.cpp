@@ -82,7 +82,7 @@ TEST(RequestComplete, NotWhenTheBodyIsLongerThanCanBeRead) {
   }
 }
 
-TEST(RequestCompleteMemory, NotWhenFieldsFindNoMemory) {
+TEST(RequestCompleteAddressSpace, NotWhenFieldsFindNoMemory) {
   if (kSanitized) GTEST_SKIP() << "the sanitizers need more address space than the limit leaves";
   std::string body;
   for (int i = 0; i < 3300000; ++i) body += "&a=";
