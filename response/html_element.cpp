@@ -1,5 +1,5 @@
-#include "core/typed_list.h"
 #include "core/text.h"
+#include "core/typed_list.h"
 #include "response/html_attribute.h"
 
 namespace tarn::internal {
