@@ -1,7 +1,7 @@
-// Sequences of calls on all types of objects: handles that are valid, empty, null or of another
-// type, lent ones, copies, lists handed over, elements of other types, holes. The input chooses the
-// calls. What is left out is convention 9 of tarn.h, (a) to (e), and nothing else; each place says
-// which.
+// Makes sequences of calls, chosen by the input, on every type of object: with handles that are
+// valid, empty, null, borrowed or of the wrong type, with copies, with lists that change owner, and
+// with lists that contain holes or elements of the wrong type. Only the calls that convention 9 of
+// tarn.h rules out, (a) to (e), are left out; a comment at each such place names the letter.
 #include "calls/player.h"
 
 using namespace tarn_fuzz;
@@ -11,7 +11,8 @@ namespace {
 constexpr size_t kMostObjects = 200;
 constexpr int kMostCalls = 200;
 
-// The script ends its objects by their types, unless other lists name their elements too (9e).
+// Deletes each object with the function of its type, as a script would, unless other lists name its
+// elements too (convention 9 (e)).
 void endAll(Player &play) {
   Variables &variables = play.variables;
   for (uint32_t i = 0; i < Variables::kCount; ++i) {

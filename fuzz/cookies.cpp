@@ -1,4 +1,4 @@
-// The cookie header.
+// Parses a Cookie header: the input is the value of HTTP_COOKIE.
 #include <algorithm>
 #include <cstring>
 

@@ -1,5 +1,5 @@
-// A URL-encoded POST. The input's first line is CONTENT_LENGTH, which may be anything, the rest is
-// the body that arrives.
+// Parses a URL-encoded POST. The first line of the input becomes CONTENT_LENGTH and may be
+// anything; the rest is the body.
 #include <algorithm>
 #include <cstdlib>
 
@@ -9,7 +9,7 @@ using namespace tarn_fuzz;
 
 namespace {
 
-// The sanitizer's heap is slow with large blocks.
+// Large blocks are slow to allocate under AddressSanitizer.
 constexpr long kLongest = 1 << 16;
 
 }  // namespace
@@ -30,7 +30,8 @@ void fuzz(Input input) {
       bytesOf(CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC));
   const auto count = static_cast<size_t>(std::max(length, 0L));
   const std::string_view taken = arrives.substr(0, count);
-  // A length that cannot be leaves the request without a form; its status is the parse's.
+  // With an invalid length, the body is missing and the form is empty. Tarn_new() returns the
+  // status of the parse, which is TARN_OK.
   EXPECT(request.status() == TARN_OK);
   if (count > 0) {
     std::string padded(taken);

@@ -1,4 +1,4 @@
-// Answers whose headers, cookies and redirections strangers chose, read back line by line.
+// Builds responses from untrusted headers, cookies and redirects, and reads them back line by line.
 #include <algorithm>
 #include <optional>
 
@@ -43,7 +43,8 @@ bool isReserved(std::string_view name) {
   return false;
 }
 
-// As browsers read one: what leads is dropped, tabs and line ends are everywhere, and "\" is "/".
+// Reads a URL as browsers do: drops leading blanks and control characters, drops tabs and line ends
+// everywhere, and treats "\" as "/".
 std::string asBrowsersRead(std::string_view url) {
   std::string read;
   for (const char c : url) {
@@ -55,7 +56,7 @@ std::string asBrowsersRead(std::string_view url) {
   return read;
 }
 
-// What an answer was told, and the lines that it has to have of it.
+// A response, and everything that was added to it, to check against what it writes.
 struct Answer {
   Stream out;
   tarn::Response response{out.file()};
@@ -68,7 +69,7 @@ struct Answer {
   bool accepts() const { return response.problem() == nullptr; }
 };
 
-// ---- What is said -------------------------------------------------------------------------------
+// ---- Building the response ----------------------------------------------------------------------
 
 void header(Input &input, Answer &answer) {
   const std::string name(input.piece());
@@ -146,7 +147,7 @@ void redirectionAway(Input &input, Answer &answer) {
   EXPECT(answer.accepts() || !plain || read != answer.location);
 }
 
-// The next request of a browser that took the cookie.
+// Checks that the cookie comes back in the browser's next request.
 void expectBack(const std::string &pair, const std::string &name, const std::string &value) {
   Script script({{"HTTP_COOKIE", "first=1; " + pair + "; last=1"}}, "");
   TarnHandle environment = 0;
@@ -203,9 +204,9 @@ void cookie(Input &input, Answer &answer) {
   answer.cookies.emplace_back("Set-Cookie", pair + attributes);
 }
 
-// ---- What is written ----------------------------------------------------------------------------
+// ---- Reading the response -----------------------------------------------------------------------
 
-// Takes a line off. Every line end counts, as for the most lenient server.
+// Removes and returns the first line. Every kind of line end counts, as in the most lenient server.
 std::string nextLine(std::string &text) {
   const size_t end = text.find_first_of("\r\n");
   EXPECT(end != text.npos);
@@ -257,7 +258,7 @@ void fuzz(Input input) {
                                  status, redirection, redirectionAway, cookie};
   Answer answer;
   while (!input.empty() && answer.accepts()) {
-    // A letter, so that inputs can be read: "a" adds a header, "b" one by name, ...
+    // Actions are letters, to keep inputs readable: "a" adds a header, "b" a well-known one, ...
     const uint8_t letter = input.byte();
     if (letter == '.') break;
     kActions[(letter + 256U - 'a') % std::size(kActions)](input, answer);

@@ -1,5 +1,5 @@
-// Trees of elements as pages, and texts escaped for one, read back by an HTML parser that knows
-// nothing of Tarn.
+// Writes trees of elements as pages, and escapes text for pages, then reads them back with an HTML
+// parser that is independent of Tarn.
 #include <gumbo.h>
 
 #include <algorithm>
@@ -21,14 +21,14 @@ struct Attribute {
 
 struct Node {
   enum Kind { kElement, kText, kRaw } kind;
-  std::string text;  // of an element, its name
+  std::string text;  // for an element, its name
   std::vector<Attribute> attributes = {};
   std::vector<Node> children = {};
 };
 
 using Names = std::initializer_list<std::string_view>;
 
-// Whatever stands in these, in whatever order, a parser leaves where it is.
+// An HTML parser moves neither these elements nor what they contain, however they are nested.
 const Names kPlain = {"div", "span", "section", "b", "i", "x-y"};
 const Names kCode = {"script", "style", "iframe", "noembed", "noframes", "xmp"};
 const Names kOthers = {"pre", "textarea", "title", "br", "img", "input"};
@@ -47,7 +47,7 @@ std::string lower(std::string text) {
 
 // ---- The tree -----------------------------------------------------------------------------------
 
-// "@name value" and "!name value", the second with Raw.
+// Parses "@name value", or "!name value" for a Raw value.
 Attribute attributeIn(std::string_view line) {
   const std::string_view rest = line.substr(1);
   const size_t blank = rest.find(' ');
@@ -56,8 +56,9 @@ Attribute attributeIn(std::string_view line) {
   return attribute;
 }
 
-// Raw stands in the page as it is. A parser reads line ends and the like as others, and within
-// graphics and formulas all of it as markup.
+// Raw text is written unchanged. Replaces what a parser would not return unchanged: line ends and
+// other control characters, non-ASCII bytes and, if the tree has SVG or MathML, in which even code
+// is parsed as markup, "<" and "&".
 void tame(Node &node, bool asMarkup) {
   if (node.kind == Node::kRaw) {
     for (char &c : node.text) {
@@ -67,8 +68,9 @@ void tame(Node &node, bool asMarkup) {
   for (Node &child : node.children) tame(child, asMarkup);
 }
 
-// A line is a step: "<name" begins an element, ">" ends it; "@" and "!" give it an attribute; "*"
-// adds Raw in elements for code, "-" a text, "+" one with a line end before it. All else is a text.
+// Builds a tree; each line is one step. "<name" opens an element and ">" closes it. "@" and "!" add
+// an attribute. "*" adds Raw inside a script, a style or the like. "-" adds text, "+" adds text
+// that begins with a line end, and any other line is text.
 Node treeIn(Input &input) {
   Node body{Node::kElement, "body"};
   std::vector<Node *> open = {&body};
@@ -148,7 +150,8 @@ bool trustsNothing(const Node &node) {
 
 // ---- Characters ---------------------------------------------------------------------------------
 
-// Takes a character off; what is no UTF-8, byte for byte, and what a page must not have are U+FFFD.
+// Removes and returns the first character. A byte that is not valid UTF-8, and a character that a
+// page must not contain, become U+FFFD.
 char32_t nextCharacter(std::string_view &text) {
   constexpr char32_t kUnknown = 0xFFFD;
   const auto lead = static_cast<uint8_t>(text[0]);
@@ -167,14 +170,14 @@ char32_t nextCharacter(std::string_view &text) {
     return kUnknown;
   }
   const bool control = character >= 0x7F && character < 0xA0;
-  // The parser does not take these.
+  // The parser does not accept these noncharacters.
   const bool none = (character >= 0xFDD0 && character <= 0xFDEF) || (character & 0xFFFE) == 0xFFFE;
   return control || none ? kUnknown : character;
 }
 
 bool isBlank(char32_t character) { return character == ' ' || (character >= 9 && character <= 13); }
 
-// As a browser has it.
+// Returns the text as a browser sees it.
 std::string clean(std::string_view text) {
   std::string cleaned;
   while (!text.empty()) {
@@ -189,7 +192,7 @@ std::string clean(std::string_view text) {
   return cleaned;
 }
 
-// With every character but blanks the same.
+// Replaces every character except blanks with "x".
 std::string masked(std::string_view text) {
   std::string mask;
   while (!text.empty()) {
@@ -251,7 +254,7 @@ std::vector<const GumboAttribute *> attributesOf(const GumboNode &node) {
   return attributes;
 }
 
-// A tree as one text, from either side.
+// The functions below turn a tree into a string, to compare what was built with what was parsed.
 std::string quoted(const std::string &name, const std::string &text) {
   return name + "(" + std::to_string(text.size()) + ":" + text + ")";
 }
@@ -268,8 +271,8 @@ std::string shown(const GumboNode &node, bool mask) {
   return text + "</>";
 }
 
-// What a browser has to make of it: names in small letters, of equal attributes the first, texts
-// that touch as one.
+// What a browser must read: names in lower case, only the first of several equal attributes, and
+// adjacent texts joined.
 std::string shown(const Node &node) {
   std::string text = "<" + lower(node.text);
   std::vector<std::string> names;
@@ -299,7 +302,8 @@ std::string shown(const Node &node) {
 
 // ---- What a browser would run -------------------------------------------------------------------
 
-// As browsers read a URL: what leads and trails is dropped, and tabs and line ends everywhere.
+// Reads a URL as browsers do: drops leading blanks and control characters, and all tabs and line
+// ends.
 std::string schemeOf(std::string_view url) {
   while (!url.empty() && static_cast<uint8_t>(url.front()) <= ' ') url.remove_prefix(1);
   std::string plain;
@@ -308,7 +312,7 @@ std::string schemeOf(std::string_view url) {
   }
   const size_t end =
       plain.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-.");
-  const bool begins = lower(plain) >= "a";  // neither a digit nor a mark
+  const bool begins = lower(plain) >= "a";  // not a digit or a symbol
   if (!begins || end == plain.npos || plain[end] != ':') return "";
   return lower(plain.substr(0, end));
 }
@@ -342,7 +346,7 @@ void tree(Input input) {
          page.document().doc_type_quirks_mode == GUMBO_DOCTYPE_NO_QUIRKS);
   if (allBelow(body, trustsNothing)) expectNothingRuns(page.root());
 
-  // Whatever the names, no text is more to a parser than as many letters in its place.
+  // Whatever the names, a parser must read each text exactly as it would read plain letters.
   const std::string plain = written(masked(body));
   EXPECT(!plain.empty());
   const Page plainPage(plain);
@@ -352,9 +356,9 @@ void tree(Input input) {
   EXPECT(shown(page.root(), false) == "<html><head></>" + shown(body) + "</>");
 }
 
-// ---- Texts --------------------------------------------------------------------------------------
+// ---- Escaped text -------------------------------------------------------------------------------
 
-// The text of a string, in which every escape is a "\\u" with four digits.
+// Decodes a JSON string. Tarn writes every escape as a backslash, a "u" and four digits.
 std::string fromJson(std::string_view json) {
   EXPECT(json.size() >= 2 && json.front() == '"' && json.back() == '"');
   std::string text;
@@ -391,13 +395,13 @@ void texts(std::string_view text) {
                                           "><b" + quoted("title", clean(text) + "x") + ">" + run +
                                           "</><script" + quoted("title", clean(string)) + ">" +
                                           quoted("text", clean(string)) + "</></></>");
-  // Control characters are in the string as they were.
+  // Control characters come back unchanged.
   EXPECT(clean(fromJson(string)) == clean(text));
 }
 
 }  // namespace
 
-// Inputs that begin with "=" are a text, all others make a tree.
+// An input that begins with "=" is a text to escape; any other builds a tree.
 void fuzz(Input input) {
   const std::string_view bytes = input.rest();
   if (!bytes.empty() && bytes[0] == '=') {

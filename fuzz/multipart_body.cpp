@@ -1,5 +1,5 @@
-// A POST with any content type and any body: the input's first line is CONTENT_TYPE, the rest is
-// the body. Most content types that are worth trying begin a multipart form.
+// Parses a POST with any content type and any body: the first line of the input is CONTENT_TYPE,
+// the rest is the body. Most content types that are worth trying are multipart.
 #include "request.h"
 
 using namespace tarn_fuzz;
@@ -16,8 +16,8 @@ void fuzz(Input input) {
   Form expected = tarn_rules::modelBody(type.data(), body.view());
   expectForm(request, expected);
 
-  // Once more from a block that ends with the body, for a script that read it itself. URL-encoded
-  // text has a zero byte after it.
+  // Parses the body again from memory, as for a script that reads standard input itself. The block
+  // ends with the body; URL-encoded text must be null-terminated.
   const Form again = expected;
   const CText text(body.view());
   const bool multipart = nStringsAreEqual(type.data(), "multipart/form-data", 19) == 0;

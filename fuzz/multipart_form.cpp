@@ -1,5 +1,5 @@
-// A form made of the input's bytes, sent as a browser sends it, multipart and URL-encoded: the
-// script has to get back what was filled in.
+// Builds a form from the input and sends it as a browser would, first as multipart and then
+// URL-encoded: the script must get back what the user entered.
 #include "request.h"
 
 using namespace tarn_fuzz;
@@ -9,13 +9,13 @@ namespace {
 struct Field {
   std::string name;
   std::string value;
-  std::string fileName;  // empty for a field that is no file
+  std::string fileName;  // empty unless the field is a file
   std::string type;
 };
 
 std::string without(std::string_view bytes, std::initializer_list<std::string_view> unwanted) {
   std::string text(bytes);
-  // From the start again after each: what goes may leave another one behind.
+  // Start over after each removal: it may join two halves of another unwanted string.
   for (const std::string_view *one = unwanted.begin(); one != unwanted.end();) {
     const size_t at = text.find(*one);
     if (at != std::string::npos) text.erase(at, one->size());
@@ -26,15 +26,15 @@ std::string without(std::string_view bytes, std::initializer_list<std::string_vi
 
 constexpr std::string_view kZero("\0", 1);
 
-// What every boundary begins with.
+// Every boundary begins with this.
 const std::string kBoundary = "----form";
 
-// What can stand between the quotes of a part's header, or behind a colon.
+// Keeps only what may appear between quotes, or after a colon, in the header of a part.
 std::string word(std::string_view bytes, const std::string &boundary) {
   return without(bytes, {"\"", "\r", "\n", kZero, "Content-Type: ", "filename=", boundary});
 }
 
-// A value ends at its first line end and must not look like what stands around it.
+// A value ends at its first line end and must not look like a part's header or a boundary.
 std::string valueOf(std::string_view bytes, const std::string &boundary) {
   return without(bytes, {"\r\n", "name=\"", boundary});
 }

@@ -1,4 +1,4 @@
-// One part of a multipart body, handed to the parser by itself.
+// Parses a single part of a multipart body.
 #include "request.h"
 
 using namespace tarn_fuzz;
@@ -14,7 +14,7 @@ void fuzz(Input input) {
   tarn_rules::modelPart(expected, sent);
   expectForm(request, expected);
 
-  // The part is as it was but for the end of its header.
+  // The parser changes at most one byte of the part: it ends the header with a null byte.
   std::string after = sent;
   const size_t headerEnd = sent.find("\r\n\r\n");
   if (headerEnd != sent.npos) after[headerEnd] = '\0';

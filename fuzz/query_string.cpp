@@ -1,4 +1,4 @@
-// The query string of a GET. The same text, parsed once more, appends the same entries.
+// Parses the query string of a GET. Parsing the same text again appends the same entries.
 #include "request.h"
 
 using namespace tarn_fuzz;

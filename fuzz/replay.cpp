@@ -1,5 +1,5 @@
-// Runs a target over the files in folders, as a test: every build, with any compiler, tries what a
-// fuzzer once found.
+// Runs a fuzz target on every file in the given folders, as a test: any build, with any compiler,
+// replays what the fuzzer found.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +19,7 @@ void run(const std::string &bytes) {
 size_t replay(const std::filesystem::path &folder) {
   size_t files = 0;
   for (const auto &file : std::filesystem::directory_iterator(folder)) {
-    // Printed first, because a target that fails ends the process.
+    // Print the name first: a failing target ends the process.
     std::fprintf(stderr, "%s\n", file.path().c_str());
     std::ifstream stream(file.path(), std::ios::binary);
     run({std::istreambuf_iterator<char>(stream), {}});

@@ -8,7 +8,8 @@
 namespace tarn_fuzz {
 namespace {
 
-// Each name is looked up in all entries; forms of thousands are left to those who measure time.
+// Each lookup searches all entries, so only this many names are checked. Forms with thousands of
+// entries are left to the tests that measure time.
 constexpr size_t kLookups = 16;
 
 std::vector<Entry> entriesOf(TarnHandle list) {
@@ -91,7 +92,7 @@ void expectReadings(TarnHandle entry, const std::string &value) {
          stripped.get());
   const long long number = std::strtoll(value.c_str(), nullptr, 10);
   EXPECT(FormEntry_getIntegerValue(&entry) == std::clamp<long long>(number, INT32_MIN, INT32_MAX));
-  // Compared as bytes: it may be no number.
+  // Compared as bytes, because the value may be NaN.
   const double real = FormEntry_getDoubleValue(&entry);
   const double expected = std::strtod(value.c_str(), nullptr);
   EXPECT(std::memcmp(&real, &expected, sizeof real) == 0);

@@ -1,4 +1,4 @@
-// Requests as the library has them, for the targets that send one.
+// Helpers for the targets that send a request.
 #ifndef TARN_FUZZ_REQUEST_H
 #define TARN_FUZZ_REQUEST_H
 
@@ -6,7 +6,7 @@
 
 namespace tarn_fuzz {
 
-// A request of the script that the process is.
+// The request of the current script, parsed by Tarn_new().
 class Request {
  public:
   Request() : status_(Tarn_new(&handle_)) {}
@@ -26,11 +26,11 @@ class Request {
 };
 
 Text textOf(const char *text);
-// None when there is no byte buffer, empty when it has no bytes.
+// No value if there is no byte buffer; empty if it has no bytes.
 Text bytesOf(TarnHandle buffer);
 Cookies cookiesOf(TarnHandle list);
 
-// Holds a request against the form that it has to have: entries and files, every lookup, copies.
+// Compares a request with the expected form: entries, files, lookups and copies.
 void expectForm(Request &request, const Form &form);
 
 }  // namespace tarn_fuzz

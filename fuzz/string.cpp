@@ -1,4 +1,5 @@
-// Sequences of calls on two dynamic strings, against a model of their texts and capacities.
+// Makes sequences of calls on two dynamic strings and checks them against a model of their text and
+// capacity.
 #include <algorithm>
 #include <cstring>
 
@@ -8,14 +9,14 @@ using namespace tarn_fuzz;
 
 namespace {
 
-// Scripts read these fields by their order.
+// Scripts rely on the order of these fields.
 struct Record {
   uint32_t magic;
   int32_t capacity;
   const char *buffer;
 };
 
-// Beyond this the sanitizer's heap gets slow; above INT32_MAX nothing is allocated.
+// Larger blocks are slow under AddressSanitizer. Nothing is allocated above INT32_MAX.
 constexpr uint32_t kLargest = 1 << 16;
 constexpr int64_t kSlack = 16;
 
@@ -72,7 +73,7 @@ class Model {
     lost_ = false;
   }
 
-  // The copy of a string without a buffer has one.
+  // A copy has a buffer even if the original has none.
   void copy() { lost_ = false; }
 
   void clear() {
@@ -134,7 +135,7 @@ void inserting(Input &input, Game &, Subject &subject) {
                   : TARNString_insertn(&subject.handle, text.data(), offset, count, position)));
 }
 
-// The string's own text, or the other's.
+// Inserts the string's own text or the other's.
 void insertingAString(Input &input, Game &game, Subject &subject) {
   Subject &source = game.subjects[input.below(2)];
   const uint32_t offset = input.byte();
@@ -186,7 +187,7 @@ void settingAString(Input &input, Game &game, Subject &subject) {
   EXPECT(TARNString_set_string(&subject.handle, &source.handle) == TARN_OK);
 }
 
-// The rest of its own text, from somewhere on.
+// Sets the string to the end of its own text, from some offset.
 void settingItsOwn(Input &input, Game &, Subject &subject) {
   const uint32_t offset = input.byte();
   const char *text = TARNString_c_str(&subject.handle);
@@ -268,7 +269,7 @@ void fuzz(Input input) {
     Subject &subject = game.subjects[input.below(2)];
     kActions[input.below(std::size(kActions))](input, game, subject);
     game.expectModels();
-    // Texts that double each time have been seen to work by now.
+    // Stop texts that double with every call from growing without limit.
     if (subject.model.text().size() > kLargest || game.printed.size() > kLargest) return;
   }
 }

@@ -21,7 +21,7 @@ void releaseAbandoned() {
 }  // namespace
 
 void fail(const char *file, int line, const char *condition) {
-  std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, condition);
+  std::fprintf(stderr, "%s:%d: EXPECT failed: %s\n", file, line, condition);
   std::abort();
 }
 
@@ -106,7 +106,7 @@ void notAbandoned(const void *block) { std::erase(abandoned, block); }
 
 }  // namespace tarn_fuzz
 
-// The linker leads the library's word to the leak sanitizer here.
+// The linker redirects the library's calls of __lsan_ignore_object() here.
 extern "C" void __wrap___lsan_ignore_object(const void *block) {
   tarn_fuzz::abandoned.push_back(const_cast<void *>(block));
 }

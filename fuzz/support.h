@@ -1,4 +1,4 @@
-// What the fuzz targets share. Each target defines fuzz(); the rest is here.
+// Shared by the fuzz targets, which define only fuzz().
 #ifndef TARN_FUZZ_SUPPORT_H
 #define TARN_FUZZ_SUPPORT_H
 
@@ -14,7 +14,7 @@
 #include "support/rules.h"
 #include "tarn.h"
 
-// Ends the process when something does not hold; the fuzzer then keeps the input.
+// Aborts if the condition is false; the fuzzer then saves the input.
 #define EXPECT(condition) ((condition) ? void() : tarn_fuzz::fail(__FILE__, __LINE__, #condition))
 
 namespace tarn_fuzz {
@@ -23,7 +23,7 @@ using namespace tarn_rules;
 
 [[noreturn]] void fail(const char *file, int line, const char *condition);
 
-// Takes an input apart. What is asked for beyond the end is zero or empty.
+// Splits an input into values. Past its end, every value is zero or empty.
 class Input {
  public:
   explicit Input(std::string_view bytes) : rest_(bytes) {}
@@ -32,12 +32,12 @@ class Input {
   uint8_t byte();
   // A number below `limit`.
   uint32_t below(uint32_t limit);
-  // Mostly small, sometimes at the limits of 32 bits.
+  // Usually a small number, sometimes one near a limit of 32 bits.
   uint32_t anyNumber();
   std::string_view take(size_t count);
   // As many bytes as the next byte says.
   std::string_view piece() { return take(byte()); }
-  // Up to the next line end, which is dropped: inputs that are made of lines can be read.
+  // The next line, without its line end. Inputs made of lines are easy to read.
   std::string_view line();
   std::string_view rest() { return take(rest_.size()); }
 
@@ -45,7 +45,7 @@ class Input {
   std::string_view rest_;
 };
 
-// Bytes in a heap block of just their size: the sanitizer sees a step outside.
+// Bytes in a heap block of exactly their size: AddressSanitizer reports any access outside it.
 class Block {
  public:
   explicit Block(std::string_view bytes);
@@ -59,13 +59,13 @@ class Block {
   uint32_t size_;
 };
 
-// A text and its final zero byte in a block of just their size.
+// A null-terminated text in a heap block of exactly its size.
 class CText : public Block {
  public:
   explicit CText(std::string_view text);
 };
 
-// A stream over some bytes, or one whose output can be asked for.
+// A stream that reads the given bytes, or one that keeps what is written to it.
 class Stream {
  public:
   Stream();
@@ -84,12 +84,12 @@ class Stream {
   FILE *file_;
 };
 
-// A text that goes to free().
+// A text that is released with free().
 using OwnedText = std::unique_ptr<char, decltype(&std::free)>;
 inline OwnedText owned(const char *text) { return {const_cast<char *>(text), &std::free}; }
 
-// Makes the process a script for its lifetime: these variables and no others are its environment,
-// these bytes its standard input, and what it prints can be asked for.
+// Turns the process into a CGI script for its lifetime: sets the environment to these variables
+// only, reads standard input from `body`, and captures what is printed.
 class Script {
  public:
   using Variable = std::pair<std::string_view, std::string_view>;
@@ -112,14 +112,14 @@ class Script {
   FILE *outputBefore_;
 };
 
-// The library leaves some blocks to the end of the process. An input is a process here: these
-// blocks are freed after it, so that a fuzzer's memory stays as it is and the sanitizer sees who
-// frees one of them too. A target that frees such a block itself says so.
+// The library keeps some blocks until the process ends. Here they are freed after each input, so
+// that the fuzzer's memory does not grow and AddressSanitizer reports anyone else who frees one. A
+// target that frees such a block itself must call this.
 void notAbandoned(const void *block);
 
 }  // namespace tarn_fuzz
 
-// The target: one input.
+// Runs the target on one input.
 void fuzz(tarn_fuzz::Input input);
 
 #endif

@@ -1,4 +1,4 @@
-// The text utilities, each over texts in blocks of just their size.
+// Tests the text utilities with texts in heap blocks of exactly their size.
 #include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
@@ -9,7 +9,7 @@ using namespace tarn_fuzz;
 
 namespace {
 
-// What saferSystem() hands to the shell, which no input reaches.
+// What saferSystem() passes to system(). That is replaced below: no input reaches a shell.
 std::string command;
 bool shellIsAway = false;
 constexpr int kAnswer = 42;
@@ -80,8 +80,9 @@ std::string cut(std::string_view data, size_t readable, const std::string &open,
   return std::string(data.substr(start, end == data.npos ? all.size() + 1 - start : end));
 }
 
-// The closing mark is looked for beyond the data, as far as the opening one is from its start, and
-// one byte beyond is taken without one: the block reaches just as far.
+// Quirk 37: extractBetween() searches for the closing mark past the end of the data, by as many
+// bytes as come before the opening mark. If there is no closing mark, it includes one byte past the
+// end. The block is larger than the data by exactly that much.
 void extracting(Input &input) {
   const CText open(input.piece());
   const CText close(input.piece());
@@ -139,10 +140,10 @@ void variables(Input &input) {
   EXPECT(safeGetenv(name.data()) == std::string_view(key == "GIVEN" ? value.data() : ""));
 }
 
-// Any bytes as what a stream holds.
+// Reads numbers and text from a stream of arbitrary bytes.
 void reading(Input &input) {
   const std::string_view bytes = input.rest();
-  // The sanitizer's heap is slow with large blocks, and a count asks for one.
+  // A large count makes readString() allocate a large block, which is slow under AddressSanitizer.
   if (std::strtoll(std::string(bytes).c_str(), nullptr, 10) > 1 << 16) return;
   Stream numbers(bytes);
   for (int i = 0; i < 4; ++i) readLong(numbers.file());
@@ -151,7 +152,7 @@ void reading(Input &input) {
   EXPECT(text);
 }
 
-// What was written is read back but for the white space at the front, up to a line end.
+// Text that was written is read back without its leading white space, up to the first line end.
 void writingAndReading(Input &input) {
   const long number = static_cast<int32_t>(input.anyNumber());
   const CText text(input.rest());
@@ -165,7 +166,8 @@ void writingAndReading(Input &input) {
          " " + std::to_string(number) + "  " + std::to_string(sent.size() + 1) + "  " + sent + " ");
   Stream in(written);
   EXPECT(readLong(in.file()) == number);
-  // The number before takes the blanks at the front; then comes a line, or as much as was counted.
+  // Reading the count also skips the leading white space; then comes a line, or as many bytes as
+  // were counted.
   std::string expected = sent + " ";
   expected.erase(0, expected.find_first_not_of(" \t\n\v\f\r"));
   expected = expected.substr(0, sent.size());
@@ -176,7 +178,8 @@ void writingAndReading(Input &input) {
 
 }  // namespace
 
-// The linker leads every call of system() here, libFuzzer's among them, which starts itself anew.
+// The linker redirects every call of system() here. libFuzzer's calls, by which it restarts itself,
+// go on to the real one.
 extern "C" int __real_system(const char *text);
 
 extern "C" int __wrap_system(const char *text) {
@@ -189,6 +192,6 @@ void fuzz(Input input) {
   using Action = void (*)(Input &);
   constexpr Action kActions[] = {comparing,  decoding,   digits,    shell,   searching,
                                  extracting, formatting, variables, reading, writingAndReading};
-  // A letter, so that inputs can be read: "a" compares, "b" decodes, ...
+  // Actions are letters, to keep inputs readable: "a" compares, "b" decodes, ...
   kActions[(input.byte() + 256U - 'a') % std::size(kActions)](input);
 }

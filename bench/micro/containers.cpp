@@ -1,4 +1,4 @@
-// What filling a generic list and a string costs, piece by piece.
+// Measures filling a generic list and a string piece by piece.
 #include <benchmark/benchmark.h>
 #include <tarn.h>
 
@@ -27,7 +27,7 @@ void addData(benchmark::State &state) {
   perPiece(state);
 }
 
-// The length of a string is not kept: each append looks for the end of the text.
+// A string does not store its length: each append searches for the end of the text.
 void append(benchmark::State &state) {
   for ([[maybe_unused]] auto _ : state) {
     TarnHandle string = 0;

@@ -1,4 +1,4 @@
-// What the operations cost that run over every byte of a form.
+// Measures the operations that process every byte of a form.
 #include <benchmark/benchmark.h>
 #include <tarn.h>
 

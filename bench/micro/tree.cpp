@@ -1,7 +1,7 @@
-// What HTML trees cost for each element. An element that is added is copied with its subtree, so
-// the order of building decides: from the top down every element is copied once, when it is added
-// to its lent parent; from the bottom up, one level at a time, it is copied again with every
-// ancestor: n * depth copies for a balanced tree, n * n / 2 for a chain.
+// Measures HTML trees, per element. Adding an element copies its subtree, so the order of building
+// matters. Top-down, each element is copied once, when it is added to its parent in the tree.
+// Bottom-up, it is copied again with each ancestor: n * depth copies for a balanced tree, n * n / 2
+// for a chain.
 #include <benchmark/benchmark.h>
 #include <tarn.h>
 
@@ -61,7 +61,8 @@ TarnHandle broadTopDown(int64_t elements) {
   return root;
 }
 
-// The full tree of at most so many elements: ten subtrees, each built and then added.
+// Builds the largest full tree of at most this many elements: ten subtrees, each built and then
+// added.
 TarnHandle broadBottomUp(int64_t elements) {
   TarnHandle parent = newElement();
   if (elements <= kBreadth) return parent;
@@ -101,7 +102,7 @@ void cloneAndDelete(benchmark::State &state) {
   perElement(state);
 }
 
-// Full trees of breadth 10 and chains.
+// Sizes of full trees of breadth 10, and of chains.
 void fullTrees(benchmark::internal::Benchmark *benchmark) {
   benchmark->Arg(111)->Arg(1111)->Arg(11111);
 }

@@ -1,4 +1,4 @@
-/* The least that a CGI script can do: take in the body and say how long it was. */
+/* The least that a CGI script can do: read the body and print its length. */
 #include <stdio.h>
 #include <stdlib.h>
 

@@ -1,5 +1,5 @@
 #!/usr/bin/perl
-# What script.c says, said with Perl's CGI.pm.
+# Prints the same as script.c, using Perl's CGI.pm.
 use strict;
 use warnings;
 use CGI;

@@ -1,5 +1,5 @@
 #!/usr/bin/python3 -BIWignore
-"""What script.c says, said with Python's cgi module."""
+"""Prints the same as script.c, using Python's cgi module."""
 
 import cgi
 import sys

@@ -1,5 +1,5 @@
-/* A script on Tarn. It says how much the request brought, and shows the first, the middle and the
- * last of it; peer.pl and peer.py say the same in the same words. */
+/* A script that uses Tarn. It prints the number of entries and files in the request, and the first,
+ * middle and last of each. peer.pl and peer.py print exactly the same. */
 #include <stdio.h>
 #include <tarn.h>
 

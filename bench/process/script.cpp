@@ -1,4 +1,4 @@
-// script.c on tarn.hpp: the same request, the same answer.
+// script.c written with tarn.hpp: it gives the same answer to the same request.
 #include <cstdio>
 #include <tarn.hpp>
 

@@ -1,5 +1,6 @@
-/* An HTML tree of ELEMENTS elements, each but the last with BREADTH children. What is done with it
- * is chosen when this is compiled; the time for it is what this takes longer than tree-build. */
+/* Builds an HTML tree of ELEMENTS elements with BREADTH children each, as far as the elements go.
+ * OPERATION, set at compile time, chooses what is then done with the tree. To get the cost of that
+ * operation, subtract the time of tree-build. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <tarn.h>
@@ -31,7 +32,7 @@ static TarnHandle addTo(TarnHandle parent) {
   return HTMLElementList_getByIndex(&list, (uint32_t)HTMLElementList_getCount(&list) - 1);
 }
 
-/* Notes each element of the tree, level by level, at most `most` of them; returns how many there are. */
+/* Stores at most `most` elements of the tree in `all`, level by level, and returns their number. */
 static long collect(TarnHandle root, TarnHandle *all, long most) {
   long count = 0;
   all[count++] = root;

@@ -54,7 +54,7 @@ void setList(Player &play) {
   const uint32_t index = play.input.below(4);
   const uint32_t magic = play.magicFor(handle);
   if (list && *list) {
-    // Convention 9, (d): any object can be parked, the other slots are for lists; then (b), (a).
+    // Convention 9 (d): index 2 accepts any object, 0 and 1 only lists. Then (b) and (a).
     if (!play.canBeGiven(list, handle)) return;
     if (index < 2 && !TARNGenericList_IsA(list)) return;
     if (index == 0 && CGIgs_getMagic(handle) == TARN_RESPONSE_HEADER_MAGIC) return;
@@ -88,7 +88,7 @@ void setStruct(Player &play) {
   const bool isCopied = matches && isGood && childMagic != 0;
   const TarnHandle copy = CGIgs_getStruct(handle, index, 0);
   EXPECT(!isCopied || (copy && copy != *child));
-  // Of itself a node takes a copy that has nothing in the slot yet.
+  // If a node is stored in itself, the same slot of the copy is still empty.
   TarnHandle inside = copy;
   EXPECT(!isCopied || *handle != *child || CGIgs_getStruct(&inside, index, 0) == 0);
 }
@@ -107,7 +107,7 @@ void setSlots(Player &play) {
   EXPECT(CGIgs_setNString(handle, index + 1, bytes.data(), bytes.size(), magic) ==
          (matches && index < 7 ? TARN_OK : bad));
   EXPECT(CGIgs_setDouble(handle, index, 0.5, magic) == (matches && index == 0 ? TARN_OK : bad));
-  // Convention 9, (c).
+  // Convention 9 (c).
   const bool isBytes = CGIgs_IsA(handle, TARN_BYTE_BUFFER_MAGIC);
   if (!isBytes || index != TARN_BYTE_BUFFER_LENGTH) {
     EXPECT(CGIgs_setInt(handle, index, 77, magic) == (matches && index < 3 ? TARN_OK : bad));
@@ -151,7 +151,7 @@ void cloneList(Player &play) {
   EXPECT(!isFree || !*destination || sameWords(*source, *destination));
 }
 
-// Zeros, which any list may hold; numbers for one that is a variable's (9a).
+// Fills any list with zeros, but only a list that a variable owns with numbers: convention 9 (a).
 void initList(Player &play) {
   TarnHandle *handle = play.anyOf(TARN_GENERIC_LIST_MAGIC);
   const uint32_t count = play.input.byte();
@@ -167,7 +167,7 @@ void initList(Player &play) {
   EXPECT(TARNGenericList_getByIndex(handle, 0) == (count == 0 || capacity == 0 || zeros ? 0 : 5));
 }
 
-// A hole, or an object that is a variable's and belongs to the list from then on (9a, 9e).
+// Adds a hole, or moves an object from a variable to the list: convention 9 (a) and (e).
 void addWord(Player &play) {
   TarnHandle *handle = play.anyOf(TARN_GENERIC_LIST_MAGIC);
   TarnHandle *given = play.variable();

@@ -10,7 +10,8 @@ const ListType &listType(Player &play) {
   return *kListTypes[play.input.below(std::size(kListTypes))];
 }
 
-// Objects in a list that are not of its elements' type: they go into no copy and stay when it goes.
+// Returns the objects in a list that are not of its element type. They are not copied with the
+// list, and they survive when it is cleared or deleted.
 std::vector<TarnHandle> foreignIn(const ListType &type, TarnHandle *list) {
   std::vector<TarnHandle> foreign;
   for (uint32_t i = 0; i < static_cast<uint32_t>(type.count(list)); ++i) {

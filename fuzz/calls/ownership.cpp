@@ -117,7 +117,7 @@ void Variables::settle() {
 
 }  // namespace tarn_fuzz
 
-// The linker leads every call of free() here.
+// The linker redirects every call of free() here.
 extern "C" void __real_free(void *block);
 
 extern "C" void __wrap_free(void *block) {

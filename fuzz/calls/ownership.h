@@ -1,5 +1,5 @@
-// Who owns what among the objects behind a set of handle variables, read from the objects through
-// the interface: what a script that keeps to its part of the bargain has to know.
+// Works out who owns what among the objects behind a set of handle variables, using only the
+// interface. A script that follows convention 9 has to know the same.
 #ifndef TARN_FUZZ_CALLS_OWNERSHIP_H
 #define TARN_FUZZ_CALLS_OWNERSHIP_H
 
@@ -13,15 +13,15 @@
 
 namespace tarn_fuzz {
 
-// Smaller words in a generic list are numbers, others are addresses.
+// Words in a generic list that are smaller than this are numbers; others are addresses.
 constexpr uintptr_t kNumbers = 4096;
 
 struct Element {
-  uint32_t named;  // by so many words of lists
-  bool isLine;     // a text of a response header, no object
+  uint32_t named;  // how many list words name it
+  bool isLine;     // a line of a response header, not an object
 };
 
-// All that is reached from somewhere.
+// Everything that can be reached from some object.
 struct Reach {
   std::set<TarnHandle> objects;
   std::map<TarnHandle, Element> elements;
@@ -32,12 +32,12 @@ struct Reach {
 void addReach(TarnHandle object, Reach &reach);
 Reach reachOf(TarnHandle object);
 
-// A type whose generic list 0 holds objects.
+// Whether objects of this type keep other objects in generic list 0.
 bool isListType(uint32_t magic);
-// Whether all words of a generic list are addresses of objects, or 0.
+// Whether every word of a generic list is 0 or the address of an object.
 bool holdsObjects(TarnHandle list);
 
-// Deletes an object and what it owns, elements aside.
+// Deletes an object and what it owns, except list elements.
 void deleteObject(TarnHandle object);
 
 // The handle variables.
@@ -48,20 +48,20 @@ class Variables {
   ~Variables();
 
   TarnHandle &operator[](uint32_t index) { return handles_[index]; }
-  // One that holds nothing; null when all are taken.
+  // Returns an empty variable, or null if all are in use.
   TarnHandle *unused();
   bool isOne(const TarnHandle *handle) const;
 
-  // What the last settle() saw.
+  // What was reachable at the last settle().
   const Reach &reach() const { return reach_; }
-  // Whether an object's elements may be deleted with it: no other list names them.
+  // Whether an object's elements may be deleted with it because no other list names them.
   bool ownsElements(TarnHandle object) const;
 
-  // This element has to be freed before settle().
+  // Expects this element to be freed before settle().
   void expectFreed(TarnHandle element) { doomed_.push_back(element); }
 
-  // To be called around whatever may change an object. Elements that no list names any more and
-  // nobody deleted are deleted: they are the script's, and it is done with them.
+  // Call these around anything that may change an object. settle() deletes elements that are in no
+  // list any more and were not deleted: the script owns them and no longer uses them.
   void watch();
   void settle();
 

@@ -27,7 +27,7 @@ constexpr uint32_t kMagics[] = {TARN_GENERIC_LIST_MAGIC,
                                 7};
 
 bool copiesAreSame(TarnHandle child, uint32_t magic, TarnHandle copy) {
-  // What is parked among the children is not copied.
+  // An object parked in a struct slot is not copied.
   return magic && isNode(&child, magic) ? copy && sameNodes(child, copy) : copy == 0;
 }
 
@@ -79,8 +79,8 @@ const ListType kElementLists = {TARN_ELEMENT_LIST_MAGIC,
                                 HTMLElementList_delete,
                                 HTMLElementList_clone};
 
-// A generic list or a string is a node only if CGIgs_new() made it: then it is an index out of range
-// that is refused, and not the type.
+// A generic list or a string is a node only if CGIgs_new() made it. A node passes the type test, so
+// that the index out of range is what gets refused.
 bool isNode(TarnHandle *handle, uint32_t magic) {
   const bool isRecord = TARNGenericList_IsA(handle) || TARNString_IsA(handle);
   return CGIgs_IsA(handle, magic) &&
@@ -162,7 +162,7 @@ TarnHandle *Player::any() {
   if (kind < 128) return &variables[kind % Variables::kCount];
   TarnHandle owner = 0;
   if (kind < 250) owner = variables[kind % Variables::kCount];
-  // Each turn goes a level down.
+  // Each turn goes one level down.
   for (uint32_t turns = kind / 8 % 4 + 1; turns > 0 && owner; --turns) owner = lentBy(owner);
   return kind == UINT8_MAX ? nullptr : &lent_.emplace_back(owner);
 }
@@ -171,7 +171,7 @@ TarnHandle Player::lentBy(TarnHandle owner) {
   const uint32_t slot = input.below(8);
   if (slot < 3) return CGIgs_getStruct(&owner, slot, 0);
   const uint32_t index = slot == 3 || slot == 5 ? 1 : 0;
-  // A response header's lines are texts and no objects: convention 9, (b).
+  // A response header's lines are texts, not objects: convention 9 (b).
   if (index == 0 && CGIgs_getMagic(&owner) == TARN_RESPONSE_HEADER_MAGIC) return 0;
   TarnHandle list = TARNGenericList_IsA(&owner) ? owner : CGIgs_getList(&owner, index, 0);
   if (slot < 5) return list;

@@ -1,4 +1,4 @@
-// What a call of the `calls` target takes its arguments from.
+// Chooses the arguments of each call in the `calls` target.
 #ifndef TARN_FUZZ_CALLS_PLAYER_H
 #define TARN_FUZZ_CALLS_PLAYER_H
 
@@ -13,10 +13,10 @@ namespace tarn_fuzz {
 bool isNode(TarnHandle *handle, uint32_t magic);
 bool sameText(const char *a, const char *b);
 bool sameWords(TarnHandle a, TarnHandle b);
-// A node and what CGIgs_clone() makes of it.
+// Whether `b` is what CGIgs_clone() makes of node `a`.
 bool sameNodes(TarnHandle a, TarnHandle b);
 
-// The types that hold copies of elements in order.
+// A type that holds copies of elements, in order.
 struct ListType {
   uint32_t magic;
   uint32_t element;
@@ -38,12 +38,12 @@ extern const ListType kElementLists;
 inline const ListType *const kListTypes[] = {&kEntryLists, &kFileLists, &kCookieLists,
                                              &kAttributeLists, &kElementLists};
 
-// A list and its copy, whose elements are copies too.
+// Whether `b` is a copy of list `a`, with copies of its elements.
 bool sameLists(const ListType &type, TarnHandle a, TarnHandle b);
-// An HTML element and its copy, which has its texts, its number and its tree.
+// Whether `b` is a copy of HTML element `a`, with the same texts, number and subtree.
 bool sameElements(TarnHandle a, TarnHandle b);
 
-// The input chooses the arguments.
+// Takes arguments from the input.
 class Player {
  public:
   explicit Player(Input &bytes) : input(bytes) {}
@@ -52,35 +52,35 @@ class Player {
   Variables variables;
 
   uint32_t magic();
-  // The tag of what the handle names, mostly.
+  // Usually the tag of the handle's object, sometimes another.
   uint32_t magicFor(TarnHandle *handle);
 
   // One of the handle variables, or null.
   TarnHandle *variable();
-  // Any handle: a variable, null, an empty one, a lent one.
+  // Any handle: a variable, null, an empty handle or a borrowed one.
   TarnHandle *any();
-  // The same, but mostly of this type; one is made when there is none.
+  // The same, but usually of this type; creates an object if there is none.
   TarnHandle *variableOf(uint32_t magic);
   TarnHandle *anyOf(uint32_t magic);
 
-  // A text of the input's, one that an object lends, or null.
+  // A text from the input, one borrowed from an object, or null.
   const char *text();
   const Block &bytes() { return blocks_.emplace_back(input.piece()); }
 
-  // Whether elements may be released with what the handle names: convention 9, (e).
+  // Whether the elements may be released with the handle's object: convention 9 (e).
   bool ownsElements(TarnHandle *handle) const;
-  // The elements of a list, and of what an object holds, have to go with the next call, as far as
-  // they are of the right type.
+  // Expects the next call to free the elements of a list, or of everything an object holds, if they
+  // have the right type.
   void expectElementsFreed(const ListType &type, TarnHandle list);
   void expectElementsFreed(TarnHandle object);
-  // An object that is given away for good must be a variable's, and not hold what it goes into:
-  // convention 9, (d).
+  // An object can be given away only if a variable owns it and it does not contain its new owner:
+  // convention 9 (d).
   bool canBeGiven(TarnHandle *given, TarnHandle *target) const;
-  // A copy with lists names the same elements: in one of them it would hold itself, convention 9,
-  // (e).
+  // A copy shares the elements of its lists. Stored inside one of them, it would contain itself:
+  // convention 9 (e).
   static bool canBeCopiedInto(TarnHandle *child, TarnHandle *target);
 
-  // Drops what the arguments of one call lived in.
+  // Releases the arguments of the last call.
   void endCall();
 
  private:

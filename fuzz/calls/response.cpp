@@ -108,7 +108,7 @@ void changeResponse(Player &play) {
 
 void changePartHeader(Player &play) {
   TarnHandle *handle = play.anyOf(TARN_MULTIPART_HEADER_MAGIC);
-  // Each in a line of its own: compilers differ in the order of arguments.
+  // Read in separate statements: compilers differ in the order in which they evaluate arguments.
   const char *disposition = play.text();
   const char *name = play.text();
   const char *fileName = play.text();

@@ -1,15 +1,15 @@
-# What the shared library exports: every declaration in include/tarn.h that begins with TARN_API. It
-# belongs to version TARN_1.0, or to the one in the comment after it:
+# The shared library exports every declaration in include/tarn.h that begins with TARN_API. Its
+# version is TARN_1.0 unless a comment after it names another:
 #
 #   TARN_API uint32_t Tarn_isComplete(TarnHandle *handle); /* since TARN_1.1 */
 #
 # Sets TARN_EXPORTS to the names, and writes the version script for the linker,
-# TARN_VERSION_SCRIPT. Both follow a change of the header.
+# TARN_VERSION_SCRIPT. Both are updated when the header changes.
 set(TARN_VERSION_SCRIPT ${PROJECT_BINARY_DIR}/tarn.map)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
                                        ${PROJECT_SOURCE_DIR}/include/tarn.h)
 
-# CMake would split the text at its semicolons.
+# Replace the semicolons, at which CMake would split the text.
 string(ASCII 1 end)
 file(READ ${PROJECT_SOURCE_DIR}/include/tarn.h header)
 string(REPLACE ";" "${end}" header "${header}")
@@ -20,7 +20,7 @@ set(TARN_EXPORTS "")
 set(versions "")
 foreach(declaration IN LISTS declarations)
   if(NOT declaration MATCHES "[ *]([A-Za-z0-9_]+)[(${end}]")
-    message(FATAL_ERROR "include/tarn.h: no name in ${declaration}")
+    message(FATAL_ERROR "include/tarn.h: no name found in: ${declaration}")
   endif()
   set(name ${CMAKE_MATCH_1})
   set(version TARN_1.0)
@@ -32,10 +32,10 @@ foreach(declaration IN LISTS declarations)
   string(APPEND names_in_${version} "    ${name};\n")
 endforeach()
 if(NOT TARN_EXPORTS)
-  message(FATAL_ERROR "include/tarn.h declares nothing with TARN_API")
+  message(FATAL_ERROR "include/tarn.h has no TARN_API declarations")
 endif()
 
-# Each version builds on the one before it; what no version names stays inside the library.
+# Each version inherits from the previous one. Symbols that are in no version are hidden.
 list(REMOVE_DUPLICATES versions)
 list(SORT versions COMPARE NATURAL)
 set(script "")

@@ -1,6 +1,5 @@
-/* Every source file of the library and of the examples begins with this, as if it included it. It
-   stands here and not in a compiler's option because glibc warns of _FORTIFY_SOURCE without
-   optimisation: only the compiler knows which flags it got in the end. */
+/* Included before every source file of the library and the examples. -D_FORTIFY_SOURCE would not
+   do: glibc warns about it without optimisation, and only the compiler knows if it optimises. */
 #if defined __OPTIMIZE__
 #undef _FORTIFY_SOURCE
 #if defined __clang__ || __GNUC__ >= 12

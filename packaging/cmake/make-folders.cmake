@@ -1,5 +1,5 @@
-# The first step of the installation: makes the folders that it needs, for everybody to read whatever
-# root's umask is, and notes which were not there.
+# First step of the installation: creates the folders it needs, readable by everyone regardless of
+# root's umask, and records which ones it created.
 set(TARN_MADE "")
 foreach(folder IN LISTS TARN_FOLDERS)
   cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")

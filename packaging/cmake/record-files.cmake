@@ -1,5 +1,6 @@
-# The last step of the installation: adds what it made, folders with a "/" at their end, to the list
-# that uninstall.cmake reads. Installing a component, which is how the tests install, adds nothing.
+# Last step of the installation: adds the files and folders it created to the list that
+# uninstall.cmake reads. Folders end with "/". Installing a single component, as the tests do, adds
+# nothing.
 if(CMAKE_INSTALL_COMPONENT)
   return()
 endif()

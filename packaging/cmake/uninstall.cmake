@@ -1,7 +1,7 @@
-# Removes what was installed from this build folder, wherever to, and the folders that were made for
-# it unless something else lies in them by now.
+# Removes everything that was installed from this build folder, under any prefix, and the folders
+# that were created for it unless they now contain something else.
 if(NOT EXISTS "${TARN_INSTALLED}")
-  message("Nothing that was installed from this build folder is left.")
+  message("Nothing to remove: nothing is installed from this build folder.")
   return()
 endif()
 file(STRINGS "${TARN_INSTALLED}" made)
@@ -21,7 +21,7 @@ if(left)
 endif()
 
 list(FILTER made INCLUDE REGEX "/$")
-list(SORT made ORDER DESCENDING) # what is inside comes first
+list(SORT made ORDER DESCENDING) # inner folders first
 foreach(folder IN LISTS made)
   execute_process(COMMAND rmdir "${folder}" ERROR_QUIET)
 endforeach()
