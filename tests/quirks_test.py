@@ -113,7 +113,7 @@ class Checks(unittest.TestCase):
         self.assertRegex(" ".join(self.faults("- `A.C`\n", "- `A.D`\n")), r"existing test: A\.D")
         self.assertRegex(" ".join(self.faults("- `A.B`\n- `A.C`\n", "")), "quirk 2 names no test")
 
-    def test_refuses_a_reference_to_no_quirk(self) -> None:
+    def test_refuses_a_reference_to_an_unknown_quirk(self) -> None:
         self.assertRegex(" ".join(self.faults("[quirk 1]", "[quirk 3]")), "refers to quirk 3")
         self.assertRegex(" ".join(self.faults("(#quirk-1)", "(#quirk-3)")), "refers to quirk 3")
 

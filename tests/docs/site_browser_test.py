@@ -168,14 +168,14 @@ class Site(unittest.TestCase):
             "  item.textContent])"
         )
 
-    def test_search_leads_to_the_right_page_among_the_first_three(self):
+    def test_search_lists_the_right_page_in_the_top_three(self):
         for size in DESK, PHONE:
             self.look_from(size)
             for query, page in SEARCHES.items():
                 found = [name for name, _ in self.found(query)]
                 self.assertIn(page, found[:3], f"{query}: {found[:5]}")
 
-    def test_search_says_of_each_page_what_it_is_about_and_lists_it_once(self):
+    def test_search_summarises_each_page_and_lists_it_once(self):
         self.look_from(DESK)
         found = self.found("cookie")
         self.assertGreater(len(found), 10)
@@ -183,7 +183,7 @@ class Site(unittest.TestCase):
         for page, text in found[:10]:
             self.assertGreater(len(text), 40, page)
 
-    def test_search_finds_nothing_for_what_is_not_there(self):
+    def test_search_for_unknown_text_finds_nothing(self):
         self.look_from(DESK)
         self.assertEqual(self.found("zebrafish"), [])
 
@@ -223,7 +223,7 @@ class Site(unittest.TestCase):
         for count in identifiers.values():
             self.assertGreater(count, 10000)
 
-    def test_text_has_contrast_in_light_and_in_dark(self):
+    def test_text_has_enough_contrast_in_light_and_dark(self):
         for scheme in "light", "dark":
             for size in DESK, PHONE:
                 self.look_from(size, scheme)
@@ -234,7 +234,7 @@ class Site(unittest.TestCase):
                     self.assertGreater(seen["count"], 20, page)
                     self.assertEqual(seen["faint"], [], f"{page} in {scheme}")
 
-    def test_a_reader_chooses_light_or_dark(self):
+    def test_reader_can_choose_light_or_dark(self):
         self.look_from(DESK, "light")
         self.open("index.html")
         button = self.browser.find_element(By.CSS_SELECTOR, ".content .theme-toggle")
@@ -255,7 +255,7 @@ class Site(unittest.TestCase):
             cpp.click()
             self.assertTrue(code.is_displayed())
 
-    def test_asks_no_other_host_and_has_no_errors(self):
+    def test_loads_without_errors_or_other_hosts(self):
         self.look_from(DESK)
         self.browser.get_log("performance"), self.browser.get_log("browser")
         for page in KINDS:
@@ -272,7 +272,7 @@ class Site(unittest.TestCase):
         self.assertEqual([url for url in asked if not url.startswith(f"file://{TREE}/")], [])
         self.assertEqual(self.browser.get_log("browser"), [])
 
-    def test_the_cheat_sheet_is_one_sheet_of_paper(self):
+    def test_cheat_sheet_prints_on_one_sheet(self):
         self.look_from(DESK)
         self.open("c/cheat-sheet.html")
         paper = {"paperWidth": 210 / 25.4, "paperHeight": 297 / 25.4}

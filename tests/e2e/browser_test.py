@@ -243,7 +243,7 @@ class Guestbook(BrowserCase):
             self.find("[name=remember]").click()
         self.send()
 
-    def test_shows_what_was_written_in_any_script(self):
+    def test_shows_messages_in_any_writing_system(self):
         lines = "\n".join(SCRIPTS.split(", "))
         self.write(SCRIPTS, lines, remember=True)
         self.assertEqual([SCRIPTS], self.texts("article h2"))
@@ -252,19 +252,19 @@ class Guestbook(BrowserCase):
         self.assertTrue(self.find("[name=remember]").is_selected())
         self.picture("guestbook")
 
-    def test_forgets_a_name_without_the_tick(self):
+    def test_forgets_the_name_when_the_box_is_not_ticked(self):
         self.write("Zoë", "Hello", remember=False)
         self.assertEqual("", self.value("name"))
         self.assertFalse(self.find("[name=remember]").is_selected())
 
-    def test_writes_each_script_in_its_direction(self):
+    def test_shows_each_writing_system_in_its_direction(self):
         self.write("Zoë", "مرحبا بالعالم", remember=False)
         directions = [
             element.value_of_css_property("direction") for element in self.find_all("article *")
         ]
         self.assertEqual(["ltr", "rtl"], directions)
 
-    def test_runs_nothing_that_a_guest_wrote(self):
+    def test_does_not_run_code_in_messages(self):
         self.write(HOSTILE[:120], HOSTILE, remember=True)
         self.visit("guestbook")
         self.assertEqual([HOSTILE[:120]], self.texts("article h2"))
@@ -304,7 +304,7 @@ class Upload(BrowserCase):
     def files(self):
         return self.file(NAME, b"Some text, 16 B."), self.file("every.bin", EVERY)
 
-    def test_shows_files_and_how_far_they_have_gone_up(self):
+    def test_shows_files_and_upload_progress(self):
         self.upload(*self.files())
         self.assert_shown()
         bar = self.find("progress")
@@ -315,13 +315,13 @@ class Upload(BrowserCase):
         self.upload(self.file("a.txt", b"more"))
         self.assertEqual(3, len(self.find_all("td a")))
 
-    def test_works_without_scripts(self):
+    def test_works_without_javascript(self):
         self.allow_scripts(False)
         self.upload(*self.files())
         self.assert_shown()
         self.assertFalse(self.find("progress").is_displayed())
 
-    def test_gives_a_file_back_as_a_download(self):
+    def test_serves_a_file_as_a_download(self):
         self.upload(self.file("page.html", HOSTILE.encode()))
         self.find("td a").click()
         path = os.path.join(self.home, "downloads", "page.html")
@@ -329,19 +329,19 @@ class Upload(BrowserCase):
         self.assertEqual(HOSTILE.encode(), read(path))
         self.assertEqual("Upload", self.browser.title)
 
-    def test_says_how_much_of_a_file_is_kept(self):
+    def test_shows_how_much_of_a_file_was_kept(self):
         self.browser.save_screenshot(picture := os.path.join(self.home, "picture.png"))
         self.upload(picture)
         self.assertTrue(self.texts("p")[0].startswith(CUT))
         self.assertEqual(["picture.png: saved as picture.png, 4 bytes"], self.texts("#answer li"))
 
-    def test_runs_nothing_that_a_name_holds(self):
+    def test_does_not_run_code_in_file_names(self):
         name = "<img src=x onerror=alert(1)>'&quot;\".png"
         self.upload(self.file(name, b"1"))
         self.assertEqual([], self.find_all("img"))
         self.assertIn("<img src=x onerror=alert(1)>'&quot;\".png: saved", self.texts("li")[0])
 
-    def test_tells_that_the_server_is_gone(self):
+    def test_reports_that_the_server_is_gone(self):
         self.visit("upload")
         self.find("[name=file]").send_keys(self.file("a.txt", b"1"))
         self.browser.execute_cdp_cmd("Network.enable", {})
@@ -355,7 +355,7 @@ class Upload(BrowserCase):
 
 
 class Contact(BrowserCase):
-    def test_remarks_stand_beside_the_fields_and_go(self):
+    def test_errors_appear_beside_fields_and_disappear(self):
         self.visit("contact")
         self.type("name", SCRIPTS)
         self.type("email", "nobody")
@@ -378,7 +378,7 @@ class Contact(BrowserCase):
         self.assertEqual([], self.find_all("[aria-invalid]"))
         self.assertEqual(1, read(self.server.path("data/contact")).count(b"\n"))
 
-    def test_runs_nothing_that_was_typed(self):
+    def test_does_not_run_code_in_fields(self):
         self.visit("contact")
         self.type("name", HOSTILE[:100])
         self.type("message", HOSTILE)
@@ -398,7 +398,7 @@ class Poll(BrowserCase):
         self.find(f"[value={choice}]").click()
         self.send()
 
-    def test_draws_the_votes_of_visitors_who_each_have_one(self):
+    def test_chart_shows_one_vote_per_visitor(self):
         for choice in ("tea", "tea", "coffee"):
             self.browser.delete_all_cookies()
             self.vote(choice)
@@ -588,7 +588,7 @@ class Readme(BrowserCase):
         cls.PROGRAMS = {"welcome": f"{folder}/welcome"}
         assert len(script.splitlines()) <= 20, "long for a README"
 
-    def test_greets_whoever_it_may_be_and_knows_them_again(self):
+    def test_greets_any_name_and_remembers_it(self):
         self.visit("welcome")
         self.assertEqual(["Hello, stranger!"], self.texts("p"))
         for name in (SCRIPTS, HOSTILE):
@@ -635,7 +635,7 @@ class ProtectedCookie(BrowserCase):
             "form-echo": EXAMPLES["form-echo"],
         }
 
-    def test_is_found_by_its_literal_name_alone(self):
+    def test_found_only_by_its_literal_name(self):
         self.visit("form-echo")
         self.browser.execute_script("document.cookie = '__Host-session=refused; path=/'")
         self.browser.execute_script("document.cookie = '__%48ost-session=forged; path=/'")

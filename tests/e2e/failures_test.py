@@ -130,7 +130,7 @@ class Forms(FailureCase):
                     self.write(before)
             self.assertLessEqual({303, 400, 500}, set(seen), lines.name)
 
-    def test_may_have_been_kept_when_the_disk_fails_to_undo_it_too(self):
+    def test_page_is_unsure_when_undoing_fails_too(self):
         inject = ("-e", "inject=fsync:error=EIO", "-e", "inject=ftruncate:error=EIO:when=2")
         strace = ("strace", "-o", "/dev/null", "-e", "trace=fsync,ftruncate", *inject)
         for lines in self.LINES:
@@ -144,7 +144,7 @@ class Forms(FailureCase):
             self.same(lines.line(2), read(self.data), lines.name)
             self.write(b"")
 
-    def test_are_shown_to_the_last_or_not_at_all(self):
+    def test_page_shows_all_entries_or_an_error(self):
         shown = {"guestbook": "<article>", "poll": "Tea 3,"}
         get = {"REQUEST_METHOD": "GET"}
         for lines in self.LINES:
@@ -172,7 +172,7 @@ class FormsInCpp(Forms):
 
 
 class Counts(FailureCase):
-    def test_are_kept_when_told_and_not_when_refused(self):
+    def test_count_is_kept_when_shown_and_not_when_refused(self):
         variables = {"REQUEST_METHOD": "GET", "TARN_COUNTER_FILE": self.data}
         seen = []
         for before in (0, 5):

@@ -125,7 +125,7 @@ class ServerCase(StoreCase):
         self.send(f"/{lines.name}", URL_ENCODED, form, status, "-b", cookie)
 
 
-class ClientsThatBreakOff(ServerCase):
+class ClientsThatDisconnect(ServerCase):
     def break_off(self, target, kind, body, length, way):
         head = f"POST /cgi-bin{target} HTTP/1.1\r\nHost: localhost\r\nContent-Type: {kind}\r\n"
         head += f"Cookie: visitor={99:032x}\r\nContent-Length: {len(body)}\r\n\r\n"
@@ -142,7 +142,7 @@ class ClientsThatBreakOff(ServerCase):
                     pass
                 self.assertNotRegex(answer, rb"HTTP/1\.1 [23]")
 
-    def test_anywhere_in_the_body_leave_nothing_and_the_server_goes_on(self):
+    def test_disconnecting_within_the_body_stores_nothing(self):
         uploads = self.server.make_folder("data/uploads")
         chance = random.Random(7)
         files = multipart(("a.bin", BIG[:200000]), ("b.bin", BIG[:200000]))
@@ -166,7 +166,7 @@ class ClientsThatBreakOff(ServerCase):
         self.assertEqual("", self.server.log())
 
 
-class ClientsThatBreakOffAtStreams(ClientsThatBreakOff):
+class ClientsThatDisconnectAtStreams(ClientsThatDisconnect):
     """The same where the script starts before the body is there."""
 
     OPTIONS = "server.stream-request-body = 2"
@@ -188,7 +188,7 @@ class FullDisk(ServerCase):
         self.assertEqual(status, self.server.curl("/counter").status)
         return read(self.server.path("data/count"))
 
-    def test_takes_nothing_from_what_is_there_and_is_told(self):
+    def test_full_disk_is_reported_and_stored_data_stays(self):
         self.upload("a.bin", BIG[:300000])
         self.assertEqual(b"1\n", self.count(200))
         for lines in self.LINES:
@@ -240,7 +240,7 @@ class ScriptCase(StoreCase):
 
 
 class BodiesThatEndEarly(ScriptCase):
-    def test_are_no_entries_wherever_they_end(self):
+    def test_truncated_form_stores_no_entry(self):
         book, contact, poll = self.LINES
         for lines, body, line in (
             (book, b"name=a&message=hello+there", b"a hello%20there\n"),
@@ -255,7 +255,7 @@ class BodiesThatEndEarly(ScriptCase):
             self.assertEqual(303, answer[0])
             self.assertEqual(line, read(self.stored[lines.setting]))
 
-    def test_are_no_upload_when_half_of_a_thousand_bytes_come(self):
+    def test_truncated_upload_stores_no_file(self):
         data = BIG[: 1000 - len(multipart(("a.bin", b"")))]
         body = multipart(("a.bin", data))
         self.assertEqual(1000, len(body))
@@ -267,7 +267,7 @@ class BodiesThatEndEarly(ScriptCase):
 
 
 class FullFile(ScriptCase):
-    def test_takes_no_beginning_of_a_line(self):
+    def test_partial_line_is_not_kept(self):
         for lines in self.LINES:
             self.write(lines, 1)
             self.write(lines, 2, status=500, largest_file=len(lines.line(1)) + 10)
@@ -315,7 +315,7 @@ class Streams(ScriptCase):
         (status,) = {run.returncode for run in runs}
         return status
 
-    def test_without_a_reader_end_the_script_after_it_has_stored(self):
+    def test_broken_output_ends_the_script_after_storing(self):
         reader, writer = os.pipe()
         os.close(reader)
         with os.fdopen(writer) as gone, open("/dev/full", "wb") as full:
@@ -332,12 +332,12 @@ class Streams(ScriptCase):
                 run = self.run_script(FORM_ECHO, URL_ENCODED, page, **how)
                 self.assertEqual((status, b""), (run.returncode, run.stderr), how)
 
-    def test_that_are_closed_for_the_answer_or_the_log_do_not_hinder_storing(self):
+    def test_closed_output_or_log_does_not_prevent_storing(self):
         self.assertEqual(1, self.store(1, closed=[1]))
         self.assertEqual(0, self.store(2, closed=[2], stdout=subprocess.DEVNULL))
         self.assertEqual(1, self.store(3, closed=[1, 2]))
 
-    def test_that_are_closed_for_the_body_bring_none(self):
+    def test_closed_input_is_refused_as_a_missing_body(self):
         for closed in ([0], [0, 2]):
             for path, kind, body in (
                 (UPLOAD, MULTIPART, multipart(("a.bin", b"1"))),
@@ -392,7 +392,7 @@ class Termination(ScriptCase):
 
 
 class TerminationOfFiles(Termination):
-    def test_at_any_moment_leaves_files_whole_or_not_there(self):
+    def test_termination_leaves_no_partial_file(self):
         whole = BIG[:200000]
         body = multipart(("a.bin", whole), ("b.bin", whole))
         done = self.run_rounds(lambda _: (UPLOAD, MULTIPART, body))
@@ -401,7 +401,7 @@ class TerminationOfFiles(Termination):
         for name, data in final.items():
             self.assertTrue(data == whole, f"{name} has {len(data)} bytes")
 
-    def test_at_any_moment_leaves_the_count_before_or_after(self):
+    def test_termination_leaves_the_count_before_or_after(self):
         path = self.stored["TARN_COUNTER_FILE"]
         counts = [0]
 
@@ -417,7 +417,7 @@ class TerminationOfFiles(Termination):
 
 
 class TerminationOfLines(Termination):
-    def test_at_any_moment_leaves_lines_whole_or_not_there(self):
+    def test_termination_loses_no_confirmed_line(self):
         def request(number):
             lines = self.LINES[number % len(self.LINES)]
             return lines.script, URL_ENCODED, lines.form(number)
@@ -429,7 +429,7 @@ class TerminationOfLines(Termination):
             expected = {number for number in done if number % len(self.LINES) == place}
             self.assertLessEqual(expected | {self.ROUNDS}, set(self.numbers(lines)))
 
-    def test_in_the_middle_of_a_line_costs_that_line_alone(self):
+    def test_partial_line_costs_only_itself(self):
         get = {"REQUEST_METHOD": "GET"}
         shown = {"guestbook": b"<article>", "poll": b"Tea 1,"}
         for lines in self.LINES:
@@ -451,7 +451,7 @@ class InCpp:
     LINES: tuple[Lines, ...] = LINES_IN_CPP
 
 
-class ClientsThatBreakOffInCpp(InCpp, ClientsThatBreakOff):
+class ClientsThatDisconnectInCpp(InCpp, ClientsThatDisconnect):
     pass
 
 

@@ -92,14 +92,14 @@ class Guestbook(unittest.TestCase):
         self.assertEqual("", page.named("name")["attributes"]["value"])
         self.assertNotIn("checked", page.named("remember")["attributes"])
 
-    def test_text_of_guests_stays_text(self):
+    def test_text_from_guests_is_escaped(self):
         self.write(HOSTILE, HOSTILE, "-d", "remember=on")
         page = self.visit()
         self.assertNotIn("script", page.tags)
         self.assertEqual([(HOSTILE, HOSTILE + HOSTILE)], entries(page))
         self.assertEqual(HOSTILE, page.named("name")["attributes"]["value"])
 
-    def test_cookie_of_a_stranger_stays_text(self):
+    def test_forged_cookie_is_escaped(self):
         answer = self.server.curl("/guestbook", "-b", "a=1; guest=%22%3E%3Cscript%3E; guest=later")
         page = Page(answer.body)
         self.assertEqual('"><script>', page.named("name")["attributes"]["value"])
@@ -121,7 +121,7 @@ class Guestbook(unittest.TestCase):
             self.assertEqual(message.strip(), page.named("message")["text"].strip())
         self.assertEqual([], self.book())
 
-    def test_guests_who_write_at_the_same_time_are_all_kept(self):
+    def test_concurrent_entries_are_all_kept(self):
         def guest(number):
             self.server.curl("/guestbook", "-d", f"name=guest{number}&message={'m' * 4000}")
             return len(Page(self.server.curl("/guestbook").body).texts("article"))
@@ -141,7 +141,7 @@ class GuestbookInCpp(Guestbook):
 
 
 class GuestbooksOfOneFile(unittest.TestCase):
-    def test_show_what_the_other_keeps(self):
+    def test_c_and_cpp_show_each_others_entries(self):
         scripts = {"c": GUESTBOOK, "cpp": GUESTBOOK_CPP}
         with Lighttpd(scripts, {"TARN_GUESTBOOK_FILE": "entries"}) as server:
             expected = []
@@ -168,7 +168,7 @@ class GuestbookAlone(unittest.TestCase):
         variables = {"TARN_GUESTBOOK_FILE": self.path, **variables}
         return script.run(self.SCRIPT, variables, body, **limits)
 
-    def test_disk_that_is_full_leaves_the_book_as_it_was(self):
+    def test_full_disk_leaves_the_book_unchanged(self):
         body = b"name=a&message=" + b"m" * 100
         variables = script.post(URL_ENCODED, body)
         self.assertEqual(303, self.run_script(variables, body)[0])
@@ -183,7 +183,7 @@ class GuestbookAlone(unittest.TestCase):
         with open(self.path, "rb") as file:
             self.assertEqual(before * 2, file.read())
 
-    def test_missing_setting_is_told(self):
+    def test_missing_setting_is_reported(self):
         status, _, page, _ = script.run(self.SCRIPT, {"REQUEST_METHOD": "GET"})
         self.assertEqual(500, status)
         self.assertIn("TARN_GUESTBOOK_FILE", Page(page).texts("p")[0])

@@ -147,7 +147,7 @@ class HAProxy(unittest.TestCase):
         self.assertNotIn(machine, [name for request in others for name in request.answered])
         self.start_machine(machine)
 
-    def test_machine_that_is_taken_away_and_comes_back_loses_no_request(self):
+    def test_removing_and_restoring_a_machine_loses_no_request(self):
         def act():
             self.take_away(MACHINES[0])
             time.sleep(2)
@@ -158,7 +158,7 @@ class HAProxy(unittest.TestCase):
 
         self.assertEqual([], self.with_clients(act))
 
-    def test_machine_that_dies_loses_only_the_posts_it_was_working_on(self):
+    def test_crashed_machine_loses_only_its_unfinished_posts(self):
         killed = []
 
         def act():
