@@ -1,4 +1,4 @@
-"""scripts/skips finds what was skipped, and what ran nothing."""
+"""scripts/skips finds skipped tests, and test programs that ran no test."""
 
 import importlib.machinery
 import importlib.util
@@ -12,7 +12,7 @@ LOADER.exec_module(skips)
 
 
 def log(**outputs):
-    """As CTest writes it."""
+    """A log as CTest writes it."""
     blocks = [
         f"{number}/{len(outputs)} Testing: {name}\n{number}/{len(outputs)} Test: {name}\n"
         f'Command: "program"\nDirectory: /\n"{name}" start time: Nov 22 00:10 UTC\nOutput:\n'

@@ -1,4 +1,4 @@
-"""tests/suites.py sees every failure in what GoogleTest prints, and prints it once."""
+"""tests/suites.py finds every failure in the output of GoogleTest and prints it once."""
 
 import unittest
 from pathlib import Path

@@ -1,4 +1,4 @@
-"""How compilers read the C++ headers, and what scripts that include them need.
+"""What compilers accept in the C++ headers, and what scripts that include them depend on.
 
 In the environment: CC and CXX, compilers with their flags; SOURCE, the repository; LIBRARY, the
 shared library.
@@ -96,7 +96,7 @@ class Header(unittest.TestCase):
             alone = self.folder / f"{header.stem}_alone.cpp"
             alone.write_text(f"#include <{name}>\n#include <{name}>\n", encoding="utf-8")
             for compiler, mode in itertools.product(compilers(), modes):
-                # The umbrella includes the others, so two modes are enough for those.
+                # The umbrella header includes the others, so two modes are enough for them.
                 if header == HEADER or mode in (modes[0], modes[-1]):
                     flags = [*mode, *WARNINGS, f"-I{INCLUDE}", "-fsyntax-only"]
                     commands.append([*compiler, *flags, alone])
@@ -193,7 +193,7 @@ class Header(unittest.TestCase):
                 compiled = self.folder / "script.o"
                 flags = ["-std=c++17", *WARNINGS, "-fno-exceptions", *level]
                 self.succeeds(*CXX, *flags, f"-I{INCLUDE}", "-c", SCRIPT, "-o", compiled)
-                # Names of C++ begin with _Z, and those of exceptions with __cxa, __gxx or _Unw.
+                # C++ symbols begin with _Z, those of exceptions with __cxa, __gxx or _Unw.
                 undefined = self.succeeds("nm", "-u", compiled).split()
                 self.assertIn("Tarn_new", undefined)
                 self.assertEqual([], [n for n in undefined if re.match("_Z|__cxa|__gxx|_Unw", n)])
@@ -204,11 +204,11 @@ class Header(unittest.TestCase):
                 self.assertEqual(["libtarn.so.1", "libc.so.6"], needed)
 
     def complaint(self, snippet):
-        """Why the refused part does not count as refused; None if it does."""
+        """Says why the refused part does not count as refused; None if it does."""
         name = snippet["name"]
         source = self.folder / f"{hash(name)}.cpp"
         source.write_text("#include <tarn.hpp>\n" + function(snippet, "refused"), encoding="utf-8")
-        # The folder has the precompiled header, so it comes first.
+        # This folder comes first because it has the precompiled header.
         flags = ["-std=c++17", *WARNINGS, f"-I{self.folder}", f"-I{INCLUDE}", "-fsyntax-only"]
         done = run(*CXX, *flags, source)
         if done.returncode == 0:

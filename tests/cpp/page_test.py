@@ -1,4 +1,4 @@
-"""Hostile texts in a page, read back by html5lib: each stays in its place and adds nothing."""
+"""Puts hostile text into a page and parses it with html5lib: it stays in place and adds nothing."""
 
 import json
 import os

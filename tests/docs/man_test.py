@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The manual pages say what the header says, of every function, and man finds them."""
+"""The manual pages document every function as the header does, and man finds them."""
 
 import collections
 import ctypes
@@ -40,7 +40,7 @@ def run(*command, **options):
 
 
 def rendered(name):
-    """The page as a terminal of 80 columns shows it, without bold face and underlining."""
+    """The page as shown on a terminal of 80 columns, without bold and underlined text."""
     shown = run(os.environ["MANDOC"], "-Tascii", "-Owidth=80", SECTION / f"{name}.3", check=True)
     return re.sub(".\b", "", shown.stdout)
 
@@ -50,7 +50,7 @@ def part(page, heading):
 
 
 def page_of(name):
-    """The name of the page that a file of this name leads to."""
+    """The name of the page that a file of this name links to."""
     link = re.fullmatch(r"\.so man3/(.*)\.3\n", FILES[name])
     return link[1] if link else name
 
@@ -67,7 +67,7 @@ SHOWN = {name: rendered(name) for name in PAGES}
 
 
 class Prototypes(unittest.TestCase):
-    """The SYNOPSIS of a page is taken as it is printed: it is C."""
+    """The SYNOPSIS of each page, as printed, is valid C."""
 
     def test_compile_next_to_the_header(self):
         self.assertEqual(part(SHOWN[CPP], "SYNOPSIS").strip(), "#include <tarn.hpp>")
@@ -141,7 +141,7 @@ class Pages(unittest.TestCase):
         self.assertEqual([name for name, count in clashes.items() if count > 1], [])
 
     def test_mandoc_reports_nothing(self):
-        # What is said of other manuals depends on the manuals that are installed here.
+        # Messages about other manuals depend on which ones are installed here.
         for name in PAGES:
             lint = run(os.environ["MANDOC"], "-Tlint", "-Wstyle", SECTION / f"{name}.3").stdout
             self.assertEqual(
@@ -184,7 +184,7 @@ class Pages(unittest.TestCase):
 
 
 class Cpp(unittest.TestCase):
-    """tarn.hpp(3) tells the header for C++ in short."""
+    """tarn.hpp(3) summarises the C++ header."""
 
     def test_names_each_class_and_its_members(self):
         page = part(SHOWN[CPP], "DESCRIPTION")
@@ -210,7 +210,7 @@ class Cpp(unittest.TestCase):
 
 
 class Generator(unittest.TestCase):
-    """What becomes of a header that was changed."""
+    """How the generator handles a modified header."""
 
     def generate(self, header, folder, **environment):
         tree = changed_tree(folder, include={"tarn.h": header})

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""The site in Chromium, from the disk: the search finds what people look for, and every page can be
-read, on a desk and on a phone, in light and in dark.
+"""Opens the site in Chromium from the disk: the search finds what people look for, and every page
+is readable on a desktop and on a phone, in light and dark mode.
 
-Screenshots go into the folder that SCREENSHOTS names.
+Screenshots are saved in the folder named by SCREENSHOTS.
 """
 
 import base64
@@ -50,7 +50,7 @@ SEARCHES = {
     "memory": "guide/memory",
     "install": "guide/first-script",
     "nginx": "guide/deploying",
-    # Whoever knows a name is led to its page.
+    # Searching for a name finds its page.
     "Tarn_getFile": "c/Tarn_getFile",
     "getFile": "c/Tarn_getFile",
     "TARN_ENTRY_VALUE": "c/form-entries",
@@ -58,8 +58,8 @@ SEARCHES = {
     "escape_json": "cpp/functions",
     "tarn-run": "tools/tarn-run",
 }
-# What stands out of the page, and identifiers that go over a line's end. Boxes that scroll by
-# themselves may hold more than is seen.
+# Finds what is wider than the page, and identifiers that are broken across lines. Boxes that scroll
+# may hold more than they show.
 LOOK = """
 const wide = document.scrollingElement.scrollWidth - innerWidth;
 const scrolls = e => {
@@ -91,7 +91,7 @@ while (texts.nextNode()) {
 }
 return {wide, out, broken, identifiers};
 """
-# WCAG asks for a contrast of 4.5, and of 3 for large text.
+# WCAG requires a contrast of 4.5, or 3 for large text.
 FAINT = """
 const channels = colour => colour.match(/[\\d.]+/g).map(Number);
 const light = c => c.slice(0, 3).map(v => (v /= 255) <= 0.03928 ? v / 12.92
@@ -153,7 +153,7 @@ class Site(unittest.TestCase):
         self.browser.get(f"file://{TREE}/{page}")
 
     def found(self, query):
-        """The pages that the search lists, each with what it says of it."""
+        """The pages that the search lists, each with its summary."""
         self.open(f"search.html?{urllib.parse.urlencode({'q': query})}")
         WebDriverWait(self.browser, 60).until(
             lambda browser: browser.find_elements(

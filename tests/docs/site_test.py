@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The site has a page for each function and class, with an example that compiles and runs; it loses
-no word of the headers and the documents, and all its links lead somewhere."""
+"""The site has a page for each function and class, with an example that compiles and runs. It has
+every word of the headers and the documents, and no broken links."""
 
 import functools
 import os
@@ -33,7 +33,7 @@ TASKS = tomllib.loads((SOURCE / "docs/tasks.toml").read_text())
 
 SHARED = tomllib.loads((SOURCE / "docs/cpp.toml").read_text())["shared"].keys()
 
-# What the calls of the tasks are made with.
+# Variables that the code of the tasks uses.
 CALLS = """
 #include <tarn.h>
 void f(TarnHandle request, TarnHandle list, TarnHandle file, TarnHandle other, TarnHandle env,
@@ -54,7 +54,7 @@ def run(*command, **options):
 
 @functools.cache
 def article(name):
-    """The part of a page that is its own."""
+    """The part of a page that other pages do not share."""
     text = re.search(r'<article role="main">.*</article>', PAGES[name], re.DOTALL)[0]
     made = BeautifulSoup(text, "html.parser")
     for link in made.find_all("a", class_="headerlink"):
@@ -81,7 +81,7 @@ def signatures(page):
 
 
 def field(page, name):
-    """What a list of fields has below a name: Parameters, Returns, Return values."""
+    """The content of a field: Parameters, Returns or Return values."""
     for heading in page.select("dl.field-list > dt"):
         if heading.get_text().strip(": ") == name:
             return heading.find_next_sibling("dd")
@@ -89,7 +89,7 @@ def field(page, name):
 
 
 def shows(listing, path):
-    """Tells whether a listing is the end of a file, blanks at the ends of lines apart."""
+    """Tells whether a file ends with a listing, ignoring spaces at the ends of lines."""
     shown, text = (
         "\n".join(map(str.rstrip, text.strip("\n").split("\n")))
         for text in (listing.get_text(), path.read_text())
@@ -102,7 +102,7 @@ def listings(page):
 
 
 class Functions(unittest.TestCase):
-    """The page of a function, and of the one datum."""
+    """The pages of the functions, and of the only variable."""
 
     def each(self):
         self.assertGreater(len(EXPORTS), 200)
@@ -157,7 +157,7 @@ class Functions(unittest.TestCase):
             self.assertTrue(marked)
             for line in marked:
                 self.assertRegex(line, rf"\b{name}\b")
-            # It is one of those that are compiled, run and compared.
+            # The examples in this folder are compiled and run, and their output is compared.
             self.assertTrue(shows(listing, source), name)
             transcript = listing.find_next("pre")
             self.assertTrue(shows(transcript, source.with_suffix(".txt")), name)
@@ -188,12 +188,12 @@ class Functions(unittest.TestCase):
 class Cpp(unittest.TestCase):
     """The pages of tarn.hpp."""
 
-    # As a compiler sees it: without comments, deleted functions, what is private.
+    # As a compiler sees it: without comments, deleted functions and private members.
     CODE = re.sub(r"//[^\n]*|/\*.*?\*/", "", CPP_HEADER, flags=re.DOTALL)
     NAMES = [name for name in PAGES if name.startswith("cpp/")]
 
     def declared(self):
-        """The public functions of each class, by a way of its own."""
+        """The public functions of each class, found independently of the generator."""
         detail = "".join(re.findall(r"(?ms)^namespace (?:\w+::)?detail \{.*?^\}  ", self.CODE))
         found = {}
         for name, body in re.findall(r"(?m)^class (\w+)\b[^;{]*\{(.*?)^\};", self.CODE, re.DOTALL):
@@ -363,7 +363,7 @@ class Pages(unittest.TestCase):
 
 
 class Tasks(unittest.TestCase):
-    """The table of what one wants, and the cheat sheet."""
+    """The table of tasks, and the cheat sheet."""
 
     def test_compile(self):
         calls = [
@@ -392,7 +392,7 @@ class Tasks(unittest.TestCase):
 
 
 class Generator(unittest.TestCase):
-    """What becomes of sources that were changed."""
+    """How the generator handles modified sources."""
 
     WRITE = "import sys, pathlib, sources; sources.write(*map(pathlib.Path, sys.argv[1:]))"
 

@@ -1,5 +1,5 @@
-"""What strangers try on the examples that keep something: forms from other sites, planted links,
-stores filled to the brim, answers that nobody reads, files by the thousand."""
+"""Attacks on the examples that store data: cross-site forms, planted links, full stores, clients
+that do not read their answer, thousands of files."""
 
 import os
 import re
@@ -40,7 +40,7 @@ class AbuseCase(unittest.TestCase):
         return variables | {lines.setting: self.store} | more
 
     def send(self, lines, status, number=2, **more):
-        """Sends a form; gives the page."""
+        """Sends a form; returns the page."""
         answer = script.run(lines.script, self.variables(lines, number, **more), lines.form(number))
         self.assertEqual(status, answer[0], (lines.name, more))
         return answer[2].decode()
@@ -274,7 +274,7 @@ class ThousandsOfFiles(AbuseCase):
         subprocess.run(strace, env=variables, input=body, capture_output=True, check=True)
         self.assertEqual(there + FILES_AT_ONCE, len(kept(self.uploads)))
         calls = read(log).count(b"\n")
-        # The folder is looked through three times, and each file looks for a name.
+        # The folder is read three times, and each file searches for a free name.
         self.assertLess(there, calls)
         self.assertLess(calls, 3 * FOLDER_FILES + FILES_AT_ONCE * 40)
 
@@ -314,7 +314,7 @@ class ManyEntries(AbuseCase):
 
 
 def asleep(pid):
-    """Waits until a process has slept for a while."""
+    """Waits until a process has been asleep for a while."""
     for _ in range(2000):
         states = set()
         for _ in range(20):
@@ -323,11 +323,11 @@ def asleep(pid):
             time.sleep(0.005)
         if states == {"S"}:
             return
-    raise AssertionError("it does not wait")
+    raise AssertionError("the process does not block")
 
 
 class AnswersThatNobodyReads(AbuseCase):
-    """Each script waits for a reader of its page, and another one stores."""
+    """A script blocks because nobody reads its page, while another one stores data."""
 
     def stuck(self, path, variables):
         reader, writer = os.pipe()
@@ -358,7 +358,7 @@ class AnswersThatNobodyReads(AbuseCase):
 
 
 class Readers(unittest.TestCase):
-    """The same under a server: clients ask for a long page and do not read it."""
+    """The same under a server: clients request a long page and do not read it."""
 
     SERVER = Lighttpd
     SCRIPT = BOOK.script
@@ -390,7 +390,7 @@ class ReadersInCpp(Readers):
 
 
 class Refusals(unittest.TestCase):
-    """What a script refuses by, and says, passes through a server."""
+    """Headers that make a script refuse a form, and its answer, pass through a server."""
 
     SERVER = Lighttpd
 

@@ -1,7 +1,7 @@
-"""The examples in a browser: what people type, tick and choose arrives, and what others sent does
-nothing.
+"""Uses the examples in a browser: whatever people type, tick and choose arrives, and hostile text
+from others does nothing.
 
-Screenshots go into the folder that SCREENSHOTS names.
+Screenshots are saved in the folder named by SCREENSHOTS.
 """
 
 import atexit
@@ -60,12 +60,12 @@ HOSTILE = (
     "\"'></title></textarea><script>document.title = 'owned'; alert(1)</script>"
     "<img src=x onerror=\"document.title = 'owned'; alert(2)\"><svg onload=alert(3)>&amp;<!--"
 )
-# The name of a file may hold all of this.
+# A file name may contain all of this.
 NAME = "Übung \"a+b\" 'c' 50% <i>&amp; 100%25 湖.txt"
 EVERY = bytes(range(256)) * 20000
 
-# Finds what is hard to read, to see or to touch. WCAG asks for a contrast of 4.5 for text, and of 3
-# for the edge of a control and for the ring around the control that has the focus.
+# Finds what is hard to read, see or touch. WCAG requires a contrast of 4.5 for text, and of 3 for
+# the edge of a control and the focus ring.
 LOOK = """
 const channels = colour => colour.match(/[\\d.]+/g).map(Number);
 const light = colour => channels(colour).slice(0, 3)
@@ -133,7 +133,7 @@ return e === document.body ? null : {
 
 @functools.cache
 def browser():
-    """A Chromium without a window, and the folder of all its files."""
+    """A headless Chromium and the folder that has all its files."""
     home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
     atexit.register(home.cleanup)
     options = webdriver.ChromeOptions()
@@ -168,7 +168,7 @@ class BrowserCase(unittest.TestCase):
 
     def tearDown(self):
         self.assertEqual("", self.server.log())
-        # An alert that nobody closes would stand in the way of this.
+        # An open alert would make this fail.
         self.assertNotEqual("owned", self.browser.title)
         complaints = [entry["message"] for entry in self.browser.get_log("browser")]
         unexpected = [c for c in complaints if "favicon.ico" not in c and "status of 40" not in c]
@@ -192,7 +192,7 @@ class BrowserCase(unittest.TestCase):
         return self.browser.find_elements(By.CSS_SELECTOR, selector)
 
     def texts(self, selector):
-        """A script may keep the line ends that forms have."""
+        """The texts of elements. A script may keep the CR LF that forms send."""
         found = [element.get_property("textContent") for element in self.find_all(selector)]
         return [text.replace("\r\n", "\n") for text in found]
 
@@ -200,7 +200,7 @@ class BrowserCase(unittest.TestCase):
         WebDriverWait(self.browser, 20).until(lambda _: self.find_all(selector))
 
     def type(self, name, text):
-        """As an input method does: the driver's keys have no emoji."""
+        """Inserts text as an input method does, since the driver cannot type emoji."""
         self.find(f"[name={name}]").click()
         self.browser.execute_cdp_cmd("Input.insertText", {"text": text})
 
@@ -286,8 +286,8 @@ class Upload(BrowserCase):
         self.wait_for("#answer li")
 
     def assert_shown(self):
-        """Two files stand there as the server saw them, and their bytes are kept."""
-        # A browser writes a quote in a name as %22; the rest of the name is decoded like a field.
+        """Checks that the page lists both files as the server saw them and that they are stored."""
+        # A browser sends a quote in a name as %22, and Tarn decodes the whole name like a field.
         seen = rules.unescape(NAME.replace('"', "%22").encode()).decode("utf-8", "replace")
         seen = re.sub("[\0-\x1f]", "\ufffd", seen)
         self.assertIn('Übung "a b"', seen)
@@ -420,8 +420,8 @@ class Counter(BrowserCase):
 
 
 class PageCase(BrowserCase):
-    """Every page in every state that makes it long: on a phone and on a desk, by day and by night,
-    by touch, by keyboard and for a screen reader."""
+    """Checks every page in each state that makes it long: on a phone and a desktop, in light and
+    dark mode, by touch, by keyboard and with a screen reader."""
 
     def value_of(self, expression):
         return self.browser.execute_script(f"return {expression}")
@@ -450,7 +450,7 @@ class PageCase(BrowserCase):
         self.assertEqual(name.startswith("form-echo"), "REQUEST_METHOD" in found["names"])
 
     def check_focus(self, name):
-        """The tab key goes through all of the page, and shows where it is."""
+        """The tab key reaches every control of the page, and the focus is visible."""
         self.find("h1").click()
         tags = set()
         for _ in range(60):
@@ -461,7 +461,7 @@ class PageCase(BrowserCase):
             self.assertTrue(focus["visible"], f"{name}: {focus}")
             tags.add(focus["tag"])
         else:
-            self.fail(f"{name}: no end")
+            self.fail(f"{name}: the tab key does not return to the start")
         self.assertLessEqual({e.tag_name for e in self.find_all("input, button, a")}, tags, name)
 
 
@@ -556,7 +556,7 @@ class Pages(PageCase):
 
 
 class List(PageCase):
-    """The list of the examples, as scripts/demo --serve shows it."""
+    """The list of examples that scripts/demo --serve shows."""
 
     def test_list(self):
         listed = examples.sources()
@@ -572,7 +572,7 @@ class List(PageCase):
 
 
 class Readme(BrowserCase):
-    """The README's script in C++, compiled as it says."""
+    """The README's C++ script, compiled with the README's command."""
 
     VARIABLES = {"LD_LIBRARY_PATH": LIBRARIES}
 
@@ -639,7 +639,7 @@ class ProtectedCookie(BrowserCase):
         self.visit("form-echo")
         self.browser.execute_script("document.cookie = '__Host-session=refused; path=/'")
         self.browser.execute_script("document.cookie = '__%48ost-session=forged; path=/'")
-        # The browser guards the name itself, and lets the other one pass. Tarn's list decodes it.
+        # The browser refuses the protected name but accepts the encoded one; Tarn decodes it.
         self.visit("form-echo")
         page = self.find("body").text
         self.assertIn("__Host-session", page)

@@ -1,4 +1,4 @@
-"""The example contact says what is wrong beside the field, and keeps what is right."""
+"""The example contact shows an error beside each wrong field, and saves valid messages."""
 
 import concurrent.futures
 import os

@@ -1,4 +1,4 @@
-"""The example counter gives each visitor a number, and no number twice."""
+"""The example counter shows each visitor a different number."""
 
 import concurrent.futures
 import os

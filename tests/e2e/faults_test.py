@@ -1,5 +1,5 @@
-"""What the examples stored before a fault is whole after it: clients that break off, a full disk,
-closed streams, a signal at any moment."""
+"""Data stored by the examples survives clients that disconnect, a full disk, closed streams and
+signals at any moment."""
 
 import errno
 import os
@@ -23,22 +23,22 @@ GUESTBOOK = os.environ["GUESTBOOK"]
 FORM_ECHO = os.environ["FORM_ECHO"]
 COUNTER = os.environ["COUNTER"]
 URL_ENCODED = "application/x-www-form-urlencoded"
-# In a file of lines each of these bytes is three.
+# Each of these bytes takes three in a file of lines.
 MESSAGE = "ä" * 2000
 BIG = bytes(set(range(256)) - {10, 13}) * 4000
 
 
 class Lines(NamedTuple):
-    """A script that keeps each form as a line of a file."""
+    """A script that stores each form as a line of a file."""
 
     name: str
     script: str
     setting: str
-    form: Callable  # of a number
-    line: Callable  # what is kept of it
+    form: Callable  # number -> form
+    line: Callable  # number -> stored line
 
     def variables(self, number):
-        """A poll knows its visitors by their cookie."""
+        """A poll recognises its visitors by their cookie."""
         return {"HTTP_COOKIE": f"visitor={number:032x}"}
 
 
@@ -75,14 +75,14 @@ class StoreCase(unittest.TestCase):
     LINES = LINES
 
     def assert_kept(self, expected, folder):
-        """What is kept in the folder, to the last byte; a difference of megabytes is not shown."""
+        """Compares all files in the folder, without printing a difference of megabytes."""
         found = kept(folder)
         self.assertEqual(sorted(expected), sorted(found))
         for name, data in expected.items():
             self.assertTrue(data == found[name], f"{name} has other bytes, {len(found[name])}")
 
     def numbers(self, lines):
-        """The numbers of the forms that are kept, each as a whole line."""
+        """The numbers of the forms that are stored as complete lines."""
         whole = {lines.line(number): number for number in range(200)}
         found = read(os.path.join(self.data, lines.name)).splitlines(keepends=True)
         for line in found:
@@ -167,13 +167,13 @@ class ClientsThatDisconnect(ServerCase):
 
 
 class ClientsThatDisconnectAtStreams(ClientsThatDisconnect):
-    """The same where the script starts before the body is there."""
+    """The same when the script starts before its body has arrived."""
 
     OPTIONS = "server.stream-request-body = 2"
 
 
 class FullDisk(ServerCase):
-    """A disk of its own for what the examples store, where mounting one is allowed."""
+    """The examples store their data on a small disk of its own, if mounting one is allowed."""
 
     def setUp(self):
         super().setUp()
@@ -203,7 +203,7 @@ class FullDisk(ServerCase):
                 while filler.write(bytes(4096)):
                     pass
             self.assertEqual(b"1\n", self.count(500))
-            # One page is left to the next line of a book, which takes three.
+            # This frees one page; the next line of the guestbook takes three.
             os.ftruncate(filler.fileno(), os.fstat(filler.fileno()).st_size - 4096)
         for number in (2, 3):
             self.write(book, number, status=500)
@@ -297,7 +297,7 @@ class Streams(ScriptCase):
             )
 
     def store(self, number, **how):
-        """Has everything stored by the scripts; gives how they ended, once for all."""
+        """Lets every script store something; returns the exit status, the same for all."""
         data = b"%d" % number * 5000
         runs = [
             self.run_script(UPLOAD, MULTIPART, multipart((f"{number}.bin", data)), **how),
@@ -357,9 +357,9 @@ class Termination(ScriptCase):
     ROUNDS = 150
 
     def run_rounds(self, request):
-        """Ends scripts at random moments of their runs; gives the rounds in which one was done.
+        """Kills scripts at random moments; returns the rounds in which the script finished.
 
-        `request` gives the script, the type and the body of a round.
+        `request` returns the script, the type and the body of a round.
         """
         chance = random.Random(15)
         done, longest = [], 0.0
@@ -386,8 +386,8 @@ class Termination(ScriptCase):
             if process.returncode == 0:
                 self.assertRegex(answer, rb"\AStatus: (200|303) ")
                 done.append(number)
-        self.assertGreater(len(done), 5, "none got through")
-        self.assertLess(len(done), self.ROUNDS - 5, "none was ended")
+        self.assertGreater(len(done), 5, "no script finished")
+        self.assertLess(len(done), self.ROUNDS - 5, "no script was killed")
         return done
 
 
@@ -424,7 +424,7 @@ class TerminationOfLines(Termination):
 
         done = self.run_rounds(request)
         for place, lines in enumerate(self.LINES):
-            # Whoever writes next takes away what was left of a line.
+            # The next writer removes a partial line.
             self.write(lines, self.ROUNDS)
             expected = {number for number in done if number % len(self.LINES) == place}
             self.assertLessEqual(expected | {self.ROUNDS}, set(self.numbers(lines)))

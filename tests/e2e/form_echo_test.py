@@ -1,4 +1,4 @@
-"""The example form-echo shows a request, and shows it as text."""
+"""The example form-echo shows a request as text."""
 
 import os
 import subprocess
@@ -124,7 +124,7 @@ class FormEcho(unittest.TestCase):
     def test_head_has_no_body(self):
         answer = self.ask("--head")
         self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
-        # A server drops such a body; the script itself sends none.
+        # A server would drop the body; the script must not send one at all.
         script = subprocess.run(
             [os.environ["FORM_ECHO"]],
             env={"REQUEST_METHOD": "HEAD"},

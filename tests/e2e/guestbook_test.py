@@ -1,4 +1,4 @@
-"""The example guestbook keeps what guests write, and a name in a cookie for those who want it."""
+"""The example guestbook stores entries, and remembers a guest's name in a cookie on request."""
 
 import concurrent.futures
 import os
@@ -33,7 +33,7 @@ class Guestbook(unittest.TestCase):
         self.assertEqual("", self.server.log())
 
     def visit(self):
-        """Looks at the page as a browser that keeps cookies."""
+        """Requests the page like a browser that keeps cookies."""
         answer = self.server.curl("/guestbook", "-b", self.jar, "-c", self.jar)
         self.assertEqual(200, answer.status)
         self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
@@ -77,7 +77,7 @@ class Guestbook(unittest.TestCase):
         answer = self.write('Zoë; "the" one, 100%+', "Hello", "-d", "remember=on")
         cookie, *attributes = answer.header("set-cookie").split("; ")
         self.assertEqual("guest=Zo%C3%AB%3B%20%22the%22%20one%2C%20100%25%2B", cookie)
-        # In C it goes to the folder of the page, in C++ to the whole host.
+        # In C the cookie is for the folder of the page, in C++ for the whole host.
         self.assertEqual(
             {"Max-Age=31536000", "HttpOnly", "SameSite=Lax"}, set(attributes) - {"Path=/"}
         )

@@ -1,4 +1,4 @@
-"""What strangers send, to the probe as a process and through lighttpd, compared with the rules."""
+"""Hostile requests to the probe, directly and through lighttpd, compared with the rules."""
 
 import itertools
 import os
@@ -13,7 +13,7 @@ from requests_test import MULTIPART, RequestCase, RulesCase, items
 URL_ENCODED = "application/x-www-form-urlencoded"
 ESCAPES = [b"%", b"%2", b"%zz", b"%%", b"%00", b"%u0041", b"%%%", b"%4%", b"%\xc3\xa9", b"%\xff"]
 
-# A bit of everything that the parser has to distinguish.
+# Some of everything that the parser has to tell apart.
 MIXTURE = (
     b"\r\n--XY\r\n--XYZ\r\n"
     b'Content-Disposition: form-data; name="a"\r\n\r\n1\r\n2\r\n--XYZ\r\n'
@@ -26,10 +26,10 @@ MIXTURE = (
 
 
 class Processes(RulesCase):
-    """No server in between, which would keep most of this from a script."""
+    """Runs the probe without a server, which would filter most of these requests."""
 
     def run_probe(self, variables, body=b"", sent=None):
-        """`sent` is on standard input, if that is not the declared body."""
+        """`sent` is what standard input has, if that is not the declared body."""
         sent = body if sent is None else sent
         _, _, answer, log = script.run(os.environ["PROBE"], variables, sent)
         self.assertEqual("", log)
@@ -144,7 +144,7 @@ class Processes(RulesCase):
 
 
 class Requests(RequestCase):
-    """The part of it that a server lets through."""
+    """The hostile requests that a server lets through."""
 
     OPTIONS = "server.max-request-field-size := 65535"
 

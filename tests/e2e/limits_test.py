@@ -15,10 +15,10 @@ NOTE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "note.sh")
 MOST_BYTES = 10 << 20
 MOST_SCRIPTS = 20
 CROWD = MOST_SCRIPTS + 5
-# The time limit of the configurations, and that of the tests.
+# The time limit in the configurations, and the one that the tests use.
 CONFIGURED_SECONDS, SECONDS = 30, 1
 LONG = "a" * 9000
-# A header that programs would take for a setting of their own, HTTP_PROXY.
+# Becomes HTTP_PROXY, which programs would take for a setting.
 PROXY = "Proxy: http://attacker.example/"
 VARIABLES = set(
     "GATEWAY_INTERFACE PATH_INFO PATH_TRANSLATED QUERY_STRING REMOTE_ADDR REQUEST_METHOD "
@@ -54,7 +54,7 @@ class ServerCase(unittest.TestCase):
 
     def refused(self, status, *arguments, target="/note"):
         self.assertEqual(status, self.ask(target, *arguments)[0])
-        # A script that was started anyway needs a moment to write its note.
+        # If the script was started anyway, it needs a moment to write its note.
         time.sleep(0.2)
         self.assertEqual([], self.notes())
 
@@ -72,7 +72,7 @@ class ServerCase(unittest.TestCase):
                 if len(self.notes()) >= most:
                     break
                 time.sleep(0.01)
-            # Apache takes a second to start as many as it may.
+            # Apache takes a second to start all the scripts that it may.
             time.sleep(1.5)
             try:
                 self.assertEqual(["begin"] * most, self.notes())
@@ -82,7 +82,7 @@ class ServerCase(unittest.TestCase):
             return sorted(answer.result()[0] for answer in answers)
 
     def send_part(self, request):
-        """Sends a part of a request; returns the status, or None without an answer."""
+        """Sends part of a request; returns the status, or None if there is no answer."""
         with socket.create_connection(("127.0.0.1", self.server.port), timeout=300) as client:
             client.sendall(request)
             answer = client.recv(100)
@@ -94,7 +94,7 @@ class Limits(ServerCase):
     HEADER = ADDRESS = 431
     ONE_TOO_MANY = 200
     IDLE: int | None = None
-    # Whether it kills a script that does not answer, and starts one before its body is there.
+    # Whether it kills a script that does not answer, and starts one before its body arrives.
     KILLS, EARLY = True, False
     LACKS = set()
 
@@ -138,7 +138,7 @@ class Limits(ServerCase):
             b"GET /cgi-bin/note HTTP/1.1\r\nHost: localhost\r\n",
             b"POST /cgi-bin/note HTTP/1.1\r\nHost: localhost\r\nContent-Length: 100\r\n\r\nhalf",
         ):
-            # The server closes the connection: nothing else would end the request.
+            # The server closes the connection; nothing else would end the request.
             self.assertEqual(self.IDLE, self.send_part(request))
         self.assertEqual(["begin"] if self.EARLY else [], self.notes()[:1])
 

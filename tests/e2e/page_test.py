@@ -1,4 +1,4 @@
-"""The reader of pages refuses what it is there to refuse."""
+"""page.py refuses pages that are invalid or inaccessible."""
 
 import unittest
 

@@ -1,4 +1,4 @@
-"""The example poll counts each visitor once, and all of them."""
+"""The example poll counts every visitor exactly once."""
 
 import concurrent.futures
 import fcntl
@@ -20,8 +20,7 @@ COOKIE = re.compile("visitor=([0-9a-f]{32}); Max-Age=31536000; HttpOnly; SameSit
 
 
 def chart(page):
-    """The label of the chart, and what it draws: for each choice its name, its bar's width and its
-    number."""
+    """The label of the chart; then for each choice its name, the width of its bar and its count."""
     (svg,) = [element for element in page.elements if element["tag"] == "svg"]
     texts = page.texts("text")
     widths = [int(e["attributes"]["width"]) for e in page.elements if e["tag"] == "rect"]

@@ -1,4 +1,4 @@
-"""Scripts see exactly what was sent: curl's requests through lighttpd to the probe."""
+"""Scripts see exactly what was sent: curl sends requests through lighttpd to the probe."""
 
 import concurrent.futures
 import os
@@ -15,7 +15,7 @@ MULTIPART = "multipart/form-data; boundary=XYZ"
 
 
 def items(record):
-    """Reads the probe's answer."""
+    """Parses the answer of the probe."""
     found, at = [], 0
     while at < len(record):
         item = ITEM.match(record, at)
@@ -38,7 +38,7 @@ class Form(NamedTuple):
 
 
 def form(seen):
-    """What of the items is the form's."""
+    """The items that belong to the form."""
 
     def rows(*keys):
         return list(zip(*([value for key, value in seen if key == wanted] for wanted in keys)))
@@ -301,7 +301,7 @@ class Requests(RequestCase):
 
 
 class StreamedRequests(Requests):
-    """The same where the script starts before the body is there."""
+    """The same when the script starts before its body has arrived."""
 
     OPTIONS = "server.stream-request-body = 2"
 

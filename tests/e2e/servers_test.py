@@ -1,4 +1,4 @@
-"""The same scenarios under other servers: those that SERVERS names."""
+"""Runs the same scenarios under the servers named by SERVERS."""
 
 import os
 import unittest

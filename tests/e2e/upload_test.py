@@ -1,4 +1,4 @@
-"""The example upload keeps whole files under harmless names, and nothing else."""
+"""The example upload stores complete files under harmless names, and nothing else."""
 
 import concurrent.futures
 import os
@@ -28,7 +28,7 @@ def multipart(*files):
 
 
 def kept(folder):
-    """What a folder has by name, without the file that scripts lock."""
+    """The files of a folder by name, without the lock file."""
     names = set(os.listdir(folder)) - {".lock"}
     return {name: read(os.path.join(folder, name)) for name in names}
 
@@ -50,7 +50,7 @@ class Upload(unittest.TestCase):
         return kept(self.folder)
 
     def upload(self, *arguments, status=200):
-        """Sends what curl's arguments say; gives the items and the paragraphs of the page."""
+        """Sends a request with curl's arguments; returns the page's list items and paragraphs."""
         answer = self.server.curl("/upload", *arguments)
         self.assertEqual(status, answer.status)
         self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
@@ -130,7 +130,7 @@ class Upload(unittest.TestCase):
         self.assertEqual(["<b>&amp;'.txt: saved as _b__amp__.txt, 1 bytes"], items)
 
     def listed(self):
-        """The names and sizes in the page's list, and where its links lead."""
+        """The names, sizes and links in the page's list."""
         page = Page(self.server.curl("/upload").body)
         cells = page.texts("td")
         links = [e["attributes"]["href"] for e in page.elements if e["tag"] == "a"]
@@ -242,7 +242,7 @@ class Upload(unittest.TestCase):
 
 
 class StreamedUpload(Upload):
-    """The same where the script starts before the body is there."""
+    """The same when the script starts before its body has arrived."""
 
     OPTIONS = "server.stream-request-body = 2"
 

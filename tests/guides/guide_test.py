@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""guide.py finds what is wrong with a guide."""
+"""guide.py finds the faults of a guide."""
 
 import os
 import subprocess

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What tarn-run shows of a script's output, and what it complains about."""
+"""What tarn-run shows of a script's output, and which faults it reports."""
 
 import os
 import signal
@@ -18,7 +18,7 @@ class AnswerTest(ToolTest):
         cls.printing = cls.script("printing", "#!/bin/sh\ncat output\n")
 
     def answered(self, output, *options):
-        """What is shown, and the complaints, of a script that prints this."""
+        """What tarn-run shows, and what it reports, for a script that prints `output`."""
         self.file("output", output)
         ran = self.run_tool(*options, self.printing)
         self.assertEqual(ran.status, 0)
@@ -30,7 +30,7 @@ class AnswerTest(ToolTest):
         self.assertEqual(self.answered(output, *options), (shown, []))
 
     def complains(self, complaint, output, *options):
-        """Sent all the same."""
+        """Expects a complaint about a response that is still shown."""
         shown, complaints = self.answered(output, *options)
         self.assertNotIn(b"HTTP/1.1 500", shown)
         self.assertEqual(complaints, [complaint])
@@ -345,7 +345,7 @@ class End(AnswerTest):
         status, _, errors = self.ended(
             f'printf "{TYPE.decode()}\\n"; sleep 1000 >&- 2>&- & echo $! >sleeping'
         )
-        # It is still there.
+        # The child process is still running.
         os.kill(int((self.folder / "sleeping").read_text()), signal.SIGKILL)
         self.assertEqual((status, errors), (0, []))
 

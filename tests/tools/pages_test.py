@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The options of tarn-run are told alike by its help, its manual page and its completion."""
+"""The help, the manual page and the completion of tarn-run list the same options."""
 
 import fnmatch
 import os
@@ -125,7 +125,7 @@ class Pages(ToolTest):
                 )
 
     def completed(self, *words):
-        """What bash offers after these words of a command line."""
+        """What bash suggests after these words of a command line."""
         source = f'. {COMPLETION}; complete -p tarn-run >&2; COMP_WORDS=(tarn-run "$@")\n'
         source += 'COMP_CWORD=$#; _tarn_run; printf "%s\\n" "${COMPREPLY[@]}"'
         ran = subprocess.run(

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What is recorded, by tarn-run or under a server, is run again as it was."""
+"""Requests recorded by tarn-run or under a server are replayed exactly."""
 
 import contextlib
 import os
@@ -251,7 +251,7 @@ class Exec(ToolTest):
         subprocess.run([os.environ["CC"], "-g", source, "-o", cls.folder / "program"], check=True)
 
     def seen(self):
-        """What the program saw, and its arguments after the body."""
+        """What the program received; its arguments follow the body."""
         return dumped((self.folder / "seen").read_bytes())
 
     def test_command_gets_the_script_as_arguments_and_the_body_as_input(self):
@@ -322,7 +322,7 @@ class Exec(ToolTest):
 
 
 class UnderAServer(ToolTest):
-    """tarn-record in the place of a script, under lighttpd."""
+    """tarn-record installed in place of a script, under lighttpd."""
 
     @classmethod
     def setUpClass(cls):
@@ -482,7 +482,7 @@ class UnderAServer(ToolTest):
     def open_files(process):
         folder, paths = f"/proc/{process.pid}/fd", []
         for name in os.listdir(folder):
-            with contextlib.suppress(FileNotFoundError):  # closed meanwhile
+            with contextlib.suppress(FileNotFoundError):  # it was closed in the meantime
                 paths.append(os.readlink(f"{folder}/{name}"))
         return " ".join(paths)
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""How tarn-run runs a script: within limits, often, and to the end when it is itself ended."""
+"""How tarn-run runs a script: with limits, repeatedly, and when tarn-run itself is killed."""
 
 import os
 import re
@@ -13,7 +13,7 @@ from tool import TOOLS, ToolTest, living
 
 HEAD = "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n"
 
-# Starts two more processes, one of which has left its group and does not heed SIGTERM.
+# Starts two more processes. One is in another process group and ignores SIGTERM.
 LASTING = r"""
     #!/bin/sh
     printf 'Content-Type: text/plain\n\n'
@@ -136,7 +136,7 @@ class Repeated(ToolTest):
             ).groups(),
         )
         self.assertLess(least, most)
-        self.assertAlmostEqual(median, (least + most) / 2, delta=0.11)  # each is rounded
+        self.assertAlmostEqual(median, (least + most) / 2, delta=0.11)  # the figures are rounded
 
     def test_repeating_stops_at_the_first_failure(self):
         script = self.script(
@@ -163,7 +163,7 @@ class Repeated(ToolTest):
 
 class Ended(ToolTest):
     def ended_by(self, number, *options):
-        """tarn-run, with a script that has started others."""
+        """Sends a signal to tarn-run while its script has child processes running."""
         started = self.folder / "started"
         started.unlink(missing_ok=True)
         script = self.script("lasting", LASTING)
@@ -217,16 +217,16 @@ class Ended(ToolTest):
 
 
 def heed():
-    """Whatever the caller of the tests ignores."""
+    """Resets these signals, since the caller of the tests may ignore them."""
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
         signal.signal(number, signal.SIG_DFL)
 
 
 class Output(ToolTest):
-    """That nobody can read, or that has no room."""
+    """Output to a stream that is closed, full or not read."""
 
     def ran(self, redirections, *options):
-        """Status and errors."""
+        """Runs tarn-run with these redirections."""
         command = f'exec "$0" "$@" {redirections}'
         return subprocess.run(
             ["sh", "-c", command, TOOLS / "tarn-run", *options],

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What tarn-run hands to a script is what a script has from a server that curl asked."""
+"""tarn-run passes a script the same request as a server does for curl."""
 
 import os
 import re
@@ -12,7 +12,7 @@ from tool import ToolTest, dumped
 VERSION = os.environ["VERSION"]
 BOUNDARY = rb"-{24}\w{16,40}"
 
-# What is never the same.
+# Variables that always differ.
 OF_THE_SERVER = {
     b"DOCUMENT_ROOT",
     b"HTTP_HOST",
@@ -26,7 +26,7 @@ OF_THE_SERVER = {
 
 
 class LikeCurl(ToolTest):
-    """The same options to curl, which asks lighttpd, and to tarn-run."""
+    """Passes the same options to curl, with lighttpd as the server, and to tarn-run."""
 
     @classmethod
     def setUpClass(cls):
@@ -48,7 +48,7 @@ class LikeCurl(ToolTest):
         os.chdir(cls.folder)
 
     def sent(self, path, *options):
-        """What lighttpd gives the script, which it has in a folder of its own."""
+        """The request as a script under lighttpd receives it, without the folder in its address."""
         request = dumped(self.server.curl("/dump" + path, *options).body)
         for name in (b"REQUEST_URI", b"SCRIPT_NAME"):
             request.environment[name] = request.environment[name].removeprefix(b"/cgi-bin")
@@ -58,7 +58,7 @@ class LikeCurl(ToolTest):
         sent = self.without_boundary(self.sent("", *options))
         given = self.without_boundary(self.given(*options))
         self.assertEqual(given.body, sent.body, options)
-        # lighttpd gives scripts no path, a length without a body, and the length twice.
+        # lighttpd sets no PATH, sets a length even without a body, and sets the length twice.
         left_out = {b"PATH", b"REMOTE_HOST", b"REDIRECT_STATUS", b"HTTP_CONTENT_LENGTH"}
         if not given.body:
             left_out.add(b"CONTENT_LENGTH")
@@ -620,7 +620,7 @@ class Curl(ToolTest):
         )
 
     def test_other_clients_are_not_answered(self):
-        """A stranger who finds the socket first is not answered."""
+        """A client that finds the socket before curl does gets no answer."""
         real = shutil.which("curl")
         (self.folder / "bin").mkdir()
         self.script(
