@@ -1,4 +1,4 @@
-"""The requests that are measured, and what the programs in process/ answer to them."""
+"""The measured requests, and the expected answers of the programs in process/."""
 
 import random
 from typing import NamedTuple
@@ -14,8 +14,8 @@ KIB, MIB = 1 << 10, 1 << 20
 class Request(NamedTuple):
     variables: dict
     body: bytes
-    answer: str  # a script's
-    floor: str  # the floor's
+    answer: str  # expected from scripts
+    floor: str  # expected from the floor
 
     @property
     def size(self):
@@ -34,7 +34,7 @@ def page(text):
 
 
 def some(items):
-    """The first, the middle and the last, as the scripts choose them."""
+    """The first, middle and last item, which are those that the scripts print."""
     return [items[0], items[len(items) // 2], items[-1]] if items else []
 
 
@@ -79,7 +79,7 @@ def multipart(entries, files=()):
 
 
 def noise(size):
-    """Bytes of any value but CR: at the first CR LF a file would end."""
+    """Bytes of any value except CR, since a file ends at its first CR LF."""
     block = random.Random(1).randbytes(MIB).replace(b"\r", b"\n")
     return (block * (size // MIB + 1))[:size]
 
@@ -118,7 +118,7 @@ def parts(count):
 
 
 def escapes(size):
-    """One field of so many bytes as they are sent, each of its letters as three of them."""
+    """One field of this size as sent, with each letter escaped as three bytes."""
     count = size // 3
     value = letters(count).decode()
     body = "".join(f"%{ord(letter):02X}" for letter in value[:26]) * (count // 26 + 1)
@@ -138,21 +138,21 @@ def ampersands(size):
 
 
 def near_misses(size):
-    """A value that is nothing but all of a line end and a delimiter except its last letter."""
+    """A value that repeats a line end and a delimiter without its last letter."""
     near = f"\r\n--{BOUNDARY[:-1]}".encode()
     body = part(FIELD.format("text"), near * (size // len(near))) + end()
     return post(MULTIPART + BOUNDARY, body, [("text", "")])
 
 
 def dashes(size):
-    """The last dashes and the line end after them are the next delimiter: a value without end."""
+    """An endless value of dashes: the last dashes and the line end form the next delimiter."""
     boundary = "-" * 70
     body = part(FIELD.format("text"), b"-" * size, boundary) + end(boundary)
     return post(MULTIPART + boundary, body, [("text", "")])
 
 
 def endless(size):
-    """Without a line end a value is empty."""
+    """A value without a line end, which is therefore empty."""
     body = part(FIELD.format("text"), letters(size)).removesuffix(b"\r\n")
     return post(MULTIPART + BOUNDARY, body, [("text", "")])
 
@@ -178,7 +178,7 @@ def header_lines(size):
 
 
 def percents(size):
-    """Of three percent signs the first takes the others for digits; they make an "E"."""
+    """Percent signs: the first of three takes the other two as digits, which decode to "E"."""
     count = size // 3
     return urlencoded(b"text=" + b"%%%" * count, [("text", "E" * count)])
 

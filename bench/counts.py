@@ -1,4 +1,4 @@
-"""Counts what fixed requests cost and compares with counts.json. Usage: see scripts/counts."""
+"""Counts the cost of fixed requests and compares it with counts.json. Usage: see scripts/counts."""
 
 import concurrent.futures
 import json
@@ -20,10 +20,10 @@ REQUESTS = {
     "64 KiB of escapes": lambda: bodies.escapes(64 * bodies.KIB),
 }
 
-# By how many per cent a figure may grow. The others are exact.
+# How much each figure may grow, in per cent. The others must not grow.
 MARGIN = {"instructions": 2, "instructions in main()": 2}
 
-# By how many per cent the same script may cost more with tarn.hpp.
+# How much more the same script may cost with tarn.hpp, in per cent.
 CXX_MARGIN = 3
 
 
@@ -43,10 +43,10 @@ def count(make):
 
 
 def compare(make):
-    """What the script costs in C, and what it costs in C++."""
+    """The cost of the script in C, and in C++."""
     request = make()
-    # What a program links to is looked up at the first call of it, in main(), which says nothing of
-    # the language: the loader is to do it.
+    # By default a function is looked up at its first call, in main(). That cost has nothing to do
+    # with the language, so the loader looks up everything at the start.
     variables = request.variables | {"LD_BIND_NOW": "1"}
     with measure.body_file(request.body) as body:
         return [
@@ -70,7 +70,7 @@ def changes(recorded, counted):
 
 
 def dearer(compared):
-    """By how many per cent a script costs more in C++ than in C, and the words for it."""
+    """How much more a script costs in C++ than in C, in per cent, and a text that says so."""
     for name, (in_c, in_cxx) in compared.items():
         for what, before, now in zip(("instructions", "instructions in main()"), in_c, in_cxx):
             text = f"{name}: {what} {before:,} in C, {now:,} in C++ ({now - before:+,})"

@@ -16,7 +16,7 @@ PROGRAMS = os.path.join(ROOT, "build/bench/bench/process")
 class Sample(NamedTuple):
     wall: float  # seconds
     cpu: float
-    memory: int  # bytes, at most
+    memory: int  # bytes, peak
     faults: int
 
 
@@ -24,12 +24,12 @@ class Candidate(NamedTuple):
     name: str
     program: str  # a path, from PROGRAMS
     answer: str
-    every: int = 1  # runs in every n-th round
+    every: int = 1  # run in every n-th round
 
 
 @contextlib.contextmanager
 def body_file(body):
-    """The body as a file in memory: its descriptor."""
+    """The descriptor of a file in memory that has the body."""
     file = os.memfd_create("body")
     try:
         with open(file, "wb", closefd=False) as writer:
@@ -40,7 +40,7 @@ def body_file(body):
 
 
 def rounds_of(candidates, variables, body, rounds):
-    """The samples of each candidate, which take turns."""
+    """Runs the candidates in turn; returns the samples of each."""
     arguments = [os.path.join(PROGRAMS, "driver"), str(rounds), str(body)]
     for candidate in candidates:
         arguments += [str(candidate.every), candidate.program, candidate.answer]
@@ -62,10 +62,10 @@ def median(samples):
 
 
 def watched(watcher, program, variables, body, answer):
-    """Runs a program under another one, which writes nothing to standard output."""
+    """Runs a program under a tool that prints nothing to standard output."""
     os.lseek(body, 0, os.SEEK_SET)
     command = [shutil.which(watcher[0]), *watcher[1:], program]
-    # The loader processes the name of the folder, so it always has the same length.
+    # The loader processes the folder's name, so its length must not vary.
     with tempfile.TemporaryDirectory(dir="/tmp") as folder:
         for file in os.listdir(PROGRAMS):
             os.symlink(os.path.join(PROGRAMS, file), os.path.join(folder, file))
@@ -85,18 +85,18 @@ def watched(watcher, program, variables, body, answer):
 
 class Instructions(NamedTuple):
     total: int
-    main: int  # in main() and what it calls: without the start of the process
+    main: int  # in main() and below, without process start
 
 
 def instructions(*arguments):
-    """Counted by callgrind, for which every processor is the same."""
+    """Counts with callgrind, whose result does not depend on the processor."""
     with tempfile.TemporaryDirectory() as folder:
         output = os.path.join(folder, "out")
         watcher = ["valgrind", "-q", "--tool=callgrind", "--compress-strings=no"]
         watched([*watcher, f"--callgrind-out-file={output}"], *arguments)
         with open(output, encoding="utf-8") as file:
             text = file.read()
-    # A call is two lines after the name of what is called: how often, then where and what it cost.
+    # Two lines follow the name of a called function: how often, then where and at what cost.
     main = re.search(r"^cfn=main$\ncalls=1 .*\n\S+ (\d+)$", text, re.MULTILINE)
     return Instructions(int(re.search(r"^totals: (\d+)$", text, re.MULTILINE)[1]), int(main[1]))
 
@@ -113,7 +113,7 @@ class Allocations(NamedTuple):
 
 
 def allocations(*arguments):
-    """Counted by memcheck, which also fails at an access outside a block."""
+    """Counts with memcheck, which also fails on an access outside a block."""
     text = watched(["valgrind", "--leak-check=no", "--error-exitcode=99"], *arguments)
     found = re.search(r"total heap usage: ([\d,]+) allocs, [\d,]+ frees, ([\d,]+) bytes", text)
     return Allocations(*(int(number.replace(",", "")) for number in found.groups()))

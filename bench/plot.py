@@ -1,16 +1,16 @@
-"""Plots of growth: lines over logarithmic axes, as SVG."""
+"""Plots growth as SVG: lines on logarithmic axes."""
 
 import math
 from html import escape
 
 WIDTH, HEIGHT = 720, 440
 LEFT, RIGHT, TOP, BOTTOM = 80, 170, 44, 56
-# On a white page, and distinguishable without seeing red and green.
+# For a white page, and safe for red-green colour blindness.
 COLOURS = ["#000000", "#0072b2", "#d55e00", "#009e73", "#cc79a7", "#8a6d00", "#56b4e9", "#777777"]
 
 
 def decades(values):
-    """The powers of ten around some values: the exponents of the first and the last."""
+    """The exponents of the powers of ten just below and above some values."""
     first = math.floor(math.log10(min(values)))
     return first, max(first + 1, math.ceil(math.log10(max(values))))
 
@@ -42,7 +42,7 @@ def line(x1, y1, x2, y2, colour):
 
 
 def plot(title, across, up, lines):
-    """`lines`: the points (x, y) of each line by its name. The picture as text."""
+    """Returns the SVG. `lines` has the points (x, y) of each line by name."""
     points = [point for line_points in lines.values() for point in line_points]
     right, bottom = WIDTH - RIGHT, HEIGHT - BOTTOM
     horizontal = Axis([x for x, _ in points], LEFT, right)

@@ -39,13 +39,13 @@ class Report(NamedTuple):
     text: str
     targets: list
     data: dict
-    lines: dict = {}  # for a plot of growth: points (size, seconds) by candidate
+    lines: dict = {}  # plotted growth: points (size, seconds) by candidate
     unit: str = ""  # of the sizes
     time: str = "wall time"
 
 
 def table(rows, texts=1):
-    """Rows of cells: a heading first; the first so many columns are texts, the others numbers."""
+    """A Markdown table. The first row is the heading; the first `texts` columns are not numbers."""
     widths = [max(map(len, column)) for column in zip(*rows)]
     rule = ["-" * width if i < texts else "-" * (width - 1) + ":" for i, width in enumerate(widths)]
     lines = []
@@ -67,7 +67,7 @@ def mebibytes(size):
 
 
 def processes(medians, counts=None):
-    """A row for each candidate; `counts` has more columns for some of them."""
+    """A row for each candidate; `counts` adds columns for some of them."""
     more = list(next(iter(counts.values()))) if counts else []
     rows = [["", "wall, ms", "CPU, ms", "× floor", "peak, MiB", "faults", *more]]
     for name, sample in medians.items():
@@ -87,7 +87,7 @@ def processes(medians, counts=None):
 
 
 def exponent(points):
-    """The power of the size by which something grows: least squares over the logarithms."""
+    """The power of the size with which something grows, by least squares on the logarithms."""
     sizes, values = zip(*((math.log(size), math.log(value)) for size, value in points))
     return statistics.linear_regression(sizes, values).slope
 
@@ -114,7 +114,7 @@ def picture(name, report):
 
 
 def sections(reports, pictures):
-    """All workloads, with their plots when these stand beside the text."""
+    """All workloads, with links to the plots if `pictures` is set."""
     texts = []
     for name, report in reports.items():
         texts.append(f"### {name}: {report.title}\n\n{report.text}")

@@ -1,4 +1,4 @@
-"""The workloads, each with the targets that we set ourselves."""
+"""The workloads and our targets for them."""
 
 import os
 import re
@@ -16,7 +16,7 @@ from servers import Lighttpd
 FLOORS = ["floor", "floor-static", "stub", "c++"]
 SCRIPTS = ["tarn", "tarn-archive", "tarn-static"]
 
-# Other libraries take longer: they run in every tenth round, and not with larger bodies.
+# Other libraries are slower: they run in every tenth round, and not with large bodies.
 PEERS = {"CGI.pm": "peer.pl", "Python's cgi": "peer.py"}
 PEER_EVERY = 10
 PEER_BODY = 10 * MIB
@@ -32,7 +32,7 @@ def runs(script):
 
 
 class Options:
-    """How many rounds, and which other libraries. A quick run leaves out the largest bodies."""
+    """The number of rounds, and the other libraries. A quick run leaves out the largest bodies."""
 
     def __init__(self, rounds, quick):
         self.given, self.quick = rounds, quick
@@ -49,7 +49,7 @@ class Options:
 
 
 def measured(options, request, names, rounds, peers=True):
-    """The medians and all samples by candidate: those of these names, and the peers."""
+    """The medians and all samples by candidate, for these names and the other libraries."""
     candidates = [
         measure.Candidate(name, f"./{name}", request.floor if name in FLOORS else request.answer)
         for name in names
@@ -118,12 +118,12 @@ def w3(options):
     return made._replace(targets=[times_floor(medians, 1.2)])
 
 
-# ---- What grows ----------------------------------------------------------------------------------
+# ---- Growth --------------------------------------------------------------------------------------
 
 
 def growing(options, title, unit, make, sizes):
-    """Medians by size, the exponent of tarn and the report. `sizes`: (size, words, rounds); those
-    of fewer than ten rounds are left out of a quick run."""
+    """Medians by size, and the report. `sizes` has (size, words, rounds); a quick run leaves out
+    those with fewer than ten rounds."""
     texts, data, medians, lines = [], {}, {}, {}
     for size, words, usual in sizes:
         if options.quick and usual < 10:
@@ -252,9 +252,9 @@ FLOODS = {
 
 
 def w11(options):
-    """Beyond what a request without a field costs: processor time and memory for each byte."""
+    """Processor time and memory per byte, beyond the cost of a request without fields."""
     sizes = [KIB64 << step for step in range(0, 5 if options.quick else 11)]
-    # The system limits the length of a variable to little more.
+    # The system does not allow variables that are much longer.
     cookie_sizes = [KIB64 >> step for step in (4, 3, 2, 1, 0)]
     nothing = bodies.get("", [])
     base = measured(options, nothing, ["tarn"], options.rounds(200, 20), peers=False)[0]["tarn"]
@@ -269,7 +269,7 @@ def w11(options):
             request = make(size)
             medians, samples = measured(options, request, ["tarn"], rounds, peers=False)
             tarn, data[f"{name}, {size}"] = medians["tarn"], samples
-            # At least a step of the clock, and a page.
+            # At least one step of the clock, and one page.
             time = max(tarn.cpu - base.cpu, 1e-6)
             memory = max(tarn.memory - base.memory, 4096)
             cells[size] = (f"{time / size * 1e9:.1f}", f"{memory / size:.1f}")
@@ -300,10 +300,10 @@ def w11(options):
 
 
 def tree(options, breadth, elements):
-    """Seconds for cloning and for setting a tree, with deletion of the copy, and all samples.
+    """Seconds for cloning and for setting a tree, including deleting the copy, and all samples.
 
-    The difference between two processes is small beside what a busy machine does to wall time. So
-    it is one of processor time, and at least a step of that clock.
+    On a busy machine, wall time varies more than the difference between two processes. So this
+    compares processor time, and returns at least one step of that clock.
     """
     variables = {"ELEMENTS": str(elements), "BREADTH": str(breadth)}
     candidates = [
@@ -356,7 +356,7 @@ def w9(options):
 
 
 def requests_a_second(address, count):
-    """By ab, two requests at a time. Every answer has the length of the first."""
+    """Measured by ab, two requests at a time. ab checks that all answers have the same length."""
     command = ["ab", "-q", "-n", str(count), "-c", "2", address]
     done = subprocess.run(command, capture_output=True, check=True, text=True)
     complete = int(re.search(r"^Complete requests: +(\d+)$", done.stdout, re.MULTILINE)[1])
@@ -375,7 +375,7 @@ def check_answer(address, expected):
 
 def w10(options):
     page = "cold, clear &#38; deep"
-    # form-echo carries the library, as the examples do.
+    # form-echo is linked statically, like the examples.
     expected = {"floor": "0 bytes", "form-echo": page, "form-echo-shared": page}
     programs = [*expected, "libtarn_here.so"]
     rounds, count = options.rounds(20, 3), 200 if options.quick else 1000

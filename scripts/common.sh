@@ -17,7 +17,7 @@ fail() {
   exit 1
 }
 
-# The comment that a script begins with.
+# Prints the comment at the start of the script.
 usage() {
   local script
   script=scripts/$(basename -- "$0")
@@ -36,7 +36,7 @@ help_if_asked() {
   esac
 }
 
-# Call it before anything is installed or built.
+# Call this before installing or building anything.
 need_build_folder() {
   { mkdir -p build && [ -w build ]; } 2>/dev/null ||
     fail "cannot write to $PWD/build: copy the source to a folder of yours"

@@ -1,6 +1,6 @@
-"""The web servers that tests, benchmarks and the demonstration run scripts under.
+"""The web servers under which the tests, benchmarks and scripts/demo run scripts.
 
-A server is its configuration, NAME.conf or NAME.sh in this folder, and a class that starts it. The
+Each server has a configuration (NAME.conf, NAME.sh) in this folder and a class that starts it. The
 guide "Deploying a script" prints the same configurations.
 """
 

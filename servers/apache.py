@@ -4,8 +4,7 @@ from servers.server import ServerOfOrdinaryUser
 
 
 class Apache(ServerOfOrdinaryUser):
-    """Scripts write to the same log as the server, whose own lines begin with the time in
-    brackets."""
+    """Scripts and server share a log; the server's lines begin with the time in brackets."""
 
     NAME = "apache"
     SETTING = 'SetEnv {} "{}"'

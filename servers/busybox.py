@@ -1,4 +1,4 @@
-"""busybox httpd, which has no configuration file: scripts inherit its environment."""
+"""busybox httpd. It needs no configuration file; scripts inherit its environment."""
 
 from servers.server import ServerOfOrdinaryUser
 

@@ -1,4 +1,4 @@
-"""Requests by curl, and what was sent and received."""
+"""Sends requests with curl; returns what was sent and received."""
 
 import os
 import re
@@ -18,7 +18,7 @@ class Sent(NamedTuple):
 
 
 class Answer(NamedTuple):
-    """What a server answered to a request; header names in lower case."""
+    """A server's answer to a request; header names in lower case."""
 
     sent: Sent
     status: int
@@ -33,14 +33,14 @@ class Answer(NamedTuple):
 
 
 def fetch(address: str, *arguments: str, folder: str) -> Answer:
-    """Runs curl on an address, with its files in a temporary folder below this one."""
+    """Requests an address with curl, whose files are in a temporary folder below `folder`."""
     with tempfile.TemporaryDirectory(dir=folder) as files:
         trace, head, body = (Path(files, name) for name in ("trace", "head", "body"))
         command: list[str | Path] = [os.environ["CURL"], "-q", "-sSg", "--noproxy", "*"]
         command += ["--max-time", "100", "--trace", trace, "-D", head, "-o", body, *arguments]
         subprocess.run([*command, address], check=True, stdin=subprocess.DEVNULL)
         status, headers = last_head(head.read_bytes())
-        # curl makes no file for an empty body.
+        # curl creates no file for an empty body.
         received = body.read_bytes() if body.exists() else b""
         return Answer(sent_request(trace.read_bytes()), status, headers, received)
 
@@ -67,7 +67,7 @@ def sent_request(trace: bytes) -> Sent:
 
 def last_head(heads: bytes) -> tuple[int, list[tuple[str, str]]]:
     """The status and headers of the last answer; a "100 Continue" may come before it."""
-    # busybox httpd leaves a script's line ends as they are.
+    # busybox httpd does not change a script's line ends.
     text = heads.decode("latin-1").replace("\r\n", "\n")
     status, *lines = text.removesuffix("\n\n").split("\n\n")[-1].split("\n")
     pairs = (line.split(":", 1) for line in lines)

@@ -1,8 +1,8 @@
-"""Serves the examples, with an index, until it is stopped.
+"""Serves the examples, with an index, until stopped.
 
-Usage, in the root of the source: python3 -m servers.examples SERVER FOLDER [PORT]
+Usage, from the root of the source: python3 -m servers.examples SERVER FOLDER [PORT]
 
-FOLDER is where the examples were built. Prints the address.
+FOLDER has the built examples. Prints the address.
 """
 
 import ast
@@ -52,7 +52,7 @@ def sources() -> dict[str, str]:
 
 
 def item(name: str, source: str) -> str:
-    """An example's link, with what its first comment says after the name."""
+    """A link to an example, with the text after the name in its first comment."""
     comment = re.match(rf"/\* {name}: (.*?)[.;:]\s", source, re.DOTALL)
     assert comment, f"{name} does not begin with a comment about it"
     about = html.escape(re.sub(r"\s*\n \* ", " ", comment[1]))
@@ -67,7 +67,7 @@ def index(examples: dict[str, str]) -> str:
 
 
 def check_port(port: int) -> None:
-    """Ends the program with one line if it cannot listen there."""
+    """Exits with a message of one line if the port cannot be opened."""
     try:
         socket.create_server(("127.0.0.1", port)).close()
     except OSError as error:
@@ -75,7 +75,7 @@ def check_port(port: int) -> None:
 
 
 def serve(server: str, folder: str, port: int = 0) -> None:
-    """Serves the examples in a folder under the server of this name."""
+    """Serves the examples in a folder with the server of this name."""
     check_port(port)
     examples = sources()
     settings = re.findall(r"\bTARN_[A-Z]+_(?:DIR|FILE)\b", "".join(examples.values()))

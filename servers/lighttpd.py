@@ -1,16 +1,16 @@
-"""lighttpd, which listens from the first moment: it inherits a listening socket."""
+"""lighttpd. It inherits a listening socket, so clients can connect at once."""
 
 import os
 import socket
 
 from servers.server import Server
 
-# The first descriptor of LISTEN_FDS, as systemd hands it over.
+# The first descriptor that LISTEN_FDS passes on, as with systemd.
 LISTENING = 3
 
 
 class Lighttpd(Server):
-    """lighttpd under the user who runs the tests, with links to the scripts."""
+    """Runs as the user who runs the tests, with links to the scripts."""
 
     NAME = "lighttpd"
     SETTING = '"{}" => "{}",'

@@ -4,7 +4,7 @@ from servers.server import ServerOfOrdinaryUser
 
 
 class Nginx(ServerOfOrdinaryUser):
-    """What scripts write to standard error is in fcgiwrap's log."""
+    """The standard error of scripts goes to fcgiwrap's log."""
 
     NAME = "nginx"
     SETTING = 'fastcgi_param {} "{}";'

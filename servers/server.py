@@ -1,5 +1,5 @@
-"""What all servers share: a temporary folder with their configuration, scripts in it, a start and a
-stop, and curl to send requests."""
+"""What all servers share: a temporary folder with configuration and scripts, starting and stopping,
+and curl for requests."""
 
 import glob
 import os
@@ -19,20 +19,20 @@ from typing import Self
 from servers.curl import Answer, fetch
 
 CONFIGURATIONS = Path(__file__).resolve().parent
-# What the configurations say; a server under test gets its own port and variables instead.
+# The values in the configurations; a server under test gets its own port and variables.
 PORT = "8080"
 VARIABLE = re.compile(".*HELLO_DATA.*\n")
 
-# setpriv stops the server when the tests are killed. The shell knows its process id, which lighttpd
-# expects in LISTEN_PID.
+# setpriv stops the server if the tests are killed. The shell sets LISTEN_PID, the server's process
+# id, which lighttpd expects.
 START = 'cd "$0"; LISTEN_FDS=1 LISTEN_PID=$$ exec setpriv --pdeathsig TERM "$@"'
 
-# How often to look for something that has to happen, every 10 ms: long enough for a busy machine.
+# How many times to check for an event, every 10 ms: long enough for a busy machine.
 MANY_TIMES = 10000
 
 
 def wait_until(happened: Callable[[], bool], failure: str) -> None:
-    """Returns when something has happened; fails with this text when it does not."""
+    """Waits for an event; fails with this text if it does not happen."""
     for _ in range(MANY_TIMES):
         if happened():
             return
@@ -41,7 +41,7 @@ def wait_until(happened: Callable[[], bool], failure: str) -> None:
 
 
 def free_port() -> int:
-    """A port that nobody uses, and that no client is given while the server starts."""
+    """A free port that the system gives to no client while the server starts."""
     while True:
         port = random.randrange(10000, 30000)
         try:
@@ -52,7 +52,7 @@ def free_port() -> int:
 
 
 def as_ordinary_user(folder: str) -> list[str]:
-    """Options for setpriv that start a server as an ordinary user, who then owns the folder."""
+    """setpriv options to start a server as an ordinary user, who becomes owner of the folder."""
     if os.getuid() != 0:
         return []
     subprocess.run(["chown", "-R", "www-data:www-data", folder], check=True)
@@ -70,8 +70,8 @@ def read(path: str | os.PathLike[str]) -> bytes:
 class Server:
     """A web server in a temporary folder, for a with statement.
 
-    `scripts` are their paths by the name in the address, `variables` what scripts find in their
-    environment: paths in the server's folder. `options` are more lines for its configuration.
+    `scripts` maps the names in the address to paths. `variables` are set for the scripts; their
+    values are paths in the server's folder. `options` are more lines for the configuration.
     """
 
     NAME = ""
@@ -119,7 +119,7 @@ class Server:
         return os.path.join(self.folder, name)
 
     def make_folder(self, name: str) -> str:
-        """Makes a folder that scripts can write to, whichever user the server runs them as."""
+        """Makes a folder that scripts can write to, whichever user they run as."""
         os.makedirs(self.path(name))
         os.chmod(self.path(name), 0o777)
         return self.path(name)
@@ -141,7 +141,7 @@ class Server:
         return self._read_log(self.LOG)
 
     def wait_for_scripts(self) -> None:
-        """Waits until no script runs any more."""
+        """Waits until no script is running."""
         wait_until(lambda: not self._is_running_a_script(), "a script did not end")
 
     # ---- For each kind of server -----------------------------------------------------------------
@@ -203,20 +203,20 @@ class Server:
         return read(self.path(name)).decode(errors="replace")
 
     def _is_running_a_script(self) -> bool:
-        """Whether a script runs that has the server's folder in its environment."""
+        """Tells whether a script is running that has the server's folder in its environment."""
         folder = os.fsencode(self.folder)
         for process in glob.glob("/proc/[0-9]*/environ"):
             try:
                 if b"GATEWAY_INTERFACE=" in (found := read(process)) and folder in found:
                     return True
-            except OSError:  # it has ended, or is another user's
+            except OSError:  # the process has ended, or is another user's
                 pass
         return False
 
 
 class ServerOfOrdinaryUser(Server):
-    """A server on a port that it opens itself. It runs as an ordinary user, who may not be able to
-    read the build folder, so scripts are copied."""
+    """A server that opens its port itself and runs as an ordinary user. That user may not be able
+    to read the build folder, so the scripts are copied."""
 
     def _start(self) -> None:
         if library := os.environ.get("LIBRARY"):

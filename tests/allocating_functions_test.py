@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Usage: allocating_functions_test.py LIBRARY SOURCE...
 
-Compares the exported functions from whose machine code a call leads to an allocation with those
-that the scenarios in the sources call through FailingMemory.
+The machine code shows which exported functions can allocate. The scenarios in the sources must call
+exactly those through FailingMemory.
 """
 import pathlib
 import re
@@ -17,7 +17,7 @@ def output(*command):
 
 
 def calls_of(library):
-    """Which function calls, or jumps to, which."""
+    """Maps each function to those that it calls or jumps to."""
     calls = {}
     callee_of = re.compile(r"\b(?:call|jmp|j[a-z]+)\s+[0-9a-f]+ <([^>+@]+)(?:@plt)?>$")
     for line in output("objdump", "--disassemble", "--no-show-raw-insn", library).splitlines():
@@ -54,7 +54,7 @@ def main(library, *sources):
         text = pathlib.Path(source).read_text(encoding="utf-8")
         called |= set(re.findall(r"memory\.call\(\s*\[&\] \{\s*(?:return )?(\w+)\(", text))
     for function in sorted(allocating - called):
-        print(f"{function} allocates: no scenario lets that fail")
+        print(f"{function} allocates, but no scenario makes that fail")
     for function in sorted(called - allocating):
         print(f"{function} is called by a scenario, but does not allocate")
     print(f"{len(allocating)} of {len(exported)} functions allocate")

@@ -5,8 +5,8 @@
 set -euo pipefail
 cd -- "$1"
 
-# The first word of each code span, when it has a slash or a file's ending. "*" stands for any text,
-# "NAME" for a name of your own. The build makes build/.
+# The first word of each code span, if it has a slash or a file extension. "*" matches any text, and
+# so does "NAME". build/ is left out because the build creates it.
 # shellcheck disable=SC2016
 mapfile -t paths < <(awk '/^```/ { code = !code } !code' CONTRIBUTING.md | grep -o '`[^`]*`' |
   tr -d '`' | cut -d ' ' -f 1 | grep -E '^[A-Za-z.]' |

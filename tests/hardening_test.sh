@@ -1,8 +1,8 @@
 #!/bin/bash
 # Usage: hardening_test.sh BUILD-FOLDER SOURCE-FOLDER "C++-COMPILER FLAG..."
 #
-# What `cmake --install` installs is hardened, and so are the examples: by the compiler, as the
-# symbols that they ask for show, and by the linker. The flags are those of the build.
+# Checks that the installed libraries and the examples are hardened by the compiler and the linker.
+# The flags are those of the build.
 set -euo pipefail
 export LC_ALL=C
 build=$1 source=$2
@@ -26,7 +26,7 @@ for example in "$build"/examples/*; do
 done
 if [[ -d $build/examples && ${#examples[@]} = 0 ]]; then fail 'there are no examples'; fi
 
-# What a file says of itself goes through here, and has to match.
+# Runs a command on a file; its output must match the pattern.
 says() {
   local file=$1 pattern=$2
   shift 2
@@ -36,14 +36,14 @@ says() {
 
 # ---- By the compiler -----------------------------------------------------------------------------
 
-# Whether the compiler, given an option, defines what matches.
+# Tells whether the compiler, with this option, defines a macro that matches.
 defines() {
   "${compile[@]}" -include "$source/packaging/cmake/fortify.h" ${1:+"$1"} \
     -x c++ -dM -E /dev/null >"$root/macros"
   grep -qE "#define $2" "$root/macros"
 }
 defines -O2 '_FORTIFY_SOURCE [23]$' || fail 'fortify.h does nothing'
-! defines -O0 _FORTIFY_SOURCE || fail 'fortify.h takes no note of -O0'
+! defines -O0 _FORTIFY_SOURCE || fail 'fortify.h ignores -O0'
 optimised=no
 if defines '' __OPTIMIZE__; then optimised=yes; fi
 
@@ -61,20 +61,20 @@ for option in -fstack-clash-protection -fcf-protection; do
   fi
 done
 grep -F ' -o CMakeFiles/tarn_objects.dir/' "$build/compile_commands.json" \
-  >"$root/commands" || fail 'nothing says how the library was compiled'
+  >"$root/commands" || fail 'compile_commands.json does not have the library'
 for option in "${options[@]}"; do
-  if grep -vF -- " $option " "$root/commands"; then fail "these do not have $option"; fi
+  if grep -vF -- " $option " "$root/commands"; then fail "these commands lack $option"; fi
 done
 
-# Control-flow enforcement is a matter of x86. The library keeps its note only when every object in
-# it has one: with 32 bits the C library's own part for the stack protector has none.
+# Only x86 has control-flow enforcement. The linker keeps the library's note only if every object
+# has one, and on 32 bits the C library's object for the stack protector has none.
 if [[ ${options[*]} == *-fcf-protection* ]]; then
   if defines '' __x86_64__; then says "$library" 'x86 feature:.*IBT, SHSTK' readelf -nW; fi
   members=$(ar t "$archive" | wc -l)
   noted=$(readelf -nW "$archive" | grep -c 'x86 feature:.*IBT, SHSTK')
   [[ $members -gt 0 && $members = "$noted" ]] || fail "$noted of $members members have the CET note"
 else
-  ! defines '' '__(x86_64|i386)__' || fail 'x86, and no -fcf-protection'
+  ! defines '' '__(x86_64|i386)__' || fail 'the compiler for x86 refuses -fcf-protection'
 fi
 
 # ---- By the linker -------------------------------------------------------------------------------

@@ -1,9 +1,9 @@
 #!/bin/bash
 # Usage: install_test.sh BUILD-FOLDER SOURCE-FOLDER
 #
-# Everybody can read what root installs under a narrow umask, and the uninstall target takes all of
-# it away again, and nothing else. The build folder is a copy: the list of what was installed from
-# the real one stays as it is.
+# Everybody can read what root installs under a strict umask, and the uninstall target removes
+# exactly the installed files. The test uses copies of the installation script and of the list of
+# installed files, so those of the build stay unchanged.
 set -euo pipefail
 export LC_ALL=C
 build=$1 source=$2
@@ -17,14 +17,14 @@ root=$(mktemp -d)
 trap 'chmod -R u+rwX "$root"; rm -rf "$root"' EXIT
 unset DESTDIR
 
-# Where the installation script looks for what it installs is written into it; where it keeps its
-# list is, too.
+# The installation script contains absolute paths, including that of its list of installed files.
 installed=$root/installed.txt
 cp "$build/cmake_install.cmake" "$root/cmake_install.cmake"
 sed -i -e "s|\[\[$build/installed.txt\]\]|[[$installed]]|" \
   -e "s|\"$build/[^/\"]*MANIFEST}|\"$root/manifest|" \
   "$root/cmake_install.cmake"
-grep -qF "[[$installed]]" "$root/cmake_install.cmake" || fail 'no list is kept of what is installed'
+grep -qF "[[$installed]]" "$root/cmake_install.cmake" ||
+  fail 'the installation script keeps no list of installed files'
 
 install_to() {
   cmake -DCMAKE_INSTALL_PREFIX="$1" -P "$root/cmake_install.cmake" >"$root/log"
@@ -34,30 +34,31 @@ uninstall() {
   cmake -D TARN_INSTALLED="$installed" -P "$source/packaging/cmake/uninstall.cmake" 2>&1
 }
 
-# What stands in a folder, each with its type and target.
+# Lists the content of a folder with types and link targets.
 listing() {
   find "$1" -printf '%P %y %l\n' | sort
 }
 
-# ---- Rights --------------------------------------------------------------------------------------
+# ---- Permissions ---------------------------------------------------------------------------------
 
 (umask 077 && install_to "$root/new/prefix")
 files=$(find "$root/new/prefix" -type f | wc -l)
 [ "$files" -gt 200 ] || fail "only $files files were installed"
 closed=$(find "$root/new" ! -type l ! \( -type d -perm -755 \) ! \( -type f -perm -644 \))
-[ -z "$closed" ] || fail "others cannot read these: $closed"
+[ -z "$closed" ] || fail "other users cannot read these: $closed"
 for command in tarn-run tarn-record; do
-  [ "$(stat -c %a "$root/new/prefix/bin/$command")" = 755 ] || fail "others cannot run $command"
+  [ "$(stat -c %a "$root/new/prefix/bin/$command")" = 755 ] ||
+    fail "other users cannot run $command"
 done
 
-# ---- Taken away ----------------------------------------------------------------------------------
+# ---- Uninstalling --------------------------------------------------------------------------------
 
 uninstall
 [ ! -e "$root/new" ] || fail "$(printf 'these are left:\n%s' "$(find "$root/new")")"
 [[ $(uninstall) == Nothing* ]] || fail 'uninstalling twice does not say that nothing is left'
 
-# What was there stays, empty folders and a stranger's files among them; so does what was put into a
-# folder later. What was installed first, by an older version perhaps, goes too.
+# Files and empty folders that existed before stay, and so do files that were added later. Files
+# from an earlier installation, perhaps of an older version, are removed too.
 mkdir -p "$root/old/share/man/man3" "$root/old/lib"
 touch "$root/old/share/man/man3/other.3"
 listing "$root/old" >"$root/before"
@@ -72,9 +73,9 @@ install_to "$root/old"
 touch "$root/old/share/doc/tarn/mine"
 uninstall
 [ "$(find "$root/old/share/doc")" = "$(printf '%s\n' "$root"/old/share/doc{,/tarn,/tarn/mine})" ] ||
-  fail 'a file that somebody put there is gone, or more than that is left'
+  fail 'a file of the user is gone, or more than that is left'
 
-# A tree that is packed up, and not the prefix on this machine that it is for.
+# DESTDIR: only the staged tree is removed, not the same prefix on this machine.
 mkdir -p "$root/prefix/lib"
 touch "$root/prefix/lib/libtarn.so"
 DESTDIR=$root/packed install_to "$root/prefix"
@@ -83,12 +84,12 @@ uninstall
 [ ! -e "$root/packed" ] || fail 'files are left under DESTDIR'
 [ -e "$root/prefix/lib/libtarn.so" ] || fail 'a file outside DESTDIR is gone'
 
-# Who may not remove them is told so, and can try again as root.
+# A user who may not remove the files gets an error, and root can try again.
 if [ "$(id -u)" != 0 ]; then
   install_to "$root/closed"
   chmod a-w "$root/closed/lib"
   if said=$(uninstall); then fail 'files that cannot be removed are no error'; fi
-  [[ $said == *'run this as root'* ]] || fail "without rights: $said"
+  [[ $said == *'run this as root'* ]] || fail "uninstalling without permission printed: $said"
   chmod u+w "$root/closed/lib"
   uninstall
   [ ! -e "$root/closed" ] || fail 'the second try left something'

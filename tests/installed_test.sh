@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs the library into a folder of its own, moves that folder, and builds against it in each
-# way that a user might: by the compiler alone, by pkg-config, and by CMake's find_package(). The
-# scripts are the README's, and each build of one has to print what the README shows.
+# Installs the library into a new folder, moves that folder, and builds against it in each way that
+# a user might: with the compiler alone, with pkg-config, and with CMake's find_package(). The
+# scripts are the README's, and each build of one must print what the README shows.
 set -euo pipefail
 
 # A compiler is an absolute path, followed by the flags that the library was built with.
@@ -12,15 +12,15 @@ fail() {
   exit 1
 }
 
-[[ $cc == /* && $cxx == /* ]] || fail 'a compiler is no absolute path'
+[[ $cc == /* && $cxx == /* ]] || fail 'a compiler is not an absolute path'
 
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 cd "$root"
 unset CPATH LIBRARY_PATH LD_LIBRARY_PATH
 
-# Some compilers leave out the libraries that a program was linked with in vain. A C++ runtime that
-# nobody needs has to show.
+# Some compilers drop libraries that a program does not use. Here an unused C++ runtime must stay
+# visible.
 mkdir bin
 printf '#!/bin/sh\nexec %s -Wl,--no-as-needed "$@"\n' "$cc" >bin/cc
 printf '#!/bin/sh\nexec %s -Wl,--no-as-needed "$@"\n' "$cxx" >bin/c++
@@ -44,12 +44,13 @@ if [ -d "$build/docs/man" ]; then
   [[ $found == */man3/Tarn_new.3 ]] || fail "man takes Tarn_getFile for $found"
 fi
 if [ -d "$build/docs/html" ]; then
-  diff -r "$build/docs/html" moved/share/doc/tarn/html || fail "the site is not whole"
+  diff -r "$build/docs/html" moved/share/doc/tarn/html ||
+    fail "the installed site differs from the one that was built"
 fi
 
 # ---- The README's scripts ------------------------------------------------------------------------
 
-# Takes a script out of the README, and for it what compiles it, what calls it, and what that shows.
+# Extracts a script from the README, with the commands to compile and call it and the output shown.
 from_readme() {
   program=./${1%.*}
   awk -v begin="\`\`\`${1##*.}" \
@@ -60,8 +61,8 @@ from_readme() {
   [[ -s $1 && $compile && $call && $shown ]] || fail "README.md has no $1, or no command for it"
 }
 
-# Calls a program in place of the README's, under other variables if more are given. An "…" at the
-# end stands for more.
+# Calls a program instead of the README's, with more variables if there are more arguments. "…" at
+# the end of the output shown matches anything.
 greets() {
   local printed
   printed=$(env "${@:2}" bash -c "${call/$program/$1}" | tr -d '\r')
@@ -69,19 +70,19 @@ greets() {
     fail "$(printf 'README.md shows:\n%s\n%s prints:\n%s' "$shown" "$1" "$printed")"
 }
 
-# The shared libraries that a program asks for, on one line.
+# Prints the shared libraries that a program needs, on one line.
 needs() {
   readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs
 }
 
-# A program that needs no C++ runtime asks for exactly these.
+# Checks that a program needs exactly these libraries, and so no C++ runtime.
 asks_for() {
   local found
   found=$(needs "$1")
-  [ "$found" = "$2" ] || fail "$1 needs '$found' and not '$2'"
+  [ "$found" = "$2" ] || fail "$1 needs '$found', expected '$2'"
 }
 
-# ---- By the compiler alone, the folders being where it searches ----------------------------------
+# ---- With the compiler alone, which searches the folders -----------------------------------------
 
 by_compiler() {
   env CPATH="$root/moved/include" LIBRARY_PATH="$library" "$@"
@@ -118,7 +119,7 @@ for example in "$source"/examples/*.cpp; do
 done
 by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ "$source/examples/store.h"
 
-# ---- By pkg-config -------------------------------------------------------------------------------
+# ---- With pkg-config -----------------------------------------------------------------------------
 
 export PKG_CONFIG_PATH=$library/pkgconfig
 read -ra flags <<<"$(pkg-config --cflags --libs tarn)"
@@ -150,12 +151,12 @@ mkdir records
 greets ./recorded LD_LIBRARY_PATH="$library"
 again=$(LD_LIBRARY_PATH='' moved/bin/tarn-run --replay records/* ./greet | tr -d '\r')
 [ "$again" = "$printed" ] ||
-  fail 'tarn-run prints something else for what tarn-record recorded'
+  fail 'tarn-run prints something else when it replays the record'
 for page in tarn-run tarn-record; do
   [[ $(man -M moved/share/man -w "$page") == */man1/$page.1 ]] || fail "man does not find $page"
 done
 
-# ---- By find_package() ---------------------------------------------------------------------------
+# ---- With find_package() -------------------------------------------------------------------------
 
 # A project in C alone, and one that may mix C and C++, where CMake chooses how to link.
 for languages in C 'C;CXX'; do

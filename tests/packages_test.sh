@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the Debian packages twice, in two folders and two environments, and sees the same bytes;
-# then installs them on a new Debian system in a folder of its own, where the README's script is
-# compiled and run, and an example too.
+# Builds the Debian packages twice, in two folders and two environments, and compares the bytes.
+# Then installs them on a new Debian system in a temporary folder, and compiles and runs the
+# README's script and an example there.
 #
 # Usage: tests/packages_test.sh    (not part of scripts/test: .ci/run calls it)
 set -euo pipefail
@@ -16,7 +16,7 @@ root=$(mktemp -d)
 chmod 755 "$root"
 trap 'rm -rf "$root"' EXIT
 
-# ---- Twice the same ------------------------------------------------------------------------------
+# ---- Reproducible builds -------------------------------------------------------------------------
 
 export DEB_BUILD_OPTIONS=nocheck
 scripts/package "$root/packages"
@@ -26,10 +26,10 @@ tar -c --exclude-vcs --exclude=./build . | tar -x -C "$root/elsewhere"
   "$root/elsewhere/scripts/package" "$root/again")
 cd "$root/packages"
 for file in *.deb *.dsc *.tar.*; do
-  cmp "$file" "$root/again/$file" || fail "two builds make different bytes of $file"
+  cmp "$file" "$root/again/$file" || fail "two builds of $file differ"
 done
 
-# ---- What is in them -----------------------------------------------------------------------------
+# ---- Contents ------------------------------------------------------------------------------------
 
 # The developers build the packages and do not upload them to Debian: there is no bug to close.
 lintian --allow-root --display-info --fail-on error,warning,info \
@@ -37,7 +37,8 @@ lintian --allow-root --display-info --fail-on error,warning,info \
 
 mkdir contents
 for package in *.deb; do dpkg-deb -x "$package" contents; done
-diff -r "$OLDPWD/include" contents/usr/include || fail 'libtarn-dev lacks headers, or has others'
+diff -r "$OLDPWD/include" contents/usr/include ||
+  fail 'the headers in libtarn-dev differ from those in include/'
 library=$(echo contents/usr/lib/*/libtarn.so.1)
 readelf -d "$library" >dynamic
 for word in 'NEEDED.*libc\.so\.6' BIND_NOW; do
@@ -56,7 +57,7 @@ source=$OLDPWD
 awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >greet.c
 call=$(sed -n 's/^\$ \(.*\.\/greet\)$/\1/p' "$source/README.md")
 sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d' >shown
-[[ -s greet.c && $call && -s shown ]] || fail 'README.md has no greet.c, or no call of it'
+[[ -s greet.c && $call && -s shown ]] || fail 'README.md has no greet.c, or does not call it'
 cat >on-the-new-system <<END
 #!/bin/sh -eu
 cd /tmp
@@ -90,12 +91,14 @@ mmdebstrap --quiet --variant=apt --format=null --include=gcc,libc6-dev,pkg-confi
   --customize-hook='cp "$1"/packages/printed* "$1/packages/left" .' "$codename" - ||
   fail 'the packages do not work on a new system'
 for printed in printed printed-archive; do
-  tr -d '\r' <"$printed" | cmp - shown || fail "on a new system the README's script prints otherwise"
+  tr -d '\r' <"$printed" | cmp - shown ||
+    fail "on a new system, the README's script prints something else"
 done
 grep -q 'x y' printed-form || fail "$(printf 'the example printed:\n%s' "$(cat printed-form)")"
 for line in 'HTTP/1.1 200 OK' '.*x y.*'; do
   grep -qx "$line" printed-by-run ||
     fail "$(printf 'tarn-run printed:\n%s' "$(cat printed-by-run)")"
 done
-[ ! -s left ] || fail "$(printf 'these files stay after a removal:\n%s' "$(cat left)")"
-printf 'The packages: twice the same, clean, and at work on a new %s.\n' "$codename"
+[ ! -s left ] ||
+  fail "$(printf 'these files are left after removing the packages:\n%s' "$(cat left)")"
+printf 'The packages are reproducible, pass lintian and work on a new %s.\n' "$codename"

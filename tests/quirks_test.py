@@ -1,7 +1,8 @@
 """Usage: quirks_test.py PAGE PROGRAM FILE-OR-FOLDER...
 
-The quirks on the page are numbered from 1 up. Each has an anchor, the version since which scripts
-may rely on it, and tests that exist; every reference is to a quirk on the page.
+Checks that the quirks on the page are numbered from 1 without gaps; that each has an anchor, the
+version since which scripts may rely on it, and existing tests; and that every reference in the
+files is to a quirk on the page.
 """
 
 import re
@@ -20,13 +21,13 @@ REFERENCE = re.compile(rf"\bquirks?{GAP}(\d+(?:(?:,|{GAP}and){GAP}\d+)*)", re.IG
 
 
 def references(text: str) -> list[int]:
-    """The numbers that a text refers to."""
+    """The numbers of the quirks that a text refers to."""
     found = [int(n) for match in REFERENCE.finditer(text) for n in re.findall(r"\d+", match[1])]
     return found + [int(number) for number in re.findall(r"#quirk-(\d+)", text)]
 
 
 def faults_of_page(page: str, tests: set[str]) -> list[str]:
-    """What is wrong with the page, given the tests that exist."""
+    """The faults of the page, given the tests that exist."""
     numbers = [int(number) for number in HEADING.findall(page)]
     faults = []
     if not numbers:
@@ -47,7 +48,7 @@ def faults_of_page(page: str, tests: set[str]) -> list[str]:
 
 
 def faults_of_reference(name: str, text: str, page: str) -> list[str]:
-    """The quirks that a file refers to although the page does not have them."""
+    """The quirks that a file refers to but the page does not have."""
     known = {int(number) for number in HEADING.findall(page)}
     return [
         f"{name} refers to quirk {n}, which is not there"
@@ -57,7 +58,7 @@ def faults_of_reference(name: str, text: str, page: str) -> list[str]:
 
 
 def existing_tests(program: str) -> set[str]:
-    """The names of the program's tests, without the type behind a suite's name."""
+    """The names of the program's tests, without the type parameter after a suite's name."""
     command = [program, "--gtest_list_tests"]
     listed = subprocess.run(command, check=True, capture_output=True, text=True).stdout
     tests = set()
@@ -80,7 +81,7 @@ def files_in(places: Iterable[str]) -> list[Path]:
 
 
 class Checks(unittest.TestCase):
-    """The checks find what is wrong."""
+    """The checks find each kind of fault."""
 
     PAGE = (
         '<a id="quirk-1"></a>\n\n### 1. One\n\nText.\n\nSince 1.0.0. Held by:\n\n- `A.B`\n\n'
@@ -113,7 +114,7 @@ class Checks(unittest.TestCase):
         self.assertRegex(" ".join(self.faults("- `A.C`\n", "- `A.D`\n")), r"existing test: A\.D")
         self.assertRegex(" ".join(self.faults("- `A.B`\n- `A.C`\n", "")), "quirk 2 names no test")
 
-    def test_refuses_a_reference_to_no_quirk(self) -> None:
+    def test_refuses_a_reference_to_an_unknown_quirk(self) -> None:
         self.assertRegex(" ".join(self.faults("[quirk 1]", "[quirk 3]")), "refers to quirk 3")
         self.assertRegex(" ".join(self.faults("(#quirk-1)", "(#quirk-3)")), "refers to quirk 3")
 
@@ -125,7 +126,7 @@ class Checks(unittest.TestCase):
 
 
 def main(page_file: str, program: str, *places: str) -> int:
-    """Prints what is wrong."""
+    """Prints the faults; returns the exit status."""
     page = Path(page_file).read_text(encoding="utf-8")
     faults = faults_of_page(page, existing_tests(program))
     for place in places:

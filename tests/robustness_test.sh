@@ -2,7 +2,7 @@
 # Usage: robustness_test.sh PAGE BUILD-FOLDER CTEST PROGRAM...
 #
 # Every item of the page's lists of inputs and cases names tests, every test that the page names
-# exists, and every test of what strangers send is on it.
+# exists, and the page names every test of hostile input.
 set -euo pipefail
 export LC_ALL=C
 page=$1 build=$2 ctest=$3
@@ -17,9 +17,9 @@ fail() {
   failed=1
 }
 
-# The tests of each program, without the type after a suite's name; and CTest's. CTest starts a new log
-# even when it only lists tests: it lists them from another folder, since scripts/skips reads this
-# run's log.
+# Lists the tests of each program, without the type parameter after a suite's name, and those of
+# CTest. CTest starts a new log even when it only lists tests. It runs in another folder here,
+# because scripts/skips reads the log of the current run.
 mkdir "$folder/list"
 printf 'subdirs("%s")\n' "$build" >"$folder/list/CTestTestfile.cmake"
 {
@@ -31,7 +31,7 @@ printf 'subdirs("%s")\n' "$build" >"$folder/list/CTestTestfile.cmake"
     "$ctest" --test-dir "$folder/list" -C "$configuration" -N
   done | sed -nE 's/^ *Test +#[0-9]+: //p'
 } | sort -u >"$folder/tests"
-# Tests behind a web server are not part of every build.
+# Not every build has the tests that need a web server.
 with_e2e=no
 if grep -q '^e2e:' "$folder/tests"; then with_e2e=yes; fi
 

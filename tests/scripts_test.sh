@@ -1,8 +1,8 @@
 #!/bin/bash
 # Usage: scripts_test.sh SOURCE-FOLDER
 #
-# What every script prints before it does anything: its help, that it cannot write to a read-only
-# checkout, that packages are missing, that a port is taken. Nothing is installed or built for that.
+# What every script prints before it does anything: its help, and errors about a read-only checkout,
+# missing packages or a port that is in use. Nothing is installed or built.
 set -euo pipefail
 export LC_ALL=C
 source=$1
@@ -22,7 +22,7 @@ clean_up() {
 trap clean_up EXIT
 chmod 755 "$root"
 
-# A system on which nothing can be installed or built: the scripts stop after their first checks.
+# Simulates a system where nothing can be installed or built, so the scripts stop early.
 mkdir "$root/bin" "$root/tarn"
 for command in apt-get cmake ctest dpkg-query ninja sudo; do
   printf '#!/bin/sh\necho "%s was called"\nexit 99\n' "$command" >"$root/bin/$command"
@@ -39,7 +39,7 @@ for script in "$root"/tarn/scripts/*; do
 done
 [ ${#names[@]} -ge 13 ] || fail "only ${#names[@]} scripts: ${names[*]}"
 
-# Runs one of the scripts, whose lines and status are kept.
+# Runs one of the scripts and keeps its status and the number of its lines.
 run() {
   status=0
   "${as_user[@]}" "$root/tarn/scripts/$1" "${@:2}" >"$root/said" 2>&1 </dev/null || status=$?
@@ -56,10 +56,12 @@ for name in "${names[@]}"; do
     head -n 1 "$root/said" | grep -qE "^(Usage: scripts/|usage: )$name" ||
       fail "$name $option begins with: $(head -n 1 "$root/said")"
     [ "$lines" -ge 4 ] || fail "$name $option has hardly any help"
-    if grep -nE '^#|^set |was called|Traceback' "$root/said"; then fail "$name $option says that"; fi
+    if grep -nE '^#|^set |was called|Traceback' "$root/said"; then
+      fail "$name $option must not print these lines"
+    fi
   done
 done
-[ ! -e "$root/tarn/build" ] || fail 'a script made a folder to print its help'
+[ ! -e "$root/tarn/build" ] || fail 'a script created a folder just to print its help'
 
 # ---- A read-only checkout ------------------------------------------------------------------------
 
@@ -81,7 +83,7 @@ done
 as_user=(env)
 chmod -R u+w "$root/tarn"
 
-# ---- Packages that are missing -------------------------------------------------------------------
+# ---- Missing packages ----------------------------------------------------------------------------
 
 installing=0
 for name in "${names[@]}"; do
@@ -101,7 +103,7 @@ for name in "${names[@]}"; do
 done
 [ "$installing" -ge 11 ] || fail "only $installing scripts know --no-install"
 
-# What is about to be installed is printed first.
+# setup prints what it is about to install.
 cat >"$root/bin/apt-get" <<'END'
 #!/bin/sh
 case $* in *--assume-no*) echo 'Need to get 52.1 MB of archives.' ;; *) echo "apt-get $*" ;; esac
@@ -109,7 +111,7 @@ END
 if [ "$(id -u)" = 0 ]; then as_user=(setpriv --reuid=nobody --regid=nogroup --clear-groups); fi
 run setup memory
 as_user=(env)
-diff - "$root/said" >&2 <<'END' || fail 'setup does not say this before it calls sudo'
+diff - "$root/said" >&2 <<'END' || fail 'setup does not print this before it calls sudo'
 Installing missing packages with sudo, for memory (52.1 MB to download):
 valgrind
 sudo was called
@@ -130,7 +132,7 @@ status=0
 grep -qx '\.\.*' "$root/said" || fail "a command of five seconds showed: $(cat "$root/said")"
 [ ! -s "$root/printed" ] || fail 'dots went to standard output'
 
-# ---- A port that is taken, or that only root may take --------------------------------------------
+# ---- A port that is in use or reserved for root --------------------------------------------------
 
 coproc server {
   exec python3 -c '

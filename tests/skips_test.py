@@ -1,4 +1,4 @@
-"""scripts/skips finds what was skipped, and what ran nothing."""
+"""scripts/skips finds skipped tests, and test programs that ran no test."""
 
 import importlib.machinery
 import importlib.util
@@ -12,7 +12,7 @@ LOADER.exec_module(skips)
 
 
 def log(**outputs):
-    """As CTest writes it."""
+    """A log as CTest writes it."""
     blocks = [
         f"{number}/{len(outputs)} Testing: {name}\n{number}/{len(outputs)} Test: {name}\n"
         f'Command: "program"\nDirectory: /\n"{name}" start time: Nov 22 00:10 UTC\nOutput:\n'
@@ -23,7 +23,7 @@ def log(**outputs):
 
 
 class Skips(unittest.TestCase):
-    def test_are_found_in_what_both_kinds_of_tests_print(self):
+    def test_finds_skips_of_googletest_and_unittest(self):
         tests, reasons, idle = skips.skips_in(
             log(
                 one="../../tests/a_test.cpp:12: Skipped\nno room\n[  SKIPPED ] A.B (0 ms)\n",
@@ -37,7 +37,7 @@ class Skips(unittest.TestCase):
         self.assertEqual({"no room": 1, "no mount": 1, "it's late": 1}, reasons)
         self.assertEqual([], idle)
 
-    def test_that_ran_nothing_are_reported(self):
+    def test_reports_programs_that_ran_no_test(self):
         nothing = "[==========] 0 tests from 0 test suites ran. (0 ms total)\n"
         outputs = {
             "program": nothing,
@@ -51,14 +51,14 @@ class Skips(unittest.TestCase):
         expected = skips.expectations(run, ["# a comment", "", *lines])
         return list(skips.complaints(reasons, expected, some))
 
-    def test_that_are_expected_pass(self):
+    def test_accepts_expected_skips(self):
         lines = ("release,debug 2 no room", "other 0 no room", "release 0-3 no mount")
         self.assertEqual([], self.complaints({"no room": 2}, *lines))
         self.assertEqual([], self.complaints({"no room": 2, "no mount": 3}, *lines))
         self.assertEqual([], self.complaints({}, *lines, some=True))
         self.assertEqual([], self.complaints({}, *lines, run="sanitizers"))
 
-    def test_that_are_not_expected_are_reported(self):
+    def test_reports_unexpected_skips(self):
         line = "release 2-3 no room"
         for times in (1, 4):
             self.assertEqual(

@@ -1,10 +1,10 @@
-"""Makes one CTest test of each suite of a GoogleTest program, and runs it.
+"""Turns each suite of a GoogleTest program into one CTest test, and runs it.
 
   suites.py list FILE PREFIX PROGRAM...   writes CTest's commands to a file
-  suites.py run SUITE PROGRAM...          runs a suite with each program, which have the same tests
+  suites.py run SUITE PROGRAM...          runs a suite in each program; all have the same tests
 
-A process for each test would take longer than the tests. A failure that the programs share, such as
-one against the shared and the static library, is printed once.
+Starting a process for each test would take longer than the tests themselves. A failure that the
+programs share, for example with the shared and the static library, is printed once.
 """
 
 import os
@@ -19,7 +19,7 @@ ROOT = Path(__file__).resolve().parents[1]
 SECONDS = 600
 SUITE = re.compile(r"^([A-Za-z_][\w/]*)\.", re.MULTILINE)
 BEGIN = re.compile(r"^\[ RUN      \] (\S+)$")
-# A test may print something without a line end before it.
+# The output of a test may end without a newline before this.
 END = re.compile(r"^(.*)\[ +(OK|FAILED|SKIPPED) +\] (\S+?)(?:, where .*)? \(\d+ ms\)$")
 # What GoogleTest prints around the tests.
 FRAME = re.compile(
@@ -28,7 +28,7 @@ FRAME = re.compile(
 
 
 class Outcome(NamedTuple):
-    """How a program ended, and what each test that failed or was skipped printed."""
+    """How a program ended, and the output of each test that failed or was skipped."""
 
     program: Path
     status: int
@@ -48,7 +48,7 @@ def list_suites(program: str) -> list[str]:
 
 
 def ctest_commands(prefix: str, programs: list[str]) -> str:
-    """A file for CTest, with a test for each suite of the first program."""
+    """The text of a CTest file with a test for each suite of the first program."""
     lines = []
     for suite in list_suites(programs[0]):
         words = [sys.executable, "-BIS", os.path.abspath(__file__), "run", suite, *programs]
@@ -61,7 +61,7 @@ def ctest_commands(prefix: str, programs: list[str]) -> str:
 
 
 def outcome(program: Path, status: int, output: str) -> Outcome:
-    """Reads what GoogleTest printed."""
+    """Parses the output of GoogleTest."""
     failed: dict[str, str] = {}
     skipped: dict[str, str] = {}
     test, printed = "", ""
@@ -83,7 +83,7 @@ def outcome(program: Path, status: int, output: str) -> Outcome:
             how = f"was killed by {signal.Signals(-status).name}"
         failed[test] = f"{printed}The program {how} in this test.\n"
     elif status == 0:
-        # A filter that matches nothing passes. So do lines from elsewhere.
+        # GoogleTest passes when its filter matches nothing, and other programs print no such line.
         failed = {}
         if " 0 tests from" in output or not re.search(r"^\[=+\] \d+ tests? from", output, re.M):
             failed["every test"] = "No test was run.\n"
@@ -93,7 +93,7 @@ def outcome(program: Path, status: int, output: str) -> Outcome:
 
 
 def run(suite: str, program: str) -> Outcome:
-    """Runs a suite with a program."""
+    """Runs a suite in a program."""
     done = subprocess.run(
         [program, f"--gtest_filter={suite}.*", "--gtest_color=no"],
         stdout=subprocess.PIPE,
@@ -106,12 +106,12 @@ def run(suite: str, program: str) -> Outcome:
 
 
 def without_numbers(text: str) -> str:
-    """For comparison: addresses and process ids differ from run to run."""
+    """The text to compare, since addresses and process ids differ from run to run."""
     return re.sub(r"\b(0x[0-9a-f]+|\d{3,})\b", "N", text)
 
 
 def report(outcomes: list[Outcome]) -> str:
-    """What failed, each failure once, and how to run it again; then what was skipped."""
+    """Lists each failure once, with the command to run it again, then the skipped tests."""
     told: dict[str, tuple[str, str]] = {}
     lines = []
     for one in outcomes:

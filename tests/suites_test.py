@@ -1,4 +1,4 @@
-"""tests/suites.py sees every failure in what GoogleTest prints, and prints it once."""
+"""tests/suites.py finds every failure in the output of GoogleTest and prints it once."""
 
 import unittest
 from pathlib import Path
@@ -17,40 +17,40 @@ def outcome(*tests, status=0, program="one", tail=TAIL):
 
 
 class Outcome(unittest.TestCase):
-    def test_of_tests_that_pass_has_no_failure(self):
+    def test_passing_tests_have_no_failure(self):
         self.assertEqual({}, outcome(PASSED).failed)
 
-    def test_has_the_message_of_a_failure(self):
+    def test_failure_has_its_message(self):
         failed = outcome(PASSED, FAILED.format("1f"), status=1).failed
         self.assertEqual({"A.fails": "a_test.cpp:3: Failure\ninput 0x1f\n"}, failed)
 
-    def test_has_the_reason_of_a_skip(self):
+    def test_skip_has_its_reason(self):
         done = outcome(PASSED, SKIPPED)
         self.assertEqual(({}, ["A.skips"]), (done.failed, list(done.skipped)))
         self.assertIn("no room", done.skipped["A.skips"])
 
-    def test_names_the_test_in_which_the_program_crashed(self):
+    def test_crash_names_the_running_test(self):
         failed = outcome(PASSED, "[ RUN      ] A.crashes\nsome\n", status=-11, tail="").failed
         self.assertEqual(["A.crashes"], list(failed))
         self.assertIn("some\nThe program was killed by SIGSEGV in this test.", failed["A.crashes"])
 
-    def test_names_the_test_that_ends_the_program_without_an_error(self):
+    def test_early_exit_with_status_0_names_the_running_test(self):
         failed = outcome("[ RUN      ] A.exits\n", status=0, tail="").failed
         self.assertEqual({"A.exits": "The program ended with status 0 in this test.\n"}, failed)
 
-    def test_is_not_confused_by_output_without_a_line_end(self):
+    def test_copes_with_output_without_a_newline(self):
         done = outcome("[ RUN      ] A.prints\nhalf a line[       OK ] A.prints (0 ms)\n")
         self.assertEqual({}, done.failed)
 
-    def test_without_any_test_is_a_failure(self):
+    def test_running_no_test_is_a_failure(self):
         none = "[==========] Running 0 tests from 0 test suites.\n[  PASSED  ] 0 tests.\n"
         self.assertTrue(suites.outcome(Path("one"), 0, none).failed)
         self.assertTrue(suites.outcome(Path("one"), 0, "").failed)
 
-    def test_with_a_status_alone_is_a_failure(self):
+    def test_nonzero_status_alone_is_a_failure(self):
         self.assertTrue(outcome(PASSED, status=23).failed)
 
-    def test_has_what_a_sanitizer_prints_after_the_tests(self):
+    def test_keeps_sanitizer_output_after_the_tests(self):
         leak = outcome(PASSED, status=23, tail=TAIL + "ERROR: LeakSanitizer: 4 bytes\n")
         self.assertIn("LeakSanitizer", leak.failed["outside any test"])
 
@@ -67,7 +67,7 @@ class Report(unittest.TestCase):
         self.assertIn("A.fails also fails in two.\n", text)
         self.assertEqual(1, text.count(" --gtest_filter=A.fails\n"))
 
-    def test_prints_what_fails_in_one_program_alone_or_in_another_way(self):
+    def test_prints_failures_that_programs_do_not_share(self):
         failing = outcome(FAILED.format("1f"), status=1, program="two")
         self.assertIn("A.fails fails in two:\n", suites.report([outcome(PASSED), failing]))
         other = outcome(FAILED.format("1f").replace("input", "length"), status=1)
@@ -77,7 +77,7 @@ class Report(unittest.TestCase):
 
 
 class Commands(unittest.TestCase):
-    def test_have_a_test_for_each_suite(self):
+    def test_add_one_test_per_suite(self):
         listed = (
             "Running main() from gtest_main.cc\nOne.\n  a\nTwo/Three.  # TypeParam = x.y\n  b\n"
         )

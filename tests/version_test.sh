@@ -1,7 +1,7 @@
 #!/bin/bash
 # Usage: version_test.sh SOURCE-FOLDER
 #
-# VERSION decides the version. The two changelogs have to repeat it.
+# Both changelogs must have the version in VERSION.
 set -euo pipefail
 cd -- "$1"
 

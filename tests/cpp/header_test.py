@@ -1,4 +1,4 @@
-"""How compilers read the C++ headers, and what scripts that include them need.
+"""What compilers accept in the C++ headers, and what scripts that include them depend on.
 
 In the environment: CC and CXX, compilers with their flags; SOURCE, the repository; LIBRARY, the
 shared library.
@@ -96,7 +96,7 @@ class Header(unittest.TestCase):
             alone = self.folder / f"{header.stem}_alone.cpp"
             alone.write_text(f"#include <{name}>\n#include <{name}>\n", encoding="utf-8")
             for compiler, mode in itertools.product(compilers(), modes):
-                # The umbrella includes the others, so two modes are enough for those.
+                # The umbrella header includes the others, so two modes are enough for them.
                 if header == HEADER or mode in (modes[0], modes[-1]):
                     flags = [*mode, *WARNINGS, f"-I{INCLUDE}", "-fsyntax-only"]
                     commands.append([*compiler, *flags, alone])
@@ -105,12 +105,12 @@ class Header(unittest.TestCase):
                 with self.subTest(command):
                     self.assertEqual(0, done.returncode, done.stdout)
 
-    def test_the_umbrella_includes_every_other_header_once(self):
+    def test_umbrella_header_includes_every_other_header_once(self):
         included = re.findall(r'(?m)^#include "(.*?)"', HEADER.read_text(encoding="utf-8"))
         parts = [str(part.relative_to(INCLUDE)) for part in PARTS]
         self.assertEqual(parts, sorted(included))
 
-    def test_a_header_before_c_plus_plus_17_asks_for_it(self):
+    def test_older_standard_is_refused_with_a_message(self):
         old = self.folder / "old.cpp"
         for header in [HEADER, *PARTS]:
             if header.read_text(encoding="utf-8").startswith("// Internal: "):
@@ -122,7 +122,7 @@ class Header(unittest.TestCase):
                 self.assertNotEqual(0, done.returncode)
                 self.assertIn("-std=c++17", done.stdout)
 
-    def test_a_script_that_reads_fields_includes_nothing_for_responses_and_files(self):
+    def test_reading_fields_does_not_pull_in_responses_or_files(self):
         script = self.folder / "fields.cpp"
         script.write_text("#include <tarn/request.hpp>\n", encoding="utf-8")
         flags = ["-std=c++17", f"-I{INCLUDE}"]
@@ -132,7 +132,7 @@ class Header(unittest.TestCase):
         unwanted = {"html.hpp", "response.hpp", "file.hpp", "fcntl.h", "unistd.h", "ctime"}
         self.assertFalse(unwanted & included)
 
-    def test_has_ranges_for_standard_algorithms(self):
+    def test_lists_work_with_standard_algorithms_and_ranges(self):
         ranges = self.folder / "ranges.cpp"
         ranges.write_text(
             """
@@ -149,7 +149,7 @@ class Header(unittest.TestCase):
         )
         self.succeeds(*CXX, "-std=c++20", f"-I{INCLUDE}", "-fsyntax-only", ranges)
 
-    def test_files_of_one_program_may_include_different_headers(self):
+    def test_source_files_of_one_program_may_include_different_headers(self):
         files = {
             "one": """
                 #include <tarn/element.hpp>
@@ -186,14 +186,14 @@ class Header(unittest.TestCase):
         self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
-    def test_needs_no_runtime_for_views(self):
+    def test_views_need_no_cpp_runtime(self):
         # _FORTIFY_SOURCE needs an optimizer.
         for level in (["-O0", "-U_FORTIFY_SOURCE"], ["-O2"]):
             with self.subTest(level):
                 compiled = self.folder / "script.o"
                 flags = ["-std=c++17", *WARNINGS, "-fno-exceptions", *level]
                 self.succeeds(*CXX, *flags, f"-I{INCLUDE}", "-c", SCRIPT, "-o", compiled)
-                # Names of C++ begin with _Z, and those of exceptions with __cxa, __gxx or _Unw.
+                # C++ symbols begin with _Z, those of exceptions with __cxa, __gxx or _Unw.
                 undefined = self.succeeds("nm", "-u", compiled).split()
                 self.assertIn("Tarn_new", undefined)
                 self.assertEqual([], [n for n in undefined if re.match("_Z|__cxa|__gxx|_Unw", n)])
@@ -204,11 +204,11 @@ class Header(unittest.TestCase):
                 self.assertEqual(["libtarn.so.1", "libc.so.6"], needed)
 
     def complaint(self, snippet):
-        """Why the refused part does not count as refused; None if it does."""
+        """Says why the refused part does not count as refused; None if it does."""
         name = snippet["name"]
         source = self.folder / f"{hash(name)}.cpp"
         source.write_text("#include <tarn.hpp>\n" + function(snippet, "refused"), encoding="utf-8")
-        # The folder has the precompiled header, so it comes first.
+        # This folder comes first because it has the precompiled header.
         flags = ["-std=c++17", *WARNINGS, f"-I{self.folder}", f"-I{INCLUDE}", "-fsyntax-only"]
         done = run(*CXX, *flags, source)
         if done.returncode == 0:
@@ -219,7 +219,7 @@ class Header(unittest.TestCase):
             return f"the error is not in the refused part:\n{done.stdout}"
         return None
 
-    def test_refuses_wrong_use(self):
+    def test_misuse_does_not_compile(self):
         self.assertGreater(len(SNIPPETS), 30)
         made = self.folder / "tarn.hpp.gch"
         self.succeeds(*CXX, "-std=c++17", *WARNINGS, "-x", "c++-header", HEADER, "-o", made)
@@ -228,7 +228,7 @@ class Header(unittest.TestCase):
                 with self.subTest(snippet["name"]):
                     self.assertIsNone(complaint)
 
-    def test_accepts_the_corrected_use(self):
+    def test_corrected_use_compiles(self):
         source = self.folder / "accepted.cpp"
         functions = [function(snippet, "accepted") for snippet in SNIPPETS]
         source.write_text("#include <tarn.hpp>\n" + "".join(functions), encoding="utf-8")
@@ -236,7 +236,7 @@ class Header(unittest.TestCase):
             flags = ["-std=c++17", *WARNINGS, f"-I{INCLUDE}", "-fsyntax-only"]
             self.succeeds(*compiler, *flags, source)
 
-    def test_has_a_correction_and_a_name_for_each_wrong_use(self):
+    def test_each_misuse_has_a_name_and_a_correction(self):
         names = [snippet["name"] for snippet in SNIPPETS]
         self.assertEqual(len(names), len(set(names)))
         for snippet in SNIPPETS:

@@ -1,4 +1,4 @@
-"""Hostile texts in a page, read back by html5lib: each stays in its place and adds nothing."""
+"""Puts hostile text into a page and parses it with html5lib: it stays in place and adds nothing."""
 
 import json
 import os
@@ -86,12 +86,12 @@ class Page(unittest.TestCase):
         self.assertEqual(json.loads(page.find(".//i").attrib["title"]), text)
         self.assertEqual(unquote_to_bytes(page.find(".//a").text[1:]), os.fsencode(sent))
 
-    def test_keeps_every_text_in_its_place_and_adds_nothing(self):
+    def test_hostile_text_stays_in_place_and_adds_nothing(self):
         for text in TEXTS:
             with self.subTest(text):
                 self.expect(text, text)
 
-    def test_replaces_invalid_utf_8(self):
+    def test_invalid_utf_8_is_replaced(self):
         self.expect("caf\ufffd \ufffd<b>", b"caf\xe9 \xff<b>")
 
 

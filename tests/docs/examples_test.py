@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""An example of the reference prints what the reference shows, and calls each function it names.
+"""Checks that an example of the reference prints what the reference shows, and calls each function
+that its source names.
 
 Usage: examples_test.py SOURCE PROGRAM VERSION-SCRIPT
 
-The commands of the transcript beside the source are run by a shell, beside the program; each has to
-print what stands below it. The dynamic linker tells which functions are called.
+A shell runs the commands of the transcript next to the source, in a folder with the program. Each
+must print what the transcript shows below it. The dynamic linker reports the functions called.
 """
 
 import os
@@ -24,7 +25,7 @@ def main():
     commands = re.findall(r"^\$ ((?:.*\\\n)*.*)\n", shown, re.MULTILINE)
     if not any(f"./{program.name}" in command for command in commands):
         sys.exit(f"{transcript} does not call ./{program.name}")
-    # Before a command runs, it is printed as the transcript has it.
+    # The shell prints each command before it runs it, as the transcript does.
     script = "set -eu -o pipefail\n" + "".join(
         f"cat <<'END'\n$ {command}\nEND\n{command}\n" for command in commands
     )
@@ -46,7 +47,7 @@ def main():
     if shell.returncode != 0 or printed != shown:
         sys.exit(f"{transcript} shows:\n{shown}\nStatus {shell.returncode}, printed:\n{printed}")
     called = set(re.findall(rf"binding file \./{program.name} .* symbol `(\w+)\'", linked))
-    # In C++ the header makes the calls.
+    # In C++ it is the header that calls the functions.
     if (not named and source.suffix == ".c") or named - called:
         sys.exit(f'{source} names, and does not call: {", ".join(sorted(named - called))}')
 

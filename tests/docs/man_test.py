@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The manual pages say what the header says, of every function, and man finds them."""
+"""The manual pages document every function as the header does, and man finds them."""
 
 import collections
 import ctypes
@@ -40,7 +40,7 @@ def run(*command, **options):
 
 
 def rendered(name):
-    """The page as a terminal of 80 columns shows it, without bold face and underlining."""
+    """The page as shown on a terminal of 80 columns, without bold and underlined text."""
     shown = run(os.environ["MANDOC"], "-Tascii", "-Owidth=80", SECTION / f"{name}.3", check=True)
     return re.sub(".\b", "", shown.stdout)
 
@@ -50,7 +50,7 @@ def part(page, heading):
 
 
 def page_of(name):
-    """The name of the page that a file of this name leads to."""
+    """The name of the page that a file of this name links to."""
     link = re.fullmatch(r"\.so man3/(.*)\.3\n", FILES[name])
     return link[1] if link else name
 
@@ -67,9 +67,9 @@ SHOWN = {name: rendered(name) for name in PAGES}
 
 
 class Prototypes(unittest.TestCase):
-    """The SYNOPSIS of a page is taken as it is printed: it is C."""
+    """The SYNOPSIS of each page, as printed, is valid C."""
 
-    def test_agree_with_the_header_for_a_compiler(self):
+    def test_compile_next_to_the_header(self):
         self.assertEqual(part(SHOWN[CPP], "SYNOPSIS").strip(), "#include <tarn.hpp>")
         for name, page in SHOWN.items():
             if name == CPP:
@@ -77,7 +77,7 @@ class Prototypes(unittest.TestCase):
             compiled = run(*CC, "-fsyntax-only", "-x", "c", "-", input=part(page, "SYNOPSIS"))
             self.assertEqual((compiled.returncode, compiled.stderr), (0, ""), name)
 
-    def test_agree_with_the_header_word_for_word(self):
+    def test_match_the_header_word_for_word(self):
         header = squeezed(run(*CC, "-E", "-P", "-x", "c", "-", input=HEADER, check=True).stdout)
         for page in SHOWN.values():
             for declaration in self.declarations(page):
@@ -86,7 +86,7 @@ class Prototypes(unittest.TestCase):
                     re.search(rf"[;)}}] ?{words}(;|__attribute__)", header), declaration
                 )
 
-    def test_are_there_once_for_each_export(self):
+    def test_appear_once_per_export(self):
         shown = collections.Counter()
         for page in SHOWN.values():
             for declaration in self.declarations(page):
@@ -109,7 +109,7 @@ class Pages(unittest.TestCase):
             if not re.search(rf"\bvoid\s+{name}\(", page) and f" {name}(" in page:
                 self.assertRegex(part(page, "RETURN VALUES"), rf"\b{name}\(\)")
 
-    def test_lose_no_word_of_the_header(self):
+    def test_contain_every_word_of_the_header(self):
         shown = [f' {words(re.sub(r"(?<=[a-z])[(][23][)]", "", page))} ' for page in SHOWN.values()]
         comments = re.findall(r"^/\*.*?\*/", HEADER, re.MULTILINE | re.DOTALL)
         comments[0] = comments[0].partition("\n")[2]  # the title
@@ -125,7 +125,7 @@ class Pages(unittest.TestCase):
         for part in told:
             self.assertTrue(any(f" {part} " in page for page in shown), part)
 
-    def test_are_found_by_man_under_every_name(self):
+    def test_man_finds_each_page_by_every_name(self):
         names = sorted(FILES)
         found = run(
             os.environ["MAN"], "-M", SECTION.parent, "-w", *names, env={**os.environ, "LC_ALL": "C"}
@@ -136,12 +136,12 @@ class Pages(unittest.TestCase):
         )
         self.assertLessEqual(set(EXPORTS), set(names))
 
-    def test_differ_in_more_than_case(self):
+    def test_names_differ_in_more_than_case(self):
         clashes = collections.Counter(name.lower() for name in FILES)
         self.assertEqual([name for name, count in clashes.items() if count > 1], [])
 
-    def test_satisfy_mandoc(self):
-        # What is said of other manuals depends on the manuals that are installed here.
+    def test_mandoc_reports_nothing(self):
+        # Messages about other manuals depend on which ones are installed here.
         for name in PAGES:
             lint = run(os.environ["MANDOC"], "-Tlint", "-Wstyle", SECTION / f"{name}.3").stdout
             self.assertEqual(
@@ -149,7 +149,7 @@ class Pages(unittest.TestCase):
                 [],
             )
 
-    def test_refer_to_pages_and_functions_that_exist(self):
+    def test_references_name_existing_pages_and_functions(self):
         library = ctypes.CDLL(None)
         for name, text in PAGES.items():
             references = re.findall(r"\bXr (\S+) (\d)", text)
@@ -158,12 +158,12 @@ class Pages(unittest.TestCase):
                 if not (section == "3" and other in FILES):
                     self.assertTrue(hasattr(library, other), f"{name} refers to {other}")
 
-    def test_show_no_marks_of_the_header(self):
+    def test_show_no_header_markup(self):
         for name, page in SHOWN.items():
             for text in (page.partition("\nEXAMPLES\n")[0], part(page, "SEE ALSO")):
                 self.assertNotRegex(text, r"`|@|/\*|\*/", name)
 
-    def test_fit_a_terminal(self):
+    def test_fit_80_columns(self):
         for name, page in SHOWN.items():
             self.assertEqual([line for line in page.splitlines() if len(line) > 80], [], name)
 
@@ -184,9 +184,9 @@ class Pages(unittest.TestCase):
 
 
 class Cpp(unittest.TestCase):
-    """tarn.hpp(3) tells the header for C++ in short."""
+    """tarn.hpp(3) summarises the C++ header."""
 
-    def test_names_each_class_and_what_it_has(self):
+    def test_names_each_class_and_its_members(self):
         page = part(SHOWN[CPP], "DESCRIPTION")
         classes = dict(re.findall(r"(?m)^class (\w+)\b[^;{]*\{(.*?)^};", CPP_HEADER, re.DOTALL))
         classes = {name: body for name, body in classes.items() if f"tarn::{name}" in page}
@@ -201,7 +201,7 @@ class Cpp(unittest.TestCase):
             for member in re.findall(r"(?m)\*/\n  [^\n(=;]*?\b(\w+)\(", public):
                 self.assertRegex(told, rf"(?m)^     (operator )?{member}\(", f"{name}::{member}")
 
-    def test_shows_the_conventions_and_an_example_that_runs(self):
+    def test_shows_the_conventions_and_a_working_example(self):
         shown = words(SHOWN[CPP])
         for convention in re.findall(r"(?ms)^ \*  \d\. (.*?)(?=^ \*  \d|^ \*/)", CPP_HEADER):
             self.assertIn(words(convention), shown)
@@ -210,7 +210,7 @@ class Cpp(unittest.TestCase):
 
 
 class Generator(unittest.TestCase):
-    """What becomes of a header that was changed."""
+    """How the generator handles a modified header."""
 
     def generate(self, header, folder, **environment):
         tree = changed_tree(folder, include={"tarn.h": header})
@@ -228,7 +228,7 @@ class Generator(unittest.TestCase):
             self.assertIn(reason, made.stderr)
             self.assertFalse((Path(folder) / "man").exists())
 
-    def test_writes_the_same_pages_whenever_and_wherever_it_runs(self):
+    def test_output_does_not_depend_on_time_or_folder(self):
         with tempfile.TemporaryDirectory() as folder:
             made = self.generate(
                 HEADER, folder, TZ="Pacific/Auckland", LC_ALL="C", PYTHONHASHSEED="7"
@@ -251,21 +251,21 @@ class Generator(unittest.TestCase):
             "Tarn_getVersion(): not documented",
         )
 
-    def test_refuses_a_function_of_which_only_the_result_is_told(self):
+    def test_refuses_a_function_that_only_documents_its_result(self):
         self.refuses(
             "/** Returns the version (quirk 21). @return",
             "/** @return",
             "Tarn_getVersion(): not documented",
         )
 
-    def test_refuses_an_argument_that_nobody_explains(self):
+    def test_refuses_an_undocumented_argument(self):
         self.refuses(
             " *  @param requested  in bytes\n",
             "",
             "TARNString_reserve(): no @param explains requested",
         )
 
-    def test_refuses_an_explanation_of_no_argument(self):
+    def test_refuses_documentation_of_an_unknown_argument(self):
         self.refuses(
             " *  @param requested  in bytes\n",
             " *  @param requested  in bytes\n *  @param given  in bytes\n",
@@ -277,21 +277,21 @@ class Generator(unittest.TestCase):
             "no function has an argument given",
         )
 
-    def test_refuses_an_argument_of_which_nothing_is_said(self):
+    def test_refuses_an_empty_argument_description(self):
         self.refuses(
             "@param requested  in bytes",
             "@param requested",
             "TARNString_reserve(): @param says nothing of requested",
         )
 
-    def test_refuses_a_result_of_which_nothing_is_said(self):
+    def test_refuses_an_empty_result_description(self):
         self.refuses(
             'Returns the version (quirk 21). @return the text "1.0.0"',
             "Returns the version (quirk 21).",
             "Tarn_getVersion(): @return is for",
         )
 
-    def test_refuses_a_reference_to_a_function_that_is_not_there(self):
+    def test_refuses_a_reference_to_an_unknown_function(self):
         self.refuses(
             "in any case.",
             "as Tarn_getCheckbox() does.",
@@ -306,7 +306,7 @@ class Generator(unittest.TestCase):
             "/* ---- Byte buffer: CGIfb", "/* Byte buffer: CGIfb", "no family Byte buffer: CGIfb"
         )
 
-    def test_refuses_a_declaration_that_it_does_not_know(self):
+    def test_refuses_a_declaration_it_cannot_parse(self):
         self.refuses(
             "TARN_API TarnHandle Tarn_getFile(",
             "TarnHandle Tarn_getFile(",

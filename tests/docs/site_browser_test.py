@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""The site in Chromium, from the disk: the search finds what people look for, and every page can be
-read, on a desk and on a phone, in light and in dark.
+"""Opens the site in Chromium from the disk: the search finds what people look for, and every page
+is readable on a desktop and on a phone, in light and dark mode.
 
-Screenshots go into the folder that SCREENSHOTS names.
+Screenshots are saved in the folder named by SCREENSHOTS.
 """
 
 import base64
@@ -50,7 +50,7 @@ SEARCHES = {
     "memory": "guide/memory",
     "install": "guide/first-script",
     "nginx": "guide/deploying",
-    # Whoever knows a name is led to its page.
+    # Searching for a name finds its page.
     "Tarn_getFile": "c/Tarn_getFile",
     "getFile": "c/Tarn_getFile",
     "TARN_ENTRY_VALUE": "c/form-entries",
@@ -58,8 +58,8 @@ SEARCHES = {
     "escape_json": "cpp/functions",
     "tarn-run": "tools/tarn-run",
 }
-# What stands out of the page, and identifiers that go over a line's end. Boxes that scroll by
-# themselves may hold more than is seen.
+# Finds what is wider than the page, and identifiers that are broken across lines. Boxes that scroll
+# may hold more than they show.
 LOOK = """
 const wide = document.scrollingElement.scrollWidth - innerWidth;
 const scrolls = e => {
@@ -91,7 +91,7 @@ while (texts.nextNode()) {
 }
 return {wide, out, broken, identifiers};
 """
-# WCAG asks for a contrast of 4.5, and of 3 for large text.
+# WCAG requires a contrast of 4.5, or 3 for large text.
 FAINT = """
 const channels = colour => colour.match(/[\\d.]+/g).map(Number);
 const light = c => c.slice(0, 3).map(v => (v /= 255) <= 0.03928 ? v / 12.92
@@ -153,7 +153,7 @@ class Site(unittest.TestCase):
         self.browser.get(f"file://{TREE}/{page}")
 
     def found(self, query):
-        """The pages that the search lists, each with what it says of it."""
+        """The pages that the search lists, each with its summary."""
         self.open(f"search.html?{urllib.parse.urlencode({'q': query})}")
         WebDriverWait(self.browser, 60).until(
             lambda browser: browser.find_elements(
@@ -168,14 +168,14 @@ class Site(unittest.TestCase):
             "  item.textContent])"
         )
 
-    def test_search_leads_to_the_right_page_among_the_first_three(self):
+    def test_search_lists_the_right_page_in_the_top_three(self):
         for size in DESK, PHONE:
             self.look_from(size)
             for query, page in SEARCHES.items():
                 found = [name for name, _ in self.found(query)]
                 self.assertIn(page, found[:3], f"{query}: {found[:5]}")
 
-    def test_search_says_of_each_page_what_it_is_about_and_lists_it_once(self):
+    def test_search_summarises_each_page_and_lists_it_once(self):
         self.look_from(DESK)
         found = self.found("cookie")
         self.assertGreater(len(found), 10)
@@ -183,7 +183,7 @@ class Site(unittest.TestCase):
         for page, text in found[:10]:
             self.assertGreater(len(text), 40, page)
 
-    def test_search_finds_nothing_for_what_is_not_there(self):
+    def test_search_for_unknown_text_finds_nothing(self):
         self.look_from(DESK)
         self.assertEqual(self.found("zebrafish"), [])
 
@@ -223,7 +223,7 @@ class Site(unittest.TestCase):
         for count in identifiers.values():
             self.assertGreater(count, 10000)
 
-    def test_text_has_contrast_in_light_and_in_dark(self):
+    def test_text_has_enough_contrast_in_light_and_dark(self):
         for scheme in "light", "dark":
             for size in DESK, PHONE:
                 self.look_from(size, scheme)
@@ -234,7 +234,7 @@ class Site(unittest.TestCase):
                     self.assertGreater(seen["count"], 20, page)
                     self.assertEqual(seen["faint"], [], f"{page} in {scheme}")
 
-    def test_a_reader_chooses_light_or_dark(self):
+    def test_reader_can_choose_light_or_dark(self):
         self.look_from(DESK, "light")
         self.open("index.html")
         button = self.browser.find_element(By.CSS_SELECTOR, ".content .theme-toggle")
@@ -255,7 +255,7 @@ class Site(unittest.TestCase):
             cpp.click()
             self.assertTrue(code.is_displayed())
 
-    def test_asks_no_other_host_and_has_no_errors(self):
+    def test_loads_without_errors_or_other_hosts(self):
         self.look_from(DESK)
         self.browser.get_log("performance"), self.browser.get_log("browser")
         for page in KINDS:
@@ -272,7 +272,7 @@ class Site(unittest.TestCase):
         self.assertEqual([url for url in asked if not url.startswith(f"file://{TREE}/")], [])
         self.assertEqual(self.browser.get_log("browser"), [])
 
-    def test_the_cheat_sheet_is_one_sheet_of_paper(self):
+    def test_cheat_sheet_prints_on_one_sheet(self):
         self.look_from(DESK)
         self.open("c/cheat-sheet.html")
         paper = {"paperWidth": 210 / 25.4, "paperHeight": 297 / 25.4}

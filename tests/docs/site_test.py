@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The site has a page for each function and class, with an example that compiles and runs; it loses
-no word of the headers and the documents, and all its links lead somewhere."""
+"""The site has a page for each function and class, with an example that compiles and runs. It has
+every word of the headers and the documents, and no broken links."""
 
 import functools
 import os
@@ -33,7 +33,7 @@ TASKS = tomllib.loads((SOURCE / "docs/tasks.toml").read_text())
 
 SHARED = tomllib.loads((SOURCE / "docs/cpp.toml").read_text())["shared"].keys()
 
-# What the calls of the tasks are made with.
+# Variables that the code of the tasks uses.
 CALLS = """
 #include <tarn.h>
 void f(TarnHandle request, TarnHandle list, TarnHandle file, TarnHandle other, TarnHandle env,
@@ -54,7 +54,7 @@ def run(*command, **options):
 
 @functools.cache
 def article(name):
-    """The part of a page that is its own."""
+    """The part of a page that other pages do not share."""
     text = re.search(r'<article role="main">.*</article>', PAGES[name], re.DOTALL)[0]
     made = BeautifulSoup(text, "html.parser")
     for link in made.find_all("a", class_="headerlink"):
@@ -81,7 +81,7 @@ def signatures(page):
 
 
 def field(page, name):
-    """What a list of fields has below a name: Parameters, Returns, Return values."""
+    """The content of a field: Parameters, Returns or Return values."""
     for heading in page.select("dl.field-list > dt"):
         if heading.get_text().strip(": ") == name:
             return heading.find_next_sibling("dd")
@@ -89,7 +89,7 @@ def field(page, name):
 
 
 def shows(listing, path):
-    """Tells whether a listing is the end of a file, blanks at the ends of lines apart."""
+    """Tells whether a file ends with a listing, ignoring spaces at the ends of lines."""
     shown, text = (
         "\n".join(map(str.rstrip, text.strip("\n").split("\n")))
         for text in (listing.get_text(), path.read_text())
@@ -102,7 +102,7 @@ def listings(page):
 
 
 class Functions(unittest.TestCase):
-    """The page of a function, and of the one datum."""
+    """The pages of the functions, and of the only variable."""
 
     def each(self):
         self.assertGreater(len(EXPORTS), 200)
@@ -121,7 +121,7 @@ class Functions(unittest.TestCase):
         compiled = run(*CC, input="\n".join(["#include <tarn.h>", *prototypes]))
         self.assertEqual((compiled.returncode, compiled.stderr), (0, ""))
 
-    def test_explains_each_argument_in_its_place(self):
+    def test_lists_arguments_in_order_with_descriptions(self):
         for name, page in self.each():
             declared = re.search(r"\((.*)\)", squeezed(signatures(page)[0]))
             declared = re.findall(r"(\w+)(?:,|$)", declared[1]) if declared else []
@@ -135,13 +135,13 @@ class Functions(unittest.TestCase):
                 said = argument.find_parent("p").get_text().partition("–")[2]
                 self.assertTrue(said.strip(" ."), argument)
 
-    def test_tells_the_result_unless_there_is_none(self):
+    def test_describes_the_result_unless_void(self):
         for name, page in self.each():
             nothing = re.search(rf"TARN_API (void {name}\(|extern .*\b{name};)", HEADER)
             told = field(page, "Returns")
             self.assertEqual(bool(told and told.get_text().strip(" .")), not nothing)
 
-    def test_tells_what_each_status_in_a_result_means(self):
+    def test_explains_each_status_in_a_result(self):
         for name, page in self.each():
             result, values = field(page, "Returns"), field(page, "Return values")
             named = set(re.findall(r"\bTARN_[A-Z_]+", result.get_text())) if result else set()
@@ -157,13 +157,13 @@ class Functions(unittest.TestCase):
             self.assertTrue(marked)
             for line in marked:
                 self.assertRegex(line, rf"\b{name}\b")
-            # It is one of those that are compiled, run and compared.
+            # The examples in this folder are compiled and run, and their output is compared.
             self.assertTrue(shows(listing, source), name)
             transcript = listing.find_next("pre")
             self.assertTrue(shows(transcript, source.with_suffix(".txt")), name)
             self.assertRegex(transcript.get_text(), rf"\./{source.stem}\b")
 
-    def test_has_the_rules_of_its_family(self):
+    def test_has_the_rules_of_its_function_family(self):
         for name, page in self.each():
             family = page.find("a", class_="internal")["href"]
             self.assertIn(f"{name}.html", str(article(f"c/{family}")))
@@ -173,7 +173,7 @@ class Functions(unittest.TestCase):
             for rule in rules:
                 self.assertIn(words(rule.get_text(" ")), words_of(f"c/{family}"))
 
-    def test_loses_no_word_of_the_header(self):
+    def test_contains_every_word_of_the_header(self):
         shown = [words_of(name) for name in PAGES if name.startswith("c/")]
         comments = re.findall(r"^/\*.*?\*/", HEADER, re.MULTILINE | re.DOTALL)
         comments[0] = comments[0].partition("\n")[2]  # the title
@@ -188,12 +188,12 @@ class Functions(unittest.TestCase):
 class Cpp(unittest.TestCase):
     """The pages of tarn.hpp."""
 
-    # As a compiler sees it: without comments, deleted functions, what is private.
+    # As a compiler sees it: without comments, deleted functions and private members.
     CODE = re.sub(r"//[^\n]*|/\*.*?\*/", "", CPP_HEADER, flags=re.DOTALL)
     NAMES = [name for name in PAGES if name.startswith("cpp/")]
 
     def declared(self):
-        """The public functions of each class, by a way of its own."""
+        """The public functions of each class, found independently of the generator."""
         detail = "".join(re.findall(r"(?ms)^namespace (?:\w+::)?detail \{.*?^\}  ", self.CODE))
         found = {}
         for name, body in re.findall(r"(?m)^class (\w+)\b[^;{]*\{(.*?)^\};", self.CODE, re.DOTALL):
@@ -209,7 +209,7 @@ class Cpp(unittest.TestCase):
             found[name] = {each.strip() for each in names if each[0] != "~" and each != "operator="}
         return found
 
-    def test_have_one_for_each_class_with_each_public_function(self):
+    def test_cover_each_public_function_of_each_class(self):
         declared = self.declared()
         self.assertGreater(len(declared), 24)
         self.assertGreater(sum(map(len, declared.values())), 140)
@@ -220,7 +220,7 @@ class Cpp(unittest.TestCase):
             for member in members:
                 self.assertRegex(told, rf"(?<!\w){re.escape(member)}\(", name)
 
-    def test_have_declarations_that_agree_with_the_header_word_for_word(self):
+    def test_show_declarations_as_the_header_has_them(self):
         header = squeezed(re.sub(r"\binline | ?noexcept", "", self.CODE))
         count = 0
         for name in self.NAMES:
@@ -232,11 +232,11 @@ class Cpp(unittest.TestCase):
                 count += 1
         self.assertGreater(count, 180)
 
-    def test_show_nothing_of_what_is_private(self):
+    def test_show_no_private_members(self):
         private = {"Owned", "Buffer", "Renderer", "Terminated"}
         self.assertFalse({f"cpp/{name}.html" for name in private} & set(PAGES))
 
-    def test_tell_what_types_share_where_they_have_it(self):
+    def test_show_shared_members_on_each_type_that_has_them(self):
         def shared(name, member):
             links = [link["href"] for link in article(f"cpp/{name}.html").find_all("a", href=True)]
             return any(re.fullmatch(rf"shared\.html#.*\d{member}E.*", link) for link in links)
@@ -252,7 +252,7 @@ class Cpp(unittest.TestCase):
                 self.assertTrue(shared(name, member), f"{name} {member}")
         self.assertFalse(shared("Request", "clone"))
 
-    def test_lose_no_word_of_the_headers(self):
+    def test_contain_every_word_of_the_headers(self):
         shown = [words_of(name) for name in self.NAMES]
         comments = re.findall(r"(?m)^ *(/\*.*?\*/)", CPP_HEADER, re.DOTALL)
         marks = r"(?m)@param\s+\S+|@return|@(?:end)?code|^ *\*$|^ +\*\s+(?:\d\.|-) "
@@ -277,7 +277,7 @@ class Cpp(unittest.TestCase):
                 left.discard(source.name)
         self.assertEqual(left, set())
 
-    def test_show_a_use_of_each_member(self):
+    def test_show_each_member_in_use(self):
         count = 0
         for name in set(self.NAMES) - {f"cpp/{page}.html" for page in ("conventions", "index")}:
             page = article(name)
@@ -298,7 +298,7 @@ class Cpp(unittest.TestCase):
 
 
 class Pages(unittest.TestCase):
-    def test_link_to_what_is_there(self):
+    def test_links_lead_somewhere(self):
         anchors = {
             name: set(re.findall(r'\sid="([^"]+)"', text)) | {""} for name, text in PAGES.items()
         }
@@ -327,7 +327,7 @@ class Pages(unittest.TestCase):
                 count += 1
         self.assertGreater(count, 4)
 
-    def test_are_all_reached_from_the_index(self):
+    def test_every_page_can_be_reached_from_the_index(self):
         reached, left = {"index.html"}, ["index.html"]
         while left:
             name = left.pop()
@@ -337,7 +337,7 @@ class Pages(unittest.TestCase):
             reached |= links
         self.assertEqual(set(PAGES) - reached, {"search.html"})
 
-    def test_of_documents_hold_all_their_words(self):
+    def test_pages_of_documents_contain_every_word(self):
         documents = [path for path in SOURCE.glob("docs/**/*.md") if path.name != "README.md"]
         self.assertGreater(len(documents), 10)
         for path in documents + [SOURCE / "CHANGELOG.md", SOURCE / "SECURITY.md"]:
@@ -353,7 +353,7 @@ class Pages(unittest.TestCase):
                 if words(paragraph).strip():
                     self.assertIn(words(paragraph), shown, f"{place}: {paragraph}")
 
-    def test_show_no_marks_of_the_headers(self):
+    def test_show_no_header_markup(self):
         for name in PAGES:
             if name.startswith(("c/", "cpp/")):
                 for element in article(name).find_all(["p", "li", "dd", "td", "th"]):
@@ -363,7 +363,7 @@ class Pages(unittest.TestCase):
 
 
 class Tasks(unittest.TestCase):
-    """The table of what one wants, and the cheat sheet."""
+    """The table of tasks, and the cheat sheet."""
 
     def test_compile(self):
         calls = [
@@ -380,7 +380,7 @@ class Tasks(unittest.TestCase):
         compiled = run(*CC, "-Wno-format-nonliteral", input=code)
         self.assertEqual((compiled.returncode, compiled.stderr), (0, ""))
 
-    def test_are_all_in_the_table_and_lead_to_the_functions(self):
+    def test_table_has_each_task_with_links_to_its_functions(self):
         page = article("c/which-function.html")
         rows = [[words(cell.get_text()) for cell in row.find_all("td")] for row in page("tr")]
         linked = {link["href"].partition("#")[0] for link in page.find_all("a", href=True)}
@@ -392,7 +392,7 @@ class Tasks(unittest.TestCase):
 
 
 class Generator(unittest.TestCase):
-    """What becomes of sources that were changed."""
+    """How the generator handles modified sources."""
 
     WRITE = "import sys, pathlib, sources; sources.write(*map(pathlib.Path, sys.argv[1:]))"
 
@@ -410,7 +410,7 @@ class Generator(unittest.TestCase):
             self.assertIn(reason, made.stderr)
             self.assertFalse((Path(folder) / "pages").exists())
 
-    def test_writes_the_same_pages_whenever_and_wherever_it_runs(self):
+    def test_output_does_not_depend_on_time_or_folder(self):
         written = []
         for environment in {"PYTHONHASHSEED": "7"}, {"TZ": "Pacific/Auckland", "LC_ALL": "C"}:
             with tempfile.TemporaryDirectory() as folder:
@@ -431,13 +431,13 @@ class Generator(unittest.TestCase):
             include={"tarn.h": HEADER.replace(before, counter + before, 1)},
         )
 
-    def test_refuses_a_reference_to_a_function_that_is_not_there(self):
+    def test_refuses_a_reference_to_an_unknown_function(self):
         self.refuses(
             "no page describes Tarn_getCheckbox()",
             include={"tarn.h": HEADER.replace("in any case.", "as Tarn_getCheckbox() does.", 1)},
         )
 
-    def test_refuses_a_link_to_a_file_that_is_not_there(self):
+    def test_refuses_a_link_to_a_missing_file(self):
         text = "# A guide\n\nSee [another](nothing.md).\n"
         self.refuses("has a link to nothing.md", docs={"guide/memory.md": text})
 
@@ -448,7 +448,7 @@ class Generator(unittest.TestCase):
     def refuses_cpp(self, reason, before, after):
         self.refuses(reason, include=self.changed(before, after))
 
-    def test_refuses_a_public_member_for_c_plus_plus_without_documentation(self):
+    def test_refuses_an_undocumented_public_cpp_member(self):
         error = "  /** Why it was not: an errno value such as EEXIST; 0 if it was. */\n"
         self.refuses_cpp("Saved::error(): not documented", error, "")
         clone = "  /** A copy with all that belongs to the object. */\n"
@@ -456,12 +456,12 @@ class Generator(unittest.TestCase):
         text = "  Text(Text &&other) noexcept\n"
         self.refuses_cpp("Text::Text(): not documented", text, "  explicit Text(int n);\n" + text)
 
-    def test_refuses_a_class_and_a_function_for_c_plus_plus_without_documentation(self):
+    def test_refuses_an_undocumented_cpp_class_or_function(self):
         before = "/** Reads an attribute. */"
         self.refuses_cpp("Raw2: not documented", before, "class Raw2 {};\n\n" + before)
         self.refuses_cpp("shout(): not documented", before, "void shout();\n\n" + before)
 
-    def test_refuses_what_it_does_not_understand_of_c_plus_plus(self):
+    def test_refuses_cpp_it_cannot_parse(self):
         before = "/** Reads an attribute. */"
         for line in ("union Both { int a; };", "int count;", "template <class T> T twice(T);;\n}"):
             with tempfile.TemporaryDirectory() as folder:
@@ -474,14 +474,14 @@ class Generator(unittest.TestCase):
             "not understood: int open", before, "  /** Open. */\n  int open = 0;\n" + before
         )
 
-    def test_refuses_an_explanation_of_no_argument_for_c_plus_plus(self):
+    def test_refuses_documentation_of_an_unknown_cpp_argument(self):
         self.refuses_cpp(
             "Response::redirect(): has no argument way",
             "@param path  with the query",
             "@param way  with the query",
         )
 
-    def test_refuses_a_reference_to_a_member_that_is_not_there(self):
+    def test_refuses_a_reference_to_an_unknown_member(self):
         self.refuses_cpp(
             "no page describes Response::biscuit()",
             "A cookie to set, for Response::cookie().",

@@ -1,4 +1,4 @@
-"""A source tree for the generators of documents in which some files are changed."""
+"""Makes source trees with modified files, for the generators of documents."""
 
 import os
 import shutil
@@ -8,8 +8,8 @@ SOURCE = Path(os.environ["SOURCE"])
 
 
 def changed_tree(folder, **changes):
-    """Makes the tree in a folder: what the keywords name (`include`, `docs` and so on) holds these
-    files; everything else is the source's."""
+    """Makes a source tree in a folder. Each keyword (`include`, `docs` and so on) names a part of
+    it and has the files to replace there; everything else comes from the real source."""
     for path in SOURCE.iterdir():
         if path.name not in (*changes, "build"):
             (Path(folder) / path.name).symlink_to(path)

@@ -1,5 +1,5 @@
-"""What strangers try on the examples that keep something: forms from other sites, planted links,
-stores filled to the brim, answers that nobody reads, files by the thousand."""
+"""Attacks on the examples that store data: cross-site forms, planted links, full stores, clients
+that do not read their answer, thousands of files."""
 
 import os
 import re
@@ -40,7 +40,7 @@ class AbuseCase(unittest.TestCase):
         return variables | {lines.setting: self.store} | more
 
     def send(self, lines, status, number=2, **more):
-        """Sends a form; gives the page."""
+        """Sends a form; returns the page."""
         answer = script.run(lines.script, self.variables(lines, number, **more), lines.form(number))
         self.assertEqual(status, answer[0], (lines.name, more))
         return answer[2].decode()
@@ -57,7 +57,7 @@ class AbuseCase(unittest.TestCase):
         return text
 
 
-class FormsOfOtherSites(AbuseCase):
+class CrossSiteForms(AbuseCase):
     REFUSED = (
         {"HTTP_SEC_FETCH_SITE": "cross-site"},
         {"HTTP_SEC_FETCH_SITE": "same-site"},
@@ -82,7 +82,7 @@ class FormsOfOtherSites(AbuseCase):
         {"HTTP_ORIGIN": "http://example.org:8080", "SERVER_PORT": "8080"},
     )
 
-    def test_are_refused(self):
+    def test_cross_site_forms_are_refused(self):
         for lines in FORMS:
             for headers in self.REFUSED:
                 page = self.send(lines, 403, HTTP_HOST="example.org", **headers)
@@ -93,7 +93,7 @@ class FormsOfOtherSites(AbuseCase):
             self.assertIn("another site", page.texts("p", role="alert")[0])
             self.assertEqual({}, kept(self.uploads))
 
-    def test_are_told_from_those_of_this_site(self):
+    def test_same_site_forms_are_accepted(self):
         for lines in FORMS:
             for number, headers in enumerate(self.TAKEN):
                 self.send(lines, 303, number, HTTP_HOST="example.org", **headers)
@@ -109,7 +109,7 @@ class Pages(AbuseCase):
         _, lines, page, _ = script.run(path, GET | {"TARN_UPLOAD_DIR": self.uploads} | more)
         return dict(line.split(": ", 1) for line in lines), page.decode()
 
-    def test_run_and_load_nothing_but_what_they_carry(self):
+    def test_security_policy_allows_only_inline_code_with_a_nonce(self):
         scripts = {UPLOAD, COUNTER, *(lines.script for lines in FORMS), os.environ["FORM_ECHO"]}
         nonces = set()
         for path in scripts:
@@ -127,7 +127,7 @@ class Pages(AbuseCase):
             self.assertEqual("'self'", policy["form-action"])
         self.assertEqual(len(scripts), len(nonces))
 
-    def test_give_cookies_to_https_alone_where_that_is(self):
+    def test_cookies_are_secure_under_https(self):
         book, _, poll = LINES
         for lines in (book, LINES_IN_CPP[0], poll):
             for https, secure in (("on", True), ("off", False), ("", False)):
@@ -143,7 +143,7 @@ class Pages(AbuseCase):
 
 
 class MultipartForms(AbuseCase):
-    def test_are_refused_where_a_text_would_lose_its_second_line(self):
+    def test_refused_because_text_would_lose_its_second_line(self):
         body = multipart(("a", b"1"))
         for lines in FORMS:
             variables = self.variables(lines) | script.post(MULTIPART, body)
@@ -154,7 +154,7 @@ class MultipartForms(AbuseCase):
 
 
 class PlantedFiles(AbuseCase):
-    def test_are_not_stores(self):
+    def test_planted_file_is_not_used_as_a_store(self):
         victim = os.path.join(self.folder, "victim")
         self.write(victim, b"mine\n")
         for lines in FORMS:
@@ -171,7 +171,7 @@ class PlantedFiles(AbuseCase):
                 os.remove(self.store)
         self.assertEqual({"victim": b"mine\n"}, self.files())
 
-    def test_are_not_counted_on(self):
+    def test_planted_file_does_not_affect_the_counter(self):
         victim = os.path.join(self.folder, "victim")
         variables = GET | {"TARN_COUNTER_FILE": self.store}
         for place in ("", ".lock"):
@@ -189,7 +189,7 @@ class PlantedFiles(AbuseCase):
             self.assertEqual(b"7\n", read(victim))
         self.assertEqual(b"3\n", read(self.store))
 
-    def test_are_not_written_to_by_uploads(self):
+    def test_uploads_do_not_write_to_planted_files(self):
         victim = os.path.join(self.folder, "victim")
         self.write(victim, b"mine")
         os.symlink(victim, os.path.join(self.uploads, ".new"))
@@ -203,7 +203,7 @@ class PlantedFiles(AbuseCase):
         variables = GET | {"TARN_UPLOAD_DIR": self.uploads, "QUERY_STRING": "file=pipe"}
         self.assertEqual(404, script.run(UPLOAD, variables)[0])
 
-    def test_of_ours_are_for_the_server_alone(self):
+    def test_stored_files_are_private_to_the_server(self):
         for lines in FORMS:
             self.send(lines, 303)
             self.assertEqual(0o600, os.stat(self.store).st_mode & 0o777)
@@ -219,7 +219,7 @@ class PlantedFiles(AbuseCase):
 
 
 class FullStores(AbuseCase):
-    def test_take_what_fits_and_no_more(self):
+    def test_entry_that_does_not_fit_is_refused(self):
         for lines in FORMS:
             line, last = lines.line(1), lines.line(2)
             most = STORE_BYTES[lines.name]
@@ -233,7 +233,7 @@ class FullStores(AbuseCase):
             self.assertTrue(read(self.store) == full + last)
             self.send(lines, 507, 3)
 
-    def test_take_as_many_files_as_they_may(self):
+    def test_uploads_stop_at_the_file_limit(self):
         for number in range(FOLDER_FILES - 2):
             self.write(f"{self.uploads}/{number}", b"")
         page = self.upload(507, ("a", b"1"), ("b", b"2"), ("c", b"3"))
@@ -245,7 +245,7 @@ class FullStores(AbuseCase):
         self.assertEqual(told, page.texts("li"))
         self.assertEqual(FOLDER_FILES, len(os.listdir(self.uploads)) - 1)
 
-    def test_take_as_many_bytes_as_they_may(self):
+    def test_uploads_stop_at_the_byte_limit(self):
         self.write(f"{self.uploads}/large", b"")
         os.truncate(f"{self.uploads}/large", FOLDER_BYTES - 10)
         page = self.upload(507, ("a", b"1" * 11), ("b", b"2" * 10), ("c", b"3"))
@@ -254,13 +254,13 @@ class FullStores(AbuseCase):
 
 
 class ThousandsOfFiles(AbuseCase):
-    def test_are_refused_at_once(self):
+    def test_too_many_files_are_refused_together(self):
         page = self.upload(413, *([("a.txt", b"1")] * 4000))
         self.assertIn("too many files at once", page.texts("p", role="alert")[0])
         self.upload(413, *([("a.txt", b"1")] * (FILES_AT_ONCE + 1)))
         self.assertEqual({}, kept(self.uploads))
 
-    def test_of_one_name_cost_no_more_each_than_few_do(self):
+    def test_many_files_with_one_name_need_few_system_calls(self):
         log = os.path.join(self.folder, "calls")
         files = [("a.txt", b"1")] * FILES_AT_ONCE
         body = multipart(*files)
@@ -274,7 +274,7 @@ class ThousandsOfFiles(AbuseCase):
         subprocess.run(strace, env=variables, input=body, capture_output=True, check=True)
         self.assertEqual(there + FILES_AT_ONCE, len(kept(self.uploads)))
         calls = read(log).count(b"\n")
-        # The folder is looked through three times, and each file looks for a name.
+        # The folder is read three times, and each file searches for a free name.
         self.assertLess(there, calls)
         self.assertLess(calls, 3 * FOLDER_FILES + FILES_AT_ONCE * 40)
 
@@ -288,7 +288,7 @@ class ManyEntries(AbuseCase):
         self.assertEqual(200, status)
         return Page(page)
 
-    def test_are_on_pages_none_lost_none_twice(self):
+    def test_every_entry_is_on_exactly_one_page(self):
         for message in (b"x", b"m" * 4000):
             entries = (b"%d " % number + message + b"\n" for number in range(self.COUNT))
             self.write(self.store, b"".join(entries))
@@ -303,7 +303,7 @@ class ManyEntries(AbuseCase):
                 self.assertGreater(pages, 10)
                 self.assertLess(pages, 20)
 
-    def test_are_safe_from_any_offset(self):
+    def test_any_offset_is_safe(self):
         self.write(self.store, b"".join(b"%d x\n" % number for number in range(300)))
         for book in (BOOK, LINES_IN_CPP[0]):
             for offset in ("0", "-1", "1", "2", "3", "4", "9" * 30, "-" + "9" * 30, "x", "%00", ""):
@@ -314,7 +314,7 @@ class ManyEntries(AbuseCase):
 
 
 def asleep(pid):
-    """Waits until a process has slept for a while."""
+    """Waits until a process has been asleep for a while."""
     for _ in range(2000):
         states = set()
         for _ in range(20):
@@ -323,11 +323,11 @@ def asleep(pid):
             time.sleep(0.005)
         if states == {"S"}:
             return
-    raise AssertionError("it does not wait")
+    raise AssertionError("the process does not block")
 
 
 class AnswersThatNobodyReads(AbuseCase):
-    """Each script waits for a reader of its page, and another one stores."""
+    """A script blocks because nobody reads its page, while another one stores data."""
 
     def stuck(self, path, variables):
         reader, writer = os.pipe()
@@ -344,13 +344,13 @@ class AnswersThatNobodyReads(AbuseCase):
         self.addCleanup(process.kill)
         asleep(process.pid)
 
-    def test_do_not_hinder_who_stores(self):
+    def test_unread_page_does_not_block_a_form(self):
         for lines in FORMS:
             self.write(self.store, b"".join(lines.line(number) for number in range(10, 60)))
             self.stuck(lines.script, GET | {lines.setting: self.store})
             self.send(lines, 303)
 
-    def test_do_not_hinder_who_uploads(self):
+    def test_unread_page_does_not_block_an_upload(self):
         for number in range(300):
             self.write(f"{self.uploads}/{number}", b"")
         self.stuck(UPLOAD, GET | {"TARN_UPLOAD_DIR": self.uploads})
@@ -358,12 +358,12 @@ class AnswersThatNobodyReads(AbuseCase):
 
 
 class Readers(unittest.TestCase):
-    """The same under a server: clients ask for a long page and do not read it."""
+    """The same under a server: clients request a long page and do not read it."""
 
     SERVER = Lighttpd
     SCRIPT = BOOK.script
 
-    def test_who_do_not_read_do_not_hinder_who_writes(self):
+    def test_clients_that_do_not_read_do_not_block_writers(self):
         variables = {"TARN_GUESTBOOK_FILE": "data/entries"}
         with self.SERVER({"guestbook": self.SCRIPT}, variables) as server:
             server.make_folder("data")
@@ -390,11 +390,11 @@ class ReadersInCpp(Readers):
 
 
 class Refusals(unittest.TestCase):
-    """What a script refuses by, and says, passes through a server."""
+    """Headers that make a script refuse a form, and its answer, pass through a server."""
 
     SERVER = Lighttpd
 
-    def test_reach_the_visitor(self):
+    def test_refusal_reaches_the_visitor(self):
         variables = {"TARN_POLL_FILE": "data/votes"}
         with self.SERVER({"poll": POLL.script}, variables) as server:
             server.make_folder("data")

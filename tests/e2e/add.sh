@@ -1,5 +1,5 @@
 #!/bin/sh
-# A slow script. It appends the line that it was sent to $SHARED/lines, and prints the line and the
+# A slow script. It appends the line that it received to $SHARED/lines, and prints the line and the
 # machine.
 line=$(head -c "${CONTENT_LENGTH:-0}")
 sleep 0.05

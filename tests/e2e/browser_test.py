@@ -1,7 +1,7 @@
-"""The examples in a browser: what people type, tick and choose arrives, and what others sent does
-nothing.
+"""Uses the examples in a browser: whatever people type, tick and choose arrives, and hostile text
+from others does nothing.
 
-Screenshots go into the folder that SCREENSHOTS names.
+Screenshots are saved in the folder named by SCREENSHOTS.
 """
 
 import atexit
@@ -60,12 +60,12 @@ HOSTILE = (
     "\"'></title></textarea><script>document.title = 'owned'; alert(1)</script>"
     "<img src=x onerror=\"document.title = 'owned'; alert(2)\"><svg onload=alert(3)>&amp;<!--"
 )
-# The name of a file may hold all of this.
+# A file name may contain all of this.
 NAME = "Übung \"a+b\" 'c' 50% <i>&amp; 100%25 湖.txt"
 EVERY = bytes(range(256)) * 20000
 
-# Finds what is hard to read, to see or to touch. WCAG asks for a contrast of 4.5 for text, and of 3
-# for the edge of a control and for the ring around the control that has the focus.
+# Finds what is hard to read, see or touch. WCAG requires a contrast of 4.5 for text, and of 3 for
+# the edge of a control and the focus ring.
 LOOK = """
 const channels = colour => colour.match(/[\\d.]+/g).map(Number);
 const light = colour => channels(colour).slice(0, 3)
@@ -133,7 +133,7 @@ return e === document.body ? null : {
 
 @functools.cache
 def browser():
-    """A Chromium without a window, and the folder of all its files."""
+    """A headless Chromium and the folder that has all its files."""
     home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
     atexit.register(home.cleanup)
     options = webdriver.ChromeOptions()
@@ -168,7 +168,7 @@ class BrowserCase(unittest.TestCase):
 
     def tearDown(self):
         self.assertEqual("", self.server.log())
-        # An alert that nobody closes would stand in the way of this.
+        # An open alert would make this fail.
         self.assertNotEqual("owned", self.browser.title)
         complaints = [entry["message"] for entry in self.browser.get_log("browser")]
         unexpected = [c for c in complaints if "favicon.ico" not in c and "status of 40" not in c]
@@ -192,7 +192,7 @@ class BrowserCase(unittest.TestCase):
         return self.browser.find_elements(By.CSS_SELECTOR, selector)
 
     def texts(self, selector):
-        """A script may keep the line ends that forms have."""
+        """The texts of elements. A script may keep the CR LF that forms send."""
         found = [element.get_property("textContent") for element in self.find_all(selector)]
         return [text.replace("\r\n", "\n") for text in found]
 
@@ -200,7 +200,7 @@ class BrowserCase(unittest.TestCase):
         WebDriverWait(self.browser, 20).until(lambda _: self.find_all(selector))
 
     def type(self, name, text):
-        """As an input method does: the driver's keys have no emoji."""
+        """Inserts text as an input method does, since the driver cannot type emoji."""
         self.find(f"[name={name}]").click()
         self.browser.execute_cdp_cmd("Input.insertText", {"text": text})
 
@@ -243,7 +243,7 @@ class Guestbook(BrowserCase):
             self.find("[name=remember]").click()
         self.send()
 
-    def test_shows_what_was_written_in_any_script(self):
+    def test_shows_messages_in_any_writing_system(self):
         lines = "\n".join(SCRIPTS.split(", "))
         self.write(SCRIPTS, lines, remember=True)
         self.assertEqual([SCRIPTS], self.texts("article h2"))
@@ -252,19 +252,19 @@ class Guestbook(BrowserCase):
         self.assertTrue(self.find("[name=remember]").is_selected())
         self.picture("guestbook")
 
-    def test_forgets_a_name_without_the_tick(self):
+    def test_forgets_the_name_when_the_box_is_not_ticked(self):
         self.write("Zoë", "Hello", remember=False)
         self.assertEqual("", self.value("name"))
         self.assertFalse(self.find("[name=remember]").is_selected())
 
-    def test_writes_each_script_in_its_direction(self):
+    def test_shows_each_writing_system_in_its_direction(self):
         self.write("Zoë", "مرحبا بالعالم", remember=False)
         directions = [
             element.value_of_css_property("direction") for element in self.find_all("article *")
         ]
         self.assertEqual(["ltr", "rtl"], directions)
 
-    def test_runs_nothing_that_a_guest_wrote(self):
+    def test_does_not_run_code_in_messages(self):
         self.write(HOSTILE[:120], HOSTILE, remember=True)
         self.visit("guestbook")
         self.assertEqual([HOSTILE[:120]], self.texts("article h2"))
@@ -286,8 +286,8 @@ class Upload(BrowserCase):
         self.wait_for("#answer li")
 
     def assert_shown(self):
-        """Two files stand there as the server saw them, and their bytes are kept."""
-        # A browser writes a quote in a name as %22; the rest of the name is decoded like a field.
+        """Checks that the page lists both files as the server saw them and that they are stored."""
+        # A browser sends a quote in a name as %22, and Tarn decodes the whole name like a field.
         seen = rules.unescape(NAME.replace('"', "%22").encode()).decode("utf-8", "replace")
         seen = re.sub("[\0-\x1f]", "\ufffd", seen)
         self.assertIn('Übung "a b"', seen)
@@ -304,7 +304,7 @@ class Upload(BrowserCase):
     def files(self):
         return self.file(NAME, b"Some text, 16 B."), self.file("every.bin", EVERY)
 
-    def test_shows_files_and_how_far_they_have_gone_up(self):
+    def test_shows_files_and_upload_progress(self):
         self.upload(*self.files())
         self.assert_shown()
         bar = self.find("progress")
@@ -315,13 +315,13 @@ class Upload(BrowserCase):
         self.upload(self.file("a.txt", b"more"))
         self.assertEqual(3, len(self.find_all("td a")))
 
-    def test_works_without_scripts(self):
+    def test_works_without_javascript(self):
         self.allow_scripts(False)
         self.upload(*self.files())
         self.assert_shown()
         self.assertFalse(self.find("progress").is_displayed())
 
-    def test_gives_a_file_back_as_a_download(self):
+    def test_serves_a_file_as_a_download(self):
         self.upload(self.file("page.html", HOSTILE.encode()))
         self.find("td a").click()
         path = os.path.join(self.home, "downloads", "page.html")
@@ -329,19 +329,19 @@ class Upload(BrowserCase):
         self.assertEqual(HOSTILE.encode(), read(path))
         self.assertEqual("Upload", self.browser.title)
 
-    def test_says_how_much_of_a_file_is_kept(self):
+    def test_shows_how_much_of_a_file_was_kept(self):
         self.browser.save_screenshot(picture := os.path.join(self.home, "picture.png"))
         self.upload(picture)
         self.assertTrue(self.texts("p")[0].startswith(CUT))
         self.assertEqual(["picture.png: saved as picture.png, 4 bytes"], self.texts("#answer li"))
 
-    def test_runs_nothing_that_a_name_holds(self):
+    def test_does_not_run_code_in_file_names(self):
         name = "<img src=x onerror=alert(1)>'&quot;\".png"
         self.upload(self.file(name, b"1"))
         self.assertEqual([], self.find_all("img"))
         self.assertIn("<img src=x onerror=alert(1)>'&quot;\".png: saved", self.texts("li")[0])
 
-    def test_tells_that_the_server_is_gone(self):
+    def test_reports_that_the_server_is_gone(self):
         self.visit("upload")
         self.find("[name=file]").send_keys(self.file("a.txt", b"1"))
         self.browser.execute_cdp_cmd("Network.enable", {})
@@ -355,7 +355,7 @@ class Upload(BrowserCase):
 
 
 class Contact(BrowserCase):
-    def test_remarks_stand_beside_the_fields_and_go(self):
+    def test_errors_appear_beside_fields_and_disappear(self):
         self.visit("contact")
         self.type("name", SCRIPTS)
         self.type("email", "nobody")
@@ -378,7 +378,7 @@ class Contact(BrowserCase):
         self.assertEqual([], self.find_all("[aria-invalid]"))
         self.assertEqual(1, read(self.server.path("data/contact")).count(b"\n"))
 
-    def test_runs_nothing_that_was_typed(self):
+    def test_does_not_run_code_in_fields(self):
         self.visit("contact")
         self.type("name", HOSTILE[:100])
         self.type("message", HOSTILE)
@@ -398,7 +398,7 @@ class Poll(BrowserCase):
         self.find(f"[value={choice}]").click()
         self.send()
 
-    def test_draws_the_votes_of_visitors_who_each_have_one(self):
+    def test_chart_shows_one_vote_per_visitor(self):
         for choice in ("tea", "tea", "coffee"):
             self.browser.delete_all_cookies()
             self.vote(choice)
@@ -420,8 +420,8 @@ class Counter(BrowserCase):
 
 
 class PageCase(BrowserCase):
-    """Every page in every state that makes it long: on a phone and on a desk, by day and by night,
-    by touch, by keyboard and for a screen reader."""
+    """Checks every page in each state that makes it long: on a phone and a desktop, in light and
+    dark mode, by touch, by keyboard and with a screen reader."""
 
     def value_of(self, expression):
         return self.browser.execute_script(f"return {expression}")
@@ -450,7 +450,7 @@ class PageCase(BrowserCase):
         self.assertEqual(name.startswith("form-echo"), "REQUEST_METHOD" in found["names"])
 
     def check_focus(self, name):
-        """The tab key goes through all of the page, and shows where it is."""
+        """The tab key reaches every control of the page, and the focus is visible."""
         self.find("h1").click()
         tags = set()
         for _ in range(60):
@@ -461,7 +461,7 @@ class PageCase(BrowserCase):
             self.assertTrue(focus["visible"], f"{name}: {focus}")
             tags.add(focus["tag"])
         else:
-            self.fail(f"{name}: no end")
+            self.fail(f"{name}: the tab key does not return to the start")
         self.assertLessEqual({e.tag_name for e in self.find_all("input, button, a")}, tags, name)
 
 
@@ -556,7 +556,7 @@ class Pages(PageCase):
 
 
 class List(PageCase):
-    """The list of the examples, as scripts/demo --serve shows it."""
+    """The list of examples that scripts/demo --serve shows."""
 
     def test_list(self):
         listed = examples.sources()
@@ -572,7 +572,7 @@ class List(PageCase):
 
 
 class Readme(BrowserCase):
-    """The README's script in C++, compiled as it says."""
+    """The README's C++ script, compiled with the README's command."""
 
     VARIABLES = {"LD_LIBRARY_PATH": LIBRARIES}
 
@@ -588,7 +588,7 @@ class Readme(BrowserCase):
         cls.PROGRAMS = {"welcome": f"{folder}/welcome"}
         assert len(script.splitlines()) <= 20, "long for a README"
 
-    def test_greets_whoever_it_may_be_and_knows_them_again(self):
+    def test_greets_any_name_and_remembers_it(self):
         self.visit("welcome")
         self.assertEqual(["Hello, stranger!"], self.texts("p"))
         for name in (SCRIPTS, HOSTILE):
@@ -635,11 +635,11 @@ class ProtectedCookie(BrowserCase):
             "form-echo": EXAMPLES["form-echo"],
         }
 
-    def test_is_found_by_its_literal_name_alone(self):
+    def test_found_only_by_its_literal_name(self):
         self.visit("form-echo")
         self.browser.execute_script("document.cookie = '__Host-session=refused; path=/'")
         self.browser.execute_script("document.cookie = '__%48ost-session=forged; path=/'")
-        # The browser guards the name itself, and lets the other one pass. Tarn's list decodes it.
+        # The browser refuses the protected name but accepts the encoded one; Tarn decodes it.
         self.visit("form-echo")
         page = self.find("body").text
         self.assertIn("__Host-session", page)

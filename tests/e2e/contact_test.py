@@ -1,4 +1,4 @@
-"""The example contact says what is wrong beside the field, and keeps what is right."""
+"""The example contact shows an error beside each wrong field, and saves valid messages."""
 
 import concurrent.futures
 import os
@@ -46,7 +46,7 @@ class Contact(unittest.TestCase):
         except FileNotFoundError:
             return []
 
-    def test_page_has_an_empty_form_without_remarks(self):
+    def test_page_has_an_empty_form_without_errors(self):
         answer = self.server.curl("/contact")
         self.assertEqual(200, answer.status)
         self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
@@ -57,7 +57,7 @@ class Contact(unittest.TestCase):
             self.assertIn("required", page.named(name)["attributes"])
         self.assertEqual("", page.named("email")["attributes"]["value"])
 
-    def test_message_is_kept_and_confirmed_by_a_page_of_its_own(self):
+    def test_message_is_saved_and_confirmed_on_another_page(self):
         answer = self.send(303)
         self.assertRegex(answer.header("location"), r"/contact\?sent\Z")
         self.assertEqual(b"", answer.body)
@@ -67,7 +67,7 @@ class Contact(unittest.TestCase):
         self.assertEqual(["Thank you, we have your message."], page.texts("p", role="status"))
         self.assertEqual("\n", page.named("message")["text"])
 
-    def test_remark_stands_beside_each_field_that_is_wrong_and_no_other(self):
+    def test_each_wrong_field_and_no_other_has_an_error(self):
         for changes, name, email, message in (
             ({"name": " "}, NAME, None, None),
             ({"name": "n" * 121}, NAME, None, None),
@@ -88,7 +88,7 @@ class Contact(unittest.TestCase):
         self.assertEqual(400, answer.status)
         self.assertEqual(EMAIL, Page(answer.body).described("email"))
 
-    def test_address_has_one_at_sign_between_texts(self):
+    def test_address_needs_one_at_sign_with_text_on_both_sides(self):
         for address in [
             "a",
             "a@",
@@ -107,7 +107,7 @@ class Contact(unittest.TestCase):
         for address in ("a@b", "zoë+tarn@bücher.example", " a@b ", "a@" + "b" * 252):
             self.send(303, email=address)
 
-    def test_fields_keep_what_was_sent_as_text(self):
+    def test_submitted_values_are_shown_again_as_text(self):
         page = Page(self.send(400, name=HOSTILE, email=HOSTILE, message=HOSTILE).body)
         self.assertNotIn("script", page.tags)
         self.assertEqual(HOSTILE, page.named("name")["attributes"]["value"])
@@ -121,7 +121,7 @@ class Contact(unittest.TestCase):
         texts = [urllib.parse.unquote(text) for text in line.split(" ")]
         self.assertEqual(["x\r\nSet-Cookie: a=1\n\ny z", GOOD["email"], "a\nb c"], texts)
 
-    def test_messages_sent_at_the_same_time_are_all_kept(self):
+    def test_concurrent_messages_are_all_kept(self):
         with concurrent.futures.ThreadPoolExecutor(8) as visitors:
             list(visitors.map(lambda number: self.send(303, name=f"guest{number}"), range(60)))
         expected = [LINE.replace("Zo%C3%AB", f"guest{number}") for number in range(60)]
@@ -135,12 +135,12 @@ class ContactInCpp(Contact):
 class ContactAlone(unittest.TestCase):
     SCRIPT = CONTACT
 
-    def test_missing_setting_is_told(self):
+    def test_missing_setting_is_reported(self):
         status, _, page, _ = script.run(self.SCRIPT, {"REQUEST_METHOD": "GET"})
         self.assertEqual(500, status)
         self.assertIn("TARN_CONTACT_FILE", Page(page).texts("p", role="alert")[0])
 
-    def test_message_that_cannot_be_kept_is_told_and_shown_again(self):
+    def test_failed_save_is_reported_and_the_message_shown_again(self):
         folder = self.enterContext(tempfile.TemporaryDirectory())
         body = urllib.parse.urlencode(GOOD).encode()
         variables = script.post(URL_ENCODED, body) | {"TARN_CONTACT_FILE": folder}

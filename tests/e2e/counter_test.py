@@ -1,4 +1,4 @@
-"""The example counter gives each visitor a number, and no number twice."""
+"""The example counter shows each visitor a different number."""
 
 import concurrent.futures
 import os
@@ -45,13 +45,13 @@ class Counter(unittest.TestCase):
         self.visit("--head")
         self.assertEqual(1, number(self.visit()))
 
-    def test_goes_on_from_what_stands_there(self):
+    def test_continues_from_the_stored_count(self):
         with open(self.count, "w", encoding="ascii") as file:
             file.write("4294967295\n")
         os.chmod(self.count, 0o666)
         self.assertEqual(4294967296, number(self.visit()))
 
-    def test_visitors_at_the_same_time_get_a_number_each(self):
+    def test_concurrent_visitors_get_different_numbers(self):
         with concurrent.futures.ThreadPoolExecutor(8) as visitors:
             numbers = list(visitors.map(lambda _: number(self.visit()), range(100)))
         self.assertEqual(list(range(1, 101)), sorted(numbers))
@@ -67,7 +67,7 @@ class CounterAlone(unittest.TestCase):
         variables = {"TARN_COUNTER_FILE": self.count, **variables}
         return script.run(COUNTER, variables, **limits)
 
-    def test_what_is_no_count_is_left_as_it_is_and_told(self):
+    def test_invalid_count_is_reported_and_left_unchanged(self):
         for content in (b"", b"12", b"x\n", b"1x\n", b"-1\n", b"9" * 19 + b"\n", b"\n1"):
             with open(self.count, "wb") as file:
                 file.write(content)
@@ -76,14 +76,14 @@ class CounterAlone(unittest.TestCase):
             self.assertEqual(["The count could not be saved."], Page(page).texts("p", role="alert"))
             self.assertEqual(content, read(self.count))
 
-    def test_disk_that_is_full_leaves_the_count_as_it_was(self):
+    def test_full_disk_leaves_the_count_unchanged(self):
         get = {"REQUEST_METHOD": "GET"}
         self.assertEqual(1, number(self.run_script(get)[2]))
         self.assertEqual(500, self.run_script(get, largest_file=0)[0])
         self.assertEqual(b"1\n", read(self.count))
         self.assertEqual(2, number(self.run_script(get)[2]))
 
-    def test_missing_setting_is_told(self):
+    def test_missing_setting_is_reported(self):
         status, _, page, _ = script.run(COUNTER, {"REQUEST_METHOD": "GET"})
         self.assertEqual(500, status)
         self.assertIn("TARN_COUNTER_FILE", Page(page).texts("p", role="alert")[0])

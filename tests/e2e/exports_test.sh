@@ -1,8 +1,8 @@
 #!/bin/bash
 # Usage: exports_test.sh LIBRARY VERSION-SCRIPT HEADER DEBIAN-SYMBOLS C-COMPILER OBJECT
 #
-# The shared library exports what the header declares, each name under its version, and needs
-# nothing but the C library. The object, every_function.c compiled, calls all of it.
+# The shared library exports exactly what the header declares, each name with its version, and needs
+# only the C library. OBJECT, compiled from every_function.c, calls every function.
 set -euo pipefail
 export LC_ALL=C
 library=$1 script=$2 header=$3 symbols=$4 compiler=$5 object=$6
@@ -18,8 +18,8 @@ same() {
   fi
 }
 
-# Every function and variable that the header itself declares, with TARN_API or without: the lines
-# that the preprocessor takes from it, cut at the semicolons.
+# Every function and variable that the header itself declares, with or without TARN_API: the
+# preprocessor's lines that come from this header, split at the semicolons.
 "$compiler" -E "$header" |
   awk -v header="\"$header\"" '/^# [0-9]+ / { inside = $3 == header; next } inside' |
   tr '\n' ' ' | tr ';' '\n' | grep -E '\(|extern' | grep -vE '^ *(typedef|enum)' |
@@ -44,7 +44,7 @@ same names called 'tests/every_function.c does not call every function.'
 same script-versions symbol-versions "$symbols does not list the versions of $script."
 same expected-links links 'The library needs other libraries, or has another name.'
 
-# Programs rely on what a released version holds. A new function belongs to a new version: put the
+# Programs rely on the names in a released version, so a new function needs a new version: put the
 # version in a comment after the declaration.
 closed=$(grep -c '@@TARN_1\.0$' "$folder/exported" || true)
 if [ "$closed" != 209 ]; then
@@ -54,7 +54,7 @@ if [ "$closed" != 209 ]; then
 fi
 
 if [ "$failed" = 0 ]; then
-  printf 'The library exports the %d names that the header declares, and needs libc.so.6 alone.\n' \
+  printf 'The library exports the %d names that the header declares, and needs only libc.so.6.\n' \
     "$(wc -l <"$folder/exported")"
 fi
 exit "$failed"

@@ -1,5 +1,5 @@
-"""Whatever fails under an example that keeps something, an allocation or a system call: what it
-confirms is kept, whole, and of what it refuses nothing is."""
+"""Makes each allocation and each system call of the examples that store data fail. What an example
+confirms is stored completely; what it refuses is not stored at all."""
 
 import os
 import re
@@ -28,7 +28,7 @@ UNSURE = "may or may not have been saved", "disk error, may have been saved as"
 
 
 class Run(NamedTuple):
-    """How a script ended; without a whole answer the status is 0."""
+    """How a script ended; the status is 0 if its answer is incomplete."""
 
     status: int
     page: str
@@ -57,11 +57,11 @@ class FailureCase(unittest.TestCase):
         return Run(whole and (int(status[1]) if status else 200), parts[-1])
 
     def same(self, expected, found, what):
-        """Compares what may be long."""
+        """Compares values that may be long, and shortens them in the message."""
         self.assertTrue(expected == found, f"{what}: {str(found)[:200]}, not {str(expected)[:200]}")
 
     def with_failing_allocations(self, path, variables, body):
-        """Lets each allocation fail, alone and with all that follow; gives the runs, one by one."""
+        """Yields a run for each allocation that fails, alone or together with all later ones."""
         mark = os.path.join(self.folder, "failed")
         for last in ("same", "all"):
             for number in range(1, 10000):
@@ -76,10 +76,10 @@ class FailureCase(unittest.TestCase):
                 if os.path.exists(mark):
                     os.remove(mark)
             else:
-                self.fail("it allocates without end")
+                self.fail("the script never stops allocating")
 
     def with_failing_calls(self, path, variables, body):
-        """The same for each system call after the program has been loaded."""
+        """The same for each system call that the program makes after it is loaded."""
         log = os.path.join(self.folder, "calls")
         for call in CALLS.split():
             for last in ("", "+"):
@@ -92,11 +92,11 @@ class FailureCase(unittest.TestCase):
                     if not failed:
                         break
                 else:
-                    self.fail("it calls without end")
+                    self.fail("the script never stops making system calls")
 
     def with_failures(self, path, variables, body):
         yield from self.with_failing_allocations(path, variables, body)
-        # A sanitizer makes system calls of its own, and gives up when they fail.
+        # A sanitizer makes system calls too, and aborts when they fail.
         if not SANITIZED:
             yield from self.with_failing_calls(path, variables, body)
 
@@ -105,7 +105,7 @@ class Forms(FailureCase):
     LINES = LINES
 
     def check_line(self, run, what, before, line):
-        """Nothing counts that has no line end."""
+        """Checks what is stored. A line without a newline does not count."""
         found = [line for line in read(self.data).splitlines(keepends=True) if line[-1:] == b"\n"]
         without, stored = ([before] if before else []), ([before] if before else []) + [line]
         if run.status == 303:
@@ -130,7 +130,7 @@ class Forms(FailureCase):
                     self.write(before)
             self.assertLessEqual({303, 400, 500}, set(seen), lines.name)
 
-    def test_may_have_been_kept_when_the_disk_fails_to_undo_it_too(self):
+    def test_page_is_unsure_when_undoing_fails_too(self):
         inject = ("-e", "inject=fsync:error=EIO", "-e", "inject=ftruncate:error=EIO:when=2")
         strace = ("strace", "-o", "/dev/null", "-e", "trace=fsync,ftruncate", *inject)
         for lines in self.LINES:
@@ -144,7 +144,7 @@ class Forms(FailureCase):
             self.same(lines.line(2), read(self.data), lines.name)
             self.write(b"")
 
-    def test_are_shown_to_the_last_or_not_at_all(self):
+    def test_page_shows_all_entries_or_an_error(self):
         shown = {"guestbook": "<article>", "poll": "Tea 3,"}
         get = {"REQUEST_METHOD": "GET"}
         for lines in self.LINES:
@@ -172,7 +172,7 @@ class FormsInCpp(Forms):
 
 
 class Counts(FailureCase):
-    def test_are_kept_when_told_and_not_when_refused(self):
+    def test_count_is_kept_when_shown_and_not_when_refused(self):
         variables = {"REQUEST_METHOD": "GET", "TARN_COUNTER_FILE": self.data}
         seen = []
         for before in (0, 5):

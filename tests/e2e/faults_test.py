@@ -1,5 +1,5 @@
-"""What the examples stored before a fault is whole after it: clients that break off, a full disk,
-closed streams, a signal at any moment."""
+"""Data stored by the examples survives clients that disconnect, a full disk, closed streams and
+signals at any moment."""
 
 import errno
 import os
@@ -23,22 +23,22 @@ GUESTBOOK = os.environ["GUESTBOOK"]
 FORM_ECHO = os.environ["FORM_ECHO"]
 COUNTER = os.environ["COUNTER"]
 URL_ENCODED = "application/x-www-form-urlencoded"
-# In a file of lines each of these bytes is three.
+# Each of these bytes takes three in a file of lines.
 MESSAGE = "ä" * 2000
 BIG = bytes(set(range(256)) - {10, 13}) * 4000
 
 
 class Lines(NamedTuple):
-    """A script that keeps each form as a line of a file."""
+    """A script that stores each form as a line of a file."""
 
     name: str
     script: str
     setting: str
-    form: Callable  # of a number
-    line: Callable  # what is kept of it
+    form: Callable  # number -> form
+    line: Callable  # number -> stored line
 
     def variables(self, number):
-        """A poll knows its visitors by their cookie."""
+        """A poll recognises its visitors by their cookie."""
         return {"HTTP_COOKIE": f"visitor={number:032x}"}
 
 
@@ -75,14 +75,14 @@ class StoreCase(unittest.TestCase):
     LINES = LINES
 
     def assert_kept(self, expected, folder):
-        """What is kept in the folder, to the last byte; a difference of megabytes is not shown."""
+        """Compares all files in the folder, without printing a difference of megabytes."""
         found = kept(folder)
         self.assertEqual(sorted(expected), sorted(found))
         for name, data in expected.items():
             self.assertTrue(data == found[name], f"{name} has other bytes, {len(found[name])}")
 
     def numbers(self, lines):
-        """The numbers of the forms that are kept, each as a whole line."""
+        """The numbers of the forms that are stored as complete lines."""
         whole = {lines.line(number): number for number in range(200)}
         found = read(os.path.join(self.data, lines.name)).splitlines(keepends=True)
         for line in found:
@@ -125,7 +125,7 @@ class ServerCase(StoreCase):
         self.send(f"/{lines.name}", URL_ENCODED, form, status, "-b", cookie)
 
 
-class ClientsThatBreakOff(ServerCase):
+class ClientsThatDisconnect(ServerCase):
     def break_off(self, target, kind, body, length, way):
         head = f"POST /cgi-bin{target} HTTP/1.1\r\nHost: localhost\r\nContent-Type: {kind}\r\n"
         head += f"Cookie: visitor={99:032x}\r\nContent-Length: {len(body)}\r\n\r\n"
@@ -142,7 +142,7 @@ class ClientsThatBreakOff(ServerCase):
                     pass
                 self.assertNotRegex(answer, rb"HTTP/1\.1 [23]")
 
-    def test_anywhere_in_the_body_leave_nothing_and_the_server_goes_on(self):
+    def test_disconnecting_within_the_body_stores_nothing(self):
         uploads = self.server.make_folder("data/uploads")
         chance = random.Random(7)
         files = multipart(("a.bin", BIG[:200000]), ("b.bin", BIG[:200000]))
@@ -166,14 +166,14 @@ class ClientsThatBreakOff(ServerCase):
         self.assertEqual("", self.server.log())
 
 
-class ClientsThatBreakOffAtStreams(ClientsThatBreakOff):
-    """The same where the script starts before the body is there."""
+class ClientsThatDisconnectAtStreams(ClientsThatDisconnect):
+    """The same when the script starts before its body has arrived."""
 
     OPTIONS = "server.stream-request-body = 2"
 
 
 class FullDisk(ServerCase):
-    """A disk of its own for what the examples store, where mounting one is allowed."""
+    """The examples store their data on a small disk of its own, if mounting one is allowed."""
 
     def setUp(self):
         super().setUp()
@@ -188,7 +188,7 @@ class FullDisk(ServerCase):
         self.assertEqual(status, self.server.curl("/counter").status)
         return read(self.server.path("data/count"))
 
-    def test_takes_nothing_from_what_is_there_and_is_told(self):
+    def test_full_disk_is_reported_and_stored_data_stays(self):
         self.upload("a.bin", BIG[:300000])
         self.assertEqual(b"1\n", self.count(200))
         for lines in self.LINES:
@@ -203,7 +203,7 @@ class FullDisk(ServerCase):
                 while filler.write(bytes(4096)):
                     pass
             self.assertEqual(b"1\n", self.count(500))
-            # One page is left to the next line of a book, which takes three.
+            # This frees one page; the next line of the guestbook takes three.
             os.ftruncate(filler.fileno(), os.fstat(filler.fileno()).st_size - 4096)
         for number in (2, 3):
             self.write(book, number, status=500)
@@ -240,7 +240,7 @@ class ScriptCase(StoreCase):
 
 
 class BodiesThatEndEarly(ScriptCase):
-    def test_are_no_entries_wherever_they_end(self):
+    def test_truncated_form_stores_no_entry(self):
         book, contact, poll = self.LINES
         for lines, body, line in (
             (book, b"name=a&message=hello+there", b"a hello%20there\n"),
@@ -255,7 +255,7 @@ class BodiesThatEndEarly(ScriptCase):
             self.assertEqual(303, answer[0])
             self.assertEqual(line, read(self.stored[lines.setting]))
 
-    def test_are_no_upload_when_half_of_a_thousand_bytes_come(self):
+    def test_truncated_upload_stores_no_file(self):
         data = BIG[: 1000 - len(multipart(("a.bin", b"")))]
         body = multipart(("a.bin", data))
         self.assertEqual(1000, len(body))
@@ -267,7 +267,7 @@ class BodiesThatEndEarly(ScriptCase):
 
 
 class FullFile(ScriptCase):
-    def test_takes_no_beginning_of_a_line(self):
+    def test_partial_line_is_not_kept(self):
         for lines in self.LINES:
             self.write(lines, 1)
             self.write(lines, 2, status=500, largest_file=len(lines.line(1)) + 10)
@@ -297,7 +297,7 @@ class Streams(ScriptCase):
             )
 
     def store(self, number, **how):
-        """Has everything stored by the scripts; gives how they ended, once for all."""
+        """Lets every script store something; returns the exit status, the same for all."""
         data = b"%d" % number * 5000
         runs = [
             self.run_script(UPLOAD, MULTIPART, multipart((f"{number}.bin", data)), **how),
@@ -315,7 +315,7 @@ class Streams(ScriptCase):
         (status,) = {run.returncode for run in runs}
         return status
 
-    def test_without_a_reader_end_the_script_after_it_has_stored(self):
+    def test_broken_output_ends_the_script_after_storing(self):
         reader, writer = os.pipe()
         os.close(reader)
         with os.fdopen(writer) as gone, open("/dev/full", "wb") as full:
@@ -332,12 +332,12 @@ class Streams(ScriptCase):
                 run = self.run_script(FORM_ECHO, URL_ENCODED, page, **how)
                 self.assertEqual((status, b""), (run.returncode, run.stderr), how)
 
-    def test_that_are_closed_for_the_answer_or_the_log_do_not_hinder_storing(self):
+    def test_closed_output_or_log_does_not_prevent_storing(self):
         self.assertEqual(1, self.store(1, closed=[1]))
         self.assertEqual(0, self.store(2, closed=[2], stdout=subprocess.DEVNULL))
         self.assertEqual(1, self.store(3, closed=[1, 2]))
 
-    def test_that_are_closed_for_the_body_bring_none(self):
+    def test_closed_input_is_refused_as_a_missing_body(self):
         for closed in ([0], [0, 2]):
             for path, kind, body in (
                 (UPLOAD, MULTIPART, multipart(("a.bin", b"1"))),
@@ -357,9 +357,9 @@ class Termination(ScriptCase):
     ROUNDS = 150
 
     def run_rounds(self, request):
-        """Ends scripts at random moments of their runs; gives the rounds in which one was done.
+        """Kills scripts at random moments; returns the rounds in which the script finished.
 
-        `request` gives the script, the type and the body of a round.
+        `request` returns the script, the type and the body of a round.
         """
         chance = random.Random(15)
         done, longest = [], 0.0
@@ -386,13 +386,13 @@ class Termination(ScriptCase):
             if process.returncode == 0:
                 self.assertRegex(answer, rb"\AStatus: (200|303) ")
                 done.append(number)
-        self.assertGreater(len(done), 5, "none got through")
-        self.assertLess(len(done), self.ROUNDS - 5, "none was ended")
+        self.assertGreater(len(done), 5, "no script finished")
+        self.assertLess(len(done), self.ROUNDS - 5, "no script was killed")
         return done
 
 
 class TerminationOfFiles(Termination):
-    def test_at_any_moment_leaves_files_whole_or_not_there(self):
+    def test_termination_leaves_no_partial_file(self):
         whole = BIG[:200000]
         body = multipart(("a.bin", whole), ("b.bin", whole))
         done = self.run_rounds(lambda _: (UPLOAD, MULTIPART, body))
@@ -401,7 +401,7 @@ class TerminationOfFiles(Termination):
         for name, data in final.items():
             self.assertTrue(data == whole, f"{name} has {len(data)} bytes")
 
-    def test_at_any_moment_leaves_the_count_before_or_after(self):
+    def test_termination_leaves_the_count_before_or_after(self):
         path = self.stored["TARN_COUNTER_FILE"]
         counts = [0]
 
@@ -417,19 +417,19 @@ class TerminationOfFiles(Termination):
 
 
 class TerminationOfLines(Termination):
-    def test_at_any_moment_leaves_lines_whole_or_not_there(self):
+    def test_termination_loses_no_confirmed_line(self):
         def request(number):
             lines = self.LINES[number % len(self.LINES)]
             return lines.script, URL_ENCODED, lines.form(number)
 
         done = self.run_rounds(request)
         for place, lines in enumerate(self.LINES):
-            # Whoever writes next takes away what was left of a line.
+            # The next writer removes a partial line.
             self.write(lines, self.ROUNDS)
             expected = {number for number in done if number % len(self.LINES) == place}
             self.assertLessEqual(expected | {self.ROUNDS}, set(self.numbers(lines)))
 
-    def test_in_the_middle_of_a_line_costs_that_line_alone(self):
+    def test_partial_line_costs_only_itself(self):
         get = {"REQUEST_METHOD": "GET"}
         shown = {"guestbook": b"<article>", "poll": b"Tea 1,"}
         for lines in self.LINES:
@@ -451,7 +451,7 @@ class InCpp:
     LINES: tuple[Lines, ...] = LINES_IN_CPP
 
 
-class ClientsThatBreakOffInCpp(InCpp, ClientsThatBreakOff):
+class ClientsThatDisconnectInCpp(InCpp, ClientsThatDisconnect):
     pass
 
 

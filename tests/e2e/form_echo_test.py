@@ -1,4 +1,4 @@
-"""The example form-echo shows a request, and shows it as text."""
+"""The example form-echo shows a request as text."""
 
 import os
 import subprocess
@@ -68,10 +68,10 @@ class FormEcho(unittest.TestCase):
         )
         self.assertIn(("SERVER_PORT", str(self.server.script_port())), rows(page))
 
-    def test_page_without_a_form_says_none(self):
+    def test_page_without_a_form_shows_none(self):
         self.assertEqual(["None."] * 3, self.page().texts("p")[1:])
 
-    def test_page_with_its_cookies_says_that_it_is_not_for_a_live_site(self):
+    def test_page_with_cookies_warns_against_live_use(self):
         page = self.page("-b", "session=secret")
         self.assertIn(("session", "secret"), rows(page))
         (warning,) = page.texts("p", role="note")
@@ -114,7 +114,7 @@ class FormEcho(unittest.TestCase):
             lines[:9],
         )
 
-    def test_value_with_a_zero_byte_is_shown_as_far_as_it_is_text(self):
+    def test_value_is_shown_up_to_its_first_zero_byte(self):
         path = self.server.path("zero")
         with open(path, "wb") as file:
             file.write(b"ab\0cd")
@@ -124,7 +124,7 @@ class FormEcho(unittest.TestCase):
     def test_head_has_no_body(self):
         answer = self.ask("--head")
         self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
-        # A server drops such a body; the script itself sends none.
+        # A server would drop the body; the script must not send one at all.
         script = subprocess.run(
             [os.environ["FORM_ECHO"]],
             env={"REQUEST_METHOD": "HEAD"},

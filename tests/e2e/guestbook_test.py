@@ -1,4 +1,4 @@
-"""The example guestbook keeps what guests write, and a name in a cookie for those who want it."""
+"""The example guestbook stores entries, and remembers a guest's name in a cookie on request."""
 
 import concurrent.futures
 import os
@@ -33,7 +33,7 @@ class Guestbook(unittest.TestCase):
         self.assertEqual("", self.server.log())
 
     def visit(self):
-        """Looks at the page as a browser that keeps cookies."""
+        """Requests the page like a browser that keeps cookies."""
         answer = self.server.curl("/guestbook", "-b", self.jar, "-c", self.jar)
         self.assertEqual(200, answer.status)
         self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
@@ -77,7 +77,7 @@ class Guestbook(unittest.TestCase):
         answer = self.write('Zoë; "the" one, 100%+', "Hello", "-d", "remember=on")
         cookie, *attributes = answer.header("set-cookie").split("; ")
         self.assertEqual("guest=Zo%C3%AB%3B%20%22the%22%20one%2C%20100%25%2B", cookie)
-        # In C it goes to the folder of the page, in C++ to the whole host.
+        # In C the cookie is for the folder of the page, in C++ for the whole host.
         self.assertEqual(
             {"Max-Age=31536000", "HttpOnly", "SameSite=Lax"}, set(attributes) - {"Path=/"}
         )
@@ -92,14 +92,14 @@ class Guestbook(unittest.TestCase):
         self.assertEqual("", page.named("name")["attributes"]["value"])
         self.assertNotIn("checked", page.named("remember")["attributes"])
 
-    def test_text_of_guests_stays_text(self):
+    def test_text_from_guests_is_escaped(self):
         self.write(HOSTILE, HOSTILE, "-d", "remember=on")
         page = self.visit()
         self.assertNotIn("script", page.tags)
         self.assertEqual([(HOSTILE, HOSTILE + HOSTILE)], entries(page))
         self.assertEqual(HOSTILE, page.named("name")["attributes"]["value"])
 
-    def test_cookie_of_a_stranger_stays_text(self):
+    def test_forged_cookie_is_escaped(self):
         answer = self.server.curl("/guestbook", "-b", "a=1; guest=%22%3E%3Cscript%3E; guest=later")
         page = Page(answer.body)
         self.assertEqual('"><script>', page.named("name")["attributes"]["value"])
@@ -121,7 +121,7 @@ class Guestbook(unittest.TestCase):
             self.assertEqual(message.strip(), page.named("message")["text"].strip())
         self.assertEqual([], self.book())
 
-    def test_guests_who_write_at_the_same_time_are_all_kept(self):
+    def test_concurrent_entries_are_all_kept(self):
         def guest(number):
             self.server.curl("/guestbook", "-d", f"name=guest{number}&message={'m' * 4000}")
             return len(Page(self.server.curl("/guestbook").body).texts("article"))
@@ -141,7 +141,7 @@ class GuestbookInCpp(Guestbook):
 
 
 class GuestbooksOfOneFile(unittest.TestCase):
-    def test_show_what_the_other_keeps(self):
+    def test_c_and_cpp_show_each_others_entries(self):
         scripts = {"c": GUESTBOOK, "cpp": GUESTBOOK_CPP}
         with Lighttpd(scripts, {"TARN_GUESTBOOK_FILE": "entries"}) as server:
             expected = []
@@ -168,7 +168,7 @@ class GuestbookAlone(unittest.TestCase):
         variables = {"TARN_GUESTBOOK_FILE": self.path, **variables}
         return script.run(self.SCRIPT, variables, body, **limits)
 
-    def test_disk_that_is_full_leaves_the_book_as_it_was(self):
+    def test_full_disk_leaves_the_book_unchanged(self):
         body = b"name=a&message=" + b"m" * 100
         variables = script.post(URL_ENCODED, body)
         self.assertEqual(303, self.run_script(variables, body)[0])
@@ -183,7 +183,7 @@ class GuestbookAlone(unittest.TestCase):
         with open(self.path, "rb") as file:
             self.assertEqual(before * 2, file.read())
 
-    def test_missing_setting_is_told(self):
+    def test_missing_setting_is_reported(self):
         status, _, page, _ = script.run(self.SCRIPT, {"REQUEST_METHOD": "GET"})
         self.assertEqual(500, status)
         self.assertIn("TARN_GUESTBOOK_FILE", Page(page).texts("p")[0])

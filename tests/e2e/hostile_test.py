@@ -1,4 +1,4 @@
-"""What strangers send, to the probe as a process and through lighttpd, compared with the rules."""
+"""Hostile requests to the probe, directly and through lighttpd, compared with the rules."""
 
 import itertools
 import os
@@ -13,7 +13,7 @@ from requests_test import MULTIPART, RequestCase, RulesCase, items
 URL_ENCODED = "application/x-www-form-urlencoded"
 ESCAPES = [b"%", b"%2", b"%zz", b"%%", b"%00", b"%u0041", b"%%%", b"%4%", b"%\xc3\xa9", b"%\xff"]
 
-# A bit of everything that the parser has to distinguish.
+# Some of everything that the parser has to tell apart.
 MIXTURE = (
     b"\r\n--XY\r\n--XYZ\r\n"
     b'Content-Disposition: form-data; name="a"\r\n\r\n1\r\n2\r\n--XYZ\r\n'
@@ -26,10 +26,10 @@ MIXTURE = (
 
 
 class Processes(RulesCase):
-    """No server in between, which would keep most of this from a script."""
+    """Runs the probe without a server, which would filter most of these requests."""
 
     def run_probe(self, variables, body=b"", sent=None):
-        """`sent` is on standard input, if that is not the declared body."""
+        """`sent` is what standard input has, if that is not the declared body."""
         sent = body if sent is None else sent
         _, _, answer, log = script.run(os.environ["PROBE"], variables, sent)
         self.assertEqual("", log)
@@ -56,7 +56,7 @@ class Processes(RulesCase):
             with self.subTest(chosen):
                 self.run_probe(chosen, b"a=1&b=2")
 
-    def test_lengths_that_are_no_plain_numbers(self):
+    def test_lengths_that_are_not_plain_numbers(self):
         for length in (
             ["", "0", "-0", "+5", " 12", "\t12", "12 ", "007", "0x10", "12abc", "1,2", "1.9", "1e3"]
             + ["abc", "- 5", "+-5", "--5", "-1", "-2147483648", "-4294967293", "-" + "9" * 30]
@@ -67,7 +67,7 @@ class Processes(RulesCase):
                 with self.subTest(length=length, type=kind):
                     self.run_probe(variables | {"CONTENT_TYPE": kind}, b"a=1&b=%41&flag&c=x+y")
 
-    def test_body_cut_at_every_byte(self):
+    def test_body_truncated_at_every_byte(self):
         for cut in range(len(MIXTURE)):
             with self.subTest(cut):
                 self.post(MULTIPART, MIXTURE[:cut])
@@ -79,7 +79,7 @@ class Processes(RulesCase):
                 self.run_probe(script.post(MULTIPART, MIXTURE[:cut]), sent=MIXTURE)
                 self.run_probe(script.post(MULTIPART, MIXTURE), sent=MIXTURE[:cut])
 
-    def test_escapes_that_break_off(self):
+    def test_incomplete_escapes(self):
         for escape in ESCAPES:
             with self.subTest(escape):
                 text = b"k=" + escape
@@ -115,11 +115,11 @@ class Processes(RulesCase):
             with self.subTest(header[:40]):
                 self.run_probe({"HTTP_COOKIE": header})
 
-    def test_bytes_that_are_no_text_in_every_variable(self):
+    def test_invalid_utf8_in_every_variable(self):
         odd = os.fsdecode(bytes(range(1, 256)))
         self.run_probe({name: odd for name in [*rules.VARIABLES, "HTTPS", "HTTP_PROXY"]})
 
-    def test_random_bodies_of_the_parsers_own_marks(self):
+    def test_random_bodies_of_delimiters(self):
         chance = random.Random(20070717)
         marks = [b"--XYZ\r\n", b"--XYZ", b"--XYZ--\r\n", b"\r\n", b"\r\n\r\n", b'name="', b'"']
         marks += [b'filename="', b"Content-Type: ", b"a", b"%", b"%41", b"=", b"&", b"+", b"\xff\0"]
@@ -144,7 +144,7 @@ class Processes(RulesCase):
 
 
 class Requests(RequestCase):
-    """The part of it that a server lets through."""
+    """The hostile requests that a server lets through."""
 
     OPTIONS = "server.max-request-field-size := 65535"
 
@@ -154,7 +154,7 @@ class Requests(RequestCase):
             "@" + self.file("body", body),
         )
 
-    def test_mixture_of_everything_and_its_halves(self):
+    def test_mixture_of_everything_whole_and_halved(self):
         for end in (len(MIXTURE), len(MIXTURE) // 2, len(MIXTURE) // 3):
             self.post(MULTIPART, MIXTURE[:end])
 
@@ -177,7 +177,7 @@ class Requests(RequestCase):
         parts = b"".join(b'--XYZ\r\nname="k"\r\n\r\n%d\r\n' % i for i in range(5000))
         self.assertEqual(5000, len(self.post(MULTIPART, parts).entries))
 
-    def test_proxy_of_the_request_and_header_bytes_that_are_no_utf8(self):
+    def test_proxy_header_and_invalid_utf8_in_headers(self):
         seen = self.ask("/probe?a=%FF", "-H", "Proxy: http://attacker.example/", "-b", "k=v")
         self.assertEqual([(b"a", b"\xff")], seen.entries)
         seen = self.ask("/probe", "-H", b"Cookie: k=\xff\xfe")

@@ -15,10 +15,10 @@ NOTE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "note.sh")
 MOST_BYTES = 10 << 20
 MOST_SCRIPTS = 20
 CROWD = MOST_SCRIPTS + 5
-# The time limit of the configurations, and that of the tests.
+# The time limit in the configurations, and the one that the tests use.
 CONFIGURED_SECONDS, SECONDS = 30, 1
 LONG = "a" * 9000
-# A header that programs would take for a setting of their own, HTTP_PROXY.
+# Becomes HTTP_PROXY, which programs would take for a setting.
 PROXY = "Proxy: http://attacker.example/"
 VARIABLES = set(
     "GATEWAY_INTERFACE PATH_INFO PATH_TRANSLATED QUERY_STRING REMOTE_ADDR REQUEST_METHOD "
@@ -54,7 +54,7 @@ class ServerCase(unittest.TestCase):
 
     def refused(self, status, *arguments, target="/note"):
         self.assertEqual(status, self.ask(target, *arguments)[0])
-        # A script that was started anyway needs a moment to write its note.
+        # If the script was started anyway, it needs a moment to write its note.
         time.sleep(0.2)
         self.assertEqual([], self.notes())
 
@@ -72,7 +72,7 @@ class ServerCase(unittest.TestCase):
                 if len(self.notes()) >= most:
                     break
                 time.sleep(0.01)
-            # Apache takes a second to start as many as it may.
+            # Apache takes a second to start all the scripts that it may.
             time.sleep(1.5)
             try:
                 self.assertEqual(["begin"] * most, self.notes())
@@ -82,7 +82,7 @@ class ServerCase(unittest.TestCase):
             return sorted(answer.result()[0] for answer in answers)
 
     def send_part(self, request):
-        """Sends a part of a request; returns the status, or None without an answer."""
+        """Sends part of a request; returns the status, or None if there is no answer."""
         with socket.create_connection(("127.0.0.1", self.server.port), timeout=300) as client:
             client.sendall(request)
             answer = client.recv(100)
@@ -94,11 +94,11 @@ class Limits(ServerCase):
     HEADER = ADDRESS = 431
     ONE_TOO_MANY = 200
     IDLE: int | None = None
-    # Whether it kills a script that does not answer, and starts one before its body is there.
+    # Whether it kills a script that does not answer, and starts one before its body arrives.
     KILLS, EARLY = True, False
     LACKS = set()
 
-    def test_body_of_ten_megabytes_passes_and_one_byte_more_does_not(self):
+    def test_body_limit_is_ten_megabytes(self):
         self.start()
         status, variables = self.ask("/note", *self.send(MOST_BYTES))
         self.assertEqual((200, str(MOST_BYTES)), (status, variables["BODY"]))
@@ -120,7 +120,7 @@ class Limits(ServerCase):
         self.refused(self.HEADER, "-H", f"Cookie: {LONG}")
         self.refused(self.ADDRESS, target=f"/note?{LONG}")
 
-    def test_request_for_a_script_that_takes_too_long_is_answered_504(self):
+    def test_slow_script_is_answered_504(self):
         self.start(hurried=True)
         self.assertEqual(504, self.ask("/note?9")[0])
         self.server.wait_for_scripts()
@@ -138,11 +138,11 @@ class Limits(ServerCase):
             b"GET /cgi-bin/note HTTP/1.1\r\nHost: localhost\r\n",
             b"POST /cgi-bin/note HTTP/1.1\r\nHost: localhost\r\nContent-Length: 100\r\n\r\nhalf",
         ):
-            # The server closes the connection: nothing else would end the request.
+            # The server closes the connection; nothing else would end the request.
             self.assertEqual(self.IDLE, self.send_part(request))
         self.assertEqual(["begin"] if self.EARLY else [], self.notes()[:1])
 
-    def test_variables_that_do_not_reach_a_script(self):
+    def test_dropped_variables(self):
         self.start()
         _, variables = self.ask("/note/path", "-H", PROXY)
         self.assertEqual(self.LACKS, VARIABLES - variables.keys())
@@ -168,20 +168,20 @@ class LimitsOfNginx(Limits):
 class Busybox(ServerCase):
     SERVER = SERVERS["busybox"]
 
-    def test_has_no_limit_for_a_body_but_needs_its_length(self):
+    def test_body_has_no_limit_but_needs_a_length(self):
         self.start()
         _, variables = self.ask("/note", *self.send(MOST_BYTES + 1))
         self.assertEqual(str(MOST_BYTES + 1), variables["BODY"])
         _, variables = self.ask("/note", *self.send(5, "-H", "Transfer-Encoding: chunked"))
         self.assertEqual("0", variables["BODY"])
 
-    def test_passes_the_body_of_no_method_but_post(self):
+    def test_only_post_passes_a_body(self):
         self.start()
         for method, length in (("POST", "5"), ("PUT", "0"), ("PATCH", "0")):
             _, variables = self.ask("/note", *self.send(5, "-X", method))
             self.assertEqual((method, length), (variables["REQUEST_METHOD"], variables["BODY"]))
 
-    def test_cuts_long_headers_and_refuses_long_addresses_and_too_many_headers(self):
+    def test_truncates_long_headers_and_refuses_long_addresses_or_too_many_headers(self):
         self.start()
         _, variables = self.ask("/note", "-H", f"Cookie: {LONG}")
         self.assertLess(8000, len(variables["HTTP_COOKIE"]))
@@ -190,15 +190,15 @@ class Busybox(ServerCase):
         self.refused(400, target=f"/note?{LONG}")
         self.refused(413, *(f"-HX-{number}: {LONG[:7000]}" for number in range(20)))
 
-    def test_runs_as_many_scripts_as_are_asked_for(self):
+    def test_number_of_scripts_is_not_limited(self):
         self.start()
         self.assertEqual([200] * CROWD, self.send_crowd(CROWD))
 
-    def test_waits_for_a_script_as_long_as_it_takes(self):
+    def test_script_time_is_not_limited(self):
         self.start()
         self.assertEqual(200, self.ask("/note?3")[0])
 
-    def test_variables_that_do_not_reach_a_script_and_one_that_should_not(self):
+    def test_dropped_variables_and_one_that_should_be_dropped(self):
         self.start()
         _, variables = self.ask("/note/path", "-H", PROXY)
         lacking = {"PATH_TRANSLATED", "SERVER_NAME", "SERVER_PORT"}

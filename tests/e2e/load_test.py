@@ -1,7 +1,7 @@
-"""Many clients at once: each answer has exactly what its client sent.
+"""Many clients at once: each answer contains exactly what its client sent.
 
-TARN_LOAD_REQUESTS is the number of requests for each server. All of them are sent, however long it
-takes.
+TARN_LOAD_REQUESTS is the number of requests for each server. All of them are sent, however long
+that takes.
 """
 
 import concurrent.futures
@@ -35,7 +35,7 @@ class Client:
         return "".join(self.chance.choices(LETTERS, k=self.chance.randrange(most))).encode()
 
     def ask(self, number):
-        """Sends the request of this number; returns its kind."""
+        """Sends the request with this number; returns its kind."""
         kind = KINDS[self.chance.randrange(3)]
         agent = f"client {self.number}, request {number}".encode()
         entries = [

@@ -1,5 +1,5 @@
-"""Several machines behind a balancer, with the configurations in servers/. One goes and comes back
-while clients send requests: no request is lost, answered wrongly or carried out twice."""
+"""Several machines behind a balancer, with the configurations in servers/. One is removed
+and restored while clients send requests: none is lost, answered wrongly or carried out twice."""
 
 import collections
 import http.client
@@ -26,7 +26,7 @@ class Request(NamedTuple):
     method: str
     line: str
     begin: float
-    status: int  # 0 without an answer
+    status: int  # 0 if there is no answer
     answered: list  # the line and the machine
 
 
@@ -98,7 +98,7 @@ class HAProxy(unittest.TestCase):
             client.close()
 
     def wait_for(self, machine):
-        """Waits until the balancer sends requests to the machine."""
+        """Waits until the balancer sends requests to a machine."""
         for _ in range(MANY_TIMES):
             if machine in self.ask("GET", "wait").answered:
                 return
@@ -113,7 +113,7 @@ class HAProxy(unittest.TestCase):
             self.requests.append(self.ask(method, f"{number}-{count}"))
 
     def with_clients(self, act):
-        """Does something while clients send requests; returns those that failed."""
+        """Calls `act` while clients send requests; returns the requests that failed."""
         clients = [threading.Thread(target=self.client, args=[n]) for n in range(CLIENTS)]
         for client in clients:
             client.start()
@@ -147,7 +147,7 @@ class HAProxy(unittest.TestCase):
         self.assertNotIn(machine, [name for request in others for name in request.answered])
         self.start_machine(machine)
 
-    def test_machine_that_is_taken_away_and_comes_back_loses_no_request(self):
+    def test_removing_and_restoring_a_machine_loses_no_request(self):
         def act():
             self.take_away(MACHINES[0])
             time.sleep(2)
@@ -158,7 +158,7 @@ class HAProxy(unittest.TestCase):
 
         self.assertEqual([], self.with_clients(act))
 
-    def test_machine_that_dies_loses_only_the_posts_it_was_working_on(self):
+    def test_crashed_machine_loses_only_its_unfinished_posts(self):
         killed = []
 
         def act():

@@ -1,6 +1,6 @@
 #!/bin/sh
-# A script that notes when it begins and ends. It waits for the seconds in its query, or until a file
-# exists, and prints its variables and the length of its body.
+# A script that writes to $NOTES when it begins and ends. It waits for the seconds in its query, or
+# until a file exists, and prints its variables and the length of its body.
 echo begin >>"$NOTES"
 case $QUERY_STRING in
   crowd) until [ -e "$NOTES.go" ]; do sleep 0.1; done ;;

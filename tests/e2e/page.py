@@ -46,7 +46,7 @@ class Page(html.parser.HTMLParser):
             element["text"] += data
 
     def handle_comment(self, data):
-        raise AssertionError(f"a comment: {data}")
+        raise AssertionError(f"the page has a comment: {data}")
 
     def texts(self, tag, **attributes):
         """The texts of the elements that have this tag and these attributes."""
@@ -95,10 +95,10 @@ def check_valid(text):
     """html5lib checks the structure of a page, tidy its elements and attributes."""
     parser = html5lib.HTMLParser()
     parser.parse(text)
-    # A carriage return can stand in a page as a number alone, which is an error to be forgiven.
+    # A carriage return can only be written as a number, which html5lib reports; ignore that error.
     errors = [error for error in parser.errors if error[2] != {"charAsInt": 13}]
     assert not errors, errors
     command = ["tidy", "-q", "-e", "-utf8"]
-    known = re.sub(r'(<(?:style|script)) nonce="[0-9a-f]*"', r"\1", text)  # tidy does not know it
+    known = re.sub(r'(<(?:style|script)) nonce="[0-9a-f]*"', r"\1", text)  # unknown to tidy
     tidy = subprocess.run(command, input=known.encode(), capture_output=True, check=False)
     assert (tidy.returncode, tidy.stderr) == (0, b""), tidy.stderr.decode()

@@ -1,4 +1,4 @@
-"""The reader of pages refuses what it is there to refuse."""
+"""page.py refuses pages that are invalid or inaccessible."""
 
 import unittest
 
@@ -56,17 +56,17 @@ WRONG = {
 
 
 class Pages(unittest.TestCase):
-    def test_good_page_is_read(self):
+    def test_good_page_is_parsed(self):
         page = Page(GOOD.encode())
         self.assertEqual(["Good"], page.texts("h1"))
         self.assertEqual(["No number."], page.described("age"))
         self.assertIsNone(page.described("name"))
 
-    def test_carriage_return_is_read_as_one(self):
+    def test_carriage_return_is_kept(self):
         page = Page(GOOD.replace("No number.", "No&#13;\nnumber.").encode())
         self.assertEqual(["No\r\nnumber."], page.described("age"))
 
-    def test_wrong_pages_are_refused(self):
+    def test_bad_pages_are_refused(self):
         for name, changes in WRONG.items():
             text = GOOD
             for old, new in zip(changes[::2], changes[1::2]):

@@ -1,4 +1,4 @@
-"""The example poll counts each visitor once, and all of them."""
+"""The example poll counts every visitor exactly once."""
 
 import concurrent.futures
 import fcntl
@@ -20,8 +20,7 @@ COOKIE = re.compile("visitor=([0-9a-f]{32}); Max-Age=31536000; HttpOnly; SameSit
 
 
 def chart(page):
-    """The label of the chart, and what it draws: for each choice its name, its bar's width and its
-    number."""
+    """The label of the chart; then for each choice its name, the width of its bar and its count."""
     (svg,) = [element for element in page.elements if element["tag"] == "svg"]
     texts = page.texts("text")
     widths = [int(e["attributes"]["width"]) for e in page.elements if e["tag"] == "rect"]
@@ -98,7 +97,7 @@ class Poll(unittest.TestCase):
     def test_visitors_differ(self):
         self.assertEqual(20, len({self.new_visitor() for _ in range(20)}))
 
-    def test_vote_without_a_cookie_of_ours_is_not_counted(self):
+    def test_vote_without_our_cookie_is_not_counted(self):
         for cookie in ("", "visitor=", "visitor=zoë", "visitor=" + "A" * 32, "visitor=" + "a" * 33):
             answer = self.server.curl("/poll", "-b", cookie, "-d", "choice=tea")
             self.assertEqual(400, answer.status)
@@ -106,7 +105,7 @@ class Poll(unittest.TestCase):
             self.assertTrue(COOKIE.fullmatch(answer.header("set-cookie")))
         self.assertEqual([0, 0, 0], self.counts())
 
-    def test_visitor_without_the_cookie_votes_again_as_the_page_says(self):
+    def test_deleting_the_cookie_allows_another_vote(self):
         for expected in ([1, 0, 0], [2, 0, 0]):
             self.vote(self.new_visitor(), "tea")
             self.assertEqual(expected, self.counts())
@@ -118,7 +117,7 @@ class Poll(unittest.TestCase):
             self.assertIn("not signed", said)
             self.assertIn("can vote again", said)
 
-    def test_id_that_was_made_up_votes_once_and_does_nothing_else(self):
+    def test_forged_id_votes_once_and_does_nothing_else(self):
         victim = self.new_visitor()
         self.vote(victim, "coffee")
         before = read(self.server.path("votes"))
@@ -140,7 +139,7 @@ class Poll(unittest.TestCase):
         self.assertEqual(before, read(self.server.path("votes")))
         self.assertIn("You voted for Coffee.", self.visit("-b", f"visitor={victim}").texts("p"))
 
-    def test_id_adds_no_line_of_its_own(self):
+    def test_id_cannot_add_a_line(self):
         good = "a" * 32
         line = f"{good}%20tea%0A"
         forged = (line + good, line, f"{good}%0A", f"{good[:31]}%0A", f"%20{good}", f"%00{good}")
@@ -163,7 +162,7 @@ class Poll(unittest.TestCase):
             self.assertNotIn("script", page.tags)
         self.assertEqual([0, 0, 0], self.counts())
 
-    def test_votes_at_the_same_time_are_all_counted(self):
+    def test_concurrent_votes_are_all_counted(self):
         def visit(number):
             self.vote(self.new_visitor(), ("tea", "coffee", "water")[number % 3])
 
@@ -179,12 +178,12 @@ class Poll(unittest.TestCase):
 
 
 class PollAlone(unittest.TestCase):
-    def test_missing_setting_is_told(self):
+    def test_missing_setting_is_reported(self):
         status, _, page, _ = script.run(POLL, {"REQUEST_METHOD": "GET"})
         self.assertEqual(500, status)
         self.assertIn("TARN_POLL_FILE", Page(page).texts("p", role="alert")[0])
 
-    def test_vote_that_cannot_be_kept_is_told(self):
+    def test_failed_save_is_reported(self):
         folder = self.enterContext(tempfile.TemporaryDirectory())
         variables = script.post(URL_ENCODED, b"choice=tea")
         variables |= {"TARN_POLL_FILE": folder, "HTTP_COOKIE": "visitor=" + "a" * 32}

@@ -1,4 +1,4 @@
-"""Scripts see exactly what was sent: curl's requests through lighttpd to the probe."""
+"""Scripts see exactly what was sent: curl sends requests through lighttpd to the probe."""
 
 import concurrent.futures
 import os
@@ -15,7 +15,7 @@ MULTIPART = "multipart/form-data; boundary=XYZ"
 
 
 def items(record):
-    """Reads the probe's answer."""
+    """Parses the answer of the probe."""
     found, at = [], 0
     while at < len(record):
         item = ITEM.match(record, at)
@@ -38,7 +38,7 @@ class Form(NamedTuple):
 
 
 def form(seen):
-    """What of the items is the form's."""
+    """The items that belong to the form."""
 
     def rows(*keys):
         return list(zip(*([value for key, value in seen if key == wanted] for wanted in keys)))
@@ -92,7 +92,7 @@ class RequestCase(RulesCase):
 
 
 class Requests(RequestCase):
-    def test_get_brings_the_fields_of_its_query_string_in_order(self):
+    def test_get_has_the_fields_of_its_query_string_in_order(self):
         seen = self.ask("/probe?a=1&b=x+y&A=2&&c=%41%2b&empty=&=v&flag&k=a=b&")
         self.assertEqual(
             [(b"a", b"1"), (b"b", b"x y"), (b"A", b"2"), (b"c", b"A+")]
@@ -101,28 +101,28 @@ class Requests(RequestCase):
         )
         self.assertEqual([], seen.files)
 
-    def test_get_without_a_query_string_brings_nothing(self):
+    def test_get_without_a_query_string_has_no_fields(self):
         self.assertEqual(([], [], []), self.ask("/probe"))
 
-    def test_escapes_that_are_none_are_decoded_all_the_same(self):
+    def test_invalid_escapes_are_decoded_too(self):
         seen = self.ask("/probe?a=%zz&b=100%&c=%4&d=%00z&%41%=%e9")
         self.assertEqual((b"d", b""), seen.entries[3])
         self.assertEqual(b"\xe9", seen.entries[4][1])
 
-    def test_path_after_the_script_is_path_info(self):
+    def test_path_after_the_script_is_in_path_info(self):
         referrer, agent = "http://example.org/?a=b", "Mozilla/5.0 (a lake)"
         self.ask("/probe/lakes/Llyn%20Idwal?depth=13", "-e", referrer, "-A", agent)
 
-    def test_utf8_comes_through_raw_and_escaped(self):
+    def test_utf8_arrives_raw_and_escaped(self):
         seen = self.ask("/probe?n%C3%A4me=%E2%82%AC", "-b", "ort=Z%C3%BCrich")
         self.assertEqual([("näme".encode(), "€".encode())], seen.entries)
         self.assertEqual([(b"ort", "Zürich".encode())], seen.cookies)
 
-    def test_head_brings_the_query_string(self):
+    def test_head_has_the_fields_of_its_query_string(self):
         seen = self.ask("/probe?a=1&b=%C3%A9", "--head", "-b", "a=b")
         self.assertEqual([(b"a", b"1"), (b"b", b"\xc3\xa9")], seen.entries)
 
-    def test_url_encoded_post_brings_every_byte_but_zero(self):
+    def test_url_encoded_post_carries_every_byte_but_zero(self):
         every = bytes(range(1, 256))
         path = self.file("every", every)
         seen = self.ask("/probe", "--data-urlencode", f"every@{path}", "-d", "on=on&on=off")
@@ -137,10 +137,10 @@ class Requests(RequestCase):
         seen = self.ask("/probe", "--data-urlencode", f"a@{path}", "-d", "b=2")
         self.assertEqual([(b"a", b"seen"), (b"b", b"2")], seen.entries)
 
-    def test_post_leaves_its_query_string_alone(self):
+    def test_post_ignores_its_query_string(self):
         self.assertEqual([(b"b", b"2")], self.ask("/probe?a=1", "-d", "b=2").entries)
 
-    def test_post_without_a_body_brings_nothing(self):
+    def test_post_without_a_body_has_no_fields(self):
         self.assertEqual(([], [], []), self.ask("/probe?a=1", "-d", ""))
         self.assertEqual(
             ([], [], []), self.ask("/probe?a=1", "-X", "POST", "-H", "Content-Length: 0")
@@ -154,10 +154,10 @@ class Requests(RequestCase):
         seen = self.ask("/probe?a=1", "-H", "Content-Type: " + MULTIPART)
         self.assertEqual(([], [], []), seen)
 
-    def test_put_leaves_its_body_alone(self):
+    def test_put_ignores_its_body(self):
         self.assertEqual([(b"a", b"1")], self.ask("/probe?a=1", "-X", "PUT", "-d", "b=2").entries)
 
-    def test_cookies_come_trimmed_and_decoded(self):
+    def test_cookies_are_trimmed_and_decoded(self):
         seen = self.ask("/probe", "-H", "Cookie: a=1; b=%41+x ;;flag; c=d=e;")
         self.assertEqual(
             [(b"a", b"1"), (b"b", b"A x"), (None, None), (None, None)]
@@ -165,7 +165,7 @@ class Requests(RequestCase):
             seen.cookies,
         )
 
-    def test_multipart_post_brings_fields_and_files_of_all_kinds(self):
+    def test_multipart_post_carries_fields_and_files_of_all_kinds(self):
         note = "Tiefe: 13 m\nWasser: klar\n".encode()
         zeros = bytes(range(256)) * 40 + b"\0\0\0"
         seen = self.ask(
@@ -204,7 +204,7 @@ class Requests(RequestCase):
         self.assertEqual([b"one\ntwo\rthree", b""], [data for *_, data in seen.files])
         self.assertEqual([(b"c", b"still here")], seen.entries)
 
-    def test_multipart_value_keeps_its_first_line(self):
+    def test_multipart_value_is_cut_after_its_first_line(self):
         seen = self.ask("/probe", "-F", "text=one\r\ntwo", "-F", "other=1\n2")
         self.assertEqual([(b"text", b"one"), (b"other", b"1\n2")], seen.entries)
 
@@ -223,7 +223,7 @@ class Requests(RequestCase):
         seen = self.ask("/probe", "-F", f"a+b%21=@{path};filename=my+file%21.txt;type=text/plain")
         self.assertEqual([(b"a+b%21", b"my file!.txt", b"text/plain", b"1")], seen.files)
 
-    def test_quotes_in_names_come_back_in_file_names_only(self):
+    def test_quotes_are_decoded_in_file_names_only(self):
         path = self.file("x", b"1")
         seen = self.ask("/probe", "-F", f'say "hi"=@{path};filename="a\\"b.txt";type=text/plain')
         self.assertEqual([(b"say %22hi%22", b'a"b.txt', b"text/plain", b"1")], seen.files)
@@ -251,22 +251,22 @@ class Requests(RequestCase):
         seen = self.post(MULTIPART, body)
         self.assertEqual([(None, None, None, b"")], seen.files)
 
-    def test_value_that_names_a_file_makes_one(self):
+    def test_value_that_mentions_a_file_name_becomes_a_file(self):
         seen = self.ask("/probe", "-F", 'a=look: filename="x"')
         self.assertEqual(([], [(None, None, None, b"")], []), seen)
 
-    def test_file_names_after_a_zero_byte_are_not_seen(self):
+    def test_file_names_after_a_zero_byte_are_ignored(self):
         body = (
             b'--XYZ\r\nContent-Disposition: form-data; name="a"\r\n\r\n1\0 filename="f"\r\n'
             b"--XYZ--\r\n"
         )
         self.assertEqual(([(b"a", b"1")], [], []), self.post(MULTIPART, body))
 
-    def test_empty_field_name_is_none(self):
+    def test_empty_field_name_is_null(self):
         body = b'--XYZ\r\nContent-Disposition: form-data; name=""\r\n\r\n1\r\n--XYZ--\r\n'
         self.assertEqual(([(None, b"1")], [], []), self.post(MULTIPART, body))
 
-    def test_further_headers_stay_with_the_type(self):
+    def test_extra_headers_become_part_of_the_type(self):
         body = (
             b'--XYZ\r\nContent-Disposition: form-data; name="a"; filename="f"\r\n'
             b"Content-Type: text/plain\r\nX-More: 1\r\n\r\n1\r\n--XYZ--\r\n"
@@ -286,7 +286,7 @@ class Requests(RequestCase):
         self.assertEqual(([], [], []), self.post('multipart/form-data; boundary="XYZ"', body))
         self.assertEqual(([], [], []), self.post("multipart/form-data", body))
 
-    def test_body_that_is_broken_off_brings_what_stands_in_it(self):
+    def test_truncated_body_yields_what_arrived(self):
         body = (
             b'--XYZ\r\nContent-Disposition: form-data; name="a"\r\n\r\n1\r\n'
             b"--XYZ\r\nContent-Dispo"
@@ -301,7 +301,7 @@ class Requests(RequestCase):
 
 
 class StreamedRequests(Requests):
-    """The same where the script starts before the body is there."""
+    """The same when the script starts before its body has arrived."""
 
     OPTIONS = "server.stream-request-body = 2"
 
@@ -310,7 +310,7 @@ class ManyRequests(RequestCase):
     CLIENTS = 8
     REQUESTS = 200
 
-    def test_each_of_200_requests_by_8_clients_sees_its_own(self):
+    def test_each_of_200_requests_from_8_clients_sees_its_own_data(self):
         with concurrent.futures.ThreadPoolExecutor(self.CLIENTS) as clients:
             counts = list(clients.map(self.one, range(self.REQUESTS)))
         self.assertEqual([1] * self.REQUESTS, counts)

@@ -1,7 +1,7 @@
-"""What a script has to see of a request, computed from the request alone.
+"""Computes what a script must see of a request.
 
-Written from the rules of the interface, in another language and another way than the library, so
-that the two can be compared. Texts are bytes; None is a text that does not exist.
+This is a second implementation of the interface's rules, independent of the library and in another
+language, so that the two can be compared. Texts are bytes; None means that there is no text.
 """
 
 import re
@@ -11,8 +11,8 @@ from typing import NamedTuple
 
 class Entry(NamedTuple):
     name: bytes | None
-    value: bytes  # as text: up to the first zero byte
-    length: int  # of all of it
+    value: bytes  # up to the first zero byte
+    length: int  # of the whole value
 
 
 class File(NamedTuple):
@@ -37,7 +37,7 @@ def digit(char):
 
 
 def unescape(encoded):
-    """URL decoding. Any two bytes after a "%" count as digits, those past the end as zero bytes."""
+    """URL decoding. Any two bytes after a "%" count as digits; bytes past the end are zero."""
     encoded = text(encoded)
     decoded = bytearray()
     at = 0
@@ -65,14 +65,14 @@ def cookies(header):
 
 
 def url_encoded(form):
-    """A field without "=" is ignored, and so is the empty one after a last "&"."""
+    """A field without "=" is ignored, and so is an empty one after the last "&"."""
     pairs = [pair.split(b"=", 1) for pair in text(form).split(b"&") if b"=" in pair]
     values = [(unescape(name), unescape(value)) for name, value in pairs]
     return [Entry(name, value, len(value)) for name, value in values]
 
 
 def between(data, opening, closing):
-    """The text between two marks, or up to the end without the second; None if it is empty."""
+    """The text between two marks, or up to the end if the second is missing; None if empty."""
     _, found, rest = text(data).partition(opening)
     if not found:
         return None
@@ -105,8 +105,8 @@ def multipart(content_type, body):
 
 
 def form(method, query, content_type, body):
-    """Entries and files. A POST has them in its body, any other method in its query. Only the
-    content type decides how they are parsed."""
+    """Entries and files. They are in the body of a POST, or the query of any other method. How they
+    are parsed depends only on the content type."""
     if method.lower() == b"post" and not body:
         return [], []
     source = body if method.lower() == b"post" else query
@@ -116,7 +116,7 @@ def form(method, query, content_type, body):
 
 
 def number(variable):
-    """The decimal number at the start of a text, within 32 bits; 0 without one."""
+    """The decimal number at the start of a text, within 32 bits; 0 if there is none."""
     found = re.match(rb"[ \t\n\v\f\r]*([+-]?[0-9]+)", variable)
     return min(max(int(found[1]), -(2**31)), 2**31 - 1) if found else 0
 
@@ -131,7 +131,7 @@ NUMBERS = ("SERVER_PORT", "CONTENT_LENGTH")
 
 
 def expected_items(variables, standard_input):
-    """The items that the probe prints, in its order, in an environment of these variables."""
+    """The items that the probe prints for these variables, in order."""
 
     def value(name):
         return variables.get(name, b"")

@@ -1,4 +1,4 @@
-"""Runs a script without a server, for requests that servers and curl do not let through."""
+"""Runs a script without a server, for requests that servers or curl would refuse."""
 
 import re
 import resource
@@ -6,15 +6,15 @@ import subprocess
 
 
 def run(path, variables, body=b"", largest_file=resource.RLIM_INFINITY):
-    """Returns status, header lines and body of a script's answer, and what it wrote to its log.
+    """Returns the status, header lines and body of a script's answer, and its log.
 
-    It may write files of `largest_file` bytes; beyond that, writing fails as on a full disk.
+    The script can write files of `largest_file` bytes; beyond that, writes fail as on a full disk.
     """
 
     def limit():
         resource.setrlimit(resource.RLIMIT_FSIZE, (largest_file, resource.RLIM_INFINITY))
 
-    # Python ignores the signal that comes with the limit, and hands that down.
+    # Python ignores SIGXFSZ, and the script inherits that.
     done = subprocess.run(
         [path],
         env=variables,

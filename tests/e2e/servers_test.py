@@ -1,4 +1,4 @@
-"""The same scenarios under other servers: those that SERVERS names."""
+"""Runs the same scenarios under the servers named by SERVERS."""
 
 import os
 import unittest
@@ -19,7 +19,7 @@ SCENARIOS = (
     abuse_test.Refusals,
     contact_test.Contact,
     counter_test.Counter,
-    faults_test.ClientsThatBreakOff,
+    faults_test.ClientsThatDisconnect,
     faults_test.FullDisk,
     form_echo_test.FormEcho,
     guestbook_test.Guestbook,

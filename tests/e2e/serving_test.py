@@ -1,4 +1,4 @@
-"""servers.examples, which serves the examples, reports in one line why it cannot."""
+"""servers.examples prints one line when it cannot serve the examples."""
 
 import socket
 import subprocess
@@ -8,7 +8,7 @@ import unittest
 NOBODY = 65534
 FIRST_FOR_ALL = "/proc/sys/net/ipv4/ip_unprivileged_port_start"
 
-# As an ordinary user, who may not be able to read the source.
+# Runs as an ordinary user, who may not be able to read the source.
 SERVE = """
 import os, sys
 from servers import examples

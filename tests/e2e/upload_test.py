@@ -1,4 +1,4 @@
-"""The example upload keeps whole files under harmless names, and nothing else."""
+"""The example upload stores complete files under harmless names, and nothing else."""
 
 import concurrent.futures
 import os
@@ -28,7 +28,7 @@ def multipart(*files):
 
 
 def kept(folder):
-    """What a folder has by name, without the file that scripts lock."""
+    """The files of a folder by name, without the lock file."""
     names = set(os.listdir(folder)) - {".lock"}
     return {name: read(os.path.join(folder, name)) for name in names}
 
@@ -50,7 +50,7 @@ class Upload(unittest.TestCase):
         return kept(self.folder)
 
     def upload(self, *arguments, status=200):
-        """Sends what curl's arguments say; gives the items and the paragraphs of the page."""
+        """Sends a request with curl's arguments; returns the page's list items and paragraphs."""
         answer = self.server.curl("/upload", *arguments)
         self.assertEqual(status, answer.status)
         self.assertEqual("text/html; charset=utf-8", answer.header("content-type"))
@@ -74,7 +74,7 @@ class Upload(unittest.TestCase):
         self.assertIn("Files", page.texts("label")[0])
         self.assertEqual({}, self.kept())
 
-    def test_files_are_kept_to_the_last_byte(self):
+    def test_files_are_kept_byte_for_byte(self):
         every = bytes(range(256)) * 4000
         items, _ = self.upload_body(multipart(("every.bin", every), ("none.txt", b"")))
         self.assertEqual(
@@ -86,7 +86,7 @@ class Upload(unittest.TestCase):
         )
         self.assertEqual({"every.bin": every, "none.txt": b""}, self.kept())
 
-    def test_file_with_a_cr_lf_is_kept_as_far_as_tarn_keeps_it(self):
+    def test_file_with_a_cr_lf_is_kept_up_to_the_cr_lf(self):
         items, _ = self.upload_body(multipart(("a.txt", b"one\r\ntwo")))
         self.assertEqual(["a.txt: saved as a.txt, 3 bytes"], items)
         self.assertEqual({"a.txt": b"one"}, self.kept())
@@ -130,7 +130,7 @@ class Upload(unittest.TestCase):
         self.assertEqual(["<b>&amp;'.txt: saved as _b__amp__.txt, 1 bytes"], items)
 
     def listed(self):
-        """The names and sizes in the page's list, and where its links lead."""
+        """The names, sizes and links in the page's list."""
         page = Page(self.server.curl("/upload").body)
         cells = page.texts("td")
         links = [e["attributes"]["href"] for e in page.elements if e["tag"] == "a"]
@@ -148,7 +148,7 @@ class Upload(unittest.TestCase):
             self.listed(),
         )
 
-    def test_kept_files_come_back_as_downloads_and_nothing_else(self):
+    def test_kept_files_are_served_only_as_downloads(self):
         files = {
             "page.html": b"<!DOCTYPE html><script>alert(1)</script>",
             "every.bin": bytes(range(256)) * 400,
@@ -164,7 +164,7 @@ class Upload(unittest.TestCase):
             disposition = f'attachment; filename="{name}"'
             self.assertEqual(disposition, answer.header("content-disposition"))
 
-    def test_what_else_there_is_does_not_come_back(self):
+    def test_other_files_are_not_served(self):
         outside = self.server.path("outside")
         for name in ("../../outside", ".upload-a", "a b", "-a"):
             with open(os.path.join(self.folder, name), "wb") as file:
@@ -193,7 +193,7 @@ class Upload(unittest.TestCase):
             self.upload_body(multipart(("a.txt", number)))
         self.assertEqual({"a.txt": b"1", "2-a.txt": b"2", "3-a.txt": b"3"}, self.kept())
 
-    def test_link_that_waits_under_the_name_is_not_followed(self):
+    def test_planted_link_is_not_followed(self):
         outside = self.server.path("outside")
         os.symlink(outside, os.path.join(self.folder, "a.txt"))
         self.upload_body(multipart(("a.txt", b"1")))
@@ -201,7 +201,7 @@ class Upload(unittest.TestCase):
         os.remove(os.path.join(self.folder, "a.txt"))
         self.assertEqual({"2-a.txt": b"1"}, self.kept())
 
-    def test_scripts_that_store_at_the_same_time_lose_nothing(self):
+    def test_concurrent_uploads_are_all_kept(self):
         def store(number):
             path = self.server.path(f"{number}.bin")
             with open(path, "wb") as file:
@@ -215,15 +215,15 @@ class Upload(unittest.TestCase):
             sorted(b"%d" % number * 5000 for number in range(40)), sorted(self.kept().values())
         )
 
-    def test_fields_alone_keep_nothing(self):
+    def test_fields_alone_store_nothing(self):
         self.assertEqual(([], ["No file was sent."]), self.upload("-F", "file=text"))
         self.assertEqual({}, self.kept())
 
-    def test_form_that_is_no_upload_is_refused(self):
+    def test_form_without_upload_encoding_is_refused(self):
         _, problem = self.upload("-d", "file=text", status=415)
         self.assertEqual(["This form has no files, so nothing was saved."], problem)
 
-    def test_file_without_a_type_is_told_as_not_kept(self):
+    def test_file_without_a_type_is_reported_as_not_kept(self):
         body = (
             b'--XYZ\r\nContent-Disposition: form-data; name="file"; filename="f"\r\n\r\n'
             b"1\r\n--XYZ--\r\n"
@@ -232,7 +232,7 @@ class Upload(unittest.TestCase):
         self.assertEqual(["File 1 has no Content-Type, so no file was saved."], problem)
         self.assertEqual(([], {}), (items, self.kept()))
 
-    def test_file_without_a_type_keeps_those_beside_it_out(self):
+    def test_one_file_without_a_type_rejects_the_whole_upload(self):
         untyped = b'--XYZ\r\nContent-Disposition: form-data; name="file"; filename="f"\r\n\r\n1\r\n'
         whole = multipart(("a.txt", b"1"))
         body = whole.removesuffix(b"--XYZ--\r\n") + untyped + multipart(("b.txt", b"2"))
@@ -242,7 +242,7 @@ class Upload(unittest.TestCase):
 
 
 class StreamedUpload(Upload):
-    """The same where the script starts before the body is there."""
+    """The same when the script starts before its body has arrived."""
 
     OPTIONS = "server.stream-request-body = 2"
 
@@ -255,7 +255,7 @@ class UploadAlone(unittest.TestCase):
         variables = {"TARN_UPLOAD_DIR": self.folder, **variables}
         return script.run(UPLOAD, variables, body, **limits)
 
-    def test_body_that_ends_early_is_refused_wherever_it_ends(self):
+    def test_truncated_body_is_refused_at_any_length(self):
         body = multipart(("a.txt", b"0123456789"), ("b.txt", b"0123456789"))
         for length in range(len(body) - 2):
             variables = script.post(MULTIPART, body)
@@ -264,7 +264,7 @@ class UploadAlone(unittest.TestCase):
             self.assertIn(b"did not arrive completely", page)
         self.assertEqual([], os.listdir(self.folder))
 
-    def test_disk_that_is_full_keeps_no_part_of_a_file(self):
+    def test_full_disk_leaves_no_partial_file(self):
         body = multipart(("a.bin", b"a" * 5000), ("b.bin", b"b" * 100))
         status, _, page, log = self.run_script(
             script.post(MULTIPART, body), body, largest_file=1000
@@ -276,7 +276,7 @@ class UploadAlone(unittest.TestCase):
         self.assertEqual({"b.bin": b"b" * 100}, kept(self.folder))
         self.assertIn("File too large", log)
 
-    def test_folder_that_is_not_there_is_told(self):
+    def test_missing_folder_is_reported(self):
         for folder in ("", self.folder + "/none"):
             status, _, page, _ = self.run_script({"TARN_UPLOAD_DIR": folder})
             self.assertEqual(500, status)

@@ -1,23 +1,23 @@
 #!/usr/bin/env python3
-"""Runs a guide as it is printed: writes its files, gives its commands, compares what they print.
+"""Runs a guide as printed: writes its files, runs its commands and compares their output.
 
 Of a guide's fenced blocks, one that begins with
 
-  ```c greet.c    a language and a name, is a file of that name in the guide's folder;
-  ```console      holds commands after "$ ", continued after "> ", each followed by what it prints,
-                  standard output and error together: "…" is any text within a line, a line "…"
-                  any lines;
+  ```c greet.c    (a language and a name) is a file of that name in the guide's folder;
+  ```console      has commands after "$ ", continued after "> ". Each is followed by its output,
+                  standard output and standard error together. "…" matches any text within a line,
+                  or any lines if it is alone on a line;
 
-and any other is text. One bash runs them in the order of the page, in a new folder, as a user for
-whom Tarn is installed, with Tarn's source as ~/tarn and a network namespace of its own. Each
-command has to succeed, and none may leave a process behind. Links have to exist, and `name(3)` has
-to be a manual page of Tarn.
+and all others are ignored. A single bash runs the blocks in order, in a new folder, as a user with
+Tarn installed and its source in ~/tarn, and in a network namespace of its own. Every command must
+succeed, and none may leave a process behind. Links must lead to files that exist, and `name(3)`
+must be one of Tarn's manual pages.
 
 A page with a comment
 
   <!-- files: FOLDER -->
 
-prints all configurations in that folder, and these blocks have to be equal to the files.
+prints all configurations in that folder, and these blocks must match the files.
 """
 
 import argparse
@@ -39,7 +39,7 @@ from typing import NamedTuple
 
 SOURCE = Path(__file__).resolve().parents[2]
 SECONDS_TO_RUN = 100
-# For processes that were told to end.
+# How long processes have to end after SIGTERM.
 SECONDS_TO_END = 60.0
 NO_STATUS = -1
 PR_SET_CHILD_SUBREAPER = 36
@@ -50,7 +50,7 @@ FOLDER_OF_FILES = re.compile(r"<!-- files: (\S+) -->")
 
 
 class Wrong(Exception):
-    """What is wrong with a guide: line number, text."""
+    """A fault in a guide: line number, text."""
 
 
 class File(NamedTuple):
@@ -62,7 +62,7 @@ class File(NamedTuple):
 class Command(NamedTuple):
     line: int
     text: str
-    shown: slice  # what it prints: these of the page's lines
+    shown: slice  # the lines of the page that show its output
 
 
 Step = File | Command
@@ -145,8 +145,8 @@ def folder_of_files(guide: Path, page: Page) -> Path | None:
 
 
 def with_files(page: Page, folder: Path) -> tuple[Page, list[int]]:
-    """The page with the configurations as they are in the folder, and the lines of the blocks that
-    were different."""
+    """The page with the configurations copied from the folder, and the lines of the blocks that
+    differed."""
     files = {path.name: path for path in folder.iterdir() if path.suffix in CONFIGURATIONS}
     if not files:
         raise Wrong(1, f"{folder} has no configurations")
@@ -166,7 +166,7 @@ def with_files(page: Page, folder: Path) -> tuple[Page, list[int]]:
 
 
 def shell_script(todo: list[Step], copies: Path, mark: str) -> str:
-    """Bash that says after each step the mark and a status, and ends where one is not 0."""
+    """A bash script that prints the mark and the status after each step and stops at a failure."""
     script = []
     for number, step in enumerate(todo):
         if isinstance(step, File):
@@ -190,8 +190,9 @@ def user(home: Path, installed: Path) -> dict[str, str]:
 
 
 def own_network(run_by: str = "") -> list[str]:
-    """What makes a command find every port free, and itself an ordinary user's; nothing, where the
-    system does not allow it. Root can have it be root's, or in earnest an ordinary user's."""
+    """A prefix that runs a command as an ordinary user in a network where every port is free, or
+    without that network if the system does not allow one. Root can choose to run the command as
+    root, or as a real ordinary user."""
     rights = [] if os.getuid() == 0 else ["--map-root-user"]
     then = "exec unshare --map-user=1000 --map-group=1000" if not run_by else "exec"
     unshare = ["unshare", *rights, "--net", "sh", "-c", f'ip link set lo up && {then} "$@"', "sh"]
@@ -221,7 +222,7 @@ def end_processes(seconds: float) -> list[str]:
 def run(
     todo: list[Step], installed: Path, run_by: str = "", patience: float = SECONDS_TO_END
 ) -> tuple[list[tuple[str, int]], list[str]]:
-    """What each step printed, with its status; the last is the first that failed, if one did."""
+    """The output and status of each step. If a step fails, it is the last one returned."""
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     mark = secrets.token_hex(16)
     with tempfile.TemporaryDirectory(prefix="tarn-guide-") as folder:
@@ -231,10 +232,10 @@ def run(
         copies.mkdir()
         script = Path(folder) / "script"
         script.write_text(shell_script(todo, copies, mark), encoding="utf-8")
-        # A server that root starts works as another user, who has to get there.
+        # A server started by root runs as another user, who needs access to these folders.
         Path(folder).chmod(0o755)
         if run_by == "ordinary":
-            # The build folder may be where only root can go.
+            # Only root may have access to the build folder.
             installed = shutil.copytree(installed, Path(folder) / "installed", symlinks=True)
             subprocess.run(["chown", "-R", ORDINARY_USER, folder], check=True)
         with open(printed, "wb") as output:
@@ -265,7 +266,7 @@ def run(
 
 
 def pattern(lines: Page) -> str:
-    """Of what a command prints, each line with its end."""
+    """A regular expression for the output of a command, with the line ends."""
     return "".join(
         "(?:.*\n)*?" if line == "…" else "[^\n]*".join(map(re.escape, line.split("…"))) + "\n"
         for line in lines
@@ -275,7 +276,7 @@ def pattern(lines: Page) -> str:
 def as_it_ran(
     page: Page, todo: list[Step], results: list[tuple[str, int]]
 ) -> tuple[Page, list[int]]:
-    """The page with what was printed, where that is something else, and the lines of the steps."""
+    """The page with the actual output where it differs, and the lines of those steps."""
     ran, differ = list(page), []
     for step, (output, _) in reversed(list(zip(todo, results))):
         shown = step.shown if isinstance(step, Command) else slice(step.line, step.line)
@@ -295,7 +296,7 @@ def print_difference(guide: Path, page: Page, other: Page, name: str) -> None:
 
 
 def check_files(guide: Path, update: bool = False) -> bool:
-    """Whether the page prints the configurations in its folder as they are."""
+    """Tells whether the page prints the configurations in its folder unchanged."""
     page = guide.read_text(encoding="utf-8").splitlines()
     folder = folder_of_files(guide, page)
     if folder is None:

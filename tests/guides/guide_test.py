@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""guide.py finds what is wrong with a guide."""
+"""guide.py finds the faults of a guide."""
 
 import os
 import subprocess
@@ -36,7 +36,7 @@ class Guide(unittest.TestCase):
         self.assertEqual(self.run_guide(*lines, **options), 1)
         self.assertEqual(self.message, message)
 
-    def test_commands_share_a_shell_a_folder_and_the_files_of_the_page(self):
+    def test_commands_share_one_shell_and_folder_with_the_files_of_the_page(self):
         self.passes(
             "# A guide",
             "```text words",
@@ -64,7 +64,7 @@ class Guide(unittest.TestCase):
             *("```text words", "two", "```", "```console", "$ cat words", "two", "```"),
         )
 
-    def test_dots_match_any_text_and_any_lines(self):
+    def test_ellipsis_matches_any_text_or_lines(self):
         self.passes(
             "```console",
             "$ seq 100 120",
@@ -81,7 +81,7 @@ class Guide(unittest.TestCase):
             "```",
         )
 
-    def test_dots_within_a_line_match_no_line_end(self):
+    def test_ellipsis_within_a_line_does_not_match_a_newline(self):
         self.fails(
             "guide.md:2: the output is different", "```console", "$ printf 'a\\nb\\n'", "a…b", "```"
         )
@@ -106,7 +106,7 @@ class Guide(unittest.TestCase):
             *("```console", "$ true", "$ (exit 3)", "$ echo more", "more", "```"),
         )
 
-    def test_a_file_that_the_page_does_not_print_does_not_exist(self):
+    def test_only_files_printed_by_the_page_exist(self):
         self.fails("guide.md:2: ended with status 1", "```console", "$ cat words", "```")
         self.assertIn("cat: words: No such file or directory", self.output)
 
@@ -116,7 +116,7 @@ class Guide(unittest.TestCase):
             *("```console", "$ true", "$ exit 0", "$ echo more", "more", "```"),
         )
 
-    def test_a_process_left_behind_fails_and_is_killed(self):
+    def test_leftover_process_is_killed_and_fails(self):
         process = self.folder / "process"
         self.fails(
             "guide.md:3: still running: sleep",
@@ -135,19 +135,19 @@ class Guide(unittest.TestCase):
         self.passes("`Tarn_new(3)`")
         self.fails("guide.md:1: Tarn_old(3) is not a manual page", "`Tarn_old(3)`")
 
-    def test_an_index_that_leaves_out_a_guide_fails(self):
+    def test_index_that_omits_a_guide_fails(self):
         (self.folder / "first.md").touch()
         (self.folder / "second.md").touch()
         self.fails(
             "README.md:1: the index has no link to second.md", "[one](first.md)", name="README.md"
         )
 
-    def test_a_block_that_cannot_be_read_fails(self):
+    def test_malformed_block_fails(self):
         self.fails("guide.md:2: this block does not end", "", "```console", "$ true")
         self.fails("guide.md:2: a fence must start at the margin", "-", "  ```", "  ```")
         self.fails('guide.md:2: a block of commands begins with "$ "', "```console", "true", "```")
 
-    def test_a_file_that_a_page_prints_has_to_be_equal_to_the_one_in_its_folder(self):
+    def test_printed_file_must_match_the_one_in_its_folder(self):
         (self.folder / "files").mkdir()
         (self.folder / "files/one.conf").write_text("first\nsecond\n")
         (self.folder / "files/two.sh").write_text("echo two\n")
@@ -169,7 +169,7 @@ class Guide(unittest.TestCase):
         self.passes(*page)
         self.assertEqual(self.run_guide(*page, options=["--files-only"]), 0)
 
-    def test_a_page_that_leaves_out_a_file_of_its_folder_fails(self):
+    def test_page_that_omits_a_file_of_its_folder_fails(self):
         (self.folder / "files").mkdir()
         self.fails(
             f"guide.md:1: {self.folder}/files has no configurations", "<!-- files: files -->"
@@ -183,7 +183,7 @@ class Guide(unittest.TestCase):
             options=["--files-only"],
         )
 
-    def test_an_update_writes_what_is_printed(self):
+    def test_update_writes_the_actual_output(self):
         page = ["```console", "$ echo one", "two", "$ seq 9", "1", "…", "```"]
         self.assertEqual(self.run_guide(*page, options=["--update"]), 0)
         page[2] = "one"

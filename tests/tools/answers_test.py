@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What tarn-run shows of a script's output, and what it complains about."""
+"""What tarn-run shows of a script's output, and which faults it reports."""
 
 import os
 import signal
@@ -18,7 +18,7 @@ class AnswerTest(ToolTest):
         cls.printing = cls.script("printing", "#!/bin/sh\ncat output\n")
 
     def answered(self, output, *options):
-        """What is shown, and the complaints, of a script that prints this."""
+        """What tarn-run shows, and what it reports, for a script that prints `output`."""
         self.file("output", output)
         ran = self.run_tool(*options, self.printing)
         self.assertEqual(ran.status, 0)
@@ -30,7 +30,7 @@ class AnswerTest(ToolTest):
         self.assertEqual(self.answered(output, *options), (shown, []))
 
     def complains(self, complaint, output, *options):
-        """Sent all the same."""
+        """Expects a complaint about a response that is still shown."""
         shown, complaints = self.answered(output, *options)
         self.assertNotIn(b"HTTP/1.1 500", shown)
         self.assertEqual(complaints, [complaint])
@@ -46,25 +46,25 @@ class AnswerTest(ToolTest):
 
 
 class Answer(AnswerTest):
-    def test_is_200_without_a_status(self):
+    def test_status_defaults_to_200(self):
         self.shows(b"HTTP/1.1 200 OK\n" + TYPE + b"\nhello", TYPE + b"\nhello")
 
-    def test_has_the_status_that_the_script_gives(self):
+    def test_status_header_sets_the_status(self):
         self.shows(b"HTTP/1.1 404 Not Found\n" + TYPE + b"\n", b"Status: 404\n" + TYPE + b"\n")
         self.shows(
             b"HTTP/1.1 404 Nothing Here\n" + TYPE + b"\n", TYPE + b"status:404 Nothing Here\n\n"
         )
         self.shows(b"HTTP/1.1 299\n" + TYPE + b"\n", b"Status: 299\n" + TYPE + b"\n")
 
-    def test_has_the_first_status_of_two(self):
+    def test_first_of_two_status_headers_is_used(self):
         shown, _ = self.answered(b"Status: 404\nstatus: 410\n" + TYPE + b"\n")
         self.assertEqual(shown, b"HTTP/1.1 404 Not Found\n" + TYPE + b"\n")
 
-    def test_is_302_with_a_location(self):
+    def test_location_defaults_to_302(self):
         self.shows(b"HTTP/1.1 302 Found\nLocation: /a\n\n", b"Location: /a\n\n")
         self.shows(b"HTTP/1.1 303 See Other\nLocation: /a\n\n", b"Location: /a\nStatus: 303\n\n")
 
-    def test_has_headers_in_their_order_and_the_body_byte_for_byte(self):
+    def test_header_order_and_body_bytes_are_kept(self):
         body = bytes(range(256)) + b"\r\n\r\n\n"
         self.shows(
             b"HTTP/1.1 200 OK\nX-B: 1\nContent-Type: a/b\nX-A: 2:3\n\n" + body,
@@ -75,10 +75,10 @@ class Answer(AnswerTest):
             b"Content-Type: a/b\nX: \xc3\xab\tb\n\r\n",
         )
 
-    def test_may_be_its_body_alone(self):
+    def test_body_option_prints_only_the_body(self):
         self.shows(b"a\0b", b"Status: 404\n" + TYPE + b"\na\0b", "--body")
 
-    def test_may_be_many_megabytes_to_a_body_that_is_not_read(self):
+    def test_large_answer_works_when_the_script_ignores_a_large_body(self):
         script = self.script(
             "large",
             f'#!/bin/sh\nexec <&-\nprintf "{TYPE.decode()}\\n"\n' "head -c 10000000 /dev/zero",
@@ -86,7 +86,7 @@ class Answer(AnswerTest):
         ran = self.run_tool("--data-binary", "@-", script, input=bytes(10000000))
         self.assertEqual((ran.status, len(ran.body), ran.errors), (0, 10000000, []))
 
-    def test_may_end_early_for_a_reader_who_has_seen_enough(self):
+    def test_reader_may_close_the_pipe_early(self):
         script = self.script(
             "endless", f'#!/bin/sh\nprintf "{TYPE.decode()}\\n"\n' "head -c 10000000 /dev/zero"
         )
@@ -98,7 +98,7 @@ class Answer(AnswerTest):
 
 
 class AnswerShownByCurl(AnswerTest):
-    def test_has_its_headers_as_curl_receives_them(self):
+    def test_headers_are_shown_as_curl_receives_them(self):
         self.shows(
             b"HTTP/1.1 404 Nothing\r\nX: y\r\n" + TYPE.replace(b"\n", b"\r\n") + b"\r\nbody",
             b"Status: 404 Nothing\nX: y\n" + TYPE + b"\nbody",
@@ -111,7 +111,7 @@ class AnswerShownByCurl(AnswerTest):
             "-I",
         )
 
-    def test_goes_to_a_file(self):
+    def test_body_and_headers_can_be_written_to_files(self):
         self.shows(b"", TYPE + b"\nbody", "-o", "body", "-D", "head")
         self.assertEqual((self.folder / "body").read_bytes(), b"body")
         self.assertEqual(
@@ -119,7 +119,7 @@ class AnswerShownByCurl(AnswerTest):
             b"HTTP/1.1 200 OK\r\n" + TYPE.replace(b"\n", b"\r\n") + b"\r\n",
         )
 
-    def test_is_described(self):
+    def test_write_out_format_works(self):
         self.shows(
             b"body 201 text/plain 4",
             b"Status: 201\n" + TYPE + b"\nbody",
@@ -127,7 +127,7 @@ class AnswerShownByCurl(AnswerTest):
             " %{http_code} %{content_type} %{size_download}",
         )
 
-    def test_is_told_with_the_request(self):
+    def test_verbose_shows_request_and_response(self):
         self.file("output", TYPE + b"\nbody")
         ran = self.run_tool("-v", "-d", "a", self.printing)
         self.assertEqual((ran.status, ran.output), (0, b"body"))
@@ -139,13 +139,13 @@ class AnswerShownByCurl(AnswerTest):
         ):
             self.assertIn(line, ran.errors)
 
-    def test_leaves_cookies_in_a_jar_whoever_shows_it(self):
+    def test_cookies_are_saved_in_the_jar(self):
         for options in (["-i"], []):
             self.answered(b"Set-Cookie: a=1\n" + TYPE + b"\n", "-c", "jar", *options)
             self.assertRegex((self.folder / "jar").read_text(), "localhost\t.*\ta\t1\n")
             (self.folder / "jar").unlink()
 
-    def test_is_not_broken_by_a_length_or_an_encoding_that_is_wrong(self):
+    def test_wrong_length_or_encoding_does_not_break_the_output(self):
         for header in (
             b"Content-Length: 9\n",
             b"Content-Length: x\n",
@@ -156,7 +156,7 @@ class AnswerShownByCurl(AnswerTest):
                 shown, _ = self.answered(header + TYPE + b"\nbody", *options)
                 self.assertTrue(shown.endswith(b"body"), header)
 
-    def test_that_is_none_is_500(self):
+    def test_unusable_output_is_shown_as_500(self):
         self.file("output", b"hello")
         ran = self.run_tool("-i", self.printing)
         self.assertEqual(ran.output, b"HTTP/1.1 500 Internal Server Error\r\n\r\nhello")
@@ -168,14 +168,14 @@ class AnswerShownByCurl(AnswerTest):
             ],
         )
 
-    def test_that_curl_cannot_write_is_told(self):
+    def test_curl_failure_is_reported(self):
         self.file("output", TYPE + b"\nbody")
         ran = self.run_tool("-o", "none/file", self.printing)
         self.assertEqual((ran.status, ran.errors[-1]), (125, "tarn-run: curl failed (status 23)"))
         ran = self.run_tool("-f", self.script("failing", '#!/bin/sh\necho "Status: 404\n"; exit 7'))
         self.assertEqual((ran.status, ran.errors[-1]), (7, "tarn-run: curl failed (status 22)"))
 
-    def test_that_curl_does_not_wait_for_is_the_end_of_the_script(self):
+    def test_script_is_stopped_when_curl_gives_up(self):
         script = self.script("slow", "#!/bin/sh\necho $$ >slow-id\nexec sleep 1000\n")
         ran = self.run_tool("-m", "1", script)
         self.assertEqual(
@@ -185,11 +185,11 @@ class AnswerShownByCurl(AnswerTest):
         self.assertFalse(living(int((self.folder / "slow-id").read_text())))
 
 
-class OutputThatIsNoAnswer(AnswerTest):
-    def test_is_no_output(self):
+class UnusableOutput(AnswerTest):
+    def test_empty_output(self):
         self.cannot_use("the script printed nothing", b"")
 
-    def test_has_no_header_block(self):
+    def test_missing_header_block(self):
         self.cannot_use("no header block: the output begins with '<p>hello'", b"<p>hello\n\nyou")
         self.cannot_use("no header block: the output begins with 'hello'", b"hello")
         self.cannot_use(
@@ -201,11 +201,11 @@ class OutputThatIsNoAnswer(AnswerTest):
         self.cannot_use("no header block: the output begins with '" + "a" * 59 + "…'", b"a" * 99)
         self.cannot_use(r"no header block: the output begins with '\xffë\x00'", b"\xff\xc3\xab\0")
 
-    def test_has_a_header_block_without_an_end(self):
+    def test_unterminated_header_block(self):
         self.cannot_use("the header block does not end with an empty line", TYPE)
         self.cannot_use("the header block does not end with an empty line", TYPE + b"X: y")
 
-    def test_has_a_malformed_header(self):
+    def test_malformed_header(self):
         for line in (b"<html>", b"X", b"X y: z", b": z", b" folded", b"X : y", b"\xc3\xab: z"):
             text = repr(line.decode())
             self.cannot_use(
@@ -213,7 +213,7 @@ class OutputThatIsNoAnswer(AnswerTest):
                 TYPE + line + b"\nY: z\n\nbody",
             )
 
-    def test_has_a_header_with_a_control_character(self):
+    def test_control_character_in_a_header(self):
         for character in b"\0\1\x1b\r\x7f":
             line = b"X: a%cb" % character
             self.cannot_use(
@@ -221,7 +221,7 @@ class OutputThatIsNoAnswer(AnswerTest):
                 TYPE + line + b"\r\n\r\nbody",
             )
 
-    def test_has_a_status_that_is_none(self):
+    def test_invalid_status(self):
         for status in (b"", b"20", b"2000", b"OK", b"200OK", b"199", b"600", b"HTTP/1.1 200 OK"):
             self.cannot_use(
                 "Status must be a number from 200 to 599 and an optional reason: "
@@ -231,7 +231,7 @@ class OutputThatIsNoAnswer(AnswerTest):
 
 
 class Complaint(AnswerTest):
-    def test_is_made_of_a_body_without_a_type(self):
+    def test_missing_content_type(self):
         self.complains("no Content-Type", b"X: y\n\nbody")
         self.complains("no Content-Type", b"Status: 404\n\n")
         self.complains("no Content-Type", b"Location: /a\n\nbody")
@@ -239,7 +239,7 @@ class Complaint(AnswerTest):
         self.shows(b"HTTP/1.1 204 No Content\n\n", b"Status: 204\n\n")
         self.shows(b"HTTP/1.1 200 OK\nX: y\n\n", b"X: y\n\n", "-I")
 
-    def test_is_made_of_a_header_that_is_there_twice(self):
+    def test_duplicate_header(self):
         for name, value in (
             ("Status", "200"),
             ("Location", "/a"),
@@ -257,7 +257,7 @@ class Complaint(AnswerTest):
             b"Set-Cookie: a=1\nSet-Cookie: b=2\n" + TYPE + b"\n",
         )
 
-    def test_is_made_of_a_length_that_is_not_the_bodys(self):
+    def test_content_length_does_not_match_the_body(self):
         for length in ("3", "5", "x", ""):
             self.complains(
                 f"Content-Length is '{length}', but the body has 4 bytes",
@@ -273,7 +273,7 @@ class Complaint(AnswerTest):
             "--head",
         )
 
-    def test_is_made_of_a_body_where_there_can_be_none(self):
+    def test_body_where_none_is_allowed(self):
         self.assertEqual(
             self.answered(TYPE + b"\nbody", "-I"),
             (
@@ -299,7 +299,7 @@ class End(AnswerTest):
         ran = self.run_tool(*options, self.script("script", "#!/bin/sh\n" + lines))
         return ran.status, ran.output, ran.errors
 
-    def test_with_a_failure_is_told_and_passed_on(self):
+    def test_failure_is_reported_and_its_status_passed_on(self):
         answer = b"HTTP/1.1 200 OK\n" + TYPE + b"\n"
         self.assertEqual(
             self.ended(f'printf "{TYPE.decode()}\\n"; exit 3'),
@@ -318,14 +318,14 @@ class End(AnswerTest):
             ),
         )
 
-    def test_by_a_signal_is_told_and_is_a_status_above_128(self):
+    def test_signal_is_reported_as_128_plus_its_number(self):
         for number, name in ((11, "SIGSEGV"), (9, "SIGKILL")):
             status, _, errors = self.ended(f'printf "{TYPE.decode()}\\n"; kill -{number} $$')
             self.assertEqual(
                 (status, errors), (128 + number, [f"tarn-run: killed by signal {number} ({name})"])
             )
 
-    def test_is_not_that_of_a_process_that_prints_later(self):
+    def test_late_output_of_a_child_process_is_reported(self):
         status, output, errors = self.ended(
             '(until grep -q "^State:.Z" "/proc/$$/status"; do sleep 0.1; done\n'
             "sleep 1; echo late) &\n"
@@ -341,21 +341,21 @@ class End(AnswerTest):
             ],
         )
 
-    def test_of_all_output_is_not_waited_for_when_it_is_closed(self):
+    def test_child_process_with_closed_output_is_not_waited_for(self):
         status, _, errors = self.ended(
             f'printf "{TYPE.decode()}\\n"; sleep 1000 >&- 2>&- & echo $! >sleeping'
         )
-        # It is still there.
+        # The child process is still running.
         os.kill(int((self.folder / "sleeping").read_text()), signal.SIGKILL)
         self.assertEqual((status, errors), (0, []))
 
 
 class Script(AnswerTest):
-    def test_that_is_not_there_is_told(self):
+    def test_missing_script_is_reported(self):
         self.assertEqual(self.refused("./none", status=127), "tarn-run: ./none: no such file")
         self.assertEqual(self.refused(".", status=127), "tarn-run: .: is a folder")
 
-    def test_that_cannot_be_run_is_told_with_the_reason(self):
+    def test_script_that_cannot_be_run_is_reported_with_the_reason(self):
         self.file("script", "#!/bin/sh\n").chmod(0o644)
         self.assertEqual(
             self.refused("script", status=126),

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The options of tarn-run are told alike by its help, its manual page and its completion."""
+"""The help, the manual page and the completion of tarn-run list the same options."""
 
 import fnmatch
 import os
@@ -27,14 +27,14 @@ class Pages(ToolTest):
         self.assertEqual([line for line in help.splitlines() if len(line) > 80], [])
         self.assertEqual(printed(TOOLS / "tarn-run", "-h"), help)
 
-    def test_the_version_is_tarns(self):
+    def test_version_matches_the_library(self):
         version = os.environ["VERSION"]
         self.assertEqual(printed(TOOLS / "tarn-run", "--version"), f"tarn-run {version}\n")
         for page in PAGES:
             self.assertIn(f"\n.Os Tarn {version}\n", page.read_text())
         self.assertIn(f"\ntarn-run/{version}\n", PAGES[0].read_text())
 
-    def test_manual_pages_satisfy_mandoc(self):
+    def test_mandoc_reports_nothing(self):
         for page in PAGES:
             lint = subprocess.run(
                 [os.environ["MANDOC"], "-Tlint", "-Wstyle", page],
@@ -47,14 +47,14 @@ class Pages(ToolTest):
                 [],
             )
 
-    def test_the_manual_page_has_every_option_of_the_help_and_others_of_curl(self):
+    def test_manual_page_has_every_option_of_the_help_and_others_of_curl(self):
         page = PAGES[0].read_text()
         told = re.findall(r"^\.It (Fl .*)", page, re.MULTILINE)
         told = {"-" + name for line in told for name in re.findall(r"Fl (\S+)", line)}
         self.assertEqual(self.options() - told, set())
         self.assertEqual(told - self.options() - self.options_of_curl(), set())
 
-    def test_the_completion_has_every_option_of_the_help_and_of_curl_but_those_refused(self):
+    def test_completion_offers_all_supported_options(self):
         page = PAGES[0].read_text()
         refused = re.search(r"named after the script:\n(.*?)\nwhere\n", page, re.DOTALL)[1]
         patterns = {"-" + name for name in re.findall(r"^\.Fl (\S+)", refused, re.MULTILINE)}
@@ -91,7 +91,7 @@ class Pages(ToolTest):
         self.assertGreater(len(found), 18)
         return found
 
-    def test_the_manual_page_names_every_variable_that_a_script_has(self):
+    def test_manual_page_names_every_variable_a_script_receives(self):
         self.file("upload", "a")
         given = self.given(
             "-F",
@@ -108,7 +108,7 @@ class Pages(ToolTest):
             told = re.search(rf"^\.(It )?Ev {name.decode()}( \.)?$", page, re.MULTILINE)
             self.assertTrue(told, name)
 
-    def test_the_commands_of_the_examples_run(self):
+    def test_example_commands_run(self):
         self.file("dawn.jpg", "a")
         for name in ("upload", "greet"):
             self.script(name, "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n")
@@ -125,7 +125,7 @@ class Pages(ToolTest):
                 )
 
     def completed(self, *words):
-        """What bash offers after these words of a command line."""
+        """What bash suggests after these words of a command line."""
         source = f'. {COMPLETION}; complete -p tarn-run >&2; COMP_WORDS=(tarn-run "$@")\n'
         source += 'COMP_CWORD=$#; _tarn_run; printf "%s\\n" "${COMPREPLY[@]}"'
         ran = subprocess.run(
@@ -134,7 +134,7 @@ class Pages(ToolTest):
         self.assertRegex(ran.stderr, r"^complete .*-o default .*-F _tarn_run tarn-run\n$")
         return ran.stdout.split()
 
-    def test_the_completion_knows_what_is_begun(self):
+    def test_completion_finishes_partial_words(self):
         self.assertEqual(
             self.completed("--data"),
             ["--data", "--data-ascii", "--data-binary", "--data-raw", "--data-urlencode"],
@@ -145,7 +145,7 @@ class Pages(ToolTest):
         self.assertEqual(self.completed("--chdir", str(self.dump)[:-1]), [])
         self.assertIn(str(self.folder), self.completed("--chdir", str(self.folder)[:-1]))
 
-    def test_the_completion_leaves_the_rest_to_files(self):
+    def test_completion_falls_back_to_file_names(self):
         for words in (["a"], [""], ["-d", "-"], ["-F", "a", "=", "@", ""], ["--record", ""]):
             self.assertEqual(self.completed(*words), [])
 

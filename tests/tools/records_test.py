@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What is recorded, by tarn-run or under a server, is run again as it was."""
+"""Requests recorded by tarn-run or under a server are replayed exactly."""
 
 import contextlib
 import os
@@ -25,13 +25,13 @@ class Record(ToolTest):
         record.unlink(missing_ok=True)
         return self.given("--record", str(record), *options, **more), record
 
-    def test_is_what_it_is_said_to_be(self):
+    def test_record_has_the_documented_format(self):
         self.recorded("--data-binary", "@-", input=b"\0\0\n")
         lines = (self.folder / "record").read_bytes()
         self.assertTrue(lines.startswith(b"tarn-record 1\nPATH="))
         self.assertTrue(lines.endswith(b"=application/x-www-form-urlencoded\0\0\0\0\n"), lines)
 
-    def test_of_any_bytes_is_run_again_exactly(self):
+    def test_any_bytes_are_replayed_exactly(self):
         for body in (EVERY_BYTE, b"", b"\0", b"\0\0A=1\0", b"tarn-record 1\n", EVERY_BYTE * 10000):
             given, record = self.recorded(
                 "--data-binary", "@-", "--env", b"X=\x01=\xff\n", "-H", "X.Y: z", input=body
@@ -41,7 +41,7 @@ class Record(ToolTest):
             self.assertEqual(again, given)
             self.assertEqual(list(again.environment), list(given.environment))
 
-    def test_is_for_its_owner_alone_and_replaces_an_old_one(self):
+    def test_record_is_private_and_replaces_an_older_record(self):
         for before in (None, b"tarn-record 1\n", b"tarn-record 1\nA=b\0\0"):
             record = self.folder / "record"
             record.unlink(missing_ok=True)
@@ -53,7 +53,7 @@ class Record(ToolTest):
             self.assertEqual(self.given("--replay", "record"), given)
         self.assertEqual(list(self.folder.glob(".tarn-run-*")), [])
 
-    def test_replaces_nothing_else(self):
+    def test_record_does_not_replace_other_files(self):
         target = self.file("target", b"tarn-record 1\nA=b\0\0")
         record = self.folder / "record"
         for make, reason in (
@@ -81,20 +81,20 @@ class Record(ToolTest):
         self.assertEqual(target.read_bytes(), b"tarn-record 1\nA=b\0\0")
         self.assertEqual(list(self.folder.glob(".tarn-run-*")), [])
 
-    def test_does_not_replace_a_device(self):
+    def test_record_does_not_replace_a_device(self):
         for device in ("/dev/null", "/dev/full", "/dev/zero", "/dev/tty"):
             self.assertIn(
                 f"--record {device}: not replaced: ", self.refused("--record", device, "dump")
             )
             self.assertTrue(stat.S_ISCHR(os.lstat(device).st_mode))
 
-    def test_of_a_body_that_was_cut_is_run_again_as_it_was(self):
+    def test_truncated_body_is_replayed_truncated(self):
         given, _ = self.recorded("-d", "abcdef", "--cut", "4")
         self.assertEqual((given.environment[b"CONTENT_LENGTH"], given.body), (b"6", b"abcd"))
         self.assertEqual(self.given("--replay", "record"), given)
         self.assertEqual(self.given("--replay", "record", "--cut", "0").body, b"")
 
-    def test_that_does_not_fit_leaves_nothing(self):
+    def test_failed_write_leaves_no_file(self):
         before = sorted(self.folder.iterdir())
         ran = self.run_tool(
             "--record",
@@ -109,7 +109,7 @@ class Record(ToolTest):
         self.assertEqual(ran.errors, ["tarn-run: --record large: File too large"])
         self.assertEqual(sorted(self.folder.iterdir()), before)
 
-    def test_may_be_written_by_a_shell(self):
+    def test_record_can_be_written_by_a_shell(self):
         shell = "{ echo 'tarn-record 1'; env -0; printf '\\0'; cat; } >by-shell"
         subprocess.run(
             ["sh", "-c", shell],
@@ -121,11 +121,11 @@ class Record(ToolTest):
         given = self.given("--replay", "by-shell")
         self.assertEqual((given.environment[b"X"], given.body), (b"y z", b"a\0b"))
 
-    def test_of_a_variable_that_is_set_twice_gives_the_first_as_the_script_saw_it(self):
+    def test_duplicate_variable_replays_the_first_value(self):
         self.file("twice", b"tarn-record 1\nA=1\0A=2\0\0")
         self.assertEqual(self.given("--replay", "twice").environment, {b"A": b"1"})
 
-    def test_goes_with_no_option_that_makes_another_request(self):
+    def test_replay_refuses_options_that_change_the_request(self):
         self.recorded()
         for options in (
             ["-d", "a"],
@@ -147,7 +147,7 @@ class Record(ToolTest):
         given = self.given("--replay", "record", "--env", "A=b")
         self.assertEqual(given.environment[b"A"], b"b")
 
-    def test_that_is_cut_off_or_something_else_is_refused(self):
+    def test_truncated_or_invalid_record_is_refused(self):
         for content in (
             b"",
             b"tarn-record 1\n",
@@ -167,7 +167,7 @@ class Shown(ToolTest):
         self.assertEqual((ran.status, ran.errors), (0, []))
         return ran.output.decode()
 
-    def test_is_a_record_for_reading(self):
+    def test_record_is_shown_as_text(self):
         self.assertEqual(
             self.shown(b"A=1\0REQUEST_METHOD=POST\0\0a=1&b=2"),
             "A=1\nREQUEST_METHOD=POST\n\na=1&b=2\n",
@@ -175,7 +175,7 @@ class Shown(ToolTest):
         self.assertEqual(self.shown(b"A=\0\0"), "A=\n\n")
         self.assertEqual(self.shown(b"A=\0\0a\n"), "A=\n\na\n")
 
-    def test_has_secrets_only_when_asked(self):
+    def test_secrets_are_hidden_by_default(self):
         record = (
             b'HTTP_COOKIE=session=s3cret; theme="a;b"; s3cret;=s3cret\0'
             b"HTTP_AUTHORIZATION=Basic s3cret\0HTTP_PROXY_AUTHORIZATION=s3cret\0"
@@ -195,18 +195,18 @@ class Shown(ToolTest):
             record.replace(b"\0\0", b"\n\0").replace(b"\0", b"\n").decode() + "\n",
         )
 
-    def test_has_nothing_that_a_terminal_obeys(self):
+    def test_terminal_control_characters_are_escaped(self):
         shown = self.shown(b"A=\x1b[2J\n\xff\xc2\x9b\0\0" + EVERY_BYTE + "Zoë\u202e".encode())
         self.assertTrue(shown.startswith("A=\\x1b[2J\\x0a\\xff\\u{9b}\n\n\\x00\\x01"), shown)
         self.assertTrue(shown.endswith("\\xffZoë\\u{202e}\n"), shown)
         self.assertIn("\\x08\t\n\\x0b", shown)
         self.assertTrue(all(letter.isprintable() or letter in "\t\n" for letter in shown))
 
-    def test_may_be_megabytes_and_come_from_standard_input(self):
+    def test_large_record_is_read_from_standard_input(self):
         ran = self.run_tool("--show", "-", input=b"tarn-record 1\nA=\0\0" + "ë".encode() * 1500001)
         self.assertEqual(ran.output.decode(), "A=\n\n" + "ë" * 1500001 + "\n")
 
-    def test_is_not_what_only_begins_like_a_file(self):
+    def test_devices_folders_and_programs_are_refused(self):
         for path in ("/dev/zero", "/dev/null", ".", "dump"):
             self.refused("--show", path)
 
@@ -251,40 +251,40 @@ class Exec(ToolTest):
         subprocess.run([os.environ["CC"], "-g", source, "-o", cls.folder / "program"], check=True)
 
     def seen(self):
-        """What the program saw, and its arguments after the body."""
+        """What the program received; its arguments follow the body."""
         return dumped((self.folder / "seen").read_bytes())
 
-    def test_puts_a_command_before_the_script_and_the_body_at_its_input(self):
+    def test_command_gets_the_script_as_arguments_and_the_body_as_input(self):
         shell = "sh -c 'exec \"$@\" more' name"
         ran = self.run_tool("-d", "a=1", "--exec", shell, "./program", "x")
         self.assertEqual((ran.status, ran.body, ran.errors), (0, b"hello", []))
         self.assertEqual(self.seen().body, b"a=1<x><more>")
         self.assertEqual(self.seen().environment[b"CONTENT_LENGTH"], b"3")
 
-    def test_finds_the_command_where_tarn_run_would(self):
+    def test_command_is_found_on_the_path_of_tarn_run(self):
         self.file("record", b"tarn-record 1\nPATH=/nowhere\0\0a")
         ran = self.run_tool("--replay", "record", "--exec", "env", "./program")
         self.assertEqual((ran.status, ran.errors, self.seen().body), (0, [], b"a"))
 
-    def test_finds_a_command_where_tarn_run_was_called(self):
+    def test_relative_command_starts_from_the_current_folder(self):
         (self.folder / "elsewhere").mkdir()
         self.script("wrapper", '#!/bin/sh\necho wrapped >&2\nexec "$@"\n')
         shutil.copy(self.folder / "program", self.folder / "elsewhere")
         ran = self.run_tool("--exec", "./wrapper", "elsewhere/program")
         self.assertEqual((ran.status, ran.body, ran.errors), (0, b"hello", ["wrapped"]))
 
-    def test_gives_the_status_of_the_command(self):
+    def test_status_of_the_command_is_returned(self):
         ran = self.run_tool("--exec", "false", "./program")
         self.assertEqual(ran.status, 1)
 
-    def test_tells_of_a_command_that_is_not_there(self):
+    def test_missing_command_is_reported(self):
         self.assertEqual(
             self.refused("--exec", "no-such-command", "./program", status=127),
             "tarn-run: --exec no-such-command: command not found",
         )
 
     @unittest.skipUnless(shutil.which("gdb"), "gdb is not installed")
-    def test_of_gdb_runs_the_script_with_the_request_and_nothing_else(self):
+    def test_gdb_runs_the_script_with_exactly_the_request(self):
         self.run_tool("-d", 'a=$x "1"', "--record", "record", "./program", "x y", "$z")
         direct = self.seen()
         for gdb in ("gdb", "gdb --args"):
@@ -305,7 +305,7 @@ class Exec(ToolTest):
         self.assertEqual(direct.body, b'a=$x "1"<x y><$z>')
 
     @unittest.skipUnless(shutil.which("gdb"), "gdb is not installed")
-    def test_of_gdb_stops_at_a_crash_and_takes_commands_from_its_input(self):
+    def test_gdb_stops_at_a_crash_and_reads_commands_from_standard_input(self):
         ran = self.run_tool(
             "-d", "!", "--exec", "gdb -q", "./program", input=b"run\nbacktrace\nkill\n"
         )
@@ -313,7 +313,7 @@ class Exec(ToolTest):
         self.assertIn(b" in main (", ran.output)
 
     @unittest.skipUnless(shutil.which("valgrind"), "Valgrind is not installed")
-    def test_of_valgrind_sees_what_the_script_does_with_its_body(self):
+    def test_valgrind_detects_an_error_triggered_by_the_body(self):
         valgrind = "valgrind -q --error-exitcode=9"
         self.assertEqual(self.run_tool("-d", "a", "--exec", valgrind, "./program").status, 0)
         ran = self.run_tool("-d", "?", "--exec", valgrind, "./program")
@@ -322,7 +322,7 @@ class Exec(ToolTest):
 
 
 class UnderAServer(ToolTest):
-    """tarn-record in the place of a script, under lighttpd."""
+    """tarn-record installed in place of a script, under lighttpd."""
 
     @classmethod
     def setUpClass(cls):
@@ -353,20 +353,20 @@ class UnderAServer(ToolTest):
         self.assertEqual(len(found), 1)
         return found[0]
 
-    def test_a_script_answers_as_without_it(self):
+    def test_script_answers_the_same_with_and_without_recording(self):
         plain = self.ask("dump")
         given = self.ask("recorded")
         self.assertEqual(given.body, plain.body)
         self.assertEqual(self.comparable(given), self.comparable(plain))
 
-    def test_a_request_is_recorded_exactly(self):
+    def test_request_is_recorded_exactly(self):
         given = self.ask("recorded")
         again = self.given("--replay", str(self.record()))
         self.assertEqual(again, given)
         self.assertEqual(list(again.environment), list(given.environment))
         self.assertEqual(again.environment[b"CONTENT_LENGTH"], b"%d" % len(again.body))
 
-    def test_a_body_may_be_megabytes(self):
+    def test_large_body_is_recorded(self):
         self.file("sent", EVERY_BYTE * 20000)
         given = self.ask("recorded")
         self.assertEqual(given.body, EVERY_BYTE * 20000)
@@ -395,17 +395,17 @@ class UnderAServer(ToolTest):
             if name not in (b"REMOTE_PORT", b"SCRIPT_NAME", b"SCRIPT_FILENAME", b"REQUEST_URI")
         }
 
-    def test_a_record_is_for_the_scripts_user_alone_and_has_no_other_name(self):
+    def test_record_is_private_and_named_by_time(self):
         self.ask("recorded")
         self.assertEqual(stat.S_IMODE(self.record().stat().st_mode), 0o600)
         self.assertRegex(self.record().name, r"^\d{8}-\d{6}\.\d{6}-\w{8}$")
 
-    def test_a_query_is_recorded_without_a_body(self):
+    def test_query_without_a_body_is_recorded(self):
         given = dumped(self.server.curl("/recorded?a=1").body)
         self.assertEqual(given.environment[b"QUERY_STRING"], b"a=1")
         self.assertEqual(self.given("--replay", str(self.record())), given)
 
-    def test_requests_at_the_same_time_are_recorded_each(self):
+    def test_concurrent_requests_are_all_recorded(self):
         def ask(number):
             self.server.curl(f"/recorded?{number}")
 
@@ -420,18 +420,18 @@ class UnderAServer(ToolTest):
         }
         self.assertEqual(queries, {b"%d" % number for number in range(8)})
 
-    def test_status_and_output_are_those_of_the_script(self):
+    def test_status_and_output_of_the_script_are_passed_on(self):
         answer = self.server.curl("/failing-recorded", "-d", "a\tb")
         self.assertEqual((answer.status, answer.body), (418, b"a\tb"))
         ran = self.directly("failing-recorded", {"CONTENT_LENGTH": "2"}, b"xyz")
         self.assertEqual((ran.returncode, ran.stdout), (3, b"Status: 418\r\n\r\nxy"))
 
-    def test_a_script_is_run_when_its_request_cannot_be_recorded(self):
+    def test_script_runs_even_if_recording_fails(self):
         self.assertEqual(self.ask("unrecorded").body, EVERY_BYTE)
         self.assertIn("tarn-record: not recorded: ", self.server.log())
         self.assertFalse((self.folder / "none").exists())
 
-    def test_a_script_is_run_though_no_log_can_be_written(self):
+    def test_script_runs_even_if_the_log_cannot_be_written(self):
         plain = self.directly("dump", {"CONTENT_LENGTH": "2"}, b"ab").stdout
         for errors in ("2>&-", "2>/dev/full", ">&- 2>/dev/full", "<&-"):
             ran = subprocess.run(
@@ -454,7 +454,7 @@ class UnderAServer(ToolTest):
                 self.assertEqual(ran.stdout, plain.removesuffix(b"ab") + body, errors)
             self.assertNotIn(b"Traceback", ran.stderr)
 
-    def test_a_name_of_a_script_that_is_none_is_told(self):
+    def test_zero_byte_in_the_script_name_is_reported(self):
         self.stand_in("named-none", self.records, "a\0b")
         ran = self.directly("named-none", {}, b"")
         self.assertEqual(
@@ -462,7 +462,7 @@ class UnderAServer(ToolTest):
             (127, b"", b"tarn-record: the path of the script contains a zero byte\n"),
         )
 
-    def test_a_signal_while_the_body_comes_is_the_end_without_a_traceback(self):
+    def test_signal_while_reading_the_body_prints_no_traceback(self):
         for number in (signal.SIGINT, signal.SIGTERM):
             with subprocess.Popen(
                 [self.folder / "recorded"],
@@ -482,11 +482,11 @@ class UnderAServer(ToolTest):
     def open_files(process):
         folder, paths = f"/proc/{process.pid}/fd", []
         for name in os.listdir(folder):
-            with contextlib.suppress(FileNotFoundError):  # closed meanwhile
+            with contextlib.suppress(FileNotFoundError):  # it was closed in the meantime
                 paths.append(os.readlink(f"{folder}/{name}"))
         return " ".join(paths)
 
-    def test_a_part_of_a_record_is_never_left(self):
+    def test_failed_recording_leaves_no_partial_record(self):
         limited = {"CONTENT_LENGTH": "3", "LONG": "x" * 5000}
         ran = self.directly(
             "recorded",
@@ -498,7 +498,7 @@ class UnderAServer(ToolTest):
         self.assertIn(b"tarn-record: not recorded: File too large", ran.stderr)
         self.assertEqual(list(self.records.iterdir()), [])
 
-    def test_a_script_that_is_not_there_is_told(self):
+    def test_missing_script_is_reported(self):
         self.server.curl("/lost")
         self.server.wait_for_scripts()
         self.assertIn("none: No such file or directory", self.server.log())
@@ -515,7 +515,7 @@ class UnderAServer(ToolTest):
             **options,
         )
 
-    def test_a_length_that_lies_or_is_none_changes_nothing_for_the_script(self):
+    def test_script_reads_the_whole_body_despite_a_wrong_or_missing_length(self):
         for length, body in (
             ("9", b"abc"),
             ("0", b"abc"),
@@ -529,7 +529,7 @@ class UnderAServer(ToolTest):
                 (ran.stderr, dumped(ran.stdout.partition(b"\r\n\r\n")[2]).body), (b"", body)
             )
 
-    def test_of_a_variable_that_is_set_twice_the_first_reaches_the_script(self):
+    def test_duplicate_variable_reaches_the_script_with_its_first_value(self):
         start = """if True:
             import ctypes, sys
             words = lambda *words: (ctypes.c_char_p * (len(words) + 1))(*words)
@@ -544,7 +544,7 @@ class UnderAServer(ToolTest):
         self.assertEqual(dumped(ran.stdout.partition(b"\r\n\r\n")[2]).environment, {b"A": b"1"})
         self.assertIn(b"\nA=1\0A=2\0", self.record().read_bytes())
 
-    def test_signals_reach_the_script_as_they_would_without_it(self):
+    def test_ignored_signals_are_the_same_with_and_without_recording(self):
         self.script("signals", "#!/bin/sh\ngrep ^SigIgn: /proc/self/status\n")
         self.stand_in("signals-recorded", self.records, "signals")
         plain, given = (self.directly(name, {}, b"") for name in ("signals", "signals-recorded"))

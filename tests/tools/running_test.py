@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""How tarn-run runs a script: within limits, often, and to the end when it is itself ended."""
+"""How tarn-run runs a script: with limits, repeatedly, and when tarn-run itself is killed."""
 
 import os
 import re
@@ -13,7 +13,7 @@ from tool import TOOLS, ToolTest, living
 
 HEAD = "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n"
 
-# Starts two more processes, one of which has left its group and does not heed SIGTERM.
+# Starts two more processes. One is in another process group and ignores SIGTERM.
 LASTING = r"""
     #!/bin/sh
     printf 'Content-Type: text/plain\n\n'
@@ -25,7 +25,7 @@ LASTING = r"""
 
 
 class Limits(ToolTest):
-    def test_of_time_end_the_script_and_what_it_started(self):
+    def test_timeout_stops_the_script_and_its_child_processes(self):
         script = self.script("lasting", LASTING)
         ran = self.run_tool("--timeout", "1.5", script)
         self.assertEqual(
@@ -38,7 +38,7 @@ class Limits(ToolTest):
         self.assertEqual(len(started), 3)
         self.assertEqual([process for process in started if living(process)], [])
 
-    def test_of_time_are_504_without_an_answer(self):
+    def test_timeout_without_output_is_504(self):
         script = self.script("silent", "#!/bin/sh\nexec sleep 1000\n")
         ran = self.run_tool("--timeout", ".2", script)
         self.assertEqual((ran.status, ran.output), (124, b"HTTP/1.1 504 Gateway Timeout\n\n"))
@@ -50,17 +50,17 @@ class Limits(ToolTest):
             ],
         )
 
-    def test_of_time_end_a_script_that_prints_for_ever(self):
+    def test_timeout_stops_a_script_that_prints_forever(self):
         script = self.script("endless", HEAD + "while :; do echo y; done\n")
         ran = self.run_tool("--timeout", "0.3", "--body", script)
         self.assertEqual(ran.status, 124)
         self.assertTrue(ran.output.startswith(b"y\ny\n"))
 
-    def test_of_time_are_nothing_to_a_script_in_time(self):
+    def test_script_within_the_timeout_is_not_affected(self):
         ran = self.run_tool("--timeout", "999999999", self.dump)
         self.assertEqual((ran.status, ran.errors), (0, []))
 
-    def test_of_memory_are_the_scripts(self):
+    def test_memory_limit_applies_to_the_script(self):
         script = self.script("limit", HEAD + "ulimit -v\n")
         for size, kilobytes in (
             ("64M", 65536),
@@ -73,12 +73,12 @@ class Limits(ToolTest):
         ran = self.run_tool("--body", script)
         self.assertEqual(ran.output, b"unlimited\n")
 
-    def test_of_memory_that_leave_no_room_for_the_script_are_told(self):
+    def test_memory_limit_too_low_for_the_script_is_reported(self):
         ran = self.run_tool("--memory", "1", self.dump)
         self.assertNotEqual(ran.status, 0)
         self.assertRegex(ran.errors[-1], "tarn-run: (killed by signal|.*: Cannot allocate memory)")
 
-    def test_of_memory_above_tarn_runs_own_are_told(self):
+    def test_memory_limit_above_that_of_tarn_run_is_reported(self):
         low = 1 << 30
         ran = self.run_tool(
             "--memory",
@@ -96,7 +96,7 @@ class Limits(ToolTest):
 
 
 class Folder(ToolTest):
-    def test_of_the_script_may_be_another(self):
+    def test_script_can_run_in_another_folder(self):
         script = self.script("where", HEAD + "pwd -P\n")
         (self.folder / "inner").mkdir()
         for folder in ("inner", str(self.folder / "inner")):
@@ -108,7 +108,7 @@ class Folder(ToolTest):
 
 
 class Repeated(ToolTest):
-    def test_runs_are_as_many_as_asked_for_and_timed(self):
+    def test_repeats_as_often_as_requested_and_prints_times(self):
         script = self.script("counting", HEAD + "echo run >>runs\ncat\n")
         ran = self.run_tool("--repeat", "7", "-d", "a=1", "--body", script)
         self.assertEqual((ran.status, ran.output), (0, b"a=1"))
@@ -123,7 +123,7 @@ class Repeated(ToolTest):
         self.assertTrue(0 < least <= median <= most, ran.errors)
         self.assertGreater(processor, 0)
 
-    def test_the_median_of_two_runs_is_in_the_middle(self):
+    def test_median_of_two_runs_is_their_mean(self):
         script = self.script(
             "slower",
             HEAD + "echo run >>slower-runs\n" '[ "$(wc -l <slower-runs)" -ne 2 ] || sleep 0.2\n',
@@ -136,9 +136,9 @@ class Repeated(ToolTest):
             ).groups(),
         )
         self.assertLess(least, most)
-        self.assertAlmostEqual(median, (least + most) / 2, delta=0.11)  # each is rounded
+        self.assertAlmostEqual(median, (least + most) / 2, delta=0.11)  # the figures are rounded
 
-    def test_runs_end_with_the_first_that_fails(self):
+    def test_repeating_stops_at_the_first_failure(self):
         script = self.script(
             "failing",
             HEAD + "echo run >>failing-runs\n" '[ "$(wc -l <failing-runs)" -lt 3 ] || exit 5\n',
@@ -151,7 +151,7 @@ class Repeated(ToolTest):
         )
         self.assertTrue(ran.errors[1].startswith("tarn-run: 3 of 9 runs: "))
 
-    def test_runs_that_differ_are_told(self):
+    def test_different_output_between_runs_is_reported(self):
         script = self.script(
             "different",
             HEAD + "echo run >>different-runs\n"
@@ -163,7 +163,7 @@ class Repeated(ToolTest):
 
 class Ended(ToolTest):
     def ended_by(self, number, *options):
-        """tarn-run, with a script that has started others."""
+        """Sends a signal to tarn-run while its script has child processes running."""
         started = self.folder / "started"
         started.unlink(missing_ok=True)
         script = self.script("lasting", LASTING)
@@ -183,7 +183,7 @@ class Ended(ToolTest):
         self.assertEqual(len(processes), 3)
         return process.returncode, output, errors, [each for each in processes if living(each)]
 
-    def test_by_a_signal_ends_the_script_and_all_that_it_started(self):
+    def test_signal_stops_the_script_and_its_child_processes(self):
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
             self.assertEqual(self.ended_by(number), (-number, b"", b"", []))
         self.assertEqual(
@@ -191,14 +191,14 @@ class Ended(ToolTest):
             (-signal.SIGTERM, b"", b"", []),
         )
 
-    def test_by_no_signal_that_it_was_told_to_ignore(self):
+    def test_ignored_signal_stays_ignored(self):
         script = self.script("short", HEAD + "kill -HUP $PPID\necho done\n")
         ran = self.run_tool(
             "--body", script, preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)
         )
         self.assertEqual((ran.status, ran.output, ran.errors), (0, b"done\n", []))
 
-    def test_by_a_signal_while_it_starts_has_no_traceback(self):
+    def test_signal_during_startup_prints_no_traceback(self):
         script = self.script("short", HEAD + "sleep 0.02\n")
         for milliseconds in range(0, 120, 8):
             for number in (signal.SIGINT, signal.SIGTERM):
@@ -217,16 +217,16 @@ class Ended(ToolTest):
 
 
 def heed():
-    """Whatever the caller of the tests ignores."""
+    """Resets these signals, since the caller of the tests may ignore them."""
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
         signal.signal(number, signal.SIG_DFL)
 
 
 class Output(ToolTest):
-    """That nobody can read, or that has no room."""
+    """Output to a stream that is closed, full or not read."""
 
     def ran(self, redirections, *options):
-        """Status and errors."""
+        """Runs tarn-run with these redirections."""
         command = f'exec "$0" "$@" {redirections}'
         return subprocess.run(
             ["sh", "-c", command, TOOLS / "tarn-run", *options],
@@ -238,14 +238,14 @@ class Output(ToolTest):
             text=True,
         )
 
-    def test_that_is_closed_is_told(self):
+    def test_closed_standard_output_is_reported(self):
         for options in (["dump"], ["--help"], ["--version"], ["-i", "dump"], ["none"]):
             ran = self.ran(">&-", *options)
             self.assertEqual(
                 (ran.returncode, ran.stderr), (125, "tarn-run: standard output is closed\n")
             )
 
-    def test_that_is_full_is_told(self):
+    def test_full_standard_output_is_reported(self):
         self.run_tool("--record", "full", "dump")
         for options in (
             ["dump"],
@@ -265,7 +265,7 @@ class Output(ToolTest):
             (125, "tarn-run: curl failed (status 23)"),
         )
 
-    def test_of_messages_may_be_closed_or_full(self):
+    def test_standard_error_may_be_closed_or_full(self):
         for errors in ("2>&-", "2>/dev/full"):
             ran = self.ran(errors, self.script("bare", "#!/bin/sh\necho hello\n"))
             self.assertEqual(
@@ -275,12 +275,12 @@ class Output(ToolTest):
             self.assertEqual((ran.returncode, ran.stdout), (125, ""))
         self.assertEqual(self.ran(">&- 2>&-", "dump").returncode, 125)
 
-    def test_goes_to_no_file_that_took_the_place_of_a_closed_one(self):
+    def test_closed_streams_are_not_mistaken_for_other_files(self):
         ran = self.ran("<&- 2>&-", "-d", "@-", "dump")
         self.assertEqual((ran.returncode, ran.stderr), (0, ""))
         self.assertIn("CONTENT_LENGTH=0", ran.stdout)
 
-    def test_that_nobody_reads_any_more_ends_tarn_run_alone(self):
+    def test_broken_pipe_ends_tarn_run_without_a_traceback(self):
         script = self.script("large", HEAD + "head -c 3000000 /dev/zero\n")
         for options in ([], ["--body"], ["--repeat", "2"]):
             ran = subprocess.run(
@@ -301,7 +301,7 @@ class Output(ToolTest):
             self.assertEqual(ran.returncode, 128 + signal.SIGPIPE)
             self.assertNotIn("Traceback", ran.stderr)
 
-    def test_may_be_slow(self):
+    def test_slow_reader_gets_everything(self):
         script = self.script("large", HEAD + "head -c 3000000 /dev/zero\n")
         read, write = os.pipe()
         os.set_blocking(write, False)
@@ -313,7 +313,7 @@ class Output(ToolTest):
 
 
 class TemporaryFiles(ToolTest):
-    def test_are_not_needed(self):
+    def test_temporary_files_are_not_needed(self):
         body = bytes(3000000)
         given = self.given(
             "--data-binary", "@-", input=body, env={**os.environ, "TMPDIR": "/dev/null/none"}

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What tarn-run hands to a script is what a script has from a server that curl asked."""
+"""tarn-run passes a script the same request as a server does for curl."""
 
 import os
 import re
@@ -12,7 +12,7 @@ from tool import ToolTest, dumped
 VERSION = os.environ["VERSION"]
 BOUNDARY = rb"-{24}\w{16,40}"
 
-# What is never the same.
+# Variables that always differ.
 OF_THE_SERVER = {
     b"DOCUMENT_ROOT",
     b"HTTP_HOST",
@@ -26,7 +26,7 @@ OF_THE_SERVER = {
 
 
 class LikeCurl(ToolTest):
-    """The same options to curl, which asks lighttpd, and to tarn-run."""
+    """Passes the same options to curl, with lighttpd as the server, and to tarn-run."""
 
     @classmethod
     def setUpClass(cls):
@@ -48,7 +48,7 @@ class LikeCurl(ToolTest):
         os.chdir(cls.folder)
 
     def sent(self, path, *options):
-        """What lighttpd gives the script, which it has in a folder of its own."""
+        """The request as a script under lighttpd receives it, without the folder in its address."""
         request = dumped(self.server.curl("/dump" + path, *options).body)
         for name in (b"REQUEST_URI", b"SCRIPT_NAME"):
             request.environment[name] = request.environment[name].removeprefix(b"/cgi-bin")
@@ -58,7 +58,7 @@ class LikeCurl(ToolTest):
         sent = self.without_boundary(self.sent("", *options))
         given = self.without_boundary(self.given(*options))
         self.assertEqual(given.body, sent.body, options)
-        # lighttpd gives scripts no path, a length without a body, and the length twice.
+        # lighttpd sets no PATH, sets a length even without a body, and sets the length twice.
         left_out = {b"PATH", b"REMOTE_HOST", b"REDIRECT_STATUS", b"HTTP_CONTENT_LENGTH"}
         if not given.body:
             left_out.add(b"CONTENT_LENGTH")
@@ -75,7 +75,7 @@ class LikeCurl(ToolTest):
         request.environment[b"CONTENT_TYPE"] = re.sub(BOUNDARY, b"B", type)
         return request._replace(body=re.sub(BOUNDARY, b"B", request.body))
 
-    def test_what_browsers_and_scripts_send_besides(self):
+    def test_other_common_curl_options(self):
         self.assert_alike("-A", "Mozilla/5.0", "-e", "http://example.org/")
         self.assert_alike("-u", "ada:secret word")
         self.assert_alike("--json", '{"a": [1, 2]}')
@@ -90,11 +90,11 @@ class LikeCurl(ToolTest):
     def test_several_files_in_one_part(self):
         self.assert_alike("-F", "f=@lines,x.png;type=a/b,empty")
 
-    def test_letters_in_one_word(self):
+    def test_combined_short_options(self):
         self.assert_alike("-XPUT", "-da=1", "-Gdb=2")
         self.assert_alike("-sSd", "a=1")
 
-    def test_cookies_of_a_jar(self):
+    def test_cookies_from_a_jar(self):
         jar = "localhost\tFALSE\t{}\tFALSE\t0\t{}\t{}\n"
         self.file(
             "jar",
@@ -109,10 +109,10 @@ class LikeCurl(ToolTest):
         self.assert_alike("--data-binary", "@long")
         self.assert_alike("-F", "f=@long", "-F", "g=@long")
 
-    def test_nothing(self):
+    def test_no_options(self):
         self.assert_alike()
 
-    def test_data_as_it_is(self):
+    def test_raw_data(self):
         self.assert_alike("-d", "a=1")
         self.assert_alike("-d", "a=1&b=%20+ ", "--data", "c", "-d", "", "-d", "d=@")
         self.assert_alike("-d", "")
@@ -124,7 +124,7 @@ class LikeCurl(ToolTest):
         )
         self.assert_alike("--data-raw", "@lines", "-d", "b")
 
-    def test_data_to_be_encoded(self):
+    def test_url_encoded_data(self):
         every = "".join(map(chr, range(1, 128)))
         options = ["--data-urlencode", f"={every}", "--data-urlencode", f"n={every}"]
         for data in (
@@ -210,7 +210,7 @@ class LikeCurl(ToolTest):
             options += ["-F", part]
         self.assert_alike(*options)
 
-    def test_a_type_of_ones_own(self):
+    def test_custom_content_type(self):
         self.assert_alike("-d", "{}", "-H", "Content-Type: application/json")
         self.assert_alike("-d", "a", "-H", "content-type:")
         self.assert_alike("-F", "a=1", "-H", "Content-Type: multipart/form-data")
@@ -244,7 +244,7 @@ class LikeCurl(ToolTest):
 
 
 class Environment(ToolTest):
-    def test_is_nothing_but_the_request_and_two_paths(self):
+    def test_has_only_the_request_and_two_paths(self):
         variables = {**os.environ, "HOME": "/", "LD_LIBRARY_PATH": "/a:/b", "PATH": "/usr/bin"}
         self.assertEqual(
             self.given(env=variables).environment,
@@ -273,17 +273,17 @@ class Environment(ToolTest):
             },
         )
 
-    def test_without_any_environment_has_a_path_all_the_same(self):
+    def test_path_has_a_default(self):
         self.assertEqual(self.given(env={}).environment[b"PATH"], b"/usr/local/bin:/usr/bin:/bin")
 
-    def test_of_an_encrypted_connection_says_so(self):
+    def test_https_option_sets_the_variables_of_https(self):
         given = self.given("--https").environment
         self.assertEqual(
             [given[name] for name in (b"HTTPS", b"SERVER_PORT", b"REQUEST_SCHEME")],
             [b"on", b"443", b"https"],
         )
 
-    def test_has_the_variables_that_are_asked_for_instead_of_others(self):
+    def test_env_option_overrides_variables(self):
         given = self.given(
             "--env",
             "SERVER_PORT=8080",
@@ -299,13 +299,13 @@ class Environment(ToolTest):
             [b"8080", b"ada", b"", b"a=b\xff"],
         )
 
-    def test_names_the_server_by_the_host_that_was_asked(self):
+    def test_server_name_comes_from_the_host_header(self):
         given = self.given("-H", "Host: example.org:8080").environment
         self.assertEqual(given[b"SERVER_NAME"], b"example.org")
         self.assertEqual(given[b"HTTP_HOST"], b"example.org:8080")
         self.assertEqual(self.given("-H", "Host:").environment[b"SERVER_NAME"], b"localhost")
 
-    def test_has_the_length_that_is_asked_for(self):
+    def test_content_length_can_be_overridden(self):
         for length in ("99", "1", "-1", "many", "9" * 40):
             given = self.given("-d", "abc", "-H", f"content-length: {length}")
             self.assertEqual(
@@ -315,57 +315,57 @@ class Environment(ToolTest):
         self.assertNotIn(b"CONTENT_LENGTH", given.environment)
         self.assertEqual(given.body, b"abc")
 
-    def test_has_the_length_of_a_body_that_was_sent_in_chunks(self):
+    def test_chunked_body_gets_its_length(self):
         for body in (b"", b"a" * 100, bytes(range(256)) * 4000):
             given = self.given("-T", "-", "-X", "POST", input=body)
             self.assertEqual(given.body, body)
             self.assertEqual(given.environment[b"CONTENT_LENGTH"], b"%d" % len(body))
             self.assertNotIn(b"HTTP_TRANSFER_ENCODING", given.environment)
 
-    def test_has_no_sign_that_curl_waits_before_it_sends(self):
+    def test_expect_header_is_not_passed_on(self):
         body = bytes(2000000)
         for options in ([], ["-H", "Expect: 100-continue"]):
             given = self.given("--data-binary", "@-", *options, input=body)
             self.assertEqual(given.body, body)
             self.assertNotIn(b"HTTP_EXPECT", given.environment)
 
-    def test_has_the_version_of_the_protocol(self):
+    def test_protocol_version_is_passed_on(self):
         self.assertEqual(self.given("-0").environment[b"SERVER_PROTOCOL"], b"HTTP/1.0")
 
-    def test_has_the_name_of_a_file_that_curl_adds_to_the_path(self):
+    def test_path_info_has_the_name_of_the_uploaded_file(self):
         self.file("sent.txt", "a")
         given = self.given("-T", "sent.txt", "--path-info", "/a b/").environment
         self.assertEqual(
             (given[b"PATH_INFO"], given[b"REQUEST_METHOD"]), (b"/a b/sent.txt", b"PUT")
         )
 
-    def test_has_the_method_that_is_asked_for(self):
+    def test_method_can_be_chosen(self):
         self.run_tool("-I", "--record", "head", self.dump)
         self.assertIn(b"\0REQUEST_METHOD=HEAD\0", (self.folder / "head").read_bytes())
         given = self.given("-X", "GET", "-d", "a=1")
         self.assertEqual((given.environment[b"REQUEST_METHOD"], given.body), (b"GET", b"a=1"))
 
-    def test_has_a_variable_for_a_header_without_a_value(self):
+    def test_empty_header_gets_a_variable(self):
         self.assertEqual(self.given("-H", "X-Empty;").environment[b"HTTP_X_EMPTY"], b"")
 
-    def test_joins_cookies_by_semicolons_and_other_headers_by_commas(self):
+    def test_cookies_are_joined_by_semicolons_and_other_headers_by_commas(self):
         given = self.given("-b", "a=1", "-b", "b=2; c=3", "-H", "X: 1", "-H", "x: 2").environment
         self.assertEqual((given[b"HTTP_COOKIE"], given[b"HTTP_X"]), (b"a=1;b=2; c=3", b"1, 2"))
         given = self.given("-H", "Cookie: a=1", "-H", "Cookie: b=2", "-b", "c=3").environment
         self.assertEqual(given[b"HTTP_COOKIE"], b"a=1; b=2")
 
-    def test_has_a_query_beside_a_body_or_before_data(self):
+    def test_query_can_be_combined_with_data(self):
         given = self.given("--query", "q=%20", "-d", "a=1")
         self.assertEqual((given.environment[b"QUERY_STRING"], given.body), (b"q=%20", b"a=1"))
         self.assertEqual(given.environment[b"REQUEST_URI"], b"/dump?q=%20")
         given = self.given("--query", "q=1", "-G", "-d", "a=1")
         self.assertEqual(given.environment[b"QUERY_STRING"], b"q=1&a=1")
 
-    def test_has_the_path_in_the_folder_of_the_script(self):
+    def test_path_translated_is_below_the_scripts_folder(self):
         given = self.given("--path-info", "/a/b").environment
         self.assertEqual(given[b"PATH_TRANSLATED"], bytes(self.folder / "a/b"))
 
-    def test_is_without_a_header_that_would_pass_for_a_setting(self):
+    def test_proxy_header_is_dropped(self):
         ran = self.run_tool("-H", "Proxy: evil", self.dump)
         self.assertNotIn(b"HTTP_PROXY", ran.output)
         self.assertEqual(
@@ -374,22 +374,22 @@ class Environment(ToolTest):
 
 
 class Input(ToolTest):
-    def test_of_tarn_run_is_data_when_asked(self):
+    def test_at_dash_reads_data_from_standard_input(self):
         self.assertEqual(self.given("-d", "@-", input=b"a\nb").body, b"ab")
         self.assertEqual(self.given("--data-binary", "@-", input=b"a\nb").body, b"a\nb")
         self.assertIn(b"\r\n\r\na\nb\r\n", self.given("-F", "f=@-", input=b"a\nb").body)
 
-    def test_of_a_script_is_not_that_of_tarn_run(self):
+    def test_script_does_not_inherit_standard_input(self):
         self.assertEqual(self.given(input=b"secret").body, b"")
 
-    def test_has_the_same_boundary_for_the_same_parts_only(self):
+    def test_boundary_depends_only_on_the_parts(self):
         types = [
             self.given("-F", part).environment[b"CONTENT_TYPE"] for part in ("a=1", "a=1", "a=2")
         ]
         self.assertEqual(types[0], types[1])
         self.assertNotEqual(types[0], types[2])
 
-    def test_takes_the_type_of_a_file_from_the_name_that_is_sent_or_from_its_path(self):
+    def test_file_type_comes_from_the_sent_name_or_the_path(self):
         (self.folder / "folder.png").mkdir()
         none = "application/octet-stream"
         for path, more, type in (
@@ -411,13 +411,13 @@ class Input(ToolTest):
                 path + more,
             )
 
-    def test_may_be_many_megabytes(self):
+    def test_large_body(self):
         data = bytes(range(256)) * 40000
         self.assertEqual(self.given("--data-binary", "@-", input=data).body, data)
 
 
 class Arguments(ToolTest):
-    def test_after_the_script_are_the_scripts(self):
+    def test_arguments_after_two_dashes_go_to_the_script(self):
         script = self.script(
             "script",
             """
@@ -434,21 +434,21 @@ class Arguments(ToolTest):
             ran = self.run_tool(*words)
             self.assertEqual((ran.body, ran.errors), (b"<a b><-d><--><>", []), words)
 
-    def test_are_options_before_and_after_the_script(self):
+    def test_options_may_follow_the_script(self):
         ran = self.run_tool("-d", "a=1", "./dump", "-d", "b=2", "--path-info", "/x")
         given = dumped(ran.body)
         self.assertEqual((given.environment[b"PATH_INFO"], given.body), (b"/x", b"a=1&b=2"))
 
-    def test_that_begin_with_a_dash_are_written_in_one_word(self):
+    def test_value_that_begins_with_a_dash_follows_an_equals_sign(self):
         self.assertEqual(self.given("--data=-x").body, b"-x")
 
-    def test_are_files_and_not_names_on_the_path(self):
+    def test_script_is_not_looked_up_on_the_path(self):
         self.assertEqual(
             dumped(self.run_tool("dump").body).environment[b"SCRIPT_FILENAME"], bytes(self.dump)
         )
         self.refused("ls", status=127)
 
-    def test_let_the_script_run_in_its_folder(self):
+    def test_script_runs_in_its_folder(self):
         (self.folder / "inner").mkdir()
         script = self.script("inner/script", "#!/bin/sh\nprintf 'Content-Type: a/b\\n\\n'; pwd -P")
         self.assertEqual(
@@ -457,7 +457,7 @@ class Arguments(ToolTest):
 
 
 class Mistakes(ToolTest):
-    def test_have_a_status_of_their_own_and_tell_the_reason(self):
+    def test_usage_errors_exit_with_125_and_the_reason(self):
         self.file("bad", "tarn-record 2\n")
         for options, reason in (
             ([], "no script given"),
@@ -509,7 +509,7 @@ class Mistakes(ToolTest):
             self.assertIn(reason, self.refused(*options), options)
         self.assertEqual([path.name for path in self.folder.glob(".*")], [])
 
-    def test_of_an_option_that_does_nothing_here_are_told(self):
+    def test_options_without_effect_are_refused(self):
         options = [
             "--retry 2",
             "--retry-all-errors",
@@ -549,22 +549,22 @@ class Mistakes(ToolTest):
                 option,
             )
 
-    def test_of_a_zero_byte_that_no_variable_can_hold_are_told(self):
+    def test_zero_byte_in_the_path_is_reported(self):
         ran = self.run_tool("--request-target", "/dump/a%00b", "dump")
         self.assertEqual(ran.status, 125)
         self.assertIn("variables cannot contain a zero byte", ran.errors[-1])
 
-    def test_in_a_query_are_encoded_and_told(self):
+    def test_invalid_characters_in_a_query_are_encoded_and_reported(self):
         ran = self.run_tool("--query", 'a b#\x7f"%<é', "dump")
         self.assertEqual(dumped(ran.body).environment[b"QUERY_STRING"], b'a%20b%23%7F"%<%C3%A9')
         self.assertEqual(ran.errors, ["tarn-run: --query: sent as 'a%20b%23%7F\"%<%C3%A9'"])
 
-    def test_in_a_part_are_told_by_curl(self):
+    def test_curl_warns_about_an_unknown_part_option(self):
         ran = self.run_tool("-F", "a=b;c", "dump")
         self.assertIn(b"\r\n\r\nb\r\n", ran.output)
         self.assertEqual((ran.status, ran.errors), (0, ["Warning: skip unknown form field: c"]))
 
-    def test_in_a_boundary_are_told(self):
+    def test_mismatched_boundary_is_reported(self):
         ran = self.run_tool(
             "-F", "a=b", "-H", "Content-Type: multipart/form-data; boundary=QQ", "dump"
         )
@@ -579,7 +579,7 @@ class Mistakes(ToolTest):
             b"--QQ--",
         )
 
-    def test_without_curl_are_told(self):
+    def test_missing_curl_is_reported(self):
         (self.folder / "empty").mkdir()
         environment = {"PATH": str(self.folder / "empty")}
         ran = self.run_tool("dump", env=environment)
@@ -592,7 +592,7 @@ class Mistakes(ToolTest):
 
 
 class Curl(ToolTest):
-    def test_reads_no_settings_of_the_user_and_asks_no_proxy(self):
+    def test_ignores_curlrc_and_proxy_settings(self):
         self.file(".curlrc", "user-agent = mine\n")
         home = {
             **os.environ,
@@ -604,14 +604,14 @@ class Curl(ToolTest):
         given = self.given(env=home).environment
         self.assertEqual(given[b"HTTP_USER_AGENT"], f"tarn-run/{VERSION}".encode())
 
-    def test_that_fails_before_it_has_asked_is_the_end(self):
+    def test_curl_failure_before_the_request_is_reported(self):
         ran = self.run_tool("-F", "a=@none", self.dump)
         self.assertEqual((ran.status, ran.output), (125, b""))
         self.assertEqual(
             ran.errors[-1], "tarn-run: curl failed without sending a request (status 26)"
         )
 
-    def test_that_lists_its_options_otherwise_is_told(self):
+    def test_unexpected_curl_help_is_reported(self):
         self.script("curl", "#!/bin/sh\necho nothing\n")
         ran = self.run_tool("-d", "a", self.dump, env={"PATH": str(self.folder)})
         self.assertEqual(
@@ -619,8 +619,8 @@ class Curl(ToolTest):
             (125, ['tarn-run: "curl --help all" did not list any options']),
         )
 
-    def test_is_the_only_one_that_is_listened_to(self):
-        """A stranger who finds the socket first is not answered."""
+    def test_other_clients_are_not_answered(self):
+        """A client that finds the socket before curl does gets no answer."""
         real = shutil.which("curl")
         (self.folder / "bin").mkdir()
         self.script(

@@ -1,4 +1,4 @@
-"""tarn-run, and scripts for it to run."""
+"""Runs tarn-run, and writes scripts for it to run."""
 
 import os
 import subprocess
@@ -12,7 +12,7 @@ from servers import Lighttpd
 
 TOOLS = Path(os.environ["TOOLS"])
 
-# The environment byte for byte, as the kernel has it, and the body.
+# Prints the environment byte for byte, as the kernel has it, then the body.
 DUMP = r"""
     #!/bin/sh
     printf 'Content-Type: application/octet-stream\r\n\r\n'
@@ -33,7 +33,7 @@ class Run(NamedTuple):
 
 
 class Request(NamedTuple):
-    """What a script was given."""
+    """The request that a script received."""
 
     environment: dict[bytes, bytes]
     body: bytes
@@ -54,7 +54,7 @@ def living(process: int | str) -> bool:
 
 
 class ToolTest(unittest.TestCase):
-    """Tests that share a folder, the scripts in which run under lighttpd too where one says so."""
+    """Tests that share a folder of scripts; serve() runs them under lighttpd too."""
 
     folder: Path
     dump: Path
@@ -98,13 +98,13 @@ class ToolTest(unittest.TestCase):
         return Run(ran.returncode, ran.stdout, ran.stderr.decode().splitlines())
 
     def given(self, *options: str | Path, **more: Any) -> Request:
-        """What the script is given; nothing is complained about."""
+        """The request that the script receives. tarn-run must report no fault."""
         ran = self.run_tool(*options, self.dump, **more)
         self.assertEqual((ran.status, ran.errors), (0, []))
         return dumped(ran.body)
 
     def refused(self, *arguments: str | Path, status: int = 125) -> str:
-        """The first line of the message."""
+        """The first line of the error message."""
         ran = self.run_tool(*arguments)
         self.assertEqual((ran.status, ran.output), (status, b""))
         self.assertTrue(ran.errors)
