@@ -59,14 +59,22 @@ def first_sentence(comment: model.Comment) -> str:
     return re.match(r".*?[.!?](?=\s|$)|.*", comment.blocks[0].text)[0]
 
 
+# A program begins with a comment, its title, and ends with another one, its output. There a backslash
+# that is not shown keeps "*/" and "/*" apart.
+EXAMPLE = re.compile(r"(/\*.*?\*/)\n(.*)\n/\* Output:\n(.*)\*/\n", re.DOTALL)
+KEPT_APART = re.compile(r"(?<=\*)\\(?=\\*/)|(?<=/)\\(?=\\*\*)")
+
+
 def read_example(path: Path) -> Example:
-    comment, code = re.fullmatch(r"(/\*.*?\*/)\n(.*)", path.read_text(), re.DOTALL).groups()
-    transcript = path.with_suffix(".txt").read_text()
+    parts = EXAMPLE.fullmatch(path.read_text())
+    if not parts:
+        raise HeaderError(f"{path} does not have a comment, code, and /* Output: ... */")
+    comment, code, transcript = parts.groups()
     return Example(
         path.stem,
         one_line(model.uncomment(comment)),
         code.strip().splitlines(),
-        transcript.splitlines(),
+        KEPT_APART.sub("", transcript).splitlines(),
     )
 
 

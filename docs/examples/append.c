@@ -28,3 +28,9 @@ int main(void) {
   TARNString_delete(&line);
   return 0;
 }
+
+/* Output:
+$ ./append
+Llyn Idwal, Llyn Idwal
+Llyn Idwal and Llyn Idwal
+*/

@@ -49,3 +49,10 @@ int main(void) {
   HTMLAttributeList_delete(&list);
   return 0;
 }
+
+/* Output:
+$ ./attributes
+1: class="lake"
+0:
+2: class="lake" id="idwal"
+*/

@@ -24,3 +24,10 @@ int main(void) {
   CgiEnv_delete(&env);
   return 0;
 }
+
+/* Output:
+$ ./body
+0 bytes came
+8 bytes now
+0 bytes after clearing
+*/

@@ -18,3 +18,12 @@ int main(void) {
   CGIgs_delete(&buffer, TARN_BYTE_BUFFER_MAGIC);
   return 0;
 }
+
+/* Output:
+$ ./bytes
+6c
+61
+00
+6b
+65
+*/

@@ -25,3 +25,11 @@ int main(void) {
   CGIgs_delete(&lake, TARN_FORM_ENTRY_MAGIC);
   return 0;
 }
+
+/* Output:
+$ ./compare
+before
+equal
+after
+equal
+*/

@@ -35,3 +35,11 @@ int main(void) {
   HTTPHeader_delete(&header);
   return 0;
 }
+
+/* Output:
+$ ./content
+text/plain, cookies: 0
+text/html, cookies: 0
+text/html, cookies: 1
+no type, cookies: 0
+*/

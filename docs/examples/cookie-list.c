@@ -34,3 +34,9 @@ int main(void) {
   HTTPCookieList_delete(&list);
   return 0;
 }
+
+/* Output:
+$ ./cookie-list
+depth before lake: yes
+0 in the list, 2 in the copy
+*/

@@ -33,3 +33,12 @@ int main(void) {
   CGIgs_delete(&cookie, TARN_COOKIE_MAGIC);
   return 0;
 }
+
+/* Output:
+$ ./cookie | fold -w 68
+Set-Cookie: visits=8; Path=/; Max-Age=604800; Secure
+Content-Type: text/plain
+
+HTTPCookie{name="visits";value="8";comment="(null)";domain="(null)",
+maxage=604800;path="/";secure="yes"}
+*/

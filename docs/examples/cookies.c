@@ -26,3 +26,11 @@ int main(void) {
   Tarn_delete(&request);
   return 0;
 }
+
+/* Output:
+$ HTTP_COOKIE='lake=Llyn%20Idwal; visits=7;' ./cookies
+Content-Type: text/plain
+
+lake is Llyn Idwal
+visits is 7
+*/

@@ -31,3 +31,11 @@ int main() {
   for (const tarn::CookieView cookie : list) print(cookie);
   return list.size() == 2 ? 0 : 1;
 }
+
+/* Output:
+$ REQUEST_METHOD=GET HTTP_COOKIE='guest=Ada; theme=dark' ./cpp-cookies
+guest=Ada for 0 s, domain -, path -, no comment
+theme=dark for 0 s, domain -, path -, no comment
+colour=blue for 3600 s, domain example.org, path /lake, of the lake, secure
+depth=18 for 0 s, domain -, path -, no comment
+*/

@@ -10,3 +10,17 @@ int main(int argc, char **) {
   if (argc > 1) response.head(true);
   return response.send_bytes({"\x00\x12\n", 3}) ? 0 : 1;
 }
+
+/* Output:
+$ ./cpp-download | od -c | tail -n 3
+0000240   .   b   i   n  \r  \n   C   o   n   t   e   n   t   -   L   e
+0000260   n   g   t   h   :       3  \r  \n  \r  \n  \0 022  \n
+0000276
+$ ./cpp-download header-alone
+Content-Type: application/octet-stream
+Last-Modified: Fri, 21 Nov 2025 00:00:00 GMT
+ETag: "v18"
+Content-Disposition: attachment; filename*=UTF-8''lake%20data.bin
+Content-Length: 3
+
+*/

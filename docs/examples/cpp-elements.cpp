@@ -45,3 +45,19 @@ int main(int, char **argv) {
   std::puts(written.c_str());
   return written ? 0 : 1;
 }
+
+/* Output:
+$ ./cpp-elements '<b>"lake"</b>'
+trusted: .
+p title=<b>"lake"</b> hidden=- onclick=tell() (trusted) ""
+  text "You wrote "
+  text "<b>"lake"</b>"
+  br ""
+  text "&mdash;" (trusted)
+  text " for the record"
+  text "So far "
+  b ""
+    text "one"
+  text "&nbsp;lake" (trusted)
+<p title="&lt;b&gt;&quot;lake&quot;&lt;/b&gt;" hidden onclick="tell()">You wrote &lt;b&gt;&quot;lake&quot;&lt;/b&gt;<br>&mdash; for the recordSo far <b>one</b>&nbsp;lake</p>
+*/

@@ -44,3 +44,22 @@ int main() {
               env.https() ? "encrypted" : "in the open");
   return 0;
 }
+
+/* Output:
+$ printf 'depth=18' | REQUEST_METHOD=POST CONTENT_LENGTH=8 \
+    CONTENT_TYPE=application/x-www-form-urlencoded SERVER_PORT=80 \
+    SERVER_NAME=lake.example.org SERVER_PROTOCOL=HTTP/1.1 \
+    SCRIPT_NAME=/cgi-bin/env PATH_INFO=/deep REMOTE_ADDR=192.0.2.7 \
+    HTTP_COOKIE='a=1' HTTP_ACCEPT_LANGUAGE=en ./cpp-environment
+method: POST
+path: /deep
+script: /cgi-bin/env
+type of the body: application/x-www-form-urlencoded
+body: depth=18
+server: lake.example.org
+protocol: HTTP/1.1
+visitor: 192.0.2.7
+its cookies: a=1
+language: en
+port 80, 8 bytes, 1 cookies, in the open
+*/

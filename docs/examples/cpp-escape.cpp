@@ -30,3 +30,15 @@ int main(int, char **argv) {
   std::printf("%s\n", page.problem());
   return 0;
 }
+
+/* Output:
+$ ./cpp-escape "it's </script>"
+<p>it&#39;s &lt;/script&gt;</p>
+<input value=it&#39;s&#32;&lt;/script&gt;>
+/find?q=it%27s%20%3C%2Fscript%3E
+/cgi-bin/my%20page
+let sent = "it\u0027s \u003c/script\u003e";
+refused: URL scheme must be http, https, mailto or tel
+18 m, 4 bytes
+out of depth
+*/

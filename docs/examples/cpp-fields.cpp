@@ -45,3 +45,14 @@ int main() {
       request.handle(), TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC));
   return is_entry && same.size() == entries.size() ? 0 : 1;
 }
+
+/* Output:
+$ REQUEST_METHOD=GET QUERY_STRING='depth=18.5m&tag=a%20lake' ./cpp-fields
+depth = 18.5m
+tag = a lake
+2 fields, 2 of them long
+no third field
+read to the end: none
+read to the first other byte: 18, or 18.5
+a lake
+*/

@@ -26,3 +26,18 @@ int main() {
   }
   return 0;
 }
+
+/* Output:
+$ field='Content-Disposition: form-data; name='
+$ printf '%s\r\n' --cut "$field\"photo\"; filename=\"../lake.txt\"" \
+    'Content-Type: text/plain' '' 'A photo in words.' --cut-- >body
+$ REQUEST_METHOD=POST CONTENT_LENGTH=$(wc -c <body) \
+    CONTENT_TYPE='multipart/form-data; boundary=cut' \
+    ./cpp-files <body
+photo: ../lake.txt, text/plain, 17 bytes
+to be saved as lake.txt, 8 bytes long
+saved as lake.txt
+lake.txt is there already
+$ wc -c <lake.txt
+17
+*/

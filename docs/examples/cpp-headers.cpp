@@ -35,3 +35,11 @@ int main() {
               of.content_type().value_or("").data());
   return 0;
 }
+
+/* Output:
+$ ./cpp-headers
+text/html with 2 cookies
+HTTP/1.1 404 Not Found, 1 cookie
+Cache-Control: no-store
+form-data of photo: lake.png, image/png
+*/

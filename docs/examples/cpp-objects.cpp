@@ -36,3 +36,13 @@ int main() {
   std::printf("%s\n", is_raw ? "trusted" : "not trusted");
   return 0;
 }
+
+/* Output:
+$ ./cpp-objects
+moved away
+blue, blue
+3600 s
+taken over, and the handle is 0
+2 cookies, the second blue
+trusted
+*/

@@ -41,3 +41,22 @@ int main() {
     page.append("nobody else reads this\n");
   return tarn::Response().send_text(page.view()) ? 0 : 1;
 }
+
+/* Output:
+$ form='name=Ada&tag=a&tag=b&public=on&depth=18&people=3or4&note='
+$ printf %s "$form" | REQUEST_METHOD=POST CONTENT_LENGTH=${#form} \
+    CONTENT_TYPE=application/x-www-form-urlencoded \
+    HTTP_COOKIE='taste=much' ./cpp-request
+Content-Type: text/plain; charset=utf-8
+Content-Length: 126
+
+Hello, Ada
+tag: a
+tag: b
+public: yes
+18 m deep
+about 3 people
+a note of 0 bytes
+7 fields, 0 files, 1 cookies
+you like it much
+*/

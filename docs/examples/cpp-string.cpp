@@ -19,3 +19,10 @@ int main() {
   line.clear();
   return line.empty() ? 0 : 1;
 }
+
+/* Output:
+$ ./cpp-string
+deep lake: 18 m
+"lake: 18 m, cold", 16 bytes
+lake
+*/

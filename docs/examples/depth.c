@@ -16,3 +16,10 @@ int main(void) {
   Tarn_delete(&request);
   return 0;
 }
+
+/* Output:
+$ QUERY_STRING='lake=Llyn+y+Fan+Fach&depth=18' ./depth
+Content-Type: text/plain
+
+The lake is 18 m deep.
+*/

@@ -44,3 +44,10 @@ int main(void) {
   HTMLElement_delete(&term);
   return 0;
 }
+
+/* Output:
+$ ./element-list
+dt after dd: yes
+0 left, 2 in the copy
+cleared: yes
+*/

@@ -66,3 +66,15 @@ int main(void) {
   HTMLElement_delete(&list);
   return 0;
 }
+
+/* Output:
+$ ./elements
+<ul class="lakes">
+  <li>
+    <b>
+    </b>
+  </li>
+  <li>
+  </li>
+</ul>
+*/

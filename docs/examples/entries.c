@@ -37,3 +37,9 @@ int main(void) {
   FormEntryList_delete(&list);
   return 0;
 }
+
+/* Output:
+$ ./entries
+depth: "18 m", 18, 18.00
+price: "2.50", 2, 2.50
+*/

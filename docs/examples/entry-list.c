@@ -25,3 +25,8 @@ int main(void) {
   FormEntryList_delete(&list);
   return 0;
 }
+
+/* Output:
+$ ./entry-list
+0 in the list, 2 in the copy
+*/

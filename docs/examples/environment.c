@@ -26,3 +26,13 @@ int main(void) {
   CgiEnv_delete(&env);
   return 0;
 }
+
+/* Output:
+$ printf 'depth=18' | REQUEST_METHOD=POST CONTENT_LENGTH=8 \
+    SCRIPT_NAME=/cgi-bin/environment ./environment
+Content-Type: text/plain
+
+POST for /cgi-bin/environment
+announced: 8 bytes
+body: depth=18
+*/

@@ -27,3 +27,10 @@ int main(void) {
   CGIgs_delete(&file, TARN_FORM_FILE_MAGIC);
   return 0;
 }
+
+/* Output:
+$ ./file-list
+1 file in the copy
+the same: yes
+the list is gone: yes
+*/

@@ -30,3 +30,9 @@ int main(void) {
   FormFileList_delete(&list);
   return 0;
 }
+
+/* Output:
+$ ./files
+lake.txt (text/plain), 15 bytes:
+Deep and cold.
+*/

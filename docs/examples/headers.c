@@ -21,3 +21,11 @@ int main(void) {
   HTTPResponseHeader_delete(&header);
   return 0;
 }
+
+/* Output:
+$ ./headers
+Status: 404 Not Found
+Content-Type: text/plain
+
+No such lake.
+*/

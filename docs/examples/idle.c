@@ -26,3 +26,20 @@ int main(void) {
          (unsigned)CgiEnv_restore(&none, stdin));
   return 0;
 }
+
+/* Output:
+$ ./idle
+Not yet implemented
+Not yet implemented.
+Not yet implemented.
+Not yet implemented.
+Not yet implemented
+Not implemented.
+Not implemented yet.
+Not yet implemented
+Not yet implemented.
+Not yet implemented.
+Not yet implemented
+Not yet implemented.
+5 0 0
+*/

@@ -28,3 +28,13 @@ int main(void) {
   TARNString_delete(&text);
   return 0;
 }
+
+/* Output:
+$ ./insert
+blue lake, 18 m deep
+lake, deep
+as before: yes
+before "mere": yes
+cleared: 0 bytes
+deleted: yes
+*/

@@ -20,3 +20,10 @@ int main(void) {
   TARNGenericList_delete(&list);
   return 0;
 }
+
+/* Output:
+$ ./list
+Llyn Alaw
+Llyn Ogwen
+room for 10
+*/

@@ -22,3 +22,9 @@ int main(void) {
   say("%d%%", 100);
   return 0;
 }
+
+/* Output:
+$ ./log
+[16] Llyn Idwal, 11 m
+[4] 100%
+*/

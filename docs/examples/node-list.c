@@ -23,3 +23,9 @@ int main(void) {
   CGIgs_delete(&valley, kValleyMagic); /* and its list */
   return 0;
 }
+
+/* Output:
+$ ./node-list
+Llyn Idwal
+Llyn Bochlwyd
+*/

@@ -28,3 +28,10 @@ int main(void) {
   CGIgs_delete(&lake, kLakeMagic);
   return 0;
 }
+
+/* Output:
+$ ./node
+Llyn Ogwen: 3 m
+Llyn Idwal: 11 m
+a cookie: no
+*/

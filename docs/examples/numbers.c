@@ -39,3 +39,11 @@ int main(void) {
          TARNGenericList_IsA(&list) ? "no" : "yes");
   return 0;
 }
+
+/* Output:
+$ ./numbers
+18 3 11 of 3
+3 11 18 of 33
+of 33
+deleted: yes
+*/

@@ -37,3 +37,12 @@ int main(void) {
   Tarn_delete(&request);
   return 0;
 }
+
+/* Output:
+$ ./parse
+lake: Llyn Idwal
+depth: 11
+tag: cold
+note: Bring a towel.
+found: yes
+*/

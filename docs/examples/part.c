@@ -25,3 +25,9 @@ int main(void) {
   CGIgs_delete(&part, TARN_MULTIPART_HEADER_MAGIC);
   return 0;
 }
+
+/* Output:
+$ ./part
+Content-Disposition: form-data; name="photo"; filename="lake.png"
+Content-Type: image/png
+*/

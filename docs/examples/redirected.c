@@ -15,3 +15,13 @@ int main(void) {
   CgiEnv_delete(&env);
   return 0;
 }
+
+/* Output:
+$ REDIRECT_STATUS=404 REDIRECT_URL=/tarn \
+    REDIRECT_REQUEST='GET /tarn' ./redirected
+Status: 404
+Content-Type: text/plain
+
+No page /tarn here.
+You asked: GET /tarn
+*/

@@ -41,3 +41,27 @@ int main(void) {
   Tarn_delete(&request);
   return 0;
 }
+
+/* Output:
+$ field='Content-Disposition: form-data; name='
+$ printf '%s\r\n' --cut "$field\"tag\"" '' blue \
+    --cut "$field\"tag\"" '' cold --cut "$field\"public\"" '' on \
+    --cut "$field\"photo\"; filename=\"lake.txt\"" \
+    'Content-Type: text/plain' '' 'A photo in words.' --cut-- >body
+$ REQUEST_METHOD=POST CONTENT_LENGTH=$(wc -c <body) \
+    CONTENT_TYPE='multipart/form-data; boundary=cut' \
+    ./request <body
+Content-Type: text/plain
+
+tag: blue
+tag: cold
+public: yes
+photo: 17 bytes from lake.txt
+$ REQUEST_METHOD=POST CONTENT_LENGTH=1000 \
+    CONTENT_TYPE='multipart/form-data; boundary=cut' \
+    ./request <body
+Status: 400 Bad Request
+Content-Type: text/plain
+
+The form is incomplete.
+*/

@@ -40,3 +40,10 @@ int main(void) {
   HTTPResponseHeader_delete(&header);
   return 0;
 }
+
+/* Output:
+$ ./response
+HTTP/1.1 404 Not Found
+cookies: 1
+cookies: 0
+*/

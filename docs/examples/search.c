@@ -31,3 +31,11 @@ int main(void) {
   }
   return 0;
 }
+
+/* Output:
+$ ./search
+an item
+Llyn 'Idwal'
+Idwal
+11 m
+*/

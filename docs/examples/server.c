@@ -21,3 +21,18 @@ int main(void) {
   CgiEnv_delete(&env);
   return 0;
 }
+
+/* Output:
+$ SERVER_SOFTWARE=lake/2 SERVER_NAME=lakes.example \
+    SERVER_PORT=80 SERVER_PROTOCOL=HTTP/1.1 \
+    GATEWAY_INTERFACE=CGI/1.1 PATH_INFO=/idwal \
+    PATH_TRANSLATED=/srv/lakes/idwal QUERY_STRING=depth=11 ./server
+Content-Type: text/plain
+
+lake/2 at lakes.example, port 80
+HTTP/1.1, CGI/1.1
+path: /idwal
+file: /srv/lakes/idwal
+query: depth=11
+type: ""
+*/

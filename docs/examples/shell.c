@@ -12,3 +12,10 @@ int main(void) {
   /* This is one command: the semicolon is escaped. */
   return saferSystem("echo deep; cold");
 }
+
+/* Output:
+$ LAKE_HOME=/srv/lakes ./shell
+home: "/srv/lakes"
+unset: ""
+deep; cold
+*/

@@ -23,3 +23,10 @@ int main(void) {
   fclose(stream);
   return 0;
 }
+
+/* Output:
+$ ./stream
+Llyn Idwal is 11 m deep
+$ cat lake && echo
+ 11  Llyn Idwal  11 
+*/

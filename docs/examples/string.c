@@ -21,3 +21,9 @@ int main(void) {
   TARNString_delete(&line);
   return 0;
 }
+
+/* Output:
+$ ./string
+deep lake: 18 m
+"lake", 4 bytes
+*/

@@ -20,3 +20,9 @@ int main(void) {
   free(decoded);
   return 0;
 }
+
+/* Output:
+$ ./text
+" Llyn Idwal " becomes "Llyn Idwal"
+Llyn Idwal, 11 m (16 bytes)
+*/

@@ -10,3 +10,9 @@ int main(void) {
   printf("platform: %s\n", Tarn_getHost(&none));
   return 0;
 }
+
+/* Output:
+$ ./version
+Tarn 1.0.0, Jul 17 2007, 14:49:31
+platform: Set this to the platform we compiled for
+*/

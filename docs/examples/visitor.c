@@ -21,3 +21,17 @@ int main(void) {
   CgiEnv_delete(&env);
   return 0;
 }
+
+/* Output:
+$ REMOTE_ADDR=192.0.2.7 REMOTE_HOST=hut.example REMOTE_USER=ada \
+    AUTH_TYPE=Basic HTTP_USER_AGENT=browser/1 HTTP_ACCEPT='*\/\*' \
+    HTTP_REFERER=http://lakes.example/ HTTP_COOKIE='visits=7' \
+    ./visitor
+Content-Type: text/plain
+
+address: 192.0.2.7 (hut.example)
+user: ada by Basic, ""
+with browser/1, for *\/\*
+from http://lakes.example/
+cookies: visits=7
+*/

@@ -4,8 +4,9 @@ that its source names.
 
 Usage: examples_test.py SOURCE PROGRAM VERSION-SCRIPT
 
-A shell runs the commands of the transcript next to the source, in a folder with the program. Each
-must print what the transcript shows below it. The dynamic linker reports the functions called.
+The source ends with a transcript in a comment. A shell runs the commands of the transcript in a
+folder with the program. Each must print what the transcript shows below it. The dynamic linker
+reports the functions called.
 """
 
 import os
@@ -15,16 +16,17 @@ import sys
 import tempfile
 from pathlib import Path
 
+from tree import program_and_transcript
+
 
 def main():
     source, program, version_script = map(Path, sys.argv[1:])
     exports = re.findall(r"^    (\w+);$", version_script.read_text(), re.MULTILINE)
-    transcript = source.with_suffix(".txt")
-    shown = transcript.read_text()
-    named = set(re.findall(r"\b(\w+)\(", source.read_text())) & set(exports)
+    code, shown = program_and_transcript(source)
+    named = set(re.findall(r"\b(\w+)\(", code)) & set(exports)
     commands = re.findall(r"^\$ ((?:.*\\\n)*.*)\n", shown, re.MULTILINE)
     if not any(f"./{program.name}" in command for command in commands):
-        sys.exit(f"{transcript} does not call ./{program.name}")
+        sys.exit(f"the output in {source} has no call of ./{program.name}")
     # The shell prints each command before it runs it, as the transcript does.
     script = "set -eu -o pipefail\n" + "".join(
         f"cat <<'END'\n$ {command}\nEND\n{command}\n" for command in commands
@@ -45,7 +47,7 @@ def main():
         linked = "".join(file.read_text() for file in Path(folder).glob("linked.*"))
     printed = shell.stdout.decode().replace("\r\n", "\n")
     if shell.returncode != 0 or printed != shown:
-        sys.exit(f"{transcript} shows:\n{shown}\nStatus {shell.returncode}, printed:\n{printed}")
+        sys.exit(f"{source} shows:\n{shown}\nStatus {shell.returncode}, printed:\n{printed}")
     called = set(re.findall(rf"binding file \./{program.name} .* symbol `(\w+)\'", linked))
     # In C++ it is the header that calls the functions.
     if (not named and source.suffix == ".c") or named - called:

@@ -11,7 +11,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from tree import changed_tree
+from tree import changed_tree, program_and_transcript
 
 SOURCE = Path(os.environ["SOURCE"])
 SECTION = Path(os.environ["TREE"]) / "man3"
@@ -205,8 +205,10 @@ class Cpp(unittest.TestCase):
         shown = words(SHOWN[CPP])
         for convention in re.findall(r"(?ms)^ \*  \d\. (.*?)(?=^ \*  \d|^ \*/)", CPP_HEADER):
             self.assertIn(words(convention), shown)
-        example = (SOURCE / "docs/examples/cpp-request.cpp").read_text().partition("\n")[2]
-        self.assertIn(words(example), words(part(SHOWN[CPP], "EXAMPLES")))
+        code, output = program_and_transcript(SOURCE / "docs/examples/cpp-request.cpp")
+        shown = words(part(SHOWN[CPP], "EXAMPLES"))
+        self.assertIn(words(code.partition("\n")[2]), shown)
+        self.assertIn(words(output), shown)
 
 
 class Generator(unittest.TestCase):

@@ -14,7 +14,7 @@ from pathlib import Path
 
 from bs4 import BeautifulSoup
 
-from tree import changed_tree
+from tree import changed_tree, program_and_transcript
 
 SOURCE = Path(os.environ["SOURCE"])
 TREE = Path(os.environ["TREE"])
@@ -88,11 +88,11 @@ def field(page, name):
     return None
 
 
-def shows(listing, path):
-    """Tells whether a file ends with a listing, ignoring spaces at the ends of lines."""
+def shows(listing, text):
+    """Tells whether a text ends with a listing, ignoring spaces at the ends of lines."""
     shown, text = (
         "\n".join(map(str.rstrip, text.strip("\n").split("\n")))
-        for text in (listing.get_text(), path.read_text())
+        for text in (listing.get_text(), text)
     )
     return bool(shown) and text.endswith(shown)
 
@@ -158,9 +158,10 @@ class Functions(unittest.TestCase):
             for line in marked:
                 self.assertRegex(line, rf"\b{name}\b")
             # The examples in this folder are compiled and run, and their output is compared.
-            self.assertTrue(shows(listing, source), name)
+            code, output = program_and_transcript(source)
+            self.assertTrue(shows(listing, code), name)
             transcript = listing.find_next("pre")
-            self.assertTrue(shows(transcript, source.with_suffix(".txt")), name)
+            self.assertTrue(shows(transcript, output), name)
             self.assertRegex(transcript.get_text(), rf"\./{source.stem}\b")
 
     def test_has_the_rules_of_its_function_family(self):
@@ -271,9 +272,9 @@ class Cpp(unittest.TestCase):
             for caption in captions:
                 source = SOURCE / "docs/examples" / caption.select_one(".caption-text").get_text()
                 listing = caption.find_next("pre")
-                self.assertTrue(shows(listing, source), name)
-                transcript = source.with_suffix(".txt")
-                self.assertTrue(shows(listing.find_next("pre"), transcript), name)
+                code, output = program_and_transcript(source)
+                self.assertTrue(shows(listing, code), name)
+                self.assertTrue(shows(listing.find_next("pre"), output), name)
                 left.discard(source.name)
         self.assertEqual(left, set())
 
@@ -436,6 +437,10 @@ class Generator(unittest.TestCase):
             "no page describes Tarn_getCheckbox()",
             include={"tarn.h": HEADER.replace("in any case.", "as Tarn_getCheckbox() does.", 1)},
         )
+
+    def test_refuses_an_example_without_its_output(self):
+        code, _ = program_and_transcript(SOURCE / "docs/examples/body.c")
+        self.refuses("body.c does not have a comment, code", docs={"examples/body.c": code})
 
     def test_refuses_a_link_to_a_missing_file(self):
         text = "# A guide\n\nSee [another](nothing.md).\n"
