@@ -1,0 +1,238 @@
+/* tarn-form: prints the form of a request as lines of JSON. See tarn-form.1. */
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "tarn_form.h"
+
+/* Larger values wait for their end in a temporary file, since their size is printed first. */
+#define MOST_IN_MEMORY (1024 * 1024)
+
+#define LONGEST_NAME 200
+
+static const char *save_folder;
+static int with_data = 1;
+
+static void fail(const char *what) {
+  fprintf(stderr, "tarn-form: %s: %s\n", what, strerror(errno));
+  exit(2);
+}
+
+/* ---- JSON --------------------------------------------------------------------------------------- */
+
+static uint64_t size_of_character(const char *text, uint64_t left) {
+  uint64_t size;
+  for (size = 1; size <= 4 && size <= left; ++size) {
+    if (TarnForm_isUtf8(text, size)) return size;
+  }
+  return 0;
+}
+
+/* Prints a text as a JSON string. Bytes that are not UTF-8 become \udc80 to \udcff, as in Python. */
+static void print_string(const char *text, uint64_t size) {
+  if (!text) {
+    fputs("null", stdout);
+    return;
+  }
+  putchar('"');
+  while (size > 0) {
+    const unsigned char c = (unsigned char)*text;
+    uint64_t count = size_of_character(text, size);
+    if (c == '"' || c == '\\') {
+      printf("\\%c", c);
+    } else if (c < 0x20 || c == 0x7F) {
+      printf("\\u%04x", c);
+    } else if (count == 0) {
+      printf("\\udc%02x", c);
+      count = 1;
+    } else {
+      fwrite(text, 1, (size_t)count, stdout);
+    }
+    text += count;
+    size -= count;
+  }
+  putchar('"');
+}
+
+static void print_text(const char *text) { print_string(text, text ? strlen(text) : 0); }
+
+/* ---- Values ------------------------------------------------------------------------------------- */
+
+struct Value {
+  char *bytes;
+  size_t size;
+  size_t capacity;
+  FILE *file; /* instead of `bytes` once the value is large */
+};
+
+static void append(struct Value *value, const void *bytes, size_t size) {
+  if (!value->file && value->size + size > MOST_IN_MEMORY) {
+    value->file = tmpfile();
+    if (!value->file) fail("cannot create a temporary file");
+    if (fwrite(value->bytes, 1, value->size, value->file) != value->size) fail("temporary file");
+  }
+  if (value->file) {
+    if (fwrite(bytes, 1, size, value->file) != size) fail("temporary file");
+    return;
+  }
+  if (value->size + size > value->capacity) {
+    value->capacity = 2 * (value->size + size);
+    value->bytes = realloc(value->bytes, value->capacity);
+    if (!value->bytes) fail("out of memory");
+  }
+  memcpy(value->bytes + value->size, bytes, size);
+  value->size += size;
+}
+
+static void print_base64(const unsigned char *bytes, size_t size) {
+  static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  size_t i;
+  for (i = 0; i < size; i += 3) {
+    const unsigned second = i + 1 < size ? bytes[i + 1] : 0;
+    const unsigned third = i + 2 < size ? bytes[i + 2] : 0;
+    const unsigned bits = (unsigned)bytes[i] << 16 | second << 8 | third;
+    putchar(digits[bits >> 18]);
+    putchar(digits[bits >> 12 & 63]);
+    putchar(i + 1 < size ? digits[bits >> 6 & 63] : '=');
+    putchar(i + 2 < size ? digits[bits & 63] : '=');
+  }
+}
+
+static void print_data(struct Value *value) {
+  fputs(", \"data\": \"", stdout);
+  if (value->file) {
+    unsigned char block[3 * 16384];
+    size_t count;
+    rewind(value->file);
+    while ((count = fread(block, 1, sizeof block, value->file)) > 0) print_base64(block, count);
+    if (ferror(value->file)) fail("temporary file");
+    fclose(value->file);
+  } else {
+    print_base64((const unsigned char *)value->bytes, value->size);
+  }
+  putchar('"');
+}
+
+/* ---- Saving ------------------------------------------------------------------------------------- */
+
+/* Makes a name from what follows the last slash or backslash: ASCII letters, digits, ".", "_" and
+ * "-"; other bytes become "_". It begins with neither "." nor "-". */
+static void make_safe(const char *name, char *safe) {
+  size_t size = 0;
+  const char *c;
+  for (c = name; *c != '\0'; ++c) {
+    const int slash = *c == '/' || *c == '\\';
+    const int letter = (*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z');
+    const int allowed = letter || (*c >= '0' && *c <= '9') || strchr("._-", *c) != NULL;
+    if (slash) size = 0;
+    if (slash || (size == 0 && (*c == '.' || *c == '-')) || size == LONGEST_NAME) continue;
+    safe[size++] = allowed ? *c : '_';
+  }
+  if (size == 0) {
+    memcpy(safe, "file", 4);
+    size = 4;
+  }
+  safe[size] = '\0';
+}
+
+/* Saves a file; a number goes before the name's extension if the name is taken. Returns 0 if the form
+ * has a problem. */
+static int save(TarnFormField *field, char *name, size_t room) {
+  char safe[LONGEST_NAME + 1];
+  const char *dot;
+  unsigned number;
+  make_safe(TarnFormField_filename(field), safe);
+  dot = strrchr(safe, '.');
+  if (!dot) dot = safe + strlen(safe);
+  snprintf(name, room, "%s", safe);
+  for (number = 2;; ++number) {
+    const int error = TarnFormField_save(field, save_folder, name);
+    if (error == 0) return 1;
+    if (error < 0) return 0;
+    if (error != EEXIST) {
+      errno = error;
+      fail(save_folder);
+    }
+    snprintf(name, room, "%.*s-%u%s", (int)(dot - safe), safe, number, dot);
+  }
+}
+
+/* ---- The command -------------------------------------------------------------------------------- */
+
+/* Prints a field. Nothing is printed and 0 returned if its value is not whole. */
+static int print_field(TarnFormField *field) {
+  const char *filename = TarnFormField_filename(field);
+  const int saves = save_folder && filename && *filename != '\0';
+  char saved[LONGEST_NAME + 16];
+  struct Value value = {NULL, 0, 0, NULL};
+  if (saves) {
+    if (!save(field, saved, sizeof saved)) return 0;
+  } else if (with_data) {
+    const void *block;
+    int64_t size;
+    while ((size = TarnFormField_block(field, &block)) > 0) append(&value, block, (size_t)size);
+    if (size < 0) return 0;
+  } else if (!TarnFormField_skip(field)) {
+    return 0;
+  }
+  fputs("{\"name\": ", stdout);
+  print_string(TarnFormField_name(field), TarnFormField_nameSize(field));
+  fputs(", \"filename\": ", stdout);
+  print_string(filename, TarnFormField_filenameSize(field));
+  fputs(", \"content_type\": ", stdout);
+  print_text(TarnFormField_type(field));
+  printf(", \"size\": %llu", (unsigned long long)TarnFormField_size(field));
+  if (saves) {
+    fputs(", \"saved\": ", stdout);
+    print_text(saved);
+  } else if (with_data) {
+    print_data(&value);
+  }
+  puts("}");
+  free(value.bytes);
+  return 1;
+}
+
+static void read_arguments(int count, char **arguments) {
+  int i;
+  for (i = 1; i < count; ++i) {
+    if (strcmp(arguments[i], "--no-data") == 0) {
+      with_data = 0;
+    } else if (strcmp(arguments[i], "--save") == 0 && i + 1 < count) {
+      save_folder = arguments[++i];
+    } else if (strcmp(arguments[i], "--version") == 0) {
+      puts("tarn-form " TARN_VERSION);
+      exit(0);
+    } else if (strcmp(arguments[i], "--help") == 0) {
+      puts("Usage: tarn-form [--no-data] [--save DIR]");
+      exit(0);
+    } else {
+      fputs("Usage: tarn-form [--no-data] [--save DIR]\n", stderr);
+      exit(2);
+    }
+  }
+}
+
+int main(int count, char **arguments) {
+  TarnForm *form;
+  TarnFormField *field;
+  int whole;
+  read_arguments(count, arguments);
+  if (getenv("GATEWAY_INTERFACE")) fputs("Content-Type: application/x-ndjson\r\n\r\n", stdout);
+  form = TarnForm_open();
+  while ((field = TarnForm_next(form)) != NULL && print_field(field)) continue;
+  whole = TarnForm_isWhole(form);
+  if (whole) {
+    puts("{\"end\": true}");
+  } else {
+    printf("{\"error\": \"%s\", \"at\": %llu, \"message\": ",
+           TarnForm_problemName(TarnForm_problem(form)),
+           (unsigned long long)TarnForm_problemOffset(form));
+    print_text(TarnForm_message(form));
+    puts("}");
+  }
+  TarnForm_close(form);
+  if (fflush(stdout) != 0 || ferror(stdout)) fail("cannot write");
+  return whole ? 0 : 1;
+}
