@@ -244,7 +244,7 @@ class Site(unittest.TestCase):
 
     def test_c_and_cpp_are_tabs(self):
         self.look_from(DESK)
-        for page in "index", "guide/first-script":
+        for page in "index", "guide/first-script", "guide/responses", "guide/uploads":
             self.open(f"{page}.html")
             cpp = self.browser.find_element(By.XPATH, "//label[text()='C++']")
             code = self.browser.find_element(By.XPATH, "//pre[contains(., 'tarn.hpp')]")
