@@ -312,6 +312,52 @@ class Generator(unittest.TestCase):
             "TarnHandle Tarn_getFile(",
             "not understood: TarnHandle Tarn_getFile(",
         )
+        self.refuses(
+            "/** Finds the first file",
+            "struct S;\n\n/** Finds the first file",
+            "not understood: struct S;",
+        )
+        self.refuses(
+            "TARN_API TarnStatus TARNString_print(TarnHandle *handle);",
+            "TARN_API TarnStatus TARNString_print(TarnHandle *handle",
+            "not understood: TARN_API TarnStatus TARNString_print(TarnHandle *handle",
+        )
+
+    def test_refuses_unbalanced_braces(self):
+        self.refuses("/** Finds the first file", "}\n\n/** Finds the first file", "} without {")
+        self.refuses('extern "C" {\n', "", "} without {")
+        self.refuses("\n}\n#endif\n\n#endif", "\n#endif\n\n#endif", "{ without }")
+
+    def test_refuses_a_header_without_an_overview(self):
+        overview = re.match(r"/\*.*?\*/\n", HEADER, re.DOTALL)[0]
+        self.refuses(overview, "", "the header must begin with a comment about the library")
+        self.refuses(HEADER, "", "the header must begin with a comment about the library")
+
+    def test_refuses_constants_without_an_introduction(self):
+        (introduction,) = re.findall(
+            r"(/\* (?:(?!\*/).)*\*/\n)#define TARN_OK\b", HEADER, re.DOTALL
+        )
+        self.refuses(introduction, "", "TARN_OK: no comment introduces this constant")
+
+    def test_refuses_functions_and_slots_before_the_first_heading(self):
+        heading = re.search(r"/\* ---- (?:(?!\*/).)*\*/\n", HEADER, re.DOTALL)[0]
+        self.refuses(heading, "", "no heading before this")
+        slots = "/** Slots. */\nenum TarnSlot {\n  TARN_SLOT = 0, /* string */\n};\n"
+        self.refuses(heading, slots + heading, "no heading before this")
+
+    def test_refuses_documentation_that_does_not_begin_with_a_sentence(self):
+        self.refuses(
+            "/** Returns the version (quirk 21). @return",
+            "/** @code\n * Tarn_getVersion();\n * @endcode\n * @return",
+            "Tarn_getVersion(): the documentation must begin with a sentence",
+        )
+
+    def test_refuses_a_tag_that_names_no_argument(self):
+        self.refuses(
+            " *  @param requested  in bytes\n",
+            " *  @param\n",
+            "@param names no argument",
+        )
 
 
 if __name__ == "__main__":
