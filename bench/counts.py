@@ -55,7 +55,7 @@ def compare(make):
         ]
 
 
-def for_all(measured):
+def measure_all(measured):
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         return dict(zip(REQUESTS, pool.map(measured, REQUESTS.values())))
 
@@ -78,7 +78,7 @@ def extra_cost_in_cxx(compared):
 
 
 def main(arguments):
-    counted = for_all(count)
+    counted = measure_all(count)
     if arguments == ["--update"]:
         with open(RECORDED, "w", encoding="utf-8") as file:
             json.dump(counted, file, indent=2)
@@ -94,7 +94,7 @@ def main(arguments):
     print(f"{len(counted)} requests cost no more than bench/counts.json records.")
     if found:
         print("Some cost less: run scripts/counts --update to record that.")
-    percent, text = max(extra_cost_in_cxx(for_all(compare)))
+    percent, text = max(extra_cost_in_cxx(measure_all(compare)))
     print(f"In C++ they cost at most {percent:.2f} % more than in C. {text}")
     if percent > CXX_MARGIN:
         return f"scripts/counts: C++ may cost at most {CXX_MARGIN} % more."

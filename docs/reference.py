@@ -192,7 +192,7 @@ def one_line(text: str) -> str:
 # ---- Comments ----------------------------------------------------------------------------------
 
 
-def uncomment(comment: str) -> str:
+def comment_text(comment: str) -> str:
     """The text of a comment, without its stars."""
     body = re.sub(r"^/\*+ ?|\s*\*/$", "", comment)
     first, *rest = body.split("\n")
@@ -241,7 +241,7 @@ def blocks(text: str) -> list[Block]:
 
 def parse_comment(text: str) -> Comment:
     """Reads a comment with its stars."""
-    body, *tags = re.split(r"(?:^|(?<=\s))@(?=(?:param|return)(?:\s|$))", uncomment(text))
+    body, *tags = re.split(r"(?:^|(?<=\s))@(?=(?:param|return)(?:\s|$))", comment_text(text))
     comment = Comment(blocks(body))
     for tag in tags:
         kind, *words = tag.split()

@@ -55,7 +55,7 @@ def page_of(name):
     return link[1] if link else name
 
 
-def squeezed(code):
+def without_optional_spaces(code):
     return re.sub(r"\s*([*(),;])\s*", r"\1", " ".join(code.split()))
 
 
@@ -78,10 +78,12 @@ class Prototypes(unittest.TestCase):
             self.assertEqual((compiled.returncode, compiled.stderr), (0, ""), name)
 
     def test_match_the_header_word_for_word(self):
-        header = squeezed(run(*CC, "-E", "-P", "-x", "c", "-", input=HEADER, check=True).stdout)
+        header = without_optional_spaces(
+            run(*CC, "-E", "-P", "-x", "c", "-", input=HEADER, check=True).stdout
+        )
         for page in SHOWN.values():
             for declaration in self.declarations(page):
-                words = re.escape(squeezed(declaration).removesuffix(";"))
+                words = re.escape(without_optional_spaces(declaration).removesuffix(";"))
                 self.assertTrue(
                     re.search(rf"[;)}}] ?{words}(;|__attribute__)", header), declaration
                 )
@@ -90,7 +92,7 @@ class Prototypes(unittest.TestCase):
         shown = collections.Counter()
         for page in SHOWN.values():
             for declaration in self.declarations(page):
-                shown[re.search(r"(\w+)(?:\(.*)?;$", squeezed(declaration))[1]] += 1
+                shown[re.search(r"(\w+)(?:\(.*)?;$", without_optional_spaces(declaration))[1]] += 1
         self.assertEqual(shown, collections.Counter(EXPORTS + ["TarnHandle", "TarnStatus"]))
 
     @staticmethod
