@@ -72,7 +72,7 @@ def read_example(path: Path) -> Example:
     comment, code, transcript = parts.groups()
     return Example(
         path.stem,
-        one_line(model.uncomment(comment)),
+        one_line(model.comment_text(comment)),
         code.strip().splitlines(),
         KEPT_APART.sub("", transcript).splitlines(),
     )
