@@ -205,6 +205,9 @@ MALFORMED: dict[str, list[tuple[str, str, list[str]]]] = {
     ],
 }
 
+LONG = "0123456789" * 7
+NEARLY = ("~--" + LONG[:-1]) * 1000
+
 # Rows: a name, the boundary, the body, the values, and the outcome.
 OTHER_BOUNDARIES: dict[str, list[tuple[str, str, str, list[str], str]]] = {
     "RFC 2046, 5.1.1: any boundary": [
@@ -240,6 +243,13 @@ OTHER_BOUNDARIES: dict[str, list[tuple[str, str, str, list[str], str]]] = {
         ("looks like a header", "a:b", "--a:b~@~x~--a:b--", ["x"], model.WHOLE),
         ("equals sign", "=_x", "--=_x~@~x~--=_x--", ["x"], model.WHOLE),
         ("ends in dashes", "b--", "--b--~@~x~--b----", ["x"], model.WHOLE),
+        (
+            "70 characters, nearly everywhere",
+            LONG,
+            f"--{LONG}~@~{NEARLY}~--{LONG}--",
+            [NEARLY.replace("~", "\r\n")],
+            model.WHOLE,
+        ),
         ("ends in dashes, cut", "b--", "--b--~@~x~--b--", [], model.CUT_SHORT),
     ],
 }

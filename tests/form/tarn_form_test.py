@@ -203,12 +203,13 @@ class StandardInput(unittest.TestCase):
         self.reads(Form(self.whole.fields, model.CUT_SHORT), run_with_file(short, offset=4097))
 
     def test_pipe_that_is_never_closed(self):
-        """Nothing is awaited beyond CONTENT_LENGTH."""
+        """Nothing is read beyond CONTENT_LENGTH, and nothing is awaited there."""
         for content_type, body in ((MULTIPART, self.body), (URL_ENCODED, b"a=x")):
             reader, writer = os.pipe()
             try:
                 os.write(writer, body + b"more")
                 self.reads(self.whole, run(post(content_type, body), reader))
+                self.assertEqual(os.read(reader, 100), b"more")
             finally:
                 os.close(reader)
                 os.close(writer)
