@@ -179,8 +179,8 @@ std::string_view takeType(std::string_view &text) {
 }
 
 BodyType readContentType(std::string_view text, Bytes &boundary, Problem &problem) {
+  if (text.empty()) return BodyType::kNone;
   const std::string_view type = takeType(text);
-  if (type.empty() && text.empty()) return BodyType::kNone;
   const std::string_view rest = trim(text);
   if (!rest.empty() && rest.front() != ';') return BodyType::kOther;
   if (equalIgnoringCase(type, "multipart/form-data")) {
