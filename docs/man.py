@@ -4,18 +4,20 @@
 Usage: man.py SOURCE VERSION YYYY-MM-DD FOLDER
 
 SOURCE is the root of the source. FOLDER/man3 holds the pages afterwards, and nothing else: one for
-each family, for each function a page that sends man on to its family's, and tarn.hpp(3) for C++.
+each library and each family, for each function a page that sends man on to its family's, and
+tarn.hpp(3) for C++.
 """
 
 import datetime
 import re
 import sys
 import textwrap
+from collections.abc import Iterable
 from pathlib import Path
 
 import cpp_reference
 import reference as model
-from pages import SECTIONS, Example, Headers, Page, first_sentence, sentence
+from pages import SECTIONS, Example, Headers, Library, Page, first_sentence, sentence
 from reference import HeaderError
 
 CLOSING = ".,:;)]?!"
@@ -59,18 +61,26 @@ def tagged(width: str, items: list[tuple[str, list[str]]]) -> list[str]:
     return [f".Bl -tag -width {width} -compact", *lines, ".El"]
 
 
-class Writer:
-    """Writes the pages; knows which page describes what."""
+def longest(names: Iterable[str]) -> str:
+    return max(names, key=len)
 
-    def __init__(self, headers: Headers, release: str, date: datetime.date):
-        self.reference = reference = headers.reference
-        self.pages = pages = headers.pages
+
+class Writer:
+    """Writes the pages of a library; knows which page describes what."""
+
+    def __init__(self, headers: Headers, library: Library, release: str, date: datetime.date):
+        self.library = library
+        self.reference = library.reference
+        self.pages = library.pages
+        self.others = [each.pages[0].name for each in headers.libraries]
         self.release = release
         self.date = date
-        self.home = {name: page.name for page in pages for name in [page.name, *page.names()]}
-        self.types = {type.name for type in reference.types}
+        self.home = {
+            name: page.name for page in headers.pages() for name in [page.name, *page.names()]
+        }
+        self.types = {name for each in headers.libraries for name in each.types()}
         variables = {
-            variable.name for family in reference.families for variable in family.variables()
+            variable.name for family in headers.families() for variable in family.variables()
         }
         self.marked = re.compile(rf'\b({"|".join(sorted(self.types | variables))})\b')
 
@@ -141,8 +151,9 @@ class Writer:
             else:
                 lines.append(".Bl -enum")
                 for item in block.items:
-                    name, text = item.split(". ", 1)
-                    lines += [".It", f".Em {name} .", *self.flow(page, text)]
+                    name, _, text = item.partition(". ")
+                    name, text = (f".Em {name} .", text) if text else ("", name)
+                    lines += [".It", *filter(None, [name]), *self.flow(page, text)]
                 lines.append(".El")
         return lines[1:] if lines[:1] == [".Pp"] else lines
 
@@ -162,14 +173,15 @@ class Writer:
     # -- Functions
 
     def synopsis(self, page: Page) -> list[str]:
-        lines = [".In tarn.h"]
+        lines = [f".In {self.library.header}"]
         for member in page.family.members:
             if isinstance(member, model.Declaration):
                 lines.append(f".Vt {member.declaration} ;")
             elif isinstance(member, model.Function):
                 lines += [f".Ft {member.type}", f".Fo {member.name}"]
                 lines += [f".Fa {argument(str(parameter))}" for parameter in member.parameters]
-                lines += [".Fa ..."] * member.variadic + [".Fc"]
+                lines += [".Fa ..."] * member.variadic + [".Fa void"] * (not member.parameters)
+                lines.append(".Fc")
         return lines
 
     def arguments(self, page: Page, comment: model.Comment) -> list[str]:
@@ -238,7 +250,8 @@ class Writer:
         references |= {
             (3, other.name) for other in self.pages if other.family is None or page.family is None
         }
-        references |= {(3, "tarn.hpp")} if page.family is None else set()
+        if page.family is None:
+            references |= {(3, name) for name in ["tarn.hpp", *self.others]}
         references = sorted(references - {(3, page.name)}, key=lambda one: (one[0], one[1].lower()))
         lines = [f".Xr {name} {section} ," for section, name in references]
         return lines[:-1] + [lines[-1].removesuffix(" ,")]
@@ -252,7 +265,8 @@ class Writer:
 
     def head(self, page: Page) -> list[str]:
         names = [page.name] + page.names()
-        header = "tarn.hpp" if page.name == "tarn.hpp" else "tarn.h"
+        library = self.library
+        header = "tarn.hpp" if page.name == "tarn.hpp" else library.header
         return [
             rf".\" Made from include/{header} by docs/man.py.",
             f".Dd {self.date:%B} {self.date.day}, {self.date.year}",
@@ -263,21 +277,25 @@ class Writer:
             f".Nm {names[-1]}",
             f".Nd {page.summary}",
             ".Sh LIBRARY",
-            "Tarn",
-            ".Pq libtarn , Fl ltarn",
+            library.name,
+            f".Pq {library.file()} , Fl {library.option()}",
         ]
 
     def family_page(self, page: Page) -> list[str]:
         comment = page.family.comment
-        lines = [".Sh DESCRIPTION", *self.blocks(page, model.blocks(page.intro) + comment.blocks)]
+        text = model.blocks(page.intro) + comment.blocks
+        lines = [".Sh DESCRIPTION", *self.blocks(page, text)]
         if comment.arguments:
-            lines += [".Pp", "Where nothing else is said of them, the arguments are:"]
+            lines += [".Pp"] * bool(text) + [
+                "Where nothing else is said of them, the arguments are:"
+            ]
             lines += self.arguments(page, comment)
         lines += [".Ss Functions", *self.members(page), ".Sh RETURN VALUES", *self.results(page)]
         return self.complete_page(page, self.synopsis(page), lines)
 
     def overview(self, page: Page) -> list[str]:
-        statuses, tags = self.reference.constants
+        introduction = self.reference.introduction() + model.blocks(page.intro)
+        statuses, others = self.reference.constants
         pages = [
             (f"Xr {each.name} 3", [sentence(each.summary)]) for each in self.pages if each.family
         ]
@@ -285,23 +303,29 @@ class Writer:
             (f"Vt {each.name}", self.blocks(page, each.comment.blocks))
             for each in self.reference.types
         ]
-        magics = [(f"Dv {each.name}", [each.value]) for each in tags.members]
-        codes = [
-            (f"Dv {each.name} Pq {each.value}", self.flow(page, sentence(each.text)))
-            for each in statuses.members
-        ]
         lines = [
-            *[".Sh DESCRIPTION", *self.blocks(page, model.blocks(page.intro))],
-            *[".Ss Pages", *tagged("TARNGenericList(3)", pages)],
-            *[".Ss Types", *tagged("TarnHandle", types)],
-            *[".Ss Conventions", *self.blocks(page, self.reference.overview.blocks[1:])],
-            *[".Ss Type tags", *self.blocks(page, tags.comment.blocks), ".Pp"],
-            *tagged("TARN_MULTIPART_HEADER_MAGIC", magics),
-            *[".Sh RETURN VALUES", *self.blocks(page, statuses.comment.blocks), ".Pp"],
-            *tagged("TARN_NOT_IMPLEMENTED(5)", codes),
+            *[".Sh DESCRIPTION", *self.blocks(page, introduction)],
+            *[".Ss Pages", *tagged(longest(f"{each.name}(3)" for each in self.pages), pages)],
+            *[".Ss Types", *tagged(longest(each.name for each in self.reference.types), types)],
+            *[".Ss Conventions", *self.blocks(page, self.reference.conventions())],
+            *[f".Ss {self.library.kinds[1]}", *self.constants(page, others)],
+            *[".Sh RETURN VALUES", *self.constants(page, statuses)],
         ]
         types = [f".Vt {type.declaration} ;" for type in self.reference.types]
-        return self.complete_page(page, [".In tarn.h", *types], lines)
+        return self.complete_page(page, [f".In {self.library.header}", *types], lines)
+
+    def constants(self, page: Page, constants: model.Constants) -> list[str]:
+        """Names, and either their values or what they mean."""
+        items = [
+            (f"Dv {each.name} Pq {each.value}", self.flow(page, sentence(each.text)))
+            if each.text
+            else (f"Dv {each.name}", [each.value])
+            for each in constants.members
+        ]
+        width = longest(
+            f"{each.name}({each.value})" if each.text else each.name for each in constants.members
+        )
+        return [*self.blocks(page, constants.comment.blocks), ".Pp", *tagged(width, items)]
 
     def all_pages(self) -> dict[str, list[str]]:
         """The lines of every page, by its name."""
@@ -317,7 +341,7 @@ class CppWriter(Writer):
     """Writes the page of the header for C++, which tells its classes in short."""
 
     def __init__(self, headers: Headers, release: str, date: datetime.date):
-        super().__init__(headers, release, date)
+        super().__init__(headers, headers.libraries[0], release, date)
         self.cpp = cpp = headers.cpp
         self.shared = headers.notes["shared"]
         self.examples = headers.examples["overview"]
@@ -387,8 +411,10 @@ def main() -> None:
     root, release, date, folder = sys.argv[1:]
     try:
         headers = Headers(Path(root))
-        tree = Writer(headers, release, datetime.date.fromisoformat(date)).all_pages()
-        tree["tarn.hpp"] = CppWriter(headers, release, datetime.date.fromisoformat(date)).page()
+        day = datetime.date.fromisoformat(date)
+        tree = {"tarn.hpp": CppWriter(headers, release, day).page()}
+        for library in headers.libraries:
+            tree |= Writer(headers, library, release, day).all_pages()
     except HeaderError as error:
         sys.exit(str(error))
     section = Path(folder) / "man3"

@@ -1,4 +1,4 @@
-"""What the reference has besides the header: pages.toml, the examples, the manuals of others."""
+"""What the reference has besides the headers: pages.toml, the examples, the manuals of others."""
 
 import re
 import tomllib
@@ -50,6 +50,30 @@ class Page:
         return [name for name in self.also + members if name != self.name]
 
 
+@dataclass
+class Library:
+    """A C header, the library that it declares, and their pages."""
+
+    header: str
+    name: str  # as pages call it
+    title: str  # of its part of the site
+    folder: str  # on the site
+    kinds: list[str]  # headings for its constants; the first kind is of problems or statuses
+    returned: str  # the type of the functions that return constants of the first kind
+    results_suffice: bool  # to document a function
+    reference: model.Reference
+    pages: list[Page]
+
+    def file(self) -> str:
+        return "lib" + self.header.removesuffix(".h")
+
+    def option(self) -> str:
+        return "l" + self.header.removesuffix(".h")
+
+    def types(self) -> set[str]:
+        return {each.name for each in self.reference.types}
+
+
 def sentence(text: str) -> str:
     """A remark of the header's as a sentence of a page."""
     return text[:1].upper() + text[1:] + ("" if text.endswith((".", '."')) else ".")
@@ -59,8 +83,8 @@ def first_sentence(comment: model.Comment) -> str:
     return re.match(r".*?[.!?](?=\s|$)|.*", comment.blocks[0].text)[0]
 
 
-# A program begins with a comment, its title, and ends with another one, its output. There a backslash
-# that is not shown keeps "*/" and "/*" apart.
+# A program begins with a comment, its title, and ends with another one, its output. There, a
+# backslash that is not shown keeps "*/" and "/*" apart.
 EXAMPLE = re.compile(r"(/\*.*?\*/)\n(.*)\n/\* Output:\n(.*)\*/\n", re.DOTALL)
 KEPT_APART = re.compile(r"(?<=\*)\\(?=\\*/)|(?<=/)\\(?=\\*\*)")
 
@@ -78,18 +102,16 @@ def read_example(path: Path) -> Example:
     )
 
 
-def read_pages(path: Path, families: list[model.Family]) -> list[Page]:
-    """The pages of a file: the overview, and one for each family."""
-    entries = tomllib.loads(path.read_text())["page"]
+def read_pages(entries: list[dict], folder: Path, families: list[model.Family]) -> list[Page]:
+    """The pages of a library: the overview, and one for each family."""
     by_title = {family.title: family for family in families}
-    examples = path.parent / "examples"
     pages = [
         Page(
             entry["name"],
             entry["summary"],
             entry.get("also", []),
             entry.get("intro", ""),
-            [read_example(examples / f"{name}.c") for name in entry["examples"]],
+            [read_example(folder / f"{name}.c") for name in entry["examples"]],
             by_title.get(entry.get("family")),
         )
         for entry in entries
@@ -99,6 +121,19 @@ def read_pages(path: Path, families: list[model.Family]) -> list[Page]:
     for title in sorted({entry.get("family", "") for entry in entries} - by_title.keys() - {""}):
         raise HeaderError(f"there is no family {title}, and a page for it")
     return pages
+
+
+def read_libraries(root: Path) -> list[Library]:
+    """The libraries of pages.toml."""
+    libraries = []
+    for entry in tomllib.loads((root / "docs/pages.toml").read_text())["library"]:
+        header = root / "include" / entry["header"]
+        with located(header):
+            entries = entry.pop("page")
+            reference = model.parse(header.read_text(), entry["results_suffice"])
+            pages = read_pages(entries, root / "docs/examples", reference.families)
+        libraries.append(Library(**entry, reference=reference, pages=pages))
+    return libraries
 
 
 def read_notes(path: Path) -> tuple[dict, dict[str, list[Example]]]:
@@ -115,10 +150,14 @@ class Headers:
     """All that the reference is made of, below the root of the source."""
 
     def __init__(self, root: Path):
-        c, cpp = root / "include/tarn.h", root / "include/tarn.hpp"
-        with located(c):
-            self.reference = model.parse(c.read_text())
-            self.pages = read_pages(root / "docs/pages.toml", self.reference.families)
+        self.libraries = read_libraries(root)
+        cpp = root / "include/tarn.hpp"
         with located(cpp):
             self.cpp = cpp_reference.parse(cpp.read_text(), cpp.parent)
         self.notes, self.examples = read_notes(root / "docs/cpp.toml")
+
+    def families(self) -> list[model.Family]:
+        return [each for library in self.libraries for each in library.reference.families]
+
+    def pages(self) -> list[Page]:
+        return [page for library in self.libraries for page in library.pages]

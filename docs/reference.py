@@ -1,4 +1,4 @@
-"""A model of the C reference: families of documented functions, read from include/tarn.h.
+"""A model of a C header in include/: families of documented functions.
 
 parse() rejects a header that it does not understand or that is not documented completely: every
 function, argument and result needs a description, and every described argument must exist. man.py
@@ -158,6 +158,18 @@ class Reference:
     constants: list[Constants] = field(default_factory=list)
     families: list[Family] = field(default_factory=list)
 
+    def first_convention(self) -> int:
+        """The index of the paragraph before the numbered conventions, in the overview."""
+        kinds = [type(block) for block in self.overview.blocks]
+        return kinds.index(Enumeration) - 1 if Enumeration in kinds else 1
+
+    def introduction(self) -> list[Block]:
+        """The overview without its title and the conventions."""
+        return self.overview.blocks[1 : self.first_convention()]
+
+    def conventions(self) -> list[Block]:
+        return self.overview.blocks[self.first_convention() :]
+
 
 # ---- Texts -------------------------------------------------------------------------------------
 
@@ -220,6 +232,8 @@ def block(text: str) -> Block:
         return Enumeration([one_line(item) for item in re.split(r"(?m)^\s*\d+\. ", text)[1:]])
     if re.match(r"\s*- ", text):
         return Items([one_line(item) for item in re.split(r"(?m)^\s*- ", text)[1:]])
+    if text.startswith("  ") and lines[0].endswith((";", "{")):
+        return Code(lines)
     if text.startswith("  ") and len(lines) > 1 and re.search(r"\S\s\s+\S", lines[0]):
         return table(lines)
     return Paragraph(one_line(text))
@@ -265,7 +279,7 @@ def parse_parameter(text: str) -> Parameter:
 
 
 def parse_declaration(text: str, comment: Comment) -> Function | Declaration:
-    text = one_line(text).removeprefix("TARN_API ").removesuffix(";")
+    text = re.sub(r"^TARN_\w*API ", "", one_line(text)).removesuffix(";")
     text = re.sub(r" TARN_PRINTF\(.*\)$", "", text)
     match = re.fullmatch(r"(.*?[\s*])(\w+)\((.*)\)", text)
     if not match:
@@ -312,9 +326,10 @@ ITEM = re.compile(
     r"""
     (?P<comment>/\*.*?\*/)
   | (?P<define>^\#define\ (?P<name>TARN_\w+)[ ]+(?P<value>\d+)u(?:[ ]+/\*\ (?P<text>.*?)\ \*/)?$)
+  | (?P<symbol>^\#define\ (?P<symbol_name>TARN_\w+)\ (?P<symbol_value>[A-Z]\w+)$)
   | (?P<directive>^\#[^\n]*)
   | (?P<slots>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
-  | (?P<declaration>^(?:TARN_API|typedef)\b(?:(?!TARN_API|typedef|/\*)[^;])*;)
+  | (?P<declaration>^(?:TARN_\w*API|typedef)\b(?:(?!TARN_\w*API|typedef|/\*)[^;])*;)
     (?:\ /\*\ since\ TARN_[\d.]+\ \*/)?
   | (?P<begin>extern\ "C"\ \{) | (?P<end>^\}$)
   | (?P<unknown>\S[^\n]*)
@@ -328,14 +343,15 @@ NO_OVERVIEW = "the header must begin with a comment about the library"
 class Parser:
     """Reads the items of a header in order. The method for each kind of item has its name."""
 
-    def __init__(self) -> None:
+    def __init__(self, results_suffice: bool) -> None:
+        self.results_suffice = results_suffice
         self.reference: Reference | None = None
         self.documentation: Comment | None = None  # of the next declaration
         self.is_open = False  # extern "C"
 
     def read(self, item: re.Match[str]) -> None:
         kind = next(name for name in KINDS if item[name])
-        if kind in ("define", "slots", "declaration") and self.reference is None:
+        if kind in ("define", "symbol", "slots", "declaration") and self.reference is None:
             raise HeaderError(NO_OVERVIEW)
         getattr(self, kind)(item)
         if kind not in ("comment", "directive"):
@@ -374,11 +390,20 @@ class Parser:
         else:
             self.reference.constants.append(Constants(body))
 
-    def define(self, item: re.Match[str]) -> None:
+    def constant(self, name: str, value: str, text: str) -> None:
         if not self.reference.constants:
-            raise HeaderError(f'{item["name"]}: no comment introduces this constant')
-        constant = Constant(item["name"], item["value"], item["text"] or "")
-        self.reference.constants[-1].members.append(constant)
+            raise HeaderError(f"{name}: no comment introduces this constant")
+        self.reference.constants[-1].members.append(Constant(name, value, text))
+
+    def define(self, item: re.Match[str]) -> None:
+        self.constant(item["name"], item["value"], item["text"] or "")
+
+    def symbol(self, item: re.Match[str]) -> None:
+        """A constant that is another one, documented like a type."""
+        if self.documentation is None:
+            raise HeaderError(f'{item["symbol_name"]} not documented')
+        text = " ".join(block.text for block in self.documentation.blocks)
+        self.constant(item["symbol_name"], item["symbol_value"], text)
 
     def slots(self, item: re.Match[str]) -> None:
         if self.documentation is None:
@@ -393,7 +418,10 @@ class Parser:
             text = one_line(item[0]).removesuffix(";")
             self.reference.types.append(Declaration(text.split()[-1], text, self.documentation))
             return
-        member = parse_declaration(item["declaration"], self.documentation or Comment())
+        comment = self.documentation or Comment()
+        if self.results_suffice and comment.result and not comment.blocks:
+            comment.blocks = [Paragraph(f"Returns {comment.result}.")]
+        member = parse_declaration(item["declaration"], comment)
         with located(f"{member.name}()"):
             family = self.family()
             member.comment.check([each.name for each in getattr(member, "parameters", [])])
@@ -421,9 +449,10 @@ class Parser:
 KINDS = [name for name in ITEM.groupindex if hasattr(Parser, name)]
 
 
-def parse(text: str) -> Reference:
-    """Reads a header. A HeaderError names the line, and the function if it is in one."""
-    parser = Parser()
+def parse(text: str, results_suffice: bool = False) -> Reference:
+    """Reads a header. A HeaderError names the line, and the function if it is in one. If results
+    suffice, a comment may have nothing but @return."""
+    parser = Parser(results_suffice)
     for item in ITEM.finditer(text):
         with located(f"line {text.count(chr(10), 0, item.start()) + 1}"):
             parser.read(item)

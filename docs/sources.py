@@ -13,7 +13,7 @@ import jinja2
 
 import reference as model
 from cpp_reference import AS_CONTAINERS
-from pages import SECTIONS, Headers, first_sentence, sentence
+from pages import SECTIONS, Headers, Library, first_sentence, sentence
 from reference import HeaderError
 
 # What documents link to and where its page is, unless it is the copy of a document in docs/.
@@ -23,6 +23,7 @@ ELSEWHERE = {
     "README.md": "index.md",
     "docs/guide/README.md": "index.md",
     "include/tarn.h": "c/index.rst",
+    "include/tarn_form.h": "forms/index.rst",
     "include/tarn.hpp": "cpp/index.rst",
     "examples": "examples.rst",
 }
@@ -41,10 +42,12 @@ class Names:
     with (). Of members, so are those of several classes: these lead nowhere."""
 
     def __init__(self, headers: Headers):
-        roles = {each.name: "c:type" for each in headers.reference.types}
-        for constants in headers.reference.constants:
-            roles |= {each.name: "c:macro" for each in constants.members}
-        for family in headers.reference.families:
+        roles = {}
+        for library in headers.libraries:
+            roles |= {name: "c:type" for name in library.types()}
+            for constants in library.reference.constants:
+                roles |= {each.name: "c:macro" for each in constants.members}
+        for family in headers.families():
             rows = [row for block in family.comment.blocks for row in getattr(block, "rows", [])]
             roles |= {row[0]: "c:macro" for row in rows if re.fullmatch(r"TARN_\w+", row[0])}
             roles |= {each.name: "c:var" for each in family.variables()}
@@ -111,9 +114,7 @@ class Site:
         self.headers = Headers(root)
         self.names = Names(self.headers)
         self.functions = {
-            each.name: each
-            for family in self.headers.reference.families
-            for each in family.functions()
+            each.name: each for family in self.headers.families() for each in family.functions()
         }
         self.files: dict[str, str] = {}
         self.summaries: dict[str, str] = {}
@@ -160,14 +161,16 @@ class Site:
         return alike
 
     def example(self, page, name: str):
-        others = [example for other in self.headers.pages for example in other.examples]
+        others = [example for other in self.headers.pages() for example in other.examples]
         for example in [*page.examples, *others]:
             if any(named(line, name) for line in example.code):
                 return example
         raise HeaderError(f"no example uses {name}")
 
-    def add_reference(self) -> None:
-        overview, *families = self.headers.pages
+    def add_library(self, library: Library) -> None:
+        folder = library.folder
+        overview, *families = library.pages
+        values = {"library": library}
         for page in families:
             notes = []
             for member in page.family.members:
@@ -175,12 +178,21 @@ class Site:
                     notes.append(member)
                 else:
                     words = first_sentence(member.comment)
-                    values = {"page": page, "member": member, "notes": notes}
-                    self.add(f"c/{member.name}", words, "function", **values)
+                    values |= {"page": page, "member": member, "notes": notes}
+                    self.add(f"{folder}/{member.name}", words, "function", **values)
             name = family_file(page.family)
-            self.add(f"c/{name}", sentence(page.summary), "family", page=page)
-        self.add("c/index", "Every function, by family.", "c", page=overview, pages=families)
-        self.add("c/conventions", "Rules for every function; types, statuses, type tags.")
+            self.add(
+                f"{folder}/{name}", sentence(page.summary), "family", **values | {"page": page}
+            )
+        words = "Every function, by family."
+        self.add(f"{folder}/index", words, "c", library=library, page=overview, pages=families)
+        kinds = " and ".join(library.kinds).lower()
+        words = f"Rules for every function; types, {kinds}."
+        self.add(f"{folder}/conventions", words, library=library)
+
+    def add_reference(self) -> None:
+        for library in self.headers.libraries:
+            self.add_library(library)
         self.add("c/which-function", "Common tasks, with the calls for each.")
         self.add("c/cheat-sheet", "The calls that most scripts need, on one page to print.")
         for each in self.headers.cpp.classes():

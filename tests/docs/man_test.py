@@ -24,11 +24,18 @@ CC = os.environ["CC"].split() + [
     f'-I{SOURCE / "include"}',
 ]
 HEADER = (SOURCE / "include/tarn.h").read_text()
+FORM_HEADER = (SOURCE / "include/tarn_form.h").read_text()
+HEADERS = (HEADER, FORM_HEADER)
 CPP_HEADER = "".join(
     path.read_text()
     for path in [SOURCE / "include/tarn.hpp", *sorted((SOURCE / "include/tarn").glob("*.hpp"))]
 )
-EXPORTS = re.findall(r"^    (\w+);$", Path(os.environ["VERSION_SCRIPT"]).read_text(), re.MULTILINE)
+EXPORTS = [
+    re.findall(r"^    (\w+);$", Path(script).read_text(), re.MULTILINE)
+    for script in os.environ["VERSION_SCRIPTS"].split(",")
+]
+TARN_EXPORTS, FORM_EXPORTS = EXPORTS
+EXPORTS = TARN_EXPORTS + FORM_EXPORTS
 
 FILES = {path.stem: path.read_text() for path in SECTION.iterdir()}
 PAGES = {name: text for name, text in FILES.items() if not text.startswith(".so ")}
@@ -79,7 +86,10 @@ class Prototypes(unittest.TestCase):
 
     def test_match_the_header_word_for_word(self):
         header = without_optional_spaces(
-            run(*CC, "-E", "-P", "-x", "c", "-", input=HEADER, check=True).stdout
+            "".join(
+                run(*CC, "-E", "-P", "-x", "c", "-", input=text, check=True).stdout
+                for text in HEADERS
+            )
         )
         for page in SHOWN.values():
             for declaration in self.declarations(page):
@@ -93,7 +103,19 @@ class Prototypes(unittest.TestCase):
         for page in SHOWN.values():
             for declaration in self.declarations(page):
                 shown[re.search(r"(\w+)(?:\(.*)?;$", without_optional_spaces(declaration))[1]] += 1
-        self.assertEqual(shown, collections.Counter(EXPORTS + ["TarnHandle", "TarnStatus"]))
+        types = ["TarnHandle", "TarnStatus"]
+        types += ["TarnForm", "TarnFormField", "TarnFormProblem", "TarnFormLimit"]
+        self.assertEqual(shown, collections.Counter(EXPORTS + types))
+
+    def test_include_the_header_of_their_library(self):
+        for exports, header, library in (
+            (TARN_EXPORTS, "tarn.h", "libtarn, -ltarn"),
+            (FORM_EXPORTS, "tarn_form.h", "libtarn_form, -ltarn_form"),
+        ):
+            for page in {page_of(name) for name in exports}:
+                includes = re.findall("#include <(.*)>", part(SHOWN[page], "SYNOPSIS"))
+                self.assertEqual(includes, [header], page)
+                self.assertIn(f"({library})", part(SHOWN[page], "LIBRARY"))
 
     @staticmethod
     def declarations(page):
@@ -103,7 +125,8 @@ class Prototypes(unittest.TestCase):
 
 class Pages(unittest.TestCase):
     def test_describe_each_export(self):
-        self.assertGreater(len(EXPORTS), 200)
+        self.assertGreater(len(TARN_EXPORTS), 200)
+        self.assertGreater(len(FORM_EXPORTS), 30)
         for name in EXPORTS:
             page = SHOWN[page_of(name)]
             self.assertRegex(part(page, "NAME"), rf"\b{name}\b")
@@ -113,17 +136,19 @@ class Pages(unittest.TestCase):
 
     def test_contain_every_word_of_the_header(self):
         shown = [f' {words(re.sub(r"(?<=[a-z])[(][23][)]", "", page))} ' for page in SHOWN.values()]
-        comments = re.findall(r"^/\*.*?\*/", HEADER, re.MULTILINE | re.DOTALL)
-        comments[0] = comments[0].partition("\n")[2]  # the title
+        comments = []
+        for header in HEADERS:
+            overview, *others = re.findall(r"^/\*.*?\*/", header, re.MULTILINE | re.DOTALL)
+            comments += [overview.partition("\n")[2], *others]  # without the title
         told = [
             part
             for comment in comments
             for part in re.split(r"@param|@return|\n \*\n|-{4}.*", comment)
         ]
-        told += re.findall(r"^#define (TARN_\w+ +\d.*)", HEADER, re.MULTILINE)
+        told += re.findall(r"^#define (TARN_\w+ +\d.*)", "".join(HEADERS), re.MULTILINE)
         told = [words(re.sub(r"@\w+|\b(\d+)u\b", r"\1", part)) for part in told]
         told = [part for part in told if part]
-        self.assertGreater(len(told), 600)
+        self.assertGreater(len(told), 700)
         for part in told:
             self.assertTrue(any(f" {part} " in page for page in shown), part)
 
@@ -216,18 +241,19 @@ class Cpp(unittest.TestCase):
 class Generator(unittest.TestCase):
     """How the generator handles a modified header."""
 
-    def generate(self, header, folder, **environment):
-        tree = changed_tree(folder, include={"tarn.h": header})
+    def generate(self, header, folder, name="tarn.h", **environment):
+        tree = changed_tree(folder, include={name: header})
         options = (os.environ["RELEASE"], os.environ["DATE"], tree / "man")
         return run(
             *(sys.executable, "-B", SOURCE / "docs/man.py", tree, *options),
             env={**os.environ, **environment},
         )
 
-    def refuses(self, before, after, reason):
-        self.assertEqual(HEADER.count(before), 1, before)
+    def refuses(self, before, after, reason, name="tarn.h"):
+        header = {"tarn.h": HEADER, "tarn_form.h": FORM_HEADER}[name]
+        self.assertEqual(header.count(before), 1, before)
         with tempfile.TemporaryDirectory() as folder:
-            made = self.generate(HEADER.replace(before, after), folder)
+            made = self.generate(header.replace(before, after), folder, name)
             self.assertEqual(made.returncode, 1, reason)
             self.assertIn(reason, made.stderr)
             self.assertFalse((Path(folder) / "man").exists())
@@ -261,6 +287,22 @@ class Generator(unittest.TestCase):
             "/** @return",
             "Tarn_getVersion(): not documented",
         )
+
+    def test_refuses_an_undocumented_function_constant_or_argument_of_tarn_form(self):
+        close = "TARN_FORM_API void TarnForm_close("
+        count = "TARN_FORM_API int TarnForm_size(TarnForm *form);\n\n"
+        for before, after, reason in (
+            (close, close.replace("close", "shut"), "no page describes TarnForm_close()"),
+            ("/** Closes a form", count + "/** Closes a form", "TarnForm_size(): not documented"),
+            (" *  @param block ", " *  @param bloc ", "has no argument bloc"),
+            ("/** Stands for", "/* Stands for", "TARN_FORM_UNLIMITED not documented"),
+            ("/* ---- Opening", "/* ---- Closing", "no page for Closing"),
+        ):
+            self.refuses(before, after, reason, "tarn_form.h")
+
+    def test_describes_a_function_by_its_result_alone_in_tarn_form(self):
+        page = part(SHOWN["TarnForm_next"], "DESCRIPTION")
+        self.assertRegex(page, r"TarnForm_problemOffset\(form\)\n +Returns where in the body")
 
     def test_refuses_an_undocumented_argument(self):
         self.refuses(

@@ -34,6 +34,7 @@ KINDS = (
     *("index", "guide/first-script", "guide/uploads", "guide/deploying", "robustness"),
     *("performance", "c/index", "c/which-function", "c/cheat-sheet", "c/conventions", "c/request"),
     *("c/Tarn_findEntries", "c/TARNString_append_sprintf", "cpp/index", "cpp/Request"),
+    *("forms/index", "forms/conventions", "forms/TarnFormField_save", "guide/forms"),
     *("cpp/Element", "cpp/shared", "tools/tarn-run", "examples", "genindex", "search"),
 )
 SEARCHES = {
@@ -50,11 +51,14 @@ SEARCHES = {
     "memory": "guide/memory",
     "install": "guide/first-script",
     "nginx": "guide/deploying",
+    "form": "guide/forms",
     # Searching for a name finds its page.
     "Tarn_getFile": "c/Tarn_getFile",
     "getFile": "c/Tarn_getFile",
     "TARN_ENTRY_VALUE": "c/form-entries",
     "tarn::Response": "cpp/Response",
+    "TarnForm_next": "forms/TarnForm_next",
+    "TARN_FORM_LIMIT": "forms/conventions",
     "escape_json": "cpp/functions",
     "tarn-run": "tools/tarn-run",
 }
@@ -169,9 +173,10 @@ class Site(unittest.TestCase):
         )
 
     def test_search_lists_the_right_page_in_the_top_three(self):
+        whole = dict.fromkeys(("upload", "file", "png", "json", "textarea"), "guide/forms")
         for size in DESK, PHONE:
             self.emulate_screen(size)
-            for query, page in SEARCHES.items():
+            for query, page in [*SEARCHES.items(), *whole.items()]:
                 found = [name for name, _ in self.search_results(query)]
                 self.assertIn(page, found[:3], f"{query}: {found[:5]}")
 
@@ -285,7 +290,13 @@ class Site(unittest.TestCase):
         for width, size in (("desk", DESK), ("phone", PHONE)):
             for scheme in "light", "dark":
                 self.emulate_screen(size, scheme)
-                for page in "index", "guide/first-script", "c/Tarn_findEntries", "cpp/Request":
+                for page in (
+                    "index",
+                    "guide/first-script",
+                    "c/Tarn_findEntries",
+                    "cpp/Request",
+                    "forms/index",
+                ):
                     self.open(f"{page}.html")
                     name = f"site-{page.replace('/', '-')}-{width}-{scheme}.png"
                     self.assertTrue(self.browser.save_screenshot(str(SHOTS / name)))

@@ -22,8 +22,8 @@ def changed_tree(folder, **changes):
 
 
 def program_and_transcript(source):
-    """The code of a program in docs/examples, and the commands and output in the comment at its end,
-    where a backslash keeps "*/" and "/*" apart."""
+    """The code of a program in docs/examples, and the commands and output in the comment at its
+    end, where a backslash keeps "*/" and "/*" apart."""
     code, mark, comment = source.read_text().partition("\n/* Output:\n")
     if not mark or not comment.endswith("*/\n"):
         raise SystemExit(f"{source} does not end with /* Output: ... */")
