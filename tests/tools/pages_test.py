@@ -13,7 +13,7 @@ PAGES = [TOOLS / "tarn-run.1", TOOLS / "tarn-record.1"]
 COMPLETION = TOOLS / "completions/tarn-run"
 
 
-def printed(*command, **options):
+def output_of(*command, **options):
     return subprocess.run(command, capture_output=True, text=True, check=True, **options).stdout
 
 
@@ -23,13 +23,13 @@ def options(help):
 
 class Pages(ToolTest):
     def test_help_fits_a_terminal(self):
-        help = printed(TOOLS / "tarn-run", "--help", env={"COLUMNS": "300"})
+        help = output_of(TOOLS / "tarn-run", "--help", env={"COLUMNS": "300"})
         self.assertEqual([line for line in help.splitlines() if len(line) > 80], [])
-        self.assertEqual(printed(TOOLS / "tarn-run", "-h"), help)
+        self.assertEqual(output_of(TOOLS / "tarn-run", "-h"), help)
 
     def test_version_matches_the_library(self):
         version = os.environ["VERSION"]
-        self.assertEqual(printed(TOOLS / "tarn-run", "--version"), f"tarn-run {version}\n")
+        self.assertEqual(output_of(TOOLS / "tarn-run", "--version"), f"tarn-run {version}\n")
         for page in PAGES:
             self.assertIn(f"\n.Os Tarn {version}\n", page.read_text())
         self.assertIn(f"\ntarn-run/{version}\n", PAGES[0].read_text())
@@ -51,8 +51,8 @@ class Pages(ToolTest):
         page = PAGES[0].read_text()
         told = re.findall(r"^\.It (Fl .*)", page, re.MULTILINE)
         told = {"-" + name for line in told for name in re.findall(r"Fl (\S+)", line)}
-        self.assertEqual(self.options() - told, set())
-        self.assertEqual(told - self.options() - self.options_of_curl(), set())
+        self.assertEqual(self.documented_options() - told, set())
+        self.assertEqual(told - self.documented_options() - self.options_of_curl(), set())
 
     def test_completion_offers_all_supported_options(self):
         page = PAGES[0].read_text()
@@ -63,15 +63,16 @@ class Pages(ToolTest):
         self.assertEqual([name for name, options in found.items() if not options], [])
         refused = {option for options in found.values() for option in options}
         for option in refused:
-            self.assertIn(f"{option} is not supported", self.refused(option, "a", "dump"))
+            self.assertIn(f"{option} is not supported", self.refusal_message(option, "a", "dump"))
         letters = {"-K", "-L", "-:", "-Z", "-O", "-x", "-U", "-p"}
         self.assertEqual(
-            set(self.completed("-")), self.options() | self.options_of_curl() - refused - letters
+            set(self.completions("-")),
+            self.documented_options() | self.options_of_curl() - refused - letters,
         )
 
     @staticmethod
     def options_of_curl():
-        help = printed(os.environ["CURL"], "--help", "all")
+        help = output_of(os.environ["CURL"], "--help", "all")
         found = {
             name
             for line in re.findall(r"^ +(-.*)", help, re.MULTILINE)
@@ -81,8 +82,8 @@ class Pages(ToolTest):
         assert len(found) > 200
         return found
 
-    def options(self):
-        help = printed(TOOLS / "tarn-run", "--help")
+    def documented_options(self):
+        help = output_of(TOOLS / "tarn-run", "--help")
         found = {
             name
             for line in re.findall(r"^  (-.*?)(?:   |$)", help, re.MULTILINE)
@@ -92,8 +93,8 @@ class Pages(ToolTest):
         return found
 
     def test_manual_page_names_every_variable_a_script_receives(self):
-        self.file("upload", "a")
-        given = self.given(
+        self.write_file("upload", "a")
+        given = self.request_received(
             "-F",
             "f=@upload",
             "-b",
@@ -109,22 +110,22 @@ class Pages(ToolTest):
             self.assertTrue(told, name)
 
     def test_example_commands_run(self):
-        self.file("dawn.jpg", "a")
+        self.write_file("dawn.jpg", "a")
         for name in ("upload", "greet"):
-            self.script(name, "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n")
+            self.write_script(name, "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n")
         examples = re.search(r"\.Sh EXAMPLES\n(.*?)\n\.Sh", PAGES[0].read_text(), re.DOTALL)[1]
         commands = re.findall(r"^tarn-run .*", examples, re.MULTILINE)
         self.assertEqual(len(commands), 8)
         for command in commands:
             if "--exec" not in command and "--show" not in command:
-                shown = printed(
+                shown = output_of(
                     "sh", "-ec", command, cwd=self.folder, env={"PATH": f"{TOOLS}:/usr/bin:/bin"}
                 )
                 self.assertTrue(
                     "--body" in command or shown.startswith("HTTP/1.1 200 OK\n"), command
                 )
 
-    def completed(self, *words):
+    def completions(self, *words):
         """What bash suggests after these words of a command line."""
         source = f'. {COMPLETION}; complete -p tarn-run >&2; COMP_WORDS=(tarn-run "$@")\n'
         source += 'COMP_CWORD=$#; _tarn_run; printf "%s\\n" "${COMPREPLY[@]}"'
@@ -136,18 +137,18 @@ class Pages(ToolTest):
 
     def test_completion_finishes_partial_words(self):
         self.assertEqual(
-            self.completed("--data"),
+            self.completions("--data"),
             ["--data", "--data-ascii", "--data-binary", "--data-raw", "--data-urlencode"],
         )
-        self.assertEqual(self.completed("-d", "a", "--rec"), ["--record"])
-        self.assertEqual(self.completed("-X", "P"), ["PATCH", "POST", "PUT"])
-        self.assertEqual(self.completed("--exec", "g"), ["gdb"])
-        self.assertEqual(self.completed("--chdir", str(self.dump)[:-1]), [])
-        self.assertIn(str(self.folder), self.completed("--chdir", str(self.folder)[:-1]))
+        self.assertEqual(self.completions("-d", "a", "--rec"), ["--record"])
+        self.assertEqual(self.completions("-X", "P"), ["PATCH", "POST", "PUT"])
+        self.assertEqual(self.completions("--exec", "g"), ["gdb"])
+        self.assertEqual(self.completions("--chdir", str(self.dump)[:-1]), [])
+        self.assertIn(str(self.folder), self.completions("--chdir", str(self.folder)[:-1]))
 
     def test_completion_falls_back_to_file_names(self):
         for words in (["a"], [""], ["-d", "-"], ["-F", "a", "=", "@", ""], ["--record", ""]):
-            self.assertEqual(self.completed(*words), [])
+            self.assertEqual(self.completions(*words), [])
 
 
 if __name__ == "__main__":
