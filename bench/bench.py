@@ -28,10 +28,10 @@ def introduction(options, load):
     text = (
         f"One run of `{' '.join(command)}` on {datetime.date.today()}: "
         f"{os.cpu_count()} × {processor()}, Linux {platform.release()}, "
-        f"{' '.join(platform.libc_ver())}, load {load:.1f} when it began."
+        f"{' '.join(platform.libc_ver())}, load {load:.1f} at the start."
     )
     if options.quick:
-        text += " A quick run shows that all works, and no more."
+        text += " A quick run only shows that everything works."
     return textwrap.fill(text, 100) + "\n"
 
 
@@ -45,11 +45,11 @@ def parse(arguments):
     options = parser.parse_args(arguments)
     unknown = set(options.workloads) - set(workloads.ALL)
     if unknown:
-        parser.error(f"no workload {', '.join(unknown)}; there are {', '.join(workloads.ALL)}")
+        parser.error(f"unknown workload {', '.join(unknown)}; known: {', '.join(workloads.ALL)}")
     if options.rounds is not None and options.rounds < 1:
-        parser.error("--rounds needs a number above 0")
+        parser.error("--rounds must be at least 1")
     if options.update_docs and options.workloads:
-        parser.error("--update-docs is for a run of all workloads")
+        parser.error("--update-docs needs a run of all workloads")
     return options
 
 

@@ -157,7 +157,7 @@ def endless(size):
     return post(MULTIPART + BOUNDARY, body, [("text", "")])
 
 
-# ---- What strangers send, of any size ------------------------------------------------------------
+# ---- Hostile input of any size -------------------------------------------------------------------
 
 
 def smallest_pairs(size):

@@ -20,7 +20,7 @@ REQUESTS = {
     "64 KiB of escapes": lambda: bodies.escapes(64 * bodies.KIB),
 }
 
-# How much each figure may grow, in per cent. The others must not grow.
+# How much these figures may grow, in per cent. All others must not grow.
 MARGIN = {"instructions": 2, "instructions in main()": 2}
 
 # How much more the same script may cost with tarn.hpp, in per cent.
@@ -45,8 +45,8 @@ def count(make):
 def compare(make):
     """The cost of the script in C, and in C++."""
     request = make()
-    # By default a function is looked up at its first call, in main(). That cost has nothing to do
-    # with the language, so the loader looks up everything at the start.
+    # By default the loader binds a function at its first call, in main(). That cost does not depend
+    # on the language, so bind everything at the start.
     variables = request.variables | {"LD_BIND_NOW": "1"}
     with measure.body_file(request.body) as body:
         return [
@@ -55,7 +55,7 @@ def compare(make):
         ]
 
 
-def for_all(measured):
+def measure_all(measured):
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         return dict(zip(REQUESTS, pool.map(measured, REQUESTS.values())))
 
@@ -69,8 +69,8 @@ def changes(recorded, counted):
                 yield now > before, f"{name}: {what} {before:,} -> {now:,} ({now - before:+,})"
 
 
-def dearer(compared):
-    """How much more a script costs in C++ than in C, in per cent, and a text that says so."""
+def extra_cost_in_cxx(compared):
+    """How much more each script costs in C++ than in C: a percentage and a text."""
     for name, (in_c, in_cxx) in compared.items():
         for what, before, now in zip(("instructions", "instructions in main()"), in_c, in_cxx):
             text = f"{name}: {what} {before:,} in C, {now:,} in C++ ({now - before:+,})"
@@ -78,7 +78,7 @@ def dearer(compared):
 
 
 def main(arguments):
-    counted = for_all(count)
+    counted = measure_all(count)
     if arguments == ["--update"]:
         with open(RECORDED, "w", encoding="utf-8") as file:
             json.dump(counted, file, indent=2)
@@ -88,16 +88,16 @@ def main(arguments):
         recorded = json.load(file)
     found = list(changes(recorded, counted))
     for grown, text in found:
-        print("grown:" if grown else "less: ", text)
+        print("more:" if grown else "less:", text)
     if any(grown for grown, _ in found):
         return "scripts/counts: a request costs more than bench/counts.json records."
     print(f"{len(counted)} requests cost no more than bench/counts.json records.")
     if found:
-        print("scripts/counts --update records that some cost less.")
-    percent, text = max(dearer(for_all(compare)))
+        print("Some cost less: run scripts/counts --update to record that.")
+    percent, text = max(extra_cost_in_cxx(measure_all(compare)))
     print(f"In C++ they cost at most {percent:.2f} % more than in C. {text}")
     if percent > CXX_MARGIN:
-        return f"scripts/counts: more than {CXX_MARGIN} % is too much."
+        return f"scripts/counts: C++ may cost at most {CXX_MARGIN} % more."
     return 0
 
 

@@ -29,7 +29,7 @@ class Candidate(NamedTuple):
 
 @contextlib.contextmanager
 def body_file(body):
-    """The descriptor of a file in memory that has the body."""
+    """The descriptor of a file in memory that contains the body."""
     file = os.memfd_create("body")
     try:
         with open(file, "wb", closefd=False) as writer:
@@ -48,7 +48,7 @@ def rounds_of(candidates, variables, body, rounds):
         arguments, cwd=PROGRAMS, env=variables, pass_fds=[body], stdout=subprocess.PIPE, check=False
     )
     if done.returncode != 0:
-        raise SystemExit("scripts/bench: no figures, for the reason above")
+        raise SystemExit("scripts/bench: no results, for the reason above")
     samples = {candidate.name: [] for candidate in candidates}
     for line in done.stdout.splitlines():
         index, wall, cpu, memory, faults = map(int, line.split())
@@ -62,10 +62,10 @@ def median(samples):
 
 
 def watched(watcher, program, variables, body, answer):
-    """Runs a program under a tool that prints nothing to standard output."""
+    """Runs a program under a tool and returns what the tool prints to standard error."""
     os.lseek(body, 0, os.SEEK_SET)
     command = [shutil.which(watcher[0]), *watcher[1:], program]
-    # The loader processes the folder's name, so its length must not vary.
+    # The loader processes the name of the folder, so its length must not vary.
     with tempfile.TemporaryDirectory(dir="/tmp") as folder:
         for file in os.listdir(PROGRAMS):
             os.symlink(os.path.join(PROGRAMS, file), os.path.join(folder, file))
@@ -96,7 +96,7 @@ def instructions(*arguments):
         watched([*watcher, f"--callgrind-out-file={output}"], *arguments)
         with open(output, encoding="utf-8") as file:
             text = file.read()
-    # Two lines follow the name of a called function: how often, then where and at what cost.
+    # Two lines follow the name of a called function: the number of calls, then the place and cost.
     main = re.search(r"^cfn=main$\ncalls=1 .*\n\S+ (\d+)$", text, re.MULTILINE)
     return Instructions(int(re.search(r"^totals: (\d+)$", text, re.MULTILINE)[1]), int(main[1]))
 

@@ -87,7 +87,7 @@ def processes(medians, counts=None):
 
 
 def exponent(points):
-    """The power of the size with which something grows, by least squares on the logarithms."""
+    """The exponent of growth: the slope of a least-squares fit on the logarithms."""
     sizes, values = zip(*((math.log(size), math.log(value)) for size, value in points))
     return statistics.linear_regression(sizes, values).slope
 
@@ -114,7 +114,7 @@ def picture(name, report):
 
 
 def sections(reports, pictures):
-    """All workloads, with links to the plots if `pictures` is set."""
+    """The sections of all workloads, with the plots if `pictures` is true."""
     texts = []
     for name, report in reports.items():
         texts.append(f"### {name}: {report.title}\n\n{report.text}")

@@ -16,7 +16,7 @@ from servers import Lighttpd
 FLOORS = ["floor", "floor-static", "stub", "c++"]
 SCRIPTS = ["tarn", "tarn-archive", "tarn-static"]
 
-# Other libraries are slower: they run in every tenth round, and not with large bodies.
+# Other libraries are slower, so they run in every tenth round only, and not with large bodies.
 PEERS = {"CGI.pm": "peer.pl", "Python's cgi": "peer.py"}
 PEER_EVERY = 10
 PEER_BODY = 10 * MIB
@@ -32,7 +32,7 @@ def runs(script):
 
 
 class Options:
-    """The number of rounds, and the other libraries. A quick run leaves out the largest bodies."""
+    """The number of rounds, and the other libraries. A quick run omits the largest bodies."""
 
     def __init__(self, rounds, quick):
         self.given, self.quick = rounds, quick
@@ -42,7 +42,7 @@ class Options:
             if runs(script):
                 self.peers[name] = script
             else:
-                print(f"{name} is left out: its script does not run here.\n")
+                print(f"{name} is skipped: its script does not run here.\n")
 
     def rounds(self, usual, quick):
         return self.given or (quick if self.quick else usual)
@@ -157,7 +157,7 @@ def w4(options):
     return made._replace(
         targets=[
             times_floor(usual, 9),
-            Target("tarn, memory a pair beyond the floor's", memory, 260, " bytes"),
+            Target("tarn, memory per pair, minus the floor's", memory, 260, " bytes"),
             exponent_target(made),
         ]
     )
@@ -171,7 +171,7 @@ def w5(options):
     return made._replace(
         targets=[
             times_floor(usual, 2.3),
-            Target("tarn, memory a byte sent", usual["tarn"].memory / (64 * MIB), 2.1, " bytes"),
+            Target("tarn, memory per byte sent", usual["tarn"].memory / (64 * MIB), 2.1, " bytes"),
             exponent_target(made),
         ]
     )
@@ -194,7 +194,7 @@ def w7(options):
     return made._replace(
         targets=[
             times_floor(usual, 2.5),
-            Target("tarn, memory a byte sent", usual["tarn"].memory / (16 * MIB), 1.6, " bytes"),
+            Target("tarn, memory per byte sent", usual["tarn"].memory / (16 * MIB), 1.6, " bytes"),
         ]
     )
 
@@ -230,12 +230,12 @@ def w8(options):
                 report.mebibytes(tarn.memory),
             ]
         )
-    text = f"What tarn takes for bodies of 64 MiB, {rounds} rounds.\n\n{report.table(rows)}"
+    text = f"The cost of `tarn` for bodies of 64 MiB, {rounds} rounds.\n\n{report.table(rows)}"
     targets = [Target(f"{name}, × friendliest", walls[name] / friendliest, 3) for name in WORST]
     return Report("worst cases", text, targets, data)
 
 
-# ---- What strangers send, doubled ----------------------------------------------------------------
+# ---- Hostile input of growing size ---------------------------------------------------------------
 
 KIB64 = 1 << 16
 FLOODS = {
@@ -252,9 +252,9 @@ FLOODS = {
 
 
 def w11(options):
-    """Processor time and memory per byte, beyond the cost of a request without fields."""
+    """Processor time and memory per byte sent, minus those of a request without fields."""
     sizes = [KIB64 << step for step in range(0, 5 if options.quick else 11)]
-    # The system does not allow variables that are much longer.
+    # Linux allows at most 128 KiB for a variable.
     cookie_sizes = [KIB64 >> step for step in (4, 3, 2, 1, 0)]
     nothing = bodies.get("", [])
     base = measured(options, nothing, ["tarn"], options.rounds(200, 20), peers=False)[0]["tarn"]
@@ -269,7 +269,7 @@ def w11(options):
             request = make(size)
             medians, samples = measured(options, request, ["tarn"], rounds, peers=False)
             tarn, data[f"{name}, {size}"] = medians["tarn"], samples
-            # At least one step of the clock, and one page.
+            # At least one tick of the clock, and one page.
             time = max(tarn.cpu - base.cpu, 1e-6)
             memory = max(tarn.memory - base.memory, 4096)
             cells[size] = (f"{time / size * 1e9:.1f}", f"{memory / size:.1f}")
@@ -277,7 +277,7 @@ def w11(options):
         if cookies:
             heading = ["KiB of ; in the cookies", *(f"{size >> 10}" for size in cookie_sizes)]
             flood = [heading]
-            for what, column in zip(["ns a byte", "bytes a byte"], zip(*cells.values())):
+            for what, column in zip(["ns per byte", "bytes per byte"], zip(*cells.values())):
                 flood.append([what, *column])
         else:
             times.append([name, *(cells[size][0] for size in sizes)])
@@ -286,13 +286,14 @@ def w11(options):
         if len(large) > 1:
             targets.append(Target(f"{name}, exponent of growth", report.exponent(large), 1.1))
     text = (
-        "Processor time, in ns for each byte sent, beyond that of a request without a field:\n\n"
-        f"{report.table(times)}\nMemory, in bytes for each byte sent:\n\n{report.table(memories)}\n"
-        f"A cookie header, for which the system sets the limit:\n\n{report.table(flood)}\n"
-        "Exponents are taken from 1 MiB on, that of the cookies from the start.\n"
+        "Processor time and memory per byte sent, minus those of a request without fields.\n\n"
+        f"Processor time, in ns per byte:\n\n{report.table(times)}\n"
+        f"Memory, in bytes per byte:\n\n{report.table(memories)}\n"
+        f"Cookies, whose header Linux limits to 128 KiB:\n\n{report.table(flood)}\n"
+        "The exponents of growth come from bodies of 1 MiB and more, and from all cookies.\n"
     )
     return Report(
-        "what strangers send, doubled", text, targets, data, lines, "bytes", "processor time"
+        "hostile input of growing size", text, targets, data, lines, "bytes", "processor time"
     )
 
 
@@ -300,10 +301,10 @@ def w11(options):
 
 
 def tree(options, breadth, elements):
-    """Seconds for cloning and for setting a tree, including deleting the copy, and all samples.
+    """Seconds to clone a tree and to set one, each with deleting the copy, and all samples.
 
-    On a busy machine, wall time varies more than the difference between two processes. So this
-    compares processor time, and returns at least one step of that clock.
+    Compares processor time, because on a busy machine wall time varies more than the difference
+    between two processes. Returns at least one tick of that clock.
     """
     variables = {"ELEMENTS": str(elements), "BREADTH": str(breadth)}
     candidates = [
@@ -327,7 +328,7 @@ def w9(options):
         ("chain", 1, 10**4),
         ("chain", 1, 10**5),
     ]
-    rows = [["", "elements", "clone, delete", "µs an element", "set, delete", "µs an element"]]
+    rows = [["", "elements", "clone, delete", "µs per element", "set, delete", "µs per element"]]
     data, each, lines = {}, {}, {}
     for shape, breadth, elements in shapes:
         clone, put, data[f"{shape}, {elements}"] = tree(options, breadth, elements)
@@ -341,8 +342,8 @@ def w9(options):
         ]
         rows.append([shape, f"{elements:,}", *cells])
     text = (
-        "The processor time that a script which copies a tree takes beyond one that only builds "
-        "it.\n\n"
+        "Processor time of a script that builds and copies a tree, minus that of one that only "
+        "builds it.\n\n"
         f"{report.table(rows)}\n{report.growth(lines)}"
     )
     targets = [
@@ -355,8 +356,8 @@ def w9(options):
 # ---- Under a web server --------------------------------------------------------------------------
 
 
-def requests_a_second(address, count):
-    """Measured by ab, two requests at a time. ab checks that all answers have the same length."""
+def requests_per_second(address, count):
+    """Measures with ab, two requests at a time. ab checks that all answers have the same length."""
     command = ["ab", "-q", "-n", str(count), "-c", "2", address]
     done = subprocess.run(command, capture_output=True, check=True, text=True)
     complete = int(re.search(r"^Complete requests: +(\d+)$", done.stdout, re.MULTILINE)[1])
@@ -386,17 +387,17 @@ def w10(options):
             check_answer(address, expected[name])
         for _ in range(rounds):
             for name, address in addresses.items():
-                rates[name].append(requests_a_second(address, count))
+                rates[name].append(requests_per_second(address, count))
     medians = {name: statistics.median(taken) for name, taken in rates.items()}
-    rows = [["", "requests a second", "× floor"]]
+    rows = [["", "requests per second", "× floor"]]
     rows += [[n, f"{rate:,.0f}", f"{rate / medians['floor']:.2f}"] for n, rate in medians.items()]
     text = f"{rounds} rounds of {count} requests, two at a time.\n\n{report.table(rows)}"
     ratio = medians["form-echo"] / medians["floor"]
     target = Target("form-echo, × floor", ratio, 0.95, at_least=True)
-    return Report("a form under lighttpd", text, [target], {"requests a second": rates})
+    return Report("a form under lighttpd", text, [target], {"requests per second": rates})
 
 
-# ---- The library, built otherwise ----------------------------------------------------------------
+# ---- Other builds of the library -----------------------------------------------------------------
 
 BUILDS = ["stub", "tarn", "tarn-plain", "tarn-apart"]
 
@@ -413,10 +414,10 @@ def w12(options):
         wall, cpu = sample.wall * 1e6, sample.cpu * 1e6
         rows.append([name, f"{wall:.1f}", f"{beyond:+.1f}", f"{cpu:.1f}", *figures])
     text = (
-        "W1 with the library as shipped, without TARN_HARDENING (plain), and without\n"
-        f"TARN_ONE_MAPPING (apart). {rounds} rounds.\n\n{report.table(rows)}"
+        "W1 with the library as shipped (tarn), without TARN_HARDENING (tarn-plain), and without\n"
+        f"TARN_ONE_MAPPING (tarn-apart). {rounds} rounds.\n\n{report.table(rows)}"
     )
-    return Report("the library built otherwise", text, [], {"samples": samples, "counts": counted})
+    return Report("other builds of the library", text, [], {"samples": samples, "counts": counted})
 
 
 ALL = {f.__name__.upper(): f for f in (w1, w2, w3, w4, w5, w6, w7, w8, w9, w10, w11, w12)}

@@ -195,7 +195,7 @@ def is_written_by_compilers(member: Member, name: str) -> bool:
     )
 
 
-def check(member: Member) -> None:
+def check_member(member: Member) -> None:
     if member.comment.blocks or member.name not in OF_CONTAINERS:
         member.comment.check(member.parameters)
     if member.comment.result and re.match(r"(static )?void ", member.declaration):
@@ -223,7 +223,7 @@ def parse_member(statement: Statement, owner: str) -> Member | None:
         undocumented = instead == " = delete" and not comment.blocks
         if instead == " = default" or undocumented or is_written_by_compilers(member, owner):
             return None
-    check(member)
+    check_member(member)
     return member
 
 
@@ -336,7 +336,7 @@ class Parser:
             else:
                 member, _ = parse_function(head, comment)
         with located(f"{line}: {member.name}" + "()" * member.is_function()):
-            check(member)
+            check_member(member)
         section.members.append(member)
 
     def inherited(self) -> list[Class]:

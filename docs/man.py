@@ -26,12 +26,12 @@ ESCAPED = str.maketrans(dict(zip("\\-'`^~", [r"\e", r"\-", r"\(aq", r"\(ga", r"\
 # ---- mdoc, line by line ------------------------------------------------------------------------
 
 
-def escape(text: str) -> str:
+def escape_prose(text: str) -> str:
     """Words of a sentence. A hyphen between letters is one, any other is a minus or a dash."""
     return re.sub(r"(?<![a-z])-|-(?![a-z])", r"\\-", text.replace("\\", r"\e"))
 
 
-def literal(text: str) -> str:
+def escape_code(text: str) -> str:
     """A line of code, every character of it as it is."""
     text = text.translate(ESCAPED)
     return r"\&" + text if text.startswith(".") else text
@@ -41,7 +41,7 @@ def argument(text: str) -> str:
     return f'"{text}"' if " " in text else text
 
 
-def fill(text: str) -> list[str]:
+def wrap_sentences(text: str) -> list[str]:
     """Plain text: each sentence begins a line."""
     lines = []
     for part in re.split(r"(?<=[.!?])\s+|(?<=[.!?]\))\s+", text.strip()):
@@ -49,8 +49,8 @@ def fill(text: str) -> list[str]:
     return [r"\&" + line if line[0] in ".'" else line for line in lines]
 
 
-def display(lines: list[str]) -> list[str]:
-    return [".Bd -literal -offset indent", *map(literal, lines), ".Ed"]
+def code_display(lines: list[str]) -> list[str]:
+    return [".Bd -literal -offset indent", *map(escape_code, lines), ".Ed"]
 
 
 def tagged(width: str, items: list[tuple[str, list[str]]]) -> list[str]:
@@ -100,12 +100,12 @@ class Writer:
         parts: list[str | tuple[str, str]] = [""]  # words and macros in turn
         for kind, content in model.pieces(text):
             if kind == "quotation":
-                parts[-1] += escape(content)
+                parts[-1] += escape_prose(content)
             elif kind == "plain":
                 first, *rest = self.marked.split(content)
-                parts[-1] += escape(first)
+                parts[-1] += escape_prose(first)
                 for name, words in zip(rest[::2], rest[1::2]):
-                    parts += [self.macro(page, "code", name), escape(words)]
+                    parts += [self.macro(page, "code", name), escape_prose(words)]
             else:
                 parts += [self.macro(page, kind, content), ""]
 
@@ -114,14 +114,14 @@ class Writer:
         for macro, after in zip(parts[1::2], parts[2::2]):
             before, opening = re.fullmatch(r"(.*?)(\S*)", words, re.DOTALL).groups()
             closing, words = re.fullmatch(r"(\S*)(.*)", after, re.DOTALL).groups()
-            lines += fill(before)
+            lines += wrap_sentences(before)
             line = f".Pf {opening} {macro}" if opening else f".{macro}"
             if closing.strip(CLOSING):
                 line += f" Ns {closing}"
             elif closing:
                 line += " " + " ".join(closing)
             lines.append(line)
-        return lines + fill(words)
+        return lines + wrap_sentences(words)
 
     def blocks(self, page: Page, blocks: list[model.Block]) -> list[str]:
         """Blocks with a paragraph's distance between them."""
@@ -130,7 +130,7 @@ class Writer:
             if isinstance(block, model.Paragraph):
                 lines += [".Pp"] + self.flow(page, block.text)
             elif isinstance(block, model.Code):
-                lines += display(block.lines)
+                lines += code_display(block.lines)
             elif isinstance(block, model.Table):
                 lines += self.table(page, block)
             elif isinstance(block, model.Items):
@@ -222,8 +222,8 @@ class Writer:
     # -- Pages
 
     def example(self, page: Page, example: Example) -> list[str]:
-        shown = [".Pp", "Called from a shell:", *display(example.transcript)]
-        return [*self.flow(page, example.title), *display(example.code), *shown]
+        shown = [".Pp", "Called from a shell:", *code_display(example.transcript)]
+        return [*self.flow(page, example.title), *code_display(example.code), *shown]
 
     def see_also(self, page: Page, lines: list[str]) -> list[str]:
         """The pages that describe what the lines of this one name, its example's too."""
@@ -243,7 +243,7 @@ class Writer:
         lines = [f".Xr {name} {section} ," for section, name in references]
         return lines[:-1] + [lines[-1].removesuffix(" ,")]
 
-    def whole(self, page: Page, synopsis: list[str], lines: list[str]) -> list[str]:
+    def complete_page(self, page: Page, synopsis: list[str], lines: list[str]) -> list[str]:
         lines = [*lines, ".Sh EXAMPLES", *self.example(page, page.examples[0])]
         return [
             *[*self.head(page), ".Sh SYNOPSIS", *synopsis],
@@ -274,7 +274,7 @@ class Writer:
             lines += [".Pp", "Where nothing else is said of them, the arguments are:"]
             lines += self.arguments(page, comment)
         lines += [".Ss Functions", *self.members(page), ".Sh RETURN VALUES", *self.results(page)]
-        return self.whole(page, self.synopsis(page), lines)
+        return self.complete_page(page, self.synopsis(page), lines)
 
     def overview(self, page: Page) -> list[str]:
         statuses, tags = self.reference.constants
@@ -301,9 +301,9 @@ class Writer:
             *tagged("TARN_NOT_IMPLEMENTED(5)", codes),
         ]
         types = [f".Vt {type.declaration} ;" for type in self.reference.types]
-        return self.whole(page, [".In tarn.h", *types], lines)
+        return self.complete_page(page, [".In tarn.h", *types], lines)
 
-    def tree(self) -> dict[str, list[str]]:
+    def all_pages(self) -> dict[str, list[str]]:
         """The lines of every page, by its name."""
         made = {}
         for page in self.pages:
@@ -330,10 +330,10 @@ class CppWriter(Writer):
         if kind == "function" and content.rpartition("::")[2] in self.members:
             return f"Fn {content}"
         if kind == "code" and not content.isidentifier():
-            return f"Li {escape(content)}"
+            return f"Li {escape_prose(content)}"
         return super().macro(page, kind, content)
 
-    def in_short(self, page: Page, members: list[cpp_reference.Member]) -> list[str]:
+    def member_list(self, page: Page, members: list[cpp_reference.Member]) -> list[str]:
         """Names with their first sentences; of some of one name, each."""
         items = []
         for member in members:
@@ -358,20 +358,24 @@ class CppWriter(Writer):
                 lines += [".Pp", f".Sy tarn::{each.name}", ".Pp", *words]
                 has = dict.fromkeys(base.name for base, _ in self.cpp.inherited(each))
                 has = [self.shared[name]["title"].replace("What", "what") for name in has]
-                lines += [".Pp", *fill(f'It has {" and ".join(has)}; see below.')] if has else []
-                lines += [".Pp", *self.in_short(page, each.members)] if each.members else []
+                lines += (
+                    [".Pp", *wrap_sentences(f'It has {" and ".join(has)}; see below.')]
+                    if has
+                    else []
+                )
+                lines += [".Pp", *self.member_list(page, each.members)] if each.members else []
             if section.members:
-                lines += [".Pp", *self.in_short(page, section.members)]
+                lines += [".Pp", *self.member_list(page, section.members)]
         for base in self.cpp.bases:
             notes = self.shared[base.name]
             lines += [f'.Ss {notes["title"]}', *self.blocks(page, model.blocks(notes["text"]))]
-            lines += [".Pp", *self.in_short(page, base.members)]
+            lines += [".Pp", *self.member_list(page, base.members)]
         lines = [
             line
             for before, line in zip(["", *lines], lines)
             if line != ".Pp" or not before.startswith(".Ss ")
         ]
-        return self.whole(page, [".In tarn.hpp"], lines)
+        return self.complete_page(page, [".In tarn.hpp"], lines)
 
 
 # ---- The command -------------------------------------------------------------------------------
@@ -383,7 +387,7 @@ def main() -> None:
     root, release, date, folder = sys.argv[1:]
     try:
         headers = Headers(Path(root))
-        tree = Writer(headers, release, datetime.date.fromisoformat(date)).tree()
+        tree = Writer(headers, release, datetime.date.fromisoformat(date)).all_pages()
         tree["tarn.hpp"] = CppWriter(headers, release, datetime.date.fromisoformat(date)).page()
     except HeaderError as error:
         sys.exit(str(error))

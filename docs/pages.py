@@ -64,7 +64,7 @@ def read_example(path: Path) -> Example:
     transcript = path.with_suffix(".txt").read_text()
     return Example(
         path.stem,
-        one_line(model.uncomment(comment)),
+        one_line(model.comment_text(comment)),
         code.strip().splitlines(),
         transcript.splitlines(),
     )

@@ -1,8 +1,8 @@
-"""The reference that include/tarn.h holds, as a model: families of documented functions.
+"""A model of the C reference: families of documented functions, read from include/tarn.h.
 
-parse() reads the header and refuses what it cannot vouch for: a function without documentation, an
-argument that nobody explains, an explanation of an argument that is not there, a result without a
-word. What is written from the model, and how, is the business of others (man.py).
+parse() rejects a header that it does not understand or that is not documented completely: every
+function, argument and result needs a description, and every described argument must exist. man.py
+and sources.py write pages from the model.
 """
 
 import re
@@ -12,12 +12,12 @@ from dataclasses import dataclass, field
 
 
 class HeaderError(Exception):
-    """The header is not documented as it should be."""
+    """A header that is not understood, or not documented completely."""
 
 
 @contextmanager
 def located(place: object):
-    """Adds to an error where it is."""
+    """Puts the place before the text of an error."""
     try:
         yield
     except HeaderError as error:
@@ -26,8 +26,8 @@ def located(place: object):
 
 # ---- The model ---------------------------------------------------------------------------------
 #
-# A text is a string with the header's own marks in it: `argument`, function(), TARN_CONSTANT,
-# "quotation". pieces() takes it apart.
+# A text is a string marked up as in the header: `argument`, function(), TARN_CONSTANT, "quotation".
+# pieces() splits it.
 
 
 @dataclass
@@ -62,7 +62,7 @@ Block = Paragraph | Code | Table | Enumeration | Items
 
 @dataclass
 class Argument:
-    """What is said of one argument, or of several together."""
+    """The description of one argument, or of several together."""
 
     names: list[str]
     text: str
@@ -78,9 +78,11 @@ class Comment:
         return {name for argument in self.arguments for name in argument.names}
 
     def check(self, parameters: list[str]) -> None:
-        """Raises HeaderError unless it documents something that has these parameters."""
+        """Raises HeaderError unless this documents something with these parameters."""
         if not self.blocks:
             raise HeaderError("not documented")
+        if not isinstance(self.blocks[0], Paragraph):
+            raise HeaderError("the documentation must begin with a sentence")
         for argument in self.arguments:
             if not argument.text:
                 raise HeaderError(f"@param says nothing of {argument.names[0]}")
@@ -133,7 +135,7 @@ class Constants:
 
 @dataclass
 class Family:
-    """Functions and variables; a comment between them is about those that follow."""
+    """Functions and variables. A comment between them applies to those that follow."""
 
     title: str
     comment: Comment
@@ -190,7 +192,7 @@ def one_line(text: str) -> str:
 # ---- Comments ----------------------------------------------------------------------------------
 
 
-def uncomment(comment: str) -> str:
+def comment_text(comment: str) -> str:
     """The text of a comment, without its stars."""
     body = re.sub(r"^/\*+ ?|\s*\*/$", "", comment)
     first, *rest = body.split("\n")
@@ -199,7 +201,8 @@ def uncomment(comment: str) -> str:
 
 
 def table(lines: list[str]) -> Table:
-    """The first line shows where the columns begin; a line with an empty first cell goes on."""
+    """The first line shows where the columns begin. A line with an empty first cell continues the
+    row above it."""
     starts = [match.start() for match in re.finditer(r"(?<=\s\s)\S|^\S", lines[0])]
     rows: list[list[str]] = []
     for line in lines:
@@ -238,15 +241,16 @@ def blocks(text: str) -> list[Block]:
 
 def parse_comment(text: str) -> Comment:
     """Reads a comment with its stars."""
-    body, *tags = re.split(r"(?:^|(?<=\s))@(?=param\s|return\s)", uncomment(text))
+    body, *tags = re.split(r"(?:^|(?<=\s))@(?=(?:param|return)(?:\s|$))", comment_text(text))
     comment = Comment(blocks(body))
     for tag in tags:
-        kind, text = tag.split(None, 1)
+        kind, *words = tag.split()
         if kind == "return":
-            comment.result = one_line(text)
+            comment.result = " ".join(words)
+        elif words:
+            comment.arguments.append(Argument(words[0].split(","), " ".join(words[1:])))
         else:
-            names, *text = text.split(None, 1)
-            comment.arguments.append(Argument(names.split(","), one_line("".join(text))))
+            raise HeaderError("@param names no argument")
     return comment
 
 
@@ -265,7 +269,10 @@ def parse_declaration(text: str, comment: Comment) -> Function | Declaration:
     text = re.sub(r" TARN_PRINTF\(.*\)$", "", text)
     match = re.fullmatch(r"(.*?[\s*])(\w+)\((.*)\)", text)
     if not match:
-        return Declaration(re.search(r"(\w+)$", text)[1], text, comment)
+        name = re.search(r"\w+$", text)
+        if not name:
+            raise HeaderError(f"not understood: {text}")
+        return Declaration(name[0], text, comment)
     parameters = [part.strip() for part in match[3].split(",") if part.strip() != "void"]
     variadic = "..." in parameters
     return Function(
@@ -306,68 +313,118 @@ ITEM = re.compile(
     (?P<comment>/\*.*?\*/)
   | (?P<define>^\#define\ (?P<name>TARN_\w+)[ ]+(?P<value>\d+)u(?:[ ]+/\*\ (?P<text>.*?)\ \*/)?$)
   | (?P<directive>^\#[^\n]*)
-  | (?P<enumeration>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
-  | (?P<declaration>^(?:TARN_API|typedef)\b[^;]*;) (?:\ /\*\ since\ TARN_[\d.]+\ \*/)?
-  | extern\ "C"\ \{ | ^\}$
+  | (?P<slots>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
+  | (?P<declaration>^(?:TARN_API|typedef)\b(?:(?!TARN_API|typedef|/\*)[^;])*;)
+    (?:\ /\*\ since\ TARN_[\d.]+\ \*/)?
+  | (?P<begin>extern\ "C"\ \{) | (?P<end>^\}$)
   | (?P<unknown>\S[^\n]*)
 """,
     re.VERBOSE | re.DOTALL | re.MULTILINE,
 )
 
+NO_OVERVIEW = "the header must begin with a comment about the library"
+
+
+class Parser:
+    """Reads the items of a header in order. The method for each kind of item has its name."""
+
+    def __init__(self) -> None:
+        self.reference: Reference | None = None
+        self.documentation: Comment | None = None  # of the next declaration
+        self.is_open = False  # extern "C"
+
+    def read(self, item: re.Match[str]) -> None:
+        kind = next(name for name in KINDS if item[name])
+        if kind in ("define", "slots", "declaration") and self.reference is None:
+            raise HeaderError(NO_OVERVIEW)
+        getattr(self, kind)(item)
+        if kind not in ("comment", "directive"):
+            self.documentation = None
+
+    def finish(self) -> Reference:
+        if self.reference is None:
+            raise HeaderError(NO_OVERVIEW)
+        if self.is_open:
+            raise HeaderError("{ without }")
+        for family in self.reference.families:
+            used = {each.name for function in family.functions() for each in function.parameters}
+            for name in sorted(family.comment.explained() - used):
+                raise HeaderError(f"{family.title}: no function has an argument {name}")
+        return self.reference
+
+    def family(self) -> Family:
+        if not self.reference.families:
+            raise HeaderError("no heading before this")
+        return self.reference.families[-1]
+
+    def comment(self, item: re.Match[str]) -> None:
+        heading = re.match(r"/\* ---- (.*?) -{2,}", item[0])
+        body = parse_comment(item[0][heading.end() :] if heading else item[0])
+        documents = item[0].startswith("/**")
+        if self.reference is None:
+            if heading or documents:
+                raise HeaderError(NO_OVERVIEW)
+            self.reference = Reference(body)
+        elif documents:
+            self.documentation = body
+        elif heading:
+            self.reference.families.append(Family(heading[1], body))
+        elif self.reference.families:
+            self.reference.families[-1].members.append(body)
+        else:
+            self.reference.constants.append(Constants(body))
+
+    def define(self, item: re.Match[str]) -> None:
+        if not self.reference.constants:
+            raise HeaderError(f'{item["name"]}: no comment introduces this constant')
+        constant = Constant(item["name"], item["value"], item["text"] or "")
+        self.reference.constants[-1].members.append(constant)
+
+    def slots(self, item: re.Match[str]) -> None:
+        if self.documentation is None:
+            raise HeaderError("enumeration not documented")
+        rows = parse_slots(item["enumerators"])
+        self.family().comment.blocks += [*self.documentation.blocks, rows]
+
+    def declaration(self, item: re.Match[str]) -> None:
+        if item[0].startswith("typedef"):
+            if self.documentation is None:
+                raise HeaderError(f"{item[0]} not documented")
+            text = one_line(item[0]).removesuffix(";")
+            self.reference.types.append(Declaration(text.split()[-1], text, self.documentation))
+            return
+        member = parse_declaration(item["declaration"], self.documentation or Comment())
+        with located(f"{member.name}()"):
+            family = self.family()
+            member.comment.check([each.name for each in getattr(member, "parameters", [])])
+            if isinstance(member, Function):
+                check(family, member)
+        family.members.append(member)
+
+    def directive(self, item: re.Match[str]) -> None:
+        """Directives other than constants declare nothing."""
+
+    def begin(self, _: re.Match[str]) -> None:
+        if self.is_open:
+            raise HeaderError("{ without }")
+        self.is_open = True
+
+    def end(self, _: re.Match[str]) -> None:
+        if not self.is_open:
+            raise HeaderError("} without {")
+        self.is_open = False
+
+    def unknown(self, item: re.Match[str]) -> None:
+        raise HeaderError(f"not understood: {item[0]}")
+
+
+KINDS = [name for name in ITEM.groupindex if hasattr(Parser, name)]
+
 
 def parse(text: str) -> Reference:
-    """Reads a header; raises HeaderError with the name of the function that it stumbles on."""
-    reference = None
-    comment = None  # that documents what follows
+    """Reads a header. A HeaderError names the line, and the function if it is in one."""
+    parser = Parser()
     for item in ITEM.finditer(text):
-        line = text.count("\n", 0, item.start()) + 1
-        if item["unknown"]:
-            raise HeaderError(f"line {line}: not understood: {item[0]}")
-        if item["comment"]:
-            heading = re.match(r"/\* ---- (.*?) -{2,}", item[0])
-            body = parse_comment(item[0][heading.end() :] if heading else item[0])
-            if item[0].startswith("/**"):
-                comment = body
-            elif reference is None:
-                reference = Reference(body)
-            elif heading:
-                reference.families.append(Family(heading[1], body))
-            elif reference.families:
-                reference.families[-1].members.append(body)
-            else:
-                reference.constants.append(Constants(body))
-            continue
-        if item["define"]:
-            reference.constants[-1].members.append(
-                Constant(item["name"], item["value"], item["text"] or "")
-            )
-        elif item["enumeration"]:
-            if comment is None:
-                raise HeaderError(f"line {line}: enumeration not documented")
-            reference.families[-1].comment.blocks += [
-                *comment.blocks,
-                parse_slots(item["enumerators"]),
-            ]
-        elif item["declaration"] and item[0].startswith("typedef"):
-            if comment is None:
-                raise HeaderError(f"line {line}: {item[0]} not documented")
-            declaration = one_line(item[0]).removesuffix(";")
-            reference.types.append(Declaration(declaration.split()[-1], declaration, comment))
-        elif item["declaration"]:
-            member = parse_declaration(item["declaration"], comment or Comment())
-            family = reference.families[-1]
-            with located(f"line {line}: {member.name}()"):
-                member.comment.check([each.name for each in getattr(member, "parameters", [])])
-                if isinstance(member, Function):
-                    check(family, member)
-            family.members.append(member)
-        else:
-            continue
-        comment = None
-    for family in reference.families:
-        used = {
-            parameter.name for function in family.functions() for parameter in function.parameters
-        }
-        for name in sorted(family.comment.explained() - used):
-            raise HeaderError(f"{family.title}: no function has an argument {name}")
-    return reference
+        with located(f"line {text.count(chr(10), 0, item.start()) + 1}"):
+            parser.read(item)
+    return parser.finish()

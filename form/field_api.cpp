@@ -125,6 +125,10 @@ const char *TarnFormField_header(const TarnFormField *field, const char *name) {
   return field && name ? findHeader(field->headers(), name).data() : nullptr;
 }
 
+uint64_t TarnFormField_headerSize(const TarnFormField *field, const char *name) {
+  return field && name ? findHeader(field->headers(), name).size() : 0;
+}
+
 uint64_t TarnFormField_offset(const TarnFormField *field) { return field ? field->offset() : 0; }
 
 uint64_t TarnFormField_size(const TarnFormField *field) {

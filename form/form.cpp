@@ -43,7 +43,7 @@ bool TarnForm::start() {
       return !problem && tarn::form::startMultipart(*this);
     case BodyType::kNone:
       // Nothing was sent, which is no form, but no mistake either.
-      if (source.window().empty() && !more() && !problem) {
+      if (source.length() == 0 || (source.length() == TARN_FORM_UNLIMITED && !more() && !problem)) {
         stage = Stage::kAfterFields;
         return true;
       }

@@ -91,7 +91,8 @@ bool startMultipart(TarnForm &form) {
     return form.raiseCutShort("cut short: the body has no delimiter");
   }
   const bool opens = before == 0 && form.source.position() == 0;
-  const bool begins_line = before >= 2 && beginsWith(form.source.window(), form.boundary.view());
+  const char *place = form.source.window().data() + before;
+  const bool begins_line = before >= 2 && place[-2] == '\r' && place[-1] == '\n';
   form.source.consume(before);
   if (!opens && !begins_line) {
     return form.raise(TARN_FORM_MALFORMED, "the preamble contains the boundary inside a line");
@@ -102,13 +103,14 @@ bool startMultipart(TarnForm &form) {
 }
 
 TarnFormField *stepToPart(TarnForm &form) {
-  if (!form.countField()) return nullptr;
-  if (!takeHeaders(form, dashBoundary(form))) return nullptr;
-  // The empty line of the headers and the delimiter of an empty value may share a CR LF.
   const std::string_view wanted = dashBoundary(form);
+  if (!form.countField()) return nullptr;
+  TarnFormField *record = takePart(form, wanted);
+  if (!record) return nullptr;
+  // The empty line of the headers and the delimiter of an empty value may share a CR LF.
   ensure(form, wanted.size());
   form.empty_part = beginsWith(form.source.window(), wanted);
-  return makeRecordOfPart(form);
+  return record;
 }
 
 bool nextRunOfPart(TarnForm &form, std::string_view &run) {

@@ -28,19 +28,24 @@ bool raiseNoBoundary(Problem &problem, const char *sentence) {
   return problem.raise(TARN_FORM_NO_BOUNDARY, 0, sentence);
 }
 
+// Whether a parameter is a piece of a boundary as RFC 2231 would have it: "boundary*0".
+bool isPieceOfBoundary(std::string_view name) {
+  constexpr std::string_view start = "boundary*";
+  return name.size() >= start.size() && equalIgnoringCase({name.data(), start.size()}, start);
+}
+
 bool readBoundary(std::string_view text, Bytes &boundary, Problem &problem) {
   Parameters parameters(text, Quoting::kHttp);
   if (!boundary.append(kDelimiterStart)) return problem.raiseOutOfMemory(0);
   bool found = false;
-  bool continued = false;
+  bool more = false;
   while (parameters.next()) {
-    std::string_view name = parameters.name();
-    if (name.size() > 9 && name[8] == '*' && equalIgnoringCase({name.data(), 8}, "boundary")) {
-      continued = true;
+    if (isPieceOfBoundary(parameters.name())) more = true;
+    if (!equalIgnoringCase(parameters.name(), "boundary")) continue;
+    if (found) {
+      more = true;
+      continue;
     }
-    if (name.size() == 9 && equalIgnoringCase(name, "boundary*")) continued = true;
-    if (!equalIgnoringCase(name, "boundary")) continue;
-    if (found) return problem.raise(TARN_FORM_TWO_BOUNDARIES, 0, "two boundaries in CONTENT_TYPE");
     found = true;
     const bool kept = parameters.escaped() ? appendUnescaped(boundary, parameters.value())
                                            : boundary.append(parameters.value());
@@ -49,7 +54,7 @@ bool readBoundary(std::string_view text, Bytes &boundary, Problem &problem) {
   if (parameters.malformed()) {
     return raiseNoBoundary(problem, "the parameters of CONTENT_TYPE are malformed");
   }
-  if (found && continued) {
+  if (found && more) {
     return problem.raise(TARN_FORM_TWO_BOUNDARIES, 0, "two boundaries in CONTENT_TYPE");
   }
   if (!found) return raiseNoBoundary(problem, "no boundary in CONTENT_TYPE");
@@ -61,7 +66,8 @@ bool readBoundary(std::string_view text, Bytes &boundary, Problem &problem) {
   }
   if (isSpace(value.back()) || std::memchr(value.data(), '\r', value.size()) ||
       std::memchr(value.data(), '\n', value.size())) {
-    return raiseNoBoundary(problem, "the boundary in CONTENT_TYPE has white space where none may be");
+    return raiseNoBoundary(problem,
+                           "the boundary in CONTENT_TYPE has white space where none may be");
   }
   return true;
 }
@@ -116,7 +122,7 @@ bool Parameters::next() {
 
 bool Parameters::takeToken() {
   // Java's mail library writes boundaries with "=" and ":" without quotes.
-  const bool boundary = equalIgnoringCase(name_, "boundary");
+  const bool boundary = quoting_ == Quoting::kHttp && equalIgnoringCase(name_, "boundary");
   size_t size = 0;
   while (size < rest_.size() &&
          (isTokenByte(rest_[size]) || (boundary && (rest_[size] == '=' || rest_[size] == ':')))) {
@@ -124,8 +130,7 @@ bool Parameters::takeToken() {
   }
   value_ = {rest_.data(), size};
   rest_.remove_prefix(size);
-  // An empty boundary is reported as such.
-  return size > 0 || boundary || fail();
+  return size > 0 || fail();
 }
 
 // Whether the next parameter or the end follows.
@@ -176,13 +181,14 @@ std::string_view takeType(std::string_view &text) {
 BodyType readContentType(std::string_view text, Bytes &boundary, Problem &problem) {
   const std::string_view type = takeType(text);
   if (type.empty() && text.empty()) return BodyType::kNone;
+  const std::string_view rest = trim(text);
+  if (!rest.empty() && rest.front() != ';') return BodyType::kOther;
   if (equalIgnoringCase(type, "multipart/form-data")) {
     readBoundary(text, boundary, problem);
     return BodyType::kMultipart;
   }
-  const std::string_view rest = trim(text);
-  const bool form = equalIgnoringCase(type, "application/x-www-form-urlencoded");
-  return form && (rest.empty() || rest.front() == ';') ? BodyType::kUrlEncoded : BodyType::kOther;
+  return equalIgnoringCase(type, "application/x-www-form-urlencoded") ? BodyType::kUrlEncoded
+                                                                      : BodyType::kOther;
 }
 
 }  // namespace tarn::form

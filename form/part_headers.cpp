@@ -13,13 +13,18 @@ size_t offsetOf(const void *place, std::string_view text) {
   return static_cast<size_t>(static_cast<const char *>(place) - text.data());
 }
 
+bool beginsWith(std::string_view text, std::string_view start) {
+  return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
+}
+
 // Reads a line to the end of TarnForm::headers, with its line end.
-bool takeLine(TarnForm &form, std::string_view &line) {
+bool takeLine(TarnForm &form, std::string_view dash_boundary, std::string_view &line) {
   const size_t start = form.headers.size();
   const uint64_t place = form.source.position();
   const uint64_t most = form.limits[TARN_FORM_HEADER_SIZE];
   const void *end = nullptr;
-  while (!end) {
+  bool at_end = false;
+  while (!end && !at_end) {
     const std::string_view window = form.source.window();
     end = window.empty() ? nullptr : std::memchr(window.data(), '\n', window.size());
     const size_t arrived = end ? offsetOf(end, window) + 1 : window.size();
@@ -29,11 +34,13 @@ bool takeLine(TarnForm &form, std::string_view &line) {
     }
     if (!form.headers.append({window.data(), arrived})) return form.raiseOutOfMemory();
     form.source.consume(arrived);
-    if (!end && !form.more()) {
-      return form.raiseCutShort("cut short: the body ends in the headers of a part");
-    }
+    at_end = !end && !form.more();
   }
   line = {form.headers.data() + start, form.headers.size() - start};
+  if (beginsWith(line, dash_boundary)) {
+    return form.problem.raise(TARN_FORM_MALFORMED, place, "a delimiter inside the headers");
+  }
+  if (at_end) return form.raiseCutShort("cut short: the body ends in the headers of a part");
   const void *carriage_return = std::memchr(line.data(), '\r', line.size());
   if (carriage_return != line.data() + line.size() - 2) {
     return raiseHeader(form, place, "a header line has a CR or LF that is not part of CR LF");
@@ -51,8 +58,6 @@ bool splitLine(std::string_view line, std::string_view &name, std::string_view &
   value = trim(line);
   return isToken(name);
 }
-
-std::string_view withoutLineEnd(std::string_view line) { return {line.data(), line.size() - 2}; }
 
 // ---- Content-Disposition ------------------------------------------------------------------------
 
@@ -89,75 +94,87 @@ bool appendDecoded(Bytes &bytes, std::string_view text, bool escaped) {
   return true;
 }
 
-struct Disposition {
-  std::string_view name, filename;
-  bool has_name = false, name_escaped = false;
-  bool has_filename = false, filename_escaped = false;
+// What the headers of a part say. The decoded names are in TarnForm::scratch: first the field's, then
+// the file's.
+struct Part {
+  bool has_disposition = false, has_type = false, has_encoding = false;
+  bool has_filename = false;
+  size_t name_size = 0;
 };
 
-// Returns a sentence about what is malformed, or null.
-const char *readParameters(std::string_view text, Disposition &disposition) {
+// Reads the parameters of Content-Disposition. Two names are refused: two readers could take
+// different ones.
+bool readNames(TarnForm &form, std::string_view text, uint64_t place, Part &part) {
   Parameters parameters(text, Quoting::kForm);
+  Parameters name = parameters, filename = parameters;
+  bool has_name = false;
   while (parameters.next()) {
-    if (equalIgnoringCase(parameters.name(), "name")) {
-      if (disposition.has_name) return "Content-Disposition has two names";
-      disposition.has_name = true;
-      disposition.name = parameters.value();
-      disposition.name_escaped = parameters.escaped();
-    } else if (equalIgnoringCase(parameters.name(), "filename")) {
-      if (disposition.has_filename) return "Content-Disposition has two file names";
-      disposition.has_filename = true;
-      disposition.filename = parameters.value();
-      disposition.filename_escaped = parameters.escaped();
-    }
+    const bool is_name = equalIgnoringCase(parameters.name(), "name");
+    if (!is_name && !equalIgnoringCase(parameters.name(), "filename")) continue;
+    bool &found = is_name ? has_name : part.has_filename;
+    if (found) return raiseHeader(form, place, "Content-Disposition has a parameter twice");
+    found = true;
+    (is_name ? name : filename) = parameters;
   }
-  return parameters.malformed() ? "the parameters of Content-Disposition are malformed" : nullptr;
-}
-
-TarnFormField *addRecord(TarnForm &form, const Disposition &disposition) {
+  if (parameters.malformed()) {
+    return raiseHeader(form, place, "the parameters of Content-Disposition are malformed");
+  }
+  if (!has_name) {
+    return form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, place, "a part without a name");
+  }
   form.scratch.clear();
-  if (!appendDecoded(form.scratch, disposition.name, disposition.name_escaped)) return nullptr;
-  const size_t name_size = form.scratch.size();
-  if (!appendDecoded(form.scratch, disposition.filename, disposition.filename_escaped) ||
-      !form.scratch.reserve(0)) {
-    return nullptr;
+  if (!appendDecoded(form.scratch, name.value(), name.escaped())) return form.raiseOutOfMemory();
+  part.name_size = form.scratch.size();
+  if (part.has_filename && !appendDecoded(form.scratch, filename.value(), filename.escaped())) {
+    return form.raiseOutOfMemory();
   }
-  form.current.clear();
-  const char *filename = disposition.has_filename ? form.scratch.data() + name_size : nullptr;
-  return form.current.add(&form, false, {form.scratch.data(), name_size}, filename,
-                          form.scratch.size() - name_size, form.headers.view(), form.part_offset);
+  return true;
 }
 
-// A header that can be there only once: two readers could take different ones.
-struct Single {
-  const char *name;
-  bool found;
-};
+bool readDisposition(TarnForm &form, std::string_view text, uint64_t place, Part &part) {
+  const std::string_view type = takeType(text);
+  const std::string_view rest = trim(text);
+  if (!equalIgnoringCase(type, "form-data") || (!rest.empty() && rest.front() != ';')) {
+    return form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, place,
+                              "a part whose Content-Disposition is not form-data");
+  }
+  return readNames(form, text, place, part);
+}
 
 bool isAllowedEncoding(std::string_view encoding) {
   return equalIgnoringCase(encoding, "7bit") || equalIgnoringCase(encoding, "8bit") ||
          equalIgnoringCase(encoding, "binary");
 }
 
-}  // namespace
+// Reads the headers that matter. Each of them can be there only once.
+bool readHeader(TarnForm &form, std::string_view name, std::string_view value, uint64_t place,
+                Part &part) {
+  const bool is_disposition = equalIgnoringCase(name, "Content-Disposition");
+  const bool is_encoding = equalIgnoringCase(name, "Content-Transfer-Encoding");
+  if (!is_disposition && !is_encoding && !equalIgnoringCase(name, "Content-Type")) return true;
+  bool &found = is_disposition ? part.has_disposition
+                : is_encoding  ? part.has_encoding
+                               : part.has_type;
+  if (found) return raiseHeader(form, place, "a part has the same header twice");
+  found = true;
+  if (is_disposition) return readDisposition(form, value, place, part);
+  if (!is_encoding || isAllowedEncoding(value)) return true;
+  return form.problem.raise(TARN_FORM_UNSUPPORTED_TYPE, place,
+                            "a Content-Transfer-Encoding that browsers do not use");
+}
 
-bool takeHeaders(TarnForm &form, std::string_view dash_boundary) {
-  Single singles[] = {{"Content-Disposition", false},
-                      {"Content-Type", false},
-                      {"Content-Transfer-Encoding", false}};
+// Reads the lines and the empty one behind them. In TarnForm::headers, a zero byte follows each
+// value.
+bool takeHeaders(TarnForm &form, std::string_view dash_boundary, Part &part) {
   form.headers.clear();
   for (;;) {
     const uint64_t place = form.source.position();
     std::string_view line;
-    if (!takeLine(form, line)) return false;
-    line = withoutLineEnd(line);
+    if (!takeLine(form, dash_boundary, line)) return false;
+    line.remove_suffix(2);
     if (line.empty()) {
       form.headers.cut(form.headers.size() - 2);
       return true;
-    }
-    if (line.size() >= dash_boundary.size() &&
-        std::memcmp(line.data(), dash_boundary.data(), dash_boundary.size()) == 0) {
-      return form.problem.raise(TARN_FORM_MALFORMED, place, "a delimiter inside the headers");
     }
     if (line.front() == ' ' || line.front() == '\t') {
       return raiseHeader(form, place, "a folded header line");
@@ -166,14 +183,12 @@ bool takeHeaders(TarnForm &form, std::string_view dash_boundary) {
     if (!splitLine(line, name, value)) {
       return raiseHeader(form, place, "a header line without a valid name and a colon");
     }
-    for (Single &single : singles) {
-      if (!equalIgnoringCase(name, single.name)) continue;
-      if (single.found) return raiseHeader(form, place, "a part has the same header twice");
-      single.found = true;
-    }
+    if (!readHeader(form, name, value, place, part)) return false;
     form.headers.data()[offsetOf(value.data() + value.size(), form.headers.view())] = '\0';
   }
 }
+
+}  // namespace
 
 std::string_view findHeader(std::string_view headers, std::string_view name) {
   while (!headers.empty()) {
@@ -194,35 +209,20 @@ std::string_view findHeader(std::string_view headers, std::string_view name) {
   return {};
 }
 
-TarnFormField *makeRecordOfPart(TarnForm &form) {
-  std::string_view text = findHeader(form.headers.view(), "Content-Disposition");
-  if (!text.data()) {
+TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary) {
+  Part part;
+  if (!takeHeaders(form, dash_boundary, part)) return nullptr;
+  if (!part.has_disposition) {
     form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, form.part_offset,
                        "a part without Content-Disposition");
     return nullptr;
   }
-  const std::string_view type = takeType(text);
-  if (!equalIgnoringCase(type, "form-data")) {
-    form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, form.part_offset,
-                       "a part whose Content-Disposition is not form-data");
-    return nullptr;
-  }
-  Disposition disposition;
-  if (const char *sentence = readParameters(text, disposition)) {
-    raiseHeader(form, form.part_offset, sentence);
-    return nullptr;
-  }
-  if (!disposition.has_name) {
-    form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, form.part_offset, "a part without a name");
-    return nullptr;
-  }
-  const std::string_view encoding = findHeader(form.headers.view(), "Content-Transfer-Encoding");
-  if (encoding.data() && !isAllowedEncoding(encoding)) {
-    form.problem.raise(TARN_FORM_UNSUPPORTED_TYPE, form.part_offset,
-                       "a part with a Content-Transfer-Encoding");
-    return nullptr;
-  }
-  TarnFormField *record = addRecord(form, disposition);
+  form.current.clear();
+  const char *filename = part.has_filename ? form.scratch.data() + part.name_size : nullptr;
+  const size_t filename_size = part.has_filename ? form.scratch.size() - part.name_size : 0;
+  TarnFormField *record =
+      form.current.add(&form, false, {form.scratch.data(), part.name_size}, filename, filename_size,
+                       form.headers.view(), form.part_offset);
   if (!record) form.raiseOutOfMemory();
   return record;
 }

@@ -8,14 +8,11 @@
 
 namespace tarn::form {
 
-// Reads the headers of a part and the empty line behind them into TarnForm::headers, where each
-// value gets a final zero byte. No line may begin with `dash_boundary`.
-bool takeHeaders(TarnForm &form, std::string_view dash_boundary);
+// Reads the headers of a part and the empty line behind them; makes the field's record. No line may
+// begin with `dash_boundary`. Returns null with a problem.
+TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary);
 
-// Reads Content-Disposition and the other headers that matter; makes the field's record.
-TarnFormField *makeRecordOfPart(TarnForm &form);
-
-// The value of a header in the lines that takeHeaders() leaves, with a zero byte behind it. Its
+// The value of a header in a record's headers, with a zero byte behind it. Its
 // data() is null if there is none.
 std::string_view findHeader(std::string_view headers, std::string_view name);
 

@@ -1,4 +1,4 @@
-/* Tarn: the input side of a CGI script, in C.
+/* Tarn: a library for CGI scripts in C and C++. This is the C interface.
  *
  * Conventions that hold for every function:
  *

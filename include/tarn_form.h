@@ -195,7 +195,8 @@ TARN_FORM_API int TarnForm_status(const TarnForm *form);
  *
  *  @param limit  where to store which one; may be null
  *  @param value  where to store what it allows; may be null
- *  @return 1 if the problem is TARN_FORM_LIMIT, otherwise 0, and nothing is stored
+ *  @return 1 if the problem is TARN_FORM_LIMIT or TARN_FORM_TIMED_OUT; otherwise 0, and nothing is
+ *          stored
  */
 TARN_FORM_API int TarnForm_limit(const TarnForm *form, TarnFormLimit *limit, uint64_t *value);
 
@@ -268,6 +269,8 @@ TARN_FORM_API const char *TarnFormField_type(const TarnFormField *field);
  *  @return the value as sent, without white space around it; null if there is no such header
  */
 TARN_FORM_API const char *TarnFormField_header(const TarnFormField *field, const char *name);
+/** @return the bytes of TarnFormField_header(); 0 if there is no such header */
+TARN_FORM_API uint64_t TarnFormField_headerSize(const TarnFormField *field, const char *name);
 
 /** @return where the field begins in the body: at its delimiter's line or, URL-encoded, its name */
 TARN_FORM_API uint64_t TarnFormField_offset(const TarnFormField *field);

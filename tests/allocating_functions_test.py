@@ -12,7 +12,7 @@ import sys
 ALLOCATORS = {"malloc", "calloc", "realloc"}
 
 
-def output(*command):
+def output_of(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
 
@@ -20,7 +20,7 @@ def calls_of(library):
     """Maps each function to those that it calls or jumps to."""
     calls = {}
     callee_of = re.compile(r"\b(?:call|jmp|j[a-z]+)\s+[0-9a-f]+ <([^>+@]+)(?:@plt)?>$")
-    for line in output("objdump", "--disassemble", "--no-show-raw-insn", library).splitlines():
+    for line in output_of("objdump", "--disassemble", "--no-show-raw-insn", library).splitlines():
         if start := re.match(r"[0-9a-f]+ <([^>]+)>:$", line):
             callees = calls.setdefault(start[1], set())
         elif callee := callee_of.search(line):
@@ -45,7 +45,7 @@ def main(library, *sources):
     calls = calls_of(library)
     exported = {
         line.split("@")[0].split()[-1]
-        for line in output("nm", "--dynamic", "--defined-only", library).splitlines()
+        for line in output_of("nm", "--dynamic", "--defined-only", library).splitlines()
         if line.split()[-2] == "T"
     }
     allocating = {function for function in exported if allocates(function, calls)}

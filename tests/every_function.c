@@ -63,6 +63,7 @@ static void check_form_functions(void) {
   CHECK(TarnFormField_filenameSize(NULL) == 0);
   CHECK(TarnFormField_type(NULL) == NULL);
   CHECK(TarnFormField_header(NULL, NULL) == NULL);
+  CHECK(TarnFormField_headerSize(NULL, NULL) == 0);
   CHECK(TarnFormField_offset(NULL) == 0);
   CHECK(TarnFormField_size(NULL) == 0);
   CHECK(TarnFormField_text(NULL) == NULL);

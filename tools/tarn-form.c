@@ -7,7 +7,7 @@
 #include "tarn_form.h"
 
 /* Larger values wait for their end in a temporary file, since their size is printed first. */
-#define MOST_IN_MEMORY (1024 * 1024)
+#define MOST_IN_MEMORY ((size_t)1024 * 1024)
 
 #define LONGEST_NAME 200
 
@@ -37,36 +37,44 @@ static void end(int status) {
 
 /* ---- JSON --------------------------------------------------------------------------------------- */
 
-static uint64_t size_of_character(const char *text, uint64_t left) {
-  uint64_t size;
+/* Takes a character of UTF-8. Returns its size; 0 if the bytes are not UTF-8. */
+static unsigned take_character(const unsigned char *text, uint64_t left, unsigned long *code) {
+  unsigned size, i;
   for (size = 1; size <= 4 && size <= left; ++size) {
-    if (TarnForm_isUtf8(text, size)) return size;
+    if (!TarnForm_isUtf8(text, size)) continue;
+    *code = size == 1 ? text[0] : text[0] & (0x7FU >> size);
+    for (i = 1; i < size; ++i) *code = *code << 6 | (text[i] & 0x3F);
+    return size;
   }
   return 0;
 }
 
-/* Prints a text as a JSON string. Bytes that are not UTF-8 become \udc80 to \udcff, as in Python. */
+/* Prints a text as a JSON string, in ASCII. Bytes that are not UTF-8 become \udc80 to \udcff, as in
+ * Python. */
 static void print_string(const char *text, uint64_t size) {
+  const unsigned char *c = (const unsigned char *)text;
   if (!text) {
     fputs("null", stdout);
     return;
   }
   putchar('"');
   while (size > 0) {
-    const unsigned char c = (unsigned char)*text;
-    uint64_t count = size_of_character(text, size);
-    if (c == '"' || c == '\\') {
-      printf("\\%c", c);
-    } else if (c < 0x20 || c == 0x7F) {
-      printf("\\u%04x", c);
-    } else if (count == 0) {
-      printf("\\udc%02x", c);
-      count = 1;
+    unsigned long code = 0;
+    const unsigned count = take_character(c, size, &code);
+    if (count == 0) {
+      printf("\\udc%02x", *c);
+    } else if (code == '"' || code == '\\') {
+      printf("\\%c", (int)code);
+    } else if (code >= 0x20 && code < 0x7F) {
+      putchar((int)code);
+    } else if (code < 0x10000) {
+      printf("\\u%04lx", code);
     } else {
-      fwrite(text, 1, (size_t)count, stdout);
+      code -= 0x10000;
+      printf("\\u%04lx\\u%04lx", 0xD800 + (code >> 10), 0xDC00 + (code & 0x3FF));
     }
-    text += count;
-    size -= count;
+    c += count > 0 ? count : 1;
+    size -= count > 0 ? count : 1;
   }
   putchar('"');
 }
@@ -144,7 +152,7 @@ static void make_safe(const char *name, uint64_t size, char *safe) {
     const int mark = *c == '.' || *c == '_' || *c == '-';
     if (slash) count = 0;
     if (slash || (count == 0 && (*c == '.' || *c == '-')) || count == LONGEST_NAME) continue;
-    safe[count++] = letter || digit || mark ? *c : '_';
+    safe[count++] = (char)(letter || digit || mark ? *c : '_');
   }
   if (count == 0) {
     memcpy(safe, "file", 4);
@@ -199,7 +207,7 @@ static int print_field(TarnFormField *field) {
   fputs(", \"filename\": ", stdout);
   print_string(filename, TarnFormField_filenameSize(field));
   fputs(", \"content_type\": ", stdout);
-  print_text(TarnFormField_type(field));
+  print_string(TarnFormField_type(field), TarnFormField_headerSize(field, "Content-Type"));
   printf(", \"size\": %llu", (unsigned long long)TarnFormField_size(field));
   if (saves) {
     fputs(", \"saved\": ", stdout);

@@ -55,7 +55,7 @@ def page_of(name):
     return link[1] if link else name
 
 
-def squeezed(code):
+def without_optional_spaces(code):
     return re.sub(r"\s*([*(),;])\s*", r"\1", " ".join(code.split()))
 
 
@@ -78,10 +78,12 @@ class Prototypes(unittest.TestCase):
             self.assertEqual((compiled.returncode, compiled.stderr), (0, ""), name)
 
     def test_match_the_header_word_for_word(self):
-        header = squeezed(run(*CC, "-E", "-P", "-x", "c", "-", input=HEADER, check=True).stdout)
+        header = without_optional_spaces(
+            run(*CC, "-E", "-P", "-x", "c", "-", input=HEADER, check=True).stdout
+        )
         for page in SHOWN.values():
             for declaration in self.declarations(page):
-                words = re.escape(squeezed(declaration).removesuffix(";"))
+                words = re.escape(without_optional_spaces(declaration).removesuffix(";"))
                 self.assertTrue(
                     re.search(rf"[;)}}] ?{words}(;|__attribute__)", header), declaration
                 )
@@ -90,7 +92,7 @@ class Prototypes(unittest.TestCase):
         shown = collections.Counter()
         for page in SHOWN.values():
             for declaration in self.declarations(page):
-                shown[re.search(r"(\w+)(?:\(.*)?;$", squeezed(declaration))[1]] += 1
+                shown[re.search(r"(\w+)(?:\(.*)?;$", without_optional_spaces(declaration))[1]] += 1
         self.assertEqual(shown, collections.Counter(EXPORTS + ["TarnHandle", "TarnStatus"]))
 
     @staticmethod
@@ -311,6 +313,52 @@ class Generator(unittest.TestCase):
             "TARN_API TarnHandle Tarn_getFile(",
             "TarnHandle Tarn_getFile(",
             "not understood: TarnHandle Tarn_getFile(",
+        )
+        self.refuses(
+            "/** Finds the first file",
+            "struct S;\n\n/** Finds the first file",
+            "not understood: struct S;",
+        )
+        self.refuses(
+            "TARN_API TarnStatus TARNString_print(TarnHandle *handle);",
+            "TARN_API TarnStatus TARNString_print(TarnHandle *handle",
+            "not understood: TARN_API TarnStatus TARNString_print(TarnHandle *handle",
+        )
+
+    def test_refuses_unbalanced_braces(self):
+        self.refuses("/** Finds the first file", "}\n\n/** Finds the first file", "} without {")
+        self.refuses('extern "C" {\n', "", "} without {")
+        self.refuses("\n}\n#endif\n\n#endif", "\n#endif\n\n#endif", "{ without }")
+
+    def test_refuses_a_header_without_an_overview(self):
+        overview = re.match(r"/\*.*?\*/\n", HEADER, re.DOTALL)[0]
+        self.refuses(overview, "", "the header must begin with a comment about the library")
+        self.refuses(HEADER, "", "the header must begin with a comment about the library")
+
+    def test_refuses_constants_without_an_introduction(self):
+        (introduction,) = re.findall(
+            r"(/\* (?:(?!\*/).)*\*/\n)#define TARN_OK\b", HEADER, re.DOTALL
+        )
+        self.refuses(introduction, "", "TARN_OK: no comment introduces this constant")
+
+    def test_refuses_functions_and_slots_before_the_first_heading(self):
+        heading = re.search(r"/\* ---- (?:(?!\*/).)*\*/\n", HEADER, re.DOTALL)[0]
+        self.refuses(heading, "", "no heading before this")
+        slots = "/** Slots. */\nenum TarnSlot {\n  TARN_SLOT = 0, /* string */\n};\n"
+        self.refuses(heading, slots + heading, "no heading before this")
+
+    def test_refuses_documentation_that_does_not_begin_with_a_sentence(self):
+        self.refuses(
+            "/** Returns the version (quirk 21). @return",
+            "/** @code\n * Tarn_getVersion();\n * @endcode\n * @return",
+            "Tarn_getVersion(): the documentation must begin with a sentence",
+        )
+
+    def test_refuses_a_tag_that_names_no_argument(self):
+        self.refuses(
+            " *  @param requested  in bytes\n",
+            " *  @param\n",
+            "@param names no argument",
         )
 
 

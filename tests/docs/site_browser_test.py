@@ -142,7 +142,7 @@ class Site(unittest.TestCase):
         cls.addClassCleanup(cls.browser.quit)
         SHOTS.mkdir(parents=True, exist_ok=True)
 
-    def look_from(self, size, scheme="light"):
+    def emulate_screen(self, size, scheme="light"):
         width, height = size
         metrics = {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": width < 600}
         self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", metrics)
@@ -152,7 +152,7 @@ class Site(unittest.TestCase):
     def open(self, page):
         self.browser.get(f"file://{TREE}/{page}")
 
-    def found(self, query):
+    def search_results(self, query):
         """The pages that the search lists, each with its summary."""
         self.open(f"search.html?{urllib.parse.urlencode({'q': query})}")
         WebDriverWait(self.browser, 60).until(
@@ -170,26 +170,26 @@ class Site(unittest.TestCase):
 
     def test_search_lists_the_right_page_in_the_top_three(self):
         for size in DESK, PHONE:
-            self.look_from(size)
+            self.emulate_screen(size)
             for query, page in SEARCHES.items():
-                found = [name for name, _ in self.found(query)]
+                found = [name for name, _ in self.search_results(query)]
                 self.assertIn(page, found[:3], f"{query}: {found[:5]}")
 
     def test_search_summarises_each_page_and_lists_it_once(self):
-        self.look_from(DESK)
-        found = self.found("cookie")
+        self.emulate_screen(DESK)
+        found = self.search_results("cookie")
         self.assertGreater(len(found), 10)
         self.assertEqual(len({text for _, text in found}), len(found))
         for page, text in found[:10]:
             self.assertGreater(len(text), 40, page)
 
     def test_search_for_unknown_text_finds_nothing(self):
-        self.look_from(DESK)
-        self.assertEqual(self.found("zebrafish"), [])
+        self.emulate_screen(DESK)
+        self.assertEqual(self.search_results("zebrafish"), [])
 
     def test_slash_focuses_the_search_and_enter_searches(self):
         for size in DESK, PHONE:
-            self.look_from(size)
+            self.emulate_screen(size)
             self.open("c/Tarn_new.html")
             ActionChains(self.browser).send_keys("/").perform()
             field = self.browser.switch_to.active_element
@@ -213,7 +213,7 @@ class Site(unittest.TestCase):
         for page in PAGES:
             self.open(page)
             for size in identifiers:
-                self.look_from(size)
+                self.emulate_screen(size)
                 seen = self.browser.execute_script(LOOK)
                 out = f"{page} at {size[0]}: {seen['out'][:5]}"
                 self.assertLessEqual(seen["wide"], 0, out)
@@ -226,7 +226,7 @@ class Site(unittest.TestCase):
     def test_text_has_enough_contrast_in_light_and_dark(self):
         for scheme in "light", "dark":
             for size in DESK, PHONE:
-                self.look_from(size, scheme)
+                self.emulate_screen(size, scheme)
                 for page in KINDS:
                     self.open(f"{page}.html")
                     seen = self.browser.execute_script(FAINT)
@@ -235,7 +235,7 @@ class Site(unittest.TestCase):
                     self.assertEqual(seen["faint"], [], f"{page} in {scheme}")
 
     def test_reader_can_choose_light_or_dark(self):
-        self.look_from(DESK, "light")
+        self.emulate_screen(DESK, "light")
         self.open("index.html")
         button = self.browser.find_element(By.CSS_SELECTOR, ".content .theme-toggle")
         for dark in True, False, False:
@@ -243,8 +243,8 @@ class Site(unittest.TestCase):
             self.assertEqual(self.browser.execute_script(FAINT)["dark"], dark)
 
     def test_c_and_cpp_are_tabs(self):
-        self.look_from(DESK)
-        for page in "index", "guide/first-script":
+        self.emulate_screen(DESK)
+        for page in "index", "guide/first-script", "guide/responses", "guide/uploads":
             self.open(f"{page}.html")
             cpp = self.browser.find_element(By.XPATH, "//label[text()='C++']")
             code = self.browser.find_element(By.XPATH, "//pre[contains(., 'tarn.hpp')]")
@@ -256,11 +256,11 @@ class Site(unittest.TestCase):
             self.assertTrue(code.is_displayed())
 
     def test_loads_without_errors_or_other_hosts(self):
-        self.look_from(DESK)
+        self.emulate_screen(DESK)
         self.browser.get_log("performance"), self.browser.get_log("browser")
         for page in KINDS:
             self.open(f"{page}.html")
-        self.found("upload")
+        self.search_results("upload")
         asked = [
             event["params"]["request"]["url"]
             for entry in self.browser.get_log("performance")
@@ -273,7 +273,7 @@ class Site(unittest.TestCase):
         self.assertEqual(self.browser.get_log("browser"), [])
 
     def test_cheat_sheet_prints_on_one_sheet(self):
-        self.look_from(DESK)
+        self.emulate_screen(DESK)
         self.open("c/cheat-sheet.html")
         paper = {"paperWidth": 210 / 25.4, "paperHeight": 297 / 25.4}
         margins = {f"margin{side}": 0.4 for side in ("Top", "Bottom", "Left", "Right")}
@@ -284,12 +284,12 @@ class Site(unittest.TestCase):
     def test_screenshots(self):
         for width, size in (("desk", DESK), ("phone", PHONE)):
             for scheme in "light", "dark":
-                self.look_from(size, scheme)
+                self.emulate_screen(size, scheme)
                 for page in "index", "guide/first-script", "c/Tarn_findEntries", "cpp/Request":
                     self.open(f"{page}.html")
                     name = f"site-{page.replace('/', '-')}-{width}-{scheme}.png"
                     self.assertTrue(self.browser.save_screenshot(str(SHOTS / name)))
-                self.found("upload")
+                self.search_results("upload")
                 name = f"site-search-{width}-{scheme}.png"
                 self.assertTrue(self.browser.save_screenshot(str(SHOTS / name)))
 

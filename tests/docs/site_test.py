@@ -72,7 +72,7 @@ def words_of(name):
     return words(article(name).get_text(" ") + article(name).get_text())
 
 
-def squeezed(code):
+def without_optional_spaces(code):
     return re.sub(r"\s*([*&(),;<>{}=.])\s*", r"\1", " ".join(code.split()))
 
 
@@ -80,7 +80,7 @@ def signatures(page):
     return [element.get_text() for element in page.find_all("dt", class_="sig")]
 
 
-def field(page, name):
+def field_content(page, name):
     """The content of a field: Parameters, Returns or Return values."""
     for heading in page.select("dl.field-list > dt"):
         if heading.get_text().strip(": ") == name:
@@ -104,14 +104,14 @@ def listings(page):
 class Functions(unittest.TestCase):
     """The pages of the functions, and of the only variable."""
 
-    def each(self):
+    def each_function(self):
         self.assertGreater(len(EXPORTS), 200)
         for name in EXPORTS:
             yield name, article(f"c/{name}.html")
 
     def test_has_the_prototype_for_each_export(self):
         prototypes = []
-        for name, page in self.each():
+        for name, page in self.each_function():
             self.assertEqual(page.h1.get_text(), name)
             (prototype,) = signatures(page.dl.parent)[:1]
             self.assertRegex(prototype, rf"\b{name}(\(|$)")
@@ -122,10 +122,10 @@ class Functions(unittest.TestCase):
         self.assertEqual((compiled.returncode, compiled.stderr), (0, ""))
 
     def test_lists_arguments_in_order_with_descriptions(self):
-        for name, page in self.each():
-            declared = re.search(r"\((.*)\)", squeezed(signatures(page)[0]))
+        for name, page in self.each_function():
+            declared = re.search(r"\((.*)\)", without_optional_spaces(signatures(page)[0]))
             declared = re.findall(r"(\w+)(?:,|$)", declared[1]) if declared else []
-            explained = field(page, "Parameters")
+            explained = field_content(page, "Parameters")
             explained = explained.find_all("strong") if explained else []
             self.assertEqual(
                 [argument.get_text() for argument in explained],
@@ -136,20 +136,20 @@ class Functions(unittest.TestCase):
                 self.assertTrue(said.strip(" ."), argument)
 
     def test_describes_the_result_unless_void(self):
-        for name, page in self.each():
+        for name, page in self.each_function():
             nothing = re.search(rf"TARN_API (void {name}\(|extern .*\b{name};)", HEADER)
-            told = field(page, "Returns")
+            told = field_content(page, "Returns")
             self.assertEqual(bool(told and told.get_text().strip(" .")), not nothing)
 
     def test_explains_each_status_in_a_result(self):
-        for name, page in self.each():
-            result, values = field(page, "Returns"), field(page, "Return values")
+        for name, page in self.each_function():
+            result, values = field_content(page, "Returns"), field_content(page, "Return values")
             named = set(re.findall(r"\bTARN_[A-Z_]+", result.get_text())) if result else set()
             told = {value.get_text() for value in values.find_all("strong")} if values else set()
             self.assertEqual(told, {name for name in named if not name.endswith("_MAGIC")})
 
     def test_shows_an_example_that_calls_it(self):
-        for name, page in self.each():
+        for name, page in self.each_function():
             caption = page.select_one(".code-block-caption .caption-text").get_text()
             source = SOURCE / "docs/examples" / caption
             listing = page.select_one(".code-block-caption").find_next("pre")
@@ -164,7 +164,7 @@ class Functions(unittest.TestCase):
             self.assertRegex(transcript.get_text(), rf"\./{source.stem}\b")
 
     def test_has_the_rules_of_its_function_family(self):
-        for name, page in self.each():
+        for name, page in self.each_function():
             family = page.find("a", class_="internal")["href"]
             self.assertIn(f"{name}.html", str(article(f"c/{family}")))
             heading = page.find("p", class_="rubric", string="Rules of the family")
@@ -221,13 +221,13 @@ class Cpp(unittest.TestCase):
                 self.assertRegex(told, rf"(?<!\w){re.escape(member)}\(", name)
 
     def test_show_declarations_as_the_header_has_them(self):
-        header = squeezed(re.sub(r"\binline | ?noexcept", "", self.CODE))
+        header = without_optional_spaces(re.sub(r"\binline | ?noexcept", "", self.CODE))
         count = 0
         for name in self.NAMES:
             for signature in signatures(article(name)):
                 if re.match(r"\s*(class|struct|type|enum|enumerator)\b", signature):
                     continue
-                self.assertIn(squeezed(signature), header, name)
+                self.assertIn(without_optional_spaces(signature), header, name)
                 self.assertNotRegex(signature, r"\w_\b|Terminated|Buffer", name)
                 count += 1
         self.assertGreater(count, 180)

@@ -14,7 +14,7 @@ from faults_test import BOOK, LINES, LINES_IN_CPP, POLL, URL_ENCODED
 from page import Page
 from servers import Lighttpd
 from servers.server import read
-from upload_test import MULTIPART, UPLOAD, kept, multipart
+from upload_test import MULTIPART, UPLOAD, multipart, stored_files
 
 COUNTER = os.environ["COUNTER"]
 FORMS = LINES + LINES_IN_CPP[:2]
@@ -52,7 +52,7 @@ class AbuseCase(unittest.TestCase):
         self.assertEqual(status, answer[0], more)
         return Page(answer[2])
 
-    def alert(self, page):
+    def alert_text(self, page):
         (text,) = Page(page.encode()).texts("p", role="alert")
         return text
 
@@ -86,12 +86,12 @@ class CrossSiteForms(AbuseCase):
         for lines in FORMS:
             for headers in self.REFUSED:
                 page = self.send(lines, 403, HTTP_HOST="example.org", **headers)
-                self.assertIn("another site", self.alert(page))
+                self.assertIn("another site", self.alert_text(page))
                 self.assertFalse(os.path.exists(self.store))
         for headers in self.REFUSED:
             page = self.upload(403, ("a", b"1"), HTTP_HOST="example.org", **headers)
             self.assertIn("another site", page.texts("p", role="alert")[0])
-            self.assertEqual({}, kept(self.uploads))
+            self.assertEqual({}, stored_files(self.uploads))
 
     def test_same_site_forms_are_accepted(self):
         for lines in FORMS:
@@ -101,7 +101,7 @@ class CrossSiteForms(AbuseCase):
             os.remove(self.store)
         for headers in self.TAKEN:
             self.upload(200, ("a", b"1"), HTTP_HOST="example.org", **headers)
-        self.assertEqual(len(self.TAKEN), len(kept(self.uploads)))
+        self.assertEqual(len(self.TAKEN), len(stored_files(self.uploads)))
 
 
 class Pages(AbuseCase):
@@ -149,7 +149,7 @@ class MultipartForms(AbuseCase):
             variables = self.variables(lines) | script.post(MULTIPART, body)
             status, _, page, _ = script.run(lines.script, variables, body)
             self.assertEqual(415, status)
-            self.assertIn("sent as multipart/form-data", self.alert(page.decode()))
+            self.assertIn("sent as multipart/form-data", self.alert_text(page.decode()))
             self.assertFalse(os.path.exists(self.store))
 
 
@@ -165,11 +165,11 @@ class PlantedFiles(AbuseCase):
                 lambda: os.symlink("/dev/null", self.store),
             ):
                 plant()
-                self.assertIn("could not be saved", self.alert(self.send(lines, 500)))
+                self.assertIn("could not be saved", self.alert_text(self.send(lines, 500)))
                 status, _, _, _ = script.run(lines.script, GET | {lines.setting: self.store})
                 self.assertEqual(200 if lines.name == "contact" else 500, status)
                 os.remove(self.store)
-        self.assertEqual({"victim": b"mine\n"}, self.files())
+        self.assertEqual({"victim": b"mine\n"}, self.files_in_folder())
 
     def test_planted_file_does_not_affect_the_counter(self):
         victim = os.path.join(self.folder, "victim")
@@ -194,11 +194,11 @@ class PlantedFiles(AbuseCase):
         self.write(victim, b"mine")
         os.symlink(victim, os.path.join(self.uploads, ".new"))
         self.upload(200, ("a", b"1"))
-        self.assertEqual({"a": b"1"}, kept(self.uploads))
+        self.assertEqual({"a": b"1"}, stored_files(self.uploads))
         os.remove(os.path.join(self.uploads, ".lock"))
         os.symlink(victim + "-new", os.path.join(self.uploads, ".lock"))
         self.upload(500, ("a", b"1"))
-        self.assertEqual({"victim": b"mine"}, self.files())
+        self.assertEqual({"victim": b"mine"}, self.files_in_folder())
         os.mkfifo(os.path.join(self.uploads, "pipe"))
         variables = GET | {"TARN_UPLOAD_DIR": self.uploads, "QUERY_STRING": "file=pipe"}
         self.assertEqual(404, script.run(UPLOAD, variables)[0])
@@ -213,7 +213,7 @@ class PlantedFiles(AbuseCase):
         for path in ("store", "store.lock", "uploads/a", "uploads/.lock"):
             self.assertEqual(0o600, os.stat(f"{self.folder}/{path}").st_mode & 0o777, path)
 
-    def files(self):
+    def files_in_folder(self):
         paths = {name: os.path.join(self.folder, name) for name in os.listdir(self.folder)}
         return {name: read(path) for name, path in paths.items() if os.path.isfile(path)}
 
@@ -226,7 +226,7 @@ class FullStores(AbuseCase):
             count, rest = divmod(most - len(last), len(line))
             full = line * count + b"\n" * rest
             self.write(self.store, full + b"\n")
-            self.assertIn("no room left", self.alert(self.send(lines, 507)))
+            self.assertIn("no room left", self.alert_text(self.send(lines, 507)))
             self.assertTrue(read(self.store) == full + b"\n")
             self.write(self.store, full)
             self.send(lines, 303)
@@ -258,7 +258,7 @@ class ThousandsOfFiles(AbuseCase):
         page = self.upload(413, *([("a.txt", b"1")] * 4000))
         self.assertIn("too many files at once", page.texts("p", role="alert")[0])
         self.upload(413, *([("a.txt", b"1")] * (FILES_AT_ONCE + 1)))
-        self.assertEqual({}, kept(self.uploads))
+        self.assertEqual({}, stored_files(self.uploads))
 
     def test_many_files_with_one_name_need_few_system_calls(self):
         log = os.path.join(self.folder, "calls")
@@ -268,11 +268,11 @@ class ThousandsOfFiles(AbuseCase):
         self.upload(200, *files)
         for number in range(FILES_AT_ONCE + 1, FOLDER_FILES - FILES_AT_ONCE + 1):
             self.write(f"{self.uploads}/{number}-a.txt", b"")
-        there = len(kept(self.uploads))
+        there = len(stored_files(self.uploads))
         strace = ("strace", "-o", log, "-e", "trace=?stat,?lstat,?newfstatat,?link,?linkat", UPLOAD)
         variables["ASAN_OPTIONS"] = "detect_leaks=0"
         subprocess.run(strace, env=variables, input=body, capture_output=True, check=True)
-        self.assertEqual(there + FILES_AT_ONCE, len(kept(self.uploads)))
+        self.assertEqual(there + FILES_AT_ONCE, len(stored_files(self.uploads)))
         calls = read(log).count(b"\n")
         # The folder is read three times, and each file searches for a free name.
         self.assertLess(there, calls)
@@ -313,7 +313,7 @@ class ManyEntries(AbuseCase):
             self.assertEqual(["0"], self.page(book.script, "before=5").texts("h2"))
 
 
-def asleep(pid):
+def wait_until_asleep(pid):
     """Waits until a process has been asleep for a while."""
     for _ in range(2000):
         states = set()
@@ -329,7 +329,7 @@ def asleep(pid):
 class AnswersThatNobodyReads(AbuseCase):
     """A script blocks because nobody reads its page, while another one stores data."""
 
-    def stuck(self, path, variables):
+    def start_blocked_script(self, path, variables):
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
         os.set_blocking(writer, False)
@@ -342,18 +342,18 @@ class AnswersThatNobodyReads(AbuseCase):
         os.close(writer)
         self.addCleanup(process.wait)
         self.addCleanup(process.kill)
-        asleep(process.pid)
+        wait_until_asleep(process.pid)
 
     def test_unread_page_does_not_block_a_form(self):
         for lines in FORMS:
             self.write(self.store, b"".join(lines.line(number) for number in range(10, 60)))
-            self.stuck(lines.script, GET | {lines.setting: self.store})
+            self.start_blocked_script(lines.script, GET | {lines.setting: self.store})
             self.send(lines, 303)
 
     def test_unread_page_does_not_block_an_upload(self):
         for number in range(300):
             self.write(f"{self.uploads}/{number}", b"")
-        self.stuck(UPLOAD, GET | {"TARN_UPLOAD_DIR": self.uploads})
+        self.start_blocked_script(UPLOAD, GET | {"TARN_UPLOAD_DIR": self.uploads})
         self.upload(200, ("a", b"1"))
 
 

@@ -25,7 +25,7 @@ import rules
 from page import Page
 from servers import Lighttpd, examples
 from servers.server import read
-from upload_test import CUT, kept
+from upload_test import CUT, stored_files
 
 EXAMPLES = {
     "form-echo": os.environ["FORM_ECHO"],
@@ -213,20 +213,20 @@ class BrowserCase(unittest.TestCase):
         self.find("button").click()
         WebDriverWait(self.browser, 20).until(lambda _: root not in self.find_all("html"))
 
-    def picture(self, name):
+    def take_screenshot(self, name):
         folder = os.environ["SCREENSHOTS"]
         os.makedirs(folder, exist_ok=True)
         path = os.path.join(folder, f"{name}{self.PICTURES}.png")
         self.assertTrue(self.browser.save_screenshot(path))
 
-    def file(self, name, data):
+    def write_file(self, name, data):
         path = os.path.join(self.home, name)
         with open(path, "wb") as file:
             file.write(data)
         return path
 
-    def kept(self):
-        return kept(self.folder)
+    def stored_files(self):
+        return stored_files(self.folder)
 
 
 class InCpp(BrowserCase):
@@ -250,7 +250,7 @@ class Guestbook(BrowserCase):
         self.assertEqual([lines], self.texts("article p"))
         self.assertEqual(SCRIPTS, self.value("name"))
         self.assertTrue(self.find("[name=remember]").is_selected())
-        self.picture("guestbook")
+        self.take_screenshot("guestbook")
 
     def test_forgets_the_name_when_the_box_is_not_ticked(self):
         self.write("Zoë", "Hello", remember=False)
@@ -271,7 +271,7 @@ class Guestbook(BrowserCase):
         self.assertEqual([HOSTILE], self.texts("article p"))
         self.assertEqual(HOSTILE[:120], self.value("name"))
         self.assertEqual([], self.find_all("script, img, svg"))
-        self.picture("guestbook-hostile")
+        self.take_screenshot("guestbook-hostile")
 
 
 class GuestbookInCpp(InCpp, Guestbook):
@@ -299,30 +299,30 @@ class Upload(BrowserCase):
         harmless = kept.removesuffix(", 16 bytes")
         rows = iter(self.texts("td"))
         self.assertEqual({harmless: "16", "every.bin": "5120000"}, dict(zip(rows, rows)))
-        self.assertTrue({harmless: b"Some text, 16 B.", "every.bin": EVERY} == self.kept())
+        self.assertTrue({harmless: b"Some text, 16 B.", "every.bin": EVERY} == self.stored_files())
 
-    def files(self):
-        return self.file(NAME, b"Some text, 16 B."), self.file("every.bin", EVERY)
+    def write_two_files(self):
+        return self.write_file(NAME, b"Some text, 16 B."), self.write_file("every.bin", EVERY)
 
     def test_shows_files_and_upload_progress(self):
-        self.upload(*self.files())
+        self.upload(*self.write_two_files())
         self.assert_shown()
         bar = self.find("progress")
         self.assertTrue(bar.is_displayed())
         self.assertGreater(float(bar.get_property("max")), len(EVERY))
         self.assertEqual(1, bar.get_property("position"))
-        self.picture("upload")
-        self.upload(self.file("a.txt", b"more"))
+        self.take_screenshot("upload")
+        self.upload(self.write_file("a.txt", b"more"))
         self.assertEqual(3, len(self.find_all("td a")))
 
     def test_works_without_javascript(self):
         self.allow_scripts(False)
-        self.upload(*self.files())
+        self.upload(*self.write_two_files())
         self.assert_shown()
         self.assertFalse(self.find("progress").is_displayed())
 
     def test_serves_a_file_as_a_download(self):
-        self.upload(self.file("page.html", HOSTILE.encode()))
+        self.upload(self.write_file("page.html", HOSTILE.encode()))
         self.find("td a").click()
         path = os.path.join(self.home, "downloads", "page.html")
         WebDriverWait(self.browser, 20).until(lambda _: os.path.exists(path))
@@ -337,13 +337,13 @@ class Upload(BrowserCase):
 
     def test_does_not_run_code_in_file_names(self):
         name = "<img src=x onerror=alert(1)>'&quot;\".png"
-        self.upload(self.file(name, b"1"))
+        self.upload(self.write_file(name, b"1"))
         self.assertEqual([], self.find_all("img"))
         self.assertIn("<img src=x onerror=alert(1)>'&quot;\".png: saved", self.texts("li")[0])
 
     def test_reports_that_the_server_is_gone(self):
         self.visit("upload")
-        self.find("[name=file]").send_keys(self.file("a.txt", b"1"))
+        self.find("[name=file]").send_keys(self.write_file("a.txt", b"1"))
         self.browser.execute_cdp_cmd("Network.enable", {})
         self.browser.execute_cdp_cmd("Network.setBlockedURLs", {"urls": ["*"]})
         self.find("button").click()
@@ -369,7 +369,7 @@ class Contact(BrowserCase):
             self.assertTrue(remark.is_displayed())
             below = control.rect["y"] + control.rect["height"]
             self.assertLess(abs(remark.rect["y"] - below), 40)
-        self.picture("contact")
+        self.take_screenshot("contact")
         self.find("[name=email]").clear()
         self.type("email", "zoe@example.org")
         self.type("message", SCRIPTS)
@@ -409,7 +409,7 @@ class Poll(BrowserCase):
         self.assertIn(chart.aria_role, ("img", "image"))
         tea, coffee, water = (bar.rect["width"] for bar in self.find_all("rect"))
         self.assertEqual((180, 90, 0), (tea, coffee, water))
-        self.picture("poll")
+        self.take_screenshot("poll")
 
 
 class Counter(BrowserCase):
@@ -436,7 +436,7 @@ class PageCase(BrowserCase):
             self.prefer(scheme)
             self.check_look(name, scheme)
             self.check_focus(name)
-            self.picture(f"phone-{name}-{scheme}")
+            self.take_screenshot(f"phone-{name}-{scheme}")
         for control in self.find_all("input, textarea, button, select"):
             self.assertTrue(control.accessible_name, control.get_attribute("outerHTML"))
         Page(b"<!DOCTYPE html>\n" + self.browser.page_source.encode())
@@ -533,7 +533,7 @@ class Pages(PageCase):
         self.visit("upload")
         self.check("upload-empty")
         names = ["W" * 100 + ".txt", "مرحبا.txt", *(f"{n}.jpg" for n in range(8))]
-        self.find("[name=file]").send_keys("\n".join(self.file(name, b"1") for name in names))
+        self.find("[name=file]").send_keys("\n".join(self.write_file(name, b"1") for name in names))
         self.find("button").click()
         self.wait_for("#answer li")
         self.assertEqual(10, len(self.find_all("td a")))

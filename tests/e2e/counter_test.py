@@ -14,7 +14,7 @@ from servers.server import read
 COUNTER = os.environ["COUNTER"]
 
 
-def number(body):
+def visitor_number(body):
     (text,) = Page(body).texts("p")
     return int(re.fullmatch(r"You are visitor number ([0-9]+)\.", text)[1])
 
@@ -38,22 +38,22 @@ class Counter(unittest.TestCase):
         return answer.body
 
     def test_counts_from_one(self):
-        self.assertEqual([1, 2, 3], [number(self.visit()) for _ in range(3)])
+        self.assertEqual([1, 2, 3], [visitor_number(self.visit()) for _ in range(3)])
         self.assertEqual(b"3\n", read(self.count))
 
     def test_head_does_not_count(self):
         self.visit("--head")
-        self.assertEqual(1, number(self.visit()))
+        self.assertEqual(1, visitor_number(self.visit()))
 
     def test_continues_from_the_stored_count(self):
         with open(self.count, "w", encoding="ascii") as file:
             file.write("4294967295\n")
         os.chmod(self.count, 0o666)
-        self.assertEqual(4294967296, number(self.visit()))
+        self.assertEqual(4294967296, visitor_number(self.visit()))
 
     def test_concurrent_visitors_get_different_numbers(self):
         with concurrent.futures.ThreadPoolExecutor(8) as visitors:
-            numbers = list(visitors.map(lambda _: number(self.visit()), range(100)))
+            numbers = list(visitors.map(lambda _: visitor_number(self.visit()), range(100)))
         self.assertEqual(list(range(1, 101)), sorted(numbers))
         self.assertEqual(b"100\n", read(self.count))
 
@@ -78,10 +78,10 @@ class CounterAlone(unittest.TestCase):
 
     def test_full_disk_leaves_the_count_unchanged(self):
         get = {"REQUEST_METHOD": "GET"}
-        self.assertEqual(1, number(self.run_script(get)[2]))
+        self.assertEqual(1, visitor_number(self.run_script(get)[2]))
         self.assertEqual(500, self.run_script(get, largest_file=0)[0])
         self.assertEqual(b"1\n", read(self.count))
-        self.assertEqual(2, number(self.run_script(get)[2]))
+        self.assertEqual(2, visitor_number(self.run_script(get)[2]))
 
     def test_missing_setting_is_reported(self):
         status, _, page, _ = script.run(COUNTER, {"REQUEST_METHOD": "GET"})

@@ -56,7 +56,7 @@ class FailureCase(unittest.TestCase):
         whole = done.returncode == 0 and len(parts) == 2
         return Run(whole and (int(status[1]) if status else 200), parts[-1])
 
-    def same(self, expected, found, what):
+    def assert_same(self, expected, found, what):
         """Compares values that may be long, and shortens them in the message."""
         self.assertTrue(expected == found, f"{what}: {str(found)[:200]}, not {str(expected)[:200]}")
 
@@ -109,9 +109,9 @@ class Forms(FailureCase):
         found = [line for line in read(self.data).splitlines(keepends=True) if line[-1:] == b"\n"]
         without, stored = ([before] if before else []), ([before] if before else []) + [line]
         if run.status == 303:
-            self.same(stored, found, what)
+            self.assert_same(stored, found, what)
         elif run.status and UNSURE[0] not in run.page:
-            self.same(without, found, (what, run.status))
+            self.assert_same(without, found, (what, run.status))
         else:
             self.assertTrue(found in (without, stored), what)
 
@@ -141,7 +141,7 @@ class Forms(FailureCase):
             )
             self.assertEqual(500, run.status)
             self.assertIn(UNSURE[0], run.page)
-            self.same(lines.line(2), read(self.data), lines.name)
+            self.assert_same(lines.line(2), read(self.data), lines.name)
             self.write(b"")
 
     def test_page_shows_all_entries_or_an_error(self):
@@ -202,13 +202,13 @@ class Uploads(FailureCase):
     BEFORE = {"b.bin": b"before"}
 
     def check(self, run, what):
-        found = {name: data for name, data in self.kept().items() if name[0] != "."}
+        found = {name: data for name, data in self.stored_files().items() if name[0] != "."}
         self.assertEqual(self.BEFORE["b.bin"], found.pop("b.bin"), what)
         told = re.findall("<bdi>(.*?)</bdi>: saved as (.*?), ([0-9]+) bytes", run.page)
         if run.status == 0 or UNSURE[1] in run.page:
             self.assertTrue(set(found.values()) <= set(FILES.values()), what)
             return
-        self.same({name: FILES[sent] for sent, name, _ in told}, found, (what, run.status))
+        self.assert_same({name: FILES[sent] for sent, name, _ in told}, found, (what, run.status))
         if run.status == 200:
             self.assertEqual(list(FILES), [sent for sent, _, _ in told], what)
 
@@ -224,7 +224,7 @@ class Uploads(FailureCase):
             self.write()
         self.assertLessEqual({200, 400, 500}, set(seen))
 
-    def kept(self):
+    def stored_files(self):
         return {name: read(os.path.join(self.data, name)) for name in os.listdir(self.data)}
 
     def write(self):

@@ -17,7 +17,7 @@ from typing import Callable, NamedTuple
 import script
 from servers import Lighttpd
 from servers.server import read
-from upload_test import MULTIPART, UPLOAD, kept, multipart
+from upload_test import MULTIPART, UPLOAD, multipart, stored_files
 
 GUESTBOOK = os.environ["GUESTBOOK"]
 FORM_ECHO = os.environ["FORM_ECHO"]
@@ -76,7 +76,7 @@ class StoreCase(unittest.TestCase):
 
     def assert_kept(self, expected, folder):
         """Compares all files in the folder, without printing a difference of megabytes."""
-        found = kept(folder)
+        found = stored_files(folder)
         self.assertEqual(sorted(expected), sorted(found))
         for name, data in expected.items():
             self.assertTrue(data == found[name], f"{name} has other bytes, {len(found[name])}")
@@ -193,7 +193,7 @@ class FullDisk(ServerCase):
         self.assertEqual(b"1\n", self.count(200))
         for lines in self.LINES:
             self.write(lines, 1)
-        before = kept(self.folder)
+        before = stored_files(self.folder)
         book, contact, _ = self.LINES
         for _ in range(3):
             self.upload("b.bin", BIG, status=500)
@@ -307,8 +307,8 @@ class Streams(ScriptCase):
             form = lines.form(number)
             runs.append(self.run_script(lines.script, URL_ENCODED, form, number, **how))
             self.assertEqual([*range(1, number + 1)], self.numbers(lines))
-        self.assertEqual(data, kept(self.folder)[f"{number}.bin"])
-        self.assertEqual(number, len(kept(self.folder)))
+        self.assertEqual(data, stored_files(self.folder)[f"{number}.bin"])
+        self.assertEqual(number, len(stored_files(self.folder)))
         self.assertEqual(b"%d\n" % number, read(self.stored["TARN_COUNTER_FILE"]))
         for run in runs:
             self.assertFalse(run.stderr, run)
@@ -396,7 +396,7 @@ class TerminationOfFiles(Termination):
         whole = BIG[:200000]
         body = multipart(("a.bin", whole), ("b.bin", whole))
         done = self.run_rounds(lambda _: (UPLOAD, MULTIPART, body))
-        final = {name: data for name, data in kept(self.folder).items() if name[0] != "."}
+        final = {name: data for name, data in stored_files(self.folder).items() if name[0] != "."}
         self.assertGreaterEqual(len(final), 2 * len(done))
         for name, data in final.items():
             self.assertTrue(data == whole, f"{name} has {len(data)} bytes")

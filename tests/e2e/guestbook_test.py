@@ -15,7 +15,7 @@ HOSTILE = "\"'><script>alert(1)</script>&amp;<!--"
 URL_ENCODED = "application/x-www-form-urlencoded"
 
 
-def entries(page):
+def entries_shown(page):
     return list(zip(page.texts("h2"), page.texts("article"), strict=True))
 
 
@@ -48,7 +48,7 @@ class Guestbook(unittest.TestCase):
         self.assertEqual(status, answer.status)
         return answer
 
-    def book(self):
+    def stored_lines(self):
         try:
             with open(self.server.path("entries"), encoding="ascii") as file:
                 return file.read().splitlines()
@@ -70,7 +70,7 @@ class Guestbook(unittest.TestCase):
         self.write("Idris", "first line\r\nsecond line")
         self.assertEqual(
             [("Zoë", "ZoëKalt & klar"), ("Idris", "Idrisfirst line\r\nsecond line")],
-            entries(self.visit()),
+            entries_shown(self.visit()),
         )
 
     def test_name_is_remembered_when_the_box_is_ticked(self):
@@ -96,7 +96,7 @@ class Guestbook(unittest.TestCase):
         self.write(HOSTILE, HOSTILE, "-d", "remember=on")
         page = self.visit()
         self.assertNotIn("script", page.tags)
-        self.assertEqual([(HOSTILE, HOSTILE + HOSTILE)], entries(page))
+        self.assertEqual([(HOSTILE, HOSTILE + HOSTILE)], entries_shown(page))
         self.assertEqual(HOSTILE, page.named("name")["attributes"]["value"])
 
     def test_forged_cookie_is_escaped(self):
@@ -109,8 +109,8 @@ class Guestbook(unittest.TestCase):
         answer = self.write(name, "a\nb c", "-d", "remember=on")
         self.assertEqual(1, len([key for key, _ in answer.headers if key == "set-cookie"]))
         self.assertNotIn(" evil=1", answer.header("set-cookie"))
-        self.assertEqual(1, len(self.book()))
-        self.assertEqual([(name, name + "a\nb c")], entries(self.visit()))
+        self.assertEqual(1, len(self.stored_lines()))
+        self.assertEqual([(name, name + "a\nb c")], entries_shown(self.visit()))
 
     def test_entries_without_name_or_message_are_refused_and_shown_again(self):
         for name, message in (("", "text"), ("name", " \r\n"), ("n" * 121, "m"), ("n", "m" * 4001)):
@@ -119,7 +119,7 @@ class Guestbook(unittest.TestCase):
             self.assertIn("Please enter a short name and a message.", page.texts("p"))
             self.assertEqual(name, page.named("name")["attributes"]["value"])
             self.assertEqual(message.strip(), page.named("message")["text"].strip())
-        self.assertEqual([], self.book())
+        self.assertEqual([], self.stored_lines())
 
     def test_concurrent_entries_are_all_kept(self):
         def guest(number):
@@ -129,7 +129,7 @@ class Guestbook(unittest.TestCase):
         with concurrent.futures.ThreadPoolExecutor(8) as guests:
             counts = list(guests.map(guest, range(60)))
         self.assertTrue(all(0 < count <= 60 for count in counts), counts)
-        written = entries(self.visit())
+        written = entries_shown(self.visit())
         self.assertEqual({f"guest{number}" for number in range(60)}, {name for name, _ in written})
         self.assertEqual(60, len(written))
         for name, whole in written:
@@ -154,7 +154,7 @@ class GuestbooksOfOneFile(unittest.TestCase):
                 self.assertEqual(303, answer.status)
                 expected.append((text, f"{text}{text}\r\n{text}"))
                 for other in scripts:
-                    self.assertEqual(expected, entries(Page(server.curl(f"/{other}").body)))
+                    self.assertEqual(expected, entries_shown(Page(server.curl(f"/{other}").body)))
 
 
 class GuestbookAlone(unittest.TestCase):

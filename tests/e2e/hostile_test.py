@@ -8,7 +8,7 @@ import unittest
 
 import rules
 import script
-from requests_test import MULTIPART, RequestCase, RulesCase, items
+from requests_test import MULTIPART, RequestCase, RulesCase, parse_items
 
 URL_ENCODED = "application/x-www-form-urlencoded"
 ESCAPES = [b"%", b"%2", b"%zz", b"%%", b"%00", b"%u0041", b"%%%", b"%4%", b"%\xc3\xa9", b"%\xff"]
@@ -34,7 +34,7 @@ class Processes(RulesCase):
         _, _, answer, log = script.run(os.environ["PROBE"], variables, sent)
         self.assertEqual("", log)
         texts = {name: os.fsencode(value) for name, value in variables.items()}
-        self.assert_items(rules.expected_items(texts, sent), items(answer))
+        self.assert_items(rules.expected_items(texts, sent), parse_items(answer))
 
     def post(self, content_type, body):
         self.run_probe(script.post(content_type, body), body)
@@ -139,7 +139,7 @@ class Processes(RulesCase):
             probe.stdin.write(b"a=1&b=2")
             probe.stdin.flush()
             answer = probe.stdout.read()
-        self.assertIn(("entry.name", b"a"), items(answer.partition(b"\n\n")[2]))
+        self.assertIn(("entry.name", b"a"), parse_items(answer.partition(b"\n\n")[2]))
         self.assertEqual(0, probe.returncode)
 
 
@@ -151,7 +151,7 @@ class Requests(RequestCase):
     def post(self, content_type, body):
         return self.ask(
             *("/probe", "-H", f"Content-Type: {content_type}", "--data-binary"),
-            "@" + self.file("body", body),
+            "@" + self.write_file("body", body),
         )
 
     def test_mixture_of_everything_whole_and_halved(self):

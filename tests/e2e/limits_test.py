@@ -52,13 +52,13 @@ class ServerCase(unittest.TestCase):
         variables = dict(line.split("=", 1) for line in lines if "=" in line)
         return int(variables.pop("STATUS")), variables
 
-    def refused(self, status, *arguments, target="/note"):
+    def expect_refused(self, status, *arguments, target="/note"):
         self.assertEqual(status, self.ask(target, *arguments)[0])
         # If the script was started anyway, it needs a moment to write its note.
         time.sleep(0.2)
         self.assertEqual([], self.notes())
 
-    def send(self, length, *arguments):
+    def body_options(self, length, *arguments):
         with open(self.body, "wb") as file:
             file.write(bytes(length))
         return ("--data-binary", f"@{self.body}", *arguments)
@@ -100,25 +100,27 @@ class Limits(ServerCase):
 
     def test_body_limit_is_ten_megabytes(self):
         self.start()
-        status, variables = self.ask("/note", *self.send(MOST_BYTES))
+        status, variables = self.ask("/note", *self.body_options(MOST_BYTES))
         self.assertEqual((200, str(MOST_BYTES)), (status, variables["BODY"]))
         os.remove(self.server.path("data/notes"))
         for _ in range(5):
-            self.refused(self.BODY, *self.send(MOST_BYTES + 1))
+            self.expect_refused(self.BODY, *self.body_options(MOST_BYTES + 1))
         with socket.create_connection(("127.0.0.1", self.server.port), timeout=100) as client:
             client.sendall(
                 b"POST /cgi-bin/note HTTP/1.1\r\nHost: localhost\r\nContent-Length: %d\r\n\r\n"
                 % (2**63 - 1)
             )
             self.assertRegex(client.recv(100), b"HTTP/1.1 %d " % self.BODY)
-        self.refused(self.UNSIZED, *self.send(MOST_BYTES + 1, "-H", "Transfer-Encoding: chunked"))
+        self.expect_refused(
+            self.UNSIZED, *self.body_options(MOST_BYTES + 1, "-H", "Transfer-Encoding: chunked")
+        )
 
     def test_long_headers_and_addresses_are_refused(self):
         self.start()
         self.assertEqual(200, self.ask("/note", "-H", f"Cookie: {LONG[:7000]}")[0])
         os.remove(self.server.path("data/notes"))
-        self.refused(self.HEADER, "-H", f"Cookie: {LONG}")
-        self.refused(self.ADDRESS, target=f"/note?{LONG}")
+        self.expect_refused(self.HEADER, "-H", f"Cookie: {LONG}")
+        self.expect_refused(self.ADDRESS, target=f"/note?{LONG}")
 
     def test_slow_script_is_answered_504(self):
         self.start(hurried=True)
@@ -170,15 +172,15 @@ class Busybox(ServerCase):
 
     def test_body_has_no_limit_but_needs_a_length(self):
         self.start()
-        _, variables = self.ask("/note", *self.send(MOST_BYTES + 1))
+        _, variables = self.ask("/note", *self.body_options(MOST_BYTES + 1))
         self.assertEqual(str(MOST_BYTES + 1), variables["BODY"])
-        _, variables = self.ask("/note", *self.send(5, "-H", "Transfer-Encoding: chunked"))
+        _, variables = self.ask("/note", *self.body_options(5, "-H", "Transfer-Encoding: chunked"))
         self.assertEqual("0", variables["BODY"])
 
     def test_only_post_passes_a_body(self):
         self.start()
         for method, length in (("POST", "5"), ("PUT", "0"), ("PATCH", "0")):
-            _, variables = self.ask("/note", *self.send(5, "-X", method))
+            _, variables = self.ask("/note", *self.body_options(5, "-X", method))
             self.assertEqual((method, length), (variables["REQUEST_METHOD"], variables["BODY"]))
 
     def test_truncates_long_headers_and_refuses_long_addresses_or_too_many_headers(self):
@@ -187,8 +189,8 @@ class Busybox(ServerCase):
         self.assertLess(8000, len(variables["HTTP_COOKIE"]))
         self.assertLess(len(variables["HTTP_COOKIE"]), 8200)
         os.remove(self.server.path("data/notes"))
-        self.refused(400, target=f"/note?{LONG}")
-        self.refused(413, *(f"-HX-{number}: {LONG[:7000]}" for number in range(20)))
+        self.expect_refused(400, target=f"/note?{LONG}")
+        self.expect_refused(413, *(f"-HX-{number}: {LONG[:7000]}" for number in range(20)))
 
     def test_number_of_scripts_is_not_limited(self):
         self.start()

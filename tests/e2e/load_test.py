@@ -13,7 +13,7 @@ import time
 import unittest
 import urllib.parse
 
-from requests_test import MULTIPART, Form, form, items
+from requests_test import MULTIPART, Form, form, parse_items
 from servers import Apache, Lighttpd
 
 REQUESTS = int(os.environ.get("TARN_LOAD_REQUESTS", "5000"))
@@ -60,7 +60,7 @@ class Client:
         answer = self.connection.getresponse()
         record = answer.read()
         assert answer.status == 200, f"{agent}: {answer.status}"
-        seen = items(record)
+        seen = parse_items(record)
         cookies = [(b"id", b"%d" % number), (b"client", b"%d" % self.number)]
         assert form(seen) == Form(entries, files, cookies), f"{agent}, {kind}: {record[:2000]}"
         for name, value in (

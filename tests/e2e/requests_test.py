@@ -14,7 +14,7 @@ ITEM = re.compile(rb"([A-Za-z_.]+):(?:(\d+):|-\n)")
 MULTIPART = "multipart/form-data; boundary=XYZ"
 
 
-def items(record):
+def parse_items(record):
     """Parses the answer of the probe."""
     found, at = [], 0
     while at < len(record):
@@ -69,7 +69,7 @@ class RequestCase(RulesCase):
             Lighttpd({"probe": os.environ["PROBE"]}, {}, cls.OPTIONS)
         )
 
-    def file(self, name, data):
+    def write_file(self, name, data):
         path = self.server.path(name)
         with open(path, "wb") as file:
             file.write(data)
@@ -80,7 +80,7 @@ class RequestCase(RulesCase):
         answer = self.server.curl(target, *arguments)
         self.assertEqual(200, answer.status)
         head = answer.sent.method == "HEAD"
-        seen = items(bytes.fromhex(answer.header("x-probe")) if head else answer.body)
+        seen = parse_items(bytes.fromhex(answer.header("x-probe")) if head else answer.body)
         expected = rules.expected_under_lighttpd(
             answer.sent, self.server.port, document_root=self.server.path("www")
         )
@@ -124,7 +124,7 @@ class Requests(RequestCase):
 
     def test_url_encoded_post_carries_every_byte_but_zero(self):
         every = bytes(range(1, 256))
-        path = self.file("every", every)
+        path = self.write_file("every", every)
         seen = self.ask("/probe", "--data-urlencode", f"every@{path}", "-d", "on=on&on=off")
         self.assertEqual([(b"every", every), (b"on", b"on"), (b"on", b"off")], seen.entries)
 
@@ -133,7 +133,7 @@ class Requests(RequestCase):
         self.assertEqual([(b"text", b"one\r\ntwo\r\n")], seen.entries)
 
     def test_value_of_a_url_encoded_post_ends_at_a_zero_byte(self):
-        path = self.file("zero", b"seen\0unseen")
+        path = self.write_file("zero", b"seen\0unseen")
         seen = self.ask("/probe", "--data-urlencode", f"a@{path}", "-d", "b=2")
         self.assertEqual([(b"a", b"seen"), (b"b", b"2")], seen.entries)
 
@@ -171,10 +171,10 @@ class Requests(RequestCase):
         seen = self.ask(
             "/probe?ignored=1",
             *("-F", "title=First light"),
-            *("-F", f"note=@{self.file('note.txt', note)}"),
-            *("-F", f"zeros=@{self.file('zeros.bin', zeros)};type=application/x-zeros"),
+            *("-F", f"note=@{self.write_file('note.txt', note)}"),
+            *("-F", f"zeros=@{self.write_file('zeros.bin', zeros)};type=application/x-zeros"),
             *("-F", "title=Second"),
-            *("-F", f"empty=@{self.file('empty.png', b'')}"),
+            *("-F", f"empty=@{self.write_file('empty.png', b'')}"),
             *("-F", "last="),
             *("-b", "guest=Zo%C3%AB; theme=dark"),
         )
@@ -193,13 +193,15 @@ class Requests(RequestCase):
 
     def test_file_of_eight_megabytes_arrives_whole(self):
         large = random.Random(8).randbytes(8 << 20).replace(b"\n", b"\0")
-        seen = self.ask("/probe", "-F", f"large=@{self.file('large.bin', large)}", "-F", "after=1")
+        seen = self.ask(
+            "/probe", "-F", f"large=@{self.write_file('large.bin', large)}", "-F", "after=1"
+        )
         self.assertEqual([(b"large", b"large.bin", b"application/octet-stream", large)], seen.files)
         self.assertEqual([(b"after", b"1")], seen.entries)
 
     def test_file_is_cut_at_its_first_cr_lf(self):
-        lines = self.file("lines.txt", b"one\ntwo\rthree\r\nfour\r\n")
-        early = self.file("early.txt", b"\r\nall after the start")
+        lines = self.write_file("lines.txt", b"one\ntwo\rthree\r\nfour\r\n")
+        early = self.write_file("early.txt", b"\r\nall after the start")
         seen = self.ask("/probe", "-F", f"a=@{lines}", "-F", f"b=@{early}", "-F", "c=still here")
         self.assertEqual([b"one\ntwo\rthree", b""], [data for *_, data in seen.files])
         self.assertEqual([(b"c", b"still here")], seen.entries)
@@ -209,22 +211,22 @@ class Requests(RequestCase):
         self.assertEqual([(b"text", b"one"), (b"other", b"1\n2")], seen.entries)
 
     def test_multipart_value_ends_at_a_zero_byte_where_text_is_read(self):
-        zero = self.file("zero", b"seen\0unseen")
+        zero = self.write_file("zero", b"seen\0unseen")
         self.assertEqual([(b"a", b"seen")], self.ask("/probe", "-F", f"a=<{zero}").entries)
 
     def test_field_and_file_names_may_be_utf8(self):
-        photo = f"фото=@{self.file('x', b'deep')};filename=湖.jpg;type=image/jpeg"
+        photo = f"фото=@{self.write_file('x', b'deep')};filename=湖.jpg;type=image/jpeg"
         seen = self.ask("/probe", "-F", "größe=13 m²", "-F", photo)
         self.assertEqual([("größe".encode(), "13 m²".encode())], seen.entries)
         self.assertEqual([("фото".encode(), "湖.jpg".encode(), b"image/jpeg", b"deep")], seen.files)
 
     def test_file_names_are_decoded_and_field_names_are_not(self):
-        path = self.file("x", b"1")
+        path = self.write_file("x", b"1")
         seen = self.ask("/probe", "-F", f"a+b%21=@{path};filename=my+file%21.txt;type=text/plain")
         self.assertEqual([(b"a+b%21", b"my file!.txt", b"text/plain", b"1")], seen.files)
 
     def test_quotes_are_decoded_in_file_names_only(self):
-        path = self.file("x", b"1")
+        path = self.write_file("x", b"1")
         seen = self.ask("/probe", "-F", f'say "hi"=@{path};filename="a\\"b.txt";type=text/plain')
         self.assertEqual([(b"say %22hi%22", b'a"b.txt', b"text/plain", b"1")], seen.files)
 
@@ -296,7 +298,7 @@ class Requests(RequestCase):
     def post(self, content_type, body):
         return self.ask(
             *("/probe", "-H", f"Content-Type: {content_type}", "--data-binary"),
-            "@" + self.file("body", body),
+            "@" + self.write_file("body", body),
         )
 
 
@@ -312,10 +314,10 @@ class ManyRequests(RequestCase):
 
     def test_each_of_200_requests_from_8_clients_sees_its_own_data(self):
         with concurrent.futures.ThreadPoolExecutor(self.CLIENTS) as clients:
-            counts = list(clients.map(self.one, range(self.REQUESTS)))
+            counts = list(clients.map(self.check_one_request, range(self.REQUESTS)))
         self.assertEqual([1] * self.REQUESTS, counts)
 
-    def one(self, number):
+    def check_one_request(self, number):
         value = f"{number} of €200".encode()
         cookie = ("-b", f"number={number}")
         if number % 3 == 0:
@@ -324,7 +326,7 @@ class ManyRequests(RequestCase):
             seen = self.ask("/probe", "--data-urlencode", b"value=" + value, *cookie)
         else:
             data = random.Random(number).randbytes(300 * number).replace(b"\n", b"")
-            path = self.file(f"{number}.bin", data)
+            path = self.write_file(f"{number}.bin", data)
             seen = self.ask("/probe", b"-F", b"value=" + value, "-F", f"file=@{path}", *cookie)
             name = f"{number}.bin".encode()
             self.assertEqual([(b"file", name, b"application/octet-stream", data)], seen.files)

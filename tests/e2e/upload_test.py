@@ -27,7 +27,7 @@ def multipart(*files):
     return b"".join(parts) + b"--XYZ--\r\n"
 
 
-def kept(folder):
+def stored_files(folder):
     """The files of a folder by name, without the lock file."""
     names = set(os.listdir(folder)) - {".lock"}
     return {name: read(os.path.join(folder, name)) for name in names}
@@ -46,8 +46,8 @@ class Upload(unittest.TestCase):
     def tearDown(self):
         self.assertEqual("", self.server.log())
 
-    def kept(self):
-        return kept(self.folder)
+    def stored_files(self):
+        return stored_files(self.folder)
 
     def upload(self, *arguments, status=200):
         """Sends a request with curl's arguments; returns the page's list items and paragraphs."""
@@ -72,7 +72,7 @@ class Upload(unittest.TestCase):
         self.assertEqual("multipart/form-data", form["attributes"]["enctype"])
         self.assertEqual("file", page.named("file")["attributes"]["type"])
         self.assertIn("Files", page.texts("label")[0])
-        self.assertEqual({}, self.kept())
+        self.assertEqual({}, self.stored_files())
 
     def test_files_are_kept_byte_for_byte(self):
         every = bytes(range(256)) * 4000
@@ -84,12 +84,12 @@ class Upload(unittest.TestCase):
             ],
             items,
         )
-        self.assertEqual({"every.bin": every, "none.txt": b""}, self.kept())
+        self.assertEqual({"every.bin": every, "none.txt": b""}, self.stored_files())
 
     def test_file_with_a_cr_lf_is_kept_up_to_the_cr_lf(self):
         items, _ = self.upload_body(multipart(("a.txt", b"one\r\ntwo")))
         self.assertEqual(["a.txt: saved as a.txt, 3 bytes"], items)
-        self.assertEqual({"a.txt": b"one"}, self.kept())
+        self.assertEqual({"a.txt": b"one"}, self.stored_files())
 
     def test_hostile_names_become_harmless_ones(self):
         names = [
@@ -114,7 +114,7 @@ class Upload(unittest.TestCase):
         ]
         items, _ = self.upload_body(multipart(*((name, name.encode()) for name in names)))
         self.assertEqual(len(names), len(items))
-        kept = self.kept()
+        kept = self.stored_files()
         self.assertEqual(sorted(name.encode() for name in names), sorted(kept.values()))
         for name in kept:
             self.assertTrue(HARMLESS.fullmatch(name), name)
@@ -191,7 +191,7 @@ class Upload(unittest.TestCase):
     def test_no_file_replaces_another(self):
         for number in (b"1", b"2", b"3"):
             self.upload_body(multipart(("a.txt", number)))
-        self.assertEqual({"a.txt": b"1", "2-a.txt": b"2", "3-a.txt": b"3"}, self.kept())
+        self.assertEqual({"a.txt": b"1", "2-a.txt": b"2", "3-a.txt": b"3"}, self.stored_files())
 
     def test_planted_link_is_not_followed(self):
         outside = self.server.path("outside")
@@ -199,7 +199,7 @@ class Upload(unittest.TestCase):
         self.upload_body(multipart(("a.txt", b"1")))
         self.assertFalse(os.path.exists(outside))
         os.remove(os.path.join(self.folder, "a.txt"))
-        self.assertEqual({"2-a.txt": b"1"}, self.kept())
+        self.assertEqual({"2-a.txt": b"1"}, self.stored_files())
 
     def test_concurrent_uploads_are_all_kept(self):
         def store(number):
@@ -212,12 +212,13 @@ class Upload(unittest.TestCase):
         with concurrent.futures.ThreadPoolExecutor(8) as clients:
             self.assertEqual([1] * 40, list(clients.map(store, range(40))))
         self.assertEqual(
-            sorted(b"%d" % number * 5000 for number in range(40)), sorted(self.kept().values())
+            sorted(b"%d" % number * 5000 for number in range(40)),
+            sorted(self.stored_files().values()),
         )
 
     def test_fields_alone_store_nothing(self):
         self.assertEqual(([], ["No file was sent."]), self.upload("-F", "file=text"))
-        self.assertEqual({}, self.kept())
+        self.assertEqual({}, self.stored_files())
 
     def test_form_without_upload_encoding_is_refused(self):
         _, problem = self.upload("-d", "file=text", status=415)
@@ -230,7 +231,7 @@ class Upload(unittest.TestCase):
         )
         items, problem = self.upload_body(body, status=400)
         self.assertEqual(["File 1 has no Content-Type, so no file was saved."], problem)
-        self.assertEqual(([], {}), (items, self.kept()))
+        self.assertEqual(([], {}), (items, self.stored_files()))
 
     def test_one_file_without_a_type_rejects_the_whole_upload(self):
         untyped = b'--XYZ\r\nContent-Disposition: form-data; name="file"; filename="f"\r\n\r\n1\r\n'
@@ -238,7 +239,7 @@ class Upload(unittest.TestCase):
         body = whole.removesuffix(b"--XYZ--\r\n") + untyped + multipart(("b.txt", b"2"))
         _, problem = self.upload_body(body, status=400)
         self.assertEqual(["File 2 has no Content-Type, so no file was saved."], problem)
-        self.assertEqual({}, self.kept())
+        self.assertEqual({}, self.stored_files())
 
 
 class StreamedUpload(Upload):
@@ -273,7 +274,7 @@ class UploadAlone(unittest.TestCase):
         self.assertEqual(
             ["a.bin: not saved", "b.bin: saved as b.bin, 100 bytes"], Page(page).texts("li")
         )
-        self.assertEqual({"b.bin": b"b" * 100}, kept(self.folder))
+        self.assertEqual({"b.bin": b"b" * 100}, stored_files(self.folder))
         self.assertIn("File too large", log)
 
     def test_missing_folder_is_reported(self):

@@ -144,7 +144,7 @@ def folder_of_files(guide: Path, page: Page) -> Path | None:
     return None
 
 
-def with_files(page: Page, folder: Path) -> tuple[Page, list[int]]:
+def page_with_files(page: Page, folder: Path) -> tuple[Page, list[int]]:
     """The page with the configurations copied from the folder, and the lines of the blocks that
     differed."""
     files = {path.name: path for path in folder.iterdir() if path.suffix in CONFIGURATIONS}
@@ -179,7 +179,7 @@ def shell_script(todo: list[Step], copies: Path, mark: str) -> str:
     return "\n".join(script) + "\n"
 
 
-def user(home: Path, installed: Path) -> dict[str, str]:
+def user_environment(home: Path, installed: Path) -> dict[str, str]:
     return {
         "HOME": str(home),
         "LANG": "C.UTF-8",
@@ -242,7 +242,7 @@ def run(
             shell = subprocess.Popen(
                 [*own_network(run_by), "bash", script],
                 cwd=home / "guide",
-                env=user(home, installed),
+                env=user_environment(home, installed),
                 stdin=subprocess.DEVNULL,
                 stdout=output,
                 stderr=subprocess.STDOUT,
@@ -265,7 +265,7 @@ def run(
 # ---- Comparing -----------------------------------------------------------------------------------
 
 
-def pattern(lines: Page) -> str:
+def output_pattern(lines: Page) -> str:
     """A regular expression for the output of a command, with the line ends."""
     return "".join(
         "(?:.*\n)*?" if line == "…" else "[^\n]*".join(map(re.escape, line.split("…"))) + "\n"
@@ -273,7 +273,7 @@ def pattern(lines: Page) -> str:
     )
 
 
-def as_it_ran(
+def page_with_output(
     page: Page, todo: list[Step], results: list[tuple[str, int]]
 ) -> tuple[Page, list[int]]:
     """The page with the actual output where it differs, and the lines of those steps."""
@@ -281,13 +281,13 @@ def as_it_ran(
     for step, (output, _) in reversed(list(zip(todo, results))):
         shown = step.shown if isinstance(step, Command) else slice(step.line, step.line)
         lines = output.splitlines()
-        if not re.fullmatch(pattern(page[shown]), "".join(line + "\n" for line in lines)):
+        if not re.fullmatch(output_pattern(page[shown]), "".join(line + "\n" for line in lines)):
             ran[shown] = lines
             differ.append(step.line)
     return ran, differ[::-1]
 
 
-def write(guide: Path, page: Page) -> None:
+def write_page(guide: Path, page: Page) -> None:
     guide.write_text("".join(line + "\n" for line in page), encoding="utf-8")
 
 
@@ -301,9 +301,9 @@ def check_files(guide: Path, update: bool = False) -> bool:
     folder = folder_of_files(guide, page)
     if folder is None:
         return False
-    printed, differ = with_files(page, folder)
+    printed, differ = page_with_files(page, folder)
     if differ and update:
-        write(guide, printed)
+        write_page(guide, printed)
     elif differ:
         print_difference(guide, page, printed, "the files")
         raise Wrong(differ[0], "the file is different; --update copies it to the page")
@@ -322,9 +322,9 @@ def check(
     check_links(guide, page, installed / "share/man")
     todo = steps(page)
     results, left = run(todo, installed, run_by, patience)
-    ran, differ = as_it_ran(page, todo, results)
+    ran, differ = page_with_output(page, todo, results)
     if update:
-        write(guide, ran)
+        write_page(guide, ran)
     elif differ:
         print_difference(guide, page, ran, "as it ran")
     status = results[-1][1] if results else 0

@@ -180,7 +180,7 @@ TEST(CgiEnvCookies, OfALongHeaderAreComplete) {
   const std::string name(65536, 'n');
   const std::string value(65536, 'v');
   asScript({{"HTTP_COOKIE", "a=1; " + name + "=" + value}}, "", [&] {
-    EXPECT_TRUE((Cookies{{"a", "1"}, {name, value}}) == Environment().cookies());
+    EXPECT_EQ((Cookies{{"a", "1"}, {name, value}}), Environment().cookies());
   });
 }
 

@@ -52,12 +52,21 @@ Form parsed(Request &request, const std::string &body) {
   return request.takeForm();
 }
 
-// Expects the form both from a posted body and from one at the edge of memory.
+int failuresSoFar() {
+  return testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
+}
+
+// Expects the form both from a posted body and from one at the edge of memory. A body that fails
+// when posted is reported only once.
 void expectEitherWay(const std::string &body, const Form &expected,
                      std::source_location where = std::source_location::current()) {
+  const int before = failuresSoFar();
   expectForm(post(kContentType, body), body, expected, where);
+  if (failuresSoFar() > before) return;
   const testing::ScopedTrace trace(where.file_name(), static_cast<int>(where.line()), "");
-  asEmptyScript([&](Request &request) { EXPECT_TRUE(expected == parsed(request, body)); });
+  asEmptyScript([&](Request &request) {
+    EXPECT_EQ(expected, parsed(request, body)) << "the body is " << shown(body);
+  });
 }
 
 // A body with every case that the parser distinguishes.
@@ -263,7 +272,8 @@ TEST(HostileBodyLarge, OfOneSearchedForMarkOverAndOverIsParsedWithoutDelay) {
     while (much.size() < 3000000) much += mark;
     asEmptyScript([&](Request &request) {
       const std::string body = kDelimiter + much + kDelimiter + "\r\n\r\n" + much + kDelimiter;
-      EXPECT_TRUE(modelForm(kContentType, body) == parsed(request, body)) << mark;
+      EXPECT_EQ(modelForm(kContentType, body), parsed(request, body))
+          << "the body is " << shown(body);
     });
   }
 }

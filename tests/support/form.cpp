@@ -17,7 +17,7 @@
 namespace tarn_rules {
 namespace {
 
-std::string printed(const Text &text) { return text ? testing::PrintToString(*text) : "none"; }
+std::string printed(const Text &text) { return text ? tarn_test::shown(*text) : "none"; }
 
 }  // namespace
 

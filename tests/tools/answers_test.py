@@ -6,7 +6,7 @@ import signal
 import subprocess
 import unittest
 
-from tool import TOOLS, ToolTest, living
+from tool import TOOLS, ToolTest, is_running
 
 TYPE = b"Content-Type: text/plain\n"
 
@@ -15,29 +15,29 @@ class AnswerTest(ToolTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        cls.printing = cls.script("printing", "#!/bin/sh\ncat output\n")
+        cls.printing = cls.write_script("printing", "#!/bin/sh\ncat output\n")
 
-    def answered(self, output, *options):
+    def answer_and_complaints(self, output, *options):
         """What tarn-run shows, and what it reports, for a script that prints `output`."""
-        self.file("output", output)
+        self.write_file("output", output)
         ran = self.run_tool(*options, self.printing)
         self.assertEqual(ran.status, 0)
         for line in ran.errors:
             self.assertTrue(line.startswith("tarn-run: "), line)
         return ran.output, [line.removeprefix("tarn-run: ") for line in ran.errors]
 
-    def shows(self, shown, output, *options):
-        self.assertEqual(self.answered(output, *options), (shown, []))
+    def expect_shown(self, shown, output, *options):
+        self.assertEqual(self.answer_and_complaints(output, *options), (shown, []))
 
-    def complains(self, complaint, output, *options):
+    def expect_complaint(self, complaint, output, *options):
         """Expects a complaint about a response that is still shown."""
-        shown, complaints = self.answered(output, *options)
+        shown, complaints = self.answer_and_complaints(output, *options)
         self.assertNotIn(b"HTTP/1.1 500", shown)
         self.assertEqual(complaints, [complaint])
 
-    def cannot_use(self, complaint, output):
+    def expect_unusable(self, complaint, output):
         self.assertEqual(
-            self.answered(output),
+            self.answer_and_complaints(output),
             (
                 b"HTTP/1.1 500 Internal Server Error\n\n" + output,
                 [complaint + "; a server would answer 500"],
@@ -47,39 +47,43 @@ class AnswerTest(ToolTest):
 
 class Answer(AnswerTest):
     def test_status_defaults_to_200(self):
-        self.shows(b"HTTP/1.1 200 OK\n" + TYPE + b"\nhello", TYPE + b"\nhello")
+        self.expect_shown(b"HTTP/1.1 200 OK\n" + TYPE + b"\nhello", TYPE + b"\nhello")
 
     def test_status_header_sets_the_status(self):
-        self.shows(b"HTTP/1.1 404 Not Found\n" + TYPE + b"\n", b"Status: 404\n" + TYPE + b"\n")
-        self.shows(
+        self.expect_shown(
+            b"HTTP/1.1 404 Not Found\n" + TYPE + b"\n", b"Status: 404\n" + TYPE + b"\n"
+        )
+        self.expect_shown(
             b"HTTP/1.1 404 Nothing Here\n" + TYPE + b"\n", TYPE + b"status:404 Nothing Here\n\n"
         )
-        self.shows(b"HTTP/1.1 299\n" + TYPE + b"\n", b"Status: 299\n" + TYPE + b"\n")
+        self.expect_shown(b"HTTP/1.1 299\n" + TYPE + b"\n", b"Status: 299\n" + TYPE + b"\n")
 
     def test_first_of_two_status_headers_is_used(self):
-        shown, _ = self.answered(b"Status: 404\nstatus: 410\n" + TYPE + b"\n")
+        shown, _ = self.answer_and_complaints(b"Status: 404\nstatus: 410\n" + TYPE + b"\n")
         self.assertEqual(shown, b"HTTP/1.1 404 Not Found\n" + TYPE + b"\n")
 
     def test_location_defaults_to_302(self):
-        self.shows(b"HTTP/1.1 302 Found\nLocation: /a\n\n", b"Location: /a\n\n")
-        self.shows(b"HTTP/1.1 303 See Other\nLocation: /a\n\n", b"Location: /a\nStatus: 303\n\n")
+        self.expect_shown(b"HTTP/1.1 302 Found\nLocation: /a\n\n", b"Location: /a\n\n")
+        self.expect_shown(
+            b"HTTP/1.1 303 See Other\nLocation: /a\n\n", b"Location: /a\nStatus: 303\n\n"
+        )
 
     def test_header_order_and_body_bytes_are_kept(self):
         body = bytes(range(256)) + b"\r\n\r\n\n"
-        self.shows(
+        self.expect_shown(
             b"HTTP/1.1 200 OK\nX-B: 1\nContent-Type: a/b\nX-A: 2:3\n\n" + body,
             b"X-B:1\r\nContent-Type:  a/b \r\nX-A: 2:3\r\n\r\n" + body,
         )
-        self.shows(
+        self.expect_shown(
             b"HTTP/1.1 200 OK\nContent-Type: a/b\nX: \xc3\xab\tb\n\n",
             b"Content-Type: a/b\nX: \xc3\xab\tb\n\r\n",
         )
 
     def test_body_option_prints_only_the_body(self):
-        self.shows(b"a\0b", b"Status: 404\n" + TYPE + b"\na\0b", "--body")
+        self.expect_shown(b"a\0b", b"Status: 404\n" + TYPE + b"\na\0b", "--body")
 
     def test_large_answer_works_when_the_script_ignores_a_large_body(self):
-        script = self.script(
+        script = self.write_script(
             "large",
             f'#!/bin/sh\nexec <&-\nprintf "{TYPE.decode()}\\n"\n' "head -c 10000000 /dev/zero",
         )
@@ -87,7 +91,7 @@ class Answer(AnswerTest):
         self.assertEqual((ran.status, len(ran.body), ran.errors), (0, 10000000, []))
 
     def test_reader_may_close_the_pipe_early(self):
-        script = self.script(
+        script = self.write_script(
             "endless", f'#!/bin/sh\nprintf "{TYPE.decode()}\\n"\n' "head -c 10000000 /dev/zero"
         )
         with subprocess.Popen(
@@ -99,12 +103,12 @@ class Answer(AnswerTest):
 
 class AnswerShownByCurl(AnswerTest):
     def test_headers_are_shown_as_curl_receives_them(self):
-        self.shows(
+        self.expect_shown(
             b"HTTP/1.1 404 Nothing\r\nX: y\r\n" + TYPE.replace(b"\n", b"\r\n") + b"\r\nbody",
             b"Status: 404 Nothing\nX: y\n" + TYPE + b"\nbody",
             "-i",
         )
-        self.shows(
+        self.expect_shown(
             b"HTTP/1.1 200 OK\r\nContent-Length: 4\r\n" + TYPE.replace(b"\n", b"\r\n") + b"\r\n",
             b"Content-Length: 4\n" + TYPE + b"\n",
             "-i",
@@ -112,7 +116,7 @@ class AnswerShownByCurl(AnswerTest):
         )
 
     def test_body_and_headers_can_be_written_to_files(self):
-        self.shows(b"", TYPE + b"\nbody", "-o", "body", "-D", "head")
+        self.expect_shown(b"", TYPE + b"\nbody", "-o", "body", "-D", "head")
         self.assertEqual((self.folder / "body").read_bytes(), b"body")
         self.assertEqual(
             (self.folder / "head").read_bytes(),
@@ -120,7 +124,7 @@ class AnswerShownByCurl(AnswerTest):
         )
 
     def test_write_out_format_works(self):
-        self.shows(
+        self.expect_shown(
             b"body 201 text/plain 4",
             b"Status: 201\n" + TYPE + b"\nbody",
             "-w",
@@ -128,7 +132,7 @@ class AnswerShownByCurl(AnswerTest):
         )
 
     def test_verbose_shows_request_and_response(self):
-        self.file("output", TYPE + b"\nbody")
+        self.write_file("output", TYPE + b"\nbody")
         ran = self.run_tool("-v", "-d", "a", self.printing)
         self.assertEqual((ran.status, ran.output), (0, b"body"))
         for line in (
@@ -141,7 +145,7 @@ class AnswerShownByCurl(AnswerTest):
 
     def test_cookies_are_saved_in_the_jar(self):
         for options in (["-i"], []):
-            self.answered(b"Set-Cookie: a=1\n" + TYPE + b"\n", "-c", "jar", *options)
+            self.answer_and_complaints(b"Set-Cookie: a=1\n" + TYPE + b"\n", "-c", "jar", *options)
             self.assertRegex((self.folder / "jar").read_text(), "localhost\t.*\ta\t1\n")
             (self.folder / "jar").unlink()
 
@@ -153,11 +157,11 @@ class AnswerShownByCurl(AnswerTest):
             b"Transfer-Encoding: chunked\n",
         ):
             for options in (["-o", "-"], []):
-                shown, _ = self.answered(header + TYPE + b"\nbody", *options)
+                shown, _ = self.answer_and_complaints(header + TYPE + b"\nbody", *options)
                 self.assertTrue(shown.endswith(b"body"), header)
 
     def test_unusable_output_is_shown_as_500(self):
-        self.file("output", b"hello")
+        self.write_file("output", b"hello")
         ran = self.run_tool("-i", self.printing)
         self.assertEqual(ran.output, b"HTTP/1.1 500 Internal Server Error\r\n\r\nhello")
         self.assertEqual(
@@ -169,46 +173,54 @@ class AnswerShownByCurl(AnswerTest):
         )
 
     def test_curl_failure_is_reported(self):
-        self.file("output", TYPE + b"\nbody")
+        self.write_file("output", TYPE + b"\nbody")
         ran = self.run_tool("-o", "none/file", self.printing)
         self.assertEqual((ran.status, ran.errors[-1]), (125, "tarn-run: curl failed (status 23)"))
-        ran = self.run_tool("-f", self.script("failing", '#!/bin/sh\necho "Status: 404\n"; exit 7'))
+        ran = self.run_tool(
+            "-f", self.write_script("failing", '#!/bin/sh\necho "Status: 404\n"; exit 7')
+        )
         self.assertEqual((ran.status, ran.errors[-1]), (7, "tarn-run: curl failed (status 22)"))
 
     def test_script_is_stopped_when_curl_gives_up(self):
-        script = self.script("slow", "#!/bin/sh\necho $$ >slow-id\nexec sleep 1000\n")
+        script = self.write_script("slow", "#!/bin/sh\necho $$ >slow-id\nexec sleep 1000\n")
         ran = self.run_tool("-m", "1", script)
         self.assertEqual(
             (ran.status, ran.errors[-1]),
             (125, "tarn-run: curl exited before the response (status 28); the script was stopped"),
         )
-        self.assertFalse(living(int((self.folder / "slow-id").read_text())))
+        self.assertFalse(is_running(int((self.folder / "slow-id").read_text())))
 
 
 class UnusableOutput(AnswerTest):
     def test_empty_output(self):
-        self.cannot_use("the script printed nothing", b"")
+        self.expect_unusable("the script printed nothing", b"")
 
     def test_missing_header_block(self):
-        self.cannot_use("no header block: the output begins with '<p>hello'", b"<p>hello\n\nyou")
-        self.cannot_use("no header block: the output begins with 'hello'", b"hello")
-        self.cannot_use(
+        self.expect_unusable(
+            "no header block: the output begins with '<p>hello'", b"<p>hello\n\nyou"
+        )
+        self.expect_unusable("no header block: the output begins with 'hello'", b"hello")
+        self.expect_unusable(
             "no header block: the output begins with 'HTTP/1.1 200 OK'",
             b"HTTP/1.1 200 OK\n" + TYPE + b"\n",
         )
-        self.cannot_use("no header block: the output begins with an empty line", b"\nhello")
-        self.cannot_use("no header block: the output begins with an empty line", b"\r\nhello")
-        self.cannot_use("no header block: the output begins with '" + "a" * 59 + "…'", b"a" * 99)
-        self.cannot_use(r"no header block: the output begins with '\xffë\x00'", b"\xff\xc3\xab\0")
+        self.expect_unusable("no header block: the output begins with an empty line", b"\nhello")
+        self.expect_unusable("no header block: the output begins with an empty line", b"\r\nhello")
+        self.expect_unusable(
+            "no header block: the output begins with '" + "a" * 59 + "…'", b"a" * 99
+        )
+        self.expect_unusable(
+            r"no header block: the output begins with '\xffë\x00'", b"\xff\xc3\xab\0"
+        )
 
     def test_unterminated_header_block(self):
-        self.cannot_use("the header block does not end with an empty line", TYPE)
-        self.cannot_use("the header block does not end with an empty line", TYPE + b"X: y")
+        self.expect_unusable("the header block does not end with an empty line", TYPE)
+        self.expect_unusable("the header block does not end with an empty line", TYPE + b"X: y")
 
     def test_malformed_header(self):
         for line in (b"<html>", b"X", b"X y: z", b": z", b" folded", b"X : y", b"\xc3\xab: z"):
             text = repr(line.decode())
-            self.cannot_use(
+            self.expect_unusable(
                 f'line 2 of the header block is not "NAME: VALUE": {text}',
                 TYPE + line + b"\nY: z\n\nbody",
             )
@@ -216,14 +228,14 @@ class UnusableOutput(AnswerTest):
     def test_control_character_in_a_header(self):
         for character in b"\0\1\x1b\r\x7f":
             line = b"X: a%cb" % character
-            self.cannot_use(
+            self.expect_unusable(
                 "line 2 of the header block contains a control character: " f"{line.decode()!r}",
                 TYPE + line + b"\r\n\r\nbody",
             )
 
     def test_invalid_status(self):
         for status in (b"", b"20", b"2000", b"OK", b"200OK", b"199", b"600", b"HTTP/1.1 200 OK"):
-            self.cannot_use(
+            self.expect_unusable(
                 "Status must be a number from 200 to 599 and an optional reason: "
                 f"{status.decode()!r}",
                 b"Status: " + status + b"\n" + TYPE + b"\n",
@@ -232,12 +244,12 @@ class UnusableOutput(AnswerTest):
 
 class Complaint(AnswerTest):
     def test_missing_content_type(self):
-        self.complains("no Content-Type", b"X: y\n\nbody")
-        self.complains("no Content-Type", b"Status: 404\n\n")
-        self.complains("no Content-Type", b"Location: /a\n\nbody")
-        self.complains("no Content-Type", b"X: y\n\nbody", "--body")
-        self.shows(b"HTTP/1.1 204 No Content\n\n", b"Status: 204\n\n")
-        self.shows(b"HTTP/1.1 200 OK\nX: y\n\n", b"X: y\n\n", "-I")
+        self.expect_complaint("no Content-Type", b"X: y\n\nbody")
+        self.expect_complaint("no Content-Type", b"Status: 404\n\n")
+        self.expect_complaint("no Content-Type", b"Location: /a\n\nbody")
+        self.expect_complaint("no Content-Type", b"X: y\n\nbody", "--body")
+        self.expect_shown(b"HTTP/1.1 204 No Content\n\n", b"Status: 204\n\n")
+        self.expect_shown(b"HTTP/1.1 200 OK\nX: y\n\n", b"X: y\n\n", "-I")
 
     def test_duplicate_header(self):
         for name, value in (
@@ -248,26 +260,26 @@ class Complaint(AnswerTest):
         ):
             twice = f"{name}: {value}\n{name.lower()}: {value}\n".encode()
             type = b"" if name == "Content-Type" else TYPE
-            self.complains(
+            self.expect_complaint(
                 f"2 {name} headers: servers differ in which one they use",
                 twice + type + b"\nbody",
             )
-        self.shows(
+        self.expect_shown(
             b"HTTP/1.1 200 OK\nSet-Cookie: a=1\nSet-Cookie: b=2\n" + TYPE + b"\n",
             b"Set-Cookie: a=1\nSet-Cookie: b=2\n" + TYPE + b"\n",
         )
 
     def test_content_length_does_not_match_the_body(self):
         for length in ("3", "5", "x", ""):
-            self.complains(
+            self.expect_complaint(
                 f"Content-Length is '{length}', but the body has 4 bytes",
                 f"Content-Length: {length}\n".encode() + TYPE + b"\nbody",
             )
-        self.shows(
+        self.expect_shown(
             b"HTTP/1.1 200 OK\nContent-Length: 4\n" + TYPE + b"\nbody",
             b"Content-Length: 4\n" + TYPE + b"\nbody",
         )
-        self.shows(
+        self.expect_shown(
             b"HTTP/1.1 200 OK\nContent-Length: 4\n" + TYPE + b"\n",
             b"Content-Length: 4\n" + TYPE + b"\n",
             "--head",
@@ -275,7 +287,7 @@ class Complaint(AnswerTest):
 
     def test_body_where_none_is_allowed(self):
         self.assertEqual(
-            self.answered(TYPE + b"\nbody", "-I"),
+            self.answer_and_complaints(TYPE + b"\nbody", "-I"),
             (
                 b"HTTP/1.1 200 OK\n" + TYPE + b"\n",
                 ["a server would drop the body (4 bytes): a response to HEAD has none"],
@@ -283,7 +295,7 @@ class Complaint(AnswerTest):
         )
         for status, reason in ((204, b"No Content"), (304, b"Not Modified")):
             self.assertEqual(
-                self.answered(b"Status: %d\n" % status + TYPE + b"\nbody"),
+                self.answer_and_complaints(b"Status: %d\n" % status + TYPE + b"\nbody"),
                 (
                     b"HTTP/1.1 %d %s\n" % (status, reason) + TYPE + b"\n",
                     [
@@ -295,18 +307,18 @@ class Complaint(AnswerTest):
 
 
 class End(AnswerTest):
-    def ended(self, lines, *options):
-        ran = self.run_tool(*options, self.script("script", "#!/bin/sh\n" + lines))
+    def run_lines(self, lines, *options):
+        ran = self.run_tool(*options, self.write_script("script", "#!/bin/sh\n" + lines))
         return ran.status, ran.output, ran.errors
 
     def test_failure_is_reported_and_its_status_passed_on(self):
         answer = b"HTTP/1.1 200 OK\n" + TYPE + b"\n"
         self.assertEqual(
-            self.ended(f'printf "{TYPE.decode()}\\n"; exit 3'),
+            self.run_lines(f'printf "{TYPE.decode()}\\n"; exit 3'),
             (3, answer, ["tarn-run: the script failed (status 3) after it had answered"]),
         )
         self.assertEqual(
-            self.ended("echo oh no >&2; exit 9"),
+            self.run_lines("echo oh no >&2; exit 9"),
             (
                 9,
                 b"HTTP/1.1 500 Internal Server Error\n\n",
@@ -320,13 +332,13 @@ class End(AnswerTest):
 
     def test_signal_is_reported_as_128_plus_its_number(self):
         for number, name in ((11, "SIGSEGV"), (9, "SIGKILL")):
-            status, _, errors = self.ended(f'printf "{TYPE.decode()}\\n"; kill -{number} $$')
+            status, _, errors = self.run_lines(f'printf "{TYPE.decode()}\\n"; kill -{number} $$')
             self.assertEqual(
                 (status, errors), (128 + number, [f"tarn-run: killed by signal {number} ({name})"])
             )
 
     def test_late_output_of_a_child_process_is_reported(self):
-        status, output, errors = self.ended(
+        status, output, errors = self.run_lines(
             '(until grep -q "^State:.Z" "/proc/$$/status"; do sleep 0.1; done\n'
             "sleep 1; echo late) &\n"
             f'printf "{TYPE.decode()}\\n"'
@@ -342,7 +354,7 @@ class End(AnswerTest):
         )
 
     def test_child_process_with_closed_output_is_not_waited_for(self):
-        status, _, errors = self.ended(
+        status, _, errors = self.run_lines(
             f'printf "{TYPE.decode()}\\n"; sleep 1000 >&- 2>&- & echo $! >sleeping'
         )
         # The child process is still running.
@@ -352,13 +364,15 @@ class End(AnswerTest):
 
 class Script(AnswerTest):
     def test_missing_script_is_reported(self):
-        self.assertEqual(self.refused("./none", status=127), "tarn-run: ./none: no such file")
-        self.assertEqual(self.refused(".", status=127), "tarn-run: .: is a folder")
+        self.assertEqual(
+            self.refusal_message("./none", status=127), "tarn-run: ./none: no such file"
+        )
+        self.assertEqual(self.refusal_message(".", status=127), "tarn-run: .: is a folder")
 
     def test_script_that_cannot_be_run_is_reported_with_the_reason(self):
-        self.file("script", "#!/bin/sh\n").chmod(0o644)
+        self.write_file("script", "#!/bin/sh\n").chmod(0o644)
         self.assertEqual(
-            self.refused("script", status=126),
+            self.refusal_message("script", status=126),
             "tarn-run: script: not executable (use chmod +x)",
         )
         for content, reason in (
@@ -376,8 +390,10 @@ class Script(AnswerTest):
             ),
             (b"", 'not a program for this machine, and it does not start with "#!INTERPRETER"'),
         ):
-            self.file("script", content).chmod(0o755)
-            self.assertEqual(self.refused("script", status=126), f"tarn-run: script: {reason}")
+            self.write_file("script", content).chmod(0o755)
+            self.assertEqual(
+                self.refusal_message("script", status=126), f"tarn-run: script: {reason}"
+            )
 
 
 if __name__ == "__main__":

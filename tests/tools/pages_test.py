@@ -13,7 +13,7 @@ from tool import TOOLS, ToolTest
 PAGES = [TOOLS / "tarn-run.1", TOOLS / "tarn-record.1", TOOLS / "tarn-form.1"]
 
 
-def printed(*command, **options):
+def output_of(*command, **options):
     return subprocess.run(command, capture_output=True, text=True, check=True, **options).stdout
 
 
@@ -24,13 +24,13 @@ def options(help):
 class Pages(ToolTest):
     def test_help_fits_a_terminal(self):
         for tool in ("tarn-run", "tarn-form"):
-            help = printed(TOOLS / tool, "--help", env={"COLUMNS": "300"})
+            help = output_of(TOOLS / tool, "--help", env={"COLUMNS": "300"})
             self.assertEqual([line for line in help.splitlines() if len(line) > 80], [])
-            self.assertEqual(printed(TOOLS / tool, "-h"), help)
+            self.assertEqual(output_of(TOOLS / tool, "-h"), help)
 
     def test_version_matches_the_library(self):
         version = os.environ["VERSION"]
-        self.assertEqual(printed(TOOLS / "tarn-run", "--version"), f"tarn-run {version}\n")
+        self.assertEqual(output_of(TOOLS / "tarn-run", "--version"), f"tarn-run {version}\n")
         for page in PAGES:
             self.assertIn(f"\n.Os Tarn {version}\n", page.read_text())
         self.assertIn(f"\ntarn-run/{version}\n", PAGES[0].read_text())
@@ -50,18 +50,18 @@ class Pages(ToolTest):
 
     def test_manual_page_has_every_option_of_the_help_and_others_of_curl(self):
         told = self.options_of_page(PAGES[0])
-        self.assertEqual(self.options() - told, set())
-        self.assertEqual(told - self.options() - self.options_of_curl(), set())
+        self.assertEqual(self.documented_options() - told, set())
+        self.assertEqual(told - self.documented_options() - self.options_of_curl(), set())
 
     def test_manual_page_and_completion_of_tarn_form_have_every_option_of_its_help(self):
         found = {"--no-data", "--save", "-h", "--help", "-V", "--version"}
-        self.assertEqual(self.options("tarn-form"), found)
+        self.assertEqual(self.documented_options("tarn-form"), found)
         self.assertEqual(self.options_of_page(PAGES[2]), found)
-        self.assertEqual(set(self.completed("", tool="tarn-form")), found)
-        self.assertEqual(self.completed("--s", tool="tarn-form"), ["--save"])
+        self.assertEqual(set(self.completions("", tool="tarn-form")), found)
+        self.assertEqual(self.completions("--s", tool="tarn-form"), ["--save"])
         (self.folder / "elsewhere").mkdir()
         before = str(self.folder / "else")
-        self.assertEqual(self.completed("--save", before, tool="tarn-form"), [before + "where"])
+        self.assertEqual(self.completions("--save", before, tool="tarn-form"), [before + "where"])
 
     def test_manual_page_of_tarn_form_has_every_code_and_every_member(self):
         page = PAGES[2].read_text()
@@ -86,15 +86,16 @@ class Pages(ToolTest):
         self.assertEqual([name for name, options in found.items() if not options], [])
         refused = {option for options in found.values() for option in options}
         for option in refused:
-            self.assertIn(f"{option} is not supported", self.refused(option, "a", "dump"))
+            self.assertIn(f"{option} is not supported", self.refusal_message(option, "a", "dump"))
         letters = {"-K", "-L", "-:", "-Z", "-O", "-x", "-U", "-p"}
         self.assertEqual(
-            set(self.completed("-")), self.options() | self.options_of_curl() - refused - letters
+            set(self.completions("-")),
+            self.documented_options() | self.options_of_curl() - refused - letters,
         )
 
     @staticmethod
     def options_of_curl():
-        help = printed(os.environ["CURL"], "--help", "all")
+        help = output_of(os.environ["CURL"], "--help", "all")
         found = {
             name
             for line in re.findall(r"^ +(-.*)", help, re.MULTILINE)
@@ -104,8 +105,8 @@ class Pages(ToolTest):
         assert len(found) > 200
         return found
 
-    def options(self, tool="tarn-run"):
-        help = printed(TOOLS / tool, "--help")
+    def documented_options(self, tool="tarn-run"):
+        help = output_of(TOOLS / tool, "--help")
         found = {
             name
             for line in re.findall(r"^  (-.*?)(?:   |$)", help, re.MULTILINE)
@@ -115,8 +116,8 @@ class Pages(ToolTest):
         return found
 
     def test_manual_page_names_every_variable_a_script_receives(self):
-        self.file("upload", "a")
-        given = self.given(
+        self.write_file("upload", "a")
+        given = self.request_received(
             "-F",
             "f=@upload",
             "-b",
@@ -132,15 +133,15 @@ class Pages(ToolTest):
             self.assertTrue(told, name)
 
     def test_example_commands_run(self):
-        self.file("dawn.jpg", "a")
+        self.write_file("dawn.jpg", "a")
         for name in ("upload", "greet"):
-            self.script(name, "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n")
+            self.write_script(name, "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n")
         examples = re.search(r"\.Sh EXAMPLES\n(.*?)\n\.Sh", PAGES[0].read_text(), re.DOTALL)[1]
         commands = re.findall(r"^tarn-run .*", examples, re.MULTILINE)
         self.assertEqual(len(commands), 8)
         for command in commands:
             if "--exec" not in command and "--show" not in command:
-                shown = printed(
+                shown = output_of(
                     "sh", "-ec", command, cwd=self.folder, env={"PATH": f"{TOOLS}:/usr/bin:/bin"}
                 )
                 self.assertTrue(
@@ -148,11 +149,11 @@ class Pages(ToolTest):
                 )
 
     def test_example_commands_of_tarn_form_run(self):
-        self.file("dawn.jpg", "bytes")
+        self.write_file("dawn.jpg", "bytes")
         examples = re.search(r"\.Sh EXAMPLES\n(.*?)\n\.Sh", PAGES[2].read_text(), re.DOTALL)[1]
         blocks = re.findall(r"^\.Bd .*\n((?:.*\n)*?)\.Ed", examples, re.MULTILINE)
         shown = [
-            printed("sh", "-ec", block, cwd=self.folder, env={"PATH": f"{TOOLS}:/usr/bin:/bin"})
+            output_of("sh", "-ec", block, cwd=self.folder, env={"PATH": f"{TOOLS}:/usr/bin:/bin"})
             for block in blocks
             if not block.startswith("#!")
         ]
@@ -161,7 +162,7 @@ class Pages(ToolTest):
             self.assertTrue(output.endswith('{"end": true}\n'), output)
         self.assertEqual((self.folder / "received/dawn.jpg").read_text(), "bytes")
 
-    def completed(self, *words, tool="tarn-run"):
+    def completions(self, *words, tool="tarn-run"):
         """What bash suggests after these words of a command line."""
         function = "_" + tool.replace("-", "_")
         source = f'. {TOOLS}/completions/{tool}; complete -p {tool} >&2; COMP_WORDS=({tool} "$@")\n'
@@ -175,18 +176,18 @@ class Pages(ToolTest):
 
     def test_completion_finishes_partial_words(self):
         self.assertEqual(
-            self.completed("--data"),
+            self.completions("--data"),
             ["--data", "--data-ascii", "--data-binary", "--data-raw", "--data-urlencode"],
         )
-        self.assertEqual(self.completed("-d", "a", "--rec"), ["--record"])
-        self.assertEqual(self.completed("-X", "P"), ["PATCH", "POST", "PUT"])
-        self.assertEqual(self.completed("--exec", "g"), ["gdb"])
-        self.assertEqual(self.completed("--chdir", str(self.dump)[:-1]), [])
-        self.assertIn(str(self.folder), self.completed("--chdir", str(self.folder)[:-1]))
+        self.assertEqual(self.completions("-d", "a", "--rec"), ["--record"])
+        self.assertEqual(self.completions("-X", "P"), ["PATCH", "POST", "PUT"])
+        self.assertEqual(self.completions("--exec", "g"), ["gdb"])
+        self.assertEqual(self.completions("--chdir", str(self.dump)[:-1]), [])
+        self.assertIn(str(self.folder), self.completions("--chdir", str(self.folder)[:-1]))
 
     def test_completion_falls_back_to_file_names(self):
         for words in (["a"], [""], ["-d", "-"], ["-F", "a", "=", "@", ""], ["--record", ""]):
-            self.assertEqual(self.completed(*words), [])
+            self.assertEqual(self.completions(*words), [])
 
 
 if __name__ == "__main__":

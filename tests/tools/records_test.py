@@ -14,30 +14,32 @@ import threading
 import time
 import unittest
 
-from tool import TOOLS, ToolTest, dumped
+from tool import TOOLS, ToolTest, parse_dump
 
 EVERY_BYTE = bytes(range(256))
 
 
 class Record(ToolTest):
-    def recorded(self, *options, **more):
+    def request_and_record(self, *options, **more):
         record = self.folder / "record"
         record.unlink(missing_ok=True)
-        return self.given("--record", str(record), *options, **more), record
+        return self.request_received("--record", str(record), *options, **more), record
 
     def test_record_has_the_documented_format(self):
-        self.recorded("--data-binary", "@-", input=b"\0\0\n")
+        self.request_and_record("--data-binary", "@-", input=b"\0\0\n")
         lines = (self.folder / "record").read_bytes()
         self.assertTrue(lines.startswith(b"tarn-record 1\nPATH="))
         self.assertTrue(lines.endswith(b"=application/x-www-form-urlencoded\0\0\0\0\n"), lines)
 
     def test_any_bytes_are_replayed_exactly(self):
         for body in (EVERY_BYTE, b"", b"\0", b"\0\0A=1\0", b"tarn-record 1\n", EVERY_BYTE * 10000):
-            given, record = self.recorded(
+            given, record = self.request_and_record(
                 "--data-binary", "@-", "--env", b"X=\x01=\xff\n", "-H", "X.Y: z", input=body
             )
             self.assertEqual(given.body, body)
-            again = self.given("--replay", str(record), env={"PATH": os.environ["PATH"], "A": "b"})
+            again = self.request_received(
+                "--replay", str(record), env={"PATH": os.environ["PATH"], "A": "b"}
+            )
             self.assertEqual(again, given)
             self.assertEqual(list(again.environment), list(given.environment))
 
@@ -48,13 +50,13 @@ class Record(ToolTest):
             if before is not None:
                 record.write_bytes(before)
                 record.chmod(0o644)
-            given = self.given("--record", "record")
+            given = self.request_received("--record", "record")
             self.assertEqual(stat.S_IMODE(record.lstat().st_mode), 0o600)
-            self.assertEqual(self.given("--replay", "record"), given)
+            self.assertEqual(self.request_received("--replay", "record"), given)
         self.assertEqual(list(self.folder.glob(".tarn-run-*")), [])
 
     def test_record_does_not_replace_other_files(self):
-        target = self.file("target", b"tarn-record 1\nA=b\0\0")
+        target = self.write_file("target", b"tarn-record 1\nA=b\0\0")
         record = self.folder / "record"
         for make, reason in (
             (lambda: record.write_text("kept"), "it is not a recorded request"),
@@ -64,12 +66,12 @@ class Record(ToolTest):
             (lambda: record.symlink_to("none"), "it is a symbolic link"),
             (lambda: os.mkfifo(record), "it is not a recorded request"),
             (record.mkdir, "it is not a recorded request"),
-            (lambda: bound(record), "No such device or address"),
+            (lambda: bind_socket(record), "No such device or address"),
         ):
             make()
             before = record.lstat()
             self.assertEqual(
-                self.refused("--record", "record", "dump"),
+                self.refusal_message("--record", "record", "dump"),
                 f"tarn-run: --record record: not replaced: {reason}",
             )
             after = record.lstat()
@@ -84,15 +86,16 @@ class Record(ToolTest):
     def test_record_does_not_replace_a_device(self):
         for device in ("/dev/null", "/dev/full", "/dev/zero", "/dev/tty"):
             self.assertIn(
-                f"--record {device}: not replaced: ", self.refused("--record", device, "dump")
+                f"--record {device}: not replaced: ",
+                self.refusal_message("--record", device, "dump"),
             )
             self.assertTrue(stat.S_ISCHR(os.lstat(device).st_mode))
 
     def test_truncated_body_is_replayed_truncated(self):
-        given, _ = self.recorded("-d", "abcdef", "--cut", "4")
+        given, _ = self.request_and_record("-d", "abcdef", "--cut", "4")
         self.assertEqual((given.environment[b"CONTENT_LENGTH"], given.body), (b"6", b"abcd"))
-        self.assertEqual(self.given("--replay", "record"), given)
-        self.assertEqual(self.given("--replay", "record", "--cut", "0").body, b"")
+        self.assertEqual(self.request_received("--replay", "record"), given)
+        self.assertEqual(self.request_received("--replay", "record", "--cut", "0").body, b"")
 
     def test_failed_write_leaves_no_file(self):
         before = sorted(self.folder.iterdir())
@@ -118,15 +121,15 @@ class Record(ToolTest):
             cwd=self.folder,
             env={"PATH": "/usr/bin:/bin", "X": "y z", "REQUEST_METHOD": "POST"},
         )
-        given = self.given("--replay", "by-shell")
+        given = self.request_received("--replay", "by-shell")
         self.assertEqual((given.environment[b"X"], given.body), (b"y z", b"a\0b"))
 
     def test_duplicate_variable_replays_the_first_value(self):
-        self.file("twice", b"tarn-record 1\nA=1\0A=2\0\0")
-        self.assertEqual(self.given("--replay", "twice").environment, {b"A": b"1"})
+        self.write_file("twice", b"tarn-record 1\nA=1\0A=2\0\0")
+        self.assertEqual(self.request_received("--replay", "twice").environment, {b"A": b"1"})
 
     def test_replay_refuses_options_that_change_the_request(self):
-        self.recorded()
+        self.request_and_record()
         for options in (
             ["-d", "a"],
             ["-F", "a=b"],
@@ -142,9 +145,9 @@ class Record(ToolTest):
         ):
             self.assertIn(
                 "cannot be used with --replay: the record is the whole request",
-                self.refused("--replay", "record", *options, "dump"),
+                self.refusal_message("--replay", "record", *options, "dump"),
             )
-        given = self.given("--replay", "record", "--env", "A=b")
+        given = self.request_received("--replay", "record", "--env", "A=b")
         self.assertEqual(given.environment[b"A"], b"b")
 
     def test_truncated_or_invalid_record_is_refused(self):
@@ -156,24 +159,26 @@ class Record(ToolTest):
             b"tarn-record 1\nA\0\0",
             b"tarn-record 2\nA=b\0\0",
         ):
-            self.file("bad", content)
-            self.assertIn("bad: not a recorded request", self.refused("--replay", "bad", "dump"))
+            self.write_file("bad", content)
+            self.assertIn(
+                "bad: not a recorded request", self.refusal_message("--replay", "bad", "dump")
+            )
 
 
 class Shown(ToolTest):
-    def shown(self, content, *options):
-        self.file("record", b"tarn-record 1\n" + content)
+    def text_of_record(self, content, *options):
+        self.write_file("record", b"tarn-record 1\n" + content)
         ran = self.run_tool("--show", "record", *options)
         self.assertEqual((ran.status, ran.errors), (0, []))
         return ran.output.decode()
 
     def test_record_is_shown_as_text(self):
         self.assertEqual(
-            self.shown(b"A=1\0REQUEST_METHOD=POST\0\0a=1&b=2"),
+            self.text_of_record(b"A=1\0REQUEST_METHOD=POST\0\0a=1&b=2"),
             "A=1\nREQUEST_METHOD=POST\n\na=1&b=2\n",
         )
-        self.assertEqual(self.shown(b"A=\0\0"), "A=\n\n")
-        self.assertEqual(self.shown(b"A=\0\0a\n"), "A=\n\na\n")
+        self.assertEqual(self.text_of_record(b"A=\0\0"), "A=\n\n")
+        self.assertEqual(self.text_of_record(b"A=\0\0a\n"), "A=\n\na\n")
 
     def test_secrets_are_hidden_by_default(self):
         record = (
@@ -182,7 +187,7 @@ class Shown(ToolTest):
             b'REDIRECT_HTTP_AUTHORIZATION=Digest s3cret="s3cret"\0'
             b"REDIRECT_HTTP_COOKIE=session=s3cret; a=s3cret\0HTTP_HOST=h\0\0a=b"
         )
-        shown = self.shown(record)
+        shown = self.text_of_record(record)
         self.assertEqual(
             shown,
             "HTTP_COOKIE=session=***; theme=***;***;***;=***\n"
@@ -191,12 +196,14 @@ class Shown(ToolTest):
             "REDIRECT_HTTP_COOKIE=session=***; a=***\nHTTP_HOST=h\n\na=b\n",
         )
         self.assertEqual(
-            self.shown(record, "--secrets"),
+            self.text_of_record(record, "--secrets"),
             record.replace(b"\0\0", b"\n\0").replace(b"\0", b"\n").decode() + "\n",
         )
 
     def test_terminal_control_characters_are_escaped(self):
-        shown = self.shown(b"A=\x1b[2J\n\xff\xc2\x9b\0\0" + EVERY_BYTE + "Zoë\u202e".encode())
+        shown = self.text_of_record(
+            b"A=\x1b[2J\n\xff\xc2\x9b\0\0" + EVERY_BYTE + "Zoë\u202e".encode()
+        )
         self.assertTrue(shown.startswith("A=\\x1b[2J\\x0a\\xff\\u{9b}\n\n\\x00\\x01"), shown)
         self.assertTrue(shown.endswith("\\xffZoë\\u{202e}\n"), shown)
         self.assertIn("\\x08\t\n\\x0b", shown)
@@ -208,10 +215,10 @@ class Shown(ToolTest):
 
     def test_devices_folders_and_programs_are_refused(self):
         for path in ("/dev/zero", "/dev/null", ".", "dump"):
-            self.refused("--show", path)
+            self.refusal_message("--show", path)
 
 
-def bound(path):
+def bind_socket(path):
     with socket.socket(socket.AF_UNIX) as made:
         made.bind(str(path))
 
@@ -247,28 +254,28 @@ class Exec(ToolTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        source = cls.file("program.c", PROGRAM)
+        source = cls.write_file("program.c", PROGRAM)
         subprocess.run([os.environ["CC"], "-g", source, "-o", cls.folder / "program"], check=True)
 
-    def seen(self):
+    def program_input(self):
         """What the program received; its arguments follow the body."""
-        return dumped((self.folder / "seen").read_bytes())
+        return parse_dump((self.folder / "seen").read_bytes())
 
     def test_command_gets_the_script_as_arguments_and_the_body_as_input(self):
         shell = "sh -c 'exec \"$@\" more' name"
         ran = self.run_tool("-d", "a=1", "--exec", shell, "./program", "x")
         self.assertEqual((ran.status, ran.body, ran.errors), (0, b"hello", []))
-        self.assertEqual(self.seen().body, b"a=1<x><more>")
-        self.assertEqual(self.seen().environment[b"CONTENT_LENGTH"], b"3")
+        self.assertEqual(self.program_input().body, b"a=1<x><more>")
+        self.assertEqual(self.program_input().environment[b"CONTENT_LENGTH"], b"3")
 
     def test_command_is_found_on_the_path_of_tarn_run(self):
-        self.file("record", b"tarn-record 1\nPATH=/nowhere\0\0a")
+        self.write_file("record", b"tarn-record 1\nPATH=/nowhere\0\0a")
         ran = self.run_tool("--replay", "record", "--exec", "env", "./program")
-        self.assertEqual((ran.status, ran.errors, self.seen().body), (0, [], b"a"))
+        self.assertEqual((ran.status, ran.errors, self.program_input().body), (0, [], b"a"))
 
     def test_relative_command_starts_from_the_current_folder(self):
         (self.folder / "elsewhere").mkdir()
-        self.script("wrapper", '#!/bin/sh\necho wrapped >&2\nexec "$@"\n')
+        self.write_script("wrapper", '#!/bin/sh\necho wrapped >&2\nexec "$@"\n')
         shutil.copy(self.folder / "program", self.folder / "elsewhere")
         ran = self.run_tool("--exec", "./wrapper", "elsewhere/program")
         self.assertEqual((ran.status, ran.body, ran.errors), (0, b"hello", ["wrapped"]))
@@ -279,14 +286,14 @@ class Exec(ToolTest):
 
     def test_missing_command_is_reported(self):
         self.assertEqual(
-            self.refused("--exec", "no-such-command", "./program", status=127),
+            self.refusal_message("--exec", "no-such-command", "./program", status=127),
             "tarn-run: --exec no-such-command: command not found",
         )
 
     @unittest.skipUnless(shutil.which("gdb"), "gdb is not installed")
     def test_gdb_runs_the_script_with_exactly_the_request(self):
         self.run_tool("-d", 'a=$x "1"', "--record", "record", "./program", "x y", "$z")
-        direct = self.seen()
+        direct = self.program_input()
         for gdb in ("gdb", "gdb --args"):
             (self.folder / "seen").unlink()
             ran = self.run_tool(
@@ -301,7 +308,7 @@ class Exec(ToolTest):
             )
             self.assertEqual(ran.status, 0)
             self.assertIn(b"Content-Type: text/plain", ran.output)
-            self.assertEqual(self.seen(), direct)
+            self.assertEqual(self.program_input(), direct)
         self.assertEqual(direct.body, b'a=$x "1"<x y><$z>')
 
     @unittest.skipUnless(shutil.which("gdb"), "gdb is not installed")
@@ -328,11 +335,11 @@ class UnderAServer(ToolTest):
     def setUpClass(cls):
         super().setUpClass()
         cls.records = cls.folder / "records"
-        cls.stand_in("recorded", cls.records, "dump")
-        cls.stand_in("unrecorded", cls.folder / "none", "dump")
-        cls.stand_in("lost", cls.records, "none")
-        cls.script("failing", "#!/bin/sh\nprintf 'Status: 418\\r\\n\\r\\n'; cat; exit 3\n")
-        cls.stand_in("failing-recorded", cls.records, cls.folder / "failing")
+        cls.write_recording_script("recorded", cls.records, "dump")
+        cls.write_recording_script("unrecorded", cls.folder / "none", "dump")
+        cls.write_recording_script("lost", cls.records, "none")
+        cls.write_script("failing", "#!/bin/sh\nprintf 'Status: 418\\r\\n\\r\\n'; cat; exit 3\n")
+        cls.write_recording_script("failing-recorded", cls.records, cls.folder / "failing")
         cls.serve(
             **{
                 name: cls.folder / name
@@ -341,40 +348,40 @@ class UnderAServer(ToolTest):
         )
 
     @classmethod
-    def stand_in(cls, name, folder, script):
-        cls.script(name, f"#!{TOOLS}/tarn-record {folder}\n{script}\n")
+    def write_recording_script(cls, name, folder, script):
+        cls.write_script(name, f"#!{TOOLS}/tarn-record {folder}\n{script}\n")
 
     def setUp(self):
         self.records.mkdir()
         self.addCleanup(shutil.rmtree, self.records)
 
-    def record(self):
+    def only_record(self):
         found = list(self.records.iterdir())
         self.assertEqual(len(found), 1)
         return found[0]
 
     def test_script_answers_the_same_with_and_without_recording(self):
-        plain = self.ask("dump")
-        given = self.ask("recorded")
+        plain = self.send_request("dump")
+        given = self.send_request("recorded")
         self.assertEqual(given.body, plain.body)
-        self.assertEqual(self.comparable(given), self.comparable(plain))
+        self.assertEqual(self.comparable_variables(given), self.comparable_variables(plain))
 
     def test_request_is_recorded_exactly(self):
-        given = self.ask("recorded")
-        again = self.given("--replay", str(self.record()))
+        given = self.send_request("recorded")
+        again = self.request_received("--replay", str(self.only_record()))
         self.assertEqual(again, given)
         self.assertEqual(list(again.environment), list(given.environment))
         self.assertEqual(again.environment[b"CONTENT_LENGTH"], b"%d" % len(again.body))
 
     def test_large_body_is_recorded(self):
-        self.file("sent", EVERY_BYTE * 20000)
-        given = self.ask("recorded")
+        self.write_file("sent", EVERY_BYTE * 20000)
+        given = self.send_request("recorded")
         self.assertEqual(given.body, EVERY_BYTE * 20000)
-        self.assertEqual(self.given("--replay", str(self.record())), given)
+        self.assertEqual(self.request_received("--replay", str(self.only_record())), given)
 
-    def ask(self, name):
+    def send_request(self, name):
         if not (self.folder / "sent").exists():
-            self.file("sent", EVERY_BYTE)
+            self.write_file("sent", EVERY_BYTE)
         self.addCleanup((self.folder / "sent").unlink, missing_ok=True)
         answer = self.server.curl(
             f"/{name}?a=%00",
@@ -385,10 +392,10 @@ class UnderAServer(ToolTest):
             "-H",
             b"X-Odd: \xff;'\"$",
         )
-        return dumped(answer.body)
+        return parse_dump(answer.body)
 
     @staticmethod
-    def comparable(request):
+    def comparable_variables(request):
         return {
             name: value
             for name, value in request.environment.items()
@@ -396,14 +403,14 @@ class UnderAServer(ToolTest):
         }
 
     def test_record_is_private_and_named_by_time(self):
-        self.ask("recorded")
-        self.assertEqual(stat.S_IMODE(self.record().stat().st_mode), 0o600)
-        self.assertRegex(self.record().name, r"^\d{8}-\d{6}\.\d{6}-\w{8}$")
+        self.send_request("recorded")
+        self.assertEqual(stat.S_IMODE(self.only_record().stat().st_mode), 0o600)
+        self.assertRegex(self.only_record().name, r"^\d{8}-\d{6}\.\d{6}-\w{8}$")
 
     def test_query_without_a_body_is_recorded(self):
-        given = dumped(self.server.curl("/recorded?a=1").body)
+        given = parse_dump(self.server.curl("/recorded?a=1").body)
         self.assertEqual(given.environment[b"QUERY_STRING"], b"a=1")
-        self.assertEqual(self.given("--replay", str(self.record())), given)
+        self.assertEqual(self.request_received("--replay", str(self.only_record())), given)
 
     def test_concurrent_requests_are_all_recorded(self):
         def ask(number):
@@ -415,7 +422,7 @@ class UnderAServer(ToolTest):
         for thread in threads:
             thread.join()
         queries = {
-            dumped(path.read_bytes().partition(b"\n")[2]).environment[b"QUERY_STRING"]
+            parse_dump(path.read_bytes().partition(b"\n")[2]).environment[b"QUERY_STRING"]
             for path in self.records.iterdir()
         }
         self.assertEqual(queries, {b"%d" % number for number in range(8)})
@@ -423,16 +430,16 @@ class UnderAServer(ToolTest):
     def test_status_and_output_of_the_script_are_passed_on(self):
         answer = self.server.curl("/failing-recorded", "-d", "a\tb")
         self.assertEqual((answer.status, answer.body), (418, b"a\tb"))
-        ran = self.directly("failing-recorded", {"CONTENT_LENGTH": "2"}, b"xyz")
+        ran = self.run_directly("failing-recorded", {"CONTENT_LENGTH": "2"}, b"xyz")
         self.assertEqual((ran.returncode, ran.stdout), (3, b"Status: 418\r\n\r\nxy"))
 
     def test_script_runs_even_if_recording_fails(self):
-        self.assertEqual(self.ask("unrecorded").body, EVERY_BYTE)
+        self.assertEqual(self.send_request("unrecorded").body, EVERY_BYTE)
         self.assertIn("tarn-record: not recorded: ", self.server.log())
         self.assertFalse((self.folder / "none").exists())
 
     def test_script_runs_even_if_the_log_cannot_be_written(self):
-        plain = self.directly("dump", {"CONTENT_LENGTH": "2"}, b"ab").stdout
+        plain = self.run_directly("dump", {"CONTENT_LENGTH": "2"}, b"ab").stdout
         for errors in ("2>&-", "2>/dev/full", ">&- 2>/dev/full", "<&-"):
             ran = subprocess.run(
                 [
@@ -455,8 +462,8 @@ class UnderAServer(ToolTest):
             self.assertNotIn(b"Traceback", ran.stderr)
 
     def test_zero_byte_in_the_script_name_is_reported(self):
-        self.stand_in("named-none", self.records, "a\0b")
-        ran = self.directly("named-none", {}, b"")
+        self.write_recording_script("named-none", self.records, "a\0b")
+        ran = self.run_directly("named-none", {}, b"")
         self.assertEqual(
             (ran.returncode, ran.stdout, ran.stderr),
             (127, b"", b"tarn-record: the path of the script contains a zero byte\n"),
@@ -488,7 +495,7 @@ class UnderAServer(ToolTest):
 
     def test_failed_recording_leaves_no_partial_record(self):
         limited = {"CONTENT_LENGTH": "3", "LONG": "x" * 5000}
-        ran = self.directly(
+        ran = self.run_directly(
             "recorded",
             limited,
             b"abc",
@@ -502,9 +509,9 @@ class UnderAServer(ToolTest):
         self.server.curl("/lost")
         self.server.wait_for_scripts()
         self.assertIn("none: No such file or directory", self.server.log())
-        self.assertEqual(self.directly("lost", {}, b"").returncode, 127)
+        self.assertEqual(self.run_directly("lost", {}, b"").returncode, 127)
 
-    def directly(self, name, environment, body, **options):
+    def run_directly(self, name, environment, body, **options):
         return subprocess.run(
             [self.folder / name],
             env=environment,
@@ -524,9 +531,9 @@ class UnderAServer(ToolTest):
             ("9" * 5000, b"abc"),
             ("", b""),
         ):
-            ran = self.directly("recorded", {"CONTENT_LENGTH": length}, body)
+            ran = self.run_directly("recorded", {"CONTENT_LENGTH": length}, body)
             self.assertEqual(
-                (ran.stderr, dumped(ran.stdout.partition(b"\r\n\r\n")[2]).body), (b"", body)
+                (ran.stderr, parse_dump(ran.stdout.partition(b"\r\n\r\n")[2]).body), (b"", body)
             )
 
     def test_duplicate_variable_reaches_the_script_with_its_first_value(self):
@@ -541,13 +548,15 @@ class UnderAServer(ToolTest):
             capture_output=True,
             check=True,
         )
-        self.assertEqual(dumped(ran.stdout.partition(b"\r\n\r\n")[2]).environment, {b"A": b"1"})
-        self.assertIn(b"\nA=1\0A=2\0", self.record().read_bytes())
+        self.assertEqual(parse_dump(ran.stdout.partition(b"\r\n\r\n")[2]).environment, {b"A": b"1"})
+        self.assertIn(b"\nA=1\0A=2\0", self.only_record().read_bytes())
 
     def test_ignored_signals_are_the_same_with_and_without_recording(self):
-        self.script("signals", "#!/bin/sh\ngrep ^SigIgn: /proc/self/status\n")
-        self.stand_in("signals-recorded", self.records, "signals")
-        plain, given = (self.directly(name, {}, b"") for name in ("signals", "signals-recorded"))
+        self.write_script("signals", "#!/bin/sh\ngrep ^SigIgn: /proc/self/status\n")
+        self.write_recording_script("signals-recorded", self.records, "signals")
+        plain, given = (
+            self.run_directly(name, {}, b"") for name in ("signals", "signals-recorded")
+        )
         self.assertEqual(given.stdout, plain.stdout)
 
 

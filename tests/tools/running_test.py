@@ -9,7 +9,7 @@ import subprocess
 import time
 import unittest
 
-from tool import TOOLS, ToolTest, living
+from tool import TOOLS, ToolTest, is_running
 
 HEAD = "#!/bin/sh\nprintf 'Content-Type: text/plain\\n\\n'\n"
 
@@ -26,7 +26,7 @@ LASTING = r"""
 
 class Limits(ToolTest):
     def test_timeout_stops_the_script_and_its_child_processes(self):
-        script = self.script("lasting", LASTING)
+        script = self.write_script("lasting", LASTING)
         ran = self.run_tool("--timeout", "1.5", script)
         self.assertEqual(
             (ran.status, ran.output), (124, b"HTTP/1.1 200 OK\nContent-Type: text/plain\n\n")
@@ -36,10 +36,10 @@ class Limits(ToolTest):
         )
         started = [int(line) for line in (self.folder / "started").read_text().split()]
         self.assertEqual(len(started), 3)
-        self.assertEqual([process for process in started if living(process)], [])
+        self.assertEqual([process for process in started if is_running(process)], [])
 
     def test_timeout_without_output_is_504(self):
-        script = self.script("silent", "#!/bin/sh\nexec sleep 1000\n")
+        script = self.write_script("silent", "#!/bin/sh\nexec sleep 1000\n")
         ran = self.run_tool("--timeout", ".2", script)
         self.assertEqual((ran.status, ran.output), (124, b"HTTP/1.1 504 Gateway Timeout\n\n"))
         self.assertEqual(
@@ -51,7 +51,7 @@ class Limits(ToolTest):
         )
 
     def test_timeout_stops_a_script_that_prints_forever(self):
-        script = self.script("endless", HEAD + "while :; do echo y; done\n")
+        script = self.write_script("endless", HEAD + "while :; do echo y; done\n")
         ran = self.run_tool("--timeout", "0.3", "--body", script)
         self.assertEqual(ran.status, 124)
         self.assertTrue(ran.output.startswith(b"y\ny\n"))
@@ -61,7 +61,7 @@ class Limits(ToolTest):
         self.assertEqual((ran.status, ran.errors), (0, []))
 
     def test_memory_limit_applies_to_the_script(self):
-        script = self.script("limit", HEAD + "ulimit -v\n")
+        script = self.write_script("limit", HEAD + "ulimit -v\n")
         for size, kilobytes in (
             ("64M", 65536),
             ("1G", 1048576),
@@ -97,19 +97,19 @@ class Limits(ToolTest):
 
 class Folder(ToolTest):
     def test_script_can_run_in_another_folder(self):
-        script = self.script("where", HEAD + "pwd -P\n")
+        script = self.write_script("where", HEAD + "pwd -P\n")
         (self.folder / "inner").mkdir()
         for folder in ("inner", str(self.folder / "inner")):
             ran = self.run_tool("--chdir", folder, "--body", "./where")
             self.assertEqual(
                 (ran.output.decode(), ran.errors), (f'{(self.folder / "inner").resolve()}\n', [])
             )
-        self.refused("--chdir", "where", script)
+        self.refusal_message("--chdir", "where", script)
 
 
 class Repeated(ToolTest):
     def test_repeats_as_often_as_requested_and_prints_times(self):
-        script = self.script("counting", HEAD + "echo run >>runs\ncat\n")
+        script = self.write_script("counting", HEAD + "echo run >>runs\ncat\n")
         ran = self.run_tool("--repeat", "7", "-d", "a=1", "--body", script)
         self.assertEqual((ran.status, ran.output), (0, b"a=1"))
         self.assertEqual((self.folder / "runs").read_text(), "run\n" * 7)
@@ -124,7 +124,7 @@ class Repeated(ToolTest):
         self.assertGreater(processor, 0)
 
     def test_median_of_two_runs_is_their_mean(self):
-        script = self.script(
+        script = self.write_script(
             "slower",
             HEAD + "echo run >>slower-runs\n" '[ "$(wc -l <slower-runs)" -ne 2 ] || sleep 0.2\n',
         )
@@ -139,7 +139,7 @@ class Repeated(ToolTest):
         self.assertAlmostEqual(median, (least + most) / 2, delta=0.11)  # the figures are rounded
 
     def test_repeating_stops_at_the_first_failure(self):
-        script = self.script(
+        script = self.write_script(
             "failing",
             HEAD + "echo run >>failing-runs\n" '[ "$(wc -l <failing-runs)" -lt 3 ] || exit 5\n',
         )
@@ -152,7 +152,7 @@ class Repeated(ToolTest):
         self.assertTrue(ran.errors[1].startswith("tarn-run: 3 of 9 runs: "))
 
     def test_different_output_between_runs_is_reported(self):
-        script = self.script(
+        script = self.write_script(
             "different",
             HEAD + "echo run >>different-runs\n"
             '[ "$(wc -l <different-runs)" -ne 2 ] || echo more\n',
@@ -162,18 +162,18 @@ class Repeated(ToolTest):
 
 
 class Ended(ToolTest):
-    def ended_by(self, number, *options):
+    def send_signal(self, number, *options):
         """Sends a signal to tarn-run while its script has child processes running."""
         started = self.folder / "started"
         started.unlink(missing_ok=True)
-        script = self.script("lasting", LASTING)
+        script = self.write_script("lasting", LASTING)
         with subprocess.Popen(
             [TOOLS / "tarn-run", *options, script],
             cwd=self.folder,
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
-            preexec_fn=heed,
+            preexec_fn=reset_signals,
         ) as process:
             while not started.exists() or started.read_text().count("\n") < 3:
                 time.sleep(0.01)
@@ -181,25 +181,25 @@ class Ended(ToolTest):
             output, errors = process.communicate(timeout=60)
         processes = [int(line) for line in started.read_text().split()]
         self.assertEqual(len(processes), 3)
-        return process.returncode, output, errors, [each for each in processes if living(each)]
+        return process.returncode, output, errors, [each for each in processes if is_running(each)]
 
     def test_signal_stops_the_script_and_its_child_processes(self):
         for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT):
-            self.assertEqual(self.ended_by(number), (-number, b"", b"", []))
+            self.assertEqual(self.send_signal(number), (-number, b"", b"", []))
         self.assertEqual(
-            self.ended_by(signal.SIGTERM, "--exec", "sh -c '\"$@\"' sh", "-i"),
+            self.send_signal(signal.SIGTERM, "--exec", "sh -c '\"$@\"' sh", "-i"),
             (-signal.SIGTERM, b"", b"", []),
         )
 
     def test_ignored_signal_stays_ignored(self):
-        script = self.script("short", HEAD + "kill -HUP $PPID\necho done\n")
+        script = self.write_script("short", HEAD + "kill -HUP $PPID\necho done\n")
         ran = self.run_tool(
             "--body", script, preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)
         )
         self.assertEqual((ran.status, ran.output, ran.errors), (0, b"done\n", []))
 
     def test_signal_during_startup_prints_no_traceback(self):
-        script = self.script("short", HEAD + "sleep 0.02\n")
+        script = self.write_script("short", HEAD + "sleep 0.02\n")
         for milliseconds in range(0, 120, 8):
             for number in (signal.SIGINT, signal.SIGTERM):
                 with subprocess.Popen(
@@ -207,7 +207,7 @@ class Ended(ToolTest):
                     stdin=subprocess.DEVNULL,
                     stdout=subprocess.PIPE,
                     stderr=subprocess.PIPE,
-                    preexec_fn=heed,
+                    preexec_fn=reset_signals,
                 ) as process:
                     time.sleep(milliseconds / 1000)
                     process.send_signal(number)
@@ -216,7 +216,7 @@ class Ended(ToolTest):
                 self.assertEqual(errors, b"")
 
 
-def heed():
+def reset_signals():
     """Resets these signals, since the caller of the tests may ignore them."""
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
         signal.signal(number, signal.SIG_DFL)
@@ -225,7 +225,7 @@ def heed():
 class Output(ToolTest):
     """Output to a stream that is closed, full or not read."""
 
-    def ran(self, redirections, *options):
+    def run_redirected(self, redirections, *options):
         """Runs tarn-run with these redirections."""
         command = f'exec "$0" "$@" {redirections}'
         return subprocess.run(
@@ -240,7 +240,7 @@ class Output(ToolTest):
 
     def test_closed_standard_output_is_reported(self):
         for options in (["dump"], ["--help"], ["--version"], ["-i", "dump"], ["none"]):
-            ran = self.ran(">&-", *options)
+            ran = self.run_redirected(">&-", *options)
             self.assertEqual(
                 (ran.returncode, ran.stderr), (125, "tarn-run: standard output is closed\n")
             )
@@ -254,12 +254,12 @@ class Output(ToolTest):
             ["--body", "dump"],
             ["--show", "full"],
         ):
-            ran = self.ran(">/dev/full", *options)
+            ran = self.run_redirected(">/dev/full", *options)
             self.assertEqual(
                 (ran.returncode, ran.stderr),
                 (125, "tarn-run: standard output: No space left on device\n"),
             )
-        ran = self.ran(">/dev/full", "-i", "dump")
+        ran = self.run_redirected(">/dev/full", "-i", "dump")
         self.assertEqual(
             (ran.returncode, ran.stderr.splitlines()[-1]),
             (125, "tarn-run: curl failed (status 23)"),
@@ -267,21 +267,21 @@ class Output(ToolTest):
 
     def test_standard_error_may_be_closed_or_full(self):
         for errors in ("2>&-", "2>/dev/full"):
-            ran = self.ran(errors, self.script("bare", "#!/bin/sh\necho hello\n"))
+            ran = self.run_redirected(errors, self.write_script("bare", "#!/bin/sh\necho hello\n"))
             self.assertEqual(
                 (ran.returncode, ran.stdout), (0, "HTTP/1.1 500 Internal Server Error\n\nhello\n")
             )
-            ran = self.ran(errors, "--nothing")
+            ran = self.run_redirected(errors, "--nothing")
             self.assertEqual((ran.returncode, ran.stdout), (125, ""))
-        self.assertEqual(self.ran(">&- 2>&-", "dump").returncode, 125)
+        self.assertEqual(self.run_redirected(">&- 2>&-", "dump").returncode, 125)
 
     def test_closed_streams_are_not_mistaken_for_other_files(self):
-        ran = self.ran("<&- 2>&-", "-d", "@-", "dump")
+        ran = self.run_redirected("<&- 2>&-", "-d", "@-", "dump")
         self.assertEqual((ran.returncode, ran.stderr), (0, ""))
         self.assertIn("CONTENT_LENGTH=0", ran.stdout)
 
     def test_broken_pipe_ends_tarn_run_without_a_traceback(self):
-        script = self.script("large", HEAD + "head -c 3000000 /dev/zero\n")
+        script = self.write_script("large", HEAD + "head -c 3000000 /dev/zero\n")
         for options in ([], ["--body"], ["--repeat", "2"]):
             ran = subprocess.run(
                 [
@@ -302,7 +302,7 @@ class Output(ToolTest):
             self.assertNotIn("Traceback", ran.stderr)
 
     def test_slow_reader_gets_everything(self):
-        script = self.script("large", HEAD + "head -c 3000000 /dev/zero\n")
+        script = self.write_script("large", HEAD + "head -c 3000000 /dev/zero\n")
         read, write = os.pipe()
         os.set_blocking(write, False)
         with open(read, "rb") as stream:
@@ -315,7 +315,7 @@ class Output(ToolTest):
 class TemporaryFiles(ToolTest):
     def test_temporary_files_are_not_needed(self):
         body = bytes(3000000)
-        given = self.given(
+        given = self.request_received(
             "--data-binary", "@-", input=body, env={**os.environ, "TMPDIR": "/dev/null/none"}
         )
         self.assertEqual(given.body, body)

@@ -6,7 +6,7 @@ import re
 import shutil
 import unittest
 
-from tool import ToolTest, dumped
+from tool import ToolTest, parse_dump
 
 
 VERSION = os.environ["VERSION"]
@@ -43,20 +43,20 @@ class LikeCurl(ToolTest):
             ("per%20cent + plus.pdf", b"%PDF"),
             ("Zoë \xff", b"z"),
         ):
-            cls.file(name, content)
+            cls.write_file(name, content)
         cls.addClassCleanup(os.chdir, os.getcwd())
         os.chdir(cls.folder)
 
-    def sent(self, path, *options):
+    def request_under_lighttpd(self, path, *options):
         """The request as a script under lighttpd receives it, without the folder in its address."""
-        request = dumped(self.server.curl("/dump" + path, *options).body)
+        request = parse_dump(self.server.curl("/dump" + path, *options).body)
         for name in (b"REQUEST_URI", b"SCRIPT_NAME"):
             request.environment[name] = request.environment[name].removeprefix(b"/cgi-bin")
         return request
 
-    def assert_alike(self, *options):
-        sent = self.without_boundary(self.sent("", *options))
-        given = self.without_boundary(self.given(*options))
+    def assert_same_request(self, *options):
+        sent = self.without_boundary(self.request_under_lighttpd("", *options))
+        given = self.without_boundary(self.request_received(*options))
         self.assertEqual(given.body, sent.body, options)
         # lighttpd sets no PATH, sets a length even without a body, and sets the length twice.
         left_out = {b"PATH", b"REMOTE_HOST", b"REDIRECT_STATUS", b"HTTP_CONTENT_LENGTH"}
@@ -76,53 +76,53 @@ class LikeCurl(ToolTest):
         return request._replace(body=re.sub(BOUNDARY, b"B", request.body))
 
     def test_other_common_curl_options(self):
-        self.assert_alike("-A", "Mozilla/5.0", "-e", "http://example.org/")
-        self.assert_alike("-u", "ada:secret word")
-        self.assert_alike("--json", '{"a": [1, 2]}')
-        self.assert_alike("--json", "@lines")
-        self.assert_alike("-T", "zero")
-        self.assert_alike("--form-string", "a=@lines;type=x", "--form-string", "b=<")
-        self.assert_alike("--data-ascii", "a=1", "--data-ascii", "@lines")
-        self.assert_alike("--url-query", "a=b c", "--url-query", "n@lines", "-d", "x")
-        self.assert_alike("--compressed")
-        self.assert_alike("-0")
+        self.assert_same_request("-A", "Mozilla/5.0", "-e", "http://example.org/")
+        self.assert_same_request("-u", "ada:secret word")
+        self.assert_same_request("--json", '{"a": [1, 2]}')
+        self.assert_same_request("--json", "@lines")
+        self.assert_same_request("-T", "zero")
+        self.assert_same_request("--form-string", "a=@lines;type=x", "--form-string", "b=<")
+        self.assert_same_request("--data-ascii", "a=1", "--data-ascii", "@lines")
+        self.assert_same_request("--url-query", "a=b c", "--url-query", "n@lines", "-d", "x")
+        self.assert_same_request("--compressed")
+        self.assert_same_request("-0")
 
     def test_several_files_in_one_part(self):
-        self.assert_alike("-F", "f=@lines,x.png;type=a/b,empty")
+        self.assert_same_request("-F", "f=@lines,x.png;type=a/b,empty")
 
     def test_combined_short_options(self):
-        self.assert_alike("-XPUT", "-da=1", "-Gdb=2")
-        self.assert_alike("-sSd", "a=1")
+        self.assert_same_request("-XPUT", "-da=1", "-Gdb=2")
+        self.assert_same_request("-sSd", "a=1")
 
     def test_cookies_from_a_jar(self):
         jar = "localhost\tFALSE\t{}\tFALSE\t0\t{}\t{}\n"
-        self.file(
+        self.write_file(
             "jar",
             jar.format("/", "a", "1")
             + jar.format("/other", "b", "2")
             + jar.format("/", "c", "%2B").replace("localhost", "example.org"),
         )
-        self.assertEqual(self.given("-b", "jar").environment[b"HTTP_COOKIE"], b"a=1")
+        self.assertEqual(self.request_received("-b", "jar").environment[b"HTTP_COOKIE"], b"a=1")
 
     def test_a_long_body(self):
-        self.file("long", bytes(range(256)) * 8000)
-        self.assert_alike("--data-binary", "@long")
-        self.assert_alike("-F", "f=@long", "-F", "g=@long")
+        self.write_file("long", bytes(range(256)) * 8000)
+        self.assert_same_request("--data-binary", "@long")
+        self.assert_same_request("-F", "f=@long", "-F", "g=@long")
 
     def test_no_options(self):
-        self.assert_alike()
+        self.assert_same_request()
 
     def test_raw_data(self):
-        self.assert_alike("-d", "a=1")
-        self.assert_alike("-d", "a=1&b=%20+ ", "--data", "c", "-d", "", "-d", "d=@")
-        self.assert_alike("-d", "")
+        self.assert_same_request("-d", "a=1")
+        self.assert_same_request("-d", "a=1&b=%20+ ", "--data", "c", "-d", "", "-d", "d=@")
+        self.assert_same_request("-d", "")
 
     def test_data_from_files(self):
-        self.assert_alike("-d", "@lines", "--data", "@empty")
-        self.assert_alike(
+        self.assert_same_request("-d", "@lines", "--data", "@empty")
+        self.assert_same_request(
             "--data-binary", "@lines", "--data-binary", "a=@lines", "--data-binary", "@zero"
         )
-        self.assert_alike("--data-raw", "@lines", "-d", "b")
+        self.assert_same_request("--data-raw", "@lines", "-d", "b")
 
     def test_url_encoded_data(self):
         every = "".join(map(chr, range(1, 128)))
@@ -144,11 +144,11 @@ class LikeCurl(ToolTest):
             "n@zero",
         ):
             options += ["--data-urlencode", data]
-        self.assert_alike(*options)
+        self.assert_same_request(*options)
 
     def test_a_query(self):
-        self.assert_alike("-G", "-d", "a=1", "--data-urlencode", "b= &", "-d", "@lines")
-        self.assert_alike("-G")
+        self.assert_same_request("-G", "-d", "a=1", "--data-urlencode", "b= &", "-d", "@lines")
+        self.assert_same_request("-G")
 
     def test_fields_in_a_multipart_body(self):
         options = ["-F", "a=1", "--form", "b=2", "-F", "a=3"]
@@ -184,7 +184,7 @@ class LikeCurl(ToolTest):
             'a=""',
         ):
             options += ["-F", part]
-        self.assert_alike(*options)
+        self.assert_same_request(*options)
 
     def test_uploaded_files(self):
         options = ["-F", "a=1"]
@@ -208,33 +208,37 @@ class LikeCurl(ToolTest):
             b"f=@Zo\xc3\xab \xc3\xbf",
         ):
             options += ["-F", part]
-        self.assert_alike(*options)
+        self.assert_same_request(*options)
 
     def test_custom_content_type(self):
-        self.assert_alike("-d", "{}", "-H", "Content-Type: application/json")
-        self.assert_alike("-d", "a", "-H", "content-type:")
-        self.assert_alike("-F", "a=1", "-H", "Content-Type: multipart/form-data")
-        self.assert_alike("-F", "a=1", "-H", "Content-Type: multipart/form-data; charset=utf-8")
+        self.assert_same_request("-d", "{}", "-H", "Content-Type: application/json")
+        self.assert_same_request("-d", "a", "-H", "content-type:")
+        self.assert_same_request("-F", "a=1", "-H", "Content-Type: multipart/form-data")
+        self.assert_same_request(
+            "-F", "a=1", "-H", "Content-Type: multipart/form-data; charset=utf-8"
+        )
 
     def test_cookies(self):
-        self.assert_alike("-b", "a=1; b=2")
-        self.assert_alike("--cookie", "a=1", "-H", "Cookie: b=2")
-        self.assert_alike("-b", "a=1", "-b", "b=2; c=3")
+        self.assert_same_request("-b", "a=1; b=2")
+        self.assert_same_request("--cookie", "a=1", "-H", "Cookie: b=2")
+        self.assert_same_request("-b", "a=1", "-b", "b=2; c=3")
 
     def test_methods(self):
-        self.assert_alike("-X", "PUT", "-d", "a")
-        self.assert_alike("-X", "DELETE")
+        self.assert_same_request("-X", "PUT", "-d", "a")
+        self.assert_same_request("-X", "DELETE")
 
     def test_headers(self):
-        self.assert_alike("-H", "X-One: 1", "-H", "x-two:  a  b ", "-H", "X-One: 2")
-        self.assert_alike("-H", "Accept:")
-        self.assert_alike("-H", "Referer: http://example.org/?a=b", "--header", "Accept: text/css")
-        self.assert_alike("-H", "User-Agent: mine")
+        self.assert_same_request("-H", "X-One: 1", "-H", "x-two:  a  b ", "-H", "X-One: 2")
+        self.assert_same_request("-H", "Accept:")
+        self.assert_same_request(
+            "-H", "Referer: http://example.org/?a=b", "--header", "Accept: text/css"
+        )
+        self.assert_same_request("-H", "User-Agent: mine")
 
     def test_a_path_after_the_script(self):
         for path in ("/", "/a", "/a b/%41é"):
-            sent = self.sent(self.quoted(path)).environment
-            given = self.given("--path-info", path).environment
+            sent = self.request_under_lighttpd(self.quoted(path)).environment
+            given = self.request_received("--path-info", path).environment
             for name in (b"PATH_INFO", b"REQUEST_URI", b"SCRIPT_NAME", b"QUERY_STRING"):
                 self.assertEqual(given[name], sent[name])
 
@@ -247,7 +251,7 @@ class Environment(ToolTest):
     def test_has_only_the_request_and_two_paths(self):
         variables = {**os.environ, "HOME": "/", "LD_LIBRARY_PATH": "/a:/b", "PATH": "/usr/bin"}
         self.assertEqual(
-            self.given(env=variables).environment,
+            self.request_received(env=variables).environment,
             {
                 b"PATH": b"/usr/bin",
                 b"LD_LIBRARY_PATH": b"/a:/b",
@@ -274,17 +278,19 @@ class Environment(ToolTest):
         )
 
     def test_path_has_a_default(self):
-        self.assertEqual(self.given(env={}).environment[b"PATH"], b"/usr/local/bin:/usr/bin:/bin")
+        self.assertEqual(
+            self.request_received(env={}).environment[b"PATH"], b"/usr/local/bin:/usr/bin:/bin"
+        )
 
     def test_https_option_sets_the_variables_of_https(self):
-        given = self.given("--https").environment
+        given = self.request_received("--https").environment
         self.assertEqual(
             [given[name] for name in (b"HTTPS", b"SERVER_PORT", b"REQUEST_SCHEME")],
             [b"on", b"443", b"https"],
         )
 
     def test_env_option_overrides_variables(self):
-        given = self.given(
+        given = self.request_received(
             "--env",
             "SERVER_PORT=8080",
             "--env",
@@ -300,24 +306,26 @@ class Environment(ToolTest):
         )
 
     def test_server_name_comes_from_the_host_header(self):
-        given = self.given("-H", "Host: example.org:8080").environment
+        given = self.request_received("-H", "Host: example.org:8080").environment
         self.assertEqual(given[b"SERVER_NAME"], b"example.org")
         self.assertEqual(given[b"HTTP_HOST"], b"example.org:8080")
-        self.assertEqual(self.given("-H", "Host:").environment[b"SERVER_NAME"], b"localhost")
+        self.assertEqual(
+            self.request_received("-H", "Host:").environment[b"SERVER_NAME"], b"localhost"
+        )
 
     def test_content_length_can_be_overridden(self):
         for length in ("99", "1", "-1", "many", "9" * 40):
-            given = self.given("-d", "abc", "-H", f"content-length: {length}")
+            given = self.request_received("-d", "abc", "-H", f"content-length: {length}")
             self.assertEqual(
                 (given.environment[b"CONTENT_LENGTH"], given.body), (length.encode(), b"abc")
             )
-        given = self.given("-d", "abc", "-H", "Content-Length:")
+        given = self.request_received("-d", "abc", "-H", "Content-Length:")
         self.assertNotIn(b"CONTENT_LENGTH", given.environment)
         self.assertEqual(given.body, b"abc")
 
     def test_chunked_body_gets_its_length(self):
         for body in (b"", b"a" * 100, bytes(range(256)) * 4000):
-            given = self.given("-T", "-", "-X", "POST", input=body)
+            given = self.request_received("-T", "-", "-X", "POST", input=body)
             self.assertEqual(given.body, body)
             self.assertEqual(given.environment[b"CONTENT_LENGTH"], b"%d" % len(body))
             self.assertNotIn(b"HTTP_TRANSFER_ENCODING", given.environment)
@@ -325,16 +333,16 @@ class Environment(ToolTest):
     def test_expect_header_is_not_passed_on(self):
         body = bytes(2000000)
         for options in ([], ["-H", "Expect: 100-continue"]):
-            given = self.given("--data-binary", "@-", *options, input=body)
+            given = self.request_received("--data-binary", "@-", *options, input=body)
             self.assertEqual(given.body, body)
             self.assertNotIn(b"HTTP_EXPECT", given.environment)
 
     def test_protocol_version_is_passed_on(self):
-        self.assertEqual(self.given("-0").environment[b"SERVER_PROTOCOL"], b"HTTP/1.0")
+        self.assertEqual(self.request_received("-0").environment[b"SERVER_PROTOCOL"], b"HTTP/1.0")
 
     def test_path_info_has_the_name_of_the_uploaded_file(self):
-        self.file("sent.txt", "a")
-        given = self.given("-T", "sent.txt", "--path-info", "/a b/").environment
+        self.write_file("sent.txt", "a")
+        given = self.request_received("-T", "sent.txt", "--path-info", "/a b/").environment
         self.assertEqual(
             (given[b"PATH_INFO"], given[b"REQUEST_METHOD"]), (b"/a b/sent.txt", b"PUT")
         )
@@ -342,27 +350,31 @@ class Environment(ToolTest):
     def test_method_can_be_chosen(self):
         self.run_tool("-I", "--record", "head", self.dump)
         self.assertIn(b"\0REQUEST_METHOD=HEAD\0", (self.folder / "head").read_bytes())
-        given = self.given("-X", "GET", "-d", "a=1")
+        given = self.request_received("-X", "GET", "-d", "a=1")
         self.assertEqual((given.environment[b"REQUEST_METHOD"], given.body), (b"GET", b"a=1"))
 
     def test_empty_header_gets_a_variable(self):
-        self.assertEqual(self.given("-H", "X-Empty;").environment[b"HTTP_X_EMPTY"], b"")
+        self.assertEqual(self.request_received("-H", "X-Empty;").environment[b"HTTP_X_EMPTY"], b"")
 
     def test_cookies_are_joined_by_semicolons_and_other_headers_by_commas(self):
-        given = self.given("-b", "a=1", "-b", "b=2; c=3", "-H", "X: 1", "-H", "x: 2").environment
+        given = self.request_received(
+            "-b", "a=1", "-b", "b=2; c=3", "-H", "X: 1", "-H", "x: 2"
+        ).environment
         self.assertEqual((given[b"HTTP_COOKIE"], given[b"HTTP_X"]), (b"a=1;b=2; c=3", b"1, 2"))
-        given = self.given("-H", "Cookie: a=1", "-H", "Cookie: b=2", "-b", "c=3").environment
+        given = self.request_received(
+            "-H", "Cookie: a=1", "-H", "Cookie: b=2", "-b", "c=3"
+        ).environment
         self.assertEqual(given[b"HTTP_COOKIE"], b"a=1; b=2")
 
     def test_query_can_be_combined_with_data(self):
-        given = self.given("--query", "q=%20", "-d", "a=1")
+        given = self.request_received("--query", "q=%20", "-d", "a=1")
         self.assertEqual((given.environment[b"QUERY_STRING"], given.body), (b"q=%20", b"a=1"))
         self.assertEqual(given.environment[b"REQUEST_URI"], b"/dump?q=%20")
-        given = self.given("--query", "q=1", "-G", "-d", "a=1")
+        given = self.request_received("--query", "q=1", "-G", "-d", "a=1")
         self.assertEqual(given.environment[b"QUERY_STRING"], b"q=1&a=1")
 
     def test_path_translated_is_below_the_scripts_folder(self):
-        given = self.given("--path-info", "/a/b").environment
+        given = self.request_received("--path-info", "/a/b").environment
         self.assertEqual(given[b"PATH_TRANSLATED"], bytes(self.folder / "a/b"))
 
     def test_proxy_header_is_dropped(self):
@@ -375,16 +387,17 @@ class Environment(ToolTest):
 
 class Input(ToolTest):
     def test_at_dash_reads_data_from_standard_input(self):
-        self.assertEqual(self.given("-d", "@-", input=b"a\nb").body, b"ab")
-        self.assertEqual(self.given("--data-binary", "@-", input=b"a\nb").body, b"a\nb")
-        self.assertIn(b"\r\n\r\na\nb\r\n", self.given("-F", "f=@-", input=b"a\nb").body)
+        self.assertEqual(self.request_received("-d", "@-", input=b"a\nb").body, b"ab")
+        self.assertEqual(self.request_received("--data-binary", "@-", input=b"a\nb").body, b"a\nb")
+        self.assertIn(b"\r\n\r\na\nb\r\n", self.request_received("-F", "f=@-", input=b"a\nb").body)
 
     def test_script_does_not_inherit_standard_input(self):
-        self.assertEqual(self.given(input=b"secret").body, b"")
+        self.assertEqual(self.request_received(input=b"secret").body, b"")
 
     def test_boundary_depends_only_on_the_parts(self):
         types = [
-            self.given("-F", part).environment[b"CONTENT_TYPE"] for part in ("a=1", "a=1", "a=2")
+            self.request_received("-F", part).environment[b"CONTENT_TYPE"]
+            for part in ("a=1", "a=1", "a=2")
         ]
         self.assertEqual(types[0], types[1])
         self.assertNotEqual(types[0], types[2])
@@ -404,21 +417,21 @@ class Input(ToolTest):
             ("a.txt", ";filename=b", "text/plain"),
             ("a.txt", ";filename=b.png;type=x/y", "x/y"),
         ):
-            self.file(path, "x")
+            self.write_file(path, "x")
             self.assertIn(
                 f"Content-Type: {type}\r\n".encode(),
-                self.given("-F", f"f=@{path}{more}").body,
+                self.request_received("-F", f"f=@{path}{more}").body,
                 path + more,
             )
 
     def test_large_body(self):
         data = bytes(range(256)) * 40000
-        self.assertEqual(self.given("--data-binary", "@-", input=data).body, data)
+        self.assertEqual(self.request_received("--data-binary", "@-", input=data).body, data)
 
 
 class Arguments(ToolTest):
     def test_arguments_after_two_dashes_go_to_the_script(self):
-        script = self.script(
+        script = self.write_script(
             "script",
             """
             #!/bin/sh
@@ -436,21 +449,23 @@ class Arguments(ToolTest):
 
     def test_options_may_follow_the_script(self):
         ran = self.run_tool("-d", "a=1", "./dump", "-d", "b=2", "--path-info", "/x")
-        given = dumped(ran.body)
+        given = parse_dump(ran.body)
         self.assertEqual((given.environment[b"PATH_INFO"], given.body), (b"/x", b"a=1&b=2"))
 
     def test_value_that_begins_with_a_dash_follows_an_equals_sign(self):
-        self.assertEqual(self.given("--data=-x").body, b"-x")
+        self.assertEqual(self.request_received("--data=-x").body, b"-x")
 
     def test_script_is_not_looked_up_on_the_path(self):
         self.assertEqual(
-            dumped(self.run_tool("dump").body).environment[b"SCRIPT_FILENAME"], bytes(self.dump)
+            parse_dump(self.run_tool("dump").body).environment[b"SCRIPT_FILENAME"], bytes(self.dump)
         )
-        self.refused("ls", status=127)
+        self.refusal_message("ls", status=127)
 
     def test_script_runs_in_its_folder(self):
         (self.folder / "inner").mkdir()
-        script = self.script("inner/script", "#!/bin/sh\nprintf 'Content-Type: a/b\\n\\n'; pwd -P")
+        script = self.write_script(
+            "inner/script", "#!/bin/sh\nprintf 'Content-Type: a/b\\n\\n'; pwd -P"
+        )
         self.assertEqual(
             self.run_tool("inner/script").body.decode(), f"{script.parent.resolve()}\n"
         )
@@ -458,7 +473,7 @@ class Arguments(ToolTest):
 
 class Mistakes(ToolTest):
     def test_usage_errors_exit_with_125_and_the_reason(self):
-        self.file("bad", "tarn-record 2\n")
+        self.write_file("bad", "tarn-record 2\n")
         for options, reason in (
             ([], "no script given"),
             (["-d", "a", "--"], "no script given"),
@@ -506,7 +521,7 @@ class Mistakes(ToolTest):
             (["--record", "none/a", "dump"], "none/a: No such file or directory"),
             (["--record", ".", "dump"], "--record .: "),
         ):
-            self.assertIn(reason, self.refused(*options), options)
+            self.assertIn(reason, self.refusal_message(*options), options)
         self.assertEqual([path.name for path in self.folder.glob(".*")], [])
 
     def test_options_without_effect_are_refused(self):
@@ -545,7 +560,7 @@ class Mistakes(ToolTest):
             words = [*option.split(), "-u", "a:b", "dump"]
             self.assertIn(
                 " is not supported: tarn-run receives one request on its own socket",
-                self.refused(*words),
+                self.refusal_message(*words),
                 option,
             )
 
@@ -556,7 +571,7 @@ class Mistakes(ToolTest):
 
     def test_invalid_characters_in_a_query_are_encoded_and_reported(self):
         ran = self.run_tool("--query", 'a b#\x7f"%<é', "dump")
-        self.assertEqual(dumped(ran.body).environment[b"QUERY_STRING"], b'a%20b%23%7F"%<%C3%A9')
+        self.assertEqual(parse_dump(ran.body).environment[b"QUERY_STRING"], b'a%20b%23%7F"%<%C3%A9')
         self.assertEqual(ran.errors, ["tarn-run: --query: sent as 'a%20b%23%7F\"%<%C3%A9'"])
 
     def test_curl_warns_about_an_unknown_part_option(self):
@@ -573,7 +588,7 @@ class Mistakes(ToolTest):
             (0, ["tarn-run: the body does not contain the boundary of its Content-Type, 'QQ'"]),
         )
         self.assertEqual(
-            self.given(
+            self.request_received(
                 "-H", 'Content-Type: multipart/form-data; boundary="QQ"', "--data-binary", "--QQ--"
             ).body,
             b"--QQ--",
@@ -587,13 +602,13 @@ class Mistakes(ToolTest):
             (ran.status, ran.errors),
             (125, ["tarn-run: curl is not installed; tarn-run needs it to send the request"]),
         )
-        self.file("record", b"tarn-record 1\nPATH=/usr/bin:/bin\0\0a")
-        self.assertEqual(self.given("--replay", "record", env=environment).body, b"a")
+        self.write_file("record", b"tarn-record 1\nPATH=/usr/bin:/bin\0\0a")
+        self.assertEqual(self.request_received("--replay", "record", env=environment).body, b"a")
 
 
 class Curl(ToolTest):
     def test_ignores_curlrc_and_proxy_settings(self):
-        self.file(".curlrc", "user-agent = mine\n")
+        self.write_file(".curlrc", "user-agent = mine\n")
         home = {
             **os.environ,
             "HOME": str(self.folder),
@@ -601,7 +616,7 @@ class Curl(ToolTest):
             "http_proxy": "http://127.0.0.1:1",
             "ALL_PROXY": "http://127.0.0.1:1",
         }
-        given = self.given(env=home).environment
+        given = self.request_received(env=home).environment
         self.assertEqual(given[b"HTTP_USER_AGENT"], f"tarn-run/{VERSION}".encode())
 
     def test_curl_failure_before_the_request_is_reported(self):
@@ -612,7 +627,7 @@ class Curl(ToolTest):
         )
 
     def test_unexpected_curl_help_is_reported(self):
-        self.script("curl", "#!/bin/sh\necho nothing\n")
+        self.write_script("curl", "#!/bin/sh\necho nothing\n")
         ran = self.run_tool("-d", "a", self.dump, env={"PATH": str(self.folder)})
         self.assertEqual(
             (ran.status, ran.errors),
@@ -623,7 +638,7 @@ class Curl(ToolTest):
         """A client that finds the socket before curl does gets no answer."""
         real = shutil.which("curl")
         (self.folder / "bin").mkdir()
-        self.script(
+        self.write_script(
             "bin/curl",
             f"""
             #!/bin/sh
@@ -637,7 +652,7 @@ class Curl(ToolTest):
         """,
         )
         path = {**os.environ, "PATH": f'{self.folder}/bin:{os.environ["PATH"]}'}
-        self.assertEqual(self.given("-d", "a", env=path).body, b"a")
+        self.assertEqual(self.request_received("-d", "a", env=path).body, b"a")
 
 
 if __name__ == "__main__":

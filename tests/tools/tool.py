@@ -39,13 +39,13 @@ class Request(NamedTuple):
     body: bytes
 
 
-def dumped(body: bytes) -> Request:
+def parse_dump(body: bytes) -> Request:
     variables, _, rest = body.partition(b"\0\0")
     pairs = (line.partition(b"=") for line in variables.split(b"\0"))
     return Request({name: value for name, _, value in pairs}, rest)
 
 
-def living(process: int | str) -> bool:
+def is_running(process: int | str) -> bool:
     try:
         state = Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
     except FileNotFoundError:
@@ -65,21 +65,21 @@ class ToolTest(unittest.TestCase):
         folder = tempfile.TemporaryDirectory(prefix="tarn-tools-")
         cls.addClassCleanup(folder.cleanup)
         cls.folder = Path(folder.name)
-        cls.dump = cls.script("dump", DUMP)
+        cls.dump = cls.write_script("dump", DUMP)
 
     @classmethod
     def serve(cls, **scripts: Path) -> None:
         cls.server = cls.enterClassContext(Lighttpd(scripts))
 
     @classmethod
-    def file(cls, name: str, content: str | bytes) -> Path:
+    def write_file(cls, name: str, content: str | bytes) -> Path:
         path = cls.folder / name
         path.write_bytes(content.encode() if isinstance(content, str) else content)
         return path
 
     @classmethod
-    def script(cls, name: str, lines: str) -> Path:
-        path = cls.file(name, textwrap.dedent(lines).lstrip("\n"))
+    def write_script(cls, name: str, lines: str) -> Path:
+        path = cls.write_file(name, textwrap.dedent(lines).lstrip("\n"))
         path.chmod(0o755)
         return path
 
@@ -97,13 +97,13 @@ class ToolTest(unittest.TestCase):
         )
         return Run(ran.returncode, ran.stdout, ran.stderr.decode().splitlines())
 
-    def given(self, *options: str | Path, **more: Any) -> Request:
+    def request_received(self, *options: str | Path, **more: Any) -> Request:
         """The request that the script receives. tarn-run must report no fault."""
         ran = self.run_tool(*options, self.dump, **more)
         self.assertEqual((ran.status, ran.errors), (0, []))
-        return dumped(ran.body)
+        return parse_dump(ran.body)
 
-    def refused(self, *arguments: str | Path, status: int = 125) -> str:
+    def refusal_message(self, *arguments: str | Path, status: int = 125) -> str:
         """The first line of the error message."""
         ran = self.run_tool(*arguments)
         self.assertEqual((ran.status, ran.output), (status, b""))
