@@ -17,33 +17,38 @@ bool beginsWith(std::string_view text, std::string_view start) {
   return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
 }
 
-// Reads a line to the end of TarnForm::headers, with its line end.
+bool endsWithLineEnd(std::string_view text) {
+  return text.size() >= 2 && text[text.size() - 2] == '\r' && text.back() == '\n';
+}
+
+// Reads a line to the end of TarnForm::headers, with its CR LF.
 bool takeLine(TarnForm &form, std::string_view dash_boundary, std::string_view &line) {
   const size_t start = form.headers.size();
   const uint64_t place = form.source.position();
   const uint64_t most = form.limits[TARN_FORM_HEADER_SIZE];
-  const void *end = nullptr;
   bool at_end = false;
-  while (!end && !at_end) {
+  line = {};
+  while (!endsWithLineEnd(line) && !at_end) {
     const std::string_view window = form.source.window();
-    end = window.empty() ? nullptr : std::memchr(window.data(), '\n', window.size());
-    const size_t arrived = end ? offsetOf(end, window) + 1 : window.size();
+    const void *feed = window.empty() ? nullptr : std::memchr(window.data(), '\n', window.size());
+    const size_t arrived = feed ? offsetOf(feed, window) + 1 : window.size();
     if (arrived > most - form.headers.size()) {
       const uint64_t reached = form.source.position() + (most - form.headers.size());
       return form.problem.raiseLimit(TARN_FORM_HEADER_SIZE, most, reached);
     }
     if (!form.headers.append({window.data(), arrived})) return form.raiseOutOfMemory();
     form.source.consume(arrived);
-    at_end = !end && !form.more();
-  }
-  line = {form.headers.data() + start, form.headers.size() - start};
-  if (beginsWith(line, dash_boundary)) {
-    return form.problem.raise(TARN_FORM_MALFORMED, place, "a delimiter inside the headers");
+    line = {form.headers.data() + start, form.headers.size() - start};
+    if (beginsWith(line, dash_boundary)) {
+      return form.problem.raise(TARN_FORM_MALFORMED, place, "a delimiter inside the headers");
+    }
+    at_end = !feed && !form.more();
   }
   if (at_end) return form.raiseCutShort("cut short: the body ends in the headers of a part");
-  const void *carriage_return = std::memchr(line.data(), '\r', line.size());
-  if (carriage_return != line.data() + line.size() - 2) {
-    return raiseHeader(form, place, "a header line has a CR or LF that is not part of CR LF");
+  line.remove_suffix(2);
+  if (!line.empty() && (std::memchr(line.data(), '\r', line.size()) != nullptr ||
+                        std::memchr(line.data(), '\n', line.size()) != nullptr)) {
+    return raiseHeader(form, place, "a header line contains CR or LF");
   }
   return true;
 }
@@ -171,7 +176,6 @@ bool takeHeaders(TarnForm &form, std::string_view dash_boundary, Part &part) {
     const uint64_t place = form.source.position();
     std::string_view line;
     if (!takeLine(form, dash_boundary, line)) return false;
-    line.remove_suffix(2);
     if (line.empty()) {
       form.headers.cut(form.headers.size() - 2);
       return true;

@@ -331,7 +331,7 @@ TEST(Problem, HasACodeAPlaceAStatusAndASentence) {
       {kMultipart, part("name=\"a\"", "1\r\n--bx"), "malformed", 55, 400},
       {kMultipart, part("name=\"a\"; x", "1"), "malformed_header", 5, 400},
       {kMultipart, part("x=y", "1"), "part_without_name", 5, 400},
-      {kMultipart, part("name=\"a\"", "1"), "cut_short", 54, 400},
+      {kMultipart, part("name=\"a\"", "1"), "cut_short", 52, 400},
       {kMultipart,
        "--b\r\nContent-Disposition: form-data; name=\"a\"\r\n"
        "Content-Transfer-Encoding: base64\r\n\r\n\r\n--b--",
