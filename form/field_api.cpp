@@ -92,10 +92,12 @@ bool nextBlock(TarnFormField &field, std::string_view &block) {
   return form.nextRun(block);
 }
 
-int writeBlocks(TarnFormField &field, int descriptor) {
+// Passes the rest of a value to `write`, which returns 0 or an errno value.
+template <class Write>
+int writeBlocks(TarnFormField &field, const Write &write) {
   std::string_view block;
   while (nextBlock(field, block)) {
-    if (const int error = writeAll(descriptor, block)) return error;
+    if (const int error = write(block)) return error;
   }
   return field.form()->problem ? -1 : 0;
 }
@@ -177,14 +179,17 @@ int64_t TarnFormField_read(TarnFormField *field, void *bytes, uint64_t size) {
 }
 
 int TarnFormField_write(TarnFormField *field, int descriptor) {
-  return field ? writeBlocks(*field, descriptor) : -1;
+  if (!field) return -1;
+  return writeBlocks(*field, [=](std::string_view block) { return writeAll(descriptor, block); });
 }
 
 int TarnFormField_save(TarnFormField *field, const char *folder, const char *name) {
   if (!field || field->form()->problem) return -1;
   NewFile file;
   if (const int error = file.open(folder, name)) return error;
-  if (const int error = writeBlocks(*field, file.descriptor())) return error;
+  if (const int error =
+          writeBlocks(*field, [&](std::string_view block) { return file.write(block); }))
+    return error;
   return file.keep(name);
 }
 

@@ -16,6 +16,9 @@ namespace {
 
 constexpr int kMostAttempts = 10000;
 
+// The disk starts to write this much while more arrives, so that keep() does not wait for all of it.
+constexpr uint64_t kStartedAtOnce = 4 * 1024 * 1024;
+
 bool isFileName(std::string_view name) {
   return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".." &&
          std::memchr(name.data(), '/', name.size()) == nullptr;
@@ -106,6 +109,17 @@ bool NewFile::removeStale(const char *name) const {
                      S_ISREG(of_file.st_mode) && unlinkat(folder_, name, 0) == 0;
   close(old);
   return stale;
+}
+
+int NewFile::write(std::string_view bytes) {
+  if (const int error = writeAll(file_, bytes)) return error;
+  size_ += bytes.size();
+  if (size_ - started_ >= kStartedAtOnce) {
+    sync_file_range(file_, static_cast<off_t>(started_), static_cast<off_t>(size_ - started_),
+                    SYNC_FILE_RANGE_WRITE);
+    started_ = size_;
+  }
+  return 0;
 }
 
 int NewFile::publish(const char *name) {

@@ -2,6 +2,7 @@
 #ifndef TARN_FORM_SAVING_H
 #define TARN_FORM_SAVING_H
 
+#include <cstdint>
 #include <string_view>
 
 namespace tarn::form {
@@ -20,7 +21,7 @@ class NewFile {
   // EINVAL and EEXIST for a name that cannot be used.
   int open(const char *folder, const char *name);
 
-  int descriptor() const { return file_; }
+  int write(std::string_view bytes);
 
   // Puts the file on the disk under its name.
   int keep(const char *name);
@@ -32,6 +33,8 @@ class NewFile {
 
   int folder_ = -1;
   int file_ = -1;
+  uint64_t size_ = 0;
+  uint64_t started_ = 0;     // how much of it is on its way to the disk
   char temporary_[32] = "";  // the name it has before keep(), if it needs one
 };
 
