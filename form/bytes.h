@@ -1,0 +1,75 @@
+// A growable run of bytes. The library has no C++ runtime, so it has no std::string.
+#ifndef TARN_FORM_BYTES_H
+#define TARN_FORM_BYTES_H
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace tarn::form {
+
+class Bytes {
+ public:
+  Bytes() = default;
+  ~Bytes() { std::free(data_); }
+  Bytes(const Bytes &) = delete;
+  Bytes &operator=(const Bytes &) = delete;
+
+  char *data() { return data_; }
+  const char *data() const { return data_; }
+  size_t size() const { return size_; }
+  std::string_view view() const { return {data_, size_}; }
+
+  // Forgets the bytes, but keeps the block for the next ones.
+  void clear() { size_ = 0; }
+
+  // The following return false if memory runs out; nothing is changed then.
+
+  // Makes room for `more` bytes and a zero byte, so that as many can be appended without failing.
+  bool reserve(size_t more) {
+    if (more >= PTRDIFF_MAX - size_) return false;
+    const size_t needed = size_ + more + 1;
+    if (needed <= capacity_) return true;
+    const size_t doubled = capacity_ < PTRDIFF_MAX / 2 ? capacity_ * 2 : needed;
+    return resizeBlock(needed > doubled ? needed : doubled);
+  }
+
+  bool append(std::string_view bytes) {
+    if (!reserve(bytes.size())) return false;
+    if (!bytes.empty()) std::memcpy(data_ + size_, bytes.data(), bytes.size());
+    size_ += bytes.size();
+    data_[size_] = '\0';
+    return true;
+  }
+
+  bool append(char byte) { return append(std::string_view(&byte, 1)); }
+
+  // Returns what nobody needs to the system. Keeps the block if that fails.
+  void shrink() {
+    if (size_ + 1 < capacity_) resizeBlock(size_ + 1);
+  }
+
+  // Drops bytes at the end.
+  void cut(size_t size) {
+    size_ = size;
+    if (data_) data_[size_] = '\0';
+  }
+
+ private:
+  bool resizeBlock(size_t capacity) {
+    void *block = std::realloc(data_, capacity);
+    if (!block) return false;
+    data_ = static_cast<char *>(block);
+    capacity_ = capacity;
+    return true;
+  }
+
+  char *data_ = nullptr;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
+};
+
+}  // namespace tarn::form
+
+#endif

@@ -1,0 +1,200 @@
+// The exported functions that read a field, from the stream or as TarnForm_load() kept it.
+#include <errno.h>
+
+#include "form/form.h"
+#include "form/kept.h"
+#include "form/multipart.h"
+#include "form/part_headers.h"
+#include "form/saving.h"
+#include "form/url_encoded.h"
+
+namespace tarn::form {
+namespace {
+
+// Reads the value of the current field into TarnForm::text.
+bool readText(TarnForm &form) {
+  const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
+  const uint64_t place = form.source.position();
+  form.taken = Taken::kPartly;
+  form.text.clear();
+  if (!form.text.append(std::string_view())) return form.raiseOutOfMemory();
+  std::string_view run;
+  while (form.nextRun(run)) {
+    if (run.size() > most - form.text.size()) {
+      return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, place);
+    }
+    if (!form.text.append(run)) return form.raiseOutOfMemory();
+  }
+  if (form.problem) return false;
+  form.taken = Taken::kAsText;
+  return true;
+}
+
+// Copies a value that has been lent as a view.
+bool copyView(TarnForm &form) {
+  const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
+  if (form.size > most) {
+    return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, form.source.position());
+  }
+  form.text.clear();
+  return form.text.append({static_cast<const char *>(form.view), static_cast<size_t>(form.size)}) ||
+         form.raiseOutOfMemory();
+}
+
+const char *textOfCurrent(TarnForm &form) {
+  if (form.problem) return nullptr;
+  switch (form.taken) {
+    case Taken::kNothing:
+      return readText(form) ? form.text.data() : nullptr;
+    case Taken::kAsText:
+      return form.text.data();
+    case Taken::kAsView:
+      return copyView(form) ? form.text.data() : nullptr;
+    case Taken::kPartly:
+      break;
+  }
+  return nullptr;
+}
+
+const void *viewOfCurrent(TarnForm &form) {
+  if (form.problem || !form.source.inMemory()) return nullptr;
+  if (form.taken == Taken::kAsView) return form.view;
+  if (form.taken != Taken::kNothing) return nullptr;
+  if (form.type == BodyType::kUrlEncoded && !plainValue(form).data()) return nullptr;
+  std::string_view run("", 0), rest;
+  if (form.nextRun(run)) {
+    // In memory, the first run is the whole value.
+    form.taken = Taken::kPartly;
+    if (form.nextRun(rest)) return nullptr;
+  }
+  if (form.problem) return nullptr;
+  form.taken = Taken::kAsView;
+  form.view = run.data();
+  return form.view;
+}
+
+// Lends the next bytes of a field, wherever they are.
+bool nextBlock(TarnFormField &field, std::string_view &block) {
+  TarnForm &form = *field.form();
+  if (field.isKept() && form.being_read != &field) {
+    form.being_read = &field;
+    form.read_position = 0;
+    form.unread = {};
+  }
+  if (!form.unread.empty()) {
+    block = form.unread;
+    form.unread = {};
+    return true;
+  }
+  if (field.isKept()) return nextKeptBlock(form, field, block);
+  if (form.taken != Taken::kNothing && form.taken != Taken::kPartly) return false;
+  form.taken = Taken::kPartly;
+  return form.nextRun(block);
+}
+
+// Passes the rest of a value to `write`, which returns 0 or an errno value.
+template <class Write>
+int writeBlocks(TarnFormField &field, const Write &write) {
+  std::string_view block;
+  while (nextBlock(field, block)) {
+    if (const int error = write(block)) return error;
+  }
+  return field.form()->problem ? -1 : 0;
+}
+
+}  // namespace
+}  // namespace tarn::form
+
+using namespace tarn::form;
+
+const char *TarnFormField_name(const TarnFormField *field) { return field ? field->name() : ""; }
+
+uint64_t TarnFormField_nameSize(const TarnFormField *field) { return field ? field->name_size : 0; }
+
+const char *TarnFormField_filename(const TarnFormField *field) {
+  return field ? field->filename() : nullptr;
+}
+
+uint64_t TarnFormField_filenameSize(const TarnFormField *field) {
+  return field && field->filename() ? field->filename_size : 0;
+}
+
+const char *TarnFormField_type(const TarnFormField *field) {
+  return TarnFormField_header(field, "Content-Type");
+}
+
+const char *TarnFormField_header(const TarnFormField *field, const char *name) {
+  return field && name ? findHeader(field->headers(), name).data() : nullptr;
+}
+
+uint64_t TarnFormField_headerSize(const TarnFormField *field, const char *name) {
+  return field && name ? findHeader(field->headers(), name).size() : 0;
+}
+
+uint64_t TarnFormField_offset(const TarnFormField *field) { return field ? field->offset() : 0; }
+
+uint64_t TarnFormField_size(const TarnFormField *field) {
+  if (!field) return 0;
+  const TarnForm &form = *field->form();
+  return field->isKept() ? field->size() : form.size - form.unread.size();
+}
+
+const char *TarnFormField_text(TarnFormField *field) {
+  if (!field) return nullptr;
+  TarnForm &form = *field->form();
+  return field->isKept() ? keptText(form, *field) : textOfCurrent(form);
+}
+
+const void *TarnFormField_view(TarnFormField *field) {
+  if (!field) return nullptr;
+  TarnForm &form = *field->form();
+  return field->isKept() ? keptView(form, *field) : viewOfCurrent(form);
+}
+
+int64_t TarnFormField_block(TarnFormField *field, const void **block) {
+  if (!field || !block) return -1;
+  std::string_view bytes;
+  if (!nextBlock(*field, bytes)) return field->form()->problem ? -1 : 0;
+  *block = bytes.data();
+  return static_cast<int64_t>(bytes.size());
+}
+
+int64_t TarnFormField_read(TarnFormField *field, void *bytes, uint64_t size) {
+  if (!field || (!bytes && size > 0)) return -1;
+  TarnForm &form = *field->form();
+  char *place = static_cast<char *>(bytes);
+  uint64_t left = size < INT64_MAX ? size : INT64_MAX;
+  const uint64_t asked = left;
+  while (left > 0) {
+    std::string_view block;
+    if (!nextBlock(*field, block)) break;
+    const size_t count = block.size() < left ? block.size() : static_cast<size_t>(left);
+    std::memcpy(place, block.data(), count);
+    block.remove_prefix(count);
+    form.unread = block;
+    place += count;
+    left -= count;
+  }
+  return form.problem && left > 0 ? -1 : static_cast<int64_t>(asked - left);
+}
+
+int TarnFormField_write(TarnFormField *field, int descriptor) {
+  if (!field) return -1;
+  return writeBlocks(*field, [=](std::string_view block) { return writeAll(descriptor, block); });
+}
+
+int TarnFormField_save(TarnFormField *field, const char *folder, const char *name) {
+  if (!field || field->form()->problem) return -1;
+  NewFile file;
+  if (const int error = file.open(folder, name)) return error;
+  if (const int error =
+          writeBlocks(*field, [&](std::string_view block) { return file.write(block); }))
+    return error;
+  return file.keep(name);
+}
+
+int TarnFormField_skip(TarnFormField *field) {
+  if (!field) return 0;
+  TarnForm &form = *field->form();
+  return field->isKept() ? !form.problem : form.skipValue();
+}

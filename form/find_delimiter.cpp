@@ -1,0 +1,72 @@
+// The search that every byte of an upload goes through.
+#include <cstdint>
+#include <cstring>
+
+#include "form/multipart.h"
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace tarn::form {
+namespace {
+
+const char *findOneByOne(const char *from, const char *last_start, std::string_view delimiter) {
+  while (from <= last_start) {
+    const size_t left = static_cast<size_t>(last_start - from) + 1;
+    const char *found = static_cast<const char *>(std::memchr(from, '\r', left));
+    if (!found) return nullptr;
+    if (std::memcmp(found, delimiter.data(), delimiter.size()) == 0) return found;
+    from = found + 1;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+// A place where a CR stands is compared up to the first difference, which is not behind the next CR.
+// So no byte is compared more than twice, whatever a browser sends.
+const char *findDelimiter(std::string_view text, std::string_view delimiter) {
+  const size_t size = delimiter.size();
+  if (text.size() < size) return nullptr;
+  const char *from = text.data();
+  const char *const last_start = from + (text.size() - size);
+#ifdef __SSE2__
+  // Looks at the first, the third and the last byte of 16 places at a time. In a picture, 1 place in
+  // 16 million has all three, so nothing else costs time.
+  const __m128i first = _mm_set1_epi8('\r');
+  const __m128i third = _mm_set1_epi8('-');
+  const __m128i last = _mm_set1_epi8(delimiter.back());
+  const auto load = [](const char *place) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(place));
+  };
+  const auto candidates = [&](const char *place) {
+    const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(load(place), first),
+                                       _mm_cmpeq_epi8(load(place + size - 1), last));
+    return _mm_and_si128(both, _mm_cmpeq_epi8(load(place + 2), third));
+  };
+  uint32_t head;
+  std::memcpy(&head, delimiter.data() + 1, sizeof head);  // "\n--" and the boundary's first byte
+  while (last_start - from >= 64) {
+    const __m128i found[4] = {candidates(from), candidates(from + 16), candidates(from + 32),
+                              candidates(from + 48)};
+    const __m128i any =
+        _mm_or_si128(_mm_or_si128(found[0], found[1]), _mm_or_si128(found[2], found[3]));
+    if (_mm_movemask_epi8(any) != 0) {
+      for (int lane = 0; lane < 4; ++lane) {
+        for (unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(found[lane])); mask != 0;
+             mask &= mask - 1) {
+          const char *place = from + 16 * lane + __builtin_ctz(mask);
+          uint32_t here;
+          std::memcpy(&here, place + 1, sizeof here);
+          if (here == head && std::memcmp(place, delimiter.data(), size) == 0) return place;
+        }
+      }
+    }
+    from += 64;
+  }
+#endif
+  return findOneByOne(from, last_start, delimiter);
+}
+
+}  // namespace tarn::form

@@ -1,0 +1,131 @@
+#include "form/form.h"
+
+#include "form/multipart.h"
+#include "form/url_encoded.h"
+
+using tarn::form::BodyType;
+using tarn::form::Stage;
+using tarn::form::Taken;
+
+bool TarnForm::raise(TarnFormProblem code, const char *sentence) {
+  return problem.raise(code, source.position(), sentence);
+}
+
+bool TarnForm::raiseOutOfMemory() { return problem.raiseOutOfMemory(source.position()); }
+
+bool TarnForm::raiseCutShort(const char *sentence) {
+  return problem.raise(TARN_FORM_CUT_SHORT, source.position() + source.window().size(), sentence);
+}
+
+bool TarnForm::countField() {
+  const uint64_t most = limits[TARN_FORM_FIELDS];
+  if (fields >= most) return problem.raiseLimit(TARN_FORM_FIELDS, most, source.position());
+  ++fields;
+  return true;
+}
+
+bool TarnForm::checkLength() {
+  const uint64_t most = limits[TARN_FORM_BODY_SIZE];
+  if (source.length() != TARN_FORM_UNLIMITED && source.length() > most) {
+    return problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
+  }
+  return !problem;
+}
+
+bool TarnForm::start() {
+  if (!checkLength()) return false;
+  type = tarn::form::readContentType(content_type, boundary, problem);
+  stage = Stage::kBetweenFields;
+  switch (type) {
+    case BodyType::kUrlEncoded:
+      return true;
+    case BodyType::kMultipart:
+      return !problem && tarn::form::startMultipart(*this);
+    case BodyType::kNone:
+      // Nothing was sent, which is no form, but no mistake either.
+      if (source.length() == 0 || (source.length() == TARN_FORM_UNLIMITED && !more() && !problem)) {
+        stage = Stage::kAfterFields;
+        return true;
+      }
+      return raise(TARN_FORM_UNSUPPORTED_TYPE, "a body without CONTENT_TYPE");
+    case BodyType::kOther:
+      break;
+  }
+  return raise(TARN_FORM_UNSUPPORTED_TYPE, "CONTENT_TYPE is not that of a form");
+}
+
+// Reads what follows the last field: a body that is shorter than its length is not whole.
+bool TarnForm::drain() {
+  do {
+    source.consume(source.window().size());
+  } while (more());
+  if (problem) return false;
+  stage = Stage::kFinished;
+  return true;
+}
+
+TarnFormField *TarnForm::step() {
+  if (stage == Stage::kInValue && !skipValue()) return nullptr;
+  if (problem || (stage == Stage::kUnread && !start())) return nullptr;
+  size = 0;
+  view = nullptr;
+  unread = {};
+  taken = Taken::kNothing;
+  TarnFormField *field = nullptr;
+  if (stage == Stage::kBetweenFields) {
+    field = type == BodyType::kMultipart ? tarn::form::stepToPart(*this)
+                                         : tarn::form::stepToPair(*this);
+  }
+  if (stage == Stage::kAfterFields) drain();
+  if (problem || !field) return nullptr;
+  stage = Stage::kInValue;
+  return field;
+}
+
+TarnFormField *TarnForm::stepToBody() {
+  if (problem || stage != Stage::kUnread || !checkLength()) return nullptr;
+  type = BodyType::kOther;
+  const char header[] = "Content-Type:";
+  headers.clear();
+  if (*content_type != '\0' && (!headers.append({header, sizeof header - 1}) ||
+                                !headers.append(content_type) || !headers.append({"\0\n", 2}))) {
+    raiseOutOfMemory();
+    return nullptr;
+  }
+  TarnFormField *field = current.add(this, false, {}, nullptr, 0, headers.view(), 0);
+  if (!field) raiseOutOfMemory();
+  stage = Stage::kInValue;
+  return field;
+}
+
+bool TarnForm::nextRun(std::string_view &run) {
+  if (problem || stage != Stage::kInValue) return false;
+  bool more_to_come = false;
+  switch (type) {
+    case BodyType::kMultipart:
+      more_to_come = tarn::form::nextRunOfPart(*this, run);
+      break;
+    case BodyType::kUrlEncoded:
+      more_to_come = tarn::form::nextRunOfPair(*this, run);
+      break;
+    default:
+      if (source.window().empty() && !more()) {
+        if (!problem) stage = Stage::kFinished;
+        return false;
+      }
+      run = source.window();
+      source.consume(run.size());
+      more_to_come = true;
+  }
+  if (more_to_come) size += run.size();
+  return more_to_come;
+}
+
+bool TarnForm::skipValue() {
+  if (taken == Taken::kNothing) taken = Taken::kPartly;
+  unread = {};
+  std::string_view run;
+  while (nextRun(run)) {
+  }
+  return !problem;
+}

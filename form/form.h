@@ -1,0 +1,98 @@
+// The state of a form while it is read.
+#ifndef TARN_FORM_FORM_H
+#define TARN_FORM_FORM_H
+
+#include <string_view>
+
+#include "form/bytes.h"
+#include "form/field.h"
+#include "form/parameters.h"
+#include "form/problem.h"
+#include "form/source.h"
+
+namespace tarn::form {
+
+// How far reading has come.
+enum class Stage {
+  kUnread,         // nothing has been read
+  kBetweenFields,  // the next field, or the end, begins here
+  kInValue,        // the next byte belongs to the current field's value, or ends it
+  kAfterFields,    // the last field has been read; what follows does not matter
+  kFinished,       // the body has been read to its end
+};
+
+// What has been taken of the current field's value.
+enum class Taken {
+  kNothing,
+  kAsText,  // all of it, and it is in TarnForm::text
+  kAsView,  // all of it, and it is at TarnForm::view
+  kPartly,  // some or all was returned or skipped
+};
+
+}  // namespace tarn::form
+
+struct TarnForm {
+  // Steps to the next field. Returns null at the end and with a problem.
+  TarnFormField *step();
+
+  // The same for the body as a whole.
+  TarnFormField *stepToBody();
+
+  // Lends the next bytes of the current value, until the next call. Returns false at the end of the
+  // value and with a problem.
+  bool nextRun(std::string_view &run);
+
+  // Reads what is left of the current value.
+  bool skipValue();
+
+  bool more() { return source.more(limits, problem); }
+
+  // These raise a problem at the window and return false. More than that number of fields is one.
+  bool raise(TarnFormProblem code, const char *sentence);
+  bool raiseOutOfMemory();
+  bool countField();
+
+  // The input has ended where a form must not end. If that is because the source has a problem, that
+  // problem stays.
+  bool raiseCutShort(const char *sentence);
+
+  tarn::form::Source source;
+  tarn::form::Limits limits;
+  tarn::form::Problem problem;
+  tarn::form::BodyType type = tarn::form::BodyType::kNone;
+  const char *content_type = "";
+  tarn::form::Bytes boundary;   // "\r\n--" and the boundary
+  tarn::form::Bytes headers;    // of the current part
+  tarn::form::Bytes scratch;    // names, or decoded bytes of a value
+  tarn::form::Bytes text;       // the current value
+  tarn::form::Records current;  // the current field
+  tarn::form::Records kept;     // the fields that TarnForm_load() keeps
+  tarn::form::Bytes order;      // where in `kept` they are, as they were sent
+  tarn::form::Bytes by_name;    // the same, sorted by name
+  tarn::form::Bytes by_folded_name;
+  const void *view = nullptr;
+  uint64_t part_offset = 0;
+  uint64_t size = 0;  // of the current value, as far as it has been read
+  uint64_t fields = 0;
+  std::string_view unread;  // what TarnFormField_read() left of a run
+  // The kept field that is being read, and how far.
+  const TarnFormField *being_read = nullptr;
+  uint64_t read_position = 0;
+  int spool = -1;  // holds the large files that TarnForm_load() kept
+  uint64_t spool_size = 0;
+  void *answers = nullptr;  // cookies and fields of the query that were lent
+  tarn::form::Stage stage = tarn::form::Stage::kUnread;
+  tarn::form::Taken taken = tarn::form::Taken::kNothing;
+  bool length_missing = false;
+  bool empty_part = false;  // the delimiter follows the headers at once
+  bool loaded = false;
+
+  ~TarnForm();
+
+ private:
+  bool start();
+  bool checkLength();
+  bool drain();
+};
+
+#endif

@@ -1,0 +1,141 @@
+// Reads multipart/form-data in the order in which the bytes arrive: preamble, delimiter line,
+// headers, value, delimiter line, ... closing delimiter.
+#include "form/multipart.h"
+
+#include <cstring>
+
+#include "form/part_headers.h"
+
+namespace tarn::form {
+namespace {
+
+// Makes the window at least `size` bytes long, if that many are left.
+bool ensure(TarnForm &form, size_t size) {
+  while (form.source.window().size() < size) {
+    if (!form.more()) return false;
+  }
+  return true;
+}
+
+bool beginsWith(std::string_view text, std::string_view start) {
+  return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
+}
+
+// The delimiter without its CR LF, as it may open a body.
+std::string_view dashBoundary(const TarnForm &form) {
+  std::string_view delimiter = form.boundary.view();
+  delimiter.remove_prefix(2);
+  return delimiter;
+}
+
+// Reads what follows a boundary on its line: "--", or white space and a line end.
+bool takeRestOfDelimiterLine(TarnForm &form) {
+  constexpr const char *kCut = "cut short: the body ends in a delimiter";
+  constexpr const char *kOther = "a delimiter line goes on after the boundary";
+  if (!ensure(form, 1)) return form.raiseCutShort(kCut);
+  if (form.source.window().front() == '-') {
+    if (!ensure(form, 2)) return form.raiseCutShort(kCut);
+    if (form.source.window()[1] != '-') return form.raise(TARN_FORM_MALFORMED, kOther);
+    form.source.consume(2);
+    form.stage = Stage::kAfterFields;
+    return true;
+  }
+  for (;;) {
+    if (!ensure(form, 1)) return form.raiseCutShort(kCut);
+    const char c = form.source.window().front();
+    if (c != ' ' && c != '\t') break;
+    form.source.consume(1);
+  }
+  if (form.source.window().front() != '\r') return form.raise(TARN_FORM_MALFORMED, kOther);
+  if (!ensure(form, 2)) return form.raiseCutShort(kCut);
+  if (form.source.window()[1] != '\n') return form.raise(TARN_FORM_MALFORMED, kOther);
+  form.source.consume(2);
+  form.stage = Stage::kBetweenFields;
+  return true;
+}
+
+// Consumes what is before the first occurrence of a text, but for the last two bytes, which decide
+// whether a line begins there. Sets `before` to how many bytes of the window are before it. Finds it
+// as Knuth, Morris and Pratt do, in linear time. Returns false if it is not there.
+bool consumePreamble(TarnForm &form, std::string_view wanted, size_t &before) {
+  unsigned char border[128] = {0};  // the longest prefix that ends at i, but begins later
+  for (size_t i = 1, length = 0; i < wanted.size(); ++i) {
+    while (length > 0 && wanted[i] != wanted[length]) length = border[length - 1];
+    if (wanted[i] == wanted[length]) ++length;
+    border[i] = static_cast<unsigned char>(length);
+  }
+  size_t matched = 0;
+  size_t seen = 0;
+  do {
+    const std::string_view window = form.source.window();
+    for (; seen < window.size(); ++seen) {
+      while (matched > 0 && window[seen] != wanted[matched]) matched = border[matched - 1];
+      if (window[seen] == wanted[matched]) ++matched;
+      if (matched == wanted.size()) {
+        before = seen + 1 - matched;
+        return true;
+      }
+    }
+    if (seen > matched + 2) form.source.consume(seen - (matched + 2));
+    seen = form.source.window().size();
+  } while (form.more());
+  return false;
+}
+
+}  // namespace
+
+bool startMultipart(TarnForm &form) {
+  const std::string_view wanted = dashBoundary(form);
+  size_t before = 0;
+  if (!consumePreamble(form, wanted, before)) {
+    return form.raiseCutShort("cut short: the body has no delimiter");
+  }
+  const bool opens = before == 0 && form.source.position() == 0;
+  const char *place = form.source.window().data() + before;
+  const bool begins_line = before >= 2 && place[-2] == '\r' && place[-1] == '\n';
+  form.source.consume(before);
+  if (!opens && !begins_line) {
+    return form.raise(TARN_FORM_MALFORMED, "the preamble contains the boundary inside a line");
+  }
+  form.part_offset = form.source.position();
+  form.source.consume(wanted.size());
+  return takeRestOfDelimiterLine(form);
+}
+
+TarnFormField *stepToPart(TarnForm &form) {
+  const std::string_view wanted = dashBoundary(form);
+  if (!form.countField()) return nullptr;
+  TarnFormField *record = takePart(form, wanted);
+  if (!record) return nullptr;
+  // The empty line of the headers and the delimiter of an empty value may share a CR LF.
+  ensure(form, wanted.size());
+  form.empty_part = beginsWith(form.source.window(), wanted);
+  return record;
+}
+
+bool nextRunOfPart(TarnForm &form, std::string_view &run) {
+  const std::string_view delimiter = form.boundary.view();
+  size_t ahead = delimiter.size();
+  for (;;) {
+    const std::string_view window = form.source.window();
+    const char *found = form.empty_part ? window.data() : findDelimiter(window, delimiter);
+    if (found == window.data() && found) {
+      form.source.consume(form.empty_part ? 0 : 2);
+      form.part_offset = form.source.position();
+      form.source.consume(delimiter.size() - 2);
+      return takeRestOfDelimiterLine(form) && false;
+    }
+    // Without a delimiter, the last bytes may be the beginning of one.
+    const size_t safe = found                    ? static_cast<size_t>(found - window.data())
+                        : window.size() >= ahead ? window.size() - (ahead - 1)
+                                                 : 0;
+    if (safe > 0) {
+      run = {window.data(), safe};
+      form.source.consume(safe);
+      return true;
+    }
+    if (!form.more()) return form.raiseCutShort("cut short: the body ends in a value");
+  }
+}
+
+}  // namespace tarn::form

@@ -1,0 +1,234 @@
+#include "form/part_headers.h"
+
+#include <cstring>
+
+namespace tarn::form {
+namespace {
+
+bool raiseHeader(TarnForm &form, uint64_t place, const char *sentence) {
+  return form.problem.raise(TARN_FORM_MALFORMED_HEADER, place, sentence);
+}
+
+size_t offsetOf(const void *place, std::string_view text) {
+  return static_cast<size_t>(static_cast<const char *>(place) - text.data());
+}
+
+bool beginsWith(std::string_view text, std::string_view start) {
+  return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
+}
+
+bool endsWithLineEnd(std::string_view text) {
+  return text.size() >= 2 && text[text.size() - 2] == '\r' && text.back() == '\n';
+}
+
+// Reads a line to the end of TarnForm::headers, with its CR LF.
+bool takeLine(TarnForm &form, std::string_view dash_boundary, std::string_view &line) {
+  const size_t start = form.headers.size();
+  const uint64_t place = form.source.position();
+  const uint64_t most = form.limits[TARN_FORM_HEADER_SIZE];
+  bool at_end = false;
+  line = {};
+  while (!endsWithLineEnd(line) && !at_end) {
+    const std::string_view window = form.source.window();
+    const void *feed = window.empty() ? nullptr : std::memchr(window.data(), '\n', window.size());
+    const size_t arrived = feed ? offsetOf(feed, window) + 1 : window.size();
+    if (arrived > most - form.headers.size()) {
+      const uint64_t reached = form.source.position() + (most - form.headers.size());
+      return form.problem.raiseLimit(TARN_FORM_HEADER_SIZE, most, reached);
+    }
+    if (!form.headers.append({window.data(), arrived})) return form.raiseOutOfMemory();
+    form.source.consume(arrived);
+    line = {form.headers.data() + start, form.headers.size() - start};
+    if (beginsWith(line, dash_boundary)) {
+      return form.problem.raise(TARN_FORM_MALFORMED, place, "a delimiter inside the headers");
+    }
+    at_end = !feed && !form.more();
+  }
+  if (at_end) return form.raiseCutShort("cut short: the body ends in the headers of a part");
+  line.remove_suffix(2);
+  if (!line.empty() && (std::memchr(line.data(), '\r', line.size()) != nullptr ||
+                        std::memchr(line.data(), '\n', line.size()) != nullptr)) {
+    return raiseHeader(form, place, "a header line contains CR or LF");
+  }
+  return true;
+}
+
+// Splits "name: value". Returns false if the line is no header.
+bool splitLine(std::string_view line, std::string_view &name, std::string_view &value) {
+  const void *found = std::memchr(line.data(), ':', line.size());
+  if (!found) return false;
+  const size_t colon = offsetOf(found, line);
+  name = {line.data(), colon};
+  line.remove_prefix(colon + 1);
+  value = trim(line);
+  return isToken(name);
+}
+
+// ---- Content-Disposition ------------------------------------------------------------------------
+
+// Browsers write quotes and line ends in names as %22, %0D and %0A.
+bool takeEncoded(std::string_view text, char &byte) {
+  if (text.size() < 3 || text[0] != '%') return false;
+  const char letter = static_cast<char>(text[2] | 0x20);
+  if (text[1] == '2' && text[2] == '2') {
+    byte = '"';
+  } else if (text[1] == '0' && letter == 'd') {
+    byte = '\r';
+  } else if (text[1] == '0' && letter == 'a') {
+    byte = '\n';
+  } else {
+    return false;
+  }
+  return true;
+}
+
+bool appendDecoded(Bytes &bytes, std::string_view text, bool escaped) {
+  if (!bytes.reserve(text.size())) return false;
+  while (!text.empty()) {
+    char byte = text.front();
+    size_t size = 1;
+    if (takeEncoded(text, byte)) {
+      size = 3;
+    } else if (escaped && byte == '\\' && text.size() > 1) {
+      byte = text[1];
+      size = 2;
+    }
+    bytes.append(byte);
+    text.remove_prefix(size);
+  }
+  return true;
+}
+
+// What the headers of a part say. The decoded names are in TarnForm::scratch: first the field's, then
+// the file's.
+struct Part {
+  bool has_disposition = false, has_type = false, has_encoding = false;
+  bool has_filename = false;
+  size_t name_size = 0;
+};
+
+// Reads the parameters of Content-Disposition. Two names are refused: two readers could take
+// different ones.
+bool readNames(TarnForm &form, std::string_view text, uint64_t place, Part &part) {
+  Parameters parameters(text, Quoting::kForm);
+  Parameters name = parameters, filename = parameters;
+  bool has_name = false;
+  while (parameters.next()) {
+    const bool is_name = equalIgnoringCase(parameters.name(), "name");
+    if (!is_name && !equalIgnoringCase(parameters.name(), "filename")) continue;
+    bool &found = is_name ? has_name : part.has_filename;
+    if (found) return raiseHeader(form, place, "Content-Disposition has a parameter twice");
+    found = true;
+    (is_name ? name : filename) = parameters;
+  }
+  if (parameters.malformed()) {
+    return raiseHeader(form, place, "the parameters of Content-Disposition are malformed");
+  }
+  if (!has_name) {
+    return form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, place, "a part without a name");
+  }
+  form.scratch.clear();
+  if (!appendDecoded(form.scratch, name.value(), name.escaped())) return form.raiseOutOfMemory();
+  part.name_size = form.scratch.size();
+  if (part.has_filename && !appendDecoded(form.scratch, filename.value(), filename.escaped())) {
+    return form.raiseOutOfMemory();
+  }
+  return true;
+}
+
+bool readDisposition(TarnForm &form, std::string_view text, uint64_t place, Part &part) {
+  const std::string_view type = takeType(text);
+  const std::string_view rest = trim(text);
+  if (!equalIgnoringCase(type, "form-data") || (!rest.empty() && rest.front() != ';')) {
+    return form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, place,
+                              "a part whose Content-Disposition is not form-data");
+  }
+  return readNames(form, text, place, part);
+}
+
+bool isAllowedEncoding(std::string_view encoding) {
+  return equalIgnoringCase(encoding, "7bit") || equalIgnoringCase(encoding, "8bit") ||
+         equalIgnoringCase(encoding, "binary");
+}
+
+// Reads the headers that matter. Each of them can be there only once.
+bool readHeader(TarnForm &form, std::string_view name, std::string_view value, uint64_t place,
+                Part &part) {
+  const bool is_disposition = equalIgnoringCase(name, "Content-Disposition");
+  const bool is_encoding = equalIgnoringCase(name, "Content-Transfer-Encoding");
+  if (!is_disposition && !is_encoding && !equalIgnoringCase(name, "Content-Type")) return true;
+  bool &found = is_disposition ? part.has_disposition
+                : is_encoding  ? part.has_encoding
+                               : part.has_type;
+  if (found) return raiseHeader(form, place, "a part has the same header twice");
+  found = true;
+  if (is_disposition) return readDisposition(form, value, place, part);
+  if (!is_encoding || isAllowedEncoding(value)) return true;
+  return form.problem.raise(TARN_FORM_UNSUPPORTED_TYPE, place,
+                            "a Content-Transfer-Encoding that browsers do not use");
+}
+
+// Reads the lines and the empty one behind them. In TarnForm::headers, a zero byte follows each
+// value.
+bool takeHeaders(TarnForm &form, std::string_view dash_boundary, Part &part) {
+  form.headers.clear();
+  for (;;) {
+    const uint64_t place = form.source.position();
+    std::string_view line;
+    if (!takeLine(form, dash_boundary, line)) return false;
+    if (line.empty()) {
+      form.headers.cut(form.headers.size() - 2);
+      return true;
+    }
+    if (line.front() == ' ' || line.front() == '\t') {
+      return raiseHeader(form, place, "a folded header line");
+    }
+    std::string_view name, value;
+    if (!splitLine(line, name, value)) {
+      return raiseHeader(form, place, "a header line without a valid name and a colon");
+    }
+    if (!readHeader(form, name, value, place, part)) return false;
+    form.headers.data()[offsetOf(value.data() + value.size(), form.headers.view())] = '\0';
+  }
+}
+
+}  // namespace
+
+std::string_view findHeader(std::string_view headers, std::string_view name) {
+  while (!headers.empty()) {
+    const void *found = std::memchr(headers.data(), '\n', headers.size());
+    if (!found) break;
+    std::string_view line(headers.data(), offsetOf(found, headers));
+    headers.remove_prefix(line.size() + 1);
+    const void *colon = std::memchr(line.data(), ':', line.size());
+    if (!colon) continue;
+    const std::string_view line_name(line.data(), offsetOf(colon, line));
+    if (!equalIgnoringCase(line_name, name)) continue;
+    line.remove_prefix(line_name.size() + 1);
+    if (line.back() == '\r') line.remove_suffix(1);
+    line = trim(line);
+    line.remove_suffix(1);  // the zero byte
+    return line;
+  }
+  return {};
+}
+
+TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary) {
+  Part part;
+  if (!takeHeaders(form, dash_boundary, part)) return nullptr;
+  if (!part.has_disposition) {
+    form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, form.part_offset,
+                       "a part without Content-Disposition");
+    return nullptr;
+  }
+  form.current.clear();
+  const char *filename = part.has_filename ? form.scratch.data() + part.name_size : nullptr;
+  const size_t filename_size = part.has_filename ? form.scratch.size() - part.name_size : 0;
+  TarnFormField *record =
+      form.current.add(&form, false, {form.scratch.data(), part.name_size}, filename, filename_size,
+                       form.headers.view(), form.part_offset);
+  if (!record) form.raiseOutOfMemory();
+  return record;
+}
+
+}  // namespace tarn::form

@@ -1,0 +1,21 @@
+// The headers of a part.
+#ifndef TARN_FORM_PART_HEADERS_H
+#define TARN_FORM_PART_HEADERS_H
+
+#include <string_view>
+
+#include "form/form.h"
+
+namespace tarn::form {
+
+// Reads the headers of a part and the empty line behind them; makes the field's record. No line may
+// begin with `dash_boundary`. Returns null with a problem.
+TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary);
+
+// The value of a header in a record's headers, with a zero byte behind it. Its
+// data() is null if there is none.
+std::string_view findHeader(std::string_view headers, std::string_view name);
+
+}  // namespace tarn::form
+
+#endif

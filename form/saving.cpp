@@ -1,0 +1,164 @@
+#include "form/saving.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tarn::form {
+namespace {
+
+constexpr int kMostAttempts = 10000;
+
+// The disk starts to write this much while more arrives, so that keep() does not wait for all of it.
+constexpr uint64_t kStartedAtOnce = 4 * 1024 * 1024;
+
+bool isFileName(std::string_view name) {
+  return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".." &&
+         std::memchr(name.data(), '/', name.size()) == nullptr;
+}
+
+// open() would follow a link whose name ends in a slash.
+int openFolder(const char *folder) {
+  size_t size = std::strlen(folder);
+  while (size > 1 && folder[size - 1] == '/') --size;
+  char path[PATH_MAX];
+  if (size >= sizeof path) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  std::memcpy(path, folder, size);
+  path[size] = '\0';
+  return open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+// A file without a name can get one only through its entry here.
+bool pathOfDescriptor(int descriptor, char (&path)[40]) {
+  std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
+  struct stat about;
+  return lstat(path, &about) == 0;
+}
+
+}  // namespace
+
+int writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+    if (written < 0 && errno != EINTR) return errno;
+    if (written > 0) bytes.remove_prefix(static_cast<size_t>(written));
+  }
+  return 0;
+}
+
+NewFile::~NewFile() {
+  if (temporary_[0] != '\0') unlinkat(folder_, temporary_, 0);
+  if (file_ >= 0) close(file_);
+  if (folder_ >= 0) close(folder_);
+}
+
+int NewFile::open(const char *folder, const char *name) {
+  if (!folder || !name || !isFileName(name)) return EINVAL;
+  folder_ = openFolder(folder);
+  if (folder_ < 0) return errno;
+  if (faccessat(folder_, name, F_OK, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
+  file_ = openat(folder_, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+  // Not every file system can do that; old kernels take O_TMPFILE for O_DIRECTORY.
+  if (file_ < 0) return errno == EOPNOTSUPP || errno == EISDIR ? openNamed() : errno;
+  char path[40];
+  if (pathOfDescriptor(file_, path)) return 0;
+  close(file_);
+  return openNamed();
+}
+
+// A lock on the file lasts as long as the process that writes it, so a file without one was left by
+// a process that died.
+int NewFile::openNamed() {
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    std::snprintf(temporary_, sizeof temporary_, ".tarn-form-%d", attempt);
+    file_ = openat(folder_, temporary_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (file_ >= 0) {
+      if (flock(file_, LOCK_EX | LOCK_NB) == 0) return 0;
+      // Another process took it for a stale one.
+      close(file_);
+      continue;
+    }
+    const int error = errno;
+    if (error == EEXIST && removeStale(temporary_)) --attempt;
+    if (error != EEXIST) {
+      temporary_[0] = '\0';
+      return error;
+    }
+  }
+  temporary_[0] = '\0';
+  return EEXIST;
+}
+
+bool NewFile::removeStale(const char *name) const {
+  const int old = openat(folder_, name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (old < 0) return false;
+  struct stat of_file, of_name;
+  const bool stale = flock(old, LOCK_EX | LOCK_NB) == 0 && fstat(old, &of_file) == 0 &&
+                     fstatat(folder_, name, &of_name, AT_SYMLINK_NOFOLLOW) == 0 &&
+                     of_file.st_ino == of_name.st_ino && of_file.st_dev == of_name.st_dev &&
+                     S_ISREG(of_file.st_mode) && unlinkat(folder_, name, 0) == 0;
+  close(old);
+  return stale;
+}
+
+int NewFile::write(std::string_view bytes) {
+  if (const int error = writeAll(file_, bytes)) return error;
+  size_ += bytes.size();
+  if (size_ - started_ >= kStartedAtOnce) {
+    sync_file_range(file_, static_cast<off_t>(started_), static_cast<off_t>(size_ - started_),
+                    SYNC_FILE_RANGE_WRITE);
+    started_ = size_;
+  }
+  return 0;
+}
+
+int NewFile::publish(const char *name) {
+  if (temporary_[0] == '\0') {
+    char path[40];
+    pathOfDescriptor(file_, path);
+    return linkat(AT_FDCWD, path, folder_, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
+  }
+  if (renameat2(folder_, temporary_, folder_, name, RENAME_NOREPLACE) != 0) {
+    // Not every file system can do that.
+    if (errno != EINVAL && errno != ENOSYS) return errno;
+    if (linkat(folder_, temporary_, folder_, name, 0) != 0) return errno;
+    unlinkat(folder_, temporary_, 0);
+  }
+  temporary_[0] = '\0';
+  return 0;
+}
+
+int NewFile::keep(const char *name) {
+  if (fsync(file_) != 0) return errno;
+  if (const int error = publish(name)) return error;
+  // EINVAL: on this file system there is nothing to sync in a folder.
+  if (fsync(folder_) == 0 || errno == EINVAL) return 0;
+  const int error = errno;
+  unlinkat(folder_, name, 0);
+  return error;
+}
+
+int openUnnamed() {
+  const char *folder = std::getenv("TMPDIR");
+  if (!folder || *folder == '\0') folder = "/tmp";
+  const int made = open(folder, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (made >= 0 || (errno != EOPNOTSUPP && errno != EISDIR)) return made;
+  char path[PATH_MAX];
+  const int size = std::snprintf(path, sizeof path, "%s/.tarn-form-XXXXXX", folder);
+  if (size < 0 || static_cast<size_t>(size) >= sizeof path) return -1;
+  const int named = mkostemp(path, O_CLOEXEC);
+  if (named >= 0) unlink(path);
+  return named;
+}
+
+}  // namespace tarn::form

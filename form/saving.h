@@ -1,0 +1,46 @@
+// New files that appear under their names when they are complete, or not at all.
+#ifndef TARN_FORM_SAVING_H
+#define TARN_FORM_SAVING_H
+
+#include <cstdint>
+#include <string_view>
+
+namespace tarn::form {
+
+// Writes all bytes. Returns 0 or an errno value.
+int writeAll(int descriptor, std::string_view bytes);
+
+// A file in a folder, without its name until keep(). Functions return 0 or an errno value.
+class NewFile {
+ public:
+  NewFile() = default;
+  ~NewFile();
+  NewFile(const NewFile &) = delete;
+  NewFile &operator=(const NewFile &) = delete;
+
+  // EINVAL and EEXIST for a name that cannot be used.
+  int open(const char *folder, const char *name);
+
+  int write(std::string_view bytes);
+
+  // Puts the file on the disk under its name.
+  int keep(const char *name);
+
+ private:
+  int openNamed();
+  int publish(const char *name);
+  bool removeStale(const char *name) const;
+
+  int folder_ = -1;
+  int file_ = -1;
+  uint64_t size_ = 0;
+  uint64_t started_ = 0;     // how much of it is on its way to the disk
+  char temporary_[32] = "";  // the name it has before keep(), if it needs one
+};
+
+// A temporary file without a name. Returns its descriptor, or -1.
+int openUnnamed();
+
+}  // namespace tarn::form
+
+#endif

@@ -1,0 +1,117 @@
+#include "form/source.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+namespace tarn::form {
+namespace {
+
+// Large enough that system calls cost little, small enough for the processor's cache.
+constexpr size_t kBufferSize = 128 * 1024;
+
+uint64_t now() {
+  timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<uint64_t>(time.tv_sec) * 1000 + static_cast<uint64_t>(time.tv_nsec) / 1000000;
+}
+
+uint64_t inMilliseconds(uint64_t seconds) {
+  return seconds < UINT64_MAX / 2000 ? seconds * 1000 : UINT64_MAX / 2;
+}
+
+}  // namespace
+
+Source::~Source() { std::free(buffer_); }
+
+void Source::openMemory(std::string_view bytes) {
+  begin_ = bytes.data();
+  end_ = begin_ + bytes.size();
+  length_ = bytes.size();
+}
+
+void Source::openDescriptor(int descriptor, uint64_t length) {
+  descriptor_ = descriptor;
+  length_ = length;
+}
+
+bool Source::startReading(const Limits &limits, Problem &problem) {
+  capacity_ = length_ < kBufferSize ? static_cast<size_t>(length_) : kBufferSize;
+  buffer_ = static_cast<char *>(std::malloc(capacity_ + 1));
+  if (!buffer_) return problem.raiseOutOfMemory(position_);
+  begin_ = end_ = buffer_;
+  struct stat about;
+  waits_ = fstat(descriptor_, &about) != 0 || !S_ISREG(about.st_mode);
+  const uint64_t total = limits[TARN_FORM_TOTAL_SECONDS];
+  deadline_ = total == TARN_FORM_UNLIMITED ? UINT64_MAX : now() + inMilliseconds(total);
+  return true;
+}
+
+// Waits until a byte, the end or an error can be read.
+bool Source::wait(const Limits &limits, Problem &problem) const {
+  const uint64_t seconds = limits[TARN_FORM_WAIT_SECONDS];
+  const uint64_t patience =
+      seconds == TARN_FORM_UNLIMITED ? UINT64_MAX : now() + inMilliseconds(seconds);
+  const uint64_t end = patience < deadline_ ? patience : deadline_;
+  for (;;) {
+    int timeout = -1;
+    if (end != UINT64_MAX) {
+      const uint64_t time = now();
+      const uint64_t left = time < end ? end - time : 0;
+      timeout = left < INT_MAX ? static_cast<int>(left) : INT_MAX;
+    }
+    pollfd waiting = {descriptor_, POLLIN, 0};
+    const int ready = poll(&waiting, 1, timeout);
+    if (ready > 0 || (ready < 0 && errno != EINTR)) return true;  // read() tells what it is
+    if (ready == 0 && now() >= end) {
+      const TarnFormLimit limit =
+          end == deadline_ ? TARN_FORM_TOTAL_SECONDS : TARN_FORM_WAIT_SECONDS;
+      return problem.raiseLimit(limit, limits[limit], arrived());
+    }
+  }
+}
+
+bool Source::more(const Limits &limits, Problem &problem) {
+  if (problem || at_end_) return false;
+  const uint64_t most = limits[TARN_FORM_BODY_SIZE];
+  if (length_ != TARN_FORM_UNLIMITED && length_ > most) {
+    return problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
+  }
+  if (inMemory() || arrived() == length_) return false;
+  if (!buffer_ && !startReading(limits, problem)) return false;
+
+  const size_t kept = window().size();
+  if (kept > 0 && begin_ != buffer_) std::memmove(buffer_, begin_, kept);
+  begin_ = buffer_;
+  end_ = buffer_ + kept;
+  const uint64_t missing = length_ - arrived();
+  const size_t room = capacity_ - kept;
+  const size_t wanted = missing < room ? static_cast<size_t>(missing) : room;
+  for (;;) {
+    if (waits_ && !wait(limits, problem)) return false;
+    const ssize_t count = read(descriptor_, buffer_ + kept, wanted);
+    if (count > 0) {
+      end_ += count;
+      if (arrived() <= most) return true;
+      return problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
+    }
+    if (count == 0) {
+      at_end_ = true;
+      if (length_ == TARN_FORM_UNLIMITED) return false;
+      return problem.raise(TARN_FORM_CUT_SHORT, arrived(),
+                           "cut short: the body is shorter than its length");
+    }
+    if (errno == EAGAIN) waits_ = true;
+    if (errno != EINTR && errno != EAGAIN) {
+      return problem.raise(TARN_FORM_READ_ERROR, arrived(), "the body cannot be read");
+    }
+  }
+}
+
+}  // namespace tarn::form

@@ -1,0 +1,26 @@
+// application/x-www-form-urlencoded, and query strings.
+#ifndef TARN_FORM_URL_ENCODED_H
+#define TARN_FORM_URL_ENCODED_H
+
+#include <string_view>
+
+#include "form/form.h"
+
+namespace tarn::form {
+
+// Reads the name of the next field. Returns null at the end of the form and with a problem.
+TarnFormField *stepToPair(TarnForm &form);
+
+// See TarnForm::nextRun().
+bool nextRunOfPair(TarnForm &form, std::string_view &run);
+
+// The rest of the value, if it is in memory and nothing in it is encoded; otherwise data() is null.
+std::string_view plainValue(const TarnForm &form);
+
+// Decodes the byte at the beginning of a text: "%XX", and "+" if `plus` says so. Returns how many
+// bytes it takes.
+size_t decodeByte(std::string_view text, bool plus, char &byte);
+
+}  // namespace tarn::form
+
+#endif

@@ -1,0 +1,158 @@
+// Files that are saved whole or not at all.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+
+#include "support/pieces.h"
+#include "tarn_form.h"
+
+namespace {
+
+using namespace tarn_test;
+namespace fs = std::filesystem;
+
+constexpr char kMultipart[] = "multipart/form-data; boundary=b";
+
+class Saving : public testing::Test {
+ protected:
+  Saving() {
+    char path[] = "/tmp/tarn-form-test-XXXXXX";
+    folder_ = mkdtemp(path);
+  }
+  ~Saving() override { fs::remove_all(folder_); }
+
+  std::set<std::string> names() const {
+    std::set<std::string> names;
+    for (const auto &entry : fs::directory_iterator(folder_)) names.insert(entry.path().filename());
+    return names;
+  }
+  std::string content(const std::string &name) const {
+    std::ifstream file(folder_ / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  int save(const std::string &name, const std::string &value, bool whole = true) {
+    const std::string body = "--b\r\nContent-Disposition: form-data; name=a; filename=f\r\n\r\n" +
+                             value + (whole ? "\r\n--b--" : "\r\n--");
+    const Pieces pieces(body, {50000});
+    TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+    const int result = TarnFormField_save(TarnForm_next(form), folder_.c_str(), name.c_str());
+    TarnForm_close(form);
+    return result;
+  }
+
+  fs::path folder_;
+};
+
+TEST_F(Saving, StoresEveryByte) {
+  std::string value("\x89PNG\r\n\x1a\n\0", 9);
+  for (int i = 0; i < 300000; ++i) value += static_cast<char>(i * 7 % 256);
+  EXPECT_EQ(save("photo.png", value), 0);
+  EXPECT_EQ(save("empty", ""), 0);
+  EXPECT_EQ(names(), (std::set<std::string>{"empty", "photo.png"}));
+  EXPECT_TRUE(content("photo.png") == value);
+  EXPECT_EQ(content("empty"), "");
+  struct stat about;
+  ASSERT_EQ(stat((folder_ / "photo.png").c_str(), &about), 0);
+  EXPECT_EQ(about.st_mode & 07777, 0600U);
+}
+
+TEST_F(Saving, LeavesNothingOfAFileThatIsCutShort) {
+  EXPECT_EQ(save("cut", std::string(200000, 'x'), false), -1);
+  EXPECT_EQ(names(), std::set<std::string>{});
+}
+
+TEST_F(Saving, OverwritesNothingAndFollowsNoLink) {
+  std::ofstream(folder_ / "taken") << "old";
+  fs::create_symlink("elsewhere", folder_ / "link");
+  EXPECT_EQ(save("taken", "new"), EEXIST);
+  EXPECT_EQ(save("link", "new"), EEXIST);
+  EXPECT_EQ(content("taken"), "old");
+  EXPECT_EQ(names(), (std::set<std::string>{"link", "taken"}));
+}
+
+TEST_F(Saving, MayBeTriedAgainUnderAnotherName) {
+  std::ofstream(folder_ / "taken") << "old";
+  const std::string body = "--b\r\nContent-Disposition: form-data; name=a\r\n\r\nnew\r\n--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "taken"), EEXIST);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "a/b"), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "free"), 0);
+  EXPECT_EQ(content("free"), "new");
+  TarnForm_close(form);
+}
+
+TEST_F(Saving, RefusesNamesThatLeadElsewhere) {
+  for (const char *name : {"", ".", "..", "/", "a/b", "../a", "/tmp/a"}) {
+    EXPECT_EQ(save(name, "x"), EINVAL) << name;
+  }
+  EXPECT_EQ(save(std::string(256, 'x'), "x"), EINVAL);
+  EXPECT_EQ(save(std::string(255, 'x'), "x"), 0);
+}
+
+TEST_F(Saving, RefusesFoldersThatAreLinks) {
+  const fs::path folder = folder_;
+  fs::create_directory(folder / "real");
+  fs::create_symlink("real", folder / "link");
+  folder_ = folder / "link";
+  EXPECT_NE(save("a", "x"), 0);
+  folder_ = folder / "link/";
+  EXPECT_NE(save("a", "x"), 0);
+  folder_ = folder / "missing";
+  EXPECT_EQ(save("a", "x"), ENOENT);
+  folder_ = folder / "real/";
+  EXPECT_EQ(save("a", "x"), 0);
+  folder_ = folder;
+  EXPECT_EQ(content("real/a"), "x");
+}
+
+TEST_F(Saving, ReportsAFullDiskAndLeavesNothing) {
+  rlimit before;
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit small = {1000, before.rlim_max};
+  std::signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &small);
+  const int result = save("large", std::string(5000, 'x'));
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, SIG_DFL);
+  EXPECT_EQ(result, EFBIG);
+  EXPECT_EQ(names(), std::set<std::string>{});
+}
+
+TEST_F(Saving, GoesOnAfterAFailedWrite) {
+  const std::string body =
+      "--b\r\nContent-Disposition: form-data; name=a\r\n\r\nlost\r\n"
+      "--b\r\nContent-Disposition: form-data; name=b\r\n\r\nkept\r\n--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  EXPECT_EQ(TarnFormField_write(TarnForm_next(form), -1), EBADF);
+  EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), "kept");
+  EXPECT_EQ(TarnForm_next(form), nullptr);
+  EXPECT_EQ(TarnForm_isWhole(form), 1);
+  TarnForm_close(form);
+}
+
+TEST_F(Saving, WritesToADescriptor) {
+  const std::string path = folder_ / "file";
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+  const std::string value(300000, 'w');
+  TarnForm *form = TarnForm_openMemory("text/plain", value.data(), value.size());
+  EXPECT_EQ(TarnFormField_write(TarnForm_body(form), file), 0);
+  EXPECT_EQ(TarnForm_isWhole(form), 1);
+  TarnForm_close(form);
+  close(file);
+  EXPECT_TRUE(content("file") == value);
+}
+
+}  // namespace

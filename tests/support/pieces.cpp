@@ -1,0 +1,85 @@
+#include "support/pieces.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace {
+tarn_test::Pieces *current;
+}
+
+extern "C" ssize_t read(int descriptor, void *buffer, size_t size) {
+  if (current && descriptor == tarn_test::Pieces::kDescriptor) return current->read(buffer, size);
+  return syscall(SYS_read, descriptor, buffer, size);
+}
+
+// The C library's header says that poll() only writes to its argument.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+extern "C" int poll(pollfd *files, nfds_t count, int timeout) {
+  if (current && count == 1 && files->fd == tarn_test::Pieces::kDescriptor) return 1;
+  timespec time = {timeout / 1000, timeout % 1000 * 1000000L};
+  return static_cast<int>(
+      syscall(SYS_ppoll, files, count, timeout < 0 ? nullptr : &time, nullptr, 0));
+}
+
+namespace tarn_test {
+
+Pieces::Pieces(std::string_view body, std::vector<size_t> sizes, int error)
+    : body_(body), sizes_(std::move(sizes)), error_(error) {
+  current = this;
+}
+
+Pieces::~Pieces() { current = nullptr; }
+
+ptrdiff_t Pieces::read(void *buffer, size_t size) {
+  const size_t piece = sizes_[next_++ % sizes_.size()];
+  const size_t count = std::min({piece, size, body_.size() - taken_});
+  if (count == 0 && error_ != 0) {
+    errno = error_;
+    return -1;
+  }
+  std::memcpy(buffer, body_.data() + taken_, count);
+  taken_ += count;
+  return static_cast<ptrdiff_t>(count);
+}
+
+ModelResult readAll(TarnForm *form) {
+  ModelResult result;
+  while (TarnFormField *field = TarnForm_next(form)) {
+    ModelField read;
+    read.name.assign(TarnFormField_name(field), TarnFormField_nameSize(field));
+    if (const char *name = TarnFormField_filename(field)) {
+      read.filename.emplace(name, TarnFormField_filenameSize(field));
+    }
+    if (const char *type = TarnFormField_type(field)) {
+      read.content_type.emplace(type, TarnFormField_headerSize(field, "Content-Type"));
+    }
+    const void *block = nullptr;
+    int64_t size = 0;
+    while ((size = TarnFormField_block(field, &block)) > 0) {
+      read.value.append(static_cast<const char *>(block), static_cast<size_t>(size));
+    }
+    if (size < 0) break;
+    result.fields.push_back(std::move(read));
+  }
+  result.problem = TarnForm_problemName(TarnForm_problem(form));
+  TarnForm_close(form);
+  return result;
+}
+
+ModelResult readFromMemory(const char *type, std::string_view body) {
+  return readAll(TarnForm_openMemory(type, body.data(), body.size()));
+}
+
+ModelResult readInPieces(const char *type, std::string_view body,
+                         const std::vector<size_t> &sizes) {
+  const Pieces pieces(body, sizes);
+  return readAll(TarnForm_openDescriptor(type, Pieces::kDescriptor, body.size()));
+}
+
+}  // namespace tarn_test

@@ -1,0 +1,48 @@
+// A body that arrives through a file descriptor in pieces of chosen sizes, without a process that
+// sends it. The test program has its own read() and poll(), which the library calls.
+#ifndef TARN_TESTS_SUPPORT_PIECES_H
+#define TARN_TESTS_SUPPORT_PIECES_H
+
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+#include "support/form_model.h"
+#include "tarn_form.h"
+
+namespace tarn_test {
+
+class Pieces {
+ public:
+  // One at a time. The sizes repeat. After the body, read() returns `last`: 0 for the end, or -1 with
+  // this errno value if it is not 0.
+  Pieces(std::string_view body, std::vector<size_t> sizes, int error = 0);
+  ~Pieces();
+  Pieces(const Pieces &) = delete;
+  Pieces &operator=(const Pieces &) = delete;
+
+  static constexpr int kDescriptor = 987654;
+
+  // How many bytes have been read.
+  size_t taken() const { return taken_; }
+
+  ptrdiff_t read(void *buffer, size_t size);
+
+ private:
+  std::string_view body_;
+  std::vector<size_t> sizes_;
+  size_t next_ = 0;
+  size_t taken_ = 0;
+  int error_;
+};
+
+// Reads a form to its end, in blocks, and closes it.
+ModelResult readAll(TarnForm *form);
+
+// The same, of a body in memory, or in pieces of these sizes.
+ModelResult readFromMemory(const char *type, std::string_view body);
+ModelResult readInPieces(const char *type, std::string_view body, const std::vector<size_t> &sizes);
+
+}  // namespace tarn_test
+
+#endif
