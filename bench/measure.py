@@ -48,7 +48,7 @@ def rounds_of(candidates, variables, body, rounds):
         arguments, cwd=PROGRAMS, env=variables, pass_fds=[body], stdout=subprocess.PIPE, check=False
     )
     if done.returncode != 0:
-        raise SystemExit("scripts/bench: no results, for the reason above")
+        raise SystemExit("scripts/bench: no results; see the message above")
     samples = {candidate.name: [] for candidate in candidates}
     for line in done.stdout.splitlines():
         index, wall, cpu, memory, faults = map(int, line.split())

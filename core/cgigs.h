@@ -70,7 +70,7 @@ void emptyNode(Node &node);
 // Releases a node and all it holds.
 void destroyNode(Node *node);
 
-// Records that something that belongs into a node was lost.
+// Records that something that belongs in a node was lost.
 inline void markIncomplete(Node *node) {
   if (node) node->incomplete = 1;
 }

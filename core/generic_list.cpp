@@ -173,7 +173,7 @@ TarnStatus ATRNGenericList_init(TarnHandle *handle, const void *source, uint32_t
   GenericList *list = listIn(handle);
   if (!list) return TARN_WRONG_TYPE;
   clear(*list);
-  // A script may still be reading the old array, which the list has lent.
+  // A script may still be reading the old array, since the list gave out its address.
   abandon(take(list->data));
   list->count = count;
   list->capacity = capacity;

@@ -330,7 +330,7 @@ ITEM = re.compile(
   | (?P<directive>^\#[^\n]*)
   | (?P<slots>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
   | (?P<declaration>^(?:TARN_\w*API|typedef)\b(?:(?!TARN_\w*API|typedef|/\*)[^;])*;)
-    (?:\ /\*\ since\ TARN_[\d.]+\ \*/)?
+    (?:\ /\*\ since\ TARN_(?:FORM_)?[\d.]+\ \*/)?
   | (?P<begin>extern\ "C"\ \{) | (?P<end>^\}$)
   | (?P<unknown>\S[^\n]*)
 """,

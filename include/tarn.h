@@ -12,9 +12,9 @@
  *  3. Ownership. Putting an object into another one (a child into a node, an entry into a list, a
  *     cookie list into a header) stores a deep copy. What you passed stays yours, to change or to
  *     delete.
- *  4. Lending. A `const char *` or a TarnHandle that a getter or a lookup returns is lent: it
+ *  4. Borrowing. A `const char *` or a TarnHandle that a getter or a lookup returns is borrowed: it
  *     belongs to the object that holds it and is valid until that object is changed, cleared or
- *     deleted. To use a lent TarnHandle, store it in a variable of your own and pass that
+ *     deleted. To use a borrowed TarnHandle, store it in a variable of your own and pass that
  *     variable's address; never delete through it.
  *  5. Texts. A text is a sequence of bytes that ends at the first zero byte, in whatever encoding
  *     the browser sent; lengths count bytes. If a function allocates a text for you, its
@@ -22,23 +22,23 @@
  *  6. Case. Comparisons of names and values ignore the case of ASCII letters, as strcasecmp() does;
  *     a function that compares otherwise says so.
  *  7. Memory. If an allocation fails, a function that makes an object may return TARN_OK and leave
- *     or set the handle to 0 (test the handle), and other functions may return TARN_WRONG_TYPE, for
- *     an inner object that could not be made. What was there before is kept unless the function
- *     says otherwise.
+ *     or set the handle to 0: test the handle. Other functions may return TARN_WRONG_TYPE if an
+ *     inner object could not be made. What was there before is kept unless the function says
+ *     otherwise.
  *  8. Threads. A script has one thread. No object may be used from two threads at once; the library
  *     has no locks.
- *  9. Your part. Tarn cannot detect a handle that still names a deleted object, a lent object that
- *     you delete, a text without its final zero byte, a length beyond your data, or a read-only
- *     argument that a function writes to. Even with valid handles and arguments, the following
- *     calls can damage memory, at once or later: (a) putting into the generic list behind a typed
- *     list, or handing to it in such a list, a word other than 0 or the address of an object that
- *     nobody else owns or deletes, or the same word twice; (b) putting anything but a text from
- *     malloc(), owned by nobody else, into the list of header lines; (c) changing `fixed` or int 0
- *     of a byte buffer; (d) giving CGIgs_setList() anything but an object that you own, for slots 0
- *     and 1 a generic list, or giving the same one twice, into itself or into what it holds; (e)
- *     letting two lists name the same element or header line (see CGIgs_clone()), or an element
- *     hold itself, and then clearing, deleting, filling or replacing both by type. All other calls
- *     are safe, in any order.
+ *  9. Your part. Tarn cannot detect a handle that still names a deleted object, a borrowed object
+ *     that you delete, a text without its final zero byte, a length beyond your data, or a
+ *     read-only argument that a function writes to. Even with valid handles and arguments, these
+ *     calls can damage memory, at once or later: (a) adding to the generic list behind a typed
+ *     list, or handing over to the typed list in a new one, any word except 0 and the address of an
+ *     object that nobody else owns or deletes, or the same word twice; (b) putting anything but a
+ *     text from malloc(), owned by nobody else, into the list of header lines; (c) changing `fixed`
+ *     or int 0 of a byte buffer; (d) passing CGIgs_setList() anything but an object that you own,
+ *     for slots 0 and 1 a generic list, or passing the same one twice, into itself or into what it
+ *     holds; (e) letting two lists name the same element or header line (see CGIgs_clone()), or an
+ *     element hold itself, and then clearing, deleting, filling or replacing both by type. All
+ *     other calls are safe, in any order.
  *
  * Some results look odd and stay as they are because scripts rely on them. Each has a number, in
  * the page "Quirks" of the documentation (docs/quirks.md), and comments here refer to it.
@@ -259,14 +259,14 @@ TARN_API TarnStatus CGIgs_setFixed(TarnHandle *handle, uintptr_t value, uint32_t
 TARN_API TarnStatus CGIgs_setDouble(TarnHandle *handle, uint32_t index, double value,
                                     uint32_t magic);
 
-/** Returns the list in a slot, lent. Conventions 9 (a) and (b) limit what you may put into it.
+/** Returns the list in a slot, borrowed. Conventions 9 (a) and (b) limit what you may put into it.
  *
  *  @param index  0 or 1
  *  @return the list; 0 if there is none, or for the wrong type or index
  */
 TARN_API TarnHandle CGIgs_getList(TarnHandle *handle, uint32_t index, uint32_t magic);
 
-/** Returns the child in a slot, or the list that is parked there (see CGIgs_setList()), lent.
+/** Returns the child in a slot, or the list that is parked there (see CGIgs_setList()), borrowed.
  *
  *  @param index  0 to 2
  *  @return the child; 0 if there is none, or for the wrong type or index
@@ -286,7 +286,7 @@ TARN_API uint32_t CGIgs_getMagic(TarnHandle *handle);
  */
 TARN_API uint32_t CGIgs_getChildMagic(TarnHandle *handle, uint32_t index, uint32_t magic);
 
-/** Returns the text in a slot, lent.
+/** Returns the text in a slot, borrowed.
  *
  *  @param index  0 to 7
  *  @return the text; null if there is none, or for the wrong type or index
@@ -393,7 +393,7 @@ TARN_API uint32_t TARNGenericList_getCount(TarnHandle *handle);
  */
 TARN_API uint32_t TARNGenericList_getCapacity(TarnHandle *handle);
 
-/** Returns the array, lent until the list grows or is deleted.
+/** Returns the array, borrowed until the list grows or is deleted.
  *
  *  It has as many words as the capacity, unless a growth has failed.
  *
@@ -497,7 +497,7 @@ TARN_API uint32_t TARNString_length(TarnHandle *handle);
  */
 TARN_API TarnStatus TARNString_clear(TarnHandle *handle);
 
-/** Returns the text, lent until the string is changed or deleted.
+/** Returns the text, borrowed until the string is changed or deleted.
  *
  *  @return the text; an empty one, never to be freed, if `handle` is not a string; null if the
  *          string has no buffer: a growth has failed, or CGIgs_new() has just made it (quirk 66)
@@ -891,53 +891,53 @@ TARN_API TarnStatus CgiEnv_restore(TarnHandle *handle, FILE *stream);
  * empty if unset, not to be freed. Numbers are decimal, 0 if unset, and clamped to 32 bits
  * (quirk 25). */
 
-/** SERVER_SOFTWARE. @return lent text, never null */
+/** SERVER_SOFTWARE. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getServerSoftware(TarnHandle *handle);
-/** SERVER_NAME. @return lent text, never null */
+/** SERVER_NAME. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getServerName(TarnHandle *handle);
-/** GATEWAY_INTERFACE. @return lent text, never null */
+/** GATEWAY_INTERFACE. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getGatewayInterface(TarnHandle *handle);
-/** SERVER_PROTOCOL. @return lent text, never null */
+/** SERVER_PROTOCOL. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getServerProtocol(TarnHandle *handle);
 /** SERVER_PORT. @return the number; 0 if unset */
 TARN_API int32_t CgiEnv_getServerPort(TarnHandle *handle);
-/** HTTP_COOKIE, the raw header. @return lent text, never null */
+/** HTTP_COOKIE, the raw header. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getCookies(TarnHandle *handle);
-/** REQUEST_METHOD. @return lent text, never null */
+/** REQUEST_METHOD. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getRequestMethod(TarnHandle *handle);
-/** PATH_INFO. @return lent text, never null */
+/** PATH_INFO. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getPathInfo(TarnHandle *handle);
-/** PATH_TRANSLATED. @return lent text, never null */
+/** PATH_TRANSLATED. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getPathTranslated(TarnHandle *handle);
-/** SCRIPT_NAME. @return lent text, never null */
+/** SCRIPT_NAME. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getScriptName(TarnHandle *handle);
-/** QUERY_STRING. @return lent text, never null */
+/** QUERY_STRING. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getQueryString(TarnHandle *handle);
 /** CONTENT_LENGTH, in bytes, as it is now. @return the number; 0 if unset */
 TARN_API int32_t CgiEnv_getContentLength(TarnHandle *handle);
-/** CONTENT_TYPE. @return lent text, never null */
+/** CONTENT_TYPE. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getContentType(TarnHandle *handle);
-/** HTTP_REFERER. @return lent text, never null */
+/** HTTP_REFERER. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getReferrer(TarnHandle *handle);
-/** REMOTE_HOST. @return lent text, never null */
+/** REMOTE_HOST. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getRemoteHost(TarnHandle *handle);
-/** REMOTE_ADDR. @return lent text, never null */
+/** REMOTE_ADDR. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getRemoteAddr(TarnHandle *handle);
-/** AUTH_TYPE. @return lent text, never null */
+/** AUTH_TYPE. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getAuthType(TarnHandle *handle);
-/** REMOTE_USER. @return lent text, never null */
+/** REMOTE_USER. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getRemoteUser(TarnHandle *handle);
-/** REMOTE_IDENT. @return lent text, never null */
+/** REMOTE_IDENT. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getRemoteIdent(TarnHandle *handle);
-/** HTTP_ACCEPT. @return lent text, never null */
+/** HTTP_ACCEPT. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getAccept(TarnHandle *handle);
-/** HTTP_USER_AGENT. @return lent text, never null */
+/** HTTP_USER_AGENT. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getUserAgent(TarnHandle *handle);
-/** REDIRECT_REQUEST. @return lent text, never null */
+/** REDIRECT_REQUEST. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getRedirectRequest(TarnHandle *handle);
-/** REDIRECT_URL. @return lent text, never null */
+/** REDIRECT_URL. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getRedirectURL(TarnHandle *handle);
-/** REDIRECT_STATUS. @return lent text, never null */
+/** REDIRECT_STATUS. @return borrowed text, never null */
 TARN_API const char *CgiEnv_getRedirectStatus(TarnHandle *handle);
 
 /* ---- Form entries: FormEntry, FormEntryList ----------------------------------------------------
@@ -1043,7 +1043,7 @@ TARN_API TarnStatus FormEntryList_addEntry(TarnHandle *list, TarnHandle *entry);
 /** Returns the number of entries. @return the number; 0 if `list` is not such a list */
 TARN_API int32_t FormEntryList_getCount(TarnHandle *list);
 
-/** Returns the entry at an index, lent.
+/** Returns the entry at an index, borrowed.
  *
  *  @return the entry; 0 if `index` is not below the count or `list` is not such a list
  */
@@ -1151,7 +1151,7 @@ TARN_API TarnStatus FormFileList_addEntry(TarnHandle *list, TarnHandle *file);
 /** Returns the number of files. @return the number; 0 if `list` is not such a list */
 TARN_API int32_t FormFileList_getCount(TarnHandle *list);
 
-/** Returns the file at an index, lent.
+/** Returns the file at an index, borrowed.
  *
  *  @return the file; 0 if `index` is not below the count or `list` is not such a list
  */
@@ -1288,7 +1288,7 @@ TARN_API uint32_t Tarn_queryCheckbox(TarnHandle *handle, const char *name);
  *
  *  @param name  null finds the first entry without a name (quirk 18); files in the entry list are
  *               skipped
- *  @return the entry, lent; 0 if there is none
+ *  @return the entry, borrowed; 0 if there is none
  */
 TARN_API TarnHandle Tarn_getElementByName(TarnHandle *handle, const char *name);
 
@@ -1306,7 +1306,7 @@ TARN_API TarnHandle Tarn_getElementByValue(TarnHandle *handle, const char *text)
  *
  *  @param name  null finds the first file without a field name; entries in the file list are
  *               skipped
- *  @return the file, lent; 0 if there is none
+ *  @return the file, borrowed; 0 if there is none
  */
 TARN_API TarnHandle Tarn_getFile(TarnHandle *handle, const char *name);
 
@@ -1451,8 +1451,8 @@ TARN_API TarnStatus HTTPCookieList_addCookie(TarnHandle *list, TarnHandle *cooki
 /** Returns the number of cookies. @return the number; 0 if `list` is not such a list */
 TARN_API int HTTPCookieList_getCount(TarnHandle *list);
 
-/** Returns the cookie at an index, lent. Names are decoded: a name with a prefix such as "__Host-"
- *  proves nothing here (quirk 30), see CgiEnv_new().
+/** Returns the cookie at an index, borrowed. Names are decoded: a name with a prefix such as
+ *  "__Host-" proves nothing here (quirk 30), see CgiEnv_new().
  *
  *  @return the cookie; 0 if `index` is not below the count or `list` is not such a list
  */
@@ -1551,8 +1551,9 @@ TARN_API TarnStatus HTTPResponseHeader_clear(TarnHandle *header);
 TARN_API TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *first, int number,
                                             const char *second);
 
-/** Returns the generic list of header lines, lent; its words are `char *`, also lent. A line that
- *  could not be allocated is null. Convention 9 (b) limits what you may put into the list.
+/** Returns the generic list of header lines, borrowed; its words are `char *`, also borrowed. A
+ *  line that could not be allocated is null. Convention 9 (b) limits what you may put into the
+ *  list.
  *
  *  @return the list; 0 if no line was added or `header` is not a response header
  */
@@ -1672,7 +1673,7 @@ TARN_API TarnStatus HTMLAttributeList_addAttribute(TarnHandle *list, TarnHandle 
 /** Returns the number of attributes. @return the number; 0 if `list` is not such a list */
 TARN_API int HTMLAttributeList_getCount(TarnHandle *list);
 
-/** Returns the attribute at an index, lent.
+/** Returns the attribute at an index, borrowed.
  *
  *  @return the attribute; 0 if `index` is not below the count or `list` is not such a list
  */
@@ -1783,7 +1784,7 @@ TARN_API TarnStatus HTMLElementList_addElement(TarnHandle *list, TarnHandle *ele
 /** Returns the number of elements. @return the number; 0 if `list` is not such a list */
 TARN_API int HTMLElementList_getCount(TarnHandle *list);
 
-/** Returns the element at an index, lent.
+/** Returns the element at an index, borrowed.
  *
  *  @return the element; 0 if `index` is not below the count or `list` is not such a list
  */

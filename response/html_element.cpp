@@ -175,7 +175,7 @@ TarnStatus HTMLElement_setAttributes(TarnHandle *element, TarnHandle *attributes
   const Node *list = Attributes::in(attributes);
   if (!list) return TARN_BAD_ARGUMENT;
   // Copied before the old list is released: they may be the same list. If the copy fails, the old list
-  // is released all the same. Kept: quirk 59.
+  // is released anyway. Kept: quirk 59.
   Node *copy = nullptr;
   const TarnStatus status = Attributes::copy(*list, copy);
   Attributes::store(*node, TARN_ELEMENT_ATTRIBUTES, copy);
@@ -197,7 +197,7 @@ TarnStatus HTMLElement_setEmbedded(TarnHandle *element, TarnHandle *embedded) {
   const Node *list = Elements::in(embedded);
   if (!list) return TARN_BAD_ARGUMENT;
   // Copied before the old list is released: they may be the same list, or one inside the other. If the
-  // copy fails, the old list is released all the same. Kept: quirk 59.
+  // copy fails, the old list is released anyway. Kept: quirk 59.
   Node *copy = nullptr;
   const TarnStatus status = Elements::copy(*list, copy);
   Elements::store(*node, TARN_ELEMENT_EMBEDDED, copy);

@@ -52,7 +52,7 @@ TarnStatus HTTPHeader_init(TarnHandle *header, const char *contentType, TarnHand
   clear(*node);
   setText(*node, TARN_HEADER_CONTENT_TYPE, std::move(type));
   setChild(*node, TARN_RESPONSE_HEADER_COOKIES, copy);
-  // Without a cookie list the content type is stored all the same. Kept: quirk 52.
+  // Without a cookie list the content type is stored anyway. Kept: quirk 52.
   return copy ? TARN_OK : TARN_BAD_ARGUMENT;
 }
 

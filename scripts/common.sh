@@ -59,3 +59,12 @@ patiently() {
   printf '\n' >&2
   return "$status"
 }
+
+# Runs a long command in the same way, with its output in the file that `log` names. If it fails,
+# prints the end of its output and stops.
+quietly() {
+  patiently "${log:?}" "$@" || {
+    tail -n 50 "$log" >&2
+    fail "failed: $*"
+  }
+}

@@ -228,7 +228,7 @@ class ServerOfOrdinaryUser(Server):
             self.port = chosen or free_port()
             if self._start_on_port():
                 return
-        raise AssertionError(f"{self.NAME} does not start: {self._read_log('error.log')}")
+        raise AssertionError(f"{self.NAME} did not start: {self._read_log('error.log')}")
 
     def _start_on_port(self) -> bool:
         self._configure()

@@ -1,9 +1,10 @@
-/* Calls every function of the library from plain C with empty arguments: an empty environment, null
- * addresses and zeros. A script that forgot to fill a handle gets the same results. The test of the
- * exported names checks that no function is missing here. */
+/* Calls every function of the libraries from plain C with empty arguments: an empty environment, null
+ * addresses and zeros. A script that forgot to fill a handle, or has no memory for a form, gets the
+ * same results. The test of the exported names checks that no function is missing here. */
 #include <stdio.h>
 #include <string.h>
 #include <tarn.h>
+#include <tarn_form.h>
 
 static int failures;
 
@@ -23,6 +24,60 @@ static int format(char **out, const char *text, ...) {
   const int length = tarn_vasprintf(out, text, args);
   va_end(args);
   return length;
+}
+
+static void check_form(TarnForm *form, TarnFormProblem problem) {
+  CHECK(form != NULL);
+  TarnForm_setLimit(form, TARN_FORM_FIELDS, 0);
+  CHECK(TarnForm_next(form) == NULL);
+  CHECK(TarnForm_problem(form) == problem);
+  CHECK(TarnForm_isWhole(form) == (problem == TARN_FORM_NO_PROBLEM));
+  CHECK(TarnForm_cookie(form, "") == NULL);
+  TarnForm_close(form);
+}
+
+static void check_form_functions(void) {
+  check_form(TarnForm_open(), TARN_FORM_NO_PROBLEM);
+  check_form(TarnForm_openMemory(NULL, NULL, 0), TARN_FORM_NO_PROBLEM);
+  check_form(TarnForm_openDescriptor(NULL, -1, 0), TARN_FORM_READ_ERROR);
+  check_form(TarnForm_openQuery(NULL), TARN_FORM_NO_PROBLEM);
+  TarnForm_readToEnd(NULL);
+  TarnForm_setLimit(NULL, TARN_FORM_FIELDS, 1);
+  TarnForm_close(NULL);
+  CHECK(TarnForm_next(NULL) == NULL);
+  CHECK(TarnForm_body(NULL) == NULL);
+  CHECK(TarnForm_isWhole(NULL) == 0);
+  CHECK(TarnForm_problem(NULL) == TARN_FORM_OUT_OF_MEMORY);
+  CHECK(TarnForm_problemOffset(NULL) == 0);
+  CHECK(strcmp(TarnForm_message(NULL), "out of memory") == 0);
+  CHECK(TarnForm_status(NULL) == 500);
+  CHECK(TarnForm_limit(NULL, NULL, NULL) == 0);
+  CHECK(strcmp(TarnForm_problemName(0), "") == 0);
+  CHECK(TarnForm_load(NULL) == 0);
+  CHECK(TarnForm_count(NULL, NULL) == 0);
+  CHECK(TarnForm_get(NULL, NULL, 0) == NULL);
+  CHECK(TarnForm_getIgnoringCase(NULL, NULL, 0) == NULL);
+  CHECK(strcmp(TarnFormField_name(NULL), "") == 0);
+  CHECK(TarnFormField_nameSize(NULL) == 0);
+  CHECK(TarnFormField_filename(NULL) == NULL);
+  CHECK(TarnFormField_filenameSize(NULL) == 0);
+  CHECK(TarnFormField_type(NULL) == NULL);
+  CHECK(TarnFormField_header(NULL, NULL) == NULL);
+  CHECK(TarnFormField_headerSize(NULL, NULL) == 0);
+  CHECK(TarnFormField_offset(NULL) == 0);
+  CHECK(TarnFormField_size(NULL) == 0);
+  CHECK(TarnFormField_text(NULL) == NULL);
+  CHECK(TarnFormField_view(NULL) == NULL);
+  CHECK(TarnFormField_block(NULL, NULL) == -1);
+  CHECK(TarnFormField_read(NULL, NULL, 0) == -1);
+  CHECK(TarnFormField_write(NULL, 0) == -1);
+  CHECK(TarnFormField_save(NULL, NULL, NULL) == -1);
+  CHECK(TarnFormField_skip(NULL) == 0);
+  CHECK(TarnForm_cookie(NULL, NULL) == NULL);
+  CHECK(TarnForm_decodedCookie(NULL, NULL) == NULL);
+  CHECK(TarnForm_query(NULL, NULL) == NULL);
+  CHECK(TarnForm_decodedQuery(NULL, NULL) == NULL);
+  CHECK(TarnForm_isUtf8(NULL, 0) == 1);
 }
 
 int main(void) {
@@ -239,5 +294,6 @@ int main(void) {
   CHECK(HTMLElementList_getCount(NULL) == 0);
   CHECK(HTMLElementList_getByIndex(NULL, 0) == 0);
   CHECK(strcmp(HTMLElementList_toHTML(NULL), "Not yet implemented.") == 0);
+  check_form_functions();
   return failures == 0 ? 0 : 1;
 }

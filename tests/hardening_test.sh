@@ -1,7 +1,8 @@
 #!/bin/bash
 # Usage: hardening_test.sh BUILD-FOLDER SOURCE-FOLDER "C++-COMPILER FLAG..."
 #
-# Checks that the installed libraries and the examples are hardened by the compiler and the linker.
+# Checks that the installed libraries, tarn-form and the examples are hardened by the compiler and the
+# linker.
 # The flags are those of the build.
 set -euo pipefail
 export LC_ALL=C
@@ -17,14 +18,19 @@ root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 
 cmake --install "$build" --prefix "$root" --component Unspecified >"$root/log"
-library=$(find "$root" -name libtarn.so.1)
-archive=$(find "$root" -name libtarn.a)
-[[ -f $library && -f $archive ]] || fail 'no library was installed'
-examples=()
-for example in "$build"/examples/*; do
-  if [[ -f $example && -x $example ]]; then examples+=("$example"); fi
+libraries=() archives=()
+for name in libtarn libtarn_form; do
+  library=$(find "$root" -name "$name.so.1") archive=$(find "$root" -name "$name.a")
+  [[ -f $library && -f $archive ]] || fail "$name was not installed"
+  libraries+=("$library")
+  archives+=("$archive")
 done
-if [[ -d $build/examples && ${#examples[@]} = 0 ]]; then fail 'there are no examples'; fi
+programs=("$root/bin/tarn-form")
+[ -x "${programs[0]}" ] || fail 'tarn-form was not installed'
+for example in "$build"/examples/*; do
+  if [[ -f $example && -x $example ]]; then programs+=("$example"); fi
+done
+if [[ -d $build/examples && ${#programs[@]} = 1 ]]; then fail 'there are no examples'; fi
 
 # Runs a command on a file; its output must match the pattern.
 says() {
@@ -47,9 +53,9 @@ defines -O2 '_FORTIFY_SOURCE [23]$' || fail 'fortify.h does nothing'
 optimised=no
 if defines '' __OPTIMIZE__; then optimised=yes; fi
 
-for file in "$library" "$archive" "${examples[@]}"; do
+for file in "${libraries[@]}" "${archives[@]}" "${programs[@]}"; do
   symbols=(nm --undefined-only)
-  if [ "$file" = "$library" ]; then symbols+=(-D); fi
+  if [[ $file == *.so.1 ]]; then symbols+=(-D); fi
   says "$file" '\b__stack_chk_fail' "${symbols[@]}"
   [ "$optimised" = no ] || says "$file" '\b__[a-z]+_chk\b' "${symbols[@]}"
 done
@@ -60,31 +66,42 @@ for option in -fstack-clash-protection -fcf-protection; do
     options+=("$option")
   fi
 done
-grep -F ' -o CMakeFiles/tarn_objects.dir/' "$build/compile_commands.json" \
-  >"$root/commands" || fail 'compile_commands.json does not have the library'
-for option in "${options[@]}"; do
-  if grep -vF -- " $option " "$root/commands"; then fail "these commands lack $option"; fi
+for objects in CMakeFiles/tarn_objects.dir CMakeFiles/tarn_form_objects.dir \
+  tools/CMakeFiles/tarn-form.dir; do
+  grep -F " -o $objects/" "$build/compile_commands.json" >"$root/commands" ||
+    fail "compile_commands.json does not have $objects"
+  for option in "${options[@]}"; do
+    if grep -vF -- " $option " "$root/commands"; then fail "these commands lack $option"; fi
+  done
 done
 
 # Only x86 has control-flow enforcement. The linker keeps the library's note only if every object
 # has one, and on 32 bits the C library's object for the stack protector has none.
 if [[ ${options[*]} == *-fcf-protection* ]]; then
-  if defines '' __x86_64__; then says "$library" 'x86 feature:.*IBT, SHSTK' readelf -nW; fi
-  members=$(ar t "$archive" | wc -l)
-  noted=$(readelf -nW "$archive" | grep -c 'x86 feature:.*IBT, SHSTK')
-  [[ $members -gt 0 && $members = "$noted" ]] || fail "$noted of $members members have the CET note"
+  for library in "${libraries[@]}"; do
+    if defines '' __x86_64__; then says "$library" 'x86 feature:.*IBT, SHSTK' readelf -nW; fi
+  done
+  for archive in "${archives[@]}"; do
+    members=$(ar t "$archive" | wc -l)
+    noted=$(readelf -nW "$archive" | grep -c 'x86 feature:.*IBT, SHSTK') || true
+    [[ $members -gt 0 && $members = "$noted" ]] ||
+      fail "$noted of the $members members of $archive have the CET note"
+  done
 else
   ! defines '' '__(x86_64|i386)__' || fail 'the compiler for x86 refuses -fcf-protection'
 fi
 
 # ---- By the linker -------------------------------------------------------------------------------
 
-for file in "$library" "${examples[@]}"; do
+for file in "${libraries[@]}" "${programs[@]}"; do
   says "$file" 'GNU_RELRO' readelf -lW
   says "$file" 'GNU_STACK .* RW +0x' readelf -lW
   says "$file" 'BIND_NOW|FLAGS.*NOW' readelf -dW
   if readelf -lW "$file" | grep -E 'LOAD .* RWE '; then fail "$file can change its own code"; fi
 done
-needed=$(readelf -dW "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs)
-[ "$needed" = libc.so.6 ] || fail "the library needs $needed"
-printf 'Hardened: the library, the archive and %d examples.\n' ${#examples[@]}
+for file in "${libraries[@]}" "${programs[0]}"; do
+  needed=$(readelf -dW "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs)
+  [ "$needed" = libc.so.6 ] || fail "$file needs $needed"
+done
+printf 'Hardened: %d libraries, %d archives, tarn-form and %d examples.\n' ${#libraries[@]} \
+  ${#archives[@]} $((${#programs[@]} - 1))

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs the library into a new folder, moves that folder, and builds against it in each way that
+# Installs the libraries into a new folder, moves that folder, and builds against them in each way that
 # a user might: with the compiler alone, with pkg-config, and with CMake's find_package(). The
-# scripts are the README's, and each build of one must print what the README shows.
+# scripts are the README's and the one at the top of tarn_form.h, and each build of one must print what
+# the README shows, or the fields of the README's query.
 set -euo pipefail
 
 # A compiler is an absolute path, followed by the flags that the library was built with.
@@ -70,6 +71,21 @@ greets() {
     fail "$(printf 'README.md shows:\n%s\n%s prints:\n%s' "$shown" "$1" "$printed")"
 }
 
+# The script at the top of tarn_form.h.
+{
+  printf '#include <stdio.h>\n#include <tarn_form.h>\nint main(void) {\n'
+  sed -n '/^ \*   TarnForm \*form/,/^ \*$/s/^ \* *//p' "$source/include/tarn_form.h"
+  printf 'return 0;\n}\n'
+} >fields.c
+grep -q 'TarnForm_close(form);' fields.c || fail 'tarn_form.h does not begin with a script'
+
+# Calls a build of that script with the README's query.
+prints_fields() {
+  local printed
+  printed=$(env "${@:2}" QUERY_STRING='name=Ada+%26+Co&polite=on' "$1" 2>&1)
+  [ "$printed" = $'name: Ada & Co\npolite: on' ] || fail "$1 prints: $printed"
+}
+
 # Prints the shared libraries that a program needs, on one line.
 needs() {
   readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs
@@ -119,6 +135,25 @@ for example in "$source"/examples/*.cpp; do
 done
 by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ "$source/examples/store.h"
 
+by_compiler cc -std=c99 "${strict[@]}" fields.c -ltarn_form -o fields
+prints_fields ./fields LD_LIBRARY_PATH="$library"
+asks_for fields 'libtarn_form.so.1 libc.so.6'
+by_compiler cc fields.c -l:libtarn_form.a -o fields-archive
+prints_fields ./fields-archive
+asks_for fields-archive libc.so.6
+by_compiler c++ -std=c++11 "${strict[@]}" -x c++ fields.c -ltarn_form -o fields++
+prints_fields ./fields++ LD_LIBRARY_PATH="$library"
+
+# Each C header, alone and after any other one, included twice.
+for header in moved/include/*.h; do
+  for other in moved/include/*.h; do
+    printf '#include <%s>\n' "${other##*/}" "${header##*/}" "${header##*/}" >header.c
+    by_compiler cc -std=c99 "${strict[@]}" -fsyntax-only header.c
+    by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ header.c
+  done
+done
+[ "$(find moved/include -maxdepth 1 -name '*.h' | wc -l)" -ge 2 ] || fail 'headers are missing'
+
 # ---- With pkg-config -----------------------------------------------------------------------------
 
 export PKG_CONFIG_PATH=$library/pkgconfig
@@ -139,6 +174,17 @@ asks_for greet-pkg-config-static ''
 c++ -std=c++17 -static greet.cpp "${static_flags[@]}" -o greet-pkg-config-static++
 greets ./greet-pkg-config-static++
 
+[ "$(pkg-config --modversion tarn-form)" = "$(pkg-config --modversion tarn)" ] ||
+  fail 'tarn.pc and tarn-form.pc have different versions'
+read -ra flags <<<"$(pkg-config --cflags --libs tarn-form)"
+read -ra static_flags <<<"$(pkg-config --static --cflags --libs tarn-form)"
+cc fields.c "${flags[@]}" -o fields-pkg-config
+prints_fields ./fields-pkg-config LD_LIBRARY_PATH="$library"
+asks_for fields-pkg-config 'libtarn_form.so.1 libc.so.6'
+cc -static fields.c "${static_flags[@]}" -o fields-pkg-config-static
+prints_fields ./fields-pkg-config-static
+asks_for fields-pkg-config-static ''
+
 # ---- The tools -----------------------------------------------------------------------------------
 
 query=$(sed -n "s/^QUERY_STRING='\(.*\)' .*/\1/p" <<<"$call")
@@ -152,7 +198,10 @@ greets ./recorded LD_LIBRARY_PATH="$library"
 again=$(LD_LIBRARY_PATH='' moved/bin/tarn-run --replay records/* ./greet | tr -d '\r')
 [ "$again" = "$printed" ] ||
   fail 'tarn-run prints something else when it replays the record'
-for page in tarn-run tarn-record; do
+asks_for moved/bin/tarn-form libc.so.6
+printed=$(QUERY_STRING=$query moved/bin/tarn-form --no-data)
+[ "$(tail -n 1 <<<"$printed")" = '{"end": true}' ] || fail "tarn-form prints: $printed"
+for page in tarn-run tarn-record tarn-form; do
   [[ $(man -M moved/share/man -w "$page") == */man1/$page.1 ]] || fail "man does not find $page"
 done
 
@@ -162,7 +211,7 @@ done
 for languages in C 'C;CXX'; do
   project=find_package-${languages/;/-}
   mkdir "$project"
-  cp greet.c "$source"/tests/installed/* "$project"
+  cp greet.c fields.c "$source"/tests/installed/* "$project"
   cmake -S "$project" -B "$project/build" -G Ninja --no-warn-unused-cli \
     -DLANGUAGES="$languages" -DCMAKE_PREFIX_PATH="$root/moved" \
     -DCMAKE_C_COMPILER="$root/bin/cc" -DCMAKE_CXX_COMPILER="$root/bin/c++" >log ||
@@ -175,6 +224,10 @@ for languages in C 'C;CXX'; do
   greets "./$project/build/c-static"
   asks_for "$project/build/c-shared" 'libtarn.so.1 libc.so.6'
   asks_for "$project/build/c-static" libc.so.6
+  prints_fields "./$project/build/form-shared"
+  prints_fields "./$project/build/form-static"
+  asks_for "$project/build/form-shared" 'libtarn_form.so.1 libc.so.6'
+  asks_for "$project/build/form-static" libc.so.6
 done
 
 greets "./$project/build/cpp-shared"

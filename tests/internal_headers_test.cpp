@@ -1,4 +1,5 @@
-// One file can include every internal header and tarn.hpp: their names do not collide.
+// One file can include every internal header of both libraries and tarn.hpp: their names do not
+// collide.
 #include <gtest/gtest.h>
 
 #include "every_internal_header.h"  // made by CMakeLists.txt
@@ -26,6 +27,10 @@ TEST(InternalHeaders, WorkBesideTheHeaderForCpp) {
   tarn::internal::Node *cookies = tarn::internal::parseCookieHeader("a=1; b=2", nullptr);
   EXPECT_EQ(2U, tarn::internal::Cookies::count(cookies));
   tarn::internal::Cookies::destroy(cookies);
+
+  tarn::form::Problem problem;
+  EXPECT_FALSE(problem.raiseOutOfMemory(7));
+  EXPECT_EQ(7U, problem.offset);
 }
 
 }  // namespace

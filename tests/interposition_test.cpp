@@ -1,13 +1,14 @@
-// A script may define functions with the same names as the library's. The library must not call
-// them.
+// A script may define functions with the same names as a library's. The library must not call them.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 
 #include "support/script.h"
 #include "tarn.h"
+#include "tarn_form.h"
 
 namespace {
 
@@ -82,6 +83,50 @@ TarnStatus HTTPCookie_setSecure(TarnHandle *, int) { return static_cast<TarnStat
 
 int32_t FormEntry_compareName(TarnHandle *, const char *) { return ++captured; }
 
+TarnFormProblem TarnForm_problem(const TarnForm *) {
+  return static_cast<TarnFormProblem>(++captured);
+}
+
+int TarnForm_isWhole(const TarnForm *) {
+  ++captured;
+  return 0;
+}
+
+const char *TarnForm_problemName(TarnFormProblem) {
+  ++captured;
+  return "";
+}
+
+int TarnForm_isUtf8(const void *, uint64_t) { return ++captured; }
+
+const char *TarnForm_cookie(TarnForm *, const char *) {
+  ++captured;
+  return nullptr;
+}
+
+const char *TarnForm_query(TarnForm *, const char *) {
+  ++captured;
+  return nullptr;
+}
+
+const char *TarnFormField_header(const TarnFormField *, const char *) {
+  ++captured;
+  return nullptr;
+}
+
+const char *TarnFormField_name(const TarnFormField *) {
+  ++captured;
+  return nullptr;
+}
+
+uint64_t TarnFormField_size(const TarnFormField *) { return static_cast<uint64_t>(++captured); }
+
+int64_t TarnFormField_block(TarnFormField *, const void **) { return ++captured; }
+
+int64_t TarnFormField_read(TarnFormField *, void *, uint64_t) { return ++captured; }
+
+int TarnFormField_skip(TarnFormField *) { return ++captured; }
+
 // Counts the bytes that the library compares in its searches.
 int memcmp(const void *left, const void *right, size_t count) noexcept {
   const auto *a = static_cast<const unsigned char *>(left);
@@ -127,6 +172,31 @@ TEST(ScriptFunctionNamedLikeALibraryFunction, IsNotCalledByTheLibrary) {
     EXPECT_EQ(TARN_OK, HTTPCookie_init(&cookie, "n", "v", nullptr, nullptr, 1, nullptr, 1));
     free(const_cast<char *>(HTTPCookie_toString(&cookie)));
     EXPECT_EQ(TARN_OK, Tarn_delete(&request));
+    EXPECT_EQ(0, captured);
+  });
+}
+
+TEST(ScriptFunctionNamedLikeALibraryFunction, IsNotCalledByTheFormReader) {
+  const std::string body =
+      "--XYZ\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\none\r\n"
+      "--XYZ\r\nContent-Disposition: form-data; name=\"f\"; filename=\"f\"\r\n"
+      "Content-Type: text/plain\r\n\r\nbytes\r\n--XYZ--\r\n";
+  tarn_test::Variables variables = tarn_test::post("multipart/form-data; boundary=XYZ", body);
+  variables["HTTP_COOKIE"] = "a=1%41";
+  variables["QUERY_STRING"] = "a=1%41";
+  tarn_test::asScript(variables, body, [] {
+    TarnForm *form = TarnForm_open();
+    EXPECT_EQ(1, TarnForm_load(form));
+    EXPECT_EQ(200, TarnForm_status(form));
+    EXPECT_STREQ("", TarnForm_message(form));
+    TarnFormField *text = TarnForm_getIgnoringCase(form, "A", 0);
+    EXPECT_STREQ("one", TarnFormField_text(text));
+    TarnFormField *file = TarnForm_get(form, "f", 0);
+    EXPECT_STREQ("text/plain", TarnFormField_type(file));
+    EXPECT_EQ(EINVAL, TarnFormField_save(file, "/", ".."));
+    EXPECT_STREQ("1A", TarnForm_decodedCookie(form, "a"));
+    EXPECT_STREQ("1A", TarnForm_decodedQuery(form, "a"));
+    TarnForm_close(form);
     EXPECT_EQ(0, captured);
   });
 }

@@ -39,16 +39,18 @@ mkdir contents
 for package in *.deb; do dpkg-deb -x "$package" contents; done
 diff -r "$OLDPWD/include" contents/usr/include ||
   fail 'the headers in libtarn-dev differ from those in include/'
-library=$(echo contents/usr/lib/*/libtarn.so.1)
-readelf -d "$library" >dynamic
-for word in 'NEEDED.*libc\.so\.6' BIND_NOW; do
-  grep -q "$word" dynamic || fail "the library's dynamic section has no $word"
-done
-[ "$(grep -c NEEDED dynamic)" = 1 ] || fail 'the library needs more than the C library'
-readelf -lW "$library" | grep -q GNU_RELRO || fail 'the library is not read-only after relocation'
-nm -D --undefined-only "$library" >undefined
-for name in __stack_chk_fail '__[a-z]*_chk'; do
-  grep -q "$name@" undefined || fail "the library was not hardened: it does not call $name"
+for name in libtarn libtarn_form; do
+  library=$(echo contents/usr/lib/*/"$name.so.1")
+  readelf -d "$library" >dynamic
+  for word in 'NEEDED.*libc\.so\.6' BIND_NOW; do
+    grep -q "$word" dynamic || fail "the dynamic section of $name has no $word"
+  done
+  [ "$(grep -c NEEDED dynamic)" = 1 ] || fail "$name needs more than the C library"
+  readelf -lW "$library" | grep -q GNU_RELRO || fail "$name is not read-only after relocation"
+  nm -D --undefined-only "$library" >undefined
+  for function in __stack_chk_fail '__[a-z]*_chk'; do
+    grep -q "$function@" undefined || fail "$name was not hardened: it does not call $function"
+  done
 done
 
 # ---- On a new system -----------------------------------------------------------------------------
@@ -61,9 +63,8 @@ sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d' >shown
 cat >on-the-new-system <<END
 #!/bin/sh -eu
 cd /tmp
-apt-get install -q -q -y --no-install-recommends -o Dpkg::Use-Pty=0 /packages/libtarn1_*.deb \
-  /packages/libtarn-dev_*.deb /packages/tarn-doc_*.deb /packages/tarn-tools_*.deb >apt.log \
-  </dev/null
+apt-get install -q -q -y --no-install-recommends -o Dpkg::Use-Pty=0 \
+  \$(ls /packages/*.deb | grep -v dbgsym) >apt.log </dev/null
 cc /packages/greet.c \$(pkg-config --cflags --libs tarn) -o greet
 $call >/packages/printed
 cc /packages/greet.c \$(pkg-config --cflags tarn) -l:libtarn.a -o greet-archive
@@ -72,10 +73,19 @@ cc /usr/share/doc/tarn-doc/examples/form-echo.c -ltarn -o form-echo
 printf 'a=1&b=x%%20y' | REQUEST_METHOD=POST CONTENT_LENGTH=11 \
   CONTENT_TYPE=application/x-www-form-urlencoded ./form-echo >/packages/printed-form
 tarn-run -d 'a=1&b=x%20y' ./form-echo >/packages/printed-by-run
+cc -x c - -o count \$(pkg-config --cflags --libs tarn-form) <<'C'
+#include <tarn_form.h>
+int main(void) {
+  TarnForm *form = TarnForm_open();
+  return TarnForm_load(form) && TarnForm_count(form, "b") == 2 ? 0 : 1;
+}
+C
+QUERY_STRING='a=1&b=2&b=3' ./count
+QUERY_STRING='b=x+y' tarn-form >/packages/printed-by-form
 zcat /usr/share/man/man3/Tarn_getFile.3.gz | grep -q 'Nm Tarn_getFile'
 grep -q Tarn_getFile /usr/share/doc/tarn/html/c/Tarn_getFile.html
-apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-dev tarn-doc tarn-tools >apt.log \
-  </dev/null
+apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-form1 libtarn-dev tarn-doc tarn-tools \
+  >apt.log </dev/null
 find / -xdev -path /packages -prune -o -name '*tarn*' -print >/packages/left
 END
 chmod 755 on-the-new-system
@@ -99,6 +109,8 @@ for line in 'HTTP/1.1 200 OK' '.*x y.*'; do
   grep -qx "$line" printed-by-run ||
     fail "$(printf 'tarn-run printed:\n%s' "$(cat printed-by-run)")"
 done
+[ "$(tail -n 1 printed-by-form)" = '{"end": true}' ] ||
+  fail "$(printf 'tarn-form printed:\n%s' "$(cat printed-by-form)")"
 [ ! -s left ] ||
   fail "$(printf 'these files are left after removing the packages:\n%s' "$(cat left)")"
 printf 'The packages are reproducible, pass lintian and work on a new %s.\n' "$codename"

@@ -115,7 +115,7 @@ diff - "$root/said" >&2 <<'END' || fail 'setup does not print this before it cal
 Installing missing packages with sudo, for memory (52.1 MB to download):
 valgrind
 sudo was called
-scripts/setup: sudo did not let you: let root run 'apt-get install valgrind'
+scripts/setup: sudo refused: as root, run 'apt-get install valgrind'
 END
 
 # ---- Long steps ----------------------------------------------------------------------------------
@@ -145,14 +145,14 @@ with socket.create_server(("127.0.0.1", 0)) as listening:
 listener=$server_PID
 read -r port <&"${server[0]}"
 run demo --port "$port"
-[[ $status != 0 && $(cat "$root/said") == "scripts/demo: port $port is taken" ]] ||
-  fail "demo with a port that is taken: $(cat "$root/said")"
+[[ $status != 0 && $(cat "$root/said") == "scripts/demo: port $port is in use" ]] ||
+  fail "demo with a port in use: $(cat "$root/said")"
 if [ "$(cat /proc/sys/net/ipv4/ip_unprivileged_port_start)" -gt 1 ]; then
   mkdir -p "$root/tarn/build"
   chmod 777 "$root/tarn/build"
   if [ "$(id -u)" = 0 ]; then as_user=(setpriv --reuid=nobody --regid=nogroup --clear-groups); fi
   run demo --port 1
-  [[ $status != 0 && $lines = 1 && $(cat "$root/said") == 'scripts/demo: port 1 is for root'* ]] ||
-    fail "demo with a port of root's: $(cat "$root/said")"
+  [[ $status != 0 && $lines = 1 && $(cat "$root/said") == 'scripts/demo: port 1 needs root'* ]] ||
+    fail "demo with a port that needs root: $(cat "$root/said")"
 fi
 printf '%d scripts.\n' ${#names[@]}

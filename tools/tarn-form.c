@@ -7,9 +7,20 @@
 #include "tarn_form.h"
 
 /* Larger values wait for their end in a temporary file, since their size is printed first. */
-#define MOST_IN_MEMORY (1024 * 1024)
+#define MOST_IN_MEMORY ((size_t)1024 * 1024)
 
 #define LONGEST_NAME 200
+
+static const char help[] =
+    "Usage: tarn-form [--no-data] [--save DIR]\n"
+    "\n"
+    "Reads the form of a request as a CGI script does, from its environment and its\n"
+    "standard input, and prints each field as a line of JSON.\n"
+    "\n"
+    "  --no-data      leave out the values\n"
+    "  --save DIR     save uploaded files in this folder instead of printing them\n"
+    "  -h, --help     show this help\n"
+    "  -V, --version  show the version\n";
 
 static const char *save_folder;
 static int with_data = 1;
@@ -19,6 +30,11 @@ static void fail(const char *what) {
   exit(2);
 }
 
+static void end(int status) {
+  if (fflush(stdout) != 0 || ferror(stdout)) fail("cannot write");
+  exit(status);
+}
+
 /* ---- JSON --------------------------------------------------------------------------------------- */
 
 /* Takes a character of UTF-8. Returns its size; 0 if the bytes are not UTF-8. */
@@ -26,7 +42,7 @@ static unsigned take_character(const unsigned char *text, uint64_t left, unsigne
   unsigned size, i;
   for (size = 1; size <= 4 && size <= left; ++size) {
     if (!TarnForm_isUtf8(text, size)) continue;
-    *code = size == 1 ? text[0] : text[0] & (0x7Fu >> size);
+    *code = size == 1 ? text[0] : text[0] & (0x7FU >> size);
     for (i = 1; i < size; ++i) *code = *code << 6 | (text[i] & 0x3F);
     return size;
   }
@@ -126,22 +142,23 @@ static void print_data(struct Value *value) {
 
 /* Makes a name from what follows the last slash or backslash: ASCII letters, digits, ".", "_" and
  * "-"; other bytes become "_". It begins with neither "." nor "-". */
-static void make_safe(const char *name, char *safe) {
-  size_t size = 0;
+static void make_safe(const char *name, uint64_t size, char *safe) {
+  size_t count = 0;
   const char *c;
-  for (c = name; *c != '\0'; ++c) {
+  for (c = name; c < name + size; ++c) {
     const int slash = *c == '/' || *c == '\\';
     const int letter = (*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z');
-    const int allowed = letter || (*c >= '0' && *c <= '9') || strchr("._-", *c) != NULL;
-    if (slash) size = 0;
-    if (slash || (size == 0 && (*c == '.' || *c == '-')) || size == LONGEST_NAME) continue;
-    safe[size++] = allowed ? *c : '_';
+    const int digit = *c >= '0' && *c <= '9';
+    const int mark = *c == '.' || *c == '_' || *c == '-';
+    if (slash) count = 0;
+    if (slash || (count == 0 && (*c == '.' || *c == '-')) || count == LONGEST_NAME) continue;
+    safe[count++] = (char)(letter || digit || mark ? *c : '_');
   }
-  if (size == 0) {
+  if (count == 0) {
     memcpy(safe, "file", 4);
-    size = 4;
+    count = 4;
   }
-  safe[size] = '\0';
+  safe[count] = '\0';
 }
 
 /* Saves a file; a number goes before the name's extension if the name is taken. Returns 0 if the form
@@ -150,7 +167,7 @@ static int save(TarnFormField *field, char *name, size_t room) {
   char safe[LONGEST_NAME + 1];
   const char *dot;
   unsigned number;
-  make_safe(TarnFormField_filename(field), safe);
+  make_safe(TarnFormField_filename(field), TarnFormField_filenameSize(field), safe);
   dot = strrchr(safe, '.');
   if (!dot) dot = safe + strlen(safe);
   snprintf(name, room, "%s", safe);
@@ -158,7 +175,8 @@ static int save(TarnFormField *field, char *name, size_t room) {
     const int error = TarnFormField_save(field, save_folder, name);
     if (error == 0) return 1;
     if (error < 0) return 0;
-    if (error != EEXIST) {
+    /* If another process took the name while the file arrived, the file cannot be read again. */
+    if (error != EEXIST || TarnFormField_size(field) > 0) {
       errno = error;
       fail(save_folder);
     }
@@ -202,21 +220,32 @@ static int print_field(TarnFormField *field) {
   return 1;
 }
 
+/* Some servers pass the words of a query without "=" as arguments. Options must not come from the
+ * visitor. */
+static int arguments_may_be_the_query(void) {
+  const char *query = getenv("QUERY_STRING");
+  return getenv("GATEWAY_INTERFACE") && query && *query != '\0' && !strchr(query, '=');
+}
+
 static void read_arguments(int count, char **arguments) {
   int i;
   for (i = 1; i < count; ++i) {
-    if (strcmp(arguments[i], "--no-data") == 0) {
+    const char *word = arguments[i];
+    if (strcmp(word, "--no-data") == 0) {
       with_data = 0;
-    } else if (strcmp(arguments[i], "--save") == 0 && i + 1 < count) {
+    } else if (strncmp(word, "--save=", 7) == 0) {
+      save_folder = word + 7;
+    } else if (strcmp(word, "--save") == 0 && i + 1 < count) {
       save_folder = arguments[++i];
-    } else if (strcmp(arguments[i], "--version") == 0) {
+    } else if (strcmp(word, "--version") == 0 || strcmp(word, "-V") == 0) {
       puts("tarn-form " TARN_VERSION);
-      exit(0);
-    } else if (strcmp(arguments[i], "--help") == 0) {
-      puts("Usage: tarn-form [--no-data] [--save DIR]");
-      exit(0);
+      end(0);
+    } else if (strcmp(word, "--help") == 0 || strcmp(word, "-h") == 0) {
+      fputs(help, stdout);
+      end(0);
     } else {
-      fputs("Usage: tarn-form [--no-data] [--save DIR]\n", stderr);
+      const char *what = strcmp(word, "--save") == 0 ? "needs a folder" : "is not an option";
+      fprintf(stderr, "tarn-form: %s %s; see tarn-form --help\n", word, what);
       exit(2);
     }
   }
@@ -226,7 +255,7 @@ int main(int count, char **arguments) {
   TarnForm *form;
   TarnFormField *field;
   int whole;
-  read_arguments(count, arguments);
+  if (!arguments_may_be_the_query()) read_arguments(count, arguments);
   if (getenv("GATEWAY_INTERFACE")) fputs("Content-Type: application/x-ndjson\r\n\r\n", stdout);
   form = TarnForm_open();
   while ((field = TarnForm_next(form)) != NULL && print_field(field)) continue;
@@ -241,6 +270,5 @@ int main(int count, char **arguments) {
     puts("}");
   }
   TarnForm_close(form);
-  if (fflush(stdout) != 0 || ferror(stdout)) fail("cannot write");
-  return whole ? 0 : 1;
+  end(whole ? 0 : 1);
 }

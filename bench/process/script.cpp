@@ -1,11 +1,11 @@
-// script.c written with tarn.hpp: it gives the same answer to the same request.
+// script.c written with tarn.hpp: it sends the same response to the same request.
 #include <cstdio>
 #include <tarn.hpp>
 
 namespace {
 
 // Strings of a request are null-terminated, as printf() needs them.
-const char *text(std::optional<std::string_view> lent) { return lent.value_or("").data(); }
+const char *text(std::optional<std::string_view> value) { return value.value_or("").data(); }
 
 void show(tarn::Entry entry) {
   const std::string_view value = entry.value();

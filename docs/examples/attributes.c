@@ -40,9 +40,9 @@ int main(void) {
   HTMLAttributeList_clear(&copy);
   print(&list);
   print(&copy);
-  TarnHandle lent = CGIgs_getStruct(
+  TarnHandle borrowed = CGIgs_getStruct(
       &element, TARN_ELEMENT_ATTRIBUTES, TARN_ELEMENT_MAGIC);
-  print(&lent);
+  print(&borrowed);
 
   HTMLElement_delete(&element);
   HTMLAttributeList_delete(&copy);

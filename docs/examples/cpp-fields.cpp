@@ -38,9 +38,9 @@ int main() {
 
   // Functions of tarn.h work on the same objects.
   tarn::Entry first = entries[0];
-  tarn::Entry lent(*first.handle());
+  tarn::Entry borrowed(*first.handle());
   const bool is_entry =
-      CGIgs_IsA(lent.handle(), tarn::Entry::magic) != 0;
+      CGIgs_IsA(borrowed.handle(), tarn::Entry::magic) != 0;
   tarn::Entries same(CGIgs_getStruct(
       request.handle(), TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC));
   return is_entry && same.size() == entries.size() ? 0 : 1;

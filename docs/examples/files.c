@@ -16,15 +16,15 @@ int main(void) {
   CGIgs_delete(&file,
                TARN_FORM_FILE_MAGIC); /* the list has a copy */
 
-  TarnHandle lent = FormFileList_getByIndex(&list, 0);
-  if (FormFile_compareName(&lent, "NOTE") == 0) {
+  TarnHandle borrowed = FormFileList_getByIndex(&list, 0);
+  if (FormFile_compareName(&borrowed, "NOTE") == 0) {
     printf("%s (%s), %u bytes:\n",
-           CGIgs_getString(&lent, TARN_FILE_FILENAME,
+           CGIgs_getString(&borrowed, TARN_FILE_FILENAME,
                            TARN_FORM_FILE_MAGIC),
-           CGIgs_getString(&lent, TARN_FILE_CONTENT_TYPE,
+           CGIgs_getString(&borrowed, TARN_FILE_CONTENT_TYPE,
                            TARN_FORM_FILE_MAGIC),
-           (unsigned)FormFile_getDataLength(&lent));
-    FormFile_writeToStream(&lent, stdout);
+           (unsigned)FormFile_getDataLength(&borrowed));
+    FormFile_writeToStream(&borrowed, stdout);
   }
 
   FormFileList_delete(&list);

@@ -15,9 +15,9 @@ int main(void) {
   CGIgs_setList(&valley, kLakes, &list, kValleyMagic);
   list = 0; /* now owned by the node */
 
-  TarnHandle lent = CGIgs_getList(&valley, kLakes, kValleyMagic);
-  for (uint32_t i = 0; i < TARNGenericList_getCount(&lent); ++i) {
-    puts((const char *)TARNGenericList_getByIndex(&lent, i));
+  TarnHandle lakes = CGIgs_getList(&valley, kLakes, kValleyMagic);
+  for (uint32_t i = 0; i < TARNGenericList_getCount(&lakes); ++i) {
+    puts((const char *)TARNGenericList_getByIndex(&lakes, i));
   }
 
   CGIgs_delete(&valley, kValleyMagic); /* and its list */

@@ -172,7 +172,7 @@ TEST(StringDeleteMemory, ReleasesTheText) {
   EXPECT_LT(inUse(), before + kMuch);
 }
 
-// ---- What is no string --------------------------------------------------------------------------
+// ---- Handles that are not strings ---------------------------------------------------------------
 
 TEST(String, OperationsCheckTheTypeFirst) {
   withEveryOtherHandle([](TarnHandle *handle) {
@@ -264,7 +264,7 @@ TEST(StringCapacity, EachOperationGrowsByItsOwnRule) {
       {"a reserve of ten in a new string", "", {reserve(10)}, "", 16},
       {"a reserve for nothing", l(16), {reserve(0)}, l(16), 16},
       {"a large reserve, then used", "-", {reserve(9999), append(l(9998))}, "-" + l(9998), 10000},
-      {"a removal gives nothing back", l(17), {removeBytes(0, 0)}, "", 33},
+      {"a removal keeps the capacity", l(17), {removeBytes(0, 0)}, "", 33},
       {"a clear forgets the capacity", l(17), {clear, clear}, "", 0},
       {"after it, an append", l(17), {clear, append("a")}, "a", 18},
       {"after it, an append of nothing", l(17), {clear, append("")}, "", 17},
@@ -329,7 +329,7 @@ TEST(StringAppendString, AnotherTypeAppendsNothingAndReturnsOk) {
   EXPECT_STREQ("kept", TARNString_c_str(target));
 }
 
-TEST(StringInsert, InsertsAtAPositionInTheTextAndRefusesOneBeyondIt) {
+TEST(StringInsert, InsertsAtAPositionInTheTextAndIgnoresOneBeyondIt) {
   const std::string tail = letters(1000);
   checkCases({{"append", "xy", {append("abc")}, "xyabc"},
               {"append nothing", "xy", {append("")}, "xy"},
@@ -355,7 +355,7 @@ TEST(StringInsertn, InsertsPartOfATextPaddedWithZeroBytes) {
       {"the last byte", "xy", {insertn("hello", 4, 1, 1)}, "xoy"},
       {"all of it by its count", "xy", {insertn("hello", 0, 5, 1)}, "xhelloy"},
       {"count 0 is all of it", "xy", {insertn("hello", 0, 0, 1)}, "xhelloy"},
-      {"zero bytes hide what stands behind", "xyz", {insertn("hi", 0, 4, 1)}, "xhi"},
+      {"zero bytes hide what follows them", "xyz", {insertn("hi", 0, 4, 1)}, "xhi"},
       {"for good", "xyz", {insertn("hi", 0, 4, 1), append("!")}, "xhi!"},
       {"count 0 counts what the offset skips", "xyz", {insertn("hello", 2, 0, 1)}, "xllo"},
       {"which does not show at the end", "xyz", {insertn("hello", 2, 0, 3)}, "xyzllo"},

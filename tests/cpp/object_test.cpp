@@ -157,7 +157,7 @@ TYPED_TEST(CppObject, IsGivenAwayAndTakenOver) {
   EXPECT_EQ(picture, textOf(taken));
 }
 
-TYPED_TEST(CppObject, TakesNothingOverOfAnotherType) {
+TYPED_TEST(CppObject, DoesNotAdoptAnObjectOfAnotherType) {
   TarnHandle other = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&other, 4242));
   const TypeParam taken(tarn::adopt, other);

@@ -131,7 +131,11 @@ return {faint: [...new Set(faint)], count,
 """
 
 
-class Site(unittest.TestCase):
+class Browser(unittest.TestCase):
+    """Starts Chromium, and opens pages in it."""
+
+    LOGS: dict[str, str] = {}
+
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()
@@ -141,7 +145,7 @@ class Site(unittest.TestCase):
         for flag in FLAGS:
             options.add_argument(f"--{flag}")
         options.add_argument(f"--user-data-dir={cls.folder.name}")
-        options.set_capability("goog:loggingPrefs", {"performance": "ALL", "browser": "ALL"})
+        options.set_capability("goog:loggingPrefs", cls.LOGS)
         cls.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
         cls.addClassCleanup(cls.browser.quit)
         SHOTS.mkdir(parents=True, exist_ok=True)
@@ -172,6 +176,8 @@ class Site(unittest.TestCase):
             "  item.textContent])"
         )
 
+
+class Site(Browser):
     def test_search_lists_the_right_page_in_the_top_three(self):
         whole = dict.fromkeys(("upload", "file", "png", "json", "textarea"), "guide/forms")
         for size in DESK, PHONE:
@@ -260,23 +266,6 @@ class Site(unittest.TestCase):
             cpp.click()
             self.assertTrue(code.is_displayed())
 
-    def test_loads_without_errors_or_other_hosts(self):
-        self.emulate_screen(DESK)
-        self.browser.get_log("performance"), self.browser.get_log("browser")
-        for page in KINDS:
-            self.open(f"{page}.html")
-        self.search_results("upload")
-        asked = [
-            event["params"]["request"]["url"]
-            for entry in self.browser.get_log("performance")
-            for event in [json.loads(entry["message"])["message"]]
-            if event["method"] == "Network.requestWillBeSent"
-        ]
-        asked = [url for url in asked if not url.startswith("data:")]
-        self.assertGreater(len(asked), len(KINDS) * 5)
-        self.assertEqual([url for url in asked if not url.startswith(f"file://{TREE}/")], [])
-        self.assertEqual(self.browser.get_log("browser"), [])
-
     def test_cheat_sheet_prints_on_one_sheet(self):
         self.emulate_screen(DESK)
         self.open("c/cheat-sheet.html")
@@ -303,6 +292,29 @@ class Site(unittest.TestCase):
                 self.search_results("upload")
                 name = f"site-search-{width}-{scheme}.png"
                 self.assertTrue(self.browser.save_screenshot(str(SHOTS / name)))
+
+
+class Logs(Browser):
+    """Chromium records every request here, which takes time."""
+
+    LOGS = {"performance": "ALL", "browser": "ALL"}
+
+    def test_loads_without_errors_or_other_hosts(self):
+        self.emulate_screen(DESK)
+        self.browser.get_log("performance"), self.browser.get_log("browser")
+        for page in KINDS:
+            self.open(f"{page}.html")
+        self.search_results("upload")
+        asked = [
+            event["params"]["request"]["url"]
+            for entry in self.browser.get_log("performance")
+            for event in [json.loads(entry["message"])["message"]]
+            if event["method"] == "Network.requestWillBeSent"
+        ]
+        asked = [url for url in asked if not url.startswith("data:")]
+        self.assertGreater(len(asked), len(KINDS) * 5)
+        self.assertEqual([url for url in asked if not url.startswith(f"file://{TREE}/")], [])
+        self.assertEqual(self.browser.get_log("browser"), [])
 
 
 if __name__ == "__main__":

@@ -267,6 +267,23 @@ TEST(RequestAtEachFailure, NewFormatsATextOnItsWayOut) {
   EXPECT_GT(failures, 0U);
 }
 
+// Without memory for the environment or the body, there is nowhere to read the body to.
+TEST(RequestAtEachFailure, NewConsumesTheBodyEvenIfTheRequestCannotBeAllocated) {
+  const std::string body = "a=1";
+  asScript(post("application/x-www-form-urlencoded", body), "", [&] {
+    std::set<TarnStatus> seen;
+    forEachFailingAllocation([&](FailingMemory &memory) {
+      resetStandardInput(body);
+      Object request(Tarn_delete);
+      const TarnStatus status = memory.call([&] { return Tarn_new(request); });
+      if (request.value() != 0) return;
+      EXPECT_EQ(status == TARN_NO_ENVIRONMENT ? "" : body, restOfStandardInput());
+      seen.insert(status);
+    });
+    EXPECT_EQ((std::set<TarnStatus>{TARN_OK, TARN_NO_ENVIRONMENT}), seen);
+  });
+}
+
 TEST(RequestAtEachFailure, NewOfAGet) { readAtEachFailure(get("a=1&b=%41&=&c"), ""); }
 
 TEST(RequestAtEachFailure, NewOfAUrlEncodedPost) {

@@ -167,7 +167,7 @@ TEST(HostileLength, LongerThanTheBodyNeverExposesOldHeapContents) {
   }
 }
 
-// ---- Inputs that stop, stumble or never end -----------------------------------------------------
+// ---- Inputs that stop early, pause or never end -------------------------------------------------
 
 TEST(HostileInput, ThatStaysOpenIsReadToTheDeclaredLengthAndNoFurther) {
   for (const Sending &sending : kSendings) {

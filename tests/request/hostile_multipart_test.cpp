@@ -78,7 +78,7 @@ const std::string kMixture =
     kDelimiter + "name=\"open\r\n\r\nvalue\r" + kEnd + field("b", "--XYZ") + kEnd + "\r\n\r\nend";
 
 TEST(HostileBody, OfEverythingAtOnceFollowsTheRules) {
-  // Checks once the form with which the comparisons below compare.
+  // The comparisons below expect this form, so check it first.
   const Form expected{{{"a", "1"},
                        {kNone, ""},
                        {"z", "a", 3},
@@ -252,7 +252,7 @@ TEST(HostileBoundaryLarge, ThatAlmostMatchesAtEveryByteIsParsedWithoutDelay) {
   });
 }
 
-// ---- Bodies that make work ----------------------------------------------------------------------
+// ---- Bodies that are expensive to parse ---------------------------------------------------------
 
 TEST(HostileBodyLarge, WithMegabytesOfNeitherAfterALoneLineEndIsParsedWithoutDelay) {
   const std::string much(4000000, 'x');

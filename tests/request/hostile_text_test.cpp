@@ -91,7 +91,7 @@ TEST(HostileEscape, AtTheEndOfACookieHeaderOrAQueryStringFollowsTheRules) {
   });
 }
 
-// ---- Names given over and over ------------------------------------------------------------------
+// ---- Repeated names -----------------------------------------------------------------------------
 
 TEST(HostileNamesLarge, RepeatedAHundredThousandTimesAreAllKeptAndTheFirstIsFound) {
   static constexpr int kTimes = 100000;

@@ -81,7 +81,7 @@ void expectBodies(const std::vector<Body> &cases) {
   });
 }
 
-// ---- The rules once more, for bodies nobody thought of ------------------------------------------
+// ---- The model of the rules, for any body -------------------------------------------------------
 
 // A body with every kind of part.
 const std::string kVaried =
@@ -93,7 +93,7 @@ const std::string kVaried =
     part("\r\n", "two\r\nlines") + file("last", "l.bin", "\r\n") + kEnd + "epilogue";
 
 TEST(MultipartForm, FollowsTheRulesInABodyWithEverything) {
-  // Checks once the form with which the comparisons below compare.
+  // The comparisons below expect this form, so check it first.
   EXPECT_EQ(
       (Form{{{"a", "1"}, {kNone, "nameless"}, {"zero", "ab", 5}, {"e", "none"}, {kNone, "two"}},
             {{"f", "my file!.txt", "text/plain", "data\nmore"},
@@ -195,7 +195,7 @@ TEST(MultipartForm, KeepsValuesOfSizesAroundBuffers) {
   expectBody(body + kEnd, form);
 }
 
-// ---- Parts that are lost or lose something ------------------------------------------------------
+// ---- Parts that are dropped or truncated --------------------------------------------------------
 
 TEST(MultipartForm, DropsAPartWithoutABlankLine) {
   expectBodies({

@@ -438,7 +438,7 @@ TEST(TarnLookup, FindsTheFirstEntryOfAName) {
     TarnHandle list = request.entryList();
     const TarnHandle found = Tarn_getElementByName(&request.handle, "k");
     EXPECT_EQ("1", valueOf(found));
-    EXPECT_EQ(FormEntryList_getByIndex(&list, 1), found) << "the request's own entry is lent";
+    EXPECT_EQ(FormEntryList_getByIndex(&list, 1), found) << "the result is the request's own entry";
   });
 }
 
@@ -727,7 +727,7 @@ TEST(TarnFindEntries, StopsWhenTheDestinationIsTheRequestsOwnList) {
   });
 }
 
-// ---- The rest -----------------------------------------------------------------------------------
+// ---- Deleting, and fixed results ----------------------------------------------------------------
 
 TEST(Tarn, DeleteSetsTheHandleToZero) {
   const std::string body = field("a", "1") + file("f", "f.txt", "x") + kEnd;

@@ -17,7 +17,7 @@ inline constexpr unsigned kSecondsInProportion = 3;
 // fails.
 void limitProcessorTime(unsigned seconds = kSecondsInProportion);
 
-// What a script has that is not limited any further. Each test has it too.
+// The limit for a script that does not set a lower one, and for each test.
 inline constexpr unsigned kSecondsForAnything = 10;
 
 }  // namespace tarn_test

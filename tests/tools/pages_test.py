@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""The help, the manual page and the completion of tarn-run list the same options."""
+"""The help, the manual page and the completion of a tool list the same options."""
 
 import fnmatch
 import os
 import re
 import subprocess
 import unittest
+from pathlib import Path
 
 from tool import TOOLS, ToolTest
 
-PAGES = [TOOLS / "tarn-run.1", TOOLS / "tarn-record.1"]
-COMPLETION = TOOLS / "completions/tarn-run"
+PAGES = [TOOLS / "tarn-run.1", TOOLS / "tarn-record.1", TOOLS / "tarn-form.1"]
 
 
 def output_of(*command, **options):
@@ -23,9 +23,10 @@ def options(help):
 
 class Pages(ToolTest):
     def test_help_fits_a_terminal(self):
-        help = output_of(TOOLS / "tarn-run", "--help", env={"COLUMNS": "300"})
-        self.assertEqual([line for line in help.splitlines() if len(line) > 80], [])
-        self.assertEqual(output_of(TOOLS / "tarn-run", "-h"), help)
+        for tool in ("tarn-run", "tarn-form"):
+            help = output_of(TOOLS / tool, "--help", env={"COLUMNS": "300"})
+            self.assertEqual([line for line in help.splitlines() if len(line) > 80], [])
+            self.assertEqual(output_of(TOOLS / tool, "-h"), help)
 
     def test_version_matches_the_library(self):
         version = os.environ["VERSION"]
@@ -48,11 +49,33 @@ class Pages(ToolTest):
             )
 
     def test_manual_page_has_every_option_of_the_help_and_others_of_curl(self):
-        page = PAGES[0].read_text()
-        told = re.findall(r"^\.It (Fl .*)", page, re.MULTILINE)
-        told = {"-" + name for line in told for name in re.findall(r"Fl (\S+)", line)}
+        told = self.options_of_page(PAGES[0])
         self.assertEqual(self.documented_options() - told, set())
         self.assertEqual(told - self.documented_options() - self.options_of_curl(), set())
+
+    def test_manual_page_and_completion_of_tarn_form_have_every_option_of_its_help(self):
+        found = {"--no-data", "--save", "-h", "--help", "-V", "--version"}
+        self.assertEqual(self.documented_options("tarn-form"), found)
+        self.assertEqual(self.options_of_page(PAGES[2]), found)
+        self.assertEqual(set(self.completions("", tool="tarn-form")), found)
+        self.assertEqual(self.completions("--s", tool="tarn-form"), ["--save"])
+        (self.folder / "elsewhere").mkdir()
+        before = str(self.folder / "else")
+        self.assertEqual(self.completions("--save", before, tool="tarn-form"), [before + "where"])
+
+    def test_manual_page_of_tarn_form_has_every_code_and_every_member(self):
+        page = PAGES[2].read_text()
+        told = re.findall(r"^\.It Li (\w+)$", page, re.MULTILINE)
+        header = (Path(__file__).parents[2] / "include/tarn_form.h").read_text()
+        codes = re.findall(r'^#define TARN_FORM_\w+ \d+u .*\("(\w+)"', header, re.MULTILINE)
+        self.assertGreater(len(codes), 10)
+        members = ["name", "filename", "content_type", "size", "data", "saved"]
+        self.assertEqual(told, [*members, *sorted(codes)])
+
+    @staticmethod
+    def options_of_page(page):
+        told = re.findall(r"^\.It (Fl .*)", page.read_text(), re.MULTILINE)
+        return {"-" + name for line in told for name in re.findall(r"Fl (\S+)", line)}
 
     def test_completion_offers_all_supported_options(self):
         page = PAGES[0].read_text()
@@ -82,14 +105,14 @@ class Pages(ToolTest):
         assert len(found) > 200
         return found
 
-    def documented_options(self):
-        help = output_of(TOOLS / "tarn-run", "--help")
+    def documented_options(self, tool="tarn-run"):
+        help = output_of(TOOLS / tool, "--help")
         found = {
             name
             for line in re.findall(r"^  (-.*?)(?:   |$)", help, re.MULTILINE)
             for name in options(line)
         }
-        self.assertGreater(len(found), 18)
+        self.assertGreater(len(found), 18 if tool == "tarn-run" else 4)
         return found
 
     def test_manual_page_names_every_variable_a_script_receives(self):
@@ -125,14 +148,30 @@ class Pages(ToolTest):
                     "--body" in command or shown.startswith("HTTP/1.1 200 OK\n"), command
                 )
 
-    def completions(self, *words):
+    def test_example_commands_of_tarn_form_run(self):
+        self.write_file("dawn.jpg", "bytes")
+        examples = re.search(r"\.Sh EXAMPLES\n(.*?)\n\.Sh", PAGES[2].read_text(), re.DOTALL)[1]
+        blocks = re.findall(r"^\.Bd .*\n((?:.*\n)*?)\.Ed", examples, re.MULTILINE)
+        shown = [
+            output_of("sh", "-ec", block, cwd=self.folder, env={"PATH": f"{TOOLS}:/usr/bin:/bin"})
+            for block in blocks
+            if not block.startswith("#!")
+        ]
+        self.assertEqual((len(blocks), len(shown)), (4, 3))
+        for output in shown:
+            self.assertTrue(output.endswith('{"end": true}\n'), output)
+        self.assertEqual((self.folder / "received/dawn.jpg").read_text(), "bytes")
+
+    def completions(self, *words, tool="tarn-run"):
         """What bash suggests after these words of a command line."""
-        source = f'. {COMPLETION}; complete -p tarn-run >&2; COMP_WORDS=(tarn-run "$@")\n'
-        source += 'COMP_CWORD=$#; _tarn_run; printf "%s\\n" "${COMPREPLY[@]}"'
+        function = "_" + tool.replace("-", "_")
+        source = f'. {TOOLS}/completions/{tool}; complete -p {tool} >&2; COMP_WORDS=({tool} "$@")\n'
+        source += f'COMP_CWORD=$#; {function}; printf "%s\\n" "${{COMPREPLY[@]}}"'
         ran = subprocess.run(
             ["bash", "-c", source, "bash", *words], capture_output=True, text=True, check=False
         )
-        self.assertRegex(ran.stderr, r"^complete .*-o default .*-F _tarn_run tarn-run\n$")
+        default = "-o default " if tool == "tarn-run" else ""
+        self.assertRegex(ran.stderr, rf"^complete .*{default}-F {function} {tool}\n$")
         return ran.stdout.split()
 
     def test_completion_finishes_partial_words(self):
