@@ -5,9 +5,7 @@
 #include "form/part_headers.h"
 #include "form/url_encoded.h"
 
-using tarn::form::BodyType;
 using tarn::form::Stage;
-using tarn::form::Taken;
 
 namespace tarn::form {
 namespace {
@@ -27,7 +25,7 @@ bool readLength(const char *text, uint64_t &length) {
   length = 0;
   for (; *text != '\0'; ++text) {
     if (*text < '0' || *text > '9') return false;
-    const uint64_t digit = static_cast<uint64_t>(*text - '0');
+    const auto digit = static_cast<uint64_t>(*text - '0');
     if (length > (INT64_MAX - digit) / 10) return false;
     length = length * 10 + digit;
   }

@@ -61,6 +61,7 @@ class Records {
   TarnFormField *add(TarnForm *form, bool kept, std::string_view name, const char *filename,
                      size_t filename_size, std::string_view headers, uint64_t offset);
   bool append(std::string_view bytes) { return bytes_.append(bytes); }
+  bool append(char byte) { return bytes_.append(byte); }
   void cut(size_t size) { bytes_.cut(size); }
 
   TarnFormField *at(uint32_t place) {

@@ -1,5 +1,5 @@
 // The exported functions that read a field, from the stream or as TarnForm_load() kept it.
-#include <errno.h>
+#include <cerrno>
 
 #include "form/form.h"
 #include "form/kept.h"
@@ -61,7 +61,8 @@ const void *viewOfCurrent(TarnForm &form) {
   if (form.taken == Taken::kAsView) return form.view;
   if (form.taken != Taken::kNothing) return nullptr;
   if (form.type == BodyType::kUrlEncoded && !plainValue(form).data()) return nullptr;
-  std::string_view run("", 0), rest;
+  std::string_view run;
+  std::string_view rest;
   if (form.nextRun(run)) {
     // In memory, the first run is the whole value.
     form.taken = Taken::kPartly;
@@ -69,7 +70,7 @@ const void *viewOfCurrent(TarnForm &form) {
   }
   if (form.problem) return nullptr;
   form.taken = Taken::kAsView;
-  form.view = run.data();
+  form.view = run.data() ? run.data() : "";
   return form.view;
 }
 
@@ -185,12 +186,22 @@ int TarnFormField_write(TarnFormField *field, int descriptor) {
 
 int TarnFormField_save(TarnFormField *field, const char *folder, const char *name) {
   if (!field || field->form()->problem) return -1;
-  NewFile file;
-  if (const int error = file.open(folder, name)) return error;
-  if (const int error =
-          writeBlocks(*field, [&](std::string_view block) { return file.write(block); }))
-    return error;
-  return file.keep(name);
+  TarnForm &form = *field->form();
+  NewFile &file = form.saved;
+  int error = 0;
+  if (file.isUnnamed()) {
+    error = file.keepIn(folder, name);
+  } else {
+    error = file.open(folder, name);
+    if (error == 0) {
+      error = writeBlocks(*field, [&](std::string_view block) { return file.write(block); });
+    }
+    if (error == 0) error = file.keep(name);
+  }
+  // Another process took the name while the value arrived. A kept value can be read again.
+  if (field->isKept()) form.being_read = nullptr;
+  if (field->isKept() || !file.isUnnamed()) file.close();
+  return error;
 }
 
 int TarnFormField_skip(TarnFormField *field) {

@@ -53,8 +53,8 @@ const char *findDelimiter(std::string_view text, std::string_view delimiter) {
     const __m128i any =
         _mm_or_si128(_mm_or_si128(found[0], found[1]), _mm_or_si128(found[2], found[3]));
     if (_mm_movemask_epi8(any) != 0) {
-      for (int lane = 0; lane < 4; ++lane) {
-        for (unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(found[lane])); mask != 0;
+      for (size_t lane = 0; lane < 4; ++lane) {
+        for (auto mask = static_cast<unsigned>(_mm_movemask_epi8(found[lane])); mask != 0;
              mask &= mask - 1) {
           const char *place = from + 16 * lane + __builtin_ctz(mask);
           uint32_t here;

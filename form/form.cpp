@@ -70,6 +70,7 @@ TarnFormField *TarnForm::step() {
   size = 0;
   view = nullptr;
   unread = {};
+  saved.close();
   taken = Taken::kNothing;
   TarnFormField *field = nullptr;
   if (stage == Stage::kBetweenFields) {

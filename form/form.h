@@ -8,6 +8,7 @@
 #include "form/field.h"
 #include "form/parameters.h"
 #include "form/problem.h"
+#include "form/saving.h"
 #include "form/source.h"
 
 namespace tarn::form {
@@ -70,6 +71,7 @@ struct TarnForm {
   tarn::form::Bytes order;      // where in `kept` they are, as they were sent
   tarn::form::Bytes by_name;    // the same, sorted by name
   tarn::form::Bytes by_folded_name;
+  tarn::form::NewFile saved;  // the current value, while it has no name
   const void *view = nullptr;
   uint64_t part_offset = 0;
   uint64_t size = 0;  // of the current value, as far as it has been read

@@ -1,10 +1,10 @@
 #include "form/kept.h"
 
-#include <errno.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "form/saving.h"
 
@@ -17,7 +17,7 @@ struct Spooled {
   void *mapping;
 };
 
-constexpr size_t kBlockSize = 64 * 1024;
+constexpr size_t kBlockSize = size_t{64} * 1024;
 
 Spooled spooledValue(const TarnFormField &field) {
   Spooled spooled;
@@ -47,7 +47,7 @@ bool writeAt(int file, std::string_view bytes, uint64_t offset) {
 bool openSpooled(TarnForm &form, Spooled &spooled) {
   if (form.spool < 0) form.spool = openUnnamed();
   if (form.spool < 0) return raiseSpool(form);
-  const uint64_t page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+  const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
   spooled = {(form.spool_size + page - 1) / page * page, nullptr};
   form.spool_size = spooled.offset;
   return true;
@@ -59,46 +59,58 @@ bool spool(TarnForm &form, std::string_view bytes) {
   return true;
 }
 
-// Keeps the value of the current field behind its record in the block.
-bool keepValue(TarnForm &form, uint32_t place, bool is_file) {
-  const uint64_t most =
-      is_file ? form.limits[TARN_FORM_MEMORY_SIZE] : form.limits[TARN_FORM_TEXT_SIZE];
+// A value on its way behind its record in the block, or into the spool.
+struct Keeping {
+  uint32_t place;  // of the record
+  size_t start;    // of the value in the block
+  uint64_t source_place;
+  bool is_file;
+  bool in_file;
+  Spooled spooled;
+};
+
+// Moves what has arrived of a file from the block into the spool.
+bool moveToSpool(TarnForm &form, Keeping &keeping) {
+  const std::string_view arrived(form.kept.at(keeping.place)->value(),
+                                 form.kept.size() - keeping.start);
+  if (!openSpooled(form, keeping.spooled) || !spool(form, arrived)) return false;
+  form.kept.cut(keeping.start);
+  keeping.in_file = true;
+  return true;
+}
+
+bool keepRun(TarnForm &form, Keeping &keeping, std::string_view run) {
+  const uint64_t most = form.limits[keeping.is_file ? TARN_FORM_MEMORY_SIZE : TARN_FORM_TEXT_SIZE];
   const uint64_t load_size = form.limits[TARN_FORM_LOAD_SIZE];
-  const size_t start = form.kept.size();
-  const uint64_t source_place = form.source.position();
-  Spooled spooled = {};
-  bool in_file = false;
+  const size_t total = form.kept.size() + run.size();
+  const bool too_long = run.size() > most - (form.kept.size() - keeping.start);
+  if (keeping.is_file && !keeping.in_file && (too_long || total > load_size / 2) &&
+      !moveToSpool(form, keeping)) {
+    return false;
+  }
+  if (keeping.in_file) return spool(form, run);
+  if (too_long) return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, keeping.source_place);
+  if (total > load_size) {
+    return form.problem.raiseLimit(TARN_FORM_LOAD_SIZE, load_size, keeping.source_place);
+  }
+  return form.kept.append(run) || form.raiseOutOfMemory();
+}
+
+// Keeps the value of the current field.
+bool keepValue(TarnForm &form, uint32_t place, bool is_file) {
+  Keeping keeping = {place, form.kept.size(), form.source.position(), is_file, false, {}};
   std::string_view run;
   while (form.nextRun(run)) {
-    if (in_file) {
-      if (!spool(form, run)) return false;
-      continue;
-    }
-    const bool too_long = run.size() > most - (form.kept.size() - start);
-    if (is_file && (too_long || form.kept.size() + run.size() > load_size / 2)) {
-      TarnFormField *field = form.kept.at(place);
-      in_file = true;
-      if (!openSpooled(form, spooled) || !spool(form, {field->value(), form.kept.size() - start}) ||
-          !spool(form, run)) {
-        return false;
-      }
-      form.kept.cut(start);
-      continue;
-    }
-    if (too_long) return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, source_place);
-    if (form.kept.size() + run.size() > load_size) {
-      return form.problem.raiseLimit(TARN_FORM_LOAD_SIZE, load_size, source_place);
-    }
-    if (!form.kept.append(run)) return form.raiseOutOfMemory();
+    if (!keepRun(form, keeping, run)) return false;
   }
   if (form.problem) return false;
   form.kept.at(place)->setSize(form.size);
-  if (!in_file) return form.kept.append({"", 1}) || form.raiseOutOfMemory();
+  if (!keeping.in_file) return form.kept.append('\0') || form.raiseOutOfMemory();
   form.kept.at(place)->in_file = 1;
   // A zero byte follows in the file, too.
   if (ftruncate(form.spool, static_cast<off_t>(++form.spool_size)) != 0) return raiseSpool(form);
-  return form.kept.append({reinterpret_cast<const char *>(&spooled), sizeof spooled}) ||
-         form.raiseOutOfMemory();
+  const auto *bytes = reinterpret_cast<const char *>(&keeping.spooled);
+  return form.kept.append({bytes, sizeof keeping.spooled}) || form.raiseOutOfMemory();
 }
 
 bool keepField(TarnForm &form, const TarnFormField &field) {

@@ -123,7 +123,8 @@ bool nextRunOfPart(TarnForm &form, std::string_view &run) {
       form.source.consume(form.empty_part ? 0 : 2);
       form.part_offset = form.source.position();
       form.source.consume(delimiter.size() - 2);
-      return takeRestOfDelimiterLine(form) && false;
+      takeRestOfDelimiterLine(form);
+      return false;
     }
     // Without a delimiter, the last bytes may be the beginning of one.
     const size_t safe = found                    ? static_cast<size_t>(found - window.data())

@@ -102,7 +102,9 @@ bool appendDecoded(Bytes &bytes, std::string_view text, bool escaped) {
 // What the headers of a part say. The decoded names are in TarnForm::scratch: first the field's, then
 // the file's.
 struct Part {
-  bool has_disposition = false, has_type = false, has_encoding = false;
+  bool has_disposition = false;
+  bool has_type = false;
+  bool has_encoding = false;
   bool has_filename = false;
   size_t name_size = 0;
 };
@@ -111,7 +113,8 @@ struct Part {
 // different ones.
 bool readNames(TarnForm &form, std::string_view text, uint64_t place, Part &part) {
   Parameters parameters(text, Quoting::kForm);
-  Parameters name = parameters, filename = parameters;
+  Parameters name = parameters;
+  Parameters filename = parameters;
   bool has_name = false;
   while (parameters.next()) {
     const bool is_name = equalIgnoringCase(parameters.name(), "name");
@@ -183,7 +186,8 @@ bool takeHeaders(TarnForm &form, std::string_view dash_boundary, Part &part) {
     if (line.front() == ' ' || line.front() == '\t') {
       return raiseHeader(form, place, "a folded header line");
     }
-    std::string_view name, value;
+    std::string_view name;
+    std::string_view value;
     if (!splitLine(line, name, value)) {
       return raiseHeader(form, place, "a header line without a valid name and a colon");
     }

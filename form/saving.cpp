@@ -1,11 +1,11 @@
 #include "form/saving.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +17,7 @@ namespace {
 constexpr int kMostAttempts = 10000;
 
 // The disk starts to write this much while more arrives, so that keep() does not wait for all of it.
-constexpr uint64_t kStartedAtOnce = 4 * 1024 * 1024;
+constexpr uint64_t kStartedAtOnce = uint64_t{4} * 1024 * 1024;
 
 bool isFileName(std::string_view name) {
   return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".." &&
@@ -56,10 +56,14 @@ int writeAll(int descriptor, std::string_view bytes) {
   return 0;
 }
 
-NewFile::~NewFile() {
+void NewFile::close() {
   if (temporary_[0] != '\0') unlinkat(folder_, temporary_, 0);
-  if (file_ >= 0) close(file_);
-  if (folder_ >= 0) close(folder_);
+  if (file_ >= 0) ::close(file_);
+  if (folder_ >= 0) ::close(folder_);
+  folder_ = file_ = -1;
+  size_ = started_ = 0;
+  temporary_[0] = '\0';
+  unnamed_ = false;
 }
 
 int NewFile::open(const char *folder, const char *name) {
@@ -72,7 +76,7 @@ int NewFile::open(const char *folder, const char *name) {
   if (file_ < 0) return errno == EOPNOTSUPP || errno == EISDIR ? openNamed() : errno;
   char path[40];
   if (pathOfDescriptor(file_, path)) return 0;
-  close(file_);
+  ::close(file_);
   return openNamed();
 }
 
@@ -85,7 +89,7 @@ int NewFile::openNamed() {
     if (file_ >= 0) {
       if (flock(file_, LOCK_EX | LOCK_NB) == 0) return 0;
       // Another process took it for a stale one.
-      close(file_);
+      ::close(file_);
       continue;
     }
     const int error = errno;
@@ -102,12 +106,13 @@ int NewFile::openNamed() {
 bool NewFile::removeStale(const char *name) const {
   const int old = openat(folder_, name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (old < 0) return false;
-  struct stat of_file, of_name;
+  struct stat of_file;
+  struct stat of_name;
   const bool stale = flock(old, LOCK_EX | LOCK_NB) == 0 && fstat(old, &of_file) == 0 &&
                      fstatat(folder_, name, &of_name, AT_SYMLINK_NOFOLLOW) == 0 &&
                      of_file.st_ino == of_name.st_ino && of_file.st_dev == of_name.st_dev &&
                      S_ISREG(of_file.st_mode) && unlinkat(folder_, name, 0) == 0;
-  close(old);
+  ::close(old);
   return stale;
 }
 
@@ -140,12 +145,26 @@ int NewFile::publish(const char *name) {
 
 int NewFile::keep(const char *name) {
   if (fsync(file_) != 0) return errno;
-  if (const int error = publish(name)) return error;
+  const int published = publish(name);
+  unnamed_ = published == EEXIST;
+  if (published != 0) return published;
   // EINVAL: on this file system there is nothing to sync in a folder.
   if (fsync(folder_) == 0 || errno == EINVAL) return 0;
   const int error = errno;
   unlinkat(folder_, name, 0);
   return error;
+}
+
+int NewFile::keepIn(const char *folder, const char *name) {
+  if (!folder || !name || !isFileName(name)) return EINVAL;
+  const int other = openFolder(folder);
+  if (other < 0) return errno;
+  struct stat of_other;
+  struct stat of_folder;
+  const bool same = fstat(other, &of_other) == 0 && fstat(folder_, &of_folder) == 0 &&
+                    of_other.st_ino == of_folder.st_ino && of_other.st_dev == of_folder.st_dev;
+  ::close(other);
+  return same ? keep(name) : EXDEV;
 }
 
 int openUnnamed() {

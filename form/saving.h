@@ -14,7 +14,7 @@ int writeAll(int descriptor, std::string_view bytes);
 class NewFile {
  public:
   NewFile() = default;
-  ~NewFile();
+  ~NewFile() { close(); }
   NewFile(const NewFile &) = delete;
   NewFile &operator=(const NewFile &) = delete;
 
@@ -23,8 +23,17 @@ class NewFile {
 
   int write(std::string_view bytes);
 
-  // Puts the file on the disk under its name.
+  // Puts the file on the disk under its name. After EEXIST, keepIn() can be tried.
   int keep(const char *name);
+
+  // Whether keep() failed because another process took the name meanwhile.
+  bool isUnnamed() const { return unnamed_; }
+
+  // keep() under another name. EXDEV if the folder is another one.
+  int keepIn(const char *folder, const char *name);
+
+  // Closes the file. Nothing of it is left unless it was kept.
+  void close();
 
  private:
   int openNamed();
@@ -36,6 +45,7 @@ class NewFile {
   uint64_t size_ = 0;
   uint64_t started_ = 0;     // how much of it is on its way to the disk
   char temporary_[32] = "";  // the name it has before keep(), if it needs one
+  bool unnamed_ = false;
 };
 
 // A temporary file without a name. Returns its descriptor, or -1.

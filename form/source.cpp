@@ -1,20 +1,20 @@
 #include "form/source.h"
 
-#include <errno.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace tarn::form {
 namespace {
 
 // Large enough that system calls cost little, small enough for the processor's cache.
-constexpr size_t kBufferSize = 128 * 1024;
+constexpr size_t kBufferSize = size_t{128} * 1024;
 
 uint64_t now() {
   timespec time;
@@ -92,24 +92,28 @@ bool Source::more(const Limits &limits, Problem &problem) {
   end_ = buffer_ + kept;
   const uint64_t missing = length_ - arrived();
   const size_t room = capacity_ - kept;
-  const size_t wanted = missing < room ? static_cast<size_t>(missing) : room;
+  const ssize_t count =
+      readOnce(missing < room ? static_cast<size_t>(missing) : room, limits, problem);
+  if (count > 0) {
+    end_ += count;
+    return arrived() <= most || problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
+  }
+  at_end_ = true;
+  if (problem || length_ == TARN_FORM_UNLIMITED) return false;
+  return problem.raise(TARN_FORM_CUT_SHORT, arrived(),
+                       "cut short: the body is shorter than its length");
+}
+
+// Reads some bytes behind the window. Returns how many; 0 at the end and with a problem.
+ssize_t Source::readOnce(size_t most, const Limits &limits, Problem &problem) {
   for (;;) {
-    if (waits_ && !wait(limits, problem)) return false;
-    const ssize_t count = read(descriptor_, buffer_ + kept, wanted);
-    if (count > 0) {
-      end_ += count;
-      if (arrived() <= most) return true;
-      return problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
-    }
-    if (count == 0) {
-      at_end_ = true;
-      if (length_ == TARN_FORM_UNLIMITED) return false;
-      return problem.raise(TARN_FORM_CUT_SHORT, arrived(),
-                           "cut short: the body is shorter than its length");
-    }
+    if (waits_ && !wait(limits, problem)) return 0;
+    const ssize_t count = read(descriptor_, buffer_ + window().size(), most);
+    if (count >= 0) return count;
     if (errno == EAGAIN) waits_ = true;
     if (errno != EINTR && errno != EAGAIN) {
-      return problem.raise(TARN_FORM_READ_ERROR, arrived(), "the body cannot be read");
+      problem.raise(TARN_FORM_READ_ERROR, arrived(), "the body cannot be read");
+      return 0;
     }
   }
 }

@@ -2,6 +2,8 @@
 #ifndef TARN_FORM_SOURCE_H
 #define TARN_FORM_SOURCE_H
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string_view>
 
@@ -45,6 +47,7 @@ class Source {
  private:
   bool startReading(const Limits &limits, Problem &problem);
   bool wait(const Limits &limits, Problem &problem) const;
+  ssize_t readOnce(size_t most, const Limits &limits, Problem &problem);
   uint64_t arrived() const { return position_ + static_cast<uint64_t>(end_ - begin_); }
 
   const char *begin_ = nullptr;

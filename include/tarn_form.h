@@ -10,7 +10,9 @@
  *     const char *text = TarnFormField_text(field);
  *     if (text) printf("%s: %s\n", TarnFormField_name(field), text);
  *   }
- *   if (!TarnForm_isWhole(form)) fprintf(stderr, "%s\n", TarnForm_message(form));
+ *   if (!TarnForm_isWhole(form)) {
+ *     fprintf(stderr, "%s\n", TarnForm_message(form));
+ *   }
  *   TarnForm_close(form);
  *
  * Conventions that hold for every function:
@@ -102,8 +104,8 @@ typedef uint32_t TarnFormLimit;
  */
 TARN_FORM_API TarnForm *TarnForm_open(void);
 
-/** Opens a form in memory, such as the body that CgiEnv_getPostData() returns. The bytes are not
- *  copied.
+/** Opens a form in memory, such as the body that an environment keeps (TARN_ENVIRONMENT_BODY). The
+ *  bytes are not copied.
  *
  *  @param type    the value of CONTENT_TYPE; null counts as empty
  *  @param body    the bytes, valid and unchanged until TarnForm_close()
@@ -200,7 +202,9 @@ TARN_FORM_API int TarnForm_status(const TarnForm *form);
  */
 TARN_FORM_API int TarnForm_limit(const TarnForm *form, TarnFormLimit *limit, uint64_t *value);
 
-/** @return a problem's short name, such as "cut_short"; empty for no problem and unknown codes */
+/** @param problem  a problem's code
+ *  @return its short name, such as "cut_short"; empty for no problem and unknown codes
+ */
 TARN_FORM_API const char *TarnForm_problemName(TarnFormProblem problem);
 
 /* ---- Looking up fields --------------------------------------------------------------------------
@@ -269,7 +273,9 @@ TARN_FORM_API const char *TarnFormField_type(const TarnFormField *field);
  *  @return the value as sent, without white space around it; null if there is no such header
  */
 TARN_FORM_API const char *TarnFormField_header(const TarnFormField *field, const char *name);
-/** @return the bytes of TarnFormField_header(); 0 if there is no such header */
+/** @param name  the header's name, in any case
+ *  @return the bytes of TarnFormField_header(); 0 if there is no such header
+ */
 TARN_FORM_API uint64_t TarnFormField_headerSize(const TarnFormField *field, const char *name);
 
 /** @return where the field begins in the body: at its delimiter's line or, URL-encoded, its name */
@@ -324,8 +330,9 @@ TARN_FORM_API int TarnFormField_write(TarnFormField *field, int descriptor);
  *
  *  @param folder  an existing folder, not a link to one
  *  @param name    1 to 255 bytes without "/", and neither "." nor ".."
- *  @return as TarnFormField_write(); EINVAL for a name that is not allowed, EEXIST for one that is
- *          taken: in both cases nothing was read, and another name may be tried
+ *  @return as TarnFormField_write(); EINVAL for a name that is not allowed and EEXIST for one that is
+ *          taken: call it again with another name for the same folder. EXDEV for another folder, if
+ *          the name was taken only while the value was read.
  */
 TARN_FORM_API int TarnFormField_save(TarnFormField *field, const char *folder, const char *name);
 

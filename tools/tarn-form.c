@@ -39,7 +39,8 @@ static void end(int status) {
 
 /* Takes a character of UTF-8. Returns its size; 0 if the bytes are not UTF-8. */
 static unsigned take_character(const unsigned char *text, uint64_t left, unsigned long *code) {
-  unsigned size, i;
+  unsigned size;
+  unsigned i;
   for (size = 1; size <= 4 && size <= left; ++size) {
     if (!TarnForm_isUtf8(text, size)) continue;
     *code = size == 1 ? text[0] : text[0] & (0x7FU >> size);
@@ -175,8 +176,7 @@ static int save(TarnFormField *field, char *name, size_t room) {
     const int error = TarnFormField_save(field, save_folder, name);
     if (error == 0) return 1;
     if (error < 0) return 0;
-    /* If another process took the name while the file arrived, the file cannot be read again. */
-    if (error != EEXIST || TarnFormField_size(field) > 0) {
+    if (error != EEXIST) {
       errno = error;
       fail(save_folder);
     }

@@ -94,6 +94,44 @@ TEST_F(Saving, MayBeTriedAgainUnderAnotherName) {
   TarnForm_close(form);
 }
 
+TEST_F(Saving, KeepsAValueWhoseNameIsTakenMeanwhile) {
+  const std::string value(100000, 'v');
+  const std::string body = "--b\r\nContent-Disposition: form-data; name=a\r\n\r\n" + value +
+                           "\r\n--b\r\nContent-Disposition: form-data; name=b\r\n\r\nnext\r\n--b--";
+  fs::create_directory(folder_ / "other");
+  Pieces pieces(body, {50000});
+  pieces.meanwhile = [this] { std::ofstream(folder_ / "photo") << "old"; };
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo"), EEXIST);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo"), EEXIST);
+  EXPECT_EQ(TarnFormField_save(field, (folder_ / "other").c_str(), "photo"), EXDEV);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "a/b"), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo-2"), 0);
+  EXPECT_EQ(content("photo"), "old");
+  EXPECT_TRUE(content("photo-2") == value);
+  field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "next"), 0);
+  EXPECT_EQ(content("next"), "next");
+  TarnForm_close(form);
+  EXPECT_EQ(names(), (std::set<std::string>{"next", "other", "photo", "photo-2"}));
+}
+
+TEST_F(Saving, ReadsAKeptValueAsOftenAsItIsSaved) {
+  const std::string body =
+      "--b\r\nContent-Disposition: form-data; name=a; filename=f\r\n\r\nvalue\r\n--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  TarnForm_setLimit(form, TARN_FORM_MEMORY_SIZE, 2);
+  ASSERT_EQ(TarnForm_load(form), 1);
+  TarnFormField *field = TarnForm_get(form, "a", 0);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "one"), 0);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "one"), EEXIST);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "two"), 0);
+  EXPECT_EQ(content("one"), "value");
+  EXPECT_EQ(content("two"), "value");
+  TarnForm_close(form);
+}
+
 TEST_F(Saving, RefusesNamesThatLeadElsewhere) {
   for (const char *name : {"", ".", "..", "/", "a/b", "../a", "/tmp/a"}) {
     EXPECT_EQ(save(name, "x"), EINVAL) << name;

@@ -37,6 +37,7 @@ Pieces::Pieces(std::string_view body, std::vector<size_t> sizes, int error)
 Pieces::~Pieces() { current = nullptr; }
 
 ptrdiff_t Pieces::read(void *buffer, size_t size) {
+  if (next_ == 1 && meanwhile) meanwhile();
   const size_t piece = sizes_[next_++ % sizes_.size()];
   const size_t count = std::min({piece, size, body_.size() - taken_});
   if (count == 0 && error_ != 0) {

@@ -4,6 +4,7 @@
 #define TARN_TESTS_SUPPORT_PIECES_H
 
 #include <cstddef>
+#include <functional>
 #include <string_view>
 #include <vector>
 
@@ -14,14 +15,17 @@ namespace tarn_test {
 
 class Pieces {
  public:
-  // One at a time. The sizes repeat. After the body, read() returns `last`: 0 for the end, or -1 with
-  // this errno value if it is not 0.
+  // One at a time. The sizes repeat. After the body, reading fails with this errno value, unless it
+  // is 0.
   Pieces(std::string_view body, std::vector<size_t> sizes, int error = 0);
   ~Pieces();
   Pieces(const Pieces &) = delete;
   Pieces &operator=(const Pieces &) = delete;
 
   static constexpr int kDescriptor = 987654;
+
+  // Called before the second piece.
+  std::function<void()> meanwhile;
 
   // How many bytes have been read.
   size_t taken() const { return taken_; }

@@ -369,9 +369,9 @@ class Saving(FormTest):
             self.wait_for_file_in_folder(process)
             (self.folder / "a.png").write_bytes(b"other")
             output, errors = process.communicate(body[3 << 18 :], timeout=60)
-        self.assertEqual((process.returncode, output), (2, b""))
-        self.assertEqual(errors.decode(), f"tarn-form: {self.folder}: File exists\n")
-        self.assertEqual(self.saved(), {"a.png": b"other"})
+        self.assertEqual((process.returncode, errors), (0, b""))
+        self.assertIn(b'"saved": "a-2.png"', output)
+        self.assertEqual(self.saved(), {"a.png": b"other", "a-2.png": bytes(1 << 20)})
 
     def test_a_folder_that_cannot_be_used_exits_with_status_2(self):
         (self.folder / "file").write_bytes(b"")
