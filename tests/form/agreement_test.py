@@ -11,10 +11,9 @@ import subprocess
 import unittest
 
 import model
-from cases import MULTIPART, URL_ENCODED, Case, Request, all_cases, post
+from cases import MULTIPART, URL_ENCODED, Case, Request, all_cases, post, report
 from model import Field, Form
 from random_requests import KINDS, random_requests
-from report import report
 
 FORMS_OF_A_KIND = 5000
 FRAMING = [b"\r", b"\n", b"--", b"b", b":", b'Content-Disposition: form-data; name="a"\r\n', b"x"]

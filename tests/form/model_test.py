@@ -7,8 +7,7 @@ The cases and the rules that they come from are in the modules *_cases.py.
 import unittest
 
 import model
-from cases import MULTIPART, all_cases, multipart, values
-from report import report
+from cases import MULTIPART, all_cases, multipart, values, report
 
 
 class Model(unittest.TestCase):

@@ -20,11 +20,10 @@ from pathlib import Path
 from typing import Any, Iterator, NamedTuple
 
 import model
-from cases import DISPOSITION, MULTIPART, URL_ENCODED, Case, Request, all_cases, form
+from cases import DISPOSITION, MULTIPART, URL_ENCODED, Case, Request, all_cases, form, report
 from cases import multipart, post, values
 from model import Field, Form
 from random_requests import KINDS, random_requests
-from report import report
 
 TARN_FORM = shlex.split(os.environ["TARN_FORM"])
 REQUESTS_OF_A_KIND = 250
