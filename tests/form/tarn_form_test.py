@@ -26,7 +26,7 @@ from model import Field, Form
 from random_requests import KINDS, random_requests
 
 TARN_FORM = shlex.split(os.environ["TARN_FORM"])
-REQUESTS_OF_A_KIND = 250
+REQUESTS_OF_A_KIND = int(os.environ.get("REQUESTS_OF_A_KIND", "250"))
 VARIABLES = ("REQUEST_METHOD", "CONTENT_TYPE", "CONTENT_LENGTH", "QUERY_STRING")
 
 
