@@ -9,10 +9,7 @@ import subprocess
 import tomllib
 from pathlib import Path
 
-import jinja2
-
 import reference as model
-from cpp_reference import AS_CONTAINERS
 from pages import SECTIONS, Headers, Library, first_sentence, sentence
 from reference import HeaderError
 
@@ -118,23 +115,14 @@ class Site:
         }
         self.files: dict[str, str] = {}
         self.summaries: dict[str, str] = {}
-        self.templates = jinja2.Environment(
-            loader=jinja2.FileSystemLoader(root / "docs/site"),
-            undefined=jinja2.StrictUndefined,
-            trim_blocks=True,
-            lstrip_blocks=True,
+        self.templates = self.headers.templates(
+            "site",
+            site=self,
+            tasks=tomllib.loads((root / "docs/tasks.toml").read_text()),
+            named=named,
+            family_file=family_file,
         )
-        self.templates.filters |= {"flow": self.names.flow, "sentence": sentence}
-        self.templates.globals |= {
-            "site": self,
-            "headers": self.headers,
-            "tasks": tomllib.loads((root / "docs/tasks.toml").read_text()),
-            "prose": model.blocks,
-            "named": named,
-            "first_sentence": first_sentence,
-            "family_file": family_file,
-            "AS_CONTAINERS": AS_CONTAINERS,
-        }
+        self.templates.filters["flow"] = self.names.flow
 
     def add(self, name: str, summary: str, template: str = "", **values) -> None:
         self.summaries[name] = summary
