@@ -49,7 +49,7 @@ def wrap_sentences(text: str) -> list[str]:
 
 
 class Writer:
-    """Writes the pages of a library; knows which page describes what."""
+    """Writes the pages of a library. It knows which page describes each name."""
 
     def __init__(self, headers: Headers, library: Library, release: str, date: datetime.date):
         self.pages = library.pages
@@ -93,7 +93,7 @@ class Writer:
 
     def flow(self, text: str, page: Page) -> str:
         """A text as lines. Each name gets a line of its own."""
-        parts: list[str | tuple[str, str]] = [""]  # words and macros in turn
+        parts = [""]  # words and macros in turn
         for kind, content in model.pieces(text):
             if kind == "quotation":
                 parts[-1] += escape_prose(content)
