@@ -35,7 +35,7 @@ def family_file(family: model.Family) -> str:
 
 
 class Names:
-    """The role and the target in Sphinx of each name in the headers. Names of functions end with ().
+    """The role and target in Sphinx of each name in the headers. Names of functions end with "()".
     A member's bare name has a target only if no other class declares that name."""
 
     def __init__(self, headers: Headers):
