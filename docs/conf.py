@@ -1,4 +1,4 @@
-"""Sphinx's settings for the site: docs/sources.py writes the pages that it is made of."""
+"""Sphinx's settings for the site. docs/sources.py writes its pages."""
 
 import os
 import re
@@ -44,8 +44,8 @@ pygments_dark_style = "github-dark"
 
 
 def add_theme_files(app):
-    """Debian's Furo asks a web server for a part of its styles, has no script that a browser takes,
-    and is dark on demand alone: the site has its files whole."""
+    """Adds complete copies of Furo's styles and script. Debian's Furo loads part of its styles from
+    a web server, has no script that a browser can run, and is dark only on demand."""
     theme = Path(furo.__file__).parent / "theme/furo/static"
     styles = (theme / "styles/furo.css").read_text()
     if normalize := re.match(r"@import url\(/(.*?)\);", styles):

@@ -15,7 +15,7 @@ from pathlib import Path
 import reference as model
 from reference import Comment, HeaderError, located, one_line
 
-# Public without documentation: they are what they are in any container.
+# Public without documentation, because they do what they do in any container.
 OF_CONTAINERS = ("begin", "end", "empty")
 AS_CONTAINERS = "As of any container of the standard library."
 TYPES_OF_CONTAINERS = ("value_type", "iterator", "const_iterator", "size_type", "difference_type")
@@ -26,7 +26,7 @@ class Member:
     """A function or a constant, in a class or outside."""
 
     name: str
-    declaration: str  # without the body, and without noexcept, which all functions are
+    declaration: str  # without the body, and without noexcept, which every function is
     parameters: list[str]
     comment: Comment
 
@@ -71,7 +71,7 @@ class Reference:
         return [each for section in self.sections for each in section.members]
 
     def inherited(self, heir: Class) -> list[tuple[Class, Member]]:
-        """What a class has from its bases, with the base that it stands in."""
+        """The members that a class inherits, each with the base that declares it."""
         bases = {base.name: base for base in self.bases}
         names = {member.name for member in heir.members} - set(heir.kept)
         found = []
@@ -109,7 +109,7 @@ class Statement:
 
 
 def statements(text: str, line: int):
-    """Takes a text of statements apart; its first line has the number `line`."""
+    """Splits a text into statements. Its first line has the number `line`."""
     head = ""
     body_start = None
     depth = 0
@@ -167,13 +167,13 @@ def split_at_commas(text: str) -> list[str]:
 
 
 def parameter_name(text: str) -> str:
-    """Nothing for one without a name, and for the dots."""
+    """Empty for "..." and for a parameter without a name."""
     match = re.fullmatch(r".*[\s*&.](\w+)", text.partition(" = ")[0])
     return match[1] if match else ""
 
 
 def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
-    """The function, and what stands there instead of its body: " = delete" or " = default"."""
+    """The function, and " = delete" or " = default" if it has that instead of a body."""
     start = FUNCTION.match(head)
     after = start and AFTER.fullmatch(head, start.end())
     if not after:
@@ -206,7 +206,7 @@ def check_member(member: Member) -> None:
 
 
 def parse_member(statement: Statement, owner: str) -> Member | None:
-    """A public member; none when it is one of those that are left out."""
+    """A public member, or None if the reference leaves it out."""
     head, comment = statement.head, statement.comment
     if head.startswith("friend ") or re.fullmatch(r"using (\w+::)+\w+", head):
         return None

@@ -1,23 +1,20 @@
 #!/usr/bin/env python3
-"""Writes the manual pages of section 3 from the headers and docs/*.toml.
+"""Writes the manual pages of section 3 from the headers, docs/*.toml and docs/mdoc.
 
 Usage: man.py SOURCE VERSION YYYY-MM-DD FOLDER
 
-SOURCE is the root of the source. FOLDER/man3 holds the pages afterwards, and nothing else: one for
-each library and each family, for each function a page that sends man on to its family's, and
-tarn.hpp(3) for C++.
+SOURCE is the root of the source. FOLDER/man3 then has the pages and nothing else: one for each
+library and each family, a redirect to the family's page for each function, and tarn.hpp(3) for C++.
 """
 
 import datetime
 import re
 import sys
 import textwrap
-from collections.abc import Iterable
 from pathlib import Path
 
-import cpp_reference
 import reference as model
-from pages import SECTIONS, Example, Headers, Library, Page, first_sentence, sentence
+from pages import SECTIONS, Headers, Library, Page
 from reference import HeaderError
 
 CLOSING = ".,:;)]?!"
@@ -25,16 +22,16 @@ WIDTH = 78
 ESCAPED = str.maketrans(dict(zip("\\-'`^~", [r"\e", r"\-", r"\(aq", r"\(ga", r"\(ha", r"\(ti"])))
 
 
-# ---- mdoc, line by line ------------------------------------------------------------------------
+# ---- mdoc --------------------------------------------------------------------------------------
 
 
 def escape_prose(text: str) -> str:
-    """Words of a sentence. A hyphen between letters is one, any other is a minus or a dash."""
+    """Words of a sentence. A "-" is a hyphen between letters, and a minus or a dash elsewhere."""
     return re.sub(r"(?<![a-z])-|-(?![a-z])", r"\\-", text.replace("\\", r"\e"))
 
 
 def escape_code(text: str) -> str:
-    """A line of code, every character of it as it is."""
+    """A line of code. Every character is shown unchanged."""
     text = text.translate(ESCAPED)
     return r"\&" + text if text.startswith(".") else text
 
@@ -44,45 +41,34 @@ def argument(text: str) -> str:
 
 
 def wrap_sentences(text: str) -> list[str]:
-    """Plain text: each sentence begins a line."""
+    """Plain text. Each sentence begins a new line."""
     lines = []
     for part in re.split(r"(?<=[.!?])\s+|(?<=[.!?]\))\s+", text.strip()):
         lines += textwrap.wrap(part, WIDTH, break_long_words=False, break_on_hyphens=False)
     return [r"\&" + line if line[0] in ".'" else line for line in lines]
 
 
-def code_display(lines: list[str]) -> list[str]:
-    return [".Bd -literal -offset indent", *map(escape_code, lines), ".Ed"]
-
-
-def tagged(width: str, items: list[tuple[str, list[str]]]) -> list[str]:
-    """A list of names and lines about them."""
-    lines = [line for head, lines in items for line in (f".It {head}", *lines)]
-    return [f".Bl -tag -width {width} -compact", *lines, ".El"]
-
-
-def longest(names: Iterable[str]) -> str:
-    return max(names, key=len)
-
-
 class Writer:
-    """Writes the pages of a library; knows which page describes what."""
+    """Writes the pages of a library. It knows which page describes each name."""
 
     def __init__(self, headers: Headers, library: Library, release: str, date: datetime.date):
-        self.library = library
-        self.reference = library.reference
         self.pages = library.pages
-        self.others = [each.pages[0].name for each in headers.libraries]
-        self.release = release
-        self.date = date
+        self.overviews = {"tarn.hpp", *(each.pages[0].name for each in headers.libraries)}
         self.home = {
             name: page.name for page in headers.pages() for name in [page.name, *page.names()]
         }
         self.types = {name for each in headers.libraries for name in each.types()}
-        variables = {
-            variable.name for family in headers.families() for variable in family.variables()
-        }
+        variables = {each.name for family in headers.families() for each in family.variables()}
         self.marked = re.compile(rf'\b({"|".join(sorted(self.types | variables))})\b')
+        self.templates = headers.templates(
+            "mdoc", library=library, release=release, date=date, see_also=self.see_also, zip=zip
+        )
+        self.templates.filters |= {
+            "flow": self.flow,
+            "code": escape_code,
+            "argument": argument,
+            "longest": lambda texts: max(texts, key=len),
+        }
 
     # -- Texts
 
@@ -105,9 +91,9 @@ class Writer:
         arguments = {parameter.name for function in functions for parameter in function.parameters}
         return f"Fa {content}" if content in arguments else f"Va {content}"
 
-    def flow(self, page: Page, text: str) -> list[str]:
-        """A text as lines: words, and a line of its own for each name."""
-        parts: list[str | tuple[str, str]] = [""]  # words and macros in turn
+    def flow(self, text: str, page: Page) -> str:
+        """A text as lines. Each name gets a line of its own."""
+        parts = [""]  # words and macros in turn
         for kind, content in model.pieces(text):
             if kind == "quotation":
                 parts[-1] += escape_prose(content)
@@ -131,224 +117,49 @@ class Writer:
             elif closing:
                 line += " " + " ".join(closing)
             lines.append(line)
-        return lines + wrap_sentences(words)
-
-    def blocks(self, page: Page, blocks: list[model.Block]) -> list[str]:
-        """Blocks with a paragraph's distance between them."""
-        lines = []
-        for block in blocks:
-            if isinstance(block, model.Paragraph):
-                lines += [".Pp"] + self.flow(page, block.text)
-            elif isinstance(block, model.Code):
-                lines += code_display(block.lines)
-            elif isinstance(block, model.Table):
-                lines += self.table(page, block)
-            elif isinstance(block, model.Items):
-                lines.append(".Bl -bullet -compact")
-                for item in block.items:
-                    lines += [".It", *self.flow(page, item)]
-                lines.append(".El")
-            else:
-                lines.append(".Bl -enum")
-                for item in block.items:
-                    name, _, text = item.partition(". ")
-                    name, text = (f".Em {name} .", text) if text else ("", name)
-                    lines += [".It", *filter(None, [name]), *self.flow(page, text)]
-                lines.append(".El")
-        return lines[1:] if lines[:1] == [".Pp"] else lines
-
-    def table(self, page: Page, table: model.Table) -> list[str]:
-        """Rows of two cells are names and what they mean; wider ones have a line of headings."""
-        if len(table.rows[0]) == 2:
-            width = max(len(row[0]) for row in table.rows)
-            rows = [(name, self.flow(page, sentence(text))) for name, text in table.rows]
-            return [".Pp", *tagged("x" * min(width, 20) + " -offset indent", rows)]
-        widths = [argument(max(column, key=len)) for column in zip(*table.rows)]
-        lines = [f'.Bl -column {" ".join(widths[:-1])} "" -offset indent']
-        for index, row in enumerate(table.rows):
-            cells = [f"Em {cell}" for cell in row] if index == 0 else row
-            lines.append(".It " + " Ta ".join(cells))
-        return lines + [".El"]
-
-    # -- Functions
-
-    def synopsis(self, page: Page) -> list[str]:
-        lines = [f".In {self.library.header}"]
-        for member in page.family.members:
-            if isinstance(member, model.Declaration):
-                lines.append(f".Vt {member.declaration} ;")
-            elif isinstance(member, model.Function):
-                lines += [f".Ft {member.type}", f".Fo {member.name}"]
-                lines += [f".Fa {argument(str(parameter))}" for parameter in member.parameters]
-                lines += [".Fa ..."] * member.variadic + [".Fa void"] * (not member.parameters)
-                lines.append(".Fc")
-        return lines
-
-    def arguments(self, page: Page, comment: model.Comment) -> list[str]:
-        if not comment.arguments:
-            return []
-        widths = [len(", ".join(argument.names)) for argument in comment.arguments]
-        width = max([width for width in widths if width <= 14], default=6)
-        items = [
-            ("Fa " + " , Fa ".join(each.names), self.flow(page, sentence(each.text)))
-            for each in comment.arguments
-        ]
-        return [".Pp", *tagged("x" * width, items)]
-
-    def members(self, page: Page) -> list[str]:
-        """The family's functions, told one by one; after a remark about them all, in short."""
-        lines = [".Bl -tag -width Ds"]
-        short = False
-        for position, member in enumerate(page.family.members):
-            if isinstance(member, model.Comment):
-                following = [function.name for function in page.family.members[position + 1 :]]
-                width = len(max(following, key=len)) + 2
-                words = self.blocks(page, member.blocks)
-                lines += [".El", ".Pp", *words, ".Pp", f'.Bl -tag -width {"x" * width} -compact']
-                short = True
-                continue
-            if isinstance(member, model.Declaration):
-                lines.append(f".It Va {member.name}")
-            elif short:
-                lines.append(f".It Fn {member.name}")
-            else:
-                names = [parameter.name for parameter in member.parameters]
-                lines.append(" ".join([".It Fn", member.name, *names] + ["..."] * member.variadic))
-            lines += self.blocks(page, member.comment.blocks)
-            lines += self.arguments(page, member.comment)
-        return lines + [".El"]
-
-    def results(self, page: Page) -> list[str]:
-        """Functions that answer alike stand together."""
-        alike: dict[str, list[str]] = {}
-        for function in page.family.functions():
-            if function.comment.result:
-                alike.setdefault(function.comment.result, []).append(function.name)
-        lines = []
-        for text, names in alike.items():
-            lines += [".Pp"] + [f".Fn {name} ," for name in names[:-1]] + [f".Fn {names[-1]}"]
-            words = self.flow(page, sentence(text))
-            lines += [".Bd -filled -offset indent -compact", *words, ".Ed"]
-        return lines[1:]
+        lines += wrap_sentences(words)
+        return "".join(f"{line}\n" for line in lines)
 
     # -- Pages
 
-    def example(self, page: Page, example: Example) -> list[str]:
-        shown = [".Pp", "Called from a shell:", *code_display(example.transcript)]
-        return [*self.flow(page, example.title), *code_display(example.code), *shown]
-
-    def see_also(self, page: Page, lines: list[str]) -> list[str]:
-        """The pages that describe what the lines of this one name, its example's too."""
-        text = "\n".join(lines)
+    def see_also(self, page: Page, text: str) -> list[str]:
+        """The pages that describe what the text of this page names, including its example."""
         references = {
             (SECTIONS.get(name, 3), self.home.get(name, name))
             for name in re.findall(r"\bXr (\w+) \d", text)
         }
-        references |= {
-            (3, self.home[name]) for name in re.findall(r"\b(\w+)\(", text) if name in self.home
-        }
-        references |= {
-            (3, other.name) for other in self.pages if other.family is None or page.family is None
-        }
+        names = {self.home[name] for name in re.findall(r"\b(\w+)\(", text) if name in self.home}
+        names |= {each.name for each in self.pages if each.family is None or page.family is None}
         if page.family is None:
-            references |= {(3, name) for name in ["tarn.hpp", *self.others]}
-        references = sorted(references - {(3, page.name)}, key=lambda one: (one[0], one[1].lower()))
-        lines = [f".Xr {name} {section} ," for section, name in references]
-        return lines[:-1] + [lines[-1].removesuffix(" ,")]
+            names |= self.overviews
+        references |= {(3, name) for name in names}
+        ordered = sorted(references - {(3, page.name)}, key=lambda one: (one[0], one[1].lower()))
+        return [f"{name} {section}" for section, name in ordered]
 
-    def complete_page(self, page: Page, synopsis: list[str], lines: list[str]) -> list[str]:
-        lines = [*lines, ".Sh EXAMPLES", *self.example(page, page.examples[0])]
-        return [
-            *[*self.head(page), ".Sh SYNOPSIS", *synopsis],
-            *[*lines, ".Sh SEE ALSO", *self.see_also(page, lines)],
-        ]
+    def page(self, page: Page) -> str:
+        return self.templates.get_template("page.mdoc").render(page=page)
 
-    def head(self, page: Page) -> list[str]:
-        names = [page.name] + page.names()
-        library = self.library
-        header = "tarn.hpp" if page.name == "tarn.hpp" else library.header
-        return [
-            rf".\" Made from include/{header} by docs/man.py.",
-            f".Dd {self.date:%B} {self.date.day}, {self.date.year}",
-            f".Dt {page.name.upper()} 3",
-            f".Os Tarn {self.release}",
-            ".Sh NAME",
-            *[f".Nm {name} ," for name in names[:-1]],
-            f".Nm {names[-1]}",
-            f".Nd {page.summary}",
-            ".Sh LIBRARY",
-            library.name,
-            f".Pq {library.file()} , Fl {library.option()}",
-        ]
-
-    def family_page(self, page: Page) -> list[str]:
-        comment = page.family.comment
-        text = model.blocks(page.intro) + comment.blocks
-        lines = [".Sh DESCRIPTION", *self.blocks(page, text)]
-        if comment.arguments:
-            lines += [".Pp"] * bool(text) + [
-                "Where nothing else is said of them, the arguments are:"
-            ]
-            lines += self.arguments(page, comment)
-        lines += [".Ss Functions", *self.members(page), ".Sh RETURN VALUES", *self.results(page)]
-        return self.complete_page(page, self.synopsis(page), lines)
-
-    def overview(self, page: Page) -> list[str]:
-        introduction = self.reference.introduction() + model.blocks(page.intro)
-        statuses, others = self.reference.constants
-        pages = [
-            (f"Xr {each.name} 3", [sentence(each.summary)]) for each in self.pages if each.family
-        ]
-        types = [
-            (f"Vt {each.name}", self.blocks(page, each.comment.blocks))
-            for each in self.reference.types
-        ]
-        lines = [
-            *[".Sh DESCRIPTION", *self.blocks(page, introduction)],
-            *[".Ss Pages", *tagged(longest(f"{each.name}(3)" for each in self.pages), pages)],
-            *[".Ss Types", *tagged(longest(each.name for each in self.reference.types), types)],
-            *[".Ss Conventions", *self.blocks(page, self.reference.conventions())],
-            *[f".Ss {self.library.kinds[1]}", *self.constants(page, others)],
-            *[".Sh RETURN VALUES", *self.constants(page, statuses)],
-        ]
-        types = [f".Vt {type.declaration} ;" for type in self.reference.types]
-        return self.complete_page(page, [f".In {self.library.header}", *types], lines)
-
-    def constants(self, page: Page, constants: model.Constants) -> list[str]:
-        """Names, and either their values or what they mean."""
-        items = [
-            (f"Dv {each.name} Pq {each.value}", self.flow(page, sentence(each.text)))
-            if each.text
-            else (f"Dv {each.name}", [each.value])
-            for each in constants.members
-        ]
-        width = longest(
-            f"{each.name}({each.value})" if each.text else each.name for each in constants.members
-        )
-        return [*self.blocks(page, constants.comment.blocks), ".Pp", *tagged(width, items)]
-
-    def all_pages(self) -> dict[str, list[str]]:
-        """The lines of every page, by its name."""
+    def all_pages(self) -> dict[str, str]:
+        """The text of every page, by its name."""
         made = {}
         for page in self.pages:
-            made[page.name] = self.family_page(page) if page.family else self.overview(page)
-            for name in page.names():
-                made[name] = [f".so man3/{page.name}.3"]
+            made[page.name] = self.page(page)
+            made |= {name: f".so man3/{page.name}.3" for name in page.names()}
         return made
 
 
 class CppWriter(Writer):
-    """Writes the page of the header for C++, which tells its classes in short."""
+    """Writes the page of the header for C++, a summary of its classes."""
 
     def __init__(self, headers: Headers, release: str, date: datetime.date):
         super().__init__(headers, headers.libraries[0], release, date)
-        self.cpp = cpp = headers.cpp
-        self.shared = headers.notes["shared"]
-        self.examples = headers.examples["overview"]
+        cpp = headers.cpp
         self.types |= {each.name for each in cpp.classes()}
         self.members = {
-            member.name for each in [*cpp.classes(), *cpp.bases] for member in each.members
-        } | {each.name for each in cpp.members()}
+            member.name
+            for each in [*cpp.classes(), *cpp.bases, *cpp.sections]
+            for member in each.members
+        }
 
     def macro(self, page: Page, kind: str, content: str) -> str:
         if kind == "function" and content.rpartition("::")[2] in self.members:
@@ -356,50 +167,6 @@ class CppWriter(Writer):
         if kind == "code" and not content.isidentifier():
             return f"Li {escape_prose(content)}"
         return super().macro(page, kind, content)
-
-    def member_list(self, page: Page, members: list[cpp_reference.Member]) -> list[str]:
-        """Names with their first sentences; of some of one name, each."""
-        items = []
-        for member in members:
-            macro = "Fn" if member.is_function() else "Va"
-            words = cpp_reference.AS_CONTAINERS
-            if member.comment.blocks:
-                words = sentence(first_sentence(member.comment))
-            head = " ".join([macro, argument(member.name), *member.parameters])
-            items.append((head, self.flow(page, words)))
-        return tagged("Ds", items)
-
-    def page(self) -> list[str]:
-        page = Page("tarn.hpp", "Tarn for C++", [], "", self.examples, None)
-        title, *introduction = self.cpp.overview.blocks
-        lines = [".Sh DESCRIPTION", *self.blocks(page, introduction)]
-        for section in self.cpp.sections:
-            lines += [f".Ss {section.title}", f".In {section.header}"]
-            if section.comment.blocks:
-                lines += [".Pp", *self.blocks(page, section.comment.blocks)]
-            for each in section.classes:
-                words = self.blocks(page, each.comment.blocks)
-                lines += [".Pp", f".Sy tarn::{each.name}", ".Pp", *words]
-                has = dict.fromkeys(base.name for base, _ in self.cpp.inherited(each))
-                has = [self.shared[name]["title"].replace("What", "what") for name in has]
-                lines += (
-                    [".Pp", *wrap_sentences(f'It has {" and ".join(has)}; see below.')]
-                    if has
-                    else []
-                )
-                lines += [".Pp", *self.member_list(page, each.members)] if each.members else []
-            if section.members:
-                lines += [".Pp", *self.member_list(page, section.members)]
-        for base in self.cpp.bases:
-            notes = self.shared[base.name]
-            lines += [f'.Ss {notes["title"]}', *self.blocks(page, model.blocks(notes["text"]))]
-            lines += [".Pp", *self.member_list(page, base.members)]
-        lines = [
-            line
-            for before, line in zip(["", *lines], lines)
-            if line != ".Pp" or not before.startswith(".Ss ")
-        ]
-        return self.complete_page(page, [".In tarn.hpp"], lines)
 
 
 # ---- The command -------------------------------------------------------------------------------
@@ -412,7 +179,7 @@ def main() -> None:
     try:
         headers = Headers(Path(root))
         day = datetime.date.fromisoformat(date)
-        tree = {"tarn.hpp": CppWriter(headers, release, day).page()}
+        tree = {"tarn.hpp": CppWriter(headers, release, day).page(headers.cpp_page)}
         for library in headers.libraries:
             tree |= Writer(headers, library, release, day).all_pages()
     except HeaderError as error:
@@ -421,8 +188,8 @@ def main() -> None:
     section.mkdir(parents=True, exist_ok=True)
     for stale in section.iterdir():
         stale.unlink()
-    for name, lines in tree.items():
-        (section / f"{name}.3").write_text("\n".join(lines) + "\n")
+    for name, text in tree.items():
+        (section / f"{name}.3").write_text(text + "\n")
 
 
 if __name__ == "__main__":

@@ -1,15 +1,18 @@
-"""What the reference has besides the headers: pages.toml, the examples, the manuals of others."""
+"""What the manual pages and the site are made from: the headers, docs/*.toml, the examples and the
+templates."""
 
 import re
 import tomllib
 from dataclasses import dataclass
 from pathlib import Path
 
+import jinja2
+
 import cpp_reference
 import reference as model
 from reference import HeaderError, located, one_line
 
-# Where the functions of others that the texts name are described.
+# The manual sections of the functions from other libraries that the texts name.
 SECTIONS = {
     "alarm": 2,
     "atof": 3,
@@ -45,7 +48,7 @@ class Page:
     family: model.Family | None
 
     def names(self) -> list[str]:
-        """What the page is found under besides its own name."""
+        """The other names that lead to the page."""
         members = self.family.names() if self.family else []
         return [name for name in self.also + members if name != self.name]
 
@@ -75,7 +78,7 @@ class Library:
 
 
 def sentence(text: str) -> str:
-    """A remark of the header's as a sentence of a page."""
+    """A remark from the header, as a sentence of a page."""
     return text[:1].upper() + text[1:] + ("" if text.endswith((".", '."')) else ".")
 
 
@@ -147,17 +150,37 @@ def read_notes(path: Path) -> tuple[dict, dict[str, list[Example]]]:
 
 
 class Headers:
-    """All that the reference is made of, below the root of the source."""
+    """Everything that the reference is made from, below the root of the source."""
 
     def __init__(self, root: Path):
+        self.root = root
         self.libraries = read_libraries(root)
         cpp = root / "include/tarn.hpp"
         with located(cpp):
             self.cpp = cpp_reference.parse(cpp.read_text(), cpp.parent)
         self.notes, self.examples = read_notes(root / "docs/cpp.toml")
+        examples = self.examples["overview"]
+        self.cpp_page = Page("tarn.hpp", "Tarn for C++", [], "", examples, None)
 
     def families(self) -> list[model.Family]:
         return [each for library in self.libraries for each in library.reference.families]
 
     def pages(self) -> list[Page]:
         return [page for library in self.libraries for page in library.pages]
+
+    def templates(self, folder: str, **names) -> jinja2.Environment:
+        """Loads the templates in a folder below docs/. They can use these names."""
+        made = jinja2.Environment(
+            loader=jinja2.FileSystemLoader(self.root / "docs" / folder),
+            undefined=jinja2.StrictUndefined,
+            trim_blocks=True,
+            lstrip_blocks=True,
+        )
+        made.filters["sentence"] = sentence
+        made.globals |= names | {
+            "headers": self,
+            "prose": model.blocks,
+            "first_sentence": first_sentence,
+            "AS_CONTAINERS": cpp_reference.AS_CONTAINERS,
+        }
+        return made

@@ -108,6 +108,10 @@ class Function:
     variadic: bool
     comment: Comment
 
+    def signature(self) -> list[str]:
+        """The words between the parentheses."""
+        return [*map(str, self.parameters), *["..."] * self.variadic] or ["void"]
+
 
 @dataclass
 class Declaration:

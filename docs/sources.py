@@ -1,5 +1,5 @@
 """Writes the sources of the site, for Sphinx: the pages of the reference, from the headers and the
-templates in docs/site, and copies of the documents, in which names lead to the reference."""
+templates in docs/site, and copies of the documents, in which names link to the reference."""
 
 import json
 import os
@@ -9,14 +9,11 @@ import subprocess
 import tomllib
 from pathlib import Path
 
-import jinja2
-
 import reference as model
-from cpp_reference import AS_CONTAINERS
 from pages import SECTIONS, Headers, Library, first_sentence, sentence
 from reference import HeaderError
 
-# What documents link to and where its page is, unless it is the copy of a document in docs/.
+# The pages of files that documents link to, apart from the documents in docs/.
 ELSEWHERE = {
     "CHANGELOG.md": "changelog.md",
     "SECURITY.md": "security.md",
@@ -38,8 +35,8 @@ def family_file(family: model.Family) -> str:
 
 
 class Names:
-    """Knows what each name in the headers is in Sphinx: its role and target. Functions are named
-    with (). Of members, so are those of several classes: these lead nowhere."""
+    """The role and target in Sphinx of each name in the headers. Names of functions end with "()".
+    A member's bare name has a target only if no other class declares that name."""
 
     def __init__(self, headers: Headers):
         roles = {}
@@ -67,13 +64,13 @@ class Names:
         self.known = self.targets.keys() | cpp.keys()
         plain = "|".join(name for name in roles if not name.endswith(")"))
         classes = "|".join(each.name for each in headers.cpp.classes())
-        # In prose a class is meant where a capital letter is no beginning of a sentence.
+        # In prose, a capitalized word is a class unless it begins a sentence.
         self.plain = re.compile(
             rf"\b(?:{plain}|tarn::(?:{classes}))\b|(?<=\w[a-z,] )(?:{classes})\b(?!\.)"
         )
 
     def role(self, text: str, owner: str = "", form: str = r"\ :{}:`{} <{}>`\ ") -> str:
-        """A name with a link to what describes it; other code as it is."""
+        """A name as a link to its description. Other code stays unchanged."""
         key = text.removeprefix("tarn::")
         for name in (f"{owner}::{key}", key):
             if name in self.targets:
@@ -107,7 +104,7 @@ class Names:
 
 
 class Site:
-    """The files that Sphinx reads, by name, and a sentence about each page for the search."""
+    """The files that Sphinx reads, by name. The search shows a sentence about each page."""
 
     def __init__(self, root: Path):
         self.root = root
@@ -118,23 +115,14 @@ class Site:
         }
         self.files: dict[str, str] = {}
         self.summaries: dict[str, str] = {}
-        self.templates = jinja2.Environment(
-            loader=jinja2.FileSystemLoader(root / "docs/site"),
-            undefined=jinja2.StrictUndefined,
-            trim_blocks=True,
-            lstrip_blocks=True,
+        self.templates = self.headers.templates(
+            "site",
+            site=self,
+            tasks=tomllib.loads((root / "docs/tasks.toml").read_text()),
+            named=named,
+            family_file=family_file,
         )
-        self.templates.filters |= {"flow": self.names.flow, "sentence": sentence}
-        self.templates.globals |= {
-            "site": self,
-            "headers": self.headers,
-            "tasks": tomllib.loads((root / "docs/tasks.toml").read_text()),
-            "prose": model.blocks,
-            "named": named,
-            "first_sentence": first_sentence,
-            "family_file": family_file,
-            "AS_CONTAINERS": AS_CONTAINERS,
-        }
+        self.templates.filters["flow"] = self.names.flow
 
     def add(self, name: str, summary: str, template: str = "", **values) -> None:
         self.summaries[name] = summary
@@ -153,7 +141,7 @@ class Site:
         return [(each.name, said[each.name]) for each in function.parameters]
 
     def results(self, function: model.Function) -> list[model.Function]:
-        """The function, and those that its result refers to, and so on."""
+        """The function, those that its result refers to, those that their results refer to ..."""
         alike = [function]
         for each in alike:
             names = re.findall(r"\b(?:as|status of) (\w+)\(\)", each.comment.result)
@@ -223,7 +211,7 @@ class Site:
 
     def add_document(self, page: str, folder: Path, text: str) -> None:
         def link(match: re.Match) -> str:
-            """To the page that a link's file is on the site; what is none there is only named."""
+            """Leads to the page of the file on the site. A file without a page is only named."""
             words, file, place = match.groups("")
             to = os.path.relpath(folder / file, self.root)
             to = re.sub(r"include/tarn/.*", "include/tarn.hpp", to)
@@ -252,7 +240,7 @@ class Site:
         self.summaries[page.removesuffix(".md")] = model.one_line(words)
 
     def add_search_words(self) -> None:
-        """Entries of the index, which the search lists first."""
+        """Adds entries to the index. The search lists them first."""
         index = {".md": "```{{index}} {}\n```\n\n{}", ".rst": ".. index:: {}\n\n{}"}
         for page, words in tomllib.loads((self.root / "docs/search.toml").read_text()).items():
             for suffix, form in index.items():
