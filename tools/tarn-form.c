@@ -110,6 +110,11 @@ static void append(struct Value *value, const void *bytes, size_t size) {
   value->size += size;
 }
 
+static void release(struct Value *value) {
+  if (value->file) fclose(value->file);
+  free(value->bytes);
+}
+
 static void print_base64(const unsigned char *bytes, size_t size) {
   static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   size_t i;
@@ -132,7 +137,6 @@ static void print_data(struct Value *value) {
     rewind(value->file);
     while ((count = fread(block, 1, sizeof block, value->file)) > 0) print_base64(block, count);
     if (ferror(value->file)) fail("temporary file");
-    fclose(value->file);
   } else {
     print_base64((const unsigned char *)value->bytes, value->size);
   }
@@ -198,7 +202,10 @@ static int print_field(TarnFormField *field) {
     const void *block;
     int64_t size;
     while ((size = TarnFormField_block(field, &block)) > 0) append(&value, block, (size_t)size);
-    if (size < 0) return 0;
+    if (size < 0) {
+      release(&value);
+      return 0;
+    }
   } else if (!TarnFormField_skip(field)) {
     return 0;
   }
@@ -216,7 +223,7 @@ static int print_field(TarnFormField *field) {
     print_data(&value);
   }
   puts("}");
-  free(value.bytes);
+  release(&value);
   return 1;
 }
 
