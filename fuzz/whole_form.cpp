@@ -13,7 +13,7 @@ namespace {
 std::string bytesOf(TarnFormField *field) {
   const auto *bytes = static_cast<const char *>(TarnFormField_view(field));
   EXPECT(bytes != nullptr);
-  return {bytes, TarnFormField_size(field)};
+  return {bytes, static_cast<size_t>(TarnFormField_size(field))};
 }
 
 // Files of more than a few bytes go into the temporary file.
@@ -26,7 +26,8 @@ void expectLoaded(const char *type, std::string_view body, const ModelResult &ex
   for (size_t i = 0; i < count; ++i) {
     const ModelField &field = expected.fields[i];
     TarnFormField *kept = TarnForm_get(form, nullptr, i);
-    EXPECT(std::string(TarnFormField_name(kept), TarnFormField_nameSize(kept)) == field.name);
+    EXPECT(std::string(TarnFormField_name(kept),
+                       static_cast<size_t>(TarnFormField_nameSize(kept))) == field.name);
     EXPECT((TarnFormField_filename(kept) != nullptr) == field.filename.has_value());
     EXPECT(bytesOf(kept) == field.value);
     if (field.name.find('\0') == std::string::npos) {

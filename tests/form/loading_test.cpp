@@ -22,7 +22,7 @@ std::string part(const std::string &headers, const std::string &value) {
 
 std::string textOf(TarnFormField *field) {
   const char *text = TarnFormField_text(field);
-  return text ? std::string(text, TarnFormField_size(field)) : "none";
+  return text ? std::string(text, static_cast<size_t>(TarnFormField_size(field))) : "none";
 }
 
 TEST(Loading, FindsFieldsByNameInTheOrderInWhichTheyWereSent) {

@@ -31,7 +31,9 @@ TarnForm *open(const char *type, const std::string &body) {
 
 std::string valueOf(TarnFormField *field) {
   const void *bytes = TarnFormField_view(field);
-  return bytes ? std::string(static_cast<const char *>(bytes), TarnFormField_size(field)) : "none";
+  return bytes ? std::string(static_cast<const char *>(bytes),
+                             static_cast<size_t>(TarnFormField_size(field)))
+               : "none";
 }
 
 // ---- The request ----------------------------------------------------------------------------------
@@ -174,7 +176,7 @@ TEST(Field, CanBeReadInEachWay) {
   TarnFormField *field = TarnForm_next(form);
   EXPECT_EQ(TarnFormField_size(field), 0U);
   const char *text = TarnFormField_text(field);
-  EXPECT_EQ(std::string(text, TarnFormField_size(field)), value);
+  EXPECT_EQ(std::string(text, static_cast<size_t>(TarnFormField_size(field))), value);
   EXPECT_EQ(text[value.size()], '\0');
   EXPECT_EQ(TarnFormField_text(field), text);
   EXPECT_EQ(TarnFormField_view(field), nullptr);
@@ -185,7 +187,8 @@ TEST(Field, CanBeReadInEachWay) {
   EXPECT_EQ(valueOf(field), value);
   EXPECT_GE(static_cast<const char *>(TarnFormField_view(field)), body.data());
   EXPECT_LT(static_cast<const char *>(TarnFormField_view(field)), body.data() + body.size());
-  EXPECT_EQ(std::string(TarnFormField_text(field), TarnFormField_size(field)), value);
+  EXPECT_EQ(std::string(TarnFormField_text(field), static_cast<size_t>(TarnFormField_size(field))),
+            value);
   TarnForm_close(form);
 
   form = open(kMultipart, body);

@@ -19,7 +19,9 @@ extern "C" ssize_t read(int descriptor, void *buffer, size_t size) {
 }
 
 // The C library's header says that poll() only writes to its argument.
+#ifndef __clang__
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 extern "C" int poll(pollfd *files, nfds_t count, int timeout) {
   if (current && count == 1 && files->fd == tarn_test::Pieces::kDescriptor) return 1;
   timespec time = {timeout / 1000, timeout % 1000 * 1000000L};
@@ -53,12 +55,13 @@ ModelResult readAll(TarnForm *form) {
   ModelResult result;
   while (TarnFormField *field = TarnForm_next(form)) {
     ModelField read;
-    read.name.assign(TarnFormField_name(field), TarnFormField_nameSize(field));
+    read.name.assign(TarnFormField_name(field), static_cast<size_t>(TarnFormField_nameSize(field)));
     if (const char *name = TarnFormField_filename(field)) {
-      read.filename.emplace(name, TarnFormField_filenameSize(field));
+      read.filename.emplace(name, static_cast<size_t>(TarnFormField_filenameSize(field)));
     }
     if (const char *type = TarnFormField_type(field)) {
-      read.content_type.emplace(type, TarnFormField_headerSize(field, "Content-Type"));
+      read.content_type.emplace(
+          type, static_cast<size_t>(TarnFormField_headerSize(field, "Content-Type")));
     }
     const void *block = nullptr;
     int64_t size = 0;
