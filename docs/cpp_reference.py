@@ -304,7 +304,8 @@ class Parser:
             if re.fullmatch(r"namespace (\w+::)?detail", head):
                 for each in statements(statement.body, statement.line):
                     match = re.match(r"(?:template <.*> )?class (\w+)", each.head)
-                    self.detail |= {match[1]: (each, self.section.header)} if match else {}
+                    if match and each.body is not None:
+                        self.detail[match[1]] = (each, self.section.header)
             elif re.fullmatch(r"(inline )?namespace \w+", head):
                 self.scope(statement.body, statement.line)
             else:
@@ -317,6 +318,8 @@ class Parser:
             return
         if re.search(r"\w::\w+\(", head) and head.startswith("inline "):
             return  # the definition of a member, which its class documents
+        if head.startswith("static_assert("):
+            return
         section = self.section
         alias = re.fullmatch(r"using (\w+) = (?:detail::)?(\w+)<.*>", head)
         constant = re.fullmatch(r"inline (constexpr [\w:]+ (\w+)(?: = \w+)?)", head)

@@ -13,95 +13,11 @@
 #include <string_view>
 #include <utility>
 
-#include "characters.hpp"
+#include "field.hpp"
 #include "request.hpp"
 
 namespace tarn {
-
-/** A file name of at most 255 bytes, which this object holds itself. */
-class FileName {
- public:
-  FileName() noexcept = default;
-
-  /** The name, valid as long as this object. */
-  std::string_view view() const &noexcept { return {text_, size_}; }
-  std::string_view view() const && = delete;
-  /** The name, null-terminated, valid as long as this object. */
-  const char *c_str() const &noexcept { return text_; }
-  const char *c_str() const && = delete;
-
- private:
-  friend class File;
-
-  static constexpr std::size_t most = 255;
-
-  // A name that the script chose; empty unless it is a valid file name.
-  explicit FileName(std::string_view name) noexcept {
-    const bool path = name == "." || name == ".." || name.find('/') != std::string_view::npos;
-    if (path || name.size() > most || name.find('\0') != std::string_view::npos) return;
-    add(name);
-  }
-
-  void add(std::string_view piece) noexcept {
-    std::memcpy(text_ + size_, piece.data(), piece.size());
-    size_ += piece.size();
-  }
-
-  char text_[most + 1] = {};
-  std::size_t size_ = 0;
-};
-
-/** The result of File::save(). */
-class Saved {
- public:
-  /** Tells whether the whole file was saved under name(). */
-  explicit operator bool() const noexcept { return error_ == 0; }
-
-  /** Why it was not: an errno value such as EEXIST; 0 if it was. */
-  int error() const noexcept { return error_; }
-
-  /** The name in the directory, even if the file could not be saved. */
-  const FileName &name() const &noexcept { return name_; }
-  const FileName &name() const && = delete;
-
- private:
-  friend class File;
-
-  Saved(const FileName &name, int error) noexcept : name_(name), error_(error) {}
-
-  FileName name_;
-  int error_;
-};
-
 namespace detail {
-
-// Characters beyond ASCII that are invisible in a file name: control characters, white space, what
-// Unicode ignores where it cannot be displayed, letters and symbols without ink (Hangul fillers, the
-// blank of Braille), and characters that change the direction of writing.
-struct Span {
-  char32_t first, last;
-};
-inline constexpr Span kInvisible[] = {
-    {0x80, 0xA0},       {0xAD, 0xAD},       {0x34F, 0x34F},     {0x61C, 0x61C},
-    {0x115F, 0x1160},   {0x1680, 0x1680},   {0x17B4, 0x17B5},   {0x180B, 0x180F},
-    {0x2000, 0x200F},   {0x2028, 0x202F},   {0x205F, 0x206F},   {0x2800, 0x2800},
-    {0x3000, 0x3000},   {0x3164, 0x3164},   {0xFDD0, 0xFDEF},   {0xFE00, 0xFE0F},
-    {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},   {0xFFF0, 0xFFFF},   {0x13430, 0x1343F},
-    {0x1BCA0, 0x1BCA3}, {0x1D159, 0x1D159}, {0x1D173, 0x1D17A}, {0xE0000, 0x10FFFF}};
-
-// Whether a file name may contain a character. A "/" would make it a path, and shells and terminals
-// give a meaning to most of the others.
-inline bool is_safe_in_file_name(char32_t c) noexcept {
-  if (c < 0x80) {
-    const char ascii = static_cast<char>(c);
-    return is_alphanumeric(ascii) || is_among(ascii, ".-_");
-  }
-  for (const Span &span : kInvisible) {
-    if (c >= span.first && c <= span.last) return false;
-  }
-  // The last two code points of each plane are not characters.
-  return (c & 0xFFFEU) != 0xFFFE;
-}
 
 // Closes a file descriptor at the end of its scope.
 class Descriptor {
@@ -205,28 +121,9 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
    */
   std::string_view bytes() const noexcept { return detail::bytes_of(child_in(TARN_FILE_BYTES)); }
 
-  /** Makes a name from name() that is safe in any directory: what follows the last slash or
-   *  backslash, without dots and dashes at the front, cut between characters to at most 200 bytes.
-   *  Letters, digits, ".", "-", "_" and visible characters beyond ASCII are kept. Everything else
-   *  becomes "_": control characters, spaces, bytes that are not UTF-8, and invisible characters
-   *  (soft hyphens, joiners, the selectors in emoji, fillers), which would let two names look the
-   *  same. If nothing is left, the name is "file".
-   */
+  /** Makes a name from name() that is safe in any directory, as FileName::safe() does. */
   FileName safe_name() const noexcept {
-    std::string_view text = name().value_or(std::string_view());
-    const std::size_t slash = text.find_last_of("/\\");
-    if (slash != std::string_view::npos) text.remove_prefix(slash + 1);
-    FileName made;
-    while (!text.empty()) {
-      const detail::Character character = detail::first_character(text);
-      const bool safe = character.size > 0 && detail::is_safe_in_file_name(character.code);
-      const std::string_view piece = safe ? std::string_view(text.data(), character.size) : "_";
-      if (made.size_ + piece.size() > 200) break;
-      if (made.size_ > 0 || (piece != "." && piece != "-")) made.add(piece);
-      text.remove_prefix(character.size > 0 ? character.size : 1);
-    }
-    if (made.size_ == 0) made.add("file");
-    return made;
+    return FileName::safe(name().value_or(std::string_view()));
   }
 
   /** Saves the bytes(), which end at the first CR LF, under safe_name(). See the other save(). */
