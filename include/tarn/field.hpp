@@ -47,8 +47,8 @@ inline bool is_safe_in_file_name(char32_t c) noexcept {
   return (c & 0xFFFEU) != 0xFFFE;
 }
 
-// What Saved::error() is when the file is not whole. Saving to a file system never fails with it.
-inline constexpr int kFileGoesOn = EMSGSIZE;
+// What Saved::error() is if File::is_cut(). No file system fails with this error.
+inline constexpr int kFileIsCut = EMSGSIZE;
 // What it is when the form that the file belongs to has a problem.
 inline constexpr int kFormHasProblem = -1;
 
@@ -130,8 +130,8 @@ class Saved {
         return "";
       case detail::kFormHasProblem:
         return "the form has a problem, so the file is not whole";
-      case detail::kFileGoesOn:
-        return "the file is longer than what Tarn_new() keeps of it; use tarn::FormReader";
+      case detail::kFileIsCut:
+        return "Tarn_new() cut the file at its first line end; read it with tarn::FormReader";
       default:
         return std::strerror(error_);
     }

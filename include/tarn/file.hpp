@@ -7,7 +7,9 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -15,6 +17,7 @@
 
 #include "field.hpp"
 #include "request.hpp"
+#include "text.hpp"
 
 namespace tarn {
 namespace detail {
@@ -90,13 +93,63 @@ inline bool save_at(int directory, const char *name, std::string_view bytes) noe
   return ::fsync(directory) == 0 || errno == EINVAL || remove_after_failure(directory, name);
 }
 
+// ---- Multipart bodies, read as Tarn_new() reads them
+
+// Removes the beginning of a text. @return false if it begins with something else
+inline bool take(std::string_view &text, std::string_view beginning) noexcept {
+  if (text.size() < beginning.size()) return false;
+  if (std::string_view(text.data(), beginning.size()) != beginning) return false;
+  text.remove_prefix(beginning.size());
+  return true;
+}
+
+// Removes everything up to a mark, and the mark. @return false, and removes nothing, if it is missing
+inline bool skip_past(std::string_view &text, std::string_view mark) noexcept {
+  const void *const found = memfind(text.data(), static_cast<std::uint32_t>(text.size()),
+                                    mark.data(), static_cast<std::uint32_t>(mark.size()));
+  if (found == nullptr) return false;
+  const auto before = static_cast<std::size_t>(static_cast<const char *>(found) - text.data());
+  text.remove_prefix(before + mark.size());
+  return true;
+}
+
+// Whether a text begins with a delimiter: unlike Tarn_new(), this also accepts the closing one, and
+// blanks at the end of the line.
+inline bool is_at_delimiter(std::string_view text, std::string_view boundary) noexcept {
+  if (!take(text, "--") || !take(text, boundary)) return false;
+  if (take(text, "--")) return true;
+  while (take(text, " ") || take(text, "\t")) {
+  }
+  return take(text, "\r\n");
+}
+
+// The text between a mark and the next quotation mark, without what a zero byte cuts off.
+inline std::string_view quoted_after(std::string_view part, std::string_view mark) noexcept {
+  std::string_view rest = part;
+  if (!skip_past(rest, mark)) return {};
+  const std::size_t before = part.size() - rest.size();
+  if (std::string_view(part.data(), before).find('\0') != std::string_view::npos) return {};
+  std::size_t size = 0;
+  while (size < rest.size() && rest[size] != '"' && rest[size] != '\0') ++size;
+  return {rest.data(), size};
+}
+
 }  // namespace detail
 
-/** Reads one uploaded file: its bytes up to the first CR LF. The rest is dropped without an error,
- *  so a PNG image arrives as four bytes. The sender chose its name and type: do not trust them. */
+/** Reads one uploaded file of a Request: its bytes up to the first CR LF, where Tarn_new() cuts every
+ *  multipart value. A PNG image arrives as four bytes. save() refuses a file that was cut; to receive
+ *  files whole, use FormReader. The sender chose its name and type: do not trust them. */
 class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
  public:
   using NodeView::NodeView;
+
+  /** Views a file of a request.
+   *
+   *  @param handle       the file; 0 for no object
+   *  @param environment  the handle of the request's environment, in which is_cut() finds the body
+   */
+  File(TarnHandle handle, TarnHandle environment) noexcept
+      : NodeView(handle), environment_(environment) {}
 
   /** The name of the form field.
    *
@@ -121,17 +174,25 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
    */
   std::string_view bytes() const noexcept { return detail::bytes_of(child_in(TARN_FILE_BYTES)); }
 
+  /** Tells whether bytes() is not the whole file: in the body, it is followed by more than the
+   *  delimiter. Searches the body, and compares field, name and bytes with each part.
+   *
+   *  Only a file from Request::file() or Request::files() knows the body. For any other, and for one
+   *  that is not in the body because the script made or changed it, the answer is false.
+   */
+  bool is_cut() const noexcept { return field() && error_of_cut() != 0; }
+
   /** Makes a name from name() that is safe in any directory, as FileName::safe() does. */
   FileName safe_name() const noexcept {
     return FileName::safe(name().value_or(std::string_view()));
   }
 
-  /** Saves the bytes(), which end at the first CR LF, under safe_name(). See the other save(). */
+  /** Saves the file under safe_name(). See the other save(). */
   [[nodiscard]] Saved save(std::string_view directory) const noexcept {
     return save_as(directory, safe_name());
   }
 
-  /** Saves the bytes as a new file that only the script's user may read and write.
+  /** Saves the bytes as a new file that only the script's user may read and write, unless is_cut().
    *
    *  The bytes are written under a temporary name and renamed once they are on the disk; when this
    *  returns, the new name is on the disk too. It never overwrites a file and never follows a link.
@@ -145,7 +206,8 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
    *  @param directory  an existing directory, not a link to one
    *  @param name       without a slash, at most 255 bytes
    *  @return the name, and 0 or the errno value of the failure: EEXIST when the name is taken;
-   *          EINVAL when it is not a valid file name, or the file has no field()
+   *          EMSGSIZE when is_cut(); EINVAL when it is not a valid file name, or the file has no
+   *          field()
    */
   [[nodiscard]] Saved save(std::string_view directory, std::string_view name) const noexcept {
     return save_as(directory, FileName(name));
@@ -154,6 +216,7 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
  private:
   Saved save_as(std::string_view directory, const FileName &name) const noexcept {
     if (name.size_ == 0 || !field()) return {name, EINVAL};
+    if (const int error = error_of_cut()) return {name, error};
     // open() would follow a link whose name ends in a slash.
     while (directory.size() > 1 && directory.back() == '/') directory.remove_suffix(1);
     const detail::Terminated path(directory);
@@ -163,10 +226,64 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
     const bool done = at.number() >= 0 && detail::save_at(at.number(), name.c_str(), bytes());
     return {name, done ? 0 : errno};
   }
+
+  // 0, or why save() does not store the bytes.
+  int error_of_cut() const noexcept {
+    const Environment environment(environment_);
+    const std::string_view type = environment.content_type();
+    std::string_view boundary = type;
+    if (environment_ == 0 || !detail::skip_past(boundary, "boundary=")) return 0;
+    detail::Buffer delimiter;
+    delimiter << "--" << boundary << "\r\n";
+    const Text mark = delimiter.take();
+    if (!mark) return ENOMEM;
+    // A form in a query string can be multipart, too.
+    std::string_view rest = environment.body().value_or(environment.query_string());
+    bool more = detail::skip_past(rest, mark.view());
+    while (more) {
+      std::string_view next = rest;
+      more = detail::skip_past(next, mark.view());
+      const std::size_t end = more ? next.size() + mark.view().size() : 0;
+      if (is_cut_in({rest.data(), rest.size() - end}, rest, boundary)) return detail::kFileIsCut;
+      rest = next;
+    }
+    return 0;
+  }
+
+  // Whether this file comes from a part, which goes on behind its bytes. `rest` is the body from this
+  // part on.
+  bool is_cut_in(std::string_view part, std::string_view rest,
+                 std::string_view boundary) const noexcept {
+    std::string_view value = part;
+    if (!detail::skip_past(value, "\r\n\r\n")) return false;
+    rest.remove_prefix(part.size() - value.size());
+    const std::size_t end = value.find("\r\n");
+    value = {value.data(), end == std::string_view::npos ? 0 : end};
+    if (value != bytes() || !is_named_in(part)) return false;
+    // The value may share its CR LF with the headers.
+    if (value.empty() && detail::is_at_delimiter(rest, boundary)) return false;
+    rest.remove_prefix(value.size());
+    return !detail::take(rest, "\r\n") || !detail::is_at_delimiter(rest, boundary);
+  }
+
+  // Whether a part has the names of this file.
+  bool is_named_in(std::string_view part) const noexcept {
+    if (detail::quoted_after(part, "name=\"") != field()) return false;
+    const detail::Terminated sent(detail::quoted_after(part, "filename=\""));
+    char *const decoded = unescapeString(sent.c_str());
+    // Without memory the names cannot be compared, so the part counts as this file.
+    const bool same = decoded == nullptr || std::string_view(decoded) == name();
+    std::free(decoded);
+    return same;
+  }
+
+  TarnHandle environment_ = 0;
 };
 
 inline std::optional<File> Request::file(const char *name) const &noexcept {
-  return first<File, Tarn_getFile>(name);
+  const TarnHandle found = detail::query<Tarn_getFile>(handle_, name);
+  if (found == 0) return std::nullopt;
+  return File(found, child(TARN_REQUEST_ENVIRONMENT));
 }
 
 }  // namespace tarn
