@@ -30,7 +30,6 @@ using namespace tarn_test;
 namespace fs = std::filesystem;
 using Names = std::set<std::string>;
 
-constexpr char kMultipart[] = "multipart/form-data; boundary=b";
 constexpr Can kFileSystems[] = {Can::kEverything, Can::kNoFileWithoutAName, Can::kNoRename,
                                 Can::kNoProc};
 
@@ -42,8 +41,7 @@ std::string valueOf(size_t size) {
 
 const std::string kFile = valueOf(100000);
 const std::string kForm =
-    "--b\r\nContent-Disposition: form-data; name=file; filename=f\r\n\r\n" + kFile +
-    "\r\n--b\r\nContent-Disposition: form-data; name=text\r\n\r\nnext\r\n--b--";
+    part("name=file; filename=f", kFile) + part("name=text", "next") + "--b--";
 
 int errnoOfFailure() { return calls.fail("read") ? calls.error : 0; }
 

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -13,10 +14,17 @@
 
 namespace tarn_test {
 
+inline constexpr char kMultipart[] = "multipart/form-data; boundary=b";
+inline constexpr char kUrlEncoded[] = "application/x-www-form-urlencoded";
+
+// A part of a body; `headers` is what follows "form-data; ".
+std::string part(const std::string &headers, const std::string &value,
+                 const std::string &boundary = "b");
+
 class Pieces {
  public:
-  // One at a time in each thread. The sizes repeat. After the body, reading fails with this errno value, unless it
-  // is 0.
+  // One at a time in each thread. The sizes repeat. After the body, reading fails with this errno
+  // value, unless it is 0.
   Pieces(std::string_view body, std::vector<size_t> sizes, int error = 0);
   ~Pieces();
   Pieces(const Pieces &) = delete;
