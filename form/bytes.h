@@ -45,7 +45,7 @@ class Bytes {
 
   bool append(char byte) { return append(std::string_view(&byte, 1)); }
 
-  // Returns what nobody needs to the system. Keeps the block if that fails.
+  // Gives unused memory back. Keeps the block as it is if that fails.
   void shrink() {
     if (size_ + 1 < capacity_) resizeBlock(size_ + 1);
   }

@@ -4,12 +4,13 @@
 
 #include "form/form.h"
 #include "form/kept.h"
+#include "form/text.h"
 #include "form/url_encoded.h"
 
 namespace tarn::form {
 namespace {
 
-// A text that was lent until the form is closed.
+// A text that was returned, and belongs to the form.
 struct Answer {
   Answer *next;
 
@@ -34,7 +35,7 @@ std::string_view takePiece(std::string_view &text, char separator) {
   return piece;
 }
 
-// Finds "name=value" among pieces. The value's data() is null if it is not there.
+// Finds "name=value" among pieces. If it is not there, the data() of the result is null.
 std::string_view findPair(const char *variable, const char *name, char separator, bool cookie) {
   const char *list = std::getenv(variable);
   std::string_view rest = list ? list : "";

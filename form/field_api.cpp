@@ -30,7 +30,7 @@ bool readText(TarnForm &form) {
   return true;
 }
 
-// Copies a value that has been lent as a view.
+// Copies a value that was returned as a view.
 bool copyView(TarnForm &form) {
   const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
   if (form.size > most) {
@@ -51,6 +51,7 @@ const char *textOfCurrent(TarnForm &form) {
     case Taken::kAsView:
       return copyView(form) ? form.text.data() : nullptr;
     case Taken::kPartly:
+    case Taken::kLost:
       break;
   }
   return nullptr;
@@ -74,10 +75,28 @@ const void *viewOfCurrent(TarnForm &form) {
   return form.view;
 }
 
-// Lends the next bytes of a field, wherever they are.
+// Whether all of the value is kept or in memory, so that it can be read more than once.
+bool canBeReadAgain(const TarnFormField &field) {
+  const TarnForm &form = *field.form();
+  return field.isKept() || form.taken == Taken::kAsText || form.taken == Taken::kAsView;
+}
+
+// The next bytes of a value that can be read again.
+bool nextStoredBlock(TarnForm &form, TarnFormField &field, std::string_view &block) {
+  if (field.isKept()) return nextKeptBlock(form, field, block);
+  const uint64_t left = form.size - form.read_position;
+  if (left == 0 || form.problem) return false;
+  const void *value = form.taken == Taken::kAsText ? form.text.data() : form.view;
+  block = {static_cast<const char *>(value) + form.read_position, static_cast<size_t>(left)};
+  form.read_position = form.size;
+  return true;
+}
+
+// Returns false at the end of the value and if there is a problem.
 bool nextBlock(TarnFormField &field, std::string_view &block) {
   TarnForm &form = *field.form();
-  if (field.isKept() && form.being_read != &field) {
+  const bool stored = canBeReadAgain(field);
+  if (stored && form.being_read != &field) {
     form.being_read = &field;
     form.read_position = 0;
     form.unread = {};
@@ -87,10 +106,29 @@ bool nextBlock(TarnFormField &field, std::string_view &block) {
     form.unread = {};
     return true;
   }
-  if (field.isKept()) return nextKeptBlock(form, field, block);
-  if (form.taken != Taken::kNothing && form.taken != Taken::kPartly) return false;
+  if (stored) return nextStoredBlock(form, field, block);
+  if (form.taken == Taken::kLost) return false;
   form.taken = Taken::kPartly;
   return form.nextRun(block);
+}
+
+// Whether reading ended because bytes are missing.
+bool isLost(const TarnFormField &field) {
+  const TarnForm &form = *field.form();
+  return form.problem || (!field.isKept() && form.taken == Taken::kLost);
+}
+
+// Returns 0 if something of the value is left to write, or if nothing of it was read.
+int checkUnread(TarnFormField &field) {
+  TarnForm &form = *field.form();
+  if (form.problem) return -1;
+  if (canBeReadAgain(field) || form.taken == Taken::kNothing || !form.unread.empty()) return 0;
+  std::string_view run;
+  if (form.taken == Taken::kPartly && form.nextRun(run)) {
+    form.unread = run;
+    return 0;
+  }
+  return form.problem ? -1 : ENODATA;
 }
 
 // Passes the rest of a value to `write`, which returns 0 or an errno value.
@@ -101,6 +139,25 @@ int writeBlocks(TarnFormField &field, const Write &write) {
     if (const int error = write(block)) return error;
   }
   return field.form()->problem ? -1 : 0;
+}
+
+// How far a value that can be read again has been read.
+uint64_t readPosition(const TarnFormField &field) {
+  const TarnForm &form = *field.form();
+  return form.being_read == &field ? form.read_position - form.unread.size() : 0;
+}
+
+// A value that can be read again is then read from its beginning, or after an error from where the
+// write began. Of any other value, what a failed write did not store is lost.
+void endWriting(TarnFormField &field, uint64_t began, int error) {
+  TarnForm &form = *field.form();
+  if (canBeReadAgain(field)) {
+    form.read_position = error == 0 ? 0 : began;
+    form.unread = {};
+  } else if (error != 0) {
+    form.taken = Taken::kLost;
+    form.unread = {};
+  }
 }
 
 }  // namespace
@@ -137,7 +194,8 @@ uint64_t TarnFormField_offset(const TarnFormField *field) { return field ? field
 uint64_t TarnFormField_size(const TarnFormField *field) {
   if (!field) return 0;
   const TarnForm &form = *field->form();
-  return field->isKept() ? field->size() : form.size - form.unread.size();
+  if (field->isKept()) return field->size();
+  return canBeReadAgain(*field) ? form.size : form.size - form.unread.size();
 }
 
 const char *TarnFormField_text(TarnFormField *field) {
@@ -155,7 +213,7 @@ const void *TarnFormField_view(TarnFormField *field) {
 int64_t TarnFormField_block(TarnFormField *field, const void **block) {
   if (!field || !block) return -1;
   std::string_view bytes;
-  if (!nextBlock(*field, bytes)) return field->form()->problem ? -1 : 0;
+  if (!nextBlock(*field, bytes)) return isLost(*field) ? -1 : 0;
   *block = bytes.data();
   return static_cast<int64_t>(bytes.size());
 }
@@ -176,31 +234,42 @@ int64_t TarnFormField_read(TarnFormField *field, void *bytes, uint64_t size) {
     place += count;
     left -= count;
   }
-  return form.problem && left > 0 ? -1 : static_cast<int64_t>(asked - left);
+  return left > 0 && isLost(*field) ? -1 : static_cast<int64_t>(asked - left);
 }
 
 int TarnFormField_write(TarnFormField *field, int descriptor) {
   if (!field) return -1;
-  return writeBlocks(*field, [=](std::string_view block) { return writeAll(descriptor, block); });
+  if (const int error = checkUnread(*field)) return error;
+  const uint64_t began = readPosition(*field);
+  const int error =
+      writeBlocks(*field, [=](std::string_view block) { return writeAll(descriptor, block); });
+  endWriting(*field, began, error);
+  return error;
 }
 
 int TarnFormField_save(TarnFormField *field, const char *folder, const char *name) {
   if (!field || field->form()->problem) return -1;
-  TarnForm &form = *field->form();
-  NewFile &file = form.saved;
+  NewFile &file = field->form()->saved;
+  const uint64_t began = readPosition(*field);
   int error = 0;
   if (file.isUnnamed()) {
     error = file.keepIn(folder, name);
   } else {
-    error = file.open(folder, name);
-    if (error == 0) {
-      error = writeBlocks(*field, [&](std::string_view block) { return file.write(block); });
+    error = checkUnread(*field);
+    if (error == 0) error = file.open(folder, name);
+    if (error != 0) {
+      file.close();
+      return error;  // nothing has been read
     }
+    error = writeBlocks(*field, [&](std::string_view block) { return file.write(block); });
     if (error == 0) error = file.keep(name);
   }
-  // Another process took the name while the value arrived. A kept value can be read again.
-  if (field->isKept()) form.being_read = nullptr;
-  if (field->isKept() || !file.isUnnamed()) file.close();
+  // If another process took the name while a stream arrived, the file waits for another name.
+  const bool waits = file.isUnnamed() && !canBeReadAgain(*field);
+  if (!waits) {
+    endWriting(*field, began, error);
+    file.close();
+  }
   return error;
 }
 

@@ -24,8 +24,8 @@ const char *findOneByOne(const char *from, const char *last_start, std::string_v
 
 }  // namespace
 
-// A place where a CR stands is compared up to the first difference, which is not behind the next CR.
-// So no byte is compared more than twice, whatever a browser sends.
+// A comparison begins at a CR and ends at the first difference, which is not behind the next CR. So no
+// byte is compared more than twice, whatever a browser sends.
 const char *findDelimiter(std::string_view text, std::string_view delimiter) {
   const size_t size = delimiter.size();
   if (text.size() < size) return nullptr;

@@ -1,6 +1,9 @@
 #include "form/form.h"
 
+#include <cstring>
+
 #include "form/multipart.h"
+#include "form/text.h"
 #include "form/url_encoded.h"
 
 using tarn::form::BodyType;
@@ -42,7 +45,7 @@ bool TarnForm::start() {
     case BodyType::kMultipart:
       return !problem && tarn::form::startMultipart(*this);
     case BodyType::kNone:
-      // Nothing was sent, which is no form, but no mistake either.
+      // A request without a body and without a type has a form without fields.
       if (source.length() == 0 || (source.length() == TARN_FORM_UNLIMITED && !more() && !problem)) {
         stage = Stage::kAfterFields;
         return true;
@@ -54,7 +57,7 @@ bool TarnForm::start() {
   return raise(TARN_FORM_UNSUPPORTED_TYPE, "CONTENT_TYPE is not that of a form");
 }
 
-// Reads what follows the last field: a body that is shorter than its length is not whole.
+// Reads what follows the last field. The body must have its whole length.
 bool TarnForm::drain() {
   do {
     source.consume(source.window().size());
@@ -70,6 +73,7 @@ TarnFormField *TarnForm::step() {
   size = 0;
   view = nullptr;
   unread = {};
+  being_read = nullptr;
   saved.close();
   taken = Taken::kNothing;
   TarnFormField *field = nullptr;
@@ -87,9 +91,11 @@ TarnFormField *TarnForm::stepToBody() {
   if (problem || stage != Stage::kUnread || !checkLength()) return nullptr;
   type = BodyType::kOther;
   const char header[] = "Content-Type:";
+  const std::string_view value = tarn::form::trim(content_type);
   headers.clear();
-  if (*content_type != '\0' && (!headers.append({header, sizeof header - 1}) ||
-                                !headers.append(content_type) || !headers.append({"\0\n", 2}))) {
+  if (!value.empty() && std::strpbrk(content_type, "\r\n") == nullptr &&
+      (!headers.append({header, sizeof header - 1}) || !headers.append(value) ||
+       !headers.append({"\0\n", 2}))) {
     raiseOutOfMemory();
     return nullptr;
   }

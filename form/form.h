@@ -28,19 +28,20 @@ enum class Taken {
   kAsText,  // all of it, and it is in TarnForm::text
   kAsView,  // all of it, and it is at TarnForm::view
   kPartly,  // some or all was returned or skipped
+  kLost,    // a write failed, so that some of it is nowhere
 };
 
 }  // namespace tarn::form
 
 struct TarnForm {
-  // Steps to the next field. Returns null at the end and with a problem.
+  // Steps to the next field. Returns null at the end and after a problem.
   TarnFormField *step();
 
   // The same for the body as a whole.
   TarnFormField *stepToBody();
 
-  // Lends the next bytes of the current value, until the next call. Returns false at the end of the
-  // value and with a problem.
+  // Finds the next bytes of the current value. They are valid until the next call. Returns false at
+  // the end of the value and after a problem.
   bool nextRun(std::string_view &run);
 
   // Reads what is left of the current value.
@@ -48,13 +49,15 @@ struct TarnForm {
 
   bool more() { return source.more(limits, problem); }
 
-  // These raise a problem at the window and return false. More than that number of fields is one.
+  // These report a problem at the beginning of the window and return false.
   bool raise(TarnFormProblem code, const char *sentence);
   bool raiseOutOfMemory();
+
+  // Counts a field. Returns false, with a problem, if there are too many.
   bool countField();
 
-  // The input has ended where a form must not end. If that is because the source has a problem, that
-  // problem stays.
+  // The input has ended inside the form. If the source has a problem, that is the reason, and it
+  // stays.
   bool raiseCutShort(const char *sentence);
 
   tarn::form::Source source;
@@ -77,12 +80,12 @@ struct TarnForm {
   uint64_t size = 0;  // of the current value, as far as it has been read
   uint64_t fields = 0;
   std::string_view unread;  // what TarnFormField_read() left of a run
-  // The kept field that is being read, and how far.
+  // The kept or current field whose stored value is being read, and how far.
   const TarnFormField *being_read = nullptr;
   uint64_t read_position = 0;
   int spool = -1;  // holds the large files that TarnForm_load() kept
   uint64_t spool_size = 0;
-  void *answers = nullptr;  // cookies and fields of the query that were lent
+  void *answers = nullptr;  // cookies and fields of the query that were returned
   tarn::form::Stage stage = tarn::form::Stage::kUnread;
   tarn::form::Taken taken = tarn::form::Taken::kNothing;
   bool length_missing = false;

@@ -7,11 +7,12 @@
 #include <cerrno>
 
 #include "form/saving.h"
+#include "form/text.h"
 
 namespace tarn::form {
 namespace {
 
-// What a record has instead of a value that is in the spool.
+// In a record whose value is in the spool, this takes the place of the value.
 struct Spooled {
   uint64_t offset;
   void *mapping;
@@ -27,9 +28,8 @@ Spooled spooledValue(const TarnFormField &field) {
 
 // ---- Loading ------------------------------------------------------------------------------------
 
-bool raiseSpool(TarnForm &form) {
-  return form.problem.raise(TARN_FORM_OUT_OF_MEMORY, form.source.position(),
-                            "a temporary file cannot be written");
+bool raiseSpool(TarnForm &form, const char *sentence = "a temporary file cannot be written") {
+  return form.problem.raise(TARN_FORM_OUT_OF_MEMORY, form.source.position(), sentence);
 }
 
 bool writeAt(int file, std::string_view bytes, uint64_t offset) {
@@ -59,7 +59,7 @@ bool spool(TarnForm &form, std::string_view bytes) {
   return true;
 }
 
-// A value on its way behind its record in the block, or into the spool.
+// A value while it is stored, behind its record in the block or in the spool.
 struct Keeping {
   uint32_t place;  // of the record
   size_t start;    // of the value in the block
@@ -131,8 +131,6 @@ bool keepField(TarnForm &form, const TarnFormField &field) {
 
 // ---- Looking up ---------------------------------------------------------------------------------
 
-char fold(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
-
 int compareNames(std::string_view a, std::string_view b, bool folded) {
   const size_t common = std::min(a.size(), b.size());
   if (!folded) {
@@ -141,7 +139,7 @@ int compareNames(std::string_view a, std::string_view b, bool folded) {
   }
   for (size_t i = 0; folded && i < common; ++i) {
     const int order =
-        static_cast<unsigned char>(fold(a[i])) - static_cast<unsigned char>(fold(b[i]));
+        static_cast<unsigned char>(toLower(a[i])) - static_cast<unsigned char>(toLower(b[i]));
     if (order != 0) return order;
   }
   return a.size() < b.size() ? -1 : a.size() > b.size();
@@ -166,7 +164,7 @@ Places findPlaces(TarnForm &form, std::string_view name, bool folded) {
     return std::string_view(field.name(), field.name_size);
   };
   if (sorted.size() == 0) {
-    if (!sorted.append(form.order.view())) return {nullptr, nullptr};
+    sorted.append(form.order.view());  // TarnForm_load() made room for it
     auto *begin = reinterpret_cast<uint32_t *>(sorted.data());
     std::sort(begin, begin + sorted.size() / sizeof(uint32_t), [&](uint32_t a, uint32_t b) {
       const int order = compareNames(name_at(a), name_at(b), folded);
@@ -231,10 +229,7 @@ bool nextKeptBlock(TarnForm &form, TarnFormField &field, std::string_view &block
     do {
       count = pread(form.spool, form.scratch.data(), wanted, static_cast<off_t>(offset));
     } while (count < 0 && errno == EINTR);
-    if (count <= 0) {
-      return form.problem.raise(TARN_FORM_READ_ERROR, field.offset(),
-                                "a temporary file cannot be read");
-    }
+    if (count <= 0) return raiseSpool(form, "a temporary file cannot be read");
     block = {form.scratch.data(), static_cast<size_t>(count)};
   }
   form.read_position += block.size();
@@ -265,6 +260,11 @@ int TarnForm_load(TarnForm *form) {
   form->loaded = true;
   form->kept.shrink();
   form->order.shrink();
+  // So that no lookup fails for lack of memory.
+  const size_t size = form->order.size();
+  if (!form->by_name.reserve(size) || !form->by_folded_name.reserve(size)) {
+    form->raiseOutOfMemory();
+  }
   return TarnForm_isWhole(form);
 }
 

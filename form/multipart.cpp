@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "form/part_headers.h"
+#include "form/text.h"
 
 namespace tarn::form {
 namespace {
@@ -15,10 +16,6 @@ bool ensure(TarnForm &form, size_t size) {
     if (!form.more()) return false;
   }
   return true;
-}
-
-bool beginsWith(std::string_view text, std::string_view start) {
-  return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
 }
 
 // The delimiter without its CR LF, as it may open a body.
@@ -54,9 +51,9 @@ bool takeRestOfDelimiterLine(TarnForm &form) {
   return true;
 }
 
-// Consumes what is before the first occurrence of a text, but for the last two bytes, which decide
-// whether a line begins there. Sets `before` to how many bytes of the window are before it. Finds it
-// as Knuth, Morris and Pratt do, in linear time. Returns false if it is not there.
+// Consumes what is before the first occurrence of a text, except the last two bytes, which tell
+// whether a line begins there. Sets `before` to the offset of the text in the window. Takes linear
+// time, with the algorithm of Knuth, Morris and Pratt. Returns false if the text does not occur.
 bool consumePreamble(TarnForm &form, std::string_view wanted, size_t &before) {
   unsigned char border[128] = {0};  // the longest prefix that ends at i, but begins later
   for (size_t i = 1, length = 0; i < wanted.size(); ++i) {

@@ -9,14 +9,13 @@
 namespace tarn::form {
 
 // Finds the first occurrence of a delimiter, which begins with "\r\n--" and contains no other CR.
-// Takes linear time. Returns null if there is none.
+// Takes linear time. Returns null if there is no delimiter.
 const char *findDelimiter(std::string_view text, std::string_view delimiter);
 
 // Steps over the preamble and the first delimiter's line.
 bool startMultipart(TarnForm &form);
 
-// Reads the headers of a part, into a record. Returns null with a problem and, before a part that
-// is none, at the end of the form.
+// Reads the headers of the next part into a record. Returns null after a problem.
 TarnFormField *stepToPart(TarnForm &form);
 
 // See TarnForm::nextRun().

@@ -1,19 +1,17 @@
 #include "form/parameters.h"
 
+#include "form/text.h"
+
 namespace tarn::form {
 namespace {
 
 constexpr size_t kLongestBoundary = 70;
 constexpr std::string_view kDelimiterStart = "\r\n--";
 
-char toLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
-
 bool isTokenByte(char c) {
   return (c >= '0' && c <= '9') || (toLower(c) >= 'a' && toLower(c) <= 'z') ||
          (c != '\0' && std::strchr("!#$%&'*+-.^_`|~", c) != nullptr);
 }
-
-bool isSpace(char c) { return c == ' ' || c == '\t'; }
 
 // Appends a quoted value without its backslashes.
 bool appendUnescaped(Bytes &bytes, std::string_view value) {
@@ -28,7 +26,7 @@ bool raiseNoBoundary(Problem &problem, const char *sentence) {
   return problem.raise(TARN_FORM_NO_BOUNDARY, 0, sentence);
 }
 
-// Whether a parameter is a piece of a boundary as RFC 2231 would have it: "boundary*0".
+// Whether a parameter is a piece of a boundary in the syntax of RFC 2231, such as "boundary*0".
 bool isPieceOfBoundary(std::string_view name) {
   constexpr std::string_view start = "boundary*";
   return name.size() >= start.size() && equalIgnoringCase({name.data(), start.size()}, start);
@@ -72,20 +70,6 @@ bool readBoundary(std::string_view text, Bytes &boundary, Problem &problem) {
 }
 
 }  // namespace
-
-bool equalIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (toLower(a[i]) != toLower(b[i])) return false;
-  }
-  return true;
-}
-
-std::string_view trim(std::string_view text) {
-  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
-  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
-  return text;
-}
 
 bool isToken(std::string_view text) {
   for (const char c : text) {

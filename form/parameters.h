@@ -9,12 +9,6 @@
 
 namespace tarn::form {
 
-// Compares ASCII letters in any case.
-bool equalIgnoringCase(std::string_view a, std::string_view b);
-
-// Without spaces and tabs at both ends.
-std::string_view trim(std::string_view text);
-
 // Whether a text is a token: the name of a header or a parameter, or a value without quotes.
 bool isToken(std::string_view text);
 

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "form/text.h"
+
 namespace tarn::form {
 namespace {
 
@@ -11,10 +13,6 @@ bool raiseHeader(TarnForm &form, uint64_t place, const char *sentence) {
 
 size_t offsetOf(const void *place, std::string_view text) {
   return static_cast<size_t>(static_cast<const char *>(place) - text.data());
-}
-
-bool beginsWith(std::string_view text, std::string_view start) {
-  return text.size() >= start.size() && std::memcmp(text.data(), start.data(), start.size()) == 0;
 }
 
 bool endsWithLineEnd(std::string_view text) {
@@ -53,7 +51,7 @@ bool takeLine(TarnForm &form, std::string_view dash_boundary, std::string_view &
   return true;
 }
 
-// Splits "name: value". Returns false if the line is no header.
+// Splits "name: value". Returns false if the line is not a header.
 bool splitLine(std::string_view line, std::string_view &name, std::string_view &value) {
   const void *found = std::memchr(line.data(), ':', line.size());
   if (!found) return false;
@@ -109,8 +107,8 @@ struct Part {
   size_t name_size = 0;
 };
 
-// Reads the parameters of Content-Disposition. Two names are refused: two readers could take
-// different ones.
+// Reads the parameters of Content-Disposition. A name that is there twice is refused, because two
+// readers could choose differently.
 bool readNames(TarnForm &form, std::string_view text, uint64_t place, Part &part) {
   Parameters parameters(text, Quoting::kForm);
   Parameters name = parameters;
@@ -154,7 +152,7 @@ bool isAllowedEncoding(std::string_view encoding) {
          equalIgnoringCase(encoding, "binary");
 }
 
-// Reads the headers that matter. Each of them can be there only once.
+// Reads the headers that matter. Each may appear only once.
 bool readHeader(TarnForm &form, std::string_view name, std::string_view value, uint64_t place,
                 Part &part) {
   const bool is_disposition = equalIgnoringCase(name, "Content-Disposition");

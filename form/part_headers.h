@@ -12,8 +12,8 @@ namespace tarn::form {
 // begin with `dash_boundary`. Returns null with a problem.
 TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary);
 
-// The value of a header in a record's headers, with a zero byte behind it. Its
-// data() is null if there is none.
+// The value of a header in a record's headers, with a zero byte behind it. If there is no such
+// header, its data() is null.
 std::string_view findHeader(std::string_view headers, std::string_view name);
 
 }  // namespace tarn::form

@@ -22,7 +22,7 @@ constexpr Description kDescriptions[] = {
     {"limit", 413},
     {"unsupported_type", 415},
     {"bad_length", 400},
-    {"read_error", 500},
+    {"read_error", 400},
     {"timed_out", 408},
     {"out_of_memory", 500},
 };
@@ -35,7 +35,7 @@ constexpr const char *kLimitSentences[kLimits] = {
     "no byte arrived for %" PRIu64 " seconds",
     "the body did not arrive within %" PRIu64 " seconds",
     "a file is longer than %" PRIu64 " bytes",
-    "all names and texts together are longer than %" PRIu64 " bytes",
+    "the form takes more than %" PRIu64 " bytes of memory",
 };
 
 const Description &describe(TarnFormProblem problem) {

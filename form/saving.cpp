@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kMostAttempts = 10000;
 
-// The disk starts to write this much while more arrives, so that keep() does not wait for all of it.
+// The disk begins to write after each of these, so that keep() does not wait for all of the file.
 constexpr uint64_t kStartedAtOnce = uint64_t{4} * 1024 * 1024;
 
 bool isFileName(std::string_view name) {
@@ -38,11 +38,15 @@ int openFolder(const char *folder) {
   return open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// A file without a name can get one only through its entry here.
+// linkat() can name a file that has no name only through this path.
 bool pathOfDescriptor(int descriptor, char (&path)[40]) {
   std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
   struct stat about;
   return lstat(path, &about) == 0;
+}
+
+bool isSameFile(const struct stat &a, const struct stat &b) {
+  return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
 }
 
 }  // namespace
@@ -77,6 +81,7 @@ int NewFile::open(const char *folder, const char *name) {
   char path[40];
   if (pathOfDescriptor(file_, path)) return 0;
   ::close(file_);
+  file_ = -1;
   return openNamed();
 }
 
@@ -84,34 +89,42 @@ int NewFile::open(const char *folder, const char *name) {
 // a process that died.
 int NewFile::openNamed() {
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-    std::snprintf(temporary_, sizeof temporary_, ".tarn-form-%d", attempt);
-    file_ = openat(folder_, temporary_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (file_ >= 0) {
-      if (flock(file_, LOCK_EX | LOCK_NB) == 0) return 0;
-      // Another process took it for a stale one.
-      ::close(file_);
+    char name[sizeof temporary_];
+    std::snprintf(name, sizeof name, ".tarn-form-%d", attempt);
+    const int made =
+        openat(folder_, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (made < 0) {
+      if (errno != EEXIST) return errno;
+      if (removeStale(name)) --attempt;
       continue;
     }
-    const int error = errno;
-    if (error == EEXIST && removeStale(temporary_)) --attempt;
-    if (error != EEXIST) {
-      temporary_[0] = '\0';
-      return error;
+    const int error = flock(made, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+    // Before it was locked, another process may have taken it for a stale one.
+    if (error == 0 && isNameOf(name, made)) {
+      std::memcpy(temporary_, name, sizeof name);
+      file_ = made;
+      return 0;
     }
+    if (error != 0 && error != EWOULDBLOCK) unlinkat(folder_, name, 0);
+    ::close(made);
+    if (error != 0 && error != EWOULDBLOCK) return error;
   }
-  temporary_[0] = '\0';
   return EEXIST;
+}
+
+// Whether a name in the folder is that of an open regular file.
+bool NewFile::isNameOf(const char *name, int file) const {
+  struct stat of_file;
+  struct stat of_name;
+  return fstat(file, &of_file) == 0 && S_ISREG(of_file.st_mode) &&
+         fstatat(folder_, name, &of_name, AT_SYMLINK_NOFOLLOW) == 0 && isSameFile(of_file, of_name);
 }
 
 bool NewFile::removeStale(const char *name) const {
   const int old = openat(folder_, name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (old < 0) return false;
-  struct stat of_file;
-  struct stat of_name;
-  const bool stale = flock(old, LOCK_EX | LOCK_NB) == 0 && fstat(old, &of_file) == 0 &&
-                     fstatat(folder_, name, &of_name, AT_SYMLINK_NOFOLLOW) == 0 &&
-                     of_file.st_ino == of_name.st_ino && of_file.st_dev == of_name.st_dev &&
-                     S_ISREG(of_file.st_mode) && unlinkat(folder_, name, 0) == 0;
+  const bool stale =
+      flock(old, LOCK_EX | LOCK_NB) == 0 && isNameOf(name, old) && unlinkat(folder_, name, 0) == 0;
   ::close(old);
   return stale;
 }
@@ -162,7 +175,7 @@ int NewFile::keepIn(const char *folder, const char *name) {
   struct stat of_other;
   struct stat of_folder;
   const bool same = fstat(other, &of_other) == 0 && fstat(folder_, &of_folder) == 0 &&
-                    of_other.st_ino == of_folder.st_ino && of_other.st_dev == of_folder.st_dev;
+                    isSameFile(of_other, of_folder);
   ::close(other);
   return same ? keep(name) : EXDEV;
 }

@@ -38,6 +38,7 @@ class NewFile {
  private:
   int openNamed();
   int publish(const char *name);
+  bool isNameOf(const char *name, int file) const;
   bool removeStale(const char *name) const;
 
   int folder_ = -1;

@@ -59,20 +59,23 @@ bool Source::wait(const Limits &limits, Problem &problem) const {
   const uint64_t patience =
       seconds == TARN_FORM_UNLIMITED ? UINT64_MAX : now() + inMilliseconds(seconds);
   const uint64_t end = patience < deadline_ ? patience : deadline_;
+  const auto raise = [&](TarnFormLimit limit) {
+    return problem.raiseLimit(limit, limits[limit], arrived());
+  };
   for (;;) {
     int timeout = -1;
     if (end != UINT64_MAX) {
       const uint64_t time = now();
+      // Bytes can keep arriving until it is too late.
+      if (time >= deadline_) return raise(TARN_FORM_TOTAL_SECONDS);
       const uint64_t left = time < end ? end - time : 0;
       timeout = left < INT_MAX ? static_cast<int>(left) : INT_MAX;
     }
     pollfd waiting = {descriptor_, POLLIN, 0};
     const int ready = poll(&waiting, 1, timeout);
     if (ready > 0 || (ready < 0 && errno != EINTR)) return true;  // read() tells what it is
-    if (ready == 0 && now() >= end) {
-      const TarnFormLimit limit =
-          end == deadline_ ? TARN_FORM_TOTAL_SECONDS : TARN_FORM_WAIT_SECONDS;
-      return problem.raiseLimit(limit, limits[limit], arrived());
+    if (ready == 0 && patience < deadline_ && now() >= patience) {
+      return raise(TARN_FORM_WAIT_SECONDS);
     }
   }
 }

@@ -5,7 +5,7 @@
 namespace tarn::form {
 namespace {
 
-// A longer run without anything to decode is lent where it is.
+// A longer run without anything to decode is not copied.
 constexpr size_t kLongRun = 64;
 // How many bytes are decoded at a time.
 constexpr size_t kDecoded = 4096;
@@ -18,15 +18,15 @@ int hexDigit(char c) {
 
 bool isEncoded(char c) { return c == '+' || c == '%'; }
 
-// How many bytes stand for themselves, up to an encoded one or the end of the value.
+// How many bytes come before the first encoded one, or before the end of the value.
 size_t plainSize(std::string_view text) {
   size_t size = 0;
   while (size < text.size() && text[size] != '&' && !isEncoded(text[size])) ++size;
   return size;
 }
 
-// Makes sure that a "%" at the beginning of the window has its digits there, if they are left.
-// Returns false if the window is empty and nothing is left, and with a problem.
+// Fills the window, so that a "%" at its beginning has its digits unless the body ends there.
+// Returns false at the end of the body and after a problem.
 bool ensureByte(TarnForm &form) {
   std::string_view window = form.source.window();
   while (window.empty() || (window.front() == '%' && window.size() < 3)) {
@@ -94,7 +94,7 @@ bool nextRunOfPair(TarnForm &form, std::string_view &run) {
   }
   std::string_view window = form.source.window();
   const size_t plain = plainSize(window);
-  if (plain >= kLongRun || plain == window.size()) {
+  if (plain >= kLongRun || plain == window.size() || window[plain] == '&') {
     run = {window.data(), plain};
     form.source.consume(plain);
     return true;

@@ -17,13 +17,14 @@
  *
  * Conventions that hold for every function:
  *
- *  1. Null. Every function accepts a null form or field and treats it as one whose memory could not
- *     be allocated. So only the end of the reading needs a test.
+ *  1. Null. Every function accepts a null form or field. A null form has the problem
+ *     TARN_FORM_OUT_OF_MEMORY, so a script only has to check TarnForm_isWhole() at the end.
  *  2. Problems. A form that cannot be read to its end has one problem: a code, the place in the body
- *     where it was found, and a sentence for the log. From then on there are no more fields. A value
+ *     where it was found, and a sentence for the log. After it there are no more fields. A value
  *     that was cut short is never returned as if it were whole.
- *  3. Lending. What a function returns belongs to the form. What belongs to a field is valid until
- *     the next TarnForm_next(), fields that TarnForm_load() keeps until TarnForm_close().
+ *  3. Ownership. The form owns everything that its functions return. A field and what it returns are
+ *     valid until the next call of TarnForm_next(); a field that TarnForm_load() keeps is valid until
+ *     TarnForm_close().
  *  4. Texts. Names and values are the bytes that were sent, zero bytes included. A zero byte follows
  *     each of them; functions with "size" in their name count the bytes before it.
  *  5. Sizes and places count bytes and have 64 bits on every machine.
@@ -66,7 +67,7 @@ typedef uint32_t TarnFormProblem;
 #define TARN_FORM_LIMIT 7u             /* more than a limit allows ("limit", 413) */
 #define TARN_FORM_UNSUPPORTED_TYPE 8u  /* not a type that is read ("unsupported_type", 415) */
 #define TARN_FORM_BAD_LENGTH 9u        /* CONTENT_LENGTH is not a number ("bad_length", 400) */
-#define TARN_FORM_READ_ERROR 10u       /* reading failed ("read_error", 500) */
+#define TARN_FORM_READ_ERROR 10u       /* reading failed ("read_error", 400) */
 #define TARN_FORM_TIMED_OUT 11u        /* the sender was too slow ("timed_out", 408) */
 #define TARN_FORM_OUT_OF_MEMORY 12u    /* memory or temporary files ("out_of_memory", 500) */
 
@@ -80,10 +81,10 @@ typedef uint32_t TarnFormLimit;
 #define TARN_FORM_BODY_SIZE 3u     /* bytes of the body (no limit) */
 #define TARN_FORM_WAIT_SECONDS 4u  /* seconds without a byte (60) */
 #define TARN_FORM_TOTAL_SECONDS 5u /* seconds for the whole body (no limit) */
-#define TARN_FORM_MEMORY_SIZE 6u   /* TarnForm_load(): bytes of a file kept in memory (64 KiB) */
-#define TARN_FORM_LOAD_SIZE 7u     /* TarnForm_load(): bytes of all names and texts (16 MiB) */
+#define TARN_FORM_MEMORY_SIZE 6u   /* TarnForm_load(): bytes of one file in memory (64 KiB) */
+#define TARN_FORM_LOAD_SIZE 7u     /* TarnForm_load(): bytes of all fields in memory (16 MiB) */
 
-/** Stands for a limit that is off, and for a length that is not known. */
+/** As a limit: no limit. As a length: read to the end. */
 #define TARN_FORM_UNLIMITED UINT64_MAX
 
 /* ---- Opening ------------------------------------------------------------------------------------
@@ -145,7 +146,7 @@ TARN_FORM_API void TarnForm_readToEnd(TarnForm *form);
  */
 TARN_FORM_API void TarnForm_setLimit(TarnForm *form, TarnFormLimit limit, uint64_t value);
 
-/** Closes a form and releases everything that it lent. The rest of the body stays unread. */
+/** Closes a form and releases everything that it owns. Does not read the rest of the body. */
 TARN_FORM_API void TarnForm_close(TarnForm *form);
 
 /* ---- Reading ------------------------------------------------------------------------------------
@@ -153,7 +154,7 @@ TARN_FORM_API void TarnForm_close(TarnForm *form);
  * @param form  the form
  */
 
-/** Steps to the next field. What is left of the value of the field before is skipped.
+/** Steps to the next field. Skips what you have not read of the current field's value.
  *
  *  @return the field; null at the end of the form and when it has a problem: TarnForm_isWhole()
  *          tells which
@@ -161,10 +162,10 @@ TARN_FORM_API void TarnForm_close(TarnForm *form);
 TARN_FORM_API TarnFormField *TarnForm_next(TarnForm *form);
 
 /** Steps to the body as it is, whatever its type: for JSON, or a file sent with PUT. Call it instead
- *  of TarnForm_next().
+ *  of TarnForm_next(). A form that is read from the query string has the query string as its body.
  *
- *  @return a field without a name whose value is the body and whose type is CONTENT_TYPE; null when
- *          there is a problem and when the form is read already
+ *  @return a field whose value is the body, whose name is empty and whose type is CONTENT_TYPE, unless
+ *          that contains a line end; null if there is a problem or something was read before
  */
 TARN_FORM_API TarnFormField *TarnForm_body(TarnForm *form);
 
@@ -180,7 +181,7 @@ TARN_FORM_API TarnFormProblem TarnForm_problem(const TarnForm *form);
 /** @return where in the body the problem was found, from 0; 0 without a problem */
 TARN_FORM_API uint64_t TarnForm_problemOffset(const TarnForm *form);
 
-/** Describes the problem for a log, such as "cut short: the body ends inside a field". Contains
+/** Describes the problem for a log, such as "cut short: the body ends in a value". It contains
  *  nothing that the browser sent.
  *
  *  @return a sentence; empty without a problem
@@ -213,14 +214,16 @@ TARN_FORM_API const char *TarnForm_problemName(TarnFormProblem problem);
  * its fields. Texts are kept in memory, and files too unless they are large.
  *
  * @param form  the form
- * @param name  the field's name as sent; null stands for any name
+ * @param name  the field's name; null finds fields of any name
  */
 
 /** Reads the whole form and keeps it. Fields that TarnForm_next() returned before are not kept.
  *
- *  A field without a file name counts as text and must fit TARN_FORM_TEXT_SIZE. A file larger than
- *  TARN_FORM_MEMORY_SIZE goes into a temporary file that has no name and ends with the form; TMPDIR
- *  names the folder, otherwise /tmp.
+ *  A field without a file name is a text, and TARN_FORM_TEXT_SIZE limits it. A file goes into a
+ *  temporary file if it is larger than TARN_FORM_MEMORY_SIZE, or if the fields before it fill half of
+ *  TARN_FORM_LOAD_SIZE. The temporary file is in the folder TMPDIR, or in /tmp if that is not set. It
+ *  has no name (for a moment it has one, where the file system cannot do that) and is gone after
+ *  TarnForm_close().
  *
  *  @return 1 if the form is whole; 0 if it has a problem, and then no field is kept
  */
@@ -281,58 +284,66 @@ TARN_FORM_API uint64_t TarnFormField_headerSize(const TarnFormField *field, cons
 /** @return where the field begins in the body: at its delimiter's line or, URL-encoded, its name */
 TARN_FORM_API uint64_t TarnFormField_offset(const TarnFormField *field);
 
-/** @return how many bytes of the value have been read; all, once the value is read or loaded */
+/** @return how many bytes of the value have been read so far; the size of the whole value after
+ *          TarnFormField_text(), TarnFormField_view() or TarnForm_load()
+ */
 TARN_FORM_API uint64_t TarnFormField_size(const TarnFormField *field);
 
 /** Reads the whole value as a text.
  *
- *  @return the value; null when it is longer than TARN_FORM_TEXT_SIZE, which is a problem of the
- *          form, when part of it has been read in another way, and after a problem
+ *  @return the value; null if it is longer than TARN_FORM_TEXT_SIZE (the form then has a problem, but
+ *          not if TarnForm_load() keeps the field), if part of it was read by another function, and
+ *          after a problem
  */
 TARN_FORM_API const char *TarnFormField_text(TarnFormField *field);
 
 /** Finds the whole value in memory, without copying it. No zero byte follows.
  *
- *  @return the value, TarnFormField_size() bytes; null when it is not in memory, when it would have to
- *          be decoded, when part of it has been read, and after a problem
+ *  @return the value, TarnFormField_size() bytes; null if it is not in memory, if it would have to be
+ *          decoded, if another function read some of it, and after a problem
  */
 TARN_FORM_API const void *TarnFormField_view(TarnFormField *field);
 
 /** Reads the next block of the value without copying it.
  *
  *  @param block  where to store its address, valid until the next call with this form
- *  @return its size; 0 at the end of the value, -1 after a problem
+ *  @return its size; 0 at the end of the value, -1 after a problem and after a failed write
  */
 TARN_FORM_API int64_t TarnFormField_block(TarnFormField *field, const void **block);
 
-/** Reads the next bytes of the value. Fewer than asked for arrive only at its end.
+/** Reads the next bytes of the value: as many as there is room for, or all that are left.
  *
  *  @param bytes  where to put them
  *  @param size   how many to read at most
- *  @return how many; 0 at the end of the value, -1 after a problem
+ *  @return how many; 0 at the end of the value, -1 after a problem and after a failed write
  */
 TARN_FORM_API int64_t TarnFormField_read(TarnFormField *field, void *bytes, uint64_t size);
 
-/** Writes the rest of the value to a file descriptor.
+/** Writes the value, or what has not been read of it, to a file descriptor.
+ *
+ *  A value that TarnFormField_text() or TarnFormField_view() returned, or that TarnForm_load() keeps,
+ *  can be written again, from its beginning. Any other value can be written once, because the bytes
+ *  are gone after that. They are gone after a failed write, too; the next field can still be read.
  *
  *  @param descriptor  open for writing, and blocking
- *  @return 0; the errno value of a failed write, after which the form goes on with the next field;
- *          -1 if the form has a problem
+ *  @return 0; the errno value of a failed write; ENODATA if the value is gone; -1 if the form has a
+ *          problem
  */
 TARN_FORM_API int TarnFormField_write(TarnFormField *field, int descriptor);
 
-/** Saves the rest of the value as a new file that only the script's user may read and write.
+/** Saves the value, or what has not been read of it, as a new file that only the script's user may
+ *  read and write.
  *
  *  The file appears under its name when all of it is on the disk, or not at all. No existing file is
- *  overwritten and no link is followed. If the process dies, no partial file stays: the bytes have no
- *  name until then. Where the file system cannot do that, they have a name that begins with
- *  ".tarn-form-", and the next save in that folder removes what a process that died left.
+ *  overwritten and no link is followed. If the process dies, no partial file is left, because the
+ *  file has no name until it is complete. Where the file system cannot do that, its name begins with
+ *  ".tarn-form-" until then, and the next save in that folder removes what a dead process left.
  *
  *  @param folder  an existing folder, not a link to one
  *  @param name    1 to 255 bytes without "/", and neither "." nor ".."
- *  @return as TarnFormField_write(); EINVAL for a name that is not allowed and EEXIST for one that is
- *          taken: call it again with another name for the same folder. EXDEV for another folder, if
- *          the name was taken only while the value was read.
+ *  @return as TarnFormField_write(). EINVAL if the name is not allowed, EEXIST if it is taken: call
+ *          again with another name and the same folder. EXDEV if you then name another folder and the
+ *          value is gone.
  */
 TARN_FORM_API int TarnFormField_save(TarnFormField *field, const char *folder, const char *name);
 
@@ -344,11 +355,11 @@ TARN_FORM_API int TarnFormField_skip(TarnFormField *field);
 
 /* ---- Cookies and query --------------------------------------------------------------------------
  *
- * What a script that reads its body as a stream needs from the environment. Names are compared
- * exactly and with nothing decoded, so that "__%48ost-id" does not pass for "__Host-id".
+ * For scripts that read the body as a stream. Names are compared exactly as they were sent, with
+ * nothing decoded, so that "__%48ost-id" is not taken for "__Host-id".
  *
  * @param form  the form, which keeps the result until TarnForm_close()
- * @param name  the name as it stands in the header or the query string
+ * @param name  the name as it was sent
  */
 
 /** Finds a cookie in HTTP_COOKIE. @return the first one's value as sent; null if there is none */

@@ -31,8 +31,7 @@ namespace {
 
 using namespace tarn_test;
 
-constexpr char kMultipart[] = "multipart/form-data; boundary=bo";
-constexpr char kUrlEncoded[] = "application/x-www-form-urlencoded";
+constexpr char kType[] = "multipart/form-data; boundary=bo";
 
 // Calls `visit` with every sequence of up to `most` tokens.
 template <class Visit>
@@ -81,28 +80,24 @@ const std::vector<std::string> kFraming = {
     "\r", "\n", "--", "bo", "b", ":", "\"", "x", "Content-Disposition: form-data; name=\"a\"\r\n"};
 
 TEST(EveryShortForm, OfPiecesOfFramingIsReadAsTheModelReadsIt) {
-  compareEverySequence(kMultipart, kFraming, mostTokens("TARN_TEST_TOKENS", 5));
+  compareEverySequence(kType, kFraming, mostTokens("TARN_TEST_TOKENS", 5));
 }
 
 TEST(EveryShortForm, BehindTheHeadersOfAPartIsReadAsTheModelReadsIt) {
-  compareEverySequence(kMultipart, {"\r", "\n", "--", "-", "bo", "b", " ", "x"},
+  compareEverySequence(kType, {"\r", "\n", "--", "-", "bo", "b", " ", "x"},
                        mostTokens("TARN_TEST_TOKENS", 5),
                        "--bo\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n");
 }
 
 TEST(EveryShortForm, InAHeaderIsReadAsTheModelReadsIt) {
   compareEverySequence(
-      kMultipart, {"name=\"a\"", "filename=", "\"", "\\", ";", " ", "=", "%2", "2", "\r\n"},
+      kType, {"name=\"a\"", "filename=", "\"", "\\", ";", " ", "=", "%2", "2", "\r\n"},
       mostTokens("TARN_TEST_HEADER_TOKENS", 4), "--bo\r\nContent-Disposition: form-data; ");
 }
 
 TEST(EveryShortForm, OfUrlEncodedTextIsReadAsTheModelReadsIt) {
   compareEverySequence(kUrlEncoded, {"a", "&", "=", "%", "+", "4", "Z"},
                        mostTokens("TARN_TEST_URL_TOKENS", 6));
-}
-
-std::string part(const std::string &headers, const std::string &value) {
-  return "--bo\r\nContent-Disposition: form-data; " + headers + "\r\n\r\n" + value + "\r\n";
 }
 
 std::string largeValue(size_t size) {
@@ -119,37 +114,38 @@ std::string largeValue(size_t size) {
 }
 
 const std::string kForm =
-    "preamble\r\n" + part("name=\"text\"", "one\r\ntwo\r\n--b\r\n") +
-    part("name=\"photo\"; filename=\"C:\\p\\\"; x=y\r\nContent-Type: image/png", "\r\n\r\n--") +
-    part("name=\"empty\"", "") + "--bo--\r\nepilogue";
+    "preamble\r\n" + part("name=\"text\"", "one\r\ntwo\r\n--b\r\n", "bo") +
+    part("name=\"photo\"; filename=\"C:\\p\\\"; x=y\r\nContent-Type: image/png", "\r\n\r\n--",
+         "bo") +
+    part("name=\"empty\"", "", "bo") + "--bo--\r\nepilogue";
 
 TEST(HowBytesArrive, DoesNotChangeWhatIsRead) {
-  const ModelResult expected = modelOfForm(kMultipart, kForm);
+  const ModelResult expected = modelOfForm(kType, kForm);
   ASSERT_EQ(expected.problem, "");
   ASSERT_EQ(expected.fields.size(), 3U);
   for (size_t size = 1; size <= kForm.size(); ++size) {
-    EXPECT_EQ(readInPieces(kMultipart, kForm, {size}), expected) << "pieces of " << size;
-    EXPECT_EQ(readInPieces(kMultipart, kForm, {size, 1, 2, 100000}), expected)
+    EXPECT_EQ(readInPieces(kType, kForm, {size}), expected) << "pieces of " << size;
+    EXPECT_EQ(readInPieces(kType, kForm, {size, 1, 2, 100000}), expected)
         << "a piece of " << size << ", then 1, 2 and the rest";
   }
 }
 
 TEST(HowBytesArrive, DoesNotChangeLargeValues) {
-  const std::string body = part("name=\"a\"", largeValue(400000)) +
-                           part("name=\"b\"; filename=\"f\"", largeValue(131072)) + "--bo--";
-  const ModelResult expected = modelOfForm(kMultipart, body);
+  const std::string body = part("name=\"a\"", largeValue(400000), "bo") +
+                           part("name=\"b\"; filename=\"f\"", largeValue(131072), "bo") + "--bo--";
+  const ModelResult expected = modelOfForm(kType, body);
   ASSERT_EQ(expected.problem, "");
   ASSERT_EQ(expected.fields.size(), 2U);
   std::mt19937 chance(7);
   for (const size_t size : {size_t{1}, size_t{2}, size_t{3}, size_t{7}, size_t{4095}, size_t{4096},
                             size_t{4097}, size_t{65535}, size_t{65536}, size_t{65537},
                             size_t{131071}, size_t{131072}, size_t{131073}, size_t{1} << 20}) {
-    EXPECT_TRUE(readInPieces(kMultipart, body, {size}) == expected) << "pieces of " << size;
+    EXPECT_TRUE(readInPieces(kType, body, {size}) == expected) << "pieces of " << size;
   }
   for (int round = 0; round < 20; ++round) {
     std::vector<size_t> sizes;
     for (int i = 0; i < 50; ++i) sizes.push_back(1 + chance() % 9000);
-    EXPECT_TRUE(readInPieces(kMultipart, body, sizes) == expected) << "round " << round;
+    EXPECT_TRUE(readInPieces(kType, body, sizes) == expected) << "round " << round;
   }
 }
 
@@ -169,11 +165,11 @@ TEST(CutBody, IsNeverWhole) {
   for (size_t size = 0; size < form.size(); ++size) {
     const std::string cut = form.substr(0, size);
     // With the length of what is left, as if it had been sent like this.
-    EXPECT_EQ(readFromMemory(kMultipart, cut), modelOfForm(kMultipart, cut)) << shown(cut);
+    EXPECT_EQ(readFromMemory(kType, cut), modelOfForm(kType, cut)) << shown(cut);
     // With the length of the whole.
     const Pieces pieces(cut, {1000});
     const ModelResult read =
-        readAll(TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, form.size()));
+        readAll(TarnForm_openDescriptor(kType, Pieces::kDescriptor, form.size()));
     EXPECT_EQ(read.problem, "cut_short") << shown(cut);
   }
 }

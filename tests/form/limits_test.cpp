@@ -13,13 +13,6 @@ namespace {
 
 using namespace tarn_test;
 
-constexpr char kMultipart[] = "multipart/form-data; boundary=b";
-constexpr char kUrlEncoded[] = "application/x-www-form-urlencoded";
-
-std::string part(const std::string &headers, const std::string &value) {
-  return "--b\r\nContent-Disposition: form-data; " + headers + "\r\n\r\n" + value + "\r\n";
-}
-
 void expectLimit(TarnForm *form, TarnFormLimit limit, uint64_t value, int status = 413) {
   TarnFormLimit found = 99;
   uint64_t allowed = 0;
@@ -177,6 +170,19 @@ TEST(SlowSender, HasToFinishInTime) {
   TarnForm_setLimit(form, TARN_FORM_TOTAL_SECONDS, 0);
   EXPECT_EQ(TarnForm_load(form), 0);
   expectLimit(form, TARN_FORM_TOTAL_SECONDS, 0, 408);
+  TarnForm_close(form);
+}
+
+TEST(SlowSender, HasToFinishInTimeEvenIfBytesKeepArriving) {
+  const Pipe pipe;
+  pipe.send("a=1&b=");
+  TarnForm *form = TarnForm_openDescriptor(kUrlEncoded, pipe.out(), TARN_FORM_UNLIMITED);
+  TarnForm_setLimit(form, TARN_FORM_TOTAL_SECONDS, 1);
+  EXPECT_NE(TarnForm_next(form), nullptr);
+  sleep(1);
+  pipe.send("2&c=3");
+  EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), nullptr);
+  expectLimit(form, TARN_FORM_TOTAL_SECONDS, 1, 408);
   TarnForm_close(form);
 }
 

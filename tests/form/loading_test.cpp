@@ -14,12 +14,6 @@ namespace {
 
 using namespace tarn_test;
 
-constexpr char kMultipart[] = "multipart/form-data; boundary=b";
-
-std::string part(const std::string &headers, const std::string &value) {
-  return "--b\r\nContent-Disposition: form-data; " + headers + "\r\n\r\n" + value + "\r\n";
-}
-
 std::string textOf(TarnFormField *field) {
   const char *text = TarnFormField_text(field);
   return text ? std::string(text, static_cast<size_t>(TarnFormField_size(field))) : "none";

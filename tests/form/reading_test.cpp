@@ -16,13 +16,6 @@ namespace {
 
 using namespace tarn_test;
 
-constexpr char kMultipart[] = "multipart/form-data; boundary=b";
-constexpr char kUrlEncoded[] = "application/x-www-form-urlencoded";
-
-std::string part(const std::string &headers, const std::string &value) {
-  return "--b\r\nContent-Disposition: form-data; " + headers + "\r\n\r\n" + value + "\r\n";
-}
-
 // The body must outlive the form, so a temporary is refused.
 TarnForm *open(const char *type, std::string &&body) = delete;
 TarnForm *open(const char *type, const std::string &body) {
@@ -245,7 +238,9 @@ TEST(Field, LeftUnreadIsSkipped) {
 TEST(Field, IsViewedOnlyWhereNothingIsEncoded) {
   const std::string body = "a=plain&b=one+two&c&d=%41";
   TarnForm *form = open(kUrlEncoded, body);
-  EXPECT_EQ(valueOf(TarnForm_next(form)), "plain");
+  TarnFormField *plain = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_view(plain), body.data() + 2) << "not copied";
+  EXPECT_EQ(valueOf(plain), "plain");
   TarnFormField *field = TarnForm_next(form);
   EXPECT_EQ(TarnFormField_view(field), nullptr);
   EXPECT_STREQ(TarnFormField_text(field), "one two");
@@ -310,6 +305,18 @@ TEST(Body, OfAnyTypeIsOneFieldWithoutAName) {
   TarnForm_close(form);
 }
 
+TEST(Body, HasNoTypeIfTheTypeHasALineEnd) {
+  for (const char *type : {"\n", "\na/b", "a/b\n", "a/b\r\nX: y"}) {
+    const std::string body = "1";
+    TarnForm *form = open(type, body);
+    TarnFormField *field = TarnForm_body(form);
+    EXPECT_EQ(TarnFormField_type(field), nullptr);
+    EXPECT_EQ(TarnFormField_headerSize(field, "Content-Type"), 0U);
+    EXPECT_STREQ(TarnFormField_text(field), "1");
+    TarnForm_close(form);
+  }
+}
+
 TEST(Body, ShorterThanItsLengthIsCutShort) {
   const Pieces pieces("{\"a\"", {3});
   TarnForm *form = TarnForm_openDescriptor("application/json", Pieces::kDescriptor, 100);
@@ -361,7 +368,7 @@ TEST(Problem, OfReadingIsReported) {
   EXPECT_EQ(TarnFormField_text(TarnForm_next(form)), nullptr);
   EXPECT_EQ(TarnForm_problem(form), TARN_FORM_READ_ERROR);
   EXPECT_EQ(TarnForm_problemOffset(form), 6U);
-  EXPECT_EQ(TarnForm_status(form), 500);
+  EXPECT_EQ(TarnForm_status(form), 400);
   TarnForm_close(form);
 }
 

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <string>
@@ -22,8 +23,6 @@ namespace {
 
 using namespace tarn_test;
 namespace fs = std::filesystem;
-
-constexpr char kMultipart[] = "multipart/form-data; boundary=b";
 
 class Saving : public testing::Test {
  protected:
@@ -130,6 +129,88 @@ TEST_F(Saving, ReadsAKeptValueAsOftenAsItIsSaved) {
   EXPECT_EQ(content("one"), "value");
   EXPECT_EQ(content("two"), "value");
   TarnForm_close(form);
+}
+
+TEST_F(Saving, StoresAValueThatHasBeenReadAsATextOrAView) {
+  const std::string body = "--b\r\nContent-Disposition: form-data; name=a\r\n\r\nvalue\r\n--b--";
+  for (const bool as_text : {true, false}) {
+    TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+    TarnFormField *field = TarnForm_next(form);
+    EXPECT_NE(as_text ? TarnFormField_text(field) : TarnFormField_view(field), nullptr);
+    const char *name = as_text ? "text" : "view";
+    EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), name), 0);
+    EXPECT_EQ(content(name), "value");
+    EXPECT_EQ(TarnFormField_size(field), 5U);
+    EXPECT_STREQ(TarnFormField_text(field), "value");
+    TarnForm_close(form);
+  }
+}
+
+TEST_F(Saving, StoresATextThatWasReadAsOftenAsAsked) {
+  const std::string body = "--b\r\nContent-Disposition: form-data; name=a\r\n\r\nvalue\r\n--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_STREQ(TarnFormField_text(field), "value");
+  char byte = '\0';
+  EXPECT_EQ(TarnFormField_read(field, &byte, 1), 1);
+  EXPECT_EQ(TarnFormField_size(field), 5U);
+  EXPECT_EQ(TarnFormField_write(field, -1), EBADF);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "rest"), 0);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "rest"), EEXIST);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "all"), 0);
+  EXPECT_EQ(content("rest"), "alue");
+  EXPECT_EQ(content("all"), "value");
+  TarnForm_close(form);
+}
+
+TEST_F(Saving, StoresNoSecondFileOfAValueThatIsGone) {
+  const std::string body = "--b\r\nContent-Disposition: form-data; name=a\r\n\r\nvalue\r\n--b--";
+  const auto save_once = [this](TarnFormField *field) {
+    EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "saved"), 0);
+  };
+  const auto skip = [](TarnFormField *field) { EXPECT_EQ(TarnFormField_skip(field), 1); };
+  const auto read_all = [](TarnFormField *field) {
+    char bytes[5];
+    EXPECT_EQ(TarnFormField_read(field, bytes, sizeof bytes), 5);
+  };
+  for (const std::function<void(TarnFormField *)> &take :
+       {std::function(save_once), {skip}, {read_all}}) {
+    TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+    TarnFormField *field = TarnForm_next(form);
+    take(field);
+    EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "again"), ENODATA);
+    EXPECT_EQ(TarnFormField_write(field, 1), ENODATA);
+    TarnForm_close(form);
+  }
+  EXPECT_EQ(names(), std::set<std::string>{"saved"});
+}
+
+TEST_F(Saving, StoresAnEmptyValueOnce) {
+  const std::string body = "--b\r\nContent-Disposition: form-data; name=a\r\n\r\n\r\n--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "a/b"), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "empty"), 0);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "again"), ENODATA);
+  TarnForm_close(form);
+  EXPECT_EQ(names(), std::set<std::string>{"empty"});
+}
+
+TEST_F(Saving, StoresNoRestOfAValueAfterAFailedWrite) {
+  const std::string body = "--b\r\nContent-Disposition: form-data; name=a\r\n\r\n" +
+                           std::string(200000, 'v') + "\r\n--b--";
+  const Pieces pieces(body, {50000});
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_write(field, -1), EBADF);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "rest"), ENODATA);
+  const void *block = nullptr;
+  EXPECT_EQ(TarnFormField_block(field, &block), -1);
+  EXPECT_EQ(TarnFormField_text(field), nullptr);
+  EXPECT_EQ(TarnForm_next(form), nullptr);
+  EXPECT_EQ(TarnForm_isWhole(form), 1);
+  TarnForm_close(form);
+  EXPECT_EQ(names(), std::set<std::string>{});
 }
 
 TEST_F(Saving, RefusesNamesThatLeadElsewhere) {

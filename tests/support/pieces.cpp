@@ -31,6 +31,12 @@ extern "C" int poll(pollfd *files, nfds_t count, int timeout) {
 
 namespace tarn_test {
 
+std::string part(const std::string &headers, const std::string &value,
+                 const std::string &boundary) {
+  return "--" + boundary + "\r\nContent-Disposition: form-data; " + headers + "\r\n\r\n" + value +
+         "\r\n";
+}
+
 Pieces::Pieces(std::string_view body, std::vector<size_t> sizes, int error)
     : body_(body), sizes_(std::move(sizes)), error_(error) {
   current = this;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -12,6 +13,13 @@
 #include "tarn_form.h"
 
 namespace tarn_test {
+
+inline constexpr char kMultipart[] = "multipart/form-data; boundary=b";
+inline constexpr char kUrlEncoded[] = "application/x-www-form-urlencoded";
+
+// A part of a body; `headers` is what follows "form-data; ".
+std::string part(const std::string &headers, const std::string &value,
+                 const std::string &boundary = "b");
 
 class Pieces {
  public:
