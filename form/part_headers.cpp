@@ -89,6 +89,9 @@ bool takeEncoded(std::string_view text, char &byte) {
 
 bool appendDecoded(Bytes &bytes, std::string_view text, bool escaped) {
   if (!bytes.reserve(text.size())) return false;
+  if (!escaped && (text.empty() || std::memchr(text.data(), '%', text.size()) == nullptr)) {
+    return bytes.append(text);
+  }
   while (!text.empty()) {
     char byte = text.front();
     size_t size = 1;
@@ -233,9 +236,8 @@ TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary) {
   form.current.clear();
   const char *filename = part.has_filename ? form.scratch.data() + part.name_size : nullptr;
   const size_t filename_size = part.has_filename ? form.scratch.size() - part.name_size : 0;
-  TarnFormField *record =
-      form.current.add(&form, false, {form.scratch.data(), part.name_size}, filename, filename_size,
-                       form.headers.view(), form.part_offset);
+  TarnFormField *record = form.current.add(&form, {form.scratch.data(), part.name_size}, filename,
+                                           filename_size, form.headers.view(), form.part_offset);
   if (!record) form.raiseOutOfMemory();
   return record;
 }
