@@ -5,6 +5,7 @@
 
 #include "support/failing_memory.h"
 #include "support/pieces.h"
+#include "support/script.h"
 #include "tarn_form.h"
 
 namespace {
@@ -54,27 +55,33 @@ TEST(FormReaderAtEachFailure, ReadsFieldsOrReportsIt) {
 }
 
 TEST(FormReaderAtEachFailure, ReadsUrlEncodedFieldsOrReportsIt) {
-  const std::string sent = "one=1&two=%41+b&three=" + kText;
-  const std::string expected = "one=1;two=A b;three=" + kText + ";";
-  forEachFailingAllocation([&](FailingMemory &memory) {
-    const Pieces pieces(sent, {7});
-    TarnForm *form = TarnForm_openDescriptor(kUrlEncoded, Pieces::kDescriptor, sent.size());
-    // The test's own strings are allocated too.
-    std::string read;
-    read.reserve(10000);
-    bool whole = true;
-    memory.call([&] {
-      while (TarnFormField *field = TarnForm_next(form)) {
-        const char *text = TarnFormField_text(field);
-        whole = text != nullptr;
-        if (!whole) break;
-        read.append(TarnFormField_name(field)).append(1, '=').append(text).append(1, ';');
-      }
+  const std::string name(5000, 'n');
+  std::string encoded;
+  for (int i = 0; i < 3000; ++i) encoded += "%41";
+  const std::string sent = name + "=1&two=" + encoded + "+b&three=" + kText;
+  const std::string expected =
+      name + "=1;two=" + std::string(3000, 'A') + " b;three=" + kText + ";";
+  for (const size_t size : {7, 100000}) {
+    forEachFailingAllocation([&](FailingMemory &memory) {
+      const Pieces pieces(sent, {size});
+      TarnForm *form = TarnForm_openDescriptor(kUrlEncoded, Pieces::kDescriptor, sent.size());
+      // The test's own string is allocated before.
+      std::string read;
+      read.reserve(20000);
+      bool whole = true;
+      memory.call([&] {
+        while (TarnFormField *field = TarnForm_next(form)) {
+          const char *text = TarnFormField_text(field);
+          whole = text != nullptr;
+          if (!whole) break;
+          read.append(TarnFormField_name(field)).append(1, '=').append(text).append(1, ';');
+        }
+      });
+      if (!whole || !TarnForm_isWhole(form)) return closeOutOfMemory(form);
+      EXPECT_TRUE(read == expected) << shown(read);
+      TarnForm_close(form);
     });
-    if (!whole || !TarnForm_isWhole(form)) return closeOutOfMemory(form);
-    EXPECT_EQ(read, expected);
-    TarnForm_close(form);
-  });
+  }
 }
 
 TEST(FormReaderAtEachFailure, OpensAFormOrReturnsNull) {

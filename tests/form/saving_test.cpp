@@ -217,6 +217,18 @@ TEST_F(Saving, StoresNoRestOfAValueAfterAFailedWrite) {
   EXPECT_EQ(names(), std::set<std::string>{});
 }
 
+TEST_F(Saving, GivesUpAValueWhoseNameIsTakenMeanwhile) {
+  const std::string body =
+      part("name=a", std::string(100000, 'v')) + part("name=b", "next") + "--b--";
+  Pieces pieces(body, {50000});
+  pieces.meanwhile = [this] { std::ofstream(folder_ / "photo") << "old"; };
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+  EXPECT_EQ(TarnFormField_save(TarnForm_next(form), folder_.c_str(), "photo"), EEXIST);
+  EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), "next");
+  EXPECT_EQ(names(), std::set<std::string>{"photo"});
+  TarnForm_close(form);
+}
+
 TEST_F(Saving, StoresTheRestOfAValue) {
   const std::string body = part("name=a", std::string(100000, 'v')) + "--b--";
   const Pieces pieces(body, {30000});
