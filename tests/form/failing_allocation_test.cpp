@@ -1,6 +1,12 @@
 // Each allocation fails in turn: the reader reports it, or returns what it would have returned.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <string>
 
 #include "support/failing_memory.h"
@@ -53,6 +59,84 @@ TEST(FormReaderAtEachFailure, ReadsFieldsOrReportsIt) {
   });
 }
 
+TEST(FormReaderAtEachFailure, OpensAFormOrReturnsNull) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    TarnForm *form = memory.call([&] { return TarnForm_open(); });
+    EXPECT_EQ(form == nullptr, memory.failed());
+    TarnForm_close(form);
+    form = memory.call([&] { return TarnForm_openMemory("text/plain", "a", 1); });
+    EXPECT_EQ(form == nullptr, memory.failed());
+    TarnForm_close(form);
+    form = memory.call([&] { return TarnForm_openQuery("a=1"); });
+    EXPECT_EQ(form == nullptr, memory.failed());
+    TarnForm_close(form);
+  });
+}
+
+// Reads a body of any type. `read` makes the calls.
+void readBody(const std::function<bool(FailingMemory &, TarnFormField *)> &read) {
+  forEachFailingAllocation([&](FailingMemory &memory) {
+    const Pieces pieces(kFile, {50000});
+    TarnForm *form = TarnForm_openDescriptor("text/plain", Pieces::kDescriptor, kFile.size());
+    TarnFormField *field = memory.call([&] { return TarnForm_body(form); });
+    if (!field || !read(memory, field)) return closeOutOfMemory(form);
+    EXPECT_STREQ(TarnFormField_type(field), "text/plain");
+    TarnForm_close(form);
+  });
+}
+
+TEST(FormReaderAtEachFailure, ReadsABodyInEachWayOrReportsIt) {
+  readBody([](FailingMemory &memory, TarnFormField *field) {
+    const void *block = nullptr;
+    const int64_t size = memory.call([&] { return TarnFormField_block(field, &block); });
+    EXPECT_EQ(size, memory.failed() ? -1 : 50000);
+    return size > 0;
+  });
+  readBody([](FailingMemory &memory, TarnFormField *field) {
+    char bytes[100];
+    const int64_t size = memory.call([&] { return TarnFormField_read(field, bytes, 100); });
+    EXPECT_EQ(size, memory.failed() ? -1 : 100);
+    return size > 0;
+  });
+  readBody([](FailingMemory &memory, TarnFormField *field) {
+    const int whole = memory.call([&] { return TarnFormField_skip(field); });
+    EXPECT_EQ(whole, !memory.failed());
+    return whole == 1;
+  });
+  const int nowhere = open("/dev/null", O_WRONLY);
+  readBody([=](FailingMemory &memory, TarnFormField *field) {
+    const int result = memory.call([&] { return TarnFormField_write(field, nowhere); });
+    EXPECT_EQ(result, memory.failed() ? -1 : 0);
+    return result == 0;
+  });
+  close(nowhere);
+}
+
+TEST(FormReaderAtEachFailure, SavesABodyOrNothingOfIt) {
+  char folder[] = "/tmp/tarn-form-test-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const std::string path = std::string(folder) + "/saved";
+  readBody([&](FailingMemory &memory, TarnFormField *field) {
+    const int result = memory.call([&] { return TarnFormField_save(field, folder, "saved"); });
+    EXPECT_EQ(result, memory.failed() ? -1 : 0);
+    EXPECT_EQ(unlink(path.c_str()), result);
+    return result == 0;
+  });
+  EXPECT_EQ(rmdir(folder), 0) << "nothing else is left";
+}
+
+TEST(FormReaderAtEachFailure, NeedsNoMemoryForAView) {
+  const std::string sent = body();
+  TarnForm *form = TarnForm_openMemory(kMultipart, sent.data(), sent.size());
+  TarnFormField *field = TarnForm_next(form);
+  const void *view = nullptr;
+  withoutMemory([&] { view = TarnFormField_view(field); });
+  ASSERT_NE(view, nullptr);
+  EXPECT_EQ(TarnFormField_size(field), kText.size());
+  EXPECT_EQ(std::memcmp(view, kText.data(), kText.size()), 0);
+  TarnForm_close(form);
+}
+
 TEST(FormReaderAtEachFailure, LoadsAllFieldsOrNone) {
   const std::string sent = body();
   forEachFailingAllocation([&](FailingMemory &memory) {
@@ -88,15 +172,23 @@ TEST(FormReaderAtEachFailure, FindsFieldsWithoutAllocating) {
   TarnForm_close(form);
 }
 
-TEST(FormReaderAtEachFailure, FindsACookieOrNone) {
-  setenv("HTTP_COOKIE", "a=1", 1);
+TEST(FormReaderAtEachFailure, FindsCookiesAndFieldsOfTheQueryOrNone) {
+  setenv("HTTP_COOKIE", "a=%31", 1);
+  setenv("QUERY_STRING", "b=%32", 1);
   forEachFailingAllocation([](FailingMemory &memory) {
-    TarnForm *form = TarnForm_openQuery("x=1");
-    const char *cookie = memory.call([&] { return TarnForm_cookie(form, "a"); });
-    EXPECT_STREQ(cookie, memory.failed() ? nullptr : "1");
+    TarnForm *form = TarnForm_openMemory("", nullptr, 0);
+    const char *text = memory.call([&] { return TarnForm_cookie(form, "a"); });
+    EXPECT_STREQ(text, memory.failed() ? nullptr : "%31");
+    text = memory.call([&] { return TarnForm_decodedCookie(form, "a"); });
+    EXPECT_STREQ(text, memory.failed() ? nullptr : "1");
+    text = memory.call([&] { return TarnForm_query(form, "b"); });
+    EXPECT_STREQ(text, memory.failed() ? nullptr : "%32");
+    text = memory.call([&] { return TarnForm_decodedQuery(form, "b"); });
+    EXPECT_STREQ(text, memory.failed() ? nullptr : "2");
     TarnForm_close(form);
   });
   unsetenv("HTTP_COOKIE");
+  unsetenv("QUERY_STRING");
 }
 
 }  // namespace
