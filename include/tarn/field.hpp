@@ -159,18 +159,10 @@ inline std::optional<std::string_view> optional_bytes(const void *bytes,
   return std::string_view(static_cast<const char *>(bytes), static_cast<std::size_t>(size));
 }
 
-// Where to find the field that a range of blocks reads: in a stream, the next field replaces it.
-class FieldPlace {
- public:
-  FieldPlace() noexcept = default;
-  explicit FieldPlace(TarnFormField *const *current) noexcept : current_(current) {}
-  explicit FieldPlace(TarnFormField *kept) noexcept : kept_(kept) {}
-
-  TarnFormField *field() const noexcept { return current_ != nullptr ? *current_ : kept_; }
-
- private:
-  TarnFormField *const *current_ = nullptr;
-  TarnFormField *kept_ = nullptr;
+// Where to find the field that a range of blocks reads: in a stream, the next field takes its place.
+struct FieldPlace {
+  TarnFormField *const *current;
+  TarnFormField *kept;
 };
 
 // Which fields of a Form a range visits.
@@ -183,8 +175,8 @@ class FieldRange;
 
 /** The rest of a field's value, in blocks that are not copied: an input range of std::string_view.
  *
- *  A block is valid until the next one is read. The range also ends when the form gets a problem: ask
- *  the form whether it is whole.
+ *  A block is valid until the next one is read. The range also ends when there is a problem: call
+ *  FormReader::is_whole() before you use what you read.
  */
 class Blocks {
  public:
@@ -197,18 +189,24 @@ class Blocks {
     using reference = std::string_view;
 
     Iterator() noexcept = default;
-    explicit Iterator(detail::FieldPlace place) noexcept : place_(place) { ++*this; }
+    explicit Iterator(detail::FieldPlace place) noexcept : place_(place) {
+      // Unlike its blocks, the whole value can be read while another field is read.
+      const void *const all = TarnFormField_view(place.kept);
+      if (all == nullptr) {
+        advance();
+      } else {
+        set(all, TarnFormField_size(place.kept));
+        place_ = {};
+      }
+    }
 
     std::string_view operator*() const noexcept { return block_; }
     pointer operator->() const noexcept { return &block_; }
     Iterator &operator++() noexcept {
-      const void *bytes = nullptr;
-      const std::int64_t size = TarnFormField_block(place_.field(), &bytes);
-      block_ = size > 0 ? *detail::optional_bytes(bytes, static_cast<std::uint64_t>(size))
-                        : std::string_view();
+      advance();
       return *this;
     }
-    void operator++(int) noexcept { ++*this; }
+    void operator++(int) noexcept { advance(); }
 
     // Two iterators are equal if both are at the end, or neither is.
     friend bool operator==(const Iterator &a, const Iterator &b) noexcept {
@@ -217,7 +215,17 @@ class Blocks {
     friend bool operator!=(const Iterator &a, const Iterator &b) noexcept { return !(a == b); }
 
    private:
-    detail::FieldPlace place_;
+    void advance() noexcept {
+      const void *bytes = nullptr;
+      TarnFormField *const field = place_.current != nullptr ? *place_.current : place_.kept;
+      const std::int64_t size = TarnFormField_block(field, &bytes);
+      set(bytes, size > 0 ? static_cast<std::uint64_t>(size) : 0);
+    }
+    void set(const void *bytes, std::uint64_t size) noexcept {
+      block_ = {static_cast<const char *>(bytes), static_cast<std::size_t>(size)};
+    }
+
+    detail::FieldPlace place_{};
     std::string_view block_;
   };
 
@@ -237,11 +245,10 @@ class Blocks {
   detail::FieldPlace place_;
 };
 
-/** A field of a form: a text or a file.
+/** The field that a FormReader has reached: a text or a file.
  *
- *  The field that a FormReader is at. It cannot be copied, because it changes when the reader steps to
- *  the next field; the views that it returns are valid until then. A value can be read once, by any of
- *  the functions that read it.
+ *  It cannot be copied, because the next field takes its place; what it returns is valid until then. It
+ *  is valid as long as the reader, and has no field before the first step and after the last.
  *
  *  The sender chose all of it: do not trust a name, a file name or a type.
  */
@@ -286,13 +293,14 @@ class Field {
   /** Where in the body the field begins, in bytes. */
   std::uint64_t offset() const noexcept { return TarnFormField_offset(field_); }
 
-  /** How many bytes of the value have been read; all once it is read, and in a Form. */
+  /** How many bytes of the value have been read so far. After text() and view(), and in a Form, that is
+   *  the size of the value. */
   std::uint64_t size() const noexcept { return TarnFormField_size(field_); }
 
   /** Reads the whole value as a text. A zero byte follows it.
    *
    *  @return the value; nothing if it is longer than FormLimits::text_size() (the form then has a
-   *          problem, unless it is a Form), if some of it was read otherwise, and after a problem
+   *          problem, unless it is a Form), if another function read some of it, and after a problem
    */
   std::optional<std::string_view> text() const noexcept {
     const char *const bytes = TarnFormField_text(field_);
@@ -301,8 +309,8 @@ class Field {
 
   /** Finds the whole value in memory, without copying it.
    *
-   *  @return the value; nothing if it is not in memory or is encoded, if some of it was read
-   *          otherwise, and after a problem
+   *  @return the value; nothing if it is not in memory or is encoded, if another function read some of
+   *          it, and after a problem
    */
   std::optional<std::string_view> view() const noexcept {
     const void *const bytes = TarnFormField_view(field_);
@@ -310,24 +318,27 @@ class Field {
   }
 
   /** The rest of the value in blocks. */
-  Blocks blocks() const noexcept { return Blocks(detail::FieldPlace(&field_)); }
+  Blocks blocks() const noexcept { return Blocks({&field_, nullptr}); }
 
   /** Reads the next bytes: as many as there is room for, or all that are left.
    *
    *  @param bytes  where to put them
    *  @param room   how many to read at most
-   *  @return how many; 0 at the end of the value; nothing after a problem
+   *  @return how many; 0 at the end of the value; nothing after a problem and after a failed write
    */
   std::optional<std::size_t> read(void *bytes, std::size_t room) const noexcept {
     const std::int64_t count = TarnFormField_read(field_, bytes, room);
     return count >= 0 ? std::optional(static_cast<std::size_t>(count)) : std::nullopt;
   }
 
-  /** Writes the rest of the value to a file descriptor.
+  /** Writes the value, or what has not been read of it, to a file descriptor.
+   *
+   *  What text() or view() returned can be written again, and so can a field of a Form. Any other value
+   *  is gone once it was written, even if that failed; the next field can still be read.
    *
    *  @param descriptor  open for writing, and blocking
-   *  @return 0; the errno value of a failed write, after which the form goes on with the next field;
-   *          -1 if the form has a problem
+   *  @return 0; the errno value of a failed write; ENODATA if the value is gone; -1 if the form has a
+   *          problem
    */
   [[nodiscard]] int write(int descriptor) const noexcept {
     return TarnFormField_write(field_, descriptor);
@@ -338,15 +349,16 @@ class Field {
     return FileName::safe(filename().value_or(std::string_view()));
   }
 
-  /** Saves the rest of the value under safe_name(). See the other save(). */
+  /** Saves the value under safe_name(). See the other save(). */
   [[nodiscard]] Saved save(std::string_view directory) const noexcept {
     return save_as(directory, safe_name());
   }
 
-  /** Saves the rest of the value as a new file that only the script's user may read and write.
+  /** Saves the value, or what has not been read of it, as a new file that only the script's user may
+   *  read and write.
    *
    *  The file appears under its name when all of it is on the disk, or not at all, even if the process
-   *  dies. It never overwrites a file and never follows a link. See TarnFormField_save().
+   *  dies. It never overwrites a file and never follows a link.
    *
    *  @code
    *  tarn::Saved saved = field.save("/srv/uploads");
@@ -355,9 +367,9 @@ class Field {
    *
    *  @param directory  an existing directory, not a link to one
    *  @param name       without a slash, at most 255 bytes
-   *  @return the name, and 0; or an errno value: EEXIST when the name is taken, EINVAL when it is not
-   *          a valid file name, EXDEV when another save() took another directory; or -1 if the form
-   *          has a problem
+   *  @return the name, and the error as for write(); EEXIST when the name is taken, EINVAL when it is
+   *          not a valid file name, EXDEV when you try again in another directory and the value is
+   *          gone
    */
   [[nodiscard]] Saved save(std::string_view directory, std::string_view name) const noexcept {
     return save_as(directory, FileName(name));
@@ -386,8 +398,9 @@ class Field {
 
 /** A field that a Form keeps. It can be copied, and what it returns is valid as long as the form.
  *
- *  All functions of Field work with it. text() and view() can be called any number of times. Reading
- *  in blocks begins anew when another field of the form has been read in between. */
+ *  It can be passed to any function that takes a Field. Its value can be read any number of times.
+ *  read() starts from the beginning if another field was read in between.
+ */
 class KeptField : public Field {
  public:
   KeptField(const KeptField &other) noexcept : Field(other.field_) {}
@@ -396,8 +409,8 @@ class KeptField : public Field {
     return *this;
   }
 
-  /** The value in blocks. */
-  Blocks blocks() const noexcept { return Blocks(detail::FieldPlace(field_)); }
+  /** The whole value in blocks, from the beginning: in one block if it fits into the address space. */
+  Blocks blocks() const noexcept { return Blocks({nullptr, field_}); }
 
  private:
   friend class Form;

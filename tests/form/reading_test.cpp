@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -119,6 +120,25 @@ TEST(FormOfRequest, ReportsAClosedStandardInput) {
              close(0);
              EXPECT_EQ(namesOfRequest(), "read_error");
            });
+}
+
+TEST(FormInMemory, CopiesItsType) {
+  const std::string body = part("name=\"a\"", "1") + "--b--";
+  for (const int descriptor : {-1, memfd_create("body", 0)}) {
+    std::string type = kMultipart;
+    TarnForm *form = nullptr;
+    if (descriptor < 0) {
+      form = TarnForm_openMemory(type.c_str(), body.data(), body.size());
+    } else {
+      EXPECT_EQ(pwrite(descriptor, body.data(), body.size(), 0), static_cast<ssize_t>(body.size()));
+      form = TarnForm_openDescriptor(type.c_str(), descriptor, body.size());
+    }
+    type.assign(type.size(), 'x');
+    EXPECT_EQ(TarnForm_load(form), 1) << TarnForm_message(form);
+    EXPECT_EQ(TarnForm_count(form, "a"), 1U);
+    TarnForm_close(form);
+    if (descriptor >= 0) close(descriptor);
+  }
 }
 
 // ---- Fields ---------------------------------------------------------------------------------------
