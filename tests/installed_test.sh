@@ -221,7 +221,7 @@ done
 for languages in C 'C;CXX'; do
   project=find_package-${languages/;/-}
   mkdir "$project"
-  cp greet.c fields.c "$source"/tests/installed/* "$project"
+  cp fields.c "$source"/tests/installed/* "$project"
   cmake -S "$project" -B "$project/build" -G Ninja --no-warn-unused-cli \
     -DLANGUAGES="$languages" -DCMAKE_PREFIX_PATH="$root/moved" \
     -DCMAKE_C_COMPILER="$root/bin/cc" -DCMAKE_CXX_COMPILER="$root/bin/c++" >log ||
