@@ -9,8 +9,12 @@ import re
 import sys
 import textwrap
 
+import forms
+import peers
 import report
 import workloads
+
+ALL = workloads.ALL | forms.ALL
 
 
 def processor():
@@ -20,11 +24,7 @@ def processor():
 
 
 def introduction(options, load):
-    command = ["scripts/bench"]
-    if options.quick:
-        command.append("--quick")
-    if options.rounds:
-        command.append(f"--rounds {options.rounds}")
+    command = ["scripts/bench", *options.given]
     text = (
         f"One run of `{' '.join(command)}` on {datetime.date.today()}: "
         f"{os.cpu_count()} × {processor()}, Linux {platform.release()}, "
@@ -35,21 +35,41 @@ def introduction(options, load):
     return textwrap.fill(text, 100) + "\n"
 
 
+def chosen(words, parser):
+    """The workloads that the arguments name. A letter stands for all that begin with it."""
+    names = []
+    for word in words:
+        found = [name for name in ALL if word in (name, name[0])]
+        if not found:
+            parser.error(f"unknown workload {word}; known: {', '.join(ALL)}")
+        names += found
+    return names or [name for name in ALL if name not in forms.WITH_PEERS]
+
+
 def parse(arguments):
     parser = argparse.ArgumentParser(prog="scripts/bench")
     parser.add_argument("workloads", nargs="*", type=str.upper, metavar="WORKLOAD")
     parser.add_argument("--rounds", type=int)
     parser.add_argument("--json")
     parser.add_argument("--quick", action="store_true")
+    parser.add_argument("--peers", action="store_true")
     parser.add_argument("--update-docs", action="store_true")
     options = parser.parse_args(arguments)
-    unknown = set(options.workloads) - set(workloads.ALL)
-    if unknown:
-        parser.error(f"unknown workload {', '.join(unknown)}; known: {', '.join(workloads.ALL)}")
+    options.given = [word for word in arguments if word != "--update-docs"]
+    options.workloads = chosen(options.workloads, parser)
+    if options.peers:
+        options.workloads += [name for name in forms.WITH_PEERS if name not in options.workloads]
+    elif set(options.workloads) & set(forms.WITH_PEERS):
+        parser.error(f"{', '.join(forms.WITH_PEERS)}: only with --peers")
     if options.rounds is not None and options.rounds < 1:
         parser.error("--rounds must be at least 1")
-    if options.update_docs and options.workloads:
-        parser.error("--update-docs needs a run of all workloads")
+    options.groups = [
+        group
+        for group in sorted({name[0] for name in ALL})
+        if {name for name in ALL if name[0] == group} <= set(options.workloads)
+    ]
+    if options.update_docs and not options.groups:
+        parser.error("--update-docs needs a run of all workloads W, or of all F with --peers")
     return options
 
 
@@ -57,10 +77,12 @@ def main():
     options = parse(sys.argv[1:])
     intro = introduction(options, os.getloadavg()[0])
     print(intro)
+    if options.peers:
+        peers.build()
     how = workloads.Options(options.rounds, options.quick)
     reports = {}
-    for name in options.workloads or workloads.ALL:
-        reports[name] = workloads.ALL[name](how)
+    for name in options.workloads:
+        reports[name] = ALL[name](how)
         print(report.sections({name: reports[name]}, pictures=False), flush=True)
     if any(made.targets for made in reports.values()):
         print(report.targets(reports))
@@ -72,7 +94,9 @@ def main():
         with open(options.json, "w", encoding="utf-8") as file:
             json.dump({"run": intro, "workloads": figures}, file, indent=1)
     if options.update_docs:
-        report.update_document(intro, reports)
+        for group in options.groups:
+            of_group = {name: made for name, made in reports.items() if name[0] == group}
+            report.update_document(intro, group, of_group)
 
 
 main()

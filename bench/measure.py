@@ -39,16 +39,24 @@ def body_file(body):
         os.close(file)
 
 
+@contextlib.contextmanager
+def sparse_file(head, size, tail):
+    """The descriptor of a file in memory with a hole between head and tail."""
+    with body_file(head) as file:
+        os.pwrite(file, tail, len(head) + size)
+        yield file
+
+
 def rounds_of(candidates, variables, body, rounds):
     """Runs the candidates in turn; returns the samples of each."""
     arguments = [os.path.join(PROGRAMS, "driver"), str(rounds), str(body)]
     for candidate in candidates:
         arguments += [str(candidate.every), candidate.program, candidate.answer]
     done = subprocess.run(
-        arguments, cwd=PROGRAMS, env=variables, pass_fds=[body], stdout=subprocess.PIPE, check=False
+        arguments, cwd=PROGRAMS, env=variables, pass_fds=[body], capture_output=True, check=False
     )
     if done.returncode != 0:
-        raise SystemExit("scripts/bench: no results; see the message above")
+        raise SystemExit(f"{done.stderr.decode()}scripts/bench: no results")
     samples = {candidate.name: [] for candidate in candidates}
     for line in done.stdout.splitlines():
         index, wall, cpu, memory, faults = map(int, line.split())

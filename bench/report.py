@@ -10,7 +10,7 @@ import plot
 
 DOCUMENT = os.path.join(measure.ROOT, "docs/performance.md")
 PICTURES = os.path.join(measure.ROOT, "docs/performance")
-BEGIN = "<!-- scripts/bench --update-docs writes from here -->\n"
+BEGIN = "<!-- scripts/bench --update-docs writes {} from here -->\n"
 END = "<!-- to here -->\n"
 MIB = 1 << 20
 
@@ -123,13 +123,15 @@ def sections(reports, pictures):
     return "\n".join(texts)
 
 
-def update_document(intro, reports):
+def update_document(intro, group, reports):
+    """Replaces the part of the document about a group of workloads, W or F."""
+    begin = BEGIN.format(group)
     with open(DOCUMENT, encoding="utf-8") as file:
-        before, rest = file.read().split(BEGIN)
-    _, after = rest.split(END)
+        before, rest = file.read().split(begin)
+    _, after = rest.split(END, 1)
     text = f"\n{intro}\n{targets(reports)}\n{sections(reports, pictures=True)}\n"
     with open(DOCUMENT, "w", encoding="utf-8") as file:
-        file.write(before + BEGIN + text + END + after)
+        file.write(before + begin + text + END + after)
     os.makedirs(PICTURES, exist_ok=True)
     for name, report in reports.items():
         if report.lines:

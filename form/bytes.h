@@ -50,6 +50,13 @@ class Bytes {
     if (size_ + 1 < capacity_) resizeBlock(size_ + 1);
   }
 
+  // Where to write bytes for which reserve() made room, and what makes them part of the run.
+  char *end() { return data_ + size_; }
+  void grow(size_t more) {
+    size_ += more;
+    data_[size_] = '\0';
+  }
+
   // Drops bytes at the end.
   void cut(size_t size) {
     size_ = size;

@@ -3,55 +3,73 @@
 namespace tarn::form {
 namespace {
 
-// What a block begins with. Records find it by their place.
-struct BlockHead {
-  TarnForm *form;
-  uint64_t kept;
-};
-
-const BlockHead &headOf(const TarnFormField &field) {
-  const uint32_t *words = reinterpret_cast<const uint32_t *>(&field) - field.place;
-  return *reinterpret_cast<const BlockHead *>(words);
+// Writes a text with its zero byte. Returns where that ends.
+char *put(char *place, std::string_view text) {
+  if (!text.empty()) std::memcpy(place, text.data(), text.size());
+  place[text.size()] = '\0';
+  return place + text.size() + 1;
 }
 
 }  // namespace
 
-TarnFormField *Records::add(TarnForm *form, bool kept, std::string_view name, const char *filename,
-                            size_t filename_size, std::string_view headers, uint64_t offset) {
+char *Records::makeRoom(TarnForm *form, bool kept, size_t size) {
   constexpr size_t word = sizeof(uint32_t);
+  const BlockHead head = {form, kept};
+  if (size > UINT32_MAX || !bytes_.reserve(sizeof head + word + size)) return nullptr;
   if (bytes_.size() == 0) {
-    const BlockHead head = {form, kept};
-    if (!bytes_.append({reinterpret_cast<const char *>(&head), sizeof head})) return nullptr;
+    std::memcpy(bytes_.end(), &head, sizeof head);
+    bytes_.grow(sizeof head);
   }
-  const size_t padding = (word - bytes_.size() % word) % word;
-  const size_t place = (bytes_.size() + padding) / word;
-  const size_t texts = name.size() + 1 + (filename ? filename_size + 1 : 0) + headers.size() + 1;
-  if (place >= UINT32_MAX || name.size() >= UINT32_MAX || filename_size >= UINT32_MAX ||
-      headers.size() >= INT32_MAX || !bytes_.reserve(padding + sizeof(TarnFormField) + texts)) {
+  while (bytes_.size() % word != 0) bytes_.grow(1);
+  return bytes_.size() / word < UINT32_MAX ? bytes_.end() : nullptr;
+}
+
+TarnFormField *Records::add(TarnForm *form, std::string_view name, const char *filename,
+                            size_t filename_size, std::string_view headers, uint64_t offset) {
+  if (name.size() >= UINT32_MAX || filename_size >= UINT32_MAX || headers.size() >= INT32_MAX) {
     return nullptr;
   }
+  const uint64_t texts = uint64_t{name.size()} + filename_size + headers.size() + 3;
+  if (texts > UINT32_MAX - sizeof(TarnFormField)) return nullptr;
+  char *place = makeRoom(form, false, sizeof(TarnFormField) + static_cast<size_t>(texts));
+  if (!place) return nullptr;
 
-  TarnFormField record = {};
-  record.place = static_cast<uint32_t>(place);
-  record.name_size = static_cast<uint32_t>(name.size());
-  record.filename_size = filename ? static_cast<uint32_t>(filename_size) : TarnFormField::kNone;
-  record.headers_size = static_cast<uint32_t>(headers.size()) & INT32_MAX;
-  record.setOffset(offset);
-  // There is room for all of it.
-  bytes_.append({"\0\0\0", padding});
-  bytes_.append({reinterpret_cast<const char *>(&record), sizeof record});
-  bytes_.append(name);
-  bytes_.append('\0');
-  if (filename) {
-    bytes_.append({filename, filename_size});
-    bytes_.append('\0');
-  }
-  bytes_.append(headers);
-  bytes_.append('\0');
-  return at(record.place);
+  auto *record = reinterpret_cast<TarnFormField *>(place);
+  *record = {};
+  record->place = static_cast<uint32_t>(bytes_.size() / sizeof(uint32_t));
+  record->name_size = static_cast<uint32_t>(name.size());
+  record->filename_size = filename ? static_cast<uint32_t>(filename_size) : TarnFormField::kNone;
+  record->headers_size = static_cast<uint32_t>(headers.size()) & INT32_MAX;
+  record->setOffset(offset);
+  char *end = put(place + sizeof(TarnFormField), name);
+  if (filename) end = put(end, {filename, filename_size});
+  end = put(end, headers);
+  bytes_.grow(static_cast<size_t>(end - place));
+  return record;
+}
+
+TarnFormField *Records::end(size_t name_size, uint64_t offset) {
+  auto *record = reinterpret_cast<TarnFormField *>(bytes_.end());
+  *record = {};
+  record->place = static_cast<uint32_t>(bytes_.size() / sizeof(uint32_t));
+  record->name_size = static_cast<uint32_t>(name_size);
+  record->filename_size = TarnFormField::kNone;
+  record->setOffset(offset);
+  // The zero bytes behind the name and behind the headers that it does not have.
+  std::memcpy(bytes_.end() + sizeof(TarnFormField) + name_size, "\0", 2);
+  bytes_.grow(sizeof(TarnFormField) + name_size + 2);
+  return record;
+}
+
+TarnFormField *Records::addCopy(TarnForm *form, const TarnFormField &field) {
+  const auto size = static_cast<size_t>(field.value() - reinterpret_cast<const char *>(&field));
+  char *place = makeRoom(form, true, size);
+  if (!place) return nullptr;
+  std::memcpy(place, &field, size);
+  auto *record = reinterpret_cast<TarnFormField *>(place);
+  record->place = static_cast<uint32_t>(bytes_.size() / sizeof(uint32_t));
+  bytes_.grow(size);
+  return record;
 }
 
 }  // namespace tarn::form
-
-TarnForm *TarnFormField::form() const { return tarn::form::headOf(*this).form; }
-bool TarnFormField::isKept() const { return tarn::form::headOf(*this).kept != 0; }

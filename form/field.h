@@ -9,6 +9,16 @@
 #include "form/bytes.h"
 #include "tarn_form.h"
 
+namespace tarn::form {
+
+// What a block of records begins with. Records find it by their place.
+struct BlockHead {
+  TarnForm *form;
+  uint64_t kept;
+};
+
+}  // namespace tarn::form
+
 // A record is made of 32-bit words to be small: forms can have many fields. The name, the file name
 // and the headers follow it, each with a zero byte; for kept fields the value, too.
 struct TarnFormField {
@@ -27,8 +37,8 @@ struct TarnFormField {
   void setSize(uint64_t size) { split(size, size_words); }
   void setOffset(uint64_t offset) { split(offset, offset_words); }
 
-  TarnForm *form() const;
-  bool isKept() const;
+  TarnForm *form() const { return head().form; }
+  bool isKept() const { return head().kept != 0; }
 
   const char *name() const { return reinterpret_cast<const char *>(this + 1); }
   const char *filename() const { return filename_size == kNone ? nullptr : afterName(); }
@@ -37,6 +47,10 @@ struct TarnFormField {
   char *value() { return const_cast<char *>(std::as_const(*this).value()); }
 
  private:
+  const tarn::form::BlockHead &head() const {
+    const uint32_t *words = reinterpret_cast<const uint32_t *>(this) - place;
+    return *reinterpret_cast<const tarn::form::BlockHead *>(words);
+  }
   const char *afterName() const { return name() + name_size + 1; }
   const char *startOfHeaders() const {
     return afterName() + (filename_size == kNone ? 0 : filename_size + 1);
@@ -58,8 +72,22 @@ class Records {
 
   // Adds a record for a field of a form. The texts' bytes must not be in this block. Returns null
   // if memory runs out. Bytes added with append() go behind its texts.
-  TarnFormField *add(TarnForm *form, bool kept, std::string_view name, const char *filename,
+  TarnFormField *add(TarnForm *form, std::string_view name, const char *filename,
                      size_t filename_size, std::string_view headers, uint64_t offset);
+
+  // The same for a record that has only a name, in a block without others: begin() returns where to
+  // write at most `room` bytes, or null, and end() says how many there are.
+  char *begin(TarnForm *form, size_t room) {
+    clear();
+    char *place = makeRoom(form, false, sizeof(TarnFormField) + room + 2);
+    return place ? place + sizeof(TarnFormField) : nullptr;
+  }
+  TarnFormField *end(size_t name_size, uint64_t offset);
+
+  // Adds a kept record with the texts of another block's record.
+  TarnFormField *addCopy(TarnForm *form, const TarnFormField &field);
+
+  Bytes &bytes() { return bytes_; }
   bool append(std::string_view bytes) { return bytes_.append(bytes); }
   bool append(char byte) { return bytes_.append(byte); }
   void cut(size_t size) { bytes_.cut(size); }
@@ -72,6 +100,8 @@ class Records {
   void shrink() { bytes_.shrink(); }
 
  private:
+  char *makeRoom(TarnForm *form, bool kept, size_t size);
+
   Bytes bytes_;
 };
 

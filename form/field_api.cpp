@@ -18,6 +18,10 @@ bool readText(TarnForm &form) {
   form.taken = Taken::kPartly;
   form.text.clear();
   if (!form.text.append(std::string_view())) return form.raiseOutOfMemory();
+  if (takeShortValue(form, form.text, most)) {
+    form.taken = Taken::kAsText;
+    return true;
+  }
   std::string_view run;
   while (form.nextRun(run)) {
     if (run.size() > most - form.text.size()) {
@@ -134,11 +138,14 @@ int checkUnread(TarnFormField &field) {
 // Passes the rest of a value to `write`, which returns 0 or an errno value.
 template <class Write>
 int writeBlocks(TarnFormField &field, const Write &write) {
+  TarnForm &form = *field.form();
   std::string_view block;
-  while (nextBlock(field, block)) {
-    if (const int error = write(block)) return error;
-  }
-  return field.form()->problem ? -1 : 0;
+  int error = 0;
+  form.written_from = form.size - form.unread.size();
+  while (error == 0 && nextBlock(field, block)) error = write(block);
+  form.written_from = kNotWritten;
+  if (error != 0) return error;
+  return form.problem ? -1 : 0;
 }
 
 // How far a value that can be read again has been read.

@@ -74,7 +74,7 @@ TarnFormField *TarnForm::step() {
   view = nullptr;
   unread = {};
   being_read = nullptr;
-  saved.close();
+  if (saved.isOpen()) saved.close();
   taken = Taken::kNothing;
   TarnFormField *field = nullptr;
   if (stage == Stage::kBetweenFields) {
@@ -99,10 +99,32 @@ TarnFormField *TarnForm::stepToBody() {
     raiseOutOfMemory();
     return nullptr;
   }
-  TarnFormField *field = current.add(this, false, {}, nullptr, 0, headers.view(), 0);
+  TarnFormField *field = current.add(this, {}, nullptr, 0, headers.view(), 0);
   if (!field) raiseOutOfMemory();
   stage = Stage::kInValue;
   return field;
+}
+
+size_t TarnForm::sizeToHandOut(size_t available) const {
+  constexpr uint64_t block = tarn::form::Source::kBufferSize;
+  if (written_from == tarn::form::kNotWritten || source.inMemory()) return available;
+  const uint64_t rest = (size - written_from + available) % block;
+  return rest < available ? available - static_cast<size_t>(rest) : 0;
+}
+
+// See nextRun(), for the body as it is.
+bool TarnForm::nextRunOfBody(std::string_view &run) {
+  size_t count = sizeToHandOut(source.window().size());
+  while (count == 0 && more()) count = sizeToHandOut(source.window().size());
+  if (problem) return false;
+  if (count == 0) count = source.window().size();
+  if (count == 0) {
+    stage = Stage::kFinished;
+    return false;
+  }
+  run = {source.window().data(), count};
+  source.consume(count);
+  return true;
 }
 
 bool TarnForm::nextRun(std::string_view &run) {
@@ -116,13 +138,7 @@ bool TarnForm::nextRun(std::string_view &run) {
       more_to_come = tarn::form::nextRunOfPair(*this, run);
       break;
     default:
-      if (source.window().empty() && !more()) {
-        if (!problem) stage = Stage::kFinished;
-        return false;
-      }
-      run = source.window();
-      source.consume(run.size());
-      more_to_come = true;
+      more_to_come = nextRunOfBody(run);
   }
   if (more_to_come) size += run.size();
   return more_to_come;

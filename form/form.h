@@ -31,6 +31,8 @@ enum class Taken {
   kLost,    // a write failed, so that some of it is nowhere
 };
 
+constexpr uint64_t kNotWritten = UINT64_MAX;
+
 }  // namespace tarn::form
 
 struct TarnForm {
@@ -48,6 +50,10 @@ struct TarnForm {
   bool skipValue();
 
   bool more() { return source.more(limits, problem); }
+
+  // While a value is written to a file, a run ends where a large block of the file ends: the kernel
+  // takes less time for whole blocks. Returns how much of a run to hand out, 0 to wait for more.
+  size_t sizeToHandOut(size_t available) const;
 
   // These report a problem at the beginning of the window and return false.
   bool raise(TarnFormProblem code, const char *sentence);
@@ -78,6 +84,8 @@ struct TarnForm {
   const void *view = nullptr;
   uint64_t part_offset = 0;
   uint64_t size = 0;  // of the current value, as far as it has been read
+  uint64_t written_from = tarn::form::kNotWritten;  // where in the value a written file begins
+  size_t searched = 0;  // so many bytes of the window come before the next delimiter
   uint64_t fields = 0;
   std::string_view unread;  // what TarnFormField_read() left of a run
   // The kept or current field whose stored value is being read, and how far.
@@ -89,7 +97,8 @@ struct TarnForm {
   tarn::form::Stage stage = tarn::form::Stage::kUnread;
   tarn::form::Taken taken = tarn::form::Taken::kNothing;
   bool length_missing = false;
-  bool empty_part = false;  // the delimiter follows the headers at once
+  bool at_delimiter = false;  // the next delimiter is at the beginning of the window
+  bool empty_part = false;    // it follows the headers at once
   bool loaded = false;
 
   ~TarnForm();
@@ -97,6 +106,7 @@ struct TarnForm {
  private:
   bool start();
   bool checkLength();
+  bool nextRunOfBody(std::string_view &run);
   bool drain();
 };
 

@@ -8,6 +8,7 @@
 
 #include "form/saving.h"
 #include "form/text.h"
+#include "form/url_encoded.h"
 
 namespace tarn::form {
 namespace {
@@ -99,9 +100,13 @@ bool keepRun(TarnForm &form, Keeping &keeping, std::string_view run) {
 // Keeps the value of the current field.
 bool keepValue(TarnForm &form, uint32_t place, bool is_file) {
   Keeping keeping = {place, form.kept.size(), form.source.position(), is_file, false, {}};
+  const uint64_t left = form.limits[TARN_FORM_LOAD_SIZE] - form.kept.size();
+  const uint64_t most = std::min(form.limits[TARN_FORM_TEXT_SIZE], left);
   std::string_view run;
-  while (form.nextRun(run)) {
-    if (!keepRun(form, keeping, run)) return false;
+  if (!takeShortValue(form, form.kept.bytes(), most)) {
+    while (form.nextRun(run)) {
+      if (!keepRun(form, keeping, run)) return false;
+    }
   }
   if (form.problem) return false;
   form.kept.at(place)->setSize(form.size);
@@ -114,9 +119,7 @@ bool keepValue(TarnForm &form, uint32_t place, bool is_file) {
 }
 
 bool keepField(TarnForm &form, const TarnFormField &field) {
-  const TarnFormField *kept =
-      form.kept.add(&form, true, {field.name(), field.name_size}, field.filename(),
-                    field.filename() ? field.filename_size : 0, field.headers(), field.offset());
+  const TarnFormField *kept = form.kept.addCopy(&form, field);
   if (!kept) return form.raiseOutOfMemory();
   const uint64_t most = form.limits[TARN_FORM_LOAD_SIZE];
   if (form.kept.size() > most) {
@@ -155,42 +158,130 @@ Places placesIn(const Bytes &bytes) {
   return {begin, begin + bytes.size() / sizeof(uint32_t)};
 }
 
-// The places of all fields with a name, in the order in which they were sent. Sorts all fields by
-// their names first, when it is called for the first time.
-Places findPlaces(TarnForm &form, std::string_view name, bool folded) {
-  Bytes &sorted = folded ? form.by_folded_name : form.by_name;
-  const auto name_at = [&form](uint32_t place) {
-    const TarnFormField &field = *form.kept.at(place);
-    return std::string_view(field.name(), field.name_size);
-  };
-  if (sorted.size() == 0) {
-    sorted.append(form.order.view());  // TarnForm_load() made room for it
-    auto *begin = reinterpret_cast<uint32_t *>(sorted.data());
-    std::sort(begin, begin + sorted.size() / sizeof(uint32_t), [&](uint32_t a, uint32_t b) {
-      const int order = compareNames(name_at(a), name_at(b), folded);
-      return order != 0 ? order < 0 : a < b;
-    });
+// A hash of a name in any case, in which different names may have the same one.
+uint32_t hashOf(std::string_view name) {
+  constexpr uint64_t kLower = 0x2020202020202020;
+  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15;
+  uint64_t hash = name.size();
+  while (!name.empty()) {
+    uint64_t word = 0;
+    const size_t size = name.size() < sizeof word ? name.size() : sizeof word;
+    if (size == sizeof word) {
+      std::memcpy(&word, name.data(), sizeof word);
+    } else {
+      for (const char c : name) word = word << 8 | static_cast<unsigned char>(c);
+    }
+    hash = (hash ^ (word | kLower)) * kFactor;
+    hash ^= hash >> 32;
+    name.remove_prefix(size);
   }
-  const Places all = placesIn(sorted);
-  const uint32_t *begin =
-      std::lower_bound(all.begin, all.end, name, [&](uint32_t place, std::string_view wanted) {
-        return compareNames(name_at(place), wanted, folded) < 0;
-      });
-  const uint32_t *end =
-      std::upper_bound(begin, all.end, name, [&](std::string_view wanted, uint32_t place) {
-        return compareNames(wanted, name_at(place), folded) < 0;
-      });
-  return {begin, end};
+  return static_cast<uint32_t>(hash >> 16);
 }
 
-Places fieldsNamed(TarnForm *form, const char *name, bool folded) {
-  if (!form || !form->loaded || form->problem || form->order.size() == 0) return {nullptr, nullptr};
-  return name ? findPlaces(*form, name, folded) : placesIn(form->order);
+// The order of fields for lookups: by a few bits of the hash, by name, then as they were sent. Fields
+// of the same name are neighbours.
+class Order {
+ public:
+  Order(TarnForm &form, bool folded) : form_(form), folded_(folded) {
+    while (size_t{buckets_} * kFieldsInBucket < count()) buckets_ *= 2;
+  }
+
+  // Sorts all fields unless that is done. There is room for the result.
+  Places sorted() {
+    Bytes &bytes = folded_ ? form_.by_folded_name : form_.by_name;
+    if (bytes.size() == 0) sort(bytes);
+    return placesIn(bytes);
+  }
+
+  // How many bytes the result and the counters of the buckets take.
+  static size_t roomFor(size_t fields) {
+    return (fields + 2 * (fields / kFieldsInBucket) + 2) * sizeof(uint32_t);
+  }
+
+  // The first field that has this name or comes after it.
+  const uint32_t *find(const Places &all, std::string_view name) const {
+    return std::lower_bound(
+        all.begin, all.end, name,
+        [this](uint32_t place, std::string_view text) { return compare(nameAt(place), text) < 0; });
+  }
+
+  // The first field that comes after this name.
+  const uint32_t *findEnd(const Places &all, std::string_view name) const {
+    return std::upper_bound(
+        all.begin, all.end, name,
+        [this](std::string_view text, uint32_t place) { return compare(text, nameAt(place)) < 0; });
+  }
+
+  bool isNamed(const TarnFormField &field, std::string_view name) const {
+    return compareNames({field.name(), field.name_size}, name, folded_) == 0;
+  }
+
+ private:
+  static constexpr size_t kFieldsInBucket = 4;
+
+  size_t count() const { return form_.order.size() / sizeof(uint32_t); }
+  uint32_t bucketOf(std::string_view name) const { return hashOf(name) & (buckets_ - 1); }
+
+  std::string_view nameAt(uint32_t place) const {
+    const TarnFormField &field = *form_.kept.at(place);
+    return {field.name(), field.name_size};
+  }
+
+  int compare(std::string_view a, std::string_view b) const {
+    const uint32_t bucket_a = bucketOf(a);
+    const uint32_t bucket_b = bucketOf(b);
+    if (bucket_a != bucket_b) return bucket_a < bucket_b ? -1 : 1;
+    return compareNames(a, b, folded_);
+  }
+
+  // Distributes the fields to the buckets, and then sorts each bucket.
+  void sort(Bytes &bytes) {
+    const Places all = placesIn(form_.order);
+    auto *sorted = reinterpret_cast<uint32_t *>(bytes.data());
+    uint32_t *ends = sorted + count();
+    std::memset(ends, 0, (buckets_ + 1) * sizeof *ends);
+    for (const uint32_t *place = all.begin; place != all.end; ++place) {
+      ++ends[bucketOf(nameAt(*place)) + 1];
+    }
+    for (uint32_t i = 1; i < buckets_; ++i) ends[i] += ends[i - 1];
+    for (const uint32_t *place = all.begin; place != all.end; ++place) {
+      sorted[ends[bucketOf(nameAt(*place))]++] = *place;
+    }
+    for (uint32_t i = 0; i < buckets_; ++i)
+      sortBucket(sorted + (i > 0 ? ends[i - 1] : 0), sorted + ends[i]);
+    bytes.grow(count() * sizeof(uint32_t));
+  }
+
+  void sortBucket(uint32_t *begin, uint32_t *end) const {
+    const auto comes_before = [this](uint32_t a, uint32_t b) {
+      const int order = compareNames(nameAt(a), nameAt(b), folded_);
+      return order != 0 ? order < 0 : a < b;
+    };
+    // Fields that all have one name are sorted.
+    if (!std::is_sorted(begin, end, comes_before)) std::sort(begin, end, comes_before);
+  }
+
+  TarnForm &form_;
+  bool folded_;
+  uint32_t buckets_ = 1;
+};
+
+bool canLookUp(const TarnForm *form) {
+  return form && form->loaded && !form->problem && form->order.size() > 0;
 }
 
-TarnFormField *fieldAt(TarnForm *form, Places places, uint64_t index) {
+TarnFormField *fieldAt(TarnForm *form, const Places &places, uint64_t index) {
   const auto count = static_cast<uint64_t>(places.end - places.begin);
   return index < count ? form->kept.at(places.begin[index]) : nullptr;
+}
+
+TarnFormField *findField(TarnForm *form, const char *name, uint64_t index, bool folded) {
+  if (!canLookUp(form)) return nullptr;
+  if (!name) return fieldAt(form, placesIn(form->order), index);
+  Order order(*form, folded);
+  const Places all = order.sorted();
+  TarnFormField *field = fieldAt(form, {order.find(all, name), all.end}, index);
+  return field && order.isNamed(*field, name) ? field : nullptr;
 }
 
 }  // namespace
@@ -261,22 +352,25 @@ int TarnForm_load(TarnForm *form) {
   form->kept.shrink();
   form->order.shrink();
   // So that no lookup fails for lack of memory.
-  const size_t size = form->order.size();
-  if (!form->by_name.reserve(size) || !form->by_folded_name.reserve(size)) {
+  const size_t room = Order::roomFor(form->order.size() / sizeof(uint32_t));
+  if (!form->by_name.reserve(room) || !form->by_folded_name.reserve(room)) {
     form->raiseOutOfMemory();
   }
   return TarnForm_isWhole(form);
 }
 
 uint64_t TarnForm_count(TarnForm *form, const char *name) {
-  const Places places = fieldsNamed(form, name, false);
-  return static_cast<uint64_t>(places.end - places.begin);
+  if (!canLookUp(form)) return 0;
+  if (!name) return form->order.size() / sizeof(uint32_t);
+  Order order(*form, false);
+  const Places all = order.sorted();
+  return static_cast<uint64_t>(order.findEnd(all, name) - order.find(all, name));
 }
 
 TarnFormField *TarnForm_get(TarnForm *form, const char *name, uint64_t index) {
-  return fieldAt(form, fieldsNamed(form, name, false), index);
+  return findField(form, name, index, false);
 }
 
 TarnFormField *TarnForm_getIgnoringCase(TarnForm *form, const char *name, uint64_t index) {
-  return fieldAt(form, fieldsNamed(form, name, true), index);
+  return findField(form, name, index, true);
 }

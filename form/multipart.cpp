@@ -107,16 +107,25 @@ TarnFormField *stepToPart(TarnForm &form) {
   // The empty line of the headers and the delimiter of an empty value may share a CR LF.
   ensure(form, wanted.size());
   form.empty_part = beginsWith(form.source.window(), wanted);
+  form.at_delimiter = form.empty_part;
+  form.searched = 0;
   return record;
 }
 
 bool nextRunOfPart(TarnForm &form, std::string_view &run) {
   const std::string_view delimiter = form.boundary.view();
-  size_t ahead = delimiter.size();
+  const size_t ahead = delimiter.size();
   for (;;) {
     const std::string_view window = form.source.window();
-    const char *found = form.empty_part ? window.data() : findDelimiter(window, delimiter);
-    if (found == window.data() && found) {
+    const char *found = nullptr;
+    if (!form.at_delimiter) {
+      std::string_view rest = window;
+      rest.remove_prefix(form.searched);
+      found = findDelimiter(rest, delimiter);
+      form.at_delimiter = found && found == window.data();
+    }
+    if (form.at_delimiter) {
+      form.at_delimiter = false;
       form.source.consume(form.empty_part ? 0 : 2);
       form.part_offset = form.source.position();
       form.source.consume(delimiter.size() - 2);
@@ -127,9 +136,12 @@ bool nextRunOfPart(TarnForm &form, std::string_view &run) {
     const size_t safe = found                    ? static_cast<size_t>(found - window.data())
                         : window.size() >= ahead ? window.size() - (ahead - 1)
                                                  : 0;
-    if (safe > 0) {
-      run = {window.data(), safe};
-      form.source.consume(safe);
+    const size_t size = found ? safe : form.sizeToHandOut(safe);
+    form.searched = safe - size;
+    form.at_delimiter = found != nullptr;
+    if (size > 0) {
+      run = {window.data(), size};
+      form.source.consume(size);
       return true;
     }
     if (!form.more()) return form.raiseCutShort("cut short: the body ends in a value");

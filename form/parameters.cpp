@@ -8,9 +8,21 @@ namespace {
 constexpr size_t kLongestBoundary = 70;
 constexpr std::string_view kDelimiterStart = "\r\n--";
 
+// Which bytes a token may contain.
+struct TokenBytes {
+  bool allowed[256] = {};
+
+  constexpr TokenBytes() {
+    for (const char c : std::string_view("!#$%&'*+-.^_`|~0123456789")) allow(c);
+    for (char c = 'a'; c <= 'z'; ++c) allow(c);
+    for (char c = 'A'; c <= 'Z'; ++c) allow(c);
+  }
+  constexpr void allow(char c) { allowed[static_cast<unsigned char>(c)] = true; }
+};
+
 bool isTokenByte(char c) {
-  return (c >= '0' && c <= '9') || (toLower(c) >= 'a' && toLower(c) <= 'z') ||
-         (c != '\0' && std::strchr("!#$%&'*+-.^_`|~", c) != nullptr);
+  static constexpr TokenBytes token;
+  return token.allowed[static_cast<unsigned char>(c)];
 }
 
 // Appends a quoted value without its backslashes.

@@ -42,10 +42,17 @@ bool takeLine(TarnForm &form, std::string_view dash_boundary, std::string_view &
     }
     at_end = !feed && !form.more();
   }
-  if (at_end) return form.raiseCutShort("cut short: the body ends in the headers of a part");
+  constexpr const char *kCut = "cut short: the body ends in the headers of a part";
+  if (at_end) return form.raiseCutShort(kCut);
   line.remove_suffix(2);
-  if (!line.empty() && (std::memchr(line.data(), '\r', line.size()) != nullptr ||
-                        std::memchr(line.data(), '\n', line.size()) != nullptr)) {
+  if (line.empty()) return true;
+  // White space on the next line would continue this one, whatever it says so far.
+  if (form.source.window().empty() && !form.more()) return form.raiseCutShort(kCut);
+  if (isSpace(form.source.window().front())) {
+    return raiseHeader(form, form.source.position(), "a folded header line");
+  }
+  if (std::memchr(line.data(), '\r', line.size()) != nullptr ||
+      std::memchr(line.data(), '\n', line.size()) != nullptr) {
     return raiseHeader(form, place, "a header line contains CR or LF");
   }
   return true;
@@ -82,6 +89,9 @@ bool takeEncoded(std::string_view text, char &byte) {
 
 bool appendDecoded(Bytes &bytes, std::string_view text, bool escaped) {
   if (!bytes.reserve(text.size())) return false;
+  if (!escaped && (text.empty() || std::memchr(text.data(), '%', text.size()) == nullptr)) {
+    return bytes.append(text);
+  }
   while (!text.empty()) {
     char byte = text.front();
     size_t size = 1;
@@ -181,7 +191,7 @@ bool takeHeaders(TarnForm &form, std::string_view dash_boundary, Part &part) {
       form.headers.cut(form.headers.size() - 2);
       return true;
     }
-    if (line.front() == ' ' || line.front() == '\t') {
+    if (isSpace(line.front())) {
       return raiseHeader(form, place, "a folded header line");
     }
     std::string_view name;
@@ -226,9 +236,8 @@ TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary) {
   form.current.clear();
   const char *filename = part.has_filename ? form.scratch.data() + part.name_size : nullptr;
   const size_t filename_size = part.has_filename ? form.scratch.size() - part.name_size : 0;
-  TarnFormField *record =
-      form.current.add(&form, false, {form.scratch.data(), part.name_size}, filename, filename_size,
-                       form.headers.view(), form.part_offset);
+  TarnFormField *record = form.current.add(&form, {form.scratch.data(), part.name_size}, filename,
+                                           filename_size, form.headers.view(), form.part_offset);
   if (!record) form.raiseOutOfMemory();
   return record;
 }

@@ -32,6 +32,8 @@ class NewFile {
   // keep() under another name. EXDEV if the folder is another one.
   int keepIn(const char *folder, const char *name);
 
+  bool isOpen() const { return folder_ >= 0; }
+
   // Closes the file. Nothing of it is left unless it was kept.
   void close();
 

@@ -39,10 +39,11 @@ class Source {
 
   // Waits for more bytes and adds them to the window, which may move. Returns false at the end of
   // the body, and with a problem: the body is shorter than its length, reading fails or takes too
-  // long, the body is longer than its limit. The window must be shorter than kLookAhead.
+  // long, the body is longer than its limit. The window must be shorter than kBufferSize.
   bool more(const Limits &limits, Problem &problem);
 
-  static constexpr size_t kLookAhead = 1024;
+  // Large enough that system calls cost little, small enough for the processor's cache.
+  static constexpr size_t kBufferSize = size_t{128} * 1024;
 
  private:
   bool startReading(const Limits &limits, Problem &problem);

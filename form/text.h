@@ -20,6 +20,7 @@ inline bool beginsWith(std::string_view text, std::string_view start) {
 // Compares ASCII letters in any case.
 inline bool equalIgnoringCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
+  if (a.empty() || std::memcmp(a.data(), b.data(), a.size()) == 0) return true;
   for (size_t i = 0; i < a.size(); ++i) {
     if (toLower(a[i]) != toLower(b[i])) return false;
   }

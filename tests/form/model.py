@@ -6,7 +6,8 @@ application/x-www-form-urlencoded follows the URL standard. Input that two sensi
 understand differently is refused.
 
 When a request has several problems, the first one in the body decides. A header line is judged
-when its CR LF has arrived. The same rules in C++ are in tests/support/form_model.cpp.
+when the byte after its CR LF has arrived: white space there would continue the line, which is
+refused. The same rules in C++ are in tests/support/form_model.cpp.
 """
 
 import re
@@ -256,14 +257,21 @@ def part_headers(rest: bytes, delimiter: bytes) -> tuple[Headers, bytes]:
     block = rest[:HEADER_LIMIT]
     read = {}  # the three that matter
     disposition: tuple[bytes, bytes | None] = (b"", None)
+    length = 0
     while True:
         if block.startswith(delimiter):
             raise Problem(MALFORMED)
         line, found, block = block.partition(b"\r\n")
         if not found:
             raise Problem(LIMIT if len(rest) > HEADER_LIMIT else CUT_SHORT)
+        length += len(line) + 2
         if not line:
             break
+        following = rest[length : length + 1]
+        if not following:
+            raise Problem(CUT_SHORT)
+        if following in (b" ", b"\t"):
+            raise Problem(MALFORMED_HEADER)
         name, value = header_of(line)
         if name in (b"content-disposition", b"content-type", b"content-transfer-encoding"):
             if name in read:
@@ -276,14 +284,13 @@ def part_headers(rest: bytes, delimiter: bytes) -> tuple[Headers, bytes]:
                 raise Problem(UNSUPPORTED_TYPE)
     if b"content-disposition" not in read:
         raise Problem(PART_WITHOUT_NAME)
-    length = len(rest[:HEADER_LIMIT]) - len(block)
     return Headers(*disposition, read.get(b"content-type")), rest[length - 2 :]
 
 
 def header_of(line: bytes) -> tuple[bytes, bytes]:
     """The name of a header, in lower case, and its value."""
     name, colon, value = line.partition(b":")
-    # A name with white space before or after it is not a token. Folded lines fail here too.
+    # A name with white space before or after it is not a token.
     if b"\r" in line or b"\n" in line or not colon or not re.fullmatch(TOKEN, name):
         raise Problem(MALFORMED_HEADER)
     return name.lower(), value.strip(WHITE)

@@ -268,6 +268,9 @@ Problem readHeaders(std::string_view &rest, std::string_view delimiter, ModelFie
     const size_t end = block.find("\r\n");
     if (end == std::string_view::npos) return rest.size() > kHeaderLimit ? "limit" : "cut_short";
     if (end == 0) break;
+    // White space on the next line would continue this one.
+    if (used + end + 2 == rest.size()) return "cut_short";
+    if (isWhite(rest[used + end + 2])) return "malformed_header";
     if (Problem problem = readHeader(block.substr(0, end), field, seen); !problem.empty()) {
       return problem;
     }

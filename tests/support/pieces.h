@@ -23,8 +23,8 @@ std::string part(const std::string &headers, const std::string &value,
 
 class Pieces {
  public:
-  // One at a time. The sizes repeat. After the body, reading fails with this errno value, unless it
-  // is 0.
+  // One at a time in each thread. The sizes repeat. After the body, reading fails with this errno
+  // value, unless it is 0.
   Pieces(std::string_view body, std::vector<size_t> sizes, int error = 0);
   ~Pieces();
   Pieces(const Pieces &) = delete;
@@ -35,10 +35,14 @@ class Pieces {
   // Called before the second piece.
   std::function<void()> meanwhile;
 
+  // Returns an errno value with which the next call fails, or 0. Called for each read() and poll().
+  std::function<int()> failing;
+
   // How many bytes have been read.
   size_t taken() const { return taken_; }
 
   ptrdiff_t read(void *buffer, size_t size);
+  int poll() const;
 
  private:
   std::string_view body_;

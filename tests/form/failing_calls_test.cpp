@@ -1,0 +1,429 @@
+// Every system call fails in turn, and the process is killed before each of them, while a form is
+// read, saved and loaded: what is there is whole, and the caller is told what is not.
+#include "support/failing_calls.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+
+#include "support/pieces.h"
+#include "support/script.h"
+#include "tarn_form.h"
+
+namespace {
+
+using namespace tarn_test;
+namespace fs = std::filesystem;
+using Names = std::set<std::string>;
+
+constexpr Can kFileSystems[] = {Can::kEverything, Can::kNoFileWithoutAName, Can::kNoRename,
+                                Can::kNoProc};
+
+std::string valueOf(size_t size) {
+  std::string value;
+  for (size_t i = 0; i < size; ++i) value += static_cast<char>(i * 7 % 251);
+  return value;
+}
+
+const std::string kFile = valueOf(100000);
+const std::string kForm =
+    part("name=file; filename=f", kFile) + part("name=text", "next") + "--b--";
+
+int errnoOfFailure() { return calls.fail("read") ? calls.error : 0; }
+
+// A form that arrives in pieces, and whose reads fail like any other call.
+class ArrivingForm {
+ public:
+  explicit ArrivingForm(bool reads_fail) : pieces_(kForm, {30000}) {
+    if (reads_fail) pieces_.failing = errnoOfFailure;
+    form_ = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, kForm.size());
+  }
+  ~ArrivingForm() { TarnForm_close(form_); }
+  ArrivingForm(const ArrivingForm &) = delete;
+  ArrivingForm &operator=(const ArrivingForm &) = delete;
+
+  operator TarnForm *() { return form_; }
+
+ private:
+  Pieces pieces_;
+  TarnForm *form_;
+};
+
+// A new folder, also for temporary files.
+class Folder {
+ public:
+  Folder() {
+    char path[] = "/tmp/tarn-form-test-XXXXXX";
+    path_ = mkdtemp(path);
+    setenv("TMPDIR", path, 1);
+  }
+  ~Folder() {
+    unsetenv("TMPDIR");
+    fs::remove_all(path_);
+  }
+  Folder(const Folder &) = delete;
+  Folder &operator=(const Folder &) = delete;
+
+  Names names() const {
+    Names names;
+    for (const auto &entry : fs::directory_iterator(path_)) names.insert(entry.path().filename());
+    return names;
+  }
+  std::string content(const std::string &name) const {
+    std::ifstream file(path_ / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  bool has(const std::string &name) const { return fs::exists(path_ / name); }
+  const char *path() const { return path_.c_str(); }
+
+ private:
+  fs::path path_;
+};
+
+size_t openDescriptors() {
+  const fs::directory_iterator files("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(files), end(files)));
+}
+
+// Runs a scenario for each call that it makes, with that call failing, alone or with all later ones.
+template <class Scenario>
+void forEachFailingCall(Can can, int error, const Scenario &scenario) {
+  for (const bool and_later : {false, true}) {
+    if (and_later && error == EINTR) continue;  // endless interruptions are waited for
+    size_t failing = 0;
+    do {
+      calls = {};
+      calls.can = can;
+      calls.error = error;
+      calls.first_failing = ++failing;
+      calls.last_failing = and_later ? SIZE_MAX : failing;
+      SCOPED_TRACE("call " + std::to_string(failing) + (and_later ? " and later ones" : "") +
+                   ", errno " + std::to_string(error) + ", file system " +
+                   std::to_string(static_cast<int>(can)));
+      const size_t before = openDescriptors();
+      scenario();
+      EXPECT_EQ(openDescriptors(), before) << calls.failed;
+    } while (calls.count >= failing && !testing::Test::HasFailure());
+    EXPECT_GT(failing, 5U) << "few calls were made";
+  }
+  calls = {};
+}
+
+// Runs an action in a process that is killed before its `number`th call. Returns whether it was.
+template <class Action>
+bool isKilled(Can can, size_t number, const Action &action) {
+  const pid_t child = fork();
+  if (child == 0) {
+    calls = {};
+    calls.can = can;
+    calls.first_failing = calls.last_failing = number;
+    watchCalls(action);
+    _exit(0);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGKILL : status == 0) << status;
+  return WIFSIGNALED(status);
+}
+
+// ---- Reading --------------------------------------------------------------------------------------
+
+// Reads until the value is missing or the end is reached. Returns the number of values.
+int readValues(TarnForm *form) {
+  int count = 0;
+  while (TarnFormField *field = TarnForm_next(form)) {
+    const char *text = TarnFormField_text(field);
+    if (!text) break;
+    const std::string value(text, static_cast<size_t>(TarnFormField_size(field)));
+    EXPECT_TRUE(value == (count == 0 ? kFile : "next")) << count;
+    ++count;
+  }
+  return count;
+}
+
+TEST(ReadingAtEachFailure, ReportsAReadErrorAndNoPartOfAValue) {
+  forEachFailingCall(Can::kEverything, EIO, [] {
+    ArrivingForm form(true);
+    const int count = watchCalls([&] { return readValues(form); });
+    if (TarnForm_isWhole(form)) {
+      EXPECT_EQ(count, 2) << calls.failed;
+    } else {
+      EXPECT_EQ(TarnForm_problem(form), TARN_FORM_READ_ERROR) << TarnForm_message(form);
+    }
+  });
+}
+
+// After a signal, or before bytes are there, reading is tried again.
+TEST(ReadingAtEachFailure, GoesOnAfterInterruptions) {
+  for (const int error : {EINTR, EAGAIN}) {
+    size_t failing = 0;
+    do {
+      ArrivingForm form(true);
+      calls = {};
+      calls.error = error;
+      calls.first_failing = ++failing;
+      calls.last_failing = failing + 2;
+      EXPECT_EQ(watchCalls([&] { return readValues(form); }), 2) << failing;
+      EXPECT_EQ(TarnForm_isWhole(form), 1)
+          << strerror(error) << " in call " << failing << ": " << TarnForm_message(form);
+    } while (calls.count >= failing && !HasFailure());
+    EXPECT_GT(failing, 5U);
+  }
+  calls = {};
+}
+
+// ---- Saving ---------------------------------------------------------------------------------------
+
+int save(TarnForm *form, const Folder &folder, const char *name) {
+  return watchCalls([&] { return TarnFormField_save(TarnForm_next(form), folder.path(), name); });
+}
+
+int saveAsItIs(const Folder &folder, const char *name) {
+  ArrivingForm form(false);
+  return save(form, folder, name);
+}
+
+bool isTemporary(const std::string &name) { return name.rfind(".tarn-form-", 0) == 0; }
+
+// The folder has no other file than "photo", whole, and perhaps a temporary one.
+void expectWholeOrNothing(const Folder &folder) {
+  size_t temporary = 0;
+  for (const std::string &name : folder.names()) {
+    temporary += isTemporary(name);
+    EXPECT_TRUE(name == "photo" || isTemporary(name)) << name << ", after " << calls.failed;
+  }
+  EXPECT_LE(temporary, 1U) << calls.failed;
+  if (folder.has("photo")) {
+    EXPECT_TRUE(folder.content("photo") == kFile) << calls.failed;
+  }
+}
+
+class SavingAtEachFailure : public testing::TestWithParam<Can> {};
+INSTANTIATE_TEST_SUITE_P(FileSystems, SavingAtEachFailure, testing::ValuesIn(kFileSystems));
+
+TEST_P(SavingAtEachFailure, KeepsTheWholeFileOrNothing) {
+  for (const int error : {EIO, ENOSPC, EINTR}) {
+    forEachFailingCall(GetParam(), error, [&] {
+      const Folder folder;
+      ArrivingForm form(false);
+      const int result = save(form, folder, "photo");
+      const bool unlinks = strncmp(calls.failed, "unlink", 6) == 0;
+      const bool later = calls.last_failing == SIZE_MAX;
+      EXPECT_TRUE(result == 0 || result == error) << result << " after " << calls.failed;
+      expectWholeOrNothing(folder);
+      if (result == 0) {
+        EXPECT_TRUE(folder.has("photo")) << calls.failed;
+      } else if (!unlinks && !later) {
+        EXPECT_EQ(folder.names(), Names{}) << calls.failed;
+      }
+      EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), "next") << calls.failed;
+      EXPECT_EQ(TarnForm_next(form), nullptr);
+      EXPECT_EQ(TarnForm_isWhole(form), 1) << "a disk's error is none of the form";
+    });
+  }
+}
+
+TEST_P(SavingAtEachFailure, OfReadingKeepsTheWholeFileOrNothing) {
+  forEachFailingCall(GetParam(), EIO, [] {
+    const Folder folder;
+    ArrivingForm form(true);
+    const int result = save(form, folder, "photo");
+    expectWholeOrNothing(folder);
+    if (result == 0 || calls.last_failing != SIZE_MAX) {
+      EXPECT_EQ(folder.has("photo"), result == 0) << calls.failed;
+    }
+    if (result == -1) {
+      EXPECT_EQ(TarnForm_problem(form), TARN_FORM_READ_ERROR);
+    }
+  });
+}
+
+TEST_P(SavingAtEachFailure, WritesWhatOneCallLeaves) {
+  for (const size_t most : {1U, 7U, 4096U}) {
+    const Folder folder;
+    const std::string body = kForm.substr(0, most == 1 ? 1000 : kForm.size());
+    calls = {};
+    calls.can = GetParam();
+    calls.most_written = most;
+    TarnForm *form = TarnForm_openMemory("text/plain", body.data(), body.size());
+    EXPECT_EQ(
+        watchCalls([&] { return TarnFormField_save(TarnForm_body(form), folder.path(), "a"); }), 0);
+    TarnForm_close(form);
+    EXPECT_TRUE(folder.content("a") == body) << most;
+    EXPECT_EQ(folder.names(), Names{"a"});
+  }
+  calls = {};
+}
+
+class KilledSavingDeathTest : public testing::TestWithParam<Can> {};
+INSTANTIATE_TEST_SUITE_P(FileSystems, KilledSavingDeathTest, testing::ValuesIn(kFileSystems));
+
+TEST_P(KilledSavingDeathTest, LeavesTheWholeFileOrNothingBehindTheNextSave) {
+  const bool without_name = GetParam() == Can::kEverything;
+  bool seen_nothing = false;
+  bool seen_photo = false;
+  bool seen_temporary = false;
+  size_t number = 1;
+  for (bool killed = true; killed && !HasFailure(); ++number) {
+    SCOPED_TRACE("killed before call " + std::to_string(number));
+    const Folder folder;
+    killed = isKilled(GetParam(), number, [&] { saveAsItIs(folder, "photo"); });
+    expectWholeOrNothing(folder);
+    const Names left = folder.names();
+    seen_nothing |= left.empty();
+    seen_photo |= folder.has("photo");
+    for (const std::string &name : left) seen_temporary |= isTemporary(name);
+    // The next save goes well, and removes what is left.
+    calls = {};
+    calls.can = GetParam();
+    EXPECT_EQ(saveAsItIs(folder, "next"), 0);
+    EXPECT_TRUE(folder.content("next") == kFile);
+    Names expected = {"next"};
+    if (left.count("photo") > 0) expected.insert("photo");
+    EXPECT_EQ(folder.names(), expected);
+    if (!killed) {
+      EXPECT_TRUE(left == Names{"photo"});
+    }
+  }
+  EXPECT_GT(number, 10U);
+  EXPECT_TRUE(seen_nothing && seen_photo);
+  EXPECT_EQ(seen_temporary, !without_name);
+  calls = {};
+}
+
+// ---- Loading --------------------------------------------------------------------------------------
+
+class LoadingAtEachFailure : public testing::TestWithParam<Can> {};
+INSTANTIATE_TEST_SUITE_P(FileSystems, LoadingAtEachFailure,
+                         testing::Values(Can::kEverything, Can::kNoFileWithoutAName));
+
+std::string readBlocks(TarnFormField *field) {
+  std::string read;
+  const void *block = nullptr;
+  int64_t size = 0;
+  while ((size = TarnFormField_block(field, &block)) > 0) {
+    read.append(static_cast<const char *>(block), static_cast<size_t>(size));
+  }
+  return size < 0 ? "refused" : read;
+}
+
+TEST_P(LoadingAtEachFailure, KeepsAllFieldsOrNone) {
+  for (const int error : {EIO, ENOSPC, EINTR}) {
+    forEachFailingCall(GetParam(), error, [&] {
+      const Folder folder;
+      {
+        ArrivingForm form(false);
+        const int loaded = watchCalls([&] { return TarnForm_load(form); });
+        EXPECT_EQ(TarnForm_count(form, nullptr), loaded ? 2U : 0U);
+        if (!loaded) {
+          EXPECT_EQ(TarnForm_problem(form), TARN_FORM_OUT_OF_MEMORY) << calls.failed;
+          return;
+        }
+        TarnFormField *file = TarnForm_get(form, "file", 0);
+        const std::string blocks = watchCalls([&] { return readBlocks(file); });
+        EXPECT_TRUE(blocks == kFile || blocks == "refused") << calls.failed;
+        const void *view = watchCalls([&] { return TarnFormField_view(file); });
+        EXPECT_TRUE(!view || memcmp(view, kFile.data(), kFile.size()) == 0) << calls.failed;
+        EXPECT_TRUE(view || strcmp(calls.failed, "none") != 0);
+      }
+      if (strcmp(calls.failed, "unlink") != 0) {
+        EXPECT_EQ(folder.names(), Names{}) << calls.failed;
+      }
+    });
+  }
+}
+
+TEST(LoadingAtShortWrites, KeepsEveryByte) {
+  const Folder folder;
+  ArrivingForm form(false);
+  calls = {};
+  calls.most_written = 7;
+  EXPECT_EQ(watchCalls([&] { return TarnForm_load(form); }), 1);
+  EXPECT_TRUE(readBlocks(TarnForm_get(form, "file", 0)) == kFile);
+  calls = {};
+}
+
+TEST(KilledLoadingDeathTest, LeavesNoFile) {
+  bool killed = true;
+  size_t number = 1;
+  for (; killed && !HasFailure(); ++number) {
+    const Folder folder;
+    killed = isKilled(Can::kEverything, number, [] {
+      ArrivingForm form(false);
+      return TarnForm_load(form) + (TarnFormField_view(TarnForm_get(form, "file", 0)) != nullptr);
+    });
+    EXPECT_EQ(folder.names(), Names{}) << "killed before call " << number;
+  }
+  EXPECT_GT(number, 5U);
+}
+
+// ---- Full disks -----------------------------------------------------------------------------------
+
+TEST(FullDisk, IsReportedByTheWriteToADescriptor) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(full, 0);
+  ArrivingForm form(false);
+  EXPECT_EQ(TarnFormField_write(TarnForm_next(form), full), ENOSPC);
+  EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), "next");
+  EXPECT_EQ(TarnForm_next(form), nullptr);
+  EXPECT_EQ(TarnForm_isWhole(form), 1);
+  close(full);
+}
+
+// The disk is a small one where mounting is allowed; elsewhere files must not grow.
+int limitDisk(const Folder &folder) {
+  if (unshare(CLONE_NEWNS) == 0 &&
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+      mount("tmpfs", folder.path(), "tmpfs", 0, "size=64k") == 0) {
+    return ENOSPC;
+  }
+  const rlimit small = {65536, 65536};
+  std::signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &small);
+  return EFBIG;
+}
+
+TEST(FullDisk, LeavesNothingOfAFile) {
+  const Folder folder;
+  asScript({}, "", [&] {
+    const int expected = limitDisk(folder);
+    for (const Can can : kFileSystems) {
+      calls = {};
+      calls.can = can;
+      EXPECT_EQ(saveAsItIs(folder, "photo"), expected);
+      EXPECT_EQ(folder.names(), Names{});
+    }
+    calls = {};
+    TarnForm *form = TarnForm_openMemory("text/plain", kFile.data(), 30000);
+    EXPECT_EQ(TarnFormField_save(TarnForm_body(form), folder.path(), "small"), 0);
+    EXPECT_TRUE(folder.content("small") == kFile.substr(0, 30000)) << "there is room again";
+    TarnForm_close(form);
+  });
+}
+
+TEST(FullDisk, LeavesNoRoomToLoad) {
+  const Folder folder;
+  asScript({{"TMPDIR", folder.path()}}, "", [&] {
+    limitDisk(folder);
+    ArrivingForm form(false);
+    EXPECT_EQ(TarnForm_load(form), 0);
+    EXPECT_EQ(TarnForm_problem(form), TARN_FORM_OUT_OF_MEMORY);
+    EXPECT_EQ(folder.names(), Names{});
+  });
+}
+
+}  // namespace
