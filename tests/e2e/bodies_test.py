@@ -21,7 +21,7 @@ from selenium.webdriver.support.wait import WebDriverWait
 
 from browser_test import BrowserCase, browser
 from firefox import Firefox
-from servers import SERVERS, Lighttpd
+from servers import SERVERS, Lighttpd, Server
 from servers.server import read, wait_until
 
 RECORD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "record.sh")
@@ -107,7 +107,7 @@ def write_files(folder, fields):
 class RecordCase(unittest.TestCase):
     """A script under a server writes what tarn-form prints to a file."""
 
-    SERVER = Lighttpd
+    SERVER: type[Server] = Lighttpd
     maxDiff = 2000
 
     def setUp(self):

@@ -22,7 +22,7 @@ from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.wait import WebDriverWait
 
 from page import Page
-from servers import Lighttpd, examples
+from servers import Lighttpd, Server, examples
 from servers.server import read
 from upload_test import stored_files
 
@@ -150,7 +150,7 @@ def browser():
 
 
 class BrowserCase(unittest.TestCase):
-    SERVER = Lighttpd
+    SERVER: type[Server] = Lighttpd
     PROGRAMS = EXAMPLES
     VARIABLES = VARIABLES
     PICTURES = ""
