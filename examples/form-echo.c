@@ -131,6 +131,7 @@ int main(void) {
   plain = strncmp(CgiEnv_getAccept(NULL), "text/plain", 10) == 0;
   const int whole = TarnForm_load(form);
   if (!whole) fprintf(stderr, "cannot read the form: %s\n", TarnForm_message(form));
+  if (!whole) discardBody();
   printf("Status: %d\n", TarnForm_status(form));
   if (plain) puts("Content-Type: text/plain; charset=utf-8\nX-Content-Type-Options: nosniff\n");
   if (plain ? !isMethod("HEAD") : beginPage("Contents of this request")) {

@@ -7,6 +7,7 @@
 #ifndef _POSIX_C_SOURCE
 #define _POSIX_C_SOURCE 200809L
 #endif
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -14,6 +15,7 @@
 #include <sys/random.h>
 #include <tarn.h>
 #include <tarn_form.h>
+#include <unistd.h>
 
 /* ---- What a visitor sent ------------------------------------------------------------------- */
 
@@ -78,12 +80,24 @@ static inline const char *refusedForm(int status, const char **problem) {
   }
 }
 
+/* Reads what is left of a refused form, but not without end. Apache, and nginx with fcgiwrap, lose the
+ * answer of a script that does not read its whole body. */
+static inline void discardBody(void) {
+  struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+  char bytes[BUFSIZ];
+  ssize_t got = 1;
+  for (long long most = 32 << 20; most > 0 && got > 0; most -= got)
+    got = poll(&input, 1, 1000) > 0 ? read(STDIN_FILENO, bytes, sizeof bytes) : 0;
+}
+
 /* Reads the whole form. Returns null, or a status if the form must not be used, and then the form has
  * no fields. The log has the details. */
 static inline const char *readForm(TarnForm *form, const char **problem) {
-  if (isMethod("POST") && sentByAnotherSite()) return refusedForm(403, problem);
-  if (TarnForm_load(form)) return NULL;
-  fprintf(stderr, "cannot read the form: %s\n", TarnForm_message(form));
+  const int foreign = isMethod("POST") && sentByAnotherSite();
+  if (!foreign && TarnForm_load(form)) return NULL;
+  if (!foreign) fprintf(stderr, "cannot read the form: %s\n", TarnForm_message(form));
+  discardBody();
+  if (foreign) return refusedForm(403, problem);
   return refusedForm(TarnForm_status(form), problem);
 }
 

@@ -51,6 +51,7 @@ inline Outcome refuse_form(const tarn::Form &form) {
   const bool foreign = isMethod("POST") && sentByAnotherSite();
   if (!foreign && form) return {0, nullptr};
   if (!form) fprintf(stderr, "cannot read the form: %s\n", form.problem().message());
+  discardBody();
   const char *problem = nullptr;
   const char *status = refusedForm(foreign ? 403 : form.problem().status(), &problem);
   return {atoi(status), problem};

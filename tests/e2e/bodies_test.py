@@ -153,7 +153,7 @@ class Programs(RecordCase):
             arguments += ["-F", f'{field.name}=@"{quoted(path)}";filename="{name}"']
         arguments += ["-F", "none=;filename="]
         answer = subprocess.check_output(
-            [os.environ["CURL"], "-qsSgf", "--noproxy", "*", *arguments]
+            [os.environ["CURL"], "-q", "-m100", "-sSgf", "--noproxy", "*", *arguments]
             + [f"{self.server.address()}/tarn-form"]
         )
         texts = [field._replace(name=field.name.replace("=", "")) for field in TEXTS]
@@ -163,7 +163,15 @@ class Programs(RecordCase):
         path = self.write("body", encode(FORM, "----of-wget"))
         header = "Content-Type: multipart/form-data; boundary=----of-wget"
         answer = subprocess.check_output(
-            ["wget", "--no-config", "--no-proxy", "-qO-", f"--post-file={path}"]
+            [
+                "wget",
+                "--timeout=100",
+                "--tries=1",
+                "--no-config",
+                "--no-proxy",
+                "-qO-",
+                f"--post-file={path}",
+            ]
             + [f"--header={header}", f"{self.server.address()}/tarn-form"]
         )
         self.assert_received(FORM, answer)
@@ -191,6 +199,25 @@ class Programs(RecordCase):
             )
         self.assertIn("x-www-form-urlencoded", answer.request.headers["Content-Type"])
         self.assert_received(TEXTS, answer.content)
+
+    def test_answer_to_a_malformed_form_arrives(self):
+        body = encode([Field("a", None, b"1"), Field("b", "b", b"b" * 1_000_000)], "XYZ")
+        path = self.write("body", body.replace(b"1\r\n--XYZ\r\n", b"1\r\n--XYZ-\r\n"))
+        answer = subprocess.check_output(
+            [
+                os.environ["CURL"],
+                "-q",
+                "-m100",
+                "-sSf",
+                "--noproxy",
+                "*",
+                "--data-binary",
+                f"@{path}",
+            ]
+            + ["-H", "Content-Type: multipart/form-data; boundary=XYZ", "-H", "Expect:"]
+            + [f"{self.server.address()}/tarn-form"]
+        )
+        self.assertEqual("malformed", json.loads(answer.splitlines()[-1])["error"])
 
     def write(self, name, data):
         folder = tempfile.mkdtemp(dir=self.folder, prefix=name)
@@ -353,7 +380,7 @@ class Gibibyte(RecordCase):
                 file.seek(begin + noise.randrange(1 << 19))
                 file.write(noise.randbytes(3000) + b"\r\n--" + noise.randbytes(30))
         answer = subprocess.check_output(
-            [os.environ["CURL"], "-qsSf", "--noproxy", "*", "-F", f"file=@{source}"]
+            [os.environ["CURL"], "-q", "-m100", "-sSf", "--noproxy", "*", "-F", f"file=@{source}"]
             + [f"{self.server.address()}/record?save"]
         )
         self.assertEqual(b"whole", answer.strip())

@@ -639,7 +639,7 @@ class ProtectedCookie(BrowserCase):
         Path(folder, "session.cpp").write_text(cls.CPP, encoding="utf-8")
         places = {"CPATH": str(SOURCE / "include"), "LIBRARY_PATH": LIBRARIES}
         for command in (
-            "cc -std=c99 account.c -ltarn -o account",
+            "cc -std=c99 account.c -ltarn_form -o account",
             "cc -std=c++17 -fno-exceptions session.cpp -ltarn -o session",
         ):
             subprocess.run(command.split(), cwd=folder, env=os.environ | places, check=True)

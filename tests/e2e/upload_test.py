@@ -56,12 +56,12 @@ class UploadCase(unittest.TestCase):
     def stored_files(self):
         return stored_files(self.folder)
 
-    def send(self, body, kind=MULTIPART, status=200):
+    def send(self, body, kind=MULTIPART, status=200, header="Accept: text/html"):
         path = self.server.path("body")
         with open(path, "wb") as file:
             file.write(body)
-        header = f"Content-Type: {kind}"
-        answer = self.server.curl("/upload", "-H", header, "--data-binary", f"@{path}")
+        headers = ("-H", f"Content-Type: {kind}", "-H", header)
+        answer = self.server.curl("/upload", *headers, "--data-binary", f"@{path}")
         self.assertEqual(status, answer.status)
         return answer
 
@@ -333,6 +333,17 @@ class RefusedUploads(UploadCase):
         self.refuse(400, "did not arrive completely", good, "multipart/form-data")
         self.refuse(415, "cannot read this kind of form", good, "text/plain")
         self.refuse(413, "larger than this page accepts", multipart(*[("a", b"1")] * 21))
+
+    def test_answer_arrives_although_most_of_the_body_is_not_needed(self):
+        self.lines = 0
+        rest = [("a.bin", bytes(range(256)) * 4000)]
+        many = multipart(*[("a", b"1")] * 20, *rest)
+        self.refuse(413, "larger than this page accepts", many)
+        malformed = multipart(("a", b"1"), *rest).replace(b"\r\n--XYZ\r\n", b"\r\n--XYZ-\r\n")
+        self.refuse(400, "did not arrive completely", malformed)
+        page = Page(self.send(many, status=403, header="Origin: https://evil.example").body)
+        self.assertIn("another site", page.texts("p", role="alert")[0])
+        self.assertEqual({}, self.stored_files())
 
     def test_too_large_a_form_is_refused_before_it_is_read(self):
         variables = {**script.post(MULTIPART, b""), "CONTENT_LENGTH": str((20 << 20) + 1)}
