@@ -126,6 +126,25 @@ TEST(FormOfRequest, ReportsAClosedStandardInput) {
            });
 }
 
+TEST(FormInMemory, CopiesItsType) {
+  const std::string body = part("name=\"a\"", "1") + "--b--";
+  for (const int descriptor : {-1, memfd_create("body", 0)}) {
+    std::string type = kMultipart;
+    TarnForm *form = nullptr;
+    if (descriptor < 0) {
+      form = TarnForm_openMemory(type.c_str(), body.data(), body.size());
+    } else {
+      EXPECT_EQ(pwrite(descriptor, body.data(), body.size(), 0), static_cast<ssize_t>(body.size()));
+      form = TarnForm_openDescriptor(type.c_str(), descriptor, body.size());
+    }
+    type.assign(type.size(), 'x');
+    EXPECT_EQ(TarnForm_load(form), 1) << TarnForm_message(form);
+    EXPECT_EQ(TarnForm_count(form, "a"), 1U);
+    TarnForm_close(form);
+    if (descriptor >= 0) close(descriptor);
+  }
+}
+
 // ---- Fields ---------------------------------------------------------------------------------------
 
 TEST(Field, HasNamesTypeHeadersAndPlace) {
@@ -295,6 +314,41 @@ TEST(Field, CutShortIsNotReturnedInAnyWay) {
   }
 }
 
+TEST(Field, IsRefusedWithoutAPlaceForItsBytes) {
+  const std::string body = part("name=\"a\"", "value") + "--b--";
+  TarnForm *form = open(kMultipart, body);
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_block(field, nullptr), -1);
+  EXPECT_EQ(TarnFormField_read(field, nullptr, 1), -1);
+  EXPECT_EQ(TarnFormField_read(field, nullptr, 0), 0);
+  EXPECT_EQ(TarnFormField_headerSize(field, nullptr), 0U);
+  EXPECT_STREQ(TarnFormField_text(field), "value");
+  const void *block = nullptr;
+  EXPECT_EQ(TarnFormField_block(field, &block), 5);
+  EXPECT_EQ(TarnFormField_block(field, &block), 0);
+  TarnForm_close(form);
+}
+
+TEST(Field, IsNotViewedWhereItArrivesInPieces) {
+  const Pieces pieces("a=plain", {100});
+  TarnForm *form = TarnForm_openDescriptor(kUrlEncoded, Pieces::kDescriptor, 7);
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_view(field), nullptr);
+  EXPECT_STREQ(TarnFormField_text(field), "plain");
+  TarnForm_close(form);
+}
+
+TEST(Field, HasNoViewAfterAProblem) {
+  const std::string cut = part("name=\"a\"", "value");
+  TarnForm *form = open(kMultipart, cut);
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_skip(field), 0);
+  EXPECT_EQ(TarnFormField_view(field), nullptr);
+  EXPECT_EQ(TarnFormField_write(field, 1), -1);
+  EXPECT_EQ(TarnFormField_save(field, "/tmp", "never"), -1);
+  TarnForm_close(form);
+}
+
 // ---- The whole body -------------------------------------------------------------------------------
 
 TEST(Body, OfAnyTypeIsOneFieldWithoutAName) {
@@ -328,6 +382,44 @@ TEST(Body, ShorterThanItsLengthIsCutShort) {
   EXPECT_EQ(TarnFormField_text(TarnForm_body(form)), nullptr);
   EXPECT_EQ(TarnForm_problem(form), TARN_FORM_CUT_SHORT);
   EXPECT_EQ(TarnForm_problemOffset(form), 4U);
+  TarnForm_close(form);
+}
+
+TEST(Body, MayHaveNoBytesAndNoType) {
+  TarnForm *form = TarnForm_openMemory(nullptr, nullptr, 5);
+  EXPECT_EQ(TarnForm_next(form), nullptr);
+  EXPECT_EQ(TarnForm_isWhole(form), 1) << TarnForm_message(form);
+  TarnForm_close(form);
+  form = TarnForm_openMemory(nullptr, "", 0);
+  TarnFormField *field = TarnForm_body(form);
+  EXPECT_EQ(TarnFormField_type(field), nullptr);
+  EXPECT_STREQ(TarnFormField_text(field), "");
+  TarnForm_readToEnd(form);
+  EXPECT_EQ(TarnForm_isWhole(form), 1);
+  TarnForm_close(form);
+}
+
+TEST(Body, WithoutALengthAndATypeIsAFormOnlyIfItIsEmpty) {
+  for (const char *bytes : {"", "a"}) {
+    const Pieces pieces(bytes, {1});
+    TarnForm *form = TarnForm_openDescriptor(nullptr, Pieces::kDescriptor, TARN_FORM_UNLIMITED);
+    EXPECT_EQ(TarnForm_next(form), nullptr);
+    EXPECT_EQ(TarnForm_isWhole(form), *bytes == '\0');
+    EXPECT_EQ(TarnForm_problem(form),
+              *bytes == '\0' ? TARN_FORM_NO_PROBLEM : TARN_FORM_UNSUPPORTED_TYPE);
+    TarnForm_close(form);
+  }
+  const Pieces pieces("", {1}, EIO);
+  TarnForm *form = TarnForm_openDescriptor(nullptr, Pieces::kDescriptor, TARN_FORM_UNLIMITED);
+  EXPECT_EQ(TarnForm_next(form), nullptr);
+  EXPECT_EQ(TarnForm_problem(form), TARN_FORM_READ_ERROR);
+  TarnForm_close(form);
+}
+
+TEST(Body, CannotBeReadWithoutADescriptor) {
+  TarnForm *form = TarnForm_openDescriptor("text/plain", -1, 5);
+  EXPECT_EQ(TarnForm_body(form), nullptr);
+  EXPECT_EQ(TarnForm_problem(form), TARN_FORM_READ_ERROR);
   TarnForm_close(form);
 }
 

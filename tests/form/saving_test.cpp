@@ -134,6 +134,10 @@ TEST_F(Saving, KeepsAValueWhoseNameIsTakenMeanwhile) {
   EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo"), EEXIST);
   EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo"), EEXIST);
   EXPECT_EQ(TarnFormField_save(field, (folder_ / "other").c_str(), "photo"), EXDEV);
+  EXPECT_EQ(TarnFormField_save(field, (folder_ / "missing").c_str(), "photo"), ENOENT);
+  EXPECT_EQ(TarnFormField_save(field, "/", "photo"), EXDEV);
+  EXPECT_EQ(TarnFormField_save(field, nullptr, "photo"), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), nullptr), EINVAL);
   EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "a/b"), EINVAL);
   EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo-2"), 0);
   EXPECT_EQ(content("photo"), "old");
@@ -240,6 +244,48 @@ TEST_F(Saving, StoresNoRestOfAValueAfterAFailedWrite) {
   EXPECT_EQ(TarnForm_isWhole(form), 1);
   TarnForm_close(form);
   EXPECT_EQ(names(), std::set<std::string>{});
+}
+
+TEST_F(Saving, GivesUpAValueWhoseNameIsTakenMeanwhile) {
+  const std::string body =
+      part("name=a", std::string(100000, 'v')) + part("name=b", "next") + "--b--";
+  Pieces pieces(body, {50000});
+  pieces.meanwhile = [this] { std::ofstream(folder_ / "photo") << "old"; };
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+  EXPECT_EQ(TarnFormField_save(TarnForm_next(form), folder_.c_str(), "photo"), EEXIST);
+  EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), "next");
+  EXPECT_EQ(names(), std::set<std::string>{"photo"});
+  TarnForm_close(form);
+}
+
+TEST_F(Saving, StoresTheRestOfAValue) {
+  const std::string body = part("name=a", std::string(100000, 'v')) + "--b--";
+  const Pieces pieces(body, {30000});
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+  TarnFormField *field = TarnForm_next(form);
+  const void *block = nullptr;
+  const int64_t size = TarnFormField_block(field, &block);
+  ASSERT_GT(size, 0);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "rest"), 0);
+  EXPECT_EQ(content("rest").size(), 100000U - static_cast<size_t>(size));
+  TarnForm_close(form);
+}
+
+TEST_F(Saving, StoresSeveralMegabytes) {
+  const std::string value(9 * 1024 * 1024, 'v');
+  EXPECT_EQ(save("large", value), 0);
+  EXPECT_TRUE(content("large") == value);
+}
+
+TEST_F(Saving, RefusesPathsThatAreMissingOrTooLong) {
+  const std::string body = part("name=a", "value") + "--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_save(field, nullptr, "x"), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), nullptr), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, std::string(5000, 'x').c_str(), "x"), ENAMETOOLONG);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "x"), 0);
+  TarnForm_close(form);
 }
 
 TEST_F(Saving, RefusesNamesThatLeadElsewhere) {
