@@ -448,7 +448,7 @@ def f4(options):
         "The last\ncolumn compares the largest bodies with the first line.\n\n" + "\n".join(texts)
     )
     title = "hostile forms of growing size"
-    return Report(title, text, targets, data, lines, "bytes", "processor time")
+    return Report(title, text, targets, data)
 
 
 # ---- Other libraries -----------------------------------------------------------------------------
