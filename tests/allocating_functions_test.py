@@ -2,8 +2,8 @@
 """Usage: allocating_functions_test.py LIBRARY [--never FUNCTION]... SOURCE...
 
 The machine code shows which exported functions can allocate. The scenarios in the sources must call
-exactly those through FailingMemory. FUNCTION calls code that can allocate, but not in a way in which
-it does; the sources call it in withoutMemory().
+exactly those through FailingMemory. FUNCTION calls code that can allocate, but never does so there;
+the sources call it in withoutMemory().
 """
 import argparse
 import pathlib
