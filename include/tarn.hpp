@@ -1,10 +1,10 @@
 /* Tarn for C++: the functions of tarn.h and tarn_form.h as classes that own, view and check.
  *
  * The headers need C++17. Link with -ltarn, as in C, and with -ltarn_form if you use Form or
- * FormReader; there is nothing else to compile or link. This one includes all others. A script can include just those that it uses, such as `tarn/request.hpp`, and
- * compiles faster. Nothing throws, and a script that is compiled with -fno-exceptions needs no C++
- * runtime for them. (The checks of the C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with
- * -lstdc++ then.)
+ * FormReader; there is nothing else to compile or link. This one includes all others. A script can
+ * include just those that it uses, such as `tarn/request.hpp`, and compiles faster. Nothing throws,
+ * and a script that is compiled with -fno-exceptions needs no C++ runtime for them. (The checks of the
+ * C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with -lstdc++ then.)
  *
  * Conventions of all classes and functions:
  *
