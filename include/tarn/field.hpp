@@ -254,9 +254,6 @@ class Blocks {
  */
 class Field {
  public:
-  Field(const Field &) = delete;
-  Field &operator=(const Field &) = delete;
-
   /** Tells whether there is a field. One without a field is empty and has the error -1. */
   explicit operator bool() const noexcept { return field_ != nullptr; }
 
@@ -383,6 +380,9 @@ class Field {
 
  protected:
   explicit Field(TarnFormField *field) noexcept : field_(field) {}
+  Field(const Field &) noexcept = default;
+  Field &operator=(const Field &) noexcept = default;
+  ~Field() = default;
 
   TarnFormField *field_;
 
@@ -403,12 +403,6 @@ class Field {
  */
 class KeptField : public Field {
  public:
-  KeptField(const KeptField &other) noexcept : Field(other.field_) {}
-  KeptField &operator=(const KeptField &other) noexcept {
-    field_ = other.field_;
-    return *this;
-  }
-
   /** The whole value in blocks, from the beginning: in one block if it fits into the address space. */
   Blocks blocks() const noexcept { return Blocks({nullptr, field_}); }
 

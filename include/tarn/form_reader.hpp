@@ -62,8 +62,7 @@ inline constexpr std::uint64_t unlimited = TARN_FORM_UNLIMITED;
 /** How much a form may contain, and how long it may take.
  *
  *  @code
- *  constexpr auto kLimits = tarn::FormLimits().fields(20).body_size(10'000'000);
- *  tarn::Form form(kLimits);
+ *  tarn::Form form(tarn::FormLimits().fields(20).body_size(100000));
  *  @endcode
  *
  *  Each function returns limits with that one changed. All others keep their defaults.
@@ -134,7 +133,7 @@ class FormLimits {
 /** What went wrong with a form: the code, a status for the answer, and a sentence for the log.
  *
  *  @code
- *  if (!form) std::fprintf(stderr, "order: %s\n", form.problem().message());
+ *  std::fprintf(stderr, "order: %s\n", form.problem().message());
  *  if (form.problem() == tarn::FormProblem::limit) ...
  *  @endcode
  */
@@ -178,10 +177,10 @@ class Problem {
     return most;
   }
 
+ private:
   friend bool operator==(const Problem &a, FormProblem b) noexcept { return a.code() == b; }
   friend bool operator!=(const Problem &a, FormProblem b) noexcept { return a.code() != b; }
 
- private:
   const TarnForm *form_;
 };
 
@@ -277,9 +276,9 @@ class OpenForm {
  *  @code
  *  tarn::FormReader reader;
  *  for (tarn::Field &field : reader) {
- *    if (field.name() == "photo" && field.is_file()) saved = field.save("/srv/uploads");
+ *    if (field.name() == "photo") saved = field.save("/srv/uploads");
  *  }
- *  if (!reader.is_whole()) return response.status(reader.problem().status()).send() ? 0 : 1;
+ *  if (!reader.is_whole()) response.status(reader.problem().status());
  *  @endcode
  *
  *  A loop ends with the form, and also when the form has a problem: ask is_whole() after it. What a

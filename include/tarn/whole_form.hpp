@@ -114,7 +114,7 @@ using FormFields = detail::FieldRange<KeptField, detail::Wanted::fields>;
  *
  *  @code
  *  const tarn::Form form;
- *  if (!form) return response.status(form.problem().status()).send_text("Send it again.") ? 0 : 1;
+ *  if (!form) response.status(form.problem().status());
  *  std::string_view comment = form.get("comment", "none");
  *  @endcode
  *
