@@ -1,6 +1,12 @@
 // Each allocation fails in turn: the reader reports it, or returns what it would have returned.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <string>
 
 #include "support/failing_memory.h"
@@ -144,6 +150,70 @@ TEST(FormReaderAtEachFailure, UnescapesTheBoundaryOrReportsIt) {
     if (!loaded) return closeOutOfMemory(form);
     TarnForm_close(form);
   });
+}
+
+// Reads a body of any type. `read` makes the calls.
+void readBody(const std::function<bool(FailingMemory &, TarnFormField *)> &read) {
+  forEachFailingAllocation([&](FailingMemory &memory) {
+    const Pieces pieces(kFile, {50000});
+    TarnForm *form = TarnForm_openDescriptor("text/plain", Pieces::kDescriptor, kFile.size());
+    TarnFormField *field = memory.call([&] { return TarnForm_body(form); });
+    if (!field || !read(memory, field)) return closeOutOfMemory(form);
+    EXPECT_STREQ(TarnFormField_type(field), "text/plain");
+    TarnForm_close(form);
+  });
+}
+
+TEST(FormReaderAtEachFailure, ReadsABodyInEachWayOrReportsIt) {
+  readBody([](FailingMemory &memory, TarnFormField *field) {
+    const void *block = nullptr;
+    const int64_t size = memory.call([&] { return TarnFormField_block(field, &block); });
+    EXPECT_EQ(size, memory.failed() ? -1 : 50000);
+    return size > 0;
+  });
+  readBody([](FailingMemory &memory, TarnFormField *field) {
+    char bytes[100];
+    const int64_t size = memory.call([&] { return TarnFormField_read(field, bytes, 100); });
+    EXPECT_EQ(size, memory.failed() ? -1 : 100);
+    return size > 0;
+  });
+  readBody([](FailingMemory &memory, TarnFormField *field) {
+    const int whole = memory.call([&] { return TarnFormField_skip(field); });
+    EXPECT_EQ(whole, !memory.failed());
+    return whole == 1;
+  });
+  const int nowhere = open("/dev/null", O_WRONLY);
+  readBody([=](FailingMemory &memory, TarnFormField *field) {
+    const int result = memory.call([&] { return TarnFormField_write(field, nowhere); });
+    EXPECT_EQ(result, memory.failed() ? -1 : 0);
+    return result == 0;
+  });
+  close(nowhere);
+}
+
+TEST(FormReaderAtEachFailure, SavesABodyOrNothingOfIt) {
+  char folder[] = "/tmp/tarn-form-test-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const std::string path = std::string(folder) + "/saved";
+  readBody([&](FailingMemory &memory, TarnFormField *field) {
+    const int result = memory.call([&] { return TarnFormField_save(field, folder, "saved"); });
+    EXPECT_EQ(result, memory.failed() ? -1 : 0);
+    EXPECT_EQ(unlink(path.c_str()), result);
+    return result == 0;
+  });
+  EXPECT_EQ(rmdir(folder), 0) << "nothing else is left";
+}
+
+TEST(FormReaderAtEachFailure, NeedsNoMemoryForAView) {
+  const std::string sent = body();
+  TarnForm *form = TarnForm_openMemory(kMultipart, sent.data(), sent.size());
+  TarnFormField *field = TarnForm_next(form);
+  const void *view = nullptr;
+  withoutMemory([&] { view = TarnFormField_view(field); });
+  ASSERT_NE(view, nullptr);
+  EXPECT_EQ(TarnFormField_size(field), kText.size());
+  EXPECT_EQ(std::memcmp(view, kText.data(), kText.size()), 0);
+  TarnForm_close(form);
 }
 
 TEST(FormReaderAtEachFailure, LoadsAllFieldsOrNone) {

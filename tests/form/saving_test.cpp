@@ -67,6 +67,35 @@ TEST_F(Saving, StoresEveryByte) {
   EXPECT_EQ(about.st_mode & 07777, 0600U);
 }
 
+// A file is written in large blocks, which rarely end where pieces of the body do.
+TEST_F(Saving, StoresEveryByteHoweverItArrives) {
+  const std::string head = "--b\r\nContent-Disposition: form-data; name=a; filename=f\r\n\r\n";
+  int number = 0;
+  for (const size_t size : {131071U, 131072U, 131073U, 139264U, 262144U, 300001U}) {
+    std::string value;
+    for (size_t i = 0; i < size; ++i) value += static_cast<char>(i * i % 251);
+    const std::string body = head + value + "\r\n--b--";
+    for (const auto &pieces :
+         {std::vector<size_t>{1U << 20}, {65536}, {4096}, {131072, 1}, {997}}) {
+      for (const bool whole_body : {false, true}) {
+        const Pieces arriving(body, pieces);
+        TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+        TarnFormField *field = whole_body ? TarnForm_body(form) : TarnForm_next(form);
+        char first[2] = "";
+        EXPECT_EQ(TarnFormField_read(field, first, 2), 2);
+        const std::string name = std::to_string(++number);
+        const int file = open((folder_ / name).c_str(), O_WRONLY | O_CREAT, 0600);
+        EXPECT_EQ(TarnFormField_write(field, file), 0);
+        close(file);
+        EXPECT_EQ(TarnForm_next(form), nullptr);
+        EXPECT_EQ(TarnForm_isWhole(form), 1);
+        TarnForm_close(form);
+        EXPECT_TRUE(std::string(first, 2) + content(name) == (whole_body ? body : value)) << size;
+      }
+    }
+  }
+}
+
 TEST_F(Saving, LeavesNothingOfAFileThatIsCutShort) {
   EXPECT_EQ(save("cut", std::string(200000, 'x'), false), -1);
   EXPECT_EQ(names(), std::set<std::string>{});
