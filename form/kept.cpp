@@ -111,11 +111,13 @@ bool keepValue(TarnForm &form, uint32_t place, bool is_file) {
   if (form.problem) return false;
   form.kept.at(place)->setSize(form.size);
   if (!keeping.in_file) return form.kept.append('\0') || form.raiseOutOfMemory();
-  form.kept.at(place)->in_file = 1;
   // A zero byte follows in the file, too.
   if (ftruncate(form.spool, static_cast<off_t>(++form.spool_size)) != 0) return raiseSpool(form);
   const auto *bytes = reinterpret_cast<const char *>(&keeping.spooled);
-  return form.kept.append({bytes, sizeof keeping.spooled}) || form.raiseOutOfMemory();
+  if (!form.kept.append({bytes, sizeof keeping.spooled})) return form.raiseOutOfMemory();
+  // Only now: releaseKept() looks for the place in the file behind such a record.
+  form.kept.at(place)->in_file = 1;
+  return true;
 }
 
 bool keepField(TarnForm &form, const TarnFormField &field) {

@@ -55,7 +55,7 @@ static void read_as_a_whole(tarn::FormReader &&source) {
     std::printf("%zu of %zu are tags\n", form.count("tag"),
                 form.size());
   tarn::FormFields::Iterator second = form.begin();
-  show(*++second);
+  if (++second != form.end()) show(*second);
 }
 
 static void read_as_a_stream(tarn::FormReader &form) {

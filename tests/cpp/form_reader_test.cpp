@@ -718,16 +718,6 @@ TEST_F(CppFieldSave, SavesAKeptFieldAnyNumberOfTimes) {
   EXPECT_EQ("two\r\nlines", saved("text"));
 }
 
-TEST_F(CppFieldSave, ReportsThatMemoryRanOut) {
-  const tarn::Form form(reader(kBody));
-  const tarn::KeptField photo = *form.file("photo");
-  const std::string into = directory();
-  int error = 0;
-  tarn_test::withoutMemory([&] { error = photo.save(into).error(); });
-  EXPECT_EQ(ENOMEM, error);
-  EXPECT_EQ(0, count());
-}
-
 // ---- Failing allocations --------------------------------------------------------------------------
 
 TEST(CppForm, IsWholeOrOutOfMemoryWhicheverAllocationFails) {
