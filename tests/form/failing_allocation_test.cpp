@@ -251,15 +251,23 @@ TEST(FormReaderAtEachFailure, FindsFieldsWithoutAllocating) {
   TarnForm_close(form);
 }
 
-TEST(FormReaderAtEachFailure, FindsACookieOrNone) {
-  setenv("HTTP_COOKIE", "a=1", 1);
+TEST(FormReaderAtEachFailure, FindsCookiesAndFieldsOfTheQueryOrNone) {
+  setenv("HTTP_COOKIE", "a=%31", 1);
+  setenv("QUERY_STRING", "b=%32", 1);
   forEachFailingAllocation([](FailingMemory &memory) {
-    TarnForm *form = TarnForm_openQuery("x=1");
-    const char *cookie = memory.call([&] { return TarnForm_cookie(form, "a"); });
-    EXPECT_STREQ(cookie, memory.failed() ? nullptr : "1");
+    TarnForm *form = TarnForm_openMemory("", nullptr, 0);
+    const char *text = memory.call([&] { return TarnForm_cookie(form, "a"); });
+    EXPECT_STREQ(text, memory.failed() ? nullptr : "%31");
+    text = memory.call([&] { return TarnForm_decodedCookie(form, "a"); });
+    EXPECT_STREQ(text, memory.failed() ? nullptr : "1");
+    text = memory.call([&] { return TarnForm_query(form, "b"); });
+    EXPECT_STREQ(text, memory.failed() ? nullptr : "%32");
+    text = memory.call([&] { return TarnForm_decodedQuery(form, "b"); });
+    EXPECT_STREQ(text, memory.failed() ? nullptr : "2");
     TarnForm_close(form);
   });
   unsetenv("HTTP_COOKIE");
+  unsetenv("QUERY_STRING");
 }
 
 }  // namespace
