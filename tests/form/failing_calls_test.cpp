@@ -219,10 +219,12 @@ INSTANTIATE_TEST_SUITE_P(FileSystems, SavingAtEachFailure, testing::ValuesIn(kFi
 TEST_P(SavingAtEachFailure, KeepsTheWholeFileOrNothing) {
   // The last four also mean that a file system cannot do something.
   for (const int error : {EIO, ENOSPC, EINTR, EINVAL, ENOSYS, EISDIR, EWOULDBLOCK}) {
+    size_t syncs = 0;
     forEachFailingCall(GetParam(), error, [&] {
       const Folder folder;
       ArrivingForm form(false);
       const int result = save(form, folder, "photo");
+      syncs += calls.last_failing != SIZE_MAX && strcmp(calls.failed, "fsync") == 0;
       const bool unlinks = strncmp(calls.failed, "unlink", 6) == 0;
       const bool later = calls.last_failing == SIZE_MAX;
       EXPECT_TRUE(result == 0 || result == error) << result << " after " << calls.failed;
@@ -236,6 +238,7 @@ TEST_P(SavingAtEachFailure, KeepsTheWholeFileOrNothing) {
       EXPECT_EQ(TarnForm_next(form), nullptr);
       EXPECT_EQ(TarnForm_isWhole(form), 1) << "a disk's error is none of the form";
     });
+    EXPECT_EQ(syncs, 2U) << "the file, and the folder with its name";
   }
 }
 
