@@ -40,7 +40,7 @@ class Class:
 
     name: str
     declaration: str
-    bases: list[str]  # in namespace detail
+    bases: list[str]  # in namespace detail, or classes with a page of their own
     comment: Comment
     header: str  # as it is included: tarn/form.hpp
     members: list[Member] = field(default_factory=list)
@@ -72,7 +72,7 @@ class Reference:
 
     def inherited(self, heir: Class) -> list[tuple[Class, Member]]:
         """The members that a class inherits, each with the base that declares it."""
-        bases = {base.name: base for base in self.bases}
+        bases = {base.name: base for base in self.bases + self.classes()}
         names = {member.name for member in heir.members} - set(heir.kept)
         found = []
         for name in heir.bases:
@@ -304,7 +304,8 @@ class Parser:
             if re.fullmatch(r"namespace (\w+::)?detail", head):
                 for each in statements(statement.body, statement.line):
                     match = re.match(r"(?:template <.*> )?class (\w+)", each.head)
-                    self.detail |= {match[1]: (each, self.section.header)} if match else {}
+                    if match and each.body is not None:
+                        self.detail[match[1]] = (each, self.section.header)
             elif re.fullmatch(r"(inline )?namespace \w+", head):
                 self.scope(statement.body, statement.line)
             else:
@@ -317,6 +318,8 @@ class Parser:
             return
         if re.search(r"\w::\w+\(", head) and head.startswith("inline "):
             return  # the definition of a member, which its class documents
+        if head.startswith("static_assert("):
+            return
         section = self.section
         alias = re.fullmatch(r"using (\w+) = (?:detail::)?(\w+)<.*>", head)
         constant = re.fullmatch(r"inline (constexpr [\w:]+ (\w+)(?: = \w+)?)", head)
@@ -342,9 +345,10 @@ class Parser:
     def inherited(self) -> list[Class]:
         """The classes of namespace detail that public classes inherit from."""
         wanted = [base for each in self.reference.classes() for base in each.bases]
+        public = {each.name for each in self.reference.classes()}
         made = {}
         for name in wanted:  # grows
-            if name not in made:
+            if name not in made and name not in public:
                 if name not in self.detail:
                     raise HeaderError(f"there is no detail::{name}")
                 statement, header = self.detail[name]

@@ -23,6 +23,7 @@ SECTIONS = {
     "printf": 3,
     "strcasecmp": 3,
     "strcmp": 3,
+    "strerror": 3,
     "system": 3,
     "vprintf": 3,
 }

@@ -3,7 +3,7 @@
  * server must be able to write that file and should not serve it. Anything after the last line end
  * in it is discarded. Messages are refused once the file has STORE_BYTES.
  *
- *   cc -std=c99 -o contact contact.c -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o contact contact.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 
@@ -60,10 +60,8 @@ static void showForm(char *const *values, const char *const *problems) {
 }
 
 /* Saves a message. Returns the status; sets `problem` if the message was not saved. */
-static const char *saveMessage(TarnHandle *request, const char *path, char *const *values,
-                               const char **problems, const char **problem) {
-  const char *status = refuseForm(request, 0, problem);
-  if (status) return status;
+static const char *saveMessage(const char *path, char *const *values, const char **problems,
+                               const char **problem) {
   for (int i = 0; i < FIELDS; i++) {
     if (values[i] && strlen(values[i]) <= fields[i].most && fields[i].fits(values[i])) continue;
     problems[i] = fields[i].problem;
@@ -77,20 +75,19 @@ static const char *saveMessage(TarnHandle *request, const char *path, char *cons
 
 int main(void) {
   const char *path = getenv("TARN_CONTACT_FILE");
-  TarnHandle request = 0;
+  TarnForm *form = TarnForm_open();
+  const char *problem = "";
+  const char *status = readForm(form, &problem);
   const int post = isMethod("POST");
   const int sent = strcmp(CgiEnv_getQueryString(NULL), "sent") == 0;
   char *values[FIELDS];
   const char *problems[FIELDS] = {NULL};
-  const char *status = "200 OK";
-  const char *problem = "";
-  Tarn_new(&request); /* refuseForm() checks the request */
-  for (int i = 0; i < FIELDS; i++) values[i] = field(&request, fields[i].name);
+  for (int i = 0; i < FIELDS; i++) values[i] = field(form, fields[i].name);
   if (!path) {
     status = "500 Internal Server Error";
     problem = "TARN_CONTACT_FILE is not set, so messages cannot be saved.";
-  } else if (post) {
-    status = saveMessage(&request, path, values, problems, &problem);
+  } else if (!status) {
+    status = post ? saveMessage(path, values, problems, &problem) : "200 OK";
   }
   if (post && !*problem) {
     seeOther("?sent");
@@ -105,6 +102,6 @@ int main(void) {
     }
   }
   for (int i = 0; i < FIELDS; i++) free(values[i]);
-  Tarn_delete(&request);
+  TarnForm_close(form);
   return endResponse();
 }

@@ -3,7 +3,7 @@
  * server must be able to write that file and should not serve it. Anything after the last line end
  * in it is discarded. The script behaves like contact.c, and both can use the same file.
  *
- *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn
+ *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn_form -ltarn
  *
  * with page.h, store.h and page.hpp in the same folder.
  */
@@ -61,40 +61,41 @@ static Element row(const Field &field, std::string_view value, bool wrong) {
   return row;
 }
 
-static Outcome save_message(tarn::Request &request, const char *path, bool fits,
+static Outcome save_message(const tarn::Form &form, const char *path, bool fits,
                             const SeeOther &there) {
-  const Outcome refused = refuse_form(request);
-  if (refused.status != 0) return refused;
   if (!fits) return {400, "Your message was not sent. Please correct the marked fields."};
   if (!there.ready()) return {500, kRemarks[NOT_STORED]};
-  return save_line(path,
-                   {field(request, "name"), field(request, "email"), field(request, "message")},
+  return save_line(path, {field(form, "name"), field(form, "email"), field(form, "message")},
                    kStoreBytes, kRemarks);
 }
 
 int main() {
-  tarn::Request request;
+  const tarn::Form sent;
+  const bool post = isMethod("POST");
   const char *path = getenv("TARN_CONTACT_FILE");
+  Outcome outcome = refuse_form(sent);
+  const bool checked = post && outcome.status == 0;
   /* novalidate: the server checks the fields, so that it can explain errors in its own words. */
   Element form("form", Attribute("method", "post"), Attribute("novalidate"));
   bool fits = true;
   for (const Field &one : kFields) {
-    const std::string_view value = field(request, one.name);
-    const bool wrong = is_post(request) && !(value.size() <= one.most && one.fits(value));
+    const std::string_view value = outcome.status == 0 ? field(sent, one.name) : "";
+    const bool wrong = checked && !(value.size() <= one.most && one.fits(value));
     form.add(row(one, value, wrong));
     fits = fits && !wrong;
   }
   form.add(Element("p", Element("button", "Send")));
-  Outcome outcome{200, nullptr};
   if (!path) {
     outcome = {500, "TARN_CONTACT_FILE is not set, so messages cannot be saved."};
-  } else if (is_post(request)) {
-    const SeeOther there(request, "?sent");
-    outcome = save_message(request, path, fits, there);
+  } else if (checked) {
+    const SeeOther there("?sent");
+    outcome = save_message(sent, path, fits, there);
     if (outcome.status == 303) return there.send() ? 0 : 1;
+  } else if (outcome.status == 0) {
+    outcome.status = 200;
   }
   tarn::ElementList content;
-  if (!is_post(request) && request.environment().query_string() == "sent") {
+  if (!post && strcmp(CgiEnv_getQueryString(nullptr), "sent") == 0) {
     content.add(Element("p", Attribute("role", "status"), "Thank you, we have your message."));
   }
   content.add(std::move(form));

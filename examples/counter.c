@@ -4,7 +4,7 @@
  * The script counts GET requests, although a GET should change nothing: a page that acts on what
  * visitors send should do so only for a POST.
  *
- *   cc -std=c99 -o counter counter.c -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o counter counter.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 

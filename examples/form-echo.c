@@ -2,48 +2,34 @@
  * asks for text/plain first (curl -H 'Accept: text/plain' ...). Do not put it on a live site: it
  * shows HttpOnly cookies, so a script in another page of the site can read them here.
  *
- *   cc -std=c99 -o form-echo form-echo.c -ltarn       (page.h in the same folder)
+ *   cc -std=c99 -o form-echo form-echo.c -ltarn_form -ltarn       (page.h in the same folder)
  */
 #include "page.h"
 
-static const struct {
-  const char *name;
-  const char *(*get)(TarnHandle *);
-} variables[] = {
-    {"REQUEST_METHOD", CgiEnv_getRequestMethod},
-    {"SCRIPT_NAME", CgiEnv_getScriptName},
-    {"PATH_INFO", CgiEnv_getPathInfo},
-    {"PATH_TRANSLATED", CgiEnv_getPathTranslated},
-    {"QUERY_STRING", CgiEnv_getQueryString},
-    {"CONTENT_TYPE", CgiEnv_getContentType},
-    {"HTTP_COOKIE", CgiEnv_getCookies},
-    {"HTTP_ACCEPT", CgiEnv_getAccept},
-    {"HTTP_USER_AGENT", CgiEnv_getUserAgent},
-    {"HTTP_REFERER", CgiEnv_getReferrer},
-    {"REMOTE_ADDR", CgiEnv_getRemoteAddr},
-    {"REMOTE_HOST", CgiEnv_getRemoteHost},
-    {"REMOTE_USER", CgiEnv_getRemoteUser},
-    {"REMOTE_IDENT", CgiEnv_getRemoteIdent},
-    {"AUTH_TYPE", CgiEnv_getAuthType},
-    {"REDIRECT_REQUEST", CgiEnv_getRedirectRequest},
-    {"REDIRECT_URL", CgiEnv_getRedirectURL},
-    {"REDIRECT_STATUS", CgiEnv_getRedirectStatus},
-    {"GATEWAY_INTERFACE", CgiEnv_getGatewayInterface},
-    {"SERVER_NAME", CgiEnv_getServerName},
-    {"SERVER_PROTOCOL", CgiEnv_getServerProtocol},
-    {"SERVER_SOFTWARE", CgiEnv_getServerSoftware},
-};
+static const char *const variables[] = {
+    "REQUEST_METHOD", "SCRIPT_NAME",      "PATH_INFO",       "PATH_TRANSLATED", "QUERY_STRING",
+    "CONTENT_TYPE",   "CONTENT_LENGTH",   "HTTP_COOKIE",     "HTTP_ACCEPT",     "HTTP_USER_AGENT",
+    "HTTP_REFERER",   "REMOTE_ADDR",      "REMOTE_HOST",     "REMOTE_USER",     "REMOTE_IDENT",
+    "AUTH_TYPE",      "REDIRECT_REQUEST", "REDIRECT_URL",    "REDIRECT_STATUS", "GATEWAY_INTERFACE",
+    "SERVER_NAME",    "SERVER_PORT",      "SERVER_PROTOCOL", "SERVER_SOFTWARE"};
 
 static int plain;
 
-/* Writes text from the request so that it cannot break out of its table cell or line. */
+/* Writes bytes from the request so that they cannot break out of their table cell or line. */
+static void putBytes(const char *bytes, uint64_t size) {
+  for (const char *end = bytes + size; bytes < end; bytes++) {
+    const unsigned char c = (unsigned char)*bytes;
+    if (plain) {
+      printf(c < ' ' || c == 127 || c == '\\' ? "\\x%02x" : "%c", c);
+    } else {
+      putEscapedByte(c, stdout);
+    }
+  }
+}
+
 static void put(const char *text) {
   if (!text) text = "(none)";
-  if (!plain) putEscaped(text, stdout);
-  for (; plain && *text; text++) {
-    const unsigned char c = (unsigned char)*text;
-    printf(c < ' ' || c == 127 || c == '\\' ? "\\x%02x" : "%c", c);
-  }
+  putBytes(text, strlen(text));
 }
 
 static void beginSection(const char *title, int rows) {
@@ -58,75 +44,80 @@ static void endSection(int rows) {
   if (!plain && rows) puts("</table>\n</div>");
 }
 
-static void beginRow(const char *name) {
+static void beginRow(const char *name, uint64_t size) {
   fputs(plain ? "  " : "<tr><th scope=\"row\">", stdout);
-  put(name);
+  putBytes(name, size);
   fputs(plain ? " = " : "</th><td>", stdout);
 }
 
 static void endRow(void) { puts(plain ? "" : "</td></tr>"); }
 
-static void showEntries(TarnHandle *request) {
-  TarnHandle entries = CGIgs_getStruct(request, TARN_REQUEST_ENTRIES, TARN_REQUEST_MAGIC);
-  const int count = FormEntryList_getCount(&entries);
-  beginSection("Entries", count);
-  for (int i = 0; i < count; i++) {
-    TarnHandle entry = FormEntryList_getByIndex(&entries, (uint32_t)i);
-    const char *value = CGIgs_getString(&entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC);
-    const uint32_t length = CGIgs_getInt(&entry, TARN_ENTRY_LENGTH, TARN_FORM_ENTRY_MAGIC);
-    beginRow(CGIgs_getString(&entry, TARN_ENTRY_NAME, TARN_FORM_ENTRY_MAGIC));
+/* The form's problem, and where in the body it is. */
+static void showWhy(TarnForm *form) {
+  printf(plain ? "%s (byte %llu)\n" : "<p role=\"alert\">%s (byte %llu)</p>\n",
+         TarnForm_message(form), (unsigned long long)TarnForm_problemOffset(form));
+}
+
+static void showFile(TarnFormField *file) {
+  const char *type = TarnFormField_type(file);
+  putBytes(TarnFormField_filename(file), TarnFormField_filenameSize(file));
+  if (TarnFormField_filenameSize(file) == 0) fputs("(no file chosen)", stdout);
+  fputs(", ", stdout);
+  put(type ? type : "(no type)");
+  printf(", %llu bytes", (unsigned long long)TarnFormField_size(file));
+}
+
+/* Shows the texts of the form, or its files: the fields that have a file name. */
+static void showFields(TarnForm *form, const char *title, int files) {
+  TarnFormField *field;
+  int count = 0;
+  for (uint64_t i = 0; (field = TarnForm_get(form, NULL, i)) != NULL; i++) {
+    if ((TarnFormField_filename(field) != NULL) != files) continue;
+    if (count++ == 0) beginSection(title, 1);
+    beginRow(TarnFormField_name(field), TarnFormField_nameSize(field));
+    if (files) {
+      showFile(field);
+    } else {
+      const char *text = TarnFormField_text(field);
+      putBytes(text, text ? TarnFormField_size(field) : 0);
+    }
+    endRow();
+  }
+  if (count == 0) beginSection(title, 0);
+  endSection(count);
+}
+
+/* Names are shown as they were sent: one that would be the name of another cookie once it is decoded
+ * is not that cookie. */
+static void showCookies(const char *cookies) {
+  cookies += strspn(cookies, "; ");
+  const int any = *cookies != '\0';
+  beginSection("Cookies", any);
+  while (*cookies) {
+    const size_t size = strcspn(cookies, ";");
+    const char *equals = memchr(cookies, '=', size);
+    const size_t name = equals ? (size_t)(equals - cookies) : size;
+    char *value = equals ? strndup(equals + 1, size - name - 1) : NULL;
+    if (value) decodeInPlace(value);
+    beginRow(cookies, name);
     put(value);
-    if (value && strlen(value) < length) printf(" (truncated at a zero byte; %u bytes)", length);
     endRow();
+    free(value);
+    cookies += size;
+    cookies += strspn(cookies, "; ");
   }
-  endSection(count);
+  endSection(any);
 }
 
-static void showFiles(TarnHandle *request) {
-  TarnHandle files = CGIgs_getStruct(request, TARN_REQUEST_FILES, TARN_REQUEST_MAGIC);
-  const int count = FormFileList_getCount(&files);
-  beginSection("Files", count);
-  for (int i = 0; i < count; i++) {
-    TarnHandle file = FormFileList_getByIndex(&files, (uint32_t)i);
-    beginRow(CGIgs_getString(&file, TARN_FILE_FIELD_NAME, TARN_FORM_FILE_MAGIC));
-    put(CGIgs_getString(&file, TARN_FILE_FILENAME, TARN_FORM_FILE_MAGIC));
-    fputs(", ", stdout);
-    put(CGIgs_getString(&file, TARN_FILE_CONTENT_TYPE, TARN_FORM_FILE_MAGIC));
-    printf(", %u bytes", FormFile_getDataLength(&file));
-    endRow();
-  }
-  endSection(count);
-}
-
-static void showCookies(TarnHandle *environment) {
-  TarnHandle cookies =
-      CGIgs_getStruct(environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
-  const int count = HTTPCookieList_getCount(&cookies);
-  beginSection("Cookies", count);
-  for (int i = 0; i < count; i++) {
-    TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, (uint32_t)i);
-    beginRow(CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC));
-    put(CGIgs_getString(&cookie, TARN_COOKIE_VALUE, TARN_COOKIE_MAGIC));
-    endRow();
-  }
-  endSection(count);
-}
-
-static void showVariables(TarnHandle *environment) {
+static void showVariables(void) {
   beginSection("Variables that are set", 1);
   for (size_t i = 0; i < sizeof variables / sizeof variables[0]; i++) {
-    const char *value = variables[i].get(environment);
-    if (!*value) continue;
-    beginRow(variables[i].name);
+    const char *value = getenv(variables[i]);
+    if (!value || !*value) continue;
+    beginRow(variables[i], strlen(variables[i]));
     put(value);
     endRow();
   }
-  beginRow("CONTENT_LENGTH");
-  printf("%d", CgiEnv_getContentLength(environment));
-  endRow();
-  beginRow("SERVER_PORT");
-  printf("%d", CgiEnv_getServerPort(environment));
-  endRow();
   endSection(1);
 }
 
@@ -135,24 +126,23 @@ static const char warning[] =
     "ones, which scripts in a page must not read.</p>";
 
 int main(void) {
-  TarnHandle request = 0;
-  if (Tarn_new(&request) != TARN_OK) {
-    puts(
-        "Status: 500 Internal Server Error\nContent-Type: text/plain\n\nThe form could not be "
-        "read.");
-    return 1;
-  }
-  TarnHandle environment = CGIgs_getStruct(&request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
-  plain = strncmp(CgiEnv_getAccept(&environment), "text/plain", 10) == 0;
+  TarnForm *form = TarnForm_open();
+  TarnForm_setLimit(form, TARN_FORM_FIELDS, 10000);
+  plain = strncmp(CgiEnv_getAccept(NULL), "text/plain", 10) == 0;
+  const int whole = TarnForm_load(form);
+  if (!whole) fprintf(stderr, "cannot read the form: %s\n", TarnForm_message(form));
+  if (!whole) discardBody();
+  printf("Status: %d\n", TarnForm_status(form));
   if (plain) puts("Content-Type: text/plain; charset=utf-8\nX-Content-Type-Options: nosniff\n");
   if (plain ? !isMethod("HEAD") : beginPage("Contents of this request")) {
     if (!plain) puts(warning);
-    showEntries(&request);
-    showFiles(&request);
-    showCookies(&environment);
-    showVariables(&environment);
+    if (!whole) showWhy(form);
+    if (whole) showFields(form, "Texts", 0);
+    if (whole) showFields(form, "Files", 1);
+    showCookies(CgiEnv_getCookies(NULL));
+    showVariables();
     if (!plain) endPage();
   }
-  Tarn_delete(&request);
+  TarnForm_close(form);
   return endResponse();
 }

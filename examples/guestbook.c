@@ -3,7 +3,7 @@
  * write that file and should not serve it. Anything after the last line end in it is discarded.
  * Entries are refused once the file has STORE_BYTES.
  *
- *   cc -std=c99 -o guestbook guestbook.c -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o guestbook guestbook.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 
@@ -43,10 +43,7 @@ static void showForm(const char *name, const char *message) {
 static int fits(const char *text, size_t most) { return text && *text && strlen(text) <= most; }
 
 /* Saves an entry. Returns the status; sets `problem` if the entry was not saved. */
-static const char *saveEntry(TarnHandle *request, const char *path, const char *const *entry,
-                             const char **problem) {
-  const char *status = refuseForm(request, 0, problem);
-  if (status) return status;
+static const char *saveEntry(const char *path, const char *const *entry, const char **problem) {
   if (!fits(entry[0], NAME_BYTES) || !fits(entry[1], MESSAGE_BYTES)) {
     *problem = "Please enter a short name and a message.";
     return "400 Bad Request";
@@ -58,26 +55,25 @@ static const char *saveEntry(TarnHandle *request, const char *path, const char *
 
 int main(void) {
   const char *path = getenv("TARN_GUESTBOOK_FILE");
-  TarnHandle request = 0;
-  Tarn_new(&request); /* refuseForm() checks the request */
-  const int post = isMethod("POST");
-  char *name = post ? field(&request, "name") : stripString(cookieValue(&request, "guest"));
-  char *message = post ? field(&request, "message") : NULL;
-  char *before = post ? NULL : field(&request, "before");
-  const char *const entry[] = {name, message};
-  const int remember = Tarn_queryCheckbox(&request, "remember") != 0;
-  const char *status = "200 OK";
+  TarnForm *form = TarnForm_open();
   const char *problem = "";
+  const char *status = readForm(form, &problem);
+  const int post = isMethod("POST");
+  char *name = post ? field(form, "name") : stripString(cookieValue(form, "guest"));
+  char *message = post ? field(form, "message") : NULL;
+  char *before = post ? NULL : field(form, "before");
+  const char *const entry[] = {name, message};
+  const int remember = TarnForm_count(form, "remember") > 0;
   Lines lines = {NULL, NULL, 0};
   if (!path) {
     status = "500 Internal Server Error";
     problem = "TARN_GUESTBOOK_FILE is not set, so entries cannot be saved.";
-  } else if (post) {
-    status = saveEntry(&request, path, entry, &problem);
+  } else if (!status) {
+    status = post ? saveEntry(path, entry, &problem) : "200 OK";
   }
   if (post && !*problem) {
     seeOther("");
-    setCookie(&request, "guest", remember ? name : "", remember ? YEAR_SECONDS : 0);
+    setCookie("guest", remember ? name : "", remember ? YEAR_SECONDS : 0);
     puts("");
   } else {
     if (path && !readLines(path, before && *before ? atoll(before) : -1, &lines) && !*problem) {
@@ -96,6 +92,6 @@ int main(void) {
   free(before);
   free(name);
   free(message);
-  Tarn_delete(&request);
+  TarnForm_close(form);
   return endResponse();
 }

@@ -3,7 +3,7 @@
  * write that file and should not serve it. Anything after the last line end in it is discarded. The
  * script behaves like guestbook.c, and both can use the same file.
  *
- *   cc -std=c++17 -fno-exceptions -o guestbook guestbook.cpp -ltarn
+ *   cc -std=c++17 -fno-exceptions -o guestbook guestbook.cpp -ltarn_form -ltarn
  *
  * with page.h, store.h and page.hpp in the same folder.
  */
@@ -51,46 +51,50 @@ static bool fits(std::string_view text, std::size_t most) {
   return !text.empty() && text.size() <= most;
 }
 
-static Outcome save_entry(tarn::Request &request, const char *path, std::string_view name,
-                          std::string_view message, const SeeOther &there) {
-  const Outcome refused = refuse_form(request);
-  if (refused.status != 0) return refused;
+static Outcome save_entry(const char *path, std::string_view name, std::string_view message,
+                          const SeeOther &there) {
   const bool fit = fits(name, kNameBytes) && fits(message, kMessageBytes);
   if (!fit) return {400, "Please enter a short name and a message."};
   if (!there.ready()) return {500, kRemarks[NOT_STORED]};
   return save_line(path, {name, message}, kStoreBytes, kRemarks);
 }
 
-static bool answer_form(tarn::Request &request, const char *path, Outcome &outcome) {
-  const std::string_view name = field(request, "name");
-  const bool remember = request.checked("remember");
+static bool answer_form(const tarn::Form &sent, const char *path, Outcome &outcome) {
+  const std::string_view name = field(sent, "name");
+  const bool remember = sent.count("remember") > 0;
   tarn::SetCookie guest("guest", remember ? name : "");
   guest.max_age(remember ? kYear : 0);
-  if (request.environment().https()) guest.secure();
-  const SeeOther there(request, "", &guest);
-  outcome = save_entry(request, path, name, field(request, "message"), there);
+  if (isHTTPS()) guest.secure();
+  const SeeOther there("", &guest);
+  outcome = save_entry(path, name, field(sent, "message"), there);
   return outcome.status == 303 && there.send();
 }
 
 int main() {
-  tarn::Request request;
+  const tarn::Form sent;
+  const bool post = isMethod("POST");
   const char *path = getenv("TARN_GUESTBOOK_FILE");
-  Outcome outcome{200, nullptr};
-  if (!path) outcome = {500, "TARN_GUESTBOOK_FILE is not set, so entries cannot be saved."};
-  if (path && is_post(request)) {
-    const bool sent = answer_form(request, path, outcome);
-    if (outcome.status == 303) return sent ? 0 : 1;
+  Outcome outcome = refuse_form(sent);
+  const bool usable = outcome.status == 0;
+  if (!path) {
+    outcome = {500, "TARN_GUESTBOOK_FILE is not set, so entries cannot be saved."};
+  } else if (usable && post) {
+    const bool answered = answer_form(sent, path, outcome);
+    if (outcome.status == 303) return answered ? 0 : 1;
+  } else if (usable) {
+    outcome.status = 200;
   }
-  const std::string_view name =
-      is_post(request) ? field(request, "name") : stripped(request.cookie("guest").value_or(""));
-  const char *before = is_post(request) ? "" : request["before"].value_or("").data();
+  const std::string_view guest = stripped(sent.decoded_cookie("guest").value_or(""));
+  const std::string_view name = !post ? guest : usable ? field(sent, "name") : "";
+  const std::string_view message = post && usable ? field(sent, "message") : "";
+  const char *before = post ? "" : sent.get("before", "").data();
   Lines lines{nullptr, nullptr, 0};
   tarn::ElementList content;
-  content.add(form(name, is_post(request) ? field(request, "message") : ""));
+  content.add(form(name, message));
   const bool read = path && readLines(path, *before ? atoll(before) : -1, &lines);
   if (path && !read && !outcome.problem) outcome = {500, "The entries could not be read."};
   if (read) show_entries(lines, content);
-  const bool sent = send_page("Guestbook", outcome, std::move(content));
+  const bool whole = send_page("Guestbook", outcome, std::move(content));
   free(lines.text);
-  return sent ? 0 : 1;
+  return whole ? 0 : 1;
 }

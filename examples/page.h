@@ -7,12 +7,15 @@
 #ifndef _POSIX_C_SOURCE
 #define _POSIX_C_SOURCE 200809L
 #endif
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 #include <sys/random.h>
 #include <tarn.h>
+#include <tarn_form.h>
+#include <unistd.h>
 
 /* ---- What a visitor sent ------------------------------------------------------------------- */
 
@@ -20,45 +23,18 @@ static inline int isMethod(const char *method) {
   return strcmp(CgiEnv_getRequestMethod(NULL), method) == 0;
 }
 
-/* The value of a form field without surrounding white space; the caller frees it. */
-static inline char *field(TarnHandle *request, const char *name) {
-  TarnHandle entry = Tarn_getElementByName(request, name);
-  const char *value = CGIgs_getString(&entry, TARN_ENTRY_VALUE, TARN_FORM_ENTRY_MAGIC);
-  return stripString(value ? value : "");
+/* The value of a form field without surrounding white space; the caller frees it. It is empty if the
+ * field was not sent, and if it contains a zero byte, at which a C text would end. */
+static inline char *field(TarnForm *form, const char *name) {
+  TarnFormField *sent = TarnForm_get(form, name, 0);
+  const char *text = TarnFormField_text(sent);
+  return stripString(text && strlen(text) == TarnFormField_size(sent) ? text : "");
 }
 
-/* The value of a cookie, or an empty text; names are case-sensitive. */
-static inline const char *cookieValue(TarnHandle *request, const char *name) {
-  TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
-  TarnHandle cookies =
-      CGIgs_getStruct(&environment, TARN_ENVIRONMENT_COOKIES, TARN_ENVIRONMENT_MAGIC);
-  const int count = HTTPCookieList_getCount(&cookies);
-  for (int i = 0; i < count; i++) {
-    TarnHandle cookie = HTTPCookieList_getByIndex(&cookies, (uint32_t)i);
-    const char *found = CGIgs_getString(&cookie, TARN_COOKIE_NAME, TARN_COOKIE_MAGIC);
-    const char *value = CGIgs_getString(&cookie, TARN_COOKIE_VALUE, TARN_COOKIE_MAGIC);
-    if (found && value && strcmp(found, name) == 0) return value;
-  }
-  return "";
-}
-
-/* True if the whole form was received: the body was not truncated, all of it fitted into memory,
- * and a multipart body ends with its closing boundary. */
-static inline int isFormComplete(TarnHandle *request) {
-  TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
-  TarnHandle body = CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC);
-  const char *bytes = (const char *)CGIgs_getFixed(&body, TARN_BYTE_BUFFER_MAGIC);
-  size_t length = CGIgs_getInt(&body, TARN_BYTE_BUFFER_LENGTH, TARN_BYTE_BUFFER_MAGIC);
-  const char *boundary = strstr(CgiEnv_getContentType(NULL), "boundary=");
-  if (!Tarn_isComplete(request)) return 0;
-  if (!boundary) return 1;
-  boundary += strlen("boundary=");
-  const size_t closing = strlen(boundary) + 4;
-  if (length >= 2 && memcmp(bytes + length - 2, "\r\n", 2) == 0) length -= 2;
-  if (!bytes || length < closing) return 0;
-  bytes += length - closing;
-  return memcmp(bytes, "--", 2) == 0 && memcmp(bytes + 2, boundary, closing - 4) == 0 &&
-         memcmp(bytes + closing - 2, "--", 2) == 0;
+/* The value of a cookie, or an empty text. */
+static inline const char *cookieValue(TarnForm *form, const char *name) {
+  const char *value = TarnForm_decodedCookie(form, name);
+  return value ? value : "";
 }
 
 /* True if a page of another site sent the form: with the visitor's cookies, but perhaps without the
@@ -80,46 +56,72 @@ static inline int sentByAnotherSite(void) {
   return sender[length] && !(sender[length] == ':' && port && !strcmp(sender + length + 1, port));
 }
 
-/* Refuses a form that must not be processed, whatever its fields: returns the status and sets
- * `problem`. Returns null if the form is fine. Tarn truncates text in a multipart form at its first
- * CR LF, which would cut a message to one line, so only scripts that expect files accept one. */
-static inline const char *refuseForm(TarnHandle *request, int multipart, const char **problem) {
-  const char *boundary = strstr(CgiEnv_getContentType(NULL), "boundary=");
-  if (sentByAnotherSite()) {
-    *problem = "This form was sent from another site, so nothing was saved.";
-    return "403 Forbidden";
+/* The status for a form that could not be read; sets `problem` to what the visitor should know. */
+static inline const char *refusedForm(int status, const char **problem) {
+  switch (status) {
+    case 403:
+      *problem = "This form was sent from another site, so nothing was saved.";
+      return "403 Forbidden";
+    case 400:
+      *problem = "The form did not arrive completely, so nothing was saved.";
+      return "400 Bad Request";
+    case 408:
+      *problem = "The form arrived too slowly, so nothing was saved.";
+      return "408 Request Timeout";
+    case 413:
+      *problem = "The form is larger than this page accepts, so nothing was saved.";
+      return "413 Content Too Large";
+    case 415:
+      *problem = "The page cannot read this kind of form, so nothing was saved.";
+      return "415 Unsupported Media Type";
+    default:
+      *problem = "The form could not be read, so nothing was saved.";
+      return "500 Internal Server Error";
   }
-  if (!isFormComplete(request)) {
-    *problem = "The form did not arrive completely, so nothing was saved.";
-    return "400 Bad Request";
-  }
-  if ((boundary != NULL) != multipart) {
-    *problem = multipart ? "This form has no files, so nothing was saved."
-                         : "This form was sent as multipart/form-data, so nothing was saved.";
-    return "415 Unsupported Media Type";
-  }
-  return NULL;
+}
+
+/* Reads what is left of a refused form, but not without end. Apache, and nginx with fcgiwrap, lose the
+ * answer of a script that does not read its whole body. */
+static inline void discardBody(void) {
+  struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+  char bytes[BUFSIZ];
+  ssize_t got = 1;
+  for (long long most = 32 << 20; most > 0 && got > 0; most -= got)
+    got = poll(&input, 1, 1000) > 0 ? read(STDIN_FILENO, bytes, sizeof bytes) : 0;
+}
+
+/* Reads the whole form. Returns null, or a status if the form must not be used, and then the form has
+ * no fields. The log has the details. */
+static inline const char *readForm(TarnForm *form, const char **problem) {
+  const int foreign = isMethod("POST") && sentByAnotherSite();
+  if (!foreign && TarnForm_load(form)) return NULL;
+  if (!foreign) fprintf(stderr, "cannot read the form: %s\n", TarnForm_message(form));
+  discardBody();
+  if (foreign) return refusedForm(403, problem);
+  return refusedForm(TarnForm_status(form), problem);
 }
 
 /* ---- The response --------------------------------------------------------------------------- */
 
-/* Escapes for HTML, for text and attribute values alike. Null counts as empty, here and below. */
-static inline void putEscaped(const char *text, FILE *out) {
-  for (; text && *text; text++) {
-    const unsigned char c = (unsigned char)*text;
-    if (strchr("&<>\"'", c)) {
-      fprintf(out, "&#%d;", c);
-    } else if (c == 127 || (c < ' ' && !strchr("\t\n\r", c))) {
-      fputs("&#xFFFD;", out);
-    } else {
-      putc(c, out);
-    }
+/* Escapes for HTML, for text and attribute values alike. */
+static inline void putEscapedByte(unsigned char c, FILE *out) {
+  if (c == 127 || (c < ' ' && c != '\t' && c != '\n' && c != '\r')) {
+    fputs("&#xFFFD;", out);
+  } else if (strchr("&<>\"'", c)) {
+    fprintf(out, "&#%d;", c);
+  } else {
+    putc(c, out);
   }
 }
 
+/* Null counts as empty, here and below. */
+static inline void putEscaped(const char *text, FILE *out) {
+  for (; text && *text; text++) putEscapedByte((unsigned char)*text, out);
+}
+
 /* Encodes a byte for a header, a URL or a line of a file. The result has no white space or control
- * characters, so nobody can inject a header or a line. unescapeString() decodes it. `code` must
- * have room for 4 bytes; returns the length of the text in it. */
+ * characters, so nobody can inject a header or a line. decodeInPlace() decodes it. `code` must have
+ * room for 4 bytes; returns the length of the text in it. */
 static inline size_t encodeByte(char byte, char *code) {
   const unsigned char c = (unsigned char)byte;
   const int plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
@@ -134,14 +136,26 @@ static inline void putEncoded(const char *text, FILE *out) {
   }
 }
 
+static inline void decodeInPlace(char *text) {
+  char *out = text;
+  for (; *text; text++) {
+    const int code = *text == '%' && text[1] && text[2];
+    *out++ = code ? (char)hexToChar(text[1], text[2]) : *text;
+    if (code) text += 2;
+  }
+  *out = '\0';
+}
+
+static inline int isHTTPS(void) {
+  const char *https = getenv("HTTPS");
+  return https && strcmp(https, "on") == 0;
+}
+
 /* Over HTTPS the cookie is marked Secure, so the browser never sends it unencrypted. */
-static inline void setCookie(TarnHandle *request, const char *name, const char *value,
-                             int seconds) {
-  TarnHandle environment = CGIgs_getStruct(request, TARN_REQUEST_ENVIRONMENT, TARN_REQUEST_MAGIC);
-  const int https = CGIgs_getInt(&environment, TARN_ENVIRONMENT_HTTPS, TARN_ENVIRONMENT_MAGIC) == 1;
+static inline void setCookie(const char *name, const char *value, int seconds) {
   printf("Set-Cookie: %s=", name);
   putEncoded(value, stdout);
-  printf("; Max-Age=%d; HttpOnly; SameSite=Lax%s\n", seconds, https ? "; Secure" : "");
+  printf("; Max-Age=%d; HttpOnly; SameSite=Lax%s\n", seconds, isHTTPS() ? "; Secure" : "");
 }
 
 /* Redirects the browser to the page itself, so that reloading does not send the form again. The
@@ -197,13 +211,14 @@ static inline void seeOther(const char *query) {
   ".pairs tr { display: flex; flex-wrap: wrap; column-gap: 1rem; padding: .5rem 0 }\n"             \
   ".pairs th { min-width: 14rem; font: 600 .875em/1.7 ui-monospace, monospace }\n"                 \
   ".pairs td { flex: 1 1 11rem }\n"                                                                \
+  "img { display: block; max-width: 100%; max-height: 24rem; margin: .5rem 0 }\n"                  \
   "svg { max-width: 100%; fill: var(--text) }\n"                                                   \
   "rect { fill: var(--link) }\n"
 
-/* The browser may load only the style sheet and the script with this response's nonce, and connect
- * only to this site. No site may frame the page, which prevents clickjacking. */
-#define PAGE_POLICY                                                   \
-  "default-src 'none'; style-src 'nonce-%s'; script-src 'nonce-%s'; " \
+/* The browser may load only the style sheet and the script with this response's nonce, load pictures
+ * from this site and connect only to it. No site may frame the page, which prevents clickjacking. */
+#define PAGE_POLICY                                                                   \
+  "default-src 'none'; style-src 'nonce-%s'; script-src 'nonce-%s'; img-src 'self'; " \
   "connect-src 'self'; form-action 'self'; frame-ancestors 'none'; base-uri 'none'"
 
 /* An unguessable text, different in each response. If there are no random numbers it is empty, and

@@ -14,13 +14,11 @@ inline std::string_view stripped(std::string_view text) {
   return text;
 }
 
-/* A form field without surrounding white space; valid as long as the request. */
-inline std::string_view field(const tarn::Request &request, const char *name) {
-  return stripped(request[name].value_or(""));
-}
-
-inline bool is_post(const tarn::Request &request) {
-  return request.environment().request_method() == "POST";
+/* A form field without surrounding white space; valid as long as the form. Like field() in page.h, it
+ * is empty if the field was not sent or contains a zero byte. */
+inline std::string_view field(const tarn::Form &form, const char *name) {
+  const std::string_view text = form.get(name, "");
+  return text.find('\0') == text.npos ? stripped(text) : std::string_view();
 }
 
 /* The status of a request, and what to tell the visitor, or null. */
@@ -48,20 +46,23 @@ inline bool send_page(const char *title, const Outcome &outcome, tarn::ElementLi
   return response.send(page);
 }
 
-/* Refuses a form that must not be processed, like refuseForm(); the status is 0 if it is fine. */
-inline Outcome refuse_form(tarn::Request &request) {
+/* Refuses a form that must not be used; the status is 0 if it is fine. */
+inline Outcome refuse_form(const tarn::Form &form) {
+  const bool foreign = isMethod("POST") && sentByAnotherSite();
+  if (!foreign && form) return {0, nullptr};
+  if (!form) fprintf(stderr, "cannot read the form: %s\n", form.problem().message());
+  discardBody();
   const char *problem = nullptr;
-  const char *status = refuseForm(request.handle(), 0, &problem);
-  return {status ? atoi(status) : 0, problem};
+  const char *status = refusedForm(foreign ? 403 : form.problem().status(), &problem);
+  return {atoi(status), problem};
 }
 
 /* The redirect to the page after a form was saved. It is prepared before anything is saved: running
  * out of memory afterwards cannot turn the confirmation into a failure. */
 class SeeOther {
  public:
-  explicit SeeOther(const tarn::Request &request, std::string_view query = {},
-                    const tarn::SetCookie *cookie = nullptr) {
-    const tarn::Text here = tarn::escape_path(request.environment().script_name());
+  explicit SeeOther(std::string_view query = {}, const tarn::SetCookie *cookie = nullptr) {
+    const tarn::Text here = tarn::escape_path(CgiEnv_getScriptName(nullptr));
     tarn::String there(here.view());
     FILE *out = fmemopen(text_, sizeof text_, "w");
     if (!out) return;

@@ -4,7 +4,7 @@
  * serve it. Anything after the last line end in it is discarded. Votes are refused once the file
  * has STORE_BYTES, because each request reads them all.
  *
- *   cc -std=c99 -o poll poll.c -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o poll poll.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
  */
 #include "store.h"
 
@@ -138,24 +138,23 @@ static void showPage(const Votes *votes, const char *problem) {
 
 int main(void) {
   const char *path = getenv("TARN_POLL_FILE");
-  TarnHandle request = 0;
-  Tarn_new(&request); /* refuseForm() checks the request */
+  TarnForm *form = TarnForm_open();
+  const char *problem = "";
+  const char *refused = readForm(form, &problem);
   const int post = isMethod("POST");
-  const char *visitor = cookieValue(&request, "visitor");
+  const char *visitor = cookieValue(form, "visitor");
   const int known = isId(visitor);
-  char *name = field(&request, "choice");
+  char *name = field(form, "choice");
   const int choice = choiceNamed(name);
   char id[ID_DIGITS + 1] = "";
   const char *status = "400 Bad Request";
-  const char *problem = "";
-  const char *refused = NULL;
   if (!path || (!known && !makeId(id))) {
     status = "500 Internal Server Error";
     problem = "TARN_POLL_FILE is not set, so votes cannot be saved.";
+  } else if (refused) {
+    status = refused;
   } else if (!post) {
     status = "200 OK";
-  } else if ((refused = refuseForm(&request, 0, &problem))) {
-    status = refused;
   } else if (!known) {
     problem = "Your vote arrived without a cookie, so it was not counted. Please vote again.";
   } else if (choice < 0) {
@@ -175,10 +174,10 @@ int main(void) {
       problem = "The votes could not be read.";
     }
     printf("Status: %s\n", status);
-    if (!known) setCookie(&request, "visitor", id, YEAR_SECONDS);
+    if (!known) setCookie("visitor", id, YEAR_SECONDS);
     if (beginPage("Poll")) showPage(&votes, problem);
   }
   free(name);
-  Tarn_delete(&request);
+  TarnForm_close(form);
   return endResponse();
 }

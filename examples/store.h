@@ -159,17 +159,6 @@ static inline int readLines(const char *path, long long before, Lines *lines) {
   return 1;
 }
 
-/* Decodes in place what encodeByte() encoded. */
-static inline void decodeInPlace(char *text) {
-  char *out = text;
-  for (; *text; text++) {
-    const int code = *text == '%' && text[1] && text[2];
-    *out++ = code ? (char)hexToChar(text[1], text[2]) : *text;
-    if (code) text += 2;
-  }
-  *out = '\0';
-}
-
 /* Splits the next line into `count` texts, valid as long as `lines`; false at the end. */
 static inline int takeLine(Lines *lines, char **texts, size_t count) {
   char *text = lines->next;
@@ -242,20 +231,14 @@ static inline void makeFreeName(const char *sent, char *name) {
   makeName(sent, found, name);
 }
 
-/* Saves a file. It gets its name only when it is complete, and link() never replaces a file. */
-static inline Stored saveFile(TarnHandle *file, const char *sent, char *name, int folder) {
-  makeFreeName(sent, name);
-  const int fresh = openFresh(".new");
-  FILE *out = fresh < 0 ? NULL : fdopen(fresh, "wb");
-  const int whole = out && FormFile_writeToStream(file, out) == 0 && fflush(out) == 0 &&
-                    ftello(out) == (off_t)FormFile_getDataLength(file) && fsync(fresh) == 0;
-  Stored stored = NOT_STORED;
-  if (whole && link(".new", name) == 0)
-    stored = fsync(folder) == 0 ? STORED : unlink(name) == 0 ? NOT_STORED : STORE_UNSURE;
-  if (stored != STORED) perror("cannot save a file");
-  if (fresh >= 0) unlink(".new");
-  if (out) fclose(out);
-  return stored;
+/* Saves a file of a form. It gets its name only when it is complete, and replaces no other. */
+static inline Stored saveFile(TarnFormField *file, char *name) {
+  makeFreeName(TarnFormField_filename(file), name);
+  const int error = TarnFormField_save(file, ".", name);
+  if (error == 0) return STORED;
+  fprintf(stderr, "cannot save a file: %s\n", error > 0 ? strerror(error) : "it cannot be read");
+  /* Nothing had this name, so what has it now is a file that could not be removed. */
+  return isTaken(name) ? STORE_UNSURE : NOT_STORED;
 }
 
 /* Counts the files in the folder and their bytes; false on failure. */

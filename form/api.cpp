@@ -43,6 +43,18 @@ void openBody(TarnForm &form) {
   form.source.openDescriptor(0, length);
 }
 
+// A form whose content type is a copy. It is where the first text goes, which is read later.
+TarnForm *newFormOfType(const char *type) {
+  TarnForm *form = newForm();
+  if (!form || !type) return form;
+  if (!form->text.append(type)) {
+    TarnForm_close(form);
+    return nullptr;
+  }
+  form->content_type = form->text.data();
+  return form;
+}
+
 void openQuery(TarnForm &form, const char *query) {
   form.content_type = "application/x-www-form-urlencoded";
   form.source.openMemory(query);
@@ -67,18 +79,16 @@ TarnForm *TarnForm_open(void) {
 }
 
 TarnForm *TarnForm_openMemory(const char *type, const void *body, uint64_t length) {
-  TarnForm *form = newForm();
+  TarnForm *form = newFormOfType(type);
   if (!form) return nullptr;
-  if (type) form->content_type = type;
   const char *bytes = body && length > 0 ? static_cast<const char *>(body) : "";
   form->source.openMemory({bytes, body ? static_cast<size_t>(length) : 0});
   return form;
 }
 
 TarnForm *TarnForm_openDescriptor(const char *type, int descriptor, uint64_t length) {
-  TarnForm *form = newForm();
+  TarnForm *form = newFormOfType(type);
   if (!form) return nullptr;
-  if (type) form->content_type = type;
   form->source.openDescriptor(descriptor, length);
   if (descriptor < 0) form->problem.raise(TARN_FORM_READ_ERROR, 0, "the body cannot be read");
   return form;

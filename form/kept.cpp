@@ -159,7 +159,7 @@ Places placesIn(const Bytes &bytes) {
   return {begin, begin + bytes.size() / sizeof(uint32_t)};
 }
 
-// A hash of a name in any case, in which different names may have the same one.
+// A hash that does not depend on the case of letters. Different names may have the same one.
 uint32_t hashOf(std::string_view name) {
   constexpr uint64_t kLower = 0x2020202020202020;
   constexpr uint64_t kFactor = 0x9E3779B97F4A7C15;
@@ -194,7 +194,7 @@ class Order {
     return placesIn(bytes);
   }
 
-  // How many bytes the result and the counters of the buckets take.
+  // How many bytes to reserve for the result and, behind it, a number for each bucket.
   static size_t roomFor(size_t fields) {
     return (fields + 2 * (fields / kFieldsInBucket) + 2) * sizeof(uint32_t);
   }
@@ -239,6 +239,8 @@ class Order {
   void sort(Bytes &bytes) {
     const Places all = placesIn(form_.order);
     auto *sorted = reinterpret_cast<uint32_t *>(bytes.data());
+    // First how many fields the bucket before has, then where the bucket begins, and at last where it
+    // ends, since each field moves that.
     uint32_t *ends = sorted + count();
     std::memset(ends, 0, (buckets_ + 1) * sizeof *ends);
     for (const uint32_t *place = all.begin; place != all.end; ++place) {
@@ -248,8 +250,9 @@ class Order {
     for (const uint32_t *place = all.begin; place != all.end; ++place) {
       sorted[ends[bucketOf(nameAt(*place))]++] = *place;
     }
-    for (uint32_t i = 0; i < buckets_; ++i)
+    for (uint32_t i = 0; i < buckets_; ++i) {
       sortBucket(sorted + (i > 0 ? ends[i - 1] : 0), sorted + ends[i]);
+    }
     bytes.grow(count() * sizeof(uint32_t));
   }
 

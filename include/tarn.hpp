@@ -1,7 +1,7 @@
-/* Tarn for C++: the functions of tarn.h as classes that own, view and check.
+/* Tarn for C++: the functions of tarn.h and tarn_form.h as classes that own, view and check.
  *
- * The headers need C++17, and libtarn as in C: there is nothing else to compile or link. This one
- * includes all others. A script can include just those that it uses, such as `tarn/request.hpp`, and
+ * The headers need C++17. Link with -ltarn, as in C, and with -ltarn_form if you use Form or
+ * FormReader; there is nothing else to compile or link. This one includes all others. A script can include just those that it uses, such as `tarn/request.hpp`, and
  * compiles faster. Nothing throws, and a script that is compiled with -fno-exceptions needs no C++
  * runtime for them. (The checks of the C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with
  * -lstdc++ then.)
@@ -30,9 +30,12 @@
 #define TARN_HPP
 
 // clang-format off
-#include "tarn/request.hpp"     // Request: a script begins with one
-#include "tarn/form.hpp"        // Entry, Entries, Values: the fields of a form
-#include "tarn/file.hpp"        // File, Files, FileName, Saved: uploaded files
+#include "tarn/whole_form.hpp"  // Form, KeptField and its ranges: whole forms, by name
+#include "tarn/form_reader.hpp" // FormReader, FormLimits, Problem: whole forms, as a stream
+#include "tarn/field.hpp"       // Field, KeptField, Blocks: their fields; FileName, Saved
+#include "tarn/request.hpp"     // Request: environment, cookies, and a form read by the old rules
+#include "tarn/form.hpp"        // Entry, Entries, Values: the fields of a Request
+#include "tarn/file.hpp"        // File, Files: the files of a Request
 #include "tarn/cookie.hpp"      // CookieView, Cookies; Cookie, CookieList
 #include "tarn/environment.hpp" // Environment: the variables of the server, and the body
 #include "tarn/response.hpp"    // Response: what the script sends
@@ -48,7 +51,6 @@
 // Used by the others:
 #include "tarn/object.hpp"      // the base classes of owning types
 #include "tarn/view.hpp"        // the base classes of views and ranges
-#include "tarn/array.hpp"       // an array that grows
 #include "tarn/characters.hpp"  // classes of characters, and UTF-8
 // clang-format on
 

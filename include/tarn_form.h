@@ -108,7 +108,7 @@ TARN_FORM_API TarnForm *TarnForm_open(void);
 /** Opens a form in memory, such as the body that an environment keeps (TARN_ENVIRONMENT_BODY). The
  *  bytes are not copied.
  *
- *  @param type    the value of CONTENT_TYPE; null counts as empty
+ *  @param type    the value of CONTENT_TYPE, which is copied; null counts as empty
  *  @param body    the bytes, valid and unchanged until TarnForm_close()
  *  @param length  how many
  *  @return as TarnForm_open()
@@ -117,7 +117,7 @@ TARN_FORM_API TarnForm *TarnForm_openMemory(const char *type, const void *body, 
 
 /** Opens a form that a file descriptor delivers.
  *
- *  @param type        the value of CONTENT_TYPE; null counts as empty
+ *  @param type        the value of CONTENT_TYPE, which is copied; null counts as empty
  *  @param descriptor  open for reading; stays yours to close after TarnForm_close()
  *  @param length      how many bytes to read; TARN_FORM_UNLIMITED for all up to the end
  *  @return as TarnForm_open()

@@ -108,12 +108,21 @@ from_readme welcome.cpp
 by_compiler bash -c "$compile"
 greets ./welcome LD_LIBRARY_PATH="$library"
 
-by_compiler cc -std=c++17 -fno-exceptions welcome.cpp -ltarn -o welcome-alone
+by_compiler cc -std=c++17 -fno-exceptions welcome.cpp -ltarn_form -ltarn -o welcome-alone
 greets ./welcome-alone LD_LIBRARY_PATH="$library"
-asks_for welcome-alone 'libtarn.so.1 libc.so.6'
+asks_for welcome-alone 'libtarn_form.so.1 libtarn.so.1 libc.so.6'
 
 from_readme greet.c
 by_compiler bash -c "$compile"
+greets ./greet LD_LIBRARY_PATH="$library"
+asks_for greet 'libtarn_form.so.1 libc.so.6'
+by_compiler cc greet.c -l:libtarn_form.a -o greet-archive
+greets ./greet-archive
+asks_for greet-archive libc.so.6
+
+# From here on, the same on tarn.h.
+cp "$source/tests/installed/greet.c" .
+by_compiler cc -std=c99 -Wall -Wextra greet.c -ltarn -o greet
 greets ./greet LD_LIBRARY_PATH="$library"
 asks_for greet 'libtarn.so.1 libc.so.6'
 
@@ -127,11 +136,12 @@ greets ./greet++ LD_LIBRARY_PATH="$library"
 
 strict=(-Wall -Wextra -Wpedantic -Werror)
 for example in "$source"/examples/*.c; do
-  by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn -o example
+  by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn_form -ltarn -o example
 done
 for example in "$source"/examples/*.cpp; do
-  by_compiler cc -std=c++17 -fno-exceptions "${strict[@]}" "$example" -ltarn -o example
-  asks_for example 'libtarn.so.1 libc.so.6'
+  by_compiler cc -std=c++17 -fno-exceptions "${strict[@]}" "$example" -ltarn_form -ltarn \
+    -o example
+  asks_for example 'libtarn_form.so.1 libtarn.so.1 libc.so.6'
 done
 by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ "$source/examples/store.h"
 
@@ -211,7 +221,7 @@ done
 for languages in C 'C;CXX'; do
   project=find_package-${languages/;/-}
   mkdir "$project"
-  cp greet.c fields.c "$source"/tests/installed/* "$project"
+  cp fields.c "$source"/tests/installed/* "$project"
   cmake -S "$project" -B "$project/build" -G Ninja --no-warn-unused-cli \
     -DLANGUAGES="$languages" -DCMAKE_PREFIX_PATH="$root/moved" \
     -DCMAKE_C_COMPILER="$root/bin/cc" -DCMAKE_CXX_COMPILER="$root/bin/c++" >log ||

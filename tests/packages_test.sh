@@ -65,11 +65,13 @@ cat >on-the-new-system <<END
 cd /tmp
 apt-get install -q -q -y --no-install-recommends -o Dpkg::Use-Pty=0 \
   \$(ls /packages/*.deb | grep -v dbgsym) >apt.log </dev/null
-cc /packages/greet.c \$(pkg-config --cflags --libs tarn) -o greet
+cc /packages/greet.c \$(pkg-config --cflags --libs tarn-form) -o greet
 $call >/packages/printed
-cc /packages/greet.c \$(pkg-config --cflags tarn) -l:libtarn.a -o greet-archive
+cc /packages/greet.c \$(pkg-config --cflags tarn-form) -l:libtarn_form.a -o greet-archive
 ${call/.\/greet/.\/greet-archive} >/packages/printed-archive
-cc /usr/share/doc/tarn-doc/examples/form-echo.c -ltarn -o form-echo
+cc /usr/share/doc/tarn-doc/examples/form-echo.c -ltarn_form -ltarn -o form-echo
+cc /usr/share/doc/tarn-doc/examples/form-echo.c -l:libtarn_form.a -l:libtarn.a -o form-echo-archive
+QUERY_STRING='a=archive' ./form-echo-archive | grep -q '<td>archive</td>'
 printf 'a=1&b=x%%20y' | REQUEST_METHOD=POST CONTENT_LENGTH=11 \
   CONTENT_TYPE=application/x-www-form-urlencoded ./form-echo >/packages/printed-form
 tarn-run -d 'a=1&b=x%20y' ./form-echo >/packages/printed-by-run

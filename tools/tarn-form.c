@@ -1,8 +1,11 @@
 /* tarn-form: prints the form of a request as lines of JSON. See tarn-form.1. */
+#define _POSIX_C_SOURCE 200809L
 #include <errno.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "tarn_form.h"
 
@@ -30,8 +33,49 @@ static void fail(const char *what) {
   exit(2);
 }
 
+/* Where the answer goes that waits in a temporary file. */
+static int server = -1;
+
+/* Some servers, such as nginx with fcgiwrap, read nothing of an answer before they have written all
+ * of the body. A script that writes more than a pipe holds while it reads would wait for them, and
+ * they for the script. So under a server, the answer waits until the body is read. */
+static void hold_answer(void) {
+  FILE *held = tmpfile();
+  server = held ? dup(STDOUT_FILENO) : -1;
+  if (server < 0 || dup2(fileno(held), STDOUT_FILENO) < 0) fail("cannot open a temporary file");
+  fclose(held);
+}
+
+/* Reads what is left of a body after a problem, but not without end: some servers lose the answer of
+ * a script that does not read its whole body. */
+static void discard_body(void) {
+  struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+  char block[65536];
+  int blocks = 1024;
+  while (--blocks > 0 && poll(&input, 1, 1000) > 0 && read(STDIN_FILENO, block, sizeof block) > 0) {
+    continue;
+  }
+}
+
+static void send_answer(void) {
+  char block[65536];
+  ssize_t size;
+  if (lseek(STDOUT_FILENO, 0, SEEK_SET) != 0) fail("cannot read a temporary file");
+  while ((size = read(STDOUT_FILENO, block, sizeof block)) > 0) {
+    const char *rest = block;
+    while (size > 0) {
+      const ssize_t written = write(server, rest, (size_t)size);
+      if (written < 0) fail("cannot write");
+      rest += written;
+      size -= written;
+    }
+  }
+  if (size < 0) fail("cannot read a temporary file");
+}
+
 static void end(int status) {
   if (fflush(stdout) != 0 || ferror(stdout)) fail("cannot write");
+  if (server >= 0) send_answer();
   exit(status);
 }
 
@@ -263,7 +307,10 @@ int main(int count, char **arguments) {
   TarnFormField *field;
   int whole;
   if (!arguments_may_be_the_query()) read_arguments(count, arguments);
-  if (getenv("GATEWAY_INTERFACE")) fputs("Content-Type: application/x-ndjson\r\n\r\n", stdout);
+  if (getenv("GATEWAY_INTERFACE")) {
+    hold_answer();
+    fputs("Content-Type: application/x-ndjson\r\n\r\n", stdout);
+  }
   form = TarnForm_open();
   while ((field = TarnForm_next(form)) != NULL && print_field(field)) continue;
   whole = TarnForm_isWhole(form);
@@ -277,5 +324,6 @@ int main(int count, char **arguments) {
     puts("}");
   }
   TarnForm_close(form);
+  if (!whole && server >= 0) discard_body();
   end(whole ? 0 : 1);
 }

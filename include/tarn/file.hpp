@@ -7,101 +7,20 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-#include "characters.hpp"
+#include "field.hpp"
 #include "request.hpp"
+#include "text.hpp"
 
 namespace tarn {
-
-/** A file name of at most 255 bytes, which this object holds itself. */
-class FileName {
- public:
-  FileName() noexcept = default;
-
-  /** The name, valid as long as this object. */
-  std::string_view view() const &noexcept { return {text_, size_}; }
-  std::string_view view() const && = delete;
-  /** The name, null-terminated, valid as long as this object. */
-  const char *c_str() const &noexcept { return text_; }
-  const char *c_str() const && = delete;
-
- private:
-  friend class File;
-
-  static constexpr std::size_t most = 255;
-
-  // A name that the script chose; empty unless it is a valid file name.
-  explicit FileName(std::string_view name) noexcept {
-    const bool path = name == "." || name == ".." || name.find('/') != std::string_view::npos;
-    if (path || name.size() > most || name.find('\0') != std::string_view::npos) return;
-    add(name);
-  }
-
-  void add(std::string_view piece) noexcept {
-    std::memcpy(text_ + size_, piece.data(), piece.size());
-    size_ += piece.size();
-  }
-
-  char text_[most + 1] = {};
-  std::size_t size_ = 0;
-};
-
-/** The result of File::save(). */
-class Saved {
- public:
-  /** Tells whether the whole file was saved under name(). */
-  explicit operator bool() const noexcept { return error_ == 0; }
-
-  /** Why it was not: an errno value such as EEXIST; 0 if it was. */
-  int error() const noexcept { return error_; }
-
-  /** The name in the directory, even if the file could not be saved. */
-  const FileName &name() const &noexcept { return name_; }
-  const FileName &name() const && = delete;
-
- private:
-  friend class File;
-
-  Saved(const FileName &name, int error) noexcept : name_(name), error_(error) {}
-
-  FileName name_;
-  int error_;
-};
-
 namespace detail {
-
-// Characters beyond ASCII that are invisible in a file name: control characters, white space, what
-// Unicode ignores where it cannot be displayed, letters and symbols without ink (Hangul fillers, the
-// blank of Braille), and characters that change the direction of writing.
-struct Span {
-  char32_t first, last;
-};
-inline constexpr Span kInvisible[] = {
-    {0x80, 0xA0},       {0xAD, 0xAD},       {0x34F, 0x34F},     {0x61C, 0x61C},
-    {0x115F, 0x1160},   {0x1680, 0x1680},   {0x17B4, 0x17B5},   {0x180B, 0x180F},
-    {0x2000, 0x200F},   {0x2028, 0x202F},   {0x205F, 0x206F},   {0x2800, 0x2800},
-    {0x3000, 0x3000},   {0x3164, 0x3164},   {0xFDD0, 0xFDEF},   {0xFE00, 0xFE0F},
-    {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0},   {0xFFF0, 0xFFFF},   {0x13430, 0x1343F},
-    {0x1BCA0, 0x1BCA3}, {0x1D159, 0x1D159}, {0x1D173, 0x1D17A}, {0xE0000, 0x10FFFF}};
-
-// Whether a file name may contain a character. A "/" would make it a path, and shells and terminals
-// give a meaning to most of the others.
-inline bool is_safe_in_file_name(char32_t c) noexcept {
-  if (c < 0x80) {
-    const char ascii = static_cast<char>(c);
-    return is_alphanumeric(ascii) || is_among(ascii, ".-_");
-  }
-  for (const Span &span : kInvisible) {
-    if (c >= span.first && c <= span.last) return false;
-  }
-  // The last two code points of each plane are not characters.
-  return (c & 0xFFFEU) != 0xFFFE;
-}
 
 // Closes a file descriptor at the end of its scope.
 class Descriptor {
@@ -174,13 +93,63 @@ inline bool save_at(int directory, const char *name, std::string_view bytes) noe
   return ::fsync(directory) == 0 || errno == EINVAL || remove_after_failure(directory, name);
 }
 
+// ---- Multipart bodies, read as Tarn_new() reads them
+
+// Removes the beginning of a text. @return false if it begins with something else
+inline bool take(std::string_view &text, std::string_view beginning) noexcept {
+  if (text.size() < beginning.size()) return false;
+  if (std::string_view(text.data(), beginning.size()) != beginning) return false;
+  text.remove_prefix(beginning.size());
+  return true;
+}
+
+// Removes everything up to a mark, and the mark. @return false, and removes nothing, if it is missing
+inline bool skip_past(std::string_view &text, std::string_view mark) noexcept {
+  const void *const found = memfind(text.data(), static_cast<std::uint32_t>(text.size()),
+                                    mark.data(), static_cast<std::uint32_t>(mark.size()));
+  if (found == nullptr) return false;
+  const auto before = static_cast<std::size_t>(static_cast<const char *>(found) - text.data());
+  text.remove_prefix(before + mark.size());
+  return true;
+}
+
+// Whether a text begins with a delimiter: unlike Tarn_new(), this also accepts the closing one, and
+// blanks at the end of the line.
+inline bool is_at_delimiter(std::string_view text, std::string_view boundary) noexcept {
+  if (!take(text, "--") || !take(text, boundary)) return false;
+  if (take(text, "--")) return true;
+  while (take(text, " ") || take(text, "\t")) {
+  }
+  return take(text, "\r\n");
+}
+
+// The text between a mark and the next quotation mark, without what a zero byte cuts off.
+inline std::string_view quoted_after(std::string_view part, std::string_view mark) noexcept {
+  std::string_view rest = part;
+  if (!skip_past(rest, mark)) return {};
+  const std::size_t before = part.size() - rest.size();
+  if (std::string_view(part.data(), before).find('\0') != std::string_view::npos) return {};
+  std::size_t size = 0;
+  while (size < rest.size() && rest[size] != '"' && rest[size] != '\0') ++size;
+  return {rest.data(), size};
+}
+
 }  // namespace detail
 
-/** Reads one uploaded file: its bytes up to the first CR LF. The rest is dropped without an error,
- *  so a PNG image arrives as four bytes. The sender chose its name and type: do not trust them. */
+/** Reads one uploaded file of a Request: its bytes up to the first CR LF, where Tarn_new() cuts every
+ *  multipart value. A PNG image arrives as four bytes. save() refuses a file that was cut; to receive
+ *  files whole, use FormReader. The sender chose its name and type: do not trust them. */
 class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
  public:
   using NodeView::NodeView;
+
+  /** Views a file of a request.
+   *
+   *  @param handle       the file; 0 for no object
+   *  @param environment  the handle of the request's environment, in which is_cut() finds the body
+   */
+  File(TarnHandle handle, TarnHandle environment) noexcept
+      : NodeView(handle), environment_(environment) {}
 
   /** The name of the form field.
    *
@@ -205,36 +174,25 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
    */
   std::string_view bytes() const noexcept { return detail::bytes_of(child_in(TARN_FILE_BYTES)); }
 
-  /** Makes a name from name() that is safe in any directory: what follows the last slash or
-   *  backslash, without dots and dashes at the front, cut between characters to at most 200 bytes.
-   *  Letters, digits, ".", "-", "_" and visible characters beyond ASCII are kept. Everything else
-   *  becomes "_": control characters, spaces, bytes that are not UTF-8, and invisible characters
-   *  (soft hyphens, joiners, the selectors in emoji, fillers), which would let two names look the
-   *  same. If nothing is left, the name is "file".
+  /** Tells whether bytes() is not the whole file: in the body, it is followed by more than the
+   *  delimiter. Searches the body, and compares field, name and bytes with each part.
+   *
+   *  Only a file from Request::file() or Request::files() knows the body. For any other, and for one
+   *  that is not in the body because the script made or changed it, the answer is false.
    */
+  bool is_cut() const noexcept { return field() && error_of_cut() != 0; }
+
+  /** Makes a name from name() that is safe in any directory, as FileName::safe() does. */
   FileName safe_name() const noexcept {
-    std::string_view text = name().value_or(std::string_view());
-    const std::size_t slash = text.find_last_of("/\\");
-    if (slash != std::string_view::npos) text.remove_prefix(slash + 1);
-    FileName made;
-    while (!text.empty()) {
-      const detail::Character character = detail::first_character(text);
-      const bool safe = character.size > 0 && detail::is_safe_in_file_name(character.code);
-      const std::string_view piece = safe ? std::string_view(text.data(), character.size) : "_";
-      if (made.size_ + piece.size() > 200) break;
-      if (made.size_ > 0 || (piece != "." && piece != "-")) made.add(piece);
-      text.remove_prefix(character.size > 0 ? character.size : 1);
-    }
-    if (made.size_ == 0) made.add("file");
-    return made;
+    return FileName::safe(name().value_or(std::string_view()));
   }
 
-  /** Saves the bytes(), which end at the first CR LF, under safe_name(). See the other save(). */
+  /** Saves the file under safe_name(). See the other save(). */
   [[nodiscard]] Saved save(std::string_view directory) const noexcept {
     return save_as(directory, safe_name());
   }
 
-  /** Saves the bytes as a new file that only the script's user may read and write.
+  /** Saves the bytes as a new file that only the script's user may read and write, unless is_cut().
    *
    *  The bytes are written under a temporary name and renamed once they are on the disk; when this
    *  returns, the new name is on the disk too. It never overwrites a file and never follows a link.
@@ -248,7 +206,8 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
    *  @param directory  an existing directory, not a link to one
    *  @param name       without a slash, at most 255 bytes
    *  @return the name, and 0 or the errno value of the failure: EEXIST when the name is taken;
-   *          EINVAL when it is not a valid file name, or the file has no field()
+   *          EMSGSIZE when is_cut(); EINVAL when it is not a valid file name, or the file has no
+   *          field()
    */
   [[nodiscard]] Saved save(std::string_view directory, std::string_view name) const noexcept {
     return save_as(directory, FileName(name));
@@ -257,6 +216,7 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
  private:
   Saved save_as(std::string_view directory, const FileName &name) const noexcept {
     if (name.size_ == 0 || !field()) return {name, EINVAL};
+    if (const int error = error_of_cut()) return {name, error};
     // open() would follow a link whose name ends in a slash.
     while (directory.size() > 1 && directory.back() == '/') directory.remove_suffix(1);
     const detail::Terminated path(directory);
@@ -266,10 +226,64 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
     const bool done = at.number() >= 0 && detail::save_at(at.number(), name.c_str(), bytes());
     return {name, done ? 0 : errno};
   }
+
+  // 0, or why save() does not store the bytes.
+  int error_of_cut() const noexcept {
+    const Environment environment(environment_);
+    const std::string_view type = environment.content_type();
+    std::string_view boundary = type;
+    if (environment_ == 0 || !detail::skip_past(boundary, "boundary=")) return 0;
+    detail::Buffer delimiter;
+    delimiter << "--" << boundary << "\r\n";
+    const Text mark = delimiter.take();
+    if (!mark) return ENOMEM;
+    // A form in a query string can be multipart, too.
+    std::string_view rest = environment.body().value_or(environment.query_string());
+    bool more = detail::skip_past(rest, mark.view());
+    while (more) {
+      std::string_view next = rest;
+      more = detail::skip_past(next, mark.view());
+      const std::size_t end = more ? next.size() + mark.view().size() : 0;
+      if (is_cut_in({rest.data(), rest.size() - end}, rest, boundary)) return detail::kFileIsCut;
+      rest = next;
+    }
+    return 0;
+  }
+
+  // Whether this file comes from a part, which goes on behind its bytes. `rest` is the body from this
+  // part on.
+  bool is_cut_in(std::string_view part, std::string_view rest,
+                 std::string_view boundary) const noexcept {
+    std::string_view value = part;
+    if (!detail::skip_past(value, "\r\n\r\n")) return false;
+    rest.remove_prefix(part.size() - value.size());
+    const std::size_t end = value.find("\r\n");
+    value = {value.data(), end == std::string_view::npos ? 0 : end};
+    if (value != bytes() || !is_named_in(part)) return false;
+    // The value may share its CR LF with the headers.
+    if (value.empty() && detail::is_at_delimiter(rest, boundary)) return false;
+    rest.remove_prefix(value.size());
+    return !detail::take(rest, "\r\n") || !detail::is_at_delimiter(rest, boundary);
+  }
+
+  // Whether a part has the names of this file.
+  bool is_named_in(std::string_view part) const noexcept {
+    if (detail::quoted_after(part, "name=\"") != field()) return false;
+    const detail::Terminated sent(detail::quoted_after(part, "filename=\""));
+    char *const decoded = unescapeString(sent.c_str());
+    // Without memory the names cannot be compared, so the part counts as this file.
+    const bool same = decoded == nullptr || std::string_view(decoded) == name();
+    std::free(decoded);
+    return same;
+  }
+
+  TarnHandle environment_ = 0;
 };
 
 inline std::optional<File> Request::file(const char *name) const &noexcept {
-  return first<File, Tarn_getFile>(name);
+  const TarnHandle found = detail::query<Tarn_getFile>(handle_, name);
+  if (found == 0) return std::nullopt;
+  return File(found, child(TARN_REQUEST_ENVIRONMENT));
 }
 
 }  // namespace tarn

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string_view>
 
-#include "array.hpp"
 #include "element.hpp"
 #include "escape.hpp"
+#include "text.hpp"
 
 namespace tarn {
 namespace detail {

@@ -131,7 +131,9 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   void file(const char *) const && = delete;
 
   /** All files, in order. */
-  Files files() const &noexcept { return Files(child(TARN_REQUEST_FILES)); }
+  Files files() const &noexcept {
+    return Files(child(TARN_REQUEST_FILES), child(TARN_REQUEST_ENVIRONMENT));
+  }
   void files() const && = delete;
 
   /** The value of the first cookie with this name, decoded. Case matters, as it does in browsers.

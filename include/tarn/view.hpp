@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "../tarn.h"
@@ -71,7 +72,8 @@ struct Arrow {
   const Item *operator->() const noexcept { return &item; }
 };
 
-// A view of a list. Its items are made when they are asked for.
+// A view of a list. Its items are made when they are asked for. Files also know the environment of the
+// request that the list belongs to.
 template <class Item, std::uint32_t kMagic, auto kCount, auto kAt>
 class Range {
  public:
@@ -87,10 +89,16 @@ class Range {
     using reference = Item;
 
     Iterator() noexcept = default;
-    Iterator(TarnHandle list, difference_type index) noexcept : list_(list), index_(index) {}
+    Iterator(TarnHandle list, TarnHandle environment, difference_type index) noexcept
+        : list_(list), environment_(environment), index_(index) {}
 
     Item operator*() const noexcept {
-      return Item(query<kAt>(list_, static_cast<std::uint32_t>(index_)));
+      const auto found = query<kAt>(list_, static_cast<std::uint32_t>(index_));
+      if constexpr (std::is_base_of_v<NodeView<TARN_FORM_FILE_MAGIC>, Item>) {
+        return Item(found, environment_);
+      } else {
+        return Item(found);
+      }
     }
     pointer operator->() const noexcept { return {**this}; }
     Item operator[](difference_type n) const noexcept { return *(*this + n); }
@@ -120,6 +128,7 @@ class Range {
 
    private:
     TarnHandle list_ = 0;
+    TarnHandle environment_ = 0;
     difference_type index_ = 0;
   };
 
@@ -129,15 +138,23 @@ class Range {
   using size_type = std::size_t;
   using difference_type = std::ptrdiff_t;
 
-  /** Views the list with this handle; 0 for an empty one. */
-  explicit Range(TarnHandle list) noexcept : list_(list) {}
+  /** Views a list.
+   *
+   *  @param list         its handle; 0 for an empty list
+   *  @param environment  the handle of the environment that came with it; 0 if there is none. Files
+   *                      need it to find out whether they were cut
+   */
+  explicit Range(TarnHandle list, TarnHandle environment = 0) noexcept
+      : list_(list), environment_(environment) {}
 
   /** The number of elements. */
   std::size_t size() const noexcept { return static_cast<std::size_t>(query<kCount>(list_)); }
   bool empty() const noexcept { return size() == 0; }
 
-  Iterator begin() const noexcept { return {list_, 0}; }
-  Iterator end() const noexcept { return {list_, static_cast<std::ptrdiff_t>(size())}; }
+  Iterator begin() const noexcept { return {list_, environment_, 0}; }
+  Iterator end() const noexcept {
+    return {list_, environment_, static_cast<std::ptrdiff_t>(size())};
+  }
 
   /** The element at an index, counted from 0. @return an Item without an object beyond the end */
   Item operator[](std::size_t index) const noexcept {
@@ -146,6 +163,7 @@ class Range {
 
  private:
   TarnHandle list_;
+  TarnHandle environment_;
 };
 
 }  // namespace tarn::detail

@@ -13,7 +13,9 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <vector>
 
+#include "support/failing_memory.h"
 #include "support/script.h"
 
 namespace {
@@ -453,6 +455,176 @@ TEST_F(CppFileSave, LeavesNoDescriptorOpen) {
   failures["write"] = ENOSPC;
   EXPECT_FALSE(save());
   EXPECT_EQ(before, open());
+}
+
+// A part of a body whose boundary is "b".
+std::string part(const std::string &fileName, const std::string &bytes,
+                 const std::string &field = "notes") {
+  return "--b\r\nContent-Disposition: form-data; name=\"" + field + "\"; filename=\"" + fileName +
+         "\"\r\nContent-Type: image/png\r\n\r\n" + bytes + "\r\n";
+}
+
+void withBody(const std::string &body, const std::function<void(const tarn::Request &)> &look) {
+  tarn_test::asScript(tarn_test::post("multipart/form-data; boundary=b", body), body,
+                      [&look] { look(tarn::Request()); });
+}
+
+TEST_F(CppFileSave, RefusesAFileThatGoesOnBehindItsFirstLineEnd) {
+  const std::string png("\x89PNG\r\n\x1A\n and more");
+  withBody(part("a.png", png) + part("b.png", png) + "--b--\r\n",
+           [this](const tarn::Request &request) {
+             ASSERT_EQ(2U, request.files().size());
+             for (const tarn::File file : request.files()) {
+               EXPECT_EQ("\x89PNG", file.bytes());
+               const tarn::Saved saved = file.save(directory().native());
+               EXPECT_FALSE(saved);
+               EXPECT_EQ(EMSGSIZE, saved.error());
+               EXPECT_NE(nullptr, std::strstr(saved.message(), "tarn::FormReader"));
+               EXPECT_EQ(file.name(), saved.name().view());
+               EXPECT_FALSE(file.save(directory().native(), "x"));
+             }
+             EXPECT_FALSE(request.file("notes")->save(directory().native()));
+           });
+  EXPECT_EQ("", contents());
+}
+
+TEST_F(CppFileSave, SavesEachFileThatArrivedWhole) {
+  const std::string bytes(
+      "a\0\r\n"
+      "b",
+      2);
+  withBody("ignored\r\n" + part("a", bytes) + part("b", "") + part("c", "one\ntwo\r") +
+               part("d.txt", "last") + "--b-- \r\nignored",
+           [this](const tarn::Request &request) {
+             for (const tarn::File file : request.files()) {
+               EXPECT_FALSE(file.is_cut()) << file.name()->data();
+               const tarn::Saved saved = file.save(directory().native());
+               EXPECT_TRUE(saved);
+               EXPECT_STREQ("", saved.message());
+             }
+           });
+  EXPECT_EQ("a: " + bytes + "\nb: \nc: one\ntwo\r\nd.txt: last\n", contents());
+}
+
+TEST_F(CppFileSave, NamesTheReasonInWords) {
+  put(directory() / "notes.txt", "old");
+  EXPECT_STREQ(std::strerror(EEXIST), save().message());
+}
+
+TEST(CppFileIsCut, SaysWhetherTheValueIsLongerThanItsBytes) {
+  // Every value of up to three pieces, each in a part of its own.
+  const std::vector<std::string> pieces = {"\r\n", "\r", "\n", "-", "--x", std::string(1, '\0')};
+  std::vector<std::string> values = {""};
+  for (size_t first = 0, length = 1; length <= 3; ++length) {
+    for (const size_t end = values.size(); first < end; ++first) {
+      for (const std::string &piece : pieces) values.push_back(values[first] + piece);
+    }
+  }
+  std::string body;
+  for (size_t i = 0; i < values.size(); ++i) body += part("f" + std::to_string(i), values[i]);
+  withBody(body + "--b--\r\n", [&values](const tarn::Request &request) {
+    ASSERT_EQ(values.size(), request.files().size());
+    size_t i = 0;
+    size_t cut = 0;
+    for (const tarn::File file : request.files()) {
+      ASSERT_EQ(file.bytes() != values[i], file.is_cut()) << tarn_test::shown(values[i]);
+      cut += file.is_cut() ? 1 : 0;
+      ++i;
+    }
+    EXPECT_GT(cut, values.size() / 4);
+    EXPECT_LT(cut, values.size() - values.size() / 4);
+  });
+}
+
+TEST(CppFileIsCut, SeesTheEndOfTheBody) {
+  const std::string start = part("a", "x") + "--b\r\n";
+  const std::string headers =
+      "Content-Disposition: form-data; name=\"n\"; filename=\"last\"\r\nContent-Type: t\r\n\r\n";
+  const std::map<std::string, bool> ends = {
+      {"x\r\n--b--", false},
+      {"x\r\n--b--\r\nepilogue\r\n", false},
+      {"x\r\n--b \t\r\nnext part", false},
+      {"x\r\n--b-", true},
+      {"x\r\n--b", true},
+      {"x\r\n--", true},
+      {"x\r\n", true},
+      {"x", true},
+      {"", true},
+      {"x\r\n--by\r\n\r\n--b--", true},
+      {"x\n--b--", true},
+      // The delimiter shares its CR LF with the headers; Tarn_new() takes it for the value.
+      {"--b--\r\n", true},
+  };
+  for (const auto &[end, cut] : ends) {
+    withBody(start + headers + end, [&end = end, cut = cut](const tarn::Request &request) {
+      ASSERT_EQ(2U, request.files().size());
+      EXPECT_FALSE(request.files()[0].is_cut());
+      EXPECT_EQ(cut, request.files()[1].is_cut()) << tarn_test::shown(end);
+    });
+  }
+}
+
+TEST(CppFileIsCut, TellsFilesOfOneNameApart) {
+  withBody(part("same.txt", "x\r\ny") + part("same.txt", "x", "other") + part("a%2Bb", "x\r\ny") +
+               part("a+b", "x") + part("twice", "x") + part("twice", "x\r\n") + "--b--",
+           [](const tarn::Request &request) {
+             const tarn::Files files = request.files();
+             ASSERT_EQ(6U, files.size());
+             EXPECT_TRUE(files[0].is_cut());
+             EXPECT_FALSE(files[1].is_cut()) << "another field";
+             EXPECT_TRUE(files[2].is_cut());
+             EXPECT_FALSE(files[3].is_cut()) << "another name";
+             EXPECT_TRUE(files[5].is_cut());
+             EXPECT_TRUE(files[4].is_cut()) << "nothing tells it from the cut one";
+           });
+}
+
+TEST(CppFileIsCut, ReadsTheBoundaryAsTheRequestDoes) {
+  const std::string body = "--b; x=y\r\n" + part("a", "x\r\ny").substr(5) + "--b; x=y--\r\n";
+  tarn_test::asScript(tarn_test::post("Multipart/Form-Data; a=b; boundary=b; x=y", body), body, [] {
+    const tarn::Request request;
+    ASSERT_EQ(1U, request.files().size());
+    EXPECT_TRUE(request.files()[0].is_cut());
+  });
+}
+
+TEST(CppFileIsCut, SearchesAFormInTheQueryString) {
+  tarn_test::Variables variables = tarn_test::get(part("a", "x\r\ny") + part("b", "x") + "--b--");
+  variables["CONTENT_TYPE"] = "multipart/form-data; boundary=b";
+  tarn_test::asScript(variables, "", [] {
+    const tarn::Request request;
+    ASSERT_EQ(2U, request.files().size());
+    EXPECT_TRUE(request.files()[0].is_cut());
+    EXPECT_FALSE(request.files()[1].is_cut());
+  });
+}
+
+TEST(CppFileIsCut, CannotBeKnownWithoutTheBody) {
+  withBody(part("a", "x\r\ny") + "--b--", [](const tarn::Request &request) {
+    std::optional<tarn::File> file = request.file("notes");
+    ASSERT_TRUE(file);
+    EXPECT_TRUE(file->is_cut());
+    EXPECT_FALSE(tarn::File(*file->handle()).is_cut()) << "without its request";
+    EXPECT_EQ(TARN_OK, FormFile_init(file->handle(), "notes", "a", "t", "made", 4));
+    EXPECT_FALSE(file->is_cut()) << "changed by the script";
+  });
+  EXPECT_FALSE(tarn::File(0).is_cut());
+}
+
+TEST(CppFileIsCut, IsAssumedWithoutMemory) {
+  withBody(part("a", "x") + "--b--", [](const tarn::Request &request) {
+    const std::optional<tarn::File> file = request.file("notes");
+    ASSERT_TRUE(file);
+    bool cut = false;
+    int error = 0;
+    tarn_test::withoutMemory([&] {
+      cut = file->is_cut();
+      error = file->save("/nowhere").error();
+    });
+    EXPECT_TRUE(cut);
+    EXPECT_EQ(ENOMEM, error);
+    EXPECT_FALSE(file->is_cut());
+  });
 }
 
 }  // namespace

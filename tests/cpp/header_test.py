@@ -1,7 +1,7 @@
 """What compilers accept in the C++ headers, and what scripts that include them depend on.
 
-In the environment: CC and CXX, compilers with their flags; SOURCE, the repository; LIBRARY, the
-shared library.
+In the environment: CC and CXX, compilers with their flags; SOURCE, the repository; LIBRARY and
+FORM_LIBRARY, the shared libraries.
 """
 
 import concurrent.futures
@@ -24,7 +24,11 @@ SNIPPETS = tomllib.loads((SOURCE / "tests/cpp/refused.toml").read_text(encoding=
 # A script that only uses views.
 SCRIPT = SOURCE / "bench/process/script.cpp"
 
+# A script that uses every function of the headers for whole forms.
+FORM_SCRIPT = SOURCE / "docs/examples/cpp-form.cpp"
+
 LIBRARY = os.environ["LIBRARY"]
+FORM_LIBRARY = os.environ["FORM_LIBRARY"]
 CC = shlex.split(os.environ["CC"])
 CXX = shlex.split(os.environ["CXX"])
 WARNINGS = "-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror".split()
@@ -135,12 +139,14 @@ class Header(unittest.TestCase):
         included = {pathlib.Path(name).name for name in listed.split()}
         self.assertTrue({"request.hpp", "form.hpp", "tarn.h"} <= included, included)
         unwanted = {"html.hpp", "response.hpp", "file.hpp", "fcntl.h", "unistd.h", "ctime"}
+        unwanted |= {"field.hpp", "form_reader.hpp", "whole_form.hpp", "tarn_form.h"}
         self.assertFalse(unwanted & included)
 
     def test_lists_work_with_standard_algorithms_and_ranges(self):
         ranges = self.folder / "ranges.cpp"
         ranges.write_text(
             """
+            #include <algorithm>
             #include <ranges>
             #include <tarn.hpp>
             static_assert(std::ranges::random_access_range<tarn::Entries>);
@@ -149,6 +155,25 @@ class Header(unittest.TestCase):
             static_assert(std::ranges::random_access_range<tarn::Lines>);
             static_assert(std::ranges::random_access_range<const tarn::ElementList>);
             static_assert(std::ranges::forward_range<tarn::Values>);
+            static_assert(std::input_iterator<tarn::FormReader::Iterator>);
+            static_assert(std::ranges::input_range<tarn::FormReader>);
+            static_assert(!std::ranges::forward_range<tarn::FormReader>);
+            static_assert(std::ranges::input_range<tarn::Blocks>);
+            static_assert(std::forward_iterator<tarn::FormFields::Iterator>);
+            static_assert(std::ranges::forward_range<const tarn::Form>);
+            static_assert(std::ranges::sized_range<tarn::Form>);
+            static_assert(std::ranges::forward_range<tarn::FormTexts>);
+            static_assert(std::ranges::forward_range<tarn::FormFiles>);
+            // A view of a temporary form would dangle.
+            static_assert(!std::ranges::borrowed_range<tarn::Form>);
+            std::uint64_t use(tarn::FormReader &reader, const tarn::Form &form) {
+              auto is_file = [](const tarn::Field &field) { return field.is_file(); };
+              std::uint64_t size = 0;
+              for (tarn::Field &field : reader | std::views::filter(is_file)) size += field.size();
+              auto sizes = std::views::transform(&tarn::Field::size);
+              for (std::uint64_t each : form | std::views::take(3) | sizes) size += each;
+              return size + std::ranges::count(form.all("tag"), "x");
+            }
             """,
             encoding="utf-8",
         )
@@ -191,22 +216,45 @@ class Header(unittest.TestCase):
         self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
-    def test_views_need_no_cpp_runtime(self):
+    def links_with(self, source, library, expected):
+        """Compiles a script, and links it with one of Tarn's libraries and no C++ runtime."""
         # _FORTIFY_SOURCE needs an optimizer.
         for level in (["-O0", "-U_FORTIFY_SOURCE"], ["-O2"]):
             with self.subTest(level):
                 compiled = self.folder / "script.o"
                 flags = ["-std=c++17", *WARNINGS, "-fno-exceptions", *level]
-                self.succeeds(*CXX, *flags, f"-I{INCLUDE}", "-c", SCRIPT, "-o", compiled)
+                self.succeeds(*CXX, *flags, f"-I{INCLUDE}", "-c", source, "-o", compiled)
                 # C++ symbols begin with _Z, those of exceptions with __cxa, __gxx or _Unw.
                 undefined = self.succeeds("nm", "-u", compiled).split()
-                self.assertIn("Tarn_new", undefined)
+                self.assertIn(expected, undefined)
                 self.assertEqual([], [n for n in undefined if re.match("_Z|__cxa|__gxx|_Unw", n)])
                 program = self.folder / "script"
-                self.succeeds(*CC, "-Wl,--no-as-needed", compiled, LIBRARY, "-o", program)
+                self.succeeds(*CC, "-Wl,--no-as-needed", compiled, library, "-o", program)
                 listed = self.succeeds("readelf", "-d", program)
                 needed = re.findall(r"\(NEEDED\).*\[(.*)\]", listed)
-                self.assertEqual(["libtarn.so.1", "libc.so.6"], needed)
+                soname = pathlib.Path(library).name.partition(".so")[0] + ".so.1"
+                self.assertEqual([soname, "libc.so.6"], needed)
+
+    def test_views_need_no_cpp_runtime(self):
+        self.links_with(SCRIPT, LIBRARY, "Tarn_new")
+
+    def test_forms_need_libtarn_form_alone(self):
+        self.links_with(FORM_SCRIPT, FORM_LIBRARY, "TarnForm_next")
+
+    def test_requests_and_files_do_not_need_libtarn_form(self):
+        script = self.folder / "files.cpp"
+        script.write_text(
+            """
+            #include <tarn.hpp>
+            int main() {
+              const tarn::Request request;
+              const std::optional<tarn::File> file = request.file("x");
+              return file && file->save("/tmp") ? 0 : 1;
+            }
+            """,
+            encoding="utf-8",
+        )
+        self.links_with(script, LIBRARY, "Tarn_getFile")
 
     def complaint(self, snippet):
         """Says why the refused part does not count as refused; None if it does."""

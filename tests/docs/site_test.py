@@ -481,7 +481,10 @@ class Generator(unittest.TestCase):
         self.refuses(reason, include=self.changed(before, after))
 
     def test_refuses_an_undocumented_public_cpp_member(self):
-        error = "  /** Why it was not: an errno value such as EEXIST; 0 if it was. */\n"
+        error = (
+            "  /** Why it was not: an errno value such as EEXIST, or -1 if the form has a problem; "
+        )
+        error += "0 if it was. */\n"
         self.refuses_cpp("Saved::error(): not documented", error, "")
         clone = "  /** A copy with all that belongs to the object. */\n"
         self.refuses_cpp("Owned::clone(): not documented", clone, "")

@@ -143,13 +143,56 @@ class Pages(AbuseCase):
 
 
 class MultipartForms(AbuseCase):
-    def test_refused_because_text_would_lose_its_second_line(self):
-        body = multipart(("a", b"1"))
+    BLANK = b'--XYZ\r\nContent-Disposition: form-data; name="%s"\r\n\r\n%s\r\n'
+    TEXTS = {"name": b"Zo\xc3\xab", "email": b"zoe@example.org", "choice": b"tea"}
+    MESSAGE = b"one\r\n\r\ntwo\r\n--XY\r\nthree"
+    STORED = b"one%0D%0A%0D%0Atwo%0D%0A--XY%0D%0Athree"
+
+    def body(self, **changes):
+        texts = self.TEXTS | {"message": self.MESSAGE} | changes
+        parts = [self.BLANK % (name.encode(), text) for name, text in texts.items()]
+        return b"".join(parts) + b"--XYZ--\r\n"
+
+    def send_body(self, lines, body):
+        variables = self.variables(lines) | script.post(MULTIPART, body)
+        return script.run(lines.script, variables, body)
+
+    def test_arrive_with_all_their_lines(self):
         for lines in FORMS:
-            variables = self.variables(lines) | script.post(MULTIPART, body)
+            self.assertEqual(303, self.send_body(lines, self.body())[0])
+            stored = read(self.store)
+            self.assertEqual(lines.name != "poll", self.STORED in stored, stored)
+            self.assertEqual(1, stored.count(b"\n"))
+            os.remove(self.store)
+
+    def test_that_are_cut_or_malformed_are_refused(self):
+        whole = self.body()
+        for lines in FORMS:
+            for body in (
+                whole[:-4],
+                whole[:-20],
+                whole.replace(b"--XYZ--", b"--XYZ-"),
+                b"--XYZ\r\n",
+            ):
+                status, _, page, log = self.send_body(lines, body)
+                self.assertEqual(400, status)
+                self.assertIn("did not arrive completely", self.alert_text(page.decode()))
+                self.assertRegex(log, r"\Acannot read the form: .+\n\Z")
+                self.assertFalse(os.path.exists(self.store))
+
+    def test_with_a_zero_byte_in_a_text_are_refused(self):
+        for lines in FORMS:
+            body = self.body(choice=b"tea\0", message=b"text\0more")
+            self.assertEqual(400, self.send_body(lines, body)[0], lines.name)
+            self.assertFalse(os.path.exists(self.store))
+
+    def test_of_other_types_are_refused(self):
+        body = b"name=a"
+        for lines in FORMS:
+            variables = self.variables(lines) | script.post("text/plain", body)
             status, _, page, _ = script.run(lines.script, variables, body)
             self.assertEqual(415, status)
-            self.assertIn("sent as multipart/form-data", self.alert_text(page.decode()))
+            self.assertIn("cannot read this kind of form", self.alert_text(page.decode()))
             self.assertFalse(os.path.exists(self.store))
 
 
@@ -192,9 +235,11 @@ class PlantedFiles(AbuseCase):
     def test_uploads_do_not_write_to_planted_files(self):
         victim = os.path.join(self.folder, "victim")
         self.write(victim, b"mine")
-        os.symlink(victim, os.path.join(self.uploads, ".new"))
+        for planted in (".new", ".tarn-form-0", "a"):
+            os.symlink(victim, os.path.join(self.uploads, planted))
         self.upload(200, ("a", b"1"))
-        self.assertEqual({"a": b"1"}, stored_files(self.uploads))
+        self.assertEqual(b"1", stored_files(self.uploads)["2-a"])
+        self.assertEqual({"victim": b"mine"}, self.files_in_folder())
         os.remove(os.path.join(self.uploads, ".lock"))
         os.symlink(victim + "-new", os.path.join(self.uploads, ".lock"))
         self.upload(500, ("a", b"1"))
@@ -256,7 +301,7 @@ class FullStores(AbuseCase):
 class ThousandsOfFiles(AbuseCase):
     def test_too_many_files_are_refused_together(self):
         page = self.upload(413, *([("a.txt", b"1")] * 4000))
-        self.assertIn("too many files at once", page.texts("p", role="alert")[0])
+        self.assertIn("larger than this page accepts", page.texts("p", role="alert")[0])
         self.upload(413, *([("a.txt", b"1")] * (FILES_AT_ONCE + 1)))
         self.assertEqual({}, stored_files(self.uploads))
 

@@ -13,10 +13,11 @@ from faults_test import LINES, LINES_IN_CPP, POLL, URL_ENCODED
 from servers.server import read
 from upload_test import MULTIPART, multipart
 
-FILES = {"a.bin": b"a" * 5000, "b.bin": b"b" * 10000, "c.bin": b"", "d.txt": b"d"}
+FILES = {"a.bin": b"a" * 5000, "b.bin": b"b" * 100000, "c.bin": b"", "d.txt": b"d"}
 CALLS = (
     "openat open read pread64 write lseek fstat newfstatat fcntl fsync ftruncate close link unlink "
-    "rename getdents64 chdir fchdir getrandom"
+    "rename getdents64 chdir fchdir getrandom linkat unlinkat faccessat faccessat2 pwrite64 "
+    "copy_file_range sync_file_range poll"
 )
 FAILING = {
     path: os.environ[f"{name}_FAILING"]

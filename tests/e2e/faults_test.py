@@ -25,7 +25,7 @@ COUNTER = os.environ["COUNTER"]
 URL_ENCODED = "application/x-www-form-urlencoded"
 # Each of these bytes takes three in a file of lines.
 MESSAGE = "ä" * 2000
-BIG = bytes(set(range(256)) - {10, 13}) * 4000
+BIG = bytes(range(256)) * 4000
 
 
 class Lines(NamedTuple):
@@ -163,7 +163,7 @@ class ClientsThatDisconnect(ServerCase):
             self.assertEqual([*range(6)], self.numbers(lines))
         names = ["whole.bin", *(f"{next}-whole.bin" for next in range(2, 7))]
         self.assert_kept(dict.fromkeys(names, BIG), uploads)
-        self.assertEqual("", self.server.log())
+        self.assertRegex(self.server.log(), r"\A(cannot read the form: .+\n)*\Z")
 
 
 class ClientsThatDisconnectAtStreams(ClientsThatDisconnect):

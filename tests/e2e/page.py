@@ -7,7 +7,7 @@ import subprocess
 
 import html5lib
 
-VOID = {"input", "meta"}
+VOID = {"img", "input", "meta"}
 CONTROLS = {"input", "textarea", "select", "progress"}
 REFERENCES = {"for", "aria-describedby", "aria-labelledby"}
 
@@ -89,6 +89,8 @@ class Page(html.parser.HTMLParser):
                 assert attributes.get("id", "") in fors, f"no label: {element}"
             if element["tag"] == "svg":
                 assert attributes["role"] == "img" and attributes["aria-label"], attributes
+            if element["tag"] == "img":
+                assert attributes["alt"], attributes
 
 
 def check_valid(text):

@@ -25,6 +25,7 @@ SCENARIOS = (
     guestbook_test.Guestbook,
     guestbook_test.GuestbookInCpp,
     poll_test.Poll,
+    upload_test.RefusedUploads,
     upload_test.Upload,
 )
 

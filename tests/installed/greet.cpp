@@ -5,18 +5,7 @@
 namespace {
 
 void put_escaped(std::string_view text) {
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        std::fputs("&amp;", stdout);
-        break;
-      case '<':
-        std::fputs("&lt;", stdout);
-        break;
-      default:
-        std::putchar(c);
-    }
-  }
+  for (const char c : text) std::printf(c == '&' || c == '<' ? "&#%d;" : "%c", c);
 }
 
 }  // namespace

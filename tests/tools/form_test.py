@@ -10,6 +10,7 @@ import signal
 import stat
 import subprocess
 import tempfile
+import threading
 import time
 import unittest
 from pathlib import Path
@@ -231,6 +232,22 @@ class Printing(FormTest):
         self.assertEqual(ran.output, b"Content-Type: application/x-ndjson\r\n\r\n" + plain)
         problem = self.post(body[:-5], GATEWAY_INTERFACE="CGI/1.1")
         self.assertTrue(problem.output.startswith(b"Content-Type: application/x-ndjson\r\n\r\n{"))
+
+    def test_a_server_may_send_the_whole_body_before_it_reads_the_answer(self):
+        body = whole(*[part('name="a"', b"b" * 1000)] * 900)
+        variables = MULTIPART | {"CONTENT_LENGTH": str(len(body)), "GATEWAY_INTERFACE": "CGI/1.1"}
+        with subprocess.Popen(
+            COMMAND, stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=variables
+        ) as process:
+            impatient = threading.Timer(60, process.kill)
+            impatient.start()
+            process.stdin.write(body)
+            process.stdin.close()
+            output = process.stdout.read()
+            impatient.cancel()
+        self.assertEqual(process.returncode, 0)
+        plain = self.post(body).output
+        self.assertTrue(output == b"Content-Type: application/x-ndjson\r\n\r\n" + plain)
 
     def test_a_problem_is_the_last_line(self):
         body = part('name="a"', b"1") + part('name="b"', b"2")
