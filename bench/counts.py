@@ -6,6 +6,7 @@ import os
 import sys
 
 import bodies
+import forms
 import measure
 
 RECORDED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "counts.json")
@@ -20,6 +21,18 @@ REQUESTS = {
     "64 KiB of escapes": lambda: bodies.escapes(64 * bodies.KIB),
 }
 
+# The same for process/form.c: a request, and what is done with it.
+FORMS = {
+    "form of 3 fields": (forms.small_form, "text"),
+    "form of 3 fields, looked up": (forms.small_form, "load"),
+    "form with a file of 4 KiB": (forms.small_upload, "text"),
+    "form with a file of 256 KiB": (lambda: forms.upload(256 * bodies.KIB), "skip"),
+    "form of 1,000 fields": (lambda: forms.pairs(1000), "text"),
+    "form of 1,000 fields, looked up": (lambda: forms.pairs(1000), "load"),
+    "form of 200 parts": (lambda: forms.parts(200), "text"),
+    "form of 200 parts, looked up": (lambda: forms.parts(200), "load"),
+}
+
 # How much these figures may grow, in per cent. All others must not grow.
 MARGIN = {"instructions": 2, "instructions in main()": 2}
 
@@ -27,10 +40,10 @@ MARGIN = {"instructions": 2, "instructions in main()": 2}
 CXX_MARGIN = 3
 
 
-def count(make):
+def count(make, program="./tarn"):
     request = make()
     with measure.body_file(request.body) as body:
-        arguments = ("./tarn", request.variables, body, request.answer)
+        arguments = (program, request.variables, body, request.answer)
         instructions = measure.instructions(*arguments)
         allocations = measure.allocations(*arguments)
         return {
@@ -55,9 +68,14 @@ def compare(make):
         ]
 
 
-def measure_all(measured):
+def count_form(form):
+    make, operation = form
+    return count(make, f"./form {operation}")
+
+
+def measure_all(measured, requests):
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        return dict(zip(REQUESTS, pool.map(measured, REQUESTS.values())))
+        return dict(zip(requests, pool.map(measured, requests.values())))
 
 
 def changes(recorded, counted):
@@ -78,7 +96,7 @@ def extra_cost_in_cxx(compared):
 
 
 def main(arguments):
-    counted = measure_all(count)
+    counted = measure_all(count, REQUESTS) | measure_all(count_form, FORMS)
     if arguments == ["--update"]:
         with open(RECORDED, "w", encoding="utf-8") as file:
             json.dump(counted, file, indent=2)
@@ -94,7 +112,7 @@ def main(arguments):
     print(f"{len(counted)} requests cost no more than bench/counts.json records.")
     if found:
         print("Some cost less: run scripts/counts --update to record that.")
-    percent, text = max(extra_cost_in_cxx(measure_all(compare)))
+    percent, text = max(extra_cost_in_cxx(measure_all(compare, REQUESTS)))
     print(f"In C++ they cost at most {percent:.2f} % more than in C. {text}")
     if percent > CXX_MARGIN:
         return f"scripts/counts: C++ may cost at most {CXX_MARGIN} % more."

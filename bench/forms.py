@@ -2,6 +2,8 @@
 
 import contextlib
 import os
+import random
+import subprocess
 import tempfile
 
 import bodies
@@ -19,7 +21,7 @@ FORM, STATIC = "./form", "./form-static"
 
 def request(content_type, body, fields):
     """`fields` has the sizes of each field's name and value."""
-    names, values = (sum(column) for column in zip(*fields)) if fields else (0, 0)
+    names, values = sum(name for name, _ in fields), sum(value for _, value in fields)
     answer = f"{len(fields)} fields, names of {names} and values of {values} bytes"
     return bodies.post(content_type, body, [])._replace(answer=bodies.page(answer))
 
@@ -59,7 +61,7 @@ def upload_of(value, boundary=bodies.BOUNDARY):
 
 def upload(size):
     """Unlike bodies.upload(), the file contains every byte."""
-    block = bodies.random.Random(1).randbytes(min(size, MIB))
+    block = random.Random(1).randbytes(min(size, MIB))
     return upload_of(block * (size // len(block)))
 
 
@@ -117,10 +119,9 @@ def file_in(folder, name, content):
 
 
 def file_system(folder):
-    found = measure.subprocess.run(
-        ["stat", "-f", "-c", "%T", folder], check=True, capture_output=True, text=True
-    )
-    return found.stdout.strip()
+    command = ["df", "--output=fstype", folder]
+    found = subprocess.run(command, check=True, capture_output=True, text=True)
+    return found.stdout.split()[-1]
 
 
 # ---- One large file ------------------------------------------------------------------------------
@@ -139,12 +140,28 @@ def same_bytes(made, value, folder):
             os.unlink(path)
 
 
+def table(medians):
+    rows = [["", "wall, ms", "× floor", "CPU, ms", "× floor", "peak, MiB", "faults"]]
+    for name, sample in medians.items():
+        floor = medians["floor, pipe" if name.endswith(", pipe") else "floor"]
+        cells = [
+            report.milliseconds(sample.wall),
+            f"{sample.wall / floor.wall:.2f}",
+            report.milliseconds(sample.cpu),
+            f"{sample.cpu / floor.cpu:.2f}",
+            report.mebibytes(sample.memory),
+            f"{sample.faults:,.0f}",
+        ]
+        rows.append([name, *cells])
+    return report.table(rows)
+
+
 def ratio(medians, name, base):
     return medians[name].wall / medians[base].wall
 
 
 def f1(options):
-    rounds = options.rounds(30, 3)
+    rounds = options.rounds(20, 3)
     made = upload(64 * MIB)
     start = made.body.index(b"\r\n\r\n") + 4
     value = made.body[start : start + 64 * MIB]
@@ -176,7 +193,7 @@ def f1(options):
         f"A file part of 64 MiB, {rounds} rounds. The file system is {kind}. `write` writes to a "
         "file that the\nscript opened, `save` is `TarnFormField_save()`, which ends when the file "
         "is on the disk. `cp, sync`\nis `cp FILE COPY && sync COPY`.\n\n"
-        f"{report.processes(medians)}"
+        f"{table(medians)}"
     )
     targets = [
         *(Target(f"{n}, × floor", ratio(medians, n, "floor"), 0.6) for n in ("skip", "block")),
@@ -197,11 +214,10 @@ def f1(options):
 def f2(options):
     rounds = options.rounds(40, 3)
     texts, targets, data = [], [], {}
-    for title, count, make in (
-        ("100,000 URL-encoded fields", 10**5, pairs),
-        ("10,000 parts of 300 bytes", 10**4, parts),
+    for title, count, made in (
+        ("100,000 URL-encoded fields", 10**5, pairs(10**5)),
+        ("10,000 parts of 300 bytes", 10**4, parts(10**4)),
     ):
-        made = make(count)
         candidates = [
             candidate("floor", ["./floor"], made.floor),
             candidate("text", [FORM, "text"], made.answer),
@@ -211,8 +227,7 @@ def f2(options):
         with measure.body_file(made.body) as body:
             medians, data[title] = run(made, candidates, body, rounds)
         sent = report.mebibytes(made.size)
-        table = report.processes(medians)
-        texts.append(f"{title}, a body of {sent} MiB, {rounds} rounds:\n\n{table}")
+        texts.append(f"{title}, a body of {sent} MiB, {rounds} rounds:\n\n{table(medians)}")
         kept = sum(int(made.answer.split()[i]) for i in (6, 10))
         more = (medians["load"].memory - medians["text"].memory - kept) / count
         targets += [
@@ -286,7 +301,7 @@ def false_heads(size):
 
 
 def dashes(size):
-    return upload_of(b"-" * size, "-" * 70)
+    return upload_of(b" " + b"-" * size, "-" * 70)
 
 
 def line_ends(size):
@@ -368,64 +383,87 @@ TEXTS = {
     "& after &": lambda size: urlencoded(b"&" * size, []),
     "smallest pairs": smallest_pairs,
 }
-# These are more work than a value of their size: a field or a header every few bytes.
-MANY = {"many headers", "smallest parts", "smallest pairs"}
+# What must cost at most three times as much as the first of its list, byte for byte.
+LIKE_THE_FRIENDLIEST = {
+    "a picture",
+    "nearly a delimiter, over and over",
+    "what the search looks at, over and over",
+    "dashes, and a boundary of dashes",
+    "lines of dashes, and a boundary of dashes",
+    "CR LF, over and over",
+    "a preamble of nearly delimiters",
+    "an epilogue",
+}
+AT_ONCE = 16 * MIB  # so much is read in one process, if need be in several forms
+
+
+def cost(options, made):
+    """The processor time for one form, and all samples."""
+    times = max(1, AT_ONCE // made.size)
+    words = candidate("form", [FORM, "block", str(times)], made.answer)
+    with measure.body_file(made.body) as body:
+        medians, samples = run(made, [words], body, options.rounds(5, 3))
+    return medians["form"].cpu / times, samples["form"]
+
+
+def megabyte_of_header(options):
+    """The wall time of a process, divided by that for a file of the same size; and all samples."""
+    walls, samples = [], {}
+    for name in ("one long header", "a text file"):
+        made = FILES[name](MIB)
+        with measure.body_file(made.body) as body:
+            words = [candidate(name, [FORM, "block"], made.answer)]
+            medians, taken = run(made, words, body, options.rounds(100, 20))
+        walls.append(medians[name].wall)
+        samples |= taken
+    return walls[0] / walls[1], samples
 
 
 def f4(options):
-    """Processor time minus that of a request without fields."""
+    """Processor time for one form."""
     steps = [64 * KIB << step for step in range(0, 5 if options.quick else 11)]
-    base = hostile(small_form(), options.rounds(200, 20))[0]
-    heading = ["KiB sent", *(f"{size >> 10:,}" for size in steps)]
+    heading = ["KiB sent", *(f"{size >> 10:,}" for size in steps), "× friendliest"]
     texts, lines, data, targets = [], {}, {}, []
     for title, group in (("multipart/form-data", FILES), ("URL-encoded", TEXTS)):
-        rows = [[*heading, "× friendliest"]]
-        times = {}
+        rows = [heading]
+        friendliest = None
         for name, make in group.items():
+            lines[name] = []
             for size in steps:
-                rounds = options.rounds(max(5, min(60, (256 * MIB) // size)), 3)
-                median, data[f"{name}, {size}"] = hostile(make(size), rounds)
-                # At least one tick of the clock.
-                times.setdefault(name, []).append((size, max(median.cpu - base.cpu, 1e-6)))
-            points = times[name]
-            worst = points[-1][1] / next(iter(times.values()))[-1][1]
-            cells = [f"{seconds / size * 1e9:.2f}" for size, seconds in points]
+                seconds, data[f"{name}, {size}"] = cost(options, make(size))
+                lines[name].append((size, seconds))
+            friendliest = friendliest or lines[name][-1][1]
+            worst = lines[name][-1][1] / friendliest
+            cells = [f"{seconds / size * 1e9:.2f}" for size, seconds in lines[name]]
             rows.append([name, *cells, f"{worst:.2f}"])
-            targets.append(Target(f"{name}, exponent of growth", report.exponent(points), 1.05))
-            if name not in MANY:
+            exponent = report.exponent(lines[name])
+            targets.append(Target(f"{name}, exponent of growth", exponent, 1.05))
+            if name in LIKE_THE_FRIENDLIEST:
                 targets.append(Target(f"{name}, × friendliest", worst, 3))
-        lines |= times
         texts.append(f"{title}, in ns per byte:\n\n{report.table(rows)}")
+    header, data["1 MiB"] = megabyte_of_header(options)
+    targets.append(Target("a process: a header of 1 MiB, × a text file of 1 MiB", header, 3))
     text = (
-        "Processor time to read every value, minus that of a request with 3 fields. The last column "
-        "compares\nthe largest bodies with the first line.\n\n" + "\n".join(texts)
+        "Processor time to read every value. A process reads 16 MiB, if need be as several forms. "
+        "The last\ncolumn compares the largest bodies with the first line.\n\n" + "\n".join(texts)
     )
-    return Report(
-        "hostile forms of growing size", text, targets, data, lines, "bytes", "processor time"
-    )
-
-
-def hostile(made, rounds):
-    with measure.body_file(made.body) as body:
-        medians, samples = run(
-            made, [candidate("form", [FORM, "block"], made.answer)], body, rounds
-        )
-    return medians["form"], samples["form"]
+    title = "hostile forms of growing size"
+    return Report(title, text, targets, data)
 
 
 # ---- Other libraries -----------------------------------------------------------------------------
 
-# What is read and how; how many rounds, and how often in one process at most.
+# What is read and how; how many rounds; how often in one process, by slow readers and fast ones.
 COMPARED = {
-    "3 URL-encoded fields": (small_form, "text", 60, 1000),
-    "2 fields and a file of 4 KiB": (small_upload, "text", 60, 1000),
-    "100,000 URL-encoded fields": (lambda: pairs(10**5), "text", 15, 50),
-    "10,000 parts of 300 bytes": (lambda: parts(10**4), "text", 15, 50),
-    "a file of 64 MiB, skipped": (lambda: upload(64 * MIB), "skip", 9, 10),
-    "a file of 64 MiB, written": (lambda: upload(64 * MIB), "write", 9, 10),
+    "3 URL-encoded fields": (small_form, "text", 30, 1000, 30000),
+    "2 fields and a file of 4 KiB": (small_upload, "text", 30, 1000, 10000),
+    "100,000 URL-encoded fields": (lambda: pairs(10**5), "text", 9, 4, 40),
+    "10,000 parts of 300 bytes": (lambda: parts(10**4), "text", 9, 5, 100),
+    "a file of 64 MiB, skipped": (lambda: upload(64 * MIB), "skip", 7, 4, 20),
+    "a file of 64 MiB, written": (lambda: upload(64 * MIB), "write", 7, 4, 12),
 }
 READERS = ["Tarn", *peers.COMMANDS]
-SECONDS = 1  # how long a process that reads the same form again and again runs, about
+FAST = {"Tarn", "Go", "libmicrohttpd"}
 
 
 def reader(name, operation, answer, times=1):
@@ -439,16 +477,16 @@ def compared(options):
     """Medians and samples for each workload: of processes that read a form once, and several times.
 
     With them comes how often in the latter case, by name."""
-    for title, (make, operation, usual, most) in COMPARED.items():
+    for title, (make, operation, usual, slow, fast) in COMPARED.items():
         rounds = options.rounds(usual, 2)
         made = make()
         made = made._replace(variables=made.variables | peers.variables(operation))
         with folder_for_files() as folder, measure.body_file(made.body) as body:
             once = [reader(name, operation, made.answer) for name in READERS]
             medians, samples = run(made, once, body, rounds, folder)
-            often = {n: max(2, min(most, int(SECONDS / s.wall))) for n, s in medians.items()}
+            often = {name: fast if name in FAST else slow for name in READERS}
             again = [reader(name, operation, made.answer, often[name]) for name in READERS]
-            many, more = run(made, again, body, max(2, rounds // 5), folder)
+            many, more = run(made, again, body, min(rounds, 3), folder)
         yield title, made, often, (medians, samples), (many, more)
 
 
@@ -459,28 +497,34 @@ def first(title, values):
 
 
 def f5(options):
+    """One more form is given in processor time: it depends less on what else the machine does."""
     heading = ["", *READERS]
-    walls, peaks, each, speeds = [heading], [heading], [heading], [heading]
+    walls, cpus, peaks, each, speeds = [heading], [heading], [heading], [heading], [heading]
     targets, data = [], {}
     for title, made, often, (medians, samples), (many, more) in compared(options):
         data[title] = {"once": samples, "often": more, "times": often}
         wall = {name: medians[name].wall for name in READERS}
-        one = {n: max((many[n].wall - wall[n]) / (often[n] - 1), 1e-9) for n in READERS}
-        walls.append([title, *(report.milliseconds(wall[name]) for name in READERS)])
+        cpu = {name: medians[name].cpu for name in READERS}
+        # At least one tick of the clock for all of them.
+        one = {n: max(many[n].cpu - cpu[n], 1e-6) / (often[n] - 1) for n in READERS}
+        walls.append([title, *map(report.milliseconds, wall.values())])
+        cpus.append([title, *map(report.milliseconds, cpu.values())])
         peaks.append([title, *(report.mebibytes(medians[name].memory) for name in READERS)])
         each.append([title, *(f"{seconds * 1e6:,.1f}" for seconds in one.values())])
         speeds.append([title, *(f"{made.size / seconds / 1e6:,.0f}" for seconds in one.values())])
-        targets += [first(f"{title}, a process", wall), first(f"{title}, in one process", one)]
-    text = (
-        "Wall time of a process that reads one form, in ms:\n\n"
-        f"{report.table(walls)}\n"
-        "Its peak memory, in MiB:\n\n"
-        f"{report.table(peaks)}\n"
-        "Wall time for one more form in the same process, in µs:\n\n"
-        f"{report.table(each)}\n"
-        "The same as MB/s:\n\n"
-        f"{report.table(speeds)}"
-    )
+        targets += [
+            first(f"{title}, a process, wall", wall),
+            first(f"{title}, a process, CPU", cpu),
+            first(f"{title}, one more form, CPU", one),
+        ]
+    sections = {
+        "Wall time of a process that reads one form, in ms": walls,
+        "Its processor time, in ms": cpus,
+        "Its peak memory, in MiB": peaks,
+        "Processor time for one more form in the same process, in µs": each,
+        "The same as MB/s": speeds,
+    }
+    text = "\n".join(f"{what}:\n\n{report.table(rows)}" for what, rows in sections.items())
     return Report("other form readers", text, targets, data)
 
 

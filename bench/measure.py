@@ -70,9 +70,11 @@ def median(samples):
 
 
 def watched(watcher, program, variables, body, answer):
-    """Runs a program under a tool and returns what the tool prints to standard error."""
+    """Runs a program under a tool and returns what the tool prints to standard error.
+
+    `program` may have arguments, separated by spaces."""
     os.lseek(body, 0, os.SEEK_SET)
-    command = [shutil.which(watcher[0]), *watcher[1:], program]
+    command = [shutil.which(watcher[0]), *watcher[1:], *program.split()]
     # The loader processes the name of the folder, so its length must not vary.
     with tempfile.TemporaryDirectory(dir="/tmp") as folder:
         for file in os.listdir(PROGRAMS):

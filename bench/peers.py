@@ -15,95 +15,95 @@ GO = r"""
 package main
 
 import (
-	"bufio"
-	"fmt"
-	"io"
-	"mime"
-	"mime/multipart"
-	"net/url"
-	"os"
-	"strconv"
-	"strings"
+  "bufio"
+  "fmt"
+  "io"
+  "mime"
+  "mime/multipart"
+  "net/url"
+  "os"
+  "strconv"
+  "strings"
 )
 
 var fields, names, values int64
 
 func check(err error) {
-	if err != nil {
-		fmt.Fprintln(os.Stderr, err)
-		os.Exit(1)
-	}
+  if err != nil {
+    fmt.Fprintln(os.Stderr, err)
+    os.Exit(1)
+  }
 }
 
 func pairs(length int) {
-	body := make([]byte, length)
-	_, err := io.ReadFull(os.Stdin, body)
-	check(err)
-	all, err := url.ParseQuery(string(body))
-	check(err)
-	for name, texts := range all {
-		for _, text := range texts {
-			fields++
-			names += int64(len(name))
-			values += int64(len(text))
-		}
-	}
+  body := make([]byte, length)
+  _, err := io.ReadFull(os.Stdin, body)
+  check(err)
+  all, err := url.ParseQuery(string(body))
+  check(err)
+  for name, texts := range all {
+    for _, text := range texts {
+      fields++
+      names += int64(len(name))
+      values += int64(len(text))
+    }
+  }
 }
 
 func value(part *multipart.Part, operation string) int64 {
-	if operation == "skip" {
-		count, err := io.Copy(io.Discard, part)
-		check(err)
-		return count
-	}
-	if operation == "write" {
-		file, err := os.Create(os.Getenv("FOLDER") + "/saved")
-		check(err)
-		count, err := io.Copy(file, part)
-		check(err)
-		check(file.Close())
-		return count
-	}
-	text, err := io.ReadAll(part)
-	check(err)
-	return int64(len(string(text)))
+  if operation == "skip" {
+    count, err := io.Copy(io.Discard, part)
+    check(err)
+    return count
+  }
+  if operation == "write" {
+    file, err := os.Create(os.Getenv("FOLDER") + "/saved")
+    check(err)
+    count, err := io.Copy(file, part)
+    check(err)
+    check(file.Close())
+    return count
+  }
+  text, err := io.ReadAll(part)
+  check(err)
+  return int64(len(string(text)))
 }
 
 func parts(boundary string, length int, operation string) {
-	source := bufio.NewReaderSize(io.LimitReader(os.Stdin, int64(length)), 128*1024)
-	reader := multipart.NewReader(source, boundary)
-	for {
-		part, err := reader.NextRawPart()
-		if err == io.EOF {
-			return
-		}
-		check(err)
-		fields++
-		names += int64(len(part.FormName()))
-		values += value(part, operation)
-	}
+  source := bufio.NewReaderSize(io.LimitReader(os.Stdin, int64(length)), 128*1024)
+  reader := multipart.NewReader(source, boundary)
+  for {
+    part, err := reader.NextRawPart()
+    if err == io.EOF {
+      return
+    }
+    check(err)
+    fields++
+    names += int64(len(part.FormName()))
+    values += value(part, operation)
+  }
 }
 
 func main() {
-	times := 1
-	if len(os.Args) > 2 {
-		times, _ = strconv.Atoi(os.Args[2])
-	}
-	for ; times > 0; times-- {
-		fields, names, values = 0, 0, 0
-		length, err := strconv.Atoi(os.Getenv("CONTENT_LENGTH"))
-		check(err)
-		kind, parameters, err := mime.ParseMediaType(os.Getenv("CONTENT_TYPE"))
-		check(err)
-		if strings.HasPrefix(kind, "multipart/") {
-			parts(parameters["boundary"], length, os.Args[1])
-		} else {
-			pairs(length)
-		}
-		os.Stdin.Seek(0, 0)
-	}
-	fmt.Printf("Content-Type: text/plain\n\n%d fields, names of %d and values of %d bytes\n",
-		fields, names, values)
+  times := 1
+  if len(os.Args) > 2 {
+    times, _ = strconv.Atoi(os.Args[2])
+  }
+  for ; times > 0; times-- {
+    fields, names, values = 0, 0, 0
+    length, err := strconv.Atoi(os.Getenv("CONTENT_LENGTH"))
+    check(err)
+    kind, parameters, err := mime.ParseMediaType(os.Getenv("CONTENT_TYPE"))
+    check(err)
+    if strings.HasPrefix(kind, "multipart/") {
+      parts(parameters["boundary"], length, os.Args[1])
+    } else {
+      pairs(length)
+    }
+    os.Stdin.Seek(0, 0)
+  }
+  fmt.Printf("Content-Type: text/plain\n\n%d fields, names of %d and values of %d bytes\n",
+    fields, names, values)
 }
 """
 
@@ -184,7 +184,8 @@ while times > 0:
     times -= 1
     kind, options = parse_options_header(os.environ["CONTENT_TYPE"])
     body = open(0, "rb", closefd=False)
-    parser = FormDataParser(stream_factory=factory, silent=False) if factory else FormDataParser(silent=False)
+    chosen = {"stream_factory": factory} if factory else {}
+    parser = FormDataParser(silent=False, **chosen)
     length = int(os.environ["CONTENT_LENGTH"])
     parser.max_form_parts = None
     _, form, files = parser.parse(body, kind, length, options)
@@ -275,7 +276,7 @@ memory_limit = -1
 
 PHP_HEADER = "Content-type: text/plain;charset=UTF-8\r\n\r\n"
 
-# A post processor needs a connection, but only to find its content type. So this connects to itself,
+# A post processor needs a connection, but only to find its content type. So this connects to itself
 # and hands standard input to post processors while it answers that one request.
 C = r"""
 #define _GNU_SOURCE

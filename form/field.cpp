@@ -26,9 +26,9 @@ char *Records::makeRoom(TarnForm *form, bool kept, size_t size) {
 
 TarnFormField *Records::add(TarnForm *form, std::string_view name, const char *filename,
                             size_t filename_size, std::string_view headers, uint64_t offset) {
-  if (name.size() >= UINT32_MAX || filename_size >= UINT32_MAX || headers.size() >= INT32_MAX) {
-    return nullptr;
-  }
+  const bool fits =
+      name.size() < UINT32_MAX && filename_size < UINT32_MAX && headers.size() < INT32_MAX;
+  if (!fits) return nullptr;
   const uint64_t texts = uint64_t{name.size()} + filename_size + headers.size() + 3;
   if (texts > UINT32_MAX - sizeof(TarnFormField)) return nullptr;
   char *place = makeRoom(form, false, sizeof(TarnFormField) + static_cast<size_t>(texts));

@@ -111,11 +111,13 @@ bool keepValue(TarnForm &form, uint32_t place, bool is_file) {
   if (form.problem) return false;
   form.kept.at(place)->setSize(form.size);
   if (!keeping.in_file) return form.kept.append('\0') || form.raiseOutOfMemory();
-  form.kept.at(place)->in_file = 1;
   // A zero byte follows in the file, too.
   if (ftruncate(form.spool, static_cast<off_t>(++form.spool_size)) != 0) return raiseSpool(form);
   const auto *bytes = reinterpret_cast<const char *>(&keeping.spooled);
-  return form.kept.append({bytes, sizeof keeping.spooled}) || form.raiseOutOfMemory();
+  if (!form.kept.append({bytes, sizeof keeping.spooled})) return form.raiseOutOfMemory();
+  // Only now: releaseKept() looks for the place in the file behind such a record.
+  form.kept.at(place)->in_file = 1;
+  return true;
 }
 
 bool keepField(TarnForm &form, const TarnFormField &field) {
@@ -158,7 +160,7 @@ Places placesIn(const Bytes &bytes) {
   return {begin, begin + bytes.size() / sizeof(uint32_t)};
 }
 
-// A hash of a name in any case, in which different names may have the same one.
+// A hash that does not depend on the case of letters. Different names may have the same one.
 uint32_t hashOf(std::string_view name) {
   constexpr uint64_t kLower = 0x2020202020202020;
   constexpr uint64_t kFactor = 0x9E3779B97F4A7C15;
@@ -193,7 +195,7 @@ class Order {
     return placesIn(bytes);
   }
 
-  // How many bytes the result and the counters of the buckets take.
+  // How many bytes to reserve for the result and, behind it, a number for each bucket.
   static size_t roomFor(size_t fields) {
     return (fields + 2 * (fields / kFieldsInBucket) + 2) * sizeof(uint32_t);
   }
@@ -238,6 +240,8 @@ class Order {
   void sort(Bytes &bytes) {
     const Places all = placesIn(form_.order);
     auto *sorted = reinterpret_cast<uint32_t *>(bytes.data());
+    // First how many fields the bucket before has, then where the bucket begins, and at last where it
+    // ends, since each field moves that.
     uint32_t *ends = sorted + count();
     std::memset(ends, 0, (buckets_ + 1) * sizeof *ends);
     for (const uint32_t *place = all.begin; place != all.end; ++place) {
@@ -247,8 +251,9 @@ class Order {
     for (const uint32_t *place = all.begin; place != all.end; ++place) {
       sorted[ends[bucketOf(nameAt(*place))]++] = *place;
     }
-    for (uint32_t i = 0; i < buckets_; ++i)
+    for (uint32_t i = 0; i < buckets_; ++i) {
       sortBucket(sorted + (i > 0 ? ends[i - 1] : 0), sorted + ends[i]);
+    }
     bytes.grow(count() * sizeof(uint32_t));
   }
 

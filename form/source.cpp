@@ -87,10 +87,6 @@ bool Source::wait(const Limits &limits, Problem &problem) const {
 
 bool Source::more(const Limits &limits, Problem &problem) {
   if (problem || at_end_) return false;
-  const uint64_t most = limits[TARN_FORM_BODY_SIZE];
-  if (length_ != TARN_FORM_UNLIMITED && length_ > most) {
-    return problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
-  }
   if (inMemory() || arrived() == length_) return false;
   if (!buffer_ && !startReading(limits, problem)) return false;
 
@@ -106,6 +102,8 @@ bool Source::more(const Limits &limits, Problem &problem) {
       readOnce(missing < room ? static_cast<size_t>(missing) : room, limits, problem);
   if (count > 0) {
     end_ += count;
+    // A known length was compared with the limit before.
+    const uint64_t most = limits[TARN_FORM_BODY_SIZE];
     return arrived() <= most || problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
   }
   at_end_ = true;

@@ -172,8 +172,11 @@ TarnFormField *stepToPair(TarnForm &form) {
       if (!form.problem) form.stage = Stage::kAfterFields;
       return nullptr;
     }
-    if (form.source.window().front() != '&') break;
-    form.source.consume(1);
+    const std::string_view window = form.source.window();
+    size_t empty = 0;
+    while (empty < window.size() && window[empty] == '&') ++empty;
+    if (empty == 0) break;
+    form.source.consume(empty);
   }
   if (!form.countField()) return nullptr;
   const uint64_t offset = form.source.position();

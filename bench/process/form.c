@@ -3,7 +3,7 @@
  * Usage: form OPERATION [TIMES]
  *
  *   text   reads each value as a text
- *   load   loads the form, and looks up the first, middle and last of the fields field0, field1, ...
+ *   load   loads the form, and looks up the names of the first, middle and last field
  *   skip   skips the values
  *   block  reads them block by block
  *   body   does that with the body as it is
@@ -85,8 +85,7 @@ static void body(TarnForm *form) {
 }
 
 static void look(TarnForm *form, unsigned long long index) {
-  char name[32];
-  snprintf(name, sizeof name, "field%llu", index);
+  const char *name = TarnFormField_name(TarnForm_get(form, NULL, index));
   check(TarnFormField_text(TarnForm_get(form, name, 0)) != NULL, "a field is missing");
 }
 
@@ -96,7 +95,7 @@ static void load(TarnForm *form) {
   TarnForm_load(form);
   all = TarnForm_count(form, NULL);
   for (i = 0; i < all; ++i) count(TarnForm_get(form, NULL, i));
-  if (all < 3) return;
+  if (all == 0) return;
   look(form, 0);
   look(form, all / 2);
   look(form, all - 1);

@@ -10,6 +10,7 @@
 #include "support/form.h"
 #include "support/guarded.h"
 #include "support/handles.h"
+#include "support/processor_time.h"
 
 namespace tarn_test {
 namespace {
@@ -35,7 +36,7 @@ TEST(MemoryEdgeDeathTest, KillsAProgramThatReadsOrWritesOneByteBeyond) {
 TEST(MemoryEdge, IsNotCrossedByUnescapeString) {
   const std::string pieces[] = {"a", "%", "4", "+", "%4", "%41", "%zz", "%00", "\xFF"};
   std::mt19937 random(20070717);
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < roundsInTime(3000); ++round) {
     std::string text;
     for (auto length = random() % 6; length > 0; --length) text += pieces[random() % 9];
     GuardedText input(text);

@@ -365,12 +365,12 @@ class Termination(ScriptCase):
         done, longest = [], 0.0
         for number in range(self.ROUNDS):
             path, kind, sent = request(number)
-            with tempfile.TemporaryFile() as file, tempfile.TemporaryDirectory() as counts:
+            with tempfile.TemporaryFile() as file:
                 file.write(sent)
                 file.seek(0)
                 with subprocess.Popen(
                     [path],
-                    env=script.counting_in(counts, self.variables(kind, sent, number)),
+                    env=self.variables(kind, sent, number),
                     stdin=file,
                     stdout=subprocess.PIPE,
                     stderr=subprocess.DEVNULL,

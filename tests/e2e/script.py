@@ -3,7 +3,6 @@
 import re
 import resource
 import subprocess
-import tempfile
 
 
 def run(path, variables, body=b"", largest_file=resource.RLIM_INFINITY):
@@ -15,35 +14,23 @@ def run(path, variables, body=b"", largest_file=resource.RLIM_INFINITY):
     def limit():
         resource.setrlimit(resource.RLIMIT_FSIZE, (largest_file, resource.RLIM_INFINITY))
 
-    with tempfile.TemporaryDirectory() as counts:
-        if largest_file != resource.RLIM_INFINITY:
-            variables = counting_in(counts, variables)
-        # Python ignores SIGXFSZ, and the script inherits that.
-        done = subprocess.run(
-            [path],
-            env=variables,
-            input=body,
-            capture_output=True,
-            preexec_fn=limit,
-            restore_signals=False,
-            check=True,
-            timeout=100,
-        )
+    # Python ignores SIGXFSZ, and the script inherits that.
+    done = subprocess.run(
+        [path],
+        env=variables,
+        input=body,
+        capture_output=True,
+        preexec_fn=limit,
+        restore_signals=False,
+        check=True,
+        timeout=100,
+    )
     head, page = re.split(b"\r?\n\r?\n", done.stdout, maxsplit=1)
     lines = head.decode().splitlines()
     status = 200
     if lines[0].startswith("Status: "):
         status = int(lines[0].split(" ")[1])
     return status, lines, page, done.stderr.decode()
-
-
-def counting_in(folder, variables):
-    """Returns the variables for a script that may be unable to finish.
-
-    A script with coverage counters adds them to its files when it exits. If it is killed or cannot
-    write then, it leaves damaged files, and later runs print errors. So its files are in `folder`.
-    """
-    return {**variables, "GCOV_PREFIX": folder}
 
 
 def post(content_type, body):

@@ -63,13 +63,14 @@ class ArrivingForm {
   TarnForm *form_;
 };
 
-// A new folder, also for temporary files.
+// A new folder, also for temporary files; in memory, if possible, since files are often synced.
 class Folder {
  public:
   Folder() {
-    char path[] = "/tmp/tarn-form-test-XXXXXX";
-    path_ = mkdtemp(path);
-    setenv("TMPDIR", path, 1);
+    const bool has_memory = access("/dev/shm", W_OK) == 0;
+    std::string path = std::string(has_memory ? "/dev/shm" : "/tmp") + "/tarn-form-test-XXXXXX";
+    path_ = mkdtemp(path.data());
+    setenv("TMPDIR", path.c_str(), 1);
   }
   ~Folder() {
     unsetenv("TMPDIR");
@@ -216,11 +217,14 @@ class SavingAtEachFailure : public testing::TestWithParam<Can> {};
 INSTANTIATE_TEST_SUITE_P(FileSystems, SavingAtEachFailure, testing::ValuesIn(kFileSystems));
 
 TEST_P(SavingAtEachFailure, KeepsTheWholeFileOrNothing) {
-  for (const int error : {EIO, ENOSPC, EINTR}) {
+  // The last four also mean that a file system cannot do something.
+  for (const int error : {EIO, ENOSPC, EINTR, EINVAL, ENOSYS, EISDIR, EWOULDBLOCK}) {
+    size_t syncs = 0;
     forEachFailingCall(GetParam(), error, [&] {
       const Folder folder;
       ArrivingForm form(false);
       const int result = save(form, folder, "photo");
+      syncs += calls.last_failing != SIZE_MAX && strcmp(calls.failed, "fsync") == 0;
       const bool unlinks = strncmp(calls.failed, "unlink", 6) == 0;
       const bool later = calls.last_failing == SIZE_MAX;
       EXPECT_TRUE(result == 0 || result == error) << result << " after " << calls.failed;
@@ -234,6 +238,7 @@ TEST_P(SavingAtEachFailure, KeepsTheWholeFileOrNothing) {
       EXPECT_EQ(TarnForm_next(form), nullptr);
       EXPECT_EQ(TarnForm_isWhole(form), 1) << "a disk's error is none of the form";
     });
+    EXPECT_EQ(syncs, 2U) << "the file, and the folder with its name";
   }
 }
 
@@ -249,6 +254,59 @@ TEST_P(SavingAtEachFailure, OfReadingKeepsTheWholeFileOrNothing) {
     if (result == -1) {
       EXPECT_EQ(TarnForm_problem(form), TARN_FORM_READ_ERROR);
     }
+  });
+}
+
+// As if another process had taken each name.
+TEST(SavingUnderATemporaryName, EndsWhenEachIsTaken) {
+  const Folder folder;
+  calls = {};
+  calls.can = Can::kNoFileWithoutAName;
+  calls.error = EEXIST;
+  calls.first_failing = 3;  // behind the folder and the final name
+  calls.last_failing = SIZE_MAX;
+  EXPECT_EQ(saveAsItIs(folder, "photo"), EEXIST);
+  EXPECT_STREQ(calls.failed, "close");
+  EXPECT_GT(calls.count, 10000U);
+  EXPECT_EQ(folder.names(), Names{});
+  calls = {};
+}
+
+// What a process that died left, under one of the names.
+TEST(SavingBesideALeftoverAtEachFailure, KeepsTheWholeFileOrNothing) {
+  for (const int error : {EIO, EWOULDBLOCK}) {
+    forEachFailingCall(Can::kNoFileWithoutAName, error, [&] {
+      const Folder folder;
+      std::ofstream(std::string(folder.path()) + "/.tarn-form-0") << "left";
+      ArrivingForm form(false);
+      const int result = save(form, folder, "photo");
+      EXPECT_TRUE(result == 0 || result == error) << result << " after " << calls.failed;
+      EXPECT_TRUE(result != 0 || folder.content("photo") == kFile) << calls.failed;
+      EXPECT_TRUE(result == 0 || !folder.has("photo") || calls.last_failing == SIZE_MAX);
+    });
+  }
+}
+
+// Another process takes the name while the value arrives, so a second name is tried.
+TEST_P(SavingAtEachFailure, UnderASecondNameKeepsTheWholeFileOrNothing) {
+  forEachFailingCall(GetParam(), EIO, [] {
+    const Folder folder;
+    Pieces pieces(kForm, {30000});
+    pieces.meanwhile = [&] {
+      calls.watched = false;
+      std::ofstream(std::string(folder.path()) + "/taken") << "old";
+      calls.watched = true;
+    };
+    TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, kForm.size());
+    TarnFormField *field = TarnForm_next(form);
+    watchCalls([&] {
+      if (TarnFormField_save(field, folder.path(), "taken") != EEXIST) return;
+      const int result = TarnFormField_save(field, folder.path(), "photo");
+      EXPECT_TRUE(result == 0 || result == EIO || result == EXDEV) << calls.failed;
+    });
+    TarnForm_close(form);
+    EXPECT_TRUE(!folder.has("photo") || folder.content("photo") == kFile) << calls.failed;
+    EXPECT_TRUE(!folder.has("taken") || folder.content("taken") == "old") << calls.failed;
   });
 }
 
@@ -322,7 +380,7 @@ std::string readBlocks(TarnFormField *field) {
 }
 
 TEST_P(LoadingAtEachFailure, KeepsAllFieldsOrNone) {
-  for (const int error : {EIO, ENOSPC, EINTR}) {
+  for (const int error : {EIO, ENOSPC, EINTR, EISDIR}) {
     forEachFailingCall(GetParam(), error, [&] {
       const Folder folder;
       {
@@ -345,6 +403,19 @@ TEST_P(LoadingAtEachFailure, KeepsAllFieldsOrNone) {
       }
     });
   }
+}
+
+TEST(LoadingWithoutRoomForAPath, KeepsNothing) {
+  const Folder folder;
+  std::string path = folder.path();
+  while (path.size() + 2 < 4090) path += "/.";
+  setenv("TMPDIR", path.c_str(), 1);
+  calls = {};
+  calls.can = Can::kNoFileWithoutAName;
+  ArrivingForm form(false);
+  EXPECT_EQ(watchCalls([&] { return TarnForm_load(form); }), 0);
+  EXPECT_EQ(TarnForm_problem(form), TARN_FORM_OUT_OF_MEMORY);
+  calls = {};
 }
 
 TEST(LoadingAtShortWrites, KeepsEveryByte) {

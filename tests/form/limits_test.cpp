@@ -31,6 +31,22 @@ uint64_t countFields(TarnForm *form) {
   return count;
 }
 
+class Pipe {
+ public:
+  Pipe() { EXPECT_EQ(pipe(ends_), 0); }
+  ~Pipe() {
+    close(ends_[0]);
+    close(ends_[1]);
+  }
+  int out() const { return ends_[0]; }
+  void send(const char *text) const {
+    EXPECT_EQ(write(ends_[1], text, std::strlen(text)), static_cast<ssize_t>(std::strlen(text)));
+  }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
+
 TEST(Limit, OfFieldsIsAThousand) {
   std::string parts, pairs;
   for (int i = 0; i < 1000; ++i) {
@@ -109,6 +125,29 @@ TEST(Limit, OfTextAppliesOnlyToTexts) {
   TarnForm_close(form);
 }
 
+TEST(Limit, OfTextAppliesToTheCopyOfAView) {
+  const std::string body = part("name=\"a\"", std::string(100, 'v')) + "--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  TarnForm_setLimit(form, TARN_FORM_TEXT_SIZE, 99);
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_NE(TarnFormField_view(field), nullptr);
+  EXPECT_EQ(TarnFormField_text(field), nullptr);
+  expectLimit(form, TARN_FORM_TEXT_SIZE, 99);
+  EXPECT_EQ(TarnForm_limit(form, nullptr, nullptr), 1);
+  TarnForm_close(form);
+}
+
+TEST(Limit, OfSecondsMayBeAsLongAsItWants) {
+  const Pipe pipe;
+  pipe.send("a=1&b=2");
+  TarnForm *form = TarnForm_openDescriptor(kUrlEncoded, pipe.out(), 7);
+  TarnForm_setLimit(form, TARN_FORM_WAIT_SECONDS, TARN_FORM_UNLIMITED - 1);
+  TarnForm_setLimit(form, TARN_FORM_TOTAL_SECONDS, TARN_FORM_UNLIMITED - 1);
+  EXPECT_EQ(TarnForm_limit(form, nullptr, nullptr), 0);
+  EXPECT_EQ(TarnForm_load(form), 1) << TarnForm_message(form);
+  TarnForm_close(form);
+}
+
 TEST(Limit, OfTheBodyIsTestedBeforeReading) {
   const Pieces pieces("a=1&b=2", {3});
   TarnForm *form = TarnForm_openDescriptor(kUrlEncoded, Pieces::kDescriptor, 7);
@@ -132,22 +171,6 @@ TEST(Limit, OfABodyWithoutALengthIsTestedWhileItIsRead) {
   expectLimit(form, TARN_FORM_BODY_SIZE, 6);
   TarnForm_close(form);
 }
-
-class Pipe {
- public:
-  Pipe() { EXPECT_EQ(pipe(ends_), 0); }
-  ~Pipe() {
-    close(ends_[0]);
-    close(ends_[1]);
-  }
-  int out() const { return ends_[0]; }
-  void send(const char *text) const {
-    EXPECT_EQ(write(ends_[1], text, std::strlen(text)), static_cast<ssize_t>(std::strlen(text)));
-  }
-
- private:
-  int ends_[2] = {-1, -1};
-};
 
 TEST(SlowSender, IsWaitedForOnlySoLong) {
   const Pipe pipe;

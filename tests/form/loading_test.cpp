@@ -132,6 +132,31 @@ TEST(Loading, HasLimitsForTexts) {
   }
 }
 
+TEST(Loading, HasALimitForNamesAndHeadersToo) {
+  const std::string body = part("name=\"" + std::string(5000, 'n') + "\"", "") + "--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  TarnForm_setLimit(form, TARN_FORM_LOAD_SIZE, 5000);
+  EXPECT_EQ(TarnForm_load(form), 0);
+  TarnFormLimit limit = 0;
+  EXPECT_EQ(TarnForm_limit(form, &limit, nullptr), 1);
+  EXPECT_EQ(limit, TARN_FORM_LOAD_SIZE);
+  TarnForm_close(form);
+}
+
+TEST(Loading, UsesTmpWithoutATemporaryFolder) {
+  for (const Variables &variables : {Variables{}, Variables{{"TMPDIR", ""}}}) {
+    asScript(variables, "", [] {
+      const std::string body = part("name=\"f\"; filename=\"x\"", "value") + "--b--";
+      TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+      TarnForm_setLimit(form, TARN_FORM_MEMORY_SIZE, 2);
+      EXPECT_EQ(TarnForm_load(form), 1);
+      EXPECT_STREQ(TarnFormField_text(TarnForm_get(form, "f", 0)), "value");
+      EXPECT_EQ(TarnForm_body(form), nullptr);
+      TarnForm_close(form);
+    });
+  }
+}
+
 TEST(Loading, CannotKeepFilesWithoutATemporaryFolder) {
   asScript({{"TMPDIR", "/missing"}}, "", [] {
     const std::string body = part("name=\"f\"; filename=\"x\"", std::string(100, 'x')) + "--b--";
@@ -171,7 +196,7 @@ TEST(Loading, FindsEachOfManyFields) {
 
 TEST(Cookies, AreFoundByTheirLiteralNames) {
   asScript({{"HTTP_COOKIE",
-             " a=1;b = 2; A=3;a=4; c=\"x y\"; d; e=%41+%zz; __%48ost-s=bad; z=%00; =n; f="}},
+             "; a=1;;b = 2; A=3;a=4; c=\"x y\"; d; e=%41+%zz; __%48ost-s=bad; z=%00; =n; f="}},
            "", [] {
              TarnForm *form = TarnForm_openQuery("");
              EXPECT_STREQ(TarnForm_cookie(form, "a"), "1");
@@ -201,8 +226,12 @@ TEST(Query, IsFoundBesideABody) {
   asScript({{"REQUEST_METHOD", "POST"},
             {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
             {"CONTENT_LENGTH", "3"},
-            {"QUERY_STRING", "id=7&q=a+b%21&flag&%69d=8&zero=%00"}},
+            {"QUERY_STRING", "&&id=7&q=a+b%21&flag&%69d=8&zero=%00"}},
            "a=1", [] {
+             TarnForm *query = TarnForm_openQuery(nullptr);
+             EXPECT_EQ(TarnForm_load(query), 1);
+             EXPECT_STREQ(TarnFormField_text(TarnForm_get(query, "id", 1)), "8");
+             TarnForm_close(query);
              TarnForm *form = TarnForm_open();
              EXPECT_STREQ(TarnForm_query(form, "id"), "7");
              EXPECT_STREQ(TarnForm_query(form, "q"), "a+b%21");
@@ -211,14 +240,15 @@ TEST(Query, IsFoundBesideABody) {
              EXPECT_STREQ(TarnForm_query(form, "%69d"), "8");
              EXPECT_EQ(TarnForm_decodedQuery(form, "zero"), nullptr);
              EXPECT_EQ(TarnForm_query(form, "none"), nullptr);
+             EXPECT_EQ(TarnForm_query(form, nullptr), nullptr);
              EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), "1");
              TarnForm_close(form);
            });
 }
 
 TEST(Utf8, IsToldFromOtherBytes) {
-  for (const char *text : {"", "a", "\xC3\xA9", "\xE2\x82\xAC", "\xED\x9F\xBF", "\xEE\x80\x80",
-                           "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "a\xC3\xA9z"}) {
+  for (const char *text : {"", "a", "\xC3\xA9", "\xE2\x82\xAC", "\xE0\xA0\x80", "\xED\x9F\xBF",
+                           "\xEE\x80\x80", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "a\xC3\xA9z"}) {
     EXPECT_EQ(TarnForm_isUtf8(text, std::string(text).size()), 1) << shown(text);
   }
   for (const char *text : {"\x80", "\xC3", "\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80",

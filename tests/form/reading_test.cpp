@@ -5,11 +5,15 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "support/pieces.h"
+#include "support/processor_time.h"
 #include "support/script.h"
 #include "tarn_form.h"
 
@@ -310,6 +314,41 @@ TEST(Field, CutShortIsNotReturnedInAnyWay) {
   }
 }
 
+TEST(Field, IsRefusedWithoutAPlaceForItsBytes) {
+  const std::string body = part("name=\"a\"", "value") + "--b--";
+  TarnForm *form = open(kMultipart, body);
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_block(field, nullptr), -1);
+  EXPECT_EQ(TarnFormField_read(field, nullptr, 1), -1);
+  EXPECT_EQ(TarnFormField_read(field, nullptr, 0), 0);
+  EXPECT_EQ(TarnFormField_headerSize(field, nullptr), 0U);
+  EXPECT_STREQ(TarnFormField_text(field), "value");
+  const void *block = nullptr;
+  EXPECT_EQ(TarnFormField_block(field, &block), 5);
+  EXPECT_EQ(TarnFormField_block(field, &block), 0);
+  TarnForm_close(form);
+}
+
+TEST(Field, IsNotViewedWhereItArrivesInPieces) {
+  const Pieces pieces("a=plain", {100});
+  TarnForm *form = TarnForm_openDescriptor(kUrlEncoded, Pieces::kDescriptor, 7);
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_view(field), nullptr);
+  EXPECT_STREQ(TarnFormField_text(field), "plain");
+  TarnForm_close(form);
+}
+
+TEST(Field, HasNoViewAfterAProblem) {
+  const std::string cut = part("name=\"a\"", "value");
+  TarnForm *form = open(kMultipart, cut);
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_skip(field), 0);
+  EXPECT_EQ(TarnFormField_view(field), nullptr);
+  EXPECT_EQ(TarnFormField_write(field, 1), -1);
+  EXPECT_EQ(TarnFormField_save(field, "/tmp", "never"), -1);
+  TarnForm_close(form);
+}
+
 // ---- The whole body -------------------------------------------------------------------------------
 
 TEST(Body, OfAnyTypeIsOneFieldWithoutAName) {
@@ -343,6 +382,44 @@ TEST(Body, ShorterThanItsLengthIsCutShort) {
   EXPECT_EQ(TarnFormField_text(TarnForm_body(form)), nullptr);
   EXPECT_EQ(TarnForm_problem(form), TARN_FORM_CUT_SHORT);
   EXPECT_EQ(TarnForm_problemOffset(form), 4U);
+  TarnForm_close(form);
+}
+
+TEST(Body, MayHaveNoBytesAndNoType) {
+  TarnForm *form = TarnForm_openMemory(nullptr, nullptr, 5);
+  EXPECT_EQ(TarnForm_next(form), nullptr);
+  EXPECT_EQ(TarnForm_isWhole(form), 1) << TarnForm_message(form);
+  TarnForm_close(form);
+  form = TarnForm_openMemory(nullptr, "", 0);
+  TarnFormField *field = TarnForm_body(form);
+  EXPECT_EQ(TarnFormField_type(field), nullptr);
+  EXPECT_STREQ(TarnFormField_text(field), "");
+  TarnForm_readToEnd(form);
+  EXPECT_EQ(TarnForm_isWhole(form), 1);
+  TarnForm_close(form);
+}
+
+TEST(Body, WithoutALengthAndATypeIsAFormOnlyIfItIsEmpty) {
+  for (const char *bytes : {"", "a"}) {
+    const Pieces pieces(bytes, {1});
+    TarnForm *form = TarnForm_openDescriptor(nullptr, Pieces::kDescriptor, TARN_FORM_UNLIMITED);
+    EXPECT_EQ(TarnForm_next(form), nullptr);
+    EXPECT_EQ(TarnForm_isWhole(form), *bytes == '\0');
+    EXPECT_EQ(TarnForm_problem(form),
+              *bytes == '\0' ? TARN_FORM_NO_PROBLEM : TARN_FORM_UNSUPPORTED_TYPE);
+    TarnForm_close(form);
+  }
+  const Pieces pieces("", {1}, EIO);
+  TarnForm *form = TarnForm_openDescriptor(nullptr, Pieces::kDescriptor, TARN_FORM_UNLIMITED);
+  EXPECT_EQ(TarnForm_next(form), nullptr);
+  EXPECT_EQ(TarnForm_problem(form), TARN_FORM_READ_ERROR);
+  TarnForm_close(form);
+}
+
+TEST(Body, CannotBeReadWithoutADescriptor) {
+  TarnForm *form = TarnForm_openDescriptor("text/plain", -1, 5);
+  EXPECT_EQ(TarnForm_body(form), nullptr);
+  EXPECT_EQ(TarnForm_problem(form), TARN_FORM_READ_ERROR);
   TarnForm_close(form);
 }
 
@@ -434,6 +511,88 @@ TEST(NullForm, CountsAsOneWithoutMemory) {
   EXPECT_EQ(TarnFormField_write(nullptr, 1), -1);
   EXPECT_EQ(TarnFormField_save(nullptr, "/tmp", "x"), -1);
   EXPECT_EQ(TarnFormField_skip(nullptr), 0);
+}
+
+// ---- Large bodies ---------------------------------------------------------------------------------
+
+std::string repeated(const std::string &piece, size_t size) {
+  std::string text;
+  text.reserve(size + piece.size());
+  while (text.size() < size) text += piece;
+  return text;
+}
+
+void readInProportion(const char *type, const std::string &body) {
+  limitProcessorTime();
+  const Pieces pieces(body, {65536});
+  TarnForm *form = TarnForm_openDescriptor(type, Pieces::kDescriptor, body.size());
+  TarnForm_setLimit(form, TARN_FORM_FIELDS, TARN_FORM_UNLIMITED);
+  TarnForm_setLimit(form, TARN_FORM_HEADER_SIZE, TARN_FORM_UNLIMITED);
+  TarnForm_setLimit(form, TARN_FORM_TEXT_SIZE, TARN_FORM_UNLIMITED);
+  TarnForm_setLimit(form, TARN_FORM_LOAD_SIZE, TARN_FORM_UNLIMITED);
+  EXPECT_EQ(TarnForm_load(form), 1) << TarnForm_message(form);
+  TarnForm_get(form, "b", 0);
+  TarnForm_getIgnoringCase(form, "B", 0);
+  TarnForm_close(form);
+}
+
+// In quadratic time, each of these would take longer than the limit of processor time.
+TEST(HostileFormLarge, IsReadInTimeInProportionToItsSize) {
+  constexpr size_t size = size_t{1} << 20;
+  const std::string dashes(70, '-');
+  const std::string type_of_dashes = "multipart/form-data; boundary=" + dashes;
+  const std::string end = "--b--";
+  for (const char *piece : {"\r\n--", "\r\n--a", "\r", "\r\n", "-", "\r\n-\r\n--"}) {
+    readInProportion(kMultipart, part("name=a", repeated(piece, size) + " ") + end);
+    const std::string value = repeated(piece, size) + " ";
+    readInProportion(type_of_dashes.c_str(), part("name=a", value, dashes) + "--" + dashes + "--");
+  }
+  readInProportion(kMultipart, repeated("\r\n--", size) + "\r\n" + part("name=a", "1") + end);
+  readInProportion(kMultipart, part("name=a\r\nX: " + std::string(size, 'x'), "1") + end);
+  readInProportion(kMultipart, part("name=a" + repeated("\r\nX: y", size), "1") + end);
+  readInProportion(kMultipart, part("name=\"" + repeated("%22\\", size) + "\"", "1") + end);
+  readInProportion(kMultipart, repeated(part("name=a", ""), size) + end);
+  for (const char *piece : {"a=1&", "&", "%", "%4", "a&", "=", "+", "a"}) {
+    readInProportion(kUrlEncoded, repeated(piece, size));
+    readInProportion(kUrlEncoded, "a=" + repeated(piece, size));
+  }
+}
+
+// The memory that is resident now, in bytes.
+size_t residentMemory() {
+  std::ifstream statistics("/proc/self/statm");
+  size_t pages = 0;
+  size_t resident = 0;
+  statistics >> pages >> resident;
+  EXPECT_GT(resident, 0U);
+  return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// The body is a hole in a file, which takes no memory itself.
+TEST(FormBodyGigabytes, IsReadInTwoMebibytes) {
+  const std::string head = "--b\r\nContent-Disposition: form-data; name=a; filename=f\r\n\r\n";
+  const std::string tail = "\r\n--b--";
+  constexpr uint64_t size = uint64_t{1} << 30;
+  const uint64_t length = head.size() + size + tail.size();
+  const int file = memfd_create("body", 0);
+  ASSERT_EQ(pwrite(file, head.data(), head.size(), 0), static_cast<ssize_t>(head.size()));
+  ASSERT_EQ(pwrite(file, tail.data(), tail.size(), static_cast<off_t>(head.size() + size)),
+            static_cast<ssize_t>(tail.size()));
+  const size_t before = residentMemory();
+  size_t most = before;
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, file, length);
+  TarnFormField *field = TarnForm_next(form);
+  const void *block = nullptr;
+  for (int i = 0; TarnFormField_block(field, &block) > 0; ++i) {
+    if (i % 1000 == 0) most = std::max(most, residentMemory());
+  }
+  most = std::max(most, residentMemory());
+  EXPECT_EQ(TarnFormField_size(field), size);
+  EXPECT_EQ(TarnForm_next(form), nullptr);
+  EXPECT_EQ(TarnForm_isWhole(form), 1);
+  TarnForm_close(form);
+  close(file);
+  EXPECT_LE(most - before, size_t{2} << 20);
 }
 
 }  // namespace

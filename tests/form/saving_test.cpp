@@ -67,6 +67,35 @@ TEST_F(Saving, StoresEveryByte) {
   EXPECT_EQ(about.st_mode & 07777, 0600U);
 }
 
+// A file is written in large blocks, which rarely end where pieces of the body do.
+TEST_F(Saving, StoresEveryByteHoweverItArrives) {
+  const std::string head = "--b\r\nContent-Disposition: form-data; name=a; filename=f\r\n\r\n";
+  int number = 0;
+  for (const size_t size : {131071U, 131072U, 131073U, 139264U, 262144U, 300001U}) {
+    std::string value;
+    for (size_t i = 0; i < size; ++i) value += static_cast<char>(i * i % 251);
+    const std::string body = head + value + "\r\n--b--";
+    for (const auto &pieces :
+         {std::vector<size_t>{1U << 20}, {65536}, {4096}, {131072, 1}, {997}}) {
+      for (const bool whole_body : {false, true}) {
+        const Pieces arriving(body, pieces);
+        TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+        TarnFormField *field = whole_body ? TarnForm_body(form) : TarnForm_next(form);
+        char first[2] = "";
+        EXPECT_EQ(TarnFormField_read(field, first, 2), 2);
+        const std::string name = std::to_string(++number);
+        const int file = open((folder_ / name).c_str(), O_WRONLY | O_CREAT, 0600);
+        EXPECT_EQ(TarnFormField_write(field, file), 0);
+        close(file);
+        EXPECT_EQ(TarnForm_next(form), nullptr);
+        EXPECT_EQ(TarnForm_isWhole(form), 1);
+        TarnForm_close(form);
+        EXPECT_TRUE(std::string(first, 2) + content(name) == (whole_body ? body : value)) << size;
+      }
+    }
+  }
+}
+
 TEST_F(Saving, LeavesNothingOfAFileThatIsCutShort) {
   EXPECT_EQ(save("cut", std::string(200000, 'x'), false), -1);
   EXPECT_EQ(names(), std::set<std::string>{});
@@ -105,6 +134,10 @@ TEST_F(Saving, KeepsAValueWhoseNameIsTakenMeanwhile) {
   EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo"), EEXIST);
   EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo"), EEXIST);
   EXPECT_EQ(TarnFormField_save(field, (folder_ / "other").c_str(), "photo"), EXDEV);
+  EXPECT_EQ(TarnFormField_save(field, (folder_ / "missing").c_str(), "photo"), ENOENT);
+  EXPECT_EQ(TarnFormField_save(field, "/", "photo"), EXDEV);
+  EXPECT_EQ(TarnFormField_save(field, nullptr, "photo"), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), nullptr), EINVAL);
   EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "a/b"), EINVAL);
   EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "photo-2"), 0);
   EXPECT_EQ(content("photo"), "old");
@@ -211,6 +244,48 @@ TEST_F(Saving, StoresNoRestOfAValueAfterAFailedWrite) {
   EXPECT_EQ(TarnForm_isWhole(form), 1);
   TarnForm_close(form);
   EXPECT_EQ(names(), std::set<std::string>{});
+}
+
+TEST_F(Saving, GivesUpAValueWhoseNameIsTakenMeanwhile) {
+  const std::string body =
+      part("name=a", std::string(100000, 'v')) + part("name=b", "next") + "--b--";
+  Pieces pieces(body, {50000});
+  pieces.meanwhile = [this] { std::ofstream(folder_ / "photo") << "old"; };
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+  EXPECT_EQ(TarnFormField_save(TarnForm_next(form), folder_.c_str(), "photo"), EEXIST);
+  EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), "next");
+  EXPECT_EQ(names(), std::set<std::string>{"photo"});
+  TarnForm_close(form);
+}
+
+TEST_F(Saving, StoresTheRestOfAValue) {
+  const std::string body = part("name=a", std::string(100000, 'v')) + "--b--";
+  const Pieces pieces(body, {30000});
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+  TarnFormField *field = TarnForm_next(form);
+  const void *block = nullptr;
+  const int64_t size = TarnFormField_block(field, &block);
+  ASSERT_GT(size, 0);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "rest"), 0);
+  EXPECT_EQ(content("rest").size(), 100000U - static_cast<size_t>(size));
+  TarnForm_close(form);
+}
+
+TEST_F(Saving, StoresSeveralMegabytes) {
+  const std::string value(9 * 1024 * 1024, 'v');
+  EXPECT_EQ(save("large", value), 0);
+  EXPECT_TRUE(content("large") == value);
+}
+
+TEST_F(Saving, RefusesPathsThatAreMissingOrTooLong) {
+  const std::string body = part("name=a", "value") + "--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_save(field, nullptr, "x"), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), nullptr), EINVAL);
+  EXPECT_EQ(TarnFormField_save(field, std::string(5000, 'x').c_str(), "x"), ENAMETOOLONG);
+  EXPECT_EQ(TarnFormField_save(field, folder_.c_str(), "x"), 0);
+  TarnForm_close(form);
 }
 
 TEST_F(Saving, RefusesNamesThatLeadElsewhere) {

@@ -2,7 +2,7 @@
 """The command tarn-form, compared with the model: the same fields, the same outcome.
 
 TARN_FORM is the command that runs it. It runs once or twice for each case: with the body in a file,
-as some web servers pass it, and in a pipe.
+as some web servers pass it, and in a pipe; with BOTH_WAYS=OFF in one of them, by turns.
 """
 
 import base64
@@ -27,6 +27,7 @@ from random_requests import KINDS, random_requests
 
 TARN_FORM = shlex.split(os.environ["TARN_FORM"])
 REQUESTS_OF_A_KIND = int(os.environ.get("REQUESTS_OF_A_KIND", "250"))
+BOTH_WAYS = os.environ.get("BOTH_WAYS", "ON") == "ON"
 VARIABLES = ("REQUEST_METHOD", "CONTENT_TYPE", "CONTENT_LENGTH", "QUERY_STRING")
 
 
@@ -139,13 +140,14 @@ class TarnForm(unittest.TestCase):
         return [f"{text}\n    with the body {ways_}" for text, ways_ in wrong.items()]
 
     def test_reads_what_was_worked_out_by_hand(self):
-        ways = {"in a file": run_with_file, "in a pipe": run_with_pipe}
+        ways = [("in a file", run_with_file), ("in a pipe", run_with_pipe)]
         cases = all_cases()
         self.assertGreater(len(cases), 400)
         failures = []
-        for case in cases:
+        for number, case in enumerate(cases):
             expected = model.read_form(*case.request)
-            failures += self.complaints(case._replace(form=expected), ways)
+            used = ways if BOTH_WAYS else [ways[number % 2]]
+            failures += self.complaints(case._replace(form=expected), dict(used))
         self.report_all(failures)
 
     def test_agrees_with_the_model_on_random_requests(self):

@@ -9,6 +9,10 @@ namespace tarn_test {
 // emulator, with sanitizers or with coverage counters.
 unsigned slowness();
 
+// How many rounds a test of random input runs. The first tenth is enough where each takes long: under
+// Valgrind, in an emulator and with sanitizers.
+inline int roundsInTime(int rounds) { return slowness() > 10 ? rounds / 10 : rounds; }
+
 // Many times what any input of the tests takes in linear time; in quadratic time, the larger ones
 // take longer than this.
 inline constexpr unsigned kSecondsInProportion = 3;
