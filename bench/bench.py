@@ -9,8 +9,8 @@ import re
 import sys
 import textwrap
 
+import form_peers
 import forms
-import peers
 import report
 import workloads
 
@@ -78,7 +78,7 @@ def main():
     intro = introduction(options, os.getloadavg()[0])
     print(intro)
     if options.peers:
-        peers.build()
+        form_peers.build()
     how = workloads.Options(options.rounds, options.quick)
     reports = {}
     for name in options.workloads:

@@ -8,7 +8,7 @@ import tempfile
 
 import bodies
 import measure
-import peers
+import form_peers
 import report
 from bodies import KIB, MIB
 from report import Report, Target
@@ -462,15 +462,15 @@ COMPARED = {
     "a file of 64 MiB, skipped": (lambda: upload(64 * MIB), "skip", 7, 4, 20),
     "a file of 64 MiB, written": (lambda: upload(64 * MIB), "write", 7, 4, 12),
 }
-READERS = ["Tarn", *peers.COMMANDS]
+READERS = ["Tarn", *form_peers.COMMANDS]
 FAST = {"Tarn", "Go", "libmicrohttpd"}
 
 
 def reader(name, operation, answer, times=1):
     if name == "Tarn":
         return candidate(name, [FORM, operation, str(times)], answer)
-    words = peers.command(name, operation, times)
-    return candidate(name, words, peers.answer(name, answer, times))
+    words = form_peers.command(name, operation, times)
+    return candidate(name, words, form_peers.answer(name, answer, times))
 
 
 def compared(options):
@@ -480,7 +480,7 @@ def compared(options):
     for title, (make, operation, usual, slow, fast) in COMPARED.items():
         rounds = options.rounds(usual, 2)
         made = make()
-        made = made._replace(variables=made.variables | peers.variables(operation))
+        made = made._replace(variables=made.variables | form_peers.variables(operation))
         with folder_for_files() as folder, measure.body_file(made.body) as body:
             once = [reader(name, operation, made.answer) for name in READERS]
             medians, samples = run(made, once, body, rounds, folder)

@@ -27,7 +27,10 @@ nitpicky = True
 nitpick_ignore_regex = [
     ("c:identifier", r"NULL|FILE|[a-z]\w*"),
     ("cpp:identifier", r"std|std::.*|detail.*|FILE|INT64_\w+|k[A-Z]\w*|Self|View|Item|Pieces"),
-    ("cpp:identifier", r"(View::)?Iterator|iterator|Element|stdout|Tarn[FHS]\w+|TARN_\w+|\w+_get\w+"),
+    (
+        "cpp:identifier",
+        r"(View::)?Iterator|iterator|Element|stdout|Tarn[FHS]\w+|TARN_\w+|\w+_get\w+",
+    ),
 ]
 suppress_warnings = ["myst.header"]
 

@@ -11,8 +11,10 @@ namespace tarn::form {
 inline constexpr TarnFormLimit kLimits = TARN_FORM_LOAD_SIZE + 1;
 
 struct Limits {
-  uint64_t values[kLimits] = {1000, 16 * 1024,           1024 * 1024, TARN_FORM_UNLIMITED,
-                              60,   TARN_FORM_UNLIMITED, 64 * 1024,   16 * 1024 * 1024};
+  static constexpr uint64_t kKiB = 1024;
+
+  uint64_t values[kLimits] = {1000, 16 * kKiB,           1024 * kKiB, TARN_FORM_UNLIMITED,
+                              60,   TARN_FORM_UNLIMITED, 64 * kKiB,   kKiB * 16 * 1024};
 
   uint64_t operator[](TarnFormLimit limit) const { return values[limit]; }
 };

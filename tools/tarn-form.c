@@ -51,9 +51,9 @@ static void hold_answer(void) {
 static void discard_body(void) {
   struct pollfd input = {STDIN_FILENO, POLLIN, 0};
   char block[65536];
-  int blocks = 1024;
-  while (--blocks > 0 && poll(&input, 1, 1000) > 0 && read(STDIN_FILENO, block, sizeof block) > 0) {
-    continue;
+  int blocks;
+  for (blocks = 0; blocks < 1024; ++blocks) {
+    if (poll(&input, 1, 1000) <= 0 || read(STDIN_FILENO, block, sizeof block) <= 0) return;
   }
 }
 

@@ -11,7 +11,7 @@
  *   save   saves it there with TarnFormField_save()
  *
  * With TIMES it rewinds standard input and reads the same form as often, in one process. Prints how
- * many fields there are and how long their names and values are, as the programs of peers.py do. */
+ * many fields there are and how long their names and values are, as the programs of form_peers.py do. */
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -234,7 +234,7 @@ class Blocks {
   using const_iterator = Iterator;
 
   Iterator begin() const noexcept { return Iterator(place_); }
-  Iterator end() const noexcept { return {}; }
+  static Iterator end() noexcept { return {}; }
 
  private:
   friend class Field;

@@ -407,6 +407,7 @@ class FormReader : public detail::OpenForm {
     return Iterator(*this);
   }
   Iterator begin() && = delete;
+  // NOLINTNEXTLINE(readability-convert-member-functions-to-static): refused on a temporary
   Iterator end() &noexcept { return {}; }
   Iterator end() && = delete;
 

@@ -80,7 +80,7 @@ class FieldRange {
 
   bool empty() const noexcept { return begin() == end(); }
   Iterator begin() const noexcept { return {form_, name_}; }
-  Iterator end() const noexcept { return {}; }
+  static Iterator end() noexcept { return {}; }
 
  private:
   friend class tarn::Form;
@@ -227,6 +227,7 @@ class Form : public detail::OpenForm {
 
   iterator begin() const &noexcept { return {form_, nullptr}; }
   iterator begin() const && = delete;
+  // NOLINTNEXTLINE(readability-convert-member-functions-to-static): refused on a temporary
   iterator end() const &noexcept { return {}; }
   iterator end() const && = delete;
 

@@ -295,7 +295,11 @@ class Generator(unittest.TestCase):
             (close, close.replace("close", "shut"), "no page describes TarnForm_close()"),
             ("/** Closes a form", count + "/** Closes a form", "TarnForm_size(): not documented"),
             (" *  @param block ", " *  @param bloc ", "has no argument bloc"),
-            ("/** As a limit: no limit", "/* As a limit: no limit", "TARN_FORM_UNLIMITED not documented"),
+            (
+                "/** As a limit: no limit",
+                "/* As a limit: no limit",
+                "TARN_FORM_UNLIMITED not documented",
+            ),
             ("/* ---- Opening", "/* ---- Closing", "no page for Closing"),
         ):
             self.refuses(before, after, reason, "tarn_form.h")

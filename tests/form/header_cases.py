@@ -91,7 +91,11 @@ REFUSED = {
             'Content-Disposition: form-data; name=~\t"a"~',
             "malformed_header",
         ),
-        ("folded inside quotes", 'Content-Disposition: form-data; name="a~ b"~', "malformed_header"),
+        (
+            "folded inside quotes",
+            'Content-Disposition: form-data; name="a~ b"~',
+            "malformed_header",
+        ),
         (
             "folded before the value",
             'Content-Disposition:~ form-data; name="a"~',
