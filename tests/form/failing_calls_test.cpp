@@ -457,8 +457,7 @@ TEST(FullDisk, IsReportedByTheWriteToADescriptor) {
 
 // The disk is a small one where mounting is allowed; elsewhere files must not grow.
 int limitDisk(const Folder &folder) {
-  if (unshare(CLONE_NEWNS) == 0 &&
-      mount(nullptr, "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
+  if (unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
       mount("tmpfs", folder.path(), "tmpfs", 0, "size=64k") == 0) {
     return ENOSPC;
   }
