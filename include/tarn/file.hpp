@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -134,6 +135,71 @@ inline std::string_view quoted_after(std::string_view part, std::string_view mar
   return {rest.data(), size};
 }
 
+// A number for a file: equal for equal files, and hardly ever for others.
+inline std::uint64_t mark_of(std::string_view field, std::string_view name,
+                             std::string_view bytes) noexcept {
+  std::uint64_t mark = 14695981039346656037U;
+  const auto add = [&mark](std::string_view text) {
+    for (const char c : text) mark = (mark ^ static_cast<unsigned char>(c)) * 1099511628211U;
+    mark = (mark ^ text.size()) * 1099511628211U;
+  };
+  add(field);
+  add(name);
+  add(bytes);
+  return mark;
+}
+
+// Marks a part, if its value goes on behind the bytes that Tarn_new() keeps. `rest` is the body from
+// this part on. @return false if memory ran out
+inline bool mark_if_cut(Array<std::uint64_t> &marks, std::string_view part, std::string_view rest,
+                        std::string_view boundary) noexcept {
+  std::string_view value = part;
+  if (!skip_past(value, "\r\n\r\n")) return true;
+  rest.remove_prefix(part.size() - value.size());
+  const std::size_t end = value.find("\r\n");
+  value = {value.data(), end == std::string_view::npos ? 0 : end};
+  // The value may share its CR LF with the headers.
+  if (value.empty() && is_at_delimiter(rest, boundary)) return true;
+  rest.remove_prefix(value.size());
+  if (take(rest, "\r\n") && is_at_delimiter(rest, boundary)) return true;
+  const Terminated sent(quoted_after(part, "filename=\""));
+  char *const name = unescapeString(sent.c_str());
+  const bool marked =
+      name != nullptr && marks.push(mark_of(quoted_after(part, "name=\""), name, value));
+  std::free(name);
+  return marked;
+}
+
+// Searches the body, unless that has been done. @return false if memory ran out
+inline bool search_cut_parts(CutParts &parts) noexcept {
+  if (parts.searched) return true;
+  if (parts.environment == 0) return false;
+  const Environment environment(parts.environment);
+  const std::string_view type = environment.content_type();
+  std::string_view boundary = type;
+  if (!skip_past(boundary, "boundary=")) return true;
+  Buffer delimiter;
+  delimiter << "--" << boundary << "\r\n";
+  const Text mark = delimiter.take();
+  if (!mark) return false;
+  Array<std::uint64_t> marks;
+  // A form in a query string can be multipart, too.
+  std::string_view rest = environment.body().value_or(environment.query_string());
+  bool more = skip_past(rest, mark.view());
+  while (more) {
+    std::string_view next = rest;
+    more = skip_past(next, mark.view());
+    const std::size_t end = more ? next.size() + mark.view().size() : 0;
+    if (!mark_if_cut(marks, {rest.data(), rest.size() - end}, rest, boundary)) return false;
+    rest = next;
+  }
+  std::sort(marks.data(), marks.data() + marks.size());
+  parts.count = marks.size();
+  parts.marks = marks.release();
+  parts.searched = true;
+  return true;
+}
+
 }  // namespace detail
 
 /** Reads one uploaded file of a Request: its bytes up to the first CR LF, where Tarn_new() cuts every
@@ -142,14 +208,6 @@ inline std::string_view quoted_after(std::string_view part, std::string_view mar
 class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
  public:
   using NodeView::NodeView;
-
-  /** Views a file of a request.
-   *
-   *  @param handle       the file; 0 for no object
-   *  @param environment  the handle of the request's environment, in which is_cut() finds the body
-   */
-  File(TarnHandle handle, TarnHandle environment) noexcept
-      : NodeView(handle), environment_(environment) {}
 
   /** The name of the form field.
    *
@@ -175,7 +233,8 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
   std::string_view bytes() const noexcept { return detail::bytes_of(child_in(TARN_FILE_BYTES)); }
 
   /** Tells whether bytes() is not the whole file: in the body, it is followed by more than the
-   *  delimiter. Searches the body, and compares field, name and bytes with each part.
+   *  delimiter. Searches the body once for all files of a request, and finds this one by field, name
+   *  and bytes.
    *
    *  Only a file from Request::file() or Request::files() knows the body. For any other, and for one
    *  that is not in the body because the script made or changed it, the answer is false.
@@ -214,6 +273,13 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
   }
 
  private:
+  friend class Request;
+  template <class, std::uint32_t, auto, auto>
+  friend class detail::Range;
+
+  File(TarnHandle handle, detail::CutParts *cut_parts) noexcept
+      : NodeView(handle), cut_parts_(cut_parts) {}
+
   Saved save_as(std::string_view directory, const FileName &name) const noexcept {
     if (name.size_ == 0 || !field()) return {name, EINVAL};
     if (const int error = error_of_cut()) return {name, error};
@@ -229,61 +295,23 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
 
   // 0, or why save() does not store the bytes.
   int error_of_cut() const noexcept {
-    const Environment environment(environment_);
-    const std::string_view type = environment.content_type();
-    std::string_view boundary = type;
-    if (environment_ == 0 || !detail::skip_past(boundary, "boundary=")) return 0;
-    detail::Buffer delimiter;
-    delimiter << "--" << boundary << "\r\n";
-    const Text mark = delimiter.take();
-    if (!mark) return ENOMEM;
-    // A form in a query string can be multipart, too.
-    std::string_view rest = environment.body().value_or(environment.query_string());
-    bool more = detail::skip_past(rest, mark.view());
-    while (more) {
-      std::string_view next = rest;
-      more = detail::skip_past(next, mark.view());
-      const std::size_t end = more ? next.size() + mark.view().size() : 0;
-      if (is_cut_in({rest.data(), rest.size() - end}, rest, boundary)) return detail::kFileIsCut;
-      rest = next;
-    }
-    return 0;
+    if (cut_parts_ == nullptr) return 0;
+    const std::optional<std::string_view> sent = name();
+    if (!sent) return 0;
+    if (!detail::search_cut_parts(*cut_parts_)) return ENOMEM;
+    const std::uint64_t *const marks = cut_parts_->marks;
+    const std::uint64_t mark = detail::mark_of(*field(), *sent, bytes());
+    const bool cut = std::binary_search(marks, marks + cut_parts_->count, mark);
+    return cut ? detail::kFileIsCut : 0;
   }
 
-  // Whether this file comes from a part, which goes on behind its bytes. `rest` is the body from this
-  // part on.
-  bool is_cut_in(std::string_view part, std::string_view rest,
-                 std::string_view boundary) const noexcept {
-    std::string_view value = part;
-    if (!detail::skip_past(value, "\r\n\r\n")) return false;
-    rest.remove_prefix(part.size() - value.size());
-    const std::size_t end = value.find("\r\n");
-    value = {value.data(), end == std::string_view::npos ? 0 : end};
-    if (value != bytes() || !is_named_in(part)) return false;
-    // The value may share its CR LF with the headers.
-    if (value.empty() && detail::is_at_delimiter(rest, boundary)) return false;
-    rest.remove_prefix(value.size());
-    return !detail::take(rest, "\r\n") || !detail::is_at_delimiter(rest, boundary);
-  }
-
-  // Whether a part has the names of this file.
-  bool is_named_in(std::string_view part) const noexcept {
-    if (detail::quoted_after(part, "name=\"") != field()) return false;
-    const detail::Terminated sent(detail::quoted_after(part, "filename=\""));
-    char *const decoded = unescapeString(sent.c_str());
-    // Without memory the names cannot be compared, so the part counts as this file.
-    const bool same = decoded == nullptr || std::string_view(decoded) == name();
-    std::free(decoded);
-    return same;
-  }
-
-  TarnHandle environment_ = 0;
+  detail::CutParts *cut_parts_ = nullptr;
 };
 
 inline std::optional<File> Request::file(const char *name) const &noexcept {
   const TarnHandle found = detail::query<Tarn_getFile>(handle_, name);
   if (found == 0) return std::nullopt;
-  return File(found, child(TARN_REQUEST_ENVIRONMENT));
+  return File(found, cut_parts_.of(child(TARN_REQUEST_ENVIRONMENT)));
 }
 
 }  // namespace tarn

@@ -4,8 +4,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "environment.hpp"
 #include "form.hpp"
@@ -37,6 +39,47 @@ inline std::string_view remove_first_cookie(std::string_view &header) noexcept {
   const std::size_t equals = piece.find('=');
   return trimmed({piece.data(), equals == std::string_view::npos ? 0 : equals});
 }
+
+// Which parts of the body File::is_cut() found to be cut: searched once for all files of a request.
+struct CutParts {
+  TarnHandle environment;
+  bool searched;
+  std::uint64_t *marks;  // sorted, one for each part that was cut
+  std::size_t count;
+};
+
+// For files whose CutParts could not be allocated.
+inline CutParts no_cut_parts = {0, false, nullptr, 0};
+
+// Owns the CutParts of a request. Its files keep their address, so they stay where they are when the
+// request moves.
+class CutPartsOwner {
+ public:
+  CutPartsOwner() noexcept = default;
+  CutPartsOwner(CutPartsOwner &&other) noexcept : parts_(std::exchange(other.parts_, nullptr)) {}
+  CutPartsOwner &operator=(CutPartsOwner &&other) noexcept {
+    std::swap(parts_, other.parts_);
+    return *this;
+  }
+  CutPartsOwner(const CutPartsOwner &) = delete;
+  CutPartsOwner &operator=(const CutPartsOwner &) = delete;
+  ~CutPartsOwner() {
+    if (parts_ == nullptr) return;
+    std::free(parts_->marks);
+    std::free(parts_);
+  }
+
+  // Allocates them for the first file.
+  CutParts *of(TarnHandle environment) noexcept {
+    if (parts_ == nullptr) parts_ = static_cast<CutParts *>(std::calloc(1, sizeof(CutParts)));
+    if (parts_ == nullptr) return &no_cut_parts;
+    parts_->environment = environment;
+    return parts_;
+  }
+
+ private:
+  CutParts *parts_ = nullptr;
+};
 
 }  // namespace detail
 
@@ -132,7 +175,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** All files, in order. */
   Files files() const &noexcept {
-    return Files(child(TARN_REQUEST_FILES), child(TARN_REQUEST_ENVIRONMENT));
+    return {child(TARN_REQUEST_FILES), cut_parts_.of(child(TARN_REQUEST_ENVIRONMENT))};
   }
   void files() const && = delete;
 
@@ -182,6 +225,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   }
 
   TarnStatus status_ = TARN_OK;
+  mutable detail::CutPartsOwner cut_parts_;
 };
 
 }  // namespace tarn

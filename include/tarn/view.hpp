@@ -14,6 +14,10 @@
 #include "../tarn.h"
 #include "adopt.hpp"
 
+namespace tarn {
+class Request;
+}
+
 namespace tarn::detail {
 
 inline std::optional<std::string_view> optional_text(const char *text) noexcept {
@@ -72,8 +76,10 @@ struct Arrow {
   const Item *operator->() const noexcept { return &item; }
 };
 
-// A view of a list. Its items are made when they are asked for. Files also know the environment of the
-// request that the list belongs to.
+struct CutParts;
+
+// A view of a list. Its items are made when they are asked for. Files of a request also know which
+// parts of its body were cut.
 template <class Item, std::uint32_t kMagic, auto kCount, auto kAt>
 class Range {
  public:
@@ -89,13 +95,13 @@ class Range {
     using reference = Item;
 
     Iterator() noexcept = default;
-    Iterator(TarnHandle list, TarnHandle environment, difference_type index) noexcept
-        : list_(list), environment_(environment), index_(index) {}
+    Iterator(TarnHandle list, CutParts *cut_parts, difference_type index) noexcept
+        : list_(list), cut_parts_(cut_parts), index_(index) {}
 
     Item operator*() const noexcept {
       const auto found = query<kAt>(list_, static_cast<std::uint32_t>(index_));
       if constexpr (std::is_base_of_v<NodeView<TARN_FORM_FILE_MAGIC>, Item>) {
-        return Item(found, environment_);
+        return Item(found, cut_parts_);
       } else {
         return Item(found);
       }
@@ -128,7 +134,7 @@ class Range {
 
    private:
     TarnHandle list_ = 0;
-    TarnHandle environment_ = 0;
+    CutParts *cut_parts_ = nullptr;
     difference_type index_ = 0;
   };
 
@@ -138,23 +144,15 @@ class Range {
   using size_type = std::size_t;
   using difference_type = std::ptrdiff_t;
 
-  /** Views a list.
-   *
-   *  @param list         its handle; 0 for an empty list
-   *  @param environment  the handle of the environment that came with it; 0 if there is none. Files
-   *                      need it to find out whether they were cut
-   */
-  explicit Range(TarnHandle list, TarnHandle environment = 0) noexcept
-      : list_(list), environment_(environment) {}
+  /** Views a list. @param list  its handle; 0 for an empty list */
+  explicit Range(TarnHandle list) noexcept : list_(list) {}
 
   /** The number of elements. */
   std::size_t size() const noexcept { return static_cast<std::size_t>(query<kCount>(list_)); }
   bool empty() const noexcept { return size() == 0; }
 
-  Iterator begin() const noexcept { return {list_, environment_, 0}; }
-  Iterator end() const noexcept {
-    return {list_, environment_, static_cast<std::ptrdiff_t>(size())};
-  }
+  Iterator begin() const noexcept { return {list_, cut_parts_, 0}; }
+  Iterator end() const noexcept { return {list_, cut_parts_, static_cast<std::ptrdiff_t>(size())}; }
 
   /** The element at an index, counted from 0. @return an Item without an object beyond the end */
   Item operator[](std::size_t index) const noexcept {
@@ -162,8 +160,12 @@ class Range {
   }
 
  private:
+  friend class ::tarn::Request;
+
+  Range(TarnHandle list, CutParts *cut_parts) noexcept : list_(list), cut_parts_(cut_parts) {}
+
   TarnHandle list_;
-  TarnHandle environment_;
+  CutParts *cut_parts_ = nullptr;
 };
 
 }  // namespace tarn::detail

@@ -464,9 +464,11 @@ std::string part(const std::string &fileName, const std::string &bytes,
          "\"\r\nContent-Type: image/png\r\n\r\n" + bytes + "\r\n";
 }
 
-void withBody(const std::string &body, const std::function<void(const tarn::Request &)> &look) {
-  tarn_test::asScript(tarn_test::post("multipart/form-data; boundary=b", body), body,
-                      [&look] { look(tarn::Request()); });
+void withBody(const std::string &body, const std::function<void(tarn::Request &)> &look) {
+  tarn_test::asScript(tarn_test::post("multipart/form-data; boundary=b", body), body, [&look] {
+    tarn::Request request;
+    look(request);
+  });
 }
 
 TEST_F(CppFileSave, RefusesAFileThatGoesOnBehindItsFirstLineEnd) {
@@ -609,6 +611,27 @@ TEST(CppFileIsCut, CannotBeKnownWithoutTheBody) {
     EXPECT_FALSE(file->is_cut()) << "changed by the script";
   });
   EXPECT_FALSE(tarn::File(0).is_cut());
+}
+
+TEST(CppFileIsCut, IsKnownAfterTheRequestHasMoved) {
+  withBody(part("a", "x\r\ny") + part("b", "x") + "--b--", [](tarn::Request &request) {
+    const tarn::Files files = request.files();
+    EXPECT_TRUE(files[0].is_cut());
+    const tarn::Request moved = std::move(request);
+    EXPECT_TRUE(files[0].is_cut());
+    EXPECT_FALSE(files[1].is_cut());
+    EXPECT_TRUE(moved.files()[0].is_cut());
+  });
+}
+
+TEST(CppFileIsCutLarge, SearchesTheBodyOnceForAllFiles) {
+  std::string body;
+  for (size_t i = 0; i < 20000; ++i) body += part(std::to_string(i), i % 2 == 0 ? "x" : "x\r\ny");
+  withBody(body + "--b--", [](const tarn::Request &request) {
+    size_t cut = 0;
+    for (const tarn::File file : request.files()) cut += file.is_cut() ? 1 : 0;
+    EXPECT_EQ(10000U, cut);
+  });
 }
 
 TEST(CppFileIsCut, IsAssumedWithoutMemory) {
