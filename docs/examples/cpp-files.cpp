@@ -28,7 +28,7 @@ int main() {
 
   // A file that does not know its request.
   tarn::File first = files[0];
-  if (!tarn::File(*first.handle(), 0).is_cut())
+  if (!tarn::File(*first.handle()).is_cut())
     std::printf("not known to be cut\n");
   const tarn::FileName name =
       tarn::FileName::safe("C:\\my lake.txt");
