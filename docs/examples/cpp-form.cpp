@@ -134,9 +134,10 @@ int main(int, char **argv) {
     const tarn::Field *field = reader.next();
     std::puts(TarnFormField_text(field->handle()));
     const tarn::Problem problem(reader.handle());
+    const bool fine = problem.code() == tarn::FormProblem::none;
     handle = reader.release();
     TarnForm_close(handle);
-    return problem.code() == tarn::FormProblem::none ? 0 : 1;
+    return fine ? 0 : 1;
   }
   return 0;
 }
