@@ -73,7 +73,8 @@ static void read_as_a_stream(tarn::FormReader &form) {
     } else if (field.name() == "tag") {
       field.skip();
     } else if (const auto text = field.text()) {
-      std::printf("%zu bytes, %s\n", field.size(),
+      std::printf("%llu bytes, %s\n",
+                  static_cast<unsigned long long>(field.size()),
                   tarn::is_utf8(*text) ? "UTF-8" : "not UTF-8");
     }
   }

@@ -77,7 +77,7 @@ TEST(CppFormReader, VisitsTheFieldsInOrder) {
   Strings names;
   for (tarn::Field &field : form) {
     EXPECT_TRUE(field);
-    EXPECT_EQ(kBody.find("--b\r\n", field.offset()), field.offset());
+    EXPECT_EQ(kBody.find("--b\r\n", static_cast<std::size_t>(field.offset())), field.offset());
     names.emplace_back(field.name());
   }
   EXPECT_EQ((Strings{"comment", "photo", "more", "comment"}), names);
