@@ -102,7 +102,7 @@ class Values {
     using reference = std::string_view;
 
     Iterator() noexcept = default;
-    Iterator(Entries::Iterator at, Entries::Iterator end, const char *name) noexcept
+    Iterator(const Entries::Iterator &at, const Entries::Iterator &end, const char *name) noexcept
         : at_(at), end_(end), name_(name) {
       skip_other_names();
     }
