@@ -236,7 +236,7 @@ TEST_P(SavingAtEachFailure, KeepsTheWholeFileOrNothing) {
       }
       EXPECT_STREQ(TarnFormField_text(TarnForm_next(form)), "next") << calls.failed;
       EXPECT_EQ(TarnForm_next(form), nullptr);
-      EXPECT_EQ(TarnForm_isWhole(form), 1) << "a disk's error is none of the form";
+      EXPECT_EQ(TarnForm_isWhole(form), 1) << "a disk error is not a problem of the form";
     });
     EXPECT_EQ(syncs, 2U) << "the file, and the folder with its name";
   }
