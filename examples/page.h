@@ -15,6 +15,7 @@
 #include <sys/random.h>
 #include <tarn.h>
 #include <tarn_form.h>
+#include <time.h>
 #include <unistd.h>
 
 /* ---- What a visitor sent ------------------------------------------------------------------- */
@@ -80,13 +81,14 @@ static inline const char *refusedForm(int status, const char **problem) {
   }
 }
 
-/* Reads what is left of a refused form, but not without end. Apache, and nginx with fcgiwrap, lose the
- * answer of a script that does not read its whole body. */
+/* Reads what is left of a refused form, for 10 seconds and 32 MiB at most. Apache, and nginx with
+ * fcgiwrap, lose the answer of a script that does not read its whole body. */
 static inline void discardBody(void) {
   struct pollfd input = {STDIN_FILENO, POLLIN, 0};
   char bytes[BUFSIZ];
+  const time_t begin = time(NULL);
   ssize_t got = 1;
-  for (long long most = 32 << 20; most > 0 && got > 0; most -= got)
+  for (long long most = 32 << 20; most > 0 && got > 0 && time(NULL) - begin < 10; most -= got)
     got = poll(&input, 1, 1000) > 0 ? read(STDIN_FILENO, bytes, sizeof bytes) : 0;
 }
 

@@ -17,7 +17,7 @@ namespace {
 // what may be the beginning of a delimiter is still there.
 constexpr size_t kLookAhead = size_t{8} * 1024;
 
-// Reading ends where a block of the file does, which is faster.
+// A read of less than the rest ends where a block of the file does, which is faster.
 constexpr uint64_t kBlock = 4096;
 
 uint64_t now() {
@@ -96,10 +96,12 @@ bool Source::more(const Limits &limits, Problem &problem) {
   end_ = buffer_ + kept;
   const uint64_t missing = length_ - arrived();
   size_t room = capacity_ - kept;
-  const auto beyond = static_cast<size_t>((arrived() + room) % kBlock);
-  if (beyond < room) room -= beyond;
-  const ssize_t count =
-      readOnce(missing < room ? static_cast<size_t>(missing) : room, limits, problem);
+  if (missing <= room) {
+    room = static_cast<size_t>(missing);
+  } else if (const auto beyond = static_cast<size_t>((arrived() + room) % kBlock); beyond < room) {
+    room -= beyond;
+  }
+  const ssize_t count = readOnce(room, limits, problem);
   if (count > 0) {
     end_ += count;
     // A known length was compared with the limit before.

@@ -220,10 +220,10 @@ TARN_FORM_API const char *TarnForm_problemName(TarnFormProblem problem);
 /** Reads the whole form and keeps it. Fields that TarnForm_next() returned before are not kept.
  *
  *  A field without a file name is a text, and TARN_FORM_TEXT_SIZE limits it. A file goes into a
- *  temporary file if it is larger than TARN_FORM_MEMORY_SIZE, or if the fields before it fill half of
- *  TARN_FORM_LOAD_SIZE. The temporary file is in the folder TMPDIR, or in /tmp if that is not set. It
- *  has no name (for a moment it has one, where the file system cannot do that) and is gone after
- *  TarnForm_close().
+ *  temporary file if it is larger than TARN_FORM_MEMORY_SIZE, or if keeping it in memory would leave
+ *  less than half of TARN_FORM_LOAD_SIZE. The temporary file is in the folder TMPDIR, or in /tmp if
+ *  that is not set. It has no name (for a moment it has one, where the file system cannot do that)
+ *  and is gone after TarnForm_close().
  *
  *  @return 1 if the form is whole; 0 if it has a problem, and then no field is kept
  */

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "tarn_form.h"
@@ -46,13 +47,14 @@ static void hold_answer(void) {
   fclose(held);
 }
 
-/* Reads what is left of a body after a problem, but not without end: some servers lose the answer of
- * a script that does not read its whole body. */
+/* Reads what is left of a body after a problem, for 10 seconds and 64 MiB at most: some servers lose
+ * the answer of a script that does not read its whole body. */
 static void discard_body(void) {
   struct pollfd input = {STDIN_FILENO, POLLIN, 0};
   char block[65536];
+  const time_t begin = time(NULL);
   int blocks;
-  for (blocks = 0; blocks < 1024; ++blocks) {
+  for (blocks = 0; blocks < 1024 && time(NULL) - begin < 10; ++blocks) {
     if (poll(&input, 1, 1000) <= 0 || read(STDIN_FILENO, block, sizeof block) <= 0) return;
   }
 }
