@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "form/bytes.h"
+#include "core/bytes.h"
 #include "tarn_form.h"
 
 namespace tarn::form {

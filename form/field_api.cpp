@@ -249,7 +249,7 @@ int TarnFormField_write(TarnFormField *field, int descriptor) {
   if (const int error = checkUnread(*field)) return error;
   const uint64_t began = readPosition(*field);
   const int error =
-      writeBlocks(*field, [=](std::string_view block) { return writeAll(descriptor, block); });
+      writeBlocks(*field, [=](std::string_view block) { return tarn::writeAll(descriptor, block); });
   endWriting(*field, began, error);
   return error;
 }

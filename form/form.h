@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "form/bytes.h"
+#include "core/bytes.h"
 #include "form/field.h"
 #include "form/parameters.h"
 #include "form/problem.h"
@@ -71,15 +71,15 @@ struct TarnForm {
   tarn::form::Problem problem;
   tarn::form::BodyType type = tarn::form::BodyType::kNone;
   const char *content_type = "";
-  tarn::form::Bytes boundary;   // "\r\n--" and the boundary
-  tarn::form::Bytes headers;    // of the current part
-  tarn::form::Bytes scratch;    // names, or decoded bytes of a value
-  tarn::form::Bytes text;       // the current value
+  tarn::Bytes boundary;   // "\r\n--" and the boundary
+  tarn::Bytes headers;    // of the current part
+  tarn::Bytes scratch;    // names, or decoded bytes of a value
+  tarn::Bytes text;       // the current value
   tarn::form::Records current;  // the current field
   tarn::form::Records kept;     // the fields that TarnForm_load() keeps
-  tarn::form::Bytes order;      // where in `kept` they are, as they were sent
-  tarn::form::Bytes by_name;    // the same, sorted by name
-  tarn::form::Bytes by_folded_name;
+  tarn::Bytes order;      // where in `kept` they are, as they were sent
+  tarn::Bytes by_name;    // the same, sorted by name
+  tarn::Bytes by_folded_name;
   tarn::form::NewFile saved;  // the current value, while it has no name
   const void *view = nullptr;
   uint64_t part_offset = 0;

@@ -46,7 +46,7 @@ bool writeAt(int file, std::string_view bytes, uint64_t offset) {
 
 // Begins a value in the spool, where it can be mapped.
 bool openSpooled(TarnForm &form, Spooled &spooled) {
-  if (form.spool < 0) form.spool = openUnnamed();
+  if (form.spool < 0) form.spool = openUnnamed("tarn-form");
   if (form.spool < 0) return raiseSpool(form);
   const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
   spooled = {(form.spool_size + page - 1) / page * page, nullptr};

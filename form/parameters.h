@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "form/bytes.h"
+#include "core/bytes.h"
 #include "form/problem.h"
 
 namespace tarn::form {

@@ -51,15 +51,6 @@ bool isSameFile(const struct stat &a, const struct stat &b) {
 
 }  // namespace
 
-int writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = write(descriptor, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) return errno;
-    if (written > 0) bytes.remove_prefix(static_cast<size_t>(written));
-  }
-  return 0;
-}
-
 void NewFile::close() {
   if (temporary_[0] != '\0') unlinkat(folder_, temporary_, 0);
   if (file_ >= 0) ::close(file_);
@@ -98,9 +89,10 @@ int NewFile::openNamed() {
       if (removeStale(name)) --attempt;
       continue;
     }
-    const int error = flock(made, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+    bool same = false;
+    const int error = flock(made, LOCK_EX | LOCK_NB) == 0 ? isNameOf(name, made, same) : errno;
     // Before it was locked, another process may have taken it for a stale one.
-    if (error == 0 && isNameOf(name, made)) {
+    if (error == 0 && same) {
       std::memcpy(temporary_, name, sizeof name);
       file_ = made;
       return 0;
@@ -112,19 +104,25 @@ int NewFile::openNamed() {
   return EEXIST;
 }
 
-// Whether a name in the folder is that of an open regular file.
-bool NewFile::isNameOf(const char *name, int file) const {
+// Whether a name in the folder is that of an open regular file. Returns 0 or an errno value.
+int NewFile::isNameOf(const char *name, int file, bool &same) const {
   struct stat of_file;
   struct stat of_name;
-  return fstat(file, &of_file) == 0 && S_ISREG(of_file.st_mode) &&
-         fstatat(folder_, name, &of_name, AT_SYMLINK_NOFOLLOW) == 0 && isSameFile(of_file, of_name);
+  same = false;
+  if (fstat(file, &of_file) != 0) return errno;
+  if (fstatat(folder_, name, &of_name, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno == ENOENT ? 0 : errno;
+  }
+  same = S_ISREG(of_file.st_mode) && isSameFile(of_file, of_name);
+  return 0;
 }
 
 bool NewFile::removeStale(const char *name) const {
   const int old = openat(folder_, name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (old < 0) return false;
-  const bool stale =
-      flock(old, LOCK_EX | LOCK_NB) == 0 && isNameOf(name, old) && unlinkat(folder_, name, 0) == 0;
+  bool same = false;
+  const bool stale = flock(old, LOCK_EX | LOCK_NB) == 0 && isNameOf(name, old, same) == 0 && same &&
+                     unlinkat(folder_, name, 0) == 0;
   ::close(old);
   return stale;
 }
@@ -178,19 +176,6 @@ int NewFile::keepIn(const char *folder, const char *name) {
                     isSameFile(of_other, of_folder);
   ::close(other);
   return same ? keep(name) : EXDEV;
-}
-
-int openUnnamed() {
-  const char *folder = std::getenv("TMPDIR");
-  if (!folder || *folder == '\0') folder = "/tmp";
-  const int made = open(folder, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-  if (made >= 0 || (errno != EOPNOTSUPP && errno != EISDIR)) return made;
-  char path[PATH_MAX];
-  const int size = std::snprintf(path, sizeof path, "%s/.tarn-form-XXXXXX", folder);
-  if (size < 0 || static_cast<size_t>(size) >= sizeof path) return -1;
-  const int named = mkostemp(path, O_CLOEXEC);
-  if (named >= 0) unlink(path);
-  return named;
 }
 
 }  // namespace tarn::form

@@ -5,10 +5,9 @@
 #include <cstdint>
 #include <string_view>
 
-namespace tarn::form {
+#include "core/files.h"
 
-// Writes all bytes. Returns 0 or an errno value.
-int writeAll(int descriptor, std::string_view bytes);
+namespace tarn::form {
 
 // A file in a folder, without its name until keep(). Functions return 0 or an errno value.
 class NewFile {
@@ -40,7 +39,7 @@ class NewFile {
  private:
   int openNamed();
   int publish(const char *name);
-  bool isNameOf(const char *name, int file) const;
+  int isNameOf(const char *name, int file, bool &same) const;
   bool removeStale(const char *name) const;
 
   int folder_ = -1;
@@ -50,9 +49,6 @@ class NewFile {
   char temporary_[32] = "";  // the name it has before keep(), if it needs one
   bool unnamed_ = false;
 };
-
-// A temporary file without a name. Returns its descriptor, or -1.
-int openUnnamed();
 
 }  // namespace tarn::form
 

@@ -272,6 +272,23 @@ TEST(SavingUnderATemporaryName, EndsWhenEachIsTaken) {
   calls = {};
 }
 
+TEST(SavingUnderATemporaryName, EndsWhenFilesCannotBeCompared) {
+  for (const char *const call : {"fstat", "fstatat"}) {
+    const Folder folder;
+    calls = {};
+    calls.can = Can::kNoFileWithoutAName;
+    calls.only = call;
+    calls.error = EIO;
+    calls.first_failing = 1;
+    calls.last_failing = SIZE_MAX;
+    EXPECT_EQ(saveAsItIs(folder, "photo"), EIO);
+    EXPECT_STREQ(calls.failed, call);
+    EXPECT_LT(calls.count, 20U);
+    EXPECT_EQ(folder.names(), Names{});
+  }
+  calls = {};
+}
+
 // What a process that died left, under one of the names.
 TEST(SavingBesideALeftoverAtEachFailure, KeepsTheWholeFileOrNothing) {
   for (const int error : {EIO, EWOULDBLOCK}) {

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <cstring>
 
 namespace tarn_test {
 
@@ -19,6 +20,7 @@ bool Calls::fail(const char *name) {
   if (!watched) return false;
   ++count;
   if (count < first_failing || count > last_failing) return false;
+  if (only && std::strcmp(name, only) != 0) return false;
   if (error == 0) raise(SIGKILL);
   failed = name;
   errno = error;

@@ -1,13 +1,13 @@
-// A growable run of bytes. The library has no C++ runtime, so it has no std::string.
-#ifndef TARN_FORM_BYTES_H
-#define TARN_FORM_BYTES_H
+// A growable run of bytes. The libraries have no C++ runtime, so they have no std::string.
+#ifndef TARN_CORE_BYTES_H
+#define TARN_CORE_BYTES_H
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
-namespace tarn::form {
+namespace tarn {
 
 class Bytes {
  public:
@@ -77,6 +77,6 @@ class Bytes {
   size_t capacity_ = 0;
 };
 
-}  // namespace tarn::form
+}  // namespace tarn
 
 #endif
