@@ -248,8 +248,8 @@ int TarnFormField_write(TarnFormField *field, int descriptor) {
   if (!field) return -1;
   if (const int error = checkUnread(*field)) return error;
   const uint64_t began = readPosition(*field);
-  const int error =
-      writeBlocks(*field, [=](std::string_view block) { return tarn::writeAll(descriptor, block); });
+  const int error = writeBlocks(
+      *field, [=](std::string_view block) { return tarn::writeAll(descriptor, block); });
   endWriting(*field, began, error);
   return error;
 }

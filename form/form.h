@@ -71,14 +71,14 @@ struct TarnForm {
   tarn::form::Problem problem;
   tarn::form::BodyType type = tarn::form::BodyType::kNone;
   const char *content_type = "";
-  tarn::Bytes boundary;   // "\r\n--" and the boundary
-  tarn::Bytes headers;    // of the current part
-  tarn::Bytes scratch;    // names, or decoded bytes of a value
-  tarn::Bytes text;       // the current value
+  tarn::Bytes boundary;         // "\r\n--" and the boundary
+  tarn::Bytes headers;          // of the current part
+  tarn::Bytes scratch;          // names, or decoded bytes of a value
+  tarn::Bytes text;             // the current value
   tarn::form::Records current;  // the current field
   tarn::form::Records kept;     // the fields that TarnForm_load() keeps
-  tarn::Bytes order;      // where in `kept` they are, as they were sent
-  tarn::Bytes by_name;    // the same, sorted by name
+  tarn::Bytes order;            // where in `kept` they are, as they were sent
+  tarn::Bytes by_name;          // the same, sorted by name
   tarn::Bytes by_folded_name;
   tarn::form::NewFile saved;  // the current value, while it has no name
   const void *view = nullptr;
