@@ -3,6 +3,8 @@
 #ifndef TARN_TESTS_SUPPORT_PROCESSOR_TIME_H
 #define TARN_TESTS_SUPPORT_PROCESSOR_TIME_H
 
+#include <cstddef>
+
 namespace tarn_test {
 
 // How many times longer than in a plain build the same work may take: under Valgrind, in an
@@ -12,6 +14,10 @@ unsigned slowness();
 // How many rounds a test of random input runs. The first tenth is enough where each takes long: under
 // Valgrind, in an emulator and with sanitizers.
 inline int roundsInTime(int rounds) { return slowness() > 10 ? rounds / 10 : rounds; }
+
+// From one place to the next, for a test that cuts a body at each: 7 under Valgrind and in an emulator,
+// where each takes long and the sanitized build has cut at every one.
+inline size_t placesInTime() { return slowness() > 20 ? 7 : 1; }
 
 // Many times what any input of the tests takes in linear time; in quadratic time, the larger ones
 // take longer than this.
