@@ -336,6 +336,13 @@ def preamble(size):
     return made
 
 
+def preamble_of_dashes(size):
+    """Almost every place has the ends of the boundary."""
+    near = b"-" * 71 + b"x"
+    part = file_part(b"value", "-" * 70)
+    return multipart([near * (size // len(near)) + b"\r\n", part], [(4, 5)], "-" * 70)
+
+
 def epilogue(size):
     made = upload_of(b"value")
     return request(made.variables["CONTENT_TYPE"], made.body + bodies.letters(size), [(4, 5)])
@@ -370,6 +377,7 @@ FILES = {
     "lines of dashes, and a boundary of dashes": line_ends_and_dashes,
     "CR LF, over and over": line_ends,
     "a preamble of nearly delimiters": preamble,
+    "a preamble of dashes, and a boundary of dashes": preamble_of_dashes,
     "an epilogue": epilogue,
     "one long header": one_header,
     "many headers": header_lines,
@@ -392,6 +400,7 @@ LIKE_THE_FRIENDLIEST = {
     "lines of dashes, and a boundary of dashes",
     "CR LF, over and over",
     "a preamble of nearly delimiters",
+    "a preamble of dashes, and a boundary of dashes",
     "an epilogue",
 }
 AT_ONCE = 16 * MIB  # so much is read in one process, if need be in several forms

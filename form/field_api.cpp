@@ -11,17 +11,11 @@
 namespace tarn::form {
 namespace {
 
-// Reads the value of the current field into TarnForm::text.
-bool readText(TarnForm &form) {
+// Reads the value of the current field into TarnForm::text, from run to run.
+[[gnu::noinline]] bool readRuns(TarnForm &form) {
   const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
   const uint64_t place = form.source.position();
-  form.taken = Taken::kPartly;
-  form.text.clear();
   if (!form.text.append(std::string_view())) return form.raiseOutOfMemory();
-  if (takeShortValue(form, form.text, most)) {
-    form.taken = Taken::kAsText;
-    return true;
-  }
   std::string_view run;
   while (form.nextRun(run)) {
     if (run.size() > most - form.text.size()) {
@@ -34,8 +28,16 @@ bool readText(TarnForm &form) {
   return true;
 }
 
+bool readText(TarnForm &form) {
+  form.taken = Taken::kPartly;
+  form.text.clear();
+  if (!takeShortValue(form, form.text, form.limits[TARN_FORM_TEXT_SIZE])) return readRuns(form);
+  form.taken = Taken::kAsText;
+  return true;
+}
+
 // Copies a value that was returned as a view.
-bool copyView(TarnForm &form) {
+[[gnu::noinline]] bool copyView(TarnForm &form) {
   const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
   if (form.size > most) {
     return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, form.source.position());
@@ -77,6 +79,11 @@ const void *viewOfCurrent(TarnForm &form) {
   form.taken = Taken::kAsView;
   form.view = run.data() ? run.data() : "";
   return form.view;
+}
+
+std::string_view headerOf(const TarnFormField &field, std::string_view name) {
+  if (field.isKept()) return keptHeader(field, name);
+  return findHeader(field.form()->headers.view(), name);
 }
 
 // Whether all of the value is kept or in memory, so that it can be read more than once.
@@ -174,14 +181,16 @@ using namespace tarn::form;
 
 const char *TarnFormField_name(const TarnFormField *field) { return field ? field->name() : ""; }
 
-uint64_t TarnFormField_nameSize(const TarnFormField *field) { return field ? field->name_size : 0; }
+uint64_t TarnFormField_nameSize(const TarnFormField *field) {
+  return field ? field->nameSize() : 0;
+}
 
 const char *TarnFormField_filename(const TarnFormField *field) {
   return field ? field->filename() : nullptr;
 }
 
 uint64_t TarnFormField_filenameSize(const TarnFormField *field) {
-  return field && field->filename() ? field->filename_size : 0;
+  return field && field->filename() ? field->filenameSize() : 0;
 }
 
 const char *TarnFormField_type(const TarnFormField *field) {
@@ -189,11 +198,11 @@ const char *TarnFormField_type(const TarnFormField *field) {
 }
 
 const char *TarnFormField_header(const TarnFormField *field, const char *name) {
-  return field && name ? findHeader(field->headers(), name).data() : nullptr;
+  return field && name ? headerOf(*field, name).data() : nullptr;
 }
 
 uint64_t TarnFormField_headerSize(const TarnFormField *field, const char *name) {
-  return field && name ? findHeader(field->headers(), name).size() : 0;
+  return field && name ? headerOf(*field, name).size() : 0;
 }
 
 uint64_t TarnFormField_offset(const TarnFormField *field) { return field ? field->offset() : 0; }

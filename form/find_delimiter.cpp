@@ -22,6 +22,20 @@ const char *findOneByOne(const char *from, const char *last_start, std::string_v
   return nullptr;
 }
 
+#ifdef __SSE2__
+__m128i load(const char *place) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(place));
+}
+
+// Behind which of 16 places comes "\n--".
+__m128i restOfHead(const char *place) {
+  const __m128i dash = _mm_set1_epi8('-');
+  const __m128i dashes =
+      _mm_and_si128(_mm_cmpeq_epi8(load(place + 2), dash), _mm_cmpeq_epi8(load(place + 3), dash));
+  return _mm_and_si128(dashes, _mm_cmpeq_epi8(load(place + 1), _mm_set1_epi8('\n')));
+}
+#endif
+
 }  // namespace
 
 // A comparison begins at a CR and ends at the first difference, which is not behind the next CR. So no
@@ -32,21 +46,14 @@ const char *findDelimiter(std::string_view text, std::string_view delimiter) {
   const char *from = text.data();
   const char *const last_start = from + (text.size() - size);
 #ifdef __SSE2__
-  // Looks at the first, the third and the last byte of 16 places at a time. In a picture, 1 place in
-  // 16 million has all three, so nothing else costs time.
+  // Looks at the first and the last byte of 16 places at a time. In a picture, 1 place in 65,536 has
+  // both. Only where one has, the rest of "\r\n--" is compared, again at 16 places at a time.
   const __m128i first = _mm_set1_epi8('\r');
-  const __m128i third = _mm_set1_epi8('-');
   const __m128i last = _mm_set1_epi8(delimiter.back());
-  const auto load = [](const char *place) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(place));
-  };
   const auto candidates = [&](const char *place) {
-    const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(load(place), first),
-                                       _mm_cmpeq_epi8(load(place + size - 1), last));
-    return _mm_and_si128(both, _mm_cmpeq_epi8(load(place + 2), third));
+    return _mm_and_si128(_mm_cmpeq_epi8(load(place), first),
+                         _mm_cmpeq_epi8(load(place + size - 1), last));
   };
-  uint32_t head;
-  std::memcpy(&head, delimiter.data() + 1, sizeof head);  // "\n--" and the boundary's first byte
   while (last_start - from >= 64) {
     const __m128i found[4] = {candidates(from), candidates(from + 16), candidates(from + 32),
                               candidates(from + 48)};
@@ -54,12 +61,12 @@ const char *findDelimiter(std::string_view text, std::string_view delimiter) {
         _mm_or_si128(_mm_or_si128(found[0], found[1]), _mm_or_si128(found[2], found[3]));
     if (_mm_movemask_epi8(any) != 0) {
       for (size_t lane = 0; lane < 4; ++lane) {
-        for (auto mask = static_cast<unsigned>(_mm_movemask_epi8(found[lane])); mask != 0;
+        const char *const start = from + 16 * lane;
+        const __m128i heads = _mm_and_si128(found[lane], restOfHead(start));
+        for (auto mask = static_cast<unsigned>(_mm_movemask_epi8(heads)); mask != 0;
              mask &= mask - 1) {
-          const char *place = from + 16 * lane + __builtin_ctz(mask);
-          uint32_t here;
-          std::memcpy(&here, place + 1, sizeof here);
-          if (here == head && std::memcmp(place, delimiter.data(), size) == 0) return place;
+          const char *place = start + __builtin_ctz(mask);
+          if (std::memcmp(place, delimiter.data(), size) == 0) return place;
         }
       }
     }

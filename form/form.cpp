@@ -20,11 +20,8 @@ bool TarnForm::raiseCutShort(const char *sentence) {
   return problem.raise(TARN_FORM_CUT_SHORT, source.position() + source.window().size(), sentence);
 }
 
-bool TarnForm::countField() {
-  const uint64_t most = limits[TARN_FORM_FIELDS];
-  if (fields >= most) return problem.raiseLimit(TARN_FORM_FIELDS, most, source.position());
-  ++fields;
-  return true;
+bool TarnForm::raiseTooManyFields() {
+  return problem.raiseLimit(TARN_FORM_FIELDS, limits[TARN_FORM_FIELDS], source.position());
 }
 
 bool TarnForm::checkLength() {
@@ -99,7 +96,7 @@ TarnFormField *TarnForm::stepToBody() {
     raiseOutOfMemory();
     return nullptr;
   }
-  TarnFormField *field = current.add(this, {}, nullptr, 0, headers.view(), 0);
+  TarnFormField *field = current.add(this, {}, 0);
   if (!field) raiseOutOfMemory();
   stage = Stage::kInValue;
   return field;

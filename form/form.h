@@ -31,6 +31,14 @@ enum class Taken {
   kLost,    // a write failed, so that some of it is nowhere
 };
 
+// Which of 64 bytes in the window end or encode something URL-encoded.
+struct SpecialBytes {
+  static constexpr size_t kSize = 64;
+
+  const char *begin = nullptr;  // null if nothing is known
+  uint64_t bits = 0;
+};
+
 constexpr uint64_t kNotWritten = UINT64_MAX;
 
 }  // namespace tarn::form
@@ -49,7 +57,14 @@ struct TarnForm {
   // Reads what is left of the current value.
   bool skipValue();
 
-  bool more() { return source.more(limits, problem); }
+  // Where the next field goes.
+  tarn::form::Records &records() { return loading ? kept : current; }
+
+  // Makes the window longer. Returns false at the end of the body and with a problem.
+  bool more() {
+    special_bytes = {};
+    return source.more(limits, problem);
+  }
 
   // While a value is written to a file, a run ends where a large block of the file ends: the kernel
   // takes less time for whole blocks. Returns how much of a run to hand out, 0 to wait for more.
@@ -60,7 +75,11 @@ struct TarnForm {
   bool raiseOutOfMemory();
 
   // Counts a field. Returns false, with a problem, if there are too many.
-  bool countField();
+  bool countField() {
+    if (fields >= limits[TARN_FORM_FIELDS]) return raiseTooManyFields();
+    ++fields;
+    return true;
+  }
 
   // The input has ended inside the form. If the source has a problem, that is the reason, and it
   // stays.
@@ -71,15 +90,17 @@ struct TarnForm {
   tarn::form::Problem problem;
   tarn::form::BodyType type = tarn::form::BodyType::kNone;
   const char *content_type = "";
-  tarn::Bytes boundary;         // "\r\n--" and the boundary
-  tarn::Bytes headers;          // of the current part
-  tarn::Bytes scratch;          // names, or decoded bytes of a value
-  tarn::Bytes text;             // the current value
-  tarn::form::Records current;  // the current field
-  tarn::form::Records kept;     // the fields that TarnForm_load() keeps
-  tarn::Bytes order;            // where in `kept` they are, as they were sent
-  tarn::Bytes by_name;          // the same, sorted by name
+  tarn::Bytes boundary;                // "\r\n--" and the boundary
+  tarn::Bytes headers;                 // of the current part
+  tarn::Bytes scratch;                 // names, or decoded bytes of a value
+  tarn::Bytes text;                    // the current value
+  tarn::form::Records current{false};  // the current field
+  tarn::form::Records kept{true};      // the fields that TarnForm_load() keeps
+  tarn::Bytes order;                   // where in `kept` they are, as they were sent
+  tarn::Bytes by_name;                 // the same, sorted by name
   tarn::Bytes by_folded_name;
+  tarn::Bytes usual_headers;  // of kept fields, as far as they were asked for
+  uint64_t looked_at = 0;     // so many fields were compared with names
   tarn::form::NewFile saved;  // the current value, while it has no name
   const void *view = nullptr;
   uint64_t part_offset = 0;
@@ -87,6 +108,7 @@ struct TarnForm {
   uint64_t written_from = tarn::form::kNotWritten;  // where in the value a written file begins
   size_t searched = 0;  // so many bytes of the window come before the next delimiter
   uint64_t fields = 0;
+  tarn::form::SpecialBytes special_bytes;
   std::string_view unread;  // what TarnFormField_read() left of a run
   // The kept or current field whose stored value is being read, and how far.
   const TarnFormField *being_read = nullptr;
@@ -97,8 +119,10 @@ struct TarnForm {
   tarn::form::Stage stage = tarn::form::Stage::kUnread;
   tarn::form::Taken taken = tarn::form::Taken::kNothing;
   bool length_missing = false;
-  bool at_delimiter = false;  // the next delimiter is at the beginning of the window
-  bool empty_part = false;    // it follows the headers at once
+  bool at_delimiter = false;       // the next delimiter is at the beginning of the window
+  bool empty_part = false;         // it follows the headers at once
+  bool loading = false;            // TarnForm_load() has begun
+  bool has_usual_headers = false;  // some kept fields do
   bool loaded = false;
 
   ~TarnForm();
@@ -106,6 +130,7 @@ struct TarnForm {
  private:
   bool start();
   bool checkLength();
+  bool raiseTooManyFields();
   bool nextRunOfBody(std::string_view &run);
   bool drain();
 };

@@ -7,6 +7,8 @@
 namespace tarn::form {
 namespace {
 
+constexpr std::string_view kDisposition = "Content-Disposition";
+
 bool raiseHeader(TarnForm &form, uint64_t place, const char *sentence) {
   return form.problem.raise(TARN_FORM_MALFORMED_HEADER, place, sentence);
 }
@@ -165,7 +167,7 @@ bool isAllowedEncoding(std::string_view encoding) {
 // Reads the headers that matter. Each may appear only once.
 bool readHeader(TarnForm &form, std::string_view name, std::string_view value, uint64_t place,
                 Part &part) {
-  const bool is_disposition = equalIgnoringCase(name, "Content-Disposition");
+  const bool is_disposition = equalIgnoringCase(name, kDisposition);
   const bool is_encoding = equalIgnoringCase(name, "Content-Transfer-Encoding");
   if (!is_disposition && !is_encoding && !equalIgnoringCase(name, "Content-Type")) return true;
   bool &found = is_disposition ? part.has_disposition
@@ -204,6 +206,60 @@ bool takeHeaders(TarnForm &form, std::string_view dash_boundary, Part &part) {
   }
 }
 
+// ---- The usual header ---------------------------------------------------------------------------
+
+// What browsers send with a text, and nothing else.
+constexpr std::string_view kUsualStart = "Content-Disposition: form-data; name=\"";
+constexpr std::string_view kUsualValue = "form-data; name=\"";
+constexpr std::string_view kUsualEnd = "\"\r\n\r\n";
+
+// Which bytes of a name in quotes mean themselves.
+struct PlainBytes {
+  bool plain[256] = {};
+
+  constexpr PlainBytes() {
+    for (bool &byte : plain) byte = true;
+    for (const char c : std::string_view("\"\\%\r\n")) plain[static_cast<unsigned char>(c)] = false;
+  }
+};
+
+bool isPlain(char c) {
+  static constexpr PlainBytes bytes;
+  return bytes.plain[static_cast<unsigned char>(c)];
+}
+
+// Reads the headers of a part if they are all in the window and there is only the usual one.
+// Otherwise returns false and consumes nothing.
+bool takeUsualHeaders(TarnForm &form, std::string_view &name) {
+  const std::string_view window = form.source.window();
+  if (!beginsWith(window, kUsualStart)) return false;
+  std::string_view rest = window;
+  rest.remove_prefix(kUsualStart.size());
+  size_t size = 0;
+  while (size < rest.size() && isPlain(rest[size])) ++size;
+  name = {rest.data(), size};
+  rest.remove_prefix(size);
+  const size_t all = kUsualStart.size() + size + kUsualEnd.size();
+  if (!beginsWith(rest, kUsualEnd) || all > form.limits[TARN_FORM_HEADER_SIZE]) return false;
+  form.source.consume(all);
+  return true;
+}
+
+TarnFormField *addUsualPart(TarnForm &form, std::string_view name) {
+  FieldTexts texts;
+  texts.name = name;
+  texts.usual_headers = form.loading;
+  form.has_usual_headers = form.loading;
+  form.headers.clear();
+  // The name is in the window behind the start of the header, which goes with it.
+  const std::string_view line(name.data() - kUsualStart.size(),
+                              kUsualStart.size() + name.size() + 1);
+  if (!form.loading && (!form.headers.append(line) || !form.headers.append({"\0\n", 2}))) {
+    return nullptr;
+  }
+  return form.records().add(&form, texts, form.part_offset);
+}
+
 }  // namespace
 
 std::string_view findHeader(std::string_view headers, std::string_view name) {
@@ -225,19 +281,38 @@ std::string_view findHeader(std::string_view headers, std::string_view name) {
   return {};
 }
 
+bool isUsualHeader(std::string_view name) { return equalIgnoringCase(name, kDisposition); }
+
+std::string_view writeUsualHeader(std::string_view name, char *place) {
+  const size_t size = kUsualValue.size() + name.size() + 1;
+  std::memcpy(place, kUsualValue.data(), kUsualValue.size());
+  if (!name.empty()) std::memcpy(place + kUsualValue.size(), name.data(), name.size());
+  std::memcpy(place + size - 1, "\"", 2);
+  return {place, size};
+}
+
 TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary) {
-  Part part;
-  if (!takeHeaders(form, dash_boundary, part)) return nullptr;
-  if (!part.has_disposition) {
-    form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, form.part_offset,
-                       "a part without Content-Disposition");
-    return nullptr;
+  TarnFormField *record = nullptr;
+  std::string_view name;
+  if (takeUsualHeaders(form, name)) {
+    record = addUsualPart(form, name);
+  } else {
+    Part part;
+    if (!takeHeaders(form, dash_boundary, part)) return nullptr;
+    if (!part.has_disposition) {
+      form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, form.part_offset,
+                         "a part without Content-Disposition");
+      return nullptr;
+    }
+    const std::string_view names = form.scratch.view();
+    FieldTexts texts;
+    texts.name = {names.data(), part.name_size};
+    if (part.has_filename) {
+      texts.filename = {names.data() + part.name_size, names.size() - part.name_size};
+    }
+    if (form.loading) texts.headers = form.headers.view();
+    record = form.records().add(&form, texts, form.part_offset);
   }
-  form.current.clear();
-  const char *filename = part.has_filename ? form.scratch.data() + part.name_size : nullptr;
-  const size_t filename_size = part.has_filename ? form.scratch.size() - part.name_size : 0;
-  TarnFormField *record = form.current.add(&form, {form.scratch.data(), part.name_size}, filename,
-                                           filename_size, form.headers.view(), form.part_offset);
   if (!record) form.raiseOutOfMemory();
   return record;
 }

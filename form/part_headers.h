@@ -16,6 +16,11 @@ TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary);
 // header, its data() is null.
 std::string_view findHeader(std::string_view headers, std::string_view name);
 
+// A record with usual headers has only Content-Disposition. This is its name; the other function writes
+// its value, from a field's name, with a zero byte behind it.
+bool isUsualHeader(std::string_view name);
+std::string_view writeUsualHeader(std::string_view name, char *place);
+
 }  // namespace tarn::form
 
 #endif

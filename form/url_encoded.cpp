@@ -1,5 +1,7 @@
 #include "form/url_encoded.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #ifdef __SSE2__
@@ -54,6 +56,24 @@ size_t firstOf(__m128i bytes) {
 __m128i load(const char *place) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i *>(place));
 }
+
+// With spaces for "+".
+void storeDecoded(__m128i bytes, char *place) {
+  const __m128i spaces = _mm_and_si128(equal(bytes, '+'), _mm_set1_epi8('+' - ' '));
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(place), _mm_sub_epi8(bytes, spaces));
+}
+
+// A bit for each of 64 bytes that is "%", "&" or "=".
+uint64_t specialBytes(const char *place) {
+  uint64_t bits = 0;
+  for (size_t i = 0; i < SpecialBytes::kSize; i += kVector) {
+    const __m128i bytes = load(place + i);
+    const __m128i special =
+        _mm_or_si128(_mm_or_si128(equal(bytes, '%'), equal(bytes, '&')), equal(bytes, '='));
+    bits |= uint64_t{static_cast<uint32_t>(_mm_movemask_epi8(special))} << i;
+  }
+  return bits;
+}
 #endif
 
 // How many bytes come before the first encoded one, or before the end of the value.
@@ -71,34 +91,137 @@ size_t plainSize(std::string_view text) {
   return size;
 }
 
-// Decodes bytes up to "&" or `end`, at most `room` of them, and removes them from `text`. Returns how
-// many there are when decoded; the rest of the room may be overwritten. A "%" that is not the first
-// byte and has no room for its digits also ends them, since the digits may not have arrived.
-size_t decode(std::string_view &text, char end, char *decoded, size_t room) {
-  const char *from = text.data();
-  const char *const last = from + text.size();
-  char *to = decoded;
-  char *const full = decoded + room;
-  while (from < last && to < full) {
-#ifdef __SSE2__
-    if (*from != '%' && static_cast<size_t>(last - from) >= kVector &&
-        static_cast<size_t>(full - to) >= kVector) {
-      const __m128i bytes = load(from);
-      const __m128i spaces = _mm_and_si128(equal(bytes, '+'), _mm_set1_epi8('+' - ' '));
-      _mm_storeu_si128(reinterpret_cast<__m128i *>(to), _mm_sub_epi8(bytes, spaces));
-      const __m128i ends = _mm_or_si128(equal(bytes, '&'), equal(bytes, end));
-      const size_t count = firstOf(_mm_or_si128(ends, equal(bytes, '%')));
-      from += count;
-      to += count;
-      if (count == kVector) continue;
-    }
-#endif
-    if (*from == '&' || *from == end) break;
-    if (*from == '%' && last - from < 3 && from != text.data()) break;
-    from += decodeByte({from, static_cast<size_t>(last - from)}, true, *to++);
+// Decodes "%XX" at the beginning of a text of at least 3 bytes. Without digits, it stays "%".
+inline void decodePercent(const char *&from, char *&to) {
+  const int byte = hexDigit(from[1]) * 16 | hexDigit(from[2]);
+  // A branch, since a processor can guess it: what follows need not wait for the digits.
+  if (byte < 0) [[unlikely]] {
+    *to++ = *from++;
+    return;
   }
-  text.remove_prefix(static_cast<size_t>(from - text.data()));
-  return static_cast<size_t>(to - decoded);
+  *to++ = static_cast<char>(byte);
+  from += 3;
+}
+
+// How far decoding has come.
+struct Decoding {
+  const char *from;  // what is next
+  char *to;          // where its byte goes
+};
+
+// Decodes bytes up to "&" or `kEnd`, or until `to` reaches `full`. What is behind may be overwritten up
+// to there. A "%" that is not the first byte and has no room for its digits also ends them, since the
+// digits may not have arrived.
+template <char kEnd>
+[[gnu::always_inline]] inline Decoding decode(const char *from, const char *last, char *to,
+                                              const char *full) {
+  const char *const first = from;
+#ifdef __SSE2__
+  // No more bytes are written than read.
+  const char *const last_block = std::min(last - from, full - to) + from;
+  while (last_block - from >= static_cast<ptrdiff_t>(kVector)) {
+    const __m128i bytes = load(from);
+    storeDecoded(bytes, to);
+    __m128i special = _mm_or_si128(equal(bytes, '&'), equal(bytes, '%'));
+    if (kEnd != '&') special = _mm_or_si128(special, equal(bytes, kEnd));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
+    const size_t count = mask != 0 ? static_cast<size_t>(__builtin_ctz(mask)) : kVector;
+    from += count;
+    to += count;
+    if (mask == 0) continue;
+    if (*from != '%') return {from, to};
+    if (last - from < 3) break;
+    decodePercent(from, to);
+  }
+#endif
+  while (from < last && to < full && *from != '&' && *from != kEnd) {
+    if (*from == '%' && last - from >= 3) {
+      decodePercent(from, to);
+      continue;
+    }
+    if (*from == '%' && from != first) break;
+    *to++ = *from == '+' ? ' ' : *from;
+    ++from;
+  }
+  return {from, to};
+}
+
+#ifdef __SSE2__
+// The first byte from here on that may not be plain. Where it is follows from the mask of a block, and
+// not from the bytes before it, so the processor can look ahead. Returns null if it is not known.
+[[gnu::always_inline]] inline const char *nextSpecial(SpecialBytes &block, const char *from,
+                                                      const char *last) {
+  auto place = static_cast<size_t>(from - block.begin);
+  if (!block.begin || place >= SpecialBytes::kSize) {
+    if (last - from < static_cast<ptrdiff_t>(SpecialBytes::kSize)) return nullptr;
+    block = {from, specialBytes(from)};
+    place = 0;
+  }
+  uint64_t bits = block.bits >> place;
+  while (bits == 0) {
+    from = block.begin + SpecialBytes::kSize;
+    if (last - from < static_cast<ptrdiff_t>(SpecialBytes::kSize)) return nullptr;
+    bits = specialBytes(from);
+    block = {from, bits};
+  }
+  return from + __builtin_ctzll(bits);
+}
+
+// Decodes a name or value up to its end. Otherwise, or if the window ends soon, returns null.
+template <char kEnd>
+[[gnu::always_inline]] inline Decoding decodeShort(SpecialBytes &known, const char *from,
+                                                   const char *last, char *to, const char *full) {
+  if (last - from > static_cast<ptrdiff_t>(kDecoded)) last = from + kDecoded;
+  SpecialBytes block = known;
+  for (;;) {
+    const char *const special = nextSpecial(block, from, last);
+    const ptrdiff_t size = special - from;
+    // Whole vectors are copied.
+    const bool fits = special && last - special >= static_cast<ptrdiff_t>(kVector) &&
+                      full - to >= size + static_cast<ptrdiff_t>(kVector);
+    if (!fits) return {nullptr, to};
+    known = block;
+    for (ptrdiff_t i = 0; i < size; i += kVector) storeDecoded(load(from + i), to + i);
+    from = special;
+    to += size;
+    if (*from == '%') {
+      decodePercent(from, to);
+    } else if (*from == '&' || kEnd == '=') {
+      return {from, to};
+    } else {
+      *to++ = *from++;
+    }
+  }
+}
+#endif
+
+template <char kEnd>
+[[gnu::noinline]] Decoding decodeStepByStep(const char *from, const char *last, char *to,
+                                            const char *full) {
+  return decode<kEnd>(from, last, to, full);
+}
+
+// See decode(); faster for names and values that are not long.
+template <char kEnd>
+[[gnu::always_inline]] inline Decoding decodePiece([[maybe_unused]] TarnForm &form,
+                                                   const char *from, const char *last, char *to,
+                                                   const char *full) {
+#ifdef __SSE2__
+  const Decoding done = decodeShort<kEnd>(form.special_bytes, from, last, to, full);
+  if (done.from) return done;
+#endif
+  return decodeStepByStep<kEnd>(from, last, to, full);
+}
+
+// The same for bytes at the beginning of the window, which are consumed. Returns how many there are when
+// decoded.
+template <char kEnd>
+size_t decodeWindow(TarnForm &form, char *decoded, size_t room) {
+  const std::string_view window = form.source.window();
+  const char *const begin = window.data();
+  const Decoding done = decode<kEnd>(begin, begin + window.size(), decoded, decoded + room);
+  form.source.consume(static_cast<size_t>(done.from - begin));
+  return static_cast<size_t>(done.to - decoded);
 }
 
 // Fills the window, so that a "%" at its beginning has its digits unless the body ends there.
@@ -118,7 +241,7 @@ bool takeName(TarnForm &form) {
   form.scratch.clear();
   if (!form.scratch.reserve(0)) return form.raiseOutOfMemory();
   while (ensureByte(form)) {
-    std::string_view window = form.source.window();
+    const std::string_view window = form.source.window();
     if (window.front() == '&') return true;
     if (window.front() == '=') {
       form.source.consume(1);
@@ -129,28 +252,32 @@ bool takeName(TarnForm &form) {
       return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, form.source.position());
     const size_t room = sizeOfPiece(window.size(), left);
     if (!form.scratch.reserve(room)) return form.raiseOutOfMemory();
-    form.scratch.grow(decode(window, '=', form.scratch.end(), room));
-    form.source.consume(form.source.window().size() - window.size());
+    form.scratch.grow(decodeWindow<'='>(form, form.scratch.end(), room));
   }
   return !form.problem;
 }
 
-// The same, straight into a record, if all of the name is in the window and not too long. Otherwise
-// returns null and consumes nothing.
-TarnFormField *takeShortName(TarnForm &form) {
-  const uint64_t offset = form.source.position();
-  std::string_view rest = form.source.window();
-  const size_t room = sizeOfPiece(rest.size(), form.limits[TARN_FORM_TEXT_SIZE]);
-  char *name = form.current.begin(&form, room);
-  if (!name) {
-    form.raiseOutOfMemory();
-    return nullptr;
+// Reads a name of any length.
+[[gnu::noinline]] TarnFormField *takeLongName(TarnForm &form, uint64_t offset) {
+  if (form.problem || !takeName(form)) return nullptr;
+  FieldTexts texts;
+  texts.name = form.scratch.view();
+  TarnFormField *record = form.records().add(&form, texts, offset);
+  if (!record) form.raiseOutOfMemory();
+  return record;
+}
+
+// Finds a byte that is not "&". Returns false at the end of the form and with a problem.
+[[gnu::noinline]] bool skipEmptyPieces(TarnForm &form) {
+  while (ensureByte(form)) {
+    const std::string_view window = form.source.window();
+    size_t empty = 0;
+    while (empty < window.size() && window[empty] == '&') ++empty;
+    if (empty == 0) return true;
+    form.source.consume(empty);
   }
-  const size_t size = decode(rest, '=', name, room);
-  if (rest.empty() || (rest.front() != '=' && rest.front() != '&')) return nullptr;
-  if (rest.front() == '=') rest.remove_prefix(1);
-  form.source.consume(form.source.window().size() - rest.size());
-  return form.current.end(size, offset);
+  if (!form.problem) form.stage = Stage::kAfterFields;
+  return false;
 }
 
 }  // namespace
@@ -167,25 +294,30 @@ size_t decodeByte(std::string_view text, bool plus, char &byte) {
 }
 
 TarnFormField *stepToPair(TarnForm &form) {
-  for (;;) {
-    if (!ensureByte(form)) {
-      if (!form.problem) form.stage = Stage::kAfterFields;
-      return nullptr;
-    }
-    const std::string_view window = form.source.window();
-    size_t empty = 0;
-    while (empty < window.size() && window[empty] == '&') ++empty;
-    if (empty == 0) break;
-    form.source.consume(empty);
+  constexpr size_t digits = 3;  // an encoded byte
+  std::string_view window = form.source.window();
+  if (window.size() < digits || window.front() == '&') {
+    if (!skipEmptyPieces(form)) return nullptr;
+    window = form.source.window();
   }
   if (!form.countField()) return nullptr;
   const uint64_t offset = form.source.position();
-  if (TarnFormField *record = takeShortName(form)) return record;
-  if (form.problem || !takeName(form)) return nullptr;
-  form.current.clear();
-  TarnFormField *record = form.current.add(&form, form.scratch.view(), nullptr, 0, {}, offset);
-  if (!record) form.raiseOutOfMemory();
-  return record;
+  // If all of the name is in the window and not too long, it goes straight into the record.
+  const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
+  const size_t room = std::min<size_t>(sizeOfPiece(window.size(), most), TarnFormField::kShortName);
+  Records &records = form.records();
+  char *name = records.begin(&form, room);
+  if (!name) {
+    form.raiseOutOfMemory();
+    return nullptr;
+  }
+  const char *const last = window.data() + window.size();
+  const Decoding done = decodePiece<'='>(form, window.data(), last, name, name + room);
+  if (done.from == last || (*done.from != '=' && *done.from != '&') || offset > UINT32_MAX) {
+    return takeLongName(form, offset);
+  }
+  form.source.consume(static_cast<size_t>(done.from - window.data()) + (*done.from == '='));
+  return records.end(static_cast<size_t>(done.to - name), offset);
 }
 
 bool nextRunOfPair(TarnForm &form, std::string_view &run) {
@@ -193,7 +325,7 @@ bool nextRunOfPair(TarnForm &form, std::string_view &run) {
     if (!form.problem) form.stage = Stage::kBetweenFields;
     return false;
   }
-  std::string_view window = form.source.window();
+  const std::string_view window = form.source.window();
   const size_t plain = plainSize(window);
   if (plain >= kLongRun || plain == window.size() || window[plain] == '&') {
     run = {window.data(), plain};
@@ -203,23 +335,22 @@ bool nextRunOfPair(TarnForm &form, std::string_view &run) {
   form.scratch.clear();
   const size_t room = sizeOfPiece(window.size(), kDecoded);
   if (!form.scratch.reserve(room)) return form.raiseOutOfMemory();
-  char *decoded = form.scratch.data();
-  const size_t count = decode(window, '&', decoded, room);
-  form.source.consume(form.source.window().size() - window.size());
-  run = {decoded, count};
+  run = {form.scratch.data(), decodeWindow<'&'>(form, form.scratch.data(), room)};
   return true;
 }
 
 bool takeShortValue(TarnForm &form, Bytes &text, uint64_t most) {
   if (form.type != BodyType::kUrlEncoded) return false;
-  std::string_view rest = form.source.window();
-  const size_t room = sizeOfPiece(rest.size(), most);
+  const std::string_view window = form.source.window();
+  const size_t room = sizeOfPiece(window.size(), most);
   if (!text.reserve(room)) return false;
-  const size_t size = decode(rest, '&', text.end(), room);
-  if (rest.empty() || rest.front() != '&') return false;
-  text.grow(size);
-  form.source.consume(form.source.window().size() - rest.size());
-  form.size = size;
+  const char *const last = window.data() + window.size();
+  char *const begin = text.end();
+  const Decoding done = decodePiece<'&'>(form, window.data(), last, begin, begin + room);
+  if (done.from == last || *done.from != '&') return false;
+  form.size = static_cast<size_t>(done.to - begin);
+  text.grow(static_cast<size_t>(done.to - begin));
+  form.source.consume(static_cast<size_t>(done.from - window.data()) + 1);
   form.stage = Stage::kBetweenFields;
   return true;
 }

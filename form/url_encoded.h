@@ -14,9 +14,9 @@ TarnFormField *stepToPair(TarnForm &form);
 // See TarnForm::nextRun().
 bool nextRunOfPair(TarnForm &form, std::string_view &run);
 
-// Reads the whole value behind the other bytes of `text`, if it and the "&" behind it are in the
-// window and it has neither thousands of bytes nor more than `most`. Otherwise returns false and
-// reads nothing.
+// Reads the whole value, and the "&" behind it, if both are in the window and the value has neither
+// thousands of bytes nor more than `most`. It goes behind the other bytes of `text`. Otherwise returns
+// false and reads nothing.
 bool takeShortValue(TarnForm &form, Bytes &text, uint64_t most);
 
 // The rest of the value, if it is in memory and nothing in it is encoded; otherwise data() is null.

@@ -12,10 +12,12 @@
 #include <utility>
 #include <vector>
 
+#include "support/failing_memory.h"
 #include "support/form_model.h"
 #include "support/pieces.h"
 #include "support/processor_time.h"
 #include "support/script.h"
+#include "tarn_form.h"
 
 namespace tarn_test {
 
@@ -210,6 +212,233 @@ TEST(CutBody, IsNeverWhole) {
     const ModelResult read =
         readAll(TarnForm_openDescriptor(kType, Pieces::kDescriptor, form.size()));
     EXPECT_EQ(read.problem, "cut_short") << shown(cut);
+  }
+}
+
+// ---- Kept fields and texts of all sizes, however they are encoded ---------------------------------
+
+std::string bytesOf(const char *text, uint64_t size) {
+  return text ? std::string(text, static_cast<size_t>(size)) : "none";
+}
+
+ModelField fieldOf(TarnFormField *field) {
+  ModelField made;
+  made.name = bytesOf(TarnFormField_name(field), TarnFormField_nameSize(field));
+  if (const char *name = TarnFormField_filename(field)) {
+    made.filename = bytesOf(name, TarnFormField_filenameSize(field));
+  }
+  if (const char *type = TarnFormField_type(field)) made.content_type = type;
+  const char *text = TarnFormField_text(field);
+  made.value = bytesOf(text, TarnFormField_size(field));
+  EXPECT_TRUE(!text || text[TarnFormField_size(field)] == '\0');
+  EXPECT_EQ(TarnFormField_name(field)[TarnFormField_nameSize(field)], '\0');
+  return made;
+}
+
+ModelResult endOf(TarnForm *form, ModelResult result) {
+  result.problem = TarnForm_problemName(TarnForm_problem(form));
+  TarnForm_close(form);
+  return result;
+}
+
+// Reads each value as a text.
+ModelResult readTexts(TarnForm *form) {
+  TarnForm_setLimit(form, TARN_FORM_FIELDS, TARN_FORM_UNLIMITED);
+  ModelResult result;
+  while (TarnFormField *field = TarnForm_next(form)) result.fields.push_back(fieldOf(field));
+  return endOf(form, result);
+}
+
+ModelResult load(TarnForm *form) {
+  TarnForm_setLimit(form, TARN_FORM_FIELDS, TARN_FORM_UNLIMITED);
+  ModelResult result;
+  TarnForm_load(form);
+  for (uint64_t i = 0; i < TarnForm_count(form, nullptr); ++i) {
+    result.fields.push_back(fieldOf(TarnForm_get(form, nullptr, i)));
+  }
+  return endOf(form, result);
+}
+
+// Compares texts and kept fields with the model, at once and in pieces.
+void compare(const char *type, const std::string &body) {
+  const ModelResult expected = modelOfForm(type, body);
+  ASSERT_EQ(expected.problem, "") << shown(body);
+  const auto open = [&] { return TarnForm_openMemory(type, body.data(), body.size()); };
+  const auto openPieces = [&] {
+    return TarnForm_openDescriptor(type, Pieces::kDescriptor, body.size());
+  };
+  ASSERT_TRUE(readTexts(open()) == expected) << shown(body);
+  ASSERT_TRUE(load(open()) == expected) << shown(body);
+  for (const size_t size : {13, 70}) {
+    const Pieces texts(body, {size, 1, 200});
+    ASSERT_TRUE(readTexts(openPieces()) == expected) << shown(body);
+    const Pieces kept(body, {size, 1, 200});
+    ASSERT_TRUE(load(openPieces()) == expected) << shown(body);
+  }
+}
+
+TEST(KeptFields, OfAnyUrlEncodedTextAreThoseOfTheModel) {
+  std::mt19937 chance(21);
+  const std::vector<std::string> pieces = {"&",  "=",  "%",   "+",   "%41",
+                                           "%4", "%%", "%zz", "%26", "%3D"};
+  for (int round = 0; round < 3000; ++round) {
+    std::string body;
+    const size_t size = chance() % 400;
+    // From nearly plain texts to hardly any plain byte.
+    const size_t rare = 1 + chance() % 20;
+    while (body.size() < size) {
+      if (chance() % rare == 0) {
+        body += pieces[chance() % pieces.size()];
+      } else {
+        body += static_cast<char>('a' + chance() % 26);
+      }
+    }
+    compare(kUrlEncoded, body);
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(KeptFields, MayHaveNamesAndValuesOfAnySize) {
+  for (const size_t size :
+       {0,    1,    15,   16,   17,   63,   64,   65,    254,   255,   256,   4078,  4079,
+        4080, 4081, 4094, 4095, 4096, 4097, 5000, 65534, 65535, 65536, 65537, 200000}) {
+    const std::string text(size, 'x');
+    compare(kUrlEncoded, "a=1&" + text + "n=" + text + "&b=" + text + "%41&c=2");
+    if (size < 16000) {
+      compare(kMultipart, part("name=\"" + text + "\"", "1") +
+                              part("name=\"" + text + "\"; filename=\"" + text + "\"", "2") +
+                              part("name=\"%22" + text + "\"", "3") + "--b--");
+    }
+    compare(kMultipart, part("name=\"a\"", text) + part("name=\"b\"; filename=\"f\"", text) +
+                            part("name=\"c\"\r\nContent-Type: text/plain", text) +
+                            part("name=\"d\"", text) + "--b--");
+    if (HasFatalFailure()) return;
+  }
+}
+
+// What the headers of the fields are, by name and in the order of the form.
+std::vector<std::string> headersOf(TarnForm *form, bool kept) {
+  std::vector<std::string> values;
+  if (kept) {
+    EXPECT_EQ(TarnForm_load(form), 1);
+  }
+  for (uint64_t i = 0;; ++i) {
+    TarnFormField *field = kept ? TarnForm_get(form, nullptr, i) : TarnForm_next(form);
+    if (!field) break;
+    for (const char *name : {"content-disposition", "Content-Type", "X", "Content-Disposition"}) {
+      values.push_back(
+          bytesOf(TarnFormField_header(field, name), TarnFormField_headerSize(field, name)));
+    }
+  }
+  EXPECT_EQ(TarnForm_isWhole(form), 1);
+  TarnForm_close(form);
+  return values;
+}
+
+TEST(KeptFields, HaveTheHeadersThatWereSent) {
+  const std::vector<std::string> dispositions = {"name=\"a\"",
+                                                 "name=\"\"",
+                                                 "name=\"a%22b\"",
+                                                 "name=b",
+                                                 " name=\"two spaces\"",
+                                                 "name=\"" + std::string(3000, 'n') + "\"",
+                                                 "name=\"" + std::string(5000, 'n') + "\"",
+                                                 "name=\"f\"; filename=\"g\"",
+                                                 "name=\"\xC3\xA9\"",
+                                                 "name=\"a\""};
+  std::string body;
+  std::vector<std::string> expected;
+  for (const std::string &disposition : dispositions) {
+    for (const std::string line : {"", "X: y", "Content-Type: a/b"}) {
+      body += part(disposition + (line.empty() ? "" : "\r\n" + line), std::string(100, 'v'));
+      const std::string value = "form-data; " + disposition;
+      expected.insert(expected.end(), {value, line.front() == 'C' ? "a/b" : "none",
+                                       line.front() == 'X' ? "y" : "none", value});
+    }
+  }
+  body += "--b--";
+  const auto open = [&] { return TarnForm_openMemory(kMultipart, body.data(), body.size()); };
+  EXPECT_EQ(headersOf(open(), false), expected);
+  EXPECT_EQ(headersOf(open(), true), expected);
+}
+
+TEST(KeptFields, KeepTheirHeadersUntilTheFormIsClosed) {
+  std::string body;
+  for (size_t i = 0; i < 300; ++i) body += part("name=\"" + std::string(i, 'n') + "\"", "");
+  body += "--b--";
+  TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+  ASSERT_EQ(TarnForm_load(form), 1);
+  std::vector<const char *> headers(300);
+  for (const int step : {7, 1}) {
+    for (size_t i = 0; i < 300; i += static_cast<size_t>(step)) {
+      headers[i] = TarnFormField_header(TarnForm_get(form, nullptr, i), "Content-Disposition");
+    }
+  }
+  for (size_t i = 0; i < 300; ++i) {
+    EXPECT_EQ(headers[i], "form-data; name=\"" + std::string(i, 'n') + "\"");
+  }
+  TarnForm_close(form);
+}
+
+TEST(KeptFields, HaveTheirHeadersIfTheFormCouldBeLoaded) {
+  const std::string body = part("name=\"a\"", "1") + "--b--";
+  forEachFailingAllocation([&](FailingMemory &memory) {
+    TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
+    const int loaded = memory.call([&] { return TarnForm_load(form); });
+    if (loaded) {
+      TarnFormField *field = TarnForm_get(form, "a", 0);
+      EXPECT_STREQ(TarnFormField_header(field, "Content-Disposition"), "form-data; name=\"a\"");
+    } else {
+      EXPECT_EQ(TarnForm_problem(form), TARN_FORM_OUT_OF_MEMORY);
+    }
+    TarnForm_close(form);
+  });
+}
+
+// Lookups go through all fields at first, and later through an index.
+TEST(Lookups, FindTheSameHoweverManyThereAre) {
+  TarnForm *form = TarnForm_openQuery("ab=1&Ab=2&a=3&ab=4&xb=5&=6");
+  ASSERT_EQ(TarnForm_load(form), 1);
+  const auto value = [](TarnFormField *field) {
+    return field ? std::string(TarnFormField_text(field)) : "none";
+  };
+  for (int round = 0; round < 100; ++round) {
+    EXPECT_EQ(TarnForm_count(form, "ab"), 2U);
+    EXPECT_EQ(TarnForm_count(form, "AB"), 0U);
+    EXPECT_EQ(TarnForm_count(form, ""), 1U);
+    EXPECT_EQ(value(TarnForm_get(form, "ab", 1)), "4");
+    EXPECT_EQ(value(TarnForm_get(form, "ab", 2)), "none");
+    EXPECT_EQ(value(TarnForm_get(form, "b", 0)), "none");
+    EXPECT_EQ(value(TarnForm_get(form, "", 0)), "6");
+    EXPECT_EQ(value(TarnForm_getIgnoringCase(form, "AB", 1)), "2");
+    EXPECT_EQ(value(TarnForm_getIgnoringCase(form, "aB", 2)), "4");
+    EXPECT_EQ(value(TarnForm_getIgnoringCase(form, "ab", 3)), "none");
+  }
+  TarnForm_close(form);
+}
+
+// A text with most of a boundary in many places, some of them at the ends of pieces.
+TEST(Preamble, MayHaveNearDelimitersOfAnyLength) {
+  std::mt19937 chance(5);
+  for (size_t size = 1; size <= 70; ++size) {
+    for (const bool dashes : {false, true}) {
+      std::string boundary;
+      for (size_t i = 0; i < size; ++i) boundary += dashes || i % 7 == 3 ? '-' : 'b';
+      const std::string type = "multipart/form-data; boundary=" + boundary;
+      std::string preamble;
+      for (int i = 0; i < 40; ++i) {
+        const std::string near = "--" + boundary.substr(0, chance() % size) + ".";
+        preamble += (chance() % 2 ? "\r\n" : "") + near;
+      }
+      std::string body = preamble + "\r\n" + part("name=\"a\"", "1", boundary);
+      if (chance() % 4 == 0) body = preamble + "--" + boundary + body;  // inside a line: malformed
+      body += "--" + boundary + "--";
+      const ModelResult expected = modelOfForm(type, body);
+      EXPECT_EQ(readFromMemory(type.c_str(), body), expected) << shown(body);
+      for (const size_t piece : {1, 2, 50, 63, 71, 72, 73, 1000}) {
+        EXPECT_EQ(readInPieces(type.c_str(), body, {piece}), expected) << piece << shown(body);
+      }
+    }
   }
 }
 
