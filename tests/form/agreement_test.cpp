@@ -380,7 +380,7 @@ TEST(KeptFields, KeepTheirHeadersUntilTheFormIsClosed) {
   TarnForm_close(form);
 }
 
-TEST(KeptFields, HaveTheirHeadersIfTheFormCouldBeLoaded) {
+TEST(KeptFieldsWithoutMemory, HaveTheirHeadersIfTheFormCouldBeLoaded) {
   const std::string body = part("name=\"a\"", "1") + "--b--";
   forEachFailingAllocation([&](FailingMemory &memory) {
     TarnForm *form = TarnForm_openMemory(kMultipart, body.data(), body.size());
