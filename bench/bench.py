@@ -12,9 +12,11 @@ import textwrap
 import form_peers
 import forms
 import report
+import serving
 import workloads
 
-ALL = workloads.ALL | forms.ALL
+ALL = workloads.ALL | forms.ALL | serving.ALL
+ON_DEMAND = [*forms.WITH_PEERS, *serving.ALL]
 
 
 def processor():
@@ -43,7 +45,7 @@ def chosen(words, parser):
         if not found:
             parser.error(f"unknown workload {word}; known: {', '.join(ALL)}")
         names += found
-    return names or [name for name in ALL if name not in forms.WITH_PEERS]
+    return names or [name for name in ALL if name not in ON_DEMAND]
 
 
 def parse(arguments):
@@ -69,7 +71,7 @@ def parse(arguments):
         if {name for name in ALL if name[0] == group} <= set(options.workloads)
     ]
     if options.update_docs and not options.groups:
-        parser.error("--update-docs needs a run of all workloads W, or of all F with --peers")
+        parser.error("--update-docs needs all workloads W, all of F with --peers, or all of S")
     return options
 
 

@@ -9,12 +9,26 @@
 
 namespace tarn {
 
-class Bytes {
+// Where blocks usually come from.
+struct Heap {
+  // The size of the block that is best for so many bytes.
+  static constexpr size_t roundUp(size_t size) { return size; }
+
+  // Like realloc(). The block has `old` bytes; it is null for a new one.
+  static void *resize(void *block, size_t /*old*/, size_t size) {
+    return std::realloc(block, size);
+  }
+
+  static void release(void *block, size_t /*size*/) { std::free(block); }
+};
+
+template <class Memory>
+class BasicBytes {
  public:
-  Bytes() = default;
-  ~Bytes() { std::free(data_); }
-  Bytes(const Bytes &) = delete;
-  Bytes &operator=(const Bytes &) = delete;
+  BasicBytes() = default;
+  ~BasicBytes() { Memory::release(data_, capacity_); }
+  BasicBytes(const BasicBytes &) = delete;
+  BasicBytes &operator=(const BasicBytes &) = delete;
 
   char *data() { return data_; }
   const char *data() const { return data_; }
@@ -23,6 +37,15 @@ class Bytes {
 
   // Forgets the bytes, but keeps the block for the next ones.
   void clear() { size_ = 0; }
+
+  // The same, but keeps no block that is larger than this.
+  void clear(size_t most_kept) {
+    size_ = 0;
+    if (capacity_ <= most_kept) return;
+    Memory::release(data_, capacity_);
+    data_ = nullptr;
+    capacity_ = 0;
+  }
 
   // The following return false if memory runs out; nothing is changed then.
 
@@ -64,8 +87,9 @@ class Bytes {
   }
 
  private:
-  bool resizeBlock(size_t capacity) {
-    void *block = std::realloc(data_, capacity);
+  bool resizeBlock(size_t size) {
+    const size_t capacity = Memory::roundUp(size);
+    void *block = Memory::resize(data_, capacity_, capacity);
     if (!block) return false;
     data_ = static_cast<char *>(block);
     capacity_ = capacity;
@@ -76,6 +100,8 @@ class Bytes {
   size_t size_ = 0;
   size_t capacity_ = 0;
 };
+
+using Bytes = BasicBytes<Heap>;
 
 }  // namespace tarn
 

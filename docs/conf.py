@@ -45,6 +45,8 @@ html_theme_options = {"top_of_page_button": None}
 pygments_style = "default"
 pygments_dark_style = "github-dark"
 
+NAVIGATION: dict[str, str] = {}  # by folder
+
 
 def add_theme_files(app):
     """Adds complete copies of Furo's styles and script. Debian's Furo loads part of its styles from
@@ -66,7 +68,27 @@ def add_theme_files(app):
     app.config.html_static_path.append(f"{app.srcdir}/static")
 
 
+def share_navigation(app, page, _template, context, _doctree):
+    """Makes the navigation once for all pages of a folder that it does not list.
+
+    It takes as long as everything else on a page. A page that it lists is marked there.
+    """
+    listed = {name for names in app.env.toctree_includes.values() for name in names}
+    if page in listed:
+        return
+    make = context["toctree"]
+    folder = page.rpartition("/")[0]
+
+    def share(**options):
+        if folder not in NAVIGATION:
+            NAVIGATION[folder] = make(**options)
+        return NAVIGATION[folder]
+
+    context["toctree"] = share
+
+
 def setup(app):
     app.add_lexer("haproxy", TextLexer)
     app.connect("builder-inited", lambda app: sources.write(DOCS.parent, Path(app.srcdir)))
     app.connect("builder-inited", add_theme_files)
+    app.connect("html-page-context", share_navigation, priority=100)  # Furo uses it at 500

@@ -77,6 +77,8 @@ class Writer:
             return f"Dv {content}"
         if kind == "environment":
             return f"Ev {content}"
+        if kind == "command":
+            return f"Xr {content} 1"
         if kind == "function":
             if self.home.get(content) == page.name:
                 return f"Fn {content}"
@@ -125,8 +127,8 @@ class Writer:
     def see_also(self, page: Page, text: str) -> list[str]:
         """The pages that describe what the text of this page names, including its example."""
         references = {
-            (SECTIONS.get(name, 3), self.home.get(name, name))
-            for name in re.findall(r"\bXr (\w+) \d", text)
+            (int(section), self.home.get(name, name))
+            for name, section in re.findall(r"\bXr ([\w-]+) (\d)", text)
         }
         names = {self.home[name] for name in re.findall(r"\b(\w+)\(", text) if name in self.home}
         names |= {each.name for each in self.pages if each.family is None or page.family is None}

@@ -14,12 +14,14 @@ from reference import HeaderError, located, one_line
 
 # The manual sections of the functions from other libraries that the texts name.
 SECTIONS = {
+    "_exit": 2,
     "alarm": 2,
     "atof": 3,
     "execve": 2,
     "free": 3,
     "malloc": 3,
     "posix_spawn": 3,
+    "pread": 2,
     "printf": 3,
     "strcasecmp": 3,
     "strcmp": 3,
@@ -62,7 +64,7 @@ class Library:
     name: str  # as pages call it
     title: str  # of its part of the site
     folder: str  # on the site
-    kinds: list[str]  # headings for its constants; the first kind is of problems or statuses
+    kinds: list[str]  # headings for its constants: first problems or statuses; or nothing
     returned: str  # the type of the functions that return constants of the first kind
     results_suffice: bool  # to document a function
     reference: model.Reference
@@ -76,6 +78,10 @@ class Library:
 
     def types(self) -> set[str]:
         return {each.name for each in self.reference.types}
+
+    def codes(self) -> list[model.Constant]:
+        """The problems or statuses."""
+        return self.reference.constants[0].members if self.kinds else []
 
 
 def sentence(text: str) -> str:

@@ -26,8 +26,8 @@ def located(place: object):
 
 # ---- The model ---------------------------------------------------------------------------------
 #
-# A text is a string marked up as in the header: `argument`, function(), TARN_CONSTANT, "quotation".
-# pieces() splits it.
+# A text is a string marked up as in the header: `argument`, function(), TARN_CONSTANT,
+# tarn-serve(1), "quotation". pieces() splits it.
 
 
 @dataclass
@@ -95,9 +95,10 @@ class Comment:
 class Parameter:
     type: str
     name: str
+    after: str = ""  # of a pointer to a function: what follows the name
 
     def __str__(self):
-        return self.type + ("" if self.type.endswith("*") else " ") + self.name
+        return self.type + ("" if self.type.endswith("*") else " ") + self.name + self.after
 
 
 @dataclass
@@ -182,6 +183,7 @@ PIECE = re.compile(
     `(?P<code>[^`]+)`
   | (?P<quotation>"[^"]*")
   | \b(?P<function>(?:\w+::)*[A-Za-z_]\w*)\(\)
+  | \b(?P<command>tarn-\w+)\(1\)
   | \b(?P<constant>TARN_[A-Z_]+)\b
   | \b(?P<environment>HTTPS|[A-Z]+(?:_[A-Z]+)+)\b
 """,
@@ -276,10 +278,10 @@ def parse_comment(text: str) -> Comment:
 
 
 def parse_parameter(text: str) -> Parameter:
-    match = re.fullmatch(r"(.*?[\s*])(\w+)", text)
+    match = re.fullmatch(r"(.*?[\s*])(\w+)(\)\(.*\))?", text)
     if not match:
         raise HeaderError(f"an argument without a name: {text}")
-    return Parameter(match[1].strip(), match[2])
+    return Parameter(match[1].strip(), match[2], match[3] or "")
 
 
 def parse_declaration(text: str, comment: Comment) -> Function | Declaration:
@@ -334,7 +336,7 @@ ITEM = re.compile(
   | (?P<directive>^\#[^\n]*)
   | (?P<slots>^enum\ \w+\ \{\n(?P<enumerators>.*?)^\};)
   | (?P<declaration>^(?:TARN_\w*API|typedef)\b(?:(?!TARN_\w*API|typedef|/\*)[^;])*;)
-    (?:\ /\*\ since\ TARN_(?:FORM_)?[\d.]+\ \*/)?
+    (?:\ /\*\ since\ TARN_(?:[A-Z]+_)?[\d.]+\ \*/)?
   | (?P<begin>extern\ "C"\ \{) | (?P<end>^\}$)
   | (?P<unknown>\S[^\n]*)
 """,

@@ -21,6 +21,7 @@ ELSEWHERE = {
     "docs/guide/README.md": "index.md",
     "include/tarn.h": "c/index.rst",
     "include/tarn_form.h": "forms/index.rst",
+    "include/tarn_serve.h": "serve/index.rst",
     "include/tarn.hpp": "cpp/index.rst",
     "examples": "examples.rst",
 }
@@ -87,6 +88,8 @@ class Names:
                 content = re.sub(r"([\\*`|<>]|_(?!\w))", r"\\\1", content).replace("://", r":\ //")
                 content = re.sub(r"\bquirk (\d+)", r":ref:`quirk \1 <quirk-\1>`", content)
                 made += self.plain.sub(lambda name: self.role(name[0], owner), content)
+            elif kind == "command":
+                made += rf"\ :doc:`{content}(1) </tools/{content}>`\ "
             else:
                 made += self.role(content + "()" * (kind == "function"), owner)
         return made
@@ -175,7 +178,7 @@ class Site:
         words = "Every function, by family."
         self.add(f"{folder}/index", words, "c", library=library, page=overview, pages=families)
         kinds = " and ".join(library.kinds).lower()
-        words = f"Rules for every function; types, {kinds}."
+        words = "Rules for every function" + (f"; types, {kinds}." if kinds else ".")
         self.add(f"{folder}/conventions", words, library=library)
 
     def add_reference(self) -> None:
@@ -196,7 +199,7 @@ class Site:
 
     def add_documents(self) -> None:
         root = [self.root / "CHANGELOG.md", self.root / "SECURITY.md"]
-        for path in [*root, *(self.root / "docs").rglob("*.md")]:
+        for path in [*root, *sorted((self.root / "docs").rglob("*.md"))]:
             place = str(path.relative_to(self.root))
             page = ELSEWHERE.get(place, place.removeprefix("docs/"))
             if place != "docs/guide/README.md":
@@ -256,7 +259,7 @@ def write(root: Path, target: Path) -> None:
     site.add_search_words()
     summaries = re.sub(r"[`*]", "", json.dumps(site.summaries, indent=0))
     files = site.files | {"static/summaries.js": f"var summaries = {summaries};\n"}
-    for path in root.glob("docs/**/*.[ps][nv]g"):
+    for path in sorted(root.glob("docs/**/*.[ps][nv]g")):
         (target / path.relative_to(root / "docs").parent).mkdir(parents=True, exist_ok=True)
         shutil.copyfile(path, target / path.relative_to(root / "docs"))
     for name, text in files.items():

@@ -3,7 +3,9 @@
  * server must be able to write that file and should not serve it. Anything after the last line end
  * in it is discarded. Messages are refused once the file has STORE_BYTES.
  *
- *   cc -std=c99 -o contact contact.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o contact contact.c -ltarn_form -ltarn -ltarn_serve
+ *
+ * with page.h and store.h in the same folder.
  */
 #include "store.h"
 
@@ -73,7 +75,7 @@ static const char *saveMessage(const char *path, char *const *values, const char
   return storedStatus(stored);
 }
 
-int main(void) {
+static int script(void) {
   const char *path = getenv("TARN_CONTACT_FILE");
   TarnForm *form = TarnForm_open();
   const char *problem = "";
@@ -105,3 +107,5 @@ int main(void) {
   TarnForm_close(form);
   return endResponse();
 }
+
+int main(void) { return tarn_serve(script); }

@@ -3,7 +3,7 @@
  * server must be able to write that file and should not serve it. Anything after the last line end
  * in it is discarded. The script behaves like contact.c, and both can use the same file.
  *
- *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn_form -ltarn
+ *   cc -std=c++17 -fno-exceptions -o contact contact.cpp -ltarn_form -ltarn -ltarn_serve
  *
  * with page.h, store.h and page.hpp in the same folder.
  */
@@ -69,7 +69,7 @@ static Outcome save_message(const tarn::Form &form, const char *path, bool fits,
                    kStoreBytes, kRemarks);
 }
 
-int main() {
+static int script() {
   const tarn::Form sent;
   const bool post = isMethod("POST");
   const char *path = getenv("TARN_CONTACT_FILE");
@@ -101,3 +101,5 @@ int main() {
   content.add(std::move(form));
   return send_page("Contact", outcome, std::move(content)) ? 0 : 1;
 }
+
+int main() { return tarn::serve(script); }

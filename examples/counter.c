@@ -4,7 +4,9 @@
  * The script counts GET requests, although a GET should change nothing: a page that acts on what
  * visitors send should do so only for a POST.
  *
- *   cc -std=c99 -o counter counter.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o counter counter.c -ltarn_form -ltarn -ltarn_serve
+ *
+ * with page.h and store.h in the same folder.
  */
 #include "store.h"
 
@@ -50,7 +52,7 @@ static long long incrementCount(const char *path) {
   return count;
 }
 
-int main(void) {
+static int script(void) {
   const char *path = getenv("TARN_COUNTER_FILE");
   const long long count = !path ? -1 : isMethod("HEAD") ? readCount(path) : incrementCount(path);
   printf("Status: %s\n", count < 0 ? "500 Internal Server Error" : "200 OK");
@@ -66,3 +68,5 @@ int main(void) {
   }
   return endResponse();
 }
+
+int main(void) { return tarn_serve(script); }

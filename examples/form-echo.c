@@ -2,7 +2,9 @@
  * asks for text/plain first (curl -H 'Accept: text/plain' ...). Do not put it on a live site: it
  * shows HttpOnly cookies, so a script in another page of the site can read them here.
  *
- *   cc -std=c99 -o form-echo form-echo.c -ltarn_form -ltarn       (page.h in the same folder)
+ *   cc -std=c99 -o form-echo form-echo.c -ltarn_form -ltarn -ltarn_serve
+ *
+ * with page.h in the same folder.
  */
 #include "page.h"
 
@@ -125,7 +127,7 @@ static const char warning[] =
     "<p role=\"note\">Do not put this script on a live site: it shows all cookies, even HttpOnly "
     "ones, which scripts in a page must not read.</p>";
 
-int main(void) {
+static int script(void) {
   TarnForm *form = TarnForm_open();
   TarnForm_setLimit(form, TARN_FORM_FIELDS, 10000);
   plain = strncmp(CgiEnv_getAccept(NULL), "text/plain", 10) == 0;
@@ -146,3 +148,5 @@ int main(void) {
   TarnForm_close(form);
   return endResponse();
 }
+
+int main(void) { return tarn_serve(script); }

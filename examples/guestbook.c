@@ -3,7 +3,9 @@
  * write that file and should not serve it. Anything after the last line end in it is discarded.
  * Entries are refused once the file has STORE_BYTES.
  *
- *   cc -std=c99 -o guestbook guestbook.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o guestbook guestbook.c -ltarn_form -ltarn -ltarn_serve
+ *
+ * with page.h and store.h in the same folder.
  */
 #include "store.h"
 
@@ -53,7 +55,7 @@ static const char *saveEntry(const char *path, const char *const *entry, const c
   return storedStatus(stored);
 }
 
-int main(void) {
+static int script(void) {
   const char *path = getenv("TARN_GUESTBOOK_FILE");
   TarnForm *form = TarnForm_open();
   const char *problem = "";
@@ -95,3 +97,5 @@ int main(void) {
   TarnForm_close(form);
   return endResponse();
 }
+
+int main(void) { return tarn_serve(script); }

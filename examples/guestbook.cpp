@@ -3,7 +3,7 @@
  * write that file and should not serve it. Anything after the last line end in it is discarded. The
  * script behaves like guestbook.c, and both can use the same file.
  *
- *   cc -std=c++17 -fno-exceptions -o guestbook guestbook.cpp -ltarn_form -ltarn
+ *   cc -std=c++17 -fno-exceptions -o guestbook guestbook.cpp -ltarn_form -ltarn -ltarn_serve
  *
  * with page.h, store.h and page.hpp in the same folder.
  */
@@ -70,7 +70,7 @@ static bool answer_form(const tarn::Form &sent, const char *path, Outcome &outco
   return outcome.status == 303 && there.send();
 }
 
-int main() {
+static int script() {
   const tarn::Form sent;
   const bool post = isMethod("POST");
   const char *path = getenv("TARN_GUESTBOOK_FILE");
@@ -98,3 +98,5 @@ int main() {
   free(lines.text);
   return whole ? 0 : 1;
 }
+
+int main() { return tarn::serve(script); }

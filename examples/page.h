@@ -15,6 +15,7 @@
 #include <sys/random.h>
 #include <tarn.h>
 #include <tarn_form.h>
+#include <tarn_serve.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -253,7 +254,7 @@ static inline void showProblem(const char *problem) {
 
 static inline void endPage(void) { puts("</main>\n</body>\n</html>"); }
 
-/* What main() returns: 0 if the whole response was written. */
+/* What script() returns: 0 if the whole response was written. */
 static inline int endResponse(void) { return fflush(stdout) == 0 && !ferror(stdout) ? 0 : 1; }
 
 #endif

@@ -4,7 +4,9 @@
  * serve it. Anything after the last line end in it is discarded. Votes are refused once the file
  * has STORE_BYTES, because each request reads them all.
  *
- *   cc -std=c99 -o poll poll.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o poll poll.c -ltarn_form -ltarn -ltarn_serve
+ *
+ * with page.h and store.h in the same folder.
  */
 #include "store.h"
 
@@ -136,7 +138,7 @@ static void showPage(const Votes *votes, const char *problem) {
   endPage();
 }
 
-int main(void) {
+static int script(void) {
   const char *path = getenv("TARN_POLL_FILE");
   TarnForm *form = TarnForm_open();
   const char *problem = "";
@@ -181,3 +183,5 @@ int main(void) {
   TarnForm_close(form);
   return endResponse();
 }
+
+int main(void) { return tarn_serve(script); }

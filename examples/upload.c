@@ -2,7 +2,9 @@
  * files for download. Use a folder that the web server does not serve. A request may have
  * REQUEST_BYTES and FILES_AT_ONCE files; the folder may hold FOLDER_FILES files and FOLDER_BYTES.
  *
- *   cc -std=c99 -o upload upload.c -ltarn_form -ltarn       (page.h and store.h in the same folder)
+ *   cc -std=c99 -o upload upload.c -ltarn_form -ltarn -ltarn_serve
+ *
+ * with page.h and store.h in the same folder.
  */
 #include "store.h"
 
@@ -155,7 +157,7 @@ static const char html[] =
     "  request.send(new FormData(event.target));\n"
     "});\n</script>\n<div id=\"answer\" role=\"status\">";
 
-int main(void) {
+static int script(void) {
   const char *folder = getenv("TARN_UPLOAD_DIR");
   TarnForm *form = TarnForm_open();
   TarnForm_setLimit(form, TARN_FORM_BODY_SIZE, REQUEST_BYTES);
@@ -196,3 +198,5 @@ int main(void) {
   TarnForm_close(form);
   return endResponse();
 }
+
+int main(void) { return tarn_serve(script); }

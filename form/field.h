@@ -44,6 +44,7 @@ struct TarnFormField {
   uint32_t is_wide : 1;
   uint32_t is_kept : 1;
   uint32_t has_usual_headers : 1;  // they are not stored; see keptHeader()
+  uint32_t unused : 1;             // so that a record can be written without being read
 
   uint32_t nameSize() const { return is_wide ? wide().name_size : short_name_size; }
   uint32_t filenameSize() const { return is_wide ? wide().filename_size : kNone; }
@@ -110,11 +111,30 @@ class Records {
     char *place = makeRoom(form, sizeof(TarnFormField) + room + 1);
     return place ? place + sizeof(TarnFormField) : nullptr;
   }
+  // Like begin(), for the current record, if the block already has room.
+  char *beginAgain(size_t room) {
+    if (ready_ < sizeof(BlockHead) + sizeof(TarnFormField) + room + 1) return nullptr;
+    bytes_.cut(sizeof(BlockHead));
+    return bytes_.end() + sizeof(TarnFormField);
+  }
   TarnFormField *end(size_t name_size, uint64_t offset) {
     TarnFormField *record = put(static_cast<uint32_t>(offset), name_size);
     bytes_.grow(sizeof(TarnFormField) + name_size + 1);
     bytes_.data()[bytes_.size() - 1] = '\0';
     return record;
+  }
+
+  // The same for a kept field whose value is also there, behind a byte for the name's zero byte. There is
+  // room for a zero byte behind it. Returns the record's place.
+  uint32_t end(size_t name_size, size_t value_size, uint64_t offset) {
+    const auto place = static_cast<uint32_t>(bytes_.size() / kWord);
+    TarnFormField *record = put(static_cast<uint32_t>(offset), name_size);
+    record->short_size = static_cast<uint32_t>(value_size) & TarnFormField::kShortValue;
+    char *const name = reinterpret_cast<char *>(record + 1);
+    name[name_size] = '\0';
+    name[name_size + 1 + value_size] = '\0';
+    bytes_.grow(sizeof(TarnFormField) + name_size + value_size + 2);
+    return place;
   }
 
   // Sets the size of the last record's value, which is behind it. Returns false if memory runs out.
@@ -154,7 +174,7 @@ class Records {
     auto *record = reinterpret_cast<TarnFormField *>(bytes_.end());
     const auto place = static_cast<uint32_t>(bytes_.size() / kWord);
     const auto name = static_cast<uint32_t>(name_size);
-    *record = {place, offset, 0, name & TarnFormField::kShortName, 0, kept_, 0};
+    *record = {place, offset, 0, name & TarnFormField::kShortName, 0, kept_, 0, 0};
     return record;
   }
   bool setLongSize(uint32_t place, uint64_t size);

@@ -49,6 +49,10 @@ bool readText(TarnForm &form) {
 
 const char *textOfCurrent(TarnForm &form) {
   if (form.problem) return nullptr;
+  if (form.takeAhead(Taken::kAsText)) {
+    form.text.grow(form.ahead.size);
+    return form.text.data();
+  }
   switch (form.taken) {
     case Taken::kNothing:
       return readText(form) ? form.text.data() : nullptr;

@@ -65,14 +65,18 @@ bool TarnForm::drain() {
 }
 
 TarnFormField *TarnForm::step() {
+#ifdef __SSE2__
+  const bool between_pairs = type == BodyType::kUrlEncoded && stage == Stage::kBetweenFields;
+  if (between_pairs && !problem && !saved.isOpen()) return tarn::form::stepToShortPair(*this);
+#endif
+  return stepSlowly();
+}
+
+TarnFormField *TarnForm::stepSlowly() {
   if (stage == Stage::kInValue && !skipValue()) return nullptr;
   if (problem || (stage == Stage::kUnread && !start())) return nullptr;
-  size = 0;
-  view = nullptr;
-  unread = {};
-  being_read = nullptr;
+  beginStep();
   if (saved.isOpen()) saved.close();
-  taken = Taken::kNothing;
   TarnFormField *field = nullptr;
   if (stage == Stage::kBetweenFields) {
     field = type == BodyType::kMultipart ? tarn::form::stepToPart(*this)
@@ -142,6 +146,7 @@ bool TarnForm::nextRun(std::string_view &run) {
 }
 
 bool TarnForm::skipValue() {
+  if (!problem && takeAhead(Taken::kPartly)) return true;
   if (taken == Taken::kNothing) taken = Taken::kPartly;
   unread = {};
   std::string_view run;

@@ -31,12 +31,24 @@ enum class Taken {
   kLost,    // a write failed, so that some of it is nowhere
 };
 
-// Which of 64 bytes in the window end or encode something URL-encoded.
-struct SpecialBytes {
-  static constexpr size_t kSize = 64;
+// The current value, if it was decoded into TarnForm::text before it was asked for. It is not taken.
+struct ValueAhead {
+  size_t encoded_size = 0;  // in the window, with the "&"; 0 if there is none
+  size_t size = 0;
+};
 
+// Which of 64 bytes in the window are special: see Block. What is in front of the next
+// field does not matter.
+struct KnownBlock {
   const char *begin = nullptr;  // null if nothing is known
-  uint64_t bits = 0;
+  uint64_t special = 0;
+};
+
+// How to search for a delimiter.
+enum class Search {
+  kUsual,   // so far; the body may be small
+  kChosen,  // for a large body: kUsual is best on this processor
+  kWide,
 };
 
 constexpr uint64_t kNotWritten = UINT64_MAX;
@@ -46,6 +58,17 @@ constexpr uint64_t kNotWritten = UINT64_MAX;
 struct TarnForm {
   // Steps to the next field. Returns null at the end and after a problem.
   TarnFormField *step();
+  TarnFormField *stepSlowly();
+
+  // Forgets the field before.
+  void beginStep() {
+    size = 0;
+    view = nullptr;
+    unread = {};
+    ahead = {};
+    being_read = nullptr;
+    taken = tarn::form::Taken::kNothing;
+  }
 
   // The same for the body as a whole.
   TarnFormField *stepToBody();
@@ -57,12 +80,22 @@ struct TarnForm {
   // Reads what is left of the current value.
   bool skipValue();
 
+  // Takes a value that was decoded before. Returns false if there is none.
+  bool takeAhead(tarn::form::Taken how) {
+    if (ahead.encoded_size == 0 || taken != tarn::form::Taken::kNothing) return false;
+    source.consume(ahead.encoded_size);
+    size = ahead.size;
+    taken = how;
+    stage = tarn::form::Stage::kBetweenFields;
+    return true;
+  }
+
   // Where the next field goes.
   tarn::form::Records &records() { return loading ? kept : current; }
 
   // Makes the window longer. Returns false at the end of the body and with a problem.
   bool more() {
-    special_bytes = {};
+    known_block = {};
     return source.more(limits, problem);
   }
 
@@ -108,7 +141,8 @@ struct TarnForm {
   uint64_t written_from = tarn::form::kNotWritten;  // where in the value a written file begins
   size_t searched = 0;  // so many bytes of the window come before the next delimiter
   uint64_t fields = 0;
-  tarn::form::SpecialBytes special_bytes;
+  tarn::form::ValueAhead ahead;
+  tarn::form::KnownBlock known_block;
   std::string_view unread;  // what TarnFormField_read() left of a run
   // The kept or current field whose stored value is being read, and how far.
   const TarnFormField *being_read = nullptr;
@@ -118,6 +152,7 @@ struct TarnForm {
   void *answers = nullptr;  // cookies and fields of the query that were returned
   tarn::form::Stage stage = tarn::form::Stage::kUnread;
   tarn::form::Taken taken = tarn::form::Taken::kNothing;
+  tarn::form::Search search = tarn::form::Search::kUsual;
   bool length_missing = false;
   bool at_delimiter = false;       // the next delimiter is at the beginning of the window
   bool empty_part = false;         // it follows the headers at once

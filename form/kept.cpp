@@ -222,6 +222,7 @@ int TarnForm_load(TarnForm *form) {
   form->loading = true;
   while (TarnFormField *field = form->step()) {
     if (!keepField(*form, *field)) break;
+    keepPairs(*form);
   }
   form->loaded = true;
   form->kept.shrink();

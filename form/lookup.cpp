@@ -134,7 +134,8 @@ TarnFormField *fieldAt(TarnForm &form, const Places &places, uint64_t index) {
   return index < places.size() ? form.kept.at(places.begin[index]) : nullptr;
 }
 
-bool isNamed(const TarnFormField &field, std::string_view name, bool folded) {
+[[gnu::always_inline]] inline bool isNamed(const TarnFormField &field, std::string_view name,
+                                           bool folded) {
   if (field.nameSize() != name.size()) return false;
   // Names that are alike, such as numbered ones, differ at the end.
   if (!folded && !name.empty() && field.name()[name.size() - 1] != name.back()) return false;

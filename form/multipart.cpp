@@ -14,6 +14,19 @@
 namespace tarn::form {
 namespace {
 
+// From here on in a body, the fastest search is used. To ask the processor for it takes longer than to
+// search a small body.
+constexpr uint64_t kLargeBody = uint64_t{1} << 20;
+
+const char *search(TarnForm &form, std::string_view text) {
+  if (form.search == Search::kUsual && form.source.position() >= kLargeBody) {
+    form.search = canSearchWide() ? Search::kWide : Search::kChosen;
+  }
+  const std::string_view delimiter = form.boundary.view();
+  return form.search == Search::kWide ? findDelimiterWide(text, delimiter)
+                                      : findDelimiter(text, delimiter);
+}
+
 // Makes the window at least `size` bytes long, if that many are left.
 bool ensure(TarnForm &form, size_t size) {
   while (form.source.window().size() < size) {
@@ -219,7 +232,7 @@ bool nextRunOfPart(TarnForm &form, std::string_view &run) {
     if (!form.at_delimiter) {
       std::string_view rest = window;
       rest.remove_prefix(form.searched);
-      found = findDelimiter(rest, delimiter);
+      found = search(form, rest);
       form.at_delimiter = found && found == window.data();
     }
     if (form.at_delimiter) {

@@ -12,6 +12,10 @@ namespace tarn::form {
 // Takes linear time. Returns null if there is no delimiter.
 const char *findDelimiter(std::string_view text, std::string_view delimiter);
 
+// The same, faster, on processors that can do that.
+const char *findDelimiterWide(std::string_view text, std::string_view delimiter);
+bool canSearchWide();
+
 // Steps over the preamble and the first delimiter's line.
 bool startMultipart(TarnForm &form);
 

@@ -4,9 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
+#include "form/decoding.h"
 
 namespace tarn::form {
 namespace {
@@ -21,58 +19,13 @@ size_t sizeOfPiece(size_t size, uint64_t limit) {
   return piece < limit ? piece : static_cast<size_t>(limit);
 }
 
-// The values of digits; -1 for other bytes.
-struct HexDigits {
-  signed char value[256] = {};
-
-  constexpr HexDigits() {
-    for (signed char &digit : value) digit = -1;
-    for (int i = 0; i < 16; ++i) {
-      value[static_cast<unsigned char>("0123456789ABCDEF"[i])] = static_cast<signed char>(i);
-      value[static_cast<unsigned char>("0123456789abcdef"[i])] = static_cast<signed char>(i);
-    }
-  }
-};
-
-int hexDigit(char c) {
-  static constexpr HexDigits digits;
-  return digits.value[static_cast<unsigned char>(c)];
-}
-
 bool isEncoded(char c) { return c == '+' || c == '%'; }
 
 #ifdef __SSE2__
-constexpr size_t kVector = sizeof(__m128i);
-
-// All bits of each byte that is this one.
-__m128i equal(__m128i bytes, char wanted) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(wanted)); }
-
-// The place of the first byte with its bits set; 16 if there is none.
-size_t firstOf(__m128i bytes) {
+// The place of the first byte with its bits set; kVector if there is none.
+ptrdiff_t firstOf(__m128i bytes) {
   const auto mask = static_cast<unsigned>(_mm_movemask_epi8(bytes));
-  return static_cast<size_t>(__builtin_ctz(mask | 1U << kVector));
-}
-
-__m128i load(const char *place) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(place));
-}
-
-// With spaces for "+".
-void storeDecoded(__m128i bytes, char *place) {
-  const __m128i spaces = _mm_and_si128(equal(bytes, '+'), _mm_set1_epi8('+' - ' '));
-  _mm_storeu_si128(reinterpret_cast<__m128i *>(place), _mm_sub_epi8(bytes, spaces));
-}
-
-// A bit for each of 64 bytes that is "%", "&" or "=".
-uint64_t specialBytes(const char *place) {
-  uint64_t bits = 0;
-  for (size_t i = 0; i < SpecialBytes::kSize; i += kVector) {
-    const __m128i bytes = load(place + i);
-    const __m128i special =
-        _mm_or_si128(_mm_or_si128(equal(bytes, '%'), equal(bytes, '&')), equal(bytes, '='));
-    bits |= uint64_t{static_cast<uint32_t>(_mm_movemask_epi8(special))} << i;
-  }
-  return bits;
+  return __builtin_ctz(mask | 1U << kVector);
 }
 #endif
 
@@ -80,147 +33,29 @@ uint64_t specialBytes(const char *place) {
 size_t plainSize(std::string_view text) {
   size_t size = 0;
 #ifdef __SSE2__
-  for (; text.size() - size >= kVector; size += kVector) {
+  for (; text.size() - size >= size_t{kVector}; size += kVector) {
     const __m128i bytes = load(text.data() + size);
     const __m128i encoded = _mm_or_si128(equal(bytes, '+'), equal(bytes, '%'));
-    const size_t count = firstOf(_mm_or_si128(encoded, equal(bytes, '&')));
-    if (count < kVector) return size + count;
+    const ptrdiff_t count = firstOf(_mm_or_si128(encoded, equal(bytes, '&')));
+    if (count < kVector) return size + static_cast<size_t>(count);
   }
 #endif
   while (size < text.size() && text[size] != '&' && !isEncoded(text[size])) ++size;
   return size;
 }
 
-// Decodes "%XX" at the beginning of a text of at least 3 bytes. Without digits, it stays "%".
-inline void decodePercent(const char *&from, char *&to) {
-  const int byte = hexDigit(from[1]) * 16 | hexDigit(from[2]);
-  // A branch, since a processor can guess it: what follows need not wait for the digits.
-  if (byte < 0) [[unlikely]] {
-    *to++ = *from++;
-    return;
-  }
-  *to++ = static_cast<char>(byte);
-  from += 3;
-}
-
-// How far decoding has come.
-struct Decoding {
-  const char *from;  // what is next
-  char *to;          // where its byte goes
-};
-
-// Decodes bytes up to "&" or `kEnd`, or until `to` reaches `full`. What is behind may be overwritten up
-// to there. A "%" that is not the first byte and has no room for its digits also ends them, since the
-// digits may not have arrived.
 template <char kEnd>
-[[gnu::always_inline]] inline Decoding decode(const char *from, const char *last, char *to,
-                                              const char *full) {
-  const char *const first = from;
-#ifdef __SSE2__
-  // No more bytes are written than read.
-  const char *const last_block = std::min(last - from, full - to) + from;
-  while (last_block - from >= static_cast<ptrdiff_t>(kVector)) {
-    const __m128i bytes = load(from);
-    storeDecoded(bytes, to);
-    __m128i special = _mm_or_si128(equal(bytes, '&'), equal(bytes, '%'));
-    if (kEnd != '&') special = _mm_or_si128(special, equal(bytes, kEnd));
-    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
-    const size_t count = mask != 0 ? static_cast<size_t>(__builtin_ctz(mask)) : kVector;
-    from += count;
-    to += count;
-    if (mask == 0) continue;
-    if (*from != '%') return {from, to};
-    if (last - from < 3) break;
-    decodePercent(from, to);
-  }
-#endif
-  while (from < last && to < full && *from != '&' && *from != kEnd) {
-    if (*from == '%' && last - from >= 3) {
-      decodePercent(from, to);
-      continue;
-    }
-    if (*from == '%' && from != first) break;
-    *to++ = *from == '+' ? ' ' : *from;
-    ++from;
-  }
-  return {from, to};
+[[gnu::noinline]] Decoding decodePiece(std::string_view window, char *to, size_t room) {
+  return decode<kEnd>({window.data(), to}, window.data() + window.size(), to + room);
 }
 
-#ifdef __SSE2__
-// The first byte from here on that may not be plain. Where it is follows from the mask of a block, and
-// not from the bytes before it, so the processor can look ahead. Returns null if it is not known.
-[[gnu::always_inline]] inline const char *nextSpecial(SpecialBytes &block, const char *from,
-                                                      const char *last) {
-  auto place = static_cast<size_t>(from - block.begin);
-  if (!block.begin || place >= SpecialBytes::kSize) {
-    if (last - from < static_cast<ptrdiff_t>(SpecialBytes::kSize)) return nullptr;
-    block = {from, specialBytes(from)};
-    place = 0;
-  }
-  uint64_t bits = block.bits >> place;
-  while (bits == 0) {
-    from = block.begin + SpecialBytes::kSize;
-    if (last - from < static_cast<ptrdiff_t>(SpecialBytes::kSize)) return nullptr;
-    bits = specialBytes(from);
-    block = {from, bits};
-  }
-  return from + __builtin_ctzll(bits);
-}
-
-// Decodes a name or value up to its end. Otherwise, or if the window ends soon, returns null.
-template <char kEnd>
-[[gnu::always_inline]] inline Decoding decodeShort(SpecialBytes &known, const char *from,
-                                                   const char *last, char *to, const char *full) {
-  if (last - from > static_cast<ptrdiff_t>(kDecoded)) last = from + kDecoded;
-  SpecialBytes block = known;
-  for (;;) {
-    const char *const special = nextSpecial(block, from, last);
-    const ptrdiff_t size = special - from;
-    // Whole vectors are copied.
-    const bool fits = special && last - special >= static_cast<ptrdiff_t>(kVector) &&
-                      full - to >= size + static_cast<ptrdiff_t>(kVector);
-    if (!fits) return {nullptr, to};
-    known = block;
-    for (ptrdiff_t i = 0; i < size; i += kVector) storeDecoded(load(from + i), to + i);
-    from = special;
-    to += size;
-    if (*from == '%') {
-      decodePercent(from, to);
-    } else if (*from == '&' || kEnd == '=') {
-      return {from, to};
-    } else {
-      *to++ = *from++;
-    }
-  }
-}
-#endif
-
-template <char kEnd>
-[[gnu::noinline]] Decoding decodeStepByStep(const char *from, const char *last, char *to,
-                                            const char *full) {
-  return decode<kEnd>(from, last, to, full);
-}
-
-// See decode(); faster for names and values that are not long.
-template <char kEnd>
-[[gnu::always_inline]] inline Decoding decodePiece([[maybe_unused]] TarnForm &form,
-                                                   const char *from, const char *last, char *to,
-                                                   const char *full) {
-#ifdef __SSE2__
-  const Decoding done = decodeShort<kEnd>(form.special_bytes, from, last, to, full);
-  if (done.from) return done;
-#endif
-  return decodeStepByStep<kEnd>(from, last, to, full);
-}
-
-// The same for bytes at the beginning of the window, which are consumed. Returns how many there are when
+// Decodes bytes at the beginning of the window, which are consumed. Returns how many there are when
 // decoded.
 template <char kEnd>
 size_t decodeWindow(TarnForm &form, char *decoded, size_t room) {
   const std::string_view window = form.source.window();
-  const char *const begin = window.data();
-  const Decoding done = decode<kEnd>(begin, begin + window.size(), decoded, decoded + room);
-  form.source.consume(static_cast<size_t>(done.from - begin));
+  const Decoding done = decodePiece<kEnd>(window, decoded, room);
+  form.source.consume(static_cast<size_t>(done.from - window.data()));
   return static_cast<size_t>(done.to - decoded);
 }
 
@@ -280,6 +115,62 @@ bool takeName(TarnForm &form) {
   return false;
 }
 
+#ifdef __SSE2__
+// Whether the next field can be read as a ShortPair.
+bool mayBeShort(const TarnForm &form) {
+  const std::string_view window = form.source.window();
+  return window.size() >= size_t{Block::kReach} && window.front() != '&' &&
+         form.fields < form.limits[TARN_FORM_FIELDS] && form.source.position() <= UINT32_MAX &&
+         form.limits[TARN_FORM_TEXT_SIZE] >= ShortPair::kMost;
+}
+
+// Reads the name of the next field, and looks ahead at its value. Returns null if it did nothing.
+[[gnu::always_inline]] inline TarnFormField *readShortPair(TarnForm &form) {
+  if (form.loading || !mayBeShort(form)) return nullptr;
+  const std::string_view window = form.source.window();
+  const uint64_t offset = form.source.position();
+  char *name = form.current.beginAgain(ShortPair::kRoom);
+  if (!name) name = form.current.begin(&form, ShortPair::kRoom);
+  ShortPair pair(form.known_block);
+  if (!name || !pair.decodeName(window.data(), window.data() + window.size(), name)) return nullptr;
+  ++form.fields;
+  TarnFormField *record = form.current.end(static_cast<size_t>(pair.to() - name), offset);
+  const char *const value = pair.from() + (*pair.from() == '=');
+  form.source.consume(static_cast<size_t>(value - window.data()));
+  form.text.clear();
+  if (form.text.reserve(ShortPair::kRoom) && pair.decodeValue(form.text.data())) {
+    form.known_block = pair.known();
+    form.ahead = {static_cast<size_t>(pair.from() - value) + 1,
+                  static_cast<size_t>(pair.to() - form.text.data())};
+  }
+  return record;
+}
+
+// Keeps a field as a ShortPair, if no limit is near. Returns where the next one begins; null if it kept
+// nothing.
+[[gnu::always_inline]] inline const char *keepPair(TarnForm &form, ShortPair &pair,
+                                                   const char *from, const char *last,
+                                                   uint64_t offset) {
+  Records &kept = form.kept;
+  if (last - from < Block::kReach || *from == '&') return nullptr;
+  const size_t room = ShortPair::roomForBoth(last - from);
+  if (form.fields >= form.limits[TARN_FORM_FIELDS]) return nullptr;
+  char *const name = kept.begin(&form, room);
+  const bool fits = kept.size() + sizeof(TarnFormField) + room <= form.limits[TARN_FORM_LOAD_SIZE];
+  if (!name || !fits || !form.order.reserve(sizeof(uint32_t))) return nullptr;
+  if (!pair.decodeName(from, last, name)) return nullptr;
+  const auto name_size = static_cast<size_t>(pair.to() - name);
+  char *const value = pair.to() + 1;
+  if (!pair.decodeValue(value)) return nullptr;
+  const auto value_size = static_cast<size_t>(pair.to() - value);
+  const uint32_t place = kept.end(name_size, value_size, offset);
+  std::memcpy(form.order.end(), &place, sizeof place);
+  form.order.grow(sizeof place);
+  ++form.fields;
+  return pair.from() + 1;
+}
+#endif
+
 }  // namespace
 
 size_t decodeByte(std::string_view text, bool plus, char &byte) {
@@ -292,6 +183,16 @@ size_t decodeByte(std::string_view text, bool plus, char &byte) {
   byte = static_cast<char>(high * 16 + low);
   return 3;
 }
+
+#ifdef __SSE2__
+TarnFormField *stepToShortPair(TarnForm &form) {
+  form.beginStep();
+  TarnFormField *field = readShortPair(form);
+  if (!field) return form.stepSlowly();
+  form.stage = Stage::kInValue;
+  return field;
+}
+#endif
 
 TarnFormField *stepToPair(TarnForm &form) {
   constexpr size_t digits = 3;  // an encoded byte
@@ -311,13 +212,32 @@ TarnFormField *stepToPair(TarnForm &form) {
     form.raiseOutOfMemory();
     return nullptr;
   }
-  const char *const last = window.data() + window.size();
-  const Decoding done = decodePiece<'='>(form, window.data(), last, name, name + room);
-  if (done.from == last || (*done.from != '=' && *done.from != '&') || offset > UINT32_MAX) {
+  const Decoding done = decodePiece<'='>(window, name, room);
+  if (done.from == window.data() + window.size() || (*done.from != '=' && *done.from != '&') ||
+      offset > UINT32_MAX) {
     return takeLongName(form, offset);
   }
   form.source.consume(static_cast<size_t>(done.from - window.data()) + (*done.from == '='));
   return records.end(static_cast<size_t>(done.to - name), offset);
+}
+
+void keepPairs([[maybe_unused]] TarnForm &form) {
+#ifdef __SSE2__
+  const std::string_view window = form.source.window();
+  const uint64_t offset = form.source.position();
+  const bool possible = form.type == BodyType::kUrlEncoded && form.stage == Stage::kBetweenFields &&
+                        !form.problem && offset + window.size() <= UINT32_MAX &&
+                        form.limits[TARN_FORM_TEXT_SIZE] >= ShortPair::kMost;
+  if (!possible) return;
+  ShortPair pair;
+  const char *from = window.data();
+  const char *const last = from + window.size();
+  while (const char *next =
+             keepPair(form, pair, from, last, offset + static_cast<size_t>(from - window.data()))) {
+    from = next;
+  }
+  form.source.consume(static_cast<size_t>(from - window.data()));
+#endif
 }
 
 bool nextRunOfPair(TarnForm &form, std::string_view &run) {
@@ -344,10 +264,9 @@ bool takeShortValue(TarnForm &form, Bytes &text, uint64_t most) {
   const std::string_view window = form.source.window();
   const size_t room = sizeOfPiece(window.size(), most);
   if (!text.reserve(room)) return false;
-  const char *const last = window.data() + window.size();
   char *const begin = text.end();
-  const Decoding done = decodePiece<'&'>(form, window.data(), last, begin, begin + room);
-  if (done.from == last || *done.from != '&') return false;
+  const Decoding done = decodePiece<'&'>(window, begin, room);
+  if (done.from == window.data() + window.size() || *done.from != '&') return false;
   form.size = static_cast<size_t>(done.to - begin);
   text.grow(static_cast<size_t>(done.to - begin));
   form.source.consume(static_cast<size_t>(done.from - window.data()) + 1);

@@ -8,8 +8,15 @@
 
 namespace tarn::form {
 
+// TarnForm::step() between two fields. Faster than stepToPair() if the field is short and in the window.
+TarnFormField *stepToShortPair(TarnForm &form);
+
 // Reads the name of the next field. Returns null at the end of the form and with a problem.
 TarnFormField *stepToPair(TarnForm &form);
+
+// While TarnForm_load() reads, keeps as many of the next fields as are short and in the window, and
+// far from every limit.
+void keepPairs(TarnForm &form);
 
 // See TarnForm::nextRun().
 bool nextRunOfPair(TarnForm &form, std::string_view &run);

@@ -1,10 +1,11 @@
 /* Tarn for C++: the functions of tarn.h and tarn_form.h as classes that own, view and check.
  *
- * The headers need C++17. Link with -ltarn, as in C, and with -ltarn_form if you use Form or
- * FormReader; there is nothing else to compile or link. This one includes all others. A script can
- * include just those that it uses, such as `tarn/request.hpp`, and compiles faster. Nothing throws,
- * and a script that is compiled with -fno-exceptions needs no C++ runtime for them. (The checks of the
- * C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with -lstdc++ then.)
+ * The headers need C++17. Link with -ltarn, as in C, with -ltarn_form if you use Form or FormReader,
+ * and with -ltarn_serve if you use serve(); there is nothing else to compile or link. This one
+ * includes all others. A script can include just those that it uses, such as `tarn/request.hpp`, and
+ * compiles faster. Nothing throws, and a script that is compiled with -fno-exceptions needs no C++
+ * runtime for them. (The checks of the C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with
+ * -lstdc++ then.)
  *
  * Conventions of all classes and functions:
  *
@@ -48,6 +49,7 @@
 #include "tarn/text.hpp"        // Text: a text, or the reason why there is none
 #include "tarn/string.hpp"      // String: a string that grows
 #include "tarn/header.hpp"      // PlainHeader, ResponseHeader, MultiPartHeader: headers as data
+#include "tarn/serve.hpp"       // serve(): one program as a CGI script and as a FastCGI service
 #include "tarn/adopt.hpp"       // adopt: for taking over handles of tarn.h
 
 // Used by the others:

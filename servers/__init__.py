@@ -1,11 +1,20 @@
 """The web servers under which the tests, benchmarks and scripts/demo run scripts.
 
-Each server has a configuration (NAME.conf, NAME.sh) in this folder and a class that starts it. The
-guide "Deploying a script" prints the same configurations.
+Each server has a configuration (NAME.conf, NAME.sh) in this folder, or in the folder fastcgi, and a
+class that starts it. The guides "Deploying" and "Serving" print the same configurations.
 """
 
 from servers.apache import Apache
 from servers.busybox import Busybox
+from servers.fastcgi import (
+    ApacheFastcgi,
+    HaproxyFastcgi,
+    LighttpdFastcgi,
+    LighttpdSpawning,
+    LighttpdTarnServe,
+    NginxFastcgi,
+    NginxTarnServe,
+)
 from servers.lighttpd import Lighttpd
 from servers.nginx import Nginx
 from servers.server import Server
@@ -17,4 +26,11 @@ SERVERS: dict[str, type[Server]] = {
     "apache": Apache,
     "nginx": Nginx,
     "busybox": Busybox,
+    "nginx-fastcgi": NginxFastcgi,
+    "nginx-tarn-serve": NginxTarnServe,
+    "lighttpd-fastcgi": LighttpdFastcgi,
+    "lighttpd-spawning": LighttpdSpawning,
+    "lighttpd-tarn-serve": LighttpdTarnServe,
+    "apache-fastcgi": ApacheFastcgi,
+    "haproxy-fastcgi": HaproxyFastcgi,
 }

@@ -30,7 +30,7 @@ INDEX = """<!DOCTYPE html>
 <body>
 <main>
 <h1>Tarn's examples</h1>
-<p>Each is a CGI script in one file, in the folder examples.</p>
+<p>Each is a script in one file, in the folder examples. It runs under CGI and FastCGI.</p>
 {items}</main>
 </body>
 </html>

@@ -78,6 +78,8 @@ class Server:
     SETTING = ""  # how its configuration sets a variable
     ADDITION = ""  # more lines for its configuration
     LOG = "scripts.log"  # what scripts write to standard error
+    FOLDER = CONFIGURATIONS
+    PROGRAMS = "www/cgi-bin"
 
     def __init__(
         self,
@@ -150,26 +152,32 @@ class Server:
         """Configures the server and starts it on `self.port`, or on a free port if that is 0."""
         raise NotImplementedError
 
+    def files(self) -> list[str]:
+        """The names of its files."""
+        names = [f"{self.NAME}.conf", f"{self.NAME}.cfg", f"{self.NAME}.sh"]
+        return [name for name in names if (self.FOLDER / name).exists()]
+
     def configuration(self, name: str) -> str:
-        """The text of one of its files in this folder."""
-        return (CONFIGURATIONS / name).read_text(encoding="utf-8")
+        """The text of one of its files."""
+        return (self.FOLDER / name).read_text(encoding="utf-8")
 
     def _configure(self) -> None:
         """Writes its configuration, for this port and these variables."""
-        os.makedirs(self.path("www/cgi-bin"), exist_ok=True)
+        for folder in ("www", self.PROGRAMS):
+            os.makedirs(self.path(folder), exist_ok=True)
         settings = "".join(
             "    " + self.SETTING.format(name, self.path(value)) + "\n"
             for name, value in self.variables.items()
         )
         ports = variables = 0
-        for file in (*CONFIGURATIONS.glob(f"{self.NAME}.conf"), CONFIGURATIONS / f"{self.NAME}.sh"):
-            text = self.configuration(file.name)
+        for name in self.files():
+            text = self.configuration(name)
             ports += text.count(PORT)
             text, found = VARIABLE.subn(lambda _: settings, text.replace(PORT, str(self.port)))
             variables += found
-            if file.suffix == ".conf":
+            if name.endswith(".conf"):
                 text += self.ADDITION + self.options
-            with open(self.path(file.name), "w", encoding="utf-8") as copy:
+            with open(self.path(name), "w", encoding="utf-8") as copy:
                 copy.write(text)
         assert (ports, variables) == (1, 1), f"{self.NAME}: {ports} ports, {variables} variables"
 
@@ -233,7 +241,7 @@ class ServerOfOrdinaryUser(Server):
     def _start_on_port(self) -> bool:
         self._configure()
         for name, script in self.scripts.items():
-            shutil.copy(script, self.path(f"www/cgi-bin/{name}"))
+            shutil.copy(script, self.path(f"{self.PROGRAMS}/{name}"))
         self._spawn(*as_ordinary_user(self.folder))
         while os.waitpid(self.pid, os.WNOHANG)[0] == 0:
             try:

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <tarn.h>
 #include <tarn_form.h>
+#include <tarn_serve.h>
 
 static int failures;
 
@@ -78,6 +79,25 @@ static void check_form_functions(void) {
   CHECK(TarnForm_query(NULL, NULL) == NULL);
   CHECK(TarnForm_decodedQuery(NULL, NULL) == NULL);
   CHECK(TarnForm_isUtf8(NULL, 0) == 1);
+}
+
+static int script(void) { return 3; }
+
+static int prepare(void) { return 4; }
+
+static void check_serve_functions(void) {
+  char *nothing[] = {NULL};
+  char empty[] = "";
+  char *no_program[] = {empty, NULL};
+  CHECK(tarn_serve_option("", NULL) == 0);
+  CHECK(tarn_serve_arguments(0, nothing) == 0);
+  CHECK(tarn_serve(script) == 3);
+  CHECK(tarn_serve_program(no_program) == 127);
+  tarn_serve_prepare(prepare);
+  CHECK(tarn_serve(script) == 4);
+  tarn_serve_prepare(NULL);
+  tarn_serve_option("unconfined-if-unsupported", NULL);
+  CHECK(tarn_confine() == 1);
 }
 
 int main(void) {
@@ -295,5 +315,6 @@ int main(void) {
   CHECK(HTMLElementList_getByIndex(NULL, 0) == 0);
   CHECK(strcmp(HTMLElementList_toHTML(NULL), "Not yet implemented.") == 0);
   check_form_functions();
+  check_serve_functions();
   return failures == 0 ? 0 : 1;
 }

@@ -1,8 +1,8 @@
 #!/bin/bash
 # Usage: hardening_test.sh BUILD-FOLDER SOURCE-FOLDER "C++-COMPILER FLAG..."
 #
-# Checks that the installed libraries, tarn-form and the examples are hardened by the compiler and the
-# linker.
+# Checks that the installed libraries, tarn-form, tarn-serve and the examples are hardened by the
+# compiler and the linker.
 # The flags are those of the build.
 set -euo pipefail
 export LC_ALL=C
@@ -19,18 +19,21 @@ trap 'rm -rf "$root"' EXIT
 
 cmake --install "$build" --prefix "$root" --component Unspecified >"$root/log"
 libraries=() archives=()
-for name in libtarn libtarn_form; do
+for name in libtarn libtarn_form libtarn_serve; do
   library=$(find "$root" -name "$name.so.1") archive=$(find "$root" -name "$name.a")
   [[ -f $library && -f $archive ]] || fail "$name was not installed"
   libraries+=("$library")
   archives+=("$archive")
 done
-programs=("$root/bin/tarn-form")
-[ -x "${programs[0]}" ] || fail 'tarn-form was not installed'
+programs=("$root/bin/tarn-form" "$root/bin/tarn-serve")
+tools=${#programs[@]}
+for program in "${programs[@]}"; do
+  [ -x "$program" ] || fail "$program was not installed"
+done
 for example in "$build"/examples/*; do
   if [[ -f $example && -x $example ]]; then programs+=("$example"); fi
 done
-if [[ -d $build/examples && ${#programs[@]} = 1 ]]; then fail 'there are no examples'; fi
+if [[ -d $build/examples && ${#programs[@]} = "$tools" ]]; then fail 'there are no examples'; fi
 
 # Runs a command on a file; its output must match the pattern.
 says() {
@@ -67,7 +70,8 @@ for option in -fstack-clash-protection -fcf-protection; do
   fi
 done
 for objects in CMakeFiles/tarn_objects.dir CMakeFiles/tarn_form_objects.dir \
-  tools/CMakeFiles/tarn-form.dir; do
+  CMakeFiles/tarn_serve_objects.dir tools/CMakeFiles/tarn-form.dir \
+  tools/CMakeFiles/tarn-serve.dir; do
   grep -F " -o $objects/" "$build/compile_commands.json" >"$root/commands" ||
     fail "compile_commands.json does not have $objects"
   for option in "${options[@]}"; do
@@ -99,9 +103,9 @@ for file in "${libraries[@]}" "${programs[@]}"; do
   says "$file" 'BIND_NOW|FLAGS.*NOW' readelf -dW
   if readelf -lW "$file" | grep -E 'LOAD .* RWE '; then fail "$file can change its own code"; fi
 done
-for file in "${libraries[@]}" "${programs[0]}"; do
+for file in "${libraries[@]}" "${programs[@]:0:tools}"; do
   needed=$(readelf -dW "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs)
   [ "$needed" = libc.so.6 ] || fail "$file needs $needed"
 done
-printf 'Hardened: %d libraries, %d archives, tarn-form and %d examples.\n' ${#libraries[@]} \
-  ${#archives[@]} $((${#programs[@]} - 1))
+printf 'Hardened: %d libraries, %d archives, %d tools and %d examples.\n' ${#libraries[@]} \
+  ${#archives[@]} "$tools" $((${#programs[@]} - tools))

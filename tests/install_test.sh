@@ -44,13 +44,14 @@ listing() {
 (umask 077 && install_to "$root/new/prefix")
 files=$(find "$root/new/prefix" -type f | wc -l)
 [ "$files" -gt 200 ] || fail "only $files files were installed"
-for name in libtarn.so.1 libtarn.a libtarn_form.so.1 libtarn_form.a tarn.pc tarn-form.pc tarn_form.h \
-  tarn-form.1 tarn-form; do
+for name in libtarn.so.1 libtarn.a libtarn_form.so.1 libtarn_form.a libtarn_serve.so.1 libtarn_serve.a \
+  tarn.pc tarn-form.pc tarn-serve.pc tarn_form.h tarn_serve.h tarn-form.1 tarn-form tarn-serve.1 \
+  tarn-serve tarn-serve@.socket tarn-serve@.service; do
   [ -n "$(find "$root/new/prefix" -name "$name")" ] || fail "$name was not installed"
 done
 closed=$(find "$root/new" ! -type l ! \( -type d -perm -755 \) ! \( -type f -perm -644 \))
 [ -z "$closed" ] || fail "other users cannot read these: $closed"
-for command in tarn-run tarn-record tarn-form; do
+for command in tarn-run tarn-record tarn-form tarn-serve; do
   [ "$(stat -c %a "$root/new/prefix/bin/$command")" = 755 ] ||
     fail "other users cannot run $command"
 done

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the libraries into a new folder, moves that folder, and builds against them in each way that
 # a user might: with the compiler alone, with pkg-config, and with CMake's find_package(). The
-# scripts are the README's and the one at the top of tarn_form.h, and each build of one must print what
-# the README shows, or the fields of the README's query.
+# scripts are the README's and those at the top of tarn_form.h and tarn_serve.h, and each build of one
+# must print what the README shows, the fields of the README's query, or a greeting.
 set -euo pipefail
 
 # A compiler is an absolute path, followed by the flags that the library was built with.
@@ -86,6 +86,18 @@ prints_fields() {
   [ "$printed" = $'name: Ada & Co\npolite: on' ] || fail "$1 prints: $printed"
 }
 
+# The script at the top of tarn_serve.h.
+sed -n '/^ \* @code/,/^ \* @endcode/s/^ \* \{0,1\}//p' "$source/include/tarn_serve.h" |
+  sed '1d;$d' >serve.c
+grep -q 'return tarn_serve(script);' serve.c || fail 'tarn_serve.h does not begin with a script'
+
+# Calls a build of that script as CGI.
+serves() {
+  local printed
+  printed=$(env "${@:2}" "$1" 2>&1 | tr -d '\r')
+  [ "$printed" = $'Content-Type: text/plain\n\nHello' ] || fail "$1 prints: $printed"
+}
+
 # Prints the shared libraries that a program needs, on one line.
 needs() {
   readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | xargs
@@ -136,12 +148,12 @@ greets ./greet++ LD_LIBRARY_PATH="$library"
 
 strict=(-Wall -Wextra -Wpedantic -Werror)
 for example in "$source"/examples/*.c; do
-  by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn_form -ltarn -o example
+  by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn_form -ltarn -ltarn_serve -o example
 done
 for example in "$source"/examples/*.cpp; do
   by_compiler cc -std=c++17 -fno-exceptions "${strict[@]}" "$example" -ltarn_form -ltarn \
-    -o example
-  asks_for example 'libtarn_form.so.1 libtarn.so.1 libc.so.6'
+    -ltarn_serve -o example
+  asks_for example 'libtarn_form.so.1 libtarn.so.1 libtarn_serve.so.1 libc.so.6'
 done
 by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ "$source/examples/store.h"
 
@@ -154,6 +166,20 @@ asks_for fields-archive libc.so.6
 by_compiler c++ -std=c++11 "${strict[@]}" -x c++ fields.c -ltarn_form -o fields++
 prints_fields ./fields++ LD_LIBRARY_PATH="$library"
 
+by_compiler cc -std=c99 "${strict[@]}" serve.c -ltarn_serve -o serve
+serves ./serve LD_LIBRARY_PATH="$library"
+asks_for serve 'libtarn_serve.so.1 libc.so.6'
+by_compiler cc serve.c -l:libtarn_serve.a -o serve-archive
+serves ./serve-archive
+asks_for serve-archive libc.so.6
+by_compiler c++ -std=c++11 "${strict[@]}" -x c++ serve.c -ltarn_serve -o serve++
+serves ./serve++ LD_LIBRARY_PATH="$library"
+by_compiler cc -std=c++17 -fno-exceptions "${strict[@]}" "$source/docs/examples/cpp-serve.cpp" \
+  -ltarn_serve -o cpp-serve
+[[ $(QUERY_STRING=1 LD_LIBRARY_PATH=$library ./cpp-serve) == *'18 m'* ]] ||
+  fail 'cpp-serve.cpp prints something else'
+asks_for cpp-serve 'libtarn_serve.so.1 libc.so.6'
+
 # Each C header, alone and after any other one, included twice.
 for header in moved/include/*.h; do
   for other in moved/include/*.h; do
@@ -162,7 +188,7 @@ for header in moved/include/*.h; do
     by_compiler c++ -std=c++11 "${strict[@]}" -fsyntax-only -x c++ header.c
   done
 done
-[ "$(find moved/include -maxdepth 1 -name '*.h' | wc -l)" -ge 2 ] || fail 'headers are missing'
+[ "$(find moved/include -maxdepth 1 -name '*.h' | wc -l)" -ge 3 ] || fail 'headers are missing'
 
 # ---- With pkg-config -----------------------------------------------------------------------------
 
@@ -195,6 +221,17 @@ cc -static fields.c "${static_flags[@]}" -o fields-pkg-config-static
 prints_fields ./fields-pkg-config-static
 asks_for fields-pkg-config-static ''
 
+[ "$(pkg-config --modversion tarn-serve)" = "$(pkg-config --modversion tarn)" ] ||
+  fail 'tarn.pc and tarn-serve.pc have different versions'
+read -ra flags <<<"$(pkg-config --cflags --libs tarn-serve)"
+read -ra static_flags <<<"$(pkg-config --static --cflags --libs tarn-serve)"
+cc serve.c "${flags[@]}" -o serve-pkg-config
+serves ./serve-pkg-config LD_LIBRARY_PATH="$library"
+asks_for serve-pkg-config 'libtarn_serve.so.1 libc.so.6'
+cc -static serve.c "${static_flags[@]}" -o serve-pkg-config-static
+serves ./serve-pkg-config-static
+asks_for serve-pkg-config-static ''
+
 # ---- The tools -----------------------------------------------------------------------------------
 
 query=$(sed -n "s/^QUERY_STRING='\(.*\)' .*/\1/p" <<<"$call")
@@ -211,7 +248,10 @@ again=$(LD_LIBRARY_PATH='' moved/bin/tarn-run --replay records/* ./greet | tr -d
 asks_for moved/bin/tarn-form libc.so.6
 printed=$(QUERY_STRING=$query moved/bin/tarn-form --no-data)
 [ "$(tail -n 1 <<<"$printed")" = '{"end": true}' ] || fail "tarn-form prints: $printed"
-for page in tarn-run tarn-record tarn-form; do
+asks_for moved/bin/tarn-serve libc.so.6
+printed=$(env -u LISTEN_PID moved/bin/tarn-serve ./serve-archive </dev/null | tr -d '\r')
+[ "$printed" = $'Content-Type: text/plain\n\nHello' ] || fail "tarn-serve prints: $printed"
+for page in tarn-run tarn-record tarn-form tarn-serve; do
   [[ $(man -M moved/share/man -w "$page") == */man1/$page.1 ]] || fail "man does not find $page"
 done
 
@@ -221,7 +261,7 @@ done
 for languages in C 'C;CXX'; do
   project=find_package-${languages/;/-}
   mkdir "$project"
-  cp fields.c "$source"/tests/installed/* "$project"
+  cp fields.c serve.c "$source"/tests/installed/* "$project"
   cmake -S "$project" -B "$project/build" -G Ninja --no-warn-unused-cli \
     -DLANGUAGES="$languages" -DCMAKE_PREFIX_PATH="$root/moved" \
     -DCMAKE_C_COMPILER="$root/bin/cc" -DCMAKE_CXX_COMPILER="$root/bin/c++" >log ||
@@ -238,6 +278,10 @@ for languages in C 'C;CXX'; do
   prints_fields "./$project/build/form-static"
   asks_for "$project/build/form-shared" 'libtarn_form.so.1 libc.so.6'
   asks_for "$project/build/form-static" libc.so.6
+  serves "./$project/build/serve-shared"
+  serves "./$project/build/serve-static"
+  asks_for "$project/build/serve-shared" 'libtarn_serve.so.1 libc.so.6'
+  asks_for "$project/build/serve-static" libc.so.6
 done
 
 greets "./$project/build/cpp-shared"

@@ -39,7 +39,7 @@ mkdir contents
 for package in *.deb; do dpkg-deb -x "$package" contents; done
 diff -r "$OLDPWD/include" contents/usr/include ||
   fail 'the headers in libtarn-dev differ from those in include/'
-for name in libtarn libtarn_form; do
+for name in libtarn libtarn_form libtarn_serve; do
   library=$(echo contents/usr/lib/*/"$name.so.1")
   readelf -d "$library" >dynamic
   for word in 'NEEDED.*libc\.so\.6' BIND_NOW; do
@@ -60,6 +60,7 @@ awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/READM
 call=$(sed -n 's/^\$ \(.*\.\/greet\)$/\1/p' "$source/README.md")
 sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d' >shown
 [[ -s greet.c && $call && -s shown ]] || fail 'README.md has no greet.c, or does not call it'
+cp "$source/docs/examples/serve-hello.c" serve.c
 cat >on-the-new-system <<END
 #!/bin/sh -eu
 cd /tmp
@@ -69,8 +70,9 @@ cc /packages/greet.c \$(pkg-config --cflags --libs tarn-form) -o greet
 $call >/packages/printed
 cc /packages/greet.c \$(pkg-config --cflags tarn-form) -l:libtarn_form.a -o greet-archive
 ${call/.\/greet/.\/greet-archive} >/packages/printed-archive
-cc /usr/share/doc/tarn-doc/examples/form-echo.c -ltarn_form -ltarn -o form-echo
-cc /usr/share/doc/tarn-doc/examples/form-echo.c -l:libtarn_form.a -l:libtarn.a -o form-echo-archive
+cc /usr/share/doc/tarn-doc/examples/form-echo.c -ltarn_form -ltarn -ltarn_serve -o form-echo
+cc /usr/share/doc/tarn-doc/examples/form-echo.c -l:libtarn_form.a -l:libtarn.a -l:libtarn_serve.a \
+  -o form-echo-archive
 QUERY_STRING='a=archive' ./form-echo-archive | grep -q '<td>archive</td>'
 printf 'a=1&b=x%%20y' | REQUEST_METHOD=POST CONTENT_LENGTH=11 \
   CONTENT_TYPE=application/x-www-form-urlencoded ./form-echo >/packages/printed-form
@@ -84,10 +86,23 @@ int main(void) {
 C
 QUERY_STRING='a=1&b=2&b=3' ./count
 QUERY_STRING='b=x+y' tarn-form >/packages/printed-by-form
+cc /packages/serve.c \$(pkg-config --cflags --libs tarn-serve) -o serve
+QUERY_STRING=name ./serve >/packages/printed-by-serve
+./serve --listen unix:/tmp/serve.sock & service=\$!
+while [ ! -S serve.sock ]; do
+  kill -0 "\$service"
+  sleep 0.1
+done
+kill "\$service"
+wait "\$service"
+[ ! -e serve.sock ]
+tarn-serve --version
+[ -f /lib/systemd/system/tarn-serve@.socket ]
+zcat /usr/share/man/man1/tarn-serve.1.gz | grep -q 'Fl -listen'
 zcat /usr/share/man/man3/Tarn_getFile.3.gz | grep -q 'Nm Tarn_getFile'
 grep -q Tarn_getFile /usr/share/doc/tarn/html/c/Tarn_getFile.html
-apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-form1 libtarn-dev tarn-doc tarn-tools \
-  >apt.log </dev/null
+apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-form1 libtarn-serve1 libtarn-dev \
+  tarn-doc tarn-serve tarn-tools >apt.log </dev/null
 find / -xdev -path /packages -prune -o -name '*tarn*' -print >/packages/left
 END
 chmod 755 on-the-new-system
@@ -98,7 +113,7 @@ export DEBIAN_FRONTEND=noninteractive
 # shellcheck disable=SC2016
 mmdebstrap --quiet --variant=apt --format=null --include=gcc,libc6-dev,pkg-config \
   --skip=cleanup/apt/lists \
-  --customize-hook='mkdir "$1/packages" && cp ./*.deb greet.c on-the-new-system "$1/packages"' \
+  --customize-hook='mkdir "$1/packages" && cp ./*.deb greet.c serve.c on-the-new-system "$1/packages"' \
   --customize-hook='chroot "$1" /packages/on-the-new-system' \
   --customize-hook='cp "$1"/packages/printed* "$1/packages/left" .' "$codename" - ||
   fail 'the packages do not work on a new system'
@@ -111,6 +126,8 @@ for line in 'HTTP/1.1 200 OK' '.*x y.*'; do
   grep -qx "$line" printed-by-run ||
     fail "$(printf 'tarn-run printed:\n%s' "$(cat printed-by-run)")"
 done
+grep -qx 'Hello, name!' printed-by-serve ||
+  fail "$(printf 'the server\047s example printed:\n%s' "$(cat printed-by-serve)")"
 [ "$(tail -n 1 printed-by-form)" = '{"end": true}' ] ||
   fail "$(printf 'tarn-form printed:\n%s' "$(cat printed-by-form)")"
 [ ! -s left ] ||

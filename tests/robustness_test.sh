@@ -27,7 +27,7 @@ printf 'subdirs("%s")\n' "$build" >"$folder/list/CTestTestfile.cmake"
     "$program" --gtest_list_tests |
       awk '/^[A-Za-z_]/ { suite = $1; sub(/\/.*/, ".", suite) } /^  / { print suite $1 }'
   done
-  for configuration in Load Servers; do
+  for configuration in Load Servers Soak; do
     "$ctest" --test-dir "$folder/list" -C "$configuration" -N
   done | sed -nE 's/^ *Test +#[0-9]+: //p'
 } | sort -u >"$folder/tests"

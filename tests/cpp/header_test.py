@@ -1,7 +1,7 @@
 """What compilers accept in the C++ headers, and what scripts that include them depend on.
 
-In the environment: CC and CXX, compilers with their flags; SOURCE, the repository; LIBRARY and
-FORM_LIBRARY, the shared libraries.
+In the environment: CC and CXX, compilers with their flags; SOURCE, the repository; LIBRARY,
+FORM_LIBRARY and SERVE_LIBRARY, the shared libraries.
 """
 
 import concurrent.futures
@@ -27,8 +27,12 @@ SCRIPT = SOURCE / "bench/process/script.cpp"
 # A script that uses every function of the headers for whole forms.
 FORM_SCRIPT = SOURCE / "docs/examples/cpp-form.cpp"
 
+# A script that uses every function for serving.
+SERVE_SCRIPT = SOURCE / "docs/examples/cpp-serve.cpp"
+
 LIBRARY = os.environ["LIBRARY"]
 FORM_LIBRARY = os.environ["FORM_LIBRARY"]
+SERVE_LIBRARY = os.environ["SERVE_LIBRARY"]
 CC = shlex.split(os.environ["CC"])
 CXX = shlex.split(os.environ["CXX"])
 WARNINGS = "-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror".split()
@@ -47,17 +51,11 @@ def run(*command):
 
 
 def compilers():
-    """CXX, and clang++ when it is installed and not CXX.
-
-    .ci/run does each half in a step of its own, with TARN_TEST_CLANG=no and TARN_TEST_CLANG=only.
-    """
-    clang = os.environ.get("TARN_TEST_CLANG", "too")
-    found = {os.path.realpath(shutil.which(CXX[0])): CXX} if clang != "only" else {}
-    for name in ("clang++", "clang++-16") if clang != "no" else ():
-        path = shutil.which(name)
-        if path:
-            found.setdefault(os.path.realpath(path), [name])
-    assert found, "clang++ is not installed"
+    """CXX, and clang++ if that is another one."""
+    clang = shutil.which("clang++") or shutil.which("clang++-16")
+    assert clang, "clang++ is not installed"
+    found = {os.path.realpath(shutil.which(CXX[0])): CXX}
+    found.setdefault(os.path.realpath(clang), [clang])
     return list(found.values())
 
 
@@ -140,6 +138,7 @@ class Header(unittest.TestCase):
         self.assertTrue({"request.hpp", "form.hpp", "tarn.h"} <= included, included)
         unwanted = {"html.hpp", "response.hpp", "file.hpp", "fcntl.h", "unistd.h", "ctime"}
         unwanted |= {"field.hpp", "form_reader.hpp", "whole_form.hpp", "tarn_form.h"}
+        unwanted |= {"serve.hpp", "tarn_serve.h"}
         self.assertFalse(unwanted & included)
 
     def test_lists_work_with_standard_algorithms_and_ranges(self):
@@ -241,7 +240,10 @@ class Header(unittest.TestCase):
     def test_forms_need_libtarn_form_alone(self):
         self.links_with(FORM_SCRIPT, FORM_LIBRARY, "TarnForm_next")
 
-    def test_requests_and_files_do_not_need_libtarn_form(self):
+    def test_serving_needs_libtarn_serve_alone(self):
+        self.links_with(SERVE_SCRIPT, SERVE_LIBRARY, "tarn_serve")
+
+    def test_requests_and_files_need_no_other_library(self):
         script = self.folder / "files.cpp"
         script.write_text(
             """

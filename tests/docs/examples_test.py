@@ -39,6 +39,7 @@ def main():
             stdin=subprocess.DEVNULL,
             env={
                 "PATH": os.environ["PATH"],
+                "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", ""),
                 "LD_DEBUG": "bindings",
                 "LD_DEBUG_OUTPUT": f"{folder}/linked",
             },

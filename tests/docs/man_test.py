@@ -25,7 +25,8 @@ CC = os.environ["CC"].split() + [
 ]
 HEADER = (SOURCE / "include/tarn.h").read_text()
 FORM_HEADER = (SOURCE / "include/tarn_form.h").read_text()
-HEADERS = (HEADER, FORM_HEADER)
+SERVE_HEADER = (SOURCE / "include/tarn_serve.h").read_text()
+HEADERS = (HEADER, FORM_HEADER, SERVE_HEADER)
 CPP_HEADER = "".join(
     path.read_text()
     for path in [SOURCE / "include/tarn.hpp", *sorted((SOURCE / "include/tarn").glob("*.hpp"))]
@@ -34,8 +35,8 @@ EXPORTS = [
     re.findall(r"^    (\w+);$", Path(script).read_text(), re.MULTILINE)
     for script in os.environ["VERSION_SCRIPTS"].split(",")
 ]
-TARN_EXPORTS, FORM_EXPORTS = EXPORTS
-EXPORTS = TARN_EXPORTS + FORM_EXPORTS
+TARN_EXPORTS, FORM_EXPORTS, SERVE_EXPORTS = EXPORTS
+EXPORTS = TARN_EXPORTS + FORM_EXPORTS + SERVE_EXPORTS
 
 FILES = {path.stem: path.read_text() for path in SECTION.iterdir()}
 PAGES = {name: text for name, text in FILES.items() if not text.startswith(".so ")}
@@ -111,6 +112,7 @@ class Prototypes(unittest.TestCase):
         for exports, header, library in (
             (TARN_EXPORTS, "tarn.h", "libtarn, -ltarn"),
             (FORM_EXPORTS, "tarn_form.h", "libtarn_form, -ltarn_form"),
+            (SERVE_EXPORTS, "tarn_serve.h", "libtarn_serve, -ltarn_serve"),
         ):
             for page in {page_of(name) for name in exports}:
                 includes = re.findall("#include <(.*)>", part(SHOWN[page], "SYNOPSIS"))
@@ -127,6 +129,7 @@ class Pages(unittest.TestCase):
     def test_describe_each_export(self):
         self.assertGreater(len(TARN_EXPORTS), 200)
         self.assertGreater(len(FORM_EXPORTS), 30)
+        self.assertGreater(len(SERVE_EXPORTS), 4)
         for name in EXPORTS:
             page = SHOWN[page_of(name)]
             self.assertRegex(part(page, "NAME"), rf"\b{name}\b")
@@ -135,7 +138,9 @@ class Pages(unittest.TestCase):
                 self.assertRegex(part(page, "RETURN VALUES"), rf"\b{name}\(\)")
 
     def test_contain_every_word_of_the_header(self):
-        shown = [f' {words(re.sub(r"(?<=[a-z])[(][23][)]", "", page))} ' for page in SHOWN.values()]
+        shown = [
+            f' {words(re.sub(r"(?<=[a-z])[(][123][)]", "", page))} ' for page in SHOWN.values()
+        ]
         comments = []
         for header in HEADERS:
             overview, *others = re.findall(r"^/\*.*?\*/", header, re.MULTILINE | re.DOTALL)
@@ -146,7 +151,8 @@ class Pages(unittest.TestCase):
             for part in re.split(r"@param|@return|\n \*\n|-{4}.*", comment)
         ]
         told += re.findall(r"^#define (TARN_\w+ +\d.*)", "".join(HEADERS), re.MULTILINE)
-        told = [words(re.sub(r"@\w+|\b(\d+)u\b", r"\1", part)) for part in told]
+        told = [re.sub(r"@\w+|\b(\d+)u\b|(?<=[a-z])[(]1[)]", r"\1", part) for part in told]
+        told = [words(part) for part in told]
         told = [part for part in told if part]
         self.assertGreater(len(told), 700)
         for part in told:
@@ -182,7 +188,9 @@ class Pages(unittest.TestCase):
             references = re.findall(r"\bXr (\S+) (\d)", text)
             self.assertTrue(references, name)
             for other, section in references:
-                if not (section == "3" and other in FILES):
+                if section == "1":
+                    self.assertTrue((SOURCE / f"tools/{other}.1").exists(), f"{name}: {other}")
+                elif not (section == "3" and other in FILES):
                     self.assertTrue(hasattr(library, other), f"{name} refers to {other}")
 
     def test_show_no_header_markup(self):
@@ -205,7 +213,7 @@ class Pages(unittest.TestCase):
                 "EXAMPLES",
                 "SEE ALSO",
             ]
-            if name == CPP:
+            if name in (CPP, "tarn_serve.h"):
                 sections.remove("RETURN VALUES")
             self.assertEqual(re.findall(r"^[A-Z ]+$", page, re.MULTILINE), sections, name)
 
@@ -250,7 +258,7 @@ class Generator(unittest.TestCase):
         )
 
     def refuses(self, before, after, reason, name="tarn.h"):
-        header = {"tarn.h": HEADER, "tarn_form.h": FORM_HEADER}[name]
+        header = (SOURCE / "include" / name).read_text()
         self.assertEqual(header.count(before), 1, before)
         with tempfile.TemporaryDirectory() as folder:
             made = self.generate(header.replace(before, after), folder, name)
@@ -303,6 +311,16 @@ class Generator(unittest.TestCase):
             ("/* ---- Opening", "/* ---- Closing", "no page for Closing"),
         ):
             self.refuses(before, after, reason, "tarn_form.h")
+
+    def test_refuses_an_undocumented_function_or_argument_of_tarn_serve(self):
+        option = "/** Sets an option"
+        count = "TARN_SERVE_API int tarn_serve_count(void);\n\n"
+        for before, after, reason in (
+            (option, count + option, "tarn_serve_count(): not documented"),
+            (" *  @param callback  returns 0", " *  returns 0", "no @param explains callback"),
+            ("/* ---- Options", "/* ---- Settings", "no page for Settings"),
+        ):
+            self.refuses(before, after, reason, "tarn_serve.h")
 
     def test_describes_a_function_by_its_result_alone_in_tarn_form(self):
         page = part(SHOWN["TarnForm_next"], "DESCRIPTION")

@@ -23,18 +23,23 @@ CC = os.environ["CC"].split() + (
 )
 HEADER = (SOURCE / "include/tarn.h").read_text()
 FORM_HEADER = (SOURCE / "include/tarn_form.h").read_text()
-HEADERS = HEADER + FORM_HEADER
+SERVE_HEADER = (SOURCE / "include/tarn_serve.h").read_text()
+HEADERS = HEADER + FORM_HEADER + SERVE_HEADER
 INCLUDE = SOURCE / "include"
 CPP_HEADERS = {
     str(path.relative_to(INCLUDE)): path.read_text()
     for path in [INCLUDE / "tarn.hpp", *sorted((INCLUDE / "tarn").glob("*.hpp"))]
 }
 CPP_HEADER = "".join(CPP_HEADERS.values())
-TARN_EXPORTS, FORM_EXPORTS = (
+TARN_EXPORTS, FORM_EXPORTS, SERVE_EXPORTS = (
     re.findall(rf"^{mark} .*?(\w+)(?:\([^;]*\)[^;(]*|);", header, re.MULTILINE | re.DOTALL)
-    for mark, header in (("TARN_API", HEADER), ("TARN_FORM_API", FORM_HEADER))
+    for mark, header in (
+        ("TARN_API", HEADER),
+        ("TARN_FORM_API", FORM_HEADER),
+        ("TARN_SERVE_API", SERVE_HEADER),
+    )
 )
-EXPORTS = TARN_EXPORTS + FORM_EXPORTS
+EXPORTS = TARN_EXPORTS + FORM_EXPORTS + SERVE_EXPORTS
 TASKS = tomllib.loads((SOURCE / "docs/tasks.toml").read_text())
 
 SHARED = tomllib.loads((SOURCE / "docs/cpp.toml").read_text())["shared"].keys()
@@ -43,13 +48,15 @@ SHARED = tomllib.loads((SOURCE / "docs/cpp.toml").read_text())["shared"].keys()
 CALLS = """
 #include <tarn.h>
 #include <tarn_form.h>
+#include <tarn_serve.h>
 void f(TarnForm *form, TarnFormField *item, TarnFormLimit limit, uint64_t size, char *buffer,
        TarnHandle request, TarnHandle list, TarnHandle file, TarnHandle other, TarnHandle env,
        TarnHandle body, TarnHandle cookie, TarnHandle string, TarnHandle result, TarnHandle header,
        TarnHandle element, TarnHandle attribute, TarnHandle child, TarnHandle node,
        TarnHandle field, const char *text, const char *other_text, const void *data, char *input,
        const uint8_t *part, uint32_t length, uint32_t i, uint32_t magic, uint32_t child_magic,
-       char *made, FILE *stream, const char *format, va_list args);
+       char *made, FILE *stream, const char *format, va_list args, int (*script)(void),
+       int (*prepare)(void), int count, char **arguments);
 """
 
 FILES = {str(path.relative_to(TREE)): path for path in TREE.rglob("*") if path.is_file()}
@@ -115,12 +122,13 @@ class Functions(unittest.TestCase):
     def each_function(self):
         self.assertGreater(len(TARN_EXPORTS), 200)
         self.assertGreater(len(FORM_EXPORTS), 30)
+        self.assertGreater(len(SERVE_EXPORTS), 4)
         for name in EXPORTS:
             yield name, article(f"{self.folder(name)}/{name}.html")
 
     @staticmethod
     def folder(name):
-        return "forms" if name in FORM_EXPORTS else "c"
+        return "forms" if name in FORM_EXPORTS else "serve" if name in SERVE_EXPORTS else "c"
 
     def test_has_the_prototype_for_each_export(self):
         prototypes = []
@@ -129,15 +137,17 @@ class Functions(unittest.TestCase):
             (prototype,) = signatures(page.dl.parent)[:1]
             self.assertRegex(prototype, rf"\b{name}(\(|$)")
             prototypes.append(prototype.strip() + ";")
-        includes = "#include <tarn.h>", "#include <tarn_form.h>"
+        includes = [f"#include <{name}.h>" for name in ("tarn", "tarn_form", "tarn_serve")]
         datum = [text for text in prototypes if "(" not in text]
         self.assertEqual(datum, ["extern const char *CGIgs_empty_string;"])
-        compiled = run(*CC, input="\n".join([*includes, *prototypes]))
+        compiled = run(*CC, input="\n".join(includes + prototypes))
         self.assertEqual((compiled.returncode, compiled.stderr), (0, ""))
 
     def test_lists_arguments_in_order_with_descriptions(self):
         for name, page in self.each_function():
-            declared = re.search(r"\((.*)\)", without_optional_spaces(signatures(page)[0]))
+            signature = without_optional_spaces(signatures(page)[0])
+            signature = re.sub(r"\(\*(\w+)\)\(.*?\)", r" \1", signature)  # of functions
+            declared = re.search(r"\((.*)\)", signature)
             declared = re.findall(r"(\w+)(?:,|$)", declared[1]) if declared else []
             explained = field_content(page, "Parameters")
             explained = explained.find_all("strong") if explained else []
@@ -151,7 +161,9 @@ class Functions(unittest.TestCase):
 
     def test_describes_the_result_unless_void(self):
         for name, page in self.each_function():
-            nothing = re.search(rf"TARN_(FORM_)?API (void {name}\(|extern .*\b{name};)", HEADERS)
+            nothing = re.search(
+                rf"TARN_(FORM_|SERVE_)?API (void {name}\(|extern .*\b{name};)", HEADERS
+            )
             told = field_content(page, "Returns")
             self.assertEqual(bool(told and told.get_text().strip(" .")), not nothing)
 
@@ -160,8 +172,8 @@ class Functions(unittest.TestCase):
             result, values = field_content(page, "Returns"), field_content(page, "Return values")
             named = set(re.findall(r"\bTARN_[A-Z_]+", result.get_text())) if result else set()
             told = {value.get_text() for value in values.find_all("strong")} if values else set()
-            of_form = name in FORM_EXPORTS
-            if of_form and not signatures(page)[0].lstrip().startswith("TarnFormProblem"):
+            of_tarn = name in TARN_EXPORTS
+            if not of_tarn and not signatures(page)[0].lstrip().startswith("TarnFormProblem"):
                 named = set()  # they are mentioned, not returned
             self.assertEqual(told, {name for name in named if not name.endswith("_MAGIC")})
 
@@ -199,9 +211,9 @@ class Functions(unittest.TestCase):
         self.assertGreater(count, 230)
 
     def test_contains_every_word_of_the_header(self):
-        shown = [words_of(name) for name in PAGES if name.startswith(("c/", "forms/"))]
+        shown = [words_of(name) for name in PAGES if name.startswith(("c/", "forms/", "serve/"))]
         comments = []
-        for header in HEADER, FORM_HEADER:
+        for header in HEADER, FORM_HEADER, SERVE_HEADER:
             overview, *others = re.findall(r"^/\*.*?\*/", header, re.MULTILINE | re.DOTALL)
             comments += [overview.partition("\n")[2], *others]  # without the title
         marks = r"(?m)@param\s+\S+|@return|@(?:end)?code|^ \*$|-{4}.*|^ \*\s+\d\. "
@@ -383,7 +395,7 @@ class Pages(unittest.TestCase):
 
     def test_show_no_header_markup(self):
         for name in PAGES:
-            if name.startswith(("c/", "cpp/", "forms/")):
+            if name.startswith(("c/", "cpp/", "forms/", "serve/")):
                 for element in article(name).find_all(["p", "li", "dd", "td", "th"]):
                     text = re.sub("“[^”]*”", "", element.get_text())
                     if not element.find("pre"):

@@ -1,5 +1,8 @@
 """Several machines behind a balancer, with the configurations in servers/. One is removed
-and restored while clients send requests: none is lost, answered wrongly or carried out twice."""
+and restored while clients send requests: none is lost, answered wrongly or carried out twice.
+
+The machines run web servers with CGI scripts, or FastCGI services.
+"""
 
 import collections
 import http.client
@@ -7,6 +10,7 @@ import itertools
 import os
 import shutil
 import signal
+import socket
 import subprocess
 import tempfile
 import threading
@@ -16,7 +20,6 @@ from typing import NamedTuple
 
 from servers.server import CONFIGURATIONS, MANY_TIMES, as_ordinary_user, free_port, read
 
-FILES = CONFIGURATIONS / "several-machines"
 ADD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "add.sh")
 MACHINES = ("127.0.0.2", "127.0.0.3", "127.0.0.4")
 CLIENTS = 12
@@ -31,16 +34,18 @@ class Request(NamedTuple):
 
 
 class HAProxy(unittest.TestCase):
+    FILES = CONFIGURATIONS / "several-machines"
+    MACHINE_PORT = "8080"
     BALANCER: tuple[str, ...] = ("/usr/sbin/haproxy", "-db", "-f", "haproxy.cfg")
 
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory(prefix="tarn-e2e-"))
         self.port, self.requests, self.done = free_port(), [], threading.Event()
         self.machine_port = free_port()
-        for printed in FILES.iterdir():
+        for printed in self.FILES.iterdir():
             with open(self.path(printed.name), "w", encoding="utf-8") as file:
                 text = printed.read_text(encoding="utf-8").replace("8000", str(self.port))
-                file.write(text.replace("8080", str(self.machine_port)))
+                file.write(text.replace(self.MACHINE_PORT, str(self.machine_port)))
         os.mkdir(self.path("shared"))
         for machine in MACHINES:
             os.makedirs(self.path(machine, "www/cgi-bin"))
@@ -82,9 +87,9 @@ class HAProxy(unittest.TestCase):
     def bring_back(self, machine):
         os.rename(self.path(machine, "www/down"), self.path(machine, "www/up"))
 
-    def ask(self, method, line):
+    def ask(self, method, line, timeout=100):
         begin = time.monotonic()
-        client = http.client.HTTPConnection("127.0.0.1", self.port, timeout=100)
+        client = http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
         try:
             if method == "GET":
                 client.request(method, f"/cgi-bin/add?{line}")
@@ -92,7 +97,7 @@ class HAProxy(unittest.TestCase):
                 client.request(method, "/cgi-bin/add", line)
             answer = client.getresponse()
             return Request(method, line, begin, answer.status, answer.read().decode().split())
-        except (ConnectionError, http.client.HTTPException):
+        except (ConnectionError, TimeoutError, http.client.HTTPException):
             return Request(method, line, begin, 0, [])
         finally:
             client.close()
@@ -162,8 +167,8 @@ class HAProxy(unittest.TestCase):
         killed = []
 
         def act():
-            killed.append(time.monotonic())
             self.stop_machine(MACHINES[1], signal.SIGKILL)
+            killed.append(time.monotonic())
             self.check_absence(MACHINES[1])
             self.wait_for(MACHINES[1])
 
@@ -189,6 +194,75 @@ class Nginx(HAProxy):
 
     def bring_back(self, machine):
         self.change(f"{machine}:{self.machine_port} down", f"{machine}:{self.machine_port}")
+
+
+class Fastcgi(HAProxy):
+    """Each machine is a service. It is removed by SIGTERM, and the balancer is not told."""
+
+    FILES = CONFIGURATIONS / "several-machines-fastcgi"
+    MACHINE_PORT = "9000"
+
+    def start_machine(self, machine):
+        address = f"tcp:{machine}:{self.machine_port}"
+        service = (os.environ["TARN_SERVE"], "--listen", address, "--errors", "own")
+        variables = {"MACHINE": machine, "SHARED": self.path("shared")}
+        self.start(machine, machine, *service, "--", "www/cgi-bin/add", **variables)
+
+    def stop_machine(self, machine, how):
+        status = super().stop_machine(machine, how)
+        # The worker outlives the supervisor for a moment.
+        for _ in range(MANY_TIMES):
+            try:
+                socket.create_connection((machine, self.machine_port)).close()
+            except ConnectionRefusedError:
+                return status
+            time.sleep(0.01)
+        raise AssertionError(f"{machine} still listens")
+
+    def test_removing_and_restoring_a_machine_loses_no_request(self):
+        def act():
+            for machine in MACHINES[:2]:
+                self.assertEqual(0, self.stop_machine(machine, signal.SIGTERM))
+                self.check_absence(machine)
+                self.wait_for(machine)
+
+        self.assertEqual([], self.with_clients(act))
+
+
+class HAProxyFastcgi(Fastcgi):
+    def test_machine_that_hangs_gets_no_requests(self):
+        """It accepts connections, so only a check that is a request finds out."""
+        supervisor = self.processes[MACHINES[2]].pid
+        (worker,) = children_of(supervisor)
+        for process in (supervisor, worker):
+            os.kill(process, signal.SIGSTOP)
+        try:
+            for _ in range(100):
+                answers = [self.ask("GET", "hang", timeout=5) for _ in range(20)]
+                if all(answer.status == 200 for answer in answers):
+                    break
+            self.assertEqual({200}, {answer.status for answer in answers})
+            names = {name for answer in answers for name in answer.answered[1:]}
+            self.assertEqual(set(MACHINES[:2]), names)
+        finally:
+            for process in (supervisor, worker):
+                os.kill(process, signal.SIGCONT)
+        self.wait_for(MACHINES[2])
+
+
+class NginxFastcgi(Fastcgi):
+    BALANCER = Nginx.BALANCER
+
+
+def children_of(process):
+    with open(f"/proc/{process}/task/{process}/children", encoding="ascii") as file:
+        return [int(word) for word in file.read().split()]
+
+
+def load_tests(loader, _tests, _pattern):
+    """The classes that have a balancer and machines."""
+    cases = [HAProxy, Nginx, HAProxyFastcgi, NginxFastcgi]
+    return unittest.TestSuite(map(loader.loadTestsFromTestCase, cases))
 
 
 if __name__ == "__main__":

@@ -1,4 +1,7 @@
-"""Runs the same scenarios under the servers named by SERVERS."""
+"""Runs the same scenarios under the servers named by SERVERS.
+
+With SCENARIOS=examples, only those of each example.
+"""
 
 import os
 import unittest
@@ -13,14 +16,10 @@ import poll_test
 import upload_test
 from servers import SERVERS
 
-SCENARIOS = (
-    abuse_test.Readers,
-    abuse_test.ReadersInCpp,
-    abuse_test.Refusals,
+EXAMPLES = (
     contact_test.Contact,
+    contact_test.ContactInCpp,
     counter_test.Counter,
-    faults_test.ClientsThatDisconnect,
-    faults_test.FullDisk,
     form_echo_test.FormEcho,
     guestbook_test.Guestbook,
     guestbook_test.GuestbookInCpp,
@@ -28,14 +27,27 @@ SCENARIOS = (
     upload_test.RefusedUploads,
     upload_test.Upload,
 )
+SCENARIOS = (
+    *EXAMPLES,
+    abuse_test.Readers,
+    abuse_test.ReadersInCpp,
+    abuse_test.Refusals,
+    faults_test.ClientsThatDisconnect,
+    faults_test.FullDisk,
+)
 
 
 def load_tests(loader, _tests, _pattern):
     names = os.environ.get("SERVERS", "apache nginx busybox").split()
+    scenarios = EXAMPLES if os.environ.get("SCENARIOS") == "examples" else SCENARIOS
     cases = [
-        type(f"{scenario.__name__}Under{name.title()}", (scenario,), {"SERVER": SERVERS[name]})
+        type(
+            f"{scenario.__name__}Under{name.title().replace('-', '')}",
+            (scenario,),
+            {"SERVER": SERVERS[name]},
+        )
         for name in names
-        for scenario in SCENARIOS
+        for scenario in scenarios
     ]
     return unittest.TestSuite(map(loader.loadTestsFromTestCase, cases))
 

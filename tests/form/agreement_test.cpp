@@ -300,8 +300,9 @@ TEST(KeptFields, OfAnyUrlEncodedTextAreThoseOfTheModel) {
 
 TEST(KeptFields, MayHaveNamesAndValuesOfAnySize) {
   for (const size_t size :
-       {0,    1,    15,   16,   17,   63,   64,   65,    254,   255,   256,   4078,  4079,
-        4080, 4081, 4094, 4095, 4096, 4097, 5000, 65534, 65535, 65536, 65537, 200000}) {
+       {0,    1,    15,   16,   17,   63,    64,    65,    254,   255,   256,  958,
+        960,  1018, 1020, 1022, 1023, 1024,  1025,  1088,  4078,  4079,  4080, 4081,
+        4094, 4095, 4096, 4097, 5000, 65534, 65535, 65536, 65537, 200000}) {
     const std::string text(size, 'x');
     compare(kUrlEncoded, "a=1&" + text + "n=" + text + "&b=" + text + "%41&c=2");
     if (size < 16000) {
@@ -313,6 +314,87 @@ TEST(KeptFields, MayHaveNamesAndValuesOfAnySize) {
                             part("name=\"c\"\r\nContent-Type: text/plain", text) +
                             part("name=\"d\"", text) + "--b--");
     if (HasFatalFailure()) return;
+  }
+}
+
+// Reads each value in another way.
+ModelResult readInEachWay(TarnForm *form) {
+  TarnForm_setLimit(form, TARN_FORM_FIELDS, TARN_FORM_UNLIMITED);
+  ModelResult result;
+  while (TarnFormField *field = TarnForm_next(form)) {
+    ModelField read;
+    read.name = bytesOf(TarnFormField_name(field), TarnFormField_nameSize(field));
+    const size_t way = result.fields.size() % 6;
+    if (way == 1) {
+      EXPECT_EQ(TarnFormField_skip(field), 1);
+    } else if (way == 2 || way == 3) {
+      char first = '\0';
+      if (way == 2 && TarnFormField_read(field, &first, 1) == 1) read.value += first;
+      const void *block;
+      for (int64_t size; (size = TarnFormField_block(field, &block)) > 0;) {
+        read.value.append(static_cast<const char *>(block), static_cast<size_t>(size));
+      }
+      EXPECT_EQ(TarnFormField_text(field), nullptr);
+    } else if (way != 5) {
+      if (way == 4) TarnFormField_view(field);
+      read = fieldOf(field);
+    }
+    read.value.resize(way == 5 ? 0 : static_cast<size_t>(TarnFormField_size(field)), '?');
+    result.fields.push_back(read);
+  }
+  return endOf(form, result);
+}
+
+// The same of what the model says: of skipped values, at most the size is known.
+ModelResult asReadInEachWay(ModelResult result) {
+  for (size_t i = 0; i < result.fields.size(); ++i) {
+    std::string &value = result.fields[i].value;
+    if (i % 6 == 1) value.assign(value.size(), '?');
+    if (i % 6 == 5) value.clear();
+  }
+  return result;
+}
+
+// Names and values are decoded in blocks of 64 bytes, if enough bytes follow.
+TEST(UrlEncodedFields, AreThoseOfTheModelWhereverABlockEnds) {
+  const std::vector<std::string> tokens = {"a", "&", "=", "%", "+", "41", "%26"};
+  const std::string rest = "&next=" + std::string(90, 'r') + "&last=" + std::string(90, 's');
+  for (size_t before = 0; before < 70; before += placesInTime()) {
+    for (size_t number = 0; number < 7 * 7 * 7; ++number) {
+      const std::string middle =
+          tokens[number / 49] + tokens[number / 7 % 7] + tokens[number % 7] + "%4";
+      for (const std::string start : {"", "n="}) {
+        const std::string body = start + std::string(before, 'x') + middle + rest;
+        const ModelResult expected = modelOfForm(kUrlEncoded, body);
+        const auto open = [&] {
+          return TarnForm_openMemory(kUrlEncoded, body.data(), body.size());
+        };
+        ASSERT_TRUE(readTexts(open()) == expected) << shown(body);
+        ASSERT_TRUE(load(open()) == expected) << shown(body);
+        ASSERT_TRUE(readInEachWay(open()) == asReadInEachWay(expected)) << shown(body);
+      }
+    }
+  }
+}
+
+TEST(UrlEncodedFields, AreThoseOfTheModelHoweverTheyAreRead) {
+  std::mt19937 chance(8);
+  for (int round = 0; round < roundsInTime(200); ++round) {
+    std::string body;
+    for (size_t i = 0; i < 300; ++i) {
+      body += std::string(chance() % 30, 'n') + "%3d+=";
+      const size_t size = chance() % 50 == 0 ? 1000 + chance() % 60 : chance() % 60;
+      const bool encoded = chance() % 2 == 0;
+      body += std::string(size, 'v') + (encoded ? "+%C3%A9%" : "") + (chance() % 9 ? "&" : "&&");
+    }
+    const ModelResult expected = modelOfForm(kUrlEncoded, body);
+    const auto open = [&] { return TarnForm_openMemory(kUrlEncoded, body.data(), body.size()); };
+    ASSERT_TRUE(readTexts(open()) == expected) << shown(body);
+    ASSERT_TRUE(load(open()) == expected) << shown(body);
+    ASSERT_TRUE(readInEachWay(open()) == asReadInEachWay(expected)) << shown(body);
+    const Pieces pieces(body, {1 + chance() % 5000});
+    TarnForm *form = TarnForm_openDescriptor(kUrlEncoded, Pieces::kDescriptor, body.size());
+    ASSERT_TRUE(readInEachWay(form) == asReadInEachWay(expected)) << shown(body);
   }
 }
 

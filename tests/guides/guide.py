@@ -38,14 +38,14 @@ from pathlib import Path
 from typing import NamedTuple
 
 SOURCE = Path(__file__).resolve().parents[2]
-SECONDS_TO_RUN = 100
+SECONDS_TO_RUN = 300
 # How long processes have to end after SIGTERM.
 SECONDS_TO_END = 60.0
 NO_STATUS = -1
 PR_SET_CHILD_SUBREAPER = 36
 ORDINARY_USER = "www-data"
 SKIPPED = 77
-CONFIGURATIONS = (".conf", ".cfg", ".sh")
+CONFIGURATIONS = ("*.conf", "*.cfg", "*.sh", "*.yaml", "Containerfile")
 FOLDER_OF_FILES = re.compile(r"<!-- files: (\S+) -->")
 
 
@@ -147,7 +147,7 @@ def folder_of_files(guide: Path, page: Page) -> Path | None:
 def page_with_files(page: Page, folder: Path) -> tuple[Page, list[int]]:
     """The page with the configurations copied from the folder, and the lines of the blocks that
     differed."""
-    files = {path.name: path for path in folder.iterdir() if path.suffix in CONFIGURATIONS}
+    files = {path.name: path for pattern in CONFIGURATIONS for path in folder.glob(pattern)}
     if not files:
         raise Wrong(1, f"{folder} has no configurations")
     printed, differ = list(page), []

@@ -21,6 +21,12 @@ bool Calls::fail(const char *name) {
   ++count;
   if (count < first_failing || count > last_failing) return false;
   if (only && std::strcmp(name, only) != 0) return false;
+  if (spared > 0) {
+    --spared;
+    return false;
+  }
+  if (most_failures == 0) return false;
+  --most_failures;
   if (error == 0) raise(SIGKILL);
   failed = name;
   errno = error;

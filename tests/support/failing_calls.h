@@ -20,7 +20,9 @@ struct Calls {
   Can can = Can::kEverything;
   size_t first_failing = SIZE_MAX;
   size_t last_failing = SIZE_MAX;
-  const char *only = nullptr;      // the name of the calls that fail; null for all
+  const char *only = nullptr;  // the name of the calls that fail; null for all
+  size_t spared = 0;           // how many of those succeed before
+  size_t most_failures = SIZE_MAX;
   int error = 0;                   // the errno value of calls that fail; 0 kills the process
   size_t most_written = SIZE_MAX;  // by one call
 

@@ -43,6 +43,8 @@ TARN_UNCHECKED bool grants(size_t size) {
 
 namespace tarn_test {
 
+bool grantsMemory(size_t size) { return grants(size); }
+
 void withoutMemory(const std::function<void()> &action, size_t spare) {
   left = spare;
   limited = true;

@@ -14,6 +14,9 @@ void withoutMemory(const std::function<void()> &action, size_t spare = 0);
 // Enough for nodes and lists, not for a large text or array.
 inline constexpr size_t kLittleMemory = 0x4000;
 
+// Counts an allocation that does not use malloc(), and says whether it succeeds.
+bool grantsMemory(size_t size);
+
 // A scenario makes its calls to the library through this.
 class FailingMemory {
  public:

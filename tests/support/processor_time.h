@@ -11,13 +11,16 @@ namespace tarn_test {
 // emulator, with sanitizers or with coverage counters.
 unsigned slowness();
 
+// Whether Valgrind or an emulator translates the machine code.
+inline bool isTranslated() { return slowness() > 20; }
+
 // How many rounds a test of random input runs. The first tenth is enough where each takes long: under
 // Valgrind, in an emulator and with sanitizers.
 inline int roundsInTime(int rounds) { return slowness() > 10 ? rounds / 10 : rounds; }
 
 // From one place to the next, for a test that cuts a body at each: 7 under Valgrind and in an emulator,
 // where each takes long and the sanitized build has cut at every one.
-inline size_t placesInTime() { return slowness() > 20 ? 7 : 1; }
+inline size_t placesInTime() { return isTranslated() ? 7 : 1; }
 
 // Many times what any input of the tests takes in linear time; in quadratic time, the larger ones
 // take longer than this.

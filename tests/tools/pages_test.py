@@ -10,7 +10,8 @@ from pathlib import Path
 
 from tool import TOOLS, ToolTest
 
-PAGES = [TOOLS / "tarn-run.1", TOOLS / "tarn-record.1", TOOLS / "tarn-form.1"]
+PAGES = [TOOLS / f"tarn-{name}.1" for name in ("run", "record", "form", "serve")]
+SOURCE = Path(__file__).parents[2]
 
 
 def output_of(*command, **options):
@@ -23,14 +24,16 @@ def options(help):
 
 class Pages(ToolTest):
     def test_help_fits_a_terminal(self):
-        for tool in ("tarn-run", "tarn-form"):
+        for tool in ("tarn-run", "tarn-form", "tarn-serve"):
             help = output_of(TOOLS / tool, "--help", env={"COLUMNS": "300"})
             self.assertEqual([line for line in help.splitlines() if len(line) > 80], [])
             self.assertEqual(output_of(TOOLS / tool, "-h"), help)
 
     def test_version_matches_the_library(self):
         version = os.environ["VERSION"]
-        self.assertEqual(output_of(TOOLS / "tarn-run", "--version"), f"tarn-run {version}\n")
+        for tool in ("tarn-run", "tarn-form", "tarn-serve"):
+            for option in ("-V", "--version"):
+                self.assertEqual(output_of(TOOLS / tool, option), f"{tool} {version}\n")
         for page in PAGES:
             self.assertIn(f"\n.Os Tarn {version}\n", page.read_text())
         self.assertIn(f"\ntarn-run/{version}\n", PAGES[0].read_text())
@@ -66,11 +69,70 @@ class Pages(ToolTest):
     def test_manual_page_of_tarn_form_has_every_code_and_every_member(self):
         page = PAGES[2].read_text()
         told = re.findall(r"^\.It Li (\w+)$", page, re.MULTILINE)
-        header = (Path(__file__).parents[2] / "include/tarn_form.h").read_text()
+        header = (SOURCE / "include/tarn_form.h").read_text()
         codes = re.findall(r'^#define TARN_FORM_\w+ \d+u .*\("(\w+)"', header, re.MULTILINE)
         self.assertGreater(len(codes), 10)
         members = ["name", "filename", "content_type", "size", "data", "saved"]
         self.assertEqual(told, [*members, *sorted(codes)])
+
+    def test_manual_page_and_completion_of_tarn_serve_have_every_option_of_its_help(self):
+        found = self.documented_options("tarn-serve")
+        self.assertGreater(len(found), 18)
+        self.assertEqual(self.options_of_page(PAGES[3]), found)
+        self.assertEqual(set(self.completions("", tool="tarn-serve")), found)
+        self.assertEqual(self.completions("--q", tool="tarn-serve"), ["--queue"])
+        self.assertEqual(self.completions("--listen", "u", tool="tarn-serve"), ["unix:"])
+        self.assertEqual(self.completions("--status", "t", tool="tarn-serve"), ["tcp:"])
+        self.assertEqual(self.completions("--access-log-format", "j", tool="tarn-serve"), ["json"])
+        self.assertEqual(self.completions("--queue", "", tool="tarn-serve"), [])
+        self.assertIn("true", self.completions("--queue", "8", "--", "tru", tool="tarn-serve"))
+        self.assertIn("true", self.completions("--confine", "tru", tool="tarn-serve"))
+        before = str(self.folder)[:-1]
+        self.assertIn(str(self.folder), self.completions("--read", before, tool="tarn-serve"))
+        self.assertIn(str(self.folder), self.completions("true", before, tool="tarn-serve"))
+
+    def test_help_of_tarn_serve_has_every_option_that_the_library_accepts(self):
+        # Ask the program about every word of the source that could be an option.
+        sources = "".join(path.read_text() for path in (SOURCE / "serve").glob("*.cpp"))
+        words = set(re.findall(r'"([a-z]+(?:-[a-z]+)*)"', sources))
+        accepted = set()
+        for word in sorted(words):
+            ran = subprocess.run(
+                [TOOLS / "tarn-serve", f"--{word}="], capture_output=True, text=True, check=False
+            )
+            self.assertEqual((ran.returncode, ran.stdout), (2, ""), word)
+            if "is not an option" not in ran.stderr:
+                accepted.add(f"--{word}")
+        others = {"-h", "--help", "-V", "--version"}
+        self.assertEqual(accepted, self.documented_options("tarn-serve") - others)
+
+    def test_help_and_manual_page_of_tarn_serve_have_the_same_defaults(self):
+        help = output_of(TOOLS / "tarn-serve", "--help")
+        told = dict(re.findall(r"^  --(\S+) .*(?:\n {20}.*)*?\(([^)\n]*)\)$", help, re.MULTILINE))
+        self.assertGreater(len(told), 14)
+        items = re.split(r"(?m)^\.It Fl ", PAGES[3].read_text())
+        items = {re.match(r"-(\S+)", item)[1]: item for item in items if item[0] == "-"}
+        found = {}
+        for name, item in items.items():
+            if default := re.search(r"(?m)^Default: (.*)\.$", item):
+                found[name] = default[1]
+        self.assertEqual(found, told)
+
+    def test_manual_page_of_tarn_serve_has_every_message_of_the_log(self):
+        others = {"failure.cpp", "listener.cpp", "program.cpp"}  # they write no messages
+        sources = [path for path in (SOURCE / "serve").glob("*.cpp") if path.name not in others]
+        found = set()
+        for path in sources:
+            calls = r'\b(?:log|refuse|fail|snprintf)\([^"();]*"([^"]*)"'
+            for text in re.findall(calls, path.read_text()):
+                text = re.sub(r"%\w+", "%", text)
+                if re.search(r"[a-z] [a-z]|% [a-z]|%: %: %", text):
+                    found.add(text)
+        self.assertGreater(len(found), 30)
+        part = re.search(r"(?s)\.Sh DIAGNOSTICS\n(.*?)\n\.Sh", PAGES[3].read_text())[1]
+        items = re.findall(r"(?m)^\.It (.*)$", part)
+        told = [re.sub(r"\b[A-Z]+\b", "%", item) for item in items]
+        self.assertEqual(sorted(told), sorted(found))
 
     @staticmethod
     def options_of_page(page):
@@ -112,7 +174,7 @@ class Pages(ToolTest):
             for line in re.findall(r"^  (-.*?)(?:   |$)", help, re.MULTILINE)
             for name in options(line)
         }
-        self.assertGreater(len(found), 18 if tool == "tarn-run" else 4)
+        self.assertGreater(len(found), 4 if tool == "tarn-form" else 18)
         return found
 
     def test_manual_page_names_every_variable_a_script_receives(self):

@@ -1,0 +1,2 @@
+mkdir -p socket
+exec /usr/sbin/lighttpd -D -f spawning.conf
