@@ -48,13 +48,10 @@ def fetch(address: str, *arguments: str, folder: str) -> Answer:
 def sent_request(trace: bytes) -> Sent:
     """The request in curl's hexadecimal trace."""
     parts: dict[bytes, list[bytes]] = {b"header": [], b"data": []}
-    part = None
-    for line in trace.splitlines():
-        if line.startswith((b"=> ", b"<= ", b"== ")):
-            found = re.match(b"=> Send (header|data), ", line)
-            part = parts[found[1]] if found else None
-        elif part is not None:
-            part.append(bytes.fromhex(line[line.index(b": ") + 2 :][:48].decode()))
+    for section in re.split(rb"\n(?=(?:=>|<=|==) )", trace):
+        if found := re.match(rb"=> Send (header|data), ", section):
+            digits = b"".join(re.findall(rb"\n[0-9a-f]+: (.{48})", section))
+            parts[found[1]].append(bytes.fromhex(digits.decode()))
     head = b"".join(parts[b"header"]).decode("latin-1")
     request, *lines = head.removesuffix("\r\n\r\n").split("\r\n")
     method, target, _ = request.split(" ")
