@@ -46,6 +46,7 @@
 #include "tarn/element.hpp"     // Element, Attribute, their lists and views; Raw
 #include "tarn/html.hpp"        // html(): writes an Element as HTML
 #include "tarn/escape.hpp"      // escape_html(), escape_url(), escape_json() and others
+#include "tarn/json.hpp"        // JsonWriter: objects, arrays, texts and numbers as JSON
 #include "tarn/text.hpp"        // Text: a text, or the reason why there is none
 #include "tarn/string.hpp"      // String: a string that grows
 #include "tarn/header.hpp"      // PlainHeader, ResponseHeader, MultiPartHeader: headers as data

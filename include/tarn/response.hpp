@@ -252,6 +252,14 @@ class Response {
   [[nodiscard]] bool send_text(std::string_view text) noexcept {
     return send_as(detail::kPlainText, text);
   }
+  /** Sends JSON, as application/json.
+   *
+   *  @param json  from JsonWriter::take(), or any other JSON in UTF-8
+   *  @return as for a page */
+  [[nodiscard]] bool send_json(const Text &json) noexcept {
+    refuse(json.problem());
+    return send_as("application/json", json.view());
+  }
   /** Sends bytes, as application/octet-stream. @return as for a page */
   [[nodiscard]] bool send_bytes(std::string_view bytes) noexcept {
     return send_as("application/octet-stream", bytes);

@@ -115,6 +115,22 @@ TEST(Response, SendsATextAsPlainTextInUtf8) {
       out.written());
 }
 
+TEST(Response, SendsJson) {
+  tarn::JsonWriter json;
+  Output out;
+  EXPECT_TRUE(Response(out).send_json(json.begin_array().value("é").end_array().take()));
+  EXPECT_EQ("Content-Type: application/json\r\nContent-Length: 6\r\n\r\n[\"é\"]", out.written());
+}
+
+TEST(Response, RefusesWhatIsNotWholeJson) {
+  tarn::JsonWriter json;
+  Output out;
+  Response response(out);
+  EXPECT_FALSE(response.send_json(json.begin_array().take()));
+  EXPECT_STREQ("JSON: the value is not complete", response.problem());
+  EXPECT_EQ(kFailure, out.written());
+}
+
 TEST(Response, SendsBytesUnchanged) {
   std::string bytes;
   for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
