@@ -35,6 +35,10 @@ namespace {
 // A worker that dies as soon as this is started again only after a second.
 constexpr uint64_t kShortLife = 1000;
 
+// How long a worker may live after it has closed its end of the pipe without a word. One that dies
+// closes it a moment before its end is reported.
+constexpr uint64_t kTimeToDie = 1000;
+
 constexpr size_t kMostWorkers = 32;
 
 // Where a worker's program is: in the memory of this process, or in a file.
@@ -45,9 +49,11 @@ struct WorkerProcess {
   uint64_t number = 0;   // a worker that was started later has a higher one
   uint64_t started = 0;  // when
   int file = kThisProcess;
-  int ready = -1;  // to read; -1 once the worker can serve
+  int ready = -1;  // to read; -1 once the worker has written to it or closed it
   Scoreboard *scoreboard = nullptr;
-  bool ending = false;  // it was told to end
+  bool serves = false;
+  bool ending = false;            // it was told to end
+  uint64_t kill_at = UINT64_MAX;  // when it has to be dead
 };
 
 class Supervisor {
@@ -72,7 +78,9 @@ class Supervisor {
   void end();
   void reap();
   void ended(WorkerProcess &worker, int status);
+  void readReady(WorkerProcess &worker);
   void becameReady(WorkerProcess &worker);
+  void killUseless();
   void keepFigures(const WorkerProcess &worker);
   void collect(Status &status) const;
   void logStatus() const;
@@ -275,13 +283,29 @@ void Supervisor::end() {
   }
 }
 
-void Supervisor::becameReady(WorkerProcess &worker) {
+void Supervisor::readReady(WorkerProcess &worker) {
   char byte = 0;
   const ssize_t count = read(worker.ready, &byte, 1);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count != 1) return;  // it has died, which is found out soon
   close(worker.ready);
   worker.ready = -1;
+  if (count == 1) return becameReady(worker);
+  // It is dying. Or it is a program that has nothing to do with this one, and has closed the files of
+  // the service.
+  worker.kill_at = currentTime() + kTimeToDie;
+}
+
+void Supervisor::killUseless() {
+  for (WorkerProcess &worker : workers_) {
+    if (worker.process <= 0 || currentTime() < worker.kill_at) continue;
+    log("a worker closed its files instead of serving, and is killed");
+    kill(worker.process, SIGKILL);
+    worker.kill_at = UINT64_MAX;
+  }
+}
+
+void Supervisor::becameReady(WorkerProcess &worker) {
+  worker.serves = true;
   served_ = true;
   const int before = proven_;
   proven_ = worker.file;
@@ -314,7 +338,7 @@ void Supervisor::ended(WorkerProcess &worker, int status) {
   for (const WorkerProcess &other : workers_) {
     if (other.process <= 0 || other.ending) continue;
     // One is left: reloading has failed.
-    if (other.ready < 0) notifier_.ready();
+    if (other.serves) notifier_.ready();
     return;
   }
   if (!served_) {
@@ -331,7 +355,7 @@ void Supervisor::reap() {
   while ((process = waitpid(-1, &status, WNOHANG)) > 0) {
     for (WorkerProcess &worker : workers_) {
       if (worker.process != process) continue;
-      if (worker.ready >= 0) becameReady(worker);
+      if (worker.ready >= 0) readReady(worker);
       ended(worker, status);
     }
   }
@@ -359,7 +383,8 @@ void Supervisor::takeSignals() {
 }
 
 int Supervisor::nextTime() const {
-  const uint64_t next = std::min(start_at_ != 0 ? start_at_ : UINT64_MAX, status_.nextTime());
+  uint64_t next = std::min(start_at_ != 0 ? start_at_ : UINT64_MAX, status_.nextTime());
+  for (const WorkerProcess &worker : workers_) next = std::min(next, worker.kill_at);
   if (next == UINT64_MAX) return -1;
   const uint64_t now = currentTime();
   return next > now ? static_cast<int>(next - now) : 0;
@@ -385,7 +410,7 @@ void Supervisor::collect(Status &status) const {
   for (const WorkerProcess &worker : workers_) {
     if (worker.process <= 0) continue;
     ++status.workers;
-    status.ready |= worker.ready < 0 && !worker.ending && !ending_;
+    status.ready |= worker.serves && !worker.ending && !ending_;
     Counters counters;
     Gauges gauges;
     if (!worker.scoreboard->figures.read(counters, gauges)) continue;
@@ -436,9 +461,10 @@ int Supervisor::run() {
     const size_t of_status = status_.watch(files + count);
     poll(files, count + of_status, nextTime());
     for (nfds_t i = 1; i < count; ++i) {
-      if (files[i].revents != 0) becameReady(*waiting[i]);
+      if (files[i].revents != 0) readReady(*waiting[i]);
     }
     if (files[0].revents != 0) takeSignals();
+    killUseless();
     serveStatus(files + count, of_status);
     if (start_at_ != 0 && !ending_ && currentTime() >= start_at_ && !start(proven_)) {
       start_at_ = currentTime() + kShortLife;

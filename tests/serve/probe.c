@@ -268,7 +268,16 @@ static int prepare(void) {
 
 static void unused(int number) { (void)number; }
 
+/* A version that is no service: it closes its files and goes on. */
+static void be_useless(void) {
+  int file;
+  if (strcmp((const char *)version, "VERSION:66666666") != 0) return;
+  for (file = 0; file < 1024; ++file) close(file);
+  for (;;) pause();
+}
+
 int main(int count, char **arguments) {
+  be_useless();
   if (getenv("HANDLERS")) {
     signal(SIGUSR1, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);

@@ -17,6 +17,7 @@ from fastcgi import (
     Service,
     children_of,
     is_alive,
+    processor_ticks,
     record,
     request,
     wait_for_end,
@@ -25,6 +26,7 @@ from fastcgi import (
 
 LONG = "sleep=600000"
 REQUESTS = int(os.environ.get("REQUESTS", "1500"))
+USELESS = 66666666  # a version of the probe that does not serve
 REPLACEMENTS = int(os.environ.get("REPLACEMENTS", "5"))
 
 
@@ -481,6 +483,34 @@ class Reload(unittest.TestCase):
             self.program.replace(3)
             self.reload(service)
             self.wait_for_version(service, 3)
+
+    def test_to_a_program_that_does_not_serve_leaves_the_old_one(self) -> None:
+        """It closes all its files, and runs on."""
+        with Service(program=self.program.path) as service:
+            worker = service.worker()
+            self.program.replace(USELESS)
+            self.reload(service)
+            wait_until(lambda: len(children_of(service.process.pid)) == 2, "nothing was started")
+            useless = children_of(service.process.pid)[-1]
+            self.assertNotEqual(useless, worker)
+            wait_until(lambda: not os.listdir(f"/proc/{useless}/fd"), "it has files")
+            before = processor_ticks(service.process.pid)
+            time.sleep(0.5)
+            self.assertLess(processor_ticks(service.process.pid) - before, 10, "it spins")
+            self.assertEqual(service.worker(), worker)
+            wait_for_end(useless)
+            wait_until(lambda: len(service.log_lines()) == 2, service.log())
+            self.assertEqual(
+                service.log_lines(),
+                [
+                    "tarn-serve: a worker closed its files instead of serving, and is killed",
+                    "tarn-serve: signal 9 ended a worker",
+                ],
+            )
+            self.assertEqual(service.worker(), worker)
+            self.program.replace(2)
+            self.reload(service)
+            self.wait_for_version(service, 2)
 
     def test_whose_callback_fails_leaves_the_old_one(self) -> None:
         word = Path(self.folder, "word")
