@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +26,7 @@
 #include "serve/log.h"
 #include "serve/notifier.h"
 #include "serve/program.h"
+#include "serve/program_files.h"
 #include "serve/status.h"
 #include "serve/status_server.h"
 #include "serve/worker.h"
@@ -472,6 +474,16 @@ int Supervisor::run() {
   }
 }
 
+// Whether the script's program can be run, as far as one can tell without running it. A service that
+// could only answer with errors does not begin. Returns 0, or the exit status that shells use.
+int checkProgram(const Script &script) {
+  char path[PATH_MAX];
+  if (!script.program || findProgram(script.program[0], path)) return 0;
+  const int error = errno;
+  log("%s: %s", script.program[0], std::strerror(error));
+  return statusOfMissingProgram(error);
+}
+
 // Descriptors 0 to 2 must be open, or a socket would get one of these numbers.
 bool openStandardFiles() {
   int file = 0;
@@ -490,6 +502,7 @@ int serve(const Options &options) {
   WorkerFiles files;
   // What the program would do after it has served is for the process that was started first.
   if (takeOver(files)) _exit(work(options, files));
+  if (const int status = checkProgram(options.script)) return status;
   Supervisor supervisor(options);
   return supervisor.open() ? supervisor.run() : 1;
 }

@@ -26,6 +26,7 @@ from fastcgi import (
 
 LONG = "sleep=600000"
 REQUESTS = int(os.environ.get("REQUESTS", "1500"))
+TOOL = os.environ["TOOL"]
 USELESS = 66666666  # a version of the probe that does not serve
 REPLACEMENTS = int(os.environ.get("REPLACEMENTS", "5"))
 
@@ -98,6 +99,29 @@ class Start(unittest.TestCase):
                     [line for line in lines if line.startswith("LISTEN")], ["LISTENERS=7"]
                 )
 
+    def test_needs_a_program_that_a_tool_runs_only_then(self) -> None:
+        """Later, a missing one is a failure of requests."""
+        with tempfile.TemporaryDirectory() as folder:
+            script = Path(folder, "script")
+            script.write_text("#!/bin/sh\nprintf 'Content-Type: text/plain\\r\\n\\r\\nhere'\n")
+            script.chmod(0o755)
+            with Service("--", str(script), program=TOOL) as service, service.client() as client:
+                for reloads in (False, True):
+                    self.assertEqual(client.ask("", keep=True).body, b"here")
+                    script.rename(f"{script}.away")
+                    if reloads:
+                        os.kill(service.process.pid, signal.SIGHUP)
+                        os.kill(service.process.pid, signal.SIGUSR1)
+                        service.wait_for_log(" 2 started, 0 failed")
+                    for _ in range(2):
+                        answer = client.ask("", keep=True)
+                        self.assertTrue(answer.output.startswith(b"Status: 500 "), answer)
+                        self.assertEqual(answer.status, 127)
+                    os.rename(f"{script}.away", script)
+                self.assertEqual(client.ask("", keep=True).body, b"here")
+                failures = [line for line in service.log_lines() if "no header" in line]
+                self.assertEqual(len(failures), 4, service.log())
+
     def test_ends_at_once_if_told_while_the_callback_runs(self) -> None:
         with Service(environment={"PREPARE": "wait"}) as service:
             worker = service.wait_for_note("preparing")[0]
@@ -107,7 +131,6 @@ class Start(unittest.TestCase):
 
 
 PRELOADED = "HANGUP_LIBRARY" in os.environ
-TOOL = os.environ["TOOL"]
 SIGNALS_BLOCKED = re.compile(r"(?m)^SigBlk:\s+([0-9a-f]+)$")
 
 

@@ -3,8 +3,16 @@
 
 import os
 import subprocess
+import tempfile
 import unittest
 from pathlib import Path
+
+# Programs, and why they cannot be started.
+MISSING = (
+    ("no-such-program", 127, "No such file or directory"),
+    ("/", 126, "Permission denied"),
+    ("", 127, "No such file or directory"),
+)
 
 TARN_SERVE = Path(os.environ["TOOLS"]) / "tarn-serve"
 
@@ -23,15 +31,36 @@ class WithoutASocket(unittest.TestCase):
         ran = run("--", "printenv", "HTTP_PROXY", HTTP_PROXY="evil")
         self.assertEqual((ran.returncode, ran.stdout), (1, ""))
 
-    def test_a_program_that_cannot_be_started_is_status_127(self):
-        for program, reason in (
-            ("no-such-program", "No such file or directory"),
-            ("/", "Permission denied"),
-        ):
+    def test_a_program_that_cannot_be_started_has_the_status_of_shells(self):
+        for program, status, reason in MISSING:
             ran = run(program)
             self.assertEqual(
-                (ran.returncode, ran.stderr), (127, f"tarn-serve: {program}: {reason}\n")
+                (ran.returncode, ran.stderr), (status, f"tarn-serve: {program}: {reason}\n")
             )
+
+
+class AsAService(unittest.TestCase):
+    def test_a_program_that_cannot_be_started_is_refused(self):
+        with tempfile.TemporaryDirectory() as folder:
+            plain = Path(folder, "plain")
+            plain.write_text("#!/bin/sh\n")
+            plain.chmod(0o644)
+            loop = Path(folder, "loop")
+            loop.symlink_to("loop")
+            for program, status, reason in (
+                *MISSING,
+                (str(plain), 126, "Permission denied"),
+                (f"{plain}/x", 127, "Not a directory"),
+                (str(loop), 126, "Too many levels of symbolic links"),
+            ):
+                for options in ((), ("--read", "/usr")):
+                    with self.subTest(program=program, options=options):
+                        ran = run("--listen", f"unix:{folder}/socket", *options, "--", program)
+                        self.assertEqual(
+                            (ran.returncode, ran.stderr),
+                            (status, f"tarn-serve: {program}: {reason}\n"),
+                        )
+                        self.assertEqual(sorted(os.listdir(folder)), ["loop", "plain"])
 
 
 class WrongCommandLines(unittest.TestCase):
