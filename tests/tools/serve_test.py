@@ -63,6 +63,49 @@ class AsAService(unittest.TestCase):
                         self.assertEqual(sorted(os.listdir(folder)), ["loop", "plain"])
 
 
+class Help(unittest.TestCase):
+    def test_and_the_version_are_options_like_others(self):
+        help_text = run("--help").stdout
+        self.assertTrue(help_text.startswith("Usage: tarn-serve [OPTION]... "))
+        version = run("-V").stdout
+        self.assertRegex(version, r"\Atarn-serve [0-9.]+\n\Z")
+        for before in (
+            (),
+            ("--children", "4"),
+            ("--children=4", "--confine", "--listen", "unix:/a"),
+            ("--confine",),
+        ):
+            for after in ((), ("--nothing",), ("true",), ("--", "true")):
+                for asked, output in (
+                    ("--help", help_text),
+                    ("-h", help_text),
+                    ("--version", version),
+                    ("-V", version),
+                ):
+                    with self.subTest((*before, asked, *after)):
+                        ran = run(*before, asked, *after)
+                        self.assertEqual((ran.returncode, ran.stdout, ran.stderr), (0, output, ""))
+
+    def test_is_an_argument_of_the_program_after_its_name(self):
+        for before in (("--children", "4"), ("--children=4", "--"), ("--",), ()):
+            for asked in ("--help", "-h", "--version", "-V"):
+                with self.subTest((*before, asked)):
+                    self.assertEqual(run(*before, "printf", "%s", asked).stdout, asked)
+
+    def test_comes_after_what_is_wrong_before_it(self):
+        for wrong, message in (
+            (("--children", "x"), "--children needs a number from 1 to 1000000000"),
+            (("--nothing",), "--nothing is not an option"),
+            (("-x",), "-x is not an option; see tarn-serve --help"),
+            # It is no value of another option.
+            (("--children",), "--children needs a value"),
+        ):
+            ran = run(*wrong, "--help")
+            self.assertEqual(
+                (ran.returncode, ran.stdout, ran.stderr), (2, "", f"tarn-serve: {message}\n")
+            )
+
+
 class WrongCommandLines(unittest.TestCase):
     def check(self, message: str, *arguments: str, **variables: str) -> None:
         ran = run(*arguments, **variables)
