@@ -189,6 +189,12 @@ void Supervisor::removeSocketFiles() {
   prctl(PR_SET_PDEATHSIG, SIGUSR2);
   if (getppid() != supervisor) _exit(1);
   if (file != kThisProcess) {
+    // A program that is no service would never take them.
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGTERM);
+    sigaddset(&ends, SIGINT);
+    sigprocmask(SIG_UNBLOCK, &ends, nullptr);
     program_.run(file, files);
     log("cannot start %s: %s", program_.path(), std::strerror(errno));
     _exit(127);

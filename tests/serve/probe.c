@@ -268,11 +268,12 @@ static int prepare(void) {
 
 static void unused(int number) { (void)number; }
 
-/* A version that is no service: it closes its files and goes on. */
+/* Versions that are no service, and do nothing. One closes its files first. */
 static void be_useless(void) {
   int file;
-  if (strcmp((const char *)version, "VERSION:66666666") != 0) return;
-  for (file = 0; file < 1024; ++file) close(file);
+  const int closes = strcmp((const char *)version, "VERSION:66666666") == 0;
+  if (!closes && strcmp((const char *)version, "VERSION:55555555") != 0) return;
+  for (file = 0; closes && file < 1024; ++file) close(file);
   for (;;) pause();
 }
 

@@ -27,7 +27,9 @@ from fastcgi import (
 LONG = "sleep=600000"
 REQUESTS = int(os.environ.get("REQUESTS", "1500"))
 TOOL = os.environ["TOOL"]
-USELESS = 66666666  # a version of the probe that does not serve
+# Versions of the probe that do not serve. One closes its files, the other does nothing at all.
+USELESS = 66666666
+IDLE = 55555555
 REPLACEMENTS = int(os.environ.get("REPLACEMENTS", "5"))
 
 
@@ -119,7 +121,7 @@ class Start(unittest.TestCase):
                         self.assertEqual(answer.status, 127)
                     os.rename(f"{script}.away", script)
                 self.assertEqual(client.ask("", keep=True).body, b"here")
-                failures = [line for line in service.log_lines() if "no header" in line]
+                failures = [line for line in service.log_lines() if "ended with status 127" in line]
                 self.assertEqual(len(failures), 4, service.log())
 
     def test_ends_at_once_if_told_while_the_callback_runs(self) -> None:
@@ -535,6 +537,17 @@ class Reload(unittest.TestCase):
             self.reload(service)
             self.wait_for_version(service, 2)
 
+    def test_to_a_program_that_does_nothing_does_not_keep_the_service_from_ending(self) -> None:
+        with Service(program=self.program.path) as service:
+            self.program.replace(IDLE)
+            self.reload(service)
+            wait_until(lambda: len(children_of(service.process.pid)) == 2, "nothing was started")
+            idle = children_of(service.process.pid)[-1]
+            wait_until(lambda: b"TARN_SERVE_WORKER" in variables_of(idle), "it has not begun")
+            service.process.terminate()
+            self.assertEqual(service.process.wait(20), 0)
+            wait_for_end(idle)
+
     def test_whose_callback_fails_leaves_the_old_one(self) -> None:
         word = Path(self.folder, "word")
         word.write_text("nothing")
@@ -602,6 +615,10 @@ class Reload(unittest.TestCase):
             self.assertEqual(len(set(done)), len(done))
             self.assertGreater(len(seen), 2)
             self.assertEqual(service.log_lines(), [])
+
+
+def variables_of(pid: int) -> bytes:
+    return Path(f"/proc/{pid}/environ").read_bytes()
 
 
 def lines(path: str) -> list[str]:
