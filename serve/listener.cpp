@@ -14,6 +14,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "serve/log.h"
+
 namespace tarn::server {
 namespace {
 
@@ -28,8 +30,9 @@ int fail(const char *&problem, const char *what, int file = -1) {
   return -1;
 }
 
-int fail(const char *&problem, int error, const char *what) {
-  errno = error;
+// The address is wrong. What the system would call that says nothing more.
+int refuse(const char *&problem, const char *what) {
+  errno = 0;
   return fail(problem, what);
 }
 
@@ -57,7 +60,7 @@ int listenLocally(const char *path, unsigned mode, const char *&problem) {
   address.any.sa_family = AF_UNIX;
   const size_t length = std::strlen(path);
   if (length == 0 || length >= sizeof address.local.sun_path) {
-    return fail(problem, ENAMETOOLONG, "the path of a Unix socket must have 1 to 107 bytes");
+    return refuse(problem, "the path after unix: must have 1 to 107 bytes");
   }
   std::memcpy(address.local.sun_path, path, length + 1);
   if (isStale(address)) unlink(path);
@@ -111,7 +114,9 @@ int listenOnPort(const char *text, const char *&problem) {
   Address address = {};
   const socklen_t size = readAddress(text, address);
   if (size == 0) {
-    return fail(problem, EINVAL, "the address must be tcp:ADDRESS:PORT or tcp:[ADDRESS]:PORT");
+    return refuse(problem,
+                  "the address must be tcp:IPV4:PORT or tcp:[IPV6]:PORT, such as "
+                  "tcp:127.0.0.1:9000 or tcp:[::1]:9000");
   }
   const int file = socket(address.any.sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (file < 0) return fail(problem, "cannot create a socket");
@@ -132,7 +137,16 @@ int listenOnPort(const char *text, const char *&problem) {
 int openListener(const char *address, unsigned mode, const char *&problem) {
   if (std::strncmp(address, "unix:", 5) == 0) return listenLocally(address + 5, mode, problem);
   if (std::strncmp(address, "tcp:", 4) == 0) return listenOnPort(address + 4, problem);
-  return fail(problem, EINVAL, "the address must begin with unix: or tcp:");
+  return refuse(problem, "the address must begin with unix: or tcp:");
+}
+
+int openListener(const char *address, unsigned mode) {
+  const char *problem = nullptr;
+  const int file = openListener(address, mode, problem);
+  const int error = errno;
+  if (file < 0 && error == 0) log("'%s': %s", address, problem);
+  if (file < 0 && error != 0) log("%s: %s: %s", address, problem, std::strerror(error));
+  return file;
 }
 
 SocketFile::SocketFile(const char *address) {

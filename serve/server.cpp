@@ -138,12 +138,8 @@ bool Supervisor::openListeners() {
     listener_count_ = inheritedListeners(listeners_, kMostListeners);
   }
   for (size_t i = 0; i < options_.listen_count; ++i) {
-    const char *problem = nullptr;
-    const int listener = openListener(options_.listen[i], options_.socket_mode, problem);
-    if (listener < 0) {
-      log("%s: %s: %s", options_.listen[i], problem, std::strerror(errno));
-      return false;
-    }
+    const int listener = openListener(options_.listen[i], options_.socket_mode);
+    if (listener < 0) return false;
     listeners_[listener_count_++] = listener;
     socket_files_[i] = SocketFile(options_.listen[i]);
   }

@@ -162,9 +162,9 @@ TEST(UnixListener, NeedsAPathOfTheRightLength) {
   path.append(107 - path.size(), 'p');
   EXPECT_GE(File(openAt("unix:" + path)), 0);
   const Failure failure = failureOf("unix:" + path + "p");
-  EXPECT_EQ(failure.error, ENAMETOOLONG);
-  EXPECT_EQ(failure.problem, "the path of a Unix socket must have 1 to 107 bytes");
-  EXPECT_EQ(failureOf("unix:").error, ENAMETOOLONG);
+  EXPECT_EQ(failure.error, 0);
+  EXPECT_EQ(failure.problem, "the path after unix: must have 1 to 107 bytes");
+  EXPECT_EQ(failureOf("unix:").problem, failure.problem);
   EXPECT_EQ(failureOf("unix:" + folder.path("none/s")).error, ENOENT);
 }
 
@@ -261,13 +261,15 @@ TEST(Listener, NeedsAnAddress) {
         "tcp:256.0.0.1:80",
         "tcp:1111111111111111111111111111111111111111111111111111111111111111111111:80"}) {
     const Failure failure = failureOf(address);
-    EXPECT_EQ(failure.error, EINVAL) << address;
-    EXPECT_EQ(failure.problem, "the address must be tcp:ADDRESS:PORT or tcp:[ADDRESS]:PORT");
+    EXPECT_EQ(failure.error, 0) << address;
+    EXPECT_EQ(failure.problem,
+              "the address must be tcp:IPV4:PORT or tcp:[IPV6]:PORT, such as tcp:127.0.0.1:9000 or "
+              "tcp:[::1]:9000");
   }
   for (const char *address :
        {"", "unix", "tcp", "/run/socket", "127.0.0.1:80", "UNIX:/a", " tcp:1"}) {
     const Failure failure = failureOf(address);
-    EXPECT_EQ(failure.error, EINVAL) << address;
+    EXPECT_EQ(failure.error, 0) << address;
     EXPECT_EQ(failure.problem, "the address must begin with unix: or tcp:");
   }
 }

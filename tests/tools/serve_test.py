@@ -63,6 +63,31 @@ class AsAService(unittest.TestCase):
                         self.assertEqual(sorted(os.listdir(folder)), ["loop", "plain"])
 
 
+    def test_an_address_that_is_wrong_is_explained(self):
+        for address, problem in (
+            ("unix:", "the path after unix: must have 1 to 107 bytes"),
+            ("unix:/" + "x" * 107, "the path after unix: must have 1 to 107 bytes"),
+            ("tcp:nonsense", "the address must be tcp:IPV4:PORT or tcp:[IPV6]:PORT, such as"
+             " tcp:127.0.0.1:9000 or tcp:[::1]:9000"),
+            ("nonsense", "the address must begin with unix: or tcp:"),
+            ("", "the address must begin with unix: or tcp:"),
+        ):  # fmt: skip
+            for options in (
+                ("--listen", address),
+                ("--listen", "tcp:127.0.0.1:0", "--status", address),
+            ):
+                if not address and "--status" in options:
+                    continue
+                with self.subTest(options):
+                    ran = run(*options, "true")
+                    self.assertEqual(
+                        (ran.returncode, ran.stderr), (1, f"tarn-serve: '{address}': {problem}\n")
+                    )
+        ran = run("--listen", "unix:/nonexistent/socket", "true")
+        self.assertEqual(ran.returncode, 1)
+        self.assertRegex(ran.stderr, r"\Atarn-serve: unix:/nonexistent/.*: No such file.*\n\Z")
+
+
 class Help(unittest.TestCase):
     def test_and_the_version_are_options_like_others(self):
         help_text = run("--help").stdout
