@@ -1,8 +1,11 @@
 #include "serve/listener.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -10,6 +13,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -43,10 +47,85 @@ union Address {
   sockaddr_in6 v6;
 };
 
+// How long to wait for another service that starts, in milliseconds. That takes less than one.
+constexpr uint64_t kPatience = 5000;
+
+// Lets one service at a time take a path. Between bind() and listen() a socket looks like one that
+// nobody listens on, and no call replaces a file only if it is still the one that was looked at. So
+// without a lock, two services that find the same old socket could each remove the other's new one.
+//
+// The lock is on a file beside the socket. A lock on the directory would leave no file behind, but
+// everybody who may read a directory can lock it. Only the user of the service can open this file. It
+// is removed while it is locked; so whoever gets the lock looks whether the file still has the name.
+class PathLock {
+ public:
+  PathLock() = default;
+  ~PathLock();
+  PathLock(const PathLock &) = delete;
+  PathLock &operator=(const PathLock &) = delete;
+
+  // Returns false with errno set.
+  bool take(const char *path);
+
+ private:
+  bool tryToTake();
+
+  char path_[sizeof(sockaddr_un::sun_path) + 16] = "";
+  int file_ = -1;
+};
+
+PathLock::~PathLock() {
+  if (file_ < 0) return;
+  const int error = errno;
+  unlink(path_);
+  close(file_);
+  errno = error;
+}
+
+// Returns false with EWOULDBLOCK if another process has the lock.
+bool PathLock::tryToTake() {
+  const int file = open(path_, O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  if (file < 0) return false;
+  struct stat locked;
+  struct stat named;
+  int error = 0;
+  if (flock(file, LOCK_EX | LOCK_NB) != 0 || fstat(file, &locked) != 0) {
+    error = errno;
+  } else if (lstat(path_, &named) != 0 || named.st_dev != locked.st_dev ||
+             named.st_ino != locked.st_ino) {
+    error = EWOULDBLOCK;  // the one who had it has just removed it
+  }
+  if (error == 0) {
+    file_ = file;
+    return true;
+  }
+  close(file);
+  errno = error;
+  return false;
+}
+
+bool PathLock::take(const char *path) {
+  std::snprintf(path_, sizeof path_, "%s.tarn-lock", path);
+  const uint64_t end = currentTime() + kPatience;
+  while (!tryToTake()) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return false;
+    if (currentTime() >= end) {
+      errno = EWOULDBLOCK;
+      return false;
+    }
+    poll(nullptr, 0, 1);
+  }
+  return true;
+}
+
+bool isSocket(const char *path) {
+  struct stat about;
+  return lstat(path, &about) == 0 && S_ISSOCK(about.st_mode);
+}
+
 // Whether the file is a socket whose owner has gone.
 bool isStale(const Address &address) {
-  struct stat about;
-  if (lstat(address.local.sun_path, &about) != 0 || !S_ISSOCK(about.st_mode)) return false;
+  if (!isSocket(address.local.sun_path)) return false;
   const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (probe < 0) return false;
   const bool refused =
@@ -63,12 +142,23 @@ int listenLocally(const char *path, unsigned mode, const char *&problem) {
     return refuse(problem, "the path after unix: must have 1 to 107 bytes");
   }
   std::memcpy(address.local.sun_path, path, length + 1);
+  PathLock lock;
+  if (!lock.take(path)) {
+    return fail(problem, errno == EWOULDBLOCK
+                             ? "another service starts there, and does not come to an end"
+                             : "cannot lock the path, with a file whose name ends in .tarn-lock");
+  }
   if (isStale(address)) unlink(path);
   const int file = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (file < 0) return fail(problem, "cannot create a socket");
   // Nobody can connect before listen(), so the mode is right in time.
   if (bind(file, &address.any, sizeof address.local) != 0) {
-    return fail(problem, "cannot bind the socket", file);
+    const int error = errno;
+    const char *what = error != EADDRINUSE ? "cannot bind the socket"
+                       : isSocket(path)    ? "another service listens there"
+                                           : "there is a file that is not a socket";
+    errno = error;
+    return fail(problem, what, file);
   }
   if (chmod(path, mode) != 0 || listen(file, kBacklog) != 0) {
     const int error = errno;

@@ -30,6 +30,7 @@ TOOL = os.environ["TOOL"]
 # Versions of the probe that do not serve. One closes its files, the other does nothing at all.
 USELESS = 66666666
 IDLE = 55555555
+PAIRS = int(os.environ.get("PAIRS", "50"))
 REPLACEMENTS = int(os.environ.get("REPLACEMENTS", "5"))
 
 
@@ -100,6 +101,34 @@ class Start(unittest.TestCase):
                 self.assertEqual(
                     [line for line in lines if line.startswith("LISTEN")], ["LISTENERS=7"]
                 )
+
+    def test_of_two_on_one_old_socket_gives_it_to_exactly_one(self) -> None:
+        for _ in range(PAIRS):
+            with tempfile.TemporaryDirectory() as folder:
+                path = os.path.join(folder, "socket")
+                with socket.socket(socket.AF_UNIX) as old:
+                    old.bind(path)
+                options = ("--listen", f"unix:{path}")
+                with (
+                    Service(*options, listens=False) as first,
+                    Service(*options, listens=False) as second,
+                ):
+                    pair = (first, second)
+                    wait_until(
+                        lambda: any(service.process.poll() is not None for service in pair),
+                        "both serve",
+                    )
+                    winner, loser = pair if second.process.poll() is not None else pair[::-1]
+                    self.assertEqual(loser.process.wait(100), 1)
+                    problem = "another service listens there: Address already in use"
+                    self.assertEqual(loser.log_lines(), [f"tarn-serve: unix:{path}: {problem}"])
+                    loser.process.returncode = 0
+                    winner.address = path
+                    self.assertEqual(winner.ask("header&text=a").body, b"a")
+                    self.assertEqual(os.listdir(folder), ["socket"])
+                    winner.process.terminate()
+                    self.assertEqual(winner.process.wait(100), 0)
+                    self.assertEqual(os.listdir(folder), [])
 
     def test_needs_a_program_that_a_tool_runs_only_then(self) -> None:
         """Later, a missing one is a failure of requests."""

@@ -62,7 +62,6 @@ class AsAService(unittest.TestCase):
                         )
                         self.assertEqual(sorted(os.listdir(folder)), ["loop", "plain"])
 
-
     def test_an_address_that_is_wrong_is_explained(self):
         for address, problem in (
             ("unix:", "the path after unix: must have 1 to 107 bytes"),
