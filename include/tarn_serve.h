@@ -86,7 +86,7 @@ TARN_SERVE_API int tarn_serve_program(char *const *arguments);
  *  it opens stay open in every request, with one position for all of them: use pread(), or map files.
  *  Connect to databases in the script: requests must not share a connection. Seed random number
  *  generators in the script, or every request gets the same numbers. What the callback writes to
- *  standard output is not part of an answer.
+ *  standard output is not part of a response.
  *
  *  @param callback  returns 0, or the exit status with which the program ends; null for none
  */

@@ -25,7 +25,7 @@ static const char help[] =
     "  --idle-connections N    connections besides those (150)\n"
     "  --seconds N             that a program may run (60)\n"
     "  --receive-seconds N     without a byte of a request (60)\n"
-    "  --send-seconds N        without the server taking a byte of the answer (60)\n"
+    "  --send-seconds N        without the server taking a byte of the response (60)\n"
     "  --body-size SIZE        of a request; more gets 413 (1G)\n"
     "  --body-in-memory SIZE   a larger body goes to a temporary file (1M)\n"
     "  --parameters N          of a request; more gets 431 (1000)\n"

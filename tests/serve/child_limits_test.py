@@ -143,7 +143,7 @@ class Limits(unittest.TestCase):
                     client.send(request("header&note=script&write=100000000", keep=True))
                     script = service.wait_for_note("script")[0]
                     wait_for_end(script)
-                    service.wait_for_log("the server does not read the answer: /probe")
+                    service.wait_for_log("the server does not read the response: /probe")
                     self.assertFalse(client.answer().ended)
                 self.assertEqual(len(service.log_lines()), 1, service.log())
 
@@ -151,7 +151,7 @@ class Limits(unittest.TestCase):
         """The script has ended, but not all of its answer has been sent."""
         with Service("--send-seconds", "1") as service, service.client(4096) as client:
             client.send(request("header&note=script&write=300000", keep=True))
-            service.wait_for_log("the server does not read the answer")
+            service.wait_for_log("the server does not read the response")
             self.assertFalse(client.answer().ended)
 
     def test_a_server_that_reads_slowly_gets_everything(self) -> None:
