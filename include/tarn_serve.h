@@ -68,11 +68,13 @@ extern "C" {
 TARN_SERVE_API int tarn_serve(int (*script)(void));
 
 /** Runs another program for each request, as tarn-serve(1) does. It does not read the command line of
- *  the process; see tarn_serve_arguments().
+ *  the process; see tarn_serve_arguments(). A service needs the program when it starts. If it is
+ *  missing later, requests fail until it is there again.
  *
  *  @param arguments  the program, its arguments and a null pointer; a name without a slash is looked
  *                    up in PATH; they must stay valid until the call returns
- *  @return as tarn_serve(); as CGI it returns only if the program cannot be started: 127
+ *  @return as tarn_serve(), but 127 if there is no such program and 126 if it may not be run; as CGI it
+ *          returns only then
  */
 TARN_SERVE_API int tarn_serve_program(char *const *arguments);
 
@@ -84,7 +86,7 @@ TARN_SERVE_API int tarn_serve_program(char *const *arguments);
  *  it opens stay open in every request, with one position for all of them: use pread(), or map files.
  *  Connect to databases in the script: requests must not share a connection. Seed random number
  *  generators in the script, or every request gets the same numbers. What the callback writes to
- *  standard output is not part of an answer.
+ *  standard output is not part of a response.
  *
  *  @param callback  returns 0, or the exit status with which the program ends; null for none
  */

@@ -254,7 +254,7 @@ void Connection::explainEnd() {
     std::snprintf(text, sizeof text, "the script ended with status %d and sent no header", status);
     fail(Failure::kNoAnswer, status == 0 ? "the script sent no header" : text);
   } else if (output_.isShort() && !isHead()) {
-    fail(Failure::kShort, "the script's answer is shorter than its Content-Length");
+    fail(Failure::kShort, "the script's response is shorter than its Content-Length");
   } else if (status != 0) {
     std::snprintf(text, sizeof text, "the script ended with status %d", status);
     fail(Failure::kStatus, text);

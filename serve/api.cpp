@@ -10,6 +10,7 @@
 #include "serve/environment.h"
 #include "serve/options.h"
 #include "serve/program.h"
+#include "serve/program_files.h"
 #include "serve/server.h"
 #include "tarn_serve.h"
 
@@ -47,8 +48,9 @@ int runAsCgi() {
   if (options.rights.confine && !confineSelf(options.rights, options.script)) return 1;
   if (options.script.program) {
     execvp(options.script.program[0], options.script.program);
-    std::fprintf(stderr, "tarn-serve: %s: %s\n", options.script.program[0], std::strerror(errno));
-    return 127;
+    const int error = errno;
+    std::fprintf(stderr, "tarn-serve: %s: %s\n", options.script.program[0], std::strerror(error));
+    return statusOfMissingProgram(error);
   }
   const int status = options.script.function();
   return std::fflush(nullptr) == 0 ? status : 1;

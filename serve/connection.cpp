@@ -309,7 +309,7 @@ void Connection::settle(uint64_t now) {
   if (held_until_ != UINT64_MAX) return;
   sender_.flush();
   if (sender_.error() == ENOMEM) {
-    fail(Failure::kMemory, "out of memory for the answer");
+    fail(Failure::kMemory, "out of memory for the response");
     resetSocket();
   }
   if (sender_.error() != 0) {
@@ -343,7 +343,7 @@ void Connection::hurry(uint64_t now) {
 void Connection::checkTime(uint64_t now) {
   if (now >= send_deadline_) {
     const bool is_first = failure_ != Failure::kNotRead && stage_ != Stage::kClosing;
-    fail(Failure::kNotRead, "the server does not read the answer");
+    fail(Failure::kNotRead, "the server does not read the response");
     if (!is_first || (stage_ != Stage::kRunning && stage_ != Stage::kDraining)) {
       resetSocket();
       return disconnected(now);

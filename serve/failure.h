@@ -22,14 +22,14 @@ enum class Failure {
   kTime,         // it ran longer than it may
   kVisitorLeft,  // the server closed the connection
   kAborted,      // the server sent FCGI_ABORT_REQUEST
-  kNotRead,      // the server does not read the answer
+  kNotRead,      // the server does not read the response
   kNotFastCgi,   // the server sent something else
   kNotAHeader,   // the answer does not begin with a header
   kMemory,       // this process has too little, or cannot read from the script
   // It ended by itself.
   kSignal,    // a signal ended the script
   kNoAnswer,  // the script ended before its header was complete
-  kShort,     // the answer is shorter than its Content-Length
+  kShort,     // the response is shorter than its Content-Length
   kStatus,    // the answer is complete, but the exit status is not 0
   // Nobody is left to log it.
   kWorkerDied,  // with the request

@@ -1,8 +1,11 @@
 #include "serve/listener.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -10,9 +13,12 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+
+#include "serve/log.h"
 
 namespace tarn::server {
 namespace {
@@ -28,8 +34,9 @@ int fail(const char *&problem, const char *what, int file = -1) {
   return -1;
 }
 
-int fail(const char *&problem, int error, const char *what) {
-  errno = error;
+// The address is wrong. What the system would call that says nothing more.
+int refuse(const char *&problem, const char *what) {
+  errno = 0;
   return fail(problem, what);
 }
 
@@ -40,10 +47,85 @@ union Address {
   sockaddr_in6 v6;
 };
 
+// How long to wait for another service that starts, in milliseconds. That takes less than one.
+constexpr uint64_t kPatience = 5000;
+
+// Lets one service at a time take a path. Between bind() and listen() a socket looks like one that
+// nobody listens on, and no call replaces a file only if it is still the one that was looked at. So
+// without a lock, two services that find the same old socket could each remove the other's new one.
+//
+// The lock is on a file beside the socket. A lock on the directory would leave no file behind, but
+// everybody who may read a directory can lock it. Only the user of the service can open this file. It
+// is removed while it is locked; so whoever gets the lock looks whether the file still has the name.
+class PathLock {
+ public:
+  PathLock() = default;
+  ~PathLock();
+  PathLock(const PathLock &) = delete;
+  PathLock &operator=(const PathLock &) = delete;
+
+  // Returns false with errno set.
+  bool take(const char *path);
+
+ private:
+  bool tryToTake();
+
+  char path_[sizeof(sockaddr_un::sun_path) + 16] = "";
+  int file_ = -1;
+};
+
+PathLock::~PathLock() {
+  if (file_ < 0) return;
+  const int error = errno;
+  unlink(path_);
+  close(file_);
+  errno = error;
+}
+
+// Returns false with EWOULDBLOCK if another process has the lock.
+bool PathLock::tryToTake() {
+  const int file = open(path_, O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  if (file < 0) return false;
+  struct stat locked;
+  struct stat named;
+  int error = 0;
+  if (flock(file, LOCK_EX | LOCK_NB) != 0 || fstat(file, &locked) != 0) {
+    error = errno;
+  } else if (lstat(path_, &named) != 0 || named.st_dev != locked.st_dev ||
+             named.st_ino != locked.st_ino) {
+    error = EWOULDBLOCK;  // the one who had it has just removed it
+  }
+  if (error == 0) {
+    file_ = file;
+    return true;
+  }
+  close(file);
+  errno = error;
+  return false;
+}
+
+bool PathLock::take(const char *path) {
+  std::snprintf(path_, sizeof path_, "%s.tarn-lock", path);
+  const uint64_t end = currentTime() + kPatience;
+  while (!tryToTake()) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return false;
+    if (currentTime() >= end) {
+      errno = EWOULDBLOCK;
+      return false;
+    }
+    poll(nullptr, 0, 1);
+  }
+  return true;
+}
+
+bool isSocket(const char *path) {
+  struct stat about;
+  return lstat(path, &about) == 0 && S_ISSOCK(about.st_mode);
+}
+
 // Whether the file is a socket whose owner has gone.
 bool isStale(const Address &address) {
-  struct stat about;
-  if (lstat(address.local.sun_path, &about) != 0 || !S_ISSOCK(about.st_mode)) return false;
+  if (!isSocket(address.local.sun_path)) return false;
   const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (probe < 0) return false;
   const bool refused =
@@ -57,15 +139,26 @@ int listenLocally(const char *path, unsigned mode, const char *&problem) {
   address.any.sa_family = AF_UNIX;
   const size_t length = std::strlen(path);
   if (length == 0 || length >= sizeof address.local.sun_path) {
-    return fail(problem, ENAMETOOLONG, "the path of a Unix socket must have 1 to 107 bytes");
+    return refuse(problem, "the path after unix: must have 1 to 107 bytes");
   }
   std::memcpy(address.local.sun_path, path, length + 1);
+  PathLock lock;
+  if (!lock.take(path)) {
+    return fail(problem, errno == EWOULDBLOCK
+                             ? "another service starts there, and does not come to an end"
+                             : "cannot lock the path, with a file whose name ends in .tarn-lock");
+  }
   if (isStale(address)) unlink(path);
   const int file = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (file < 0) return fail(problem, "cannot create a socket");
   // Nobody can connect before listen(), so the mode is right in time.
   if (bind(file, &address.any, sizeof address.local) != 0) {
-    return fail(problem, "cannot bind the socket", file);
+    const int error = errno;
+    const char *what = error != EADDRINUSE ? "cannot bind the socket"
+                       : isSocket(path)    ? "another service listens there"
+                                           : "there is a file that is not a socket";
+    errno = error;
+    return fail(problem, what, file);
   }
   if (chmod(path, mode) != 0 || listen(file, kBacklog) != 0) {
     const int error = errno;
@@ -111,7 +204,9 @@ int listenOnPort(const char *text, const char *&problem) {
   Address address = {};
   const socklen_t size = readAddress(text, address);
   if (size == 0) {
-    return fail(problem, EINVAL, "the address must be tcp:ADDRESS:PORT or tcp:[ADDRESS]:PORT");
+    return refuse(problem,
+                  "the address must be tcp:IPV4:PORT or tcp:[IPV6]:PORT, such as "
+                  "tcp:127.0.0.1:9000 or tcp:[::1]:9000");
   }
   const int file = socket(address.any.sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (file < 0) return fail(problem, "cannot create a socket");
@@ -132,7 +227,16 @@ int listenOnPort(const char *text, const char *&problem) {
 int openListener(const char *address, unsigned mode, const char *&problem) {
   if (std::strncmp(address, "unix:", 5) == 0) return listenLocally(address + 5, mode, problem);
   if (std::strncmp(address, "tcp:", 4) == 0) return listenOnPort(address + 4, problem);
-  return fail(problem, EINVAL, "the address must begin with unix: or tcp:");
+  return refuse(problem, "the address must begin with unix: or tcp:");
+}
+
+int openListener(const char *address, unsigned mode) {
+  const char *problem = nullptr;
+  const int file = openListener(address, mode, problem);
+  const int error = errno;
+  if (file < 0 && error == 0) log("'%s': %s", address, problem);
+  if (file < 0 && error != 0) log("%s: %s: %s", address, problem, std::strerror(error));
+  return file;
 }
 
 SocketFile::SocketFile(const char *address) {

@@ -7,9 +7,12 @@
 namespace tarn::server {
 
 // Opens a socket to listen on: "unix:PATH", "tcp:ADDRESS:PORT" or "tcp:[ADDRESS]:PORT". Replaces a
-// Unix socket that nobody listens on. `mode` is the mode of a Unix socket's file. Returns -1 with
-// errno set and a message in `problem`.
+// Unix socket that nobody listens on. `mode` is the mode of a Unix socket's file. Returns -1 with a
+// message in `problem`, and errno set: to the reason, or to 0 if the address is wrong.
 int openListener(const char *address, unsigned mode, const char *&problem);
+
+// The same. Returns -1 after a message on standard error.
+int openListener(const char *address, unsigned mode);
 
 // The file of a Unix socket that openListener() has just created.
 class SocketFile {

@@ -126,6 +126,8 @@ bool findProgram(const char *name, char (&path)[PATH_MAX]) {
   return false;
 }
 
+int statusOfMissingProgram(int error) { return error == ENOENT || error == ENOTDIR ? 127 : 126; }
+
 bool readRunner(const char *program, Runner &runner) {
   runner.kind = Runner::Kind::kNone;
   runner.path[0] = runner.name[0] = '\0';

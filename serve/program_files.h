@@ -9,6 +9,10 @@ namespace tarn::server {
 // Finds a program as execvp() does. Returns false with errno set if there is none.
 bool findProgram(const char *name, char (&path)[PATH_MAX]);
 
+// The exit status of shells for a program that cannot be run, by the error: 127 if there is none, 126
+// if it may not be run.
+int statusOfMissingProgram(int error);
+
 // What runs a program.
 struct Runner {
   enum class Kind {

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +26,7 @@
 #include "serve/log.h"
 #include "serve/notifier.h"
 #include "serve/program.h"
+#include "serve/program_files.h"
 #include "serve/status.h"
 #include "serve/status_server.h"
 #include "serve/worker.h"
@@ -34,6 +36,10 @@ namespace {
 
 // A worker that dies as soon as this is started again only after a second.
 constexpr uint64_t kShortLife = 1000;
+
+// How long a worker may live after it has closed its end of the pipe without a word. One that dies
+// closes it a moment before its end is reported.
+constexpr uint64_t kTimeToDie = 1000;
 
 constexpr size_t kMostWorkers = 32;
 
@@ -45,9 +51,11 @@ struct WorkerProcess {
   uint64_t number = 0;   // a worker that was started later has a higher one
   uint64_t started = 0;  // when
   int file = kThisProcess;
-  int ready = -1;  // to read; -1 once the worker can serve
+  int ready = -1;  // to read; -1 once the worker has written to it or closed it
   Scoreboard *scoreboard = nullptr;
-  bool ending = false;  // it was told to end
+  bool serves = false;
+  bool ending = false;            // it was told to end
+  uint64_t kill_at = UINT64_MAX;  // when it has to be dead
 };
 
 class Supervisor {
@@ -72,7 +80,9 @@ class Supervisor {
   void end();
   void reap();
   void ended(WorkerProcess &worker, int status);
+  void readReady(WorkerProcess &worker);
   void becameReady(WorkerProcess &worker);
+  void killUseless();
   void keepFigures(const WorkerProcess &worker);
   void collect(Status &status) const;
   void logStatus() const;
@@ -128,12 +138,8 @@ bool Supervisor::openListeners() {
     listener_count_ = inheritedListeners(listeners_, kMostListeners);
   }
   for (size_t i = 0; i < options_.listen_count; ++i) {
-    const char *problem = nullptr;
-    const int listener = openListener(options_.listen[i], options_.socket_mode, problem);
-    if (listener < 0) {
-      log("%s: %s: %s", options_.listen[i], problem, std::strerror(errno));
-      return false;
-    }
+    const int listener = openListener(options_.listen[i], options_.socket_mode);
+    if (listener < 0) return false;
     listeners_[listener_count_++] = listener;
     socket_files_[i] = SocketFile(options_.listen[i]);
   }
@@ -179,6 +185,12 @@ void Supervisor::removeSocketFiles() {
   prctl(PR_SET_PDEATHSIG, SIGUSR2);
   if (getppid() != supervisor) _exit(1);
   if (file != kThisProcess) {
+    // A program that is no service would never take them.
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGTERM);
+    sigaddset(&ends, SIGINT);
+    sigprocmask(SIG_UNBLOCK, &ends, nullptr);
     program_.run(file, files);
     log("cannot start %s: %s", program_.path(), std::strerror(errno));
     _exit(127);
@@ -275,13 +287,29 @@ void Supervisor::end() {
   }
 }
 
-void Supervisor::becameReady(WorkerProcess &worker) {
+void Supervisor::readReady(WorkerProcess &worker) {
   char byte = 0;
   const ssize_t count = read(worker.ready, &byte, 1);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count != 1) return;  // it has died, which is found out soon
   close(worker.ready);
   worker.ready = -1;
+  if (count == 1) return becameReady(worker);
+  // It is dying. Or it is a program that has nothing to do with this one, and has closed the files of
+  // the service.
+  worker.kill_at = currentTime() + kTimeToDie;
+}
+
+void Supervisor::killUseless() {
+  for (WorkerProcess &worker : workers_) {
+    if (worker.process <= 0 || currentTime() < worker.kill_at) continue;
+    log("a worker closed its files instead of serving, and is killed");
+    kill(worker.process, SIGKILL);
+    worker.kill_at = UINT64_MAX;
+  }
+}
+
+void Supervisor::becameReady(WorkerProcess &worker) {
+  worker.serves = true;
   served_ = true;
   const int before = proven_;
   proven_ = worker.file;
@@ -314,7 +342,7 @@ void Supervisor::ended(WorkerProcess &worker, int status) {
   for (const WorkerProcess &other : workers_) {
     if (other.process <= 0 || other.ending) continue;
     // One is left: reloading has failed.
-    if (other.ready < 0) notifier_.ready();
+    if (other.serves) notifier_.ready();
     return;
   }
   if (!served_) {
@@ -331,7 +359,7 @@ void Supervisor::reap() {
   while ((process = waitpid(-1, &status, WNOHANG)) > 0) {
     for (WorkerProcess &worker : workers_) {
       if (worker.process != process) continue;
-      if (worker.ready >= 0) becameReady(worker);
+      if (worker.ready >= 0) readReady(worker);
       ended(worker, status);
     }
   }
@@ -359,7 +387,8 @@ void Supervisor::takeSignals() {
 }
 
 int Supervisor::nextTime() const {
-  const uint64_t next = std::min(start_at_ != 0 ? start_at_ : UINT64_MAX, status_.nextTime());
+  uint64_t next = std::min(start_at_ != 0 ? start_at_ : UINT64_MAX, status_.nextTime());
+  for (const WorkerProcess &worker : workers_) next = std::min(next, worker.kill_at);
   if (next == UINT64_MAX) return -1;
   const uint64_t now = currentTime();
   return next > now ? static_cast<int>(next - now) : 0;
@@ -385,7 +414,7 @@ void Supervisor::collect(Status &status) const {
   for (const WorkerProcess &worker : workers_) {
     if (worker.process <= 0) continue;
     ++status.workers;
-    status.ready |= worker.ready < 0 && !worker.ending && !ending_;
+    status.ready |= worker.serves && !worker.ending && !ending_;
     Counters counters;
     Gauges gauges;
     if (!worker.scoreboard->figures.read(counters, gauges)) continue;
@@ -436,14 +465,25 @@ int Supervisor::run() {
     const size_t of_status = status_.watch(files + count);
     poll(files, count + of_status, nextTime());
     for (nfds_t i = 1; i < count; ++i) {
-      if (files[i].revents != 0) becameReady(*waiting[i]);
+      if (files[i].revents != 0) readReady(*waiting[i]);
     }
     if (files[0].revents != 0) takeSignals();
+    killUseless();
     serveStatus(files + count, of_status);
     if (start_at_ != 0 && !ending_ && currentTime() >= start_at_ && !start(proven_)) {
       start_at_ = currentTime() + kShortLife;
     }
   }
+}
+
+// Whether the script's program can be run, as far as one can tell without running it. A service that
+// could only answer with errors does not begin. Returns 0, or the exit status that shells use.
+int checkProgram(const Script &script) {
+  char path[PATH_MAX];
+  if (!script.program || findProgram(script.program[0], path)) return 0;
+  const int error = errno;
+  log("%s: %s", script.program[0], std::strerror(error));
+  return statusOfMissingProgram(error);
 }
 
 // Descriptors 0 to 2 must be open, or a socket would get one of these numbers.
@@ -464,6 +504,7 @@ int serve(const Options &options) {
   WorkerFiles files;
   // What the program would do after it has served is for the process that was started first.
   if (takeOver(files)) _exit(work(options, files));
+  if (const int status = checkProgram(options.script)) return status;
   Supervisor supervisor(options);
   return supervisor.open() ? supervisor.run() : 1;
 }

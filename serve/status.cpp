@@ -245,7 +245,7 @@ void writeCounters(Metrics &metrics, const Counters &counters) {
     metrics.labeled("responses_total", "code", kNames[i], counters.answers[i]);
   }
   metrics.counter("received_bytes_total", "Bytes of request bodies.", counters.received_bytes);
-  metrics.counter("sent_bytes_total", "Bytes of answers without their headers.",
+  metrics.counter("sent_bytes_total", "Bytes of responses without their headers.",
                   counters.sent_bytes);
   metrics.counter("connections_total", "Connections that were accepted.", counters.connections);
   metrics.counter("not_fastcgi_total", "Connections on which something else came than a request.",
@@ -263,7 +263,7 @@ bool writeMetrics(const Status &status, Bytes &to) {
   writeGauges(metrics, status.gauges);
   writeCounters(metrics, status.counters);
   metrics.histogram("request_duration_seconds",
-                    "How long requests took, from the first record to the end of the answer.",
+                    "How long requests took, from the first record to the end of the response.",
                     status.counters.times);
   metrics.histogram("queue_duration_seconds", "How long requests waited for a child.",
                     status.counters.waits);

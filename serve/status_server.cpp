@@ -9,8 +9,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "serve/log.h"
-
 namespace tarn::server {
 namespace {
 
@@ -100,12 +98,8 @@ StatusServer::~StatusServer() {
 }
 
 bool StatusServer::open(const char *address, unsigned socket_mode) {
-  const char *problem = nullptr;
-  listener_ = openListener(address, socket_mode, problem);
-  if (listener_ < 0) {
-    log("%s: %s: %s", address, problem, std::strerror(errno));
-    return false;
-  }
+  listener_ = openListener(address, socket_mode);
+  if (listener_ < 0) return false;
   fcntl(listener_, F_SETFL, fcntl(listener_, F_GETFL) | O_NONBLOCK);
   socket_file_ = SocketFile(address);
   return true;

@@ -8,6 +8,7 @@ from servers.apache import Apache
 from servers.busybox import Busybox
 from servers.fastcgi import (
     ApacheFastcgi,
+    ApacheFcgid,
     HaproxyFastcgi,
     LighttpdFastcgi,
     LighttpdSpawning,
@@ -32,5 +33,6 @@ SERVERS: dict[str, type[Server]] = {
     "lighttpd-spawning": LighttpdSpawning,
     "lighttpd-tarn-serve": LighttpdTarnServe,
     "apache-fastcgi": ApacheFastcgi,
+    "apache-fcgid": ApacheFcgid,
     "haproxy-fastcgi": HaproxyFastcgi,
 }

@@ -140,6 +140,22 @@ class ApacheFastcgi(Fastcgi):
     EACH = (("apache.sh", SERVE),)
 
 
+class ApacheFcgid(Fastcgi):
+    """Apache's mod_fcgid starts the services. They share a log with the server, whose lines begin
+    with the time in brackets."""
+
+    NAME = "fcgid"
+    SETTING = ApacheFastcgi.SETTING
+    LOG = "error.log"
+
+    def log(self) -> str:
+        lines = super().log().splitlines(keepends=True)
+        return "".join(line for line in lines if not line.startswith("["))
+
+    def connect(self, script: str) -> None:
+        """Apache starts a service at its first request."""
+
+
 class HaproxyFastcgi(Fastcgi):
     """Each script is a service on a TCP port of its own."""
 

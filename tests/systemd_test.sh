@@ -43,7 +43,8 @@ done
 systemd-analyze security --offline=yes --threshold=18 "$units/tarn-serve@.service" \
   >"$root/said" 2>&1 || fail "$(cat "$root/said")"
 # shellcheck disable=SC2016
-for line in Type=notify KillMode=mixed OOMPolicy=continue 'ExecReload=/bin/kill -HUP $MAINPID'; do
+for line in Type=notify KillMode=mixed OOMPolicy=continue LimitCORE=0 \
+  'ExecReload=/bin/kill -HUP $MAINPID'; do
   grep -qxF "$line" "$units/tarn-serve@.service" || fail "the service has no $line"
 done
 

@@ -25,7 +25,7 @@ static const char help[] =
     "  --idle-connections N    connections besides those (150)\n"
     "  --seconds N             that a program may run (60)\n"
     "  --receive-seconds N     without a byte of a request (60)\n"
-    "  --send-seconds N        without the server taking a byte of the answer (60)\n"
+    "  --send-seconds N        without the server taking a byte of the response (60)\n"
     "  --body-size SIZE        of a request; more gets 413 (1G)\n"
     "  --body-in-memory SIZE   a larger body goes to a temporary file (1M)\n"
     "  --parameters N          of a request; more gets 431 (1000)\n"
@@ -54,19 +54,31 @@ static int is(const char *argument, const char *letter, const char *name) {
   return strcmp(argument, letter) == 0 || strcmp(argument, name) == 0;
 }
 
+/* Where a request for help or for the version is among the arguments: before "--", or `count`. */
+static int find_request(int count, char **arguments) {
+  int i;
+  for (i = 1; i < count && strcmp(arguments[i], "--") != 0; ++i) {
+    if (is(arguments[i], "-h", "--help") || is(arguments[i], "-V", "--version")) return i;
+  }
+  return count;
+}
+
 int main(int count, char **arguments) {
+  int request;
   int read;
   const char *program;
   if (getenv("GATEWAY_INTERFACE")) {
     fputs("tarn-serve: cannot run as a CGI script\n", stderr);
     return 2;
   }
-  if (count > 1 && is(arguments[1], "-h", "--help")) return fputs(help, stdout) < 0;
-  if (count > 1 && is(arguments[1], "-V", "--version")) {
+  request = find_request(count, arguments);
+  read = request > 1 ? tarn_serve_arguments(request - 1, arguments + 1) : 0;
+  if (read < 0) return 2;
+  /* If something before it is not an option, that is the program, and the request is for the program. */
+  if (request < count && read == request - 1) {
+    if (is(arguments[request], "-h", "--help")) return fputs(help, stdout) < 0;
     return puts("tarn-serve " TARN_VERSION) < 0;
   }
-  read = tarn_serve_arguments(count - 1, arguments + 1);
-  if (read < 0) return 2;
   program = arguments[1 + read];
   if (!program) {
     fputs("tarn-serve: names no program; see tarn-serve --help\n", stderr);

@@ -10,13 +10,20 @@ serve() {
   services="$services $!"
 }
 
+# Ends a process, unless it has ended by itself.
+end() {
+  kill "$1" 2>/dev/null || [ ! -d "/proc/$1" ] || kill "$1"
+}
+
 run() {
   "$@" &
   server=$!
-  trap 'kill "$server"' INT TERM
+  trap 'end "$server"' INT TERM
   # HAProxy dies of the signal, which the shell would report.
   wait "$server" 2>/dev/null
   wait "$server" 2>/dev/null
-  kill $services
+  for service in $services; do
+    end "$service"
+  done
   wait
 }

@@ -334,7 +334,7 @@ class Visitors(unittest.TestCase):
         with site.visitor(receive_buffer=500_000) as visitor:
             visitor.send("header&note=script&write=10000000&note=done")
             wait_for_end(site.wait_for_note("script")[0])
-            self.assertIn("the server does not read the answer", site.server.log())
+            self.assertIn("the server does not read the response", site.server.log())
             # Whoever reads then must not take it for a whole answer.
             reply = visitor.reply()
             self.assertFalse(reply.whole, (reply.status, len(reply.body)))

@@ -225,7 +225,7 @@ KINDS = (
     Kind(
         "status, no header",
         lambda client: client.expect_error("exit=3", 500),
-        "no_answer",
+        "no_response",
         "5xx",
         "the script ended with status 3 and sent no header",
     ),
@@ -239,7 +239,7 @@ KINDS = (
     Kind(
         "no header",
         lambda client: client.expect_error("text=secret", 500),
-        "no_answer",
+        "no_response",
         "5xx",
         "the script sent no header",
     ),
@@ -248,7 +248,7 @@ KINDS = (
         lambda client: client.expect_half("length=100000&write=99999"),
         "short",
         "2xx",
-        "the script's answer is shorter than its Content-Length",
+        "the script's response is shorter than its Content-Length",
     ),
     Kind(
         "visitor leaves",

@@ -1,11 +1,28 @@
 """Limits of time, memory and other things."""
 
+import os
+import shutil
+import tempfile
 import time
 import unittest
 
-from fastcgi import PARAMS, Service, begin, is_alive, parameters, request, stream, wait_for_end
+from fastcgi import (
+    PARAMS,
+    PROBE,
+    SANITIZED,
+    Service,
+    begin,
+    is_alive,
+    parameters,
+    request,
+    stream,
+    wait_for_end,
+)
 
 LONG = "sleep=600000"
+TOOL = os.environ["TOOL"]
+# A user of whom nothing else runs. The limit of processes counts those of a user, and not root's.
+USER = 64321
 
 
 class Limits(unittest.TestCase):
@@ -45,6 +62,65 @@ class Limits(unittest.TestCase):
         with Service("--open-files", "200", wrapper=wrapper) as service:
             self.assertEqual(service.ask("header&limits").lines[2], "100")
 
+    @unittest.skipIf(SANITIZED, "sanitizers end a program whose allocation fails")
+    def test_memory_that_a_script_cannot_get(self) -> None:
+        with Service("--address-space", "64M") as service, service.client() as client:
+            answer = client.ask("header&allocate=100000000&allocate=1000000", keep=True)
+            self.assertEqual((answer.ended, answer.status), (True, 0))
+            self.assertEqual(answer.lines, ["Cannot allocate memory", "fine"])
+            # The next one finds the same limit, and all of it.
+            answer = client.ask("header&allocate=30000000", b"x" * 2_000_000, keep=True)
+            self.assertEqual(answer.lines, ["fine"])
+            self.assertEqual(service.log_lines(), [])
+
+    def test_files_that_a_script_cannot_open(self) -> None:
+        with Service("--open-files", "20") as service, service.client() as client:
+            for body in (b"", b"x" * 2_000_000):
+                answer = client.ask("header&open=18&open=17", body, keep=True)
+                self.assertEqual((answer.ended, answer.status), (True, 0))
+                self.assertEqual(answer.lines, ["17 Too many open files", "17 fine"])
+            self.assertEqual(service.log_lines(), [])
+
+    def test_processes_that_a_script_cannot_start(self) -> None:
+        with tempfile.TemporaryDirectory() as folder:
+            os.chmod(folder, 0o755)
+            program = shutil.copy(PROBE, folder)
+            as_user = ("setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups")
+            wrapper = as_user if os.getuid() == 0 else ()
+            # The service itself has two.
+            options = ("--processes", "3" if wrapper else "1")
+            with (
+                Service(*options, program=program, wrapper=wrapper) as service,
+                service.client() as client,
+            ):
+                for _ in range(2):
+                    answer = client.ask("header&fork&text=next", keep=True)
+                    self.assertEqual((answer.ended, answer.status), (True, 0))
+                    expected = ["Resource temporarily unavailable", "next"]
+                    self.assertEqual(answer.lines, expected)
+                self.assertEqual(service.log_lines(), [])
+            with Service(program=program, wrapper=wrapper) as service:
+                self.assertEqual(service.ask("header&fork").lines, ["fine"])
+
+    @unittest.skipIf(SANITIZED, "sanitizers need more memory and files")
+    def test_a_program_that_cannot_even_start_within_its_limits(self) -> None:
+        script = "printf 'Content-Type: text/plain\\r\\n\\r\\n'; exec 3</dev/null; echo $?"
+        for limit, reason in (
+            # The kernel kills a program for which there is no room.
+            (("--address-space", "100K"), "signal 11 (Segmentation fault) ended the script"),
+            # The loader cannot open the C library.
+            (("--open-files", "3"), "the script ended with status 127 and sent no header"),
+        ):
+            command = ("--", "/bin/sh", "-c", script)
+            with self.subTest(limit), Service(*limit, *command, program=TOOL) as service:
+                with service.client() as client:
+                    for count in (1, 2):
+                        answer = client.ask("", keep=True)
+                        self.assertTrue(answer.output.startswith(b"Status: 500 "), answer)
+                        lines = [line for line in service.log_lines() if "script" in line]
+                        self.assertEqual(len(lines), count)
+                        self.assertIn(reason, lines[-1])
+
     def test_a_request_that_does_not_arrive(self) -> None:
         whole = request("header&note=ran", b"body")
         with Service("--receive-seconds", "1") as service:
@@ -67,7 +143,7 @@ class Limits(unittest.TestCase):
                     client.send(request("header&note=script&write=100000000", keep=True))
                     script = service.wait_for_note("script")[0]
                     wait_for_end(script)
-                    service.wait_for_log("the server does not read the answer: /probe")
+                    service.wait_for_log("the server does not read the response: /probe")
                     self.assertFalse(client.answer().ended)
                 self.assertEqual(len(service.log_lines()), 1, service.log())
 
@@ -75,7 +151,7 @@ class Limits(unittest.TestCase):
         """The script has ended, but not all of its answer has been sent."""
         with Service("--send-seconds", "1") as service, service.client(4096) as client:
             client.send(request("header&note=script&write=300000", keep=True))
-            service.wait_for_log("the server does not read the answer")
+            service.wait_for_log("the server does not read the response")
             self.assertFalse(client.answer().ended)
 
     def test_a_server_that_reads_slowly_gets_everything(self) -> None:

@@ -425,7 +425,7 @@ class ConfinedProgramTest(ConfinedFunctionTest):
 
     def test_a_missing_program_is_an_error(self):
         status, log = self.refused("--confine", program=["no-such-program"])
-        self.assertEqual(1, status)
+        self.assertEqual(127, status)
         self.assertIn("no-such-program: No such file or directory", log)
 
 

@@ -204,6 +204,12 @@ def is_alive(pid: int) -> bool:
         return False
 
 
+def processor_ticks(pid: int) -> int:
+    """The processor time that a process has used, in hundredths of a second."""
+    fields = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
+    return int(fields[11]) + int(fields[12])
+
+
 class Service:
     """The probe, or another program, as a service; for a with statement.
 

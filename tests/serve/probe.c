@@ -115,6 +115,36 @@ static void burn(void) {
   for (;;) ++i;
 }
 
+/* What a script sees of a limit: the error, or that all went well. */
+static void report(int worked) { puts(worked ? "fine" : strerror(errno)); }
+
+static void allocate(unsigned long size) {
+  char *const memory = malloc(size);
+  if (memory) memset(memory, 1, size);
+  report(memory != NULL);
+  free(memory);
+}
+
+static void open_files(long count) {
+  int files[64];
+  int opened = 0;
+  while (opened < count && opened < 64 && (files[opened] = open("/dev/null", O_RDONLY)) >= 0) {
+    ++opened;
+  }
+  printf("%d ", opened);
+  report(opened == count);
+  while (opened > 0) close(files[--opened]);
+}
+
+static void fork_once(void) {
+  pid_t child;
+  fflush(NULL);
+  child = fork();
+  if (child == 0) _exit(0);
+  report(child > 0);
+  if (child > 0) waitpid(child, NULL, 0);
+}
+
 static void note_signal(int number) { note("told", number); }
 
 static void run(const char *command, const char *value) {
@@ -167,6 +197,12 @@ static void run(const char *command, const char *value) {
     copy_file("/proc/self/status");
   } else if (!strcmp(command, "limits")) {
     print_limits();
+  } else if (!strcmp(command, "allocate")) {
+    allocate(strtoul(value, NULL, 10));
+  } else if (!strcmp(command, "open")) {
+    open_files(number);
+  } else if (!strcmp(command, "fork")) {
+    fork_once();
   } else if (!strcmp(command, "group")) {
     printf("%d\n", getpgrp() == getpid());
   } else if (!strcmp(command, "parent")) {
@@ -232,7 +268,17 @@ static int prepare(void) {
 
 static void unused(int number) { (void)number; }
 
+/* Versions that are no service, and do nothing. One closes its files first. */
+static void be_useless(void) {
+  int file;
+  const int closes = strcmp((const char *)version, "VERSION:66666666") == 0;
+  if (!closes && strcmp((const char *)version, "VERSION:55555555") != 0) return;
+  for (file = 0; closes && file < 1024; ++file) close(file);
+  for (;;) pause();
+}
+
 int main(int count, char **arguments) {
+  be_useless();
   if (getenv("HANDLERS")) {
     signal(SIGUSR1, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);

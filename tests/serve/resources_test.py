@@ -7,14 +7,9 @@ import time
 import unittest
 from pathlib import Path
 
-from fastcgi import SANITIZED, Service, pattern, record, request, wait_until
+from fastcgi import SANITIZED, Service, pattern, processor_ticks, record, request, wait_until
 
 REQUESTS = int(os.environ.get("REQUESTS", "1500"))
-
-
-def processor_ticks(pid: int) -> int:
-    fields = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
-    return int(fields[11]) + int(fields[12])
 
 
 def memory(pid: int) -> int:

@@ -276,7 +276,7 @@ CASES = [
     Case("not_a_header", 500, ask("text=Hello\n\n")),
     Case("signal", 500, ask("signal=11")),
     Case("signal", 200, ask("header&flush&signal=6")),
-    Case("no_answer", 500, ask("exit=3")),
+    Case("no_response", 500, ask("exit=3")),
     Case("short", 200, ask("length=10&text=half")),
     Case("status", 200, ask("header&text=all&exit=200")),
 ]
@@ -381,14 +381,14 @@ class Failures(unittest.TestCase):
             for query in ("header&text=ab", "signal=11", "header", "exit=1", "header&text=abcd"):
                 self.assertTrue(client.ask(query, keep=True).ended)
             metrics = wait_for_metric(service, "requests_total", 5)
-            self.assertEqual(failures_of(metrics), {"signal": 1, "no_answer": 1})
+            self.assertEqual(failures_of(metrics), {"signal": 1, "no_response": 1})
             self.assertEqual(
                 [(entry["failure"], entry["sent"], entry["exit"]) for entry in entries(service)],
                 [
                     (None, 2, 0),
                     ("signal", 26, 139),
                     (None, 0, 0),
-                    ("no_answer", 26, 1),
+                    ("no_response", 26, 1),
                     (None, 4, 0),
                 ],
             )
@@ -520,7 +520,7 @@ class Figures(unittest.TestCase):
             for thread in threads:
                 thread.join()
             metrics = wait_for_metric(service, "requests_total", clients * asked)
-            self.assertEqual(failures_of(metrics), {"no_answer": clients * asked // 10})
+            self.assertEqual(failures_of(metrics), {"no_response": clients * asked // 10})
             self.assertEqual(len(entries(service)), clients * asked)
             self.assertEqual(metrics["responses_total{code=2xx}"], clients * asked * 9 // 10)
 
@@ -535,7 +535,7 @@ class Figures(unittest.TestCase):
             for expected in (
                 "requests +2",
                 "failures +1",
-                "  no_answer +1  the script sent no header",
+                "  no_response +1  the script sent no header",
             ):
                 self.assertRegex("\n".join(lines), f"(?m)^tarn-serve: status:   {expected}$")
             # They are those of the moment.

@@ -17,6 +17,7 @@ from fastcgi import (
     Service,
     children_of,
     is_alive,
+    processor_ticks,
     record,
     request,
     wait_for_end,
@@ -25,6 +26,11 @@ from fastcgi import (
 
 LONG = "sleep=600000"
 REQUESTS = int(os.environ.get("REQUESTS", "1500"))
+TOOL = os.environ["TOOL"]
+# Versions of the probe that do not serve. One closes its files, the other does nothing at all.
+USELESS = 66666666
+IDLE = 55555555
+PAIRS = int(os.environ.get("PAIRS", "50"))
 REPLACEMENTS = int(os.environ.get("REPLACEMENTS", "5"))
 
 
@@ -96,6 +102,57 @@ class Start(unittest.TestCase):
                     [line for line in lines if line.startswith("LISTEN")], ["LISTENERS=7"]
                 )
 
+    def test_of_two_on_one_old_socket_gives_it_to_exactly_one(self) -> None:
+        for _ in range(PAIRS):
+            with tempfile.TemporaryDirectory() as folder:
+                path = os.path.join(folder, "socket")
+                with socket.socket(socket.AF_UNIX) as old:
+                    old.bind(path)
+                options = ("--listen", f"unix:{path}")
+                with (
+                    Service(*options, listens=False) as first,
+                    Service(*options, listens=False) as second,
+                ):
+                    pair = (first, second)
+                    wait_until(
+                        lambda: any(service.process.poll() is not None for service in pair),
+                        "both serve",
+                    )
+                    winner, loser = pair if second.process.poll() is not None else pair[::-1]
+                    self.assertEqual(loser.process.wait(100), 1)
+                    problem = "another service listens there: Address already in use"
+                    self.assertEqual(loser.log_lines(), [f"tarn-serve: unix:{path}: {problem}"])
+                    loser.process.returncode = 0
+                    winner.address = path
+                    self.assertEqual(winner.ask("header&text=a").body, b"a")
+                    self.assertEqual(os.listdir(folder), ["socket"])
+                    winner.process.terminate()
+                    self.assertEqual(winner.process.wait(100), 0)
+                    self.assertEqual(os.listdir(folder), [])
+
+    def test_needs_a_program_that_a_tool_runs_only_then(self) -> None:
+        """Later, a missing one is a failure of requests."""
+        with tempfile.TemporaryDirectory() as folder:
+            script = Path(folder, "script")
+            script.write_text("#!/bin/sh\nprintf 'Content-Type: text/plain\\r\\n\\r\\nhere'\n")
+            script.chmod(0o755)
+            with Service("--", str(script), program=TOOL) as service, service.client() as client:
+                for reloads in (False, True):
+                    self.assertEqual(client.ask("", keep=True).body, b"here")
+                    script.rename(f"{script}.away")
+                    if reloads:
+                        os.kill(service.process.pid, signal.SIGHUP)
+                        os.kill(service.process.pid, signal.SIGUSR1)
+                        service.wait_for_log(" 2 started, 0 failed")
+                    for _ in range(2):
+                        answer = client.ask("", keep=True)
+                        self.assertTrue(answer.output.startswith(b"Status: 500 "), answer)
+                        self.assertEqual(answer.status, 127)
+                    os.rename(f"{script}.away", script)
+                self.assertEqual(client.ask("", keep=True).body, b"here")
+                failures = [line for line in service.log_lines() if "ended with status 127" in line]
+                self.assertEqual(len(failures), 4, service.log())
+
     def test_ends_at_once_if_told_while_the_callback_runs(self) -> None:
         with Service(environment={"PREPARE": "wait"}) as service:
             worker = service.wait_for_note("preparing")[0]
@@ -105,7 +162,6 @@ class Start(unittest.TestCase):
 
 
 PRELOADED = "HANGUP_LIBRARY" in os.environ
-TOOL = os.environ["TOOL"]
 SIGNALS_BLOCKED = re.compile(r"(?m)^SigBlk:\s+([0-9a-f]+)$")
 
 
@@ -482,6 +538,45 @@ class Reload(unittest.TestCase):
             self.reload(service)
             self.wait_for_version(service, 3)
 
+    def test_to_a_program_that_does_not_serve_leaves_the_old_one(self) -> None:
+        """It closes all its files, and runs on."""
+        with Service(program=self.program.path) as service:
+            worker = service.worker()
+            self.program.replace(USELESS)
+            self.reload(service)
+            wait_until(lambda: len(children_of(service.process.pid)) == 2, "nothing was started")
+            useless = children_of(service.process.pid)[-1]
+            self.assertNotEqual(useless, worker)
+            wait_until(lambda: not os.listdir(f"/proc/{useless}/fd"), "it has files")
+            before = processor_ticks(service.process.pid)
+            time.sleep(0.5)
+            self.assertLess(processor_ticks(service.process.pid) - before, 10, "it spins")
+            self.assertEqual(service.worker(), worker)
+            wait_for_end(useless)
+            wait_until(lambda: len(service.log_lines()) == 2, service.log())
+            self.assertEqual(
+                service.log_lines(),
+                [
+                    "tarn-serve: a worker closed its files instead of serving, and is killed",
+                    "tarn-serve: signal 9 ended a worker",
+                ],
+            )
+            self.assertEqual(service.worker(), worker)
+            self.program.replace(2)
+            self.reload(service)
+            self.wait_for_version(service, 2)
+
+    def test_to_a_program_that_does_nothing_does_not_keep_the_service_from_ending(self) -> None:
+        with Service(program=self.program.path) as service:
+            self.program.replace(IDLE)
+            self.reload(service)
+            wait_until(lambda: len(children_of(service.process.pid)) == 2, "nothing was started")
+            idle = children_of(service.process.pid)[-1]
+            wait_until(lambda: b"TARN_SERVE_WORKER" in variables_of(idle), "it has not begun")
+            service.process.terminate()
+            self.assertEqual(service.process.wait(20), 0)
+            wait_for_end(idle)
+
     def test_whose_callback_fails_leaves_the_old_one(self) -> None:
         word = Path(self.folder, "word")
         word.write_text("nothing")
@@ -549,6 +644,10 @@ class Reload(unittest.TestCase):
             self.assertEqual(len(set(done)), len(done))
             self.assertGreater(len(seen), 2)
             self.assertEqual(service.log_lines(), [])
+
+
+def variables_of(pid: int) -> bytes:
+    return Path(f"/proc/{pid}/environ").read_bytes()
 
 
 def lines(path: str) -> list[str]:
