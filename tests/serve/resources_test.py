@@ -7,7 +7,7 @@ import time
 import unittest
 from pathlib import Path
 
-from fastcgi import SANITIZED, Service, pattern, record, request, wait_until
+from fastcgi import SANITIZED, Service, children_of, pattern, record, request, wait_until
 
 REQUESTS = int(os.environ.get("REQUESTS", "1500"))
 
@@ -117,6 +117,30 @@ class Descriptors(unittest.TestCase):
                 self.assertEqual(client.answer().body, b"body%d" % i)
                 client.socket.close()
             self.assertEqual(len(service.log_lines()), 2, service.log())
+
+
+class Processor(unittest.TestCase):
+    def test_is_not_used_while_a_new_child_has_closed_descriptors_open(self) -> None:
+        hold = Path(f"/tmp/tarn-hold-{os.getpid()}")
+        self.addCleanup(lambda: hold.unlink(missing_ok=True))
+        environment = {"PREPARE": "hold", "HOLD": str(hold)}
+        with Service("--children", "9", environment=environment) as service:
+            worker = service.worker()
+            with service.client() as second:
+                with service.client() as first:
+                    first.send(request("header&note=begun&sleep=600000"))
+                    service.wait_for_note("begun")
+                    hold.touch()
+                    second.send(request("header&text=b"))
+                    wait_until(lambda: len(children_of(worker)) == 2, "no second child")
+                # The visitor has left: the pipes and the connection of the first are closed.
+                service.wait_for_log("the visitor left")
+                wait_until(lambda: len(children_of(worker)) == 1, "the first child stays")
+                before = processor_ticks(worker)
+                time.sleep(0.5)
+                self.assertLess(processor_ticks(worker) - before, 10, "the worker spins")
+                hold.unlink()
+                self.assertEqual(second.answer().body, b"b")
 
 
 @unittest.skipUnless("FAILING_LIBRARY" in os.environ, "needs a library that can be preloaded")
