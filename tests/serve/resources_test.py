@@ -7,8 +7,9 @@ import time
 import unittest
 from pathlib import Path
 
-from fastcgi import SANITIZED, Service, children_of, pattern, record, request, wait_until
+from fastcgi import PROBE, SANITIZED, Service, children_of, pattern, record, request, wait_until
 
+TOOL = os.environ["TOOL"]
 REQUESTS = int(os.environ.get("REQUESTS", "1500"))
 
 
@@ -180,6 +181,22 @@ class Calls(unittest.TestCase):
                         self.assertIn(expected, service.log_lines()[-1])
                         answer = client.ask("header&text=next", keep=True)
                         self.assertEqual(answer.body, b"next")
+            self.assertEqual(service.noted("ran"), [])
+            self.assertEqual(service.worker(), worker)
+
+    def test_that_start_a_program_are_503(self) -> None:
+        with Service("--", PROBE, program=TOOL, environment=self.environment) as service:
+            worker = service.worker()
+            with service.client() as client:
+                for error in (errno.EAGAIN, errno.ENOMEM):
+                    self.let_fail("clone", error)
+                    answer = client.ask("header&note=ran", b"body", keep=True)
+                    self.work_again()
+                    self.assertTrue(answer.output.startswith(b"Status: 503 "), answer)
+                    expected = f"cannot start the script: {os.strerror(error)}: /probe"
+                    self.assertIn(expected, service.log_lines()[-1])
+                    answer = client.ask("header&body", b"next", keep=True)
+                    self.assertEqual(answer.body, b"next")
             self.assertEqual(service.noted("ran"), [])
             self.assertEqual(service.worker(), worker)
 
