@@ -123,7 +123,7 @@ Connection::Read Connection::readSomeOutput(uint64_t now, PipeState state) {
     terminate(now);
   }
   if (has_ended) {
-    ::close(child_.output);
+    shared_.close(child_.output);
     child_.output = -1;
   }
   return bytes.size() == kMostRead ? Read::kMore : Read::kNoMore;
@@ -168,7 +168,7 @@ Connection::Read Connection::readSomeErrors(PipeState state) {
   int error = 0;  // concerns no answer
   const std::string_view bytes = readPipe(child_.errors, state, shared_.buffer(), has_ended, error);
   if (has_ended) {
-    ::close(child_.errors);
+    shared_.close(child_.errors);
     child_.errors = -1;
   }
   writeLog(bytes);
@@ -287,7 +287,7 @@ void Connection::finishAnswer() {
 
 void Connection::releaseChild() {
   for (const int file : {child_.output, child_.errors}) {
-    if (file >= 0) ::close(file);
+    if (file >= 0) shared_.close(file);
   }
   child_ = {};
 }

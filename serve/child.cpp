@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -114,6 +116,43 @@ constexpr size_t kMaskSize = _NSIG / 8;
   _exit(fflush(nullptr) == 0 ? status : 1);
 }
 
+// What a child gets.
+struct Start {
+  const Script &script;
+  char **environment;
+  int files[3];
+  const ChildLimits &limits;
+  const KeptFiles &kept;
+  pid_t parent;
+};
+
+[[noreturn]] void run(const Start &start) {
+  runScript(start.script, start.environment, start.files, start.limits, start.kept, start.parent);
+}
+
+// The sanitizers know one stack for each thread.
+#ifndef TARN_LEAK_SANITIZER
+
+int runStart(void *start) { run(*static_cast<const Start *>(start)); }
+
+// The child borrows the memory of this process, which waits until the program has taken the child's
+// place, so nothing is copied only to be thrown away. Its stack has room for execvpe(), which puts a
+// path and a copy of the arguments there.
+pid_t startProgram(Start &start) {
+  static char *stack = nullptr;
+  size_t size = size_t{64} * 1024;
+  for (char *const *place = start.script.program; *place; ++place) size += sizeof *place;
+  if (!stack) {
+    void *memory =
+        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+    if (memory == MAP_FAILED) return fork();
+    stack = static_cast<char *>(memory);
+  }
+  return clone(runStart, stack + size / 16 * 16, CLONE_VM | CLONE_VFORK | SIGCHLD, &start);
+}
+
+#endif
+
 void closeAll(const int (&files)[2]) {
   for (const int file : files) {
     if (file >= 0) close(file);
@@ -165,15 +204,16 @@ int startChild(const Script &script, char **environment, int input, const ChildL
     closeAll(output);
     return error;
   }
-  const pid_t parent = getpid();
-  const pid_t process = fork();
-  if (process == 0) {
+  Start start = {script, environment, {input, output[1], errors[1]}, limits, kept, getpid()};
 #ifdef TARN_LEAK_SANITIZER
-    PrivateMemory::forget();
+  const pid_t process = fork();
+  if (process == 0) PrivateMemory::forget();
+#else
+  // Confinement changes what this process knows of itself.
+  const bool borrows = script.program && !script.confinement;
+  const pid_t process = borrows ? startProgram(start) : fork();
 #endif
-    const int files[3] = {input, output[1], errors[1]};
-    runScript(script, environment, files, limits, kept, parent);
-  }
+  if (process == 0) run(start);
   const int error = process < 0 ? errno : 0;
   close(output[1]);
   close(errors[1]);

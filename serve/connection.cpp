@@ -41,6 +41,11 @@ bool isLocal(int socket) {
 
 }  // namespace
 
+void Shared::close(int file) const {
+  if (epoll >= 0) epoll_ctl(epoll, EPOLL_CTL_DEL, file, nullptr);
+  ::close(file);
+}
+
 Connection::Connection(Shared &shared, int socket, bool is_new)
     : shared_(shared),
       options_(shared.options),
@@ -53,7 +58,7 @@ Connection::Connection(Shared &shared, int socket, bool is_new)
 Connection::~Connection() { close(); }
 
 void Connection::closeSocket() {
-  if (socket_ >= 0) ::close(socket_);
+  if (socket_ >= 0) shared_.close(socket_);
   socket_ = -1;
   send_deadline_ = held_until_ = UINT64_MAX;
 }

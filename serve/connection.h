@@ -27,11 +27,16 @@ struct Shared {
   // Where to read to: kBufferSize bytes, always the same. Null if memory runs out.
   char *buffer() { return buffer_.reserve(kBufferSize) ? buffer_.data() : nullptr; }
 
+  // Closes what may be watched. A child that was forked a moment ago still has it open, too, and epoll
+  // would go on to report it until that child gets to run.
+  void close(int file) const;
+
   Options options;
   unsigned most_connections = 0;
   KeptFiles kept_files;
   CondemnedGroups condemned;
   Books books;
+  int epoll = -1;     // what watches connections and children
   int null = -1;      // standard input of requests without a body
   Bytes environment;  // of the child that starts; empty at other times
 

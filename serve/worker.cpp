@@ -48,8 +48,7 @@ constexpr uint64_t kSilence = 10000;
 constexpr uint64_t kOwnFiles = 16 + kMostListeners;
 
 // A connection and what epoll watches for it. A slot is used again after a connection is closed, and a
-// connection for the next request; `generation` and `child` tell late events of the old one. A closed
-// pipe is still watched as long as another child, which has just been forked, has it open, too.
+// connection for the next request; `generation` and `child` tell late events of the old one.
 struct Slot {
   Connection *connection = nullptr;
   Stage stage = Stage::kClosed;  // as the counts know it
@@ -113,7 +112,6 @@ class Worker {
   const Options &options_;
   WorkerFiles files_;
   Scoreboard *scoreboard_ = nullptr;
-  int epoll_ = -1;
   int signals_ = -1;
   Slot *slots_ = nullptr;
   size_t slot_count_ = 0;
@@ -177,7 +175,7 @@ bool Worker::open() {
   slots_ = static_cast<Slot *>(PrivateMemory::resize(nullptr, 0, slot_count_ * sizeof(Slot)));
   if (!slots_) slot_count_ = 0;
   for (size_t i = 0; i < slot_count_; ++i) new (&slots_[i]) Slot;
-  epoll_ = epoll_create1(EPOLL_CLOEXEC);
+  shared_.epoll = epoll_create1(EPOLL_CLOEXEC);
   shared_.null = openNull(O_RDONLY | O_CLOEXEC);
   sigset_t set;
   sigemptyset(&set);
@@ -197,8 +195,9 @@ bool Worker::open() {
   }
   void *memory =
       mmap(nullptr, sizeof(Scoreboard), PROT_READ | PROT_WRITE, MAP_SHARED, files_.scoreboard, 0);
-  if (slot_count_ == 0 || !shared_.buffer() || epoll_ < 0 || signals_ < 0 || shared_.null < 0 ||
-      memory == MAP_FAILED || madvise(memory, sizeof(Scoreboard), MADV_DONTFORK) != 0) {
+  if (slot_count_ == 0 || !shared_.buffer() || shared_.epoll < 0 || signals_ < 0 ||
+      shared_.null < 0 || memory == MAP_FAILED ||
+      madvise(memory, sizeof(Scoreboard), MADV_DONTFORK) != 0) {
     return false;
   }
   scoreboard_ = static_cast<Scoreboard *>(memory);
@@ -210,12 +209,12 @@ bool Worker::open() {
 
 bool Worker::watchService() {
   epoll_event event = {EPOLLIN, {.u64 = kSignals}};
-  if (epoll_ctl(epoll_, EPOLL_CTL_ADD, signals_, &event) != 0) return false;
+  if (epoll_ctl(shared_.epoll, EPOLL_CTL_ADD, signals_, &event) != 0) return false;
   event.data.u64 = kHandover;
-  if (epoll_ctl(epoll_, EPOLL_CTL_ADD, files_.handover, &event) != 0) return false;
+  if (epoll_ctl(shared_.epoll, EPOLL_CTL_ADD, files_.handover, &event) != 0) return false;
   for (size_t i = 0; i < files_.listener_count; ++i) {
     event.data.u64 = i << 3 | kListener;
-    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, files_.listeners[i], &event) != 0) return false;
+    if (epoll_ctl(shared_.epoll, EPOLL_CTL_ADD, files_.listeners[i], &event) != 0) return false;
   }
   listening_ = true;
   return true;
@@ -231,7 +230,7 @@ bool Worker::watch(int file, uint64_t data, uint32_t &current, uint32_t wanted, 
   if (!is_new && current == wanted) return true;
   epoll_event event = {wanted, {.u64 = data | ((wanted & EPOLLIN) != 0 ? kWatchesInput : 0)}};
   current = wanted;
-  return epoll_ctl(epoll_, is_new ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, file, &event) == 0;
+  return epoll_ctl(shared_.epoll, is_new ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, file, &event) == 0;
 }
 
 // While the worker can have no more connections, new ones wait in the kernel.
@@ -240,10 +239,10 @@ void Worker::listen(bool on) {
   listening_ = on;
   accept_at_ = UINT64_MAX;
   epoll_event event = {on ? EPOLLIN : 0U, {.u64 = kHandover}};
-  epoll_ctl(epoll_, EPOLL_CTL_MOD, files_.handover, &event);
+  epoll_ctl(shared_.epoll, EPOLL_CTL_MOD, files_.handover, &event);
   for (size_t i = 0; i < files_.listener_count; ++i) {
     event.data.u64 = i << 3 | kListener;
-    epoll_ctl(epoll_, EPOLL_CTL_MOD, files_.listeners[i], &event);
+    epoll_ctl(shared_.epoll, EPOLL_CTL_MOD, files_.listeners[i], &event);
   }
 }
 
@@ -414,9 +413,9 @@ void Worker::leave(Mode mode) {
   if (mode <= mode_) return;
   if (mode_ == Mode::kServing) {
     if (mode == Mode::kEnding) acceptRest();
-    epoll_ctl(epoll_, EPOLL_CTL_DEL, files_.handover, nullptr);
+    epoll_ctl(shared_.epoll, EPOLL_CTL_DEL, files_.handover, nullptr);
     for (size_t i = 0; i < files_.listener_count; ++i) {
-      epoll_ctl(epoll_, EPOLL_CTL_DEL, files_.listeners[i], nullptr);
+      epoll_ctl(shared_.epoll, EPOLL_CTL_DEL, files_.listeners[i], nullptr);
       ::close(files_.listeners[i]);
     }
     files_.listener_count = 0;
@@ -581,7 +580,7 @@ void Worker::run() {
     const int wait = checkTime();
     publish();
     if (mode_ != Mode::kServing && connections_ == 0 && shared_.condemned.isEmpty()) return;
-    const int count = epoll_wait(epoll_, events, 64, wait);
+    const int count = epoll_wait(shared_.epoll, events, 64, wait);
     now_ = currentTime();
     for (int i = 0; i < count; ++i) handle(events[i]);
   }

@@ -26,6 +26,8 @@ from fastcgi import (
     wait_for_end,
 )
 
+TOOL = os.environ["TOOL"]
+
 
 def wait_until_stuck(service: Service) -> int:
     """Waits until the last script that began writes nothing more, or has written all. Returns how
@@ -265,6 +267,63 @@ class Answers(unittest.TestCase):
                 thread.join()
             self.assertEqual(problems, [])
             self.assertEqual(service.log_lines(), [])
+
+
+class Programs(unittest.TestCase):
+    """A program begins in the memory of the worker, until it replaces it."""
+
+    OPTIONS = ("--processor-seconds", "7", "--open-files", "50", "--processes", "1000")
+
+    def test_find_what_a_function_finds(self) -> None:
+        with Service(*self.OPTIONS, "--", PROBE, program=TOOL) as service:
+            query = "header&limits&descriptors&group&parent&env"
+            lines = service.ask(query, b"x").lines
+            worker = int(lines[8])
+            self.assertNotEqual(worker, service.process.pid)
+            self.assertEqual(lines[:1] + lines[2:4], ["7", "50", "1000"])
+            self.assertEqual(lines[4:8], ["0", "1", "2", "1"])
+            self.assertIn(f"QUERY_STRING={query}", lines)
+            status = service.ask("header&status").body.decode()
+            for name in ("SigPnd", "ShdPnd", "SigBlk", "SigIgn"):
+                self.assertEqual(int(status.partition(f"{name}:")[2].split()[0], 16), 0, name)
+            self.assertEqual(service.ask("header&body", b"abc").body, b"abc")
+            self.assertEqual(service.ask("header&exit=3").status, 3)
+
+    def test_leave_the_worker_as_it_was(self) -> None:
+        def of(pid: int) -> list[str]:
+            fields = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
+            signals = [
+                line
+                for line in Path(f"/proc/{pid}/status").read_text().splitlines()
+                if line.startswith(("SigBlk", "SigIgn", "SigCgt"))
+            ]
+            limits = Path(f"/proc/{pid}/limits").read_text()
+            files = sorted(os.listdir(f"/proc/{pid}/fd"))
+            return [*fields[1:4], *signals, limits, *files]
+
+        with Service(*self.OPTIONS, "--", PROBE, program=TOOL) as service, service.client() as one:
+            worker = int(one.ask("header&parent", keep=True).lines[0])
+            before = of(worker)
+            for query in ("header", "exit=5", "signal=9", "leave=10&header"):
+                one.ask(query, b"body", keep=True)
+            self.assertEqual(of(worker), before)
+            self.assertEqual(int(one.ask("header&parent", keep=True).lines[0]), worker)
+
+    def test_that_do_not_exist_are_500(self) -> None:
+        with Service("--", "no-such-program", program=TOOL) as service:
+            for _ in range(3):
+                answer = service.ask("header")
+                self.assertTrue(answer.output.startswith(b"Status: 500 "), answer)
+                self.assertEqual((answer.ended, answer.status), (True, 127))
+            self.assertEqual(service.log().count("no-such-program: No such file or directory"), 3)
+
+    def test_end_with_the_worker(self) -> None:
+        with Service("--", PROBE, program=TOOL) as service, service.client() as client:
+            client.send(request("header&note=script&parent&flush&sleep=600000"))
+            script = service.wait_for_note("script")[0]
+            worker = children_of(service.process.pid)[0]
+            os.kill(worker, signal.SIGKILL)
+            wait_for_end(script)
 
 
 class Connections(unittest.TestCase):

@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -38,6 +39,13 @@ pid_t fork(void) {
   if (fails("fork")) return -1;
   *(void **)&real = dlsym(RTLD_NEXT, "fork");
   return real();
+}
+
+int clone(int (*start)(void *), void *stack, int flags, void *argument, ...) {
+  int (*real)(int (*)(void *), void *, int, void *, ...);
+  if (fails("clone")) return -1;
+  *(void **)&real = dlsym(RTLD_NEXT, "clone");
+  return real(start, stack, flags, argument);
 }
 
 int pipe2(int ends[2], int flags) {

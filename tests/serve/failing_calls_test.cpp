@@ -203,30 +203,35 @@ int echo() {
 TEST(ChildAtEachFailure, RunsOrReportsIt) {
   const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
   char *environment[] = {nullptr};
-  for (const int error : {EAGAIN, ENOMEM, EMFILE, ENFILE, ENOSYS}) {
-    forEachFailingCall(error, 3, [&] {
-      Child child;
-      const KeptFiles kept;
-      const int result = watchCalls([&] {
-        return startChild({echo, nullptr}, environment, null, {}, kept, child);
+  char shell[] = "/bin/sh";
+  char option[] = "-c";
+  char commands[] = "printf 'Content-Type: text/plain\\r\\n\\r\\n'; exit 3";
+  char *const program[] = {shell, option, commands, nullptr};
+  for (const Script &script : {Script{echo}, Script{nullptr, program}}) {
+    for (const int error : {EAGAIN, ENOMEM, EMFILE, ENFILE, ENOSYS}) {
+      forEachFailingCall(error, 3, [&] {
+        Child child;
+        const KeptFiles kept;
+        const int result =
+            watchCalls([&] { return startChild(script, environment, null, {}, kept, child); });
+        if (result != 0) {
+          EXPECT_EQ(result, error) << calls.failed;
+          EXPECT_LT(child.process, 0);
+          EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a child was started";
+          return;
+        }
+        fcntl(child.output, F_SETFL, 0);
+        const std::string output = readAll(child.output);
+        int status = 0;
+        EXPECT_EQ(waitpid(child.process, &status, 0), child.process);
+        ASSERT_TRUE(WIFEXITED(status));
+        // A script whose descriptors cannot be placed does not run.
+        EXPECT_EQ(output, WEXITSTATUS(status) == 3 ? kAnswer : "") << calls.failed;
+        EXPECT_TRUE(WEXITSTATUS(status) == 3 || WEXITSTATUS(status) == 127) << status;
+        close(child.output);
+        close(child.errors);
       });
-      if (result != 0) {
-        EXPECT_EQ(result, error) << calls.failed;
-        EXPECT_LT(child.process, 0);
-        EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a child was started";
-        return;
-      }
-      fcntl(child.output, F_SETFL, 0);
-      const std::string output = readAll(child.output);
-      int status = 0;
-      EXPECT_EQ(waitpid(child.process, &status, 0), child.process);
-      ASSERT_TRUE(WIFEXITED(status));
-      // A script whose descriptors cannot be placed does not run.
-      EXPECT_EQ(output, WEXITSTATUS(status) == 3 ? kAnswer : "") << calls.failed;
-      EXPECT_TRUE(WEXITSTATUS(status) == 3 || WEXITSTATUS(status) == 127) << status;
-      close(child.output);
-      close(child.errors);
-    });
+    }
   }
   close(null);
 }

@@ -2,6 +2,7 @@
  * in order. */
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -240,6 +241,11 @@ static int script(void) {
   return 0;
 }
 
+/* A child that does not get to run: it still has everything that its parent has open. */
+static void wait_while_held(void) {
+  while (access(getenv("HOLD"), F_OK) == 0) pause_for(5);
+}
+
 static int prepare(void) {
   const char *what = getenv("PREPARE");
   char text[16] = "";
@@ -253,6 +259,8 @@ static int prepare(void) {
   if (!strcmp(what, "open")) {
     /* At a number of its own, to tell it from others. */
     if (dup2(open("/dev/null", O_RDONLY), 100) < 0) return 1;
+  } else if (!strcmp(what, "hold")) {
+    return pthread_atfork(NULL, NULL, wait_while_held);
   } else if (!strcmp(what, "crash")) {
     abort();
   } else if (!strcmp(what, "wait")) {

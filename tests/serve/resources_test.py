@@ -7,8 +7,19 @@ import time
 import unittest
 from pathlib import Path
 
-from fastcgi import SANITIZED, Service, pattern, processor_ticks, record, request, wait_until
+from fastcgi import (
+    PROBE,
+    SANITIZED,
+    Service,
+    children_of,
+    pattern,
+    processor_ticks,
+    record,
+    request,
+    wait_until,
+)
 
+TOOL = os.environ["TOOL"]
 REQUESTS = int(os.environ.get("REQUESTS", "1500"))
 
 
@@ -114,6 +125,30 @@ class Descriptors(unittest.TestCase):
             self.assertEqual(len(service.log_lines()), 2, service.log())
 
 
+class Processor(unittest.TestCase):
+    def test_is_not_used_while_a_new_child_has_closed_descriptors_open(self) -> None:
+        hold = Path(f"/tmp/tarn-hold-{os.getpid()}")
+        self.addCleanup(lambda: hold.unlink(missing_ok=True))
+        environment = {"PREPARE": "hold", "HOLD": str(hold)}
+        with Service("--children", "9", environment=environment) as service:
+            worker = service.worker()
+            with service.client() as second:
+                with service.client() as first:
+                    first.send(request("header&note=begun&sleep=600000"))
+                    service.wait_for_note("begun")
+                    hold.touch()
+                    second.send(request("header&text=b"))
+                    wait_until(lambda: len(children_of(worker)) == 2, "no second child")
+                # The visitor has left: the pipes and the connection of the first are closed.
+                service.wait_for_log("the visitor left")
+                wait_until(lambda: len(children_of(worker)) == 1, "the first child stays")
+                before = processor_ticks(worker)
+                time.sleep(0.5)
+                self.assertLess(processor_ticks(worker) - before, 10, "the worker spins")
+                hold.unlink()
+                self.assertEqual(second.answer().body, b"b")
+
+
 @unittest.skipUnless("FAILING_LIBRARY" in os.environ, "needs a library that can be preloaded")
 class Calls(unittest.TestCase):
     def setUp(self) -> None:
@@ -151,6 +186,22 @@ class Calls(unittest.TestCase):
                         self.assertIn(expected, service.log_lines()[-1])
                         answer = client.ask("header&text=next", keep=True)
                         self.assertEqual(answer.body, b"next")
+            self.assertEqual(service.noted("ran"), [])
+            self.assertEqual(service.worker(), worker)
+
+    def test_that_start_a_program_are_503(self) -> None:
+        with Service("--", PROBE, program=TOOL, environment=self.environment) as service:
+            worker = service.worker()
+            with service.client() as client:
+                for error in (errno.EAGAIN, errno.ENOMEM):
+                    self.let_fail("clone", error)
+                    answer = client.ask("header&note=ran", b"body", keep=True)
+                    self.work_again()
+                    self.assertTrue(answer.output.startswith(b"Status: 503 "), answer)
+                    expected = f"cannot start the script: {os.strerror(error)}: /probe"
+                    self.assertIn(expected, service.log_lines()[-1])
+                    answer = client.ask("header&body", b"next", keep=True)
+                    self.assertEqual(answer.body, b"next")
             self.assertEqual(service.noted("ran"), [])
             self.assertEqual(service.worker(), worker)
 

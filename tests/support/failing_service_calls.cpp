@@ -23,6 +23,8 @@ TARN_WATCH(int, accept4, "accept4", (int file, sockaddr *address, socklen_t *siz
 TARN_WATCH(int, bind, "bind", (int file, const sockaddr *address, socklen_t size),
            (file, address, size))
 TARN_WATCH(int, chmod, "chmod", (const char *path, mode_t mode), (path, mode))
+TARN_WATCH(int, clone, "clone", (int (*start)(void *), void *stack, int flags, void *argument, ...),
+           (start, stack, flags, argument))
 TARN_WATCH(int, connect, "connect", (int file, const sockaddr *address, socklen_t size),
            (file, address, size))
 TARN_WATCH(int, dup2, "dup2", (int from, int to), (from, to))
