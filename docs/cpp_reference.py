@@ -174,6 +174,7 @@ def parameter_name(text: str) -> str:
 
 def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
     """The function, and " = delete" or " = default" if it has that instead of a body."""
+    head = head.replace(" TARN_LIFETIMEBOUND", "")  # for compilers
     start = FUNCTION.match(head)
     after = start and AFTER.fullmatch(head, start.end())
     if not after:
