@@ -40,10 +40,10 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
   using Owned::Owned;
 
   /** Makes a string from a text. */
-  explicit String(std::string_view text = {}) noexcept {
+  explicit String(const detail::TextArgument &text = "") noexcept {
     reset_unless(TARNString_new(&handle_) == TARN_OK);
     is_known_ = true;
-    reset_unless(append(text));
+    reset_unless(text && append(text.view()));
   }
 
   String(String &&other) noexcept
