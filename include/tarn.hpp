@@ -16,7 +16,7 @@
  *     owns. It is small and cheap to copy. It is valid until the owner is changed or destroyed, and so
  *     is every std::string_view; except for a Form, also until the owner is moved from. The compiler
  *     rejects a view of a temporary. A temporary Text does have a view, to pass to a function; clang
- *     warns if you keep it (-Wdangling). A SetCookie and a Raw copy a temporary string. A Field, which
+ *     warns if you keep it (-Wdangling). A SetCookie and a Raw copy temporaries. A Field, which
  *     the next one replaces, cannot be copied.
  *  3. Missing and empty. What may be missing is a std::optional: nothing is not the empty text.
  *  4. Texts. Pass a text as a std::string_view, or as what converts to it; it is copied up to its

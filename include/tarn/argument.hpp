@@ -108,8 +108,8 @@ class TextArgument {
   char digits_[20];
 };
 
-// A text as an argument that an object keeps: a view, but a copy of a number or a temporary that owns
-// its text. There is none if it was a null pointer, or could not be copied.
+// A text as an argument that an object keeps: a view of what has a name, and of a literal; a copy of
+// anything else. There is none if it was a null pointer, or could not be copied.
 class KeptText {
  public:
   template <class Given, class = std::enable_if_t<kIsArgument<std::decay_t<Given>> ||
@@ -117,11 +117,11 @@ class KeptText {
   KeptText(Given &&given) noexcept {  // NOLINT(google-explicit-constructor)
     const TextArgument text(given);
     if (!text) return;
-    if constexpr (kIsOwning<Given> || kIsNumber<std::decay_t<Given>>) {
-      keep(text.view());
-    } else {
+    if constexpr (std::is_lvalue_reference_v<Given> && !kIsNumber<std::decay_t<Given>>) {
       text_ = text.view().data();
       size_ = text.view().size();
+    } else {
+      keep(text.view());
     }
   }
   KeptText(std::nullptr_t) = delete;

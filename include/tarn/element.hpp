@@ -18,7 +18,7 @@ inline constexpr std::uint32_t raw_mark = 0x57415221;
 
 /** A trusted text, which is used as it is: markup where text is expected. Never make one from what
  *  a visitor sent. It is a view: the text must live until an element or attribute is made from it. A
- *  temporary string is copied.
+ *  temporary is copied.
  */
 class Raw {
  public:

@@ -36,8 +36,8 @@ enum class SameSite {
  *
  *  By default it lasts until the browser is closed, goes to all pages of this host, is hidden from
  *  their scripts, and is sent when a visitor follows a link from another site but not with that
- *  site's forms. It is a view: the texts must live until Response::cookie() returns. Temporary
- *  strings are copied.
+ *  site's forms. It is a view: the texts must live until Response::cookie() returns. Temporaries
+ *  are copied.
  */
 class SetCookie {
  public:

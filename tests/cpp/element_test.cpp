@@ -87,7 +87,7 @@ TEST(CppElement, IsStoredAfterAChainOfAdds) {
   EXPECT_EQ(2U, attributes.size());
 }
 
-TEST(CppRaw, CopiesATemporaryStringAndViewsOthers) {
+TEST(CppRaw, CopiesTemporariesAndViewsOthers) {
   const auto make = [] { return "<p>" + std::string(100, 'x') + "</p>"; };
   const tarn::Raw copy(make());
   const std::string overwritten(200, '-');
@@ -100,6 +100,10 @@ TEST(CppRaw, CopiesATemporaryStringAndViewsOthers) {
   const char *const literal = "<br>";
   EXPECT_EQ(literal, tarn::Raw(literal).text().data());
   EXPECT_EQ("7", tarn::Raw(7).text());
+  const tarn::Raw page(tarn::html(tarn::Element("br")).view());
+  const tarn::Raw pointed(make().c_str());
+  EXPECT_EQ("<br>", page.text());
+  EXPECT_EQ(make(), pointed.text());
 }
 
 TEST(CppRaw, IsEmptyIfItCannotBeCopied) {
