@@ -126,7 +126,7 @@ inline void put_path(Buffer &out, std::string_view text) noexcept {
 // The size of what put_url() writes.
 inline std::size_t url_size(std::string_view text) noexcept {
   std::size_t size = 0;
-  for (const char c : text) size += kUrlBytes.keeps(c) ? 1 : 3;
+  for (const char c : text) size += kUrlBytes.keeps(c) ? 1U : 3U;
   return size;
 }
 
