@@ -22,16 +22,21 @@ OwnedText newBuffer(int64_t capacity) {
   return capacity <= INT32_MAX ? newZeroedText(static_cast<uint64_t>(capacity)) : nullptr;
 }
 
-void replaceBuffer(String &string, OwnedText buffer, int64_t capacity) {
-  std::free(std::exchange(string.buffer, buffer.release()));
+void setCapacity(String &string, int64_t capacity) {
   string.capacity = static_cast<int32_t>(capacity);
   string.room = static_cast<size_t>(capacity) + 1;
+}
+
+void replaceBuffer(String &string, OwnedText buffer, int64_t capacity) {
+  std::free(std::exchange(string.buffer, buffer.release()));
+  setCapacity(string, capacity);
+  string.block = string.room;
 }
 
 // After a failed growth a string has no buffer and reads as empty until it gets one.
 void dropBuffer(String &string) {
   std::free(take(string.buffer));
-  string.room = 0;
+  string.room = string.block = 0;
 }
 
 // The capacity after storing a text of this size. Kept: quirk 64.
@@ -56,14 +61,31 @@ void writeBeyond(char *buffer, size_t room, const char *source, size_t count, si
   if (position < end) copyPadded(buffer + position, source, std::min(count, end - position));
 }
 
+// TARNString_clear() promises a new buffer for the next text. Kept: quirk 64.
+bool isCleared(const String &string) { return string.capacity == 0; }
+
+// A buffer twice as large as the last one, if there is memory, so that many small insertions seldom
+// copy the text. Scripts see the capacity alone.
+OwnedText newRoomyBuffer(const String &string, int64_t capacity, size_t &block) {
+  block = static_cast<size_t>(capacity) + 1;
+  const size_t ahead = isCleared(string) ? 0 : std::min(2 * string.block, size_t{1} << 31U);
+  if (capacity <= INT32_MAX && ahead > block) {
+    if (OwnedText made = newZeroedText(ahead - 1)) {
+      block = ahead;
+      return made;
+    }
+  }
+  return newBuffer(capacity);
+}
+
 // The old buffer is freed last, since the source may be inside it.
-bool insertIntoNewBuffer(String &string, int64_t capacity, const char *source, size_t count,
-                         size_t position) {
-  OwnedText made = newBuffer(capacity);
+bool insertIntoNewBuffer(String &string, size_t length, int64_t capacity, const char *source,
+                         size_t count, size_t position) {
+  size_t block;
+  OwnedText made = newRoomyBuffer(string, capacity, block);
   if (!made) return false;
   char *buffer = made.get();
   const char *text = textOf(string);
-  const size_t length = lengthOf(string);
   const size_t head = std::min(position, length);
   std::memcpy(buffer, text, head);
   if (position <= length) {
@@ -73,15 +95,31 @@ bool insertIntoNewBuffer(String &string, int64_t capacity, const char *source, s
     writeBeyond(buffer, static_cast<size_t>(capacity) + 1, source, count, position);
   }
   replaceBuffer(string, std::move(made), capacity);
+  string.block = block;
+  return true;
+}
+
+size_t offsetIn(const String &string, const char *source) {
+  return reinterpret_cast<uintptr_t>(source) - reinterpret_cast<uintptr_t>(string.buffer);
+}
+
+// Grows inside the block, if that leaves what a new buffer would: the text, and zero bytes behind it.
+// A source that is part of the block must be read before those are written.
+bool growInPlace(String &string, size_t length, int64_t capacity, const char *source) {
+  if (!string.buffer || isCleared(string) || capacity >= INT32_MAX ||
+      static_cast<size_t>(capacity) >= string.block || offsetIn(string, source) < string.block) {
+    return false;
+  }
+  std::memset(string.buffer + length, 0, string.room - length);
+  setCapacity(string, capacity);
   return true;
 }
 
 // If the source is part of the string's own text, its bytes behind the gap have moved with the tail.
-void insertInPlace(String &string, const char *source, size_t count, size_t position) {
-  const size_t length = lengthOf(string);
+void insertInPlace(String &string, size_t length, const char *source, size_t count,
+                   size_t position) {
   if (position > length) return writeBeyond(string.buffer, string.room, source, count, position);
-  const auto offset =
-      reinterpret_cast<uintptr_t>(source) - reinterpret_cast<uintptr_t>(string.buffer);
+  const size_t offset = offsetIn(string, source);
   const bool own = offset <= length;
   const size_t given = strnlen(source, count);
   const size_t unmoved = own && offset < position ? std::min(given, position - offset) : 0;
@@ -96,16 +134,22 @@ void insertInPlace(String &string, const char *source, size_t count, size_t posi
   }
 }
 
-TarnStatus insert(String &string, const char *source, size_t count, size_t position) {
-  const int64_t need = static_cast<int64_t>(lengthOf(string)) + static_cast<int64_t>(count) + 1;
-  if (fits(string, need)) {
-    insertInPlace(string, source, count, position);
-  } else if (!insertIntoNewBuffer(string, capacityFor(string, need), source, count, position)) {
+// `length` is that of the string's text, which may be long: it is measured once for each call.
+TarnStatus insert(String &string, size_t length, const char *source, size_t count,
+                  size_t position) {
+  const int64_t need = static_cast<int64_t>(length) + static_cast<int64_t>(count) + 1;
+  const int64_t capacity = capacityFor(string, need);
+  if (fits(string, need) || growInPlace(string, length, capacity, source)) {
+    insertInPlace(string, length, source, count, position);
+  } else if (!insertIntoNewBuffer(string, length, capacity, source, count, position)) {
     dropBuffer(string);
     return TARN_OUT_OF_MEMORY;
   }
   return TARN_OK;
 }
+
+// A count of 0 is the length of the whole text, despite the offset. Kept: quirk 61.
+size_t countOf(const char *text, uint32_t count) { return count > 0 ? count : std::strlen(text); }
 
 // Does not report a failed allocation; the string is then empty. Kept: quirk 65.
 TarnStatus set(String &string, const char *text) {
@@ -231,7 +275,10 @@ TarnStatus TARNString_appendn(TarnHandle *handle, const char *text, uint32_t off
   // A null text is reported before a wrong type. Kept: quirk 56.
   if (!objectIn(handle)) return TARN_WRONG_TYPE;
   if (!text) return TARN_BAD_ARGUMENT;
-  return TARNString_insertn(handle, text, offset, count, TARNString_length(handle));
+  String *string = stringIn(handle);
+  if (!string) return TARN_WRONG_TYPE;
+  const size_t length = lengthOf(*string);
+  return insert(*string, length, text + offset, countOf(text, count), length);
 }
 
 // A source that is not a string appends nothing and succeeds. Kept: quirk 66.
@@ -261,8 +308,7 @@ TarnStatus TARNString_insertn(TarnHandle *handle, const char *text, uint32_t off
   String *string = stringIn(handle);
   if (!string) return TARN_WRONG_TYPE;
   if (!text) return TARN_BAD_ARGUMENT;
-  // A count of 0 is the length of the whole text, despite the offset. Kept: quirk 61.
-  return insert(*string, text + offset, count > 0 ? count : std::strlen(text), position);
+  return insert(*string, lengthOf(*string), text + offset, countOf(text, count), position);
 }
 
 TarnStatus TARNString_insert_sprintf(TarnHandle *handle, uint32_t position, const char *format,

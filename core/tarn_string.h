@@ -14,8 +14,11 @@ struct String {
   int32_t capacity;
   // Null after a failed growth; the text is then empty.
   char *buffer;
-  // The size of the buffer; its last byte is always zero.
+  // How much of the buffer may be written to; the last byte of it is always zero, and so is every
+  // byte behind it.
   size_t room;
+  // The size of the buffer.
+  size_t block;
   // Null, except for a string that CGIgs_new() made, which is a node too (cgigs.h).
   Node *node;
 };

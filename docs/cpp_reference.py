@@ -4,8 +4,9 @@ parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in 
 them. The first comment of tarn.hpp is the overview. Each of the other headers is a section, titled
 by the first line of its first comment, unless all that it declares is in namespace detail. parse()
 rejects code that it does not understand and public names without documentation. It leaves out
-private members, deleted overloads, what the compiler would generate, friends, iterators, the type
-names that every range has, and namespace detail except for base classes of public classes.
+private members, deleted overloads, overloads for objects without a name, what the compiler would
+generate, friends, iterators, the type names that every range has, and namespace detail except for
+base classes of public classes.
 """
 
 import re
@@ -154,6 +155,9 @@ AFTER = re.compile(
 )
 
 
+TEXT = "std::string_view "
+
+
 def split_at_commas(text: str) -> list[str]:
     parts = [""]
     depth = 0
@@ -174,6 +178,9 @@ def parameter_name(text: str) -> str:
 
 def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
     """The function, and " = delete" or " = default" if it has that instead of a body."""
+    # What converts to these also converts to a std::string_view.
+    head = re.sub(r"(const detail::(TextArgument|Name) &|detail::KeptText )", TEXT, head)
+    head = head.replace(" TARN_LIFETIMEBOUND", "")  # for compilers
     start = FUNCTION.match(head)
     after = start and AFTER.fullmatch(head, start.end())
     if not after:
@@ -227,6 +234,11 @@ def parse_member(statement: Statement, owner: str) -> Member | None:
     return member
 
 
+def is_for_temporaries(statement: Statement) -> bool:
+    """Whether it is a function without documentation that only objects without a name have."""
+    return not statement.comment.blocks and bool(re.search(r"\) ?&& ?noexcept$", statement.head))
+
+
 def parse_enumerators(body: str) -> list[Member]:
     members = []
     for part in body.strip().splitlines():
@@ -259,6 +271,9 @@ def parse_class(statement: Statement, header: str) -> Class:
         elif public:
             what = FUNCTION.match(part.head)
             what = f'{name}::{what["name"]}()' if what else name
+            known = [f"{name}::{member.name}()" for member in made.members]
+            if is_for_temporaries(part) and what in known:
+                continue
             with located(f"line {part.line}: {what}"):
                 member = parse_member(part, name)
             made.members += [member] if member else []
@@ -320,6 +335,8 @@ class Parser:
             return  # the definition of a member, which its class documents
         if head.startswith("static_assert("):
             return
+        if re.match(r"template <.*?> ?(struct|inline constexpr bool) std::", head):
+            return  # what the standard library asks about a type
         section = self.section
         alias = re.fullmatch(r"using (\w+) = (?:detail::)?(\w+)<.*>", head)
         constant = re.fullmatch(r"inline (constexpr [\w:]+ (\w+)(?: = \w+)?)", head)

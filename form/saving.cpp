@@ -24,10 +24,13 @@ bool isFileName(std::string_view name) {
          std::memchr(name.data(), '/', name.size()) == nullptr;
 }
 
-// open() would follow a link whose name ends in a slash.
+// open() would follow a link whose name ends in "/" or "/.".
 int openFolder(const char *folder) {
   size_t size = std::strlen(folder);
-  while (size > 1 && folder[size - 1] == '/') --size;
+  while (size > 1 &&
+         (folder[size - 1] == '/' || (folder[size - 1] == '.' && folder[size - 2] == '/'))) {
+    --size;
+  }
   char path[PATH_MAX];
   if (size >= sizeof path) {
     errno = ENAMETOOLONG;

@@ -15,12 +15,16 @@
  *  2. Views. A type such as ElementView, Entry, File or KeptField reads an object that another one
  *     owns. It is small and cheap to copy. It is valid until the owner is changed or destroyed, and so
  *     is every std::string_view; except for a Form, also until the owner is moved from. The compiler
- *     rejects a view of a temporary. A Field, which the next one replaces, cannot be copied.
+ *     rejects a view of a temporary. A temporary Text does have a view, to pass to a function; clang
+ *     warns if you keep it (-Wdangling). A SetCookie and a Raw copy temporaries. A Field, which
+ *     the next one replaces, cannot be copied.
  *  3. Missing and empty. What may be missing is a std::optional: nothing is not the empty text.
- *  4. Texts. Pass a text as a std::string_view; it is copied up to its first zero byte, where every
- *     text in tarn.h ends. Pass the names of fields and cookies as `const char *`. Neither may be a
- *     null pointer. Texts that you get are null-terminated; bytes() and body() may also have zero
- *     bytes in the middle, and so may all texts of a Form or FormReader.
+ *  4. Texts. Pass a text as a std::string_view, or as what converts to it; it is copied up to its
+ *     first zero byte, where every text in tarn.h ends. Objects also take whole numbers, which they
+ *     write in decimal. The name of a field or a cookie that is a `const char *` is not copied. A
+ *     null pointer makes the object empty, and is the name of nothing; do not pass one as any other
+ *     text. Texts that you get are null-terminated; bytes() and body() may also have zero bytes in the
+ *     middle, and so may all texts of a Form or FormReader.
  *  5. Memory. An object that could not be built completely is empty, and so is any object it was
  *     added to: test it with `if (!element)`. Only clone() drops silently what could not be
  *     allocated.
@@ -56,6 +60,7 @@
 // Used by the others:
 #include "tarn/object.hpp"      // the base classes of owning types
 #include "tarn/view.hpp"        // the base classes of views and ranges
+#include "tarn/argument.hpp"    // texts and names as arguments
 #include "tarn/characters.hpp"  // classes of characters, and UTF-8
 // clang-format on
 

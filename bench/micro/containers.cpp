@@ -1,8 +1,10 @@
-// Measures filling a generic list and a string piece by piece.
+// Measures filling a generic list and strings piece by piece.
 #include <benchmark/benchmark.h>
 #include <tarn.h>
 
 #include <cstdlib>
+#include <string>
+#include <tarn/string.hpp>
 
 namespace {
 
@@ -40,7 +42,20 @@ void append(benchmark::State &state) {
   perPiece(state);
 }
 
+// tarn::String knows its length.
+template <class String>
+void appendToObject(benchmark::State &state) {
+  for ([[maybe_unused]] auto _ : state) {
+    String string;
+    for (int64_t i = 0; i < state.range(0); ++i) string += "five.";
+    check(string.size() == 5 * static_cast<size_t>(state.range(0)));
+  }
+  perPiece(state);
+}
+
 BENCHMARK(addData)->RangeMultiplier(10)->Range(10, 100000)->Complexity();
 BENCHMARK(append)->RangeMultiplier(10)->Range(10, 10000)->Complexity();
+BENCHMARK(appendToObject<tarn::String>)->Arg(1000)->Arg(40000);
+BENCHMARK(appendToObject<std::string>)->Arg(1000)->Arg(40000);
 
 }  // namespace

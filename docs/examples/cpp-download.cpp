@@ -7,7 +7,7 @@ int main(int argc, char **) {
   response.last_modified(1763683200)
       .etag("v18")
       .attachment("lake data.bin");
-  if (argc > 1) response.head(true);
+  if (argc > 1) response.head(true).weak_etag("v18");
   return response.send_bytes({"\x00\x12\n", 3}) ? 0 : 1;
 }
 
@@ -19,7 +19,7 @@ $ ./cpp-download | od -c | tail -n 3
 $ ./cpp-download header-alone
 Content-Type: application/octet-stream
 Last-Modified: Fri, 21 Nov 2025 00:00:00 GMT
-ETag: "v18"
+ETag: W/"v18"
 Content-Disposition: attachment; filename*=UTF-8''lake%20data.bin
 Content-Length: 3
 

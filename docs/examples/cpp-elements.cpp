@@ -34,12 +34,12 @@ int main(int, char **argv) {
   page.add(std::move(attributes));
 
   tarn::ElementList list;
-  list.add("So far ").add(tarn::Element("b", "one"));
+  list.add("So far ").add(tarn::Element("b", 1));
   list.add(tarn::Raw("&nbsp;lake"));
   page.add(std::move(list));
 
   const tarn::Raw dot(".");
-  std::printf("trusted: %s\n", dot.text().data());
+  if (dot) std::printf("trusted: %s\n", dot.text().data());
   print(page.view(), 0);
   const tarn::Text written = tarn::html(page);
   std::puts(written.c_str());
@@ -57,7 +57,7 @@ p title=<b>"lake"</b> hidden=- onclick=tell() (trusted) ""
   text " for the record"
   text "So far "
   b ""
-    text "one"
+    text "1"
   text "&nbsp;lake" (trusted)
-<p title="&lt;b&gt;&quot;lake&quot;&lt;/b&gt;" hidden onclick="tell()">You wrote &lt;b&gt;&quot;lake&quot;&lt;/b&gt;<br>&mdash; for the recordSo far <b>one</b>&nbsp;lake</p>
+<p title="&lt;b&gt;&quot;lake&quot;&lt;/b&gt;" hidden onclick="tell()">You wrote &lt;b&gt;&quot;lake&quot;&lt;/b&gt;<br>&mdash; for the recordSo far <b>1</b>&nbsp;lake</p>
 */

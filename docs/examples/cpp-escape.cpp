@@ -5,8 +5,7 @@
 
 int main(int, char **argv) {
   const std::string_view sent = argv[1];
-  const tarn::Text html = tarn::escape_html(sent);
-  std::printf("<p>%s</p>\n", html.view().data());
+  std::printf("<p>%s</p>\n", tarn::escape_html(sent).c_str());
   const tarn::Text attribute = tarn::escape_attribute(sent);
   std::printf("<input value=%s>\n", attribute.c_str());
   const tarn::Text url = tarn::escape_url(sent);

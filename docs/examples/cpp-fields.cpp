@@ -24,6 +24,8 @@ int main() {
 
   // An index beyond the end yields an entry without an object.
   if (!entries[2]) std::printf("no third field\n");
+  const auto [name, value] = entries[1];
+  std::printf("%s is %s\n", name->data(), value.data());
   const tarn::Entry depth = entries[0];
   if (depth.is_named("DEPTH")) {
     std::printf("read to the end: %s\n",
@@ -52,6 +54,7 @@ depth = 18.5m
 tag = a lake
 2 fields, 2 of them long
 no third field
+tag is a lake
 read to the end: none
 read to the first other byte: 18, or 18.5
 a lake

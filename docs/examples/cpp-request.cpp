@@ -12,13 +12,14 @@ int main() {
   }
 
   tarn::String page("Hello, ");
-  page.append(request["name"].value_or("stranger"));
+  page.append(request.get("name", "stranger"));
   page.append("\n");
   for (const std::string_view tag : request.all("tag")) {
     page.append_format("tag: %s\n", tag.data());
   }
   page.append_format("public: %s\n",
                      request.checked("public") ? "yes" : "no");
+  if (!request["email"]) page.append("no address\n");
   if (const auto depth = request.integer("depth", 0, 1000)) {
     page.append_format("%d m deep\n", static_cast<int>(*depth));
   }
@@ -48,12 +49,13 @@ $ printf %s "$form" | REQUEST_METHOD=POST CONTENT_LENGTH=${#form} \
     CONTENT_TYPE=application/x-www-form-urlencoded \
     HTTP_COOKIE='taste=much' ./cpp-request
 Content-Type: text/plain; charset=utf-8
-Content-Length: 126
+Content-Length: 137
 
 Hello, Ada
 tag: a
 tag: b
 public: yes
+no address
 18 m deep
 about 3 people
 a note of 0 bytes

@@ -10,7 +10,9 @@ int main() {
   std::puts(line.c_str());
 
   line.remove(0, 5);
+  line.reserve(100);
   line.append(", cold");
+  line += " and clear";
   std::printf("\"%s\", %zu bytes\n", line.view().data(),
               line.size());
 
@@ -23,6 +25,6 @@ int main() {
 /* Output:
 $ ./cpp-string
 deep lake: 18 m
-"lake: 18 m, cold", 16 bytes
+"lake: 18 m, cold and clear", 26 bytes
 lake
 */

@@ -6,6 +6,17 @@
 #error "the C++ headers of Tarn need C++17: compile with -std=c++17 or later"
 #endif
 
+// On a parameter that a function's result refers to, and after a member function whose result refers
+// to the object: compilers that know the attribute warn if that is a temporary that is soon gone.
+#ifdef __has_cpp_attribute
+#if __has_cpp_attribute(clang::lifetimebound)
+#define TARN_LIFETIMEBOUND [[clang::lifetimebound]]
+#endif
+#endif
+#ifndef TARN_LIFETIMEBOUND
+#define TARN_LIFETIMEBOUND
+#endif
+
 namespace tarn {
 
 /** Marks the constructors that take ownership of an object: `Element(tarn::adopt, handle)`. */

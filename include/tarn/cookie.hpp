@@ -52,19 +52,25 @@ class Cookie : public detail::Object<Cookie, CookieView, detail::delete_node<TAR
   using Object::Object;
 
   /** Makes a cookie from a name and a value. */
-  Cookie(std::string_view name, std::string_view value) noexcept {
+  Cookie(const detail::TextArgument &name, const detail::TextArgument &value) noexcept {
     set_text(TARN_COOKIE_NAME, name);
     set_text(TARN_COOKIE_VALUE, value);
   }
 
   /** Sets the comment. */
-  Cookie &comment(std::string_view text) &noexcept { return with_text(TARN_COOKIE_COMMENT, text); }
+  Cookie &comment(const detail::TextArgument &text) &noexcept {
+    return with_text(TARN_COOKIE_COMMENT, text);
+  }
 
   /** Sets the domain. */
-  Cookie &domain(std::string_view text) &noexcept { return with_text(TARN_COOKIE_DOMAIN, text); }
+  Cookie &domain(const detail::TextArgument &text) &noexcept {
+    return with_text(TARN_COOKIE_DOMAIN, text);
+  }
 
   /** Sets the path. */
-  Cookie &path(std::string_view text) &noexcept { return with_text(TARN_COOKIE_PATH, text); }
+  Cookie &path(const detail::TextArgument &text) &noexcept {
+    return with_text(TARN_COOKIE_PATH, text);
+  }
 
   /** Sets the max-age, in seconds, stored as 32 bits. */
   Cookie &max_age(long seconds) &noexcept {
@@ -79,7 +85,7 @@ class Cookie : public detail::Object<Cookie, CookieView, detail::delete_node<TAR
   }
 
  private:
-  Cookie &with_text(std::uint32_t slot, std::string_view text) noexcept {
+  Cookie &with_text(std::uint32_t slot, const detail::TextArgument &text) noexcept {
     set_text(slot, text);
     return *this;
   }

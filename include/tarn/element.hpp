@@ -17,19 +17,22 @@ namespace tarn {
 inline constexpr std::uint32_t raw_mark = 0x57415221;
 
 /** A trusted text, which is used as it is: markup where text is expected. Never make one from what
- *  a visitor sent. It is a view: the text must live until an element or attribute is made from it.
+ *  a visitor sent. It is a view: the text must live until an element or attribute is made from it. A
+ *  temporary is copied.
  */
 class Raw {
  public:
   /** Marks a text as trusted. */
-  explicit Raw(std::string_view text) noexcept : text_(text) {}
-  explicit Raw(std::nullptr_t) = delete;
+  explicit Raw(detail::KeptText text) noexcept : text_(std::move(text)) {}
+
+  /** Tells whether there is a text. There is none if it was a null pointer, or could not be copied. */
+  explicit operator bool() const noexcept { return static_cast<bool>(text_); }
 
   /** The text. */
-  std::string_view text() const noexcept { return text_; }
+  std::string_view text() const noexcept { return text_.view(); }
 
  private:
-  std::string_view text_;
+  detail::KeptText text_;
 };
 
 /** Reads an attribute. */
@@ -55,18 +58,22 @@ class Attribute
   using Object::Object;
 
   /** An attribute without a value, such as `required`. */
-  explicit Attribute(std::string_view name) noexcept { set_text(TARN_ATTRIBUTE_NAME, name); }
+  explicit Attribute(const detail::TextArgument &name) noexcept {
+    set_text(TARN_ATTRIBUTE_NAME, name);
+  }
 
-  /** An attribute with a value, which html() escapes. */
-  Attribute(std::string_view name, std::string_view value) noexcept : Attribute(name) {
+  /** An attribute with a value, which html() escapes: a text or a whole number. */
+  Attribute(const detail::TextArgument &name, const detail::TextArgument &value) noexcept
+      : Attribute(name) {
     set_text(TARN_ATTRIBUTE_VALUE, value);
   }
-  Attribute(std::string_view name, std::nullptr_t) = delete;
 
   /** An attribute with a trusted value: a script for `onclick`, a URL of any scheme. html() escapes
    *  it as well, so it reaches the browser unchanged. */
-  Attribute(std::string_view name, const Raw &value) noexcept : Attribute(name, value.text()) {
+  Attribute(const detail::TextArgument &name, const Raw &value) noexcept
+      : Attribute(name, value.text()) {
     CGIgs_setInt(&handle_, TARN_ATTRIBUTE_NUMBER, raw_mark, TARN_ATTRIBUTE_MAGIC);
+    reset_unless(static_cast<bool>(value));
   }
 };
 
@@ -86,6 +93,7 @@ namespace detail {
 // A text among the children of an element. It is stored as an element without a name.
 struct TextPiece {
   std::string_view text;
+  bool is_there;  // not a null pointer
   std::uint32_t mark = 0;
 };
 
@@ -138,18 +146,19 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
 
   /** Makes an element from these pieces, in order. Each is something that add() takes. */
   template <class... Pieces>
-  explicit Element(std::string_view name, Pieces &&...pieces) noexcept {
+  explicit Element(const detail::TextArgument &name, Pieces &&...pieces) noexcept {
     set_text(TARN_ELEMENT_NAME, name);
     (add(std::forward<Pieces>(pieces)), ...);
   }
 
-  /** Appends a text, which html() escapes. */
-  Element &add(std::string_view text) &noexcept { return add(Element(detail::TextPiece{text})); }
-  Element &add(std::nullptr_t) & = delete;
+  /** Appends a text or a whole number, which html() escapes. */
+  Element &add(const detail::TextArgument &text) &noexcept {
+    return add(Element(detail::TextPiece{text.view(), static_cast<bool>(text)}));
+  }
 
   /** Appends trusted markup, which html() writes as it is. */
   Element &add(const Raw &markup) &noexcept {
-    return add(Element(detail::TextPiece{markup.text(), raw_mark}));
+    return add(Element(detail::TextPiece{markup.text(), static_cast<bool>(markup), raw_mark}));
   }
 
   /** Moves an attribute to the end. */
@@ -177,11 +186,25 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
   /** Moves all elements of a list to the end. The list is empty afterwards. */
   Element &add(ElementList &&elements) &noexcept;
 
+  // The same on an element without a name, so that it can be stored or returned.
+  Element add(const detail::TextArgument &text) &&noexcept { return std::move(add(text)); }
+  Element add(const Raw &markup) &&noexcept { return std::move(add(markup)); }
+  Element add(Attribute &&attribute) &&noexcept { return std::move(add(std::move(attribute))); }
+  Element add(Element &&child) &&noexcept { return std::move(add(std::move(child))); }
+  Element add(AttributeList &&attributes) &&noexcept {
+    return std::move(add(std::move(attributes)));
+  }
+  Element add(ElementList &&elements) &&noexcept;
+
   // Move or clone objects that have a name.
   Element &add(const Attribute &) & = delete;
   Element &add(const AttributeList &) & = delete;
   Element &add(const Element &) & = delete;
   Element &add(const ElementList &) & = delete;
+  Element add(const Attribute &) && = delete;
+  Element add(const AttributeList &) && = delete;
+  Element add(const Element &) && = delete;
+  Element add(const ElementList &) && = delete;
 
  private:
   friend class ElementList;
@@ -189,6 +212,7 @@ class Element : public detail::Object<Element, ElementView, HTMLElement_delete, 
   explicit Element(detail::TextPiece piece) noexcept {
     set_text(TARN_ELEMENT_TEXT, piece.text);
     CGIgs_setInt(&handle_, TARN_ELEMENT_NUMBER, piece.mark, TARN_ELEMENT_MAGIC);
+    reset_unless(piece.is_there);
   }
 };
 
@@ -199,21 +223,27 @@ class ElementList : public detail::List<ElementList, Element, Elements, HTMLElem
   using List::add;
   using List::List;
 
-  /** Appends a text, which html() escapes. */
-  ElementList &add(std::string_view text) &noexcept {
-    return add(Element(detail::TextPiece{text}));
+  /** Appends a text or a whole number, which html() escapes. */
+  ElementList &add(const detail::TextArgument &text) &noexcept {
+    return add(Element(detail::TextPiece{text.view(), static_cast<bool>(text)}));
   }
-  ElementList &add(std::nullptr_t) & = delete;
 
   /** Appends trusted markup, which html() writes as it is. */
   ElementList &add(const Raw &markup) &noexcept {
-    return add(Element(detail::TextPiece{markup.text(), raw_mark}));
+    return add(Element(detail::TextPiece{markup.text(), static_cast<bool>(markup), raw_mark}));
   }
+
+  // The same on a list without a name.
+  ElementList add(const detail::TextArgument &text) &&noexcept { return std::move(add(text)); }
+  ElementList add(const Raw &markup) &&noexcept { return std::move(add(markup)); }
 };
 
 inline Element &Element::add(ElementList &&elements) &noexcept {
   append_all<Elements>(TARN_ELEMENT_EMBEDDED, elements);
   return *this;
+}
+inline Element Element::add(ElementList &&elements) &&noexcept {
+  return std::move(add(std::move(elements)));
 }
 
 }  // namespace tarn

@@ -76,20 +76,58 @@ inline void put_attribute(Buffer &out, std::string_view text) noexcept {
   });
 }
 
-// Keeps letters, digits and `marks`.
-inline void put_encoded(Buffer &out, std::string_view text, std::string_view marks) noexcept {
-  for (const char c : text) {
-    const bool plain = is_alphanumeric(c) || is_among(c, marks);
-    char piece[4];
-    std::snprintf(piece, sizeof piece, plain ? "%c" : "%%%02X", static_cast<unsigned char>(c));
-    out << piece;
+// Which bytes a URL keeps: letters, digits and some marks.
+struct UrlBytes {
+  constexpr explicit UrlBytes(std::string_view marks) noexcept {
+    for (unsigned byte = 0; byte < 256; ++byte) {
+      const char c = static_cast<char>(byte);
+      kept[byte] = is_alphanumeric(c) || is_among(c, marks);
+    }
+  }
+  constexpr bool keeps(char c) const noexcept { return kept[static_cast<unsigned char>(c)]; }
+
+  bool kept[256] = {};
+};
+inline constexpr UrlBytes kUrlBytes("-._~");
+inline constexpr UrlBytes kPathBytes("-._~/");
+
+// Writes "%XX" for all other bytes. Makes room for a piece of the text at a time.
+inline void put_encoded(Buffer &out, std::string_view text, const UrlBytes &bytes) noexcept {
+  constexpr std::size_t kPiece = 4096;
+  while (!text.empty()) {
+    const std::size_t count = text.size() < kPiece ? text.size() : kPiece;
+    char *const place = out.room(3 * count);
+    if (place == nullptr) return;
+    char *to = place;
+    for (std::size_t i = 0; i < count; ++i) {
+      const char c = text[i];
+      if (bytes.keeps(c)) {
+        *to++ = c;
+      } else {
+        const auto byte = static_cast<unsigned char>(c);
+        *to++ = '%';
+        *to++ = "0123456789ABCDEF"[byte >> 4U];
+        *to++ = "0123456789ABCDEF"[byte & 15U];
+      }
+    }
+    out.extend(static_cast<std::size_t>(to - place));
+    text.remove_prefix(count);
   }
 }
 
-inline void put_url(Buffer &out, std::string_view text) noexcept { put_encoded(out, text, "-._~"); }
+inline void put_url(Buffer &out, std::string_view text) noexcept {
+  put_encoded(out, text, kUrlBytes);
+}
 
 inline void put_path(Buffer &out, std::string_view text) noexcept {
-  put_encoded(out, text, "-._~/");
+  put_encoded(out, text, kPathBytes);
+}
+
+// The size of what put_url() writes.
+inline std::size_t url_size(std::string_view text) noexcept {
+  std::size_t size = 0;
+  for (const char c : text) size += kUrlBytes.keeps(c) ? 1U : 3U;
+  return size;
 }
 
 inline void put_json(Buffer &out, std::string_view text) noexcept {

@@ -416,4 +416,9 @@ class KeptField : public Field {
 
 }  // namespace tarn
 
+#ifdef __cpp_lib_ranges
+template <>
+inline constexpr bool std::ranges::enable_borrowed_range<tarn::Blocks> = true;
+#endif
+
 #endif  // TARN_FIELD_HPP

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -64,15 +65,30 @@ inline bool rename_without_replacing(int directory, const char *from, const char
   return true;
 }
 
-// Creates a file under a new name, which safe_name() never returns. -1 if it fails.
+// Creates a file under a new name, which safe_name() never returns. -1 if it fails. Processes that died
+// may have left many files, so numbers that have never been used follow the first ones.
 inline int create_temporary(int directory, char (&name)[64]) noexcept {
   for (unsigned attempt = 0; attempt < 1000; ++attempt) {
-    std::snprintf(name, sizeof name, ".tarn-%ld-%u", static_cast<long>(::getpid()), attempt);
+    timespec now = {};
+    if (attempt >= 100) ::clock_gettime(CLOCK_REALTIME, &now);
+    const long long number = attempt < 100 ? attempt : now.tv_sec * 1000000000LL + now.tv_nsec;
+    std::snprintf(name, sizeof name, ".tarn-%ld-%lld", static_cast<long>(::getpid()), number);
     const int made =
         ::openat(directory, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (made >= 0 || errno != EEXIST) return made;
   }
   return -1;
+}
+
+// open() would follow a link whose name ends in "/" or "/.".
+inline std::string_view without_final_dots(std::string_view directory) noexcept {
+  const auto ends_in = [&directory](char c) {
+    return directory.size() > 1 && directory.back() == c;
+  };
+  while (ends_in('/') || (ends_in('.') && directory[directory.size() - 2] == '/')) {
+    directory.remove_suffix(1);
+  }
+  return directory;
 }
 
 // Removes a file after a failure, whose errno it keeps. @return false
@@ -283,9 +299,7 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
   Saved save_as(std::string_view directory, const FileName &name) const noexcept {
     if (name.size_ == 0 || !field()) return {name, EINVAL};
     if (const int error = error_of_cut()) return {name, error};
-    // open() would follow a link whose name ends in a slash.
-    while (directory.size() > 1 && directory.back() == '/') directory.remove_suffix(1);
-    const detail::Terminated path(directory);
+    const detail::Terminated path(detail::without_final_dots(directory));
     if (path.c_str() == nullptr) return {name, ENOMEM};
     const detail::Descriptor at(
         ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -308,8 +322,8 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
   detail::CutParts *cut_parts_ = nullptr;
 };
 
-inline std::optional<File> Request::file(const char *name) const &noexcept {
-  const TarnHandle found = detail::query<Tarn_getFile>(handle_, name);
+inline std::optional<File> Request::file(const detail::Name &name) const &noexcept {
+  const TarnHandle found = detail::query<Tarn_getFile>(handle_, name.c_str());
   if (found == 0) return std::nullopt;
   return File(found, cut_parts_.of(child(TARN_REQUEST_ENVIRONMENT)));
 }

@@ -7,7 +7,10 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
+#include "argument.hpp"
 #include "view.hpp"
 
 namespace tarn {
@@ -79,9 +82,25 @@ class Entry : public detail::NodeView<TARN_FORM_ENTRY_MAGIC> {
    */
   double real() const noexcept { return detail::query<FormEntry_getDoubleValue>(handle_); }
 
+  /** The name or the value, for structured bindings.
+   *
+   *  @code
+   *  for (const auto [name, value] : request.entries()) ...
+   *  @endcode
+   */
+  template <std::size_t kIndex>
+  auto get() const noexcept {
+    static_assert(kIndex < 2, "an entry has a name and a value");
+    if constexpr (kIndex == 0) {
+      return name();
+    } else {
+      return value();
+    }
+  }
+
   /** Tells whether the field has this name. Case is ignored. */
-  bool is_named(const char *name) const noexcept {
-    return detail::query<FormEntry_compareName>(handle_, name) == 0;
+  bool is_named(const detail::Name &name) const noexcept {
+    return detail::query<FormEntry_compareName>(handle_, name.c_str()) == 0;
   }
 };
 
@@ -137,18 +156,40 @@ class Values {
   using iterator = Iterator;
   using const_iterator = Iterator;
 
-  /** What Request::all() returns. `name` must outlive the range. */
-  Values(Entries entries, const char *name) noexcept : entries_(entries), name_(name) {}
+  /** What Request::all() returns. Keeps the name of the first field, so that `name` need not outlive
+   *  the range. */
+  Values(Entries entries, const detail::Name &name) noexcept
+      : first_(entries.begin()), end_(entries.end()) {
+    while (first_ != end_ && !first_->is_named(name.c_str())) ++first_;
+    if (first_ != end_) name_ = first_->name().value_or("").data();
+  }
 
-  bool empty() const noexcept { return begin() == end(); }
-  Iterator begin() const noexcept { return {entries_.begin(), entries_.end(), name_}; }
-  Iterator end() const noexcept { return {entries_.end(), entries_.end(), name_}; }
+  bool empty() const noexcept { return first_ == end_; }
+  Iterator begin() const noexcept { return {first_, end_, name_}; }
+  Iterator end() const noexcept { return {end_, end_, name_}; }
 
  private:
-  Entries entries_;
-  const char *name_;
+  Entries::Iterator first_;
+  Entries::Iterator end_;
+  const char *name_ = nullptr;
 };
 
 }  // namespace tarn
+
+template <>
+struct std::tuple_size<tarn::Entry> : std::integral_constant<std::size_t, 2> {};
+template <>
+struct std::tuple_element<0, tarn::Entry> {
+  using type = std::optional<std::string_view>;
+};
+template <>
+struct std::tuple_element<1, tarn::Entry> {
+  using type = std::string_view;
+};
+
+#ifdef __cpp_lib_ranges
+template <>
+inline constexpr bool std::ranges::enable_borrowed_range<tarn::Values> = true;
+#endif
 
 #endif  // TARN_FORM_HPP

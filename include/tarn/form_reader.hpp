@@ -12,10 +12,10 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 
 #include "../tarn_form.h"
+#include "argument.hpp"
 #include "field.hpp"
 
 namespace tarn {
@@ -193,13 +193,6 @@ inline bool is_utf8(std::string_view text) noexcept {
 
 namespace detail {
 
-// Texts that own their bytes. A view of one that is a temporary would dangle.
-template <class Text>
-using IfOwning =
-    std::enable_if_t<!std::is_lvalue_reference_v<Text> && std::is_class_v<std::decay_t<Text>> &&
-                     !std::is_same_v<std::decay_t<Text>, std::string_view> &&
-                     std::is_convertible_v<Text, std::string_view>>;
-
 // What Form and FormReader have in common: they own a form of tarn_form.h.
 class OpenForm {
  public:
@@ -218,37 +211,37 @@ class OpenForm {
    *
    *  @return its value as it was sent, valid as long as the form; nothing if there is none
    */
-  std::optional<std::string_view> cookie(const char *name) const &noexcept {
-    return optional_text(TarnForm_cookie(form_, name));
+  std::optional<std::string_view> cookie(const Name &name) const &noexcept {
+    return optional_text(TarnForm_cookie(form_, name.c_str()));
   }
-  void cookie(const char *) const && = delete;
+  void cookie(const Name &) const && = delete;
 
   /** The first cookie with exactly this name, with "%XX" decoded in the value.
    *
    *  @return as cookie(); nothing also if the value has a zero byte
    */
-  std::optional<std::string_view> decoded_cookie(const char *name) const &noexcept {
-    return optional_text(TarnForm_decodedCookie(form_, name));
+  std::optional<std::string_view> decoded_cookie(const Name &name) const &noexcept {
+    return optional_text(TarnForm_decodedCookie(form_, name.c_str()));
   }
-  void decoded_cookie(const char *) const && = delete;
+  void decoded_cookie(const Name &) const && = delete;
 
   /** The first field of QUERY_STRING with exactly this name, whatever the method is.
    *
    *  @return as cookie()
    */
-  std::optional<std::string_view> query(const char *name) const &noexcept {
-    return optional_text(TarnForm_query(form_, name));
+  std::optional<std::string_view> query(const Name &name) const &noexcept {
+    return optional_text(TarnForm_query(form_, name.c_str()));
   }
-  void query(const char *) const && = delete;
+  void query(const Name &) const && = delete;
 
   /** The first field of QUERY_STRING with exactly this name, with "+" and "%XX" decoded in the value.
    *
    *  @return as decoded_cookie()
    */
-  std::optional<std::string_view> decoded_query(const char *name) const &noexcept {
-    return optional_text(TarnForm_decodedQuery(form_, name));
+  std::optional<std::string_view> decoded_query(const Name &name) const &noexcept {
+    return optional_text(TarnForm_decodedQuery(form_, name.c_str()));
   }
-  void decoded_query(const char *) const && = delete;
+  void decoded_query(const Name &) const && = delete;
 
   /** The pointer to pass to functions of tarn_form.h. Never close the form through it. */
   TarnForm *handle() const &noexcept { return form_; }

@@ -69,7 +69,7 @@ class PlainHeader
   using Object::Object;
 
   /** Makes a header from a content type. */
-  explicit PlainHeader(std::string_view content_type = "text/plain") noexcept {
+  explicit PlainHeader(const detail::TextArgument &content_type = "text/plain") noexcept {
     set_text(TARN_HEADER_CONTENT_TYPE, content_type);
   }
 
@@ -128,7 +128,8 @@ class ResponseHeader
   using Object::Object;
 
   /** Makes a header from its texts and its number, without lines or cookies. */
-  ResponseHeader(std::string_view first, std::int32_t number, std::string_view second) noexcept {
+  ResponseHeader(const detail::TextArgument &first, std::int32_t number,
+                 const detail::TextArgument &second) noexcept {
     set_text(TARN_RESPONSE_HEADER_FIRST, first);
     set_text(TARN_RESPONSE_HEADER_SECOND, second);
     CGIgs_setInt(&handle_, TARN_RESPONSE_HEADER_NUMBER, static_cast<std::uint32_t>(number),
@@ -136,8 +137,12 @@ class ResponseHeader
   }
 
   /** Appends a line, usually "Name: value". */
-  ResponseHeader &add(std::string_view line) &noexcept {
-    const detail::Terminated copy(line);
+  ResponseHeader &add(const detail::TextArgument &line) &noexcept {
+    if (!line) {
+      reset();
+      return *this;
+    }
+    const detail::Terminated copy(line.view());
     const TarnStatus status = HTTPResponseHeader_addHeader(&handle_, copy.c_str());
     // The status does not tell whether the line was allocated.
     TarnHandle lines = HTTPResponseHeader_getHeaderList(&handle_);
@@ -193,7 +198,7 @@ class MultiPartHeader : public detail::Object<MultiPartHeader, MultiPartHeaderVi
   using Object::Object;
 
   /** Makes a header from its four texts. All but the first are optional. */
-  explicit MultiPartHeader(std::string_view disposition,
+  explicit MultiPartHeader(const detail::TextArgument &disposition,
                            std::optional<std::string_view> name = std::nullopt,
                            std::optional<std::string_view> file_name = std::nullopt,
                            std::optional<std::string_view> content_type = std::nullopt) noexcept {

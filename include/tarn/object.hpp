@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "argument.hpp"
 #include "view.hpp"
 
 namespace tarn::detail {
@@ -112,8 +113,9 @@ class Owned {
     if (!succeeded) reset();
   }
 
-  void set_text(std::uint32_t slot, std::string_view text) noexcept {
-    const Terminated copy(text);
+  void set_text(std::uint32_t slot, const TextArgument &text) noexcept {
+    if (!text) return reset();
+    const Terminated copy(text.view());
     CGIgs_setString(&handle_, slot, copy.c_str(), kMagic);
     // The status does not tell whether the copy was allocated.
     reset_unless(CGIgs_getString(&handle_, slot, kMagic) != nullptr);
@@ -186,6 +188,10 @@ class List : public Object<Self, View, kDelete, kClone> {
     return static_cast<Self &>(*this);
   }
   Self &add(const Element &) & = delete;
+
+  // The same on a list without a name.
+  Self add(const Element &) && = delete;
+  Self add(Element &&object) &&noexcept { return std::move(add(std::move(object))); }
 
   /** The number of elements. */
   std::size_t size() const noexcept { return View(this->handle_).size(); }

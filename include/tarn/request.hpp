@@ -97,7 +97,7 @@ using Files =
  *
  *  @code
  *  tarn::Request request;
- *  std::string_view name = request["name"].value_or("stranger");
+ *  std::string_view name = request.get("name", "stranger");
  *  for (std::string_view tag : request.all("tag")) ...
  *  @endcode
  */
@@ -125,26 +125,36 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
    *
    *  @return a view, empty for a field that was left empty; nothing when there is no such field
    */
-  std::optional<std::string_view> operator[](const char *name) const &noexcept {
+  std::optional<std::string_view> operator[](const detail::Name &name) const &noexcept {
     const std::optional<Entry> found = entry(name);
     return found ? std::optional(found->value()) : std::nullopt;
   }
-  void operator[](const char *) const && = delete;
+  void operator[](const detail::Name &) const && = delete;
   void operator[](int) const = delete;
 
+  /** The value of the first field with this name, or `otherwise` when there is none. */
+  std::string_view get(const detail::Name &name,
+                       std::string_view otherwise TARN_LIFETIMEBOUND) const &noexcept {
+    return (*this)[name].value_or(otherwise);
+  }
+  void get(const detail::Name &, std::string_view) const && = delete;
+  void get(const detail::Name &, std::nullptr_t) const = delete;
+  template <class Text, class = detail::IfOwning<Text>>
+  void get(const detail::Name &, Text &&) const = delete;
+
   /** The first field with this name; nothing when there is none. */
-  std::optional<Entry> entry(const char *name) const &noexcept {
+  std::optional<Entry> entry(const detail::Name &name) const &noexcept {
     return first<Entry, Tarn_getElementByName>(name);
   }
-  void entry(const char *) const && = delete;
+  void entry(const detail::Name &) const && = delete;
 
-  /** The values of all fields with this name, in order. `name` must outlive the range. */
-  Values all(const char *name) const &noexcept { return {entries(), name}; }
-  void all(const char *) const && = delete;
+  /** The values of all fields with this name, in order. */
+  Values all(const detail::Name &name) const &noexcept { return {entries(), name}; }
+  void all(const detail::Name &) const && = delete;
 
   /** Tells whether a checkbox is ticked: the first field with this name is "on", in any case. */
-  bool checked(const char *name) const noexcept {
-    return detail::query<Tarn_queryCheckbox>(handle_, name) != 0;
+  bool checked(const detail::Name &name) const noexcept {
+    return detail::query<Tarn_queryCheckbox>(handle_, name.c_str()) != 0;
   }
 
   /** Reads the first field with this name as a whole number.
@@ -152,14 +162,14 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
    *  @param least,most  the range to accept
    *  @return as Entry::integer(); nothing also when there is no such field
    */
-  std::optional<std::int64_t> integer(const char *name, std::int64_t least = INT64_MIN,
+  std::optional<std::int64_t> integer(const detail::Name &name, std::int64_t least = INT64_MIN,
                                       std::int64_t most = INT64_MAX) const noexcept {
     const std::optional<Entry> found = entry(name);
     return found ? found->integer(least, most) : std::nullopt;
   }
 
   /** Reads the first field with this name as Entry::number() does; 0 when there is none. */
-  std::int32_t number(const char *name) const noexcept {
+  std::int32_t number(const detail::Name &name) const noexcept {
     const std::optional<Entry> found = entry(name);
     return found ? found->number() : 0;
   }
@@ -170,8 +180,8 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** The first file whose field has this name, up to its first CR LF; nothing when there is none.
    *  Include `tarn/file.hpp` to call it. */
-  std::optional<File> file(const char *name) const &noexcept;
-  void file(const char *) const && = delete;
+  std::optional<File> file(const detail::Name &name) const &noexcept;
+  void file(const detail::Name &) const && = delete;
 
   /** All files, in order. */
   Files files() const &noexcept {
@@ -188,19 +198,21 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
    *
    *  @return a view; nothing when there is no such cookie
    */
-  std::optional<std::string_view> cookie(const char *name) const &noexcept {
+  std::optional<std::string_view> cookie(const detail::Name &name) const &noexcept {
+    if (name.c_str() == nullptr) return std::nullopt;
+    const std::string_view wanted = name.c_str();
     const Cookies all = cookies();
-    const bool literally = detail::is_protected_name(name);
+    const bool literally = detail::is_protected_name(name.c_str());
     std::string_view header = CgiEnv_getCookies(nullptr);
     // Cookies that could not be allocated are missing, and the rest do not match the header.
     if (literally && detail::count_cookies(header) != all.size()) return std::nullopt;
     for (const CookieView found : all) {
-      const bool is_sent_so = !literally || detail::remove_first_cookie(header) == name;
-      if (is_sent_so && found.name() == name) return found.value();
+      const bool is_sent_so = !literally || detail::remove_first_cookie(header) == wanted;
+      if (is_sent_so && found.name() == wanted) return found.value();
     }
     return std::nullopt;
   }
-  void cookie(const char *) const && = delete;
+  void cookie(const detail::Name &) const && = delete;
 
   /** All cookies, in order, including pieces of the cookie header without a "=". */
   Cookies cookies() const &noexcept { return environment().cookies(); }
@@ -219,8 +231,8 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   }
 
   template <class Item, auto kFind>
-  std::optional<Item> first(const char *name) const noexcept {
-    const TarnHandle found = detail::query<kFind>(handle_, name);
+  std::optional<Item> first(const detail::Name &name) const noexcept {
+    const TarnHandle found = detail::query<kFind>(handle_, name.c_str());
     return found != 0 ? std::optional<Item>(found) : std::nullopt;
   }
 

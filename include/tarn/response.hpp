@@ -32,6 +32,10 @@ constexpr bool has_http_host(std::string_view url) noexcept {
   return has_host("http://") || has_host("https://");
 }
 
+constexpr bool is_redirect(int status) noexcept {
+  return (status >= 301 && status <= 303) || status == 307 || status == 308;
+}
+
 struct Reason {
   int status;
   const char *phrase;
@@ -107,15 +111,32 @@ class Response {
   Response(const Response &) = delete;
   Response &operator=(const Response &) = delete;
 
-  /** Sets the status, from 200 to 599. The default is 200. */
-  Response &status(int code) noexcept {
+  /** Moves a response. `other` cannot be sent afterwards. */
+  Response(Response &&other) noexcept
+      : out_(other.out_),
+        head_(other.head_),
+        sent_(std::exchange(other.sent_, true)),
+        status_(other.status_),
+        type_(std::move(other.type_)),
+        location_(std::move(other.location_)),
+        etag_(std::move(other.etag_)),
+        modified_(std::move(other.modified_)),
+        disposition_(std::move(other.disposition_)),
+        lines_(std::move(other.lines_)),
+        cookies_(std::move(other.cookies_)),
+        problem_(other.problem_) {}
+
+  /** Sets the status, from 200 to 599. The default is 200. A status that does not redirect takes back
+   *  a redirect. */
+  Response &status(int code) &noexcept {
     if (code < 200 || code > 599) return refuse("status must be 200 to 599");
+    if (!detail::is_redirect(code)) location_ = Text(adopt, nullptr, 0);
     status_ = code;
     return *this;
   }
 
   /** Sets the content type, in place of the default of the function that sends the body. */
-  Response &content_type(std::string_view type) noexcept {
+  Response &content_type(std::string_view type) &noexcept {
     if (type.empty() || !detail::all_of(type, detail::is_in_header)) {
       return refuse("invalid content type");
     }
@@ -130,7 +151,7 @@ class Response {
    *  @param path  with the query, if any; begins with one "/", in ASCII as in a URL
    *  @param code  301, 302, 303, 307 or 308; with 303, the browser does not send a form again
    */
-  Response &redirect(std::string_view path, int code = 303) noexcept {
+  Response &redirect(std::string_view path, int code = 303) &noexcept {
     if (!detail::is_local_path(path)) return refuse("redirect path must start with a single '/'");
     return redirect_to(path, code);
   }
@@ -140,7 +161,7 @@ class Response {
    *  @param url   begins with "http://" or "https://" and a host; otherwise as for redirect()
    *  @param code  as for redirect()
    */
-  Response &redirect_away(std::string_view url, int code = 303) noexcept {
+  Response &redirect_away(std::string_view url, int code = 303) &noexcept {
     if (!detail::has_http_host(url)) {
       return refuse("redirect URL must start with http:// or https:// and a host");
     }
@@ -152,7 +173,7 @@ class Response {
    *  @param name   letters, digits and any of "!#$%&'*+-.^_`|~"
    *  @param value  without control characters other than tabs
    */
-  Response &header(std::string_view name, std::string_view value) noexcept {
+  Response &header(std::string_view name, std::string_view value) &noexcept {
     if (name.empty() || !detail::all_of(name, detail::is_token)) {
       return refuse("invalid header name");
     }
@@ -167,32 +188,32 @@ class Response {
   }
 
   /** Forbids all caches to store the response. */
-  Response &no_store() noexcept { return header("Cache-Control", "no-store"); }
+  Response &no_store() &noexcept { return header("Cache-Control", "no-store"); }
 
   /** Forbids browsers to guess a type other than the content type. */
-  Response &nosniff() noexcept { return header("X-Content-Type-Options", "nosniff"); }
+  Response &nosniff() &noexcept { return header("X-Content-Type-Options", "nosniff"); }
 
   /** Forbids other pages to show this one in a frame. */
-  Response &deny_framing() noexcept { return header("X-Frame-Options", "DENY"); }
+  Response &deny_framing() &noexcept { return header("X-Frame-Options", "DENY"); }
 
   /** Hides the address of the page from the sites that it links to. */
-  Response &no_referrer() noexcept { return header("Referrer-Policy", "no-referrer"); }
+  Response &no_referrer() &noexcept { return header("Referrer-Policy", "no-referrer"); }
 
   /** Limits what the page may load and run: `default-src 'self'` and the like. */
-  Response &content_security_policy(std::string_view policy) noexcept {
+  Response &content_security_policy(std::string_view policy) &noexcept {
     return header("Content-Security-Policy", policy);
   }
 
   /** Names the language of the body: `en`. */
-  Response &content_language(std::string_view tag) noexcept {
+  Response &content_language(std::string_view tag) &noexcept {
     return header("Content-Language", tag);
   }
 
   /** Lists the methods that the script accepts: `GET, POST`. Status 405 requires it. */
-  Response &allow(std::string_view methods) noexcept { return header("Allow", methods); }
+  Response &allow(std::string_view methods) &noexcept { return header("Allow", methods); }
 
-  /** Tells when the content was last changed. */
-  Response &last_modified(std::time_t when) noexcept {
+  /** Tells when the content was last changed. The last call counts. */
+  Response &last_modified(std::time_t when) &noexcept {
     std::tm utc;
     if (gmtime_r(&when, &utc) == nullptr || utc.tm_year < -1900 || utc.tm_year > 9999 - 1900) {
       return refuse("last_modified() takes the years 0 to 9999");
@@ -201,29 +222,30 @@ class Response {
     std::snprintf(date, sizeof date, "%s, %02d %s %04d %02d:%02d:%02d GMT",
                   detail::kDays[utc.tm_wday], utc.tm_mday, detail::kMonths[utc.tm_mon],
                   utc.tm_year + 1900, utc.tm_hour, utc.tm_min, utc.tm_sec);
-    return header("Last-Modified", date);
+    return keep(modified_, {"Last-Modified: ", date, "\r\n"});
   }
 
-  /** Identifies this version of the content.
+  /** Identifies this version of the content, byte by byte. The last call of etag() or weak_etag()
+   *  counts.
    *
    *  @param tag  without its quotation marks */
-  Response &etag(std::string_view tag) noexcept {
-    const auto in_tag = [](char c) { return !detail::is_control(c) && c != ' ' && c != '"'; };
-    if (!detail::all_of(tag, in_tag)) return refuse("invalid etag");
-    lines_ << "ETag: \"" << tag << "\"\r\n";
-    return *this;
-  }
+  Response &etag(std::string_view tag) &noexcept { return set_etag("ETag: \"", tag); }
 
-  /** Makes the browser save the body under this name. */
-  Response &attachment(std::string_view name) noexcept {
-    lines_ << "Content-Disposition: attachment; filename*=UTF-8''";
-    detail::put_url(lines_, name);
-    lines_ << "\r\n";
-    return *this;
+  /** Identifies versions of the content that mean the same, although their bytes may differ.
+   *
+   *  @param tag  without "W/" and its quotation marks */
+  Response &weak_etag(std::string_view tag) &noexcept { return set_etag("ETag: W/\"", tag); }
+
+  /** Makes the browser save the body under this name. The last call counts. */
+  Response &attachment(std::string_view name) &noexcept {
+    const Text encoded = escape_url(name);
+    refuse(encoded.problem());
+    return keep(disposition_,
+                {"Content-Disposition: attachment; filename*=UTF-8''", encoded.view(), "\r\n"});
   }
 
   /** Sets a cookie in the browser. */
-  Response &cookie(const SetCookie &cookie) noexcept {
+  Response &cookie(const SetCookie &cookie) &noexcept {
     if (const char *problem = cookie.problem()) return refuse(problem);
     cookie.put(cookies_);
     return *this;
@@ -232,10 +254,40 @@ class Response {
   /** Sends the header without the body, or with it. The default follows the request: without it if
    *  the method is HEAD.
    */
-  Response &head(bool alone) noexcept {
+  Response &head(bool alone) &noexcept {
     head_ = alone;
     return *this;
   }
+
+  // The same on a response without a name, so that a function can return it.
+  Response status(int code) &&noexcept { return std::move(status(code)); }
+  Response content_type(std::string_view type) &&noexcept { return std::move(content_type(type)); }
+  Response redirect(std::string_view path, int code = 303) &&noexcept {
+    return std::move(redirect(path, code));
+  }
+  Response redirect_away(std::string_view url, int code = 303) &&noexcept {
+    return std::move(redirect_away(url, code));
+  }
+  Response header(std::string_view name, std::string_view value) &&noexcept {
+    return std::move(header(name, value));
+  }
+  Response no_store() &&noexcept { return std::move(no_store()); }
+  Response nosniff() &&noexcept { return std::move(nosniff()); }
+  Response deny_framing() &&noexcept { return std::move(deny_framing()); }
+  Response no_referrer() &&noexcept { return std::move(no_referrer()); }
+  Response content_security_policy(std::string_view policy) &&noexcept {
+    return std::move(content_security_policy(policy));
+  }
+  Response content_language(std::string_view tag) &&noexcept {
+    return std::move(content_language(tag));
+  }
+  Response allow(std::string_view methods) &&noexcept { return std::move(allow(methods)); }
+  Response last_modified(std::time_t when) &&noexcept { return std::move(last_modified(when)); }
+  Response etag(std::string_view tag) &&noexcept { return std::move(etag(tag)); }
+  Response weak_etag(std::string_view tag) &&noexcept { return std::move(weak_etag(tag)); }
+  Response attachment(std::string_view name) &&noexcept { return std::move(attachment(name)); }
+  Response cookie(const SetCookie &cookie) &&noexcept { return std::move(this->cookie(cookie)); }
+  Response head(bool alone) &&noexcept { return std::move(head(alone)); }
 
   /** Sends a page, as text/html in UTF-8.
    *
@@ -276,14 +328,19 @@ class Response {
     return *this;
   }
 
+  Response &set_etag(std::string_view beginning, std::string_view tag) noexcept {
+    const auto in_tag = [](char c) { return !detail::is_control(c) && c != ' ' && c != '"'; };
+    if (!detail::all_of(tag, in_tag)) return refuse("invalid etag");
+    return keep(etag_, {beginning, tag, "\"\r\n"});
+  }
+
   Response &redirect_to(std::string_view url, int code) noexcept {
     if (!detail::all_of(url, detail::is_in_url)) {
       return refuse("redirect target contains a character that must be escaped");
     }
-    constexpr int kCodes[] = {301, 302, 303, 307, 308};
-    bool redirects = false;
-    for (const int one : kCodes) redirects = redirects || code == one;
-    if (!redirects) return refuse("redirect status must be 301, 302, 303, 307 or 308");
+    if (!detail::is_redirect(code)) {
+      return refuse("redirect status must be 301, 302, 303, 307 or 308");
+    }
     return keep(location_, {"Location: ", url, "\r\n"}).status(code);
   }
 
@@ -304,7 +361,9 @@ class Response {
     refuse(lines.problem()).refuse(cookies.problem());
     if (problem_ == nullptr) {
       write(status_, type_.view().empty() ? type : type_.view(),
-            {location_.view(), lines.view(), cookies.view()}, body);
+            {location_.view(), lines.view(), modified_.view(), etag_.view(), disposition_.view(),
+             cookies.view()},
+            body);
     } else {
       write(500, detail::kPlainText, {}, "Internal Server Error\n");
     }
@@ -337,7 +396,11 @@ class Response {
   bool sent_ = false;
   int status_ = 200;
   Text type_{adopt, nullptr, 0};
+  // Headers that are sent once: empty, or a line.
   Text location_{adopt, nullptr, 0};
+  Text etag_{adopt, nullptr, 0};
+  Text modified_{adopt, nullptr, 0};
+  Text disposition_{adopt, nullptr, 0};
   detail::Buffer lines_;
   detail::Buffer cookies_;
   const char *problem_ = nullptr;

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <string_view>
+#include <utility>
 
+#include "argument.hpp"
 #include "escape.hpp"
 
 namespace tarn {
@@ -34,17 +36,19 @@ enum class SameSite {
  *
  *  By default it lasts until the browser is closed, goes to all pages of this host, is hidden from
  *  their scripts, and is sent when a visitor follows a link from another site but not with that
- *  site's forms. It is a view: the texts must live until Response::cookie() returns.
+ *  site's forms. It is a view: the texts must live until Response::cookie() returns. Temporaries
+ *  are copied.
  */
 class SetCookie {
  public:
   /** Makes a cookie to set.
    *
    *  @param name   letters, digits and any of "!#$&'*-.^_`|~"
-   *  @param value  any text without zero bytes; Request::cookie() returns it unchanged
+   *  @param value  any text without zero bytes, or a whole number; Request::cookie() returns it
+   *                unchanged. With the name, at most 4,096 bytes after escaping
    */
-  SetCookie(std::string_view name, std::string_view value) noexcept : name_(name), value_(value) {}
-  SetCookie(std::string_view name, std::nullptr_t) = delete;
+  SetCookie(detail::KeptText name, detail::KeptText value) noexcept
+      : name_(std::move(name)), value_(std::move(value)) {}
 
   /** Keeps the cookie for this many seconds. 0 deletes it. */
   SetCookie &max_age(std::int64_t seconds) noexcept {
@@ -53,13 +57,13 @@ class SetCookie {
     return *this;
   }
   /** Limits the cookie to pages below this path, which begins with "/". */
-  SetCookie &path(std::string_view path) noexcept {
-    path_ = path;
+  SetCookie &path(detail::KeptText path) noexcept {
+    path_ = std::move(path);
     return *this;
   }
   /** Sends the cookie to this domain and all hosts below it, not only to this host. */
-  SetCookie &domain(std::string_view domain) noexcept {
-    domain_ = domain;
+  SetCookie &domain(detail::KeptText domain) noexcept {
+    domain_ = std::move(domain);
     return *this;
   }
   /** Sends the cookie over HTTPS only. */
@@ -88,40 +92,55 @@ class SetCookie {
     const auto in_name = [](char c) { return is_token(c) && !is_among(c, "%+"); };
     const auto in_path = [](char c) { return is_visible(c) && c != ';'; };
     const auto in_domain = [](char c) { return is_alphanumeric(c) || is_among(c, ".-"); };
-    const bool for_host = begins_with(name_, "__Host-");
-    const bool for_https = for_host || begins_with(name_, "__Secure-");
-    if (name_.empty() || !all_of(name_, in_name)) return "invalid cookie name";
-    if (is_among('\0', value_)) return "cookie value contains a zero byte";
-    if (path_.empty() || path_[0] != '/' || !all_of(path_, in_path)) return "invalid cookie path";
-    if (!all_of(domain_, in_domain)) return "invalid cookie domain";
+    if (!name_ || !value_ || !path_ || !domain_) {
+      return "cookie has a text that is a null pointer or could not be copied";
+    }
+    const std::string_view name = name_.view();
+    const std::string_view path = path_.view();
+    const bool for_host = begins_with(name, "__Host-");
+    const bool for_https = for_host || begins_with(name, "__Secure-");
+    if (name.empty() || !all_of(name, in_name)) return "invalid cookie name";
+    if (is_among('\0', value_.view())) return "cookie value contains a zero byte";
+    if (path.empty() || path[0] != '/' || !all_of(path, in_path)) return "invalid cookie path";
+    if (!all_of(domain_.view(), in_domain)) return "invalid cookie domain";
+    // Browsers drop a cookie of more bytes, and ignore longer attributes.
+    if (name.size() + url_size(value_.view()) > kMostOfCookie) {
+      return "cookie name and escaped value have more than 4,096 bytes together";
+    }
+    if (path.size() > kMostOfAttribute || domain_.view().size() > kMostOfAttribute) {
+      return "cookie path or domain has more than 1,024 bytes";
+    }
     if (for_https && !secure_) return "__Host- and __Secure- cookies must be secure";
     if (same_site_ == SameSite::none && !secure_) return "SameSite::none cookies must be secure";
-    if (for_host && (path_ != "/" || !domain_.empty())) {
+    if (for_host && (path != "/" || !domain_.view().empty())) {
       return "__Host- cookies must have path '/' and no domain";
     }
     return nullptr;
   }
 
   void put(detail::Buffer &out) const noexcept {
-    out << "Set-Cookie: " << name_ << "=";
-    detail::put_url(out, value_);
+    out << "Set-Cookie: " << name_.view() << "=";
+    detail::put_url(out, value_.view());
     if (has_max_age_) {
       char age[24];
       std::snprintf(age, sizeof age, "%lld", static_cast<long long>(max_age_));
       out << "; Max-Age=" << age;
     }
-    if (!domain_.empty()) out << "; Domain=" << domain_;
-    out << "; Path=" << path_;
+    if (!domain_.view().empty()) out << "; Domain=" << domain_.view();
+    out << "; Path=" << path_.view();
     if (secure_) out << "; Secure";
     if (http_only_) out << "; HttpOnly";
     constexpr std::string_view kSites[] = {"Strict", "Lax", "None"};
     out << "; SameSite=" << kSites[static_cast<int>(same_site_)] << "\r\n";
   }
 
-  std::string_view name_;
-  std::string_view value_;
-  std::string_view path_ = "/";
-  std::string_view domain_;
+  static constexpr std::size_t kMostOfCookie = 4096;
+  static constexpr std::size_t kMostOfAttribute = 1024;
+
+  detail::KeptText name_;
+  detail::KeptText value_;
+  detail::KeptText path_ = "/";
+  detail::KeptText domain_ = "";
   std::int64_t max_age_ = 0;
   bool has_max_age_ = false;
   SameSite same_site_ = SameSite::lax;

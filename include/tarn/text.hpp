@@ -27,14 +27,16 @@ class Text {
     return none;
   }
 
+  /** Moves a text. There is none in `other` afterwards. */
   Text(Text &&other) noexcept
       : text_(std::exchange(other.text_, nullptr)),
         size_(std::exchange(other.size_, 0)),
-        problem_(other.problem_) {}
+        problem_(std::exchange(other.problem_, "text was moved from")) {}
   Text &operator=(Text &&other) noexcept {
-    std::swap(text_, other.text_);
-    std::swap(size_, other.size_);
-    std::swap(problem_, other.problem_);
+    Text moved(std::move(other));
+    std::swap(text_, moved.text_);
+    std::swap(size_, moved.size_);
+    std::swap(problem_, moved.problem_);
     return *this;
   }
   ~Text() { std::free(text_); }
@@ -42,13 +44,12 @@ class Text {
   /** Tells whether there is a text, even if it is empty. */
   explicit operator bool() const noexcept { return problem_ == nullptr; }
 
-  /** The text, valid as long as this object. */
-  std::string_view view() const &noexcept { return {c_str(), size_}; }
-  std::string_view view() const && = delete;
+  /** The text, valid as long as this object. A temporary object ends with the statement: pass its
+   *  view to a function, but do not keep it. */
+  std::string_view view() const noexcept TARN_LIFETIMEBOUND { return {c_str(), size_}; }
 
-  /** The text, null-terminated; never null. */
-  const char *c_str() const &noexcept { return text_ != nullptr ? text_ : ""; }
-  const char *c_str() const && = delete;
+  /** The text, null-terminated and never null; valid as view(). */
+  const char *c_str() const noexcept TARN_LIFETIMEBOUND { return text_ != nullptr ? text_ : ""; }
 
   /** Why there is no text, in words for the server's log. @return a constant text; null when there
    *  is a text */
@@ -71,6 +72,10 @@ class Array {
 
  public:
   Array() noexcept = default;
+  Array(Array &&other) noexcept
+      : items_(std::exchange(other.items_, nullptr)),
+        size_(std::exchange(other.size_, 0)),
+        room_(std::exchange(other.room_, 0)) {}
   ~Array() { std::free(items_); }
   Array(const Array &) = delete;
   Array &operator=(const Array &) = delete;
@@ -129,6 +134,18 @@ class Buffer {
     place[text.size()] = '\0';
     text_.extend(text.size());
     return *this;
+  }
+
+  // Room for so many bytes at the end; null if the allocation failed. extend() makes them part of the
+  // text.
+  char *room(std::size_t most) noexcept {
+    char *const place = failed_ ? nullptr : text_.reserve(most + 1);
+    failed_ = place == nullptr;
+    return place;
+  }
+  void extend(std::size_t count) noexcept {
+    text_.extend(count);
+    text_.data()[text_.size()] = '\0';
   }
 
   // The text so far, valid until more is written.

@@ -99,7 +99,9 @@ class Range {
         : list_(list), cut_parts_(cut_parts), index_(index) {}
 
     Item operator*() const noexcept {
-      const auto found = query<kAt>(list_, static_cast<std::uint32_t>(index_));
+      // No list has so many elements.
+      const bool fits = index_ >= 0 && index_ < difference_type{UINT32_MAX};
+      const auto found = query<kAt>(list_, fits ? static_cast<std::uint32_t>(index_) : UINT32_MAX);
       if constexpr (std::is_base_of_v<NodeView<TARN_FORM_FILE_MAGIC>, Item>) {
         return Item(found, cut_parts_);
       } else {
@@ -169,5 +171,12 @@ class Range {
 };
 
 }  // namespace tarn::detail
+
+// Iterators outlive the ranges that they come from: what they view is in the owner.
+#ifdef __cpp_lib_ranges
+template <class Item, std::uint32_t kMagic, auto kCount, auto kAt>
+inline constexpr bool
+    std::ranges::enable_borrowed_range<tarn::detail::Range<Item, kMagic, kCount, kAt>> = true;
+#endif
 
 #endif  // TARN_VIEW_HPP

@@ -149,21 +149,22 @@ class Form : public detail::OpenForm {
    *  @return a view, empty for a field that was left empty; nothing when there is no such text. A file
    *          is not a text
    */
-  std::optional<std::string_view> operator[](const char *name) const &noexcept {
+  std::optional<std::string_view> operator[](const detail::Name &name) const &noexcept {
     const FormTexts texts = all(name);
     return texts.empty() ? std::nullopt : std::optional(*texts.begin());
   }
-  void operator[](const char *) const && = delete;
+  void operator[](const detail::Name &) const && = delete;
   void operator[](int) const = delete;
 
   /** The first text with this name, or `otherwise` when there is none. */
-  std::string_view get(const char *name, std::string_view otherwise) const &noexcept {
+  std::string_view get(const detail::Name &name,
+                       std::string_view otherwise TARN_LIFETIMEBOUND) const &noexcept {
     return (*this)[name].value_or(otherwise);
   }
-  void get(const char *, std::string_view) const && = delete;
-  void get(const char *, std::nullptr_t) const = delete;
+  void get(const detail::Name &, std::string_view) const && = delete;
+  void get(const detail::Name &, std::nullptr_t) const = delete;
   template <class Text, class = detail::IfOwning<Text>>
-  void get(const char *, Text &&) const = delete;
+  void get(const detail::Name &, Text &&) const = delete;
 
   /** Reads the first text with this name as a whole number.
    *
@@ -171,26 +172,26 @@ class Form : public detail::OpenForm {
    *  @param least,most  the range to accept
    *  @return as Entry::integer(); nothing also when there is no such text
    */
-  std::optional<std::int64_t> integer(const char *name, std::int64_t least = INT64_MIN,
+  std::optional<std::int64_t> integer(const detail::Name &name, std::int64_t least = INT64_MIN,
                                       std::int64_t most = INT64_MAX) const noexcept {
     const std::optional<std::string_view> text = (*this)[name];
     return text ? detail::integer_of(*text, least, most) : std::nullopt;
   }
 
   /** All texts with this name, in order. */
-  FormTexts all(const char *name) const &noexcept { return {form_, name}; }
-  void all(const char *) const && = delete;
+  FormTexts all(const detail::Name &name) const &noexcept { return {form_, name.c_str()}; }
+  void all(const detail::Name &) const && = delete;
 
   /** The first file with this name; nothing when the visitor chose none. */
-  std::optional<KeptField> file(const char *name) const &noexcept {
+  std::optional<KeptField> file(const detail::Name &name) const &noexcept {
     const FormFiles found = files(name);
     return found.empty() ? std::nullopt : std::optional(*found.begin());
   }
-  void file(const char *) const && = delete;
+  void file(const detail::Name &) const && = delete;
 
   /** All files with this name, in order. */
-  FormFiles files(const char *name) const &noexcept { return {form_, name}; }
-  void files(const char *) const && = delete;
+  FormFiles files(const detail::Name &name) const &noexcept { return {form_, name.c_str()}; }
+  void files(const detail::Name &) const && = delete;
 
   /** All files, in order. */
   FormFiles files() const &noexcept { return FormFiles(form_); }
@@ -202,21 +203,25 @@ class Form : public detail::OpenForm {
    *  @param index  0 for the first field of that name, 1 for the second
    *  @return the field; nothing when there is none
    */
-  std::optional<KeptField> field(const char *name, std::uint64_t index = 0) const &noexcept {
-    return optional_field(name != nullptr ? TarnForm_get(form_, name, index) : nullptr);
+  std::optional<KeptField> field(const detail::Name &name,
+                                 std::uint64_t index = 0) const &noexcept {
+    return optional_field(name.c_str() != nullptr ? TarnForm_get(form_, name.c_str(), index)
+                                                  : nullptr);
   }
-  void field(const char *, std::uint64_t = 0) const && = delete;
+  void field(const detail::Name &, std::uint64_t = 0) const && = delete;
 
   /** As field(), but ignores the case of ASCII letters in the name. */
-  std::optional<KeptField> field_ignoring_case(const char *name,
+  std::optional<KeptField> field_ignoring_case(const detail::Name &name,
                                                std::uint64_t index = 0) const &noexcept {
-    return optional_field(name != nullptr ? TarnForm_getIgnoringCase(form_, name, index) : nullptr);
+    return optional_field(
+        name.c_str() != nullptr ? TarnForm_getIgnoringCase(form_, name.c_str(), index) : nullptr);
   }
-  void field_ignoring_case(const char *, std::uint64_t = 0) const && = delete;
+  void field_ignoring_case(const detail::Name &, std::uint64_t = 0) const && = delete;
 
   /** The number of fields with this name, texts and files. */
-  std::size_t count(const char *name) const noexcept {
-    return name != nullptr ? static_cast<std::size_t>(TarnForm_count(form_, name)) : 0;
+  std::size_t count(const detail::Name &name) const noexcept {
+    return name.c_str() != nullptr ? static_cast<std::size_t>(TarnForm_count(form_, name.c_str()))
+                                   : 0;
   }
 
   /** The number of all fields. */
@@ -238,5 +243,11 @@ class Form : public detail::OpenForm {
 };
 
 }  // namespace tarn
+
+#ifdef __cpp_lib_ranges
+template <class Item, tarn::detail::Wanted kWanted>
+inline constexpr bool std::ranges::enable_borrowed_range<tarn::detail::FieldRange<Item, kWanted>> =
+    true;
+#endif
 
 #endif  // TARN_WHOLE_FORM_HPP

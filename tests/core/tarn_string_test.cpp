@@ -8,7 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <iterator>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/failing_memory.h"
@@ -536,6 +539,78 @@ TEST(StringGivenItsOwnText, TreatsItsOwnTerminatorAsAnEmptyTextPaddedWithZeroByt
   }
 }
 
+// ---- Room ahead of the capacity -----------------------------------------------------------------
+
+TEST(StringGrowth, SmallAppendsSeldomMoveTheText) {
+  String string;
+  std::string expected;
+  const char *at = TARNString_c_str(string);
+  int moves = 0;
+  for (int i = 0; i < 40000; ++i) {
+    ASSERT_EQ(TARN_OK, TARNString_append(string, "12345"));
+    expected += "12345";
+    if (std::exchange(at, TARNString_c_str(string)) != TARNString_c_str(string)) ++moves;
+  }
+  EXPECT_GT(30, moves);
+  EXPECT_EQ(expected, TARNString_c_str(string));
+}
+
+TEST(StringGrowth, AfterAClearTheNextTextGetsANewBuffer) {
+  String string;
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(TARN_OK, TARNString_append(string, "12345"));
+  ASSERT_EQ(TARN_OK, TARNString_clear(string));
+  const char *const before = TARNString_c_str(string);
+  ASSERT_EQ(TARN_OK, TARNString_append(string, "a"));
+  EXPECT_NE(before, TARNString_c_str(string));
+  EXPECT_EQ(18, capacityOf(string));
+}
+
+// A duplicate has a buffer of exactly the capacity, so that every growth gets a new one. Both must
+// have the same bytes up to the capacity, which scripts can read.
+TEST(StringGrowth, LeavesTheBytesThatANewBufferWouldHave) {
+  std::mt19937 random(20070717);
+  const auto below = [&](uint32_t end) { return static_cast<uint32_t>(random() % end); };
+  const std::string source = letters(60);
+  for (int run = 0; run < 200; ++run) {
+    String string;
+    for (int step = 0; step < 60; ++step) {
+      String copy(nullptr);
+      ASSERT_EQ(TARN_OK, TARNString_dup(string, copy));
+      const uint32_t position = below(TARNString_length(string) + 8);
+      const uint32_t count = 1 + below(40);
+      const Act acts[] = {
+          appendn(source, below(20), count),
+          appendn("short", 0, count),
+          insertn(source, below(20), count, position),
+          insertn("short", 0, count, position),
+          removeBytes(position, below(30)),
+          set(source.substr(0, below(60))),
+          reserve(below(50)),
+      };
+      const Act &act = acts[below(std::size(acts))];
+      ASSERT_EQ(act(copy), act(string));
+      ASSERT_STREQ(TARNString_c_str(copy), TARNString_c_str(string));
+      ASSERT_EQ(capacityOf(copy), capacityOf(string));
+      const auto capacity = static_cast<size_t>(capacityOf(string));
+      ASSERT_EQ(bytesOf(copy, capacity), bytesOf(string, capacity));
+    }
+  }
+}
+
+TEST(StringGrowth, TakesItsOwnTextFromRoomAhead) {
+  String string("ab");
+  for (int i = 0; i < 12; ++i) {
+    ASSERT_EQ(TARN_OK, TARNString_insert(string, TARNString_c_str(string), 1));
+  }
+  String expected("ab");
+  for (int i = 0; i < 12; ++i) {
+    const std::string text = TARNString_c_str(expected);
+    ASSERT_EQ(TARN_OK, TARNString_insert(expected, text.c_str(), 1));
+  }
+  EXPECT_STREQ(TARNString_c_str(expected), TARNString_c_str(string));
+  EXPECT_EQ(capacityOf(expected), capacityOf(string));
+}
+
 // ---- Parts and copies ---------------------------------------------------------------------------
 
 TEST(StringSubstr, ReturnsARangeAsANewString) {
@@ -809,6 +884,16 @@ TEST(StringWithoutMemory, FailedInsertLosesTheText) {
     EXPECT_EQ(nullptr, TARNString_c_str(string));
     EXPECT_EQ(16, capacityOf(string));
   }
+}
+
+// The room ahead needs twice the memory; without that much, the string grows by its own rule.
+TEST(StringWithoutMemory, GrowsWithoutRoomAheadIfThereIsNotEnough) {
+  const std::string start = letters(kMuch);
+  String string(start);
+  const size_t spare = start.size() + start.size() / 2;
+  EXPECT_EQ(TARN_OK, runWithoutMemory(append(letters(20)), string, spare));
+  EXPECT_EQ(start + letters(20), TARNString_c_str(string));
+  EXPECT_EQ(static_cast<int32_t>(start.size()) + 20 + 17, capacityOf(string));
 }
 
 TEST(StringWithoutMemory, TextThatFitsIsStillWritten) {

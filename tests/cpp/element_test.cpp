@@ -2,7 +2,11 @@
 #include <sys/resource.h>
 #include <tarn.hpp>
 
+#include <cstdlib>
 #include <string>
+#include <utility>
+
+#include "support/failing_memory.h"
 
 namespace {
 
@@ -36,6 +40,83 @@ TEST(CppElement, AcceptsEveryKindOfText) {
   const tarn::Element element("p", string, own.view(), std::string_view("viewed", 4),
                               maybe.value_or(""), std::string_view("a\0b", 3), "");
   EXPECT_EQ("(p \"string\" \"own\" \"view\" \"maybe\" \"a\" \"\")", lineOf(element.view()));
+}
+
+TEST(CppElement, WritesWholeNumbersInDecimal) {
+  tarn::Element element("p", 5, -7L, std::uint64_t{18446744073709551615U}, INT64_MIN);
+  element.add(0).add(tarn::Attribute("maxlength", 40)).add(tarn::Attribute("min", 0));
+  element.add(tarn::Attribute("small", std::int8_t{-128}));
+  EXPECT_EQ(
+      "(p maxlength=40 min=0 small=-128 \"5\" \"-7\" \"18446744073709551615\" "
+      "\"-9223372036854775808\" \"0\")",
+      lineOf(element.view()));
+}
+
+// As if memory had run out.
+TEST(CppElement, IsEmptyIfATextIsANullPointer) {
+  const char *const unset = std::getenv("TARN_TEST_UNSET");
+  ASSERT_EQ(nullptr, unset);
+  EXPECT_FALSE(tarn::Element("p", unset));
+  EXPECT_FALSE(tarn::Element(unset));
+  EXPECT_FALSE(tarn::Element("p", tarn::Raw(unset)));
+  EXPECT_FALSE(tarn::Element("p", tarn::Attribute("title", unset)));
+  EXPECT_FALSE(tarn::Attribute("title", unset));
+  EXPECT_FALSE(tarn::Attribute(unset, "x"));
+  EXPECT_FALSE(tarn::Attribute(unset));
+  EXPECT_FALSE(tarn::Attribute("onclick", tarn::Raw(unset)));
+  EXPECT_FALSE(tarn::ElementList().add(unset));
+  EXPECT_FALSE(tarn::Raw(unset));
+  EXPECT_EQ("", tarn::Raw(unset).text());
+  tarn::Element parent("main", "text");
+  parent.add(tarn::Element("p", unset));
+  EXPECT_FALSE(parent);
+}
+
+TEST(CppElement, IsStoredAfterAChainOfAdds) {
+  tarn::Element list = tarn::Element("ul").add("text").add(tarn::Element("li", 1));
+  list.add(tarn::Element("li", 2));
+  EXPECT_EQ("(ul \"text\" (li \"1\") (li \"2\"))", lineOf(list.view()));
+  const auto make = [] { return tarn::Element("b").add(tarn::Attribute("id", "x")); };
+  const tarn::Element made = make();
+  EXPECT_EQ("(b id=x)", lineOf(made.view()));
+  const tarn::ElementList elements =
+      tarn::ElementList().add("a").add(tarn::Raw("b")).add(tarn::Element("c"));
+  EXPECT_EQ(3U, elements.size());
+  const tarn::AttributeList attributes =
+      tarn::AttributeList().add(tarn::Attribute("a")).add(tarn::Attribute("b"));
+  EXPECT_EQ(2U, attributes.size());
+}
+
+TEST(CppRaw, CopiesTemporariesAndViewsOthers) {
+  const auto make = [] { return "<p>" + std::string(100, 'x') + "</p>"; };
+  const tarn::Raw copy(make());
+  const std::string overwritten(200, '-');
+  EXPECT_EQ(make(), copy.text());
+  const tarn::Raw another = copy;  // NOLINT(performance-unnecessary-copy-initialization)
+  EXPECT_EQ(make(), another.text());
+  EXPECT_NE(copy.text().data(), another.text().data());
+  const std::string named = make();
+  EXPECT_EQ(named.data(), tarn::Raw(named).text().data());
+  const char *const literal = "<br>";
+  EXPECT_EQ(literal, tarn::Raw(literal).text().data());
+  EXPECT_EQ("7", tarn::Raw(7).text());
+  const tarn::Raw page(tarn::html(tarn::Element("br")).view());
+  const tarn::Raw pointed(make().c_str());
+  EXPECT_EQ("<br>", page.text());
+  EXPECT_EQ(make(), pointed.text());
+}
+
+TEST(CppRaw, IsEmptyIfItCannotBeCopied) {
+  std::string text(1000, 'x');
+  bool has = true;
+  bool made = true;
+  tarn_test::withoutMemory([&] {
+    const tarn::Raw raw(std::move(text));
+    has = static_cast<bool>(raw);
+    made = static_cast<bool>(tarn::Element("p", raw));
+  });
+  EXPECT_FALSE(has);
+  EXPECT_FALSE(made);
 }
 
 TEST(CppElement, MayBeEmpty) {

@@ -1,7 +1,10 @@
 // Escaping for HTML, attributes, URLs and scripts.
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -114,6 +117,21 @@ TEST(EscapePath, MakesARedirectPathFromAScriptName) {
   EXPECT_EQ(nullptr, response.redirect(here.view()).problem());
 }
 
+TEST(EscapeUrl, EscapesEachByteOfALongText) {
+  std::string text;
+  std::string expected;
+  for (int i = 0; i < 20000; ++i) {
+    const int byte = i * 7 % 256;
+    const char c = static_cast<char>(byte);
+    text += c;
+    const bool kept = std::strchr("-._~", c) != nullptr || std::isalnum(byte) != 0;
+    char piece[8];
+    std::snprintf(piece, sizeof piece, "%%%02X", byte);
+    expected += kept && c != '\0' && byte < 128 ? std::string(1, c) : piece;
+  }
+  EXPECT_EQ(expected, tarn::escape_url(text).view());
+}
+
 TEST(EscapeUrl, IsReversedByUnescapeString) {
   const std::string all = everyByte().substr(1);
   char *undone = unescapeString(inUrl(all).c_str());
@@ -164,6 +182,32 @@ TEST(Text, MovesItsBlock) {
   EXPECT_EQ("first", second.view());
   second = tarn::escape_html("second");
   EXPECT_STREQ("second", second.c_str());
+}
+
+TEST(Text, IsNoTextAfterAMove) {
+  tarn::Text text = tarn::escape_html("text");
+  tarn::Text other = std::move(text);
+  EXPECT_FALSE(text);
+  EXPECT_STREQ("text was moved from", text.problem());
+  EXPECT_EQ("", text.view());
+  EXPECT_STREQ("", text.c_str());
+  text = std::move(other);
+  EXPECT_TRUE(text);
+  EXPECT_EQ(nullptr, text.problem());
+  EXPECT_EQ("text", text.view());
+  EXPECT_FALSE(other);
+  other = tarn::escape_html("other");
+  EXPECT_TRUE(other);
+  tarn::Text &same = other;
+  other = std::move(same);
+  EXPECT_EQ("other", other.view());
+}
+
+TEST(Text, CanBePassedOnAsATemporary) {
+  char written[16];
+  std::snprintf(written, sizeof written, "%s", tarn::escape_html("<").c_str());
+  EXPECT_STREQ("&lt;", written);
+  EXPECT_EQ("%3C", std::string(tarn::escape_url("<").view()));
 }
 
 TEST(Text, IsEmptyAndTellsTheProblemIfRefused) {

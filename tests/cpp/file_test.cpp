@@ -378,12 +378,24 @@ TEST_F(CppFileSave, FollowsNoLinkWithTheTemporaryName) {
   EXPECT_EQ("bytes", read(directory() / "notes.txt"));
 }
 
+TEST_F(CppFileSave, SavesBesideManyTemporaryFilesOfProcessesThatDied) {
+  for (int i = 0; i < 1000; ++i) {
+    put(directory() / (".tarn-" + std::to_string(getpid()) + "-" + std::to_string(i)), "");
+  }
+  EXPECT_EQ(0, save().error());
+  EXPECT_EQ("bytes", read(directory() / "notes.txt"));
+}
+
 TEST_F(CppFileSave, FollowsNoLinkToTheDirectory) {
   fs::create_directory_symlink(directory(), root() / "link");
   const Upload upload("notes.txt");
-  EXPECT_NE(0, upload.file().save((root() / "link").native()).error());
-  EXPECT_NE(0, upload.file().save((root() / "link").native() + "/").error());
-  EXPECT_EQ("", contents());
+  const std::string link = (root() / "link").native();
+  for (const char *const end : {"", "/", "/.", "/./", "//.//./"}) {
+    EXPECT_NE(0, upload.file().save(link + end).error()) << end;
+    EXPECT_EQ("", contents()) << end;
+  }
+  EXPECT_TRUE(upload.file().save(directory().native() + "/./."));
+  EXPECT_EQ("notes.txt: bytes\n", contents());
 }
 
 TEST_F(CppFileSave, ReportsAMissingDirectory) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -494,6 +495,24 @@ TEST(CppForm, FindsTextsByName) {
   EXPECT_EQ(0U, form.count("none"));
   EXPECT_EQ(4U, form.size());
   EXPECT_FALSE(form.empty());
+}
+
+TEST(CppForm, AcceptsEveryKindOfName) {
+  const tarn::Form form(reader(kBody));
+  ASSERT_TRUE(form);
+  const std::string name = "comment";
+  const std::string_view part("comment and more", 7);
+  EXPECT_EQ("two\r\nlines", form[name]);
+  EXPECT_EQ("two\r\nlines", form[part]);
+  EXPECT_EQ("two\r\nlines", form.get(std::string("comment"), ""));
+  EXPECT_EQ("two\r\nlines;again;", namesOf(form.all(std::string("comment"))));
+  EXPECT_EQ(2U, form.count(part));
+  EXPECT_TRUE(form.file(std::string("photo")));
+  EXPECT_EQ(std::nullopt, form[std::string(100, 'x')]);
+  const char *const null = std::getenv("TARN_TEST_UNSET");
+  EXPECT_EQ(std::nullopt, form[null]);
+  EXPECT_FALSE(form.field(null));
+  EXPECT_EQ(0U, form.count(null));
 }
 
 TEST(CppForm, FindsFilesByName) {

@@ -2,6 +2,7 @@
 #include <tarn.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -209,6 +210,79 @@ TEST(CppRequest, WorksWithFunctionsOfTarnH) {
     EXPECT_EQ(0U, given);
     EXPECT_TRUE(again);
     EXPECT_EQ("1", again["a"]);
+  });
+}
+
+TEST(CppRequest, KeepsNoNameThatItWasAskedFor) {
+  withQuery("tag=a&TAG=b&none", [](const tarn::Request &request) {
+    const tarn::Values tags = request.all((std::string("t") + "ag").c_str());
+    const tarn::Values missing = request.all(std::string(100, 'x'));
+    const std::string overwritten(100, '-');
+    EXPECT_EQ((Strings{"a", "b"}), Strings(tags.begin(), tags.end()));
+    EXPECT_TRUE(missing.empty());
+  });
+}
+
+TEST(CppRequest, AcceptsEveryKindOfName) {
+  const std::string longest(200, 'n');
+  withQuery("name=Ada&age=36&on=on&" + longest + "=x", [&](const tarn::Request &request) {
+    const std::string name = "name";
+    const std::string_view part("name and more", 4);
+    EXPECT_EQ("Ada", request[name]);
+    EXPECT_EQ("Ada", request[part]);
+    EXPECT_EQ("Ada", request[std::string("NAME")]);
+    EXPECT_EQ("x", request[longest]);
+    EXPECT_EQ(std::nullopt, request[std::string_view()]);
+    EXPECT_EQ("Ada", request.entry(name)->value());
+    EXPECT_TRUE(request.entry(name)->is_named(part));
+    EXPECT_EQ(36, request.integer(std::string("age")));
+    EXPECT_EQ(36, request.number(std::string("age")));
+    EXPECT_TRUE(request.checked(std::string_view("on")));
+    EXPECT_FALSE(request.file(name));
+    EXPECT_EQ(std::nullopt, request.cookie(name));
+    const char *const null = std::getenv("TARN_TEST_UNSET");
+    EXPECT_EQ(std::nullopt, request[null]);
+    EXPECT_EQ(std::nullopt, request.cookie(null));
+    EXPECT_TRUE(request.all(null).empty());
+  });
+}
+
+TEST(CppRequest, FindsNothingIfANameCannotBeCopied) {
+  const std::string name(200, 'n');
+  withQuery(name + "=x", [&](const tarn::Request &request) {
+    bool found = true;
+    tarn_test::withoutMemory([&] { found = request[name].has_value() || request.cookie(name); });
+    EXPECT_FALSE(found);
+    EXPECT_EQ("x", request[name]);
+  });
+}
+
+TEST(CppRequest, ReturnsAValueOrADefault) {
+  withQuery("a=1&b=", [](const tarn::Request &request) {
+    EXPECT_EQ("1", request.get("a", "none"));
+    EXPECT_EQ("", request.get("b", "none"));
+    EXPECT_EQ("none", request.get(std::string("c"), "none"));
+  });
+}
+
+TEST(CppEntry, HasANameAndAValueToBind) {
+  withQuery("a=1&b=2", [](const tarn::Request &request) {
+    std::string found;
+    for (const auto [name, value] : request.entries()) {
+      found.append(name.value_or("?")).append(value);
+    }
+    EXPECT_EQ("a1b2", found);
+  });
+}
+
+TEST(CppRange, HasNothingBeyond32Bits) {
+  withQuery("a=1&b=2", [](const tarn::Request &request) {
+    const tarn::Entries entries = request.entries();
+    for (const size_t index : {size_t{1} << 32U, (size_t{1} << 32U) + 1, SIZE_MAX,
+                               size_t{UINT32_MAX}, size_t{1} << 63U}) {
+      EXPECT_FALSE(entries[index]) << index;
+      EXPECT_FALSE(entries.begin()[static_cast<std::ptrdiff_t>(index)]) << index;
+    }
   });
 }
 

@@ -505,6 +505,137 @@ TEST(Response, EscapesTheNameOfAnAttachment) {
 
 // ---- Cookies ------------------------------------------------------------------------------------
 
+TEST(Response, TakesBackARedirectWithAnotherStatus) {
+  Output out;
+  EXPECT_TRUE(Response(out).redirect("/a").status(200).send_text(""));
+  EXPECT_EQ("Content-Type: text/plain; charset=utf-8\r\nContent-Length: 0\r\n\r\n", out.written());
+  Output error;
+  EXPECT_TRUE(Response(error).redirect("/a").status(500).send());
+  EXPECT_EQ(std::string::npos, error.written().find("Location"));
+  Output other;
+  EXPECT_TRUE(Response(other).redirect("/a").status(307).send());
+  EXPECT_NE(std::string::npos, other.written().find("Status: 307 Temporary Redirect\r\n"));
+  EXPECT_NE(std::string::npos, other.written().find("Location: /a\r\n"));
+  Output again;
+  EXPECT_TRUE(Response(again).status(404).redirect("/b").send());
+  EXPECT_NE(std::string::npos, again.written().find("Status: 303 See Other\r\n"));
+}
+
+TEST(Response, RedirectsToThePathOfATemporaryText) {
+  Output out;
+  EXPECT_TRUE(Response(out).redirect(tarn::escape_path("/my page").view()).send());
+  EXPECT_NE(std::string::npos, out.written().find("Location: /my%20page\r\n"));
+}
+
+TEST(Response, SendsHeadersThatExistOnceOnce) {
+  EXPECT_EQ("ETag: \"2\"\r\n", linesOf([](Response &response) { response.etag("1").etag("2"); }));
+  EXPECT_EQ("ETag: W/\"2\"\r\n",
+            linesOf([](Response &response) { response.etag("1").weak_etag("2"); }));
+  EXPECT_EQ("ETag: \"1\"\r\n",
+            linesOf([](Response &response) { response.weak_etag("2").etag("1"); }));
+  EXPECT_EQ("Last-Modified: Thu, 01 Jan 1970 00:00:01 GMT\r\n",
+            linesOf([](Response &response) { response.last_modified(0).last_modified(1); }));
+  EXPECT_EQ("Content-Disposition: attachment; filename*=UTF-8''b%20c\r\n",
+            linesOf([](Response &response) { response.attachment("a").attachment("b c"); }));
+}
+
+TEST(Response, AcceptsOnlyValidWeakEtags) {
+  EXPECT_EQ("invalid etag", problemOf([](Response &response) { response.weak_etag("a\"b"); }));
+}
+
+TEST(Response, IsReturnedByAFunction) {
+  Output out;
+  const auto begin = [&] {
+    Response response(out);
+    response.status(404).etag("1").cookie(SetCookie("a", "b"));
+    return response;
+  };
+  Response response = begin();
+  EXPECT_TRUE(response.header("X-After", "1").send());
+  EXPECT_EQ(
+      "Status: 404 Not Found\r\n"
+      "Content-Type: text/plain; charset=utf-8\r\n"
+      "X-After: 1\r\n"
+      "ETag: \"1\"\r\n"
+      "Set-Cookie: a=b; Path=/; HttpOnly; SameSite=Lax\r\n"
+      "Content-Length: 0\r\n"
+      "\r\n",
+      out.written());
+}
+
+TEST(Response, IsReturnedByAFunctionAfterAChain) {
+  Output chained;
+  const auto begin = [&] {
+    return Response(chained).status(403).no_store().redirect("/a").redirect_away("https://a.b/");
+  };
+  EXPECT_TRUE(begin().content_type("text/html").send_text("x"));
+  EXPECT_EQ(
+      "Status: 303 See Other\r\n"
+      "Content-Type: text/html\r\n"
+      "Location: https://a.b/\r\n"
+      "Cache-Control: no-store\r\n"
+      "Content-Length: 1\r\n"
+      "\r\n"
+      "x",
+      chained.written());
+}
+
+TEST(Response, KeepsItsProblemAndItsStateInAMove) {
+  Output out;
+  Response response(out);
+  response.status(99);
+  Response moved = std::move(response);
+  EXPECT_STREQ("status must be 200 to 599", moved.problem());
+  EXPECT_FALSE(response.send()) << "it was moved from";
+  EXPECT_EQ("", out.written());
+  EXPECT_FALSE(moved.send());
+  EXPECT_EQ(kFailure, out.written());
+}
+
+// Browsers drop what is larger.
+TEST(SetCookie, HasAtMost4096BytesOfNameAndValue) {
+  const std::string most(4096 - 3, 'x');
+  EXPECT_NE("", cookie(SetCookie("sid", most)));
+  EXPECT_EQ("cookie name and escaped value have more than 4,096 bytes together",
+            problemOf(SetCookie("sid", most + "x")));
+  EXPECT_EQ("cookie name and escaped value have more than 4,096 bytes together",
+            problemOf(SetCookie("sid", std::string(1365, ' '))));
+  EXPECT_NE("", cookie(SetCookie("s", std::string(1365, ' '))));
+  EXPECT_NE("", cookie(SetCookie("s", "").path("/" + std::string(1023, 'x'))));
+  EXPECT_EQ("cookie path or domain has more than 1,024 bytes",
+            problemOf(SetCookie("s", "").path("/" + std::string(1024, 'x'))));
+  EXPECT_EQ("cookie path or domain has more than 1,024 bytes",
+            problemOf(SetCookie("s", "").domain(std::string(1025, 'x'))));
+}
+
+TEST(SetCookie, CopiesTemporaryStrings) {
+  const auto make = [](char c) { return std::string(40, c); };
+  SetCookie kept(make('n'), make('v'));
+  kept.path("/" + make('p')).domain(make('d'));
+  const std::string overwritten = make('-') + make('-');
+  const SetCookie copy = kept;  // NOLINT(performance-unnecessary-copy-initialization)
+  const std::string expected = "Set-Cookie: " + make('n') + "=" + make('v') +
+                               "; Domain=" + make('d') + "; Path=/" + make('p') +
+                               "; HttpOnly; SameSite=Lax\r\n";
+  EXPECT_EQ(expected, cookie(kept));
+  EXPECT_EQ(expected, cookie(copy));
+  EXPECT_EQ("Set-Cookie: n=5; Path=/; HttpOnly; SameSite=Lax\r\n", cookie(SetCookie("n", 5)));
+}
+
+TEST(SetCookie, IsRefusedIfATextIsMissing) {
+  const char *const unset = std::getenv("TARN_TEST_UNSET");
+  const std::string problem = "cookie has a text that is a null pointer or could not be copied";
+  EXPECT_EQ(problem, problemOf(SetCookie("a", unset)));
+  EXPECT_EQ(problem, problemOf(SetCookie(unset, "a")));
+  EXPECT_EQ(problem, problemOf(SetCookie("a", "b").path(unset)));
+  EXPECT_EQ(problem, problemOf(SetCookie("a", "b").domain(unset)));
+  Output out;
+  Response response(out);
+  std::string value(1000, 'x');
+  tarn_test::withoutMemory([&] { response.cookie(SetCookie("a", std::move(value))); });
+  EXPECT_EQ(problem, response.problem());
+}
+
 TEST(SetCookie, IsForTheWholeSiteAndHiddenFromScriptsByDefault) {
   EXPECT_EQ("Set-Cookie: a=b; Path=/; HttpOnly; SameSite=Lax\r\n", cookie(SetCookie("a", "b")));
   EXPECT_EQ("Set-Cookie: a=; Path=/; HttpOnly; SameSite=Lax\r\n", cookie(SetCookie("a", "")));

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 #include <tarn.hpp>
 
+#include <cstring>
 #include <string>
+#include <utility>
 
 #include "support/failing_memory.h"
+#include "support/processor_time.h"
 
 namespace {
 
@@ -80,6 +83,85 @@ TEST(CppString, AppendsFormattedText) {
   tarn::String string("n=");
   EXPECT_TRUE(string.append_format("%d, %s", 42, "a text that is rather long"));
   EXPECT_EQ("n=42, a text that is rather long", string.view());
+}
+
+TEST(CppString, GrowsInLinearTime) {
+  tarn_test::limitProcessorTime();
+  tarn::String string;
+  int moves = 0;
+  const char *at = string.c_str();
+  for (int i = 0; i < 2000000; ++i) {
+    ASSERT_TRUE(string.append("12345"));
+    if (std::exchange(at, string.c_str()) != string.c_str()) ++moves;
+  }
+  EXPECT_EQ(10000000U, string.size());
+  EXPECT_EQ(10000000U, std::strlen(string.c_str()));
+  EXPECT_GT(50, moves);
+}
+
+TEST(CppString, SeesWhatFunctionsOfTarnHChange) {
+  tarn::String string("abc");
+  TarnHandle *const handle = string.handle();
+  EXPECT_EQ(TARN_OK, TARNString_append(handle, "def"));
+  EXPECT_EQ("abcdef", string.view());
+  EXPECT_TRUE(string.append("g"));
+  EXPECT_EQ(TARN_OK, TARNString_remove(handle, 0, 3));
+  EXPECT_EQ(4U, string.size());
+  EXPECT_TRUE(string.append("h"));
+  EXPECT_EQ("defgh", string.view());
+  string = tarn::String("new");
+  EXPECT_EQ(TARN_OK, TARNString_append(handle, "er"));
+  EXPECT_TRUE(string.append("!"));
+  EXPECT_EQ("newer!", string.view());
+  tarn::String moved = std::move(string);
+  EXPECT_EQ(TARN_OK, TARNString_set(moved.handle(), "set"));
+  EXPECT_TRUE(moved.append("."));
+  EXPECT_EQ("set.", moved.view());
+}
+
+TEST(CppString, ReservesRoom) {
+  tarn::String string("abc");
+  EXPECT_TRUE(string.reserve(1000));
+  const char *const at = string.c_str();
+  for (int i = 0; i < 997; ++i) EXPECT_TRUE(string.append("x"));
+  EXPECT_EQ(at, string.c_str());
+  EXPECT_TRUE(string.reserve(10)) << "there is more";
+  EXPECT_EQ(1000U, string.size());
+  EXPECT_FALSE(string.reserve(SIZE_MAX));
+  bool done = true;
+  tarn_test::withoutMemory([&] { done = string.reserve(100000); });
+  EXPECT_FALSE(done);
+  EXPECT_EQ(1000U, string.size());
+  tarn::String empty(std::move(string));
+  EXPECT_FALSE(string.reserve(1));
+}
+
+TEST(CppString, AppendsWithAnOperator) {
+  tarn::String string("a");
+  string += "b";
+  (string += std::string("c")) += "";
+  string += string.view();
+  EXPECT_EQ("abcabc", string.view());
+}
+
+TEST(CppString, ComparesWithTexts) {
+  const tarn::String string("abc");
+  EXPECT_TRUE(string == "abc");
+  EXPECT_TRUE("abc" == string);
+  EXPECT_TRUE(string == std::string("abc"));
+  EXPECT_TRUE(string == tarn::String("abc"));
+  EXPECT_FALSE(string != tarn::String("abc"));
+  EXPECT_TRUE(string != "ab");
+  EXPECT_TRUE(std::string_view("abcd") != string);
+  EXPECT_TRUE(tarn::String() == "");
+}
+
+TEST(CppString, CopiesKeepTheirLength) {
+  tarn::String string("abc");
+  tarn::String copy = string.clone();
+  EXPECT_TRUE(copy.append("d"));
+  EXPECT_EQ("abcd", copy.view());
+  EXPECT_EQ("abc", string.view());
 }
 
 TEST(CppString, Shrinks) {

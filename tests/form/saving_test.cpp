@@ -302,6 +302,8 @@ TEST_F(Saving, RefusesFoldersThatAreLinks) {
   fs::create_symlink("real", folder / "link");
   folder_ = folder / "link";
   EXPECT_NE(save("a", "x"), 0);
+  folder_ = folder / "link/.";
+  EXPECT_NE(save("a", "bytes"), 0);
   folder_ = folder / "link/";
   EXPECT_NE(save("a", "x"), 0);
   folder_ = folder / "missing";
