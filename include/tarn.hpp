@@ -55,6 +55,7 @@
 // Used by the others:
 #include "tarn/object.hpp"      // the base classes of owning types
 #include "tarn/view.hpp"        // the base classes of views and ranges
+#include "tarn/attribute_kind.hpp" // what is done with the value of each attribute
 #include "tarn/characters.hpp"  // classes of characters, and UTF-8
 // clang-format on
 
