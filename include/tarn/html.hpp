@@ -56,8 +56,12 @@ inline bool is_attribute_name(std::string_view name) noexcept {
          all_of(name, [](char c) { return is_visible(c) && !is_among(c, "\"'/<=>`"); });
 }
 
+constexpr bool is_blank(char c) noexcept { return c == ' ' || is_control(c); }
+constexpr bool is_ascii(char c) noexcept { return static_cast<unsigned char>(c) < 0x80; }
+
 // Where a URL leads. Browsers remove some spaces and control characters before they read a URL; this
-// ignores all of them everywhere.
+// ignores all of them everywhere. Of a meta element, Chromium also removes spaces such as U+2028 from
+// the start of the URL; this ignores all characters there that are not ASCII.
 struct Destination {
   bool is_here = true;  // relative, without a host
   bool is_safe = true;  // relative, or with a scheme that runs nothing
@@ -69,7 +73,7 @@ inline Destination destination_of(std::string_view url) noexcept {
   std::size_t size = 0;
   bool after_slash = false;
   for (const char c : url) {
-    if (is_control(c) || c == ' ') continue;
+    if (is_blank(c) || (!is_ascii(c) && size == 0 && !after_slash)) continue;
     const bool is_slash = c == '/' || c == '\\';  // the same to browsers
     if (after_slash) return {!is_slash, true, false};
     after_slash = is_slash && size == 0;
@@ -84,8 +88,6 @@ inline Destination destination_of(std::string_view url) noexcept {
   }
   return {};
 }
-
-constexpr bool is_blank(char c) noexcept { return c == ' ' || is_control(c); }
 
 // Whether each piece of a text passes a test. `separates` tells which characters are between them.
 template <class Separates, class Test>
@@ -113,12 +115,12 @@ inline bool reloads_here(std::string_view content) noexcept {
   const auto skip = [&content](auto skipped) {
     while (!content.empty() && skipped(content[0])) content.remove_prefix(1);
   };
-  const auto separates = [](char c) { return is_blank(c) || is_among(c, ",;"); };
+  const auto separates = [](char c) { return is_blank(c) || !is_ascii(c) || is_among(c, ",;"); };
   skip(is_blank);
   skip([separates](char c) { return !separates(c); });
   skip(separates);
   if (begins_with(content, "url")) content.remove_prefix(3);
-  skip([](char c) { return is_blank(c) || is_among(c, "=\"'"); });
+  skip([](char c) { return is_blank(c) || !is_ascii(c) || is_among(c, "=\"'"); });
   return is_here(content);
 }
 

@@ -288,7 +288,8 @@ const char *const kElsewhere[] = {"//other.example/",
                                   "\\/x",
                                   "https:x",
                                   " //x",
-                                  "/\t/x"};
+                                  "/\t/x",
+                                  "\u3000//x"};
 
 const std::string_view kUnsafe[] = {"javascript:alert(1)",
                                     "JavaScript:alert(1)",
@@ -310,7 +311,9 @@ const std::string_view kUnsafe[] = {"javascript:alert(1)",
                                     "feed:javascript:x",
                                     "a1.b-c+d:x",
                                     "averyveryverylongscheme:x",
-                                    "java script:x"};
+                                    "java script:x",
+                                    "\u2028javascript:x",
+                                    " \uFEFF\u00A0data:,x"};
 
 constexpr const char *kScheme = "URL scheme must be http, https, mailto or tel";
 constexpr const char *kForeign = "this URL must be a path of this site, or Raw";
@@ -441,11 +444,26 @@ TEST(Html, ReloadsOnlyPagesOfThisSite) {
                               "3;url=\"?a=b:c\"", " 1 ; url = #a", ";", "1;url", "1;url="}) {
     EXPECT_NE(std::string::npos, written(meta(content)).find("<meta content=\"")) << content;
   }
-  for (const char *content :
-       {"0; url=https://x/", "0;url=//x", "0;URL='//x'", "0 //x", "0,\\\\x", "0;https://x",
-        "0;'//x", "0; url = \" javascript:x", "0;\turl\n=\njavascript:x", "0;UrL=data:text/html,x",
-        ".;url=//x", "0;;//x", " 0 ; //x", "\f0;url=//x", "1e3;url=//x", "+0;url=//x",
-        "0; url='/\t/x"}) {
+  for (const char *content : {"0; url=https://x/",
+                              "0;url=//x",
+                              "0;URL='//x'",
+                              "0 //x",
+                              "0,\\\\x",
+                              "0;https://x",
+                              "0;'//x",
+                              "0; url = \" javascript:x",
+                              "0;\turl\n=\njavascript:x",
+                              "0;UrL=data:text/html,x",
+                              ".;url=//x",
+                              "0;;//x",
+                              " 0 ; //x",
+                              "\f0;url=//x",
+                              "1e3;url=//x",
+                              "+0;url=//x",
+                              "0; url='/\t/x",
+                              "0 \u2028https://x/",
+                              "0;\u2028url=//x",
+                              "0\u2028;url\u2028=\u2028//x"}) {
     EXPECT_EQ(kForeign, problemOf(meta(content))) << content;
   }
   for (const char *name : {"description", "og:image"}) {

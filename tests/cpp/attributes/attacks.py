@@ -33,7 +33,23 @@ WORDS = {
     "target": ("_self", "_blank", "_top"),
 }
 SCHEMES = ("javascript:", "data:text/html,", "data:text/javascript,", "vbscript:", "//", "https://")
-BLANKS = (" ", "\t", "\n", "\r", "\f", "\v", "\x00", "\x01", "\x1f", "\x7f", "\x85", "\u2028")
+BLANKS = (
+    " ",
+    "\t",
+    "\n",
+    "\r",
+    "\f",
+    "\v",
+    "\x00",
+    "\x01",
+    "\x1f",
+    "\x7f",
+    "\x85",
+    "\u2028",
+    "\u3000",
+    "\ufeff",
+    "\xa0",
+)
 DISGUISES = (
     "&Tab;",
     "&#9;",
