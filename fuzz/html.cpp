@@ -33,6 +33,10 @@ const Names kPlain = {"div", "span", "section", "b", "i", "x-y"};
 const Names kCode = {"script", "style", "iframe", "noembed", "noframes", "xmp"};
 const Names kOthers = {"pre", "textarea", "title", "br", "img", "input"};
 const Names kUrls = {"href", "src", "action", "formaction", "data", "xlink:href", "poster", "cite"};
+const Names kAnimation = {"values", "from", "to", "by"};
+// Where a URL of another site would add a page or code, or receive a form.
+const Names kOwnUrls = {"action", "formaction", "data", "codebase", "manifest"};
+const Names kFrames = {"script", "iframe", "embed", "frame"};
 
 bool isIn(Names names, std::string_view name) {
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -317,13 +321,36 @@ std::string schemeOf(std::string_view url) {
   return lower(plain.substr(0, end));
 }
 
+// Whether a URL is of the site of its page, read as browsers do.
+bool isOwn(std::string_view url) {
+  std::string start;
+  for (const char c : url) {
+    const bool isLeading = start.empty() && static_cast<uint8_t>(c) <= ' ';
+    if (!isLeading && c != '\t' && c != '\n' && c != '\r') start += c == '\\' ? '/' : c;
+  }
+  return schemeOf(url).empty() && start.rfind("//", 0) != 0;
+}
+
 void expectNothingRuns(const GumboNode &node) {
   if (!isElement(node)) return;
+  const std::string element = nameOf(node.v.element);
   for (const GumboAttribute *attribute : attributesOf(node)) {
     const std::string name = lower(attribute->name);
+    std::string_view value = attribute->value;
     EXPECT(name.rfind("on", 0) != 0 && name != "style" && name != "srcdoc");
+    EXPECT(name.find_first_of("@:*[(.") == name.npos || name == "xlink:href" ||
+           name.rfind("xml", 0) == 0 || name.rfind("xlink:", 0) == 0);
     if (isIn(kUrls, name)) {
-      EXPECT(isIn({"", "http", "https", "mailto", "tel"}, schemeOf(attribute->value)));
+      EXPECT(isIn({"", "http", "https", "mailto", "tel"}, schemeOf(value)));
+    }
+    if (isIn(kOwnUrls, name) || (name == "src" && isIn(kFrames, element)) ||
+        (name == "href" && isIn({"script", "base", "use"}, element))) {
+      EXPECT(isOwn(value));
+    }
+    while (isIn(kAnimation, name) && !value.empty()) {
+      const size_t end = std::min(value.find(';'), value.size());
+      EXPECT(isOwn(value.substr(0, end)));
+      value.remove_prefix(std::min(end + 1, value.size()));
     }
   }
   for (const GumboNode *child : childrenOf(node)) expectNothingRuns(*child);

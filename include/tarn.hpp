@@ -61,6 +61,7 @@
 #include "tarn/object.hpp"      // the base classes of owning types
 #include "tarn/view.hpp"        // the base classes of views and ranges
 #include "tarn/argument.hpp"    // texts and names as arguments
+#include "tarn/attribute_kind.hpp" // what is done with the value of each attribute
 #include "tarn/characters.hpp"  // classes of characters, and UTF-8
 // clang-format on
 

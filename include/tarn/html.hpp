@@ -6,6 +6,7 @@
 #include <optional>
 #include <string_view>
 
+#include "attribute_kind.hpp"
 #include "element.hpp"
 #include "escape.hpp"
 #include "text.hpp"
@@ -25,11 +26,17 @@ inline constexpr std::string_view kTextElements[] = {"textarea", "title"};
 // Browsers drop a line feed right after the start tag of these.
 inline constexpr std::string_view kLineElements[] = {"listing", "pre", "textarea"};
 
-inline constexpr std::string_view kCodeAttributes[] = {"srcdoc", "style"};
-inline constexpr std::string_view kUrlAttributes[] = {
-    "action",   "background", "cite",   "codebase", "data", "formaction", "from",      "href",
-    "longdesc", "manifest",   "poster", "src",      "to",   "values",     "xlink:href"};
 inline constexpr std::string_view kSafeSchemes[] = {"http", "https", "mailto", "tel"};
+inline constexpr std::string_view kRunningSchemes[] = {"data", "javascript", "vbscript"};
+
+// The elements whose `href` is followed or is an image, and whose `src` is not code or a page.
+inline constexpr std::string_view kLinkElements[] = {"a", "area", "feimage", "image"};
+inline constexpr std::string_view kMediaElements[] = {"audio",  "image", "img",  "input",
+                                                      "source", "track", "video"};
+// What a link element may be with a URL of another site: its target is not loaded, or is an image.
+inline constexpr std::string_view kLinkTypes[] = {"alternate", "author", "bookmark", "canonical",
+                                                  "help",      "icon",   "license",  "me",
+                                                  "next",      "prev"};
 
 inline Content content_of(std::string_view name) noexcept {
   if (is_one_of(name, kVoidElements)) return Content::kNothing;
@@ -49,25 +56,76 @@ inline bool is_attribute_name(std::string_view name) noexcept {
          all_of(name, [](char c) { return is_visible(c) && !is_among(c, "\"'/<=>`"); });
 }
 
-// Whether browsers read the attribute's value as a script, as a style sheet or as a page.
-inline bool is_code(std::string_view name) noexcept {
-  return begins_with(name, "on") || is_one_of(name, kCodeAttributes);
-}
+constexpr bool is_blank(char c) noexcept { return c == ' ' || is_control(c); }
+constexpr bool is_ascii(char c) noexcept { return static_cast<unsigned char>(c) < 0x80; }
 
-// Whether a URL is relative, or has a scheme that runs nothing. Browsers remove some spaces and
-// control characters before they look for the scheme; this ignores all of them everywhere.
-inline bool is_safe_url(std::string_view url) noexcept {
-  char scheme[8];
+// Where a URL leads. Browsers remove some spaces and control characters before they read a URL; this
+// ignores all of them everywhere. Of a meta element, Chromium also removes spaces such as U+2028 from
+// the start of the URL; this ignores all characters there that are not ASCII.
+struct Destination {
+  bool is_here = true;  // relative, without a host
+  bool is_safe = true;  // relative, or with a scheme that runs nothing
+  bool runs_code = false;
+};
+
+inline Destination destination_of(std::string_view url) noexcept {
+  char scheme[12];
   std::size_t size = 0;
+  bool after_slash = false;
   for (const char c : url) {
-    if (is_control(c) || c == ' ') continue;
-    if (c == ':') return size == 0 || is_one_of({scheme, size}, kSafeSchemes);
+    if (is_blank(c) || (!is_ascii(c) && size == 0 && !after_slash)) continue;
+    const bool is_slash = c == '/' || c == '\\';  // the same to browsers
+    if (after_slash) return {!is_slash, true, false};
+    after_slash = is_slash && size == 0;
+    if (after_slash) continue;
+    if (c == ':' && size > 0) {
+      const std::string_view found(scheme, size);
+      return {false, is_one_of(found, kSafeSchemes), is_one_of(found, kRunningSchemes)};
+    }
     const bool belongs = is_letter(c) || (size > 0 && (is_digit(c) || is_among(c, "+-.")));
-    if (!belongs) return true;
+    if (!belongs) return {};
     if (size < sizeof scheme) scheme[size++] = c;
   }
-  return true;
+  return {};
 }
+
+// Whether each piece of a text passes a test. `separates` tells which characters are between them.
+template <class Separates, class Test>
+bool all_pieces(std::string_view text, Separates separates, Test test) noexcept {
+  std::size_t start = 0;
+  bool passed = true;
+  for (std::size_t at = 0; at <= text.size() && passed; ++at) {
+    if (at < text.size() && !separates(text[at])) continue;
+    passed = test(std::string_view(text.data() + start, at - start));
+    start = at + 1;
+  }
+  return passed;
+}
+
+inline bool is_here(std::string_view url) noexcept { return destination_of(url).is_here; }
+
+template <class Separates>
+bool all_here(std::string_view urls, Separates separates) noexcept {
+  return all_pieces(urls, separates, is_here);
+}
+
+// Whether what follows the time in the content of a meta element that reloads the page is a URL of
+// this site: "5; url=/next".
+inline bool reloads_here(std::string_view content) noexcept {
+  const auto skip = [&content](auto skipped) {
+    while (!content.empty() && skipped(content[0])) content.remove_prefix(1);
+  };
+  const auto separates = [](char c) { return is_blank(c) || !is_ascii(c) || is_among(c, ",;"); };
+  skip(is_blank);
+  skip([separates](char c) { return !separates(c); });
+  skip(separates);
+  if (begins_with(content, "url")) content.remove_prefix(3);
+  skip([](char c) { return is_blank(c) || !is_ascii(c) || is_among(c, "=\"'"); });
+  return is_here(content);
+}
+
+inline constexpr const char *kCode = "style, srcdoc and event attributes must be Raw";
+inline constexpr const char *kForeign = "this URL must be a path of this site, or Raw";
 
 // Writes a tree as HTML. It keeps the open elements in an array and does not recurse, so a deep tree
 // cannot exhaust the stack. Its functions return the reason why they failed, or null.
@@ -111,7 +169,7 @@ class Renderer {
     if (!is_element_name(*name)) return "invalid element name";
     out_ << "<" << *name;
     for (const AttributeView attribute : element.attributes()) {
-      if (const Problem problem = put_attribute(attribute)) return problem;
+      if (const Problem problem = put_attribute(element, attribute)) return problem;
     }
     out_ << ">";
     if (is_one_of(*name, kLineElements)) out_ << "\n";
@@ -141,21 +199,100 @@ class Renderer {
     return nullptr;
   }
 
-  Problem put_attribute(AttributeView attribute) noexcept {
+  Problem put_attribute(ElementView element, AttributeView attribute) noexcept {
     const std::string_view name = attribute.name().value_or("");
     if (!is_attribute_name(name)) return "invalid attribute name";
-    const bool trusted = attribute.is_raw();
-    if (!trusted && is_code(name)) return "style, srcdoc and event attributes must be Raw";
-    out_ << " " << name;
     const std::optional<std::string_view> value = attribute.value();
-    if (!value) return nullptr;
-    if (!trusted && is_one_of(name, kUrlAttributes) && !is_safe_url(*value)) {
-      return "URL scheme must be http, https, mailto or tel";
+    if (!attribute.is_raw()) {
+      if (const Problem problem = problem_of(element, name, value.value_or(""))) return problem;
     }
+    out_ << " " << name;
+    if (!value) return nullptr;
     out_ << "=\"";
     put_html(out_, *value);
     out_ << "\"";
     return nullptr;
+  }
+
+  // Why a value that is not Raw is refused.
+  static Problem problem_of(ElementView element, std::string_view name,
+                            std::string_view value) noexcept {
+    const std::string_view around = element.name().value_or("");
+    switch (quick_kind_of(name)) {
+      case Kind::kText:
+      case Kind::kId:
+        return nullptr;
+      case Kind::kScript:
+      case Kind::kStyle:
+      case Kind::kPage:
+        return kCode;
+      case Kind::kTemplate:
+        return "attributes of template engines must be Raw";
+      case Kind::kUrl:
+        return problem_of_url(value, true);
+      case Kind::kOwnUrl:
+        return problem_of_url(value, false);
+      case Kind::kLink:
+        return problem_of_url(value, is_one_of(around, kLinkElements) ||
+                                         (is_one_of(around, {"link"}) && links_safely(element)));
+      case Kind::kSource:
+        return problem_of_url(value, is_one_of(around, kMediaElements));
+      case Kind::kParameter:
+        return is_one_of(around, {"param"}) ? problem_of_url(value, false) : nullptr;
+      case Kind::kOwnUrls:
+        return all_here(value, [](char c) { return is_blank(c) || c == ','; }) ? nullptr : kForeign;
+      case Kind::kAnimation:
+        return all_here(value, [](char c) { return c == ';'; }) ? nullptr : kForeign;
+      case Kind::kAnimated:
+        return is_animated_safely(value) ? nullptr : kCode;
+      case Kind::kMeta:
+        return !reloads(element) || reloads_here(value) ? nullptr : kForeign;
+      case Kind::kUnknown:
+        break;
+    }
+    const bool is_refused = destination_of(value).runs_code && kind_of(name) == Kind::kUnknown;
+    return is_refused ? "unknown attribute must not hold a URL that runs code" : nullptr;
+  }
+
+  static Problem problem_of_url(std::string_view url, bool leads_anywhere) noexcept {
+    const Destination destination = destination_of(url);
+    if (!destination.is_safe) return "URL scheme must be http, https, mailto or tel";
+    return leads_anywhere || destination.is_here ? nullptr : kForeign;
+  }
+
+  // Whether a test passes for the value of any attribute of this name. Browsers use the first, but
+  // this does not depend on it.
+  template <class Test>
+  static bool any_value(ElementView element, std::string_view name, Test test) noexcept {
+    bool found = false;
+    for (const AttributeView attribute : element.attributes()) {
+      found = found || (is_one_of(attribute.name().value_or(""), {name}) &&
+                        test(attribute.value().value_or("")));
+    }
+    return found;
+  }
+
+  // Whether a link element loads nothing but an image.
+  static bool links_safely(ElementView link) noexcept {
+    const auto is_safe = [](std::string_view type) {
+      return type.empty() || is_one_of(type, kLinkTypes);
+    };
+    const auto is_unsafe = [is_safe](std::string_view types) {
+      return !all_pieces(types, is_blank, is_safe);
+    };
+    return any_value(link, "rel", [](std::string_view) { return true; }) &&
+           !any_value(link, "rel", is_unsafe);
+  }
+
+  static bool reloads(ElementView meta) noexcept {
+    return any_value(meta, "http-equiv",
+                     [](std::string_view value) { return is_one_of(value, {"refresh"}); });
+  }
+
+  static bool is_animated_safely(std::string_view name) noexcept {
+    const Kind kind = kind_of(name);
+    return kind != Kind::kScript && kind != Kind::kStyle && kind != Kind::kPage &&
+           kind != Kind::kTemplate;
   }
 
   // Whether the content contains the end tag of its element, or "<!--", which can hide the end tag
@@ -192,9 +329,19 @@ class Renderer {
  *   - content in an element that is always empty, such as `br`; elements in `title`, `textarea` and
  *     elements for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
  *   - in an element for code, text that is not Raw, and Raw that would end the element early
- *   - attributes for code that are not Raw: `style`, `srcdoc` and all that begin with "on"
- *   - URLs in attributes such as `href` and `src` that are not Raw and have a scheme other than http,
- *     https, mailto and tel; a relative URL has none
+ *   - attributes for code that are not Raw: `style`, `srcdoc`, all that begin with "on", and those
+ *     of template engines, such as `@click`, `:href`, `v-html`, `x-data` and `hx-on:click`
+ *   - URLs that are not Raw and have a scheme other than http, https, mailto and tel; a relative URL
+ *     has none
+ *   - URLs of other sites that are not Raw, in attributes such as `src`, `href`, `data`, `action`,
+ *     `formaction`, `ping` and `srcset`, in the `content` of a `meta` element that opens another
+ *     page, and in the values of an animation
+ *   - URLs that run code, such as "javascript:", in attributes that HTML, SVG and MathML do not have,
+ *     unless their names begin with "data-" or "aria-"
+ *
+ *  A URL of another site is allowed in the `href` of `a`, `area`, an `image` in SVG, and a `link`
+ *  whose `rel` is `canonical`, `alternate`, `icon` or the like; in the `src` of `img`, `audio`,
+ *  `video`, `source`, `track` and `input`; and in attributes such as `poster` and `cite`.
  *
  *  @return the text; or the reason why there is none: something was refused, or an allocation failed
  */
