@@ -10,15 +10,11 @@
 #include <type_traits>
 #include <utility>
 
+#include "argument.hpp"
 #include "escape.hpp"
 
 namespace tarn {
 namespace detail {
-
-template <class Type>
-inline constexpr bool kIsCharacter =
-    std::is_same_v<Type, char> || std::is_same_v<Type, wchar_t> || std::is_same_v<Type, char16_t> ||
-    std::is_same_v<Type, char32_t>;
 
 // As few digits as are read back as the same number, or 15. printf() writes the decimal point of the
 // locale, which may be several bytes; JSON has a dot.
