@@ -2,9 +2,11 @@
 
 import os
 import random
+import shutil
 import signal
 import socket
 import subprocess
+import tempfile
 import threading
 import time
 import unittest
@@ -309,13 +311,18 @@ class Programs(unittest.TestCase):
             self.assertEqual(of(worker), before)
             self.assertEqual(int(one.ask("header&parent", keep=True).lines[0]), worker)
 
-    def test_that_do_not_exist_are_500(self) -> None:
-        with Service("--", "no-such-program", program=TOOL) as service:
-            for _ in range(3):
-                answer = service.ask("header")
-                self.assertTrue(answer.output.startswith(b"Status: 500 "), answer)
-                self.assertEqual((answer.ended, answer.status), (True, 127))
-            self.assertEqual(service.log().count("no-such-program: No such file or directory"), 3)
+    def test_that_disappear_are_500(self) -> None:
+        with tempfile.TemporaryDirectory() as folder:
+            program = Path(folder, "program")
+            shutil.copy(PROBE, program)
+            with Service("--", str(program), program=TOOL) as service:
+                self.assertEqual(service.ask("header&text=here").body, b"here")
+                program.unlink()
+                for _ in range(3):
+                    answer = service.ask("header")
+                    self.assertTrue(answer.output.startswith(b"Status: 500 "), answer)
+                    self.assertEqual((answer.ended, answer.status), (True, 127))
+                self.assertEqual(service.log().count("program: No such file or directory"), 3)
 
     def test_end_with_the_worker(self) -> None:
         with Service("--", PROBE, program=TOOL) as service, service.client() as client:

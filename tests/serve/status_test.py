@@ -473,7 +473,8 @@ class Figures(unittest.TestCase):
             os.kill(service.process.pid, signal.SIGHUP)
             wait_for_metric(service, "worker_starts_total", 2)
             wait_until(lambda: service.worker() != worker, "no new worker")
-            metrics = metrics_of(service)
+            # A response arrives before its child is counted out.
+            metrics = wait_for_metric(service, "children", 1)
             asked = metrics["requests_total"]
             self.assertGreaterEqual(asked, 2)
             # The old worker still has two.
