@@ -46,6 +46,7 @@
 #include "tarn/cookie.hpp"      // CookieView, Cookies; Cookie, CookieList
 #include "tarn/environment.hpp" // Environment: the variables of the server, and the body
 #include "tarn/response.hpp"    // Response: what the script sends
+#include "tarn/router.hpp"      // Router: chooses a function by method and path
 #include "tarn/set_cookie.hpp"  // SetCookie, SameSite: for Response::cookie()
 #include "tarn/element.hpp"     // Element, Attribute, their lists and views; Raw
 #include "tarn/html.hpp"        // html(): writes an Element as HTML
