@@ -179,7 +179,7 @@ def parameter_name(text: str) -> str:
 def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
     """The function, and " = delete" or " = default" if it has that instead of a body."""
     # What converts to these also converts to a std::string_view.
-    head = re.sub(r"(const detail::(TextArgument|Name) &|detail::KeptText )", TEXT, head)
+    head = re.sub(r"(const (detail::)?(TextArgument|Name) &|(detail::)?\bKeptText )", TEXT, head)
     head = head.replace(" TARN_LIFETIMEBOUND", "")  # for compilers
     start = FUNCTION.match(head)
     after = start and AFTER.fullmatch(head, start.end())
