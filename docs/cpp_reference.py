@@ -180,7 +180,9 @@ def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
     """The function, and " = delete" or " = default" if it has that instead of a body."""
     # What converts to these also converts to a std::string_view.
     head = re.sub(r"(const (detail::)?(TextArgument|Name) &|(detail::)?\bKeptText )", TEXT, head)
-    head = head.replace(" TARN_LIFETIMEBOUND", "")  # for compilers
+    # These are for compilers.
+    head = head.replace(" TARN_LIFETIMEBOUND", "")
+    head = re.sub(r", std::enable_if_t<[^;{}]*?, int> = 0>", ">", head)
     start = FUNCTION.match(head)
     after = start and AFTER.fullmatch(head, start.end())
     if not after:

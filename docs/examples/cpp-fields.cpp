@@ -26,6 +26,7 @@ int main() {
   if (!entries[2]) std::printf("no third field\n");
   const auto [name, value] = entries[1];
   std::printf("%s is %s\n", name->data(), value.data());
+  if (value != entries[1].get<1>()) return 1;
   const tarn::Entry depth = entries[0];
   if (depth.is_named("DEPTH")) {
     std::printf("read to the end: %s\n",

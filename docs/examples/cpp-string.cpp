@@ -16,6 +16,9 @@ int main() {
   std::printf("\"%s\", %zu bytes\n", line.view().data(),
               line.size());
 
+  tarn::String copy = line.clone();
+  TARNString_printline(copy.handle());
+
   line.assign(line.view().substr(0, 4));
   std::puts(line.c_str());
   line.clear();
@@ -26,5 +29,6 @@ int main() {
 $ ./cpp-string
 deep lake: 18 m
 "lake: 18 m, cold and clear", 26 bytes
+lake: 18 m, cold and clear
 lake
 */

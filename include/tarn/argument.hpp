@@ -61,10 +61,10 @@ class TextArgument {
   template <class Given, class = std::enable_if_t<kIsArgument<Given>>>
   TextArgument(const Given &given) noexcept {  // NOLINT(google-explicit-constructor)
     static_assert(!kIsOptional<Given>,
-                  "this text may be missing: say what to write then, as in text.value_or(\"\")");
+                  R"(this text may be missing: say what to write then, as in text.value_or(""))");
     static_assert(
         !std::is_same_v<Given, bool>,
-        "a bool is not a text: write is_on ? \"yes\" : \"no\", or leave out the attribute");
+        R"(a bool is not a text: write is_on ? "yes" : "no", or leave out the attribute)");
     static_assert(!kIsCharacter<Given>, "a character is not a text: write a text of one character");
     static_assert(!std::is_floating_point_v<Given>,
                   "a floating-point number is not a text: format it, with std::snprintf() say");

@@ -330,7 +330,7 @@ class Renderer {
  *     elements for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
  *   - in an element for code, text that is not Raw, and Raw that would end the element early
  *   - attributes for code that are not Raw: `style`, `srcdoc`, all that begin with "on", and those
- *     of template engines, such as `@click`, `:href`, `v-html`, `x-data` and `hx-on:click`
+ *     of template engines, such as `v-html`, `:href`, `x-data` and `hx-on:click`
  *   - URLs that are not Raw and have a scheme other than http, https, mailto and tel; a relative URL
  *     has none
  *   - URLs of other sites that are not Raw, in attributes such as `src`, `href`, `data`, `action`,

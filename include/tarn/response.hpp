@@ -111,7 +111,7 @@ class Response {
   Response(const Response &) = delete;
   Response &operator=(const Response &) = delete;
 
-  /** Moves a response. `other` cannot be sent afterwards. */
+  // `other` cannot be sent afterwards.
   Response(Response &&other) noexcept
       : out_(other.out_),
         head_(other.head_),

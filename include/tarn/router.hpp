@@ -172,9 +172,13 @@ class Router {
   }
 
   void allow(std::string_view method) noexcept {
+    add(method);
+    if (method == "GET") add("HEAD");
+  }
+
+  void add(std::string_view method) noexcept {
     if (detail::has_method(methods_.written(), method)) return;
     methods_ << (methods_.written().empty() ? "" : ", ") << method;
-    if (method == "GET") allow("HEAD");
   }
 
   std::string_view method_;

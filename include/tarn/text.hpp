@@ -27,7 +27,7 @@ class Text {
     return none;
   }
 
-  /** Moves a text. There is none in `other` afterwards. */
+  // There is no text in `other` afterwards.
   Text(Text &&other) noexcept
       : text_(std::exchange(other.text_, nullptr)),
         size_(std::exchange(other.size_, 0)),

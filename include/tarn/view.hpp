@@ -100,7 +100,7 @@ class Range {
 
     Item operator*() const noexcept {
       // No list has so many elements.
-      const bool fits = index_ >= 0 && index_ < difference_type{UINT32_MAX};
+      const bool fits = index_ >= 0 && static_cast<std::uint64_t>(index_) < UINT32_MAX;
       const auto found = query<kAt>(list_, fits ? static_cast<std::uint32_t>(index_) : UINT32_MAX);
       if constexpr (std::is_base_of_v<NodeView<TARN_FORM_FILE_MAGIC>, Item>) {
         return Item(found, cut_parts_);
