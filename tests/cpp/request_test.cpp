@@ -278,8 +278,9 @@ TEST(CppEntry, HasANameAndAValueToBind) {
 TEST(CppRange, HasNothingBeyond32Bits) {
   withQuery("a=1&b=2", [](const tarn::Request &request) {
     const tarn::Entries entries = request.entries();
-    for (const size_t index : {size_t{1} << 32U, (size_t{1} << 32U) + 1, SIZE_MAX,
-                               size_t{UINT32_MAX}, size_t{1} << 63U}) {
+    constexpr size_t kBits = 8 * sizeof(size_t);
+    for (const size_t index : {size_t{1} << kBits / 2, (size_t{1} << kBits / 2) + 1, SIZE_MAX,
+                               size_t{UINT32_MAX}, size_t{1} << (kBits - 1)}) {
       EXPECT_FALSE(entries[index]) << index;
       EXPECT_FALSE(entries.begin()[static_cast<std::ptrdiff_t>(index)]) << index;
     }
