@@ -46,8 +46,8 @@ inline void put_number(Buffer &out, double number) noexcept {
  *  @endcode
  *
  *  It writes at once, without a tree in memory. Texts are escaped as by escape_json(), so the result
- *  is also safe inside a script element and in an attribute value. The writer refuses what would not
- *  be JSON, such as a value without a key in an object: take() then returns no text, but the reason.
+ *  is also safe inside a script element. The writer refuses what would not be JSON, such as a value
+ *  without a key in an object: take() then returns no text, but the reason. It does not compare keys.
  */
 class JsonWriter {
  public:
@@ -64,7 +64,7 @@ class JsonWriter {
   /** Ends the innermost object or array, which must be an array. */
   JsonWriter &end_array() noexcept { return end(']'); }
 
-  /** Writes the key of the next value of an object. Whether it was used before is not checked. */
+  /** Writes the key of the next value of an object. */
   JsonWriter &key(std::string_view name) noexcept {
     if (after_key_) return refuse("JSON: a key needs a value");
     if (!in('}')) return refuse("JSON: only objects have keys");
