@@ -17,6 +17,10 @@ namespace {
 // what may be the beginning of a delimiter is still there.
 constexpr size_t kLookAhead = size_t{8} * 1024;
 
+// A large block of malloc() begins 16 bytes behind the start of a page. Some processors copy a file's
+// pages to such a place four times slower than to one of these.
+constexpr size_t kAlignment = 64;
+
 // A read of less than the rest ends where a block of the file does, which is faster.
 constexpr uint64_t kBlock = 4096;
 
@@ -32,7 +36,7 @@ uint64_t inMilliseconds(uint64_t seconds) {
 
 }  // namespace
 
-Source::~Source() { std::free(buffer_); }
+Source::~Source() { std::free(block_); }
 
 void Source::openMemory(std::string_view bytes) {
   begin_ = bytes.data();
@@ -48,8 +52,9 @@ void Source::openDescriptor(int descriptor, uint64_t length) {
 bool Source::startReading(const Limits &limits, Problem &problem) {
   constexpr size_t most = kBufferSize + kLookAhead;
   capacity_ = length_ < most ? static_cast<size_t>(length_) : most;
-  buffer_ = static_cast<char *>(std::malloc(capacity_ + 1));
-  if (!buffer_) return problem.raiseOutOfMemory(position_);
+  block_ = static_cast<char *>(std::malloc(kAlignment + capacity_ + 1));
+  if (!block_) return problem.raiseOutOfMemory(position_);
+  buffer_ = block_ + kAlignment - reinterpret_cast<uintptr_t>(block_) % kAlignment;
   begin_ = end_ = buffer_;
   struct stat about;
   waits_ = fstat(descriptor_, &about) != 0 || !S_ISREG(about.st_mode);

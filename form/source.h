@@ -57,7 +57,8 @@ class Source {
   uint64_t position_ = 0;
   uint64_t length_ = 0;
   uint64_t deadline_ = 0;  // in milliseconds
-  char *buffer_ = nullptr;
+  char *block_ = nullptr;
+  char *buffer_ = nullptr;  // aligned, in the block
   size_t capacity_ = 0;
   int descriptor_ = -1;
   bool waits_ = false;  // reading may have to wait: not a regular file
