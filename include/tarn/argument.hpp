@@ -170,6 +170,7 @@ class KeptText {
 // copied.
 class Name {
  public:
+  // cppcheck-suppress uninitMemberVar  // near_ is for copies
   Name(const char *name) noexcept : name_(name) {}  // NOLINT(google-explicit-constructor)
   template <class Given, class = std::enable_if_t<kIsText<Given> && !kIsPointer<Given>>>
   Name(const Given &given) noexcept {  // NOLINT(google-explicit-constructor)
