@@ -28,16 +28,17 @@ class WebOrigin {
 
  private:
   static constexpr std::string_view after_scheme(std::string_view text) noexcept {
-    for (const std::string_view scheme :
-         {std::string_view("https://"), std::string_view("http://")}) {
-      if (begins_with(text, scheme)) return text.substr(scheme.size());
-    }
-    return {};
+    const bool is_http = begins_with(text, "http://");
+    text.remove_prefix(begins_with(text, "https://") ? 8 : is_http ? 7 : text.size());
+    return text;
   }
   static constexpr std::string_view without_end(std::string_view text,
                                                 std::string_view end) noexcept {
-    const std::size_t size = text.size() - end.size();
-    return text.size() > end.size() && text.substr(size) == end ? text.substr(0, size) : text;
+    if (text.size() <= end.size()) return text;
+    std::string_view last = text;
+    last.remove_prefix(text.size() - end.size());
+    if (last == end) text.remove_suffix(end.size());
+    return text;
   }
 
   bool is_https_;

@@ -172,13 +172,13 @@ class Keys {
    *               mode 600, or 640 if it belongs to root and to the group of the script
    */
   static Keys from_file(const detail::Name &path) noexcept {
-    return Keys(path.c_str(), &Keys::read_file);
+    return {path.c_str(), &Keys::read_file};
   }
 
   /** Reads keys from an environment variable. Whoever may debug the process, and every program that
    *  it starts, can read it too: prefer a file. */
   static Keys from_variable(const detail::Name &name) noexcept {
-    return Keys(name.c_str(), &Keys::read_variable);
+    return {name.c_str(), &Keys::read_variable};
   }
 
   Keys(const Keys &) = delete;
@@ -454,8 +454,10 @@ class Keys {
     for (;;) {
       while (!text.empty() && detail::is_among(text[0], kSpace)) text.remove_prefix(1);
       if (text.empty()) return;
-      const std::string_view word = text.substr(0, text.find_first_of(kSpace));
-      text.remove_prefix(word.size());
+      std::size_t length = 0;
+      while (length < text.size() && !detail::is_among(text[length], kSpace)) ++length;
+      const std::string_view word(text.data(), length);
+      text.remove_prefix(length);
       if (size_ == kMostOfKeys) {
         problem_ = "keys: there are more than 8";
         return;

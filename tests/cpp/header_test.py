@@ -27,6 +27,9 @@ SCRIPT = SOURCE / "bench/process/script.cpp"
 # A script that uses every function of the headers for whole forms.
 FORM_SCRIPT = SOURCE / "docs/examples/cpp-form.cpp"
 
+# A script that uses every function for origins.
+ORIGIN_SCRIPT = SOURCE / "docs/examples/cpp-origin.cpp"
+
 # A script that uses every function of the header for signing.
 SIGNED_SCRIPT = SOURCE / "docs/examples/cpp-signed.cpp"
 
@@ -278,6 +281,9 @@ class Header(unittest.TestCase):
 
     def test_forms_need_libtarn_form_alone(self):
         self.links_with(FORM_SCRIPT, FORM_LIBRARY, "TarnForm_next")
+
+    def test_asking_for_the_origin_needs_libtarn_alone(self):
+        self.links_with(ORIGIN_SCRIPT, LIBRARY, "CgiEnv_getRequestMethod")
 
     def test_signing_needs_libtarn_and_libsodium_alone(self):
         self.links_with(SIGNED_SCRIPT, LIBRARY, "crypto_auth_hmacsha512256_final", "libsodium")
