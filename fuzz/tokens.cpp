@@ -61,8 +61,10 @@ std::string changed(std::string token, Input &input) {
 }  // namespace
 
 void fuzz(Input input) {
-  setenv("TARN_FUZZ_KEYS", kKeys, 1);
-  tarn::Keys keys = tarn::Keys::from_variable("TARN_FUZZ_KEYS");
+  std::optional<Script> script;
+  script.emplace(std::initializer_list<Script::Variable>{{"KEYS", kKeys}}, "");
+  tarn::Keys keys = tarn::Keys::from_variable("KEYS");
+  script.reset();
   EXPECT(keys.size() == 2);
   now = kNow;
   keys.clock(testTime);
@@ -99,17 +101,18 @@ void fuzz(Input input) {
 
   // As a cookie and a form it is good for nothing.
   now = kNow;
-  const std::string header = std::string(kPurpose) + "=" + sent;
-  const CText cookies(header);
-  Script script({{"HTTP_COOKIE", cookies.data()}, {"REQUEST_METHOD", "GET"}}, "");
+  const CText text(sent);
+  const std::string cookie = std::string(kPurpose) + "=" + text.data();
+  script.emplace(
+      std::initializer_list<Script::Variable>{
+          {"KEYS", text.data()}, {"HTTP_COOKIE", cookie}, {"REQUEST_METHOD", "GET"}},
+      "");
   const tarn::Request request;
   EXPECT(!keys.verify_cookie(request, kPurpose));
   EXPECT(!keys.verify_form(request, kPurpose, kPurpose));
 
-  // Keys from the same bytes: whole or refused.
-  setenv("TARN_FUZZ_KEYS", cookies.data() + sizeof kPurpose, 1);
-  const tarn::Keys others = tarn::Keys::from_variable("TARN_FUZZ_KEYS");
+  // Keys from the same bytes: all or none.
+  const tarn::Keys others = tarn::Keys::from_variable("KEYS");
   EXPECT(static_cast<bool>(others) == (others.size() > 0));
   EXPECT(others.size() <= 8);
-  unsetenv("TARN_FUZZ_KEYS");
 }

@@ -62,7 +62,7 @@ inline bool is_same_origin(WebOrigin own) noexcept {
  *
  *  - Sec-Fetch-Site is "same-origin": true.
  *  - It is "none", because the visitor typed the address or opened a bookmark: true for GET and HEAD.
- *    No visitor can type a POST.
+ *    Nobody types a POST, and one that is reloaded may have come from another site.
  *  - It is anything else: false, also for other hosts of the same domain ("same-site").
  *  - Origin has the scheme of the request, and the host and port of the Host header: true.
  *  - Otherwise false. Browsers send Origin with every POST, but not with every GET; programs such as

@@ -290,7 +290,7 @@ class Keys {
    *  It is valid for five minutes.
    *
    *  @param message  readable by the visitor; as the value for sign_cookie()
-   *  @param name     as for SetCookie
+   *  @param name     as for SetCookie, with the path "/" and no domain
    *  @return as sign_cookie()
    */
   [[nodiscard]] SetCookie flash(std::string_view message,
