@@ -1,12 +1,12 @@
 """A model of the C++ reference: the documented classes, functions and constants of the headers.
 
 parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in which it includes
-them. The first comment of tarn.hpp is the overview. Each of the other headers is a section, titled
-by the first line of its first comment, unless all that it declares is in namespace detail. parse()
-rejects code that it does not understand and public names without documentation. It leaves out
-private members, deleted overloads, overloads for objects without a name, what the compiler would
-generate, friends, iterators, the type names that every range has, and namespace detail except for
-base classes of public classes.
+them, or names them in a comment. The first comment of tarn.hpp is the overview. Each of the other
+headers is a section, titled by the first line of its first comment, unless all that it declares is
+in namespace detail. parse() rejects code that it does not understand and public names without
+documentation. It leaves out private members, deleted overloads, overloads for objects without a
+name, what the compiler would generate, friends, iterators, the type names that every range has, and
+namespace detail except for base classes of public classes.
 """
 
 import re
@@ -172,7 +172,7 @@ def split_at_commas(text: str) -> list[str]:
 
 def parameter_name(text: str) -> str:
     """Empty for "..." and for a parameter without a name."""
-    match = re.fullmatch(r".*[\s*&.](\w+)", text.partition(" = ")[0])
+    match = re.fullmatch(r".*[\s*&.](\w+)(?:\)\(\))?", text.partition(" = ")[0])
     return match[1] if match else ""
 
 
@@ -284,7 +284,8 @@ def parse_class(statement: Statement, header: str) -> Class:
 
 # ---- The headers -------------------------------------------------------------------------------
 
-INCLUDE = re.compile(r'(?m)^#include "(tarn/\w+\.hpp)"')
+# In a comment, a header that tarn.hpp only names.
+INCLUDE = re.compile(r'(?m)^(?:// )?#include "(tarn/\w+\.hpp)"')
 
 
 class Parser:

@@ -2,7 +2,7 @@
  *
  * The headers need C++17. Link with -ltarn, as in C, with -ltarn_form if you use Form or FormReader,
  * and with -ltarn_serve if you use serve(); there is nothing else to compile or link. This one
- * includes all others. A script can include just those that it uses, such as `tarn/request.hpp`, and
+ * includes all others, except for `tarn/signed.hpp`, which needs libsodium too. A script can include just those that it uses, such as `tarn/request.hpp`, and
  * compiles faster. Nothing throws, and a script that is compiled with -fno-exceptions needs no C++
  * runtime for them. (The checks of the C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with
  * -lstdc++ then.)
@@ -48,6 +48,7 @@
 #include "tarn/response.hpp"    // Response: what the script sends
 #include "tarn/router.hpp"      // Router: chooses a function by method and path
 #include "tarn/set_cookie.hpp"  // SetCookie, SameSite: for Response::cookie()
+#include "tarn/origin.hpp"      // same_origin(): which site a request comes from
 #include "tarn/element.hpp"     // Element, Attribute, their lists and views; Raw
 #include "tarn/html.hpp"        // html(): writes an Element as HTML
 #include "tarn/escape.hpp"      // escape_html(), escape_url(), escape_json() and others
@@ -64,6 +65,9 @@
 #include "tarn/argument.hpp"    // texts and names as arguments
 #include "tarn/attribute_kind.hpp" // what is done with the value of each attribute
 #include "tarn/characters.hpp"  // classes of characters, and UTF-8
+
+// Not included here, because it needs libsodium too. Include it yourself:
+// #include "tarn/signed.hpp"   // Keys, Verified: signed texts, cookies and forms; random_id()
 // clang-format on
 
 #endif  // TARN_HPP

@@ -27,6 +27,12 @@ SCRIPT = SOURCE / "bench/process/script.cpp"
 # A script that uses every function of the headers for whole forms.
 FORM_SCRIPT = SOURCE / "docs/examples/cpp-form.cpp"
 
+# A script that uses every function for origins.
+ORIGIN_SCRIPT = SOURCE / "docs/examples/cpp-origin.cpp"
+
+# A script that uses every function of the header for signing.
+SIGNED_SCRIPT = SOURCE / "docs/examples/cpp-signed.cpp"
+
 # A script that uses every function for serving.
 SERVE_SCRIPT = SOURCE / "docs/examples/cpp-serve.cpp"
 
@@ -116,10 +122,19 @@ class Header(unittest.TestCase):
                 with self.subTest(command):
                     self.assertEqual(0, done.returncode, done.stdout)
 
-    def test_umbrella_header_includes_every_other_header_once(self):
-        included = re.findall(r'(?m)^#include "(.*?)"', HEADER.read_text(encoding="utf-8"))
+    def test_umbrella_header_includes_or_names_every_other_header_once(self):
+        text = HEADER.read_text(encoding="utf-8")
+        included = re.findall(r'(?m)^#include "(.*?)"', text)
+        # This one needs another library.
+        named = re.findall(r'(?m)^// #include "(.*?)"', text)
+        self.assertEqual(["tarn/signed.hpp"], named)
         parts = [str(part.relative_to(INCLUDE)) for part in PARTS]
-        self.assertEqual(parts, sorted(included))
+        self.assertEqual(parts, sorted(included + named))
+        script = self.folder / "umbrella.cpp"
+        script.write_text("#include <tarn.hpp>\n", encoding="utf-8")
+        listed = self.succeeds(*CXX, "-std=c++17", f"-I{INCLUDE}", "-M", script)
+        self.assertIn("origin.hpp", listed)
+        self.assertNotIn("sodium", listed)
 
     def test_older_standard_is_refused_with_a_message(self):
         old = self.folder / "old.cpp"
@@ -237,8 +252,9 @@ class Header(unittest.TestCase):
         self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
-    def links_with(self, source, library, expected):
-        """Compiles a script, and links it with one of Tarn's libraries and no C++ runtime."""
+    def links_with(self, source, library, expected, *others):
+        """Compiles a script, and links it with one of Tarn's libraries, the others, which are those
+        of pkg-config, and no C++ runtime."""
         # _FORTIFY_SOURCE needs an optimizer.
         for level in (["-O0", "-U_FORTIFY_SOURCE"], ["-O2"]):
             with self.subTest(level):
@@ -250,17 +266,27 @@ class Header(unittest.TestCase):
                 self.assertIn(expected, undefined)
                 self.assertEqual([], [n for n in undefined if re.match("_Z|__cxa|__gxx|_Unw", n)])
                 program = self.folder / "script"
-                self.succeeds(*CC, "-Wl,--no-as-needed", compiled, library, "-o", program)
+                found = [run("pkg-config", "--libs", name).stdout.split() for name in others]
+                words = [compiled, library, *itertools.chain(*found)]
+                self.succeeds(*CC, "-Wl,--no-as-needed", *words, "-o", program)
                 listed = self.succeeds("readelf", "-d", program)
                 needed = re.findall(r"\(NEEDED\).*\[(.*)\]", listed)
                 soname = pathlib.Path(library).name.partition(".so")[0] + ".so.1"
-                self.assertEqual([soname, "libc.so.6"], needed)
+                self.assertEqual(soname, needed[0])
+                self.assertEqual("libc.so.6", needed[-1])
+                self.assertEqual(list(others), [n[:9] for n in needed[1:-1]])
 
     def test_views_need_no_cpp_runtime(self):
         self.links_with(SCRIPT, LIBRARY, "Tarn_new")
 
     def test_forms_need_libtarn_form_alone(self):
         self.links_with(FORM_SCRIPT, FORM_LIBRARY, "TarnForm_next")
+
+    def test_asking_for_the_origin_needs_libtarn_alone(self):
+        self.links_with(ORIGIN_SCRIPT, LIBRARY, "CgiEnv_getRequestMethod")
+
+    def test_signing_needs_libtarn_and_libsodium_alone(self):
+        self.links_with(SIGNED_SCRIPT, LIBRARY, "crypto_auth_hmacsha512256_final", "libsodium")
 
     def test_serving_needs_libtarn_serve_alone(self):
         self.links_with(SERVE_SCRIPT, SERVE_LIBRARY, "tarn_serve")
