@@ -27,6 +27,10 @@ SCRIPT = SOURCE / "bench/process/script.cpp"
 # A script that uses every function of the headers for whole forms.
 FORM_SCRIPT = SOURCE / "docs/examples/cpp-form.cpp"
 
+# Scripts that use the query string and typed values, and a form that is checked.
+INPUT_SCRIPT = SOURCE / "docs/examples/cpp-form-input.cpp"
+CHECKED_SCRIPT = SOURCE / "docs/examples/cpp-form-checked.cpp"
+
 # A script that uses every function for serving.
 SERVE_SCRIPT = SOURCE / "docs/examples/cpp-serve.cpp"
 
@@ -142,7 +146,7 @@ class Header(unittest.TestCase):
         self.assertTrue({"request.hpp", "form.hpp", "tarn.h"} <= included, included)
         unwanted = {"html.hpp", "response.hpp", "file.hpp", "fcntl.h", "unistd.h", "ctime"}
         unwanted |= {"field.hpp", "form_reader.hpp", "whole_form.hpp", "tarn_form.h"}
-        unwanted |= {"serve.hpp", "tarn_serve.h"}
+        unwanted |= {"serve.hpp", "tarn_serve.h", "typed.hpp", "checked_form.hpp"}
         self.assertFalse(unwanted & included)
 
     def test_lists_work_with_standard_algorithms_and_ranges(self):
@@ -166,6 +170,7 @@ class Header(unittest.TestCase):
             static_assert(std::ranges::forward_range<const tarn::Form>);
             static_assert(std::ranges::sized_range<tarn::Form>);
             static_assert(std::ranges::forward_range<tarn::FormTexts>);
+            static_assert(std::ranges::forward_range<tarn::Path>);
             static_assert(std::ranges::forward_range<tarn::FormFiles>);
             // A view of a temporary form would dangle.
             static_assert(!std::ranges::borrowed_range<tarn::Form>);
@@ -177,6 +182,7 @@ class Header(unittest.TestCase):
             static_assert(std::ranges::borrowed_range<tarn::Elements>);
             static_assert(std::ranges::borrowed_range<tarn::Lines>);
             static_assert(std::ranges::borrowed_range<tarn::FormTexts>);
+            static_assert(std::ranges::borrowed_range<tarn::Path>);
             static_assert(std::ranges::borrowed_range<tarn::FormFiles>);
             static_assert(std::ranges::borrowed_range<tarn::FormFields>);
             static_assert(std::ranges::borrowed_range<tarn::Blocks>);
@@ -237,8 +243,8 @@ class Header(unittest.TestCase):
         self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
-    def links_with(self, source, library, expected):
-        """Compiles a script, and links it with one of Tarn's libraries and no C++ runtime."""
+    def links_with(self, source, libraries, expected):
+        """Compiles a script, and links it with some of Tarn's libraries and no C++ runtime."""
         # _FORTIFY_SOURCE needs an optimizer.
         for level in (["-O0", "-U_FORTIFY_SOURCE"], ["-O2"]):
             with self.subTest(level):
@@ -250,20 +256,26 @@ class Header(unittest.TestCase):
                 self.assertIn(expected, undefined)
                 self.assertEqual([], [n for n in undefined if re.match("_Z|__cxa|__gxx|_Unw", n)])
                 program = self.folder / "script"
-                self.succeeds(*CC, "-Wl,--no-as-needed", compiled, library, "-o", program)
+                self.succeeds(*CC, "-Wl,--no-as-needed", compiled, *libraries, "-o", program)
                 listed = self.succeeds("readelf", "-d", program)
                 needed = re.findall(r"\(NEEDED\).*\[(.*)\]", listed)
-                soname = pathlib.Path(library).name.partition(".so")[0] + ".so.1"
-                self.assertEqual([soname, "libc.so.6"], needed)
+                names = [pathlib.Path(library).name.partition(".so")[0] for library in libraries]
+                self.assertEqual([*(f"{name}.so.1" for name in names), "libc.so.6"], needed)
 
     def test_views_need_no_cpp_runtime(self):
-        self.links_with(SCRIPT, LIBRARY, "Tarn_new")
+        self.links_with(SCRIPT, [LIBRARY], "Tarn_new")
 
     def test_forms_need_libtarn_form_alone(self):
-        self.links_with(FORM_SCRIPT, FORM_LIBRARY, "TarnForm_next")
+        self.links_with(FORM_SCRIPT, [FORM_LIBRARY], "TarnForm_next")
+
+    def test_input_needs_libtarn_form_alone(self):
+        self.links_with(INPUT_SCRIPT, [FORM_LIBRARY], "TarnForm_load")
+
+    def test_checked_forms_need_no_cpp_runtime(self):
+        self.links_with(CHECKED_SCRIPT, [FORM_LIBRARY, LIBRARY], "TarnForm_load")
 
     def test_serving_needs_libtarn_serve_alone(self):
-        self.links_with(SERVE_SCRIPT, SERVE_LIBRARY, "tarn_serve")
+        self.links_with(SERVE_SCRIPT, [SERVE_LIBRARY], "tarn_serve")
 
     def test_requests_and_files_need_no_other_library(self):
         script = self.folder / "files.cpp"
@@ -278,7 +290,7 @@ class Header(unittest.TestCase):
             """,
             encoding="utf-8",
         )
-        self.links_with(script, LIBRARY, "Tarn_getFile")
+        self.links_with(script, [LIBRARY], "Tarn_getFile")
 
     def complaint(self, compiler, snippet):
         """Says why the refused part does not count as refused; None if it does."""
