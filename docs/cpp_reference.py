@@ -156,6 +156,7 @@ AFTER = re.compile(
 
 
 TEXT = "std::string_view "
+OPTIONAL_TEXT = "std::optional<std::string_view> "
 
 
 def split_at_commas(text: str) -> list[str]:
@@ -180,6 +181,7 @@ def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
     """The function, and " = delete" or " = default" if it has that instead of a body."""
     # What converts to these also converts to a std::string_view.
     head = re.sub(r"(const (detail::)?(TextArgument|Name) &|(detail::)?\bKeptText )", TEXT, head)
+    head = re.sub(r"const detail::(GivenText|ViewedText) &", OPTIONAL_TEXT, head)
     # These are for compilers.
     head = head.replace(" TARN_LIFETIMEBOUND", "")
     head = re.sub(r", std::enable_if_t<[^;{}]*?, int> = 0>", ">", head)
@@ -343,7 +345,9 @@ class Parser:
         section = self.section
         alias = re.fullmatch(r"using (\w+) = (?:detail::)?(\w+)<.*>", head)
         constant = re.fullmatch(r"inline (constexpr [\w:]+ (\w+)(?: = \w+)?)", head)
-        is_class = statement.body is not None and re.match(r"(class|struct|enum class) ", head)
+        is_class = statement.body is not None and re.match(
+            r"(template <[^<>]*> )?(class|struct|enum class) ", head
+        )
         if alias or is_class:
             if is_class:
                 made = parse_class(statement, section.header)

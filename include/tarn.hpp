@@ -1,11 +1,11 @@
 /* Tarn for C++: the functions of tarn.h and tarn_form.h as classes that own, view and check.
  *
- * The headers need C++17. Link with -ltarn, as in C, with -ltarn_form if you use Form or FormReader,
- * and with -ltarn_serve if you use serve(); there is nothing else to compile or link. This one
- * includes all others, except for `tarn/signed.hpp`, which needs libsodium too. A script can include just those that it uses, such as `tarn/request.hpp`, and
- * compiles faster. Nothing throws, and a script that is compiled with -fno-exceptions needs no C++
- * runtime for them. (The checks of the C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with
- * -lstdc++ then.)
+ * The headers need C++17. Link with -ltarn, as in C, with -ltarn_form if you use Form, FormReader,
+ * Query or CheckedForm, and with -ltarn_serve if you use serve(); there is nothing else to compile or
+ * link. This one includes all others, except for `tarn/signed.hpp`, which needs libsodium too. A
+ * script can include just those that it uses, such as `tarn/request.hpp`, and compiles faster. Nothing
+ * throws, and a script that is compiled with -fno-exceptions needs no C++ runtime for them. (The checks
+ * of the C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with -lstdc++ then.)
  *
  * Conventions of all classes and functions:
  *
@@ -40,6 +40,10 @@
 #include "tarn/whole_form.hpp"  // Form, KeptField and its ranges: whole forms, by name
 #include "tarn/form_reader.hpp" // FormReader, FormLimits, Problem: whole forms, as a stream
 #include "tarn/field.hpp"       // Field, KeptField, Blocks: their fields; FileName, Saved
+#include "tarn/query.hpp"       // Query: the fields of the query string, whatever the method
+#include "tarn/checked_form.hpp" // CheckedForm: checks a form and shows it again
+#include "tarn/typed.hpp"       // integer(), real(), date() and others: values or reasons
+#include "tarn/input.hpp"       // request_method(), request_path(), request_header()
 #include "tarn/request.hpp"     // Request: environment, cookies, and a form read by the old rules
 #include "tarn/form.hpp"        // Entry, Entries, Values: the fields of a Request
 #include "tarn/file.hpp"        // File, Files: the files of a Request

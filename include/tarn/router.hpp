@@ -8,30 +8,16 @@
 #include <type_traits>
 #include <utility>
 
+#include "input.hpp"
 #include "response.hpp"
 
 namespace tarn {
 namespace detail {
 
-// Takes the part of a path up to the next "/" off its beginning, which is a "/".
-constexpr std::string_view take_segment(std::string_view &path) noexcept {
-  path.remove_prefix(1);
-  std::size_t size = 0;
-  while (size < path.size() && path[size] != '/') ++size;
-  const std::string_view segment = path.substr(0, size);
-  path.remove_prefix(size);
-  return segment;
-}
-
 // The name in "{name}"; empty if the segment is another text.
 constexpr std::string_view placeholder(std::string_view segment) noexcept {
   const bool has_name = segment.size() > 2 && segment.front() == '{' && segment.back() == '}';
   return has_name ? segment.substr(1, segment.size() - 2) : std::string_view();
-}
-
-// "." and ".." are never values: in a file name, they would lead to another folder.
-constexpr bool is_path_value(std::string_view segment) noexcept {
-  return !segment.empty() && segment != "." && segment != "..";
 }
 
 constexpr bool matches_path(std::string_view pattern, std::string_view path) noexcept {

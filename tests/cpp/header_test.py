@@ -33,6 +33,10 @@ ORIGIN_SCRIPT = SOURCE / "docs/examples/cpp-origin.cpp"
 # A script that uses every function of the header for signing.
 SIGNED_SCRIPT = SOURCE / "docs/examples/cpp-signed.cpp"
 
+# Scripts that use the query string and typed values, and a form that is checked.
+INPUT_SCRIPT = SOURCE / "docs/examples/cpp-form-input.cpp"
+CHECKED_SCRIPT = SOURCE / "docs/examples/cpp-form-checked.cpp"
+
 # A script that uses every function for serving.
 SERVE_SCRIPT = SOURCE / "docs/examples/cpp-serve.cpp"
 
@@ -157,7 +161,7 @@ class Header(unittest.TestCase):
         self.assertTrue({"request.hpp", "form.hpp", "tarn.h"} <= included, included)
         unwanted = {"html.hpp", "response.hpp", "file.hpp", "fcntl.h", "unistd.h", "ctime"}
         unwanted |= {"field.hpp", "form_reader.hpp", "whole_form.hpp", "tarn_form.h"}
-        unwanted |= {"serve.hpp", "tarn_serve.h"}
+        unwanted |= {"serve.hpp", "tarn_serve.h", "typed.hpp", "checked_form.hpp"}
         self.assertFalse(unwanted & included)
 
     def test_lists_work_with_standard_algorithms_and_ranges(self):
@@ -181,6 +185,7 @@ class Header(unittest.TestCase):
             static_assert(std::ranges::forward_range<const tarn::Form>);
             static_assert(std::ranges::sized_range<tarn::Form>);
             static_assert(std::ranges::forward_range<tarn::FormTexts>);
+            static_assert(std::ranges::forward_range<tarn::Path>);
             static_assert(std::ranges::forward_range<tarn::FormFiles>);
             // A view of a temporary form would dangle.
             static_assert(!std::ranges::borrowed_range<tarn::Form>);
@@ -192,6 +197,7 @@ class Header(unittest.TestCase):
             static_assert(std::ranges::borrowed_range<tarn::Elements>);
             static_assert(std::ranges::borrowed_range<tarn::Lines>);
             static_assert(std::ranges::borrowed_range<tarn::FormTexts>);
+            static_assert(std::ranges::borrowed_range<tarn::Path>);
             static_assert(std::ranges::borrowed_range<tarn::FormFiles>);
             static_assert(std::ranges::borrowed_range<tarn::FormFields>);
             static_assert(std::ranges::borrowed_range<tarn::Blocks>);
@@ -252,8 +258,8 @@ class Header(unittest.TestCase):
         self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
-    def links_with(self, source, library, expected, *others):
-        """Compiles a script, and links it with one of Tarn's libraries, the others, which are those
+    def links_with(self, source, libraries, expected, *others):
+        """Compiles a script, and links it with some of Tarn's libraries, the others, which are those
         of pkg-config, and no C++ runtime."""
         # _FORTIFY_SOURCE needs an optimizer.
         for level in (["-O0", "-U_FORTIFY_SOURCE"], ["-O2"]):
@@ -267,29 +273,35 @@ class Header(unittest.TestCase):
                 self.assertEqual([], [n for n in undefined if re.match("_Z|__cxa|__gxx|_Unw", n)])
                 program = self.folder / "script"
                 found = [run("pkg-config", "--libs", name).stdout.split() for name in others]
-                words = [compiled, library, *itertools.chain(*found)]
+                words = [compiled, *libraries, *itertools.chain(*found)]
                 self.succeeds(*CC, "-Wl,--no-as-needed", *words, "-o", program)
                 listed = self.succeeds("readelf", "-d", program)
                 needed = re.findall(r"\(NEEDED\).*\[(.*)\]", listed)
-                soname = pathlib.Path(library).name.partition(".so")[0] + ".so.1"
-                self.assertEqual(soname, needed[0])
-                self.assertEqual("libc.so.6", needed[-1])
-                self.assertEqual(list(others), [n[:9] for n in needed[1:-1]])
+                names = [pathlib.Path(library).name.partition(".so")[0] for library in libraries]
+                ours = [f"{name}.so.1" for name in names]
+                self.assertEqual([*ours, "libc.so.6"], [n for n in needed if n[:9] not in others])
+                self.assertEqual(list(others), [n[:9] for n in needed if n[:9] in others])
 
     def test_views_need_no_cpp_runtime(self):
-        self.links_with(SCRIPT, LIBRARY, "Tarn_new")
+        self.links_with(SCRIPT, [LIBRARY], "Tarn_new")
 
     def test_forms_need_libtarn_form_alone(self):
-        self.links_with(FORM_SCRIPT, FORM_LIBRARY, "TarnForm_next")
+        self.links_with(FORM_SCRIPT, [FORM_LIBRARY], "TarnForm_next")
+
+    def test_input_needs_libtarn_form_alone(self):
+        self.links_with(INPUT_SCRIPT, [FORM_LIBRARY], "TarnForm_load")
+
+    def test_checked_forms_need_no_cpp_runtime(self):
+        self.links_with(CHECKED_SCRIPT, [FORM_LIBRARY, LIBRARY], "TarnForm_load")
 
     def test_asking_for_the_origin_needs_libtarn_alone(self):
-        self.links_with(ORIGIN_SCRIPT, LIBRARY, "CgiEnv_getRequestMethod")
+        self.links_with(ORIGIN_SCRIPT, [LIBRARY], "CgiEnv_getRequestMethod")
 
     def test_signing_needs_libtarn_and_libsodium_alone(self):
-        self.links_with(SIGNED_SCRIPT, LIBRARY, "crypto_auth_hmacsha512256_final", "libsodium")
+        self.links_with(SIGNED_SCRIPT, [LIBRARY], "crypto_auth_hmacsha512256_final", "libsodium")
 
     def test_serving_needs_libtarn_serve_alone(self):
-        self.links_with(SERVE_SCRIPT, SERVE_LIBRARY, "tarn_serve")
+        self.links_with(SERVE_SCRIPT, [SERVE_LIBRARY], "tarn_serve")
 
     def test_requests_and_files_need_no_other_library(self):
         script = self.folder / "files.cpp"
@@ -304,7 +316,7 @@ class Header(unittest.TestCase):
             """,
             encoding="utf-8",
         )
-        self.links_with(script, LIBRARY, "Tarn_getFile")
+        self.links_with(script, [LIBRARY], "Tarn_getFile")
 
     def complaint(self, compiler, snippet):
         """Says why the refused part does not count as refused; None if it does."""

@@ -267,6 +267,8 @@ class Cpp(unittest.TestCase):
         # The reference shows what can be passed, and no constraints of templates.
         texts = r"const (detail::)?(TextArgument|Name) &|(detail::)?\bKeptText "
         header = re.sub(texts, "std::string_view ", header)
+        given = r"const detail::(GivenText|ViewedText) &"
+        header = re.sub(given, "std::optional<std::string_view> ", header)
         header = without_optional_spaces(re.sub(CONSTRAINT, ">", header))
         count = 0
         for name in self.NAMES:
