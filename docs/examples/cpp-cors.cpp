@@ -17,8 +17,7 @@ int main(int argc, char **) {
     all.apply(response);
   else
     cors.apply(response);
-  if (tarn::Cors::is_preflight())
-    return response.send() ? 0 : 1;
+  if (tarn::Cors::is_preflight()) return response.send() ? 0 : 1;
   return response.send_text("169 m\n") ? 0 : 1;
 }
 

@@ -11,8 +11,7 @@ int main() {
   response.content_language(tag);
   const char *const text = tag == "de" ? "tief" : "deep";
   if (type.empty()) return response.send_error(406) ? 0 : 1;
-  if (type == "text/plain")
-    return response.send_text(text) ? 0 : 1;
+  if (type == "text/plain") return response.send_text(text) ? 0 : 1;
   tarn::JsonWriter json;
   return response.send_json(json.value(text).take()) ? 0 : 1;
 }

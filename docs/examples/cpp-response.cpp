@@ -13,9 +13,7 @@ int main() {
   tarn::SetCookie theme("theme", "dark");
   theme.readable_by_scripts().same_site(tarn::SameSite::lax);
   tarn::SetCookie frame("frame", "1");
-  frame.secure()
-      .same_site(tarn::SameSite::none)
-      .partitioned();
+  frame.secure().same_site(tarn::SameSite::none).partitioned();
 
   tarn::Response response;
   response.status(405)

@@ -23,7 +23,8 @@ int main(int argc, char **argv) {
   if (file) {
     const auto size = static_cast<unsigned>(file.size());
     const bool old = file.modified() < 1763683201;
-    std::fprintf(stderr, "%u bytes, %s\n", size, old ? "old" : "new");
+    std::fprintf(stderr, "%u bytes, %s\n", size,
+                 old ? "old" : "new");
   } else {
     std::fprintf(stderr, "%d: %s\n", file.error(), file.message());
   }
