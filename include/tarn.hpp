@@ -50,6 +50,10 @@
 #include "tarn/cookie.hpp"      // CookieView, Cookies; Cookie, CookieList
 #include "tarn/environment.hpp" // Environment: the variables of the server, and the body
 #include "tarn/response.hpp"    // Response: what the script sends
+#include "tarn/send_file.hpp"   // StoredFile, for Response::send_file(): files, ranges, conditions
+#include "tarn/stream.hpp"      // Stream: a body in pieces
+#include "tarn/cors.hpp"        // Cors: requests of pages of other sites
+#include "tarn/negotiation.hpp" // choose_type(), choose_language(): what the visitor accepts
 #include "tarn/router.hpp"      // Router: chooses a function by method and path
 #include "tarn/set_cookie.hpp"  // SetCookie, SameSite: for Response::cookie()
 #include "tarn/origin.hpp"      // same_origin(): which site a request comes from
@@ -68,6 +72,7 @@
 #include "tarn/view.hpp"        // the base classes of views and ranges
 #include "tarn/argument.hpp"    // texts and names as arguments
 #include "tarn/attribute_kind.hpp" // what is done with the value of each attribute
+#include "tarn/conditions.hpp"  // conditions and ranges of requests
 #include "tarn/characters.hpp"  // classes of characters, and UTF-8
 
 // Not included here, because it needs libsodium too. Include it yourself:

@@ -13,14 +13,14 @@ int main(int argc, char **) {
 
 /* Output:
 $ ./cpp-download | od -c | tail -n 3
-0000240   .   b   i   n  \r  \n   C   o   n   t   e   n   t   -   L   e
-0000260   n   g   t   h   :       3  \r  \n  \r  \n  \0 022  \n
-0000276
+0000240   n   t   e   n   t   -   L   e   n   g   t   h   :       3  \r
+0000260  \n  \r  \n  \0 022  \n
+0000266
 $ ./cpp-download header-alone
 Content-Type: application/octet-stream
 Last-Modified: Fri, 21 Nov 2025 00:00:00 GMT
 ETag: W/"v18"
-Content-Disposition: attachment; filename*=UTF-8''lake%20data.bin
+Content-Disposition: attachment; filename="lake data.bin"
 Content-Length: 3
 
 */

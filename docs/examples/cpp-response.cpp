@@ -13,7 +13,7 @@ int main() {
   tarn::SetCookie theme("theme", "dark");
   theme.readable_by_scripts().same_site(tarn::SameSite::lax);
   tarn::SetCookie frame("frame", "1");
-  frame.secure().same_site(tarn::SameSite::none);
+  frame.secure().same_site(tarn::SameSite::none).partitioned();
 
   tarn::Response response;
   response.status(405)
@@ -46,7 +46,7 @@ Content-Language: en
 X-Lake: deep
 Set-Cookie: __Secure-guest=Ada%20L.; Max-Age=2592000; Domain=example.org; Path=/lake; Secure; HttpOnly; SameSite=Strict
 Set-Cookie: theme=dark; Path=/; SameSite=Lax
-Set-Cookie: frame=1; Path=/; Secure; HttpOnly; SameSite=None
+Set-Cookie: frame=1; Path=/; Secure; HttpOnly; SameSite=None; Partitioned
 Content-Length: 29
 
 <p>Not like &lt;this&gt;.</p>*/

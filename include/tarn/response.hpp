@@ -2,12 +2,17 @@
 #ifndef TARN_RESPONSE_HPP
 #define TARN_RESPONSE_HPP
 
+#include <cinttypes>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <initializer_list>
+#include <optional>
 #include <string_view>
 #include <utility>
 
+#include "conditions.hpp"
 #include "html.hpp"
 #include "set_cookie.hpp"
 
@@ -43,8 +48,11 @@ struct Reason {
 
 inline constexpr Reason kReasons[] = {{201, "Created"},
                                       {202, "Accepted"},
+                                      {203, "Non-Authoritative Information"},
                                       {204, "No Content"},
+                                      {205, "Reset Content"},
                                       {206, "Partial Content"},
+                                      {300, "Multiple Choices"},
                                       {301, "Moved Permanently"},
                                       {302, "Found"},
                                       {303, "See Other"},
@@ -53,23 +61,41 @@ inline constexpr Reason kReasons[] = {{201, "Created"},
                                       {308, "Permanent Redirect"},
                                       {400, "Bad Request"},
                                       {401, "Unauthorized"},
+                                      {402, "Payment Required"},
                                       {403, "Forbidden"},
                                       {404, "Not Found"},
                                       {405, "Method Not Allowed"},
                                       {406, "Not Acceptable"},
+                                      {407, "Proxy Authentication Required"},
+                                      {408, "Request Timeout"},
                                       {409, "Conflict"},
                                       {410, "Gone"},
                                       {411, "Length Required"},
                                       {412, "Precondition Failed"},
                                       {413, "Content Too Large"},
+                                      {414, "URI Too Long"},
                                       {415, "Unsupported Media Type"},
+                                      {416, "Range Not Satisfiable"},
+                                      {417, "Expectation Failed"},
+                                      {421, "Misdirected Request"},
                                       {422, "Unprocessable Content"},
+                                      {423, "Locked"},
+                                      {424, "Failed Dependency"},
+                                      {425, "Too Early"},
+                                      {426, "Upgrade Required"},
+                                      {428, "Precondition Required"},
                                       {429, "Too Many Requests"},
+                                      {431, "Request Header Fields Too Large"},
+                                      {451, "Unavailable For Legal Reasons"},
                                       {500, "Internal Server Error"},
                                       {501, "Not Implemented"},
                                       {502, "Bad Gateway"},
                                       {503, "Service Unavailable"},
-                                      {504, "Gateway Timeout"}};
+                                      {504, "Gateway Timeout"},
+                                      {505, "HTTP Version Not Supported"},
+                                      {507, "Insufficient Storage"},
+                                      {508, "Loop Detected"},
+                                      {511, "Network Authentication Required"}};
 
 constexpr const char *reason_for(int status) noexcept {
   for (const Reason &reason : kReasons) {
@@ -79,17 +105,43 @@ constexpr const char *reason_for(int status) noexcept {
 }
 
 inline constexpr std::string_view kPlainText = "text/plain; charset=utf-8";
+inline constexpr std::string_view kHtml = "text/html; charset=utf-8";
 
 // Other functions of Response, or the server, write these.
 inline constexpr std::string_view kReservedHeaders[] = {
     "Connection", "Content-Length", "Content-Type",     "Location",
     "Set-Cookie", "Status",         "Transfer-Encoding"};
 
-inline constexpr const char *kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-inline constexpr const char *kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+// Characters that make the rest of a file name read backwards, which hides its extension, and
+// characters that end a line.
+constexpr bool is_misleading(char32_t c) noexcept {
+  return (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
+}
+
+// Writes the name that a browser saves a file under: without the folders of a path, and without
+// characters that are no part of a name.
+inline void put_file_name(Buffer &out, std::string_view name) noexcept {
+  const std::size_t slash = name.find_last_of("/\\");
+  if (slash != std::string_view::npos) name.remove_prefix(slash + 1);
+  put_replaced(out, name, [](std::string_view character) noexcept -> std::string_view {
+    if (character.empty()) return "\xEF\xBF\xBD";
+    const bool kept = !is_control(character) && !is_misleading(first_character(character).code);
+    return kept ? std::string_view() : "_";
+  });
+}
+
+// Writes a name for browsers that read only ASCII. Some of them decode "%XX".
+inline void put_ascii_name(Buffer &out, std::string_view name) noexcept {
+  put_replaced(out, name, [](std::string_view character) noexcept -> std::string_view {
+    return character.size() > 1 || is_among(character[0], "\"%") ? "_" : std::string_view();
+  });
+}
 
 }  // namespace detail
+
+class Cors;
+class StoredFile;
+class Stream;
 
 /** The response to a request.
  *
@@ -236,12 +288,22 @@ class Response {
    *  @param tag  without "W/" and its quotation marks */
   Response &weak_etag(std::string_view tag) &noexcept { return set_etag("ETag: W/\"", tag); }
 
-  /** Makes the browser save the body under this name. The last call counts. */
+  /** Makes the browser save the body under this name. The last call counts.
+   *
+   *  @param name  in any script, in UTF-8. Only what follows the last slash or backslash is sent;
+   *               control characters, and those that turn the direction of writing, become "_". If
+   *               it is empty, the browser finds a name itself. */
   Response &attachment(std::string_view name) &noexcept {
-    const Text encoded = escape_url(name);
-    refuse(encoded.problem());
+    using namespace detail;
+    const Text whole = escaped<put_file_name>(name);
+    const Text ascii = escaped<put_ascii_name>(whole.view());
+    const Text encoded = escape_url(whole.view());
+    refuse(whole.problem()).refuse(ascii.problem()).refuse(encoded.problem());
+    if (whole.view().empty()) return keep(disposition_, {"Content-Disposition: attachment\r\n"});
+    const bool same = ascii.view() == whole.view();
     return keep(disposition_,
-                {"Content-Disposition: attachment; filename*=UTF-8''", encoded.view(), "\r\n"});
+                {"Content-Disposition: attachment; filename=\"", ascii.view(), "\"",
+                 same ? "" : "; filename*=UTF-8''", same ? "" : encoded.view(), "\r\n"});
   }
 
   /** Sets a cookie in the browser. */
@@ -296,7 +358,7 @@ class Response {
   [[nodiscard]] bool send(const Element &page) noexcept {
     const Text body = html(page);
     refuse(body.problem());
-    return send_as("text/html; charset=utf-8", body.view());
+    return send_as(detail::kHtml, body.view());
   }
   /** Sends a response without content, such as a redirect. @return as for a page */
   [[nodiscard]] bool send() noexcept { return send_text({}); }
@@ -317,11 +379,82 @@ class Response {
     return send_as("application/octet-stream", bytes);
   }
 
+  /** Sends a page for an error: its status, a title with the reason, and a sentence. Caches must not
+   *  store it. Keeps the headers and cookies that were added, but sends nothing that was meant for
+   *  another body: a content type, an etag, a time of change or an attachment.
+   *
+   *  @code
+   *  if (!lake) return response.send_error(404, "There is no such lake.") ? 0 : 1;
+   *  @endcode
+   *
+   *  @param code  400 to 599
+   *  @param text  is escaped as every text in a page
+   *  @return as for a page */
+  [[nodiscard]] bool send_error(int code, std::string_view text = {}) noexcept {
+    if (code < 400) refuse("send_error() takes 400 to 599");
+    status(code).no_store();
+    for (Text *const kept : {&type_, &etag_, &modified_, &disposition_}) {
+      *kept = Text(adopt, nullptr, 0);
+    }
+    const char *const reason = detail::reason_for(code);
+    detail::Buffer title;
+    char digits[16];
+    std::snprintf(digits, sizeof digits, "%d ", code);
+    title << digits << reason;
+    Element body("body", Element("h1", reason));
+    if (!text.empty()) body.add(Element("p", text));
+    const Text said = title.take();
+    return send(Element("html", Attribute("lang", "en"),
+                        Element("head", Element("title", said.view())), std::move(body)));
+  }
+
+  /** Sends a file, or the part of it that is asked for.
+   *
+   *  @code
+   *  return tarn::Response().send_file(tarn::StoredFile::below("/srv/lakes", name)) ? 0 : 1;
+   *  @endcode
+   *
+   *  It adds Last-Modified and ETag, unless last_modified() and etag() were called. To a GET or HEAD
+   *  it responds as the conditions in the request demand: with status 304 if the browser has this
+   *  version, 412 if it wants another one, 206 and one range of bytes, or 416 if the file has no such
+   *  range. If several ranges are asked for, it sends the whole file. To any other method, and with a
+   *  status() other than 200, it sends the whole file.
+   *
+   *  The content type comes from the extension of the name, unless content_type() was called. HTML,
+   *  SVG and XML are then sent with `Content-Security-Policy: sandbox`, so that a file that a visitor
+   *  uploaded runs no scripts. A file that is not open is status 404, 403 or 500.
+   *
+   *  The file is not read into memory. If it becomes shorter meanwhile, sending fails.
+   *
+   *  @return as for a page; include `tarn/send_file.hpp` */
+  [[nodiscard]] bool send_file(const StoredFile &file) noexcept;
+
+  /** Tells whether the browser has this version already, which etag() or last_modified() identify.
+   *  If so, it sets status 304: call send().
+   *
+   *  @code
+   *  if (response.etag(version).not_modified()) return response.send() ? 0 : 1;
+   *  @endcode
+   *
+   *  It is false unless the method is GET or HEAD and the status 200. */
+  [[nodiscard]] bool not_modified() noexcept {
+    if (!is_conditional() || (etag_.view().empty() && modified_.view().empty())) return false;
+    const std::int64_t now = std::time(nullptr);
+    detail::Part part;
+    const detail::Verdict verdict =
+        detail::Conditions::of_request().judge(version(now, 0), now, false, part);
+    if (verdict == detail::Verdict::not_modified) status(304);
+    return verdict == detail::Verdict::not_modified;
+  }
+
   /** The first thing that was refused or failed, in words for the server's log. @return a constant
    *  text; null if nothing did */
   const char *problem() const noexcept { return problem_; }
 
  private:
+  friend class Cors;
+  friend class Stream;
+
   // Keeps the first problem.
   Response &refuse(const char *problem) noexcept {
     if (problem_ == nullptr) problem_ = problem;
@@ -352,6 +485,13 @@ class Response {
   }
 
   bool send_as(std::string_view type, std::string_view body) noexcept {
+    if (begin(type, body.size())) put(body);
+    return end();
+  }
+
+  // Writes the header, or the whole page that says that there is no response. Without a size, the body
+  // ends with the output. @return whether a body follows
+  bool begin(std::string_view type, std::optional<std::uint64_t> size) noexcept {
     if (std::exchange(sent_, true)) {
       refuse("response was already sent");
       return false;
@@ -360,20 +500,25 @@ class Response {
     const Text cookies = cookies_.take();
     refuse(lines.problem()).refuse(cookies.problem());
     if (problem_ == nullptr) {
-      write(status_, type_.view().empty() ? type : type_.view(),
-            {location_.view(), lines.view(), modified_.view(), etag_.view(), disposition_.view(),
-             cookies.view()},
-            body);
-    } else {
-      write(500, detail::kPlainText, {}, "Internal Server Error\n");
+      return write_header(status_, type_.view().empty() ? type : type_.view(),
+                          {location_.view(), lines.view(), modified_.view(), etag_.view(),
+                           disposition_.view(), cookies.view()},
+                          size);
     }
+    constexpr std::string_view kFailure = "Internal Server Error\n";
+    if (write_header(500, detail::kPlainText, {}, kFailure.size())) put(kFailure);
+    return false;
+  }
+
+  bool end() noexcept {
     if (std::fflush(out_) != 0 || std::ferror(out_) != 0) refuse("response could not be written");
     return problem_ == nullptr;
   }
 
   // Without a Status line the server assumes 200, and is still free to send 304 instead.
-  void write(int status, std::string_view type, std::initializer_list<std::string_view> lines,
-             std::string_view body) noexcept {
+  bool write_header(int status, std::string_view type,
+                    std::initializer_list<std::string_view> lines,
+                    std::optional<std::uint64_t> size) noexcept {
     const bool has_body = status != 204 && status != 304;
     if (status != 200) std::fprintf(out_, "Status: %d %s\r\n", status, detail::reason_for(status));
     if (has_body) {
@@ -382,9 +527,27 @@ class Response {
       put("\r\n");
     }
     for (const std::string_view line : lines) put(line);
-    if (has_body) std::fprintf(out_, "Content-Length: %zu\r\n", body.size());
+    if (has_body && size) std::fprintf(out_, "Content-Length: %" PRIu64 "\r\n", *size);
     put("\r\n");
-    if (has_body && !head_) put(body);
+    return has_body && !head_;
+  }
+
+  // Whether conditions of the request apply: to what it would get without them.
+  bool is_conditional() const noexcept {
+    const std::string_view method = CgiEnv_getRequestMethod(nullptr);
+    return status_ == 200 && (method == "GET" || method == "HEAD");
+  }
+
+  // What etag() and last_modified() say. Without a time, no date of the request is late enough.
+  detail::Version version(std::int64_t now, std::uint64_t size) const noexcept {
+    const auto value = [](const Text &line, std::string_view name) {
+      const std::string_view all = line.view();
+      if (all.empty()) return all;
+      return std::string_view(all.data() + name.size(), all.size() - name.size() - 2);
+    };
+    const std::optional<std::int64_t> modified =
+        detail::seconds_of(value(modified_, "Last-Modified: "), now);
+    return {value(etag_, "ETag: "), modified.value_or(INT64_MAX), size};
   }
 
   void put(std::string_view text) noexcept {

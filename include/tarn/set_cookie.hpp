@@ -81,6 +81,12 @@ class SetCookie {
     same_site_ = site;
     return *this;
   }
+  /** Keeps a separate cookie for each site whose pages show this one in a frame. The cookie must be
+   *  secure(), and SameSite::none for the browser to send it there at all. */
+  SetCookie &partitioned() noexcept {
+    partitioned_ = true;
+    return *this;
+  }
 
  private:
   friend class Response;
@@ -112,6 +118,7 @@ class SetCookie {
     }
     if (for_https && !secure_) return "__Host- and __Secure- cookies must be secure";
     if (same_site_ == SameSite::none && !secure_) return "SameSite::none cookies must be secure";
+    if (partitioned_ && !secure_) return "partitioned cookies must be secure";
     if (for_host && (path != "/" || !domain_.view().empty())) {
       return "__Host- cookies must have path '/' and no domain";
     }
@@ -131,7 +138,8 @@ class SetCookie {
     if (secure_) out << "; Secure";
     if (http_only_) out << "; HttpOnly";
     constexpr std::string_view kSites[] = {"Strict", "Lax", "None"};
-    out << "; SameSite=" << kSites[static_cast<int>(same_site_)] << "\r\n";
+    out << "; SameSite=" << kSites[static_cast<int>(same_site_)];
+    out << (partitioned_ ? "; Partitioned\r\n" : "\r\n");
   }
 
   static constexpr std::size_t kMostOfCookie = 4096;
@@ -146,6 +154,7 @@ class SetCookie {
   SameSite same_site_ = SameSite::lax;
   bool secure_ = false;
   bool http_only_ = true;
+  bool partitioned_ = false;
 };
 
 }  // namespace tarn

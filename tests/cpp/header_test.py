@@ -318,6 +318,33 @@ class Header(unittest.TestCase):
         )
         self.links_with(script, [LIBRARY], "Tarn_getFile")
 
+    def test_responses_need_no_other_library(self):
+        script = self.folder / "responses.cpp"
+        script.write_text(
+            """
+            #include <tarn.hpp>
+            static int send(tarn::Response &response, std::string_view path) {
+              response.cookie(tarn::SetCookie("a", "1").secure().partitioned());
+              if (response.attachment(path).etag("1").not_modified()) return response.send();
+              if (path.empty()) return response.send_error(404, path);
+              return response.send_file(tarn::StoredFile::below("lakes", path));
+            }
+            int main() {
+              tarn::Response response;
+              tarn::Cors cors({"https://example.org"});
+              cors.methods("PUT").max_age(5).apply(response);
+              if (tarn::choose_language(response, {"en", "de"}) == "de") {
+                return send(response, CgiEnv_getPathInfo(nullptr));
+              }
+              if (tarn::choose_type(response, {"text/html"}).empty()) return 1;
+              tarn::Stream body(response);
+              return body.write("x") && body.flush() && body.finish() ? 0 : 1;
+            }
+            """,
+            encoding="utf-8",
+        )
+        self.links_with(script, LIBRARY, "CgiEnv_getPathInfo")
+
     def complaint(self, compiler, snippet):
         """Says why the refused part does not count as refused; None if it does."""
         name = snippet["name"]

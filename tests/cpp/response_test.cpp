@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "output.h"
 #include "support/failing_memory.h"
 #include "support/script.h"
 #include "tarn.hpp"
@@ -21,29 +22,7 @@ using tarn::Element;
 using tarn::Response;
 using tarn::SameSite;
 using tarn::SetCookie;
-
-// A stream that keeps its output.
-class Output {
- public:
-  Output() : stream_(open_memstream(&text_, &size_)) {}
-  ~Output() {
-    std::fclose(stream_);
-    std::free(text_);
-  }
-  Output(const Output &) = delete;
-  Output &operator=(const Output &) = delete;
-
-  operator FILE *() const { return stream_; }
-  std::string written() {
-    std::fflush(stream_);
-    return {text_, size_};
-  }
-
- private:
-  char *text_ = nullptr;
-  size_t size_ = 0;
-  FILE *stream_;
-};
+using tarn_test::Output;
 
 const std::string kFailure =
     "Status: 500 Internal Server Error\r\n"
@@ -269,6 +248,8 @@ TEST(Response, WritesTheStatus) {
       {403, "Status: 403 Forbidden\r\n"},
       {404, "Status: 404 Not Found\r\n"},
       {405, "Status: 405 Method Not Allowed\r\n"},
+      {416, "Status: 416 Range Not Satisfiable\r\n"},
+      {451, "Status: 451 Unavailable For Legal Reasons\r\n"},
       {503, "Status: 503 Service Unavailable\r\n"},
       {599, "Status: 599 Other\r\n"},
   };
@@ -497,10 +478,98 @@ TEST(Response, RefusesYearsWithoutFourDigits) {
   }
 }
 
-TEST(Response, EscapesTheNameOfAnAttachment) {
+std::string attachment(std::string_view name) {
+  return linesOf([&](Response &response) { response.attachment(name); });
+}
+
+TEST(Response, NamesAnAttachmentInAnyScript) {
+  const std::string start = "Content-Disposition: attachment";
+  EXPECT_EQ(start + "; filename=\"lake data.bin\"\r\n", attachment("lake data.bin"));
+  EXPECT_EQ(start + "; filename=\"gr__e.txt\"; filename*=UTF-8''gr%C3%BC%C3%9Fe.txt\r\n",
+            attachment("grüße.txt"));
+  EXPECT_EQ(start + "; filename=\"__.txt\"; filename*=UTF-8''%E6%B9%96%F0%9F%A6%86.txt\r\n",
+            attachment("湖🦆.txt"));
+}
+
+TEST(Response, QuotesTheNameOfAnAttachment) {
+  const std::string start = "Content-Disposition: attachment; filename=";
+  EXPECT_EQ(start + "\"_a_; x=1.txt\"; filename*=UTF-8''%22a%22%3B%20x%3D1.txt\r\n",
+            attachment("\"a\"; x=1.txt"));
+  EXPECT_EQ(start + "\"100_41.txt\"; filename*=UTF-8''100%2541.txt\r\n", attachment("100%41.txt"));
+}
+
+TEST(Response, NamesAnAttachmentWithoutFoldersAndControlCharacters) {
+  const std::string start = "Content-Disposition: attachment";
+  EXPECT_EQ(start + "; filename=\"passwd\"\r\n", attachment("../../etc/passwd"));
+  EXPECT_EQ(start + "; filename=\"a.exe\"\r\n", attachment("C:\\Users\\a.exe"));
+  EXPECT_EQ(start + "; filename=\"a__X_b_.txt\"\r\n", attachment("a\r\nX\0b\x7F.txt"sv));
+  // Next line, right-to-left override, an isolate, a line separator.
+  for (const std::string character : {"\u0085", "\u202E", "\u2066", "\u2028"}) {
+    EXPECT_EQ(start + "; filename=\"a_txt.exe\"\r\n", attachment("a" + character + "txt.exe"));
+  }
+  EXPECT_EQ(start + "; filename=\"a_.txt\"; filename*=UTF-8''a%EF%BF%BD.txt\r\n",
+            attachment("a\xFF.txt"));
+  for (const std::string_view none : {"", "/", "a/", "a\\"}) {
+    EXPECT_EQ(start + "\r\n", attachment(none));
+  }
+}
+
+// ---- Errors -------------------------------------------------------------------------------------
+
+TEST(Response, SendsAPageForAnError) {
+  Output out;
+  EXPECT_TRUE(Response(out).send_error(404));
   EXPECT_EQ(
-      "Content-Disposition: attachment; filename*=UTF-8''gr%C3%BC%C3%9Fe%22%0D%0AX%3A%20y.txt\r\n",
-      linesOf([](Response &response) { response.attachment("grüße\"\r\nX: y.txt"); }));
+      "Status: 404 Not Found\r\n"
+      "Content-Type: text/html; charset=utf-8\r\n"
+      "Cache-Control: no-store\r\n"
+      "Content-Length: 111\r\n"
+      "\r\n"
+      "<!DOCTYPE html>\n<html lang=\"en\"><head><title>404 Not Found</title></head>"
+      "<body><h1>Not Found</h1></body></html>",
+      out.written());
+}
+
+TEST(Response, EscapesTheTextOfAnError) {
+  Output out;
+  EXPECT_TRUE(Response(out).send_error(422, "<script>&"));
+  EXPECT_NE(std::string::npos, out.written().find("<h1>Unprocessable Content</h1><p>&lt;script&gt;"
+                                                  "&amp;</p></body></html>"));
+}
+
+TEST(Response, SendsNothingWithAnErrorThatWasMeantForAnotherBody) {
+  Output out;
+  Response response(out);
+  response.status(206).content_type("image/png").etag("1").last_modified(0).attachment("a.png");
+  response.redirect("/a").header("Retry-After", "5").cookie(SetCookie("a", "1"));
+  EXPECT_TRUE(response.send_error(503));
+  EXPECT_EQ(0U, out.written().find("Status: 503 Service Unavailable\r\n"
+                                   "Content-Type: text/html; charset=utf-8\r\n"
+                                   "Retry-After: 5\r\n"
+                                   "Cache-Control: no-store\r\n"
+                                   "Set-Cookie: a=1; Path=/; HttpOnly; SameSite=Lax\r\n"
+                                   "Content-Length: "));
+}
+
+TEST(Response, HasErrorsFrom400To599) {
+  for (const int code : {400, 418, 599}) {
+    Output out;
+    EXPECT_TRUE(Response(out).send_error(code));
+    EXPECT_EQ(0U, out.written().find("Status: " + std::to_string(code)));
+  }
+  for (const int code : {0, 200, 304, 399, 600}) {
+    Output out;
+    Response response(out);
+    EXPECT_FALSE(response.send_error(code));
+    EXPECT_EQ(kFailure, out.written());
+  }
+}
+
+TEST(Response, SendsOnlyTheHeaderOfAnErrorIfTheScriptAsksForIt) {
+  Output out;
+  EXPECT_TRUE(Response(out).head(true).send_error(404));
+  const std::string text = out.written();
+  EXPECT_EQ(text.size() - 4, text.find("\r\n\r\n"));
 }
 
 // ---- Cookies ------------------------------------------------------------------------------------
@@ -535,7 +604,7 @@ TEST(Response, SendsHeadersThatExistOnceOnce) {
             linesOf([](Response &response) { response.weak_etag("2").etag("1"); }));
   EXPECT_EQ("Last-Modified: Thu, 01 Jan 1970 00:00:01 GMT\r\n",
             linesOf([](Response &response) { response.last_modified(0).last_modified(1); }));
-  EXPECT_EQ("Content-Disposition: attachment; filename*=UTF-8''b%20c\r\n",
+  EXPECT_EQ("Content-Disposition: attachment; filename=\"b c\"\r\n",
             linesOf([](Response &response) { response.attachment("a").attachment("b c"); }));
 }
 
@@ -655,6 +724,12 @@ TEST(SetCookie, HasTheAttributesThatWereSet) {
             cookie(SetCookie("a", "b").readable_by_scripts()));
   EXPECT_EQ("Set-Cookie: a=b; Path=/; Secure; HttpOnly; SameSite=None\r\n",
             cookie(SetCookie("a", "b").secure().same_site(SameSite::none)));
+}
+
+TEST(SetCookie, IsKeptForEachSiteThatShowsThePage) {
+  EXPECT_EQ("Set-Cookie: __Host-a=1; Path=/; Secure; HttpOnly; SameSite=None; Partitioned\r\n",
+            cookie(SetCookie("__Host-a", "1").secure().same_site(SameSite::none).partitioned()));
+  EXPECT_EQ("partitioned cookies must be secure", problemOf(SetCookie("a", "1").partitioned()));
 }
 
 TEST(SetCookie, AcceptsAnyMaxAge) {
