@@ -48,8 +48,8 @@ int Body::moveToDisk() {
   return 0;
 }
 
-int Body::append(std::string_view bytes, uint64_t most_in_memory) {
-  if (!on_disk_ && size_ + bytes.size() > most_in_memory) {
+int Body::append(std::string_view bytes, uint64_t most_in_memory, uint64_t expected) {
+  if (!on_disk_ && std::max(size_ + bytes.size(), expected) > most_in_memory) {
     if (const int error = moveToDisk()) return error;
   }
   if (file_ < 0) {

@@ -82,12 +82,13 @@ void Connection::close() {
 // ---- What arrives --------------------------------------------------------------------------------
 
 void Connection::readSocket(uint64_t now) {
-  char *buffer = shared_.buffer();
-  if (!buffer) {
+  char *const block = shared_.buffer();
+  if (!block) {
     log("out of memory for a connection");
     return disconnected(now);
   }
-  const ssize_t count = recv(socket_, buffer, Shared::kBufferSize, MSG_DONTWAIT);
+  char *const buffer = block + Shared::kInput;
+  const ssize_t count = recv(socket_, buffer, Shared::kBufferSize - Shared::kInput, MSG_DONTWAIT);
   if (count < 0) {
     if (errno != EAGAIN && errno != EINTR) disconnected(now);
     return;
@@ -96,11 +97,18 @@ void Connection::readSocket(uint64_t now) {
   is_new_ = false;
   const auto size = static_cast<size_t>(count);
   std::string_view input(buffer, size);
+  BodyPart part(block, body_.size());
   if (stage_ == Stage::kIdle) discard(size);
   while (stage_ != Stage::kClosing && stage_ < Stage::kLingering) {
     const RequestReader::Event event = reader_.next(input);
+    if (event == RequestReader::Event::kBody) {
+      takeBody(part);
+      continue;
+    }
+    const bool is_stored = storeBody(part);
     if (event == RequestReader::Event::kNone) break;
-    takeEvent(event, now);
+    // A request that has just been refused is not aborted, too.
+    if (is_stored || event != RequestReader::Event::kAbort) takeEvent(event, now);
   }
   if (stage_ == Stage::kClosing || stage_ == Stage::kLingering) return discard(size);
   if (hurries_) return;
@@ -114,6 +122,7 @@ void Connection::readSocket(uint64_t now) {
 void Connection::takeEvent(RequestReader::Event event, uint64_t now) {
   switch (event) {
     case RequestReader::Event::kNone:
+    case RequestReader::Event::kBody:
       break;
     case RequestReader::Event::kBegin:
       stage_ = Stage::kReceiving;
@@ -122,9 +131,6 @@ void Connection::takeEvent(RequestReader::Event event, uint64_t now) {
       break;
     case RequestReader::Event::kParameters:
       takeParameters();
-      break;
-    case RequestReader::Event::kBody:
-      takeBody();
       break;
     case RequestReader::Event::kBodyEnd:
       finishBody();
@@ -169,16 +175,24 @@ void Connection::takeParameters() {
   }
 }
 
-void Connection::takeBody() {
+void Connection::takeBody(BodyPart &part) {
   if (stage_ != Stage::kReceiving) return;
-  if (body_.size() + reader_.body().size() > options_.body_size) {
-    return refuse(Failure::kBodySize, "the body is too large");
+  if (body_.size() + part.size() + reader_.body().size() > options_.body_size) {
+    if (storeBody(part)) refuse(Failure::kBodySize, "the body is too large");
+    return;
   }
-  if (const int error = body_.append(reader_.body(), options_.body_in_memory)) {
-    char text[128];
-    std::snprintf(text, sizeof text, "cannot store the body: %s", std::strerror(error));
-    refuse(Failure::kNotStarted, text);
-  }
+  part.add(reader_.body());
+}
+
+// Returns false if the request has been refused.
+bool Connection::storeBody(BodyPart &part) {
+  if (part.size() == 0) return true;
+  const int error = body_.append(part.take(), options_.body_in_memory, declared_size_);
+  if (error == 0) return true;
+  char text[128];
+  std::snprintf(text, sizeof text, "cannot store the body: %s", std::strerror(error));
+  refuse(Failure::kNotStarted, text);
+  return false;
 }
 
 // Without a body, CONTENT_LENGTH stays as the server sent it.

@@ -24,6 +24,9 @@ struct Shared {
   // What is read is handled before the next read, so one block serves all.
   static constexpr size_t kBufferSize = size_t{256} * 1024;
 
+  // Sockets are read into the block from here on: a body has room to move down.
+  static constexpr size_t kInput = BodyPart::kAlignment;
+
   // Where to read to: kBufferSize bytes, always the same. Null if memory runs out.
   char *buffer() { return buffer_.reserve(kBufferSize) ? buffer_.data() : nullptr; }
 
@@ -124,7 +127,8 @@ class Connection {
 
   void takeEvent(RequestReader::Event event, uint64_t now);
   void takeParameters();
-  void takeBody();
+  void takeBody(BodyPart &part);
+  bool storeBody(BodyPart &part);
   void finishBody();
   void inputEnded();
   void discard(size_t size);

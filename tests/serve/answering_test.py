@@ -14,12 +14,15 @@ from pathlib import Path
 
 from fastcgi import (
     ABORT,
+    GET_VALUES,
     PARAMS,
     PROBE,
     STDIN,
+    STDOUT,
     Service,
     begin,
     children_of,
+    pair,
     parameters,
     pattern,
     record,
@@ -107,6 +110,31 @@ class Body(unittest.TestCase):
                     body = pattern(size, size)
                     answer = service.ask("header&body", body)
                     self.assertTrue(answer.body == body, f"{len(answer.body)} bytes")
+
+    def test_is_whole_in_records_of_any_size(self) -> None:
+        body = pattern(700_000, 5)
+        values = record(GET_VALUES, 0, pair(b"FCGI_MAX_REQS", b""))
+        choice = random.Random(1)
+        for most in (1, 8, 874, 4096, 32768, 65535):
+            size = len(body) if most > 8 else 20_000 * most
+            pieces, start = [], 0
+            while start < size:
+                piece = body[start : min(size, start + choice.randint(1, most))]
+                pieces.append(record(STDIN, 1, piece, choice.choice((0, 1, 8, 255))))
+                start += len(piece)
+            # Something else between two of them.
+            pieces.insert(len(pieces) // 2, values)
+            more = {"CONTENT_LENGTH": str(size), "REQUEST_METHOD": "POST"}
+            start_of_request = begin() + stream(PARAMS, parameters("header&body", more))
+            sent = start_of_request + b"".join(pieces) + record(STDIN)
+            for part in (len(sent), 100_001):
+                with self.subTest(most=most, part=part), Service() as service:
+                    with service.client() as client:
+                        for place in range(0, len(sent), part):
+                            client.send(sent[place : place + part])
+                        found = [content for kind, _, content in client.records() if kind == STDOUT]
+                        answer = b"".join(found).partition(b"\r\n\r\n")[2]
+                        self.assertTrue(answer == body[:size], f"{len(answer)} bytes")
 
     def test_is_empty_without_one_and_the_length_stays(self) -> None:
         with Service() as service:

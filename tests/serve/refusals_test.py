@@ -3,6 +3,7 @@
 import unittest
 
 from fastcgi import (
+    ABORT,
     BEGIN,
     GET_VALUES,
     PARAMS,
@@ -56,6 +57,28 @@ class Refusals(unittest.TestCase):
             self.check(answer, 413, "the body is too large", service)
             self.assertEqual(client.ask("header&text=next", keep=True).body, b"next")
             self.assertEqual(client.ask("header&text=last", keep=True, number=2).body, b"last")
+
+    def test_413_counts_what_arrived_in_the_same_block_and_an_abort_there_is_late(self) -> None:
+        more = {"CONTENT_LENGTH": "", "REQUEST_METHOD": "POST"}
+        start = begin(keep=True) + stream(PARAMS, parameters("header&note=ran", more))
+        pieces = record(STDIN, 1, bytes(999)) + record(STDIN, 1, b"x") + record(STDIN, 1, b"y")
+        with Service("--body-size", "1000") as service, service.client() as client:
+            following = request("header&text=next", keep=True)
+            client.send(start + pieces + record(ABORT) + following)
+            self.check(client.answer(), 413, "the body is too large", service)
+            self.assertEqual(client.answer().body, b"next")
+
+    def test_503_for_a_body_that_cannot_be_stored_is_not_followed_by_its_abort(self) -> None:
+        more = {"CONTENT_LENGTH": "2000", "REQUEST_METHOD": "POST"}
+        start = begin(keep=True) + stream(PARAMS, parameters("header&note=ran", more))
+        for rest in (record(ABORT), record(STDIN, 1, bytes(1000)) + record(STDIN)):
+            nowhere = {"TMPDIR": "/nowhere"}
+            with Service("--body-in-memory", "1000", environment=nowhere) as service:
+                with service.client() as client:
+                    following = request("header&text=next", keep=True)
+                    client.send(start + record(STDIN, 1, bytes(1000)) + rest + following)
+                    self.check(client.answer(), 503, "cannot store the body: No such", service)
+                    self.assertEqual(client.answer().body, b"next")
 
     def test_a_body_of_exactly_the_limit_passes(self) -> None:
         with Service("--body-size", "1000") as service:

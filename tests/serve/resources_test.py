@@ -210,7 +210,7 @@ class Calls(unittest.TestCase):
             service.worker()  # it has started
             for error in (errno.EMFILE, errno.ENFILE, errno.ENOMEM):
                 self.let_fail("memfd_create", error)
-                answer = client.ask("header&note=ran", bytes(5_000_000), keep=True)
+                answer = client.ask("header&note=ran", bytes(500_000), keep=True)
                 self.work_again()
                 self.assertTrue(answer.output.startswith(b"Status: 503 "), answer)
                 expected = f"cannot store the body: {os.strerror(error)}: /probe"
