@@ -270,7 +270,7 @@ class CheckedForm {
     id << name << "-problem";
     const Text whole = id.take();
     const char *const text = whole ? whole.c_str() : nullptr;
-    return Attribute(attribute, text);
+    return {attribute, text};
   }
 
   void mark(const char *name, Element &control) const noexcept {
