@@ -173,57 +173,74 @@ constexpr bool is_below(std::string_view tag, std::string_view other) noexcept {
   return tag.size() > other.size() && tag[other.size()] == '-' && begins_with(tag, other);
 }
 
+// Languages, and which of the first 64 a header names or excludes.
+class Languages {
+ public:
+  constexpr Languages(Offers offers, std::string_view accept) noexcept : offers_(offers) {
+    Preferences all(accept);
+    for (Preference range; all.next(range);) {
+      for (const std::string_view &offer : offers_) {
+        const bool same = is_same(range.name, offer);
+        if (same || is_below(offer, range.name)) named_ |= bit(offer);
+        if (same && range.quality == 0) excluded_ |= bit(offer);
+      }
+    }
+  }
+
+  // The best one for a range; empty if there is none.
+  constexpr std::string_view find(std::string_view range) const noexcept {
+    if (range == "*") {
+      return first([this](const std::string_view &offer) { return (named_ & bit(offer)) == 0; });
+    }
+    for (std::string_view tag = range; !tag.empty(); tag = shorter(tag)) {
+      const std::string_view found = first([this, tag](const std::string_view &offer) {
+        return is_same(offer, tag) && (excluded_ & bit(offer)) == 0;
+      });
+      if (!found.empty()) return found;
+    }
+    return first([this, range](const std::string_view &offer) {
+      return is_below(offer, range) && (excluded_ & bit(offer)) == 0;
+    });
+  }
+
+ private:
+  template <class Test>
+  constexpr std::string_view first(Test test) const noexcept {
+    for (const std::string_view &offer : offers_) {
+      if (test(offer)) return offer;
+    }
+    return {};
+  }
+
+  constexpr std::uint64_t bit(const std::string_view &offer) const noexcept {
+    const auto index = static_cast<std::size_t>(&offer - offers_.begin());
+    return index < 64 ? std::uint64_t{1} << index : 0;
+  }
+
+  // Without its last part. A single letter begins an extension, and means nothing alone.
+  static constexpr std::string_view shorter(std::string_view tag) noexcept {
+    const std::size_t dash = tag.rfind('-');
+    std::string_view rest(tag.data(), dash == std::string_view::npos ? 0 : dash);
+    if (rest.size() > 2 && rest[rest.size() - 2] == '-') rest.remove_suffix(2);
+    return rest;
+  }
+
+  Offers offers_;
+  std::uint64_t named_ = 0;
+  std::uint64_t excluded_ = 0;
+};
+
 // The language that Accept-Language prefers: the lookup of RFC 4647, and then a language below the one
 // that is asked for. The first one if it names none of them.
 constexpr std::string_view preferred_language(std::string_view accept, Offers offers) noexcept {
   if (offers.size() == 0) return {};
-  // A bit for each of the first 64 languages.
-  std::uint64_t named = 0;
-  std::uint64_t excluded = 0;
-  const auto bit = [&offers](const std::string_view &offer) {
-    const auto index = static_cast<std::size_t>(&offer - offers.begin());
-    return index < 64 ? std::uint64_t{1} << index : 0;
-  };
-  Preferences all(accept);
-  for (Preference range; all.next(range);) {
-    for (const std::string_view &offer : offers) {
-      const bool same = is_same(range.name, offer);
-      if (same || is_below(offer, range.name)) named |= bit(offer);
-      if (same && range.quality == 0) excluded |= bit(offer);
-    }
-  }
-  const auto find = [&](std::string_view tag) {
-    for (const std::string_view &offer : offers) {
-      if (is_same(offer, tag) && (excluded & bit(offer)) == 0) return offer;
-    }
-    return std::string_view();
-  };
-  const auto find_for = [&](std::string_view range) {
-    if (range == "*") {
-      for (const std::string_view &offer : offers) {
-        if ((named & bit(offer)) == 0) return offer;
-      }
-      return std::string_view();
-    }
-    for (std::string_view tag = range; !tag.empty();) {
-      const std::string_view found = find(tag);
-      if (!found.empty()) return found;
-      const std::size_t dash = tag.rfind('-');
-      tag = {tag.data(), dash == std::string_view::npos ? 0 : dash};
-      // A single letter begins an extension, and means nothing alone.
-      if (tag.size() > 2 && tag[tag.size() - 2] == '-') tag.remove_suffix(2);
-    }
-    for (const std::string_view &offer : offers) {
-      if (is_below(offer, range) && (excluded & bit(offer)) == 0) return offer;
-    }
-    return std::string_view();
-  };
+  const Languages languages(offers, accept);
   std::string_view best = *offers.begin();
   int best_quality = 0;
   Preferences list(accept);
   for (Preference range; list.next(range);) {
     if (range.quality <= best_quality) continue;
-    const std::string_view found = find_for(range.name);
+    const std::string_view found = languages.find(range.name);
     if (found.empty()) continue;
     best = found;
     best_quality = range.quality;

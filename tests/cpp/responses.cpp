@@ -1,5 +1,4 @@
 // The script of responses_test.py: a path for each kind of response.
-#include <cstdlib>
 #include <tarn.hpp>
 
 namespace {
@@ -7,7 +6,8 @@ namespace {
 int exit_status(bool sent) { return sent ? 0 : 1; }
 
 tarn::StoredFile file_in(const tarn::PathValues &path) {
-  return tarn::StoredFile::below(std::getenv("LAKES"), *path["name"]);
+  const std::string_view folder = tarn::Environment::variable("LAKES").value_or("");
+  return tarn::StoredFile::below(folder, *path["name"]);
 }
 
 int file(const tarn::PathValues &path) {
