@@ -343,6 +343,20 @@ def preamble_of_dashes(size):
     return multipart([near * (size // len(near)) + b"\r\n", part], [(4, 5)], "-" * 70)
 
 
+def preamble_like_the_end(size):
+    """The end of the boundary begins like every place."""
+    boundary = "-" * 68 + "x-"
+    return multipart([b"-" * size + b"\r\n", file_part(b"value", boundary)], [(4, 5)], boundary)
+
+
+def preamble_of_runs(size):
+    """The start of the boundary, and no telling how much of it."""
+    chance = random.Random(1)
+    runs = b"".join(b"-" * chance.randrange(16, 26) + b"x" for _ in range(50000))
+    near = (runs * (size // len(runs) + 1))[:size]
+    return multipart([near + b"x\r\n", file_part(b"value", "-" * 70)], [(4, 5)], "-" * 70)
+
+
 def epilogue(size):
     made = upload_of(b"value")
     return request(made.variables["CONTENT_TYPE"], made.body + bodies.letters(size), [(4, 5)])
@@ -378,6 +392,8 @@ FILES = {
     "CR LF, over and over": line_ends,
     "a preamble of nearly delimiters": preamble,
     "a preamble of dashes, and a boundary of dashes": preamble_of_dashes,
+    "a preamble of dashes, and a boundary that ends in x-": preamble_like_the_end,
+    "a preamble of runs of dashes, and a boundary of dashes": preamble_of_runs,
     "an epilogue": epilogue,
     "one long header": one_header,
     "many headers": header_lines,
@@ -401,6 +417,8 @@ LIKE_THE_FRIENDLIEST = {
     "CR LF, over and over",
     "a preamble of nearly delimiters",
     "a preamble of dashes, and a boundary of dashes",
+    "a preamble of dashes, and a boundary that ends in x-",
+    "a preamble of runs of dashes, and a boundary of dashes",
     "an epilogue",
 }
 AT_ONCE = 16 * MIB  # so much is read in one process, if need be in several forms

@@ -2,12 +2,7 @@
 // headers, value, delimiter line, ... closing delimiter.
 #include "form/multipart.h"
 
-#include <cstring>
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
+#include "form/finder.h"
 #include "form/part_headers.h"
 #include "form/text.h"
 
@@ -72,104 +67,6 @@ bool takeRestOfDelimiterLine(TarnForm &form) {
   form.stage = Stage::kBetweenFields;
   return true;
 }
-
-// Finds a text in linear time. At first it compares only the text's ends, at 16 places at a time. If
-// they are found too often, it goes on with the algorithm "shift-and", in which each byte takes the same
-// time: bit i of the state says whether the last i + 1 bytes are the text's first ones.
-class Finder {
- public:
-  explicit Finder(std::string_view wanted)
-      : wanted_(wanted), start_(wanted.size() < kLongest ? wanted.size() : kLongest) {
-    // A start that ends at the first byte of four is three bits further after all four.
-    for (uint64_t &bits : bits_) bits |= uint64_t{7} << start_;
-    for (size_t i = 0; i < start_; ++i) {
-      bits_[static_cast<unsigned char>(wanted[i])] |= uint64_t{1} << i;
-    }
-  }
-
-  // Where the text occurs first. Returns null if it does not.
-  const char *find(std::string_view text) const {
-    size_t compared = 0;
-    if (const char *found = findEnds(text, compared)) return found;
-    text.remove_prefix(compared);
-    return shiftAnd(text);
-  }
-
- private:
-  static constexpr size_t kLongest = 60;
-
-  // Finds the text in the first `compared` places.
-  const char *findEnds([[maybe_unused]] std::string_view text, size_t &compared) const {
-    compared = 0;
-#ifdef __SSE2__
-    constexpr size_t vector = sizeof(__m128i);
-    constexpr size_t bytes_for_miss = 64;
-    const auto equal = [](const char *place, char byte) {
-      return _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(place)),
-                            _mm_set1_epi8(byte));
-    };
-    const size_t last = wanted_.size() - 1;
-    size_t misses = 0;
-    while (text.size() - compared >= vector + last && misses * bytes_for_miss <= compared + 1024) {
-      const char *const place = text.data() + compared;
-      const __m128i ends =
-          _mm_and_si128(equal(place, wanted_.front()), equal(place + last, wanted_.back()));
-      for (auto mask = static_cast<unsigned>(_mm_movemask_epi8(ends)); mask != 0;
-           mask &= mask - 1) {
-        const char *const found = place + __builtin_ctz(mask);
-        if (std::memcmp(found, wanted_.data(), wanted_.size()) == 0) return found;
-        ++misses;
-      }
-      compared += vector;
-    }
-#endif
-    return nullptr;
-  }
-
-  const char *shiftAnd(std::string_view text) const {
-    const uint64_t ends = (uint64_t{1} << (start_ - 1)) * 15;
-    uint64_t state = 0;
-    size_t i = 0;
-    for (; i + 3 < text.size(); i += 4) {
-      const uint64_t one = (bitsOf(text[i]) << 1 | 1) & bitsOf(text[i + 1]);
-      const uint64_t two = (bitsOf(text[i + 2]) << 1 | 1) & bitsOf(text[i + 3]);
-      state = (state << 4 | 15) & (one << 2 | 3) & two;
-      if ((state & ends) == 0) continue;
-      for (size_t later = 0; later < 4; ++later) {
-        const bool ends_here = (state >> (start_ + 2 - later) & 1) != 0;
-        if (ends_here && isRestAt(text, i + later + 1 - start_)) {
-          return text.data() + i + later + 1 - start_;
-        }
-      }
-    }
-    for (; i < text.size(); ++i) {
-      const bool fits = i + 1 >= wanted_.size();
-      if (fits && isAt(text, i + 1 - wanted_.size())) return text.data() + i + 1 - wanted_.size();
-    }
-    return nullptr;
-  }
-
-  // Whether the text is here, if its start is.
-  bool isRestAt(std::string_view text, size_t place) const {
-    text.remove_prefix(place);
-    if (text.size() < wanted_.size()) return false;
-    if (start_ == wanted_.size()) return true;
-    // The start is longer than what is compared here, and the rest is shorter.
-    constexpr size_t rest = 16;
-    const size_t end = wanted_.size() - rest;
-    return std::memcmp(text.data() + end, wanted_.data() + end, rest) == 0;
-  }
-
-  uint64_t bitsOf(char byte) const { return bits_[static_cast<unsigned char>(byte)]; }
-  bool isAt(std::string_view text, size_t place) const {
-    text.remove_prefix(place);
-    return beginsWith(text, wanted_);
-  }
-
-  std::string_view wanted_;
-  size_t start_;
-  uint64_t bits_[256] = {};
-};
 
 // Consumes what is before the first occurrence of a text, except the last two bytes, which tell
 // whether a line begins there. Sets `before` to the offset of the text in the window. Returns false if

@@ -1,36 +1,19 @@
 // The two searches for a delimiter find what a plain search finds.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
-#include <memory>
 #include <random>
 #include <string>
 #include <string_view>
 
 #include "form/multipart.h"
+#include "support/exact_block.h"
 #include "support/processor_time.h"
 
 namespace {
 
 using namespace tarn_test;
 using Search = const char *(*)(std::string_view, std::string_view);
-
-// A text that ends where its block ends, at any distance from a multiple of 64: reading behind it is
-// an error under AddressSanitizer and Valgrind.
-class Text {
- public:
-  Text(std::string_view text, size_t shift)
-      : block_(new char[shift + text.size()]), view_(block_.get() + shift, text.size()) {
-    std::copy(text.begin(), text.end(), block_.get() + shift);
-  }
-
-  std::string_view view() const { return view_; }
-
- private:
-  std::unique_ptr<char[]> block_;
-  std::string_view view_;
-};
 
 size_t placeOf(Search search, std::string_view text, std::string_view delimiter) {
   const char *found = search(text, delimiter);
@@ -44,7 +27,7 @@ void forEachSearch(const std::function<void(Search)> &test) {
 }
 
 void compare(std::string_view sent, std::string_view delimiter, size_t shift) {
-  const Text text(sent, shift);
+  const ExactBlock text(sent, shift);
   forEachSearch([&](Search search) {
     ASSERT_EQ(placeOf(search, text.view(), delimiter), sent.find(delimiter))
         << "of " << sent.size() << " bytes, a delimiter of " << delimiter.size();

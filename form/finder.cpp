@@ -1,0 +1,142 @@
+// The Two-Way algorithm of Crochemore and Perrin (1991), behind a filter.
+//
+// The text is cut into a left and a right part. The cut is critical: the shortest text that repeats
+// across it is as long as the smallest period of the whole. So if k bytes of the right part are here,
+// but not the next one, the text cannot begin at any of the next k places. If the right part is here,
+// but not the left part, it cannot begin before one period from here.
+//
+// This takes linear time. After a step because of the right part, no byte of it is compared again.
+// After a step of a period, some are, but only if all of the left part is now at bytes that were found
+// equal to the right part. They have the same period, so the left part is there. Then either the right
+// part is there too and the search ends, or the next step leaves these bytes behind. The left part is
+// shorter than a period.
+#include "form/finder.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tarn::form {
+namespace {
+
+// Where the greatest suffix begins, in the order of bytes (1) or the reverse order (-1).
+size_t greatestSuffix(std::string_view text, int order) {
+  size_t greatest = 0;
+  for (size_t i = 1; i < text.size(); ++i) {
+    // If one begins with the other, the longer one is greater.
+    const int difference = std::memcmp(text.data() + i, text.data() + greatest, text.size() - i);
+    if (difference * order > 0) greatest = i;
+  }
+  return greatest;
+}
+
+#ifdef __SSE2__
+__m128i load(const char *place) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(place));
+}
+
+uint64_t maskOf(__m128i bytes) { return uint64_t{static_cast<uint32_t>(_mm_movemask_epi8(bytes))}; }
+#endif
+
+}  // namespace
+
+Finder::Finder(std::string_view wanted)
+    : wanted_(wanted), left_(std::max(greatestSuffix(wanted, 1), greatestSuffix(wanted, -1))) {
+  const auto is_period = [&](size_t size) {
+    return std::memcmp(wanted.data(), wanted.data() + size, wanted.size() - size) == 0;
+  };
+  while (!is_period(period_)) ++period_;
+#ifdef __SSE2__
+  // If the right part is shorter than a vector, the filter has all of it.
+  const bool is_long = wanted.size() - left_ >= kVector;
+  filter_size_ = is_long ? kFilter : std::min(wanted.size(), kVector);
+  filter_start_ = std::min(left_, wanted.size() - filter_size_);
+  for (size_t i = 0; i < filter_size_; ++i) filter_[i] = _mm_set1_epi8(wanted[filter_start_ + i]);
+#endif
+}
+
+const char *Finder::find(std::string_view text) const {
+  if (text.size() < wanted_.size()) return nullptr;
+  const char *place = text.data();
+  const char *const last = place + (text.size() - wanted_.size());
+#ifdef __SSE2__
+  if (const char *found = findByFilter(place, last)) return found;
+#endif
+  while (place <= last) {
+    const size_t shift = shiftAt(place);
+    if (shift == 0) return place;
+    place += shift;
+  }
+  return nullptr;
+}
+
+// How far the next place is at least where the text may be; 0 if it is here.
+size_t Finder::shiftAt(const char *place) const {
+  for (size_t i = left_; i < wanted_.size(); ++i) {
+    if (place[i] != wanted_[i]) return i - left_ + 1;
+  }
+  return std::memcmp(place, wanted_.data(), left_) == 0 ? 0 : period_;
+}
+
+#ifdef __SSE2__
+// The same where the filter fits. A step can be shorter by less than a vector, so that it need not wait
+// for the place of the difference: the processor goes on with a step that it can guess.
+inline size_t Finder::shiftAtCandidate(const char *place) const {
+  const size_t size = wanted_.size();
+  if (filter_size_ == size) return 0;
+  const auto is_same = [&](size_t i) {
+    i = std::min(i, size - kVector);
+    return maskOf(_mm_cmpeq_epi8(load(place + i), load(wanted_.data() + i))) == 0xffff;
+  };
+  for (size_t i = filter_start_ + filter_size_; i < size; i += kVector) {
+    if (!is_same(i)) return i - left_ + 1;
+  }
+  for (size_t i = 0; i < left_; i += kVector) {
+    if (!is_same(i)) return period_;
+  }
+  return 0;
+}
+
+// At which of the places from here on the filter fits. Most texts are done with after the first group.
+inline uint64_t Finder::candidates(const char *block) const {
+  block += filter_start_;
+  __m128i a = _mm_set1_epi8(-1);
+  __m128i b = a;
+  __m128i c = a;
+  __m128i d = a;
+  for (size_t i = 0; i < filter_size_; i += kGroup) {
+    // The last group overlaps with the one before if need be.
+    const size_t group = std::min(i, filter_size_ - kGroup);
+    for (size_t j = group; j < group + kGroup; ++j) {
+      const __m128i byte = filter_[j];
+      a = _mm_and_si128(a, _mm_cmpeq_epi8(load(block + j), byte));
+      b = _mm_and_si128(b, _mm_cmpeq_epi8(load(block + j + kVector), byte));
+      c = _mm_and_si128(c, _mm_cmpeq_epi8(load(block + j + 2 * kVector), byte));
+      d = _mm_and_si128(d, _mm_cmpeq_epi8(load(block + j + 3 * kVector), byte));
+    }
+    if (maskOf(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0) return 0;
+  }
+  return maskOf(a) | maskOf(b) << kVector | maskOf(c) << 2 * kVector | maskOf(d) << 3 * kVector;
+}
+
+// Finds the text at the places of whole blocks. `place` is then where to go on.
+const char *Finder::findByFilter(const char *&place, const char *last) const {
+  const char *block = place;
+  for (; last - block >= ptrdiff_t{kBlock}; block += kBlock) {
+    if (place >= block + kBlock) continue;
+    uint64_t mask = candidates(block);
+    if (place > block) mask &= ~uint64_t{0} << (place - block);
+    while (mask != 0) {
+      const auto at = static_cast<size_t>(__builtin_ctzll(mask));
+      const size_t shift = shiftAtCandidate(block + at);
+      if (shift == 0) return block + at;
+      place = block + at + shift;
+      if (at + shift >= kBlock) break;
+      mask &= ~uint64_t{0} << (at + shift);
+    }
+  }
+  place = std::max(place, block);
+  return nullptr;
+}
+#endif
+
+}  // namespace tarn::form
