@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <map>
@@ -19,7 +21,7 @@ namespace {
 
 using Headers = std::map<std::string, std::string>;
 
-constexpr std::time_t kModified = 784111777;  // Sun, 06 Nov 1994 08:49:37 GMT
+constexpr std::int64_t kModified = 784111777;  // Sun, 06 Nov 1994 08:49:37 GMT
 
 // ---- The model ----------------------------------------------------------------------------------
 
@@ -29,8 +31,18 @@ std::string trimmed(const std::string &text) {
   return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
 }
 
+std::chrono::year_month_day dayOf(const std::tm &date) {
+  return std::chrono::year(date.tm_year + 1900) / (date.tm_mon + 1) / date.tm_mday;
+}
+
+// Where a long has 32 bits, timegm() ends in 2038.
+std::int64_t secondsAt(const std::tm &date) {
+  const std::int64_t days = std::chrono::sys_days(dayOf(date)).time_since_epoch().count();
+  return ((days * 24 + date.tm_hour) * 60 + date.tm_min) * 60 + date.tm_sec;
+}
+
 // Reads a date with the C library, by each format of HTTP.
-std::optional<std::time_t> dateIn(const std::string &text) {
+std::optional<std::int64_t> dateIn(const std::string &text) {
   // strptime() skips blanks, and accepts any case and any number of digits.
   const auto digits = [](size_t count) { return std::string(count, '9'); };
   std::string shape;
@@ -78,22 +90,16 @@ std::optional<std::time_t> dateIn(const std::string &text) {
   }
   if (date.tm_sec > 60) return std::nullopt;
   if (shortYear) {
-    const std::time_t limit = std::time(nullptr) + 50LL * 31556952;
+    const std::int64_t limit = std::time(nullptr) + std::int64_t{50} * 31556952;
     std::tm later = date;
     for (int year = date.tm_year + 100;; year += 100) {
-      later = date;
       later.tm_year = year;
-      if (timegm(&later) > limit) break;
+      if (secondsAt(later) > limit) break;
       date.tm_year = year;
     }
   }
-  const int day = date.tm_mday;
-  const int month = date.tm_mon;
-  std::tm copy = date;
-  copy.tm_sec = 0;  // a leap second may end a month
-  timegm(&copy);
-  if (copy.tm_mday != day || copy.tm_mon != month) return std::nullopt;
-  return timegm(&date);
+  if (!dayOf(date).ok()) return std::nullopt;
+  return secondsAt(date);
 }
 
 // The tags in a list, up to what is no tag.
@@ -182,7 +188,7 @@ struct Request {
     const auto found = headers.find(name);
     return found != headers.end() ? &found->second : nullptr;
   }
-  std::optional<std::time_t> date(const char *name) const {
+  std::optional<std::int64_t> date(const char *name) const {
     const std::string *const value = (*this)[name];
     return value != nullptr ? dateIn(*value) : std::nullopt;
   }
@@ -212,7 +218,7 @@ Expected expected(const Request &request, const std::string &tag, size_t size) {
   if (const std::string *const version = request["HTTP_IF_RANGE"]) {
     const bool same = version->find('"') != version->npos
                           ? *version == tag && tag[0] != 'W'
-                          : dateIn(*version) == std::optional<std::time_t>(kModified);
+                          : dateIn(*version) == std::optional<std::int64_t>(kModified);
     if (!same) return {200, all};
   }
   const std::optional<Range> wanted = rangeIn(*range, size);

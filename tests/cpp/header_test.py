@@ -259,8 +259,8 @@ class Header(unittest.TestCase):
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
     def links_with(self, source, libraries, expected, *others):
-        """Compiles a script, and links it with some of Tarn's libraries, the others, which are those
-        of pkg-config, and no C++ runtime."""
+        """Compiles a script, and links it with some of Tarn's libraries, others, which have a name
+        for pkg-config, and no C++ runtime."""
         # _FORTIFY_SOURCE needs an optimizer.
         for level in (["-O0", "-U_FORTIFY_SOURCE"], ["-O2"]):
             with self.subTest(level):
@@ -343,7 +343,7 @@ class Header(unittest.TestCase):
             """,
             encoding="utf-8",
         )
-        self.links_with(script, LIBRARY, "CgiEnv_getPathInfo")
+        self.links_with(script, [LIBRARY], "CgiEnv_getPathInfo")
 
     def complaint(self, compiler, snippet):
         """Says why the refused part does not count as refused; None if it does."""

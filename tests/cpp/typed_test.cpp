@@ -183,11 +183,13 @@ TEST(CppTypedReal, LeavesErrno) {
 // std::from_chars() is an implementation of its own.
 TEST(CppTypedReal, IsTheNearestNumber) {
   std::mt19937_64 random(20261123);
-  const auto below = [&random](std::uint64_t most) { return random() % most; };
+  const auto below = [&random](std::size_t most) {
+    return static_cast<std::size_t>(random() % most);
+  };
   for (int i = 0; i < 20000; ++i) {
     std::string text;
-    const std::uint64_t count = 1 + below(i % 100 == 0 ? 1500 : 40);
-    for (std::uint64_t digit = 0; digit < count; ++digit) {
+    const std::size_t count = 1 + below(i % 100 == 0 ? 1500 : 40);
+    for (std::size_t digit = 0; digit < count; ++digit) {
       text += static_cast<char>('0' + below(10));
     }
     text.insert(below(text.size()), ".");

@@ -311,7 +311,8 @@ class End(unittest.TestCase):
         options = ("--listen", "unix:{folder}/socket", "--status", "unix:{folder}/status")
         with Service(*options, listens=False) as first:
             first.wait_until_it_listens()
-            wait_until(lambda: os.path.exists(first.path("status")), "no status")
+            # Once it answers, it has made both sockets.
+            self.assertEqual(first.ask("header&text=a").body, b"a")
             for name in ("socket", "status"):
                 os.remove(first.path(name))
             at = [option.replace("{folder}", first.folder.name) for option in options]
