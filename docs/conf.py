@@ -7,6 +7,7 @@ from pathlib import Path
 
 import furo
 from pygments.lexers.special import TextLexer
+from sphinx import addnodes
 
 DOCS = Path(__file__).resolve().parent
 sys.path.insert(0, str(DOCS))
@@ -69,6 +70,13 @@ def add_theme_files(app):
     app.config.html_static_path.append(f"{app.srcdir}/static")
 
 
+def mark_brackets(_app, doctree):
+    """The style sheet lets a signature break after the "<" of a template."""
+    for mark in doctree.findall(addnodes.desc_sig_punctuation):
+        if mark.astext() == "<":
+            mark["classes"].append("bracket")
+
+
 def share_navigation(app, page, _template, context, _doctree):
     """Makes the navigation once for all pages of a folder that it does not list.
 
@@ -92,4 +100,5 @@ def setup(app):
     app.add_lexer("haproxy", TextLexer)
     app.connect("builder-inited", lambda app: sources.write(DOCS.parent, Path(app.srcdir)))
     app.connect("builder-inited", add_theme_files)
+    app.connect("doctree-read", mark_brackets)
     app.connect("html-page-context", share_navigation, priority=100)  # Furo uses it at 500
