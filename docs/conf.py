@@ -26,7 +26,8 @@ copybutton_prompt_is_regexp = True
 nitpicky = True
 nitpick_ignore_regex = [
     ("c:identifier", r"NULL|FILE|[a-z]\w*"),
-    ("cpp:identifier", r"std|std::.*|detail.*|FILE|INT64_\w+|k[A-Z]\w*|Self|View|Item|Pieces"),
+    ("cpp:identifier", r"std|std::.*|detail.*|FILE|INT64_\w+|DBL_MAX|k[A-Z]\w*"),
+    ("cpp:identifier", r"Self|View|Item|Value|Pieces"),
     (
         "cpp:identifier",
         r"(View::)?Iterator|iterator|Element|stdout|Tarn[FHS]\w+|TARN_\w+|\w+_get\w+",

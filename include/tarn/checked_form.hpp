@@ -22,12 +22,14 @@ namespace tarn {
  *  @code
  *  const tarn::Form sent;
  *  tarn::CheckedForm form(sent);
- *  const auto name = form.check("name", tarn::line(form["name"], 80), "Please enter a name.");
- *  const auto age = form.check("age", tarn::integer(form["age"], 0, 150), "Please enter your age.");
+ *  const auto name = tarn::line(form["name"], 80);
+ *  const auto age = tarn::integer(form["age"], 0, 150);
+ *  form.check("name", name, "Please enter your name.");
+ *  form.check("age", age, "Please enter a number from 0 to 150.");
  *  if (form) return store(*name, *age);
- *  tarn::Element page("form", tarn::Attribute("method", "post"), form.input("name", "Name"),
- *                     form.input("age", "Age", tarn::Attribute("type", "number")));
- *  response.status(form.status()).send(page)
+ *  tarn::Element page("form", tarn::Attribute("method", "post"));
+ *  page.add(form.input("name", "Name")).add(form.input("age", "Age"));
+ *  return response.status(form.status()).send(page) ? 0 : 1;
  *  @endcode
  *
  *  Before the form was submitted, it has no wrong fields and does not hold. It views names, sentences

@@ -218,7 +218,7 @@ constexpr Wish wish_of(std::string_view range, std::uint64_t size, Part &part) n
 // ---- Conditions ---------------------------------------------------------------------------------
 
 // What a response to a request with conditions is.
-enum class Verdict { whole, part, not_modified, precondition_failed, range_not_satisfiable };
+enum class Outcome { whole, part, not_modified, precondition_failed, range_not_satisfiable };
 
 // The version of a file that would be sent.
 struct Version {
@@ -241,8 +241,8 @@ struct Conditions {
             header("HTTP_IF_RANGE"),      header("HTTP_RANGE")};
   }
 
-  // The verdict on a GET or HEAD, in the order of RFC 9110, section 13.2.2. HEAD has no ranges.
-  constexpr Verdict judge(const Version &version, std::int64_t now, bool with_ranges,
+  // The outcome on a GET or HEAD, in the order of RFC 9110, section 13.2.2. HEAD has no ranges.
+  constexpr Outcome judge(const Version &version, std::int64_t now, bool with_ranges,
                           Part &part) const noexcept {
     part = {0, version.size};
     const auto since = [now](const Header &date) {
@@ -252,20 +252,20 @@ struct Conditions {
     const std::optional<std::int64_t> modified = since(if_modified_since);
     if (if_match ? !has_tag(*if_match, version.tag, false)
                  : unmodified && version.modified > *unmodified) {
-      return Verdict::precondition_failed;
+      return Outcome::precondition_failed;
     }
     if (if_none_match ? has_tag(*if_none_match, version.tag, true)
                       : modified && version.modified <= *modified) {
-      return Verdict::not_modified;
+      return Outcome::not_modified;
     }
-    if (!with_ranges || !range || !continues(version, now)) return Verdict::whole;
+    if (!with_ranges || !range || !continues(version, now)) return Outcome::whole;
     switch (wish_of(*range, version.size, part)) {
       case Wish::part:
-        return Verdict::part;
+        return Outcome::part;
       case Wish::impossible:
-        return Verdict::range_not_satisfiable;
+        return Outcome::range_not_satisfiable;
       default:
-        return Verdict::whole;
+        return Outcome::whole;
     }
   }
 

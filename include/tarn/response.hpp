@@ -441,10 +441,10 @@ class Response {
     if (!is_conditional() || (etag_.view().empty() && modified_.view().empty())) return false;
     const std::int64_t now = std::time(nullptr);
     detail::Part part;
-    const detail::Verdict verdict =
+    const detail::Outcome outcome =
         detail::Conditions::of_request().judge(version(now, 0), now, false, part);
-    if (verdict == detail::Verdict::not_modified) status(304);
-    return verdict == detail::Verdict::not_modified;
+    if (outcome == detail::Outcome::not_modified) status(304);
+    return outcome == detail::Outcome::not_modified;
   }
 
   /** The first thing that was refused or failed, in words for the server's log. @return a constant

@@ -299,7 +299,7 @@ class StoredFile {
 };
 
 inline bool Response::send_file(const StoredFile &file) noexcept {
-  using detail::Verdict;
+  using detail::Outcome;
   if (!file) return send_error(file.status());
   if (modified_.view().empty()) last_modified(file.modified());
   if (etag_.view().empty()) file.tag(*this);
@@ -309,28 +309,28 @@ inline bool Response::send_file(const StoredFile &file) noexcept {
     if (file.type_->runs_scripts) content_security_policy("sandbox");
   }
   detail::Part part = {0, file.size_};
-  Verdict verdict = Verdict::whole;
+  Outcome outcome = Outcome::whole;
   if (is_conditional()) {
     const bool with_ranges = !head_ && std::string_view(CgiEnv_getRequestMethod(nullptr)) == "GET";
-    verdict = detail::Conditions::of_request().judge(version(file.opened_, file.size_),
+    outcome = detail::Conditions::of_request().judge(version(file.opened_, file.size_),
                                                      file.opened_, with_ranges, part);
     header("Accept-Ranges", "bytes");
   }
   char range[80];
-  switch (verdict) {
-    case Verdict::not_modified:
+  switch (outcome) {
+    case Outcome::not_modified:
       return status(304).send();
-    case Verdict::precondition_failed:
+    case Outcome::precondition_failed:
       return send_error(412);
-    case Verdict::range_not_satisfiable:
+    case Outcome::range_not_satisfiable:
       std::snprintf(range, sizeof range, "bytes */%" PRIu64, file.size_);
       return header("Content-Range", range).send_error(416);
-    case Verdict::part:
+    case Outcome::part:
       std::snprintf(range, sizeof range, "bytes %" PRIu64 "-%" PRIu64 "/%" PRIu64, part.first,
                     part.first + part.size - 1, file.size_);
       header("Content-Range", range).status(206);
       break;
-    case Verdict::whole:
+    case Outcome::whole:
       break;
   }
   if (begin({}, part.size)) refuse(detail::copy_part(file.file_, part, out_));

@@ -39,12 +39,12 @@ enum class Reason {
 /** A value, or the reason why there is none.
  *
  *  @code
- *  const tarn::Checked<std::int64_t> age = tarn::integer(form["age"], 0, 150);
+ *  const auto age = tarn::integer(form["age"], 0, 150);
  *  if (age) store(*age);
  *  if (age.reason() == tarn::Reason::out_of_range) ...
  *  @endcode
  *
- *  Return one from a check of your own: `return tarn::Reason::malformed;` or `return *text;`.
+ *  A check of your own can return one: either a value, such as `*text`, or `tarn::Reason::malformed`.
  */
 template <class Value>
 class Checked {
@@ -63,7 +63,7 @@ class Checked {
   constexpr bool has_value() const noexcept { return reason_ == Reason::none; }
 
   /** Tells whether there is a value. A `Checked<bool>` refuses it: it would be mistaken for the value. */
-  constexpr explicit operator bool() const noexcept {
+  explicit constexpr operator bool() const noexcept {
     static_assert(!std::is_same_v<Value, bool>,
                   "whether there is a bool is not the bool: call has_value(), or value_or(false)");
     return has_value();
@@ -87,10 +87,10 @@ class Checked {
   Reason reason_ = Reason::none;
 };
 
-/** A day of the calendar. Days can be compared: the earlier one is less. */
+/** A day of the calendar. Days can be compared: the earlier one is less. One without arguments is no
+ *  day, and less than any. */
 class Date {
  public:
-  /** No day: all three numbers are 0. */
   constexpr Date() noexcept = default;
 
   /** A day. @param year,month,day  are not checked; month and day count from 1 */

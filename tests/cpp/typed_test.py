@@ -1,4 +1,4 @@
-"""Holds tarn::real() and tarn::date() against Python: for valid texts, random ones and near misses."""
+"""Holds tarn::real() and tarn::date() against Python: valid texts, random ones and near misses."""
 
 import datetime
 import os
@@ -97,7 +97,13 @@ class Typed(unittest.TestCase):
             middle = sum(int(each.replace(".", "")) for each in digits) * 5
             whole = f"{middle:01110d}"
             text = f"{whole[:-1101]}.{whole[-1101:]}"
-            texts += [text, text + "1", f"{text}{'0' * 900}1", f"{whole}e-1101", f"{middle - 1}e-1101"]
+            texts += [
+                text,
+                text + "1",
+                f"{text}{'0' * 900}1",
+                f"{whole}e-1101",
+                f"{middle - 1}e-1101",
+            ]
         self.check(texts)
 
     def test_days_of_all_months(self) -> None:
