@@ -64,6 +64,23 @@ static inline int openStore(const char *path, short type) {
   return -1;
 }
 
+/* Reads the first bytes of a file; false if it has fewer. */
+static inline int readBytes(const char *path, char *bytes, size_t length) {
+  const int file = openRegular(path, O_RDONLY);
+  const int got = file >= 0 && read(file, bytes, length) == (ssize_t)length;
+  if (file >= 0) close(file);
+  return got;
+}
+
+/* Writes a few bytes over those at an offset; false if they may not be on disk. */
+static inline int overwrite(const char *path, off_t offset, const char *bytes, size_t length) {
+  const int file = openRegular(path, O_WRONLY | O_CREAT);
+  const int put = file >= 0 && pwrite(file, bytes, length, offset) == (ssize_t)length;
+  const int stored = put && fsync(file) == 0;
+  if (file >= 0) close(file);
+  return stored;
+}
+
 /* ---- Lines ------------------------------------------------------------------------------------
  *
  * Each line of a file has a number of texts, encoded and not empty. Text without a line end was

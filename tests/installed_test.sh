@@ -151,6 +151,8 @@ for example in "$source"/examples/*.c; do
   by_compiler cc -std=c99 "${strict[@]}" "$example" -ltarn_form -ltarn -ltarn_serve -o example
 done
 for example in "$source"/examples/*.cpp; do
+  # It needs libsodium, which not every machine has. The build compiles it where there is one.
+  if [[ $example == */todo.cpp ]]; then continue; fi
   by_compiler cc -std=c++17 -fno-exceptions "${strict[@]}" "$example" -ltarn_form -ltarn \
     -ltarn_serve -o example
   asks_for example 'libtarn_form.so.1 libtarn.so.1 libtarn_serve.so.1 libc.so.6'

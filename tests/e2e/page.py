@@ -87,7 +87,8 @@ class Page(html.parser.HTMLParser):
             attributes = element["attributes"]
             for name in REFERENCES & attributes.keys():
                 assert attributes[name] in identifiers, f"{name} of {attributes[name]}"
-            if element["tag"] in CONTROLS and not element["labelled"]:
+            shown = element["tag"] in CONTROLS and attributes.get("type") != "hidden"
+            if shown and not element["labelled"]:
                 assert attributes.get("id", "") in fors, f"no label: {element}"
             if element["tag"] == "svg":
                 assert attributes["role"] == "img" and attributes["aria-label"], attributes
