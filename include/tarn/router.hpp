@@ -17,7 +17,8 @@ namespace detail {
 // The name in "{name}"; empty if the segment is another text.
 constexpr std::string_view placeholder(std::string_view segment) noexcept {
   const bool has_name = segment.size() > 2 && segment.front() == '{' && segment.back() == '}';
-  return has_name ? segment.substr(1, segment.size() - 2) : std::string_view();
+  // substr() needs the C++ runtime unless the compiler optimizes.
+  return has_name ? std::string_view(segment.data() + 1, segment.size() - 2) : std::string_view();
 }
 
 constexpr bool matches_path(std::string_view pattern, std::string_view path) noexcept {
@@ -35,7 +36,7 @@ constexpr bool has_method(std::string_view words, std::string_view word) noexcep
   while (begin < words.size()) {
     std::size_t end = begin;
     while (end < words.size() && words[end] != ',') ++end;
-    if (words.substr(begin, end - begin) == word) return true;
+    if (std::string_view(words.data() + begin, end - begin) == word) return true;
     begin = end + 2;  // ", "
   }
   return false;

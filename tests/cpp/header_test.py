@@ -37,6 +37,9 @@ SIGNED_SCRIPT = SOURCE / "docs/examples/cpp-signed.cpp"
 INPUT_SCRIPT = SOURCE / "docs/examples/cpp-form-input.cpp"
 CHECKED_SCRIPT = SOURCE / "docs/examples/cpp-form-checked.cpp"
 
+# A script with routes.
+ROUTER_SCRIPT = SOURCE / "docs/examples/cpp-router.cpp"
+
 # A script that uses every function for serving.
 SERVE_SCRIPT = SOURCE / "docs/examples/cpp-serve.cpp"
 
@@ -299,6 +302,9 @@ class Header(unittest.TestCase):
 
     def test_signing_needs_libtarn_and_libsodium_alone(self):
         self.links_with(SIGNED_SCRIPT, [LIBRARY], "crypto_auth_hmacsha512256_final", "libsodium")
+
+    def test_routing_needs_libtarn_alone(self):
+        self.links_with(ROUTER_SCRIPT, [LIBRARY], "CgiEnv_getPathInfo")
 
     def test_serving_needs_libtarn_serve_alone(self):
         self.links_with(SERVE_SCRIPT, [SERVE_LIBRARY], "tarn_serve")
