@@ -541,7 +541,7 @@ TEST(StringGivenItsOwnText, TreatsItsOwnTerminatorAsAnEmptyTextPaddedWithZeroByt
 
 // ---- Room ahead of the capacity -----------------------------------------------------------------
 
-TEST(StringGrowth, SmallAppendsSeldomMoveTheText) {
+TEST(StringGrowthLarge, SmallAppendsSeldomMoveTheText) {
   String string;
   std::string expected;
   const char *at = TARNString_c_str(string);

@@ -10,8 +10,8 @@
 
 namespace {
 
-using tarn_test::asScript;
 using tarn_test::Variables;
+using tarn_test::withEnvironment;
 
 // A POST that reached https://example.org, with these headers too.
 Variables sent(std::initializer_list<Variables::value_type> headers) {
@@ -23,11 +23,11 @@ Variables sent(std::initializer_list<Variables::value_type> headers) {
 void expect(bool expected, const Variables &variables) {
   std::string description;
   for (const auto &[name, value] : variables) description += name + "=" + value + " ";
-  asScript(variables, "", [&] { EXPECT_EQ(expected, tarn::same_origin()) << description; });
+  withEnvironment(variables, [&] { EXPECT_EQ(expected, tarn::same_origin()) << description; });
 }
 
 void expectOf(std::string_view own, bool expected, const Variables &variables) {
-  asScript(variables, "", [&] { EXPECT_EQ(expected, tarn::same_origin(own)) << own; });
+  withEnvironment(variables, [&] { EXPECT_EQ(expected, tarn::same_origin(own)) << own; });
 }
 
 TEST(SameOrigin, BelievesSecFetchSite) {
@@ -47,7 +47,7 @@ TEST(SameOrigin, AllowsTypedAddressesToReadOnly) {
   for (const char *method : {"", "get", "Get", "PUT", "DELETE", "PATCH", "OPTIONS", "GETS"}) {
     expect(false, sent({{"HTTP_SEC_FETCH_SITE", "none"}, {"REQUEST_METHOD", method}}));
   }
-  asScript({{"HTTP_SEC_FETCH_SITE", "none"}}, "", [] { EXPECT_FALSE(tarn::same_origin()); });
+  withEnvironment({{"HTTP_SEC_FETCH_SITE", "none"}}, [] { EXPECT_FALSE(tarn::same_origin()); });
 }
 
 TEST(SameOrigin, RefusesAnyOtherSecFetchSite) {
@@ -146,7 +146,7 @@ TEST(SameOrigin, RefusesOriginsWithoutAHostToCompare) {
   for (const char *origin : {"https://", "https://:443", "https://example.org", "null", ""}) {
     expect(false, sent({{"HTTP_ORIGIN", origin}, {"HTTP_HOST", ""}}));
   }
-  asScript({{"HTTP_ORIGIN", "http://"}}, "", [] { EXPECT_FALSE(tarn::same_origin()); });
+  withEnvironment({{"HTTP_ORIGIN", "http://"}}, [] { EXPECT_FALSE(tarn::same_origin()); });
 }
 
 // Behind a proxy, HTTPS is not set and the Host header may be another.

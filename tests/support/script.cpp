@@ -6,6 +6,8 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <utility>
+#include <vector>
 
 #include "support/processor_time.h"
 
@@ -75,6 +77,17 @@ void asScript(const Variables &variables, std::string_view body,
   } else if (status != 0) {
     ADD_FAILURE() << "The messages above come from " << shownRequest(variables, body);
   }
+}
+
+void withEnvironment(const Variables &variables, const std::function<void()> &code) {
+  std::vector<std::string> texts;
+  for (const auto &[name, value] : variables) texts.push_back(name + "=" + value);
+  std::vector<char *> pointers;
+  for (std::string &text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  char **const before = std::exchange(environ, pointers.data());
+  code();
+  environ = before;
 }
 
 Variables get(const std::string &query) {

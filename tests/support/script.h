@@ -1,5 +1,6 @@
 // Runs code the way a web server runs a script: in its own process, with a new environment, the
-// body on standard input and a limit of processor time.
+// body on standard input and a limit of processor time. What only reads the environment needs no
+// process.
 #ifndef TARN_TESTS_SUPPORT_SCRIPT_H
 #define TARN_TESTS_SUPPORT_SCRIPT_H
 
@@ -16,6 +17,10 @@ using Variables = std::map<std::string, std::string>;
 // leak sanitizer, a leak. The input ends after `body`.
 void asScript(const Variables &variables, std::string_view body,
               const std::function<void()> &script);
+
+// Runs code in this process with another environment. It must neither read the input nor change the
+// environment.
+void withEnvironment(const Variables &variables, const std::function<void()> &code);
 
 // Bytes as a failure shows them: quoted, with escapes, and no more than 500.
 std::string shown(std::string_view bytes);
