@@ -186,7 +186,7 @@ void Connection::terminate(uint64_t now) {
   if (terminated_) return;
   terminated_ = true;
   const uint64_t time = now + kSecondsToTerminate * 1000;
-  kill(-child_.process, SIGTERM);
+  signalGroup(child_.process, SIGTERM);
   if (exited_) {
     shared_.condemned.add(child_.process, time);
   } else {

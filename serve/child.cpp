@@ -232,6 +232,10 @@ int startChild(const Script &script, char **environment, int input, const ChildL
 
 // ---- Groups that have to end ---------------------------------------------------------------------
 
+void signalGroup(pid_t group, int signal) {
+  if (group > 1) kill(-group, signal);
+}
+
 namespace {
 
 // How often to look. The number of a group that has ended may be used again, but not so soon.
@@ -244,7 +248,7 @@ bool exists(pid_t group) { return kill(-group, 0) == 0; }
 void CondemnedGroups::add(pid_t group, uint64_t time) {
   if (!exists(group)) return;
   if (count_ == kMost) {
-    kill(-group, SIGKILL);
+    signalGroup(group, SIGKILL);
     return;
   }
   groups_[count_] = group;
@@ -255,7 +259,7 @@ uint64_t CondemnedGroups::check(uint64_t now) {
   for (size_t i = count_; i-- > 0;) {
     const pid_t group = groups_[i];
     const bool is_due = now >= times_[i];
-    if (is_due) kill(-group, SIGKILL);
+    if (is_due) signalGroup(group, SIGKILL);
     if (!is_due && exists(group)) continue;
     --count_;
     groups_[i] = groups_[count_].load();

@@ -57,6 +57,10 @@ struct Child {
 int startChild(const Script &script, char **environment, int input, const ChildLimits &limits,
                const KeptFiles &kept, Child &child);
 
+// Sends a signal to all processes of a group. Does nothing if that is not the group of a child:
+// kill(-1) and kill(0) would reach others, and kill(1) the first process of a container.
+void signalGroup(pid_t group, int signal);
+
 // Sets all signals to what they do by default, and blocks none.
 void resetSignals();
 

@@ -72,7 +72,7 @@ void Connection::resetSocket() const {
 void Connection::close() {
   if (failure_ == Failure::kNone) failure_ = Failure::kVisitorLeft;
   closeAccount();
-  if (child_.process > 0 && !exited_) kill(-child_.process, SIGKILL);
+  if (!exited_) signalGroup(child_.process, SIGKILL);
   releaseChild();
   closeSocket();
   deadline_ = UINT64_MAX;
@@ -387,7 +387,7 @@ void Connection::checkTime(uint64_t now) {
         return terminate(now);
       }
       killed_ = true;
-      kill(-child_.process, SIGKILL);
+      signalGroup(child_.process, SIGKILL);
       break;
     default:
       break;

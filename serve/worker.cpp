@@ -597,10 +597,10 @@ uint64_t countProcessors() {
 
 void Scoreboard::kill() {
   for (std::atomic<pid_t> &group : groups) {
-    if (group > 1) ::kill(-group, SIGKILL);
+    signalGroup(group, SIGKILL);
   }
   for (std::atomic<pid_t> &group : condemned) {
-    if (group > 1) ::kill(-group, SIGKILL);
+    signalGroup(group, SIGKILL);
   }
 }
 

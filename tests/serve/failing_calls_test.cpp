@@ -361,6 +361,27 @@ void expectAnswer(const Answer &answer) {
   }
 }
 
+volatile sig_atomic_t signals = 0;
+
+TEST(SignalGroup, ReachesTheGroupOfAChildAndNothingElse) {
+  const auto before = std::signal(SIGURG, [](int) { signals = signals + 1; });
+  signalGroup(0, SIGURG);   // this group, to kill()
+  signalGroup(-1, SIGURG);  // the first process
+  EXPECT_EQ(0, signals);
+  std::signal(SIGURG, before);
+
+  const pid_t child = fork();
+  if (child == 0) {
+    for (;;) pause();
+  }
+  setpgid(child, child);
+  signalGroup(child, SIGKILL);
+  int status = 0;
+  ASSERT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(SIGKILL, WTERMSIG(status));
+}
+
 TEST(Connections, AnswerARequest) {
   const Silence silence;
   for (const uint64_t most : {0, 1000, 1000000}) {
