@@ -183,7 +183,7 @@ class MultipartForms(AbuseCase):
     def test_with_a_zero_byte_in_a_text_are_refused(self):
         for lines in FORMS:
             body = self.body(choice=b"tea\0", message=b"text\0more")
-            self.assertEqual(400, self.send_body(lines, body)[0], lines.name)
+            self.assertEqual(422, self.send_body(lines, body)[0], lines.name)
             self.assertFalse(os.path.exists(self.store))
 
     def test_of_other_types_are_refused(self):

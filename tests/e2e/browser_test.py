@@ -170,7 +170,7 @@ class BrowserCase(unittest.TestCase):
         # An open alert would make this fail.
         self.assertNotEqual("owned", self.browser.title)
         complaints = [entry["message"] for entry in self.browser.get_log("browser")]
-        unexpected = [c for c in complaints if "favicon.ico" not in c and "status of 40" not in c]
+        unexpected = [c for c in complaints if "favicon.ico" not in c and "status of 4" not in c]
         self.assertEqual([], unexpected)
 
     def allow_scripts(self, allowed):
