@@ -21,7 +21,7 @@ constexpr const char *kRemarks[] = STORED_REMARKS("item");
 struct Visit {
   const tarn::Keys keys = tarn::Keys::from_file("keys");
   const tarn::Form sent{tarn::FormLimits().body_size(kFormBytes).fields(10)};
-  tarn::CheckedForm form{sent};
+  tarn::CheckedForm form{sent, isMethod("POST") && tarn::same_origin()};
   const char *const cookie_name = isHTTPS() ? "__Host-todo" : "todo";
   const tarn::Verified cookie = keys.verify_cookie(sent, cookie_name);
   const tarn::Text new_session = tarn::random_id();
@@ -176,7 +176,7 @@ static int script() {
   visit.is_user = enter_folder(visit);
   const bool post = isMethod("POST");
   const std::string_view path = CgiEnv_getPathInfo(nullptr);
-  Outcome outcome = refuse_form(visit.sent, post && !tarn::same_origin());
+  Outcome outcome = refuse_form(visit.sent);
   if (!outcome.status && post && !visit.keys.verify_form(visit.sent, path, visit.session))
     outcome = {403, "This form is out of date. Please send it again."};
   if (!outcome.status && !visit.is_user && path.size() > 1 && path != "/login")
