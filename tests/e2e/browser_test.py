@@ -625,7 +625,7 @@ class List(PageCase):
     """The list of examples that scripts/demo --serve shows."""
 
     def test_list(self):
-        listed = examples.sources()
+        listed = examples.sources(os.path.dirname(os.environ["FORM_ECHO"]))
         with open(self.server.path("www/index.html"), "w", encoding="utf-8") as page:
             page.write(examples.index(listed))
         self.browser.get(self.server.address().removesuffix("/cgi-bin"))

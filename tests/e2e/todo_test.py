@@ -2,7 +2,6 @@
 trick, and then succeeds: so the trick is why it is refused."""
 
 import base64
-import ctypes
 import json
 import os
 import re
@@ -11,7 +10,7 @@ from pathlib import Path
 
 import script
 from page import Page
-from servers import Lighttpd
+from servers import Lighttpd, todo
 
 TODO = os.environ["TODO"]
 FOLDER = "lists"
@@ -20,19 +19,6 @@ PNG = b"\x89PNG\r\n\x1a\n and more"
 PASSWORD = 'Love "lace" & 100%'
 OUR_FORM = ("-H", "Sec-Fetch-Site: same-origin")
 MEBIBYTE = 1 << 20
-
-
-def password_hash(password):
-    """The hash of libsodium at its lowest cost."""
-    sodium = ctypes.CDLL("libsodium.so.23")
-    assert sodium.sodium_init() >= 0
-    made = ctypes.create_string_buffer(sodium.crypto_pwhash_strbytes())
-    data = password.encode()
-    cost = sodium.crypto_pwhash_opslimit_min()
-    memory = sodium.crypto_pwhash_memlimit_min()
-    size = ctypes.c_ulonglong
-    assert sodium.crypto_pwhash_str(made, data, size(len(data)), size(cost), memory) == 0
-    return made.value.decode()
 
 
 class Browser:
@@ -100,23 +86,10 @@ def forms(page):
     return dict(found)
 
 
-def write(path, text):
-    """Writes a file as the owner of its folder, who is the user that runs the scripts."""
-    path.write_text(text, encoding="ascii")
-    path.chmod(0o600)
-    owner = path.parent.stat()
-    os.chown(path, owner.st_uid, owner.st_gid)
-
-
 def make_lists(parent):
-    """Makes the folder of the lists in a folder of the same owner, with keys and users."""
+    """Makes the folder of the lists in a folder of the same owner, and returns it."""
     folder = Path(parent, FOLDER)
-    folder.mkdir()
-    owner = folder.parent.stat()
-    os.chown(folder, owner.st_uid, owner.st_gid)
-    write(folder / "keys", os.urandom(32).hex())
-    users = "".join(f"{name} {password_hash(PASSWORD)}\n" for name in ("Ada", "Bob", "../Eve"))
-    write(folder / "users", users)
+    todo.make_lists(folder, parent, ("Ada", "Bob", "../Eve"), PASSWORD)
     return folder
 
 
@@ -198,7 +171,7 @@ class Uses(TodoCase):
     def test_more_items_than_a_page_are_found_and_done(self):
         self.ada.log_in()
         lines = "".join(f"- item{number}\n" for number in range(150))
-        write(self.folder / "Ada/.items", lines)
+        todo.write(self.folder / "Ada/.items", lines)
         self.assertEqual([f"item{number}" for number in range(50, 150)], self.ada.titles())
         (older,) = [e["attributes"]["href"] for e in self.ada.page.elements if e["tag"] == "a"]
         self.ada.visit(older)
@@ -420,7 +393,7 @@ class Attacks(TodoCase):
         self.ada.log_in()
         line = "- " + "m" * 1021 + "\n"
         lines = line * 1023 + "- " + "m" * 1000 + "\n"
-        write(self.folder / "Ada/.items", lines)
+        todo.write(self.folder / "Ada/.items", lines)
         self.assertEqual(507, self.ada.add("No room for this long title", *self.picture()).status)
         self.assertFalse((self.folder / "Ada/lake.png").exists())
         self.assertEqual(303, self.ada.add("Room").status)
