@@ -69,7 +69,7 @@ static const char *saveMessage(const char *path, char *const *values, const char
     problems[i] = fields[i].problem;
     *problem = "Your message was not sent. Please correct the marked fields.";
   }
-  if (**problem) return "400 Bad Request";
+  if (**problem) return "422 Unprocessable Content";
   const Stored stored = addLine(path, (const char *const *)values, FIELDS, STORE_BYTES);
   *problem = remarks[stored];
   return storedStatus(stored);

@@ -14,59 +14,49 @@ using tarn::Attribute, tarn::Element;
 constexpr off_t kStoreBytes = 8 << 20;
 constexpr const char *kRemarks[] = STORED_REMARKS("message");
 
-static bool is_text(std::string_view text) { return !text.empty(); }
+using Value = tarn::Checked<std::string_view>;
+
+static Value text(std::optional<std::string_view> sent, std::size_t most) {
+  const std::string_view value = sent.value_or("");
+  const bool fits = !value.empty() && value.size() <= most && value.find('\0') == value.npos;
+  return fits ? Value(value) : Value(tarn::Reason::malformed);
+}
 
 /* A minimal check: only a message that arrives proves that an address works. */
-static bool is_address(std::string_view text) {
-  for (const char c : text) {
-    if (static_cast<unsigned char>(c) <= ' ' || strchr("\"(),:;<>[\\]\177", c)) return false;
+static Value address_of(std::optional<std::string_view> sent) {
+  const Value value = text(sent, 254);
+  const std::size_t at = value->find('@');
+  bool fits = at > 0 && at < value->size() && at + 1 < value->size() && at == value->rfind('@');
+  for (const char c : *value) {
+    fits = fits && static_cast<unsigned char>(c) > ' ' && !strchr("\"(),:;<>[\\]\177", c);
   }
-  const std::size_t at = text.find('@');
-  return at > 0 && at < text.size() - 1 && at == text.rfind('@');
+  return fits ? value : Value(tarn::Reason::malformed);
 }
 
-static constexpr struct Field {
-  const char *name;
-  const char *label;
-  const char *type; /* null for a text area */
-  std::size_t most;
-  bool (*fits)(std::string_view text);
-  const char *problem;
-} kFields[] = {
-    {"name", "Your name", "text", 120, is_text, "Please enter your name (at most 120 bytes)."},
-    {"email", "Your e-mail address", "email", 254, is_address,
-     "Please enter an address like name@example.org."},
-    {"message", "Message", nullptr, 4000, is_text, "Please enter a message (at most 4000 bytes)."},
-};
-
-static Element control(const Field &field, std::string_view value) {
-  if (!field.type) return Element("textarea", Attribute("dir", "auto"), value);
-  Element input("input", Attribute("type", field.type), Attribute("value", value));
-  if (field.fits == is_text) input.add(Attribute("dir", "auto"));
-  input.add(Attribute("autocomplete", field.name));
-  return input;
+/* novalidate: the server checks the fields, so that it can explain errors in its own words. */
+static Element fields(const tarn::CheckedForm &form) {
+  const auto autocomplete = [](const char *value) { return Attribute("autocomplete", value); };
+  const auto any_direction = [] { return Attribute("dir", "auto"); };
+  const auto required = [] { return Attribute("required"); };
+  return Element("form", Attribute("method", "post"), Attribute("novalidate"),
+                 form.input("name", "Your name", required(), any_direction(), autocomplete("name")),
+                 form.input("email", "Your e-mail address", required(), Attribute("type", "email"),
+                            autocomplete("email")),
+                 form.textarea("message", "Message", required(), any_direction()),
+                 Element("p", Element("button", "Send")));
 }
 
-/* A field with its label, and with an error message if its value is wrong. */
-static Element row(const Field &field, std::string_view value, bool wrong) {
-  tarn::String remark(field.name);
-  remark.append("-problem");
-  Element input = control(field, value);
-  input.add(Attribute("id", field.name)).add(Attribute("name", field.name));
-  input.add(Attribute("required"));
-  if (wrong) input.add(Attribute("aria-invalid", "true"));
-  if (wrong) input.add(Attribute("aria-describedby", remark.view()));
-  Element row("p", Element("label", Attribute("for", field.name), field.label), std::move(input));
-  if (wrong) row.add(Element("strong", Attribute("id", remark.view()), field.problem));
-  return row;
-}
-
-static Outcome save_message(const tarn::Form &form, const char *path, bool fits,
-                            const SeeOther &there) {
-  if (!fits) return {400, "Your message was not sent. Please correct the marked fields."};
-  if (!there.ready()) return {500, kRemarks[NOT_STORED]};
-  return save_line(path, {field(form, "name"), field(form, "email"), field(form, "message")},
-                   kStoreBytes, kRemarks);
+static Outcome save_message(tarn::CheckedForm &form, const char *path, const SeeOther &there) {
+  const Value name =
+      form.check("name", text(form["name"], 120), "Please enter your name (at most 120 bytes).");
+  const Value email = form.check("email", address_of(form["email"]),
+                                 "Please enter an address like name@example.org.");
+  const Value message = form.check("message", text(form["message"], 4000),
+                                   "Please enter a message (at most 4000 bytes).");
+  if (form.wrong() > 0)
+    return {422, "Your message was not sent. Please correct the marked fields."};
+  if (!form || !there.ready()) return {500, kRemarks[NOT_STORED]};
+  return save_line(path, {*name, *email, *message}, kStoreBytes, kRemarks);
 }
 
 static int script() {
@@ -74,22 +64,13 @@ static int script() {
   const bool post = isMethod("POST");
   const char *path = getenv("TARN_CONTACT_FILE");
   Outcome outcome = refuse_form(sent);
-  const bool checked = post && outcome.status == 0;
-  /* novalidate: the server checks the fields, so that it can explain errors in its own words. */
-  Element form("form", Attribute("method", "post"), Attribute("novalidate"));
-  bool fits = true;
-  for (const Field &one : kFields) {
-    const std::string_view value = outcome.status == 0 ? field(sent, one.name) : "";
-    const bool wrong = checked && !(value.size() <= one.most && one.fits(value));
-    form.add(row(one, value, wrong));
-    fits = fits && !wrong;
-  }
-  form.add(Element("p", Element("button", "Send")));
+  /* What another site filled in is not shown. */
+  tarn::CheckedForm form(sent, post && outcome.status == 0);
   if (!path) {
     outcome = {500, "TARN_CONTACT_FILE is not set, so messages cannot be saved."};
-  } else if (checked) {
+  } else if (post && outcome.status == 0) {
     const SeeOther there("?sent");
-    outcome = save_message(sent, path, fits, there);
+    outcome = save_message(form, path, there);
     if (outcome.status == 303) return there.send() ? 0 : 1;
   } else if (outcome.status == 0) {
     outcome.status = 200;
@@ -98,7 +79,7 @@ static int script() {
   if (!post && strcmp(CgiEnv_getQueryString(nullptr), "sent") == 0) {
     content.add(Element("p", Attribute("role", "status"), "Thank you, we have your message."));
   }
-  content.add(std::move(form));
+  content.add(fields(form));
   return send_page("Contact", outcome, std::move(content)) ? 0 : 1;
 }
 

@@ -48,7 +48,7 @@ static int fits(const char *text, size_t most) { return text && *text && strlen(
 static const char *saveEntry(const char *path, const char *const *entry, const char **problem) {
   if (!fits(entry[0], NAME_BYTES) || !fits(entry[1], MESSAGE_BYTES)) {
     *problem = "Please enter a short name and a message.";
-    return "400 Bad Request";
+    return "422 Unprocessable Content";
   }
   const Stored stored = addLine(path, entry, 2, STORE_BYTES);
   *problem = remarks[stored];

@@ -54,7 +54,7 @@ static bool fits(std::string_view text, std::size_t most) {
 static Outcome save_entry(const char *path, std::string_view name, std::string_view message,
                           const SeeOther &there) {
   const bool fit = fits(name, kNameBytes) && fits(message, kMessageBytes);
-  if (!fit) return {400, "Please enter a short name and a message."};
+  if (!fit) return {422, "Please enter a short name and a message."};
   if (!there.ready()) return {500, kRemarks[NOT_STORED]};
   return save_line(path, {name, message}, kStoreBytes, kRemarks);
 }

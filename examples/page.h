@@ -39,23 +39,32 @@ static inline const char *cookieValue(TarnForm *form, const char *name) {
   return value ? value : "";
 }
 
-/* True if a page of another site sent the form: with the visitor's cookies, but perhaps without the
- * visitor's knowledge. Browsers send Sec-Fetch-Site, older ones Origin. A client that sends neither
- * is not a browser that another site could trick. */
+static inline int isHTTPS(void) {
+  const char *https = getenv("HTTPS");
+  return https && strcmp(https, "on") == 0;
+}
+
+/* The length of a host without the port, if that is the default. */
+static inline size_t hostLength(const char *host) {
+  const char *port = isHTTPS() ? ":443" : ":80";
+  const size_t length = strlen(host);
+  const size_t end = strlen(port);
+  return length > end && strcmp(host + length - end, port) == 0 ? length - end : length;
+}
+
+/* True unless a page of this site sent the form, as tarn::same_origin() tells for a POST. Another
+ * site can have the visitor's browser send a form with the visitor's cookies, but without the
+ * visitor's knowledge. Browsers send Sec-Fetch-Site, older ones Origin. */
 static inline int sentByAnotherSite(void) {
   const char *site = getenv("HTTP_SEC_FETCH_SITE");
   const char *origin = getenv("HTTP_ORIGIN");
   const char *host = getenv("HTTP_HOST");
-  const char *port = getenv("SERVER_PORT");
-  if (site && *site) return strcmp(site, "same-origin") != 0 && strcmp(site, "none") != 0;
-  if (!origin || !*origin) return 0;
-  const char *sender = strstr(origin, "://");
-  if (!sender || !host) return 1;
-  sender += strlen("://");
-  const size_t length = strlen(host);
-  if (strncasecmp(sender, host, length) != 0) return 1;
-  /* nginx, as Debian configures it, removes the port from HTTP_HOST. */
-  return sender[length] && !(sender[length] == ':' && port && !strcmp(sender + length + 1, port));
+  const char *scheme = isHTTPS() ? "https://" : "http://";
+  if (site && *site) return strcmp(site, "same-origin") != 0;
+  if (!origin || !host || !*host || strncasecmp(origin, scheme, strlen(scheme)) != 0) return 1;
+  origin += strlen(scheme);
+  const size_t length = hostLength(host);
+  return hostLength(origin) != length || strncasecmp(origin, host, length) != 0;
 }
 
 /* The status for a form that could not be read; sets `problem` to what the visitor should know. */
@@ -147,11 +156,6 @@ static inline void decodeInPlace(char *text) {
     if (code) text += 2;
   }
   *out = '\0';
-}
-
-static inline int isHTTPS(void) {
-  const char *https = getenv("HTTPS");
-  return https && strcmp(https, "on") == 0;
 }
 
 /* Over HTTPS the cookie is marked Secure, so the browser never sends it unencrypted. */

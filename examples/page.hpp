@@ -61,7 +61,7 @@ inline bool send_page(const char *title, const Outcome &outcome, tarn::ElementLi
 
 /* Refuses a form that must not be used; the status is 0 if it is fine. */
 inline Outcome refuse_form(const tarn::Form &form,
-                           bool foreign = isMethod("POST") && sentByAnotherSite()) {
+                           bool foreign = isMethod("POST") && !tarn::same_origin()) {
   if (!foreign && form) return {0, nullptr};
   if (!form) fprintf(stderr, "cannot read the form: %s\n", form.problem().message());
   discardBody();

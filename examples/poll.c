@@ -160,6 +160,7 @@ static int script(void) {
   } else if (!known) {
     problem = "Your vote arrived without a cookie, so it was not counted. Please vote again.";
   } else if (choice < 0) {
+    status = "422 Unprocessable Content";
     problem = "Please choose an answer.";
   } else {
     const Stored stored = saveVote(path, visitor, choice);

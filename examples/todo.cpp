@@ -21,7 +21,7 @@ constexpr const char *kRemarks[] = STORED_REMARKS("item");
 struct Visit {
   const tarn::Keys keys = tarn::Keys::from_file("keys");
   const tarn::Form sent{tarn::FormLimits().body_size(kFormBytes).fields(10)};
-  tarn::CheckedForm form{sent};
+  tarn::CheckedForm form{sent, isMethod("POST") && tarn::same_origin()};
   const char *const cookie_name = isHTTPS() ? "__Host-todo" : "todo";
   const tarn::Verified cookie = keys.verify_cookie(sent, cookie_name);
   const tarn::Text new_session = tarn::random_id();
@@ -32,8 +32,7 @@ struct Visit {
 
 /* Enters the folder of the user whose session this is. Each user has one session at a time. */
 static bool enter_folder(const Visit &visit) {
-  char path[HARMLESS_BYTES + 16];
-  char kept[kIdBytes + 1] = "";
+  char path[HARMLESS_BYTES + 16], kept[kIdBytes + 1] = "";
   const char *const user = visit.cookie ? visit.cookie.value().data() + kIdBytes : "";
   snprintf(path, sizeof path, "%s/.session", user);
   const bool known = isHarmless(user) && readBytes(path, kept, kIdBytes);
@@ -90,7 +89,7 @@ static void show_list(const Visit &visit, tarn::ElementList &content, Outcome &o
 static int answer(Visit &visit, Outcome outcome = {200, nullptr}, const char *message = "") {
   visit.response.no_store();
   if (outcome.status == 303) {
-    visit.response.cookie(over_https(visit.keys.flash(message))).redirect(address("/").view());
+    visit.response.cookie(over_https(visit.keys.flash(message))).redirect(address("").view());
     return visit.response.send() ? 0 : 1;
   }
   tarn::ElementList content;
@@ -99,8 +98,10 @@ static int answer(Visit &visit, Outcome outcome = {200, nullptr}, const char *me
   if (visit.is_user) show_list(visit, content, outcome);
   if (visit.session.empty()) set_cookie(visit, visit.session = visit.new_session.view());
   if (!visit.is_user)
-    content.add(form_for(visit, "/login", visit.form.input("name", "Name"),
-                         visit.form.input("password", "Password", Attribute("type", "password")),
+    content.add(form_for(visit, "/login",
+                         visit.form.input("name", "Name", Attribute("autocomplete", "username")),
+                         visit.form.input("password", "Password", Attribute("type", "password"),
+                                          Attribute("autocomplete", "current-password")),
                          Element("button", "Log in")));
   return send_page("To do", outcome, std::move(content), std::move(visit.response)) ? 0 : 1;
 }
@@ -110,8 +111,7 @@ static int finish(Visit &visit, bool done, const char *message) {
 }
 
 static bool is_password(std::string_view name, std::string_view password) {
-  char user[kNameLength + 1] = "";
-  char hash[crypto_pwhash_STRBYTES] = "";
+  char user[kNameLength + 1] = "", hash[crypto_pwhash_STRBYTES] = "";
   bool known = false;
   FILE *users = fopen("users", "re");
   while (users && !known && fscanf(users, "%64s %127s", user, hash) == 2) known = name == user;
@@ -176,7 +176,7 @@ static int script() {
   visit.is_user = enter_folder(visit);
   const bool post = isMethod("POST");
   const std::string_view path = CgiEnv_getPathInfo(nullptr);
-  Outcome outcome = refuse_form(visit.sent, post && !tarn::same_origin());
+  Outcome outcome = refuse_form(visit.sent);
   if (!outcome.status && post && !visit.keys.verify_form(visit.sent, path, visit.session))
     outcome = {403, "This form is out of date. Please send it again."};
   if (!outcome.status && !visit.is_user && path.size() > 1 && path != "/login")

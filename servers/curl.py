@@ -33,7 +33,11 @@ class Answer(NamedTuple):
 
 
 def fetch(address: str, *arguments: str, folder: str) -> Answer:
-    """Requests an address with curl, whose files are in a temporary folder below `folder`."""
+    """Requests an address with curl, whose files are in a temporary folder below `folder`: as from
+    a page of the same site, unless the arguments name another one."""
+    where = ("Sec-Fetch-Site:", "Origin:")
+    if not any(os.fsdecode(argument).startswith(where) for argument in arguments):
+        arguments = ("-H", "Sec-Fetch-Site: same-origin", *arguments)
     with tempfile.TemporaryDirectory(dir=folder) as files:
         trace, head, body = (Path(files, name) for name in ("trace", "head", "body"))
         command: list[str | Path] = [os.environ["CURL"], "-q", "-sSg", "--noproxy", "*"]

@@ -14,9 +14,10 @@ import socket
 import sys
 from pathlib import Path
 
-from servers import SERVERS
+from servers import SERVERS, todo
 
 EXAMPLES = Path(__file__).resolve().parents[1] / "examples"
+USER, PASSWORD = "Ada", "Lovelace 1843"
 
 INDEX = """<!DOCTYPE html>
 <html lang="en">
@@ -45,10 +46,11 @@ def style() -> str:
     return "".join(ast.literal_eval(text) for text in re.findall(r'"(?:[^"\\]|\\.)*"', macro[0]))
 
 
-def sources() -> dict[str, str]:
-    """The text of each example by its name, without todo, which needs libsodium, keys and users."""
+def sources(folder: str) -> dict[str, str]:
+    """The text of each example in a folder by its name. Without libsodium, todo is not built."""
     files = sorted(path for path in EXAMPLES.iterdir() if path.suffix in (".c", ".cpp"))
-    return {path.stem: path.read_text(encoding="utf-8") for path in files if path.stem != "todo"}
+    built = [path for path in files if path.stem != "todo" or Path(folder, "todo").exists()]
+    return {path.stem: path.read_text(encoding="utf-8") for path in built}
 
 
 def item(name: str, source: str) -> str:
@@ -77,7 +79,7 @@ def check_port(port: int) -> None:
 def serve(server: str, folder: str, port: int = 0) -> None:
     """Serves the examples in a folder with the server of this name."""
     check_port(port)
-    examples = sources()
+    examples = sources(folder)
     settings = re.findall(r"\bTARN_[A-Z]+_(?:DIR|FILE)\b", "".join(examples.values()))
     variables = {name: f"data/{name.lower()}" for name in settings}
     scripts = {name: os.path.join(folder, name) for name in examples}
@@ -86,6 +88,9 @@ def serve(server: str, folder: str, port: int = 0) -> None:
         for name, path in variables.items():
             if name.endswith("_DIR"):
                 running.make_folder(path)
+        if "todo" in examples:
+            lists = Path(running.path(variables["TARN_TODO_DIR"]))
+            todo.make_lists(lists, running.folder, [USER], PASSWORD)
         Path(running.path("www/index.html")).write_text(index(examples), encoding="utf-8")
         print(running.address().removesuffix("/cgi-bin"), flush=True)
         signal.pause()

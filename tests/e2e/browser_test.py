@@ -26,6 +26,9 @@ from servers import Lighttpd, Server, examples
 from servers.server import read
 from upload_test import stored_files
 
+if "TODO" in os.environ:
+    import todo_test
+
 EXAMPLES = {
     "form-echo": os.environ["FORM_ECHO"],
     "upload": os.environ["UPLOAD"],
@@ -170,7 +173,7 @@ class BrowserCase(unittest.TestCase):
         # An open alert would make this fail.
         self.assertNotEqual("owned", self.browser.title)
         complaints = [entry["message"] for entry in self.browser.get_log("browser")]
-        unexpected = [c for c in complaints if "favicon.ico" not in c and "status of 40" not in c]
+        unexpected = [c for c in complaints if "favicon.ico" not in c and "status of 4" not in c]
         self.assertEqual([], unexpected)
 
     def allow_scripts(self, allowed):
@@ -433,6 +436,55 @@ class Counter(BrowserCase):
             self.assertEqual([f"You are visitor number {number}."], self.texts("main p"))
 
 
+class Todo(BrowserCase):
+    PROGRAMS = {"todo": os.environ.get("TODO", "")}
+    VARIABLES = {"TARN_TODO_DIR": "lists"}
+
+    def press(self, selector):
+        """Presses a button and waits for the next page."""
+        root = self.find("html")
+        self.find(selector).click()
+        WebDriverWait(self.browser, 20).until(lambda _: root not in self.find_all("html"))
+
+    def log_in(self, name, password):
+        self.type("name", name)
+        self.type("password", password)
+        self.press("form[action$='/login'] button")
+
+    def test_from_login_to_logout(self):
+        todo_test.make_lists(self.server.folder)
+        self.visit("todo")
+        self.browser.save_screenshot(picture := os.path.join(self.home, "lake.png"))
+        self.log_in("Ada", HOSTILE[:100])
+        self.assertEqual(["The name or the password is wrong."], self.texts("#password-problem"))
+        self.assertEqual("", self.value("password"))
+        self.find("[name=name]").clear()
+        self.log_in("Ada", todo_test.PASSWORD)
+        self.assertEqual(["Welcome."], self.texts("[role=status]"))
+        for title in (SCRIPTS, HOSTILE[:190]):
+            self.type("title", title)
+            self.find("[name=picture]").send_keys(picture)
+            self.press("p + button")
+            self.assertEqual(["Added."], self.texts("[role=status]"))
+        self.assertEqual([SCRIPTS, HOSTILE[:190]], self.texts("article h2"))
+        self.assertEqual([], self.find_all("script, svg"))
+        for image in self.find_all("article img"):
+            WebDriverWait(self.browser, 20).until(lambda _, i=image: i.get_property("complete"))
+            self.assertEqual(DESK[0], image.get_property("naturalWidth"))
+        self.press("form[action$='/items/0/done'] button")
+        self.assertEqual(["Done.", "Done"], self.texts("[role=status], article p"))
+        self.take_screenshot("todo")
+        self.press("form[action$='/logout'] button")
+        self.assertEqual(["Goodbye."], self.texts("[role=status]"))
+        self.assertEqual([], self.find_all("article"))
+        self.browser.back()
+        self.assertEqual([], self.find_all("article"))
+
+
+if not Todo.PROGRAMS["todo"]:
+    del Todo  # needs libsodium
+
+
 class PageCase(BrowserCase):
     """Checks every page in each state that makes it long: on a phone and a desktop, in light and
     dark mode, by touch, by keyboard and with a screen reader."""
@@ -573,7 +625,7 @@ class List(PageCase):
     """The list of examples that scripts/demo --serve shows."""
 
     def test_list(self):
-        listed = examples.sources()
+        listed = examples.sources(os.path.dirname(os.environ["FORM_ECHO"]))
         with open(self.server.path("www/index.html"), "w", encoding="utf-8") as page:
             page.write(examples.index(listed))
         self.browser.get(self.server.address().removesuffix("/cgi-bin"))

@@ -76,7 +76,7 @@ class Contact(unittest.TestCase):
             ({"message": "m" * 4001}, None, None, MESSAGE),
             (dict.fromkeys(GOOD, ""), NAME, EMAIL, MESSAGE),
         ):
-            page = Page(self.send(400, **changes).body)
+            page = Page(self.send(422, **changes).body)
             self.assertEqual(name, page.described("name"), changes)
             self.assertEqual(email, page.described("email"), changes)
             self.assertEqual(message, page.described("message"), changes)
@@ -85,7 +85,7 @@ class Contact(unittest.TestCase):
 
     def test_form_without_fields_is_refused(self):
         answer = self.server.curl("/contact", "-d", "other=1")
-        self.assertEqual(400, answer.status)
+        self.assertEqual(422, answer.status)
         self.assertEqual(EMAIL, Page(answer.body).described("email"))
 
     def test_address_needs_one_at_sign_with_text_on_both_sides(self):
@@ -102,13 +102,13 @@ class Contact(unittest.TestCase):
             "a@b\x7f",
         ] + ["<a@b>", '"a"@b', "a@" + "b" * 253]:
             self.assertEqual(
-                EMAIL, Page(self.send(400, email=address).body).described("email"), address
+                EMAIL, Page(self.send(422, email=address).body).described("email"), address
             )
         for address in ("a@b", "zoë+tarn@bücher.example", " a@b ", "a@" + "b" * 252):
             self.send(303, email=address)
 
     def test_submitted_values_are_shown_again_as_text(self):
-        page = Page(self.send(400, name=HOSTILE, email=HOSTILE, message=HOSTILE).body)
+        page = Page(self.send(422, name=HOSTILE, email=HOSTILE, message=HOSTILE).body)
         self.assertNotIn("script", page.tags)
         self.assertEqual(HOSTILE, page.named("name")["attributes"]["value"])
         self.assertEqual(HOSTILE, page.named("email")["attributes"]["value"])

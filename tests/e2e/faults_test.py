@@ -128,6 +128,7 @@ class ServerCase(StoreCase):
 class ClientsThatDisconnect(ServerCase):
     def break_off(self, target, kind, body, length, way):
         head = f"POST /cgi-bin{target} HTTP/1.1\r\nHost: localhost\r\nContent-Type: {kind}\r\n"
+        head += "Sec-Fetch-Site: same-origin\r\n"
         head += f"Cookie: visitor={99:032x}\r\nContent-Length: {len(body)}\r\n\r\n"
         with socket.create_connection(("127.0.0.1", self.server.port), timeout=100) as client:
             client.sendall(head.encode() + body[:length])

@@ -114,7 +114,7 @@ class Guestbook(unittest.TestCase):
 
     def test_entries_without_name_or_message_are_refused_and_shown_again(self):
         for name, message in (("", "text"), ("name", " \r\n"), ("n" * 121, "m"), ("n", "m" * 4001)):
-            answer = self.write(name, message, "-d", "remember=on", status=400)
+            answer = self.write(name, message, "-d", "remember=on", status=422)
             page = Page(answer.body)
             self.assertIn("Please enter a short name and a message.", page.texts("p"))
             self.assertEqual(name, page.named("name")["attributes"]["value"])

@@ -135,7 +135,7 @@ class Poll(unittest.TestCase):
         for choice in ("tea", "water", "coffee"):
             self.vote(victim, choice)
         for choice in ("", "none"):
-            self.vote(victim, choice, status=400)
+            self.vote(victim, choice, status=422)
         self.assertEqual(before, read(self.server.path("votes")))
         self.assertIn("You voted for Coffee.", self.visit("-b", f"visitor={victim}").texts("p"))
 
@@ -157,7 +157,7 @@ class Poll(unittest.TestCase):
     def test_vote_for_nothing_is_refused(self):
         visitor = self.new_visitor()
         for choice in ("", "beer", "tea%20coffee", "%3Cscript%3E", "Tea"):
-            page = Page(self.vote(visitor, choice, status=400).body)
+            page = Page(self.vote(visitor, choice, status=422).body)
             self.assertEqual(["Please choose an answer."], page.texts("p", role="alert"))
             self.assertNotIn("script", page.tags)
         self.assertEqual([0, 0, 0], self.counts())

@@ -37,6 +37,7 @@ def post(content_type, body):
     return {
         "REQUEST_METHOD": "POST",
         "SCRIPT_NAME": "/script",
+        "HTTP_SEC_FETCH_SITE": "same-origin",
         "CONTENT_TYPE": content_type,
         "CONTENT_LENGTH": str(len(body)),
     }

@@ -16,7 +16,7 @@ import poll_test
 import upload_test
 from servers import SERVERS
 
-EXAMPLES = (
+EXAMPLES: tuple[type[unittest.TestCase], ...] = (
     contact_test.Contact,
     contact_test.ContactInCpp,
     counter_test.Counter,
@@ -27,6 +27,10 @@ EXAMPLES = (
     upload_test.RefusedUploads,
     upload_test.Upload,
 )
+if "TODO" in os.environ:  # it needs libsodium
+    import todo_test
+
+    EXAMPLES += (todo_test.WalkThrough, todo_test.AttacksThroughServers)
 SCENARIOS = (
     *EXAMPLES,
     abuse_test.Readers,

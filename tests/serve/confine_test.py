@@ -567,6 +567,7 @@ class ExamplesTest(ConfineTest):
             "CONTENT_TYPE": "application/x-www-form-urlencoded",
             "CONTENT_LENGTH": str(len(form)),
             "SCRIPT_NAME": "/guestbook",
+            "HTTP_SEC_FETCH_SITE": "same-origin",
         }
         with self.service("--write", str(data), program=[f"{EXAMPLES}/guestbook"]):
             self.assertIn(b"Status: 303", request(self.socket, variables, form))
@@ -600,6 +601,7 @@ class ExamplesTest(ConfineTest):
             "CONTENT_TYPE": "multipart/form-data; boundary=XYZ",
             "CONTENT_LENGTH": str(len(body)),
             "SCRIPT_NAME": "/upload",
+            "HTTP_SEC_FETCH_SITE": "same-origin",
         }
         with self.service("--write", str(data), program=[f"{EXAMPLES}/upload"]):
             answer = request(self.socket, variables, body)
