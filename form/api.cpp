@@ -110,6 +110,10 @@ void TarnForm_setLimit(TarnForm *form, TarnFormLimit limit, uint64_t value) {
   if (form && form->stage == Stage::kUnread && limit < kLimits) form->limits.values[limit] = value;
 }
 
+void TarnForm_setDurable(TarnForm *form, int durable) {
+  if (form) form->saved.setDurable(durable != 0);
+}
+
 TarnFormField *TarnForm_next(TarnForm *form) {
   return form && !form->loaded ? form->step() : nullptr;
 }

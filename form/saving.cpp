@@ -133,7 +133,7 @@ bool NewFile::removeStale(const char *name) const {
 int NewFile::write(std::string_view bytes) {
   if (const int error = writeAll(file_, bytes)) return error;
   size_ += bytes.size();
-  if (size_ - started_ >= kStartedAtOnce) {
+  if (durable_ && size_ - started_ >= kStartedAtOnce) {
     sync_file_range(file_, static_cast<off_t>(started_), static_cast<off_t>(size_ - started_),
                     SYNC_FILE_RANGE_WRITE);
     started_ = size_;
@@ -157,11 +157,21 @@ int NewFile::publish(const char *name) {
   return 0;
 }
 
+// Some file systems, such as NFS, report only at close() that bytes could not be stored. The file is
+// still needed to give it its name, so this closes a second descriptor of it.
+int NewFile::checkWritten() const {
+  const int second = fcntl(file_, F_DUPFD_CLOEXEC, 0);
+  return second >= 0 && ::close(second) == 0 ? 0 : errno;
+}
+
 int NewFile::keep(const char *name) {
-  if (fsync(file_) != 0) return errno;
+  if (durable_ && fsync(file_) != 0) return errno;
+  if (!durable_) {
+    if (const int error = checkWritten()) return error;
+  }
   const int published = publish(name);
   unnamed_ = published == EEXIST;
-  if (published != 0) return published;
+  if (published != 0 || !durable_) return published;
   // EINVAL: on this file system there is nothing to sync in a folder.
   if (fsync(folder_) == 0 || errno == EINVAL) return 0;
   const int error = errno;

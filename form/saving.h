@@ -20,9 +20,12 @@ class NewFile {
   // EINVAL and EEXIST for a name that cannot be used.
   int open(const char *folder, const char *name);
 
+  // Whether keep() waits for the disk. close() does not change it.
+  void setDurable(bool durable) { durable_ = durable; }
+
   int write(std::string_view bytes);
 
-  // Puts the file on the disk under its name. After EEXIST, keepIn() can be tried.
+  // Puts the file under its name, and on the disk if it is to be durable. After EEXIST, keepIn() can be tried.
   int keep(const char *name);
 
   // Whether keep() failed because another process took the name meanwhile.
@@ -38,6 +41,7 @@ class NewFile {
 
  private:
   int openNamed();
+  int checkWritten() const;
   int publish(const char *name);
   int isNameOf(const char *name, int file, bool &same) const;
   bool removeStale(const char *name) const;
@@ -48,6 +52,7 @@ class NewFile {
   uint64_t started_ = 0;     // how much of it is on its way to the disk
   char temporary_[32] = "";  // the name it has before keep(), if it needs one
   bool unnamed_ = false;
+  bool durable_ = true;
 };
 
 }  // namespace tarn::form

@@ -146,6 +146,20 @@ TARN_FORM_API void TarnForm_readToEnd(TarnForm *form);
  */
 TARN_FORM_API void TarnForm_setLimit(TarnForm *form, TarnFormLimit limit, uint64_t value);
 
+/** Chooses whether TarnFormField_save() waits for the disk, as it does unless you call this.
+ *
+ *  Not to wait is faster, and is meant for files of a cache, or those that the script soon deletes. The
+ *  file still appears under its name when all of it has been written, or not at all, even if the
+ *  process dies. But after a power cut or a crash of the kernel, it may be missing or damaged: some or
+ *  all of its bytes may be missing or zero. An error that the disk reports later is not returned.
+ *
+ *  May be called at any time. Holds for all later saves of this form, also of fields that
+ *  TarnForm_load() keeps.
+ *
+ *  @param durable  0 to save without waiting; any other value to wait
+ */
+TARN_FORM_API void TarnForm_setDurable(TarnForm *form, int durable);
+
 /** Closes a form and releases everything that it owns. Does not read the rest of the body. */
 TARN_FORM_API void TarnForm_close(TarnForm *form);
 
@@ -338,6 +352,7 @@ TARN_FORM_API int TarnFormField_write(TarnFormField *field, int descriptor);
  *  overwritten and no link is followed. If the process dies, no partial file is left, because the
  *  file has no name until it is complete. Where the file system cannot do that, its name begins with
  *  ".tarn-form-" until then, and the next save in that folder removes what a dead process left.
+ *  TarnForm_setDurable() saves faster, without waiting for the disk.
  *
  *  @param folder  an existing folder, not a link to one
  *  @param name    1 to 255 bytes without "/", and neither "." nor ".."

@@ -44,6 +44,7 @@ static void check_form_functions(void) {
   check_form(TarnForm_openQuery(NULL), TARN_FORM_NO_PROBLEM);
   TarnForm_readToEnd(NULL);
   TarnForm_setLimit(NULL, TARN_FORM_FIELDS, 1);
+  TarnForm_setDurable(NULL, 0);
   TarnForm_close(NULL);
   CHECK(TarnForm_next(NULL) == NULL);
   CHECK(TarnForm_body(NULL) == NULL);

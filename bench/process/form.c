@@ -9,6 +9,7 @@
  *   body   does that with the body as it is
  *   write  writes the last file to $FOLDER/saved
  *   save   saves it there with TarnFormField_save()
+ *   cache  does that without waiting for the disk
  *
  * With TIMES it rewinds standard input and reads the same form as often, in one process. Prints how
  * many fields there are and how long their names and values are, as the programs of form_peers.py do. */
@@ -77,6 +78,11 @@ static void step(TarnForm *form) {
   }
 }
 
+static void stepWithoutWaiting(TarnForm *form) {
+  TarnForm_setDurable(form, 0);
+  step(form);
+}
+
 static void body(TarnForm *form) {
   TarnFormField *field = TarnForm_body(form);
   check(field != NULL, "no body");
@@ -107,9 +113,10 @@ static void (*operation(const char *name))(TarnForm *) {
     const char *name;
     void (*form)(TarnForm *);
     void (*value)(TarnFormField *);
-  } all[] = {{"text", step, text},        {"load", load, NULL}, {"skip", step, skip},
-             {"block", step, block},      {"body", body, NULL}, {"save", step, save},
-             {"write", step, writeToFile}};
+  } all[] = {{"text", step, text},         {"load", load, NULL},
+             {"skip", step, skip},         {"block", step, block},
+             {"body", body, NULL},         {"save", step, save},
+             {"write", step, writeToFile}, {"cache", stepWithoutWaiting, save}};
   size_t i;
   for (i = 0; i < sizeof all / sizeof *all; ++i) {
     if (strcmp(name, all[i].name) != 0) continue;

@@ -107,6 +107,7 @@ int main(int, char **argv) {
                               .memory_size(100000)
                               .load_size(1000000);
   tarn::FormReader form(limits);
+  form.durable(false);  // the photo may be lost with the power
   if (how == "whole") read_as_a_whole(std::move(form));
   if (how == "stream") read_as_a_stream(form);
   if (how == "json") read_as_json(form);

@@ -243,6 +243,13 @@ class OpenForm {
   }
   void decoded_query(const Name &) const && = delete;
 
+  /** Chooses whether Field::save() waits for the disk, as TarnForm_setDurable() does.
+   *
+   *  @param value  false not to wait: after a power cut or a crash of the kernel, the file may then be
+   *                missing or damaged
+   */
+  void durable(bool value) noexcept { TarnForm_setDurable(form_, value ? 1 : 0); }
+
   /** The pointer to pass to functions of tarn_form.h. Never close the form through it. */
   TarnForm *handle() const &noexcept { return form_; }
   void handle() const && = delete;

@@ -715,6 +715,22 @@ TEST_F(CppFieldSave, CanBeTriedAgainUnderAnotherName) {
   EXPECT_EQ(2, count());
 }
 
+// fsync() is counted in tests/form/failing_calls_test.cpp.
+TEST_F(CppFieldSave, NeedNotWaitForTheDisk) {
+  tarn::FormReader form = reader(kBody);
+  form.durable(false);
+  EXPECT_TRUE(form.next()->save(directory(), "a"));
+  tarn::Form rest(std::move(form));
+  const auto photo = rest.file("photo");
+  EXPECT_TRUE(photo->save(directory(), "b"));
+  rest.durable(true);
+  EXPECT_TRUE(photo->save(directory(), "c"));
+  EXPECT_EQ(kPng, saved("b"));
+  EXPECT_EQ(kPng, saved("c"));
+  EXPECT_EQ(3, count());
+  form.durable(true);  // has no form any more
+}
+
 TEST_F(CppFieldSave, LeavesNothingOfAFileThatIsCutShort) {
   const std::string cut = kBody.substr(0, kBody.find("IHDR"));
   tarn::FormReader form = reader(cut);

@@ -19,6 +19,7 @@
 #include <iterator>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "support/pieces.h"
 #include "support/script.h"
@@ -189,13 +190,22 @@ TEST(ReadingAtEachFailure, GoesOnAfterInterruptions) {
 
 // ---- Saving ---------------------------------------------------------------------------------------
 
-int save(TarnForm *form, const Folder &folder, const char *name) {
+// A file system, and whether save() waits for the disk.
+using Way = std::tuple<Can, bool>;
+
+const auto kWays = testing::Combine(testing::ValuesIn(kFileSystems), testing::Bool());
+
+Can fileSystem(const Way &way) { return std::get<0>(way); }
+bool isDurable(const Way &way) { return std::get<1>(way); }
+
+int save(TarnForm *form, const Folder &folder, const char *name, bool durable = true) {
+  TarnForm_setDurable(form, durable ? 1 : 0);
   return watchCalls([&] { return TarnFormField_save(TarnForm_next(form), folder.path(), name); });
 }
 
-int saveAsItIs(const Folder &folder, const char *name) {
+int saveAsItIs(const Folder &folder, const char *name, bool durable = true) {
   ArrivingForm form(false);
-  return save(form, folder, name);
+  return save(form, folder, name, durable);
 }
 
 bool isTemporary(const std::string &name) { return name.rfind(".tarn-form-", 0) == 0; }
@@ -213,17 +223,17 @@ void expectWholeOrNothing(const Folder &folder) {
   }
 }
 
-class SavingAtEachFailure : public testing::TestWithParam<Can> {};
-INSTANTIATE_TEST_SUITE_P(FileSystems, SavingAtEachFailure, testing::ValuesIn(kFileSystems));
+class SavingAtEachFailure : public testing::TestWithParam<Way> {};
+INSTANTIATE_TEST_SUITE_P(FileSystems, SavingAtEachFailure, kWays);
 
 TEST_P(SavingAtEachFailure, KeepsTheWholeFileOrNothing) {
   // The last four also mean that a file system cannot do something.
   for (const int error : {EIO, ENOSPC, EINTR, EINVAL, ENOSYS, EISDIR, EWOULDBLOCK}) {
     size_t syncs = 0;
-    forEachFailingCall(GetParam(), error, [&] {
+    forEachFailingCall(fileSystem(GetParam()), error, [&] {
       const Folder folder;
       ArrivingForm form(false);
-      const int result = save(form, folder, "photo");
+      const int result = save(form, folder, "photo", isDurable(GetParam()));
       syncs += calls.last_failing != SIZE_MAX && strcmp(calls.failed, "fsync") == 0;
       const bool unlinks = strncmp(calls.failed, "unlink", 6) == 0;
       const bool later = calls.last_failing == SIZE_MAX;
@@ -238,15 +248,15 @@ TEST_P(SavingAtEachFailure, KeepsTheWholeFileOrNothing) {
       EXPECT_EQ(TarnForm_next(form), nullptr);
       EXPECT_EQ(TarnForm_isWhole(form), 1) << "a disk error is not a problem of the form";
     });
-    EXPECT_EQ(syncs, 2U) << "the file, and the folder with its name";
+    EXPECT_EQ(syncs, isDurable(GetParam()) ? 2U : 0U) << "the file, and the folder with its name";
   }
 }
 
 TEST_P(SavingAtEachFailure, OfReadingKeepsTheWholeFileOrNothing) {
-  forEachFailingCall(GetParam(), EIO, [] {
+  forEachFailingCall(fileSystem(GetParam()), EIO, [] {
     const Folder folder;
     ArrivingForm form(true);
-    const int result = save(form, folder, "photo");
+    const int result = save(form, folder, "photo", isDurable(GetParam()));
     expectWholeOrNothing(folder);
     if (result == 0 || calls.last_failing != SIZE_MAX) {
       EXPECT_EQ(folder.has("photo"), result == 0) << calls.failed;
@@ -306,7 +316,7 @@ TEST(SavingBesideALeftoverAtEachFailure, KeepsTheWholeFileOrNothing) {
 
 // Another process takes the name while the value arrives, so a second name is tried.
 TEST_P(SavingAtEachFailure, UnderASecondNameKeepsTheWholeFileOrNothing) {
-  forEachFailingCall(GetParam(), EIO, [] {
+  forEachFailingCall(fileSystem(GetParam()), EIO, [] {
     const Folder folder;
     Pieces pieces(kForm, {30000});
     pieces.meanwhile = [&] {
@@ -315,6 +325,7 @@ TEST_P(SavingAtEachFailure, UnderASecondNameKeepsTheWholeFileOrNothing) {
       calls.watched = true;
     };
     TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, kForm.size());
+    TarnForm_setDurable(form, isDurable(GetParam()) ? 1 : 0);
     TarnFormField *field = TarnForm_next(form);
     watchCalls([&] {
       if (TarnFormField_save(field, folder.path(), "taken") != EEXIST) return;
@@ -332,9 +343,10 @@ TEST_P(SavingAtEachFailure, WritesWhatOneCallLeaves) {
     const Folder folder;
     const std::string body = kForm.substr(0, most == 1 ? 1000 : kForm.size());
     calls = {};
-    calls.can = GetParam();
+    calls.can = fileSystem(GetParam());
     calls.most_written = most;
     TarnForm *form = TarnForm_openMemory("text/plain", body.data(), body.size());
+    TarnForm_setDurable(form, isDurable(GetParam()) ? 1 : 0);
     EXPECT_EQ(
         watchCalls([&] { return TarnFormField_save(TarnForm_body(form), folder.path(), "a"); }), 0);
     TarnForm_close(form);
@@ -344,11 +356,83 @@ TEST_P(SavingAtEachFailure, WritesWhatOneCallLeaves) {
   calls = {};
 }
 
-class KilledSavingDeathTest : public testing::TestWithParam<Can> {};
-INSTANTIATE_TEST_SUITE_P(FileSystems, KilledSavingDeathTest, testing::ValuesIn(kFileSystems));
+// What a script saves that does not wait for the disk: a field as it arrives, or as it is kept.
+int saveLarge(bool durable, bool load, const Folder &folder) {
+  const std::string body = part("name=file; filename=f", std::string(5 << 20, 'v')) + "--b--";
+  const Pieces pieces(body, {size_t{1} << 20});
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, body.size());
+  TarnForm_setDurable(form, 0);
+  if (durable) TarnForm_setDurable(form, -1);
+  if (load) TarnForm_load(form);
+  TarnFormField *field = load ? TarnForm_get(form, "file", 0) : TarnForm_next(form);
+  const int result = watchCalls([&] { return TarnFormField_save(field, folder.path(), "photo"); });
+  TarnForm_close(form);
+  return result;
+}
+
+// sync_file_range() only begins to write, and may fail.
+TEST_P(SavingAtEachFailure, WaitsForTheDiskUnlessToldNotTo) {
+  const bool durable = isDurable(GetParam());
+  for (const bool load : {false, true}) {
+    for (const char *const call : {"fsync", "sync_file_range"}) {
+      const Folder folder;
+      calls = {};
+      calls.can = fileSystem(GetParam());
+      calls.only = call;
+      calls.error = EIO;
+      calls.first_failing = 1;
+      const bool fails = durable && strcmp(call, "fsync") == 0;
+      EXPECT_EQ(saveLarge(durable, load, folder), fails ? EIO : 0) << call;
+      EXPECT_STREQ(calls.failed, durable ? call : "none");
+      EXPECT_EQ(folder.names(), fails ? Names{} : Names{"photo"});
+    }
+  }
+  calls = {};
+}
+
+// Another process takes the name meanwhile, and the file is to be durable under the next one.
+TEST(SavingUnderASecondName, WaitsForTheDiskIfAskedMeanwhile) {
+  const Folder folder;
+  Pieces pieces(kForm, {30000});
+  pieces.meanwhile = [&] { std::ofstream(std::string(folder.path()) + "/taken") << "old"; };
+  TarnForm *form = TarnForm_openDescriptor(kMultipart, Pieces::kDescriptor, kForm.size());
+  TarnForm_setDurable(form, 0);
+  TarnFormField *field = TarnForm_next(form);
+  EXPECT_EQ(TarnFormField_save(field, folder.path(), "taken"), EEXIST);
+  TarnForm_setDurable(form, 1);
+  calls = {};
+  calls.only = "fsync";
+  calls.error = EIO;
+  calls.first_failing = 1;
+  EXPECT_EQ(watchCalls([&] { return TarnFormField_save(field, folder.path(), "photo"); }), EIO);
+  EXPECT_STREQ(calls.failed, "fsync");
+  TarnForm_close(form);
+  EXPECT_EQ(folder.names(), Names{"taken"});
+  calls = {};
+}
+
+// As on a network file system that has no room for what was written.
+TEST_P(SavingAtEachFailure, StoresNoFileThatCannotBeClosed) {
+  if (isDurable(GetParam())) return;  // fsync() has reported it
+  const Folder folder;
+  calls = {};
+  calls.can = fileSystem(GetParam());
+  calls.only = "close";
+  calls.error = EDQUOT;
+  calls.first_failing = calls.most_failures = 1;
+  calls.spared = calls.can == Can::kNoProc ? 1 : 0;  // a file that cannot be given a name
+  EXPECT_EQ(saveAsItIs(folder, "photo", false), EDQUOT);
+  EXPECT_STREQ(calls.failed, "close");
+  EXPECT_EQ(folder.names(), Names{});
+  calls = {};
+}
+
+class KilledSavingDeathTest : public testing::TestWithParam<Way> {};
+INSTANTIATE_TEST_SUITE_P(FileSystems, KilledSavingDeathTest, kWays);
 
 TEST_P(KilledSavingDeathTest, LeavesTheWholeFileOrNothingBehindTheNextSave) {
-  const bool without_name = GetParam() == Can::kEverything;
+  const Can can = fileSystem(GetParam());
+  const bool without_name = can == Can::kEverything;
   bool seen_nothing = false;
   bool seen_photo = false;
   bool seen_temporary = false;
@@ -356,7 +440,8 @@ TEST_P(KilledSavingDeathTest, LeavesTheWholeFileOrNothingBehindTheNextSave) {
   for (bool killed = true; killed && !HasFailure(); ++number) {
     SCOPED_TRACE("killed before call " + std::to_string(number));
     const Folder folder;
-    killed = isKilled(GetParam(), number, [&] { saveAsItIs(folder, "photo"); });
+    const auto save_photo = [&] { return saveAsItIs(folder, "photo", isDurable(GetParam())); };
+    killed = isKilled(can, number, save_photo);
     expectWholeOrNothing(folder);
     const Names left = folder.names();
     seen_nothing |= left.empty();
@@ -364,7 +449,7 @@ TEST_P(KilledSavingDeathTest, LeavesTheWholeFileOrNothingBehindTheNextSave) {
     for (const std::string &name : left) seen_temporary |= isTemporary(name);
     // The next save goes well, and removes what is left.
     calls = {};
-    calls.can = GetParam();
+    calls.can = fileSystem(GetParam());
     EXPECT_EQ(saveAsItIs(folder, "next"), 0);
     EXPECT_TRUE(folder.content("next") == kFile);
     Names expected = {"next"};

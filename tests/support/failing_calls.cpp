@@ -95,6 +95,16 @@ int openAt(int folder, const char *path, int flags, mode_t mode) {
 extern "C" int watched_close(int file) __asm__("close");
 extern "C" int watched_close(int file) { return closeAndFail(file); }
 
+extern "C" int watched_fcntl(int file, int command, ...) __asm__("fcntl64");
+extern "C" int watched_fcntl(int file, int command, ...) {
+  static auto *const real = nextNamed<int(int, int, ...)>("fcntl64");
+  va_list arguments;
+  va_start(arguments, command);
+  const auto argument = va_arg(arguments, long);
+  va_end(arguments);
+  return calls.fail("fcntl") ? -1 : real(file, command, argument);
+}
+
 extern "C" int watched_lstat(const char *path, void *about) __asm__("lstat64");
 extern "C" int watched_lstat(const char *path, void *about) {
   static auto *const real = nextNamed<int(const char *, void *)>("lstat64");
