@@ -8,6 +8,7 @@ import sys
 import bodies
 import forms
 import measure
+import report
 
 RECORDED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "counts.json")
 
@@ -55,7 +56,7 @@ def count(make, program="./tarn"):
         }
 
 
-def compare(make):
+def compare(make, programs=("./tarn", "./tarn-c++")):
     """The cost of the script in C, and in C++."""
     request = make()
     # By default the loader binds a function at its first call, in main(). That cost does not depend
@@ -63,14 +64,18 @@ def compare(make):
     variables = request.variables | {"LD_BIND_NOW": "1"}
     with measure.body_file(request.body) as body:
         return [
-            measure.instructions(program, variables, body, request.answer)
-            for program in ("./tarn", "./tarn-c++")
+            measure.instructions(program, variables, body, request.answer) for program in programs
         ]
 
 
 def count_form(form):
     make, operation = form
     return count(make, f"./form {operation}")
+
+
+def compare_form(form):
+    make, operation = form
+    return compare(make, [f"./form {operation}", f"./form-c++ {operation}"])
 
 
 def measure_all(measured, requests):
@@ -85,6 +90,15 @@ def changes(recorded, counted):
             before = recorded.get(name, {}).get(what, 0)
             if abs(now - before) > before * MARGIN.get(what, 0) / 100:
                 yield now > before, f"{name}: {what} {before:,} -> {now:,} ({now - before:+,})"
+
+
+def table_of_cxx(compared):
+    """The instructions in main() in C and in C++, as in docs/performance.md."""
+    rows = [["", "in C", "in C++", "×"]]
+    for name, (in_c, in_cxx) in compared.items():
+        ratio = f"{in_cxx.main / in_c.main:.3f}"
+        rows.append([name, f"{in_c.main:,}", f"{in_cxx.main:,}", ratio])
+    return report.table(rows)
 
 
 def extra_cost_in_cxx(compared):
@@ -112,7 +126,9 @@ def main(arguments):
     print(f"{len(counted)} requests cost no more than bench/counts.json records.")
     if found:
         print("Some cost less: run scripts/counts --update to record that.")
-    percent, text = max(extra_cost_in_cxx(measure_all(compare, REQUESTS)))
+    compared = measure_all(compare, REQUESTS) | measure_all(compare_form, FORMS)
+    print(f"\nInstructions in main():\n\n{table_of_cxx(compared)}")
+    percent, text = max(extra_cost_in_cxx(compared))
     print(f"In C++ they cost at most {percent:.2f} % more than in C. {text}")
     if percent > CXX_MARGIN:
         return f"scripts/counts: C++ may cost at most {CXX_MARGIN} % more."

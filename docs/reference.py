@@ -286,7 +286,7 @@ def parse_parameter(text: str) -> Parameter:
 
 def parse_declaration(text: str, comment: Comment) -> Function | Declaration:
     text = re.sub(r"^TARN_\w*API ", "", one_line(text)).removesuffix(";")
-    text = re.sub(r" TARN_PRINTF\(.*\)$", "", text)
+    text = re.sub(r" TARN_(PRINTF\(.*\)|\w*PURE)$", "", text)
     match = re.fullmatch(r"(.*?[\s*])(\w+)\((.*)\)", text)
     if not match:
         name = re.search(r"\w+$", text)

@@ -183,6 +183,9 @@ void endWriting(TarnFormField &field, uint64_t began, int error) {
 
 using namespace tarn::form;
 
+// Functions that are TARN_FORM_PURE change nothing, so compilers leave out calls whose results are not
+// used. Views in C++ have many: field.name().size() calls for the name too.
+
 const char *TarnFormField_name(const TarnFormField *field) { return field ? field->name() : ""; }
 
 uint64_t TarnFormField_nameSize(const TarnFormField *field) {

@@ -39,8 +39,10 @@
 
 #if defined(__GNUC__)
 #define TARN_FORM_API __attribute__((__visibility__("default")))
+#define TARN_FORM_PURE __attribute__((__pure__))
 #else
 #define TARN_FORM_API
+#define TARN_FORM_PURE
 #endif
 
 #ifdef __cplusplus
@@ -269,17 +271,17 @@ TARN_FORM_API TarnFormField *TarnForm_getIgnoringCase(TarnForm *form, const char
  */
 
 /** @return the field's name, decoded; empty if it is empty, and for the raw body */
-TARN_FORM_API const char *TarnFormField_name(const TarnFormField *field);
+TARN_FORM_API const char *TarnFormField_name(const TarnFormField *field) TARN_FORM_PURE;
 /** @return the bytes of the name */
-TARN_FORM_API uint64_t TarnFormField_nameSize(const TarnFormField *field);
+TARN_FORM_API uint64_t TarnFormField_nameSize(const TarnFormField *field) TARN_FORM_PURE;
 
 /** Returns the name of an uploaded file on the visitor's machine, decoded. It may be a path.
  *
  *  @return the name; empty when no file was chosen in a file field; null when the field is not a file
  */
-TARN_FORM_API const char *TarnFormField_filename(const TarnFormField *field);
+TARN_FORM_API const char *TarnFormField_filename(const TarnFormField *field) TARN_FORM_PURE;
 /** @return the bytes of the file name; 0 without one */
-TARN_FORM_API uint64_t TarnFormField_filenameSize(const TarnFormField *field);
+TARN_FORM_API uint64_t TarnFormField_filenameSize(const TarnFormField *field) TARN_FORM_PURE;
 
 /** @return the content type of the part with its parameters, as sent; null without one */
 TARN_FORM_API const char *TarnFormField_type(const TarnFormField *field);
@@ -296,12 +298,12 @@ TARN_FORM_API const char *TarnFormField_header(const TarnFormField *field, const
 TARN_FORM_API uint64_t TarnFormField_headerSize(const TarnFormField *field, const char *name);
 
 /** @return where the field begins in the body: at its delimiter's line or, URL-encoded, its name */
-TARN_FORM_API uint64_t TarnFormField_offset(const TarnFormField *field);
+TARN_FORM_API uint64_t TarnFormField_offset(const TarnFormField *field) TARN_FORM_PURE;
 
 /** @return how many bytes of the value have been read so far; the size of the whole value after
  *          TarnFormField_text(), TarnFormField_view() or TarnForm_load()
  */
-TARN_FORM_API uint64_t TarnFormField_size(const TarnFormField *field);
+TARN_FORM_API uint64_t TarnFormField_size(const TarnFormField *field) TARN_FORM_PURE;
 
 /** Reads the whole value as a text.
  *

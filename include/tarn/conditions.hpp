@@ -264,9 +264,10 @@ struct Conditions {
         return Outcome::part;
       case Wish::impossible:
         return Outcome::range_not_satisfiable;
-      default:
-        return Outcome::whole;
+      case Wish::everything:
+        break;
     }
+    return Outcome::whole;
   }
 
   // Whether the part that is asked for belongs to the version that the visitor has the beginning of.

@@ -150,8 +150,7 @@ class Form : public detail::OpenForm {
    *          is not a text
    */
   std::optional<std::string_view> operator[](const detail::Name &name) const &noexcept {
-    const FormTexts texts = all(name);
-    return texts.empty() ? std::nullopt : std::optional(*texts.begin());
+    return first<FormTexts>(name);
   }
   void operator[](const detail::Name &) const && = delete;
   void operator[](int) const = delete;
@@ -184,8 +183,7 @@ class Form : public detail::OpenForm {
 
   /** The first file with this name; nothing when the visitor chose none. */
   std::optional<KeptField> file(const detail::Name &name) const &noexcept {
-    const FormFiles found = files(name);
-    return found.empty() ? std::nullopt : std::optional(*found.begin());
+    return first<FormFiles>(name);
   }
   void file(const detail::Name &) const && = delete;
 
@@ -237,6 +235,13 @@ class Form : public detail::OpenForm {
   iterator end() const && = delete;
 
  private:
+  // The first item of a range that all() or files() would return.
+  template <class Range>
+  std::optional<typename Range::value_type> first(const detail::Name &name) const noexcept {
+    if (name.c_str() == nullptr) return std::nullopt;
+    const typename Range::Iterator found(form_, name.c_str());
+    return found != Range::end() ? std::optional(*found) : std::nullopt;
+  }
   static std::optional<KeptField> optional_field(TarnFormField *field) noexcept {
     return field != nullptr ? std::optional(KeptField(field)) : std::nullopt;
   }

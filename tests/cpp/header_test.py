@@ -12,6 +12,7 @@ import re
 import shlex
 import shutil
 import subprocess
+import sys
 import tempfile
 import tomllib
 import unittest
@@ -49,7 +50,39 @@ SERVE_LIBRARY = os.environ["SERVE_LIBRARY"]
 CC = shlex.split(os.environ["CC"])
 CXX = shlex.split(os.environ["CXX"])
 WARNINGS = "-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror".split()
+
+# The warnings of clang that the headers do not avoid.
+ACCEPTED_WARNINGS = {
+    # What older standards do not have; the headers need C++17.
+    "c++98-compat",
+    "c++98-compat-pedantic",
+    "c++98-compat-local-type-template-args",
+    "pre-c++14-compat",
+    "pre-c++17-compat",
+    "pre-c++20-compat",
+    # Classes have their members in the order in which they are read, whatever room that leaves.
+    "padded",
+    # Comments describe several parameters in one line, as Doxygen allows: "@param least,most".
+    "documentation",
+}
+# Those that only some versions of clang have.
+NEWER_WARNINGS = {
+    # clang 16: asks for std::span, of C++20, wherever bytes are indexed.
+    "unsafe-buffer-usage",
+    # An older clang complains about the name of a newer warning.
+    "unknown-warning-option",
+}
+EVERYTHING = [
+    "-Weverything",
+    "-Werror",
+    *(f"-Wno-{name}" for name in sorted(ACCEPTED_WARNINGS | NEWER_WARNINGS)),
+]
+
+STANDARDS = ("c++17", "c++20", "c++2b")
 WITHOUT_RUNTIME = ["-fno-exceptions", "-fno-rtti"]
+# With and without exceptions and RTTI.
+RUNTIMES = ([], WITHOUT_RUNTIME, ["-fno-exceptions"], ["-fno-rtti"])
+NIGHTLY = os.environ.get("TARN_NIGHTLY") == "1"
 
 
 def run(*command):
@@ -74,6 +107,38 @@ def compilers():
 
 def is_clang(compiler):
     return "clang" in os.path.realpath(shutil.which(compiler[0]))
+
+
+def toolchains():
+    """The compilers, and clang++ once more with the other C++ library."""
+    return [*compilers(), *([*c, "-stdlib=libc++"] for c in compilers() if is_clang(c))]
+
+
+def warnings(compiler):
+    return EVERYTHING if is_clang(compiler) else WARNINGS
+
+
+def modes(header):
+    """The compilers, standards and runtimes with which a header is compiled alone."""
+    tools = toolchains()
+    if NIGHTLY:
+        return list(itertools.product(tools, STANDARDS, RUNTIMES))
+    if header == HEADER:
+        # All pairs: of a toolchain and a standard, a toolchain and a runtime, and so on.
+        return [
+            (tool, STANDARDS[(i + j) % len(STANDARDS)], runtime)
+            for i, tool in enumerate(tools)
+            for j, runtime in enumerate(RUNTIMES)
+        ]
+    # The umbrella header includes the others. For them it is enough that each of the toolchains, of
+    # the standards and of the runtimes has a turn.
+    gcc, clang, libcxx = (tools * 2)[:3]
+    return [
+        (gcc, "c++17", []),
+        (gcc, "c++2b", WITHOUT_RUNTIME),
+        (clang, "c++20", WITHOUT_RUNTIME),
+        (libcxx, "c++17", []),
+    ]
 
 
 def function(snippet, part):
@@ -110,24 +175,26 @@ class Header(unittest.TestCase):
 
     def test_each_header_compiles_alone_without_a_warning(self):
         self.assertGreater(len(PARTS), 10)
-        modes = [
-            [f"-std={standard}", *runtime]
-            for standard, runtime in itertools.product(("c++17", "c++20"), ([], WITHOUT_RUNTIME))
-        ]
         commands = []
         for header in [HEADER, *PARTS]:
             name = header.relative_to(INCLUDE)
             alone = self.folder / f"{header.stem}_alone.cpp"
             alone.write_text(f"#include <{name}>\n#include <{name}>\n", encoding="utf-8")
-            for compiler, mode in itertools.product(compilers(), modes):
-                # The umbrella header includes the others, so two modes are enough for them.
-                if header == HEADER or mode in (modes[0], modes[-1]):
-                    flags = [*mode, *WARNINGS, f"-I{INCLUDE}", "-fsyntax-only"]
-                    commands.append([*compiler, *flags, alone])
+            for compiler, standard, runtime in modes(header):
+                flags = [f"-std={standard}", *runtime, *warnings(compiler)]
+                commands.append([*compiler, *flags, f"-I{INCLUDE}", "-fsyntax-only", alone])
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
             for command, done in zip(commands, pool.map(lambda words: run(*words), commands)):
                 with self.subTest(command):
                     self.assertEqual(0, done.returncode, done.stdout)
+
+    def test_headers_cause_each_of_the_warnings_that_are_accepted(self):
+        both = self.folder / "both.cpp"
+        both.write_text("#include <tarn.hpp>\n#include <tarn/signed.hpp>\n", encoding="utf-8")
+        clang = next(each for each in compilers() if is_clang(each))
+        flags = ["-std=c++20", "-Weverything", f"-I{INCLUDE}", "-fsyntax-only"]
+        shown = self.succeeds(*clang, *flags, both)
+        self.assertEqual(ACCEPTED_WARNINGS, set(re.findall(r"\[-W(\S+)\]", shown)) - NEWER_WARNINGS)
 
     def test_umbrella_header_includes_or_names_every_other_header_once(self):
         text = HEADER.read_text(encoding="utf-8")
@@ -261,7 +328,24 @@ class Header(unittest.TestCase):
         self.succeeds(*CXX, *flags, *sources, LIBRARY, "-o", program)
         self.succeeds("env", f"LD_LIBRARY_PATH={pathlib.Path(LIBRARY).parent}", program)
 
-    def links_with(self, source, libraries, expected, *others):
+    def test_programs_work_with_other_toolchains_and_standards(self):
+        """The programs of other tests, with what those do not use."""
+        tools = [each for each in toolchains() if each != CXX]
+        library = pathlib.Path(LIBRARY)
+        for compiler, standard in zip(tools, STANDARDS[1:]):
+            for name in ("json", "typed"):
+                with self.subTest(name, compiler=compiler):
+                    program = self.folder / name
+                    source = SOURCE / f"tests/cpp/{name}.cpp"
+                    linked = [library, f"-Wl,-rpath,{library.parent}", "-o", program]
+                    flags = [f"-std={standard}", f"-I{INCLUDE}"]
+                    self.succeeds(*compiler, *flags, source, *linked)
+                    needed = self.succeeds("readelf", "-d", program)
+                    self.assertEqual("-stdlib=libc++" in compiler, "[libc++.so.1]" in needed)
+                    test = [sys.executable, "-B", SOURCE / f"tests/cpp/{name}_test.py"]
+                    self.succeeds("env", f"{name.upper()}={program}", *test)
+
+    def links_with(self, source, libraries, expected, *others, compiler=None):
         """Compiles a script, and links it with some of Tarn's libraries, others, which have a name
         for pkg-config, and no C++ runtime."""
         # _FORTIFY_SOURCE needs an optimizer.
@@ -269,7 +353,8 @@ class Header(unittest.TestCase):
             with self.subTest(level):
                 compiled = self.folder / "script.o"
                 flags = ["-std=c++17", *WARNINGS, "-fno-exceptions", *level]
-                self.succeeds(*CXX, *flags, f"-I{INCLUDE}", "-c", source, "-o", compiled)
+                words = [*flags, f"-I{INCLUDE}", "-c", source, "-o", compiled]
+                self.succeeds(*(compiler or CXX), *words)
                 # C++ symbols begin with _Z, those of exceptions with __cxa, __gxx or _Unw.
                 undefined = self.succeeds("nm", "-u", compiled).split()
                 self.assertIn(expected, undefined)
@@ -286,7 +371,9 @@ class Header(unittest.TestCase):
                 self.assertEqual(list(others), [n[:9] for n in needed if n[:9] in others])
 
     def test_views_need_no_cpp_runtime(self):
-        self.links_with(SCRIPT, [LIBRARY], "Tarn_new")
+        for compiler in toolchains():
+            with self.subTest(compiler):
+                self.links_with(SCRIPT, [LIBRARY], "Tarn_new", compiler=compiler)
 
     def test_forms_need_libtarn_form_alone(self):
         self.links_with(FORM_SCRIPT, [FORM_LIBRARY], "TarnForm_next")
@@ -388,9 +475,14 @@ class Header(unittest.TestCase):
         source = self.folder / "accepted.cpp"
         functions = [function(snippet, "accepted") for snippet in SNIPPETS]
         source.write_text("#include <tarn.hpp>\n" + "".join(functions), encoding="utf-8")
-        for compiler in compilers():
-            flags = ["-std=c++17", *WARNINGS, f"-I{INCLUDE}", "-fsyntax-only"]
-            self.succeeds(*compiler, *flags, source)
+        for compiler, standard in zip(toolchains(), STANDARDS):
+            with self.subTest(compiler):
+                # What clang says of the snippets themselves does not count.
+                wanted = [word for word in warnings(compiler) if word != "-Werror"]
+                fatal = [] if is_clang(compiler) else ["-Werror"]
+                flags = [f"-std={standard}", *wanted, *fatal, f"-I{INCLUDE}", "-fsyntax-only"]
+                lines = self.succeeds(*compiler, *flags, source).splitlines()
+                self.assertEqual([], [line for line in lines if f"{INCLUDE}/" in line])
 
     def test_each_misuse_has_a_name_and_a_correction(self):
         names = [snippet["name"] for snippet in SNIPPETS]
