@@ -396,7 +396,7 @@ class Pages(unittest.TestCase):
             text = re.sub(r"(?s)<!--.*?-->|<a id=\S+></a>", "", text)
             text = re.sub(r"!\[.*?\]\(.*?\)", "", text)
             text = re.sub(r"\[\^\w+\]:?", "", text)  # the site numbers footnotes
-            text = re.sub(r"\{doc\}`| <[\w/-]+>(?=`)|\]\([^)]*\)", "", text)
+            text = re.sub(r"\{doc\}`| <[\w/-]+>(?=`)|\]\([^)\s]*\)", "", text)
             text = re.sub(rf"\b({'|'.join(EXPORTS)})\(3\)", r"\1", text)
             for paragraph in re.split(r"\n\s*\n|(?m:^\s*(?:[-|#>$]|\d+\.) ?)|\||!\[", text):
                 if words(paragraph).strip():
