@@ -76,11 +76,11 @@ const char *Finder::find(std::string_view text, [[maybe_unused]] bool wide) cons
   const char *const last = place + (text.size() - wanted_.size());
 #ifdef __SSE2__
 #ifdef __x86_64__
-  const char *found = wide ? findWide(place, last) : findNarrow(place, last);
+  const bool found = wide ? findWide(place, last) : findNarrow(place, last);
 #else
-  const char *found = findNarrow(place, last);
+  const bool found = findNarrow(place, last);
 #endif
-  if (found) return found;
+  if (found) return place;
 #endif
   while (place <= last) {
     const size_t shift = shiftAt(place);
@@ -117,11 +117,11 @@ inline size_t Finder::shiftAtCandidate(const char *place) const {
   return 0;
 }
 
-// Finds the text at the places of whole blocks. `place` is then where to go on. `candidates` tells at
-// which of the places of a block the filter fits.
+// Finds the text at the places of whole blocks. `place` is then where it is, or where to go on.
+// `candidates` tells at which of the places of a block the filter fits.
 template <class Candidates>
-[[gnu::always_inline]] inline const char *Finder::findByFilter(const char *&place, const char *last,
-                                                               const Candidates &candidates) const {
+[[gnu::always_inline]] inline bool Finder::findByFilter(const char *&place, const char *last,
+                                                        const Candidates &candidates) const {
   const char *block = place;
   for (; last - block >= ptrdiff_t{kBlock}; block += kBlock) {
     if (place >= block + kBlock) continue;
@@ -130,17 +130,17 @@ template <class Candidates>
     while (mask != 0) {
       const auto at = static_cast<size_t>(__builtin_ctzll(mask));
       const size_t shift = shiftAtCandidate(block + at);
-      if (shift == 0) return block + at;
       place = block + at + shift;
+      if (shift == 0) return true;
       if (at + shift >= kBlock) break;
       mask &= ~uint64_t{0} << (at + shift);
     }
   }
   place = std::max(place, block);
-  return nullptr;
+  return false;
 }
 
-const char *Finder::findNarrow(const char *&place, const char *last) const {
+bool Finder::findNarrow(const char *&place, const char *last) const {
   return findByFilter(place, last, [this](const char *block) {
     block += filter_start_;
     __m128i a = _mm_set1_epi8(-1);
@@ -166,7 +166,7 @@ const char *Finder::findNarrow(const char *&place, const char *last) const {
 
 #ifdef __x86_64__
 // The same with vectors that are twice as long.
-TARN_AVX2 const char *Finder::findWide(const char *&place, const char *last) const {
+TARN_AVX2 bool Finder::findWide(const char *&place, const char *last) const {
   return findByFilter(place, last, [this](const char *block) TARN_AVX2 {
     block += filter_start_;
     __m256i a = _mm256_set1_epi8(-1);

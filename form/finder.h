@@ -31,10 +31,9 @@ class Finder {
 
 #ifdef __SSE2__
   template <class Candidates>
-  const char *findByFilter(const char *&place, const char *last,
-                           const Candidates &candidates) const;
-  const char *findNarrow(const char *&place, const char *last) const;
-  const char *findWide(const char *&place, const char *last) const;
+  bool findByFilter(const char *&place, const char *last, const Candidates &candidates) const;
+  bool findNarrow(const char *&place, const char *last) const;
+  bool findWide(const char *&place, const char *last) const;
   size_t shiftAtCandidate(const char *place) const;
 
   static constexpr size_t kVector = sizeof(__m128i);
