@@ -15,6 +15,10 @@
 #include <algorithm>
 #include <cstring>
 
+#ifdef __x86_64__
+#include <immintrin.h>
+#endif
+
 namespace tarn::form {
 namespace {
 
@@ -37,6 +41,18 @@ __m128i load(const char *place) {
 uint64_t maskOf(__m128i bytes) { return uint64_t{static_cast<uint32_t>(_mm_movemask_epi8(bytes))}; }
 #endif
 
+#ifdef __x86_64__
+#define TARN_AVX2 __attribute__((target("avx2")))
+
+TARN_AVX2 inline __m256i wideLoad(const char *place) {
+  return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(place));
+}
+
+TARN_AVX2 inline uint64_t wideMaskOf(__m256i bytes) {
+  return uint64_t{static_cast<uint32_t>(_mm256_movemask_epi8(bytes))};
+}
+#endif
+
 }  // namespace
 
 Finder::Finder(std::string_view wanted)
@@ -54,12 +70,17 @@ Finder::Finder(std::string_view wanted)
 #endif
 }
 
-const char *Finder::find(std::string_view text) const {
+const char *Finder::find(std::string_view text, [[maybe_unused]] bool wide) const {
   if (text.size() < wanted_.size()) return nullptr;
   const char *place = text.data();
   const char *const last = place + (text.size() - wanted_.size());
 #ifdef __SSE2__
-  if (const char *found = findByFilter(place, last)) return found;
+#ifdef __x86_64__
+  const bool found = wide ? findWide(place, last) : findNarrow(place, last);
+#else
+  const bool found = findNarrow(place, last);
+#endif
+  if (found) return place;
 #endif
   while (place <= last) {
     const size_t shift = shiftAt(place);
@@ -96,30 +117,11 @@ inline size_t Finder::shiftAtCandidate(const char *place) const {
   return 0;
 }
 
-// At which of the places from here on the filter fits. Most texts are done with after the first group.
-inline uint64_t Finder::candidates(const char *block) const {
-  block += filter_start_;
-  __m128i a = _mm_set1_epi8(-1);
-  __m128i b = a;
-  __m128i c = a;
-  __m128i d = a;
-  for (size_t i = 0; i < filter_size_; i += kGroup) {
-    // The last group overlaps with the one before if need be.
-    const size_t group = std::min(i, filter_size_ - kGroup);
-    for (size_t j = group; j < group + kGroup; ++j) {
-      const __m128i byte = filter_[j];
-      a = _mm_and_si128(a, _mm_cmpeq_epi8(load(block + j), byte));
-      b = _mm_and_si128(b, _mm_cmpeq_epi8(load(block + j + kVector), byte));
-      c = _mm_and_si128(c, _mm_cmpeq_epi8(load(block + j + 2 * kVector), byte));
-      d = _mm_and_si128(d, _mm_cmpeq_epi8(load(block + j + 3 * kVector), byte));
-    }
-    if (maskOf(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0) return 0;
-  }
-  return maskOf(a) | maskOf(b) << kVector | maskOf(c) << 2 * kVector | maskOf(d) << 3 * kVector;
-}
-
-// Finds the text at the places of whole blocks. `place` is then where to go on.
-const char *Finder::findByFilter(const char *&place, const char *last) const {
+// Finds the text at the places of whole blocks. `place` is then where it is, or where to go on.
+// `candidates` tells at which of the places of a block the filter fits.
+template <class Candidates>
+[[gnu::always_inline]] inline bool Finder::findByFilter(const char *&place, const char *last,
+                                                        const Candidates &candidates) const {
   const char *block = place;
   for (; last - block >= ptrdiff_t{kBlock}; block += kBlock) {
     if (place >= block + kBlock) continue;
@@ -128,15 +130,60 @@ const char *Finder::findByFilter(const char *&place, const char *last) const {
     while (mask != 0) {
       const auto at = static_cast<size_t>(__builtin_ctzll(mask));
       const size_t shift = shiftAtCandidate(block + at);
-      if (shift == 0) return block + at;
       place = block + at + shift;
+      if (shift == 0) return true;
       if (at + shift >= kBlock) break;
       mask &= ~uint64_t{0} << (at + shift);
     }
   }
   place = std::max(place, block);
-  return nullptr;
+  return false;
 }
+
+bool Finder::findNarrow(const char *&place, const char *last) const {
+  return findByFilter(place, last, [this](const char *block) {
+    block += filter_start_;
+    __m128i a = _mm_set1_epi8(-1);
+    __m128i b = a;
+    __m128i c = a;
+    __m128i d = a;
+    for (size_t i = 0; i < filter_size_; i += kGroup) {
+      // Most texts are done with after the first group. The last overlaps with the one before if need
+      // be.
+      const size_t group = std::min(i, filter_size_ - kGroup);
+      for (size_t j = group; j < group + kGroup; ++j) {
+        const __m128i byte = filter_[j];
+        a = _mm_and_si128(a, _mm_cmpeq_epi8(load(block + j), byte));
+        b = _mm_and_si128(b, _mm_cmpeq_epi8(load(block + j + kVector), byte));
+        c = _mm_and_si128(c, _mm_cmpeq_epi8(load(block + j + 2 * kVector), byte));
+        d = _mm_and_si128(d, _mm_cmpeq_epi8(load(block + j + 3 * kVector), byte));
+      }
+      if (maskOf(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0) return uint64_t{0};
+    }
+    return maskOf(a) | maskOf(b) << kVector | maskOf(c) << 2 * kVector | maskOf(d) << 3 * kVector;
+  });
+}
+
+#ifdef __x86_64__
+// The same with vectors that are twice as long.
+TARN_AVX2 bool Finder::findWide(const char *&place, const char *last) const {
+  return findByFilter(place, last, [this](const char *block) TARN_AVX2 {
+    block += filter_start_;
+    __m256i a = _mm256_set1_epi8(-1);
+    __m256i b = a;
+    for (size_t i = 0; i < filter_size_; i += kGroup) {
+      const size_t group = std::min(i, filter_size_ - kGroup);
+      for (size_t j = group; j < group + kGroup; ++j) {
+        const __m256i byte = _mm256_broadcastsi128_si256(filter_[j]);
+        a = _mm256_and_si256(a, _mm256_cmpeq_epi8(wideLoad(block + j), byte));
+        b = _mm256_and_si256(b, _mm256_cmpeq_epi8(wideLoad(block + j + 2 * kVector), byte));
+      }
+      if (wideMaskOf(_mm256_or_si256(a, b)) == 0) return uint64_t{0};
+    }
+    return wideMaskOf(a) | wideMaskOf(b) << 2 * kVector;
+  });
+}
+#endif
 #endif
 
 }  // namespace tarn::form

@@ -18,8 +18,9 @@ class Finder {
   // square of its size.
   explicit Finder(std::string_view wanted);
 
-  // Where it occurs first. Returns null if it does not.
-  const char *find(std::string_view text) const;
+  // Where it occurs first. Returns null if it does not. `wide` is for processors that can search so:
+  // see canSearchWide().
+  const char *find(std::string_view text, bool wide) const;
 
  private:
   size_t shiftAt(const char *place) const;
@@ -29,8 +30,10 @@ class Finder {
   size_t period_ = 1;  // the smallest one
 
 #ifdef __SSE2__
-  const char *findByFilter(const char *&place, const char *last) const;
-  uint64_t candidates(const char *block) const;
+  template <class Candidates>
+  bool findByFilter(const char *&place, const char *last, const Candidates &candidates) const;
+  bool findNarrow(const char *&place, const char *last) const;
+  bool findWide(const char *&place, const char *last) const;
   size_t shiftAtCandidate(const char *place) const;
 
   static constexpr size_t kVector = sizeof(__m128i);

@@ -13,13 +13,17 @@ namespace {
 // search a small body.
 constexpr uint64_t kLargeBody = uint64_t{1} << 20;
 
-const char *search(TarnForm &form, std::string_view text) {
+bool shouldSearchWide(TarnForm &form) {
   if (form.search == Search::kUsual && form.source.position() >= kLargeBody) {
     form.search = canSearchWide() ? Search::kWide : Search::kChosen;
   }
+  return form.search == Search::kWide;
+}
+
+const char *search(TarnForm &form, std::string_view text) {
   const std::string_view delimiter = form.boundary.view();
-  return form.search == Search::kWide ? findDelimiterWide(text, delimiter)
-                                      : findDelimiter(text, delimiter);
+  return shouldSearchWide(form) ? findDelimiterWide(text, delimiter)
+                                : findDelimiter(text, delimiter);
 }
 
 // Makes the window at least `size` bytes long, if that many are left.
@@ -78,7 +82,7 @@ bool consumePreamble(TarnForm &form, std::string_view wanted, size_t &before) {
   const size_t overlap = wanted.size() + 1;
   do {
     const std::string_view window = form.source.window();
-    if (const char *found = finder.find(window)) {
+    if (const char *found = finder.find(window, shouldSearchWide(form))) {
       before = static_cast<size_t>(found - window.data());
       return true;
     }

@@ -1,4 +1,5 @@
-// The search of a preamble finds what a plain search finds, in linear time.
+// The search of a preamble finds what a plain search finds, in linear time. It is tested with wide
+// vectors, too, where the processor has them.
 #include "form/finder.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "form/multipart.h"
 #include "support/exact_block.h"
 #include "support/processor_time.h"
 
@@ -15,14 +17,19 @@ namespace {
 
 using namespace tarn_test;
 
-size_t placeOf(std::string_view wanted, std::string_view text) {
-  const char *found = tarn::form::Finder(wanted).find(text);
+const bool kCanSearchWide = tarn::form::canSearchWide();
+
+size_t placeOf(std::string_view wanted, std::string_view text, bool wide) {
+  const char *found = tarn::form::Finder(wanted).find(text, wide);
   return found ? static_cast<size_t>(found - text.data()) : std::string_view::npos;
 }
 
 void compare(std::string_view wanted, std::string_view sent, size_t shift = 0) {
   const ExactBlock text(sent, shift);
-  ASSERT_EQ(placeOf(wanted, text.view()), sent.find(wanted)) << wanted << " in " << sent;
+  const size_t place = sent.find(wanted);
+  ASSERT_EQ(placeOf(wanted, text.view(), false), place) << wanted << " in " << sent;
+  if (!kCanSearchWide) return;
+  ASSERT_EQ(placeOf(wanted, text.view(), true), place) << wanted << " in " << sent;
 }
 
 // The first bytes of a text that repeats this one.
@@ -148,11 +155,14 @@ TEST(Finder, TakesLinearTime) {
         repeated(wanted.substr(0, half), size / 2) + "c" + wanted,
     };
     for (const std::string &text : texts) {
-      const size_t place = placeOf(wanted, text);
+      const size_t place = placeOf(wanted, text, false);
+      if (kCanSearchWide) {
+        ASSERT_EQ(placeOf(wanted, text, true), place);
+      }
       if (place == std::string_view::npos) continue;
       ASSERT_EQ(text.compare(place, wanted.size(), wanted), 0);
     }
-    ASSERT_NE(placeOf(wanted, texts[4]), std::string_view::npos);
+    ASSERT_NE(placeOf(wanted, texts[4], false), std::string_view::npos);
   }
 }
 
