@@ -210,6 +210,15 @@ class Header(unittest.TestCase):
         self.assertIn("origin.hpp", listed)
         self.assertNotIn("sodium", listed)
 
+    def test_headers_include_nothing_that_compilers_read_for_long(self):
+        # bench/headers.py measures what they cost.
+        of_c = "cerrno cfloat cinttypes cstdarg cstddef cstdint cstdio cstdlib cstring ctime"
+        of_cxx = "initializer_list new optional string_view type_traits utility"
+        of_other_libraries = "fcntl.h sys/sendfile.h sys/stat.h unistd.h sodium.h"
+        allowed = {*of_c.split(), *of_cxx.split(), *of_other_libraries.split()}
+        text = "".join(header.read_text(encoding="utf-8") for header in [HEADER, *PARTS])
+        self.assertEqual(allowed, set(re.findall(r"(?m)^#\s*include <(.*)>", text)))
+
     def test_older_standard_is_refused_with_a_message(self):
         old = self.folder / "old.cpp"
         for header in [HEADER, *PARTS]:
