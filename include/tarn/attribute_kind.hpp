@@ -3,7 +3,6 @@
 #define TARN_ATTRIBUTE_KIND_HPP
 
 #include <cstddef>
-#include <iterator>
 #include <string_view>
 
 #include "characters.hpp"
@@ -198,7 +197,7 @@ constexpr bool is_template_name(std::string_view name) noexcept {
 constexpr Kind quick_kind_of(std::string_view name) noexcept {
   if (begins_with(name, "on")) return Kind::kScript;
   std::size_t first = 0;
-  std::size_t end = std::size(kKinds);
+  std::size_t end = sizeof kKinds / sizeof *kKinds;
   while (first < end) {
     const std::size_t middle = first + (end - first) / 2;
     const int order = compare(name, kKinds[middle].name);

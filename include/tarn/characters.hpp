@@ -3,6 +3,8 @@
 #define TARN_CHARACTERS_HPP
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace tarn::detail {
@@ -20,6 +22,23 @@ constexpr bool is_letter(char c) noexcept {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 constexpr bool is_alphanumeric(char c) noexcept { return is_letter(c) || is_digit(c); }
+
+// A whole number in digits, with "-" before them or not; nothing if it is anything else, or too large.
+// This is what std::from_chars() does, but compilers take long to read <charconv>.
+constexpr std::optional<std::int64_t> whole_number(std::string_view text) noexcept {
+  const bool is_negative = !text.empty() && text[0] == '-';
+  if (is_negative) text.remove_prefix(1);
+  if (text.empty()) return std::nullopt;
+  const std::uint64_t most = std::uint64_t{INT64_MAX} + (is_negative ? 1 : 0);
+  std::uint64_t number = 0;
+  for (const char c : text) {
+    if (!is_digit(c)) return std::nullopt;
+    const auto digit = static_cast<std::uint64_t>(c - '0');
+    if (number > (most - digit) / 10) return std::nullopt;
+    number = 10 * number + digit;
+  }
+  return static_cast<std::int64_t>(is_negative ? 0 - number : number);
+}
 
 template <class Test>
 constexpr bool all_of(std::string_view text, Test test) noexcept {

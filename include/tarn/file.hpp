@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -186,6 +185,13 @@ inline bool mark_if_cut(Array<std::uint64_t> &marks, std::string_view part, std:
   return marked;
 }
 
+// For std::qsort() and std::bsearch(): compilers take long to read <algorithm>.
+inline int compare_marks(const void *a, const void *b) noexcept {
+  const std::uint64_t first = *static_cast<const std::uint64_t *>(a);
+  const std::uint64_t second = *static_cast<const std::uint64_t *>(b);
+  return (first > second) - (first < second);
+}
+
 // Searches the body, unless that has been done. @return false if memory ran out
 inline bool search_cut_parts(CutParts &parts) noexcept {
   if (parts.searched) return true;
@@ -209,7 +215,8 @@ inline bool search_cut_parts(CutParts &parts) noexcept {
     if (!mark_if_cut(marks, {rest.data(), rest.size() - end}, rest, boundary)) return false;
     rest = next;
   }
-  std::sort(marks.data(), marks.data() + marks.size());
+  if (marks.size() > 0)
+    std::qsort(marks.data(), marks.size(), sizeof(std::uint64_t), compare_marks);
   parts.count = marks.size();
   parts.marks = marks.release();
   parts.searched = true;
@@ -313,10 +320,11 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
     const std::optional<std::string_view> sent = name();
     if (!sent) return 0;
     if (!detail::search_cut_parts(*cut_parts_)) return ENOMEM;
-    const std::uint64_t *const marks = cut_parts_->marks;
+    if (cut_parts_->count == 0) return 0;
     const std::uint64_t mark = detail::mark_of(*field(), *sent, bytes());
-    const bool cut = std::binary_search(marks, marks + cut_parts_->count, mark);
-    return cut ? detail::kFileIsCut : 0;
+    const void *const cut = std::bsearch(&mark, cut_parts_->marks, cut_parts_->count, sizeof mark,
+                                         detail::compare_marks);
+    return cut != nullptr ? detail::kFileIsCut : 0;
   }
 
   detail::CutParts *cut_parts_ = nullptr;

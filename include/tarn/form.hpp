@@ -2,7 +2,6 @@
 #ifndef TARN_FORM_HPP
 #define TARN_FORM_HPP
 
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "argument.hpp"
+#include "characters.hpp"
 #include "view.hpp"
 
 namespace tarn {
@@ -27,15 +27,9 @@ inline std::string_view trimmed(std::string_view text) noexcept {
 inline std::optional<std::int64_t> integer_of(std::string_view text, std::int64_t least,
                                               std::int64_t most) noexcept {
   text = trimmed(text);
-  // std::from_chars() accepts "-" but not "+".
   if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
-  const char *const end = text.data() + text.size();
-  std::int64_t number = 0;
-  const std::from_chars_result read = std::from_chars(text.data(), end, number);
-  if (read.ec != std::errc() || read.ptr != end || number < least || number > most) {
-    return std::nullopt;
-  }
-  return number;
+  const std::optional<std::int64_t> number = whole_number(text);
+  return number && *number >= least && *number <= most ? number : std::nullopt;
 }
 
 }  // namespace detail

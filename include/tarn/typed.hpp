@@ -13,14 +13,12 @@
 
 #include <cerrno>
 #include <cfloat>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
-#include <system_error>
 #include <type_traits>
 
 #include "argument.hpp"
@@ -281,11 +279,9 @@ inline Checked<std::int64_t> integer(const detail::GivenText &text, std::int64_t
   std::string_view digits = text.view();
   detail::take(digits, '-');
   if (detail::take_digits(digits).empty() || !digits.empty()) return Reason::malformed;
-  std::int64_t number = 0;
-  const char *const begin = text.view().data();
-  const std::errc error = std::from_chars(begin, begin + text.view().size(), number).ec;
-  if (error != std::errc() || number < least || number > most) return Reason::out_of_range;
-  return number;
+  const std::optional<std::int64_t> number = detail::whole_number(text.view());
+  if (!number || *number < least || *number > most) return Reason::out_of_range;
+  return *number;
 }
 
 /** A number: digits with a decimal point or not, and a power of ten or not.

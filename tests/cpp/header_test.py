@@ -22,6 +22,8 @@ INCLUDE = SOURCE / "include"
 HEADER = INCLUDE / "tarn.hpp"
 PARTS = sorted((INCLUDE / "tarn").glob("*.hpp"))
 SNIPPETS = tomllib.loads((SOURCE / "tests/cpp/refused.toml").read_text(encoding="utf-8"))["snippet"]
+# A compiled tarn.hpp has to come first.
+INCLUDES = "#include <tarn.hpp>\n#include <string>\n"
 # A script that only uses views.
 SCRIPT = SOURCE / "bench/process/script.cpp"
 
@@ -209,6 +211,15 @@ class Header(unittest.TestCase):
         listed = self.succeeds(*CXX, "-std=c++17", f"-I{INCLUDE}", "-M", script)
         self.assertIn("origin.hpp", listed)
         self.assertNotIn("sodium", listed)
+
+    def test_headers_include_nothing_that_compilers_read_for_long(self):
+        # bench/headers.py measures what they cost.
+        of_c = "cerrno cfloat cinttypes cstdarg cstddef cstdint cstdio cstdlib cstring ctime"
+        of_cxx = "initializer_list new optional string_view type_traits utility"
+        of_other_libraries = "fcntl.h sys/sendfile.h sys/stat.h unistd.h sodium.h"
+        allowed = {*of_c.split(), *of_cxx.split(), *of_other_libraries.split()}
+        text = "".join(header.read_text(encoding="utf-8") for header in [HEADER, *PARTS])
+        self.assertEqual(allowed, set(re.findall(r"(?m)^#\s*include <(.*)>", text)))
 
     def test_older_standard_is_refused_with_a_message(self):
         old = self.folder / "old.cpp"
@@ -442,7 +453,7 @@ class Header(unittest.TestCase):
         """Says why the refused part does not count as refused; None if it does."""
         name = snippet["name"]
         source = self.folder / f"{hash((compiler[0], name))}.cpp"
-        source.write_text("#include <tarn.hpp>\n" + function(snippet, "refused"), encoding="utf-8")
+        source.write_text(INCLUDES + function(snippet, "refused"), encoding="utf-8")
         # g++ finds the precompiled header in this folder.
         flags = ["-std=c++17", *WARNINGS, f"-I{self.folder}", f"-I{INCLUDE}", "-fsyntax-only"]
         if is_clang(compiler):
@@ -474,7 +485,7 @@ class Header(unittest.TestCase):
     def test_corrected_use_compiles(self):
         source = self.folder / "accepted.cpp"
         functions = [function(snippet, "accepted") for snippet in SNIPPETS]
-        source.write_text("#include <tarn.hpp>\n" + "".join(functions), encoding="utf-8")
+        source.write_text(INCLUDES + "".join(functions), encoding="utf-8")
         for compiler, standard in zip(toolchains(), STANDARDS):
             with self.subTest(compiler):
                 # What clang says of the snippets themselves does not count.
