@@ -18,7 +18,8 @@ using Value = tarn::Checked<std::string_view>;
 
 static Value text(std::optional<std::string_view> sent, std::size_t most) {
   const std::string_view value = sent.value_or("");
-  const bool fits = !value.empty() && value.size() <= most && value.find('\0') == value.npos;
+  const bool fits =
+      !value.empty() && value.size() <= most && value.find('\0') == std::string_view::npos;
   return fits ? Value(value) : Value(tarn::Reason::malformed);
 }
 

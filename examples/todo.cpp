@@ -6,9 +6,8 @@
  *
  * with page.h, store.h and page.hpp in the same folder.
  */
-#include "page.hpp"
-
 #include <tarn/signed.hpp>
+#include "page.hpp"
 
 using tarn::Attribute, tarn::Element;
 
@@ -32,11 +31,11 @@ struct Visit {
 
 /* Enters the folder of the user whose session this is. Each user has one session at a time. */
 static bool enter_folder(const Visit &visit) {
-  char path[HARMLESS_BYTES + 16], kept[kIdBytes + 1] = "";
+  char path[HARMLESS_BYTES + 16];
+  char id[kIdBytes + 1] = "";
   const char *const user = visit.cookie ? visit.cookie.value().data() + kIdBytes : "";
   snprintf(path, sizeof path, "%s/.session", user);
-  const bool known = isHarmless(user) && readBytes(path, kept, kIdBytes);
-  return known && visit.session == kept && chdir(user) == 0;
+  return isHarmless(user) && readBytes(path, id, kIdBytes) && visit.session == id && !chdir(user);
 }
 
 static void set_cookie(Visit &visit, std::string_view value) {
@@ -111,7 +110,8 @@ static int finish(Visit &visit, bool done, const char *message) {
 }
 
 static bool is_password(std::string_view name, std::string_view password) {
-  char user[kNameLength + 1] = "", hash[crypto_pwhash_STRBYTES] = "";
+  char user[kNameLength + 1] = "";
+  char hash[crypto_pwhash_STRBYTES] = "";
   bool known = false;
   FILE *users = fopen("users", "re");
   while (users && !known && fscanf(users, "%64s %127s", user, hash) == 2) known = name == user;
@@ -174,10 +174,10 @@ static int script() {
     return visit.response.send_error(500, "The list is not set up.") ? 0 : 1;
   }
   visit.is_user = enter_folder(visit);
-  const bool post = isMethod("POST");
   const std::string_view path = CgiEnv_getPathInfo(nullptr);
   Outcome outcome = refuse_form(visit.sent);
-  if (!outcome.status && post && !visit.keys.verify_form(visit.sent, path, visit.session))
+  if (!outcome.status && isMethod("POST") &&
+      !visit.keys.verify_form(visit.sent, path, visit.session))
     outcome = {403, "This form is out of date. Please send it again."};
   if (!outcome.status && !visit.is_user && path.size() > 1 && path != "/login")
     outcome = {403, "Please log in."};
