@@ -165,9 +165,10 @@ int NewFile::checkWritten() const {
 }
 
 int NewFile::keep(const char *name) {
-  if (durable_ && fsync(file_) != 0) return errno;
   if (!durable_) {
     if (const int error = checkWritten()) return error;
+  } else if (fsync(file_) != 0) {
+    return errno;
   }
   const int published = publish(name);
   unnamed_ = published == EEXIST;

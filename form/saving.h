@@ -25,7 +25,8 @@ class NewFile {
 
   int write(std::string_view bytes);
 
-  // Puts the file under its name, and on the disk if it is to be durable. After EEXIST, keepIn() can be tried.
+  // Puts the file under its name, and on the disk if it is to be durable. After EEXIST, keepIn() can
+  // be tried.
   int keep(const char *name);
 
   // Whether keep() failed because another process took the name meanwhile.

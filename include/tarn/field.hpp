@@ -355,8 +355,8 @@ class Field {
    *  read and write.
    *
    *  The file appears under its name when all of it is on the disk, or not at all, even if the process
-   *  dies. It never overwrites a file and never follows a link. After
-   *  durable(false) of the form, it does not wait for the disk.
+   *  dies. It never overwrites a file and never follows a link. After durable(false) of the form, it
+   *  does not wait for the disk.
    *
    *  @code
    *  tarn::Saved saved = field.save("/srv/uploads");
