@@ -77,15 +77,16 @@ void Connection::fail(Failure failure, const char *what) {
   log(what);
 }
 
-void Connection::start(uint64_t now) {
+void Connection::start(GroupPlace place, uint64_t now) {
   account_.start();
   Bytes &block = shared_.environment;
   char **environment = reader_.parameters().environment(environ, block);
   const int body = body_.size() > 0 ? body_.take() : shared_.null;
   const int error = !environment ? ENOMEM
-                    : body < 0   ? errno
-                                 : startChild(options_.script, environment, body,
-                                              options_.child_limits, shared_.kept_files, child_);
+                    : body < 0
+                        ? errno
+                        : startChild(options_.script, environment, body, options_.child_limits,
+                                     shared_.kept_files, place, child_);
   // The next child must not find it.
   if (environment) explicit_bzero(block.data(), block.size());
   block.clear(kMostKept);

@@ -88,8 +88,14 @@ constexpr size_t kMaskSize = _NSIG / 8;
 // A part of the C library that the child has not used yet costs a page fault, so some calls are made
 // by their number, as close_range() is.
 [[noreturn]] void runScript(const Script &script, char **environment, const int (&files)[3],
-                            const ChildLimits &limits, const KeptFiles &kept, pid_t parent) {
+                            const ChildLimits &limits, const KeptFiles &kept, GroupPlace place,
+                            pid_t parent) {
   setpgid(0, 0);
+  // The worker may die before it can write this. If it is dead already, this may come too late for the
+  // supervisor, so the script does not begin.
+  const pid_t group = getpid();
+  const auto offset = static_cast<off_t>(place.index * sizeof group);
+  if (pwrite(place.file, &group, sizeof group, offset) != sizeof group) _exit(127);
   syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
   if (getppid() != parent) _exit(127);
   if (script.confinement && !script.confinement->enter()) _exit(127);
@@ -123,11 +129,13 @@ struct Start {
   int files[3];
   const ChildLimits &limits;
   const KeptFiles &kept;
+  GroupPlace place;
   pid_t parent;
 };
 
 [[noreturn]] void run(const Start &start) {
-  runScript(start.script, start.environment, start.files, start.limits, start.kept, start.parent);
+  runScript(start.script, start.environment, start.files, start.limits, start.kept, start.place,
+            start.parent);
 }
 
 // The sanitizers know one stack for each thread.
@@ -196,7 +204,7 @@ void resetSignals() {
 }
 
 int startChild(const Script &script, char **environment, int input, const ChildLimits &limits,
-               const KeptFiles &kept, Child &child) {
+               const KeptFiles &kept, GroupPlace place, Child &child) {
   int output[2] = {-1, -1};
   int errors[2] = {-1, -1};
   if (pipe2(output, O_CLOEXEC) != 0 || pipe2(errors, O_CLOEXEC) != 0) {
@@ -204,7 +212,7 @@ int startChild(const Script &script, char **environment, int input, const ChildL
     closeAll(output);
     return error;
   }
-  Start start = {script, environment, {input, output[1], errors[1]}, limits, kept, getpid()};
+  Start start = {script, environment, {input, output[1], errors[1]}, limits, kept, place, getpid()};
 #ifdef TARN_LEAK_SANITIZER
   const pid_t process = fork();
   if (process == 0) PrivateMemory::forget();

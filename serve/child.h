@@ -52,10 +52,17 @@ struct Child {
   int errors = -1;
 };
 
-// Starts a script with an environment and standard input, in a process group of its own. Returns 0 or
-// an errno value. `input` stays the caller's; it and all descriptors of this process are above 2.
+// Where a child writes its number, the number of its group: a place in a file.
+struct GroupPlace {
+  int file;
+  size_t index;
+};
+
+// Starts a script with an environment and standard input, in a process group of its own, whose number
+// is in its place before the script begins. Returns 0 or an errno value. `input` stays the caller's; it
+// and all descriptors of this process are above 2.
 int startChild(const Script &script, char **environment, int input, const ChildLimits &limits,
-               const KeptFiles &kept, Child &child);
+               const KeptFiles &kept, GroupPlace place, Child &child);
 
 // Sends a signal to all processes of a group. Does nothing if that is not the group of a child:
 // kill(-1) and kill(0) would reach others, and kill(1) the first process of a container.

@@ -84,7 +84,7 @@ class Connection {
   void readErrors(PipeState state = PipeState::kUnknown);
 
   // Starts the child of a waiting request.
-  void start(uint64_t now);
+  void start(GroupPlace place, uint64_t now);
 
   // The child has ended with this status, as waitpid() reports it.
   void childEnded(int status, uint64_t now);

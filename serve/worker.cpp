@@ -488,12 +488,13 @@ void Worker::schedule() {
   while (count(Stage::kWaiting) > 0) {
     if (count(Stage::kRunning) < options_.children) {
       Slot &slot = *waiting(true);
-      slot.connection->start(now_);
+      const auto index = static_cast<size_t>(&slot - slots_);
+      slot.connection->start({files_.scoreboard, index}, now_);
       const pid_t process = slot.connection->child().process;
       if (process > 0) {
         ++children_;
         slot.child = ++started_;
-        scoreboard_->groups[&slot - slots_] = process;
+        scoreboard_->groups[index] = process;  // as the child does
       }
       settle(slot);
     } else if (count(Stage::kWaiting) > options_.queue) {

@@ -14,12 +14,12 @@
 
 namespace tarn::server {
 
-// Memory that the supervisor shares, and children do not have: the process groups of children, so that
+// Memory that the supervisor shares, and scripts do not have: the process groups of children, so that
 // the supervisor can kill what is left of them if the worker dies, and what the worker counts.
 struct Scoreboard {
   static constexpr size_t kMost = 4096;  // connections
 
-  std::atomic<pid_t> groups[kMost];
+  std::atomic<pid_t> groups[kMost];  // at the beginning: children write to the file
   std::atomic<pid_t> condemned[CondemnedGroups::kMost];
   Figures figures;
 

@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sched.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -46,6 +47,12 @@ int clone(int (*start)(void *), void *stack, int flags, void *argument, ...) {
   if (fails("clone")) return -1;
   *(void **)&real = dlsym(RTLD_NEXT, "clone");
   return real(start, stack, flags, argument);
+}
+
+/* A worker calls this when a child has been started. Where it would fail, the worker stands still. */
+int setpgid(pid_t process, pid_t group) {
+  if (process != 0 && fails("setpgid")) raise(SIGSTOP);
+  return (int)syscall(SYS_setpgid, process, group);
 }
 
 int pipe2(int ends[2], int flags) {

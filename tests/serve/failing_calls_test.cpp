@@ -202,6 +202,8 @@ int echo() {
 
 TEST(ChildAtEachFailure, RunsOrReportsIt) {
   const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  const int groups = memfd_create("groups", MFD_CLOEXEC);
+  const GroupPlace place = {groups, 2};
   char *environment[] = {nullptr};
   char shell[] = "/bin/sh";
   char option[] = "-c";
@@ -212,8 +214,9 @@ TEST(ChildAtEachFailure, RunsOrReportsIt) {
       forEachFailingCall(error, 3, [&] {
         Child child;
         const KeptFiles kept;
-        const int result =
-            watchCalls([&] { return startChild(script, environment, null, {}, kept, child); });
+        EXPECT_EQ(ftruncate(groups, 0), 0);
+        const int result = watchCalls(
+            [&] { return startChild(script, environment, null, {}, kept, place, child); });
         if (result != 0) {
           EXPECT_EQ(result, error) << calls.failed;
           EXPECT_LT(child.process, 0);
@@ -228,11 +231,15 @@ TEST(ChildAtEachFailure, RunsOrReportsIt) {
         // A script whose descriptors cannot be placed does not run.
         EXPECT_EQ(output, WEXITSTATUS(status) == 3 ? kAnswer : "") << calls.failed;
         EXPECT_TRUE(WEXITSTATUS(status) == 3 || WEXITSTATUS(status) == 127) << status;
+        pid_t group = 0;
+        const ssize_t size = pread(groups, &group, sizeof group, 2 * sizeof group);
+        EXPECT_TRUE(group == child.process || (size == 0 && output.empty())) << calls.failed;
         close(child.output);
         close(child.errors);
       });
     }
   }
+  close(groups);
   close(null);
 }
 
@@ -275,13 +282,13 @@ enum class Reading {
 };
 
 // Does for one connection what a worker does, until the connection is closed.
-void serve(Connection &connection, Reading reading) {
+void serve(Connection &connection, GroupPlace place, Reading reading) {
   for (int rounds = 0; connection.stage() != Stage::kClosed; ++rounds) {
     ASSERT_LT(rounds, 100000) << "in stage " << static_cast<int>(connection.stage());
     const Child child = connection.child();
     const bool runs = connection.stage() == Stage::kRunning;
     if (connection.stage() == Stage::kWaiting) {
-      connection.start(currentTime());
+      connection.start(place, currentTime());
     } else if (!runs || reading == Reading::kAtOnce) {
       const short output = connection.outputEvents() != 0 ? POLLIN : 0;
       const auto events = static_cast<short>(connection.socketEvents());
@@ -324,6 +331,7 @@ class Exchange {
   }
   ~Exchange() {
     close(ends_[0]);
+    close(place_.file);
     close(shared_.null);
     EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a child is left";
   }
@@ -333,7 +341,7 @@ class Exchange {
   // Serves the connection and closes its end.
   int run(Reading reading) {
     Connection connection(shared_, ends_[1]);
-    serve(connection, reading);
+    serve(connection, place_, reading);
     return 0;
   }
 
@@ -347,6 +355,7 @@ class Exchange {
  private:
   Shared shared_;
   std::atomic<pid_t> groups_[CondemnedGroups::kMost] = {};
+  GroupPlace place_ = {memfd_create("groups", MFD_CLOEXEC), 0};
   int ends_[2] = {-1, -1};
 };
 

@@ -196,12 +196,17 @@ def children_of(pid: int) -> list[int]:
         return []
 
 
+def state_of(pid: int) -> str:
+    """The letter that /proc gives for the state of a process; empty if there is none."""
+    try:
+        return Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
+
+
 def is_alive(pid: int) -> bool:
     """Whether a process exists and is not a zombie."""
-    try:
-        return Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] != "Z"
-    except (FileNotFoundError, ProcessLookupError):
-        return False
+    return state_of(pid) not in ("", "Z")
 
 
 def processor_ticks(pid: int) -> int:

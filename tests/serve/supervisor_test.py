@@ -20,6 +20,7 @@ from fastcgi import (
     processor_ticks,
     record,
     request,
+    state_of,
     wait_for_end,
     wait_until,
 )
@@ -418,6 +419,27 @@ class Crash(unittest.TestCase):
             self.assertFalse(client.answer().ended)
             self.assertNotEqual(service.worker(), worker)
             self.assertEqual(service.log_lines(), ["tarn-serve: signal 9 ended a worker"])
+
+    @unittest.skipUnless("FAILING_LIBRARY" in os.environ, "needs a library that can be preloaded")
+    def test_of_a_worker_that_has_just_started_a_child_ends_it_too(self) -> None:
+        for program, options in ((PROBE, ()), (TOOL, ("--", PROBE))):
+            with tempfile.TemporaryDirectory() as folder:
+                file = os.path.join(folder, "failing")
+                environment = {"LD_PRELOAD": os.environ["FAILING_LIBRARY"], "FAILING": file}
+                with (
+                    self.subTest(program),
+                    Service(*options, program=program, environment=environment) as service,
+                    service.client() as client,
+                ):
+                    worker = service.worker()
+                    Path(file).write_text("setpgid 0")
+                    client.send(request(f"stubborn=600000&note=script&{LONG}"))
+                    left = service.wait_for_note("left") + service.wait_for_note("script")
+                    wait_until(lambda: state_of(worker) == "T", "the worker does not stand still")
+                    os.remove(file)
+                    os.kill(worker, signal.SIGKILL)
+                    for pid in left:
+                        wait_for_end(pid)
 
     def test_of_a_worker_during_the_two_seconds_of_a_group_ends_that_too(self) -> None:
         with Service() as service, service.client() as client:
