@@ -14,6 +14,7 @@ from pathlib import Path
 
 from fastcgi import (
     PROBE,
+    Client,
     Service,
     children_of,
     is_alive,
@@ -467,6 +468,13 @@ class Reload(unittest.TestCase):
         service.worker()  # the old version has to serve first
         os.kill(service.process.pid, signal.SIGHUP)
 
+    def wait_until_moved(self, client: Client) -> None:
+        """Waits until version 2 has this connection. For a moment, both versions serve."""
+        wait_until(
+            lambda: client.ask("header&version", keep=True).body == b"VERSION:00000002",
+            "a connection stays with the old worker",
+        )
+
     def wait_for_version(self, service: Service, version: int) -> None:
         wait_until(lambda: self.version(service) == version, f"no version {version}")
 
@@ -518,12 +526,12 @@ class Reload(unittest.TestCase):
             self.wait_for_version(service, 2)
             self.assertTrue(is_alive(worker))
             for client in idle:
-                self.assertEqual(client.ask("header&version", keep=True).body, b"VERSION:00000002")
+                self.wait_until_moved(client)
             begun.send(whole[-9:])
             # The old worker answers what it has begun, and hands the connection over then.
             for client in (begun, running):
                 self.assertEqual(client.answer().body, b"VERSION:00000001")
-                self.assertEqual(client.ask("header&version", keep=True).body, b"VERSION:00000002")
+                self.wait_until_moved(client)
             wait_for_end(worker)
             for client in clients:
                 client.socket.close()
