@@ -1,4 +1,4 @@
-"""Sends requests with curl; returns what was sent and received."""
+"""Sends requests with curl; returns what was received, and what was sent."""
 
 import os
 import re
@@ -20,7 +20,6 @@ class Sent(NamedTuple):
 class Answer(NamedTuple):
     """A server's answer to a request; header names in lower case."""
 
-    sent: Sent
     status: int
     headers: list[tuple[str, str]]
     body: bytes
@@ -39,14 +38,22 @@ def fetch(address: str, *arguments: str, folder: str) -> Answer:
     if not any(os.fsdecode(argument).startswith(where) for argument in arguments):
         arguments = ("-H", "Sec-Fetch-Site: same-origin", *arguments)
     with tempfile.TemporaryDirectory(dir=folder) as files:
-        trace, head, body = (Path(files, name) for name in ("trace", "head", "body"))
+        head, body = Path(files, "head"), Path(files, "body")
         command: list[str | Path] = [os.environ["CURL"], "-q", "-sSg", "--noproxy", "*"]
-        command += ["--max-time", "100", "--trace", trace, "-D", head, "-o", body, *arguments]
+        command += ["--max-time", "100", "-D", head, "-o", body, *arguments]
         subprocess.run([*command, address], check=True, stdin=subprocess.DEVNULL)
         status, headers = last_head(head.read_bytes())
         # curl creates no file for an empty body.
         received = body.read_bytes() if body.exists() else b""
-        return Answer(sent_request(trace.read_bytes()), status, headers, received)
+        return Answer(status, headers, received)
+
+
+def fetch_traced(address: str, *arguments: str, folder: str) -> tuple[Sent, Answer]:
+    """The same, with the request as curl sent it. The trace has each byte of the answer, too, as
+    text, which takes long where that is large."""
+    with tempfile.NamedTemporaryFile(dir=folder) as trace:
+        answer = fetch(address, "--trace", trace.name, *arguments, folder=folder)
+        return sent_request(trace.read()), answer
 
 
 def sent_request(trace: bytes) -> Sent:

@@ -1,7 +1,9 @@
 """What all servers share: a temporary folder with configuration and scripts, starting and stopping,
 and curl for requests."""
 
+import contextlib
 import glob
+import http.client
 import os
 import random
 import re
@@ -11,12 +13,13 @@ import socket
 import subprocess
 import tempfile
 import time
+import urllib.parse
 from collections.abc import Callable, Mapping
 from pathlib import Path
 from types import TracebackType
 from typing import Self
 
-from servers.curl import Answer, fetch
+from servers.curl import Answer, Sent, fetch, fetch_traced
 
 CONFIGURATIONS = Path(__file__).resolve().parent
 # The values in the configurations; a server under test gets its own port and variables.
@@ -135,8 +138,28 @@ class Server:
         return self.port
 
     def curl(self, target: str, *arguments: str) -> Answer:
-        """Sends a request for a script; returns what was sent and what came back."""
+        """Sends a request for a script; returns what came back."""
         return fetch(self.address() + target, *arguments, folder=self.folder)
+
+    def curl_traced(self, target: str, *arguments: str) -> tuple[Sent, Answer]:
+        """Sends a request for a script; returns what was sent and what came back."""
+        return fetch_traced(self.address() + target, *arguments, folder=self.folder)
+
+    def ask(self, target: str, body: bytes | None = None, **headers: str) -> Answer:
+        """Sends a request without curl, for tests that send many: curl takes more processor time
+        than the server and the script. A body makes it a POST."""
+        address = urllib.parse.urlsplit(self.address() + target)
+        path = address.path + (f"?{address.query}" if address.query else "")
+        sent = {"sec-fetch-site": "same-origin"}
+        if body is not None:
+            sent["content-type"] = "application/x-www-form-urlencoded"
+        sent |= {name.replace("_", "-"): value for name, value in headers.items()}
+        connection = http.client.HTTPConnection(str(address.hostname), address.port, timeout=100)
+        with contextlib.closing(connection):
+            connection.request("GET" if body is None else "POST", path, body, sent)
+            answer = connection.getresponse()
+            received = [(name.lower(), value) for name, value in answer.getheaders()]
+            return Answer(answer.status, received, answer.read())
 
     def log(self) -> str:
         """What the scripts wrote to standard error."""

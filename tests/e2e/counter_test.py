@@ -52,8 +52,13 @@ class Counter(unittest.TestCase):
         self.assertEqual(4294967296, visitor_number(self.visit()))
 
     def test_concurrent_visitors_get_different_numbers(self):
+        def visit(_):
+            answer = self.server.ask("/counter")
+            self.assertEqual(200, answer.status)
+            return int(re.search(rb"You are visitor number <strong>([0-9]+)<", answer.body)[1])
+
         with concurrent.futures.ThreadPoolExecutor(8) as visitors:
-            numbers = list(visitors.map(lambda _: visitor_number(self.visit()), range(100)))
+            numbers = list(visitors.map(visit, range(100)))
         self.assertEqual(list(range(1, 101)), sorted(numbers))
         self.assertEqual(b"100\n", read(self.count))
 

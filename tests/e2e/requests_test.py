@@ -77,12 +77,12 @@ class RequestCase(RulesCase):
 
     def ask(self, target, *arguments):
         """Sends a request and compares every item that the probe prints with the rules."""
-        answer = self.server.curl(target, *arguments)
+        sent, answer = self.server.curl_traced(target, *arguments)
         self.assertEqual(200, answer.status)
-        head = answer.sent.method == "HEAD"
+        head = sent.method == "HEAD"
         seen = parse_items(bytes.fromhex(answer.header("x-probe")) if head else answer.body)
         expected = rules.expected_under_lighttpd(
-            answer.sent, self.server.port, document_root=self.server.path("www")
+            sent, self.server.port, document_root=self.server.path("www")
         )
         # lighttpd adds its version.
         self.assertTrue(seen[1][1].startswith(b"lighttpd/"))
