@@ -20,8 +20,17 @@ STEP = """#!/bin/bash
 echo "$0 $* TARN_NIGHTLY=${TARN_NIGHTLY-}" >>calls
 if [ "$(cat failing 2>/dev/null)" = "$(basename "$0") $1" ]; then exit 1; fi
 case "$(basename "$0") $1" in
-  'run fuzz') echo 'cookies #1234 DONE cov: 99 ft: 100 corp: 5/5b exec/s: 10 rss: 30Mb' ;;
-  'fuzz --merge') echo 'cookies: the archive has 12 inputs, and had 11' ;;
+  'run fuzz') echo 'cookies         #1234 DONE cov: 99 exec/s: 10' ;;
+  'load 200000') echo '523: lighttpd: 200000 requests by 32 clients in 60.0 s' ;;
+  'soak 1000000')
+    echo '524:   requests  a second   supervisor    worker   descriptors  processes'
+    echo '524:     50,000     5,000      900 KiB 1,100 KiB      9 and 12          3'
+    echo '524:  1,000,000     4,900      901 KiB 1,101 KiB      9 and 12          3'
+    ;;
+  'fuzz --merge')
+    echo 'cookies: the archive has 12 inputs, and had 11'
+    echo 'calls: the archive has 12 inputs, and had 12'
+    ;;
   'run valgrind') echo '15 of 16 tests of internal_tests' ;;
   'mutate --since') printf '400 changes\\n97.5 %% of those that compile are noticed\\n' ;;
 esac
@@ -80,11 +89,14 @@ class Nightly(unittest.TestCase):
             self.assertRegex(page, rf"(?m)^\| `{step}` \| passed \| \d+:\d\d \|$")
         for figure in (
             "15 of 16 tests of internal_tests",
-            "cookies: 1234 runs, cov: 99 ft: 100 corp: 5/5b exec/s: 10 rss: 30Mb",
+            "cookies: 1234 runs, cov: 99 exec/s: 10",
+            "lighttpd: 200000 requests by 32 clients in 60.0 s",
+            "1,000,000 requests, 4,900 a second, supervisor 901 KiB, worker 1,101 KiB",
             "cookies: the archive has 12 inputs, and had 11",
             "97.5 % of those that compile are noticed",
         ):
             self.assertIn(f"\n- {figure}\n", page)
+        self.assertNotIn("calls", page)
         self.assertLess(len(page.splitlines()), 60)
         for call in (
             "/load 200000 ",
