@@ -202,7 +202,8 @@ class Site:
         for path in [*root, *sorted((self.root / "docs").rglob("*.md"))]:
             place = str(path.relative_to(self.root))
             page = ELSEWHERE.get(place, place.removeprefix("docs/"))
-            if place != "docs/guide/README.md":
+            # The report of a night is for those who work on Tarn.
+            if place not in ("docs/guide/README.md", "docs/nightly.md"):
                 self.add_document(page, path.parent, path.read_text())
         for tool in sorted(self.root.glob("tools/*.1")):
             command = ["mandoc", "-T", "markdown", tool]

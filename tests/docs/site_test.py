@@ -386,7 +386,8 @@ class Pages(unittest.TestCase):
         self.assertEqual(set(PAGES) - reached, {"search.html"})
 
     def test_pages_of_documents_contain_every_word(self):
-        documents = [path for path in SOURCE.glob("docs/**/*.md") if path.name != "README.md"]
+        left_out = ("README.md", "nightly.md")
+        documents = [path for path in SOURCE.glob("docs/**/*.md") if path.name not in left_out]
         self.assertGreater(len(documents), 10)
         for path in documents + [SOURCE / "CHANGELOG.md", SOURCE / "SECURITY.md"]:
             place = str(path.relative_to(SOURCE)).removeprefix("docs/")

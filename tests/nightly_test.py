@@ -1,0 +1,200 @@
+"""scripts/nightly says what it ran, and never more. Which changes scripts/mutate tries each night.
+
+The steps are programs of this test: the report is of interest here. Nothing is installed or built.
+"""
+
+import importlib.machinery
+import importlib.util
+import os
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+from typing import Any
+
+SOURCE = Path(__file__).resolve().parent.parent
+ALL = "coverage valgrind s390x sanitizers debian tidy header servers load soak mutate compare fuzz"
+
+# Each step prints its arguments; the one in the file "failing" fails.
+STEP = """#!/bin/bash
+echo "$0 $* TARN_NIGHTLY=${TARN_NIGHTLY-}" >>calls
+if [ "$(cat failing 2>/dev/null)" = "$(basename "$0") $1" ]; then exit 1; fi
+case "$(basename "$0") $1" in
+  'run fuzz') echo 'cookies         #1234 DONE cov: 99 exec/s: 10' ;;
+  'load 200000') echo '523: lighttpd: 200000 requests by 32 clients in 60.0 s' ;;
+  'soak 1000000')
+    echo '524:   requests  a second   supervisor    worker   descriptors  processes'
+    echo '524:     50,000     5,000      900 KiB 1,100 KiB      9 and 12          3'
+    echo '524:  1,000,000     4,900      901 KiB 1,101 KiB      9 and 12          3'
+    ;;
+  'fuzz --merge')
+    echo 'cookies: the archive has 12 inputs, and had 11'
+    echo 'calls: the archive has 12 inputs, and had 12'
+    ;;
+  'run valgrind') echo '15 of 16 tests of internal_tests' ;;
+  'mutate --since') printf '400 changes\\n97.5 %% of those that compile are noticed\\n' ;;
+esac
+"""
+GIT = """#!/bin/bash
+case $1 in
+  status) ;;
+  rev-list) echo 1111111111 ;;
+  cat-file) [ "$3" = '2222222222^{commit}' ] ;;
+  *) echo 2222222222 ;;
+esac
+"""
+
+
+class Nightly(unittest.TestCase):
+    def setUp(self):
+        self.root = Path(self.enterContext(tempfile.TemporaryDirectory()))
+        (self.root / "docs").mkdir()
+        for name, text in (
+            ("scripts/nightly", (SOURCE / "scripts" / "nightly").read_text(encoding="utf-8")),
+            ("scripts/common.sh", (SOURCE / "scripts" / "common.sh").read_text(encoding="utf-8")),
+            ("bin/git", GIT),
+            ("bin/cmake", STEP),
+            (".ci/run", STEP),
+            *((f"scripts/{name}", STEP) for name in "setup load soak mutate compare fuzz".split()),
+        ):
+            path = self.root / name
+            path.parent.mkdir(exist_ok=True)
+            path.write_text(text, encoding="utf-8")
+            path.chmod(0o755)
+
+    def run_nightly(self, *steps, **variables):
+        environment = {k: v for k, v in os.environ.items() if not k.startswith("TARN_")}
+        environment["PATH"] = f"{self.root}/bin:{environment['PATH']}"
+        done = subprocess.run(
+            [self.root / "scripts" / "nightly", *steps],
+            env=environment | variables,
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        calls = self.root / "calls"
+        self.calls = calls.read_text(encoding="utf-8") if calls.exists() else ""
+        return done
+
+    def report(self, place):
+        return (self.root / place).read_text(encoding="utf-8")
+
+    def test_whole_run_writes_the_page(self):
+        done = self.run_nightly()
+        self.assertEqual((0, ""), (done.returncode, done.stderr))
+        page = self.report("docs/nightly.md")
+        self.assertTrue(page.startswith("# The last night\n"), page)
+        self.assertIn("- Revision: `2222222222`\n", page)
+        for step in ALL.split():
+            self.assertRegex(page, rf"(?m)^\| `{step}` \| passed \| \d+:\d\d \|$")
+        for figure in (
+            "15 of 16 tests of internal_tests",
+            "cookies: 1234 runs, cov: 99 exec/s: 10",
+            "lighttpd: 200000 requests by 32 clients in 60.0 s",
+            "1,000,000 requests, 4,900 a second, supervisor 901 KiB, worker 1,101 KiB",
+            "cookies: the archive has 12 inputs, and had 11",
+            "97.5 % of those that compile are noticed",
+        ):
+            self.assertIn(f"\n- {figure}\n", page)
+        self.assertNotIn("calls", page)
+        self.assertLess(len(page.splitlines()), 60)
+        for call in (
+            "/load 200000 ",
+            "/soak 1000000 ",
+            "/run valgrind TARN_NIGHTLY=1",
+            "/run s390x TARN_NIGHTLY=1",
+            "/mutate --since 1111111111 --sample 300 --turn ",
+            "/compare --requests 20000 --seed 20",
+            "/fuzz --merge --all",
+        ):
+            self.assertIn(call, self.calls.replace("\nscripts/", "\n/").replace(".ci/", "/"))
+
+    def test_some_steps_leave_the_page_alone(self):
+        done = self.run_nightly("tidy", "load")
+        self.assertEqual(0, done.returncode, done.stderr)
+        self.assertFalse((self.root / "docs" / "nightly.md").exists())
+        first = self.report("build/nightly/report.md").splitlines()[0]
+        self.assertEqual(
+            "# A shortened night: without the steps coverage valgrind s390x sanitizers debian "
+            "header servers soak mutate compare fuzz",
+            first,
+        )
+
+    def test_shorter_steps_leave_the_page_alone(self):
+        for name in ("FUZZ_SECONDS", "LOAD", "SOAK", "MUTANTS", "COMPARE"):
+            with self.subTest(name):
+                done = self.run_nightly(**{f"TARN_{name}": "7"})
+                self.assertEqual(0, done.returncode, done.stderr)
+                self.assertFalse((self.root / "docs" / "nightly.md").exists())
+                first = self.report("build/nightly/report.md").splitlines()[0]
+                self.assertEqual(f"# A shortened night: with TARN_{name}=7", first)
+
+    def test_goes_on_after_a_failure_and_fails(self):
+        for failing, step in (("run s390x", "s390x"), ("fuzz --merge", "fuzz")):
+            with self.subTest(step):
+                (self.root / "failing").write_text(f"{failing}\n", encoding="utf-8")
+                done = self.run_nightly()
+                self.assertEqual(1, done.returncode)
+                page = self.report("docs/nightly.md")
+                self.assertRegex(page, rf"(?m)^\| `{step}` \| FAILED \|")
+                self.assertEqual(12, page.count("| passed |"))
+
+    def test_changes_since_the_last_report_are_tried(self):
+        (self.root / "docs" / "nightly.md").write_text("- Revision: `2222222222`\n")
+        self.run_nightly("mutate")
+        self.assertIn("--since 2222222222 ", self.calls)
+
+    def test_report_of_an_unknown_revision_does_not_count(self):
+        (self.root / "docs" / "nightly.md").write_text("- Revision: `3333333333`\n")
+        self.run_nightly("mutate")
+        self.assertIn("--since 1111111111 ", self.calls)
+
+    def test_refuses_unknown_steps(self):
+        done = self.run_nightly("tea")
+        self.assertEqual(2, done.returncode)
+        self.assertIn("no step tea; there are coverage ", done.stderr)
+        self.assertEqual("", self.calls)
+
+
+class Mutants(unittest.TestCase):
+    mutate: Any
+    mutants: list[Any]
+
+    @classmethod
+    def setUpClass(cls):
+        loader = importlib.machinery.SourceFileLoader("mutate", str(SOURCE / "scripts" / "mutate"))
+        cls.mutate = importlib.util.module_from_spec(
+            importlib.util.spec_from_loader("mutate", loader)
+        )
+        loader.exec_module(cls.mutate)
+        text = "  if (a == b) return 1;\n" * 20
+        mutations = list(cls.mutate.mutations(text))
+        cls.mutants = [
+            cls.mutate.Mutant(file, text, *mutation)
+            for file in ("core/a.cpp", "core/b.cpp", "core/c.cpp")
+            for mutation in mutations
+        ]
+
+    def keys(self, always, count, turn):
+        return {each.key for each in self.mutate.chosen(self.mutants, always, count, 1, turn)}
+
+    def test_turns_try_all_changes(self):
+        everything = {each.key for each in self.mutants}
+        turns = -(-len(everything) // 7)
+        tried = [self.keys(set(), 7, turn) for turn in range(turns)]
+        self.assertGreater(turns, 10)
+        self.assertEqual([7] * turns, [len(keys) for keys in tried])
+        self.assertEqual(everything, set().union(*tried))
+        # A day in the far future is a turn, too.
+        self.assertEqual(7, len(self.keys(set(), 7, 20000)))
+
+    def test_changed_files_are_tried_in_whole(self):
+        of_b = {each.key for each in self.mutants if each.file == "core/b.cpp"}
+        for turn in (0, 5):
+            keys = self.keys({"core/b.cpp"}, 7, turn)
+            self.assertLess(of_b, keys)
+            self.assertEqual(len(of_b) + 7, len(keys))
+
+
+if __name__ == "__main__":
+    unittest.main()
