@@ -176,6 +176,8 @@ class Response {
         disposition_(std::move(other.disposition_)),
         lines_(std::move(other.lines_)),
         cookies_(std::move(other.cookies_)),
+        has_no_store_(other.has_no_store_),
+        has_nosniff_(other.has_nosniff_),
         problem_(other.problem_) {}
 
   /** Sets the status, from 200 to 599. The default is 200. A status that does not redirect takes back
@@ -239,11 +241,12 @@ class Response {
     return *this;
   }
 
-  /** Forbids all caches to store the response. */
-  Response &no_store() &noexcept { return header("Cache-Control", "no-store"); }
+  /** Forbids all caches to store the response. The header is sent once, however often this is called.
+   */
+  Response &no_store() &noexcept { return once(has_no_store_, "Cache-Control", "no-store"); }
 
-  /** Forbids browsers to guess a type other than the content type. */
-  Response &nosniff() &noexcept { return header("X-Content-Type-Options", "nosniff"); }
+  /** Forbids browsers to guess a type other than the content type. The header is sent once, too. */
+  Response &nosniff() &noexcept { return once(has_nosniff_, "X-Content-Type-Options", "nosniff"); }
 
   /** Forbids other pages to show this one in a frame. */
   Response &deny_framing() &noexcept { return header("X-Frame-Options", "DENY"); }
@@ -461,6 +464,12 @@ class Response {
     return *this;
   }
 
+  Response &once(bool &is_added, std::string_view name, std::string_view value) noexcept {
+    if (is_added) return *this;
+    is_added = true;
+    return header(name, value);
+  }
+
   Response &set_etag(std::string_view beginning, std::string_view tag) noexcept {
     const auto in_tag = [](char c) { return !detail::is_control(c) && c != ' ' && c != '"'; };
     if (!detail::all_of(tag, in_tag)) return refuse("invalid etag");
@@ -566,6 +575,8 @@ class Response {
   Text disposition_{adopt, nullptr, 0};
   detail::Buffer lines_;
   detail::Buffer cookies_;
+  bool has_no_store_ = false;
+  bool has_nosniff_ = false;
   const char *problem_ = nullptr;
 };
 
