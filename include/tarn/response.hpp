@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <ctime>
 #include <initializer_list>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -167,7 +166,7 @@ class Response {
   Response(Response &&other) noexcept
       : out_(other.out_),
         head_(other.head_),
-        sent_(std::exchange(other.sent_, true)),
+        sent_(detail::exchanged(other.sent_, true)),
         status_(other.status_),
         type_(std::move(other.type_)),
         location_(std::move(other.location_)),
@@ -498,10 +497,14 @@ class Response {
     return end();
   }
 
-  // Writes the header, or the whole page that says that there is no response. Without a size, the body
-  // ends with the output. @return whether a body follows
-  bool begin(std::string_view type, std::optional<std::uint64_t> size) noexcept {
-    if (std::exchange(sent_, true)) {
+  // A body that ends with the output.
+  static constexpr std::uint64_t kUnknownSize = UINT64_MAX;
+
+  // Writes the header, or the whole page that says that there is no response.
+  //
+  // @return whether a body follows
+  bool begin(std::string_view type, std::uint64_t size) noexcept {
+    if (detail::exchanged(sent_, true)) {
       refuse("response was already sent");
       return false;
     }
@@ -526,8 +529,7 @@ class Response {
 
   // Without a Status line the server assumes 200, and is still free to send 304 instead.
   bool write_header(int status, std::string_view type,
-                    std::initializer_list<std::string_view> lines,
-                    std::optional<std::uint64_t> size) noexcept {
+                    std::initializer_list<std::string_view> lines, std::uint64_t size) noexcept {
     const bool has_body = status != 204 && status != 304;
     if (status != 200) std::fprintf(out_, "Status: %d %s\r\n", status, detail::reason_for(status));
     if (has_body) {
@@ -536,7 +538,9 @@ class Response {
       put("\r\n");
     }
     for (const std::string_view line : lines) put(line);
-    if (has_body && size) std::fprintf(out_, "Content-Length: %" PRIu64 "\r\n", *size);
+    if (has_body && size != kUnknownSize) {
+      std::fprintf(out_, "Content-Length: %" PRIu64 "\r\n", size);
+    }
     put("\r\n");
     return has_body && !head_;
   }
@@ -554,9 +558,10 @@ class Response {
       if (all.empty()) return all;
       return std::string_view(all.data() + name.size(), all.size() - name.size() - 2);
     };
-    const std::optional<std::int64_t> modified =
-        detail::seconds_of(value(modified_, "Last-Modified: "), now);
-    return {value(etag_, "ETag: "), modified.value_or(INT64_MAX), size};
+    std::int64_t modified = 0;
+    if (!detail::read_date(value(modified_, "Last-Modified: "), now, modified))
+      modified = INT64_MAX;
+    return {value(etag_, "ETag: "), modified, size};
   }
 
   void put(std::string_view text) noexcept {
