@@ -185,6 +185,10 @@ def parse_function(head: str, comment: Comment) -> tuple[Member, str]:
     # These are for compilers.
     head = head.replace(" TARN_LIFETIMEBOUND", "")
     head = re.sub(r", std::enable_if_t<[^;{}]*?, int> = 0>", ">", head)
+    # Templates of one type, so that compilers only read it if a script calls them.
+    late = re.match(r"template <class (\w+) = ([\w:]+)> ", head)
+    if late:
+        head = re.sub(rf"\b{late[1]}\b", late[2], head[late.end() :])
     start = FUNCTION.match(head)
     after = start and AFTER.fullmatch(head, start.end())
     if not after:
@@ -336,7 +340,7 @@ class Parser:
         line = f"line {statement.line}"
         if re.fullmatch(r"class \w+", head) and statement.body is None:
             return
-        if re.search(r"\w::\w+\(", head) and head.startswith("inline "):
+        if re.match(r"(inline|template <class \w+>) [^(]*\w::\w+\(", head):
             return  # the definition of a member, which its class documents
         if head.startswith("static_assert("):
             return

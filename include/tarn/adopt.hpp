@@ -19,6 +19,24 @@
 
 namespace tarn {
 
+namespace detail {
+
+// As detail::exchanged() and detail::swap_values(), whose declarations take compilers long.
+template <class Value, class Next>
+constexpr Value exchanged(Value &place, Next &&next) noexcept {
+  Value before(static_cast<Value &&>(place));
+  place = static_cast<Value>(static_cast<Next &&>(next));
+  return before;
+}
+template <class Value>
+constexpr void swap_values(Value &a, Value &b) noexcept {
+  Value before(static_cast<Value &&>(a));
+  a = static_cast<Value &&>(b);
+  b = static_cast<Value &&>(before);
+}
+
+}  // namespace detail
+
 /** Marks the constructors that take ownership of an object: `Element(tarn::adopt, handle)`. */
 struct Adopt {
   explicit Adopt() = default;

@@ -15,8 +15,13 @@
 
 namespace tarn::detail {
 
+// Literals have many lengths, and compilers take long for each type that they ask std about.
 template <class Given>
 inline constexpr bool kIsText = std::is_convertible_v<const Given &, std::string_view>;
+template <std::size_t kSize>
+inline constexpr bool kIsText<char[kSize]> = true;
+template <std::size_t kSize>
+inline constexpr bool kIsText<const char[kSize]> = true;
 
 template <class Given>
 inline constexpr bool kIsPointer = std::is_convertible_v<const Given &, const char *>;
@@ -44,6 +49,8 @@ inline constexpr bool kIsNumber =
 template <class Given>
 inline constexpr bool kIsArgument =
     kIsText<Given> || kIsOptional<Given> || std::is_arithmetic_v<Given>;
+template <std::size_t kSize>
+inline constexpr bool kIsArgument<char[kSize]> = true;
 
 // Texts that own their bytes. A view of one that is a temporary would dangle.
 template <class Text>
@@ -78,6 +85,10 @@ class TextArgument {
     } else if constexpr (kIsText<Given>) {
       set(given);
     }
+  }
+  template <std::size_t kSize>
+  TextArgument(const char (&literal)[kSize]) noexcept {  // NOLINT(google-explicit-constructor)
+    set(static_cast<const char *>(literal));
   }
   TextArgument(std::nullptr_t) = delete;
   TextArgument(const TextArgument &) = delete;
@@ -134,13 +145,13 @@ class KeptText {
     }
   }
   KeptText(KeptText &&other) noexcept
-      : text_(std::exchange(other.text_, nullptr)),
+      : text_(detail::exchanged(other.text_, nullptr)),
         size_(other.size_),
-        copy_(std::exchange(other.copy_, nullptr)) {}
+        copy_(detail::exchanged(other.copy_, nullptr)) {}
   KeptText &operator=(KeptText other) noexcept {
-    std::swap(text_, other.text_);
-    std::swap(size_, other.size_);
-    std::swap(copy_, other.copy_);
+    detail::swap_values(text_, other.text_);
+    detail::swap_values(size_, other.size_);
+    detail::swap_values(copy_, other.copy_);
     return *this;
   }
   ~KeptText() {

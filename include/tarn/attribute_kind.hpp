@@ -79,10 +79,10 @@ inline constexpr KindOfName kKinds[] = {
 
 // The other attributes of HTML, SVG and MathML. These lists are searched only if a value would be
 // refused in an unknown attribute.
-inline constexpr std::string_view kIds =
+inline constexpr char kIds[] =
     " anchor commandfor contextmenu for form glyphref headers id in in2 interestfor itemref "
     "list menu name observer popovertarget radiogroup usemap xml:id xref ";
-inline constexpr std::string_view kTexts =
+inline constexpr char kTexts[] =
     " abbr about accent accent-height accentunder accept accept-charset accesskey accumulate "
     "actiontype additive align alignment-baseline alink allow allowfullscreen "
     "allowpaymentrequest allowusermedia alpha alphabetic alt altimg-height altimg-valign "
@@ -167,8 +167,11 @@ constexpr int compare(std::string_view name, std::string_view other) noexcept {
   return name.size() == other.size() ? 0 : name.size() < other.size() ? -1 : 1;
 }
 
-// Whether a list of words, with a space before and after each of them, contains the name.
-constexpr bool is_listed(std::string_view name, std::string_view list) noexcept {
+// Whether a list of words, with a space before and after each of them, contains the name. Compilers
+// measure a long array at once, and a long std::string_view letter by letter.
+template <std::size_t kSize>
+constexpr bool is_listed(std::string_view name, const char (&words)[kSize]) noexcept {
+  const std::string_view list(words, kSize - 1);
   bool found = false;
   for (std::size_t start = 1; start < list.size() && !found;) {
     const std::size_t end = list.find(' ', start);

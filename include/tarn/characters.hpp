@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string_view>
 
 namespace tarn::detail {
@@ -23,21 +22,24 @@ constexpr bool is_letter(char c) noexcept {
 }
 constexpr bool is_alphanumeric(char c) noexcept { return is_letter(c) || is_digit(c); }
 
-// A whole number in digits, with "-" before them or not; nothing if it is anything else, or too large.
-// This is what std::from_chars() does, but compilers take long to read <charconv>.
-constexpr std::optional<std::int64_t> whole_number(std::string_view text) noexcept {
+// Reads a whole number in digits, with "-" before them or not. This is what std::from_chars() does, but
+// compilers take long to read <charconv>, and for each type of a std::optional.
+//
+// @return false if it is anything else, or too large
+constexpr bool read_whole_number(std::string_view text, std::int64_t &result) noexcept {
   const bool is_negative = !text.empty() && text[0] == '-';
   if (is_negative) text.remove_prefix(1);
-  if (text.empty()) return std::nullopt;
+  if (text.empty()) return false;
   const std::uint64_t most = std::uint64_t{INT64_MAX} + (is_negative ? 1 : 0);
   std::uint64_t number = 0;
   for (const char c : text) {
-    if (!is_digit(c)) return std::nullopt;
+    if (!is_digit(c)) return false;
     const auto digit = static_cast<std::uint64_t>(c - '0');
-    if (number > (most - digit) / 10) return std::nullopt;
+    if (number > (most - digit) / 10) return false;
     number = 10 * number + digit;
   }
-  return static_cast<std::int64_t>(is_negative ? 0 - number : number);
+  result = static_cast<std::int64_t>(is_negative ? 0 - number : number);
+  return true;
 }
 
 template <class Test>

@@ -76,7 +76,9 @@ constexpr std::int64_t seconds_at(int year, int month, int day, int seconds) noe
 
 // Reads a date in any of the three formats of HTTP. `now` tells the century of a year with two digits,
 // which is at most 50 years ahead.
-constexpr std::optional<std::int64_t> seconds_of(std::string_view text, std::int64_t now) noexcept {
+//
+// @return false if it is no date
+constexpr bool read_date(std::string_view text, std::int64_t now, std::int64_t &date) noexcept {
   constexpr const char *kEnds[] = {"day, ", "sday, ", "nesday, ", "rsday, ", "urday, "};
   constexpr int kLengths[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   DateReader in(text);
@@ -123,8 +125,9 @@ constexpr std::optional<std::int64_t> seconds_of(std::string_view text, std::int
   }
   const bool leap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
   const bool exists = day >= 1 && day <= kLengths[month] && (month != 1 || day < 29 || leap);
-  if (!in.all() || !exists || hour > 23 || minute > 59 || second > 60) return std::nullopt;
-  return seconds_at(year, month, day, seconds);
+  if (!in.all() || !exists || hour > 23 || minute > 59 || second > 60) return false;
+  date = seconds_at(year, month, day, seconds);
+  return true;
 }
 
 // ---- Tags ---------------------------------------------------------------------------------------
@@ -170,16 +173,18 @@ struct Part {
 enum class Wish { everything, part, impossible };
 
 // Takes digits off the beginning of a text. A number that is too large is the largest one.
-constexpr std::optional<std::uint64_t> take_number(std::string_view &text) noexcept {
-  if (text.empty() || !is_digit(text[0])) return std::nullopt;
-  std::uint64_t number = 0;
+//
+// @return false if there are none
+constexpr bool take_number(std::string_view &text, std::uint64_t &number) noexcept {
+  if (text.empty() || !is_digit(text[0])) return false;
+  number = 0;
   while (!text.empty() && is_digit(text[0])) {
     const auto digit = static_cast<std::uint64_t>(text[0] - '0');
     const bool fits = number <= (UINT64_MAX - digit) / 10;
     number = fits ? 10 * number + digit : UINT64_MAX;
     text.remove_prefix(1);
   }
-  return number;
+  return true;
 }
 
 // What a Range header wants of a file of this size, which is then `part`. Several ranges, and
@@ -194,24 +199,26 @@ constexpr Wish wish_of(std::string_view range, std::uint64_t size, Part &part) n
   while (!range.empty() && is_between(range.front())) range.remove_prefix(1);
   while (!range.empty() && is_between(range.back())) range.remove_suffix(1);
 
-  const std::optional<std::uint64_t> first = take_number(range);
+  std::uint64_t first = 0;
+  std::uint64_t last = 0;
+  const bool has_first = take_number(range, first);
   if (range.empty() || range[0] != '-') return Wish::everything;
   range.remove_prefix(1);
-  const std::optional<std::uint64_t> last = take_number(range);
-  if (!range.empty() || (!first && !last) || (first && last && *last < *first)) {
+  const bool has_last = take_number(range, last);
+  if (!range.empty() || (!has_first && !has_last) || (has_first && has_last && last < first)) {
     return Wish::everything;
   }
-  if (!first) {
+  if (!has_first) {
     // The last bytes. Of an empty file they are the whole file.
-    if (*last == 0) return Wish::impossible;
+    if (last == 0) return Wish::impossible;
     if (size == 0) return Wish::everything;
-    part.size = *last < size ? *last : size;
+    part.size = last < size ? last : size;
     part.first = size - part.size;
     return Wish::part;
   }
-  if (*first >= size) return Wish::impossible;
-  const std::uint64_t end = last && *last < size ? *last + 1 : size;
-  part = {*first, end - *first};
+  if (first >= size) return Wish::impossible;
+  const std::uint64_t end = has_last && last < size ? last + 1 : size;
+  part = {first, end - first};
   return Wish::part;
 }
 
@@ -245,17 +252,16 @@ struct Conditions {
   constexpr Outcome judge(const Version &version, std::int64_t now, bool with_ranges,
                           Part &part) const noexcept {
     part = {0, version.size};
-    const auto since = [now](const Header &date) {
-      return date ? seconds_of(*date, now) : std::nullopt;
+    std::int64_t date = 0;
+    const auto has_date = [now, &date](const Header &sent) {
+      return sent && read_date(*sent, now, date);
     };
-    const std::optional<std::int64_t> unmodified = since(if_unmodified_since);
-    const std::optional<std::int64_t> modified = since(if_modified_since);
     if (if_match ? !has_tag(*if_match, version.tag, false)
-                 : unmodified && version.modified > *unmodified) {
+                 : has_date(if_unmodified_since) && version.modified > date) {
       return Outcome::precondition_failed;
     }
     if (if_none_match ? has_tag(*if_none_match, version.tag, true)
-                      : modified && version.modified <= *modified) {
+                      : has_date(if_modified_since) && version.modified <= date) {
       return Outcome::not_modified;
     }
     if (!with_ranges || !range || !continues(version, now)) return Outcome::whole;
@@ -277,8 +283,9 @@ struct Conditions {
     if (if_range->find('"') != std::string_view::npos) {
       return *if_range == version.tag && version.tag[0] == '"';
     }
-    const std::optional<std::int64_t> date = seconds_of(*if_range, now);
-    return date && *date == version.modified && now - version.modified >= 2;
+    std::int64_t date = 0;
+    return read_date(*if_range, now, date) && date == version.modified &&
+           now - version.modified >= 2;
   }
 
   Header if_match;

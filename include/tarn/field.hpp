@@ -323,9 +323,11 @@ class Field {
    *  @param room   how many to read at most
    *  @return how many; 0 at the end of the value; nothing after a problem and after a failed write
    */
-  std::optional<std::size_t> read(void *bytes, std::size_t room) const noexcept {
+  template <class Size = std::size_t>
+  std::optional<Size> read(void *bytes, std::size_t room) const noexcept {
     const std::int64_t count = TarnFormField_read(field_, bytes, room);
-    return count >= 0 ? std::optional(static_cast<std::size_t>(count)) : std::nullopt;
+    if (count < 0) return {};
+    return static_cast<Size>(count);
   }
 
   /** Writes the value, or what has not been read of it, to a file descriptor.

@@ -33,7 +33,7 @@ class Descriptor {
 
   int number() const noexcept { return number_; }
   bool close() noexcept {
-    const int number = std::exchange(number_, -1);
+    const int number = detail::exchanged(number_, -1);
     return number < 0 || ::close(number) == 0;
   }
 
@@ -330,10 +330,11 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
   detail::CutParts *cut_parts_ = nullptr;
 };
 
-inline std::optional<File> Request::file(const detail::Name &name) const &noexcept {
+template <class Found>
+std::optional<Found> Request::file(const detail::Name &name) const &noexcept {
   const TarnHandle found = detail::query<Tarn_getFile>(handle_, name.c_str());
-  if (found == 0) return std::nullopt;
-  return File(found, cut_parts_.of(child(TARN_REQUEST_ENVIRONMENT)));
+  if (found == 0) return {};
+  return Found(found, cut_parts_.of(child(TARN_REQUEST_ENVIRONMENT)));
 }
 
 }  // namespace tarn

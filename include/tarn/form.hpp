@@ -24,12 +24,16 @@ inline std::string_view trimmed(std::string_view text) noexcept {
   return {text.data() + first, text.find_last_not_of(kBlanks) - first + 1};
 }
 
-inline std::optional<std::int64_t> integer_of(std::string_view text, std::int64_t least,
-                                              std::int64_t most) noexcept {
+// A template, like all functions that return rare types of a std::optional: each of those takes
+// compilers longer than most headers, and scripts that call none need not wait for it.
+template <class Number>
+std::optional<Number> integer_of(std::string_view text, std::int64_t least,
+                                 std::int64_t most) noexcept {
+  std::int64_t number = 0;
   text = trimmed(text);
   if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
-  const std::optional<std::int64_t> number = whole_number(text);
-  return number && *number >= least && *number <= most ? number : std::nullopt;
+  if (!read_whole_number(text, number) || number < least || number > most) return {};
+  return number;
 }
 
 }  // namespace detail
@@ -59,9 +63,10 @@ class Entry : public detail::NodeView<TARN_FORM_ENTRY_MAGIC> {
    *  @return the number; nothing unless the value is decimal digits with an optional sign, with
    *          white space around them or not, and the number is from `least` to `most`
    */
-  std::optional<std::int64_t> integer(std::int64_t least = INT64_MIN,
-                                      std::int64_t most = INT64_MAX) const noexcept {
-    return detail::integer_of(value(), least, most);
+  template <class Number = std::int64_t>
+  std::optional<Number> integer(std::int64_t least = INT64_MIN,
+                                std::int64_t most = INT64_MAX) const noexcept {
+    return detail::integer_of<Number>(value(), least, most);
   }
 
   /** Reads the value as FormEntry_getIntegerValue() does: up to the first byte that is not a digit.

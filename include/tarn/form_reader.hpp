@@ -164,10 +164,11 @@ class Problem {
   std::uint64_t offset() const noexcept { return TarnForm_problemOffset(form_); }
 
   /** Which limit was exceeded; nothing unless the problem is `limit` or `timed_out`. */
-  std::optional<FormLimit> limit() const noexcept {
+  template <class Limit = FormLimit>
+  std::optional<Limit> limit() const noexcept {
     TarnFormLimit which = 0;
-    if (TarnForm_limit(form_, &which, nullptr) == 0) return std::nullopt;
-    return static_cast<FormLimit>(which);
+    if (TarnForm_limit(form_, &which, nullptr) == 0) return {};
+    return static_cast<Limit>(which);
   }
 
   /** What that limit allows, in bytes, fields or seconds; 0 if no limit was exceeded. */
@@ -256,11 +257,11 @@ class OpenForm {
 
  protected:
   explicit OpenForm(TarnForm *form) noexcept : form_(form) {}
-  OpenForm(OpenForm &&other) noexcept : form_(std::exchange(other.form_, nullptr)) {}
+  OpenForm(OpenForm &&other) noexcept : form_(detail::exchanged(other.form_, nullptr)) {}
   OpenForm &operator=(OpenForm &&other) noexcept {
     if (this != &other) {
       TarnForm_close(form_);
-      form_ = std::exchange(other.form_, nullptr);
+      form_ = detail::exchanged(other.form_, nullptr);
     }
     return *this;
   }
@@ -327,13 +328,13 @@ class FormReader : public detail::OpenForm {
       : OpenForm(limits.set(TarnForm_open())) {}
 
   /** Takes ownership of a form of tarn_form.h and sets the pointer to null. */
-  FormReader(Adopt, TarnForm *&form) noexcept : OpenForm(std::exchange(form, nullptr)) {}
+  FormReader(Adopt, TarnForm *&form) noexcept : OpenForm(detail::exchanged(form, nullptr)) {}
 
   FormReader(FormReader &&other) noexcept
-      : OpenForm(std::move(other)), current_(std::exchange(other.current_.field_, nullptr)) {}
+      : OpenForm(std::move(other)), current_(detail::exchanged(other.current_.field_, nullptr)) {}
   FormReader &operator=(FormReader &&other) noexcept {
     if (this != &other) {
-      current_.field_ = std::exchange(other.current_.field_, nullptr);
+      current_.field_ = detail::exchanged(other.current_.field_, nullptr);
       OpenForm::operator=(std::move(other));
     }
     return *this;
@@ -414,7 +415,7 @@ class FormReader : public detail::OpenForm {
   /** Gives up ownership: the caller closes the form with TarnForm_close(). */
   [[nodiscard]] TarnForm *release() noexcept {
     current_.field_ = nullptr;
-    return std::exchange(form_, nullptr);
+    return detail::exchanged(form_, nullptr);
   }
 
  private:

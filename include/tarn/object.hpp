@@ -71,7 +71,7 @@ class Owned {
   /** Takes ownership of an object and sets the handle to 0. An object of another type stays with
    *  the caller, and this one is empty. */
   Owned(Adopt, TarnHandle &handle) noexcept
-      : handle_(CGIgs_IsA(&handle, kMagic) != 0 ? std::exchange(handle, 0) : 0) {}
+      : handle_(CGIgs_IsA(&handle, kMagic) != 0 ? detail::exchanged(handle, 0) : 0) {}
 
   Owned(Owned &&other) noexcept : handle_(other.release()) {}
   Owned &operator=(Owned &&other) noexcept {
@@ -101,7 +101,7 @@ class Owned {
   TarnHandle *handle() &noexcept { return &handle_; }
 
   /** Gives up ownership: the caller deletes the object. */
-  [[nodiscard]] TarnHandle release() noexcept { return std::exchange(handle_, 0); }
+  [[nodiscard]] TarnHandle release() noexcept { return detail::exchanged(handle_, 0); }
 
  protected:
   Owned() noexcept = default;

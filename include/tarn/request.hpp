@@ -56,9 +56,10 @@ inline CutParts no_cut_parts = {0, false, nullptr, 0};
 class CutPartsOwner {
  public:
   CutPartsOwner() noexcept = default;
-  CutPartsOwner(CutPartsOwner &&other) noexcept : parts_(std::exchange(other.parts_, nullptr)) {}
+  CutPartsOwner(CutPartsOwner &&other) noexcept
+      : parts_(detail::exchanged(other.parts_, nullptr)) {}
   CutPartsOwner &operator=(CutPartsOwner &&other) noexcept {
-    std::swap(parts_, other.parts_);
+    detail::swap_values(parts_, other.parts_);
     return *this;
   }
   CutPartsOwner(const CutPartsOwner &) = delete;
@@ -126,8 +127,9 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
    *  @return a view, empty for a field that was left empty; nothing when there is no such field
    */
   std::optional<std::string_view> operator[](const detail::Name &name) const &noexcept {
-    const std::optional<Entry> found = entry(name);
-    return found ? std::optional(found->value()) : std::nullopt;
+    const Entry found = find(name);
+    if (!found) return {};
+    return found.value();
   }
   void operator[](const detail::Name &) const && = delete;
   void operator[](int) const = delete;
@@ -143,8 +145,11 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   void get(const detail::Name &, Text &&) const = delete;
 
   /** The first field with this name; nothing when there is none. */
-  std::optional<Entry> entry(const detail::Name &name) const &noexcept {
-    return first<Entry, Tarn_getElementByName>(name);
+  template <class Found = Entry>
+  std::optional<Found> entry(const detail::Name &name) const &noexcept {
+    const Found found = find(name);
+    if (!found) return {};
+    return found;
   }
   void entry(const detail::Name &) const && = delete;
 
@@ -162,17 +167,16 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
    *  @param least,most  the range to accept
    *  @return as Entry::integer(); nothing also when there is no such field
    */
-  std::optional<std::int64_t> integer(const detail::Name &name, std::int64_t least = INT64_MIN,
-                                      std::int64_t most = INT64_MAX) const noexcept {
-    const std::optional<Entry> found = entry(name);
-    return found ? found->integer(least, most) : std::nullopt;
+  template <class Number = std::int64_t>
+  std::optional<Number> integer(const detail::Name &name, std::int64_t least = INT64_MIN,
+                                std::int64_t most = INT64_MAX) const noexcept {
+    const Entry found = find(name);
+    if (!found) return {};
+    return found.template integer<Number>(least, most);
   }
 
   /** Reads the first field with this name as Entry::number() does; 0 when there is none. */
-  std::int32_t number(const detail::Name &name) const noexcept {
-    const std::optional<Entry> found = entry(name);
-    return found ? found->number() : 0;
-  }
+  std::int32_t number(const detail::Name &name) const noexcept { return find(name).number(); }
 
   /** All fields, in order. */
   Entries entries() const &noexcept { return Entries(child(TARN_REQUEST_ENTRIES)); }
@@ -180,7 +184,8 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** The first file whose field has this name, up to its first CR LF; nothing when there is none.
    *  Include `tarn/file.hpp` to call it. */
-  std::optional<File> file(const detail::Name &name) const &noexcept;
+  template <class Found = File>
+  std::optional<Found> file(const detail::Name &name) const &noexcept;
   void file(const detail::Name &) const && = delete;
 
   /** All files, in order. */
@@ -230,10 +235,9 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
     return detail::query<CGIgs_getStruct>(handle_, slot, TARN_REQUEST_MAGIC);
   }
 
-  template <class Item, auto kFind>
-  std::optional<Item> first(const detail::Name &name) const noexcept {
-    const TarnHandle found = detail::query<kFind>(handle_, name.c_str());
-    return found != 0 ? std::optional<Item>(found) : std::nullopt;
+  // The first field with this name, or an entry without an object.
+  Entry find(const detail::Name &name) const noexcept {
+    return Entry(detail::query<Tarn_getElementByName>(handle_, name.c_str()));
   }
 
   TarnStatus status_ = TARN_OK;

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <ctime>
 #include <initializer_list>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -167,7 +166,7 @@ class Response {
   Response(Response &&other) noexcept
       : out_(other.out_),
         head_(other.head_),
-        sent_(std::exchange(other.sent_, true)),
+        sent_(detail::exchanged(other.sent_, true)),
         status_(other.status_),
         type_(std::move(other.type_)),
         location_(std::move(other.location_)),
@@ -176,6 +175,8 @@ class Response {
         disposition_(std::move(other.disposition_)),
         lines_(std::move(other.lines_)),
         cookies_(std::move(other.cookies_)),
+        has_no_store_(other.has_no_store_),
+        has_nosniff_(other.has_nosniff_),
         problem_(other.problem_) {}
 
   /** Sets the status, from 200 to 599. The default is 200. A status that does not redirect takes back
@@ -239,11 +240,12 @@ class Response {
     return *this;
   }
 
-  /** Forbids all caches to store the response. */
-  Response &no_store() &noexcept { return header("Cache-Control", "no-store"); }
+  /** Forbids all caches to store the response. The header is sent once, however often this is called.
+   */
+  Response &no_store() &noexcept { return once(has_no_store_, "Cache-Control", "no-store"); }
 
-  /** Forbids browsers to guess a type other than the content type. */
-  Response &nosniff() &noexcept { return header("X-Content-Type-Options", "nosniff"); }
+  /** Forbids browsers to guess a type other than the content type. The header is sent once, too. */
+  Response &nosniff() &noexcept { return once(has_nosniff_, "X-Content-Type-Options", "nosniff"); }
 
   /** Forbids other pages to show this one in a frame. */
   Response &deny_framing() &noexcept { return header("X-Frame-Options", "DENY"); }
@@ -461,6 +463,12 @@ class Response {
     return *this;
   }
 
+  Response &once(bool &is_added, std::string_view name, std::string_view value) noexcept {
+    if (is_added) return *this;
+    is_added = true;
+    return header(name, value);
+  }
+
   Response &set_etag(std::string_view beginning, std::string_view tag) noexcept {
     const auto in_tag = [](char c) { return !detail::is_control(c) && c != ' ' && c != '"'; };
     if (!detail::all_of(tag, in_tag)) return refuse("invalid etag");
@@ -489,10 +497,14 @@ class Response {
     return end();
   }
 
-  // Writes the header, or the whole page that says that there is no response. Without a size, the body
-  // ends with the output. @return whether a body follows
-  bool begin(std::string_view type, std::optional<std::uint64_t> size) noexcept {
-    if (std::exchange(sent_, true)) {
+  // A body that ends with the output.
+  static constexpr std::uint64_t kUnknownSize = UINT64_MAX;
+
+  // Writes the header, or the whole page that says that there is no response.
+  //
+  // @return whether a body follows
+  bool begin(std::string_view type, std::uint64_t size) noexcept {
+    if (detail::exchanged(sent_, true)) {
       refuse("response was already sent");
       return false;
     }
@@ -517,8 +529,7 @@ class Response {
 
   // Without a Status line the server assumes 200, and is still free to send 304 instead.
   bool write_header(int status, std::string_view type,
-                    std::initializer_list<std::string_view> lines,
-                    std::optional<std::uint64_t> size) noexcept {
+                    std::initializer_list<std::string_view> lines, std::uint64_t size) noexcept {
     const bool has_body = status != 204 && status != 304;
     if (status != 200) std::fprintf(out_, "Status: %d %s\r\n", status, detail::reason_for(status));
     if (has_body) {
@@ -527,7 +538,9 @@ class Response {
       put("\r\n");
     }
     for (const std::string_view line : lines) put(line);
-    if (has_body && size) std::fprintf(out_, "Content-Length: %" PRIu64 "\r\n", *size);
+    if (has_body && size != kUnknownSize) {
+      std::fprintf(out_, "Content-Length: %" PRIu64 "\r\n", size);
+    }
     put("\r\n");
     return has_body && !head_;
   }
@@ -545,9 +558,10 @@ class Response {
       if (all.empty()) return all;
       return std::string_view(all.data() + name.size(), all.size() - name.size() - 2);
     };
-    const std::optional<std::int64_t> modified =
-        detail::seconds_of(value(modified_, "Last-Modified: "), now);
-    return {value(etag_, "ETag: "), modified.value_or(INT64_MAX), size};
+    std::int64_t modified = 0;
+    if (!detail::read_date(value(modified_, "Last-Modified: "), now, modified))
+      modified = INT64_MAX;
+    return {value(etag_, "ETag: "), modified, size};
   }
 
   void put(std::string_view text) noexcept {
@@ -566,6 +580,8 @@ class Response {
   Text disposition_{adopt, nullptr, 0};
   detail::Buffer lines_;
   detail::Buffer cookies_;
+  bool has_no_store_ = false;
+  bool has_nosniff_ = false;
   const char *problem_ = nullptr;
 };
 

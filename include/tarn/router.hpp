@@ -132,7 +132,7 @@ class Router {
    *  @return what the function returned; if there was none, 0, or 1 if the response could not be sent
    */
   [[nodiscard]] int finish() noexcept {
-    if (std::exchange(done_, true)) return status_;
+    if (detail::exchanged(done_, true)) return status_;
     const Text methods = methods_.take();
     Response response;
     bool sent = false;

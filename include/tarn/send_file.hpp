@@ -196,8 +196,8 @@ class StoredFile {
 
   // There is no file in `other` afterwards.
   StoredFile(StoredFile &&other) noexcept
-      : file_(std::exchange(other.file_, -1)),
-        error_(std::exchange(other.error_, EBADF)),
+      : file_(detail::exchanged(other.file_, -1)),
+        error_(detail::exchanged(other.error_, EBADF)),
         type_(other.type_),
         size_(other.size_),
         modified_(other.modified_),

@@ -10,6 +10,7 @@
 #define TARN_SIGNED_HPP
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -145,6 +146,21 @@ inline void put_mac(TokenHead &head, const unsigned char *key, const Use &use,
   sodium_memzero(&state, sizeof state);
 }
 
+// At most 256 bytes, which a signal does not cut short. @return false if there are none
+inline bool get_random(unsigned char *bytes, std::size_t size) noexcept {
+  ssize_t got = 0;
+  do got = ::getrandom(bytes, size, 0);
+  while (got < 0 && errno == EINTR);
+  return got == static_cast<ssize_t>(size);
+}
+
+// Without random bytes, sodium_init() would end the process.
+inline const char *problem_of_sodium() noexcept {
+  unsigned char byte = 0;
+  if (!get_random(&byte, 1)) return "keys: libsodium needs getrandom(), which failed";
+  return sodium_init() < 0 ? "libsodium cannot be used" : nullptr;
+}
+
 }  // namespace detail
 
 /** The keys that sign and verify.
@@ -160,7 +176,8 @@ inline void put_mac(TokenHead &head, const unsigned char *key, const Use &use,
  *  A key is 32 random bytes, written as 64 hexadecimal digits. White space separates keys; write one a
  *  line. The first key signs and all of them verify. To replace a key, put a new one before it, and
  *  remove the old one when all that it signed has expired. Without keys, nothing is signed and nothing
- *  is valid.
+ *  is valid. There are no keys either where a filter of system calls forbids getrandom(), which
+ *  libsodium needs.
  *
  *  The keys are overwritten when the object is destroyed. It cannot be copied or moved.
  */
@@ -335,13 +352,9 @@ class Keys {
       1;  // without the zero byte
 
   Keys(const char *name, void (Keys::*read)(const char *)) noexcept {
-    if (sodium_init() < 0) {
-      problem_ = "libsodium cannot be used";
-    } else if (name == nullptr) {
-      problem_ = "keys: no name of a file or variable";
-    } else {
-      (this->*read)(name);
-    }
+    problem_ = detail::problem_of_sodium();
+    if (problem_ == nullptr && name == nullptr) problem_ = "keys: no name of a file or variable";
+    if (problem_ == nullptr) (this->*read)(name);
     if (problem_ == nullptr && size_ == 0) problem_ = "keys: there is none";
     if (problem_ != nullptr) size_ = 0;
   }
@@ -482,15 +495,16 @@ class Keys {
 
 /** Makes a random text that nobody can guess, such as the value of a session cookie.
  *
- *  @return 32 hexadecimal digits, which are 16 random bytes; or the reason why there is none
+ *  @return 32 hexadecimal digits, which are 16 random bytes of getrandom(); or the reason why there is
+ *          none: memory ran out, or a filter of system calls forbids getrandom()
  */
 [[nodiscard]] inline Text random_id() noexcept {
   unsigned char bytes[16];
   constexpr std::size_t kDigits = 2 * sizeof bytes;
   detail::Array<char> digits;
-  if (sodium_init() < 0) return Text::refused("libsodium cannot be used");
   if (digits.reserve(kDigits + 1) == nullptr) return Text::refused(detail::kOutOfMemory);
-  randombytes_buf(bytes, sizeof bytes);
+  // randombytes_buf() would end the process if there are none.
+  if (!detail::get_random(bytes, sizeof bytes)) return Text::refused("getrandom() failed");
   sodium_bin2hex(digits.data(), kDigits + 1, bytes, sizeof bytes);
   return {adopt, digits.release(), kDigits};
 }

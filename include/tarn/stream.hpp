@@ -27,7 +27,7 @@ class Stream {
   /** Begins the response, which must live as long as the stream. Nothing can be added to it then. Its
    *  content type is text/plain in UTF-8 unless content_type() was called. */
   explicit Stream(Response &response) noexcept
-      : response_(response), wanted_(response.begin(detail::kPlainText, std::nullopt)) {}
+      : response_(response), wanted_(response.begin(detail::kPlainText, Response::kUnknownSize)) {}
   Stream(const Stream &) = delete;
   Stream &operator=(const Stream &) = delete;
 

@@ -47,11 +47,13 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
   }
 
   String(String &&other) noexcept
-      : Owned(std::move(other)), size_(std::exchange(other.size_, 0)), is_known_(other.is_known_) {}
+      : Owned(std::move(other)),
+        size_(detail::exchanged(other.size_, 0)),
+        is_known_(other.is_known_) {}
   // Somebody may have the address of either handle.
   String &operator=(String &&other) noexcept {
     Owned::operator=(static_cast<Owned &&>(other));
-    size_ = this != &other ? std::exchange(other.size_, 0) : size_;
+    size_ = this != &other ? detail::exchanged(other.size_, 0) : size_;
     is_known_ = is_known_ && other.is_known_;
     return *this;
   }

@@ -29,14 +29,14 @@ class Text {
 
   // There is no text in `other` afterwards.
   Text(Text &&other) noexcept
-      : text_(std::exchange(other.text_, nullptr)),
-        size_(std::exchange(other.size_, 0)),
-        problem_(std::exchange(other.problem_, "text was moved from")) {}
+      : text_(detail::exchanged(other.text_, nullptr)),
+        size_(detail::exchanged(other.size_, 0)),
+        problem_(detail::exchanged(other.problem_, "text was moved from")) {}
   Text &operator=(Text &&other) noexcept {
     Text moved(std::move(other));
-    std::swap(text_, moved.text_);
-    std::swap(size_, moved.size_);
-    std::swap(problem_, moved.problem_);
+    detail::swap_values(text_, moved.text_);
+    detail::swap_values(size_, moved.size_);
+    detail::swap_values(problem_, moved.problem_);
     return *this;
   }
   ~Text() { std::free(text_); }
@@ -73,9 +73,9 @@ class Array {
  public:
   Array() noexcept = default;
   Array(Array &&other) noexcept
-      : items_(std::exchange(other.items_, nullptr)),
-        size_(std::exchange(other.size_, 0)),
-        room_(std::exchange(other.room_, 0)) {}
+      : items_(detail::exchanged(other.items_, nullptr)),
+        size_(detail::exchanged(other.size_, 0)),
+        room_(detail::exchanged(other.room_, 0)) {}
   ~Array() { std::free(items_); }
   Array(const Array &) = delete;
   Array &operator=(const Array &) = delete;
@@ -113,7 +113,7 @@ class Array {
   // Gives the block to the caller. The array is empty then.
   Item *release() noexcept {
     size_ = room_ = 0;
-    return std::exchange(items_, nullptr);
+    return detail::exchanged(items_, nullptr);
   }
 
  private:

@@ -212,10 +212,10 @@ class Decimal {
     }
   }
 
-  // The nearest number; nothing if it is too large for a double. The text that strtod() reads has no
+  // The nearest number; out of range if it is too large for a double. The text that strtod() reads has no
   // decimal point, so the locale does not matter.
-  std::optional<double> times_ten_to(std::int64_t power) noexcept {
-    if (size_ == 0) return 0;
+  Checked<double> times_ten_to(std::int64_t power) noexcept {
+    if (size_ == 0) return 0.0;
     if (has_more_) digits_[size_++] = '1';
     power += power_ - (has_more_ ? 1 : 0);
     if (power < -kMostPower) power = -kMostPower;
@@ -226,7 +226,8 @@ class Decimal {
     const double number = std::strtod(digits_, nullptr);
     const bool is_too_large = errno == ERANGE && number > 1;
     errno = before;
-    return is_too_large ? std::nullopt : std::optional(number);
+    if (is_too_large) return Reason::out_of_range;
+    return number;
   }
 
  private:
@@ -279,9 +280,11 @@ inline Checked<std::int64_t> integer(const detail::GivenText &text, std::int64_t
   std::string_view digits = text.view();
   detail::take(digits, '-');
   if (detail::take_digits(digits).empty() || !digits.empty()) return Reason::malformed;
-  const std::optional<std::int64_t> number = detail::whole_number(text.view());
-  if (!number || *number < least || *number > most) return Reason::out_of_range;
-  return *number;
+  std::int64_t number = 0;
+  if (!detail::read_whole_number(text.view(), number) || number < least || number > most) {
+    return Reason::out_of_range;
+  }
+  return number;
 }
 
 /** A number: digits with a decimal point or not, and a power of ten or not.
@@ -313,7 +316,7 @@ inline Checked<double> real(const detail::GivenText &text, double least = -DBL_M
   detail::Decimal decimal;
   decimal.add(whole, false);
   decimal.add(fraction, true);
-  const std::optional<double> magnitude = decimal.times_ten_to(power);
+  const Checked<double> magnitude = decimal.times_ten_to(power);
   if (!magnitude) return Reason::out_of_range;
   const double number = is_negative ? -*magnitude : *magnitude;
   if (!(number >= least && number <= most)) return Reason::out_of_range;

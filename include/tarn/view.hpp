@@ -118,8 +118,8 @@ class Range {
     Iterator &operator-=(difference_type n) noexcept { return *this += -n; }
     Iterator &operator++() noexcept { return *this += 1; }
     Iterator &operator--() noexcept { return *this += -1; }
-    Iterator operator++(int) noexcept { return std::exchange(*this, *this + 1); }
-    Iterator operator--(int) noexcept { return std::exchange(*this, *this - 1); }
+    Iterator operator++(int) noexcept { return detail::exchanged(*this, *this + 1); }
+    Iterator operator--(int) noexcept { return detail::exchanged(*this, *this - 1); }
 
     friend Iterator operator+(Iterator i, difference_type n) noexcept { return i += n; }
     friend Iterator operator+(difference_type n, Iterator i) noexcept { return i += n; }

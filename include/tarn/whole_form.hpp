@@ -171,10 +171,12 @@ class Form : public detail::OpenForm {
    *  @param least,most  the range to accept
    *  @return as Entry::integer(); nothing also when there is no such text
    */
-  std::optional<std::int64_t> integer(const detail::Name &name, std::int64_t least = INT64_MIN,
-                                      std::int64_t most = INT64_MAX) const noexcept {
+  template <class Number = std::int64_t>
+  std::optional<Number> integer(const detail::Name &name, std::int64_t least = INT64_MIN,
+                                std::int64_t most = INT64_MAX) const noexcept {
     const std::optional<std::string_view> text = (*this)[name];
-    return text ? detail::integer_of(*text, least, most) : std::nullopt;
+    if (!text) return {};
+    return detail::integer_of<Number>(*text, least, most);
   }
 
   /** All texts with this name, in order. */
@@ -182,8 +184,9 @@ class Form : public detail::OpenForm {
   void all(const detail::Name &) const && = delete;
 
   /** The first file with this name; nothing when the visitor chose none. */
-  std::optional<KeptField> file(const detail::Name &name) const &noexcept {
-    return first<FormFiles>(name);
+  template <class Found = KeptField>
+  std::optional<Found> file(const detail::Name &name) const &noexcept {
+    return first<detail::FieldRange<Found, detail::Wanted::files>>(name);
   }
   void file(const detail::Name &) const && = delete;
 
@@ -201,17 +204,18 @@ class Form : public detail::OpenForm {
    *  @param index  0 for the first field of that name, 1 for the second
    *  @return the field; nothing when there is none
    */
-  std::optional<KeptField> field(const detail::Name &name,
-                                 std::uint64_t index = 0) const &noexcept {
-    return optional_field(name.c_str() != nullptr ? TarnForm_get(form_, name.c_str(), index)
-                                                  : nullptr);
+  template <class Found = KeptField>
+  std::optional<Found> field(const detail::Name &name, std::uint64_t index = 0) const &noexcept {
+    return optional_field<Found>(name.c_str() != nullptr ? TarnForm_get(form_, name.c_str(), index)
+                                                         : nullptr);
   }
   void field(const detail::Name &, std::uint64_t = 0) const && = delete;
 
   /** As field(), but ignores the case of ASCII letters in the name. */
-  std::optional<KeptField> field_ignoring_case(const detail::Name &name,
-                                               std::uint64_t index = 0) const &noexcept {
-    return optional_field(
+  template <class Found = KeptField>
+  std::optional<Found> field_ignoring_case(const detail::Name &name,
+                                           std::uint64_t index = 0) const &noexcept {
+    return optional_field<Found>(
         name.c_str() != nullptr ? TarnForm_getIgnoringCase(form_, name.c_str(), index) : nullptr);
   }
   void field_ignoring_case(const detail::Name &, std::uint64_t = 0) const && = delete;
@@ -238,12 +242,15 @@ class Form : public detail::OpenForm {
   // The first item of a range that all() or files() would return.
   template <class Range>
   std::optional<typename Range::value_type> first(const detail::Name &name) const noexcept {
-    if (name.c_str() == nullptr) return std::nullopt;
+    if (name.c_str() == nullptr) return {};
     const typename Range::Iterator found(form_, name.c_str());
-    return found != Range::end() ? std::optional(*found) : std::nullopt;
+    if (found == Range::end()) return {};
+    return *found;
   }
-  static std::optional<KeptField> optional_field(TarnFormField *field) noexcept {
-    return field != nullptr ? std::optional(KeptField(field)) : std::nullopt;
+  template <class Found>
+  static std::optional<Found> optional_field(TarnFormField *field) noexcept {
+    if (field == nullptr) return {};
+    return Found(field);
   }
 };
 

@@ -214,7 +214,7 @@ class Header(unittest.TestCase):
         # bench/headers.py measures what they cost.
         of_c = "cerrno cfloat cinttypes cstdarg cstddef cstdint cstdio cstdlib cstring ctime"
         of_cxx = "initializer_list new optional string_view type_traits utility"
-        of_other_libraries = "fcntl.h sys/sendfile.h sys/stat.h unistd.h sodium.h"
+        of_other_libraries = "fcntl.h sys/random.h sys/sendfile.h sys/stat.h unistd.h sodium.h"
         allowed = {*of_c.split(), *of_cxx.split(), *of_other_libraries.split()}
         text = "".join(header.read_text(encoding="utf-8") for header in [HEADER, *PARTS])
         self.assertEqual(allowed, set(re.findall(r"(?m)^#\s*include <(.*)>", text)))

@@ -551,6 +551,36 @@ TEST(Response, SendsNothingWithAnErrorThatWasMeantForAnotherBody) {
                                    "Content-Length: "));
 }
 
+TEST(Response, ForbidsCachesToStoreItOnce) {
+  Output twice;
+  EXPECT_TRUE(Response(twice).no_store().no_store().send_text(""));
+  EXPECT_EQ(
+      "Content-Type: text/plain; charset=utf-8\r\n"
+      "Cache-Control: no-store\r\n"
+      "Content-Length: 0\r\n\r\n",
+      twice.written());
+  Output out;
+  Response response(out);
+  response.no_store().header("Retry-After", "5");
+  Response moved(std::move(response));
+  EXPECT_TRUE(moved.send_error(503));
+  EXPECT_EQ(0U, out.written().find("Status: 503 Service Unavailable\r\n"
+                                   "Content-Type: text/html; charset=utf-8\r\n"
+                                   "Cache-Control: no-store\r\n"
+                                   "Retry-After: 5\r\n"
+                                   "Content-Length: "));
+}
+
+TEST(Response, ForbidsToGuessTheTypeOnce) {
+  Output out;
+  EXPECT_TRUE(Response(out).nosniff().nosniff().send_text(""));
+  EXPECT_EQ(
+      "Content-Type: text/plain; charset=utf-8\r\n"
+      "X-Content-Type-Options: nosniff\r\n"
+      "Content-Length: 0\r\n\r\n",
+      out.written());
+}
+
 TEST(Response, HasErrorsFrom400To599) {
   for (const int code : {400, 418, 599}) {
     Output out;

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 #include <sodium.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <tarn.hpp>
 #include <tarn/signed.hpp>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -20,6 +22,17 @@
 
 #include "support/failing_memory.h"
 #include "support/script.h"
+
+namespace {
+bool isRandomForbidden = false;
+}
+
+// Takes the place of the function of libc, for libsodium too.
+extern "C" ssize_t getrandom(void *bytes, size_t size, unsigned flags) {
+  if (!isRandomForbidden) return syscall(SYS_getrandom, bytes, size, flags);
+  errno = EPERM;
+  return -1;
+}
 
 namespace {
 
@@ -607,6 +620,22 @@ TEST_F(Signed, RandomIdsDiffer) {
     all.emplace(id.view());
   }
   EXPECT_EQ(1000U, all.size());
+}
+
+// libsodium would end the process.
+TEST_F(Signed, WithoutRandomBytesThereAreNeitherKeysNorIds) {
+  asScript({{"KEYS", kKey}}, "", [] {
+    isRandomForbidden = true;
+    const Keys keys = Keys::from_variable("KEYS");
+    EXPECT_STREQ("keys: libsodium needs getrandom(), which failed", keys.problem());
+    EXPECT_EQ(Verdict::failed, keys.verify("test", "token").verdict());
+    const tarn::Text id = tarn::random_id();
+    EXPECT_STREQ("getrandom() failed", id.problem());
+    EXPECT_EQ("", id.view());
+    isRandomForbidden = false;
+    EXPECT_TRUE(Keys::from_variable("KEYS"));
+    EXPECT_TRUE(tarn::random_id());
+  });
 }
 
 // ---- Memory --------------------------------------------------------------------------------------
