@@ -81,7 +81,7 @@ static int isId(const char *text) {
 
 static int makeId(char id[ID_DIGITS + 1]) {
   unsigned char bytes[ID_BYTES];
-  if (getentropy(bytes, sizeof bytes) != 0) return 0;
+  if (getrandom(bytes, sizeof bytes, 0) != sizeof bytes) return 0;
   for (size_t i = 0; i < ID_BYTES; i++) sprintf(id + i * 2, "%02x", bytes[i]);
   return 1;
 }

@@ -11,6 +11,15 @@
 #include <cstdlib>
 #include <cstring>
 
+// musl 1.2.3 has no function for this call.
+#ifndef RENAME_NOREPLACE
+#include <sys/syscall.h>
+#define RENAME_NOREPLACE 1U
+static int renameat2(int from, const char *old, int to, const char *name, unsigned flags) {
+  return static_cast<int>(syscall(SYS_renameat2, from, old, to, name, flags));
+}
+#endif
+
 namespace tarn::form {
 namespace {
 

@@ -1,6 +1,7 @@
 #include "serve/call_filter.h"
 
 #include <asm/ioctls.h>
+#include <asm/sockios.h>
 #include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/fs.h>

@@ -17,6 +17,14 @@ inline constexpr int kNewestCall = 462;  // that a filter was written for
 
 }  // namespace tarn::server
 
+// These are the same everywhere, too. Some C libraries are older.
+#ifndef SYS_process_mrelease
+#define SYS_process_mrelease 448
+#endif
+#ifndef SYS_quotactl_fd
+#define SYS_quotactl_fd 443
+#endif
+
 // Only some architectures have these.
 #ifndef SYS_chmod
 #define SYS_chmod tarn::server::kNoCall

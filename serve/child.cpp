@@ -26,7 +26,8 @@ namespace {
 // A limit that is lower already stays.
 void limit(int resource, uint64_t most, uint64_t grace = 0) {
   if (most == ChildLimits::kNoLimit) return;
-  const auto kind = static_cast<__rlimit_resource>(resource);
+  // C libraries disagree about its type.
+  const auto kind = static_cast<decltype(RLIMIT_CPU)>(resource);
   rlimit limits;
   if (getrlimit(kind, &limits) != 0) return;
   const rlim_t hardest = limits.rlim_max;

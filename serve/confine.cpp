@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "serve/log.h"
 #include "serve/program_files.h"
@@ -90,8 +91,8 @@ bool dropCapabilities() {
 // ---- Options -------------------------------------------------------------------------------------
 
 bool isFlag(const char *name) {
-  return std::ranges::any_of(kFlags,
-                             [&](const Flag &flag) { return std::strcmp(name, flag.name) == 0; });
+  return std::any_of(std::begin(kFlags), std::end(kFlags),
+                     [&](const Flag &flag) { return std::strcmp(name, flag.name) == 0; });
 }
 
 bool setRight(Rights &rights, const char *name, const char *value, const char *&problem) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/auxv.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -76,7 +77,8 @@ void Program::run(int file, const WorkerFiles &files) const {
                           files.listeners[i]);
   }
   putenv(variable);
-  execveat(file, "", line_.arguments(), environ, AT_EMPTY_PATH);
+  // musl has no function for it.
+  syscall(SYS_execveat, file, "", line_.arguments(), environ, AT_EMPTY_PATH);
 }
 
 bool wasStartedAsWorker() {

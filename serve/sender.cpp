@@ -46,7 +46,7 @@ void Sender::stream(RecordType type, uint16_t request, std::string_view first,
 size_t Sender::sendNow(iovec *parts, size_t count) {
   msghdr message = {};
   message.msg_iov = parts;
-  message.msg_iovlen = count;
+  message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
   for (;;) {
     const ssize_t sent = sendmsg(socket_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent >= 0) {
