@@ -238,7 +238,8 @@ TEST(BodyLarge, MayEndAnywhereInAPage) {
 
 TEST(BodyLarge, StartsWhereTheDescriptorIs) {
   const std::string body = upload(kLeastMapped);
-  for (const size_t offset : {1UL, 4095UL, 4096UL, 65536UL, 131072UL, 131073UL}) {
+  for (const size_t offset :
+       {size_t{1}, size_t{4095}, size_t{4096}, size_t{65536}, size_t{131072}, size_t{131073}}) {
     const std::string bytes = noise(offset) + body;
     for (const Input kind : kInputs) {
       withInput(kind, postOf(kMultipart, body.size()), bytes, offset, [&] {
@@ -252,7 +253,7 @@ TEST(BodyLarge, StartsWhereTheDescriptorIs) {
 
 TEST(BodyLarge, StartsWhereTheScriptStoppedReading) {
   const std::string body = upload(kLeastMapped);
-  for (const size_t taken : {1UL, 4095UL, 4096UL, 65536UL}) {
+  for (const size_t taken : {size_t{1}, size_t{4095}, size_t{4096}, size_t{65536}}) {
     const std::string bytes = noise(taken) + body;
     for (const Input kind : kInputs) {
       withInput(kind, postOf(kMultipart, body.size()), bytes, 0, [&] {
@@ -274,7 +275,7 @@ TEST(BodyLarge, StartsWhereTheScriptStoppedReading) {
 
 TEST(BodyLarge, LeavesTheRestOfALongerInputToStdio) {
   const std::string rest = noise(100000, 7);
-  for (const size_t more : {0UL, 1UL, 100UL, 4096UL}) {
+  for (const size_t more : {size_t{0}, size_t{1}, size_t{100}, size_t{4096}}) {
     const std::string body = "a=" + std::string(kLeastMapped + more, 'x');
     for (const Input kind : kInputs) {
       withInput(kind, postOf(kUrlEncoded, body.size()), body + rest, 0, [&] {
@@ -291,10 +292,11 @@ TEST(BodyLarge, LeavesTheRestOfALongerInputToStdio) {
 }
 
 TEST(BodyLarge, ShorterThanDeclaredIsPaddedWithZeros) {
-  for (const size_t size : {0UL, 10UL, 4096UL, kLeastMapped - 500, kLeastMapped, kLeastMapped + 1,
-                            kLeastMapped + 4096}) {
+  for (const size_t size : {size_t{0}, size_t{10}, size_t{4096}, kLeastMapped - 500, kLeastMapped,
+                            kLeastMapped + 1, kLeastMapped + 4096}) {
     const std::string body = upload(size);
-    for (const size_t missing : {1UL, 4095UL, 4096UL, kLeastMapped, 5 * kMegabyte}) {
+    for (const size_t missing :
+         {size_t{1}, size_t{4095}, size_t{4096}, kLeastMapped, 5 * kMegabyte}) {
       for (const Input kind : kInputs) {
         withInput(kind, postOf(kMultipart, body.size() + missing), body, 0, [&] {
           Request request;
