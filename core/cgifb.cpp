@@ -18,7 +18,7 @@ void keepToTheEnd(const void *block) {
 }
 
 // The bytes are shared by copies of the node and never freed. Kept: quirk 31.
-void storeBytes(Node &buffer, OwnedText block, uint32_t count) {
+void storeBytes(Node &buffer, OwnedBytes block, uint32_t count) {
   keepToTheEnd(block.get());
   buffer.fixed = handleOf(block.release());
   buffer.ints[TARN_BYTE_BUFFER_LENGTH] = count;
@@ -26,7 +26,7 @@ void storeBytes(Node &buffer, OwnedText block, uint32_t count) {
 
 }  // namespace
 
-Node *newByteBuffer(OwnedText block, uint32_t count) {
+Node *newByteBuffer(OwnedBytes block, uint32_t count) {
   Node *buffer = newNode(TARN_BYTE_BUFFER_MAGIC);
   if (buffer && block && count > 0) storeBytes(*buffer, std::move(block), count);
   return buffer;

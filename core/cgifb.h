@@ -11,9 +11,9 @@ struct Bytes {
   uint32_t count;
 };
 
-// A buffer that takes over a block made by newText(), without copying its `count` bytes; empty if
+// A buffer that takes over a block of `count` bytes and a zero byte, without copying it; empty if
 // `count` is 0 or the block is null. Null if the node cannot be allocated.
-Node *newByteBuffer(OwnedText block, uint32_t count);
+Node *newByteBuffer(OwnedBytes block, uint32_t count);
 
 // Fills a buffer with a copy; TARN_WRONG_TYPE if the buffer is null.
 TarnStatus fillByteBuffer(Node *buffer, const void *data, uint32_t length);

@@ -2,6 +2,8 @@
 #ifndef TARN_CORE_MEMORY_H
 #define TARN_CORE_MEMORY_H
 
+#include <sys/mman.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -28,6 +30,27 @@ struct Free {
 
 // A text or a run of bytes that no slot owns yet.
 using OwnedText = std::unique_ptr<char, Free>;
+
+// Frees a block, or removes the mapping that it is in.
+struct Release {
+  Release() = default;
+  Release(Free) {}
+  Release(void *start, size_t count) : mapping(start), size(count) {}
+
+  void operator()(char *block) const {
+    if (mapping) {
+      munmap(mapping, size);
+    } else {
+      std::free(block);
+    }
+  }
+
+  void *mapping = nullptr;  // null for a block from malloc()
+  size_t size = 0;
+};
+
+// The same, but it may be a mapping: for bytes that nobody frees once they are stored.
+using OwnedBytes = std::unique_ptr<char, Release>;
 
 // Empties a slot and returns what it held, so that no slot refers to a block about to be freed.
 template <class T>

@@ -2,8 +2,6 @@
 
 #include <strings.h>
 
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -22,24 +20,15 @@ bool lengthExceeds(int32_t length) {
   return std::atoll(environmentVariable("CONTENT_LENGTH")) > length;
 }
 
-// Reads on after a signal; stops at the end of the input or at an error.
-size_t readInput(char *block, size_t length) {
-  for (size_t arrived = 0;;) {
-    errno = 0;
-    arrived += std::fread(block + arrived, 1, length - arrived, stdin);
-    if (arrived == length || std::feof(stdin) || errno != EINTR) return arrived;
-    std::clearerr(stdin);
-  }
-}
-
 // Reads the body into the block that the environment keeps. Bytes that do not arrive are zero.
 // Kept: quirk 26.
 TarnStatus readBody(int32_t length, Capture &capture) {
   if (length < 0) return TARN_BAD_ARGUMENT;
   const auto count = static_cast<uint32_t>(length);
-  OwnedText block = newZeroedText(count);
+  size_t arrived = 0;
+  OwnedBytes block = capture.body.read(count, arrived);
   if (!block) return TARN_BAD_ARGUMENT;
-  const std::string_view input(block.get(), readInput(block.get(), count));
+  const std::string_view input(block.get(), arrived);
   if (input.size() < count) markIncomplete(capture.environment);
   Node *body = newByteBuffer(std::move(block), count);
   if (!body) return TARN_WRONG_TYPE;
@@ -58,10 +47,10 @@ void releaseCookies(const Node &environment) {
 
 bool isPost() { return strcasecmp(environmentVariable("REQUEST_METHOD"), "post") == 0; }
 
-Capture captureEnvironment() {
-  Capture capture{newNode(TARN_ENVIRONMENT_MAGIC), TARN_BAD_ARGUMENT, {}};
-  Node *environment = capture.environment;
-  if (!environment) return capture;
+void captureEnvironment(Capture &capture) {
+  Node *environment = newNode(TARN_ENVIRONMENT_MAGIC);
+  if (!environment) return;
+  capture.environment = environment;
   capture.status = TARN_OK;
   const int32_t length = numberIn("CONTENT_LENGTH");
   environment->ints[TARN_ENVIRONMENT_CONTENT_LENGTH] = static_cast<uint32_t>(length);
@@ -73,7 +62,6 @@ Capture captureEnvironment() {
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {
     setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookieHeader(cookies, environment));
   }
-  return capture;
 }
 
 void destroyEnvironment(Node *environment) {
@@ -88,7 +76,8 @@ using namespace tarn::internal;
 
 TarnStatus CgiEnv_new(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
-  const Capture capture = captureEnvironment();
+  Capture capture;
+  captureEnvironment(capture);
   *handle = handleOf(capture.environment);
   return capture.status;
 }

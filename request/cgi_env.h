@@ -5,18 +5,20 @@
 #include <string_view>
 
 #include "core/cgigs.h"
+#include "request/body.h"
 
 namespace tarn::internal {
 
 // What CgiEnv_new() makes. The input is the part of the body that arrived, allocated to the end of the
 // process; null data if there is no body.
 struct Capture {
-  Node *environment;
-  TarnStatus status;
+  Node *environment = nullptr;
+  TarnStatus status = TARN_BAD_ARGUMENT;
   std::string_view input;
+  Body body;
 };
 
-Capture captureEnvironment();
+void captureEnvironment(Capture &capture);
 
 bool isPost();
 

@@ -8,12 +8,12 @@ namespace tarn::internal {
 
 using FormFiles = NodeList<TARN_FORM_FILE_LIST_MAGIC, TARN_FORM_FILE_MAGIC>;
 
-// What a file is made of. `data` comes from newText(); the file takes it over without a copy.
+// What a file is made of. A zero byte follows the data; the file takes it over without a copy.
 struct FileParts {
   OwnedText name;
   OwnedText fileName;
   OwnedText contentType;
-  OwnedText data;
+  OwnedBytes data;
   uint32_t length;
 };
 

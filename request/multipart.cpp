@@ -50,11 +50,12 @@ PartHeader parseHeader(std::string_view part) {
 // Appends the file of a part; false if its bytes cannot be allocated. Without a field name or a content
 // type the file is empty. Kept: quirk 9.
 bool appendFile(const FormLists &lists, PartHeader header, std::string_view value) {
-  FileParts parts{.name = copyText(header.name),
-                  .fileName = std::move(header.fileName),
-                  .contentType = copyText(header.contentType),
-                  .data = copyBytes(value.data(), value.size()),
-                  .length = static_cast<uint32_t>(value.size())};
+  FileParts parts{
+      .name = copyText(header.name),
+      .fileName = std::move(header.fileName),
+      .contentType = copyText(header.contentType),
+      .data = lists.body ? lists.body->copy(value) : copyBytes(value.data(), value.size()),
+      .length = static_cast<uint32_t>(value.size())};
   const bool isNamed = header.name.data() && header.contentType.data();
   if (!parts.data) {
     markIncomplete(lists.request);

@@ -18,19 +18,19 @@ constexpr std::string_view kMultipart = "multipart/form-data";
 
 Node *requestIn(const TarnHandle *handle) { return nodeIn(handle, TARN_REQUEST_MAGIC); }
 
-FormLists listsOf(Node *request) {
-  if (!request) return {nullptr, nullptr, nullptr};
+FormLists listsOf(Node *request, const Body *body = nullptr) {
+  if (!request) return {nullptr, nullptr, nullptr, body};
   return {request, FormEntries::at(request->structs[TARN_REQUEST_ENTRIES]),
-          FormFiles::at(request->structs[TARN_REQUEST_FILES])};
+          FormFiles::at(request->structs[TARN_REQUEST_FILES]), body};
 }
 
 // CONTENT_TYPE alone chooses the parser, and URL-encoded text ends at its first zero byte, whatever the
 // length. Kept: quirks 2 and 13. Any object in the first slot counts as an environment.
-TarnStatus parseForm(Node *request, const char *input, size_t length) {
+TarnStatus parseForm(Node *request, const char *input, size_t length, const Body *body = nullptr) {
   if (!input) return TARN_BAD_ARGUMENT;
   if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
   const char *contentType = environmentVariable("CONTENT_TYPE");
-  const FormLists lists = listsOf(request);
+  const FormLists lists = listsOf(request, body);
   if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
     parseMultipart(lists, {input, length}, contentType);
   } else {
@@ -39,10 +39,13 @@ TarnStatus parseForm(Node *request, const char *input, size_t length) {
   return TARN_OK;
 }
 
-// Parses the body of a POST, and the query string of any other request. Kept: quirk 3. `body` is what
-// arrived, without the zeros that pad a short body.
-TarnStatus parseRequest(Node *request, std::string_view body) {
-  if (isPost()) return body.data() ? parseForm(request, body.data(), body.size()) : TARN_OK;
+// Parses the body of a POST, and the query string of any other request. Kept: quirk 3. The input is
+// what arrived, without the zeros that pad a short body.
+TarnStatus parseRequest(Node *request, const Capture &capture) {
+  const std::string_view input = capture.input;
+  if (isPost()) {
+    return input.data() ? parseForm(request, input.data(), input.size(), &capture.body) : TARN_OK;
+  }
   const char *query = environmentVariable("QUERY_STRING");
   return parseForm(request, query, std::strlen(query));
 }
@@ -53,7 +56,8 @@ TarnStatus newRequest(TarnHandle *handle) {
   if (!handle || *handle) return TARN_BAD_ARGUMENT;
   Node *request = newNode(TARN_REQUEST_MAGIC);
   *handle = handleOf(request);
-  const Capture capture = captureEnvironment();
+  Capture capture;
+  captureEnvironment(capture);
   if (request) {
     setChild(*request, TARN_REQUEST_ENVIRONMENT, capture.environment);
     setChild(*request, TARN_REQUEST_ENTRIES, FormEntries::create());
@@ -61,7 +65,7 @@ TarnStatus newRequest(TarnHandle *handle) {
   } else {
     destroyEnvironment(capture.environment);
   }
-  return parseRequest(request, capture.input);
+  return parseRequest(request, capture);
 }
 
 template <class List>
