@@ -19,6 +19,7 @@ SECTIONS = {
     "atof": 3,
     "execve": 2,
     "free": 3,
+    "getrandom": 2,
     "malloc": 3,
     "posix_spawn": 3,
     "pread": 2,

@@ -13,7 +13,10 @@ from pathlib import Path
 from typing import Any
 
 SOURCE = Path(__file__).resolve().parent.parent
-ALL = "coverage valgrind s390x sanitizers debian tidy header servers load soak mutate compare fuzz"
+ALL = (
+    "coverage valgrind musl s390x sanitizers debian tidy header abi servers load soak mutate compare "
+    "fuzz"
+)
 
 # Each step prints its arguments; the one in the file "failing" fails.
 STEP = """#!/bin/bash
@@ -115,8 +118,8 @@ class Nightly(unittest.TestCase):
         self.assertFalse((self.root / "docs" / "nightly.md").exists())
         first = self.report("build/nightly/report.md").splitlines()[0]
         self.assertEqual(
-            "# A shortened night: without the steps coverage valgrind s390x sanitizers debian "
-            "header servers soak mutate compare fuzz",
+            "# A shortened night: without the steps coverage valgrind musl s390x sanitizers debian "
+            "header abi servers soak mutate compare fuzz",
             first,
         )
 
@@ -137,7 +140,7 @@ class Nightly(unittest.TestCase):
                 self.assertEqual(1, done.returncode)
                 page = self.report("docs/nightly.md")
                 self.assertRegex(page, rf"(?m)^\| `{step}` \| FAILED \|")
-                self.assertEqual(12, page.count("| passed |"))
+                self.assertEqual(14, page.count("| passed |"))
 
     def test_changes_since_the_last_report_are_tried(self):
         (self.root / "docs" / "nightly.md").write_text("- Revision: `2222222222`\n")

@@ -21,7 +21,7 @@ namespace tarn {
 
 namespace detail {
 
-// As detail::exchanged() and detail::swap_values(), whose declarations take compilers long.
+// As std::exchange() and std::swap(), whose declarations take compilers long.
 template <class Value, class Next>
 constexpr Value exchanged(Value &place, Next &&next) noexcept {
   Value before(static_cast<Value &&>(place));

@@ -269,7 +269,14 @@ class Cpp(unittest.TestCase):
         header = re.sub(texts, "std::string_view ", header)
         given = r"const detail::(GivenText|ViewedText) &"
         header = re.sub(given, "std::optional<std::string_view> ", header)
-        header = without_optional_spaces(re.sub(CONSTRAINT, ">", header))
+        header = re.sub(CONSTRAINT, ">", header)
+        # Nor that a function is a template of one type.
+        header = re.sub(
+            r"template <class (\w+) = ([\w:]+)>\s([^;{]*)",
+            lambda match: re.sub(rf"\b{match[1]}\b", match[2], match[3]),
+            header,
+        )
+        header = without_optional_spaces(header)
         count = 0
         for name in self.NAMES:
             for signature in signatures(article(name)):
