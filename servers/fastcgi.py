@@ -1,16 +1,14 @@
 """Servers that pass requests to programs over FastCGI. The programs serve with libtarn_serve, or
 tarn-serve runs them."""
 
-import contextlib
 import glob
 import os
 import re
 import shutil
-import signal
 import socket
 from pathlib import Path
 
-from servers.server import CONFIGURATIONS, ServerOfOrdinaryUser, free_port, read, wait_until
+from servers.server import CONFIGURATIONS, ServerOfOrdinaryUser, free_port, wait_until
 
 PROGRAMS = "bin"
 # The program in the configurations, and the port on which HAProxy finds it.
@@ -156,16 +154,6 @@ class ApacheFcgid(Fastcgi):
 
     def connect(self, script: str) -> None:
         """Apache starts a service at its first request."""
-
-    def _stop(self) -> None:
-        """A SIGTERM just after mod_fcgid's process manager was forked is lost. It runs on without
-        Apache then, and keeps a processor busy."""
-        super()._stop()
-        folder = os.fsencode(self.folder)
-        for process in glob.glob("/proc/[0-9]*/cmdline"):
-            with contextlib.suppress(OSError):  # it has ended
-                if folder in read(process).split(b"\0"):
-                    os.kill(int(process.split("/")[2]), signal.SIGTERM)
 
 
 class HaproxyFastcgi(Fastcgi):

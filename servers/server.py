@@ -226,9 +226,20 @@ class Server:
             os.kill(self.pid, signal.SIGKILL)
             os.waitpid(self.pid, 0)
             raise
+        finally:
+            self._kill_rest()
         self.pid = 0
         crashed = status is not None and status < 0 and status != -signal.SIGTERM
         assert not crashed, f"{status}: {self._read_log('error.log')}"
+
+    def _kill_rest(self) -> None:
+        """Kills what the server has left behind. The processes of mod_cgid and mod_fcgid lose a
+        signal that comes while they begin or go to sleep, and would run on without Apache."""
+        folder = os.fsencode(self.folder)
+        for process in glob.glob("/proc/[0-9]*/cmdline"):
+            with contextlib.suppress(OSError):  # it has ended
+                if folder in read(process).split(b"\0"):
+                    os.kill(int(process.split("/")[2]), signal.SIGKILL)
 
     def _read_log(self, name: str) -> str:
         return read(self.path(name)).decode(errors="replace")

@@ -1,9 +1,12 @@
-"""servers.examples prints one line when it cannot serve the examples."""
+"""servers.examples prints one line when it cannot serve the examples; servers end whole."""
 
+import signal
 import socket
 import subprocess
 import sys
 import unittest
+
+from servers import SERVERS
 
 NOBODY = 65534
 FIRST_FOR_ALL = "/proc/sys/net/ipv4/ip_unprivileged_port_start"
@@ -41,6 +44,15 @@ class APort(unittest.TestCase):
             if int(file.read()) <= 80:
                 self.skipTest("anybody may open port 80 here")
         self.assert_error(80, "Permission denied")
+
+
+class Stopping(unittest.TestCase):
+    def test_ends_what_the_server_leaves_behind(self):
+        with SERVERS["lighttpd"]({}) as server:
+            command = ["sh", "-c", "read line", "-d", server.folder]
+            left = subprocess.Popen(command, stdin=subprocess.PIPE)
+        with left:
+            self.assertEqual(left.wait(100), -signal.SIGKILL)
 
 
 if __name__ == "__main__":
