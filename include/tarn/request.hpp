@@ -237,7 +237,8 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   // The first field with this name, or an entry without an object.
   Entry find(const detail::Name &name) const noexcept {
-    return Entry(detail::query<Tarn_getElementByName>(handle_, name.c_str()));
+    const Entry found(detail::query<Tarn_getElementByName>(handle_, name.c_str()));
+    return found;
   }
 
   TarnStatus status_ = TARN_OK;

@@ -69,7 +69,7 @@ TEST(RequestComplete, NotWhenTheLengthIsNegative) {
 
 // A length beyond 32 bits is clamped. The test does not send such a body: without room for it in
 // the process, the request is incomplete anyway.
-TEST(RequestComplete, NotWhenTheBodyIsLongerThanCanBeRead) {
+TEST(RequestCompleteAddressSpace, NotWhenTheBodyIsLongerThanCanBeRead) {
   for (const char *length : {"2147483648", "4294967299", "99999999999999999999"}) {
     asScript(withLength(post(kUrlEncoded, ""), length), "a=1", [] {
       if (!kSanitized) {
