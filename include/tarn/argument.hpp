@@ -87,6 +87,7 @@ class TextArgument {
     }
   }
   template <std::size_t kSize>
+  // cppcheck-suppress uninitMemberVar  // digits_ is for numbers
   TextArgument(const char (&literal)[kSize]) noexcept {  // NOLINT(google-explicit-constructor)
     set(static_cast<const char *>(literal));
   }
