@@ -378,7 +378,7 @@ def w10(options):
     page = "cold, clear &#38; deep"
     # form-echo is linked statically, like the examples.
     expected = {"floor": "0 bytes", "form-echo": page, "form-echo-shared": page}
-    programs = [*expected, "libtarn_here.so"]
+    programs = [*expected, "libtarn_here.so", "libtarn_form_here.so"]
     rounds, count = options.rounds(20, 3), 200 if options.quick else 1000
     rates = {name: [] for name in expected}
     with Lighttpd({name: os.path.join(measure.PROGRAMS, name) for name in programs}) as web:
