@@ -23,7 +23,7 @@ namespace {
 // 2 GiB can have 8,192 such files, and Linux allows 65,530 mappings.
 constexpr size_t kLeastMapped = size_t{256} * 1024;
 
-// A multiple of the size of a page on every processor.
+// A multiple of the size of a page, which is 4 to 64 KiB on the processors that Tarn is built for.
 constexpr size_t kPages = size_t{64} * 1024;
 
 // What is read and written at once: as much as fits into a pipe, and a multiple of kPages.
@@ -151,9 +151,10 @@ bool Body::createFile(size_t size) {
 }
 
 OwnedBytes Body::copy(std::string_view bytes) const {
+  if (bytes.size() < kLeastMapped) return copyBytes(bytes.data(), bytes.size());
   const auto begin = static_cast<size_t>(bytes.data() - start_);
   // The zero byte takes the place of one that the file has.
-  if (bytes.size() >= kLeastMapped && begin < backed_ && bytes.size() < backed_ - begin) {
+  if (begin < backed_ && bytes.size() < backed_ - begin) {
     const size_t lead = begin % kPages;
     const size_t size = lead + bytes.size() + 1;
     OwnedBytes copy = mapped(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE, file_,

@@ -12,7 +12,7 @@ namespace tarn::internal {
 
 // Reads a body, and copies what is in it. A large body is a private mapping of a file: of the file
 // that is standard input, or of one in memory that the body goes through. A copy of many of its bytes
-// is another private mapping of that file, so both cost memory only where one of them is changed.
+// is another private mapping of that file, so it costs memory only where one of them is changed.
 class Body {
  public:
   Body() = default;

@@ -188,7 +188,7 @@ void expectRequest(Request &request, const std::string &contentType, const std::
   EXPECT_EQ(body.size() == declared ? 1U : 0U, Tarn_isComplete(&request.handle));
 }
 
-TEST(BodyLarge, OfEveryKindYieldsTheSameRequest) {
+TEST(BodyMapped, OfEveryKindYieldsTheSameRequest) {
   std::vector<std::pair<const char *, std::string>> sendings;
   for (const size_t size : {kLeastMapped - 300, kLeastMapped - 1, kLeastMapped, kLeastMapped + 1,
                             3 * kLeastMapped / 2}) {
@@ -207,7 +207,7 @@ TEST(BodyLarge, OfEveryKindYieldsTheSameRequest) {
 }
 
 // Bodies and files that end at, before and behind the end of a page.
-TEST(BodyLarge, MayEndAnywhereInAPage) {
+TEST(BodyMapped, MayEndAnywhereInAPage) {
   const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   const std::string head = filePart("f", "");
   for (size_t size = kLeastMapped; size < kLeastMapped + 2 * page; size += page / 3 - 1) {
@@ -236,7 +236,7 @@ TEST(BodyLarge, MayEndAnywhereInAPage) {
   }
 }
 
-TEST(BodyLarge, StartsWhereTheDescriptorIs) {
+TEST(BodyMapped, StartsWhereTheDescriptorIs) {
   const std::string body = upload(kLeastMapped);
   for (const size_t offset :
        {size_t{1}, size_t{4095}, size_t{4096}, size_t{65536}, size_t{131072}, size_t{131073}}) {
@@ -251,7 +251,7 @@ TEST(BodyLarge, StartsWhereTheDescriptorIs) {
   }
 }
 
-TEST(BodyLarge, StartsWhereTheScriptStoppedReading) {
+TEST(BodyMapped, StartsWhereTheScriptStoppedReading) {
   const std::string body = upload(kLeastMapped);
   for (const size_t taken : {size_t{1}, size_t{4095}, size_t{4096}, size_t{65536}}) {
     const std::string bytes = noise(taken) + body;
@@ -273,7 +273,7 @@ TEST(BodyLarge, StartsWhereTheScriptStoppedReading) {
   }
 }
 
-TEST(BodyLarge, LeavesTheRestOfALongerInputToStdio) {
+TEST(BodyMapped, LeavesTheRestOfALongerInputToStdio) {
   const std::string rest = noise(100000, 7);
   for (const size_t more : {size_t{0}, size_t{1}, size_t{100}, size_t{4096}}) {
     const std::string body = "a=" + std::string(kLeastMapped + more, 'x');
@@ -291,7 +291,7 @@ TEST(BodyLarge, LeavesTheRestOfALongerInputToStdio) {
   }
 }
 
-TEST(BodyLarge, ShorterThanDeclaredIsPaddedWithZeros) {
+TEST(BodyMapped, ShorterThanDeclaredIsPaddedWithZeros) {
   for (const size_t size : {size_t{0}, size_t{10}, size_t{4096}, kLeastMapped - 500, kLeastMapped,
                             kLeastMapped + 1, kLeastMapped + 4096}) {
     const std::string body = upload(size);
@@ -324,7 +324,7 @@ char *bytesOfBody(Request &request) {
   return bytesOf(CGIgs_getStruct(&environment, TARN_ENVIRONMENT_BODY, TARN_ENVIRONMENT_MAGIC));
 }
 
-TEST(BodyLarge, AndItsFilesCanBeChangedApart) {
+TEST(BodyMapped, AndItsFilesCanBeChangedApart) {
   const size_t size = kLeastMapped + 10000;
   const std::string body = upload(size);
   for (const Input kind : kInputs) {
@@ -346,7 +346,7 @@ TEST(BodyLarge, AndItsFilesCanBeChangedApart) {
   }
 }
 
-TEST(BodyLarge, StaysReadableAfterTheRequest) {
+TEST(BodyMapped, StaysReadableAfterTheRequest) {
   const std::string body = upload(kLeastMapped);
   for (const Input kind : kInputs) {
     withInput(kind, postOf(kMultipart, body.size()), body, 0, [&] {
@@ -364,7 +364,7 @@ TEST(BodyLarge, StaysReadableAfterTheRequest) {
   }
 }
 
-TEST(BodyLarge, OfAFileWithANameIsReadSoThatItMayBeTruncatedLater) {
+TEST(BodyMapped, OfAFileWithANameIsReadSoThatItMayBeTruncatedLater) {
   const std::string body = upload(kLeastMapped);
   withInput(Input::kNamed, postOf(kMultipart, body.size()), body, 0, [&] {
     Request request;
@@ -373,7 +373,7 @@ TEST(BodyLarge, OfAFileWithANameIsReadSoThatItMayBeTruncatedLater) {
   });
 }
 
-TEST(BodyLarge, IsNotWhatAScriptParsesItself) {
+TEST(BodyMapped, IsNotWhatAScriptParsesItself) {
   const std::string body = upload(kLeastMapped);
   for (const Input kind : kInputs) {
     withInput(kind, postOf(kMultipart, body.size()), body, 0, [&] {
@@ -393,7 +393,7 @@ TEST(BodyLarge, IsNotWhatAScriptParsesItself) {
 
 // ---- Limits and failures ------------------------------------------------------------------------
 
-TEST(BodyLarge, LeavesNoDescriptorOpen) {
+TEST(BodyMapped, LeavesNoDescriptorOpen) {
   const auto descriptors = [] {
     const auto all = std::filesystem::directory_iterator("/proc/self/fd");
     return std::distance(begin(all), end(all));
@@ -408,7 +408,7 @@ TEST(BodyLarge, LeavesNoDescriptorOpen) {
   }
 }
 
-TEST(BodyLarge, IsReadWithinLimitsOfDescriptorsAndFiles) {
+TEST(BodyMapped, IsReadWithinLimitsOfDescriptorsAndFiles) {
   const std::string body = upload(kLeastMapped);
   for (const auto which : {RLIMIT_FSIZE, RLIMIT_NOFILE}) {
     for (const Input kind : kInputs) {
@@ -428,7 +428,7 @@ TEST(BodyLarge, IsReadWithinLimitsOfDescriptorsAndFiles) {
 }
 
 // Each call that the library can do without fails in turn, and all after it.
-TEST(BodyLarge, IsWholeWhicheverCallFails) {
+TEST(BodyMapped, IsWholeWhicheverCallFails) {
   const std::string body = upload(kLeastMapped) + "and more";
   const size_t sent = body.size() - 8;
   for (const Input kind : kInputs) {
@@ -445,7 +445,7 @@ TEST(BodyLarge, IsWholeWhicheverCallFails) {
   }
 }
 
-TEST(BodyLarge, ThatBreaksOffIsPaddedWhicheverCallFails) {
+TEST(BodyMapped, ThatBreaksOffIsPaddedWhicheverCallFails) {
   const std::string body = upload(kLeastMapped);
   for (int spared = 0; spared < 14; ++spared) {
     withInput(Input::kPipe, postOf(kMultipart, body.size() + 70000), body, 0, [&] {
