@@ -176,13 +176,14 @@ class Header(unittest.TestCase):
             name = header.relative_to(INCLUDE)
             alone = self.folder / f"{header.stem}_alone.cpp"
             alone.write_text(f"#include <{name}>\n#include <{name}>\n", encoding="utf-8")
-            for compiler, standard, runtime in modes(header):
-                flags = [f"-std={standard}", *runtime, *warnings(compiler)]
-                commands.append([*compiler, *flags, f"-I{INCLUDE}", "-fsyntax-only", alone])
-            # A name in tarn::detail would hide the same name in tarn from headers that come later.
+            # What a header lacks is missing before others come. A name in tarn::detail would hide the
+            # same name in tarn from them.
             first = self.folder / f"{header.stem}_first.cpp"
             first.write_text(f"#include <{name}>\n#include <tarn.hpp>\n", encoding="utf-8")
-            commands.append([*CXX, "-std=c++17", f"-I{INCLUDE}", "-fsyntax-only", first])
+            for number, (compiler, standard, runtime) in enumerate(modes(header)):
+                flags = [f"-std={standard}", *runtime, *warnings(compiler)]
+                source = alone if number else first
+                commands.append([*compiler, *flags, f"-I{INCLUDE}", "-fsyntax-only", source])
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
             for command, done in zip(commands, pool.map(lambda words: run(*words), commands)):
                 with self.subTest(command):

@@ -292,20 +292,21 @@ TEST(BodyMapped, LeavesTheRestOfALongerInputToStdio) {
 }
 
 TEST(BodyMapped, ShorterThanDeclaredIsPaddedWithZeros) {
-  for (const size_t size : {size_t{0}, size_t{10}, size_t{4096}, kLeastMapped - 500, kLeastMapped,
-                            kLeastMapped + 1, kLeastMapped + 4096}) {
+  const auto expectPadded = [](size_t size, size_t missing) {
     const std::string body = upload(size);
-    for (const size_t missing :
-         {size_t{1}, size_t{4095}, size_t{4096}, kLeastMapped, 5 * kMegabyte}) {
-      for (const Input kind : kInputs) {
-        withInput(kind, postOf(kMultipart, body.size() + missing), body, 0, [&] {
-          Request request;
-          expectRequest(request, kMultipart, body, body.size() + missing);
-          EXPECT_TRUE(std::feof(stdin));
-        });
-      }
+    for (const Input kind : kInputs) {
+      withInput(kind, postOf(kMultipart, body.size() + missing), body, 0, [&] {
+        Request request;
+        expectRequest(request, kMultipart, body, body.size() + missing);
+        EXPECT_TRUE(std::feof(stdin));
+      });
     }
+  };
+  for (const size_t size : {size_t{0}, kLeastMapped - 500, kLeastMapped, kLeastMapped + 1}) {
+    for (const size_t missing : {size_t{1}, size_t{4096}, kLeastMapped})
+      expectPadded(size, missing);
   }
+  expectPadded(4096, 5 * kMegabyte);
 }
 
 // ---- Copies -------------------------------------------------------------------------------------
