@@ -236,15 +236,6 @@ def send_malformed_parameters(service: Service) -> None:
         assert client.answer().ended
 
 
-def crash_worker(service: Service) -> None:
-    worker = children_of(service.process.pid)[0]
-    with service.client() as client:
-        client.send(request(f"header&flush&note=begun&{LONG}"))
-        service.wait_for_note("begun")
-        os.kill(worker, signal.SIGKILL)
-        assert not client.answer().ended
-
-
 def ask(query: str, body: bytes = b"", **more: str) -> Callable[[Service], None]:
     def ask_it(service: Service) -> None:
         service.ask(query, body, more)
