@@ -257,7 +257,7 @@ CASES = [
     Case("body_cut_off", 400, ask("header", b"1234", CONTENT_LENGTH="5")),
     Case("not_arrived", 408, say_nothing, ("--receive-seconds", "1")),
     Case("time", 504, ask(LONG), ("--seconds", "1")),
-    Case("time", 200, ask(f"header&flush&{LONG}"), ("--seconds", "1")),
+    Case("time", 200, ask(f"header&flush&{LONG}"), ("--seconds", "3")),
     Case("visitor_left", 200, leave),
     Case("visitor_left", 499, leave_within_the_body),
     Case("aborted", 200, abort),
