@@ -1,8 +1,8 @@
 #!/bin/bash
 # Usage: robustness_test.sh PAGE BUILD-FOLDER CTEST PROGRAM...
 #
-# Every item of the page's lists of inputs and cases names tests, every test that the page names
-# exists, and the page names every test of hostile input.
+# Every item of the page's lists of inputs and cases names tests, every test that the page names,
+# anywhere, exists, and the page names every test of hostile input.
 set -euo pipefail
 export LC_ALL=C
 page=$1 build=$2 ctest=$3
@@ -41,7 +41,7 @@ awk '
   listed && /^(- |[0-9]+\. )/ { close_item(); item = $0; names = 0 }
   /^#/ { close_item(); item = "" }
   /^## / { listed = /What strangers send|Defined where/ }
-  listed {
+  {
     rest = $0
     while (match(rest, /`(e2e:[a-z_]+|[A-Z][A-Za-z0-9]*\.[A-Z][A-Za-z0-9]*)`/)) {
       print "name", substr(rest, RSTART + 1, RLENGTH - 2)

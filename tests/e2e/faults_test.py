@@ -363,7 +363,7 @@ class Termination(ScriptCase):
         `request` returns the script, the type and the body of a round.
         """
         chance = random.Random(15)
-        done, longest = [], 0.0
+        done, within = [], 0.0
         for number in range(self.ROUNDS):
             path, kind, sent = request(number)
             with tempfile.TemporaryFile() as file:
@@ -378,11 +378,14 @@ class Termination(ScriptCase):
                 ) as process:
                     start = time.monotonic()
                     if number >= 5:
-                        time.sleep(chance.uniform(0, 1.1 * longest))
+                        time.sleep(chance.uniform(0, within))
                         process.send_signal(chance.choice((signal.SIGTERM, signal.SIGKILL)))
                     answer = process.stdout.read()
                 if number < 5:
-                    longest = max(longest, time.monotonic() - start)
+                    within = max(within, time.monotonic() - start)
+                else:
+                    # However busy the machine is, about one script of five finishes.
+                    within *= 0.7 if process.returncode == 0 else 1.1
             self.assertIn(process.returncode, (0, -signal.SIGTERM, -signal.SIGKILL))
             if process.returncode == 0:
                 self.assertRegex(answer, rb"\AStatus: (200|303) ")

@@ -91,13 +91,16 @@ class Load(unittest.TestCase):
         self.assertGreaterEqual(REQUESTS, FEWEST, "too few requests to be a load")
 
     def load(self, server, name):
-        numbers = itertools.count()
+        # Each client has a first request of its own, and then whatever is next.
+        numbers = itertools.count(CLIENTS)
 
         def client(number):
             kinds = []
             client = Client(number, server.port)
-            while (request := next(numbers)) < REQUESTS:
+            request = number
+            while request < REQUESTS:
                 kinds.append(client.ask(request))
+                request = next(numbers)
             client.connection.close()
             return kinds
 
@@ -115,7 +118,6 @@ class Load(unittest.TestCase):
         self.assertEqual(REQUESTS, len(made))
         for kind in KINDS:
             self.assertGreater(made.count(kind), REQUESTS // 5)
-        self.assertTrue(all(lists), "a client made no request")
         server.wait_for_scripts()
         self.assertEqual("", server.log())
 

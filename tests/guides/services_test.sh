@@ -34,7 +34,7 @@ end() {
   set +m
   until [ -e pids ] && [ "$(wc -l <pids)" = 2 ]; do
     sleep 0.02
-    [ $((++tries)) -lt 1000 ] || fail "it does not start: $(cat said)"
+    [ $((++tries)) -lt 5000 ] || fail "it does not start: $(cat said)"
   done
   kill "$1" -- "$2$!"
   wait $! || true

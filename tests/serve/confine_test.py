@@ -62,7 +62,6 @@ NETWORK = {"connect by TCP", "connect by UDP", "bind a TCP port", "open netlink"
 UNIX_SOCKETS = {"connect to a Unix socket", "send from a pair"}
 PROGRAMS = {"execute a shell", "execute memory"}
 ATTRIBUTES = {"change a mode", "change an owner", "change times", "change a readable file"}
-NEW_PRIVILEGES = "new privileges"
 
 
 def whole_request(variables: dict[str, str], body: bytes = b"") -> bytes:

@@ -236,15 +236,6 @@ def send_malformed_parameters(service: Service) -> None:
         assert client.answer().ended
 
 
-def crash_worker(service: Service) -> None:
-    worker = children_of(service.process.pid)[0]
-    with service.client() as client:
-        client.send(request(f"header&flush&note=begun&{LONG}"))
-        service.wait_for_note("begun")
-        os.kill(worker, signal.SIGKILL)
-        assert not client.answer().ended
-
-
 def ask(query: str, body: bytes = b"", **more: str) -> Callable[[Service], None]:
     def ask_it(service: Service) -> None:
         service.ask(query, body, more)
@@ -266,7 +257,7 @@ CASES = [
     Case("body_cut_off", 400, ask("header", b"1234", CONTENT_LENGTH="5")),
     Case("not_arrived", 408, say_nothing, ("--receive-seconds", "1")),
     Case("time", 504, ask(LONG), ("--seconds", "1")),
-    Case("time", 200, ask(f"header&flush&{LONG}"), ("--seconds", "1")),
+    Case("time", 200, ask(f"header&flush&{LONG}"), ("--seconds", "3")),
     Case("visitor_left", 200, leave),
     Case("visitor_left", 499, leave_within_the_body),
     Case("aborted", 200, abort),
@@ -439,7 +430,7 @@ class Figures(unittest.TestCase):
     def test_have_times_and_bytes(self) -> None:
         with Service(*STATUS, *JSON, "--children", "1") as service:
             with service.client() as first, service.client() as second:
-                first.send(request("header&note=begun&sleep=200&text=abc", b"12345"))
+                first.send(request("header&note=begun&sleep=3000&text=abc", b"12345"))
                 service.wait_for_note("begun")
                 second.send(request("header&write=1000"))
                 self.assertEqual(first.answer().body, b"abc")
@@ -447,10 +438,10 @@ class Figures(unittest.TestCase):
             metrics = wait_for_metric(service, "requests_total", 2)
             self.assertEqual(metrics["received_bytes_total"], 5)
             self.assertEqual(metrics["sent_bytes_total"], 1003)
-            self.assertGreaterEqual(metrics["request_duration_seconds_sum"], 0.2)
+            self.assertGreaterEqual(metrics["request_duration_seconds_sum"], 3)
             self.assertEqual(metrics["request_duration_seconds_bucket{le=0.1}"], 0)
             one, two = entries(service)
-            self.assertGreaterEqual(one["seconds"], 0.2)
+            self.assertGreaterEqual(one["seconds"], 3)
             self.assertLess(one["waited"], one["seconds"])
             self.assertEqual((one["sent"], one["received"]), (3, 5))
             # The second waited for the first.
@@ -466,7 +457,7 @@ class Figures(unittest.TestCase):
         with Service(*STATUS) as service:
             worker = service.worker()
             running, arriving = service.client(), service.client()
-            running.send(request("header&note=begun&sleep=1000&text=last", keep=True))
+            running.send(request("header&note=begun&sleep=5000&text=last", keep=True))
             arriving.send(request("header", b"body", keep=True)[:-9])
             service.wait_for_note("begun")
             wait_for_metric(service, "arriving", 1)
@@ -596,7 +587,7 @@ class Address(unittest.TestCase):
     def test_answers_until_the_last_request_is_answered(self) -> None:
         with Service(*STATUS) as service, service.client() as client:
             wait_until_ready(service)
-            client.send(request("header&note=begun&sleep=1000"))
+            client.send(request("header&note=begun&sleep=5000"))
             service.wait_for_note("begun")
             service.process.terminate()
             wait_until(lambda: get(service, "/ready").status == 503, "still ready")
@@ -802,7 +793,7 @@ class AccessLog(unittest.TestCase):
     def test_goes_to_a_new_file_after_a_reload(self) -> None:
         with Service(*STATUS, *JSON) as service, service.client() as client:
             worker = service.worker()
-            client.send(request("header&note=begun&sleep=700", keep=True))
+            client.send(request("header&note=begun&sleep=5000", keep=True))
             service.wait_for_note("begun")
             os.rename(service.path("access"), service.path("access.1"))
             os.kill(service.process.pid, signal.SIGHUP)

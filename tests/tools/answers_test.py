@@ -340,7 +340,7 @@ class End(AnswerTest):
     def test_late_output_of_a_child_process_is_reported(self):
         status, output, errors = self.run_lines(
             '(until grep -q "^State:.Z" "/proc/$$/status"; do sleep 0.1; done\n'
-            "sleep 1; echo late) &\n"
+            "sleep 3; echo late) &\n"
             f'printf "{TYPE.decode()}\\n"'
         )
         self.assertEqual((status, output), (0, b"HTTP/1.1 200 OK\n" + TYPE + b"\nlate\n"))
