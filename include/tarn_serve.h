@@ -62,8 +62,8 @@ extern "C" {
  *
  *  @param script  the script; what it returns is the exit status of the CGI script, and the
  *                 application status of the FastCGI request
- *  @return the exit status of the program: as CGI what `script` returned, or 1 if standard output
- *          could not be written; as a service 0, 1 if it cannot serve, 2 for a wrong option
+ *  @return the exit status of the program: as CGI what `script` returned, or 1 if not all of
+ *          standard output could be written; as a service 0, 1 if it cannot serve, 2 for a wrong option
  */
 TARN_SERVE_API int tarn_serve(int (*script)(void));
 
@@ -107,9 +107,10 @@ TARN_SERVE_API void tarn_serve_prepare(int (*callback)(void));
  */
 TARN_SERVE_API int tarn_serve_option(const char *name, const char *value);
 
-/** Reads options from arguments, up to the first that does not begin with "--" or up to "--". After
- *  it, tarn_serve() does not read the command line by itself. For programs that have arguments of
- *  their own. Do not call it in a CGI script, where a visitor can choose the arguments.
+/** Reads options from arguments, up to the first that does not begin with "--", up to "--" or up to a
+ *  null pointer. After it, tarn_serve() does not read the command line by itself. For programs that
+ *  have arguments of their own. Do not call it in a CGI script, where a visitor can choose the
+ *  arguments.
  *
  *  @param count      how many arguments there are
  *  @param arguments  the arguments, without the name of the program

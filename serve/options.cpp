@@ -159,7 +159,7 @@ const char *setOption(Options &options, const char *name, const char *value) {
 // "--name=value" and "--name value" are the same.
 static int readArguments(Options &options, int count, char *const *arguments) {
   int i = 0;
-  while (i < count) {
+  while (i < count && arguments[i]) {
     const char *argument = arguments[i];
     if (std::strncmp(argument, "--", 2) != 0) break;
     ++i;
