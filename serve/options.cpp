@@ -111,7 +111,6 @@ const char *setAccessFormat(Options &options, const char *value) {
 }
 
 const char *addListener(Options &options, const char *value) {
-  if (*value == '\0') return "needs a value";
   if (options.listen_count == kMostListeners) return "is allowed 8 times";
   const char *copy = strdup(value);
   if (!copy) return "needs more memory";

@@ -194,7 +194,6 @@ TEST(Options, SayWhereTheStatusAndTheAccessLogGo) {
   for (const char *text : {"", "JSON", "json ", "combined"}) {
     EXPECT_EQ(problem("access-log-format", text), "must be common or json") << text;
   }
-  EXPECT_EQ(problem("listen", ""), "needs a value");
   EXPECT_EQ(problem("status", ""), "needs a value");
   EXPECT_EQ(problem("access-log", ""), "needs a value");
 }
