@@ -135,8 +135,11 @@ int tarn_vasprintf(char **out, const char *format, va_list args) {
   va_end(measured);
   if (length < 0) return 0;
   OwnedText text = newText(static_cast<uint32_t>(length));
-  if (!text) return 0;
-  formatText(text.get(), static_cast<size_t>(length) + 1, format, args);
+  // The C library allocates memory to print a very long number, so this can fail although measuring
+  // did not.
+  if (!text || formatText(text.get(), static_cast<size_t>(length) + 1, format, args) != length) {
+    return 0;
+  }
   if (out) *out = text.release();
   return length;
 }

@@ -133,8 +133,7 @@ static void showPage(const Votes *votes, const char *problem) {
   showChart(votes->count);
   puts(
       "<p>A random number in a cookie identifies each visitor. It is not signed: anyone who "
-      "deletes "
-      "the cookie or makes one up can vote again.</p>");
+      "deletes the cookie or makes one up can vote again.</p>");
   endPage();
 }
 
@@ -150,9 +149,12 @@ static int script(void) {
   const int choice = choiceNamed(name);
   char id[ID_DIGITS + 1] = "";
   const char *status = "400 Bad Request";
-  if (!path || (!known && !makeId(id))) {
+  if (!path) {
     status = "500 Internal Server Error";
     problem = "TARN_POLL_FILE is not set, so votes cannot be saved.";
+  } else if (!known && !makeId(id)) {
+    status = "500 Internal Server Error";
+    problem = "There are no random numbers, so nobody can vote now.";
   } else if (refused) {
     status = refused;
   } else if (!post) {
@@ -177,7 +179,7 @@ static int script(void) {
       problem = "The votes could not be read.";
     }
     printf("Status: %s\n", status);
-    if (!known) setCookie("visitor", id, YEAR_SECONDS);
+    if (*id) setCookie("visitor", id, YEAR_SECONDS);
     if (beginPage("Poll")) showPage(&votes, problem);
   }
   free(name);

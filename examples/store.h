@@ -262,9 +262,12 @@ static inline Stored saveFile(TarnFormField *file, char *name) {
 static inline int measureFolder(int *files, long long *bytes) {
   DIR *folder = opendir(".");
   struct stat file;
-  errno = 0;
-  for (struct dirent *entry; folder && (entry = readdir(folder));) {
-    if (*entry->d_name == '.' || lstat(entry->d_name, &file) != 0) continue;
+  for (struct dirent *entry; folder && (errno = 0, entry = readdir(folder)) != NULL;) {
+    if (*entry->d_name == '.') continue;
+    if (lstat(entry->d_name, &file) != 0) {
+      if (errno == ENOENT) continue; /* it has just been deleted */
+      break;
+    }
     *files += 1;
     *bytes += file.st_size;
   }

@@ -43,7 +43,8 @@ void openBody(TarnForm &form) {
   form.source.openDescriptor(0, length);
 }
 
-// A form whose content type is a copy. It is where the first text goes, which is read later.
+// A form whose content type is a copy. The copy is where texts go later: before the first one, the type
+// has been read.
 TarnForm *newFormOfType(const char *type) {
   TarnForm *form = newForm();
   if (!form || !type) return form;

@@ -1,7 +1,7 @@
 // Cookies and fields of the query, by their literal names.
 #include <cstdlib>
-#include <cstring>
 
+#include "core/text.h"
 #include "form/form.h"
 #include "form/kept.h"
 #include "form/text.h"
@@ -9,6 +9,8 @@
 
 namespace tarn::form {
 namespace {
+
+using internal::splitAtFirst;
 
 // A text that was returned, and belongs to the form.
 struct Answer {
@@ -26,27 +28,20 @@ void releaseAnswers(void *answers) {
   }
 }
 
-std::string_view takePiece(std::string_view &text, char separator) {
-  const void *found = text.empty() ? nullptr : std::memchr(text.data(), separator, text.size());
-  const size_t size =
-      found ? static_cast<size_t>(static_cast<const char *>(found) - text.data()) : text.size();
-  const std::string_view piece(text.data(), size);
-  text.remove_prefix(found ? size + 1 : size);
-  return piece;
-}
-
 // Finds "name=value" among pieces. If it is not there, the data() of the result is null.
 std::string_view findPair(const char *variable, const char *name, char separator, bool cookie) {
   const char *list = std::getenv(variable);
   std::string_view rest = list ? list : "";
   while (!rest.empty()) {
-    std::string_view value = takePiece(rest, separator);
-    if (cookie) value = trim(value);
-    const bool has_value =
-        !value.empty() && std::memchr(value.data(), '=', value.size()) != nullptr;
-    // A cookie without "=" has no name.
-    if ((cookie && !has_value) || (!cookie && value.empty())) continue;
-    if (takePiece(value, '=') == name) return value;
+    std::string_view piece;
+    std::string_view sent;
+    std::string_view value;
+    splitAtFirst(rest, separator, piece, rest);
+    if (cookie) piece = trim(piece);
+    const bool has_value = splitAtFirst(piece, '=', sent, value);
+    // A cookie without "=" has no name, and an empty piece of a query is no field.
+    if (!has_value && (cookie || piece.empty())) continue;
+    if (sent == name) return value;
   }
   return {};
 }

@@ -5,19 +5,14 @@
 
 #include <algorithm>
 
+#include "core/text.h"
+
 namespace tarn::form {
 namespace {
 
 // Blocks of kept fields from this size on get their pages before they are used, but not too many.
 constexpr size_t kFewBytes = size_t{256} * 1024;
 constexpr size_t kMostAhead = size_t{128} * 1024;
-
-// Writes a text with its zero byte. Returns where that ends.
-char *putText(char *place, std::string_view text) {
-  if (!text.empty()) std::memcpy(place, text.data(), text.size());
-  place[text.size()] = '\0';
-  return place + text.size() + 1;
-}
 
 bool needsWide(const FieldTexts &texts, uint64_t offset) {
   return texts.filename.data() || !texts.headers.empty() ||
@@ -73,8 +68,8 @@ TarnFormField *Records::add(TarnForm *form, const FieldTexts &texts, uint64_t of
     TarnFormField::split(offset, wide.offset_words);
   }
   auto *const begin = reinterpret_cast<char *>(record);
-  char *end = putText(const_cast<char *>(record->name()), texts.name);
-  if (texts.filename.data()) end = putText(end, texts.filename);
+  char *end = internal::copyTo(const_cast<char *>(record->name()), texts.name);
+  if (texts.filename.data()) end = internal::copyTo(end, texts.filename);
   if (!texts.headers.empty()) {
     std::memcpy(end, texts.headers.data(), texts.headers.size());
     end += texts.headers.size();

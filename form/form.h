@@ -37,8 +37,8 @@ struct ValueAhead {
   size_t size = 0;
 };
 
-// Which of 64 bytes in the window are special: see Block. What is in front of the next
-// field does not matter.
+// Which of 64 bytes in the window are special: see Block. What is in front of the next field does not
+// matter.
 struct KnownBlock {
   const char *begin = nullptr;  // null if nothing is known
   uint64_t special = 0;
@@ -70,7 +70,7 @@ struct TarnForm {
     taken = tarn::form::Taken::kNothing;
   }
 
-  // The same for the body as a whole.
+  // Steps to the body as it is: see TarnForm_body().
   TarnFormField *stepToBody();
 
   // Finds the next bytes of the current value. They are valid until the next call. Returns false at
@@ -107,16 +107,16 @@ struct TarnForm {
   bool raise(TarnFormProblem code, const char *sentence);
   bool raiseOutOfMemory();
 
+  // Reports at the end of the window that the input has ended inside the form, and returns false. If
+  // the source has a problem, that is the reason, and it stays.
+  bool raiseCutShort(const char *sentence);
+
   // Counts a field. Returns false, with a problem, if there are too many.
   bool countField() {
     if (fields >= limits[TARN_FORM_FIELDS]) return raiseTooManyFields();
     ++fields;
     return true;
   }
-
-  // The input has ended inside the form. If the source has a problem, that is the reason, and it
-  // stays.
-  bool raiseCutShort(const char *sentence);
 
   tarn::form::Source source;
   tarn::form::Limits limits;

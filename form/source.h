@@ -39,8 +39,8 @@ class Source {
 
   // Waits for more bytes and adds them to the window, which may move. Returns false at the end of
   // the body, and with a problem: the body is shorter than its length, reading fails or takes too
-  // long, the body is longer than its limit. The window may have up
-  // to kBufferSize bytes and a delimiter.
+  // long, the body is longer than its limit. The window may have up to kBufferSize bytes and a
+  // delimiter.
   bool more(const Limits &limits, Problem &problem);
 
   // Large enough that system calls cost little, small enough for the processor's cache.

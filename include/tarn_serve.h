@@ -62,8 +62,8 @@ extern "C" {
  *
  *  @param script  the script; what it returns is the exit status of the CGI script, and the
  *                 application status of the FastCGI request
- *  @return the exit status of the program: as CGI what `script` returned, or 1 if standard output
- *          could not be written; as a service 0, 1 if it cannot serve, 2 for a wrong option
+ *  @return the exit status of the program: as CGI what `script` returned, or 1 if not all of
+ *          standard output could be written; as a service 0, 1 if it cannot serve, 2 for a wrong option
  */
 TARN_SERVE_API int tarn_serve(int (*script)(void));
 
@@ -103,13 +103,15 @@ TARN_SERVE_API void tarn_serve_prepare(int (*callback)(void));
  *
  *  @param name   an option of tarn-serve(1) without its dashes, such as "listen" or "children"
  *  @param value  its value; null for an option without one
- *  @return 1; 0 with a message on standard error if there is no such option or its value is wrong
+ *  @return 1; 0 with a message on standard error if there is no such option or its value is wrong.
+ *          Addresses and paths are checked only when the service starts.
  */
 TARN_SERVE_API int tarn_serve_option(const char *name, const char *value);
 
-/** Reads options from arguments, up to the first that does not begin with "--" or up to "--". After
- *  it, tarn_serve() does not read the command line by itself. For programs that have arguments of
- *  their own. Do not call it in a CGI script, where a visitor can choose the arguments.
+/** Reads options from arguments, up to the first that does not begin with "--", up to "--" or up to a
+ *  null pointer. After this, tarn_serve() does not read the command line itself. For programs that
+ *  have arguments of their own. Do not call it in a CGI script, where a visitor can choose the
+ *  arguments.
  *
  *  @param count      how many arguments there are
  *  @param arguments  the arguments, without the name of the program
@@ -120,8 +122,8 @@ TARN_SERVE_API int tarn_serve_arguments(int count, char *const *arguments);
 /* ---- Confinement ------------------------------------------------------------------------------- */
 
 /** Confines the process, and all that it starts, to what options name: "read", "write" and "exec" with
- *  a path, "network", "unix-sockets" and "attributes". Everything else is denied, so an attacker who
- *  controls the script gets nothing. Nothing can undo it. Descriptors that are open stay usable.
+ *  a path, "network", "unix-sockets" and "attributes". Everything else is denied, even if an
+ *  attacker controls the script. Nothing can undo it. Descriptors that are open stay usable.
  *
  *  A script that tarn_serve() runs needs no call: with any of these options, or "confine", it is
  *  confined before it starts. Call this in a script that has to open something first, and set the

@@ -17,7 +17,7 @@ int32_t numberIn(const char *name) { return toNumber(environmentVariable(name));
 
 // Whether CONTENT_LENGTH is larger than the number it was clamped to.
 bool lengthExceeds(int32_t length) {
-  return std::atoll(environmentVariable("CONTENT_LENGTH")) > length;
+  return std::strtoll(environmentVariable("CONTENT_LENGTH"), nullptr, 10) > length;
 }
 
 // Reads the body into the block that the environment keeps. Bytes that do not arrive are zero.

@@ -33,6 +33,7 @@ int prepareForCgi() {
   if (output >= 0) dup2(STDERR_FILENO, STDOUT_FILENO);
   const int status = options.prepare();
   std::fflush(stdout);
+  std::clearerr(stdout);
   if (output >= 0) {
     dup2(output, STDOUT_FILENO);
     close(output);
@@ -52,8 +53,7 @@ int runAsCgi() {
     std::fprintf(stderr, "tarn-serve: %s: %s\n", options.script.program[0], std::strerror(error));
     return statusOfMissingProgram(error);
   }
-  const int status = options.script.function();
-  return std::fflush(nullptr) == 0 ? status : 1;
+  return flushOutput(options.script.function());
 }
 
 // Whether the process was started as a service, or as a part of one.
@@ -62,7 +62,16 @@ bool isService(bool is_worker) {
   return is_worker || options.listen_count > 0 || inheritedListeners(inherited, 1) > 0;
 }
 
+bool hasScript() {
+  const Script &script = options.script;
+  return script.function || (script.program && script.program[0]);
+}
+
 int run() {
+  if (!hasScript()) {
+    std::fputs("tarn-serve: there is no script to run\n", stderr);
+    return statusOfMissingProgram(ENOENT);
+  }
   // A service obeys these signals. They wait until it can, instead of ending it.
   sigset_t held;
   sigset_t before;
@@ -95,6 +104,7 @@ int tarn_serve_program(char *const *arguments) {
 void tarn_serve_prepare(int (*callback)()) { tarn::server::options.prepare = callback; }
 
 int tarn_serve_option(const char *name, const char *value) {
+  if (!name) name = "";
   const char *problem = tarn::server::setOption(tarn::server::options, name, value);
   if (problem) std::fprintf(stderr, "tarn-serve: --%s %s\n", name, problem);
   return problem ? 0 : 1;

@@ -23,8 +23,7 @@ class Body {
   int append(std::string_view bytes, uint64_t most_in_memory, uint64_t expected = 0);
 
   // A descriptor from which the body can be read, from its beginning, and that cannot be written to.
-  // It belongs to the caller.
-  // Returns -1 with errno set if there is none. The body must not be empty.
+  // It belongs to the caller. Returns -1 with errno set if there is none. The body must not be empty.
   int take();
 
   uint64_t size() const { return size_; }

@@ -119,8 +119,7 @@ constexpr size_t kMaskSize = _NSIG / 8;
   }
   environ = environment;
   wipeStack();
-  const int status = script.function();
-  _exit(fflush(nullptr) == 0 ? status : 1);
+  _exit(flushOutput(script.function()));
 }
 
 // What a child gets.
@@ -194,6 +193,8 @@ void KeptFiles::closeOthers() const {
   }
   closeRange(first, ~0U);
 }
+
+int flushOutput(int status) { return fflush(nullptr) == 0 && ferror(stdout) == 0 ? status : 1; }
 
 void resetSignals() {
   struct sigaction standard = {};

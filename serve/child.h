@@ -64,6 +64,10 @@ struct GroupPlace {
 int startChild(const Script &script, char **environment, int input, const ChildLimits &limits,
                const KeptFiles &kept, GroupPlace place, Child &child);
 
+// Ends the output of a script that has returned a status. Returns that, or 1 if standard output could
+// not be written, now or before.
+int flushOutput(int status);
+
 // Sends a signal to all processes of a group. Does nothing if that is not the group of a child:
 // kill(-1) and kill(0) would reach others, and kill(1) the first process of a container.
 void signalGroup(pid_t group, int signal);

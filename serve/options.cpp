@@ -93,18 +93,10 @@ const char *setErrors(Options &options, const char *value) {
   return options.sends_errors || std::strcmp(value, "own") == 0 ? nullptr : "must be both or own";
 }
 
-// Returns null if memory runs out.
-char *copyOf(const char *text) {
-  const size_t size = std::strlen(text) + 1;
-  auto *copy = static_cast<char *>(std::malloc(size));
-  if (copy) std::memcpy(copy, text, size);
-  return copy;
-}
-
 // Replaces a text by a copy of another.
 const char *setText(const char *&text, const char *value) {
   if (*value == '\0') return "needs a value";
-  char *copy = copyOf(value);
+  char *copy = strdup(value);
   if (!copy) return "needs more memory";
   std::free(const_cast<char *>(text));
   text = copy;
@@ -120,7 +112,7 @@ const char *setAccessFormat(Options &options, const char *value) {
 
 const char *addListener(Options &options, const char *value) {
   if (options.listen_count == kMostListeners) return "is allowed 8 times";
-  const char *copy = copyOf(value);
+  const char *copy = strdup(value);
   if (!copy) return "needs more memory";
   options.listen[options.listen_count++] = copy;
   return nullptr;
@@ -159,7 +151,7 @@ const char *setOption(Options &options, const char *name, const char *value) {
 // "--name=value" and "--name value" are the same.
 static int readArguments(Options &options, int count, char *const *arguments) {
   int i = 0;
-  while (i < count) {
+  while (i < count && arguments[i]) {
     const char *argument = arguments[i];
     if (std::strncmp(argument, "--", 2) != 0) break;
     ++i;

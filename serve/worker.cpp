@@ -617,9 +617,11 @@ int work(const Options &options, const WorkerFiles &files) {
     resetSignals();
     std::fflush(nullptr);
   }
-  // What was read ahead must not be read again by each child.
+  // What was read ahead must not be read again by each child, and an error that the callback's output
+  // had is none of theirs.
   __fpurge(stdin);
   std::clearerr(stdin);
+  std::clearerr(stdout);
   // Opened by each worker, so that a new file is used after a reload.
   AccessLog access_log;
   if (options.access_log) {

@@ -91,9 +91,15 @@ static void check_serve_functions(void) {
   char empty[] = "";
   char *no_program[] = {empty, NULL};
   CHECK(tarn_serve_option("", NULL) == 0);
+  CHECK(tarn_serve_option(NULL, NULL) == 0);
   CHECK(tarn_serve_arguments(0, nothing) == 0);
+  CHECK(tarn_serve_arguments(2, nothing) == 0);
+  CHECK(tarn_serve_arguments(-1, NULL) == 0);
   CHECK(tarn_serve(script) == 3);
+  CHECK(tarn_serve(NULL) == 127);
   CHECK(tarn_serve_program(no_program) == 127);
+  CHECK(tarn_serve_program(nothing) == 127);
+  CHECK(tarn_serve_program(NULL) == 127);
   tarn_serve_prepare(prepare);
   CHECK(tarn_serve(script) == 4);
   tarn_serve_prepare(NULL);

@@ -61,7 +61,7 @@ fi
 # The loader resolves a name in a relocation, and takes a script's function if it has that name.
 nm -D --defined-only "$library" | sed -nE 's/.* T ([^@]*).*/\1/p' >"$folder/functions"
 readelf -rW "$library" | awk '/^[0-9a-f]+ / { sub(/@.*/, "", $5); print $5 }' >"$folder/resolved"
-grep -qx malloc "$folder/resolved" || wrong "readelf shows no relocations of $library."
+grep -qx free "$folder/resolved" || wrong "readelf shows no relocations of $library."
 if grep -xF -f "$folder/functions" "$folder/resolved"; then
   wrong "$library looks up these functions of its own when it is loaded."
 fi

@@ -9,8 +9,8 @@ static const char help[] =
     "Usage: tarn-serve [OPTION]... [--] PROGRAM [ARGUMENT]...\n"
     "\n"
     "Serves FastCGI: runs a CGI program for each request. Listens on descriptor 0,\n"
-    "on the sockets that systemd passes, or where --listen says. In brackets: what\n"
-    "holds without the option.\n"
+    "on the sockets that systemd passes, or where --listen says. Defaults are in\n"
+    "brackets.\n"
     "\n"
     "  --listen ADDRESS        unix:PATH, tcp:ADDRESS:PORT or tcp:[ADDRESS]:PORT; may\n"
     "                          be given 8 times\n"
@@ -76,12 +76,12 @@ int main(int count, char **arguments) {
   if (read < 0) return 2;
   /* If something before it is not an option, that is the program, and the request is for the program. */
   if (request < count && read == request - 1) {
-    if (is(arguments[request], "-h", "--help")) return fputs(help, stdout) < 0;
-    return puts("tarn-serve " TARN_VERSION) < 0;
+    fputs(is(arguments[request], "-h", "--help") ? help : "tarn-serve " TARN_VERSION "\n", stdout);
+    return fflush(stdout) != 0;
   }
   program = arguments[1 + read];
   if (!program) {
-    fputs("tarn-serve: names no program; see tarn-serve --help\n", stderr);
+    fputs("tarn-serve: no program given; see tarn-serve --help\n", stderr);
     return 2;
   }
   if (program[0] == '-' && (read == 0 || strcmp(arguments[read], "--") != 0)) {

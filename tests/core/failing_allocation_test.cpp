@@ -352,6 +352,17 @@ TEST(TextAtEachFailure, AsprintfReturnsNoText) {
   });
 }
 
+// To print it, the C library allocates memory each time. It has to be measured and then printed.
+TEST(TextAtEachFailure, AsprintfOfAVeryLongNumberReturnsNoText) {
+  forEachFailingAllocation([](FailingMemory &memory) {
+    char *text = nullptr;
+    const int length = memory.call([&] { return tarn_asprintf(&text, "%.100000f", 0.0); });
+    EXPECT_EQ(memory.failed() ? 0 : 100002, length);
+    const std::string expected = "0." + std::string(100000, '0');
+    expectText(memory, expected.c_str(), text);
+  });
+}
+
 TEST(TextAtEachFailure, FunctionsThatAllocateATextReturnNull) {
   forEachFailingAllocation([](FailingMemory &memory) {
     expectText(memory, "a b", memory.call([&] { return unescapeString("a%20b"); }));

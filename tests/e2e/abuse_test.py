@@ -321,6 +321,22 @@ class ThousandsOfFiles(AbuseCase):
         self.upload(413, *([("a.txt", b"1")] * (FILES_AT_ONCE + 1)))
         self.assertEqual({}, stored_files(self.uploads))
 
+    def test_a_file_that_is_deleted_meanwhile_does_not_matter(self):
+        self.upload(200, ("old.txt", b"1"))
+        body = multipart(("new.txt", b"2"))
+        variables = script.post(MULTIPART, body) | {"TARN_UPLOAD_DIR": self.uploads}
+        variables["ASAN_OPTIONS"] = "detect_leaks=0"
+        calls = "?lstat,?lstat64,?newfstatat,?fstatat64,?statx"
+        # What the script learns about the old file.
+        for error, status in (("EIO", b"500"), ("ENOENT", b"200")):
+            strace = ["strace", "-o", os.devnull, "-P", "old.txt", "-e", f"trace={calls}"]
+            strace += ["-e", f"inject={calls}:error={error}", UPLOAD]
+            run = subprocess.run(
+                strace, env=variables, input=body, capture_output=True, check=False
+            )
+            self.assertEqual(status, run.stdout.removeprefix(b"Status: ")[:3])
+            self.assertEqual(status == b"200", "new.txt" in stored_files(self.uploads))
+
     def test_many_files_with_one_name_need_few_system_calls(self):
         log = os.path.join(self.folder, "calls")
         files = [("a.txt", b"1")] * FILES_AT_ONCE

@@ -190,6 +190,20 @@ class PollAlone(unittest.TestCase):
         self.assertEqual(500, status)
         self.assertIn("TARN_POLL_FILE", Page(page).texts("p", role="alert")[0])
 
+    def test_missing_random_numbers_are_reported(self):
+        calls = ("-e", "trace=getrandom", "-e", "inject=getrandom:error=ENOSYS")
+        with tempfile.TemporaryDirectory() as folder:
+            answer = subprocess.run(
+                ("strace", "-o", os.devnull, *calls, POLL),
+                env={"REQUEST_METHOD": "GET", "TARN_POLL_FILE": f"{folder}/votes"},
+                capture_output=True,
+                check=True,
+            ).stdout
+        head, _, body = answer.partition(b"\n\n")
+        self.assertIn(b"Status: 500", head)
+        self.assertNotIn(b"Set-Cookie", head)
+        self.assertIn("no random numbers", Page(body).texts("p", role="alert")[0])
+
     def test_failed_save_is_reported(self):
         folder = self.enterContext(tempfile.TemporaryDirectory())
         variables = script.post(URL_ENCODED, b"choice=tea")

@@ -102,6 +102,39 @@ class Environment(unittest.TestCase):
         self.assertEqual(run.stderr, b"prepared\n")
 
 
+class ExitStatus(unittest.TestCase):
+    """1 if some of the output could not be written, even if the script has flushed it itself."""
+
+    def setUp(self) -> None:
+        if not os.path.exists("/dev/full"):
+            self.skipTest("there is no /dev/full")
+
+    def as_cgi(self, query: str, errors: str = os.devnull, more: str = "") -> int:
+        variables = {"REQUEST_METHOD": "GET", "QUERY_STRING": query}
+        if more:
+            variables["PREPARE"] = more
+        with open(errors, "wb") as log:
+            run = subprocess.run([PROBE], env=variables, stdout=subprocess.PIPE, stderr=log)
+        return run.returncode
+
+    def test_as_cgi(self) -> None:
+        self.assertEqual(self.as_cgi("header&text=x&flush"), 0)
+        for query in ("header&full&text=x", "header&full&text=x&flush", "full&header&flush&text=x"):
+            self.assertEqual(self.as_cgi(query), 1, query)
+
+    def test_of_a_request(self) -> None:
+        with Service() as service:
+            self.assertEqual(service.ask("header&text=x&flush").status, 0)
+            for query in ("header&full&text=x", "header&full&text=x&flush"):
+                self.assertEqual(service.ask(query).status, 1, query)
+
+    def test_does_not_depend_on_what_the_callback_wrote(self) -> None:
+        self.assertEqual(self.as_cgi("header", errors="/dev/full", more="nothing"), 0)
+        full = ("sh", "-c", 'exec "$@" >/dev/full', "sh")
+        with Service(environment={"PREPARE": "nothing"}, wrapper=full) as service:
+            self.assertEqual(service.ask("header").status, 0)
+
+
 class Body(unittest.TestCase):
     def test_is_standard_input_at_any_size(self) -> None:
         with Service("--body-in-memory", "64K", tcp=True) as service:

@@ -274,6 +274,20 @@ TEST(CommandLine, EndsBeforeTheProgram) {
   EXPECT_EQ(options.seconds, 8U);
 }
 
+// A program that counts its own name, too, passes one word too many.
+TEST(CommandLine, EndsAtANullPointer) {
+  OwnedOptions options;
+  char word[] = "--seconds=8";
+  char *arguments[] = {word, nullptr, word};
+  EXPECT_EQ(readOptions(options, 2, arguments), 1);
+  EXPECT_EQ(readOptions(options, 3, arguments), 1);
+  char name[] = "--seconds";
+  arguments[0] = name;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(readOptions(options, 2, arguments), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "tarn-serve: --seconds needs a value\n");
+}
+
 // The word after a flag is not its value.
 TEST(CommandLine, HasFlags) {
   OwnedOptions options;

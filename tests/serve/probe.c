@@ -177,6 +177,9 @@ static void run(const char *command, const char *value) {
     fprintf(stderr, "%s\n", value);
   } else if (!strcmp(command, "flush")) {
     fflush(stdout);
+  } else if (!strcmp(command, "full")) { /* from here on, nothing can be written */
+    fflush(stdout);
+    dup2(open("/dev/full", O_WRONLY), 1);
   } else if (!strcmp(command, "close")) {
     fclose(stdout);
   } else if (!strcmp(command, "sleep")) {

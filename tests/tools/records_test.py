@@ -55,6 +55,39 @@ class Record(ToolTest):
             self.assertEqual(self.request_received("--replay", "record"), given)
         self.assertEqual(list(self.folder.glob(".tarn-run-*")), [])
 
+    def test_record_is_private_on_a_file_system_without_links(self):
+        without_links = """import errno, os, runpy, sys
+
+def link(source, target):
+    raise OSError(errno.EPERM, os.strerror(errno.EPERM), source, None, target)
+
+os.link = link
+sys.argv = sys.argv[1:]
+runpy.run_path(sys.argv[0], run_name="__main__")
+"""
+        record = self.folder / "record"
+        for taken in (False, True):
+            record.unlink(missing_ok=True)
+            if taken:
+                record.write_bytes(b"mine")
+            ran = subprocess.run(
+                [sys.executable, "-c", without_links, TOOLS / "tarn-run", "--record", "record"]
+                + ["-d", "a=b", self.dump],
+                cwd=self.folder,
+                stdin=subprocess.DEVNULL,
+                capture_output=True,
+                umask=0o022,
+                timeout=60,
+                check=False,
+            )
+            self.assertEqual(ran.returncode, 125 if taken else 0, ran.stderr)
+            self.assertEqual(list(self.folder.glob(".tarn-run-*")), [])
+            if taken:
+                self.assertEqual(record.read_bytes(), b"mine")
+            else:
+                self.assertEqual(stat.S_IMODE(record.lstat().st_mode), 0o600)
+                self.assertEqual(self.request_received("--replay", "record").body, b"a=b")
+
     def test_record_does_not_replace_other_files(self):
         target = self.write_file("target", b"tarn-record 1\nA=b\0\0")
         record = self.folder / "record"

@@ -110,6 +110,14 @@ class Help(unittest.TestCase):
                         ran = run(*before, asked, *after)
                         self.assertEqual((ran.returncode, ran.stdout, ran.stderr), (0, output, ""))
 
+    def test_that_cannot_be_written_is_reported(self):
+        if not os.path.exists("/dev/full"):
+            self.skipTest("there is no /dev/full")
+        for asked in ("--help", "--version"):
+            with open("/dev/full", "wb") as full:
+                ran = subprocess.run([TARN_SERVE, asked], stdout=full, check=False, timeout=100)
+            self.assertEqual(ran.returncode, 1, asked)
+
     def test_is_an_argument_of_the_program_after_its_name(self):
         for before in (("--children", "4"), ("--children=4", "--"), ("--",), ()):
             for asked in ("--help", "-h", "--version", "-V"):
@@ -139,7 +147,7 @@ class WrongCommandLines(unittest.TestCase):
 
     def test_have_no_program(self):
         for arguments in ((), ("--",), ("--children", "8"), ("--children", "8", "--")):
-            self.check("names no program; see tarn-serve --help", *arguments)
+            self.check("no program given; see tarn-serve --help", *arguments)
 
     def test_have_an_unknown_option(self):
         for arguments in (("-x", "true"), ("--children", "8", "-x", "true"), ("-", "true")):
