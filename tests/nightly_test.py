@@ -27,7 +27,11 @@ case "$(basename "$0") $1" in
     echo "25 targets, for ${TARN_FUZZ_SECONDS:-1800} seconds each"
     echo 'cookies         #1234 DONE cov: 99 exec/s: 10'
     ;;
-  'load 200000') echo '523: lighttpd: 200000 requests by 32 clients in 60.0 s' ;;
+  'load 200000')
+    # After the name of the test, if it took no line of its own.
+    echo '523: test_under_apache (__main__.Load) ... Apache: 200000 requests in 70.0 s'
+    echo '523: lighttpd: 200000 requests by 32 clients in 60.0 s'
+    ;;
   'soak 1000000')
     echo '524:   requests  a second   supervisor    worker   descriptors  processes'
     echo '524:     50,000     5,000      900 KiB 1,100 KiB      9 and 12          3'
@@ -98,6 +102,7 @@ class Nightly(unittest.TestCase):
             "25 targets, for 1800 seconds each",
             "cookies: 1234 runs, cov: 99 exec/s: 10",
             "lighttpd: 200000 requests by 32 clients in 60.0 s",
+            "Apache: 200000 requests in 70.0 s",
             "1,000,000 requests, 4,900 a second, supervisor 901 KiB, worker 1,101 KiB",
             "cookies: the archive has 12 inputs, and had 11",
             "97.5 % of those that compile are noticed",
