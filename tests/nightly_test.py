@@ -14,7 +14,7 @@ from typing import Any
 
 SOURCE = Path(__file__).resolve().parent.parent
 ALL = (
-    "coverage valgrind musl s390x sanitizers debian tidy header abi servers "
+    "coverage valgrind musl aarch64 armhf riscv64 s390x sanitizers debian tidy header abi servers "
     "load soak mutate compare fuzz"
 )
 
@@ -23,8 +23,15 @@ STEP = """#!/bin/bash
 echo "$0 $* TARN_NIGHTLY=${TARN_NIGHTLY-}" >>calls
 if [ "$(cat failing 2>/dev/null)" = "$(basename "$0") $1" ]; then exit 1; fi
 case "$(basename "$0") $1" in
-  'run fuzz') echo 'cookies         #1234 DONE cov: 99 exec/s: 10' ;;
-  'load 200000') echo '523: lighttpd: 200000 requests by 32 clients in 60.0 s' ;;
+  'run fuzz')
+    echo "25 targets, for ${TARN_FUZZ_SECONDS:-1800} seconds each"
+    echo 'cookies         #1234 DONE cov: 99 exec/s: 10'
+    ;;
+  'load 200000')
+    # After the name of the test, if it took no line of its own.
+    echo '523: test_under_apache (__main__.Load) ... Apache: 200000 requests in 70.0 s'
+    echo '523: lighttpd: 200000 requests by 32 clients in 60.0 s'
+    ;;
   'soak 1000000')
     echo '524:   requests  a second   supervisor    worker   descriptors  processes'
     echo '524:     50,000     5,000      900 KiB 1,100 KiB      9 and 12          3'
@@ -92,8 +99,10 @@ class Nightly(unittest.TestCase):
             self.assertRegex(page, rf"(?m)^\| `{step}` \| passed \| \d+:\d\d \|$")
         for figure in (
             "15 of 16 tests of internal_tests",
+            "25 targets, for 1800 seconds each",
             "cookies: 1234 runs, cov: 99 exec/s: 10",
             "lighttpd: 200000 requests by 32 clients in 60.0 s",
+            "Apache: 200000 requests in 70.0 s",
             "1,000,000 requests, 4,900 a second, supervisor 901 KiB, worker 1,101 KiB",
             "cookies: the archive has 12 inputs, and had 11",
             "97.5 % of those that compile are noticed",
@@ -105,6 +114,7 @@ class Nightly(unittest.TestCase):
             "/load 200000 ",
             "/soak 1000000 ",
             "/run valgrind TARN_NIGHTLY=1",
+            "/run armhf TARN_NIGHTLY=1",
             "/run s390x TARN_NIGHTLY=1",
             "/mutate --since 1111111111 --sample 300 --turn ",
             "/compare --requests 20000 --seed 20",
@@ -118,8 +128,8 @@ class Nightly(unittest.TestCase):
         self.assertFalse((self.root / "docs" / "nightly.md").exists())
         first = self.report("build/nightly/report.md").splitlines()[0]
         self.assertEqual(
-            "# A shortened night: without the steps coverage valgrind musl s390x sanitizers debian "
-            "header abi servers soak mutate compare fuzz",
+            "# A shortened night: without the steps coverage valgrind musl aarch64 armhf riscv64 "
+            "s390x sanitizers debian header abi servers soak mutate compare fuzz",
             first,
         )
 
@@ -132,6 +142,30 @@ class Nightly(unittest.TestCase):
                 first = self.report("build/nightly/report.md").splitlines()[0]
                 self.assertEqual(f"# A shortened night: with TARN_{name}=7", first)
 
+    def test_report_says_how_long_each_target_was_fuzzed(self):
+        done = self.run_nightly("fuzz", TARN_FUZZ_SECONDS="60")
+        self.assertEqual(0, done.returncode, done.stderr)
+        page = self.report("build/nightly/report.md")
+        self.assertIn("; with TARN_FUZZ_SECONDS=60\n", page)
+        self.assertIn("\n- 25 targets, for 60 seconds each\n", page)
+
+    # On a new machine, too.
+    def test_packages_are_installed_before_they_are_needed(self):
+        self.run_nightly()
+        calls = self.calls.splitlines()
+        for need, groups in (
+            ("cmake --preset release", "build test"),
+            ("run sanitizers", "build test sanitizers e2e guides"),
+            ("run valgrind", "build test memory fuzz"),
+            ("run header", "build header"),
+            ("run tidy", "build test lint"),
+            ("run debian", "build test e2e guides"),
+            ("mutate --since", "build test"),
+        ):
+            first = next(i for i, call in enumerate(calls) if f"/{need}" in call)
+            installed = [call for call in calls[:first] if call.startswith("scripts/setup ")]
+            self.assertLessEqual(set(groups.split()), set(" ".join(installed).split()), need)
+
     def test_goes_on_after_a_failure_and_fails(self):
         for failing, step in (("run s390x", "s390x"), ("fuzz --merge", "fuzz")):
             with self.subTest(step):
@@ -140,7 +174,7 @@ class Nightly(unittest.TestCase):
                 self.assertEqual(1, done.returncode)
                 page = self.report("docs/nightly.md")
                 self.assertRegex(page, rf"(?m)^\| `{step}` \| FAILED \|")
-                self.assertEqual(14, page.count("| passed |"))
+                self.assertEqual(17, page.count("| passed |"))
 
     def test_changes_since_the_last_report_are_tried(self):
         (self.root / "docs" / "nightly.md").write_text("- Revision: `2222222222`\n")

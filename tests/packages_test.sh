@@ -51,7 +51,8 @@ for name in libtarn libtarn_form libtarn_serve; do
     grep -q "$word" dynamic || fail "the dynamic section of $name has no $word"
   done
   [ "$(grep -c NEEDED dynamic)" = 1 ] || fail "$name needs more than the C library"
-  readelf -lW "$library" | grep -q GNU_RELRO || fail "$name is not read-only after relocation"
+  readelf -lW "$library" >segments
+  grep -q GNU_RELRO segments || fail "$name is not read-only after relocation"
   nm -D --undefined-only "$library" >undefined
   for function in __stack_chk_fail '__[a-z]*_chk'; do
     grep -q "$function@" undefined || fail "$name was not hardened: it does not call $function"

@@ -690,7 +690,8 @@ TEST(StringCopies, RefuseANullAddressAndAHandleInUse) {
 // ---- Comparing ----------------------------------------------------------------------------------
 
 TEST(StringCompare, ReturnsWhatStrcmpReturnsAndOneForANullText) {
-  // Called through a pointer, so that the compiler does not compute the result.
+  // Called through a pointer, so that the compiler does not compute the result. On some processors the
+  // number depends on how both texts are aligned, so it compares the very same ones.
   int (*volatile order)(const char *, const char *) = std::strcmp;
   const char *const texts[] = {"", "a", "A", "abc", "abd", "z", "\x7f", "\xff", "\xc3\xa4"};
   for (const char *a : texts) {
@@ -699,8 +700,10 @@ TEST(StringCompare, ReturnsWhatStrcmpReturnsAndOneForANullText) {
     EXPECT_EQ(0, TARNString_compare_string(left, left));
     for (const char *b : texts) {
       String right(b);
-      EXPECT_EQ(order(a, b), TARNString_compare(left, b)) << a << " against " << b;
-      EXPECT_EQ(order(a, b), TARNString_compare_string(left, right)) << a << " against " << b;
+      const char *const text = TARNString_c_str(left);
+      EXPECT_EQ(order(text, b), TARNString_compare(left, b)) << a << " against " << b;
+      EXPECT_EQ(order(text, TARNString_c_str(right)), TARNString_compare_string(left, right))
+          << a << " against " << b;
     }
   }
 }
