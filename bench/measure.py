@@ -108,7 +108,9 @@ def instructions(*arguments):
             text = file.read()
     # Two lines follow the name of a called function: the number of calls, then the place and cost.
     main = re.search(r"^cfn=main$\ncalls=1 .*\n\S+ (\d+)$", text, re.MULTILINE)
-    return Instructions(int(re.search(r"^totals: (\d+)$", text, re.MULTILINE)[1]), int(main[1]))
+    total = int(re.search(r"^totals: (\d+)$", text, re.MULTILINE)[1])
+    # Programs without symbols have no name for it.
+    return Instructions(total, int(main[1]) if main else 0)
 
 
 def system_calls(*arguments):

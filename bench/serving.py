@@ -143,6 +143,7 @@ WAYS = [
         PROCESS,
         script="serve-static",
     ),
+    Way("fcgiwrap, musl", lambda folder: ["fcgiwrap", "-c", "4"], PROCESS, script="serve-musl"),
     Way("tarn_serve", lambda folder: [program("serve")], PROCESS),
     Way("tarn_serve, static", lambda folder: [program("serve-static")], PROCESS),
     Way("tarn-serve command", lambda folder: [tool(), "--", program("serve")], PROCESS),
@@ -274,7 +275,10 @@ def prepared() -> Iterator[str]:
             os.mkdir(os.path.join(folder, name))
         os.chmod(os.path.join(folder, "spool"), 0o777)
         # A server runs a script in its folder, where the script finds its libraries.
-        for path in [*map(program, ("serve", "serve-static")), *glob.glob(program("lib*_here.so"))]:
+        for path in [
+            *map(program, ("serve", "serve-static", "serve-musl")),
+            *glob.glob(program("lib*_here.so")),
+        ]:
             shutil.copy(path, os.path.join(folder, "www"))
         with open(os.path.join(folder, "www/serve.php"), "w", encoding="ascii") as file:
             file.write(PHP)

@@ -83,8 +83,8 @@ def counts(request, names):
     return counted
 
 
-def short(options, title, request, counted):
-    names = FLOORS + SCRIPTS
+def short(options, title, request, counted, more_scripts=()):
+    names = [*FLOORS, *SCRIPTS, *more_scripts]
     rounds = options.rounds(1000, 30)
     medians, samples = measured(options, request, names, rounds)
     more = counts(request, names) if counted else {}
@@ -92,11 +92,11 @@ def short(options, title, request, counted):
     return medians, Report(title, text, [], {"samples": samples, "counts": more})
 
 
-def start(options, title, request):
-    medians, made = short(options, title, request, counted=True)
+def start(options, title, request, more_scripts=()):
+    medians, made = short(options, title, request, True, more_scripts)
     beyond = (medians["tarn"].wall - medians["stub"].wall) * 1e6
     static = medians["tarn-static"].wall / medians["floor"].wall
-    return made._replace(
+    return medians, made._replace(
         targets=[
             Target("tarn beyond stub", beyond, 20, " µs"),
             Target("tarn-static, × floor", static, 1),
@@ -105,11 +105,23 @@ def start(options, title, request):
 
 
 def w1(options):
-    return start(options, "a GET with 3 fields", bodies.query())
+    medians, made = start(options, "a GET with 3 fields", bodies.query(), ["tarn-musl"])
+    counted = made.data["counts"]
+    wall = medians["tarn-musl"].wall / medians["floor"].wall
+    share = counted["tarn-musl"]["instructions"] / counted["floor"]["instructions"]
+    size = os.path.getsize(os.path.join(measure.PROGRAMS, "greet-musl")) / 1000
+    return made._replace(
+        targets=[
+            *made.targets,
+            Target("tarn-musl, × floor, on a virtual machine", wall, 0.3),
+            Target("tarn-musl, instructions, × floor's", share, 0.2),
+            Target("README's script with musl", size, 80, " KB"),
+        ]
+    )
 
 
 def w2(options):
-    return start(options, "a POST with 3 fields", bodies.form())
+    return start(options, "a POST with 3 fields", bodies.form())[1]
 
 
 def w3(options):

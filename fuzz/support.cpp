@@ -1,5 +1,6 @@
 #include "support.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -83,8 +84,60 @@ std::string Stream::unread() {
   return rest;
 }
 
+#if defined(__GLIBC__)
+Script::Streams::Streams(std::string_view body)
+    : input_(body), inputBefore_(stdin), outputBefore_(stdout) {
+  stdin = input_.file();
+  stdout = output_.file();
+}
+
+Script::Streams::~Streams() {
+  stdin = inputBefore_;
+  stdout = outputBefore_;
+}
+
+std::string Script::Streams::unread() { return input_.unread(); }
+std::string Script::Streams::written() { return output_.written(); }
+#else
+// The streams of other C libraries are constants, so files take the place of theirs.
+Script::Streams::Streams(std::string_view body)
+    : input_(memfd_create("input", 0)), output_(memfd_create("output", 0)) {
+  EXPECT(input_ >= 0 && output_ >= 0);
+  EXPECT(write(input_, body.data(), body.size()) == static_cast<ssize_t>(body.size()));
+  std::fflush(stdout);
+  inputBefore_ = dup(STDIN_FILENO);
+  outputBefore_ = dup(STDOUT_FILENO);
+  EXPECT(dup2(input_, STDIN_FILENO) == STDIN_FILENO);
+  EXPECT(dup2(output_, STDOUT_FILENO) == STDOUT_FILENO);
+  std::rewind(stdin);
+}
+
+Script::Streams::~Streams() {
+  std::fflush(stdout);
+  std::clearerr(stdout);
+  dup2(inputBefore_, STDIN_FILENO);
+  dup2(outputBefore_, STDOUT_FILENO);
+  for (const int file : {input_, output_, inputBefore_, outputBefore_}) close(file);
+}
+
+std::string Script::Streams::unread() {
+  std::string rest;
+  for (int byte = std::getchar(); byte != EOF; byte = std::getchar()) {
+    rest.push_back(static_cast<char>(byte));
+  }
+  return rest;
+}
+
+std::string Script::Streams::written() {
+  std::fflush(stdout);
+  std::string bytes(static_cast<size_t>(lseek(output_, 0, SEEK_CUR)), '\0');
+  EXPECT(pread(output_, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()));
+  return bytes;
+}
+#endif
+
 Script::Script(std::initializer_list<Variable> variables, std::string_view body)
-    : input_(body), environmentBefore_(environ), inputBefore_(stdin), outputBefore_(stdout) {
+    : streams_(body), environmentBefore_(environ) {
   texts_.reserve(variables.size());
   for (const auto &[name, value] : variables) {
     texts_.emplace_back(std::string(name) + "=" + std::string(value));
@@ -92,15 +145,9 @@ Script::Script(std::initializer_list<Variable> variables, std::string_view body)
   }
   environment_.push_back(nullptr);
   environ = environment_.data();
-  stdin = input_.file();
-  stdout = output_.file();
 }
 
-Script::~Script() {
-  environ = environmentBefore_;
-  stdin = inputBefore_;
-  stdout = outputBefore_;
-}
+Script::~Script() { environ = environmentBefore_; }
 
 void notAbandoned(const void *block) { std::erase(abandoned, block); }
 

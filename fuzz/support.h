@@ -99,17 +99,39 @@ class Script {
   Script &operator=(const Script &) = delete;
   ~Script();
 
-  std::string unreadInput() { return input_.unread(); }
-  std::string printed() { return output_.written(); }
+  std::string unreadInput() { return streams_.unread(); }
+  std::string printed() { return streams_.written(); }
 
  private:
+  // Standard input and output.
+  class Streams {
+   public:
+    explicit Streams(std::string_view body);
+    Streams(const Streams &) = delete;
+    Streams &operator=(const Streams &) = delete;
+    ~Streams();
+
+    std::string unread();
+    std::string written();
+
+   private:
+#if defined(__GLIBC__)
+    Stream input_;
+    Stream output_;
+    FILE *inputBefore_;
+    FILE *outputBefore_;
+#else
+    int input_;
+    int output_;
+    int inputBefore_;
+    int outputBefore_;
+#endif
+  };
+
   std::vector<CText> texts_;
   std::vector<char *> environment_;
-  Stream input_;
-  Stream output_;
+  Streams streams_;
   char **environmentBefore_;
-  FILE *inputBefore_;
-  FILE *outputBefore_;
 };
 
 // The library keeps some blocks until the process ends. Here they are freed after each input, so

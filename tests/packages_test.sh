@@ -42,8 +42,11 @@ lintian --allow-root --display-info --fail-on error,warning,info \
 
 mkdir contents
 for package in *.deb; do dpkg-deb -x "$package" contents; done
-diff -r "$OLDPWD/include" contents/usr/include ||
-  fail 'the headers in libtarn-dev differ from those in include/'
+musl=$(uname -m)-linux-musl
+for folder in usr/include "usr/include/$musl"; do
+  diff -r --exclude="$musl" "$OLDPWD/include" "contents/$folder" ||
+    fail "the headers in $folder differ from those in include/"
+done
 for name in libtarn libtarn_form libtarn_serve; do
   library=$(echo contents/usr/lib/*/"$name.so.1")
   readelf -d "$library" >dynamic
@@ -65,7 +68,8 @@ source=$OLDPWD
 awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >greet.c
 call=$(sed -n 's/^\$ \(.*\.\/greet\)$/\1/p' "$source/README.md")
 sed -n '/^\$ .*\.\/greet$/,/^```$/p' "$source/README.md" | sed '1d;$d' >shown
-[[ -s greet.c && $call && -s shown ]] || fail 'README.md has no greet.c, or does not call it'
+awk '/^```cpp$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >welcome.cpp
+[[ -s greet.c && -s welcome.cpp && $call && -s shown ]] || fail 'README.md has no greet.c or welcome.cpp, or does not call greet'
 cp "$source/docs/examples/serve-hello.c" serve.c
 cat >on-the-new-system <<END
 #!/bin/sh -eu
@@ -103,12 +107,21 @@ kill "\$service"
 wait "\$service"
 [ ! -e serve.sock ]
 tarn-serve --version
+tarn-cc -Wall -Wextra -Werror /packages/greet.c -o greet-static
+${call/.\/greet/.\/greet-static} >/packages/printed-static
+tarn-cc /packages/welcome.cpp -o welcome
+QUERY_STRING='name=<b>' ./welcome | grep -q 'Hello, &lt;b&gt;!'
+tarn-cc /usr/share/doc/tarn-doc/examples/form-echo.c -o form-echo-static
+QUERY_STRING='a=static' ./form-echo-static | grep -q '<td>static</td>'
+tarn-cc /packages/serve.c -o serve-static
+QUERY_STRING=name ./serve-static | grep -qx 'Hello, name!'
+zcat /usr/share/man/man1/tarn-cc.1.gz | grep -q 'Fl static-pie'
 [ -f /lib/systemd/system/tarn-serve@.socket ]
 zcat /usr/share/man/man1/tarn-serve.1.gz | grep -q 'Fl -listen'
 zcat /usr/share/man/man3/Tarn_getFile.3.gz | grep -q 'Nm Tarn_getFile'
 grep -q Tarn_getFile /usr/share/doc/tarn/html/c/Tarn_getFile.html
 apt-get purge -q -q -y -o Dpkg::Use-Pty=0 libtarn1 libtarn-form1 libtarn-serve1 libtarn-dev \
-  tarn-doc tarn-serve tarn-tools >apt.log </dev/null
+  libtarn-musl-dev tarn-doc tarn-serve tarn-tools >apt.log </dev/null
 find / -xdev -path /packages -prune -o -name '*tarn*' -print >/packages/left
 END
 chmod 755 on-the-new-system
@@ -117,13 +130,13 @@ codename=$(. /etc/os-release && printf '%s' "$VERSION_CODENAME")
 export DEBIAN_FRONTEND=noninteractive
 # The hooks expand "$1", the new system's folder.
 # shellcheck disable=SC2016
-mmdebstrap --quiet --variant=apt --format=null --include=gcc,libc6-dev,pkg-config \
+mmdebstrap --quiet --variant=apt --format=null --include=gcc,libc6-dev,libc++-dev,pkg-config \
   --skip=cleanup/apt/lists \
-  --customize-hook='mkdir "$1/packages" && cp ./*.deb greet.c serve.c on-the-new-system "$1/packages"' \
+  --customize-hook='mkdir "$1/packages" && cp ./*.deb greet.c welcome.cpp serve.c on-the-new-system "$1/packages"' \
   --customize-hook='chroot "$1" /packages/on-the-new-system' \
   --customize-hook='cp "$1"/packages/printed* "$1/packages/left" .' "$codename" - ||
   fail 'the packages do not work on a new system'
-for printed in printed printed-archive; do
+for printed in printed printed-archive printed-static; do
   tr -d '\r' <"$printed" | cmp - shown ||
     fail "on a new system, the README's script prints something else"
 done

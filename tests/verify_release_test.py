@@ -8,6 +8,7 @@ import importlib.machinery
 import importlib.util
 import json
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -19,6 +20,7 @@ SOURCE = Path(__file__).resolve().parent.parent
 BUILD = Path(os.environ["BUILD"])
 VERSION = (SOURCE / "VERSION").read_text(encoding="utf-8").split()[0]
 LIB = "usr/lib/x86_64-linux-gnu"
+MUSL = "usr/lib/x86_64-linux-musl"
 HTML = "usr/share/doc/tarn/html"
 SITE = f"tarn-doc_{VERSION}-1_all.deb"
 PAGE = f'<title>{{}}Tarn {VERSION}</title><p id="top"><a href="{{}}">There</a>'
@@ -30,6 +32,11 @@ def built(path: str) -> bytes:
 
 def compressed(path: str) -> bytes:
     return gzip.compress(built(path), mtime=0)
+
+
+def configured(path: str) -> bytes:
+    text = (SOURCE / path).read_text(encoding="utf-8")
+    return re.sub("@(TARN_RELEASE|PROJECT_VERSION)@", VERSION, text).encode()
 
 
 def contents() -> dict[str, dict[str, Any]]:
@@ -44,7 +51,12 @@ def contents() -> dict[str, dict[str, Any]]:
         "usr/share/man/man3/tarn.3.gz": compressed("docs/man/man3/tarn.3"),
         "usr/share/man/man3/alias.3.gz": gzip.compress(b".so man3/tarn.3\n"),
     }
-    packages: dict[str, dict[str, Any]] = {"libtarn-dev": development}
+    # This build has no libraries for musl. Its own have the same names in them.
+    static: dict[str, Any] = {
+        "usr/bin/tarn-cc": configured("tools/tarn-cc.in"),
+        "usr/share/man/man1/tarn-cc.1.gz": gzip.compress(configured("tools/tarn-cc.1"), mtime=0),
+    }
+    packages: dict[str, dict[str, Any]] = {"libtarn-dev": development, "libtarn-musl-dev": static}
     for name in ("libtarn", "libtarn_form", "libtarn_serve"):
         file = f"{name}.so.{VERSION}"
         packages[f"{name.replace('_', '-')}1"] = {
@@ -52,6 +64,7 @@ def contents() -> dict[str, dict[str, Any]]:
             f"{LIB}/{name}.so.1": file,
         }
         development |= {f"{LIB}/{name}.a": built(f"{name}.a"), f"{LIB}/{name}.so": f"{name}.so.1"}
+        static[f"{MUSL}/{name}.a"] = built(f"{name}.a")
     packages["tarn-tools"] = {
         "usr/bin/tarn-form": built("tools/tarn-form"),
         "usr/bin/tarn-run": built("tools/tarn-run"),
@@ -176,7 +189,7 @@ class Release(Case):
     def test_passes_if_everything_is_right(self):
         done = self.run_script("--check", self.packages)
         self.assertEqual((0, ""), (done.returncode, done.stderr))
-        self.assertIn(f"Tarn {VERSION}: 7 packages with ", done.stdout)
+        self.assertIn(f"Tarn {VERSION}: 8 packages with ", done.stdout)
 
     def test_needs_packages(self):
         empty = self.folder / "empty"
@@ -201,6 +214,8 @@ class Versions(Case):
             ("libtarn-dev", f"{LIB}/pkgconfig/tarn-form.pc"),
             ("libtarn-dev", f"{LIB}/cmake/tarn/tarn-config-version.cmake"),
             ("libtarn-dev", "usr/share/man/man3/tarn.3.gz"),
+            ("libtarn-musl-dev", "usr/bin/tarn-cc"),
+            ("libtarn-musl-dev", "usr/share/man/man1/tarn-cc.1.gz"),
             ("tarn-tools", "usr/share/man/man1/tarn-form.1.gz"),
             ("tarn-tools", "usr/bin/tarn-run"),
             ("tarn-tools", "usr/bin/tarn-form"),
@@ -261,6 +276,18 @@ class Symbols(Case):
             f"{path} in libtarn-dev_{VERSION}-1_amd64.deb does not define TarnForm_isWhole",
         )
 
+    def test_that_a_library_for_musl_lacks(self):
+        path = f"{MUSL}/libtarn_serve.a"
+        self.change("libtarn-musl-dev", path, b"tarn_serve_program", b"tarn_serve_progral")
+        self.refused(
+            f"{path} in libtarn-musl-dev_{VERSION}-1_amd64.deb does not define tarn_serve_program",
+        )
+
+    def test_of_a_library_for_musl_that_is_missing(self):
+        del self.contents["libtarn-musl-dev"][f"{MUSL}/libtarn_form.a"]
+        self.pack("libtarn-musl-dev")
+        self.refused("no package has usr/lib/*-linux-musl/libtarn_form.a")
+
     def test_of_a_library_that_is_missing(self):
         for name in ("libtarn_serve.so.1", f"libtarn_serve.so.{VERSION}"):
             del self.contents["libtarn-serve1"][f"{LIB}/{name}"]
@@ -269,6 +296,16 @@ class Symbols(Case):
             f"no package has libtarn_serve.so.{VERSION}",
             f"{LIB}/libtarn_serve.so in libtarn-dev_{VERSION}-1_amd64.deb is a symbolic link to "
             "libtarn_serve.so.1, which no package has",
+        )
+
+
+class Owners(Case):
+    def test_of_a_file_in_two_packages(self):
+        self.contents["tarn-tools"]["usr/bin/tarn-cc"] = b"version=" + VERSION.encode() + b"\n"
+        self.pack("tarn-tools")
+        self.refused(
+            f"usr/bin/tarn-cc is in libtarn-musl-dev_{VERSION}-1_amd64.deb and in "
+            f"tarn-tools_{VERSION}-1_amd64.deb"
         )
 
 

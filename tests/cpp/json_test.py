@@ -132,6 +132,7 @@ class Json(unittest.TestCase):
                 json.loads(answer)
         self.assertGreater(accepted, 30)
 
+    @unittest.skipIf(os.environ.get("C_LIBRARY") == "musl", "every locale of musl has a dot")
     def test_numbers_have_a_dot_in_every_locale(self) -> None:
         with tempfile.TemporaryDirectory() as folder:
             # A locale that has a comma.

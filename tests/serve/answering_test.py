@@ -243,11 +243,14 @@ class Answers(unittest.TestCase):
     def test_are_streamed(self) -> None:
         with Service() as service, service.client() as client:
             client.send(request("header&text=now&flush&note=begun&sleep=600000"))
-            kinds = []
-            for kind, _, content in client.records():
-                kinds.append(content)
-                break
-            self.assertEqual(kinds, [b"Content-Type: text/plain\r\n\r\nnow"])
+            # musl writes the first line at once, so there may be two records.
+            wanted = b"Content-Type: text/plain\r\n\r\nnow"
+            found = b""
+            for _, _, content in client.records():
+                found += content
+                if len(found) >= len(wanted):
+                    break
+            self.assertEqual(found, wanted)
             child = service.wait_for_note("begun")[0]
             client.send(record(ABORT))
             self.assertTrue(client.answer().ended)

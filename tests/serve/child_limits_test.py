@@ -12,6 +12,7 @@ from fastcgi import (
     SANITIZED,
     Service,
     begin,
+    error_text,
     is_alive,
     parameters,
     request,
@@ -68,7 +69,7 @@ class Limits(unittest.TestCase):
         with Service("--address-space", "64M") as service, service.client() as client:
             answer = client.ask("header&allocate=100000000&allocate=1000000", keep=True)
             self.assertEqual((answer.ended, answer.status), (True, 0))
-            self.assertEqual(answer.lines, ["Cannot allocate memory", "fine"])
+            self.assertEqual(answer.lines, [error_text("Cannot allocate memory"), "fine"])
             # The next one finds the same limit, and all of it.
             answer = client.ask("header&allocate=30000000", b"x" * 2_000_000, keep=True)
             self.assertEqual(answer.lines, ["fine"])
@@ -79,7 +80,9 @@ class Limits(unittest.TestCase):
             for body in (b"", b"x" * 2_000_000):
                 answer = client.ask("header&open=18&open=17", body, keep=True)
                 self.assertEqual((answer.ended, answer.status), (True, 0))
-                self.assertEqual(answer.lines, ["17 Too many open files", "17 fine"])
+                self.assertEqual(
+                    answer.lines, [f"17 {error_text('Too many open files')}", "17 fine"]
+                )
             self.assertEqual(service.log_lines(), [])
 
     def test_processes_that_a_script_cannot_start(self) -> None:

@@ -22,6 +22,17 @@ PROBE = os.environ["PROBE"]
 SANITIZED = os.environ.get("SANITIZED") == "ON"
 # What runs the programs if they are for another processor.
 EMULATOR = os.environ.get("EMULATOR", "").split()
+MUSL = os.environ.get("C_LIBRARY") == "musl"
+OF_MUSL = {
+    "Address already in use": "Address in use",
+    "Cannot allocate memory": "Out of memory",
+    "Too many open files": "No file descriptors available",
+}
+
+
+def error_text(of_glibc: str) -> str:
+    """What strerror() says, with the C library of the programs."""
+    return OF_MUSL[of_glibc] if MUSL else of_glibc
 
 
 def record(kind: int, request: int = 1, content: bytes = b"", padding: int = 0) -> bytes:

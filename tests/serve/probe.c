@@ -18,7 +18,13 @@
 extern char **environ;
 
 /* Tests change the digits in copies of this program. */
-static volatile const char version[] = "VERSION:00000000";
+static volatile const char changed[] = "VERSION:00000000";
+
+static const char *version(void) {
+  static char copy[sizeof changed];
+  for (size_t i = 0; i < sizeof copy; ++i) copy[i] = changed[i];
+  return copy;
+}
 
 static void die(const char *what) {
   perror(what);
@@ -120,7 +126,7 @@ static void burn(void) {
 static void report(int worked) { puts(worked ? "fine" : strerror(errno)); }
 
 static void allocate(unsigned long size) {
-  char *const memory = malloc(size);
+  char *volatile memory = malloc(size); /* or compilers leave it out */
   if (memory) memset(memory, 1, size);
   report(memory != NULL);
   free(memory);
@@ -160,7 +166,7 @@ static void run(const char *command, const char *value) {
   } else if (!strcmp(command, "text")) {
     fputs(value, stdout);
   } else if (!strcmp(command, "version")) {
-    for (entry = NULL, command = (const char *)version; *command; ++command) putchar(*command);
+    for (entry = NULL, command = version(); *command; ++command) putchar(*command);
   } else if (!strcmp(command, "env")) {
     for (entry = environ; *entry; ++entry) puts(*entry);
   } else if (!strcmp(command, "body")) {
@@ -282,8 +288,8 @@ static void unused(int number) { (void)number; }
 /* Versions that are no service, and do nothing. One closes its files first. */
 static void be_useless(void) {
   int file;
-  const int closes = strcmp((const char *)version, "VERSION:66666666") == 0;
-  if (!closes && strcmp((const char *)version, "VERSION:55555555") != 0) return;
+  const int closes = strcmp(version(), "VERSION:66666666") == 0;
+  if (!closes && strcmp(version(), "VERSION:55555555") != 0) return;
   for (file = 0; closes && file < 1024; ++file) close(file);
   for (;;) pause();
 }

@@ -21,6 +21,7 @@ from fastcgi import (
     Service,
     begin,
     children_of,
+    error_text,
     pair,
     parameters,
     record,
@@ -571,7 +572,7 @@ class Address(unittest.TestCase):
             options = ("--listen", "unix:{folder}/socket", "--status", address)
             with Service(*options, listens=False) as service:
                 self.assertEqual(service.process.wait(100), 1)
-                problem = "cannot bind the socket: Address already in use"
+                problem = f"cannot bind the socket: {error_text('Address already in use')}"
                 self.assertEqual(service.log_lines(), [f"tarn-serve: {address}: {problem}"])
                 self.assertFalse(os.path.exists(service.path("socket")))
                 service.process.returncode = 0

@@ -17,6 +17,7 @@ from fastcgi import (
     Client,
     Service,
     children_of,
+    error_text,
     is_alive,
     processor_ticks,
     record,
@@ -122,7 +123,9 @@ class Start(unittest.TestCase):
                     )
                     winner, loser = pair if second.process.poll() is not None else pair[::-1]
                     self.assertEqual(loser.process.wait(100), 1)
-                    problem = "another service listens there: Address already in use"
+                    problem = (
+                        f"another service listens there: {error_text('Address already in use')}"
+                    )
                     self.assertEqual(loser.log_lines(), [f"tarn-serve: unix:{path}: {problem}"])
                     loser.process.returncode = 0
                     winner.address = path
