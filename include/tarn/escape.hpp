@@ -76,15 +76,18 @@ inline void put_attribute(Buffer &out, std::string_view text) noexcept {
   });
 }
 
-// Which bytes a URL keeps: letters, digits and some marks.
+// Which bytes a URL keeps: letters, digits and some marks. Visits these only: compilers make the tables
+// whenever they read this header.
 struct UrlBytes {
   constexpr explicit UrlBytes(std::string_view marks) noexcept {
-    for (unsigned byte = 0; byte < 256; ++byte) {
-      const char c = static_cast<char>(byte);
-      kept[byte] = is_alphanumeric(c) || is_among(c, marks);
-    }
+    for (const char c : marks) keep(c);
+    for (char c = '0'; c <= '9'; ++c) keep(c);
+    for (char c = 'A'; c <= 'Z'; ++c) keep(c);
+    for (char c = 'a'; c <= 'z'; ++c) keep(c);
   }
   constexpr bool keeps(char c) const noexcept { return kept[static_cast<unsigned char>(c)]; }
+
+  constexpr void keep(char c) noexcept { kept[static_cast<unsigned char>(c)] = true; }
 
   bool kept[256] = {};
 };

@@ -108,8 +108,8 @@ inline constexpr std::string_view kHtml = "text/html; charset=utf-8";
 
 // Other functions of Response, or the server, write these.
 inline constexpr std::string_view kReservedHeaders[] = {
-    "Connection", "Content-Length", "Content-Type",     "Location",
-    "Set-Cookie", "Status",         "Transfer-Encoding"};
+    "Connection"sv, "Content-Length"sv, "Content-Type"sv,     "Location"sv,
+    "Set-Cookie"sv, "Status"sv,         "Transfer-Encoding"sv};
 
 // Characters that make the rest of a file name read backwards, which hides its extension, and
 // characters that end a line.
