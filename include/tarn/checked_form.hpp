@@ -32,7 +32,7 @@ namespace tarn {
  *  return response.status(form.status()).send(page) ? 0 : 1;
  *  @endcode
  *
- *  Before the form was submitted, it has no wrong fields and does not hold. It views names, sentences
+ *  Before the form was submitted, it is false and has no wrong fields. It views names, sentences
  *  and the Form, which must live as long: string literals, for example. The `id` of a control is the
  *  name of its field, so two forms of one page need different names.
  */

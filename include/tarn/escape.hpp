@@ -194,7 +194,8 @@ Text escaped(std::string_view text) noexcept {
 }
 
 /** Turns a text into a string of JSON and JavaScript, with its quotation marks. It is safe inside a
- *  script element and in an attribute value, because no character in it has a meaning in HTML.
+ *  script element, and in an attribute value in single quotes: between its quotation marks, no
+ *  character has a meaning in HTML.
  *  Invalid UTF-8 becomes U+FFFD. */
 [[nodiscard]] inline Text escape_json(std::string_view text) noexcept {
   return detail::escaped<detail::put_json>(text);

@@ -326,7 +326,8 @@ class Renderer {
  *  depth. Refused are
  *
  *   - element names with characters other than letters, digits and "-", and `plaintext`; attribute
- *     names with spaces, control characters, quotation marks of any kind, or any of "/<=>"
+ *     names with characters other than visible ASCII, with quotation marks of any kind, or any of
+ *     "/<=>"
  *   - content in an element that is always empty, such as `br`; elements in `title`, `textarea` and
  *     elements for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
  *   - in an element for code, text that is not Raw, and Raw that would end the element early
@@ -340,8 +341,8 @@ class Renderer {
  *   - URLs that run code, such as "javascript:", in attributes that HTML, SVG and MathML do not have,
  *     unless their names begin with "data-" or "aria-"
  *
- *  A URL of another site is allowed in the `href` of `a`, `area`, an `image` in SVG, and a `link`
- *  whose `rel` is `canonical`, `alternate`, `icon` or the like; in the `src` of `img`, `audio`,
+ *  A URL of another site is allowed in the `href` of `a`, `area`, an `image` or `feImage` in SVG, and a
+ *  `link` whose `rel` is `canonical`, `alternate`, `icon` or the like; in the `src` of `img`, `audio`,
  *  `video`, `source`, `track` and `input`; and in attributes such as `poster` and `cite`.
  *
  *  @return the text; or the reason why there is none: something was refused, or an allocation failed

@@ -293,8 +293,8 @@ class Response {
   /** Makes the browser save the body under this name. The last call counts.
    *
    *  @param name  in any script, in UTF-8. Only what follows the last slash or backslash is sent;
-   *               control characters, and those that turn the direction of writing, become "_". If
-   *               it is empty, the browser finds a name itself. */
+   *               control characters, and those that end a line or turn the direction of writing,
+   *               become "_". If it is empty, the browser finds a name itself. */
   Response &attachment(std::string_view name) &noexcept {
     using namespace detail;
     const Text whole = escaped<put_file_name>(name);

@@ -273,7 +273,7 @@ class StoredFile {
   }
 
   // Times of files advance in steps of some milliseconds. A later change has another time for certain
-  // if the last one was in an earlier second.
+  // if the last one was more than a second ago.
   bool is_settled() const noexcept { return opened_ - changed_ >= 2; }
 
   // Any change has another time of change, even one that restores the time of modification.
