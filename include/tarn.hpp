@@ -19,8 +19,8 @@
  *     warns if you keep it (-Wdangling). A SetCookie and a Raw copy temporaries. A Field, which
  *     the next one replaces, cannot be copied.
  *  3. Missing and empty. What may be missing is a std::optional: nothing is not the empty text.
- *  4. Texts. Pass a text as a std::string_view, or as what converts to it; it is copied up to its
- *     first zero byte, where every text in tarn.h ends. Objects also take whole numbers, which they
+ *  4. Texts. Pass a text as a std::string_view, or as what converts to it. Objects copy it up to its
+ *     first zero byte, where every text in tarn.h ends. They also take whole numbers, which they
  *     write in decimal. The name of a field or a cookie that is a `const char *` is not copied. A
  *     null pointer makes the object empty, and is the name of nothing; do not pass one as any other
  *     text. Texts that you get are null-terminated; bytes() and body() may also have zero bytes in the
@@ -29,8 +29,9 @@
  *     added to: test it with `if (!element)`. Only clone() drops silently what could not be
  *     allocated.
  *  6. C. handle() returns what functions of tarn.h and tarn_form.h take, release() gives up
- *     ownership, and the constructor `(tarn::adopt, handle)` takes ownership. All owning types have
- *     them, except that a Form has only handle(): it is made from a FormReader.
+ *     ownership, and the constructor `(tarn::adopt, handle)` takes ownership. All types that own an
+ *     object of those headers have them, except that a Form has only handle(): it is made from a
+ *     FormReader.
  *  7. Threads. As in tarn.h, two threads may not use the same object at the same time.
  */
 #ifndef TARN_HPP

@@ -152,11 +152,13 @@ inline constexpr char kTexts[] =
 
 // An attribute belongs to a template engine if one of these words and a "-" or "_" begin its name,
 // after "data-" or not.
-inline constexpr std::string_view kTemplateWords[] = {"bind", "bindon", "dojo", "hx", "ng", "on",
-                                                      "rv",   "script", "sse",  "v",  "ws"};
+inline constexpr std::string_view kTemplateWords[] = {"bind"sv, "bindon"sv, "dojo"sv, "hx"sv,
+                                                      "ng"sv,   "on"sv,     "rv"sv,   "script"sv,
+                                                      "sse"sv,  "v"sv,      "ws"sv};
 // After "data-", these are common in other attributes.
-inline constexpr std::string_view kMoreTemplateWords[] = {"fx", "up", "x"};
-inline constexpr std::string_view kTemplateNames[] = {"_", "bind", "data-bind", "data-script"};
+inline constexpr std::string_view kMoreTemplateWords[] = {"fx"sv, "up"sv, "x"sv};
+inline constexpr std::string_view kTemplateNames[] = {"_"sv, "bind"sv, "data-bind"sv,
+                                                      "data-script"sv};
 
 // Orders a name, in any case, and one in small letters.
 constexpr int compare(std::string_view name, std::string_view other) noexcept {

@@ -8,6 +8,9 @@
 
 namespace tarn::detail {
 
+// For tables: compilers know the length of "..."sv, but count that of a std::string_view from "...".
+using std::string_view_literals::operator""sv;
+
 constexpr bool is_among(char c, std::string_view set) noexcept {
   return set.find(c) != std::string_view::npos;
 }

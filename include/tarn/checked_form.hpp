@@ -32,7 +32,7 @@ namespace tarn {
  *  return response.status(form.status()).send(page) ? 0 : 1;
  *  @endcode
  *
- *  Before the form was submitted, it has no wrong fields and does not hold. It views names, sentences
+ *  Before the form was submitted, it is false and has no wrong fields. It views names, sentences
  *  and the Form, which must live as long: string literals, for example. The `id` of a control is the
  *  name of its field, so two forms of one page need different names.
  */
@@ -71,8 +71,10 @@ class CheckedForm {
    *          form was submitted
    */
   std::optional<std::string_view> operator[](const detail::Name &name) const noexcept {
-    const std::optional<std::string_view> text = is_submitted_ ? sent_[name] : std::nullopt;
-    return text ? std::optional(detail::trimmed(*text)) : std::nullopt;
+    if (!is_submitted_) return std::nullopt;
+    const std::optional<std::string_view> text = sent_[name];
+    if (!text) return std::nullopt;
+    return detail::trimmed(*text);
   }
   void operator[](int) const = delete;
 
@@ -110,7 +112,8 @@ class CheckedForm {
   /** What to tell the visitor about a field. @return nothing unless it is wrong */
   std::optional<std::string_view> sentence(std::string_view name) const noexcept {
     const Named *const found = find(wrong_, name);
-    return found != nullptr ? std::optional(found->text) : std::nullopt;
+    if (found == nullptr) return std::nullopt;
+    return found->text;
   }
 
   /** The number of wrong fields. */
@@ -286,7 +289,8 @@ class CheckedForm {
   }
 
   Element with_sentence(const char *name, Element made) const noexcept {
-    const auto text = name != nullptr ? sentence(name) : std::nullopt;
+    if (name == nullptr) return made;
+    const std::optional<std::string_view> text = sentence(name);
     if (text) made.add(" ").add(Element("strong", with_id_of_sentence("id", name), *text));
     return made;
   }

@@ -241,7 +241,8 @@ struct Conditions {
   static Conditions of_request() noexcept {
     const auto header = [](const char *name) -> Header {
       const char *const value = std::getenv(name);
-      return value != nullptr ? Header(value) : std::nullopt;
+      if (value == nullptr) return std::nullopt;
+      return std::string_view(value);
     };
     return {header("HTTP_IF_MATCH"),      header("HTTP_IF_UNMODIFIED_SINCE"),
             header("HTTP_IF_NONE_MATCH"), header("HTTP_IF_MODIFIED_SINCE"),

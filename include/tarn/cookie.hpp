@@ -35,7 +35,7 @@ class CookieView : public detail::NodeView<TARN_COOKIE_MAGIC> {
   std::optional<std::string_view> path() const noexcept { return text_in(TARN_COOKIE_PATH); }
 
   /** The max-age, in seconds; 0 unless it was set. */
-  long max_age() const noexcept { return detail::query<HTTPCookie_getMaxAge>(handle_); }
+  long max_age() const noexcept { return detail::query(HTTPCookie_getMaxAge, handle_); }
 
   /** Tells whether the secure flag was set. */
   bool is_secure() const noexcept { return number_in(TARN_COOKIE_SECURE) != 0; }

@@ -332,7 +332,7 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
 
 template <class Found>
 std::optional<Found> Request::file(const detail::Name &name) const &noexcept {
-  const TarnHandle found = detail::query<Tarn_getFile>(handle_, name.c_str());
+  const TarnHandle found = detail::query(Tarn_getFile, handle_, name.c_str());
   if (found == 0) return {};
   return Found(found, cut_parts_.of(child(TARN_REQUEST_ENVIRONMENT)));
 }

@@ -73,13 +73,13 @@ class Entry : public detail::NodeView<TARN_FORM_ENTRY_MAGIC> {
    *
    *  @return the number, limited to 32 bits; 0 when there is none
    */
-  std::int32_t number() const noexcept { return detail::query<FormEntry_getIntegerValue>(handle_); }
+  std::int32_t number() const noexcept { return detail::query(FormEntry_getIntegerValue, handle_); }
 
   /** Reads the value as FormEntry_getDoubleValue() does.
    *
    *  @return the number; 0.0 when there is none
    */
-  double real() const noexcept { return detail::query<FormEntry_getDoubleValue>(handle_); }
+  double real() const noexcept { return detail::query(FormEntry_getDoubleValue, handle_); }
 
   /** The name or the value, for structured bindings.
    *
@@ -99,7 +99,7 @@ class Entry : public detail::NodeView<TARN_FORM_ENTRY_MAGIC> {
 
   /** Tells whether the field has this name. Case is ignored. */
   bool is_named(const detail::Name &name) const noexcept {
-    return detail::query<FormEntry_compareName>(handle_, name.c_str()) == 0;
+    return detail::query(FormEntry_compareName, handle_, name.c_str()) == 0;
   }
 };
 

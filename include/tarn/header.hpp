@@ -112,7 +112,7 @@ class ResponseHeaderView : public detail::NodeView<TARN_RESPONSE_HEADER_MAGIC> {
 
   /** The lines, valid as long as the header. */
   Lines lines() const noexcept {
-    return Lines(detail::query<HTTPResponseHeader_getHeaderList>(handle_));
+    return Lines(detail::query(HTTPResponseHeader_getHeaderList, handle_));
   }
 
   /** The cookies, valid as long as the header. */

@@ -18,25 +18,26 @@ namespace detail {
 enum class Content { kAny, kText, kRaw, kNothing };
 
 inline constexpr std::string_view kVoidElements[] = {
-    "area", "base",  "basefont", "bgsound", "br",   "col",   "embed",  "frame", "hr",
-    "img",  "input", "keygen",   "link",    "meta", "param", "source", "track", "wbr"};
-inline constexpr std::string_view kRawElements[] = {"iframe", "noembed", "noframes",
-                                                    "script", "style",   "xmp"};
-inline constexpr std::string_view kTextElements[] = {"textarea", "title"};
+    "area"sv,  "base"sv,  "basefont"sv, "bgsound"sv, "br"sv,    "col"sv,
+    "embed"sv, "frame"sv, "hr"sv,       "img"sv,     "input"sv, "keygen"sv,
+    "link"sv,  "meta"sv,  "param"sv,    "source"sv,  "track"sv, "wbr"sv};
+inline constexpr std::string_view kRawElements[] = {"iframe"sv, "noembed"sv, "noframes"sv,
+                                                    "script"sv, "style"sv,   "xmp"sv};
+inline constexpr std::string_view kTextElements[] = {"textarea"sv, "title"sv};
 // Browsers drop a line feed right after the start tag of these.
-inline constexpr std::string_view kLineElements[] = {"listing", "pre", "textarea"};
+inline constexpr std::string_view kLineElements[] = {"listing"sv, "pre"sv, "textarea"sv};
 
-inline constexpr std::string_view kSafeSchemes[] = {"http", "https", "mailto", "tel"};
-inline constexpr std::string_view kRunningSchemes[] = {"data", "javascript", "vbscript"};
+inline constexpr std::string_view kSafeSchemes[] = {"http"sv, "https"sv, "mailto"sv, "tel"sv};
+inline constexpr std::string_view kRunningSchemes[] = {"data"sv, "javascript"sv, "vbscript"sv};
 
 // The elements whose `href` is followed or is an image, and whose `src` is not code or a page.
-inline constexpr std::string_view kLinkElements[] = {"a", "area", "feimage", "image"};
-inline constexpr std::string_view kMediaElements[] = {"audio",  "image", "img",  "input",
-                                                      "source", "track", "video"};
+inline constexpr std::string_view kLinkElements[] = {"a"sv, "area"sv, "feimage"sv, "image"sv};
+inline constexpr std::string_view kMediaElements[] = {"audio"sv,  "image"sv, "img"sv,  "input"sv,
+                                                      "source"sv, "track"sv, "video"sv};
 // What a link element may be with a URL of another site: its target is not loaded, or is an image.
-inline constexpr std::string_view kLinkTypes[] = {"alternate", "author", "bookmark", "canonical",
-                                                  "help",      "icon",   "license",  "me",
-                                                  "next",      "prev"};
+inline constexpr std::string_view kLinkTypes[] = {
+    "alternate"sv, "author"sv,  "bookmark"sv, "canonical"sv, "help"sv,
+    "icon"sv,      "license"sv, "me"sv,       "next"sv,      "prev"sv};
 
 inline Content content_of(std::string_view name) noexcept {
   if (is_one_of(name, kVoidElements)) return Content::kNothing;
@@ -325,7 +326,8 @@ class Renderer {
  *  depth. Refused are
  *
  *   - element names with characters other than letters, digits and "-", and `plaintext`; attribute
- *     names with spaces, control characters, quotation marks of any kind, or any of "/<=>"
+ *     names with characters other than visible ASCII, with quotation marks of any kind, or any of
+ *     "/<=>"
  *   - content in an element that is always empty, such as `br`; elements in `title`, `textarea` and
  *     elements for code: `script`, `style`, `iframe`, `noembed`, `noframes`, `xmp`
  *   - in an element for code, text that is not Raw, and Raw that would end the element early
@@ -339,8 +341,8 @@ class Renderer {
  *   - URLs that run code, such as "javascript:", in attributes that HTML, SVG and MathML do not have,
  *     unless their names begin with "data-" or "aria-"
  *
- *  A URL of another site is allowed in the `href` of `a`, `area`, an `image` in SVG, and a `link`
- *  whose `rel` is `canonical`, `alternate`, `icon` or the like; in the `src` of `img`, `audio`,
+ *  A URL of another site is allowed in the `href` of `a`, `area`, an `image` or `feImage` in SVG, and a
+ *  `link` whose `rel` is `canonical`, `alternate`, `icon` or the like; in the `src` of `img`, `audio`,
  *  `video`, `source`, `track` and `input`; and in attributes such as `poster` and `cite`.
  *
  *  @return the text; or the reason why there is none: something was refused, or an allocation failed

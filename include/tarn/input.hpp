@@ -18,7 +18,8 @@ namespace detail {
 
 inline std::optional<std::string_view> variable(const char *name) noexcept {
   const char *const value = std::getenv(name);
-  return value != nullptr ? std::optional<std::string_view>(value) : std::nullopt;
+  if (value == nullptr) return std::nullopt;
+  return std::string_view(value);
 }
 
 // Takes the part of a path up to the next "/" off its beginning, which is a "/".
@@ -186,7 +187,8 @@ inline std::optional<std::string_view> request_header(std::string_view name) noe
   }
   // Of these two, an empty variable is the same as none.
   const auto value = detail::variable(variable + kPrefix.size());
-  return value && !value->empty() ? value : std::nullopt;
+  if (value && value->empty()) return std::nullopt;
+  return value;
 }
 
 }  // namespace tarn

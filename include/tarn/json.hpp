@@ -96,6 +96,8 @@ class JsonWriter {
   JsonWriter &value(Number value) noexcept {
     static_assert(!detail::kIsCharacter<Number>,
                   "JSON has no characters: pass a text, or an int for a number");
+    static_assert(std::is_floating_point_v<Number> || sizeof(Number) <= sizeof(long long),
+                  "this number is too large a type");
     char digits[32];
     if constexpr (std::is_same_v<Number, bool>) {
       return put(value ? "true" : "false");

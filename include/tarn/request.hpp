@@ -117,7 +117,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** Tells whether the request holds everything that was sent, as Tarn_isComplete() does: false when
    *  an allocation failed or the body ended early. Ask before you store anything. */
-  bool complete() const noexcept { return detail::query<Tarn_isComplete>(handle_) != 0; }
+  bool complete() const noexcept { return detail::query(Tarn_isComplete, handle_) != 0; }
 
   /** A request cannot be copied. */
   Request clone() const = delete;
@@ -159,7 +159,7 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
   /** Tells whether a checkbox is ticked: the first field with this name is "on", in any case. */
   bool checked(const detail::Name &name) const noexcept {
-    return detail::query<Tarn_queryCheckbox>(handle_, name.c_str()) != 0;
+    return detail::query(Tarn_queryCheckbox, handle_, name.c_str()) != 0;
   }
 
   /** Reads the first field with this name as a whole number.
@@ -232,12 +232,12 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
 
  private:
   TarnHandle child(std::uint32_t slot) const noexcept {
-    return detail::query<CGIgs_getStruct>(handle_, slot, TARN_REQUEST_MAGIC);
+    return detail::query(CGIgs_getStruct, handle_, slot, TARN_REQUEST_MAGIC);
   }
 
   // The first field with this name, or an entry without an object.
   Entry find(const detail::Name &name) const noexcept {
-    const Entry found(detail::query<Tarn_getElementByName>(handle_, name.c_str()));
+    const Entry found(detail::query(Tarn_getElementByName, handle_, name.c_str()));
     return found;
   }
 

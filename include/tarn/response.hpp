@@ -108,8 +108,8 @@ inline constexpr std::string_view kHtml = "text/html; charset=utf-8";
 
 // Other functions of Response, or the server, write these.
 inline constexpr std::string_view kReservedHeaders[] = {
-    "Connection", "Content-Length", "Content-Type",     "Location",
-    "Set-Cookie", "Status",         "Transfer-Encoding"};
+    "Connection"sv, "Content-Length"sv, "Content-Type"sv,     "Location"sv,
+    "Set-Cookie"sv, "Status"sv,         "Transfer-Encoding"sv};
 
 // Characters that make the rest of a file name read backwards, which hides its extension, and
 // characters that end a line.
@@ -293,8 +293,8 @@ class Response {
   /** Makes the browser save the body under this name. The last call counts.
    *
    *  @param name  in any script, in UTF-8. Only what follows the last slash or backslash is sent;
-   *               control characters, and those that turn the direction of writing, become "_". If
-   *               it is empty, the browser finds a name itself. */
+   *               control characters, and those that end a line or turn the direction of writing,
+   *               become "_". If it is empty, the browser finds a name itself. */
   Response &attachment(std::string_view name) &noexcept {
     using namespace detail;
     const Text whole = escaped<put_file_name>(name);

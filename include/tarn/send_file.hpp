@@ -88,38 +88,38 @@ struct FileType {
   bool runs_scripts = false;
 };
 
-inline constexpr FileType kUnknownType = {"", "application/octet-stream"};
-inline constexpr FileType kFileTypes[] = {{"avif", "image/avif"},
-                                          {"css", "text/css; charset=utf-8"},
-                                          {"csv", "text/csv; charset=utf-8"},
-                                          {"flac", "audio/flac"},
-                                          {"gif", "image/gif"},
-                                          {"gz", "application/gzip"},
-                                          {"htm", "text/html; charset=utf-8", true},
-                                          {"html", "text/html; charset=utf-8", true},
-                                          {"ico", "image/x-icon"},
-                                          {"jpeg", "image/jpeg"},
-                                          {"jpg", "image/jpeg"},
-                                          {"js", "text/javascript; charset=utf-8"},
-                                          {"json", "application/json"},
-                                          {"m4a", "audio/mp4"},
-                                          {"md", "text/markdown; charset=utf-8"},
-                                          {"mjs", "text/javascript; charset=utf-8"},
-                                          {"mp3", "audio/mpeg"},
-                                          {"mp4", "video/mp4"},
-                                          {"ogg", "audio/ogg"},
-                                          {"pdf", "application/pdf"},
-                                          {"png", "image/png"},
-                                          {"svg", "image/svg+xml", true},
-                                          {"txt", "text/plain; charset=utf-8"},
-                                          {"wasm", "application/wasm"},
-                                          {"wav", "audio/wav"},
-                                          {"webm", "video/webm"},
-                                          {"webp", "image/webp"},
-                                          {"woff2", "font/woff2"},
-                                          {"xhtml", "application/xhtml+xml", true},
-                                          {"xml", "application/xml", true},
-                                          {"zip", "application/zip"}};
+inline constexpr FileType kUnknownType = {""sv, "application/octet-stream"};
+inline constexpr FileType kFileTypes[] = {{"avif"sv, "image/avif"},
+                                          {"css"sv, "text/css; charset=utf-8"},
+                                          {"csv"sv, "text/csv; charset=utf-8"},
+                                          {"flac"sv, "audio/flac"},
+                                          {"gif"sv, "image/gif"},
+                                          {"gz"sv, "application/gzip"},
+                                          {"htm"sv, "text/html; charset=utf-8", true},
+                                          {"html"sv, "text/html; charset=utf-8", true},
+                                          {"ico"sv, "image/x-icon"},
+                                          {"jpeg"sv, "image/jpeg"},
+                                          {"jpg"sv, "image/jpeg"},
+                                          {"js"sv, "text/javascript; charset=utf-8"},
+                                          {"json"sv, "application/json"},
+                                          {"m4a"sv, "audio/mp4"},
+                                          {"md"sv, "text/markdown; charset=utf-8"},
+                                          {"mjs"sv, "text/javascript; charset=utf-8"},
+                                          {"mp3"sv, "audio/mpeg"},
+                                          {"mp4"sv, "video/mp4"},
+                                          {"ogg"sv, "audio/ogg"},
+                                          {"pdf"sv, "application/pdf"},
+                                          {"png"sv, "image/png"},
+                                          {"svg"sv, "image/svg+xml", true},
+                                          {"txt"sv, "text/plain; charset=utf-8"},
+                                          {"wasm"sv, "application/wasm"},
+                                          {"wav"sv, "audio/wav"},
+                                          {"webm"sv, "video/webm"},
+                                          {"webp"sv, "image/webp"},
+                                          {"woff2"sv, "font/woff2"},
+                                          {"xhtml"sv, "application/xhtml+xml", true},
+                                          {"xml"sv, "application/xml", true},
+                                          {"zip"sv, "application/zip"}};
 
 constexpr const FileType &type_of_name(std::string_view name) noexcept {
   const std::size_t dot = name.find_last_of("./");
@@ -273,7 +273,7 @@ class StoredFile {
   }
 
   // Times of files advance in steps of some milliseconds. A later change has another time for certain
-  // if the last one was in an earlier second.
+  // if the last one was more than a second ago.
   bool is_settled() const noexcept { return opened_ - changed_ >= 2; }
 
   // Any change has another time of change, even one that restores the time of modification.

@@ -64,7 +64,7 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
 
   /** The text, null-terminated, valid until the string changes; never null. */
   const char *c_str() const &noexcept TARN_LIFETIMEBOUND {
-    const char *text = detail::query<TARNString_c_str>(handle_);
+    const char *text = detail::query(TARNString_c_str, handle_);
     return text != nullptr ? text : "";
   }
   const char *c_str() const && = delete;
@@ -72,7 +72,7 @@ class String : public detail::Owned<String, TARN_STRING_MAGIC, TARNString_delete
   /** The length in bytes. */
   std::size_t size() const noexcept {
     if (handle_ == 0) return 0;
-    return is_known_ ? size_ : detail::query<TARNString_length>(handle_);
+    return is_known_ ? size_ : detail::query(TARNString_length, handle_);
   }
   bool empty() const noexcept { return size() == 0; }
 

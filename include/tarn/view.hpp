@@ -26,10 +26,12 @@ inline std::optional<std::string_view> optional_text(const char *text) noexcept 
 }
 
 // Calls a function that only reads its object. Such functions take the address of a handle too; they
-// get the address of a copy, so that const objects can be read.
-template <auto kFunction, class... Arguments>
-auto query(TarnHandle object, Arguments... arguments) noexcept {
-  return kFunction(&object, arguments...);
+// get the address of a copy, so that const objects can be read. The function is an argument: a template
+// for each of them would take compilers longer.
+template <class Result, class... Parameters, class... Arguments>
+Result query(Result (*function)(TarnHandle *, Parameters...), TarnHandle object,
+             Arguments... arguments) noexcept {
+  return function(&object, arguments...);
 }
 
 // The bytes in a byte buffer.
@@ -57,13 +59,13 @@ class NodeView {
 
  protected:
   std::optional<std::string_view> text_in(std::uint32_t slot) const noexcept {
-    return optional_text(query<CGIgs_getString>(handle_, slot, kMagic));
+    return optional_text(query(CGIgs_getString, handle_, slot, kMagic));
   }
   std::uint32_t number_in(std::uint32_t slot) const noexcept {
-    return query<CGIgs_getInt>(handle_, slot, kMagic);
+    return query(CGIgs_getInt, handle_, slot, kMagic);
   }
   TarnHandle child_in(std::uint32_t slot) const noexcept {
-    return query<CGIgs_getStruct>(handle_, slot, kMagic);
+    return query(CGIgs_getStruct, handle_, slot, kMagic);
   }
 
   TarnHandle handle_;
@@ -78,6 +80,43 @@ struct Arrow {
 
 struct CutParts;
 
+// Where an iterator of a Range is. All of them are compared here, because compilers take long to
+// declare these operators for each Range.
+class Position {
+ public:
+  Position() noexcept = default;
+
+  friend std::ptrdiff_t operator-(const Position &a, const Position &b) noexcept {
+    return a.index_ - b.index_;
+  }
+  friend bool operator==(const Position &a, const Position &b) noexcept {
+    return a.index_ == b.index_;
+  }
+  friend bool operator!=(const Position &a, const Position &b) noexcept {
+    return a.index_ != b.index_;
+  }
+  friend bool operator<(const Position &a, const Position &b) noexcept {
+    return a.index_ < b.index_;
+  }
+  friend bool operator>(const Position &a, const Position &b) noexcept {
+    return a.index_ > b.index_;
+  }
+  friend bool operator<=(const Position &a, const Position &b) noexcept {
+    return a.index_ <= b.index_;
+  }
+  friend bool operator>=(const Position &a, const Position &b) noexcept {
+    return a.index_ >= b.index_;
+  }
+
+ protected:
+  Position(TarnHandle list, CutParts *cut_parts, std::ptrdiff_t index) noexcept
+      : list_(list), cut_parts_(cut_parts), index_(index) {}
+
+  TarnHandle list_ = 0;
+  CutParts *cut_parts_ = nullptr;
+  std::ptrdiff_t index_ = 0;
+};
+
 // A view of a list. Its items are made when they are asked for. Files of a request also know which
 // parts of its body were cut.
 template <class Item, std::uint32_t kMagic, auto kCount, auto kAt>
@@ -86,7 +125,7 @@ class Range {
   /** The type tag of the list. */
   static constexpr std::uint32_t magic = kMagic;
 
-  class Iterator {
+  class Iterator : public Position {
    public:
     using iterator_category = std::random_access_iterator_tag;
     using value_type = Item;
@@ -96,18 +135,9 @@ class Range {
 
     Iterator() noexcept = default;
     Iterator(TarnHandle list, CutParts *cut_parts, difference_type index) noexcept
-        : list_(list), cut_parts_(cut_parts), index_(index) {}
+        : Position(list, cut_parts, index) {}
 
-    Item operator*() const noexcept {
-      // No list has so many elements.
-      const bool fits = index_ >= 0 && static_cast<std::uint64_t>(index_) < UINT32_MAX;
-      const auto found = query<kAt>(list_, fits ? static_cast<std::uint32_t>(index_) : UINT32_MAX);
-      if constexpr (std::is_base_of_v<NodeView<TARN_FORM_FILE_MAGIC>, Item>) {
-        return Item(found, cut_parts_);
-      } else {
-        return Item(found);
-      }
-    }
+    Item operator*() const noexcept { return item_at(list_, cut_parts_, index_); }
     pointer operator->() const noexcept { return {**this}; }
     Item operator[](difference_type n) const noexcept { return *(*this + n); }
 
@@ -124,20 +154,6 @@ class Range {
     friend Iterator operator+(Iterator i, difference_type n) noexcept { return i += n; }
     friend Iterator operator+(difference_type n, Iterator i) noexcept { return i += n; }
     friend Iterator operator-(Iterator i, difference_type n) noexcept { return i -= n; }
-    friend difference_type operator-(Iterator a, Iterator b) noexcept {
-      return a.index_ - b.index_;
-    }
-    friend bool operator==(Iterator a, Iterator b) noexcept { return a.index_ == b.index_; }
-    friend bool operator!=(Iterator a, Iterator b) noexcept { return a.index_ != b.index_; }
-    friend bool operator<(Iterator a, Iterator b) noexcept { return a.index_ < b.index_; }
-    friend bool operator>(Iterator a, Iterator b) noexcept { return a.index_ > b.index_; }
-    friend bool operator<=(Iterator a, Iterator b) noexcept { return a.index_ <= b.index_; }
-    friend bool operator>=(Iterator a, Iterator b) noexcept { return a.index_ >= b.index_; }
-
-   private:
-    TarnHandle list_ = 0;
-    CutParts *cut_parts_ = nullptr;
-    difference_type index_ = 0;
   };
 
   using value_type = Item;
@@ -150,7 +166,7 @@ class Range {
   explicit Range(TarnHandle list) noexcept : list_(list) {}
 
   /** The number of elements. */
-  std::size_t size() const noexcept { return static_cast<std::size_t>(query<kCount>(list_)); }
+  std::size_t size() const noexcept { return static_cast<std::size_t>(query(kCount, list_)); }
   bool empty() const noexcept { return size() == 0; }
 
   Iterator begin() const noexcept { return {list_, cut_parts_, 0}; }
@@ -158,13 +174,24 @@ class Range {
 
   /** The element at an index, counted from 0. @return an Item without an object beyond the end */
   Item operator[](std::size_t index) const noexcept {
-    return begin()[static_cast<std::ptrdiff_t>(index)];
+    return item_at(list_, cut_parts_, static_cast<std::ptrdiff_t>(index));
   }
 
  private:
   friend class ::tarn::Request;
 
   Range(TarnHandle list, CutParts *cut_parts) noexcept : list_(list), cut_parts_(cut_parts) {}
+
+  static Item item_at(TarnHandle list, CutParts *cut_parts, std::ptrdiff_t index) noexcept {
+    // No list has so many elements.
+    const bool fits = index >= 0 && static_cast<std::uint64_t>(index) < UINT32_MAX;
+    const auto found = query(kAt, list, fits ? static_cast<std::uint32_t>(index) : UINT32_MAX);
+    if constexpr (std::is_base_of_v<NodeView<TARN_FORM_FILE_MAGIC>, Item>) {
+      return Item(found, cut_parts);
+    } else {
+      return Item(found);
+    }
+  }
 
   TarnHandle list_;
   CutParts *cut_parts_ = nullptr;

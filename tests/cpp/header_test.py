@@ -481,6 +481,21 @@ class Header(unittest.TestCase):
                         self.assertIsNone(complaint)
             made.unlink()
 
+    def test_numbers_of_128_bits_do_not_compile(self):
+        # They count as integers with the extensions of GCC only.
+        source = self.folder / "large.cpp"
+        number = "static_cast<__int128>(1)"
+        for use in (f"json.value({number});", f'tarn::Attribute("a", {number});'):
+            source.write_text(
+                f"{INCLUDES}void use(tarn::JsonWriter &json) {{ json.value(1LL); {use} }}\n",
+                encoding="utf-8",
+            )
+            for compiler in compilers():
+                done = run(*compiler, "-std=gnu++17", f"-I{INCLUDE}", "-fsyntax-only", source)
+                with self.subTest(use, compiler=compiler):
+                    self.assertNotEqual(0, done.returncode)
+                    self.assertIn("this number is too large a type", done.stdout)
+
     def test_corrected_use_compiles(self):
         source = self.folder / "accepted.cpp"
         functions = [function(snippet, "accepted") for snippet in SNIPPETS]

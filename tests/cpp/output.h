@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 namespace tarn_test {
 
@@ -13,13 +14,22 @@ namespace tarn_test {
 inline const std::string kAnswers =
     std::getenv("TARN_ANSWERS") != nullptr ? std::getenv("TARN_ANSWERS") : "";
 
+// Keeps a response for read_back_test.py.
+inline void keepAnswer(std::string_view text) {
+  if (kAnswers.empty()) return;
+  std::string path = kAnswers + "/XXXXXX";
+  FILE *const file = fdopen(mkstemp(path.data()), "w");
+  std::fwrite(text.data(), 1, text.size(), file);
+  std::fclose(file);
+}
+
 // A stream that keeps its output.
 class Output {
  public:
   Output() : stream_(open_memstream(&text_, &size_)) {}
   ~Output() {
     std::fclose(stream_);
-    if (!kAnswers.empty()) keep();
+    keepAnswer({text_, size_});
     std::free(text_);
   }
   Output(const Output &) = delete;
@@ -32,13 +42,6 @@ class Output {
   }
 
  private:
-  void keep() const {
-    std::string path = kAnswers + "/XXXXXX";
-    FILE *const file = fdopen(mkstemp(path.data()), "w");
-    std::fwrite(text_, 1, size_, file);
-    std::fclose(file);
-  }
-
   char *text_ = nullptr;
   size_t size_ = 0;
   FILE *stream_;

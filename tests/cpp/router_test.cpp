@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "output.h"
 #include "support/failing_memory.h"
 #include "support/script.h"
 
@@ -32,6 +33,7 @@ std::string routed(std::string_view method, std::string_view path) {
   EXPECT_EQ(0, router.finish());
   const std::string sent = testing::internal::GetCapturedStdout();
   EXPECT_EQ(called.empty(), !sent.empty());
+  tarn_test::keepAnswer(sent);
   return called + sent.substr(0, sent.find("\r\nContent-Length"));
 }
 
