@@ -48,7 +48,7 @@ Node *newDecodedFormEntry(std::string_view name, std::string_view value) {
   place = unescapeTo(place, name);
   placeText(*entry, TARN_ENTRY_VALUE, place);
   unescapeTo(place, value);
-  entry->ints[TARN_ENTRY_LENGTH] = static_cast<uint32_t>(std::strlen(place));
+  entry->ints[TARN_ENTRY_LENGTH] = static_cast<uint32_t>(textLength(place));
   return entry;
 }
 
