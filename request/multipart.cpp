@@ -87,7 +87,8 @@ const char *parsePart(const FormLists &lists, std::string_view part) {
     return appendFile(lists, std::move(header), value) ? headersEnd : nullptr;
   }
   // The text ends at its first zero byte; the length is that of all bytes. Kept: quirk 11.
-  Node *entry = newFormEntry(header.name, upToZeroByte(value), static_cast<uint32_t>(value.size()));
+  Node *entry = newFormEntry(header.name, upToZeroByte(value), static_cast<uint32_t>(value.size()),
+                             lists.arena);
   appendEntry(lists, entry);
   return entry ? headersEnd : nullptr;
 }

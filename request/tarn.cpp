@@ -30,7 +30,9 @@ TarnStatus parseForm(Node *request, const char *input, size_t length, const Body
   if (!input) return TARN_BAD_ARGUMENT;
   if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
   const char *contentType = environmentVariable("CONTENT_TYPE");
-  const FormLists lists = listsOf(request, body);
+  NodeArena arena;
+  FormLists lists = listsOf(request, body);
+  lists.arena = &arena;
   if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
     parseMultipart(lists, {input, length}, contentType);
   } else {
