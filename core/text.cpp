@@ -44,15 +44,6 @@ size_t bytesBefore(uint64_t bits) {
   return static_cast<size_t>(before) / 8;
 }
 
-// memcmp() for short texts, so that the library does not have to import it.
-bool areEqual(const char *a, const char *b, size_t count) {
-  if (count < kWord) return std::equal(a, a + count, b);
-  for (size_t i = 0; i < count - kWord; i += kWord) {
-    if (wordAt(a + i) != wordAt(b + i)) return false;
-  }
-  return wordAt(a + count - kWord) == wordAt(b + count - kWord);
-}
-
 bool isOneOf(char character, std::string_view set) {
   return std::memchr(set.data(), character, set.size()) != nullptr;
 }
@@ -147,7 +138,7 @@ const char *find(std::string_view haystack, std::string_view needle) {
     const void *last = std::memchr(start + before, needle.back(), left - before);
     if (!last) return nullptr;
     start = static_cast<const char *>(last) - before;
-    if (areEqual(start, needle.data(), before)) return start;
+    if (std::memcmp(start, needle.data(), before) == 0) return start;
   }
   return static_cast<const char *>(
       memmem(start, static_cast<size_t>(end - start), needle.data(), needle.size()));
