@@ -7,11 +7,12 @@ namespace {
 
 // Leaves a block allocated to the end of the process. These pointers to the first blocks, which are
 // more than most requests need, tell the leak checkers of scripts that none is lost. They fit into the
-// last page of the library's data, so that loading it takes no more system calls.
+// last page of the library's data, so that loading it takes no more system calls. They are in the file,
+// since the loader would have to clear them, which copies the page.
 void keepToTheEnd(const void *block) {
   constexpr size_t kMost = 256;
-  static std::atomic<const void *> kept[kMost];
-  static std::atomic<size_t> count;
+  [[gnu::section(".data")]] static std::atomic<const void *> kept[kMost];
+  [[gnu::section(".data")]] static std::atomic<size_t> count;
   const size_t index = count.fetch_add(1, std::memory_order_relaxed);
   if (index < kMost) return kept[index].store(block, std::memory_order_relaxed);
   abandon(block);

@@ -8,6 +8,20 @@ constexpr uint32_t kRoomBits = UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : INT32_MAX
 constexpr uint32_t kMostRoom =
     UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : kRoomBits - uint32_t{sizeof(Node)};
 
+// Nodes for 32 bits have no gap for the offset, so they do not share blocks.
+#if UINTPTR_MAX > UINT32_MAX
+uint32_t offsetOf(const Node &node) { return node.offset; }
+void setOffset(Node &node, uint32_t offset) { node.offset = offset & INT32_MAX; }
+void *newBlock(size_t size, NodeArena *arena, uint32_t &offset) {
+  void *block = arena ? arena->allocate(size, offset) : nullptr;
+  return block ? block : std::malloc(size);
+}
+#else
+uint32_t offsetOf(const Node &) { return 0; }
+void setOffset(Node &, uint32_t) {}
+void *newBlock(size_t size, NodeArena *, uint32_t &) { return std::malloc(size); }
+#endif
+
 // Children are visited without recursion, so that no depth can exhaust the stack. Nodes still to be
 // released are linked through their `fixed` slots, which nobody reads any more; copies still to be
 // filled are linked through their struct slots. Each function below has the head of such a linked
@@ -38,6 +52,13 @@ void releaseListsLater(Node &node, Node *&pending) {
   }
 }
 
+bool hasChildren(const Node &node) {
+  TarnHandle any = 0;
+  for (const TarnHandle child : node.structs) any |= child;
+  for (const TarnHandle list : node.lists) any |= list;
+  return any != 0;
+}
+
 // Frees a text unless it is in the node's own block.
 void releaseText(const Node &node, char *text) {
   if (!text) return;
@@ -55,6 +76,8 @@ void freeBlock(Node *node) {
     auto *block = recordOf<String>(node);
     std::free(block->record.buffer);
     std::free(block);
+  } else if (const uint32_t offset = offsetOf(*node)) {
+    NodeArena::release(node, offset);
   } else {
     std::free(node);
   }
@@ -63,8 +86,11 @@ void freeBlock(Node *node) {
 void destroyPending(Node *pending) {
   while (Node *node = pending) {
     pending = nodeAt(node->fixed, 0);
-    releaseChildrenLater(*node, pending);
-    releaseListsLater(*node, pending);
+    // Most nodes have neither.
+    if (hasChildren(*node)) {
+      releaseChildrenLater(*node, pending);
+      releaseListsLater(*node, pending);
+    }
     for (char *text : node->strings) releaseText(*node, text);
     freeBlock(node);
   }
@@ -129,14 +155,17 @@ Node *newRecordAndNode(uint32_t magic) {
 
 }  // namespace
 
-Node *newNode(uint32_t magic, size_t room) {
+Node *newNode(uint32_t magic, size_t room, NodeArena *arena) {
   if (magic == TARN_GENERIC_LIST_MAGIC) return newRecordAndNode<GenericList>(magic);
   if (magic == TARN_STRING_MAGIC) return newRecordAndNode<String>(magic);
   if (room > kMostRoom) return nullptr;
-  auto *node = static_cast<Node *>(std::malloc(sizeof(Node) + room));
-  if (!node) return nullptr;
+  uint32_t offset = 0;
+  void *block = newBlock(sizeof(Node) + room, arena, offset);
+  if (!block) return nullptr;
+  auto *node = static_cast<Node *>(block);
   *node = {};
   node->magic = magic;
+  setOffset(*node, offset);
   node->room = static_cast<uint32_t>(room) & kRoomBits;
   return node;
 }

@@ -7,6 +7,7 @@
 #include "core/generic_list.h"
 #include "core/handle.h"
 #include "core/memory.h"
+#include "core/node_arena.h"
 #include "core/tarn_string.h"
 
 namespace tarn::internal {
@@ -23,7 +24,9 @@ constexpr uint32_t kIntSlots = 3;
 struct Node {
   uint32_t magic;
 #if UINTPTR_MAX > UINT32_MAX
-  uint32_t incomplete;  // 1 if something that belongs here was lost; uses a gap
+  // In a gap between the interface's fields.
+  uint32_t incomplete : 1;  // if something that belongs here was lost
+  uint32_t offset : 31;     // in a block that the node shares with others; 0 if it has its own
 #endif
   TarnHandle lists[kListSlots];
   TarnHandle structs[kStructSlots];
@@ -51,8 +54,9 @@ struct RecordAndNode {
   Node node;
 };
 
-// An empty node with uninitialised room for texts; null if the allocation fails.
-Node *newNode(uint32_t magic, size_t room = 0);
+// An empty node with uninitialised room for texts; null if the allocation fails. It shares a block
+// with other nodes if there is an arena and it has room.
+Node *newNode(uint32_t magic, size_t room = 0, NodeArena *arena = nullptr);
 
 // The start of the room. placeText() points a slot to a text in it, which is freed with the node.
 inline char *roomOf(Node &node) { return reinterpret_cast<char *>(&node + 1); }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
-#include <cstring>
 
 #include "core/cgigs.h"
 #include "core/memory.h"
@@ -26,7 +25,7 @@ uintptr_t *reallocateWords(uintptr_t *data, uint32_t words) {
 }
 
 void copyWords(uintptr_t *to, const void *from, uint32_t words) {
-  if (to && from) std::memcpy(to, from, words * sizeof(uintptr_t));
+  if (to && from) copyMemory(to, from, words * sizeof(uintptr_t));
 }
 
 // Replaces the list's array by a larger one and copies the first `old` words; false if it is null.
@@ -49,7 +48,7 @@ bool makeRoom(GenericList &list, uint32_t words) {
   uintptr_t *data = reallocateWords(list.data, room);
   if (!data) data = reallocateWords(list.data, room = words);
   if (!data) return false;
-  std::memset(data + list.room, 0, (room - list.room) * sizeof(uintptr_t));
+  std::fill_n(data + list.room, room - list.room, uintptr_t{0});
   list.data = data;
   list.room = room;
   return true;
@@ -93,7 +92,7 @@ TarnStatus write(GenericList &list, uint32_t index, uintptr_t value) {
 }
 
 void clear(GenericList &list) {
-  if (list.data) std::memset(list.data, 0, list.room * sizeof(uintptr_t));
+  if (list.data) std::fill_n(list.data, list.room, uintptr_t{0});
   list.count = 0;
 }
 

@@ -2,8 +2,6 @@
 #ifndef TARN_CORE_MEMORY_H
 #define TARN_CORE_MEMORY_H
 
-#include <sys/mman.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -22,7 +20,29 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
+#include "core/system_calls.h"
+
 namespace tarn::internal {
+
+// The loader binds each function of the C library that libtarn.so calls, at the start of every script.
+// So the library calls few of them, and leaves these to others.
+
+// memmove(), also where memcpy() would do. By this name, the compiler does not replace it by memcpy().
+extern "C" void *copyMemory(void *to, const void *from, size_t size) __asm__("memmove");
+
+// strnlen().
+inline size_t textLength(const char *text, size_t most) {
+  const void *end = most > 0 ? std::memchr(text, '\0', most) : nullptr;
+  return end ? static_cast<size_t>(static_cast<const char *>(end) - text) : most;
+}
+
+// strlen(). No text reaches beyond the end of the address space, and memchr() may not either.
+inline size_t textLength(const char *text) {
+  const uintptr_t most = UINTPTR_MAX - reinterpret_cast<uintptr_t>(text);
+  return textLength(text, most < PTRDIFF_MAX ? most : PTRDIFF_MAX);
+}
+
+inline std::string_view viewOf(const char *text) { return {text, textLength(text)}; }
 
 struct Free {
   void operator()(void *block) const { std::free(block); }
@@ -39,7 +59,7 @@ struct Release {
 
   void operator()(char *block) const {
     if (mapping) {
-      munmap(mapping, size);
+      unmapPages(mapping, size);
     } else {
       std::free(block);
     }
@@ -86,14 +106,14 @@ inline OwnedText newZeroedText(uint64_t length) {
 inline OwnedText copyBytes(const void *bytes, uint64_t length) {
   if (!bytes) return nullptr;
   OwnedText copy = newText(length);
-  if (copy && length > 0) std::memcpy(copy.get(), bytes, static_cast<size_t>(length));
+  if (copy && length > 0) copyMemory(copy.get(), bytes, static_cast<size_t>(length));
   return copy;
 }
 
 inline OwnedText copyText(std::string_view text) { return copyBytes(text.data(), text.size()); }
 
 inline OwnedText copyText(const char *text) {
-  return text ? copyBytes(text, std::strlen(text)) : nullptr;
+  return text ? copyBytes(text, textLength(text)) : nullptr;
 }
 
 }  // namespace tarn::internal

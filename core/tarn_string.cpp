@@ -15,7 +15,7 @@ constexpr int32_t kSlack = 16;
 
 const char *textOf(const String &string) { return string.buffer ? string.buffer : ""; }
 
-size_t lengthOf(const String &string) { return std::strlen(textOf(string)); }
+size_t lengthOf(const String &string) { return textLength(textOf(string)); }
 
 // A buffer for a capacity, with one more byte for the zero byte of a text that fills it.
 OwnedText newBuffer(int64_t capacity) {
@@ -49,8 +49,8 @@ bool fits(const String &string, int64_t size) { return string.buffer && size <= 
 // Copies up to the source's zero byte and pads with zero bytes, so a source shorter than `count` ends
 // the text. Kept: quirk 62.
 void copyPadded(char *to, const char *from, size_t count) {
-  const size_t given = strnlen(from, count);
-  std::memmove(to, from, given);
+  const size_t given = textLength(from, count);
+  copyMemory(to, from, given);
   std::memset(to + given, 0, count - given);
 }
 
@@ -87,10 +87,10 @@ bool insertIntoNewBuffer(String &string, size_t length, int64_t capacity, const 
   char *buffer = made.get();
   const char *text = textOf(string);
   const size_t head = std::min(position, length);
-  std::memcpy(buffer, text, head);
+  copyMemory(buffer, text, head);
   if (position <= length) {
     copyPadded(buffer + head, source, count);
-    std::memcpy(buffer + head + count, text + head, length - head);
+    copyMemory(buffer + head + count, text + head, length - head);
   } else {
     writeBeyond(buffer, static_cast<size_t>(capacity) + 1, source, count, position);
   }
@@ -121,13 +121,13 @@ void insertInPlace(String &string, size_t length, const char *source, size_t cou
   if (position > length) return writeBeyond(string.buffer, string.room, source, count, position);
   const size_t offset = offsetIn(string, source);
   const bool own = offset <= length;
-  const size_t given = strnlen(source, count);
+  const size_t given = textLength(source, count);
   const size_t unmoved = own && offset < position ? std::min(given, position - offset) : 0;
   char *gap = string.buffer + position;
-  std::memmove(gap + count, gap, length - position + 1);
+  copyMemory(gap + count, gap, length - position + 1);
   if (own) {
-    std::memcpy(gap, source, unmoved);
-    std::memcpy(gap + unmoved, source + unmoved + count, given - unmoved);
+    copyMemory(gap, source, unmoved);
+    copyMemory(gap + unmoved, source + unmoved + count, given - unmoved);
     std::memset(gap + given, 0, count - given);
   } else {
     copyPadded(gap, source, count);
@@ -149,20 +149,20 @@ TarnStatus insert(String &string, size_t length, const char *source, size_t coun
 }
 
 // A count of 0 is the length of the whole text, despite the offset. Kept: quirk 61.
-size_t countOf(const char *text, uint32_t count) { return count > 0 ? count : std::strlen(text); }
+size_t countOf(const char *text, uint32_t count) { return count > 0 ? count : textLength(text); }
 
 // Does not report a failed allocation; the string is then empty. Kept: quirk 65.
 TarnStatus set(String &string, const char *text) {
-  const size_t length = std::strlen(text);
+  const size_t length = textLength(text);
   const auto size = static_cast<int64_t>(length);
   if (fits(string, size)) {
-    std::memmove(string.buffer, text, length + 1);
+    copyMemory(string.buffer, text, length + 1);
     return TARN_OK;
   }
   const int64_t capacity = capacityFor(string, size);
   OwnedText made = newBuffer(capacity);
   if (made) {
-    std::memcpy(made.get(), text, length + 1);
+    copyMemory(made.get(), text, length + 1);
     replaceBuffer(string, std::move(made), capacity);
   } else {
     dropBuffer(string);
@@ -226,7 +226,7 @@ TarnStatus TARNString_dup(TarnHandle *source, TarnHandle *target) {
   OwnedText buffer = newBuffer(string->capacity);
   if (buffer) {
     const size_t held = std::min(static_cast<size_t>(string->capacity), string->room);
-    if (held > 0) std::memcpy(buffer.get(), string->buffer, held);
+    if (held > 0) copyMemory(buffer.get(), string->buffer, held);
     replaceBuffer(*copy, std::move(buffer), string->capacity);
   }
   copy->capacity = string->capacity;
@@ -332,7 +332,7 @@ TarnStatus TARNString_remove(TarnHandle *handle, uint32_t position, uint32_t cou
     const bool toTheEnd = count == 0 || count > length - position;
     const size_t removed = toTheEnd ? length - position : count;
     char *hole = string->buffer + position;
-    std::memmove(hole, hole + removed, length - position - removed + 1);
+    copyMemory(hole, hole + removed, length - position - removed + 1);
   } else if (position < string->room) {
     string->buffer[position] = '\0';
   }
@@ -404,7 +404,7 @@ TarnStatus TARNString_reserve(TarnHandle *handle, uint32_t requested) {
   // and 65.
   const int64_t capacity = static_cast<int64_t>(length) + requested;
   if (OwnedText buffer = newBuffer(capacity)) {
-    std::memcpy(buffer.get(), textOf(*string), length);
+    copyMemory(buffer.get(), textOf(*string), length);
     replaceBuffer(*string, std::move(buffer), capacity);
   }
   return TARN_OK;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -17,6 +18,31 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t\n\r";
 constexpr std::string_view kShellSeparators = ";|<>";
+
+// Eight bytes at once.
+constexpr size_t kWord = sizeof(uint64_t);
+constexpr uint64_t kLowestBits = 0x0101010101010101;
+constexpr uint64_t kPercents = kLowestBits * '%';
+constexpr uint64_t kPluses = kLowestBits * '+';
+
+uint64_t wordAt(const char *place) {
+  uint64_t word;
+  std::memcpy(&word, place, kWord);
+  return word;
+}
+
+// The highest bit of each byte that is zero, and no other bit.
+constexpr uint64_t zeroBytes(uint64_t word) {
+  constexpr uint64_t kLowerBits = kLowestBits * 0x7f;
+  return ~(((word & kLowerBits) + kLowerBits) | word | kLowerBits);
+}
+
+// How many bytes in memory are before the first with a bit.
+size_t bytesBefore(uint64_t bits) {
+  const int before =
+      std::endian::native == std::endian::big ? std::countl_zero(bits) : std::countr_zero(bits);
+  return static_cast<size_t>(before) / 8;
+}
 
 bool isOneOf(char character, std::string_view set) {
   return std::memchr(set.data(), character, set.size()) != nullptr;
@@ -41,13 +67,13 @@ char decode(char high, char low) {
 }  // namespace
 
 char *environmentVariable(const char *name) {
-  static char empty[] = "";
+  [[gnu::section(".data")]] static char empty[] = "";  // as in core/cgifb.cpp
   char *value = name ? std::getenv(name) : nullptr;
   return value ? value : empty;
 }
 
 int compareTexts(const char *a, const char *b) {
-  if (a && b) return strcasecmp(a, b);
+  if (a && b) return strncasecmp(a, b, PTRDIFF_MAX);
   return (a ? 1 : 0) - (b ? 1 : 0);
 }
 
@@ -60,6 +86,16 @@ char *unescapeTo(char *place, std::string_view text) {
   const char *const end = in + text.size();
   char *out = place;
   while (in < end) {
+    // Copies eight bytes while that many are left, and skips those before a "%" or "+". The buffer has
+    // room for them, since a decoded text is not longer.
+    if (static_cast<size_t>(end - in) >= kWord && *in != '%') {
+      const uint64_t word = wordAt(in);
+      std::memcpy(out, &word, kWord);
+      const size_t plain = bytesBefore(zeroBytes(word ^ kPercents) | zeroBytes(word ^ kPluses));
+      in += plain;
+      out += plain;
+      if (plain == kWord) continue;
+    }
     char c = *in++;
     if (c == '+') c = ' ';
     if (c == '%') {
@@ -109,12 +145,12 @@ const char *find(std::string_view haystack, std::string_view needle) {
 }
 
 std::string_view upToZeroByte(std::string_view bytes) {
-  return {bytes.data(), strnlen(bytes.data(), bytes.size())};
+  return {bytes.data(), textLength(bytes.data(), bytes.size())};
 }
 
 int32_t toNumber(const char *text) {
-  const long value = std::strtol(text, nullptr, 10);
-  return static_cast<int32_t>(std::clamp<long>(value, INT32_MIN, INT32_MAX));
+  const long long value = std::strtoll(text, nullptr, 10);
+  return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
 }
 
 }  // namespace tarn::internal
@@ -160,7 +196,7 @@ int nStringsAreEqual(const char *a, const char *b, uint32_t n) {
   return a && b ? strncasecmp(a, b, n) : compareTexts(a, b);
 }
 
-char *unescapeString(const char *text) { return text ? unescape(text).release() : nullptr; }
+char *unescapeString(const char *text) { return text ? unescape(viewOf(text)).release() : nullptr; }
 
 unsigned char hexToChar(char high, char low) {
   return static_cast<unsigned char>(decode(high, low));
@@ -169,7 +205,7 @@ unsigned char hexToChar(char high, char low) {
 // Escapes these four characters and nothing else. Kept: quirk 36.
 int saferSystem(const char *command) {
   if (!command) return -1;
-  const std::string_view text = command;
+  const std::string_view text = viewOf(command);
   const auto separators =
       std::count_if(text.begin(), text.end(), [](char c) { return isOneOf(c, kShellSeparators); });
   OwnedText escaped = newText(text.size() + static_cast<size_t>(separators));
@@ -193,13 +229,13 @@ TarnHandle extractBetween(const void *data, uint32_t length, const char *open, c
   Node *buffer = newNode(TARN_BYTE_BUFFER_MAGIC);
   if (!data || !open || !close) return handleOf(buffer);
   const std::string_view all(static_cast<const char *>(data), length);
-  const std::string_view mark = open;
+  const std::string_view mark = viewOf(open);
   const char *found = find(all, mark);
   if (!found) return handleOf(buffer);
   const char *start = found + mark.size();
   // The search length is measured from the start of the data, so it reaches past the end unless
   // `open` is at the start. Without `close`, the byte after the data is included. Kept: quirk 37.
-  const char *end = find({start, length - mark.size()}, close);
+  const char *end = find({start, length - mark.size()}, viewOf(close));
   if (!end) end = all.data() + length + 1;
   fillByteBuffer(buffer, start, static_cast<uint32_t>(end - start));
   return handleOf(buffer);
@@ -209,7 +245,9 @@ TarnHandle extractBetween1(const void *data, uint32_t length, const char *delimi
   return extractBetween(data, length, delimiter, delimiter);
 }
 
-char *stripString(const char *text) { return text ? copyText(trim(text)).release() : nullptr; }
+char *stripString(const char *text) {
+  return text ? copyText(trim(viewOf(text))).release() : nullptr;
+}
 
 char *readString(FILE *stream) {
   if (!stream) return nullptr;

@@ -28,7 +28,7 @@ char *unescapeTo(char *place, std::string_view text);
 
 // Copies a text and a final zero byte into a buffer. Returns the address after the zero byte.
 inline char *copyTo(char *place, std::string_view text) {
-  if (!text.empty()) std::memcpy(place, text.data(), text.size());
+  if (!text.empty()) copyMemory(place, text.data(), text.size());
   place[text.size()] = '\0';
   return place + text.size() + 1;
 }

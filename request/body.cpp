@@ -1,15 +1,10 @@
 #include "request/body.h"
 
-#include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
-#include "core/files.h"
+#include "core/system_calls.h"
 
 // Older headers lack it.
 #ifndef MADV_POPULATE_READ
@@ -34,7 +29,7 @@ size_t readInput(char *block, size_t length) {
   for (size_t arrived = 0;;) {
     errno = 0;
     arrived += std::fread(block + arrived, 1, length - arrived, stdin);
-    if (arrived == length || std::feof(stdin) || errno != EINTR) return arrived;
+    if (arrived == length || feof_unlocked(stdin) || errno != EINTR) return arrived;
     std::clearerr(stdin);
   }
 }
@@ -47,23 +42,21 @@ OwnedBytes mapped(void *mapping, size_t lead, size_t size) {
 // Zeros, in pages that cost memory only once they are written to.
 OwnedBytes mapZeros(size_t size) {
   if (size >= PTRDIFF_MAX) return nullptr;
-  const int kind = MAP_PRIVATE | MAP_ANONYMOUS;
-  return mapped(mmap(nullptr, size, PROT_READ | PROT_WRITE, kind, -1, 0), 0, size);
+  return mapped(mapPages(nullptr, size, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0), 0, size);
 }
 
 // Replaces the pages at the start of a block by those of a file. If that fails, the block is lost.
 bool mapOver(char *block, size_t size, int file, off_t offset) {
-  const int kind = MAP_PRIVATE | MAP_FIXED;
-  return mmap(block, size, PROT_READ | PROT_WRITE, kind, file, offset) == block;
+  return mapPages(block, size, MAP_PRIVATE | MAP_FIXED, file, offset) == block;
 }
 
 // Whether standard input reads this descriptor from here on, with nothing in the buffer.
-bool isUnbuffered(off_t offset) { return !std::feof(stdin) && ftello(stdin) == offset; }
+bool isUnbuffered(off_t offset) { return !feof_unlocked(stdin) && ftello(stdin) == offset; }
 
 }  // namespace
 
 Body::~Body() {
-  if (is_own_) close(file_);
+  if (is_own_) closeFile(file_);
 }
 
 OwnedBytes Body::read(uint32_t length, size_t &arrived) {
@@ -87,20 +80,19 @@ OwnedBytes Body::read(uint32_t length, size_t &arrived) {
 // runs. It could change what a script reads in any other way, too.
 bool Body::mapInput(OwnedBytes &block, size_t length, size_t &arrived) {
   const int file = fileno(stdin);
-  const off_t offset = lseek(file, 0, SEEK_CUR);
-  struct stat found;
-  if (offset < 0 || static_cast<uint64_t>(offset) % kPages != 0 || !isUnbuffered(offset) ||
-      fstat(file, &found) != 0 || !S_ISREG(found.st_mode) || found.st_nlink != 0 ||
-      found.st_size <= offset) {
+  const off_t offset = positionOf(file);
+  if (offset < 0 || static_cast<uint64_t>(offset) % kPages != 0 || !isUnbuffered(offset)) {
     return false;
   }
-  const auto rest = static_cast<uint64_t>(found.st_size - offset);
+  const int64_t size = sizeOfUnnamedFile(file);
+  if (size <= offset) return false;
+  const auto rest = static_cast<uint64_t>(size - offset);
   const size_t backed = rest < length ? static_cast<size_t>(rest) : length;
   const size_t whole = backed - backed % kPages;
   if (whole < kLeastMapped) return false;
   // Populating fails where the file is shorter by now or cannot be read.
   if (!mapOver(block.get(), whole, file, offset) ||
-      madvise(block.get(), whole, MADV_POPULATE_READ) != 0 ||
+      !advise(block.get(), whole, MADV_POPULATE_READ) ||
       fseeko(stdin, static_cast<off_t>(whole), SEEK_CUR) != 0) {
     block = mapZeros(length + 1);
     return false;
@@ -124,28 +116,27 @@ size_t Body::receive(OwnedBytes &block, size_t length) {
   }
   size_t written = 0;
   bool is_backed = true;
-  while (count == kChunk && (is_backed = writeAll(file_, {start, count}) == 0)) {
+  while (count == kChunk && (is_backed = writeToFile(file_, {start, count}))) {
     written += count;
     count = readInput(start, std::min(kChunk, length - written));
   }
   const size_t arrived = written + count;
   if (written > 0) {
-    std::memcpy(start + written, start, count);
+    copyMemory(start + written, start, count);
     if (!mapOver(start, written, file_, 0)) {
       block = nullptr;
       return 0;
     }
   }
   // The file also has the last bytes, since it can only be mapped as far as it goes.
-  if (is_backed && writeAll(file_, {start + written, count}) == 0) backed_ = arrived;
+  if (is_backed && writeToFile(file_, {start + written, count})) backed_ = arrived;
   return count < kChunk ? arrived : arrived + readInput(start + arrived, length - arrived);
 }
 
 // Creates a file in memory, unless to write so much to a file would kill the process.
 bool Body::createFile(size_t size) {
-  rlimit most;
-  if (getrlimit(RLIMIT_FSIZE, &most) != 0 || most.rlim_cur < size) return false;
-  file_ = memfd_create("tarn-body", MFD_CLOEXEC);
+  if (!mayWrite(size)) return false;
+  file_ = createMemoryFile("tarn-body");
   is_own_ = file_ >= 0;
   return is_own_;
 }
@@ -157,9 +148,9 @@ OwnedBytes Body::copy(std::string_view bytes) const {
   if (begin < backed_ && bytes.size() < backed_ - begin) {
     const size_t lead = begin % kPages;
     const size_t size = lead + bytes.size() + 1;
-    OwnedBytes copy = mapped(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE, file_,
-                                  offset_ + static_cast<off_t>(begin - lead)),
-                             lead, size);
+    OwnedBytes copy = mapped(
+        mapPages(nullptr, size, MAP_PRIVATE, file_, offset_ + static_cast<off_t>(begin - lead)),
+        lead, size);
     if (copy) {
       copy.get()[bytes.size()] = '\0';
       return copy;

@@ -45,7 +45,7 @@ void releaseCookies(const Node &environment) {
 
 }  // namespace
 
-bool isPost() { return strcasecmp(environmentVariable("REQUEST_METHOD"), "post") == 0; }
+bool isPost() { return compareTexts(environmentVariable("REQUEST_METHOD"), "post") == 0; }
 
 void captureEnvironment(Capture &capture) {
   Node *environment = newNode(TARN_ENVIRONMENT_MAGIC);
@@ -60,7 +60,8 @@ void captureEnvironment(Capture &capture) {
   if (isPost() && length != 0) capture.status = readBody(length, capture);
   if (capture.status != TARN_OK || (isPost() && lengthExceeds(length))) markIncomplete(environment);
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {
-    setChild(*environment, TARN_ENVIRONMENT_COOKIES, parseCookieHeader(cookies, environment));
+    setChild(*environment, TARN_ENVIRONMENT_COOKIES,
+             parseCookieHeader(viewOf(cookies), environment));
   }
 }
 

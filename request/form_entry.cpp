@@ -26,8 +26,9 @@ void setValue(Node &entry, OwnedText value, uint32_t length) {
 
 }  // namespace
 
-Node *newFormEntry(std::string_view name, std::string_view value, uint32_t length) {
-  Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2);
+Node *newFormEntry(std::string_view name, std::string_view value, uint32_t length,
+                   NodeArena *arena) {
+  Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2, arena);
   if (!entry) return nullptr;
   char *place = roomOf(*entry);
   if (name.data()) {
@@ -40,15 +41,15 @@ Node *newFormEntry(std::string_view name, std::string_view value, uint32_t lengt
   return entry;
 }
 
-Node *newDecodedFormEntry(std::string_view name, std::string_view value) {
-  Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2);
+Node *newDecodedFormEntry(std::string_view name, std::string_view value, NodeArena *arena) {
+  Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2, arena);
   if (!entry) return nullptr;
   char *place = roomOf(*entry);
   placeText(*entry, TARN_ENTRY_NAME, place);
   place = unescapeTo(place, name);
   placeText(*entry, TARN_ENTRY_VALUE, place);
   unescapeTo(place, value);
-  entry->ints[TARN_ENTRY_LENGTH] = static_cast<uint32_t>(std::strlen(place));
+  entry->ints[TARN_ENTRY_LENGTH] = static_cast<uint32_t>(textLength(place));
   return entry;
 }
 

@@ -15,6 +15,7 @@ struct FormLists {
   Node *entries;
   Node *files;
   const Body *body;
+  NodeArena *arena = nullptr;  // for the entries
 };
 
 // Appends an entry. If there is no entry (null) or no memory for it, marks the request.

@@ -7,15 +7,19 @@ namespace tarn::internal {
 namespace {
 
 constexpr std::string_view kBoundary = "boundary=";
+constexpr std::string_view kDashes = "--";
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kHeadersEnd = "\r\n\r\n";
 
 // "--", the boundary and CR LF. The boundary is the rest of the content type, including quotation
 // marks and further parameters. Kept: quirk 4.
-OwnedText makeDelimiter(const char *boundary) {
-  char *text = nullptr;
-  tarn_asprintf(&text, "--%s\r\n", boundary);
-  return OwnedText(text);
+OwnedText makeDelimiter(std::string_view boundary) {
+  OwnedText text = newText(kDashes.size() + boundary.size() + kLineEnd.size());
+  if (!text) return nullptr;
+  char *place = copyTo(text.get(), kDashes) - 1;
+  place = copyTo(place, boundary) - 1;
+  copyTo(place, kLineEnd);
+  return text;
 }
 
 // The text between the first `open` and the next `close`, or the end of the part; only text before the
@@ -34,7 +38,7 @@ struct PartHeader {
   std::string_view name;
   bool hasFileName;  // also if there was no memory for it
   OwnedText fileName;
-  std::string_view contentType;
+  std::string_view contentType;  // only of a file
 };
 
 // Searches for the marks in the whole part, values included. `name="` also matches inside `filename="`,
@@ -42,9 +46,9 @@ struct PartHeader {
 // lines after it. Kept: quirks 6, 7 and 8.
 PartHeader parseHeader(std::string_view part) {
   const std::string_view fileName = textBetween(part, "filename=\"", "\"");
-  return {textBetween(part, "name=\"", "\""), fileName.data() != nullptr,
-          fileName.data() ? unescape(fileName) : nullptr,
-          textBetween(part, "Content-Type: ", kHeadersEnd)};
+  const std::string_view name = textBetween(part, "name=\"", "\"");
+  if (!fileName.data()) return {name, false, nullptr, {}};
+  return {name, true, unescape(fileName), textBetween(part, "Content-Type: ", kHeadersEnd)};
 }
 
 // Appends the file of a part; false if its bytes cannot be allocated. Without a field name or a content
@@ -83,19 +87,21 @@ const char *parsePart(const FormLists &lists, std::string_view part) {
     return appendFile(lists, std::move(header), value) ? headersEnd : nullptr;
   }
   // The text ends at its first zero byte; the length is that of all bytes. Kept: quirk 11.
-  Node *entry = newFormEntry(header.name, upToZeroByte(value), static_cast<uint32_t>(value.size()));
+  Node *entry = newFormEntry(header.name, upToZeroByte(value), static_cast<uint32_t>(value.size()),
+                             lists.arena);
   appendEntry(lists, entry);
   return entry ? headersEnd : nullptr;
 }
 
 // The last part runs to the end of the body: nothing searches for the closing delimiter. Kept: quirk 5.
 void parseMultipart(const FormLists &lists, std::string_view body, const char *contentType) {
-  const char *boundary = find(contentType, kBoundary);
-  if (!boundary) return;
-  const OwnedText delimiter = makeDelimiter(boundary + kBoundary.size());
+  const std::string_view type = viewOf(contentType);
+  const char *found = find(type, kBoundary);
+  if (!found) return;
+  const OwnedText delimiter = makeDelimiter(textFrom(type, found + kBoundary.size()));
   if (!delimiter) return markIncomplete(lists.request);
-  const std::string_view mark = delimiter.get();
-  const char *found = find(body, mark);
+  const std::string_view mark = viewOf(delimiter.get());
+  found = find(body, mark);
   while (found) {
     const std::string_view rest = textFrom(body, found + mark.size());
     found = find(rest, mark);

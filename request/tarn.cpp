@@ -30,11 +30,13 @@ TarnStatus parseForm(Node *request, const char *input, size_t length, const Body
   if (!input) return TARN_BAD_ARGUMENT;
   if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
   const char *contentType = environmentVariable("CONTENT_TYPE");
-  const FormLists lists = listsOf(request, body);
+  NodeArena arena;
+  FormLists lists = listsOf(request, body);
+  lists.arena = &arena;
   if (strncasecmp(contentType, kMultipart.data(), kMultipart.size()) == 0) {
     parseMultipart(lists, {input, length}, contentType);
   } else {
-    parseUrlEncoded(lists, input);
+    parseUrlEncoded(lists, viewOf(input));
   }
   return TARN_OK;
 }
@@ -47,7 +49,7 @@ TarnStatus parseRequest(Node *request, const Capture &capture) {
     return input.data() ? parseForm(request, input.data(), input.size(), &capture.body) : TARN_OK;
   }
   const char *query = environmentVariable("QUERY_STRING");
-  return parseForm(request, query, std::strlen(query));
+  return parseForm(request, query, textLength(query));
 }
 
 // If the request cannot be allocated, standard input is still consumed; parsing then returns
@@ -85,9 +87,11 @@ using namespace tarn::internal;
 TarnStatus Tarn_new(TarnHandle *handle) {
   const TarnStatus status = newRequest(handle);
   // A text that is allocated and freed unread. Kept: quirk 75.
-  char *trace = nullptr;
-  tarn_asprintf(&trace, "exiting Tarn_new with ret = %d", static_cast<int>(status));
-  std::free(trace);
+  constexpr std::string_view kTrace = "exiting Tarn_new with ret = ";
+  static_assert(TARN_NO_ENVIRONMENT < 10 && TARN_NOT_IMPLEMENTED < 10);
+  if (const OwnedText trace = newText(kTrace.size() + 1)) {
+    copyTo(trace.get(), kTrace)[-1] = static_cast<char>('0' + status);
+  }
   return status;
 }
 
@@ -172,9 +176,10 @@ TarnStatus Tarn_parseFormInput(TarnHandle *handle, char *input, uint32_t length)
 
 void Tarn_parsePair(TarnHandle *handle, char *pair) {
   if (!pair) return;
-  parsePair(listsOf(requestIn(handle)), pair);
+  const size_t length = textLength(pair);
+  parsePair(listsOf(requestIn(handle)), {pair, length});
   // The caller's text is cut into name and value. Kept: quirk 14.
-  if (char *equals = std::strchr(pair, '=')) *equals = '\0';
+  if (void *equals = std::memchr(pair, '=', length)) *static_cast<char *>(equals) = '\0';
 }
 
 void Tarn_parseMime(TarnHandle *handle, const uint8_t *part, uint32_t length) {

@@ -21,7 +21,7 @@ void parsePair(const FormLists &lists, std::string_view pair) {
   std::string_view name;
   std::string_view value;
   if (!splitAtFirst(pair, '=', name, value)) return;
-  appendEntry(lists, newDecodedFormEntry(name, value));
+  appendEntry(lists, newDecodedFormEntry(name, value, lists.arena));
 }
 
 }  // namespace tarn::internal

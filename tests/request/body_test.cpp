@@ -1,10 +1,10 @@
 // Large bodies from every kind of standard input: each gives what a pipe gives.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,47 +24,6 @@
 #include "support/script.h"
 #include "tarn.h"
 
-namespace {
-
-// How many more calls succeed before those that the library uses for large bodies fail; -1: all do.
-int callsLeft = -1;
-
-bool mayCall() { return callsLeft < 0 || callsLeft-- > 0; }
-
-template <class Function>
-Function *nextNamed(const char *name) {
-  return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
-}  // namespace
-
-extern "C" {
-
-ssize_t write(int file, const void *bytes, size_t count) {
-  static auto *const real = nextNamed<ssize_t(int, const void *, size_t)>("write");
-  if (mayCall()) return real(file, bytes, count);
-  callsLeft = 0;
-  errno = ENOSPC;
-  return -1;
-}
-
-int memfd_create(const char *name, unsigned flags) noexcept {
-  static auto *const real = nextNamed<int(const char *, unsigned)>("memfd_create");
-  if (mayCall()) return real(name, flags);
-  callsLeft = 0;
-  errno = ENOMEM;
-  return -1;
-}
-
-int madvise(void *place, size_t size, int advice) noexcept {
-  static auto *const real = nextNamed<int(void *, size_t, int)>("madvise");
-  if (mayCall()) return real(place, size, advice);
-  callsLeft = 0;
-  errno = EFAULT;
-  return -1;
-}
-}
-
 namespace tarn_test {
 namespace {
 
@@ -75,6 +34,44 @@ constexpr const char *kMultipart = "multipart/form-data; boundary=XYZ";
 
 // From this size on, the library maps bytes.
 constexpr size_t kLeastMapped = 256 * kKilobyte;
+
+// Calls that the library can do without fail, except the first of them.
+class FailingCalls {
+ public:
+  // No kind of input below takes more of them: one for each 64 KiB, and five others.
+  static constexpr int kMost = 20;
+
+  explicit FailingCalls(int spared) : spared_(spared) {
+    left_ = spared;
+    failed_ = 0;
+    errorOfCall = errorOf;
+  }
+  ~FailingCalls() {
+    errorOfCall = nullptr;
+    if (spared_ == 0) {
+      EXPECT_GT(failed_, 0);
+    }
+    if (spared_ == kMost) {
+      EXPECT_EQ(0, failed_);
+    }
+  }
+  FailingCalls(const FailingCalls &) = delete;
+  FailingCalls &operator=(const FailingCalls &) = delete;
+
+ private:
+  static int errorOf(long number) {
+    constexpr long kCalls[] = {SYS_lseek, SYS_statx,        SYS_madvise,
+                               SYS_write, SYS_memfd_create, SYS_prlimit64};
+    if (std::ranges::find(kCalls, number) == std::end(kCalls) || left_-- > 0) return 0;
+    left_ = 0;
+    ++failed_;
+    return EPERM;
+  }
+
+  static inline int left_ = 0;
+  static inline int failed_ = 0;
+  int spared_;
+};
 
 // Bytes of any value, without CR, at which a file ends.
 std::string noise(size_t size, unsigned seed = 1) {
@@ -433,12 +430,10 @@ TEST(BodyMapped, IsWholeWhicheverCallFails) {
   const std::string body = upload(kLeastMapped) + "and more";
   const size_t sent = body.size() - 8;
   for (const Input kind : kInputs) {
-    // No kind of input takes more calls: one for each 64 KiB, and three.
-    for (int spared = 0; spared < 14; ++spared) {
+    for (int spared = 0; spared <= FailingCalls::kMost; ++spared) {
       withInput(kind, postOf(kMultipart, sent), body, 0, [&] {
-        callsLeft = spared;
+        const FailingCalls failing(spared);
         Request request;
-        callsLeft = -1;
         expectRequest(request, kMultipart, body.substr(0, sent), sent);
         EXPECT_EQ("and more", restOfStandardInput());
       });
@@ -448,11 +443,10 @@ TEST(BodyMapped, IsWholeWhicheverCallFails) {
 
 TEST(BodyMapped, ThatBreaksOffIsPaddedWhicheverCallFails) {
   const std::string body = upload(kLeastMapped);
-  for (int spared = 0; spared < 14; ++spared) {
+  for (int spared = 0; spared <= FailingCalls::kMost; ++spared) {
     withInput(Input::kPipe, postOf(kMultipart, body.size() + 70000), body, 0, [&] {
-      callsLeft = spared;
+      const FailingCalls failing(spared);
       Request request;
-      callsLeft = -1;
       expectRequest(request, kMultipart, body, body.size() + 70000);
     });
   }

@@ -40,6 +40,20 @@ TEST(HostileEscape, AtTheEndOfATextIsDecodedWithoutReadingBeyondIt) {
   }
 }
 
+// Longer texts are decoded eight bytes at a time.
+TEST(HostileEscape, AnywhereInATextIsDecodedWithoutReadingBeyondIt) {
+  const std::string letters = "abcdefghijklmnopqrstuvwxyz";
+  for (const std::string &escape : {"+"s, "%"s, "%4"s, "%41"s, "%2B%25"s, "+%00+"s}) {
+    for (size_t before = 0; before <= 20; ++before) {
+      for (size_t after = 0; after <= 20; ++after) {
+        const std::string text = letters.substr(0, before) + escape + letters.substr(0, after);
+        GuardedText input(text);
+        EXPECT_EQ(decoded(text), copyAndRelease(unescapeString(input.text()))) << text;
+      }
+    }
+  }
+}
+
 TEST(HostileEscape, AtTheEndOfAPairIsDecodedWithoutReadingBeyondIt) {
   asScript({}, "", [] {
     Request request;

@@ -17,6 +17,10 @@ inline constexpr size_t kLittleMemory = 0x4000;
 // Counts an allocation that does not use malloc(), and says whether it succeeds.
 bool grantsMemory(size_t size);
 
+// The errno value with which a call through syscall() fails, 0 if it does not. Null: no call fails,
+// apart from mappings without memory. Programs with failing_mappings.cpp have it.
+extern int (*errorOfCall)(long number);
+
 // A scenario makes its calls to the library through this.
 class FailingMemory {
  public:

@@ -1,0 +1,88 @@
+#include "core/node_arena.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "core/system_calls.h"
+
+// Older headers lack it.
+#ifndef MADV_POPULATE_WRITE
+#define MADV_POPULATE_WRITE 23
+#endif
+
+namespace tarn::internal {
+namespace {
+
+// Like blocks from malloc(), nodes begin at multiples of this many bytes.
+constexpr uint32_t kUnit = 16;
+
+// A form of fewer nodes takes no shared blocks, so that it allocates no more than it needs.
+constexpr uint32_t kAlone = 64;
+
+constexpr uint32_t kLargestNode = 1024;
+
+// Blocks double up to a size for which the C library's malloc() does not yet call mmap().
+constexpr uint32_t kSmallestBlock = 8 * 1024;
+constexpr uint32_t kLargestBlock = 120 * 1024;
+
+// On processors with larger pages, they are found when they are first used.
+constexpr uintptr_t kPage = 4096;
+
+// Has the kernel find and clear all whole pages of a block at once. That is faster than a page fault
+// for each, and not necessary.
+void populate(void *block, size_t size) {
+  const auto start = reinterpret_cast<uintptr_t>(block);
+  const uintptr_t first = (start + kPage - 1) / kPage * kPage;
+  const uintptr_t end = (start + size) / kPage * kPage;
+  if (first < end) advise(reinterpret_cast<void *>(first), end - first, MADV_POPULATE_WRITE);
+}
+
+}  // namespace
+
+struct NodeArena::Block {
+  // The nodes in the block, and one for the arena while it uses the block.
+  uint32_t users;
+
+  void leave() {
+    if (--users == 0) std::free(this);
+  }
+};
+
+NodeArena::~NodeArena() {
+  if (block_) block_->leave();
+}
+
+bool NodeArena::addBlock() {
+  const uint32_t size = std::clamp(room_ * kUnit * 2, kSmallestBlock, kLargestBlock);
+  auto *block = static_cast<Block *>(std::malloc(size));
+  if (!block) return false;
+  const int error = errno;
+  if (size == kLargestBlock) populate(block, size);
+  errno = error;
+  if (block_) block_->leave();
+  block->users = 1;
+  block_ = block;
+  used_ = 1;
+  room_ = size / kUnit;
+  return true;
+}
+
+void *NodeArena::allocate(size_t size, uint32_t &offset) {
+  if (nodes_ < kAlone) {
+    ++nodes_;
+    return nullptr;
+  }
+  if (size > kLargestNode) return nullptr;
+  const auto units = static_cast<uint32_t>((size + kUnit - 1) / kUnit);
+  if (units > room_ - used_ && !addBlock()) return nullptr;
+  offset = used_;
+  used_ += units;
+  ++block_->users;
+  return reinterpret_cast<char *>(block_) + size_t{offset} * kUnit;
+}
+
+void NodeArena::release(void *node, uint32_t offset) {
+  reinterpret_cast<Block *>(static_cast<char *>(node) - size_t{offset} * kUnit)->leave();
+}
+
+}  // namespace tarn::internal
