@@ -99,7 +99,7 @@ def start(options, title, request, more_scripts=()):
     return medians, made._replace(
         targets=[
             Target("tarn beyond stub", beyond, 20, " µs"),
-            Target("tarn-static, × floor", static, 1),
+            Target("tarn-static, × floor", static, 0.85),
         ]
     )
 
@@ -154,7 +154,7 @@ def growing(options, title, unit, make, sizes):
 
 
 def exponent_target(made):
-    return Target("tarn, exponent of growth", report.exponent(made.lines["tarn"]), 1.1)
+    return Target("tarn, exponent of growth", report.exponent(made.lines["tarn"]), 1.05)
 
 
 def w4(options):
@@ -168,8 +168,8 @@ def w4(options):
     memory = (usual["tarn"].memory - usual["floor"].memory) / 10**5
     return made._replace(
         targets=[
-            times_floor(usual, 9),
-            Target("tarn, memory per pair, minus the floor's", memory, 260, " bytes"),
+            times_floor(usual, 5),
+            Target("tarn, memory per pair, minus the floor's", memory, 120, " bytes"),
             exponent_target(made),
         ]
     )
@@ -182,8 +182,8 @@ def w5(options):
     usual = medians[64]
     return made._replace(
         targets=[
-            times_floor(usual, 2.3),
-            Target("tarn, memory per byte sent", usual["tarn"].memory / (64 * MIB), 2.1, " bytes"),
+            times_floor(usual, 0.6),
+            Target("tarn, memory per byte sent", usual["tarn"].memory / (64 * MIB), 1.02, " bytes"),
             exponent_target(made),
         ]
     )
@@ -196,7 +196,7 @@ def w6(options):
         (10**5, "100,000 parts", 20),
     ]
     medians, made = growing(options, "many small parts", "parts", bodies.parts, sizes)
-    return made._replace(targets=[times_floor(medians[10**4], 3), exponent_target(made)])
+    return made._replace(targets=[times_floor(medians[10**4], 2.2), exponent_target(made)])
 
 
 def w7(options):
@@ -205,7 +205,7 @@ def w7(options):
     usual = medians[16 * MIB]
     return made._replace(
         targets=[
-            times_floor(usual, 2.5),
+            times_floor(usual, 1.5),
             Target("tarn, memory per byte sent", usual["tarn"].memory / (16 * MIB), 1.6, " bytes"),
         ]
     )
@@ -296,7 +296,7 @@ def w11(options):
             memories.append([name, *(cells[size][1] for size in sizes)])
         large = [point for point in lines[name] if cookies or point[0] >= 1 << 20] or lines[name]
         if len(large) > 1:
-            targets.append(Target(f"{name}, exponent of growth", report.exponent(large), 1.1))
+            targets.append(Target(f"{name}, exponent of growth", report.exponent(large), 1.05))
     text = (
         "Processor time and memory per byte sent, minus those of a request without fields.\n\n"
         f"Processor time, in ns per byte:\n\n{report.table(times)}\n"

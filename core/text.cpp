@@ -86,25 +86,27 @@ char *unescapeTo(char *place, std::string_view text) {
   const char *const end = in + text.size();
   char *out = place;
   while (in < end) {
-    // Copies eight bytes while that many are left, and skips those before a "%" or "+". The buffer has
-    // room for them, since a decoded text is not longer.
-    if (static_cast<size_t>(end - in) >= kWord && *in != '%') {
+    const auto left = static_cast<size_t>(end - in);
+    if (*in == '%') {
+      // Kept: quirk 33.
+      *out++ = decode(left > 1 ? in[1] : '\0', left > 2 ? in[2] : '\0');
+      in += std::min<size_t>(left, 3);
+    } else if (left < kWord) {
+      *out++ = *in == '+' ? ' ' : *in;
+      ++in;
+    } else {
+      // Copies eight bytes, and skips those before a "%" or "+". The buffer has room for all eight, since
+      // a decoded text is not longer.
       const uint64_t word = wordAt(in);
       std::memcpy(out, &word, kWord);
       const size_t plain = bytesBefore(zeroBytes(word ^ kPercents) | zeroBytes(word ^ kPluses));
       in += plain;
       out += plain;
-      if (plain == kWord) continue;
+      if (plain < kWord && *in == '+') {
+        *out++ = ' ';
+        ++in;
+      }
     }
-    char c = *in++;
-    if (c == '+') c = ' ';
-    if (c == '%') {
-      // Kept: quirk 33.
-      const char high = in < end ? *in++ : '\0';
-      const char low = in < end ? *in++ : '\0';
-      c = decode(high, low);
-    }
-    *out++ = c;
   }
   *out = '\0';
   return out + 1;

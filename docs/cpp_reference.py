@@ -228,7 +228,7 @@ def parse_member(statement: Statement, owner: str) -> Member | None:
     alias = re.match(r"using (\w+) =", head)
     if alias and alias[1] in TYPES_OF_CONTAINERS:
         return None
-    if head == "class Iterator":
+    if head.partition(" : ")[0] == "class Iterator":
         return None
     constant = re.fullmatch(r"static constexpr [\w:]+ (\w+) = \w+", head)
     if constant:

@@ -176,8 +176,8 @@ class Header(unittest.TestCase):
             name = header.relative_to(INCLUDE)
             alone = self.folder / f"{header.stem}_alone.cpp"
             alone.write_text(f"#include <{name}>\n#include <{name}>\n", encoding="utf-8")
-            # What a header lacks is missing before others come. A name in tarn::detail would hide the
-            # same name in tarn from them.
+            # What a header lacks is missing before others come. A name in tarn::detail would hide
+            # the same name in tarn from them.
             first = self.folder / f"{header.stem}_first.cpp"
             first.write_text(f"#include <{name}>\n#include <tarn.hpp>\n", encoding="utf-8")
             for number, (compiler, standard, runtime) in enumerate(modes(header)):

@@ -38,7 +38,9 @@ TEXTS = [
 
 class Page(unittest.TestCase):
     def page(self, text):
-        answer = subprocess.run([os.environ["PAGE"], text], stdout=subprocess.PIPE, check=True)
+        answer = subprocess.run(
+            [os.environ["HOSTILE_PAGE"], text], stdout=subprocess.PIPE, check=True
+        )
         header, body = answer.stdout.split(b"\r\n\r\n", 1)
         self.assertEqual(
             header.split(b"\r\n"),
