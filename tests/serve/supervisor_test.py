@@ -99,7 +99,7 @@ class Start(unittest.TestCase):
                 self.subTest(options),
                 Service(*options, wrapper=("env", *passed), listens=not options) as service,
             ):
-                wait_until(lambda: os.path.exists(service.path("socket")), "no socket")
+                service.wait_until_it_listens()
                 lines = service.ask("header&env").lines
                 self.assertEqual(
                     [line for line in lines if line.startswith("LISTEN")], ["LISTENERS=7"]
