@@ -93,10 +93,18 @@ const char *setErrors(Options &options, const char *value) {
   return options.sends_errors || std::strcmp(value, "own") == 0 ? nullptr : "must be both or own";
 }
 
+// Returns null if memory runs out.
+char *copyOf(const char *text) {
+  const size_t size = std::strlen(text) + 1;
+  auto *copy = static_cast<char *>(std::malloc(size));
+  if (copy) std::memcpy(copy, text, size);
+  return copy;
+}
+
 // Replaces a text by a copy of another.
 const char *setText(const char *&text, const char *value) {
   if (*value == '\0') return "needs a value";
-  char *copy = strdup(value);
+  char *copy = copyOf(value);
   if (!copy) return "needs more memory";
   std::free(const_cast<char *>(text));
   text = copy;
@@ -112,7 +120,7 @@ const char *setAccessFormat(Options &options, const char *value) {
 
 const char *addListener(Options &options, const char *value) {
   if (options.listen_count == kMostListeners) return "is allowed 8 times";
-  const char *copy = strdup(value);
+  const char *copy = copyOf(value);
   if (!copy) return "needs more memory";
   options.listen[options.listen_count++] = copy;
   return nullptr;
