@@ -46,8 +46,7 @@ class Fastcgi(ServerOfOrdinaryUser):
 
     def connect(self, script: str) -> None:
         """Connects to a service; raises an OSError if it does not listen."""
-        with socket.socket(socket.AF_UNIX) as client:
-            client.connect(self.path(f"socket/{script}"))
+        self.connect_to_socket(script)
 
     def processes(self) -> dict[int, int]:
         """The processes of the services: the parent of each."""
@@ -65,14 +64,7 @@ class Fastcgi(ServerOfOrdinaryUser):
         return super()._start_on_port() and all(map(self._serves, self.scripts))
 
     def _serves(self, script: str) -> bool:
-        def listens() -> bool:
-            try:
-                self.connect(script)
-            except (FileNotFoundError, ConnectionRefusedError):
-                return False
-            return True
-
-        wait_until(listens, f"{script} does not listen: {self._read_log(self.LOG)}")
+        self.wait_until_it_listens(script, lambda: self.connect(script))
         return True
 
     def _stop(self) -> None:

@@ -8,3 +8,9 @@ class Nginx(ServerOfOrdinaryUser):
 
     NAME = "nginx"
     SETTING = 'fastcgi_param {} "{}";'
+
+    def _start_on_port(self) -> bool:
+        if not super()._start_on_port():
+            return False
+        self.wait_until_it_listens("fcgiwrap", lambda: self.connect_to_socket("fcgiwrap"))
+        return True

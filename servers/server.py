@@ -169,6 +169,23 @@ class Server:
         """Waits until no script is running."""
         wait_until(lambda: not self._is_running_a_script(), "a script did not end")
 
+    def connect_to_socket(self, name: str) -> None:
+        """Connects to socket/NAME; raises an OSError if nobody listens there."""
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(self.path(f"socket/{name}"))
+
+    def wait_until_it_listens(self, name: str, connect: Callable[[], None]) -> None:
+        """Waits until `connect` succeeds. The file of a socket is there before anybody listens."""
+
+        def listens() -> bool:
+            try:
+                connect()
+            except (FileNotFoundError, ConnectionRefusedError):
+                return False
+            return True
+
+        wait_until(listens, f"{name} does not listen: {self._read_log(self.LOG)}")
+
     # ---- For each kind of server -----------------------------------------------------------------
 
     def _start(self) -> None:
