@@ -617,8 +617,8 @@ int work(const Options &options, const WorkerFiles &files) {
     resetSignals();
     std::fflush(nullptr);
   }
-  // What was read ahead must not be read again by each child, and an error that the callback's output
-  // had is none of theirs.
+  // No child may read again what was read ahead, or take an error in the output of the callback for
+  // its own.
   __fpurge(stdin);
   std::clearerr(stdin);
   std::clearerr(stdout);

@@ -341,7 +341,7 @@ inline Checked<bool> boolean(const detail::GivenText &text) noexcept {
  *  @param text     compared exactly
  *  @param choices  texts or Choice objects: an array, or any other range of them
  *  @return a view of the text; out of range if it is not among the choices, and missing if it is empty
- *          and that is none of them
+ *          and that is not among them
  */
 template <class Choices>
 Checked<std::string_view> one_of(const detail::ViewedText &text, const Choices &choices) noexcept {
