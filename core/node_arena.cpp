@@ -1,6 +1,7 @@
 #include "core/node_arena.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 
 #include "core/system_calls.h"
@@ -21,6 +22,9 @@ constexpr uint32_t kAlone = 64;
 
 constexpr uint32_t kLargestNode = 1024;
 
+// More nodes than a block can have.
+constexpr uint32_t kAnyNumber = UINT32_MAX;
+
 // Blocks double up to a size for which the C library's malloc() does not yet call mmap().
 constexpr uint32_t kSmallestBlock = 8 * 1024;
 constexpr uint32_t kLargestBlock = 120 * 1024;
@@ -40,16 +44,19 @@ void populate(void *block, size_t size) {
 }  // namespace
 
 struct NodeArena::Block {
-  // The nodes in the block, and one for the arena while it uses the block.
-  uint32_t users;
+  // The nodes in the block. While the arena uses it, there are kAnyNumber, from which it takes those
+  // that it did not put there. Atomic, since threads may delete different nodes at the same time.
+  std::atomic<uint32_t> users;
 
-  void leave() {
-    if (--users == 0) std::free(this);
+  void leave(uint32_t count) {
+    if (users.fetch_sub(count, std::memory_order_acq_rel) == count) std::free(this);
   }
 };
 
-NodeArena::~NodeArena() {
-  if (block_) block_->leave();
+NodeArena::~NodeArena() { leaveBlock(); }
+
+void NodeArena::leaveBlock() {
+  if (block_) block_->leave(kAnyNumber - nodes_in_block_);
 }
 
 bool NodeArena::addBlock() {
@@ -59,9 +66,10 @@ bool NodeArena::addBlock() {
   const int error = errno;
   if (size == kLargestBlock) populate(block, size);
   errno = error;
-  if (block_) block_->leave();
-  block->users = 1;
+  leaveBlock();
+  block->users.store(kAnyNumber, std::memory_order_relaxed);
   block_ = block;
+  nodes_in_block_ = 0;
   used_ = 1;
   room_ = size / kUnit;
   return true;
@@ -77,12 +85,12 @@ void *NodeArena::allocate(size_t size, uint32_t &offset) {
   if (units > room_ - used_ && !addBlock()) return nullptr;
   offset = used_;
   used_ += units;
-  ++block_->users;
+  ++nodes_in_block_;
   return reinterpret_cast<char *>(block_) + size_t{offset} * kUnit;
 }
 
 void NodeArena::release(void *node, uint32_t offset) {
-  reinterpret_cast<Block *>(static_cast<char *>(node) - size_t{offset} * kUnit)->leave();
+  reinterpret_cast<Block *>(static_cast<char *>(node) - size_t{offset} * kUnit)->leave(1);
 }
 
 }  // namespace tarn::internal

@@ -27,11 +27,13 @@ class NodeArena {
   struct Block;
 
   bool addBlock();
+  void leaveBlock();
 
   Block *block_ = nullptr;
   uint32_t used_ = 0;  // of the block, in units
   uint32_t room_ = 0;
   uint32_t nodes_ = 0;
+  uint32_t nodes_in_block_ = 0;
 };
 
 }  // namespace tarn::internal
