@@ -56,6 +56,18 @@ TEST(UrlEncodedForm, SkipsEmptyPieces) {
   });
 }
 
+TEST(UrlEncodedForm, SkipsEmptyPiecesHoweverMany) {
+  std::vector<Query> cases;
+  for (size_t before = 0; before < 40; ++before) {
+    for (const size_t after : {0, 1, 7, 8, 9, 17}) {
+      cases.push_back({std::string(before, '&') + "a=1" + std::string(after, '&') + "&%26=&", {}});
+      cases.back().entries = {{"a", "1"}, {"&", ""}};
+    }
+    cases.push_back({std::string(before, '&'), {}});
+  }
+  expectQueries(cases);
+}
+
 TEST(UrlEncodedForm, DropsPiecesWithoutAnEqualsSign) {
   expectQueries({
       {"flag", {}},
