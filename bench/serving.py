@@ -146,6 +146,7 @@ WAYS = [
     Way("fcgiwrap, musl", lambda folder: ["fcgiwrap", "-c", "4"], PROCESS, script="serve-musl"),
     Way("tarn_serve", lambda folder: [program("serve")], PROCESS),
     Way("tarn_serve, static", lambda folder: [program("serve-static")], PROCESS),
+    Way("tarn_serve, musl", lambda folder: [program("serve-musl")], PROCESS),
     Way("tarn-serve command", lambda folder: [tool(), "--", program("serve")], PROCESS),
     Way("bare fork loop", lambda folder: [program("serve-bare")], "memory"),
     Way("libfcgi", lambda folder: [program("serve-libfcgi")], NOTHING),
