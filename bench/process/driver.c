@@ -1,10 +1,11 @@
 /* Usage: driver ROUNDS BODY [EVERY PROGRAM ANSWER]...
  *
- * Runs ROUNDS rounds, and each PROGRAM in every EVERY-th of them. PROGRAM is a path and arguments,
- * separated by line ends. Its standard input is the file descriptor BODY, rewound to its start; if
- * PROGRAM begins with "|", it is a pipe into which another process copies BODY, as a server does. It
- * has the driver's environment. Before each run the file "saved" in the folder FOLDER is removed, if
- * that variable is set. Prints for each run:
+ * Runs ROUNDS rounds, each in another order, and each PROGRAM in every EVERY-th of them. The orders are
+ * the same whenever the driver runs. PROGRAM is a path and arguments, separated by line ends. Its
+ * standard input is the file descriptor BODY, rewound to its start; if PROGRAM begins with "|", it is a
+ * pipe into which another process copies BODY, as a server does. It has the driver's environment.
+ * Before each run the file "saved" in the folder FOLDER is removed, if that variable is set. Prints for
+ * each run:
  *
  *   program (counted from 0), wall time in ns from posix_spawn() to wait4(), processor time in us,
  *   largest resident memory in KiB, page faults that needed no disk
@@ -138,14 +139,30 @@ static struct Run measure(const char *command, int body, int answer, const char 
   return run;
 }
 
+// Puts the candidates into another order. Which of them runs before it decides what a program finds in
+// the processor's caches, so none may always come after the same one.
+static void shuffle(int *order, int count) {
+  for (int i = count - 1; i > 0; i--) {
+    const int other = rand() % (i + 1);
+    const int kept = order[i];
+    order[i] = order[other];
+    order[other] = kept;
+  }
+}
+
 int main(int argc, char **argv) {
-  check(argc >= 3 && argc % 3 == 0, "wrong number of arguments");
+  int order[64];
+  const int candidates = argc / 3 - 1;
+  check(argc >= 3 && argc % 3 == 0 && candidates <= 64, "wrong number of arguments");
   const int rounds = atoi(argv[1]);
   const int body = atoi(argv[2]);
   const int answer = memfd_create("answer", MFD_CLOEXEC);
   check(answer >= 0, "cannot create a file for the answers");
+  for (int i = 0; i < candidates; i++) order[i] = i;
   for (int round = 0; round < rounds; round++) {
-    for (int program = 0; program < argc / 3 - 1; program++) {
+    shuffle(order, candidates);
+    for (int i = 0; i < candidates; i++) {
+      const int program = order[i];
       char **candidate = argv + 3 + 3 * program;
       if (round % atoi(candidate[0]) != 0) continue;
       const struct Run run = measure(candidate[1], body, answer, candidate[2]);
