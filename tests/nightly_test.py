@@ -1,6 +1,7 @@
-"""scripts/nightly says what it ran, and never more. It can be spread over sittings. Which changes scripts/mutate tries each night.
+"""scripts/nightly says what it ran, and never more, also when a night is spread over sittings.
 
-The steps are programs of this test: the report is of interest here. Nothing is installed or built.
+Which changes scripts/mutate tries each night, and which targets scripts/fuzz leaves out. The steps
+are programs of this test: the report is of interest here. Nothing is installed or built.
 """
 
 import importlib.machinery
