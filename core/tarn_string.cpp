@@ -65,10 +65,12 @@ void writeBeyond(char *buffer, size_t room, const char *source, size_t count, si
 bool isCleared(const String &string) { return string.capacity == 0; }
 
 // A buffer twice as large as the last one, if there is memory, so that many small insertions seldom
-// copy the text. Scripts see the capacity alone.
+// copy the text. Scripts see the capacity alone. A text from the string's own block moves to a new one
+// even if the last one was large enough; that one is as large as the last.
 OwnedText newRoomyBuffer(const String &string, int64_t capacity, size_t &block) {
   block = static_cast<size_t>(capacity) + 1;
-  const size_t ahead = isCleared(string) ? 0 : std::min(2 * string.block, size_t{1} << 31U);
+  const size_t wanted = string.block < block ? 2 * string.block : string.block;
+  const size_t ahead = isCleared(string) ? 0 : std::min(wanted, size_t{1} << 31U);
   if (capacity <= INT32_MAX && ahead > block) {
     if (OwnedText made = newZeroedText(ahead - 1)) {
       block = ahead;

@@ -53,7 +53,10 @@ bool Source::startReading(const Limits &limits, Problem &problem) {
   constexpr size_t most = kBufferSize + kLookAhead;
   capacity_ = length_ < most ? static_cast<size_t>(length_) : most;
   block_ = static_cast<char *>(std::malloc(kAlignment + capacity_ + 1));
-  if (!block_) return problem.raiseOutOfMemory(position_);
+  if (!block_) {
+    problem.raiseOutOfMemory(position_);
+    return false;
+  }
   buffer_ = block_ + kAlignment - reinterpret_cast<uintptr_t>(block_) % kAlignment;
   begin_ = end_ = buffer_;
   struct stat about;

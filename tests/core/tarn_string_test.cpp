@@ -611,6 +611,17 @@ TEST(StringGrowth, TakesItsOwnTextFromRoomAhead) {
   EXPECT_EQ(capacityOf(expected), capacityOf(string));
 }
 
+// A text from the string's own block always moves to a new one, which must not double each time.
+TEST(StringGrowth, ItsOwnTextInSmallPiecesTakesMemoryInProportion) {
+  String string("ab");
+  for (int i = 0; i < 500; ++i) {
+    ASSERT_EQ(TARN_OK, TARNString_appendn(string, TARNString_c_str(string), 0, 1));
+  }
+  EXPECT_EQ("ab" + std::string(500, 'a'), TARNString_c_str(string));
+  void *const block = const_cast<char *>(TARNString_c_str(string));
+  EXPECT_GT(4 * static_cast<size_t>(capacityOf(string)), malloc_usable_size(block));
+}
+
 // ---- Parts and copies ---------------------------------------------------------------------------
 
 TEST(StringSubstr, ReturnsARangeAsANewString) {

@@ -494,6 +494,7 @@ TEST(NullForm, CountsAsOneWithoutMemory) {
   EXPECT_EQ(TarnForm_cookie(nullptr, "a"), nullptr);
   EXPECT_EQ(TarnForm_decodedQuery(nullptr, "a"), nullptr);
   TarnForm_setLimit(nullptr, TARN_FORM_FIELDS, 1);
+  TarnForm_setDurable(nullptr, 1);
   TarnForm_readToEnd(nullptr);
   TarnForm_close(nullptr);
   EXPECT_STREQ(TarnFormField_name(nullptr), "");

@@ -295,6 +295,13 @@ TEST(RequestAtEachFailure, NewOfAMultipartPost) {
   readAtEachFailure(post(kMultipart, kParts), kParts);
 }
 
+// Fields that share blocks of memory get their own if there is none for a block.
+TEST(RequestAtEachFailure, NewOfManyFields) {
+  std::string body = "a=1";
+  for (int i = 0; i < 119; ++i) body += "&b=%41";
+  readAtEachFailure(post("application/x-www-form-urlencoded", body), body);
+}
+
 TEST(RequestAtEachFailure, ParsingReturnsOkAndKeepsWhatWasThere) {
   asScript(get("a=1"), "", [] {
     forEachFailingAllocation([](FailingMemory &memory) {
