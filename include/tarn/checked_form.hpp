@@ -254,8 +254,9 @@ class CheckedForm {
   static bool hides_value(ElementView input) noexcept {
     bool hides = false;
     for (const AttributeView attribute : input.attributes()) {
-      hides = hides || (detail::is_one_of(attribute.name().value_or(""), {"type"}) &&
-                        detail::is_one_of(attribute.value().value_or(""), {"password", "file"}));
+      hides =
+          hides || (detail::is_one_of(detail::or_empty(attribute.name()), {"type"}) &&
+                    detail::is_one_of(detail::or_empty(attribute.value()), {"password", "file"}));
     }
     return hides;
   }

@@ -45,20 +45,23 @@ inline Content content_of(std::string_view name) noexcept {
   return is_one_of(name, kTextElements) ? Content::kText : Content::kAny;
 }
 
+inline bool is_in_element_name(char c) noexcept { return is_alphanumeric(c) || c == '-'; }
+inline bool is_in_attribute_name(char c) noexcept {
+  return is_visible(c) && !is_among(c, "\"'/<=>`");
+}
+
 // Excludes plaintext, which no end tag ends.
 inline bool is_element_name(std::string_view name) noexcept {
-  return !name.empty() && is_letter(name[0]) &&
-         all_of(name, [](char c) { return is_alphanumeric(c) || c == '-'; }) &&
+  return !name.empty() && is_letter(name[0]) && all_of(name, is_in_element_name) &&
          !is_one_of(name, {"plaintext"});
 }
 
 inline bool is_attribute_name(std::string_view name) noexcept {
-  return !name.empty() &&
-         all_of(name, [](char c) { return is_visible(c) && !is_among(c, "\"'/<=>`"); });
+  return !name.empty() && all_of(name, is_in_attribute_name);
 }
 
-constexpr bool is_blank(char c) noexcept { return c == ' ' || is_control(c); }
-constexpr bool is_ascii(char c) noexcept { return static_cast<unsigned char>(c) < 0x80; }
+inline bool is_blank(char c) noexcept { return c == ' ' || is_control(c); }
+inline bool is_ascii(char c) noexcept { return static_cast<unsigned char>(c) < 0x80; }
 
 // Where a URL leads. Browsers remove some spaces and control characters before they read a URL; this
 // ignores all of them everywhere. Of a meta element, Chromium also removes spaces such as U+2028 from
@@ -161,7 +164,7 @@ class Renderer {
   // Writes a text; or the start tag of an element and its own text.
   Problem put_element(ElementView element, Content around) noexcept {
     const std::optional<std::string_view> name = element.name();
-    const std::string_view text = element.text().value_or("");
+    const std::string_view text = or_empty(element.text());
     if (!name) {
       if (!element.children().empty()) return "text contains elements";
       return put_text(text, element.is_raw(), around);
@@ -201,11 +204,11 @@ class Renderer {
   }
 
   Problem put_attribute(ElementView element, AttributeView attribute) noexcept {
-    const std::string_view name = attribute.name().value_or("");
+    const std::string_view name = or_empty(attribute.name());
     if (!is_attribute_name(name)) return "invalid attribute name";
     const std::optional<std::string_view> value = attribute.value();
     if (!attribute.is_raw()) {
-      if (const Problem problem = problem_of(element, name, value.value_or(""))) return problem;
+      if (const Problem problem = problem_of(element, name, or_empty(value))) return problem;
     }
     out_ << " " << name;
     if (!value) return nullptr;
@@ -218,7 +221,7 @@ class Renderer {
   // Why a value that is not Raw is refused.
   static Problem problem_of(ElementView element, std::string_view name,
                             std::string_view value) noexcept {
-    const std::string_view around = element.name().value_or("");
+    const std::string_view around = or_empty(element.name());
     switch (quick_kind_of(name)) {
       case Kind::kText:
       case Kind::kId:
@@ -267,8 +270,8 @@ class Renderer {
   static bool any_value(ElementView element, std::string_view name, Test test) noexcept {
     bool found = false;
     for (const AttributeView attribute : element.attributes()) {
-      found = found || (is_one_of(attribute.name().value_or(""), {name}) &&
-                        test(attribute.value().value_or("")));
+      found = found ||
+              (is_one_of(or_empty(attribute.name()), {name}) && test(or_empty(attribute.value())));
     }
     return found;
   }
@@ -351,7 +354,7 @@ class Renderer {
   if (!element) return Text::refused("element is empty: moved from, or out of memory");
   const ElementView top = element.view();
   detail::Buffer out;
-  if (detail::is_one_of(top.name().value_or(""), {"html"})) out << "<!DOCTYPE html>\n";
+  if (detail::is_one_of(detail::or_empty(top.name()), {"html"})) out << "<!DOCTYPE html>\n";
   if (const char *problem = detail::Renderer(out).render(top)) return Text::refused(problem);
   return out.take();
 }

@@ -18,17 +18,19 @@
 namespace tarn {
 namespace detail {
 
-constexpr bool is_in_header(char c) noexcept { return !is_control(c) || c == '\t'; }
+inline bool is_in_header(char c) noexcept { return !is_control(c) || c == '\t'; }
 
 // Browsers read "\" as "/", and remove characters that are not visible.
-constexpr bool is_in_url(char c) noexcept { return is_visible(c) && !is_among(c, "\"<>\\^`{|}"); }
+inline bool is_in_url(char c) noexcept { return is_visible(c) && !is_among(c, "\"<>\\^`{|}"); }
+
+inline bool is_in_tag(char c) noexcept { return !is_control(c) && c != ' ' && c != '"'; }
 
 // "//" would begin another host.
-constexpr bool is_local_path(std::string_view url) noexcept {
+inline bool is_local_path(std::string_view url) noexcept {
   return !url.empty() && url[0] == '/' && (url.size() == 1 || url[1] != '/');
 }
 
-constexpr bool has_http_host(std::string_view url) noexcept {
+inline bool has_http_host(std::string_view url) noexcept {
   const auto has_host = [url](std::string_view scheme) {
     return begins_with(url, scheme) && url.size() > scheme.size() &&
            !is_among(url[scheme.size()], "/?#");
@@ -36,7 +38,7 @@ constexpr bool has_http_host(std::string_view url) noexcept {
   return has_host("http://") || has_host("https://");
 }
 
-constexpr bool is_redirect(int status) noexcept {
+inline bool is_redirect(int status) noexcept {
   return (status >= 301 && status <= 303) || status == 307 || status == 308;
 }
 
@@ -96,7 +98,7 @@ inline constexpr ReasonPhrase kReasons[] = {{201, "Created"},
                                             {508, "Loop Detected"},
                                             {511, "Network Authentication Required"}};
 
-constexpr const char *reason_for(int status) noexcept {
+inline const char *reason_for(int status) noexcept {
   for (const ReasonPhrase &reason : kReasons) {
     if (reason.status == status) return reason.phrase;
   }
@@ -113,7 +115,7 @@ inline constexpr std::string_view kReservedHeaders[] = {
 
 // Characters that make the rest of a file name read backwards, which hides its extension, and
 // characters that end a line.
-constexpr bool is_misleading(char32_t c) noexcept {
+inline bool is_misleading(char32_t c) noexcept {
   return (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
 }
 
@@ -470,8 +472,7 @@ class Response {
   }
 
   Response &set_etag(std::string_view beginning, std::string_view tag) noexcept {
-    const auto in_tag = [](char c) { return !detail::is_control(c) && c != ' ' && c != '"'; };
-    if (!detail::all_of(tag, in_tag)) return refuse("invalid etag");
+    if (!detail::all_of(tag, detail::is_in_tag)) return refuse("invalid etag");
     return keep(etag_, {beginning, tag, "\"\r\n"});
   }
 

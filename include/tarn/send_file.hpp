@@ -121,7 +121,7 @@ inline constexpr FileType kFileTypes[] = {{"avif"sv, "image/avif"},
                                           {"xml"sv, "application/xml", true},
                                           {"zip"sv, "application/zip"}};
 
-constexpr const FileType &type_of_name(std::string_view name) noexcept {
+inline const FileType &type_of_name(std::string_view name) noexcept {
   const std::size_t dot = name.find_last_of("./");
   if (dot == std::string_view::npos || name[dot] == '/') return kUnknownType;
   name.remove_prefix(dot + 1);

@@ -91,9 +91,7 @@ inline constexpr std::size_t kKeySize = crypto_auth_hmacsha512256_KEYBYTES;
 inline constexpr std::size_t kMacSize = crypto_auth_hmacsha512256_BYTES;
 inline constexpr int kTokenLetters = sodium_base64_VARIANT_URLSAFE_NO_PADDING;
 
-constexpr bool is_token_letter(char c) noexcept {
-  return is_alphanumeric(c) || c == '-' || c == '_';
-}
+inline bool is_token_letter(char c) noexcept { return is_alphanumeric(c) || c == '-' || c == '_'; }
 
 // A number as eight bytes, whatever the order of the processor's.
 struct EightBytes {
@@ -421,7 +419,7 @@ class Keys {
   void read_variable(const char *name) noexcept {
     const std::optional<std::string_view> text = Environment::variable(name);
     if (!text) problem_ = "keys: the variable is not set";
-    parse(text.value_or(""));
+    parse(detail::or_empty(text));
   }
 
   void read_file(const char *path) noexcept {

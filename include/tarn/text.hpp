@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 
 #include "adopt.hpp"
@@ -65,10 +64,11 @@ namespace detail {
 
 inline constexpr const char *kOutOfMemory = "out of memory";
 
-// An array that grows, in a block of malloc(). A std::vector would need the C++ runtime.
+// An array that grows, in a block of malloc(). A std::vector would need the C++ runtime. Asks the
+// compiler about the type, as std::is_trivially_copyable does after it has instantiated other templates.
 template <class Item>
 class Array {
-  static_assert(std::is_trivially_copyable_v<Item>, "realloc() moves the items");
+  static_assert(__is_trivially_copyable(Item), "realloc() moves the items");
 
  public:
   Array() noexcept = default;

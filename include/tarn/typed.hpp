@@ -142,7 +142,7 @@ namespace detail {
 class GivenText {
  public:
   template <class Given, class = std::enable_if_t<kIsText<Given>>>
-  constexpr GivenText(const Given &given) noexcept {  // NOLINT(google-explicit-constructor)
+  GivenText(const Given &given) noexcept {  // NOLINT(google-explicit-constructor)
     if constexpr (kIsPointer<Given>) {
       const char *const text = given;
       if (text != nullptr) text_ = text;
@@ -151,11 +151,11 @@ class GivenText {
     }
   }
   // NOLINTNEXTLINE(google-explicit-constructor)
-  constexpr GivenText(const std::optional<std::string_view> &given) noexcept : text_(given) {}
+  GivenText(const std::optional<std::string_view> &given) noexcept : text_(given) {}
 
-  constexpr bool is_missing() const noexcept { return !text_ || text_->empty(); }
-  constexpr bool has_value() const noexcept { return text_.has_value(); }
-  constexpr std::string_view view() const noexcept { return text_.value_or(std::string_view()); }
+  bool is_missing() const noexcept { return !text_ || text_->empty(); }
+  bool has_value() const noexcept { return text_.has_value(); }
+  std::string_view view() const noexcept { return or_empty(text_); }
 
  private:
   std::optional<std::string_view> text_;
@@ -165,19 +165,19 @@ class GivenText {
 class ViewedText : public GivenText {
  public:
   template <class Given, class = std::enable_if_t<std::is_convertible_v<Given, GivenText>>>
-  constexpr ViewedText(Given &&given) noexcept : GivenText(given) {  // NOLINT
+  ViewedText(Given &&given) noexcept : GivenText(given) {  // NOLINT
     static_assert(!kIsOwning<Given>, "the text is gone when this returns a view of it: keep it");
   }
 };
 
-constexpr bool take(std::string_view &text, char wanted) noexcept {
+inline bool take(std::string_view &text, char wanted) noexcept {
   if (text.empty() || text[0] != wanted) return false;
   text.remove_prefix(1);
   return true;
 }
 
 // Takes the digits that a text begins with off it.
-constexpr std::string_view take_digits(std::string_view &text) noexcept {
+inline std::string_view take_digits(std::string_view &text) noexcept {
   std::size_t size = 0;
   while (size < text.size() && is_digit(text[size])) ++size;
   const std::string_view digits(text.data(), size);
@@ -186,7 +186,7 @@ constexpr std::string_view take_digits(std::string_view &text) noexcept {
 }
 
 // The number that digits are, or `most` if it is larger. Ten times `most` must fit.
-constexpr std::int64_t number_of(std::string_view digits, std::int64_t most) noexcept {
+inline std::int64_t number_of(std::string_view digits, std::int64_t most) noexcept {
   std::int64_t number = 0;
   for (const char digit : digits) {
     number = number * 10 + (digit - '0');
@@ -244,8 +244,8 @@ class Decimal {
 };
 
 // The text as one_of() compares it.
-constexpr std::string_view value_of(std::string_view choice) noexcept { return choice; }
-constexpr std::string_view value_of(const Choice &choice) noexcept { return choice.value(); }
+inline std::string_view value_of(std::string_view choice) noexcept { return choice; }
+inline std::string_view value_of(const Choice &choice) noexcept { return choice.value(); }
 
 // Checks a text in which `is_allowed` tells which control characters may be.
 template <class Allowed>
