@@ -132,7 +132,9 @@ inline constexpr const char *kCode = "style, srcdoc and event attributes must be
 inline constexpr const char *kForeign = "this URL must be a path of this site, or Raw";
 
 // Writes a tree as HTML. It keeps the open elements in an array and does not recurse, so a deep tree
-// cannot exhaust the stack. Its functions return the reason why they failed, or null.
+// cannot exhaust the stack. Its functions return the reason why they failed, or null. It is a template, as
+// html() is, so that compilers instantiate it only for scripts that write HTML.
+template <class = void>
 class Renderer {
  public:
   using Problem = const char *;
@@ -350,12 +352,13 @@ class Renderer {
  *
  *  @return the text; or the reason why there is none: something was refused, or an allocation failed
  */
-[[nodiscard]] inline Text html(const Element &element) noexcept {
+template <class Result = Text>
+[[nodiscard]] Result html(const Element &element) noexcept {
   if (!element) return Text::refused("element is empty: moved from, or out of memory");
   const ElementView top = element.view();
   detail::Buffer out;
   if (detail::is_one_of(detail::or_empty(top.name()), {"html"})) out << "<!DOCTYPE html>\n";
-  if (const char *problem = detail::Renderer(out).render(top)) return Text::refused(problem);
+  if (const char *problem = detail::Renderer<>(out).render(top)) return Text::refused(problem);
   return out.take();
 }
 

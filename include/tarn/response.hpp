@@ -359,7 +359,8 @@ class Response {
    *
    *  @return true if the whole response was written; otherwise problem() tells what went wrong
    */
-  [[nodiscard]] bool send(const Element &page) noexcept {
+  template <class Sent = bool>
+  [[nodiscard]] Sent send(const Element &page) noexcept {
     const Text body = html(page);
     refuse(body.problem());
     return send_as(detail::kHtml, body.view());
@@ -394,7 +395,8 @@ class Response {
    *  @param code  400 to 599
    *  @param text  is escaped as every text in a page
    *  @return as for a page */
-  [[nodiscard]] bool send_error(int code, std::string_view text = {}) noexcept {
+  template <class Sent = bool>
+  [[nodiscard]] Sent send_error(int code, std::string_view text = {}) noexcept {
     if (code < 400) refuse("send_error() takes 400 to 599");
     status(code).no_store();
     for (Text *const kept : {&type_, &etag_, &modified_, &disposition_}) {
@@ -431,7 +433,8 @@ class Response {
    *  The file is not read into memory. If it becomes shorter meanwhile, sending fails.
    *
    *  @return as for a page; include `tarn/send_file.hpp` */
-  [[nodiscard]] bool send_file(const StoredFile &file) noexcept;
+  template <class Sent = bool>
+  [[nodiscard]] Sent send_file(const StoredFile &file) noexcept;
 
   /** Tells whether the browser has this version already, which etag() or last_modified() identify.
    *  If so, it sets status 304: call send().

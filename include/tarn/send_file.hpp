@@ -298,7 +298,8 @@ class StoredFile {
   std::time_t opened_ = 0;
 };
 
-inline bool Response::send_file(const StoredFile &file) noexcept {
+template <class Sent>
+Sent Response::send_file(const StoredFile &file) noexcept {
   using detail::Outcome;
   if (!file) return send_error(file.status());
   if (modified_.view().empty()) last_modified(file.modified());
