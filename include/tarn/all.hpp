@@ -1,4 +1,8 @@
 // Internal: what tarn.hpp includes.
+//
+// Compilers take long to instantiate what inline functions call, even if the script does not call these
+// functions. So some functions are templates, although they return one type only:
+// `template <class Sent = bool> Sent send_error(...)`.
 #ifndef TARN_ALL_HPP
 #define TARN_ALL_HPP
 

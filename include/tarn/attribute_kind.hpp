@@ -187,7 +187,8 @@ inline bool is_plain_in_name(char c) noexcept { return is_alphanumeric(c) || c =
 
 // Template engines read names such as "@click", ":href", "[innerHTML]", "wire:click", "href.bind",
 // "v-html" and "data-hx-on".
-inline bool is_template_name(std::string_view name) noexcept {
+template <class = void>
+bool is_template_name(std::string_view name) noexcept {
   if (!all_of(name, is_plain_in_name)) return true;
   if (is_one_of(name, kTemplateNames)) return true;
   const bool has_data = begins_with(name, "data") && name.size() > 4 && is_among(name[4], "-_");
@@ -200,7 +201,8 @@ inline bool is_template_name(std::string_view name) noexcept {
 
 // The kind of an attribute. Looks at kIds and kTexts only if it must, so an attribute that is text
 // may be kUnknown.
-inline Kind quick_kind_of(std::string_view name) noexcept {
+template <class = void>
+Kind quick_kind_of(std::string_view name) noexcept {
   if (begins_with(name, "on")) return Kind::kScript;
   std::size_t first = 0;
   std::size_t end = sizeof kKinds / sizeof *kKinds;
@@ -221,7 +223,8 @@ inline Kind quick_kind_of(std::string_view name) noexcept {
 }
 
 // The kind of an attribute.
-inline Kind kind_of(std::string_view name) noexcept {
+template <class = void>
+Kind kind_of(std::string_view name) noexcept {
   const Kind kind = quick_kind_of(name);
   if (kind != Kind::kUnknown) return kind;
   if (is_listed(name, kTexts)) return Kind::kText;

@@ -24,7 +24,9 @@ inline bool starts_with(std::string_view text, std::string_view beginning) noexc
 
 // ---- Dates --------------------------------------------------------------------------------------
 
-// Takes a date apart. After the first thing that is missing, all() is false.
+// Takes a date apart. After the first thing that is missing, all() is false. This class and what uses it
+// are templates: compilers instantiate them only for scripts that answer conditional requests.
+template <class = void>
 class DateReader {
  public:
   explicit DateReader(std::string_view text) noexcept : rest_(text) {}
@@ -78,10 +80,11 @@ inline std::int64_t seconds_at(int year, int month, int day, int seconds) noexce
 // which is at most 50 years ahead.
 //
 // @return false if it is no date
-inline bool read_date(std::string_view text, std::int64_t now, std::int64_t &date) noexcept {
+template <class = void>
+bool read_date(std::string_view text, std::int64_t now, std::int64_t &date) noexcept {
   constexpr const char *kEnds[] = {"day, ", "sday, ", "nesday, ", "rsday, ", "urday, "};
   constexpr int kLengths[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  DateReader in(text);
+  DateReader<> in(text);
   in.name(kDays);
   int day = 0;
   int month = 0;
@@ -136,7 +139,8 @@ inline bool is_space_or_tab(char c) noexcept { return c == ' ' || c == '\t'; }
 
 // Whether one of a list of tags is this one: two tags that are both strong; or, for a weak
 // comparison, of any kind. "*" is any tag. What follows something that is no tag does not count.
-inline bool has_tag(std::string_view list, std::string_view tag, bool weakly) noexcept {
+template <class = void>
+bool has_tag(std::string_view list, std::string_view tag, bool weakly) noexcept {
   const auto is_weak = [](std::string_view any) { return starts_with(any, "W/"); };
   const auto opaque = [&](std::string_view any) {
     if (is_weak(any)) any.remove_prefix(2);
@@ -175,7 +179,8 @@ enum class Wish { everything, part, impossible };
 // Takes digits off the beginning of a text. A number that is too large is the largest one.
 //
 // @return false if there are none
-inline bool take_number(std::string_view &text, std::uint64_t &number) noexcept {
+template <class = void>
+bool take_number(std::string_view &text, std::uint64_t &number) noexcept {
   if (text.empty() || !is_digit(text[0])) return false;
   number = 0;
   while (!text.empty() && is_digit(text[0])) {
@@ -189,7 +194,8 @@ inline bool take_number(std::string_view &text, std::uint64_t &number) noexcept 
 
 // What a Range header wants of a file of this size, which is then `part`. Several ranges, and
 // whatever is malformed, want everything: HTTP leaves that to the server.
-inline Wish wish_of(std::string_view range, std::uint64_t size, Part &part) noexcept {
+template <class = void>
+Wish wish_of(std::string_view range, std::uint64_t size, Part &part) noexcept {
   part = {0, size};
   constexpr std::string_view kUnit = "bytes=";
   if (!begins_with(range, kUnit)) return Wish::everything;
@@ -235,6 +241,7 @@ struct Version {
 };
 
 // The headers of a request that make it conditional, or ask for a part.
+template <class = void>
 struct Conditions {
   using Header = std::optional<std::string_view>;
 

@@ -108,7 +108,8 @@ class Cors {
 
   /** Adds the headers that allow this request, if its origin is allowed, and Vary. For a preflight it
    *  sets status 204. An invalid origin, and credentials() for any_origin(), are refused. */
-  Response &apply(Response &response) const noexcept {
+  template <class Applied = Response>
+  Applied &apply(Response &response) const noexcept {
     const bool preflight = is_preflight();
     response.refuse(problem_);
     if (any_ && credentials_) response.refuse("CORS: credentials need a list of origins");

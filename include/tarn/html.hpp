@@ -39,7 +39,8 @@ inline constexpr std::string_view kLinkTypes[] = {
     "alternate"sv, "author"sv,  "bookmark"sv, "canonical"sv, "help"sv,
     "icon"sv,      "license"sv, "me"sv,       "next"sv,      "prev"sv};
 
-inline Content content_of(std::string_view name) noexcept {
+template <class = void>
+Content content_of(std::string_view name) noexcept {
   if (is_one_of(name, kVoidElements)) return Content::kNothing;
   if (is_one_of(name, kRawElements)) return Content::kRaw;
   return is_one_of(name, kTextElements) ? Content::kText : Content::kAny;
@@ -72,7 +73,8 @@ struct Destination {
   bool runs_code = false;
 };
 
-inline Destination destination_of(std::string_view url) noexcept {
+template <class = void>
+Destination destination_of(std::string_view url) noexcept {
   char scheme[12];
   std::size_t size = 0;
   bool after_slash = false;
@@ -106,16 +108,20 @@ bool all_pieces(std::string_view text, Separates separates, Test test) noexcept 
   return passed;
 }
 
-inline bool is_here(std::string_view url) noexcept { return destination_of(url).is_here; }
+template <class = void>
+bool is_here(std::string_view url) noexcept {
+  return destination_of(url).is_here;
+}
 
 template <class Separates>
 bool all_here(std::string_view urls, Separates separates) noexcept {
-  return all_pieces(urls, separates, is_here);
+  return all_pieces(urls, separates, is_here<>);
 }
 
 // Whether what follows the time in the content of a meta element that reloads the page is a URL of
 // this site: "5; url=/next".
-inline bool reloads_here(std::string_view content) noexcept {
+template <class = void>
+bool reloads_here(std::string_view content) noexcept {
   const auto skip = [&content](auto skipped) {
     while (!content.empty() && skipped(content[0])) content.remove_prefix(1);
   };
@@ -132,8 +138,8 @@ inline constexpr const char *kCode = "style, srcdoc and event attributes must be
 inline constexpr const char *kForeign = "this URL must be a path of this site, or Raw";
 
 // Writes a tree as HTML. It keeps the open elements in an array and does not recurse, so a deep tree
-// cannot exhaust the stack. Its functions return the reason why they failed, or null. It is a template, as
-// html() is, so that compilers instantiate it only for scripts that write HTML.
+// cannot exhaust the stack. Its functions return the reason why they failed, or null. It is a template,
+// as html() is: compilers instantiate it only for scripts that write HTML.
 template <class = void>
 class Renderer {
  public:

@@ -25,7 +25,9 @@ struct Preference {
 inline bool is_in_range(char c) noexcept { return is_token(c) || c == '/'; }
 inline bool is_in_quality(char c) noexcept { return is_digit(c) || c == '.'; }
 
-// Takes a list of preferences apart. Elements that are malformed are skipped.
+// Takes a list of preferences apart. Elements that are malformed are skipped. It is a template, as what
+// uses it is: compilers instantiate it only for scripts that choose a type or a language.
+template <class = void>
 class Preferences {
  public:
   explicit Preferences(std::string_view list) noexcept : rest_(list) {}
@@ -146,14 +148,15 @@ inline int closeness(const Preference &range, std::string_view type) noexcept {
 }
 
 // The type that Accept prefers, the first of several. Empty if it excludes all.
-inline std::string_view preferred_type(std::string_view accept, Offers offers) noexcept {
+template <class = void>
+std::string_view preferred_type(std::string_view accept, Offers offers) noexcept {
   std::string_view best;
   int best_quality = 0;
   bool any = false;
   for (const std::string_view offer : offers) {
     int closest = 0;
     int quality = 0;
-    Preferences list(accept);
+    Preferences<> list(accept);
     for (Preference range; list.next(range);) {
       if (!is_media_range(range.name)) continue;
       const int close = closeness(range, offer);
@@ -176,10 +179,11 @@ inline bool is_below(std::string_view tag, std::string_view other) noexcept {
 }
 
 // Languages, and which of the first 64 a header names or excludes.
+template <class = void>
 class Languages {
  public:
   Languages(Offers offers, std::string_view accept) noexcept : offers_(offers) {
-    Preferences all(accept);
+    Preferences<> all(accept);
     for (Preference range; all.next(range);) {
       for (const std::string_view &offer : offers_) {
         const bool same = is_same(range.name, offer);
@@ -234,12 +238,13 @@ class Languages {
 
 // The language that Accept-Language prefers: the lookup of RFC 4647, and then a language below the one
 // that is asked for. The first one if it names none of them.
-inline std::string_view preferred_language(std::string_view accept, Offers offers) noexcept {
+template <class = void>
+std::string_view preferred_language(std::string_view accept, Offers offers) noexcept {
   if (offers.size() == 0) return {};
-  const Languages languages(offers, accept);
+  const Languages<> languages(offers, accept);
   std::string_view best = *offers.begin();
   int best_quality = 0;
-  Preferences list(accept);
+  Preferences<> list(accept);
   for (Preference range; list.next(range);) {
     if (range.quality <= best_quality) continue;
     const std::string_view found = languages.find(range.name);
@@ -270,8 +275,9 @@ inline std::string_view accepted(const char *variable) noexcept {
  *  @param offered  without parameters, the default first
  *  @return one of them, the first of those that the visitor likes equally; empty if the visitor
  *          excludes all */
-[[nodiscard]] inline std::string_view choose_type(
-    Response &response, std::initializer_list<std::string_view> offered) noexcept {
+template <class Chosen = std::string_view>
+[[nodiscard]] Chosen choose_type(Response &response,
+                                 std::initializer_list<std::string_view> offered) noexcept {
   response.header("Vary", "Accept");
   return detail::preferred_type(detail::accepted("HTTP_ACCEPT"), offered);
 }
@@ -283,8 +289,9 @@ inline std::string_view accepted(const char *variable) noexcept {
  *
  *  @param offered  tags such as "en" and "fr-CA", the default first
  *  @return one of them: the default if the visitor asks for none */
-[[nodiscard]] inline std::string_view choose_language(
-    Response &response, std::initializer_list<std::string_view> offered) noexcept {
+template <class Chosen = std::string_view>
+[[nodiscard]] Chosen choose_language(Response &response,
+                                     std::initializer_list<std::string_view> offered) noexcept {
   response.header("Vary", "Accept-Language");
   return detail::preferred_language(detail::accepted("HTTP_ACCEPT_LANGUAGE"), offered);
 }

@@ -297,7 +297,8 @@ class Response {
    *  @param name  in any script, in UTF-8. Only what follows the last slash or backslash is sent;
    *               control characters, and those that end a line or turn the direction of writing,
    *               become "_". If it is empty, the browser finds a name itself. */
-  Response &attachment(std::string_view name) &noexcept {
+  template <class Self = Response>
+  Self &attachment(std::string_view name) &noexcept {
     using namespace detail;
     const Text whole = escaped<put_file_name>(name);
     const Text ascii = escaped<put_ascii_name>(whole.view());
@@ -351,7 +352,10 @@ class Response {
   Response last_modified(std::time_t when) &&noexcept { return std::move(last_modified(when)); }
   Response etag(std::string_view tag) &&noexcept { return std::move(etag(tag)); }
   Response weak_etag(std::string_view tag) &&noexcept { return std::move(weak_etag(tag)); }
-  Response attachment(std::string_view name) &&noexcept { return std::move(attachment(name)); }
+  template <class Self = Response>
+  Self attachment(std::string_view name) &&noexcept {
+    return std::move(attachment(name));
+  }
   Response cookie(const SetCookie &cookie) &&noexcept { return std::move(this->cookie(cookie)); }
   Response head(bool alone) &&noexcept { return std::move(head(alone)); }
 
@@ -444,12 +448,13 @@ class Response {
    *  @endcode
    *
    *  It is false unless the method is GET or HEAD and the status 200. */
-  [[nodiscard]] bool not_modified() noexcept {
+  template <class Answer = bool>
+  [[nodiscard]] Answer not_modified() noexcept {
     if (!is_conditional() || (etag_.view().empty() && modified_.view().empty())) return false;
     const std::int64_t now = std::time(nullptr);
     detail::Part part;
     const detail::Outcome outcome =
-        detail::Conditions::of_request().judge(version(now, 0), now, false, part);
+        detail::Conditions<>::of_request().judge(version(now, 0), now, false, part);
     if (outcome == detail::Outcome::not_modified) status(304);
     return outcome == detail::Outcome::not_modified;
   }
@@ -556,6 +561,7 @@ class Response {
   }
 
   // What etag() and last_modified() say. Without a time, no date of the request is late enough.
+  template <class = void>
   detail::Version version(std::int64_t now, std::uint64_t size) const noexcept {
     const auto value = [](const Text &line, std::string_view name) {
       const std::string_view all = line.view();

@@ -313,8 +313,8 @@ Sent Response::send_file(const StoredFile &file) noexcept {
   Outcome outcome = Outcome::whole;
   if (is_conditional()) {
     const bool with_ranges = !head_ && std::string_view(CgiEnv_getRequestMethod(nullptr)) == "GET";
-    outcome = detail::Conditions::of_request().judge(version(file.opened_, file.size_),
-                                                     file.opened_, with_ranges, part);
+    outcome = detail::Conditions<>::of_request().judge(version(file.opened_, file.size_),
+                                                       file.opened_, with_ranges, part);
     header("Accept-Ranges", "bytes");
   }
   char range[80];

@@ -197,6 +197,7 @@ inline std::int64_t number_of(std::string_view digits, std::int64_t most) noexce
 
 // The digits of a decimal number, at most as many as matter. std::from_chars() would read a double
 // too, but is part of the C++ runtime.
+template <class Number>
 class Decimal {
  public:
   void add(std::string_view digits, bool is_behind_point) noexcept {
@@ -214,7 +215,7 @@ class Decimal {
 
   // The nearest number; out of range if it is too large for a double. The text that strtod() reads has no
   // decimal point, so the locale does not matter.
-  Checked<double> times_ten_to(std::int64_t power) noexcept {
+  Checked<Number> times_ten_to(std::int64_t power) noexcept {
     if (size_ == 0) return 0.0;
     if (has_more_) digits_[size_++] = '1';
     power += power_ - (has_more_ ? 1 : 0);
@@ -293,8 +294,9 @@ inline Checked<std::int64_t> integer(const detail::GivenText &text, std::int64_t
  *  @param least,most  the range to accept
  *  @return the nearest double; one too large for a double is out of range
  */
-inline Checked<double> real(const detail::GivenText &text, double least = -DBL_MAX,
-                            double most = DBL_MAX) noexcept {
+template <class Number = double>
+Checked<Number> real(const detail::GivenText &text, double least = -DBL_MAX,
+                     double most = DBL_MAX) noexcept {
   if (text.is_missing()) return Reason::missing;
   std::string_view rest = text.view();
   const bool is_negative = detail::take(rest, '-');
@@ -313,10 +315,10 @@ inline Checked<double> real(const detail::GivenText &text, double least = -DBL_M
     if (is_small) power = -power;
   }
   if (!rest.empty()) return Reason::malformed;
-  detail::Decimal decimal;
+  detail::Decimal<Number> decimal;
   decimal.add(whole, false);
   decimal.add(fraction, true);
-  const Checked<double> magnitude = decimal.times_ten_to(power);
+  const Checked<Number> magnitude = decimal.times_ten_to(power);
   if (!magnitude) return Reason::out_of_range;
   const double number = is_negative ? -*magnitude : *magnitude;
   if (!(number >= least && number <= most)) return Reason::out_of_range;
@@ -328,7 +330,8 @@ inline Checked<double> real(const detail::GivenText &text, double least = -DBL_M
  *  @param text  "on", as a ticked checkbox sends, "true" or "1"; or "off", "false" or "0". A checkbox
  *               that is not ticked sends nothing: `boolean(form["all"]).value_or(false)`
  */
-inline Checked<bool> boolean(const detail::GivenText &text) noexcept {
+template <class Value = bool>
+Checked<Value> boolean(const detail::GivenText &text) noexcept {
   const std::string_view word = text.view();
   if (text.is_missing()) return Reason::missing;
   if (word == "on" || word == "true" || word == "1") return true;
@@ -367,8 +370,9 @@ Checked<std::string_view> one_of(const detail::ViewedText &text,
  *  @param least,most  the range to accept
  *  @return the day; a month without such a day is malformed
  */
-inline Checked<Date> date(const detail::GivenText &text, Date least = Date(1, 1, 1),
-                          Date most = Date(9999, 12, 31)) noexcept {
+template <class Day = Date>
+Checked<Day> date(const detail::GivenText &text, Date least = Date(1, 1, 1),
+                  Date most = Date(9999, 12, 31)) noexcept {
   constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   if (text.is_missing()) return Reason::missing;
   std::string_view rest = text.view();
