@@ -1,12 +1,12 @@
 """A model of the C++ reference: the documented classes, functions and constants of the headers.
 
-parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in which tarn/all.hpp
-includes them, or names them in a comment. The first comment of tarn.hpp is the overview. Each of the
-other headers is a section, titled by the first line of its first comment, unless all that it
-declares is in namespace detail. parse() rejects code that it does not understand and public names
-without documentation. It leaves out private members, deleted overloads, overloads for objects
-without a name, what the compiler would generate, friends, iterators, the type names that every range
-has, and namespace detail except for base classes of public classes.
+parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in which
+tarn/all.hpp includes them, or names them in a comment. The first comment of tarn.hpp is the
+overview. Each of the other headers is a section, titled by the first line of its first comment,
+unless all that it declares is in namespace detail. parse() rejects code that it does not
+understand and public names without documentation. It leaves out private members, deleted overloads,
+overloads for objects without a name, what the compiler would generate, friends, iterators, the type
+names that every range has, and namespace detail except for base classes of public classes.
 """
 
 import re
