@@ -1,12 +1,12 @@
 """A model of the C++ reference: the documented classes, functions and constants of the headers.
 
-parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in which it includes
-them, or names them in a comment. The first comment of tarn.hpp is the overview. Each of the other
-headers is a section, titled by the first line of its first comment, unless all that it declares is
-in namespace detail. parse() rejects code that it does not understand and public names without
-documentation. It leaves out private members, deleted overloads, overloads for objects without a
-name, what the compiler would generate, friends, iterators, the type names that every range has, and
-namespace detail except for base classes of public classes.
+parse() reads include/tarn.hpp and the headers of include/tarn/ in the order in which
+tarn/all.hpp includes them, or names them in a comment. The first comment of tarn.hpp is the
+overview. Each of the other headers is a section, titled by the first line of its first comment,
+unless all that it declares is in namespace detail. parse() rejects code that it does not
+understand and public names without documentation. It leaves out private members, deleted overloads,
+overloads for objects without a name, what the compiler would generate, friends, iterators, the type
+names that every range has, and namespace detail except for base classes of public classes.
 """
 
 import re
@@ -290,8 +290,9 @@ def parse_class(statement: Statement, header: str) -> Class:
 
 # ---- The headers -------------------------------------------------------------------------------
 
-# In a comment, a header that tarn.hpp only names.
-INCLUDE = re.compile(r'(?m)^(?:// )?#include "(tarn/\w+\.hpp)"')
+# What tarn.hpp includes. In a comment, a header that it only names.
+ALL = "tarn/all.hpp"
+INCLUDE = re.compile(r'(?m)^(?:// )?#include "(\w+\.hpp)"')
 
 
 class Parser:
@@ -395,10 +396,9 @@ def parse(text: str, folder: Path = INCLUDES) -> Reference:
     """
     parser = Parser()
     parser.reference.overview = parser.first_comment(text)
-    included = INCLUDE.findall(text)
-    if not included:
-        raise HeaderError("includes no header of tarn/")
-    for name in included:
+    if f'#include "{ALL}"' not in text:
+        raise HeaderError(f"does not include {ALL}")
+    for name in [f"tarn/{header}" for header in INCLUDE.findall((folder / ALL).read_text())]:
         with located(name):
             parser.header(name, (folder / name).read_text())
     parser.reference.bases = parser.inherited()

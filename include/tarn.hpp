@@ -2,10 +2,11 @@
  *
  * The headers need C++17. Link with -ltarn, as in C, with -ltarn_form if you use Form, FormReader,
  * Query or CheckedForm, and with -ltarn_serve if you use serve(); there is nothing else to compile or
- * link. This one includes all others, except for `tarn/signed.hpp`, which needs libsodium too. A
- * script can include just those that it uses, such as `tarn/request.hpp`, and compiles faster. Nothing
- * throws, and a script that is compiled with -fno-exceptions needs no C++ runtime for them. (The checks
- * of the C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with -lstdc++ then.)
+ * link. This one includes all others, which `tarn/all.hpp` lists, except for `tarn/signed.hpp`, which
+ * needs libsodium too. A script can include just those that it uses, such as `tarn/request.hpp`, and
+ * compiles faster. Nothing throws, and a script that is compiled with -fno-exceptions needs no C++
+ * runtime for them. (The checks of the C++ library, -D_GLIBCXX_ASSERTIONS, need it: link with
+ * -lstdc++ then.)
  *
  * Conventions of all classes and functions:
  *
@@ -37,47 +38,7 @@
 #ifndef TARN_HPP
 #define TARN_HPP
 
-// clang-format off
-#include "tarn/whole_form.hpp"  // Form, KeptField and its ranges: whole forms, by name
-#include "tarn/form_reader.hpp" // FormReader, FormLimits, Problem: whole forms, as a stream
-#include "tarn/field.hpp"       // Field, KeptField, Blocks: their fields; FileName, Saved
-#include "tarn/query.hpp"       // Query: the fields of the query string, whatever the method
-#include "tarn/checked_form.hpp" // CheckedForm: checks a form and shows it again
-#include "tarn/typed.hpp"       // integer(), real(), date() and others: values or reasons
-#include "tarn/input.hpp"       // request_method(), request_path(), request_header()
-#include "tarn/request.hpp"     // Request: environment, cookies, and a form read by the old rules
-#include "tarn/form.hpp"        // Entry, Entries, Values: the fields of a Request
-#include "tarn/file.hpp"        // File, Files: the files of a Request
-#include "tarn/cookie.hpp"      // CookieView, Cookies; Cookie, CookieList
-#include "tarn/environment.hpp" // Environment: the variables of the server, and the body
-#include "tarn/response.hpp"    // Response: what the script sends
-#include "tarn/send_file.hpp"   // StoredFile, for Response::send_file(): files, ranges, conditions
-#include "tarn/stream.hpp"      // Stream: a body in pieces
-#include "tarn/cors.hpp"        // Cors: requests of pages of other sites
-#include "tarn/negotiation.hpp" // choose_type(), choose_language(): what the visitor accepts
-#include "tarn/router.hpp"      // Router: chooses a function by method and path
-#include "tarn/set_cookie.hpp"  // SetCookie, SameSite: for Response::cookie()
-#include "tarn/origin.hpp"      // same_origin(): which site a request comes from
-#include "tarn/element.hpp"     // Element, Attribute, their lists and views; Raw
-#include "tarn/html.hpp"        // html(): writes an Element as HTML
-#include "tarn/escape.hpp"      // escape_html(), escape_url(), escape_json() and others
-#include "tarn/json.hpp"        // JsonWriter: objects, arrays, texts and numbers as JSON
-#include "tarn/text.hpp"        // Text: a text, or the reason why there is none
-#include "tarn/string.hpp"      // String: a string that grows
-#include "tarn/header.hpp"      // PlainHeader, ResponseHeader, MultiPartHeader: headers as data
-#include "tarn/serve.hpp"       // serve(): one program as a CGI script and as a FastCGI service
-#include "tarn/adopt.hpp"       // adopt: for taking over handles of tarn.h
-
-// Used by the others:
-#include "tarn/object.hpp"      // the base classes of owning types
-#include "tarn/view.hpp"        // the base classes of views and ranges
-#include "tarn/argument.hpp"    // texts and names as arguments
-#include "tarn/attribute_kind.hpp" // what is done with the value of each attribute
-#include "tarn/conditions.hpp"  // conditions and ranges of requests
-#include "tarn/characters.hpp"  // classes of characters, and UTF-8
-
-// Not included here, because it needs libsodium too. Include it yourself:
-// #include "tarn/signed.hpp"   // Keys, Verified: signed texts, cookies and forms; random_id()
-// clang-format on
+// The list is in tarn/: GCC opens a header again if another one included it under a different name.
+#include "tarn/all.hpp"
 
 #endif  // TARN_HPP

@@ -15,16 +15,31 @@
 
 namespace tarn::detail {
 
+// As std::is_convertible, which instantiates many templates for each pair of types.
+template <class To>
+void take_implicitly(To) noexcept;  // is not defined
+template <class From, class To, class = void>
+inline constexpr bool kConverts = false;
+template <class From, class To>
+inline constexpr bool
+    kConverts<From, To, decltype(detail::take_implicitly<To>(std::declval<From>()))> = true;
+
+// As std::is_arithmetic. Most of the types that are asked for are classes.
+template <class Given, bool kIsClass = std::is_class_v<Given>>
+inline constexpr bool kIsArithmetic = std::is_arithmetic_v<Given>;
+template <class Given>
+inline constexpr bool kIsArithmetic<Given, true> = false;
+
 // Literals have many lengths, and compilers take long for each type that they ask std about.
 template <class Given>
-inline constexpr bool kIsText = std::is_convertible_v<const Given &, std::string_view>;
+inline constexpr bool kIsText = kConverts<const Given &, std::string_view>;
 template <std::size_t kSize>
 inline constexpr bool kIsText<char[kSize]> = true;
 template <std::size_t kSize>
 inline constexpr bool kIsText<const char[kSize]> = true;
 
 template <class Given>
-inline constexpr bool kIsPointer = std::is_convertible_v<const Given &, const char *>;
+inline constexpr bool kIsPointer = kConverts<const Given &, const char *>;
 
 template <class>
 inline constexpr bool kIsOptional = false;
@@ -47,8 +62,7 @@ inline constexpr bool kIsNumber =
     std::is_integral_v<Given> && !std::is_same_v<Given, bool> && !kIsCharacter<Given>;
 
 template <class Given>
-inline constexpr bool kIsArgument =
-    kIsText<Given> || kIsOptional<Given> || std::is_arithmetic_v<Given>;
+inline constexpr bool kIsArgument = kIsText<Given> || kIsOptional<Given> || kIsArithmetic<Given>;
 template <std::size_t kSize>
 inline constexpr bool kIsArgument<char[kSize]> = true;
 

@@ -161,7 +161,7 @@ inline constexpr std::string_view kTemplateNames[] = {"_"sv, "bind"sv, "data-bin
                                                       "data-script"sv};
 
 // Orders a name, in any case, and one in small letters.
-constexpr int compare(std::string_view name, std::string_view other) noexcept {
+inline int compare(std::string_view name, std::string_view other) noexcept {
   for (std::size_t i = 0; i < name.size() && i < other.size(); ++i) {
     const char c = static_cast<char>(is_letter(name[i]) ? name[i] | 0x20 : name[i]);
     if (c != other[i]) return c < other[i] ? -1 : 1;
@@ -172,7 +172,7 @@ constexpr int compare(std::string_view name, std::string_view other) noexcept {
 // Whether a list of words, with a space before and after each of them, contains the name. Compilers
 // measure a long array at once, and a long std::string_view letter by letter.
 template <std::size_t kSize>
-constexpr bool is_listed(std::string_view name, const char (&words)[kSize]) noexcept {
+bool is_listed(std::string_view name, const char (&words)[kSize]) noexcept {
   const std::string_view list(words, kSize - 1);
   bool found = false;
   for (std::size_t start = 1; start < list.size() && !found;) {
@@ -183,11 +183,13 @@ constexpr bool is_listed(std::string_view name, const char (&words)[kSize]) noex
   return found;
 }
 
+inline bool is_plain_in_name(char c) noexcept { return is_alphanumeric(c) || c == '-' || c == '_'; }
+
 // Template engines read names such as "@click", ":href", "[innerHTML]", "wire:click", "href.bind",
 // "v-html" and "data-hx-on".
-constexpr bool is_template_name(std::string_view name) noexcept {
-  const auto is_plain = [](char c) { return is_alphanumeric(c) || c == '-' || c == '_'; };
-  if (!all_of(name, is_plain)) return true;
+template <class = void>
+bool is_template_name(std::string_view name) noexcept {
+  if (!all_of(name, is_plain_in_name)) return true;
   if (is_one_of(name, kTemplateNames)) return true;
   const bool has_data = begins_with(name, "data") && name.size() > 4 && is_among(name[4], "-_");
   if (has_data) name.remove_prefix(5);
@@ -199,7 +201,8 @@ constexpr bool is_template_name(std::string_view name) noexcept {
 
 // The kind of an attribute. Looks at kIds and kTexts only if it must, so an attribute that is text
 // may be kUnknown.
-constexpr Kind quick_kind_of(std::string_view name) noexcept {
+template <class = void>
+Kind quick_kind_of(std::string_view name) noexcept {
   if (begins_with(name, "on")) return Kind::kScript;
   std::size_t first = 0;
   std::size_t end = sizeof kKinds / sizeof *kKinds;
@@ -220,7 +223,8 @@ constexpr Kind quick_kind_of(std::string_view name) noexcept {
 }
 
 // The kind of an attribute.
-constexpr Kind kind_of(std::string_view name) noexcept {
+template <class = void>
+Kind kind_of(std::string_view name) noexcept {
   const Kind kind = quick_kind_of(name);
   if (kind != Kind::kUnknown) return kind;
   if (is_listed(name, kTexts)) return Kind::kText;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace tarn::detail {
@@ -11,25 +12,28 @@ namespace tarn::detail {
 // For tables: compilers know the length of "..."sv, but count that of a std::string_view from "...".
 using std::string_view_literals::operator""sv;
 
-constexpr bool is_among(char c, std::string_view set) noexcept {
+// As value_or(""), which compilers instantiate for each type of its argument.
+inline std::string_view or_empty(const std::optional<std::string_view> &text) noexcept {
+  return text ? *text : std::string_view();
+}
+
+inline bool is_among(char c, std::string_view set) noexcept {
   return set.find(c) != std::string_view::npos;
 }
-constexpr bool is_control(char c) noexcept {
+inline bool is_control(char c) noexcept {
   return static_cast<unsigned char>(c) < ' ' || c == '\x7F';
 }
 // Printable ASCII, without the space.
-constexpr bool is_visible(char c) noexcept { return c > ' ' && c < '\x7F'; }
-constexpr bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
-constexpr bool is_letter(char c) noexcept {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-constexpr bool is_alphanumeric(char c) noexcept { return is_letter(c) || is_digit(c); }
+inline bool is_visible(char c) noexcept { return c > ' ' && c < '\x7F'; }
+inline bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
+inline bool is_letter(char c) noexcept { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+inline bool is_alphanumeric(char c) noexcept { return is_letter(c) || is_digit(c); }
 
 // Reads a whole number in digits, with "-" before them or not. This is what std::from_chars() does, but
 // compilers take long to read <charconv>, and for each type of a std::optional.
 //
 // @return false if it is anything else, or too large
-constexpr bool read_whole_number(std::string_view text, std::int64_t &result) noexcept {
+inline bool read_whole_number(std::string_view text, std::int64_t &result) noexcept {
   const bool is_negative = !text.empty() && text[0] == '-';
   if (is_negative) text.remove_prefix(1);
   if (text.empty()) return false;
@@ -46,25 +50,26 @@ constexpr bool read_whole_number(std::string_view text, std::int64_t &result) no
 }
 
 template <class Test>
-constexpr bool all_of(std::string_view text, Test test) noexcept {
+bool all_of(std::string_view text, Test test) noexcept {
   std::size_t passed = 0;
   while (passed < text.size() && test(text[passed])) ++passed;
   return passed == text.size();
 }
 
+inline int in_small_letters(char c) noexcept { return is_letter(c) ? c | 0x20 : c; }
+
 // Ignores the case of ASCII letters, whatever the locale is.
-constexpr bool begins_with(std::string_view text, std::string_view beginning) noexcept {
-  const auto lower = [](char c) { return is_letter(c) ? c | 0x20 : c; };
+inline bool begins_with(std::string_view text, std::string_view beginning) noexcept {
   if (text.size() < beginning.size()) return false;
   for (std::size_t i = 0; i < beginning.size(); ++i) {
-    if (lower(text[i]) != lower(beginning[i])) return false;
+    if (in_small_letters(text[i]) != in_small_letters(beginning[i])) return false;
   }
   return true;
 }
 
 // Ignores case as begins_with() does.
 template <std::size_t kCount>
-constexpr bool is_one_of(std::string_view name, const std::string_view (&names)[kCount]) noexcept {
+bool is_one_of(std::string_view name, const std::string_view (&names)[kCount]) noexcept {
   bool found = false;
   for (const std::string_view one : names) {
     found = found || (name.size() == one.size() && begins_with(name, one));
@@ -79,7 +84,7 @@ struct Character {
 };
 
 // The first character of a text, which must not be empty.
-constexpr Character first_character(std::string_view text) noexcept {
+inline Character first_character(std::string_view text) noexcept {
   const auto byte = [text](std::size_t i) -> unsigned {
     return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
   };

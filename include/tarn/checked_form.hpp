@@ -220,6 +220,9 @@ class CheckedForm {
   }
 
  private:
+  // Functions that only templates call are templates: compilers instantiate them for scripts that show a
+  // form, and no others.
+
   struct Named {
     const char *name;
     std::string_view text;
@@ -243,6 +246,7 @@ class CheckedForm {
     }
   }
 
+  template <class = void>
   bool is_chosen(const char *name, std::string_view value) const noexcept {
     if (!is_submitted_) return typed(name) == value;
     bool is_among = false;
@@ -251,11 +255,13 @@ class CheckedForm {
   }
 
   // Whatever a browser would make of two types.
+  template <class = void>
   static bool hides_value(ElementView input) noexcept {
     bool hides = false;
     for (const AttributeView attribute : input.attributes()) {
-      hides = hides || (detail::is_one_of(attribute.name().value_or(""), {"type"}) &&
-                        detail::is_one_of(attribute.value().value_or(""), {"password", "file"}));
+      hides =
+          hides || (detail::is_one_of(detail::or_empty(attribute.name()), {"type"}) &&
+                    detail::is_one_of(detail::or_empty(attribute.value()), {"password", "file"}));
     }
     return hides;
   }
@@ -268,6 +274,7 @@ class CheckedForm {
     return made;
   }
 
+  template <class = void>
   static Attribute with_id_of_sentence(const char *attribute, const char *name) noexcept {
     detail::Buffer id;
     id << name << "-problem";
@@ -276,18 +283,21 @@ class CheckedForm {
     return {attribute, text};
   }
 
+  template <class = void>
   void mark(const char *name, Element &control) const noexcept {
     if (name == nullptr || !sentence(name)) return;
     control.add(Attribute("aria-invalid", "true"));
     control.add(with_id_of_sentence("aria-describedby", name));
   }
 
+  template <class = void>
   Element paragraph(const char *name, const detail::TextArgument &label,
                     Element control) const noexcept {
     Element made("p", Element("label", Attribute("for", name), label), " ", std::move(control));
     return with_sentence(name, std::move(made));
   }
 
+  template <class = void>
   Element with_sentence(const char *name, Element made) const noexcept {
     if (name == nullptr) return made;
     const std::optional<std::string_view> text = sentence(name);

@@ -17,26 +17,28 @@ inline constexpr const char *kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Ju
                                           "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 // std::string_view::substr() needs the C++ runtime unless the compiler optimizes.
-constexpr bool starts_with(std::string_view text, std::string_view beginning) noexcept {
+inline bool starts_with(std::string_view text, std::string_view beginning) noexcept {
   return text.size() >= beginning.size() &&
          std::string_view(text.data(), beginning.size()) == beginning;
 }
 
 // ---- Dates --------------------------------------------------------------------------------------
 
-// Takes a date apart. After the first thing that is missing, all() is false.
+// Takes a date apart. After the first thing that is missing, all() is false. This class and what uses it
+// are templates: compilers instantiate them only for scripts that answer conditional requests.
+template <class = void>
 class DateReader {
  public:
-  explicit constexpr DateReader(std::string_view text) noexcept : rest_(text) {}
+  explicit DateReader(std::string_view text) noexcept : rest_(text) {}
 
-  constexpr bool take(std::string_view text) noexcept {
+  bool take(std::string_view text) noexcept {
     const bool found = starts_with(rest_, text);
     if (found) rest_.remove_prefix(text.size());
     return found;
   }
-  constexpr void expect(std::string_view text) noexcept { good_ = take(text) && good_; }
+  void expect(std::string_view text) noexcept { good_ = take(text) && good_; }
   // A number of this many digits.
-  constexpr int number(std::size_t digits) noexcept {
+  int number(std::size_t digits) noexcept {
     int value = 0;
     for (std::size_t i = 0; i < digits; ++i) {
       const bool digit = !rest_.empty() && is_digit(rest_[0]);
@@ -49,14 +51,14 @@ class DateReader {
   }
   // Which of these names comes next.
   template <std::size_t kCount>
-  constexpr int name(const char *const (&names)[kCount]) noexcept {
+  int name(const char *const (&names)[kCount]) noexcept {
     for (std::size_t i = 0; i < kCount; ++i) {
       if (take(names[i])) return static_cast<int>(i);
     }
     good_ = false;
     return 0;
   }
-  constexpr bool all() const noexcept { return good_ && rest_.empty(); }
+  bool all() const noexcept { return good_ && rest_.empty(); }
 
  private:
   std::string_view rest_;
@@ -64,7 +66,7 @@ class DateReader {
 };
 
 // Seconds since 1970. The month begins at 0, the day at 1.
-constexpr std::int64_t seconds_at(int year, int month, int day, int seconds) noexcept {
+inline std::int64_t seconds_at(int year, int month, int day, int seconds) noexcept {
   constexpr int kBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
   // The day of a leap year is added after February. 400 years more keep the year above zero.
   const std::int64_t leaping = (month > 1 ? year : year - 1) + 400;
@@ -78,10 +80,11 @@ constexpr std::int64_t seconds_at(int year, int month, int day, int seconds) noe
 // which is at most 50 years ahead.
 //
 // @return false if it is no date
-constexpr bool read_date(std::string_view text, std::int64_t now, std::int64_t &date) noexcept {
+template <class = void>
+bool read_date(std::string_view text, std::int64_t now, std::int64_t &date) noexcept {
   constexpr const char *kEnds[] = {"day, ", "sday, ", "nesday, ", "rsday, ", "urday, "};
   constexpr int kLengths[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  DateReader in(text);
+  DateReader<> in(text);
   in.name(kDays);
   int day = 0;
   int month = 0;
@@ -132,11 +135,12 @@ constexpr bool read_date(std::string_view text, std::int64_t now, std::int64_t &
 
 // ---- Tags ---------------------------------------------------------------------------------------
 
-constexpr bool is_space_or_tab(char c) noexcept { return c == ' ' || c == '\t'; }
+inline bool is_space_or_tab(char c) noexcept { return c == ' ' || c == '\t'; }
 
 // Whether one of a list of tags is this one: two tags that are both strong; or, for a weak
 // comparison, of any kind. "*" is any tag. What follows something that is no tag does not count.
-constexpr bool has_tag(std::string_view list, std::string_view tag, bool weakly) noexcept {
+template <class = void>
+bool has_tag(std::string_view list, std::string_view tag, bool weakly) noexcept {
   const auto is_weak = [](std::string_view any) { return starts_with(any, "W/"); };
   const auto opaque = [&](std::string_view any) {
     if (is_weak(any)) any.remove_prefix(2);
@@ -175,7 +179,8 @@ enum class Wish { everything, part, impossible };
 // Takes digits off the beginning of a text. A number that is too large is the largest one.
 //
 // @return false if there are none
-constexpr bool take_number(std::string_view &text, std::uint64_t &number) noexcept {
+template <class = void>
+bool take_number(std::string_view &text, std::uint64_t &number) noexcept {
   if (text.empty() || !is_digit(text[0])) return false;
   number = 0;
   while (!text.empty() && is_digit(text[0])) {
@@ -189,7 +194,8 @@ constexpr bool take_number(std::string_view &text, std::uint64_t &number) noexce
 
 // What a Range header wants of a file of this size, which is then `part`. Several ranges, and
 // whatever is malformed, want everything: HTTP leaves that to the server.
-constexpr Wish wish_of(std::string_view range, std::uint64_t size, Part &part) noexcept {
+template <class = void>
+Wish wish_of(std::string_view range, std::uint64_t size, Part &part) noexcept {
   part = {0, size};
   constexpr std::string_view kUnit = "bytes=";
   if (!begins_with(range, kUnit)) return Wish::everything;
@@ -235,6 +241,7 @@ struct Version {
 };
 
 // The headers of a request that make it conditional, or ask for a part.
+template <class = void>
 struct Conditions {
   using Header = std::optional<std::string_view>;
 
@@ -250,8 +257,8 @@ struct Conditions {
   }
 
   // The outcome on a GET or HEAD, in the order of RFC 9110, section 13.2.2. HEAD has no ranges.
-  constexpr Outcome judge(const Version &version, std::int64_t now, bool with_ranges,
-                          Part &part) const noexcept {
+  Outcome judge(const Version &version, std::int64_t now, bool with_ranges,
+                Part &part) const noexcept {
     part = {0, version.size};
     std::int64_t date = 0;
     const auto has_date = [now, &date](const Header &sent) {
@@ -279,7 +286,7 @@ struct Conditions {
 
   // Whether the part that is asked for belongs to the version that the visitor has the beginning of.
   // A date is only reliable if no other change can follow in the same second.
-  constexpr bool continues(const Version &version, std::int64_t now) const noexcept {
+  bool continues(const Version &version, std::int64_t now) const noexcept {
     if (!if_range) return true;
     if (if_range->find('"') != std::string_view::npos) {
       return *if_range == version.tag && version.tag[0] == '"';

@@ -16,17 +16,21 @@
 namespace tarn {
 namespace detail {
 
+inline bool is_in_scheme(char c) noexcept {
+  return is_digit(c) || (c >= 'a' && c <= 'z') || is_among(c, "+-.");
+}
+inline bool is_in_host(char c) noexcept {
+  return is_digit(c) || (c >= 'a' && c <= 'z') || is_among(c, "-._:[]");
+}
+
 // Whether a text is an origin as browsers send it: "https://example.org", with a port if need be.
-constexpr bool is_origin(std::string_view text) noexcept {
+inline bool is_origin(std::string_view text) noexcept {
   constexpr std::string_view kMark = "://";
   const std::size_t mark = text.find(kMark);
   if (mark == std::string_view::npos || mark == 0) return false;
-  const auto is_lower = [](char c) { return is_digit(c) || (c >= 'a' && c <= 'z'); };
-  const auto in_scheme = [&](char c) { return is_lower(c) || is_among(c, "+-."); };
-  const auto in_host = [&](char c) { return is_lower(c) || is_among(c, "-._:[]"); };
   const std::string_view scheme(text.data(), mark);
   text.remove_prefix(mark + kMark.size());
-  return all_of(scheme, in_scheme) && !text.empty() && all_of(text, in_host);
+  return all_of(scheme, is_in_scheme) && !text.empty() && all_of(text, is_in_host);
 }
 
 }  // namespace detail
@@ -104,7 +108,8 @@ class Cors {
 
   /** Adds the headers that allow this request, if its origin is allowed, and Vary. For a preflight it
    *  sets status 204. An invalid origin, and credentials() for any_origin(), are refused. */
-  Response &apply(Response &response) const noexcept {
+  template <class Applied = Response>
+  Applied &apply(Response &response) const noexcept {
     const bool preflight = is_preflight();
     response.refuse(problem_);
     if (any_ && credentials_) response.refuse("CORS: credentials need a list of origins");

@@ -32,7 +32,7 @@ void put_replaced(Buffer &out, std::string_view text, Replacement replacement) n
 }
 
 // Whether a character is a control character: of ASCII, or U+0080 to U+009F, which begin with C2.
-constexpr bool is_control(std::string_view character) noexcept {
+inline bool is_control(std::string_view character) noexcept {
   return is_control(character[0]) || (character[0] == '\xC2' && character[1] < '\xA0');
 }
 

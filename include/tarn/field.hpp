@@ -344,9 +344,7 @@ class Field {
   }
 
   /** Makes a name from filename() that is safe in any directory, as FileName::safe() does. */
-  FileName safe_name() const noexcept {
-    return FileName::safe(filename().value_or(std::string_view()));
-  }
+  FileName safe_name() const noexcept { return FileName::safe(detail::or_empty(filename())); }
 
   /** Saves the value under safe_name(). See the other save(). */
   [[nodiscard]] Saved save(std::string_view directory) const noexcept {

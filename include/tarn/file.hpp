@@ -206,7 +206,8 @@ inline bool search_cut_parts(CutParts &parts) noexcept {
   if (!mark) return false;
   Array<std::uint64_t> marks;
   // A form in a query string can be multipart, too.
-  std::string_view rest = environment.body().value_or(environment.query_string());
+  const std::optional<std::string_view> body = environment.body();
+  std::string_view rest = body ? *body : environment.query_string();
   bool more = skip_past(rest, mark.view());
   while (more) {
     std::string_view next = rest;
@@ -265,9 +266,7 @@ class File : public detail::NodeView<TARN_FORM_FILE_MAGIC> {
   bool is_cut() const noexcept { return field() && error_of_cut() != 0; }
 
   /** Makes a name from name() that is safe in any directory, as FileName::safe() does. */
-  FileName safe_name() const noexcept {
-    return FileName::safe(name().value_or(std::string_view()));
-  }
+  FileName safe_name() const noexcept { return FileName::safe(detail::or_empty(name())); }
 
   /** Saves the file under safe_name(). See the other save(). */
   [[nodiscard]] Saved save(std::string_view directory) const noexcept {

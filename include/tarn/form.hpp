@@ -53,9 +53,7 @@ class Entry : public detail::NodeView<TARN_FORM_ENTRY_MAGIC> {
    *
    *  @return a view, valid as long as the request
    */
-  std::string_view value() const noexcept {
-    return text_in(TARN_ENTRY_VALUE).value_or(std::string_view());
-  }
+  std::string_view value() const noexcept { return detail::or_empty(text_in(TARN_ENTRY_VALUE)); }
 
   /** Reads the value as a whole number.
    *
@@ -160,7 +158,9 @@ class Values {
   Values(Entries entries, const detail::Name &name) noexcept
       : first_(entries.begin()), end_(entries.end()) {
     while (first_ != end_ && !first_->is_named(name.c_str())) ++first_;
-    if (first_ != end_) name_ = first_->name().value_or("").data();
+    if (first_ == end_) return;
+    const std::optional<std::string_view> found = first_->name();
+    name_ = found ? found->data() : "";
   }
 
   bool empty() const noexcept { return first_ == end_; }

@@ -39,26 +39,30 @@ inline constexpr std::string_view kLinkTypes[] = {
     "alternate"sv, "author"sv,  "bookmark"sv, "canonical"sv, "help"sv,
     "icon"sv,      "license"sv, "me"sv,       "next"sv,      "prev"sv};
 
-inline Content content_of(std::string_view name) noexcept {
+template <class = void>
+Content content_of(std::string_view name) noexcept {
   if (is_one_of(name, kVoidElements)) return Content::kNothing;
   if (is_one_of(name, kRawElements)) return Content::kRaw;
   return is_one_of(name, kTextElements) ? Content::kText : Content::kAny;
 }
 
+inline bool is_in_element_name(char c) noexcept { return is_alphanumeric(c) || c == '-'; }
+inline bool is_in_attribute_name(char c) noexcept {
+  return is_visible(c) && !is_among(c, "\"'/<=>`");
+}
+
 // Excludes plaintext, which no end tag ends.
 inline bool is_element_name(std::string_view name) noexcept {
-  return !name.empty() && is_letter(name[0]) &&
-         all_of(name, [](char c) { return is_alphanumeric(c) || c == '-'; }) &&
+  return !name.empty() && is_letter(name[0]) && all_of(name, is_in_element_name) &&
          !is_one_of(name, {"plaintext"});
 }
 
 inline bool is_attribute_name(std::string_view name) noexcept {
-  return !name.empty() &&
-         all_of(name, [](char c) { return is_visible(c) && !is_among(c, "\"'/<=>`"); });
+  return !name.empty() && all_of(name, is_in_attribute_name);
 }
 
-constexpr bool is_blank(char c) noexcept { return c == ' ' || is_control(c); }
-constexpr bool is_ascii(char c) noexcept { return static_cast<unsigned char>(c) < 0x80; }
+inline bool is_blank(char c) noexcept { return c == ' ' || is_control(c); }
+inline bool is_ascii(char c) noexcept { return static_cast<unsigned char>(c) < 0x80; }
 
 // Where a URL leads. Browsers remove some spaces and control characters before they read a URL; this
 // ignores all of them everywhere. Of a meta element, Chromium also removes spaces such as U+2028 from
@@ -69,7 +73,8 @@ struct Destination {
   bool runs_code = false;
 };
 
-inline Destination destination_of(std::string_view url) noexcept {
+template <class = void>
+Destination destination_of(std::string_view url) noexcept {
   char scheme[12];
   std::size_t size = 0;
   bool after_slash = false;
@@ -103,16 +108,20 @@ bool all_pieces(std::string_view text, Separates separates, Test test) noexcept 
   return passed;
 }
 
-inline bool is_here(std::string_view url) noexcept { return destination_of(url).is_here; }
+template <class = void>
+bool is_here(std::string_view url) noexcept {
+  return destination_of(url).is_here;
+}
 
 template <class Separates>
 bool all_here(std::string_view urls, Separates separates) noexcept {
-  return all_pieces(urls, separates, is_here);
+  return all_pieces(urls, separates, is_here<>);
 }
 
 // Whether what follows the time in the content of a meta element that reloads the page is a URL of
 // this site: "5; url=/next".
-inline bool reloads_here(std::string_view content) noexcept {
+template <class = void>
+bool reloads_here(std::string_view content) noexcept {
   const auto skip = [&content](auto skipped) {
     while (!content.empty() && skipped(content[0])) content.remove_prefix(1);
   };
@@ -129,7 +138,9 @@ inline constexpr const char *kCode = "style, srcdoc and event attributes must be
 inline constexpr const char *kForeign = "this URL must be a path of this site, or Raw";
 
 // Writes a tree as HTML. It keeps the open elements in an array and does not recurse, so a deep tree
-// cannot exhaust the stack. Its functions return the reason why they failed, or null.
+// cannot exhaust the stack. Its functions return the reason why they failed, or null. It is a template,
+// as html() is: compilers instantiate it only for scripts that write HTML.
+template <class = void>
 class Renderer {
  public:
   using Problem = const char *;
@@ -161,7 +172,7 @@ class Renderer {
   // Writes a text; or the start tag of an element and its own text.
   Problem put_element(ElementView element, Content around) noexcept {
     const std::optional<std::string_view> name = element.name();
-    const std::string_view text = element.text().value_or("");
+    const std::string_view text = or_empty(element.text());
     if (!name) {
       if (!element.children().empty()) return "text contains elements";
       return put_text(text, element.is_raw(), around);
@@ -201,11 +212,11 @@ class Renderer {
   }
 
   Problem put_attribute(ElementView element, AttributeView attribute) noexcept {
-    const std::string_view name = attribute.name().value_or("");
+    const std::string_view name = or_empty(attribute.name());
     if (!is_attribute_name(name)) return "invalid attribute name";
     const std::optional<std::string_view> value = attribute.value();
     if (!attribute.is_raw()) {
-      if (const Problem problem = problem_of(element, name, value.value_or(""))) return problem;
+      if (const Problem problem = problem_of(element, name, or_empty(value))) return problem;
     }
     out_ << " " << name;
     if (!value) return nullptr;
@@ -218,7 +229,7 @@ class Renderer {
   // Why a value that is not Raw is refused.
   static Problem problem_of(ElementView element, std::string_view name,
                             std::string_view value) noexcept {
-    const std::string_view around = element.name().value_or("");
+    const std::string_view around = or_empty(element.name());
     switch (quick_kind_of(name)) {
       case Kind::kText:
       case Kind::kId:
@@ -267,8 +278,8 @@ class Renderer {
   static bool any_value(ElementView element, std::string_view name, Test test) noexcept {
     bool found = false;
     for (const AttributeView attribute : element.attributes()) {
-      found = found || (is_one_of(attribute.name().value_or(""), {name}) &&
-                        test(attribute.value().value_or("")));
+      found = found ||
+              (is_one_of(or_empty(attribute.name()), {name}) && test(or_empty(attribute.value())));
     }
     return found;
   }
@@ -347,12 +358,13 @@ class Renderer {
  *
  *  @return the text; or the reason why there is none: something was refused, or an allocation failed
  */
-[[nodiscard]] inline Text html(const Element &element) noexcept {
+template <class Result = Text>
+[[nodiscard]] Result html(const Element &element) noexcept {
   if (!element) return Text::refused("element is empty: moved from, or out of memory");
   const ElementView top = element.view();
   detail::Buffer out;
-  if (detail::is_one_of(top.name().value_or(""), {"html"})) out << "<!DOCTYPE html>\n";
-  if (const char *problem = detail::Renderer(out).render(top)) return Text::refused(problem);
+  if (detail::is_one_of(detail::or_empty(top.name()), {"html"})) out << "<!DOCTYPE html>\n";
+  if (const char *problem = detail::Renderer<>(out).render(top)) return Text::refused(problem);
   return out.take();
 }
 

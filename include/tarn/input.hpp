@@ -23,7 +23,7 @@ inline std::optional<std::string_view> variable(const char *name) noexcept {
 }
 
 // Takes the part of a path up to the next "/" off its beginning, which is a "/".
-constexpr std::string_view take_segment(std::string_view &path) noexcept {
+inline std::string_view take_segment(std::string_view &path) noexcept {
   path.remove_prefix(1);
   std::size_t size = 0;
   while (size < path.size() && path[size] != '/') ++size;
@@ -33,12 +33,12 @@ constexpr std::string_view take_segment(std::string_view &path) noexcept {
 }
 
 // "." and ".." are never values: in a file name, they would lead to another folder.
-constexpr bool is_path_value(std::string_view segment) noexcept {
+inline bool is_path_value(std::string_view segment) noexcept {
   return !segment.empty() && segment != "." && segment != "..";
 }
 
 // Without the "/" at its end; nothing unless all segments are values.
-constexpr std::optional<std::string_view> plain_path(std::string_view path) noexcept {
+inline std::optional<std::string_view> plain_path(std::string_view path) noexcept {
   if (!path.empty() && path.back() == '/') path.remove_suffix(1);
   std::string_view rest = path;
   while (!rest.empty()) {
@@ -54,7 +54,7 @@ constexpr std::optional<std::string_view> plain_path(std::string_view path) noex
  *  @return a view, valid until the variable changes; empty when there is none
  */
 inline std::string_view request_method() noexcept {
-  return detail::variable("REQUEST_METHOD").value_or(std::string_view());
+  return detail::or_empty(detail::variable("REQUEST_METHOD"));
 }
 
 /** The segments of a path, in order: a forward range of std::string_view.
@@ -115,7 +115,7 @@ class Path {
 
   /** Views a path, which must outlive the segments. */
   explicit Path(std::string_view path) noexcept
-      : path_(path), plain_(detail::plain_path(path).value_or(std::string_view())) {}
+      : path_(path), plain_(detail::or_empty(detail::plain_path(path))) {}
 
   /** Tells whether the path is plain: it is empty, or begins with "/", and no segment is empty, "." or
    *  "..". */
@@ -153,7 +153,7 @@ class Path {
  *  @return its segments, valid until the variable changes
  */
 inline Path request_path() noexcept {
-  return Path(detail::variable("PATH_INFO").value_or(std::string_view()));
+  return Path(detail::or_empty(detail::variable("PATH_INFO")));
 }
 
 /** A header of the request.

@@ -22,17 +22,22 @@ struct Preference {
   int quality = 1000;           // thousandths; 0 excludes
 };
 
-// Takes a list of preferences apart. Elements that are malformed are skipped.
+inline bool is_in_range(char c) noexcept { return is_token(c) || c == '/'; }
+inline bool is_in_quality(char c) noexcept { return is_digit(c) || c == '.'; }
+
+// Takes a list of preferences apart. Elements that are malformed are skipped. It is a template, as what
+// uses it is: compilers instantiate it only for scripts that choose a type or a language.
+template <class = void>
 class Preferences {
  public:
-  explicit constexpr Preferences(std::string_view list) noexcept : rest_(list) {}
+  explicit Preferences(std::string_view list) noexcept : rest_(list) {}
 
   // False at the end of the list.
-  constexpr bool next(Preference &one) noexcept {
+  bool next(Preference &one) noexcept {
     while (!rest_.empty()) {
       one = Preference();
       skip_blanks();
-      one.name = take_while([](char c) { return is_token(c) || c == '/'; });
+      one.name = take_while(is_in_range);
       bool good = !one.name.empty();
       skip_blanks();
       while (good && take(';')) {
@@ -46,23 +51,22 @@ class Preferences {
   }
 
  private:
-  constexpr bool take(char c) noexcept {
+  bool take(char c) noexcept {
     const bool found = !rest_.empty() && rest_[0] == c;
     if (found) rest_.remove_prefix(1);
     return found;
   }
-  template <class Test>
-  constexpr std::string_view take_while(Test test) noexcept {
+  std::string_view take_while(bool (*test)(char)) noexcept {
     std::size_t size = 0;
     while (size < rest_.size() && test(rest_[size])) ++size;
     const std::string_view taken(rest_.data(), size);
     rest_.remove_prefix(size);
     return taken;
   }
-  constexpr void skip_blanks() noexcept { take_while(is_space_or_tab); }
+  void skip_blanks() noexcept { take_while(is_space_or_tab); }
 
   // Text in quotation marks, which is not used.
-  constexpr bool skip_quoted() noexcept {
+  bool skip_quoted() noexcept {
     bool escaped = false;
     while (!rest_.empty()) {
       const char c = rest_[0];
@@ -74,7 +78,7 @@ class Preferences {
   }
 
   // What follows q concerns extensions that nobody has.
-  constexpr bool take_parameter(Preference &one) noexcept {
+  bool take_parameter(Preference &one) noexcept {
     const std::string_view name = take_while(is_token);
     // An empty parameter is allowed.
     if (name.empty()) return true;
@@ -85,8 +89,8 @@ class Preferences {
   }
 
   // 0 or 1, with up to three digits after the point.
-  constexpr bool take_quality(int &quality) noexcept {
-    const std::string_view text = take_while([](char c) { return is_digit(c) || c == '.'; });
+  bool take_quality(int &quality) noexcept {
+    const std::string_view text = take_while(is_in_quality);
     const bool good = !text.empty() && text.size() <= 5 && (text[0] == '0' || text[0] == '1') &&
                       (text.size() == 1 || text[1] == '.');
     if (!good) return false;
@@ -101,7 +105,7 @@ class Preferences {
   }
 
   // Skips what is left of an element, and the comma. @return whether nothing was left
-  constexpr bool take_rest() noexcept {
+  bool take_rest() noexcept {
     skip_blanks();
     if (rest_.empty() || take(',')) {
       skip_blanks();
@@ -122,11 +126,11 @@ class Preferences {
 };
 
 // Ignores case as begins_with() does.
-constexpr bool is_same(std::string_view a, std::string_view b) noexcept {
+inline bool is_same(std::string_view a, std::string_view b) noexcept {
   return a.size() == b.size() && begins_with(a, b);
 }
 
-constexpr bool is_media_range(std::string_view name) noexcept {
+inline bool is_media_range(std::string_view name) noexcept {
   const std::size_t slash = name.find('/');
   return slash != std::string_view::npos && slash > 0 && slash + 1 < name.size() &&
          name.rfind('/') == slash;
@@ -134,7 +138,7 @@ constexpr bool is_media_range(std::string_view name) noexcept {
 
 // How closely a media range describes a type: 4 if it names it, 3 if it has parameters, 2 for
 // "text/*", 1 for all types and 0 for others.
-constexpr int closeness(const Preference &range, std::string_view type) noexcept {
+inline int closeness(const Preference &range, std::string_view type) noexcept {
   if (is_same(range.name, type)) return range.has_parameters ? 3 : 4;
   if (range.name == "*/*") return 1;
   std::string_view family = range.name;
@@ -144,14 +148,15 @@ constexpr int closeness(const Preference &range, std::string_view type) noexcept
 }
 
 // The type that Accept prefers, the first of several. Empty if it excludes all.
-constexpr std::string_view preferred_type(std::string_view accept, Offers offers) noexcept {
+template <class = void>
+std::string_view preferred_type(std::string_view accept, Offers offers) noexcept {
   std::string_view best;
   int best_quality = 0;
   bool any = false;
   for (const std::string_view offer : offers) {
     int closest = 0;
     int quality = 0;
-    Preferences list(accept);
+    Preferences<> list(accept);
     for (Preference range; list.next(range);) {
       if (!is_media_range(range.name)) continue;
       const int close = closeness(range, offer);
@@ -169,15 +174,16 @@ constexpr std::string_view preferred_type(std::string_view accept, Offers offers
 }
 
 // Whether a tag is below another one: "fr-CA" is below "fr".
-constexpr bool is_below(std::string_view tag, std::string_view other) noexcept {
+inline bool is_below(std::string_view tag, std::string_view other) noexcept {
   return tag.size() > other.size() && tag[other.size()] == '-' && begins_with(tag, other);
 }
 
 // Languages, and which of the first 64 a header names or excludes.
+template <class = void>
 class Languages {
  public:
-  constexpr Languages(Offers offers, std::string_view accept) noexcept : offers_(offers) {
-    Preferences all(accept);
+  Languages(Offers offers, std::string_view accept) noexcept : offers_(offers) {
+    Preferences<> all(accept);
     for (Preference range; all.next(range);) {
       for (const std::string_view &offer : offers_) {
         const bool same = is_same(range.name, offer);
@@ -188,7 +194,7 @@ class Languages {
   }
 
   // The best one for a range; empty if there is none.
-  constexpr std::string_view find(std::string_view range) const noexcept {
+  std::string_view find(std::string_view range) const noexcept {
     if (range == "*") {
       return first([this](const std::string_view &offer) { return (named_ & bit(offer)) == 0; });
     }
@@ -205,20 +211,20 @@ class Languages {
 
  private:
   template <class Test>
-  constexpr std::string_view first(Test test) const noexcept {
+  std::string_view first(Test test) const noexcept {
     for (const std::string_view &offer : offers_) {
       if (test(offer)) return offer;
     }
     return {};
   }
 
-  constexpr std::uint64_t bit(const std::string_view &offer) const noexcept {
+  std::uint64_t bit(const std::string_view &offer) const noexcept {
     const auto index = static_cast<std::size_t>(&offer - offers_.begin());
     return index < 64 ? std::uint64_t{1} << index : 0;
   }
 
   // Without its last part. A single letter begins an extension, and means nothing alone.
-  static constexpr std::string_view shorter(std::string_view tag) noexcept {
+  static std::string_view shorter(std::string_view tag) noexcept {
     const std::size_t dash = tag.rfind('-');
     std::string_view rest(tag.data(), dash == std::string_view::npos ? 0 : dash);
     if (rest.size() > 2 && rest[rest.size() - 2] == '-') rest.remove_suffix(2);
@@ -232,12 +238,13 @@ class Languages {
 
 // The language that Accept-Language prefers: the lookup of RFC 4647, and then a language below the one
 // that is asked for. The first one if it names none of them.
-constexpr std::string_view preferred_language(std::string_view accept, Offers offers) noexcept {
+template <class = void>
+std::string_view preferred_language(std::string_view accept, Offers offers) noexcept {
   if (offers.size() == 0) return {};
-  const Languages languages(offers, accept);
+  const Languages<> languages(offers, accept);
   std::string_view best = *offers.begin();
   int best_quality = 0;
-  Preferences list(accept);
+  Preferences<> list(accept);
   for (Preference range; list.next(range);) {
     if (range.quality <= best_quality) continue;
     const std::string_view found = languages.find(range.name);
@@ -268,8 +275,9 @@ inline std::string_view accepted(const char *variable) noexcept {
  *  @param offered  without parameters, the default first
  *  @return one of them, the first of those that the visitor likes equally; empty if the visitor
  *          excludes all */
-[[nodiscard]] inline std::string_view choose_type(
-    Response &response, std::initializer_list<std::string_view> offered) noexcept {
+template <class Chosen = std::string_view>
+[[nodiscard]] Chosen choose_type(Response &response,
+                                 std::initializer_list<std::string_view> offered) noexcept {
   response.header("Vary", "Accept");
   return detail::preferred_type(detail::accepted("HTTP_ACCEPT"), offered);
 }
@@ -281,8 +289,9 @@ inline std::string_view accepted(const char *variable) noexcept {
  *
  *  @param offered  tags such as "en" and "fr-CA", the default first
  *  @return one of them: the default if the visitor asks for none */
-[[nodiscard]] inline std::string_view choose_language(
-    Response &response, std::initializer_list<std::string_view> offered) noexcept {
+template <class Chosen = std::string_view>
+[[nodiscard]] Chosen choose_language(Response &response,
+                                     std::initializer_list<std::string_view> offered) noexcept {
   response.header("Vary", "Accept-Language");
   return detail::preferred_language(detail::accepted("HTTP_ACCEPT_LANGUAGE"), offered);
 }

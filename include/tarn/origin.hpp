@@ -15,25 +15,24 @@ namespace detail {
 // such as "null".
 class WebOrigin {
  public:
-  constexpr explicit WebOrigin(std::string_view text) noexcept
+  explicit WebOrigin(std::string_view text) noexcept
       : WebOrigin(begins_with(text, "https://"), after_scheme(text)) {}
-  constexpr WebOrigin(bool is_https, std::string_view host) noexcept
+  WebOrigin(bool is_https, std::string_view host) noexcept
       : is_https_(is_https), host_(without_end(host, is_https ? ":443" : ":80")) {}
 
   // Ignores case, which has no meaning in a scheme or a host.
-  constexpr bool operator==(const WebOrigin &other) const noexcept {
+  bool operator==(const WebOrigin &other) const noexcept {
     return !host_.empty() && is_https_ == other.is_https_ && host_.size() == other.host_.size() &&
            begins_with(host_, other.host_);
   }
 
  private:
-  static constexpr std::string_view after_scheme(std::string_view text) noexcept {
+  static std::string_view after_scheme(std::string_view text) noexcept {
     const bool is_http = begins_with(text, "http://");
     text.remove_prefix(begins_with(text, "https://") ? 8 : is_http ? 7 : text.size());
     return text;
   }
-  static constexpr std::string_view without_end(std::string_view text,
-                                                std::string_view end) noexcept {
+  static std::string_view without_end(std::string_view text, std::string_view end) noexcept {
     if (text.size() <= end.size()) return text;
     std::string_view last = text;
     last.remove_prefix(text.size() - end.size());
@@ -46,11 +45,11 @@ class WebOrigin {
 };
 
 inline bool is_same_origin(WebOrigin own) noexcept {
-  const std::string_view site = Environment::variable("HTTP_SEC_FETCH_SITE").value_or("");
-  const std::string_view method = Environment::variable("REQUEST_METHOD").value_or("");
+  const std::string_view site = or_empty(Environment::variable("HTTP_SEC_FETCH_SITE"));
+  const std::string_view method = or_empty(Environment::variable("REQUEST_METHOD"));
   if (site == "none") return method == "GET" || method == "HEAD";
   if (!site.empty()) return site == "same-origin";
-  return own == WebOrigin(Environment::variable("HTTP_ORIGIN").value_or(""));
+  return own == WebOrigin(or_empty(Environment::variable("HTTP_ORIGIN")));
 }
 
 }  // namespace detail
@@ -72,8 +71,9 @@ inline bool is_same_origin(WebOrigin own) noexcept {
  *  on HTTP, or changes the Host header, pass the origin of the site instead.
  */
 inline bool same_origin() noexcept {
-  return detail::is_same_origin(detail::WebOrigin(Environment::variable("HTTPS") == "on",
-                                                  Environment::variable("HTTP_HOST").value_or("")));
+  return detail::is_same_origin(
+      detail::WebOrigin(Environment::variable("HTTPS") == "on",
+                        detail::or_empty(Environment::variable("HTTP_HOST"))));
 }
 
 /** As same_origin(), with the origin that visitors see.

@@ -20,8 +20,7 @@ class Query : public Form {
  public:
   /** Reads the query string of the request that the script answers. */
   explicit Query(const FormLimits &limits = FormLimits()) noexcept
-      : Form(FormReader::from_query(detail::variable("QUERY_STRING").value_or(std::string_view()),
-                                    limits)) {}
+      : Form(FormReader::from_query(detail::or_empty(detail::variable("QUERY_STRING")), limits)) {}
 };
 
 }  // namespace tarn

@@ -137,7 +137,8 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
   /** The value of the first field with this name, or `otherwise` when there is none. */
   std::string_view get(const detail::Name &name,
                        std::string_view otherwise TARN_LIFETIMEBOUND) const &noexcept {
-    return (*this)[name].value_or(otherwise);
+    const std::optional<std::string_view> text = (*this)[name];
+    return text ? *text : otherwise;
   }
   void get(const detail::Name &, std::string_view) const && = delete;
   void get(const detail::Name &, std::nullptr_t) const = delete;

@@ -18,17 +18,19 @@
 namespace tarn {
 namespace detail {
 
-constexpr bool is_in_header(char c) noexcept { return !is_control(c) || c == '\t'; }
+inline bool is_in_header(char c) noexcept { return !is_control(c) || c == '\t'; }
 
 // Browsers read "\" as "/", and remove characters that are not visible.
-constexpr bool is_in_url(char c) noexcept { return is_visible(c) && !is_among(c, "\"<>\\^`{|}"); }
+inline bool is_in_url(char c) noexcept { return is_visible(c) && !is_among(c, "\"<>\\^`{|}"); }
+
+inline bool is_in_tag(char c) noexcept { return !is_control(c) && c != ' ' && c != '"'; }
 
 // "//" would begin another host.
-constexpr bool is_local_path(std::string_view url) noexcept {
+inline bool is_local_path(std::string_view url) noexcept {
   return !url.empty() && url[0] == '/' && (url.size() == 1 || url[1] != '/');
 }
 
-constexpr bool has_http_host(std::string_view url) noexcept {
+inline bool has_http_host(std::string_view url) noexcept {
   const auto has_host = [url](std::string_view scheme) {
     return begins_with(url, scheme) && url.size() > scheme.size() &&
            !is_among(url[scheme.size()], "/?#");
@@ -36,7 +38,7 @@ constexpr bool has_http_host(std::string_view url) noexcept {
   return has_host("http://") || has_host("https://");
 }
 
-constexpr bool is_redirect(int status) noexcept {
+inline bool is_redirect(int status) noexcept {
   return (status >= 301 && status <= 303) || status == 307 || status == 308;
 }
 
@@ -96,7 +98,7 @@ inline constexpr ReasonPhrase kReasons[] = {{201, "Created"},
                                             {508, "Loop Detected"},
                                             {511, "Network Authentication Required"}};
 
-constexpr const char *reason_for(int status) noexcept {
+inline const char *reason_for(int status) noexcept {
   for (const ReasonPhrase &reason : kReasons) {
     if (reason.status == status) return reason.phrase;
   }
@@ -113,7 +115,7 @@ inline constexpr std::string_view kReservedHeaders[] = {
 
 // Characters that make the rest of a file name read backwards, which hides its extension, and
 // characters that end a line.
-constexpr bool is_misleading(char32_t c) noexcept {
+inline bool is_misleading(char32_t c) noexcept {
   return (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
 }
 
@@ -295,7 +297,8 @@ class Response {
    *  @param name  in any script, in UTF-8. Only what follows the last slash or backslash is sent;
    *               control characters, and those that end a line or turn the direction of writing,
    *               become "_". If it is empty, the browser finds a name itself. */
-  Response &attachment(std::string_view name) &noexcept {
+  template <class Self = Response>
+  Self &attachment(std::string_view name) &noexcept {
     using namespace detail;
     const Text whole = escaped<put_file_name>(name);
     const Text ascii = escaped<put_ascii_name>(whole.view());
@@ -349,7 +352,10 @@ class Response {
   Response last_modified(std::time_t when) &&noexcept { return std::move(last_modified(when)); }
   Response etag(std::string_view tag) &&noexcept { return std::move(etag(tag)); }
   Response weak_etag(std::string_view tag) &&noexcept { return std::move(weak_etag(tag)); }
-  Response attachment(std::string_view name) &&noexcept { return std::move(attachment(name)); }
+  template <class Self = Response>
+  Self attachment(std::string_view name) &&noexcept {
+    return std::move(attachment(name));
+  }
   Response cookie(const SetCookie &cookie) &&noexcept { return std::move(this->cookie(cookie)); }
   Response head(bool alone) &&noexcept { return std::move(head(alone)); }
 
@@ -357,7 +363,8 @@ class Response {
    *
    *  @return true if the whole response was written; otherwise problem() tells what went wrong
    */
-  [[nodiscard]] bool send(const Element &page) noexcept {
+  template <class Sent = bool>
+  [[nodiscard]] Sent send(const Element &page) noexcept {
     const Text body = html(page);
     refuse(body.problem());
     return send_as(detail::kHtml, body.view());
@@ -392,7 +399,8 @@ class Response {
    *  @param code  400 to 599
    *  @param text  is escaped as every text in a page
    *  @return as for a page */
-  [[nodiscard]] bool send_error(int code, std::string_view text = {}) noexcept {
+  template <class Sent = bool>
+  [[nodiscard]] Sent send_error(int code, std::string_view text = {}) noexcept {
     if (code < 400) refuse("send_error() takes 400 to 599");
     status(code).no_store();
     for (Text *const kept : {&type_, &etag_, &modified_, &disposition_}) {
@@ -429,7 +437,8 @@ class Response {
    *  The file is not read into memory. If it becomes shorter meanwhile, sending fails.
    *
    *  @return as for a page; include `tarn/send_file.hpp` */
-  [[nodiscard]] bool send_file(const StoredFile &file) noexcept;
+  template <class Sent = bool>
+  [[nodiscard]] Sent send_file(const StoredFile &file) noexcept;
 
   /** Tells whether the browser has this version already, which etag() or last_modified() identify.
    *  If so, it sets status 304: call send().
@@ -439,12 +448,13 @@ class Response {
    *  @endcode
    *
    *  It is false unless the method is GET or HEAD and the status 200. */
-  [[nodiscard]] bool not_modified() noexcept {
+  template <class Answer = bool>
+  [[nodiscard]] Answer not_modified() noexcept {
     if (!is_conditional() || (etag_.view().empty() && modified_.view().empty())) return false;
     const std::int64_t now = std::time(nullptr);
     detail::Part part;
     const detail::Outcome outcome =
-        detail::Conditions::of_request().judge(version(now, 0), now, false, part);
+        detail::Conditions<>::of_request().judge(version(now, 0), now, false, part);
     if (outcome == detail::Outcome::not_modified) status(304);
     return outcome == detail::Outcome::not_modified;
   }
@@ -470,8 +480,7 @@ class Response {
   }
 
   Response &set_etag(std::string_view beginning, std::string_view tag) noexcept {
-    const auto in_tag = [](char c) { return !detail::is_control(c) && c != ' ' && c != '"'; };
-    if (!detail::all_of(tag, in_tag)) return refuse("invalid etag");
+    if (!detail::all_of(tag, detail::is_in_tag)) return refuse("invalid etag");
     return keep(etag_, {beginning, tag, "\"\r\n"});
   }
 
@@ -552,6 +561,7 @@ class Response {
   }
 
   // What etag() and last_modified() say. Without a time, no date of the request is late enough.
+  template <class = void>
   detail::Version version(std::int64_t now, std::uint64_t size) const noexcept {
     const auto value = [](const Text &line, std::string_view name) {
       const std::string_view all = line.view();

@@ -15,13 +15,13 @@ namespace tarn {
 namespace detail {
 
 // The name in "{name}"; empty if the segment is another text.
-constexpr std::string_view placeholder(std::string_view segment) noexcept {
+inline std::string_view placeholder(std::string_view segment) noexcept {
   const bool has_name = segment.size() > 2 && segment.front() == '{' && segment.back() == '}';
   // substr() needs the C++ runtime unless the compiler optimizes.
   return has_name ? std::string_view(segment.data() + 1, segment.size() - 2) : std::string_view();
 }
 
-constexpr bool matches_path(std::string_view pattern, std::string_view path) noexcept {
+inline bool matches_path(std::string_view pattern, std::string_view path) noexcept {
   while (!pattern.empty() && !path.empty() && pattern[0] == '/' && path[0] == '/') {
     const std::string_view wanted = take_segment(pattern);
     const std::string_view segment = take_segment(path);
@@ -31,7 +31,7 @@ constexpr bool matches_path(std::string_view pattern, std::string_view path) noe
 }
 
 // Whether a method is one of a list such as "GET, HEAD".
-constexpr bool has_method(std::string_view words, std::string_view word) noexcept {
+inline bool has_method(std::string_view words, std::string_view word) noexcept {
   std::size_t begin = 0;
   while (begin < words.size()) {
     std::size_t end = begin;

@@ -121,7 +121,7 @@ inline constexpr FileType kFileTypes[] = {{"avif"sv, "image/avif"},
                                           {"xml"sv, "application/xml", true},
                                           {"zip"sv, "application/zip"}};
 
-constexpr const FileType &type_of_name(std::string_view name) noexcept {
+inline const FileType &type_of_name(std::string_view name) noexcept {
   const std::size_t dot = name.find_last_of("./");
   if (dot == std::string_view::npos || name[dot] == '/') return kUnknownType;
   name.remove_prefix(dot + 1);
@@ -298,7 +298,8 @@ class StoredFile {
   std::time_t opened_ = 0;
 };
 
-inline bool Response::send_file(const StoredFile &file) noexcept {
+template <class Sent>
+Sent Response::send_file(const StoredFile &file) noexcept {
   using detail::Outcome;
   if (!file) return send_error(file.status());
   if (modified_.view().empty()) last_modified(file.modified());
@@ -312,8 +313,8 @@ inline bool Response::send_file(const StoredFile &file) noexcept {
   Outcome outcome = Outcome::whole;
   if (is_conditional()) {
     const bool with_ranges = !head_ && std::string_view(CgiEnv_getRequestMethod(nullptr)) == "GET";
-    outcome = detail::Conditions::of_request().judge(version(file.opened_, file.size_),
-                                                     file.opened_, with_ranges, part);
+    outcome = detail::Conditions<>::of_request().judge(version(file.opened_, file.size_),
+                                                       file.opened_, with_ranges, part);
     header("Accept-Ranges", "bytes");
   }
   char range[80];

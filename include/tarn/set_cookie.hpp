@@ -15,9 +15,14 @@ namespace tarn {
 namespace detail {
 
 // Names of headers and cookies consist of these.
-constexpr bool is_token(char c) noexcept {
+inline bool is_token(char c) noexcept {
   return is_alphanumeric(c) || is_among(c, "!#$%&'*+-.^_`|~");
 }
+
+// Tarn decodes the names of cookies, which would change these two.
+inline bool is_in_cookie_name(char c) noexcept { return is_token(c) && !is_among(c, "%+"); }
+inline bool is_in_cookie_path(char c) noexcept { return is_visible(c) && c != ';'; }
+inline bool is_in_domain(char c) noexcept { return is_alphanumeric(c) || is_among(c, ".-"); }
 
 }  // namespace detail
 
@@ -94,10 +99,6 @@ class SetCookie {
   // Why the cookie is invalid, or why browsers would ignore it; null if it is fine.
   const char *problem() const noexcept {
     using namespace detail;
-    // Tarn decodes the names of cookies, which would change these two.
-    const auto in_name = [](char c) { return is_token(c) && !is_among(c, "%+"); };
-    const auto in_path = [](char c) { return is_visible(c) && c != ';'; };
-    const auto in_domain = [](char c) { return is_alphanumeric(c) || is_among(c, ".-"); };
     if (!name_ || !value_ || !path_ || !domain_) {
       return "cookie has a text that is a null pointer or could not be copied";
     }
@@ -105,10 +106,11 @@ class SetCookie {
     const std::string_view path = path_.view();
     const bool for_host = begins_with(name, "__Host-");
     const bool for_https = for_host || begins_with(name, "__Secure-");
-    if (name.empty() || !all_of(name, in_name)) return "invalid cookie name";
+    if (name.empty() || !all_of(name, is_in_cookie_name)) return "invalid cookie name";
     if (is_among('\0', value_.view())) return "cookie value contains a zero byte";
-    if (path.empty() || path[0] != '/' || !all_of(path, in_path)) return "invalid cookie path";
-    if (!all_of(domain_.view(), in_domain)) return "invalid cookie domain";
+    if (path.empty() || path[0] != '/' || !all_of(path, is_in_cookie_path))
+      return "invalid cookie path";
+    if (!all_of(domain_.view(), is_in_domain)) return "invalid cookie domain";
     // Browsers drop a cookie of more bytes, and ignore longer attributes.
     if (name.size() + url_size(value_.view()) > kMostOfCookie) {
       return "cookie name and escaped value have more than 4,096 bytes together";

@@ -40,7 +40,7 @@ namespace tarn {
 /** What came of verifying a token. */
 enum class Verdict {
   valid,     /**< it was signed here, for this purpose, and has time left */
-  missing,   /**< nothing was sent */
+  missing,   /**< nothing was sent, or verify_form() had no session */
   malformed, /**< it is not a token */
   forged,    /**< it was signed with no key of these, or for another purpose */
   expired,   /**< its time is over */
@@ -91,9 +91,7 @@ inline constexpr std::size_t kKeySize = crypto_auth_hmacsha512256_KEYBYTES;
 inline constexpr std::size_t kMacSize = crypto_auth_hmacsha512256_BYTES;
 inline constexpr int kTokenLetters = sodium_base64_VARIANT_URLSAFE_NO_PADDING;
 
-constexpr bool is_token_letter(char c) noexcept {
-  return is_alphanumeric(c) || c == '-' || c == '_';
-}
+inline bool is_token_letter(char c) noexcept { return is_alphanumeric(c) || c == '-' || c == '_'; }
 
 // A number as eight bytes, whatever the order of the processor's.
 struct EightBytes {
@@ -120,8 +118,9 @@ struct Use {
   std::string_view session = {};
 };
 
-// A token is the letters of these bytes and of the value. What is signed begins with the use, and with
-// the length of each text in it, so no two tokens sign the same bytes.
+// A token is the letters of these bytes and of the value. What is signed is the use, with the length of
+// each text before the text, then the expiry and the value. So two different tokens never sign the same
+// bytes.
 struct TokenHead {
   EightBytes expiry;
   unsigned char mac[kMacSize];
@@ -174,10 +173,10 @@ inline const char *problem_of_sodium() noexcept {
  *  @endcode
  *
  *  A key is 32 random bytes, written as 64 hexadecimal digits. White space separates keys; write one a
- *  line. The first key signs and all of them verify. To replace a key, put a new one before it, and
- *  remove the old one when all that it signed has expired. Without keys, nothing is signed and nothing
- *  is valid. There are no keys either where a filter of system calls forbids getrandom(), which
- *  libsodium needs.
+ *  line, and at most 8. The first key signs and all of them verify. To replace a key, put a new one
+ *  before it, and remove the old one when all that it signed has expired. Without keys, nothing is
+ *  signed and nothing is valid. There are no keys either where a filter of system calls forbids
+ *  getrandom(), which libsodium needs.
  *
  *  The keys are overwritten when the object is destroyed. It cannot be copied or moved.
  */
@@ -185,8 +184,8 @@ class Keys {
  public:
   /** Reads keys from a file.
    *
-   *  @param path  a regular file. Others must not be allowed to read it, nor the group to write it:
-   *               mode 600, or 640 if it belongs to root and to the group of the script
+   *  @param path  a regular file of at most 4,095 bytes. Others must have no permission, and the group
+   *               none but to read: mode 600, or 640 if it belongs to root and to the script's group
    */
   static Keys from_file(const detail::Name &path) noexcept {
     return {path.c_str(), &Keys::read_file};
@@ -421,7 +420,7 @@ class Keys {
   void read_variable(const char *name) noexcept {
     const std::optional<std::string_view> text = Environment::variable(name);
     if (!text) problem_ = "keys: the variable is not set";
-    parse(text.value_or(""));
+    parse(detail::or_empty(text));
   }
 
   void read_file(const char *path) noexcept {

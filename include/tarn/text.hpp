@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 
 #include "adopt.hpp"
@@ -16,8 +15,8 @@ namespace tarn {
 /** A text, or the reason why there is none. */
 class Text {
  public:
-  /** Takes ownership of a block of malloc() that holds `size` bytes and a zero byte. Null is an
-   *  empty text. */
+  /** Takes ownership of a block of malloc() that holds `size` bytes and a zero byte. Null and 0 are
+   *  an empty text. */
   Text(Adopt, char *text, std::size_t size) noexcept : text_(text), size_(size) {}
 
   /** No text. @param problem  why; must be a string literal or live as long as the process */
@@ -66,9 +65,10 @@ namespace detail {
 inline constexpr const char *kOutOfMemory = "out of memory";
 
 // An array that grows, in a block of malloc(). A std::vector would need the C++ runtime.
+// __is_trivially_copyable is what std::is_trivially_copyable asks, after other templates.
 template <class Item>
 class Array {
-  static_assert(std::is_trivially_copyable_v<Item>, "realloc() moves the items");
+  static_assert(__is_trivially_copyable(Item), "realloc() moves the items");
 
  public:
   Array() noexcept = default;
@@ -85,8 +85,8 @@ class Array {
   const Item *data() const noexcept { return items_; }
   Item &last() noexcept { return items_[size_ - 1]; }
 
-  // Room for so many items at the end; null if the allocation failed. extend() makes them part of
-  // the array.
+  // Room for so many items at the end, at least one; null if the allocation failed. extend() makes
+  // them part of the array.
   Item *reserve(std::size_t count) noexcept {
     const std::size_t needed = size_ + count;
     if (needed > room_) {

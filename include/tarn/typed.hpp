@@ -142,7 +142,7 @@ namespace detail {
 class GivenText {
  public:
   template <class Given, class = std::enable_if_t<kIsText<Given>>>
-  constexpr GivenText(const Given &given) noexcept {  // NOLINT(google-explicit-constructor)
+  GivenText(const Given &given) noexcept {  // NOLINT(google-explicit-constructor)
     if constexpr (kIsPointer<Given>) {
       const char *const text = given;
       if (text != nullptr) text_ = text;
@@ -151,11 +151,11 @@ class GivenText {
     }
   }
   // NOLINTNEXTLINE(google-explicit-constructor)
-  constexpr GivenText(const std::optional<std::string_view> &given) noexcept : text_(given) {}
+  GivenText(const std::optional<std::string_view> &given) noexcept : text_(given) {}
 
-  constexpr bool is_missing() const noexcept { return !text_ || text_->empty(); }
-  constexpr bool has_value() const noexcept { return text_.has_value(); }
-  constexpr std::string_view view() const noexcept { return text_.value_or(std::string_view()); }
+  bool is_missing() const noexcept { return !text_ || text_->empty(); }
+  bool has_value() const noexcept { return text_.has_value(); }
+  std::string_view view() const noexcept { return or_empty(text_); }
 
  private:
   std::optional<std::string_view> text_;
@@ -165,19 +165,19 @@ class GivenText {
 class ViewedText : public GivenText {
  public:
   template <class Given, class = std::enable_if_t<std::is_convertible_v<Given, GivenText>>>
-  constexpr ViewedText(Given &&given) noexcept : GivenText(given) {  // NOLINT
+  ViewedText(Given &&given) noexcept : GivenText(given) {  // NOLINT
     static_assert(!kIsOwning<Given>, "the text is gone when this returns a view of it: keep it");
   }
 };
 
-constexpr bool take(std::string_view &text, char wanted) noexcept {
+inline bool take(std::string_view &text, char wanted) noexcept {
   if (text.empty() || text[0] != wanted) return false;
   text.remove_prefix(1);
   return true;
 }
 
 // Takes the digits that a text begins with off it.
-constexpr std::string_view take_digits(std::string_view &text) noexcept {
+inline std::string_view take_digits(std::string_view &text) noexcept {
   std::size_t size = 0;
   while (size < text.size() && is_digit(text[size])) ++size;
   const std::string_view digits(text.data(), size);
@@ -186,7 +186,7 @@ constexpr std::string_view take_digits(std::string_view &text) noexcept {
 }
 
 // The number that digits are, or `most` if it is larger. Ten times `most` must fit.
-constexpr std::int64_t number_of(std::string_view digits, std::int64_t most) noexcept {
+inline std::int64_t number_of(std::string_view digits, std::int64_t most) noexcept {
   std::int64_t number = 0;
   for (const char digit : digits) {
     number = number * 10 + (digit - '0');
@@ -197,6 +197,7 @@ constexpr std::int64_t number_of(std::string_view digits, std::int64_t most) noe
 
 // The digits of a decimal number, at most as many as matter. std::from_chars() would read a double
 // too, but is part of the C++ runtime.
+template <class Number>
 class Decimal {
  public:
   void add(std::string_view digits, bool is_behind_point) noexcept {
@@ -214,7 +215,7 @@ class Decimal {
 
   // The nearest number; out of range if it is too large for a double. The text that strtod() reads has no
   // decimal point, so the locale does not matter.
-  Checked<double> times_ten_to(std::int64_t power) noexcept {
+  Checked<Number> times_ten_to(std::int64_t power) noexcept {
     if (size_ == 0) return 0.0;
     if (has_more_) digits_[size_++] = '1';
     power += power_ - (has_more_ ? 1 : 0);
@@ -244,8 +245,8 @@ class Decimal {
 };
 
 // The text as one_of() compares it.
-constexpr std::string_view value_of(std::string_view choice) noexcept { return choice; }
-constexpr std::string_view value_of(const Choice &choice) noexcept { return choice.value(); }
+inline std::string_view value_of(std::string_view choice) noexcept { return choice; }
+inline std::string_view value_of(const Choice &choice) noexcept { return choice.value(); }
 
 // Checks a text in which `is_allowed` tells which control characters may be.
 template <class Allowed>
@@ -293,8 +294,9 @@ inline Checked<std::int64_t> integer(const detail::GivenText &text, std::int64_t
  *  @param least,most  the range to accept
  *  @return the nearest double; one too large for a double is out of range
  */
-inline Checked<double> real(const detail::GivenText &text, double least = -DBL_MAX,
-                            double most = DBL_MAX) noexcept {
+template <class Number = double>
+Checked<Number> real(const detail::GivenText &text, double least = -DBL_MAX,
+                     double most = DBL_MAX) noexcept {
   if (text.is_missing()) return Reason::missing;
   std::string_view rest = text.view();
   const bool is_negative = detail::take(rest, '-');
@@ -313,10 +315,10 @@ inline Checked<double> real(const detail::GivenText &text, double least = -DBL_M
     if (is_small) power = -power;
   }
   if (!rest.empty()) return Reason::malformed;
-  detail::Decimal decimal;
+  detail::Decimal<Number> decimal;
   decimal.add(whole, false);
   decimal.add(fraction, true);
-  const Checked<double> magnitude = decimal.times_ten_to(power);
+  const Checked<Number> magnitude = decimal.times_ten_to(power);
   if (!magnitude) return Reason::out_of_range;
   const double number = is_negative ? -*magnitude : *magnitude;
   if (!(number >= least && number <= most)) return Reason::out_of_range;
@@ -328,7 +330,8 @@ inline Checked<double> real(const detail::GivenText &text, double least = -DBL_M
  *  @param text  "on", as a ticked checkbox sends, "true" or "1"; or "off", "false" or "0". A checkbox
  *               that is not ticked sends nothing: `boolean(form["all"]).value_or(false)`
  */
-inline Checked<bool> boolean(const detail::GivenText &text) noexcept {
+template <class Value = bool>
+Checked<Value> boolean(const detail::GivenText &text) noexcept {
   const std::string_view word = text.view();
   if (text.is_missing()) return Reason::missing;
   if (word == "on" || word == "true" || word == "1") return true;
@@ -367,8 +370,9 @@ Checked<std::string_view> one_of(const detail::ViewedText &text,
  *  @param least,most  the range to accept
  *  @return the day; a month without such a day is malformed
  */
-inline Checked<Date> date(const detail::GivenText &text, Date least = Date(1, 1, 1),
-                          Date most = Date(9999, 12, 31)) noexcept {
+template <class Day = Date>
+Checked<Day> date(const detail::GivenText &text, Date least = Date(1, 1, 1),
+                  Date most = Date(9999, 12, 31)) noexcept {
   constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   if (text.is_missing()) return Reason::missing;
   std::string_view rest = text.view();

@@ -33,7 +33,7 @@ class FieldRange {
 
     Item operator*() const noexcept {
       if constexpr (kWanted == Wanted::texts) {
-        return KeptField(field_).text().value_or(std::string_view());
+        return or_empty(KeptField(field_).text());
       } else {
         return KeptField(field_);
       }
@@ -158,7 +158,8 @@ class Form : public detail::OpenForm {
   /** The first text with this name, or `otherwise` when there is none. */
   std::string_view get(const detail::Name &name,
                        std::string_view otherwise TARN_LIFETIMEBOUND) const &noexcept {
-    return (*this)[name].value_or(otherwise);
+    const std::optional<std::string_view> text = (*this)[name];
+    return text ? *text : otherwise;
   }
   void get(const detail::Name &, std::string_view) const && = delete;
   void get(const detail::Name &, std::nullptr_t) const = delete;

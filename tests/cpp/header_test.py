@@ -20,6 +20,7 @@ import unittest
 SOURCE = pathlib.Path(os.environ["SOURCE"])
 INCLUDE = SOURCE / "include"
 HEADER = INCLUDE / "tarn.hpp"
+ALL = INCLUDE / "tarn/all.hpp"
 PARTS = sorted((INCLUDE / "tarn").glob("*.hpp"))
 SNIPPETS = tomllib.loads((SOURCE / "tests/cpp/refused.toml").read_text(encoding="utf-8"))["snippet"]
 # A compiled tarn.hpp has to come first.
@@ -201,18 +202,31 @@ class Header(unittest.TestCase):
         self.assertEqual(ACCEPTED_WARNINGS, set(re.findall(r"\[-W(\S+)\]", shown)) - NEWER_WARNINGS)
 
     def test_umbrella_header_includes_or_names_every_other_header_once(self):
-        text = HEADER.read_text(encoding="utf-8")
+        umbrella = HEADER.read_text(encoding="utf-8")
+        self.assertEqual(["tarn/all.hpp"], re.findall(r'(?m)^#include "(.*?)"', umbrella))
+        text = ALL.read_text(encoding="utf-8")
         included = re.findall(r'(?m)^#include "(.*?)"', text)
         # This one needs another library.
         named = re.findall(r'(?m)^// #include "(.*?)"', text)
-        self.assertEqual(["tarn/signed.hpp"], named)
-        parts = [str(part.relative_to(INCLUDE)) for part in PARTS]
-        self.assertEqual(parts, sorted(included + named))
+        self.assertEqual(["signed.hpp"], named)
+        self.assertEqual([part.name for part in PARTS if part != ALL], sorted(included + named))
         script = self.folder / "umbrella.cpp"
         script.write_text("#include <tarn.hpp>\n", encoding="utf-8")
         listed = self.succeeds(*CXX, "-std=c++17", f"-I{INCLUDE}", "-M", script)
         self.assertIn("origin.hpp", listed)
         self.assertNotIn("sodium", listed)
+
+    def test_umbrella_header_opens_every_header_once(self):
+        script = self.folder / "once.cpp"
+        script.write_text("#include <tarn.hpp>\n", encoding="utf-8")
+        for compiler in compilers():
+            shown = self.succeeds(*compiler, "-std=c++17", f"-I{INCLUDE}", "-E", script)
+            opened = re.findall(r'(?m)^# 1 "(.*)" 1(?: .*)?$', shown)
+            paths = [pathlib.Path(name).resolve() for name in opened]
+            ours = [path.name for path in paths if INCLUDE.resolve() in path.parents]
+            with self.subTest(compiler):
+                self.assertIn("origin.hpp", ours)
+                self.assertEqual(sorted(set(ours)), sorted(ours))
 
     def test_headers_include_nothing_that_compilers_read_for_long(self):
         # bench/headers.py measures what they cost.
