@@ -37,7 +37,7 @@ void openBody(TarnForm &form) {
   const char *text = variable("CONTENT_LENGTH");
   uint64_t length = 0;
   if (!readLength(text, length)) {
-    form.problem.raise(TARN_FORM_BAD_LENGTH, 0, "CONTENT_LENGTH is not a number of bytes");
+    form.problem.report(TARN_FORM_BAD_LENGTH, 0, "CONTENT_LENGTH is not a number of bytes");
   }
   form.length_missing = *text == '\0';
   form.source.openDescriptor(0, length);
@@ -91,7 +91,7 @@ TarnForm *TarnForm_openDescriptor(const char *type, int descriptor, uint64_t len
   TarnForm *form = newFormOfType(type);
   if (!form) return nullptr;
   form->source.openDescriptor(descriptor, length);
-  if (descriptor < 0) form->problem.raise(TARN_FORM_READ_ERROR, 0, "the body cannot be read");
+  if (descriptor < 0) form->problem.report(TARN_FORM_READ_ERROR, 0, "the body cannot be read");
   return form;
 }
 

@@ -156,10 +156,9 @@ class ShortPair {
     return decodeTo<'&'>();
   }
 
-  // After decodeName(), these are the places of the byte that ends it, and behind what was written;
-  // after decodeValue() those of the "&" and of the value.
-  const char *from() const { return block_.at.from; }
-  char *to() const { return block_.at.to; }
+  // The byte that ended the name ("=" or "&") or the value ("&"), and the end of what was written.
+  const char *readEnd() const { return block_.at.from; }
+  char *writtenEnd() const { return block_.at.to; }
 
  private:
   template <char kEnd>

@@ -15,13 +15,13 @@ namespace {
 [[gnu::noinline]] bool readRuns(TarnForm &form) {
   const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
   const uint64_t place = form.source.position();
-  if (!form.text.append(std::string_view())) return form.raiseOutOfMemory();
+  if (!form.text.append(std::string_view())) return form.reportOutOfMemory();
   std::string_view run;
   while (form.nextRun(run)) {
     if (run.size() > most - form.text.size()) {
-      return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, place);
+      return form.problem.reportLimit(TARN_FORM_TEXT_SIZE, most, place);
     }
-    if (!form.text.append(run)) return form.raiseOutOfMemory();
+    if (!form.text.append(run)) return form.reportOutOfMemory();
   }
   if (form.problem) return false;
   form.taken = Taken::kAsText;
@@ -40,11 +40,11 @@ bool readText(TarnForm &form) {
 [[gnu::noinline]] bool copyView(TarnForm &form) {
   const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
   if (form.size > most) {
-    return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, form.source.position());
+    return form.problem.reportLimit(TARN_FORM_TEXT_SIZE, most, form.source.position());
   }
   form.text.clear();
   return form.text.append({static_cast<const char *>(form.view), static_cast<size_t>(form.size)}) ||
-         form.raiseOutOfMemory();
+         form.reportOutOfMemory();
 }
 
 const char *textOfCurrent(TarnForm &form) {

@@ -10,24 +10,24 @@ using tarn::form::BodyType;
 using tarn::form::Stage;
 using tarn::form::Taken;
 
-bool TarnForm::raise(TarnFormProblem code, const char *sentence) {
-  return problem.raise(code, source.position(), sentence);
+bool TarnForm::report(TarnFormProblem code, const char *sentence) {
+  return problem.report(code, source.position(), sentence);
 }
 
-bool TarnForm::raiseOutOfMemory() { return problem.raiseOutOfMemory(source.position()); }
+bool TarnForm::reportOutOfMemory() { return problem.reportOutOfMemory(source.position()); }
 
-bool TarnForm::raiseCutShort(const char *sentence) {
-  return problem.raise(TARN_FORM_CUT_SHORT, source.position() + source.window().size(), sentence);
+bool TarnForm::reportCutShort(const char *sentence) {
+  return problem.report(TARN_FORM_CUT_SHORT, source.position() + source.window().size(), sentence);
 }
 
-bool TarnForm::raiseTooManyFields() {
-  return problem.raiseLimit(TARN_FORM_FIELDS, limits[TARN_FORM_FIELDS], source.position());
+bool TarnForm::reportTooManyFields() {
+  return problem.reportLimit(TARN_FORM_FIELDS, limits[TARN_FORM_FIELDS], source.position());
 }
 
 bool TarnForm::checkLength() {
   const uint64_t most = limits[TARN_FORM_BODY_SIZE];
   if (source.length() != TARN_FORM_UNLIMITED && source.length() > most) {
-    return problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
+    return problem.reportLimit(TARN_FORM_BODY_SIZE, most, most);
   }
   return !problem;
 }
@@ -47,11 +47,11 @@ bool TarnForm::start() {
         stage = Stage::kAfterFields;
         return true;
       }
-      return raise(TARN_FORM_UNSUPPORTED_TYPE, "a body without CONTENT_TYPE");
+      return report(TARN_FORM_UNSUPPORTED_TYPE, "a body without CONTENT_TYPE");
     case BodyType::kOther:
       break;
   }
-  return raise(TARN_FORM_UNSUPPORTED_TYPE, "CONTENT_TYPE is not that of a form");
+  return report(TARN_FORM_UNSUPPORTED_TYPE, "CONTENT_TYPE is not that of a form");
 }
 
 // Reads what follows the last field. The body must have its whole length.
@@ -97,11 +97,11 @@ TarnFormField *TarnForm::stepToBody() {
   if (!value.empty() && std::strpbrk(content_type, "\r\n") == nullptr &&
       (!headers.append({header, sizeof header - 1}) || !headers.append(value) ||
        !headers.append({"\0\n", 2}))) {
-    raiseOutOfMemory();
+    reportOutOfMemory();
     return nullptr;
   }
   TarnFormField *field = current.add(this, {}, 0);
-  if (!field) raiseOutOfMemory();
+  if (!field) reportOutOfMemory();
   stage = Stage::kInValue;
   return field;
 }

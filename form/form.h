@@ -104,16 +104,16 @@ struct TarnForm {
   size_t sizeToHandOut(size_t available) const;
 
   // These report a problem at the beginning of the window and return false.
-  bool raise(TarnFormProblem code, const char *sentence);
-  bool raiseOutOfMemory();
+  bool report(TarnFormProblem code, const char *sentence);
+  bool reportOutOfMemory();
 
   // Reports at the end of the window that the input has ended inside the form, and returns false. If
   // the source has a problem, that is the reason, and it stays.
-  bool raiseCutShort(const char *sentence);
+  bool reportCutShort(const char *sentence);
 
   // Counts a field. Returns false, with a problem, if there are too many.
   bool countField() {
-    if (fields >= limits[TARN_FORM_FIELDS]) return raiseTooManyFields();
+    if (fields >= limits[TARN_FORM_FIELDS]) return reportTooManyFields();
     ++fields;
     return true;
   }
@@ -165,7 +165,7 @@ struct TarnForm {
  private:
   bool start();
   bool checkLength();
-  bool raiseTooManyFields();
+  bool reportTooManyFields();
   bool nextRunOfBody(std::string_view &run);
   bool drain();
 };

@@ -29,8 +29,8 @@ Spooled spooledValue(const TarnFormField &field) {
 
 // ---- Loading ------------------------------------------------------------------------------------
 
-bool raiseSpool(TarnForm &form, const char *sentence = "a temporary file cannot be written") {
-  return form.problem.raise(TARN_FORM_OUT_OF_MEMORY, form.source.position(), sentence);
+bool reportSpool(TarnForm &form, const char *sentence = "a temporary file cannot be written") {
+  return form.problem.report(TARN_FORM_OUT_OF_MEMORY, form.source.position(), sentence);
 }
 
 bool writeAt(int file, std::string_view bytes, uint64_t offset) {
@@ -47,7 +47,7 @@ bool writeAt(int file, std::string_view bytes, uint64_t offset) {
 // Begins a value in the spool, where it can be mapped.
 bool openSpooled(TarnForm &form, Spooled &spooled) {
   if (form.spool < 0) form.spool = openUnnamed("tarn-form");
-  if (form.spool < 0) return raiseSpool(form);
+  if (form.spool < 0) return reportSpool(form);
   const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
   spooled = {(form.spool_size + page - 1) / page * page, nullptr};
   form.spool_size = spooled.offset;
@@ -55,7 +55,7 @@ bool openSpooled(TarnForm &form, Spooled &spooled) {
 }
 
 bool spool(TarnForm &form, std::string_view bytes) {
-  if (!writeAt(form.spool, bytes, form.spool_size)) return raiseSpool(form);
+  if (!writeAt(form.spool, bytes, form.spool_size)) return reportSpool(form);
   form.spool_size += bytes.size();
   return true;
 }
@@ -90,11 +90,11 @@ bool keepRun(TarnForm &form, Keeping &keeping, std::string_view run) {
     return false;
   }
   if (keeping.in_file) return spool(form, run);
-  if (too_long) return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, keeping.source_place);
+  if (too_long) return form.problem.reportLimit(TARN_FORM_TEXT_SIZE, most, keeping.source_place);
   if (total > load_size) {
-    return form.problem.raiseLimit(TARN_FORM_LOAD_SIZE, load_size, keeping.source_place);
+    return form.problem.reportLimit(TARN_FORM_LOAD_SIZE, load_size, keeping.source_place);
   }
-  return form.kept.append(run) || form.raiseOutOfMemory();
+  return form.kept.append(run) || form.reportOutOfMemory();
 }
 
 // Keeps the value of the current field, from run to run.
@@ -106,12 +106,12 @@ bool keepRun(TarnForm &form, Keeping &keeping, std::string_view run) {
     if (!keepRun(form, keeping, run)) return false;
   }
   if (form.problem) return false;
-  if (!form.kept.setSize(place, form.size)) return form.raiseOutOfMemory();
-  if (!keeping.in_file) return form.kept.append('\0') || form.raiseOutOfMemory();
+  if (!form.kept.setSize(place, form.size)) return form.reportOutOfMemory();
+  if (!keeping.in_file) return form.kept.append('\0') || form.reportOutOfMemory();
   // A zero byte follows in the file, too.
-  if (ftruncate(form.spool, static_cast<off_t>(++form.spool_size)) != 0) return raiseSpool(form);
+  if (ftruncate(form.spool, static_cast<off_t>(++form.spool_size)) != 0) return reportSpool(form);
   const auto *bytes = reinterpret_cast<const char *>(&keeping.spooled);
-  if (!form.kept.append({bytes, sizeof keeping.spooled})) return form.raiseOutOfMemory();
+  if (!form.kept.append({bytes, sizeof keeping.spooled})) return form.reportOutOfMemory();
   // Only now: releaseKept() looks for the place in the file behind such a record.
   form.kept.at(place)->wide().in_file = 1;
   return true;
@@ -121,17 +121,17 @@ bool keepRun(TarnForm &form, Keeping &keeping, std::string_view run) {
 bool keepField(TarnForm &form, const TarnFormField &field) {
   const uint64_t most = form.limits[TARN_FORM_LOAD_SIZE];
   if (form.kept.size() > most) {
-    return form.problem.raiseLimit(TARN_FORM_LOAD_SIZE, most, field.offset());
+    return form.problem.reportLimit(TARN_FORM_LOAD_SIZE, most, field.offset());
   }
   const uint32_t place = field.place;
   if (!form.order.append({reinterpret_cast<const char *>(&place), sizeof place})) {
-    return form.raiseOutOfMemory();
+    return form.reportOutOfMemory();
   }
   const uint64_t left = form.limits[TARN_FORM_LOAD_SIZE] - form.kept.size();
   const uint64_t most_bytes = std::min(form.limits[TARN_FORM_TEXT_SIZE], left);
   if (!takeShortValue(form, form.kept.bytes(), most_bytes)) return keepRuns(form, place);
   const bool kept = form.kept.setSize(place, form.size) && form.kept.append('\0');
-  return kept || form.raiseOutOfMemory();
+  return kept || form.reportOutOfMemory();
 }
 
 constexpr size_t kRoomForHeader = 8;
@@ -175,12 +175,12 @@ bool nextKeptBlock(TarnForm &form, TarnFormField &field, std::string_view &block
     const size_t wanted = left < kBlockSize ? static_cast<size_t>(left) : kBlockSize;
     const uint64_t offset = spooledValue(field).offset + form.read_position;
     form.scratch.clear();
-    if (!form.scratch.reserve(wanted)) return form.raiseOutOfMemory();
+    if (!form.scratch.reserve(wanted)) return form.reportOutOfMemory();
     ssize_t count;
     do {
       count = pread(form.spool, form.scratch.data(), wanted, static_cast<off_t>(offset));
     } while (count < 0 && errno == EINTR);
-    if (count <= 0) return raiseSpool(form, "a temporary file cannot be read");
+    if (count <= 0) return reportSpool(form, "a temporary file cannot be read");
     block = {form.scratch.data(), static_cast<size_t>(count)};
   }
   form.read_position += block.size();
@@ -227,6 +227,6 @@ int TarnForm_load(TarnForm *form) {
   form->loaded = true;
   form->kept.shrink();
   form->order.shrink();
-  if (!reserveForLookups(*form) || !reserveForHeaders(*form)) form->raiseOutOfMemory();
+  if (!reserveForLookups(*form) || !reserveForHeaders(*form)) form->reportOutOfMemory();
   return TarnForm_isWhole(form);
 }

@@ -50,23 +50,23 @@ bool takeRestOfDelimiterLine(TarnForm &form) {
     form.stage = Stage::kBetweenFields;
     return true;
   }
-  if (!ensure(form, 1)) return form.raiseCutShort(kCut);
+  if (!ensure(form, 1)) return form.reportCutShort(kCut);
   if (form.source.window().front() == '-') {
-    if (!ensure(form, 2)) return form.raiseCutShort(kCut);
-    if (form.source.window()[1] != '-') return form.raise(TARN_FORM_MALFORMED, kOther);
+    if (!ensure(form, 2)) return form.reportCutShort(kCut);
+    if (form.source.window()[1] != '-') return form.report(TARN_FORM_MALFORMED, kOther);
     form.source.consume(2);
     form.stage = Stage::kAfterFields;
     return true;
   }
   for (;;) {
-    if (!ensure(form, 1)) return form.raiseCutShort(kCut);
+    if (!ensure(form, 1)) return form.reportCutShort(kCut);
     const char c = form.source.window().front();
     if (c != ' ' && c != '\t') break;
     form.source.consume(1);
   }
-  if (form.source.window().front() != '\r') return form.raise(TARN_FORM_MALFORMED, kOther);
-  if (!ensure(form, 2)) return form.raiseCutShort(kCut);
-  if (form.source.window()[1] != '\n') return form.raise(TARN_FORM_MALFORMED, kOther);
+  if (form.source.window().front() != '\r') return form.report(TARN_FORM_MALFORMED, kOther);
+  if (!ensure(form, 2)) return form.reportCutShort(kCut);
+  if (form.source.window()[1] != '\n') return form.report(TARN_FORM_MALFORMED, kOther);
   form.source.consume(2);
   form.stage = Stage::kBetweenFields;
   return true;
@@ -97,14 +97,14 @@ bool startMultipart(TarnForm &form) {
   const std::string_view wanted = dashBoundary(form);
   size_t before = 0;
   if (!consumePreamble(form, wanted, before)) {
-    return form.raiseCutShort("cut short: the body has no delimiter");
+    return form.reportCutShort("cut short: the body has no delimiter");
   }
   const bool opens = before == 0 && form.source.position() == 0;
   const char *place = form.source.window().data() + before;
   const bool begins_line = before >= 2 && place[-2] == '\r' && place[-1] == '\n';
   form.source.consume(before);
   if (!opens && !begins_line) {
-    return form.raise(TARN_FORM_MALFORMED, "the preamble contains the boundary inside a line");
+    return form.report(TARN_FORM_MALFORMED, "the preamble contains the boundary inside a line");
   }
   form.part_offset = form.source.position();
   form.source.consume(wanted.size());
@@ -156,7 +156,7 @@ bool nextRunOfPart(TarnForm &form, std::string_view &run) {
       form.source.consume(size);
       return true;
     }
-    if (!form.more()) return form.raiseCutShort("cut short: the body ends in a value");
+    if (!form.more()) return form.reportCutShort("cut short: the body ends in a value");
   }
 }
 

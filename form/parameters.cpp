@@ -34,8 +34,8 @@ bool appendUnescaped(Bytes &bytes, std::string_view value) {
   return true;
 }
 
-bool raiseNoBoundary(Problem &problem, const char *sentence) {
-  return problem.raise(TARN_FORM_NO_BOUNDARY, 0, sentence);
+bool reportNoBoundary(Problem &problem, const char *sentence) {
+  return problem.report(TARN_FORM_NO_BOUNDARY, 0, sentence);
 }
 
 // Whether a parameter is a piece of a boundary in the syntax of RFC 2231, such as "boundary*0".
@@ -46,7 +46,7 @@ bool isPieceOfBoundary(std::string_view name) {
 
 bool readBoundary(std::string_view text, Bytes &boundary, Problem &problem) {
   Parameters parameters(text, Quoting::kHttp);
-  if (!boundary.append(kDelimiterStart)) return problem.raiseOutOfMemory(0);
+  if (!boundary.append(kDelimiterStart)) return problem.reportOutOfMemory(0);
   bool found = false;
   bool more = false;
   while (parameters.next()) {
@@ -59,24 +59,24 @@ bool readBoundary(std::string_view text, Bytes &boundary, Problem &problem) {
     found = true;
     const bool kept = parameters.escaped() ? appendUnescaped(boundary, parameters.value())
                                            : boundary.append(parameters.value());
-    if (!kept) return problem.raiseOutOfMemory(0);
+    if (!kept) return problem.reportOutOfMemory(0);
   }
   if (parameters.malformed() || std::memchr(text.data(), '\r', text.size()) ||
       std::memchr(text.data(), '\n', text.size())) {
-    return raiseNoBoundary(problem, "the parameters of CONTENT_TYPE are malformed");
+    return reportNoBoundary(problem, "the parameters of CONTENT_TYPE are malformed");
   }
   if (found && more) {
-    return problem.raise(TARN_FORM_TWO_BOUNDARIES, 0, "two boundaries in CONTENT_TYPE");
+    return problem.report(TARN_FORM_TWO_BOUNDARIES, 0, "two boundaries in CONTENT_TYPE");
   }
-  if (!found) return raiseNoBoundary(problem, "no boundary in CONTENT_TYPE");
+  if (!found) return reportNoBoundary(problem, "no boundary in CONTENT_TYPE");
   std::string_view value = boundary.view();
   value.remove_prefix(kDelimiterStart.size());
-  if (value.empty()) return raiseNoBoundary(problem, "the boundary in CONTENT_TYPE is empty");
+  if (value.empty()) return reportNoBoundary(problem, "the boundary in CONTENT_TYPE is empty");
   if (value.size() > kLongestBoundary) {
-    return raiseNoBoundary(problem, "the boundary in CONTENT_TYPE is longer than 70 bytes");
+    return reportNoBoundary(problem, "the boundary in CONTENT_TYPE is longer than 70 bytes");
   }
   if (isSpace(value.back())) {
-    return raiseNoBoundary(problem, "the boundary in CONTENT_TYPE ends in white space");
+    return reportNoBoundary(problem, "the boundary in CONTENT_TYPE ends in white space");
   }
   return true;
 }

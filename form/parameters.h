@@ -64,7 +64,7 @@ enum class BodyType { kNone, kUrlEncoded, kMultipart, kOther };
 std::string_view takeType(std::string_view &text);
 
 // Reads a Content-Type. For multipart/form-data, sets `boundary` to "\r\n--" and the boundary, or
-// raises a problem.
+// reports a problem.
 BodyType readContentType(std::string_view text, Bytes &boundary, Problem &problem);
 
 }  // namespace tarn::form

@@ -9,8 +9,8 @@ namespace {
 
 constexpr std::string_view kDisposition = "Content-Disposition";
 
-bool raiseHeader(TarnForm &form, uint64_t place, const char *sentence) {
-  return form.problem.raise(TARN_FORM_MALFORMED_HEADER, place, sentence);
+bool reportHeader(TarnForm &form, uint64_t place, const char *sentence) {
+  return form.problem.report(TARN_FORM_MALFORMED_HEADER, place, sentence);
 }
 
 size_t offsetOf(const void *place, std::string_view text) {
@@ -34,28 +34,28 @@ bool takeLine(TarnForm &form, std::string_view dash_boundary, std::string_view &
     const size_t arrived = feed ? offsetOf(feed, window) + 1 : window.size();
     if (arrived > most - form.headers.size()) {
       const uint64_t reached = form.source.position() + (most - form.headers.size());
-      return form.problem.raiseLimit(TARN_FORM_HEADER_SIZE, most, reached);
+      return form.problem.reportLimit(TARN_FORM_HEADER_SIZE, most, reached);
     }
-    if (!form.headers.append({window.data(), arrived})) return form.raiseOutOfMemory();
+    if (!form.headers.append({window.data(), arrived})) return form.reportOutOfMemory();
     form.source.consume(arrived);
     line = {form.headers.data() + start, form.headers.size() - start};
     if (beginsWith(line, dash_boundary)) {
-      return form.problem.raise(TARN_FORM_MALFORMED, place, "a delimiter inside the headers");
+      return form.problem.report(TARN_FORM_MALFORMED, place, "a delimiter inside the headers");
     }
     at_end = !feed && !form.more();
   }
   constexpr const char *kCut = "cut short: the body ends in the headers of a part";
-  if (at_end) return form.raiseCutShort(kCut);
+  if (at_end) return form.reportCutShort(kCut);
   line.remove_suffix(2);
   if (line.empty()) return true;
   // White space on the next line would continue this one, whatever it says so far.
-  if (form.source.window().empty() && !form.more()) return form.raiseCutShort(kCut);
+  if (form.source.window().empty() && !form.more()) return form.reportCutShort(kCut);
   if (isSpace(form.source.window().front())) {
-    return raiseHeader(form, form.source.position(), "a folded header line");
+    return reportHeader(form, form.source.position(), "a folded header line");
   }
   if (std::memchr(line.data(), '\r', line.size()) != nullptr ||
       std::memchr(line.data(), '\n', line.size()) != nullptr) {
-    return raiseHeader(form, place, "a header line contains CR or LF");
+    return reportHeader(form, place, "a header line contains CR or LF");
   }
   return true;
 }
@@ -130,21 +130,21 @@ bool readNames(TarnForm &form, std::string_view text, uint64_t place, Part &part
     const bool is_name = equalIgnoringCase(parameters.name(), "name");
     if (!is_name && !equalIgnoringCase(parameters.name(), "filename")) continue;
     bool &found = is_name ? has_name : part.has_filename;
-    if (found) return raiseHeader(form, place, "Content-Disposition has a parameter twice");
+    if (found) return reportHeader(form, place, "Content-Disposition has a parameter twice");
     found = true;
     (is_name ? name : filename) = parameters;
   }
   if (parameters.malformed()) {
-    return raiseHeader(form, place, "the parameters of Content-Disposition are malformed");
+    return reportHeader(form, place, "the parameters of Content-Disposition are malformed");
   }
   if (!has_name) {
-    return form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, place, "a part without a name");
+    return form.problem.report(TARN_FORM_PART_WITHOUT_NAME, place, "a part without a name");
   }
   form.scratch.clear();
-  if (!appendDecoded(form.scratch, name.value(), name.escaped())) return form.raiseOutOfMemory();
+  if (!appendDecoded(form.scratch, name.value(), name.escaped())) return form.reportOutOfMemory();
   part.name_size = form.scratch.size();
   if (part.has_filename && !appendDecoded(form.scratch, filename.value(), filename.escaped())) {
-    return form.raiseOutOfMemory();
+    return form.reportOutOfMemory();
   }
   return true;
 }
@@ -153,8 +153,8 @@ bool readDisposition(TarnForm &form, std::string_view text, uint64_t place, Part
   const std::string_view type = takeType(text);
   const std::string_view rest = trim(text);
   if (!equalIgnoringCase(type, "form-data") || (!rest.empty() && rest.front() != ';')) {
-    return form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, place,
-                              "a part whose Content-Disposition is not form-data");
+    return form.problem.report(TARN_FORM_PART_WITHOUT_NAME, place,
+                               "a part whose Content-Disposition is not form-data");
   }
   return readNames(form, text, place, part);
 }
@@ -173,12 +173,12 @@ bool readHeader(TarnForm &form, std::string_view name, std::string_view value, u
   bool &found = is_disposition ? part.has_disposition
                 : is_encoding  ? part.has_encoding
                                : part.has_type;
-  if (found) return raiseHeader(form, place, "a part has the same header twice");
+  if (found) return reportHeader(form, place, "a part has the same header twice");
   found = true;
   if (is_disposition) return readDisposition(form, value, place, part);
   if (!is_encoding || isAllowedEncoding(value)) return true;
-  return form.problem.raise(TARN_FORM_UNSUPPORTED_TYPE, place,
-                            "a Content-Transfer-Encoding that browsers do not use");
+  return form.problem.report(TARN_FORM_UNSUPPORTED_TYPE, place,
+                             "a Content-Transfer-Encoding that browsers do not use");
 }
 
 // Reads the lines and the empty one behind them. In TarnForm::headers, a zero byte follows each
@@ -194,12 +194,12 @@ bool takeHeaders(TarnForm &form, std::string_view dash_boundary, Part &part) {
       return true;
     }
     if (isSpace(line.front())) {
-      return raiseHeader(form, place, "a folded header line");
+      return reportHeader(form, place, "a folded header line");
     }
     std::string_view name;
     std::string_view value;
     if (!splitLine(line, name, value)) {
-      return raiseHeader(form, place, "a header line without a valid name and a colon");
+      return reportHeader(form, place, "a header line without a valid name and a colon");
     }
     if (!readHeader(form, name, value, place, part)) return false;
     form.headers.data()[offsetOf(value.data() + value.size(), form.headers.view())] = '\0';
@@ -300,8 +300,8 @@ TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary) {
     Part part;
     if (!takeHeaders(form, dash_boundary, part)) return nullptr;
     if (!part.has_disposition) {
-      form.problem.raise(TARN_FORM_PART_WITHOUT_NAME, form.part_offset,
-                         "a part without Content-Disposition");
+      form.problem.report(TARN_FORM_PART_WITHOUT_NAME, form.part_offset,
+                          "a part without Content-Disposition");
       return nullptr;
     }
     const std::string_view names = form.scratch.view();
@@ -313,7 +313,7 @@ TarnFormField *takePart(TarnForm &form, std::string_view dash_boundary) {
     if (form.loading) texts.headers = form.headers.view();
     record = form.records().add(&form, texts, form.part_offset);
   }
-  if (!record) form.raiseOutOfMemory();
+  if (!record) form.reportOutOfMemory();
   return record;
 }
 

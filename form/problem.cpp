@@ -45,7 +45,7 @@ const Description &describe(TarnFormProblem problem) {
 
 }  // namespace
 
-bool Problem::raise(TarnFormProblem new_code, uint64_t place, const char *sentence) {
+bool Problem::report(TarnFormProblem new_code, uint64_t place, const char *sentence) {
   if (code != TARN_FORM_NO_PROBLEM) return false;
   code = new_code;
   offset = place;
@@ -53,7 +53,7 @@ bool Problem::raise(TarnFormProblem new_code, uint64_t place, const char *senten
   return false;
 }
 
-bool Problem::raiseLimit(TarnFormLimit which, uint64_t value, uint64_t place) {
+bool Problem::reportLimit(TarnFormLimit which, uint64_t value, uint64_t place) {
   if (code != TARN_FORM_NO_PROBLEM) return false;
   const bool slow = which == TARN_FORM_WAIT_SECONDS || which == TARN_FORM_TOTAL_SECONDS;
   code = slow ? TARN_FORM_TIMED_OUT : TARN_FORM_LIMIT;
@@ -65,8 +65,8 @@ bool Problem::raiseLimit(TarnFormLimit which, uint64_t value, uint64_t place) {
   return false;
 }
 
-bool Problem::raiseOutOfMemory(uint64_t place) {
-  return raise(TARN_FORM_OUT_OF_MEMORY, place, "out of memory");
+bool Problem::reportOutOfMemory(uint64_t place) {
+  return report(TARN_FORM_OUT_OF_MEMORY, place, "out of memory");
 }
 
 }  // namespace tarn::form

@@ -32,9 +32,9 @@ struct Problem {
   explicit operator bool() const { return code != TARN_FORM_NO_PROBLEM; }
 
   // Both return false, as the functions do that find a problem.
-  bool raise(TarnFormProblem new_code, uint64_t place, const char *sentence);
-  bool raiseLimit(TarnFormLimit which, uint64_t value, uint64_t place);
-  bool raiseOutOfMemory(uint64_t place);
+  bool report(TarnFormProblem new_code, uint64_t place, const char *sentence);
+  bool reportLimit(TarnFormLimit which, uint64_t value, uint64_t place);
+  bool reportOutOfMemory(uint64_t place);
 };
 
 // The HTTP status for a problem.

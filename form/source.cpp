@@ -54,7 +54,7 @@ bool Source::startReading(const Limits &limits, Problem &problem) {
   capacity_ = length_ < most ? static_cast<size_t>(length_) : most;
   block_ = static_cast<char *>(std::malloc(kAlignment + capacity_ + 1));
   if (!block_) {
-    problem.raiseOutOfMemory(position_);
+    problem.reportOutOfMemory(position_);
     return false;
   }
   buffer_ = block_ + kAlignment - reinterpret_cast<uintptr_t>(block_) % kAlignment;
@@ -72,15 +72,15 @@ bool Source::wait(const Limits &limits, Problem &problem) const {
   const uint64_t patience =
       seconds == TARN_FORM_UNLIMITED ? UINT64_MAX : now() + inMilliseconds(seconds);
   const uint64_t end = patience < deadline_ ? patience : deadline_;
-  const auto raise = [&](TarnFormLimit limit) {
-    return problem.raiseLimit(limit, limits[limit], arrived());
+  const auto report = [&](TarnFormLimit limit) {
+    return problem.reportLimit(limit, limits[limit], arrived());
   };
   for (;;) {
     int timeout = -1;
     if (end != UINT64_MAX) {
       const uint64_t time = now();
       // Bytes can keep arriving until it is too late.
-      if (time >= deadline_) return raise(TARN_FORM_TOTAL_SECONDS);
+      if (time >= deadline_) return report(TARN_FORM_TOTAL_SECONDS);
       const uint64_t left = time < end ? end - time : 0;
       timeout = left < INT_MAX ? static_cast<int>(left) : INT_MAX;
     }
@@ -88,7 +88,7 @@ bool Source::wait(const Limits &limits, Problem &problem) const {
     const int ready = poll(&waiting, 1, timeout);
     if (ready > 0 || (ready < 0 && errno != EINTR)) return true;  // read() tells what it is
     if (ready == 0 && patience < deadline_ && now() >= patience) {
-      return raise(TARN_FORM_WAIT_SECONDS);
+      return report(TARN_FORM_WAIT_SECONDS);
     }
   }
 }
@@ -114,12 +114,12 @@ bool Source::more(const Limits &limits, Problem &problem) {
     end_ += count;
     // A known length was compared with the limit before.
     const uint64_t most = limits[TARN_FORM_BODY_SIZE];
-    return arrived() <= most || problem.raiseLimit(TARN_FORM_BODY_SIZE, most, most);
+    return arrived() <= most || problem.reportLimit(TARN_FORM_BODY_SIZE, most, most);
   }
   at_end_ = true;
   if (problem || length_ == TARN_FORM_UNLIMITED) return false;
-  return problem.raise(TARN_FORM_CUT_SHORT, arrived(),
-                       "cut short: the body is shorter than its length");
+  return problem.report(TARN_FORM_CUT_SHORT, arrived(),
+                        "cut short: the body is shorter than its length");
 }
 
 // Reads some bytes behind the window. Returns how many; 0 at the end and with a problem.
@@ -130,7 +130,7 @@ ssize_t Source::readOnce(size_t most, const Limits &limits, Problem &problem) {
     if (count >= 0) return count;
     if (errno == EAGAIN) waits_ = true;
     if (errno != EINTR && errno != EAGAIN) {
-      problem.raise(TARN_FORM_READ_ERROR, arrived(), "the body cannot be read");
+      problem.report(TARN_FORM_READ_ERROR, arrived(), "the body cannot be read");
       return 0;
     }
   }

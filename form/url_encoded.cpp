@@ -74,7 +74,7 @@ bool ensureByte(TarnForm &form) {
 bool takeName(TarnForm &form) {
   const uint64_t most = form.limits[TARN_FORM_TEXT_SIZE];
   form.scratch.clear();
-  if (!form.scratch.reserve(0)) return form.raiseOutOfMemory();
+  if (!form.scratch.reserve(0)) return form.reportOutOfMemory();
   while (ensureByte(form)) {
     const std::string_view window = form.source.window();
     if (window.front() == '&') return true;
@@ -84,9 +84,9 @@ bool takeName(TarnForm &form) {
     }
     const uint64_t left = most - form.scratch.size();
     if (left == 0)
-      return form.problem.raiseLimit(TARN_FORM_TEXT_SIZE, most, form.source.position());
+      return form.problem.reportLimit(TARN_FORM_TEXT_SIZE, most, form.source.position());
     const size_t room = sizeOfPiece(window.size(), left);
-    if (!form.scratch.reserve(room)) return form.raiseOutOfMemory();
+    if (!form.scratch.reserve(room)) return form.reportOutOfMemory();
     form.scratch.grow(decodeWindow<'='>(form, form.scratch.end(), room));
   }
   return !form.problem;
@@ -98,7 +98,7 @@ bool takeName(TarnForm &form) {
   FieldTexts texts;
   texts.name = form.scratch.view();
   TarnFormField *record = form.records().add(&form, texts, offset);
-  if (!record) form.raiseOutOfMemory();
+  if (!record) form.reportOutOfMemory();
   return record;
 }
 
@@ -134,14 +134,14 @@ bool mayBeShort(const TarnForm &form) {
   ShortPair pair(form.known_block);
   if (!name || !pair.decodeName(window.data(), window.data() + window.size(), name)) return nullptr;
   ++form.fields;
-  TarnFormField *record = form.current.end(static_cast<size_t>(pair.to() - name), offset);
-  const char *const value = pair.from() + (*pair.from() == '=');
+  TarnFormField *record = form.current.end(static_cast<size_t>(pair.writtenEnd() - name), offset);
+  const char *const value = pair.readEnd() + (*pair.readEnd() == '=');
   form.source.consume(static_cast<size_t>(value - window.data()));
   form.text.clear();
   if (form.text.reserve(ShortPair::kRoom) && pair.decodeValue(form.text.data())) {
     form.known_block = pair.known();
-    form.ahead = {static_cast<size_t>(pair.from() - value) + 1,
-                  static_cast<size_t>(pair.to() - form.text.data())};
+    form.ahead = {static_cast<size_t>(pair.readEnd() - value) + 1,
+                  static_cast<size_t>(pair.writtenEnd() - form.text.data())};
   }
   return record;
 }
@@ -159,15 +159,15 @@ bool mayBeShort(const TarnForm &form) {
   const bool fits = kept.size() + sizeof(TarnFormField) + room <= form.limits[TARN_FORM_LOAD_SIZE];
   if (!name || !fits || !form.order.reserve(sizeof(uint32_t))) return nullptr;
   if (!pair.decodeName(from, last, name)) return nullptr;
-  const auto name_size = static_cast<size_t>(pair.to() - name);
-  char *const value = pair.to() + 1;
+  const auto name_size = static_cast<size_t>(pair.writtenEnd() - name);
+  char *const value = pair.writtenEnd() + 1;
   if (!pair.decodeValue(value)) return nullptr;
-  const auto value_size = static_cast<size_t>(pair.to() - value);
+  const auto value_size = static_cast<size_t>(pair.writtenEnd() - value);
   const uint32_t place = kept.end(name_size, value_size, offset);
   std::memcpy(form.order.end(), &place, sizeof place);
   form.order.grow(sizeof place);
   ++form.fields;
-  return pair.from() + 1;
+  return pair.readEnd() + 1;
 }
 #endif
 
@@ -209,7 +209,7 @@ TarnFormField *stepToPair(TarnForm &form) {
   Records &records = form.records();
   char *name = records.begin(&form, room);
   if (!name) {
-    form.raiseOutOfMemory();
+    form.reportOutOfMemory();
     return nullptr;
   }
   const Decoding done = decodePiece<'='>(window, name, room);
@@ -254,7 +254,7 @@ bool nextRunOfPair(TarnForm &form, std::string_view &run) {
   }
   form.scratch.clear();
   const size_t room = sizeOfPiece(window.size(), kDecoded);
-  if (!form.scratch.reserve(room)) return form.raiseOutOfMemory();
+  if (!form.scratch.reserve(room)) return form.reportOutOfMemory();
   run = {form.scratch.data(), decodeWindow<'&'>(form, form.scratch.data(), room)};
   return true;
 }

@@ -29,7 +29,7 @@ TEST(InternalHeaders, WorkBesideTheHeaderForCpp) {
   tarn::internal::Cookies::destroy(cookies);
 
   tarn::form::Problem problem;
-  EXPECT_FALSE(problem.raiseOutOfMemory(7));
+  EXPECT_FALSE(problem.reportOutOfMemory(7));
   EXPECT_EQ(7U, problem.offset);
 }
 
