@@ -5,11 +5,15 @@
 namespace tarn::internal {
 namespace {
 
+// The slots that the parsers fill are those that a short node has.
+static_assert(TARN_ENTRY_NAME < ShortNode::kTexts && TARN_ENTRY_VALUE < ShortNode::kTexts);
+static_assert(TARN_ENTRY_LENGTH == 0);
+
 Node *entryIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_ENTRY_MAGIC); }
 
 const char *valueIn(const TarnHandle *handle) {
   const Node *entry = entryIn(handle);
-  return entry ? entry->strings[TARN_ENTRY_VALUE] : nullptr;
+  return entry ? valueOfEntry(*entry) : nullptr;
 }
 
 // Null data is an empty text if the length is 0.
@@ -21,7 +25,7 @@ TarnStatus copyValue(const void *data, uint32_t length, OwnedText &copy) {
 
 void setValue(Node &entry, OwnedText value, uint32_t length) {
   setText(entry, TARN_ENTRY_VALUE, std::move(value));
-  entry.ints[TARN_ENTRY_LENGTH] = length;
+  setNumber(entry, TARN_ENTRY_LENGTH, length);
 }
 
 }  // namespace
@@ -37,7 +41,7 @@ Node *newFormEntry(std::string_view name, std::string_view value, uint32_t lengt
   }
   placeText(*entry, TARN_ENTRY_VALUE, place);
   copyTo(place, value);
-  entry->ints[TARN_ENTRY_LENGTH] = length;
+  setNumber(*entry, TARN_ENTRY_LENGTH, length);
   return entry;
 }
 
@@ -49,13 +53,13 @@ Node *newDecodedFormEntry(std::string_view name, std::string_view value, NodeAre
   place = unescapeTo(place, name);
   placeText(*entry, TARN_ENTRY_VALUE, place);
   unescapeTo(place, value);
-  entry->ints[TARN_ENTRY_LENGTH] = static_cast<uint32_t>(textLength(place));
+  setNumber(*entry, TARN_ENTRY_LENGTH, static_cast<uint32_t>(textLength(place)));
   return entry;
 }
 
-const char *nameOfEntry(const Node &entry) { return entry.strings[TARN_ENTRY_NAME]; }
+const char *nameOfEntry(const Node &entry) { return entry.text(TARN_ENTRY_NAME); }
 
-const char *valueOfEntry(const Node &entry) { return entry.strings[TARN_ENTRY_VALUE]; }
+const char *valueOfEntry(const Node &entry) { return entry.text(TARN_ENTRY_VALUE); }
 
 }  // namespace tarn::internal
 
