@@ -18,11 +18,15 @@ Node *newShortNode(uint32_t magic, size_t room, NodeArena *arena) {
   const NodeArena::Place place = arena->allocate(sizeof(ShortNode) + room, sizeof(Slots));
   if (!place.node) return nullptr;
   auto *made = static_cast<ShortNode *>(place.node);
-  *made = {};
-  made->node.magic = magic;
-  made->node.offset = place.offset & INT16_MAX;
-  made->node.distance = place.distance & INT16_MAX;
-  made->room = room & 0x3FF;
+  *made = {.node = {.magic = magic,
+                    .incomplete = 0,
+                    .hasSlots = 0,
+                    .offset = place.offset & 0x7FFF,
+                    .distance = place.distance & 0x7FFF},
+           .number = 0,
+           .first = 0,
+           .second = 0,
+           .room = static_cast<uint32_t>(room) & 0x3FF};
   return &made->node;
 }
 
@@ -198,19 +202,6 @@ Node *newNode(uint32_t magic, size_t room, NodeArena *arena) {
   whole->node.magic = magic;
   whole->slots.room = static_cast<uint32_t>(room) & kRoomBits;
   return &whole->node;
-}
-
-void placeText(Node &node, uint32_t slot, const char *text) {
-  if (!node.isShort()) {
-    wholeNode(node).slots.strings[slot] = const_cast<char *>(text);
-    return;
-  }
-  const auto place = static_cast<uint32_t>(text - roomOf(node)) + 1;
-  if (slot == 0) {
-    shortNode(node).first = place & 0x7FF;
-  } else {
-    shortNode(node).second = place & 0x7FF;
-  }
 }
 
 void setNumber(Node &node, uint32_t slot, uint32_t value) {

@@ -52,10 +52,9 @@ struct Node {
 #if UINTPTR_MAX > UINT32_MAX
   // In a gap between the interface's fields.
   uint32_t incomplete : 1;  // if something that belongs here was lost
-  uint32_t
-      hasSlots : 1;  // in a short node: the slots are in use, and the values before them are not
-  uint32_t offset : 15;    // in the block that a short node shares; 0 in a whole node
-  uint32_t distance : 15;  // from a short node to its slots
+  uint32_t hasSlots : 1;    // in a short node: its slots are in use, and no longer its own values
+  uint32_t offset : 15;     // in the block that a short node shares; 0 in a whole node
+  uint32_t distance : 15;   // from a short node to its slots
 #endif
 
   // Whether this is a short node, and one whose slots are not in use.
@@ -115,8 +114,9 @@ Node *newNode(uint32_t magic, size_t room = 0, NodeArena *arena = nullptr);
 // The start of the room.
 char *roomOf(Node &node);
 
-// Points string slot 0 or 1 of a new node to a text in its room, which is freed with the node.
-void placeText(Node &node, uint32_t slot, const char *text);
+// Gives a new node its string slots 0 and 1 and its int slot 0. The texts are in its room, or null, and
+// are freed with the node.
+void fillNode(Node &node, char *first, char *second, uint32_t number);
 
 // Sets an int slot, if possible without using the slots of a short node.
 void setNumber(Node &node, uint32_t slot, uint32_t value);
@@ -234,6 +234,21 @@ inline Slots &Node::slots() {
 
 inline char *roomOf(Node &node) {
   return reinterpret_cast<char *>(&node) + (node.isShort() ? sizeof(ShortNode) : sizeof(WholeNode));
+}
+
+inline void fillNode(Node &node, char *first, char *second, uint32_t number) {
+  if (node.isShort()) {
+    const char *before = roomOf(node) - 1;
+    ShortNode &made = shortNode(node);
+    made.number = number;
+    made.first = first ? static_cast<uint32_t>(first - before) & 0x7FF : 0;
+    made.second = second ? static_cast<uint32_t>(second - before) & 0x7FF : 0;
+  } else {
+    Slots &slots = wholeNode(node).slots;
+    slots.strings[0] = first;
+    slots.strings[1] = second;
+    slots.ints[0] = number;
+  }
 }
 
 inline char *ShortNode::text(uint32_t slot) const {

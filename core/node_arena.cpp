@@ -14,8 +14,8 @@
 namespace tarn::internal {
 namespace {
 
-// Like blocks from malloc(), nodes begin at multiples of so many units.
-constexpr uint32_t kAlignment = 16 / NodeArena::kUnit;
+// Like blocks from malloc(), nodes begin at multiples of this many bytes.
+constexpr uint32_t kAlignment = 16;
 
 // A form of fewer nodes takes no shared blocks, so that it allocates no more than it needs.
 constexpr uint32_t kAlone = 64;
@@ -30,8 +30,8 @@ constexpr uint32_t kLargestBlock = 120 * 1024;
 // On processors with larger pages, they are found when they are first used.
 constexpr uintptr_t kPage = 4096;
 
-constexpr uint32_t unitsFor(size_t size) {
-  return static_cast<uint32_t>((size + NodeArena::kUnit - 1) / NodeArena::kUnit);
+constexpr uint32_t unitsFor(size_t size, uint32_t alignment) {
+  return static_cast<uint32_t>((size + alignment - 1) / alignment) * (alignment / NodeArena::kUnit);
 }
 
 // Has the kernel find and clear all whole pages in the first part of a block at once. That is faster
@@ -73,7 +73,7 @@ bool NodeArena::addBlock() {
   block->users.store(kAnyNumber, std::memory_order_relaxed);
   block_ = block;
   nodes_in_block_ = 0;
-  used_ = kAlignment;
+  used_ = unitsFor(sizeof(Block), kAlignment);
   end_ = size_ = size / kUnit;
   return true;
 }
@@ -83,8 +83,8 @@ NodeArena::Place NodeArena::allocate(size_t size, size_t later) {
     ++nodes_;
     return {};
   }
-  const uint32_t units = unitsFor(size) + unitsFor(size) % kAlignment;
-  const uint32_t unitsLater = unitsFor(later);
+  const uint32_t units = unitsFor(size, kAlignment);
+  const uint32_t unitsLater = unitsFor(later, kUnit);
   if (units + unitsLater > end_ - used_ && !addBlock()) return {};
   Place place;
   place.node = reinterpret_cast<char *>(block_) + size_t{used_} * kUnit;

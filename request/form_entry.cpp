@@ -5,9 +5,8 @@
 namespace tarn::internal {
 namespace {
 
-// The slots that the parsers fill are those that a short node has.
-static_assert(TARN_ENTRY_NAME < ShortNode::kTexts && TARN_ENTRY_VALUE < ShortNode::kTexts);
-static_assert(TARN_ENTRY_LENGTH == 0);
+// What fillNode() fills.
+static_assert(TARN_ENTRY_NAME == 0 && TARN_ENTRY_VALUE == 1 && TARN_ENTRY_LENGTH == 0);
 
 Node *entryIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_ENTRY_MAGIC); }
 
@@ -34,26 +33,20 @@ Node *newFormEntry(std::string_view name, std::string_view value, uint32_t lengt
                    NodeArena *arena) {
   Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2, arena);
   if (!entry) return nullptr;
-  char *place = roomOf(*entry);
-  if (name.data()) {
-    placeText(*entry, TARN_ENTRY_NAME, place);
-    place = copyTo(place, name);
-  }
-  placeText(*entry, TARN_ENTRY_VALUE, place);
-  copyTo(place, value);
-  setNumber(*entry, TARN_ENTRY_LENGTH, length);
+  char *const nameAt = roomOf(*entry);
+  char *const valueAt = name.data() ? copyTo(nameAt, name) : nameAt;
+  copyTo(valueAt, value);
+  fillNode(*entry, name.data() ? nameAt : nullptr, valueAt, length);
   return entry;
 }
 
 Node *newDecodedFormEntry(std::string_view name, std::string_view value, NodeArena *arena) {
   Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2, arena);
   if (!entry) return nullptr;
-  char *place = roomOf(*entry);
-  placeText(*entry, TARN_ENTRY_NAME, place);
-  place = unescapeTo(place, name);
-  placeText(*entry, TARN_ENTRY_VALUE, place);
-  unescapeTo(place, value);
-  setNumber(*entry, TARN_ENTRY_LENGTH, static_cast<uint32_t>(textLength(place)));
+  char *const nameAt = roomOf(*entry);
+  char *const valueAt = unescapeTo(nameAt, name);
+  unescapeTo(valueAt, value);
+  fillNode(*entry, nameAt, valueAt, static_cast<uint32_t>(textLength(valueAt)));
   return entry;
 }
 
