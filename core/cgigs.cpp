@@ -12,9 +12,9 @@ constexpr uint32_t kMostRoom =
 
 static_assert(sizeof(ShortNode) == 16);
 
-// Null if the node should have its own block.
+// Null if the node should have its own block, as every node does that is not a field.
 Node *newShortNode(uint32_t magic, size_t room, NodeArena *arena) {
-  if (!arena || room > ShortNode::kMostRoom) return nullptr;
+  if (!arena || magic != TARN_FORM_ENTRY_MAGIC || room > ShortNode::kMostRoom) return nullptr;
   const NodeArena::Place place = arena->allocate(sizeof(ShortNode) + room, sizeof(Slots));
   if (!place.node) return nullptr;
   auto *made = static_cast<ShortNode *>(place.node);

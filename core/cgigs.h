@@ -39,7 +39,7 @@ struct Slots {
 //
 // A node with a block of its own is a WholeNode: its slots follow.
 //
-// A node that shares a block is a ShortNode: the few values that a field of a form has follow. Its
+// A node that shares a block, which only a form entry does, is a ShortNode: the few values that a field of a form has follow. Its
 // slots are at the end of the block. Nothing touches them until a call sets one, so until then the
 // kernel need not give them memory. They are allocated with the block, since most calls that set a slot
 // may not fail.

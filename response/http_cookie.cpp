@@ -53,9 +53,11 @@ int HTTPCookie_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = cookieIn(b);
   const Node *right = cookieIn(a);
   if (!left || !right) return 0;
-  const int byName = orderTexts(left->text(TARN_COOKIE_NAME), right->text(TARN_COOKIE_NAME));
+  const int byName = orderTexts(wholeNode(*left).slots.strings[TARN_COOKIE_NAME],
+                                wholeNode(*right).slots.strings[TARN_COOKIE_NAME]);
   return byName != 0 ? byName
-                     : orderTexts(left->text(TARN_COOKIE_VALUE), right->text(TARN_COOKIE_VALUE));
+                     : orderTexts(wholeNode(*left).slots.strings[TARN_COOKIE_VALUE],
+                                  wholeNode(*right).slots.strings[TARN_COOKIE_VALUE]);
 }
 
 long HTTPCookie_getMaxAge(TarnHandle *cookie) {
@@ -83,10 +85,12 @@ const char *HTTPCookie_toString(TarnHandle *cookie) {
   tarn_asprintf(&text,
                 "HTTPCookie{name=\"%s\";value=\"%s\";comment=\"%s\";domain=\"%s\",maxage=%ld;"
                 "path=\"%s\";secure=\"%s\"}",
-                printable(node->text(TARN_COOKIE_NAME)), printable(node->text(TARN_COOKIE_VALUE)),
-                printable(node->text(TARN_COOKIE_COMMENT)),
-                printable(node->text(TARN_COOKIE_DOMAIN)), HTTPCookie_getMaxAge(cookie),
-                printable(node->text(TARN_COOKIE_PATH)),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_NAME]),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_VALUE]),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_COMMENT]),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_DOMAIN]),
+                HTTPCookie_getMaxAge(cookie),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_PATH]),
                 HTTPCookie_isSecure(cookie) ? "yes" : "no");
   setText(*node, TARN_COOKIE_RENDERED, copyText(text));
   return text ? text : CGIgs_empty_string;

@@ -110,7 +110,7 @@ TarnStatus HTTPResponseHeader_addHeader(TarnHandle *header, const char *line) {
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
   if (!line) return TARN_BAD_ARGUMENT;
-  TarnHandle &lines = node->slots().lists[TARN_RESPONSE_HEADER_LINES];
+  TarnHandle &lines = wholeNode(*node).slots.lists[TARN_RESPONSE_HEADER_LINES];
   if (!lines) lines = handleOf(newList());
   OwnedText copy = copyText(line);
   const TarnStatus status = append(listAt(lines), handleOf(copy.get()));
@@ -135,7 +135,7 @@ TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie) 
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
   if (!nodeIn(cookie, TARN_COOKIE_MAGIC)) return TARN_BAD_ARGUMENT;
-  TarnHandle &list = node->slots().structs[TARN_RESPONSE_HEADER_COOKIES];
+  TarnHandle &list = wholeNode(*node).slots.structs[TARN_RESPONSE_HEADER_COOKIES];
   if (list) return Cookies::add(&list, cookie);
   // A header without a list gets an empty one, and the cookie is lost. Kept: quirk 54.
   setChild(*node, TARN_RESPONSE_HEADER_COOKIES, Cookies::create());
