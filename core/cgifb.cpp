@@ -21,8 +21,9 @@ void keepToTheEnd(const void *block) {
 // The bytes are shared by copies of the node and never freed. Kept: quirk 31.
 void storeBytes(Node &buffer, OwnedBytes block, uint32_t count) {
   keepToTheEnd(block.get());
-  buffer.fixed = handleOf(block.release());
-  buffer.ints[TARN_BYTE_BUFFER_LENGTH] = count;
+  Slots &slots = buffer.slots();
+  slots.fixed = handleOf(block.release());
+  slots.ints[TARN_BYTE_BUFFER_LENGTH] = count;
 }
 
 }  // namespace
@@ -44,7 +45,7 @@ TarnStatus fillByteBuffer(Node *buffer, const void *data, uint32_t length) {
 }
 
 Bytes bytesOf(const Node &buffer) {
-  return {blockAt<char>(buffer.fixed), buffer.ints[TARN_BYTE_BUFFER_LENGTH]};
+  return {blockAt<char>(buffer.fixed()), buffer.number(TARN_BYTE_BUFFER_LENGTH)};
 }
 
 }  // namespace tarn::internal

@@ -3,24 +3,50 @@
 namespace tarn::internal {
 namespace {
 
-// The largest value of Node::room, and the most room that fits into one block with the node.
+// The largest value of Slots::room, and the most room that fits into one block with a whole node.
 constexpr uint32_t kRoomBits = UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : INT32_MAX;
 constexpr uint32_t kMostRoom =
-    UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : kRoomBits - uint32_t{sizeof(Node)};
+    UINTPTR_MAX > UINT32_MAX ? UINT32_MAX : kRoomBits - uint32_t{sizeof(WholeNode)};
 
-// Nodes for 32 bits have no gap for the offset, so they do not share blocks.
 #if UINTPTR_MAX > UINT32_MAX
-uint32_t offsetOf(const Node &node) { return node.offset; }
-void setOffset(Node &node, uint32_t offset) { node.offset = offset & INT32_MAX; }
-void *newBlock(size_t size, NodeArena *arena, uint32_t &offset) {
-  void *block = arena ? arena->allocate(size, offset) : nullptr;
-  return block ? block : std::malloc(size);
+
+static_assert(sizeof(ShortNode) == 16);
+
+// Null if the node should have its own block, as every node does that is not a field.
+Node *newShortNode(uint32_t magic, size_t room, NodeArena *arena) {
+  if (!arena || magic != TARN_FORM_ENTRY_MAGIC || room > ShortNode::kMostRoom) return nullptr;
+  const NodeArena::Place place = arena->allocate(sizeof(ShortNode) + room, sizeof(Slots));
+  if (!place.node) return nullptr;
+  auto *made = static_cast<ShortNode *>(place.node);
+  *made = {.node = {.magic = magic,
+                    .incomplete = 0,
+                    .hasSlots = 0,
+                    .offset = place.offset & 0x7FFF,
+                    .distance = place.distance & 0x7FFF},
+           .number = 0,
+           .first = 0,
+           .second = 0,
+           .room = static_cast<uint32_t>(room) & 0x3FF};
+  return &made->node;
 }
+
+void leaveBlock(Node *node) { NodeArena::release(node, node->offset); }
+void setHasSlots(Node &node) { node.hasSlots = 1; }
+
 #else
-uint32_t offsetOf(const Node &) { return 0; }
-void setOffset(Node &, uint32_t) {}
-void *newBlock(size_t size, NodeArena *, uint32_t &) { return std::malloc(size); }
+
+Node *newShortNode(uint32_t, size_t, NodeArena *) { return nullptr; }
+void leaveBlock(Node *) {}
+void setHasSlots(Node &) {}
+
 #endif
+
+// Copies the values of a short node whose slots are not in use.
+void fillSlots(Slots &slots, const ShortNode &node) {
+  slots = {};
+  for (uint32_t i = 0; i < ShortNode::kTexts; ++i) slots.strings[i] = node.text(i);
+  slots.ints[0] = node.number;
+}
 
 // Children are visited without recursion, so that no depth can exhaust the stack. Nodes still to be
 // released are linked through their `fixed` slots, which nobody reads any more; copies still to be
@@ -31,7 +57,8 @@ void *newBlock(size_t size, NodeArena *, uint32_t &) { return std::malloc(size);
 // may be a list or a string instead, which is released at once. Kept: quirk 70.
 void releaseLater(TarnHandle child, Node *&pending) {
   if (Node *node = nodeAt(child, 0)) {
-    node->fixed = handleOf(pending);
+    if (node->isWithoutSlots()) return leaveBlock(node);
+    node->slots().fixed = handleOf(pending);
     pending = node;
   } else if (GenericList *list = listAt(child)) {
     deleteList(list);
@@ -40,30 +67,31 @@ void releaseLater(TarnHandle child, Node *&pending) {
   }
 }
 
-void releaseChildrenLater(Node &node, Node *&pending) {
-  for (TarnHandle &child : node.structs) releaseLater(take(child), pending);
-  for (uint32_t &magic : node.childMagics) magic = 0;
+void releaseChildrenLater(Slots &slots, Node *&pending) {
+  for (TarnHandle &child : slots.structs) releaseLater(take(child), pending);
+  for (uint32_t &magic : slots.childMagics) magic = 0;
 }
 
 // Something other than a list in a list slot belongs to the script and stays there.
-void releaseListsLater(Node &node, Node *&pending) {
-  for (TarnHandle &slot : node.lists) {
+void releaseListsLater(Slots &slots, Node *&pending) {
+  for (TarnHandle &slot : slots.lists) {
     if (listAt(slot)) releaseLater(take(slot), pending);
   }
 }
 
-bool hasChildren(const Node &node) {
+bool hasChildren(const Slots &slots) {
   TarnHandle any = 0;
-  for (const TarnHandle child : node.structs) any |= child;
-  for (const TarnHandle list : node.lists) any |= list;
+  for (const TarnHandle child : slots.structs) any |= child;
+  for (const TarnHandle list : slots.lists) any |= list;
   return any != 0;
 }
 
-// Frees a text unless it is in the node's own block.
-void releaseText(const Node &node, char *text) {
+// Frees a text unless it is in the node's own room.
+void releaseText(Node &node, char *text) {
   if (!text) return;
   const uintptr_t offset = handleOf(text) - handleOf(roomOf(node));
-  if (offset >= node.room) std::free(text);
+  const uint32_t room = node.isShort() ? shortNode(node).room : wholeNode(node).slots.room;
+  if (offset >= room) std::free(text);
 }
 
 // Frees a node's block, and the array or buffer if it is a list or a string too.
@@ -76,8 +104,8 @@ void freeBlock(Node *node) {
     auto *block = recordOf<String>(node);
     std::free(block->record.buffer);
     std::free(block);
-  } else if (const uint32_t offset = offsetOf(*node)) {
-    NodeArena::release(node, offset);
+  } else if (node->isShort()) {
+    leaveBlock(node);
   } else {
     std::free(node);
   }
@@ -85,13 +113,14 @@ void freeBlock(Node *node) {
 
 void destroyPending(Node *pending) {
   while (Node *node = pending) {
-    pending = nodeAt(node->fixed, 0);
+    Slots &slots = node->slots();
+    pending = nodeAt(slots.fixed, 0);
     // Most nodes have neither.
-    if (hasChildren(*node)) {
-      releaseChildrenLater(*node, pending);
-      releaseListsLater(*node, pending);
+    if (hasChildren(slots)) {
+      releaseChildrenLater(slots, pending);
+      releaseListsLater(slots, pending);
     }
-    for (char *text : node->strings) releaseText(*node, text);
+    for (char *text : slots.strings) releaseText(*node, text);
     freeBlock(node);
   }
 }
@@ -108,38 +137,45 @@ enum PendingSlot : uint32_t { kNextPending, kSource };
 Node *newPendingCopy(const Node &source, Node *&pending) {
   Node *copy = newNode(source.magic);
   if (copy) {
-    copy->structs[kNextPending] = handleOf(pending);
-    copy->structs[kSource] = handleOf(&source);
+    copy->slots().structs[kNextPending] = handleOf(pending);
+    copy->slots().structs[kSource] = handleOf(&source);
     pending = copy;
   }
   return copy;
 }
 
 void fillCopy(Node &copy, const Node &source, Node *&pending) {
+  Slots values;
+  const Slots *from = source.usedSlots();
+  if (!from) {
+    fillSlots(values, shortNode(source));
+    from = &values;
+  }
+  Slots &to = copy.slots();
   bool whole = true;
   for (uint32_t i = 0; i < kListSlots; ++i) {
-    if (const GenericList *list = listAt(source.lists[i])) {
+    if (const GenericList *list = listAt(from->lists[i])) {
       const GenericList *made = copyList(*list);
-      copy.lists[i] = handleOf(made);
+      to.lists[i] = handleOf(made);
       whole = whole && made && isWholeCopy(*made, *list);
     }
   }
   for (uint32_t i = 0; i < kStructSlots; ++i) {
     // A child stored under tag 0 is not copied: no node can be created under that tag.
-    const uint32_t magic = source.childMagics[i];
-    const Node *child = magic ? childOf(source, i, magic) : nullptr;
-    copy.structs[i] = child ? handleOf(newPendingCopy(*child, pending)) : 0;
-    copy.childMagics[i] = magic;
-    whole = whole && (!child || copy.structs[i]);
+    const uint32_t magic = from->childMagics[i];
+    const Node *child = magic ? nodeAt(from->structs[i], magic) : nullptr;
+    to.structs[i] = child ? handleOf(newPendingCopy(*child, pending)) : 0;
+    to.childMagics[i] = magic;
+    whole = whole && (!child || to.structs[i]);
   }
   for (uint32_t i = 0; i < kStringSlots; ++i) {
-    copy.strings[i] = copyText(source.strings[i]).release();
-    whole = whole && (!source.strings[i] || copy.strings[i]);
+    to.strings[i] = copyText(from->strings[i]).release();
+    whole = whole && (!from->strings[i] || to.strings[i]);
   }
-  for (uint32_t i = 0; i < kIntSlots; ++i) copy.ints[i] = source.ints[i];
-  copy.doubleValue = source.doubleValue;
-  copy.fixed = source.fixed;
-  copy.incomplete = source.incomplete || !whole ? 1 : 0;
+  for (uint32_t i = 0; i < kIntSlots; ++i) to.ints[i] = from->ints[i];
+  to.doubleValue = from->doubleValue;
+  to.fixed = from->fixed;
+  if (isIncomplete(source) || !whole) markIncomplete(&copy);
 }
 
 // A list or a string that is also a node.
@@ -148,9 +184,9 @@ Node *newRecordAndNode(uint32_t magic) {
   auto *block = static_cast<RecordAndNode<Record> *>(std::calloc(1, sizeof(RecordAndNode<Record>)));
   if (!block) return nullptr;
   block->record.magic = magic;
-  block->record.node = &block->node;
-  block->node.magic = magic;
-  return &block->node;
+  block->record.node = &block->whole.node;
+  block->whole.node.magic = magic;
+  return &block->whole.node;
 }
 
 }  // namespace
@@ -159,48 +195,63 @@ Node *newNode(uint32_t magic, size_t room, NodeArena *arena) {
   if (magic == TARN_GENERIC_LIST_MAGIC) return newRecordAndNode<GenericList>(magic);
   if (magic == TARN_STRING_MAGIC) return newRecordAndNode<String>(magic);
   if (room > kMostRoom) return nullptr;
-  uint32_t offset = 0;
-  void *block = newBlock(sizeof(Node) + room, arena, offset);
-  if (!block) return nullptr;
-  auto *node = static_cast<Node *>(block);
-  *node = {};
-  node->magic = magic;
-  setOffset(*node, offset);
-  node->room = static_cast<uint32_t>(room) & kRoomBits;
-  return node;
+  if (Node *made = newShortNode(magic, room, arena)) return made;
+  auto *whole = static_cast<WholeNode *>(std::malloc(sizeof(WholeNode) + room));
+  if (!whole) return nullptr;
+  *whole = {};
+  whole->node.magic = magic;
+  whole->slots.room = static_cast<uint32_t>(room) & kRoomBits;
+  return &whole->node;
+}
+
+void setNumber(Node &node, uint32_t slot, uint32_t value) {
+  if (slot == 0 && node.isWithoutSlots()) {
+    shortNode(node).number = value;
+  } else {
+    node.slots().ints[slot] = value;
+  }
+}
+
+Slots &useSlots(ShortNode &node) {
+  Slots &slots = slotsBehind(node);
+  fillSlots(slots, node);
+  setHasSlots(node.node);
+  return slots;
 }
 
 Node *copyNode(const Node &source) {
   Node *pending = nullptr;
   Node *top = newPendingCopy(source, pending);
   while (Node *copy = pending) {
-    pending = nodeAt(copy->structs[kNextPending], 0);
-    fillCopy(*copy, *nodeAt(copy->structs[kSource], 0), pending);
+    pending = nodeAt(copy->child(kNextPending), 0);
+    fillCopy(*copy, *nodeAt(copy->child(kSource), 0), pending);
   }
   return top;
 }
 
 void emptyNode(Node &node) {
+  Slots &slots = node.slots();
   Node *pending = nullptr;
-  releaseListsLater(node, pending);
-  releaseChildrenLater(node, pending);
+  releaseListsLater(slots, pending);
+  releaseChildrenLater(slots, pending);
   destroyPending(pending);
   // Kept: quirk 69.
-  for (const uint32_t i : {0U, 1U}) releaseText(node, take(node.strings[i]));
-  for (uint32_t &number : node.ints) number = 0;
-  node.doubleValue = 0;
-  node.fixed = 0;
+  for (const uint32_t i : {0U, 1U}) releaseText(node, take(slots.strings[i]));
+  for (uint32_t &number : slots.ints) number = 0;
+  slots.doubleValue = 0;
+  slots.fixed = 0;
 }
 
 void destroyNode(Node *node) { releaseChild(handleOf(node)); }
 
 void setText(Node &node, uint32_t slot, OwnedText text) {
-  releaseText(node, std::exchange(node.strings[slot], text.release()));
+  releaseText(node, std::exchange(node.slots().strings[slot], text.release()));
 }
 
 void setChild(Node &node, uint32_t slot, Node *child) {
-  releaseChild(std::exchange(node.structs[slot], handleOf(child)));
-  node.childMagics[slot] = child ? child->magic : 0;
+  Slots &slots = node.slots();
+  releaseChild(std::exchange(slots.structs[slot], handleOf(child)));
+  slots.childMagics[slot] = child ? child->magic : 0;
 }
 
 }  // namespace tarn::internal
@@ -249,7 +300,8 @@ TarnStatus CGIgs_setList(TarnHandle *handle, uint32_t index, TarnHandle *list, u
   if (!node) return TARN_WRONG_TYPE;
   // Index 2 sets struct slot 0. Kept: quirk 70.
   if (index > kListSlots) return TARN_BAD_ARGUMENT;
-  TarnHandle &slot = index < kListSlots ? node->lists[index] : node->structs[0];
+  Slots &slots = node->slots();
+  TarnHandle &slot = index < kListSlots ? slots.lists[index] : slots.structs[0];
   const TarnHandle given = objectIn(list);
   if (slot == given) return TARN_OK;
   TARNGenericList_delete(&slot);
@@ -267,11 +319,12 @@ TarnStatus CGIgs_setStruct(TarnHandle *handle, uint32_t index, TarnHandle *child
   if (!given || index >= kStructSlots) return TARN_BAD_ARGUMENT;
   // If `child` is the node itself, the copy must not include the old child; if `child` is the old
   // child, the copy must be made before that is released.
-  const TarnHandle before = take(node->structs[index]);
+  Slots &slots = node->slots();
+  const TarnHandle before = take(slots.structs[index]);
   Node *copy = childMagic ? copyNode(*given) : nullptr;
   releaseChild(before);
-  node->structs[index] = handleOf(copy);
-  node->childMagics[index] = childMagic;
+  slots.structs[index] = handleOf(copy);
+  slots.childMagics[index] = childMagic;
   return TARN_OK;
 }
 
@@ -300,14 +353,14 @@ TarnStatus CGIgs_setInt(TarnHandle *handle, uint32_t index, uint32_t value, uint
   Node *node = nodeIn(handle, magic);
   if (!node) return TARN_WRONG_TYPE;
   if (index >= kIntSlots) return TARN_BAD_ARGUMENT;
-  node->ints[index] = value;
+  setNumber(*node, index, value);
   return TARN_OK;
 }
 
 TarnStatus CGIgs_setFixed(TarnHandle *handle, uintptr_t value, uint32_t magic) {
   Node *node = nodeIn(handle, magic);
   if (!node) return TARN_WRONG_TYPE;
-  node->fixed = value;
+  node->slots().fixed = value;
   return TARN_OK;
 }
 
@@ -315,43 +368,43 @@ TarnStatus CGIgs_setDouble(TarnHandle *handle, uint32_t index, double value, uin
   Node *node = nodeIn(handle, magic);
   if (!node) return TARN_WRONG_TYPE;
   if (index != 0) return TARN_BAD_ARGUMENT;
-  node->doubleValue = static_cast<float>(value);
+  node->slots().doubleValue = static_cast<float>(value);
   return TARN_OK;
 }
 
 TarnHandle CGIgs_getList(TarnHandle *handle, uint32_t index, uint32_t magic) {
   const Node *node = nodeIn(handle, magic);
-  return node && index < kListSlots ? node->lists[index] : 0;
+  return node && index < kListSlots ? node->list(index) : 0;
 }
 
 TarnHandle CGIgs_getStruct(TarnHandle *handle, uint32_t index, uint32_t magic) {
   const Node *node = nodeIn(handle, magic);
-  return node && index < kStructSlots ? node->structs[index] : 0;
+  return node && index < kStructSlots ? node->child(index) : 0;
 }
 
 uint32_t CGIgs_getMagic(TarnHandle *handle) { return magicAt(objectIn(handle)); }
 
 uint32_t CGIgs_getChildMagic(TarnHandle *handle, uint32_t index, uint32_t magic) {
   const Node *node = nodeIn(handle, magic);
-  return node && index < kStructSlots ? node->childMagics[index] : 0;
+  return node && index < kStructSlots ? node->childMagic(index) : 0;
 }
 
 const char *CGIgs_getString(TarnHandle *handle, uint32_t index, uint32_t magic) {
   const Node *node = nodeIn(handle, magic);
-  return node && index < kStringSlots ? node->strings[index] : nullptr;
+  return node && index < kStringSlots ? node->text(index) : nullptr;
 }
 
 uint32_t CGIgs_getInt(TarnHandle *handle, uint32_t index, uint32_t magic) {
   const Node *node = nodeIn(handle, magic);
-  return node && index < kIntSlots ? node->ints[index] : 0;
+  return node && index < kIntSlots ? node->number(index) : 0;
 }
 
 uintptr_t CGIgs_getFixed(TarnHandle *handle, uint32_t magic) {
   const Node *node = nodeIn(handle, magic);
-  return node ? node->fixed : 0;
+  return node ? node->fixed() : 0;
 }
 
 double CGIgs_getDouble(TarnHandle *handle, uint32_t index, uint32_t magic) {
   const Node *node = nodeIn(handle, magic);
-  return node && index == 0 ? static_cast<double>(node->doubleValue) : 0.0;
+  return node && index == 0 ? static_cast<double>(node->real()) : 0.0;
 }

@@ -15,12 +15,10 @@ namespace tarn::internal {
 namespace {
 
 // Like blocks from malloc(), nodes begin at multiples of this many bytes.
-constexpr uint32_t kUnit = 16;
+constexpr uint32_t kAlignment = 16;
 
 // A form of fewer nodes takes no shared blocks, so that it allocates no more than it needs.
 constexpr uint32_t kAlone = 64;
-
-constexpr uint32_t kLargestNode = 1024;
 
 // More nodes than a block can have.
 constexpr uint32_t kAnyNumber = UINT32_MAX;
@@ -32,8 +30,12 @@ constexpr uint32_t kLargestBlock = 120 * 1024;
 // On processors with larger pages, they are found when they are first used.
 constexpr uintptr_t kPage = 4096;
 
-// Has the kernel find and clear all whole pages of a block at once. That is faster than a page fault
-// for each, and not necessary.
+constexpr uint32_t unitsFor(size_t size, uint32_t alignment) {
+  return static_cast<uint32_t>((size + alignment - 1) / alignment) * (alignment / NodeArena::kUnit);
+}
+
+// Has the kernel find and clear all whole pages in the first part of a block at once. That is faster
+// than a page fault for each, and not necessary.
 void populate(void *block, size_t size) {
   const auto start = reinterpret_cast<uintptr_t>(block);
   const uintptr_t first = (start + kPage - 1) / kPage * kPage;
@@ -60,33 +62,38 @@ void NodeArena::leaveBlock() {
 }
 
 bool NodeArena::addBlock() {
-  const uint32_t size = std::clamp(room_ * kUnit * 2, kSmallestBlock, kLargestBlock);
+  const uint32_t size = std::clamp(size_ * kUnit * 2, kSmallestBlock, kLargestBlock);
   auto *block = static_cast<Block *>(std::malloc(size));
   if (!block) return false;
   const int error = errno;
-  if (size == kLargestBlock) populate(block, size);
+  // As many pages as nodes took in the block before, for its size.
+  if (size == kLargestBlock) populate(block, size_t{size} * used_ / size_);
   errno = error;
   leaveBlock();
   block->users.store(kAnyNumber, std::memory_order_relaxed);
   block_ = block;
   nodes_in_block_ = 0;
-  used_ = 1;
-  room_ = size / kUnit;
+  used_ = unitsFor(sizeof(Block), kAlignment);
+  end_ = size_ = size / kUnit;
   return true;
 }
 
-void *NodeArena::allocate(size_t size, uint32_t &offset) {
+NodeArena::Place NodeArena::allocate(size_t size, size_t later) {
   if (nodes_ < kAlone) {
     ++nodes_;
-    return nullptr;
+    return {};
   }
-  if (size > kLargestNode) return nullptr;
-  const auto units = static_cast<uint32_t>((size + kUnit - 1) / kUnit);
-  if (units > room_ - used_ && !addBlock()) return nullptr;
-  offset = used_;
+  const uint32_t units = unitsFor(size, kAlignment);
+  const uint32_t unitsLater = unitsFor(later, kUnit);
+  if (units + unitsLater > end_ - used_ && !addBlock()) return {};
+  Place place;
+  place.node = reinterpret_cast<char *>(block_) + size_t{used_} * kUnit;
+  place.offset = used_;
   used_ += units;
+  end_ -= unitsLater;
+  place.distance = end_ - place.offset;
   ++nodes_in_block_;
-  return reinterpret_cast<char *>(block_) + size_t{offset} * kUnit;
+  return place;
 }
 
 void NodeArena::release(void *node, uint32_t offset) {

@@ -28,7 +28,7 @@ struct NodeList {
 
   // Null until something has been added, and if `list` is null.
   static GenericList *elements(const Node *list) {
-    return list ? listAt(list->lists[TARN_LIST_ELEMENTS]) : nullptr;
+    return list ? listAt(wholeNode(*list).slots.lists[TARN_LIST_ELEMENTS]) : nullptr;
   }
 
   static uint32_t count(const Node *list) {
@@ -48,7 +48,8 @@ struct NodeList {
 
   // Does nothing to a list that has never had an element. Kept: quirk 46.
   static void reserve(Node *list, uint32_t capacity) {
-    if (elements(list)) TARNGenericList_reserve(&list->lists[TARN_LIST_ELEMENTS], capacity);
+    if (elements(list))
+      TARNGenericList_reserve(&wholeNode(*list).slots.lists[TARN_LIST_ELEMENTS], capacity);
   }
 
   // Appends an element and takes ownership; releases it if it cannot be appended.
@@ -101,7 +102,7 @@ struct NodeList {
   // elements, which the node that owns the slot would not do. A child of another type that a script
   // put there stays if there is no list to replace it.
   static void store(Node &owner, uint32_t slot, Node *list) {
-    const Node *old = at(owner.structs[slot]);
+    const Node *old = at(owner.child(slot));
     releaseElements(old);
     if (old || list) setChild(owner, slot, list);
   }
@@ -153,8 +154,8 @@ struct NodeList {
 
  private:
   static void makeElements(Node *list) {
-    if (list && !list->lists[TARN_LIST_ELEMENTS])
-      list->lists[TARN_LIST_ELEMENTS] = handleOf(newList());
+    if (list && !wholeNode(*list).slots.lists[TARN_LIST_ELEMENTS])
+      wholeNode(*list).slots.lists[TARN_LIST_ELEMENTS] = handleOf(newList());
   }
 };
 

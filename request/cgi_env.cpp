@@ -40,7 +40,7 @@ TarnStatus readBody(int32_t length, Capture &capture) {
 Node *environmentIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ENVIRONMENT_MAGIC); }
 
 void releaseCookies(const Node &environment) {
-  Cookies::releaseElements(Cookies::at(environment.structs[TARN_ENVIRONMENT_COOKIES]));
+  Cookies::releaseElements(Cookies::at(environment.child(TARN_ENVIRONMENT_COOKIES)));
 }
 
 }  // namespace
@@ -53,10 +53,10 @@ void captureEnvironment(Capture &capture) {
   capture.environment = environment;
   capture.status = TARN_OK;
   const int32_t length = numberIn("CONTENT_LENGTH");
-  environment->ints[TARN_ENVIRONMENT_CONTENT_LENGTH] = static_cast<uint32_t>(length);
+  setNumber(*environment, TARN_ENVIRONMENT_CONTENT_LENGTH, static_cast<uint32_t>(length));
   // In lower case only. Kept: quirk 24.
-  environment->ints[TARN_ENVIRONMENT_HTTPS] =
-      std::strcmp(environmentVariable("HTTPS"), "on") == 0 ? 1 : 0;
+  setNumber(*environment, TARN_ENVIRONMENT_HTTPS,
+            std::strcmp(environmentVariable("HTTPS"), "on") == 0 ? 1 : 0);
   if (isPost() && length != 0) capture.status = readBody(length, capture);
   if (capture.status != TARN_OK || (isPost() && lengthExceeds(length))) markIncomplete(environment);
   if (const char *cookies = std::getenv("HTTP_COOKIE")) {

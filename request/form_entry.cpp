@@ -5,11 +5,14 @@
 namespace tarn::internal {
 namespace {
 
+// What fillNode() fills.
+static_assert(TARN_ENTRY_NAME == 0 && TARN_ENTRY_VALUE == 1 && TARN_ENTRY_LENGTH == 0);
+
 Node *entryIn(const TarnHandle *handle) { return nodeIn(handle, TARN_FORM_ENTRY_MAGIC); }
 
 const char *valueIn(const TarnHandle *handle) {
   const Node *entry = entryIn(handle);
-  return entry ? entry->strings[TARN_ENTRY_VALUE] : nullptr;
+  return entry ? valueOfEntry(*entry) : nullptr;
 }
 
 // Null data is an empty text if the length is 0.
@@ -21,7 +24,7 @@ TarnStatus copyValue(const void *data, uint32_t length, OwnedText &copy) {
 
 void setValue(Node &entry, OwnedText value, uint32_t length) {
   setText(entry, TARN_ENTRY_VALUE, std::move(value));
-  entry.ints[TARN_ENTRY_LENGTH] = length;
+  setNumber(entry, TARN_ENTRY_LENGTH, length);
 }
 
 }  // namespace
@@ -30,32 +33,26 @@ Node *newFormEntry(std::string_view name, std::string_view value, uint32_t lengt
                    NodeArena *arena) {
   Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2, arena);
   if (!entry) return nullptr;
-  char *place = roomOf(*entry);
-  if (name.data()) {
-    placeText(*entry, TARN_ENTRY_NAME, place);
-    place = copyTo(place, name);
-  }
-  placeText(*entry, TARN_ENTRY_VALUE, place);
-  copyTo(place, value);
-  entry->ints[TARN_ENTRY_LENGTH] = length;
+  char *const nameAt = roomOf(*entry);
+  char *const valueAt = name.data() ? copyTo(nameAt, name) : nameAt;
+  copyTo(valueAt, value);
+  fillNode(*entry, name.data() ? nameAt : nullptr, valueAt, length);
   return entry;
 }
 
 Node *newDecodedFormEntry(std::string_view name, std::string_view value, NodeArena *arena) {
   Node *entry = newNode(TARN_FORM_ENTRY_MAGIC, name.size() + value.size() + 2, arena);
   if (!entry) return nullptr;
-  char *place = roomOf(*entry);
-  placeText(*entry, TARN_ENTRY_NAME, place);
-  place = unescapeTo(place, name);
-  placeText(*entry, TARN_ENTRY_VALUE, place);
-  unescapeTo(place, value);
-  entry->ints[TARN_ENTRY_LENGTH] = static_cast<uint32_t>(textLength(place));
+  char *const nameAt = roomOf(*entry);
+  char *const valueAt = unescapeTo(nameAt, name);
+  unescapeTo(valueAt, value);
+  fillNode(*entry, nameAt, valueAt, static_cast<uint32_t>(textLength(valueAt)));
   return entry;
 }
 
-const char *nameOfEntry(const Node &entry) { return entry.strings[TARN_ENTRY_NAME]; }
+const char *nameOfEntry(const Node &entry) { return entry.text(TARN_ENTRY_NAME); }
 
-const char *valueOfEntry(const Node &entry) { return entry.strings[TARN_ENTRY_VALUE]; }
+const char *valueOfEntry(const Node &entry) { return entry.text(TARN_ENTRY_VALUE); }
 
 }  // namespace tarn::internal
 

@@ -21,7 +21,7 @@ void storeParts(Node &file, FileParts parts) {
 }
 
 bool sameText(const Node &a, const Node &b, uint32_t slot) {
-  return compareTexts(a.strings[slot], b.strings[slot]) == 0;
+  return compareTexts(a.text(slot), b.text(slot)) == 0;
 }
 
 }  // namespace
@@ -32,7 +32,7 @@ Node *newFormFile(FileParts parts) {
   return file;
 }
 
-const char *nameOfFile(const Node &file) { return file.strings[TARN_FILE_FIELD_NAME]; }
+const char *nameOfFile(const Node &file) { return file.text(TARN_FILE_FIELD_NAME); }
 
 }  // namespace tarn::internal
 

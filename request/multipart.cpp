@@ -66,7 +66,7 @@ bool appendFile(const FormLists &lists, PartHeader header, std::string_view valu
     return false;
   }
   Node *file = newFormFile(std::move(parts));
-  const bool isWhole = file && (!isNamed || file->structs[TARN_FILE_BYTES]);
+  const bool isWhole = file && (!isNamed || file->child(TARN_FILE_BYTES));
   if (FormFiles::adopt(lists.files, file) != TARN_OK || !isWhole) markIncomplete(lists.request);
   return true;
 }

@@ -20,15 +20,15 @@ Node *requestIn(const TarnHandle *handle) { return nodeIn(handle, TARN_REQUEST_M
 
 FormLists listsOf(Node *request, const Body *body = nullptr) {
   if (!request) return {nullptr, nullptr, nullptr, body};
-  return {request, FormEntries::at(request->structs[TARN_REQUEST_ENTRIES]),
-          FormFiles::at(request->structs[TARN_REQUEST_FILES]), body};
+  return {request, FormEntries::at(request->child(TARN_REQUEST_ENTRIES)),
+          FormFiles::at(request->child(TARN_REQUEST_FILES)), body};
 }
 
 // CONTENT_TYPE alone chooses the parser, and URL-encoded text ends at its first zero byte, whatever the
 // length. Kept: quirks 2 and 13. Any object in the first slot counts as an environment.
 TarnStatus parseForm(Node *request, const char *input, size_t length, const Body *body = nullptr) {
   if (!input) return TARN_BAD_ARGUMENT;
-  if (!request || !request->structs[TARN_REQUEST_ENVIRONMENT]) return TARN_NO_ENVIRONMENT;
+  if (!request || !request->child(TARN_REQUEST_ENVIRONMENT)) return TARN_NO_ENVIRONMENT;
   const char *contentType = environmentVariable("CONTENT_TYPE");
   NodeArena arena;
   FormLists lists = listsOf(request, body);
@@ -100,9 +100,10 @@ TarnStatus Tarn_delete(TarnHandle *handle) {
   if (!request) return TARN_WRONG_TYPE;
   *handle = 0;
   // Each empties its slot, unless that holds something else, which is released with the node.
-  CgiEnv_delete(&request->structs[TARN_REQUEST_ENVIRONMENT]);
-  FormEntryList_delete(&request->structs[TARN_REQUEST_ENTRIES]);
-  FormFileList_delete(&request->structs[TARN_REQUEST_FILES]);
+  Slots &slots = request->slots();
+  CgiEnv_delete(&slots.structs[TARN_REQUEST_ENVIRONMENT]);
+  FormEntryList_delete(&slots.structs[TARN_REQUEST_ENTRIES]);
+  FormFileList_delete(&slots.structs[TARN_REQUEST_FILES]);
   destroyNode(request);
   return TARN_OK;
 }
@@ -133,7 +134,7 @@ uint32_t Tarn_isComplete(TarnHandle *handle) {
   for (const Node *part :
        {static_cast<const Node *>(request), environment, cookies,
         static_cast<const Node *>(lists.entries), static_cast<const Node *>(lists.files)}) {
-    if (part && part->incomplete) return 0;
+    if (part && isIncomplete(*part)) return 0;
   }
   return 1;
 }

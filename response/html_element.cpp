@@ -14,11 +14,11 @@ using Elements = NodeList<TARN_ELEMENT_LIST_MAGIC, TARN_ELEMENT_MAGIC, ElementsM
 Node *elementIn(const TarnHandle *handle) { return nodeIn(handle, TARN_ELEMENT_MAGIC); }
 
 Node *attributesOf(const Node &element) {
-  return Attributes::at(element.structs[TARN_ELEMENT_ATTRIBUTES]);
+  return Attributes::at(wholeNode(element).slots.structs[TARN_ELEMENT_ATTRIBUTES]);
 }
 
 Node *embeddedOf(const Node &element) {
-  return Elements::at(element.structs[TARN_ELEMENT_EMBEDDED]);
+  return Elements::at(wholeNode(element).slots.structs[TARN_ELEMENT_EMBEDDED]);
 }
 
 // Trees are walked without recursion, so that no depth can exhaust the stack. Elements still to be
@@ -33,7 +33,7 @@ void releaseContents(const Node &element, Node *&pending) {
   const Node *embedded = embeddedOf(element);
   for (uint32_t i = 0; i < Elements::count(embedded); ++i) {
     if (Node *child = Elements::ownedAt(embedded, i)) {
-      child->fixed = handleOf(pending);
+      wholeNode(*child).slots.fixed = handleOf(pending);
       pending = child;
     }
   }
@@ -44,7 +44,7 @@ void emptyTree(Node &top) {
   releaseContents(top, pending);
   emptyNode(top);
   while (Node *element = pending) {
-    pending = blockAt<Node>(element->fixed);
+    pending = blockAt<Node>(wholeNode(*element).slots.fixed);
     releaseContents(*element, pending);
     destroyNode(element);
   }
@@ -58,8 +58,8 @@ void destroyTree(Node *element) {
 enum PendingSlot : uint32_t { kNextPending, kSource };
 
 void copyLater(Node &copy, const Node &source, Node *&pending) {
-  copy.structs[kNextPending] = handleOf(pending);
-  copy.structs[kSource] = handleOf(&source);
+  wholeNode(copy).slots.structs[kNextPending] = handleOf(pending);
+  wholeNode(copy).slots.structs[kSource] = handleOf(&source);
   pending = &copy;
 }
 
@@ -67,14 +67,14 @@ void copyLater(Node &copy, const Node &source, Node *&pending) {
 Node *nextPending(Node *&pending, const Node *&source) {
   Node *copy = pending;
   if (copy) {
-    pending = blockAt<Node>(take(copy->structs[kNextPending]));
-    source = blockAt<const Node>(take(copy->structs[kSource]));
+    pending = blockAt<Node>(take(wholeNode(*copy).slots.structs[kNextPending]));
+    source = blockAt<const Node>(take(wholeNode(*copy).slots.structs[kSource]));
   }
   return copy;
 }
 
 TarnStatus copyAttributes(const Node &source, Node &copy) {
-  if (!source.structs[TARN_ELEMENT_ATTRIBUTES]) return TARN_OK;
+  if (!wholeNode(source).slots.structs[TARN_ELEMENT_ATTRIBUTES]) return TARN_OK;
   const Node *list = attributesOf(source);
   if (!list) return TARN_WRONG_TYPE;
   Node *made = nullptr;
@@ -85,7 +85,7 @@ TarnStatus copyAttributes(const Node &source, Node &copy) {
 
 // Gives the copy as many children as the source has, to be filled later.
 TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&pending) {
-  if (!source.structs[TARN_ELEMENT_EMBEDDED]) return TARN_OK;
+  if (!wholeNode(source).slots.structs[TARN_ELEMENT_EMBEDDED]) return TARN_OK;
   const Node *list = embeddedOf(source);
   if (!list) return TARN_WRONG_TYPE;
   Node *made = Elements::create();
@@ -101,9 +101,9 @@ TarnStatus copyEmbedded(const Node &source, Node &copy, Node *&pending) {
 }
 
 TarnStatus fillElement(Node &copy, const Node &source, Node *&pending) {
-  copy.ints[TARN_ELEMENT_NUMBER] = source.ints[TARN_ELEMENT_NUMBER];
-  setText(copy, TARN_ELEMENT_TEXT, copyText(source.strings[TARN_ELEMENT_TEXT]));
-  setText(copy, TARN_ELEMENT_NAME, copyText(source.strings[TARN_ELEMENT_NAME]));
+  setNumber(copy, TARN_ELEMENT_NUMBER, source.number(TARN_ELEMENT_NUMBER));
+  setText(copy, TARN_ELEMENT_TEXT, copyText(wholeNode(source).slots.strings[TARN_ELEMENT_TEXT]));
+  setText(copy, TARN_ELEMENT_NAME, copyText(wholeNode(source).slots.strings[TARN_ELEMENT_NAME]));
   const TarnStatus status = copyAttributes(source, copy);
   return status == TARN_OK ? copyEmbedded(source, copy, pending) : status;
 }
@@ -164,9 +164,9 @@ TarnStatus HTMLElement_clone(TarnHandle *source, TarnHandle *destination) {
 int HTMLElement_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = elementIn(a);
   const Node *right = elementIn(b);
-  return left && right
-             ? orderTexts(left->strings[TARN_ELEMENT_NAME], right->strings[TARN_ELEMENT_NAME])
-             : -1;
+  return left && right ? orderTexts(wholeNode(*left).slots.strings[TARN_ELEMENT_NAME],
+                                    wholeNode(*right).slots.strings[TARN_ELEMENT_NAME])
+                       : -1;
 }
 
 TarnStatus HTMLElement_setAttributes(TarnHandle *element, TarnHandle *attributes) {
@@ -186,7 +186,7 @@ TarnStatus HTMLElement_addAttribute(TarnHandle *element, TarnHandle *attribute) 
   Node *node = elementIn(element);
   if (!node) return TARN_WRONG_TYPE;
   if (!nodeIn(attribute, TARN_ATTRIBUTE_MAGIC)) return TARN_BAD_ARGUMENT;
-  TarnHandle &list = node->structs[TARN_ELEMENT_ATTRIBUTES];
+  TarnHandle &list = wholeNode(*node).slots.structs[TARN_ELEMENT_ATTRIBUTES];
   if (!list) setChild(*node, TARN_ELEMENT_ATTRIBUTES, Attributes::create());
   return list ? Attributes::add(&list, attribute) : TARN_BAD_ARGUMENT;
 }
@@ -208,7 +208,7 @@ TarnStatus HTMLElement_addElement(TarnHandle *element, TarnHandle *child) {
   Node *node = elementIn(element);
   if (!node) return TARN_WRONG_TYPE;
   if (!elementIn(child)) return TARN_BAD_ARGUMENT;
-  TarnHandle &list = node->structs[TARN_ELEMENT_EMBEDDED];
+  TarnHandle &list = wholeNode(*node).slots.structs[TARN_ELEMENT_EMBEDDED];
   if (!list) setChild(*node, TARN_ELEMENT_EMBEDDED, Elements::create());
   return Elements::add(&list, child);
 }

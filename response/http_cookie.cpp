@@ -43,8 +43,8 @@ TarnStatus HTTPCookie_init(TarnHandle *cookie, const char *name, const char *val
   emptyNode(*node);
   // This also empties the other slots, including the rendered text.
   for (uint32_t slot = 0; slot < kStringSlots; ++slot) setText(*node, slot, std::move(texts[slot]));
-  node->ints[TARN_COOKIE_MAX_AGE] = static_cast<uint32_t>(maxAge);
-  node->ints[TARN_COOKIE_SECURE] = static_cast<uint32_t>(secure);
+  setNumber(*node, TARN_COOKIE_MAX_AGE, static_cast<uint32_t>(maxAge));
+  setNumber(*node, TARN_COOKIE_SECURE, static_cast<uint32_t>(secure));
   return TARN_OK;
 }
 
@@ -53,10 +53,11 @@ int HTTPCookie_compare(TarnHandle *a, TarnHandle *b) {
   const Node *left = cookieIn(b);
   const Node *right = cookieIn(a);
   if (!left || !right) return 0;
-  const int byName = orderTexts(left->strings[TARN_COOKIE_NAME], right->strings[TARN_COOKIE_NAME]);
-  return byName != 0
-             ? byName
-             : orderTexts(left->strings[TARN_COOKIE_VALUE], right->strings[TARN_COOKIE_VALUE]);
+  const int byName = orderTexts(wholeNode(*left).slots.strings[TARN_COOKIE_NAME],
+                                wholeNode(*right).slots.strings[TARN_COOKIE_NAME]);
+  return byName != 0 ? byName
+                     : orderTexts(wholeNode(*left).slots.strings[TARN_COOKIE_VALUE],
+                                  wholeNode(*right).slots.strings[TARN_COOKIE_VALUE]);
 }
 
 long HTTPCookie_getMaxAge(TarnHandle *cookie) {
@@ -81,14 +82,16 @@ const char *HTTPCookie_toString(TarnHandle *cookie) {
   if (!node) return CGIgs_empty_string;
   char *text = nullptr;
   // One comma, after the domain; scripts parse this text. Kept: quirk 49.
-  tarn_asprintf(
-      &text,
-      "HTTPCookie{name=\"%s\";value=\"%s\";comment=\"%s\";domain=\"%s\",maxage=%ld;"
-      "path=\"%s\";secure=\"%s\"}",
-      printable(node->strings[TARN_COOKIE_NAME]), printable(node->strings[TARN_COOKIE_VALUE]),
-      printable(node->strings[TARN_COOKIE_COMMENT]), printable(node->strings[TARN_COOKIE_DOMAIN]),
-      HTTPCookie_getMaxAge(cookie), printable(node->strings[TARN_COOKIE_PATH]),
-      HTTPCookie_isSecure(cookie) ? "yes" : "no");
+  tarn_asprintf(&text,
+                "HTTPCookie{name=\"%s\";value=\"%s\";comment=\"%s\";domain=\"%s\",maxage=%ld;"
+                "path=\"%s\";secure=\"%s\"}",
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_NAME]),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_VALUE]),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_COMMENT]),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_DOMAIN]),
+                HTTPCookie_getMaxAge(cookie),
+                printable(wholeNode(*node).slots.strings[TARN_COOKIE_PATH]),
+                HTTPCookie_isSecure(cookie) ? "yes" : "no");
   setText(*node, TARN_COOKIE_RENDERED, copyText(text));
   return text ? text : CGIgs_empty_string;
 }

@@ -17,7 +17,7 @@ void clear(Node &header) {
 }
 
 void clearResponse(Node &header) {
-  if (const GenericList *lines = listAt(header.lists[TARN_RESPONSE_HEADER_LINES])) {
+  if (const GenericList *lines = listAt(header.list(TARN_RESPONSE_HEADER_LINES))) {
     for (uint32_t i = 0; i < lines->count; ++i) std::free(blockAt<char>(elementAt(*lines, i)));
   }
   clear(header);
@@ -97,7 +97,7 @@ TarnStatus HTTPResponseHeader_init(TarnHandle *header, const char *first, int nu
   OwnedText secondCopy = copyText(second);
   clearResponse(*node);
   setText(*node, TARN_RESPONSE_HEADER_FIRST, std::move(firstCopy));
-  node->ints[TARN_RESPONSE_HEADER_NUMBER] = static_cast<uint32_t>(number);
+  setNumber(*node, TARN_RESPONSE_HEADER_NUMBER, static_cast<uint32_t>(number));
   setText(*node, TARN_RESPONSE_HEADER_SECOND, std::move(secondCopy));
   return TARN_OK;
 }
@@ -110,11 +110,10 @@ TarnStatus HTTPResponseHeader_addHeader(TarnHandle *header, const char *line) {
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
   if (!line) return TARN_BAD_ARGUMENT;
-  if (!node->lists[TARN_RESPONSE_HEADER_LINES])
-    node->lists[TARN_RESPONSE_HEADER_LINES] = handleOf(newList());
+  TarnHandle &lines = wholeNode(*node).slots.lists[TARN_RESPONSE_HEADER_LINES];
+  if (!lines) lines = handleOf(newList());
   OwnedText copy = copyText(line);
-  const TarnStatus status =
-      append(listAt(node->lists[TARN_RESPONSE_HEADER_LINES]), handleOf(copy.get()));
+  const TarnStatus status = append(listAt(lines), handleOf(copy.get()));
   if (status == TARN_OK) (void)copy.release();
   return status;
 }
@@ -136,11 +135,11 @@ TarnStatus HTTPResponseHeader_addCookie(TarnHandle *header, TarnHandle *cookie) 
   Node *node = responseIn(header);
   if (!node) return TARN_WRONG_TYPE;
   if (!nodeIn(cookie, TARN_COOKIE_MAGIC)) return TARN_BAD_ARGUMENT;
-  if (node->structs[TARN_RESPONSE_HEADER_COOKIES])
-    return Cookies::add(&node->structs[TARN_RESPONSE_HEADER_COOKIES], cookie);
+  TarnHandle &list = wholeNode(*node).slots.structs[TARN_RESPONSE_HEADER_COOKIES];
+  if (list) return Cookies::add(&list, cookie);
   // A header without a list gets an empty one, and the cookie is lost. Kept: quirk 54.
   setChild(*node, TARN_RESPONSE_HEADER_COOKIES, Cookies::create());
-  return node->structs[TARN_RESPONSE_HEADER_COOKIES] ? TARN_OK : TARN_WRONG_TYPE;
+  return list ? TARN_OK : TARN_WRONG_TYPE;
 }
 
 TarnStatus MultiPartHeader_init(TarnHandle *header, const char *disposition, const char *name,

@@ -16,7 +16,7 @@ TEST(InternalHeaders, WorkBesideTheHeaderForCpp) {
   tarn::Element element("p", "text");
   const tarn::internal::Node *node = tarn::internal::nodeIn(element.handle(), TARN_ELEMENT_MAGIC);
   ASSERT_NE(nullptr, node);
-  EXPECT_STREQ("p", node->strings[TARN_ELEMENT_NAME]);
+  EXPECT_STREQ("p", node->text(TARN_ELEMENT_NAME));
 
   const tarn::internal::OwnedText decoded = tarn::internal::unescape("%41+b");
   EXPECT_STREQ("A b", decoded.get());

@@ -1,4 +1,5 @@
-// Debuggers and tools depend on the order of the fields of nodes and lists.
+// Debuggers and tools depend on the order of the fields of nodes and lists. A node that shares a block
+// has only its tag at its address; its slots are elsewhere, in the same order.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -13,16 +14,27 @@ constexpr size_t kWord = sizeof(uintptr_t);
 
 constexpr size_t aligned(size_t offset) { return (offset + kWord - 1) / kWord * kWord; }
 
+constexpr size_t offsetInNode(size_t offsetInSlots) {
+  return offsetof(WholeNode, slots) + offsetInSlots;
+}
+
 TEST(NodeLayout, HasItsFieldsInTheDocumentedOrder) {
   EXPECT_EQ(0U, offsetof(Node, magic));
-  EXPECT_EQ(kWord, offsetof(Node, lists));
-  EXPECT_EQ(offsetof(Node, lists) + 2 * kWord, offsetof(Node, structs));
-  EXPECT_EQ(offsetof(Node, structs) + 3 * kWord, offsetof(Node, childMagics));
-  EXPECT_EQ(aligned(offsetof(Node, childMagics) + 3 * 4), offsetof(Node, strings));
-  EXPECT_EQ(offsetof(Node, strings) + 8 * kWord, offsetof(Node, ints));
-  EXPECT_EQ(offsetof(Node, ints) + 3 * 4, offsetof(Node, doubleValue));
-  EXPECT_EQ(aligned(offsetof(Node, doubleValue) + 4), offsetof(Node, fixed));
-  EXPECT_GE(sizeof(Node), offsetof(Node, fixed) + kWord);
+  EXPECT_EQ(0U, offsetof(WholeNode, node));
+  EXPECT_EQ(kWord, offsetInNode(offsetof(Slots, lists)));
+  EXPECT_EQ(offsetof(Slots, lists) + 2 * kWord, offsetof(Slots, structs));
+  EXPECT_EQ(offsetof(Slots, structs) + 3 * kWord, offsetof(Slots, childMagics));
+  EXPECT_EQ(aligned(offsetInNode(offsetof(Slots, childMagics)) + 3 * 4),
+            offsetInNode(offsetof(Slots, strings)));
+  EXPECT_EQ(offsetof(Slots, strings) + 8 * kWord, offsetof(Slots, ints));
+  EXPECT_EQ(offsetof(Slots, ints) + 3 * 4, offsetof(Slots, doubleValue));
+  EXPECT_EQ(aligned(offsetInNode(offsetof(Slots, doubleValue)) + 4),
+            offsetInNode(offsetof(Slots, fixed)));
+  EXPECT_GE(sizeof(WholeNode), offsetInNode(offsetof(Slots, fixed)) + kWord);
+}
+
+TEST(NodeLayout, OfANodeInASharedBlockBeginsWithTheTagToo) {
+  EXPECT_EQ(0U, offsetof(ShortNode, node));
 }
 
 TEST(GenericListLayout, HasItsFieldsInTheDocumentedOrder) {
@@ -40,7 +52,7 @@ TEST(StringLayout, HasItsFieldsInTheDocumentedOrder) {
 
 // The same for the string's tag: the node is an empty string without a buffer.
 TEST(StringLayout, FitsIntoANodeWithItsTag) {
-  ASSERT_LE(sizeof(String), sizeof(Node));
+  ASSERT_LE(sizeof(String), sizeof(WholeNode));
   TarnHandle handle = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&handle, TARN_STRING_MAGIC));
   EXPECT_EQ(0U, TARNString_length(&handle));
@@ -53,7 +65,7 @@ TEST(StringLayout, FitsIntoANodeWithItsTag) {
 // List operations treat a node created by CGIgs_new() with the list's tag as a list. The node is
 // large enough, and because it is all zeros the list is empty.
 TEST(GenericListLayout, FitsIntoANodeWithItsTag) {
-  ASSERT_LE(sizeof(GenericList), sizeof(Node));
+  ASSERT_LE(sizeof(GenericList), sizeof(WholeNode));
   TarnHandle handle = 0;
   ASSERT_EQ(TARN_OK, CGIgs_new(&handle, TARN_GENERIC_LIST_MAGIC));
   EXPECT_EQ(TARN_OK, TARNGenericList_addDatum(&handle, 7));
