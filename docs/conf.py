@@ -11,7 +11,7 @@ from sphinx import addnodes
 
 DOCS = Path(__file__).resolve().parent
 sys.path.insert(0, str(DOCS))
-import sources  # noqa: E402  pylint: disable=wrong-import-position
+import sources  # noqa: E402
 
 project = "Tarn"
 release = os.environ.get("TARN_RELEASE", "")

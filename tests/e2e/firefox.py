@@ -48,8 +48,8 @@ class Firefox:
             f"user_pref({json.dumps(k)}, {json.dumps(v)});\n" for k, v in PREFERENCES.items()
         )
         (profile / "user.js").write_text("".join(settings), encoding="utf-8")
-        self._log = open(Path(self._home.name, "log"), "wb")  # pylint: disable=R1732
-        self._process = subprocess.Popen(  # pylint: disable=R1732
+        self._log = open(Path(self._home.name, "log"), "wb")
+        self._process = subprocess.Popen(
             [*START, "--profile", profile],
             env=os.environ | {"HOME": self._home.name, "TMPDIR": self._home.name},
             stdin=subprocess.DEVNULL,

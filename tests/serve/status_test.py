@@ -685,7 +685,7 @@ class Clients(unittest.TestCase):
             try:
                 for _ in range(30):
                     metrics_of(service)
-            except Exception as error:  # pylint: disable=broad-except
+            except Exception as error:
                 problems.append(error)
 
         with Service(*STATUS) as service:

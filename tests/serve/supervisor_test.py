@@ -657,7 +657,7 @@ class Reload(unittest.TestCase):
                         problems.append((word, answer))
                     seen.add(answer.body[:16])
                 client.socket.close()
-            except Exception as error:  # pylint: disable=broad-except
+            except Exception as error:
                 problems.append((number, error))
 
         with Service("--queue", "100", program=self.program.path) as service:
