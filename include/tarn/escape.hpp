@@ -3,7 +3,6 @@
 #define TARN_ESCAPE_HPP
 
 #include <cstddef>
-#include <cstdio>
 #include <string_view>
 
 #include "characters.hpp"
@@ -144,8 +143,9 @@ inline void put_json(Buffer &out, std::string_view text) noexcept {
     if (!is_control(character) && !is_among(character[0], "\"\\<>&'")) return {};
     // All of these are below U+00A0, where the last byte is the code point.
     const auto number = static_cast<unsigned char>(character.back());
-    std::snprintf(escape, sizeof escape, "\\u%04x", number);
-    return escape;
+    escape[4] = "0123456789abcdef"[number >> 4U];
+    escape[5] = "0123456789abcdef"[number & 15U];
+    return {escape, 6};
   });
   out << "\"";
 }
@@ -159,6 +159,13 @@ Text escaped(std::string_view text) noexcept {
   return out.take();
 }
 
+// Of a null pointer, such as an unset variable of getenv(), there is no view.
+template <Put kPut>
+Text escaped(const char *text) noexcept {
+  if (text == nullptr) return Text::refused("text is a null pointer");
+  return escaped<kPut>(std::string_view(text));
+}
+
 }  // namespace detail
 
 /** Escapes a text for HTML that you write yourself: between tags, or in an attribute value in single
@@ -168,10 +175,16 @@ Text escaped(std::string_view text) noexcept {
 [[nodiscard]] inline Text escape_html(std::string_view text) noexcept {
   return detail::escaped<detail::put_html>(text);
 }
+[[nodiscard]] inline Text escape_html(const char *text) noexcept {
+  return detail::escaped<detail::put_html>(text);
+}
 
 /** Escapes a text for an attribute value with or without quotes. An empty text needs quotes.
  *  Otherwise as escape_html(). */
 [[nodiscard]] inline Text escape_attribute(std::string_view text) noexcept {
+  return detail::escaped<detail::put_attribute>(text);
+}
+[[nodiscard]] inline Text escape_attribute(const char *text) noexcept {
   return detail::escaped<detail::put_attribute>(text);
 }
 
@@ -179,6 +192,9 @@ Text escaped(std::string_view text) noexcept {
  *  letters, digits, "-", ".", "_" and "~" becomes a "%" and two digits. unescapeString() reverses
  *  it. */
 [[nodiscard]] inline Text escape_url(std::string_view text) noexcept {
+  return detail::escaped<detail::put_url>(text);
+}
+[[nodiscard]] inline Text escape_url(const char *text) noexcept {
   return detail::escaped<detail::put_url>(text);
 }
 
@@ -192,12 +208,18 @@ Text escaped(std::string_view text) noexcept {
 [[nodiscard]] inline Text escape_path(std::string_view text) noexcept {
   return detail::escaped<detail::put_path>(text);
 }
+[[nodiscard]] inline Text escape_path(const char *text) noexcept {
+  return detail::escaped<detail::put_path>(text);
+}
 
 /** Turns a text into a string of JSON and JavaScript, with its quotation marks. It is safe inside a
  *  script element, and in an attribute value in single quotes: between its quotation marks, no
  *  character has a meaning in HTML.
  *  Invalid UTF-8 becomes U+FFFD. */
 [[nodiscard]] inline Text escape_json(std::string_view text) noexcept {
+  return detail::escaped<detail::put_json>(text);
+}
+[[nodiscard]] inline Text escape_json(const char *text) noexcept {
   return detail::escaped<detail::put_json>(text);
 }
 

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "adopt.hpp"
+#include "argument.hpp"
 #include "characters.hpp"
 
 namespace tarn {
@@ -116,6 +117,8 @@ class Path {
   /** Views a path, which must outlive the segments. */
   explicit Path(std::string_view path) noexcept
       : path_(path), plain_(detail::or_empty(detail::plain_path(path))) {}
+  template <class Text, class = detail::IfOwning<Text>>
+  explicit Path(Text &&) = delete;
 
   /** Tells whether the path is plain: it is empty, or begins with "/", and no segment is empty, "." or
    *  "..". */

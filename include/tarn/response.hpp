@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include "argument.hpp"
 #include "conditions.hpp"
 #include "html.hpp"
 #include "set_cookie.hpp"
@@ -191,11 +192,11 @@ class Response {
   }
 
   /** Sets the content type, in place of the default of the function that sends the body. */
-  Response &content_type(std::string_view type) &noexcept {
-    if (type.empty() || !detail::all_of(type, detail::is_in_header)) {
+  Response &content_type(const detail::TextArgument &type) &noexcept {
+    if (type.view().empty() || !detail::all_of(type.view(), detail::is_in_header)) {
       return refuse("invalid content type");
     }
-    return keep(type_, {type});
+    return keep(type_, {type.view()});
   }
 
   /** Redirects the browser to a page of this site.
@@ -206,9 +207,10 @@ class Response {
    *  @param path  with the query, if any; begins with one "/", in ASCII as in a URL
    *  @param code  301, 302, 303, 307 or 308; with 303, the browser does not send a form again
    */
-  Response &redirect(std::string_view path, int code = 303) &noexcept {
-    if (!detail::is_local_path(path)) return refuse("redirect path must start with a single '/'");
-    return redirect_to(path, code);
+  Response &redirect(const detail::TextArgument &path, int code = 303) &noexcept {
+    if (!detail::is_local_path(path.view()))
+      return refuse("redirect path must start with a single '/'");
+    return redirect_to(path.view(), code);
   }
 
   /** Redirects the browser to any site. Never pass a URL that a visitor sent.
@@ -216,29 +218,30 @@ class Response {
    *  @param url   begins with "http://" or "https://" and a host; otherwise as for redirect()
    *  @param code  as for redirect()
    */
-  Response &redirect_away(std::string_view url, int code = 303) &noexcept {
-    if (!detail::has_http_host(url)) {
+  Response &redirect_away(const detail::TextArgument &url, int code = 303) &noexcept {
+    if (!detail::has_http_host(url.view())) {
       return refuse("redirect URL must start with http:// or https:// and a host");
     }
-    return redirect_to(url, code);
+    return redirect_to(url.view(), code);
   }
 
   /** Adds a header. Headers that another function here or the server writes are refused.
    *
    *  @param name   letters, digits and any of "!#$%&'*+-.^_`|~"
-   *  @param value  without control characters other than tabs
+   *  @param value  without control characters other than tabs; or a whole number
    */
-  Response &header(std::string_view name, std::string_view value) &noexcept {
-    if (name.empty() || !detail::all_of(name, detail::is_token)) {
+  Response &header(const detail::TextArgument &name, const detail::TextArgument &value) &noexcept {
+    if (name.view().empty() || !detail::all_of(name.view(), detail::is_token)) {
       return refuse("invalid header name");
     }
-    if (detail::is_one_of(name, detail::kReservedHeaders)) {
+    if (!value) return refuse("header value is a null pointer");
+    if (detail::is_one_of(name.view(), detail::kReservedHeaders)) {
       return refuse("header() cannot add a header that Response or the server writes");
     }
-    if (!detail::all_of(value, detail::is_in_header)) {
+    if (!detail::all_of(value.view(), detail::is_in_header)) {
       return refuse("header value contains a control character");
     }
-    lines_ << name << ": " << value << "\r\n";
+    lines_ << name.view() << ": " << value.view() << "\r\n";
     return *this;
   }
 
@@ -256,17 +259,19 @@ class Response {
   Response &no_referrer() &noexcept { return header("Referrer-Policy", "no-referrer"); }
 
   /** Limits what the page may load and run: `default-src 'self'` and the like. */
-  Response &content_security_policy(std::string_view policy) &noexcept {
+  Response &content_security_policy(const detail::TextArgument &policy) &noexcept {
     return header("Content-Security-Policy", policy);
   }
 
   /** Names the language of the body: `en`. */
-  Response &content_language(std::string_view tag) &noexcept {
+  Response &content_language(const detail::TextArgument &tag) &noexcept {
     return header("Content-Language", tag);
   }
 
   /** Lists the methods that the script accepts: `GET, POST`. Status 405 requires it. */
-  Response &allow(std::string_view methods) &noexcept { return header("Allow", methods); }
+  Response &allow(const detail::TextArgument &methods) &noexcept {
+    return header("Allow", methods);
+  }
 
   /** Tells when the content was last changed. The last call counts. */
   Response &last_modified(std::time_t when) &noexcept {
@@ -285,12 +290,14 @@ class Response {
    *  counts.
    *
    *  @param tag  without its quotation marks */
-  Response &etag(std::string_view tag) &noexcept { return set_etag("ETag: \"", tag); }
+  Response &etag(const detail::TextArgument &tag) &noexcept { return set_etag("ETag: \"", tag); }
 
   /** Identifies versions of the content that mean the same, although their bytes may differ.
    *
    *  @param tag  without "W/" and its quotation marks */
-  Response &weak_etag(std::string_view tag) &noexcept { return set_etag("ETag: W/\"", tag); }
+  Response &weak_etag(const detail::TextArgument &tag) &noexcept {
+    return set_etag("ETag: W/\"", tag);
+  }
 
   /** Makes the browser save the body under this name. The last call counts.
    *
@@ -298,9 +305,10 @@ class Response {
    *               control characters, and those that end a line or turn the direction of writing,
    *               become "_". If it is empty, the browser finds a name itself. */
   template <class Self = Response>
-  Self &attachment(std::string_view name) &noexcept {
+  Self &attachment(const detail::TextArgument &name) &noexcept {
     using namespace detail;
-    const Text whole = escaped<put_file_name>(name);
+    if (!name) return refuse("file name is a null pointer");
+    const Text whole = escaped<put_file_name>(name.view());
     const Text ascii = escaped<put_ascii_name>(whole.view());
     const Text encoded = escape_url(whole.view());
     refuse(whole.problem()).refuse(ascii.problem()).refuse(encoded.problem());
@@ -328,32 +336,38 @@ class Response {
 
   // The same on a response without a name, so that a function can return it.
   Response status(int code) &&noexcept { return std::move(status(code)); }
-  Response content_type(std::string_view type) &&noexcept { return std::move(content_type(type)); }
-  Response redirect(std::string_view path, int code = 303) &&noexcept {
+  Response content_type(const detail::TextArgument &type) &&noexcept {
+    return std::move(content_type(type));
+  }
+  Response redirect(const detail::TextArgument &path, int code = 303) &&noexcept {
     return std::move(redirect(path, code));
   }
-  Response redirect_away(std::string_view url, int code = 303) &&noexcept {
+  Response redirect_away(const detail::TextArgument &url, int code = 303) &&noexcept {
     return std::move(redirect_away(url, code));
   }
-  Response header(std::string_view name, std::string_view value) &&noexcept {
+  Response header(const detail::TextArgument &name, const detail::TextArgument &value) &&noexcept {
     return std::move(header(name, value));
   }
   Response no_store() &&noexcept { return std::move(no_store()); }
   Response nosniff() &&noexcept { return std::move(nosniff()); }
   Response deny_framing() &&noexcept { return std::move(deny_framing()); }
   Response no_referrer() &&noexcept { return std::move(no_referrer()); }
-  Response content_security_policy(std::string_view policy) &&noexcept {
+  Response content_security_policy(const detail::TextArgument &policy) &&noexcept {
     return std::move(content_security_policy(policy));
   }
-  Response content_language(std::string_view tag) &&noexcept {
+  Response content_language(const detail::TextArgument &tag) &&noexcept {
     return std::move(content_language(tag));
   }
-  Response allow(std::string_view methods) &&noexcept { return std::move(allow(methods)); }
+  Response allow(const detail::TextArgument &methods) &&noexcept {
+    return std::move(allow(methods));
+  }
   Response last_modified(std::time_t when) &&noexcept { return std::move(last_modified(when)); }
-  Response etag(std::string_view tag) &&noexcept { return std::move(etag(tag)); }
-  Response weak_etag(std::string_view tag) &&noexcept { return std::move(weak_etag(tag)); }
+  Response etag(const detail::TextArgument &tag) &&noexcept { return std::move(etag(tag)); }
+  Response weak_etag(const detail::TextArgument &tag) &&noexcept {
+    return std::move(weak_etag(tag));
+  }
   template <class Self = Response>
-  Self attachment(std::string_view name) &&noexcept {
+  Self attachment(const detail::TextArgument &name) &&noexcept {
     return std::move(attachment(name));
   }
   Response cookie(const SetCookie &cookie) &&noexcept { return std::move(this->cookie(cookie)); }
@@ -370,10 +384,10 @@ class Response {
     return send_as(detail::kHtml, body.view());
   }
   /** Sends a response without content, such as a redirect. @return as for a page */
-  [[nodiscard]] bool send() noexcept { return send_text({}); }
+  [[nodiscard]] bool send() noexcept { return send_text(""); }
   /** Sends a text, as text/plain in UTF-8. @return as for a page */
-  [[nodiscard]] bool send_text(std::string_view text) noexcept {
-    return send_as(detail::kPlainText, text);
+  [[nodiscard]] bool send_text(const detail::TextArgument &text) noexcept {
+    return send_given(detail::kPlainText, text);
   }
   /** Sends JSON, as application/json.
    *
@@ -384,8 +398,8 @@ class Response {
     return send_as("application/json", json.view());
   }
   /** Sends bytes, as application/octet-stream. @return as for a page */
-  [[nodiscard]] bool send_bytes(std::string_view bytes) noexcept {
-    return send_as("application/octet-stream", bytes);
+  [[nodiscard]] bool send_bytes(const detail::TextArgument &bytes) noexcept {
+    return send_given("application/octet-stream", bytes);
   }
 
   /** Sends a page for an error: its status, a title with the reason, and a sentence. Caches must not
@@ -400,7 +414,8 @@ class Response {
    *  @param text  is escaped as every text in a page
    *  @return as for a page */
   template <class Sent = bool>
-  [[nodiscard]] Sent send_error(int code, std::string_view text = {}) noexcept {
+  [[nodiscard]] Sent send_error(int code, const detail::TextArgument &text = "") noexcept {
+    if (!text) refuse(kNoText);
     if (code < 400) refuse("send_error() takes 400 to 599");
     status(code).no_store();
     for (Text *const kept : {&type_, &etag_, &modified_, &disposition_}) {
@@ -412,7 +427,7 @@ class Response {
     std::snprintf(digits, sizeof digits, "%d ", code);
     title << digits << reason;
     Element body("body", Element("h1", reason));
-    if (!text.empty()) body.add(Element("p", text));
+    if (!text.view().empty()) body.add(Element("p", text.view()));
     const Text said = title.take();
     return send(Element("html", Attribute("lang", "en"),
                         Element("head", Element("title", said.view())), std::move(body)));
@@ -479,9 +494,9 @@ class Response {
     return header(name, value);
   }
 
-  Response &set_etag(std::string_view beginning, std::string_view tag) noexcept {
-    if (!detail::all_of(tag, detail::is_in_tag)) return refuse("invalid etag");
-    return keep(etag_, {beginning, tag, "\"\r\n"});
+  Response &set_etag(std::string_view beginning, const detail::TextArgument &tag) noexcept {
+    if (!tag || !detail::all_of(tag.view(), detail::is_in_tag)) return refuse("invalid etag");
+    return keep(etag_, {beginning, tag.view(), "\"\r\n"});
   }
 
   Response &redirect_to(std::string_view url, int code) noexcept {
@@ -501,11 +516,17 @@ class Response {
     return refuse(place.problem());
   }
 
+  bool send_given(std::string_view type, const detail::TextArgument &body) noexcept {
+    if (!body) refuse(kNoText);
+    return send_as(type, body.view());
+  }
+
   bool send_as(std::string_view type, std::string_view body) noexcept {
     if (begin(type, body.size())) put(body);
     return end();
   }
 
+  static constexpr const char *kNoText = "text is a null pointer";
   // A body that ends with the output.
   static constexpr std::uint64_t kUnknownSize = UINT64_MAX;
 

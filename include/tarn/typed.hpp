@@ -125,6 +125,10 @@ class Choice {
   /** A value and what the visitor reads. */
   constexpr Choice(std::string_view value, std::string_view label) noexcept
       : value_(value), label_(label) {}
+  // A choice is a view of both.
+  template <class Value, class Label,
+            class = std::enable_if_t<detail::kIsOwning<Value> || detail::kIsOwning<Label>>>
+  Choice(Value &&, Label &&) = delete;
 
   /** What the browser sends. */
   constexpr std::string_view value() const noexcept { return value_; }

@@ -218,6 +218,18 @@ TEST(Text, IsEmptyAndTellsTheProblemIfRefused) {
   EXPECT_STREQ("because", refused.problem());
 }
 
+// As that of an unset variable is.
+TEST(Text, IsRefusedIfItIsMadeFromANullPointer) {
+  const char *const unset = std::getenv("TARN_TEST_UNSET");
+  ASSERT_EQ(nullptr, unset);
+  EXPECT_FALSE(tarn::escape_html(unset));
+  EXPECT_FALSE(tarn::escape_attribute(unset));
+  EXPECT_FALSE(tarn::escape_url(unset));
+  EXPECT_FALSE(tarn::escape_path(unset));
+  EXPECT_STREQ("text is a null pointer", tarn::escape_json(unset).problem());
+  EXPECT_TRUE(tarn::escape_html(std::string_view()));
+}
+
 TEST(Text, IsCompleteOrAbsentWhenAnAllocationFails) {
   const std::string text(1000, '<');
   const std::string whole = inHtml(text);

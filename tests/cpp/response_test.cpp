@@ -721,6 +721,34 @@ TEST(SetCookie, CopiesTemporaryStrings) {
   EXPECT_EQ("Set-Cookie: n=5; Path=/; HttpOnly; SameSite=Lax\r\n", cookie(SetCookie("n", 5)));
 }
 
+// As that of an unset variable is.
+TEST(CppResponse, IsRefusedIfATextIsANullPointer) {
+  const char *const unset = std::getenv("TARN_TEST_UNSET");
+  ASSERT_EQ(nullptr, unset);
+  using Use = void (*)(Response &, const char *);
+  constexpr Use kUses[] = {
+      [](Response &response, const char *text) { response.header("X-A", text); },
+      [](Response &response, const char *text) { response.header(text, "a"); },
+      [](Response &response, const char *text) { response.content_type(text); },
+      [](Response &response, const char *text) { response.redirect(text); },
+      [](Response &response, const char *text) { response.redirect_away(text); },
+      [](Response &response, const char *text) { response.content_security_policy(text); },
+      [](Response &response, const char *text) { response.content_language(text); },
+      [](Response &response, const char *text) { response.allow(text); },
+      [](Response &response, const char *text) { response.etag(text); },
+      [](Response &response, const char *text) { response.weak_etag(text); },
+      [](Response &response, const char *text) { response.attachment(text); },
+      [](Response &response, const char *text) { EXPECT_FALSE(response.send_text(text)); },
+      [](Response &response, const char *text) { EXPECT_FALSE(response.send_bytes(text)); },
+      [](Response &response, const char *text) { EXPECT_FALSE(response.send_error(404, text)); }};
+  for (const Use use : kUses) {
+    Output out;
+    Response response(out);
+    use(response, unset);
+    EXPECT_NE(nullptr, response.problem()) << &use - kUses;
+  }
+}
+
 TEST(SetCookie, IsRefusedIfATextIsMissing) {
   const char *const unset = std::getenv("TARN_TEST_UNSET");
   const std::string problem = "cookie has a text that is a null pointer or could not be copied";
