@@ -175,6 +175,7 @@ Text escaped(const char *text) noexcept {
 [[nodiscard]] inline Text escape_html(std::string_view text) noexcept {
   return detail::escaped<detail::put_html>(text);
 }
+/** The same. If the text is a null pointer, the result is false and has a problem. */
 [[nodiscard]] inline Text escape_html(const char *text) noexcept {
   return detail::escaped<detail::put_html>(text);
 }
@@ -184,6 +185,7 @@ Text escaped(const char *text) noexcept {
 [[nodiscard]] inline Text escape_attribute(std::string_view text) noexcept {
   return detail::escaped<detail::put_attribute>(text);
 }
+/** The same. If the text is a null pointer, the result is false and has a problem. */
 [[nodiscard]] inline Text escape_attribute(const char *text) noexcept {
   return detail::escaped<detail::put_attribute>(text);
 }
@@ -194,6 +196,7 @@ Text escaped(const char *text) noexcept {
 [[nodiscard]] inline Text escape_url(std::string_view text) noexcept {
   return detail::escaped<detail::put_url>(text);
 }
+/** The same. If the text is a null pointer, the result is false and has a problem. */
 [[nodiscard]] inline Text escape_url(const char *text) noexcept {
   return detail::escaped<detail::put_url>(text);
 }
@@ -208,6 +211,7 @@ Text escaped(const char *text) noexcept {
 [[nodiscard]] inline Text escape_path(std::string_view text) noexcept {
   return detail::escaped<detail::put_path>(text);
 }
+/** The same. If the text is a null pointer, the result is false and has a problem. */
 [[nodiscard]] inline Text escape_path(const char *text) noexcept {
   return detail::escaped<detail::put_path>(text);
 }
@@ -219,6 +223,7 @@ Text escaped(const char *text) noexcept {
 [[nodiscard]] inline Text escape_json(std::string_view text) noexcept {
   return detail::escaped<detail::put_json>(text);
 }
+/** The same. If the text is a null pointer, the result is false and has a problem. */
 [[nodiscard]] inline Text escape_json(const char *text) noexcept {
   return detail::escaped<detail::put_json>(text);
 }
