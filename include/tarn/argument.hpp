@@ -105,6 +105,9 @@ class TextArgument {
   TextArgument(const char (&literal)[kSize]) noexcept {  // NOLINT(google-explicit-constructor)
     set(static_cast<const char *>(literal));
   }
+  // Of a braced list, as in `{bytes, size}`.
+  // cppcheck-suppress uninitMemberVar
+  TextArgument(const char *text, std::size_t size) noexcept { set({text, size}); }
   TextArgument(std::nullptr_t) = delete;
   TextArgument(const TextArgument &) = delete;
   TextArgument &operator=(const TextArgument &) = delete;

@@ -111,8 +111,9 @@ inline constexpr std::string_view kHtml = "text/html; charset=utf-8";
 
 // Other functions of Response, or the server, write these.
 inline constexpr std::string_view kReservedHeaders[] = {
-    "Connection"sv, "Content-Length"sv, "Content-Type"sv,     "Location"sv,
-    "Set-Cookie"sv, "Status"sv,         "Transfer-Encoding"sv};
+    "Connection"sv, "Content-Disposition"sv, "Content-Length"sv, "Content-Type"sv,
+    "ETag"sv,       "Last-Modified"sv,       "Location"sv,       "Set-Cookie"sv,
+    "Status"sv,     "Transfer-Encoding"sv};
 
 // Characters that make the rest of a file name read backwards, which hides its extension, and
 // characters that end a line.
@@ -225,7 +226,9 @@ class Response {
     return redirect_to(url.view(), code);
   }
 
-  /** Adds a header. Headers that another function here or the server writes are refused.
+  /** Adds a header. Content-Type, Content-Length, Content-Disposition, ETag, Last-Modified, Location and
+   *  Set-Cookie are refused, because other functions write them; Status, Connection and
+   *  Transfer-Encoding, because the server does.
    *
    *  @param name   letters, digits and any of "!#$%&'*+-.^_`|~"
    *  @param value  without control characters other than tabs; or a whole number
@@ -560,7 +563,7 @@ class Response {
   // Without a Status line the server assumes 200, and is still free to send 304 instead.
   bool write_header(int status, std::string_view type,
                     std::initializer_list<std::string_view> lines, std::uint64_t size) noexcept {
-    const bool has_body = status != 204 && status != 304;
+    const bool has_body = status != 204 && status != 205 && status != 304;
     if (status != 200) std::fprintf(out_, "Status: %d %s\r\n", status, detail::reason_for(status));
     if (has_body) {
       put("Content-Type: ");

@@ -264,6 +264,7 @@ TEST(Response, UsesTheLastStatus) {
 
 TEST(Response, SendsNoContentIfTheStatusForbidsIt) {
   const std::pair<int, std::string> kCases[] = {{204, "Status: 204 No Content\r\nX: 1\r\n\r\n"},
+                                                {205, "Status: 205 Reset Content\r\nX: 1\r\n\r\n"},
                                                 {304, "Status: 304 Not Modified\r\nX: 1\r\n\r\n"}};
   for (const auto &[status, answer] : kCases) {
     Output out;
@@ -406,7 +407,8 @@ TEST(Response, RefusesLineEndsInHeaderValues) {
 
 TEST(Response, RefusesHeadersThatResponseOrTheServerWrites) {
   for (const char *name : {"Status", "Content-Type", "Location", "Set-Cookie", "Content-Length",
-                           "Connection", "Transfer-Encoding", "status", "SET-COOKIE"}) {
+                           "Connection", "Transfer-Encoding", "status", "SET-COOKIE", "ETag",
+                           "last-modified", "Content-Disposition"}) {
     EXPECT_EQ("header() cannot add a header that Response or the server writes",
               problemOfHeader(name, "v"))
         << name;
