@@ -227,6 +227,8 @@ inline const Slots *Node::usedSlots() const {
   return isWithoutSlots() ? nullptr : &slotsBehind(shortNode(*this));
 }
 
+// What it returns is to be changed.
+// NOLINTNEXTLINE(readability-make-member-function-const)
 inline Slots &Node::slots() {
   if (!isShort()) return wholeNode(*this).slots;
   return isWithoutSlots() ? useSlots(shortNode(*this)) : slotsBehind(shortNode(*this));
