@@ -78,11 +78,13 @@ T take(T &slot) {
   return std::exchange(slot, T{});
 }
 
+// Keeps the compiler from removing an allocation that nothing else uses, as clang does.
+inline void keepAllocation(const void *block) { __asm__ volatile("" : : "r"(block) : "memory"); }
+
 // Leaves a block allocated to the end of the process. A comment at every call says why; a block lost
-// in any other way is a leak, and the leak sanitizer reports it. The empty instruction keeps the
-// compiler from removing an allocation that nothing else uses.
+// in any other way is a leak, and the leak sanitizer reports it.
 inline void abandon(const void *block) {
-  __asm__ volatile("" : : "r"(block) : "memory");
+  keepAllocation(block);
 #ifdef TARN_LEAK_SANITIZER
   if (block) __lsan_ignore_object(block);
 #endif

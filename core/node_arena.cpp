@@ -14,7 +14,7 @@
 namespace tarn::internal {
 namespace {
 
-// Like blocks from malloc(), nodes begin at multiples of this many bytes.
+// Like blocks from malloc() with 64 bits, nodes begin at multiples of this many bytes.
 constexpr uint32_t kAlignment = 16;
 
 // A form of fewer nodes takes no shared blocks, so that it allocates no more than it needs.

@@ -91,6 +91,7 @@ TarnStatus Tarn_new(TarnHandle *handle) {
   static_assert(TARN_NO_ENVIRONMENT < 10 && TARN_NOT_IMPLEMENTED < 10);
   if (const OwnedText trace = newText(kTrace.size() + 1)) {
     copyTo(trace.get(), kTrace)[-1] = static_cast<char>('0' + status);
+    keepAllocation(trace.get());
   }
   return status;
 }
