@@ -226,7 +226,7 @@ Kind quick_kind_of(std::string_view name) noexcept {
 template <class = void>
 Kind kind_of(std::string_view name) noexcept {
   const Kind kind = quick_kind_of(name);
-  if (kind != Kind::kUnknown) return kind;
+  if (!same(kind, Kind::kUnknown)) return kind;
   if (is_listed(name, kTexts)) return Kind::kText;
   return is_listed(name, kIds) ? Kind::kId : Kind::kUnknown;
 }

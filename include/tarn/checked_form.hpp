@@ -77,9 +77,9 @@ class CheckedForm {
    *          form was submitted
    */
   std::optional<std::string_view> operator[](const detail::Name &name) const noexcept {
-    if (!is_submitted_) return std::nullopt;
+    if (!is_submitted_) return {};
     const std::optional<std::string_view> text = sent_[name];
-    if (!text) return std::nullopt;
+    if (!text) return {};
     return detail::trimmed(*text);
   }
   void operator[](int) const = delete;
@@ -122,7 +122,7 @@ class CheckedForm {
   template <class Sentence = std::string_view>
   std::optional<Sentence> sentence(const char *name) const noexcept {
     const Named *const found = find(wrong_, name);
-    if (found == nullptr) return std::nullopt;
+    if (found == nullptr) return {};
     return found->text;
   }
 

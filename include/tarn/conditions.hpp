@@ -248,7 +248,7 @@ struct Conditions {
   static Conditions of_request() noexcept {
     const auto header = [](const char *name) -> Header {
       const char *const value = std::getenv(name);
-      if (value == nullptr) return std::nullopt;
+      if (value == nullptr) return {};
       return std::string_view(value);
     };
     return {header("HTTP_IF_MATCH"),      header("HTTP_IF_UNMODIFIED_SINCE"),

@@ -90,7 +90,7 @@ class Environment : public detail::NodeView<TARN_ENVIRONMENT_MAGIC> {
    */
   std::optional<std::string_view> body() const noexcept {
     const std::string_view bytes = detail::bytes_of(child_in(TARN_ENVIRONMENT_BODY));
-    if (bytes.empty()) return std::nullopt;
+    if (bytes.empty()) return {};
     return bytes;
   }
 

@@ -155,7 +155,7 @@ namespace detail {
 
 inline std::optional<std::string_view> optional_bytes(const void *bytes,
                                                       std::uint64_t size) noexcept {
-  if (bytes == nullptr) return std::nullopt;
+  if (bytes == nullptr) return {};
   return std::string_view(static_cast<const char *>(bytes), static_cast<std::size_t>(size));
 }
 

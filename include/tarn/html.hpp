@@ -177,7 +177,7 @@ class Renderer {
       if (!element.children().empty()) return "text contains elements";
       return put_text(text, element.is_raw(), around);
     }
-    if (around != Content::kAny) return "element inside an element that may only contain text";
+    if (!same(around, Content::kAny)) return "element inside an element that may only contain text";
     if (!is_element_name(*name)) return "invalid element name";
     out_ << "<" << *name;
     for (const AttributeView attribute : element.attributes()) {
@@ -186,17 +186,18 @@ class Renderer {
     out_ << ">";
     if (is_one_of(*name, kLineElements)) out_ << "\n";
     const Content content = content_of(*name);
-    if (content == Content::kNothing) {
+    if (same(content, Content::kNothing)) {
       const bool empty = text.empty() && element.children().empty();
       return empty ? nullptr : "void element has content";
     }
-    if (content != Content::kAny) content_start_ = out_.written().size();
+    if (!same(content, Content::kAny)) content_start_ = out_.written().size();
     if (!open_.push({*element.handle(), 0, content})) return kOutOfMemory;
     return put_text(text, false, content);
   }
 
   Problem put_end_tag(std::string_view name, Content content) noexcept {
-    if (content != Content::kAny && ends_early(name)) return "content would end its element early";
+    if (!same(content, Content::kAny) && ends_early(name))
+      return "content would end its element early";
     out_ << "</" << name << ">";
     return nullptr;
   }
@@ -206,7 +207,7 @@ class Renderer {
       out_ << text;
       return nullptr;
     }
-    if (around == Content::kRaw && !text.empty()) return "script or style content must be Raw";
+    if (same(around, Content::kRaw) && !text.empty()) return "script or style content must be Raw";
     put_html(out_, text);
     return nullptr;
   }
@@ -262,7 +263,7 @@ class Renderer {
       case Kind::kUnknown:
         break;
     }
-    const bool is_refused = destination_of(value).runs_code && kind_of(name) == Kind::kUnknown;
+    const bool is_refused = destination_of(value).runs_code && same(kind_of(name), Kind::kUnknown);
     return is_refused ? "unknown attribute must not hold a URL that runs code" : nullptr;
   }
 
@@ -303,8 +304,8 @@ class Renderer {
 
   static bool is_animated_safely(std::string_view name) noexcept {
     const Kind kind = kind_of(name);
-    return kind != Kind::kScript && kind != Kind::kStyle && kind != Kind::kPage &&
-           kind != Kind::kTemplate;
+    return !same(kind, Kind::kScript) && !same(kind, Kind::kStyle) && !same(kind, Kind::kPage) &&
+           !same(kind, Kind::kTemplate);
   }
 
   // Whether the content contains the end tag of its element, or "<!--", which can hide the end tag

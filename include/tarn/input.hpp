@@ -19,7 +19,7 @@ namespace detail {
 
 inline std::optional<std::string_view> variable(const char *name) noexcept {
   const char *const value = std::getenv(name);
-  if (value == nullptr) return std::nullopt;
+  if (value == nullptr) return {};
   return std::string_view(value);
 }
 
@@ -43,7 +43,7 @@ inline std::optional<std::string_view> plain_path(std::string_view path) noexcep
   if (!path.empty() && path.back() == '/') path.remove_suffix(1);
   std::string_view rest = path;
   while (!rest.empty()) {
-    if (rest[0] != '/' || !is_path_value(take_segment(rest))) return std::nullopt;
+    if (rest[0] != '/' || !is_path_value(take_segment(rest))) return {};
   }
   return path;
 }
@@ -143,7 +143,7 @@ class Path {
     for (const std::string_view segment : *this) {
       if (index-- == 0) return segment;
     }
-    return std::nullopt;
+    return {};
   }
 
  private:
@@ -178,11 +178,11 @@ inline std::optional<std::string_view> request_header(const detail::TextArgument
   constexpr std::size_t kMost = 100;
   char variable[kPrefix.size() + kMost + 1] = "HTTP_";
   if (name.empty() || name.size() > kMost || detail::is_one_of(name, {"proxy"})) {
-    return std::nullopt;
+    return {};
   }
   char *end = variable + kPrefix.size();
   for (const char c : name) {
-    if (!detail::is_alphanumeric(c) && c != '-') return std::nullopt;
+    if (!detail::is_alphanumeric(c) && c != '-') return {};
     *end++ = c == '-' ? '_' : static_cast<char>(c >= 'a' ? c - 'a' + 'A' : c);
   }
   *end = '\0';
@@ -191,7 +191,7 @@ inline std::optional<std::string_view> request_header(const detail::TextArgument
   }
   // Of these two, an empty variable is the same as none.
   const auto value = detail::variable(variable + kPrefix.size());
-  if (value && value->empty()) return std::nullopt;
+  if (value && value->empty()) return {};
   return value;
 }
 

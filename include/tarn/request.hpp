@@ -205,18 +205,18 @@ class Request : public detail::Owned<Request, TARN_REQUEST_MAGIC, Tarn_delete, n
    *  @return a view; nothing when there is no such cookie
    */
   std::optional<std::string_view> cookie(const detail::Name &name) const &noexcept {
-    if (name.c_str() == nullptr) return std::nullopt;
+    if (name.c_str() == nullptr) return {};
     const std::string_view wanted = name.c_str();
     const Cookies all = cookies();
     const bool literally = detail::is_protected_name(name.c_str());
     std::string_view header = CgiEnv_getCookies(nullptr);
     // Cookies that could not be allocated are missing, and the rest do not match the header.
-    if (literally && detail::count_cookies(header) != all.size()) return std::nullopt;
+    if (literally && detail::count_cookies(header) != all.size()) return {};
     for (const CookieView found : all) {
       const bool is_sent_so = !literally || detail::remove_first_cookie(header) == wanted;
       if (is_sent_so && found.name() == wanted) return found.value();
     }
-    return std::nullopt;
+    return {};
   }
   void cookie(const detail::Name &) const && = delete;
 

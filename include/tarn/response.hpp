@@ -476,8 +476,9 @@ class Response {
     detail::Part part;
     const detail::Outcome outcome =
         detail::Conditions<>::of_request().judge(version(now, 0), now, false, part);
-    if (outcome == detail::Outcome::not_modified) status(304);
-    return outcome == detail::Outcome::not_modified;
+    const bool is_known = outcome == detail::Outcome::not_modified;
+    if (is_known) status(304);
+    return is_known;
   }
 
   /** The first thing that was refused or failed, in words for the server's log. @return a constant

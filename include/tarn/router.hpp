@@ -65,7 +65,7 @@ class PathValues {
       const std::string_view segment = detail::take_segment(path);
       if (!name.empty() && detail::placeholder(wanted) == name) return segment;
     }
-    return std::nullopt;
+    return {};
   }
 
  private:

@@ -21,7 +21,7 @@ class Request;
 namespace tarn::detail {
 
 inline std::optional<std::string_view> optional_text(const char *text) noexcept {
-  if (text == nullptr) return std::nullopt;
+  if (text == nullptr) return {};
   return std::string_view(text);
 }
 

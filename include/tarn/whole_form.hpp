@@ -64,8 +64,8 @@ class FieldRange {
     }
     bool is_wanted() const noexcept {
       const KeptField field(field_);
-      if (kWanted == Wanted::fields) return true;
-      return kWanted == Wanted::files ? field.is_file() : !field.filename();
+      if (same(kWanted, Wanted::fields)) return true;
+      return same(kWanted, Wanted::files) ? field.is_file() : !field.filename();
     }
 
     TarnForm *form_ = nullptr;
