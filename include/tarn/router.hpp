@@ -83,9 +83,9 @@ class PathValues {
  *      .finish();
  *  @endcode
  *
- *  tarn::route() makes a router for the request of this process; to add routes one after the other, give
- *  it a name. route() calls its function at once if the request matches and no earlier route did. finish() sends
- *  the response if none did: 405 with the methods of the path, or 404.
+ *  tarn::route() makes a router for the request of this process. To add routes one after the other,
+ *  give it a name. route() calls its function at once if the request matches and no earlier route did.
+ *  finish() sends the response if none did: 405 with the methods of the path, or 404.
  */
 class Router {
  public:
