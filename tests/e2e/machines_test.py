@@ -216,6 +216,8 @@ class Fastcgi(HAProxy):
                 socket.create_connection((machine, self.machine_port)).close()
             except ConnectionRefusedError:
                 return status
+            except ConnectionResetError:  # while it stops listening
+                pass
             time.sleep(0.01)
         raise AssertionError(f"{machine} still listens")
 

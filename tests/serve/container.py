@@ -55,7 +55,7 @@ def connects(host: str, port: int) -> bool:
     try:
         socket.create_connection((host, port)).close()
         return True
-    except ConnectionRefusedError:
+    except (ConnectionRefusedError, ConnectionResetError):  # the latter while it stops listening
         return False
 
 

@@ -407,7 +407,7 @@ def is_listening(service: Service) -> bool:
     try:
         service.client().socket.close()
         return True
-    except (FileNotFoundError, ConnectionRefusedError):
+    except (FileNotFoundError, ConnectionRefusedError, ConnectionResetError):
         return False
 
 
