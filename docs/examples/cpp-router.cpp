@@ -25,10 +25,9 @@ int main() {
   answer("PUT", "/lake/Attersee/2026");
 
   // The request of this process.
-  return tarn::route("GET", "/",
-                     [] { std::puts("\nstill the list"); })
-      .route("GET", "/lake/{name}", [] { return 1; })
-      .finish();
+  tarn::Router router;
+  router.route("GET", "/", [] { std::puts("\nstill the list"); });
+  return router.finish();
 }
 
 /* Output:

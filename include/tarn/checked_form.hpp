@@ -3,8 +3,6 @@
 #define TARN_CHECKED_FORM_HPP
 
 #include <cstddef>
-#include <cstdlib>
-#include <cstring>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -34,9 +32,9 @@ namespace tarn {
  *  return response.status(form.status()).send(page) ? 0 : 1;
  *  @endcode
  *
- *  Before the form was submitted, it is false and has no wrong fields. It copies names,
- *  sentences and initial values. It views the Form, which must live as long. The `id` of a control is
- *  the name of its field, so two forms of one page need different names.
+ *  Before the form was submitted, it is false and has no wrong fields. It views names, sentences
+ *  and the Form, which must live as long: string literals, for example. The `id` of a control is the
+ *  name of its field, so two forms of one page need different names.
  */
 class CheckedForm {
  public:
@@ -52,10 +50,6 @@ class CheckedForm {
 
   CheckedForm(const CheckedForm &) = delete;
   CheckedForm &operator=(const CheckedForm &) = delete;
-  ~CheckedForm() {
-    while (wrong_.size() > 0) std::free(wrong_.pop().name);
-    while (initial_.size() > 0) std::free(initial_.pop().name);
-  }
 
   /** Tells whether the form was submitted and no field is wrong: store the values then. */
   explicit operator bool() const noexcept {
@@ -111,16 +105,12 @@ class CheckedForm {
    *  @param name      the field's name
    *  @param sentence  replaces an earlier one for this field
    */
-  template <class Refused = void>
-  Refused refuse(const char *name, const char *sentence) noexcept {
+  void refuse(const char *name, const char *sentence) noexcept {
     if (is_submitted_) set(wrong_, name, sentence != nullptr ? sentence : "");
   }
 
-  /** What to tell the visitor about a field.
-   *
-   *  @return a view, valid until the field gets another sentence; nothing unless it is wrong */
-  template <class Sentence = std::string_view>
-  std::optional<Sentence> sentence(const char *name) const noexcept {
+  /** What to tell the visitor about a field. @return nothing unless it is wrong */
+  std::optional<std::string_view> sentence(std::string_view name) const noexcept {
     const Named *const found = find(wrong_, name);
     if (found == nullptr) return {};
     return found->text;
@@ -134,18 +124,17 @@ class CheckedForm {
    *  @param name  the field's name
    *  @param text  its value; "on" ticks a checkbox
    */
-  template <class Self = CheckedForm>
-  Self &initially(const char *name, const detail::TextArgument &text) &noexcept {
-    set(initial_, name, text.view());
+  CheckedForm &initially(const char *name, std::string_view text) &noexcept {
+    set(initial_, name, text);
     return *this;
   }
+  template <class Text, class = detail::IfOwning<Text>>
+  CheckedForm &initially(const char *, Text &&) & = delete;
 
-  /** What a field shows: what the visitor typed, with nothing removed; or what initially() set, until
-   *  it sets something else. */
-  template <class Typed = std::string_view>
-  Typed typed(const detail::Name &name) const noexcept {
+  /** What a field shows: what the visitor typed, with nothing removed; or what initially() set. */
+  std::string_view typed(const detail::Name &name) const noexcept {
     if (is_submitted_) return sent_.get(name, "");
-    const Named *const found = find(initial_, name.c_str());
+    const Named *const found = name.c_str() != nullptr ? find(initial_, name.c_str()) : nullptr;
     return found != nullptr ? found->text : std::string_view();
   }
 
@@ -235,39 +224,24 @@ class CheckedForm {
   // form, and no others.
 
   struct Named {
-    char *name;  // begins the block of both
+    const char *name;
     std::string_view text;
   };
   using AllNamed = detail::Array<Named>;
 
-  template <class = void>
-  static const Named *find(const AllNamed &all, const char *name) noexcept {
-    if (name == nullptr) return nullptr;
+  static const Named *find(const AllNamed &all, std::string_view name) noexcept {
     const Named *const end = all.data() + all.size();
     const Named *found = all.data();
-    while (found != end && std::strcmp(found->name, name) != 0) ++found;
+    while (found != end && found->name != name) ++found;
     return found != end ? found : nullptr;
   }
 
-  // Copies both texts, and replaces what there is of this name.
-  template <class = void>
+  // Replaces what there is of this name.
   void set(AllNamed &all, const char *name, std::string_view text) noexcept {
     if (name == nullptr) return;
-    const std::size_t size = std::strlen(name) + 1;
-    auto *const block = static_cast<char *>(std::malloc(size + text.size()));
-    if (block == nullptr) {
-      is_out_of_memory_ = true;
-      return;
-    }
-    std::memcpy(block, name, size);
-    if (!text.empty()) std::memcpy(block + size, text.data(), text.size());
-    const Named made = {block, {block + size, text.size()}};
     if (const Named *const found = find(all, name)) {
-      // Not earlier: the old text may be what was given.
-      std::free(found->name);
-      all.data()[found - all.data()] = made;
-    } else if (!all.push(made)) {
-      std::free(block);
+      all.data()[found - all.data()].text = text;
+    } else if (!all.push({name, text})) {
       is_out_of_memory_ = true;
     }
   }
@@ -311,7 +285,7 @@ class CheckedForm {
 
   template <class = void>
   void mark(const char *name, Element &control) const noexcept {
-    if (!sentence(name)) return;
+    if (name == nullptr || !sentence(name)) return;
     control.add(Attribute("aria-invalid", "true"));
     control.add(with_id_of_sentence("aria-describedby", name));
   }
@@ -325,6 +299,7 @@ class CheckedForm {
 
   template <class = void>
   Element with_sentence(const char *name, Element made) const noexcept {
+    if (name == nullptr) return made;
     const std::optional<std::string_view> text = sentence(name);
     if (text) made.add(" ").add(Element("strong", with_id_of_sentence("id", name), *text));
     return made;

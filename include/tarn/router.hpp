@@ -76,21 +76,20 @@ class PathValues {
 /** Chooses a function by the method and the path of the request.
  *
  *  @code
- *  return tarn::route("GET", "/", list)
- *      .route("GET", "/item/{id}", [](const tarn::PathValues &path) {
- *        return tarn::Response().send_text(*path["id"]) ? 0 : 1;
- *      })
- *      .finish();
+ *  tarn::Router router;
+ *  router.route("GET", "/", list);
+ *  router.route("GET", "/item/{id}", [](const tarn::PathValues &path) {
+ *    return tarn::Response().send_text(*path["id"]) ? 0 : 1;
+ *  });
+ *  return router.finish();
  *  @endcode
  *
- *  tarn::route() makes a router for the request of this process. To add routes one after the other,
- *  give it a name. route() calls its function at once if the request matches and no earlier route did.
- *  finish() sends the response if none did: 405 with the methods of the path, or 404.
+ *  route() calls its function at once if the request matches and no earlier route did. finish() sends
+ *  the response if none did: 405 with the methods of the path, or 404.
  */
 class Router {
  public:
-  /** Routes the request of this process: REQUEST_METHOD and PATH_INFO, which must not change as long as
-   *  the router is used. */
+  /** Routes the request of this process: REQUEST_METHOD and PATH_INFO. */
   Router() noexcept : Router(CgiEnv_getRequestMethod(nullptr), CgiEnv_getPathInfo(nullptr)) {}
 
   /** Routes another request. Both texts must live as long as the router; an empty path is "/". */
@@ -111,7 +110,7 @@ class Router {
    *                  nothing, which is status 0.
    */
   template <class Handler>
-  Router &route(std::string_view method, std::string_view pattern, Handler &&handler) & {
+  Router &route(std::string_view method, std::string_view pattern, Handler &&handler) {
     if (done_ || !detail::matches_path(pattern, path_)) return *this;
     if (method != method_ && !(method == "GET" && method_ == "HEAD")) {
       allow(method);
@@ -127,20 +126,12 @@ class Router {
     return *this;
   }
 
-  // The same on a router without a name, which ends with the statement.
-  template <class Handler>
-  [[nodiscard]] Router &&route(std::string_view method, std::string_view pattern,
-                               Handler &&handler) && {
-    return std::move(route(method, pattern, handler));
-  }
-
   /** Sends a response if no route had the request: status 405 and the methods that the path allows, or
    *  404.
    *
    *  @return what the function returned; if there was none, 0, or 1 if the response could not be sent
    */
-  template <class Status = int>
-  [[nodiscard]] Status finish() noexcept {
+  [[nodiscard]] int finish() noexcept {
     if (detail::exchanged(done_, true)) return status_;
     const Text methods = methods_.take();
     Response response;
@@ -157,15 +148,6 @@ class Router {
   }
 
  private:
-  template <class Handler>
-  friend Router route(std::string_view method, std::string_view pattern, Handler &&handler);
-
-  // Cannot be moved, so route() makes it in place.
-  template <class Handler>
-  Router(std::string_view method, std::string_view pattern, Handler &&handler) : Router() {
-    route(method, pattern, handler);
-  }
-
   template <class Function>
   static int status_of(Function &&function) {
     if constexpr (std::is_void_v<std::invoke_result_t<Function>>) {
@@ -176,13 +158,11 @@ class Router {
     }
   }
 
-  template <class = void>
   void allow(std::string_view method) noexcept {
     add(method);
     if (method == "GET") add("HEAD");
   }
 
-  template <class = void>
   void add(std::string_view method) noexcept {
     if (detail::has_method(methods_.written(), method)) return;
     methods_ << (methods_.written().empty() ? "" : ", ") << method;
@@ -194,19 +174,6 @@ class Router {
   bool done_ = false;
   int status_ = 0;
 };
-
-/** Makes a router for the request of this process, and begins with this route.
- *
- *  @code
- *  return tarn::route("GET", "/", list).route("GET", "/item/{id}", item).finish();
- *  @endcode
- *
- *  @param method,pattern,handler  as for Router::route()
- *  @return a router: add routes, then call Router::finish() */
-template <class Handler>
-[[nodiscard]] Router route(std::string_view method, std::string_view pattern, Handler &&handler) {
-  return {method, pattern, handler};
-}
 
 }  // namespace tarn
 

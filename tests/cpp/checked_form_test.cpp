@@ -232,23 +232,6 @@ TEST(CppCheckedForm, ShowsInitialValuesUntilItIsSubmitted) {
             written(after.select("size", "Size", kSizes)).find("\"s\" selected"));
 }
 
-TEST(CppCheckedForm, CopiesNamesAndTexts) {
-  const Form sent = sentForm("name=Ada");
-  CheckedForm form(sent, true);
-  CheckedForm before(sent, false);
-  char name[] = "name";
-  char text[] = "Please choose another name.";
-  form.refuse(name, text);
-  before.initially(name, text);
-  for (char &c : name) c = 'x';
-  for (char &c : text) c = 'x';
-  EXPECT_EQ("Please choose another name.", form.sentence("name"));
-  EXPECT_EQ("Please choose another name.", before.typed("name"));
-  form.refuse("name", form.sentence("name")->data());
-  EXPECT_EQ("Please choose another name.", form.sentence("name"));
-  EXPECT_EQ(1U, form.wrong());
-}
-
 TEST(CppCheckedForm, ANullPointerMakesAFieldEmpty) {
   const Form sent = sentForm("");
   const CheckedForm form(sent, true);
