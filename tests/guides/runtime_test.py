@@ -19,6 +19,7 @@ from typing import Any, Self
 import container
 import yaml
 from fastcgi import Service, children_of, pattern, request, wait_until
+from servers.server import free_port
 
 SOURCE = Path(__file__).resolve().parents[2]
 PROFILE = Path("/usr/share/containers/seccomp.json")
@@ -133,11 +134,11 @@ class Container(Service):
     """The probe in a container of crun, for a with statement."""
 
     def __init__(self, image: Image, *more: str) -> None:
-        self.port = container.free_port()
+        self.port = free_port()
         self.bundle = tempfile.TemporaryDirectory(prefix="tarn-crun-")
         arguments = [
             argument.replace("0.0.0.0:9000", f"127.0.0.1:{self.port}").replace(
-                "0.0.0.0:9001", f"127.0.0.1:{container.free_port()}"
+                "0.0.0.0:9001", f"127.0.0.1:{free_port()}"
             )
             for argument in pod()["containers"][0]["args"]
         ]

@@ -45,11 +45,6 @@ def is_allowed() -> bool:
         return os.getuid() == 0 and subprocess.run(mount, capture_output=True).returncode == 0
 
 
-def free_port() -> int:
-    with socket.create_server(("127.0.0.1", 0)) as taken:
-        return int(taken.getsockname()[1])
-
-
 def connects(host: str, port: int) -> bool:
     """Whether somebody listens there. A probe of Kubernetes with tcpSocket finds out the same."""
     try:

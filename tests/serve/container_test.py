@@ -10,6 +10,7 @@ from typing import Self
 
 import container
 from fastcgi import Service, children_of, pattern, request, wait_until
+from servers.server import free_port
 
 PROBE = os.environ["STATIC_PROBE"]
 ALL = ("--tmp=8m",)
@@ -20,7 +21,7 @@ class Container(Service):
     """A container that listens on a port, for a with statement."""
 
     def __init__(self, *options: str, of_container: tuple[str, ...] = ALL) -> None:
-        self.port = container.free_port()
+        self.port = free_port()
         super().__init__(
             f"--listen=tcp:127.0.0.1:{self.port}",
             *options,

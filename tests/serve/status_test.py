@@ -30,6 +30,7 @@ from fastcgi import (
     wait_for_end,
     wait_until,
 )
+from servers.server import free_port
 
 LONG = "sleep=600000"
 STATUS = ("--status", "unix:{folder}/status")
@@ -557,8 +558,7 @@ class Figures(unittest.TestCase):
 
 class Address(unittest.TestCase):
     def test_can_be_a_port(self) -> None:
-        with socket.create_server(("127.0.0.1", 0)) as taken:
-            port = taken.getsockname()[1]
+        port = free_port()
         with Service("--status", f"tcp:127.0.0.1:{port}") as service:
             self.assertTrue(service.ask("header").ended)
             with socket.create_connection(("127.0.0.1", port), 60) as client:
