@@ -244,7 +244,9 @@ def parse_member(statement: Statement, owner: str) -> Member | None:
 
 def is_for_temporaries(statement: Statement) -> bool:
     """Whether it is a function without documentation that only objects without a name have."""
-    return not statement.comment.blocks and bool(re.search(r"\) ?&& ?noexcept$", statement.head))
+    return not statement.comment.blocks and bool(
+        re.search(r"\) ?&&(?: ?noexcept)?$", statement.head)
+    )
 
 
 def parse_enumerators(body: str) -> list[Member]:

@@ -184,8 +184,7 @@ static int script() {
   if (outcome.status) return answer(visit, outcome);
   using Values = const tarn::PathValues &;
   const auto id = [](Values at) { return atoll(at["id"]->data()); };
-  return tarn::Router()
-      .route("GET", "/", [&] { return answer(visit); })
+  return tarn::route("GET", "/", [&] { return answer(visit); })
       .route("POST", "/login", [&] { return log_in(visit); })
       .route("POST", "/logout", [&] { return finish(visit, !unlink(".session"), "Goodbye."); })
       .route("POST", "/items/{id}", [&](Values at) { return add(visit, id(at)); })

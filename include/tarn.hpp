@@ -23,8 +23,9 @@
  *  4. Texts. Pass a text as a std::string_view, or as what converts to it. Objects copy it up to its
  *     first zero byte, where every text in tarn.h ends. They also take whole numbers, which they
  *     write in decimal. The name of a field or a cookie that is a `const char *` is not copied. A
- *     null pointer makes the object empty, and is the name of nothing; do not pass one as any other
- *     text. Texts that you get are null-terminated; bytes() and body() may also have zero bytes in the
+ *     null pointer makes the object empty, and is the name of nothing; escapes, Stream, JsonWriter,
+ *     same_origin() and CheckedForm take one for an empty text. Do not pass one as any other text.
+ *     Texts that you get are null-terminated; bytes() and body() may also have zero bytes in the
  *     middle, and so may all texts of a Form or FormReader.
  *  5. Memory. An object that could not be built completely is empty, and so is any object it was
  *     added to: test it with `if (!element)`. Only clone() drops silently what could not be

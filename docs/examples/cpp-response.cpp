@@ -36,14 +36,14 @@ int main() {
 $ ./cpp-response
 Status: 405 Method Not Allowed
 Content-Type: text/html; charset=utf-8
-Allow: GET, POST
 Cache-Control: no-store
 X-Content-Type-Options: nosniff
 X-Frame-Options: DENY
 Referrer-Policy: no-referrer
+X-Lake: deep
 Content-Security-Policy: default-src 'self'
 Content-Language: en
-X-Lake: deep
+Allow: GET, POST
 Set-Cookie: __Secure-guest=Ada%20L.; Max-Age=2592000; Domain=example.org; Path=/lake; Secure; HttpOnly; SameSite=Strict
 Set-Cookie: theme=dark; Path=/; SameSite=Lax
 Set-Cookie: frame=1; Path=/; Secure; HttpOnly; SameSite=None; Partitioned

@@ -25,9 +25,10 @@ int main() {
   answer("PUT", "/lake/Attersee/2026");
 
   // The request of this process.
-  tarn::Router router;
-  router.route("GET", "/", [] { std::puts("\nstill the list"); });
-  return router.finish();
+  return tarn::route("GET", "/",
+                     [] { std::puts("\nstill the list"); })
+      .route("GET", "/lake/{name}", [] { return 1; })
+      .finish();
 }
 
 /* Output:

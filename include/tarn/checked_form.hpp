@@ -3,6 +3,8 @@
 #define TARN_CHECKED_FORM_HPP
 
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -32,9 +34,9 @@ namespace tarn {
  *  return response.status(form.status()).send(page) ? 0 : 1;
  *  @endcode
  *
- *  Before the form was submitted, it is false and has no wrong fields. It views names, sentences
- *  and the Form, which must live as long: string literals, for example. The `id` of a control is the
- *  name of its field, so two forms of one page need different names.
+ *  Before the form was submitted, it is false and has no wrong fields. It copies names,
+ *  sentences and initial values. It views the Form, which must live as long. The `id` of a control is
+ *  the name of its field, so two forms of one page need different names.
  */
 class CheckedForm {
  public:
@@ -50,6 +52,10 @@ class CheckedForm {
 
   CheckedForm(const CheckedForm &) = delete;
   CheckedForm &operator=(const CheckedForm &) = delete;
+  ~CheckedForm() {
+    while (wrong_.size() > 0) std::free(wrong_.pop().name);
+    while (initial_.size() > 0) std::free(initial_.pop().name);
+  }
 
   /** Tells whether the form was submitted and no field is wrong: store the values then. */
   explicit operator bool() const noexcept {
@@ -87,7 +93,7 @@ class CheckedForm {
    */
   template <class Value>
   Checked<Value> check(const char *name, const Checked<Value> &checked,
-                       const char *sentence) noexcept {
+                       const detail::TextArgument &sentence) noexcept {
     if (!checked.has_value()) refuse(name, sentence);
     return checked;
   }
@@ -95,7 +101,7 @@ class CheckedForm {
   /** Marks a field as wrong as check() does, unless it was left empty. */
   template <class Value>
   Checked<Value> check_optional(const char *name, const Checked<Value> &checked,
-                                const char *sentence) noexcept {
+                                const detail::TextArgument &sentence) noexcept {
     return checked.reason() == Reason::missing ? checked : check(name, checked, sentence);
   }
 
@@ -105,12 +111,17 @@ class CheckedForm {
    *  @param name      the field's name
    *  @param sentence  replaces an earlier one for this field
    */
-  void refuse(const char *name, const char *sentence) noexcept {
-    if (is_submitted_) set(wrong_, name, sentence != nullptr ? sentence : "");
+  template <class Refused = void>
+  Refused refuse(const char *name, const detail::TextArgument &sentence) noexcept {
+    if (is_submitted_) set(wrong_, name, sentence.view());
   }
 
-  /** What to tell the visitor about a field. @return nothing unless it is wrong */
-  std::optional<std::string_view> sentence(std::string_view name) const noexcept {
+  /** What to tell the visitor about a field.
+   *
+   *  @param name  the field's name
+   *  @return a view, valid until the field gets another sentence; nothing unless it is wrong */
+  template <class Sentence = std::string_view>
+  std::optional<Sentence> sentence(const char *name) const noexcept {
     const Named *const found = find(wrong_, name);
     if (found == nullptr) return {};
     return found->text;
@@ -124,17 +135,18 @@ class CheckedForm {
    *  @param name  the field's name
    *  @param text  its value; "on" ticks a checkbox
    */
-  CheckedForm &initially(const char *name, std::string_view text) &noexcept {
-    set(initial_, name, text);
+  template <class Self = CheckedForm>
+  Self &initially(const char *name, const detail::TextArgument &text) &noexcept {
+    set(initial_, name, text.view());
     return *this;
   }
-  template <class Text, class = detail::IfOwning<Text>>
-  CheckedForm &initially(const char *, Text &&) & = delete;
 
-  /** What a field shows: what the visitor typed, with nothing removed; or what initially() set. */
-  std::string_view typed(const detail::Name &name) const noexcept {
+  /** What a field shows: what the visitor typed, with nothing removed; or what initially() set, until
+   *  it sets something else. */
+  template <class Typed = std::string_view>
+  Typed typed(const detail::Name &name) const noexcept {
     if (is_submitted_) return sent_.get(name, "");
-    const Named *const found = name.c_str() != nullptr ? find(initial_, name.c_str()) : nullptr;
+    const Named *const found = find(initial_, name.c_str());
     return found != nullptr ? found->text : std::string_view();
   }
 
@@ -224,24 +236,40 @@ class CheckedForm {
   // form, and no others.
 
   struct Named {
-    const char *name;
+    char *name;  // begins the block of both, each of which ends with a zero byte
     std::string_view text;
   };
   using AllNamed = detail::Array<Named>;
 
-  static const Named *find(const AllNamed &all, std::string_view name) noexcept {
+  template <class = void>
+  static const Named *find(const AllNamed &all, const char *name) noexcept {
+    if (name == nullptr) return nullptr;
     const Named *const end = all.data() + all.size();
     const Named *found = all.data();
-    while (found != end && found->name != name) ++found;
+    while (found != end && std::strcmp(found->name, name) != 0) ++found;
     return found != end ? found : nullptr;
   }
 
-  // Replaces what there is of this name.
+  // Copies both texts, and replaces what there is of this name.
+  template <class = void>
   void set(AllNamed &all, const char *name, std::string_view text) noexcept {
     if (name == nullptr) return;
+    const std::size_t size = std::strlen(name) + 1;
+    auto *const block = static_cast<char *>(std::malloc(size + text.size() + 1));
+    if (block == nullptr) {
+      is_out_of_memory_ = true;
+      return;
+    }
+    std::memcpy(block, name, size);
+    if (!text.empty()) std::memcpy(block + size, text.data(), text.size());
+    block[size + text.size()] = '\0';
+    const Named made = {block, {block + size, text.size()}};
     if (const Named *const found = find(all, name)) {
-      all.data()[found - all.data()].text = text;
-    } else if (!all.push({name, text})) {
+      // Not earlier: the old text may be what was given.
+      std::free(found->name);
+      all.data()[found - all.data()] = made;
+    } else if (!all.push(made)) {
+      std::free(block);
       is_out_of_memory_ = true;
     }
   }
@@ -285,7 +313,7 @@ class CheckedForm {
 
   template <class = void>
   void mark(const char *name, Element &control) const noexcept {
-    if (name == nullptr || !sentence(name)) return;
+    if (!sentence(name)) return;
     control.add(Attribute("aria-invalid", "true"));
     control.add(with_id_of_sentence("aria-describedby", name));
   }
@@ -299,7 +327,6 @@ class CheckedForm {
 
   template <class = void>
   Element with_sentence(const char *name, Element made) const noexcept {
-    if (name == nullptr) return made;
     const std::optional<std::string_view> text = sentence(name);
     if (text) made.add(" ").add(Element("strong", with_id_of_sentence("id", name), *text));
     return made;

@@ -167,12 +167,13 @@ inline Path request_path() noexcept {
  *
  *  Servers pass each header in a variable of its own, except that many hold back `Authorization`.
  *
- *  @param name  letters, digits and "-", at most 100; case does not matter
+ *  @param given  its name: letters, digits and "-", at most 100; case does not matter
  *  @return a view, valid until the variable changes; nothing when there is no such header, and for
  *          any other name. "Proxy" is no name of a header: the variable HTTP_PROXY often is not the
  *          visitor's
  */
-inline std::optional<std::string_view> request_header(std::string_view name) noexcept {
+inline std::optional<std::string_view> request_header(const detail::TextArgument &given) noexcept {
+  const std::string_view name = given.view();
   constexpr std::string_view kPrefix = "HTTP_";
   constexpr std::size_t kMost = 100;
   char variable[kPrefix.size() + kMost + 1] = "HTTP_";

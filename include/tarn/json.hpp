@@ -65,11 +65,11 @@ class JsonWriter {
   JsonWriter &end_array() noexcept { return end(']'); }
 
   /** Writes the key of the next value of an object. */
-  JsonWriter &key(std::string_view name) noexcept {
+  JsonWriter &key(const detail::TextArgument &name) noexcept {
     if (after_key_) return refuse("JSON: a key needs a value");
     if (!in('}')) return refuse("JSON: only objects have keys");
     separate();
-    detail::put_json(text_, name);
+    detail::put_json(text_, name.view());
     text_ << ":";
     after_key_ = true;
     return *this;
@@ -121,8 +121,8 @@ class JsonWriter {
 
   /** Writes a key and its value. @param content  as for value() */
   template <class Value>
-  JsonWriter &member(std::string_view name, const Value &content) noexcept {
-    return key(name).value(content);
+  JsonWriter &member(const detail::TextArgument &name, const Value &content) noexcept {
+    return key(name.view()).value(content);
   }
 
   /** Returns the text. Call it once, at the end.

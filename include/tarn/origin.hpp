@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "argument.hpp"
 #include "characters.hpp"
 #include "environment.hpp"
 
@@ -81,8 +82,8 @@ inline bool same_origin() noexcept {
  *  @param own  the scheme, the host and, unless it is the default, the port, without a "/" at the end:
  *              `https://example.org`
  */
-inline bool same_origin(std::string_view own) noexcept {
-  return detail::is_same_origin(detail::WebOrigin(own));
+inline bool same_origin(const detail::TextArgument &own) noexcept {
+  return detail::is_same_origin(detail::WebOrigin(own.view()));
 }
 
 }  // namespace tarn

@@ -177,10 +177,12 @@ class Response {
         etag_(std::move(other.etag_)),
         modified_(std::move(other.modified_)),
         disposition_(std::move(other.disposition_)),
+        policy_(std::move(other.policy_)),
+        language_(std::move(other.language_)),
+        allow_(std::move(other.allow_)),
         lines_(std::move(other.lines_)),
         cookies_(std::move(other.cookies_)),
-        has_no_store_(other.has_no_store_),
-        has_nosniff_(other.has_nosniff_),
+        constants_(other.constants_),
         problem_(other.problem_) {}
 
   /** Sets the status, from 200 to 599. The default is 200. A status that does not redirect takes back
@@ -228,7 +230,8 @@ class Response {
 
   /** Adds a header. Content-Type, Content-Length, Content-Disposition, ETag, Last-Modified, Location and
    *  Set-Cookie are refused, because other functions write them; Status, Connection and
-   *  Transfer-Encoding, because the server does.
+   *  Transfer-Encoding, because the server does. Each call adds a header, also beside a function below
+   *  that sends one of this name.
    *
    *  @param name   letters, digits and any of "!#$%&'*+-.^_`|~"
    *  @param value  without control characters other than tabs; or a whole number
@@ -237,43 +240,43 @@ class Response {
     if (name.view().empty() || !detail::all_of(name.view(), detail::is_token)) {
       return refuse("invalid header name");
     }
-    if (!value) return refuse("header value is a null pointer");
     if (detail::is_one_of(name.view(), detail::kReservedHeaders)) {
       return refuse("header() cannot add a header that Response or the server writes");
     }
-    if (!detail::all_of(value.view(), detail::is_in_header)) {
-      return refuse("header value contains a control character");
-    }
+    if (!is_value(value)) return *this;
     lines_ << name.view() << ": " << value.view() << "\r\n";
     return *this;
   }
 
   /** Forbids all caches to store the response. The header is sent once, however often this is called.
    */
-  Response &no_store() &noexcept { return once(has_no_store_, "Cache-Control", "no-store"); }
+  Response &no_store() &noexcept { return once(1, "Cache-Control", "no-store"); }
 
   /** Forbids browsers to guess a type other than the content type. The header is sent once, too. */
-  Response &nosniff() &noexcept { return once(has_nosniff_, "X-Content-Type-Options", "nosniff"); }
+  Response &nosniff() &noexcept { return once(2, "X-Content-Type-Options", "nosniff"); }
 
-  /** Forbids other pages to show this one in a frame. */
-  Response &deny_framing() &noexcept { return header("X-Frame-Options", "DENY"); }
+  /** Forbids other pages to show this one in a frame. The header is sent once, too. Do not add another
+   *  X-Frame-Options with header(): both would be sent. */
+  Response &deny_framing() &noexcept { return once(4, "X-Frame-Options", "DENY"); }
 
-  /** Hides the address of the page from the sites that it links to. */
-  Response &no_referrer() &noexcept { return header("Referrer-Policy", "no-referrer"); }
+  /** Hides the address of the page from the sites that it links to. The header is sent once, too. */
+  Response &no_referrer() &noexcept { return once(8, "Referrer-Policy", "no-referrer"); }
 
-  /** Limits what the page may load and run: `default-src 'self'` and the like. */
+  /** Limits what the page may load and run: `default-src 'self'` and the like. The last call counts.
+   *  Another policy that header() adds applies as well. */
   Response &content_security_policy(const detail::TextArgument &policy) &noexcept {
-    return header("Content-Security-Policy", policy);
+    return set(policy_, "Content-Security-Policy: ", policy);
   }
 
-  /** Names the language of the body: `en`. */
+  /** Names the language of the body: `en`. The last call counts. */
   Response &content_language(const detail::TextArgument &tag) &noexcept {
-    return header("Content-Language", tag);
+    return set(language_, "Content-Language: ", tag);
   }
 
-  /** Lists the methods that the script accepts: `GET, POST`. Status 405 requires it. */
+  /** Lists the methods that the script accepts: `GET, POST`. Status 405 requires it. The last call
+   *  counts. */
   Response &allow(const detail::TextArgument &methods) &noexcept {
-    return header("Allow", methods);
+    return set(allow_, "Allow: ", methods);
   }
 
   /** Tells when the content was last changed. The last call counts. */
@@ -492,10 +495,28 @@ class Response {
     return *this;
   }
 
-  Response &once(bool &is_added, std::string_view name, std::string_view value) noexcept {
-    if (is_added) return *this;
-    is_added = true;
+  // Adds a header that always has the same value. @param bit  which one
+  Response &once(unsigned bit, std::string_view name, std::string_view value) noexcept {
+    if ((constants_ & bit) != 0) return *this;
+    constants_ |= bit;
     return header(name, value);
+  }
+
+  // Whether a header can have this value.
+  bool is_value(const detail::TextArgument &value) noexcept {
+    if (!value) {
+      refuse("header value is a null pointer");
+    } else if (!detail::all_of(value.view(), detail::is_in_header)) {
+      refuse("header value contains a control character");
+    } else {
+      return true;
+    }
+    return false;
+  }
+
+  Response &set(Text &place, std::string_view beginning,
+                const detail::TextArgument &value) noexcept {
+    return is_value(value) ? keep(place, {beginning, value.view(), "\r\n"}) : *this;
   }
 
   Response &set_etag(std::string_view beginning, const detail::TextArgument &tag) noexcept {
@@ -546,10 +567,11 @@ class Response {
     const Text cookies = cookies_.take();
     refuse(lines.problem()).refuse(cookies.problem());
     if (problem_ == nullptr) {
-      return write_header(status_, type_.view().empty() ? type : type_.view(),
-                          {location_.view(), lines.view(), modified_.view(), etag_.view(),
-                           disposition_.view(), cookies.view()},
-                          size);
+      return write_header(
+          status_, type_.view().empty() ? type : type_.view(),
+          {location_.view(), lines.view(), policy_.view(), language_.view(), allow_.view(),
+           modified_.view(), etag_.view(), disposition_.view(), cookies.view()},
+          size);
     }
     constexpr std::string_view kFailure = "Internal Server Error\n";
     if (write_header(500, detail::kPlainText, {}, kFailure.size())) put(kFailure);
@@ -613,10 +635,12 @@ class Response {
   Text etag_{adopt, nullptr, 0};
   Text modified_{adopt, nullptr, 0};
   Text disposition_{adopt, nullptr, 0};
+  Text policy_{adopt, nullptr, 0};
+  Text language_{adopt, nullptr, 0};
+  Text allow_{adopt, nullptr, 0};
   detail::Buffer lines_;
   detail::Buffer cookies_;
-  bool has_no_store_ = false;
-  bool has_nosniff_ = false;
+  unsigned constants_ = 0;  // which of them lines_ has
   const char *problem_ = nullptr;
 };
 

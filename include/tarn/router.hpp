@@ -2,7 +2,6 @@
 #ifndef TARN_ROUTER_HPP
 #define TARN_ROUTER_HPP
 
-#include <cstddef>
 #include <optional>
 #include <string_view>
 #include <type_traits>
@@ -12,37 +11,6 @@
 #include "response.hpp"
 
 namespace tarn {
-namespace detail {
-
-// The name in "{name}"; empty if the segment is another text.
-inline std::string_view placeholder(std::string_view segment) noexcept {
-  const bool has_name = segment.size() > 2 && segment.front() == '{' && segment.back() == '}';
-  // substr() needs the C++ runtime unless the compiler optimizes.
-  return has_name ? std::string_view(segment.data() + 1, segment.size() - 2) : std::string_view();
-}
-
-inline bool matches_path(std::string_view pattern, std::string_view path) noexcept {
-  while (!pattern.empty() && !path.empty() && pattern[0] == '/' && path[0] == '/') {
-    const std::string_view wanted = take_segment(pattern);
-    const std::string_view segment = take_segment(path);
-    if (placeholder(wanted).empty() ? wanted != segment : !is_path_value(segment)) return false;
-  }
-  return pattern.empty() && path.empty();
-}
-
-// Whether a method is one of a list such as "GET, HEAD".
-inline bool has_method(std::string_view words, std::string_view word) noexcept {
-  std::size_t begin = 0;
-  while (begin < words.size()) {
-    std::size_t end = begin;
-    while (end < words.size() && words[end] != ',') ++end;
-    if (std::string_view(words.data() + begin, end - begin) == word) return true;
-    begin = end + 2;  // ", "
-  }
-  return false;
-}
-
-}  // namespace detail
 
 /** The values of a route's placeholders. Valid as long as the path that was routed. */
 class PathValues {
@@ -58,17 +26,32 @@ class PathValues {
    *          placeholder
    */
   std::optional<std::string_view> operator[](std::string_view name) const noexcept {
-    std::string_view pattern = pattern_;
-    std::string_view path = path_;
-    while (!pattern.empty() && !path.empty()) {
-      const std::string_view wanted = detail::take_segment(pattern);
-      const std::string_view segment = detail::take_segment(path);
-      if (!name.empty() && detail::placeholder(wanted) == name) return segment;
-    }
-    return {};
+    std::optional<std::string_view> value;
+    match(name, &value);
+    return value;
   }
 
  private:
+  friend class Router;
+
+  // Compares the path with the pattern, and finds the value of the first placeholder of this name.
+  //
+  // @return whether they match
+  bool match(std::string_view name, std::optional<std::string_view> *value) const noexcept {
+    std::string_view pattern = pattern_;
+    std::string_view path = path_;
+    while (!pattern.empty() && !path.empty() && pattern[0] == '/' && path[0] == '/') {
+      const std::string_view wanted = detail::take_segment(pattern);
+      const std::string_view segment = detail::take_segment(path);
+      const bool is_open = wanted.size() > 2 && wanted.front() == '{' && wanted.back() == '}';
+      if (is_open ? !detail::is_path_value(segment) : wanted != segment) return false;
+      // substr() needs the C++ runtime unless the compiler optimizes.
+      const std::string_view inside(wanted.data() + 1, is_open ? wanted.size() - 2 : 0);
+      if (is_open && value != nullptr && !*value && inside == name) *value = segment;
+    }
+    return pattern.empty() && path.empty();
+  }
+
   std::string_view pattern_;
   std::string_view path_;
 };
@@ -76,28 +59,26 @@ class PathValues {
 /** Chooses a function by the method and the path of the request.
  *
  *  @code
- *  tarn::Router router;
- *  router.route("GET", "/", list);
- *  router.route("GET", "/item/{id}", [](const tarn::PathValues &path) {
- *    return tarn::Response().send_text(*path["id"]) ? 0 : 1;
- *  });
- *  return router.finish();
+ *  return tarn::route("GET", "/", list)
+ *      .route("GET", "/item/{id}", [](const tarn::PathValues &path) {
+ *        return tarn::Response().send_text(*path["id"]) ? 0 : 1;
+ *      })
+ *      .finish();
  *  @endcode
  *
- *  route() calls its function at once if the request matches and no earlier route did. finish() sends
- *  the response if none did: 405 with the methods of the path, or 404.
+ *  tarn::route() makes a router for the request of this process. To add routes one after the other,
+ *  give it a name. route() calls its function at once if the request matches and no earlier route did.
+ *  finish() sends the response if none did: 405 with the methods of the path, or 404.
  */
 class Router {
  public:
-  /** Routes the request of this process: REQUEST_METHOD and PATH_INFO. */
+  /** Routes the request of this process: REQUEST_METHOD and PATH_INFO, which must not change as long as
+   *  the router is used. */
   Router() noexcept : Router(CgiEnv_getRequestMethod(nullptr), CgiEnv_getPathInfo(nullptr)) {}
 
   /** Routes another request. Both texts must live as long as the router; an empty path is "/". */
   Router(std::string_view method, std::string_view path) noexcept
       : method_(method), path_(path.empty() ? "/" : path) {}
-
-  Router(const Router &) = delete;
-  Router &operator=(const Router &) = delete;
 
   /** Calls a function if the request has this method and a path like this one, and no earlier route
    *  had.
@@ -110,15 +91,14 @@ class Router {
    *                  nothing, which is status 0.
    */
   template <class Handler>
-  Router &route(std::string_view method, std::string_view pattern, Handler &&handler) {
-    if (done_ || !detail::matches_path(pattern, path_)) return *this;
-    if (method != method_ && !(method == "GET" && method_ == "HEAD")) {
-      allow(method);
-      return *this;
-    }
-    done_ = true;
+  Router &route(std::string_view method, std::string_view pattern, Handler &&handler) & {
     const PathValues values(pattern, path_);
-    if constexpr (std::is_invocable_v<Handler, const PathValues &>) {
+    if (done_ || !values.match({}, nullptr)) return *this;
+    done_ = method == method_ || (method == "GET" && method_ == "HEAD");
+    if (!done_) {
+      allow(method);
+      if (method == "GET") allow("HEAD");
+    } else if constexpr (std::is_invocable_v<Handler, const PathValues &>) {
       status_ = status_of([&] { return handler(values); });
     } else {
       status_ = status_of(handler);
@@ -126,46 +106,48 @@ class Router {
     return *this;
   }
 
+  // The same on a router without a name, which ends with the statement.
+  template <class Handler>
+  [[nodiscard]] Router &&route(std::string_view method, std::string_view pattern,
+                               Handler &&handler) && {
+    return std::move(route(method, pattern, handler));
+  }
+
   /** Sends a response if no route had the request: status 405 and the methods that the path allows, or
    *  404.
    *
    *  @return what the function returned; if there was none, 0, or 1 if the response could not be sent
    */
-  [[nodiscard]] int finish() noexcept {
+  template <class Status = int>
+  [[nodiscard]] Status finish() noexcept {
     if (detail::exchanged(done_, true)) return status_;
     const Text methods = methods_.take();
-    Response response;
-    bool sent = false;
-    if (!methods) {
-      static_cast<void>(response.status(500).send_text("Internal Server Error\n"));
-    } else if (methods.view().empty()) {
-      sent = response.status(404).send_text("Not Found\n");
-    } else {
-      sent = response.status(405).allow(methods.view()).send_text("Method Not Allowed\n");
-    }
-    status_ = sent ? 0 : 1;
-    return status_;
+    // What cannot be allowed, because an allocation failed, makes status 500 of it.
+    const bool exists = !methods || !methods.view().empty();
+    Response response = Response().status(exists ? 405 : 404);
+    if (exists) response.allow(methods ? methods.c_str() : nullptr);
+    return status_ = response.send_text(exists ? "Method Not Allowed\n" : "Not Found\n") ? 0 : 1;
   }
 
  private:
   template <class Function>
   static int status_of(Function &&function) {
     if constexpr (std::is_void_v<std::invoke_result_t<Function>>) {
-      function();
-      return 0;
+      return function(), 0;
     } else {
       return function();
     }
   }
 
+  // Adds a method to the list unless it is there.
+  template <class = void>
   void allow(std::string_view method) noexcept {
-    add(method);
-    if (method == "GET") add("HEAD");
-  }
-
-  void add(std::string_view method) noexcept {
-    if (detail::has_method(methods_.written(), method)) return;
-    methods_ << (methods_.written().empty() ? "" : ", ") << method;
+    const std::string_view all = methods_.written();
+    for (auto at = all.find(method); at != std::string_view::npos; at = all.find(method, at + 1)) {
+      const auto end = at + method.size();
+      if ((at == 0 || all[at - 1] == ' ') && (end == all.size() || all[end] == ',')) return;
+    }
+    methods_ << (all.empty() ? "" : ", ") << method;
   }
 
   std::string_view method_;
@@ -174,6 +156,19 @@ class Router {
   bool done_ = false;
   int status_ = 0;
 };
+
+/** Makes a router for the request of this process, and begins with this route.
+ *
+ *  @code
+ *  return tarn::route("GET", "/", list).route("GET", "/item/{id}", item).finish();
+ *  @endcode
+ *
+ *  @param method,pattern,handler  as for Router::route()
+ *  @return a router: add routes, then call Router::finish() */
+template <class Handler>
+[[nodiscard]] Router route(std::string_view method, std::string_view pattern, Handler &&handler) {
+  return Router().route(method, pattern, handler);
+}
 
 }  // namespace tarn
 

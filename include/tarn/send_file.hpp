@@ -307,7 +307,8 @@ Sent Response::send_file(const StoredFile &file) noexcept {
   nosniff();
   if (type_.view().empty()) {
     content_type(file.type_->type);
-    if (file.type_->runs_scripts) content_security_policy("sandbox");
+    // Beside the policy of the script: both apply.
+    if (file.type_->runs_scripts) header("Content-Security-Policy", "sandbox");
   }
   detail::Part part = {0, file.size_};
   Outcome outcome = Outcome::whole;

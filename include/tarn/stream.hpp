@@ -36,9 +36,10 @@ class Stream {
    *  @return true if more is wanted. It is false after a failure, and if the visitor asked for the
    *          header alone; finish() tells which. If a visitor has left, SIGPIPE ends the script, unless
    *          the script ignores it: then this returns false. */
-  bool write(std::string_view piece) noexcept {
-    if (!wanted_ || piece.empty()) return wanted_;
-    return check(std::fwrite(piece.data(), 1, piece.size(), response_.out_) == piece.size());
+  bool write(const detail::TextArgument &piece) noexcept {
+    const std::string_view text = piece.view();
+    if (!wanted_ || text.empty()) return wanted_;
+    return check(std::fwrite(text.data(), 1, text.size(), response_.out_) == text.size());
   }
 
   /** Hands what was written to the server. It may wait for more: most servers have a buffer, too.

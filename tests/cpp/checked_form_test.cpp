@@ -76,7 +76,7 @@ TEST(CppCheckedForm, ALaterSentenceReplacesAnEarlierOne) {
   EXPECT_EQ("Too late.", form.sentence("name"));
   EXPECT_EQ(1U, form.wrong());
   EXPECT_FALSE(form);
-  form.refuse("name", nullptr);
+  form.refuse("name", static_cast<const char *>(nullptr));
   EXPECT_EQ("", form.sentence("name"));
   form.refuse(nullptr, "Nobody.");
   EXPECT_EQ(1U, form.wrong());
@@ -230,6 +230,25 @@ TEST(CppCheckedForm, ShowsInitialValuesUntilItIsSubmitted) {
   EXPECT_EQ("", after.typed("name")) << "the visitor removed it";
   EXPECT_NE(std::string::npos,
             written(after.select("size", "Size", kSizes)).find("\"s\" selected"));
+}
+
+TEST(CppCheckedForm, CopiesNamesAndTexts) {
+  const Form sent = sentForm("name=Ada");
+  CheckedForm form(sent, true);
+  CheckedForm before(sent, false);
+  char name[] = "name";
+  char text[] = "Please choose another name.";
+  form.refuse(name, text);
+  before.initially(name, text);
+  for (char &c : name) c = 'x';
+  for (char &c : text) c = 'x';
+  EXPECT_EQ("Please choose another name.", form.sentence("name"));
+  EXPECT_EQ("Please choose another name.", before.typed("name"));
+  form.refuse("name", form.sentence("name")->data());
+  EXPECT_EQ("Please choose another name.", form.sentence("name"));
+  form.refuse("name", std::string("The name Ada") + " is taken, Ada L. is not.");
+  EXPECT_EQ("The name Ada is taken, Ada L. is not.", form.sentence("name"));
+  EXPECT_EQ(1U, form.wrong());
 }
 
 TEST(CppCheckedForm, ANullPointerMakesAFieldEmpty) {

@@ -640,6 +640,51 @@ TEST(Response, SendsHeadersThatExistOnceOnce) {
             linesOf([](Response &response) { response.attachment("a").attachment("b c"); }));
 }
 
+TEST(Response, SendsEachHeaderOfAFunctionOnce) {
+  EXPECT_EQ(
+      "X-Frame-Options: DENY\r\n"
+      "Referrer-Policy: no-referrer\r\n"
+      "Content-Security-Policy: default-src 'self'\r\n"
+      "Content-Language: de\r\n"
+      "Allow: GET\r\n",
+      linesOf([](Response &response) {
+        response.deny_framing().no_referrer().deny_framing().no_referrer();
+        response.content_security_policy("default-src 'none'").content_language("en");
+        response.allow("POST").allow("GET").content_language("de");
+        response.content_security_policy("default-src 'self'");
+      }));
+}
+
+TEST(Response, KeepsItsHeadersWhenItIsMoved) {
+  Output out;
+  Response response(out);
+  response.deny_framing().content_security_policy("a").content_language("en").allow("GET");
+  Response moved(std::move(response));
+  EXPECT_TRUE(moved.deny_framing().send());
+  EXPECT_EQ(
+      "Content-Type: text/plain; charset=utf-8\r\n"
+      "X-Frame-Options: DENY\r\n"
+      "Content-Security-Policy: a\r\n"
+      "Content-Language: en\r\n"
+      "Allow: GET\r\n"
+      "Content-Length: 0\r\n"
+      "\r\n",
+      out.written());
+}
+
+TEST(Response, AddsWhatHeaderIsGivenBesideTheFunctions) {
+  EXPECT_EQ(
+      "Cache-Control: private\r\n"
+      "Cache-Control: no-store\r\n"
+      "Content-Security-Policy: sandbox\r\n"
+      "Content-Security-Policy: default-src 'self'\r\n",
+      linesOf([](Response &response) {
+        response.content_security_policy("default-src 'self'");
+        response.header("Cache-Control", "private").no_store();
+        response.header("Content-Security-Policy", "sandbox");
+      }));
+}
+
 TEST(Response, AcceptsOnlyValidWeakEtags) {
   EXPECT_EQ("invalid etag", problemOf([](Response &response) { response.weak_etag("a\"b"); }));
 }

@@ -138,6 +138,45 @@ TEST(Router, ReadsTheRequestOfTheProcess) {
   unsetenv("REQUEST_METHOD");
 }
 
+// What the free function answers to the request of the process.
+std::string routedFreely(const char *method, const char *path) {
+  setenv("REQUEST_METHOD", method, 1);
+  setenv("PATH_INFO", path, 1);
+  std::string called;
+  testing::internal::CaptureStdout();
+  const auto item = [&called](const PathValues &values) { called.append(*values["id"]); };
+  const int status = tarn::route("GET", "/", [&called] { called = "list"; })
+                         .route("GET", "/item/{id}", item)
+                         .route("POST", "/item/{id}", [] { return 3; })
+                         .finish();
+  const std::string sent = testing::internal::GetCapturedStdout();
+  unsetenv("REQUEST_METHOD");
+  unsetenv("PATH_INFO");
+  EXPECT_EQ(status == 3, called.empty() && sent.empty());
+  return called + sent.substr(0, sent.find("\r\nContent-Length"));
+}
+
+TEST(Router, BeginsWithAFunction) {
+  EXPECT_EQ("list", routedFreely("GET", "/"));
+  EXPECT_EQ("list", routedFreely("HEAD", ""));
+  EXPECT_EQ("7", routedFreely("GET", "/item/7"));
+  EXPECT_EQ("7", routedFreely("HEAD", "/item/7"));
+  EXPECT_EQ("", routedFreely("POST", "/item/7"));
+  EXPECT_EQ(kNotFound, routedFreely("GET", "/item/7/8"));
+  EXPECT_EQ(notAllowed("GET, HEAD"), routedFreely("POST", "/"));
+  EXPECT_EQ(notAllowed("GET, HEAD, POST"), routedFreely("PUT", "/item/7"));
+}
+
+TEST(Router, OfTheFunctionCanHaveAName) {
+  setenv("REQUEST_METHOD", "GET", 1);
+  setenv("PATH_INFO", "/b", 1);
+  Router router = tarn::route("GET", "/a", [] { return 1; });
+  router.route("GET", "/b", [] { return 2; });
+  EXPECT_EQ(2, router.finish());
+  unsetenv("REQUEST_METHOD");
+  unsetenv("PATH_INFO");
+}
+
 TEST(RouterAtEachFailure, AnswersWithStatus500) {
   tarn_test::forEachFailingAllocation([](tarn_test::FailingMemory &memory) {
     testing::internal::CaptureStdout();
