@@ -13,7 +13,7 @@ from servers.server import CONFIGURATIONS, ServerOfOrdinaryUser, free_port, wait
 PROGRAMS = "bin"
 # The program in the configurations, and the port on which HAProxy finds it.
 PROGRAM = "hello"
-PROGRAM_PORT = "9000"
+PROGRAM_PORT = re.compile(r"\b9000\b")
 # The line in NAME.sh that starts it.
 SERVE = "serve .*\n"
 
@@ -160,7 +160,7 @@ class HaproxyFastcgi(Fastcgi):
         return super()._start_on_port()
 
     def lines_for(self, script: str, example: str) -> str:
-        return super().lines_for(script, example).replace(PROGRAM_PORT, str(self.ports[script]))
+        return PROGRAM_PORT.sub(str(self.ports[script]), super().lines_for(script, example))
 
     def connect(self, script: str) -> None:
         socket.create_connection(("127.0.0.1", self.ports[script])).close()

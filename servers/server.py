@@ -23,7 +23,7 @@ from servers.curl import Answer, Sent, fetch, fetch_traced
 
 CONFIGURATIONS = Path(__file__).resolve().parent
 # The values in the configurations; a server under test gets its own port and variables.
-PORT = "8080"
+PORT = re.compile(r"\b8080\b")
 VARIABLE = re.compile(".*HELLO_DATA.*\n")
 
 # setpriv stops the server if the tests are killed. The shell sets LISTEN_PID, the server's process
@@ -43,15 +43,21 @@ def wait_until(happened: Callable[[], bool], failure: str) -> None:
     raise AssertionError(failure)
 
 
+chosen_ports: set[int] = set()
+
+
 def free_port() -> int:
-    """A free port that the system gives to no client while the server starts."""
+    """A free port that the system gives to no client while the server starts. Each call returns
+    another one."""
     while True:
         port = random.randrange(10000, 30000)
         try:
             socket.create_server(("127.0.0.1", port)).close()
-            return port
         except OSError:
-            pass
+            continue
+        if port not in chosen_ports:
+            chosen_ports.add(port)
+            return port
 
 
 def as_ordinary_user(folder: str) -> list[str]:
@@ -212,8 +218,9 @@ class Server:
         ports = variables = 0
         for name in self.files():
             text = self.configuration(name)
-            ports += text.count(PORT)
-            text, found = VARIABLE.subn(lambda _: settings, text.replace(PORT, str(self.port)))
+            text, found = PORT.subn(str(self.port), text)
+            ports += found
+            text, found = VARIABLE.subn(lambda _: settings, text)
             variables += found
             if name.endswith(".conf"):
                 text += self.ADDITION + self.options

@@ -8,6 +8,7 @@ import collections
 import http.client
 import itertools
 import os
+import re
 import shutil
 import signal
 import socket
@@ -44,8 +45,13 @@ class HAProxy(unittest.TestCase):
         self.machine_port = free_port()
         for printed in self.FILES.iterdir():
             with open(self.path(printed.name), "w", encoding="utf-8") as file:
-                text = printed.read_text(encoding="utf-8").replace("8000", str(self.port))
-                file.write(text.replace(self.MACHINE_PORT, str(self.machine_port)))
+                text = printed.read_text(encoding="utf-8")
+                for configured, port in (
+                    ("8000", self.port),
+                    (self.MACHINE_PORT, self.machine_port),
+                ):
+                    text = re.sub(rf"\b{configured}\b", str(port), text)
+                file.write(text)
         os.mkdir(self.path("shared"))
         for machine in MACHINES:
             os.makedirs(self.path(machine, "www/cgi-bin"))

@@ -1,12 +1,17 @@
-"""servers.examples prints one line when it cannot serve the examples; servers end whole."""
+"""servers.examples prints one line when it cannot serve the examples; servers get their ports, and
+end whole."""
 
+import re
 import signal
 import socket
 import subprocess
 import sys
+import tempfile
 import unittest
+from pathlib import Path
 
 from servers import SERVERS
+from servers.fastcgi import HaproxyFastcgi
 
 NOBODY = 65534
 FIRST_FOR_ALL = "/proc/sys/net/ipv4/ip_unprivileged_port_start"
@@ -44,6 +49,20 @@ class APort(unittest.TestCase):
             if int(file.read()) <= 80:
                 self.skipTest("anybody may open port 80 here")
         self.assert_error(80, "Permission denied")
+
+
+class Ports(unittest.TestCase):
+    def test_of_services_may_have_the_digits_of_another(self):
+        server = HaproxyFastcgi({"lake": "", "ridge": ""})
+        server.folder = self.enterContext(tempfile.TemporaryDirectory())
+        server.port, server.ports = 29000, {"lake": 18080, "ridge": 28080}
+        server._configure()
+        for file, found in (
+            ("haproxy.cfg", ["29000", "18080", "28080"]),
+            ("haproxy.sh", ["18080", "28080"]),
+        ):
+            text = Path(server.folder, file).read_text(encoding="utf-8")
+            self.assertCountEqual(re.findall(r"127\.0\.0\.1:(\d+)", text), found, file)
 
 
 class Stopping(unittest.TestCase):
