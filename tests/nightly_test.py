@@ -8,11 +8,15 @@ import importlib.machinery
 import importlib.util
 import os
 import re
+import shutil
+import signal
 import subprocess
 import tempfile
 import unittest
 from pathlib import Path
 from typing import Any
+
+from servers.server import wait_until
 
 SOURCE = Path(__file__).resolve().parent.parent
 ALL = (
@@ -254,6 +258,54 @@ class Nightly(unittest.TestCase):
         self.assertIn("\n- 15 of 16 tests of internal_tests\n", page)
         # That night is over.
         self.assertIn(first[0], self.calls_of("--continue", first[0]))
+
+    def test_night_can_be_spread_over_machines(self):
+        first, rest = ALL.split()[:4], ALL.split()[4:]
+        (self.root / "failing").write_text(f"run {first[1]}\n")
+        self.calls_of("--continue", *first)
+        target = self.root / "build" / "fuzz" / "cookies" / "passed"
+        target.parent.mkdir(parents=True)
+        target.write_text("1800\ncookies #1234 DONE cov: 99\n")
+        self.calls_of("--continue", first[0])
+        shutil.rmtree(self.root / "build")
+        (self.root / "failing").unlink()
+        (self.root / "revision").write_text("4444444444\n")
+        self.assertEqual([first[1]], self.calls_of("--continue", *first))
+        self.assertEqual("1800\ncookies #1234 DONE cov: 99\n", target.read_text("utf-8"))
+        self.calls_of("--continue", *rest)
+        page = self.report("docs/nightly.md")
+        for step in ALL.split():
+            revision = "2222222222" if step in set(first) - {first[1]} else "4444444444"
+            self.assertRegex(page, rf"(?m)^\| `{step}` \| passed \| {WHEN} \| `{revision}` \|$")
+        self.assertIn("\n- 15 of 16 tests of internal_tests\n", page)
+        # The records of a night that is over do not count for the next.
+        self.assertFalse((self.root / "docs" / "nightly-records.txt").exists())
+        shutil.rmtree(self.root / "build")
+        self.assertIn(first[0], self.calls_of("--continue", first[0]))
+
+    def test_own_records_count_more_than_those_of_another_machine(self):
+        self.calls_of("--continue", "tidy")
+        records = self.root / "docs" / "nightly-records.txt"
+        records.write_text(records.read_text("utf-8").replace("tidy.record", "abi.record"))
+        self.assertEqual(["tidy", "abi"], ["tidy", *self.calls_of("--continue", "tidy", "abi")])
+
+    def test_stopped_sitting_keeps_its_records(self):
+        (self.root / ".ci" / "run").write_text("#!/bin/bash\ntouch began\nexec sleep 600\n")
+        target = self.root / "build" / "fuzz" / "cookies" / "passed"
+        target.parent.mkdir(parents=True)
+        target.write_text("1800\ncookies #1234 DONE cov: 99\n")
+        with subprocess.Popen(
+            [self.root / "scripts" / "nightly", "--continue", "load", "tidy"],
+            env=os.environ | {"PATH": f"{self.root}/bin:{os.environ['PATH']}"},
+            stdout=subprocess.DEVNULL,
+            start_new_session=True,
+        ) as stopped:
+            wait_until((self.root / "began").exists, "the step does not begin")
+            os.killpg(stopped.pid, signal.SIGTERM)
+        saved = self.report("docs/nightly-records.txt")
+        self.assertIn("==> build/nightly/load.record\nresult: passed\n", saved)
+        self.assertIn("==> build/fuzz/cookies/passed\n1800\ncookies ", saved)
+        self.assertNotIn("tidy.record", saved)
 
     def test_page_of_a_spread_night_says_what_failed(self):
         (self.root / "failing").write_text("run s390x\n")
