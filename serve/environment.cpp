@@ -39,8 +39,10 @@ size_t inheritedListeners(int *sockets, size_t most) {
   if (variable("LISTEN_PID") != getpid()) return 0;
   const long passed = variable("LISTEN_FDS");
   size_t count = 0;
-  for (long i = 0; i < passed && count < most; ++i) {
-    const int socket = kFirstOfSystemd + static_cast<int>(i);
+  // They are descriptors in a row. The number may be a lie.
+  for (int i = 0; i < passed && count < most; ++i) {
+    const int socket = kFirstOfSystemd + i;
+    if (fcntl(socket, F_GETFD) < 0) break;
     if (isListener(socket)) sockets[count++] = socket;
   }
   return count;

@@ -92,6 +92,16 @@ class Start(unittest.TestCase):
             lines = service.ask("header&env").lines
             self.assertFalse([line for line in lines if line.startswith("LISTEN_")])
 
+    def test_bears_a_number_of_passed_sockets_that_is_a_lie(self) -> None:
+        passed = f"LISTEN_FDS={2**63 - 1} LISTEN_PID=$$"
+        wrapper = ("sh", "-c", f'exec 3<&0 0</dev/null; {passed} exec "$@"', "sh")
+        with Service(wrapper=wrapper) as service:
+            self.assertEqual(service.ask("header&text=a").body, b"a")
+        # Without a socket, the probe is a CGI script that ends.
+        wrapper = ("sh", "-c", f'{passed} exec "$@"', "sh")
+        with Service(wrapper=wrapper, listens=False) as service:
+            self.assertEqual(service.process.wait(100), 0)
+
     def test_keeps_variables_of_systemd_from_scripts_wherever_it_listens(self) -> None:
         passed = ("LISTEN_FDS=1", "LISTEN_PID=1", "LISTEN_FDNAMES=a", "LISTENERS=7")
         for options in ((), ("--listen", "unix:{folder}/socket")):
