@@ -5,23 +5,17 @@ In the environment: CPP_TESTS, the test program.
 """
 
 import http.server
-import os
 import tempfile
 import threading
 import unittest
 import urllib.parse
 
+import chromium
 import html5lib
 from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
 
 from read_back_test import answers
 
-FLAGS = (
-    *("headless=new", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run"),
-    *("disable-background-networking", "disable-component-update", "disable-sync"),
-    *("disable-dev-shm-usage", "lang=en"),
-)
 # Reads each path in turn, the pages among them as documents. A script of another site would be told
 # less than this page, which the same server sends.
 READ = """
@@ -159,13 +153,7 @@ class Answers(unittest.TestCase):
         cls.addClassCleanup(cls.site.close)
         home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
         cls.addClassCleanup(home.cleanup)
-        options = webdriver.ChromeOptions()
-        options.binary_location = "/usr/bin/chromium"
-        for flag in (*FLAGS, f"user-data-dir={home.name}/profile"):
-            options.add_argument(f"--{flag}")
-        environment = os.environ | {"HOME": home.name, "TMPDIR": home.name}
-        service = Service("/usr/bin/chromedriver", env=environment)
-        cls.browser = webdriver.Chrome(service=service, options=options)
+        cls.browser = chromium.start(home.name)
         cls.addClassCleanup(cls.browser.quit)
         cls.browser.set_script_timeout(240)
 

@@ -15,8 +15,7 @@ import unittest
 import urllib.parse
 from pathlib import Path
 
-from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
+import chromium
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.support.wait import WebDriverWait
@@ -24,11 +23,6 @@ from selenium.webdriver.support.wait import WebDriverWait
 TREE = Path(os.environ["TREE"])
 SHOTS = Path(os.environ["SCREENSHOTS"])
 DESK, PHONE = (1280, 900), (390, 844)
-FLAGS = (
-    *("headless=new", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run"),
-    *("disable-background-networking", "disable-component-update", "disable-sync"),
-    *("disable-dev-shm-usage", "hide-scrollbars", "lang=en"),
-)
 # scripts/nightly looks at every page. Otherwise one of each kind is enough, and on a phone those with
 # the longest names.
 NIGHTLY = os.environ.get("TARN_NIGHTLY") == "1"
@@ -165,13 +159,7 @@ class Browser(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(cls.folder.cleanup)
-        options = webdriver.ChromeOptions()
-        options.binary_location = "/usr/bin/chromium"
-        for flag in FLAGS:
-            options.add_argument(f"--{flag}")
-        options.add_argument(f"--user-data-dir={cls.folder.name}")
-        options.set_capability("goog:loggingPrefs", cls.LOGS)
-        cls.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+        cls.browser = chromium.start(cls.folder.name, logs=cls.LOGS)
         cls.addClassCleanup(cls.browser.quit)
         SHOTS.mkdir(parents=True, exist_ok=True)
 

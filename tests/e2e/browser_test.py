@@ -14,8 +14,7 @@ import unittest
 import urllib.parse
 from pathlib import Path
 
-from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
+import chromium
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
@@ -50,11 +49,6 @@ VARIABLES = {
 }
 SOURCE = Path(__file__).parents[2]
 LIBRARIES = os.path.dirname(os.environ["LIBRARY"])
-FLAGS = (
-    *("headless=new", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run"),
-    *("disable-background-networking", "disable-component-update", "disable-sync"),
-    *("disable-dev-shm-usage", "hide-scrollbars", "lang=en"),
-)
 PHONE, SMALL_PHONE, DESK, WIDE = (390, 844), (360, 780), (560, 900), (1280, 800)
 
 SCRIPTS = "Łódź & Zoë, Привет мир, 湖の水, مرحبا بالعالم, 👩‍🚀 🎉"
@@ -138,16 +132,8 @@ def browser():
     """A headless Chromium and the folder that has all its files."""
     home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
     atexit.register(home.cleanup)
-    options = webdriver.ChromeOptions()
-    options.binary_location = "/usr/bin/chromium"
-    for flag in (*FLAGS, f"user-data-dir={home.name}/profile"):
-        options.add_argument(f"--{flag}")
     downloads = {"download.default_directory": f"{home.name}/downloads"}
-    options.add_experimental_option("prefs", downloads)
-    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    environment = os.environ | {"HOME": home.name, "TMPDIR": home.name}
-    service = Service("/usr/bin/chromedriver", env=environment)
-    driver = webdriver.Chrome(service=service, options=options)
+    driver = chromium.start(home.name, logs={"browser": "ALL"}, preferences=downloads)
     atexit.register(driver.quit)
     return driver, home.name
 

@@ -15,19 +15,14 @@ import threading
 import unittest
 from pathlib import Path
 
+import chromium
 from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
 
 from attacks import Attacker, Attribute, Tree, run, written
 
 PACKAGES = Path(os.environ["PACKAGES"])
 # Random trees to write; scripts/nightly tries more.
 TREES = 20000 if os.environ.get("TARN_NIGHTLY") == "1" else 5000
-FLAGS = (
-    *("headless=new", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run"),
-    *("disable-background-networking", "disable-component-update", "disable-sync"),
-    *("disable-dev-shm-usage", "lang=en", "disable-popup-blocking"),
-)
 # What an attack runs; it works in a frame and in a page of another site, too.
 SCRIPT = "(top.opener||top).postMessage('owned','*')"
 # Every page begins with this script. It notes which pages the browser would go to, and stays.
@@ -107,13 +102,7 @@ class Site:
 def browser() -> webdriver.Chrome:
     home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
     atexit.register(home.cleanup)
-    options = webdriver.ChromeOptions()
-    options.binary_location = "/usr/bin/chromium"
-    for flag in (*FLAGS, f"user-data-dir={home.name}/profile"):
-        options.add_argument(f"--{flag}")
-    environment = os.environ | {"HOME": home.name, "TMPDIR": home.name}
-    service = Service("/usr/bin/chromedriver", env=environment)
-    driver = webdriver.Chrome(service=service, options=options)
+    driver = chromium.start(home.name, "disable-popup-blocking")
     atexit.register(driver.quit)
     return driver
 
