@@ -9,6 +9,7 @@ import http.client
 import itertools
 import os
 import random
+import re
 import time
 import unittest
 import urllib.parse
@@ -51,7 +52,9 @@ class Client:
             body = urllib.parse.urlencode(entries).encode()
             headers["Content-Type"] = "application/x-www-form-urlencoded"
         else:
-            data = agent + self.chance.randbytes(self.chance.randrange(20000)).replace(b"\r\n", b"")
+            noise = self.chance.randbytes(self.chance.randrange(20000))
+            # Without CR LF, of which replace() would leave one where it found CR CR LF LF.
+            data = agent + re.sub(rb"\r+\n", b"", noise)
             files = [(b"file", b"%d.bin" % number, b"application/octet-stream", data)]
             body = self.multipart(entries, files)
             headers["Content-Type"] = MULTIPART
