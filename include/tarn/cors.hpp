@@ -107,7 +107,8 @@ class Cors {
   }
 
   /** Adds the headers that allow this request, if its origin is allowed, and Vary. For a preflight it
-   *  sets status 204. An invalid origin, and credentials() for any_origin(), are refused. */
+   *  sets status 204. An invalid origin, and credentials() for any_origin(), are refused. Call it once
+   *  for a response: browsers refuse one with two Access-Control-Allow-Origin. */
   template <class Applied = Response>
   Applied &apply(Response &response) const noexcept {
     const bool preflight = is_preflight();
