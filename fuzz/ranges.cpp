@@ -41,6 +41,12 @@ std::int64_t secondsAt(const std::tm &date) {
   return ((days * 24 + date.tm_hour) * 60 + date.tm_min) * 60 + date.tm_sec;
 }
 
+// strptime() reads the first digit of seconds that are too many, and stops.
+bool readsAll(const std::string &text, const char *format, std::tm &date) {
+  const char *const end = strptime(text.c_str(), format, &date);
+  return end != nullptr && *end == '\0';
+}
+
 // Reads a date with the C library, by each format of HTTP.
 std::optional<std::int64_t> dateIn(const std::string &text) {
   // strptime() skips blanks, and accepts any case and any number of digits.
@@ -83,9 +89,9 @@ std::optional<std::int64_t> dateIn(const std::string &text) {
   std::tm date = {};
   if (shortYear) {
     const std::string rest = text.substr(text.find(", ") + 2);
-    if (strptime(rest.c_str(), "%d-%b-%y %H:%M:%S GMT", &date) == nullptr) return std::nullopt;
+    if (!readsAll(rest, "%d-%b-%y %H:%M:%S GMT", date)) return std::nullopt;
     date.tm_year %= 100;
-  } else if (strptime(text.c_str(), format, &date) == nullptr) {
+  } else if (!readsAll(text, format, date)) {
     return std::nullopt;
   }
   if (date.tm_sec > 60) return std::nullopt;
