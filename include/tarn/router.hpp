@@ -25,8 +25,9 @@ class PathValues {
    *  @return a text without "/", neither empty nor "." nor ".."; nothing if the route has no such
    *          placeholder
    */
-  std::optional<std::string_view> operator[](std::string_view name) const noexcept {
-    std::optional<std::string_view> value;
+  template <class Value = std::string_view>
+  std::optional<Value> operator[](std::string_view name) const noexcept {
+    std::optional<Value> value;
     match(name, &value);
     return value;
   }
@@ -37,6 +38,7 @@ class PathValues {
   // Compares the path with the pattern, and finds the value of the first placeholder of this name.
   //
   // @return whether they match
+  template <class = void>
   bool match(std::string_view name, std::optional<std::string_view> *value) const noexcept {
     std::string_view pattern = pattern_;
     std::string_view path = path_;
@@ -79,6 +81,17 @@ class Router {
   /** Routes another request. Both texts must live as long as the router; an empty path is "/". */
   Router(std::string_view method, std::string_view path) noexcept
       : method_(method), path_(path.empty() ? "/" : path) {}
+
+  // `other` calls no function and sends nothing afterwards, and its finish() returns 1.
+  Router(Router &&other) noexcept
+      : method_(other.method_),
+        path_(other.path_),
+        methods_(std::move(other.methods_)),
+        done_(other.done_),
+        status_(other.status_) {
+    other.done_ = true;
+    other.status_ = 1;
+  }
 
   /** Calls a function if the request has this method and a path like this one, and no earlier route
    *  had.

@@ -177,6 +177,19 @@ TEST(Router, OfTheFunctionCanHaveAName) {
   unsetenv("PATH_INFO");
 }
 
+TEST(Router, DoesNothingAfterItWasMovedFrom) {
+  testing::internal::CaptureStdout();
+  Router router("GET", "/b");
+  router.route("PUT", "/b", [] {});
+  Router moved = std::move(router);
+  router.route("GET", "/b", [] { return 2; });
+  EXPECT_EQ(1, router.finish());
+  EXPECT_EQ("", testing::internal::GetCapturedStdout());
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(0, moved.finish());
+  EXPECT_EQ(0U, testing::internal::GetCapturedStdout().find(notAllowed("PUT")));
+}
+
 TEST(RouterAtEachFailure, AnswersWithStatus500) {
   tarn_test::forEachFailingAllocation([](tarn_test::FailingMemory &memory) {
     testing::internal::CaptureStdout();

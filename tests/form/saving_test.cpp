@@ -312,6 +312,8 @@ TEST_F(Saving, RefusesFoldersThatAreLinks) {
   EXPECT_EQ(save("a", "x"), ENOENT);
   folder_ = folder / "real/";
   EXPECT_EQ(save("a", "x"), 0);
+  folder_ = folder / "missing.";
+  EXPECT_EQ(save("a", "x"), ENOENT);
   folder_ = folder;
   EXPECT_EQ(content("real/a"), "x");
 }
